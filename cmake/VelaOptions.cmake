@@ -1,0 +1,30 @@
+# vela_options: the one place where compile flags live. Library, tests, tools and bindings all link it,
+# so floating-point results cannot differ between them.
+add_library(vela_options INTERFACE)
+target_compile_features(vela_options INTERFACE cxx_std_17)
+target_compile_options(vela_options INTERFACE
+  -ffp-contract=off # a fused multiply-add rounds once where the contract rounds twice
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wdouble-promotion
+  -Wnon-virtual-dtor -Woverloaded-virtual -Wundef)
+if(VELA_WARNINGS_AS_ERRORS)
+  target_compile_options(vela_options INTERFACE -Werror)
+endif()
+
+# Dev: as fast as Release, but with assertions and line numbers.
+set(CMAKE_CXX_FLAGS_DEV "-O2 -g1" CACHE STRING "Flags of the Dev build type")
+set(CMAKE_SHARED_LINKER_FLAGS_DEV "" CACHE STRING "Linker flags of the Dev build type")
+set(CMAKE_EXE_LINKER_FLAGS_DEV "" CACHE STRING "Linker flags of the Dev build type")
+mark_as_advanced(CMAKE_CXX_FLAGS_DEV CMAKE_SHARED_LINKER_FLAGS_DEV CMAKE_EXE_LINKER_FLAGS_DEV)
+
+set(VELA_SANITIZE "" CACHE STRING "Sanitizers: address-undefined, thread or empty")
+if(VELA_SANITIZE STREQUAL "address-undefined")
+  set(_flags -fsanitize=address,undefined,float-cast-overflow -fno-sanitize-recover=all -fno-omit-frame-pointer)
+elseif(VELA_SANITIZE STREQUAL "thread")
+  set(_flags -fsanitize=thread -fno-omit-frame-pointer)
+elseif(VELA_SANITIZE)
+  message(FATAL_ERROR "VELA_SANITIZE: unknown value '${VELA_SANITIZE}'")
+endif()
+if(VELA_SANITIZE)
+  target_compile_options(vela_options INTERFACE ${_flags})
+  target_link_options(vela_options INTERFACE ${_flags})
+endif()

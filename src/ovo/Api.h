@@ -1,0 +1,13 @@
+/// \file
+/// Marks what the scene library exports from libvela; everything else in it is hidden.
+#pragma once
+
+#if defined(__GNUC__) || defined(__clang__)
+#define OVO_API __attribute__((visibility("default")))
+#elif defined(_WIN32) && defined(VELA_BUILDING)
+#define OVO_API __declspec(dllexport)
+#elif defined(_WIN32)
+#define OVO_API __declspec(dllimport)
+#else
+#define OVO_API
+#endif

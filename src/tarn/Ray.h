@@ -1,0 +1,28 @@
+/// \file
+/// A ray: origin, direction and the range of distances that counts.
+#pragma once
+
+#include <limits>
+#include <type_traits>
+
+#include "tarn/Vec.h"
+
+namespace tarn {
+
+/// The direction need not have unit length; distances are multiples of it. Which ends of the range are closed is said by each test.
+template <class T>
+struct Ray {
+  Vec3<T> origin;
+  Vec3<T> direction;
+  T minDistance = T(0);
+  T maxDistance = std::numeric_limits<T>::max();
+
+  constexpr Ray() = default;
+  constexpr Ray(const Vec3<T>& origin_, const Vec3<T>& direction_, T minDistance_ = T(0),
+                T maxDistance_ = std::numeric_limits<T>::max())
+      : origin(origin_), direction(direction_), minDistance(minDistance_), maxDistance(maxDistance_) {}
+};
+
+static_assert(std::is_trivially_copyable_v<Ray<float>> && sizeof(Ray<float>) == 32);
+
+}  // namespace tarn

@@ -1,0 +1,267 @@
+/// \file
+/// Vectors of two, three and four components over float, double and int.
+///
+/// Holds for the whole file: plain values, trivially copyable, zero by default, no virtual calls. Sums and `dot` run from
+/// the left (x first), `length` is sqrt(dot) without rescaling, division is by component (never by a reciprocal): these
+/// roundings are part of the contract. Nothing throws; indices are not checked.
+#pragma once
+
+#include <cmath>
+#include <cstddef>
+#include <ostream>
+#include <type_traits>
+
+namespace tarn {
+
+template <class T>
+struct Vec2 {
+  T x{}, y{};
+
+  constexpr Vec2() = default;
+  constexpr explicit Vec2(T s) : x(s), y(s) {}
+  constexpr Vec2(T x_, T y_) : x(x_), y(y_) {}
+  template <class U>
+  constexpr explicit Vec2(const Vec2<U>& v) : x(static_cast<T>(v.x)), y(static_cast<T>(v.y)) {}
+
+  constexpr T& operator[](std::size_t i) { return i == 0 ? x : y; }
+  constexpr const T& operator[](std::size_t i) const { return i == 0 ? x : y; }
+
+  [[nodiscard]] constexpr T lengthSquared() const { return x * x + y * y; }
+  [[nodiscard]] T length() const { return static_cast<T>(std::sqrt(lengthSquared())); }
+  /// This vector divided by its length; the zero vector comes back as it is.
+  [[nodiscard]] Vec2 normalized() const {
+    const T n = length();
+    return n == T(0) ? *this : Vec2(x / n, y / n);
+  }
+  /// In place; returns the length it had.
+  T normalize() {
+    const T n = length();
+    if (n != T(0)) *this = Vec2(x / n, y / n);
+    return n;
+  }
+};
+
+template <class T>
+struct Vec3 {
+  T x{}, y{}, z{};
+
+  constexpr Vec3() = default;
+  constexpr explicit Vec3(T s) : x(s), y(s), z(s) {}
+  constexpr Vec3(T x_, T y_, T z_) : x(x_), y(y_), z(z_) {}
+  template <class U>
+  constexpr explicit Vec3(const Vec3<U>& v)
+      : x(static_cast<T>(v.x)), y(static_cast<T>(v.y)), z(static_cast<T>(v.z)) {}
+
+  constexpr T& operator[](std::size_t i) { return i == 0 ? x : i == 1 ? y : z; }
+  constexpr const T& operator[](std::size_t i) const { return i == 0 ? x : i == 1 ? y : z; }
+
+  [[nodiscard]] constexpr T lengthSquared() const { return x * x + y * y + z * z; }
+  [[nodiscard]] T length() const { return static_cast<T>(std::sqrt(lengthSquared())); }
+  /// This vector divided by its length; the zero vector comes back as it is.
+  [[nodiscard]] Vec3 normalized() const {
+    const T n = length();
+    return n == T(0) ? *this : Vec3(x / n, y / n, z / n);
+  }
+  /// In place; returns the length it had.
+  T normalize() {
+    const T n = length();
+    if (n != T(0)) *this = Vec3(x / n, y / n, z / n);
+    return n;
+  }
+
+  /// Takes this vector, in place, from a frame whose z is (0, 0, 1) to one whose z is `normal`.
+  ///
+  /// \param normal         need not have unit length; a zero normal leaves the vector as it is
+  /// \param keepHemisphere true: a plain rotation, nothing is flipped, so (0, 0, -1) becomes -normal. False: z counts by its
+  ///                       magnitude, so the result lies on the normal's side
+  ///
+  /// The frame's x and y vary continuously with the normal but at (0, 0, -1), where no frame without a seam exists.
+  /// Source: Frisvad, Building an Orthonormal Basis from a 3D Unit Vector Without Normalization, JGT 16(3), 2012; 1 + z is
+  /// taken from x and y where z is negative, since the sum would cancel there.
+  void orientAroundNormal(const Vec3& normal, bool keepHemisphere) {
+    const Vec3 n = normal.normalized();
+    if (n.x == T(0) && n.y == T(0) && n.z == T(0)) return;
+    const T onePlusZ = n.z < T(0) ? (n.x * n.x + n.y * n.y) / (T(1) - n.z) : T(1) + n.z;
+    Vec3 s(T(0), T(-1), T(0)), t(T(-1), T(0), T(0));
+    if (onePlusZ > T(0)) {
+      const T b = -n.x * n.y / onePlusZ;
+      s = Vec3(T(1) - n.x * n.x / onePlusZ, b, -n.x);
+      t = Vec3(b, T(1) - n.y * n.y / onePlusZ, -n.y);
+    }
+    const T side = (!keepHemisphere && z < T(0)) ? -z : z;
+    *this = Vec3(s.x * x + t.x * y + n.x * side, s.y * x + t.y * y + n.y * side, s.z * x + t.z * y + n.z * side);
+  }
+};
+
+template <class T>
+struct Vec4 {
+  T x{}, y{}, z{}, w{};
+
+  constexpr Vec4() = default;
+  constexpr explicit Vec4(T s) : x(s), y(s), z(s), w(s) {}
+  constexpr Vec4(T x_, T y_, T z_, T w_) : x(x_), y(y_), z(z_), w(w_) {}
+  template <class U>
+  constexpr explicit Vec4(const Vec4<U>& v)
+      : x(static_cast<T>(v.x)), y(static_cast<T>(v.y)), z(static_cast<T>(v.z)), w(static_cast<T>(v.w)) {}
+
+  constexpr T& operator[](std::size_t i) { return i == 0 ? x : i == 1 ? y : i == 2 ? z : w; }
+  constexpr const T& operator[](std::size_t i) const { return i == 0 ? x : i == 1 ? y : i == 2 ? z : w; }
+
+  [[nodiscard]] constexpr T lengthSquared() const { return x * x + y * y + z * z + w * w; }
+  [[nodiscard]] T length() const { return static_cast<T>(std::sqrt(lengthSquared())); }
+  /// This vector divided by its length; the zero vector comes back as it is.
+  [[nodiscard]] Vec4 normalized() const {
+    const T n = length();
+    return n == T(0) ? *this : Vec4(x / n, y / n, z / n, w / n);
+  }
+  /// In place; returns the length it had.
+  T normalize() {
+    const T n = length();
+    if (n != T(0)) *this = Vec4(x / n, y / n, z / n, w / n);
+    return n;
+  }
+  /// All four components divided by w; w = 0 gives infinities and NaN, as division does.
+  [[nodiscard]] constexpr Vec4 wNormalized() const { return Vec4(x / w, y / w, z / w, w / w); }
+};
+
+#define TARN_VEC_OPERATORS(V, EACH, ALL)                                                                        \
+  template <class T>                                                                                            \
+  constexpr bool operator==(const V<T>& a, const V<T>& b) {                                                     \
+    return ALL(==, &&);                                                                                         \
+  }                                                                                                             \
+  template <class T>                                                                                            \
+  constexpr bool operator!=(const V<T>& a, const V<T>& b) {                                                     \
+    return !(a == b);                                                                                           \
+  }                                                                                                             \
+  template <class T>                                                                                            \
+  constexpr V<T> operator+(const V<T>& a, const V<T>& b) {                                                      \
+    return V<T>(EACH(a, +, b));                                                                                 \
+  }                                                                                                             \
+  template <class T>                                                                                            \
+  constexpr V<T> operator-(const V<T>& a, const V<T>& b) {                                                      \
+    return V<T>(EACH(a, -, b));                                                                                 \
+  }                                                                                                             \
+  template <class T>                                                                                            \
+  constexpr V<T> operator*(const V<T>& a, const V<T>& b) {                                                      \
+    return V<T>(EACH(a, *, b));                                                                                 \
+  }                                                                                                             \
+  template <class T>                                                                                            \
+  constexpr V<T> operator/(const V<T>& a, const V<T>& b) {                                                      \
+    return V<T>(EACH(a, /, b));                                                                                 \
+  }                                                                                                             \
+  template <class T>                                                                                            \
+  constexpr V<T> operator*(const V<T>& a, std::common_type_t<T> s) {                                            \
+    return a * V<T>(s);                                                                                         \
+  }                                                                                                             \
+  template <class T>                                                                                            \
+  constexpr V<T> operator*(std::common_type_t<T> s, const V<T>& a) {                                            \
+    return V<T>(s) * a;                                                                                         \
+  }                                                                                                             \
+  template <class T>                                                                                            \
+  constexpr V<T> operator/(const V<T>& a, std::common_type_t<T> s) {                                            \
+    return a / V<T>(s);                                                                                         \
+  }                                                                                                             \
+  template <class T>                                                                                            \
+  constexpr V<T> operator+(const V<T>& a, std::common_type_t<T> s) {                                            \
+    return a + V<T>(s);                                                                                         \
+  }                                                                                                             \
+  template <class T>                                                                                            \
+  constexpr V<T> operator-(const V<T>& a, std::common_type_t<T> s) {                                            \
+    return a - V<T>(s);                                                                                         \
+  }                                                                                                             \
+  template <class T>                                                                                            \
+  constexpr V<T>& operator+=(V<T>& a, const V<T>& b) {                                                          \
+    return a = a + b;                                                                                           \
+  }                                                                                                             \
+  template <class T>                                                                                            \
+  constexpr V<T>& operator-=(V<T>& a, const V<T>& b) {                                                          \
+    return a = a - b;                                                                                           \
+  }                                                                                                             \
+  template <class T>                                                                                            \
+  constexpr V<T>& operator*=(V<T>& a, const V<T>& b) {                                                          \
+    return a = a * b;                                                                                           \
+  }                                                                                                             \
+  template <class T>                                                                                            \
+  constexpr V<T>& operator*=(V<T>& a, std::common_type_t<T> s) {                                                \
+    return a = a * s;                                                                                           \
+  }                                                                                                             \
+  template <class T>                                                                                            \
+  constexpr V<T>& operator/=(V<T>& a, const V<T>& b) {                                                          \
+    return a = a / b;                                                                                           \
+  }                                                                                                             \
+  template <class T>                                                                                            \
+  constexpr V<T>& operator/=(V<T>& a, std::common_type_t<T> s) {                                                \
+    return a = a / s;                                                                                           \
+  }                                                                                                             \
+  template <class T>                                                                                            \
+  [[nodiscard]] T length(const V<T>& v) {                                                                       \
+    return v.length();                                                                                          \
+  }
+
+#define TARN_EACH2(a, op, b) a.x op b.x, a.y op b.y
+#define TARN_EACH3(a, op, b) a.x op b.x, a.y op b.y, a.z op b.z
+#define TARN_EACH4(a, op, b) a.x op b.x, a.y op b.y, a.z op b.z, a.w op b.w
+#define TARN_ALL2(op, join) a.x op b.x join a.y op b.y
+#define TARN_ALL3(op, join) a.x op b.x join a.y op b.y join a.z op b.z
+#define TARN_ALL4(op, join) a.x op b.x join a.y op b.y join a.z op b.z join a.w op b.w
+TARN_VEC_OPERATORS(Vec2, TARN_EACH2, TARN_ALL2)
+TARN_VEC_OPERATORS(Vec3, TARN_EACH3, TARN_ALL3)
+TARN_VEC_OPERATORS(Vec4, TARN_EACH4, TARN_ALL4)
+#undef TARN_EACH2
+#undef TARN_EACH3
+#undef TARN_EACH4
+#undef TARN_ALL2
+#undef TARN_ALL3
+#undef TARN_ALL4
+#undef TARN_VEC_OPERATORS
+
+template <class T>
+constexpr Vec2<T> operator-(const Vec2<T>& v) {
+  return Vec2<T>(-v.x, -v.y);
+}
+template <class T>
+constexpr Vec3<T> operator-(const Vec3<T>& v) {
+  return Vec3<T>(-v.x, -v.y, -v.z);
+}
+template <class T>
+constexpr Vec4<T> operator-(const Vec4<T>& v) {
+  return Vec4<T>(-v.x, -v.y, -v.z, -v.w);
+}
+
+template <class T>
+[[nodiscard]] constexpr T dot(const Vec2<T>& a, const Vec2<T>& b) {
+  return a.x * b.x + a.y * b.y;
+}
+template <class T>
+[[nodiscard]] constexpr T dot(const Vec3<T>& a, const Vec3<T>& b) {
+  return a.x * b.x + a.y * b.y + a.z * b.z;
+}
+template <class T>
+[[nodiscard]] constexpr T dot(const Vec4<T>& a, const Vec4<T>& b) {
+  return a.x * b.x + a.y * b.y + a.z * b.z + a.w * b.w;
+}
+
+/// Right-handed: cross(x, y) is z. Each component is one product minus the other.
+template <class T>
+[[nodiscard]] constexpr Vec3<T> cross(const Vec3<T>& a, const Vec3<T>& b) {
+  return Vec3<T>(a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x);
+}
+
+/// Prints as [x y], [x y z], [x y z w] with the stream's own number format.
+template <class T>
+std::ostream& operator<<(std::ostream& os, const Vec2<T>& v) {
+  return os << '[' << v.x << ' ' << v.y << ']';
+}
+template <class T>
+std::ostream& operator<<(std::ostream& os, const Vec3<T>& v) {
+  return os << '[' << v.x << ' ' << v.y << ' ' << v.z << ']';
+}
+template <class T>
+std::ostream& operator<<(std::ostream& os, const Vec4<T>& v) {
+  return os << '[' << v.x << ' ' << v.y << ' ' << v.z << ' ' << v.w << ']';
+}
+
+static_assert(std::is_trivially_copyable_v<Vec3<float>> && sizeof(Vec3<float>) == 12);
+static_assert(std::is_trivially_copyable_v<Vec4<double>> && sizeof(Vec4<double>) == 32);
+
+}  // namespace tarn

@@ -1,0 +1,6 @@
+/// \file
+/// Every public header of the library.
+#pragma once
+
+#include "vela/Api.h"
+#include "vela/Version.h"

@@ -1,0 +1,39 @@
+#!/usr/bin/env python3
+"""Each public header compiles alone, without a warning, at every language level that a caller may use; vela/vela.h has them all.
+
+Usage: check_headers.py COMPILER SOURCE_ROOT HEADER...
+"""
+import concurrent.futures
+import pathlib
+import subprocess
+import sys
+
+LEVELS = ("c++17", "c++20", "c++23")
+
+
+def compile_alone(compiler, root, header, level):
+    code = f'#include "{header}"\n#include "{header}"\n'
+    command = [compiler, f"-std={level}", "-fsyntax-only", "-Wall", "-Wextra", "-Wconversion", "-Wdouble-promotion",
+               "-Werror", f"-I{root}", "-x", "c++", "-"]
+    done = subprocess.run(command, input=code, capture_output=True, text=True)
+    return "" if done.returncode == 0 else f"{header} as {level}:\n{done.stderr}"
+
+
+def main():
+    compiler, root, headers = sys.argv[1], pathlib.Path(sys.argv[2]), sys.argv[3:]
+    names = [str(pathlib.Path(h).relative_to(root)) for h in headers]
+    assert names, "no public headers were given"
+    with concurrent.futures.ThreadPoolExecutor(2) as pool:
+        jobs = [pool.submit(compile_alone, compiler, root, n, level) for n in names for level in LEVELS]
+        faults = [job.result() for job in jobs]
+
+    umbrella = (root / "vela/vela.h").read_text()
+    faults += [f"vela/vela.h does not include {n}" for n in names
+               if n.startswith("vela/") and n != "vela/vela.h" and f'#include "{n}"' not in umbrella]
+    faults = [f for f in faults if f]
+    print("\n".join(faults) or f"{len(names)} headers compile alone as {', '.join(LEVELS)}")
+    return 1 if faults else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
