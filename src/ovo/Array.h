@@ -1,0 +1,321 @@
+/// \file
+/// A growable array that is shared when copied and becomes its holder's own on the first write.
+///
+/// Threads: a const Array may be read, and copied, from several threads at once, and copies of one Array may be
+/// used, written too, each by its own thread. One Array that is written needs the caller's lock.
+#pragma once
+
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <iterator>
+#include <limits>
+#include <memory>
+#include <new>
+#include <ostream>
+#include <stdexcept>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace ovo {
+
+/// Copying costs one atomic increment, whatever the size. Every call on a non-const Array that hands out writable
+/// elements, or changes them, first makes the storage this Array's own when it is shared. So read hot loops through
+/// cdata(), cbegin() or a const reference: the writable accessors test for sharing on each call.
+///
+/// Pointers, references and iterators stay valid until the next non-const call on the same Array.
+/// A size beyond maxSize() is a std::length_error, lack of memory std::bad_alloc; after either the Array is as it was.
+template <class T>
+class Array {
+ public:
+  using value_type = T;
+  using size_type = std::size_t;
+  using difference_type = std::ptrdiff_t;
+  using reference = T&;
+  using const_reference = const T&;
+  using pointer = T*;
+  using const_pointer = const T*;
+  using iterator = T*;
+  using const_iterator = const T*;
+  using reverse_iterator = std::reverse_iterator<iterator>;
+  using const_reverse_iterator = std::reverse_iterator<const_iterator>;
+
+  Array() noexcept = default;
+  /// \p count elements, each made by T().
+  explicit Array(size_type count) { resize(count); }
+  Array(size_type count, const T& value) { assign(count, value); }
+  Array(std::initializer_list<T> values) { assign(values.begin(), values.end()); }
+  Array(const std::vector<T>& values) { assign(values.begin(), values.end()); }
+  template <class It, class = typename std::iterator_traits<It>::iterator_category>
+  Array(It first, It last) {
+    assign(first, last);
+  }
+  Array(const Array& other) noexcept : data_(other.data_), size_(other.size_) { retain(); }
+  Array(Array&& other) noexcept : data_(std::exchange(other.data_, nullptr)), size_(std::exchange(other.size_, 0)) {}
+  ~Array() { release(); }
+
+  Array& operator=(const Array& other) noexcept {
+    Array(other).swap(*this);
+    return *this;
+  }
+  Array& operator=(Array&& other) noexcept {
+    Array(std::move(other)).swap(*this);
+    return *this;
+  }
+  Array& operator=(std::initializer_list<T> values) {
+    assign(values);
+    return *this;
+  }
+
+  // Reading
+
+  [[nodiscard]] size_type size() const noexcept { return size_; }
+  [[nodiscard]] bool empty() const noexcept { return size_ == 0; }
+  [[nodiscard]] size_type capacity() const noexcept { return data_ ? header()->capacity : 0; }
+  [[nodiscard]] static constexpr size_type maxSize() noexcept {
+    return (static_cast<size_type>(std::numeric_limits<difference_type>::max()) - kHeaderBytes) / sizeof(T);
+  }
+  [[nodiscard]] static constexpr size_type max_size() noexcept { return maxSize(); }
+
+  /// Null only when nothing was ever stored.
+  [[nodiscard]] const T* data() const noexcept { return data_; }
+  [[nodiscard]] const T* cdata() const noexcept { return data_; }
+  [[nodiscard]] const_iterator begin() const noexcept { return data_; }
+  [[nodiscard]] const_iterator end() const noexcept { return data_ + size_; }
+  [[nodiscard]] const_iterator cbegin() const noexcept { return data_; }
+  [[nodiscard]] const_iterator cend() const noexcept { return data_ + size_; }
+  [[nodiscard]] const_reverse_iterator rbegin() const noexcept { return const_reverse_iterator(end()); }
+  [[nodiscard]] const_reverse_iterator rend() const noexcept { return const_reverse_iterator(begin()); }
+  /// \p index is not checked: it lies in [0, size()).
+  [[nodiscard]] const T& operator[](size_type index) const noexcept { return data_[index]; }
+  [[nodiscard]] const T& front() const noexcept { return data_[0]; }
+  [[nodiscard]] const T& back() const noexcept { return data_[size_ - 1]; }
+
+  /// True when both use the same storage, so that equality needs no look at the elements.
+  [[nodiscard]] bool isIdentical(const Array& other) const noexcept {
+    return data_ == other.data_ && size_ == other.size_;
+  }
+
+  friend bool operator==(const Array& a, const Array& b) {
+    // Identical storage proves equality only where every element equals itself, which NaN does not.
+    return a.size_ == b.size_ && std::equal(a.begin(), a.end(), b.begin());
+  }
+  friend bool operator!=(const Array& a, const Array& b) { return !(a == b); }
+
+  /// `[a, b, c]`, with the elements' own printing.
+  friend std::ostream& operator<<(std::ostream& out, const Array& array) {
+    out << '[';
+    for (size_type i = 0; i < array.size_; ++i) {
+      if (i != 0) out << ", ";
+      out << array.data_[i];
+    }
+    return out << ']';
+  }
+
+  // Writing
+
+  [[nodiscard]] T* data() {
+    detach();
+    return data_;
+  }
+  [[nodiscard]] iterator begin() {
+    detach();
+    return data_;
+  }
+  [[nodiscard]] iterator end() {
+    detach();
+    return data_ + size_;
+  }
+  [[nodiscard]] reverse_iterator rbegin() { return reverse_iterator(end()); }
+  [[nodiscard]] reverse_iterator rend() { return reverse_iterator(begin()); }
+  [[nodiscard]] T& operator[](size_type index) {
+    detach();
+    return data_[index];
+  }
+  [[nodiscard]] T& front() { return (*this)[0]; }
+  [[nodiscard]] T& back() { return (*this)[size_ - 1]; }
+
+  void swap(Array& other) noexcept {
+    std::swap(data_, other.data_);
+    std::swap(size_, other.size_);
+  }
+  friend void swap(Array& a, Array& b) noexcept { a.swap(b); }
+
+  /// Removes all elements. Storage of its own is kept for reuse, shared storage is let go.
+  void clear() noexcept {
+    if (!data_) return;
+    if (isUnique()) {
+      std::destroy_n(data_, size_);
+      size_ = 0;
+    } else {
+      Array().swap(*this);
+    }
+  }
+
+  /// Room for \p count elements without another allocation; never shrinks.
+  void reserve(size_type count) {
+    if (count > capacity() || (count > size_ && !isUnique())) reallocate(std::max(count, size_));
+  }
+
+  /// New elements are made by T(), or copied from \p value; elements past \p count are destroyed.
+  void resize(size_type count) {
+    resizeWith(count, [](T* first, size_type n) { std::uninitialized_value_construct_n(first, n); });
+  }
+  void resize(size_type count, const T& value) {
+    if (count > size_ && refersInside(value)) {
+      const T copy(value);
+      resize(count, copy);
+      return;
+    }
+    resizeWith(count, [&value](T* first, size_type n) { std::uninitialized_fill_n(first, n, value); });
+  }
+
+  void push_back(const T& value) { emplace_back(value); }
+  void push_back(T&& value) { emplace_back(std::move(value)); }
+
+  template <class... Args>
+  T& emplace_back(Args&&... args) {
+    if (data_ && size_ < header()->capacity && isUnique()) {
+      T* const slot = ::new (static_cast<void*>(data_ + size_)) T(std::forward<Args>(args)...);
+      ++size_;
+      return *slot;
+    }
+    // The new element is made before the old storage goes: an argument may be one of the old elements.
+    if (size_ == maxSize()) throw std::length_error("ovo::Array: too many elements");
+    Array grown;
+    grown.allocate(grownCapacity(size_ + 1));
+    T* const slot = ::new (static_cast<void*>(grown.data_ + size_)) T(std::forward<Args>(args)...);
+    try {
+      fillFrom(grown);
+    } catch (...) {
+      std::destroy_at(slot);
+      throw;
+    }
+    grown.size_ = size_ + 1;
+    swap(grown);
+    return data_[size_ - 1];
+  }
+
+  void pop_back() {
+    detach();
+    std::destroy_at(data_ + --size_);
+  }
+
+  void assign(size_type count, const T& value) {
+    const T copy(value);
+    clear();
+    resize(count, copy);
+  }
+  void assign(std::initializer_list<T> values) { assign(values.begin(), values.end()); }
+  void assign(const std::vector<T>& values) { assign(values.begin(), values.end()); }
+  /// [first, last) may lie inside this Array.
+  template <class It, class = typename std::iterator_traits<It>::iterator_category>
+  void assign(It first, It last) {
+    using Category = typename std::iterator_traits<It>::iterator_category;
+    Array fresh;
+    if constexpr (std::is_base_of_v<std::forward_iterator_tag, Category>) {
+      const auto count = static_cast<size_type>(std::distance(first, last));
+      if (count != 0) {
+        fresh.allocate(count);
+        std::uninitialized_copy(first, last, fresh.data_);
+        fresh.size_ = count;
+      }
+    } else {
+      for (; first != last; ++first) fresh.emplace_back(*first);
+    }
+    swap(fresh);
+  }
+
+ private:
+  // One block holds this header and, behind it, the elements: one allocation and one pointer an Array.
+  struct Header {
+    explicit Header(size_type room) : capacity(room) {}
+    std::atomic<std::size_t> owners{1};
+    size_type capacity;
+  };
+  static constexpr size_type kAlign = std::max(alignof(T), alignof(Header));
+  static constexpr size_type kHeaderBytes = (sizeof(Header) + kAlign - 1) / kAlign * kAlign;
+
+  [[nodiscard]] Header* header() const noexcept {
+    return reinterpret_cast<Header*>(reinterpret_cast<std::byte*>(const_cast<std::remove_const_t<T>*>(data_)) -
+                                     kHeaderBytes);
+  }
+  // Acquire pairs with the release in release(): what another owner read before letting go stays before our writes.
+  [[nodiscard]] bool isUnique() const noexcept {
+    return data_ && header()->owners.load(std::memory_order_acquire) == 1;
+  }
+  void retain() const noexcept {
+    if (data_) header()->owners.fetch_add(1, std::memory_order_relaxed);
+  }
+  void release() noexcept {
+    if (!data_) return;
+    Header* const block = header();
+    if (block->owners.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+    std::destroy_n(data_, size_);
+    block->~Header();
+    ::operator delete(static_cast<void*>(block), std::align_val_t(kAlign));
+  }
+  // Only for an Array without storage.
+  void allocate(size_type room) {
+    if (room > maxSize()) throw std::length_error("ovo::Array: too many elements");
+    void* const block = ::operator new(kHeaderBytes + room * sizeof(T), std::align_val_t(kAlign));
+    ::new (block) Header(room);
+    data_ = reinterpret_cast<T*>(static_cast<std::byte*>(block) + kHeaderBytes);
+  }
+  // Copies or moves the elements into the empty storage of `to`, which counts them afterwards.
+  void fillFrom(Array& to) {
+    if constexpr (std::is_nothrow_move_constructible_v<T>) {
+      if (isUnique()) {
+        std::uninitialized_move_n(data_, size_, to.data_);
+        return;
+      }
+    }
+    std::uninitialized_copy_n(static_cast<const T*>(data_), size_, to.data_);
+  }
+  void reallocate(size_type room) {
+    Array fresh;
+    fresh.allocate(room);
+    fillFrom(fresh);
+    fresh.size_ = size_;
+    swap(fresh);
+  }
+  void detach() {
+    if (data_ && !isUnique()) reallocate(size_);
+  }
+  [[nodiscard]] size_type grownCapacity(size_type needed) const noexcept {
+    const size_type doubled = size_ > maxSize() / 2 ? maxSize() : size_ * 2;
+    return std::max({needed, doubled, size_type{4}});
+  }
+  [[nodiscard]] bool refersInside(const T& value) const noexcept {
+    const std::less<const T*> before;
+    return !before(&value, data_) && before(&value, data_ + size_);
+  }
+  template <class Make>
+  void resizeWith(size_type count, Make make) {
+    if (count == size_) return;
+    if (count == 0) return clear();
+    if (count < size_) {
+      // Shared storage is copied only as far as it is kept.
+      if (!isUnique()) {
+        assign(cbegin(), cbegin() + count);
+      } else {
+        std::destroy_n(data_ + count, size_ - count);
+        size_ = count;
+      }
+      return;
+    }
+    // resize() in small steps must not copy everything each time, so growth is geometric here too.
+    if (count > maxSize()) throw std::length_error("ovo::Array: too many elements");
+    if (!isUnique() || count > header()->capacity) reallocate(size_ == 0 ? count : grownCapacity(count));
+    make(data_ + size_, count - size_);
+    size_ = count;
+  }
+
+  T* data_ = nullptr;
+  size_type size_ = 0;
+};
+
+}  // namespace ovo

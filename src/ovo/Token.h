@@ -1,0 +1,63 @@
+/// \file
+/// An immutable word: the name of a prim, an attribute or a type, or a word of the scene vocabulary.
+///
+/// Threads: a Token is a value. Different Tokens, copies included, may be used from different threads at once.
+#pragma once
+
+#include "ovo/Api.h"
+
+#include <cstddef>
+#include <functional>
+#include <iosfwd>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace ovo {
+
+namespace detail {
+
+/// Text with its hash, shared by all copies and never changed after it was made. Null stands for the empty text.
+struct SharedText;
+using SharedTextPtr = std::shared_ptr<const SharedText>;
+
+}  // namespace detail
+
+/// A word that is cheap to copy and to compare: one pointer to shared text with its hash.
+/// Every text is a Token, also the empty one and one with zero bytes in it.
+class OVO_API Token {
+ public:
+  /// The empty token.
+  Token() noexcept = default;
+  Token(const char* text);  ///< null counts as empty
+  Token(const std::string& text);
+  explicit Token(std::string_view text);
+
+  /// The text; the reference lives as long as this token or any copy of it.
+  [[nodiscard]] const std::string& asString() const noexcept;
+  [[nodiscard]] bool isEmpty() const noexcept { return !text_; }
+
+  /// The same on every platform and in every run; equal tokens have equal hashes.
+  [[nodiscard]] std::size_t hash() const noexcept;
+
+  OVO_API friend bool operator==(const Token& a, const Token& b) noexcept;
+  friend bool operator!=(const Token& a, const Token& b) noexcept { return !(a == b); }
+  /// By bytes, taken as unsigned; a shorter text comes before its continuations.
+  OVO_API friend bool operator<(const Token& a, const Token& b) noexcept;
+  friend bool operator>(const Token& a, const Token& b) noexcept { return b < a; }
+  friend bool operator<=(const Token& a, const Token& b) noexcept { return !(b < a); }
+  friend bool operator>=(const Token& a, const Token& b) noexcept { return !(a < b); }
+
+  /// Writes the bare text.
+  OVO_API friend std::ostream& operator<<(std::ostream& out, const Token& token);
+
+ private:
+  detail::SharedTextPtr text_;
+};
+
+}  // namespace ovo
+
+template <>
+struct std::hash<ovo::Token> {
+  std::size_t operator()(const ovo::Token& token) const noexcept { return token.hash(); }
+};

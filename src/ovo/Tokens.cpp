@@ -1,0 +1,10 @@
+#include "ovo/Tokens.h"
+
+namespace ovo {
+
+const Tokens& tokens() {
+  static const Tokens* const table = new Tokens;
+  return *table;
+}
+
+}  // namespace ovo

@@ -1,0 +1,71 @@
+/// \file
+/// Where prims stand.
+///
+/// Matrices act on column vectors (see tarn/Mat4.h): local-to-world is `parentToWorld * local`. Angles in files are
+/// degrees, right-handed.
+#pragma once
+
+#include <memory>
+#include <unordered_map>
+
+#include "ovo/Api.h"
+#include "ovo/Prim.h"
+#include "tarn/Mat4.h"
+#include "tarn/Time.h"
+
+namespace ovo {
+
+/// A prim of a type that has a transform: Xform, the geometry types, cameras, lights, instancers, volumes, skeletons. Scopes,
+/// materials and prims without a type have none: what is below them stands where they stand.
+///
+/// Threads: as Prim.
+class OVO_API XformablePrim : public Prim {
+ public:
+  XformablePrim() noexcept;
+  explicit XformablePrim(const Prim& prim);
+
+  /// True when the prim is valid and of a type that has a transform.
+  [[nodiscard]] bool isValid() const noexcept;
+  [[nodiscard]] explicit operator bool() const { return isValid(); }
+
+  /// The product of the prim's operations in their order; the identity without any, and when not valid.
+  /// At the default time an operation that only has time samples counts with its first.
+  [[nodiscard]] tarn::Mat4<double> getLocalXform(double time = tarn::defaultTimeValue()) const;
+  /// Replaces the prim's operations by one matrix. At a numeric time it becomes a sample of that matrix.
+  bool setLocalXform(const tarn::Mat4<double>& local, double time = tarn::defaultTimeValue()) const;
+
+  /// True when the prim stands in world space, whatever is above it.
+  [[nodiscard]] bool resetsXformStack() const;
+  /// True when getLocalXform may differ between two times.
+  [[nodiscard]] bool mightBeTimeVarying() const;
+};
+
+/// Local-to-world matrices at one time, each computed once.
+///
+/// Threads: one cache belongs to one thread at a time.
+class OVO_API XformCache {
+ public:
+  enum Reading {
+    firstSample,  ///< the default time takes the first time sample where there is no default value
+    authored,     ///< as OpenUSD: at the default time, operations with nothing but samples are the identity
+  };
+
+  explicit XformCache(double time = tarn::defaultTimeValue(), Reading reading = firstSample);
+  XformCache(XformCache&&) noexcept;
+  XformCache& operator=(XformCache&&) noexcept;
+  ~XformCache();
+
+  [[nodiscard]] double time() const noexcept { return time_; }
+
+  /// The prim's matrix to world space; for a prim without a transform that of the prim above it; the identity for the
+  /// stage's root and for what is not valid.
+  [[nodiscard]] tarn::Mat4<double> getLocalToWorld(const Prim& prim);
+
+ private:
+  struct Entries;
+  std::unique_ptr<Entries> entries_;
+  double time_;
+  Reading reading_;
+};
+
+}  // namespace ovo
