@@ -4,3 +4,4 @@
 
 #include "vela/Api.h"
 #include "vela/Version.h"
+#include "vela/mesh/Triangulate.h"
