@@ -5,3 +5,4 @@
 #include "vela/Api.h"
 #include "vela/Version.h"
 #include "vela/mesh/Triangulate.h"
+#include "vela/log/Log.h"
