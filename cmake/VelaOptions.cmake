@@ -10,11 +10,9 @@ if(VELA_WARNINGS_AS_ERRORS)
   target_compile_options(vela_options INTERFACE -Werror)
 endif()
 
-# Dev: as fast as Release, but with assertions and line numbers.
-set(CMAKE_CXX_FLAGS_DEV "-O2 -g1" CACHE STRING "Flags of the Dev build type")
-set(CMAKE_SHARED_LINKER_FLAGS_DEV "" CACHE STRING "Linker flags of the Dev build type")
-set(CMAKE_EXE_LINKER_FLAGS_DEV "" CACHE STRING "Linker flags of the Dev build type")
-mark_as_advanced(CMAKE_CXX_FLAGS_DEV CMAKE_SHARED_LINKER_FLAGS_DEV CMAKE_EXE_LINKER_FLAGS_DEV)
+# Dev: as fast as Release, but with assertions and line numbers. Plain variables: project() has already cached empty flags for a
+# build type it does not know, and a cached default here would come too late.
+set(CMAKE_CXX_FLAGS_DEV "-O2 -g1")
 
 set(VELA_SANITIZE "" CACHE STRING "Sanitizers: address-undefined, thread or empty")
 if(VELA_SANITIZE STREQUAL "address-undefined")
