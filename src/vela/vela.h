@@ -6,3 +6,4 @@
 #include "vela/Version.h"
 #include "vela/mesh/Triangulate.h"
 #include "vela/log/Log.h"
+#include "vela/sampling/SamplingRng.h"
