@@ -7,3 +7,4 @@
 #include "vela/mesh/Triangulate.h"
 #include "vela/log/Log.h"
 #include "vela/sampling/SamplingRng.h"
+#include "vela/intersect/SceneTracer.h"
