@@ -8,3 +8,7 @@
 #include "vela/log/Log.h"
 #include "vela/sampling/SamplingRng.h"
 #include "vela/intersect/SceneTracer.h"
+#include "vela/camera/Camera.h"
+#include "vela/camera/LensProjection.h"
+#include "vela/camera/MultiProjectionCamera.h"
+#include "vela/camera/RayContext.h"

@@ -1,0 +1,157 @@
+/// \file
+/// Transforms and cameras at one time, and the matrices that follow from them.
+///
+/// Holds for the whole file: matrices and 2-vectors are double; angles are degrees, converted with 0.017453292519943295. A camera
+/// looks along its local -z with +y up and +x to the right. NDC x runs from -1 to 1 over the width of the film window, NDC y has x's
+/// unit. Nothing throws; numbers are taken as they come (an f-stop of 0 gives an infinite pupil). Records belong to their
+/// caller and are copied freely; const calls are safe from several threads.
+#pragma once
+
+#include <iosfwd>
+#include <string>
+
+#include "tarn/Mat4.h"
+#include "tarn/Vec.h"
+#include "vela/Api.h"
+
+namespace vela {
+
+class LensProjectionFunction;
+
+/// Where something stands.
+struct XformParameters {
+  tarn::Mat4<double> parent;  ///< parent to world
+  tarn::Mat4<double> local;   ///< local to parent
+  tarn::Mat4<double> l2w;     ///< local to world
+  tarn::Mat4<double> w2l;     ///< world to local; Camera::Sample::updateDerivedValues computes it from l2w
+};
+
+/// The film back. Lengths are in the unit of the focal length.
+struct CameraSensorParameters {
+  tarn::Vec2<double> apertureSize{1.0, 1.0};       ///< of the film window
+  tarn::Vec2<double> apertureTranslate{0.0, 0.0};  ///< of the window, in NDC: 2 is a whole width
+  double apertureRotate = 0.0;                     ///< of the window, degrees
+  tarn::Vec2<double> apertureScale{1.0, 1.0};      ///< of the window
+  double sceneToCameraFactor = 0.001;
+  double sensorISO = 100.0;
+  double sensorExposureBias = 0.0;
+};
+
+struct CameraMountParameters {
+  tarn::Vec2<double> offset{0.0, 0.0};
+};
+
+struct CameraLensApertureParameters {
+  double fStop = 0.0;
+  double clipNearDistance = 0.001;  ///< scene units
+  // KEEP(far-plane-one): a far plane at 1 cuts most scenes off; callers that print or compare default samples rely on it.
+  double clipFarDistance = 1.0;  ///< scene units
+};
+
+struct CameraOpticsParameters {
+  double focalLength = 1.0;  ///< in the unit of the film window
+  double focusDistance = 1.0;
+  double opticalAttenuation = 0.0;
+  double opticalWidthSqueeze = 1.0;
+  double opticalDistortionA = 0.0;
+  double opticalDistortionB = 0.0;
+  double opticalDistortionC = 0.0;
+};
+
+/// Something that stands somewhere.
+class VELA_API Axis {
+ public:
+  /// A transform at one time.
+  struct Sample {
+    double time = 0.0;
+    XformParameters xform;
+  };
+
+  virtual ~Axis();
+  /// For hosts that draw; does nothing here.
+  virtual void drawAxis();
+};
+
+class VELA_API Camera : public Axis {
+ public:
+  /// A camera at one time: what was set, and what follows from it once updateDerivedValues has run.
+  struct VELA_API Sample : Axis::Sample {
+    CameraSensorParameters sensor;
+    CameraMountParameters mount;
+    CameraLensApertureParameters lensAp;
+    CameraOpticsParameters optics;
+
+   private:
+    float lensMagnification_ = 1.0f;
+    float lensPupilRadius_ = 0.0f;
+    bool distortionEnabled_ = false;
+
+   public:
+    tarn::Mat4<double> ndc;     ///< what the film window does to NDC coordinates, see BuildNDCTransform
+    bool ndcIsIdentity = true;  ///< of `ndc`; lenses then leave it out
+    tarn::Mat4<double> proj;    ///< camera space to NDC
+
+   private:
+    tarn::Mat4<double> worldToNdc_;
+
+   public:
+    /// Width of the film window over focal length: twice the tangent of half the horizontal field of view.
+    [[nodiscard]] float lensMagnification() const { return lensMagnification_; }
+    /// Half of focal length over f-stop; infinite at f-stop 0.
+    [[nodiscard]] float lensPupilRadius() const { return lensPupilRadius_; }
+    /// True when one of the three distortion coefficients is not 0.
+    [[nodiscard]] bool distortionEnabled() const { return distortionEnabled_; }
+    [[nodiscard]] const tarn::Mat4<double>& ndcTransform() const { return ndc; }
+    [[nodiscard]] bool ndcTransformIsIdentity() const { return ndcIsIdentity; }
+    [[nodiscard]] const tarn::Mat4<double>& projectionMatrix() const { return proj; }
+    [[nodiscard]] const tarn::Mat4<double>& worldToNdc() const { return worldToNdc_; }
+
+    /// Computes `xform.w2l` and the derived values from everything else.
+    ///
+    /// \param projection  the lens whose projection matrix `proj` becomes; null takes a perspective one from the magnification
+    ///
+    /// A singular l2w gives a zero w2l.
+    void updateDerivedValues(const LensProjectionFunction* projection);
+
+    /// Eight lines of labelled values, each after `indent` and flushed.
+    void printValues(std::ostream& os, const std::string& indent) const;
+  };
+
+  ~Camera() override;
+  /// For hosts that draw; does nothing here.
+  virtual void drawCamera();
+  /// Runs the class's own validation; Camera has none.
+  void validateCamera() { _validateCamera(); }
+
+  /// What the film window does to NDC coordinates: rotate by -apertureRotate, scale, translate (a point sees them in this order);
+  /// or its inverse.
+  [[nodiscard]] static tarn::Mat4<double> BuildNDCTransform(const Sample& sample, bool inverse);
+
+  /// Camera space to NDC by focal length over film width and the two clipping distances.
+  ///
+  /// \param withNdc  also takes the film window into account (the inverse NDC transform comes last)
+  [[nodiscard]] static tarn::Mat4<double> BuildLinearProjection(const Sample& sample, bool withNdc, bool perspective);
+
+ protected:
+  virtual void _validateCamera();
+};
+
+/// Camera space to NDC from numbers instead of a sample.
+///
+/// \param lensMagnification  goes to Mat4::setToProjection as it is, which takes focal length over film width: the reverse of
+///                           Camera::Sample::lensMagnification
+/// \param translate, scale, rotateDegrees  of the film window; a zero scale gives infinities
+[[nodiscard]] VELA_API tarn::Mat4<double> BuildProjectionMatrix(double lensMagnification, double nearDistance,
+                                                                double farDistance, tarn::Vec2<double> translate,
+                                                                tarn::Vec2<double> scale, double rotateDegrees,
+                                                                bool perspective);
+
+/// Labelled values in brackets, on one line; a sample takes eight lines. Numbers have the stream's own format.
+VELA_API std::ostream& operator<<(std::ostream& os, const XformParameters& xform);
+VELA_API std::ostream& operator<<(std::ostream& os, const CameraSensorParameters& sensor);
+VELA_API std::ostream& operator<<(std::ostream& os, const CameraMountParameters& mount);
+VELA_API std::ostream& operator<<(std::ostream& os, const CameraLensApertureParameters& lensAp);
+VELA_API std::ostream& operator<<(std::ostream& os, const CameraOpticsParameters& optics);
+VELA_API std::ostream& operator<<(std::ostream& os, const Camera::Sample& sample);
+
+}  // namespace vela

@@ -1,0 +1,183 @@
+/// \file
+/// Lenses: from image coordinates to rays, and back.
+///
+/// Holds for the whole file: image coordinates are NDC: x from -1 to 1 over the width, y in x's unit (so it runs over
+/// +-height/width), up. Rays are in camera space, looking down -z. Batches are arrays of `count` records; record i of each array
+/// belongs together, and a batch gives the same bits as its coordinates one by one. Of a ray, a lens writes origin,
+/// direction with its reciprocal, both neighbouring directions and the two distances; time, type and origin kind stay.
+/// Single precision, except for angles and for the film window's matrix, which are double and narrowed once. Coordinates that are
+/// no numbers give rays that are no numbers. Nothing throws. All calls but validateProjection are const and safe from several threads.
+#pragma once
+
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include "tarn/Mat4.h"
+#include "tarn/Vec.h"
+#include "vela/Api.h"
+#include "vela/camera/Camera.h"
+#include "vela/camera/RayContext.h"
+
+namespace vela {
+
+/// The enumerators are reached through the enumeration, as in LensProjection::spherical; the namespace keeps them out of vela.
+namespace lens_projection {
+enum LensProjection : int {
+  perspective = 0,
+  orthographic = 1,
+  spherical = 2,
+  cylindrical = 3,
+  none = 4,  ///< what a lens outside the list reports
+};
+}  // namespace lens_projection
+using lens_projection::LensProjection;
+
+/// One image coordinate, or one point on its way to it.
+struct ProjectCoord {
+  float x = 0.0f;  ///< NDC
+  float y = 0.0f;
+  float dx = 0.0f;  ///< offset to the neighbouring coordinate
+  float dy = 0.0f;
+  float depth = 0.0f;  ///< NDC z
+  float px = 0.0f;     ///< homogeneous point in world space, for LensProjectionFunction::project
+  float py = 0.0f;
+  float pz = 0.0f;
+  float pw = 1.0f;
+};
+
+static_assert(sizeof(ProjectCoord) == 9 * sizeof(float) && std::is_standard_layout_v<ProjectCoord>,
+              "hosts fill arrays of these records");
+
+/// The image that coordinates belong to.
+struct ProjectionImageContext {
+  float aspect = 1.0f;  ///< height over width
+  int width = 0;        ///< pixels; 0 where there are none. The lenses do not read them
+  int height = 0;
+
+  /// The context of an image of that many pixels.
+  [[nodiscard]] static ProjectionImageContext forSize(int width, int height) {
+    return {static_cast<float>(height) / static_cast<float>(width), width, height};
+  }
+};
+
+/// A lens.
+class VELA_API LensProjectionFunction {
+ protected:
+  // KEEP(validate-before-destructor): hosts call through the table of virtual functions, where validation comes first.
+  virtual void _validateProjection();
+
+ public:
+  virtual ~LensProjectionFunction();
+
+  /// The lens that a stand-in stands for; null in every lens.
+  virtual LensProjectionFunction* asLensProjectionFunction() const;
+  [[nodiscard]] virtual const char* identifier() const = 0;
+  [[nodiscard]] virtual LensProjection lensProjectionMode() const;
+  /// True when straight lines stay straight.
+  [[nodiscard]] virtual bool isLinear() const = 0;
+  /// The part along -z of a distance along the ray at `ndc`. Unchanged where the two are not told apart.
+  [[nodiscard]] virtual float distanceToLinearZ(const Camera::Sample& sample, const tarn::Vec2<float>& ndc,
+                                                float distance) const;
+  [[nodiscard]] virtual double lensMagnification(const Camera::Sample& sample) const;
+  /// Camera space to NDC, the film window included. The lenses that are not linear have the perspective one.
+  [[nodiscard]] virtual tarn::Mat4<double> projectionMatrix(const Camera::Sample& sample) const;
+  /// What the film window does to NDC coordinates.
+  [[nodiscard]] virtual tarn::Mat4<double> ndcTransformMatrix(const Camera::Sample& sample) const;
+  /// True when coordinates outside the image still give rays.
+  [[nodiscard]] virtual bool canBeExtendedHorizontally() const;
+  [[nodiscard]] virtual bool canBeExtendedVertically() const;
+
+  /// Writes the camera-space rays of a batch of coordinates.
+  ///
+  /// \param samples  one for each coordinate, with derived values up to date; for a camera that stands still see generateCameraRays
+  /// \param rays     untouched when count is 0 or an array is missing
+  virtual void generateRayGeometry(unsigned count, const ProjectCoord* coords, const Camera::Sample* samples,
+                                   const ProjectionImageContext& image, RayContext* rays) const;
+
+  /// Projects the world-space point of each coordinate to NDC position and depth, in place. The offsets stay.
+  virtual void project(const Camera::Sample& sample, const ProjectionImageContext& image, unsigned count,
+                       ProjectCoord* coords) const = 0;
+
+  /// Runs the lens's own validation; none of the four has any.
+  void validateProjection() { _validateProjection(); }
+};
+
+/// Perspective or orthographic.
+///
+/// Perspective rays start at the origin and pass through the window at distance 1; orthographic ones start on the plane z = 0 and
+/// are parallel to -z, with the film window in scene units over focal length.
+class VELA_API LinearProjection : public LensProjectionFunction {
+ public:
+  explicit LinearProjection(bool orthographic = false) : orthographic_(orthographic) {}
+
+  [[nodiscard]] const char* identifier() const override;
+  [[nodiscard]] LensProjection lensProjectionMode() const override;
+  [[nodiscard]] bool isLinear() const override;
+  [[nodiscard]] float distanceToLinearZ(const Camera::Sample& sample, const tarn::Vec2<float>& ndc,
+                                        float distance) const override;
+  [[nodiscard]] tarn::Mat4<double> projectionMatrix(const Camera::Sample& sample) const override;
+  [[nodiscard]] bool canBeExtendedHorizontally() const override;
+  [[nodiscard]] bool canBeExtendedVertically() const override;
+  void generateRayGeometry(unsigned count, const ProjectCoord* coords, const Camera::Sample* samples,
+                           const ProjectionImageContext& image, RayContext* rays) const override;
+  /// Does nothing for an orthographic lens, and nothing where the sample has distortion.
+  void project(const Camera::Sample& sample, const ProjectionImageContext& image, unsigned count,
+               ProjectCoord* coords) const override;
+
+ protected:
+  bool orthographic_;
+};
+
+/// A linear lens behind a distortion that only its host knows: it has the matrices, but makes no rays and projects nothing.
+class VELA_API WarpedLinearProjection : public LinearProjection {
+ public:
+  explicit WarpedLinearProjection(bool orthographic = false) : LinearProjection(orthographic) {}
+
+  [[nodiscard]] const char* identifier() const override;
+  [[nodiscard]] bool isLinear() const override;
+  void generateRayGeometry(unsigned count, const ProjectCoord* coords, const Camera::Sample* samples,
+                           const ProjectionImageContext& image, RayContext* rays) const override;
+  void project(const Camera::Sample& sample, const ProjectionImageContext& image, unsigned count,
+               ProjectCoord* coords) const override;
+};
+
+/// Longitude over the width, latitude over the height; the centre looks down -z, the lower edge down -y. Coordinates past the
+/// left and right edges, and past y = +-1, count as those. Projects nothing.
+class VELA_API SphericalProjection : public LensProjectionFunction {
+ public:
+  [[nodiscard]] const char* identifier() const override;
+  [[nodiscard]] LensProjection lensProjectionMode() const override;
+  [[nodiscard]] bool isLinear() const override;
+  void generateRayGeometry(unsigned count, const ProjectCoord* coords, const Camera::Sample* samples,
+                           const ProjectionImageContext& image, RayContext* rays) const override;
+  void project(const Camera::Sample& sample, const ProjectionImageContext& image, unsigned count,
+               ProjectCoord* coords) const override;
+};
+
+/// Longitude over the width, the linear lens's height over the height; the centre looks down -z. Coordinates past -1 and 1, in x
+/// and in y, count as those. Projects nothing.
+class VELA_API CylindricalProjection : public LensProjectionFunction {
+ public:
+  [[nodiscard]] const char* identifier() const override;
+  [[nodiscard]] LensProjection lensProjectionMode() const override;
+  [[nodiscard]] bool isLinear() const override;
+  void generateRayGeometry(unsigned count, const ProjectCoord* coords, const Camera::Sample* samples,
+                           const ProjectionImageContext& image, RayContext* rays) const override;
+  void project(const Camera::Sample& sample, const ProjectionImageContext& image, unsigned count,
+               ProjectCoord* coords) const override;
+};
+
+/// "Perspective", "Orthographic", "Spherical", "Cylindrical", in the order of the enumeration.
+[[nodiscard]] VELA_API const std::vector<std::string>& LensProjectionClassNameList();
+/// The entry of that list; empty for anything else.
+[[nodiscard]] VELA_API const std::string& LensProjectionClassName(LensProjection projection);
+/// A new lens, which the caller deletes; null for anything but the four.
+[[nodiscard]] VELA_API LensProjectionFunction* CreateProjectionFunc(LensProjection projection);
+
+/// Writes the rays of one camera: bit for bit what lens.generateRayGeometry writes for `count` copies of `sample`, without the copies and
+/// with one virtual call a batch at most for the lenses of this file.
+VELA_API void generateCameraRays(const LensProjectionFunction& lens, unsigned count, const ProjectCoord* coords,
+                                 const Camera::Sample& sample, const ProjectionImageContext& image, RayContext* rays);
+
+}  // namespace vela

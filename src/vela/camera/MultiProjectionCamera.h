@@ -1,0 +1,94 @@
+/// \file
+/// A camera whose parameters can be projected by any lens.
+#pragma once
+
+#include "vela/Api.h"
+#include "vela/camera/Camera.h"
+#include "vela/camera/LensProjection.h"
+
+namespace vela {
+
+/// One camera sample behind getters and setters, and a lens that belongs to somebody else.
+///
+/// Setters change one number each; what follows from it is up to date after validateCamera. The lens must outlive the camera and its
+/// copies, which share it. Without a lens the mode is LensProjection::none, the identifier empty, nothing linear, and validation
+/// takes the projection matrix that a sample has without a lens.
+class VELA_API MultiProjectionCamera : public Camera {
+ public:
+  /// A camera with a full-aperture film back (24.576 x 18.672), a 50 lens at f/16 focused at 2, no clipping, no lens function.
+  MultiProjectionCamera();
+  MultiProjectionCamera(const MultiProjectionCamera&) = default;
+  MultiProjectionCamera(MultiProjectionCamera&&) = default;
+  MultiProjectionCamera& operator=(const MultiProjectionCamera&) = default;
+  MultiProjectionCamera& operator=(MultiProjectionCamera&&) = default;
+  ~MultiProjectionCamera() override;
+
+ protected:
+  /// Lets the lens validate itself, then brings the derived values up to date through it.
+  void _validateCamera() override;
+
+ public:
+  /// \name Asked of the lens
+  /// \{
+  [[nodiscard]] virtual LensProjection projectionMode() const;
+  [[nodiscard]] virtual const char* projectionIdentifier() const;
+  [[nodiscard]] virtual bool isBaseProjectionLinear() const;
+  /// \}
+  /// True when a distortion coefficient is not 0, whatever the lens makes of it.
+  [[nodiscard]] virtual bool isDistorted() const;
+
+  /// \name Whole groups of parameters
+  /// \{
+  [[nodiscard]] const Camera::Sample& properties() const { return sample_; }
+  [[nodiscard]] const CameraSensorParameters& sensorProperties() const { return sample_.sensor; }
+  [[nodiscard]] const CameraMountParameters& mountProperties() const { return sample_.mount; }
+  [[nodiscard]] const CameraLensApertureParameters& lensApertureProperties() const { return sample_.lensAp; }
+  [[nodiscard]] const CameraOpticsParameters& opticsProperties() const { return sample_.optics; }
+  [[nodiscard]] const tarn::Mat4<double>& projectionMatrix() const { return sample_.proj; }
+  /// \}
+
+  /// \name Film window. Lengths are in the unit of the focal length, angles in degrees
+  /// \{
+  [[nodiscard]] double horizontalAperture() const { return sample_.sensor.apertureSize.x; }
+  void setHorizontalAperture(double v) { sample_.sensor.apertureSize.x = v; }
+  [[nodiscard]] double verticalAperture() const { return sample_.sensor.apertureSize.y; }
+  void setVerticalAperture(double v) { sample_.sensor.apertureSize.y = v; }
+  [[nodiscard]] const tarn::Vec2<double>& windowTranslate() const { return sample_.sensor.apertureTranslate; }
+  void setWindowTranslate(double x, double y) { sample_.sensor.apertureTranslate = {x, y}; }
+  [[nodiscard]] double windowRotateZ() const { return sample_.sensor.apertureRotate; }
+  void setWindowRotateZ(double degrees) { sample_.sensor.apertureRotate = degrees; }
+  [[nodiscard]] const tarn::Vec2<double>& windowScale() const { return sample_.sensor.apertureScale; }
+  void setWindowScale(double x, double y) { sample_.sensor.apertureScale = {x, y}; }
+  /// Sets the horizontal aperture to what shows that angle, in degrees, at the focal length as it is now.
+  void setHorizontalFov(double degrees);
+  /// \}
+
+  /// \name Lens
+  /// \{
+  [[nodiscard]] double fStop() const { return sample_.lensAp.fStop; }
+  void setfStop(double v) { sample_.lensAp.fStop = v; }
+  [[nodiscard]] double nearPlaneDistance() const { return sample_.lensAp.clipNearDistance; }
+  void setNearPlaneDistance(double v) { sample_.lensAp.clipNearDistance = v; }
+  [[nodiscard]] double farPlaneDistance() const { return sample_.lensAp.clipFarDistance; }
+  void setFarPlaneDistance(double v) { sample_.lensAp.clipFarDistance = v; }
+  [[nodiscard]] double focalLength() const { return sample_.optics.focalLength; }
+  void setFocalLength(double v) { sample_.optics.focalLength = v; }
+  [[nodiscard]] double focusDistance() const { return sample_.optics.focusDistance; }
+  void setFocusDistance(double v) { sample_.optics.focusDistance = v; }
+  [[nodiscard]] double distortA() const { return sample_.optics.opticalDistortionA; }
+  void setDistortA(double v) { sample_.optics.opticalDistortionA = v; }
+  [[nodiscard]] double distortB() const { return sample_.optics.opticalDistortionB; }
+  void setDistortB(double v) { sample_.optics.opticalDistortionB = v; }
+  [[nodiscard]] double distortC() const { return sample_.optics.opticalDistortionC; }
+  void setDistortC(double v) { sample_.optics.opticalDistortionC = v; }
+  /// \}
+
+  [[nodiscard]] LensProjectionFunction* projectionFunc() const { return projection_; }
+  void setProjectionFunc(LensProjectionFunction* projection) { projection_ = projection; }
+
+ private:
+  Camera::Sample sample_;
+  LensProjectionFunction* projection_ = nullptr;
+};
+
+}  // namespace vela
