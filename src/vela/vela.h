@@ -4,6 +4,9 @@
 
 #include "vela/Api.h"
 #include "vela/Version.h"
+#include "vela/mesh/MeshNormals.h"
+#include "vela/mesh/MeshTopology.h"
+#include "vela/mesh/NearestPointQuery.h"
 #include "vela/mesh/Triangulate.h"
 #include "vela/log/Log.h"
 #include "vela/sampling/SamplingRng.h"

@@ -1,0 +1,69 @@
+#include "vela/mesh/MeshTopology.h"
+
+#include <algorithm>
+
+namespace vela {
+
+MeshTopology::Faces MeshTopology::faces() const { return Faces(vertsPerFace, faceVertPointIndices); }
+
+MeshTopology::Faces::Face MeshTopology::Faces::iterator::operator*() const {
+  const std::int32_t count = faces_->counts_[face_];
+  const std::size_t left = faces_->indices_.size() - vertex_;
+  const std::size_t size = count > 0 && static_cast<std::size_t>(count) <= left ? static_cast<std::size_t>(count) : 0;
+  return Face(face_, vertex_, size == 0 ? nullptr : faces_->indices_.cdata() + vertex_, size);
+}
+
+MeshTopology::Faces::iterator& MeshTopology::Faces::iterator::operator++() {
+  // Held at the end of the indices: every later face with vertices is then cut off too.
+  const std::int32_t count = faces_->counts_[face_];
+  const std::size_t left = faces_->indices_.size() - vertex_;
+  if (count > 0) vertex_ += std::min(static_cast<std::size_t>(count), left);
+  ++face_;
+  return *this;
+}
+
+MeshTopology::Faces::Face MeshTopology::Faces::operator[](std::size_t face) const {
+  iterator at = begin();
+  while (at.face_ < face) ++at;
+  return *at;
+}
+
+MeshTopology::Edges MeshTopology::edges() const {
+  const Faces all = faces();
+  const auto pointCount = static_cast<std::int64_t>(points.size());
+  const auto isEdge = [pointCount](std::int32_t a, std::int32_t b) {
+    return a != b && a >= 0 && b >= 0 && a < pointCount && b < pointCount;
+  };
+  const auto forEachSide = [&](auto&& use) {
+    for (const Faces::Face face : all) {
+      const std::size_t sides = face.size() == 2 ? 1 : face.size() == 1 ? 0 : face.size();
+      for (std::size_t k = 0; k < sides; ++k) {
+        const std::int32_t a = face[k], b = face[k + 1 == face.size() ? 0 : k + 1];
+        if (isEdge(a, b)) use(std::min(a, b), std::max(a, b));
+      }
+    }
+  };
+
+  // Bucket the sides by their smaller point, so that only the few around one point are ever sorted.
+  std::vector<std::size_t> start(points.size() + 1, 0);
+  forEachSide([&](std::int32_t a, std::int32_t) { ++start[static_cast<std::size_t>(a)]; });
+  std::size_t end = 0;
+  for (std::size_t& entry : start) entry = end += entry;
+  std::vector<std::int32_t> larger(end);
+  forEachSide([&](std::int32_t a, std::int32_t b) { larger[--start[static_cast<std::size_t>(a)]] = b; });
+
+  Edges out;
+  for (std::size_t a = 0; a < points.size(); ++a) {
+    const auto first = larger.begin() + static_cast<std::ptrdiff_t>(start[a]);
+    const auto last = larger.begin() + static_cast<std::ptrdiff_t>(start[a + 1]);
+    std::sort(first, last);
+    for (auto b = first; b != last;) {
+      const auto next = std::upper_bound(b, last, *b);
+      out.edges_.push_back({static_cast<std::int32_t>(a), *b, static_cast<std::int32_t>(next - b)});
+      b = next;
+    }
+  }
+  return out;
+}
+
+}  // namespace vela
