@@ -1,0 +1,211 @@
+#include "vela/intersect/SceneTracer.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "tarn/Hash.h"
+#include "vela/intersect/detail/TracerTree.h"
+
+namespace vela {
+
+using tracer::kNone;
+
+namespace {
+
+template <class T>
+bool hasSameBits(const ovo::Array<T>& a, const ovo::Array<T>& b) {
+  if (a.isIdentical(b)) return true;
+  return a.size() == b.size() && (a.empty() || std::memcmp(a.cdata(), b.cdata(), a.size() * sizeof(T)) == 0);
+}
+
+template <class T>
+void appendArray(tarn::Hash& hash, const ovo::Array<T>& array) {
+  hash.append(static_cast<std::uint32_t>(array.size()));
+  hash.append(array.cdata(), array.size() * sizeof(T));
+}
+
+/// The face's normal by Newell, for a triangle of it that has no area of its own.
+tarn::Vec3<double> faceNormal(const tracer::Mesh& mesh, std::size_t triangle) {
+  const std::int32_t face = mesh.triangles[triangle].face;
+  std::size_t begin = 0;
+  for (std::int32_t f = 0; f < face; ++f) begin += static_cast<std::size_t>(std::max(0, mesh.counts.cdata()[f]));
+  const auto count = static_cast<std::size_t>(mesh.counts.cdata()[face]);
+  const auto at = [&](std::size_t k) {
+    const tarn::Vec3<double> p(mesh.points.cdata()[mesh.indices.cdata()[begin + k % count]]);
+    return tarn::Vec3<double>(std::ldexp(p.x, -mesh.frame.exponent), std::ldexp(p.y, -mesh.frame.exponent),
+                              std::ldexp(p.z, -mesh.frame.exponent));
+  };
+  tarn::Vec3<double> sum;
+  const tarn::Vec3<double> first = at(0);
+  for (std::size_t k = 1; k + 1 < count; ++k) sum += tarn::cross(at(k) - first, at(k + 1) - first);
+  return sum;
+}
+
+}  // namespace
+
+struct SceneTracer::Impl {
+  std::vector<tracer::Mesh> meshes;
+  std::unordered_multimap<std::uint64_t, std::uint32_t> meshOfHash;
+  std::vector<tracer::Placement> placements;
+  std::vector<tracer::Node> nodes;
+  std::vector<std::uint32_t> unboxed;
+  tarn::Box3<float> bounds;
+  tracer::KernelFunctions kernel = tracer::bestKernel();
+
+  [[nodiscard]] tracer::SceneView view() const {
+    return {meshes.data(), placements.data(), nodes.empty() ? nullptr : nodes.data(), unboxed.data(), unboxed.size()};
+  }
+
+  void describe(const tarn::Ray<float>& ray, const tracer::Nearest& nearest, TracerHit& hit) const {
+    const tracer::Placement& placement = placements[nearest.placement];
+    const tracer::Mesh& mesh = meshes[placement.mesh];
+    hit.hit = true;
+    hit.distance = nearest.distance;
+    for (std::size_t i = 0; i < 3; ++i)
+      hit.position[i] = static_cast<float>(static_cast<double>(ray.origin[i]) +
+                                           nearest.distance * static_cast<double>(ray.direction[i]));
+
+    // The normal, in double: corners of a small far triangle differ in their last bits only.
+    const auto corner = [&](std::size_t c) {
+      const auto& from = nearest.block->corner[c];
+      return tarn::Vec3<double>(static_cast<double>(from[0][nearest.lane]), static_cast<double>(from[1][nearest.lane]),
+                                static_cast<double>(from[2][nearest.lane]));
+    };
+    const tarn::Vec3<double> a = corner(0);
+    tarn::Vec3<double> local = tarn::cross(corner(1) - a, corner(2) - a);
+    if (local == tarn::Vec3<double>()) local = faceNormal(mesh, nearest.triangle);
+    const auto& m = placement.localFromWorld.m;
+    tarn::Vec3<double> world;
+    for (std::size_t i = 0; i < 3; ++i) world[i] = m[0][i] * local.x + m[1][i] * local.y + m[2][i] * local.z;
+    // Brought to about 1 before it is squared.
+    const double largest = std::fmax(std::fabs(world.x), std::fmax(std::fabs(world.y), std::fabs(world.z)));
+    if (largest > 0.0) world = world / largest;
+    hit.normal = tarn::Vec3<float>(world.normalized());
+
+    hit.placement = nearest.placement;
+    const tracer::TriangleSource& source = mesh.triangles[nearest.triangle];
+    hit.face = source.face;
+    for (std::size_t c = 0; c < 3; ++c) {
+      hit.faceVertices[c] = source.faceVertex[c];
+      hit.points[c] = mesh.indices.cdata()[source.faceVertex[c]];
+    }
+    hit.u = static_cast<float>(nearest.crossing.b / nearest.crossing.sum);
+    hit.v = static_cast<float>(nearest.crossing.c / nearest.crossing.sum);
+  }
+};
+
+SceneTracer::SceneTracer() : impl_(std::make_unique<Impl>()) {}
+SceneTracer::~SceneTracer() = default;
+SceneTracer::SceneTracer(SceneTracer&&) noexcept = default;
+SceneTracer& SceneTracer::operator=(SceneTracer&&) noexcept = default;
+
+std::uint32_t SceneTracer::addMesh(const ovo::Array<tarn::Vec3<float>>& points, const ovo::Array<int>& faceVertexCounts,
+                                   const ovo::Array<int>& faceVertexIndices) {
+  // An equal mesh is found by its hash and then compared.
+  tarn::Hash hash;
+  appendArray(hash, points);
+  appendArray(hash, faceVertexCounts);
+  appendArray(hash, faceVertexIndices);
+  const auto [begin, end] = impl_->meshOfHash.equal_range(hash.value());
+  for (auto it = begin; it != end; ++it) {
+    const tracer::Mesh& mesh = impl_->meshes[it->second];
+    if (hasSameBits(mesh.points, points) && hasSameBits(mesh.counts, faceVertexCounts) &&
+        hasSameBits(mesh.indices, faceVertexIndices))
+      return it->second;
+  }
+
+  const auto id = static_cast<std::uint32_t>(impl_->meshes.size());
+  tracer::Mesh mesh;
+  mesh.points = points;
+  mesh.counts = faceVertexCounts;
+  mesh.indices = faceVertexIndices;
+  mesh.prepare();
+  impl_->meshes.push_back(std::move(mesh));
+  impl_->meshOfHash.emplace(hash.value(), id);
+  return id;
+}
+
+std::uint32_t SceneTracer::addPlacement(std::uint32_t mesh, const tarn::Mat4<double>& worldFromLocal) {
+  tracer::Placement placement;
+  placement.mesh = mesh;
+  placement.isUsable = mesh < impl_->meshes.size() && !impl_->meshes[mesh].triangles.empty() &&
+                       tracer::makeLocalFromWorld(worldFromLocal, impl_->meshes[mesh].frame, placement.localFromWorld);
+  impl_->placements.push_back(placement);
+  return static_cast<std::uint32_t>(impl_->placements.size() - 1);
+}
+
+void SceneTracer::reservePlacements(std::size_t count) { impl_->placements.reserve(count); }
+
+void SceneTracer::build() {
+  for (tracer::Mesh& mesh : impl_->meshes)
+    if (!mesh.isBuilt) mesh.build();
+
+  // A tree over the placements that have a box; the others are asked every time.
+  std::vector<tracer::BuildBox> boxes;
+  boxes.reserve(impl_->placements.size());
+  impl_->unboxed.clear();
+  impl_->bounds = tarn::Box3<float>();
+  for (std::size_t i = 0; i < impl_->placements.size(); ++i) {
+    const tracer::Placement& placement = impl_->placements[i];
+    if (!placement.isUsable) continue;
+    tracer::BuildBox box{};
+    box.index = static_cast<std::uint32_t>(i);
+    if (tracer::placementBox(placement.localFromWorld, impl_->meshes[placement.mesh].frame, box)) {
+      boxes.push_back(box);
+      impl_->bounds.extendBy(tarn::Box3<float>({box.low[0], box.low[1], box.low[2]}, {box.high[0], box.high[1], box.high[2]}));
+    } else {
+      impl_->unboxed.push_back(box.index);
+    }
+  }
+  tracer::buildTreeOfSingles(boxes, impl_->nodes);
+  impl_->nodes.shrink_to_fit();
+}
+
+bool SceneTracer::intersect(const tarn::Ray<float>& ray, TracerHit& hit) const {
+  hit = TracerHit();
+  tracer::Nearest nearest;
+  impl_->kernel.nearest(impl_->view(), ray, nearest);
+  if (nearest.placement == kNone) return false;
+  impl_->describe(ray, nearest, hit);
+  return true;
+}
+
+void SceneTracer::intersect(const tarn::Ray<float>* rays, std::size_t count, TracerHit* hits) const {
+  for (std::size_t i = 0; i < count; ++i) intersect(rays[i], hits[i]);
+}
+
+bool SceneTracer::occluded(const tarn::Ray<float>& ray) const { return impl_->kernel.occluded(impl_->view(), ray); }
+
+void SceneTracer::occluded(const tarn::Ray<float>* rays, std::size_t count, bool* occluded) const {
+  const tracer::SceneView view = impl_->view();
+  for (std::size_t i = 0; i < count; ++i) occluded[i] = impl_->kernel.occluded(view, rays[i]);
+}
+
+std::size_t SceneTracer::numMeshes() const { return impl_->meshes.size(); }
+std::size_t SceneTracer::numPlacements() const { return impl_->placements.size(); }
+std::size_t SceneTracer::numTriangles(std::uint32_t mesh) const {
+  return mesh < impl_->meshes.size() ? impl_->meshes[mesh].triangles.size() : 0;
+}
+std::uint32_t SceneTracer::placementMesh(std::uint32_t placement) const {
+  return placement < impl_->placements.size() ? impl_->placements[placement].mesh : kNone;
+}
+tarn::Box3<float> SceneTracer::bounds() const { return impl_->bounds; }
+
+std::size_t SceneTracer::memoryUsage() const {
+  std::size_t bytes = impl_->placements.capacity() * sizeof(tracer::Placement) + impl_->nodes.capacity() * sizeof(tracer::Node) +
+                      impl_->unboxed.capacity() * sizeof(std::uint32_t) + impl_->meshes.capacity() * sizeof(tracer::Mesh);
+  for (const tracer::Mesh& mesh : impl_->meshes)
+    bytes += mesh.triangles.capacity() * sizeof(tracer::TriangleSource) + mesh.nodes.capacity() * sizeof(tracer::Node) +
+             mesh.blocks.capacity() * sizeof(tracer::Block);
+  return bytes;
+}
+
+void SceneTracer::setKernel(Kernel kernel) {
+  impl_->kernel = kernel == Kernel::plain ? tracer::plainKernel() : tracer::bestKernel();
+}
+
+}  // namespace vela

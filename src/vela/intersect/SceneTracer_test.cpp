@@ -1,0 +1,772 @@
+#include "vela/intersect/SceneTracer.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "support/ClosedMeshes.h"
+#include "vela/intersect/detail/TracerMath.h"
+#include "vela/mesh/Triangulate.h"
+
+namespace {
+
+using tarn::Mat4;
+using tarn::Ray;
+using tarn::Vec3;
+using vela::SceneTracer;
+using vela::TracerHit;
+using vela_test::ClosedMesh;
+
+constexpr float kInf = std::numeric_limits<float>::infinity();
+constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
+
+/// Another copy of an axis-aligned square of two units at height z, seen from above, as one quad.
+ClosedMesh makeSquare(float z = 0.0f) {
+  return {{{-1, -1, z}, {1, -1, z}, {1, 1, z}, {-1, 1, z}}, {4}, {0, 1, 2, 3}};
+}
+
+std::uint32_t addMesh(SceneTracer& tracer, const ClosedMesh& mesh) {
+  return tracer.addMesh(mesh.points, mesh.counts, mesh.indices);
+}
+
+SceneTracer makeTracer(const ClosedMesh& mesh, const Mat4<double>& matrix = Mat4<double>()) {
+  SceneTracer tracer;
+  tracer.addPlacement(addMesh(tracer, mesh), matrix);
+  tracer.build();
+  return tracer;
+}
+
+const Ray<float> kDown({0.25f, 0.5f, 5.0f}, {0, 0, -1});
+
+/// The same question asked of every triangle of every placement: no box, no tree, no wide instruction. Meshes are read and cut here
+/// a second time; only the arithmetic of one ray and one triangle is shared.
+class PlainLoop {
+ public:
+  struct Answer {
+    bool hit = false;
+    double distance = 0.0;
+    std::uint32_t placement = 0, triangle = 0;
+    int face = 0;
+  };
+
+  void add(const ClosedMesh& source, const Mat4<double>& matrix) {
+    Placed placed;
+    Vec3<float> low(kInf), high(-kInf);
+    std::vector<int> cut;
+    std::vector<Vec3<float>> corners;
+    std::size_t begin = 0;
+    for (std::size_t f = 0; f < source.counts.size(); ++f) {
+      const int n = source.counts[f];
+      vela::triangulatePolygon(source.points.data(), source.indices.data() + begin, n, cut);
+      for (const int k : cut) corners.push_back(source.points[static_cast<std::size_t>(source.indices[begin + static_cast<std::size_t>(k)])]);
+      for (std::size_t k = 0; k < cut.size(); k += 3) placed.faces.push_back(static_cast<int>(f));
+      begin += static_cast<std::size_t>(n);
+    }
+    for (const Vec3<float>& p : corners)
+      for (std::size_t i = 0; i < 3; ++i) {
+        low[i] = std::min(low[i], p[i]);
+        high[i] = std::max(high[i], p[i]);
+      }
+    placed.frame = vela::tracer::makeMeshFrame(low, high);
+    for (const Vec3<float>& p : corners) {
+      placed.corners.push_back({std::ldexp(p.x, -placed.frame.exponent), std::ldexp(p.y, -placed.frame.exponent),
+                                std::ldexp(p.z, -placed.frame.exponent)});
+    }
+    placed.isUsable = vela::tracer::makeLocalFromWorld(matrix, placed.frame, placed.localFromWorld);
+    placed_.push_back(std::move(placed));
+  }
+
+  [[nodiscard]] Answer intersect(const Ray<float>& ray) const {
+    Answer best;
+    if (!vela::tracer::isUsable(ray)) return best;
+    for (std::size_t p = 0; p < placed_.size(); ++p) {
+      const Placed& placed = placed_[p];
+      vela::tracer::LocalRay local;
+      if (!placed.isUsable || !vela::tracer::makeLocalRay(placed.localFromWorld, placed.frame, ray, local)) continue;
+      for (std::size_t t = 0; t < placed.faces.size(); ++t) {
+        float corner[3][3];
+        for (std::size_t c = 0; c < 3; ++c)
+          for (std::size_t i = 0; i < 3; ++i) corner[c][i] = placed.corners[3 * t + c][i];
+        vela::tracer::Crossing crossing;
+        if (!vela::tracer::crossTriangle(local, corner[0], corner[1], corner[2], crossing)) continue;
+        const float rounded = static_cast<float>(crossing.distance);
+        if (!(rounded >= ray.minDistance && rounded <= ray.maxDistance)) continue;
+        if (best.hit && !(crossing.distance < best.distance)) continue;
+        best = {true, crossing.distance, static_cast<std::uint32_t>(p), static_cast<std::uint32_t>(t), placed.faces[t]};
+      }
+    }
+    return best;
+  }
+
+ private:
+  struct Placed {
+    vela::tracer::MeshFrame frame;
+    vela::tracer::Affine localFromWorld;
+    bool isUsable = false;
+    std::vector<Vec3<float>> corners;
+    std::vector<int> faces;
+  };
+  std::vector<Placed> placed_;
+};
+
+bool hasSameBits(double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; }
+
+using Random = std::mt19937_64;
+float uniform(Random& random, float low, float high) { return std::uniform_real_distribution<float>(low, high)(random); }
+Vec3<float> randomPoint(Random& random, float size) {
+  return {uniform(random, -size, size), uniform(random, -size, size), uniform(random, -size, size)};
+}
+Mat4<double> randomRotation(Random& random) {
+  Mat4<double> m;
+  m.rotateX(static_cast<double>(uniform(random, 0, 6.3f)));
+  m.rotateY(static_cast<double>(uniform(random, 0, 6.3f)));
+  m.rotateZ(static_cast<double>(uniform(random, 0, 6.3f)));
+  return m;
+}
+
+// One test an edge case.
+
+TEST(SceneTracer, EmptyTracerMisses) {
+  SceneTracer tracer;
+  TracerHit hit;
+  EXPECT_FALSE(tracer.intersect(kDown, hit));
+  tracer.build();
+  EXPECT_FALSE(tracer.intersect(kDown, hit));
+  EXPECT_FALSE(tracer.occluded(kDown));
+  EXPECT_TRUE(tracer.bounds().isEmpty());
+}
+
+TEST(SceneTracer, HitTellsDistancePositionNormalAndFace) {
+  const SceneTracer tracer = makeTracer(makeSquare());
+  TracerHit hit;
+  ASSERT_TRUE(tracer.intersect(kDown, hit));
+  EXPECT_TRUE(hit.hit);
+  EXPECT_EQ(hit.distance, 5.0);
+  EXPECT_EQ(hit.position, Vec3<float>(0.25f, 0.5f, 0.0f));
+  EXPECT_EQ(hit.normal, Vec3<float>(0, 0, 1));
+  EXPECT_EQ(hit.placement, 0u);
+  EXPECT_EQ(hit.face, 0);
+  EXPECT_TRUE(tracer.occluded(kDown));
+}
+
+TEST(SceneTracer, BothSidesAreHitAndTheNormalStays) {
+  const SceneTracer tracer = makeTracer(makeSquare());
+  TracerHit hit;
+  ASSERT_TRUE(tracer.intersect(Ray<float>({0.25f, 0.5f, -5.0f}, {0, 0, 1}), hit));
+  EXPECT_EQ(hit.normal, Vec3<float>(0, 0, 1));
+}
+
+TEST(SceneTracer, DistanceCountsTheCallersDirection) {
+  const SceneTracer tracer = makeTracer(makeSquare());
+  for (const float length : {1e-30f, 0.25f, 4.0f, 1e30f}) {
+    TracerHit hit;
+    ASSERT_TRUE(tracer.intersect(Ray<float>({0, 0, 5}, {0, 0, -length}), hit)) << length;
+    EXPECT_NEAR(hit.distance * static_cast<double>(length), 5.0, 1e-6);
+    EXPECT_NEAR(static_cast<double>(hit.position.z), 0.0, 1e-6);
+  }
+}
+
+TEST(SceneTracer, RangeIsClosedAtBothEnds) {
+  const SceneTracer tracer = makeTracer(makeSquare());
+  TracerHit hit;
+  EXPECT_TRUE(tracer.intersect(Ray<float>({0, 0, 5}, {0, 0, -1}, 0.0f, 5.0f), hit));
+  EXPECT_TRUE(tracer.intersect(Ray<float>({0, 0, 5}, {0, 0, -1}, 5.0f, 5.0f), hit));
+  EXPECT_TRUE(tracer.occluded(Ray<float>({0, 0, 5}, {0, 0, -1}, 5.0f, 9.0f)));
+  EXPECT_FALSE(tracer.intersect(Ray<float>({0, 0, 5}, {0, 0, -1}, 0.0f, std::nextafter(5.0f, 0.0f)), hit));
+  EXPECT_FALSE(tracer.intersect(Ray<float>({0, 0, 5}, {0, 0, -1}, std::nextafter(5.0f, 6.0f), 9.0f), hit));
+}
+
+TEST(SceneTracer, OriginOnTheSurfaceHitsAtZero) {
+  const SceneTracer tracer = makeTracer(makeSquare());
+  TracerHit hit;
+  ASSERT_TRUE(tracer.intersect(Ray<float>({0.25f, 0.5f, 0.0f}, {0, 0, 1}), hit));
+  EXPECT_EQ(hit.distance, 0.0);
+}
+
+TEST(SceneTracer, NegativeMinDistanceLooksBehind) {
+  const SceneTracer tracer = makeTracer(makeSquare());
+  TracerHit hit;
+  EXPECT_FALSE(tracer.intersect(Ray<float>({0, 0, 5}, {0, 0, 1}), hit));
+  ASSERT_TRUE(tracer.intersect(Ray<float>({0, 0, 5}, {0, 0, 1}, -6.0f, 0.0f), hit));
+  EXPECT_EQ(hit.distance, -5.0);
+  EXPECT_TRUE(tracer.intersect(Ray<float>({0, 0, 5}, {0, 0, 1}, -kInf, kInf), hit));
+}
+
+TEST(SceneTracer, RaysThatAreNoneMiss) {
+  const SceneTracer tracer = makeTracer(makeSquare());
+  const Vec3<float> o(0, 0, 5), d(0, 0, -1);
+  std::vector<Ray<float>> rays = {{o, {0, 0, 0}}, {o, {-0.0f, 0, 0}}, {o, d, 1.0f, 0.0f}, {o, d, kNan, 9.0f}, {o, d, 0.0f, kNan}};
+  for (const float bad : {kNan, kInf, -kInf})
+    for (std::size_t i = 0; i < 3; ++i) {
+      rays.emplace_back(o, d);
+      rays.back().origin[i] = bad;
+      rays.emplace_back(o, d);
+      rays.back().direction[i] = bad;
+    }
+  for (std::size_t i = 0; i < rays.size(); ++i) {
+    TracerHit hit;
+    EXPECT_FALSE(tracer.intersect(rays[i], hit)) << i;
+    EXPECT_FALSE(tracer.occluded(rays[i])) << i;
+  }
+}
+
+TEST(SceneTracer, MissLeavesADefaultRecord) {
+  const SceneTracer tracer = makeTracer(makeSquare());
+  TracerHit hit;
+  ASSERT_TRUE(tracer.intersect(kDown, hit));
+  EXPECT_FALSE(tracer.intersect(Ray<float>({9, 9, 5}, {0, 0, -1}), hit));
+  EXPECT_FALSE(hit.hit);
+  EXPECT_EQ(hit.distance, std::numeric_limits<double>::max());
+  EXPECT_EQ(hit.normal, Vec3<float>());
+  EXPECT_EQ(hit.face, 0);
+}
+
+TEST(SceneTracer, EqualDistancesGoToTheLowerPlacement) {
+  SceneTracer tracer;
+  const std::uint32_t mesh = addMesh(tracer, makeSquare());
+  for (int i = 0; i < 40; ++i) tracer.addPlacement(mesh, Mat4<double>());
+  tracer.build();
+  TracerHit hit;
+  ASSERT_TRUE(tracer.intersect(kDown, hit));
+  EXPECT_EQ(hit.placement, 0u);
+}
+
+TEST(SceneTracer, EqualDistancesGoToTheLowerFace) {
+  ClosedMesh mesh;
+  for (int copy = 0; copy < 40; ++copy) {
+    const ClosedMesh square = makeSquare();
+    for (const int i : square.indices) mesh.indices.push_back(i + 4 * copy);
+    mesh.points.insert(mesh.points.end(), square.points.begin(), square.points.end());
+    mesh.counts.push_back(4);
+  }
+  TracerHit hit;
+  ASSERT_TRUE(makeTracer(mesh).intersect(kDown, hit));
+  EXPECT_EQ(hit.face, 0);
+}
+
+TEST(SceneTracer, NothingIsHitThroughAMatrixWithoutInverse) {
+  Mat4<double> flat;
+  flat.scale(1, 1, 0);
+  Mat4<double> bad;
+  bad[5] = std::numeric_limits<double>::quiet_NaN();
+  Mat4<double> far;
+  far[12] = std::numeric_limits<double>::infinity();
+  for (const Mat4<double>& m : {flat, bad, far, Mat4<double>(0.0)}) {
+    TracerHit hit;
+    EXPECT_FALSE(makeTracer(makeSquare(), m).intersect(kDown, hit));
+  }
+}
+
+TEST(SceneTracer, UnusablePlacementsKeepTheirNumbers) {
+  SceneTracer tracer;
+  const std::uint32_t mesh = addMesh(tracer, makeSquare());
+  EXPECT_EQ(tracer.addPlacement(7, Mat4<double>()), 0u);
+  EXPECT_EQ(tracer.addPlacement(mesh, Mat4<double>(0.0)), 1u);
+  EXPECT_EQ(tracer.addPlacement(mesh, Mat4<double>()), 2u);
+  tracer.build();
+  TracerHit hit;
+  ASSERT_TRUE(tracer.intersect(kDown, hit));
+  EXPECT_EQ(hit.placement, 2u);
+  EXPECT_EQ(tracer.placementMesh(0), 7u);
+  EXPECT_EQ(tracer.placementMesh(2), mesh);
+  EXPECT_EQ(tracer.placementMesh(3), 0xFFFFFFFFu);
+}
+
+TEST(SceneTracer, MirroredPlacementTurnsTheNormalByTheInverseTranspose) {
+  Mat4<double> mirrored;
+  mirrored.scale(1, 1, -1);
+  TracerHit hit;
+  ASSERT_TRUE(makeTracer(makeSquare(), mirrored).intersect(kDown, hit));
+  EXPECT_EQ(hit.normal, Vec3<float>(0, 0, -1));
+  Mat4<double> sideways;
+  sideways.scale(-1, 1, 1);
+  ASSERT_TRUE(makeTracer(makeSquare(), sideways).intersect(kDown, hit));
+  EXPECT_EQ(hit.normal, Vec3<float>(0, 0, 1));
+}
+
+TEST(SceneTracer, UnevenScaleKeepsTheNormalUpright) {
+  // The plane x + z = 0; doubled along x it is x / 2 + z = 0.
+  const ClosedMesh slope = {{{-1, -1, 1}, {1, -1, -1}, {1, 1, -1}, {-1, 1, 1}}, {4}, {0, 1, 2, 3}};
+  Mat4<double> wide;
+  wide.scale(2, 1, 1);
+  TracerHit hit;
+  ASSERT_TRUE(makeTracer(slope, wide).intersect(kDown, hit));
+  const Vec3<float> expected = Vec3<float>(0.5f, 0, 1).normalized();
+  EXPECT_NEAR(hit.normal.x, expected.x, 1e-7);
+  EXPECT_NEAR(hit.normal.z, expected.z, 1e-7);
+}
+
+TEST(SceneTracer, AnyScaleGivesTheSamePicture) {
+  const ClosedMesh ball = vela_test::makeIcosphere(3);
+  const SceneTracer unit = makeTracer(ball);
+  for (const int exponent : {-100, -33, 33, 100}) {
+    const double size = std::ldexp(1.0, exponent);
+    Mat4<double> scaled;
+    scaled.scale(size, size, size);
+    ClosedMesh small = ball;
+    for (Vec3<float>& p : small.points) p = p * static_cast<float>(size);
+    const SceneTracer placed = makeTracer(ball, scaled), modelled = makeTracer(small);
+    Random random(7);
+    for (int i = 0; i < 2000; ++i) {
+      const Vec3<float> o = randomPoint(random, 3), d = randomPoint(random, 1) - o;
+      TracerHit a, b, c;
+      unit.intersect(Ray<float>(o, d), a);
+      const Ray<float> ray(o * static_cast<float>(size), d * static_cast<float>(size));
+      placed.intersect(ray, b);
+      modelled.intersect(ray, c);
+      // A power of two loses nothing, so the answers are the same to the last bit.
+      for (const TracerHit& h : {b, c}) {
+        ASSERT_EQ(h.hit, a.hit);
+        ASSERT_EQ(h.distance, a.distance);
+        ASSERT_EQ(h.face, a.face);
+        ASSERT_EQ(h.normal, a.normal);
+      }
+    }
+  }
+}
+
+TEST(SceneTracer, TinyPlacementIsSeenFromFarWithItsFrontBeforeItsBack) {
+  Mat4<double> tiny;
+  tiny.translate(1000.0, -2000.0, 500.0);
+  tiny.scale(1e-10, 1e-10, 1e-10);
+  const SceneTracer tracer = makeTracer(vela_test::makeCube(), tiny);
+  TracerHit hit;
+  ASSERT_TRUE(tracer.intersect(Ray<float>({1000.0f, -2000.0f, 900.0f}, {0, 0, -1}), hit));
+  EXPECT_EQ(hit.normal, Vec3<float>(0, 0, 1));
+  EXPECT_NEAR(hit.distance, 400.0, 1e-9);
+  ASSERT_TRUE(tracer.intersect(Ray<float>({1000.0f, -2000.0f, -900.0f}, {0, 0, 1}), hit));
+  EXPECT_EQ(hit.normal, Vec3<float>(0, 0, -1));
+}
+
+TEST(SceneTracer, FacesThatCannotBeUsedAreSkippedAndCounted) {
+  // Each of the bad faces lies above the good one, so a ray that hit it would say so.
+  const float up = 1.0f;
+  ClosedMesh mesh = makeSquare(up);
+  mesh.points.push_back({0, 0, kNan});
+  mesh.points.push_back({kInf, 0, up});
+  const ClosedMesh low = makeSquare(0.0f);
+  mesh.points.insert(mesh.points.end(), low.points.begin(), low.points.end());  // 6 to 9
+  mesh.counts = {2, -3, 0, 4, 3, 3, 3, 4, 4, 100};
+  mesh.indices = {0, 1,           // two corners
+                  0, 1, 2, 10,    // out of range
+                  0, 1, -1,       // negative
+                  0, 1, 4,        // NaN
+                  0, 1, 5,        // infinite
+                  0, 2, 0, 2,     // no area
+                  6, 7, 8, 9,     // good
+                  0, 1, 2, 3};    // runs past the end
+  const SceneTracer tracer = makeTracer(mesh);
+  TracerHit hit;
+  ASSERT_TRUE(tracer.intersect(kDown, hit));
+  EXPECT_EQ(hit.face, 8);
+  EXPECT_EQ(hit.distance, 5.0);
+  EXPECT_EQ(tracer.numTriangles(0), 2u);
+}
+
+TEST(SceneTracer, MeshesWithoutUsableFacesAreMissed) {
+  for (const ClosedMesh& mesh : {ClosedMesh{}, ClosedMesh{{{0, 0, 0}}, {3}, {0, 0, 0}}, ClosedMesh{{}, {3}, {0, 1, 2}},
+                                 ClosedMesh{{{0, 0, 0}, {1, 0, 0}, {2, 0, 0}}, {3}, {0, 1, 2}},
+                                 ClosedMesh{makeSquare().points, {}, {0, 1, 2, 3}}, ClosedMesh{makeSquare().points, {4}, {}}}) {
+    const SceneTracer tracer = makeTracer(mesh);
+    TracerHit hit;
+    EXPECT_FALSE(tracer.intersect(kDown, hit));
+    EXPECT_FALSE(tracer.intersect(Ray<float>({0.5f, 0, 5}, {0, 0, -1}), hit));
+  }
+}
+
+TEST(SceneTracer, EqualMeshesAreStoredOnce) {
+  SceneTracer tracer;
+  const ClosedMesh square = makeSquare();
+  const std::uint32_t a = addMesh(tracer, square), b = addMesh(tracer, square);
+  EXPECT_EQ(a, b);
+  ClosedMesh moved = square;
+  moved.points[3].z = -0.0f;  // equal as a number, not in its bits
+  EXPECT_NE(addMesh(tracer, moved), a);
+  ClosedMesh turned = square;
+  std::swap(turned.indices[0], turned.indices[2]);
+  EXPECT_NE(addMesh(tracer, turned), a);
+  // The same numbers cut into faces otherwise.
+  ClosedMesh cut = square;
+  cut.counts = {3, 1};
+  EXPECT_NE(addMesh(tracer, cut), a);
+  EXPECT_EQ(tracer.numMeshes(), 4u);
+}
+
+TEST(SceneTracer, BarycentricsAndCornersLeadBackToThePosition) {
+  const ClosedMesh torus = vela_test::makeTorus(24, 12);
+  Random random(3);
+  Mat4<double> matrix = randomRotation(random);
+  matrix.scale(2, 0.5, 3);
+  const SceneTracer tracer = makeTracer(torus, matrix);
+  int hits = 0;
+  for (int i = 0; i < 2000; ++i) {
+    TracerHit hit;
+    const Vec3<float> o = randomPoint(random, 6);
+    if (!tracer.intersect(Ray<float>(o, randomPoint(random, 1) - o), hit)) continue;
+    ++hits;
+    Vec3<float> p[3];
+    for (std::size_t c = 0; c < 3; ++c) {
+      ASSERT_EQ(hit.points[c], torus.indices[static_cast<std::size_t>(hit.faceVertices[c])]);
+      ASSERT_EQ(hit.faceVertices[c] / 4, hit.face);
+      p[c] = torus.points[static_cast<std::size_t>(hit.points[c])];
+    }
+    const Vec3<float> local = p[0] * (1 - hit.u - hit.v) + p[1] * hit.u + p[2] * hit.v;
+    const Vec3<float> world(matrix.transformPoint(Vec3<double>(local)));
+    ASSERT_LT((world - hit.position).length(), 1e-5f);
+    ASSERT_NEAR(hit.normal.length(), 1.0f, 1e-6f);
+  }
+  EXPECT_GT(hits, 200);
+}
+
+TEST(SceneTracer, ConcavePolygonIsOpenInItsNotchAtAnySize) {
+  for (const float size : {1e-6f, 1.0f, 1e6f}) {
+    // An arrowhead: the notch is the part between its legs.
+    ClosedMesh arrow = {{{0, 2, 0}, {-2, -2, 0}, {0, 0, 0}, {2, -2, 0}, {1.5f, -1, 0}}, {5}, {0, 1, 2, 3, 4}};
+    for (Vec3<float>& p : arrow.points) p = p * size;
+    const SceneTracer tracer = makeTracer(arrow);
+    TracerHit hit;
+    EXPECT_FALSE(tracer.intersect(Ray<float>({0, -size, size}, {0, 0, -1}), hit));
+    EXPECT_TRUE(tracer.intersect(Ray<float>({0, size, size}, {0, 0, -1}), hit));
+    EXPECT_TRUE(tracer.intersect(Ray<float>({-1.4f * size, -1.3f * size, size}, {0, 0, -1}), hit));
+  }
+}
+
+TEST(SceneTracer, CornerOnAnEdgeLeavesNoGapToTheNeighbour) {
+  // The upper face has a corner in the middle of the shared line, the lower one has none... and one more of each kind.
+  const ClosedMesh mesh = {{{-1, 0, 0}, {1, 0, 0}, {0.3f, 0, 0}, {1, 1, 0.1f}, {-1, 1, 0.2f}, {1, -1, 0}, {-1, -1, 0}},
+                           {5, 5},
+                           {0, 2, 1, 3, 4, 6, 5, 1, 2, 0}};
+  Random random(11);
+  const SceneTracer tracer = makeTracer(mesh, randomRotation(random));
+  const SceneTracer straight = makeTracer(mesh);
+  for (int i = 0; i < 20000; ++i) {
+    const Vec3<float> at(uniform(random, -0.99f, 0.99f), 0, 0), o(at.x, uniform(random, -0.2f, 0.2f), 3);
+    TracerHit hit;
+    ASSERT_TRUE(straight.intersect(Ray<float>(o, at - o), hit)) << i;
+    ASSERT_NEAR(hit.normal.length(), 1.0f, 1e-6f);
+  }
+}
+
+TEST(SceneTracer, WhatIsAddedIsSeenAfterTheNextBuild) {
+  SceneTracer tracer = makeTracer(makeSquare(0.0f));
+  tracer.addPlacement(addMesh(tracer, makeSquare(1.0f)), Mat4<double>());
+  TracerHit hit;
+  ASSERT_TRUE(tracer.intersect(kDown, hit));
+  EXPECT_EQ(hit.distance, 5.0);
+  tracer.build();
+  ASSERT_TRUE(tracer.intersect(kDown, hit));
+  EXPECT_EQ(hit.distance, 4.0);
+  EXPECT_EQ(hit.placement, 1u);
+}
+
+TEST(SceneTracer, SpansAnswerAsSingleRaysDo) {
+  const SceneTracer tracer = makeTracer(vela_test::makeBumpySphere(2000));
+  Random random(5);
+  std::vector<Ray<float>> rays;
+  for (int i = 0; i < 1003; ++i) rays.emplace_back(randomPoint(random, 2), randomPoint(random, 1));
+  rays[17].direction = Vec3<float>();
+  std::vector<TracerHit> hits(rays.size());
+  const std::unique_ptr<bool[]> occluded(new bool[rays.size()]);
+  tracer.intersect(rays.data(), rays.size(), hits.data());
+  tracer.occluded(rays.data(), rays.size(), occluded.get());
+  for (std::size_t i = 0; i < rays.size(); ++i) {
+    TracerHit hit;
+    tracer.intersect(rays[i], hit);
+    ASSERT_EQ(hits[i].hit, hit.hit);
+    ASSERT_TRUE(hasSameBits(hits[i].distance, hit.distance));
+    ASSERT_EQ(hits[i].face, hit.face);
+    ASSERT_EQ(hits[i].position, hit.position);
+    ASSERT_EQ(occluded[i], hit.hit);
+  }
+  tracer.intersect(nullptr, 0, nullptr);
+  tracer.occluded(nullptr, 0, nullptr);
+}
+
+TEST(SceneTracer, PlacementsAreCompact) {
+  SceneTracer tracer;
+  const std::uint32_t mesh = addMesh(tracer, vela_test::makeCube());
+  Random random(2);
+  constexpr std::size_t count = 20000;
+  tracer.reservePlacements(count);
+  for (std::size_t i = 0; i < count; ++i) {
+    Mat4<double> m;
+    m.translate(Vec3<double>(randomPoint(random, 300)));
+    tracer.addPlacement(mesh, m);
+  }
+  tracer.build();
+  EXPECT_LE(tracer.memoryUsage(), count * 150 + 10000);
+  const auto box = tracer.bounds();
+  EXPECT_LT(box.min.x, -290.0f);
+  EXPECT_GT(box.min.x, -301.1f);
+}
+
+// Against the plain loop.
+
+struct Scene {
+  SceneTracer fast, plain;
+  PlainLoop loop;
+  std::vector<Vec3<float>> targets;  ///< world positions of corners and of points on edges
+  int placements = 0;
+
+  Scene() { plain.setKernel(SceneTracer::Kernel::plain); }
+
+  void add(Random& random, const ClosedMesh& mesh, const Mat4<double>& matrix) {
+    for (SceneTracer* tracer : {&fast, &plain}) tracer->addPlacement(addMesh(*tracer, mesh), matrix);
+    loop.add(mesh, matrix);
+    ++placements;
+    for (int i = 0; i < 40; ++i) {
+      const std::size_t at = random() % (mesh.indices.size() - 1);
+      const Vec3<float> a = mesh.points[static_cast<std::size_t>(mesh.indices[at])];
+      const Vec3<float> b = mesh.points[static_cast<std::size_t>(mesh.indices[at + 1])];
+      const float mix = i % 2 == 0 ? 0.0f : uniform(random, 0, 1);
+      const Vec3<double> local(a * (1 - mix) + b * mix);
+      targets.emplace_back(matrix.transformPoint(local));
+    }
+  }
+  void build() {
+    fast.build();
+    plain.build();
+  }
+
+  /// Rays of every kind: through the scene, at corners and edges, along edges, along an axis, from corners, with short ranges.
+  [[nodiscard]] Ray<float> randomRay(Random& random, float size) const {
+    const Vec3<float> a = targets[random() % targets.size()], b = targets[random() % targets.size()];
+    const Vec3<float> o = randomPoint(random, size);
+    Ray<float> ray(o, randomPoint(random, 1));
+    switch (random() % 8) {
+      case 0: break;
+      case 1: ray.direction = a - o; break;
+      case 2: ray = Ray<float>(a, b - a); break;
+      case 3: ray = Ray<float>(a - (b - a), b - a); break;
+      case 4: {
+        ray.origin = a;
+        const std::size_t axis = random() % 3;
+        ray.origin[axis] = -size * 2;
+        ray.direction = Vec3<float>();
+        ray.direction[axis] = uniform(random, 0.1f, 2.0f);
+        if (random() % 2 == 0) ray.direction[(axis + 1) % 3] = -0.0f;
+        break;
+      }
+      case 5: ray = Ray<float>(a, randomPoint(random, 1), -size, size); break;
+      case 6:
+        ray.direction = a - o;
+        ray.minDistance = uniform(random, 0, 1);
+        ray.maxDistance = random() % 2 == 0 ? 1.0f : uniform(random, 0, 2);
+        break;
+      default: ray.direction = (a - o) * std::ldexp(1.0f, static_cast<int>(random() % 60) - 30); break;
+    }
+    return ray;
+  }
+
+  void compare(const Ray<float>& ray, int& hits) const {
+    const PlainLoop::Answer expected = loop.intersect(ray);
+    for (const SceneTracer* tracer : {&fast, &plain}) {
+      TracerHit hit;
+      tracer->intersect(ray, hit);
+      ASSERT_EQ(hit.hit, expected.hit) << "loop distance " << expected.distance << " placement " << expected.placement;
+      ASSERT_EQ(tracer->occluded(ray), expected.hit);
+      if (!expected.hit) continue;
+      ASSERT_TRUE(hasSameBits(hit.distance, expected.distance)) << hit.distance << ' ' << expected.distance;
+      ASSERT_EQ(hit.placement, expected.placement);
+      ASSERT_EQ(hit.face, expected.face);
+    }
+    hits += expected.hit ? 1 : 0;
+  }
+};
+
+void compareScenes(unsigned seed, int scenes, int rays, Mat4<double> (*makeMatrix)(Random&, float), float size) {
+  for (int s = 0; s < scenes; ++s) {
+    const unsigned here = seed + static_cast<unsigned>(s);
+    SCOPED_TRACE(testing::Message() << "seed " << here);
+    Random random(here);
+    Scene scene;
+    const ClosedMesh meshes[] = {vela_test::makeCube(), vela_test::makeIcosphere(1), vela_test::makeTorus(9, 7),
+                                 vela_test::makeBumpySphere(300), makeSquare()};
+    const int count = 1 + static_cast<int>(random() % 12);
+    for (int i = 0; i < count; ++i) {
+      const ClosedMesh& mesh = meshes[random() % 5];
+      const Mat4<double> matrix = makeMatrix(random, size);
+      scene.add(random, mesh, matrix);
+      if (random() % 4 == 0) scene.add(random, mesh, matrix);  // a tie for every ray
+    }
+    scene.build();
+    int hits = 0;
+    for (int r = 0; r < rays && !testing::Test::HasFatalFailure(); ++r) {
+      const Ray<float> ray = scene.randomRay(random, size);
+      SCOPED_TRACE(testing::Message() << "ray " << r);
+      scene.compare(ray, hits);
+    }
+    EXPECT_GT(hits, rays / 50);
+  }
+}
+
+TEST(SceneTracerAgainstPlainLoop, PlacedByRotationAndScale) {
+  compareScenes(100, 12, 3000, [](Random& random, float size) {
+    Mat4<double> m;
+    m.translate(Vec3<double>(randomPoint(random, size * 0.5f)));
+    m = m * randomRotation(random);
+    const double s = static_cast<double>(uniform(random, 0.3f, 1.5f));
+    m.scale(random() % 3 == 0 ? -s : s, s, s);
+    return m;
+  }, 4.0f);
+}
+
+TEST(SceneTracerAgainstPlainLoop, PlacedBySkewedMatrices) {
+  compareScenes(200, 12, 3000, [](Random& random, float size) {
+    Mat4<double> m;
+    m.translate(Vec3<double>(randomPoint(random, size * 0.5f)));
+    m = m * randomRotation(random);
+    m.scale(std::pow(10.0, static_cast<double>(uniform(random, -3, 0.5f))), 1, std::pow(10.0, static_cast<double>(uniform(random, -1, 0.5f))));
+    m = m * randomRotation(random);
+    if (random() % 6 == 0) m.scale(1e-6, 1, 1e6);
+    if (random() % 9 == 0) m.scale(1, 1, 1e-13);
+    m = m * randomRotation(random);
+    return m;
+  }, 4.0f);
+}
+
+TEST(SceneTracerAgainstPlainLoop, FarFromTheOrigin) {
+  compareScenes(300, 8, 3000, [](Random& random, float size) {
+    Mat4<double> m;
+    m.translate(Vec3<double>(randomPoint(random, size)));
+    m = m * randomRotation(random);
+    const double s = std::pow(10.0, static_cast<double>(uniform(random, -6, 5)));
+    m.scale(s, s, s);
+    return m;
+  }, 1e5f);
+}
+
+TEST(SceneTracerAgainstPlainLoop, OneDenseMeshInPlace) {
+  for (const ClosedMesh& mesh : {vela_test::makeBumpySphere(6000), vela_test::makeTorus(40, 30, 1.0f, 0.01f)}) {
+    Random random(400);
+    Scene scene;
+    scene.add(random, mesh, Mat4<double>());
+    scene.build();
+    int hits = 0;
+    for (int r = 0; r < 6000 && !HasFatalFailure(); ++r) {
+      SCOPED_TRACE(testing::Message() << "ray " << r);
+      scene.compare(scene.randomRay(random, 2.0f), hits);
+    }
+    EXPECT_GT(hits, 1000);
+  }
+}
+
+TEST(SceneTracerAgainstPlainLoop, NeedlesAndSlivers) {
+  // Triangles a million times longer than wide, in every direction, where float areas say little.
+  Random random(500);
+  ClosedMesh mesh;
+  for (int i = 0; i < 400; ++i) {
+    const Vec3<float> a = randomPoint(random, 1), along = randomPoint(random, 1);
+    const Vec3<float> b = a + along, c = a + along * uniform(random, 0, 1) + randomPoint(random, 1e-6f);
+    for (const Vec3<float>& p : {a, b, c}) {
+      mesh.indices.push_back(static_cast<int>(mesh.points.size()));
+      mesh.points.push_back(p);
+    }
+    mesh.counts.push_back(3);
+  }
+  Scene scene;
+  scene.add(random, mesh, Mat4<double>());
+  scene.build();
+  int hits = 0;
+  for (int r = 0; r < 20000 && !HasFatalFailure(); ++r) {
+    SCOPED_TRACE(testing::Message() << "ray " << r);
+    scene.compare(scene.randomRay(random, 2.0f), hits);
+  }
+  EXPECT_GT(hits, 1000);
+}
+
+// Nothing slips through.
+
+int countLost(const ClosedMesh& mesh, const Mat4<double>& matrix, int rays, unsigned seed, double inside) {
+  const SceneTracer tracer = makeTracer(mesh, matrix);
+  Random random(seed);
+  int lost = 0;
+  for (int i = 0; i < rays; ++i) {
+    // An edge of a face, and a point of it: an end, or anything between. A target on the far side counts as well, since the ray
+    // starts inside or ends outside.
+    std::size_t begin = 0;
+    const std::size_t face = random() % mesh.counts.size();
+    const auto n = static_cast<std::size_t>(mesh.counts[face]);
+    begin = face * n;
+    const std::size_t k = random() % n;
+    const Vec3<double> a(mesh.points[static_cast<std::size_t>(mesh.indices[begin + k])]);
+    const Vec3<double> b(mesh.points[static_cast<std::size_t>(mesh.indices[begin + (k + 1) % n])]);
+    const double mix = i % 3 == 0 ? 0.0 : static_cast<double>(uniform(random, 0, 1));
+    const Vec3<float> target(matrix.transformPoint(a * (1 - mix) + b * mix));
+    const Vec3<float> o(matrix.transformPoint(Vec3<double>(randomPoint(random, 1)).normalized() * inside));
+    TracerHit hit;
+    if (!tracer.intersect(Ray<float>(o, target - o), hit)) ++lost;
+  }
+  return lost;
+}
+
+TEST(SceneTracerIsWatertight, RaysAtEdgesAndCornersOfClosedMeshesAllHit) {
+  // From inside a closed mesh every ray must hit, wherever rounding takes it. The meshes have faces of one size each.
+  const ClosedMesh meshes[] = {vela_test::makeIcosphere(3), vela_test::makeCube(), vela_test::makeBumpySphere(5000)};
+  unsigned seed = 1;
+  for (const ClosedMesh& mesh : meshes) EXPECT_EQ(countLost(mesh, Mat4<double>(), 150000, seed++, 0.5), 0);
+  // Inside the tube of a torus: from the ring's centre line.
+  const ClosedMesh torus = vela_test::makeTorus(40, 20);
+  const SceneTracer tracer = makeTracer(torus);
+  Random random(9);
+  for (int i = 0; i < 150000; ++i) {
+    const float turn = uniform(random, 0, 6.2831853f);
+    const Vec3<float> o(std::cos(turn), std::sin(turn), uniform(random, -0.2f, 0.2f));
+    const Vec3<float> target = torus.points[random() % torus.points.size()];
+    ASSERT_TRUE(tracer.occluded(Ray<float>(o, target - o))) << i;
+  }
+}
+
+TEST(SceneTracerIsWatertight, UnderRotationsAndScalesToo) {
+  Random random(77);
+  const ClosedMesh meshes[] = {vela_test::makeIcosphere(2), vela_test::makeCube(), vela_test::makeBumpySphere(2000)};
+  for (unsigned i = 0; i < 12; ++i) {
+    Mat4<double> m;
+    m.translate(Vec3<double>(randomPoint(random, 100)));
+    m = m * randomRotation(random);
+    const double s = std::pow(10.0, static_cast<double>(i) * 2.0 - 3.0);
+    m.scale(s, i % 2 == 0 ? s : 0.3 * s, -s);
+    // A mesh smaller than the roundings of its place in the world cannot be aimed at in floats.
+    if (s < 0.1) m[12] = m[13] = m[14] = 0.0;
+    EXPECT_EQ(countLost(meshes[i % 3], m, 40000, 100 + i, 0.5), 0) << "scale " << s;
+  }
+}
+
+TEST(SceneTracer, ManyThreadsGetTheSameAnswers) {
+  SceneTracer tracer;
+  const std::uint32_t mesh = addMesh(tracer, vela_test::makeBumpySphere(1000));
+  Random random(21);
+  for (int i = 0; i < 30; ++i) {
+    Mat4<double> m;
+    m.translate(Vec3<double>(randomPoint(random, 4)));
+    tracer.addPlacement(mesh, m);
+  }
+  tracer.build();
+  std::vector<Ray<float>> rays;
+  for (int i = 0; i < 4000; ++i) rays.emplace_back(randomPoint(random, 5), randomPoint(random, 1));
+  std::vector<TracerHit> expected(rays.size());
+  tracer.intersect(rays.data(), rays.size(), expected.data());
+
+  std::atomic<int> wrong{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t)
+    threads.emplace_back([&] {
+      for (std::size_t i = 0; i < rays.size(); ++i) {
+        TracerHit hit;
+        tracer.intersect(rays[i], hit);
+        if (!hasSameBits(hit.distance, expected[i].distance) || hit.face != expected[i].face ||
+            hit.placement != expected[i].placement || tracer.occluded(rays[i]) != hit.hit)
+          ++wrong;
+      }
+    });
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(wrong, 0);
+}
+
+}  // namespace

@@ -1,0 +1,250 @@
+/// \file
+/// The arithmetic that decides the tracer's answers: mesh frames, rays in a placement's space and the triangle test.
+///
+/// All of it is inline and scalar, so that the trees, the wide kernels and the plain loop of the tests run the same operations. The
+/// wide kernels only pass over what these functions would refuse.
+///
+/// Frames: a mesh is multiplied by a power of two that brings its largest coordinate into [0.5, 1), which loses nothing
+/// and keeps float far from its ends; the matrix of each placement carries the factor. A ray in that space is measured along its
+/// largest axis z ("s" below: distance along z, growing along the ray), so no float depends on the length of a direction.
+#pragma once
+
+#include <cmath>
+#include <cstdint>
+#include <limits>
+
+#include "tarn/Mat4.h"
+#include "tarn/Ray.h"
+#include "tarn/Vec.h"
+
+namespace vela::tracer {
+
+constexpr std::uint32_t kNone = 0xFFFFFFFFu;
+/// Half a unit in the last place of 1.0f: one float operation is off by at most this, relatively.
+constexpr double kFloatRounding = 5.9604644775390625e-8;
+
+/// Where a mesh's triangles lie, in its scaled space.
+struct MeshFrame {
+  int exponent = 0;  ///< scaled = point * 2^-exponent
+  tarn::Vec3<double> center;
+  tarn::Vec3<double> halfSize;
+  double radius = 0.0;  ///< of the sphere around `center` that holds everything
+
+  /// Growth of the boxes in the mesh's tree that makes every slab test safe.
+  ///
+  /// Let u be kFloatRounding. Hits are found at most 5 radius from the ray's (moved) origin, so with all coordinates taken from
+  /// that origin: rounding of a corner 5 u, of the shear 3 * 5 u and of the sheared coordinate 10 u, of the slab test 3 * 5 u,
+  /// each times the radius, sum to 45 u radius, and s of the crossing is exact to double. 128 leaves ample room and is still
+  /// below a hundred-thousandth of the mesh.
+  [[nodiscard]] double growth() const { return 128.0 * kFloatRounding * radius; }
+};
+
+/// The frame of points whose largest absolute coordinate and box are known.
+inline MeshFrame makeMeshFrame(const tarn::Vec3<float>& low, const tarn::Vec3<float>& high) {
+  MeshFrame frame;
+  float largest = 0.0f;
+  for (std::size_t i = 0; i < 3; ++i) largest = std::fmax(largest, std::fmax(std::fabs(low[i]), std::fabs(high[i])));
+  std::frexp(largest, &frame.exponent);
+  for (std::size_t i = 0; i < 3; ++i) {
+    const double a = std::ldexp(static_cast<double>(low[i]), -frame.exponent);
+    const double b = std::ldexp(static_cast<double>(high[i]), -frame.exponent);
+    frame.center[i] = 0.5 * a + 0.5 * b;
+    frame.halfSize[i] = 0.5 * b - 0.5 * a;
+  }
+  frame.radius = frame.halfSize.length() * 1.0000001;
+  return frame;
+}
+
+/// A coordinate in the mesh's scaled space.
+inline float scaleCoordinate(float v, const MeshFrame& frame) { return std::ldexp(v, -frame.exponent); }
+
+/// Three rows of four: local = m[r][0] x + m[r][1] y + m[r][2] z + m[r][3].
+struct Affine {
+  double m[3][4] = {};
+};
+
+/// The inverse of an affine map; false, with \p out untouched, when it has none or is not finite.
+inline bool invert(const Affine& a, Affine& out) {
+  const auto& m = a.m;
+  const double c00 = m[1][1] * m[2][2] - m[1][2] * m[2][1];
+  const double c01 = m[1][2] * m[2][0] - m[1][0] * m[2][2];
+  const double c02 = m[1][0] * m[2][1] - m[1][1] * m[2][0];
+  const double det = m[0][0] * c00 + m[0][1] * c01 + m[0][2] * c02;
+  if (det == 0.0 || !std::isfinite(det)) return false;
+  Affine r;
+  r.m[0][0] = c00 / det;
+  r.m[1][0] = c01 / det;
+  r.m[2][0] = c02 / det;
+  r.m[0][1] = (m[0][2] * m[2][1] - m[0][1] * m[2][2]) / det;
+  r.m[1][1] = (m[0][0] * m[2][2] - m[0][2] * m[2][0]) / det;
+  r.m[2][1] = (m[0][1] * m[2][0] - m[0][0] * m[2][1]) / det;
+  r.m[0][2] = (m[0][1] * m[1][2] - m[0][2] * m[1][1]) / det;
+  r.m[1][2] = (m[0][2] * m[1][0] - m[0][0] * m[1][2]) / det;
+  r.m[2][2] = (m[0][0] * m[1][1] - m[0][1] * m[1][0]) / det;
+  for (int i = 0; i < 3; ++i) {
+    r.m[i][3] = -(r.m[i][0] * m[0][3] + r.m[i][1] * m[1][3] + r.m[i][2] * m[2][3]);
+    for (int j = 0; j < 4; ++j)
+      if (!std::isfinite(r.m[i][j])) return false;
+  }
+  out = r;
+  return true;
+}
+
+/// From world space to the mesh's scaled space; false where nothing can be hit through the matrix.
+inline bool makeLocalFromWorld(const tarn::Mat4<double>& worldFromLocal, const MeshFrame& frame, Affine& out) {
+  Affine world;
+  for (std::size_t r = 0; r < 3; ++r)
+    for (std::size_t c = 0; c < 4; ++c) {
+      world.m[r][c] = worldFromLocal[c * 4 + r];
+      if (!std::isfinite(world.m[r][c])) return false;
+    }
+  Affine local;
+  if (!invert(world, local)) return false;
+  for (auto& row : local.m)
+    for (double& v : row) v = std::ldexp(v, -frame.exponent);
+  out = local;
+  return true;
+}
+
+/// A ray in a mesh's scaled space.
+struct LocalRay {
+  float origin[3];  ///< moved along the ray to where the mesh begins, if the caller's origin is far away
+  float shearX, shearY;
+  float zSign;           ///< of the direction along `z`
+  int x, y, z;           ///< axes; z is the direction's largest
+  float inverse[3];      ///< by axis: 1 / (direction / |direction z|), finite always
+  double start;          ///< s of `origin` as seen from the caller's origin
+  double distancePerS;   ///< distance = (start + s) * distancePerS
+  double sPerDistance;
+};
+
+/// False when nothing can be hit: no direction, or far from the mesh.
+inline bool makeLocalRay(const Affine& localFromWorld, const MeshFrame& frame, const tarn::Ray<float>& ray, LocalRay& out) {
+  // Into local space, in double: world coordinates may be large where local ones are small.
+  const double wo[3] = {static_cast<double>(ray.origin.x), static_cast<double>(ray.origin.y), static_cast<double>(ray.origin.z)};
+  const double wd[3] = {static_cast<double>(ray.direction.x), static_cast<double>(ray.direction.y),
+                        static_cast<double>(ray.direction.z)};
+  double o[3], d[3];
+  for (int i = 0; i < 3; ++i) {
+    const double* m = localFromWorld.m[i];
+    d[i] = m[0] * wd[0] + m[1] * wd[1] + m[2] * wd[2];
+    o[i] = m[0] * wo[0] + m[1] * wo[1] + m[2] * wo[2] + m[3];
+  }
+
+  // The largest axis of the direction; the first on ties.
+  int z = 0;
+  if (std::fabs(d[1]) > std::fabs(d[0])) z = 1;
+  if (std::fabs(d[2]) > std::fabs(d[z])) z = 2;
+  out.z = z;
+  out.x = z == 2 ? 0 : z + 1;
+  out.y = out.x == 2 ? 0 : out.x + 1;
+  const double length = std::fabs(d[z]);
+  const double scale = 1.0 / length;
+  if (!(scale <= std::numeric_limits<double>::max()) || !(length <= std::numeric_limits<double>::max())) return false;
+  for (double& v : d) v *= scale;
+  out.distancePerS = scale;
+  out.sPerDistance = length;
+
+  // An origin far outside moves to just before the mesh: rounded there, it is as exact as the mesh's own points.
+  out.start = 0.0;
+  const double q[3] = {frame.center.x - o[0], frame.center.y - o[1], frame.center.z - o[2]};
+  if (q[0] * q[0] + q[1] * q[1] + q[2] * q[2] > 16.0 * frame.radius * frame.radius) {
+    const double dd = d[0] * d[0] + d[1] * d[1] + d[2] * d[2];
+    const double closest = (q[0] * d[0] + q[1] * d[1] + q[2] * d[2]) / dd;
+    out.start = closest - 2.0 * frame.radius / std::sqrt(dd);
+    for (int i = 0; i < 3; ++i) o[i] += out.start * d[i];
+  }
+  // A ray that comes near the mesh starts within 4 radius of it, and the scaled mesh lies within 2 of zero.
+  for (int i = 0; i < 3; ++i) {
+    if (!(std::fabs(o[i]) <= 16.0)) return false;
+    out.origin[i] = static_cast<float>(o[i]);
+  }
+
+  out.zSign = d[z] < 0.0 ? -1.0f : 1.0f;
+  out.shearX = static_cast<float>(d[out.x]);
+  out.shearY = static_cast<float>(d[out.y]);
+  // A direction of 0 becomes a tiny one: the slab test then needs no care for 0 times infinity, and the growth of the boxes
+  // is larger than what the ray moves by it.
+  constexpr float tiny = 7.8886091e-31f;  // 2^-100
+  for (int i = 0; i < 3; ++i) {
+    const float along = static_cast<float>(d[i]);
+    out.inverse[i] = 1.0f / (std::fabs(along) < tiny ? std::copysign(tiny, along) : along);
+  }
+  return true;
+}
+
+/// Where a ray crosses a triangle: weights of the corners times their sum, exact in sign, and the distance.
+struct Crossing {
+  double a, b, c, sum;
+  double distance;
+};
+
+/// The watertight test: corners relative to the origin and sheared so that the ray is the z axis, in float and from the corner and
+/// the ray alone, so that neighbours see the same corners; then the signs of three areas. A product of two floats is exact in
+/// double and the difference of two of those has the exact sign, so no ray falls between two triangles, and
+/// the crossing is as exact as the corners.
+///
+/// \param a, b, c in the mesh's scaled space
+/// \return true on a crossing, edges and corners included, at any distance before or behind the origin
+inline bool crossTriangle(const LocalRay& ray, const float (&a)[3], const float (&b)[3], const float (&c)[3], Crossing& out) {
+  // Shear.
+  const float az = (a[ray.z] - ray.origin[ray.z]) * ray.zSign;
+  const float bz = (b[ray.z] - ray.origin[ray.z]) * ray.zSign;
+  const float cz = (c[ray.z] - ray.origin[ray.z]) * ray.zSign;
+  const float ax = (a[ray.x] - ray.origin[ray.x]) - ray.shearX * az, ay = (a[ray.y] - ray.origin[ray.y]) - ray.shearY * az;
+  const float bx = (b[ray.x] - ray.origin[ray.x]) - ray.shearX * bz, by = (b[ray.y] - ray.origin[ray.y]) - ray.shearY * bz;
+  const float cx = (c[ray.x] - ray.origin[ray.x]) - ray.shearX * cz, cy = (c[ray.y] - ray.origin[ray.y]) - ray.shearY * cz;
+
+  // Signed areas opposite each corner. Float decides when no sign is in doubt: rounding is monotone, so a difference of rounded
+  // products has the right sign or is zero.
+  const float fu = cx * by - cy * bx, fv = ax * cy - ay * cx, fw = bx * ay - by * ax;
+  if ((fu < 0.0f || fv < 0.0f || fw < 0.0f) && (fu > 0.0f || fv > 0.0f || fw > 0.0f)) return false;
+  const double dax = static_cast<double>(ax), day = static_cast<double>(ay);
+  const double dbx = static_cast<double>(bx), dby = static_cast<double>(by);
+  const double dcx = static_cast<double>(cx), dcy = static_cast<double>(cy);
+  const double u = dcx * dby - dcy * dbx, v = dax * dcy - day * dcx, w = dbx * day - dby * dax;
+  if (!((u >= 0.0 && v >= 0.0 && w >= 0.0) || (u <= 0.0 && v <= 0.0 && w <= 0.0))) return false;
+  const double sum = u + v + w;
+  if (sum == 0.0) return false;
+
+  const double s = (u * static_cast<double>(az) + v * static_cast<double>(bz) + w * static_cast<double>(cz)) / sum;
+  out.a = u;
+  out.b = v;
+  out.c = w;
+  out.sum = sum;
+  out.distance = (ray.start + s) * ray.distancePerS;
+  return true;
+}
+
+/// The caller's range, and the same range before distances are rounded to float, a little wide.
+struct DistanceRange {
+  float min, max;
+  double low, high;
+
+  explicit DistanceRange(const tarn::Ray<float>& ray)
+      : min(ray.minDistance),
+        max(ray.maxDistance),
+        low(static_cast<double>(std::nextafter(min, -std::numeric_limits<float>::infinity()))),
+        high(static_cast<double>(std::nextafter(max, std::numeric_limits<float>::infinity()))) {}
+
+  /// Held against the rounded distance, so that a hit's own distance as the next range's end finds it again.
+  [[nodiscard]] bool contains(double distance) const {
+    if (!(std::fabs(distance) <= std::numeric_limits<double>::max())) return false;
+    const float rounded = std::fabs(distance) > static_cast<double>(std::numeric_limits<float>::max())
+                              ? std::copysign(std::numeric_limits<float>::infinity(), static_cast<float>(distance > 0.0 ? 1 : -1))
+                              : static_cast<float>(distance);
+    return rounded >= min && rounded <= max;
+  }
+};
+
+/// True when the ray can hit anything at all.
+inline bool isUsable(const tarn::Ray<float>& ray) {
+  float sum = 0.0f;
+  for (std::size_t i = 0; i < 3; ++i) {
+    if (!std::isfinite(ray.origin[i]) || !std::isfinite(ray.direction[i])) return false;
+    sum = std::fmax(sum, std::fabs(ray.direction[i]));
+  }
+  return sum > 0.0f && ray.minDistance <= ray.maxDistance;
+}
+
+}  // namespace vela::tracer
