@@ -33,7 +33,7 @@ class OVO_API Prim {
   Prim& operator=(Prim&&) noexcept;
   ~Prim();
 
-  [[nodiscard]] bool isValid() const noexcept { return node_ != nullptr; }
+  [[nodiscard]] bool isValid() const noexcept;
   [[nodiscard]] explicit operator bool() const { return isValid(); }
 
   [[nodiscard]] const std::shared_ptr<Stage>& getStage() const noexcept { return stage_; }

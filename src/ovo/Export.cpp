@@ -1,0 +1,103 @@
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "ovo/detail/StageData.h"
+
+namespace ovo::detail {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Lays the edits of one spec over the spec of the same path.
+void mergeSpec(const pxr::SdfLayerRefPtr& from, const pxr::SdfPath& path, const pxr::SdfLayerRefPtr& to) {
+  const pxr::SdfSpecType type = from->GetSpecType(path);
+  if (type == pxr::SdfSpecTypePrim) {
+    if (!to->HasSpec(path)) pxr::SdfCreatePrimInLayer(to, path);
+  } else if (type == pxr::SdfSpecTypeAttribute) {
+    const pxr::SdfAttributeSpecHandle spec = from->GetAttributeAtPath(path);
+    if (!to->HasSpec(path))
+      pxr::SdfJustCreatePrimAttributeInLayer(to, path, spec->GetTypeName(), spec->GetVariability(), spec->IsCustom());
+  } else if (type == pxr::SdfSpecTypeRelationship) {
+    if (!to->HasSpec(path))
+      pxr::SdfRelationshipSpec::New(to->GetPrimAtPath(path.GetPrimPath()), path.GetName(), false);
+  } else if (type != pxr::SdfSpecTypePseudoRoot) {
+    return;
+  }
+  for (const pxr::TfToken& field : from->ListFields(path)) {
+    if (pxr::SdfSchema::GetInstance().HoldsChildren(field)) continue;
+    pxr::VtValue value;
+    if (!from->HasField(path, field, &value)) continue;
+    // An `over` says nothing about what is defined elsewhere.
+    if (field == pxr::SdfFieldKeys->Specifier && value == pxr::VtValue(pxr::SdfSpecifierOver)) continue;
+    if (field == pxr::SdfFieldKeys->TypeName && type == pxr::SdfSpecTypeAttribute) continue;
+    // An edit's default value hides weaker samples; within one layer it would not.
+    if (field == pxr::SdfFieldKeys->Default && !from->HasField(path, pxr::SdfFieldKeys->TimeSamples))
+      to->EraseField(path, pxr::SdfFieldKeys->TimeSamples);
+    to->SetField(path, field, value);
+  }
+}
+
+// A file name as it has to be written in another folder.
+std::string movedName(const pxr::SdfLayerRefPtr& from, const std::string& name, const std::string& folder) {
+  if (name.empty() || name[0] == '/' || name.find("://") != std::string::npos || name[0] == '`') return name;
+  const std::string whole = from->ComputeAbsolutePath(name);
+  std::error_code failed;
+  // Names that are looked for on a search path mean the same everywhere.
+  if (whole.empty() || whole[0] != '/') return name;
+  const bool relative = name.compare(0, 2, "./") == 0 || name.compare(0, 3, "../") == 0;
+  if (!relative && !fs::exists(whole, failed)) return name;
+  const std::string moved = fs::path(whole).lexically_relative(folder).string();
+  return moved.empty() ? whole : moved.compare(0, 3, "../") == 0 ? moved : "./" + moved;
+}
+
+}  // namespace
+
+pxr::SdfLayerRefPtr mergeLayers(const StageData& stage, const std::string& folder) {
+  const pxr::SdfLayerRefPtr merged = pxr::SdfLayer::CreateAnonymous("merged.usda");
+  const pxr::SdfChangeBlock oneChange;
+  merged->TransferContent(stage.root);
+  if (stage.session) {
+    std::vector<pxr::SdfPath> paths;
+    stage.session->Traverse(pxr::SdfPath::AbsoluteRootPath(),
+                            [&paths](const pxr::SdfPath& path) { paths.push_back(path); });
+    // Parents before what is below them: the traversal gives them last.
+    for (auto path = paths.rbegin(); path != paths.rend(); ++path) mergeSpec(stage.session, *path, merged);
+  }
+
+  // Names of files hold from the folder of the opened file.
+  const std::string oldFolder = fs::path(stage.root->GetRealPath()).parent_path().string();
+  if (stage.root->IsAnonymous() || oldFolder == folder) return merged;
+  for (const std::string& name : merged->GetCompositionAssetDependencies()) {
+    const std::string moved = movedName(stage.root, name, folder);
+    if (moved != name) merged->UpdateCompositionAssetDependency(name, moved);
+  }
+  std::vector<pxr::SdfPath> attributes;
+  merged->Traverse(pxr::SdfPath::AbsoluteRootPath(), [&](const pxr::SdfPath& path) {
+    if (merged->GetSpecType(path) == pxr::SdfSpecTypeAttribute) attributes.push_back(path);
+  });
+  const auto move = [&](pxr::VtValue& value) {
+    if (value.IsHolding<pxr::SdfAssetPath>()) {
+      value = pxr::SdfAssetPath(movedName(stage.root, value.UncheckedGet<pxr::SdfAssetPath>().GetAssetPath(), folder));
+      return true;
+    }
+    if (!value.IsHolding<pxr::VtArray<pxr::SdfAssetPath>>()) return false;
+    pxr::VtArray<pxr::SdfAssetPath> names = value.UncheckedGet<pxr::VtArray<pxr::SdfAssetPath>>();
+    for (pxr::SdfAssetPath& name : names) name = pxr::SdfAssetPath(movedName(stage.root, name.GetAssetPath(), folder));
+    value = pxr::VtValue(names);
+    return true;
+  };
+  for (const pxr::SdfPath& path : attributes) {
+    const std::string type = merged->GetAttributeAtPath(path)->GetTypeName().GetAsToken().GetString();
+    if (type != "asset" && type != "asset[]") continue;
+    pxr::VtValue value;
+    if (merged->HasField(path, pxr::SdfFieldKeys->Default, &value) && move(value))
+      merged->SetField(path, pxr::SdfFieldKeys->Default, value);
+    for (const double time : merged->ListTimeSamplesForPath(path))
+      if (merged->QueryTimeSample(path, time, &value) && move(value)) merged->SetTimeSample(path, time, value);
+  }
+  return merged;
+}
+
+}  // namespace ovo::detail

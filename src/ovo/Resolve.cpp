@@ -1,0 +1,154 @@
+#include "ovo/detail/Resolve.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "tarn/Time.h"
+
+namespace ovo::detail {
+
+Source findSource(const PrimNode& node, const pxr::TfToken& name) {
+  Source source;
+  bool animationBlocked = false;
+  for (const Opinion& opinion : node.opinions) {
+    const pxr::SdfPath path = opinion.property(name);
+    if (!opinion.layer->HasSpec(path)) continue;
+    source.opinion = &opinion;
+    source.path = path;
+    if (!animationBlocked) {
+      if (opinion.layer->GetNumTimeSamplesForPath(path) > 0) {
+        source.kind = Source::samples;
+        return source;
+      }
+      if (opinion.layer->HasField(path, pxr::SdfFieldKeys->Spline, &source.value) &&
+          source.value.IsHolding<pxr::TsSpline>() && !source.value.UncheckedGet<pxr::TsSpline>().IsEmpty()) {
+        source.kind = Source::spline;
+        return source;
+      }
+    }
+    if (opinion.layer->HasField(path, pxr::SdfFieldKeys->Default, &source.value)) {
+      // This kind of block hides weaker animation and lets weaker single values through.
+      if (source.value.IsHolding<pxr::SdfAnimationBlock>()) {
+        animationBlocked = true;
+        continue;
+      }
+      source.kind = Source::single;
+      return source;
+    }
+  }
+  return Source();
+}
+
+namespace {
+
+Found found(const Opinion* opinion, pxr::VtValue value) {
+  Found result;
+  result.opinion = opinion;
+  result.blocked = value.IsHolding<pxr::SdfValueBlock>();
+  result.hasValue = !result.blocked && !value.IsEmpty();
+  result.lower = std::move(value);
+  return result;
+}
+
+}  // namespace
+
+Found findAt(const PrimNode& node, const pxr::TfToken& name, double time) {
+  Source source = findSource(node, name);
+  if (source.kind == Source::nothing) return Found();
+  if (source.kind == Source::single) return found(source.opinion, std::move(source.value));
+
+  const pxr::SdfLayer& layer = *source.opinion->layer;
+  // The earliest time stays what it is: an offset would carry the lowest double to infinity.
+  const double local = time == tarn::earliestTimeValue() ? time : source.opinion->layerTime(time);
+  if (source.kind == Source::spline) {
+    const pxr::TsSpline& spline = source.value.UncheckedGet<pxr::TsSpline>();
+    double at = local;
+    if (time == tarn::earliestTimeValue() && !spline.GetKnots().empty()) at = spline.GetKnots().begin()->GetTime();
+    double value = 0.0;
+    Found result;
+    result.opinion = source.opinion;
+    result.hasValue = spline.Eval(at, &value);
+    if (result.hasValue) result.lower = pxr::VtValue(value);
+    return result;
+  }
+
+  double lower = 0.0, upper = 0.0;
+  if (!layer.GetBracketingTimeSamplesForPath(source.path, local, &lower, &upper)) return Found();
+  pxr::VtValue lowerValue;
+  if (!layer.QueryTimeSample(source.path, lower, &lowerValue)) return Found();
+  Found result = found(source.opinion, std::move(lowerValue));
+  // Samples this near count as one.
+  if (!result.hasValue || std::abs(upper - lower) < 1e-6 || !(local > lower)) return result;
+  if (layer.QueryTimeSample(source.path, upper, &result.upper) && !result.upper.IsHolding<pxr::SdfValueBlock>())
+    result.fraction = (local - lower) / (upper - lower);
+  return result;
+}
+
+Found findDefault(const PrimNode& node, const pxr::TfToken& name) {
+  pxr::VtValue value;
+  for (const Opinion& opinion : node.opinions)
+    if (opinion.layer->HasField(opinion.property(name), pxr::SdfFieldKeys->Default, &value) &&
+        !value.IsHolding<pxr::SdfAnimationBlock>())
+      return found(&opinion, std::move(value));
+  return Found();
+}
+
+Found findValue(const PrimNode& node, const pxr::TfToken& name, double time, bool authored) {
+  if (!tarn::isDefaultTime(time)) return findAt(node, name, time);
+  Found result = findDefault(node, name);
+  if (result.hasValue || authored) return result;
+  return findAt(node, name, tarn::earliestTimeValue());
+}
+
+const Fallback* findFallback(const PrimNode& node, const std::string& name) {
+  const auto entry = node.type->fallbacks.find(name);
+  return entry == node.type->fallbacks.end() ? nullptr : &entry->second;
+}
+
+bool findField(const PrimNode& node, const pxr::TfToken& name, const pxr::TfToken& field, pxr::VtValue& value) {
+  for (const Opinion& opinion : node.opinions)
+    if (opinion.layer->HasField(opinion.property(name), field, &value)) return true;
+  return false;
+}
+
+bool hasProperty(const PrimNode& node, const pxr::TfToken& name, pxr::SdfSpecType type) {
+  return std::any_of(node.opinions.begin(), node.opinions.end(), [&name, type](const Opinion& opinion) {
+    return opinion.layer->GetSpecType(opinion.property(name)) == type;
+  });
+}
+
+pxr::SdfValueTypeName findType(const PrimNode& node, const std::string& name) {
+  const pxr::TfToken token(name);
+  for (const Opinion& opinion : node.opinions) {
+    pxr::TfToken type;
+    if (opinion.layer->HasField(opinion.property(token), pxr::SdfFieldKeys->TypeName, &type) && !type.IsEmpty())
+      return pxr::SdfSchema::GetInstance().FindOrCreateType(type);
+  }
+  if (const Fallback* const fallback = findFallback(node, name)) return fallback->type;
+  return pxr::SdfValueTypeName();
+}
+
+pxr::SdfPath editAttribute(const PrimNode& constNode, const std::string& name, const pxr::SdfValueTypeName& type) {
+  StageData& stage = *constNode.stage;
+  PrimNode& node = const_cast<PrimNode&>(constNode);
+  if (!type || !pxr::SdfPath::IsValidNamespacedIdentifier(name)) return pxr::SdfPath();
+  if (!stage.editSpec(node)) return pxr::SdfPath();
+  const pxr::SdfPath path = node.sdfPath.AppendProperty(pxr::TfToken(name));
+  const pxr::SdfSpecType there = stage.edit->GetSpecType(path);
+  if (there == pxr::SdfSpecTypeAttribute) return path;
+  if (there != pxr::SdfSpecTypeUnknown) return pxr::SdfPath();
+
+  // Those that the standard types declare as not varying over time.
+  static const char* const uniform[] = {"doubleSided",         "elementType",    "familyName",
+                                        "faceVaryingLinearInterpolation", "interpolateBoundary", "orientation",
+                                        "purpose",             "stereoRole",     "subdivisionScheme",
+                                        "triangleSubdivisionRule", "xformOpOrder"};
+  const bool isUniform =
+      std::any_of(std::begin(uniform), std::end(uniform), [&name](const char* word) { return name == word; });
+  if (!pxr::SdfJustCreatePrimAttributeInLayer(
+          stage.edit, path, type, isUniform ? pxr::SdfVariabilityUniform : pxr::SdfVariabilityVarying, false))
+    return pxr::SdfPath();
+  return path;
+}
+
+}  // namespace ovo::detail

@@ -1,0 +1,212 @@
+#include "ovo/detail/Runtime.h"
+
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <utility>
+
+#include "ovo/detail/OpenUsd.h"
+
+namespace ovo::detail {
+
+void Problems::add(std::string text) {
+  while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) text.pop_back();
+  if (text.empty()) return;
+  const std::lock_guard<std::mutex> lock(mutex_);
+  if (known_.insert(text).second) order_.push_back(std::move(text));
+}
+
+void Problems::addSorted(std::vector<std::string> texts) {
+  std::sort(texts.begin(), texts.end());
+  for (std::string& text : texts) add(std::move(text));
+}
+
+std::vector<std::string> Problems::list() const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return order_;
+}
+
+namespace {
+
+thread_local Problems* tlsProblems = nullptr;
+
+// Collectors that also take messages of OpenUSD's worker threads, in the order of their set-up.
+struct SharedCollectors {
+  std::mutex mutex;
+  std::vector<Problems*> stack;
+};
+SharedCollectors& sharedCollectors() {
+  static auto* const collectors = new SharedCollectors;
+  return *collectors;
+}
+
+// Hands messages to the stage at work. It stays in place once set: the library prints only while there is no delegate.
+class Delegate final : public pxr::TfDiagnosticMgr::Delegate {
+ public:
+  void IssueStatus(const pxr::TfStatus&) override {}
+  void IssueWarning(const pxr::TfWarning& warning) override { take(warning.GetCommentary()); }
+  void IssueError(const pxr::TfError& error) override { take(error.GetCommentary()); }
+  void IssueFatalError(const pxr::TfCallContext&, const std::string& message) override { take(message); }
+
+ private:
+  static void take(const std::string& message) {
+    if (tlsProblems) {
+      tlsProblems->add(message);
+      return;
+    }
+    SharedCollectors& shared = sharedCollectors();
+    const std::lock_guard<std::mutex> lock(shared.mutex);
+    if (!shared.stack.empty()) shared.stack.back()->add(message);
+  }
+};
+
+// Refuses texts that would overflow a parser's stack. Every layer is opened through the resolver, also those
+// that a composition finds by itself, so this is the one place that sees them all before a parser does.
+bool isTooDeep(const pxr::ArAsset& asset) {
+  const std::size_t size = asset.GetSize();
+  char magic[8] = {};
+  if (asset.Read(magic, std::min(size, sizeof magic), 0) == 0) return false;
+  if (std::memcmp(magic, "PXR-USDC", 8) == 0) return false;
+  const std::shared_ptr<const char> buffer = asset.GetBuffer();
+  if (!buffer) return false;
+  const std::string_view text(buffer.get(), size);
+  if (std::memcmp(magic, "PK\3\4", 4) != 0) return nestsDeeper(text, kMaxTextNesting);
+
+  // A package: its entries are stored as they are.
+  const auto* const begin = text.data();
+  const pxr::SdfZipFile zip = pxr::SdfZipFile::Open(std::shared_ptr<pxr::ArAsset>(
+      std::shared_ptr<void>(), const_cast<pxr::ArAsset*>(&asset)));
+  if (!zip) return false;
+  for (auto entry = zip.begin(); entry != zip.end(); ++entry) {
+    const pxr::SdfZipFile::FileInfo info = entry.GetFileInfo();
+    if (info.dataOffset > size || info.size > size - info.dataOffset) continue;
+    const std::string_view inner(begin + info.dataOffset, info.size);
+    if (inner.substr(0, 5) == "#usda" && nestsDeeper(inner, kMaxTextNesting)) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+Collector::Collector(Problems& problems, bool alsoOwnThreads)
+    : previous_(std::exchange(tlsProblems, &problems)), shared_(alsoOwnThreads) {
+  if (!shared_) return;
+  SharedCollectors& shared = sharedCollectors();
+  const std::lock_guard<std::mutex> lock(shared.mutex);
+  shared.stack.push_back(&problems);
+}
+
+Collector::~Collector() {
+  if (shared_) {
+    SharedCollectors& shared = sharedCollectors();
+    const std::lock_guard<std::mutex> lock(shared.mutex);
+    const auto mine = std::find(shared.stack.rbegin(), shared.stack.rend(), tlsProblems);
+    if (mine != shared.stack.rend()) shared.stack.erase(std::next(mine).base());
+  }
+  tlsProblems = previous_;
+}
+
+bool nestsDeeper(std::string_view text, std::size_t limit) noexcept {
+  const auto opens = [](char c) { return c == '{' || c == '[' || c == '('; };
+  const auto closes = [](char c) { return c == '}' || c == ']' || c == ')'; };
+  std::size_t depth = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (opens(c)) {
+      if (++depth > limit) return true;
+    } else if (closes(c)) {
+      if (depth > 0) --depth;
+    } else if (c == '#') {
+      i = std::min(text.find('\n', i), text.size());
+    } else if (c == '@') {
+      // A file name: @...@, or @@@...@@@ which may hold single signs.
+      const bool triple = text.substr(i, 3) == "@@@";
+      const std::size_t end = triple ? text.find("@@@", i + 3) : text.find_first_of("@\n", i + 1);
+      if (end == std::string_view::npos) return false;
+      i = triple ? end + 2 : end;
+    } else if (c == '"' || c == '\'') {
+      const bool triple = i + 2 < text.size() && text[i + 1] == c && text[i + 2] == c;
+      std::size_t inner = 0, run = 0;
+      for (i += triple ? 3 : 1; i < text.size(); ++i) {
+        const char s = text[i];
+        if (s == '\\') {
+          ++i;
+        } else if (s == c && (!triple || (i + 2 < text.size() && text[i + 1] == c && text[i + 2] == c))) {
+          if (triple) i += 2;
+          break;
+        } else if (s == '\n' && !triple) {
+          break;
+        } else if (opens(s)) {
+          if (++inner > limit) return true;
+        } else if (closes(s)) {
+          if (inner > 0) --inner;
+        }
+        // Complements nest without brackets.
+        run = s == '~' ? run + 1 : 0;
+        if (run > limit) return true;
+      }
+    }
+  }
+  return false;
+}
+
+/// The file system, with a look at every text before it is parsed.
+class SceneResolver : public pxr::ArDefaultResolver {
+ protected:
+  std::shared_ptr<pxr::ArAsset> _OpenAsset(const pxr::ArResolvedPath& path) const override {
+    std::shared_ptr<pxr::ArAsset> asset = pxr::ArDefaultResolver::_OpenAsset(path);
+    if (asset && isTooDeep(*asset)) {
+      using namespace pxr;  // the macro names its parts without it
+      TF_RUNTIME_ERROR("%s: nested more than %zu deep", path.GetPathString().c_str(), kMaxTextNesting);
+      return nullptr;
+    }
+    return asset;
+  }
+};
+
+namespace {
+
+// The folder of the library that this code is in.
+std::filesystem::path ownFolder() {
+  Dl_info info{};
+  if (dladdr(reinterpret_cast<const void*>(&nestsDeeper), &info) == 0 || !info.dli_fname) return {};
+  std::error_code failed;
+  const std::filesystem::path file = std::filesystem::canonical(info.dli_fname, failed);
+  return failed ? std::filesystem::path() : file.parent_path();
+}
+
+std::string start() {
+  // Old binary files would otherwise be reported on the screen; read once, before the first file is opened.
+  setenv("PXR_USDC_EMIT_DEPRECATION_WARNINGS", "0", 0);
+
+  static Delegate* const delegate = new Delegate;
+  pxr::TfDiagnosticMgr::GetInstance().AddDelegate(delegate);
+
+  const std::filesystem::path table = ownFolder() / "vela" / "usd" / "ovo" / "resources";
+  std::error_code ignored;
+  if (!std::filesystem::exists(table / "plugInfo.json", ignored))
+    return "the installation is incomplete: " + (table / "plugInfo.json").string() + " is missing";
+  pxr::PlugRegistry::GetInstance().RegisterPlugins(table.string());
+  // Counts only as long as nobody else in the process has used a resolver: a host that shares its OpenUSD with
+  // this library keeps its own.
+  pxr::ArSetPreferredResolver("ovo::detail::SceneResolver");
+  return {};
+}
+
+}  // namespace
+
+const std::string& startRuntime() {
+  static const std::string* const trouble = new std::string(start());
+  return *trouble;
+}
+
+}  // namespace ovo::detail
+
+// Where the registration macro expects to stand.
+namespace TF_INTERNAL_NS {
+TF_REGISTRY_FUNCTION(TfType) { Ar_DefineResolver<ovo::detail::SceneResolver, ArDefaultResolver>(); }
+}  // namespace TF_INTERNAL_NS

@@ -1,0 +1,276 @@
+#include "ovo/Stage.h"
+
+#include <unistd.h>
+
+#include <atomic>
+#include <cmath>
+#include <filesystem>
+#include <unordered_set>
+#include <utility>
+
+#include "ovo/detail/StageData.h"
+
+namespace ovo {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const pxr::TfToken& upAxisField() {
+  static const auto* const field = new pxr::TfToken("upAxis");
+  return *field;
+}
+const pxr::TfToken& metersField() {
+  static const auto* const field = new pxr::TfToken("metersPerUnit");
+  return *field;
+}
+
+std::shared_ptr<Stage> refuse(std::string* error, const std::string& what, const std::string& why) {
+  if (error) *error = what + ": " + why;
+  return nullptr;
+}
+
+// What OpenUSD said first, in one line.
+std::string firstLine(const detail::Problems& problems, const char* otherwise) {
+  const std::vector<std::string> list = problems.list();
+  if (list.empty()) return otherwise;
+  std::string line = list.front().substr(0, list.front().find('\n'));
+  return line.size() > 500 ? line.substr(0, 500) + "..." : line;
+}
+
+}  // namespace
+
+Stage::Stage(std::unique_ptr<detail::StageData> data) : data_(std::move(data)) {}
+Stage::~Stage() = default;
+
+std::shared_ptr<Stage> Stage::open(const std::string& file, std::string* error) {
+  if (error) error->clear();
+  const std::string what = "cannot open scene '" + file + "'";
+  if (const std::string& trouble = detail::startRuntime(); !trouble.empty()) return refuse(error, what, trouble);
+
+  // What the file system knows is told better here than by a parser.
+  std::error_code failed;
+  const fs::file_status status = fs::status(file, failed);
+  if (file.empty() || !fs::exists(status)) return refuse(error, what, "there is no such file");
+  if (fs::is_directory(status)) return refuse(error, what, "it is a folder");
+  if (fs::is_regular_file(status) && fs::file_size(file, failed) == 0) return refuse(error, what, "the file is empty");
+  if (access(file.c_str(), R_OK) != 0) return refuse(error, what, "the file may not be read");
+  const std::string extension = fs::path(file).extension().string();
+  if (extension != ".usd" && extension != ".usda" && extension != ".usdc" && extension != ".usdz")
+    return refuse(error, what, "its name ends in none of .usd, .usda, .usdc and .usdz");
+
+  detail::Problems why;
+  pxr::SdfLayerRefPtr root;
+  {
+    const detail::Collector collector(why, true);
+    // An absolute name, so that the current folder may change while the stage is open.
+    root = pxr::SdfLayer::FindOrOpen(fs::absolute(file).lexically_normal().string());
+  }
+  if (!root) return refuse(error, what, firstLine(why, "the file is no scene"));
+
+  auto data = std::make_unique<detail::StageData>(root, pxr::SdfLayer::CreateAnonymous("edits.usda"), file);
+  for (std::string& text : why.list()) data->problems.add(std::move(text));
+  return std::shared_ptr<Stage>(new Stage(std::move(data)));
+}
+
+std::shared_ptr<Stage> Stage::openText(const std::string& text, std::string* error) {
+  if (error) error->clear();
+  const std::string what = "cannot open scene text";
+  if (const std::string& trouble = detail::startRuntime(); !trouble.empty()) return refuse(error, what, trouble);
+  if (text.empty()) return refuse(error, what, "the text is empty");
+  if (detail::nestsDeeper(text, detail::kMaxTextNesting))
+    return refuse(error, what, "nested more than " + std::to_string(detail::kMaxTextNesting) + " deep");
+  detail::Problems why;
+  pxr::SdfLayerRefPtr root;
+  {
+    const detail::Collector collector(why, true);
+    root = pxr::SdfLayer::CreateAnonymous("text.usda");
+    if (!root->ImportFromString(text)) root = pxr::SdfLayerRefPtr();
+  }
+  if (!root) return refuse(error, what, firstLine(why, "the text is no scene"));
+  auto data = std::make_unique<detail::StageData>(root, pxr::SdfLayerRefPtr(), std::string());
+  for (std::string& message : why.list()) data->problems.add(std::move(message));
+  return std::shared_ptr<Stage>(new Stage(std::move(data)));
+}
+
+std::shared_ptr<Stage> Stage::createInMemory() {
+  // Without OpenUSD's plug-in table the process would end here, so an incomplete installation gives null.
+  if (!detail::startRuntime().empty()) return nullptr;
+  auto data = std::make_unique<detail::StageData>(pxr::SdfLayer::CreateAnonymous("memory.usda"), pxr::SdfLayerRefPtr(),
+                                                  std::string());
+  return std::shared_ptr<Stage>(new Stage(std::move(data)));
+}
+
+// Prims. The stage is not changed by handing out handles to it, which const calls do.
+
+Prim Stage::getRootPrim() const { return Prim(const_cast<Stage*>(this)->shared_from_this(), data_->rootNode); }
+
+Prim Stage::getPrimAtPath(const Path& path) const {
+  return Prim(const_cast<Stage*>(this)->shared_from_this(), data_->find(path));
+}
+
+Prim Stage::getDefaultPrim() const {
+  const Token name = getDefaultPrimName();
+  if (name.isEmpty()) return Prim();
+  return getPrimAtPath(name.asString()[0] == '/' ? Path(name.asString()) : Path::absoluteRoot().child(name));
+}
+
+Prim Stage::definePrim(const Path& path, const Token& type) {
+  return Prim(shared_from_this(), data_->define(path, type));
+}
+
+bool Stage::findDescendentPrims(const std::vector<Path>& paths, std::vector<Prim>& out) const {
+  out.clear();
+  const std::shared_ptr<Stage> self = const_cast<Stage*>(this)->shared_from_this();
+  std::unordered_set<const detail::PrimNode*> walked;
+  std::vector<const detail::PrimNode*> waiting;
+  for (const Path& path : paths) {
+    const detail::PrimNode* const top = data_->find(path);
+    if (!top) continue;
+    waiting.assign(top->children.rbegin(), top->children.rend());
+    while (!waiting.empty()) {
+      const detail::PrimNode* const node = waiting.back();
+      waiting.pop_back();
+      if (!walked.insert(node).second) continue;
+      out.push_back(Prim(self, node));
+      waiting.insert(waiting.end(), node->children.rbegin(), node->children.rend());
+    }
+  }
+  return !out.empty();
+}
+
+std::vector<std::string> Stage::problems() const { return data_->problems.list(); }
+const std::string& Stage::getFile() const noexcept { return data_->file; }
+
+// What holds for the whole scene
+
+namespace {
+
+// A number of the stage, or `otherwise` where there is none or no usable one.
+double numberOf(const detail::StageData& data, const pxr::TfToken& field, double otherwise) {
+  pxr::VtValue value;
+  if (!data.stageField(field, &value)) return otherwise;
+  if (value.IsHolding<float>()) return static_cast<double>(value.UncheckedGet<float>());
+  return value.IsHolding<double>() ? value.UncheckedGet<double>() : otherwise;
+}
+
+bool setPositive(detail::StageData& data, const pxr::TfToken& field, double value) {
+  if (!(value > 0.0) || std::isinf(value) || !data.edit->PermissionToEdit()) return false;
+  data.setStageField(field, pxr::VtValue(value));
+  return true;
+}
+
+}  // namespace
+
+Token Stage::getUpAxis() const {
+  pxr::VtValue value;
+  if (data_->stageField(upAxisField(), &value) && value.IsHolding<pxr::TfToken>() &&
+      value.UncheckedGet<pxr::TfToken>() == "Z")
+    return Token("Z");
+  return Token("Y");
+}
+
+double Stage::getMetersPerUnit() const {
+  const double meters = numberOf(*data_, metersField(), 0.01);
+  return meters > 0.0 && !std::isinf(meters) ? meters : 0.01;
+}
+
+double Stage::getTimeCodesPerSecond() const {
+  // A layer's own word comes before any word of a weaker layer, frames per second included.
+  for (const pxr::TfToken& field : {pxr::SdfFieldKeys->TimeCodesPerSecond, pxr::SdfFieldKeys->FramesPerSecond}) {
+    const double rate = numberOf(*data_, field, 0.0);
+    if (rate > 0.0) return rate;
+  }
+  return 24.0;
+}
+
+double Stage::getFramesPerSecond() const { return numberOf(*data_, pxr::SdfFieldKeys->FramesPerSecond, 24.0); }
+double Stage::getStartTimeCode() const { return numberOf(*data_, pxr::SdfFieldKeys->StartTimeCode, 0.0); }
+double Stage::getEndTimeCode() const { return numberOf(*data_, pxr::SdfFieldKeys->EndTimeCode, 0.0); }
+
+Token Stage::getDefaultPrimName() const {
+  pxr::VtValue value;
+  if (!data_->stageField(pxr::SdfFieldKeys->DefaultPrim, &value) || !value.IsHolding<pxr::TfToken>()) return Token();
+  return Token(value.UncheckedGet<pxr::TfToken>().GetString());
+}
+
+bool Stage::hasUpAxis() const { return data_->stageField(upAxisField(), nullptr); }
+bool Stage::hasMetersPerUnit() const { return data_->stageField(metersField(), nullptr); }
+bool Stage::hasTimeCodesPerSecond() const { return data_->stageField(pxr::SdfFieldKeys->TimeCodesPerSecond, nullptr); }
+bool Stage::hasFramesPerSecond() const { return data_->stageField(pxr::SdfFieldKeys->FramesPerSecond, nullptr); }
+bool Stage::hasTimeCodeRange() const {
+  return data_->stageField(pxr::SdfFieldKeys->StartTimeCode, nullptr) &&
+         data_->stageField(pxr::SdfFieldKeys->EndTimeCode, nullptr);
+}
+
+bool Stage::setUpAxis(const Token& axis) {
+  if ((axis != Token("Y") && axis != Token("Z")) || !data_->edit->PermissionToEdit()) return false;
+  data_->setStageField(upAxisField(), pxr::VtValue(pxr::TfToken(axis.asString())));
+  return true;
+}
+
+bool Stage::setMetersPerUnit(double metersPerUnit) { return setPositive(*data_, metersField(), metersPerUnit); }
+
+bool Stage::setTimeCodesPerSecond(double rate) {
+  if (!setPositive(*data_, pxr::SdfFieldKeys->TimeCodesPerSecond, rate)) return false;
+  // Times of other files are scaled to this rate.
+  data_->recomposeAll();
+  return true;
+}
+
+bool Stage::setFramesPerSecond(double rate) {
+  if (!setPositive(*data_, pxr::SdfFieldKeys->FramesPerSecond, rate)) return false;
+  if (!hasTimeCodesPerSecond()) data_->recomposeAll();
+  return true;
+}
+
+bool Stage::setTimeCodeRange(double start, double end) {
+  if (!std::isfinite(start) || !std::isfinite(end) || !data_->edit->PermissionToEdit()) return false;
+  data_->setStageField(pxr::SdfFieldKeys->StartTimeCode, pxr::VtValue(start));
+  data_->setStageField(pxr::SdfFieldKeys->EndTimeCode, pxr::VtValue(end));
+  return true;
+}
+
+bool Stage::setDefaultPrim(const Token& name) {
+  if (!pxr::SdfPath::IsValidIdentifier(name.asString()) || !data_->edit->PermissionToEdit()) return false;
+  data_->setStageField(pxr::SdfFieldKeys->DefaultPrim, pxr::VtValue(pxr::TfToken(name.asString())));
+  return true;
+}
+
+// Files
+
+bool Stage::exportTo(const std::string& file, std::string* error) const {
+  if (error) error->clear();
+  const auto fail = [&](const std::string& why) {
+    if (error) *error = "cannot write scene '" + file + "': " + why;
+    return false;
+  };
+  const fs::path target(file);
+  const std::string extension = target.extension().string();
+  if (extension != ".usd" && extension != ".usda" && extension != ".usdc")
+    return fail("its name ends in none of .usd, .usda and .usdc");
+  std::error_code failed;
+  const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
+  if (!fs::is_directory(folder, failed)) return fail("there is no folder '" + folder.string() + "'");
+  if (fs::is_directory(target, failed)) return fail("it is a folder");
+
+  static std::atomic<unsigned> count{0};
+  const fs::path unfinished = folder / ("." + target.stem().string() + "." + std::to_string(getpid()) + "-" +
+                                        std::to_string(++count) + extension);
+  detail::Problems why;
+  bool written = false;
+  {
+    const detail::Collector collector(why, true);
+    const pxr::SdfLayerRefPtr merged = detail::mergeLayers(*data_, fs::absolute(folder).lexically_normal().string());
+    written = merged && merged->Export(unfinished.string());
+  }
+  if (written) {
+    fs::rename(unfinished, target, failed);
+    if (!failed) return true;
+  }
+  const std::string reason = written ? failed.message() : firstLine(why, "the folder may not be written");
+  fs::remove(unfinished, failed);
+  return fail(reason);
+}
+
+}  // namespace ovo

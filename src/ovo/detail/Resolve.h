@@ -1,0 +1,48 @@
+/// \file
+/// Which opinion gives an attribute its value.
+#pragma once
+
+#include <vector>
+
+#include "ovo/detail/StageData.h"
+
+namespace ovo::detail {
+
+/// Where values at numeric times come from.
+struct Source {
+  enum Kind { nothing, samples, spline, single } kind = nothing;
+  const Opinion* opinion = nullptr;
+  pxr::SdfPath path;     ///< of the property, in the opinion's layer
+  pxr::VtValue value;    ///< of a single value or a spline
+};
+
+/// A value found at a time: one sample, or two and the fraction of the way between them.
+struct Found {
+  bool hasValue = false;
+  bool blocked = false;  ///< an opinion says that there is none
+  const Opinion* opinion = nullptr;
+  pxr::VtValue lower, upper;
+  double fraction = 0.0;  ///< 0: lower alone
+};
+
+/// The source at numeric times; kind single may hold a block.
+[[nodiscard]] Source findSource(const PrimNode& node, const pxr::TfToken& name);
+[[nodiscard]] Found findAt(const PrimNode& node, const pxr::TfToken& name, double time);
+/// The authored default value.
+[[nodiscard]] Found findDefault(const PrimNode& node, const pxr::TfToken& name);
+/// As ovo/Attribute.h tells: \p authored leaves time samples out at the default time. Without fallbacks.
+[[nodiscard]] Found findValue(const PrimNode& node, const pxr::TfToken& name, double time, bool authored);
+/// The fallback of the prim's type, or null.
+[[nodiscard]] const Fallback* findFallback(const PrimNode& node, const std::string& name);
+
+/// The strongest value of a field of a property, other than its values.
+[[nodiscard]] bool findField(const PrimNode& node, const pxr::TfToken& name, const pxr::TfToken& field,
+                             pxr::VtValue& value);
+[[nodiscard]] bool hasProperty(const PrimNode& node, const pxr::TfToken& name, pxr::SdfSpecType type);
+[[nodiscard]] pxr::SdfValueTypeName findType(const PrimNode& node, const std::string& name);
+
+/// The attribute's path in the edit layer, its spec made when it is not there; the empty path when it cannot be.
+[[nodiscard]] pxr::SdfPath editAttribute(const PrimNode& node, const std::string& name,
+                                         const pxr::SdfValueTypeName& type);
+
+}  // namespace ovo::detail
