@@ -29,10 +29,12 @@ if(VELA_OPENUSD STREQUAL "wheels")
   set(VELA_OPENUSD_LIBS "${_site}/pxr/.libs")
   file(GLOB _includes LIST_DIRECTORIES true "${_site}/pxr-*/include")
   target_include_directories(vela_openusd SYSTEM INTERFACE ${_includes} "${_site}/TBB/include")
-  foreach(_name IN ITEMS Pcp Sdf Ar Plug Ts Vt Gf Work Trace Tf Arch)
-    target_link_libraries(vela_openusd INTERFACE "${VELA_OPENUSD_LIBS}/libPxr${_name}.so")
+  # All of them, used directly or not: a linker finds a library's own needs by the run path, but not the needs of those,
+  # and who links to libvela should not have to know of any of this.
+  set(_libraries "")
+  foreach(_name IN ITEMS Pcp Sdf Ar Plug Ts Vt Gf Work Trace Js Tf Arch BoostPython)
+    list(APPEND _libraries "${VELA_OPENUSD_LIBS}/libPxr${_name}.so")
   endforeach()
-  target_link_libraries(vela_openusd INTERFACE "${VELA_OPENUSD_LIBS}/libtbb.so")
   target_compile_definitions(vela_openusd INTERFACE PXR_BOOST_PYTHON_NO_PY_SIGNATURES)
 
   # They are built with Python bindings: their data symbols need libpython in the process, though no interpreter ever
@@ -53,7 +55,7 @@ if(VELA_OPENUSD STREQUAL "wheels")
   endif()
   target_include_directories(vela_openusd SYSTEM INTERFACE "${_python_include}")
   target_link_libraries(vela_openusd INTERFACE
-    "-Wl,--push-state,--no-as-needed" "${VELA_LIBPYTHON}" "-Wl,--pop-state")
+    "-Wl,--push-state,--no-as-needed" ${_libraries} "${VELA_OPENUSD_LIBS}/libtbb.so" "${VELA_LIBPYTHON}" "-Wl,--pop-state")
 
   # The old kind of run path, which counts for the libraries' libraries too: theirs name no folder.
   target_link_options(vela_openusd INTERFACE "-Wl,--disable-new-dtags" "-Wl,-rpath-link,${VELA_OPENUSD_LIBS}")
