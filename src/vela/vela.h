@@ -4,7 +4,9 @@
 
 #include "vela/Api.h"
 #include "vela/Version.h"
+#include "vela/mesh/MeshBuilders.h"
 #include "vela/mesh/MeshNormals.h"
+#include "vela/mesh/MeshSample.h"
 #include "vela/mesh/MeshTopology.h"
 #include "vela/mesh/NearestPointQuery.h"
 #include "vela/mesh/Triangulate.h"
