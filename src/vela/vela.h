@@ -17,3 +17,4 @@
 #include "vela/camera/LensProjection.h"
 #include "vela/camera/MultiProjectionCamera.h"
 #include "vela/camera/RayContext.h"
+#include "vela/selection/GeoSelection.h"
