@@ -6,117 +6,16 @@
 #include <cstddef>
 #include <typeinfo>
 
+#include "vela/camera/detail/RayKernels.h"
+
 namespace vela {
 namespace {
 
-constexpr double kPi = 3.141592653589793;
-
-/// NaN stays NaN.
-float clampToUnit(float v) { return v < -1.0f ? -1.0f : v > 1.0f ? 1.0f : v; }
-
-/// What the rays of one coordinate need of its sample.
-struct Optics {
-  double m[6];  ///< the 2-D part of `ndc`: x' = x m0 + y m2 + m4, y' = x m1 + y m3 + m5
-  float h;      ///< half the magnification
-  float nearDistance, farDistance;
-  bool ndcIsIdentity;
-
-  explicit Optics(const Camera::Sample& s)
-      : m{s.ndc[0], s.ndc[1], s.ndc[4], s.ndc[5], s.ndc[12], s.ndc[13]},
-        h(s.lensMagnification() * 0.5f),
-        nearDistance(static_cast<float>(s.lensAp.clipNearDistance)),
-        farDistance(static_cast<float>(s.lensAp.clipFarDistance)),
-        ndcIsIdentity(s.ndcIsIdentity) {}
-
-  [[nodiscard]] tarn::Vec2<float> window(float x, float y) const {
-    if (ndcIsIdentity) return {x, y};
-    const double wx = static_cast<double>(x), wy = static_cast<double>(y);
-    return {static_cast<float>(wx * m[0] + wy * m[2] + m[4]), static_cast<float>(wx * m[1] + wy * m[3] + m[5])};
-  }
-};
-
-void writeRay(RayContext& ray, const tarn::Vec3<float>& origin, const tarn::Vec3<float>& direction,
-              const tarn::Vec3<float>& xDirection, const tarn::Vec3<float>& yDirection, const Optics& o) {
-  ray.origin = origin;
-  ray.direction = direction;
-  ray.updateSlopes();
-  ray.xDirection = xDirection;
-  ray.yDirection = yDirection;
-  ray.minDistance = o.nearDistance;
-  ray.maxDistance = o.farDistance;
+/// The batch of a lens call with a sample for each coordinate; of no rays when something is missing.
+detail::RayBatch batchOf(unsigned count, const ProjectCoord* coords, const Camera::Sample* samples, RayContext* rays) {
+  const bool complete = coords != nullptr && samples != nullptr && rays != nullptr;
+  return {complete ? count : 0u, coords, samples, 1, rays};
 }
-
-struct PerspectiveKernel {
-  void operator()(const ProjectCoord& c, const Optics& o, RayContext& ray) const {
-    const tarn::Vec2<float> p = o.window(c.x, c.y), q = o.window(c.x + c.dx, c.y + c.dy);
-    const float px = o.h * p.x, py = o.h * p.y, qx = o.h * q.x, qy = o.h * q.y;
-    writeRay(ray, {}, tarn::Vec3<float>(px, py, -1.0f).normalized(), tarn::Vec3<float>(qx, py, -1.0f).normalized(),
-             tarn::Vec3<float>(px, qy, -1.0f).normalized(), o);
-  }
-};
-
-struct OrthographicKernel {
-  void operator()(const ProjectCoord& c, const Optics& o, RayContext& ray) const {
-    const tarn::Vec2<float> p = o.window(c.x, c.y);
-    const tarn::Vec3<float> ahead(0.0f, 0.0f, -1.0f);
-    writeRay(ray, {o.h * p.x, o.h * p.y, 0.0f}, ahead, ahead, ahead, o);
-  }
-};
-
-struct CylindricalKernel {
-  void operator()(const ProjectCoord& c, const Optics& o, RayContext& ray) const {
-    const tarn::Vec2<float> p = o.window(c.x, c.y), q = o.window(c.x + c.dx, c.y + c.dy);
-    const double phi = (static_cast<double>(clampToUnit(p.x)) + 1.0) * kPi;
-    const double phiX = (static_cast<double>(clampToUnit(q.x)) + 1.0) * kPi;
-    const float x = static_cast<float>(-std::sin(phi)), z = static_cast<float>(std::cos(phi));
-    const float xX = static_cast<float>(-std::sin(phiX)), zX = static_cast<float>(std::cos(phiX));
-    const float y = o.h * clampToUnit(p.y), yY = o.h * clampToUnit(q.y);
-    writeRay(ray, {}, tarn::Vec3<float>(x, y, z).normalized(), tarn::Vec3<float>(xX, y, zX).normalized(),
-             tarn::Vec3<float>(x, yY, z).normalized(), o);
-  }
-};
-
-struct SphericalKernel {
-  double k;  ///< one over the image's aspect
-
-  void operator()(const ProjectCoord& c, const Optics& o, RayContext& ray) const {
-    const tarn::Vec2<float> p = o.window(c.x, c.y), q = o.window(c.x + c.dx, c.y + c.dy);
-    const double phi = (static_cast<double>(clampToUnit(p.x)) + 1.0) * kPi;
-    const double phiX = (static_cast<double>(clampToUnit(q.x)) + 1.0) * kPi;
-    const double theta = ((static_cast<double>(clampToUnit(p.y)) * k + 1.0) * 0.5) * kPi;
-    const double thetaY = ((k * static_cast<double>(clampToUnit(q.y)) + 1.0) * 0.5) * kPi;
-    const double sinPhi = std::sin(phi), cosPhi = std::cos(phi), sinTheta = std::sin(theta), cosTheta = std::cos(theta);
-    const double sinPhiX = std::sin(phiX), cosPhiX = std::cos(phiX);
-    const double sinThetaY = std::sin(thetaY), cosThetaY = std::cos(thetaY);
-
-    const tarn::Vec3<float> direction(static_cast<float>(-sinPhi * sinTheta), static_cast<float>(-cosTheta),
-                                      static_cast<float>(cosPhi * sinTheta));
-    // KEEP(x-neighbour-latitude): the x-neighbour has the sine of the y-neighbour's latitude beside the cosine of its own; the
-    // differentials of hosts' filters are tuned to it.
-    const tarn::Vec3<float> xDirection(static_cast<float>(-sinPhiX * sinThetaY), static_cast<float>(-cosTheta),
-                                       static_cast<float>(cosPhiX * sinThetaY));
-    // KEEP(y-neighbour-latitude): and the y-neighbour has only the cosine of its own latitude.
-    const tarn::Vec3<float> yDirection(static_cast<float>(-sinPhi * sinTheta), static_cast<float>(-cosThetaY),
-                                       static_cast<float>(cosPhi * sinTheta));
-    writeRay(ray, {}, direction.normalized(), xDirection.normalized(), yDirection.normalized(), o);
-  }
-};
-
-template <class Kernel>
-void generate(const Kernel& kernel, unsigned count, const ProjectCoord* coords, const Camera::Sample* samples,
-              RayContext* rays) {
-  if (count == 0 || coords == nullptr || samples == nullptr || rays == nullptr) return;
-  for (std::size_t i = 0; i < count; ++i) kernel(coords[i], Optics(samples[i]), rays[i]);
-}
-
-template <class Kernel>
-void generateFromOne(const Kernel& kernel, unsigned count, const ProjectCoord* coords, const Camera::Sample& sample,
-                     RayContext* rays) {
-  const Optics optics(sample);
-  for (std::size_t i = 0; i < count; ++i) kernel(coords[i], optics, rays[i]);
-}
-
-SphericalKernel sphericalKernel(const ProjectionImageContext& image) { return {1.0 / static_cast<double>(image.aspect)}; }
 
 }  // namespace
 
@@ -168,10 +67,12 @@ bool LinearProjection::canBeExtendedVertically() const { return true; }
 
 void LinearProjection::generateRayGeometry(unsigned count, const ProjectCoord* coords, const Camera::Sample* samples,
                                            const ProjectionImageContext&, RayContext* rays) const {
+  const detail::RayBatch batch = batchOf(count, coords, samples, rays);
+  if (batch.count == 0) return;
   if (orthographic_)
-    generate(OrthographicKernel{}, count, coords, samples, rays);
+    detail::orthographicRays(batch);
   else
-    generate(PerspectiveKernel{}, count, coords, samples, rays);
+    detail::perspectiveRays(batch);
 }
 
 void LinearProjection::project(const Camera::Sample& sample, const ProjectionImageContext&, unsigned count,
@@ -204,7 +105,8 @@ LensProjection SphericalProjection::lensProjectionMode() const { return LensProj
 bool SphericalProjection::isLinear() const { return false; }
 void SphericalProjection::generateRayGeometry(unsigned count, const ProjectCoord* coords, const Camera::Sample* samples,
                                               const ProjectionImageContext& image, RayContext* rays) const {
-  generate(sphericalKernel(image), count, coords, samples, rays);
+  const detail::RayBatch batch = batchOf(count, coords, samples, rays);
+  if (batch.count > 0) detail::sphericalRays(batch, image.aspect);
 }
 void SphericalProjection::project(const Camera::Sample&, const ProjectionImageContext&, unsigned, ProjectCoord*) const {}
 
@@ -215,7 +117,8 @@ LensProjection CylindricalProjection::lensProjectionMode() const { return LensPr
 bool CylindricalProjection::isLinear() const { return false; }
 void CylindricalProjection::generateRayGeometry(unsigned count, const ProjectCoord* coords, const Camera::Sample* samples,
                                                 const ProjectionImageContext&, RayContext* rays) const {
-  generate(CylindricalKernel{}, count, coords, samples, rays);
+  const detail::RayBatch batch = batchOf(count, coords, samples, rays);
+  if (batch.count > 0) detail::cylindricalRays(batch);
 }
 void CylindricalProjection::project(const Camera::Sample&, const ProjectionImageContext&, unsigned, ProjectCoord*) const {}
 
@@ -250,14 +153,14 @@ void generateCameraRays(const LensProjectionFunction& lens, unsigned count, cons
   if (count == 0 || coords == nullptr || rays == nullptr) return;
 
   // The lenses of this file, by their exact type: a class derived from one may have its own rays.
+  const detail::RayBatch batch = {count, coords, &sample, 0, rays};
   const std::type_info& type = typeid(lens);
   if (type == typeid(LinearProjection)) {
-    if (lens.lensProjectionMode() == LensProjection::orthographic)
-      return generateFromOne(OrthographicKernel{}, count, coords, sample, rays);
-    return generateFromOne(PerspectiveKernel{}, count, coords, sample, rays);
+    const bool orthographic = lens.lensProjectionMode() == LensProjection::orthographic;
+    return orthographic ? detail::orthographicRays(batch) : detail::perspectiveRays(batch);
   }
-  if (type == typeid(SphericalProjection)) return generateFromOne(sphericalKernel(image), count, coords, sample, rays);
-  if (type == typeid(CylindricalProjection)) return generateFromOne(CylindricalKernel{}, count, coords, sample, rays);
+  if (type == typeid(SphericalProjection)) return detail::sphericalRays(batch, image.aspect);
+  if (type == typeid(CylindricalProjection)) return detail::cylindricalRays(batch);
 
   // Any other lens: a few copies that stay in cache, used again and again.
   std::array<Camera::Sample, 16> copies;
