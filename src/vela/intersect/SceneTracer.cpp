@@ -53,11 +53,13 @@ struct SceneTracer::Impl {
   std::vector<tracer::Placement> placements;
   std::vector<tracer::Node> nodes;
   std::vector<std::uint32_t> unboxed;
+  std::uint32_t onlyPlacement = kNone;
   tarn::Box3<float> bounds;
   tracer::KernelFunctions kernel = tracer::bestKernel();
 
   [[nodiscard]] tracer::SceneView view() const {
-    return {meshes.data(), placements.data(), nodes.empty() ? nullptr : nodes.data(), unboxed.data(), unboxed.size()};
+    return {meshes.data(), placements.data(), nodes.empty() ? nullptr : nodes.data(), onlyPlacement,
+            unboxed.data(), unboxed.size()};
   }
 
   void describe(const tarn::Ray<float>& ray, const tracer::Nearest& nearest, TracerHit& hit) const {
@@ -161,6 +163,7 @@ void SceneTracer::build() {
       impl_->unboxed.push_back(box.index);
     }
   }
+  impl_->onlyPlacement = boxes.size() == 1 ? boxes[0].index : kNone;
   tracer::buildTreeOfSingles(boxes, impl_->nodes);
   impl_->nodes.shrink_to_fit();
 }

@@ -10,14 +10,17 @@
 
 // No include guard: included once by each kernel, inside an unnamed namespace.
 
-/// s of a distance, rounded outward: up for the far end, down for the near one.
+/// std::fmin is a call into the C library.
+inline double least(double a, double b) { return b < a ? b : a; }
+inline double largest(double a, double b) { return b > a ? b : a; }
+
+/// s of a distance, rounded outward: up for the far end, down for the near one. The constant stands in for the smallest
+/// distances, as floats so small would each cost the processor a detour.
 inline float upperS(double distance, double sPerDistance, double start) {
-  const double s = distance * sPerDistance;
-  const double v = (s - start) + (std::fabs(s) + std::fabs(start)) * 2e-15;
-  if (!(v < 3e38)) return std::numeric_limits<float>::infinity();
-  if (v < -3e38) return -3e38f;
-  const float f = static_cast<float>(v);
-  return f + (std::fabs(f) * 2.4e-7f + 1e-37f);
+  const double s = distance * sPerDistance, v = s - start;
+  const double up = v + ((std::fabs(s) + std::fabs(start)) * 2e-15 + std::fabs(v) * 2.4e-7 + 1e-30);
+  if (!(up < 3e38)) return std::numeric_limits<float>::infinity();
+  return up < -3e38 ? -3e38f : static_cast<float>(up);
 }
 inline float lowerS(double distance, double sPerDistance, double start) {
   return -upperS(-distance, sPerDistance, -start);
@@ -125,7 +128,7 @@ inline bool traceMesh(const Mesh& mesh, const LocalRay& ray, const DistanceRange
   const Block* const blocks = mesh.blocks.data();
   const BoxTester boxes(ray.origin, ray.inverse, lowerS(range.low, ray.sPerDistance, ray.start));
   const TriangleTester triangles(ray);
-  float prune = upperS(std::fmin(range.high, nearest.distance), ray.sPerDistance, ray.start);
+  float prune = upperS(least(range.high, nearest.distance), ray.sPerDistance, ray.start);
   Lanes high = Lanes::broadcast(prune);
 
   Entry stack[kStackSize];
@@ -157,7 +160,7 @@ inline bool traceMesh(const Mesh& mesh, const LocalRay& ray, const DistanceRange
         nearest.crossing = crossing;
         nearest.block = &block;
         nearest.lane = lane;
-        prune = upperS(std::fmin(range.high, crossing.distance), ray.sPerDistance, ray.start);
+        prune = upperS(least(range.high, crossing.distance), ray.sPerDistance, ray.start);
         high = Lanes::broadcast(prune);
       }
     }
@@ -187,12 +190,13 @@ inline bool traceScene(const SceneView& scene, const tarn::Ray<float>& ray, Near
   for (std::size_t i = 0; i < scene.numUnboxed; ++i)
     if (tracePlacement<isAny>(scene, scene.unboxed[i], ray, range, nearest)) return true;
   if (scene.nodes == nullptr) return false;
+  if (scene.onlyPlacement != kNone) return tracePlacement<isAny>(scene, scene.onlyPlacement, ray, range, nearest);
 
   // World space, measured along the direction's largest axis as in LocalRay.
   float origin[3], inverse[3];
   double sPerDistance = 0.0;
   for (std::size_t i = 0; i < 3; ++i)
-    sPerDistance = std::fmax(sPerDistance, std::fabs(static_cast<double>(ray.direction[i])));
+    sPerDistance = largest(sPerDistance, std::fabs(static_cast<double>(ray.direction[i])));
   constexpr float tiny = 7.8886091e-31f;  // 2^-100
   for (std::size_t i = 0; i < 3; ++i) {
     origin[i] = ray.origin[i];
@@ -200,7 +204,7 @@ inline bool traceScene(const SceneView& scene, const tarn::Ray<float>& ray, Near
     inverse[i] = 1.0f / (std::fabs(along) < tiny ? std::copysign(tiny, along) : along);
   }
   const BoxTester boxes(origin, inverse, lowerS(range.low, sPerDistance, 0.0));
-  float prune = upperS(std::fmin(range.high, nearest.distance), sPerDistance, 0.0);
+  float prune = upperS(least(range.high, nearest.distance), sPerDistance, 0.0);
 
   Entry stack[kStackSize];
   Entry* top = stack;
@@ -215,7 +219,7 @@ inline bool traceScene(const SceneView& scene, const tarn::Ray<float>& ray, Near
       }
     } else {
       if (tracePlacement<isAny>(scene, current & ~kLeaf, ray, range, nearest)) return true;
-      prune = upperS(std::fmin(range.high, nearest.distance), sPerDistance, 0.0);
+      prune = upperS(least(range.high, nearest.distance), sPerDistance, 0.0);
     }
     do {
       if (top == stack) return false;

@@ -1,0 +1,456 @@
+/// \file
+/// Rays against one mesh and against a thousand placed copies: the given structures, the tracer and Embree in one process.
+///
+/// Candidates take turns, so that a machine that slows down slows all of them; the median of the rounds counts. Rates are in
+/// million rays per second, ratios against Embree's single-ray call in robust mode where it is there.
+///
+/// Usage: bench_rays [--json FILE] [--quick] [--scene NAME]...
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <memory>
+#include <random>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#if defined(VELA_WITH_EMBREE)
+#include <embree3/rtcore.h>
+#endif
+
+#include "support/ClosedMeshes.h"
+#include "tarn/Mat4.h"
+#include "tarn/Ray.h"
+#include "vela/intersect/SceneTracer.h"
+#if __has_include("vela/intersect/BvhAcceleration.h")
+#define VELA_WITH_GIVEN 1
+#include "vela/intersect/Acceleration.h"
+#include "vela/intersect/AccelerationModel.h"
+#include "vela/intersect/BvhAcceleration.h"
+#include "vela/intersect/GridAcceleration.h"
+#endif
+
+namespace {
+
+using tarn::Mat4;
+using tarn::Ray;
+using tarn::Vec3;
+using vela_test::ClosedMesh;
+using Clock = std::chrono::steady_clock;
+
+double secondsSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
+
+struct Scene {
+  std::string name;
+  ClosedMesh mesh;
+  std::vector<Mat4<double>> placements;
+  float radius = 1.15f;
+  bool isSmall = false;
+};
+
+/// One way to answer. Both calls return a sum that depends on every answer, so none is optimised away.
+struct Candidate {
+  std::string name;
+  std::function<double(const std::vector<Ray<float>>&)> closest, any;
+  double buildSeconds = 0.0;
+  double bytesPerTriangle = 0.0;  ///< 0: not known
+};
+
+std::size_t numTriangles(const Scene& scene) { return scene.mesh.counts.size(); }
+
+// Tracer
+
+void addTracer(const Scene& scene, std::vector<Candidate>& out) {
+  const auto tracer = std::make_shared<vela::SceneTracer>();
+  const ovo::Array<Vec3<float>> points(scene.mesh.points);
+  const ovo::Array<int> counts(scene.mesh.counts), indices(scene.mesh.indices);
+  const auto start = Clock::now();
+  const std::uint32_t mesh = tracer->addMesh(points, counts, indices);
+  for (const Mat4<double>& m : scene.placements) tracer->addPlacement(mesh, m);
+  tracer->build();
+  Candidate one;
+  one.name = "tracer";
+  one.buildSeconds = secondsSince(start);
+  one.bytesPerTriangle = static_cast<double>(tracer->memoryUsage()) / static_cast<double>(numTriangles(scene));
+  one.closest = [tracer](const std::vector<Ray<float>>& rays) {
+    double sum = 0.0;
+    for (const Ray<float>& ray : rays) {
+      vela::TracerHit hit;
+      if (tracer->intersect(ray, hit)) sum += hit.distance;
+    }
+    return sum;
+  };
+  one.any = [tracer](const std::vector<Ray<float>>& rays) {
+    double sum = 0.0;
+    for (const Ray<float>& ray : rays) sum += tracer->occluded(ray) ? 1.0 : 0.0;
+    return sum;
+  };
+  Candidate span = one;
+  span.name = "tracer span";
+  span.closest = [tracer, hits = std::make_shared<std::vector<vela::TracerHit>>()](const std::vector<Ray<float>>& rays) {
+    constexpr std::size_t chunk = 4096;
+    hits->resize(chunk);
+    double sum = 0.0;
+    for (std::size_t i = 0; i < rays.size(); i += chunk) {
+      const std::size_t n = std::min(chunk, rays.size() - i);
+      tracer->intersect(rays.data() + i, n, hits->data());
+      for (std::size_t k = 0; k < n; ++k)
+        if ((*hits)[k].hit) sum += (*hits)[k].distance;
+    }
+    return sum;
+  };
+  span.any = [tracer](const std::vector<Ray<float>>& rays) {
+    constexpr std::size_t chunk = 4096;
+    static bool answers[chunk];
+    double sum = 0.0;
+    for (std::size_t i = 0; i < rays.size(); i += chunk) {
+      const std::size_t n = std::min(chunk, rays.size() - i);
+      tracer->occluded(rays.data() + i, n, answers);
+      for (std::size_t k = 0; k < n; ++k) sum += answers[k] ? 1.0 : 0.0;
+    }
+    return sum;
+  };
+  out.push_back(one);
+  out.push_back(span);
+}
+
+// Given structures
+
+#if defined(VELA_WITH_GIVEN)
+/// World rays go into each copy's space one copy after another: there is no tree over copies here, so only single meshes use it.
+template <class Structure>
+void addGiven(const char* name, const Scene& scene, std::vector<Candidate>& out,
+              std::unique_ptr<Structure> (*make)(const vela::AccelerationModel&)) {
+  const auto start = Clock::now();
+  const std::shared_ptr<vela::TriangleAccelerationModel> model = std::make_shared<vela::TriangleAccelerationModel>(
+      ovo::Array<Vec3<float>>(scene.mesh.points), ovo::Array<int>(scene.mesh.counts), ovo::Array<int>(scene.mesh.indices));
+  const std::shared_ptr<Structure> structure = make(*model);
+  Candidate candidate;
+  candidate.name = name;
+  candidate.buildSeconds = secondsSince(start);
+  const auto ask = [model, structure](const std::vector<Ray<float>>& rays, bool isNearest) {
+    vela::IntersectionContext context;
+    context.nearestHit = isNearest;
+    double sum = 0.0;
+    for (const Ray<float>& ray : rays) {
+      vela::CollisionResult result;
+      if (structure->intersect(context, ray, result)) sum += isNearest ? static_cast<double>(result.distance) : 1.0;
+    }
+    return sum;
+  };
+  candidate.closest = [ask](const std::vector<Ray<float>>& rays) { return ask(rays, true); };
+  candidate.any = [ask](const std::vector<Ray<float>>& rays) { return ask(rays, false); };
+  out.push_back(candidate);
+}
+#endif
+
+// Embree
+
+#if defined(VELA_WITH_EMBREE)
+struct EmbreeScene {
+  RTCDevice device = rtcNewDevice("threads=1,set_affinity=0");
+  RTCScene mesh = nullptr, scene = nullptr;
+  long long bytes = 0;
+
+  explicit EmbreeScene(const Scene& source, bool isRobust) {
+    rtcSetDeviceMemoryMonitorFunction(
+        device,
+        [](void* self, ssize_t change, bool) {
+          static_cast<EmbreeScene*>(self)->bytes += change;
+          return true;
+        },
+        this);
+    const RTCSceneFlags flags = isRobust ? RTC_SCENE_FLAG_ROBUST : RTC_SCENE_FLAG_NONE;
+    mesh = rtcNewScene(device);
+    rtcSetSceneFlags(mesh, flags);
+    RTCGeometry geometry = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_TRIANGLE);
+    auto* points = static_cast<float*>(rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3,
+                                                               sizeof(Vec3<float>), source.mesh.points.size()));
+    std::memcpy(points, source.mesh.points.data(), source.mesh.points.size() * sizeof(Vec3<float>));
+    auto* indices = static_cast<unsigned*>(rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3,
+                                                                   3 * sizeof(unsigned), source.mesh.indices.size() / 3));
+    std::memcpy(indices, source.mesh.indices.data(), source.mesh.indices.size() * sizeof(unsigned));
+    rtcCommitGeometry(geometry);
+    rtcAttachGeometry(mesh, geometry);
+    rtcReleaseGeometry(geometry);
+    rtcCommitScene(mesh);
+    if (source.placements.size() == 1) return;
+    scene = rtcNewScene(device);
+    rtcSetSceneFlags(scene, flags);
+    for (const Mat4<double>& m : source.placements) {
+      RTCGeometry instance = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_INSTANCE);
+      rtcSetGeometryInstancedScene(instance, mesh);
+      float columns[12];
+      for (std::size_t c = 0; c < 4; ++c)
+        for (std::size_t r = 0; r < 3; ++r) columns[c * 3 + r] = static_cast<float>(m[c * 4 + r]);
+      rtcSetGeometryTransform(instance, 0, RTC_FORMAT_FLOAT3X4_COLUMN_MAJOR, columns);
+      rtcCommitGeometry(instance);
+      rtcAttachGeometry(scene, instance);
+      rtcReleaseGeometry(instance);
+    }
+    rtcCommitScene(scene);
+  }
+  ~EmbreeScene() {
+    if (scene) rtcReleaseScene(scene);
+    rtcReleaseScene(mesh);
+    rtcReleaseDevice(device);
+  }
+  EmbreeScene(const EmbreeScene&) = delete;
+  EmbreeScene& operator=(const EmbreeScene&) = delete;
+  [[nodiscard]] RTCScene top() const { return scene ? scene : mesh; }
+};
+
+void setRay(const Ray<float>& ray, RTCRay& out) {
+  out.org_x = ray.origin.x;
+  out.org_y = ray.origin.y;
+  out.org_z = ray.origin.z;
+  out.dir_x = ray.direction.x;
+  out.dir_y = ray.direction.y;
+  out.dir_z = ray.direction.z;
+  out.tnear = ray.minDistance;
+  out.tfar = ray.maxDistance;
+  out.time = 0.0f;
+  out.mask = ~0u;
+  out.id = 0;
+  out.flags = 0;
+}
+
+void addEmbree(const Scene& scene, bool isRobust, std::vector<Candidate>& out) {
+  const auto start = Clock::now();
+  const auto embree = std::make_shared<EmbreeScene>(scene, isRobust);
+  Candidate candidate;
+  candidate.name = isRobust ? "embree robust" : "embree";
+  candidate.buildSeconds = secondsSince(start);
+  candidate.bytesPerTriangle = static_cast<double>(embree->bytes) / static_cast<double>(numTriangles(scene));
+  candidate.closest = [embree](const std::vector<Ray<float>>& rays) {
+    RTCIntersectContext context;
+    rtcInitIntersectContext(&context);
+    double sum = 0.0;
+    for (const Ray<float>& ray : rays) {
+      RTCRayHit hit;
+      setRay(ray, hit.ray);
+      hit.hit.geomID = RTC_INVALID_GEOMETRY_ID;
+      hit.hit.instID[0] = RTC_INVALID_GEOMETRY_ID;
+      rtcIntersect1(embree->top(), &context, &hit);
+      if (hit.hit.geomID != RTC_INVALID_GEOMETRY_ID) sum += static_cast<double>(hit.ray.tfar);
+    }
+    return sum;
+  };
+  candidate.any = [embree](const std::vector<Ray<float>>& rays) {
+    RTCIntersectContext context;
+    rtcInitIntersectContext(&context);
+    double sum = 0.0;
+    for (const Ray<float>& ray : rays) {
+      RTCRay r;
+      setRay(ray, r);
+      rtcOccluded1(embree->top(), &context, &r);
+      if (r.tfar < 0.0f) sum += 1.0;
+    }
+    return sum;
+  };
+  out.push_back(candidate);
+}
+#endif
+
+// Rays
+
+using Random = std::mt19937_64;
+
+Vec3<float> onSphere(Random& random, float radius) {
+  std::normal_distribution<float> normal;
+  const float x = normal(random), y = normal(random), z = normal(random);
+  return Vec3<float>(x, y, z).normalized() * radius;
+}
+
+/// A pinhole picture in tiles of 16 by 16.
+std::vector<Ray<float>> cameraRays(const Scene& scene, int size) {
+  std::vector<Ray<float>> rays;
+  const float distance = scene.radius * 2.6f, spread = scene.placements.size() == 1 ? 0.98f : 1.1f;
+  for (int ty = 0; ty < size; ty += 16)
+    for (int tx = 0; tx < size; tx += 16)
+      for (int y = ty; y < ty + 16; ++y)
+        for (int x = tx; x < tx + 16; ++x) {
+          const float u = (static_cast<float>(x) + 0.5f) / static_cast<float>(size) * 2 - 1;
+          const float v = (static_cast<float>(y) + 0.5f) / static_cast<float>(size) * 2 - 1;
+          rays.emplace_back(Vec3<float>(0.1f, -0.2f, distance), Vec3<float>(u * spread * scene.radius, v * spread * scene.radius, -distance));
+        }
+  return rays;
+}
+
+std::vector<Ray<float>> chordRays(const Scene& scene, std::size_t count) {
+  Random random(1);
+  std::vector<Ray<float>> rays;
+  for (std::size_t i = 0; i < count; ++i) {
+    const Vec3<float> a = onSphere(random, scene.radius), b = onSphere(random, scene.radius);
+    rays.emplace_back(a, b - a);
+  }
+  return rays;
+}
+
+/// Rays towards the border of the bounding box that hit nothing.
+std::vector<Ray<float>> missRays(const Scene& scene, std::size_t count, const Candidate& oracle) {
+  Random random(2);
+  std::uniform_real_distribution<float> uniform(-1.1f, 1.1f);
+  std::vector<Ray<float>> rays;
+  while (rays.size() < count) {
+    const Vec3<float> a = onSphere(random, scene.radius * 3);
+    const float x = uniform(random), y = uniform(random), z = uniform(random);
+    Vec3<float> b = Vec3<float>(x, y, z) * scene.radius;
+    b[random() % 3] = scene.radius * (random() % 2 == 0 ? 1.0f : -1.0f);
+    std::vector<Ray<float>> one{Ray<float>(a, b - a)};
+    if (oracle.any(one) == 0.0) rays.push_back(one[0]);
+  }
+  return rays;
+}
+
+double median(std::vector<double> v) {
+  std::sort(v.begin(), v.end());
+  return v[v.size() / 2];
+}
+
+std::string number(double v) {
+  std::ostringstream text;
+  text.precision(4);
+  text << v;
+  return text.str();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::string jsonFile;
+  std::vector<std::string> only;
+  bool isQuick = false;
+  for (int i = 1; i < argc; ++i) {
+    const std::string arg = argv[i];
+    if (arg == "--quick") {
+      isQuick = true;
+    } else if (arg == "--json" && i + 1 < argc) {
+      jsonFile = argv[++i];
+    } else if (arg == "--scene" && i + 1 < argc) {
+      only.emplace_back(argv[++i]);
+    } else {
+      std::cerr << "usage: bench_rays [--json FILE] [--quick] [--scene 1k|10k|100k|1M|copies]...\n";
+      return 2;
+    }
+  }
+
+  // Scenes.
+  std::vector<Scene> scenes;
+  const std::pair<const char*, int> sizes[] = {{"1k", 1000}, {"10k", 10000}, {"100k", 100000}, {"1M", 1000000}};
+  for (const auto& [name, triangles] : sizes) {
+    if (!only.empty() && std::find(only.begin(), only.end(), name) == only.end()) continue;
+    scenes.push_back({name, vela_test::makeBumpySphere(triangles), {Mat4<double>()}, 1.15f, triangles <= 1000});
+  }
+  if (only.empty() || std::find(only.begin(), only.end(), "copies") != only.end()) {
+    Scene copies{"copies", vela_test::makeBumpySphere(2000), {}, 12.0f, false};
+    Random random(3);
+    std::uniform_real_distribution<double> place(-8.0, 8.0), turn(0.0, 6.28), size(0.3, 0.7);
+    for (int i = 0; i < 1000; ++i) {
+      Mat4<double> m;
+      const double x = place(random), y = place(random), z = place(random), s = size(random);
+      m.translate(x, y, z);
+      m.rotateX(turn(random));
+      m.rotateY(turn(random));
+      m.scale(s, s, s);
+      copies.placements.push_back(m);
+    }
+    scenes.push_back(std::move(copies));
+  }
+
+  std::ostringstream json;
+  json << "{\n  \"unit\": \"million rays per second\",\n  \"scenes\": [";
+  bool isFirstScene = true;
+  for (const Scene& scene : scenes) {
+    std::vector<Candidate> candidates;
+    addTracer(scene, candidates);
+#if defined(VELA_WITH_GIVEN)
+    if (scene.placements.size() == 1) {
+      using Model = vela::AccelerationModel;
+      if (scene.isSmall)
+        addGiven<vela::NoAcceleration>("none", scene, candidates, [](const Model& m) { return std::make_unique<vela::NoAcceleration>(m); });
+      addGiven<vela::GridAcceleration>("grid", scene, candidates, [](const Model& m) { return std::make_unique<vela::GridAcceleration>(m); });
+      addGiven<vela::BvhAcceleration>("bvh median", scene, candidates, [](const Model& m) { return std::make_unique<vela::BvhAcceleration>(m, false); });
+      addGiven<vela::BvhAcceleration>("bvh sah", scene, candidates, [](const Model& m) { return std::make_unique<vela::BvhAcceleration>(m, true); });
+    }
+#endif
+#if defined(VELA_WITH_EMBREE)
+    addEmbree(scene, false, candidates);
+    addEmbree(scene, true, candidates);
+#endif
+    const std::size_t reference = candidates.size() - 1;
+
+    const int side = isQuick ? 256 : 512;
+    const auto count = static_cast<std::size_t>(side) * static_cast<std::size_t>(side);
+    const std::pair<const char*, std::vector<Ray<float>>> sets[] = {
+        {"camera", cameraRays(scene, side)}, {"chords", chordRays(scene, count)}, {"misses", missRays(scene, count / 2, candidates[0])}};
+
+    json << (isFirstScene ? "\n" : ",\n") << "    {\"name\": \"" << scene.name << "\", \"triangles\": " << numTriangles(scene)
+         << ", \"placements\": " << scene.placements.size() << ",\n     \"candidates\": [";
+    isFirstScene = false;
+    std::printf("%s: %zu triangles, %zu placed\n", scene.name.c_str(), numTriangles(scene), scene.placements.size());
+    for (std::size_t c = 0; c < candidates.size(); ++c) {
+      json << (c ? ", " : "") << "{\"name\": \"" << candidates[c].name << "\", \"buildSeconds\": " << number(candidates[c].buildSeconds)
+           << ", \"bytesPerTriangle\": " << number(candidates[c].bytesPerTriangle) << "}";
+      std::printf("  %-14s build %8.2f ms  %6.1f bytes a triangle\n", candidates[c].name.c_str(), candidates[c].buildSeconds * 1e3,
+                  candidates[c].bytesPerTriangle);
+    }
+    json << "],\n     \"rates\": [";
+    bool isFirstRate = true;
+    for (const auto& [setName, rays] : sets) {
+      for (const bool isNearest : {true, false}) {
+        // A slow candidate gets fewer rays, and as many rounds.
+        std::vector<std::vector<double>> rates(candidates.size());
+        std::vector<double> share(candidates.size(), 1.0);
+        double hits = 0.0;
+        for (std::size_t i = 0; i < rays.size(); i += 64) hits += candidates[0].any({rays[i]});
+        const int rounds = isQuick ? 3 : 7;
+        for (int round = 0; round <= rounds; ++round)
+          for (std::size_t c = 0; c < candidates.size(); ++c) {
+            const auto n = std::max<std::size_t>(64, static_cast<std::size_t>(static_cast<double>(rays.size()) * (round == 0 ? 0.02 : share[c])));
+            const std::size_t from = round == 0 ? rays.size() / 2 : 0;
+            const std::vector<Ray<float>> part(rays.begin() + static_cast<std::ptrdiff_t>(from), rays.begin() + static_cast<std::ptrdiff_t>(std::min(rays.size(), from + n)));
+            const auto start = Clock::now();
+            const double sum = isNearest ? candidates[c].closest(part) : candidates[c].any(part);
+            const double seconds = secondsSince(start);
+            if (sum < 0.0) std::abort();
+            const double rate = static_cast<double>(part.size()) / seconds * 1e-6;
+            if (round == 0)
+              share[c] = std::min(1.0, rate * 1e6 * 0.25 / static_cast<double>(rays.size()));
+            else
+              rates[c].push_back(rate);
+          }
+        const double base = median(rates[reference]);
+        std::printf("  %s %s (%.0f %% hit):", setName, isNearest ? "closest" : "any", 100.0 * hits / (static_cast<double>(rays.size()) / 64));
+        json << (isFirstRate ? "\n" : ",\n") << "       {\"rays\": \"" << setName << "\", \"query\": \"" << (isNearest ? "closest" : "any") << "\"";
+        isFirstRate = false;
+        for (std::size_t c = 0; c < candidates.size(); ++c) {
+          const double rate = median(rates[c]);
+          std::printf("  %s %.3g (%.2f)", candidates[c].name.c_str(), rate, rate / base);
+          json << ", \"" << candidates[c].name << "\": {\"rate\": " << number(rate) << ", \"ratio\": " << number(rate / base) << "}";
+        }
+        std::printf("\n");
+        std::fflush(stdout);
+        json << "}";
+      }
+    }
+    json << "]}";
+  }
+  json << "\n  ]\n}\n";
+  if (!jsonFile.empty()) {
+    std::ofstream file(jsonFile);
+    file << json.str();
+    if (!file) {
+      std::cerr << "bench_rays: error: " << jsonFile << ": could not be written; check the folder\n";
+      return 1;
+    }
+  }
+  return 0;
+}
