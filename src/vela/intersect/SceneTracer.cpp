@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "ovo/MeshPrim.h"
 #include "tarn/Hash.h"
 #include "vela/intersect/detail/TracerTree.h"
 
@@ -129,6 +130,15 @@ std::uint32_t SceneTracer::addMesh(const ovo::Array<tarn::Vec3<float>>& points, 
   impl_->meshes.push_back(std::move(mesh));
   impl_->meshOfHash.emplace(hash.value(), id);
   return id;
+}
+
+std::uint32_t SceneTracer::addMesh(const ovo::MeshPrim& prim, double time) {
+  ovo::Array<tarn::Vec3<float>> points;
+  ovo::Array<int> counts, indices;
+  bool reverseWinding = false;
+  prim.getPoints(points, time);
+  prim.getFaceTopology(counts, indices, reverseWinding, time);
+  return addMesh(points, counts, indices);
 }
 
 std::uint32_t SceneTracer::addPlacement(std::uint32_t mesh, const tarn::Mat4<double>& worldFromLocal) {

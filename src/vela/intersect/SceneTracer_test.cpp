@@ -10,6 +10,8 @@
 #include <thread>
 #include <vector>
 
+#include "ovo/MeshPrim.h"
+#include "ovo/Stage.h"
 #include "support/ClosedMeshes.h"
 #include "vela/intersect/detail/TracerMath.h"
 #include "vela/mesh/Triangulate.h"
@@ -504,6 +506,30 @@ TEST(SceneTracer, PlacementsAreCompact) {
   const auto box = tracer.bounds();
   EXPECT_LT(box.min.x, -290.0f);
   EXPECT_GT(box.min.x, -301.1f);
+}
+
+TEST(SceneTracer, MeshPrimsAreReadAtTheTimeGiven) {
+  const auto stage = ovo::Stage::createInMemory();
+  const ovo::MeshPrim prim = ovo::MeshPrim::define(stage, ovo::Path("/square"));
+  const ClosedMesh low = makeSquare(0.0f), high = makeSquare(2.0f);
+  ASSERT_TRUE(prim.setPoints(low.points, 1.0));
+  ASSERT_TRUE(prim.setPoints(high.points, 2.0));
+  ASSERT_TRUE(prim.createFaceVertexCountsAttr().set(ovo::Array<int>(low.counts)));
+  ASSERT_TRUE(prim.createFaceVertexIndicesAttr().set(ovo::Array<int>(low.indices)));
+  SceneTracer tracer;
+  const std::uint32_t first = tracer.addMesh(prim, 1.0), second = tracer.addMesh(prim, 2.0);
+  EXPECT_NE(first, second);
+  EXPECT_EQ(tracer.addMesh(low.points, low.counts, low.indices), first);
+  tracer.addPlacement(second, Mat4<double>());
+  tracer.build();
+  TracerHit hit;
+  ASSERT_TRUE(tracer.intersect(kDown, hit));
+  EXPECT_EQ(hit.distance, 3.0);
+
+  // A prim without a mesh is a mesh without faces.
+  tracer.addPlacement(tracer.addMesh(ovo::MeshPrim()), Mat4<double>());
+  tracer.build();
+  EXPECT_TRUE(tracer.intersect(kDown, hit));
 }
 
 // Against the plain loop.
