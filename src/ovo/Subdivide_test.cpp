@@ -1,0 +1,473 @@
+#include "ovo/Subdivide.h"
+
+#include <gtest/gtest.h>
+#include <opensubdiv/far/primvarRefiner.h>
+#include <opensubdiv/far/topologyDescriptor.h>
+
+#include <cmath>
+#include <fstream>
+#include <limits>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+
+#include "support/SampleMeshes.h"
+
+namespace {
+
+namespace Far = OpenSubdiv::Far;
+namespace Sdc = OpenSubdiv::Sdc;
+using tarn::Vec2;
+using tarn::Vec3;
+using vela_test::SampleMesh;
+using vela_test::sampleMeshes;
+
+struct Mesh {
+  ovo::Array<int> counts, indices;
+  ovo::Array<Vec3<float>> points;
+  ovo::Array<float> scalars;
+  ovo::Array<Vec2<float>> uvs;
+  ovo::Array<Vec3<float>> vectors;
+
+  Mesh() = default;
+  explicit Mesh(const SampleMesh& m) : counts(m.counts), indices(m.indices), points(m.points) {}
+
+  bool refine(const ovo::ArgSet& args, int levels, int from = 0) {
+    ovo::MeshTessellateContext context;
+    context.vertsPerFace = &counts;
+    context.faceVertPointIndices = &indices;
+    context.points = &points;
+    if (!scalars.empty()) context.floats.push_back(&scalars);
+    if (!uvs.empty()) context.vec2s.push_back(&uvs);
+    if (!vectors.empty()) context.vec3s.push_back(&vectors);
+    return ovo::subdivideUniform(args, counts.size(), indices.size(), points.size(), from, from + levels, context);
+  }
+  const Vec3<float>& corner(std::size_t c) const { return points[static_cast<std::size_t>(indices[c])]; }
+};
+
+ovo::ArgSet scheme(const char* name) {
+  ovo::ArgSet args;
+  args.scheme = name;
+  return args;
+}
+
+const SampleMesh& named(const std::string& name) {
+  for (const auto& m : sampleMeshes())
+    if (m.name == name) return m;
+  throw std::out_of_range(name);
+}
+
+struct P {
+  Vec3<double> v;
+  void Clear() { v = {}; }
+  void AddWithWeight(const P& p, double w) { v += p.v * w; }
+};
+
+// The whole mesh through OpenSubdiv at once and in double: the corners of the refined faces in order, and at the base
+// points their places on the limit surface.
+struct Oracle {
+  std::vector<Vec3<double>> corners, limits;
+  int points = 0, faces = 0;
+};
+Oracle oracle(const SampleMesh& m, Sdc::SchemeType type, int levels, const Sdc::Options& options,
+              const std::vector<int>& pairs = {}, const std::vector<float>& weights = {}, const std::vector<int>& sharp = {},
+              const std::vector<float>& sharpness = {}) {
+  Far::TopologyDescriptor d;
+  d.numVertices = static_cast<int>(m.points.size());
+  d.numFaces = static_cast<int>(m.counts.size());
+  d.numVertsPerFace = m.counts.data();
+  d.vertIndicesPerFace = m.indices.data();
+  d.numCreases = static_cast<int>(weights.size());
+  d.creaseVertexIndexPairs = pairs.data();
+  d.creaseWeights = weights.data();
+  d.numCorners = static_cast<int>(sharp.size());
+  d.cornerVertexIndices = sharp.data();
+  d.cornerWeights = sharpness.data();
+  using Factory = Far::TopologyRefinerFactory<Far::TopologyDescriptor>;
+  const std::unique_ptr<Far::TopologyRefiner> refiner(Factory::Create(d, Factory::Options(type, options)));
+  Far::TopologyRefiner::UniformOptions uniform(levels);
+  uniform.fullTopologyInLastLevel = true;
+  refiner->RefineUniform(uniform);
+  const Far::PrimvarRefinerReal<double> values(*refiner);
+  std::vector<P> at, next;
+  for (const auto& p : m.points) at.push_back({Vec3<double>(p)});
+  for (int l = 1; l <= levels; ++l) {
+    next.assign(static_cast<std::size_t>(refiner->GetLevel(l).GetNumVertices()), P());
+    values.Interpolate(l, at, next);
+    at.swap(next);
+  }
+  const Far::TopologyLevel& last = refiner->GetLevel(levels);
+  Oracle out;
+  out.points = last.GetNumVertices();
+  out.faces = last.GetNumFaces();
+  for (int f = 0; f < last.GetNumFaces(); ++f)
+    for (const int p : last.GetFaceVertices(f)) out.corners.push_back(at[static_cast<std::size_t>(p)].v);
+  next.assign(at.size(), P());
+  values.Limit(at, next);
+  for (std::size_t p = 0; p < m.points.size(); ++p) out.limits.push_back(next[p].v);
+  return out;
+}
+
+void expectNear(const Vec3<float>& a, const Vec3<double>& b, double tolerance) {
+  for (std::size_t i = 0; i < 3; ++i) ASSERT_NEAR(static_cast<double>(a[i]), b[i], tolerance);
+}
+
+void expectCorners(const Mesh& mesh, const Oracle& o, double tolerance = 2e-6) {
+  ASSERT_EQ(mesh.counts.size(), static_cast<std::size_t>(o.faces));
+  ASSERT_EQ(mesh.indices.size(), o.corners.size());
+  EXPECT_EQ(mesh.points.size(), static_cast<std::size_t>(o.points));
+  for (std::size_t c = 0; c < o.corners.size(); ++c) expectNear(mesh.corner(c), o.corners[c], tolerance);
+}
+
+bool plain(const SampleMesh& m) {
+  // OpenSubdiv gives two faces that run the same way along an edge a point each on it.
+  return !m.broken && m.name != "the same face twice" && m.name != "a point twice in a face" && m.name != "unused points" && m.name != "grid far away";
+}
+bool isTriangles(const SampleMesh& m) {
+  for (const int n : m.counts)
+    if (n != 3) return false;
+  return true;
+}
+
+TEST(SubdivideUniform, PointsAgreeWithOpenSubdivOnTheWholeMesh) {
+  Sdc::Options options;
+  options.SetVtxBoundaryInterpolation(Sdc::Options::VTX_BOUNDARY_EDGE_AND_CORNER);
+  for (const auto& m : sampleMeshes()) {
+    if (!plain(m)) continue;
+    SCOPED_TRACE(m.name);
+    for (int levels = 1; levels <= 4; ++levels) {
+      Mesh smooth(m), flat(m);
+      ASSERT_TRUE(smooth.refine(scheme("catmullClark"), levels));
+      expectCorners(smooth, oracle(m, Sdc::SCHEME_CATMARK, levels, options));
+      ASSERT_TRUE(flat.refine(scheme("bilinear"), levels));
+      expectCorners(flat, oracle(m, Sdc::SCHEME_BILINEAR, levels, options));
+      Mesh loop(m);
+      ASSERT_EQ(loop.refine(scheme("loop"), levels), isTriangles(m));
+      if (isTriangles(m)) expectCorners(loop, oracle(m, Sdc::SCHEME_LOOP, levels, options));
+    }
+  }
+}
+
+TEST(SubdivideUniform, PointsApproachOpenSubdivsLimitSurface) {
+  Sdc::Options options;
+  options.SetVtxBoundaryInterpolation(Sdc::Options::VTX_BOUNDARY_EDGE_AND_CORNER);
+  for (const char* name : {"cube", "octahedron", "hexagonal prism", "torus", "grid"}) {
+    SCOPED_TRACE(name);
+    const SampleMesh& m = named(name);
+    const Oracle o = oracle(m, Sdc::SCHEME_CATMARK, 1, options);
+    // The distance falls to a quarter with each level, and the first points stay the mesh's own.
+    double before = 0;
+    for (int levels = 2; levels <= 6; ++levels) {
+      Mesh mesh(m);
+      ASSERT_TRUE(mesh.refine(scheme("catmullClark"), levels));
+      double worst = 0;
+      for (std::size_t p = 0; p < m.points.size(); ++p)
+        worst = std::max(worst, (Vec3<double>(mesh.points[p]) - o.limits[p]).length());
+      if (levels > 2) {
+        EXPECT_LT(worst, before * 0.36 + 1e-6);
+      }
+      before = worst;
+    }
+    EXPECT_LT(before, 1e-3);
+  }
+}
+
+TEST(SubdivideUniform, CountsFollowTheClosedFormulas) {
+  for (const auto& m : sampleMeshes()) {
+    if (!m.closed) continue;
+    SCOPED_TRACE(m.name);
+    const std::size_t corners = m.indices.size(), faces = m.counts.size(), edges = corners / 2, points = m.points.size();
+    std::size_t f = corners, e = 2 * edges + corners, p = points + edges + faces;
+    for (int levels = 1; levels <= 4; ++levels) {
+      Mesh mesh(m);
+      ASSERT_TRUE(mesh.refine(scheme("catmullClark"), levels));
+      EXPECT_EQ(mesh.counts.size(), f);
+      EXPECT_EQ(mesh.indices.size(), 4 * f);
+      EXPECT_EQ(mesh.points.size(), p);
+      p += e + f;
+      e = 2 * e + 4 * f;
+      f *= 4;
+    }
+    if (!isTriangles(m)) continue;
+    f = faces, e = edges, p = points;
+    for (int levels = 1; levels <= 4; ++levels) {
+      p += e;
+      e = 2 * e + 3 * f;
+      f *= 4;
+      Mesh mesh(m);
+      ASSERT_TRUE(mesh.refine(scheme("loop"), levels));
+      EXPECT_EQ(mesh.counts.size(), f);
+      EXPECT_EQ(mesh.indices.size(), 3 * f);
+      EXPECT_EQ(mesh.points.size(), p);
+    }
+  }
+}
+
+TEST(SubdivideUniform, CreasesAndCornersAgreeWithOpenSubdiv) {
+  const SampleMesh& m = named("cube");
+  Sdc::Options options;
+  options.SetVtxBoundaryInterpolation(Sdc::Options::VTX_BOUNDARY_EDGE_AND_CORNER);
+  ovo::ArgSet args = scheme("catmullClark");
+  args.creaseIndices = {0, 1, 2, 3, 0, 4, 5};
+  args.creaseLengths = {5, 2};
+  args.creaseSharpnesses = {2.5f, 10.0f};
+  args.cornerIndices = {6, 7};
+  args.cornerSharpnesses = {1.3f, 10.0f};
+  for (int levels = 1; levels <= 5; ++levels) {
+    Mesh mesh(m);
+    ASSERT_TRUE(mesh.refine(args, levels));
+    expectCorners(mesh, oracle(m, Sdc::SCHEME_CATMARK, levels, options, {0, 1, 1, 2, 2, 3, 3, 0, 4, 5},
+                               {2.5f, 2.5f, 2.5f, 2.5f, 10}, {6, 7}, {1.3f, 10}));
+  }
+}
+
+TEST(SubdivideUniform, CreaseSharpnessesMayBeGivenForEveryEdge) {
+  const SampleMesh& m = named("cube");
+  Sdc::Options options;
+  options.SetVtxBoundaryInterpolation(Sdc::Options::VTX_BOUNDARY_EDGE_AND_CORNER);
+  ovo::ArgSet args = scheme("catmullClark");
+  args.creaseIndices = {0, 1, 2, 3};
+  args.creaseLengths = {4};
+  args.creaseSharpnesses = {0.5f, 3.0f, 1.0f};
+  Mesh mesh(m);
+  ASSERT_TRUE(mesh.refine(args, 3));
+  expectCorners(mesh, oracle(m, Sdc::SCHEME_CATMARK, 3, options, {0, 1, 1, 2, 2, 3}, {0.5f, 3, 1}));
+}
+
+TEST(SubdivideUniform, WhatCreasesCornersAndHolesNameWronglyCountsForNothing) {
+  Mesh mesh(named("cube")), clean(named("cube"));
+  ovo::ArgSet args = scheme("catmullClark");
+  args.creaseIndices = {0, 6, 99, -1, 2, 2, 5};
+  args.creaseLengths = {2, -3, 0, 2, 1, 900};
+  args.creaseSharpnesses = {3, 3, 3, 3, 3, 3};
+  args.cornerIndices = {-1, 8, 3, 2};
+  args.cornerSharpnesses = {5, 5, -1, std::numeric_limits<float>::quiet_NaN()};
+  args.holeIndices = {-1, 6, 1000};
+  ASSERT_TRUE(mesh.refine(args, 2));
+  ASSERT_TRUE(clean.refine(scheme("catmullClark"), 2));
+  EXPECT_EQ(mesh.points, clean.points);
+  EXPECT_EQ(mesh.indices, clean.indices);
+}
+
+TEST(SubdivideUniform, BoundariesFollowTheirRule) {
+  const SampleMesh& m = named("grid");
+  for (const auto& [word, rule] : {std::pair{"edgeOnly", Sdc::Options::VTX_BOUNDARY_EDGE_ONLY},
+                                   {"edgeAndCorner", Sdc::Options::VTX_BOUNDARY_EDGE_AND_CORNER}}) {
+    Sdc::Options options;
+    options.SetVtxBoundaryInterpolation(rule);
+    ovo::ArgSet args = scheme("catmullClark");
+    args.interpolateBoundary = word;
+    Mesh mesh(m);
+    ASSERT_TRUE(mesh.refine(args, 3));
+    expectCorners(mesh, oracle(m, Sdc::SCHEME_CATMARK, 3, options));
+  }
+  Mesh corner(m), edge(m);
+  ovo::ArgSet args = scheme("catmullClark");
+  ASSERT_TRUE(corner.refine(args, 2));
+  args.interpolateBoundary = "edgeOnly";
+  ASSERT_TRUE(edge.refine(args, 2));
+  EXPECT_EQ(corner.points[0], m.points[0]);
+  EXPECT_NE(edge.points[0], m.points[0]);
+}
+
+TEST(SubdivideUniform, WithoutBoundaryInterpolationTheFacesAlongTheBorderAreHoles) {
+  ovo::ArgSet args = scheme("catmullClark");
+  args.interpolateBoundary = "none";
+  for (int levels = 1; levels <= 3; ++levels) {
+    Mesh mesh(vela_test::sampleGrid(5, 6));
+    ASSERT_TRUE(mesh.refine(args, levels));
+    EXPECT_EQ(mesh.counts.size(), static_cast<std::size_t>(3 * 4) << (2 * levels));
+  }
+}
+
+TEST(SubdivideUniform, HolesShapeTheirNeighboursAndDoNotComeOut) {
+  Mesh holed(named("cube")), whole(named("cube"));
+  ovo::ArgSet args = scheme("catmullClark");
+  args.holeIndices = {1};
+  ASSERT_TRUE(holed.refine(args, 3));
+  ASSERT_TRUE(whole.refine(scheme("catmullClark"), 3));
+  EXPECT_EQ(holed.counts.size(), whole.counts.size() * 5 / 6);
+  std::size_t c = 0;
+  for (std::size_t f = 0; f < whole.counts.size(); ++f) {
+    if (f / 64 == 1) continue;
+    for (std::size_t k = 0; k < 4; ++k) EXPECT_EQ(holed.corner(c++), whole.corner(f * 4 + k));
+  }
+  std::set<int> used(holed.indices.cbegin(), holed.indices.cend());
+  EXPECT_EQ(used.size(), holed.points.size()) << "no point is left over";
+}
+
+TEST(SubdivideUniform, DataIsCarriedByTheFaceVaryingRule) {
+  // The corner numbers of a quad's own square: bilinear under every rule but none, since all four are corners of a single face.
+  Mesh mesh(named("quad"));
+  mesh.uvs = {{0, 0}, {1, 0}, {1, 1}, {0, 1}};
+  mesh.scalars = {0, 2, 4, 2};
+  mesh.vectors = {{0, 0, 5}, {1, 0, 5}, {1, 1, 5}, {0, 1, 5}};
+  ASSERT_TRUE(mesh.refine(scheme("catmullClark"), 3));
+  ASSERT_EQ(mesh.uvs.size(), mesh.indices.size());
+  ASSERT_EQ(mesh.scalars.size(), mesh.indices.size());
+  for (std::size_t c = 0; c < mesh.indices.size(); ++c) {
+    EXPECT_NEAR(mesh.scalars[c], 2 * (mesh.uvs[c].x + mesh.uvs[c].y), 1e-5f);
+    EXPECT_NEAR(mesh.vectors[c].z, 5, 1e-5f);
+    EXPECT_NEAR(mesh.vectors[c].x, mesh.uvs[c].x, 1e-6f);
+  }
+  // Over a grid whose uvs are its own plane the smooth rules carry what the points do, `all` what a flat one would.
+  SampleMesh flat = vela_test::sampleGrid(4, 4);
+  for (auto& p : flat.points) p.z = 0;
+  flat.points[12] = {2.7f, 2.4f, 0};
+  const auto withUVs = [&] {
+    Mesh m(flat);
+    for (const int i : flat.indices) m.uvs.push_back({flat.points[static_cast<std::size_t>(i)].x, flat.points[static_cast<std::size_t>(i)].y});
+    return m;
+  };
+  for (const char* rule : {"none", "cornersOnly", "cornersPlus1", "cornersPlus2", "boundaries", "all"}) {
+    SCOPED_TRACE(rule);
+    ovo::ArgSet args = scheme("catmullClark");
+    args.faceVaryingLinearInterpolation = rule;
+    if (std::string(rule) == "none") args.interpolateBoundary = "edgeOnly";
+    Mesh smooth = withUVs(), linear = withUVs();
+    ASSERT_TRUE(smooth.refine(args, 3));
+    ASSERT_TRUE(linear.refine(scheme("bilinear"), 3));
+    float difference = 0;
+    for (std::size_t c = 0; c < smooth.indices.size(); ++c) {
+      if (std::string(rule) == "all") {
+        EXPECT_NEAR(smooth.uvs[c].x, linear.uvs[c].x, 1e-5f);
+      } else if (std::string(rule) != "boundaries") {
+        EXPECT_NEAR(smooth.uvs[c].x, smooth.corner(c).x, 1e-5f);
+        EXPECT_NEAR(smooth.uvs[c].y, smooth.corner(c).y, 1e-5f);
+      }
+      difference = std::max(difference, std::fabs(smooth.uvs[c].x - linear.uvs[c].x));
+    }
+    EXPECT_EQ(difference > 0.01f, std::string(rule) != "all");
+  }
+}
+
+TEST(SubdivideUniform, SeamsStayWhereValuesDiffer) {
+  Mesh mesh(sampleMeshes().front());
+  for (std::size_t f = 0; f < 6; ++f)
+    for (int k = 0; k < 4; ++k) mesh.uvs.push_back({static_cast<float>(f) + (k == 1 || k == 2 ? 0.9f : 0.0f), k > 1 ? 0.9f : 0.0f});
+  mesh.scalars = mesh.uvs.empty() ? ovo::Array<float>() : ovo::Array<float>(24, 7.0f);
+  ASSERT_TRUE(mesh.refine(scheme("catmullClark"), 3));
+  for (std::size_t f = 0; f < mesh.counts.size(); ++f)
+    for (std::size_t k = 0; k < 4; ++k) {
+      EXPECT_GE(mesh.uvs[f * 4 + k].x, static_cast<float>(f / 64));
+      EXPECT_LE(mesh.uvs[f * 4 + k].x, static_cast<float>(f / 64) + 0.9f);
+      EXPECT_NEAR(mesh.scalars[f * 4 + k], 7, 1e-5f);
+    }
+}
+
+TEST(SubdivideUniform, FacesThatCannotBeUsedDoNotComeOut) {
+  for (const auto& m : sampleMeshes()) {
+    SCOPED_TRACE(m.name);
+    std::size_t corners = 0;
+    for (std::size_t f = 0; f < m.counts.size(); ++f)
+      if (m.usable(f)) corners += static_cast<std::size_t>(m.counts[f]);
+    if (m.name == "a point twice in a face") corners = 3;  // its quad is a triangle, its triangle nothing
+    for (const char* name : {"catmullClark", "loop", "bilinear"}) {
+      Mesh mesh(m);
+      mesh.scalars.resize(m.indices.size());
+      const Mesh before = mesh;
+      if (!mesh.refine(scheme(name), 2)) {
+        EXPECT_TRUE(corners == 0 || std::string(name) == "loop");
+        EXPECT_EQ(mesh.indices, before.indices);
+        EXPECT_EQ(mesh.counts, before.counts);
+        EXPECT_EQ(mesh.points.size(), before.points.size());
+        EXPECT_EQ(mesh.scalars, before.scalars);
+        continue;
+      }
+      EXPECT_EQ(mesh.indices.size(), corners * 16);
+      EXPECT_EQ(mesh.scalars.size(), mesh.indices.size());
+      for (const int p : std::as_const(mesh.indices)) {
+        ASSERT_GE(p, 0);
+        ASSERT_LT(static_cast<std::size_t>(p), mesh.points.size());
+      }
+    }
+  }
+}
+
+TEST(SubdivideUniform, NothingHappensWithoutALevelAndNothingChangesOnFailure) {
+  Mesh mesh(named("cube"));
+  const Mesh before = mesh;
+  EXPECT_TRUE(mesh.refine(scheme("catmullClark"), 0));
+  EXPECT_TRUE(mesh.refine(scheme("catmullClark"), -3));
+  EXPECT_FALSE(mesh.refine(scheme("none"), 1));
+  EXPECT_FALSE(mesh.refine(scheme(""), 1));
+  EXPECT_FALSE(mesh.refine(scheme("loop"), 1));
+  EXPECT_FALSE(mesh.refine(scheme("catmullClark"), 16));
+  EXPECT_FALSE(mesh.refine(scheme("catmullClark"), 14)) << "more than 2^31 - 1 face-vertices";
+  EXPECT_FALSE(mesh.refine(scheme("catmullClark"), std::numeric_limits<int>::max()));
+  ovo::MeshTessellateContext context;
+  EXPECT_FALSE(ovo::subdivideUniform(scheme("catmullClark"), 0, 0, 0, 0, 1, context));
+  context.vertsPerFace = &mesh.counts;
+  context.faceVertPointIndices = &mesh.indices;
+  context.points = &mesh.points;
+  EXPECT_FALSE(ovo::subdivideUniform(scheme("catmullClark"), 7, 24, 8, 0, 1, context));
+  EXPECT_FALSE(ovo::subdivideUniform(scheme("catmullClark"), 6, 25, 8, 0, 1, context));
+  EXPECT_FALSE(ovo::subdivideUniform(scheme("catmullClark"), 6, 24, 9, 0, 1, context));
+  ovo::Array<float> tooFew(23);
+  context.floats = {&tooFew};
+  EXPECT_FALSE(ovo::subdivideUniform(scheme("catmullClark"), 6, 24, 8, 0, 1, context));
+  EXPECT_EQ(mesh.points, before.points);
+  EXPECT_EQ(mesh.indices, before.indices);
+}
+
+TEST(SubdivideUniform, LevelsCountFromTheLevelTheMeshIsAt) {
+  Mesh a(named("cube")), b(named("cube"));
+  ASSERT_TRUE(a.refine(scheme("catmullClark"), 2, 0));
+  ASSERT_TRUE(b.refine(scheme("catmullClark"), 2, 3));
+  EXPECT_EQ(a.points, b.points);
+}
+
+TEST(SubdivideUniform, PartsFitTogether) {
+  // 66 x 300 quads are more than one part; their last step agrees with the whole mesh at once.
+  const SampleMesh m = vela_test::sampleTorus(66, 300);
+  Sdc::Options options;
+  options.SetVtxBoundaryInterpolation(Sdc::Options::VTX_BOUNDARY_EDGE_AND_CORNER);
+  Mesh mesh(m);
+  for (const int p : m.indices) mesh.vectors.push_back(m.points[static_cast<std::size_t>(p)]);
+  ASSERT_TRUE(mesh.refine(scheme("catmullClark"), 1));
+  expectCorners(mesh, oracle(m, Sdc::SCHEME_CATMARK, 1, options));
+  for (std::size_t c = 0; c < mesh.indices.size(); ++c)
+    ASSERT_EQ(mesh.vectors[c], mesh.corner(c)) << "data without seams, on a surface without borders, is refined as the points are";
+}
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kMemoryIsOurs = false;  // a sanitizer's own bookkeeping would be measured
+#else
+constexpr bool kMemoryIsOurs = true;
+#endif
+
+// Kilobytes in use now, and the most since the last reset, as the system counts them.
+std::size_t status(const char* field) {
+  std::ifstream file("/proc/self/status");
+  for (std::string word; file >> word;)
+    if (word == field) {
+      std::size_t value = 0;
+      file >> value;
+      return value;
+    }
+  return 0;
+}
+
+TEST(SubdivideUniform, AMillionQuadsTakeLessThanThreeTimesTheirMemory) {
+  for (const bool withUVs : {false, true}) {
+    Mesh mesh(vela_test::sampleTorus(32, 32));
+    if (withUVs)
+      for (std::size_t c = 0; c < mesh.indices.size(); ++c) {
+        const Vec3<float> p = mesh.corner(c);
+        mesh.uvs.push_back({p.x, p.y});
+      }
+    std::ofstream("/proc/self/clear_refs") << 5;
+    const std::size_t before = status("VmRSS:");
+    ASSERT_TRUE(mesh.refine(scheme("catmullClark"), 5));
+    const std::size_t most = status("VmHWM:");
+    ASSERT_EQ(mesh.counts.size(), 1048576u);
+    const std::size_t bytes = mesh.counts.size() * 4 + mesh.indices.size() * 4 + mesh.points.size() * 12 + mesh.uvs.size() * 8;
+    if (kMemoryIsOurs && before != 0) {
+      EXPECT_LT(most - before, 3 * bytes / 1024) << bytes / 1024 << " KiB of result";
+      RecordProperty(withUVs ? "percent_with_uvs" : "percent", static_cast<int>((most - before) * 1024 * 100 / bytes));
+    }
+  }
+}
+
+}  // namespace
