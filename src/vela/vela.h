@@ -18,3 +18,8 @@
 #include "vela/camera/MultiProjectionCamera.h"
 #include "vela/camera/RayContext.h"
 #include "vela/selection/GeoSelection.h"
+#include "vela/channels/Channel.h"
+#include "vela/channels/ChannelManager.h"
+#include "vela/channels/ChannelPack.h"
+#include "vela/channels/ChannelSet.h"
+#include "vela/channels/DefaultChannelManager.h"

@@ -1,0 +1,355 @@
+/// \file
+/// The registry that gives channel names their numbers, and its records: one alias a channel, one layer a group of channels.
+///
+/// Holds for the whole file: a channel is named by its layer, a dot and its sub-name ("rgba.red"). Null or unknown names answer
+/// null, and nothing throws but std::bad_alloc. Names are ordered and compared byte by byte. Text forms do not use the
+/// stream's base. Registries take no lock: calls that change one are the callers' to serialise, const calls are safe from
+/// several threads while nothing changes.
+///
+/// Ownership: records belong to the registries that hold them and are handed out as raw pointers, valid until the last of those
+/// registries clears them or ends. A copy of a registry refers to the same records as its source; either may end first, and a
+/// record whose `context()` ends moves on to another holder. A record that ends leaves no pointer behind: layers show a hole in
+/// its place, channels of an ended layer have none.
+#pragma once
+
+#include "vela/Api.h"
+#include "vela/channels/Channel.h"
+#include "vela/channels/ChannelSet.h"
+
+#include <cstddef>
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+namespace vela {
+
+class ChannelManager;
+class LayerAlias;
+
+/// The record of one channel. Made by registries only.
+class VELA_API ChannelAlias {
+ public:
+  ChannelAlias(const ChannelAlias&) = delete;
+  ChannelAlias& operator=(const ChannelAlias&) = delete;
+
+  /// Layer name, ".", sub-name; the layer name alone when there is no sub-name.
+  [[nodiscard]] const std::string& name() const noexcept { return name_; }
+  [[nodiscard]] const std::string& subname() const noexcept { return subname_; }
+  [[nodiscard]] Channel channel() const noexcept { return channel_; }
+  [[nodiscard]] Channel assignChannel() const noexcept { return channel_; }
+  [[nodiscard]] bool hasAssignedChannel() const noexcept { return channel_.index() > 0; }
+  /// The place inside the owning layer.
+  [[nodiscard]] unsigned position() const noexcept { return position_; }
+  [[nodiscard]] unsigned layerPosition() const noexcept { return position_; }
+  /// The position, but never less than 3.
+  [[nodiscard]] unsigned colorIndex() const noexcept;
+  [[nodiscard]] unsigned colourIndex() const noexcept { return colorIndex(); }
+  /// The owning layer: the first one that claimed the channel, or null.
+  [[nodiscard]] LayerAlias* layer() const noexcept { return layer_; }
+  [[nodiscard]] ChannelManager* context() const noexcept { return context_; }
+  [[nodiscard]] Channel::Type purpose() const noexcept { return purpose_; }
+  void setPurpose(Channel::Type purpose) noexcept { purpose_ = purpose; }
+  /// Initially true.
+  [[nodiscard]] bool isUserVisible() const noexcept { return userVisible_; }
+  void setUserVisible(bool visible) noexcept { userVisible_ = visible; }
+  /// Initially 0.
+  [[nodiscard]] int markNumber() const noexcept { return markNumber_; }
+  void setMarkNumber(int number) noexcept { markNumber_ = number; }
+  /// Above 0 and below the registry's highest built-in channel, which itself answers false.
+  [[nodiscard]] bool isBuiltIn() const noexcept;
+
+  /// Renames the record (null counts as empty); the registry's lookups go by the new name.
+  void setName(const char* layer, const char* subname);
+  /// Sets the owning layer and the place in it. A channel that has a layer keeps both unless `force` is set.
+  void assignLayer(LayerAlias* layer, unsigned position, bool force);
+
+ protected:
+  virtual ~ChannelAlias();
+
+ private:
+  friend class ChannelManager;
+  friend class LayerAlias;
+
+  ChannelAlias(ChannelManager* context, const std::string& layer, const std::string& subname, unsigned position,
+               Channel::Type purpose);
+
+  ChannelManager* context_;
+  std::string name_;
+  std::string subname_;
+  Channel channel_;
+  unsigned position_;
+  LayerAlias* layer_ = nullptr;
+  Channel::Type purpose_;
+  bool userVisible_ = true;
+  int markNumber_ = 0;
+
+  std::vector<LayerAlias*> listedBy_;      // layers that list this channel, once for every position
+  std::vector<ChannelManager*> holders_;   // registries that share this record; the last one deletes it
+};
+
+/// The record of one layer: channels by position, with holes. Made by registries only.
+class VELA_API LayerAlias {
+ public:
+  LayerAlias(const LayerAlias&) = delete;
+  LayerAlias& operator=(const LayerAlias&) = delete;
+
+  [[nodiscard]] const std::string& name() const noexcept { return name_; }
+  /// Initially the name.
+  [[nodiscard]] const std::string& label() const noexcept { return label_; }
+  /// Null counts as empty.
+  void setLabel(const char* label);
+  /// Name and label; a null name counts as empty, a null label means the name.
+  void setName(const char* name, const char* label);
+  /// How many positions there are, holes included.
+  [[nodiscard]] std::size_t size() const noexcept { return channels_.size(); }
+  /// The alias at a position; null for a hole and beyond the end.
+  [[nodiscard]] ChannelAlias* operator[](std::size_t position) const noexcept {
+    return position < channels_.size() ? channels_[position] : nullptr;
+  }
+  /// The number of the channel at a position; 0 for a hole and beyond the end.
+  [[nodiscard]] Channel channel(unsigned position) const noexcept;
+  [[nodiscard]] Channel assignChannel(unsigned position) const noexcept { return channel(position); }
+  /// The place that the layer had in the registry's list when it was created.
+  [[nodiscard]] int index() const noexcept { return index_; }
+  /// The first position of an alias, -1 when the layer does not list it.
+  [[nodiscard]] int index(const ChannelAlias* alias) const noexcept;
+  /// The numbers of all channels that the layer ever listed: it is never reduced.
+  [[nodiscard]] const ChannelSet& channelSet() const noexcept { return channelSet_; }
+  /// Does `channelSet()` share a member with `channels`?
+  [[nodiscard]] bool intersect(const ChannelSet& channels) const noexcept { return channelSet_ & channels; }
+  /// An `ovo::Value::Type` code.
+  [[nodiscard]] int valueType() const noexcept { return valueType_; }
+  void setValueType(int code) noexcept { valueType_ = code; }
+  /// `Channel::auto_` until the first member fixes it.
+  [[nodiscard]] Channel::Type purpose() const noexcept { return purpose_; }
+  /// Sets the purpose, and the value type with it when the purpose was `Channel::auto_`.
+  void setPurpose(Channel::Type purpose) noexcept;
+  /// Initially true.
+  [[nodiscard]] bool isUserVisible() const noexcept { return userVisible_; }
+  void setUserVisible(bool visible) noexcept { userVisible_ = visible; }
+  /// Initially 0.
+  [[nodiscard]] int markNumber() const noexcept { return markNumber_; }
+  void setMarkNumber(int number) noexcept { markNumber_ = number; }
+  /// True when there are members and all of them are built in.
+  [[nodiscard]] bool isBuiltIn() const noexcept;
+  [[nodiscard]] ChannelManager* context() const noexcept { return context_; }
+
+  /// Puts an alias into the first hole, or at the end, and claims it unless another layer has. The layer's purpose and value
+  /// type become those of the alias's compound of `n` elements when the purpose was `Channel::auto_` or that compound has
+  /// more elements than the present value type. Null changes nothing; the flag has no effect.
+  void add(ChannelAlias* alias, int n, bool flag);
+  /// Puts an alias (or, with null, a hole) at a position, growing the list up to it; what was there is detached.
+  /// Positions from 65536 on change nothing.
+  void replace(unsigned position, ChannelAlias* alias);
+
+  /// For each position " " and the alias's text, or " <null>" for a hole.
+  void printChannelList(std::ostream& out) const;
+
+ protected:
+  virtual ~LayerAlias();
+
+ private:
+  friend class ChannelAlias;
+  friend class ChannelManager;
+
+  LayerAlias(ChannelManager* context, const std::string& name, int index, Channel::Type purpose);
+  void put(std::size_t position, ChannelAlias* alias);
+  void moveTo(ChannelManager* context);
+  [[nodiscard]] std::string channelListText() const;
+  [[nodiscard]] std::string text() const;
+  friend VELA_API std::ostream& operator<<(std::ostream& out, const LayerAlias& layer);
+
+  ChannelManager* context_;
+  std::string name_;
+  std::string label_;
+  std::vector<ChannelAlias*> channels_;
+  ChannelSet channelSet_;
+  int index_;
+  int valueType_;
+  Channel::Type purpose_;
+  bool userVisible_ = true;
+  int markNumber_ = 0;
+
+  std::vector<ChannelAlias*> claimed_;     // channels whose layer() is this one
+  std::vector<ChannelManager*> holders_;   // registries that share this record; the last one deletes it
+};
+
+/// A registry of channels and layers.
+///
+/// Numbers are handed out in increasing order from 1 and never again until the registry is cleared; 1023 is the
+/// highest that fits, 1022 the highest that a user channel receives. Construction makes "rgba.red", "rgba.green", "rgba.blue",
+/// "rgba.alpha" (1 to 4) and the layers "rgb", "rgba" and "alpha". Built-in entries come first; the first user channel
+/// ends that phase, after which built-in ones are refused with a warning on standard error.
+class VELA_API ChannelManager {
+ public:
+  /// Shares the records of `other`; the two registries go on separately.
+  ChannelManager(const ChannelManager& other);
+  /// Lets go of its own records and shares those of `other`.
+  ChannelManager& operator=(const ChannelManager& other);
+
+  // The operations that a registry may do its own way.
+
+  virtual ~ChannelManager();
+  /// Free text that says which registry this is; may be empty.
+  [[nodiscard]] virtual std::string registryLabel() const = 0;
+  /// 1023.
+  [[nodiscard]] virtual int maxChannelCount() const;
+  /// The channel, or the layer, of exactly that name: the first one in list order, else null.
+  [[nodiscard]] virtual ChannelAlias* getChannel(const char* name) const;
+  [[nodiscard]] virtual LayerAlias* getLayer(const char* name) const;
+  /// These two do nothing: clearing is for registries themselves, through the protected forms.
+  virtual void clearUserChannels();
+  virtual void clearAllChannels();
+  /// The name that is looked up for a name; here the same, empty for null.
+  [[nodiscard]] virtual std::string remapChannelName(const char* name) const;
+  [[nodiscard]] virtual bool isChannelRemappingEnabled() const;
+  /// What a sub-name in any case says about its channel: red r green g blue b alpha a, x u s, y v t, z, w; else none.
+  [[nodiscard]] virtual Channel::Type getChannelTypeFromSubname(const char* subname) const;
+  /// The channel of a full name: found by `getChannel`, else created as a user channel and added to its layer, which is found
+  /// or made.
+  /// \param type  `Channel::auto_` takes type and position from the sub-name; any other type stands at position 0
+  /// \param n     size of the compound, for `LayerAlias::add`
+  /// \return null without a layer in the name, and when the numbers are exhausted (with a line on standard error)
+  virtual ChannelAlias* createChannel(const char* name, Channel::Type type = Channel::auto_, int n = 0, bool flag = false);
+  /// Sorts the user channels in the list: those with a layer first, by layer name and by position in the layer, the others by
+  /// name. Numbers do not change.
+  virtual void sortChannels();
+  /// The layer of that name, else a new one with the first `n` (at most 4) of the given channels, any of which may be null.
+  virtual LayerAlias* createLayer(const char* name, unsigned n, Channel::Type purpose, ChannelAlias* a, ChannelAlias* b,
+                                  ChannelAlias* c, ChannelAlias* d);
+  /// The layer of that name, else a new, empty one whose first member fixes its purpose.
+  virtual LayerAlias* createLayer(const char* name);
+  /// Sorts the user layers in the list by name. Their indices do not change.
+  virtual void sortLayers();
+  /// A layer with new channels. All five return the layer of that name when there is one, null when a name is missing, and the
+  /// vector and float forms null when too few numbers are free. A vector's `s` holds one-letter sub-names ("xyz"); its
+  /// last member gets the lowest number.
+  /// `createColorLayer` works only when fewer than 3 numbers (4 with an alpha name) are free, and is null otherwise.
+  virtual LayerAlias* createColorLayer(const char* name, const char* r, const char* g, const char* b, const char* a);
+  virtual LayerAlias* createFloatLayer(const char* name, const char* subname);
+  virtual LayerAlias* createVec2Layer(const char* name, const char* s);
+  virtual LayerAlias* createVec3Layer(const char* name, const char* s);
+  virtual LayerAlias* createVec4Layer(const char* name, const char* s);
+
+ protected:
+  /// Adds the registry's own built-in entries; here none.
+  virtual void createBuiltins();
+
+ public:
+  // Queries.
+
+  [[nodiscard]] std::size_t nChannels() const noexcept { return channels_.size(); }
+  [[nodiscard]] std::size_t nLayers() const noexcept { return layers_.size(); }
+  [[nodiscard]] int nBuiltInChannels() const noexcept { return nBuiltInChannels_; }
+  [[nodiscard]] int nBuiltInLayers() const noexcept { return nBuiltInLayers_; }
+  /// The next number to hand out.
+  [[nodiscard]] int nDefinedInChannels() const noexcept { return firstUndefinedChannel_; }
+  /// How many numbers are left: 1023 minus the next one, never below 0.
+  [[nodiscard]] int nAvailableChannelSlots() const noexcept;
+  [[nodiscard]] int lastBuiltinChannel() const noexcept { return lastBuiltinChannel_; }
+  /// The next number to hand out, at most 1024.
+  [[nodiscard]] int firstUndefinedChannel() const noexcept;
+  [[nodiscard]] const std::vector<ChannelAlias*>& allChannels() const noexcept { return channels_; }
+  [[nodiscard]] const std::vector<LayerAlias*>& allLayers() const noexcept { return layers_; }
+  /// 1024 slots, one a number; slot 0 and unassigned ones are null.
+  [[nodiscard]] const std::vector<ChannelAlias*>& channelMap() const noexcept { return channelMap_; }
+  /// Null beyond the end.
+  [[nodiscard]] LayerAlias* layer(std::size_t index) const noexcept {
+    return index < layers_.size() ? layers_[index] : nullptr;
+  }
+  /// The record of a number; null outside 1 to 1023 and for unassigned ones.
+  [[nodiscard]] ChannelAlias* channel(Channel channel) const noexcept {
+    const std::size_t slot = static_cast<std::size_t>(static_cast<unsigned>(channel.index()));
+    return slot < channelMap_.size() ? channelMap_[slot] : nullptr;
+  }
+  [[nodiscard]] ChannelAlias* operator[](Channel number) const noexcept { return channel(number); }
+  /// The name of the number's record, or of that record's layer; null where there is none.
+  [[nodiscard]] const char* getChannelName(Channel channel) const noexcept;
+  [[nodiscard]] const char* getLayerName(Channel channel) const noexcept;
+  /// The entries made at construction; null once everything was cleared.
+  [[nodiscard]] ChannelAlias* redChannel() const noexcept { return red_; }
+  [[nodiscard]] ChannelAlias* greenChannel() const noexcept { return green_; }
+  [[nodiscard]] ChannelAlias* blueChannel() const noexcept { return blue_; }
+  [[nodiscard]] ChannelAlias* alphaChannel() const noexcept { return alpha_; }
+  [[nodiscard]] LayerAlias* rgbLayer() const noexcept { return rgbLayer_; }
+  [[nodiscard]] LayerAlias* rgbaLayer() const noexcept { return rgbaLayer_; }
+  [[nodiscard]] LayerAlias* alphaLayer() const noexcept { return alphaLayer_; }
+  /// Does `a` sort before `b`? Components come before what is none, the higher component first; what is none goes by name;
+  /// an unassigned `b` comes after everything, an unassigned `a` only before an unassigned `b`.
+  [[nodiscard]] bool compareChannels(Channel a, Channel b) const;
+  /// Prints the whole registry to the process's standard output; the stream is not used.
+  /// \param prefix  begins each line; null counts as empty
+  void printLayerChannelInfo(std::ostream& out, const char* prefix) const;
+
+  /// A new user channel, whether or not one of that name exists; it joins no layer.
+  /// \param position  below 0: the place that the type has in its compound, 0 when it has none
+  /// \param type      `Channel::auto_` takes the type from the sub-name, if there is one
+  /// \return null without a layer name, and when the numbers are exhausted (with a line on standard error)
+  ChannelAlias* createChannel(const char* layer, const char* subname, int position = -1,
+                              Channel::Type type = Channel::auto_);
+
+ protected:
+  ChannelManager();
+
+  /// Lookups by exact name in list order; null answers null.
+  [[nodiscard]] ChannelAlias* _getChannel(const char* name) const;
+  [[nodiscard]] LayerAlias* _getLayer(const char* name) const;
+  /// The layer of that name, unchanged, else a new one.
+  LayerAlias* _createLayer(const char* name, unsigned n, Channel::Type purpose, ChannelAlias* a, ChannelAlias* b,
+                           ChannelAlias* c, ChannelAlias* d);
+  /// A built-in channel of a fixed number, which may leave gaps. Null without a layer name, for numbers outside 1 to 1023 and,
+  /// with a line on standard error, once user channels exist.
+  ChannelAlias* createBuiltinChannel(const char* fullName, Channel channel, Channel position, Channel::Type type);
+  ChannelAlias* createBuiltinChannel(const char* layer, const char* subname, Channel channel, Channel position,
+                                     Channel::Type type);
+  /// Puts a record into the slot of a number (1 to 1023; others change nothing) and writes the number into it.
+  void addChannelToMap(ChannelAlias* alias, Channel channel);
+  /// Clears everything and calls `createBuiltins()`; what the constructor made does not come back.
+  void resetToBuiltIn();
+  /// Lets go of all user records and takes numbering back to the end of the built-in ones. Both lists end up empty: built-in
+  /// records stay reachable by number alone.
+  void _clearUserChannels();
+  /// Lets go of all records; numbering starts again at 1.
+  void _clearAllChannels();
+
+ private:
+  ChannelAlias* newChannel(const std::string& layer, const std::string& subname, Channel channel, unsigned position,
+                           Channel::Type type);
+  LayerAlias* createVectorLayer(const char* name, const char* s, unsigned n, Channel::Type purpose);
+  void adopt(const ChannelManager& other);
+  template <class Record>
+  void release(Record* record);
+  void releaseAll();
+
+  int capacity_ = 1023;
+  int nBuiltInLayers_ = 0;
+  int nBuiltInChannels_ = 0;
+  int lastBuiltinChannel_ = 0;
+  int firstUndefinedChannel_ = 1;
+  std::vector<LayerAlias*> layers_;
+  std::vector<ChannelAlias*> channels_;
+  std::vector<ChannelAlias*> channelMap_;
+
+  ChannelAlias* red_ = nullptr;
+  ChannelAlias* green_ = nullptr;
+  ChannelAlias* blue_ = nullptr;
+  ChannelAlias* alpha_ = nullptr;
+  LayerAlias* rgbLayer_ = nullptr;
+  LayerAlias* rgbaLayer_ = nullptr;
+  LayerAlias* alphaLayer_ = nullptr;
+
+  // What this registry holds a share of. More than the lists show: clearing takes built-in records off the lists, and they live on.
+  std::vector<LayerAlias*> heldLayers_;
+  std::vector<ChannelAlias*> heldChannels_;
+};
+
+/// Parts a full channel name at its last dot, blanks (" \t\r\n") at both ends trimmed. Without a dot, or with none but the first
+/// character, the layer is empty and the sub-name is the whole name, untrimmed.
+VELA_API void SplitChannelName(const std::string& full, std::string& layer, std::string& subname);
+
+/// name[position](type), as in `rgba.red[0](color-red)`.
+VELA_API std::ostream& operator<<(std::ostream& out, const ChannelAlias& alias);
+/// 'name'(value type)[ channels ], as in `'depth'(float)[ depth.Z[0](data-depth) ]`.
+VELA_API std::ostream& operator<<(std::ostream& out, const LayerAlias& layer);
+
+}  // namespace vela

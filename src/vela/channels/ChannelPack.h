@@ -1,0 +1,86 @@
+/// \file
+/// An ordered list of channels with a fixed place for 1024 of them.
+#pragma once
+
+#include "vela/Api.h"
+#include "vela/channels/Channel.h"
+#include "vela/channels/ChannelSet.h"
+
+#include <array>
+#include <cassert>
+#include <cstddef>
+#include <cstdint>
+#include <iosfwd>
+
+namespace vela {
+
+/// Up to 1024 channels in the order in which they were added; what is added to a full pack is ignored.
+/// A plain value without heap storage; const calls are safe from several threads.
+class VELA_API ChannelPack {
+ public:
+  static constexpr std::size_t kCapacity = 1024;
+
+  ChannelPack() noexcept = default;
+  /// A pack of one, whatever its number.
+  ChannelPack(Channel channel) noexcept { set(channel); }  // NOLINT: channels are packs
+  /// The set's channels in ascending order, as far as its iteration goes.
+  ChannelPack(const ChannelSet& channels) noexcept { set(channels); }  // NOLINT: sets are packs
+  ChannelPack& operator=(const ChannelSet& channels) noexcept {
+    set(channels);
+    return *this;
+  }
+
+  /// Appends a channel.
+  /// \param unique  true: only a channel above 0 that the pack does not have yet; false: unconditionally
+  void add(Channel channel, bool unique) noexcept;
+  /// Appends a set's channels in ascending order, each under the rule of `add(Channel, unique)`.
+  void add(const ChannelSet& channels, bool unique) noexcept;
+  ChannelPack& operator+=(Channel channel) noexcept {
+    add(channel, true);
+    return *this;
+  }
+  ChannelPack& operator+=(const ChannelSet& channels) noexcept {
+    add(channels, true);
+    return *this;
+  }
+  /// Replaces the content by one channel, whatever its number.
+  void set(Channel channel) noexcept;
+  /// Replaces the content by a set's channels in ascending order.
+  void set(const ChannelSet& channels) noexcept;
+  void clear() noexcept { count_ = 0; }
+
+  [[nodiscard]] bool empty() const noexcept { return count_ == 0; }
+  [[nodiscard]] std::size_t size() const noexcept { return count_; }
+  /// The entries; the first `size()` are in use.
+  [[nodiscard]] const Channel* array() const noexcept { return entries_.data(); }
+  [[nodiscard]] const Channel* begin() const noexcept { return entries_.data(); }
+  [[nodiscard]] const Channel* end() const noexcept { return entries_.data() + count_; }
+  [[nodiscard]] Channel* begin() noexcept { return entries_.data(); }
+  [[nodiscard]] Channel* end() noexcept { return entries_.data() + count_; }
+  /// The entry at a place, which must be below 1024.
+  [[nodiscard]] Channel& operator[](unsigned place) noexcept {
+    assert(place < kCapacity);
+    return entries_[place];
+  }
+  /// The entry at a place; channel 0 from 1024 on.
+  [[nodiscard]] Channel operator[](unsigned place) const noexcept {
+    return place < kCapacity ? entries_[place] : Channel(0);
+  }
+  /// The set of the entries, of the default registry.
+  operator ChannelSet() const { return ChannelSet(entries_.data(), static_cast<int>(count_)); }  // NOLINT: packs are sets
+
+ private:
+  void append(Channel channel) noexcept {
+    if (count_ < kCapacity) entries_[count_++] = channel;
+  }
+
+  std::array<Channel, kCapacity> entries_{};
+  std::uint32_t count_ = 0;
+};
+
+static_assert(sizeof(ChannelPack) == 1024 * 4 + 4, "1024 numbers, then how many of them are in use");
+
+/// "none" for an empty pack, else the numbers in pack order, separated by ", ". The stream's base is not used.
+VELA_API std::ostream& operator<<(std::ostream& out, const ChannelPack& pack);
+
+}  // namespace vela

@@ -1,0 +1,361 @@
+#include "vela/channels/ChannelSet.h"
+
+#include "vela/channels/ChannelManager.h"
+#include "vela/channels/DefaultChannelManager.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <ostream>
+#include <string>
+
+namespace vela {
+namespace {
+
+using Word = std::uint32_t;
+constexpr Word kOnes = 0xFFFFFFFFu;
+
+// n words of heap storage. Zeros come from calloc: pages that nobody writes to are never touched, so that a set of one
+// enormous channel costs address space more than memory.
+Word* allocateWords(Word n, bool zeroed) {
+  const std::size_t bytes = std::size_t{n} * sizeof(Word);
+  void* words = zeroed ? std::calloc(1, bytes) : std::malloc(bytes);
+  if (words == nullptr) throw std::bad_alloc();
+  return static_cast<Word*>(words);
+}
+
+// a[i] = op(a[i], b[i]) for i < n, in blocks whose length the compiler knows, so that they become vector code at every
+// optimisation level. The header words take part (that keeps the blocks aligned); the caller writes its header again.
+template <class Op>
+inline void combineWords(Word* __restrict a, const Word* __restrict b, Word n, Op op) {
+  Word i = 0;
+  for (; i + 8 <= n; i += 8) {
+    for (Word k = 0; k < 8; ++k) a[i + k] = op(a[i + k], b[i + k]);
+  }
+  for (; i < n; ++i) a[i] = op(a[i], b[i]);
+}
+
+int highestBit(Word word) { return 31 - __builtin_clz(word); }
+
+}  // namespace
+
+// --- Storage -----------------------------------------------------------------------------------------------------------
+
+void ChannelSet::copyExtension(const ChannelSet& other) {
+  const Word n = other.extension_[0];
+  if (length() == n) {
+    std::memcpy(extension_, other.extension_, std::size_t{n} * sizeof(Word));
+    return;
+  }
+  Word* words = n == 2 ? inline_ : allocateWords(n, false);
+  std::memcpy(words, other.extension_, std::size_t{n} * sizeof(Word));
+  dropExtension();
+  extension_ = words;
+}
+
+void ChannelSet::extend(std::uint32_t n) {
+  const Word before = length();
+  if (n <= before) return;
+  // What the set says about channels beyond its words becomes the content of the new words.
+  const bool ones = all();
+  Word* words = n == 2 ? inline_ : allocateWords(n, !ones);
+  if (n == 2) words[1] = 0;
+  if (extension_ != nullptr) std::memcpy(words + 1, extension_ + 1, std::size_t{before - 1} * sizeof(Word));
+  if (ones) std::fill(words + before, words + n, kOnes);
+  words[0] = n;
+  dropExtension();
+  extension_ = words;
+}
+
+void ChannelSet::truncate(std::uint32_t n) noexcept {
+  if (extension_ == nullptr || n >= extension_[0]) return;
+  if (n < 2) {
+    dropExtension();
+  } else if (n == 2) {
+    inline_[1] = extension_[1];
+    dropExtension();
+    inline_[0] = 2;
+    extension_ = inline_;
+  } else {
+    extension_[0] = n;
+  }
+}
+
+bool ChannelSet::isTrivial() const noexcept {
+  // The last word first: after growing to a channel it is the one that says something.
+  const Word n = extension_[0], idle = all() ? kOnes : 0;
+  if (extension_[n - 1] != idle) return false;
+  for (Word i = 1; i < n; ++i) {
+    if (extension_[i] != idle) return false;
+  }
+  return true;
+}
+
+void ChannelSet::swap(ChannelSet& other) noexcept {
+  if (this == &other) return;
+  const bool inlineHere = extension_ == inline_, inlineThere = other.extension_ == other.inline_;
+  std::swap(context_, other.context_);
+  std::swap(mask_, other.mask_);
+  std::swap(extension_, other.extension_);
+  std::swap(inline_, other.inline_);
+  if (inlineThere) extension_ = inline_;
+  if (inlineHere) other.extension_ = other.inline_;
+}
+
+// --- Single channels ---------------------------------------------------------------------------------------------------
+
+void ChannelSet::assignChannel(Channel channel) {
+  if (channel.index() < 32) {
+    dropExtension();
+    mask_ = channel.index() > 0 ? 1u << (channel.index() - 1) : 0u;
+    return;
+  }
+  const Word c = static_cast<Word>(channel.index()), n = (c >> 5) + 1;
+  Word* words = n == 2 ? inline_ : allocateWords(n, true);
+  dropExtension();
+  words[0] = n;
+  words[n - 1] = 1u << (c & 31u);
+  extension_ = words;
+  mask_ = 0;
+}
+
+void ChannelSet::insertHigh(unsigned c) {
+  const Word i = c >> 5;
+  if (i >= length()) {
+    if (all()) return;
+    extend(i + 1);
+  }
+  extension_[i] |= 1u << (c & 31u);
+  if (extension_[i] == kOnes && all()) autoTruncate();
+}
+
+void ChannelSet::eraseHigh(unsigned c) {
+  const Word i = c >> 5;
+  if (i >= length()) {
+    if (!all()) return;
+    extend(i + 1);
+  }
+  extension_[i] &= ~(1u << (c & 31u));
+  if (extension_[i] == 0) autoTruncate();
+}
+
+void ChannelSet::insert(const Channel* list, int n) {
+  if (list == nullptr || n < 1) return;
+  // Grow once, to the highest channel; with the all flag nothing grows.
+  const int highest = std::max_element(list, list + n)->index();
+  if (highest >= 32 && !all()) extend((static_cast<Word>(highest) >> 5) + 1);
+  for (int i = 0; i < n; ++i) insert(list[i]);
+}
+
+void ChannelSet::erase(const Channel* list, int n) {
+  if (list == nullptr) return;
+  for (int i = 0; i < n; ++i) erase(list[i]);
+}
+
+ChannelSet& ChannelSet::operator&=(Channel channel) {
+  if (has(channel.index())) {
+    assignChannel(channel);
+  } else {
+    clear();
+  }
+  return *this;
+}
+
+bool ChannelSet::operator==(Channel channel) const noexcept {
+  if (channel.index() < 32) {
+    const Word expected = channel.index() > 0 ? 1u << (channel.index() - 1) : 0u;
+    return extension_ == nullptr && mask_ == expected;
+  }
+  const Word c = static_cast<Word>(channel.index()), n = (c >> 5) + 1;
+  if (mask_ != 0 || length() != n || extension_[n - 1] != 1u << (c & 31u)) return false;
+  return std::all_of(extension_ + 1, extension_ + n - 1, [](Word word) { return word == 0; });
+}
+
+// --- Sets --------------------------------------------------------------------------------------------------------------
+
+ChannelSet& ChannelSet::operator+=(const ChannelSet& other) {
+  if (this == &other) return *this;
+  // KEEP(union-with-all-cuts): beyond the shorter extension everything counts as a member, also what `other` leaves out.
+  if (other.all()) {
+    truncate(other.length());
+  } else if (!all()) {
+    extend(other.length());
+  }
+  mask_ |= other.mask_;
+  if (extension_ != nullptr && other.extension_ != nullptr) {
+    const Word n = extension_[0];
+    combineWords(extension_, other.extension_, std::min(n, other.extension_[0]), [](Word a, Word b) { return a | b; });
+    extension_[0] = n;
+  }
+  autoTruncate();
+  return *this;
+}
+
+ChannelSet& ChannelSet::operator-=(const ChannelSet& other) {
+  if (this == &other) {
+    clear();
+    return *this;
+  }
+  // KEEP(difference-of-alls-cuts): what `other` leaves out beyond this set's words is not found again.
+  if (other.all()) {
+    truncate(other.length());
+  } else if (all()) {
+    extend(other.length());
+  }
+  mask_ &= ~other.mask_;
+  if (extension_ != nullptr && other.extension_ != nullptr) {
+    const Word n = extension_[0];
+    combineWords(extension_, other.extension_, std::min(n, other.extension_[0]), [](Word a, Word b) { return a & ~b; });
+    extension_[0] = n;
+  }
+  autoTruncate();
+  return *this;
+}
+
+ChannelSet& ChannelSet::operator&=(const ChannelSet& other) {
+  if (this == &other) return *this;
+  if (all()) {
+    extend(other.length());
+  } else if (!other.all()) {
+    truncate(other.length());
+  }
+  mask_ &= other.mask_;
+  if (extension_ != nullptr) {
+    const Word n = extension_[0], common = std::min(n, other.length());
+    if (other.extension_ != nullptr) {
+      combineWords(extension_, other.extension_, common, [](Word a, Word b) { return a & b; });
+    }
+    // Words that `other` has not are all ones with its all flag, else zero.
+    if (!other.all()) std::fill(extension_ + common, extension_ + n, 0u);
+    extension_[0] = n;
+  }
+  autoTruncate();
+  return *this;
+}
+
+bool ChannelSet::operator&(const ChannelSet& other) const noexcept {
+  if ((mask_ & other.mask_) != 0) return true;
+  // At most one of the two has the all flag from here on.
+  const Word here = length(), there = other.length(), common = std::min(here, there);
+  for (Word i = 1; i < common; ++i) {
+    if ((extension_[i] & other.extension_[i]) != 0) return true;
+  }
+  const auto notZero = [](Word word) { return word != 0; };
+  if (other.all() && here > common) return std::any_of(extension_ + common, extension_ + here, notZero);
+  if (all() && there > common) return std::any_of(other.extension_ + common, other.extension_ + there, notZero);
+  return false;
+}
+
+bool ChannelSet::contains(const ChannelSet& other) const noexcept {
+  if ((other.mask_ & ~mask_) != 0) return false;
+  // KEEP(all-contains-every-set): the all flag answers before the words are read; callers rely on it.
+  if (all()) return true;
+  const Word here = length(), there = other.length();
+  for (Word i = 1; i < there; ++i) {
+    if ((other.extension_[i] & ~(i < here ? extension_[i] : 0u)) != 0) return false;
+  }
+  return true;
+}
+
+bool ChannelSet::sameExtension(const ChannelSet& other) const noexcept {
+  // The lengths first: they bound what may be read of the other.
+  if (other.extension_ == nullptr || extension_[0] != other.extension_[0]) return false;
+  return std::memcmp(extension_, other.extension_, std::size_t{extension_[0]} * sizeof(Word)) == 0;
+}
+
+bool ChannelSet::operator<(const ChannelSet& other) const noexcept {
+  if (mask_ != other.mask_) return mask_ < other.mask_;
+  const Word here = length(), there = other.length();
+  if (here != there) return here < there;
+  for (Word i = 1; i < here; ++i) {
+    if (extension_[i] != other.extension_[i]) return extension_[i] < other.extension_[i];
+  }
+  return false;
+}
+
+// --- Queries -----------------------------------------------------------------------------------------------------------
+
+std::size_t ChannelSet::size() const noexcept {
+  // KEEP(all-flag-counts-one): channel 32 can stand in the mask and in word 1, and then counts twice.
+  int bits = __builtin_popcount(mask_);
+  std::size_t total = static_cast<std::size_t>(bits);
+  for (Word i = 1; i < length(); ++i) {
+    bits = __builtin_popcount(extension_[i]);
+    total += static_cast<std::size_t>(bits);
+  }
+  return total;
+}
+
+Channel ChannelSet::last() const noexcept {
+  for (Word i = length() - 1; i >= 1; --i) {
+    if (extension_[i] != 0) return Channel(static_cast<int>(32u * i) + highestBit(extension_[i]));
+  }
+  return mask_ != 0 ? Channel(1 + highestBit(mask_)) : Channel(0);
+}
+
+Channel ChannelSet::previous(Channel channel) const noexcept {
+  if (channel.index() <= 1) return Channel(0);
+  const Word below = static_cast<Word>(channel.index()) - 1;
+  Word low = mask_ & ~kAllFlag;
+  if (below < 32) {
+    low &= (1u << below) - 1u;
+  } else {
+    Word i = below >> 5;
+    if (i >= length()) return last();
+    Word bits = extension_[i] & ((2u << (below & 31u)) - 1u);
+    while (bits == 0 && --i >= 1) bits = extension_[i];
+    if (bits != 0) return Channel(static_cast<int>(32u * i) + highestBit(bits));
+  }
+  return low != 0 ? Channel(1 + highestBit(low)) : Channel(0);
+}
+
+void ChannelSet::append(tarn::Hash& hash) const {
+  hash.append(mask_);
+  for (Word i = 1; i < length(); ++i) hash.append(extension_[i]);
+}
+
+// --- Registry ----------------------------------------------------------------------------------------------------------
+
+ChannelManager* ChannelSet::context() const { return context_ != nullptr ? context_ : DefaultChannelManager(); }
+
+void ChannelSet::changeContext(ChannelManager* context) {
+  ChannelManager* const target = context != nullptr ? context : DefaultChannelManager();
+  if (target == this->context()) return;
+  context_ = target;
+  clear();
+}
+
+std::ostream& operator<<(std::ostream& out, const ChannelSet& set) {
+  if (set.empty()) return out << "none";
+  if (set.all()) return out << "all";
+
+  std::string text;
+  ChannelSet printed;
+  const ChannelManager* registry = set.context();
+  for (Channel c = set.first(); c; c = set.next(c)) {
+    if (printed & c) continue;
+    if (!text.empty()) text += ',';
+
+    // The first four channels are named by themselves: their layers overlap.
+    if (c == 1 && set.contains(0x7u)) {
+      text += set.contains(0xFu) ? "rgba" : "rgb";
+      printed += 0xFu;
+      continue;
+    }
+
+    // A layer that is here as a whole goes by its name, anything else by its number.
+    const ChannelAlias* alias = registry->channel(c);
+    const LayerAlias* layer = alias != nullptr ? alias->layer() : nullptr;
+    bool whole = layer != nullptr;
+    for (unsigned i = 0; whole && layer->channel(i) > 0; ++i) whole = set & layer->channel(i);
+    if (whole) {
+      text += layer->name();
+      for (unsigned i = 0; layer->channel(i) > 0; ++i) printed += layer->channel(i);
+    } else {
+      text += std::to_string(c.index());
+    }
+  }
+  return out << text;
+}
+
+}  // namespace vela

@@ -1,0 +1,308 @@
+/// \file
+/// An unordered set of channels, made for fast membership of the first 31 channels and unbounded beyond them.
+#pragma once
+
+#include "tarn/Hash.h"
+#include "vela/Api.h"
+#include "vela/channels/Channel.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <iosfwd>
+#include <utility>
+
+namespace vela {
+
+class ChannelManager;
+
+/// A set of channels of one registry.
+///
+/// Storage: a mask word whose bit k (0 to 30) holds channel k+1. Bit 31, the all flag, holds channel 32 and says that every
+/// channel above the stored words is a member as well. Beyond the mask there may be an extension: words for channels 32
+/// upwards, channel c in word c >> 5 at bit c & 31. An extension for channels 32 to 63 lies inside the object, a longer one on
+/// the heap at 4 bytes for 32 channels up to the highest one. It grows to the highest channel ever added and goes, as a whole,
+/// once it says nothing that the all flag does not say: so `{33, 65}` minus 65 still stores the word of 65, and differs
+/// from `{33}`.
+///
+/// The steps of the operations are fixed, and callers rely on them. Where they do not give the plain algebra of sets, the
+/// operation says so. They do for every set without the all flag.
+///
+/// Overloads: a bare `unsigned` (and a bare `int` wherever there is no `int` overload) is a mask, a `Channel` a channel:
+/// `set.contains(Channel(5))`, but `set.contains(5)` asks for channels 1 and 3. Channels of 0 and below are in no set.
+///
+/// Costs: channels 1 to 31 never touch the heap. Nothing throws but std::bad_alloc, which leaves the set as it was.
+/// Threads: const calls are safe from several threads.
+class VELA_API ChannelSet {
+ public:
+  /// Empty, of the default registry.
+  ChannelSet() noexcept = default;
+  /// Empty, of the given registry, which must outlive the calls that print the set; null means the default registry.
+  explicit ChannelSet(ChannelManager* context) noexcept : context_(context) {}
+  /// The channels of a mask, of the default registry; 0xFFFFFFFF is the set of all channels.
+  ChannelSet(unsigned mask) noexcept : mask_(mask) {}  // NOLINT: masks are sets
+  /// That one channel, of the default registry; empty for 0 and below.
+  ChannelSet(Channel channel) { assignChannel(channel); }  // NOLINT: channels are sets
+  /// The first `n` channels of a list, of the default registry; empty for n below 1 or a null list.
+  ChannelSet(const Channel* list, int n) { insert(list, n); }
+  // KEEP(copies-take-no-context): a set keeps the registry it was given; copies start at the default registry and
+  // assignments leave the target's, so numbers can be handed from registry to registry on purpose.
+  /// The same channels, of the default registry.
+  ChannelSet(const ChannelSet& other) : mask_(other.mask_) {
+    if (other.extension_ != nullptr) copyExtension(other);
+  }
+  /// The same channels, of the default registry; `other` is empty afterwards.
+  ChannelSet(ChannelSet&& other) noexcept : mask_(other.mask_) { takeExtension(other); }
+  ~ChannelSet() { dropExtension(); }
+
+  /// Assignments leave the registry as it is.
+  ChannelSet& operator=(const ChannelSet& other) {
+    if (this == &other) return *this;
+    if (other.extension_ != nullptr) {
+      copyExtension(other);
+    } else {
+      dropExtension();
+    }
+    mask_ = other.mask_;
+    return *this;
+  }
+  /// `other` is empty afterwards, unless it is this set.
+  ChannelSet& operator=(ChannelSet&& other) noexcept {
+    if (this == &other) return *this;
+    dropExtension();
+    mask_ = other.mask_;
+    takeExtension(other);
+    return *this;
+  }
+  ChannelSet& operator=(unsigned mask) noexcept {
+    dropExtension();
+    mask_ = mask;
+    return *this;
+  }
+  ChannelSet& operator=(Channel channel) {
+    assignChannel(channel);
+    return *this;
+  }
+
+  // Membership.
+
+  /// Is the channel a member?
+  [[nodiscard]] bool operator&(Channel channel) const noexcept { return has(channel.index()); }
+  [[nodiscard]] bool operator&(int channel) const noexcept { return has(channel); }
+  /// Does the mask word share a bit with `mask`?
+  [[nodiscard]] bool operator&(unsigned mask) const noexcept { return (mask_ & mask) != 0; }
+  /// Is there a common member?
+  [[nodiscard]] bool operator&(const ChannelSet& other) const noexcept;
+  [[nodiscard]] bool contains(Channel channel) const noexcept { return has(channel.index()); }
+  /// Are all bits of `mask` in the mask word?
+  [[nodiscard]] bool contains(unsigned mask) const noexcept { return (mask & ~mask_) == 0; }
+  /// Is every member of `other` a member? With the all flag set the answer is true as soon as the mask words agree, whatever
+  /// was removed above channel 31.
+  [[nodiscard]] bool contains(const ChannelSet& other) const noexcept;
+  /// 1 for a member, else 0.
+  [[nodiscard]] std::size_t count(Channel channel) const noexcept { return has(channel.index()) ? 1u : 0u; }
+
+  // Comparison: of the stored words alone, the registry takes no part.
+
+  [[nodiscard]] bool operator==(const ChannelSet& other) const noexcept {
+    return mask_ == other.mask_ && (extension_ == nullptr ? other.extension_ == nullptr : sameExtension(other));
+  }
+  [[nodiscard]] bool operator!=(const ChannelSet& other) const noexcept { return !(*this == other); }
+  /// Equal mask words and no extension.
+  [[nodiscard]] bool operator==(unsigned mask) const noexcept { return mask_ == mask && extension_ == nullptr; }
+  [[nodiscard]] bool operator!=(unsigned mask) const noexcept { return !(*this == mask); }
+  /// That channel alone, stored in as many words as it needs; the empty set for 0 and below.
+  [[nodiscard]] bool operator==(Channel channel) const noexcept;
+  [[nodiscard]] bool operator!=(Channel channel) const noexcept { return !(*this == channel); }
+  /// A strict total order: by mask words, then by the number of stored words, then word by word, all as unsigned numbers.
+  [[nodiscard]] bool operator<(const ChannelSet& other) const noexcept;
+
+  // Changes.
+
+  /// Union. Plain algebra, but when `other` has the all flag and stores more words than this set, which has it not: then
+  /// everything above this set's stored words becomes a member (`empty += (all - 40)` is all).
+  ChannelSet& operator+=(const ChannelSet& other);
+  /// Adds to the mask word alone.
+  ChannelSet& operator+=(unsigned mask) noexcept {
+    mask_ |= mask;
+    autoTruncate();
+    return *this;
+  }
+  ChannelSet& operator+=(Channel channel) {
+    insert(channel);
+    return *this;
+  }
+  /// Difference. Plain algebra, but when both have the all flag and `other` stores more words than this set: then nothing
+  /// above this set's stored words remains (`all -= (all - 40)` is empty).
+  ChannelSet& operator-=(const ChannelSet& other);
+  /// Removes from the mask word alone.
+  ChannelSet& operator-=(unsigned mask) noexcept {
+    mask_ &= ~mask;
+    autoTruncate();
+    return *this;
+  }
+  ChannelSet& operator-=(Channel channel) {
+    erase(channel);
+    return *this;
+  }
+  /// Intersection.
+  ChannelSet& operator&=(const ChannelSet& other);
+  /// Keeps what the mask word shares with `mask`; the extension goes.
+  ChannelSet& operator&=(unsigned mask) noexcept {
+    dropExtension();
+    mask_ &= mask;
+    return *this;
+  }
+  /// Keeps the channel when it is a member, and nothing else.
+  ChannelSet& operator&=(Channel channel);
+
+  void insert(Channel channel) {
+    const unsigned c = static_cast<unsigned>(channel.index());
+    if (c - 1u < 31u) {
+      mask_ |= 1u << (c - 1u);
+    } else if (channel.index() >= 32) {
+      insertHigh(c);
+    }
+  }
+  /// The first `n` channels of a list; nothing for n below 1 or a null list.
+  void insert(const Channel* list, int n);
+  void erase(Channel channel) {
+    const unsigned c = static_cast<unsigned>(channel.index());
+    if (c - 1u < 31u) {
+      mask_ &= ~(1u << (c - 1u));
+    } else if (channel.index() >= 32) {
+      eraseHigh(c);
+    }
+  }
+  void erase(const Channel* list, int n);
+  void clear() noexcept {
+    dropExtension();
+    mask_ = 0;
+  }
+  /// Exchanges everything, the registries as well.
+  void swap(ChannelSet& other) noexcept;
+
+  // Queries.
+
+  [[nodiscard]] bool empty() const noexcept { return mask_ == 0 && extension_ == nullptr; }
+  /// Not empty? A template for `bool` alone, so that a set turns into no other number.
+  template <class Bool, class = std::enable_if_t<std::is_same<Bool, bool>::value>>
+  operator Bool() const noexcept {  // NOLINT
+    return !empty();
+  }
+  /// The all flag.
+  [[nodiscard]] bool all() const noexcept { return (mask_ & kAllFlag) != 0; }
+  /// The mask word.
+  [[nodiscard]] unsigned mask32() const noexcept { return mask_; }
+  /// The mask word AND `mask`.
+  [[nodiscard]] unsigned bitwiseAnd(unsigned mask) const noexcept { return mask_ & mask; }
+  /// How many bits are set in the stored words; the all flag counts as one of them, beside word 1's own bit of channel 32.
+  [[nodiscard]] std::size_t size() const noexcept;
+  /// The registry that the numbers refer to, never null: the default registry when none was given (the first such call
+  /// builds it).
+  [[nodiscard]] ChannelManager* context() const;
+
+  // Iteration in the idiom `for (Channel z = set.first(); z; z = set.next(z))`; channel 0 means there is none. It runs over
+  // the stored words: upwards, the set of all channels ends at channel 32. The all flag stands for channel 32 wherever the
+  // mask word is looked at, also when channel 32 was removed from under it.
+
+  [[nodiscard]] Channel first() const noexcept {
+    if ((mask_ & 1u) != 0) return Channel(1);
+    if (mask_ != 0) return Channel(1 + lowestBit(mask_));
+    return extension_ == nullptr ? Channel(0) : lowestFrom(32u);
+  }
+  /// The lowest member above `channel`.
+  [[nodiscard]] Channel next(Channel channel) const noexcept {
+    const int c = channel.index();
+    if (c >= 31) {
+      if (extension_ != nullptr) return lowestFrom(static_cast<unsigned>(c) + 1u);
+      return c == 31 && all() ? Channel(32) : Channel(0);
+    }
+    if (c < 0) return first();
+    const std::uint32_t above = mask_ >> c;
+    if ((above & 1u) != 0) return Channel(c + 1);
+    if (above != 0) return Channel(c + 1 + lowestBit(above));
+    return extension_ == nullptr ? Channel(0) : lowestFrom(32u);
+  }
+  [[nodiscard]] Channel last() const noexcept;
+  /// The highest member below `channel`; `last()` when `channel` - 1 lies beyond the stored words.
+  [[nodiscard]] Channel previous(Channel channel) const noexcept;
+
+  /// Feeds the mask word, then the words of the extension, into a hash.
+  void append(tarn::Hash& hash) const;
+  /// Moves the set to another registry (null: the default one) and empties it, since numbers of one registry mean nothing in
+  /// another. Naming the registry it already has leaves it unchanged.
+  void changeContext(ChannelManager* context);
+
+ private:
+  static constexpr std::uint32_t kAllFlag = 0x80000000u;
+
+  static int lowestBit(std::uint32_t word) noexcept { return __builtin_ctz(word); }
+
+  bool has(int channel) const noexcept {
+    const unsigned c = static_cast<unsigned>(channel);
+    // Shifting the all flag out puts channel c at bit c, and nothing at bit 0.
+    if (c < 32u) return (((mask_ << 1) >> c) & 1u) != 0;
+    if (extension_ != nullptr && (c >> 5) < extension_[0]) return ((extension_[c >> 5] >> (c & 31u)) & 1u) != 0;
+    return channel > 0 && all();
+  }
+
+  /// The lowest member from channel `from` (32 or above) on, in the extension, which is there.
+  Channel lowestFrom(unsigned from) const noexcept {
+    const std::uint32_t n = extension_[0];
+    std::uint32_t i = from >> 5;
+    if (i >= n) return Channel(0);
+    std::uint32_t bits = extension_[i] >> (from & 31u);
+    if ((bits & 1u) != 0) return Channel(static_cast<int>(from));
+    if (bits != 0) return Channel(static_cast<int>(from) + lowestBit(bits));
+    while (++i < n) {
+      bits = extension_[i];
+      if (bits != 0) return Channel(static_cast<int>(32u * i) + lowestBit(bits));
+    }
+    return Channel(0);
+  }
+
+  void dropExtension() noexcept {
+    if (extension_ != nullptr && extension_ != inline_) std::free(extension_);
+    extension_ = nullptr;
+  }
+  void takeExtension(ChannelSet& other) noexcept {
+    if (other.extension_ == other.inline_) {
+      inline_[0] = other.inline_[0];
+      inline_[1] = other.inline_[1];
+      extension_ = inline_;
+    } else {
+      extension_ = other.extension_;
+    }
+    other.extension_ = nullptr;
+    other.mask_ = 0;
+  }
+  void copyExtension(const ChannelSet& other);
+  bool sameExtension(const ChannelSet& other) const noexcept;
+  void assignChannel(Channel channel);
+  void insertHigh(unsigned channel);
+  void eraseHigh(unsigned channel);
+  std::uint32_t length() const noexcept { return extension_ == nullptr ? 1u : extension_[0]; }
+  void extend(std::uint32_t n);
+  void truncate(std::uint32_t n) noexcept;
+  void autoTruncate() noexcept {
+    if (extension_ != nullptr && isTrivial()) dropExtension();
+  }
+  bool isTrivial() const noexcept;
+
+  ChannelManager* context_ = nullptr;     // null: the default registry
+  std::uint32_t mask_ = 0;
+  std::uint32_t* extension_ = nullptr;    // null, or word 0 = number of words, itself included, then channels from 32 up
+  std::uint32_t inline_[2] = {0, 0};      // the extension while it has two words
+};
+
+static_assert(sizeof(void*) != 8 || sizeof(ChannelSet) == 32, "sets lie side by side in records: half a cache line each");
+
+inline void swap(ChannelSet& a, ChannelSet& b) noexcept { a.swap(b); }
+
+/// The set as text: "none", "all" (whenever the all flag is set), else its members in ascending order, separated by ",".
+/// "rgb" or "rgba" stands for channels 1 to 3 or 4; elsewhere a layer's name stands for its channels when all of them are
+/// members, and a bare number for any other channel. Layers come from the set's registry. The stream's base is not used.
+VELA_API std::ostream& operator<<(std::ostream& out, const ChannelSet& set);
+
+}  // namespace vela
