@@ -1,0 +1,84 @@
+#include "vela/intersect/AccelerationModel.h"
+
+#include <cmath>
+
+#include "vela/intersect/detail/FaceCheck.h"
+#include "vela/intersect/detail/Kernels.h"
+#include "vela/mesh/Triangulate.h"
+
+namespace vela {
+
+AccelerationModel::~AccelerationModel() = default;
+
+// ---------------------------------------------------------------------------------------- TriangleAccelerationModel
+
+TriangleAccelerationModel::TriangleAccelerationModel(const ovo::Array<tarn::Vec3<float>>& points,
+                                                     const ovo::Array<int>& faceVertexCounts,
+                                                     const ovo::Array<int>& faceVertexIndices)
+    : points_(points) {
+  initialize(faceVertexCounts, faceVertexIndices);
+}
+
+TriangleAccelerationModel::TriangleAccelerationModel(const TriangleAccelerationModel&) = default;
+TriangleAccelerationModel::TriangleAccelerationModel(TriangleAccelerationModel&&) noexcept = default;
+TriangleAccelerationModel& TriangleAccelerationModel::operator=(const TriangleAccelerationModel&) = default;
+TriangleAccelerationModel& TriangleAccelerationModel::operator=(TriangleAccelerationModel&&) noexcept = default;
+TriangleAccelerationModel::~TriangleAccelerationModel() = default;
+
+void TriangleAccelerationModel::initialize(const ovo::Array<int>& faceVertexCounts,
+                                           const ovo::Array<int>& faceVertexIndices) {
+  // Box of all points. The padding keeps flat meshes from having a grid without volume.
+  bounds_ = tarn::Box3<float>();
+  for (const auto& p : points_) bounds_.extendBy(p);
+  for (std::size_t k = 0; k < 3; ++k) {
+    bounds_.min[k] = static_cast<float>(static_cast<double>(bounds_.min[k]) - 1e-5);
+    bounds_.max[k] = static_cast<float>(static_cast<double>(bounds_.max[k]) + 1e-5);
+  }
+
+  triangles_.clear();
+  triangles_.reserve(faceVertexCounts.size());
+  const tarn::Vec3<float>* const at = points_.cdata();
+  const auto isNumber = [at](int point) {
+    return !(std::isnan(at[point].x) || std::isnan(at[point].y) || std::isnan(at[point].z));
+  };
+  std::vector<int> triplets;
+  detail::forEachUsableFace(faceVertexCounts, faceVertexIndices, points_.size(), [&](int face, const int* i, int count) {
+    for (int k = 0; k < count; ++k)
+      if (!isNumber(i[k])) return true;
+    if (count == 3) {
+      triangles_.push_back({i[0], i[1], i[2], face});
+    } else if (count == 4) {
+      triangles_.push_back({i[0], i[1], i[2], face});
+      triangles_.push_back({i[2], i[3], i[0], face});
+    } else {
+      Triangulate(at, i, count, triplets);
+      for (std::size_t k = 0; k + 2 < triplets.size(); k += 3)
+        triangles_.push_back({i[triplets[k]], i[triplets[k + 1]], i[triplets[k + 2]], face});
+    }
+    return true;
+  });
+}
+
+std::size_t TriangleAccelerationModel::size() const { return triangles_.size(); }
+
+tarn::Box3<float> TriangleAccelerationModel::bounds(std::size_t i) const {
+  const Triangle& triangle = triangles_[i];
+  tarn::Box3<float> box;
+  for (const int point : {triangle.a, triangle.b, triangle.c}) box.extendBy(points_[static_cast<std::size_t>(point)]);
+  return box;
+}
+
+tarn::Box3<float> TriangleAccelerationModel::bounds() const { return bounds_; }
+
+bool TriangleAccelerationModel::intersect(const IntersectionContext&, const tarn::Ray<float>& ray, std::size_t i,
+                                          CollisionResult& result) const {
+  const Triangle& triangle = triangles_[i];
+  const tarn::Vec3<float>* const at = points_.cdata();
+  if (!detail::hitTriangle(ray, at[triangle.a], at[triangle.b], at[triangle.c], result)) return false;
+  result.faceIndex = triangle.face;
+  return true;
+}
+
+bool TriangleAccelerationModel::exclude(const IntersectionContext&, std::size_t) const { return false; }
+
+}  // namespace vela

@@ -1,0 +1,165 @@
+// What reads scene prims: the model of placed meshes, its accelerators, and a mesh prim's triangles.
+#include <deque>
+#include <map>
+#include <mutex>
+#include <utility>
+
+#include "ovo/Tokens.h"
+#include "ovo/Xform.h"
+#include "tarn/Mat4.h"
+#include "tarn/Time.h"
+#include "vela/intersect/AccelerationModel.h"
+#include "vela/intersect/GridAcceleration.h"
+
+namespace vela {
+
+TriangleAccelerationModel::TriangleAccelerationModel(const ovo::MeshPrim& mesh, double time) {
+  ovo::Array<int> counts, indices;
+  mesh.getAttr(ovo::tokens().points).get(points_, time);
+  mesh.getAttr(ovo::tokens().faceVertexCounts).get(counts, tarn::earliestTimeValue());
+  mesh.getAttr(ovo::tokens().faceVertexIndices).get(indices, tarn::earliestTimeValue());
+  initialize(counts, indices);
+}
+
+// --------------------------------------------------------------------------------------------- PrimAccelerationModel
+
+class PrimAccelerationModelImpl : public AccelerationModel {
+ public:
+  explicit PrimAccelerationModelImpl(double time) : time_(time) {}
+
+  void add(const ovo::Prim& prim, const tarn::Mat4<double>& worldFromLocal, double time) {
+    Entry entry;
+    entry.prim = prim;
+    entry.worldFromLocal = tarn::Mat4<float>(worldFromLocal);
+    entry.localFromWorld = entry.worldFromLocal.inverse();
+    entry.box = ovo::MeshPrim(prim).getBoundsBox(time, false).transformed(worldFromLocal);
+    bounds_.extendBy(entry.box);
+    entries_.push_back(std::move(entry));
+  }
+
+  [[nodiscard]] ovo::Prim prim(std::size_t i) const { return entries_[i].prim; }
+  [[nodiscard]] std::size_t size() const override { return entries_.size(); }
+  [[nodiscard]] tarn::Box3<float> bounds(std::size_t i) const override { return entries_[i].box; }
+  [[nodiscard]] tarn::Box3<float> bounds() const override { return bounds_; }
+
+  [[nodiscard]] bool exclude(const IntersectionContext& ctx, std::size_t i) const override {
+    const ovo::Prim& prim = entries_[i].prim;
+    if (ctx.excludedPaths.count(prim.getPath()) != 0) return true;
+    if (ctx.includedTypeNames.empty()) return false;
+    return ctx.includedTypeNames.count(prim.getTypeName()) == 0;
+  }
+
+  bool intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray, std::size_t i,
+                 CollisionResult& result) const override {
+    if (exclude(ctx, i)) return false;
+    const Entry& entry = entries_[i];
+
+    // The direction is not normalised: a distance along the local ray is one along the given ray.
+    const tarn::Ray<float> local(entry.localFromWorld.transformPoint(ray.origin),
+                                 entry.localFromWorld.transformVector(ray.direction), ray.minDistance, ray.maxDistance);
+
+    const ovo::MeshPrim mesh(entry.prim);
+    if (!mesh.isValid()) return false;
+    if (!accelerator(mesh, i).intersect(ctx, local, result)) return false;
+
+    result.position = entry.worldFromLocal.transformPoint(result.position);
+    result.normal = entry.localFromWorld.transposed().transformVector(result.normal).normalized();
+    return true;
+  }
+
+ private:
+  struct Entry {
+    ovo::Prim prim;
+    tarn::Mat4<float> worldFromLocal, localFromWorld;
+    tarn::Box3<float> box;
+  };
+
+  const MeshAccelerator& accelerator(const ovo::MeshPrim& mesh, std::size_t i) const {
+    {
+      const std::lock_guard<std::mutex> lock(cacheMutex_);
+      const auto found = accelerators_.find(mesh);
+      if (found != accelerators_.end()) return *found->second;
+    }
+    // Built inside the lock: of threads that reach the prim together one builds and the others wait for it.
+    const std::lock_guard<std::mutex> lock(cacheMutex_);
+    std::unique_ptr<MeshAccelerator>& slot = accelerators_[mesh];
+    if (!slot) slot = std::make_unique<MeshAccelerator>(mesh, i, time_);
+    return *slot;
+  }
+
+  std::vector<Entry> entries_;
+  double time_;
+  tarn::Box3<float> bounds_;
+  mutable std::mutex cacheMutex_;
+  mutable std::map<ovo::Prim, std::unique_ptr<MeshAccelerator>> accelerators_;
+};
+
+PrimAccelerationModel::PrimAccelerationModel(double time) : impl_(std::make_unique<PrimAccelerationModelImpl>(time)) {}
+PrimAccelerationModel::~PrimAccelerationModel() = default;
+
+ovo::Prim PrimAccelerationModel::operator[](int i) const {
+  return i >= 0 && static_cast<std::size_t>(i) < impl_->size() ? impl_->prim(static_cast<std::size_t>(i)) : ovo::Prim();
+}
+
+void PrimAccelerationModel::addMeshPrims(const std::shared_ptr<ovo::Stage>& stage, double time) {
+  if (stage) addMeshPrims(stage->getRootPrim(), time);
+}
+
+void PrimAccelerationModel::addMeshPrims(const std::vector<ovo::MeshPrim>& meshes, double time) {
+  ovo::XformCache cache(time);
+  for (const ovo::MeshPrim& mesh : meshes) impl_->add(mesh, cache.getLocalToWorld(mesh), time);
+}
+
+void PrimAccelerationModel::addMeshPrims(const ovo::Prim& prim, double time) {
+  std::deque<std::pair<ovo::Prim, tarn::Mat4<double>>> queue;
+  // KEEP(walk-starts-at-identity): a start prim without a transform ignores what is above it. Hosts hand such prims in as
+  // roots of their own.
+  tarn::Mat4<double> start;
+  if (ovo::XformablePrim(prim).isValid()) start = ovo::XformCache(time).getLocalToWorld(prim);
+  queue.emplace_back(prim, start);
+
+  std::vector<ovo::Prim> children;
+  while (!queue.empty()) {
+    const auto [taken, worldFromLocal] = std::move(queue.front());
+    queue.pop_front();
+    taken.getChildren(children, true, false, true);
+    for (const ovo::Prim& child : children) {
+      const ovo::XformablePrim xformable(child);
+      queue.emplace_back(child, xformable.isValid() ? worldFromLocal * xformable.getLocalXform(time) : worldFromLocal);
+    }
+    if (ovo::MeshPrim(taken).isValid()) impl_->add(taken, worldFromLocal, time);
+  }
+}
+
+std::size_t PrimAccelerationModel::size() const { return impl_->size(); }
+tarn::Box3<float> PrimAccelerationModel::bounds(std::size_t i) const { return impl_->bounds(i); }
+tarn::Box3<float> PrimAccelerationModel::bounds() const { return impl_->bounds(); }
+bool PrimAccelerationModel::intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray, std::size_t i,
+                                      CollisionResult& result) const {
+  return impl_->intersect(ctx, ray, i, result);
+}
+bool PrimAccelerationModel::exclude(const IntersectionContext& ctx, std::size_t i) const { return impl_->exclude(ctx, i); }
+
+// --------------------------------------------------------------------------------------------------- MeshAccelerator
+
+struct MeshAccelerator::Block {
+  template <class... Args>
+  explicit Block(const Args&... args) : model(args...), grid(model) {}
+  TriangleAccelerationModel model;
+  GridAcceleration grid;
+};
+
+MeshAccelerator::MeshAccelerator(const ovo::Array<tarn::Vec3<float>>& points, const ovo::Array<int>& faceVertexCounts,
+                                 const ovo::Array<int>& faceVertexIndices, std::size_t id)
+    : id_(id), block_(std::make_unique<Block>(points, faceVertexCounts, faceVertexIndices)) {}
+MeshAccelerator::MeshAccelerator(const ovo::MeshPrim& mesh, std::size_t id, double time)
+    : id_(id), block_(std::make_unique<Block>(mesh, time)) {}
+MeshAccelerator::~MeshAccelerator() = default;
+
+bool MeshAccelerator::intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray, CollisionResult& result) const {
+  if (!block_->grid.intersect(ctx, ray, result)) return false;
+  result.primitiveIndex = static_cast<std::uint32_t>(id_);
+  return true;
+}
+
+}  // namespace vela
