@@ -1,0 +1,313 @@
+#include "vela/intersect/GridAcceleration.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "vela/intersect/AccelerationModel.h"
+#include "vela/intersect/TestOracles.h"
+
+using namespace vela;
+using namespace vela_test;
+
+namespace {
+
+TriangleAccelerationModel modelOf(const TestMesh& mesh) { return {mesh.points, mesh.counts, mesh.indices}; }
+
+std::array<std::uint32_t, 3> cells(std::uint32_t x, std::uint32_t y, std::uint32_t z) { return {x, y, z}; }
+
+/// Boxes and answers as the test wants them.
+struct FakeModel : AccelerationModel {
+  std::vector<Box3<float>> boxes;
+  Box3<float> all;
+  std::vector<float> distances;  ///< of each primitive; what every ray hits
+  mutable std::vector<std::size_t> asked;
+
+  std::size_t size() const override { return boxes.size(); }
+  Box3<float> bounds(std::size_t i) const override { return boxes[i]; }
+  Box3<float> bounds() const override { return all; }
+  bool intersect(const IntersectionContext&, const Ray<float>&, std::size_t i, CollisionResult& result) const override {
+    asked.push_back(i);
+    if (std::isnan(distances[i])) return false;
+    result.distance = distances[i];
+    result.hit = true;
+    return true;
+  }
+  bool exclude(const IntersectionContext&, std::size_t) const override { return false; }
+};
+
+FakeModel rowOfCells(int n) {
+  FakeModel model;
+  for (int i = 0; i < n; ++i) {
+    model.boxes.emplace_back(Vec3<float>(static_cast<float>(i) + 0.25f, 0.25f, 0.25f), Vec3<float>(static_cast<float>(i) + 0.75f, 0.75f, 0.75f));
+    model.distances.push_back(kNan);
+  }
+  model.all = Box3<float>({0, 0, 0}, {static_cast<float>(n), 1, 1});
+  return model;
+}
+
+TEST(Grid, UnitSquareOfTwoTrianglesIsThirtyThreeByThirtyThreeByOne) {
+  const TriangleAccelerationModel model = modelOf(plane(1));
+  ASSERT_EQ(model.size(), 2u);
+  EXPECT_EQ(GridAcceleration(model).resolution(), cells(33, 33, 1));
+}
+
+TEST(Grid, ResolutionStopsAtSixtyFour) {
+  const TriangleAccelerationModel model = modelOf(plane(60));
+  EXPECT_EQ(GridAcceleration(model).resolution(), cells(64, 64, 1));
+}
+
+TEST(Grid, ModelWithoutPrimitivesIsNeverHit) {
+  FakeModel model;
+  model.all = Box3<float>({0, 0, 0}, {1, 1, 1});
+  CollisionResult result = marked();
+  const GridAcceleration grid(model);
+  EXPECT_FALSE(grid.intersect(IntersectionContext(), Ray<float>({0.5f, 0.5f, -1}, {0, 0, 1}), result));
+  EXPECT_TRUE(sameRecord(result, marked()));
+  model.all = Box3<float>();
+  EXPECT_FALSE(GridAcceleration(model).intersect(IntersectionContext(), Ray<float>({0, 0, 0}, {0, 0, 1}), result));
+}
+
+TEST(Grid, BoxThatIsNoNumberGivesAnEmptyGrid) {
+  FakeModel model = rowOfCells(4);
+  model.all.max.y = kNan;
+  model.distances.assign(4, 1.0f);
+  const GridAcceleration grid(model);
+  EXPECT_EQ(grid.resolution(), cells(0, 0, 0));
+  CollisionResult result;
+  EXPECT_FALSE(grid.intersect(IntersectionContext(), Ray<float>({0, 0.5f, 0.5f}, {1, 0, 0}), result));
+}
+
+TEST(Grid, BoxWithoutVolumeGivesAnEmptyGrid) {
+  FakeModel model = rowOfCells(4);
+  model.all.max.z = 0.0f;
+  model.distances.assign(4, 1.0f);
+  const GridAcceleration grid(model);
+  EXPECT_EQ(grid.resolution(), cells(0, 0, 0));
+  CollisionResult result;
+  EXPECT_FALSE(grid.intersect(IntersectionContext(), Ray<float>({-1, 0.5f, 0}, {1, 0, 0}), result));
+}
+
+TEST(Grid, InfiniteBoxGivesAnEmptyGrid) {
+  FakeModel model = rowOfCells(4);
+  model.all = Box3<float>(Vec3<float>(-kMax), Vec3<float>(kMax));
+  model.distances.assign(4, 1.0f);
+  EXPECT_EQ(GridAcceleration(model).resolution(), cells(0, 0, 0));
+}
+
+TEST(Grid, RayThatStartsInsideStartsInTheCellOfItsOrigin) {
+  FakeModel model = rowOfCells(6);
+  const GridAcceleration grid(model);
+  ASSERT_EQ(grid.resolution()[0], 5u);
+  CollisionResult result;
+  EXPECT_FALSE(grid.intersect(IntersectionContext(), Ray<float>({3.5f, 0.5f, 0.5f}, {1, 0, 0}), result));
+  // The cell from 2.4 to 3.6 lists 2 and 3; what lies before it is not asked.
+  ASSERT_GE(model.asked.size(), 4u);
+  EXPECT_EQ(model.asked.front(), 2u);
+  EXPECT_EQ(model.asked.back(), 5u);
+  for (const std::size_t primitive : model.asked) EXPECT_GE(primitive, 2u);
+}
+
+TEST(Grid, PrimitiveOverManyCellsIsInEachOfTheirLists) {
+  const TriangleAccelerationModel model = modelOf(plane(1));
+  const GridAcceleration grid(model);
+  const IntersectionContext ctx;
+  for (int y = 0; y < 33; ++y)
+    for (int x = 0; x < 33; ++x) {
+      CollisionResult result;
+      const Ray<float> ray({(static_cast<float>(x) + 0.5f) / 33.0f, (static_cast<float>(y) + 0.25f) / 33.0f, 1}, {0, 0, -1});
+      EXPECT_TRUE(grid.intersect(ctx, ray, result)) << x << ' ' << y;
+    }
+}
+
+// KEEP(grid-first-cell): primitive 0 lies in the first cell and reports a far hit; primitive 5, nearer, is listed in later
+// cells only and is never asked.
+TEST(Grid, FirstCellWithAHitEndsTheQuery) {
+  FakeModel model = rowOfCells(6);
+  model.distances[0] = 5.5f;
+  model.distances[5] = 1.0f;
+  const GridAcceleration grid(model);
+  CollisionResult result;
+  EXPECT_TRUE(grid.intersect(IntersectionContext(), Ray<float>({-1, 0.5f, 0.5f}, {1, 0, 0}), result));
+  EXPECT_EQ(result.primitiveIndex, 0u);
+  EXPECT_EQ(result.distance, 5.5f);
+}
+
+TEST(Grid, OfOneCellTheNearestCountsAndAnyHitTakesTheFirst) {
+  FakeModel model = rowOfCells(1);
+  model.boxes.assign(3, model.boxes[0]);
+  model.distances = {3.0f, 2.0f, 2.0f};
+  const GridAcceleration grid(model);
+  const Ray<float> ray({-1, 0.5f, 0.5f}, {1, 0, 0});
+  IntersectionContext ctx;
+  CollisionResult result = marked();
+  EXPECT_TRUE(grid.intersect(ctx, ray, result));
+  EXPECT_EQ(result.primitiveIndex, 1u);
+  EXPECT_TRUE(result.hit);
+  ctx.nearestHit = false;
+  EXPECT_TRUE(grid.intersect(ctx, ray, result));
+  EXPECT_EQ(result.primitiveIndex, 0u);
+}
+
+TEST(Grid, HitsAtTheEndsOfTheRangeAreNone) {
+  FakeModel model = rowOfCells(1);
+  model.distances = {1.5f};
+  const GridAcceleration grid(model);
+  CollisionResult result = marked();
+  const Vec3<float> o(-1, 0.5f, 0.5f), d(1, 0, 0);
+  EXPECT_FALSE(grid.intersect(IntersectionContext(), Ray<float>(o, d, 1.5f, 9.0f), result));
+  EXPECT_FALSE(grid.intersect(IntersectionContext(), Ray<float>(o, d, 0.0f, 1.5f), result));
+  EXPECT_TRUE(sameRecord(result, marked()));
+  EXPECT_TRUE(grid.intersect(IntersectionContext(), Ray<float>(o, d, 1.4f, 1.6f), result));
+}
+
+// KEEP(grid-minus-zero)
+TEST(Grid, MinusZeroWalksLikeZero) {
+  const TriangleAccelerationModel model = modelOf(bumpySphere(24, 40, 0.3f));
+  const GridAcceleration grid(model);
+  const IntersectionContext ctx;
+  std::mt19937 random(8);
+  std::uniform_real_distribution<float> place(-1.0f, 1.0f);
+  int hits = 0;
+  for (int i = 0; i < 2000; ++i) {
+    const Vec3<float> o(place(random), place(random), -3.0f);
+    CollisionResult plus, minus;
+    const bool hit = grid.intersect(ctx, Ray<float>(o, {0.0f, 0.0f, 1.0f}), plus);
+    ASSERT_EQ(grid.intersect(ctx, Ray<float>(o, {-0.0f, -0.0f, 1.0f}), minus), hit);
+    ASSERT_EQ(plus.primitiveIndex, minus.primitiveIndex);
+    ASSERT_EQ(plus.distance, minus.distance);
+    hits += hit ? 1 : 0;
+  }
+  EXPECT_GT(hits, 500);
+}
+
+// Half of the points of a box lie a rounding error below its minimum when they are computed from a ray.
+TEST(Grid, EntryBelowTheBoxByARoundingErrorBelongsToTheFirstCell) {
+  const TestMesh mesh = bumpySphere(40, 60, 0.0f);
+  const TriangleAccelerationModel model = modelOf(mesh);
+  const GridAcceleration grid(model);
+  const NoAcceleration all(model);
+  RayMaker maker(mesh, 6);
+  int lost = 0, hits = 0;
+  for (int i = 0; i < 3000; ++i) {
+    const Ray<float> ray = maker.ordinary();
+    CollisionResult a, b;
+    if (!all.intersect(IntersectionContext(), ray, a)) continue;
+    ++hits;
+    lost += grid.intersect(IntersectionContext(), ray, b) ? 0 : 1;
+  }
+  EXPECT_GT(hits, 1000);
+  EXPECT_EQ(lost, 0);
+}
+
+TEST(Grid, DrawShowsTheOccupiedCells) {
+  static std::vector<Box3<float>> boxes;
+  static tarn::Vec4<float> colour;
+  boxes.clear();
+  FakeModel model = rowOfCells(2);
+  model.boxes.resize(1);
+  const GridAcceleration grid(model);
+  grid.draw([](const Box3<float>& box, const tarn::Vec4<float>& c) {
+    boxes.push_back(box);
+    colour = c;
+  });
+  ASSERT_FALSE(boxes.empty());
+  EXPECT_EQ(colour, tarn::Vec4<float>(0.4f, 0.9f, 0.5f, 0.2f));
+  Box3<float> all;
+  for (const auto& box : boxes) {
+    EXPECT_LT(box.min.x, 0.75f);
+    all.extendBy(box);
+  }
+  EXPECT_LE(all.min.x, 0.25f);
+  EXPECT_GE(all.max.x, 0.75f);
+
+  boxes.clear();
+  model.all = Box3<float>();
+  GridAcceleration(model).draw([](const Box3<float>& box, const tarn::Vec4<float>&) { boxes.push_back(box); });
+  EXPECT_TRUE(boxes.empty());
+}
+
+TEST(Grid, ResolutionIsThatOfThePlainRule) {
+  for (const TestMesh& mesh : sampleMeshes()) {
+    const TriangleAccelerationModel model = modelOf(mesh);
+    const GridAcceleration grid(model);
+    const PlainGrid plain(model);
+    for (const std::size_t axis : {0u, 1u, 2u}) EXPECT_EQ(grid.resolution()[axis], plain.resolution(axis)) << mesh.name;
+  }
+}
+
+TEST(Grid, AnswersLikeThePlainRuleBitForBit) {
+  const unsigned seed = 2024;
+  SCOPED_TRACE(seed);
+  for (const TestMesh& mesh : sampleMeshes()) {
+    const TriangleAccelerationModel model = modelOf(mesh);
+    const GridAcceleration grid(model);
+    const PlainGrid plain(model);
+    RayMaker maker(mesh, seed);
+    IntersectionContext ctx;
+    for (int i = 0; i < 30000; ++i) {
+      const Ray<float> ray = i % 3 ? maker.hostile() : maker.ordinary();
+      ctx.nearestHit = i % 4 != 0;
+      CollisionResult expected = marked(), got = marked();
+      const bool hit = plain.intersect(ctx, ray, expected);
+      ASSERT_EQ(grid.intersect(ctx, ray, got), hit) << mesh.name << " " << show(ray);
+      ASSERT_TRUE(sameRecord(got, expected)) << mesh.name << " " << show(ray) << show(got) << show(expected);
+    }
+  }
+}
+
+// The grid may give another hit than the nearest, for one reason only: the hit of the first cell lies beyond it. Then the
+// nearest one is listed in later cells and not in the one that answered.
+TEST(Grid, DiffersFromBruteForceOnlyByTheFirstCell) {
+  const unsigned seed = 99;
+  SCOPED_TRACE(seed);
+  for (const TestMesh& mesh : {bumpySphere(24, 40, 0.3f), bumpySphere(6, 8, 0.0f), soup(400, 11), cube()}) {
+    const TriangleAccelerationModel model = modelOf(mesh);
+    const GridAcceleration grid(model);
+    RayMaker maker(mesh, seed);
+    int hits = 0, farther = 0, missed = 0;
+    for (int i = 0; i < 20000; ++i) {
+      const Ray<float> ray = maker.ordinary();
+      CollisionResult nearest, got;
+      const bool any = plainNearest(model, ray, nearest), hit = grid.intersect(IntersectionContext(), ray, got);
+      ASSERT_LE(hit, any) << show(ray);
+      hits += any ? 1 : 0;
+      if (any && !hit) ++missed;
+      if (!hit || bitsOf(got.distance) == bitsOf(nearest.distance)) continue;
+      ++farther;
+      ASSERT_GT(got.distance, nearest.distance);
+      // The triangle that answered reaches back into a cell that the ray crosses before the nearest hit: its box is entered
+      // before the nearest hit's point is reached, give or take a cell.
+      float tNear = 0, tFar = 0;
+      Box3<float> grown = model.bounds(got.primitiveIndex);
+      grown.pad((model.bounds().max - model.bounds().min) /
+                Vec3<float>(static_cast<float>(grid.resolution()[0]), static_cast<float>(grid.resolution()[1]),
+                            static_cast<float>(grid.resolution()[2])));
+      ASSERT_TRUE(plainBox(ray, grown, tNear, tFar)) << show(ray);
+      ASSERT_LE(tNear, nearest.distance) << show(ray);
+    }
+    EXPECT_GT(hits, 1000) << mesh.name;
+    EXPECT_EQ(missed, 0) << mesh.name;
+    RecordProperty(mesh.name, farther);
+  }
+}
+
+TEST(Grid, ThreadsGetTheSameAnswers) {
+  const TestMesh mesh = bumpySphere(24, 40, 0.3f);
+  const TriangleAccelerationModel model = modelOf(mesh);
+  const GridAcceleration grid(model);
+  const auto run = [&](std::vector<CollisionResult>& out) {
+    RayMaker maker(mesh, 5);
+    for (auto& result : out) grid.intersect(IntersectionContext(), maker.ordinary(), result);
+  };
+  std::vector<CollisionResult> expected(3000);
+  run(expected);
+  std::vector<std::vector<CollisionResult>> got(4, std::vector<CollisionResult>(3000));
+  std::vector<std::thread> threads;
+  for (auto& out : got) threads.emplace_back([&] { run(out); });
+  for (auto& thread : threads) thread.join();
+  for (const auto& out : got)
+    for (std::size_t i = 0; i < out.size(); ++i) ASSERT_TRUE(sameRecord(out[i], expected[i]));
+}
+
+}  // namespace
