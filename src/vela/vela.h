@@ -29,3 +29,4 @@
 #include "vela/channels/ChannelPack.h"
 #include "vela/channels/ChannelSet.h"
 #include "vela/channels/DefaultChannelManager.h"
+#include "vela/camera/SceneCamera.h"
