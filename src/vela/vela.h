@@ -30,3 +30,5 @@
 #include "vela/channels/ChannelSet.h"
 #include "vela/channels/DefaultChannelManager.h"
 #include "vela/camera/SceneCamera.h"
+#include "vela/asset/AssetInfo.h"
+#include "vela/asset/AssetManager.h"

@@ -1,0 +1,160 @@
+#include "vela/asset/AssetManager.h"
+
+#include "vela/asset/detail/AssetState.h"
+#include "vela/asset/detail/OpenAssetIO.h"
+#include "vela/asset/detail/PythonBridge.h"
+#include "vela/log/Log.h"
+
+#include <cstdlib>
+#include <mutex>
+#include <unordered_map>
+#include <utility>
+
+namespace vela::asset {
+namespace {
+
+using openassetio::hostApi::Manager;
+using openassetio::hostApi::ManagerFactory;
+using FactoryPtr = openassetio::hostApi::ManagerImplementationFactoryInterfacePtr;
+
+/// Tells managers which application they serve.
+class BraeHostInterface final : public openassetio::hostApi::HostInterface {
+ public:
+  [[nodiscard]] openassetio::Identifier identifier() const override { return "org.vela.host"; }
+  [[nodiscard]] openassetio::Str displayName() const override { return "Asset System"; }
+};
+
+/// Never destroyed: managers of Python plug-ins would reach for an interpreter that is gone by then.
+struct State {
+  std::mutex mutex;  // held to read and write these, never across a call into the manager
+  std::shared_ptr<Manager> manager;
+  std::shared_ptr<openassetio::Context> context;
+  std::unordered_map<std::string, openassetio::trait::TraitsDataPtr> resolved;
+};
+
+State& state() {
+  static State& instance = *new State;
+  return instance;
+}
+
+unsigned logChannel() {
+  static const unsigned channel = Halden::Log::channel("Asset System");
+  return channel;
+}
+
+std::shared_ptr<Manager> makeManager(const std::string& configPath) {
+  // Console output of OpenAssetIO's own, filtered by OPENASSETIO_LOGGING_SEVERITY.
+  const openassetio::log::LoggerInterfacePtr logger =
+      openassetio::log::SeverityFilter::make(openassetio::log::ConsoleLogger::make(true));
+
+  // Native and Python plug-ins side by side. Native ones first: they answer where both have an identifier.
+  const FactoryPtr python = detail::makePythonFactory(logger);
+  const FactoryPtr native = openassetio::pluginSystem::CppPluginSystemManagerImplementationFactory::make(logger);
+  std::vector<FactoryPtr> factories{native};
+  if (python) factories.push_back(python);
+  const FactoryPtr factory =
+      openassetio::pluginSystem::HybridPluginSystemManagerImplementationFactory::make(std::move(factories), logger);
+
+  const auto host = std::make_shared<BraeHostInterface>();
+  return configPath.empty() ? ManagerFactory::defaultManagerForInterface(host, factory, logger)
+                            : ManagerFactory::defaultManagerForInterface(configPath, host, factory, logger);
+}
+
+}  // namespace
+
+// ---- State -------------------------------------------------------------------------------------------------------
+
+namespace detail {
+
+std::shared_ptr<openassetio::Context> contextForCalls() {
+  if (auto context = getContext()) return context;
+  return openassetio::Context::make(openassetio::trait::TraitsData::make(), nullptr);
+}
+
+bool findResolved(const std::string& key, openassetio::trait::TraitsDataPtr& data) {
+  State& s = state();
+  const std::lock_guard lock(s.mutex);
+  const auto known = s.resolved.find(key);
+  if (known == s.resolved.end()) return false;
+  data = known->second;
+  return true;
+}
+
+void storeResolved(const std::string& key, const openassetio::trait::TraitsDataPtr& data) {
+  State& s = state();
+  const std::lock_guard lock(s.mutex);
+  s.resolved[key] = data;
+}
+
+void logError(std::string_view text) { Halden::Log::write(Halden::Log::error, text, logChannel()); }
+void logWarning(std::string_view text) { Halden::Log::write(Halden::Log::warning, text, logChannel()); }
+void logVerbose(std::string_view text) { Halden::Log::write(Halden::Log::verbose, text, logChannel()); }
+
+}  // namespace detail
+
+// ---- Manager and context -----------------------------------------------------------------------------------------
+
+void setupManager(const std::string& configPath) {
+  if (!std::getenv("OPENASSETIO_DEFAULT_CONFIG") && configPath.empty()) return;
+
+  detail::guarded("Failed to create the default OpenAssetIO Manager (Unexpected): ", false, [&] {
+    const std::shared_ptr<Manager> manager = makeManager(configPath);
+    if (!manager) {
+      detail::logError("Failed to create the default OpenAssetIO Manager");
+    } else if (!manager->hasCapability(Manager::Capability::kResolution)) {
+      // KEEP(asset-unresolving-manager): it is installed all the same; it may know its references, which hosts rely on.
+      detail::logWarning("Loaded manager " + manager->displayName() +
+                         ", but it does not support asset resolution and will be ignored");
+    }
+    setManager(manager);
+    return true;
+  });
+}
+
+std::shared_ptr<Manager> getManager() {
+  State& s = state();
+  const std::lock_guard lock(s.mutex);
+  return s.manager;
+}
+
+void setManager(const std::shared_ptr<Manager>& manager) {
+  // KEEP(asset-cache-outlives-manager): only clearCache forgets what was resolved; hosts swap managers in mid-session and
+  // call it when the answers may differ.
+  std::shared_ptr<Manager> previous = manager;
+  State& s = state();
+  {
+    const std::lock_guard lock(s.mutex);
+    s.manager.swap(previous);
+  }
+  // The previous one dies here, outside the lock: a plug-in runs as it goes.
+}
+
+std::shared_ptr<openassetio::Context> getContext() {
+  State& s = state();
+  const std::lock_guard lock(s.mutex);
+  return s.context;
+}
+
+void clearContext() {
+  const std::shared_ptr<Manager> manager = getManager();
+  if (!manager) return;
+  detail::guarded("Failed to create a context: ", false, [&] {
+    std::shared_ptr<openassetio::Context> context = manager->createContext();
+    State& s = state();
+    const std::lock_guard lock(s.mutex);
+    s.context.swap(context);
+    return true;
+  });
+}
+
+void clearCache() {
+  {
+    std::unordered_map<std::string, openassetio::trait::TraitsDataPtr> previous;
+    State& s = state();
+    const std::lock_guard lock(s.mutex);
+    s.resolved.swap(previous);
+  }
+  setupManager(std::string());
+}
+
+}  // namespace vela::asset
