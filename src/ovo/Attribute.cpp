@@ -87,12 +87,6 @@ std::vector<double> Attribute::timeSamples() const {
 
 namespace {
 
-bool isQuaternions(const pxr::VtValue& value) {
-  return value.IsHolding<pxr::GfQuatf>() || value.IsHolding<pxr::GfQuatd>() || value.IsHolding<pxr::GfQuath>() ||
-         value.IsHolding<pxr::VtArray<pxr::GfQuatf>>() || value.IsHolding<pxr::VtArray<pxr::GfQuatd>>() ||
-         value.IsHolding<pxr::VtArray<pxr::GfQuath>>();
-}
-
 template <class T>
 bool readAt(const detail::PrimNode* node, const Token& name, T& value, double time, bool authored) {
   if (!node || !node->alive || name.isEmpty()) return false;
@@ -106,20 +100,11 @@ bool readAt(const detail::PrimNode* node, const Token& name, T& value, double ti
     const detail::Fallback* const fallback = detail::findFallback(*node, name.asString());
     return fallback && detail::readValue(fallback->value, value, pxr::SdfLayerOffset());
   }
-  const pxr::SdfLayerOffset& times = found.opinion->stageFromLayer;
-  if constexpr (detail::isContinuous<typename detail::ElementOf<T>::Type>) {
-    if (found.fraction != 0.0) {
-      T lower{}, upper{};
-      if (!detail::readValue(found.lower, lower, times)) return false;
-      if (!detail::readValue(found.upper, upper, times)) {
-        value = std::move(lower);
-        return true;
-      }
-      value = detail::interpolate(lower, upper, found.fraction, isQuaternions(found.lower));
-      return true;
-    }
+  if constexpr (std::is_same_v<typename detail::ElementOf<T>::Type, std::string> ||
+                std::is_same_v<typename detail::ElementOf<T>::Type, Token>) {
+    return detail::readValue(detail::evaluateFileNames(found), value, found.opinion->stageFromLayer);
   }
-  return detail::readValue(found.lower, value, times);
+  return detail::readValue(found.value, value, found.opinion->stageFromLayer);
 }
 
 }  // namespace

@@ -181,8 +181,10 @@ void StageData::fill(PrimNode& node, const pxr::PcpPrimIndex& index) {
 void StageData::inheritFlags(PrimNode& node) const {
   const PrimNode* const parent = node.parent;
   const bool isDefining = pxr::SdfIsDefiningSpecifier(node.specifier);
-  node.defined = !parent || (parent->defined && isDefining);
-  node.abstract = parent && (parent->abstract || node.specifier == pxr::SdfSpecifierClass);
+  // Below an instance OpenUSD tells the flags of the shared prototype, whose root counts as defined and not abstract.
+  const bool prototype = parent && parent->instance;
+  node.defined = !parent || ((parent->defined || prototype) && isDefining);
+  node.abstract = parent && ((parent->abstract && !prototype) || node.specifier == pxr::SdfSpecifierClass);
   node.instanceProxy = parent && (parent->instance || parent->instanceProxy);
 }
 

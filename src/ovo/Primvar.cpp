@@ -99,8 +99,8 @@ std::size_t Primvar::elementCount(double time) const {
   const detail::Collector collector(node_->stage->problems);
   const detail::Found found = detail::findValue(*node_, pxr::TfToken(name_.asString()), time, false);
   if (!found.hasValue) return 0;
-  if (!found.lower.IsArrayValued()) return 1;
-  return countOf(found.lower) / static_cast<std::size_t>(elementSize());
+  if (!found.value.IsArrayValued()) return 1;
+  return countOf(found.value) / static_cast<std::size_t>(elementSize());
 }
 
 template <class T>

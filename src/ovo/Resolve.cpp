@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "ovo/detail/Convert.h"
 #include "tarn/Time.h"
 
 namespace ovo::detail {
@@ -41,12 +42,17 @@ Source findSource(const PrimNode& node, const pxr::TfToken& name) {
 
 namespace {
 
+template <class T>
+struct As {
+  using Type = T;
+};
+
 Found found(const Opinion* opinion, pxr::VtValue value) {
   Found result;
   result.opinion = opinion;
   result.blocked = value.IsHolding<pxr::SdfValueBlock>();
   result.hasValue = !result.blocked && !value.IsEmpty();
-  result.lower = std::move(value);
+  result.value = std::move(value);
   return result;
 }
 
@@ -68,7 +74,7 @@ Found findAt(const PrimNode& node, const pxr::TfToken& name, double time) {
     Found result;
     result.opinion = source.opinion;
     result.hasValue = spline.Eval(at, &value);
-    if (result.hasValue) result.lower = pxr::VtValue(value);
+    if (result.hasValue) result.value = pxr::VtValue(value);
     return result;
   }
 
@@ -79,9 +85,20 @@ Found findAt(const PrimNode& node, const pxr::TfToken& name, double time) {
   Found result = found(source.opinion, std::move(lowerValue));
   // Samples this near count as one.
   if (!result.hasValue || std::abs(upper - lower) < 1e-6 || !(local > lower)) return result;
-  if (layer.QueryTimeSample(source.path, upper, &result.upper) && !result.upper.IsHolding<pxr::SdfValueBlock>())
-    result.fraction = (local - lower) / (upper - lower);
+  pxr::VtValue upperValue, mixed;
+  if (layer.QueryTimeSample(source.path, upper, &upperValue) &&
+      mixStored(result.value, upperValue, (local - lower) / (upper - lower), mixed))
+    result.value = std::move(mixed);
   return result;
+}
+
+bool mixStored(const pxr::VtValue& a, const pxr::VtValue& b, double t, pxr::VtValue& out) {
+  const auto tryAll = [&](auto... types) { return (mixAs<typename decltype(types)::Type>(a, b, t, out) || ...); };
+  return tryAll(As<float>(), As<double>(), As<pxr::GfHalf>(), As<pxr::SdfTimeCode>(), As<pxr::GfVec3f>(),
+                As<pxr::GfVec3d>(), As<pxr::GfVec3h>(), As<pxr::GfVec2f>(), As<pxr::GfVec2d>(), As<pxr::GfVec2h>(),
+                As<pxr::GfVec4f>(), As<pxr::GfVec4d>(), As<pxr::GfVec4h>(), As<pxr::GfMatrix4d>(),
+                As<pxr::GfMatrix3d>(), As<pxr::GfMatrix2d>(), As<pxr::GfQuatf>(), As<pxr::GfQuatd>(),
+                As<pxr::GfQuath>());
 }
 
 Found findDefault(const PrimNode& node, const pxr::TfToken& name) {
@@ -98,6 +115,26 @@ Found findValue(const PrimNode& node, const pxr::TfToken& name, double time, boo
   Found result = findDefault(node, name);
   if (result.hasValue || authored) return result;
   return findAt(node, name, tarn::earliestTimeValue());
+}
+
+pxr::VtValue evaluateFileNames(const Found& found) {
+  const auto evaluate = [&found](const pxr::SdfAssetPath& path) {
+    const std::string& text = path.GetAssetPath();
+    if (!pxr::SdfVariableExpression::IsExpression(text)) return path;
+    static const pxr::VtDictionary none;
+    const pxr::PcpNodeRef& node = found.opinion->node;
+    const pxr::VtDictionary& variables =
+        node ? node.GetLayerStack()->GetExpressionVariables().GetVariables() : none;
+    const pxr::SdfVariableExpression::Result result =
+        pxr::SdfVariableExpression(text).EvaluateTyped<std::string>(variables);
+    return result.value.IsHolding<std::string>() ? pxr::SdfAssetPath(result.value.UncheckedGet<std::string>()) : path;
+  };
+  if (found.value.IsHolding<pxr::SdfAssetPath>())
+    return pxr::VtValue(evaluate(found.value.UncheckedGet<pxr::SdfAssetPath>()));
+  if (!found.value.IsHolding<pxr::VtArray<pxr::SdfAssetPath>>()) return found.value;
+  pxr::VtArray<pxr::SdfAssetPath> paths = found.value.UncheckedGet<pxr::VtArray<pxr::SdfAssetPath>>();
+  for (pxr::SdfAssetPath& path : paths) path = evaluate(path);
+  return pxr::VtValue::Take(paths);
 }
 
 const Fallback* findFallback(const PrimNode& node, const std::string& name) {
@@ -121,8 +158,13 @@ pxr::SdfValueTypeName findType(const PrimNode& node, const std::string& name) {
   const pxr::TfToken token(name);
   for (const Opinion& opinion : node.opinions) {
     pxr::TfToken type;
-    if (opinion.layer->HasField(opinion.property(token), pxr::SdfFieldKeys->TypeName, &type) && !type.IsEmpty())
-      return pxr::SdfSchema::GetInstance().FindOrCreateType(type);
+    if (!opinion.layer->HasField(opinion.property(token), pxr::SdfFieldKeys->TypeName, &type) || type.IsEmpty()) continue;
+    const pxr::SdfSchema& schema = pxr::SdfSchema::GetInstance();
+    const pxr::SdfValueTypeName found = schema.FindOrCreateType(type);
+    // Names from before the current ones, such as ColorFloat, begin with a capital.
+    if (!(type.GetText()[0] >= 'A' && type.GetText()[0] <= 'Z')) return found;
+    const pxr::SdfValueTypeName current = schema.FindType(found.GetType(), found.GetRole());
+    return current ? current : found;
   }
   if (const Fallback* const fallback = findFallback(node, name)) return fallback->type;
   return pxr::SdfValueTypeName();

@@ -3,7 +3,6 @@
 #include <dlfcn.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <memory>
@@ -54,6 +53,8 @@ class Delegate final : public pxr::TfDiagnosticMgr::Delegate {
 
  private:
   static void take(const std::string& message) {
+    // That a file is old is no reason for anything to be missing.
+    if (message.find("PXR_USDC_EMIT_DEPRECATION_WARNINGS") != std::string::npos) return;
     if (tlsProblems) {
       tlsProblems->add(message);
       return;
@@ -180,9 +181,6 @@ std::filesystem::path ownFolder() {
 }
 
 std::string start() {
-  // Old binary files would otherwise be reported on the screen; read once, before the first file is opened.
-  setenv("PXR_USDC_EMIT_DEPRECATION_WARNINGS", "0", 0);
-
   static Delegate* const delegate = new Delegate;
   pxr::TfDiagnosticMgr::GetInstance().AddDelegate(delegate);
 

@@ -185,8 +185,14 @@ double Stage::getTimeCodesPerSecond() const {
 }
 
 double Stage::getFramesPerSecond() const { return numberOf(*data_, pxr::SdfFieldKeys->FramesPerSecond, 24.0); }
-double Stage::getStartTimeCode() const { return numberOf(*data_, pxr::SdfFieldKeys->StartTimeCode, 0.0); }
-double Stage::getEndTimeCode() const { return numberOf(*data_, pxr::SdfFieldKeys->EndTimeCode, 0.0); }
+
+// Old files have frames where newer ones have time codes.
+double Stage::getStartTimeCode() const {
+  return numberOf(*data_, pxr::SdfFieldKeys->StartTimeCode, numberOf(*data_, pxr::SdfFieldKeys->StartFrame, 0.0));
+}
+double Stage::getEndTimeCode() const {
+  return numberOf(*data_, pxr::SdfFieldKeys->EndTimeCode, numberOf(*data_, pxr::SdfFieldKeys->EndFrame, 0.0));
+}
 
 Token Stage::getDefaultPrimName() const {
   pxr::VtValue value;
@@ -199,8 +205,9 @@ bool Stage::hasMetersPerUnit() const { return data_->stageField(metersField(), n
 bool Stage::hasTimeCodesPerSecond() const { return data_->stageField(pxr::SdfFieldKeys->TimeCodesPerSecond, nullptr); }
 bool Stage::hasFramesPerSecond() const { return data_->stageField(pxr::SdfFieldKeys->FramesPerSecond, nullptr); }
 bool Stage::hasTimeCodeRange() const {
-  return data_->stageField(pxr::SdfFieldKeys->StartTimeCode, nullptr) &&
-         data_->stageField(pxr::SdfFieldKeys->EndTimeCode, nullptr);
+  const auto has = [this](const pxr::TfToken& field) { return data_->stageField(field, nullptr); };
+  return (has(pxr::SdfFieldKeys->StartTimeCode) || has(pxr::SdfFieldKeys->StartFrame)) &&
+         (has(pxr::SdfFieldKeys->EndTimeCode) || has(pxr::SdfFieldKeys->EndFrame));
 }
 
 bool Stage::setUpAxis(const Token& axis) {

@@ -2,7 +2,6 @@
 /// Stored values to the library's own and back. Which pairs convert is told in ovo/Attribute.h.
 #pragma once
 
-#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -287,55 +286,45 @@ template <class T>
   return type && writeAny(value, type.GetDefaultValue(), stored, Types());
 }
 
-// Interpolation, in double, narrowed once.
+// Interpolation, in the stored type and by OpenUSD's own formulas: single precision stays single, so that the
+// results are the same numbers.
 
-template <class F>
-[[nodiscard]] F mix(F a, F b, double t) {
-  return static_cast<F>(static_cast<double>(a) * (1.0 - t) + static_cast<double>(b) * t);
+template <class S>
+[[nodiscard]] S mixSingle(const S& a, const S& b, double t) {
+  if constexpr (isQuat<S>)
+    return pxr::GfSlerp(t, a, b);
+  else if constexpr (std::is_same_v<S, pxr::GfHalf>)
+    return pxr::GfHalf(static_cast<float>((1.0 - t) * static_cast<double>(static_cast<float>(a)) +
+                                          t * static_cast<double>(static_cast<float>(b))));
+  else if constexpr (std::is_same_v<S, float>)
+    return static_cast<float>((1.0 - t) * static_cast<double>(a) + t * static_cast<double>(b));
+  else if constexpr (std::is_same_v<S, pxr::SdfTimeCode>)
+    return pxr::SdfTimeCode((1.0 - t) * a.GetValue() + t * b.GetValue());
+  else
+    return (1.0 - t) * a + t * b;
 }
 
-template <class T>
-inline constexpr bool isContinuous =
-    std::is_floating_point_v<T> || (dimensionOf<T> != 0 && !std::is_same_v<T, tarn::Vec2<int>> &&
-                                    !std::is_same_v<T, tarn::Vec3<int>> && !std::is_same_v<T, tarn::Vec4<int>>) ||
-    std::is_same_v<T, tarn::Mat4<double>>;
-
-template <class F>
-[[nodiscard]] tarn::Vec4<F> slerp(const tarn::Vec4<F>& a, const tarn::Vec4<F>& b, double t) {
-  const tarn::Vec4<double> p(a), q(b);
-  double cosine = tarn::dot(p, q);
-  const double side = cosine < 0.0 ? -1.0 : 1.0;
-  cosine *= side;
-  double scaleP = 1.0 - t, scaleQ = t;
-  // Near each other the sine in the denominator loses all digits, and the straight line is as good.
-  if (1.0 - cosine > 0.00001) {
-    const double angle = std::acos(cosine), sine = std::sin(angle);
-    scaleP = std::sin((1.0 - t) * angle) / sine;
-    scaleQ = std::sin(t * angle) / sine;
+template <class S>
+[[nodiscard]] bool mixAs(const pxr::VtValue& a, const pxr::VtValue& b, double t, pxr::VtValue& out) {
+  if (a.IsHolding<S>() && b.IsHolding<S>()) {
+    out = pxr::VtValue(mixSingle(a.UncheckedGet<S>(), b.UncheckedGet<S>(), t));
+    return true;
   }
-  return tarn::Vec4<F>(p * scaleP + q * (scaleQ * side));
+  using Stored = pxr::VtArray<S>;
+  if (!a.IsHolding<Stored>() || !b.IsHolding<Stored>()) return false;
+  const Stored& as = a.UncheckedGet<Stored>();
+  const Stored& bs = b.UncheckedGet<Stored>();
+  if (as.size() != bs.size()) return false;
+  Stored mixed(as.size());
+  S* const to = mixed.data();
+  const S* const from = as.cdata();
+  const S* const other = bs.cdata();
+  for (std::size_t i = 0; i < as.size(); ++i) to[i] = mixSingle(from[i], other[i], t);
+  out = pxr::VtValue::Take(mixed);
+  return true;
 }
 
-/// The value a fraction \p t of the way from \p a to \p b; arrays of unequal size give \p a.
-template <class T>
-[[nodiscard]] T interpolate(const T& a, const T& b, double t, bool quaternions) {
-  if constexpr (isArray<T>) {
-    if (a.size() != b.size()) return a;
-    T out;
-    out.resize(a.size());
-    auto* const to = out.data();
-    for (std::size_t i = 0; i < a.size(); ++i) to[i] = interpolate(a[i], b[i], t, quaternions);
-    return out;
-  } else if constexpr (std::is_floating_point_v<T>) {
-    return mix(a, b, t);
-  } else {
-    if constexpr (dimensionOf<T> == 4)
-      if (quaternions) return slerp(a, b, t);
-    T out = a;
-    const std::size_t count = dimensionOf<T> != 0 ? dimensionOf<T> : 16;
-    for (std::size_t i = 0; i < count; ++i) out[i] = mix(a[i], b[i], t);
-    return out;
-  }
-}
+/// The value a fraction \p t of the way from \p a to \p b; false for what is held: other types, and arrays of unequal size.
+[[nodiscard]] bool mixStored(const pxr::VtValue& a, const pxr::VtValue& b, double t, pxr::VtValue& out);
 
 }  // namespace ovo::detail

@@ -11,6 +11,8 @@
 #include <pxr/ar/resolver.h>
 #include <pxr/ar/resolverContextBinder.h>
 #include <pxr/gf/half.h>
+#include <pxr/gf/matrix2d.h>
+#include <pxr/gf/matrix3d.h>
 #include <pxr/gf/matrix4d.h>
 #include <pxr/gf/quatd.h>
 #include <pxr/gf/quatf.h>
@@ -30,6 +32,7 @@
 #include <pxr/pcp/cache.h>
 #include <pxr/pcp/changes.h>
 #include <pxr/pcp/errors.h>
+#include <pxr/pcp/expressionVariables.h>
 #include <pxr/pcp/layerStack.h>
 #include <pxr/pcp/mapExpression.h>
 #include <pxr/pcp/node.h>
@@ -50,6 +53,7 @@
 #include <pxr/sdf/timeCode.h>
 #include <pxr/sdf/types.h>
 #include <pxr/sdf/valueTypeName.h>
+#include <pxr/sdf/variableExpression.h>
 #include <pxr/sdf/zipFile.h>
 #include <pxr/tf/diagnosticMgr.h>
 #include <pxr/tf/errorMark.h>

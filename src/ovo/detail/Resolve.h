@@ -16,13 +16,12 @@ struct Source {
   pxr::VtValue value;    ///< of a single value or a spline
 };
 
-/// A value found at a time: one sample, or two and the fraction of the way between them.
+/// A value found at a time.
 struct Found {
   bool hasValue = false;
   bool blocked = false;  ///< an opinion says that there is none
   const Opinion* opinion = nullptr;
-  pxr::VtValue lower, upper;
-  double fraction = 0.0;  ///< 0: lower alone
+  pxr::VtValue value;
 };
 
 /// The source at numeric times; kind single may hold a block.
@@ -32,6 +31,8 @@ struct Found {
 [[nodiscard]] Found findDefault(const PrimNode& node, const pxr::TfToken& name);
 /// As ovo/Attribute.h tells: \p authored leaves time samples out at the default time. Without fallbacks.
 [[nodiscard]] Found findValue(const PrimNode& node, const pxr::TfToken& name, double time, bool authored);
+/// The value found, expressions in file names replaced by what they give.
+[[nodiscard]] pxr::VtValue evaluateFileNames(const Found& found);
 /// The fallback of the prim's type, or null.
 [[nodiscard]] const Fallback* findFallback(const PrimNode& node, const std::string& name);
 
