@@ -30,7 +30,8 @@ struct Tokens {
 
   // Primvars
   Token st{"st"}, st0{"st0"}, st1{"st1"}, uv{"uv"}, uv0{"uv0"}, uv1{"uv1"}, map1{"map1"}, UVMap{"UVMap"},
-      displayColor{"displayColor"}, displayOpacity{"displayOpacity"};
+      displayColor{"displayColor"}, displayOpacity{"displayOpacity"}, Cd{"Cd"}, st_w{"st_w"}, uv_w{"uv_w"},
+      map1_w{"map1_w"}, UVMap_w{"UVMap_w"};
   Token primvarsSt{"primvars:st"};            ///< `primvars:st`
   Token primvarsUv{"primvars:uv"};            ///< `primvars:uv`
   Token primvarsNormals{"primvars:normals"};  ///< `primvars:normals`

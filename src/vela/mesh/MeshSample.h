@@ -26,7 +26,7 @@ namespace vela {
 /// - uvs: the first of the primvars `st`, `uv`, `map1`, `UVMap`, `primvars:st0`, `primars:st1`, `uv0`;
 /// - uvExtra, a third texture coordinate: the first of the float primvars `st_w`, `uv_w`, `map1_w`, `UVMap_w`;
 /// - normals: `primvars:normals`, else `normals`;
-/// - vectors, colours: the primvar `displayColor`, else `Cd`; scalars, opacities: the primvar `displayOpacity`;
+/// - vectors (colours): the primvar `displayColor`, else `Cd`; scalars (opacities): the primvar `displayOpacity`;
 /// - pointVectors: the attribute `velocities`; pointData: the attribute `accelerations`.
 /// Primvars are looked for on the prim first; where it has none of the names, constant ones of the prims above apply.
 ///
@@ -46,8 +46,9 @@ class VELA_API MeshSample {
 
   /// Reads a mesh of a scene, and refines it when it asks for that.
   ///
-  /// Primvars of every interpolation come out per face-vertex: those per point and per face are spread, a list that fits
-  /// no count gives its first value everywhere, and only one that says to be per face-vertex is kept whatever its count.
+  /// Primvars of every interpolation come out per face-vertex: those per point (`vertex` and `varying`) and per face are
+  /// spread, a list that fits no count gives its first value everywhere, and only one that says to be per face-vertex
+  /// is kept whatever its count.
   /// Normals whose count is not that of the face-vertices, and those of a refined mesh, are replaced by smooth ones
   /// (calcPointNormals), which point outward for left-handed meshes too. A failed computation leaves those that were read.
   ///
@@ -72,12 +73,12 @@ class VELA_API MeshSample {
   // Writing, at `time`. What is written reads back the same.
 
   /// Writes counts and indices, each only when there are any. \return true when at least one was written
-  bool setMeshPrimFaceTopology(ovo::MeshPrim& prim);
+  bool setMeshPrimFaceTopology(ovo::MeshPrim& prim) const;
 
   /// Writes the points and, when asked, the extent.
   /// \return what writing the extent gave. False without points, when nothing is written, and also when `writeBounds`
   ///         is false, although the points are written then
-  bool setMeshPrimPointsAndBounds(ovo::MeshPrim& prim, bool writeBounds);
+  bool setMeshPrimPointsAndBounds(ovo::MeshPrim& prim, bool writeBounds) const;
 
   /// Writes the data whose flag is set and which is not empty; uvExtra goes with the uvs. Mind the order: vectors before
   /// scalars here, the other way round when sampling.
@@ -87,7 +88,7 @@ class VELA_API MeshSample {
   /// face-vertex, else per point, per face, constant.
   /// \return true when at least one was written
   bool setMeshPrimProperties(ovo::MeshPrim& prim, bool writeUVs, bool writeNormals, bool writeVectors,
-                             bool writeScalars, bool writePointVectors, bool writePointData);
+                             bool writeScalars, bool writePointVectors, bool writePointData) const;
 
   // Building
 
@@ -145,17 +146,19 @@ class VELA_API MeshSample {
   ovo::Token subdivisionScheme;       ///< as the prim says; empty in a mesh made by hand
   std::int32_t subdivisionLevel = 0;  ///< of the arrays before sampling refined them: 0
 
- private:
-  // Working arrays: what the prim says about its creases, corners and holes, read where it is refined. Kept between
-  // samplings for their storage only.
-  ovo::Array<std::int32_t> holeIndices_;
-  ovo::Array<std::int32_t> creaseIndices_;
-  ovo::Array<std::int32_t> creaseLengths_;
-  ovo::Array<float> creaseSharpnesses_;
-  ovo::Array<std::int32_t> cornerIndices_;
-  ovo::Array<float> cornerSharpnesses_;
+  /// \name What the prim says about the unrefined mesh
+  /// Read where sampling refines it, as scene files have them; empty otherwise.
+  /// @{
+  ovo::Array<std::int32_t> holeIndices;
+  ovo::Array<std::int32_t> creaseIndices;
+  ovo::Array<std::int32_t> creaseLengths;
+  ovo::Array<float> creaseSharpnesses;
+  ovo::Array<std::int32_t> cornerIndices;
+  ovo::Array<float> cornerSharpnesses;
+  /// @}
 
-  bool subdivide(const ovo::MeshPrim& prim, int level, bool withNormals);
+ private:
+  bool subdivide(const ovo::MeshPrim& prim, int level);
 };
 
 }  // namespace vela

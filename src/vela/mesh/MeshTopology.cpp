@@ -2,7 +2,16 @@
 
 #include <algorithm>
 
+#include "ovo/Tokens.h"
+
 namespace vela {
+
+MeshTopology::MeshTopology(const ovo::MeshPrim& prim, const double& time) {
+  if (!prim.isValid()) return;
+  if (!prim.getPoints(points, time) || points.empty()) return;
+  if (!prim.getAttr(ovo::tokens().faceVertexCounts).get(vertsPerFace, time) || vertsPerFace.empty()) return;
+  prim.getAttr(ovo::tokens().faceVertexIndices).get(faceVertPointIndices, time);
+}
 
 MeshTopology::Faces MeshTopology::faces() const { return Faces(vertsPerFace, faceVertPointIndices); }
 
