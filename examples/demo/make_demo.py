@@ -307,15 +307,16 @@ def asset(name, body, variants=None):
 
 
 def recolour(mesh_name, colour):
+    """For variants: the mesh itself then has no colour, since an opinion beside the variants would win over theirs."""
     return f'over "{mesh_name}"\n{{\n    color3f[] primvars:displayColor = {vectors([colour])}\n}}\n'
 
 
 def make_tile():
-    outline = [(5.9 * math.cos(TAU * k / 6), -5.9 * math.sin(TAU * k / 6)) for k in range(6)]
-    mesh = prism(outline, -2.0, 0.0, 0.06)
-    return asset("Tile", mesh.text("Slab", [CREAM], smooth=False),
-                 ("glaze", "cream", {"cream": "", "sand": recolour("Slab", (0.66, 0.56, 0.43)),
-                                     "rose": recolour("Slab", (0.55, 0.33, 0.26)), "ink": recolour("Slab", (0.10, 0.21, 0.30))}))
+    outline = [(9.3 * math.cos(TAU * k / 6), -9.3 * math.sin(TAU * k / 6)) for k in range(6)]
+    mesh = prism(outline, -2.0, 0.0, 0.045)
+    return asset("Tile", mesh.text("Slab", smooth=False),
+                 ("glaze", "cream", {"cream": recolour("Slab", CREAM), "sand": recolour("Slab", (0.64, 0.54, 0.41)),
+                                     "rose": recolour("Slab", (0.52, 0.32, 0.25)), "ink": recolour("Slab", (0.09, 0.19, 0.27))}))
 
 
 def make_vase():
@@ -332,7 +333,7 @@ def make_vase():
         angle = math.atan2(z, x)
         edge = 23.0 + 2.2 * math.sin(5 * angle + 0.7) + 1.5 * math.sin(11 * angle) + 0.9 * math.sin(23 * angle + 2.0)
         glaze = mix(TEAL, (0.20, 0.52, 0.50), (y - edge) / 22.0)
-        bare = mix(CLAY, SAND, 0.25 + 0.15 * math.sin(y * 2.1))
+        bare = mix(CLAY, SAND, 0.25 + 0.06 * math.sin(y * 0.9))
         colours.append(mix(bare, glaze, (y - edge) / 0.8 + 0.5))
     return asset("Vase", mesh.text("Body", colours, "vertex"))
 
@@ -344,9 +345,9 @@ def make_bowl():
     colours = []
     for x, y, z in mesh.points:
         angle, r = math.atan2(z, x), math.hypot(x, z)
-        band = 0.5 + 0.5 * math.tanh(6.0 * math.sin(24 * angle + 0.5 * y))
-        pattern = mix(INK, (0.62, 0.64, 0.62), band) if 7.2 < y < 11.2 else (0.62, 0.64, 0.62)
-        colours.append(mix((0.62, 0.64, 0.62), INK, (y - 12.7) * 4.0) if y > 12.6 else pattern if r > 12 else (0.62, 0.64, 0.62))
+        petal = abs(math.sin(7 * angle)) ** 0.8 * 5.2  # height to which each petal reaches
+        glaze = mix((0.62, 0.64, 0.62), (0.10, 0.22, 0.36), 0.5 + 1.2 * (petal - (y - 3.4)) / 2.0) if r > 6 else (0.62, 0.64, 0.62)
+        colours.append(mix(glaze, INK, (y - 12.6) * 3.0))
     return asset("Bowl", mesh.text("Body", colours, "vertex"))
 
 
@@ -390,20 +391,20 @@ def make_stone():
 def make_book():
     cover = box(-12.0, 0.0, -8.5, 12.0, 3.4, 8.5, 0.22)
     pages = box(-11.5, 0.4, -8.1, 12.15, 3.0, 8.7, 0.05)
-    body = cover.text("Cover", [ROSE], smooth=False) + pages.text("Pages", [(0.78, 0.73, 0.62)], smooth=False)
-    return asset("Book", body, ("cloth", "rose", {"rose": "", "ochre": recolour("Cover", OCHRE), "ink": recolour("Cover", INK)}))
+    body = cover.text("Cover", smooth=False) + pages.text("Pages", [(0.78, 0.73, 0.62)], smooth=False)
+    return asset("Book", body, ("cloth", "rose", {"rose": recolour("Cover", ROSE), "ochre": recolour("Cover", OCHRE), "ink": recolour("Cover", INK)}))
 
 
 def make_cup():
     outside = spline([(0.0, 0.3), (2.6, 0.3), (2.9, 0.0), (3.4, 0.3), (4.3, 2.4), (4.6, 5.2), (4.9, 8.0)], 5)
     inside = spline([(4.9, 8.0), (4.75, 8.15), (4.6, 8.0), (4.25, 5.2), (3.9, 2.6), (2.6, 1.0), (0.0, 0.8)], 5)
     mesh = lathe(outside + inside[1:], 72, lambda r, y, angle: r * (1 + 0.012 * math.cos(12 * angle)))
-    return asset("Cup", mesh.text("Body", [(0.70, 0.67, 0.60)]),
-                 ("glaze", "chalk", {"chalk": "", "sky": recolour("Body", (0.22, 0.40, 0.50)), "rust": recolour("Body", CLAY)}))
+    return asset("Cup", mesh.text("Body"),
+                 ("glaze", "chalk", {"chalk": recolour("Body", (0.70, 0.67, 0.60)), "sky": recolour("Body", (0.22, 0.40, 0.50)), "rust": recolour("Body", CLAY)}))
 
 
 def make_alcove():
-    wall, niche = alcove(190.0, 170.0, 34.0, 52.0, 46.0, 40)
+    wall, niche = alcove(190.0, 170.0, 34.0, 50.0, 30.0, 48)
     return asset("Alcove", wall.text("Wall", [(0.60, 0.38, 0.28)], smooth=False)
                  + niche.text("Niche", [(0.68, 0.56, 0.42)], smooth=False))
 
@@ -450,17 +451,15 @@ def place(name, file, translate=(0, 0, 0), rotate=(0, 0, 0), scale=1.0, variants
 def make_scene():
     dice = Dice(7)
     tiles = []
-    for column in range(-15, 16):
-        for row in range(-7, 9):
-            x = column * 9.1
-            z = row * 10.5 + (5.25 if column % 2 else 0.0)
-            if abs(x) > 140 or z < -74 or z > 76:
-                continue
+    for column in range(-8, 9):
+        for row in range(-5, 7):
+            x = column * 14.3
+            z = row * 16.5 + (8.25 if column % 2 else 0.0)
             roll = dice.roll(0, 1)
             glaze = "ink" if roll < 0.10 else "rose" if roll < 0.28 else "sand" if roll < 0.55 else "cream"
             tiles.append(place(f"Tile_{len(tiles):03d}", "tile", (x, dice.roll(-0.12, 0.0), z), (dice.roll(-0.5, 0.5), 0, dice.roll(-0.5, 0.5)),
                                variants={"glaze": glaze}))
-    floor = box(-190.0, -8.0, -84.0, 190.0, -0.9, 84.0, 0.5).text("Bed", [(0.30, 0.26, 0.22)], smooth=False)
+    floor = box(-190.0, -8.0, -96.0, 190.0, -0.9, 120.0, 0.5).text("Bed", [(0.30, 0.26, 0.22)], smooth=False)
 
     objects = [
         place("Vase", "vase", (-30.0, 0, -14.0), (0, 20, 0)),
@@ -486,9 +485,9 @@ def make_scene():
     text += '    def Xform "Room"\n    {\n' + indent(place("Alcove", "alcove", (0, 0, -46.0)), 2)
     text += '        def Xform "Floor"\n        {\n' + indent(floor + "".join(tiles), 3) + "        }\n    }\n"
     text += '    def Xform "Things"\n    {\n' + indent("".join(objects), 2) + "    }\n"
-    text += indent('def Camera "Camera"\n{\n    float focalLength = 52\n    float horizontalAperture = 36\n    float verticalAperture = 20.25\n'
-                   '    float2 clippingRange = (1, 10000)\n    float focusDistance = 150\n'
-                   '    double3 xformOp:translate = (6, 54, 150)\n    float3 xformOp:rotateXYZ = (-14.5, 2, 0)\n'
+    text += indent('def Camera "Camera"\n{\n    float focalLength = 50\n    float horizontalAperture = 36\n    float verticalAperture = 20.25\n'
+                   '    float2 clippingRange = (1, 10000)\n    float focusDistance = 205\n'
+                   '    double3 xformOp:translate = (9, 58, 205)\n    float3 xformOp:rotateXYZ = (-8.4, 2.2, 0)\n'
                    '    uniform token[] xformOpOrder = ["xformOp:translate", "xformOp:rotateXYZ"]\n}\n', 1)
     return text + "}\n"
 

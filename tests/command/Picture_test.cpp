@@ -1,0 +1,465 @@
+// Pictures against pixels computed by a plain loop: rays by formulas written here from the camera prim's own numbers, all
+// triangles tried in double precision, no tree. And what the command says about single pixels against its pictures.
+#include <ImfChannelList.h>
+#include <ImfFrameBuffer.h>
+#include <ImfHeader.h>
+#include <ImfInputFile.h>
+#include <ImfStringAttribute.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "Options.h"
+#include "Scene.h"
+#include "ovo/Tokens.h"
+#include "support/SharedData.h"
+#include "vela/mesh/Triangulate.h"
+
+namespace {
+
+using command::MeshEntry;
+using command::MeshList;
+using command::RenderOptions;
+using tarn::Mat4;
+using tarn::Vec3;
+using Real3 = Vec3<double>;
+
+constexpr double kPi = 3.14159265358979323846;
+
+// ----- what the command writes
+
+struct Read {
+  int width = 0, height = 0;
+  std::map<std::string, std::vector<float>> floats;
+  std::map<std::string, std::vector<std::uint32_t>> integers;
+  nlohmann::json manifest;
+};
+
+Read readExr(const std::string& file) {
+  Imf::InputFile input(file.c_str());
+  const auto window = input.header().dataWindow();
+  Read read;
+  read.width = window.max.x + 1;
+  read.height = window.max.y + 1;
+  const std::size_t count = static_cast<std::size_t>(read.width) * static_cast<std::size_t>(read.height);
+  Imf::FrameBuffer buffer;
+  for (auto c = input.header().channels().begin(); c != input.header().channels().end(); ++c) {
+    char* base = nullptr;
+    if (c.channel().type == Imf::UINT) {
+      read.integers[c.name()].resize(count);
+      base = reinterpret_cast<char*>(read.integers[c.name()].data());
+    } else {
+      read.floats[c.name()].resize(count);
+      base = reinterpret_cast<char*>(read.floats[c.name()].data());
+    }
+    buffer.insert(c.name(), Imf::Slice(c.channel().type, base, 4, 4 * static_cast<std::size_t>(read.width)));
+  }
+  input.setFrameBuffer(buffer);
+  input.readPixels(window.min.y, window.max.y);
+  if (const auto* text = input.header().findTypedAttribute<Imf::StringAttribute>("prim/manifest"))
+    read.manifest = nlohmann::json::parse(text->value());
+  return read;
+}
+
+// A folder of its own for each test.
+class Pictures : public testing::Test {
+ protected:
+  void SetUp() override {
+    folder_ = std::filesystem::path(testing::TempDir()) /
+              (std::string("vela_") + testing::UnitTest::GetInstance()->current_test_info()->name());
+    std::filesystem::create_directories(folder_);
+  }
+  void TearDown() override { std::filesystem::remove_all(folder_); }
+  [[nodiscard]] std::string at(const std::string& name) const { return (folder_ / name).string(); }
+
+  // A layer that shows a file through a camera that it adds.
+  [[nodiscard]] std::string withCamera(const std::string& file, const std::string& camera, const std::string& up = "Y") const {
+    std::ofstream(at("shot.usda")) << "#usda 1.0\n( upAxis = \"" << up << "\"\n  subLayers = [@" << file << "@] )\n"
+                                   << "def Camera \"TestCamera\"\n{\n" << camera << "\n}\n";
+    return at("shot.usda");
+  }
+
+  [[nodiscard]] Read render(RenderOptions options, const std::string& file) const {
+    options.scene.file = file;
+    options.exr = at("out.exr");
+    command::render(options);
+    return readExr(options.exr);
+  }
+
+  std::filesystem::path folder_;
+};
+
+// ----- the plain loop
+
+struct Triangle {
+  Real3 a, b, c;
+  std::uint32_t entry;
+  std::int32_t face;
+};
+
+struct PlainHit {
+  double distance = std::numeric_limits<double>::infinity();
+  std::uint32_t entry = 0;
+  std::int32_t face = -1;
+  [[nodiscard]] bool hit() const { return face >= 0; }
+};
+
+std::vector<Triangle> trianglesOf(const MeshList& list, double time) {
+  std::vector<Triangle> out;
+  for (std::size_t e = 0; e < list.entries.size(); ++e) {
+    ovo::Array<Vec3<float>> points;
+    ovo::Array<int> counts, indices;
+    bool reverseWinding = false;
+    if (!list.entries[e].prim.getPoints(points, time)) continue;
+    if (!list.entries[e].prim.getFaceTopology(counts, indices, reverseWinding, time)) continue;
+    const int* corners = indices.cdata();
+    std::vector<int> cut;
+    for (std::size_t f = 0; f < counts.size(); ++f) {
+      const int count = counts.cdata()[f];
+      if (count >= 3) {
+        vela::triangulatePolygon(points.cdata(), corners, count, cut);
+        const auto place = [&](int local) {
+          return list.entries[e].worldFromObject.transformPoint(Real3(points.cdata()[corners[local]]));
+        };
+        for (std::size_t t = 0; t + 2 < cut.size(); t += 3)
+          out.push_back({place(cut[t]), place(cut[t + 1]), place(cut[t + 2]), static_cast<std::uint32_t>(e),
+                         static_cast<std::int32_t>(f)});
+      }
+      corners += count;
+    }
+  }
+  return out;
+}
+
+// Moeller and Trumbore in double; the distance, or infinity.
+double distanceTo(const Triangle& t, const Real3& origin, const Real3& direction) {
+  const Real3 ab = t.b - t.a, ac = t.c - t.a, p = cross(direction, ac);
+  const double det = dot(ab, p);
+  const double none = std::numeric_limits<double>::infinity();
+  if (det == 0.0) return none;
+  const Real3 s = origin - t.a, q = cross(s, ab);
+  const double u = dot(s, p) / det, v = dot(direction, q) / det;
+  return u < 0.0 || v < 0.0 || u + v > 1.0 ? none : dot(ac, q) / det;
+}
+
+PlainHit nearest(const std::vector<Triangle>& triangles, const Real3& origin, const Real3& direction, double least, double most) {
+  PlainHit best;
+  for (const Triangle& triangle : triangles) {
+    const double t = distanceTo(triangle, origin, direction);
+    if (t >= least && t <= most && t < best.distance) best = {t, triangle.entry, triangle.face};
+  }
+  return best;
+}
+
+// Rays from the numbers of the prim, by film geometry: x to the right and y up on the film, in units of half its width.
+struct PlainCamera {
+  ovo::CameraParameters film;
+  Mat4<double> world;
+  std::string lens;
+  int width, height;
+
+  void ray(double px, double py, Real3& origin, Real3& direction) const {
+    const double x = 2.0 * px / width - 1.0, y = (height - 2.0 * py) / width;
+    const double filmX = 0.5 * film.horizontalAperture * x + film.horizontalApertureOffset;
+    const double filmY = 0.5 * film.horizontalAperture * y + film.verticalApertureOffset;
+    const double longitude = kPi * x, latitude = 0.5 * kPi * y * width / height;  // 0, 0 in the middle
+    Real3 o, d;
+    if (lens == "perspective") d = {filmX, filmY, -film.focalLength};
+    if (lens == "orthographic") o = {filmX, filmY, 0}, d = {0, 0, -1};
+    if (lens == "spherical")
+      d = {std::cos(latitude) * std::sin(longitude), std::sin(latitude), -std::cos(latitude) * std::cos(longitude)};
+    if (lens == "cylindrical") d = {std::sin(longitude), kPi * y, -std::cos(longitude)};
+    origin = world.transformPoint(o);
+    direction = world.transformVector(d).normalized();
+  }
+};
+
+// Every pixel of the data layers against the loop. Where another face is named, a ray a hundredth of a pixel beside, or that
+// face at the same distance, must explain it; so must be less than 2 % of all pixels.
+void expectPixelsOfPlainLoop(const Read& picture, const std::string& file, const RenderOptions& options, const std::string& lens,
+                             int& hits) {
+  const auto stage = ovo::Stage::open(file);
+  ASSERT_TRUE(stage);
+  const double time = options.scene.time;
+  const MeshList list = command::listMeshes(*stage, options.scene.filter());
+  const std::vector<Triangle> triangles = trianglesOf(list, time);
+  const ovo::CameraPrim prim(stage->getPrimAtPath(ovo::Path(options.scene.camera)));
+  ASSERT_TRUE(prim.isValid());
+  ovo::XformCache xforms(time);
+  const PlainCamera camera{prim.getParameters(time), xforms.getLocalToWorld(prim), lens, picture.width, picture.height};
+  const double least = camera.film.clippingNear, most = camera.film.clippingFar;
+  ASSERT_EQ(picture.manifest.size(), list.entries.size());
+
+  int explained = 0;
+  hits = 0;
+  for (int y = 0; y < picture.height; ++y)
+    for (int x = 0; x < picture.width; ++x) {
+      const auto p = static_cast<std::size_t>(y * picture.width + x);
+      Real3 origin, direction;
+      camera.ray(x + 0.5, y + 0.5, origin, direction);
+      const PlainHit wanted = nearest(triangles, origin, direction, least, most);
+      const std::uint32_t id = picture.integers.at("prim.id")[p], face = picture.integers.at("face.id")[p];
+      const auto isAsRendered = [&](const PlainHit& hit) {
+        return hit.hit() ? hit.entry + 1 == id && static_cast<std::uint32_t>(hit.face) == face : id == 0;
+      };
+      hits += id != 0;
+      if (id == 0) {
+        EXPECT_TRUE(std::isinf(picture.floats.at("Z")[p]));
+      }
+
+      if (!isAsRendered(wanted)) {
+        bool found = false;
+        for (int k = 0; k < 8 && !found; ++k) {
+          Real3 o, d;
+          camera.ray(x + 0.5 + 0.01 * std::cos(k * kPi / 4), y + 0.5 + 0.01 * std::sin(k * kPi / 4), o, d);
+          found = isAsRendered(nearest(triangles, o, d, least, most));
+        }
+        for (std::size_t t = 0; t < triangles.size() && !found; ++t)
+          if (triangles[t].entry + 1 == id && static_cast<std::uint32_t>(triangles[t].face) == face)
+            found = std::abs(distanceTo(triangles[t], origin, direction) - wanted.distance) < 1e-5 * wanted.distance;
+        ASSERT_TRUE(found) << lens << ": pixel " << x << ", " << y << " has prim " << id << " face " << face << ", the loop entry "
+                           << wanted.entry << " face " << wanted.face << " at " << wanted.distance;
+        ++explained;
+        continue;
+      }
+      if (id == 0) continue;
+
+      // Depth along the axis of flat films, from the camera for round ones; the position on the ray.
+      const Real3 axis = camera.world.transformVector({0, 0, -1}).normalized();
+      const bool flat = lens == "perspective" || lens == "orthographic";
+      const double depth = flat ? wanted.distance * dot(direction, axis) : wanted.distance;
+      const Real3 place = origin + direction * wanted.distance;
+      const double tolerance = 2e-5 * (wanted.distance + place.length());
+      ASSERT_NEAR(picture.floats.at("Z")[p], depth, tolerance) << lens << ": pixel " << x << ", " << y;
+      for (std::size_t k = 0; k < 3; ++k)
+        ASSERT_NEAR(picture.floats.at(std::string("P.") + "xyz"[k])[p], place[k], tolerance) << lens;
+      const double length = std::sqrt(std::pow(picture.floats.at("N.x")[p], 2) + std::pow(picture.floats.at("N.y")[p], 2) +
+                                      std::pow(picture.floats.at("N.z")[p], 2));
+      ASSERT_NEAR(length, 1.0, 1e-5);
+    }
+  EXPECT_LT(explained, 0.02 * picture.width * picture.height) << lens;
+}
+
+constexpr const char* kLenses[] = {"perspective", "orthographic", "spherical", "cylindrical"};
+
+class ScenesThroughTheirLenses : public Pictures {
+ protected:
+  // \param camera text of a camera prim; its film is as wide as the orthographic window
+  void check(const std::string& relative, const std::string& camera, const std::string& up, int width, int height,
+             double time = tarn::defaultTimeValue()) {
+    const std::string file = withCamera(vela_test::sharedDataPath(relative), camera, up);
+    int perspectiveHits = 0;
+    for (const std::string lens : kLenses) {
+      RenderOptions options;
+      options.samples = 1;
+      options.layers = "depth,P,N,prim,face";
+      options.scene.time = time;
+      options.scene.width = width;
+      options.scene.height = height;
+      options.scene.camera = "/TestCamera";
+      // The orthographic film is its own window only for a prim that is orthographic.
+      std::string shown = file;
+      if (lens == "orthographic")
+        shown = withCamera(vela_test::sharedDataPath(relative), camera + "\n    token projection = \"orthographic\"", up);
+      else
+        options.scene.lens = lens;
+      const Read picture = render(options, shown);
+      ASSERT_EQ(picture.width, width);
+      int hits = 0;
+      expectPixelsOfPlainLoop(picture, shown, options, lens, hits);
+      EXPECT_GT(hits, 0) << lens;
+      if (lens == "perspective") perspectiveHits = hits;
+      if (HasFatalFailure()) return;
+    }
+    EXPECT_GT(perspectiveHits, width * height / 20);
+  }
+};
+
+std::string cameraText(double focal, double film, const std::string& translate, const std::string& rotate,
+                       const std::string& more = "") {
+  return "    float focalLength = " + std::to_string(focal) + "\n    float horizontalAperture = " + std::to_string(film) +
+         "\n    float2 clippingRange = (0.01, 100000)\n    double3 xformOp:translate = " + translate +
+         "\n    float3 xformOp:rotateXYZ = " + rotate +
+         "\n    uniform token[] xformOpOrder = [\"xformOp:translate\", \"xformOp:rotateXYZ\"]\n" + more;
+}
+
+TEST_F(ScenesThroughTheirLenses, CornellBox) {
+  requireSharedData("usd/cornell-box/cornell-box.usda");
+  check("usd/cornell-box/cornell-box.usda", cameraText(60.0, 80.0, "(-2.7, -6, 2.7)", "(90, 0, 0)"), "Z", 96, 72);
+}
+
+// ----- single pixels
+
+std::string runCommand(const std::string& arguments) {
+  std::string out;
+  std::FILE* pipe = popen((std::string("'") + VELA_COMMAND + "' " + arguments).c_str(), "r");
+  if (!pipe) return out;
+  char part[4096];
+  for (std::size_t n; (n = fread(part, 1, sizeof part, pipe)) > 0;) out.append(part, n);
+  pclose(pipe);
+  return out;
+}
+
+TEST_F(Pictures, PickSaysOfAPixelWhatThePictureHas) {
+  const std::string scene = std::string(VELA_SOURCE_DIR) + "/examples/demo/demo.usda";
+  for (const char* lens : {"perspective", "spherical"}) {
+    RenderOptions options;
+    options.samples = 4;
+    options.scene.lens = lens;
+    options.scene.width = 80;
+    options.scene.height = 40;
+    const Read picture = render(options, scene);
+    int seen = 0;
+    for (const auto& [x, y] : {std::array{0, 0}, {40, 20}, {20, 25}, {55, 22}, {79, 39}, {33, 30}}) {
+      const auto found = nlohmann::json::parse(runCommand("pick '" + scene + "' --json --size 80x40 --lens " + lens + " --pixel " +
+                                                          std::to_string(x) + "," + std::to_string(y)));
+      const auto p = static_cast<std::size_t>(y * 80 + x);
+      const std::uint32_t id = picture.integers.at("prim.id")[p];
+      ASSERT_EQ(found.at("hit").get<bool>(), id != 0);
+      if (id == 0) continue;
+      ++seen;
+      EXPECT_EQ(found.at("entry").get<std::uint32_t>() + 1, id);
+      EXPECT_EQ(picture.manifest.at(found.at("prim").get<std::string>()).get<std::uint32_t>(), id);
+      EXPECT_EQ(found.at("face").get<std::uint32_t>(), picture.integers.at("face.id")[p]);
+      for (std::size_t k = 0; k < 3; ++k) {
+        EXPECT_EQ(found.at("position")[k].get<float>(), picture.floats.at(std::string("P.") + "xyz"[k])[p]);
+        EXPECT_EQ(found.at("normal")[k].get<float>(), picture.floats.at(std::string("N.") + "xyz"[k])[p]);
+      }
+    }
+    EXPECT_GE(seen, 1);
+  }
+}
+
+// ----- light
+
+// A sphere of quads about a centre, as text.
+std::string sphereText(double x, double y, double z, double radius) {
+  std::string points, counts, indices;
+  const int rows = 24, columns = 48;
+  char text[160];
+  for (int r = 0; r <= rows; ++r)
+    for (int c = 0; c < columns; ++c) {
+      const double v = kPi * r / rows, u = 2 * kPi * c / columns;
+      std::snprintf(text, sizeof text, "%s(%.9g, %.9g, %.9g)", points.empty() ? "" : ", ", x + radius * std::sin(v) * std::cos(u),
+                    y - radius * std::cos(v), z - radius * std::sin(v) * std::sin(u));
+      points += text;
+    }
+  for (int r = 0; r < rows; ++r)
+    for (int c = 0; c < columns; ++c) {
+      const int n = (c + 1) % columns;
+      std::snprintf(text, sizeof text, "%s%d, %d, %d, %d", indices.empty() ? "" : ", ", r * columns + c, r * columns + n,
+                    (r + 1) * columns + n, (r + 1) * columns + c);
+      indices += text;
+      counts += counts.empty() ? "4" : ", 4";
+    }
+  return "#usda 1.0\ndef Mesh \"Ball\"\n{\n    int[] faceVertexCounts = [" + counts + "]\n    int[] faceVertexIndices = [" + indices +
+         "]\n    point3f[] points = [" + points + "]\n    uniform token subdivisionScheme = \"none\"\n}\n";
+}
+
+TEST_F(Pictures, AConvexBodyDoesNotShadowItself) {
+  // Daylight alone is the least that an open surface gets: no pixel of a lone ball may be darker, however large, small or far
+  // from the origin it is. Rays that met their own face again would show as dark grains.
+  struct Where {
+    double x, radius;
+  };
+  for (const Where where : {Where{0, 1}, Where{0, 1e-6}, Where{0, 1e6}, Where{1000, 1}, Where{-3e4, 10}}) {
+    std::ofstream(at("ball.usda")) << sphereText(where.x, 0, 0, where.radius);
+    RenderOptions options;
+    options.samples = 4;
+    options.scene.width = options.scene.height = 96;
+    const Read picture = render(options, at("ball.usda"));
+    int seen = 0, dark = 0;
+    for (std::size_t p = 0; p < picture.floats.at("A").size(); ++p) {
+      const float alpha = picture.floats.at("A")[p];
+      if (alpha < 1.0f) continue;
+      ++seen;
+      // Grey 0.5 under a ground light of 0.15 to 0.20 and a sky above it: at least half of the ground's share.
+      dark += picture.floats.at("B")[p] < 0.5f * 0.15f;
+    }
+    EXPECT_GT(seen, 2000);
+    EXPECT_EQ(dark, 0) << "radius " << where.radius << " at " << where.x;
+  }
+}
+
+TEST_F(Pictures, WhatIsTouchedThrowsAShadow) {
+  // A ball on a floor: beneath it the floor is dark, beside it light.
+  std::ofstream(at("scene.usda")) << sphereText(0, 1, 0, 1) <<
+      "def Mesh \"Floor\"\n{\n    int[] faceVertexCounts = [4]\n    int[] faceVertexIndices = [0, 1, 2, 3]\n"
+      "    point3f[] points = [(-9, 0, 9), (9, 0, 9), (9, 0, -9), (-9, 0, -9)]\n"
+      "    uniform token subdivisionScheme = \"none\"\n}\n"
+      "def Camera \"C\"\n{\n" << cameraText(50, 40, "(0, 3, 9)", "(-15, 0, 0)") << "}\n";
+  RenderOptions options;
+  options.samples = 16;
+  options.scene.width = 160;
+  options.scene.height = 120;
+  const Read picture = render(options, at("scene.usda"));
+  float darkest = 1.0f, lightest = 0.0f;
+  for (std::size_t p = 0; p < picture.floats.at("G").size(); ++p) {
+    if (picture.integers.at("prim.id")[p] != 2 || picture.floats.at("A")[p] < 1.0f) continue;
+    darkest = std::min(darkest, picture.floats.at("G")[p]);
+    lightest = std::max(lightest, picture.floats.at("G")[p]);
+  }
+  EXPECT_LT(darkest, 0.35f * lightest);
+}
+
+TEST_F(Pictures, BothUpAxesComeOutUpright) {
+  // The same scene modelled either way up gives the same picture, framed without a camera.
+  const auto scene = [](bool zUp) {
+    return std::string("#usda 1.0\n( upAxis = \"") + (zUp ? "Z" : "Y") + "\" )\ndef Mesh \"Cone\"\n{\n    int[] faceVertexCounts = [4, 3, 3, 3, 3]\n"
+           "    int[] faceVertexIndices = [3, 2, 1, 0, 0, 1, 4, 1, 2, 4, 2, 3, 4, 3, 0, 4]\n    point3f[] points = " +
+           (zUp ? "[(-1, -1, 0), (1, -1, 0), (1, 1, 0), (-1, 1, 0), (0, 0, 3)]" : "[(-1, 0, 1), (1, 0, 1), (1, 0, -1), (-1, 0, -1), (0, 3, 0)]") +
+           "\n    uniform token subdivisionScheme = \"none\"\n}\n";
+  };
+  std::vector<Read> pictures;
+  for (const bool zUp : {false, true}) {
+    std::ofstream(at("cone.usda")) << scene(zUp);
+    RenderOptions options;
+    options.samples = 1;
+    options.scene.width = 64;
+    options.scene.height = 64;
+    pictures.push_back(render(options, at("cone.usda")));
+  }
+  EXPECT_EQ(pictures[0].integers.at("face.id"), pictures[1].integers.at("face.id"));
+  EXPECT_EQ(pictures[0].integers.at("prim.id"), pictures[1].integers.at("prim.id"));
+  // The point of the cone is up: rows near the top are narrower than those near the bottom.
+  const auto widthOfRow = [&](std::size_t y) {
+    int count = 0;
+    for (std::size_t x = 0; x < 64; ++x) count += pictures[0].integers.at("prim.id")[y * 64 + x] != 0;
+    return count;
+  };
+  std::size_t top = 0;
+  while (top < 40 && widthOfRow(top) == 0) ++top;
+  ASSERT_LT(top, 20u);
+  EXPECT_GT(widthOfRow(top + 28), 3 * widthOfRow(top + 2));
+}
+
+TEST_F(Pictures, LeftHandedMeshesHaveTheSameLightAndNormals) {
+  const auto scene = [](bool leftHanded) {
+    return std::string("#usda 1.0\ndef Mesh \"Roof\"\n{\n    int[] faceVertexCounts = [4, 4]\n    int[] faceVertexIndices = ") +
+           (leftHanded ? "[1, 3, 2, 0, 3, 5, 4, 2]" : "[0, 2, 3, 1, 2, 4, 5, 3]") +
+           "\n    point3f[] points = [(-1, 0, 1), (-1, 0, -1), (0, 1, 1), (0, 1, -1), (1, 0, 1), (1, 0, -1)]\n" +
+           (leftHanded ? "    uniform token orientation = \"leftHanded\"\n" : "") + "}\n";
+  };
+  std::vector<Read> pictures;
+  for (const bool leftHanded : {false, true}) {
+    std::ofstream(at("roof.usda")) << scene(leftHanded);
+    RenderOptions options;
+    options.samples = 4;
+    options.scene.width = options.scene.height = 48;
+    pictures.push_back(render(options, at("roof.usda")));
+  }
+  for (const char* name : {"N.y", "G", "A"})
+    for (std::size_t p = 0; p < pictures[0].floats.at(name).size(); ++p)
+      ASSERT_NEAR(pictures[0].floats.at(name)[p], pictures[1].floats.at(name)[p], 2e-3f) << name;
+}
+
+}  // namespace

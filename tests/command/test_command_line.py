@@ -1,0 +1,497 @@
+#!/usr/bin/env python3
+"""The built command from outside: help, exit codes, messages, broken files, files written whole or not at all, the same
+bytes from any number of threads.
+
+Usage: test_command_line.py COMMAND PROJECT_ROOT EXRHEADER
+"""
+import json
+import os
+import pathlib
+import pty
+import re
+import signal
+import struct
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+import zlib
+
+COMMAND, ROOT, EXRHEADER = sys.argv[1], pathlib.Path(sys.argv[2]), sys.argv[3]
+
+# A room of shapes, purposes and orientations; Z up, a unit is a metre.
+SCENE = """#usda 1.0
+(
+    defaultPrim = "World"
+    metersPerUnit = 1
+    upAxis = "Z"
+    startTimeCode = 1
+    endTimeCode = 10
+)
+
+def Xform "World"
+{
+    def Mesh "Floor"
+    {
+        int[] faceVertexCounts = [4]
+        int[] faceVertexIndices = [0, 1, 2, 3]
+        point3f[] points = [(-4, -4, 0), (4, -4, 0), (4, 4, 0), (-4, 4, 0)]
+        uniform token subdivisionScheme = "none"
+    }
+    def Xform "Box"
+    {
+        double3 xformOp:translate.timeSamples = { 1: (0, 0, 0.5), 10: (2, 0, 0.5) }
+        uniform token[] xformOpOrder = ["xformOp:translate"]
+        def Mesh "Shell"
+        {
+            int[] faceVertexCounts = [4, 4, 4, 4, 4, 4]
+            int[] faceVertexIndices = [0, 2, 3, 1, 4, 5, 7, 6, 0, 1, 5, 4, 2, 6, 7, 3, 0, 4, 6, 2, 1, 3, 7, 5]
+            point3f[] points = [(-.5, -.5, -.5), (.5, -.5, -.5), (-.5, .5, -.5), (.5, .5, -.5),
+                                (-.5, -.5, .5), (.5, -.5, .5), (-.5, .5, .5), (.5, .5, .5)]
+            color3f[] primvars:displayColor = [(0.8, 0.2, 0.1)]
+            uniform token subdivisionScheme = "none"
+        }
+    }
+    def Mesh "Marker"
+    {
+        uniform token purpose = "guide"
+        int[] faceVertexCounts = [3]
+        int[] faceVertexIndices = [0, 1, 2]
+        point3f[] points = [(-1, -1, 2), (1, -1, 2), (0, 1, 2)]
+    }
+    def Mesh "Hidden"
+    {
+        token visibility = "invisible"
+        int[] faceVertexCounts = [3]
+        int[] faceVertexIndices = [0, 1, 2]
+        point3f[] points = [(-1, -1, 3), (1, -1, 3), (0, 1, 3)]
+    }
+    def Sphere "Ball"
+    {
+    }
+    def PointInstancer "Many"
+    {
+        int[] protoIndices = [0, 0]
+        point3f[] positions = [(5, 0, 0), (6, 0, 0)]
+        rel prototypes = </World/Many/Proto>
+        def Mesh "Proto"
+        {
+            int[] faceVertexCounts = [3]
+            int[] faceVertexIndices = [0, 1, 2]
+            point3f[] points = [(-1, -1, 9), (1, -1, 9), (0, 1, 9)]
+        }
+    }
+    def Camera "Top"
+    {
+        float focalLength = 20
+        float horizontalAperture = 20
+        float verticalAperture = 15
+        float2 clippingRange = (0.1, 100)
+        double3 xformOp:translate = (0, 0, 8)
+        uniform token[] xformOpOrder = ["xformOp:translate"]
+    }
+    def Camera "Flat"
+    {
+        token projection = "orthographic"
+        float horizontalAperture = 80
+        float verticalAperture = 60
+        float2 clippingRange = (0.1, 100)
+        double3 xformOp:translate = (0, 0, 8)
+        uniform token[] xformOpOrder = ["xformOp:translate"]
+    }
+}
+"""
+
+
+def run(*arguments, **more):
+    return subprocess.run([COMMAND, *map(str, arguments)], capture_output=True, text=True, timeout=120, **more)
+
+
+class Case(unittest.TestCase):
+    def setUp(self):
+        self.folder = tempfile.TemporaryDirectory()
+        self.addCleanup(self.folder.cleanup)
+        self.at = pathlib.Path(self.folder.name)
+        self.scene = self.at / "scene.usda"
+        self.scene.write_text(SCENE)
+
+    def names(self):
+        return sorted(p.name for p in self.at.iterdir())
+
+    def good(self, *arguments, **more):
+        done = run(*arguments, **more)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        return done
+
+    def bad(self, code, *arguments):
+        """Fails with the code, on standard error alone, the last line in this command's form; gives that line."""
+        done = run(*arguments)
+        self.assertEqual(done.returncode, code, f"{arguments}\n{done.stdout}{done.stderr}")
+        self.assertEqual(done.stdout, "")
+        line = done.stderr.strip().splitlines()[-1]
+        self.assertRegex(line, r"^vela( \w+)?: error: [^:]+")
+        return line
+
+
+class Help(Case):
+    def test_every_help_is_a_screen_and_exits_with_0(self):
+        for arguments in ([], ["render"], ["pick"], ["info"]):
+            done = self.good(*arguments, "--help")
+            self.assertEqual(done.stderr, "")
+            self.assertLess(len(done.stdout.splitlines()), 50)
+            self.assertLess(max(map(len, done.stdout.splitlines())), 130)
+
+    def test_the_examples_of_the_help_work(self):
+        count = 0
+        for verb in ("render", "pick", "info"):
+            text = run(verb, "--help").stdout
+            for line in text.split("Examples", 1)[1].splitlines():
+                if not line.strip():
+                    continue
+                words = line.split()
+                self.assertEqual(words[0], "vela")
+                words = [str(ROOT / w) if w.startswith("examples/") else w for w in words[1:]]
+                if verb == "render":  # as they stand, but small: what is tested is that they run
+                    words += ["--samples", "1"] if "--samples" not in words else []
+                    words += ["--size", "64x32"] if "--size" not in words else []
+                self.good(*words, cwd=self.at)
+                count += 1
+        self.assertGreaterEqual(count, 7)
+
+    def test_the_options_of_the_help_are_those_that_are_read(self):
+        for verb in ("render", "pick", "info"):
+            options = set(re.findall(r"--[a-z-]+", run(verb, "--help").stdout)) - {"--help"}
+            self.assertGreater(len(options), 1)
+            for option in options:
+                # An option that is not known is complained about by name.
+                self.assertNotIn(f"not expected: {option}", run(verb, self.scene, option).stderr)
+            self.assertIn("not expected: --no-such", run(verb, self.scene, "--no-such").stderr)
+
+    def test_the_version_is_told(self):
+        self.assertRegex(self.good("--version").stdout, r"^vela \d+\.\d+\.\d+\n$")
+
+    def test_no_verb_prints_the_help_as_an_error(self):
+        done = run()
+        self.assertEqual((done.returncode, done.stdout), (2, ""))
+        self.assertIn("vela render", done.stderr)
+
+
+class Usage(Case):
+    def test_wrong_usage_exits_with_2_and_names_what_to_try(self):
+        out = self.at / "a.exr"
+        for arguments in (["paint"], ["render"], ["render", self.scene], ["render", self.scene, "-o"],
+                          ["render", self.scene, "-o", out, "--size", "10"], ["render", self.scene, "-o", out, "--size", "0x9"],
+                          ["render", self.scene, "-o", out, "--size", "9x99999999999"],
+                          ["render", self.scene, "-o", out, "--samples", "0"], ["render", self.scene, "-o", out, "--samples", "x"],
+                          ["render", self.scene, "-o", out, "--time", "soon"], ["render", self.scene, "-o", out, "--time", "nan"],
+                          ["render", self.scene, "-o", out, "--threads", "-1"], ["render", self.scene, "-o", out, "--lens", "fisheye"],
+                          ["render", self.scene, "-o", out, "--layers", "rgba,heat"], ["render", self.scene, "-o", out, "--layers", ","],
+                          ["render", self.scene, "-o", out, "--layers", "forward"], ["render", self.scene, "-o", out, "--engine", "x"],
+                          ["render", self.scene, "-o", out, "--purpose", "all"], ["render", self.scene, "-o", out, "--pattern", "x"],
+                          ["render", self.scene, "-o", "a.png"], ["render", self.scene, "-o", "a.x", "--png", "a.x"],
+                          ["render", self.scene, "-o", out, "--frames", "1"], ["render", self.scene, "extra", "-o", out],
+                          ["pick", self.scene], ["pick", self.scene, "--pixel", "1"], ["pick", self.scene, "--pixel", "1,2,3"],
+                          ["pick", self.scene, "--pixel", "-1,0"], ["pick", self.scene, "--pixel", "1280,0"],
+                          ["pick", self.scene, "--ray", "0,0,0,0,0,0"], ["pick", self.scene, "--ray", "0,0,0,0,1"],
+                          ["pick", self.scene, "--ray", "0,0,0,0,0,inf"], ["pick", self.scene, "--pixel", "1,1", "--ray", "0,0,9,0,0,-1"],
+                          ["info"], ["info", self.scene, "--time", "x"]):
+            line = self.bad(2, *arguments)
+            self.assertRegex(line, r"; try |; leave ", arguments)
+        self.assertEqual(self.names(), ["scene.usda"])
+
+
+class BrokenInput(Case):
+    def check(self, file):
+        for arguments in (["render", file, "-o", self.at / "out.exr"], ["pick", file, "--pixel", "0,0"], ["info", file]):
+            line = self.bad(1, *arguments)
+            self.assertTrue(line.startswith(f"vela {arguments[0]}: error: cannot open the scene: {file}: "), line)
+            self.assertIn("; name a .usd", line)
+        self.assertNotIn("out.exr", self.names())
+
+    def test_a_missing_file(self):
+        self.check(self.at / "none.usda")
+
+    def test_an_empty_file(self):
+        (self.at / "empty.usda").touch()
+        self.check(self.at / "empty.usda")
+
+    def test_a_file_that_is_no_scene(self):
+        (self.at / "text.usd").write_text("hello\n")
+        self.check(self.at / "text.usd")
+
+    def test_a_folder(self):
+        (self.at / "folder.usd").mkdir()
+        self.check(self.at / "folder.usd")
+
+    def test_a_file_that_is_cut_off(self):
+        (self.at / "cut.usda").write_text(SCENE[: len(SCENE) // 2])
+        self.check(self.at / "cut.usda")
+
+    def test_a_text_nested_deeper_than_a_stack(self):
+        deep = 20000
+        (self.at / "deep.usda").write_text("#usda 1.0\n" + 'def "a" {\n' * deep + "}\n" * deep)
+        self.check(self.at / "deep.usda")
+
+    def render_small(self, scene):
+        return self.good("render", scene, "-o", self.at / "out.exr", "--png", self.at / "out.png", "--size", "32x18", "--samples", "1")
+
+    def test_broken_faces_are_left_out_and_the_rest_is_shown(self):
+        (self.at / "bad.usda").write_text("""#usda 1.0
+def Mesh "M"
+{
+    int[] faceVertexCounts = [3, -5, 3, 2, 3, 900000000, 3]
+    int[] faceVertexIndices = [0, 1, 9999, 0, 1, 3, 0, 1, 0, 1, 2]
+    point3f[] points = [(0, 0, 0), (1, 0, 0), (0, 1, 0), (nan, 0, inf)]
+    color3f[] primvars:displayColor = [(1, 0, 0), (0, 1, 0)] ( interpolation = "vertex" )
+    normal3f[] normals = [(0, 0, 1)] ( interpolation = "faceVarying" )
+}
+""")
+        self.render_small(self.at / "bad.usda")
+        found = json.loads(self.good("pick", self.at / "bad.usda", "--ray", "0.2,0.2,5,0,0,-1", "--json").stdout)
+        self.assertEqual((found["prim"], found["face"], found["distance"]), ("/M", 4, 5))
+        self.good("info", self.at / "bad.usda")
+
+    def test_a_broken_reference_is_said_once_and_the_rest_is_shown(self):
+        text = SCENE.replace('def Sphere "Ball"\n', 'def "Lost" ( references = @./lost.usda@ )\n')
+        (self.at / "lost_arc.usda").write_text(text)
+        done = self.render_small(self.at / "lost_arc.usda")
+        self.assertEqual(len(re.findall("lost.usda@|lost.usda'|/lost.usda", done.stderr)) > 0, True, done.stderr)
+        warnings = [l for l in done.stderr.splitlines() if "warning" in l]
+        self.assertEqual(len(warnings), len(set(warnings)))
+
+    def test_a_reference_to_itself_ends(self):
+        (self.at / "cycle.usda").write_text('#usda 1.0\ndef "A" ( references = </A/B> )\n{\n    def "B" ( references = </A> )\n    {\n    }\n}\n')
+        self.render_small(self.at / "cycle.usda")
+
+    def test_an_empty_scene_gives_an_empty_picture_and_a_warning(self):
+        (self.at / "empty_scene.usda").write_text("#usda 1.0\n")
+        self.assertIn("nothing to show", self.render_small(self.at / "empty_scene.usda").stderr)
+
+    def test_no_such_camera(self):
+        line = self.bad(1, "render", self.scene, "-o", self.at / "out.exr", "--camera", "/World/Box")
+        self.assertEqual(line, "vela render: error: no such camera: /World/Box; try --camera /World/Top")
+
+    def test_a_folder_that_is_not_there(self):
+        line = self.bad(1, "render", self.scene, "-o", self.at / "no" / "out.exr")
+        self.assertIn("cannot write", line)
+        line = self.bad(1, "render", self.scene, "-o", self.at)
+        self.assertIn("it is a folder", line)
+
+
+def read_png(file):
+    """Width, height and rows of bytes of an 8-bit RGB PNG."""
+    data = file.read_bytes()
+    assert data[:8] == b"\x89PNG\r\n\x1a\n"
+    at, packed, size = 8, b"", None
+    while at < len(data):
+        length, kind = struct.unpack(">I4s", data[at:at + 8])
+        body = data[at + 8:at + 8 + length]
+        if kind == b"IHDR":
+            size = struct.unpack(">II", body[:8])
+            assert body[8:10] == b"\x08\x02", "8 bits, RGB"
+        packed += body if kind == b"IDAT" else b""
+        at += 12 + length
+    raw, rows, stride = zlib.decompress(packed), [], size[0] * 3
+    before = bytes(stride)
+    for y in range(size[1]):
+        kind, line = raw[y * (stride + 1)], bytearray(raw[y * (stride + 1) + 1:(y + 1) * (stride + 1)])
+        for i in range(stride):
+            a = line[i - 3] if i >= 3 else 0
+            b, c = before[i], before[i - 3] if i >= 3 else 0
+            p = a + b - c
+            nearest = min((abs(p - a), 0, a), (abs(p - b), 1, b), (abs(p - c), 2, c))[2]
+            line[i] = (line[i] + (0, a, b, (a + b) // 2, nearest)[kind]) & 255
+        rows.append(bytes(line))
+        before = line
+    return size[0], size[1], rows
+
+
+class Pictures(Case):
+    def test_the_files_are_the_same_for_any_number_of_threads(self):
+        seen = set()
+        for threads in (1, 2, 3, 7):
+            self.good("render", self.scene, "-o", self.at / "a.exr", "--png", self.at / "a.png", "--size", "150x85", "--samples", "9",
+                      "--time", "4", "--threads", threads)
+            seen.add((self.at / "a.exr").read_bytes() + (self.at / "a.png").read_bytes())
+        self.assertEqual(len(seen), 1)
+
+    def test_another_frame_has_other_samples(self):
+        pictures = []
+        for t in (1, 2):
+            self.good("render", self.scene, "--png", self.at / "a.png", "--size", "64x36", "--samples", "4", "--time", t,
+                      "--exclude", "/World/Box")
+            pictures.append((self.at / "a.png").read_bytes())
+        self.assertNotEqual(*pictures)
+
+    def test_an_exr_reader_lists_the_layers_by_their_names(self):
+        self.assertTrue(EXRHEADER and "NOTFOUND" not in EXRHEADER, "exrheader is missing")
+        self.good("render", self.scene, "-o", self.at / "a.exr", "--size", "32x18", "--samples", "1",
+                  "--layers", "rgba,depth,N,P,prim,face,albedo")
+        text = subprocess.run([EXRHEADER, self.at / "a.exr"], capture_output=True, text=True, check=True).stdout
+        found = re.findall(r"^    ([\w.]+), (\d+-bit [\w -]+?), sampling 1 1", text, re.M)
+        floats = ["A", "B", "G", "N.x", "N.y", "N.z", "P.x", "P.y", "P.z", "R", "Z", "albedo.B", "albedo.G", "albedo.R"]
+        wanted = [(n, "32-bit floating-point") for n in floats] + [(n, "32-bit unsigned integer") for n in ("face.id", "prim.id")]
+        self.assertEqual(sorted(found), sorted(wanted))
+        self.assertIn('"/World/Floor":1', text)
+        self.assertIn('"/World/Box/Shell":2', text)
+
+    def test_only_the_layers_asked_for_are_written(self):
+        for layers, names in (("rgb", ["B", "G", "R"]), ("alpha", ["A"]), ("depth", ["Z"]), ("N", ["N.x", "N.y", "N.z"])):
+            self.good("render", self.scene, "-o", self.at / "a.exr", "--size", "16x9", "--layers", layers)
+            text = subprocess.run([EXRHEADER, self.at / "a.exr"], capture_output=True, text=True, check=True).stdout
+            self.assertEqual(re.findall(r"^    ([\w.]+), 32-bit", text, re.M), names)
+
+    def test_no_temporary_file_is_left(self):
+        self.good("render", self.scene, "-o", self.at / "a.exr", "--png", self.at / "a.png", "--size", "16x9")
+        self.assertEqual(self.names(), ["a.exr", "a.png", "scene.usda"])
+
+    def test_a_picture_that_is_there_is_replaced_at_once_or_kept(self):
+        (self.at / "a.exr").write_text("old")
+        self.bad(1, "render", self.at / "none.usda", "-o", self.at / "a.exr")
+        self.assertEqual((self.at / "a.exr").read_text(), "old")
+        self.good("render", self.scene, "-o", self.at / "a.exr", "--size", "16x9")
+        self.assertEqual((self.at / "a.exr").read_bytes()[:4], b"\x76\x2f\x31\x01")
+
+    def test_what_cannot_be_shown_is_counted_in_one_line(self):
+        done = self.good("render", self.scene, "-o", self.at / "a.exr", "--size", "16x9")
+        self.assertEqual(done.stderr, "vela render: note: 2 prims cannot be shown yet and are left out: 1 PointInstancer, 1 Sphere\n")
+        self.assertEqual(done.stdout, "")
+
+    def test_the_png_has_the_colours_of_the_scene_evenly_lit(self):
+        # A red box seen from above: plainly redder than it is green; the floor is grey and lit alike all over.
+        self.good("render", self.scene, "--png", self.at / "a.png", "--size", "64x48", "--samples", "4", "--camera", "/World/Flat")
+        width, height, rows = read_png(self.at / "a.png")
+        self.assertEqual((width, height), (64, 48))
+        red, green, blue = rows[24][32 * 3:32 * 3 + 3]
+        self.assertGreater(red, green + 60)
+        floor = [rows[y][x * 3 + 1] for y in (6, 40) for x in (8, 56)]
+        self.assertLess(max(floor) - min(floor), 12)
+
+    def test_scenes_of_any_size_give_the_same_picture(self):
+        # Powers of two change no digit of a float.
+        pictures = set()
+        for power in (-40, -20, 0, 20, 40):
+            text = SCENE.replace('def Xform "World"\n{', f'def Xform "World"\n{{\n    double3 xformOp:scale = ({2.0 ** power!r}, {2.0 ** power!r}, {2.0 ** power!r})\n'
+                                 '    uniform token[] xformOpOrder = ["xformOp:scale"]')
+            text = re.sub(r'    def Camera "\w+"\n    \{.*?\n    \}\n', "", text, flags=re.S)
+            (self.at / "scaled.usda").write_text(text)
+            self.good("render", self.at / "scaled.usda", "--png", self.at / "a.png", "--size", "96x54", "--samples", "4")
+            pictures.add((self.at / "a.png").read_bytes())
+        self.assertEqual(len(pictures), 1)
+
+
+class Picks(Case):
+    def pick(self, *arguments):
+        return json.loads(self.good("pick", self.scene, *arguments, "--json").stdout)
+
+    def test_a_ray_from_above_meets_the_box_then_the_floor_beside_it(self):
+        found = self.pick("--ray", "0.1,0.2,5,0,0,-2")
+        self.assertEqual(found, {"hit": True, "prim": "/World/Box/Shell", "entry": 1, "face": 1, "distance": 2.0,
+                                 "position": [0.1, 0.2, 1.0], "normal": [0.0, 0.0, 1.0]})
+        self.assertEqual(self.pick("--ray", "3,3,5,0,0,-1")["prim"], "/World/Floor")
+
+    def test_a_miss_is_told_and_is_no_error(self):
+        self.assertEqual(self.pick("--ray", "0,0,5,0,0,1"), {"hit": False})
+        self.assertEqual(self.good("pick", self.scene, "--ray", "0,0,5,0,0,1").stdout, "nothing there\n")
+
+    def test_the_text_says_the_same(self):
+        text = self.good("pick", self.scene, "--ray", "0.1,0.2,5,0,0,-2").stdout
+        self.assertEqual(text, "prim      /World/Box/Shell\nentry     1\nface      1\ndistance  2\nposition  0.1 0.2 1\nnormal    0 0 1\n")
+
+    def test_time_moves_the_box(self):
+        self.assertEqual(self.pick("--ray", "2,0,5,0,0,-1", "--time", "10")["prim"], "/World/Box/Shell")
+        self.assertEqual(self.pick("--ray", "2,0,5,0,0,-1", "--time", "1")["prim"], "/World/Floor")
+        self.assertAlmostEqual(self.pick("--ray", "0,0,5,0.6,0,-1", "--time", "1")["position"][2], 0.0, 5)
+
+    def test_guides_and_hidden_prims_come_when_asked_for(self):
+        down = ("--ray", "0,0,20,0,0,-1")
+        self.assertEqual(self.pick(*down)["prim"], "/World/Box/Shell")
+        self.assertEqual(self.pick(*down, "--purpose", "default,guide")["prim"], "/World/Marker")
+        self.assertEqual(self.pick(*down, "--invisible")["prim"], "/World/Hidden")
+
+    def test_prims_are_left_out_by_path_with_what_is_below(self):
+        self.assertEqual(self.pick("--ray", "0,0,5,0,0,-1", "--exclude", "/World/Box")["prim"], "/World/Floor")
+        self.assertEqual(self.pick("--ray", "0,0,5,0,0,-1", "--exclude", "/World/Box", "--exclude", "/World/Floor"), {"hit": False})
+
+    def test_prims_are_taken_by_type(self):
+        self.assertEqual(self.pick("--ray", "0,0,5,0,0,-1", "--include-type", "Mesh")["prim"], "/World/Box/Shell")
+        self.assertEqual(self.pick("--ray", "0,0,5,0,0,-1", "--include-type", "Sphere"), {"hit": False})
+
+    def test_prototypes_of_instancers_are_no_strays(self):
+        self.assertEqual(self.pick("--ray", "0,0,20,0,0,-1")["position"][2], 1.0)
+
+    def test_both_engines_agree_on_a_plain_hit(self):
+        tracer = self.pick("--pixel", "20,30", "--size", "64x48")
+        detector = self.pick("--pixel", "20,30", "--size", "64x48", "--engine", "hit-detector")
+        self.assertEqual((tracer["prim"], tracer["face"]), (detector["prim"], detector["face"]))
+        for a, b in zip(tracer["position"], detector["position"]):
+            self.assertAlmostEqual(a, b, 4)
+
+    def test_pixel_0_0_is_top_left(self):
+        # The camera looks down with +y up in the picture: the first pixel is at -x, +y.
+        x, y, _ = self.pick("--pixel", "0,0", "--size", "64x48", "--camera", "/World/Flat")["position"]
+        self.assertAlmostEqual(x, -4 + 8 / 128, 5)
+        self.assertAlmostEqual(y, 3 - 8 / 128, 5)
+
+
+class Facts(Case):
+    def test_info_has_metadata_types_meshes_and_cameras(self):
+        facts = json.loads(self.good("info", self.scene, "--json").stdout)
+        self.assertEqual((facts["upAxis"], facts["metersPerUnit"], facts["timeCodes"], facts["defaultPrim"]), ("Z", 1, [1, 10], "World"))
+        self.assertEqual(facts["primsByType"], {"Camera": 2, "Mesh": 5, "PointInstancer": 1, "Sphere": 1, "Xform": 2})
+        shell = next(m for m in facts["meshes"] if m["path"] == "/World/Box/Shell")
+        self.assertEqual((shell["points"], shell["faces"], shell["triangles"], shell["subdivisionScheme"]), (8, 6, 12, "none"))
+        hidden = next(m for m in facts["meshes"] if m["path"] == "/World/Hidden")
+        self.assertFalse(hidden["visible"])
+        top, flat = facts["cameras"]
+        self.assertEqual((top["path"], top["projection"]), ("/World/Top", "perspective"))
+        self.assertAlmostEqual(top["fieldOfViewDegrees"][0], 53.13010235, 6)
+        self.assertAlmostEqual(top["focalLengthMm"], 2000, 6)  # a unit is a metre here
+        self.assertEqual((flat["projection"], flat["windowUnits"]), ("orthographic", [8, 6]))
+
+    def test_the_text_form_has_the_same_numbers(self):
+        text = self.good("info", self.scene).stdout
+        for part in ("up axis Z", "1 metres a unit", "time codes 1 to 10", "Meshes: 5", "/World/Box/Shell", "Cameras: 2", "53.13"):
+            self.assertIn(part, text)
+
+
+class Interruption(Case):
+    def interrupted(self, number):
+        process = subprocess.Popen([COMMAND, "render", self.scene, "-o", self.at / "a.exr", "--png", self.at / "a.png", "--size", "4000x4000",
+                                    "--samples", "400"], stderr=subprocess.PIPE, text=True)
+        deadline = time.monotonic() + 60
+        while not any(n.startswith(".a.exr.part") for n in self.names()) and time.monotonic() < deadline:
+            time.sleep(0.02)
+        self.assertIsNone(process.poll())
+        process.send_signal(number)
+        error = process.communicate(timeout=60)[1]
+        self.assertEqual(process.returncode, 130)
+        self.assertEqual(error.splitlines()[-1], "vela render: interrupted; nothing was written")
+        self.assertEqual(self.names(), ["scene.usda"])
+
+    def test_an_interrupted_render_leaves_nothing(self):
+        self.interrupted(signal.SIGINT)
+
+    def test_a_terminated_render_leaves_nothing(self):
+        self.interrupted(signal.SIGTERM)
+
+    def test_progress_is_shown_on_a_terminal_only(self):
+        ours, theirs = pty.openpty()
+        process = subprocess.Popen([COMMAND, "render", self.scene, "-o", self.at / "a.exr", "--size", "1500x1500", "--samples", "9",
+                                    "--threads", "1"], stderr=theirs)
+        os.close(theirs)
+        shown = b""
+        try:
+            while piece := os.read(ours, 4096):
+                shown += piece
+        except OSError:  # the other end is closed
+            pass
+        os.close(ours)
+        self.assertEqual(process.wait(timeout=60), 0)
+        self.assertRegex(shown.decode(), r"vela render: +\d+ %  \d+\.\d million rays/s  \d+:\d\d left")
+        self.assertRegex(shown.decode(), r"1500 x 1500, 2 meshes, \d+\.\d million rays, \d+\.\d s")
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=1)

@@ -1,0 +1,249 @@
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+
+#include "Failure.h"
+#include "Options.h"
+#include "Text.h"
+
+namespace command {
+
+namespace {
+
+constexpr const char* kOverallHelp =
+    R"(vela: pictures and facts of 3D scenes (.usd .usda .usdc .usdz)
+
+  vela render FILE -o OUT.exr [--png OUT.png]   a picture, with depth, positions, normals and ids
+  vela pick FILE --pixel X,Y                    what is under a pixel, or along a ray
+  vela info FILE                                what a scene holds
+  vela VERB --help                              the options of a verb, with examples
+  vela --version
+
+Exit codes: 0 done, 1 bad input, 2 wrong usage, 130 interrupted.
+)";
+
+constexpr const char* kRenderHelp =
+    R"(vela render FILE -o OUT.exr [--png OUT.png] [options]: renders a scene to a picture.
+
+  -o, --output OUT.exr   linear colour and data, in layers
+  --png OUT.png          the same colour as sRGB, over a plain backdrop
+  --layers LIST          rgba,depth,P,N,prim,face (the default), rgb, alpha, albedo
+  --camera PATH          camera prim; else the first of the scene; else one that shows all of it
+  --lens LENS            perspective, orthographic, spherical (all around, 2:1), cylindrical
+  --size WxH             1280x720
+  --time T               time code; else the scene's default values
+  --samples N            rays a pixel, rounded to a square: 16. With 1, pixel centres
+  --pattern P            places in the pixel: jittered, regular
+  --threads N            0: as many as the machine has. The picture is the same for any number
+  --include-type T       only prims of this type (may be repeated)
+  --exclude PATH         not this prim nor what is below it (may be repeated)
+  --purpose LIST         default,render; also proxy, guide
+  --invisible            also what the scene hides
+  --engine E             tracer; hit-detector: what applications see that pick with it
+
+In the EXR: R G B A (light only where surfaces are, colour multiplied by A), Z depth (infinite where nothing is), P.x P.y P.z
+world position, N.x N.y N.z geometric normal, prim.id (0: nothing; else as the attribute "prim/manifest" says), face.id.
+Data layers are of the pixel's centre. Small scenes take seconds; Ctrl-C leaves nothing half written.
+
+Examples
+  vela render examples/demo/demo.usda -o demo.exr --png demo.png
+  vela render examples/demo/demo.usda --png all.png --lens spherical --samples 4
+  vela render examples/demo/demo.usda -o data.exr --layers depth,N,prim --size 640x360 --time 24
+)";
+
+constexpr const char* kPickHelp =
+    R"(vela pick FILE --pixel X,Y | --ray OX,OY,OZ,DX,DY,DZ [options]: says what a ray meets.
+
+  --pixel X,Y            pixel of the picture that vela render would make with the same options; 0,0 is top left
+  --ray O...,D...        world origin and direction; the distance is in units of the direction's length
+  --json                 as JSON
+  --camera PATH, --lens LENS, --size WxH, --time T, --include-type T, --exclude PATH, --purpose LIST, --invisible,
+  --engine E             as for vela render
+
+Prints the prim's path, its entry (render's prim.id less 1), face, distance, world position and geometric normal.
+
+Examples
+  vela pick examples/demo/demo.usda --pixel 640,360
+  vela pick examples/demo/demo.usda --ray 0,200,0,0,-1,0 --json
+)";
+
+constexpr const char* kInfoHelp =
+    R"(vela info FILE [options]: says what a scene holds.
+
+  --json                 as JSON, complete
+  --time T               time code at which counts and cameras are read
+
+Prints axes, units and times, prims by type, meshes with their counts, cameras in plain units.
+
+Examples
+  vela info examples/demo/demo.usda
+  vela info examples/demo/demo.usda --json
+)";
+
+// An option's value as text and what to do with it, so that every message has this command's form.
+[[noreturn]] void wrong(const std::string& verb, const std::string& option, const std::string& why) {
+  throw Failure{kUsage, "wrong usage", option, why, "try vela " + verb + " --help"};
+}
+
+int readInteger(const std::string& verb, const std::string& option, const std::string& text, int low, int high) {
+  int value = 0;
+  const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc() || stop != text.data() + text.size() || value < low || value > high)
+    wrong(verb, option, "'" + text + "' is no whole number from " + std::to_string(low) + " to " + std::to_string(high));
+  return value;
+}
+
+// A verb's parser. Options are kept as text here and read by the verb's own code.
+class Parser {
+ public:
+  Parser(const char* verb, const char* help) : verb_(verb), help_(help), app_(help, std::string("vela ") + verb) {
+    app_.set_help_flag("-h,--help");
+    app_.add_option("FILE", file_)->required();
+  }
+
+  void text(const std::string& names, std::string& value) { app_.add_option(names, value); }
+  void list(const std::string& names, std::vector<std::string>& values) {
+    app_.add_option(names, values)->expected(1)->take_all();
+  }
+  void flag(const std::string& names, bool& value) { app_.add_flag(names, value); }
+
+  /// \return false when help was asked for
+  bool parse(int count, char** arguments) {
+    try {
+      // CLI11 takes arguments in reverse.
+      std::vector<std::string> words(std::make_reverse_iterator(arguments + count), std::make_reverse_iterator(arguments));
+      app_.parse(std::move(words));
+    } catch (const CLI::CallForHelp&) {
+      std::fputs(help_, stdout);
+      return false;
+    } catch (const CLI::ParseError& error) {
+      wrong(verb_, "", error.what());
+    }
+    return true;
+  }
+
+  [[nodiscard]] const std::string& file() const { return file_; }
+
+ private:
+  const char *verb_, *help_;
+  CLI::App app_;
+  std::string file_;
+};
+
+double readTime(const std::string& verb, const std::string& text) {
+  std::vector<double> numbers;
+  if (text.empty()) return tarn::defaultTimeValue();
+  if (!readNumbers(text, 1, numbers)) wrong(verb, "--time", "'" + text + "' is no number");
+  return numbers[0];
+}
+
+// The options that render and pick share.
+struct SceneTexts {
+  std::string size, time, purposes;
+
+  void declare(Parser& parser, SceneOptions& options) {
+    parser.text("--camera", options.camera);
+    parser.text("--lens", options.lens);
+    parser.text("--size", size);
+    parser.text("--time", time);
+    parser.text("--purpose", purposes);
+    parser.list("--include-type", options.includedTypes);
+    parser.list("--exclude", options.excludedPaths);
+    parser.flag("--invisible", options.withInvisible);
+    parser.text("--engine", options.engine);
+  }
+
+  void read(const std::string& verb, const Parser& parser, SceneOptions& options) const {
+    options.file = parser.file();
+    options.time = readTime(verb, time);
+    if (!size.empty()) {
+      const std::size_t cross = size.find('x');
+      if (cross == std::string::npos) wrong(verb, "--size", "'" + size + "' is no WIDTHxHEIGHT");
+      options.width = readInteger(verb, "--size", size.substr(0, cross), 1, 16384);
+      options.height = readInteger(verb, "--size", size.substr(cross + 1), 1, 16384);
+    }
+    if (!purposes.empty()) options.purposes = splitList(purposes);
+    for (const std::string& purpose : options.purposes)
+      if (purpose != "default" && purpose != "render" && purpose != "proxy" && purpose != "guide")
+        wrong(verb, "--purpose", "'" + purpose + "' is none of default, render, proxy, guide");
+    if (options.engine != "tracer" && options.engine != "hit-detector")
+      wrong(verb, "--engine", "'" + options.engine + "' is none of tracer, hit-detector");
+  }
+};
+
+}  // namespace
+
+const char* overallHelp() { return kOverallHelp; }
+
+bool readArguments(int count, char** arguments, RenderOptions& options) {
+  const std::string verb = "render";
+  Parser parser("render", kRenderHelp);
+  SceneTexts texts;
+  std::string samples, threads, pattern;
+  texts.declare(parser, options.scene);
+  parser.text("-o,--output", options.exr);
+  parser.text("--png", options.png);
+  parser.text("--samples", samples);
+  parser.text("--pattern", pattern);
+  parser.text("--threads", threads);
+  parser.text("--layers", options.layers);
+  if (!parser.parse(count, arguments)) return false;
+
+  texts.read(verb, parser, options.scene);
+  if (options.exr.empty() && options.png.empty()) wrong(verb, "", "neither -o OUT.exr nor --png OUT.png is given");
+  if (options.exr.size() > 4 && options.exr.substr(options.exr.size() - 4) == ".png")
+    wrong(verb, "-o", "writes OpenEXR, '" + options.exr + "' looks like a PNG: that is --png");
+  if (!options.exr.empty() && options.exr == options.png) wrong(verb, "--png", "is the same file as -o");
+  if (!samples.empty()) options.samples = readInteger(verb, "--samples", samples, 1, 4096);
+  if (!threads.empty()) options.threads = readInteger(verb, "--threads", threads, 0, 1024);
+  if (!pattern.empty() && pattern != "jittered" && pattern != "regular")
+    wrong(verb, "--pattern", "'" + pattern + "' is none of jittered, regular");
+  options.jittered = pattern != "regular";
+  return true;
+}
+
+bool readArguments(int count, char** arguments, PickOptions& options) {
+  const std::string verb = "pick";
+  Parser parser("pick", kPickHelp);
+  SceneTexts texts;
+  std::string pixel, ray;
+  texts.declare(parser, options.scene);
+  parser.text("--pixel", pixel);
+  parser.text("--ray", ray);
+  parser.flag("--json", options.json);
+  if (!parser.parse(count, arguments)) return false;
+
+  texts.read(verb, parser, options.scene);
+  if (pixel.empty() == ray.empty()) wrong(verb, "", "one of --pixel and --ray is needed");
+  options.byRay = !ray.empty();
+  std::vector<double> numbers;
+  if (options.byRay) {
+    if (!readNumbers(ray, 6, numbers)) wrong(verb, "--ray", "'" + ray + "' is not six numbers separated by commas");
+    if (numbers[3] == 0.0 && numbers[4] == 0.0 && numbers[5] == 0.0) wrong(verb, "--ray", "the direction has no length");
+    std::copy(numbers.begin(), numbers.end(), options.ray);
+  } else {
+    const std::vector<std::string> parts = splitList(pixel);
+    if (parts.size() != 2) wrong(verb, "--pixel", "'" + pixel + "' is not X,Y");
+    options.pixelX = readInteger(verb, "--pixel", parts[0], 0, 16383);
+    options.pixelY = readInteger(verb, "--pixel", parts[1], 0, 16383);
+  }
+  return true;
+}
+
+bool readArguments(int count, char** arguments, InfoOptions& options) {
+  Parser parser("info", kInfoHelp);
+  std::string time;
+  parser.text("--time", time);
+  parser.flag("--json", options.json);
+  if (!parser.parse(count, arguments)) return false;
+  options.file = parser.file();
+  options.time = readTime("info", time);
+  return true;
+}
+
+}  // namespace command

@@ -1,0 +1,150 @@
+#include <cmath>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Interrupt.h"
+#include "Json.h"
+#include "Options.h"
+#include "Scene.h"
+#include "Text.h"
+#include "ovo/CameraPrim.h"
+#include "ovo/Stage.h"
+
+namespace command {
+
+namespace {
+
+constexpr double kDegrees = 57.29577951308232;
+
+InfoReport::CameraFacts factsOf(const ovo::CameraPrim& prim, double time, double metersPerUnit) {
+  const ovo::CameraParameters from = prim.getParameters(time);
+  const double millimetres = 1000.0 * metersPerUnit;
+  const auto view = [&](double aperture) {
+    return from.perspective ? 2.0 * std::atan(aperture / (2.0 * from.focalLength)) * kDegrees : aperture;
+  };
+  InfoReport::CameraFacts facts;
+  facts.path = prim.getPath().asString();
+  facts.perspective = from.perspective;
+  facts.focalLength = from.focalLength * millimetres;
+  facts.horizontalAperture = from.horizontalAperture * millimetres;
+  facts.verticalAperture = from.verticalAperture * millimetres;
+  facts.horizontalOffset = from.horizontalApertureOffset * millimetres;
+  facts.verticalOffset = from.verticalApertureOffset * millimetres;
+  facts.horizontalView = view(from.horizontalAperture);
+  facts.verticalView = view(from.verticalAperture);
+  facts.clippingNear = from.clippingNear;
+  facts.clippingFar = from.clippingFar;
+  facts.focusDistance = from.focusDistance;
+  facts.fStop = from.fStop;
+  facts.shutterOpen = from.shutterOpen;
+  facts.shutterClose = from.shutterClose;
+  return facts;
+}
+
+InfoReport::MeshFacts factsOf(const ovo::MeshPrim& prim, double time) {
+  InfoReport::MeshFacts facts;
+  ovo::Array<tarn::Vec3<float>> points;
+  ovo::Array<int> counts, indices;
+  bool reverseWinding = false;
+  prim.getPoints(points, time);
+  prim.getFaceTopology(counts, indices, reverseWinding, time);
+  facts.path = prim.getPath().asString();
+  facts.points = points.size();
+  facts.faces = counts.size();
+  for (auto count = counts.cbegin(); count != counts.cend(); ++count)
+    if (*count > 2) facts.triangles += static_cast<std::size_t>(*count) - 2;
+  facts.subdivision = prim.getSubdivisionScheme().asString();
+  facts.purpose = prim.purpose().asString();
+  facts.visible = prim.isVisible(time);
+  return facts;
+}
+
+InfoReport gather(const ovo::Stage& stage, const InfoOptions& options) {
+  InfoReport report;
+  report.file = options.file;
+  report.upAxis = stage.getUpAxis().asString();
+  report.metersPerUnit = stage.getMetersPerUnit();
+  report.timeCodesPerSecond = stage.getTimeCodesPerSecond();
+  report.framesPerSecond = stage.getFramesPerSecond();
+  report.hasTimeRange = stage.hasTimeCodeRange();
+  report.startTimeCode = stage.getStartTimeCode();
+  report.endTimeCode = stage.getEndTimeCode();
+  report.defaultPrim = stage.getDefaultPrimName().asString();
+
+  std::vector<ovo::Prim> open{stage.getRootPrim()}, children;
+  while (!open.empty()) {
+    throwIfInterrupted();
+    const ovo::Prim prim = open.back();
+    open.pop_back();
+    prim.getChildren(children, true, false, true);
+    open.insert(open.end(), children.rbegin(), children.rend());
+    if (prim == stage.getRootPrim()) continue;
+
+    const std::string type = prim.getTypeName().asString();
+    ++report.primsByType[type.empty() ? "(none)" : type];
+    if (const ovo::MeshPrim mesh(prim); mesh.isValid()) report.meshes.push_back(factsOf(mesh, options.time));
+    if (const ovo::CameraPrim camera(prim); camera.isValid())
+      report.cameras.push_back(factsOf(camera, options.time, report.metersPerUnit));
+  }
+  report.problems = stage.problems();
+  return report;
+}
+
+void print(const InfoReport& report) {
+  const auto text = [](double value) { return toText(static_cast<float>(value)); };
+  std::printf("%s\n  up axis %s, %s metres a unit, %s time codes a second", report.file.c_str(), report.upAxis.c_str(),
+              text(report.metersPerUnit).c_str(), text(report.timeCodesPerSecond).c_str());
+  if (report.hasTimeRange)
+    std::printf(", time codes %s to %s", text(report.startTimeCode).c_str(), text(report.endTimeCode).c_str());
+  std::printf("\n");
+  if (!report.defaultPrim.empty()) std::printf("  default prim %s\n", report.defaultPrim.c_str());
+
+  std::printf("\nPrims by type\n");
+  for (const auto& [type, count] : report.primsByType) std::printf("  %8zu  %s\n", count, type.c_str());
+
+  // Long lists would scroll the rest away; JSON has them whole.
+  constexpr std::size_t kMostMeshes = 40;
+  std::size_t points = 0, faces = 0, triangles = 0;
+  for (const InfoReport::MeshFacts& mesh : report.meshes) {
+    points += mesh.points;
+    faces += mesh.faces;
+    triangles += mesh.triangles;
+  }
+  std::printf("\nMeshes: %zu, with %zu points, %zu faces, %zu triangles\n", report.meshes.size(), points, faces, triangles);
+  if (!report.meshes.empty()) std::printf("    points     faces  triangles\n");
+  for (std::size_t i = 0; i < std::min(report.meshes.size(), kMostMeshes); ++i) {
+    const InfoReport::MeshFacts& mesh = report.meshes[i];
+    std::printf("  %8zu  %8zu   %8zu  %s%s%s%s\n", mesh.points, mesh.faces, mesh.triangles, mesh.path.c_str(),
+                mesh.subdivision == "none" ? "" : (" (" + mesh.subdivision + ")").c_str(),
+                mesh.purpose == "default" ? "" : (" (" + mesh.purpose + ")").c_str(), mesh.visible ? "" : " (invisible)");
+  }
+  if (report.meshes.size() > kMostMeshes) std::printf("  ... and %zu more: --json lists all\n", report.meshes.size() - kMostMeshes);
+
+  std::printf("\nCameras: %zu\n", report.cameras.size());
+  for (const InfoReport::CameraFacts& camera : report.cameras) {
+    std::printf("  %s\n", camera.path.c_str());
+    if (camera.perspective)
+      std::printf("    perspective, field of view %.4g x %.4g degrees, focal length %.6g mm, film %.6g x %.6g mm\n",
+                  camera.horizontalView, camera.verticalView, camera.focalLength, camera.horizontalAperture,
+                  camera.verticalAperture);
+    else
+      std::printf("    orthographic, window %.6g x %.6g units\n", camera.horizontalView, camera.verticalView);
+    std::printf("    clipping %.6g to %.6g units, focus at %.6g units, f-stop %.4g\n", camera.clippingNear, camera.clippingFar,
+                camera.focusDistance, camera.fStop);
+  }
+}
+
+}  // namespace
+
+void info(const InfoOptions& options) {
+  const std::shared_ptr<ovo::Stage> stage = openStage("info", options.file);
+  const InfoReport report = gather(*stage, options);
+  if (options.json)
+    std::fputs(toJson(report).c_str(), stdout);
+  else
+    print(report);
+}
+
+}  // namespace command

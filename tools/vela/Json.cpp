@@ -1,0 +1,87 @@
+#include "Json.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+
+#include "Text.h"
+
+namespace command {
+
+namespace {
+
+// Keys stay in the order of the code.
+using Json = nlohmann::ordered_json;
+
+// A float as the shortest decimal that reads back as that float; widened as it is it would show digits that mean nothing.
+Json number(float value) { return std::isfinite(value) ? Json(std::strtod(toText(value).c_str(), nullptr)) : Json(); }
+Json number(double value) { return std::isfinite(value) ? Json(value) : Json(); }
+Json vector(const tarn::Vec3<float>& v) { return Json::array({number(v.x), number(v.y), number(v.z)}); }
+
+// Names in files may be any bytes; what is no UTF-8 is replaced.
+std::string dump(const Json& json, int indent) { return json.dump(indent, ' ', false, Json::error_handler_t::replace); }
+
+}  // namespace
+
+std::string toJson(const PickReport& report) {
+  Json json = {{"hit", report.hit}};
+  if (report.hit) {
+    json["prim"] = report.path;
+    json["entry"] = report.entry;
+    json["face"] = report.face;
+    json["distance"] = number(report.distance);
+    json["position"] = vector(report.position);
+    json["normal"] = vector(report.normal);
+  }
+  return dump(json, 2) + "\n";
+}
+
+std::string toJson(const InfoReport& report) {
+  Json json = {{"file", report.file},
+               {"upAxis", report.upAxis},
+               {"metersPerUnit", number(report.metersPerUnit)},
+               {"timeCodesPerSecond", number(report.timeCodesPerSecond)},
+               {"framesPerSecond", number(report.framesPerSecond)},
+               {"defaultPrim", report.defaultPrim}};
+  if (report.hasTimeRange)
+    json["timeCodes"] = Json::array({number(report.startTimeCode), number(report.endTimeCode)});
+  json["problems"] = report.problems;
+  json["primsByType"] = report.primsByType;
+  json["meshes"] = Json::array();
+  for (const InfoReport::MeshFacts& mesh : report.meshes)
+    json["meshes"].push_back({{"path", mesh.path},
+                              {"points", mesh.points},
+                              {"faces", mesh.faces},
+                              {"triangles", mesh.triangles},
+                              {"subdivisionScheme", mesh.subdivision},
+                              {"purpose", mesh.purpose},
+                              {"visible", mesh.visible}});
+  json["cameras"] = Json::array();
+  for (const InfoReport::CameraFacts& camera : report.cameras) {
+    Json entry = {{"path", camera.path}, {"projection", camera.perspective ? "perspective" : "orthographic"}};
+    if (camera.perspective) {
+      entry["focalLengthMm"] = number(camera.focalLength);
+      entry["apertureMm"] = Json::array({number(camera.horizontalAperture), number(camera.verticalAperture)});
+      entry["apertureOffsetMm"] = Json::array({number(camera.horizontalOffset), number(camera.verticalOffset)});
+      entry["fieldOfViewDegrees"] = Json::array({number(camera.horizontalView), number(camera.verticalView)});
+    } else {
+      entry["windowUnits"] = Json::array({number(camera.horizontalView), number(camera.verticalView)});
+    }
+    entry["clippingRangeUnits"] = Json::array({number(camera.clippingNear), number(camera.clippingFar)});
+    entry["focusDistanceUnits"] = number(camera.focusDistance);
+    entry["fStop"] = number(camera.fStop);
+    entry["shutterTimeCodes"] = Json::array({number(camera.shutterOpen), number(camera.shutterClose)});
+    json["cameras"].push_back(entry);
+  }
+  return dump(json, 2) + "\n";
+}
+
+std::string manifestOf(const std::vector<std::string>& paths) {
+  Json json = Json::object();
+  // By push: looking every path up for its place would take quadratic time in an ordered object.
+  auto& members = json.get_ref<Json::object_t&>();
+  for (std::size_t i = 0; i < paths.size(); ++i) members.emplace_back(paths[i], i + 1);
+  return dump(json, -1);
+}
+
+}  // namespace command

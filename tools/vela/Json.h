@@ -1,0 +1,54 @@
+/// \file
+/// What the verbs report, and its JSON form.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "tarn/Vec.h"
+
+namespace command {
+
+struct PickReport {
+  bool hit = false;
+  std::string path;
+  std::uint32_t entry = 0;
+  std::int32_t face = 0;
+  float distance = 0.0f;
+  tarn::Vec3<float> position, normal;
+};
+
+struct InfoReport {
+  struct MeshFacts {
+    std::string path, subdivision, purpose;
+    std::size_t points = 0, faces = 0, triangles = 0;
+    bool visible = true;
+  };
+  struct CameraFacts {
+    std::string path;
+    bool perspective = true;
+    double focalLength = 0, horizontalAperture = 0, verticalAperture = 0, horizontalOffset = 0, verticalOffset = 0;  ///< mm
+    double horizontalView = 0, verticalView = 0;  ///< degrees; of an orthographic camera its window in scene units
+    double clippingNear = 0, clippingFar = 0, focusDistance = 0;  ///< scene units
+    double fStop = 0, shutterOpen = 0, shutterClose = 0;
+  };
+  std::string file, upAxis, defaultPrim;
+  double metersPerUnit = 0, timeCodesPerSecond = 0, framesPerSecond = 0, startTimeCode = 0, endTimeCode = 0;
+  bool hasTimeRange = false;
+  std::vector<std::string> problems;
+  std::map<std::string, std::size_t> primsByType;
+  std::vector<MeshFacts> meshes;
+  std::vector<CameraFacts> cameras;
+};
+
+/// Texts end with a line end. What is not finite is null.
+[[nodiscard]] std::string toJson(const PickReport& report);
+[[nodiscard]] std::string toJson(const InfoReport& report);
+
+/// One line: an object from path to the prim's number in a picture, 1 for the first.
+[[nodiscard]] std::string manifestOf(const std::vector<std::string>& paths);
+
+}  // namespace command

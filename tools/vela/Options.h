@@ -1,0 +1,67 @@
+/// \file
+/// What the command line says.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Layers.h"
+#include "Scene.h"
+#include "View.h"
+#include "tarn/Time.h"
+
+namespace command {
+
+/// Options of every verb that looks at a scene through a camera.
+struct SceneOptions {
+  std::string file;
+  std::string camera, lens;
+  int width = 0, height = 0;
+  double time = tarn::defaultTimeValue();
+  std::vector<std::string> purposes = {"default", "render"};
+  std::vector<std::string> includedTypes, excludedPaths;
+  bool withInvisible = false;
+  std::string engine = "tracer";
+
+  [[nodiscard]] MeshFilter filter() const { return {time, purposes, withInvisible, includedTypes, excludedPaths}; }
+  [[nodiscard]] ViewOptions view() const { return {camera, lens, width, height, time}; }
+};
+
+struct RenderOptions {
+  SceneOptions scene;
+  std::string exr, png;
+  int samples = 16;
+  bool jittered = true;
+  int threads = 0;
+  std::string layers = kDefaultLayers;
+};
+
+struct PickOptions {
+  SceneOptions scene;
+  bool byRay = false;
+  int pixelX = 0, pixelY = 0;
+  double ray[6] = {};  ///< origin, direction
+  bool json = false;
+};
+
+struct InfoOptions {
+  std::string file;
+  double time = tarn::defaultTimeValue();
+  bool json = false;
+};
+
+/// Read the arguments that follow the verb. \throws Failure (usage) on wrong ones
+/// \return false when the verb's help was asked for and printed
+bool readArguments(int count, char** arguments, RenderOptions& options);
+bool readArguments(int count, char** arguments, PickOptions& options);
+bool readArguments(int count, char** arguments, InfoOptions& options);
+
+/// The screen of `vela --help`.
+[[nodiscard]] const char* overallHelp();
+
+// The verbs. \throws Failure, Interrupted
+void render(const RenderOptions& options);
+void pick(const PickOptions& options);
+void info(const InfoOptions& options);
+
+}  // namespace command

@@ -1,0 +1,282 @@
+#include "Scene.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <set>
+
+#include "Failure.h"
+#include "Interrupt.h"
+#include "ovo/Tokens.h"
+
+namespace command {
+
+namespace {
+
+using tarn::Vec3;
+
+// Types that have a shape of their own but no polygons that a ray could be held against.
+bool hasShapeButNoFaces(const std::string& type) {
+  static const std::set<std::string> types = {"Cube",        "Sphere",        "Cylinder",       "Cylinder_1", "Cone",
+                                              "Capsule",     "Capsule_1",     "Plane",          "Points",     "BasisCurves",
+                                              "NurbsCurves", "HermiteCurves", "NurbsPatch",     "TetMesh",    "Volume",
+                                              "PointInstancer"};
+  return types.count(type) > 0;
+}
+
+bool isFinite(const Vec3<float>& p) { return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z); }
+
+constexpr Vec3<float> kNeutral{0.5f, 0.5f, 0.5f};
+
+}  // namespace
+
+std::shared_ptr<ovo::Stage> openStage(const char* verb, const std::string& file) {
+  std::string why;
+  std::shared_ptr<ovo::Stage> stage = ovo::Stage::open(file, &why);
+  throwIfInterrupted();
+  if (!stage) throw Failure{kBadInput, "cannot open the scene", file, why, "name a .usd, .usda, .usdc or .usdz file"};
+
+  // A scene that is partly missing is shown as far as it goes.
+  constexpr std::size_t kMostLines = 20;
+  const std::vector<std::string> problems = stage->problems();
+  for (std::size_t i = 0; i < std::min(problems.size(), kMostLines); ++i)
+    std::fprintf(stderr, "vela %s: warning: %s: %s\n", verb, file.c_str(), problems[i].c_str());
+  if (problems.size() > kMostLines)
+    std::fprintf(stderr, "vela %s: warning: %s: %zu more like these\n", verb, file.c_str(), problems.size() - kMostLines);
+  return stage;
+}
+
+MeshList listMeshes(const ovo::Stage& stage, const MeshFilter& filter) {
+  MeshList list;
+  ovo::XformCache xforms(filter.time);
+  const ovo::Tokens& names = ovo::tokens();
+
+  const auto isWanted = [&](const ovo::Prim& prim) {
+    const std::string purpose = prim.purpose().asString();
+    if (std::find(filter.purposes.begin(), filter.purposes.end(), purpose) == filter.purposes.end()) return false;
+    return filter.withInvisible || prim.isVisible(filter.time);
+  };
+  const auto isExcluded = [&](const ovo::Prim& prim) {
+    return std::any_of(filter.excludedPaths.begin(), filter.excludedPaths.end(),
+                       [&](const std::string& path) { return prim.getPath() == ovo::Path(path); });
+  };
+  const auto isIncludedType = [&](const std::string& type) {
+    return filter.includedTypes.empty() ||
+           std::find(filter.includedTypes.begin(), filter.includedTypes.end(), type) != filter.includedTypes.end();
+  };
+
+  // Depth first with a stack of its own: scenes may be nested deeper than the process's stack.
+  std::vector<ovo::Prim> open, children;
+  const auto push = [&](const ovo::Prim& parent) {
+    parent.getChildren(children, true, false, true);
+    open.insert(open.end(), children.rbegin(), children.rend());
+  };
+  push(stage.getRootPrim());
+  while (!open.empty()) {
+    throwIfInterrupted();
+    const ovo::Prim prim = open.back();
+    open.pop_back();
+    if (isExcluded(prim)) continue;
+
+    const std::string& type = prim.getTypeName().asString();
+    const ovo::MeshPrim mesh(prim);
+    if (mesh.isValid()) {
+      if (isIncludedType(type) && isWanted(prim)) list.entries.push_back({mesh, xforms.getLocalToWorld(prim)});
+    } else if (hasShapeButNoFaces(type) && isIncludedType(type) && isWanted(prim)) {
+      ++list.notShown[type];
+    }
+    // What lies below an instancer are its prototypes: drawn where they stand they would be strays.
+    if (prim.getTypeName() != names.PointInstancer) push(prim);
+  }
+  return list;
+}
+
+void reportNotShown(const char* verb, const MeshList& list) {
+  if (list.notShown.empty()) return;
+  std::size_t total = 0;
+  std::string types;
+  for (const auto& [type, count] : list.notShown) {
+    total += count;
+    types += (types.empty() ? "" : ", ") + std::to_string(count) + " " + type;
+  }
+  std::fprintf(stderr, "vela %s: note: %zu prim%s cannot be shown yet and %s left out: %s\n", verb, total,
+               total == 1 ? "" : "s", total == 1 ? "is" : "are", types.c_str());
+}
+
+std::vector<ovo::CameraPrim> listCameras(const ovo::Stage& stage) {
+  std::vector<ovo::CameraPrim> cameras;
+  std::vector<ovo::Prim> open, children;
+  open.push_back(stage.getRootPrim());
+  while (!open.empty()) {
+    const ovo::Prim prim = open.back();
+    open.pop_back();
+    const ovo::CameraPrim camera(prim);
+    if (camera.isValid()) cameras.push_back(camera);
+    if (prim.getTypeName() == ovo::tokens().PointInstancer) continue;
+    prim.getChildren(children, true, false, true);
+    open.insert(open.end(), children.rbegin(), children.rend());
+  }
+  return cameras;
+}
+
+tarn::Box3<double> worldBox(const MeshEntry& entry, double time) {
+  tarn::Box3<double> box;
+  ovo::Array<Vec3<float>> points;
+  if (!entry.prim.getPoints(points, time)) return box;
+  for (const Vec3<float>& p : static_cast<const ovo::Array<Vec3<float>>&>(points)) {
+    if (!isFinite(p)) continue;
+    const Vec3<double> world = entry.worldFromObject.transformPoint(Vec3<double>(p));
+    if (std::isfinite(world.x) && std::isfinite(world.y) && std::isfinite(world.z)) box.extendBy(world);
+  }
+  return box;
+}
+
+// ----- surfaces
+
+Surface::Surface(const MeshEntry& entry, double time) {
+  const ovo::Tokens& names = ovo::tokens();
+  bool reverseWinding = false;
+  entry.prim.getPoints(points_, time);
+  entry.prim.getFaceTopology(counts_, indices_, reverseWinding, time);
+  leftHanded_ = entry.prim.getOrientation() == names.leftHanded;
+
+  // A face of a negative count takes no room: the tracer never reports it, and later faces keep their places.
+  starts_.reserve(counts_.size());
+  std::size_t start = 0;
+  for (const int count : static_cast<const ovo::Array<int>&>(counts_)) {
+    starts_.push_back(start);
+    if (count > 0) start += static_cast<std::size_t>(count);
+  }
+
+  const ovo::Primvar colour = entry.prim.findInheritedPrimvar(names.displayColor);
+  if (colour.isValid() && colour.computeFlattened(colours_.values, time))
+    colours_.spread = spreadOf(colour.interpolation(), colours_.values.size());
+
+  ovo::Token interpolation;
+  if (entry.prim.getNormals(normals_.values, interpolation, time))
+    normals_.spread = spreadOf(interpolation, normals_.values.size());
+  if (normals_.spread == Spread::none && entry.prim.getSubdivisionScheme() != names.none) smoothNormals();
+}
+
+std::size_t Surface::triangleCount() const {
+  std::size_t triangles = 0;
+  for (const int count : static_cast<const ovo::Array<int>&>(counts_))
+    if (count > 2) triangles += static_cast<std::size_t>(count) - 2;
+  return triangles;
+}
+
+// Values whose number does not fit their interpolation are not used: which of them belongs where is not known.
+Surface::Spread Surface::spreadOf(const ovo::Token& interpolation, std::size_t count) const {
+  const ovo::Tokens& names = ovo::tokens();
+  if (count == 0) return Spread::none;
+  if (interpolation == names.constant) return Spread::constant;
+  if (interpolation == names.uniform) return count >= counts_.size() ? Spread::face : Spread::none;
+  if (interpolation == names.vertex || interpolation == names.varying)
+    return count >= points_.size() ? Spread::point : Spread::none;
+  if (interpolation == names.faceVarying) return count >= indices_.size() ? Spread::corner : Spread::none;
+  return Spread::none;
+}
+
+Vec3<float> Surface::at(const Values& values, int face, const Vec3<float>& objectPoint) const {
+  const auto f = static_cast<std::size_t>(face);
+  const Vec3<float>* data = values.values.cdata();
+  if (values.spread == Spread::constant) return data[0];
+  if (values.spread == Spread::face) return data[f];
+
+  const std::size_t start = starts_[f], count = static_cast<std::size_t>(counts_[f]);
+  const int* corners = indices_.cdata() + start;
+  const auto value = [&](std::size_t i) {
+    return values.spread == Spread::point ? data[static_cast<std::size_t>(corners[i])] : data[start + i];
+  };
+
+  // Corners as seen from the point. On a corner, or on the edge between two, only those count.
+  struct Corner {
+    Vec3<double> direction;
+    double length;
+  };
+  std::array<Corner, 16> few;
+  std::vector<Corner> many;
+  Corner* seen = few.data();
+  if (count > few.size()) {
+    many.resize(count);
+    seen = many.data();
+  }
+  const Vec3<double> p(objectPoint);
+  double size = 0.0;
+  for (std::size_t i = 0; i < count; ++i) {
+    seen[i].direction = Vec3<double>(points_[static_cast<std::size_t>(corners[i])]) - p;
+    seen[i].length = seen[i].direction.length();
+    size = std::max(size, seen[i].length);
+  }
+  if (!(size > 0.0) || !std::isfinite(size)) return value(0);
+  for (std::size_t i = 0; i < count; ++i)
+    if (seen[i].length <= 1e-7 * size) return value(i);
+
+  // The weight of a corner is the sum of tan(half angle) to both neighbours, over its distance. The sign of an angle comes
+  // from the polygon's own normal, so that concave corners count right.
+  Vec3<double> normal;
+  for (std::size_t i = 0; i < count; ++i)
+    normal += cross(seen[i].direction, seen[(i + 1) % count].direction);
+  Vec3<double> sum;
+  double weights = 0.0;
+  const auto halfTangent = [&](std::size_t i, std::size_t j, bool& onEdge) {
+    const double cosine = dot(seen[i].direction, seen[j].direction);
+    const double sine = dot(cross(seen[i].direction, seen[j].direction), normal) < 0.0
+                            ? -cross(seen[i].direction, seen[j].direction).length()
+                            : cross(seen[i].direction, seen[j].direction).length();
+    const double product = seen[i].length * seen[j].length;
+    onEdge = product + cosine <= 1e-12 * product;
+    return onEdge ? 0.0 : sine / (product + cosine);
+  };
+  bool onEdge = false;
+  double before = halfTangent(count - 1, 0, onEdge);
+  const auto edge = [&](std::size_t i, std::size_t j) {
+    const double t = seen[i].length / (seen[i].length + seen[j].length);
+    return Vec3<float>(Vec3<double>(value(i)) * (1.0 - t) + Vec3<double>(value(j)) * t);
+  };
+  if (onEdge) return edge(count - 1, 0);
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::size_t j = (i + 1) % count;
+    const double after = halfTangent(i, j, onEdge);
+    if (onEdge) return edge(i, j);
+    const double weight = (before + after) / seen[i].length;
+    sum += Vec3<double>(value(i)) * weight;
+    weights += weight;
+    before = after;
+  }
+  return weights != 0.0 ? Vec3<float>(sum / weights) : value(0);
+}
+
+Vec3<float> Surface::colour(int face, const Vec3<float>& objectPoint) const {
+  return colours_.spread == Spread::none ? kNeutral : at(colours_, face, objectPoint);
+}
+
+Vec3<float> Surface::normal(int face, const Vec3<float>& objectPoint) const { return at(normals_, face, objectPoint); }
+
+// Sums of the faces' normals, weighted by area (Newell's sum), at each point.
+void Surface::smoothNormals() {
+  const ovo::Array<Vec3<float>>& points = points_;
+  std::vector<Vec3<double>> sums(points.size());
+  for (std::size_t f = 0; f < counts_.size(); ++f) {
+    const int count = static_cast<const ovo::Array<int>&>(counts_)[f];
+    if (count < 3 || starts_[f] + static_cast<std::size_t>(count) > indices_.size()) continue;
+    const int* corners = indices_.cdata() + starts_[f];
+    const auto isUsable = [&](int i) { return i >= 0 && static_cast<std::size_t>(i) < points.size(); };
+    if (!std::all_of(corners, corners + count, isUsable)) continue;
+
+    const Vec3<double> base(points[static_cast<std::size_t>(corners[0])]);
+    Vec3<double> area;
+    for (int i = 1; i + 1 < count; ++i)
+      area += cross(Vec3<double>(points[static_cast<std::size_t>(corners[i])]) - base,
+                    Vec3<double>(points[static_cast<std::size_t>(corners[i + 1])]) - base);
+    if (leftHanded_) area = -area;
+    for (int i = 0; i < count; ++i) sums[static_cast<std::size_t>(corners[i])] += area;
+  }
+  normals_.values.resize(sums.size());
+  Vec3<float>* out = normals_.values.data();
+  for (std::size_t i = 0; i < sums.size(); ++i) out[i] = Vec3<float>(sums[i].normalized());
+  normals_.spread = Spread::point;
+}
+
+}  // namespace command

@@ -1,0 +1,99 @@
+/// \file
+/// What of a scene a picture shows: its meshes, their surfaces and its cameras.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ovo/Array.h"
+#include "ovo/CameraPrim.h"
+#include "ovo/MeshPrim.h"
+#include "ovo/Stage.h"
+#include "tarn/Box3.h"
+#include "tarn/Mat4.h"
+#include "tarn/Time.h"
+#include "tarn/Vec.h"
+
+namespace command {
+
+/// Which meshes to take.
+struct MeshFilter {
+  double time = tarn::defaultTimeValue();
+  std::vector<std::string> purposes = {"default", "render"};
+  bool withInvisible = false;
+  std::vector<std::string> includedTypes;  ///< empty: every type
+  std::vector<std::string> excludedPaths;  ///< these prims and all below them stay out
+};
+
+/// A mesh and where it stands. Its place in MeshList::entries is its entry number.
+struct MeshEntry {
+  ovo::MeshPrim prim;
+  tarn::Mat4<double> worldFromObject;
+};
+
+struct MeshList {
+  std::vector<MeshEntry> entries;                   ///< in the order of the scene, parents first
+  std::map<std::string, std::size_t> notShown;  ///< prims that have a shape but no faces to trace, by type name
+};
+
+/// Opens a scene. Why parts of it are missing is said on standard error, a line each.
+/// \throws Failure when the file cannot be opened
+[[nodiscard]] std::shared_ptr<ovo::Stage> openStage(const char* verb, const std::string& file);
+
+/// The meshes that a picture at the filter's time shows: active, defined, visible, of the right purpose, and no prototypes of
+/// point instancers.
+[[nodiscard]] MeshList listMeshes(const ovo::Stage& stage, const MeshFilter& filter);
+
+/// Says on standard error, in one line, what cannot be shown; nothing when there is nothing to say.
+void reportNotShown(const char* verb, const MeshList& list);
+
+/// All cameras of the scene in its order.
+[[nodiscard]] std::vector<ovo::CameraPrim> listCameras(const ovo::Stage& stage);
+
+/// World box of a mesh's finite points at the time; empty without any.
+[[nodiscard]] tarn::Box3<double> worldBox(const MeshEntry& entry, double time);
+
+/// A mesh's data for shading, read once.
+///
+/// Values at a place of a face are mixed by mean value coordinates (Hormann and Floater, ACM TOG 25(4), 2006), which are the
+/// barycentric ones in a triangle, leave no seam along a quad's diagonal and hold for any polygon.
+class Surface {
+ public:
+  Surface(const MeshEntry& entry, double time);
+
+  /// displayColor at a point of the face; a neutral grey where the scene has none.
+  [[nodiscard]] tarn::Vec3<float> colour(int face, const tarn::Vec3<float>& objectPoint) const;
+
+  /// True when there are normals to shade with beside the faces': the scene's own, or those of a smooth surface.
+  [[nodiscard]] bool hasOwnNormals() const noexcept { return normals_.spread != Spread::none; }
+  /// That normal, in object space, pointing out, of any length; only where hasOwnNormals().
+  [[nodiscard]] tarn::Vec3<float> normal(int face, const tarn::Vec3<float>& objectPoint) const;
+
+  [[nodiscard]] bool isLeftHanded() const noexcept { return leftHanded_; }
+  [[nodiscard]] std::size_t faceCount() const noexcept { return counts_.size(); }
+  /// Faces of the mesh that are triangles, when cut: n - 2 for each face of n corners.
+  [[nodiscard]] std::size_t triangleCount() const;
+
+ private:
+  enum class Spread { none, constant, face, point, corner };
+  struct Values {
+    Spread spread = Spread::none;
+    ovo::Array<tarn::Vec3<float>> values;
+  };
+
+  [[nodiscard]] Spread spreadOf(const ovo::Token& interpolation, std::size_t count) const;
+  [[nodiscard]] tarn::Vec3<float> at(const Values& values, int face, const tarn::Vec3<float>& objectPoint) const;
+  void smoothNormals();
+
+  ovo::Array<tarn::Vec3<float>> points_;
+  ovo::Array<int> counts_, indices_;
+  std::vector<std::size_t> starts_;  ///< where each face begins in indices_
+  Values colours_, normals_;
+  bool leftHanded_ = false;
+};
+
+}  // namespace command

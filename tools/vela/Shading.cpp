@@ -1,0 +1,170 @@
+#include "Shading.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace command {
+
+namespace {
+
+using tarn::Ray;
+using tarn::Vec2;
+using tarn::Vec3;
+
+constexpr float kPi = 3.14159265f;
+
+float largestOf(const Vec3<float>& v) { return std::max({std::abs(v.x), std::abs(v.y), std::abs(v.z)}); }
+
+Vec3<float> mix(const Vec3<float>& a, const Vec3<float>& b, float t) { return a * (1.0f - t) + b * t; }
+
+// Any two directions that make a right-handed frame with a unit vector.
+void makeFrame(const Vec3<float>& n, Vec3<float>& across, Vec3<float>& along) {
+  const Vec3<float> helper = std::abs(n.x) < 0.6f ? Vec3<float>(1, 0, 0) : Vec3<float>(0, 1, 0);
+  across = cross(helper, n).normalized();
+  along = cross(n, across);
+}
+
+// From the square [-0.5, 0.5]^2 to the unit disk, keeping neighbours together: Shirley and Chiu, JGT 2(3), 1997.
+Vec2<float> toDisk(const Vec2<float>& place) {
+  const float a = 2.0f * place.x, b = 2.0f * place.y;
+  if (a == 0.0f && b == 0.0f) return {};
+  const bool wide = std::abs(a) > std::abs(b);
+  const float r = wide ? a : b;
+  const float angle = wide ? 0.25f * kPi * (b / a) : 0.5f * kPi - 0.25f * kPi * (a / b);
+  return {r * std::cos(angle), r * std::sin(angle)};
+}
+
+}  // namespace
+
+Vec3<float> backdrop(float height) {
+  const float t = std::clamp(height, 0.0f, 1.0f);
+  return mix(Vec3<float>(0.30f, 0.29f, 0.28f), Vec3<float>(0.62f, 0.68f, 0.74f), t * t * (3.0f - 2.0f * t));
+}
+
+// ----- samples
+
+void PixelSamples::start(int x, int y, int frame, bool jittered) {
+  rng_.setSeed(vela::SamplingRng::BuildHashedSeed(x, y, frame));
+  if (grid_ == 1)
+    offsets_.assign(1, Vec2<float>());
+  else if (jittered)
+    rng_.generate2dSamples(grid_, grid_, offsets_);
+  else
+    rng_.generate2dUniformSamples(grid_, grid_, offsets_);
+}
+
+void PixelSamples::drawLights() {
+  rng_.generate2dSamples(grid_, grid_, key_);
+  rng_.generate2dSamples(grid_, grid_, fill_);
+  if (ambient_ > 0) rng_.generate2dSamples(grid_ * ambient_, grid_, ambientPlaces_);
+  rng_.generate1dSamples(grid_ * grid_ * ambient_, reaches_);
+}
+
+// ----- light
+
+Shader::Shader(const MeshList& list, double time, const View& view, const Vec3<double>& engineOrigin, double radius, int ambient)
+    : up_(view.up), reach_(static_cast<float>(0.5 * radius)), ambient_(ambient) {
+  tarn::Mat4<double> worldFromEngine;
+  worldFromEngine.translate(engineOrigin.x, engineOrigin.y, engineOrigin.z);
+  surfaces_.reserve(list.entries.size());
+  placed_.reserve(list.entries.size());
+  for (const MeshEntry& entry : list.entries) {
+    surfaces_.emplace_back(entry, time);
+    const tarn::Mat4<double> objectFromWorld = entry.worldFromObject.inverse();
+    double scale = 0.0;
+    for (std::size_t c = 0; c < 3; ++c) {
+      const double* column = entry.worldFromObject.data() + 4 * c;
+      scale = std::max(scale, Vec3<double>(column[0], column[1], column[2]).length());
+    }
+    placed_.push_back({objectFromWorld * worldFromEngine, objectFromWorld.transposed(), &surfaces_.back(),
+                       static_cast<float>(scale)});
+  }
+
+  // The lights stand by the camera, level with the scene's horizon, so that any scene is lit from any side.
+  const auto axis = [&](std::size_t c) {
+    return Vec3<double>(view.worldFromCamera[4 * c], view.worldFromCamera[4 * c + 1], view.worldFromCamera[4 * c + 2]);
+  };
+  Vec3<double> back = axis(2) - view.up * dot(axis(2), view.up);
+  if (back.length() < 1e-3) back = -(axis(1) - view.up * dot(axis(1), view.up));
+  back.normalize();
+  const Vec3<double> right = cross(view.up, back);
+  const auto set = [](Directional& light, const Vec3<double>& towards, const Vec3<float>& colour, float spread) {
+    light.direction = Vec3<float>(towards.normalized());
+    makeFrame(light.direction, light.across, light.along);
+    light.colour = colour;
+    light.spread = spread;
+  };
+  set(key_, right * -0.62 + back * 0.62 + view.up * 0.86, Vec3<float>(0.90f, 0.81f, 0.68f), 0.07f);
+  set(fill_, right * 0.80 + back * 0.85 + view.up * 0.35, Vec3<float>(0.13f, 0.16f, 0.20f), 0.30f);
+}
+
+Vec3<float> Shader::colour(const SurfaceHit& hit) const {
+  const Placed& placed = placed_[hit.entry];
+  return placed.surface->colour(hit.face, Vec3<float>(placed.objectFromEngine.transformPoint(Vec3<double>(hit.position))));
+}
+
+Vec3<float> Shader::light(const Ray<float>& ray, const SurfaceHit& hit, const PixelSamples& samples, std::size_t sample,
+                          std::size_t target, Batch& batch) const {
+  const Placed& placed = placed_[hit.entry];
+  const Vec3<float> objectPoint(placed.objectFromEngine.transformPoint(Vec3<double>(hit.position)));
+  const Vec3<float> albedo = placed.surface->colour(hit.face, objectPoint);
+  const Vec3<float> toViewer = -ray.direction;
+
+  // Normals: the geometric one by the prim's orientation, the shading one where it has its own; both towards the viewer.
+  const Vec3<float> outward = placed.surface->isLeftHanded() ? -hit.normal : hit.normal;
+  const bool seenFromBehind = dot(outward, toViewer) < 0.0f;
+  const Vec3<float> geometric = seenFromBehind ? -outward : outward;
+  Vec3<float> shading = geometric;
+  if (placed.surface->hasOwnNormals()) {
+    const Vec3<double> own(placed.surface->normal(hit.face, objectPoint));
+    const Vec3<float> world(placed.objectFromWorldTransposed.transformVector(own).normalized());
+    shading = seenFromBehind ? -world : world;
+    // A normal that is NaN, missing or on the far side of its face is none.
+    if (!(dot(shading, geometric) > 0.05f)) shading = geometric;
+  }
+
+  // Rays start off the surface, on the viewer's side, by what rounding may have put the hit beneath it: positions are floats
+  // about the scene's centre, a hit is exact to a few units in the last place of the way to it, and neighbouring points of a
+  // mesh far from its own zero are rounded there.
+  const float lift = std::max(largestOf(hit.position), static_cast<float>(hit.distance) * 0.5f) * 4e-6f +
+                     largestOf(objectPoint) * placed.scale * 2.5e-7f;
+  const Vec3<float> start = hit.position + geometric * lift;
+  const auto add = [&](const Vec3<float>& direction, float reach, const Vec3<float>& colour) {
+    batch.rays.push_back({start, direction, 0.0f, reach});
+    batch.lights.push_back({target, colour});
+  };
+
+  constexpr float kFar = 3.0e38f;
+  for (const Directional* light : {&key_, &fill_}) {
+    const Vec2<float> disk = toDisk(light == &key_ ? samples.key(sample) : samples.fill(sample));
+    const Vec3<float> direction =
+        (light->direction + (light->across * disk.x + light->along * disk.y) * light->spread).normalized();
+    const float facing = dot(shading, direction);
+    if (facing <= 0.0f || dot(geometric, direction) <= 0.0f) continue;
+    // A matt surface with a thin glaze.
+    const Vec3<float> half = (direction + toViewer).normalized();
+    const float gloss = std::pow(std::max(dot(shading, half), 0.0f), 48.0f);
+    const float edge = 1.0f - std::max(dot(toViewer, half), 0.0f);
+    const float glaze = (0.04f + 0.5f * edge * edge * edge * edge * edge) * gloss * 4.0f;
+    add(direction, kFar, light->colour * (albedo * facing + Vec3<float>(glaze * facing)));
+  }
+
+  // Daylight: directions about the normal, more of them where they count more; each looks as far as its draw says, so that
+  // darkness fades with distance.
+  Vec3<float> across, along;
+  makeFrame(shading, across, along);
+  for (int i = 0; i < ambient_; ++i) {
+    const auto k = static_cast<std::size_t>(i);
+    const Vec2<float> disk = toDisk(samples.ambient(sample, k));
+    const float height = std::sqrt(std::max(1.0f - disk.x * disk.x - disk.y * disk.y, 0.0f));
+    Vec3<float> direction = (across * disk.x + along * disk.y + shading * height).normalized();
+    const float side = dot(direction, geometric);
+    if (side < 0.0f) direction = (direction - geometric * (2.0f * side)).normalized();
+    const float sky = 0.5f + 0.5f * dot(direction, up_);
+    const Vec3<float> daylight = mix(Vec3<float>(0.20f, 0.17f, 0.15f), Vec3<float>(0.46f, 0.50f, 0.56f), sky);
+    add(direction, reach_ * samples.reach(sample, k), daylight * albedo * (1.0f / static_cast<float>(ambient_)));
+  }
+  return albedo;
+}
+
+}  // namespace command

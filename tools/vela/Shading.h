@@ -1,0 +1,101 @@
+/// \file
+/// Light on surfaces: a key and a fill light, and daylight that corners keep out.
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+#include "Engine.h"
+#include "Scene.h"
+#include "View.h"
+#include "tarn/Ray.h"
+#include "tarn/Vec.h"
+#include "vela/sampling/SamplingRng.h"
+
+namespace command {
+
+/// Random places for one pixel's samples, drawn in a fixed order from the pixel's own stream, so that a picture depends
+/// neither on threads nor on the order of work.
+class PixelSamples {
+ public:
+  /// \param grid    samples of the pixel are grid * grid
+  /// \param ambient rays into the open for each of them
+  PixelSamples(int grid, int ambient) : grid_(grid), ambient_(ambient) {}
+
+  /// Draws the places within the pixel for the picture's pixel (x, y) and frame. With one sample that is its centre.
+  void start(int x, int y, int frame, bool jittered);
+  /// Draws all that shading needs. To be called once after start(), when anything was hit.
+  void drawLights();
+
+  [[nodiscard]] std::size_t count() const { return static_cast<std::size_t>(grid_) * static_cast<std::size_t>(grid_); }
+  /// In pixels, from the centre, within [-0.5, 0.5].
+  [[nodiscard]] tarn::Vec2<float> offset(std::size_t sample) const { return offsets_[sample]; }
+  [[nodiscard]] tarn::Vec2<float> key(std::size_t sample) const { return key_[sample]; }
+  [[nodiscard]] tarn::Vec2<float> fill(std::size_t sample) const { return fill_[sample]; }
+  [[nodiscard]] tarn::Vec2<float> ambient(std::size_t sample, std::size_t i) const {
+    return ambientPlaces_[sample * static_cast<std::size_t>(ambient_) + i];
+  }
+  [[nodiscard]] float reach(std::size_t sample, std::size_t i) const {
+    return reaches_[sample * static_cast<std::size_t>(ambient_) + i];
+  }
+
+ private:
+  int grid_, ambient_;
+  vela::SamplingRng rng_;
+  std::vector<tarn::Vec2<float>> offsets_, key_, fill_, ambientPlaces_;
+  std::vector<float> reaches_;
+};
+
+/// Where light may come from: the scene's meshes as surfaces, and the lights.
+class Shader {
+ public:
+  /// \param radius    half the size of what is shown: how far corners darken
+  /// \param ambient   rays into the open for each sample
+  Shader(const MeshList& list, double time, const View& view, const tarn::Vec3<double>& engineOrigin, double radius, int ambient);
+
+  /// A ray that decides over some light, and the light.
+  struct Light {
+    std::size_t target;       ///< the caller's number of the sample
+    tarn::Vec3<float> colour;  ///< what arrives when nothing is in the way
+  };
+  struct Batch {
+    std::vector<tarn::Ray<float>> rays;
+    std::vector<Light> lights;
+    void clear() {
+      rays.clear();
+      lights.clear();
+    }
+  };
+
+  /// Adds the rays and lights of one hit. \return displayColor there
+  tarn::Vec3<float> light(const tarn::Ray<float>& ray, const SurfaceHit& hit, const PixelSamples& samples, std::size_t sample,
+                          std::size_t target, Batch& batch) const;
+
+  /// displayColor at a hit.
+  [[nodiscard]] tarn::Vec3<float> colour(const SurfaceHit& hit) const;
+
+ private:
+  struct Placed {
+    tarn::Mat4<double> objectFromEngine;
+    tarn::Mat4<double> objectFromWorldTransposed;  ///< carries normals to the world
+    const Surface* surface;
+    float scale;  ///< the most that a length in the object grows in the world
+  };
+  struct Directional {
+    tarn::Vec3<float> direction, across, along;
+    tarn::Vec3<float> colour;
+    float spread;  ///< tangent of the half angle that the light fills
+  };
+
+  std::vector<Surface> surfaces_;
+  std::vector<Placed> placed_;
+  Directional key_, fill_;
+  tarn::Vec3<float> up_;
+  float reach_;
+  int ambient_;
+};
+
+/// What is seen where no surface is, linear, for pictures without transparency. `height` runs from 0 at the bottom to 1 at the top.
+[[nodiscard]] tarn::Vec3<float> backdrop(float height);
+
+}  // namespace command

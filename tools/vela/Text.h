@@ -1,0 +1,20 @@
+/// \file
+/// Numbers and lists as text.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace command {
+
+/// The parts of a comma-separated list, blanks at their ends removed, empty ones left out.
+[[nodiscard]] std::vector<std::string> splitList(const std::string& list);
+
+/// Reads exactly \p count finite numbers separated by commas. \return false for anything else
+[[nodiscard]] bool readNumbers(const std::string& text, std::size_t count, std::vector<double>& numbers);
+
+/// The shortest text that reads back as the same number.
+[[nodiscard]] std::string toText(float value);
+[[nodiscard]] std::string toText(double value);
+
+}  // namespace command

@@ -1,0 +1,67 @@
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <new>
+#include <string>
+
+#include "Failure.h"
+#include "Interrupt.h"
+#include "Options.h"
+#include "vela/Version.h"
+
+namespace {
+
+using namespace command;
+
+// One verb: its arguments, then its work.
+template <class VerbOptions>
+void run(int count, char** arguments, void (*verb)(const VerbOptions&)) {
+  VerbOptions options;
+  if (readArguments(count, arguments, options)) verb(options);
+}
+
+void dispatch(const std::string& verb, int count, char** arguments) {
+  if (verb == "render") return run(count, arguments, render);
+  if (verb == "pick") return run(count, arguments, pick);
+  if (verb == "info") return run(count, arguments, info);
+  throw Failure{kUsage, "no such verb", verb, "", "try vela --help"};
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::string verb = argc > 1 ? argv[1] : "";
+  if (verb == "--help" || verb == "-h" || verb == "help") {
+    std::fputs(overallHelp(), stdout);
+    return kDone;
+  }
+  if (verb == "--version") {
+    std::printf("vela %s\n", vela::version());
+    return kDone;
+  }
+  if (verb.empty()) {
+    std::fputs(overallHelp(), stderr);
+    return kUsage;
+  }
+
+  const std::string head = verb[0] == '-' ? "vela" : "vela " + verb;
+  const auto fail = [&](const Failure& failure) {
+    std::fprintf(stderr, "%s: error: %s\n", head.c_str(), describe(failure).c_str());
+    return static_cast<int>(failure.code);
+  };
+  catchInterrupts();
+  try {
+    dispatch(verb, argc - 2, argv + 2);
+    if (std::fflush(stdout) != 0) throw Failure{kBadInput, "cannot write", "standard output", std::strerror(errno), ""};
+    return kDone;
+  } catch (const Failure& failure) {
+    return fail(failure);
+  } catch (const Interrupted&) {
+    std::fprintf(stderr, "%s: interrupted; nothing was written\n", head.c_str());
+    return kInterrupted;
+  } catch (const std::bad_alloc&) {
+    return fail({kBadInput, "out of memory", "", "", "try a smaller --size or fewer --threads"});
+  } catch (const std::exception& error) {
+    return fail({kBadInput, "failed", "", error.what(), ""});
+  }
+}
