@@ -687,6 +687,57 @@ TEST(RoundLenses, ProjectNothing) {
   }
 }
 
+// The lenses compute four sines at a time and settle what may round otherwise; a million coordinates, half of them where that is
+// likely (multiples of a quarter turn, plus a little), against the plain functions.
+TEST(RoundLenses, HaveTheBitsOfThePlainSineAndCosine) {
+  const unsigned seed = std::random_device{}();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  std::uniform_real_distribution<double> u(-1.0, 1.0);
+  const Camera::Sample sample = sampleOf(36, 50);
+  const float h = sample.lensMagnification() * 0.5f;
+  const auto component = [&](int i) {
+    const double near = static_cast<double>(static_cast<int>(random() % 9) - 4) / 4.0;
+    return static_cast<float>(i % 2 == 0 ? u(random) : near + u(random) * std::pow(10.0, -1.0 - static_cast<double>(random() % 12)));
+  };
+  const auto unit = [](double x, double y, double z) {
+    return Vec3<float>(static_cast<float>(x), static_cast<float>(y), static_cast<float>(z)).normalized();
+  };
+  const auto clamp = [](float v) { return static_cast<double>(std::fmin(std::fmax(v, -1.0f), 1.0f)); };
+  constexpr unsigned kCount = 1000;
+  std::vector<ProjectCoord> coords(kCount);
+  std::vector<RayContext> around(kCount), cylinder(kCount);
+  for (int round = 0; round < 500; ++round) {
+    ProjectionImageContext image;
+    image.aspect = round % 3 == 0 ? 1.0f : round % 3 == 1 ? 0.5f : static_cast<float>(0.01 + std::fabs(u(random)));
+    for (unsigned i = 0; i < kCount; ++i) {
+      coords[i] = coordAt(component(round), component(round), 0.0f, 0.0f);
+      coords[i].dx = component(round) - coords[i].x;
+      coords[i].dy = component(round) - coords[i].y;
+    }
+    vela::generateCameraRays(vela::SphericalProjection(), kCount, coords.data(), sample, image, around.data());
+    vela::generateCameraRays(vela::CylindricalProjection(), kCount, coords.data(), sample, image, cylinder.data());
+    const double k = 1.0 / static_cast<double>(image.aspect);
+    for (unsigned i = 0; i < kCount; ++i) {
+      const ProjectCoord& c = coords[i];
+      const auto where = [&] {
+        return testing::Message() << c.x << ' ' << c.y << ' ' << c.dx << ' ' << c.dy << ", aspect " << image.aspect;
+      };
+      const double phi = (clamp(c.x) + 1.0) * kPi, phiX = (clamp(c.x + c.dx) + 1.0) * kPi;
+      const double theta = (clamp(c.y) * k + 1.0) * 0.5 * kPi, thetaY = (k * clamp(c.y + c.dy) + 1.0) * 0.5 * kPi;
+      ASSERT_TRUE(sameBits(around[i].direction,
+                           unit(-std::sin(phi) * std::sin(theta), -std::cos(theta), std::cos(phi) * std::sin(theta)))) << where();
+      ASSERT_TRUE(sameBits(around[i].xDirection,
+                           unit(-std::sin(phiX) * std::sin(thetaY), -std::cos(theta), std::cos(phiX) * std::sin(thetaY)))) << where();
+      ASSERT_TRUE(sameBits(around[i].yDirection,
+                           unit(-std::sin(phi) * std::sin(theta), -std::cos(thetaY), std::cos(phi) * std::sin(theta)))) << where();
+      const double y = static_cast<double>(h * static_cast<float>(clamp(c.y)));
+      ASSERT_TRUE(sameBits(cylinder[i].direction, unit(-std::sin(phi), y, std::cos(phi)))) << where();
+      ASSERT_TRUE(sameBits(cylinder[i].xDirection, unit(-std::sin(phiX), y, std::cos(phiX)))) << where();
+    }
+  }
+}
+
 // Turning the image by a window translation in x turns the rays about y by the same share of the circle.
 TEST(RoundLenses, AWindowTranslationTurnsTheRays) {
   Camera::Sample s = sampleOf(2, 1), moved = s;

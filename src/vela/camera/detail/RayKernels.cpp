@@ -34,34 +34,46 @@ struct Optics {
   }
 };
 
-void writeRay(RayContext& ray, const tarn::Vec3<float>& origin, const tarn::Vec3<float>& direction,
-              const tarn::Vec3<float>& xDirection, const tarn::Vec3<float>& yDirection, const Optics& o) {
-  ray.origin = origin;
-  ray.direction = direction;
-  ray.updateSlopes();
-  ray.xDirection = xDirection;
-  ray.yDirection = yDirection;
-  ray.minDistance = o.nearDistance;
-  ray.maxDistance = o.farDistance;
+/// NaN stays NaN.
+double clampToUnit(float v) { return static_cast<double>(v < -1.0f ? -1.0f : v > 1.0f ? 1.0f : v); }
+
+/// Directions of a round lens before they are brought to unit length: the ray's own, and what the neighbours have in their places.
+struct RoundDirections {
+  float x, y, z;
+  float xX, yX, zX;
+  float xY, yY, zY;
+};
+
+/// \param p, q  in the film window
+/// \param h     half the magnification
+RoundDirections cylindricalDirections(tarn::Vec2<float> p, tarn::Vec2<float> q, float h) {
+  const double phi = (clampToUnit(p.x) + 1.0) * kPi, phiX = (clampToUnit(q.x) + 1.0) * kPi;
+  const float x = static_cast<float>(-std::sin(phi)), z = static_cast<float>(std::cos(phi));
+  const float xX = static_cast<float>(-std::sin(phiX)), zX = static_cast<float>(std::cos(phiX));
+  const float y = h * static_cast<float>(clampToUnit(p.y)), yY = h * static_cast<float>(clampToUnit(q.y));
+  return {x, y, z, xX, y, zX, x, yY, z};
 }
 
-/// One ray after the other.
-template <class Kernel>
-void generate(const RayBatch& batch, Kernel&& kernel) {
-  if (batch.stride == 0) {
-    const Optics optics(*batch.samples);
-    for (std::size_t i = 0; i < batch.count; ++i) kernel(batch.coords[i], optics, batch.rays[i]);
-  } else {
-    for (std::size_t i = 0; i < batch.count; ++i) kernel(batch.coords[i], Optics(batch.samples[i]), batch.rays[i]);
-  }
+/// \param k  width over height of the image
+RoundDirections sphericalDirections(tarn::Vec2<float> p, tarn::Vec2<float> q, double k) {
+  const double phi = (clampToUnit(p.x) + 1.0) * kPi, phiX = (clampToUnit(q.x) + 1.0) * kPi;
+  const double theta = ((clampToUnit(p.y) * k + 1.0) * 0.5) * kPi, thetaY = ((k * clampToUnit(q.y) + 1.0) * 0.5) * kPi;
+  const double sinTheta = std::sin(theta), sinThetaY = std::sin(thetaY);
+  const float x = static_cast<float>(-std::sin(phi) * sinTheta), z = static_cast<float>(std::cos(phi) * sinTheta);
+  const float y = static_cast<float>(-std::cos(theta)), yY = static_cast<float>(-std::cos(thetaY));
+  // KEEP(x-neighbour-latitude): the x-neighbour has the sine of the y-neighbour's latitude beside the cosine of its own; the
+  // differentials of hosts' filters are tuned to it.
+  const float xX = static_cast<float>(-std::sin(phiX) * sinThetaY), zX = static_cast<float>(std::cos(phiX) * sinThetaY);
+  // KEEP(y-neighbour-latitude): and the y-neighbour has only the cosine of its own latitude.
+  return {x, y, z, xX, y, zX, x, yY, z};
 }
 
 #if defined(__SSE2__)
 
-// ---- the linear lenses, four rays at a time
+// ---- four rays at a time
 //
 // Every operation has the width and the order of the plain formula, so a lane has the bits of a single ray; a batch's last rays
-// go through the same code with empty lanes. The time goes into twelve divisions a ray, which four lanes share, and into
+// go through the same code, the last one in all lanes that are left. The time goes into twelve divisions a ray, which four lanes share, and into
 // the stores: records are written by a transposition in pieces of 16 bytes instead of 19 single words.
 
 constexpr std::size_t kLanes = 4;
@@ -162,6 +174,19 @@ Lanes3 unit(__m128 x, __m128 y) {
   return {_mm_div_ps(x, n), _mm_div_ps(y, n), _mm_div_ps(minusOne, n)};
 }
 
+/// The vector divided by its length; the zero vector as it is.
+Lanes3 unit(const Lanes3& v) {
+  const __m128 squares = _mm_add_ps(_mm_add_ps(_mm_mul_ps(v.x, v.x), _mm_mul_ps(v.y, v.y)), _mm_mul_ps(v.z, v.z));
+  const __m128 length = _mm_sqrt_ps(squares);
+  const __m128 n = _mm_or_ps(length, _mm_and_ps(_mm_cmpeq_ps(length, _mm_setzero_ps()), _mm_set1_ps(1.0f)));
+  return {_mm_div_ps(v.x, n), _mm_div_ps(v.y, n), _mm_div_ps(v.z, n)};
+}
+
+Lanes3 reciprocal(const Lanes3& v) {
+  const __m128 one = _mm_set1_ps(1.0f);
+  return {_mm_div_ps(one, v.x), _mm_div_ps(one, v.y), _mm_div_ps(one, v.z)};
+}
+
 struct RayLanes {
   Lanes3 origin, direction, xDirection, yDirection, inverse;
 };
@@ -228,7 +253,7 @@ void generateInFours(const RayBatch& batch, Kernel&& kernel) {
   // The last one to three.
   const std::size_t rest = batch.count - i;
   ProjectCoord coords[kLanes];
-  std::copy_n(batch.coords + i, rest, coords);
+  for (std::size_t lane = 0; lane < kLanes; ++lane) coords[lane] = batch.coords[std::min(i + lane, batch.count - 1)];
   loadCoords(coords, block);
   if (batch.stride == 0)
     applyOptics(one, block);
@@ -237,36 +262,198 @@ void generateInFours(const RayBatch& batch, Kernel&& kernel) {
   storeRays(kernel(block), block, batch.rays + i, rest);
 }
 
-#endif
+// ---- sines and cosines, four at a time
+//
+// The lenses promise the bits of the platform's own sine and cosine, in double, narrowed to float. What follows is not as exact, but
+// off by less than 2^-50 of the value; narrowing gives the same float unless the double lies so close to the middle between
+// two floats that the difference could push it over. Lanes where that may be, about one in 100,000, or where the bound does not
+// hold, are marked and computed again with the platform's functions.
 
-/// NaN stays NaN.
-double clampToUnit(float v) { return static_cast<double>(v < -1.0f ? -1.0f : v > 1.0f ? 1.0f : v); }
-
-/// Sine and cosine of the last angle asked for. Coordinates come in rows, and the angles of one row are the same.
-class LastAngle {
- public:
-  explicit LastAngle(double angle) { take(angle); }
-  void at(double angle) {
-    if (angle != angle_) take(angle);
-  }
-  [[nodiscard]] double sin() const { return sin_; }
-  [[nodiscard]] double cos() const { return cos_; }
-
- private:
-  void take(double angle) {
-    angle_ = angle;
-    sin_ = std::sin(angle);
-    cos_ = std::cos(angle);
-  }
-  double angle_, sin_, cos_;
+struct Doubles4 {
+  __m128d lo, hi;
 };
+
+template <class Function>
+Doubles4 each(const Doubles4& v, Function&& function) {
+  return {function(v.lo), function(v.hi)};
+}
+
+Doubles4 operator*(const Doubles4& a, const Doubles4& b) { return {_mm_mul_pd(a.lo, b.lo), _mm_mul_pd(a.hi, b.hi)}; }
+
+Doubles4 negated(const Doubles4& v) {
+  const __m128d sign = _mm_set1_pd(-0.0);
+  return {_mm_xor_pd(v.lo, sign), _mm_xor_pd(v.hi, sign)};
+}
+
+Doubles4 widened(__m128 v) { return {_mm_cvtps_pd(v), _mm_cvtps_pd(_mm_movehl_ps(v, v))}; }
+
+/// The low halves of four doubles' bits.
+__m128i lowWords(__m128d lo, __m128d hi) {
+  return _mm_castps_si128(_mm_shuffle_ps(_mm_castpd_ps(lo), _mm_castpd_ps(hi), _MM_SHUFFLE(2, 0, 2, 0)));
+}
+
+/// Four doubles as floats.
+///
+/// \param doubtful  bits are set in the lanes where a double off by 2^-42 of its value could round otherwise
+__m128 narrowed(const Doubles4& v, __m128i& doubtful) {
+  const __m128 narrow = _mm_movelh_ps(_mm_cvtpd_ps(v.lo), _mm_cvtpd_ps(v.hi));
+  // A float keeps 24 of the 53 bits. The 29 that go are compared with the middle, which is 2^28.
+  const __m128i rest = _mm_and_si128(lowWords(v.lo, v.hi), _mm_set1_epi32(0x1FFFFFFF));
+  const __m128i fromMiddle = _mm_sub_epi32(rest, _mm_set1_epi32(0x10000000));
+  const __m128i close = _mm_and_si128(_mm_cmpgt_epi32(fromMiddle, _mm_set1_epi32(-0x800)),
+                                      _mm_cmplt_epi32(fromMiddle, _mm_set1_epi32(0x800)));
+  // Near the subnormal floats fewer bits are kept.
+  const __m128 magnitude = _mm_andnot_ps(_mm_set1_ps(-0.0f), narrow);
+  const __m128 tiny = _mm_cmplt_ps(magnitude, _mm_set1_ps(1e-30f));
+  doubtful = _mm_or_si128(doubtful, _mm_or_si128(close, _mm_castps_si128(tiny)));
+  return narrow;
+}
+
+/// \param good  all bits set where both results hold their bound
+void sinCos(__m128d angle, __m128d& sine, __m128d& cosine, __m128d& good) {
+  // angle = k pi/2 + r with |r| up to pi/4. Pi/2 in two parts: k times the first, of 33 bits, is exact, and so is the first
+  // difference.
+  const __m128i k = _mm_cvtpd_epi32(_mm_mul_pd(angle, _mm_set1_pd(0.6366197723675814)));
+  const __m128d wideK = _mm_cvtepi32_pd(k);
+  const __m128d most = _mm_sub_pd(angle, _mm_mul_pd(wideK, _mm_set1_pd(0x1.921fb544p+0)));
+  const __m128d r = _mm_sub_pd(most, _mm_mul_pd(wideK, _mm_set1_pd(0x1.0b4611a626331p-34)));
+
+  // Both series, from 1/17! and 1/16! down.
+  const __m128d z = _mm_mul_pd(r, r);
+  const auto horner = [&](__m128d sum, double next) { return _mm_add_pd(_mm_mul_pd(sum, z), _mm_set1_pd(next)); };
+  __m128d s = _mm_set1_pd(1.0 / 355687428096000.0);
+  s = horner(s, -1.0 / 1307674368000.0);
+  s = horner(s, 1.0 / 6227020800.0);
+  s = horner(s, -1.0 / 39916800.0);
+  s = horner(s, 1.0 / 362880.0);
+  s = horner(s, -1.0 / 5040.0);
+  s = horner(s, 1.0 / 120.0);
+  s = horner(s, -1.0 / 6.0);
+  s = _mm_add_pd(r, _mm_mul_pd(_mm_mul_pd(r, z), s));
+  __m128d c = _mm_set1_pd(1.0 / 20922789888000.0);
+  c = horner(c, -1.0 / 87178291200.0);
+  c = horner(c, 1.0 / 479001600.0);
+  c = horner(c, -1.0 / 3628800.0);
+  c = horner(c, 1.0 / 40320.0);
+  c = horner(c, -1.0 / 720.0);
+  c = horner(c, 1.0 / 24.0);
+  c = horner(c, -0.5);
+  c = horner(c, 1.0);
+
+  // Odd k swaps the two; bit 1 of k, and of k + 1, turns their signs.
+  const __m128i k2 = _mm_shuffle_epi32(k, _MM_SHUFFLE(1, 1, 0, 0));
+  const __m128i one = _mm_set1_epi32(1), two = _mm_set1_epi32(2);
+  const __m128d swap = _mm_castsi128_pd(_mm_cmpeq_epi32(_mm_and_si128(k2, one), one));
+  const auto signOf = [&](__m128i v) {
+    return _mm_and_pd(_mm_castsi128_pd(_mm_slli_epi32(_mm_and_si128(v, two), 30)), _mm_set1_pd(-0.0));
+  };
+  const auto pick = [&](__m128d a, __m128d b) { return _mm_or_pd(_mm_and_pd(swap, b), _mm_andnot_pd(swap, a)); };
+  sine = _mm_xor_pd(pick(s, c), signOf(k2));
+  cosine = _mm_xor_pd(pick(c, s), signOf(_mm_add_epi32(k2, one)));
+
+  // Close to a multiple of pi/2 the difference has lost its bits; far out k pi/2 is no longer exact. NaN fails both.
+  const __m128d absolute = _mm_set1_pd(-0.0);
+  good = _mm_and_pd(_mm_cmplt_pd(_mm_andnot_pd(absolute, angle), _mm_set1_pd(100.0)),
+                    _mm_cmpgt_pd(_mm_andnot_pd(absolute, r), _mm_set1_pd(1e-6)));
+}
+
+struct SinCos4 {
+  Doubles4 sin, cos;
+};
+
+/// \param doubtful  bits are set in the lanes where the results may be off by more than their bound
+SinCos4 sinCos(const Doubles4& angle, __m128i& doubtful) {
+  SinCos4 out;
+  Doubles4 good;
+  sinCos(angle.lo, out.sin.lo, out.cos.lo, good.lo);
+  sinCos(angle.hi, out.sin.hi, out.cos.hi, good.hi);
+  doubtful = _mm_or_si128(doubtful, _mm_andnot_si128(lowWords(good.lo, good.hi), _mm_set1_epi32(-1)));
+  return out;
+}
+
+/// NaN stays NaN: both operations give their second operand then.
+__m128 clampToUnit(__m128 v) { return _mm_min_ps(_mm_set1_ps(1.0f), _mm_max_ps(_mm_set1_ps(-1.0f), v)); }
+
+/// (v + 1) pi
+Doubles4 longitude(__m128 v) {
+  return each(widened(clampToUnit(v)), [](__m128d c) { return _mm_mul_pd(_mm_add_pd(c, _mm_set1_pd(1.0)), _mm_set1_pd(kPi)); });
+}
+
+/// ((v k + 1) 0.5) pi
+Doubles4 latitude(__m128 v, double k) {
+  return each(widened(clampToUnit(v)), [k](__m128d c) {
+    const __m128d sum = _mm_add_pd(_mm_mul_pd(c, _mm_set1_pd(k)), _mm_set1_pd(1.0));
+    return _mm_mul_pd(_mm_mul_pd(sum, _mm_set1_pd(0.5)), _mm_set1_pd(kPi));
+  });
+}
+
+struct RoundLanes {
+  Lanes3 direction, xDirection, yDirection;
+};
+
+/// Computes the doubtful lanes again, by `exact(p, q, h)` of one coordinate.
+template <class Exact>
+void settle(__m128i doubtful, const Block& b, RoundLanes& lanes, Exact&& exact) {
+  const int mask = _mm_movemask_ps(_mm_castsi128_ps(doubtful));
+  if (mask == 0) return;
+  alignas(16) float in[5][kLanes], out[9][kLanes];
+  const __m128 inputs[5] = {b.p.x, b.p.y, b.q.x, b.q.y, b.h};
+  for (std::size_t i = 0; i < 5; ++i) _mm_store_ps(in[i], inputs[i]);
+  __m128* const outputs[9] = {&lanes.direction.x,  &lanes.direction.y,  &lanes.direction.z,
+                              &lanes.xDirection.x, &lanes.xDirection.y, &lanes.xDirection.z,
+                              &lanes.yDirection.x, &lanes.yDirection.y, &lanes.yDirection.z};
+  for (std::size_t i = 0; i < 9; ++i) _mm_store_ps(out[i], *outputs[i]);
+  for (std::size_t lane = 0; lane < kLanes; ++lane) {
+    if ((mask >> lane & 1) == 0) continue;
+    const RoundDirections d = exact({in[0][lane], in[1][lane]}, {in[2][lane], in[3][lane]}, in[4][lane]);
+    const float values[9] = {d.x, d.y, d.z, d.xX, d.yX, d.zX, d.xY, d.yY, d.zY};
+    for (std::size_t i = 0; i < 9; ++i) out[i][lane] = values[i];
+  }
+  for (std::size_t i = 0; i < 9; ++i) *outputs[i] = _mm_load_ps(out[i]);
+}
+
+RayLanes roundRays(const RoundLanes& lanes) {
+  const __m128 zero = _mm_setzero_ps();
+  const Lanes3 direction = unit(lanes.direction);
+  return {{zero, zero, zero}, direction, unit(lanes.xDirection), unit(lanes.yDirection), reciprocal(direction)};
+}
+
+#else
+
+void writeRay(RayContext& ray, const tarn::Vec3<float>& origin, const tarn::Vec3<float>& direction,
+              const tarn::Vec3<float>& xDirection, const tarn::Vec3<float>& yDirection, const Optics& o) {
+  ray.origin = origin;
+  ray.direction = direction;
+  ray.updateSlopes();
+  ray.xDirection = xDirection;
+  ray.yDirection = yDirection;
+  ray.minDistance = o.nearDistance;
+  ray.maxDistance = o.farDistance;
+}
+
+/// One ray after the other.
+template <class Kernel>
+void generate(const RayBatch& batch, Kernel&& kernel) {
+  for (std::size_t i = 0; i < batch.count; ++i) {
+    const Optics optics(batch.samples[i * batch.stride]);
+    const ProjectCoord& c = batch.coords[i];
+    kernel(optics.window(c.x, c.y), optics.window(c.x + c.dx, c.y + c.dy), optics, batch.rays[i]);
+  }
+}
+
+void writeRoundRay(RayContext& ray, const RoundDirections& d, const Optics& o) {
+  writeRay(ray, {}, tarn::Vec3<float>(d.x, d.y, d.z).normalized(), tarn::Vec3<float>(d.xX, d.yX, d.zX).normalized(),
+           tarn::Vec3<float>(d.xY, d.yY, d.zY).normalized(), o);
+}
+
+#endif
 
 }  // namespace
 
 #if defined(__SSE2__)
 
 void perspectiveRays(const RayBatch& batch) {
-  const __m128 zero = _mm_setzero_ps(), one = _mm_set1_ps(1.0f);
+  const __m128 zero = _mm_setzero_ps();
   generateInFours(batch, [&](const Block& b) {
     const __m128 px = _mm_mul_ps(b.h, b.p.x), py = _mm_mul_ps(b.h, b.p.y);
     const __m128 qx = _mm_mul_ps(b.h, b.q.x), qy = _mm_mul_ps(b.h, b.q.y);
@@ -275,7 +462,7 @@ void perspectiveRays(const RayBatch& batch) {
                     direction,
                     unit(qx, py),
                     unit(px, qy),
-                    {_mm_div_ps(one, direction.x), _mm_div_ps(one, direction.y), _mm_div_ps(one, direction.z)}};
+                    reciprocal(direction)};
   });
 }
 
@@ -292,11 +479,40 @@ void orthographicRays(const RayBatch& batch) {
   });
 }
 
+void cylindricalRays(const RayBatch& batch) {
+  generateInFours(batch, [](const Block& b) {
+    __m128i doubtful = _mm_setzero_si128();
+    const SinCos4 phi = sinCos(longitude(b.p.x), doubtful), phiX = sinCos(longitude(b.q.x), doubtful);
+    const __m128 x = narrowed(negated(phi.sin), doubtful), z = narrowed(phi.cos, doubtful);
+    const __m128 xX = narrowed(negated(phiX.sin), doubtful), zX = narrowed(phiX.cos, doubtful);
+    const __m128 y = _mm_mul_ps(b.h, clampToUnit(b.p.y)), yY = _mm_mul_ps(b.h, clampToUnit(b.q.y));
+    RoundLanes lanes = {{x, y, z}, {xX, y, zX}, {x, yY, z}};
+    settle(doubtful, b, lanes, cylindricalDirections);
+    return roundRays(lanes);
+  });
+}
+
+void sphericalRays(const RayBatch& batch, float aspect) {
+  const double k = 1.0 / static_cast<double>(aspect);
+  generateInFours(batch, [k](const Block& b) {
+    __m128i doubtful = _mm_setzero_si128();
+    const SinCos4 phi = sinCos(longitude(b.p.x), doubtful), phiX = sinCos(longitude(b.q.x), doubtful);
+    const SinCos4 theta = sinCos(latitude(b.p.y, k), doubtful), thetaY = sinCos(latitude(b.q.y, k), doubtful);
+    const __m128 x = narrowed(negated(phi.sin) * theta.sin, doubtful), z = narrowed(phi.cos * theta.sin, doubtful);
+    const __m128 xX = narrowed(negated(phiX.sin) * thetaY.sin, doubtful), zX = narrowed(phiX.cos * thetaY.sin, doubtful);
+    const __m128 y = narrowed(negated(theta.cos), doubtful), yY = narrowed(negated(thetaY.cos), doubtful);
+    // The neighbours mix latitudes as in sphericalDirections.
+    RoundLanes lanes = {{x, y, z}, {xX, y, zX}, {x, yY, z}};
+    settle(doubtful, b, lanes,
+           [k](tarn::Vec2<float> p, tarn::Vec2<float> q, float) { return sphericalDirections(p, q, k); });
+    return roundRays(lanes);
+  });
+}
+
 #else
 
 void perspectiveRays(const RayBatch& batch) {
-  generate(batch, [](const ProjectCoord& c, const Optics& o, RayContext& ray) {
-    const tarn::Vec2<float> p = o.window(c.x, c.y), q = o.window(c.x + c.dx, c.y + c.dy);
+  generate(batch, [](tarn::Vec2<float> p, tarn::Vec2<float> q, const Optics& o, RayContext& ray) {
     const float px = o.h * p.x, py = o.h * p.y, qx = o.h * q.x, qy = o.h * q.y;
     writeRay(ray, {}, tarn::Vec3<float>(px, py, -1.0f).normalized(), tarn::Vec3<float>(qx, py, -1.0f).normalized(),
              tarn::Vec3<float>(px, qy, -1.0f).normalized(), o);
@@ -304,48 +520,25 @@ void perspectiveRays(const RayBatch& batch) {
 }
 
 void orthographicRays(const RayBatch& batch) {
-  generate(batch, [](const ProjectCoord& c, const Optics& o, RayContext& ray) {
-    const tarn::Vec2<float> p = o.window(c.x, c.y);
+  generate(batch, [](tarn::Vec2<float> p, tarn::Vec2<float>, const Optics& o, RayContext& ray) {
     const tarn::Vec3<float> ahead(0.0f, 0.0f, -1.0f);
     writeRay(ray, {o.h * p.x, o.h * p.y, 0.0f}, ahead, ahead, ahead, o);
   });
 }
 
-#endif
-
 void cylindricalRays(const RayBatch& batch) {
-  generate(batch, [](const ProjectCoord& c, const Optics& o, RayContext& ray) {
-    const tarn::Vec2<float> p = o.window(c.x, c.y), q = o.window(c.x + c.dx, c.y + c.dy);
-    const double phi = (clampToUnit(p.x) + 1.0) * kPi, phiX = (clampToUnit(q.x) + 1.0) * kPi;
-    const float x = static_cast<float>(-std::sin(phi)), z = static_cast<float>(std::cos(phi));
-    const float xX = static_cast<float>(-std::sin(phiX)), zX = static_cast<float>(std::cos(phiX));
-    const float y = o.h * static_cast<float>(clampToUnit(p.y)), yY = o.h * static_cast<float>(clampToUnit(q.y));
-    writeRay(ray, {}, tarn::Vec3<float>(x, y, z).normalized(), tarn::Vec3<float>(xX, y, zX).normalized(),
-             tarn::Vec3<float>(x, yY, z).normalized(), o);
+  generate(batch, [](tarn::Vec2<float> p, tarn::Vec2<float> q, const Optics& o, RayContext& ray) {
+    writeRoundRay(ray, cylindricalDirections(p, q, o.h), o);
   });
 }
 
 void sphericalRays(const RayBatch& batch, float aspect) {
   const double k = 1.0 / static_cast<double>(aspect);
-  LastAngle theta(0.0), thetaY(0.0);
-  generate(batch, [&](const ProjectCoord& c, const Optics& o, RayContext& ray) {
-    const tarn::Vec2<float> p = o.window(c.x, c.y), q = o.window(c.x + c.dx, c.y + c.dy);
-    const double phi = (clampToUnit(p.x) + 1.0) * kPi, phiX = (clampToUnit(q.x) + 1.0) * kPi;
-    theta.at(((clampToUnit(p.y) * k + 1.0) * 0.5) * kPi);
-    thetaY.at(((k * clampToUnit(q.y) + 1.0) * 0.5) * kPi);
-    const double sinPhi = std::sin(phi), cosPhi = std::cos(phi), sinPhiX = std::sin(phiX), cosPhiX = std::cos(phiX);
-
-    const tarn::Vec3<float> direction(static_cast<float>(-sinPhi * theta.sin()), static_cast<float>(-theta.cos()),
-                                      static_cast<float>(cosPhi * theta.sin()));
-    // KEEP(x-neighbour-latitude): the x-neighbour has the sine of the y-neighbour's latitude beside the cosine of its own; the
-    // differentials of hosts' filters are tuned to it.
-    const tarn::Vec3<float> xDirection(static_cast<float>(-sinPhiX * thetaY.sin()), static_cast<float>(-theta.cos()),
-                                       static_cast<float>(cosPhiX * thetaY.sin()));
-    // KEEP(y-neighbour-latitude): and the y-neighbour has only the cosine of its own latitude.
-    const tarn::Vec3<float> yDirection(static_cast<float>(-sinPhi * theta.sin()), static_cast<float>(-thetaY.cos()),
-                                       static_cast<float>(cosPhi * theta.sin()));
-    writeRay(ray, {}, direction.normalized(), xDirection.normalized(), yDirection.normalized(), o);
+  generate(batch, [k](tarn::Vec2<float> p, tarn::Vec2<float> q, const Optics& o, RayContext& ray) {
+    writeRoundRay(ray, sphericalDirections(p, q, k), o);
   });
 }
+
+#endif
 
 }  // namespace vela::detail
