@@ -29,7 +29,9 @@ std::atomic<bool> refuse{false};
 
 #ifdef VELA_TEST_SANITIZED
 
-#include <sanitizer/allocator_interface.h>
+// Of the sanitizers' run-time library; not every compiler brings the header that declares it.
+extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*onMalloc)(const volatile void*, std::size_t),
+                                                         void (*onFree)(const volatile void*));
 
 namespace {
 void counted(const volatile void*, std::size_t) { ++allocations; }
