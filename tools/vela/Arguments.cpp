@@ -21,6 +21,7 @@ constexpr const char* kOverallHelp =
   vela render FILE -o OUT.exr [--png OUT.png]   a picture, with depth, positions, normals and ids
   vela pick FILE --pixel X,Y                    what is under a pixel, or along a ray
   vela info FILE                                what a scene holds
+  vela channels                                 the names that image channels have
   vela VERB --help                              the options of a verb, with examples
   vela --version
 
@@ -85,6 +86,18 @@ Examples
   vela info examples/demo/demo.usda --json
 )";
 
+constexpr const char* kChannelsHelp =
+    R"(vela channels [options]: the registry of image channels and layers, as plug-ins find it.
+
+  --name NAME            what this name is: a channel, a layer, or what a new channel of that name would be
+  --json                 as JSON
+
+Examples
+  vela channels
+  vela channels --name depth.Z
+  vela channels --json
+)";
+
 // An option's value as text and what to do with it, so that every message has this command's form.
 [[noreturn]] void wrong(const std::string& verb, const std::string& option, const std::string& why) {
   throw Failure{kUsage, "wrong usage", option, why, "try vela " + verb + " --help"};
@@ -101,9 +114,10 @@ int readInteger(const std::string& verb, const std::string& option, const std::s
 // A verb's parser. Options are kept as text here and read by the verb's own code.
 class Parser {
  public:
-  Parser(const char* verb, const char* help) : verb_(verb), help_(help), app_(help, std::string("vela ") + verb) {
+  Parser(const char* verb, const char* help, bool takesFile = true)
+      : verb_(verb), help_(help), app_(help, std::string("vela ") + verb) {
     app_.set_help_flag("-h,--help");
-    app_.add_option("FILE", file_)->required();
+    if (takesFile) app_.add_option("FILE", file_)->required();
   }
 
   void text(const std::string& names, std::string& value) { app_.add_option(names, value); }
@@ -243,6 +257,19 @@ bool readArguments(int count, char** arguments, InfoOptions& options) {
   if (!parser.parse(count, arguments)) return false;
   options.file = parser.file();
   options.time = readTime("info", time);
+  return true;
+}
+
+bool readArguments(int count, char** arguments, ChannelsOptions& options) {
+  Parser parser("channels", kChannelsHelp, false);
+  // Also an empty name is one that can be asked for.
+  std::vector<std::string> names;
+  parser.list("--name", names);
+  parser.flag("--json", options.json);
+  if (!parser.parse(count, arguments)) return false;
+  if (names.size() > 1) wrong("channels", "--name", "is given more than once");
+  options.byName = !names.empty();
+  if (options.byName) options.name = names[0];
   return true;
 }
 

@@ -50,11 +50,18 @@ struct InfoOptions {
   bool json = false;
 };
 
+struct ChannelsOptions {
+  bool byName = false;
+  std::string name;
+  bool json = false;
+};
+
 /// Read the arguments that follow the verb. \throws Failure (usage) on wrong ones
 /// \return false when the verb's help was asked for and printed
 bool readArguments(int count, char** arguments, RenderOptions& options);
 bool readArguments(int count, char** arguments, PickOptions& options);
 bool readArguments(int count, char** arguments, InfoOptions& options);
+bool readArguments(int count, char** arguments, ChannelsOptions& options);
 
 /// The screen of `vela --help`.
 [[nodiscard]] const char* overallHelp();
@@ -63,5 +70,6 @@ bool readArguments(int count, char** arguments, InfoOptions& options);
 void render(const RenderOptions& options);
 void pick(const PickOptions& options);
 void info(const InfoOptions& options);
+void channels(const ChannelsOptions& options);
 
 }  // namespace command
