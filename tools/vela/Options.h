@@ -50,10 +50,18 @@ struct InfoOptions {
   bool json = false;
 };
 
-struct ChannelsOptions {
-  bool byName = false;
-  std::string name;
+struct MeshOptions {
+  std::string file, prim;  ///< an empty prim: all meshes
+  double time = tarn::defaultTimeValue();
   bool json = false;
+};
+
+struct MakeOptions {
+  std::string shape, output;  ///< cube, grid, cylinder or sphere
+  double size[3] = {1, 1, 1};
+  unsigned rows = 1, columns = 1;
+  std::string scheme = "none";
+  bool separatePoints = false, withoutCaps = false;
 };
 
 /// Read the arguments that follow the verb. \throws Failure (usage) on wrong ones
@@ -61,7 +69,8 @@ struct ChannelsOptions {
 bool readArguments(int count, char** arguments, RenderOptions& options);
 bool readArguments(int count, char** arguments, PickOptions& options);
 bool readArguments(int count, char** arguments, InfoOptions& options);
-bool readArguments(int count, char** arguments, ChannelsOptions& options);
+bool readArguments(int count, char** arguments, MeshOptions& options);
+bool readArguments(int count, char** arguments, MakeOptions& options);
 
 /// The screen of `vela --help`.
 [[nodiscard]] const char* overallHelp();
@@ -70,6 +79,7 @@ bool readArguments(int count, char** arguments, ChannelsOptions& options);
 void render(const RenderOptions& options);
 void pick(const PickOptions& options);
 void info(const InfoOptions& options);
-void channels(const ChannelsOptions& options);
+void mesh(const MeshOptions& options);
+void make(const MakeOptions& options);
 
 }  // namespace command

@@ -1,5 +1,4 @@
 // What reads scene prims: the model of placed meshes, its accelerators, and a mesh prim's triangles.
-#include <atomic>
 #include <deque>
 #include <map>
 #include <mutex>
@@ -30,22 +29,21 @@ class PrimAccelerationModelImpl : public AccelerationModel {
 
   void add(const ovo::Prim& prim, const tarn::Mat4<double>& worldFromLocal, double time) {
     Entry entry;
-    entry.mesh = ovo::MeshPrim(prim);
+    entry.prim = prim;
     entry.worldFromLocal = tarn::Mat4<float>(worldFromLocal);
     entry.localFromWorld = entry.worldFromLocal.inverse();
-    entry.box = entry.mesh.getBoundsBox(time, false).transformed(worldFromLocal);
+    entry.box = ovo::MeshPrim(prim).getBoundsBox(time, false).transformed(worldFromLocal);
     bounds_.extendBy(entry.box);
     entries_.push_back(std::move(entry));
-    ready_.emplace_back(nullptr);
   }
 
-  [[nodiscard]] ovo::Prim prim(std::size_t i) const { return entries_[i].mesh; }
+  [[nodiscard]] ovo::Prim prim(std::size_t i) const { return entries_[i].prim; }
   [[nodiscard]] std::size_t size() const override { return entries_.size(); }
   [[nodiscard]] tarn::Box3<float> bounds(std::size_t i) const override { return entries_[i].box; }
   [[nodiscard]] tarn::Box3<float> bounds() const override { return bounds_; }
 
   [[nodiscard]] bool exclude(const IntersectionContext& ctx, std::size_t i) const override {
-    const ovo::Prim& prim = entries_[i].mesh;
+    const ovo::Prim& prim = entries_[i].prim;
     if (ctx.excludedPaths.count(prim.getPath()) != 0) return true;
     if (ctx.includedTypeNames.empty()) return false;
     return ctx.includedTypeNames.count(prim.getTypeName()) == 0;
@@ -60,8 +58,9 @@ class PrimAccelerationModelImpl : public AccelerationModel {
     const tarn::Ray<float> local(entry.localFromWorld.transformPoint(ray.origin),
                                  entry.localFromWorld.transformVector(ray.direction), ray.minDistance, ray.maxDistance);
 
-    if (!entry.mesh.isValid()) return false;
-    if (!accelerator(i).intersect(ctx, local, result)) return false;
+    const ovo::MeshPrim mesh(entry.prim);
+    if (!mesh.isValid()) return false;
+    if (!accelerator(mesh, i).intersect(ctx, local, result)) return false;
 
     result.position = entry.worldFromLocal.transformPoint(result.position);
     result.normal = entry.localFromWorld.transposed().transformVector(result.normal).normalized();
@@ -70,20 +69,21 @@ class PrimAccelerationModelImpl : public AccelerationModel {
 
  private:
   struct Entry {
-    ovo::MeshPrim mesh;  ///< of whatever prim was given; asked at each query whether it is one
+    ovo::Prim prim;
     tarn::Mat4<float> worldFromLocal, localFromWorld;
     tarn::Box3<float> box;
   };
 
-  const MeshAccelerator& accelerator(std::size_t i) const {
-    // The hit path takes no lock: accelerators are never replaced or moved, so one that an entry has seen stays good.
-    if (const MeshAccelerator* const ready = ready_[i].load(std::memory_order_acquire)) return *ready;
-
+  const MeshAccelerator& accelerator(const ovo::MeshPrim& mesh, std::size_t i) const {
+    {
+      const std::lock_guard<std::mutex> lock(cacheMutex_);
+      const auto found = accelerators_.find(mesh);
+      if (found != accelerators_.end()) return *found->second;
+    }
     // Built inside the lock: of threads that reach the prim together one builds and the others wait for it.
     const std::lock_guard<std::mutex> lock(cacheMutex_);
-    std::unique_ptr<MeshAccelerator>& slot = accelerators_[entries_[i].mesh];
-    if (!slot) slot = std::make_unique<MeshAccelerator>(entries_[i].mesh, i, time_);
-    ready_[i].store(slot.get(), std::memory_order_release);
+    std::unique_ptr<MeshAccelerator>& slot = accelerators_[mesh];
+    if (!slot) slot = std::make_unique<MeshAccelerator>(mesh, i, time_);
     return *slot;
   }
 
@@ -92,7 +92,6 @@ class PrimAccelerationModelImpl : public AccelerationModel {
   tarn::Box3<float> bounds_;
   mutable std::mutex cacheMutex_;
   mutable std::map<ovo::Prim, std::unique_ptr<MeshAccelerator>> accelerators_;
-  mutable std::deque<std::atomic<const MeshAccelerator*>> ready_;  ///< by entry: what is in the map, once it was asked for
 };
 
 PrimAccelerationModel::PrimAccelerationModel(double time) : impl_(std::make_unique<PrimAccelerationModelImpl>(time)) {}
