@@ -28,14 +28,14 @@
 #include "support/ClosedMeshes.h"
 #include "tarn/Mat4.h"
 #include "tarn/Ray.h"
-#include "vela/intersect/SceneTracer.h"
-#if __has_include("vela/intersect/BvhAcceleration.h")
-#define VELA_WITH_GIVEN 1
+#include "ovo/MeshPrim.h"
+#include "ovo/Stage.h"
 #include "vela/intersect/Acceleration.h"
 #include "vela/intersect/AccelerationModel.h"
 #include "vela/intersect/BvhAcceleration.h"
 #include "vela/intersect/GridAcceleration.h"
-#endif
+#include "vela/intersect/HitDetect.h"
+#include "vela/intersect/SceneTracer.h"
 
 namespace {
 
@@ -123,8 +123,7 @@ void addTracer(const Scene& scene, std::vector<Candidate>& out) {
 
 // Given structures
 
-#if defined(VELA_WITH_GIVEN)
-/// World rays go into each copy's space one copy after another: there is no tree over copies here, so only single meshes use it.
+/// One structure over one mesh's triangles.
 template <class Structure>
 void addGiven(const char* name, const Scene& scene, std::vector<Candidate>& out,
               std::unique_ptr<Structure> (*make)(const vela::AccelerationModel&)) {
@@ -141,7 +140,7 @@ void addGiven(const char* name, const Scene& scene, std::vector<Candidate>& out,
     double sum = 0.0;
     for (const Ray<float>& ray : rays) {
       vela::CollisionResult result;
-      if (structure->intersect(context, ray, result)) sum += isNearest ? static_cast<double>(result.distance) : 1.0;
+      if (structure->intersect(context, ray, result)) sum += isNearest ? std::fabs(static_cast<double>(result.distance)) : 1.0;
     }
     return sum;
   };
@@ -149,7 +148,38 @@ void addGiven(const char* name, const Scene& scene, std::vector<Candidate>& out,
   candidate.any = [ask](const std::vector<Ray<float>>& rays) { return ask(rays, false); };
   out.push_back(candidate);
 }
-#endif
+
+/// Placed copies as prims of a scene, through the detector. Its grids are built by the first rays, so a few are sent ahead.
+void addHitDetector(const Scene& scene, const std::vector<Ray<float>>& firstRays, std::vector<Candidate>& out) {
+  const auto stage = ovo::Stage::createInMemory();
+  for (std::size_t i = 0; i < scene.placements.size(); ++i) {
+    const ovo::MeshPrim prim = ovo::MeshPrim::define(stage, ovo::Path("/copy" + std::to_string(i)));
+    prim.setPoints(scene.mesh.points);
+    prim.createFaceVertexCountsAttr().set(ovo::Array<int>(scene.mesh.counts));
+    prim.createFaceVertexIndicesAttr().set(ovo::Array<int>(scene.mesh.indices));
+    prim.setLocalXform(scene.placements[i]);
+  }
+  const auto start = Clock::now();
+  const auto model = std::make_shared<vela::HitDetectModel>(stage, tarn::defaultTimeValue());
+  const auto detector = std::make_shared<vela::HitDetector>(*model);
+  Candidate candidate;
+  candidate.name = "hit detector";
+  const auto ask = [model, detector](const std::vector<Ray<float>>& rays, bool isNearest) {
+    vela::IntersectionContext context;
+    context.nearestHit = isNearest;
+    double sum = 0.0;
+    for (const Ray<float>& ray : rays) {
+      vela::CollisionResult result;
+      if (detector->intersect(context, ray, result)) sum += isNearest ? std::fabs(static_cast<double>(result.distance)) : 1.0;
+    }
+    return sum;
+  };
+  ask(firstRays, true);
+  candidate.buildSeconds = secondsSince(start);
+  candidate.closest = [ask](const std::vector<Ray<float>>& rays) { return ask(rays, true); };
+  candidate.any = [ask](const std::vector<Ray<float>>& rays) { return ask(rays, false); };
+  out.push_back(candidate);
+}
 
 // Embree
 
@@ -371,7 +401,6 @@ int main(int argc, char** argv) {
   for (const Scene& scene : scenes) {
     std::vector<Candidate> candidates;
     addTracer(scene, candidates);
-#if defined(VELA_WITH_GIVEN)
     if (scene.placements.size() == 1) {
       using Model = vela::AccelerationModel;
       if (scene.isSmall)
@@ -379,8 +408,9 @@ int main(int argc, char** argv) {
       addGiven<vela::GridAcceleration>("grid", scene, candidates, [](const Model& m) { return std::make_unique<vela::GridAcceleration>(m); });
       addGiven<vela::BvhAcceleration>("bvh median", scene, candidates, [](const Model& m) { return std::make_unique<vela::BvhAcceleration>(m, false); });
       addGiven<vela::BvhAcceleration>("bvh sah", scene, candidates, [](const Model& m) { return std::make_unique<vela::BvhAcceleration>(m, true); });
+    } else {
+      addHitDetector(scene, chordRays(scene, 20000), candidates);
     }
-#endif
 #if defined(VELA_WITH_EMBREE)
     addEmbree(scene, false, candidates);
     addEmbree(scene, true, candidates);

@@ -136,7 +136,7 @@ class Case(unittest.TestCase):
 
 class Help(Case):
     def test_every_help_is_a_screen_and_exits_with_0(self):
-        for arguments in ([], ["render"], ["pick"], ["info"]):
+        for arguments in ([], ["render"], ["pick"], ["info"], ["channels"]):
             done = self.good(*arguments, "--help")
             self.assertEqual(done.stderr, "")
             self.assertLess(len(done.stdout.splitlines()), 50)
@@ -144,7 +144,7 @@ class Help(Case):
 
     def test_the_examples_of_the_help_work(self):
         count = 0
-        for verb in ("render", "pick", "info"):
+        for verb in ("render", "pick", "info", "channels"):
             text = run(verb, "--help").stdout
             for line in text.split("Examples", 1)[1].splitlines():
                 if not line.strip():

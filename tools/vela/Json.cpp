@@ -18,6 +18,18 @@ Json number(float value) { return std::isfinite(value) ? Json(std::strtod(toText
 Json number(double value) { return std::isfinite(value) ? Json(value) : Json(); }
 Json vector(const tarn::Vec3<float>& v) { return Json::array({number(v.x), number(v.y), number(v.z)}); }
 
+Json object(const ChannelsReport::ChannelFacts& channel) {
+  return {{"channel", channel.number},   {"name", channel.name},       {"layer", channel.layer},
+          {"place", channel.position},   {"purpose", channel.purpose}, {"valueType", channel.valueType}};
+}
+
+Json object(const ChannelsReport::LayerFacts& layer) {
+  Json json = {{"name", layer.name}, {"purpose", layer.purpose}, {"valueType", layer.valueType}, {"channels", Json::array()}};
+  for (const ChannelsReport::Member& member : layer.channels)
+    json["channels"].push_back({{"channel", member.number}, {"name", member.name}});
+  return json;
+}
+
 // Names in files may be any bytes; what is no UTF-8 is replaced.
 std::string dump(const Json& json, int indent) { return json.dump(indent, ' ', false, Json::error_handler_t::replace); }
 
@@ -73,6 +85,22 @@ std::string toJson(const InfoReport& report) {
     entry["shutterTimeCodes"] = Json::array({number(camera.shutterOpen), number(camera.shutterClose)});
     json["cameras"].push_back(entry);
   }
+  return dump(json, 2) + "\n";
+}
+
+std::string toJson(const ChannelsReport& report) {
+  Json json = {{"channels", Json::array()}, {"layers", Json::array()}, {"firstFree", report.firstFree}, {"free", report.free}};
+  for (const ChannelsReport::ChannelFacts& channel : report.channels) json["channels"].push_back(object(channel));
+  for (const ChannelsReport::LayerFacts& layer : report.layers) json["layers"].push_back(object(layer));
+  return dump(json, 2) + "\n";
+}
+
+std::string toJson(const ChannelNameReport& report) {
+  Json json = {{"name", report.name}, {"channelName", report.channelName}};
+  json["layer"] = report.layer.empty() ? Json() : object(report.layer[0]);
+  json["channel"] = report.channel.empty() ? Json() : object(report.channel[0]);
+  if (report.channel.empty() && !report.newLayer.empty() && report.newNumber > 0)
+    json["new"] = {{"channel", report.newNumber}, {"layer", report.newLayer}, {"purpose", report.newPurpose}};
   return dump(json, 2) + "\n";
 }
 

@@ -44,9 +44,39 @@ struct InfoReport {
   std::vector<CameraFacts> cameras;
 };
 
+struct ChannelsReport {
+  struct ChannelFacts {
+    int number = 0;
+    std::string name, layer, purpose, valueType;
+    unsigned position = 0;
+  };
+  struct Member {
+    int number = 0;
+    std::string name;
+  };
+  struct LayerFacts {
+    std::string name, purpose, valueType;
+    std::vector<Member> channels;  ///< by place
+  };
+  std::vector<ChannelFacts> channels;  ///< by number
+  std::vector<LayerFacts> layers;      ///< in the registry's order
+  int firstFree = 0, free = 0;
+};
+
+/// What a name is to the registry; each list has one entry or none.
+struct ChannelNameReport {
+  std::string name, channelName;  ///< as given; as the registry rewrites it for a channel
+  std::vector<ChannelsReport::LayerFacts> layer;
+  std::vector<ChannelsReport::ChannelFacts> channel;
+  std::string newLayer, newPurpose;  ///< of a channel made by that name now; no layer: it cannot be made
+  int newNumber = 0;                 ///< 0: no number is free
+};
+
 /// Texts end with a line end. What is not finite is null.
 [[nodiscard]] std::string toJson(const PickReport& report);
 [[nodiscard]] std::string toJson(const InfoReport& report);
+[[nodiscard]] std::string toJson(const ChannelsReport& report);
+[[nodiscard]] std::string toJson(const ChannelNameReport& report);
 
 /// One line: an object from path to the prim's number in a picture, 1 for the first.
 [[nodiscard]] std::string manifestOf(const std::vector<std::string>& paths);

@@ -50,18 +50,10 @@ struct InfoOptions {
   bool json = false;
 };
 
-struct MeshOptions {
-  std::string file, prim;  ///< an empty prim: all meshes
-  double time = tarn::defaultTimeValue();
+struct ChannelsOptions {
+  bool byName = false;
+  std::string name;
   bool json = false;
-};
-
-struct MakeOptions {
-  std::string shape, output;  ///< cube, grid, cylinder or sphere
-  double size[3] = {1, 1, 1};
-  unsigned rows = 1, columns = 1;
-  std::string scheme = "none";
-  bool separatePoints = false, withoutCaps = false;
 };
 
 /// Read the arguments that follow the verb. \throws Failure (usage) on wrong ones
@@ -69,8 +61,7 @@ struct MakeOptions {
 bool readArguments(int count, char** arguments, RenderOptions& options);
 bool readArguments(int count, char** arguments, PickOptions& options);
 bool readArguments(int count, char** arguments, InfoOptions& options);
-bool readArguments(int count, char** arguments, MeshOptions& options);
-bool readArguments(int count, char** arguments, MakeOptions& options);
+bool readArguments(int count, char** arguments, ChannelsOptions& options);
 
 /// The screen of `vela --help`.
 [[nodiscard]] const char* overallHelp();
@@ -79,7 +70,6 @@ bool readArguments(int count, char** arguments, MakeOptions& options);
 void render(const RenderOptions& options);
 void pick(const PickOptions& options);
 void info(const InfoOptions& options);
-void mesh(const MeshOptions& options);
-void make(const MakeOptions& options);
+void channels(const ChannelsOptions& options);
 
 }  // namespace command

@@ -29,13 +29,14 @@ std::atomic<bool> refuse{false};
 
 #ifdef VELA_TEST_SANITIZED
 
-#include <sanitizer/allocator_interface.h>
+// Of the sanitizers' run-time library; not every compiler brings the header that declares it.
+extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*onMalloc)(const volatile void*, std::size_t),
+                                                         void (*onFree)(const volatile void*));
 
 namespace {
 void counted(const volatile void*, std::size_t) { ++allocations; }
 void freed(const volatile void*) {}
 const bool hooked = __sanitizer_install_malloc_and_free_hooks(counted, freed) != 0;
-constexpr bool kCanRefuse = false;
 }  // namespace
 
 #else
@@ -60,7 +61,6 @@ void* realloc(void* block, std::size_t size) {
 
 namespace {
 const bool hooked = true;
-constexpr bool kCanRefuse = true;
 }  // namespace
 
 #endif
@@ -155,7 +155,6 @@ TEST(ChannelHeap, AListGrowsTheSetOnce) {
 
 #ifndef VELA_TEST_SANITIZED
 TEST(ChannelHeap, ARefusedAllocationLeavesTheSetAsItWas) {
-  ASSERT_TRUE(kCanRefuse);
   ChannelSet set(0x5u), big((Channel(500))), all(0xFFFFFFFFu);
   set += Channel(40);
   // An exception is an allocation too: the runtime keeps an emergency store for that.

@@ -24,12 +24,14 @@ Word* allocateWords(Word n, bool zeroed) {
   return static_cast<Word*>(words);
 }
 
-// a[i] = op(a[i], b[i]) for i < n, four words at once. The header words take part, so that sets of 1000 channels are whole
-// blocks; the caller writes its header again.
+// a[i] = op(a[i], b[i]) for 1 <= i < n: the header word stays out of it. Words 1 to 3 go alone, so that the blocks after them
+// are aligned on the heap, and so that each word is always stored and loaded in the same piece: a block loaded over freshly
+// stored single words would wait for them.
 template <class Op>
 inline void combineWords(Word* a, const Word* b, Word n, Op op) {
   using Block = Word __attribute__((vector_size(16)));
-  Word i = 0;
+  Word i = 1;
+  for (; i < n && i < 4; ++i) a[i] = op(a[i], b[i]);
   for (; i + 4 <= n; i += 4) {
     Block x, y;
     std::memcpy(&x, a + i, sizeof x);
@@ -183,8 +185,8 @@ bool ChannelSet::operator==(Channel channel) const noexcept {
 
 // --- Sets --------------------------------------------------------------------------------------------------------------
 
-ChannelSet& ChannelSet::operator+=(const ChannelSet& other) {
-  if (this == &other) return *this;
+void ChannelSet::unite(const ChannelSet& other) {
+  if (this == &other) return;
   // KEEP(union-with-all-cuts): beyond the shorter extension everything counts as a member, also what `other` leaves out.
   if (other.all()) {
     truncate(other.words_);
@@ -194,10 +196,8 @@ ChannelSet& ChannelSet::operator+=(const ChannelSet& other) {
   mask_ |= other.mask_;
   if (extension_ != nullptr && other.extension_ != nullptr) {
     combineWords(extension_, other.extension_, std::min(words_, other.words_), [](auto a, auto b) { return a | b; });
-    extension_[0] = words_;
   }
   autoTruncate();
-  return *this;
 }
 
 ChannelSet& ChannelSet::operator-=(const ChannelSet& other) {
@@ -214,7 +214,6 @@ ChannelSet& ChannelSet::operator-=(const ChannelSet& other) {
   mask_ &= ~other.mask_;
   if (extension_ != nullptr && other.extension_ != nullptr) {
     combineWords(extension_, other.extension_, std::min(words_, other.words_), [](auto a, auto b) { return a & ~b; });
-    extension_[0] = words_;
   }
   autoTruncate();
   return *this;
@@ -235,7 +234,6 @@ ChannelSet& ChannelSet::operator&=(const ChannelSet& other) {
     }
     // Words that `other` has not are all ones with its all flag, else zero.
     if (!other.all()) std::fill(extension_ + common, extension_ + words_, 0u);
-    extension_[0] = words_;
   }
   autoTruncate();
   return *this;

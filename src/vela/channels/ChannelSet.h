@@ -122,7 +122,17 @@ class VELA_API ChannelSet {
 
   /// Union. Plain algebra, but when `other` has the all flag and stores more words than this set, which has it not: then
   /// everything above this set's stored words becomes a member (`empty += (all - 40)` is all).
-  ChannelSet& operator+=(const ChannelSet& other);
+  ChannelSet& operator+=(const ChannelSet& other) {
+    // The common case here: plain sets of one length. Equal header words unite to themselves, so they need no exception,
+    // and what was no idle extension stays none.
+    if (((mask_ | other.mask_) & kAllFlag) != 0 || words_ != other.words_) {
+      unite(other);
+      return *this;
+    }
+    mask_ |= other.mask_;
+    if (words_ > 1) uniteWords(extension_, other.extension_, words_);
+    return *this;
+  }
   /// Adds to the mask word alone.
   ChannelSet& operator+=(unsigned mask) noexcept {
     mask_ |= mask;
@@ -239,6 +249,10 @@ class VELA_API ChannelSet {
   static constexpr std::uint32_t kAllFlag = 0x80000000u;
 
   static int lowestBit(std::uint32_t word) noexcept { return __builtin_ctz(word); }
+  static int lowestBit(std::uint64_t word) noexcept { return __builtin_ctzll(word); }
+  static std::uint64_t wordPair(const std::uint32_t* words) noexcept {
+    return std::uint64_t{words[0]} | std::uint64_t{words[1]} << 32;
+  }
 
   bool has(int channel) const noexcept {
     const unsigned c = static_cast<unsigned>(channel), i = c >> 5;
@@ -259,12 +273,11 @@ class VELA_API ChannelSet {
     if ((bits & 1u) != 0) return Channel(static_cast<int>(from));
     if (bits != 0) return Channel(static_cast<int>(from) + lowestBit(bits));
     // Empty stretches go by in steps of four words.
-    ++i;
-    while (i + 4 <= n) {
-      std::uint64_t pair[2];
-      std::memcpy(pair, extension_ + i, sizeof pair);
-      if ((pair[0] | pair[1]) != 0) break;
-      i += 4;
+    for (++i; i + 4 <= n; i += 4) {
+      const std::uint64_t low = wordPair(extension_ + i), high = wordPair(extension_ + i + 2);
+      if ((low | high) != 0) {
+        return Channel(static_cast<int>(32u * i) + (low != 0 ? lowestBit(low) : 64 + lowestBit(high)));
+      }
     }
     for (; i < n; ++i) {
       bits = extension_[i];
@@ -291,6 +304,33 @@ class VELA_API ChannelSet {
     other.words_ = 1;
     other.mask_ = 0;
   }
+  // Extensions of three words and more lie on the heap, and so at multiples of 16 bytes.
+  static void uniteBlock(std::uint32_t* to, const std::uint32_t* from) noexcept {
+    using Block = std::uint32_t __attribute__((vector_size(16)));
+    Block a, b;
+    std::memcpy(&a, __builtin_assume_aligned(to, 16), sizeof a);
+    std::memcpy(&b, __builtin_assume_aligned(from, 16), sizeof b);
+    a |= b;
+    std::memcpy(__builtin_assume_aligned(to, 16), &a, sizeof a);
+  }
+  static void uniteWords(std::uint32_t* to, const std::uint32_t* from, std::uint32_t n) noexcept {
+    std::uint32_t i = 0;
+    // 32 words hold what a registry can number: written out, since counting would cost as much as uniting.
+    for (; i + 32 <= n; i += 32) {
+      uniteBlock(to + i, from + i);
+      uniteBlock(to + i + 4, from + i + 4);
+      uniteBlock(to + i + 8, from + i + 8);
+      uniteBlock(to + i + 12, from + i + 12);
+      uniteBlock(to + i + 16, from + i + 16);
+      uniteBlock(to + i + 20, from + i + 20);
+      uniteBlock(to + i + 24, from + i + 24);
+      uniteBlock(to + i + 28, from + i + 28);
+    }
+    if (i == n) return;
+    for (; i + 4 <= n; i += 4) uniteBlock(to + i, from + i);
+    for (; i < n; ++i) to[i] |= from[i];
+  }
+  void unite(const ChannelSet& other);
   void copyExtension(const ChannelSet& other);
   bool sameExtension(const ChannelSet& other) const noexcept;
   void assignChannel(Channel channel);
@@ -310,6 +350,7 @@ class VELA_API ChannelSet {
   std::uint32_t inline_[2] = {0, 0};      // the extension while it has two words
 };
 
+static_assert(alignof(std::max_align_t) >= 16, "malloc's storage takes whole blocks");
 static_assert(sizeof(void*) != 8 || sizeof(ChannelSet) == 32, "sets lie side by side in records: half a cache line each");
 
 inline void swap(ChannelSet& a, ChannelSet& b) noexcept { a.swap(b); }

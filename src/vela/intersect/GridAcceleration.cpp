@@ -2,52 +2,117 @@
 
 #include <algorithm>
 #include <cmath>
+#include <typeinfo>
+#include <vector>
 
 #include "tarn/Convert.h"
 #include "vela/intersect/AccelerationModel.h"
 #include "vela/intersect/detail/Kernels.h"
+#include "vela/intersect/detail/TriangleBlocks.h"
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace vela {
 namespace {
 
 constexpr std::uint32_t kMaxResolution = 64;
 
+/// Cells that a primitive touches, both ends included.
+struct CellRange {
+  std::uint8_t low[3], high[3];
+
+  [[nodiscard]] bool isEmpty() const { return low[0] > high[0] || low[1] > high[1] || low[2] > high[2]; }
+  [[nodiscard]] std::size_t size() const {
+    if (isEmpty()) return 0;
+    return (std::size_t{high[0]} - low[0] + 1) * (std::size_t{high[1]} - low[1] + 1) * (std::size_t{high[2]} - low[2] + 1);
+  }
+  [[nodiscard]] bool contains(std::uint32_t x, std::uint32_t y, std::uint32_t z) const {
+    return x >= low[0] && x <= high[0] && y >= low[1] && y <= high[1] && z >= low[2] && z <= high[2];
+  }
+};
+
+struct WidePrimitive {
+  std::uint32_t primitive;
+  CellRange range;
+};
+
+unsigned countBits(std::uint64_t bits) {
+#if defined(__GNUC__)
+  return static_cast<unsigned>(__builtin_popcountll(bits));
+#else
+  unsigned count = 0;
+  for (; bits != 0; bits &= bits - 1) ++count;
+  return count;
+#endif
+}
+
 }  // namespace
+
+/// The lists. Cells are numbered with a border of one cell on every side, so that "leaves the grid" and "has a list" are one
+/// bit to look at in each step of a walk; an occupied cell's list is found by its rank among the occupied ones.
+struct GridAcceleration::Cells {
+  struct Rank {
+    std::uint64_t occupied = 0;
+    std::uint32_t before = 0;  ///< occupied cells in the words before this one
+  };
+  std::size_t strideY = 0, strideZ = 0;
+  std::vector<std::uint64_t> stops;  ///< a bit a cell: occupied or border
+  std::vector<Rank> ranks;           ///< one for each 64 cells
+  /// List of rank r: primitives[start[r] .. start[r + 1]), in increasing order; of blocks instead of primitives when the model
+  /// is a list of triangles.
+  std::vector<std::uint32_t> start;
+  std::vector<std::uint32_t> primitives;
+  std::vector<detail::TriangleBlock> blocks;
+  detail::TestTriangleBlocks testBlocks = nullptr;
+  /// Primitives over so many cells that lists would outgrow memory are kept once, with their cells.
+  std::vector<WidePrimitive> wide;
+
+  [[nodiscard]] std::size_t number(std::uint32_t x, std::uint32_t y, std::uint32_t z) const {
+    return (z + 1) * strideZ + (y + 1) * strideY + (x + 1);
+  }
+  [[nodiscard]] bool isStop(std::size_t cell) const { return (stops[cell >> 6] >> (cell & 63) & 1u) != 0; }
+  [[nodiscard]] bool isOccupied(std::size_t cell) const { return (ranks[cell >> 6].occupied >> (cell & 63) & 1u) != 0; }
+  [[nodiscard]] std::size_t rankOf(std::size_t cell) const {
+    const Rank& rank = ranks[cell >> 6];
+    return rank.before + countBits(rank.occupied & ((std::uint64_t{1} << (cell & 63)) - 1));
+  }
+
+  /// Calls `test` for every primitive of a cell in increasing order, until it returns true.
+  template <class Test>
+  void forEachPrimitive(std::size_t cell, Test test) const {
+    const std::size_t rank = rankOf(cell);
+    const std::uint32_t *at = primitives.data() + start[rank], *const end = primitives.data() + start[rank + 1];
+    if (!wide.empty()) {
+      const auto x = static_cast<std::uint32_t>(cell % strideY - 1), y = static_cast<std::uint32_t>(cell % strideZ / strideY - 1),
+                 z = static_cast<std::uint32_t>(cell / strideZ - 1);
+      for (const WidePrimitive& other : wide) {
+        if (!other.range.contains(x, y, z)) continue;
+        for (; at != end && *at < other.primitive; ++at)
+          if (test(*at)) return;
+        if (test(other.primitive)) return;
+      }
+    }
+    for (; at != end; ++at)
+      if (test(*at)) return;
+  }
+};
 
 GridAcceleration::GridAcceleration(const AccelerationModel& model) : Acceleration(model), box_(model.bounds()) {
   const std::size_t count = model.size();
   const tarn::Vec3<float> extent = box_.max - box_.min;
   if (std::isnan(extent.x) || std::isnan(extent.y) || std::isnan(extent.z)) return;
 
-  // Resolution. A box without volume makes k infinite and the counts 0; an enormous count keeps its low 32 bits only.
+  // A box without volume makes k infinite and the counts 0; an enormous count keeps its low 32 bits only.
   const float k = std::cbrt(0.33333334f) / std::cbrt(extent.x * extent.y * extent.z / static_cast<float>(count));
   std::array<std::uint32_t, 3> resolution{};
   for (std::size_t i = 0; i < 3; ++i)
     resolution[i] = std::min(tarn::truncToUint32(std::floor(extent[i] * k) + 1.0f), kMaxResolution);
-  const std::size_t cells = std::size_t{resolution[0]} * resolution[1] * resolution[2];
-  if (cells == 0) return;
+  if (std::size_t{resolution[0]} * resolution[1] * resolution[2] == 0) return;
   resolution_ = resolution;
   for (std::size_t i = 0; i < 3; ++i) cellSize_[i] = extent[i] / static_cast<float>(resolution[i]);
-
-  // Two passes over the primitives' cell ranges: count, then fill in primitive order.
-  const auto forEachCell = [&](std::size_t primitive, auto visit) {
-    const tarn::Box3<float> b = model.bounds(primitive);
-    std::array<std::uint32_t, 3> low{}, high{};
-    for (std::size_t i = 0; i < 3; ++i) {
-      low[i] = cellOf(b.min[i] - box_.min[i], i);
-      high[i] = cellOf(b.max[i] - box_.min[i], i);
-    }
-    for (std::uint32_t z = low[2]; z <= high[2]; ++z)
-      for (std::uint32_t y = low[1]; y <= high[1]; ++y)
-        for (std::uint32_t x = low[0]; x <= high[0]; ++x) visit((std::size_t{z} * resolution_[1] + y) * resolution_[0] + x);
-  };
-  cellStart_.assign(cells + 1, 0);
-  for (std::size_t i = 0; i < count; ++i) forEachCell(i, [&](std::size_t cell) { ++cellStart_[cell + 1]; });
-  for (std::size_t cell = 0; cell < cells; ++cell) cellStart_[cell + 1] += cellStart_[cell];
-  primitives_.resize(cellStart_[cells]);
-  std::vector<std::size_t> next(cellStart_.begin(), cellStart_.end() - 1);
-  for (std::size_t i = 0; i < count; ++i)
-    forEachCell(i, [&](std::size_t cell) { primitives_[next[cell]++] = static_cast<std::uint32_t>(i); });
+  fill(model);
 }
 
 GridAcceleration::~GridAcceleration() = default;
@@ -60,67 +125,213 @@ std::uint32_t GridAcceleration::cellOf(float distanceFromMin, std::size_t axis) 
   return cell < static_cast<float>(last) ? static_cast<std::uint32_t>(cell) : last;
 }
 
+void GridAcceleration::fill(const AccelerationModel& model) {
+  const std::size_t count = model.size();
+  auto cells = std::make_unique<Cells>();
+  cells->strideY = std::size_t{resolution_[0]} + 2;
+  cells->strideZ = cells->strideY * (resolution_[1] + 2);
+  const std::size_t padded = cells->strideZ * (resolution_[2] + 2), words = padded / 64 + 1;
+
+  // Each primitive's cells.
+  std::vector<CellRange> ranges(count);
+  std::size_t references = 0;
+  std::array<std::size_t, 20> referencesBySize{};  // by the logarithm of the range's size, at most 2^18
+  for (std::size_t p = 0; p < count; ++p) {
+    const tarn::Box3<float> b = model.bounds(p);
+    for (std::size_t i = 0; i < 3; ++i) {
+      ranges[p].low[i] = static_cast<std::uint8_t>(cellOf(b.min[i] - box_.min[i], i));
+      ranges[p].high[i] = static_cast<std::uint8_t>(cellOf(b.max[i] - box_.min[i], i));
+    }
+    const std::size_t size = ranges[p].size();
+    references += size;
+    std::size_t log = 0;
+    while (size >> (log + 1) != 0) ++log;
+    referencesBySize[log] += size;
+  }
+
+  // Lists that would take more than about 128 MB: the widest primitives are kept aside.
+  std::size_t widest = referencesBySize.size() - 1;
+  for (const std::size_t limit = std::size_t{32} * 1000 * 1000 + 16 * count; references > limit && widest > 0; --widest)
+    references -= referencesBySize[widest];
+  const auto isWide = [&](const CellRange& range) { return range.size() >> (widest + 1) != 0; };
+  for (std::size_t p = 0; p < count; ++p)
+    if (isWide(ranges[p])) cells->wide.push_back({static_cast<std::uint32_t>(p), ranges[p]});
+
+  const auto forEachCell = [&](std::size_t p, auto visit) {
+    const CellRange& range = ranges[p];
+    if (range.isEmpty() || (!cells->wide.empty() && isWide(range))) return;
+    for (std::uint32_t z = range.low[2]; z <= range.high[2]; ++z)
+      for (std::uint32_t y = range.low[1]; y <= range.high[1]; ++y)
+        for (std::uint32_t x = range.low[0]; x <= range.high[0]; ++x) visit(cells->number(x, y, z));
+  };
+
+  // Occupied cells and their ranks; with wide primitives about, every cell.
+  cells->stops.assign(words, 0);
+  cells->ranks.assign(words, {});
+  const auto occupy = [&](std::size_t cell) { cells->ranks[cell >> 6].occupied |= std::uint64_t{1} << (cell & 63); };
+  for (std::size_t p = 0; p < count; ++p) forEachCell(p, occupy);
+  for (std::uint32_t z = 0; z < resolution_[2] + 2; ++z)
+    for (std::uint32_t y = 0; y < resolution_[1] + 2; ++y)
+      for (std::uint32_t x = 0; x < resolution_[0] + 2; ++x) {
+        const std::size_t cell = z * cells->strideZ + y * cells->strideY + x;
+        const bool isBorder = x == 0 || y == 0 || z == 0 || x == resolution_[0] + 1 || y == resolution_[1] + 1 ||
+                              z == resolution_[2] + 1;
+        if (!isBorder && !cells->wide.empty()) occupy(cell);
+        if (isBorder || cells->isOccupied(cell)) cells->stops[cell >> 6] |= std::uint64_t{1} << (cell & 63);
+      }
+  std::uint32_t occupied = 0;
+  for (Cells::Rank& rank : cells->ranks) {
+    rank.before = occupied;
+    occupied += countBits(rank.occupied);
+  }
+
+  // The lists: count, then fill in primitive order.
+  std::vector<std::uint32_t> begin(std::size_t{occupied} + 1, 0);
+  for (std::size_t p = 0; p < count; ++p) forEachCell(p, [&](std::size_t cell) { ++begin[cells->rankOf(cell) + 1]; });
+
+  // Triangles are laid out in blocks, whose cost is bounded where triangles repeat over many cells. Only the very class: one
+  // derived from it may answer differently.
+  const bool isTriangles = typeid(model) == typeid(TriangleAccelerationModel) && cells->wide.empty() &&
+                           references <= 8 * count + 1000 * 1000;
+  if (isTriangles) {
+    const auto& triangles = static_cast<const TriangleAccelerationModel&>(model);
+    cells->testBlocks = detail::bestTriangleBlockTest();
+    cells->start.assign(begin.size(), 0);
+    for (std::size_t r = 0; r < occupied; ++r) cells->start[r + 1] = cells->start[r] + (begin[r + 1] + 7) / 8;
+    cells->blocks.assign(cells->start[occupied], detail::TriangleBlock{});
+    std::vector<std::uint32_t> filled(occupied, 0);
+    const tarn::Vec3<float>* const at = triangles.points_.cdata();
+    for (std::size_t p = 0; p < count; ++p) {
+      const auto& corners = triangles.triangles_[p];
+      const tarn::Vec3<float> a = at[corners.a], e1 = at[corners.b] - a, e2 = at[corners.c] - a;
+      forEachCell(p, [&](std::size_t cell) {
+        const std::size_t r = cells->rankOf(cell);
+        detail::TriangleBlock& block = cells->blocks[cells->start[r] + filled[r] / 8];
+        const std::size_t lane = filled[r]++ % 8;
+        block.ax[lane] = a.x, block.ay[lane] = a.y, block.az[lane] = a.z;
+        block.e1x[lane] = e1.x, block.e1y[lane] = e1.y, block.e1z[lane] = e1.z;
+        block.e2x[lane] = e2.x, block.e2y[lane] = e2.y, block.e2z[lane] = e2.z;
+        block.primitive[lane] = static_cast<std::uint32_t>(p);
+      });
+    }
+  } else {
+    for (std::size_t r = 0; r < occupied; ++r) begin[r + 1] += begin[r];
+    cells->start = begin;
+    cells->primitives.resize(begin[occupied]);
+    for (std::size_t p = 0; p < count; ++p)
+      forEachCell(p, [&](std::size_t cell) {
+        cells->primitives[begin[cells->rankOf(cell)]++] = static_cast<std::uint32_t>(p);
+      });
+  }
+  cells_ = std::move(cells);
+}
+
 bool GridAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray, CollisionResult& result) const {
   float tEnter = 0.0f, tLeave = 0.0f;
-  if (isEmpty() || !detail::hitBox(ray, box_, tEnter, tLeave)) return false;
+  if (!cells_ || !detail::hitBox(ray, box_, tEnter, tLeave)) return false;
+  const Cells& cells = *cells_;
 
   // Entry cell, and per axis the distance of the next boundary and from boundary to boundary.
   const tarn::Vec3<float> entry = ray.origin + ray.direction * tEnter - box_.min;
-  std::array<std::uint32_t, 3> cell{}, step{}, stop{};
-  tarn::Vec3<float> tNext, tDelta;
+  std::array<std::uint32_t, 3> entryCell{};
+  std::array<float, 3> tNext{}, tDelta{};
+  std::array<std::ptrdiff_t, 3> step{1, static_cast<std::ptrdiff_t>(cells.strideY), static_cast<std::ptrdiff_t>(cells.strideZ)};
   for (std::size_t i = 0; i < 3; ++i) {
     // KEEP(grid-minus-zero): -0 becomes +0. Divided by -0 the next boundary would lie at minus infinity, and the walk
     // would run out of the grid along an axis that the ray does not move on.
     const float d = ray.direction[i] + 0.0f, size = cellSize_[i], r = entry[i];
-    cell[i] = cellOf(r, i);
+    const std::uint32_t cell = cellOf(r, i);
+    entryCell[i] = cell;
     if (d < 0.0f) {
       tDelta[i] = -size / d;
-      tNext[i] = (static_cast<float>(cell[i]) * size - r) / d;
-      step[i] = stop[i] = ~std::uint32_t{0};
+      tNext[i] = (static_cast<float>(cell) * size - r) / d;
+      step[i] = -step[i];
     } else {
       tDelta[i] = size / d;
-      tNext[i] = (static_cast<float>(cell[i] + 1) * size - r) / d;
-      step[i] = 1;
-      stop[i] = resolution_[i];
+      tNext[i] = (static_cast<float>(cell + 1) * size - r) / d;
     }
   }
+  std::size_t cell = cells.number(entryCell[0], entryCell[1], entryCell[2]);
 
-  while (true) {
-    const std::size_t number = (std::size_t{cell[2]} * resolution_[1] + cell[1]) * resolution_[0] + cell[0];
+  // KEEP(grid-first-cell): the first cell with a hit ends the query, though the hit may lie beyond it and a nearer one be
+  // listed further on. Hosts have pinned picks on this.
+  const auto answers = [&]() {
     float best = ray.maxDistance;
-    for (std::size_t k = cellStart_[number]; k < cellStart_[number + 1]; ++k) {
+    if (cells.testBlocks != nullptr) {
+      const std::size_t rank = cells.rankOf(cell);
+      std::uint32_t primitive = 0;
+      if (!cells.testBlocks(cells.blocks.data() + cells.start[rank], cells.blocks.data() + cells.start[rank + 1], ray,
+                            ctx.nearestHit, best, primitive))
+        return false;
+      // The record comes from the single test, which has the same bits.
       CollisionResult scratch;
-      if (!model().intersect(ctx, ray, primitives_[k], scratch)) continue;
-      if (!(best > scratch.distance && scratch.distance > ray.minDistance)) continue;
+      static_cast<const TriangleAccelerationModel&>(model()).TriangleAccelerationModel::intersect(ctx, ray, primitive, scratch);
       result = scratch;
-      result.primitiveIndex = primitives_[k];
+      result.primitiveIndex = primitive;
+      return true;
+    }
+    cells.forEachPrimitive(cell, [&](std::uint32_t primitive) {
+      CollisionResult scratch;
+      if (!model().intersect(ctx, ray, primitive, scratch)) return false;
+      if (!(best > scratch.distance && scratch.distance > ray.minDistance)) return false;
+      result = scratch;
+      result.primitiveIndex = primitive;
       result.hit = true;
       best = scratch.distance;
-      if (!ctx.nearestHit) break;
-    }
-    // KEEP(grid-first-cell): the first cell with a hit ends the query, though the hit may lie beyond it and a nearer one be
-    // listed further on. Hosts have pinned picks on this.
-    if (best < ray.maxDistance) return true;
+      return !ctx.nearestHit;
+    });
+    return best < ray.maxDistance;
+  };
 
-    // The axis whose boundary comes first; on ties z before y before x.
+  // From cell to cell through the boundary that comes first; on ties z before y before x, and never x or y past a NaN.
+#if defined(__SSE2__)
+  // Without branches on the axis, which no processor can guess.
+  __m128 tx = _mm_set_ss(tNext[0]), ty = _mm_set_ss(tNext[1]), tz = _mm_set_ss(tNext[2]);
+  const __m128 dx = _mm_set_ss(tDelta[0]), dy = _mm_set_ss(tDelta[1]), dz = _mm_set_ss(tDelta[2]);
+  const __m128 tMax = _mm_set_ss(ray.maxDistance);
+  const int sx = static_cast<int>(step[0]), sy = static_cast<int>(step[1]), sz = static_cast<int>(step[2]);
+  while (true) {
+    if (cells.isStop(cell)) {
+      if (!cells.isOccupied(cell)) return false;
+      if (answers()) return true;
+    }
+    const __m128 xBeforeY = _mm_cmplt_ss(tx, ty), xBeforeZ = _mm_cmplt_ss(tx, tz), yBeforeZ = _mm_cmplt_ss(ty, tz);
+    const __m128 isX = _mm_and_ps(xBeforeY, xBeforeZ), isY = _mm_andnot_ps(xBeforeY, yBeforeZ), isXY = _mm_or_ps(isX, isY);
+    const __m128 t = _mm_or_ps(_mm_or_ps(_mm_and_ps(isX, tx), _mm_and_ps(isY, ty)), _mm_andnot_ps(isXY, tz));
+    if (_mm_comigt_ss(t, tMax)) return false;
+    tx = _mm_add_ss(tx, _mm_and_ps(isX, dx));
+    ty = _mm_add_ss(ty, _mm_and_ps(isY, dy));
+    tz = _mm_add_ss(tz, _mm_andnot_ps(isXY, dz));
+    const int maskX = _mm_cvtsi128_si32(_mm_castps_si128(isX)), maskY = _mm_cvtsi128_si32(_mm_castps_si128(isY));
+    const int move = (sx & maskX) | (sy & maskY) | (sz & ~(maskX | maskY));
+    cell += static_cast<std::size_t>(static_cast<std::ptrdiff_t>(move));
+  }
+#else
+  while (true) {
+    if (cells.isStop(cell)) {
+      if (!cells.isOccupied(cell)) return false;
+      if (answers()) return true;
+    }
     static constexpr std::size_t kAxis[8] = {2, 1, 2, 1, 2, 2, 0, 0};
-    const std::size_t axis =
-        kAxis[4u * (tNext.x < tNext.y) + 2u * (tNext.x < tNext.z) + 1u * (tNext.y < tNext.z)];
+    const std::size_t axis = kAxis[4u * (tNext[0] < tNext[1]) + 2u * (tNext[0] < tNext[2]) + 1u * (tNext[1] < tNext[2])];
     if (tNext[axis] > ray.maxDistance) return false;
-    cell[axis] += step[axis];
-    if (cell[axis] == stop[axis]) return false;
+    cell += static_cast<std::size_t>(step[axis]);
     tNext[axis] += tDelta[axis];
   }
+#endif
 }
 
 void GridAcceleration::draw(DrawBoxFunc drawBox) const {
-  if (isEmpty()) return;
+  if (!cells_) return;
   const tarn::Vec4<float> colour(0.4f, 0.9f, 0.5f, 0.2f);
-  std::size_t number = 0;
   for (std::uint32_t z = 0; z < resolution_[2]; ++z)
     for (std::uint32_t y = 0; y < resolution_[1]; ++y)
-      for (std::uint32_t x = 0; x < resolution_[0]; ++x, ++number) {
-        if (cellStart_[number] == cellStart_[number + 1]) continue;
+      for (std::uint32_t x = 0; x < resolution_[0]; ++x) {
+        const std::size_t cell = cells_->number(x, y, z);
+        if (!cells_->isOccupied(cell)) continue;
+        bool hasPrimitive = cells_->testBlocks != nullptr;
+        if (!hasPrimitive) cells_->forEachPrimitive(cell, [&](std::uint32_t) { return hasPrimitive = true; });
+        if (!hasPrimitive) continue;
         const tarn::Vec3<float> low(static_cast<float>(x), static_cast<float>(y), static_cast<float>(z));
         drawBox(tarn::Box3<float>(box_.min + cellSize_ * low, box_.min + cellSize_ * (low + tarn::Vec3<float>(1.0f))), colour);
       }

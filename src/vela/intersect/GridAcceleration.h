@@ -5,7 +5,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <vector>
+#include <memory>
 
 #include "vela/Api.h"
 #include "vela/intersect/Acceleration.h"
@@ -39,16 +39,14 @@ class VELA_API GridAcceleration : public Acceleration {
   [[nodiscard]] const std::array<std::uint32_t, 3>& resolution() const { return resolution_; }
 
  private:
-  [[nodiscard]] bool isEmpty() const { return cellStart_.empty(); }
+  struct Cells;
   [[nodiscard]] std::uint32_t cellOf(float distanceFromMin, std::size_t axis) const;
+  void fill(const AccelerationModel& model);
 
   std::array<std::uint32_t, 3> resolution_{};
   tarn::Vec3<float> cellSize_;
   tarn::Box3<float> box_;
-  /// Cell (x, y, z) is number (z * ny + y) * nx + x and lists primitives_[cellStart_[number] .. cellStart_[number + 1]),
-  /// in increasing order.
-  std::vector<std::size_t> cellStart_;
-  std::vector<std::uint32_t> primitives_;
+  std::unique_ptr<const Cells> cells_;  ///< null when the grid is empty
 };
 
 }  // namespace vela

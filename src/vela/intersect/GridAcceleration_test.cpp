@@ -6,6 +6,7 @@
 
 #include "vela/intersect/AccelerationModel.h"
 #include "vela/intersect/TestOracles.h"
+#include "vela/intersect/detail/TriangleBlocks.h"
 
 using namespace vela;
 using namespace vela_test;
@@ -236,24 +237,54 @@ TEST(Grid, ResolutionIsThatOfThePlainRule) {
   }
 }
 
+/// Triangles that the grid has to ask one by one, because they might answer differently.
+struct AskedTriangles : TriangleAccelerationModel {
+  using TriangleAccelerationModel::TriangleAccelerationModel;
+};
+
+void expectPlainAnswers(const TestMesh& mesh, const AccelerationModel& model, int rays, unsigned seed) {
+  const GridAcceleration grid(model);
+  const PlainGrid plain(model);
+  RayMaker maker(mesh, seed);
+  IntersectionContext ctx;
+  for (int i = 0; i < rays; ++i) {
+    const Ray<float> ray = i % 3 ? maker.hostile() : maker.ordinary();
+    ctx.nearestHit = i % 4 != 0;
+    CollisionResult expected = marked(), got = marked();
+    const bool hit = plain.intersect(ctx, ray, expected);
+    ASSERT_EQ(grid.intersect(ctx, ray, got), hit) << mesh.name << " " << show(ray);
+    ASSERT_TRUE(sameRecord(got, expected)) << mesh.name << " " << show(ray) << show(got) << show(expected);
+  }
+}
+
 TEST(Grid, AnswersLikeThePlainRuleBitForBit) {
   const unsigned seed = 2024;
   SCOPED_TRACE(seed);
   for (const TestMesh& mesh : sampleMeshes()) {
-    const TriangleAccelerationModel model = modelOf(mesh);
-    const GridAcceleration grid(model);
-    const PlainGrid plain(model);
-    RayMaker maker(mesh, seed);
-    IntersectionContext ctx;
-    for (int i = 0; i < 30000; ++i) {
-      const Ray<float> ray = i % 3 ? maker.hostile() : maker.ordinary();
-      ctx.nearestHit = i % 4 != 0;
-      CollisionResult expected = marked(), got = marked();
-      const bool hit = plain.intersect(ctx, ray, expected);
-      ASSERT_EQ(grid.intersect(ctx, ray, got), hit) << mesh.name << " " << show(ray);
-      ASSERT_TRUE(sameRecord(got, expected)) << mesh.name << " " << show(ray) << show(got) << show(expected);
-    }
+    expectPlainAnswers(mesh, modelOf(mesh), 30000, seed);
+    expectPlainAnswers(mesh, AskedTriangles(mesh.points, mesh.counts, mesh.indices), 6000, seed + 1);
   }
+}
+
+// Ten thousand triangles, each across the whole mesh: their lists would take more memory than they are worth.
+TEST(Grid, TrianglesAcrossTheWholeMeshAreKeptOnceAndAnswerTheSame) {
+  TestMesh mesh;
+  std::mt19937 random(41);
+  const auto corner = [&](float x) {
+    const auto place = [&] { return static_cast<float>(random() % 2001u) / 1000.0f - 1.0f; };
+    return Vec3<float>(x, x + 0.1f * place(), 0.3f * x + place());
+  };
+  for (int i = 0; i < 11000; ++i) {
+    if (i % 5 == 0) {
+      const Vec3<float> at = corner(static_cast<float>(random() % 200u) / 100.0f - 1.0f);
+      for (const auto& p : {at, at + Vec3<float>(0.02f, 0, 0), at + Vec3<float>(0, 0.02f, 0.01f)}) mesh.points.push_back(p);
+    } else {
+      for (const float x : {-1.0f, 1.0f, i % 2 ? -1.0f : 1.0f}) mesh.points.push_back(corner(x));
+    }
+    mesh.face({3 * i, 3 * i + 1, 3 * i + 2});
+  }
+  mesh.name = "all across";
+  expectPlainAnswers(mesh, modelOf(mesh), 150, 42);
 }
 
 // The grid may give another hit than the nearest, for one reason only: the hit of the first cell lies beyond it. Then the
@@ -290,6 +321,59 @@ TEST(Grid, DiffersFromBruteForceOnlyByTheFirstCell) {
     EXPECT_EQ(missed, 0) << mesh.name;
     RecordProperty(mesh.name, farther);
   }
+}
+
+// The two kernels over one list each: same verdict, number and bits, for any number of triangles and any ray.
+TEST(TriangleBlocks, KernelsAgreeBitForBitWithTheSingleTest) {
+  const unsigned seed = 7;
+  SCOPED_TRACE(seed);
+  const TestMesh mesh = soup(300, seed);
+  RayMaker maker(mesh, seed);
+  std::mt19937 random(seed);
+  int hits = 0;
+  for (int i = 0; i < 150000; ++i) {
+    // A list of 1 to 40 triangles, some twice, some scaled to the edge of what floats hold.
+    const std::size_t count = 1 + random() % 40;
+    const float scale = i % 10 == 0 ? std::ldexp(1.0f, static_cast<int>(random() % 120) - 60) : 1.0f;
+    std::vector<detail::TriangleBlock> blocks((count + 7) / 8);
+    std::vector<Vec3<float>> corners;
+    for (std::size_t p = 0; p < count; ++p) {
+      const std::size_t k = 3 * (random() % 300);
+      for (std::size_t j = 0; j < 3; ++j) corners.push_back(mesh.points[k + j] * scale);
+      const Vec3<float> a = corners[3 * p], e1 = corners[3 * p + 1] - a, e2 = corners[3 * p + 2] - a;
+      detail::TriangleBlock& b = blocks[p / 8];
+      const std::size_t lane = p % 8;
+      b.ax[lane] = a.x, b.ay[lane] = a.y, b.az[lane] = a.z;
+      b.e1x[lane] = e1.x, b.e1y[lane] = e1.y, b.e1z[lane] = e1.z;
+      b.e2x[lane] = e2.x, b.e2y[lane] = e2.y, b.e2z[lane] = e2.z;
+      b.primitive[lane] = static_cast<std::uint32_t>(100 + p);
+    }
+    Ray<float> ray = i % 2 ? maker.hostile() : maker.ordinary();
+    const std::size_t target = 3 * (random() % count);
+    if (i % 3 == 0) ray.direction = corners[target] + (corners[target + 1] - corners[target]) * 0.5f - ray.origin;
+
+    const bool nearest = i % 4 != 0;
+    float best = ray.maxDistance;
+    std::uint32_t primitive = 7;
+    bool hit = false;
+    for (std::size_t p = 0; p < count && !(hit && !nearest); ++p) {
+      CollisionResult one;
+      if (!plainTriangle(ray, corners[3 * p], corners[3 * p + 1], corners[3 * p + 2], one)) continue;
+      if (!(best > one.distance && one.distance > ray.minDistance)) continue;
+      best = one.distance;
+      primitive = static_cast<std::uint32_t>(100 + p);
+      hit = true;
+    }
+    hits += hit ? 1 : 0;
+    for (const auto kernel : {&detail::testTriangleBlocksPlain, detail::bestTriangleBlockTest()}) {
+      float gotBest = ray.maxDistance;
+      std::uint32_t got = 7;
+      ASSERT_EQ(kernel(blocks.data(), blocks.data() + blocks.size(), ray, nearest, gotBest, got), hit) << show(ray);
+      ASSERT_EQ(got, primitive) << show(ray);
+      ASSERT_EQ(bitsOf(gotBest), bitsOf(best)) << show(ray);
+    }
+  }
+  EXPECT_GT(hits, 20000);
 }
 
 TEST(Grid, ThreadsGetTheSameAnswers) {

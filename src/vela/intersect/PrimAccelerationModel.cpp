@@ -1,4 +1,5 @@
 // What reads scene prims: the model of placed meshes, its accelerators, and a mesh prim's triangles.
+#include <atomic>
 #include <deque>
 #include <map>
 #include <mutex>
@@ -29,21 +30,22 @@ class PrimAccelerationModelImpl : public AccelerationModel {
 
   void add(const ovo::Prim& prim, const tarn::Mat4<double>& worldFromLocal, double time) {
     Entry entry;
-    entry.prim = prim;
+    entry.mesh = ovo::MeshPrim(prim);
     entry.worldFromLocal = tarn::Mat4<float>(worldFromLocal);
     entry.localFromWorld = entry.worldFromLocal.inverse();
-    entry.box = ovo::MeshPrim(prim).getBoundsBox(time, false).transformed(worldFromLocal);
+    entry.box = entry.mesh.getBoundsBox(time, false).transformed(worldFromLocal);
     bounds_.extendBy(entry.box);
     entries_.push_back(std::move(entry));
+    ready_.emplace_back(nullptr);
   }
 
-  [[nodiscard]] ovo::Prim prim(std::size_t i) const { return entries_[i].prim; }
+  [[nodiscard]] ovo::Prim prim(std::size_t i) const { return entries_[i].mesh; }
   [[nodiscard]] std::size_t size() const override { return entries_.size(); }
   [[nodiscard]] tarn::Box3<float> bounds(std::size_t i) const override { return entries_[i].box; }
   [[nodiscard]] tarn::Box3<float> bounds() const override { return bounds_; }
 
   [[nodiscard]] bool exclude(const IntersectionContext& ctx, std::size_t i) const override {
-    const ovo::Prim& prim = entries_[i].prim;
+    const ovo::Prim& prim = entries_[i].mesh;
     if (ctx.excludedPaths.count(prim.getPath()) != 0) return true;
     if (ctx.includedTypeNames.empty()) return false;
     return ctx.includedTypeNames.count(prim.getTypeName()) == 0;
@@ -58,9 +60,8 @@ class PrimAccelerationModelImpl : public AccelerationModel {
     const tarn::Ray<float> local(entry.localFromWorld.transformPoint(ray.origin),
                                  entry.localFromWorld.transformVector(ray.direction), ray.minDistance, ray.maxDistance);
 
-    const ovo::MeshPrim mesh(entry.prim);
-    if (!mesh.isValid()) return false;
-    if (!accelerator(mesh, i).intersect(ctx, local, result)) return false;
+    if (!entry.mesh.isValid()) return false;
+    if (!accelerator(i).intersect(ctx, local, result)) return false;
 
     result.position = entry.worldFromLocal.transformPoint(result.position);
     result.normal = entry.localFromWorld.transposed().transformVector(result.normal).normalized();
@@ -69,21 +70,20 @@ class PrimAccelerationModelImpl : public AccelerationModel {
 
  private:
   struct Entry {
-    ovo::Prim prim;
+    ovo::MeshPrim mesh;  ///< of whatever prim was given; asked at each query whether it is one
     tarn::Mat4<float> worldFromLocal, localFromWorld;
     tarn::Box3<float> box;
   };
 
-  const MeshAccelerator& accelerator(const ovo::MeshPrim& mesh, std::size_t i) const {
-    {
-      const std::lock_guard<std::mutex> lock(cacheMutex_);
-      const auto found = accelerators_.find(mesh);
-      if (found != accelerators_.end()) return *found->second;
-    }
+  const MeshAccelerator& accelerator(std::size_t i) const {
+    // The hit path takes no lock: accelerators are never replaced or moved, so one that an entry has seen stays good.
+    if (const MeshAccelerator* const ready = ready_[i].load(std::memory_order_acquire)) return *ready;
+
     // Built inside the lock: of threads that reach the prim together one builds and the others wait for it.
     const std::lock_guard<std::mutex> lock(cacheMutex_);
-    std::unique_ptr<MeshAccelerator>& slot = accelerators_[mesh];
-    if (!slot) slot = std::make_unique<MeshAccelerator>(mesh, i, time_);
+    std::unique_ptr<MeshAccelerator>& slot = accelerators_[entries_[i].mesh];
+    if (!slot) slot = std::make_unique<MeshAccelerator>(entries_[i].mesh, i, time_);
+    ready_[i].store(slot.get(), std::memory_order_release);
     return *slot;
   }
 
@@ -92,6 +92,7 @@ class PrimAccelerationModelImpl : public AccelerationModel {
   tarn::Box3<float> bounds_;
   mutable std::mutex cacheMutex_;
   mutable std::map<ovo::Prim, std::unique_ptr<MeshAccelerator>> accelerators_;
+  mutable std::deque<std::atomic<const MeshAccelerator*>> ready_;  ///< by entry: what is in the map, once it was asked for
 };
 
 PrimAccelerationModel::PrimAccelerationModel(double time) : impl_(std::make_unique<PrimAccelerationModelImpl>(time)) {}

@@ -51,8 +51,8 @@ tarn::Vec3<double> faceNormal(const tracer::Mesh& mesh, std::size_t triangle) {
 struct SceneTracer::Impl {
   std::vector<tracer::Mesh> meshes;
   std::unordered_multimap<std::uint64_t, std::uint32_t> meshOfHash;
-  std::vector<tracer::Placement> placements;
-  std::vector<tracer::Node> nodes;
+  tracer::LargeVector<tracer::Placement> placements;
+  tracer::LargeVector<tracer::Node> nodes;
   std::vector<std::uint32_t> unboxed;
   std::uint32_t onlyPlacement = kNone;
   tarn::Box3<float> bounds;
@@ -85,7 +85,7 @@ struct SceneTracer::Impl {
     tarn::Vec3<double> world;
     for (std::size_t i = 0; i < 3; ++i) world[i] = m[0][i] * local.x + m[1][i] * local.y + m[2][i] * local.z;
     // Brought to about 1 before it is squared.
-    const double largest = std::fmax(std::fabs(world.x), std::fmax(std::fabs(world.y), std::fabs(world.z)));
+    const double largest = std::max(std::fabs(world.x), std::max(std::fabs(world.y), std::fabs(world.z)));
     if (largest > 0.0) world = world / largest;
     hit.normal = tarn::Vec3<float>(world.normalized());
 

@@ -146,7 +146,8 @@ class PlainGrid {
       size_[i] = extent[i] / static_cast<float>(res[i]);
     }
     cells_.resize(std::size_t{res[0]} * res[1] * res[2]);
-    for (std::size_t p = 0; p < n; ++p) {
+    isFilled_ = n * cells_.size() < 4000000;
+    for (std::size_t p = 0; isFilled_ && p < n; ++p) {
       const Box3<float> b = model.bounds(p);
       for (std::uint32_t z = cell(b.min.z - box_.min.z, 2); z <= cell(b.max.z - box_.min.z, 2); ++z)
         for (std::uint32_t y = cell(b.min.y - box_.min.y, 1); y <= cell(b.max.y - box_.min.y, 1); ++y)
@@ -184,7 +185,19 @@ class PlainGrid {
       }
     }
     for (;;) {
-      const auto& list = cells_[(std::size_t{at[2]} * res_[1] + at[1]) * res_[0] + at[0]];
+      const auto* list = cells_[(std::size_t{at[2]} * res_[1] + at[1]) * res_[0] + at[0]].get();
+      std::vector<std::size_t> gathered;
+      if (!isFilled_) {
+        // Lists that would take too much memory are made anew at each step.
+        for (std::size_t p = 0; p < model_.size(); ++p) {
+          const Box3<float> b = model_.bounds(p);
+          bool touches = true;
+          for (const std::size_t i : {0u, 1u, 2u})
+            touches = touches && cell(b.min[i] - box_.min[i], i) <= at[i] && at[i] <= cell(b.max[i] - box_.min[i], i);
+          if (touches) gathered.push_back(p);
+        }
+        list = &gathered;
+      }
       if (list) {
         float best = ray.maxDistance;
         for (const std::size_t p : *list) {
@@ -219,6 +232,7 @@ class PlainGrid {
   Box3<float> box_;
   std::uint32_t res_[3] = {};
   float size_[3] = {};
+  bool isFilled_ = false;
   std::vector<std::unique_ptr<std::vector<std::size_t>>> cells_;
 };
 

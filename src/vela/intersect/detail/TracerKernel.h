@@ -159,6 +159,7 @@ inline bool traceMesh(const Mesh& mesh, const LocalRay& ray, const DistanceRange
         nearest.triangle = block.triangle[lane];
         nearest.crossing = crossing;
         nearest.block = &block;
+        __builtin_prefetch(&mesh.triangles[block.triangle[lane]]);
         nearest.lane = lane;
         prune = upperS(least(range.high, crossing.distance), ray.sPerDistance, ray.start);
         high = Lanes::broadcast(prune);
@@ -197,11 +198,9 @@ inline bool traceScene(const SceneView& scene, const tarn::Ray<float>& ray, Near
   double sPerDistance = 0.0;
   for (std::size_t i = 0; i < 3; ++i)
     sPerDistance = largest(sPerDistance, std::fabs(static_cast<double>(ray.direction[i])));
-  constexpr float tiny = 7.8886091e-31f;  // 2^-100
   for (std::size_t i = 0; i < 3; ++i) {
     origin[i] = ray.origin[i];
-    const float along = static_cast<float>(static_cast<double>(ray.direction[i]) / sPerDistance);
-    inverse[i] = 1.0f / (std::fabs(along) < tiny ? std::copysign(tiny, along) : along);
+    inverse[i] = boundedInverse(sPerDistance, static_cast<double>(ray.direction[i]));
   }
   const BoxTester boxes(origin, inverse, lowerS(range.low, sPerDistance, 0.0));
   float prune = upperS(least(range.high, nearest.distance), sPerDistance, 0.0);

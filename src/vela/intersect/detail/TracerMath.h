@@ -112,11 +112,19 @@ struct LocalRay {
   float shearX, shearY;
   float zSign;           ///< of the direction along `z`
   int x, y, z;           ///< axes; z is the direction's largest
-  float inverse[3];      ///< by axis: 1 / (direction / |direction z|), finite always
+  float inverse[3];      ///< by axis: |direction z| / direction, at most 2^100 in size
   double start;          ///< s of `origin` as seen from the caller's origin
   double distancePerS;   ///< distance = (start + s) * distancePerS
   double sPerDistance;
 };
+
+/// length / v, for slab tests. A v of 0 counts as 2^-100 of the length: the test then needs no care for 0 times infinity, and the
+/// growth of the boxes is larger than what the ray moves by it.
+inline float boundedInverse(double length, double v) {
+  constexpr double most = 1.2676506002282294e30;  // 2^100
+  const double inverse = length / v;
+  return static_cast<float>(std::copysign(std::fabs(inverse) < most ? std::fabs(inverse) : most, v));
+}
 
 /// False when nothing can be hit: no direction, or far from the mesh.
 inline bool makeLocalRay(const Affine& localFromWorld, const MeshFrame& frame, const tarn::Ray<float>& ray, LocalRay& out) {
@@ -132,15 +140,16 @@ inline bool makeLocalRay(const Affine& localFromWorld, const MeshFrame& frame, c
   }
 
   // The largest axis of the direction; the first on ties.
-  int z = 0;
-  if (std::fabs(d[1]) > std::fabs(d[0])) z = 1;
-  if (std::fabs(d[2]) > std::fabs(d[z])) z = 2;
+  const double d0 = std::fabs(d[0]), d1 = std::fabs(d[1]), d2 = std::fabs(d[2]);
+  const double d01 = d1 > d0 ? d1 : d0, length = d2 > d01 ? d2 : d01;
+  static constexpr int kNext[3] = {1, 2, 0};
+  const int z = d2 > d01 ? 2 : static_cast<int>(d1 > d0);
   out.z = z;
-  out.x = z == 2 ? 0 : z + 1;
-  out.y = out.x == 2 ? 0 : out.x + 1;
-  const double length = std::fabs(d[z]);
+  out.x = kNext[z];
+  out.y = kNext[out.x];
   const double scale = 1.0 / length;
   if (!(scale <= std::numeric_limits<double>::max()) || !(length <= std::numeric_limits<double>::max())) return false;
+  const double raw[3] = {d[0], d[1], d[2]};
   for (double& v : d) v *= scale;
   out.distancePerS = scale;
   out.sPerDistance = length;
@@ -168,13 +177,7 @@ inline bool makeLocalRay(const Affine& localFromWorld, const MeshFrame& frame, c
   out.zSign = d[z] < 0.0 ? -1.0f : 1.0f;
   out.shearX = static_cast<float>(d[out.x]);
   out.shearY = static_cast<float>(d[out.y]);
-  // A direction of 0 becomes a tiny one: the slab test then needs no care for 0 times infinity, and the growth of the boxes
-  // is larger than what the ray moves by it.
-  constexpr float tiny = 7.8886091e-31f;  // 2^-100
-  for (int i = 0; i < 3; ++i) {
-    const float along = static_cast<float>(d[i]);
-    out.inverse[i] = 1.0f / (std::fabs(along) < tiny ? std::copysign(tiny, along) : along);
-  }
+  for (int i = 0; i < 3; ++i) out.inverse[i] = boundedInverse(length, raw[i]);
   return true;
 }
 

@@ -60,7 +60,7 @@ struct BinaryNode {
 
 class TreeBuilder {
  public:
-  TreeBuilder(std::vector<BuildBox>& boxes, std::vector<Node>& nodes, std::vector<LeafRun>* leaves)
+  TreeBuilder(std::vector<BuildBox>& boxes, LargeVector<Node>& nodes, std::vector<LeafRun>* leaves)
       : boxes_(boxes), nodes_(&nodes), leaves_(leaves) {}
 
   void run() {
@@ -311,7 +311,7 @@ class TreeBuilder {
     std::array<std::uint8_t, kWidth> toLeft{};
   };
   std::vector<Plan> plan_;
-  std::vector<Node>* nodes_;
+  LargeVector<Node>* nodes_;
   std::vector<LeafRun>* leaves_;
 };
 
@@ -320,11 +320,11 @@ float roundUp(double v) { return std::nextafter(static_cast<float>(v), kInfinity
 
 }  // namespace
 
-void buildTree(std::vector<BuildBox>& boxes, std::vector<Node>& nodes, std::vector<LeafRun>& leaves) {
+void buildTree(std::vector<BuildBox>& boxes, LargeVector<Node>& nodes, std::vector<LeafRun>& leaves) {
   TreeBuilder(boxes, nodes, &leaves).run();
 }
 
-void buildTreeOfSingles(std::vector<BuildBox>& boxes, std::vector<Node>& nodes) { TreeBuilder(boxes, nodes, nullptr).run(); }
+void buildTreeOfSingles(std::vector<BuildBox>& boxes, LargeVector<Node>& nodes) { TreeBuilder(boxes, nodes, nullptr).run(); }
 
 tarn::Vec3<float> Mesh::corner(std::size_t triangle, std::size_t corner) const {
   const std::int32_t at = triangles[triangle].faceVertex[corner];

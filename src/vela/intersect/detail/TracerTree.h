@@ -9,6 +9,7 @@
 #include "ovo/Array.h"
 #include "tarn/Vec.h"
 #include "vela/intersect/detail/TracerMath.h"
+#include "vela/intersect/detail/TracerMemory.h"
 
 namespace vela::tracer {
 
@@ -59,18 +60,18 @@ struct LeafRun {
 /// \param nodes  replaced; node 0 is the root; none when there are no boxes. A leaf's child value is kLeaf + its position in
 ///               \p leaves
 /// \param leaves replaced
-void buildTree(std::vector<BuildBox>& boxes, std::vector<Node>& nodes, std::vector<LeafRun>& leaves);
+void buildTree(std::vector<BuildBox>& boxes, LargeVector<Node>& nodes, std::vector<LeafRun>& leaves);
 /// The same down to single boxes: a leaf's child value is kLeaf + the box's index.
-void buildTreeOfSingles(std::vector<BuildBox>& boxes, std::vector<Node>& nodes);
+void buildTreeOfSingles(std::vector<BuildBox>& boxes, LargeVector<Node>& nodes);
 
 /// A mesh as queries see it.
 struct Mesh {
   ovo::Array<tarn::Vec3<float>> points;
   ovo::Array<int> counts, indices;
   MeshFrame frame;
-  std::vector<TriangleSource> triangles;  ///< by face, then in the order of the cut
-  std::vector<Node> nodes;
-  std::vector<Block> blocks;
+  LargeVector<TriangleSource> triangles;  ///< by face, then in the order of the cut
+  LargeVector<Node> nodes;
+  LargeVector<Block> blocks;
   bool isBuilt = false;
 
   /// Checks the faces and cuts them; no tree yet.

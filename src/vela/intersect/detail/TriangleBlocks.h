@@ -1,0 +1,39 @@
+/// \file
+/// Lists of triangles laid out so that eight are tested at once, with the bits of the single test.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "tarn/Ray.h"
+#include "tarn/Vec.h"
+
+namespace vela::detail {
+
+/// Eight triangles: first corner and the two edges from it, by component. A lane without a triangle has edges of zero, whose
+/// determinant is never accepted.
+struct alignas(32) TriangleBlock {
+  float ax[8], ay[8], az[8];
+  float e1x[8], e1y[8], e1z[8];
+  float e2x[8], e2y[8], e2z[8];
+  std::uint32_t primitive[8];
+};
+static_assert(sizeof(TriangleBlock) == 320);
+
+/// Tests the triangles of a list in order.
+///
+/// \param nearest   true: the least distance, of equal ones the first; false: the first that counts
+/// \param best      only distances below it and above the ray's minimum count; set to the distance found
+/// \param primitive set to the number of the triangle found
+/// \return true when one was found; otherwise nothing is written
+using TestTriangleBlocks = bool (*)(const TriangleBlock* first, const TriangleBlock* last, const tarn::Ray<float>& ray,
+                                    bool nearest, float& best, std::uint32_t& primitive);
+
+/// One lane after the other.
+bool testTriangleBlocksPlain(const TriangleBlock* first, const TriangleBlock* last, const tarn::Ray<float>& ray, bool nearest,
+                             float& best, std::uint32_t& primitive);
+
+/// The widest kernel that this processor runs.
+TestTriangleBlocks bestTriangleBlockTest();
+
+}  // namespace vela::detail
