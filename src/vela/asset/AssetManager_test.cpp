@@ -218,6 +218,13 @@ TEST_F(PythonAssetProcess, PythonManagerResolvesVersionsAndPercentEncodedPaths) 
   EXPECT_EQ(log(), "");
 }
 
+TEST_F(PythonAssetProcess, ShippedLibraryKnowsTheDemoScene) {
+  const std::string examples = VELA_SOURCE_DIR "/examples";
+  environment_["OPENASSETIO_DEFAULT_CONFIG"] = examples + "/assets/openassetio.toml";
+  EXPECT_EQ(run({python_, "setup=", "location=bal:///demo/still-life"}).out, "1 " + examples + "/demo/demo.usda\n");
+  EXPECT_NE(readFile(examples + "/demo/demo.usda"), "");
+}
+
 TEST_F(PythonAssetProcess, FailuresOfAPythonManagerAreInTheLog) {
   EXPECT_EQ(run({python_, "setup=" + config_, "location=bal:///bad/url", "location=bal:///bad/type", "location=bal:///bad/nothing",
                  "location=bal:///bad/noaccess", "location=bal:///no/such", "location=bal:///models/teapot?v=9"})
