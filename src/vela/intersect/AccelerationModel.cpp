@@ -1,7 +1,5 @@
 #include "vela/intersect/AccelerationModel.h"
 
-#include <cmath>
-
 #include "vela/intersect/detail/FaceCheck.h"
 #include "vela/intersect/detail/Kernels.h"
 #include "vela/mesh/Triangulate.h"
@@ -38,13 +36,9 @@ void TriangleAccelerationModel::initialize(const ovo::Array<int>& faceVertexCoun
   triangles_.clear();
   triangles_.reserve(faceVertexCounts.size());
   const tarn::Vec3<float>* const at = points_.cdata();
-  const auto isNumber = [at](int point) {
-    return !(std::isnan(at[point].x) || std::isnan(at[point].y) || std::isnan(at[point].z));
-  };
   std::vector<int> triplets;
   detail::forEachUsableFace(faceVertexCounts, faceVertexIndices, points_.size(), [&](int face, const int* i, int count) {
-    for (int k = 0; k < count; ++k)
-      if (!isNumber(i[k])) return true;
+    if (detail::hasNan(at, i, count)) return true;
     if (count == 3) {
       triangles_.push_back({i[0], i[1], i[2], face});
     } else if (count == 4) {

@@ -129,7 +129,8 @@ bool Intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray, cons
     if (count == 3) {
       hit = test(0, 1, 2);
     } else if (count == 4) {
-      hit = test(0, 1, 2) || test(2, 3, 0);
+      // Asked on hits only: a triangle with a NaN is never hit, but one half of a quad may be without.
+      hit = (test(0, 1, 2) || test(2, 3, 0)) && !detail::hasNan(at, corners, 4);
     } else {
       // KEEP(polygon-last-hit): every triangle is tested and a later hit replaces an earlier one, though only a folded
       // polygon is hit twice; callers rely on it.

@@ -118,8 +118,9 @@ VELA_API bool Intersect(const tarn::Ray<float>& ray, const tarn::Vec3<float>& a,
 /// \return true on a hit: distance strictly inside (minDistance, maxDistance)
 ///
 /// A quad is (0 1 2) and, only when that is missed, (2 3 0). Larger faces are cut by Triangulate, and of the triangles hit
-/// the last counts, not the nearest. Faces of fewer than three corners, with an index outside `points`, or reaching past the end
-/// of `indices` are skipped; the faces after them keep their numbers and corners (a negative count takes no indices).
+/// the last counts, not the nearest. Faces of fewer than three corners, with an index outside `points` or a NaN corner, or reaching
+/// past the end of `indices` are skipped; the faces after them keep their numbers and corners (a negative count takes no
+/// indices).
 /// Allocates only for faces of more than four corners.
 VELA_API bool Intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray,
                         const ovo::Array<tarn::Vec3<float>>& points, const ovo::Array<int>& counts,

@@ -552,6 +552,20 @@ TEST(IntersectMesh, BrokenFacesAreSkippedAndLaterOnesKeepTheirNumbers) {
   EXPECT_EQ(result.faceIndex, 10);
 }
 
+TEST(IntersectMesh, QuadWithACornerThatIsNoNumberIsSkippedWhole) {
+  for (const int bad : {1, 3}) {
+    TestMesh mesh;
+    mesh.points = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
+    mesh.points[static_cast<std::size_t>(bad)].z = kNan;
+    mesh.face({0, 1, 2, 3});
+    CollisionResult result = marked();
+    EXPECT_FALSE(intersectMesh(mesh, Ray<float>({0.75f, 0.25f, 1}, {0, 0, -1}), result));
+    EXPECT_FALSE(intersectMesh(mesh, Ray<float>({0.25f, 0.75f, 1}, {0, 0, -1}), result));
+    EXPECT_TRUE(sameRecord(result, marked()));
+    EXPECT_EQ(TriangleAccelerationModel(mesh.points, mesh.counts, mesh.indices).size(), 0u);
+  }
+}
+
 TEST(IntersectMesh, FollowsTheStepsBitForBitOverTheSampleMeshes) {
   const unsigned seed = 21;
   SCOPED_TRACE(seed);

@@ -10,6 +10,16 @@
 
 namespace vela::detail {
 
+/// True when a corner of the face has a coordinate that is no number: such a face is not used, not even the half of a quad
+/// that is sound.
+inline bool hasNan(const tarn::Vec3<float>* points, const int* corners, int count) {
+  for (int k = 0; k < count; ++k) {
+    const tarn::Vec3<float>& p = points[corners[k]];
+    if (std::isnan(p.x) || std::isnan(p.y) || std::isnan(p.z)) return true;
+  }
+  return false;
+}
+
 /// Walks the faces of a mesh whose arrays may contradict each other.
 ///
 /// Calls `use(face, corners, count)` for every face, in order, of at least three corners that all lie in the index array and
