@@ -136,7 +136,7 @@ class Case(unittest.TestCase):
 
 class Help(Case):
     def test_every_help_is_a_screen_and_exits_with_0(self):
-        for arguments in ([], ["render"], ["pick"], ["info"], ["channels"]):
+        for arguments in ([], ["render"], ["pick"], ["info"], ["select"], ["channels"]):
             done = self.good(*arguments, "--help")
             self.assertEqual(done.stderr, "")
             self.assertLess(len(done.stdout.splitlines()), 50)
@@ -144,7 +144,7 @@ class Help(Case):
 
     def test_the_examples_of_the_help_work(self):
         count = 0
-        for verb in ("render", "pick", "info", "channels"):
+        for verb in ("render", "pick", "info", "select", "channels"):
             text = run(verb, "--help").stdout
             for line in text.split("Examples", 1)[1].splitlines():
                 if not line.strip():
@@ -152,16 +152,17 @@ class Help(Case):
                 words = line.split()
                 self.assertEqual(words[0], "vela")
                 words = [str(ROOT / w) if w.startswith("examples/") else w for w in words[1:]]
-                if verb == "render":  # as they stand, but small: what is tested is that they run
+                if words[0] == "render":  # as they stand, but small: what is tested is that they run
                     words += ["--samples", "1"] if "--samples" not in words else []
                     words += ["--size", "64x32"] if "--size" not in words else []
                 self.good(*words, cwd=self.at)
                 count += 1
-        self.assertGreaterEqual(count, 7)
+        self.assertGreaterEqual(count, 11)
 
     def test_the_options_of_the_help_are_those_that_are_read(self):
-        for verb in ("render", "pick", "info"):
-            options = set(re.findall(r"--[a-z-]+", run(verb, "--help").stdout)) - {"--help"}
+        for verb in ("render", "pick", "info", "select"):
+            # Examples may show other verbs too.
+            options = set(re.findall(r"--[a-z-]+", run(verb, "--help").stdout.split("Examples", 1)[0])) - {"--help"}
             self.assertGreater(len(options), 1)
             for option in options:
                 # An option that is not known is complained about by name.
@@ -195,7 +196,11 @@ class Usage(Case):
                           ["pick", self.scene, "--pixel", "-1,0"], ["pick", self.scene, "--pixel", "1280,0"],
                           ["pick", self.scene, "--ray", "0,0,0,0,0,0"], ["pick", self.scene, "--ray", "0,0,0,0,1"],
                           ["pick", self.scene, "--ray", "0,0,0,0,0,inf"], ["pick", self.scene, "--pixel", "1,1", "--ray", "0,0,9,0,0,-1"],
-                          ["info"], ["info", self.scene, "--time", "x"]):
+                          ["info"], ["info", self.scene, "--time", "x"], ["info", self.scene, "--log-level"],
+                          ["select"], ["select", self.scene], ["select", self.scene, "--rect", "1,2,3,4"],
+                          ["select", self.scene, "--rect", "1,2,3", "-o", out], ["select", self.scene, "--rect", "1,2,3,9999", "-o", out],
+                          ["select", self.scene, "--rect", "1,2,3,4", "-o", out, "--parts", "edges"],
+                          ["select", self.scene, "--rect", "1,2,3,4", "-o", out, "--json"], ["select", "--show", out, "--rect", "1,2,3,4"]):
             line = self.bad(2, *arguments)
             self.assertRegex(line, r"; try |; leave ", arguments)
         self.assertEqual(self.names(), ["scene.usda"])
@@ -433,6 +438,91 @@ class Picks(Case):
         x, y, _ = self.pick("--pixel", "0,0", "--size", "64x48", "--camera", "/World/Flat")["position"]
         self.assertAlmostEqual(x, -4 + 8 / 128, 5)
         self.assertAlmostEqual(y, 3 - 8 / 128, 5)
+
+
+class Selections(Case):
+    """Seen from above by the orthographic camera: 80 x 60 pixels of a tenth of a unit, the box in the middle 10 of each."""
+
+    def select(self, rect, *more):
+        out = self.at / "s.sel"
+        self.good("select", self.scene, "--camera", "/World/Flat", "--size", "80x60", "--time", "1", "--rect", rect, "-o", out, *more)
+        report = json.loads(self.good("select", "--show", out, "--json").stdout)
+        return {o["path"]: o for o in report["objects"]}
+
+    def chosen(self, part):
+        return [i for run in part["runs"] for i in range(run["first"], run["last"] + 1) if run["value"] == 1]
+
+    def test_objects_that_show_are_selected_as_wholes(self):
+        found = self.select("38,28,41,31")
+        self.assertEqual(list(found), ["/World/Box/Shell"])
+        self.assertTrue(found["/World/Box/Shell"]["selected"])
+
+    def test_through_takes_what_is_hidden_too(self):
+        self.assertEqual(set(self.select("38,28,41,31", "--through")), {"/World/Box/Shell", "/World/Floor"})
+
+    def test_faces_met_are_selected_one_by_one(self):
+        shell = self.select("38,28,41,31", "--parts", "faces")["/World/Box/Shell"]
+        self.assertEqual((shell["selected"], shell["faces"]["size"], self.chosen(shell["faces"])), (False, 6, [1]))
+        shell = self.select("38,28,41,31", "--parts", "faces", "--through")["/World/Box/Shell"]
+        self.assertEqual(self.chosen(shell["faces"]), [0, 1])
+
+    def test_vertices_are_those_within_the_rectangle(self):
+        # The left half of the box's top: the corners at x = -0.5, which the rectangle reaches and the right ones not.
+        shell = self.select("33,20,39,39", "--parts", "vertices")["/World/Box/Shell"]
+        self.assertEqual((shell["vertices"]["size"], self.chosen(shell["vertices"])), (8, [4, 6]))
+
+    def test_a_selection_is_added_to(self):
+        self.select("38,28,41,31", "--parts", "faces")
+        found = self.select("2,2,3,3", "--add", self.at / "s.sel")
+        self.assertEqual(self.chosen(found["/World/Box/Shell"]["faces"]), [1])
+        self.assertTrue(found["/World/Floor"]["selected"])
+        again = self.select("38,28,41,31", "--parts", "faces", "--add", self.at / "s.sel")
+        self.assertEqual(self.chosen(again["/World/Box/Shell"]["faces"]), [1])  # once more is no more
+
+    def test_a_rectangle_of_nothing_is_an_empty_selection(self):
+        self.assertEqual(self.select("38,28,41,31", "--exclude", "/World"), {})
+        self.assertEqual(self.good("select", "--show", self.at / "s.sel").stdout, "nothing is selected\n")
+
+    def test_the_overlay_changes_what_is_selected_and_nothing_else(self):
+        self.select("38,28,41,31")
+        view = ["--camera", "/World/Flat", "--size", "80x60", "--time", "1", "--samples", "1"]
+        for name, more in (("plain", []), ("tinted", ["--selection", self.at / "s.sel"])):
+            self.good("render", self.scene, "--png", self.at / f"{name}.png", *view, *more)
+        plain, tinted = (read_png(self.at / f"{name}.png")[2] for name in ("plain", "tinted"))
+        changed = {(x, y) for y in range(60) for x in range(80) if plain[y][3 * x:3 * x + 3] != tinted[y][3 * x:3 * x + 3]}
+        self.assertEqual(changed, {(x, y) for x in range(35, 45) for y in range(25, 35)})
+
+    def test_a_damaged_selection_is_told(self):
+        bad = self.at / "bad.sel"
+        for text in ("", "junk", "geoselection { paths 1 { /A 1", "geoselection { paths 2 { } }"):
+            bad.write_text(text)
+            self.assertIn("cannot read the selection: " + str(bad), self.bad(1, "select", "--show", bad))
+        self.assertIn("No such file", self.bad(1, "render", self.scene, "--png", self.at / "a.png", "--selection", self.at / "none.sel"))
+
+
+class Logs(Case):
+    def test_lines_go_to_the_file_asked_for_at_the_level_asked_for(self):
+        log = self.at / "a.log"
+        self.good("info", self.scene, "--log-file", log, "--log-level", "Verbose")
+        text = log.read_text()
+        self.assertRegex(text, r"^\[vela Verbose\]\[\d{4}/\d\d/\d\d:\d\d:\d\d:\d\d\] vela info: begins\n")
+        self.assertIn(f"opened {self.scene}", text)
+        self.bad(1, "info", self.at / "none.usda", "--log-file", log)
+        self.assertIn("[vela Error]", log.read_text())
+
+    def test_without_a_file_the_log_goes_to_standard_error(self):
+        environment = {k: v for k, v in os.environ.items() if k not in ("HALDEN_LOG_FILE", "TEMP", "HALDEN_LOG_LEVEL")}
+        done = self.good("info", self.scene, "--log-level", "message", cwd=self.at, env=environment)
+        self.assertIn("[vela Message]", done.stderr)
+        self.assertEqual(self.names(), ["scene.usda"])  # and no file with backslashes in its name
+
+    def test_a_level_that_is_none_is_wrong_usage(self):
+        environment = {k: v for k, v in os.environ.items() if k not in ("HALDEN_LOG_FILE", "TEMP")}
+        for more in (["loud"], []):
+            done = run("info", self.scene, "--log-level", *more, cwd=self.at, env=environment)
+            self.assertEqual(done.returncode, 2)
+            self.assertIn("wrong usage: --log-level", done.stderr)
+        self.assertEqual(self.names(), ["scene.usda"])
 
 
 class Facts(Case):

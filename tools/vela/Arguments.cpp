@@ -22,8 +22,12 @@ constexpr const char* kOverallHelp =
   vela pick FILE --pixel X,Y                    what is under a pixel, or along a ray
   vela info FILE                                what a scene holds
   vela channels                                 the names that image channels have
+  vela select FILE --rect X0,Y0,X1,Y1 -o S.sel  what shows in a rectangle, as a selection
   vela VERB --help                              the options of a verb, with examples
   vela --version
+
+Every verb takes --log-level quiet|error|warning|message|verbose and --log-file FILE; without a file, and without
+HALDEN_LOG_FILE, the log goes to standard error.
 
 Exit codes: 0 done, 1 bad input, 2 wrong usage, 130 interrupted.
 )";
@@ -46,6 +50,7 @@ constexpr const char* kRenderHelp =
   --purpose LIST         default,render; also proxy, guide
   --invisible            also what the scene hides
   --engine E             tracer; hit-detector: what applications see that pick with it
+  --selection S.sel      tints what the selection has (vela select makes one)
 
 In the EXR: R G B A (light only where surfaces are, colour multiplied by A), Z depth (infinite where nothing is), P.x P.y P.z
 world position, N.x N.y N.z geometric normal, prim.id (0: nothing; else as the attribute "prim/manifest" says), face.id.
@@ -71,6 +76,29 @@ Prints the prim's path, its entry (render's prim.id less 1), face, distance, wor
 Examples
   vela pick examples/demo/demo.usda --pixel 640,360
   vela pick examples/demo/demo.usda --ray 0,200,0,0,-1,0 --json
+)";
+
+constexpr const char* kSelectHelp =
+    R"(vela select FILE --rect X0,Y0,X1,Y1 -o S.sel [options]: selects what shows in a rectangle of the picture.
+vela select --show S.sel [--json]: says what a selection holds.
+
+  --rect X0,Y0,X1,Y1     pixels of the picture that vela render would make with the same options, both corners included
+  --parts P              objects (the default), faces, vertices: those of the faces met that lie in the rectangle
+  --through              also what is hidden behind something
+  -o, --output S.sel     the selection, as text
+  --add S.sel            begin with this selection instead of an empty one; may be the output's own
+  --show S.sel           print a selection instead
+  --json                 print it as JSON
+  --camera PATH, --lens LENS, --size WxH, --time T, --include-type T, --exclude PATH, --purpose LIST, --invisible,
+  --engine E             as for vela render
+
+Rays go through the centres of the pixels. What is picked gets the value 1.
+
+Examples
+  vela select examples/demo/demo.usda --rect 500,480,860,660 -o bowl.sel
+  vela select examples/demo/demo.usda --rect 300,240,500,600 --parts faces --add bowl.sel -o both.sel
+  vela select --show both.sel
+  vela render examples/demo/demo.usda --png both.png --selection both.sel --samples 4
 )";
 
 constexpr const char* kInfoHelp =
@@ -114,10 +142,10 @@ int readInteger(const std::string& verb, const std::string& option, const std::s
 // A verb's parser. Options are kept as text here and read by the verb's own code.
 class Parser {
  public:
-  Parser(const char* verb, const char* help, bool takesFile = true)
+  Parser(const char* verb, const char* help, bool takesFile = true, bool needsFile = true)
       : verb_(verb), help_(help), app_(help, std::string("vela ") + verb) {
     app_.set_help_flag("-h,--help");
-    if (takesFile) app_.add_option("FILE", file_)->required();
+    if (takesFile) app_.add_option("FILE", file_)->required(needsFile);
   }
 
   void text(const std::string& names, std::string& value) { app_.add_option(names, value); }
@@ -206,6 +234,7 @@ bool readArguments(int count, char** arguments, RenderOptions& options) {
   parser.text("--pattern", pattern);
   parser.text("--threads", threads);
   parser.text("--layers", options.layers);
+  parser.text("--selection", options.selection);
   if (!parser.parse(count, arguments)) return false;
 
   texts.read(verb, parser, options.scene);
@@ -246,6 +275,41 @@ bool readArguments(int count, char** arguments, PickOptions& options) {
     options.pixelX = readInteger(verb, "--pixel", parts[0], 0, 16383);
     options.pixelY = readInteger(verb, "--pixel", parts[1], 0, 16383);
   }
+  return true;
+}
+
+bool readArguments(int count, char** arguments, SelectOptions& options) {
+  const std::string verb = "select";
+  Parser parser("select", kSelectHelp, true, false);
+  SceneTexts texts;
+  std::string rect;
+  texts.declare(parser, options.scene);
+  parser.text("--rect", rect);
+  parser.text("--parts", options.parts);
+  parser.flag("--through", options.through);
+  parser.text("-o,--output", options.output);
+  parser.text("--add", options.add);
+  parser.text("--show", options.show);
+  parser.flag("--json", options.json);
+  if (!parser.parse(count, arguments)) return false;
+
+  texts.read(verb, parser, options.scene);
+  if (!options.show.empty()) {
+    if (!parser.file().empty() || !rect.empty() || !options.output.empty() || !options.add.empty())
+      wrong(verb, "--show", "prints a selection, and takes nothing else but --json");
+    return true;
+  }
+  if (parser.file().empty()) wrong(verb, "", "FILE is missing");
+  if (rect.empty()) wrong(verb, "", "--rect is missing");
+  if (options.output.empty()) wrong(verb, "", "-o S.sel is missing");
+  if (options.json) wrong(verb, "--json", "goes with --show");
+  if (options.parts != "objects" && options.parts != "faces" && options.parts != "vertices")
+    wrong(verb, "--parts", "'" + options.parts + "' is none of objects, faces, vertices");
+  const std::vector<std::string> corners = splitList(rect);
+  if (corners.size() != 4) wrong(verb, "--rect", "'" + rect + "' is not X0,Y0,X1,Y1");
+  for (std::size_t i = 0; i < 4; ++i) options.rect[i] = readInteger(verb, "--rect", corners[i], 0, 16383);
+  if (options.rect[0] > options.rect[2]) std::swap(options.rect[0], options.rect[2]);
+  if (options.rect[1] > options.rect[3]) std::swap(options.rect[1], options.rect[3]);
   return true;
 }
 

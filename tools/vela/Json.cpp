@@ -104,6 +104,22 @@ std::string toJson(const ChannelNameReport& report) {
   return dump(json, 2) + "\n";
 }
 
+std::string toJson(const SelectionReport& report) {
+  const auto part = [](std::size_t size, const std::vector<SelectionReport::Run>& runs) {
+    Json json = {{"size", size}, {"runs", Json::array()}};
+    for (const SelectionReport::Run& run : runs)
+      json["runs"].push_back({{"first", run.first}, {"last", run.last}, {"value", number(run.value)}, {"weight", number(run.weight)}});
+    return json;
+  };
+  Json json = {{"objects", Json::array()}};
+  for (const SelectionReport::Object& object : report.objects)
+    json["objects"].push_back({{"path", object.path},
+                               {"selected", object.selected},
+                               {"faces", part(object.faceCount, object.faces)},
+                               {"vertices", part(object.vertexCount, object.vertices)}});
+  return dump(json, 2) + "\n";
+}
+
 std::string manifestOf(const std::vector<std::string>& paths) {
   Json json = Json::object();
   // By push: looking every path up for its place would take quadratic time in an ordered object.

@@ -72,11 +72,27 @@ struct ChannelNameReport {
   int newNumber = 0;                 ///< 0: no number is free
 };
 
+struct SelectionReport {
+  /// Neighbouring elements of equal value and weight; those with neither are left out.
+  struct Run {
+    std::size_t first = 0, last = 0;
+    float value = 0.0f, weight = 0.0f;
+  };
+  struct Object {
+    std::string path;
+    bool selected = false;
+    std::size_t vertexCount = 0, faceCount = 0;
+    std::vector<Run> vertices, faces;
+  };
+  std::vector<Object> objects;  ///< by path
+};
+
 /// Texts end with a line end. What is not finite is null.
 [[nodiscard]] std::string toJson(const PickReport& report);
 [[nodiscard]] std::string toJson(const InfoReport& report);
 [[nodiscard]] std::string toJson(const ChannelsReport& report);
 [[nodiscard]] std::string toJson(const ChannelNameReport& report);
+[[nodiscard]] std::string toJson(const SelectionReport& report);
 
 /// One line: an object from path to the prim's number in a picture, 1 for the first.
 [[nodiscard]] std::string manifestOf(const std::vector<std::string>& paths);

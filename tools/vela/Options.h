@@ -30,6 +30,7 @@ struct SceneOptions {
 struct RenderOptions {
   SceneOptions scene;
   std::string exr, png;
+  std::string selection;  ///< a file; what it selects is tinted
   int samples = 16;
   bool jittered = true;
   int threads = 0;
@@ -41,6 +42,16 @@ struct PickOptions {
   bool byRay = false;
   int pixelX = 0, pixelY = 0;
   double ray[6] = {};  ///< origin, direction
+  bool json = false;
+};
+
+struct SelectOptions {
+  SceneOptions scene;
+  int rect[4] = {};  ///< x0, y0, x1, y1, both corners included
+  bool through = false;
+  std::string parts = "objects";
+  std::string output, add;
+  std::string show;  ///< a selection to print instead
   bool json = false;
 };
 
@@ -62,6 +73,7 @@ bool readArguments(int count, char** arguments, RenderOptions& options);
 bool readArguments(int count, char** arguments, PickOptions& options);
 bool readArguments(int count, char** arguments, InfoOptions& options);
 bool readArguments(int count, char** arguments, ChannelsOptions& options);
+bool readArguments(int count, char** arguments, SelectOptions& options);
 
 /// The screen of `vela --help`.
 [[nodiscard]] const char* overallHelp();
@@ -71,5 +83,6 @@ void render(const RenderOptions& options);
 void pick(const PickOptions& options);
 void info(const InfoOptions& options);
 void channels(const ChannelsOptions& options);
+void select(const SelectOptions& options);
 
 }  // namespace command

@@ -20,6 +20,7 @@
 #include "OutputFile.h"
 #include "Picture.h"
 #include "Scene.h"
+#include "SelectionFile.h"
 #include "Shading.h"
 #include "Tiles.h"
 #include "View.h"
@@ -239,6 +240,9 @@ void render(const RenderOptions& options) {
   if (!options.exr.empty()) exr.emplace(options.exr);
   if (!options.png.empty()) png.emplace(options.png);
 
+  std::optional<vela::Selection::GeoSelection> selection;
+  if (!options.selection.empty()) selection = readSelection(options.selection);
+
   // The scene as it is at the time.
   const std::shared_ptr<ovo::Stage> stage = openStage("render", options.scene.file);
   const MeshList list = listMeshes(*stage, options.scene.filter());
@@ -265,6 +269,7 @@ void render(const RenderOptions& options) {
   if (needsColour)
     shader.emplace(list, options.scene.time, view, engine->origin(), bounds.isEmpty() ? 1.0 : 0.5 * bounds.size().length(),
                    ambient);
+  if (shader && selection) shader->tint(*selection, stage, list);
   std::vector<bool> leftHanded;
   for (const MeshEntry& entry : list.entries) leftHanded.push_back(entry.prim.getOrientation().asString() == "leftHanded");
 

@@ -9,6 +9,7 @@
 #include "Failure.h"
 #include "Interrupt.h"
 #include "ovo/Tokens.h"
+#include "vela/log/Log.h"
 
 namespace command {
 
@@ -36,6 +37,8 @@ std::shared_ptr<ovo::Stage> openStage(const char* verb, const std::string& file)
   std::shared_ptr<ovo::Stage> stage = ovo::Stage::open(file, &why);
   throwIfInterrupted();
   if (!stage) throw Failure{kBadInput, "cannot open the scene", file, why, "name a .usd, .usda, .usdc or .usdz file"};
+
+  Halden::Log::write(Halden::Log::message, "opened " + file);
 
   // A scene that is partly missing is shown as far as it goes.
   constexpr std::size_t kMostLines = 20;
@@ -253,6 +256,24 @@ Vec3<float> Surface::colour(int face, const Vec3<float>& objectPoint) const {
 }
 
 Vec3<float> Surface::normal(int face, const Vec3<float>& objectPoint) const { return at(normals_, face, objectPoint); }
+
+void Surface::setSelection(bool whole, const std::vector<float>& faces, const std::vector<float>& points) {
+  isSelected_ = whole;
+  selectedFaces_ = faces;
+  if (points.empty()) return;
+  selectedPoints_.values.assign(points_.size(), Vec3<float>());
+  Vec3<float>* out = selectedPoints_.values.data();
+  for (std::size_t i = 0; i < std::min(points.size(), points_.size()); ++i) out[i] = Vec3<float>(std::clamp(points[i], 0.0f, 1.0f));
+  selectedPoints_.spread = Spread::point;
+}
+
+float Surface::selection(int face, const Vec3<float>& objectPoint) const {
+  if (isSelected_) return 1.0f;
+  const auto f = static_cast<std::size_t>(face);
+  const float ofFace = f < selectedFaces_.size() ? std::clamp(selectedFaces_[f], 0.0f, 1.0f) : 0.0f;
+  const float ofPoints = selectedPoints_.spread == Spread::none ? 0.0f : at(selectedPoints_, face, objectPoint).x;
+  return std::max(ofFace, ofPoints);
+}
 
 // Sums of the faces' normals, weighted by area (Newell's sum), at each point.
 void Surface::smoothNormals() {

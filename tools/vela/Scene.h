@@ -73,6 +73,11 @@ class Surface {
   /// That normal, in object space, pointing out, of any length; only where hasOwnNormals().
   [[nodiscard]] tarn::Vec3<float> normal(int face, const tarn::Vec3<float>& objectPoint) const;
 
+  /// What is selected of the mesh: all of it, or a value from 0 to 1 for each face or each point; short lists end in zeros.
+  void setSelection(bool whole, const std::vector<float>& faces, const std::vector<float>& points);
+  /// How much of a selection there is at a point of the face, 0 to 1.
+  [[nodiscard]] float selection(int face, const tarn::Vec3<float>& objectPoint) const;
+
   [[nodiscard]] bool isLeftHanded() const noexcept { return leftHanded_; }
   [[nodiscard]] std::size_t faceCount() const noexcept { return counts_.size(); }
   /// Faces of the mesh that are triangles, when cut: n - 2 for each face of n corners.
@@ -92,7 +97,9 @@ class Surface {
   ovo::Array<tarn::Vec3<float>> points_;
   ovo::Array<int> counts_, indices_;
   std::vector<std::size_t> starts_;  ///< where each face begins in indices_
-  Values colours_, normals_;
+  Values colours_, normals_, selectedPoints_;
+  std::vector<float> selectedFaces_;
+  bool isSelected_ = false;
   bool leftHanded_ = false;
 };
 

@@ -98,6 +98,20 @@ Shader::Shader(const MeshList& list, double time, const View& view, const Vec3<d
   set(fill_, right * 0.80 + back * 0.85 + view.up * 0.35, Vec3<float>(0.13f, 0.16f, 0.20f), 0.30f);
 }
 
+void Shader::tint(vela::Selection::GeoSelection& selection, const std::shared_ptr<ovo::Stage>& stage, const MeshList& list) {
+  selection.updatePrimSelectionStatus(stage);
+  for (std::size_t i = 0; i < list.entries.size(); ++i) {
+    const ovo::Path& path = list.entries[i].prim.getPath();
+    const bool whole = selection.getPrimSelectionStatus(path) != vela::Selection::notSelected;
+    const auto found = selection.find(path);
+    if (found == selection.end())
+      surfaces_[i].setSelection(whole, {}, {});
+    else
+      surfaces_[i].setSelection(whole, found->second.getPartSelection(vela::Selection::faces).selections,
+                                found->second.getPartSelection(vela::Selection::vertices).selections);
+  }
+}
+
 Vec3<float> Shader::colour(const SurfaceHit& hit) const {
   const Placed& placed = placed_[hit.entry];
   return placed.surface->colour(hit.face, Vec3<float>(placed.objectFromEngine.transformPoint(Vec3<double>(hit.position))));
@@ -107,7 +121,9 @@ Vec3<float> Shader::light(const Ray<float>& ray, const SurfaceHit& hit, const Pi
                           std::size_t target, Batch& batch) const {
   const Placed& placed = placed_[hit.entry];
   const Vec3<float> objectPoint(placed.objectFromEngine.transformPoint(Vec3<double>(hit.position)));
-  const Vec3<float> albedo = placed.surface->colour(hit.face, objectPoint);
+  const Vec3<float> own = placed.surface->colour(hit.face, objectPoint);
+  // What is selected glows through in the highlight's colour; the plain colour is reported as it is.
+  const Vec3<float> albedo = mix(own, Vec3<float>(1.0f, 0.42f, 0.02f), 0.7f * placed.surface->selection(hit.face, objectPoint));
   const Vec3<float> toViewer = -ray.direction;
 
   // Normals: the geometric one by the prim's orientation, the shading one where it has its own; both towards the viewer.
@@ -116,8 +132,8 @@ Vec3<float> Shader::light(const Ray<float>& ray, const SurfaceHit& hit, const Pi
   const Vec3<float> geometric = seenFromBehind ? -outward : outward;
   Vec3<float> shading = geometric;
   if (placed.surface->hasOwnNormals()) {
-    const Vec3<double> own(placed.surface->normal(hit.face, objectPoint));
-    const Vec3<float> world(placed.objectFromWorldTransposed.transformVector(own).normalized());
+    const Vec3<double> normal(placed.surface->normal(hit.face, objectPoint));
+    const Vec3<float> world(placed.objectFromWorldTransposed.transformVector(normal).normalized());
     shading = seenFromBehind ? -world : world;
     // A normal that is NaN, missing or on the far side of its face is none.
     if (!(dot(shading, geometric) > 0.05f)) shading = geometric;
@@ -164,7 +180,7 @@ Vec3<float> Shader::light(const Ray<float>& ray, const SurfaceHit& hit, const Pi
     const Vec3<float> daylight = mix(Vec3<float>(0.20f, 0.17f, 0.15f), Vec3<float>(0.46f, 0.50f, 0.56f), sky);
     add(direction, reach_ * samples.reach(sample, k), daylight * albedo * (1.0f / static_cast<float>(ambient_)));
   }
-  return albedo;
+  return own;
 }
 
 }  // namespace command

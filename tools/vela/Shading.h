@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <vector>
 
 #include "Engine.h"
@@ -11,6 +12,7 @@
 #include "tarn/Ray.h"
 #include "tarn/Vec.h"
 #include "vela/sampling/SamplingRng.h"
+#include "vela/selection/GeoSelection.h"
 
 namespace command {
 
@@ -52,6 +54,9 @@ class Shader {
   /// \param radius    half the size of what is shown: how far corners darken
   /// \param ambient   rays into the open for each sample
   Shader(const MeshList& list, double time, const View& view, const tarn::Vec3<double>& engineOrigin, double radius, int ambient);
+
+  /// Tints what the selection has, from now on. \param selection its status of prims is brought up to date by \p stage
+  void tint(vela::Selection::GeoSelection& selection, const std::shared_ptr<ovo::Stage>& stage, const MeshList& list);
 
   /// A ray that decides over some light, and the light.
   struct Light {

@@ -6,8 +6,10 @@
 
 #include "Failure.h"
 #include "Interrupt.h"
+#include "Logging.h"
 #include "Options.h"
 #include "vela/Version.h"
+#include "vela/log/Log.h"
 
 namespace {
 
@@ -25,6 +27,7 @@ void dispatch(const std::string& verb, int count, char** arguments) {
   if (verb == "pick") return run(count, arguments, pick);
   if (verb == "info") return run(count, arguments, info);
   if (verb == "channels") return run(count, arguments, channels);
+  if (verb == "select") return run(count, arguments, select);
   throw Failure{kUsage, "no such verb", verb, "", "try vela --help"};
 }
 
@@ -48,11 +51,16 @@ int main(int argc, char** argv) {
   const std::string head = verb[0] == '-' ? "vela" : "vela " + verb;
   const auto fail = [&](const Failure& failure) {
     std::fprintf(stderr, "%s: error: %s\n", head.c_str(), describe(failure).c_str());
+    logFailure(head + ": " + describe(failure));
     return static_cast<int>(failure.code);
   };
   catchInterrupts();
   try {
-    dispatch(verb, argc - 2, argv + 2);
+    int count = argc - 2;
+    setUpLog(count, argv + 2);
+    Halden::Log::write(Halden::Log::verbose, head + ": begins");
+    dispatch(verb, count, argv + 2);
+    Halden::Log::write(Halden::Log::verbose, head + ": done");
     if (std::fflush(stdout) != 0) throw Failure{kBadInput, "cannot write", "standard output", std::strerror(errno), ""};
     return kDone;
   } catch (const Failure& failure) {
