@@ -30,11 +30,8 @@ void pick(const PickOptions& options) {
   const std::shared_ptr<ovo::Stage> stage = openStage("pick", scene.file);
   const MeshList list = listMeshes(*stage, scene.filter());
   reportNotShown("pick", list);
-  tarn::Box3<double> bounds;
-  for (const MeshEntry& entry : list.entries) {
-    const tarn::Box3<double> box = worldBox(entry, scene.time);
-    if (!box.isEmpty()) bounds.extendBy(box);
-  }
+  const Extent extent = extentOf(list, scene.time);
+  const tarn::Box3<double>& bounds = extent.box;
   const Vec3<double> middle = bounds.isEmpty() ? Vec3<double>() : bounds.center();
   const std::unique_ptr<Engine> engine = makeEngine(scene.engine, list, scene.time, middle);
 
@@ -47,7 +44,7 @@ void pick(const PickOptions& options) {
     rays[0].minDistance = 0.0f;
     rays[0].maxDistance = std::numeric_limits<float>::max();
   } else {
-    const View view = makeView(*stage, scene.view(), bounds);
+    const View view = makeView(*stage, scene.view(), extent);
     if (options.pixelX >= view.width || options.pixelY >= view.height)
       throw Failure{kUsage, "wrong usage", "--pixel", "lies outside the picture of " + std::to_string(view.width) + " x " +
                     std::to_string(view.height) + " pixels", "try a larger --size"};

@@ -247,15 +247,12 @@ void render(const RenderOptions& options) {
   const std::shared_ptr<ovo::Stage> stage = openStage("render", options.scene.file);
   const MeshList list = listMeshes(*stage, options.scene.filter());
   reportNotShown("render", list);
-  tarn::Box3<double> bounds;
-  for (const MeshEntry& entry : list.entries) {
-    const tarn::Box3<double> box = worldBox(entry, options.scene.time);
-    if (!box.isEmpty()) bounds.extendBy(box);
-  }
+  const Extent extent = extentOf(list, options.scene.time);
+  const tarn::Box3<double>& bounds = extent.box;
   if (bounds.isEmpty())
     std::fprintf(stderr, "vela render: warning: nothing to show: %s: no mesh is visible, of the purposes asked for and not left out\n",
                  options.scene.file.c_str());
-  const View view = makeView(*stage, options.scene.view(), bounds);
+  const View view = makeView(*stage, options.scene.view(), extent);
 
   // Rays about the middle of what is shown.
   const Vec3<double> middle = bounds.isEmpty() ? Vec3<double>() : bounds.center();

@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <limits>
 #include <set>
 
 #include "Failure.h"
@@ -123,16 +124,39 @@ std::vector<ovo::CameraPrim> listCameras(const ovo::Stage& stage) {
   return cameras;
 }
 
-tarn::Box3<double> worldBox(const MeshEntry& entry, double time) {
-  tarn::Box3<double> box;
-  ovo::Array<Vec3<float>> points;
-  if (!entry.prim.getPoints(points, time)) return box;
-  for (const Vec3<float>& p : static_cast<const ovo::Array<Vec3<float>>&>(points)) {
-    if (!isFinite(p)) continue;
-    const Vec3<double> world = entry.worldFromObject.transformPoint(Vec3<double>(p));
-    if (std::isfinite(world.x) && std::isfinite(world.y) && std::isfinite(world.z)) box.extendBy(world);
+Extent extentOf(const MeshList& list, double time) {
+  // 26 directions: the sides, edges and corners of a cube. A box alone would leave much air around a round object.
+  constexpr std::size_t kDirections = 26;
+  std::array<Vec3<double>, kDirections> directions, farthest;
+  std::array<double, kDirections> reach;
+  reach.fill(-std::numeric_limits<double>::infinity());
+  std::size_t next = 0;
+  for (int x = -1; x <= 1; ++x)
+    for (int y = -1; y <= 1; ++y)
+      for (int z = -1; z <= 1; ++z)
+        if (x != 0 || y != 0 || z != 0) directions[next++] = Vec3<double>(x, y, z);
+
+  Extent extent;
+  for (const MeshEntry& entry : list.entries) {
+    throwIfInterrupted();
+    ovo::Array<Vec3<float>> points;
+    if (!entry.prim.getPoints(points, time)) continue;
+    for (auto p = points.cbegin(); p != points.cend(); ++p) {
+      if (!isFinite(*p)) continue;
+      const Vec3<double> world = entry.worldFromObject.transformPoint(Vec3<double>(*p));
+      if (!std::isfinite(world.x) || !std::isfinite(world.y) || !std::isfinite(world.z)) continue;
+      extent.box.extendBy(world);
+      for (std::size_t d = 0; d < kDirections; ++d) {
+        const double along = dot(world, directions[d]);
+        if (along > reach[d]) {
+          reach[d] = along;
+          farthest[d] = world;
+        }
+      }
+    }
   }
-  return box;
+  if (!extent.box.isEmpty()) extent.outermost.assign(farthest.begin(), farthest.end());
+  return extent;
 }
 
 // ----- surfaces

@@ -54,8 +54,14 @@ void reportNotShown(const char* verb, const MeshList& list);
 /// All cameras of the scene in its order.
 [[nodiscard]] std::vector<ovo::CameraPrim> listCameras(const ovo::Stage& stage);
 
-/// World box of a mesh's finite points at the time; empty without any.
-[[nodiscard]] tarn::Box3<double> worldBox(const MeshEntry& entry, double time);
+/// How far meshes reach in the world.
+struct Extent {
+  tarn::Box3<double> box;                          ///< empty without a finite point
+  std::vector<tarn::Vec3<double>> outermost;  ///< the farthest points in a few directions, for framing; empty with the box
+};
+
+/// The extent of the meshes' points at the time; what is not finite does not count.
+[[nodiscard]] Extent extentOf(const MeshList& list, double time);
 
 /// A mesh's data for shading, read once.
 ///

@@ -6,7 +6,6 @@
 #include <limits>
 
 #include "Failure.h"
-#include "Scene.h"
 #include "vela/camera/SceneCamera.h"
 
 namespace command {
@@ -38,26 +37,42 @@ Mat4<double> frame(const Vec3<double>& x, const Vec3<double>& y, const Vec3<doub
   return m;
 }
 
-// A view of the whole box from the front, the right and above, for a scene without a camera.
-void frameAll(View& view, const tarn::Box3<double>& bounds, bool orthographic) {
-  const tarn::Box3<double> box =
-      bounds.isEmpty() ? tarn::Box3<double>{Vec3<double>(-0.5), Vec3<double>(0.5)} : bounds;
+// A view of everything from the front, the right and above, for a scene without a camera.
+void frameAll(View& view, const Extent& extent, bool orthographic) {
+  const std::vector<Vec3<double>> points =
+      extent.box.isEmpty() ? std::vector<Vec3<double>>{Vec3<double>(-0.5), Vec3<double>(0.5)} : extent.outermost;
   const Vec3<double> front = view.up.z > 0.5 ? Vec3<double>(0, -1, 0) : Vec3<double>(0, 0, 1);
   const Vec3<double> right = cross(view.up, front);
   const Vec3<double> z = (front + right * 0.62 + view.up * 0.46).normalized();
   const Vec3<double> x = cross(view.up, z).normalized(), y = cross(z, x);
 
-  // Half the window at distance 1, less a margin, and the distance from which every corner lies in it.
-  constexpr double kMargin = 0.94, kMagnification = 36.0 / 50.0;
+  // Half the window at distance 1, less a margin.
+  constexpr double kMargin = 0.9, kMagnification = 36.0 / 50.0;
   const double halfX = 0.5 * kMagnification * kMargin, halfY = halfX * view.height / view.width;
-  const Vec3<double> centre = box.center();
+
+  // The distance from which all points lie in it. What then is free on one side is shared with the other, a few times over:
+  // what lies nearer takes more room.
+  Vec3<double> centre = extent.box.isEmpty() ? Vec3<double>() : extent.box.center();
   double distance = 0.0, window = 0.0;
-  for (int i = 0; i < 8; ++i) {
-    const Vec3<double> corner(i & 1 ? box.max.x : box.min.x, i & 2 ? box.max.y : box.min.y, i & 4 ? box.max.z : box.min.z);
-    const Vec3<double> p = corner - centre;
-    const double reach = std::max(std::abs(dot(p, x)) / halfX, std::abs(dot(p, y)) / halfY);
-    distance = std::max(distance, dot(p, z) + reach);
-    window = std::max(window, reach * kMagnification);
+  for (int round = 0; round < 4; ++round) {
+    distance = window = 0.0;
+    for (const Vec3<double>& point : points) {
+      const Vec3<double> p = point - centre;
+      const double reach = std::max(std::abs(dot(p, x)) / halfX, std::abs(dot(p, y)) / halfY);
+      distance = std::max(distance, dot(p, z) + reach);
+      window = std::max(window, reach * kMagnification);
+    }
+    if (!(distance > 0.0) || round == 3) break;
+    Vec2<double> low(1e300), high(-1e300);
+    for (const Vec3<double>& point : points) {
+      const Vec3<double> p = point - centre;
+      const double away = orthographic ? 1.0 : std::max(distance - dot(p, z), 1e-9 * distance);
+      const Vec2<double> seen(dot(p, x) / away, dot(p, y) / away);
+      low = {std::min(low.x, seen.x), std::min(low.y, seen.y)};
+      high = {std::max(high.x, seen.x), std::max(high.y, seen.y)};
+    }
+    const double scale = orthographic ? 0.5 : 0.5 * distance;
+    centre += x * ((low.x + high.x) * scale) + y * ((low.y + high.y) * scale);
   }
   if (!(distance > 0.0) || !std::isfinite(distance)) distance = 1.0;
   if (!(window > 0.0) || !std::isfinite(window)) window = 1.0;
@@ -77,7 +92,7 @@ Vec2<float> View::ndc(double x, double y) const {
   return {static_cast<float>(2.0 * x / w - 1.0), static_cast<float>((h - 2.0 * y) / w)};
 }
 
-View makeView(const ovo::Stage& stage, const ViewOptions& options, const tarn::Box3<double>& bounds) {
+View makeView(const ovo::Stage& stage, const ViewOptions& options, const Extent& extent) {
   View view;
   view.up = stage.getUpAxis().asString() == "Z" ? Vec3<double>(0, 0, 1) : Vec3<double>(0, 1, 0);
   const bool lensIsNamed = !options.lens.empty();
@@ -114,7 +129,7 @@ View makeView(const ovo::Stage& stage, const ViewOptions& options, const tarn::B
     view.worldFromCamera = view.sample.xform.l2w;
     const vela::LensProjection own = vela::cameraPrimLens(camera, options.time);
     if (!lensIsNamed) view.lens = own;
-    const Vec3<double> toCentre = (bounds.isEmpty() ? Vec3<double>() : bounds.center()) - column(view.worldFromCamera, 3);
+    const Vec3<double> toCentre = (extent.box.isEmpty() ? Vec3<double>() : extent.box.center()) - column(view.worldFromCamera, 3);
     double distance = -dot(toCentre, column(view.worldFromCamera, 2));
     if (!(distance > 0.0)) distance = toCentre.length() > 0.0 ? toCentre.length() : 1.0;
     auto& aperture = view.sample.sensor.apertureSize;
@@ -126,7 +141,7 @@ View makeView(const ovo::Stage& stage, const ViewOptions& options, const tarn::B
       focalLength = distance;
     }
   } else {
-    frameAll(view, bounds, view.lens == vela::LensProjection::orthographic);
+    frameAll(view, extent, view.lens == vela::LensProjection::orthographic);
   }
 
   // The round lenses look all around, whatever the camera's film: the width is the full circle. With this focal length the

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "Scene.h"
 #include "ovo/Stage.h"
-#include "tarn/Box3.h"
 #include "tarn/Mat4.h"
 #include "tarn/Ray.h"
 #include "tarn/Vec.h"
@@ -43,9 +43,9 @@ struct View {
 };
 
 /// Settles camera, lens and size.
-/// \param bounds what the picture shows, in world space; may be empty
+/// \param extent of what the picture shows
 /// \throws Failure when the named camera is none, or the lens
-[[nodiscard]] View makeView(const ovo::Stage& stage, const ViewOptions& options, const tarn::Box3<double>& bounds);
+[[nodiscard]] View makeView(const ovo::Stage& stage, const ViewOptions& options, const Extent& extent);
 
 /// Makes a view's rays, a batch at a time. A maker belongs to one thread.
 class RayMaker {
