@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <limits>
 #include <set>
 
@@ -125,16 +126,16 @@ std::vector<ovo::CameraPrim> listCameras(const ovo::Stage& stage) {
 }
 
 Extent extentOf(const MeshList& list, double time) {
-  // 26 directions: the sides, edges and corners of a cube. A box alone would leave much air around a round object.
-  constexpr std::size_t kDirections = 26;
+  // 98 directions, all over a cube's surface. A box alone would leave much air around a round object.
+  constexpr std::size_t kDirections = 98;
   std::array<Vec3<double>, kDirections> directions, farthest;
   std::array<double, kDirections> reach;
   reach.fill(-std::numeric_limits<double>::infinity());
   std::size_t next = 0;
-  for (int x = -1; x <= 1; ++x)
-    for (int y = -1; y <= 1; ++y)
-      for (int z = -1; z <= 1; ++z)
-        if (x != 0 || y != 0 || z != 0) directions[next++] = Vec3<double>(x, y, z);
+  for (int x = -2; x <= 2; ++x)
+    for (int y = -2; y <= 2; ++y)
+      for (int z = -2; z <= 2; ++z)
+        if (std::max({std::abs(x), std::abs(y), std::abs(z)}) == 2) directions[next++] = Vec3<double>(x, y, z);
 
   Extent extent;
   for (const MeshEntry& entry : list.entries) {

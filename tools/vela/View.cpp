@@ -47,7 +47,7 @@ void frameAll(View& view, const Extent& extent, bool orthographic) {
   const Vec3<double> x = cross(view.up, z).normalized(), y = cross(z, x);
 
   // Half the window at distance 1, less a margin.
-  constexpr double kMargin = 0.9, kMagnification = 36.0 / 50.0;
+  constexpr double kMargin = 0.88, kMagnification = 36.0 / 50.0;
   const double halfX = 0.5 * kMagnification * kMargin, halfY = halfX * view.height / view.width;
 
   // The distance from which all points lie in it. What then is free on one side is shared with the other, a few times over:
