@@ -336,7 +336,7 @@ TEST_F(ScenesThroughTheirLenses, PolygonsOfManyCorners) {
 
 TEST_F(ScenesThroughTheirLenses, ChessSet) {
   requireSharedData("usd/OpenChessSet/chess_set.usda");
-  check("usd/OpenChessSet/chess_set.usda", 24, 18);
+  check("usd/OpenChessSet/chess_set.usda", 12, 9);
 }
 
 // ----- single pixels
