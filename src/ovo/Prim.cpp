@@ -21,6 +21,9 @@ bool endsWith(const std::string& text, const std::string& tail) {
   return text.size() >= tail.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
 }
 
+// No file can hold another name, and OpenUSD would complain about each use of it.
+bool isPropertyName(const Token& name) { return pxr::SdfPath::IsValidNamespacedIdentifier(name.asString()); }
+
 Token primvarFullName(const Token& name) {
   return startsWith(name.asString(), kPrimvars) ? name : Token(kPrimvars + name.asString());
 }
@@ -89,7 +92,9 @@ Prim Prim::getChild(const Token& name) const {
 
 // Attributes
 
-Attribute Prim::getAttr(const Token& name) const { return Attribute(stage_, isValid() ? node_ : nullptr, name); }
+Attribute Prim::getAttr(const Token& name) const {
+  return Attribute(stage_, isValid() && isPropertyName(name) ? node_ : nullptr, name);
+}
 
 Attribute Prim::createAttr(const Token& name, const Token& type) const {
   if (!isValid()) return Attribute();
@@ -97,6 +102,7 @@ Attribute Prim::createAttr(const Token& name, const Token& type) const {
   const pxr::SdfValueTypeName wanted = pxr::SdfSchema::GetInstance().FindType(type.asString());
   if (!wanted) return Attribute();
   const Attribute attribute = getAttr(name);
+  if (!attribute.node_) return Attribute();
   const bool known = detail::hasProperty(*node_, pxr::TfToken(name.asString()), pxr::SdfSpecTypeAttribute);
   if (known) {
     // Roles do not matter, what is stored does.
@@ -127,7 +133,7 @@ std::vector<Token> Prim::getAttrNames() const {
 }
 
 Primvar Prim::getPrimvar(const Token& name) const {
-  if (!isValid() || name.isEmpty()) return Primvar();
+  if (!isValid() || !isPropertyName(name)) return Primvar();
   for (const Token& candidate : {Token(kPrimvars + name.asString()), name})
     if (detail::hasProperty(*node_, pxr::TfToken(candidate.asString()), pxr::SdfSpecTypeAttribute))
       return Primvar(getAttr(candidate));
@@ -167,7 +173,7 @@ std::vector<Token> Prim::getPrimvarNames() const {
 
 bool Prim::getRelationshipTargets(const Token& name, std::vector<Path>& targets) const {
   targets.clear();
-  if (!isValid()) return false;
+  if (!isValid() || !isPropertyName(name)) return false;
   const pxr::TfToken token(name.asString());
   if (!detail::hasProperty(*node_, token, pxr::SdfSpecTypeRelationship)) return false;
 
@@ -191,8 +197,7 @@ bool Prim::getRelationshipTargets(const Token& name, std::vector<Path>& targets)
 }
 
 bool Prim::setRelationshipTargets(const Token& name, const std::vector<Path>& targets) const {
-  if (!isValid() || !node_->stage->isEditable(*node_) || !pxr::SdfPath::IsValidNamespacedIdentifier(name.asString()))
-    return false;
+  if (!isValid() || !node_->stage->isEditable(*node_) || !isPropertyName(name)) return false;
   const detail::Collector collector(node_->stage->problems);
   pxr::SdfPathVector paths;
   for (const Path& target : targets) {
@@ -262,7 +267,7 @@ std::vector<Token> Prim::getVariantSets() const {
 
 std::vector<Token> Prim::getVariants(const Token& set) const {
   std::vector<Token> names;
-  if (!isValid()) return names;
+  if (!isValid() || !pxr::SdfPath::IsValidIdentifier(set.asString())) return names;
   std::set<std::string> sorted;
   for (const detail::Opinion& opinion : node_->opinions) {
     const pxr::SdfPath at = opinion.path.AppendVariantSelection(set.asString(), "");

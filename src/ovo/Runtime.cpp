@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <memory>
@@ -32,6 +33,9 @@ std::vector<std::string> Problems::list() const {
 namespace {
 
 thread_local Problems* tlsProblems = nullptr;
+
+constexpr const char* kTooDeep = "nested more than 500 deep";
+static_assert(kMaxTextNesting == 500, "the message says the number");
 
 // Collectors that also take messages of OpenUSD's worker threads, in the order of their set-up.
 struct SharedCollectors {
@@ -65,30 +69,60 @@ class Delegate final : public pxr::TfDiagnosticMgr::Delegate {
   }
 };
 
-// Refuses texts that would overflow a parser's stack. Every layer is opened through the resolver, also those
-// that a composition finds by itself, so this is the one place that sees them all before a parser does.
-bool isTooDeep(const pxr::ArAsset& asset) {
-  const std::size_t size = asset.GetSize();
-  char magic[8] = {};
-  if (asset.Read(magic, std::min(size, sizeof magic), 0) == 0) return false;
-  if (std::memcmp(magic, "PXR-USDC", 8) == 0) return false;
-  const std::shared_ptr<const char> buffer = asset.GetBuffer();
-  if (!buffer) return false;
-  const std::string_view text(buffer.get(), size);
-  if (std::memcmp(magic, "PK\3\4", 4) != 0) return nestsDeeper(text, kMaxTextNesting);
+template <class T>
+T numberAt(std::string_view bytes, std::size_t at) {
+  T value{};
+  std::memcpy(&value, bytes.data() + at, sizeof value);
+  return value;
+}
 
-  // A package: its entries are stored as they are.
-  const auto* const begin = text.data();
-  const pxr::SdfZipFile zip = pxr::SdfZipFile::Open(std::shared_ptr<pxr::ArAsset>(
-      std::shared_ptr<void>(), const_cast<pxr::ArAsset*>(&asset)));
-  if (!zip) return false;
-  for (auto entry = zip.begin(); entry != zip.end(); ++entry) {
-    const pxr::SdfZipFile::FileInfo info = entry.GetFileInfo();
-    if (info.dataOffset > size || info.size > size - info.dataOffset) continue;
-    const std::string_view inner(begin + info.dataOffset, info.size);
-    if (inner.substr(0, 5) == "#usda" && nestsDeeper(inner, kMaxTextNesting)) return true;
+// True when a binary file ends before its table of contents, or a section named there, does. The reader itself takes
+// some such files for whole.
+bool isCutOff(std::string_view bytes) {
+  // Magic, version and place of the table; there a count and entries of name, place and size, all of eight bytes each
+  // but the name's sixteen.
+  constexpr std::size_t kTablePlace = 16, kEntry = 32, kName = 16;
+  if (bytes.size() < kTablePlace + 8) return true;
+  const auto table = numberAt<std::uint64_t>(bytes, kTablePlace);
+  if (table > bytes.size() || bytes.size() - table < 8) return true;
+  const auto count = numberAt<std::uint64_t>(bytes, table);
+  if (count > (bytes.size() - table - 8) / kEntry) return true;
+  for (std::uint64_t i = 0; i < count; ++i) {
+    const std::size_t entry = table + 8 + i * kEntry + kName;
+    const auto start = numberAt<std::uint64_t>(bytes, entry);
+    const auto size = numberAt<std::uint64_t>(bytes, entry + 8);
+    if (start > bytes.size() || size > bytes.size() - start) return true;
   }
   return false;
+}
+
+// Why no parser should see these bytes, or null.
+const char* whyUnfit(std::string_view bytes) {
+  if (bytes.substr(0, 8) == "PXR-USDC") return isCutOff(bytes) ? "the file is cut off" : nullptr;
+  return nestsDeeper(bytes, kMaxTextNesting) ? kTooDeep : nullptr;
+}
+
+// Refuses files that would overflow a parser's stack or are not whole. Every layer is opened through the resolver, also
+// those that a composition finds by itself, so this is the one place that sees them all before a parser does.
+const char* whyUnfit(const pxr::ArAsset& asset) {
+  const std::size_t size = asset.GetSize();
+  const std::shared_ptr<const char> buffer = asset.GetBuffer();
+  if (!buffer || size == 0) return nullptr;
+  const std::string_view bytes(buffer.get(), size);
+  if (bytes.substr(0, 4) != "PK\3\4") return whyUnfit(bytes);
+
+  // A package: its entries are stored as they are.
+  const pxr::SdfZipFile zip = pxr::SdfZipFile::Open(
+      std::shared_ptr<pxr::ArAsset>(std::shared_ptr<void>(), const_cast<pxr::ArAsset*>(&asset)));
+  if (!zip) return nullptr;
+  for (auto entry = zip.begin(); entry != zip.end(); ++entry) {
+    const pxr::SdfZipFile::FileInfo info = entry.GetFileInfo();
+    if (info.dataOffset > size || info.size > size - info.dataOffset) return "the file is cut off";
+    const std::string_view inner = bytes.substr(info.dataOffset, info.size);
+    if (inner.substr(0, 5) != "#usda" && inner.substr(0, 8) != "PXR-USDC") continue;
+    if (const char* const why = whyUnfit(inner)) return why;
+  }
+  return nullptr;
 }
 
 }  // namespace
@@ -160,12 +194,11 @@ class SceneResolver : public pxr::ArDefaultResolver {
  protected:
   std::shared_ptr<pxr::ArAsset> _OpenAsset(const pxr::ArResolvedPath& path) const override {
     std::shared_ptr<pxr::ArAsset> asset = pxr::ArDefaultResolver::_OpenAsset(path);
-    if (asset && isTooDeep(*asset)) {
-      using namespace pxr;  // the macro names its parts without it
-      TF_RUNTIME_ERROR("%s: nested more than %zu deep", path.GetPathString().c_str(), kMaxTextNesting);
-      return nullptr;
-    }
-    return asset;
+    const char* const why = asset ? whyUnfit(*asset) : nullptr;
+    if (!why) return asset;
+    using namespace pxr;  // the macro names its parts without it
+    TF_RUNTIME_ERROR("%s: %s", path.GetPathString().c_str(), why);
+    return nullptr;
   }
 };
 

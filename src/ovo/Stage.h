@@ -38,7 +38,7 @@ class OVO_API Stage : public std::enable_shared_from_this<Stage> {
   [[nodiscard]] static std::shared_ptr<Stage> open(const std::string& file, std::string* error = nullptr);
   /// Opens a scene given as text, as a .usda file has it. Relative file names in it are found from the current folder.
   [[nodiscard]] static std::shared_ptr<Stage> openText(const std::string& text, std::string* error = nullptr);
-  /// A new, empty scene.
+  /// A new, empty scene. Null only when the installation is incomplete.
   [[nodiscard]] static std::shared_ptr<Stage> createInMemory();
 
   Stage(const Stage&) = delete;

@@ -1,0 +1,237 @@
+// Files that are no scenes, or only parts of them: each ends in a clear error or in the scene without the broken part.
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "ovo/MeshPrim.h"
+#include "ovo/Stage.h"
+#include "ovo/detail/TestScene.h"
+#include "support/SharedData.h"
+
+namespace {
+
+using ovo::Prim;
+using ovo::Stage;
+using ovo_test::TemporaryFolder;
+
+void expectRefused(const std::string& file, const std::string& why) {
+  std::string error;
+  EXPECT_EQ(Stage::open(file, &error), nullptr) << file;
+  EXPECT_NE(error.find("cannot open scene '" + file + "': "), std::string::npos) << error;
+  EXPECT_NE(error.find(why), std::string::npos) << error;
+  EXPECT_EQ(Stage::open(file), nullptr) << "without a place for the error too";
+}
+
+std::string repeated(const std::string& text, std::size_t times) {
+  std::string all;
+  all.reserve(text.size() * times);
+  for (std::size_t i = 0; i < times; ++i) all += text;
+  return all;
+}
+
+std::string nestedPrims(std::size_t depth) {
+  return "#usda 1.0\n" + repeated("def \"a\" {\n", depth) + repeated("}\n", depth);
+}
+
+TEST(Broken, AMissingFileIsRefused) {
+  TemporaryFolder folder;
+  expectRefused(folder.path("none.usda"), "there is no such file");
+  expectRefused(folder.path("none/none.usd"), "there is no such file");
+  expectRefused("", "there is no such file");
+}
+
+TEST(Broken, AFolderAndAnEmptyFileAndOtherFilesAreRefused) {
+  TemporaryFolder folder;
+  std::filesystem::create_directories(folder.path("folder.usda"));
+  expectRefused(folder.path("folder.usda"), "it is a folder");
+  for (const char* name : {"a.usda", "a.usdc", "a.usd", "a.usdz"}) expectRefused(folder.write(name, ""), "the file is empty");
+  for (const char* name : {"b.usda", "b.usdc", "b.usd", "b.usdz"}) {
+    expectRefused(folder.write(name, "hello, this is no scene\n"), "");
+    expectRefused(folder.write(name, std::string(5000, '\0')), "");
+    expectRefused(folder.write(name, "PXR-USDC" + std::string(200, '\xff')), "");
+    expectRefused(folder.write(name, "PK\3\4" + std::string(200, '\xff')), "");
+  }
+  expectRefused(folder.write("picture.png", "#usda 1.0\n"), "its name ends in none of");
+  expectRefused(folder.write("noextension", "#usda 1.0\n"), "its name ends in none of");
+}
+
+TEST(Broken, ATextThatIsCutOffIsRefusedWhereverItEnds) {
+  const std::string whole = "#usda 1.0\n( upAxis = \"Z\" )\ndef Mesh \"M\" (kind = \"group\") {\n  point3f[] points = [(1, 2, 3)]\n"
+                            "  float f.timeSamples = {1: 2}\n  rel r = </M>\n  asset a = @x@\n}\n";
+  TemporaryFolder folder;
+  std::size_t refused = 0;
+  for (std::size_t size = 1; size + 1 < whole.size(); ++size) {
+    const std::string file = folder.write("cut" + std::to_string(size) + ".usda", whole.substr(0, size));
+    std::string error;
+    if (const auto stage = Stage::open(file, &error)) {
+      // What ends between two statements is a scene.
+      std::vector<Prim> all;
+      stage->findDescendentPrims({"/"}, all);
+      EXPECT_TRUE(all.empty()) << size;
+    } else {
+      EXPECT_NE(error.find("': "), std::string::npos);
+      ++refused;
+    }
+  }
+  EXPECT_GT(refused, whole.size() * 3 / 4);
+}
+
+TEST(Broken, ABinaryFileThatIsCutOffIsRefused) {
+  TemporaryFolder folder;
+  const auto stage = Stage::createInMemory();
+  for (int i = 0; i < 50; ++i) {
+    const auto mesh = ovo::MeshPrim::define(stage, "/World/M" + std::to_string(i));
+    mesh.setPoints(ovo::Array<tarn::Vec3<float>>(100, {static_cast<float>(i), 2, 3}));
+  }
+  ASSERT_TRUE(stage->exportTo(folder.path("whole.usdc")));
+  const std::string whole = folder.read("whole.usdc");
+  ASSERT_GT(whole.size(), 2000u);
+  for (std::size_t eighth = 1; eighth < 8; ++eighth)
+    expectRefused(folder.write("cut" + std::to_string(eighth) + ".usdc", whole.substr(0, whole.size() * eighth / 8)), "");
+  for (std::size_t missing = 1; missing < 200; missing += 7)
+    expectRefused(folder.write("cut.usdc", whole.substr(0, whole.size() - missing)), "the file is cut off");
+  for (const std::size_t size : {1u, 8u, 20u, 87u, 88u, 89u})
+    expectRefused(folder.write("head" + std::to_string(size) + ".usdc", whole.substr(0, size)), "");
+}
+
+TEST(Broken, ARealPackageThatIsCutOffIsNoCrash) {
+  requireSharedData("usd/BoxAnimated_usdz/BoxAnimated.usdz");
+  TemporaryFolder folder;
+  std::ifstream in(vela_test::sharedDataPath("usd/BoxAnimated_usdz/BoxAnimated.usdz"), std::ios::binary);
+  const std::string whole{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  for (std::size_t part = 1; part < 8; ++part)
+    expectRefused(folder.write("cut" + std::to_string(part) + ".usdz", whole.substr(0, whole.size() * part / 8)), "");
+}
+
+TEST(Broken, TextsNestedDeeperThanAnySceneAreRefusedBeforeTheyAreParsed) {
+  TemporaryFolder folder;
+  expectRefused(folder.write("prims.usda", nestedPrims(10000)), "nested more than 500 deep");
+  expectRefused(folder.write("many.usda", nestedPrims(200000)), "nested more than 500 deep");
+  expectRefused(folder.write("as.usd", nestedPrims(10000)), "nested more than 500 deep");
+  expectRefused(folder.write("open.usda", "#usda 1.0\n" + repeated("def \"a\" {\n", 100000)), "nested more than 500 deep");
+  expectRefused(folder.write("tuples.usda", "#usda 1.0\ndef \"a\" { float3 f = " + repeated("(", 100000)), "nested more than 500 deep");
+  expectRefused(folder.write("lists.usda", "#usda 1.0\ndef \"a\" { float[] f = " + repeated("[", 100000)), "nested more than 500 deep");
+  expectRefused(folder.write("dictionaries.usda", "#usda 1.0\n( customLayerData = {" + repeated("dictionary a = {", 10000)),
+                "nested more than 500 deep");
+  expectRefused(folder.write("variants.usda", "#usda 1.0\n" + repeated("def \"a\" { variantSet \"x\" = { \"y\" {\n", 10000)),
+                "nested more than 500 deep");
+  expectRefused(folder.write("expression.usda", "#usda 1.0\ndef \"a\" { pathExpression p = \"" + repeated("(", 100000) + "/a" +
+                                                    repeated(")", 100000) + "\" }"),
+                "nested more than 500 deep");
+  expectRefused(folder.write("complement.usda", "#usda 1.0\ndef \"a\" { pathExpression p = \"" + repeated("~", 100000) + "/a\" }"),
+                "nested more than 500 deep");
+  std::string error;
+  EXPECT_EQ(Stage::openText(nestedPrims(10000), &error), nullptr);
+  EXPECT_NE(error.find("nested more than 500 deep"), std::string::npos);
+}
+
+TEST(Broken, BracketsInCommentsAndTextDoNotCountAsDepth) {
+  TemporaryFolder folder;
+  const std::string brackets = repeated("{ ([ ", 400);
+  const auto stage = Stage::open(folder.writeScene("a.usda", "#usda 1.0\n# " + brackets + "\n( doc = \"" + brackets.substr(0, 400) +
+                                                            "\" )\ndef \"a\" { string s = '''\n" + brackets.substr(0, 400) + "'''\n asset f = @" +
+                                                            repeated("(", 1000) + "@\n" + repeated("string t = \"{\"\n", 1) + "}\n"));
+  ASSERT_NE(stage, nullptr);
+  EXPECT_TRUE(stage->getPrimAtPath("/a").isValid());
+  const auto deep = Stage::openText(nestedPrims(400));
+  ASSERT_NE(deep, nullptr);
+  std::vector<Prim> all;
+  deep->findDescendentPrims({"/"}, all);
+  EXPECT_EQ(all.size(), 400u);
+}
+
+TEST(Broken, ADeepFileThatIsReferencedIsLeftOut) {
+  TemporaryFolder folder;
+  folder.write("deep.usda", nestedPrims(10000));
+  for (const char* arc : {"references = @./deep.usda@</a>", "payload = @./deep.usda@</a>"}) {
+    const auto stage = Stage::open(folder.writeScene("root.usda", std::string("#usda 1.0\ndef \"A\" (") + arc + ") {}\ndef \"B\" {}\n"));
+    ASSERT_NE(stage, nullptr);
+    EXPECT_TRUE(stage->getPrimAtPath("/B").isValid());
+    std::string all;
+    for (const std::string& problem : stage->problems()) all += problem + "\n";
+    EXPECT_NE(all.find("deep.usda"), std::string::npos) << all;
+  }
+  const auto sub = Stage::open(folder.writeScene("sub.usda", "#usda 1.0\n( subLayers = [@./deep.usda@] )\ndef \"B\" {}\n"));
+  ASSERT_NE(sub, nullptr);
+  EXPECT_TRUE(sub->getPrimAtPath("/B").isValid());
+  EXPECT_FALSE(sub->problems().empty());
+}
+
+TEST(Broken, PrimsThatReferencesNestTooDeepAreLeftOut) {
+  TemporaryFolder folder;
+  const std::string open = repeated("def \"a\" {\n", 400), close = repeated("}\n", 400);
+  folder.write("1.usda", "#usda 1.0\n(defaultPrim = \"a\")\n" + open + close);
+  for (int i = 2; i <= 4; ++i)
+    folder.write(std::to_string(i) + ".usda", "#usda 1.0\n(defaultPrim = \"a\")\n" + open + "def \"b\" (references = @./" +
+                                                  std::to_string(i - 1) + ".usda@) {}\n" + close);
+  const auto stage = Stage::open(folder.path("4.usda"));
+  ASSERT_NE(stage, nullptr);
+  std::vector<Prim> all;
+  stage->findDescendentPrims({"/"}, all);
+  EXPECT_EQ(all.size(), 1000u);
+  ASSERT_FALSE(stage->problems().empty());
+  EXPECT_NE(stage->problems().back().find("nested more than 1000 prims deep"), std::string::npos) << stage->problems().back();
+}
+
+TEST(Broken, ArcsInCirclesAreProblemsAndTheRestIsThere) {
+  TemporaryFolder folder;
+  folder.writeScene("a.usda", "#usda 1.0\n(defaultPrim = \"A\")\ndef \"A\" (references = @./b.usda@) { def \"inA\" {} }\n");
+  folder.writeScene("b.usda", "#usda 1.0\n(defaultPrim = \"B\")\ndef \"B\" (references = @./a.usda@) { def \"inB\" {} }\n");
+  folder.writeScene("self.usda", "#usda 1.0\n(subLayers = [@./self.usda@, @./other.usda@])\ndef \"S\" {}\n");
+  folder.writeScene("other.usda", "#usda 1.0\n(subLayers = [@./self.usda@])\ndef \"O\" {}\n");
+  folder.writeScene("inherit.usda", "#usda 1.0\ndef \"A\" (inherits = </B>) {}\ndef \"B\" (inherits = </A>) {}\ndef \"C\" (references = </C>) {}\n"
+                               "def \"D\" { def \"E\" (references = </D>) {} }\n");
+  folder.writeScene("payload.usda", "#usda 1.0\n(defaultPrim = \"A\")\ndef \"A\" (payload = @./payload.usda@) { def \"x\" {} }\n");
+  struct Row {
+    const char *file, *prim;
+  };
+  for (const Row& row : {Row{"a.usda", "/A/inB"}, Row{"self.usda", "/O"}, Row{"inherit.usda", "/B"}, Row{"payload.usda", "/A/x"}}) {
+    SCOPED_TRACE(row.file);
+    std::string error;
+    const auto stage = Stage::open(folder.path(row.file), &error);
+    ASSERT_NE(stage, nullptr) << error;
+    EXPECT_TRUE(stage->getPrimAtPath(row.prim).isValid());
+    const std::vector<std::string> problems = stage->problems();
+    EXPECT_FALSE(problems.empty());
+    EXPECT_EQ(std::set<std::string>(problems.begin(), problems.end()).size(), problems.size());
+  }
+}
+
+TEST(Broken, ArcsToNothingAreProblems) {
+  TemporaryFolder folder;
+  folder.writeScene("part.usda", "#usda 1.0\ndef \"P\" {}\n");
+  folder.write("empty.usda", "");
+  folder.write("cut.usdc", "PXR-USDC cut");
+  const auto stage = Stage::open(folder.writeScene("root.usda", R"(#usda 1.0
+( subLayers = [@./none.usda@, @./empty.usda@] )
+def "NoDefault" (references = @./part.usda@) {}
+def "NoPrim" (references = @./part.usda@</Q>) {}
+def "NoFile" (payload = @./none.usdc@) {}
+def "Empty" (references = @./empty.usda@) {}
+def "Cut" (references = @./cut.usdc@) {}
+def "NoInherit" (inherits = </Nowhere>) {}
+def "BadOffset" (references = @./part.usda@</P> (scale = 0)) {}
+def "Good" (references = @./part.usda@</P>) {}
+)"));
+  ASSERT_NE(stage, nullptr);
+  for (const char* path : {"/NoDefault", "/NoPrim", "/NoFile", "/Empty", "/Cut", "/NoInherit", "/BadOffset", "/Good"})
+    EXPECT_TRUE(stage->getPrimAtPath(path).isValid()) << path;
+  EXPECT_GE(stage->problems().size(), 5u);
+}
+
+TEST(Broken, MeshesWithNonsenseAreReadAsTheyAre) {
+  const auto stage = ovo_test::sceneOf(R"(def Mesh "M" {
+  point3f[] points = [(nan, inf, -inf), (1, 2, 3)]
+  int[] faceVertexCounts = [3, -5, 2000000000]
+  int[] faceVertexIndices = [0, -1, 99999999]
+  float3[] extent = [(1, 1, 1), (-1, -1, -1)] })");
+  const ovo::MeshPrim mesh(stage->getPrimAtPath("/M"));
+  ovo::Array<int> counts, indices;
+  bool reverse = true;
+  EXPECT_TRUE(mesh.getFaceTopology(counts, indices, reverse));
+  EXPECT_EQ(counts, ovo::Array<int>({3, -5, 2000000000}));
+  EXPECT_EQ(indices, ovo::Array<int>({0, -1, 99999999}));
+  EXPECT_FALSE(mesh.getBoundsBox(tarn::defaultTimeValue(), false).isEmpty());
+}
+
+}  // namespace
