@@ -243,9 +243,9 @@ void select(const SelectOptions& options) {
   const std::shared_ptr<ovo::Stage> stage = openStage("select", scene.file);
   const MeshList list = listMeshes(*stage, scene.filter());
   reportNotShown("select", list);
-  tarn::Box3<double> bounds;
-  for (const MeshEntry& entry : list.entries) bounds.extendBy(worldBox(entry, scene.time));
-  const View view = makeView(*stage, scene.view(), bounds);
+  const Extent extent = extentOf(list, scene.time);
+  const tarn::Box3<double>& bounds = extent.box;
+  const View view = makeView(*stage, scene.view(), extent);
   if (options.rect[2] >= view.width || options.rect[3] >= view.height)
     throw Failure{kUsage, "wrong usage", "--rect", "lies outside the picture of " + std::to_string(view.width) + " x " +
                   std::to_string(view.height) + " pixels", "try a larger --size"};
