@@ -80,7 +80,10 @@ long allocationsOf(Work work) {
 
 TEST(ChannelHeap, TheCounterCounts) {
   ASSERT_TRUE(hooked);
-  EXPECT_GE(allocationsOf([] { std::free(std::malloc(100)); }), 1);
+  EXPECT_GE(allocationsOf([] {
+              void* volatile block = std::malloc(100);
+              std::free(block);
+            }), 1);
   EXPECT_GE(allocationsOf([] {
               int* volatile number = new int(5);
               delete number;
