@@ -21,6 +21,8 @@ constexpr const char* kOverallHelp =
   vela render FILE -o OUT.exr [--png OUT.png]   a picture, with depth, positions, normals and ids
   vela pick FILE --pixel X,Y                    what is under a pixel, or along a ray
   vela info FILE                                what a scene holds
+  vela mesh FILE [PRIM]                         its meshes in numbers, and their defects
+  vela make SHAPE -o OUT.usda                   a cube, grid, cylinder or sphere
   vela channels                                 the names that image channels have
   vela select FILE --rect X0,Y0,X1,Y1 -o S.sel  what shows in a rectangle, as a selection
   vela VERB --help                              the options of a verb, with examples
@@ -124,6 +126,38 @@ Examples
   vela channels
   vela channels --name depth.Z
   vela channels --json
+)";
+
+constexpr const char* kMeshHelp =
+    R"(vela mesh FILE [PRIM] [options]: says what meshes are made of, and what is wrong with them.
+
+  --json                 as JSON
+  --time T               time code at which meshes are read
+
+Prints counts, edges, bounds, scheme and primvars of one mesh or of all. Defects are counts that do not add up, faces of fewer
+than three vertices, indices out of range, points that are no numbers or not used, faces without area, folded or
+naming a point twice, neighbours of opposite windings, and primvars that do not fit. With any the exit code is 1.
+
+Examples
+  vela mesh examples/demo/demo.usda
+  vela mesh examples/demo/demo.usda --json
+)";
+
+constexpr const char* kMakeHelp =
+    R"(vela make SHAPE -o OUT.usda [options]: writes a mesh with points, faces, UVs and normals.
+
+  SHAPE                  cube, grid (lying, seen from above), cylinder, sphere
+  -o, --output FILE      .usda, .usdc or .usd
+  --size X,Y,Z           2,2,2: outer measures, around the origin
+  --rows N               divisions along y (grid: along z): 1; cylinder 1; sphere 16 (at least 2)
+  --columns N            divisions along x (cube: also z; cylinder, sphere: around): 1; cylinder and sphere 32 (at least 3)
+  --scheme S             none, catmullClark, loop, bilinear. Refined surfaces have no normals of their own
+  --separate-points      cube: every face its own points; cylinder: every cap its own ring
+  --no-caps              cylinder: open
+
+Examples
+  vela make sphere -o sphere.usda --rows 24 --columns 48
+  vela make cube -o cube.usdc --size 1,2,1 --rows 4 --columns 2 --scheme catmullClark
 )";
 
 // An option's value as text and what to do with it, so that every message has this command's form.
@@ -334,6 +368,53 @@ bool readArguments(int count, char** arguments, ChannelsOptions& options) {
   if (names.size() > 1) wrong("channels", "--name", "is given more than once");
   options.byName = !names.empty();
   if (options.byName) options.name = names[0];
+  return true;
+}
+
+bool readArguments(int count, char** arguments, MeshOptions& options) {
+  Parser parser("mesh", kMeshHelp);
+  std::string time;
+  parser.text("PRIM", options.prim);
+  parser.text("--time", time);
+  parser.flag("--json", options.json);
+  if (!parser.parse(count, arguments)) return false;
+  options.file = parser.file();
+  options.time = readTime("mesh", time);
+  return true;
+}
+
+bool readArguments(int count, char** arguments, MakeOptions& options) {
+  const std::string verb = "make";
+  Parser parser("make", kMakeHelp);
+  std::string size, rows, columns;
+  parser.text("-o,--output", options.output);
+  parser.text("--size", size);
+  parser.text("--rows", rows);
+  parser.text("--columns", columns);
+  parser.text("--scheme", options.scheme);
+  parser.flag("--separate-points", options.separatePoints);
+  parser.flag("--no-caps", options.withoutCaps);
+  if (!parser.parse(count, arguments)) return false;
+
+  options.shape = parser.file();
+  const bool sphere = options.shape == "sphere", round = sphere || options.shape == "cylinder";
+  if (!round && options.shape != "cube" && options.shape != "grid")
+    wrong(verb, "SHAPE", "'" + options.shape + "' is none of cube, grid, cylinder, sphere");
+  if (options.output.empty()) wrong(verb, "", "-o OUT.usda is not given");
+  std::vector<double> numbers = {2, 2, 2};
+  if (!size.empty() && !readNumbers(size, 3, numbers)) wrong(verb, "--size", "'" + size + "' is not three numbers separated by commas");
+  for (const double number : numbers)
+    if (!(number > 0 && number <= 1e30)) wrong(verb, "--size", "'" + size + "' is not above 0 throughout");
+  std::copy(numbers.begin(), numbers.end(), options.size);
+  // A lying grid of that many squares is about what 32-bit numbers of points can name.
+  constexpr int kMost = 20000;
+  options.rows = sphere ? 16u : 1u;
+  options.columns = round ? 32u : 1u;
+  if (!rows.empty()) options.rows = static_cast<unsigned>(readInteger(verb, "--rows", rows, sphere ? 2 : 1, kMost));
+  if (!columns.empty()) options.columns = static_cast<unsigned>(readInteger(verb, "--columns", columns, round ? 3 : 1, kMost));
+  const std::string& scheme = options.scheme;
+  if (scheme != "none" && scheme != "catmullClark" && scheme != "loop" && scheme != "bilinear")
+    wrong(verb, "--scheme", "'" + scheme + "' is none of none, catmullClark, loop, bilinear");
   return true;
 }
 

@@ -67,11 +67,27 @@ struct ChannelsOptions {
   bool json = false;
 };
 
+struct MeshOptions {
+  std::string file, prim;  ///< an empty prim: all meshes
+  double time = tarn::defaultTimeValue();
+  bool json = false;
+};
+
+struct MakeOptions {
+  std::string shape, output;  ///< cube, grid, cylinder or sphere
+  double size[3] = {1, 1, 1};
+  unsigned rows = 1, columns = 1;
+  std::string scheme = "none";
+  bool separatePoints = false, withoutCaps = false;
+};
+
 /// Read the arguments that follow the verb. \throws Failure (usage) on wrong ones
 /// \return false when the verb's help was asked for and printed
 bool readArguments(int count, char** arguments, RenderOptions& options);
 bool readArguments(int count, char** arguments, PickOptions& options);
 bool readArguments(int count, char** arguments, InfoOptions& options);
+bool readArguments(int count, char** arguments, MeshOptions& options);
+bool readArguments(int count, char** arguments, MakeOptions& options);
 bool readArguments(int count, char** arguments, ChannelsOptions& options);
 bool readArguments(int count, char** arguments, SelectOptions& options);
 
@@ -82,6 +98,8 @@ bool readArguments(int count, char** arguments, SelectOptions& options);
 void render(const RenderOptions& options);
 void pick(const PickOptions& options);
 void info(const InfoOptions& options);
+void mesh(const MeshOptions& options);
+void make(const MakeOptions& options);
 void channels(const ChannelsOptions& options);
 void select(const SelectOptions& options);
 

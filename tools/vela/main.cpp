@@ -26,6 +26,8 @@ void dispatch(const std::string& verb, int count, char** arguments) {
   if (verb == "render") return run(count, arguments, render);
   if (verb == "pick") return run(count, arguments, pick);
   if (verb == "info") return run(count, arguments, info);
+  if (verb == "mesh") return run(count, arguments, mesh);
+  if (verb == "make") return run(count, arguments, make);
   if (verb == "channels") return run(count, arguments, channels);
   if (verb == "select") return run(count, arguments, select);
   throw Failure{kUsage, "no such verb", verb, "", "try vela --help"};
