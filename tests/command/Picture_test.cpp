@@ -262,7 +262,7 @@ class ScenesThroughTheirLenses : public Pictures {
     ASSERT_TRUE(stage);
     command::MeshFilter filter;
     filter.time = time;
-    const tarn::Box3<double> box = command::extentOf(command::listMeshes(*stage, filter), time).box;
+    const tarn::Box3<double> box = command::extentOf(command::listMeshes(*stage, filter)).box;
     ASSERT_FALSE(box.isEmpty());
     const Real3 middle = box.center();
     const double radius = 0.5 * box.size().length();

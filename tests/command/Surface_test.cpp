@@ -12,7 +12,6 @@
 
 namespace {
 
-using command::MeshEntry;
 using command::Surface;
 using tarn::Vec3;
 
@@ -30,7 +29,7 @@ class OneMesh {
     prim_.createPrimvar(ovo::Token("displayColor"), "color3f[]", ovo::Token(interpolation)).set(ovo::Array<Vec3<float>>(values));
   }
   [[nodiscard]] ovo::MeshPrim& prim() { return prim_; }
-  [[nodiscard]] Surface surface() const { return Surface(MeshEntry{prim_, {}}, tarn::defaultTimeValue()); }
+  [[nodiscard]] Surface surface() const { return Surface(command::readShape(prim_, tarn::defaultTimeValue()), tarn::defaultTimeValue()); }
 
  private:
   std::shared_ptr<ovo::Stage> stage_ = ovo::Stage::createInMemory();

@@ -56,6 +56,8 @@ constexpr const char* kRenderHelp =
 
 In the EXR: R G B A (light only where surfaces are, colour multiplied by A), Z depth (infinite where nothing is), P.x P.y P.z
 world position, N.x N.y N.z geometric normal, prim.id (0: nothing; else as the attribute "prim/manifest" says), face.id.
+Instances of point instancers are named by prim and number, as /World/Many/Proto[17], outer instancers first; where the prim lies
+elsewhere the instancer is named too: /Lib/Leaf[/World/Many 17].
 Data layers are of the pixel's centre. Small scenes take seconds; Ctrl-C leaves nothing half written.
 
 Examples
@@ -73,7 +75,8 @@ constexpr const char* kPickHelp =
   --camera PATH, --lens LENS, --size WxH, --time T, --include-type T, --exclude PATH, --purpose LIST, --invisible,
   --engine E             as for vela render
 
-Prints the prim's path, its entry (render's prim.id less 1), face, distance, world position and geometric normal.
+Prints the prim's path (of an instance with its number, as vela render names it), its entry (render's prim.id less 1), face,
+distance, world position and geometric normal.
 
 Examples
   vela pick examples/demo/demo.usda --pixel 640,360

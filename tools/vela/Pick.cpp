@@ -30,7 +30,7 @@ void pick(const PickOptions& options) {
   const std::shared_ptr<ovo::Stage> stage = openStage("pick", scene.file);
   const MeshList list = listMeshes(*stage, scene.filter());
   reportNotShown("pick", list);
-  const Extent extent = extentOf(list, scene.time);
+  const Extent extent = extentOf(list);
   const tarn::Box3<double>& bounds = extent.box;
   const Vec3<double> middle = bounds.isEmpty() ? Vec3<double>() : bounds.center();
   const std::unique_ptr<Engine> engine = makeEngine(scene.engine, list, scene.time, middle);
@@ -57,13 +57,12 @@ void pick(const PickOptions& options) {
   PickReport report;
   report.hit = hit.hit;
   if (hit.hit) {
-    const ovo::MeshPrim& prim = list.entries[hit.entry].prim;
-    report.path = prim.getPath().asString();
+    report.path = nameOf(list, hit.entry);
     report.entry = hit.entry;
     report.face = hit.face;
     report.distance = static_cast<float>(hit.distance);
     report.position = Vec3<float>(Vec3<double>(hit.position) + engine->origin());
-    report.normal = prim.getOrientation().asString() == "leftHanded" ? -hit.normal : hit.normal;
+    report.normal = list.shapeOf(hit.entry).leftHanded ? -hit.normal : hit.normal;
   }
 
   if (options.json) {

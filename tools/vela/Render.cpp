@@ -48,7 +48,6 @@ struct Job {
   const View& view;
   const Engine& engine;
   const MeshList& list;
-  const std::vector<bool>& leftHanded;
   const Shader* shader;  ///< null when no layer needs light or colour
   int grid, ambient, frame;
   Picture& picture;
@@ -149,7 +148,7 @@ class TileRenderer {
           break;
         case Quantity::position: plane.floats[p] = hit.hit ? static_cast<float>(world[k]) : 0.0f; break;
         case Quantity::normal:
-          plane.floats[p] = !hit.hit ? 0.0f : job_.leftHanded[hit.entry] ? -hit.normal[k] : hit.normal[k];
+          plane.floats[p] = !hit.hit ? 0.0f : job_.list.shapeOf(hit.entry).leftHanded ? -hit.normal[k] : hit.normal[k];
           break;
         case Quantity::prim: plane.integers[p] = hit.hit ? hit.entry + 1 : 0; break;
         case Quantity::face: plane.integers[p] = hit.hit ? static_cast<std::uint32_t>(hit.face) : 0; break;
@@ -217,7 +216,7 @@ Picture makePicture(const LayerChoice& layers, const View& view, const MeshList&
   if (layers.has(Quantity::prim)) {
     std::vector<std::string> paths;
     paths.reserve(list.entries.size());
-    for (const MeshEntry& entry : list.entries) paths.push_back(entry.prim.getPath().asString());
+    for (std::size_t i = 0; i < list.entries.size(); ++i) paths.push_back(nameOf(list, i));
     picture.texts.emplace_back("prim/manifest", manifestOf(paths));
   }
   return picture;
@@ -247,7 +246,7 @@ void render(const RenderOptions& options) {
   const std::shared_ptr<ovo::Stage> stage = openStage("render", options.scene.file);
   const MeshList list = listMeshes(*stage, options.scene.filter());
   reportNotShown("render", list);
-  const Extent extent = extentOf(list, options.scene.time);
+  const Extent extent = extentOf(list);
   const tarn::Box3<double>& bounds = extent.box;
   if (bounds.isEmpty())
     std::fprintf(stderr, "vela render: warning: nothing to show: %s: no mesh is visible, of the purposes asked for and not left out\n",
@@ -267,14 +266,12 @@ void render(const RenderOptions& options) {
     shader.emplace(list, options.scene.time, view, engine->origin(), bounds.isEmpty() ? 1.0 : 0.5 * bounds.size().length(),
                    ambient);
   if (shader && selection) shader->tint(*selection, stage, list);
-  std::vector<bool> leftHanded;
-  for (const MeshEntry& entry : list.entries) leftHanded.push_back(entry.prim.getOrientation().asString() == "leftHanded");
 
   // Tile by tile.
   Picture picture = makePicture(layers, view, list);
   std::vector<float> flat(png ? picture.pixelCount() * 3 : 0);
   std::atomic<std::uint64_t> rays{0};
-  const Job job{options, layers, view,    *engine, list, leftHanded, shader ? &*shader : nullptr, grid,
+  const Job job{options, layers, view,    *engine, list, shader ? &*shader : nullptr, grid,
                 ambient, frameOf(options.scene.time), picture, flat, rays};
   std::vector<std::unique_ptr<TileRenderer>> renderers(static_cast<std::size_t>(threadCount(options.threads)));
   forEachTile("render", view.width, view.height, options.threads, rays, [&](const Tile& tile, int thread) {

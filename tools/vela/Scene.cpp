@@ -6,9 +6,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
+#include <optional>
 #include <set>
 
 #include "Failure.h"
+#include "Instances.h"
 #include "Interrupt.h"
 #include "ovo/Tokens.h"
 #include "vela/log/Log.h"
@@ -23,8 +25,7 @@ using tarn::Vec3;
 bool hasShapeButNoFaces(const std::string& type) {
   static const std::set<std::string> types = {"Cube",        "Sphere",        "Cylinder",       "Cylinder_1", "Cone",
                                               "Capsule",     "Capsule_1",     "Plane",          "Points",     "BasisCurves",
-                                              "NurbsCurves", "HermiteCurves", "NurbsPatch",     "TetMesh",    "Volume",
-                                              "PointInstancer"};
+                                              "NurbsCurves", "HermiteCurves", "NurbsPatch",     "TetMesh",    "Volume"};
   return types.count(type) > 0;
 }
 
@@ -52,24 +53,49 @@ std::shared_ptr<ovo::Stage> openStage(const char* verb, const std::string& file)
   return stage;
 }
 
+Shape readShape(const ovo::MeshPrim& prim, double time) {
+  Shape shape;
+  shape.prim = prim;
+  bool reverseWinding = false;
+  prim.getPoints(shape.points, time);
+  prim.getFaceTopology(shape.counts, shape.indices, reverseWinding, time);
+  shape.leftHanded = prim.getOrientation() == ovo::tokens().leftHanded;
+  return shape;
+}
+
+bool ShapeReader::isWantedType(const ovo::Prim& prim) const {
+  const std::vector<std::string>& types = filter_.includedTypes;
+  return types.empty() || std::find(types.begin(), types.end(), prim.getTypeName().asString()) != types.end();
+}
+
+bool ShapeReader::isWantedPurpose(const ovo::Token& purpose) const {
+  return std::find(filter_.purposes.begin(), filter_.purposes.end(), purpose.asString()) != filter_.purposes.end();
+}
+
+bool ShapeReader::isExcluded(const ovo::Prim& prim) const {
+  return std::any_of(filter_.excludedPaths.begin(), filter_.excludedPaths.end(),
+                     [&](const std::string& path) { return prim.getPath().hasPrefix(ovo::Path(path)); });
+}
+
+std::optional<std::uint32_t> ShapeReader::find(const ovo::Prim& prim) {
+  if (const auto found = known_.find(prim); found != known_.end()) return found->second;
+  std::optional<std::uint32_t> shape;
+  if (const ovo::MeshPrim mesh(prim); mesh.isValid()) {
+    shape = static_cast<std::uint32_t>(list_.shapes.size());
+    list_.shapes.push_back(readShape(mesh, filter_.time));
+  } else if (hasShapeButNoFaces(prim.getTypeName().asString())) {
+    ++list_.notShown[prim.getTypeName().asString()];
+  }
+  known_.emplace(prim, shape);
+  return shape;
+}
+
 MeshList listMeshes(const ovo::Stage& stage, const MeshFilter& filter) {
   MeshList list;
   ovo::XformCache xforms(filter.time);
+  ShapeReader shapes(list, filter);
+  InstanceExpander instances(stage, list, filter, shapes);
   const ovo::Tokens& names = ovo::tokens();
-
-  const auto isWanted = [&](const ovo::Prim& prim) {
-    const std::string purpose = prim.purpose().asString();
-    if (std::find(filter.purposes.begin(), filter.purposes.end(), purpose) == filter.purposes.end()) return false;
-    return filter.withInvisible || prim.isVisible(filter.time);
-  };
-  const auto isExcluded = [&](const ovo::Prim& prim) {
-    return std::any_of(filter.excludedPaths.begin(), filter.excludedPaths.end(),
-                       [&](const std::string& path) { return prim.getPath() == ovo::Path(path); });
-  };
-  const auto isIncludedType = [&](const std::string& type) {
-    return filter.includedTypes.empty() ||
-           std::find(filter.includedTypes.begin(), filter.includedTypes.end(), type) != filter.includedTypes.end();
-  };
 
   // Depth first with a stack of its own: scenes may be nested deeper than the process's stack.
   std::vector<ovo::Prim> open, children;
@@ -82,22 +108,38 @@ MeshList listMeshes(const ovo::Stage& stage, const MeshFilter& filter) {
     throwIfInterrupted();
     const ovo::Prim prim = open.back();
     open.pop_back();
-    if (isExcluded(prim)) continue;
+    if (shapes.isExcluded(prim)) continue;
 
-    const std::string& type = prim.getTypeName().asString();
-    const ovo::MeshPrim mesh(prim);
-    if (mesh.isValid()) {
-      if (isIncludedType(type) && isWanted(prim)) list.entries.push_back({mesh, xforms.getLocalToWorld(prim)});
-    } else if (hasShapeButNoFaces(type) && isIncludedType(type) && isWanted(prim)) {
-      ++list.notShown[type];
-    }
+    const bool isSeen = filter.withInvisible || prim.isVisible(filter.time);
     // What lies below an instancer are its prototypes: drawn where they stand they would be strays.
-    if (prim.getTypeName() != names.PointInstancer) push(prim);
+    if (prim.getTypeName() == names.PointInstancer) {
+      if (isSeen) instances.expand(prim, xforms.getLocalToWorld(prim), kNoInstance, prim.purpose());
+      continue;
+    }
+    if (isSeen && shapes.isWantedType(prim) && shapes.isWantedPurpose(prim.purpose()))
+      if (const std::optional<std::uint32_t> shape = shapes.find(prim))
+        list.entries.push_back({ovo::MeshPrim(prim), xforms.getLocalToWorld(prim), *shape, kNoInstance});
+    push(prim);
   }
   return list;
 }
 
+std::string nameOf(const MeshList& list, std::size_t entry) {
+  const MeshEntry& from = list.entries[entry];
+  const ovo::Path& path = from.prim.getPath();
+  std::string places;
+  for (std::uint32_t i = from.instance; i != kNoInstance; i = list.instances[i].parent) {
+    const ovo::Path& instancer = list.instancers[list.instances[i].instancer].getPath();
+    const std::string named = path.hasPrefix(instancer) ? "" : instancer.asString() + " ";
+    places.insert(0, "[" + named + std::to_string(list.instances[i].index) + "]");
+  }
+  return path.asString() + places;
+}
+
 void reportNotShown(const char* verb, const MeshList& list) {
+  if (list.badInstances > 0)
+    std::fprintf(stderr, "vela %s: note: %zu instance%s no prototype or no position and %s left out\n", verb, list.badInstances,
+                 list.badInstances == 1 ? " has" : "s have", list.badInstances == 1 ? "is" : "are");
   if (list.notShown.empty()) return;
   std::size_t total = 0;
   std::string types;
@@ -125,7 +167,7 @@ std::vector<ovo::CameraPrim> listCameras(const ovo::Stage& stage) {
   return cameras;
 }
 
-Extent extentOf(const MeshList& list, double time) {
+Extent extentOf(const MeshList& list) {
   // 98 directions, all over a cube's surface. A box alone would leave much air around a round object.
   constexpr std::size_t kDirections = 98;
   std::array<Vec3<double>, kDirections> directions, farthest;
@@ -138,23 +180,38 @@ Extent extentOf(const MeshList& list, double time) {
         if (std::max({std::abs(x), std::abs(y), std::abs(z)}) == 2) directions[next++] = Vec3<double>(x, y, z);
 
   Extent extent;
-  for (const MeshEntry& entry : list.entries) {
-    throwIfInterrupted();
-    ovo::Array<Vec3<float>> points;
-    if (!entry.prim.getPoints(points, time)) continue;
-    for (auto p = points.cbegin(); p != points.cend(); ++p) {
-      if (!isFinite(*p)) continue;
-      const Vec3<double> world = entry.worldFromObject.transformPoint(Vec3<double>(*p));
-      if (!std::isfinite(world.x) || !std::isfinite(world.y) || !std::isfinite(world.z)) continue;
-      extent.box.extendBy(world);
-      for (std::size_t d = 0; d < kDirections; ++d) {
-        const double along = dot(world, directions[d]);
-        if (along > reach[d]) {
-          reach[d] = along;
-          farthest[d] = world;
-        }
+  const auto add = [&](const Vec3<double>& world) {
+    if (!std::isfinite(world.x) || !std::isfinite(world.y) || !std::isfinite(world.z)) return;
+    extent.box.extendBy(world);
+    for (std::size_t d = 0; d < kDirections; ++d) {
+      const double along = dot(world, directions[d]);
+      if (along > reach[d]) {
+        reach[d] = along;
+        farthest[d] = world;
       }
     }
+  };
+
+  std::vector<std::optional<tarn::Box3<double>>> boxes(list.shapes.size());
+  for (const MeshEntry& entry : list.entries) {
+    throwIfInterrupted();
+    const ovo::Array<Vec3<float>>& points = list.shapes[entry.shape].points;
+    if (entry.instance == kNoInstance) {
+      for (const Vec3<float>& p : points)
+        if (isFinite(p)) add(entry.worldFromObject.transformPoint(Vec3<double>(p)));
+      continue;
+    }
+    // Instances are too many for all their points.
+    std::optional<tarn::Box3<double>>& box = boxes[entry.shape];
+    if (!box) {
+      box.emplace();
+      for (const Vec3<float>& p : points)
+        if (isFinite(p)) box->extendBy(Vec3<double>(p));
+    }
+    if (box->isEmpty()) continue;
+    for (int i = 0; i < 8; ++i)
+      add(entry.worldFromObject.transformPoint(
+          {i & 1 ? box->max.x : box->min.x, i & 2 ? box->max.y : box->min.y, i & 4 ? box->max.z : box->min.z}));
   }
   if (!extent.box.isEmpty()) extent.outermost.assign(farthest.begin(), farthest.end());
   return extent;
@@ -162,12 +219,9 @@ Extent extentOf(const MeshList& list, double time) {
 
 // ----- surfaces
 
-Surface::Surface(const MeshEntry& entry, double time) {
+Surface::Surface(const Shape& shape, double time)
+    : points_(shape.points), counts_(shape.counts), indices_(shape.indices), leftHanded_(shape.leftHanded) {
   const ovo::Tokens& names = ovo::tokens();
-  bool reverseWinding = false;
-  entry.prim.getPoints(points_, time);
-  entry.prim.getFaceTopology(counts_, indices_, reverseWinding, time);
-  leftHanded_ = entry.prim.getOrientation() == names.leftHanded;
 
   // A face of a negative count takes no room: the tracer never reports it, and later faces keep their places.
   starts_.reserve(counts_.size());
@@ -177,14 +231,14 @@ Surface::Surface(const MeshEntry& entry, double time) {
     if (count > 0) start += static_cast<std::size_t>(count);
   }
 
-  const ovo::Primvar colour = entry.prim.findInheritedPrimvar(names.displayColor);
+  const ovo::Primvar colour = shape.prim.findInheritedPrimvar(names.displayColor);
   if (colour.isValid() && colour.computeFlattened(colours_.values, time))
     colours_.spread = spreadOf(colour.interpolation(), colours_.values.size());
 
   ovo::Token interpolation;
-  if (entry.prim.getNormals(normals_.values, interpolation, time))
+  if (shape.prim.getNormals(normals_.values, interpolation, time))
     normals_.spread = spreadOf(interpolation, normals_.values.size());
-  if (normals_.spread == Spread::none && entry.prim.getSubdivisionScheme() != names.none) smoothNormals();
+  if (normals_.spread == Spread::none && shape.prim.getSubdivisionScheme() != names.none) smoothNormals();
 }
 
 std::size_t Surface::triangleCount() const {

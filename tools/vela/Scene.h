@@ -29,23 +29,56 @@ struct MeshFilter {
   std::vector<std::string> excludedPaths;  ///< these prims and all below them stay out
 };
 
-/// A mesh and where it stands. Its place in MeshList::entries is its entry number.
+/// A mesh as it is at the filter's time. Many entries may show the same.
+struct Shape {
+  ovo::MeshPrim prim;  ///< the prim that it comes from
+  ovo::Array<tarn::Vec3<float>> points;
+  ovo::Array<int> counts, indices;
+  bool leftHanded = false;
+};
+
+constexpr std::uint32_t kNoInstance = 0xffffffffu;
+
+/// One place of a point instancer.
+struct Instance {
+  std::uint32_t parent = kNoInstance;  ///< place in MeshList::instances of the one that the instancer itself is part of
+  std::uint32_t instancer = 0;         ///< place in MeshList::instancers
+  int index = 0;                       ///< place in the instancer's list of prototype indices
+  bool hasColour = false;
+  tarn::Vec3<float> colour;  ///< of prototypes that have none
+};
+
+/// A shape and where it stands. Its place in MeshList::entries is its entry number.
 struct MeshEntry {
   ovo::MeshPrim prim;
   tarn::Mat4<double> worldFromObject;
+  std::uint32_t shape = 0;               ///< place in MeshList::shapes
+  std::uint32_t instance = kNoInstance;  ///< place in MeshList::instances
 };
 
 struct MeshList {
-  std::vector<MeshEntry> entries;                   ///< in the order of the scene, parents first
+  std::vector<Shape> shapes;
+  std::vector<MeshEntry> entries;               ///< in the order of the scene, parents first
+  std::vector<Instance> instances;
+  std::vector<ovo::Prim> instancers;
   std::map<std::string, std::size_t> notShown;  ///< prims that have a shape but no faces to trace, by type name
+  std::size_t badInstances = 0;                 ///< instances of no prototype, or without a position
+
+  [[nodiscard]] const Shape& shapeOf(std::size_t entry) const { return shapes[entries[entry].shape]; }
 };
+
+/// What an entry is called: its prim's path. That of an instance has the instance's number behind it: `/World/Many/Proto[17]`, for
+/// instancers in prototypes of others the outermost first: `/World/Many/Proto/Few/Leaf[17][3]`. The instancer stands in
+/// the brackets when the prim does not lie below it: `/Library/Leaf[/World/Many 17]`.
+[[nodiscard]] std::string nameOf(const MeshList& list, std::size_t entry);
 
 /// Opens a scene. Why parts of it are missing is said on standard error, a line each.
 /// \throws Failure when the file cannot be opened
 [[nodiscard]] std::shared_ptr<ovo::Stage> openStage(const char* verb, const std::string& file);
 
-/// The meshes that a picture at the filter's time shows: active, defined, visible, of the right purpose, and no prototypes of
-/// point instancers.
+/// The meshes that a picture at the filter's time shows: active, defined, visible and of the right purpose. What lies below a
+/// point instancer stands where the instancer puts it, and nowhere else.
+/// \throws Failure when there are more instances than memory is likely to hold
 [[nodiscard]] MeshList listMeshes(const ovo::Stage& stage, const MeshFilter& filter);
 
 /// Says on standard error, in one line, what cannot be shown; nothing when there is nothing to say.
@@ -54,14 +87,17 @@ void reportNotShown(const char* verb, const MeshList& list);
 /// All cameras of the scene in its order.
 [[nodiscard]] std::vector<ovo::CameraPrim> listCameras(const ovo::Stage& stage);
 
+/// The mesh of a prim at the time.
+[[nodiscard]] Shape readShape(const ovo::MeshPrim& prim, double time);
+
 /// How far meshes reach in the world.
 struct Extent {
   tarn::Box3<double> box;                          ///< empty without a finite point
   std::vector<tarn::Vec3<double>> outermost;  ///< the farthest points in a few directions, for framing; empty with the box
 };
 
-/// The extent of the meshes' points at the time; what is not finite does not count.
-[[nodiscard]] Extent extentOf(const MeshList& list, double time);
+/// The extent of the meshes' points; what is not finite does not count. Of instances it is their prototype's box that counts.
+[[nodiscard]] Extent extentOf(const MeshList& list);
 
 /// A mesh's data for shading, read once.
 ///
@@ -69,11 +105,13 @@ struct Extent {
 /// barycentric ones in a triangle, leave no seam along a quad's diagonal and hold for any polygon.
 class Surface {
  public:
-  Surface(const MeshEntry& entry, double time);
+  Surface(const Shape& shape, double time);
 
   /// displayColor at a point of the face; a neutral grey where the scene has none.
   [[nodiscard]] tarn::Vec3<float> colour(int face, const tarn::Vec3<float>& objectPoint) const;
 
+  /// True when the scene gives the mesh a colour.
+  [[nodiscard]] bool hasOwnColour() const noexcept { return colours_.spread != Spread::none; }
   /// True when there are normals to shade with beside the faces': the scene's own, or those of a smooth surface.
   [[nodiscard]] bool hasOwnNormals() const noexcept { return normals_.spread != Spread::none; }
   /// That normal, in object space, pointing out, of any length; only where hasOwnNormals().

@@ -139,23 +139,17 @@ void choose(WeightedPartSelection& part, std::size_t size, std::size_t index) {
 }
 
 // Picked elements get the value 1, whatever they had: to pick twice is to pick.
-void addFaces(GeoSelection& selection, const MeshEntry& entry, const std::vector<bool>& faces, double time) {
-  ovo::Array<int> counts, indices;
-  bool reverseWinding = false;
-  entry.prim.getFaceTopology(counts, indices, reverseWinding, time);
-  WeightedPartSelection& part = selection.getWritablePartSelection(entry.prim.getPath(), vela::Selection::faces);
+void addFaces(GeoSelection& selection, const Shape& shape, const std::vector<bool>& faces) {
+  WeightedPartSelection& part = selection.getWritablePartSelection(shape.prim.getPath(), vela::Selection::faces);
   for (std::size_t f = 0; f < faces.size(); ++f)
-    if (faces[f]) choose(part, counts.size(), f);
+    if (faces[f]) choose(part, shape.counts.size(), f);
 }
 
 // Of the faces met, the points that show within the rectangle.
-bool addVertices(GeoSelection& selection, const MeshEntry& entry, const std::vector<bool>& faces, const SelectOptions& options,
-                 const PixelFinder& finder) {
-  ovo::Array<Vec3<float>> points;
-  ovo::Array<int> counts, indices;
-  bool reverseWinding = false;
-  entry.prim.getPoints(points, options.scene.time);
-  entry.prim.getFaceTopology(counts, indices, reverseWinding, options.scene.time);
+bool addVertices(GeoSelection& selection, const MeshEntry& entry, const Shape& shape, const std::vector<bool>& faces,
+                 const SelectOptions& options, const PixelFinder& finder) {
+  const ovo::Array<Vec3<float>>& points = shape.points;
+  const ovo::Array<int>&counts = shape.counts, &indices = shape.indices;
   const Vec3<float>* data = points.cdata();
   std::vector<std::size_t> chosen;
   std::size_t start = 0;
@@ -243,7 +237,7 @@ void select(const SelectOptions& options) {
   const std::shared_ptr<ovo::Stage> stage = openStage("select", scene.file);
   const MeshList list = listMeshes(*stage, scene.filter());
   reportNotShown("select", list);
-  const Extent extent = extentOf(list, scene.time);
+  const Extent extent = extentOf(list);
   const tarn::Box3<double>& bounds = extent.box;
   const View view = makeView(*stage, scene.view(), extent);
   if (options.rect[2] >= view.width || options.rect[3] >= view.height)
@@ -258,7 +252,9 @@ void select(const SelectOptions& options) {
   } else {
     for (std::size_t i = 0; i < list.entries.size(); ++i) {
       MeshList alone;
+      alone.shapes.push_back(list.shapeOf(i));
       alone.entries.push_back(list.entries[i]);
+      alone.entries[0].shape = 0;
       const std::unique_ptr<Engine> engine = makeEngine(scene.engine, alone, scene.time, middle);
       castThrough(*engine, i, raysOf(options, view, engine->origin()), met);
     }
@@ -271,8 +267,8 @@ void select(const SelectOptions& options) {
     if (options.parts == "objects")
       selection.setObjectSelected(entry.prim.getPath(), true);
     else if (options.parts == "faces")
-      addFaces(selection, entry, met.of(i), scene.time);
-    else if (!addVertices(selection, entry, met.of(i), options, finder))
+      addFaces(selection, list.shapeOf(i), met.of(i));
+    else if (!addVertices(selection, entry, list.shapeOf(i), met.of(i), options, finder))
       continue;
     ++objects;
   }

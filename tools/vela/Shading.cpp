@@ -24,6 +24,12 @@ void makeFrame(const Vec3<float>& n, Vec3<float>& across, Vec3<float>& along) {
   along = cross(n, across);
 }
 
+// A normal through the transpose of a matrix; that of objectFromWorld or objectFromEngine carries it to the world.
+Vec3<double> transposedVector(const tarn::Mat4<double>& m, const Vec3<double>& v) {
+  const auto along = [&](std::size_t c) { return m[4 * c] * v.x + m[4 * c + 1] * v.y + m[4 * c + 2] * v.z; };
+  return {along(0), along(1), along(2)};
+}
+
 // From the square [-0.5, 0.5]^2 to the unit disk, keeping neighbours together: Shirley and Chiu, JGT 2(3), 1997.
 Vec2<float> toDisk(const Vec2<float>& place) {
   const float a = 2.0f * place.x, b = 2.0f * place.y;
@@ -66,17 +72,19 @@ Shader::Shader(const MeshList& list, double time, const View& view, const Vec3<d
     : up_(view.up), reach_(static_cast<float>(0.5 * radius)), ambient_(ambient) {
   tarn::Mat4<double> worldFromEngine;
   worldFromEngine.translate(engineOrigin.x, engineOrigin.y, engineOrigin.z);
-  surfaces_.reserve(list.entries.size());
+  surfaces_.reserve(list.shapes.size());
+  for (const Shape& shape : list.shapes) surfaces_.emplace_back(shape, time);
   placed_.reserve(list.entries.size());
   for (const MeshEntry& entry : list.entries) {
-    surfaces_.emplace_back(entry, time);
-    const tarn::Mat4<double> objectFromWorld = entry.worldFromObject.inverse();
+    const Surface& surface = surfaces_[entry.shape];
+    const Instance* instance = entry.instance == kNoInstance ? nullptr : &list.instances[entry.instance];
     double scale = 0.0;
     for (std::size_t c = 0; c < 3; ++c) {
       const double* column = entry.worldFromObject.data() + 4 * c;
       scale = std::max(scale, Vec3<double>(column[0], column[1], column[2]).length());
     }
-    placed_.push_back({objectFromWorld * worldFromEngine, objectFromWorld.transposed(), &surfaces_.back(),
+    placed_.push_back({entry.worldFromObject.inverse() * worldFromEngine, &surface,
+                       instance && instance->hasColour && !surface.hasOwnColour() ? &instance->colour : nullptr,
                        static_cast<float>(scale)});
   }
 
@@ -100,8 +108,8 @@ Shader::Shader(const MeshList& list, double time, const View& view, const Vec3<d
 
 void Shader::tint(vela::Selection::GeoSelection& selection, const std::shared_ptr<ovo::Stage>& stage, const MeshList& list) {
   selection.updatePrimSelectionStatus(stage);
-  for (std::size_t i = 0; i < list.entries.size(); ++i) {
-    const ovo::Path& path = list.entries[i].prim.getPath();
+  for (std::size_t i = 0; i < list.shapes.size(); ++i) {
+    const ovo::Path& path = list.shapes[i].prim.getPath();
     const bool whole = selection.getPrimSelectionStatus(path) != vela::Selection::notSelected;
     const auto found = selection.find(path);
     if (found == selection.end())
@@ -112,16 +120,20 @@ void Shader::tint(vela::Selection::GeoSelection& selection, const std::shared_pt
   }
 }
 
+Vec3<float> Shader::colour(const Placed& placed, int face, const Vec3<float>& objectPoint) const {
+  return placed.colour ? *placed.colour : placed.surface->colour(face, objectPoint);
+}
+
 Vec3<float> Shader::colour(const SurfaceHit& hit) const {
   const Placed& placed = placed_[hit.entry];
-  return placed.surface->colour(hit.face, Vec3<float>(placed.objectFromEngine.transformPoint(Vec3<double>(hit.position))));
+  return colour(placed, hit.face, Vec3<float>(placed.objectFromEngine.transformPoint(Vec3<double>(hit.position))));
 }
 
 Vec3<float> Shader::light(const Ray<float>& ray, const SurfaceHit& hit, const PixelSamples& samples, std::size_t sample,
                           std::size_t target, Batch& batch) const {
   const Placed& placed = placed_[hit.entry];
   const Vec3<float> objectPoint(placed.objectFromEngine.transformPoint(Vec3<double>(hit.position)));
-  const Vec3<float> own = placed.surface->colour(hit.face, objectPoint);
+  const Vec3<float> own = colour(placed, hit.face, objectPoint);
   // What is selected glows through in the highlight's colour; the plain colour is reported as it is.
   const Vec3<float> albedo = mix(own, Vec3<float>(1.0f, 0.42f, 0.02f), 0.7f * placed.surface->selection(hit.face, objectPoint));
   const Vec3<float> toViewer = -ray.direction;
@@ -133,7 +145,7 @@ Vec3<float> Shader::light(const Ray<float>& ray, const SurfaceHit& hit, const Pi
   Vec3<float> shading = geometric;
   if (placed.surface->hasOwnNormals()) {
     const Vec3<double> normal(placed.surface->normal(hit.face, objectPoint));
-    const Vec3<float> world(placed.objectFromWorldTransposed.transformVector(normal).normalized());
+    const Vec3<float> world(transposedVector(placed.objectFromEngine, normal).normalized());
     shading = seenFromBehind ? -world : world;
     // A normal that is NaN, missing or on the far side of its face is none.
     if (!(dot(shading, geometric) > 0.05f)) shading = geometric;

@@ -51,6 +51,7 @@ class PixelSamples {
 /// Where light may come from: the scene's meshes as surfaces, and the lights.
 class Shader {
  public:
+  /// \param list      must outlive the shader
   /// \param radius    half the size of what is shown: how far corners darken
   /// \param ambient   rays into the open for each sample
   Shader(const MeshList& list, double time, const View& view, const tarn::Vec3<double>& engineOrigin, double radius, int ambient);
@@ -82,10 +83,12 @@ class Shader {
  private:
   struct Placed {
     tarn::Mat4<double> objectFromEngine;
-    tarn::Mat4<double> objectFromWorldTransposed;  ///< carries normals to the world
     const Surface* surface;
+    const tarn::Vec3<float>* colour;  ///< of the instance; null where the surface's own counts
     float scale;  ///< the most that a length in the object grows in the world
   };
+  [[nodiscard]] tarn::Vec3<float> colour(const Placed& placed, int face, const tarn::Vec3<float>& objectPoint) const;
+
   struct Directional {
     tarn::Vec3<float> direction, across, along;
     tarn::Vec3<float> colour;

@@ -1,0 +1,194 @@
+#include "Instances.h"
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <unordered_set>
+
+#include "Failure.h"
+#include "Interrupt.h"
+#include "ovo/Tokens.h"
+#include "ovo/Xform.h"
+
+namespace command {
+
+namespace {
+
+using tarn::Mat4;
+using tarn::Vec3;
+using tarn::Vec4;
+
+// Instancers within instancers multiply: a small file may ask for more than any memory holds.
+constexpr std::size_t kMostInstances = 10'000'000;
+constexpr std::size_t kDeepest = 32;
+
+}  // namespace
+
+Mat4<double> InstanceExpander::Instancer::instancerFromInstance(std::size_t i) const {
+  Mat4<double> m;
+  const Vec3<double> at(positions.cdata()[i]);
+  m.translate(at.x, at.y, at.z);
+
+  // Columns of the rotation by a quaternion, made one of unit length; without a length it turns nothing.
+  if (!orientations.empty()) {
+    Vec4<double> q(orientations.cdata()[i]);
+    const double length = std::sqrt(q.x * q.x + q.y * q.y + q.z * q.z + q.w * q.w);
+    if (length > 0.0) {
+      q = q / length;
+      Mat4<double> turn;
+      turn[0] = 1.0 - 2.0 * (q.y * q.y + q.z * q.z);
+      turn[1] = 2.0 * (q.x * q.y + q.z * q.w);
+      turn[2] = 2.0 * (q.x * q.z - q.y * q.w);
+      turn[4] = 2.0 * (q.x * q.y - q.z * q.w);
+      turn[5] = 1.0 - 2.0 * (q.x * q.x + q.z * q.z);
+      turn[6] = 2.0 * (q.y * q.z + q.x * q.w);
+      turn[8] = 2.0 * (q.x * q.z + q.y * q.w);
+      turn[9] = 2.0 * (q.y * q.z - q.x * q.w);
+      turn[10] = 1.0 - 2.0 * (q.x * q.x + q.y * q.y);
+      m *= turn;
+    }
+  }
+  if (!scales.empty()) {
+    const Vec3<double> by(scales.cdata()[i]);
+    m.scale(by.x, by.y, by.z);
+  }
+  return m;
+}
+
+void InstanceExpander::expand(const ovo::Prim& instancer, const Mat4<double>& worldFromInstancer, std::uint32_t parent,
+                              const ovo::Token& purpose) {
+  // An instancer that is part of its own prototype would never end.
+  if (open_.size() >= kDeepest || std::find(open_.begin(), open_.end(), instancer) != open_.end()) return;
+  open_.push_back(instancer);
+  const Instancer& from = read(instancer, purpose);
+
+  for (std::size_t i = 0; i < from.protoIndices.size(); ++i) {
+    if (++visited_ > kMostInstances)
+      throw Failure{kBadInput, "too many instances", instancer.getPath().asString(),
+                    "there are more than " + std::to_string(kMostInstances), "try --exclude " + instancer.getPath().asString()};
+    if (visited_ % 1024 == 0) throwIfInterrupted();
+    if (from.isHidden[i]) continue;
+    const int prototype = from.protoIndices.cdata()[i];
+    if (prototype < 0 || static_cast<std::size_t>(prototype) >= from.prototypes.size() ||
+        !from.prototypes[static_cast<std::size_t>(prototype)] || i >= from.positions.size()) {
+      ++list_.badInstances;
+      continue;
+    }
+    const std::vector<Part>& parts = *from.prototypes[static_cast<std::size_t>(prototype)];
+    if (parts.empty()) continue;
+
+    const auto number = static_cast<std::uint32_t>(list_.instances.size());
+    Instance instance;
+    instance.parent = parent;
+    instance.instancer = from.number;
+    instance.index = static_cast<int>(i);
+    if (!from.colours.empty()) {
+      instance.hasColour = true;
+      instance.colour = from.colours.cdata()[from.colours.size() == 1 ? 0 : i];
+    } else if (parent != kNoInstance) {
+      instance.hasColour = list_.instances[parent].hasColour;
+      instance.colour = list_.instances[parent].colour;
+    }
+    list_.instances.push_back(instance);
+    const Mat4<double> worldFromInstance = worldFromInstancer * from.instancerFromInstance(i);
+    for (const Part& part : parts) {
+      if (part.shape)
+        list_.entries.push_back({ovo::MeshPrim(part.prim), worldFromInstance * part.instanceFromPart, *part.shape, number});
+      else
+        expand(part.prim, worldFromInstance * part.instanceFromPart, number, part.purpose);
+    }
+    if (list_.entries.size() > kMostInstances)
+      throw Failure{kBadInput, "too many instances", instancer.getPath().asString(),
+                    "their parts are more than " + std::to_string(kMostInstances),
+                    "try --exclude " + instancer.getPath().asString()};
+  }
+  open_.pop_back();
+}
+
+const InstanceExpander::Instancer& InstanceExpander::read(const ovo::Prim& prim, const ovo::Token& purpose) {
+  const auto [place, isNew] = known_.try_emplace({prim, purpose});
+  Instancer& out = place->second;
+  if (!isNew) return out;
+  const ovo::Tokens& names = ovo::tokens();
+  const double time = filter_.time;
+  out.number = static_cast<std::uint32_t>(list_.instancers.size());
+  list_.instancers.push_back(prim);
+
+  // Lists. One whose length is not that of the instances says nothing about them; float orientations go before half ones.
+  prim.getAttr(names.protoIndices).get(out.protoIndices, time);
+  const std::size_t count = out.protoIndices.size();
+  prim.getAttr(names.positions).get(out.positions, time);
+  prim.getAttr(names.scales).get(out.scales, time);
+  prim.getAttr(names.orientationsf).get(out.orientations, time);
+  if (out.orientations.empty()) prim.getAttr(names.orientations).get(out.orientations, time);
+  if (out.scales.size() != count) out.scales.clear();
+  if (out.orientations.size() != count) out.orientations.clear();
+  const ovo::Primvar colour = prim.getPrimvar(names.displayColor);
+  if (colour.isValid()) colour.computeFlattened(out.colours, time);
+  if (colour.isValid() && colour.interpolation() == names.constant && out.colours.size() > 1) out.colours.resize(1);
+  if (out.colours.size() != 1 && out.colours.size() != count) out.colours.clear();
+
+  // Ids name the instances; without them it is their place.
+  out.isHidden.assign(count, false);
+  ovo::Array<std::int64_t> ids, invisible;
+  if (!filter_.withInvisible && prim.getAttr(names.invisibleIds).get(invisible, time) && !invisible.empty()) {
+    prim.getAttr(names.ids).get(ids, time);
+    const std::unordered_set<std::int64_t> hidden(invisible.cbegin(), invisible.cend());
+    for (std::size_t i = 0; i < count; ++i)
+      out.isHidden[i] = hidden.count(ids.size() == count ? ids.cdata()[i] : static_cast<std::int64_t>(i)) > 0;
+  }
+
+  std::vector<ovo::Path> paths;
+  prim.getRelationshipTargets(names.prototypes, paths);
+  for (const ovo::Path& path : paths) {
+    const ovo::Prim root = stage_.getPrimAtPath(path);
+    out.prototypes.emplace_back();
+    if (root.isValid()) out.prototypes.back() = partsOf(root, purpose);
+  }
+  return out;
+}
+
+std::vector<InstanceExpander::Part> InstanceExpander::partsOf(const ovo::Prim& root, const ovo::Token& purpose) {
+  struct State {
+    Mat4<double> instanceFromPrim;
+    ovo::Token purpose;
+  };
+  std::vector<Part> parts;
+  std::unordered_map<ovo::Prim, State> states;
+  const ovo::Tokens& names = ovo::tokens();
+
+  // A prim is passed over with all below it when it has no state.
+  const auto visit = [&](const ovo::Prim& prim, const State& above) {
+    if (!prim.isActive() || shapes_.isExcluded(prim) || (root.isDefined() && !prim.isDefined())) return;
+    ovo::Token visibility;
+    if (!filter_.withInvisible && prim.getAttr(names.visibility).get(visibility, filter_.time) && visibility == names.invisible)
+      return;
+    State state = above;
+    if (const ovo::Attribute own = prim.getAttr(names.purpose); own.hasAuthoredValue()) own.get(state.purpose, filter_.time);
+    if (const ovo::XformablePrim placed(prim); placed.isValid()) {
+      const Mat4<double> local = placed.getLocalXform(filter_.time);
+      state.instanceFromPrim = placed.resetsXformStack() ? local : above.instanceFromPrim * local;
+    }
+    if (prim.getTypeName() == names.PointInstancer) {
+      parts.push_back({prim, state.instanceFromPrim, std::nullopt, state.purpose});
+      return;
+    }
+    if (shapes_.isWantedType(prim) && shapes_.isWantedPurpose(state.purpose))
+      if (const std::optional<std::uint32_t> shape = shapes_.find(prim))
+        parts.push_back({prim, state.instanceFromPrim, shape, state.purpose});
+    states.emplace(prim, state);
+  };
+
+  visit(root, {Mat4<double>(), purpose});
+  std::vector<ovo::Prim> below;
+  stage_.findDescendentPrims({root.getPath()}, below);
+  for (const ovo::Prim& prim : below) {
+    const auto above = states.find(prim.parent());
+    if (above == states.end()) continue;
+    const State state = above->second;
+    visit(prim, state);
+  }
+  return parts;
+}
+
+}  // namespace command
