@@ -116,11 +116,13 @@ struct PlainHit {
 std::vector<Triangle> trianglesOf(const MeshList& list, double time) {
   std::vector<Triangle> out;
   for (std::size_t e = 0; e < list.entries.size(); ++e) {
-    ovo::Array<Vec3<float>> points;
-    ovo::Array<int> counts, indices;
+    // Of meshes what the scene has; shape prims are known by their made mesh alone.
+    const bool isMade = !list.entries[e].prim.isValid();
+    ovo::Array<Vec3<float>> points = list.shapeOf(e).points;
+    ovo::Array<int> counts = list.shapeOf(e).counts, indices = list.shapeOf(e).indices;
     bool reverseWinding = false;
-    if (!list.entries[e].prim.getPoints(points, time)) continue;
-    if (!list.entries[e].prim.getFaceTopology(counts, indices, reverseWinding, time)) continue;
+    if (!isMade && !list.entries[e].prim.getPoints(points, time)) continue;
+    if (!isMade && !list.entries[e].prim.getFaceTopology(counts, indices, reverseWinding, time)) continue;
     const int* corners = indices.cdata();
     std::vector<int> cut;
     for (std::size_t f = 0; f < counts.size(); ++f) {

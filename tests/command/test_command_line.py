@@ -5,6 +5,7 @@ bytes from any number of threads.
 Usage: test_command_line.py COMMAND PROJECT_ROOT EXRHEADER
 """
 import json
+import math
 import os
 import pathlib
 import pty
@@ -703,6 +704,135 @@ def PointInstancer "A"
 }}
 """)
         self.assertEqual(self.down(77_777 * 3, 0), ("/A/P[77777]", 0))
+
+
+class Shapes(Case):
+    """Shape prims against their formulas: rays from all sides."""
+
+    def hit(self, text, origin, direction):
+        lines = re.sub(r" (?=uniform |double |\})", "\n", text)
+        self.scene.write_text("#usda 1.0\n" + lines)
+        ray = ",".join(str(v) for v in (*origin, *direction))
+        found = json.loads(self.good("pick", self.scene, "--ray", ray, "--json").stdout)
+        return found if found["hit"] else None
+
+    def meets(self, text, origin, direction, position, normal, within=1e-3):
+        found = self.hit(text, origin, direction)
+        self.assertIsNotNone(found, text)
+        for a, b in zip(found["position"], position):
+            self.assertAlmostEqual(a, b, delta=within)
+        for a, b in zip(found["normal"], normal):  # of the face: half a side's turn off at most
+            self.assertAlmostEqual(a, b, delta=0.06)
+
+    def misses(self, text, origin, direction):
+        self.assertIsNone(self.hit(text, origin, direction), text)
+
+    def test_a_cube_has_its_six_sides(self):
+        for text, half in (('def Cube "C" { }', 1), ('def Cube "C" { double size = 0.5 }', 0.25)):
+            for axis in range(3):
+                for side in (-1, 1):
+                    towards = [-side if i == axis else 0 for i in range(3)]
+                    start = [9 * side if i == axis else 0.1 * (i + 1) * half for i in range(3)]
+                    end = [half * side if i == axis else start[i] for i in range(3)]
+                    self.meets(text, start, towards, end, [-t for t in towards], 1e-6)
+            self.misses(text, (9, half * 1.01, 0), (-1, 0, 0))
+
+    def test_a_sphere_is_round_to_a_thousandth(self):
+        text = 'def Sphere "S" { double radius = 3 }'
+        for direction in ((1, 0, 0), (0, 1, 0), (0, 0, -1), (0.6, 0.48, 0.64), (-0.36, 0.8, -0.48)):
+            self.meets(text, [9 * v for v in direction], [-v for v in direction], [3 * v for v in direction], direction, 3e-3)
+        for angle in (0.0, 0.3, 1.1, 2.5, 4.0):  # its outline, along x
+            y, z = math.cos(angle), math.sin(angle)
+            self.misses(text, (9, 3.0001 * y, 3.0001 * z), (-1, 0, 0))
+            self.assertIsNotNone(self.hit(text, (9, 2.996 * y, 2.996 * z), (-1, 0, 0)))
+        self.meets('def Sphere "S" { }', (9, 0, 0), (-1, 0, 0), (1, 0, 0), (1, 0, 0))  # the radius is 1 where none is given
+
+    def test_a_cylinder_stands_along_its_axis(self):
+        for name, axis in (("X", 0), ("Y", 1), ("Z", 2)):
+            text = f'def Cylinder "C" {{ uniform token axis = "{name}" double height = 6 double radius = 0.5 }}'
+            up = [1.0 if i == axis else 0.0 for i in range(3)]
+            side = [1.0 if i == (axis + 1) % 3 else 0.0 for i in range(3)]
+            at = lambda a, b: [a * u + b * s for u, s in zip(up, side)]
+            self.meets(text, at(9, 0.4), [-u for u in up], at(3, 0.4), up)
+            self.meets(text, at(-9, 0.4), up, at(-3, 0.4), [-u for u in up])
+            self.meets(text, at(2.9, 9), [-s for s in side], at(2.9, 0.5), side)
+            self.misses(text, at(3.01, 9), [-s for s in side])
+        self.meets('def Cylinder "C" { }', (0, 0, 9), (0, 0, -1), (0, 0, 1), (0, 0, 1))
+
+    def test_a_cone_narrows_to_its_tip(self):
+        text = 'def Cone "C" { double height = 4 double radius = 1 }'
+        r = 1 / math.sqrt(17)
+        self.meets(text, (9, 0, 1), (-1, 0, 0), (0.25, 0, 1), (4 * r, 0, r))
+        self.meets(text, (0.2, 0.3, -9), (0, 0, 1), (0.2, 0.3, -2), (0, 0, -1))
+        self.misses(text, (9, 0.1, 1.7), (-1, 0, 0))
+        self.misses(text, (9, 0, 2.001), (-1, 0, 0))
+
+    def test_a_capsule_ends_in_half_spheres(self):
+        text = 'def Capsule "C" { uniform token axis = "X" }'  # height 1, radius 0.5
+        self.meets(text, (9, 0, 0), (-1, 0, 0), (1, 0, 0), (1, 0, 0))
+        self.meets(text, (-9, 0.3, 0), (1, 0, 0), (-0.9, 0.3, 0), (-0.8, 0.6, 0))
+        self.meets(text, (0.2, 9, 0), (0, -1, 0), (0.2, 0.5, 0), (0, 1, 0))
+
+    def test_a_plane_has_its_width_and_length_along_the_right_axes(self):
+        for name, up, width, length in (("X", 0, 2, 1), ("Y", 1, 0, 2), ("Z", 2, 0, 1)):
+            text = f'def Plane "P" {{ uniform token axis = "{name}" double width = 6 double length = 2 }}'
+            down = [-1 if i == up else 0 for i in range(3)]
+            def at(w, l):
+                place = [9.0, 9.0, 9.0]
+                place[width], place[length] = w, l
+                return place
+            found = self.hit(text, at(2.9, 0.9), down)
+            self.assertEqual((found["distance"], found["normal"]), (9, [-d for d in down]))
+            self.misses(text, at(0.9, 1.1), down)
+            self.misses(text, at(3.1, 0.9), down)
+
+    def test_shapes_are_placed_animated_and_instanced(self):
+        text = """
+def Sphere "S"
+{
+    double radius.timeSamples = { 1: 1, 3: 2 }
+    double3 xformOp:translate = (0, 0, 10)
+    uniform token[] xformOpOrder = ["xformOp:translate"]
+}
+def PointInstancer "I"
+{
+    int[] protoIndices = [0]
+    point3f[] positions = [(50, 0, 0)]
+    rel prototypes = </I/C>
+    def Cube "C" { }
+}
+"""
+        self.scene.write_text("#usda 1.0\n" + text)
+        for time, top in ((1, 11), (2, 11.5)):
+            found = json.loads(self.good("pick", self.scene, "--ray", "0,0,99,0,0,-1", "--time", time, "--json").stdout)
+            self.assertAlmostEqual(found["position"][2], top, 3)
+        found = json.loads(self.good("pick", self.scene, "--ray", "50.5,0,99,0,0,-1", "--json").stdout)
+        self.assertEqual((found["prim"], round(found["position"][2], 4)), ("/I/C[0]", 1))
+
+    def test_measures_that_are_none_show_nothing(self):
+        self.misses('def Sphere "S" { double radius = nan }', (0, 0, 9), (0, 0, -1))
+        self.misses('def Cube "C" { double size = inf }', (0, 0, 9), (0, 0, -1))
+
+    def test_the_outline_in_a_picture_has_the_area_of_the_circle(self):
+        self.scene.write_text("""#usda 1.0
+def Sphere "S"
+{
+    color3f[] primvars:displayColor = [(0.1, 0.7, 0.1)]
+}
+def Camera "C"
+{
+    token projection = "orthographic"
+    float horizontalAperture = 40
+    float verticalAperture = 40
+    float2 clippingRange = (0.1, 100)
+    double3 xformOp:translate = (0, 0, 8)
+    uniform token[] xformOpOrder = ["xformOp:translate"]
+}
+""")
+        self.good("render", self.scene, "--png", self.at / "a.png", "--size", "100x100", "--samples", "1")
+        rows = read_png(self.at / "a.png")[2]
+        green = sum(row[3 * x + 1] > row[3 * x] + 20 for row in rows for x in range(100))
+        self.assertAlmostEqual(green, math.pi * 25 ** 2, delta=25)  # 40 tenths are 100 pixels
 
 
 class Facts(Case):

@@ -58,6 +58,7 @@ In the EXR: R G B A (light only where surfaces are, colour multiplied by A), Z d
 world position, N.x N.y N.z geometric normal, prim.id (0: nothing; else as the attribute "prim/manifest" says), face.id.
 Instances of point instancers are named by prim and number, as /World/Many/Proto[17], outer instancers first; where the prim lies
 elsewhere the instancer is named too: /Lib/Leaf[/World/Many 17].
+Cubes, spheres, cylinders, cones, capsules and planes are meshes of up to 128 sides; their face.id is of that mesh.
 Data layers are of the pixel's centre. Small scenes take seconds; Ctrl-C leaves nothing half written.
 
 Examples

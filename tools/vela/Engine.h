@@ -37,7 +37,7 @@ class Engine {
 
 /// `tracer`: the true nearest hit, watertight, meshes as they are at the time; for pictures.
 /// `hit-detector`: what an application gets that picks with vela::HitDetector, its tolerances and the points at the default
-/// time included; its space is the world itself. Instances are left out, which is said on standard error.
+/// time included; its space is the world itself. Instances and shape prims are left out, which is said on standard error.
 /// \param list must outlive the engine
 /// \throws Failure for any other name
 [[nodiscard]] std::unique_ptr<Engine> makeEngine(const std::string& name, const MeshList& list, double time,

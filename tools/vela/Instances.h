@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "Scene.h"
+#include "ShapePrims.h"
 #include "ovo/Array.h"
 #include "ovo/Prim.h"
 #include "ovo/Stage.h"
@@ -36,6 +37,7 @@ class ShapeReader {
  private:
   MeshList& list_;
   const MeshFilter& filter_;
+  ShapePrims shapePrims_;
   std::unordered_map<ovo::Prim, std::optional<std::uint32_t>> known_;
 };
 

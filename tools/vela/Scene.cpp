@@ -23,9 +23,8 @@ using tarn::Vec3;
 
 // Types that have a shape of their own but no polygons that a ray could be held against.
 bool hasShapeButNoFaces(const std::string& type) {
-  static const std::set<std::string> types = {"Cube",        "Sphere",        "Cylinder",       "Cylinder_1", "Cone",
-                                              "Capsule",     "Capsule_1",     "Plane",          "Points",     "BasisCurves",
-                                              "NurbsCurves", "HermiteCurves", "NurbsPatch",     "TetMesh",    "Volume"};
+  static const std::set<std::string> types = {"Points",     "BasisCurves", "NurbsCurves", "HermiteCurves",
+                                              "NurbsPatch", "TetMesh",     "Volume"};
   return types.count(type) > 0;
 }
 
@@ -83,6 +82,9 @@ std::optional<std::uint32_t> ShapeReader::find(const ovo::Prim& prim) {
   if (const ovo::MeshPrim mesh(prim); mesh.isValid()) {
     shape = static_cast<std::uint32_t>(list_.shapes.size());
     list_.shapes.push_back(readShape(mesh, filter_.time));
+  } else if (MadeMesh made; shapePrims_.make(prim, filter_.time, made)) {
+    shape = static_cast<std::uint32_t>(list_.shapes.size());
+    list_.shapes.push_back({mesh, made.points, made.counts, made.indices, made.normals, false});
   } else if (hasShapeButNoFaces(prim.getTypeName().asString())) {
     ++list_.notShown[prim.getTypeName().asString()];
   }
@@ -234,6 +236,14 @@ Surface::Surface(const Shape& shape, double time)
   const ovo::Primvar colour = shape.prim.findInheritedPrimvar(names.displayColor);
   if (colour.isValid() && colour.computeFlattened(colours_.values, time))
     colours_.spread = spreadOf(colour.interpolation(), colours_.values.size());
+
+  // The faces of a made mesh are not known to the scene: its values cannot be meant for them one by one.
+  if (!shape.prim.isValid()) {
+    colours_.spread = colours_.values.empty() ? Spread::none : Spread::constant;
+    normals_.values = shape.normals;
+    normals_.spread = spreadOf(names.faceVarying, normals_.values.size());
+    return;
+  }
 
   ovo::Token interpolation;
   if (shape.prim.getNormals(normals_.values, interpolation, time))

@@ -29,11 +29,12 @@ struct MeshFilter {
   std::vector<std::string> excludedPaths;  ///< these prims and all below them stay out
 };
 
-/// A mesh as it is at the filter's time. Many entries may show the same.
+/// A mesh as it is at the filter's time, or one that is made for a shape prim. Many entries may show the same.
 struct Shape {
-  ovo::MeshPrim prim;  ///< the prim that it comes from
+  ovo::MeshPrim prim;  ///< the prim that it comes from; no valid mesh when that is a shape prim
   ovo::Array<tarn::Vec3<float>> points;
   ovo::Array<int> counts, indices;
+  ovo::Array<tarn::Vec3<float>> normals;  ///< of a made mesh, one a face-vertex; empty where the prim says what they are
   bool leftHanded = false;
 };
 
