@@ -434,6 +434,27 @@ TEST_F(Pictures, AConvexBodyDoesNotShadowItself) {
   }
 }
 
+TEST_F(Pictures, BrightnessDoesNotHangOnTheNumberOfSamples) {
+  // A ball on a floor, so that some light is kept out. More samples give less noise, not more light, from no side.
+  std::ofstream(at("scene.usda")) << sphereText(0, 1, 0, 1) <<
+      "def Mesh \"Floor\"\n{\n    int[] faceVertexCounts = [4]\n    int[] faceVertexIndices = [0, 1, 2, 3]\n"
+      "    point3f[] points = [(-4, 0, 4), (4, 0, 4), (4, 0, -4), (-4, 0, -4)]\n"
+      "    uniform token subdivisionScheme = \"none\"\n}\n";
+  std::vector<std::array<double, 3>> means;
+  for (const int samples : {1, 4, 9, 16, 36}) {
+    RenderOptions options;
+    options.samples = samples;
+    options.scene.width = options.scene.height = 96;
+    const Read picture = render(options, at("scene.usda"));
+    std::array<double, 3> mean{};
+    for (std::size_t p = 0; p < picture.floats.at("G").size(); ++p)
+      for (std::size_t k = 0; k < 3; ++k) mean[k] += static_cast<double>(picture.floats.at(std::string(1, "RGB"[k]))[p]) / 9216.0;
+    means.push_back(mean);
+  }
+  for (const auto& mean : means)
+    for (std::size_t k = 0; k < 3; ++k) EXPECT_NEAR(mean[k], means.back()[k], 0.01 * means.back()[k]);
+}
+
 TEST_F(Pictures, WhatIsTouchedThrowsAShadow) {
   // A ball on a floor: beneath it the floor is dark, beside it light.
   std::ofstream(at("scene.usda")) << sphereText(0, 1, 0, 1) <<

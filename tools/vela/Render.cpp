@@ -49,7 +49,7 @@ struct Job {
   const Engine& engine;
   const MeshList& list;
   const Shader* shader;  ///< null when no layer needs light or colour
-  int grid, ambient, frame;
+  int grid, ambientGrid, frame;
   Picture& picture;
   std::vector<float>& flat;  ///< colour over the backdrop, for the PNG; empty when none is wanted
   std::atomic<std::uint64_t>& rays;
@@ -59,7 +59,7 @@ class TileRenderer {
  public:
   explicit TileRenderer(const Job& job)
       : job_(job), maker_(job.view, job.engine.origin()),
-        samples_(kTileSize, PixelSamples(job.grid, job.ambient)) {}
+        samples_(kTileSize, PixelSamples(job.grid, job.ambientGrid)) {}
 
   void render(const Tile& tile) {
     for (int y = tile.y0; y < tile.y1; ++y) renderRow(tile, y);
@@ -260,11 +260,11 @@ void render(const RenderOptions& options) {
 
   const bool needsColour = png || layers.has(Quantity::colour) || layers.has(Quantity::alpha) || layers.has(Quantity::albedo);
   const int grid = std::max(1, static_cast<int>(std::lround(std::sqrt(options.samples))));
-  const int ambient = std::max(1, 32 / (grid * grid));
+  const int ambientGrid = std::max(1, static_cast<int>(std::lround(6.0 / grid)));
   std::optional<Shader> shader;
   if (needsColour)
     shader.emplace(list, options.scene.time, view, engine->origin(), bounds.isEmpty() ? 1.0 : 0.5 * bounds.size().length(),
-                   ambient);
+                   ambientGrid);
   if (shader && selection) shader->tint(*selection, stage, list);
 
   // Tile by tile.
@@ -272,7 +272,7 @@ void render(const RenderOptions& options) {
   std::vector<float> flat(png ? picture.pixelCount() * 3 : 0);
   std::atomic<std::uint64_t> rays{0};
   const Job job{options, layers, view,    *engine, list, shader ? &*shader : nullptr, grid,
-                ambient, frameOf(options.scene.time), picture, flat, rays};
+                ambientGrid, frameOf(options.scene.time), picture, flat, rays};
   std::vector<std::unique_ptr<TileRenderer>> renderers(static_cast<std::size_t>(threadCount(options.threads)));
   forEachTile("render", view.width, view.height, options.threads, rays, [&](const Tile& tile, int thread) {
     auto& renderer = renderers[static_cast<std::size_t>(thread)];

@@ -62,14 +62,16 @@ void PixelSamples::start(int x, int y, int frame, bool jittered) {
 void PixelSamples::drawLights() {
   rng_.generate2dSamples(grid_, grid_, key_);
   rng_.generate2dSamples(grid_, grid_, fill_);
-  if (ambient_ > 0) rng_.generate2dSamples(grid_ * ambient_, grid_, ambientPlaces_);
+  // Square like the others: with more columns than rows the set leans to one side, and so would the light.
+  rng_.generate2dSamples(grid_ * ambientGrid_, grid_ * ambientGrid_, ambientPlaces_);
   rng_.generate1dSamples(grid_ * grid_ * ambient_, reaches_);
 }
 
 // ----- light
 
-Shader::Shader(const MeshList& list, double time, const View& view, const Vec3<double>& engineOrigin, double radius, int ambient)
-    : up_(view.up), reach_(static_cast<float>(0.5 * radius)), ambient_(ambient) {
+Shader::Shader(const MeshList& list, double time, const View& view, const Vec3<double>& engineOrigin, double radius,
+               int ambientGrid)
+    : up_(view.up), reach_(static_cast<float>(0.5 * radius)), ambient_(ambientGrid * ambientGrid) {
   tarn::Mat4<double> worldFromEngine;
   worldFromEngine.translate(engineOrigin.x, engineOrigin.y, engineOrigin.z);
   surfaces_.reserve(list.shapes.size());

@@ -20,9 +20,9 @@ namespace command {
 /// neither on threads nor on the order of work.
 class PixelSamples {
  public:
-  /// \param grid    samples of the pixel are grid * grid
-  /// \param ambient rays into the open for each of them
-  PixelSamples(int grid, int ambient) : grid_(grid), ambient_(ambient) {}
+  /// \param grid        samples of the pixel are grid * grid
+  /// \param ambientGrid rays into the open for each of them are ambientGrid * ambientGrid
+  PixelSamples(int grid, int ambientGrid) : grid_(grid), ambientGrid_(ambientGrid), ambient_(ambientGrid * ambientGrid) {}
 
   /// Draws the places within the pixel for the picture's pixel (x, y) and frame. With one sample that is its centre.
   void start(int x, int y, int frame, bool jittered);
@@ -42,7 +42,7 @@ class PixelSamples {
   }
 
  private:
-  int grid_, ambient_;
+  int grid_, ambientGrid_, ambient_;
   vela::SamplingRng rng_;
   std::vector<tarn::Vec2<float>> offsets_, key_, fill_, ambientPlaces_;
   std::vector<float> reaches_;
@@ -53,8 +53,9 @@ class Shader {
  public:
   /// \param list      must outlive the shader
   /// \param radius    half the size of what is shown: how far corners darken
-  /// \param ambient   rays into the open for each sample
-  Shader(const MeshList& list, double time, const View& view, const tarn::Vec3<double>& engineOrigin, double radius, int ambient);
+  /// \param ambientGrid as for PixelSamples
+  Shader(const MeshList& list, double time, const View& view, const tarn::Vec3<double>& engineOrigin, double radius,
+         int ambientGrid);
 
   /// Tints what the selection has, from now on. \param selection its status of prims is brought up to date by \p stage
   void tint(vela::Selection::GeoSelection& selection, const std::shared_ptr<ovo::Stage>& stage, const MeshList& list);
