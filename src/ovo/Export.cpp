@@ -10,7 +10,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Lays the edits of one spec over the spec of the same path.
+// Lays the edits of one record over that of the same path.
 void mergeSpec(const pxr::SdfLayerRefPtr& from, const pxr::SdfPath& path, const pxr::SdfLayerRefPtr& to) {
   const pxr::SdfSpecType type = from->GetSpecType(path);
   if (type == pxr::SdfSpecTypePrim) {

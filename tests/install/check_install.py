@@ -32,7 +32,7 @@ def main():
 
         # The sources' headers must not be in reach: only the prefix is.
         shutil.copytree(source, consumer)
-        run("cmake", "-S", consumer, "-B", consumer / "build", f"-DCMAKE_PREFIX_PATH={prefix}", f"-DCMAKE_CXX_COMPILER={compiler}")
+        run("cmake", "-G", "Ninja", "-S", consumer, "-B", consumer / "build", f"-DCMAKE_PREFIX_PATH={prefix}", f"-DCMAKE_CXX_COMPILER={compiler}")
         run("cmake", "--build", consumer / "build")
         said = run(consumer / "build/consumer")
         assert said == expected, f"by find_package: {said!r}"
