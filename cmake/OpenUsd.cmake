@@ -27,6 +27,8 @@ if(VELA_OPENUSD STREQUAL "wheels")
   # The packages bring every library twice; the set in pxr/.libs is the one that the plug-in table names, so that is
   # the one to link and to load. Linked by file, since the packages' own targets name the other set.
   set(VELA_OPENUSD_LIBS "${_site}/pxr/.libs")
+  # A property as well: executables are made in folders that do not see this one's variables.
+  set_property(GLOBAL PROPERTY VELA_OPENUSD_LIBS "${VELA_OPENUSD_LIBS}")
   file(GLOB _includes LIST_DIRECTORIES true "${_site}/pxr-*/include")
   target_include_directories(vela_openusd SYSTEM INTERFACE ${_includes} "${_site}/TBB/include")
   # All of them, used directly or not: a linker finds a library's own needs by the run path, but not the needs of those,
@@ -66,9 +68,10 @@ if(VELA_OPENUSD STREQUAL "wheels")
   file(MAKE_DIRECTORY "${_tbb_links}")
   file(CREATE_LINK "${VELA_OPENUSD_LIBS}/libtbb.so" "${_tbb_links}/libtbb.so.12" SYMBOLIC)
   function(vela_openusd_executable target)
+    get_property(libs GLOBAL PROPERTY VELA_OPENUSD_LIBS)
     target_link_options(${target} PRIVATE "-Wl,--disable-new-dtags"
-      "-Wl,-rpath,${PROJECT_BINARY_DIR}/one-tbb" "-Wl,-rpath,${VELA_OPENUSD_LIBS}"
-      "-Wl,-rpath-link,${PROJECT_BINARY_DIR}/one-tbb" "-Wl,-rpath-link,${VELA_OPENUSD_LIBS}")
+      "-Wl,-rpath,${PROJECT_BINARY_DIR}/one-tbb" "-Wl,-rpath,${libs}"
+      "-Wl,-rpath-link,${PROJECT_BINARY_DIR}/one-tbb" "-Wl,-rpath-link,${libs}")
   endfunction()
 
 elseif(VELA_OPENUSD STREQUAL "source")
