@@ -96,7 +96,8 @@ inline ReferenceSelection referenceRead(std::istream& in, std::string& error) {
   };
   const auto readCount = [&] {
     std::uint64_t count = 0;
-    return in >> count ? count : 0;
+    in >> count;  // leaves 0 without a number, and the largest one when it does not fit
+    return count;
   };
   const auto list = [&](std::vector<float>& values) {
     const std::uint64_t count = readCount();

@@ -13,6 +13,9 @@ void addValues(std::vector<float>& values, const std::vector<float>& other, std:
   const std::size_t count = std::min(length, other.size());
   if (values.size() < count) values.resize(count, 0.0f);
   for (std::size_t i = 0; i < count; ++i) values[i] += other[i];
+  // A missing value is added too: -0 and 0 are 0, which the text shows.
+  const std::size_t rest = std::min(length, values.size());
+  for (std::size_t i = count; i < rest; ++i) values[i] += 0.0f;
 }
 
 }  // namespace

@@ -140,6 +140,7 @@ class VELA_API GeoSelection {
   ///
   /// A list is its length and then, unless it is 0, runs in braces: how often, and the value with six significant
   /// digits. First a part's selections, then its weights. Neither the stream's flags nor its locale matter, and both stay.
+  /// A stream that cannot be written says so by its state, and throws only when it was told to.
   /// Not promised: that NaN, infinities and paths with blanks in them can be read back, or values to the last bit.
   std::ostream& serialize(std::ostream& out) const;
 

@@ -100,6 +100,7 @@ class Parser {
 
  private:
   bool list(std::vector<float>& values) {
+    // A count too large to be read is still not 0: the brace that should follow is then looked for, and reported.
     std::uint64_t count = 0;
     reader_.number(count);
     if (count == 0) return true;
@@ -123,24 +124,28 @@ class Parser {
     return expect(kClose);
   }
 
-  /// False when memory could not hold that many.
+  /// False when memory could not hold that many, with all the runs before.
   bool append(std::vector<float>& values, std::uint64_t run, float value) {
     if (run == 1) {
       values.push_back(value);
       return true;
     }
-    if (values.size() >= mostValues_ || run > mostValues_ - values.size()) return false;
+    if (run > mostValues_ - valuesInRuns_) return false;
     try {
       values.insert(values.end(), static_cast<std::size_t>(run), value);
     } catch (const std::bad_alloc&) {
       return false;
+    } catch (const std::length_error&) {
+      return false;
     }
+    valuesInRuns_ += run;
     return true;
   }
 
   TextReader reader_;
   std::string token_;
-  const std::size_t mostValues_ = mostValues();
+  const std::uint64_t mostValues_ = mostValues();
+  std::uint64_t valuesInRuns_ = 0;  ///< of all lists; single values cost no more than their text
 };
 
 }  // namespace

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
@@ -338,6 +339,16 @@ TEST(SelectionReader, RunLongerThanMemoryEndsTheList) {
         << run;
     EXPECT_EQ(selection.size(), 0u);
   }
+}
+
+TEST(SelectionReader, RunsThatTogetherAreLongerThanMemoryEndTheList) {
+  // No run of these is too long by itself, and the first ones are short enough to be filled.
+  const long pages = sysconf(_SC_PHYS_PAGES), pageSize = sysconf(_SC_PAGESIZE);
+  const std::uint64_t most = static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(pageSize) / sizeof(float);
+  GeoSelection selection;
+  EXPECT_EQ(read(withList("2000000 { 2000000 1 } 1 { " + std::to_string(most - 1000000) + " 2 }"), selection),
+            "GeoSelection deserialization error, bad token '{' at position -1, expected '}'\n");
+  EXPECT_EQ(selection.size(), 0u);
 }
 
 TEST(SelectionReader, CountsAloneCostNoMemory) {

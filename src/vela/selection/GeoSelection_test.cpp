@@ -90,6 +90,15 @@ TEST(WeightedPart, AddTakesValuesPastTheOthersEndAsZero) {
   EXPECT_EQ(part, (WeightedPartSelection{{11, 2, 3}, {24, 5, 6}}));
 }
 
+TEST(WeightedPart, AddOfNothingTurnsNegativeZeroIntoZero) {
+  WeightedPartSelection part{{-0.0f, -0.0f}, {-0.0f, -0.0f}};
+  part.add({{-0.0f}, {}});
+  EXPECT_TRUE(std::signbit(part.selections[0])) << "-0 and -0 are -0";
+  EXPECT_FALSE(std::signbit(part.selections[1]));
+  EXPECT_FALSE(std::signbit(part.weights[0]));
+  EXPECT_FALSE(std::signbit(part.weights[1]));
+}
+
 TEST(WeightedPart, AddDoesNotClamp) {
   WeightedPartSelection part{{0.9f}, {-0.9f}};
   part.add(part);

@@ -146,9 +146,10 @@ void TextReader::word(std::string& token) {
   if (c == kEnd) state_ |= std::ios_base::eofbit;
 }
 
-bool TextReader::integer(bool& negative, std::uint64_t& magnitude) {
+bool TextReader::integer(bool& negative, std::uint64_t& magnitude, bool& anyDigit) {
   negative = false;
   magnitude = 0;
+  anyDigit = false;
   int c = peek();
   if (c == '-' || c == '+') {
     negative = c == '-';
@@ -156,7 +157,7 @@ bool TextReader::integer(bool& negative, std::uint64_t& magnitude) {
     c = peek();
   }
 
-  bool anyDigit = false, fits = true;
+  bool fits = true;
   constexpr std::uint64_t kMost = std::numeric_limits<std::uint64_t>::max();
   while (isDigit(c)) {
     anyDigit = true;
@@ -175,10 +176,11 @@ bool TextReader::integer(bool& negative, std::uint64_t& magnitude) {
 bool TextReader::number(std::uint64_t& value) {
   value = 0;
   if (!begin()) return false;
-  bool negative = false;
+  bool negative = false, anyDigit = false;
   std::uint64_t magnitude = 0;
-  if (!integer(negative, magnitude)) {
+  if (!integer(negative, magnitude, anyDigit)) {
     state_ |= std::ios_base::failbit;
+    if (anyDigit) value = std::numeric_limits<std::uint64_t>::max();
     return false;
   }
   value = negative ? std::uint64_t{0} - magnitude : magnitude;
@@ -187,10 +189,10 @@ bool TextReader::number(std::uint64_t& value) {
 
 bool TextReader::number(bool& value) {
   if (!begin()) return false;
-  bool negative = false;
+  bool negative = false, anyDigit = false;
   std::uint64_t magnitude = 0;
   // -0 is 0; -1 is no truth value.
-  if (!integer(negative, magnitude) || magnitude > 1 || (negative && magnitude == 1)) {
+  if (!integer(negative, magnitude, anyDigit) || magnitude > 1 || (negative && magnitude == 1)) {
     state_ |= std::ios_base::failbit;
     return false;
   }

@@ -28,7 +28,8 @@ class TextReader {
 
   /// The next word; untouched when there is none.
   void word(std::string& token);
-  /// 0, with false, when there is no number, or one that does not fit. A minus sign wraps, as extraction has it.
+  /// False, with 0, when there is no number, and with the largest one when it does not fit. A minus sign wraps. All as
+  /// extraction has it.
   bool number(std::uint64_t& value);
   /// False when there is no number or it is out of range. The words "inf" and "nan" are no numbers.
   bool number(float& value);
@@ -55,7 +56,7 @@ class TextReader {
   void commit();
   [[nodiscard]] std::uint64_t taken() const { return takenBefore_ + static_cast<std::uint64_t>(next_ - first_); }
   /// Sign and digits; false when there was no digit or the magnitude does not fit.
-  bool integer(bool& negative, std::uint64_t& magnitude);
+  bool integer(bool& negative, std::uint64_t& magnitude, bool& anyDigit);
 
   std::istream& in_;
   std::streambuf* const buffer_;
