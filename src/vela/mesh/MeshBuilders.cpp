@@ -24,11 +24,12 @@ std::size_t countOf(std::size_t a, std::size_t b) {
 
 float ratio(std::size_t part, std::size_t whole) { return static_cast<float>(part) / static_cast<float>(whole); }
 
-// From a to b; the ends themselves where t is all but there. a + (b - a) t keeps a coordinate that a and b share.
+// From a to b; the ends themselves where t is all but there. Weighed as a blend of two transforms weighs (RayContext), so that
+// patches and moving rays round alike.
 Vec3<float> lerpSnapped(const Vec3<float>& a, const Vec3<float>& b, float t) {
   if (t < std::numeric_limits<float>::epsilon()) return a;
   if (t > 0.9999999f) return b;
-  return a + (b - a) * t;
+  return a * (1.0f - t) + b * t;
 }
 
 }  // namespace

@@ -20,8 +20,8 @@ namespace vela {
 /// A bilinear patch of rows x columns quadrilaterals. Row 0 runs from p0 to p1, the last row from p3 to p2. Nothing happens
 /// when either count is 0.
 ///
-/// Point i (columns + 1) + j is (j / columns, i / rows) of the way. The ends are the corners themselves: parameters below 2^-23
-/// and above 0.9999999 are not interpolated.
+/// Point i (columns + 1) + j is (j / columns, i / rows) of the way, blended as a (1 - t) + b t along the row and then across. The
+/// ends are the corners themselves: parameters below 2^-23 and above 0.9999999 are not interpolated.
 /// \param buildFaces    replaces the faces and sets allQuads, clears allTriangles
 /// \param buildPoints   replaces the points, (rows + 1)(columns + 1) of them
 /// \param buildNormals  replaces the normals: one a face-vertex, all (p1 - p0) x (p3 - p0) normalised

@@ -122,6 +122,20 @@ TEST(BuildRectQuadMesh, AParameterOfOneGivesTheCornerItself) {
   EXPECT_EQ(m.nFaces(), 0u);
 }
 
+TEST(BuildRectQuadMesh, PointsAreWeighedSumsAlongTheRowAndThenAcross) {
+  MeshSample m;
+  const Vec3<float> p0(0.1f, 0.7f, -3.3f), p1(10.3f, 0.3f, 0.9f), p2(-0.3f, 7.1f, 11.7f), p3(0.6f, 1e-3f, 0.2f);
+  const auto blend = [](float a, float b, float t) { return t == 0 ? a : t == 1 ? b : a * (1.0f - t) + b * t; };
+  const unsigned rows = 7, columns = 11;
+  vela::buildRectQuadMesh(m, p0, p1, p2, p3, rows, columns, false, true, false, false);
+  for (unsigned i = 0; i <= rows; ++i)
+    for (unsigned j = 0; j <= columns; ++j) {
+      const float t = static_cast<float>(i) / 7.0f, s = static_cast<float>(j) / 11.0f;
+      for (std::size_t k = 0; k < 3; ++k)
+        EXPECT_EQ(m.points[i * 12 + j][k], blend(blend(p0[k], p1[k], s), blend(p3[k], p2[k], s), t)) << i << ' ' << j;
+    }
+}
+
 TEST(BuildRectQuadMesh, NothingHappensWithoutRowsOrColumns) {
   MeshSample m;
   m.points = {{1, 2, 3}};

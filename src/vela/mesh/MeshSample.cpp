@@ -240,12 +240,12 @@ bool MeshSample::subdivide(const ovo::MeshPrim& prim, int level) {
   context.vertsPerFace = &vertsPerFace_;
   context.faceVertPointIndices = &faceVertPointIndices_;
   context.points = &points;
-  // What is per face-vertex comes along, by its count. Normals need not: they are computed anew.
+  // What is per face-vertex comes along, by its count. Normals need not: they are computed anew. KEEP(uvextra-not-refined):
+  // uvExtra stays that of the unrefined faces; callers that want it spread it themselves.
   const auto carry = [this](auto& array, auto& list) {
     if (array.size() == nVerts()) list.push_back(&array);
   };
   carry(uvs, context.vec2s);
-  carry(uvExtra, context.floats);
   carry(vectors, context.vec3s);
   carry(scalars, context.floats);
   carry(pointVectors, context.vec3s);

@@ -54,8 +54,9 @@ class VELA_API MeshSample {
   ///
   /// \param tag               kept in `tag`
   /// \param subdivisionLevel  how often to refine a mesh whose scheme is not `none`; refined are points, faces, normals, uvs,
-  ///                          uvExtra, vectors, scalars and pointVectors, as far as they are per face-vertex. A
-  ///                          mesh that cannot be refined stays as it is
+  ///                          vectors, scalars and pointVectors, as far as they are per face-vertex. uvExtra is not: it
+  ///                          keeps one value a face-vertex of the unrefined mesh. A mesh that cannot be refined stays
+  ///                          as it is
   /// \param readScalars       scalars stay empty all the same, see the body
   /// \param readPointData     without it, pointData keeps what it had
   /// \param uvPrimvarName     when not empty, the one primvar to take for uvs
@@ -136,7 +137,7 @@ class VELA_API MeshSample {
   bool reverseWinding = false; ///< data per face-vertex was turned round within each face as it was read
 
   ovo::Array<tarn::Vec2<float>> uvs;           ///< per face-vertex
-  ovo::Array<float> uvExtra;                   ///< per face-vertex
+  ovo::Array<float> uvExtra;                   ///< per face-vertex, of the unrefined mesh
   ovo::Array<tarn::Vec3<float>> normals;       ///< per face-vertex
   ovo::Array<tarn::Vec3<float>> vectors;       ///< per face-vertex
   ovo::Array<float> scalars;                   ///< per face-vertex
