@@ -1,5 +1,10 @@
 #include "vela/intersect/AccelerationModel.h"
 
+#include <algorithm>
+#include <cstring>
+#include <type_traits>
+
+#include "tarn/Hash.h"
 #include "vela/intersect/detail/FaceCheck.h"
 #include "vela/intersect/detail/Kernels.h"
 #include "vela/mesh/Triangulate.h"
@@ -74,5 +79,23 @@ bool TriangleAccelerationModel::intersect(const IntersectionContext&, const tarn
 }
 
 bool TriangleAccelerationModel::exclude(const IntersectionContext&, std::size_t) const { return false; }
+
+bool TriangleAccelerationModel::hasSameTriangles(const TriangleAccelerationModel& other) const {
+  static_assert(std::has_unique_object_representations_v<Triangle>);
+  const auto sameBytes = [](const void* a, const void* b, std::size_t size) { return size == 0 || std::memcmp(a, b, size) == 0; };
+  return points_.size() == other.points_.size() && triangles_.size() == other.triangles_.size() &&
+         (points_.isIdentical(other.points_) ||
+          sameBytes(points_.cdata(), other.points_.cdata(), points_.size() * sizeof(tarn::Vec3<float>))) &&
+         sameBytes(triangles_.data(), other.triangles_.data(), triangles_.size() * sizeof(Triangle));
+}
+
+std::uint64_t TriangleAccelerationModel::roughHash() const {
+  tarn::Hash hash;
+  hash.append(static_cast<std::uint32_t>(points_.size()));
+  hash.append(static_cast<std::uint32_t>(triangles_.size()));
+  const std::size_t stride = std::max<std::size_t>(points_.size() / 64, 1);
+  for (std::size_t i = 0; i < points_.size(); i += stride) hash.append(points_.cdata() + i, sizeof(tarn::Vec3<float>));
+  return hash.value();
+}
 
 }  // namespace vela

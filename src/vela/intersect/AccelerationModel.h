@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -89,16 +90,21 @@ class VELA_API TriangleAccelerationModel : public AccelerationModel {
 
  private:
   friend class GridAcceleration;
+  friend class PrimAccelerationModelImpl;
   struct Triangle {
     int a, b, c, face;
   };
+  /// True when every ray finds the same in both: equal points and triangles, bit by bit.
+  [[nodiscard]] bool hasSameTriangles(const TriangleAccelerationModel& other) const;
+  /// Equal for models that have the same triangles; looks at some of the points only.
+  [[nodiscard]] std::uint64_t roughHash() const;
   ovo::Array<tarn::Vec3<float>> points_;
   std::vector<Triangle> triangles_;
   tarn::Box3<float> bounds_;
 };
 
 /// Mesh prims of a scene, each placed by its world transform and hit through its own MeshAccelerator, which is built when the
-/// first ray reaches the prim and kept until the model goes.
+/// first ray reaches the prim and kept until the model goes. Prims with equal points and faces share what is behind theirs.
 ///
 /// Two times play a part: addMeshPrims takes transforms and boxes at the time it is given, points are sampled at the
 /// model's own. Visibility, purpose and orientation are not looked at.
@@ -160,9 +166,12 @@ class VELA_API MeshAccelerator {
   bool intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray, CollisionResult& result) const;
 
  private:
+  friend class PrimAccelerationModelImpl;
   struct Block;
+  MeshAccelerator(std::shared_ptr<const Block> block, std::size_t id);
+
   std::size_t id_;
-  std::unique_ptr<const Block> block_;
+  std::shared_ptr<const Block> block_;
 };
 
 }  // namespace vela

@@ -364,6 +364,41 @@ Ray<float> chord(std::mt19937& random) {
   return Ray<float>(from, to - from);
 }
 
+TEST(PrimModel, CopiesOfAMeshAnswerForThemselvesAndAlmostEqualMeshesStayApart) {
+  const auto stage = ovo::Stage::createInMemory();
+  std::vector<TestMesh> meshes;
+  for (int i = 0; i < 12; ++i) {
+    TestMesh mesh = bumpySphere(12, 20, 0.3f);
+    ASSERT_GT(mesh.points.size(), 128u) << "more than the hash looks at";
+    if (i % 4 == 1) mesh.points[1] = mesh.points[1] * (1.5f + static_cast<float>(i));
+    if (i % 4 == 2) std::swap(mesh.indices[0], mesh.indices[1]);
+    if (i % 4 == 3) mesh.counts[mesh.counts.size() - 1] = 0;
+    define(stage, ("/S" + std::to_string(i)).c_str(), mesh);
+    meshes.push_back(mesh);
+  }
+  PrimAccelerationModel model(kDefaultTime);
+  model.addMeshPrims(stage, kDefaultTime);
+  ASSERT_EQ(model.size(), meshes.size());
+  for (std::size_t i = 0; i < meshes.size(); ++i) {
+    const MeshAccelerator alone(meshes[i].points, meshes[i].counts, meshes[i].indices, i);
+    std::mt19937 random(31);
+    int hits = 0;
+    for (int k = 0; k < 500; ++k) {
+      const auto place = [&] { return static_cast<float>(random() % 3001u) / 1000.0f - 1.5f; };
+      const Vec3<float> from(place(), place(), place()), at(place(), place(), place());
+      const Ray<float> ray(from * 3.0f, at - from * 3.0f);
+      CollisionResult expected, got;
+      const bool hit = alone.intersect(IntersectionContext(), ray, expected);
+      ASSERT_EQ(model.intersect(IntersectionContext(), ray, i, got), hit) << i << ' ' << show(ray);
+      ASSERT_EQ(bitsOf(got.distance), bitsOf(expected.distance)) << i << ' ' << show(ray);
+      ASSERT_EQ(got.faceIndex, expected.faceIndex);
+      ASSERT_EQ(got.primitiveIndex, expected.primitiveIndex);
+      hits += hit ? 1 : 0;
+    }
+    EXPECT_GT(hits, 50);
+  }
+}
+
 // The walk over the tree against a loop over all entries; each entry's own rule is the grid's.
 TEST(HitDetect, AnswersLikeALoopOverTheEntries) {
   const auto stage = manySpheres(60);

@@ -22,6 +22,29 @@ TriangleAccelerationModel::TriangleAccelerationModel(const ovo::MeshPrim& mesh, 
   initialize(counts, indices);
 }
 
+// --------------------------------------------------------------------------------------------------- MeshAccelerator
+
+struct MeshAccelerator::Block {
+  explicit Block(TriangleAccelerationModel&& triangles) : model(std::move(triangles)), grid(model) {}
+  TriangleAccelerationModel model;
+  GridAcceleration grid;
+};
+
+MeshAccelerator::MeshAccelerator(const ovo::Array<tarn::Vec3<float>>& points, const ovo::Array<int>& faceVertexCounts,
+                                 const ovo::Array<int>& faceVertexIndices, std::size_t id)
+    : MeshAccelerator(
+          std::make_shared<const Block>(TriangleAccelerationModel(points, faceVertexCounts, faceVertexIndices)), id) {}
+MeshAccelerator::MeshAccelerator(const ovo::MeshPrim& mesh, std::size_t id, double time)
+    : MeshAccelerator(std::make_shared<const Block>(TriangleAccelerationModel(mesh, time)), id) {}
+MeshAccelerator::MeshAccelerator(std::shared_ptr<const Block> block, std::size_t id) : id_(id), block_(std::move(block)) {}
+MeshAccelerator::~MeshAccelerator() = default;
+
+bool MeshAccelerator::intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray, CollisionResult& result) const {
+  if (!block_->grid.intersect(ctx, ray, result)) return false;
+  result.primitiveIndex = static_cast<std::uint32_t>(id_);
+  return true;
+}
+
 // --------------------------------------------------------------------------------------------- PrimAccelerationModel
 
 class PrimAccelerationModelImpl : public AccelerationModel {
@@ -35,8 +58,7 @@ class PrimAccelerationModelImpl : public AccelerationModel {
     entry.localFromWorld = entry.worldFromLocal.inverse();
     entry.box = entry.mesh.getBoundsBox(time, false).transformed(worldFromLocal);
     bounds_.extendBy(entry.box);
-    entries_.push_back(std::move(entry));
-    ready_.emplace_back(nullptr);
+    entries_.push_back(entry);
   }
 
   [[nodiscard]] ovo::Prim prim(std::size_t i) const { return entries_[i].mesh; }
@@ -45,8 +67,9 @@ class PrimAccelerationModelImpl : public AccelerationModel {
   [[nodiscard]] tarn::Box3<float> bounds() const override { return bounds_; }
 
   [[nodiscard]] bool exclude(const IntersectionContext& ctx, std::size_t i) const override {
+    // A set that is empty is not asked: it would look at the prim's text all the same.
     const ovo::Prim& prim = entries_[i].mesh;
-    if (ctx.excludedPaths.count(prim.getPath()) != 0) return true;
+    if (!ctx.excludedPaths.empty() && ctx.excludedPaths.count(prim.getPath()) != 0) return true;
     if (ctx.includedTypeNames.empty()) return false;
     return ctx.includedTypeNames.count(prim.getTypeName()) == 0;
   }
@@ -60,31 +83,61 @@ class PrimAccelerationModelImpl : public AccelerationModel {
     const tarn::Ray<float> local(entry.localFromWorld.transformPoint(ray.origin),
                                  entry.localFromWorld.transformVector(ray.direction), ray.minDistance, ray.maxDistance);
 
-    if (!entry.mesh.isValid()) return false;
-    if (!accelerator(i).intersect(ctx, local, result)) return false;
+    // Whether the prim is a mesh still is asked last: few rays get there, and it lies elsewhere in memory.
+    const GridAcceleration* const triangles = grid(entry, i);
+    CollisionResult found;
+    if (triangles == nullptr || !triangles->intersect(ctx, local, found) || !entry.mesh.isValid()) return false;
 
-    result.position = entry.worldFromLocal.transformPoint(result.position);
-    result.normal = entry.localFromWorld.transposed().transformVector(result.normal).normalized();
+    result = found;
+    result.primitiveIndex = entry.ready.builder;
+    result.position = entry.worldFromLocal.transformPoint(found.position);
+    result.normal = entry.localFromWorld.transposed().transformVector(found.normal).normalized();
     return true;
   }
 
  private:
-  struct Entry {
-    ovo::MeshPrim mesh;  ///< of whatever prim was given; asked at each query whether it is one
-    tarn::Mat4<float> worldFromLocal, localFromWorld;
+  /// What queries need of an accelerator. The id is written before the pointer is published, and never again.
+  struct Ready {
+    std::atomic<const GridAcceleration*> grid{nullptr};
+    std::uint32_t builder = 0;
+
+    Ready() = default;
+    // While meshes are added nobody asks.
+    Ready(const Ready& other) noexcept : grid(other.grid.load(std::memory_order_relaxed)), builder(other.builder) {}
+    Ready& operator=(const Ready&) = delete;
+  };
+  /// In the order of use: most queries end after the matrix and the grid's box.
+  struct alignas(64) Entry {
+    tarn::Mat4<float> localFromWorld;
+    mutable Ready ready;
+    ovo::MeshPrim mesh;  ///< of whatever prim was given; asked at each hit whether it is one
     tarn::Box3<float> box;
+    tarn::Mat4<float> worldFromLocal;
   };
 
-  const MeshAccelerator& accelerator(std::size_t i) const {
+  /// The grid of a prim, built when it was not; null for what is no mesh.
+  const GridAcceleration* grid(const Entry& entry, std::size_t i) const {
     // The hit path takes no lock: accelerators are never replaced or moved, so one that an entry has seen stays good.
-    if (const MeshAccelerator* const ready = ready_[i].load(std::memory_order_acquire)) return *ready;
+    if (const GridAcceleration* const ready = entry.ready.grid.load(std::memory_order_acquire)) return ready;
 
     // Built inside the lock: of threads that reach the prim together one builds and the others wait for it.
+    if (!entry.mesh.isValid()) return nullptr;
     const std::lock_guard<std::mutex> lock(cacheMutex_);
-    std::unique_ptr<MeshAccelerator>& slot = accelerators_[entries_[i].mesh];
-    if (!slot) slot = std::make_unique<MeshAccelerator>(entries_[i].mesh, i, time_);
-    ready_[i].store(slot.get(), std::memory_order_release);
-    return *slot;
+    if (const GridAcceleration* const ready = entry.ready.grid.load(std::memory_order_relaxed)) return ready;
+    std::unique_ptr<MeshAccelerator>& slot = accelerators_[entry.mesh];
+    if (!slot) slot.reset(new MeshAccelerator(blockOf(TriangleAccelerationModel(entry.mesh, time_)), i));
+    entry.ready.builder = static_cast<std::uint32_t>(slot->id_);
+    entry.ready.grid.store(&slot->block_->grid, std::memory_order_release);
+    return &slot->block_->grid;
+  }
+
+  /// The block of these triangles: scenes of many copies keep one, which also stays in the processor's caches.
+  std::shared_ptr<const MeshAccelerator::Block> blockOf(TriangleAccelerationModel&& triangles) const {
+    const std::uint64_t key = triangles.roughHash();
+    const auto [begin, end] = blocks_.equal_range(key);
+    for (auto it = begin; it != end; ++it)
+      if (it->second->model.hasSameTriangles(triangles)) return it->second;
+    return blocks_.emplace(key, std::make_shared<const MeshAccelerator::Block>(std::move(triangles)))->second;
   }
 
   std::vector<Entry> entries_;
@@ -92,7 +145,7 @@ class PrimAccelerationModelImpl : public AccelerationModel {
   tarn::Box3<float> bounds_;
   mutable std::mutex cacheMutex_;
   mutable std::map<ovo::Prim, std::unique_ptr<MeshAccelerator>> accelerators_;
-  mutable std::deque<std::atomic<const MeshAccelerator*>> ready_;  ///< by entry: what is in the map, once it was asked for
+  mutable std::unordered_multimap<std::uint64_t, std::shared_ptr<const MeshAccelerator::Block>> blocks_;  ///< never walked
 };
 
 PrimAccelerationModel::PrimAccelerationModel(double time) : impl_(std::make_unique<PrimAccelerationModelImpl>(time)) {}
@@ -140,27 +193,5 @@ bool PrimAccelerationModel::intersect(const IntersectionContext& ctx, const tarn
   return impl_->intersect(ctx, ray, i, result);
 }
 bool PrimAccelerationModel::exclude(const IntersectionContext& ctx, std::size_t i) const { return impl_->exclude(ctx, i); }
-
-// --------------------------------------------------------------------------------------------------- MeshAccelerator
-
-struct MeshAccelerator::Block {
-  template <class... Args>
-  explicit Block(const Args&... args) : model(args...), grid(model) {}
-  TriangleAccelerationModel model;
-  GridAcceleration grid;
-};
-
-MeshAccelerator::MeshAccelerator(const ovo::Array<tarn::Vec3<float>>& points, const ovo::Array<int>& faceVertexCounts,
-                                 const ovo::Array<int>& faceVertexIndices, std::size_t id)
-    : id_(id), block_(std::make_unique<Block>(points, faceVertexCounts, faceVertexIndices)) {}
-MeshAccelerator::MeshAccelerator(const ovo::MeshPrim& mesh, std::size_t id, double time)
-    : id_(id), block_(std::make_unique<Block>(mesh, time)) {}
-MeshAccelerator::~MeshAccelerator() = default;
-
-bool MeshAccelerator::intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray, CollisionResult& result) const {
-  if (!block_->grid.intersect(ctx, ray, result)) return false;
-  result.primitiveIndex = static_cast<std::uint32_t>(id_);
-  return true;
-}
 
 }  // namespace vela
