@@ -881,7 +881,7 @@ class Interruption(Case):
             ours, theirs = pty.openpty()
         except OSError as why:
             self.skipTest(f"this machine has no terminals to give: {why}")
-        process = subprocess.Popen([COMMAND, "render", self.scene, "-o", self.at / "a.exr", "--size", "1500x1500", "--samples", "9",
+        process = subprocess.Popen([COMMAND, "render", self.scene, "-o", self.at / "a.exr", "--size", "600x600", "--samples", "9",
                                     "--threads", "1"], stderr=theirs)
         os.close(theirs)
         shown = b""
@@ -893,7 +893,7 @@ class Interruption(Case):
         os.close(ours)
         self.assertEqual(process.wait(timeout=60), 0)
         self.assertRegex(shown.decode(), r"vela render: +\d+ %  \d+\.\d million rays/s  \d+:\d\d left")
-        self.assertRegex(shown.decode(), r"1500 x 1500, 4 meshes, \d+\.\d million rays, \d+\.\d s")
+        self.assertRegex(shown.decode(), r"600 x 600, 4 meshes, \d+\.\d million rays, \d+\.\d s")
 
 
 if __name__ == "__main__":
