@@ -68,7 +68,27 @@ struct Level {
   std::vector<SharpEdge> edges;    // sorted by a, then b
   std::vector<SharpPoint> points;  // sorted
   std::vector<char> holes;         // by face, or empty
+  std::vector<int> sources;        // the caller's face of each, or empty
   std::vector<Channel> channels;
+};
+
+// An array with a value a point between levels; the first one is that of the positions.
+struct PointData {
+  Array<Vec3<float>>* target;
+  bool linear;
+  std::vector<Weighted<Vec3<float>>> values;
+  std::vector<Weighted<Vec3<float>>> source = {}, part = {};
+  Array<Vec3<float>> result = {};
+  Vec3<float>* out = nullptr;
+
+  // The values of a level from those of the one before.
+  void interpolate(const Far::PrimvarRefiner& refiner, int level, const std::vector<Weighted<Vec3<float>>>& from,
+                   std::vector<Weighted<Vec3<float>>>& to) const {
+    if (linear)
+      refiner.InterpolateVarying(level, from, to);
+    else
+      refiner.Interpolate(level, from, to);
+  }
 };
 
 // A carried array between levels: one value for each value number of its channel.
@@ -120,7 +140,7 @@ struct CarriedOf final : Carried {
 
 struct Input {
   Level level;
-  std::vector<Weighted<Vec3<float>>> positions;
+  std::vector<PointData> perPoint;
   std::vector<std::size_t> corners;  // which of the caller's corners each corner was
 };
 
@@ -165,14 +185,17 @@ bool takeFaces(const Array<int>& counts, const Array<int>& indices, std::size_t 
 }
 
 // Renumbers the points so that every one is used; `pointOf` gives the new number of an old one, or -1.
-void takePoints(const Array<Vec3<float>>& points, std::size_t count, Input& input, std::vector<int>& pointOf) {
+void takePoints(const MeshTessellateContext& context, std::size_t count, Input& input, std::vector<int>& pointOf) {
+  input.perPoint.push_back({context.points, false, {}});
+  for (Array<Vec3<float>>* array : context.pointVec3s) input.perPoint.push_back({array, false, {}});
+  for (Array<Vec3<float>>* array : context.linearPointVec3s) input.perPoint.push_back({array, true, {}});
   pointOf.assign(count, -1);
   for (const int p : input.level.indices) pointOf[at(p)] = 0;
   int next = 0;
   for (std::size_t p = 0; p < count; ++p)
     if (pointOf[p] == 0) {
       pointOf[p] = next++;
-      input.positions.push_back({points[p]});
+      for (PointData& data : input.perPoint) data.values.push_back({data.target->cdata()[p]});
     }
   for (int& p : input.level.indices) p = pointOf[at(p)];
   input.level.pointCount = next;
@@ -359,11 +382,12 @@ std::unique_ptr<Far::TopologyRefiner> makeRefiner(const Level& level, Sdc::Schem
 // ---- Whole levels -------------------------------------------------------------------------------------------------
 
 // Refines everything `levels` times and reads the last level back, with what is left of its sharpness.
-bool refineWhole(int levels, Sdc::SchemeType scheme, const Sdc::Options& options, Level& level,
-                 std::vector<Weighted<Vec3<float>>>& positions, std::vector<std::unique_ptr<Carried>>& carried) {
+bool refineWhole(int levels, Sdc::SchemeType scheme, const Sdc::Options& options, Level& level, std::vector<PointData>& perPoint,
+                 std::vector<std::unique_ptr<Carried>>& carried) {
   const std::unique_ptr<Far::TopologyRefiner> refiner = makeRefiner(level, scheme, options);
   if (!refiner) return false;
   const std::size_t channelCount = level.channels.size();
+  std::vector<int> sources = std::move(level.sources);
   level = Level();
   Far::TopologyRefiner::UniformOptions uniform(levels);
   uniform.fullTopologyInLastLevel = true;
@@ -371,12 +395,19 @@ bool refineWhole(int levels, Sdc::SchemeType scheme, const Sdc::Options& options
 
   const Far::PrimvarRefiner values(*refiner);
   for (int l = 1; l <= levels; ++l) {
-    std::vector<Weighted<Vec3<float>>> next(at(refiner->GetLevel(l).GetNumVertices()));
-    values.Interpolate(l, positions, next);
-    positions.swap(next);
-    for (auto& data : carried)
-      data->refine(values, l, refiner->GetLevel(l).GetNumFVarValues(static_cast<int>(data->channel)));
+    const Far::TopologyLevel& made = refiner->GetLevel(l);
+    for (PointData& data : perPoint) {
+      std::vector<Weighted<Vec3<float>>> next(at(made.GetNumVertices()));
+      data.interpolate(values, l, data.values, next);
+      data.values.swap(next);
+    }
+    for (auto& data : carried) data->refine(values, l, made.GetNumFVarValues(static_cast<int>(data->channel)));
+    if (sources.empty()) continue;
+    std::vector<int> next(at(made.GetNumFaces()));
+    for (int f = 0; f < made.GetNumFaces(); ++f) next[at(f)] = sources[at(made.GetFaceParentFace(f))];
+    sources.swap(next);
   }
+  level.sources = std::move(sources);
 
   const Far::TopologyLevel& last = refiner->GetLevel(levels);
   const int faces = last.GetNumFaces();
@@ -483,12 +514,12 @@ class Renumbering {
 
 // What comes out.
 struct Output {
-  Array<int> counts, indices;
-  Array<Vec3<float>> points;
+  Array<int> counts, indices, sourceFaces;
+  std::vector<int> kept;  // the place of each point where some were dropped
 };
 
-bool refineParts(Sdc::SchemeType scheme, const Sdc::Options& options, const Level& level,
-                 std::vector<Weighted<Vec3<float>>>& positions, std::vector<std::unique_ptr<Carried>>& carried, Output& output) {
+bool refineParts(Sdc::SchemeType scheme, const Sdc::Options& options, const Level& level, std::vector<PointData>& perPoint,
+                 std::vector<std::unique_ptr<Carried>>& carried, Output& output) {
   const bool triangles = scheme == Sdc::SCHEME_LOOP;
   const std::size_t faces = level.counts.size(), corners = level.indices.size();
   const PointCorners around(level);
@@ -505,17 +536,20 @@ bool refineParts(Sdc::SchemeType scheme, const Sdc::Options& options, const Leve
   const std::size_t pointCount = firstFace + (triangles ? 0 : faces);
   const std::size_t faceCount = triangles ? faces * 4 : corners, size = triangles ? 3 : 4;
   if (pointCount > kMaxIndex || faceCount * size > kMaxIndex) return false;
-  output.points.resize(pointCount);
+  for (PointData& data : perPoint) {
+    data.result.resize(pointCount);
+    data.out = data.result.data();
+  }
   output.counts.resize(faceCount, static_cast<int>(size));
   output.indices.resize(faceCount * size);
-  Vec3<float>* const outPoints = output.points.data();
+  if (!level.sources.empty()) output.sourceFaces.resize(faceCount);
   int* const outIndices = output.indices.data();
+  int* const outSources = output.sourceFaces.empty() ? nullptr : output.sourceFaces.data();
   for (auto& data : carried) data->startOutput(faceCount * size);
 
   Renumbering points(at(level.pointCount));
   std::vector<Renumbering> values;
   for (const Channel& c : level.channels) values.emplace_back(at(c.valueCount));
-  std::vector<Weighted<Vec3<float>>> source, refined;
   std::vector<int> partFaces, partPoints, newOf;
   std::size_t written = 0;
   bool dropped = false;
@@ -582,10 +616,12 @@ bool refineParts(Sdc::SchemeType scheme, const Sdc::Options& options, const Leve
     refiner->RefineUniform(Far::TopologyRefiner::UniformOptions(1));
     const Far::TopologyLevel &base = refiner->GetLevel(0), &next = refiner->GetLevel(1);
     const Far::PrimvarRefiner refine(*refiner);
-    source.resize(points.globalOf.size());
-    for (std::size_t i = 0; i < source.size(); ++i) source[i] = positions[at(points.globalOf[i])];
-    refined.resize(at(next.GetNumVertices()));
-    refine.Interpolate(1, source, refined);
+    for (PointData& data : perPoint) {
+      data.source.resize(points.globalOf.size());
+      for (std::size_t i = 0; i < data.source.size(); ++i) data.source[i] = data.values[at(points.globalOf[i])];
+      data.part.resize(at(next.GetNumVertices()));
+      data.interpolate(refine, 1, data.source, data.part);
+    }
     for (auto& data : carried)
       data->refinePart(refine, values[data->channel].globalOf, next.GetNumFVarValues(static_cast<int>(data->channel)));
 
@@ -611,8 +647,9 @@ bool refineParts(Sdc::SchemeType scheme, const Sdc::Options& options, const Leve
         for (int k = 0; k < child.size(); ++k) {
           const int p = newOf[at(child[k])];
           outIndices[written + at(k)] = p;
-          outPoints[at(p)] = refined[at(child[k])].value;
+          for (PointData& data : perPoint) data.out[at(p)] = data.part[at(child[k])].value;
         }
+        if (outSources) outSources[written / size] = level.sources[at(*own)];
         for (auto& data : carried) {
           const Far::ConstIndexArray numbers = next.GetFaceFVarValues(children[i], static_cast<int>(data->channel));
           for (int k = 0; k < numbers.size(); ++k) data->write(written + at(k), numbers[k]);
@@ -629,16 +666,17 @@ bool refineParts(Sdc::SchemeType scheme, const Sdc::Options& options, const Leve
   if (dropped) {
     output.indices.resize(written);
     output.counts.resize(written / size);
-    std::vector<int> pointOf(pointCount, -1);
-    for (const int p : std::as_const(output.indices)) pointOf[at(p)] = 0;
+    if (outSources) output.sourceFaces.resize(written / size);
+    output.kept.assign(pointCount, -1);
+    for (const int p : std::as_const(output.indices)) output.kept[at(p)] = 0;
     int kept = 0;
     for (std::size_t p = 0; p < pointCount; ++p)
-      if (pointOf[p] == 0) {
-        outPoints[at(kept)] = outPoints[p];
-        pointOf[p] = kept++;
+      if (output.kept[p] == 0) {
+        for (PointData& data : perPoint) data.out[at(kept)] = data.out[p];
+        output.kept[p] = kept++;
       }
-    output.points.resize(at(kept));
-    for (int& p : output.indices) p = pointOf[at(p)];
+    for (PointData& data : perPoint) data.result.resize(at(kept));
+    for (int& p : output.indices) p = output.kept[at(p)];
   }
   return true;
 }
@@ -672,10 +710,12 @@ bool subdivideUniform(const ArgSet& args, std::size_t faces, std::size_t faceVer
   if (context.vertsPerFace->size() < faces || context.faceVertPointIndices->size() < faceVerts ||
       context.points->size() < points)
     return false;
-  const auto fits = [faceVerts](const auto& arrays) {
-    return std::all_of(arrays.begin(), arrays.end(), [&](const auto* a) { return a && a->size() >= faceVerts; });
+  const auto fits = [](const auto& arrays, std::size_t count) {
+    return std::all_of(arrays.begin(), arrays.end(), [count](const auto* a) { return a && a->size() >= count; });
   };
-  if (!fits(context.floats) || !fits(context.vec2s) || !fits(context.vec3s)) return false;
+  if (!fits(context.floats, faceVerts) || !fits(context.vec2s, faceVerts) || !fits(context.vec3s, faceVerts) ||
+      !fits(context.pointVec3s, points) || !fits(context.linearPointVec3s, points))
+    return false;
   if (toLevel <= fromLevel) return true;
   const std::int64_t levels = static_cast<std::int64_t>(toLevel) - fromLevel;
 
@@ -694,8 +734,13 @@ bool subdivideUniform(const ArgSet& args, std::size_t faces, std::size_t faceVer
   if (!takeFaces(std::as_const(*context.vertsPerFace), std::as_const(*context.faceVertPointIndices), faces, faceVerts, points,
                  input, faceOf))
     return false;
-  takePoints(std::as_const(*context.points), points, input, pointOf);
+  takePoints(context, points, input, pointOf);
   Level& level = input.level;
+  if (context.sourceFaces) {
+    level.sources.resize(level.counts.size());
+    for (std::size_t face = 0; face < faces; ++face)
+      if (faceOf[face] >= 0) level.sources[at(faceOf[face])] = static_cast<int>(face);
+  }
   takeCreases(args, pointOf, level);
   takeCornersAndHoles(args, pointOf, faceOf, level);
 
@@ -722,18 +767,29 @@ bool subdivideUniform(const ArgSet& args, std::size_t faces, std::size_t faceVer
   // then known, and a second time would take the next row of faces.
   Sdc::Options options = optionsOf(args);
   if (levels > 1) {
-    if (!refineWhole(static_cast<int>(levels) - 1, scheme, options, level, input.positions, carried)) return false;
+    if (!refineWhole(static_cast<int>(levels) - 1, scheme, options, level, input.perPoint, carried)) return false;
     if (options.GetVtxBoundaryInterpolation() == Sdc::Options::VTX_BOUNDARY_NONE)
       options.SetVtxBoundaryInterpolation(Sdc::Options::VTX_BOUNDARY_EDGE_ONLY);
   }
   Output output;
-  if (!refineParts(scheme, options, level, input.positions, carried, output)) return false;
+  if (!refineParts(scheme, options, level, input.perPoint, carried, output)) return false;
+
+  // The points of the mesh come first, and stay in their order.
+  Array<int> places;
+  if (context.placesOfPoints) {
+    places.assign(pointOf.begin(), pointOf.end());
+    if (!output.kept.empty())
+      for (int& p : places)
+        if (p >= 0) p = output.kept[at(p)];
+  }
 
   // Nothing fails from here on.
   for (auto& data : carried) data->commit();
   *context.vertsPerFace = std::move(output.counts);
   *context.faceVertPointIndices = std::move(output.indices);
-  *context.points = std::move(output.points);
+  for (PointData& data : input.perPoint) *data.target = std::move(data.result);
+  if (context.sourceFaces) *context.sourceFaces = std::move(output.sourceFaces);
+  if (context.placesOfPoints) *context.placesOfPoints = std::move(places);
   return true;
 }
 

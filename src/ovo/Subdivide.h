@@ -49,6 +49,12 @@ struct MeshTessellateContext {
   std::vector<Array<float>*> floats;
   std::vector<Array<tarn::Vec2<float>>*> vec2s;
   std::vector<Array<tarn::Vec3<float>>*> vec3s;
+  /// Data per point to carry along: refined as the points are (`vertex`), or linearly within faces (`varying`). None null, each as
+  /// long as there are points.
+  std::vector<Array<tarn::Vec3<float>>*> pointVec3s, linearPointVec3s;
+  /// Set to the face that each refined face comes from, and to the place among the refined points of each of the given ones,
+  /// -1 for those that do not come out. Null where nobody asks.
+  Array<int>*sourceFaces = nullptr, *placesOfPoints = nullptr;
 };
 
 /// Refines a mesh `toLevel - fromLevel` times.

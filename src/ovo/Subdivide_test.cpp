@@ -418,6 +418,80 @@ TEST(SubdivideUniform, LevelsCountFromTheLevelTheMeshIsAt) {
   EXPECT_EQ(a.points, b.points);
 }
 
+TEST(SubdivideUniform, DataPerPointIsRefinedAsThePointsOrLinearly) {
+  // Beside the points themselves: what is refined as they are stays what they are, what is linear is what a bilinear mesh has.
+  for (const auto& m : sampleMeshes()) {
+    if (!plain(m)) continue;
+    SCOPED_TRACE(m.name);
+    Mesh smooth(m), flat(m);
+    ovo::Array<Vec3<float>> asPoints = m.points, linear = m.points;
+    ovo::MeshTessellateContext context;
+    context.vertsPerFace = &smooth.counts;
+    context.faceVertPointIndices = &smooth.indices;
+    context.points = &smooth.points;
+    context.pointVec3s.push_back(&asPoints);
+    context.linearPointVec3s.push_back(&linear);
+    ASSERT_TRUE(ovo::subdivideUniform(scheme("catmullClark"), m.counts.size(), m.indices.size(), m.points.size(), 0, 3, context));
+    ASSERT_TRUE(flat.refine(scheme("bilinear"), 3));
+    EXPECT_EQ(asPoints, smooth.points);
+    ASSERT_EQ(linear.size(), flat.points.size());
+    for (std::size_t p = 0; p < linear.size(); ++p) expectNear(linear[p], Vec3<double>(flat.points[p]), 2e-6);
+  }
+}
+
+TEST(SubdivideUniform, RefinedFacesAndPointsAreTracedBackToWhatTheyComeFrom) {
+  // A row of a triangle, a face that cannot be used, a hole, a quad and a pentagon. Point 0 is unused, 1 and 2 are the hole's alone.
+  Mesh mesh;
+  mesh.points = {{9, 9, 9}, {2, 1, 0}, {2, 2, 0}, {0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {3, 0, 0}, {3, 1, 0}, {4, 0, 0}, {5, 1, 0}, {4, 2, 0}};
+  mesh.counts = {3, 2, 4, 4, 5};
+  mesh.indices = {3, 4, 5, 0, 0, 5, 4, 1, 2, 4, 6, 7, 1, 6, 8, 9, 10, 7};
+  ovo::ArgSet args = scheme("catmullClark");
+  args.holeIndices = {2};
+  for (int levels = 1; levels <= 3; ++levels) {
+    Mesh refined = mesh;
+    ovo::Array<int> sources, places;
+    ovo::MeshTessellateContext context;
+    context.vertsPerFace = &refined.counts;
+    context.faceVertPointIndices = &refined.indices;
+    context.points = &refined.points;
+    context.sourceFaces = &sources;
+    context.placesOfPoints = &places;
+    ASSERT_TRUE(ovo::subdivideUniform(args, 5, 18, 11, 0, levels, context));
+
+    // In the order of the faces, as many of each as its corners times four to the levels less one.
+    ovo::Array<int> wanted;
+    for (const auto& [face, corners] : {std::pair{0, 3}, {3, 4}, {4, 5}})
+      for (int i = 0; i < corners << (2 * (levels - 1)); ++i) wanted.push_back(face);
+    EXPECT_EQ(sources, wanted);
+    EXPECT_EQ(sources.size(), refined.counts.size());
+
+    // Every point that comes out lies where the child of that corner lies: the first refined face of a corner has it.
+    ASSERT_EQ(places.size(), 11u);
+    int next = 0;
+    for (std::size_t p = 0; p < 11; ++p) {
+      const bool isOut = p != 0 && p != 2;
+      EXPECT_EQ(places[p], isOut ? next++ : -1) << p;
+    }
+    const std::size_t firstQuad = static_cast<std::size_t>(3) << (2 * (levels - 1));
+    EXPECT_EQ(refined.indices[0], places[3]);
+    EXPECT_EQ(refined.indices[firstQuad * 4], places[4]);
+  }
+}
+
+TEST(SubdivideUniform, DataPerPointMustBeAsLongAsThePoints) {
+  Mesh mesh(named("cube"));
+  ovo::Array<Vec3<float>> tooFew(7);
+  for (const bool linear : {false, true}) {
+    ovo::MeshTessellateContext context;
+    context.vertsPerFace = &mesh.counts;
+    context.faceVertPointIndices = &mesh.indices;
+    context.points = &mesh.points;
+    (linear ? context.linearPointVec3s : context.pointVec3s).push_back(&tooFew);
+    EXPECT_FALSE(ovo::subdivideUniform(scheme("catmullClark"), 6, 24, 8, 0, 1, context));
+    EXPECT_EQ(mesh.counts.size(), 6u);
+  }
+}
+
 TEST(SubdivideUniform, PartsFitTogether) {
   // 66 x 300 quads are more than one part; their last step agrees with the whole mesh at once.
   const SampleMesh m = vela_test::sampleTorus(66, 300);

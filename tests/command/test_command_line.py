@@ -191,6 +191,10 @@ class Usage(Case):
                           ["render", self.scene, "-o", out, "--layers", "rgba,heat"], ["render", self.scene, "-o", out, "--layers", ","],
                           ["render", self.scene, "-o", out, "--layers", "forward"], ["render", self.scene, "-o", out, "--engine", "x"],
                           ["render", self.scene, "-o", out, "--purpose", "all"], ["render", self.scene, "-o", out, "--pattern", "x"],
+                          ["render", self.scene, "-o", out, "--subdivide", "-1"], ["render", self.scene, "-o", out, "--subdivide", "12"],
+                          ["render", self.scene, "-o", out, "--subdivide", "fine"],
+                          ["render", self.scene, "-o", out, "--subdivide", "1", "--engine", "hit-detector"],
+                          ["pick", self.scene, "--pixel", "1,1", "--smooth", "--engine", "hit-detector"],
                           ["render", self.scene, "-o", "a.png"], ["render", self.scene, "-o", "a.x", "--png", "a.x"],
                           ["render", self.scene, "-o", out, "--frames", "1"], ["render", self.scene, "extra", "-o", out],
                           ["pick", self.scene], ["pick", self.scene, "--pixel", "1"], ["pick", self.scene, "--pixel", "1,2,3"],
@@ -471,6 +475,58 @@ class Selections(Case):
         # The left half of the box's top: the corners at x = -0.5, which the rectangle reaches and the right ones not.
         shell = self.select("33,20,39,39", "--parts", "vertices")["/World/Box/Shell"]
         self.assertEqual((shell["vertices"]["size"], self.chosen(shell["vertices"])), (8, [4, 6]))
+
+    def test_of_a_refined_mesh_the_scenes_own_faces_and_vertices_are_selected(self):
+        # The box as a subdivision surface: a ball-like body whose corners have moved in from 0.5 to 0.5 * 5/9 on the limit.
+        self.scene.write_text(SCENE.replace('subdivisionScheme = "none"', 'subdivisionScheme = "catmullClark"'))
+        shell = self.select("38,28,41,31", "--parts", "faces", "--subdivide", "3")["/World/Box/Shell"]
+        self.assertEqual((shell["faces"]["size"], self.chosen(shell["faces"])), (6, [1]))
+        shell = self.select("38,28,41,31", "--parts", "faces", "--subdivide", "3", "--through")["/World/Box/Shell"]
+        self.assertEqual(self.chosen(shell["faces"]), [0, 1])
+        # The left half, which shows the top and the rounded left side.
+        shell = self.select("36,26,39,33", "--parts", "vertices", "--subdivide", "3")["/World/Box/Shell"]
+        self.assertEqual((shell["vertices"]["size"], self.chosen(shell["vertices"])), (8, [0, 2, 4, 6]))
+        # Where the cage's corner would be there is nothing any more.
+        self.assertEqual(set(self.select("34,24,35,25", "--subdivide", "3")), {"/World/Floor"})
+        self.assertEqual(set(self.select("34,24,35,25")), {"/World/Floor", "/World/Box/Shell"})
+
+    def test_pick_says_of_a_refined_mesh_what_the_picture_has(self):
+        self.scene.write_text(SCENE.replace('subdivisionScheme = "none"', 'subdivisionScheme = "catmullClark"'))
+        at = ["--camera", "/World/Flat", "--size", "80x60", "--time", "1", "--pixel", "38,28", "--subdivide", "2"]
+        flat = json.loads(self.good("pick", self.scene, *at, "--json").stdout)
+        smooth = json.loads(self.good("pick", self.scene, *at, "--smooth", "--json").stdout)
+        self.assertEqual((flat["prim"], flat["face"], smooth["face"]), ("/World/Box/Shell", 1, 1))
+        self.assertEqual(flat["position"], smooth["position"])
+        self.assertNotEqual(flat["normal"], smooth["normal"])
+        # The pixel lies 0.15 to the left and above the middle of a body that is all but round: its normal leans that way alike.
+        x, y, z = smooth["normal"]
+        self.assertAlmostEqual(x, -y, 4)
+        self.assertLess(x, -0.1)
+        self.assertAlmostEqual(x * x + y * y + z * z, 1, 5)
+
+    def test_a_selected_face_of_a_refined_mesh_is_tinted_whole(self):
+        self.scene.write_text(SCENE.replace('subdivisionScheme = "none"', 'subdivisionScheme = "catmullClark"'))
+        self.select("38,28,41,31", "--parts", "faces", "--subdivide", "3")
+        view = ["--camera", "/World/Flat", "--size", "80x60", "--time", "1", "--samples", "1", "--subdivide", "3"]
+        for name, more in (("plain", []), ("tinted", ["--selection", self.at / "s.sel"])):
+            self.good("render", self.scene, "--png", self.at / f"{name}.png", *view, *more)
+        plain, tinted = (read_png(self.at / f"{name}.png")[2] for name in ("plain", "tinted"))
+        changed = {(x, y) for y in range(60) for x in range(80) if plain[y][3 * x:3 * x + 3] != tinted[y][3 * x:3 * x + 3]}
+        # The top face's patch: about 0.55 wide, its corners at 5/9 of the cage's.
+        self.assertTrue({(x, y) for x in range(38, 42) for y in range(28, 32)} <= changed)
+        self.assertTrue(changed <= {(x, y) for x in range(36, 44) for y in range(26, 34)}, changed)
+
+    def test_what_cannot_be_refined_is_said_and_shown(self):
+        self.scene.write_text(SCENE.replace('subdivisionScheme = "none"', 'subdivisionScheme = "loop"'))
+        done = self.good("pick", self.scene, "--camera", "/World/Flat", "--size", "80x60", "--time", "1", "--pixel", "38,28", "--subdivide", "2")
+        self.assertIn("note: 2 subdivision surfaces are shown unrefined, the first /World/Floor: the scheme loop is for triangles alone", done.stderr)
+        self.assertIn("/World/Box/Shell", done.stdout)
+
+    def test_more_faces_than_memory_holds_are_refused(self):
+        self.scene.write_text(SCENE.replace('subdivisionScheme = "none"', 'subdivisionScheme = "catmullClark"'))
+        line = self.bad(1, "render", self.scene, "-o", self.at / "a.exr", "--subdivide", "11")
+        self.assertIn("too many faces: /World/Box/Shell: level 11 makes", line)
+        self.assertIn("try --subdivide 10", line)
 
     def test_a_selection_is_added_to(self):
         self.select("38,28,41,31", "--parts", "faces")

@@ -51,20 +51,26 @@ constexpr const char* kRenderHelp =
   --exclude PATH         not this prim nor what is below it (may be repeated)
   --purpose LIST         default,render; also proxy, guide
   --invisible            also what the scene hides
+  --subdivide N          refine subdivision surfaces N times, by their scheme, boundaries, creases, corners and holes: 0
+  --smooth               normals mixed between points, in N too; polygon meshes without normals get some
   --engine E             tracer; hit-detector: what applications see that pick with it
   --selection S.sel      tints what the selection has (vela select makes one)
 
 In the EXR: R G B A (light only where surfaces are, colour multiplied by A), Z depth (infinite where nothing is), P.x P.y P.z
-world position, N.x N.y N.z geometric normal, prim.id (0: nothing; else as the attribute "prim/manifest" says), face.id.
+world position, N.x N.y N.z normal (the face's own; with --smooth the one that is shaded with), prim.id (0: nothing; else as the
+attribute "prim/manifest" says), face.id.
 Instances of point instancers are named by prim and number, as /World/Many/Proto[17], outer instancers first; where the prim lies
 elsewhere the instancer is named too: /Lib/Leaf[/World/Many 17].
 Cubes, spheres, cylinders, cones, capsules and planes are meshes of up to 128 sides; their face.id is of that mesh.
+A refined mesh keeps its numbers: face.id is the scene's face that the refined one comes from, here as in vela pick and select.
+Its normals are computed. Without --subdivide such surfaces show as their control meshes; meshes of the scheme none always do.
 Data layers are of the pixel's centre. Small scenes take seconds; Ctrl-C leaves nothing half written.
 
 Examples
   vela render examples/demo/demo.usda -o demo.exr --png demo.png
   vela render examples/demo/demo.usda --png all.png --lens spherical --samples 4
   vela render examples/demo/demo.usda -o data.exr --layers depth,N,prim --size 640x360 --time 24
+  vela render examples/demo/demo.usda -o fine.exr --subdivide 2 --smooth
 )";
 
 constexpr const char* kPickHelp =
@@ -74,10 +80,11 @@ constexpr const char* kPickHelp =
   --ray O...,D...        world origin and direction; the distance is in units of the direction's length
   --json                 as JSON
   --camera PATH, --lens LENS, --size WxH, --time T, --include-type T, --exclude PATH, --purpose LIST, --invisible,
-  --engine E             as for vela render
+  --subdivide N, --smooth, --engine E
+                         as for vela render
 
 Prints the prim's path (of an instance with its number, as vela render names it), its entry (render's prim.id less 1), face,
-distance, world position and geometric normal.
+distance, world position and normal, the last as the layer N has it.
 
 Examples
   vela pick examples/demo/demo.usda --pixel 640,360
@@ -96,9 +103,11 @@ vela select --show S.sel [--json]: says what a selection holds.
   --show S.sel           print a selection instead
   --json                 print it as JSON
   --camera PATH, --lens LENS, --size WxH, --time T, --include-type T, --exclude PATH, --purpose LIST, --invisible,
-  --engine E             as for vela render
+  --subdivide N, --smooth, --engine E
+                         as for vela render
 
-Rays go through the centres of the pixels. What is picked gets the value 1.
+Rays go through the centres of the pixels. What is picked gets the value 1. Of refined meshes the scene's own faces are
+picked, and its own vertices where they have come to lie.
 
 Examples
   vela select examples/demo/demo.usda --rect 500,480,860,660 -o bowl.sel
@@ -224,7 +233,7 @@ double readTime(const std::string& verb, const std::string& text) {
 
 // The options that render and pick share.
 struct SceneTexts {
-  std::string size, time, purposes;
+  std::string size, time, purposes, level;
 
   void declare(Parser& parser, SceneOptions& options) {
     parser.text("--camera", options.camera);
@@ -235,6 +244,8 @@ struct SceneTexts {
     parser.list("--include-type", options.includedTypes);
     parser.list("--exclude", options.excludedPaths);
     parser.flag("--invisible", options.withInvisible);
+    parser.text("--subdivide", level);
+    parser.flag("--smooth", options.smooth);
     parser.text("--engine", options.engine);
   }
 
@@ -253,6 +264,11 @@ struct SceneTexts {
         wrong(verb, "--purpose", "'" + purpose + "' is none of default, render, proxy, guide");
     if (options.engine != "tracer" && options.engine != "hit-detector")
       wrong(verb, "--engine", "'" + options.engine + "' is none of tracer, hit-detector");
+    // A triangle refined that often is as much as a picture may have.
+    constexpr int kDeepest = 11;
+    if (!level.empty()) options.subdivisionLevel = readInteger(verb, "--subdivide", level, 0, kDeepest);
+    if (options.engine == "hit-detector" && (options.subdivisionLevel > 0 || options.smooth))
+      wrong(verb, options.smooth ? "--smooth" : "--subdivide", "does not go with --engine hit-detector, which takes meshes as the scene has them");
   }
 };
 

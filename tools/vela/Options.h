@@ -21,9 +21,13 @@ struct SceneOptions {
   std::vector<std::string> purposes = {"default", "render"};
   std::vector<std::string> includedTypes, excludedPaths;
   bool withInvisible = false;
+  int subdivisionLevel = 0;
+  bool smooth = false;
   std::string engine = "tracer";
 
-  [[nodiscard]] MeshFilter filter() const { return {time, purposes, withInvisible, includedTypes, excludedPaths}; }
+  [[nodiscard]] MeshFilter filter() const {
+    return {time, purposes, withInvisible, includedTypes, excludedPaths, subdivisionLevel};
+  }
   [[nodiscard]] ViewOptions view() const { return {camera, lens, width, height, time}; }
 };
 

@@ -9,6 +9,7 @@
 #include "Json.h"
 #include "Options.h"
 #include "Scene.h"
+#include "Shading.h"
 #include "Text.h"
 #include "View.h"
 
@@ -59,10 +60,17 @@ void pick(const PickOptions& options) {
   if (hit.hit) {
     report.path = nameOf(list, hit.entry);
     report.entry = hit.entry;
-    report.face = hit.face;
+    report.face = list.shapeOf(hit.entry).sceneFace(hit.face);
     report.distance = static_cast<float>(hit.distance);
     report.position = Vec3<float>(Vec3<double>(hit.position) + engine->origin());
     report.normal = list.shapeOf(hit.entry).leftHanded ? -hit.normal : hit.normal;
+    if (scene.smooth) {
+      tarn::Mat4<double> worldFromEngine;
+      worldFromEngine.translate(engine->origin().x, engine->origin().y, engine->origin().z);
+      const tarn::Mat4<double> objectFromEngine = list.entries[hit.entry].worldFromObject.inverse() * worldFromEngine;
+      report.normal = normalAt(Surface(list.shapeOf(hit.entry), scene.time, true), objectFromEngine,
+                               Vec3<float>(objectFromEngine.transformPoint(Vec3<double>(hit.position))), hit);
+    }
   }
 
   if (options.json) {

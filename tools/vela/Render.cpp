@@ -49,6 +49,7 @@ struct Job {
   const Engine& engine;
   const MeshList& list;
   const Shader* shader;  ///< null when no layer needs light or colour
+  const Shader* smooth;  ///< null when normals are the faces' own
   int grid, ambientGrid, frame;
   Picture& picture;
   std::vector<float>& flat;  ///< colour over the backdrop, for the PNG; empty when none is wanted
@@ -137,6 +138,11 @@ class TileRenderer {
   void writeData(int x, int y, const Ray<float>& ray, const SurfaceHit& hit) {
     const std::size_t p = pixel(x, y);
     const Vec3<double> world = Vec3<double>(hit.position) + job_.engine.origin();
+    Vec3<float> normal;
+    if (hit.hit) {
+      normal = job_.list.shapeOf(hit.entry).leftHanded ? -hit.normal : hit.normal;
+      if (job_.smooth) normal = job_.smooth->normal(hit);
+    }
     for (std::size_t c = 0; c < job_.layers.channels.size(); ++c) {
       const LayerChannel& channel = job_.layers.channels[c];
       Plane& plane = job_.picture.planes[c];
@@ -147,11 +153,11 @@ class TileRenderer {
               hit.hit ? depthOf(job_.view, ray.direction, hit.distance) : std::numeric_limits<float>::infinity();
           break;
         case Quantity::position: plane.floats[p] = hit.hit ? static_cast<float>(world[k]) : 0.0f; break;
-        case Quantity::normal:
-          plane.floats[p] = !hit.hit ? 0.0f : job_.list.shapeOf(hit.entry).leftHanded ? -hit.normal[k] : hit.normal[k];
-          break;
+        case Quantity::normal: plane.floats[p] = normal[k]; break;
         case Quantity::prim: plane.integers[p] = hit.hit ? hit.entry + 1 : 0; break;
-        case Quantity::face: plane.integers[p] = hit.hit ? static_cast<std::uint32_t>(hit.face) : 0; break;
+        case Quantity::face:
+          plane.integers[p] = hit.hit ? static_cast<std::uint32_t>(job_.list.shapeOf(hit.entry).sceneFace(hit.face)) : 0;
+          break;
         case Quantity::colour:
         case Quantity::alpha:
         case Quantity::albedo: break;
@@ -261,17 +267,18 @@ void render(const RenderOptions& options) {
   const bool needsColour = png || layers.has(Quantity::colour) || layers.has(Quantity::alpha) || layers.has(Quantity::albedo);
   const int grid = std::max(1, static_cast<int>(std::lround(std::sqrt(options.samples))));
   const int ambientGrid = std::max(1, static_cast<int>(std::lround(6.0 / grid)));
+  const bool needsNormals = options.scene.smooth && layers.has(Quantity::normal);
   std::optional<Shader> shader;
-  if (needsColour)
+  if (needsColour || needsNormals)
     shader.emplace(list, options.scene.time, view, engine->origin(), bounds.isEmpty() ? 1.0 : 0.5 * bounds.size().length(),
-                   ambientGrid);
+                   ambientGrid, options.scene.smooth);
   if (shader && selection) shader->tint(*selection, stage, list);
 
   // Tile by tile.
   Picture picture = makePicture(layers, view, list);
   std::vector<float> flat(png ? picture.pixelCount() * 3 : 0);
   std::atomic<std::uint64_t> rays{0};
-  const Job job{options, layers, view,    *engine, list, shader ? &*shader : nullptr, grid,
+  const Job job{options, layers, view,    *engine, list, needsColour ? &*shader : nullptr, needsNormals ? &*shader : nullptr, grid,
                 ambientGrid, frameOf(options.scene.time), picture, flat, rays};
   std::vector<std::unique_ptr<TileRenderer>> renderers(static_cast<std::size_t>(threadCount(options.threads)));
   forEachTile("render", view.width, view.height, options.threads, rays, [&](const Tile& tile, int thread) {

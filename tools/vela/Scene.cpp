@@ -12,6 +12,7 @@
 #include "Failure.h"
 #include "Instances.h"
 #include "Interrupt.h"
+#include "Refine.h"
 #include "ovo/Tokens.h"
 #include "vela/log/Log.h"
 
@@ -84,7 +85,7 @@ std::optional<std::uint32_t> ShapeReader::find(const ovo::Prim& prim) {
     list_.shapes.push_back(readShape(mesh, filter_.time));
   } else if (MadeMesh made; shapePrims_.make(prim, filter_.time, made)) {
     shape = static_cast<std::uint32_t>(list_.shapes.size());
-    list_.shapes.push_back({mesh, made.points, made.counts, made.indices, made.normals, false});
+    list_.shapes.push_back({mesh, made.points, made.counts, made.indices, made.normals});
   } else if (hasShapeButNoFaces(prim.getTypeName().asString())) {
     ++list_.notShown[prim.getTypeName().asString()];
   }
@@ -123,6 +124,7 @@ MeshList listMeshes(const ovo::Stage& stage, const MeshFilter& filter) {
         list.entries.push_back({ovo::MeshPrim(prim), xforms.getLocalToWorld(prim), *shape, kNoInstance});
     push(prim);
   }
+  refineShapes(list, filter.time, filter.subdivisionLevel);
   return list;
 }
 
@@ -142,6 +144,9 @@ void reportNotShown(const char* verb, const MeshList& list) {
   if (list.badInstances > 0)
     std::fprintf(stderr, "vela %s: note: %zu instance%s no prototype or no position and %s left out\n", verb, list.badInstances,
                  list.badInstances == 1 ? " has" : "s have", list.badInstances == 1 ? "is" : "are");
+  if (!list.notRefined.empty())
+    std::fprintf(stderr, "vela %s: note: %zu subdivision surface%s shown unrefined%s %s\n", verb, list.notRefined.size(),
+                 list.notRefined.size() == 1 ? " is" : "s are", list.notRefined.size() == 1 ? ":" : ", the first", list.notRefined[0].c_str());
   if (list.notShown.empty()) return;
   std::size_t total = 0;
   std::string types;
@@ -221,16 +226,24 @@ Extent extentOf(const MeshList& list) {
 
 // ----- surfaces
 
-Surface::Surface(const Shape& shape, double time)
-    : points_(shape.points), counts_(shape.counts), indices_(shape.indices), leftHanded_(shape.leftHanded) {
+Surface::Surface(const Shape& shape, double time, bool smooth)
+    : shape_(shape), time_(time) {
   const ovo::Tokens& names = ovo::tokens();
 
   // A face of a negative count takes no room: the tracer never reports it, and later faces keep their places.
-  starts_.reserve(counts_.size());
+  starts_.reserve(shape_.counts.size());
   std::size_t start = 0;
-  for (const int count : static_cast<const ovo::Array<int>&>(counts_)) {
+  for (const int count : static_cast<const ovo::Array<int>&>(shape_.counts)) {
     starts_.push_back(start);
     if (count > 0) start += static_cast<std::size_t>(count);
+  }
+
+  // A refined mesh has colours of its own, and none of the normals that the scene has for the unrefined one.
+  if (shape.refinement) {
+    colours_.values = shape.refinement->colours;
+    colours_.spread = spreadOf(shape.refinement->colourInterpolation, colours_.values.size());
+    smoothNormals();
+    return;
   }
 
   const ovo::Primvar colour = shape.prim.findInheritedPrimvar(names.displayColor);
@@ -248,12 +261,12 @@ Surface::Surface(const Shape& shape, double time)
   ovo::Token interpolation;
   if (shape.prim.getNormals(normals_.values, interpolation, time))
     normals_.spread = spreadOf(interpolation, normals_.values.size());
-  if (normals_.spread == Spread::none && shape.prim.getSubdivisionScheme() != names.none) smoothNormals();
+  if (normals_.spread == Spread::none && (smooth || shape.prim.getSubdivisionScheme() != names.none)) smoothNormals();
 }
 
 std::size_t Surface::triangleCount() const {
   std::size_t triangles = 0;
-  for (const int count : static_cast<const ovo::Array<int>&>(counts_))
+  for (const int count : static_cast<const ovo::Array<int>&>(shape_.counts))
     if (count > 2) triangles += static_cast<std::size_t>(count) - 2;
   return triangles;
 }
@@ -263,10 +276,10 @@ Surface::Spread Surface::spreadOf(const ovo::Token& interpolation, std::size_t c
   const ovo::Tokens& names = ovo::tokens();
   if (count == 0) return Spread::none;
   if (interpolation == names.constant) return Spread::constant;
-  if (interpolation == names.uniform) return count >= counts_.size() ? Spread::face : Spread::none;
+  if (interpolation == names.uniform) return count >= shape_.counts.size() ? Spread::face : Spread::none;
   if (interpolation == names.vertex || interpolation == names.varying)
-    return count >= points_.size() ? Spread::point : Spread::none;
-  if (interpolation == names.faceVarying) return count >= indices_.size() ? Spread::corner : Spread::none;
+    return count >= shape_.points.size() ? Spread::point : Spread::none;
+  if (interpolation == names.faceVarying) return count >= shape_.indices.size() ? Spread::corner : Spread::none;
   return Spread::none;
 }
 
@@ -276,8 +289,8 @@ Vec3<float> Surface::at(const Values& values, int face, const Vec3<float>& objec
   if (values.spread == Spread::constant) return data[0];
   if (values.spread == Spread::face) return data[f];
 
-  const std::size_t start = starts_[f], count = static_cast<std::size_t>(counts_[f]);
-  const int* corners = indices_.cdata() + start;
+  const std::size_t start = starts_[f], count = static_cast<std::size_t>(shape_.counts[f]);
+  const int* corners = shape_.indices.cdata() + start;
   const auto value = [&](std::size_t i) {
     return values.spread == Spread::point ? data[static_cast<std::size_t>(corners[i])] : data[start + i];
   };
@@ -297,7 +310,7 @@ Vec3<float> Surface::at(const Values& values, int face, const Vec3<float>& objec
   const Vec3<double> p(objectPoint);
   double size = 0.0;
   for (std::size_t i = 0; i < count; ++i) {
-    seen[i].direction = Vec3<double>(points_[static_cast<std::size_t>(corners[i])]) - p;
+    seen[i].direction = Vec3<double>(shape_.points[static_cast<std::size_t>(corners[i])]) - p;
     seen[i].length = seen[i].direction.length();
     size = std::max(size, seen[i].length);
   }
@@ -350,15 +363,17 @@ void Surface::setSelection(bool whole, const std::vector<float>& faces, const st
   isSelected_ = whole;
   selectedFaces_ = faces;
   if (points.empty()) return;
-  selectedPoints_.values.assign(points_.size(), Vec3<float>());
+  const std::size_t count = shape_.refinement ? shape_.refinement->points.size() : shape_.points.size();
+  selectedPoints_.values.assign(count, Vec3<float>());
   Vec3<float>* out = selectedPoints_.values.data();
-  for (std::size_t i = 0; i < std::min(points.size(), points_.size()); ++i) out[i] = Vec3<float>(std::clamp(points[i], 0.0f, 1.0f));
+  for (std::size_t i = 0; i < std::min(points.size(), count); ++i) out[i] = Vec3<float>(std::clamp(points[i], 0.0f, 1.0f));
+  if (shape_.refinement) selectedPoints_.values = spreadOverRefinedPoints(shape_, time_, selectedPoints_.values);
   selectedPoints_.spread = Spread::point;
 }
 
 float Surface::selection(int face, const Vec3<float>& objectPoint) const {
   if (isSelected_) return 1.0f;
-  const auto f = static_cast<std::size_t>(face);
+  const auto f = static_cast<std::size_t>(shape_.sceneFace(face));
   const float ofFace = f < selectedFaces_.size() ? std::clamp(selectedFaces_[f], 0.0f, 1.0f) : 0.0f;
   const float ofPoints = selectedPoints_.spread == Spread::none ? 0.0f : at(selectedPoints_, face, objectPoint).x;
   return std::max(ofFace, ofPoints);
@@ -366,12 +381,12 @@ float Surface::selection(int face, const Vec3<float>& objectPoint) const {
 
 // Sums of the faces' normals, weighted by area (Newell's sum), at each point.
 void Surface::smoothNormals() {
-  const ovo::Array<Vec3<float>>& points = points_;
+  const ovo::Array<Vec3<float>>& points = shape_.points;
   std::vector<Vec3<double>> sums(points.size());
-  for (std::size_t f = 0; f < counts_.size(); ++f) {
-    const int count = static_cast<const ovo::Array<int>&>(counts_)[f];
-    if (count < 3 || starts_[f] + static_cast<std::size_t>(count) > indices_.size()) continue;
-    const int* corners = indices_.cdata() + starts_[f];
+  for (std::size_t f = 0; f < shape_.counts.size(); ++f) {
+    const int count = static_cast<const ovo::Array<int>&>(shape_.counts)[f];
+    if (count < 3 || starts_[f] + static_cast<std::size_t>(count) > shape_.indices.size()) continue;
+    const int* corners = shape_.indices.cdata() + starts_[f];
     const auto isUsable = [&](int i) { return i >= 0 && static_cast<std::size_t>(i) < points.size(); };
     if (!std::all_of(corners, corners + count, isUsable)) continue;
 
@@ -380,7 +395,7 @@ void Surface::smoothNormals() {
     for (int i = 1; i + 1 < count; ++i)
       area += cross(Vec3<double>(points[static_cast<std::size_t>(corners[i])]) - base,
                     Vec3<double>(points[static_cast<std::size_t>(corners[i + 1])]) - base);
-    if (leftHanded_) area = -area;
+    if (shape_.leftHanded) area = -area;
     for (int i = 0; i < count; ++i) sums[static_cast<std::size_t>(corners[i])] += area;
   }
   normals_.values.resize(sums.size());

@@ -27,6 +27,18 @@ struct MeshFilter {
   bool withInvisible = false;
   std::vector<std::string> includedTypes;  ///< empty: every type
   std::vector<std::string> excludedPaths;  ///< these prims and all below them stay out
+  int subdivisionLevel = 0;                ///< how often to refine subdivision surfaces
+};
+
+/// What a refined shape was before, and what goes with it now.
+struct Refinement {
+  int level = 0;
+  ovo::Array<tarn::Vec3<float>> points;
+  ovo::Array<int> counts, indices;
+  ovo::Array<int> sourceFaces;     ///< the face that each refined one comes from
+  ovo::Array<int> placesOfPoints;  ///< of the points above among the refined ones; -1: it does not come out
+  ovo::Array<tarn::Vec3<float>> colours;
+  ovo::Token colourInterpolation;  ///< of the refined mesh; empty without colours
 };
 
 /// A mesh as it is at the filter's time, or one that is made for a shape prim. Many entries may show the same.
@@ -36,6 +48,12 @@ struct Shape {
   ovo::Array<int> counts, indices;
   ovo::Array<tarn::Vec3<float>> normals;  ///< of a made mesh, one a face-vertex; empty where the prim says what they are
   bool leftHanded = false;
+  std::shared_ptr<const Refinement> refinement = nullptr;  ///< null: the mesh as the scene has it
+
+  /// The scene's number of a face: that of the face which a refined one comes from.
+  [[nodiscard]] int sceneFace(int face) const {
+    return refinement ? refinement->sourceFaces.cdata()[static_cast<std::size_t>(face)] : face;
+  }
 };
 
 constexpr std::uint32_t kNoInstance = 0xffffffffu;
@@ -64,6 +82,7 @@ struct MeshList {
   std::vector<ovo::Prim> instancers;
   std::map<std::string, std::size_t> notShown;  ///< prims that have a shape but no faces to trace, by type name
   std::size_t badInstances = 0;                 ///< instances of no prototype, or without a position
+  std::vector<std::string> notRefined;          ///< subdivision surfaces that could not be refined: `path: why`
 
   [[nodiscard]] const Shape& shapeOf(std::size_t entry) const { return shapes[entries[entry].shape]; }
 };
@@ -79,7 +98,7 @@ struct MeshList {
 
 /// The meshes that a picture at the filter's time shows: active, defined, visible and of the right purpose. What lies below a
 /// point instancer stands where the instancer puts it, and nowhere else.
-/// \throws Failure when there are more instances than memory is likely to hold
+/// \throws Failure when there are more instances, or faces to refine, than memory is likely to hold
 [[nodiscard]] MeshList listMeshes(const ovo::Stage& stage, const MeshFilter& filter);
 
 /// Says on standard error, in one line, what cannot be shown; nothing when there is nothing to say.
@@ -106,7 +125,8 @@ struct Extent {
 /// barycentric ones in a triangle, leave no seam along a quad's diagonal and hold for any polygon.
 class Surface {
  public:
-  Surface(const Shape& shape, double time);
+  /// \param smooth makes normals for polygon meshes that have none, too
+  Surface(const Shape& shape, double time, bool smooth = false);
 
   /// displayColor at a point of the face; a neutral grey where the scene has none.
   [[nodiscard]] tarn::Vec3<float> colour(int face, const tarn::Vec3<float>& objectPoint) const;
@@ -118,13 +138,13 @@ class Surface {
   /// That normal, in object space, pointing out, of any length; only where hasOwnNormals().
   [[nodiscard]] tarn::Vec3<float> normal(int face, const tarn::Vec3<float>& objectPoint) const;
 
-  /// What is selected of the mesh: all of it, or a value from 0 to 1 for each face or each point; short lists end in zeros.
+  /// What is selected of the scene's mesh: all of it, or a value from 0 to 1 for each face or each point; short lists end in zeros.
   void setSelection(bool whole, const std::vector<float>& faces, const std::vector<float>& points);
   /// How much of a selection there is at a point of the face, 0 to 1.
   [[nodiscard]] float selection(int face, const tarn::Vec3<float>& objectPoint) const;
 
-  [[nodiscard]] bool isLeftHanded() const noexcept { return leftHanded_; }
-  [[nodiscard]] std::size_t faceCount() const noexcept { return counts_.size(); }
+  [[nodiscard]] bool isLeftHanded() const noexcept { return shape_.leftHanded; }
+  [[nodiscard]] std::size_t faceCount() const noexcept { return shape_.counts.size(); }
   /// Faces of the mesh that are triangles, when cut: n - 2 for each face of n corners.
   [[nodiscard]] std::size_t triangleCount() const;
 
@@ -139,13 +159,12 @@ class Surface {
   [[nodiscard]] tarn::Vec3<float> at(const Values& values, int face, const tarn::Vec3<float>& objectPoint) const;
   void smoothNormals();
 
-  ovo::Array<tarn::Vec3<float>> points_;
-  ovo::Array<int> counts_, indices_;
+  Shape shape_;
+  double time_;
   std::vector<std::size_t> starts_;  ///< where each face begins in indices_
   Values colours_, normals_, selectedPoints_;
   std::vector<float> selectedFaces_;
   bool isSelected_ = false;
-  bool leftHanded_ = false;
 };
 
 }  // namespace command

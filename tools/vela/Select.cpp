@@ -59,15 +59,15 @@ std::vector<Ray<float>> raysOf(const SelectOptions& options, const View& view, c
 }
 
 // What shows: the nearest hit of each ray.
-void castAtFront(const Engine& engine, const std::vector<Ray<float>>& rays, FacesMet& met) {
+void castAtFront(const Engine& engine, const MeshList& list, const std::vector<Ray<float>>& rays, FacesMet& met) {
   std::vector<SurfaceHit> hits(rays.size());
   engine.intersect(rays.data(), rays.size(), hits.data());
   for (const SurfaceHit& hit : hits)
-    if (hit.hit) met.add(hit.entry, hit.face);
+    if (hit.hit) met.add(hit.entry, list.shapeOf(hit.entry).sceneFace(hit.face));
 }
 
 // All of one mesh that the rays meet: each goes on behind what it met. Mesh by mesh, since a surface may lie exactly upon another's.
-void castThrough(const Engine& engine, std::size_t entry, std::vector<Ray<float>> rays, FacesMet& met) {
+void castThrough(const Engine& engine, const Shape& shape, std::size_t entry, std::vector<Ray<float>> rays, FacesMet& met) {
   std::vector<SurfaceHit> hits;
   while (!rays.empty()) {
     throwIfInterrupted();
@@ -76,7 +76,7 @@ void castThrough(const Engine& engine, std::size_t entry, std::vector<Ray<float>
     std::size_t kept = 0;
     for (std::size_t i = 0; i < rays.size(); ++i) {
       if (!hits[i].hit) continue;
-      met.add(entry, hits[i].face);
+      met.add(entry, shape.sceneFace(hits[i].face));
       // The next float past this hit, and past where the ray began: every round gets further.
       const float beyond = std::nextafter(std::max(static_cast<float>(hits[i].distance), rays[i].minDistance),
                                           std::numeric_limits<float>::infinity());
@@ -142,15 +142,17 @@ void choose(WeightedPartSelection& part, std::size_t size, std::size_t index) {
 void addFaces(GeoSelection& selection, const Shape& shape, const std::vector<bool>& faces) {
   WeightedPartSelection& part = selection.getWritablePartSelection(shape.prim.getPath(), vela::Selection::faces);
   for (std::size_t f = 0; f < faces.size(); ++f)
-    if (faces[f]) choose(part, shape.counts.size(), f);
+    if (faces[f]) choose(part, shape.refinement ? shape.refinement->counts.size() : shape.counts.size(), f);
 }
 
 // Of the faces met, the points that show within the rectangle.
 bool addVertices(GeoSelection& selection, const MeshEntry& entry, const Shape& shape, const std::vector<bool>& faces,
                  const SelectOptions& options, const PixelFinder& finder) {
-  const ovo::Array<Vec3<float>>& points = shape.points;
-  const ovo::Array<int>&counts = shape.counts, &indices = shape.indices;
-  const Vec3<float>* data = points.cdata();
+  // The scene's own faces and points; those of a refined mesh lie where refinement has put them.
+  const Refinement* from = shape.refinement.get();
+  const ovo::Array<int>&counts = from ? from->counts : shape.counts, &indices = from ? from->indices : shape.indices;
+  const std::size_t pointCount = from ? from->points.size() : shape.points.size();
+  const Vec3<float>* data = shape.points.cdata();
   std::vector<std::size_t> chosen;
   std::size_t start = 0;
   for (std::size_t f = 0; f < counts.size(); ++f) {
@@ -160,7 +162,8 @@ bool addVertices(GeoSelection& selection, const MeshEntry& entry, const Shape& s
       for (std::size_t c = start; c < start + corners; ++c) {
         const auto point = static_cast<std::size_t>(indices.cdata()[c]);  // a face that was hit has usable indices
         Vec2<double> pixel;
-        if (!finder.find(entry.worldFromObject.transformPoint(Vec3<double>(data[point])), pixel)) continue;
+        const int place = from ? from->placesOfPoints.cdata()[point] : static_cast<int>(point);
+        if (place < 0 || !finder.find(entry.worldFromObject.transformPoint(Vec3<double>(data[place])), pixel)) continue;
         if (pixel.x >= options.rect[0] && pixel.x < options.rect[2] + 1 && pixel.y >= options.rect[1] && pixel.y < options.rect[3] + 1)
           chosen.push_back(point);
       }
@@ -168,7 +171,7 @@ bool addVertices(GeoSelection& selection, const MeshEntry& entry, const Shape& s
   }
   if (chosen.empty()) return false;
   WeightedPartSelection& part = selection.getWritablePartSelection(entry.prim.getPath(), vela::Selection::vertices);
-  for (const std::size_t point : chosen) choose(part, points.size(), point);
+  for (const std::size_t point : chosen) choose(part, pointCount, point);
   return true;
 }
 
@@ -248,7 +251,7 @@ void select(const SelectOptions& options) {
   FacesMet met(list);
   if (!options.through) {
     const std::unique_ptr<Engine> engine = makeEngine(scene.engine, list, scene.time, middle);
-    castAtFront(*engine, raysOf(options, view, engine->origin()), met);
+    castAtFront(*engine, list, raysOf(options, view, engine->origin()), met);
   } else {
     for (std::size_t i = 0; i < list.entries.size(); ++i) {
       MeshList alone;
@@ -256,7 +259,7 @@ void select(const SelectOptions& options) {
       alone.entries.push_back(list.entries[i]);
       alone.entries[0].shape = 0;
       const std::unique_ptr<Engine> engine = makeEngine(scene.engine, alone, scene.time, middle);
-      castThrough(*engine, i, raysOf(options, view, engine->origin()), met);
+      castThrough(*engine, list.shapeOf(i), i, raysOf(options, view, engine->origin()), met);
     }
   }
   const PixelFinder finder(view);

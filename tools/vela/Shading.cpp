@@ -47,6 +47,15 @@ Vec3<float> backdrop(float height) {
   return mix(Vec3<float>(0.30f, 0.29f, 0.28f), Vec3<float>(0.62f, 0.68f, 0.74f), t * t * (3.0f - 2.0f * t));
 }
 
+Vec3<float> normalAt(const Surface& surface, const tarn::Mat4<double>& objectFromEngine, const Vec3<float>& objectPoint,
+                     const SurfaceHit& hit) {
+  const Vec3<float> geometric = surface.isLeftHanded() ? -hit.normal : hit.normal;
+  if (!surface.hasOwnNormals()) return geometric;
+  const Vec3<double> own(surface.normal(hit.face, objectPoint));
+  const Vec3<float> world(transposedVector(objectFromEngine, own).normalized());
+  return dot(world, geometric) > 0.05f ? world : geometric;
+}
+
 // ----- samples
 
 void PixelSamples::start(int x, int y, int frame, bool jittered) {
@@ -70,12 +79,12 @@ void PixelSamples::drawLights() {
 // ----- light
 
 Shader::Shader(const MeshList& list, double time, const View& view, const Vec3<double>& engineOrigin, double radius,
-               int ambientGrid)
+               int ambientGrid, bool smooth)
     : up_(view.up), reach_(static_cast<float>(0.5 * radius)), ambient_(ambientGrid * ambientGrid) {
   tarn::Mat4<double> worldFromEngine;
   worldFromEngine.translate(engineOrigin.x, engineOrigin.y, engineOrigin.z);
   surfaces_.reserve(list.shapes.size());
-  for (const Shape& shape : list.shapes) surfaces_.emplace_back(shape, time);
+  for (const Shape& shape : list.shapes) surfaces_.emplace_back(shape, time, smooth);
   placed_.reserve(list.entries.size());
   for (const MeshEntry& entry : list.entries) {
     const Surface& surface = surfaces_[entry.shape];
@@ -131,6 +140,12 @@ Vec3<float> Shader::colour(const SurfaceHit& hit) const {
   return colour(placed, hit.face, Vec3<float>(placed.objectFromEngine.transformPoint(Vec3<double>(hit.position))));
 }
 
+Vec3<float> Shader::normal(const SurfaceHit& hit) const {
+  const Placed& placed = placed_[hit.entry];
+  return normalAt(*placed.surface, placed.objectFromEngine,
+                  Vec3<float>(placed.objectFromEngine.transformPoint(Vec3<double>(hit.position))), hit);
+}
+
 Vec3<float> Shader::light(const Ray<float>& ray, const SurfaceHit& hit, const PixelSamples& samples, std::size_t sample,
                           std::size_t target, Batch& batch) const {
   const Placed& placed = placed_[hit.entry];
@@ -144,14 +159,8 @@ Vec3<float> Shader::light(const Ray<float>& ray, const SurfaceHit& hit, const Pi
   const Vec3<float> outward = placed.surface->isLeftHanded() ? -hit.normal : hit.normal;
   const bool seenFromBehind = dot(outward, toViewer) < 0.0f;
   const Vec3<float> geometric = seenFromBehind ? -outward : outward;
-  Vec3<float> shading = geometric;
-  if (placed.surface->hasOwnNormals()) {
-    const Vec3<double> normal(placed.surface->normal(hit.face, objectPoint));
-    const Vec3<float> world(transposedVector(placed.objectFromEngine, normal).normalized());
-    shading = seenFromBehind ? -world : world;
-    // A normal that is NaN, missing or on the far side of its face is none.
-    if (!(dot(shading, geometric) > 0.05f)) shading = geometric;
-  }
+  const Vec3<float> smooth = normalAt(*placed.surface, placed.objectFromEngine, objectPoint, hit);
+  const Vec3<float> shading = seenFromBehind ? -smooth : smooth;
 
   // Rays start off the surface, on the viewer's side, by what rounding may have put the hit beneath it: positions are floats
   // about the scene's centre, a hit is exact to a few units in the last place of the way to it, and neighbouring points of a

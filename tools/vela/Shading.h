@@ -54,8 +54,9 @@ class Shader {
   /// \param list      must outlive the shader
   /// \param radius    half the size of what is shown: how far corners darken
   /// \param ambientGrid as for PixelSamples
+  /// \param smooth      as for Surface
   Shader(const MeshList& list, double time, const View& view, const tarn::Vec3<double>& engineOrigin, double radius,
-         int ambientGrid);
+         int ambientGrid, bool smooth = false);
 
   /// Tints what the selection has, from now on. \param selection its status of prims is brought up to date by \p stage
   void tint(vela::Selection::GeoSelection& selection, const std::shared_ptr<ovo::Stage>& stage, const MeshList& list);
@@ -80,6 +81,8 @@ class Shader {
 
   /// displayColor at a hit.
   [[nodiscard]] tarn::Vec3<float> colour(const SurfaceHit& hit) const;
+  /// The normal that a hit is shaded with, see normalAt().
+  [[nodiscard]] tarn::Vec3<float> normal(const SurfaceHit& hit) const;
 
  private:
   struct Placed {
@@ -103,6 +106,12 @@ class Shader {
   float reach_;
   int ambient_;
 };
+
+/// The unit normal at a hit in the world, pointing out: the surface's own between its points where it has any, else the geometric
+/// one. One that is NaN, missing or on the far side of its face is none.
+/// \param objectPoint where the hit is in the mesh's own space
+[[nodiscard]] tarn::Vec3<float> normalAt(const Surface& surface, const tarn::Mat4<double>& objectFromEngine,
+                                         const tarn::Vec3<float>& objectPoint, const SurfaceHit& hit);
 
 /// What is seen where no surface is, linear, for pictures without transparency. `height` runs from 0 at the bottom to 1 at the top.
 [[nodiscard]] tarn::Vec3<float> backdrop(float height);

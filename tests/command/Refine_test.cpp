@@ -1,0 +1,430 @@
+// Refined surfaces in pictures: against meshes that ovo and MeshSample refine on their own, tried triangle by triangle, and
+// against spheres and planes whose normals are known.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Failure.h"
+#include "Options.h"
+#include "Pictures.h"
+#include "Scene.h"
+#include "ovo/Subdivide.h"
+#include "ovo/Tokens.h"
+#include "support/SharedData.h"
+#include "vela/mesh/MeshBuilders.h"
+#include "vela/mesh/MeshSample.h"
+#include "vela/mesh/Triangulate.h"
+
+namespace {
+
+using command::MeshList;
+using command::RenderOptions;
+using command::Shape;
+using command::Surface;
+using command_test::Pictures;
+using command_test::Read;
+using tarn::Vec3;
+using Real3 = Vec3<double>;
+
+constexpr double kPi = 3.14159265358979323846;
+const double kNow = tarn::defaultTimeValue();
+
+// A cube of two units; every other face turns the other way where it is left-handed.
+std::string cubeText(const std::string& more, const char* scheme = "catmullClark", bool leftHanded = false, const char* name = "Cube") {
+  const char* const right = "0,1,3,2, 2,3,5,4, 4,5,7,6, 6,7,1,0, 1,7,5,3, 6,0,2,4";
+  const char* const left = "2,3,1,0, 4,5,3,2, 6,7,5,4, 0,1,7,6, 3,5,7,1, 4,2,0,6";
+  return std::string("def Mesh \"") + name + "\"\n{\n int[] faceVertexCounts = [4,4,4,4,4,4]\n int[] faceVertexIndices = [" +
+         (leftHanded ? left : right) + "]\n point3f[] points = [(-1,-1,1),(1,-1,1),(-1,1,1),(1,1,1),(-1,1,-1),(1,1,-1),(-1,-1,-1),(1,-1,-1)]\n" +
+         " uniform token subdivisionScheme = \"" + scheme + "\"\n uniform token orientation = \"" +
+         (leftHanded ? "leftHanded" : "rightHanded") + "\"\n" + more + "}\n";
+}
+
+// What the command shows of a text, and what MeshSample makes of the same prim.
+class Refined {
+ public:
+  explicit Refined(const std::string& text, int level, double time = kNow) {
+    static int number = 0;
+    file_ = testing::TempDir() + "refined_" + std::to_string(number++) + ".usda";
+    std::ofstream(file_) << "#usda 1.0\n" << text;
+    stage_ = ovo::Stage::open(file_);
+    command::MeshFilter filter;
+    filter.time = time;
+    filter.subdivisionLevel = level;
+    list_ = command::listMeshes(*stage_, filter);
+  }
+  ~Refined() { std::filesystem::remove(file_); }
+  Refined(const Refined&) = delete;
+
+  [[nodiscard]] const MeshList& list() const { return list_; }
+  [[nodiscard]] const Shape& shape(std::size_t i = 0) const { return list_.shapes.at(i); }
+  [[nodiscard]] vela::MeshSample sample(int level, double time = kNow) const {
+    return {list_.entries.at(0).prim, time, 0, level, true, true, false, true, false, false, ovo::Token()};
+  }
+
+ private:
+  std::string file_;
+  std::shared_ptr<ovo::Stage> stage_;
+  MeshList list_;
+};
+
+void expectNear(const Vec3<float>& a, const Vec3<float>& b, double tolerance) {
+  for (std::size_t i = 0; i < 3; ++i) ASSERT_NEAR(static_cast<double>(a[i]), static_cast<double>(b[i]), tolerance) << a << " " << b;
+}
+
+// The surface's colour or normal at every corner, pulled a little into the face so that it is that face's.
+template <class Use>
+void forEachCorner(const Shape& shape, Use use) {
+  std::size_t c = 0;
+  for (std::size_t f = 0; f < shape.counts.size(); ++f)
+    for (int k = 0; k < shape.counts.cdata()[f]; ++k, ++c) use(static_cast<int>(f), c, shape.points.cdata()[shape.indices.cdata()[c]]);
+}
+
+TEST(Refine, PointsFacesAndNormalsAreThoseOfMeshSample) {
+  const std::string creases =
+      " int[] creaseIndices = [0,1,3,2,0]\n int[] creaseLengths = [5]\n float[] creaseSharpnesses = [2.5]\n"
+      " int[] cornerIndices = [6]\n float[] cornerSharpnesses = [10]\n";
+  const std::string triangles =
+      "def Mesh \"Octahedron\"\n{\n int[] faceVertexCounts = [3,3,3,3,3,3,3,3]\n int[] faceVertexIndices = "
+      "[0,2,4, 2,1,4, 1,3,4, 3,0,4, 2,0,5, 1,2,5, 3,1,5, 0,3,5]\n point3f[] points = "
+      "[(1,0,0),(-1,0,0),(0,1,0),(0,-1,0),(0,0,1),(0,0,-1)]\n uniform token subdivisionScheme = \"loop\"\n}\n";
+  for (const std::string& text :
+       {cubeText(""), cubeText(creases), cubeText(" int[] holeIndices = [1, 4]\n"), cubeText("", "bilinear"), cubeText("", "catmullClark", true),
+        triangles, cubeText(" normal3f[] normals = [(0,0,1)] (interpolation = \"constant\")\n")})
+    for (int level = 1; level <= 3; ++level) {
+      SCOPED_TRACE(text + std::to_string(level));
+      const Refined refined(text, level);
+      const Shape& shape = refined.shape();
+      const vela::MeshSample sample = refined.sample(level);
+      ASSERT_TRUE(shape.refinement);
+      EXPECT_EQ(shape.points, sample.points);
+      EXPECT_EQ(shape.counts, ovo::Array<int>(sample.vertsPerFace(), sample.vertsPerFace() + sample.nFaces()));
+      EXPECT_EQ(shape.indices, ovo::Array<int>(sample.faceVertPointIndices(), sample.faceVertPointIndices() + sample.nVerts()));
+      ASSERT_EQ(sample.normals.size(), shape.indices.size());
+      const Surface surface(shape, kNow);
+      ASSERT_TRUE(surface.hasOwnNormals());
+      forEachCorner(shape, [&](int face, std::size_t corner, const Vec3<float>& p) {
+        expectNear(surface.normal(face, p).normalized(), sample.normals.cdata()[corner], 1e-5);
+      });
+    }
+}
+
+TEST(Refine, NormalsPointOutForBothOrientations) {
+  for (const bool leftHanded : {false, true}) {
+    const Refined refined(cubeText("", "catmullClark", leftHanded), 2);
+    const Surface surface(refined.shape(), kNow);
+    EXPECT_EQ(surface.isLeftHanded(), leftHanded);
+    forEachCorner(refined.shape(), [&](int face, std::size_t, const Vec3<float>& p) {
+      ASSERT_GT(dot(surface.normal(face, p).normalized(), p.normalized()), 0.9f);
+    });
+  }
+}
+
+TEST(Refine, FacesKeepTheNumbersOfTheScene) {
+  for (int level = 1; level <= 3; ++level) {
+    const Refined refined(cubeText(" int[] holeIndices = [2]\n"), level);
+    const Shape& shape = refined.shape();
+    const std::size_t each = static_cast<std::size_t>(4) << (2 * (level - 1));
+    ASSERT_EQ(shape.counts.size(), 5 * each);
+    for (std::size_t f = 0; f < shape.counts.size(); ++f)
+      EXPECT_EQ(shape.sceneFace(static_cast<int>(f)), static_cast<int>(f / each < 2 ? f / each : f / each + 1));
+  }
+}
+
+TEST(Refine, ColoursFollowTheirInterpolation) {
+  const std::string ofPoints = "[(-1,-1,1),(1,-1,1),(-1,1,1),(1,1,1),(-1,1,-1),(1,1,-1),(-1,-1,-1),(1,-1,-1)]";
+  const auto coloured = [](const std::string& interpolation, const std::string& values, const std::string& more = "") {
+    return cubeText(more + " color3f[] primvars:displayColor = " + values + " (interpolation = \"" + interpolation + "\")\n");
+  };
+  {
+    // Colours that are the points are refined to what the points are.
+    const Refined refined(coloured("vertex", ofPoints), 2);
+    const Surface surface(refined.shape(), kNow);
+    forEachCorner(refined.shape(), [&](int face, std::size_t, const Vec3<float>& p) { expectNear(surface.colour(face, p), p, 1e-6); });
+  }
+  const Refined flat(cubeText("", "bilinear"), 2);
+  {
+    const Refined refined(coloured("varying", ofPoints), 2);
+    const Surface surface(refined.shape(), kNow);
+    forEachCorner(refined.shape(), [&](int face, std::size_t c, const Vec3<float>& p) {
+      expectNear(surface.colour(face, p), flat.shape().points.cdata()[flat.shape().indices.cdata()[c]], 1e-6);
+    });
+  }
+  {
+    // The same colours given to corners: joined at points and linear by the rule `all`, smooth by the rule `none`.
+    std::string ofCorners = "[";
+    const vela::MeshSample cage = flat.sample(0);
+    for (std::size_t c = 0; c < cage.nVerts(); ++c) {
+      std::ostringstream text;
+      const Vec3<float>& p = cage.points.cdata()[cage.faceVertPointIndices()[c]];
+      text << (c ? "," : "") << "(" << p.x << "," << p.y << "," << p.z << ")";
+      ofCorners += text.str();
+    }
+    const Refined linear(coloured("faceVarying", ofCorners + "]", " token faceVaryingLinearInterpolation = \"all\"\n"), 2);
+    const Refined smooth(coloured("faceVarying", ofCorners + "]", " token faceVaryingLinearInterpolation = \"none\"\n"), 2);
+    const Surface linearSurface(linear.shape(), kNow), smoothSurface(smooth.shape(), kNow);
+    forEachCorner(smooth.shape(), [&](int face, std::size_t c, const Vec3<float>& p) {
+      expectNear(smoothSurface.colour(face, p), p, 1e-6);
+      expectNear(linearSurface.colour(face, p), flat.shape().points.cdata()[flat.shape().indices.cdata()[c]], 1e-6);
+    });
+  }
+  {
+    const Refined refined(coloured("uniform", "[(0,0,0),(1,0,0),(2,0,0),(3,0,0),(4,0,0),(5,0,0)]", " int[] holeIndices = [3]\n"), 2);
+    const Surface surface(refined.shape(), kNow);
+    std::set<float> seen;
+    forEachCorner(refined.shape(), [&](int face, std::size_t, const Vec3<float>& p) {
+      ASSERT_EQ(surface.colour(face, p).x, static_cast<float>(refined.shape().sceneFace(face)));
+      seen.insert(surface.colour(face, p).x);
+    });
+    EXPECT_EQ(seen, (std::set<float>{0, 1, 2, 4, 5}));
+  }
+  {
+    const Refined refined(coloured("constant", "[(0.25,0.5,0.75)]"), 1);
+    expectNear(Surface(refined.shape(), kNow).colour(3, {0, 1, 0}), {0.25f, 0.5f, 0.75f}, 0);
+  }
+  for (const char* interpolation : {"vertex", "varying", "uniform", "faceVarying"}) {
+    const Refined refined(coloured(interpolation, "[(1,0,0),(1,0,0),(1,0,0)]"), 1);
+    expectNear(Surface(refined.shape(), kNow).colour(3, {0, 1, 0}), {0.5f, 0.5f, 0.5f}, 0);
+  }
+}
+
+TEST(Refine, WhatIsNoSubdivisionSurfaceStaysAsItIs) {
+  const Refined refined(cubeText("", "none") + "def Sphere \"Ball\"\n{\n}\n", 3);
+  ASSERT_EQ(refined.list().shapes.size(), 2u);
+  EXPECT_EQ(refined.shape(0).counts.size(), 6u);
+  EXPECT_FALSE(refined.shape(0).refinement);
+  EXPECT_FALSE(refined.shape(1).refinement);
+  EXPECT_TRUE(refined.list().notRefined.empty());
+}
+
+TEST(Refine, WhatCannotBeRefinedIsNamedAndStaysAsItIs) {
+  const std::string broken =
+      "def Mesh \"Broken\"\n{\n int[] faceVertexCounts = [3]\n int[] faceVertexIndices = [0, 1, 9]\n point3f[] points = [(0,0,0),(1,0,0)]\n}\n"
+      "def Mesh \"Short\"\n{\n int[] faceVertexCounts = [3, 3]\n int[] faceVertexIndices = [0, 1, 2]\n point3f[] points = [(0,0,0),(1,0,0),(0,1,0)]\n}\n"
+      "def Mesh \"Empty\"\n{\n}\n";
+  const Refined refined(cubeText("", "loop") + cubeText("", "smooth", false, "Other") + broken, 2);
+  EXPECT_EQ(refined.list().notRefined,
+            (std::vector<std::string>{"/Cube: the scheme loop is for triangles alone",
+                                      "/Other: its scheme 'smooth' is none of catmullClark, loop, bilinear",
+                                      "/Broken: it has no usable face, or more neighbours at a point than can be counted"}));
+  EXPECT_EQ(refined.shape(0).counts.size(), 6u);
+  EXPECT_EQ(refined.shape(1).counts.size(), 6u);
+  EXPECT_EQ(refined.shape(2).counts.size(), 1u);
+  EXPECT_EQ(refined.shape(3).counts.size(), 12u) << "the face that is whole comes out";
+  for (const Shape& shape : refined.list().shapes) Surface(shape, kNow, true);
+}
+
+TEST(Refine, MoreFacesThanMemoryHoldsAreRefusedBeforeTheyAreMade) {
+  try {
+    const Refined refined(cubeText("") + cubeText("", "none", false, "Flat"), 11);
+    FAIL();
+  } catch (const command::Failure& failure) {
+    EXPECT_EQ(failure.code, command::kBadInput);
+    EXPECT_EQ(describe(failure), "too many faces: /Cube: level 11 makes 25165824 of it and 25165824 of the scene, more than 10000000; "
+                                 "try --subdivide 10");
+  }
+}
+
+TEST(Refine, AnimatedMeshesAreRefinedAsTheyAreAtTheTime) {
+  const std::string text =
+      "def Mesh \"M\"\n{\n int[] faceVertexCounts = [4]\n int[] faceVertexIndices = [0,1,2,3]\n point3f[] points.timeSamples = "
+      "{ 0: [(0,0,0),(1,0,0),(1,1,0),(0,1,0)], 10: [(0,0,8),(1,0,8),(1,1,8),(0,1,8)] }\n}\n";
+  const Refined first(text, 2, 0), middle(text, 2, 5);
+  ASSERT_EQ(middle.shape().counts.size(), 16u);
+  for (const Vec3<float>& p : first.shape().points) EXPECT_EQ(p.z, 0.0f);
+  for (const Vec3<float>& p : middle.shape().points) EXPECT_EQ(p.z, 4.0f);
+}
+
+TEST(Refine, APrototypeIsRefinedOnceForAllItsInstances) {
+  const std::string text = "def PointInstancer \"Many\"\n{\n rel prototypes = </Many/Cube>\n int[] protoIndices = [0,0,0]\n"
+                           " point3f[] positions = [(0,0,0),(5,0,0),(10,0,0)]\n" + cubeText("") + "}\n";
+  const Refined refined(text, 2);
+  ASSERT_EQ(refined.list().entries.size(), 3u);
+  ASSERT_EQ(refined.list().shapes.size(), 1u);
+  EXPECT_EQ(refined.shape().counts.size(), 96u);
+}
+
+TEST(Refine, SelectedPointsAndFacesAreThoseOfTheScene) {
+  const Refined refined(cubeText(""), 3);
+  Surface surface(refined.shape(), kNow);
+  surface.setSelection(false, {0, 0.5f}, {});
+  forEachCorner(refined.shape(), [&](int face, std::size_t, const Vec3<float>& p) {
+    ASSERT_EQ(surface.selection(face, p), refined.shape().sceneFace(face) == 1 ? 0.5f : 0.0f);
+  });
+  // One corner: all of it there, half of it in the middle of its edges, nothing on faces that do not have it.
+  const std::vector<float> weights = {0, 0, 0, 1};
+  surface.setSelection(false, {}, weights);
+  const int* places = refined.shape().refinement->placesOfPoints.cdata();
+  const Refined flat(cubeText("", "bilinear"), 3);
+  forEachCorner(refined.shape(), [&](int face, std::size_t c, const Vec3<float>& p) {
+    const Vec3<float>& onCube = flat.shape().points.cdata()[flat.shape().indices.cdata()[c]];
+    const float wanted = (1 + onCube.x) / 2 * (1 + onCube.y) / 2 * (1 + onCube.z) / 2;
+    ASSERT_NEAR(surface.selection(face, p), wanted, 1e-6f);
+    if (refined.shape().indices.cdata()[c] == places[3]) {
+      ASSERT_EQ(surface.selection(face, p), 1.0f);
+    }
+  });
+}
+
+// ----- pictures
+
+// An orthographic camera that looks down along z at 4 by 4 units; beside the axis, so that no ray goes through an edge.
+constexpr double kBesideX = 0.0031, kBesideY = 0.0017;
+constexpr const char* kDown = "token projection = \"orthographic\"\nfloat horizontalAperture = 40\nfloat verticalAperture = 40\n"
+                              "double3 xformOp:translate = (0.0031, 0.0017, 10)\nuniform token[] xformOpOrder = [\"xformOp:translate\"]";
+
+class RefinedPictures : public Pictures {
+ protected:
+  [[nodiscard]] Read shot(const std::string& text, int level, bool smooth, const std::string& layers = "depth,P,N,prim,face") const {
+    std::ofstream(at("mesh.usda")) << "#usda 1.0\n" << text;
+    RenderOptions options;
+    options.layers = layers;
+    options.scene.width = options.scene.height = 64;
+    options.scene.camera = "/TestCamera";
+    options.scene.subdivisionLevel = level;
+    options.scene.smooth = smooth;
+    options.samples = 1;
+    return render(options, withCamera(at("mesh.usda"), kDown));
+  }
+  static double placeX(int pixel) { return 4.0 * (pixel + 0.5) / 64 - 2.0 + kBesideX; }
+  static double placeY(int pixel) { return 2.0 - 4.0 * (pixel + 0.5) / 64 + kBesideY; }
+  static Vec3<float> vector(const Read& read, const std::string& layer, std::size_t p) {
+    return {read.floats.at(layer + ".x")[p], read.floats.at(layer + ".y")[p], read.floats.at(layer + ".z")[p]};
+  }
+};
+
+// What lies highest above a place in the x-y plane.
+struct Highest {
+  double z = -std::numeric_limits<double>::infinity();
+  std::size_t face = 0;
+  Real3 normal;
+};
+Highest highestAt(const vela::MeshSample& mesh, double x, double y) {
+  Highest best;
+  const int* corners = mesh.faceVertPointIndices();
+  std::vector<int> cut;
+  for (std::size_t f = 0; f < mesh.nFaces(); corners += mesh.vertsPerFace()[f], ++f) {
+    vela::triangulatePolygon(mesh.pointLocations(), corners, mesh.vertsPerFace()[f], cut);
+    for (std::size_t t = 0; t + 2 < cut.size(); t += 3) {
+      const auto corner = [&](std::size_t k) { return Real3(mesh.pointLocations()[corners[cut[t + k]]]); };
+      const Real3 a = corner(0), b = corner(1), c = corner(2);
+      const double area = (b.x - a.x) * (c.y - a.y) - (c.x - a.x) * (b.y - a.y);
+      const double u = ((x - a.x) * (c.y - a.y) - (c.x - a.x) * (y - a.y)) / area;
+      const double v = ((b.x - a.x) * (y - a.y) - (x - a.x) * (b.y - a.y)) / area;
+      if (area == 0 || u < 0 || v < 0 || u + v > 1) continue;
+      const double z = a.z + u * (b.z - a.z) + v * (c.z - a.z);
+      if (z > best.z) best = {z, f, cross(b - a, c - a).normalized()};
+    }
+  }
+  return best;
+}
+
+TEST_F(RefinedPictures, RaysMeetTheRefinedMesh) {
+  for (const bool leftHanded : {false, true}) {
+    const std::string text = cubeText("", "catmullClark", leftHanded);
+    const Read read = shot(text, 3, false);
+    const vela::MeshSample sample = Refined(text, 0).sample(3);
+    int hits = 0;
+    for (int y = 0; y < 64; ++y)
+      for (int x = 0; x < 64; ++x) {
+        const auto p = static_cast<std::size_t>(y * 64 + x);
+        const Highest wanted = highestAt(sample, placeX(x), placeY(y));
+        ASSERT_EQ(read.integers.at("prim.id")[p], wanted.z > -2 ? 1u : 0u) << x << " " << y;
+        if (!(wanted.z > -2)) continue;
+        ++hits;
+        expectNear(vector(read, "P", p), Vec3<float>(Real3(placeX(x), placeY(y), wanted.z)), 1e-5);
+        expectNear(vector(read, "N", p), Vec3<float>(leftHanded ? -wanted.normal : wanted.normal), 1e-4);
+        ASSERT_EQ(read.integers.at("face.id")[p], wanted.face / 64) << "the face of the cube";
+      }
+    // The refined cube is much smaller than its cage, which fills a quarter of the picture; a ball of its width shows as much.
+    EXPECT_NEAR(hits * 4.0 * 4.0 / (64 * 64), kPi * 0.84 * 0.84, 0.1);
+  }
+}
+
+TEST_F(RefinedPictures, SmoothNormalsAreUnitAndThoseOfABall) {
+  // A ball of polygons, scheme none and without normals: flat facets, and with --smooth the ball's own normals, nearly.
+  const int rows = 24, columns = 48;
+  std::ostringstream points, counts, indices;
+  points << "(0,0,1)";
+  for (int i = 1; i < rows; ++i)
+    for (int j = 0; j < columns; ++j) {
+      const double a = kPi * i / rows, b = 2 * kPi * j / columns;
+      points << ",(" << std::sin(a) * std::cos(b) << "," << std::sin(a) * std::sin(b) << "," << std::cos(a) << ")";
+    }
+  points << ",(0,0,-1)";
+  const auto at = [](int i, int j) { return i == 0 ? 0 : i == rows ? 1 + (rows - 1) * columns : 1 + (i - 1) * columns + j % columns; };
+  for (int i = 0; i < rows; ++i)
+    for (int j = 0; j < columns; ++j) {
+      counts << (i + j ? "," : "") << (i == 0 || i == rows - 1 ? 3 : 4);
+      indices << (i + j ? "," : "") << at(i, j) << "," << at(i + 1, j);
+      if (i < rows - 1) indices << "," << at(i + 1, j + 1);
+      if (i > 0) indices << "," << at(i, j + 1);
+    }
+  const std::string text = "def Mesh \"Ball\"\n{\n uniform token subdivisionScheme = \"none\"\n int[] faceVertexCounts = [" + counts.str() +
+                           "]\n int[] faceVertexIndices = [" + indices.str() + "]\n point3f[] points = [" + points.str() + "]\n}\n";
+  for (const bool smooth : {false, true}) {
+    const Read read = shot(text, smooth ? 2 : 0, smooth);  // refining does nothing here
+    double worst = 0;
+    int hits = 0;
+    for (std::size_t p = 0; p < 64 * 64; ++p) {
+      if (read.integers.at("prim.id")[p] == 0) continue;
+      const Vec3<float> n = vector(read, "N", p), out = vector(read, "P", p).normalized();
+      ASSERT_NEAR(n.length(), 1.0f, 1e-6f);
+      worst = std::max(worst, std::acos(std::min(1.0, static_cast<double>(dot(n, out)))));
+      ++hits;
+    }
+    EXPECT_GT(hits, 700);
+    if (smooth)
+      EXPECT_LT(worst, 0.04);
+    else
+      EXPECT_GT(worst, 0.06) << "the facets turn by 7.5 degrees from one to the next";
+  }
+}
+
+TEST_F(RefinedPictures, SmoothNormalsAreMixedBetweenPointsAndTurnWithTheMesh) {
+  // One large triangle, stretched and turned: between its corners the normals that the scene gives are mixed barycentrically, and
+  // taken to the world by the inverse transpose.
+  const std::string text =
+      "def Mesh \"T\"\n{\n uniform token subdivisionScheme = \"none\"\n int[] faceVertexCounts = [3]\n int[] faceVertexIndices = [0,1,2]\n"
+      " point3f[] points = [(-1,-1,0),(1,-1,0),(0,1,0)]\n normal3f[] normals = [(-1,0,2),(3,0,2),(0,1,1)] (interpolation = \"vertex\")\n"
+      " matrix4d xformOp:transform = ((2,0,0,0),(0,1,0,0),(0,0,4,0),(0,0,0,1))\n uniform token[] xformOpOrder = [\"xformOp:transform\"]\n}\n";
+  const Read smooth = shot(text, 0, true), flat = shot(text, 0, false);
+  int hits = 0;
+  for (std::size_t p = 0; p < 64 * 64; ++p) {
+    if (smooth.integers.at("prim.id")[p] == 0) continue;
+    ++hits;
+    const Vec3<float> at = vector(smooth, "P", p);
+    const double x = static_cast<double>(at.x) / 2, y = static_cast<double>(at.y);
+    const double top = (y + 1) / 2, right = (x + 1 - top) / 2, left = 1 - top - right;
+    const Real3 object = Real3(-1, 0, 2) * left + Real3(3, 0, 2) * right + Real3(0, 1, 1) * top;
+    expectNear(vector(smooth, "N", p), Vec3<float>(Real3(object.x / 2, object.y, object.z / 4).normalized()), 1e-5);
+    expectNear(vector(flat, "N", p), {0, 0, 1}, 1e-6);
+  }
+  EXPECT_GT(hits, 900);
+}
+
+TEST_F(RefinedPictures, SmoothNormalsAreTheSameWithAndWithoutLight) {
+  const Read alone = shot(cubeText(""), 2, true, "N"), both = shot(cubeText(""), 2, true, "rgba,N");
+  for (const char* channel : {"N.x", "N.y", "N.z"}) EXPECT_EQ(alone.floats.at(channel), both.floats.at(channel));
+}
+
+TEST_F(RefinedPictures, ALeftHandedMeshHasTheSameLightAndNormals) {
+  const Read right = shot(cubeText("", "catmullClark", false), 2, true, "rgba,N,face"),
+             left = shot(cubeText("", "catmullClark", true), 2, true, "rgba,N,face");
+  // Faces begin at other corners and are cut along other diagonals: a shadow may move by a hair.
+  for (const char* channel : {"R", "G", "B", "A", "N.x", "N.y", "N.z"}) {
+    double sum = 0;
+    for (std::size_t p = 0; p < 64 * 64; ++p) {
+      const double difference = std::abs(static_cast<double>(right.floats.at(channel)[p]) - static_cast<double>(left.floats.at(channel)[p]));
+      ASSERT_LT(difference, channel[0] == 'N' ? 0.02 : 0.1) << channel << " " << p;
+      sum += difference;
+    }
+    EXPECT_LT(sum / (64 * 64), 3e-4) << channel;
+  }
+}
+
+}  // namespace

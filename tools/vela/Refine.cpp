@@ -1,0 +1,151 @@
+#include "Refine.h"
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "Failure.h"
+#include "Interrupt.h"
+#include "ovo/Subdivide.h"
+#include "ovo/Tokens.h"
+
+namespace command {
+
+namespace {
+
+using tarn::Vec3;
+
+// About 300 bytes a face with what rays and light need of them.
+constexpr double kMostFaces = 10'000'000;
+
+bool asksToBeRefined(const Shape& shape) {
+  return shape.prim.isValid() && shape.prim.getSubdivisionScheme() != ovo::tokens().none;
+}
+
+// Faces after that many refinements; those that cannot be used make none, so that this is the most that there can be.
+double facesAt(const Shape& shape, int level) {
+  double first = 0;
+  const bool triangles = shape.prim.getSubdivisionScheme() == ovo::tokens().loop;
+  for (const int count : shape.counts)
+    if (count >= 3) first += triangles ? 4 : count;
+  return std::ldexp(first, 2 * (level - 1));
+}
+
+double facesAt(const MeshList& list, int level) {
+  double faces = 0;
+  for (const Shape& shape : list.shapes)
+    if (asksToBeRefined(shape)) faces += facesAt(shape, level);
+  return faces;
+}
+
+void refuseTooMany(const MeshList& list, int level) {
+  if (facesAt(list, level) <= kMostFaces) return;
+  const auto largest = std::max_element(list.shapes.begin(), list.shapes.end(), [level](const Shape& a, const Shape& b) {
+    return (asksToBeRefined(a) ? facesAt(a, level) : 0) < (asksToBeRefined(b) ? facesAt(b, level) : 0);
+  });
+  int most = level - 1;
+  while (most > 0 && facesAt(list, most) > kMostFaces) --most;
+  throw Failure{kBadInput, "too many faces", largest->prim.getPath().asString(),
+                "level " + std::to_string(level) + " makes " + std::to_string(std::llround(facesAt(*largest, level))) +
+                    " of it and " + std::to_string(std::llround(facesAt(list, level))) + " of the scene, more than " +
+                    std::to_string(std::llround(kMostFaces)),
+                most > 0 ? "try --subdivide " + std::to_string(most) : "try --exclude " + largest->prim.getPath().asString()};
+}
+
+std::string whyNot(const Shape& shape) {
+  const ovo::Token scheme = shape.prim.getSubdivisionScheme();
+  const ovo::Tokens& names = ovo::tokens();
+  if (scheme == names.loop) {
+    const auto isOther = [](int count) { return count > 3; };
+    if (std::any_of(shape.counts.cbegin(), shape.counts.cend(), isOther)) return "the scheme loop is for triangles alone";
+  } else if (scheme != names.catmullClark && scheme != names.bilinear) {
+    return "its scheme '" + scheme.asString() + "' is none of catmullClark, loop, bilinear";
+  }
+  return "it has no usable face, or more neighbours at a point than can be counted";
+}
+
+// Colours by their interpolation, ready to be carried; what fits no interpolation is none.
+struct Colours {
+  ovo::Array<Vec3<float>> values;
+  ovo::Token interpolation;
+};
+
+Colours coloursOf(const Shape& shape, double time) {
+  const ovo::Tokens& names = ovo::tokens();
+  Colours colours;
+  const ovo::Primvar primvar = shape.prim.findInheritedPrimvar(names.displayColor);
+  if (!primvar.isValid() || !primvar.computeFlattened(colours.values, time)) return {};
+  colours.interpolation = primvar.interpolation();
+  const std::size_t needed = colours.interpolation == names.constant                                                ? 1
+                             : colours.interpolation == names.uniform                                               ? shape.counts.size()
+                             : colours.interpolation == names.faceVarying                                           ? shape.indices.size()
+                             : colours.interpolation == names.vertex || colours.interpolation == names.varying ? shape.points.size()
+                                                                                                                    : 0;
+  if (needed == 0 || colours.values.size() < needed) return {};
+  return colours;
+}
+
+bool refine(Shape& shape, double time, int level) {
+  const ovo::Tokens& names = ovo::tokens();
+  auto made = std::make_shared<Refinement>();
+  made->level = level;
+  made->counts = shape.counts;
+  made->indices = shape.indices;
+  made->points = shape.points;
+
+  ovo::MeshTessellateContext context;
+  context.vertsPerFace = &shape.counts;
+  context.faceVertPointIndices = &shape.indices;
+  context.points = &shape.points;
+  context.sourceFaces = &made->sourceFaces;
+  context.placesOfPoints = &made->placesOfPoints;
+  Colours colours = coloursOf(shape, time);
+  if (colours.interpolation == names.vertex) context.pointVec3s.push_back(&colours.values);
+  if (colours.interpolation == names.varying) context.linearPointVec3s.push_back(&colours.values);
+  if (colours.interpolation == names.faceVarying) context.vec3s.push_back(&colours.values);
+  if (!ovo::subdivideUniform(ovo::ArgSet(shape.prim, time), shape.counts.size(), shape.indices.size(), shape.points.size(), 0,
+                             level, context))
+    return false;
+
+  if (colours.interpolation == names.uniform) {
+    ovo::Array<Vec3<float>> spread(made->sourceFaces.size());
+    Vec3<float>* out = spread.data();
+    for (const int face : std::as_const(made->sourceFaces)) *out++ = colours.values.cdata()[face];
+    colours.values = spread;
+  }
+  made->colours = std::move(colours.values);
+  made->colourInterpolation = colours.interpolation;
+  shape.refinement = std::move(made);
+  return true;
+}
+
+}  // namespace
+
+void refineShapes(MeshList& list, double time, int level) {
+  if (level < 1) return;
+  refuseTooMany(list, level);
+  for (Shape& shape : list.shapes) {
+    throwIfInterrupted();
+    // What has no faces at the time has nothing to show either way.
+    if (!asksToBeRefined(shape) || shape.points.empty() || shape.indices.empty()) continue;
+    if (!refine(shape, time, level)) list.notRefined.push_back(shape.prim.getPath().asString() + ": " + whyNot(shape));
+  }
+}
+
+ovo::Array<Vec3<float>> spreadOverRefinedPoints(const Shape& shape, double time, const ovo::Array<Vec3<float>>& values) {
+  const Refinement& from = *shape.refinement;
+  ovo::Array<int> counts = from.counts, indices = from.indices;
+  ovo::Array<Vec3<float>> points = from.points, spread = values;
+  spread.resize(points.size());
+  ovo::MeshTessellateContext context;
+  context.vertsPerFace = &counts;
+  context.faceVertPointIndices = &indices;
+  context.points = &points;
+  context.linearPointVec3s.push_back(&spread);
+  ovo::subdivideUniform(ovo::ArgSet(shape.prim, time), counts.size(), indices.size(), points.size(), 0, from.level, context);
+  return spread;
+}
+
+}  // namespace command
