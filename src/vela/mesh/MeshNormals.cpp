@@ -5,6 +5,10 @@
 #include <cstdint>
 #include <vector>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "tarn/Convert.h"
 
 namespace vela {
@@ -23,13 +27,9 @@ bool allNamePoints(const int* indices, std::size_t count, std::size_t nPoints) {
 
 const Vec3<float>& at(const Vec3<float>* points, int index) { return points[static_cast<std::size_t>(index)]; }
 
-// The three rules for the face whose indices are at `f`.
 Vec3<float> triangleNormal(const Vec3<float>* points, const int* f) {
   const Vec3<float>& p0 = at(points, f[0]);
   return cross(at(points, f[1]) - p0, at(points, f[2]) - p0);
-}
-Vec3<float> diagonalNormal(const Vec3<float>* points, const int* f, std::size_t n) {
-  return cross(at(points, f[n - 1]) - at(points, f[1]), at(points, f[0]) - at(points, f[2]));
 }
 
 // The sum of normals and the number of faces of one point in one 16-byte record, so that a corner costs one vector load,
@@ -38,27 +38,107 @@ struct alignas(16) Sum {
   float v[4] = {0, 0, 0, 0};
 };
 
-void addToCorners(const Vec3<float>& normal, const int* f, std::size_t n, Sum* sums) {
-  const Sum term{{normal.x, normal.y, normal.z, 1.0f}};
-  for (std::size_t k = 0; k < n; ++k) {
-    Sum& sum = sums[static_cast<std::size_t>(f[k])];
-    for (std::size_t i = 0; i < 4; ++i) sum.v[i] += term.v[i];
-  }
+// What is done to all sums, in two forms: four lanes at a time, and plainly where the instructions for that are not part of every
+// processor. Lanes round as scalars do, so that both give the same bits.
+#if defined(__SSE2__)
+
+using Term = __m128;  // a normal, and 1 for the counter
+
+__m128 load(const Vec3<float>* points, int index) {
+  const float* p = &points[static_cast<std::size_t>(index)].x;
+  return _mm_movelh_ps(_mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))), _mm_load_ss(p + 2));
 }
 
-void addFace(const Vec3<float>* points, const int* f, std::size_t n, Sum* sums) {
-  addToCorners(n == 3 ? triangleNormal(points, f) : diagonalNormal(points, f, n), f, n, sums);
+// (b - a) x (d - c). The fourth lane is +0, into which the 1 is put by its bits.
+Term termOf(const Vec3<float>* points, int a, int b, int c, int d) {
+  const __m128 u = _mm_sub_ps(load(points, b), load(points, a)), v = _mm_sub_ps(load(points, d), load(points, c));
+  const __m128 uyzx = _mm_shuffle_ps(u, u, _MM_SHUFFLE(3, 0, 2, 1)), uzxy = _mm_shuffle_ps(u, u, _MM_SHUFFLE(3, 1, 0, 2));
+  const __m128 vyzx = _mm_shuffle_ps(v, v, _MM_SHUFFLE(3, 0, 2, 1)), vzxy = _mm_shuffle_ps(v, v, _MM_SHUFFLE(3, 1, 0, 2));
+  return _mm_or_ps(_mm_sub_ps(_mm_mul_ps(uyzx, vzxy), _mm_mul_ps(uzxy, vyzx)), _mm_set_ps(1.0f, 0.0f, 0.0f, 0.0f));
 }
 
-template <std::size_t N>
-void addFacesOf(const Vec3<float>* points, std::size_t nPoints, const int* indices, std::size_t nFaces, bool checked,
-                Sum* sums) {
-  if (checked) {
-    for (std::size_t face = 0; face < nFaces; ++face) addFace(points, indices + face * N, N, sums);
-    return;
-  }
-  for (std::size_t face = 0; face < nFaces; ++face)
-    if (allNamePoints(indices + face * N, N, nPoints)) addFace(points, indices + face * N, N, sums);
+void add(const Term& term, Sum& sum) { _mm_store_ps(sum.v, _mm_add_ps(_mm_load_ps(sum.v), term)); }
+
+// Four indices at once: none is negative or above the last point.
+bool allFourNamePoints(const int* f, std::uint32_t last) {
+  const __m128i indices = _mm_loadu_si128(reinterpret_cast<const __m128i*>(f));
+  const __m128i bad = _mm_or_si128(_mm_cmpgt_epi32(indices, _mm_set1_epi32(static_cast<int>(last))), _mm_srai_epi32(indices, 31));
+  return _mm_movemask_epi8(bad) == 0;
+}
+
+// The normals of four points: lanes are points, three registers their coordinates, and then twelve floats in a row.
+void finishFour(const Sum* sums, bool keepSign, Vec3<float>* normals) {
+  __m128 x = _mm_load_ps(sums[0].v), y = _mm_load_ps(sums[1].v), z = _mm_load_ps(sums[2].v), count = _mm_load_ps(sums[3].v);
+  _MM_TRANSPOSE4_PS(x, y, z, count);
+  // Counters are 0, 1, 2 ...; a point of no face is divided by 1 and then cleared.
+  const __m128 used = _mm_cmpgt_ps(count, _mm_setzero_ps());
+  count = _mm_max_ps(count, _mm_set1_ps(1.0f));
+  const __m128 sign = _mm_set1_ps(keepSign ? 0.0f : -0.0f);
+  x = _mm_div_ps(_mm_xor_ps(x, sign), count);
+  y = _mm_div_ps(_mm_xor_ps(y, sign), count);
+  z = _mm_div_ps(_mm_xor_ps(z, sign), count);
+  // A vector without length stays as it is: it is divided by 1.
+  const __m128 length = _mm_sqrt_ps(_mm_add_ps(_mm_add_ps(_mm_mul_ps(x, x), _mm_mul_ps(y, y)), _mm_mul_ps(z, z)));
+  const __m128 isZero = _mm_cmpeq_ps(length, _mm_setzero_ps());
+  const __m128 divisor = _mm_or_ps(_mm_andnot_ps(isZero, length), _mm_and_ps(isZero, _mm_set1_ps(1.0f)));
+  x = _mm_and_ps(_mm_div_ps(x, divisor), used);
+  y = _mm_and_ps(_mm_div_ps(y, divisor), used);
+  z = _mm_and_ps(_mm_div_ps(z, divisor), used);
+
+  const __m128 xy01 = _mm_unpacklo_ps(x, y), xy23 = _mm_unpackhi_ps(x, y);
+  const __m128 zx01 = _mm_shuffle_ps(z, x, _MM_SHUFFLE(1, 1, 0, 0)), yz1 = _mm_shuffle_ps(y, z, _MM_SHUFFLE(1, 1, 1, 1));
+  const __m128 zx23 = _mm_shuffle_ps(z, x, _MM_SHUFFLE(3, 3, 2, 2)), yz3 = _mm_shuffle_ps(y, z, _MM_SHUFFLE(3, 3, 3, 3));
+  float* out = &normals[0].x;
+  _mm_storeu_ps(out, _mm_shuffle_ps(xy01, zx01, _MM_SHUFFLE(2, 0, 1, 0)));
+  _mm_storeu_ps(out + 4, _mm_shuffle_ps(yz1, xy23, _MM_SHUFFLE(1, 0, 2, 0)));
+  _mm_storeu_ps(out + 8, _mm_shuffle_ps(zx23, yz3, _MM_SHUFFLE(2, 0, 2, 0)));
+}
+
+constexpr std::size_t kAtOnce = 4;
+
+#else
+
+using Term = Sum;
+
+Term termOf(const Vec3<float>* points, int a, int b, int c, int d) {
+  const Vec3<float> normal = cross(at(points, b) - at(points, a), at(points, d) - at(points, c));
+  return {{normal.x, normal.y, normal.z, 1.0f}};
+}
+
+void add(const Term& term, Sum& sum) {
+  for (std::size_t i = 0; i < 4; ++i) sum.v[i] += term.v[i];
+}
+
+bool allFourNamePoints(const int* f, std::uint32_t last) { return allNamePoints(f, 4, std::size_t{last} + 1); }
+
+void finishFour(const Sum*, bool, Vec3<float>*) {}
+constexpr std::size_t kAtOnce = 0;
+
+#endif
+
+// Adds the normal of the face whose indices are at `f` to its points; a face with an index that names none is passed over.
+void addTriangle(const Vec3<float>* points, const int* f, std::uint32_t last, Sum* sums) {
+  if (!allNamePoints(f, 3, std::size_t{last} + 1)) return;
+  const Term term = termOf(points, f[0], f[1], f[0], f[2]);
+  for (std::size_t k = 0; k < 3; ++k) add(term, sums[static_cast<std::size_t>(f[k])]);
+}
+void addQuad(const Vec3<float>* points, const int* f, std::uint32_t last, Sum* sums) {
+  if (!allFourNamePoints(f, last)) return;
+  const Term term = termOf(points, f[1], f[3], f[2], f[0]);
+  for (std::size_t k = 0; k < 4; ++k) add(term, sums[static_cast<std::size_t>(f[k])]);
+}
+void addPolygon(const Vec3<float>* points, const int* f, std::size_t n, std::uint32_t last, Sum* sums) {
+  if (!allNamePoints(f, n, std::size_t{last} + 1)) return;
+  const Term term = termOf(points, f[1], f[n - 1], f[2], f[0]);
+  for (std::size_t k = 0; k < n; ++k) add(term, sums[static_cast<std::size_t>(f[k])]);
+}
+
+void finishOne(const Sum& from, bool keepSign, Vec3<float>& normal) {
+  const float count = from.v[3];
+  if (!(count > 0)) return;
+  Vec3<float> sum(from.v[0], from.v[1], from.v[2]);
+  if (!keepSign) sum = -sum;
+  normal = (sum / count).normalized();
 }
 
 }  // namespace
@@ -70,37 +150,40 @@ bool calcPointNormals(std::size_t nPoints, const Vec3<float>* points, std::size_
   pointNormals.clear();
   pointNormals.resize(nPoints);
 
-  // Sum the faces' normals. Indices are checked once; only where one of them is bad does each face look again.
+  // Sum the faces' normals. Every face's indices are looked at as it is read: a pass of its own would read them all twice.
   const bool triangles = allTriangles && nVerts % 3 == 0 && nVerts / 3 == nFaces;
   const bool quads = !triangles && allQuads && nVerts % 4 == 0 && nVerts / 4 == nFaces;
   if (!triangles && !quads && vertsPerFace == nullptr) return false;
-  const bool checked = allNamePoints(indices, nVerts, nPoints);
+  const auto last = static_cast<std::uint32_t>(std::min<std::size_t>(nPoints - 1, 0x7FFFFFFF));
   std::vector<Sum> sums(nPoints);
+  Sum* const to = sums.data();
   if (triangles) {
-    addFacesOf<3>(points, nPoints, indices, nFaces, checked, sums.data());
+    for (std::size_t face = 0; face < nFaces; ++face) addTriangle(points, indices + 3 * face, last, to);
   } else if (quads) {
-    addFacesOf<4>(points, nPoints, indices, nFaces, checked, sums.data());
+    for (std::size_t face = 0; face < nFaces; ++face) addQuad(points, indices + 4 * face, last, to);
   } else {
     std::size_t cursor = 0;
     for (std::size_t face = 0; face < nFaces && cursor < nVerts; ++face) {
       if (vertsPerFace[face] <= 0) continue;
       const auto n = static_cast<std::size_t>(vertsPerFace[face]);
       if (n > nVerts - cursor) break;  // cut off, and so is every later face with vertices
-      if (n >= 3 && (checked || allNamePoints(indices + cursor, n, nPoints)))
-        addFace(points, indices + cursor, n, sums.data());
+      const int* f = indices + cursor;
+      if (n == 4)
+        addQuad(points, f, last, to);
+      else if (n == 3)
+        addTriangle(points, f, last, to);
+      else if (n > 4)
+        addPolygon(points, f, n, last, to);
       cursor += n;
     }
   }
 
   // Average and normalise.
   Vec3<float>* const out = pointNormals.data();
-  for (std::size_t i = 0; i < nPoints; ++i) {
-    const float count = sums[i].v[3];
-    if (!(count > 0)) continue;
-    Vec3<float> sum(sums[i].v[0], sums[i].v[1], sums[i].v[2]);
-    if (!keepSign) sum = -sum;
-    out[i] = (sum / count).normalized();
-  }
+  std::size_t i = 0;
+  if constexpr (kAtOnce > 0)
+    for (; i + kAtOnce <= nPoints; i += kAtOnce) finishFour(to + i, keepSign, out + i);
+  for (; i < nPoints; ++i) finishOne(to[i], keepSign, out[i]);
   return true;
 }
 

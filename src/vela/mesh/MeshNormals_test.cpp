@@ -207,6 +207,36 @@ TEST(CalcPointNormals, EverySampleMeshAgreesWithTheModelUnderBothSigns) {
     }
 }
 
+TEST(CalcPointNormals, AnySoupAgreesWithTheModelBitForBit) {
+  SCOPED_TRACE(kSeed);
+  std::mt19937 random(kSeed);
+  std::uniform_real_distribution<float> place(-1.0f, 1.0f);
+  const float odd[] = {0.0f, -0.0f, 1e-23f, 1e-40f, 3e19f, -1e30f, std::numeric_limits<float>::infinity(), std::numeric_limits<float>::quiet_NaN()};
+  for (int round = 0; round < 400; ++round) {
+    // All triangles, all quads or a mixture; some points unused, some indices bad, some coordinates at the ends of what floats are.
+    const int kind = round % 3;
+    SampleMesh m;
+    const int pointCount = 1 + round % 23;
+    for (int p = 0; p < pointCount; ++p) {
+      m.points.emplace_back(place(random), place(random), place(random));
+      if (round % 5 == 0) m.points.back()[random() % 3] = odd[random() % 8];
+    }
+    for (int f = 0; f < 1 + round % 17; ++f) {
+      m.counts.push_back(kind == 0 ? 3 : kind == 1 ? 4 : static_cast<int>(random() % 8));
+      for (int k = 0; k < m.counts.back(); ++k)
+        m.indices.push_back(static_cast<int>(random() % static_cast<unsigned>(pointCount)));
+    }
+    if (m.indices.empty()) continue;
+    if (round % 4 == 0) m.indices[random() % m.indices.size()] = round % 8 ? pointCount : std::numeric_limits<int>::min();
+    for (const bool keepSign : {true, false})
+      for (const bool hinted : {true, false}) {
+        Normals out;
+        ASSERT_TRUE(pointNormals(m, out, keepSign, hinted && kind == 0, hinted && kind == 1));
+        expectSame(out, modelPointNormals(m, keepSign));
+      }
+  }
+}
+
 TEST(CalcPointNormals, HintsOnEverySampleMeshStayInBounds) {
   for (const auto& m : sampleMeshes())
     for (int flags = 0; flags < 8; ++flags) {
