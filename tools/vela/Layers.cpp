@@ -88,7 +88,7 @@ LayerChoice chooseLayers(const std::string& list) {
     if (!layer) throw Failure{kUsage, "no such layer", name, "", kAttempt};
     choice.set += layer->channelSet();
   }
-  for (Channel channel = choice.set.first(); channel; channel = choice.set.next(channel)) {
+  for (const Channel channel : choice.set) {
     const ChannelAlias* alias = registry.channel(channel);
     LayerChannel described;
     if (!alias || !describeChannel(*alias, described))

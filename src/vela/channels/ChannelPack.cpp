@@ -22,7 +22,8 @@ void ChannelPack::add(const ChannelSet& channels, bool unique) noexcept {
       if (c.index() > 0 && static_cast<std::size_t>(c.index()) < kCapacity) present.set(static_cast<std::size_t>(c.index()));
     }
   }
-  for (Channel c = channels.first(); c && count_ < kCapacity; c = channels.next(c)) {
+  for (const Channel c : channels) {
+    if (count_ == kCapacity) return;
     const std::size_t index = static_cast<std::size_t>(c.index());
     const bool repeated =
         unique && (index < kCapacity ? present[index] : std::find(static_cast<const Channel*>(begin()), newEnd, c) != newEnd);

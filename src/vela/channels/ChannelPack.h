@@ -53,6 +53,7 @@ class VELA_API ChannelPack {
   [[nodiscard]] std::size_t size() const noexcept { return count_; }
   /// The entries; the first `size()` are in use.
   [[nodiscard]] const Channel* array() const noexcept { return entries_.data(); }
+  [[nodiscard]] Channel* array() noexcept { return entries_.data(); }
   [[nodiscard]] const Channel* begin() const noexcept { return entries_.data(); }
   [[nodiscard]] const Channel* end() const noexcept { return entries_.data() + count_; }
   [[nodiscard]] Channel* begin() noexcept { return entries_.data(); }

@@ -112,6 +112,8 @@ TEST(ChannelPack, EntriesAreReadAndWrittenInPlace) {
   for (int c = 10; c < 13; ++c) pack += Channel(c);
   pack[1] = Channel(99);
   EXPECT_EQ(pack.array()[1], 99);
+  pack.array()[2] = Channel(77);
+  EXPECT_EQ(pack[2], 77);
   EXPECT_EQ(pack.end() - pack.begin(), 3);
   const ChannelPack& constant = pack;
   EXPECT_EQ(constant[1], 99);

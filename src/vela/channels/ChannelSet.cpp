@@ -15,13 +15,18 @@ namespace {
 using Word = std::uint32_t;
 constexpr Word kOnes = 0xFFFFFFFFu;
 
-// n words of heap storage. Zeros come from calloc: pages that nobody writes to are never touched, so that a set of one
-// enormous channel costs address space more than memory.
+constexpr std::size_t kTableWords = 8;  // the table of jumps that lies in front of the words
+
+// How many words are stored for an extension of n: whole pairs.
+std::size_t storedWords(Word n) { return (std::size_t{n} + 1) & ~std::size_t{1}; }
+
+// n words of heap storage behind an unfilled table. Zeros come from calloc: pages that nobody writes to are never touched, so
+// that a set of one enormous channel costs address space more than memory.
 Word* allocateWords(Word n, bool zeroed) {
-  const std::size_t bytes = std::size_t{n} * sizeof(Word);
-  void* words = zeroed ? std::calloc(1, bytes) : std::malloc(bytes);
-  if (words == nullptr) throw std::bad_alloc();
-  return static_cast<Word*>(words);
+  const std::size_t bytes = (kTableWords + storedWords(n)) * sizeof(Word);
+  void* block = zeroed ? std::calloc(1, bytes) : std::malloc(bytes);
+  if (block == nullptr) throw std::bad_alloc();
+  return static_cast<Word*>(block) + kTableWords;
 }
 
 // a[i] = op(a[i], b[i]) for 1 <= i < n: the header word stays out of it. Words 1 to 3 go alone, so that the blocks after them
@@ -42,23 +47,31 @@ inline void combineWords(Word* a, const Word* b, Word n, Op op) {
   for (; i < n; ++i) a[i] = op(a[i], b[i]);
 }
 
-int highestBit(Word word) { return 31 - __builtin_clz(word); }
-
 }  // namespace
 
 // --- Storage -----------------------------------------------------------------------------------------------------------
 
 void ChannelSet::copyExtension(const ChannelSet& other) {
   const Word n = other.words_;
-  if (words_ == n) {
-    std::memcpy(extension_, other.extension_, std::size_t{n} * sizeof(Word));
-    return;
+  if (words_ != n) {
+    Word* words = n == 2 ? inline_ : allocateWords(n, false);
+    dropExtension();
+    extension_ = words;
+    words_ = n;
   }
-  Word* words = n == 2 ? inline_ : allocateWords(n, false);
-  std::memcpy(words, other.extension_, std::size_t{n} * sizeof(Word));
-  dropExtension();
-  extension_ = words;
-  words_ = n;
+  const std::size_t inFront = n == 2 ? 0 : kTableWords;
+  std::memcpy(extension_ - inFront, other.extension_ - inFront, (inFront + storedWords(n)) * sizeof(Word));
+}
+
+void ChannelSet::fillTable() noexcept {
+  if (!hasTable()) return;
+  std::int16_t* const entries = tableOf(extension_);
+  std::int16_t next = kNoJump;
+  for (Word j = kTableEntries; j-- > 0;) {
+    entries[j] = next;
+    const std::uint64_t bits = 2 * j < words_ ? pair(j) : 0;
+    if (bits != 0) next = static_cast<std::int16_t>(static_cast<int>(64 * j) + lowestBit(bits));
+  }
 }
 
 void ChannelSet::extend(std::uint32_t n) {
@@ -69,11 +82,15 @@ void ChannelSet::extend(std::uint32_t n) {
   Word* words = n == 2 ? inline_ : allocateWords(n, !ones);
   if (n == 2) words[1] = 0;
   if (extension_ != nullptr) std::memcpy(words + 1, extension_ + 1, std::size_t{before - 1} * sizeof(Word));
-  if (ones) std::fill(words + before, words + n, kOnes);
+  if (ones) {
+    std::fill(words + before, words + n, kOnes);
+    std::fill(words + n, words + storedWords(n), 0u);
+  }
   words[0] = n;
   dropExtension();
   extension_ = words;
   words_ = n;
+  fillTable();
 }
 
 void ChannelSet::truncate(std::uint32_t n) noexcept {
@@ -88,6 +105,8 @@ void ChannelSet::truncate(std::uint32_t n) noexcept {
     words_ = 2;
   } else {
     extension_[0] = words_ = n;
+    std::fill(extension_ + n, extension_ + storedWords(n), 0u);
+    fillTable();
   }
 }
 
@@ -129,6 +148,7 @@ void ChannelSet::assignChannel(Channel channel) {
   extension_ = words;
   words_ = n;
   mask_ = 0;
+  fillTable();
 }
 
 void ChannelSet::insertHigh(unsigned c) {
@@ -138,6 +158,12 @@ void ChannelSet::insertHigh(unsigned c) {
     extend(i + 1);
   }
   extension_[i] |= 1u << (c & 31u);
+  if (hasTable()) {
+    // Whoever jumped over the channel lands on it.
+    std::int16_t* const entries = tableOf(extension_);
+    const std::int16_t channel = static_cast<std::int16_t>(c);
+    for (Word j = c >> 6; j-- > 0 && entries[j] > channel;) entries[j] = channel;
+  }
   if (extension_[i] == kOnes && all()) autoTruncate();
 }
 
@@ -148,6 +174,15 @@ void ChannelSet::eraseHigh(unsigned c) {
     extend(i + 1);
   }
   extension_[i] &= ~(1u << (c & 31u));
+  if (hasTable()) {
+    // Whoever landed on the channel goes on to the next one.
+    std::int16_t* const entries = tableOf(extension_);
+    const std::int16_t channel = static_cast<std::int16_t>(c);
+    const std::uint64_t rest = pair(c >> 6);
+    const std::int16_t next =
+        rest != 0 ? static_cast<std::int16_t>(static_cast<int>(c & ~63u) + lowestBit(rest)) : entries[c >> 6];
+    for (Word j = c >> 6; j-- > 0 && entries[j] == channel;) entries[j] = next;
+  }
   if (extension_[i] == 0) autoTruncate();
 }
 
@@ -185,6 +220,11 @@ bool ChannelSet::operator==(Channel channel) const noexcept {
 
 // --- Sets --------------------------------------------------------------------------------------------------------------
 
+void ChannelSet::uniteWords(const ChannelSet& other) noexcept {
+  if (hasTable()) uniteTables(tableOf(extension_), tableOf(other.extension_));
+  combineWords(extension_, other.extension_, words_, [](auto a, auto b) { return a | b; });
+}
+
 void ChannelSet::unite(const ChannelSet& other) {
   if (this == &other) return;
   // KEEP(union-with-all-cuts): beyond the shorter extension everything counts as a member, also what `other` leaves out.
@@ -197,7 +237,7 @@ void ChannelSet::unite(const ChannelSet& other) {
   if (extension_ != nullptr && other.extension_ != nullptr) {
     combineWords(extension_, other.extension_, std::min(words_, other.words_), [](auto a, auto b) { return a | b; });
   }
-  autoTruncate();
+  settle();
 }
 
 ChannelSet& ChannelSet::operator-=(const ChannelSet& other) {
@@ -215,7 +255,7 @@ ChannelSet& ChannelSet::operator-=(const ChannelSet& other) {
   if (extension_ != nullptr && other.extension_ != nullptr) {
     combineWords(extension_, other.extension_, std::min(words_, other.words_), [](auto a, auto b) { return a & ~b; });
   }
-  autoTruncate();
+  settle();
   return *this;
 }
 
@@ -235,7 +275,7 @@ ChannelSet& ChannelSet::operator&=(const ChannelSet& other) {
     // Words that `other` has not are all ones with its all flag, else zero.
     if (!other.all()) std::fill(extension_ + common, extension_ + words_, 0u);
   }
-  autoTruncate();
+  settle();
   return *this;
 }
 
@@ -299,19 +339,19 @@ Channel ChannelSet::last() const noexcept {
   return mask_ != 0 ? Channel(1 + highestBit(mask_)) : Channel(0);
 }
 
-Channel ChannelSet::previous(Channel channel) const noexcept {
-  if (channel.index() <= 1) return Channel(0);
-  const Word below = static_cast<Word>(channel.index()) - 1;
-  Word low = mask_ & ~kAllFlag;
-  if (below < 32) {
-    low &= (1u << below) - 1u;
-  } else {
-    Word i = below >> 5;
-    if (i >= words_) return last();
-    Word bits = extension_[i] & ((2u << (below & 31u)) - 1u);
-    while (bits == 0 && --i >= 1) bits = extension_[i];
-    if (bits != 0) return Channel(static_cast<int>(32u * i) + highestBit(bits));
+Channel ChannelSet::scanAbovePair(std::uint32_t j) const noexcept {
+  for (++j; 2 * j < words_; ++j) {
+    const std::uint64_t bits = pair(j);
+    if (bits != 0) return Channel(static_cast<int>(64 * j) + lowestBit(bits));
   }
+  return Channel(0);
+}
+
+Channel ChannelSet::highestUpTo(std::uint32_t i) const noexcept {
+  for (; i >= 1; --i) {
+    if (extension_[i] != 0) return Channel(static_cast<int>(32 * i) + highestBit(extension_[i]));
+  }
+  const Word low = mask_ & ~kAllFlag;
   return low != 0 ? Channel(1 + highestBit(low)) : Channel(0);
 }
 
@@ -338,7 +378,7 @@ std::ostream& operator<<(std::ostream& out, const ChannelSet& set) {
   std::string text;
   ChannelSet printed;
   const ChannelManager* registry = set.context();
-  for (Channel c = set.first(); c; c = set.next(c)) {
+  for (const Channel c : set) {
     if (printed & c) continue;
     if (!text.empty()) text += ',';
 

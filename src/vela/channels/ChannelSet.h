@@ -11,6 +11,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <iosfwd>
+#include <iterator>
+#include <type_traits>
 #include <utility>
 
 namespace vela {
@@ -22,9 +24,9 @@ class ChannelManager;
 /// Storage: a mask word whose bit k (0 to 30) holds channel k+1. Bit 31, the all flag, holds channel 32 and says that every
 /// channel above the stored words is a member as well. Beyond the mask there may be an extension: words for channels 32
 /// upwards, channel c in word c >> 5 at bit c & 31. An extension for channels 32 to 63 lies inside the object, a longer one on
-/// the heap at 4 bytes for 32 channels up to the highest one. It grows to the highest channel ever added and goes, as a whole,
-/// once it says nothing that the all flag does not say: so `{33, 65}` minus 65 still stores the word of 65, and differs
-/// from `{33}`.
+/// the heap: 32 bytes, and 4 for 32 channels up to the highest one. It grows to the highest channel ever added and goes, as a
+/// whole, once it says nothing that the all flag does not say: so `{33, 65}` minus 65 still stores the word of 65, and
+/// differs from `{33}`.
 ///
 /// The steps of the operations are fixed, and callers rely on them. Where they do not give the plain algebra of sets, the
 /// operation says so. They do for every set without the all flag.
@@ -36,10 +38,15 @@ class ChannelManager;
 /// Threads: const calls are safe from several threads.
 class VELA_API ChannelSet {
  public:
+  class Iterator;
+
   /// Empty, of the default registry.
   ChannelSet() noexcept = default;
   /// Empty, of the given registry, which must outlive the calls that print the set; null means the default registry.
-  explicit ChannelSet(ChannelManager* context) noexcept : context_(context) {}
+  /// A template for pointers alone: a bare 0 is the mask without channels.
+  template <class Context, class = std::enable_if_t<std::is_convertible<Context, ChannelManager*>::value &&
+                                                    !std::is_integral<Context>::value>>
+  ChannelSet(Context context) noexcept : context_(context) {}  // NOLINT: registries have their empty set
   /// The channels of a mask, of the default registry; 0xFFFFFFFF is the set of all channels.
   ChannelSet(unsigned mask) noexcept : mask_(mask) {}  // NOLINT: masks are sets
   /// That one channel, of the default registry; empty for 0 and below.
@@ -130,7 +137,11 @@ class VELA_API ChannelSet {
       return *this;
     }
     mask_ |= other.mask_;
-    if (words_ > 1) uniteWords(extension_, other.extension_, words_);
+    if (words_ == kTabled) {
+      uniteTabled(extension_, other.extension_);
+    } else if (words_ > 1) {
+      uniteWords(other);
+    }
     return *this;
   }
   /// Adds to the mask word alone.
@@ -213,31 +224,40 @@ class VELA_API ChannelSet {
   /// builds it).
   [[nodiscard]] ChannelManager* context() const;
 
-  // Iteration in the idiom `for (Channel z = set.first(); z; z = set.next(z))`; channel 0 means there is none. It runs over
-  // the stored words: upwards, the set of all channels ends at channel 32. The all flag stands for channel 32 wherever the
-  // mask word is looked at, also when channel 32 was removed from under it.
+  // Iteration, in the idiom `for (Channel z = set.first(); z; z = set.next(z))` or, faster, as `for (Channel z : set)`; both
+  // give the same channels. Channel 0 means there is none. It runs over the stored words: upwards, the set of all channels
+  // ends at channel 32. The all flag stands for channel 32 wherever the mask word is looked at, also when channel 32 was
+  // removed from under it.
 
   [[nodiscard]] Channel first() const noexcept {
     if ((mask_ & 1u) != 0) return Channel(1);
-    if (mask_ != 0) return Channel(1 + lowestBit(mask_));
-    return extension_ == nullptr ? Channel(0) : lowestFrom(32u);
+    return mask_ != 0 ? Channel(1 + lowestBit(mask_)) : lowestFrom(32u);
   }
   /// The lowest member above `channel`.
   [[nodiscard]] Channel next(Channel channel) const noexcept {
     const int c = channel.index();
-    if (c >= 31) {
-      if (extension_ != nullptr) return lowestFrom(static_cast<unsigned>(c) + 1u);
-      return c == 31 && all() ? Channel(32) : Channel(0);
-    }
+    if (c >= 31) return lowestFrom(static_cast<unsigned>(c) + 1u);
     if (c < 0) return first();
     const std::uint32_t above = mask_ >> c;
     if ((above & 1u) != 0) return Channel(c + 1);
-    if (above != 0) return Channel(c + 1 + lowestBit(above));
-    return extension_ == nullptr ? Channel(0) : lowestFrom(32u);
+    return above != 0 ? Channel(c + 1 + lowestBit(above)) : lowestFrom(32u);
   }
+  /// Upwards through a set that does not change meanwhile.
+  [[nodiscard]] Iterator begin() const noexcept;
+  [[nodiscard]] Iterator end() const noexcept;
   [[nodiscard]] Channel last() const noexcept;
   /// The highest member below `channel`; `last()` when `channel` - 1 lies beyond the stored words.
-  [[nodiscard]] Channel previous(Channel channel) const noexcept;
+  [[nodiscard]] Channel previous(Channel channel) const noexcept {
+    const int c = channel.index();
+    if (c <= 32) {
+      const std::uint32_t below = c <= 1 ? 0 : mask_ & ((1u << (c - 1)) - 1u);
+      return below == 0 ? Channel(0) : Channel(1 + highestBit(below));
+    }
+    const std::uint32_t from = static_cast<std::uint32_t>(c) - 1, i = from >> 5;
+    if (i >= words_) return last();
+    const std::uint32_t bits = extension_[i] & (~0u >> (31u - (from & 31u)));
+    return bits != 0 ? Channel(static_cast<int>(32 * i) + highestBit(bits)) : highestUpTo(i - 1);
+  }
 
   /// Feeds the mask word, then the words of the extension, into a hash.
   void append(tarn::Hash& hash) const;
@@ -248,10 +268,38 @@ class VELA_API ChannelSet {
  private:
   static constexpr std::uint32_t kAllFlag = 0x80000000u;
 
+  static constexpr std::uint32_t kTabled = 32;   // extensions up to this many words have a table of jumps
+  static constexpr std::uint32_t kTableEntries = kTabled / 2;
+  static constexpr std::int16_t kNoJump = 1024;  // above every channel that a table knows; its low ten bits are channel 0
+
   static int lowestBit(std::uint32_t word) noexcept { return __builtin_ctz(word); }
   static int lowestBit(std::uint64_t word) noexcept { return __builtin_ctzll(word); }
-  static std::uint64_t wordPair(const std::uint32_t* words) noexcept {
+  static int highestBit(std::uint32_t word) noexcept { return 31 - __builtin_clz(word); }
+
+  // Walks read the extension in pairs of words: pair j holds channels 64*j to 64*j+63, but for pair 0, whose lower word is
+  // the header. An extension of an odd length has a word of zeros behind it.
+  std::uint64_t pair(std::uint32_t j) const noexcept {
+    const std::uint32_t* const words = extension_ + std::size_t{2} * j;
     return std::uint64_t{words[0]} | std::uint64_t{words[1]} << 32;
+  }
+  // In front of an extension on the heap lies its table: entry j is the lowest channel stored in the pairs above j, else
+  // kNoJump. A walk through a sparse set gets from pair to pair by one load, where looking for the next word that is not
+  // empty would cost more than everything else, and a union's entries are the lower ones of the two tables, eight at a time.
+  // Kept for extensions of 3 to 32 words; longer ones are looked through.
+  static std::int16_t* tableOf(std::uint32_t* heapWords) noexcept {
+    return reinterpret_cast<std::int16_t*>(heapWords) - kTableEntries;
+  }
+  static const std::int16_t* tableOf(const std::uint32_t* heapWords) noexcept {
+    return reinterpret_cast<const std::int16_t*>(heapWords) - kTableEntries;
+  }
+  bool hasTable() const noexcept { return words_ - 3u < kTabled - 2u; }
+
+  // Channels 1 to 63 as the walk upwards meets them, channel c at bit c. The all flag is channel 32, unless channel 31 stands
+  // before it: from there the walk goes on in the extension.
+  std::uint64_t pairZero() const noexcept {
+    const std::uint64_t low = mask_ << 1, high = extension_ == nullptr ? 0 : std::uint64_t{extension_[1]} << 32;
+    const bool asThirtyTwo = all() && (extension_ == nullptr || (mask_ >> 30 & 1u) == 0);
+    return low | high | std::uint64_t{asThirtyTwo} << 32;
   }
 
   bool has(int channel) const noexcept {
@@ -264,30 +312,22 @@ class VELA_API ChannelSet {
     return (((i == 0 ? mask_ << 1 : stored) >> (c & 31u)) & 1u) != 0;
   }
 
-  /// The lowest member from channel `from` (32 or above) on, in the extension, which is there.
+  // The lowest member from channel `from` (32 or above) on, in the extension; without one, the all flag is channel 32.
   Channel lowestFrom(unsigned from) const noexcept {
-    const std::uint32_t n = words_;
-    std::uint32_t i = from >> 5;
-    if (i >= n) return Channel(0);
-    std::uint32_t bits = extension_[i] >> (from & 31u);
+    if ((from >> 5) >= words_) return Channel(from == 32 && extension_ == nullptr && all() ? 32 : 0);
+    const std::uint32_t j = from >> 6;
+    const std::uint64_t bits = pair(j) >> (from & 63u);
     if ((bits & 1u) != 0) return Channel(static_cast<int>(from));
     if (bits != 0) return Channel(static_cast<int>(from) + lowestBit(bits));
-    // Empty stretches go by in steps of four words.
-    for (++i; i + 4 <= n; i += 4) {
-      const std::uint64_t low = wordPair(extension_ + i), high = wordPair(extension_ + i + 2);
-      if ((low | high) != 0) {
-        return Channel(static_cast<int>(32u * i) + (low != 0 ? lowestBit(low) : 64 + lowestBit(high)));
-      }
-    }
-    for (; i < n; ++i) {
-      bits = extension_[i];
-      if (bits != 0) return Channel(static_cast<int>(32u * i) + lowestBit(bits));
-    }
-    return Channel(0);
+    return lowestAbovePair(j);
+  }
+  // The lowest member in the pairs above pair j.
+  Channel lowestAbovePair(std::uint32_t j) const noexcept {
+    return hasTable() ? Channel(tableOf(extension_)[j] & (kNoJump - 1)) : scanAbovePair(j);
   }
 
   void dropExtension() noexcept {
-    if (extension_ != nullptr && extension_ != inline_) std::free(extension_);
+    if (extension_ != nullptr && extension_ != inline_) std::free(tableOf(extension_));
     extension_ = nullptr;
     words_ = 1;
   }
@@ -304,42 +344,57 @@ class VELA_API ChannelSet {
     other.words_ = 1;
     other.mask_ = 0;
   }
-  // Extensions of three words and more lie on the heap, and so at multiples of 16 bytes.
-  static void uniteBlock(std::uint32_t* to, const std::uint32_t* from) noexcept {
-    using Block = std::uint32_t __attribute__((vector_size(16)));
+  // Tables, and the extensions behind them, begin at multiples of 16 bytes.
+  using WordBlock = std::uint32_t __attribute__((vector_size(16)));
+  using JumpBlock = std::int16_t __attribute__((vector_size(16)));
+  template <class Block, class Op>
+  static void combineBlock(void* to, const void* from, Op op) noexcept {
     Block a, b;
     std::memcpy(&a, __builtin_assume_aligned(to, 16), sizeof a);
     std::memcpy(&b, __builtin_assume_aligned(from, 16), sizeof b);
-    a |= b;
+    a = op(a, b);
     std::memcpy(__builtin_assume_aligned(to, 16), &a, sizeof a);
   }
-  static void uniteWords(std::uint32_t* to, const std::uint32_t* from, std::uint32_t n) noexcept {
-    std::uint32_t i = 0;
-    // 32 words hold what a registry can number: written out, since counting would cost as much as uniting.
-    for (; i + 32 <= n; i += 32) {
-      uniteBlock(to + i, from + i);
-      uniteBlock(to + i + 4, from + i + 4);
-      uniteBlock(to + i + 8, from + i + 8);
-      uniteBlock(to + i + 12, from + i + 12);
-      uniteBlock(to + i + 16, from + i + 16);
-      uniteBlock(to + i + 20, from + i + 20);
-      uniteBlock(to + i + 24, from + i + 24);
-      uniteBlock(to + i + 28, from + i + 28);
-    }
-    if (i == n) return;
-    for (; i + 4 <= n; i += 4) uniteBlock(to + i, from + i);
-    for (; i < n; ++i) to[i] |= from[i];
+  static void uniteTables(std::int16_t* to, const std::int16_t* from) noexcept {
+    const auto lower = [](auto a, auto b) { return a < b ? a : b; };
+    combineBlock<JumpBlock>(to, from, lower);
+    combineBlock<JumpBlock>(to + 8, from + 8, lower);
   }
+  static void uniteBlock(std::uint32_t* to, const std::uint32_t* from) noexcept {
+    combineBlock<WordBlock>(to, from, [](auto a, auto b) { return a | b; });
+  }
+  // The union of 32 words, what a registry can number: written out, since counting would cost as much as uniting.
+  static void uniteTabled(std::uint32_t* to, const std::uint32_t* from) noexcept {
+    uniteTables(tableOf(to), tableOf(from));
+    uniteBlock(to, from);
+    uniteBlock(to + 4, from + 4);
+    uniteBlock(to + 8, from + 8);
+    uniteBlock(to + 12, from + 12);
+    uniteBlock(to + 16, from + 16);
+    uniteBlock(to + 20, from + 20);
+    uniteBlock(to + 24, from + 24);
+    uniteBlock(to + 28, from + 28);
+  }
+  void uniteWords(const ChannelSet& other) noexcept;
   void unite(const ChannelSet& other);
   void copyExtension(const ChannelSet& other);
   bool sameExtension(const ChannelSet& other) const noexcept;
   void assignChannel(Channel channel);
   void insertHigh(unsigned channel);
   void eraseHigh(unsigned channel);
+  Channel scanAbovePair(std::uint32_t j) const noexcept;
+  // The highest member in the words 1 to i and, below them, channels 1 to 31.
+  Channel highestUpTo(std::uint32_t i) const noexcept;
+  void fillTable() noexcept;
   void extend(std::uint32_t n);
   void truncate(std::uint32_t n) noexcept;
   void autoTruncate() noexcept {
     if (extension_ != nullptr && isTrivial()) dropExtension();
+  }
+  // Ends an operation that rewrote the extension.
+  void settle() noexcept {
+    autoTruncate();
+    fillTable();
   }
   bool isTrivial() const noexcept;
 
@@ -349,6 +404,53 @@ class VELA_API ChannelSet {
   std::uint32_t* extension_ = nullptr;    // null, or word 0 = number of words, itself included, then channels from 32 up
   std::uint32_t inline_[2] = {0, 0};      // the extension while it has two words
 };
+
+/// Goes through a set's channels in ascending order; the set must outlive it and not change meanwhile.
+class ChannelSet::Iterator {
+ public:
+  using iterator_category = std::forward_iterator_tag;
+  using value_type = Channel;
+  using difference_type = std::ptrdiff_t;
+  using pointer = const Channel*;
+  using reference = Channel;
+
+  Iterator() noexcept = default;
+  [[nodiscard]] Channel operator*() const noexcept { return Channel(base_ + lowestBit(bits_)); }
+  Iterator& operator++() noexcept {
+    bits_ &= bits_ - 1;
+    if (bits_ == 0) goOn();
+    return *this;
+  }
+  Iterator operator++(int) noexcept {
+    const Iterator before = *this;
+    ++*this;
+    return before;
+  }
+  [[nodiscard]] bool operator==(const Iterator& other) const noexcept {
+    return bits_ == other.bits_ && base_ == other.base_;
+  }
+  [[nodiscard]] bool operator!=(const Iterator& other) const noexcept { return !(*this == other); }
+
+ private:
+  friend class ChannelSet;
+
+  explicit Iterator(const ChannelSet& set) noexcept : set_(&set), bits_(set.pairZero()) {
+    if (bits_ == 0) goOn();
+  }
+  // To the next pair that has members; to the end, where both numbers are 0, when there is none.
+  void goOn() noexcept {
+    const Channel next = set_->extension_ == nullptr ? Channel(0) : set_->lowestAbovePair(static_cast<unsigned>(base_) >> 6);
+    base_ = next.index() & ~63;
+    if (next) bits_ = set_->pair(static_cast<unsigned>(base_) >> 6);
+  }
+
+  const ChannelSet* set_ = nullptr;
+  std::uint64_t bits_ = 0;  // what is left of a pair: bit b stands for channel base_ + b
+  int base_ = 0;
+};
+
+inline ChannelSet::Iterator ChannelSet::begin() const noexcept { return Iterator(*this); }
+inline ChannelSet::Iterator ChannelSet::end() const noexcept { return Iterator(); }
 
 static_assert(alignof(std::max_align_t) >= 16, "malloc's storage takes whole blocks");
 static_assert(sizeof(void*) != 8 || sizeof(ChannelSet) == 32, "sets lie side by side in records: half a cache line each");

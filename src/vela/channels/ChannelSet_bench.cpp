@@ -1,6 +1,8 @@
 // Sets of channels beside std::bitset<1024>, CRoaring and std::set: the same channels, the same questions, one process.
 //
-// The argument of a case is the number of channels in the set, spread over 1 to 1023 (31: channels 1 to 31 alone).
+// The argument of a case is the number of channels in the set, spread over 1 to 1023 (31: channels 1 to 31 alone). Walks
+// are measured over one set again and again, where processors learn its branches by heart, and over 64 sets in turn, where
+// they cannot. std::bitset has no walk backwards.
 #include "vela/channels/ChannelSet.h"
 
 #include <benchmark/benchmark.h>
@@ -63,6 +65,16 @@ unsigned walk(const ChannelSet& set) {
   for (Channel c = set.first(); c; c = set.next(c)) sum += static_cast<unsigned>(c.index());
   return sum;
 }
+unsigned walkRange(const ChannelSet& set) {
+  unsigned sum = 0;
+  for (Channel c : set) sum += static_cast<unsigned>(c.index());
+  return sum;
+}
+unsigned walkBack(const ChannelSet& set) {
+  unsigned sum = 0;
+  for (Channel c = set.last(); c; c = set.previous(c)) sum += static_cast<unsigned>(c.index());
+  return sum;
+}
 unsigned walk(const Bits& set) {
   unsigned sum = 0;
   for (std::size_t c = set._Find_first(); c < set.size(); c = set._Find_next(c)) sum += static_cast<unsigned>(c);
@@ -71,6 +83,11 @@ unsigned walk(const Bits& set) {
 unsigned walk(const std::set<int>& set) {
   unsigned sum = 0;
   for (int c : set) sum += static_cast<unsigned>(c);
+  return sum;
+}
+unsigned walkBack(const std::set<int>& set) {
+  unsigned sum = 0;
+  for (auto c = set.rbegin(); c != set.rend(); ++c) sum += static_cast<unsigned>(*c);
   return sum;
 }
 
@@ -87,6 +104,11 @@ void unite(Roaring& set, const Roaring& other) { set |= other; }
 unsigned walk(const Roaring& set) {
   unsigned sum = 0;
   for (std::uint32_t c : set) sum += c;
+  return sum;
+}
+unsigned walkBack(const Roaring& set) {
+  unsigned sum = 0;
+  for (auto c = set.end(); c != set.begin();) sum += *--c;
   return sum;
 }
 #endif
@@ -117,27 +139,54 @@ void unionInPlace(benchmark::State& state) {
   }
 }
 
+template <class Set, class Walk>
+void measureWalk(benchmark::State& state, unsigned sets, Walk walkThrough) {
+  std::vector<Set> all;
+  for (unsigned seed = 1; seed <= sets; ++seed) all.push_back(make<Set>(channelsOf(state.range(0), seed)));
+  for (auto _ : state) {
+    for (Set& set : all) {
+      benchmark::DoNotOptimize(set);
+      unsigned sum = walkThrough(set);
+      benchmark::DoNotOptimize(sum);
+    }
+  }
+  state.SetItemsProcessed(state.iterations() * sets * state.range(0));
+}
 template <class Set>
 void iterate(benchmark::State& state) {
-  Set set = make<Set>(channelsOf(state.range(0), 1));
-  for (auto _ : state) {
-    benchmark::DoNotOptimize(set);
-    unsigned sum = walk(set);
-    benchmark::DoNotOptimize(sum);
-  }
-  state.SetItemsProcessed(state.iterations() * state.range(0));
+  measureWalk<Set>(state, 1, [](const Set& set) { return walk(set); });
+}
+template <class Set>
+void iterateMany(benchmark::State& state) {
+  measureWalk<Set>(state, 64, [](const Set& set) { return walk(set); });
+}
+template <class Set>
+void iterateBack(benchmark::State& state) {
+  measureWalk<Set>(state, 1, [](const Set& set) { return walkBack(set); });
+}
+void iterateRange(benchmark::State& state) { measureWalk<ChannelSet>(state, 1, walkRange); }
+void iterateManyRange(benchmark::State& state) { measureWalk<ChannelSet>(state, 64, walkRange); }
+
+void counts(benchmark::internal::Benchmark* bench) {
+  for (int count : {1, 4, 8, 16, 31, 64, 100, 200, 500, 800, 1000, 1023}) bench->Arg(count);
 }
 
 #define VELA_COMPARE(Set)                                     \
   BENCHMARK(contains<Set>)->Arg(31)->Arg(1000);               \
   BENCHMARK(unionInPlace<Set>)->Arg(31)->Arg(100)->Arg(1000); \
-  BENCHMARK(iterate<Set>)->Arg(4)->Arg(31)->Arg(100)->Arg(500)->Arg(1000)
+  BENCHMARK(iterate<Set>)->Apply(counts);                     \
+  BENCHMARK(iterateMany<Set>)->Apply(counts)
 
 VELA_COMPARE(ChannelSet);
+BENCHMARK(iterateRange)->Apply(counts);
+BENCHMARK(iterateManyRange)->Apply(counts);
+BENCHMARK(iterateBack<ChannelSet>)->Apply(counts);
 VELA_COMPARE(Bits);
 VELA_COMPARE(std::set<int>);
+BENCHMARK(iterateBack<std::set<int>>)->Apply(counts);
 #ifdef VELA_HAVE_ROARING
 VELA_COMPARE(Roaring);
+BENCHMARK(iterateBack<Roaring>)->Apply(counts);
 #endif
 
 }  // namespace

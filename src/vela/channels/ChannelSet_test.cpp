@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <ios>
+#include <iterator>
 #include <map>
 #include <new>
 #include <random>
@@ -37,9 +38,17 @@ ChannelSet allBut(const Numbers& channels) {
   return set;
 }
 
+Numbers ranged(const ChannelSet& set) {
+  Numbers out;
+  for (const Channel c : set) out.push_back(c);
+  return out;
+}
+
+// Both ways upwards give the same.
 Numbers forwards(const ChannelSet& set) {
   Numbers out;
   for (Channel c = set.first(); c; c = set.next(c)) out.push_back(c);
+  EXPECT_EQ(ranged(set), out);
   return out;
 }
 
@@ -476,6 +485,21 @@ TEST(ChannelSet, IterationStartsAnywhere) {
   EXPECT_EQ(set.previous(Channel(201)), 200);
 }
 
+TEST(ChannelSet, TheRangeHasOrdinaryIterators) {
+  const ChannelSet set = setOf({3, 64, 65, 900});
+  EXPECT_EQ(std::distance(set.begin(), set.end()), 4);
+  EXPECT_EQ(*std::find(set.begin(), set.end(), Channel(65)), 65);
+  EXPECT_TRUE(std::find(set.begin(), set.end(), Channel(66)) == set.end());
+  auto it = set.begin();
+  EXPECT_EQ(*it++, 3);
+  EXPECT_EQ(*it, 64);
+  EXPECT_EQ(*++it, 65);
+  EXPECT_TRUE(it != set.begin());
+  EXPECT_EQ(std::vector<Channel>(set.begin(), set.end()), (std::vector<Channel>{3, 64, 65, 900}));
+  const ChannelSet none;
+  EXPECT_TRUE(none.begin() == none.end());
+}
+
 TEST(ChannelSet, BackwardsFromBeyondTheStoredWordsStartsAtTheLast) {
   const ChannelSet set = setOf({2, 200});
   EXPECT_EQ(set.previous(Channel(5000)), 200);
@@ -517,6 +541,16 @@ TEST(ChannelSet, NoRegistryMeansTheDefaultOne) {
   EXPECT_EQ(ChannelSet(static_cast<vela::ChannelManager*>(nullptr)).context(), vela::DefaultChannelManager());
   EXPECT_EQ(ChannelSet(0x3u).context(), vela::DefaultChannelManager());
   EXPECT_EQ(ChannelSet(Channel(3)).context(), vela::DefaultChannelManager());
+}
+
+TEST(ChannelSet, RegistriesAndNumbersAreToldApart) {
+  vela::BraeGlobalChannelManager registry;
+  const ChannelSet ofRegistry = &registry, ofNone = nullptr;
+  EXPECT_EQ(ofRegistry.context(), &registry);
+  EXPECT_TRUE(ofRegistry.empty());
+  EXPECT_EQ(ofNone.context(), vela::DefaultChannelManager());
+  EXPECT_TRUE(ChannelSet(0) == 0u);
+  EXPECT_TRUE(ChannelSet(5) == 5u);
 }
 
 TEST(ChannelSet, ChangingTheRegistryEmptiesTheSet) {
@@ -898,6 +932,7 @@ std::string differences(const Pair& p, bool withText) {
     bool same = true;
     for (Channel c = p.set.first(); c; c = p.set.next(c)) same = same && i < expected.size() && expected[i++] == c;
     if (!same || i != expected.size()) out += " forwards";
+    if (ranged(p.set) != expected) out += " range";
     for (Channel c = p.set.last(); c; c = p.set.previous(c)) same = same && i > 0 && expected[--i] == c;
     if (!same || i != 0) out += " backwards";
   }
@@ -923,6 +958,45 @@ std::string differences(const Pair& p, const Pair& q) {
   if (!p.model.above && p.set.contains(q.set) != covered) out += " contains";
   if (p.model.above && p.set.contains(q.set) != ((b[0] & ~a[0]) == 0)) out += " contains under the all flag";
   return out;
+}
+
+// Walks jump over empty stretches by a table that every change of a set keeps. Here all of them are mixed, over sets with and
+// without the all flag and of every length, and each walk is held against asking for one channel after the other.
+TEST(ChannelSetModel, WalksMeetWhatMembershipSays) {
+  const std::uint64_t seed = std::random_device{}();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  Draw draw(seed);
+  constexpr int kTops[] = {64, 200, 1024, 1024, 2200};
+  std::array<ChannelSet, 3> sets;
+  for (int step = 0; step < 40000; ++step) {
+    ChannelSet& set = sets[static_cast<std::size_t>(draw.below(3))];
+    const ChannelSet& other = sets[static_cast<std::size_t>(draw.below(3))];
+    const Channel channel(1 + draw.below(kTops[draw.below(5)] - 1));
+    switch (draw.below(16)) {
+      case 0: set += other; break;
+      case 1: set -= other; break;
+      case 2: set &= other; break;
+      case 3: set = other; break;
+      case 4: set = channel; break;
+      case 5: if (draw.below(4) == 0) set = draw.mask(); break;
+      case 6: set += draw.mask(); break;
+      case 7: set -= draw.mask(); break;
+      case 8: set = ChannelSet(other); break;
+      case 9: case 10: case 11: set -= channel; break;
+      default: set += channel; break;
+    }
+
+    // As far as the stored words go; what the all flag says of channel 32 depends on where a walk comes from.
+    const int last = set.last();
+    Numbers up, down;
+    for (int c = 1; c <= last; ++c) {
+      const bool flag = c == 32 && set.all();
+      if ((set & c) || (flag && !(set & 31))) up.push_back(c);
+      if ((set & c) || (flag && last == 32)) down.insert(down.begin(), c);
+    }
+    ASSERT_EQ(forwards(set), up) << "step " << step;
+    ASSERT_EQ(backwards(set), down) << "step " << step;
+  }
 }
 
 TEST(ChannelSetModel, AMillionRandomSequencesAgreeWithAPlainModel) {
