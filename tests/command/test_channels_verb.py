@@ -78,6 +78,7 @@ class Channels(unittest.TestCase):
                          "created now, it would be channel 23 of layer N, with purpose data-vec-x\n")
         self.assertEqual(self.asked("N.x")["new"], {"channel": 23, "layer": "N", "purpose": "data-vec-x"})
         self.assertIn("as a channel, it is called other.Z", self.good("--name", "Z"))
+        self.assertEqual(self.asked("x.")["new"], {"channel": 23, "layer": "x", "purpose": "auto"})
 
     def test_a_name_that_cannot_become_a_channel_is_told_too(self):
         for name in ("", ".x"):

@@ -208,6 +208,8 @@ class Usage(Case):
                           ["select", self.scene, "--rect", "1,2,3,4", "-o", out, "--json"], ["select", "--show", out, "--rect", "1,2,3,4"]):
             line = self.bad(2, *arguments)
             self.assertRegex(line, r"; try |; leave ", arguments)
+        line = self.bad(2, "render", self.scene, "-o", out, "--layers", "rgba,forward")
+        self.assertTrue(line.startswith("vela render: error: the layer cannot be rendered: forward; try rgba,"), line)
         self.assertEqual(self.names(), ["scene.usda"])
 
 

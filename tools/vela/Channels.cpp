@@ -64,7 +64,8 @@ ChannelNameReport look(const ChannelManager& registry, const std::string& name) 
   std::string layer, subname;
   vela::SplitChannelName(report.channelName, layer, subname);
   report.newLayer = layer;
-  report.newPurpose = Channel::TypeString(registry.getChannelTypeFromSubname(subname.c_str()));
+  // Without a sub-name there is nothing to take a purpose from, and a new channel keeps asking for one.
+  report.newPurpose = Channel::TypeString(subname.empty() ? Channel::auto_ : registry.getChannelTypeFromSubname(subname.c_str()));
   report.newNumber = registry.nAvailableChannelSlots() > 0 ? registry.firstUndefinedChannel() : 0;
   return report;
 }

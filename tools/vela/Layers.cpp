@@ -83,18 +83,20 @@ LayerChoice chooseLayers(const std::string& list) {
   constexpr const char* kAttempt = "try rgba, rgb, alpha, depth, P, N, prim, face or albedo";
   ChannelManager& registry = *vela::DefaultChannelManager();
   LayerChoice choice;
+  const auto canRender = [&](Channel channel) {
+    const ChannelAlias* alias = registry.channel(channel);
+    LayerChannel described;
+    return alias && describeChannel(*alias, described);
+  };
   for (const std::string& name : splitList(list)) {
     const LayerAlias* layer = findOrCreate(registry, name);
     if (!layer) throw Failure{kUsage, "no such layer", name, "", kAttempt};
-    choice.set += layer->channelSet();
+    const vela::ChannelSet& members = layer->channelSet();
+    if (!std::all_of(members.begin(), members.end(), canRender))
+      throw Failure{kUsage, "the layer cannot be rendered", name, "", kAttempt};
+    choice.set += members;
   }
-  for (const Channel channel : choice.set) {
-    const ChannelAlias* alias = registry.channel(channel);
-    LayerChannel described;
-    if (!alias || !describeChannel(*alias, described))
-      throw Failure{kUsage, "the layer cannot be rendered", alias ? alias->name() : list, "", kAttempt};
-    choice.channels.push_back(described);
-  }
+  for (const Channel channel : choice.set) describeChannel(*registry.channel(channel), choice.channels.emplace_back());
   if (choice.channels.empty()) throw Failure{kUsage, "no layers", "--layers", "the list is empty", kAttempt};
   return choice;
 }
