@@ -8,6 +8,10 @@
 
 #include "vela/intersect/AccelerationModel.h"
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace vela {
 namespace {
 
@@ -15,16 +19,17 @@ constexpr std::uint32_t kLeafSize = 3;
 constexpr std::size_t kBins = 12;
 constexpr std::size_t kStackSize = 100;
 
-/// Node indices that wait: the first 100 on the stack, the rest on the heap.
-class NodeStack {
+/// What waits for its turn: the first 100 on the stack, the rest on the heap.
+template <class T>
+class WaitingStack {
  public:
-  void push(std::uint32_t node) {
+  void push(const T& node) {
     if (size_ < kStackSize)
       local_[size_++] = node;
     else
       spilled_.push_back(node);
   }
-  bool pop(std::uint32_t& node) {
+  bool pop(T& node) {
     if (!spilled_.empty()) {
       node = spilled_.back();
       spilled_.pop_back();
@@ -36,9 +41,9 @@ class NodeStack {
   }
 
  private:
-  std::uint32_t local_[kStackSize];
+  T local_[kStackSize];
   std::size_t size_ = 0;
-  std::vector<std::uint32_t> spilled_;
+  std::vector<T> spilled_;
 };
 
 struct BuildNode {
@@ -188,27 +193,72 @@ class Builder {
   std::vector<tarn::Vec3<float>> centers_;
 };
 
-/// The slab test with precomputed reciprocals. max and min keep the first operand when the second is no number (0 times
-/// infinity, for an origin in a face that the ray runs along), so that such a ray enters.
-bool enters(const BvhNode& node, const tarn::Vec3<float>& origin, const tarn::Vec3<float>& inv, const bool (&neg)[3],
-            float tMin, float tMax) {
-  const tarn::Box3<float>& box = node.box;
-  const float nearX = ((neg[0] ? box.max.x : box.min.x) - origin.x) * inv.x;
-  const float nearY = ((neg[1] ? box.max.y : box.min.y) - origin.y) * inv.y;
-  const float nearZ = ((neg[2] ? box.max.z : box.min.z) - origin.z) * inv.z;
-  const float farX = ((neg[0] ? box.min.x : box.max.x) - origin.x) * inv.x;
-  const float farY = ((neg[1] ? box.min.y : box.max.y) - origin.y) * inv.y;
-  const float farZ = ((neg[2] ? box.min.z : box.max.z) - origin.z) * inv.z;
-  const float t0 = std::max(std::max(std::max(tMin, nearX), nearY), nearZ);
-  const float t1 = std::min(std::min(std::min(tMax, farX), farY), farZ);
-  return !(t0 > t1);
-}
+/// An interior node as queries read it: both children's boxes in one cache line, so that a visit costs one miss instead of two.
+struct alignas(64) Pair {
+  float side[3][4];        ///< by axis: minimum of left and right, maximum of left and right
+  std::uint32_t child[2];  ///< number of a pair; or leafBit and the start of a run
+  std::uint32_t axis;
+};
+static_assert(sizeof(Pair) == 64);
+
+/// Marks the last of a run in the order of primitives, whose numbers stay below 2^28.
+constexpr std::uint32_t kLastOfRun = 0x80000000u;
+
+/// One ray against boxes, by slabs with precomputed reciprocals. max and min keep the first operand when the second is no number
+/// (0 times infinity, for an origin in a face that the ray runs along), so that such a ray enters.
+struct SlabTest {
+  tarn::Vec3<float> origin, inv;
+  float tMin;
+  bool neg[3];
+
+  explicit SlabTest(const tarn::Ray<float>& ray)
+      : origin(ray.origin),
+        inv(1.0f / ray.direction.x, 1.0f / ray.direction.y, 1.0f / ray.direction.z),
+        tMin(ray.minDistance),
+        neg{inv.x < 0.0f, inv.y < 0.0f, inv.z < 0.0f} {}
+
+  /// Where the ray comes in and goes out again; the range's end is left to whoever asks, since it shrinks.
+  void run(const tarn::Box3<float>& box, float& in, float& out) const {
+    in = tMin;
+    out = std::numeric_limits<float>::infinity();
+    for (std::size_t i = 0; i < 3; ++i) {
+      in = std::max(in, ((neg[i] ? box.max[i] : box.min[i]) - origin[i]) * inv[i]);
+      out = std::min(out, ((neg[i] ? box.min[i] : box.max[i]) - origin[i]) * inv[i]);
+    }
+  }
+  /// The same for the two boxes of a pair.
+  void run(const Pair& pair, float (&in)[2], float (&out)[2]) const {
+#if defined(__SSE2__)
+    __m128 ins = _mm_set1_ps(tMin), outs = _mm_set1_ps(std::numeric_limits<float>::infinity());
+    for (std::size_t i = 0; i < 3; ++i) {
+      // Near sides in the lower lanes, far sides in the upper ones. Operands stand so that a NaN gives what was there.
+      const float* const side = pair.side[i];
+      const __m128 sides = _mm_loadh_pi(_mm_loadl_pi(_mm_setzero_ps(), reinterpret_cast<const __m64*>(side + (neg[i] ? 2 : 0))),
+                                        reinterpret_cast<const __m64*>(side + (neg[i] ? 0 : 2)));
+      const __m128 t = _mm_mul_ps(_mm_sub_ps(sides, _mm_set1_ps(origin[i])), _mm_set1_ps(inv[i]));
+      ins = _mm_max_ps(t, ins);
+      outs = _mm_min_ps(t, outs);
+    }
+    _mm_storel_pi(reinterpret_cast<__m64*>(in), ins);
+    _mm_storeh_pi(reinterpret_cast<__m64*>(out), outs);
+#else
+    for (std::size_t c = 0; c < 2; ++c) {
+      const auto corner = [&](std::size_t at) { return tarn::Vec3<float>(pair.side[0][at], pair.side[1][at], pair.side[2][at]); };
+      run(tarn::Box3<float>(corner(c), corner(2 + c)), in[c], out[c]);
+    }
+#endif
+  }
+};
+
+/// A ray enters where it comes in no later than it goes out and than its range ends; an end that is no number ends nothing.
+bool enters(float in, float out, float tMax) { return !(in > std::min(tMax, out)); }
 
 }  // namespace
 
 struct BvhAcceleration::Tree {
   std::vector<BvhNode> nodes;
-  std::vector<std::uint32_t> primIndices;
+  std::vector<std::uint32_t> primIndices;  ///< with kLastOfRun at the end of each leaf's run
+  std::vector<Pair> pairs;                 ///< the interior nodes, in the order of `nodes`
 };
 
 BvhAcceleration::BvhAcceleration(const AccelerationModel& model, bool useSah) : Acceleration(model) {
@@ -227,11 +277,33 @@ BvhAcceleration::BvhAcceleration(const AccelerationModel& model, bool useSah) : 
       if (node.isLeaf) {
         flat.first = node.start | BvhNode::leafBit;
         flat.second = node.count;
+        tree->primIndices[node.start + node.count - 1] |= kLastOfRun;
       } else {
         flat.first = node.left & BvhNode::indexMask;
         flat.second = (node.right & BvhNode::indexMask) | (node.axis << 30);
       }
       tree->nodes.push_back(flat);
+    }
+
+    // The pairs. What a child is called: its run, or its number among the interior nodes.
+    std::vector<std::uint32_t> nameOf(built.size());
+    std::uint32_t numPairs = 0;
+    for (std::size_t k = 0; k < built.size(); ++k) nameOf[k] = built[k].isLeaf ? tree->nodes[k].first : numPairs++;
+    tree->pairs.reserve(numPairs);
+    for (const BuildNode& node : built) {
+      if (node.isLeaf) continue;
+      const std::uint32_t children[2] = {node.left, node.right};
+      Pair pair{};
+      pair.axis = node.axis;
+      for (std::size_t c = 0; c < 2; ++c) {
+        const tarn::Box3<float>& box = built[children[c]].box;
+        pair.child[c] = nameOf[children[c]];
+        for (std::size_t i = 0; i < 3; ++i) {
+          pair.side[i][c] = box.min[i];
+          pair.side[i][2 + c] = box.max[i];
+        }
+      }
+      tree->pairs.push_back(pair);
     }
   }
   tree_ = std::move(tree);
@@ -241,28 +313,35 @@ BvhAcceleration::~BvhAcceleration() = default;
 
 bool BvhAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray, CollisionResult& result) const {
   if (tree_->nodes.empty()) return false;
-  const BvhNode* const nodes = tree_->nodes.data();
-  const tarn::Vec3<float> inv(1.0f / ray.direction.x, 1.0f / ray.direction.y, 1.0f / ray.direction.z);
-  const bool neg[3] = {inv.x < 0.0f, inv.y < 0.0f, inv.z < 0.0f};
+  const SlabTest slabs(ray);
   tarn::Ray<float> shrinking = ray;
 
+  // What was not entered yet, and where the ray would. Asked again when its turn comes, as the range's end may have moved.
+  struct Waiting {
+    float in, out;
+    std::uint32_t child;
+  };
+  WaitingStack<Waiting> waiting;
+  Waiting current{0.0f, 0.0f, tree_->nodes[0].isLeaf() ? tree_->nodes[0].first : 0};
+  slabs.run(tree_->nodes[0].box, current.in, current.out);
+
   bool found = false;
-  NodeStack waiting;
-  std::uint32_t current = 0;
   do {
     // Down to a leaf, the nearer child first.
-    const BvhNode* node = nodes + current;
-    while (enters(*node, shrinking.origin, inv, neg, shrinking.minDistance, shrinking.maxDistance)) {
-      if (!node->isLeaf()) {
-        const std::uint32_t left = node->first, right = node->second & BvhNode::indexMask;
-        const bool rightFirst = neg[node->second >> 30];
-        waiting.push(rightFirst ? left : right);
-        node = nodes + (rightFirst ? right : left);
+    while (enters(current.in, current.out, shrinking.maxDistance)) {
+      if ((current.child & BvhNode::leafBit) == 0) {
+        const Pair& pair = tree_->pairs[current.child];
+        float in[2], out[2];
+        slabs.run(pair, in, out);
+        const std::size_t near = slabs.neg[pair.axis] ? 1 : 0, far = 1 - near;
+        waiting.push({in[far], out[far], pair.child[far]});
+        current = {in[near], out[near], pair.child[near]};
         continue;
       }
-      const std::uint32_t start = node->first & ~BvhNode::leafBit;
-      for (std::uint32_t j = 0; j < node->second; ++j) {
-        const std::uint32_t primitive = tree_->primIndices[start + j];
+      const std::uint32_t* run = tree_->primIndices.data() + (current.child & ~BvhNode::leafBit);
+      for (bool isLast = false; !isLast; ++run) {
+        const std::uint32_t primitive = *run & ~kLastOfRun;
+        isLast = (*run & kLastOfRun) != 0;
         if (!model().intersect(ctx, shrinking, primitive, result)) continue;
         // KEEP(bvh-replaces): not compared with the hit before. A model that reaches past the range may put a farther hit
         // in the place of a nearer one; callers have pinned results on it.
@@ -278,9 +357,9 @@ bool BvhAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray<
 }
 
 void BvhAcceleration::draw(DrawBoxFunc drawBox) const {
-  if (tree_->nodes.empty()) return;
+  if (tree_->nodes.empty() || drawBox == nullptr) return;
   const tarn::Vec4<float> leafColour(1.0f, 0.8f, 0.0f, 0.5f), interiorColour(0.6f, 0.6f, 1.0f, 0.2f);
-  NodeStack waiting;
+  WaitingStack<std::uint32_t> waiting;
   std::uint32_t current = 0;
   do {
     const BvhNode& node = tree_->nodes[current];

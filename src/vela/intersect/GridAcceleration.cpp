@@ -38,14 +38,21 @@ struct WidePrimitive {
   CellRange range;
 };
 
+/// Adds up neighbouring bits, pairs and nibbles; the compiler's own would be a call where the instruction may be missing.
 unsigned countBits(std::uint64_t bits) {
-#if defined(__GNUC__)
-  return static_cast<unsigned>(__builtin_popcountll(bits));
-#else
-  unsigned count = 0;
-  for (; bits != 0; bits &= bits - 1) ++count;
-  return count;
-#endif
+  bits -= (bits >> 1) & 0x5555555555555555u;
+  bits = (bits & 0x3333333333333333u) + ((bits >> 2) & 0x3333333333333333u);
+  bits = (bits + (bits >> 4)) & 0x0F0F0F0F0F0F0F0Fu;
+  return static_cast<unsigned>((bits * 0x0101010101010101u) >> 56);
+}
+
+/// The cell along one axis, clamped on both sides: a point a rounding error below the box belongs to cell 0. NaN gives 0.
+/// Truncation is floor here: what is below 0 is 0 anyway.
+std::uint32_t cellAlong(float distanceFromMin, float cellSize, std::uint32_t resolution) {
+  const std::uint32_t last = resolution - 1;
+  const float cell = distanceFromMin / cellSize;
+  if (!(cell > 0.0f)) return 0;
+  return cell < static_cast<float>(last) ? static_cast<std::uint32_t>(cell) : last;
 }
 
 }  // namespace
@@ -117,14 +124,6 @@ GridAcceleration::GridAcceleration(const AccelerationModel& model) : Acceleratio
 
 GridAcceleration::~GridAcceleration() = default;
 
-// Clamped on both sides: a point a rounding error below the box belongs to cell 0. NaN gives 0.
-std::uint32_t GridAcceleration::cellOf(float distanceFromMin, std::size_t axis) const {
-  const std::uint32_t last = resolution_[axis] - 1;
-  const float cell = std::floor(distanceFromMin / cellSize_[axis]);
-  if (!(cell > 0.0f)) return 0;
-  return cell < static_cast<float>(last) ? static_cast<std::uint32_t>(cell) : last;
-}
-
 void GridAcceleration::fill(const AccelerationModel& model) {
   const std::size_t count = model.size();
   auto cells = std::make_unique<Cells>();
@@ -139,8 +138,8 @@ void GridAcceleration::fill(const AccelerationModel& model) {
   for (std::size_t p = 0; p < count; ++p) {
     const tarn::Box3<float> b = model.bounds(p);
     for (std::size_t i = 0; i < 3; ++i) {
-      ranges[p].low[i] = static_cast<std::uint8_t>(cellOf(b.min[i] - box_.min[i], i));
-      ranges[p].high[i] = static_cast<std::uint8_t>(cellOf(b.max[i] - box_.min[i], i));
+      ranges[p].low[i] = static_cast<std::uint8_t>(cellAlong(b.min[i] - box_.min[i], cellSize_[i], resolution_[i]));
+      ranges[p].high[i] = static_cast<std::uint8_t>(cellAlong(b.max[i] - box_.min[i], cellSize_[i], resolution_[i]));
     }
     const std::size_t size = ranges[p].size();
     references += size;
@@ -212,6 +211,7 @@ void GridAcceleration::fill(const AccelerationModel& model) {
         block.e1x[lane] = e1.x, block.e1y[lane] = e1.y, block.e1z[lane] = e1.z;
         block.e2x[lane] = e2.x, block.e2y[lane] = e2.y, block.e2z[lane] = e2.z;
         block.primitive[lane] = static_cast<std::uint32_t>(p);
+        block.face[lane] = corners.face;
       });
     }
   } else {
@@ -240,7 +240,7 @@ bool GridAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray
     // KEEP(grid-minus-zero): -0 becomes +0. Divided by -0 the next boundary would lie at minus infinity, and the walk
     // would run out of the grid along an axis that the ray does not move on.
     const float d = ray.direction[i] + 0.0f, size = cellSize_[i], r = entry[i];
-    const std::uint32_t cell = cellOf(r, i);
+    const std::uint32_t cell = cellAlong(r, size, resolution_[i]);
     entryCell[i] = cell;
     if (d < 0.0f) {
       tDelta[i] = -size / d;
@@ -259,15 +259,20 @@ bool GridAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray
     float best = ray.maxDistance;
     if (cells.testBlocks != nullptr) {
       const std::size_t rank = cells.rankOf(cell);
-      std::uint32_t primitive = 0;
+      detail::BlockHit hit;
       if (!cells.testBlocks(cells.blocks.data() + cells.start[rank], cells.blocks.data() + cells.start[rank + 1], ray,
-                            ctx.nearestHit, best, primitive))
+                            ctx.nearestHit, best, hit))
         return false;
-      // The record comes from the single test, which has the same bits.
-      CollisionResult scratch;
-      static_cast<const TriangleAccelerationModel&>(model()).TriangleAccelerationModel::intersect(ctx, ray, primitive, scratch);
-      result = scratch;
-      result.primitiveIndex = primitive;
+      // The record has the bits of the single test's: the block holds what that one works from, and is at hand.
+      const detail::TriangleBlock& block = *hit.block;
+      const std::size_t lane = hit.lane;
+      result.distance = best;
+      result.position = ray.origin + ray.direction * best;
+      result.normal = tarn::cross(tarn::Vec3<float>(block.e1x[lane], block.e1y[lane], block.e1z[lane]),
+                                  tarn::Vec3<float>(block.e2x[lane], block.e2y[lane], block.e2z[lane]));
+      result.primitiveIndex = block.primitive[lane];
+      result.faceIndex = block.face[lane];
+      result.hit = true;
       return true;
     }
     cells.forEachPrimitive(cell, [&](std::uint32_t primitive) {
@@ -322,7 +327,7 @@ bool GridAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray
 }
 
 void GridAcceleration::draw(DrawBoxFunc drawBox) const {
-  if (!cells_) return;
+  if (!cells_ || drawBox == nullptr) return;
   const tarn::Vec4<float> colour(0.4f, 0.9f, 0.5f, 0.2f);
   for (std::uint32_t z = 0; z < resolution_[2]; ++z)
     for (std::uint32_t y = 0; y < resolution_[1]; ++y)

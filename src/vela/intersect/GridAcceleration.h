@@ -40,7 +40,6 @@ class VELA_API GridAcceleration : public Acceleration {
 
  private:
   struct Cells;
-  [[nodiscard]] std::uint32_t cellOf(float distanceFromMin, std::size_t axis) const;
   void fill(const AccelerationModel& model);
 
   std::array<std::uint32_t, 3> resolution_{};

@@ -13,7 +13,7 @@ namespace vela::detail {
 // single test, so that one is left out.
 
 bool testTriangleBlocksPlain(const TriangleBlock* first, const TriangleBlock* last, const tarn::Ray<float>& ray, bool nearest,
-                             float& best, std::uint32_t& primitive) {
+                             float& best, BlockHit& hit) {
   bool found = false;
   const float dx = ray.direction.x, dy = ray.direction.y, dz = ray.direction.z;
   for (const TriangleBlock* block = first; block != last; ++block) {
@@ -34,7 +34,7 @@ bool testTriangleBlocksPlain(const TriangleBlock* first, const TriangleBlock* la
       if (!(best > t && t > ray.minDistance)) continue;
       found = true;
       best = t;
-      primitive = block->primitive[i];
+      hit = {block, i};
       if (!nearest) return true;
     }
   }
@@ -48,7 +48,7 @@ namespace {
 // asked for: it would round differently.
 __attribute__((target("avx"))) bool testTriangleBlocksAvx(const TriangleBlock* first, const TriangleBlock* last,
                                                           const tarn::Ray<float>& ray, bool nearest, float& best,
-                                                          std::uint32_t& primitive) {
+                                                          BlockHit& hit) {
   const __m256 ox = _mm256_set1_ps(ray.origin.x), oy = _mm256_set1_ps(ray.origin.y), oz = _mm256_set1_ps(ray.origin.z);
   const __m256 dx = _mm256_set1_ps(ray.direction.x), dy = _mm256_set1_ps(ray.direction.y), dz = _mm256_set1_ps(ray.direction.z);
   const __m256 tMin = _mm256_set1_ps(ray.minDistance);
@@ -109,7 +109,7 @@ __attribute__((target("avx"))) bool testTriangleBlocksAvx(const TriangleBlock* f
       if (!isFirst && !(distances[lane] < best)) continue;
       isFirst = false;
       best = distances[lane];
-      primitive = block->primitive[lane];
+      hit = {block, lane};
       if (!nearest) return true;
     }
     tBest = _mm256_set1_ps(best);

@@ -17,21 +17,28 @@ struct alignas(32) TriangleBlock {
   float e1x[8], e1y[8], e1z[8];
   float e2x[8], e2y[8], e2z[8];
   std::uint32_t primitive[8];
+  std::int32_t face[8];
 };
-static_assert(sizeof(TriangleBlock) == 320);
+static_assert(sizeof(TriangleBlock) == 352);
+
+/// A lane of a block.
+struct BlockHit {
+  const TriangleBlock* block = nullptr;
+  std::size_t lane = 0;
+};
 
 /// Tests the triangles of a list in order.
 ///
 /// \param nearest   true: the least distance, of equal ones the first; false: the first that counts
 /// \param best      only distances below it and above the ray's minimum count; set to the distance found
-/// \param primitive set to the number of the triangle found
+/// \param found     set to where the triangle found stands
 /// \return true when one was found; otherwise nothing is written
 using TestTriangleBlocks = bool (*)(const TriangleBlock* first, const TriangleBlock* last, const tarn::Ray<float>& ray,
-                                    bool nearest, float& best, std::uint32_t& primitive);
+                                    bool nearest, float& best, BlockHit& found);
 
 /// One lane after the other.
 bool testTriangleBlocksPlain(const TriangleBlock* first, const TriangleBlock* last, const tarn::Ray<float>& ray, bool nearest,
-                             float& best, std::uint32_t& primitive);
+                             float& best, BlockHit& found);
 
 /// The widest kernel that this processor runs.
 TestTriangleBlocks bestTriangleBlockTest();
