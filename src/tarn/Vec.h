@@ -170,12 +170,32 @@ struct Vec4 {
     return a - V<T>(s);                                                                                         \
   }                                                                                                             \
   template <class T>                                                                                            \
+  constexpr V<T> operator+(std::common_type_t<T> s, const V<T>& a) {                                            \
+    return V<T>(s) + a;                                                                                         \
+  }                                                                                                             \
+  template <class T>                                                                                            \
+  constexpr V<T> operator-(std::common_type_t<T> s, const V<T>& a) {                                            \
+    return V<T>(s) - a;                                                                                         \
+  }                                                                                                             \
+  template <class T>                                                                                            \
+  constexpr V<T> operator/(std::common_type_t<T> s, const V<T>& a) {                                            \
+    return V<T>(s) / a;                                                                                         \
+  }                                                                                                             \
+  template <class T>                                                                                            \
   constexpr V<T>& operator+=(V<T>& a, const V<T>& b) {                                                          \
     return a = a + b;                                                                                           \
   }                                                                                                             \
   template <class T>                                                                                            \
   constexpr V<T>& operator-=(V<T>& a, const V<T>& b) {                                                          \
     return a = a - b;                                                                                           \
+  }                                                                                                             \
+  template <class T>                                                                                            \
+  constexpr V<T>& operator+=(V<T>& a, std::common_type_t<T> s) {                                                \
+    return a = a + s;                                                                                           \
+  }                                                                                                             \
+  template <class T>                                                                                            \
+  constexpr V<T>& operator-=(V<T>& a, std::common_type_t<T> s) {                                                \
+    return a = a - s;                                                                                           \
   }                                                                                                             \
   template <class T>                                                                                            \
   constexpr V<T>& operator*=(V<T>& a, const V<T>& b) {                                                          \

@@ -51,6 +51,24 @@ TEST(Vec, ArithmeticIsByComponent) {
   EXPECT_EQ(-a, Vec3<float>(-1, -2, -3));
 }
 
+TEST(Vec, ScalarsStandOnEitherSide) {
+  const Vec3<float> v(1, 2, 4);
+  EXPECT_EQ(v + 1.0f, Vec3<float>(2, 3, 5));
+  EXPECT_EQ(1.0f + v, Vec3<float>(2, 3, 5));
+  EXPECT_EQ(v - 1.0f, Vec3<float>(0, 1, 3));
+  EXPECT_EQ(1.0f - v, Vec3<float>(0, -1, -3));
+  EXPECT_EQ(v / 2.0f, Vec3<float>(0.5f, 1, 2));
+  EXPECT_EQ(2.0f / v, Vec3<float>(2, 1, 0.5f));
+  EXPECT_EQ(8 / Vec2<int>(2, 3), Vec2<int>(4, 2));
+  EXPECT_EQ(1.0 - Vec4<double>(1, 2, 3, 4), Vec4<double>(0, -1, -2, -3));
+
+  Vec3<float> w = v;
+  w += 1.0f;
+  EXPECT_EQ(w, Vec3<float>(2, 3, 5));
+  w -= 2.0f;
+  EXPECT_EQ(w, Vec3<float>(0, 1, 3));
+}
+
 // 1/3 rounded and then multiplied differs from a division: the contract says division.
 TEST(Vec, DivisionIsNotMultiplicationByAReciprocal) {
   const Vec3<float> v = Vec3<float>(5.0f, 10.0f, 25.0f) / 3.0f;
