@@ -17,7 +17,8 @@
 /// Times. A read at a numeric time takes, of the opinions from strong to weak, the first that has time samples or a
 /// default value; within one opinion the samples win. Between two samples floating-point numbers, vectors, matrices and
 /// arrays of equal size are interpolated linearly and quaternions spherically; everything else holds the lower sample.
-/// Outside the samples the nearest holds. The default time is tarn::defaultTimeValue(), a NaN.
+/// Outside the samples the nearest holds. At the very time of a sample, as timeSamples() tells it, that sample counts, whatever an
+/// offset between layers has rounded. The default time is tarn::defaultTimeValue(), a NaN.
 ///
 /// Threads: const calls but `set`, `block` and `clear` are safe from several threads. Those three, like everything
 /// that changes a stage, need the caller to keep all other use of the stage away meanwhile.

@@ -4,6 +4,9 @@
 
 #include <cmath>
 #include <limits>
+#include <random>
+#include <sstream>
+#include <vector>
 
 #include "ovo/Prim.h"
 #include "ovo/Stage.h"
@@ -145,6 +148,34 @@ TEST(Attribute, OffsetsMoveSamplesAndTimeCodes) {
   EXPECT_EQ(valueAt<Array<double>>(prim.getAttr("ts"), 0), (Array<double>{102, 104}));
 }
 
+// Layer times are stage times divided by a scale, and that rounds: 23.6 and its like come out a hair before the sample.
+TEST(Attribute, AtTheTimeOfASampleThatSampleCountsWhateverTheOffset) {
+  const ovo_test::TemporaryFolder folder;
+  folder.writeScene("anim.usda",
+                    "#usda 1.0\ndef \"A\" {\ntoken word.timeSamples = {\n0: \"a\",\n7.3: \"b\",\n9.5: \"c\"\n}\n"
+                    "double number.timeSamples = {\n0: 0,\n7.3: 100,\n9.5: -3\n}\n}");
+  std::mt19937 random(20);
+  std::uniform_real_distribution<double> offsets(-5.0, 5.0), scales(0.05, 3.0);
+  for (int round = 0; round < 200; ++round) {
+    std::ostringstream text;
+    text.precision(17);
+    text << "(\nsubLayers = [@" << folder.path("anim.usda") << "@ (offset = " << offsets(random)
+         << "; scale = " << scales(random) << ")]\n)";
+    const auto prim = sceneOf(text.str())->getPrimAtPath("/A");
+    const Attribute word = prim.getAttr("word"), number = prim.getAttr("number");
+    const std::vector<double> times = number.timeSamples();
+    ASSERT_EQ(times.size(), 3u);
+    for (std::size_t i = 0; i < 3; ++i) {
+      EXPECT_EQ(valueAt<Token>(word, times[i]), (std::vector<Token>{"a", "b", "c"}[i])) << text.str();
+      EXPECT_EQ(valueAt<double>(number, times[i]), (std::vector<double>{0, 100, -3}[i])) << text.str();
+    }
+    // Between them the fraction is that of the stage's times.
+    const double between = times[0] + 0.3 * (times[1] - times[0]);
+    const double t = (between - times[0]) / (times[1] - times[0]);
+    EXPECT_EQ(valueAt<double>(number, between), (1.0 - t) * 0.0 + t * 100.0) << text.str();
+  }
+}
+
 TEST(Attribute, NumbersOfAnyWidthReadAsEachOther) {
   EXPECT_EQ(valueAt<double>(attributeOf("half h = 0.5"), 0), 0.5);
   EXPECT_EQ(valueAt<float>(attributeOf("double d = 0.1"), 0), 0.1f);
@@ -237,6 +268,35 @@ TEST(Attribute, TypesGiveFallbacks) {
   EXPECT_FALSE(stage->getPrimAtPath("/M").getAttr("points").isValid());
   EXPECT_EQ(stage->getPrimAtPath("/M").getAttr("orientation").typeName(), Token("token"));
   EXPECT_FALSE(stage->getPrimAtPath("/M").getAttr("orientation").hasAuthoredValue());
+}
+
+TEST(Attribute, TypesGiveEmptyListsAndBoxesToo) {
+  const auto stage = sceneOf("def Mesh \"M\" {}\ndef PointInstancer \"I\" {}\ndef Capsule \"C\" {}\ndef Camera \"K\" {}");
+  for (const char* name : {"holeIndices", "creaseIndices", "creaseLengths", "cornerIndices"}) {
+    Array<int> list{1};
+    EXPECT_TRUE(stage->getPrimAtPath("/M").getAttr(name).get(list) && list.empty()) << name;
+  }
+  Array<float> sharpnesses{1};
+  EXPECT_TRUE(stage->getPrimAtPath("/M").getAttr("creaseSharpnesses").get(sharpnesses) && sharpnesses.empty());
+  Array<std::int64_t> ids{1};
+  EXPECT_TRUE(stage->getPrimAtPath("/I").getAttr("invisibleIds").get(ids, 2.0) && ids.empty());
+  EXPECT_FALSE(stage->getPrimAtPath("/I").getAttr("ids").isValid());
+  Array<Vec3<float>> extent;
+  EXPECT_TRUE(stage->getPrimAtPath("/C").getAttr("extent").get(extent));
+  EXPECT_EQ(extent, (Array<Vec3<float>>{{-0.5f, -0.5f, -1}, {0.5f, 0.5f, 1}}));
+  float iso = 0, intensity = 0;
+  EXPECT_TRUE(sceneOf("def DistantLight \"L\" {}")->getPrimAtPath("/L").getAttr("inputs:intensity").get(intensity));
+  EXPECT_EQ(intensity, 50000.0f);
+  EXPECT_TRUE(stage->getPrimAtPath("/K").getAttr("exposure:iso").get(iso) && iso == 100.0f);
+}
+
+// A type name from before the current ones, with a role that no current name has.
+TEST(Attribute, OldNamesOfTypesReadAsTheCurrentOnes) {
+  const Attribute indices = attributeOf("PointIndex[] x = [3, 1]");
+  EXPECT_EQ(indices.typeName(), Token("int[]"));
+  EXPECT_EQ(indices.valueType(), Value::int_);
+  EXPECT_EQ(valueAt<Array<int>>(indices, 0), (Array<int>{3, 1}));
+  EXPECT_EQ(attributeOf("Vec3f x = (1, 2, 3)").typeName(), Token("float3"));
 }
 
 TEST(Attribute, SetChecksTheTypeAndConvertsNumbers) {

@@ -80,14 +80,18 @@ Found findAt(const PrimNode& node, const pxr::TfToken& name, double time) {
 
   double lower = 0.0, upper = 0.0;
   if (!layer.GetBracketingTimeSamplesForPath(source.path, local, &lower, &upper)) return Found();
+  // In the stage's time from here on: the way into the layer's and back rounds, and at the very time of a sample it is that
+  // sample which counts.
+  const double stageLower = source.opinion->stageTime(lower), stageUpper = source.opinion->stageTime(upper);
+  if (upper > lower && !(time < stageUpper)) lower = upper;
   pxr::VtValue lowerValue;
   if (!layer.QueryTimeSample(source.path, lower, &lowerValue)) return Found();
   Found result = found(source.opinion, std::move(lowerValue));
   // Samples this near count as one.
-  if (!result.hasValue || std::abs(upper - lower) < 1e-6 || !(local > lower)) return result;
+  if (!result.hasValue || std::abs(upper - lower) < 1e-6 || !(time > stageLower)) return result;
   pxr::VtValue upperValue, mixed;
   if (layer.QueryTimeSample(source.path, upper, &upperValue) &&
-      mixStored(result.value, upperValue, (local - lower) / (upper - lower), mixed))
+      mixStored(result.value, upperValue, (time - stageLower) / (stageUpper - stageLower), mixed))
     result.value = std::move(mixed);
   return result;
 }
@@ -161,10 +165,16 @@ pxr::SdfValueTypeName findType(const PrimNode& node, const std::string& name) {
     if (!opinion.layer->HasField(opinion.property(token), pxr::SdfFieldKeys->TypeName, &type) || type.IsEmpty()) continue;
     const pxr::SdfSchema& schema = pxr::SdfSchema::GetInstance();
     const pxr::SdfValueTypeName found = schema.FindOrCreateType(type);
-    // Names from before the current ones, such as ColorFloat, begin with a capital.
-    if (!(type.GetText()[0] >= 'A' && type.GetText()[0] <= 'Z')) return found;
-    const pxr::SdfValueTypeName current = schema.FindType(found.GetType(), found.GetRole());
-    return current ? current : found;
+    // Names from before the current ones, such as Vec3f and PointIndex, begin with a capital. Some have a role of
+    // their own, which no current name has.
+    const auto isOld = [](const pxr::SdfValueTypeName& candidate) {
+      const char first = candidate.GetAsToken().GetText()[0];
+      return first >= 'A' && first <= 'Z';
+    };
+    if (!isOld(found)) return found;
+    for (const pxr::SdfValueTypeName& current : {schema.FindType(found.GetType(), found.GetRole()), schema.FindType(found.GetType())})
+      if (current && !isOld(current)) return current;
+    return found;
   }
   if (const Fallback* const fallback = findFallback(node, name)) return fallback->type;
   return pxr::SdfValueTypeName();
