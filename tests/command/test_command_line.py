@@ -690,6 +690,13 @@ class Instances(Case):
         self.assertIsNone(self.down(131.2, 0.1))
         self.assertEqual(self.down(131.2, 0.1, "--invisible"), ("/World/Many/Pair/Hidden[3]", 2))
 
+    def test_inactive_ids_are_gone_whatever_is_asked_for(self):
+        self.scene.write_text(INSTANCES.replace('PointInstancer "Many"', 'PointInstancer "Many" ( inactiveIds = [11] )'))
+        self.assertEqual(self.down(101.2, 0.1), ("/World/Many/Pair/Near[0]", 1))
+        self.assertIsNone(self.down(109.9, 2.4))
+        self.assertIsNone(self.down(109.9, 2.4, "--invisible"))
+        self.assertEqual(self.down(131.2, 0.1, "--invisible"), ("/World/Many/Pair/Hidden[3]", 2))
+
     def test_visibility_and_purpose_hold_within_prototypes(self):
         self.assertEqual(self.down(101.2, 0.1, "--purpose", "default,guide"), ("/World/Many/Pair/Guide[0]", 3))
         self.assertEqual(self.down(101.2, 0.1, "--invisible"), ("/World/Many/Pair/Hidden[0]", 2))

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cmath>
 #include <string>
-#include <unordered_set>
 
 #include "Failure.h"
 #include "Interrupt.h"
+#include "ovo/PointInstancerPrim.h"
 #include "ovo/Tokens.h"
 #include "ovo/Xform.h"
 
@@ -67,7 +67,7 @@ void InstanceExpander::expand(const ovo::Prim& instancer, const Mat4<double>& wo
       throw Failure{kBadInput, "too many instances", instancer.getPath().asString(),
                     "there are more than " + std::to_string(kMostInstances), "try --exclude " + instancer.getPath().asString()};
     if (visited_ % 1024 == 0) throwIfInterrupted();
-    if (from.isHidden[i]) continue;
+    if (!from.mask.empty() && !from.mask[i]) continue;
     const int prototype = from.protoIndices.cdata()[i];
     if (prototype < 0 || static_cast<std::size_t>(prototype) >= from.prototypes.size() ||
         !from.prototypes[static_cast<std::size_t>(prototype)] || i >= from.positions.size()) {
@@ -128,15 +128,10 @@ const InstanceExpander::Instancer& InstanceExpander::read(const ovo::Prim& prim,
   if (colour.isValid() && colour.interpolation() == names.constant && out.colours.size() > 1) out.colours.resize(1);
   if (out.colours.size() != 1 && out.colours.size() != count) out.colours.clear();
 
-  // Ids name the instances; without them it is their place.
-  out.isHidden.assign(count, false);
-  ovo::Array<std::int64_t> ids, invisible;
-  if (!filter_.withInvisible && prim.getAttr(names.invisibleIds).get(invisible, time) && !invisible.empty()) {
-    prim.getAttr(names.ids).get(ids, time);
-    const std::unordered_set<std::int64_t> hidden(invisible.cbegin(), invisible.cend());
-    for (std::size_t i = 0; i < count; ++i)
-      out.isHidden[i] = hidden.count(ids.size() == count ? ids.cdata()[i] : static_cast<std::int64_t>(i)) > 0;
-  }
+  // An inactive instance is not there, whatever is asked for; an invisible one can be asked for.
+  using ovo::PointInstancerPrim;
+  out.mask = PointInstancerPrim(prim).computeMask(
+      time, filter_.withInvisible ? PointInstancerPrim::inactive : PointInstancerPrim::inactiveOrInvisible);
 
   std::vector<ovo::Path> paths;
   prim.getRelationshipTargets(names.prototypes, paths);

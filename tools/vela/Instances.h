@@ -70,7 +70,7 @@ class InstanceExpander {
     ovo::Array<int> protoIndices;
     ovo::Array<tarn::Vec3<float>> positions, scales, colours;
     ovo::Array<tarn::Vec4<float>> orientations;
-    std::vector<bool> isHidden;
+    std::vector<bool> mask;  // false for instances that are not there; empty when all are
 
     [[nodiscard]] tarn::Mat4<double> instancerFromInstance(std::size_t i) const;
   };
