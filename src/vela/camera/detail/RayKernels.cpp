@@ -4,8 +4,13 @@
 #include <cmath>
 #include <cstring>
 
-#if defined(__SSE2__)
+// Four rays at a time where the processor has SSE2 for sure, else one after the other. A test builds this file a second time with
+// VELA_WITHOUT_SSE2 and holds both to the same bits.
+#if defined(__SSE2__) && !defined(VELA_WITHOUT_SSE2)
+#define VELA_FOUR_RAYS 1
 #include <emmintrin.h>
+#else
+#define VELA_FOUR_RAYS 0
 #endif
 
 namespace vela::detail {
@@ -68,7 +73,7 @@ RoundDirections sphericalDirections(tarn::Vec2<float> p, tarn::Vec2<float> q, do
   return {x, y, z, xX, y, zX, x, yY, z};
 }
 
-#if defined(__SSE2__)
+#if VELA_FOUR_RAYS
 
 // ---- four rays at a time
 //
@@ -450,7 +455,7 @@ void writeRoundRay(RayContext& ray, const RoundDirections& d, const Optics& o) {
 
 }  // namespace
 
-#if defined(__SSE2__)
+#if VELA_FOUR_RAYS
 
 void perspectiveRays(const RayBatch& batch) {
   const __m128 zero = _mm_setzero_ps();
