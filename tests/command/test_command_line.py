@@ -137,7 +137,7 @@ class Case(unittest.TestCase):
 
 class Help(Case):
     def test_every_help_is_a_screen_and_exits_with_0(self):
-        for arguments in ([], ["render"], ["pick"], ["info"], ["select"], ["channels"]):
+        for arguments in ([], ["render"], ["pick"], ["info"], ["select"], ["channels"], ["resolve"]):
             done = self.good(*arguments, "--help")
             self.assertEqual(done.stderr, "")
             self.assertLess(len(done.stdout.splitlines()), 50)
@@ -161,10 +161,10 @@ class Help(Case):
         self.assertGreaterEqual(count, 11)
 
     def test_the_options_of_the_help_are_those_that_are_read(self):
-        for verb in ("render", "pick", "info", "select"):
+        for verb in ("render", "pick", "info", "select", "resolve"):
             # Examples may show other verbs too.
             options = set(re.findall(r"--[a-z-]+", run(verb, "--help").stdout.split("Examples", 1)[0])) - {"--help"}
-            self.assertGreater(len(options), 1)
+            self.assertGreater(len(options), 0)
             for option in options:
                 # An option that is not known is complained about by name.
                 self.assertNotIn(f"not expected: {option}", run(verb, self.scene, option).stderr)

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """What the README and the guide show is run: each ```cpp block is a whole program that compiles and exits with 0; each line of a
-```sh block that begins with `vela ` exits with 0. Both run in a scratch folder that sees the project's examples.
+```sh block that begins with `vela ` exits with 0, after `export NAME=VALUE` lines with that variable. Both run in a scratch folder that sees the project's examples.
 
 Usage: check_examples.py PROJECT_ROOT COMPILER LIBRARY COMMAND
 """
@@ -13,6 +13,7 @@ import sys
 import tempfile
 
 BLOCK = re.compile(r"^```(\w+)\n(.*?)^```", re.M | re.S)
+EXPORT = re.compile(r"^export (\w+)=(\S+)$")
 
 
 def run(command, **options):
@@ -38,11 +39,14 @@ def main():
                     if fault:
                         faults.append(f"{page.name}: a cpp example: {fault}\n{text}")
                 elif language == "sh":
+                    exported = dict(environment)
                     for line in text.splitlines():
+                        if variable := EXPORT.match(line):
+                            exported[variable[1]] = variable[2]
                         if not line.startswith("vela "):
                             continue
                         lines += 1
-                        fault = run(shlex.split(line, comments=True), cwd=scratch, env=environment)
+                        fault = run(shlex.split(line, comments=True), cwd=scratch, env=exported)
                         if fault:
                             faults.append(f"{page.name}: {line}: {fault}")
     assert programs > 0 and lines > 0, f"{programs} programs and {lines} lines were found: nothing was checked"

@@ -45,6 +45,11 @@ def main():
 
         said = run(prefix / "bin/vela", "--version")
         assert expected.split()[1] in said, f"vela --version: {said!r}"
+
+        examples = pathlib.Path(__file__).resolve().parents[2] / "examples"
+        environment = dict(os.environ, OPENASSETIO_DEFAULT_CONFIG=str(examples / "assets/openassetio.toml"))
+        said = run(prefix / "bin/vela", "resolve", "bal:///demo/still-life", env=environment, cwd=scratch)
+        assert said == str(examples / "demo/demo.usda"), f"vela resolve: {said!r}"
     print(expected)
 
 

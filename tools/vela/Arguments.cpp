@@ -25,8 +25,11 @@ constexpr const char* kOverallHelp =
   vela make SHAPE -o OUT.usda                   a cube, grid, cylinder or sphere
   vela channels                                 the names that image channels have
   vela select FILE --rect X0,Y0,X1,Y1 -o S.sel  what shows in a rectangle, as a selection
+  vela resolve REF...                           the files that asset references stand for
   vela VERB --help                              the options of a verb, with examples
   vela --version
+
+Every FILE to read may be an asset reference: OPENASSETIO_DEFAULT_CONFIG names the configuration of the asset manager.
 
 Every verb takes --log-level quiet|error|warning|message|verbose and --log-file FILE; without a file, and without
 HALDEN_LOG_FILE, the log goes to standard error.
@@ -141,6 +144,21 @@ Examples
   vela channels --json
 )";
 
+constexpr const char* kResolveHelp =
+    R"(vela resolve REF... [options]: the files that asset references stand for.
+
+  --json                 as JSON, with the reason for each that does not resolve
+
+Prints a path a line, in order; for a reference that does not resolve a line on standard error instead, and the exit code is 1.
+The asset manager is that of the OpenAssetIO configuration that OPENASSETIO_DEFAULT_CONFIG names; it may be native or written in
+Python. Every FILE that a verb reads may be such a reference; what exists as a path is that path.
+
+Examples (with OPENASSETIO_DEFAULT_CONFIG=examples/assets/openassetio.toml)
+  vela resolve bal:///demo/still-life
+  vela resolve bal:///demo/still-life?v=1 --json
+  vela info bal:///demo/still-life
+)";
+
 constexpr const char* kMeshHelp =
     R"(vela mesh FILE [PRIM] [options]: says what meshes are made of, and what is wrong with them.
 
@@ -199,6 +217,7 @@ class Parser {
   void list(const std::string& names, std::vector<std::string>& values) {
     app_.add_option(names, values)->expected(1)->take_all();
   }
+  void words(const std::string& name, std::vector<std::string>& values) { app_.add_option(name, values)->required(); }
   void flag(const std::string& names, bool& value) { app_.add_flag(names, value); }
 
   /// \return false when help was asked for
@@ -389,6 +408,13 @@ bool readArguments(int count, char** arguments, ChannelsOptions& options) {
   options.byName = !names.empty();
   if (options.byName) options.name = names[0];
   return true;
+}
+
+bool readArguments(int count, char** arguments, ResolveOptions& options) {
+  Parser parser("resolve", kResolveHelp, false);
+  parser.words("REF", options.references);
+  parser.flag("--json", options.json);
+  return parser.parse(count, arguments);
 }
 
 bool readArguments(int count, char** arguments, MeshOptions& options) {

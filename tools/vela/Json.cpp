@@ -120,6 +120,15 @@ std::string toJson(const SelectionReport& report) {
   return dump(json, 2) + "\n";
 }
 
+std::string toJson(const ResolveReport& report) {
+  const auto text = [](const std::string& value) { return value.empty() ? Json() : Json(value); };
+  Json json = {{"references", Json::array()}};
+  for (const ResolveReport::Reference& one : report.references)
+    json["references"].push_back(
+        {{"reference", one.reference}, {"resolved", !one.path.empty()}, {"path", text(one.path)}, {"error", text(one.error)}});
+  return dump(json, 2) + "\n";
+}
+
 std::string manifestOf(const std::vector<std::string>& paths) {
   Json json = Json::object();
   // By push: looking every path up for its place would take quadratic time in an ordered object.

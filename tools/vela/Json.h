@@ -87,12 +87,20 @@ struct SelectionReport {
   std::vector<Object> objects;  ///< by path
 };
 
+struct ResolveReport {
+  struct Reference {
+    std::string reference, path, error;  ///< a path, or an error
+  };
+  std::vector<Reference> references;  ///< as asked for
+};
+
 /// Texts end with a line end. What is not finite is null.
 [[nodiscard]] std::string toJson(const PickReport& report);
 [[nodiscard]] std::string toJson(const InfoReport& report);
 [[nodiscard]] std::string toJson(const ChannelsReport& report);
 [[nodiscard]] std::string toJson(const ChannelNameReport& report);
 [[nodiscard]] std::string toJson(const SelectionReport& report);
+[[nodiscard]] std::string toJson(const ResolveReport& report);
 
 /// One line: an object from path to the prim's number in a picture, 1 for the first.
 [[nodiscard]] std::string manifestOf(const std::vector<std::string>& paths);

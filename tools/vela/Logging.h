@@ -2,7 +2,10 @@
 /// Where the command logs.
 #pragma once
 
+#include <streambuf>
 #include <string>
+
+#include "Failure.h"
 
 namespace command {
 
@@ -13,7 +16,34 @@ namespace command {
 /// \throws Failure (usage) for a level that is none, or an option without its value
 void setUpLog(int& count, char** arguments);
 
-/// Logs how a verb ended; not on standard error, where main() says it already.
-void logFailure(const std::string& text);
+/// Says on standard error how a verb failed, and logs it; not on standard error, where it then stands already.
+/// \param head  what the line begins with, such as "vela render"
+void reportFailure(const std::string& head, const Failure& failure);
+
+/// Listens to what the asset layer logs while it lives, for messages of the command's own. One at a time.
+///
+/// Errors then show once: they go into the log's file, and not to standard error, where the command says them in its own form.
+/// All else passes as ever.
+class LogListener final : private std::streambuf {
+ public:
+  LogListener();
+  ~LogListener() override;
+  LogListener(const LogListener&) = delete;
+  LogListener& operator=(const LogListener&) = delete;
+
+  /// The first error, in one line; empty without one.
+  [[nodiscard]] const std::string& error() const { return error_; }
+  /// The first warning.
+  [[nodiscard]] const std::string& warning() const { return warning_; }
+
+ private:
+  std::streamsize xsputn(const char* text, std::streamsize count) override;
+  int overflow(int character) override;
+  int sync() override;
+
+  unsigned level_;
+  std::streambuf* below_;
+  std::string error_, warning_;
+};
 
 }  // namespace command

@@ -65,6 +65,11 @@ struct InfoOptions {
   bool json = false;
 };
 
+struct ResolveOptions {
+  std::vector<std::string> references;
+  bool json = false;
+};
+
 struct ChannelsOptions {
   bool byName = false;
   std::string name;
@@ -94,6 +99,7 @@ bool readArguments(int count, char** arguments, MeshOptions& options);
 bool readArguments(int count, char** arguments, MakeOptions& options);
 bool readArguments(int count, char** arguments, ChannelsOptions& options);
 bool readArguments(int count, char** arguments, SelectOptions& options);
+bool readArguments(int count, char** arguments, ResolveOptions& options);
 
 /// The screen of `vela --help`.
 [[nodiscard]] const char* overallHelp();
@@ -106,5 +112,6 @@ void mesh(const MeshOptions& options);
 void make(const MakeOptions& options);
 void channels(const ChannelsOptions& options);
 void select(const SelectOptions& options);
+void resolve(const ResolveOptions& options);
 
 }  // namespace command

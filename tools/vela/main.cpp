@@ -8,6 +8,7 @@
 #include "Interrupt.h"
 #include "Logging.h"
 #include "Options.h"
+#include "Resolve.h"
 #include "vela/Version.h"
 #include "vela/log/Log.h"
 
@@ -19,7 +20,9 @@ using namespace command;
 template <class VerbOptions>
 void run(int count, char** arguments, void (*verb)(const VerbOptions&)) {
   VerbOptions options;
-  if (readArguments(count, arguments, options)) verb(options);
+  if (!readArguments(count, arguments, options)) return;
+  resolveFiles(options);
+  verb(options);
 }
 
 void dispatch(const std::string& verb, int count, char** arguments) {
@@ -30,6 +33,7 @@ void dispatch(const std::string& verb, int count, char** arguments) {
   if (verb == "make") return run(count, arguments, make);
   if (verb == "channels") return run(count, arguments, channels);
   if (verb == "select") return run(count, arguments, select);
+  if (verb == "resolve") return run(count, arguments, resolve);
   throw Failure{kUsage, "no such verb", verb, "", "try vela --help"};
 }
 
@@ -52,8 +56,7 @@ int main(int argc, char** argv) {
 
   const std::string head = verb[0] == '-' ? "vela" : "vela " + verb;
   const auto fail = [&](const Failure& failure) {
-    std::fprintf(stderr, "%s: error: %s\n", head.c_str(), describe(failure).c_str());
-    logFailure(head + ": " + describe(failure));
+    reportFailure(head, failure);
     return static_cast<int>(failure.code);
   };
   catchInterrupts();

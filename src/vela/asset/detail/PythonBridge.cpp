@@ -24,17 +24,27 @@ Function functionOf(void* library, const char* name) {
   return reinterpret_cast<Function>(dlsym(library, name));
 }
 
-/// Makes the symbols of a libpython visible that was loaded for its loader alone: the bridge needs to find them.
-void promoteLibpython() {
-  std::string path;
-  const auto visit = [](dl_phdr_info* info, std::size_t, void* found) -> int {
+/// Where a library of this process was loaded from, found by how its file name begins; empty without one.
+std::string pathOfLoaded(const char* beginning) {
+  struct Search {
+    const char* beginning;
+    std::string path;
+  } search{beginning, {}};
+  const auto visit = [](dl_phdr_info* info, std::size_t, void* data) -> int {
+    auto& sought = *static_cast<Search*>(data);
     const char* const slash = std::strrchr(info->dlpi_name, '/');
     const char* const name = slash ? slash + 1 : info->dlpi_name;
-    if (std::strncmp(name, "libpython3.", 11) != 0) return 0;
-    *static_cast<std::string*>(found) = info->dlpi_name;
+    if (std::strncmp(name, sought.beginning, std::strlen(sought.beginning)) != 0) return 0;
+    sought.path = info->dlpi_name;
     return 1;
   };
-  dl_iterate_phdr(visit, &path);
+  dl_iterate_phdr(visit, &search);
+  return search.path;
+}
+
+/// Makes the symbols of a libpython visible that was loaded for its loader alone: the bridge needs to find them.
+void promoteLibpython() {
+  const std::string path = pathOfLoaded("libpython3.");
   if (!path.empty()) dlopen(path.c_str(), RTLD_NOLOAD | RTLD_NOW | RTLD_GLOBAL);
 }
 
@@ -52,14 +62,23 @@ const char* whyNoInterpreter() {
   return nullptr;
 }
 
+/// The bridge; null, with dlerror() saying why, when it cannot be loaded.
+void* loadBridge() {
+  // By its plain name: one that the process has already serves again, from whatever folder; else it lies on this library's run path.
+  if (void* const bridge = dlopen(kBridge, RTLD_LAZY | RTLD_LOCAL)) return bridge;
+  // That run path is not followed where another library stands in for dlopen, as sanitizers and profilers do.
+  const std::string core = pathOfLoaded("libopenassetio.so.");
+  return dlopen((core.substr(0, core.rfind('/') + 1) + kBridge).c_str(), RTLD_LAZY | RTLD_LOCAL);
+}
+
 }  // namespace
 
 ManagerImplementationFactoryInterfacePtr makePythonFactory(const LoggerInterfacePtr& logger) {
   const char* reason = whyNoInterpreter();
   if (!reason) {
     // Loaded only now: without Python's symbols in the process it cannot be loaded at all, and called without an
-    // interpreter it would crash. Found by its plain name along this library's run path.
-    void* const bridge = dlopen(kBridge, RTLD_LAZY | RTLD_LOCAL);
+    // interpreter it would crash.
+    void* const bridge = loadBridge();
     using Make = ManagerImplementationFactoryInterfacePtr (*)(LoggerInterfacePtr);
     if (const auto make = bridge ? functionOf<Make>(bridge, kFactory) : nullptr) return make(logger);
     reason = dlerror();

@@ -1,0 +1,185 @@
+#include "Resolve.h"
+
+#include <sys/stat.h>
+
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "Interrupt.h"
+#include "Json.h"
+#include "Logging.h"
+#include "Python.h"
+#include "vela/asset/AssetInfo.h"
+#include "vela/asset/AssetManager.h"
+#include "vela/log/Log.h"
+
+namespace command {
+
+namespace {
+
+constexpr const char* kVariable = "OPENASSETIO_DEFAULT_CONFIG";
+
+bool exists(const std::string& path) {
+  struct stat status = {};
+  return stat(path.c_str(), &status) == 0;
+}
+
+// A scheme and its colon, as references of most managers begin. One letter is a drive of another system's paths.
+bool hasScheme(const std::string& text) {
+  std::size_t length = 0;
+  while (length < text.size() && (std::isalnum(static_cast<unsigned char>(text[length])) || (length > 0 && std::strchr("+.-", text[length]))))
+    ++length;
+  return length > 1 && length < text.size() && text[length] == ':' && std::isalpha(static_cast<unsigned char>(text[0]));
+}
+
+// What nobody would call a file.
+bool looksLikeReference(const std::string& text) { return hasScheme(text) && text.find("://") == text.find(':'); }
+
+// The configuration's name; empty when there is none. An empty variable is how shells take one away for a command.
+std::string configuration() {
+  const char* const value = std::getenv(kVariable);
+  return value ? value : "";
+}
+
+Failure noConfiguration(const std::string& reference) {
+  return {kBadInput, "cannot resolve", reference, "no asset manager is configured",
+          std::string("set ") + kVariable + " to an OpenAssetIO configuration, such as examples/assets/openassetio.toml"};
+}
+
+// The manager of this process, set up when it is first asked for.
+struct Manager {
+  bool isThere = false;
+  std::string why;      // it is not there
+  std::string attempt;  // what to try then
+  std::string remark;   // what was said of it
+};
+
+const Manager& manager() {
+  static const Manager instance = [] {
+    Manager made;
+    // OpenAssetIO has a log of its own, on standard error. It says as much as ours, unless the user decides otherwise.
+    constexpr const char* kSeverities[] = {"6", "5", "4", "2", "1"};
+    const unsigned level = Halden::Log::level();
+    setenv("OPENASSETIO_LOGGING_SEVERITY", kSeverities[level < 5 ? level : 1], 0);
+    const std::string noPython = startPython();
+    const LogListener listener;
+    vela::asset::setupManager("");
+    made.isThere = vela::asset::getManager() != nullptr;
+    made.remark = listener.warning();
+    if (!made.isThere) {
+      made.why = "the asset manager of " + configuration() + " cannot be set up: " + listener.error();
+      if (!noPython.empty()) made.why += " (managers written in Python are left out: " + noPython + ")";
+      made.attempt = std::string("see that ") + kVariable + " names a configuration, and that one a manager that is installed";
+    }
+    return made;
+  }();
+  return instance;
+}
+
+Failure noManager(const std::string& reference, const char* butFirst) {
+  return {kBadInput, "cannot resolve", reference, butFirst + manager().why, manager().attempt};
+}
+
+// What the manager says of a reference. It must be there.
+Resolution resolutionOf(const std::string& reference) {
+  Resolution result;
+  result.reference = reference;
+  Failure& failure = result.failure;
+  failure = {kBadInput, "cannot resolve", reference, "", ""};
+
+  const LogListener listener;
+  if (!vela::asset::isAssetPath(reference)) {
+    failure.why = listener.error().empty() ? "the asset manager knows no references of this kind" : listener.error();
+    failure.attempt = "see how references of that manager begin";
+  } else if (std::string path; vela::asset::resolveAssetLocation(reference, path)) {
+    result.path = path;
+  } else {
+    failure.why = !listener.error().empty()    ? listener.error()
+                  : !manager().remark.empty() ? manager().remark
+                                              : "the asset manager has no location for it";
+    failure.attempt = "see what the asset manager holds under that name";
+  }
+  throwIfInterrupted();
+  return result;
+}
+
+// Files are written where a path says. A manager that may know better is asked only about what could be a reference.
+void refuseReference(const char* verb, const char* option, const std::string& output) {
+  if (!hasScheme(output) || exists(output)) return;
+  const std::size_t slash = output.rfind('/');
+  const bool hasFolder = slash == std::string::npos || exists(output.substr(0, slash + 1));
+  const bool isReference = (!hasFolder && looksLikeReference(output)) ||
+                           (!configuration().empty() && manager().isThere && vela::asset::isAssetPath(output));
+  if (isReference)
+    throw Failure{kUsage, "wrong usage", option, "'" + output + "' is an asset reference, and files are written by path",
+                  std::string("try vela ") + verb + " --help"};
+}
+
+}  // namespace
+
+std::string fileOf(const std::string& argument) {
+  if (argument.empty() || exists(argument)) return argument;
+  if (configuration().empty()) {
+    if (looksLikeReference(argument)) throw noConfiguration(argument);
+    return argument;
+  }
+  if (!manager().isThere) throw noManager(argument, looksLikeReference(argument) ? "" : "there is no such file, and ");
+
+  Resolution result = resolutionOf(argument);
+  if (result.isResolved()) return result.path;
+  // A plain name that is neither a file nor a reference is a missing file.
+  if (!looksLikeReference(argument) && !vela::asset::isAssetPath(argument)) return argument;
+  throw result.failure;
+}
+
+void resolveFiles(RenderOptions& options) {
+  refuseReference("render", "-o", options.exr);
+  refuseReference("render", "--png", options.png);
+  options.scene.file = fileOf(options.scene.file);
+  options.selection = fileOf(options.selection);
+}
+
+void resolveFiles(PickOptions& options) { options.scene.file = fileOf(options.scene.file); }
+
+void resolveFiles(SelectOptions& options) {
+  refuseReference("select", "-o", options.output);
+  options.scene.file = fileOf(options.scene.file);
+  options.add = fileOf(options.add);
+  options.show = fileOf(options.show);
+}
+
+void resolveFiles(InfoOptions& options) { options.file = fileOf(options.file); }
+void resolveFiles(MeshOptions& options) { options.file = fileOf(options.file); }
+void resolveFiles(MakeOptions& options) { refuseReference("make", "-o", options.output); }
+
+void resolve(const ResolveOptions& options) {
+  if (configuration().empty()) throw noConfiguration("");
+  if (!manager().isThere) throw noManager("", "");
+
+  std::vector<Resolution> all;
+  for (const std::string& reference : options.references) all.push_back(resolutionOf(reference));
+
+  if (options.json) {
+    ResolveReport report;
+    for (const Resolution& one : all)
+      report.references.push_back({one.reference, one.path, one.isResolved() ? "" : one.failure.why});
+    std::fputs(toJson(report).c_str(), stdout);
+  } else {
+    for (const Resolution& one : all)
+      if (one.isResolved()) std::printf("%s\n", one.path.c_str());
+  }
+
+  // main() says the last one.
+  const Resolution* last = nullptr;
+  for (const Resolution& one : all) {
+    if (one.isResolved()) continue;
+    if (last) reportFailure("vela resolve", last->failure);
+    last = &one;
+  }
+  if (last) throw last->failure;
+}
+
+}  // namespace command
