@@ -467,6 +467,29 @@ class Selections(Case):
     def test_through_takes_what_is_hidden_too(self):
         self.assertEqual(set(self.select("38,28,41,31", "--through")), {"/World/Box/Shell", "/World/Floor"})
 
+    def test_through_takes_what_lies_exactly_upon_another(self):
+        scene = self.at / "upon.usda"
+        square = ('point3f[] points = [(-1, -1, 0), (1, -1, 0), (1, 1, 0), (-1, 1, 0)]\n'
+                  'int[] faceVertexCounts = [4]\nint[] faceVertexIndices = [0, 1, 2, 3]\n')
+        scene.write_text('#usda 1.0\n(upAxis = "Z")\n'
+                         f'def Mesh "A" {{\n{square}}}\ndef Mesh "B" {{\n{square}}}\n'
+                         'def Mesh "Aside" {\n' + square + 'double3 xformOp:translate = (5, 0, 0)\n'
+                         'uniform token[] xformOpOrder = ["xformOp:translate"]\n}\n'
+                         'def PointInstancer "Many" {\nrel prototypes = [</Many/Proto>]\nint[] protoIndices = [0, 0, 0, 0]\n'
+                         'point3f[] positions = [(0, 0, 0), (0, 0, 0), (0, 0, -1), (50, 50, -9)]\n'
+                         'def Mesh "Proto" {\n' + square + '}\n}\n'
+                         'def Camera "Above" {\ntoken projection = "orthographic"\nfloat horizontalAperture = 40\n'
+                         'float verticalAperture = 30\nfloat2 clippingRange = (0.1, 100)\ndouble3 xformOp:translate = (0, 0, 9)\n'
+                         'uniform token[] xformOpOrder = ["xformOp:translate"]\n}\n')
+        out = self.at / "upon.sel"
+        for engine, through, found in (("tracer", [], (1, {"/A"})), ("tracer", ["--through"], (5, {"/A", "/B", "/Many/Proto"})),
+                                       ("hit-detector", ["--through"], (2, {"/A", "/B"}))):
+            said = self.good("select", scene, "--rect", "330,230,332,232", "--size", "640x480", "--lens", "orthographic", "--camera", "/Above",
+                             "--engine", engine, "--parts", "faces", "-o", out, *through).stdout
+            self.assertIn(f"faces of {found[0]} object", said)
+            report = json.loads(self.good("select", "--show", out, "--json").stdout)
+            self.assertEqual({o["path"] for o in report["objects"]}, found[1])
+
     def test_faces_met_are_selected_one_by_one(self):
         shell = self.select("38,28,41,31", "--parts", "faces")["/World/Box/Shell"]
         self.assertEqual((shell["selected"], shell["faces"]["size"], self.chosen(shell["faces"])), (False, 6, [1]))

@@ -6,8 +6,10 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "Scene.h"
+#include "tarn/Box3.h"
 #include "tarn/Ray.h"
 #include "tarn/Vec.h"
 
@@ -33,6 +35,11 @@ class Engine {
   [[nodiscard]] virtual tarn::Vec3<double> origin() const = 0;
   virtual void intersect(const tarn::Ray<float>* rays, std::size_t count, SurfaceHit* hits) const = 0;
   virtual void occluded(const tarn::Ray<float>* rays, std::size_t count, bool* answers) const = 0;
+
+  /// The nearest hit on one entry, as if there were no other. \return hit.hit
+  virtual bool intersectEntry(std::size_t entry, const tarn::Ray<float>& ray, SurfaceHit& hit) const = 0;
+  /// The box of each entry, up to rounding; empty for what is never hit.
+  [[nodiscard]] virtual std::vector<tarn::Box3<float>> entryBoxes() const = 0;
 };
 
 /// `tracer`: the true nearest hit, watertight, meshes as they are at the time; for pictures.

@@ -15,11 +15,15 @@
 #include "SelectionFile.h"
 #include "Text.h"
 #include "View.h"
+#include "tarn/Box3.h"
+#include "vela/intersect/AccelerationModel.h"
+#include "vela/intersect/BvhAcceleration.h"
 
 namespace command {
 
 namespace {
 
+using tarn::Box3;
 using tarn::Ray;
 using tarn::Vec2;
 using tarn::Vec3;
@@ -66,25 +70,80 @@ void castAtFront(const Engine& engine, const MeshList& list, const std::vector<R
     if (hit.hit) met.add(hit.entry, list.shapeOf(hit.entry).sceneFace(hit.face));
 }
 
-// All of one mesh that the rays meet: each goes on behind what it met. Mesh by mesh, since a surface may lie exactly upon another's.
-void castThrough(const Engine& engine, const Shape& shape, std::size_t entry, std::vector<Ray<float>> rays, FacesMet& met) {
-  std::vector<SurfaceHit> hits;
-  while (!rays.empty()) {
-    throwIfInterrupted();
-    hits.assign(rays.size(), SurfaceHit());
-    engine.intersect(rays.data(), rays.size(), hits.data());
-    std::size_t kept = 0;
-    for (std::size_t i = 0; i < rays.size(); ++i) {
-      if (!hits[i].hit) continue;
-      met.add(entry, shape.sceneFace(hits[i].face));
-      // The next float past this hit, and past where the ray began: every round gets further.
-      const float beyond = std::nextafter(std::max(static_cast<float>(hits[i].distance), rays[i].minDistance),
-                                          std::numeric_limits<float>::infinity());
-      if (!(beyond < rays[i].maxDistance)) continue;
-      rays[kept] = rays[i];
-      rays[kept++].minDistance = beyond;
+// The entries whose boxes a ray enters: a tree of boxes whose leaves are never hit, so that the walk goes on and takes note.
+class EntriesNear final : public vela::AccelerationModel {
+ public:
+  // \param rays the rays that will be asked about
+  EntriesNear(const Engine& engine, const std::vector<Ray<float>>& rays) {
+    float farthest = 0.0f;
+    for (const Ray<float>& ray : rays)
+      for (std::size_t i = 0; i < 3; ++i) farthest = std::max(farthest, std::fabs(ray.origin[i]));
+    const std::vector<Box3<float>> boxes = engine.entryBoxes();
+    for (std::size_t entry = 0; entry < boxes.size(); ++entry) {
+      if (boxes[entry].isEmpty()) continue;
+      // Generous by more than the box and its test can be off: both are single precision.
+      Box3<float> box = boxes[entry];
+      float reach = farthest;
+      for (std::size_t i = 0; i < 3; ++i) reach = std::max({reach, std::fabs(box.min[i]), std::fabs(box.max[i])});
+      box.pad(Vec3<float>(reach * 1e-5f));
+      const bool isFinite = std::isfinite(reach) && std::isfinite(box.max.x - box.min.x) &&
+                            std::isfinite(box.max.y - box.min.y) && std::isfinite(box.max.z - box.min.z);
+      if (!isFinite) {
+        always_.push_back(entry);
+        continue;
+      }
+      boxes_.push_back(box);
+      entries_.push_back(entry);
+      bounds_.extendBy(box);
     }
-    rays.resize(kept);
+    tree_ = std::make_unique<vela::BvhAcceleration>(*this, false);
+  }
+
+  // Refills `near`.
+  void find(const Ray<float>& ray, std::vector<std::size_t>& near) const {
+    near = always_;
+    near_ = &near;
+    vela::CollisionResult none;
+    tree_->intersect(context_, ray, none);
+  }
+
+ private:
+  std::size_t size() const override { return boxes_.size(); }
+  Box3<float> bounds(std::size_t i) const override { return boxes_[i]; }
+  Box3<float> bounds() const override { return bounds_; }
+  bool exclude(const vela::IntersectionContext&, std::size_t) const override { return false; }
+  bool intersect(const vela::IntersectionContext&, const Ray<float>&, std::size_t i, vela::CollisionResult&) const override {
+    near_->push_back(entries_[i]);
+    return false;
+  }
+
+  std::vector<Box3<float>> boxes_;
+  std::vector<std::size_t> entries_;  // of the boxes
+  std::vector<std::size_t> always_;   // entries that have no box to speak of
+  Box3<float> bounds_;
+  std::unique_ptr<vela::BvhAcceleration> tree_;
+  vela::IntersectionContext context_;
+  mutable std::vector<std::size_t>* near_ = nullptr;
+};
+
+// All that the rays meet: in each mesh, a ray goes on behind what it met. Mesh by mesh, since a surface may lie exactly upon another's.
+void castThrough(const Engine& engine, const MeshList& list, const std::vector<Ray<float>>& rays, FacesMet& met) {
+  const EntriesNear entries(engine, rays);
+  std::vector<std::size_t> near;
+  for (const Ray<float>& whole : rays) {
+    throwIfInterrupted();
+    entries.find(whole, near);
+    for (const std::size_t entry : near) {
+      Ray<float> ray = whole;
+      SurfaceHit hit;
+      while (engine.intersectEntry(entry, ray, hit)) {
+        met.add(entry, list.shapeOf(entry).sceneFace(hit.face));
+        // The next float past this hit, and past where the ray began: every round gets further.
+        ray.minDistance = std::nextafter(std::max(static_cast<float>(hit.distance), ray.minDistance),
+                                         std::numeric_limits<float>::infinity());
+        if (!(ray.minDistance < ray.maxDistance)) break;
+      }
+    }
   }
 }
 
@@ -249,19 +308,13 @@ void select(const SelectOptions& options) {
   const Vec3<double> middle = bounds.isEmpty() ? Vec3<double>() : bounds.center();
 
   FacesMet met(list);
-  if (!options.through) {
-    const std::unique_ptr<Engine> engine = makeEngine(scene.engine, list, scene.time, middle);
-    castAtFront(*engine, list, raysOf(options, view, engine->origin()), met);
-  } else {
-    for (std::size_t i = 0; i < list.entries.size(); ++i) {
-      MeshList alone;
-      alone.shapes.push_back(list.shapeOf(i));
-      alone.entries.push_back(list.entries[i]);
-      alone.entries[0].shape = 0;
-      const std::unique_ptr<Engine> engine = makeEngine(scene.engine, alone, scene.time, middle);
-      castThrough(*engine, list.shapeOf(i), i, raysOf(options, view, engine->origin()), met);
-    }
-  }
+  const std::unique_ptr<Engine> engine = makeEngine(scene.engine, list, scene.time, middle);
+  const std::vector<Ray<float>> rays = raysOf(options, view, engine->origin());
+  if (options.through)
+    castThrough(*engine, list, rays, met);
+  else
+    castAtFront(*engine, list, rays, met);
+
   const PixelFinder finder(view);
   std::size_t objects = 0;
   for (std::size_t i = 0; i < list.entries.size(); ++i) {

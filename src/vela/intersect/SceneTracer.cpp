@@ -55,6 +55,7 @@ struct SceneTracer::Impl {
   tracer::LargeVector<tracer::Node> nodes;
   std::vector<std::uint32_t> unboxed;
   std::uint32_t onlyPlacement = kNone;
+  std::size_t numBuilt = 0;  ///< placements that were there at the last build
   tarn::Box3<float> bounds;
   tracer::KernelFunctions kernel = tracer::bestKernel();
 
@@ -173,6 +174,7 @@ void SceneTracer::build() {
       impl_->unboxed.push_back(box.index);
     }
   }
+  impl_->numBuilt = impl_->placements.size();
   impl_->onlyPlacement = boxes.size() == 1 ? boxes[0].index : kNone;
   tracer::buildTreeOfSingles(boxes, impl_->nodes);
   impl_->nodes.shrink_to_fit();
@@ -189,6 +191,21 @@ bool SceneTracer::intersect(const tarn::Ray<float>& ray, TracerHit& hit) const {
 
 void SceneTracer::intersect(const tarn::Ray<float>* rays, std::size_t count, TracerHit* hits) const {
   for (std::size_t i = 0; i < count; ++i) intersect(rays[i], hits[i]);
+}
+
+bool SceneTracer::intersectPlacement(std::uint32_t placement, const tarn::Ray<float>& ray, TracerHit& hit) const {
+  hit = TracerHit();
+  if (placement >= impl_->numBuilt || !impl_->placements[placement].isUsable) return false;
+  // A scene without a tree, in which this placement is the only one to be asked.
+  tracer::SceneView alone = impl_->view();
+  alone.nodes = nullptr;
+  alone.unboxed = &placement;
+  alone.numUnboxed = 1;
+  tracer::Nearest nearest;
+  impl_->kernel.nearest(alone, ray, nearest);
+  if (nearest.placement == kNone) return false;
+  impl_->describe(ray, nearest, hit);
+  return true;
 }
 
 bool SceneTracer::occluded(const tarn::Ray<float>& ray) const { return impl_->kernel.occluded(impl_->view(), ray); }

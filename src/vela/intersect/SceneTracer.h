@@ -111,6 +111,8 @@ class VELA_API SceneTracer {
   bool intersect(const tarn::Ray<float>& ray, TracerHit& hit) const;
   /// One record a ray; \p hits has room for \p count.
   void intersect(const tarn::Ray<float>* rays, std::size_t count, TracerHit* hits) const;
+  /// The nearest hit on one placement, as if there were no other; what is no placement yet is never hit.
+  bool intersectPlacement(std::uint32_t placement, const tarn::Ray<float>& ray, TracerHit& hit) const;
   /// True when anything lies in the ray's range.
   [[nodiscard]] bool occluded(const tarn::Ray<float>& ray) const;
   /// One answer a ray; \p occluded has room for \p count.
