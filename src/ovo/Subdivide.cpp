@@ -21,7 +21,6 @@ namespace {
 namespace Far = OpenSubdiv::Far;
 namespace Sdc = OpenSubdiv::Sdc;
 
-using tarn::Vec2;
 using tarn::Vec3;
 
 constexpr std::size_t kMaxIndex = static_cast<std::size_t>(std::numeric_limits<int>::max());

@@ -576,7 +576,7 @@ class Selections(Case):
 
     def test_a_damaged_selection_is_told(self):
         bad = self.at / "bad.sel"
-        for text in ("", "junk", "geoselection { paths 1 { /A 1", "geoselection { paths 2 { } }"):
+        for text in ("", "junk", "geoselection { paths 1 { /A 1", "geoselection { paths 2 { } }", "geoselection { paths 0 {", "geoselection { paths 0 { } } x"):
             bad.write_text(text)
             self.assertIn("cannot read the selection: " + str(bad), self.bad(1, "select", "--show", bad))
         self.assertIn("No such file", self.bad(1, "render", self.scene, "--png", self.at / "a.png", "--selection", self.at / "none.sel"))

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "tarn/Vec.h"
+#include "vela/mesh/MeshTopology.h"
 
 namespace vela_test {
 
@@ -32,6 +33,14 @@ struct SampleMesh {
     return true;
   }
 };
+
+inline vela::MeshTopology topologyOf(const SampleMesh& m) {
+  vela::MeshTopology t;
+  t.points = m.points;
+  t.vertsPerFace = m.counts;
+  t.faceVertPointIndices = m.indices;
+  return t;
+}
 
 inline SampleMesh sampleTorus(int m, int n) {
   SampleMesh mesh{"torus", {}, {}, {}, true, false, 0};

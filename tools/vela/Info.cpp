@@ -4,7 +4,6 @@
 #include <string>
 #include <vector>
 
-#include "Interrupt.h"
 #include "Json.h"
 #include "Options.h"
 #include "Scene.h"
@@ -73,21 +72,15 @@ InfoReport gather(const ovo::Stage& stage, const InfoOptions& options) {
   report.endTimeCode = stage.getEndTimeCode();
   report.defaultPrim = stage.getDefaultPrimName().asString();
 
-  std::vector<ovo::Prim> open{stage.getRootPrim()}, children;
-  while (!open.empty()) {
-    throwIfInterrupted();
-    const ovo::Prim prim = open.back();
-    open.pop_back();
-    prim.getChildren(children, true, false, true);
-    open.insert(open.end(), children.rbegin(), children.rend());
-    if (prim == stage.getRootPrim()) continue;
-
+  forEachPrim(stage, [&](const ovo::Prim& prim) {
+    if (prim == stage.getRootPrim()) return true;
     const std::string type = prim.getTypeName().asString();
     ++report.primsByType[type.empty() ? "(none)" : type];
     if (const ovo::MeshPrim mesh(prim); mesh.isValid()) report.meshes.push_back(factsOf(mesh, options.time));
     if (const ovo::CameraPrim camera(prim); camera.isValid())
       report.cameras.push_back(factsOf(camera, options.time, report.metersPerUnit));
-  }
+    return true;
+  });
   report.problems = stage.problems();
   return report;
 }

@@ -228,15 +228,10 @@ void mesh(const MeshOptions& options) {
     if (!prims.back().isValid())
       throw Failure{kBadInput, "no such mesh", options.prim, "", "vela info lists the meshes of a scene"};
   } else {
-    std::vector<ovo::Prim> open{stage->getRootPrim()}, children;
-    while (!open.empty()) {
-      throwIfInterrupted();
-      const ovo::Prim prim = open.back();
-      open.pop_back();
-      prim.getChildren(children, true, false, true);
-      open.insert(open.end(), children.rbegin(), children.rend());
+    forEachPrim(*stage, [&](const ovo::Prim& prim) {
       if (const ovo::MeshPrim candidate(prim); candidate.isValid()) prims.push_back(candidate);
-    }
+      return true;
+    });
   }
 
   std::size_t defects = 0, faulty = 0;

@@ -158,19 +158,25 @@ void reportNotShown(const char* verb, const MeshList& list) {
                total == 1 ? "" : "s", total == 1 ? "is" : "are", types.c_str());
 }
 
-std::vector<ovo::CameraPrim> listCameras(const ovo::Stage& stage) {
-  std::vector<ovo::CameraPrim> cameras;
-  std::vector<ovo::Prim> open, children;
-  open.push_back(stage.getRootPrim());
+void forEachPrim(const ovo::Stage& stage, const std::function<bool(const ovo::Prim&)>& visit) {
+  std::vector<ovo::Prim> open{stage.getRootPrim()}, children;
   while (!open.empty()) {
+    throwIfInterrupted();
     const ovo::Prim prim = open.back();
     open.pop_back();
-    const ovo::CameraPrim camera(prim);
-    if (camera.isValid()) cameras.push_back(camera);
-    if (prim.getTypeName() == ovo::tokens().PointInstancer) continue;
+    if (!visit(prim)) continue;
     prim.getChildren(children, true, false, true);
     open.insert(open.end(), children.rbegin(), children.rend());
   }
+}
+
+std::vector<ovo::CameraPrim> listCameras(const ovo::Stage& stage) {
+  std::vector<ovo::CameraPrim> cameras;
+  forEachPrim(stage, [&](const ovo::Prim& prim) {
+    const ovo::CameraPrim camera(prim);
+    if (camera.isValid()) cameras.push_back(camera);
+    return prim.getTypeName() != ovo::tokens().PointInstancer;
+  });
   return cameras;
 }
 

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -95,6 +96,10 @@ struct MeshList {
 /// Opens a scene. Why parts of it are missing is said on standard error, a line each.
 /// \throws Failure when the file cannot be opened
 [[nodiscard]] std::shared_ptr<ovo::Stage> openStage(const char* verb, const std::string& file);
+
+/// Visits the prims of a scene, what is below instances too, the root first and parents before children; `visit` says whether to
+/// go on below its prim. The stack is its own: scenes may be nested deeper than the process's.
+void forEachPrim(const ovo::Stage& stage, const std::function<bool(const ovo::Prim&)>& visit);
 
 /// The meshes that a picture at the filter's time shows: active, defined, visible and of the right purpose. What lies below a
 /// point instancer stands where the instancer puts it, and nowhere else.

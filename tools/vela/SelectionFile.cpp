@@ -10,6 +10,19 @@
 
 namespace command {
 
+namespace {
+
+bool isEmptySelection(const std::string& text) {
+  std::istringstream in(text);
+  std::string word, words;
+  while (in >> word) words += word + ' ';
+  // The reader takes from one to three closing braces.
+  const std::string begin = "geoselection { paths 0 { ";
+  return words == begin + "} " || words == begin + "} } " || words == begin + "} } } ";
+}
+
+}  // namespace
+
 vela::Selection::GeoSelection readSelection(const std::string& file) {
   std::ifstream in(file, std::ios::binary);
   std::stringstream text;
@@ -18,12 +31,10 @@ vela::Selection::GeoSelection readSelection(const std::string& file) {
                   "vela select FILE --rect X0,Y0,X1,Y1 -o " + file + " makes one"};
 
   // The reader says on standard error which word it did not expect, and gives an empty selection: so does the text of an
-  // empty one, which is told apart by its count.
+  // empty one, which is told apart by its words.
   vela::Selection::GeoSelection selection;
   selection.deserialize(text);
-  std::string word, brace, paths, count;
-  std::istringstream(text.str()) >> word >> brace >> paths >> count;
-  if (selection.size() == 0 && !(word == "geoselection" && paths == "paths" && count == "0"))
+  if (selection.size() == 0 && !isEmptySelection(text.str()))
     throw Failure{kBadInput, "cannot read the selection", file, "it is no selection, or a damaged one", "make it anew with vela select"};
   return selection;
 }

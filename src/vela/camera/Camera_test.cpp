@@ -4,7 +4,6 @@
 
 #include <cmath>
 #include <cstddef>
-#include <cstring>
 #include <iomanip>
 #include <limits>
 #include <random>
@@ -12,6 +11,7 @@
 #include <string>
 #include <type_traits>
 
+#include "support/VirtualSlots.h"
 #include "vela/camera/LensProjection.h"
 
 using tarn::Mat4;
@@ -408,14 +408,7 @@ TEST(CameraClasses, DrawingAndValidatingDoNothingByThemselves) {
 }
 
 #if defined(__GNUC__) && defined(__x86_64__)
-/// Slot of a virtual function: under the Itanium ABI a pointer to one is its byte offset in the table, plus one.
-template <class Pointer>
-std::size_t slotOf(Pointer pointer) {
-  std::ptrdiff_t words[2];
-  static_assert(sizeof pointer == sizeof words);
-  std::memcpy(words, &pointer, sizeof words);
-  return static_cast<std::size_t>(words[0] - 1) / sizeof(void*);
-}
+using vela_test::slotOf;
 
 TEST(CameraClasses, VirtualFunctionsStandInOrder) {
   // The destructor takes two slots.

@@ -11,6 +11,8 @@
 #include <type_traits>
 #include <vector>
 
+#include "support/VirtualSlots.h"
+
 using tarn::Mat4;
 using tarn::Vec2;
 using tarn::Vec3;
@@ -221,14 +223,7 @@ TEST(LensProjection, RoundLensesHaveThePerspectiveMatrix) {
 }
 
 #if defined(__GNUC__) && defined(__x86_64__)
-/// Slot of a virtual function: under the Itanium ABI a pointer to one is its byte offset in the table, plus one.
-template <class Pointer>
-std::size_t slotOf(Pointer pointer) {
-  std::ptrdiff_t words[2];
-  static_assert(sizeof pointer == sizeof words);
-  std::memcpy(words, &pointer, sizeof words);
-  return static_cast<std::size_t>(words[0] - 1) / sizeof(void*);
-}
+using vela_test::slotOf;
 
 // KEEP(validate-before-destructor): validation has slot 0, the destructor the two after it.
 TEST(LensProjection, ValidationStandsBeforeTheDestructor) {

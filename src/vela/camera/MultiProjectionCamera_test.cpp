@@ -3,11 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
 #include <limits>
 #include <memory>
 #include <type_traits>
 #include <utility>
+
+#include "support/VirtualSlots.h"
 
 using tarn::Mat4;
 using tarn::Vec2;
@@ -208,14 +209,7 @@ TEST(MultiProjectionCamera, InfiniteFarPlaneStaysFinite) {
 }
 
 #if defined(__GNUC__) && defined(__x86_64__)
-/// Slot of a virtual function: under the Itanium ABI a pointer to one is its byte offset in the table, plus one.
-template <class Pointer>
-std::size_t slotOf(Pointer pointer) {
-  std::ptrdiff_t words[2];
-  static_assert(sizeof pointer == sizeof words);
-  std::memcpy(words, &pointer, sizeof words);
-  return static_cast<std::size_t>(words[0] - 1) / sizeof(void*);
-}
+using vela_test::slotOf;
 
 TEST(MultiProjectionCamera, VirtualFunctionsStandInOrder) {
   struct Probe : MultiProjectionCamera {

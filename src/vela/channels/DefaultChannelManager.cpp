@@ -35,7 +35,7 @@ LayerAlias* BraeGlobalChannelManager::getLayer(const char* name) const { return 
 
 std::string BraeGlobalChannelManager::remapChannelName(const char* name) const {
   if (name == nullptr) return {};
-  const std::string text = name;
+  std::string text = name;
   if (text.empty()) return text;
 
   // The colour layer's names under its short layer name.

@@ -19,6 +19,7 @@ using vela::getPosFromImplicitUV;
 using vela::MeshTopology;
 using vela_test::SampleMesh;
 using vela_test::sampleMeshes;
+using vela_test::topologyOf;
 using Normals = ovo::Array<Vec3<float>>;
 
 constexpr unsigned kSeed = 20261121;
@@ -47,13 +48,6 @@ const SampleMesh& named(const std::string& name) {
   for (const auto& m : sampleMeshes())
     if (m.name == name) return m;
   throw std::out_of_range(name);
-}
-MeshTopology topologyOf(const SampleMesh& m) {
-  MeshTopology t;
-  t.points = m.points;
-  t.vertsPerFace = m.counts;
-  t.faceVertPointIndices = m.indices;
-  return t;
 }
 
 Vec3<float> ruleNormal(const SampleMesh& m, const std::vector<int>& face) {

@@ -15,17 +15,16 @@ namespace vela {
 
 namespace {
 
-using tarn::Vec2;
 using tarn::Vec3;
 
 // The first of the names that the prim itself has a primvar for; else the first that it inherits.
 ovo::Primvar findPrimvar(const ovo::MeshPrim& prim, std::initializer_list<ovo::Token> names) {
   for (const ovo::Token& name : names) {
-    const ovo::Primvar own = prim.getPrimvar(name);
+    ovo::Primvar own = prim.getPrimvar(name);
     if (own.isValid()) return own;
   }
   for (const ovo::Token& name : names) {
-    const ovo::Primvar inherited = prim.findInheritedPrimvar(name);
+    ovo::Primvar inherited = prim.findInheritedPrimvar(name);
     if (inherited.isValid()) return inherited;
   }
   return {};

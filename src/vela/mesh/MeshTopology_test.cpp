@@ -14,15 +14,8 @@ using tarn::Vec3;
 using vela::MeshTopology;
 using vela_test::SampleMesh;
 using vela_test::sampleMeshes;
+using vela_test::topologyOf;
 using Edge = MeshTopology::Edges::Edge;
-
-MeshTopology topologyOf(const SampleMesh& m) {
-  MeshTopology t;
-  t.points = m.points;
-  t.vertsPerFace = m.counts;
-  t.faceVertPointIndices = m.indices;
-  return t;
-}
 
 TEST(MeshTopology, IsEmptyAtFirst) {
   const MeshTopology t;
