@@ -190,7 +190,27 @@ bool SceneTracer::intersect(const tarn::Ray<float>& ray, TracerHit& hit) const {
 }
 
 void SceneTracer::intersect(const tarn::Ray<float>* rays, std::size_t count, TracerHit* hits) const {
-  for (std::size_t i = 0; i < count; ++i) intersect(rays[i], hits[i]);
+  // A few rays at a time, each step for all of them: what a record is made from lies in large tables, and is fetched for one
+  // ray while others are traced.
+  constexpr std::size_t kGroup = 16;
+  const tracer::SceneView view = impl_->view();
+  tracer::Nearest nearest[kGroup];
+  for (std::size_t first = 0; first < count; first += kGroup) {
+    const std::size_t n = std::min(kGroup, count - first);
+    for (std::size_t k = 0; k < n; ++k) {
+      nearest[k] = tracer::Nearest();
+      impl_->kernel.nearest(view, rays[first + k], nearest[k]);
+    }
+    for (std::size_t k = 0; k < n; ++k) {
+      if (nearest[k].placement == kNone) continue;
+      const tracer::Mesh& mesh = impl_->meshes[impl_->placements[nearest[k].placement].mesh];
+      __builtin_prefetch(mesh.indices.cdata() + mesh.triangles[nearest[k].triangle].faceVertex[0]);
+    }
+    for (std::size_t k = 0; k < n; ++k) {
+      hits[first + k] = TracerHit();
+      if (nearest[k].placement != kNone) impl_->describe(rays[first + k], nearest[k], hits[first + k]);
+    }
+  }
 }
 
 bool SceneTracer::intersectPlacement(std::uint32_t placement, const tarn::Ray<float>& ray, TracerHit& hit) const {
