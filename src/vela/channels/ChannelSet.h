@@ -305,11 +305,12 @@ class VELA_API ChannelSet {
   bool has(int channel) const noexcept {
     const unsigned c = static_cast<unsigned>(channel), i = c >> 5;
     if (i >= words_) return channel > 0 && all();
-    // One load for every stored channel, and the mask taken in without a branch: a mixture of low and high channels
-    // costs no mispredictions. Shifting the all flag out of the mask puts channel c at bit c, and nothing at bit 0.
+    // One load for every stored channel, and the mask taken in by arithmetic, since compilers made a branch of a choice: a
+    // mixture of low and high channels costs no mispredictions. Shifting the all flag out of the mask puts channel c at bit
+    // c, and nothing at bit 0.
     const std::uint32_t* const words = extension_ != nullptr ? extension_ : &mask_;
-    const std::uint32_t stored = words[i];
-    return (((i == 0 ? mask_ << 1 : stored) >> (c & 31u)) & 1u) != 0;
+    const std::uint32_t low = 0u - ((c - 32u) >> 31);  // all ones for the channels of the mask, which are below 32
+    return ((((words[i] & ~low) | ((mask_ << 1) & low)) >> (c & 31u)) & 1u) != 0;
   }
 
   // The lowest member from channel `from` (32 or above) on, in the extension; without one, the all flag is channel 32.
