@@ -108,7 +108,10 @@ unsigned walk(const Roaring& set) {
 }
 unsigned walkBack(const Roaring& set) {
   unsigned sum = 0;
-  for (auto c = set.end(); c != set.begin();) sum += *--c;
+  // Not back from end(): its iterator may not be stepped back.
+  roaring_uint32_iterator_t at;
+  roaring_init_iterator_last(&set.roaring, &at);
+  for (; at.has_value; roaring_previous_uint32_iterator(&at)) sum += at.current_value;
   return sum;
 }
 #endif
