@@ -1,4 +1,8 @@
-// Rays per second of each lens, beside writing the same records with memset.
+// Rays per second of each lens, beside two peers: writing the same records with memset, and the same formulas one ray after the other
+// with the platform's own sine and cosine (the loops of processors without SSE2, built here a second time).
+#define VELA_WITHOUT_SSE2
+#include "vela/camera/detail/RayKernels.cpp"
+
 #include "vela/camera/LensProjection.h"
 
 #include <benchmark/benchmark.h>
@@ -63,6 +67,26 @@ void cameraRays(benchmark::State& state) {
 }
 BENCHMARK(cameraRays)->ArgsProduct({{4096, 1 << 20}, {0, 1, 2, 3}, {0}})->ArgNames({"rays", "lens", "window"});
 BENCHMARK(cameraRays)->ArgsProduct({{4096, 1 << 20}, {0}, {1}})->ArgNames({"rays", "lens", "window"});
+
+/// The same, one by one.
+void oneByOne(benchmark::State& state) {
+  Batch batch(static_cast<std::size_t>(state.range(0)), state.range(2) != 0);
+  const auto lens = static_cast<vela::LensProjection>(state.range(1));
+  const vela::detail::RayBatch rays = {batch.coords.size(), batch.coords.data(), &batch.sample, 0, batch.rays.data()};
+  for (auto _ : state) {
+    switch (lens) {
+      case vela::LensProjection::perspective: vela::detail::perspectiveRays(rays); break;
+      case vela::LensProjection::orthographic: vela::detail::orthographicRays(rays); break;
+      case vela::LensProjection::spherical: vela::detail::sphericalRays(rays, batch.image.aspect); break;
+      default: vela::detail::cylindricalRays(rays); break;
+    }
+    benchmark::ClobberMemory();
+  }
+  state.SetLabel(vela::LensProjectionClassName(lens));
+  countRays(state);
+}
+BENCHMARK(oneByOne)->ArgsProduct({{4096, 1 << 20}, {0, 1, 2, 3}, {0}})->ArgNames({"rays", "lens", "window"});
+BENCHMARK(oneByOne)->ArgsProduct({{4096, 1 << 20}, {0}, {1}})->ArgNames({"rays", "lens", "window"});
 
 /// A sample for each coordinate.
 void generateRayGeometry(benchmark::State& state) {
