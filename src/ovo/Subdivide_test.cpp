@@ -150,26 +150,49 @@ TEST(SubdivideUniform, PointsAgreeWithOpenSubdivOnTheWholeMesh) {
 }
 
 TEST(SubdivideUniform, PointsApproachOpenSubdivsLimitSurface) {
+  struct Case {
+    const char *mesh, *scheme;
+    Sdc::SchemeType type;
+    bool sharp;
+  };
   Sdc::Options options;
   options.SetVtxBoundaryInterpolation(Sdc::Options::VTX_BOUNDARY_EDGE_AND_CORNER);
-  for (const char* name : {"cube", "octahedron", "hexagonal prism", "torus", "grid"}) {
-    SCOPED_TRACE(name);
-    const SampleMesh& m = named(name);
-    const Oracle o = oracle(m, Sdc::SCHEME_CATMARK, 1, options);
+  const std::vector<int> pairs = {0, 1, 1, 2, 2, 3, 3, 0, 4, 5}, corners = {6};
+  const std::vector<float> weights = {10, 10, 10, 10, 1.5f}, sharpness = {10};
+  for (const Case& c : {Case{"cube", "catmullClark", Sdc::SCHEME_CATMARK, false}, {"octahedron", "catmullClark", Sdc::SCHEME_CATMARK, false},
+                        {"hexagonal prism", "catmullClark", Sdc::SCHEME_CATMARK, false}, {"torus", "catmullClark", Sdc::SCHEME_CATMARK, false},
+                        {"grid", "catmullClark", Sdc::SCHEME_CATMARK, false}, {"cube", "catmullClark", Sdc::SCHEME_CATMARK, true},
+                        {"octahedron", "loop", Sdc::SCHEME_LOOP, false}, {"tetrahedron", "loop", Sdc::SCHEME_LOOP, false}}) {
+    SCOPED_TRACE(std::string(c.mesh) + " " + c.scheme + (c.sharp ? ", sharp" : ""));
+    const SampleMesh& m = named(c.mesh);
+    // OpenSubdiv has limits where nothing is sharp any more but for ever: after the second level.
+    const Oracle o = c.sharp ? oracle(m, c.type, 3, options, pairs, weights, corners, sharpness) : oracle(m, c.type, 1, options);
+    ovo::ArgSet args = scheme(c.scheme);
+    if (c.sharp) {
+      args.creaseIndices = {0, 1, 2, 3, 0, 4, 5};
+      args.creaseLengths = {5, 2};
+      args.creaseSharpnesses = {10.0f, 1.5f};
+      args.cornerIndices = {6};
+      args.cornerSharpnesses = {10};
+    }
     // The distance falls to a quarter with each level, and the first points stay the mesh's own.
     double before = 0;
     for (int levels = 2; levels <= 6; ++levels) {
       Mesh mesh(m);
-      ASSERT_TRUE(mesh.refine(scheme("catmullClark"), levels));
+      ASSERT_TRUE(mesh.refine(args, levels));
       double worst = 0;
       for (std::size_t p = 0; p < m.points.size(); ++p)
         worst = std::max(worst, (Vec3<double>(mesh.points[p]) - o.limits[p]).length());
-      if (levels > 2) {
+      if (levels > (c.sharp ? 3 : 2)) {
         EXPECT_LT(worst, before * 0.36 + 1e-6);
       }
       before = worst;
     }
     EXPECT_LT(before, 1e-3);
+    if (c.sharp) {
+      EXPECT_EQ(o.limits[6], Vec3<double>(m.points[6])) << "a sharp corner stays";
+      EXPECT_NE(o.limits[7], Vec3<double>(m.points[7]));
+    }
   }
 }
 

@@ -4,6 +4,7 @@
 Usage: test_meshes.py COMMAND
 """
 import json
+import math
 import pathlib
 import subprocess
 import sys
@@ -103,6 +104,29 @@ class Meshes(unittest.TestCase):
         self.assertIn("defect: folded face: 1, first 0", done.stdout)
         self.assertIn("of 2 meshes", done.stderr)
         self.assertEqual(self.vela("mesh", file, "/Whole").returncode, 0)
+
+    def test_a_face_whose_sides_cross_is_folded(self):
+        def star(step):  # the corners of a pentagon in steps of one are a pentagon, in steps of two a star
+            at = [(math.cos(2 * math.pi * step * i / 5), math.sin(2 * math.pi * step * i / 5)) for i in range(5)]
+            return at
+        outlines = {
+            "Pentagon": (star(1), 0),
+            "Star": (star(2), 1),
+            "Concave": ([(0, 0), (4, 0), (4, 4), (2, 1), (0, 4)], 0),
+            "Spiral": ([(0, 0), (5, 0), (5, 5), (0, 5), (0, 1), (1, 1), (1, 4), (4, 4), (4, 2), (0.5, 2), (0.5, 0.5)], 1),
+            "Eight": ([(0, 0), (1, 1), (2, 0), (2, 2), (1, 1.5), (0, 2)], 0),
+            "Balanced": ([(0, 0), (2, 2), (2, 0), (0, 2), (-1, 1)], 1),
+            "Straight": ([(0, 0), (1, 0), (2, 0), (2, 1), (1, 1), (0, 1)], 0),
+        }
+        for plane in ("{0}, {1}, 0", "0, {0}, {1}", "{1}, 7, {0}", "{0}, {1}, {0}"):
+            text = "#usda 1.0\n"
+            for name, (corners, _) in outlines.items():
+                points = ", ".join("(" + plane.format(*c) + ")" for c in corners)
+                text += f'def Mesh "{name}"\n{{\n int[] faceVertexCounts = [{len(corners)}]\n int[] faceVertexIndices = {list(range(len(corners)))}\n point3f[] points = [{points}]\n}}\n'
+            file = self.at / "outlines.usda"
+            file.write_text(text)
+            for mesh, (name, (_, folded)) in zip(self.inspected(file, 1), outlines.items()):
+                self.assertEqual([d["kind"] for d in mesh["defects"]], ["folded face"] * folded, (name, plane))
 
     def test_a_prim_that_is_no_mesh_is_bad_input(self):
         file = self.at / "broken.usda"

@@ -70,9 +70,60 @@ Vec3<double> areaVector(const vela::MeshTopology& mesh, const vela::MeshTopology
   return sum;
 }
 
-// A quadrilateral that crosses itself: its halves face opposite ways whichever diagonal cuts it.
-bool crossesItself(const vela::MeshTopology& mesh, const vela::MeshTopology::Faces::Face& face) {
-  if (face.size() != 4) return false;
+// Corners by their axes, for looking along the one in which the face is widest.
+struct FlatCorner {
+  double x, y;
+};
+
+// Twice the area of three of them: above 0 when they turn left.
+double turnOf(const FlatCorner& a, const FlatCorner& b, const FlatCorner& c) {
+  return (b.x - a.x) * (c.y - a.y) - (c.x - a.x) * (b.y - a.y);
+}
+
+// True when two sides cross somewhere between their ends. Looked at along the axis in which the face is widest; one whose halves
+// cancel each other out is seen along that of its largest corner.
+bool sidesCross(const vela::MeshTopology& mesh, const vela::MeshTopology::Faces::Face& face, const Vec3<double>& area) {
+  const std::size_t n = face.size();
+  const auto corner = [&](std::size_t k) { return Vec3<double>(mesh.points.cdata()[face[k % n]]); };
+  Vec3<double> along = area;
+  for (std::size_t k = 0; k < n && area.lengthSquared() == 0; ++k) {
+    const Vec3<double> turn = cross(corner(k + 1) - corner(k), corner(k + 2) - corner(k));
+    if (turn.lengthSquared() > along.lengthSquared()) along = turn;
+  }
+  const Vec3<double> width(std::fabs(along.x), std::fabs(along.y), std::fabs(along.z));
+  const std::size_t axis = width.z >= width.x && width.z >= width.y ? 2 : width.x >= width.y ? 0 : 1;
+
+  // Sides by where they begin along x: only those that overlap there are tried against each other.
+  struct Side {
+    FlatCorner from, to;
+    double low, high;
+    std::size_t number;
+  };
+  std::vector<Side> sides(n);
+  for (std::size_t k = 0; k < n; ++k) {
+    const auto flat = [&](std::size_t c) { return FlatCorner{corner(c)[(axis + 1) % 3], corner(c)[(axis + 2) % 3]}; };
+    sides[k] = {flat(k), flat(k + 1), 0, 0, k};
+    sides[k].low = std::min(sides[k].from.x, sides[k].to.x);
+    sides[k].high = std::max(sides[k].from.x, sides[k].to.x);
+  }
+  std::sort(sides.begin(), sides.end(), [](const Side& a, const Side& b) { return a.low < b.low; });
+  for (std::size_t i = 0; i < n; ++i) {
+    if ((i & 0xFFF) == 0) throwIfInterrupted();
+    for (std::size_t j = i + 1; j < n && sides[j].low <= sides[i].high; ++j) {
+      const Side &a = sides[i], &b = sides[j];
+      const std::size_t apart = a.number > b.number ? a.number - b.number : b.number - a.number;
+      if (apart == 1 || apart == n - 1) continue;
+      if (turnOf(a.from, a.to, b.from) * turnOf(a.from, a.to, b.to) < 0 && turnOf(b.from, b.to, a.from) * turnOf(b.from, b.to, a.to) < 0)
+        return true;
+    }
+  }
+  return false;
+}
+
+// A quadrilateral whose halves face opposite ways whichever diagonal cuts it, and a larger face with sides that cross.
+bool crossesItself(const vela::MeshTopology& mesh, const vela::MeshTopology::Faces::Face& face, const Vec3<double>& area) {
+  if (face.size() > 4) return sidesCross(mesh, face, area);
+  if (face.size() < 4) return false;
   const auto half = [&](std::size_t a, std::size_t b, std::size_t c) {
     const auto corner = [&](std::size_t k) { return Vec3<double>(mesh.points.cdata()[face[k]]); };
     return cross(corner(b) - corner(a), corner(c) - corner(a));
@@ -116,7 +167,7 @@ void inspectFaces(const vela::MeshTopology& mesh, MeshReport& report) {
     const Vec3<double> area = areaVector(mesh, face);
     if (std::adjacent_find(sorted.begin(), sorted.end()) != sorted.end())
       defects.add("face that names a point twice", face.index());
-    else if (crossesItself(mesh, face))
+    else if (crossesItself(mesh, face, area))
       defects.add("folded face", face.index());
     else if (area.x == 0 && area.y == 0 && area.z == 0)
       defects.add("face without area", face.index());

@@ -295,11 +295,22 @@ Vec3<float> Surface::at(const Values& values, int face, const Vec3<float>& objec
   if (values.spread == Spread::constant) return data[0];
   if (values.spread == Spread::face) return data[f];
 
-  const std::size_t start = starts_[f], count = static_cast<std::size_t>(shape_.counts[f]);
-  const int* corners = shape_.indices.cdata() + start;
-  const auto value = [&](std::size_t i) {
-    return values.spread == Spread::point ? data[static_cast<std::size_t>(corners[i])] : data[start + i];
-  };
+  Weights weights;
+  weigh(face, objectPoint, weights);
+  const int* corners = shape_.indices.cdata() + starts_[f];
+  Vec3<double> sum;
+  for (std::size_t i = 0; i < weights.count; ++i)
+    if (weights.data[i] != 0.0)
+      sum += Vec3<double>(values.spread == Spread::point ? data[static_cast<std::size_t>(corners[i])] : data[starts_[f] + i]) * weights.data[i];
+  return Vec3<float>(sum);
+}
+
+// Mean value coordinates, which add up to 1.
+void Surface::weigh(int face, const Vec3<float>& objectPoint, Weights& weights) const {
+  const auto f = static_cast<std::size_t>(face);
+  const std::size_t count = static_cast<std::size_t>(shape_.counts[f]);
+  const int* corners = shape_.indices.cdata() + starts_[f];
+  weights.start(count);
 
   // Corners as seen from the point. On a corner, or on the edge between two, only those count.
   struct Corner {
@@ -320,17 +331,19 @@ Vec3<float> Surface::at(const Values& values, int face, const Vec3<float>& objec
     seen[i].length = seen[i].direction.length();
     size = std::max(size, seen[i].length);
   }
-  if (!(size > 0.0) || !std::isfinite(size)) return value(0);
+  const auto only = [&](std::size_t i) {
+    std::fill_n(weights.data, count, 0.0);
+    weights.data[i] = 1.0;
+  };
+  if (!(size > 0.0) || !std::isfinite(size)) return only(0);
   for (std::size_t i = 0; i < count; ++i)
-    if (seen[i].length <= 1e-7 * size) return value(i);
+    if (seen[i].length <= 1e-7 * size) return only(i);
 
   // The weight of a corner is the sum of tan(half angle) to both neighbours, over its distance. The sign of an angle comes
   // from the polygon's own normal, so that concave corners count right.
   Vec3<double> normal;
   for (std::size_t i = 0; i < count; ++i)
     normal += cross(seen[i].direction, seen[(i + 1) % count].direction);
-  Vec3<double> sum;
-  double weights = 0.0;
   const auto halfTangent = [&](std::size_t i, std::size_t j, bool& onEdge) {
     const double cosine = dot(seen[i].direction, seen[j].direction);
     const double sine = dot(cross(seen[i].direction, seen[j].direction), normal) < 0.0
@@ -344,19 +357,48 @@ Vec3<float> Surface::at(const Values& values, int face, const Vec3<float>& objec
   double before = halfTangent(count - 1, 0, onEdge);
   const auto edge = [&](std::size_t i, std::size_t j) {
     const double t = seen[i].length / (seen[i].length + seen[j].length);
-    return Vec3<float>(Vec3<double>(value(i)) * (1.0 - t) + Vec3<double>(value(j)) * t);
+    only(i);
+    weights.data[i] = 1.0 - t;
+    weights.data[j] = t;
   };
   if (onEdge) return edge(count - 1, 0);
+  double sum = 0.0;
   for (std::size_t i = 0; i < count; ++i) {
     const std::size_t j = (i + 1) % count;
     const double after = halfTangent(i, j, onEdge);
     if (onEdge) return edge(i, j);
-    const double weight = (before + after) / seen[i].length;
-    sum += Vec3<double>(value(i)) * weight;
-    weights += weight;
+    weights.data[i] = (before + after) / seen[i].length;
+    sum += weights.data[i];
     before = after;
   }
-  return weights != 0.0 ? Vec3<float>(sum / weights) : value(0);
+  if (sum == 0.0) return only(0);
+  for (std::size_t i = 0; i < count; ++i) weights.data[i] /= sum;
+}
+
+// Hanika, Hacking the Shadow Terminator, Ray Tracing Gems II, 2021.
+bool Surface::findSmooth(int face, const Vec3<float>& objectPoint, bool seenFromBehind, Vec3<float>& way) const {
+  if (normals_.spread != Spread::point && normals_.spread != Spread::corner) return false;
+  const auto f = static_cast<std::size_t>(face);
+  Weights weights;
+  weigh(face, objectPoint, weights);
+  const int* corners = shape_.indices.cdata() + starts_[f];
+  const Vec3<float>* normals = normals_.values.cdata();
+  const auto place = [&](std::size_t i) { return Vec3<double>(shape_.points[static_cast<std::size_t>(corners[i])]); };
+  Vec3<double> flat;
+  for (std::size_t i = 1; i + 1 < weights.count; ++i) flat += cross(place(i) - place(0), place(i + 1) - place(0));
+  if (shape_.leftHanded) flat = -flat;
+  flat.normalize();
+  Vec3<double> sum;
+  for (std::size_t i = 0; i < weights.count; ++i) {
+    const auto point = static_cast<std::size_t>(corners[i]);
+    Vec3<double> normal = Vec3<double>(normals[normals_.spread == Spread::point ? point : starts_[f] + i]).normalized();
+    if (!(dot(normal, flat) > 0.7)) return false;
+    if (seenFromBehind) normal = -normal;
+    const double above = dot(Vec3<double>(objectPoint) - place(i), normal);
+    if (above < 0.0 && weights.data[i] > 0.0) sum -= normal * (above * weights.data[i]);
+  }
+  way = Vec3<float>(sum);
+  return true;
 }
 
 Vec3<float> Surface::colour(int face, const Vec3<float>& objectPoint) const {

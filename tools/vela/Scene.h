@@ -2,6 +2,7 @@
 /// What of a scene a picture shows: its meshes, their surfaces and its cameras.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -142,6 +143,10 @@ class Surface {
   [[nodiscard]] bool hasOwnNormals() const noexcept { return normals_.spread != Spread::none; }
   /// That normal, in object space, pointing out, of any length; only where hasOwnNormals().
   [[nodiscard]] tarn::Vec3<float> normal(int face, const tarn::Vec3<float>& objectPoint) const;
+  /// The way, in object space, from a point of the face to the smooth surface that its corners' normals suggest: zero where
+  /// that lies behind the face. A ray to a light starts there, or flat faces would shade each other along the terminator.
+  /// \return false, with \p way untouched, when a corner's normal leans more than 45 degrees: a cage that coarse suggests nothing
+  bool findSmooth(int face, const tarn::Vec3<float>& objectPoint, bool seenFromBehind, tarn::Vec3<float>& way) const;
 
   /// What is selected of the scene's mesh: all of it, or a value from 0 to 1 for each face or each point; short lists end in zeros.
   void setSelection(bool whole, const std::vector<float>& faces, const std::vector<float>& points);
@@ -159,6 +164,21 @@ class Surface {
     Spread spread = Spread::none;
     ovo::Array<tarn::Vec3<float>> values;
   };
+
+  // How much each corner of a face counts at a point of it.
+  struct Weights {
+    std::array<double, 16> few;
+    std::vector<double> many;
+    double* data = few.data();
+    std::size_t count = 0;
+    void start(std::size_t n) {
+      count = n;
+      if (n <= few.size()) return;
+      many.resize(n);
+      data = many.data();
+    }
+  };
+  void weigh(int face, const tarn::Vec3<float>& objectPoint, Weights& weights) const;
 
   [[nodiscard]] Spread spreadOf(const ovo::Token& interpolation, std::size_t count) const;
   [[nodiscard]] tarn::Vec3<float> at(const Values& values, int face, const tarn::Vec3<float>& objectPoint) const;

@@ -80,7 +80,7 @@ void PixelSamples::drawLights() {
 
 Shader::Shader(const MeshList& list, double time, const View& view, const Vec3<double>& engineOrigin, double radius,
                int ambientGrid, bool smooth)
-    : up_(view.up), reach_(static_cast<float>(0.5 * radius)), ambient_(ambientGrid * ambientGrid) {
+    : list_(list), up_(view.up), reach_(static_cast<float>(0.5 * radius)), ambient_(ambientGrid * ambientGrid) {
   tarn::Mat4<double> worldFromEngine;
   worldFromEngine.translate(engineOrigin.x, engineOrigin.y, engineOrigin.z);
   surfaces_.reserve(list.shapes.size());
@@ -167,7 +167,11 @@ Vec3<float> Shader::light(const Ray<float>& ray, const SurfaceHit& hit, const Pi
   // mesh far from its own zero are rounded there.
   const float lift = std::max(largestOf(hit.position), static_cast<float>(hit.distance) * 0.5f) * 4e-6f +
                      largestOf(objectPoint) * placed.scale * 2.5e-7f;
-  const Vec3<float> start = hit.position + geometric * lift;
+  Vec3<float> start = hit.position + geometric * lift;
+  // Of a smooth surface they start where that would be, and its normal alone says what the light does not reach.
+  Vec3<float> way;
+  const bool isSmooth = shading != geometric && placed.surface->findSmooth(hit.face, objectPoint, seenFromBehind, way);
+  if (isSmooth) start += Vec3<float>(list_.entries[hit.entry].worldFromObject.transformVector(Vec3<double>(way)));
   const auto add = [&](const Vec3<float>& direction, float reach, const Vec3<float>& colour) {
     batch.rays.push_back({start, direction, 0.0f, reach});
     batch.lights.push_back({target, colour});
@@ -179,7 +183,7 @@ Vec3<float> Shader::light(const Ray<float>& ray, const SurfaceHit& hit, const Pi
     const Vec3<float> direction =
         (light->direction + (light->across * disk.x + light->along * disk.y) * light->spread).normalized();
     const float facing = dot(shading, direction);
-    if (facing <= 0.0f || dot(geometric, direction) <= 0.0f) continue;
+    if (facing <= 0.0f || (!isSmooth && dot(geometric, direction) <= 0.0f)) continue;
     // A matt surface with a thin glaze.
     const Vec3<float> half = (direction + toViewer).normalized();
     const float gloss = std::pow(std::max(dot(shading, half), 0.0f), 48.0f);

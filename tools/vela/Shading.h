@@ -99,6 +99,7 @@ class Shader {
     float spread;  ///< tangent of the half angle that the light fills
   };
 
+  const MeshList& list_;
   std::vector<Surface> surfaces_;
   std::vector<Placed> placed_;
   Directional key_, fill_;

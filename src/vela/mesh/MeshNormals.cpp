@@ -74,9 +74,22 @@ void finishFour(const Sum* sums, bool keepSign, Vec3<float>* normals) {
   const __m128 used = _mm_cmpgt_ps(count, _mm_setzero_ps());
   count = _mm_max_ps(count, _mm_set1_ps(1.0f));
   const __m128 sign = _mm_set1_ps(keepSign ? 0.0f : -0.0f);
-  x = _mm_div_ps(_mm_xor_ps(x, sign), count);
-  y = _mm_div_ps(_mm_xor_ps(y, sign), count);
-  z = _mm_div_ps(_mm_xor_ps(z, sign), count);
+  x = _mm_xor_ps(x, sign);
+  y = _mm_xor_ps(y, sign);
+  z = _mm_xor_ps(z, sign);
+  // Most points of most meshes have 1, 2 or 4 faces. To divide by a power of two is to multiply by its inverse, to the last bit.
+  const __m128i bits = _mm_castps_si128(count);
+  const __m128i fraction = _mm_and_si128(bits, _mm_set1_epi32(0x007FFFFF));
+  if (_mm_movemask_epi8(_mm_cmpeq_epi32(fraction, _mm_setzero_si128())) == 0xFFFF) {
+    const __m128 inverse = _mm_castsi128_ps(_mm_sub_epi32(_mm_set1_epi32(254 << 23), bits));
+    x = _mm_mul_ps(x, inverse);
+    y = _mm_mul_ps(y, inverse);
+    z = _mm_mul_ps(z, inverse);
+  } else {
+    x = _mm_div_ps(x, count);
+    y = _mm_div_ps(y, count);
+    z = _mm_div_ps(z, count);
+  }
   // A vector without length stays as it is: it is divided by 1.
   const __m128 length = _mm_sqrt_ps(_mm_add_ps(_mm_add_ps(_mm_mul_ps(x, x), _mm_mul_ps(y, y)), _mm_mul_ps(z, z)));
   const __m128 isZero = _mm_cmpeq_ps(length, _mm_setzero_ps());
@@ -135,6 +148,7 @@ void addPolygon(const Vec3<float>* points, const int* f, std::size_t n, std::uin
 
 void finishOne(const Sum& from, bool keepSign, Vec3<float>& normal) {
   const float count = from.v[3];
+  normal = Vec3<float>();
   if (!(count > 0)) return;
   Vec3<float> sum(from.v[0], from.v[1], from.v[2]);
   if (!keepSign) sum = -sum;
@@ -147,13 +161,15 @@ bool calcPointNormals(std::size_t nPoints, const Vec3<float>* points, std::size_
                       std::size_t nFaces, const int* vertsPerFace, bool allTriangles, bool allQuads,
                       ovo::Array<Vec3<float>>& pointNormals, bool keepSign) {
   if (nPoints == 0 || nVerts == 0 || nFaces == 0 || points == nullptr || indices == nullptr) return false;
-  pointNormals.clear();
-  pointNormals.resize(nPoints);
-
-  // Sum the faces' normals. Every face's indices are looked at as it is read: a pass of its own would read them all twice.
+  // Every normal is written below, so that room which is there already need not be cleared first.
   const bool triangles = allTriangles && nVerts % 3 == 0 && nVerts / 3 == nFaces;
   const bool quads = !triangles && allQuads && nVerts % 4 == 0 && nVerts / 4 == nFaces;
-  if (!triangles && !quads && vertsPerFace == nullptr) return false;
+  const bool canSum = triangles || quads || vertsPerFace != nullptr;
+  if (pointNormals.size() < nPoints || !canSum) pointNormals.clear();
+  pointNormals.resize(nPoints);
+  if (!canSum) return false;
+
+  // Sum the faces' normals. Every face's indices are looked at as it is read: a pass of its own would read them all twice.
   const auto last = static_cast<std::uint32_t>(std::min<std::size_t>(nPoints - 1, 0x7FFFFFFF));
   std::vector<Sum> sums(nPoints);
   Sum* const to = sums.data();

@@ -5,7 +5,13 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <memory>
+#include <optional>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace vela {
 namespace {
@@ -345,6 +351,136 @@ void cutQuad(const Scratch<Point2>& flat, int side, std::vector<int>& triangles)
   triangles.assign({0, 1, 2, 0, 2, 3});
 }
 
+// --------------------------------------------------------------------------------------------- ears with a tolerance
+
+// KEEP(triangulate-absolute-tolerance): a blocker counts by more than this, in the fourth power of a length. Models that
+// hosts have pinned hits on are cut so; triangulatePolygon is the one without a tolerance.
+constexpr float kTolerance = 0.0001f;
+
+/// A corner with its neighbours, and what its test needs that does not depend on the other corner.
+struct Ear {
+  Point2 p, c, n;
+  float turn, nSide, cSide;
+
+  Ear(const Point2& before, const Point2& corner, const Point2& after)
+      : p(before),
+        c(corner),
+        n(after),
+        turn((p.y - c.y) * (n.x - c.x) - (p.x - c.x) * (n.y - c.y)),
+        nSide((c.x - p.x) * (n.y - p.y) - (n.x - p.x) * (c.y - p.y)),
+        cSide((p.x - n.x) * (c.y - n.y) - (c.x - n.x) * (p.y - n.y)) {}
+
+  [[nodiscard]] bool isBlockedBy(const Point2& q) const {
+    return nSide * ((c.x - p.x) * (q.y - p.y) - (q.x - p.x) * (c.y - p.y)) > kTolerance &&
+           turn * ((n.x - c.x) * (q.y - c.y) - (q.x - c.x) * (n.y - c.y)) > kTolerance &&
+           cSide * ((p.x - n.x) * (q.y - n.y) - (q.x - n.x) * (p.y - n.y)) > kTolerance;
+  }
+};
+
+#if defined(__SSE2__)
+
+/// The corners that are left, four at a time: whether any of them blocks an ear does not depend on their order. An ear's own corners
+/// may be among them: for each of them one of the products is exactly 0. Corners that are gone are NaN, which blocks nothing.
+class Remaining {
+ public:
+  static constexpr int kFrom = 24;  ///< below, walking from corner to corner is as fast
+
+  Remaining(const Scratch<Point2>& flat, int count)
+      : x_(static_cast<std::size_t>(count) + 4), y_(static_cast<std::size_t>(count) + 4), slotOf_(static_cast<std::size_t>(count)),
+        cornerAt_(static_cast<std::size_t>(count)), size_(count) {
+    for (int i = 0; i < count; ++i) {
+      x_[i] = flat[i].x;
+      y_[i] = flat[i].y;
+      slotOf_[i] = cornerAt_[i] = i;
+    }
+    pad();
+  }
+
+  /// \param near a corner that is left, to begin with: what blocks an ear is most often close by
+  [[nodiscard]] bool anyBlocks(const Ear& ear, int near) {
+    const int blocks = (size_ + 3) / 4, first = slotOf_[near] / 4;
+    const Lanes lanes(ear);
+    for (int block = first; block < blocks; ++block)
+      if (lanes.anyBlocks(x_.begin() + 4 * block, y_.begin() + 4 * block)) return true;
+    for (int block = 0; block < first; ++block)
+      if (lanes.anyBlocks(x_.begin() + 4 * block, y_.begin() + 4 * block)) return true;
+    return false;
+  }
+
+  void remove(int corner) {
+    const int slot = slotOf_[corner];
+    x_[slot] = std::numeric_limits<float>::quiet_NaN();
+    cornerAt_[slot] = -1;
+    if (++gone_ * 8 <= size_) return;
+    // An eighth is gone: close the ranks, in their order.
+    int kept = 0;
+    for (int i = 0; i < size_; ++i) {
+      if (cornerAt_[i] < 0) continue;
+      x_[kept] = x_[i];
+      y_[kept] = y_[i];
+      cornerAt_[kept] = cornerAt_[i];
+      slotOf_[cornerAt_[kept]] = kept;
+      ++kept;
+    }
+    size_ = kept;
+    gone_ = 0;
+    pad();
+  }
+
+ private:
+  // Every lane rounds as Ear::isBlockedBy does.
+  struct Lanes {
+    __m128 px, py, cx, cy, nx, ny, nSide, turn, cSide, cpx, cpy, ncx, ncy, pnx, pny, tolerance;
+
+    explicit Lanes(const Ear& e)
+        : px(_mm_set1_ps(e.p.x)), py(_mm_set1_ps(e.p.y)), cx(_mm_set1_ps(e.c.x)), cy(_mm_set1_ps(e.c.y)), nx(_mm_set1_ps(e.n.x)),
+          ny(_mm_set1_ps(e.n.y)), nSide(_mm_set1_ps(e.nSide)), turn(_mm_set1_ps(e.turn)), cSide(_mm_set1_ps(e.cSide)),
+          cpx(_mm_set1_ps(e.c.x - e.p.x)), cpy(_mm_set1_ps(e.c.y - e.p.y)), ncx(_mm_set1_ps(e.n.x - e.c.x)),
+          ncy(_mm_set1_ps(e.n.y - e.c.y)), pnx(_mm_set1_ps(e.p.x - e.n.x)), pny(_mm_set1_ps(e.p.y - e.n.y)),
+          tolerance(_mm_set1_ps(kTolerance)) {}
+
+    // side * (dx * (q.y - y) - (q.x - x) * dy) > tolerance
+    [[nodiscard]] __m128 isInside(__m128 side, __m128 dx, __m128 dy, __m128 x, __m128 y, __m128 qx, __m128 qy) const {
+      const __m128 area = _mm_sub_ps(_mm_mul_ps(dx, _mm_sub_ps(qy, y)), _mm_mul_ps(_mm_sub_ps(qx, x), dy));
+      return _mm_cmpgt_ps(_mm_mul_ps(side, area), tolerance);
+    }
+
+    [[nodiscard]] bool anyBlocks(const float* xs, const float* ys) const {
+      const __m128 qx = _mm_loadu_ps(xs), qy = _mm_loadu_ps(ys);
+      __m128 inside = isInside(nSide, cpx, cpy, px, py, qx, qy);
+      if (_mm_movemask_ps(inside) == 0) return false;
+      inside = _mm_and_ps(inside, isInside(turn, ncx, ncy, cx, cy, qx, qy));
+      if (_mm_movemask_ps(inside) == 0) return false;
+      return _mm_movemask_ps(_mm_and_ps(inside, isInside(cSide, pnx, pny, nx, ny, qx, qy))) != 0;
+    }
+  };
+
+  // NaN up to a whole block behind the last corner.
+  void pad() {
+    for (int i = 0; i < 4; ++i) {
+      x_[size_ + i] = std::numeric_limits<float>::quiet_NaN();
+      y_[size_ + i] = 0.0f;
+    }
+  }
+
+  Scratch<float> x_, y_;
+  Scratch<int> slotOf_, cornerAt_;
+  int size_, gone_ = 0;
+};
+
+#else
+
+/// Without vector instructions every polygon is walked.
+class Remaining {
+ public:
+  static constexpr int kFrom = std::numeric_limits<int>::max();
+  Remaining(const Scratch<Point2>&, int) {}
+  bool anyBlocks(const Ear&, int) { return false; }
+  void remove(int) {}
+};
+
+#endif
+
 }  // namespace
 
 void Triangulate(const tarn::Vec3<float>* points, const int* indices, int count, std::vector<int>& triangles) {
@@ -360,7 +496,6 @@ void Triangulate(const tarn::Vec3<float>* points, const int* indices, int count,
   triangles.clear();
   if (count < 3) return;
   const auto size = static_cast<std::size_t>(count);
-  triangles.reserve((size - 2) * 3);
   const auto point = [&](int corner) -> const Vec3<float>& { return points[indices[corner]]; };
 
   // The polygon's plane: mean and Newell normal.
@@ -398,39 +533,32 @@ void Triangulate(const tarn::Vec3<float>* points, const int* indices, int count,
     next[i] = i + 1 == count ? 0 : i + 1;
   }
 
-  // KEEP(triangulate-absolute-tolerance): a blocker counts by more than this, in the fourth power of a length. Models that
-  // hosts have pinned hits on are cut so; triangulatePolygon is the one without a tolerance.
-  constexpr float kTolerance = 0.0001f;
+  const bool atOnce = count >= Remaining::kFrom;
+  std::optional<Remaining> left;
+  if (atOnce) left.emplace(flat, count);
+  triangles.resize((size - 2) * 3);
+  int* out = triangles.data();
   int corner = 0, failures = 0;
   for (int remaining = count; remaining > 2;) {
     // A full lap without an ear: what is cut stays, the rest is given up.
     if (failures >= remaining) break;
     const int before = prev[corner], after = next[corner];
-    const Point2 p = flat[before], c = flat[corner], n = flat[after];
+    const Ear ear(flat[before], flat[corner], flat[after]);
 
-    // Convex? Written so that a NaN is not.
-    const float turn = (p.y - c.y) * (n.x - c.x) - (p.x - c.x) * (n.y - c.y);
-    bool isEar = turn * area >= 0.0f;
-
-    // Blocked? The factors that do not depend on the other corner are taken once.
-    if (isEar) {
-      const float nSide = (c.x - p.x) * (n.y - p.y) - (n.x - p.x) * (c.y - p.y);
-      const float cSide = (p.x - n.x) * (c.y - n.y) - (c.x - n.x) * (p.y - n.y);
-      for (int other = next[after]; other != before; other = next[other]) {
-        const Point2 q = flat[other];
-        if (nSide * ((c.x - p.x) * (q.y - p.y) - (q.x - p.x) * (c.y - p.y)) > kTolerance &&
-            turn * ((n.x - c.x) * (q.y - c.y) - (q.x - c.x) * (n.y - c.y)) > kTolerance &&
-            cSide * ((p.x - n.x) * (q.y - n.y) - (q.x - n.x) * (p.y - n.y)) > kTolerance) {
-          isEar = false;
-          break;
-        }
-      }
-    }
+    // Convex? Written so that a NaN is not. Blocked?
+    bool isEar = ear.turn * area >= 0.0f;
+    if (isEar && atOnce)
+      isEar = !left->anyBlocks(ear, after);
+    else if (isEar)
+      for (int other = next[after]; other != before && isEar; other = next[other]) isEar = !ear.isBlockedBy(flat[other]);
 
     if (isEar) {
-      emit(triangles, before, corner, after);
+      *out++ = before;
+      *out++ = corner;
+      *out++ = after;
       next[before] = after;
       prev[after] = before;
+      if (atOnce) left->remove(corner);
       --remaining;
       failures = 0;
     } else {
@@ -438,6 +566,7 @@ void Triangulate(const tarn::Vec3<float>* points, const int* indices, int count,
     }
     corner = after;
   }
+  triangles.resize(static_cast<std::size_t>(out - triangles.data()));
 }
 
 void triangulatePolygon(const tarn::Vec3<float>* points, const int* indices, int count, std::vector<int>& triangles) {

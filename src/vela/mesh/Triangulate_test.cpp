@@ -114,6 +114,85 @@ TEST(Triangulate, NotANumberStopsTheCut) {
   EXPECT_TRUE(cutWith(Triangulate, shape).empty());
 }
 
+// The rule as it is told, with a vector from which corners are erased.
+Triples plainEars(const Points& points) {
+  const std::size_t count = points.size();
+  const auto n = static_cast<float>(count);
+  Vec3<float> mean, normal;
+  for (const Vec3<float>& p : points) mean += p;
+  mean = mean / n;
+  for (std::size_t i = 0; i < count; ++i) {
+    const Vec3<float>&a = points[i], &b = points[(i + 1) % count];
+    normal.x += (a.y - b.y) * (a.z + b.z);
+    normal.y += (a.z - b.z) * (a.x + b.x);
+    normal.z += (a.x - b.x) * (a.y + b.y);
+  }
+  normal = normal.normalized();
+  const Vec3<float> d = points[0] - mean, u = (d - normal * dot(d, normal)).normalized(), v = cross(normal, u);
+  std::vector<float> x, y;
+  for (const Vec3<float>& p : points) {
+    x.push_back(dot(p - mean, u));
+    y.push_back(dot(p - mean, v));
+  }
+  float area = 0;
+  for (std::size_t i = 0; i < count; ++i) area += x[(i + count - 1) % count] * y[i] - x[i] * y[(i + count - 1) % count];
+  area = 0.5f * area;
+
+  Triples out;
+  std::vector<std::size_t> left(count);
+  std::iota(left.begin(), left.end(), std::size_t{0});
+  std::size_t at = 0, failures = 0;
+  while (left.size() > 2 && failures < left.size()) {
+    const std::size_t r = left.size(), p = left[(at + r - 1) % r], c = left[at], e = left[(at + 1) % r];
+    const float turn = (y[p] - y[c]) * (x[e] - x[c]) - (x[p] - x[c]) * (y[e] - y[c]);
+    bool isEar = turn * area >= 0;
+    for (std::size_t k = 2; k + 1 < r && isEar; ++k) {
+      const std::size_t q = left[(at + k) % r];
+      isEar = !(((x[c] - x[p]) * (y[e] - y[p]) - (x[e] - x[p]) * (y[c] - y[p])) *
+                        ((x[c] - x[p]) * (y[q] - y[p]) - (x[q] - x[p]) * (y[c] - y[p])) > 0.0001f &&
+                turn * ((x[e] - x[c]) * (y[q] - y[c]) - (x[q] - x[c]) * (y[e] - y[c])) > 0.0001f &&
+                ((x[p] - x[e]) * (y[c] - y[e]) - (x[c] - x[e]) * (y[p] - y[e])) *
+                        ((x[p] - x[e]) * (y[q] - y[e]) - (x[q] - x[e]) * (y[p] - y[e])) > 0.0001f);
+    }
+    if (isEar) {
+      for (const std::size_t corner : {p, c, e}) out.push_back(static_cast<int>(corner));
+      left.erase(left.begin() + static_cast<std::ptrdiff_t>(at));
+      failures = 0;
+      if (at == left.size()) at = 0;
+    } else {
+      ++failures;
+      at = (at + 1) % r;
+    }
+  }
+  return out;
+}
+
+// Corners are tested four at a time above some size, and closed up as they go: the triples must not know.
+TEST(Triangulate, PolygonsOfEverySizeAndShapeAreCutAsTheRuleSays) {
+  const unsigned seed = 20261121;
+  SCOPED_TRACE(seed);
+  std::mt19937 random(seed);
+  std::uniform_real_distribution<double> unit(0.0, 1.0);
+  for (int count = 5; count < 200; count += count < 40 ? 1 : 13)
+    for (int kind = 0; kind < 7; ++kind) {
+      Points points;
+      const double size = kind == 5 ? 0.05 : kind == 6 ? 1e6 : 3.0;
+      for (int i = 0; i < count; ++i) {
+        const double angle = 6.283185307179586 * i / count;
+        double radius = kind == 0 ? 1.0 : kind == 1 ? (i % 2 ? 0.4 : 1.0) : 0.2 + 0.8 * unit(random);
+        if (kind == 3) radius = 1.0 - 0.9 * i / count;  // a coil
+        double px = size * radius * std::cos(angle), py = size * radius * std::sin(angle);
+        if (kind == 4) px = size * unit(random), py = size * unit(random);  // a tangle
+        points.emplace_back(static_cast<float>(px), static_cast<float>(0.6 * py), static_cast<float>(0.8 * py + 0.01 * size * unit(random)));
+      }
+      if (count % 5 == 0) points[static_cast<std::size_t>(count) / 2] = points[1];
+      if (count % 17 == 0) points[3].y = std::numeric_limits<float>::infinity();
+      ASSERT_EQ(cutWith(Triangulate, points), plainEars(points)) << count << " corners, kind " << kind;
+      for (Vec3<float>& p : points) p.x = -p.x;
+      ASSERT_EQ(cutWith(Triangulate, points), plainEars(points)) << count << " corners, kind " << kind << ", mirrored";
+    }
+}
+
 TEST(Triangulate, CornersAllInOnePointAreCutBecauseNothingIsConcave) {
   EXPECT_EQ(cutWith(Triangulate, Points(5, Vec3<float>(1, 2, 3))), Triples({4, 0, 1, 4, 1, 2, 4, 2, 3}));
 }
