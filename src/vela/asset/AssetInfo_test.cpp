@@ -135,6 +135,14 @@ TEST_F(Asset, OtherTraitsAreAnotherQuestion) {
   EXPECT_EQ(resolveCalls(), before + 2);
 }
 
+TEST_F(Asset, QuestionsWhosePartsRunTogetherAlikeShareAnAnswer) {
+  // KEEP(asset-cache-key)
+  const int before = resolveCalls();
+  const auto first = resolveAsset("test:count", {"er", "trait"});
+  EXPECT_EQ(resolveAsset("test:counter", {"trait"}), first);
+  EXPECT_EQ(resolveCalls(), before + 1);
+}
+
 TEST_F(Asset, NullFromTheManagerIsAnAnswerThatIsKept) {
   const int before = resolveCalls();
   EXPECT_EQ(resolveAsset("test:null", kLocatable), nullptr);
