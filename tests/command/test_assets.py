@@ -155,7 +155,7 @@ class Resolve(Case):
 
     def test_each_that_does_not_resolve_gets_a_line_and_the_others_their_path(self):
         said = self.bad("bal.toml", "resolve", "bal:///no/such", "bal:///scene", "bal:///scene?v=3", "other:///x", "plain.usda", "bal:///",
-                        "bal:///web", "bal:///number", "bal:///nothing", lines=8)
+                        "bal:///web", "bal:///number", "bal:///nothing", "", lines=9)
         self.assertEqual(self.out, f"{self.scene}\n")
         for line, start in zip(said, (
                 "bal:///no/such: BatchElementException: entityResolutionError: Entity 'no/such' not found",
@@ -165,7 +165,8 @@ class Resolve(Case):
                 "bal:///: BatchElementException: malformedEntityReference: ",
                 "bal:///web: invalid url: https://example.org/a.usda; see ",
                 "bal:///number: Invalid stored value type: should be 'openassetio::Str'; see ",
-                "bal:///nothing: the asset manager has no location for it; see ")):
+                "bal:///nothing: the asset manager has no location for it; see ",
+                "'': the asset manager knows no references of this kind; see ")):
             self.assertTrue(line.startswith("vela resolve: error: cannot resolve: " + start), line)
 
     def test_json_has_every_reference_and_the_reasons(self):

@@ -88,19 +88,21 @@ Resolution resolutionOf(const std::string& reference) {
   Resolution result;
   result.reference = reference;
   Failure& failure = result.failure;
-  failure = {kBadInput, "cannot resolve", reference, "", ""};
+  failure = {kBadInput, "cannot resolve", reference.empty() ? "''" : reference, "", "see what the asset manager holds under that name"};
 
   const LogListener listener;
   if (!vela::asset::isAssetPath(reference)) {
-    failure.why = listener.error().empty() ? "the asset manager knows no references of this kind" : listener.error();
-    failure.attempt = "see how references of that manager begin";
+    failure.why = listener.error();
+    if (failure.why.empty()) {
+      failure.why = "the asset manager knows no references of this kind";
+      failure.attempt = "see how references of that manager begin";
+    }
   } else if (std::string path; vela::asset::resolveAssetLocation(reference, path)) {
     result.path = path;
   } else {
     failure.why = !listener.error().empty()    ? listener.error()
                   : !manager().remark.empty() ? manager().remark
                                               : "the asset manager has no location for it";
-    failure.attempt = "see what the asset manager holds under that name";
   }
   throwIfInterrupted();
   return result;
