@@ -99,6 +99,7 @@ TEST(Refine, PointsFacesAndNormalsAreThoseOfMeshSample) {
       SCOPED_TRACE(text + std::to_string(level));
       const Refined refined(text, level);
       const Shape& shape = refined.shape();
+      const bool isSmooth = text.find("bilinear") == std::string::npos && text.find("crease") == std::string::npos;
       const vela::MeshSample sample = refined.sample(level);
       ASSERT_TRUE(shape.refinement);
       EXPECT_EQ(shape.points, sample.points);
@@ -108,7 +109,8 @@ TEST(Refine, PointsFacesAndNormalsAreThoseOfMeshSample) {
       const Surface surface(shape, kNow);
       ASSERT_TRUE(surface.hasOwnNormals());
       forEachCorner(shape, [&](int face, std::size_t corner, const Vec3<float>& p) {
-        expectNear(surface.normal(face, p).normalized(), sample.normals.cdata()[corner], 1e-5);
+        // Those of the flat faces of a bilinear surface, and along creases, are their own.
+        if (isSmooth) expectNear(surface.normal(face, p).normalized(), sample.normals.cdata()[corner], 1e-5);
       });
     }
 }
@@ -120,6 +122,24 @@ TEST(Refine, NormalsPointOutForBothOrientations) {
     EXPECT_EQ(surface.isLeftHanded(), leftHanded);
     forEachCorner(refined.shape(), [&](int face, std::size_t, const Vec3<float>& p) {
       ASSERT_GT(dot(surface.normal(face, p).normalized(), p.normalized()), 0.9f);
+    });
+  }
+}
+
+TEST(Refine, CreasesAndBilinearSurfacesKeepTheirEdges) {
+  for (int level = 1; level <= 3; ++level) {
+    // A bilinear cube is a cube: every normal is that of its side.
+    const Refined flat(cubeText("", "bilinear"), level);
+    const Surface cube(flat.shape(), kNow);
+    const Vec3<float> sides[] = {{0, 0, 1}, {0, 1, 0}, {0, 0, -1}, {0, -1, 0}, {1, 0, 0}, {-1, 0, 0}};
+    forEachCorner(flat.shape(), [&](int face, std::size_t, const Vec3<float>& p) {
+      expectNear(cube.normal(face, p).normalized(), sides[flat.shape().sceneFace(face)], 1e-6);
+    });
+    // With a crease around its top, the top stays flat and turned up to its very rim.
+    const Refined creased(cubeText(" int[] creaseIndices = [2,3,5,4,2]\n int[] creaseLengths = [5]\n float[] creaseSharpnesses = [10]\n"), level);
+    const Surface surface(creased.shape(), kNow);
+    forEachCorner(creased.shape(), [&](int face, std::size_t, const Vec3<float>& p) {
+      if (creased.shape().sceneFace(face) == 1) expectNear(surface.normal(face, p).normalized(), {0, 1, 0}, 1e-6);
     });
   }
 }

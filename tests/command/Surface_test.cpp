@@ -127,8 +127,8 @@ TEST(Surface, APlainPolygonMeshHasNoNormalsOfItsOwn) {
 }
 
 TEST(Surface, ASmoothMeshHasTheMeanOfItsFacesPointingOutForBothOrientations) {
-  // Two faces of a roof: at the ridge the normal points straight up.
-  const std::vector<Vec3<float>> points = {{-1, 0, 1}, {-1, 0, -1}, {0, 1, 1}, {0, 1, -1}, {1, 0, 1}, {1, 0, -1}};
+  // Two faces of a flat roof: at the ridge the normal points straight up.
+  const std::vector<Vec3<float>> points = {{-1, 0, 1}, {-1, 0, -1}, {0, 0.4f, 1}, {0, 0.4f, -1}, {1, 0, 1}, {1, 0, -1}};
   for (const bool leftHanded : {false, true}) {
     const std::vector<int> indices =
         leftHanded ? std::vector<int>{1, 3, 2, 0, 3, 5, 4, 2} : std::vector<int>{0, 2, 3, 1, 2, 4, 5, 3};
@@ -138,9 +138,23 @@ TEST(Surface, ASmoothMeshHasTheMeanOfItsFacesPointingOutForBothOrientations) {
     const Surface surface = mesh.surface();
     ASSERT_TRUE(surface.hasOwnNormals());
     EXPECT_EQ(surface.isLeftHanded(), leftHanded);
-    expectNear(surface.normal(0, {0, 1, 0}).normalized(), {0, 1, 0}, 1e-6f);
-    EXPECT_LT(surface.normal(0, {-0.9f, 0.1f, 0}).x, 0.0f);
+    expectNear(surface.normal(0, {0, 0.4f, 0}).normalized(), {0, 1, 0}, 1e-6f);
+    EXPECT_LT(surface.normal(0, {-0.9f, 0.04f, 0}).x, 0.0f);
   }
+}
+
+TEST(Surface, SharpEdgesStaySharp) {
+  // A steep roof: each side keeps its own normal, also on the ridge. And with a third face, a gentle eave that goes with the first.
+  const std::vector<Vec3<float>> points = {{-1, 0, 1}, {-1, 0, -1}, {0, 1, 1}, {0, 1, -1}, {1, 0, 1}, {1, 0, -1}, {-2, -0.6f, 1}, {-2, -0.6f, -1}};
+  OneMesh mesh(points, {4, 4, 4}, {0, 2, 3, 1, 2, 4, 5, 3, 6, 0, 1, 7});
+  mesh.prim().setSubdivisionScheme(ovo::Token("catmullClark"));
+  const Surface surface = mesh.surface();
+  const float half = std::sqrt(0.5f);
+  expectNear(surface.normal(0, {0, 1, 0}).normalized(), {-half, half, 0}, 1e-6f);
+  expectNear(surface.normal(1, {0, 1, 0}).normalized(), {half, half, 0}, 1e-6f);
+  const Vec3<float> eave = surface.normal(0, {-1, 0, 0}).normalized();
+  expectNear(eave, surface.normal(2, {-1, 0, 0}).normalized(), 1e-6f);
+  expectNear(eave, Vec3<float>(-1.6f, 2, 0).normalized(), 1e-6f);
 }
 
 TEST(Surface, NormalsOfTheSceneAreTaken) {

@@ -55,7 +55,8 @@ constexpr const char* kRenderHelp =
   --purpose LIST         default,render; also proxy, guide
   --invisible            also what the scene hides
   --subdivide N          refine subdivision surfaces N times, by their scheme, boundaries, creases, corners and holes: 0
-  --smooth               normals mixed between points, in N too; polygon meshes without normals get some
+  --smooth               normals mixed between points, in N too; polygon meshes without normals get some. Edges of more
+                         than 53 degrees stay sharp on them, on creased and bilinear surfaces and on unrefined cages
   --engine E             tracer; hit-detector: what applications see that pick with it
   --selection S.sel      tints what the selection has (vela select makes one)
 

@@ -427,29 +427,78 @@ float Surface::selection(int face, const Vec3<float>& objectPoint) const {
   return std::max(ofFace, ofPoints);
 }
 
-// Sums of the faces' normals, weighted by area (Newell's sum), at each point.
+// Sums of the faces' normals, weighted by area (Newell's sum), at each point. Where edges may be sharp each corner has its own
+// sum, of the faces around its point that are turned little from its own.
 void Surface::smoothNormals() {
   const ovo::Array<Vec3<float>>& points = shape_.points;
-  std::vector<Vec3<double>> sums(points.size());
-  for (std::size_t f = 0; f < shape_.counts.size(); ++f) {
-    const int count = static_cast<const ovo::Array<int>&>(shape_.counts)[f];
-    if (count < 3 || starts_[f] + static_cast<std::size_t>(count) > shape_.indices.size()) continue;
+  const std::size_t faces = shape_.counts.size();
+  const auto cornersOf = [&](std::size_t f) {
+    const int count = shape_.counts.cdata()[f];
+    if (count < 3 || starts_[f] + static_cast<std::size_t>(count) > shape_.indices.size()) return std::size_t{0};
     const int* corners = shape_.indices.cdata() + starts_[f];
     const auto isUsable = [&](int i) { return i >= 0 && static_cast<std::size_t>(i) < points.size(); };
-    if (!std::all_of(corners, corners + count, isUsable)) continue;
-
-    const Vec3<double> base(points[static_cast<std::size_t>(corners[0])]);
+    return std::all_of(corners, corners + count, isUsable) ? static_cast<std::size_t>(count) : std::size_t{0};
+  };
+  const auto areaOf = [&](std::size_t f, std::size_t count) {
+    const int* corners = shape_.indices.cdata() + starts_[f];
+    const auto place = [&](std::size_t i) { return Vec3<double>(points[static_cast<std::size_t>(corners[i])]); };
     Vec3<double> area;
-    for (int i = 1; i + 1 < count; ++i)
-      area += cross(Vec3<double>(points[static_cast<std::size_t>(corners[i])]) - base,
-                    Vec3<double>(points[static_cast<std::size_t>(corners[i + 1])]) - base);
-    if (shape_.leftHanded) area = -area;
-    for (int i = 0; i < count; ++i) sums[static_cast<std::size_t>(corners[i])] += area;
+    for (std::size_t i = 1; i + 1 < count; ++i) area += cross(place(i) - place(0), place(i + 1) - place(0));
+    return shape_.leftHanded ? -area : area;
+  };
+
+  if (!mayHaveSharpEdges()) {
+    std::vector<Vec3<double>> sums(points.size());
+    for (std::size_t f = 0; f < faces; ++f) {
+      const std::size_t count = cornersOf(f);
+      const Vec3<double> area = areaOf(f, count);
+      for (std::size_t i = 0; i < count; ++i) sums[static_cast<std::size_t>(shape_.indices.cdata()[starts_[f] + i])] += area;
+    }
+    normals_.values.resize(sums.size());
+    Vec3<float>* out = normals_.values.data();
+    for (std::size_t i = 0; i < sums.size(); ++i) out[i] = Vec3<float>(sums[i].normalized());
+    normals_.spread = Spread::point;
+    return;
   }
-  normals_.values.resize(sums.size());
+
+  // The faces around each point: those of point p are facesAt[first[p]] up to facesAt[first[p + 1]].
+  std::vector<Vec3<double>> areas(faces);
+  std::vector<std::size_t> first(points.size() + 2, 0);
+  for (std::size_t f = 0; f < faces; ++f) {
+    const std::size_t count = cornersOf(f);
+    areas[f] = areaOf(f, count);
+    for (std::size_t i = 0; i < count; ++i) ++first[static_cast<std::size_t>(shape_.indices.cdata()[starts_[f] + i]) + 2];
+  }
+  for (std::size_t p = 2; p < first.size(); ++p) first[p] += first[p - 1];
+  std::vector<std::uint32_t> facesAt(first.back());
+  for (std::size_t f = 0; f < faces; ++f)
+    for (std::size_t i = 0, count = cornersOf(f); i < count; ++i)
+      facesAt[first[static_cast<std::size_t>(shape_.indices.cdata()[starts_[f] + i]) + 1]++] = static_cast<std::uint32_t>(f);
+
+  constexpr double kSharp = 0.6;  // the cosine of 53 degrees
+  normals_.values.resize(shape_.indices.size());
   Vec3<float>* out = normals_.values.data();
-  for (std::size_t i = 0; i < sums.size(); ++i) out[i] = Vec3<float>(sums[i].normalized());
-  normals_.spread = Spread::point;
+  for (std::size_t f = 0; f < faces; ++f) {
+    const double length = areas[f].length();
+    for (std::size_t i = 0, count = cornersOf(f); i < count; ++i) {
+      const auto p = static_cast<std::size_t>(shape_.indices.cdata()[starts_[f] + i]);
+      Vec3<double> sum;
+      for (std::size_t k = first[p]; k < first[p + 1]; ++k)
+        if (dot(areas[facesAt[k]], areas[f]) >= kSharp * length * areas[facesAt[k]].length()) sum += areas[facesAt[k]];
+      out[starts_[f] + i] = Vec3<float>(sum.normalized());
+    }
+  }
+  normals_.spread = Spread::corner;
+}
+
+// A surface that refinement makes smooth everywhere has none.
+bool Surface::mayHaveSharpEdges() const {
+  if (!shape_.refinement || shape_.prim.getSubdivisionScheme() == ovo::tokens().bilinear) return true;
+  ovo::Array<float> creases, corners;
+  const ovo::Tokens& names = ovo::tokens();
+  shape_.prim.getAttr(names.creaseSharpnesses).get(creases, time_);
+  shape_.prim.getAttr(names.cornerSharpnesses).get(corners, time_);
+  return !creases.empty() || !corners.empty();
 }
 
 }  // namespace command

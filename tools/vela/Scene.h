@@ -183,6 +183,7 @@ class Surface {
   [[nodiscard]] Spread spreadOf(const ovo::Token& interpolation, std::size_t count) const;
   [[nodiscard]] tarn::Vec3<float> at(const Values& values, int face, const tarn::Vec3<float>& objectPoint) const;
   void smoothNormals();
+  [[nodiscard]] bool mayHaveSharpEdges() const;
 
   Shape shape_;
   double time_;
