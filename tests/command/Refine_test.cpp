@@ -15,7 +15,7 @@
 #include "Scene.h"
 #include "ovo/Subdivide.h"
 #include "ovo/Tokens.h"
-#include "support/SharedData.h"
+#include "support/SampleMeshes.h"
 #include "vela/mesh/MeshBuilders.h"
 #include "vela/mesh/MeshSample.h"
 #include "vela/mesh/Triangulate.h"
@@ -236,6 +236,42 @@ TEST(Refine, WhatCannotBeRefinedIsNamedAndStaysAsItIs) {
   EXPECT_EQ(refined.shape(2).counts.size(), 1u);
   EXPECT_EQ(refined.shape(3).counts.size(), 12u) << "the face that is whole comes out";
   for (const Shape& shape : refined.list().shapes) Surface(shape, kNow, true);
+}
+
+TEST(Refine, EverySampleMeshIsShownBrokenOnesToo) {
+  for (const vela_test::SampleMesh& m : vela_test::sampleMeshes())
+    for (const char* scheme : {"none", "catmullClark", "loop", "bilinear"})
+      for (int level = 0; level <= 2; ++level) {
+        SCOPED_TRACE(m.name + " " + scheme + " " + std::to_string(level));
+        const std::shared_ptr<ovo::Stage> stage = ovo::Stage::createInMemory();
+        const ovo::MeshPrim prim = ovo::MeshPrim::define(stage, ovo::Path("/M"));
+        prim.setPoints(m.points);
+        prim.createFaceVertexCountsAttr().set(ovo::Array<int>(m.counts));
+        prim.createFaceVertexIndicesAttr().set(ovo::Array<int>(m.indices));
+        prim.setSubdivisionScheme(ovo::Token(scheme));
+        command::MeshFilter filter;
+        filter.subdivisionLevel = level;
+        const MeshList list = command::listMeshes(*stage, filter);
+        ASSERT_EQ(list.shapes.size(), 1u);
+        const Shape& shape = list.shapes[0];
+        Surface surface(shape, kNow, true);
+        surface.setSelection(false, {}, std::vector<float>(m.points.size(), 1.0f));
+        std::size_t corner = 0, isWhole = shape.refinement ? 1 : 0;
+        for (std::size_t f = 0; f < shape.counts.size(); ++f) {
+          const int count = shape.counts.cdata()[f];
+          if (count <= 0) continue;
+          const bool usable = isWhole || (f < m.counts.size() && m.usable(f));
+          for (std::size_t k = 0; k < static_cast<std::size_t>(count) && usable; ++k) {
+            const Vec3<float>& p = shape.points.cdata()[shape.indices.cdata()[corner + k]];
+            if (!std::isfinite(p.x + p.y + p.z)) continue;
+            const float length = surface.normal(static_cast<int>(f), p).length();
+            EXPECT_TRUE(std::isnan(length) || length < 1.0f + 1e-5f);
+            EXPECT_LE(surface.selection(static_cast<int>(f), p), 1.0f + 1e-6f);
+            EXPECT_LT(shape.sceneFace(static_cast<int>(f)), static_cast<int>(m.counts.size()));
+          }
+          corner += static_cast<std::size_t>(count);
+        }
+      }
 }
 
 TEST(Refine, MoreFacesThanMemoryHoldsAreRefusedBeforeTheyAreMade) {

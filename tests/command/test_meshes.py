@@ -76,7 +76,9 @@ class Meshes(unittest.TestCase):
     def test_wrong_words_are_wrong_usage_and_an_unwritable_file_bad_input(self):
         for arguments in (["ball", "-o", "a.usda"], ["cube"], ["cube", "-o", "a.usda", "--size", "1,2"], ["sphere", "-o", "a.usda", "--rows", "1"],
                           ["cube", "-o", "a.usda", "--columns", "0"], ["cube", "-o", "a.usda", "--size", "1,0,1"],
-                          ["cube", "-o", "a.usda", "--scheme", "smooth"]):
+                          ["cube", "-o", "a.usda", "--scheme", "smooth"], ["cube", "-o", "a.usda", "--size", "1e31,1,1"],
+                          ["cube", "-o", "a.usda", "--rows", "20000", "--columns", "20000"],
+                          ["grid", "-o", "a.usda", "--rows", "1000000", "--columns", "1000000"]):
             done = self.vela("make", *arguments)
             self.assertEqual(done.returncode, 2, arguments)
             self.assertIn("vela make: error: wrong usage", done.stderr)

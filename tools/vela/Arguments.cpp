@@ -451,14 +451,20 @@ bool readArguments(int count, char** arguments, MakeOptions& options) {
   std::vector<double> numbers = {2, 2, 2};
   if (!size.empty() && !readNumbers(size, 3, numbers)) wrong(verb, "--size", "'" + size + "' is not three numbers separated by commas");
   for (const double number : numbers)
-    if (!(number > 0 && number <= 1e30)) wrong(verb, "--size", "'" + size + "' is not above 0 throughout");
+    if (!(number > 0 && number <= 1e30)) wrong(verb, "--size", "'" + size + "' is not above 0 and at most 1e30 throughout");
   std::copy(numbers.begin(), numbers.end(), options.size);
-  // A lying grid of that many squares is about what 32-bit numbers of points can name.
-  constexpr int kMost = 20000;
+  constexpr int kMost = 1000000;
+  // About 250 bytes each while they are made and written.
+  constexpr double kMostMadeFaces = 20'000'000;
   options.rows = sphere ? 16u : 1u;
   options.columns = round ? 32u : 1u;
   if (!rows.empty()) options.rows = static_cast<unsigned>(readInteger(verb, "--rows", rows, sphere ? 2 : 1, kMost));
   if (!columns.empty()) options.columns = static_cast<unsigned>(readInteger(verb, "--columns", columns, round ? 3 : 1, kMost));
+  const double faces = options.shape == "cube" ? 2.0 * (2.0 * options.rows + options.columns) * options.columns
+                                               : static_cast<double>(options.rows) * options.columns;
+  if (faces > kMostMadeFaces)
+    wrong(verb, "--rows, --columns", "these make " + std::to_string(std::llround(faces)) + " faces, more than " +
+          std::to_string(std::llround(kMostMadeFaces)));
   const std::string& scheme = options.scheme;
   if (scheme != "none" && scheme != "catmullClark" && scheme != "loop" && scheme != "bilinear")
     wrong(verb, "--scheme", "'" + scheme + "' is none of none, catmullClark, loop, bilinear");

@@ -24,12 +24,18 @@ bool asksToBeRefined(const Shape& shape) {
   return shape.prim.isValid() && shape.prim.getSubdivisionScheme() != ovo::tokens().none;
 }
 
-// Faces after that many refinements; those that cannot be used make none, so that this is the most that there can be.
+// Faces after that many refinements, at the most: those with bad indices make none. A count that there are no indices for ends the
+// mesh, and must not speak for faces that are not there.
 double facesAt(const Shape& shape, int level) {
   double first = 0;
+  std::size_t left = shape.indices.size();
   const bool triangles = shape.prim.getSubdivisionScheme() == ovo::tokens().loop;
-  for (const int count : shape.counts)
+  for (const int count : shape.counts) {
+    if (count <= 0) continue;
+    if (static_cast<std::size_t>(count) > left) break;
+    left -= static_cast<std::size_t>(count);
     if (count >= 3) first += triangles ? 4 : count;
+  }
   return std::ldexp(first, 2 * (level - 1));
 }
 

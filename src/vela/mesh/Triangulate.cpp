@@ -33,7 +33,7 @@ class Scratch {
   T* begin() { return data_; }
 
  private:
-  std::array<T, 32> inline_{};
+  std::array<T, 32> inline_;  // every element is written before it is read
   std::unique_ptr<T[]> heap_;
   T* data_ = inline_.data();
 };
