@@ -23,7 +23,11 @@ bool tooManyCells(std::int64_t x, std::int64_t y, std::int64_t z) { return x * y
 // KEEP(mirrored-cell): a position below the minimum takes the cell of its mirror image; callers rely on finding something
 // there, and the candidates are only candidates.
 // Truncation is floor here: the product is never negative (a box without extent has no cells per unit to speak of).
-std::int32_t cellAlong(float p, float min, float cellsPerUnit) { return tarn::truncToInt32(std::fabs(p - min) * cellsPerUnit); }
+std::int32_t cellAlong(float p, float min, float cellsPerUnit) {
+  const float cell = std::fabs(p - min) * cellsPerUnit;
+  // What converts as it is needs one comparison pair; NaN and what is out of range takes the longer way.
+  return cell >= 0.0f && cell < 2147483648.0f ? static_cast<std::int32_t>(cell) : tarn::truncToInt32(cell);
+}
 
 }  // namespace
 
