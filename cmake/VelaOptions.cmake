@@ -4,6 +4,7 @@ add_library(vela_options INTERFACE)
 target_compile_features(vela_options INTERFACE cxx_std_17)
 target_compile_options(vela_options INTERFACE
   -ffp-contract=off # a fused multiply-add rounds once where the contract rounds twice
+  -fno-semantic-interposition # exported functions may be inlined within the library: nobody replaces one of ours
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wdouble-promotion
   -Wnon-virtual-dtor -Woverloaded-virtual -Wundef)
 if(VELA_WARNINGS_AS_ERRORS)
