@@ -25,11 +25,11 @@
 #include <embree3/rtcore.h>
 #endif
 
+#include "ovo/MeshPrim.h"
+#include "ovo/Stage.h"
 #include "support/ClosedMeshes.h"
 #include "tarn/Mat4.h"
 #include "tarn/Ray.h"
-#include "ovo/MeshPrim.h"
-#include "ovo/Stage.h"
 #include "vela/intersect/Acceleration.h"
 #include "vela/intersect/AccelerationModel.h"
 #include "vela/intersect/BvhAcceleration.h"
@@ -309,7 +309,8 @@ std::vector<Ray<float>> cameraRays(const Scene& scene, int size) {
         for (int x = tx; x < tx + 16; ++x) {
           const float u = (static_cast<float>(x) + 0.5f) / static_cast<float>(size) * 2 - 1;
           const float v = (static_cast<float>(y) + 0.5f) / static_cast<float>(size) * 2 - 1;
-          rays.emplace_back(Vec3<float>(0.1f, -0.2f, distance), Vec3<float>(u * spread * scene.radius, v * spread * scene.radius, -distance));
+          rays.emplace_back(Vec3<float>(0.1f, -0.2f, distance),
+                            Vec3<float>(u * spread * scene.radius, v * spread * scene.radius, -distance));
         }
   return rays;
 }
@@ -404,10 +405,14 @@ int main(int argc, char** argv) {
     if (scene.placements.size() == 1) {
       using Model = vela::AccelerationModel;
       if (scene.isSmall)
-        addGiven<vela::NoAcceleration>("none", scene, candidates, [](const Model& m) { return std::make_unique<vela::NoAcceleration>(m); });
-      addGiven<vela::GridAcceleration>("grid", scene, candidates, [](const Model& m) { return std::make_unique<vela::GridAcceleration>(m); });
-      addGiven<vela::BvhAcceleration>("bvh median", scene, candidates, [](const Model& m) { return std::make_unique<vela::BvhAcceleration>(m, false); });
-      addGiven<vela::BvhAcceleration>("bvh sah", scene, candidates, [](const Model& m) { return std::make_unique<vela::BvhAcceleration>(m, true); });
+        addGiven<vela::NoAcceleration>("none", scene, candidates,
+                                       [](const Model& m) { return std::make_unique<vela::NoAcceleration>(m); });
+      addGiven<vela::GridAcceleration>("grid", scene, candidates,
+                                       [](const Model& m) { return std::make_unique<vela::GridAcceleration>(m); });
+      addGiven<vela::BvhAcceleration>("bvh median", scene, candidates,
+                                      [](const Model& m) { return std::make_unique<vela::BvhAcceleration>(m, false); });
+      addGiven<vela::BvhAcceleration>("bvh sah", scene, candidates,
+                                      [](const Model& m) { return std::make_unique<vela::BvhAcceleration>(m, true); });
     } else {
       addHitDetector(scene, chordRays(scene, 20000), candidates);
     }
@@ -419,18 +424,20 @@ int main(int argc, char** argv) {
 
     const int side = isQuick ? 256 : 512;
     const auto count = static_cast<std::size_t>(side) * static_cast<std::size_t>(side);
-    const std::pair<const char*, std::vector<Ray<float>>> sets[] = {
-        {"camera", cameraRays(scene, side)}, {"chords", chordRays(scene, count)}, {"misses", missRays(scene, count / 2, candidates[0])}};
+    const std::pair<const char*, std::vector<Ray<float>>> sets[] = {{"camera", cameraRays(scene, side)},
+                                                                    {"chords", chordRays(scene, count)},
+                                                                    {"misses", missRays(scene, count / 2, candidates[0])}};
 
     json << (isFirstScene ? "\n" : ",\n") << "    {\"name\": \"" << scene.name << "\", \"triangles\": " << numTriangles(scene)
          << ", \"placements\": " << scene.placements.size() << ",\n     \"candidates\": [";
     isFirstScene = false;
     std::printf("%s: %zu triangles, %zu placed\n", scene.name.c_str(), numTriangles(scene), scene.placements.size());
     for (std::size_t c = 0; c < candidates.size(); ++c) {
-      json << (c ? ", " : "") << "{\"name\": \"" << candidates[c].name << "\", \"buildSeconds\": " << number(candidates[c].buildSeconds)
+      json << (c ? ", " : "") << "{\"name\": \"" << candidates[c].name
+           << "\", \"buildSeconds\": " << number(candidates[c].buildSeconds)
            << ", \"bytesPerTriangle\": " << number(candidates[c].bytesPerTriangle) << "}";
-      std::printf("  %-14s build %8.2f ms  %6.1f bytes a triangle\n", candidates[c].name.c_str(), candidates[c].buildSeconds * 1e3,
-                  candidates[c].bytesPerTriangle);
+      std::printf("  %-14s build %8.2f ms  %6.1f bytes a triangle\n", candidates[c].name.c_str(),
+                  candidates[c].buildSeconds * 1e3, candidates[c].bytesPerTriangle);
     }
     json << "],\n     \"rates\": [";
     bool isFirstRate = true;
@@ -444,9 +451,11 @@ int main(int argc, char** argv) {
         const int rounds = isQuick ? 3 : 7;
         for (int round = 0; round <= rounds; ++round)
           for (std::size_t c = 0; c < candidates.size(); ++c) {
-            const auto n = std::max<std::size_t>(64, static_cast<std::size_t>(static_cast<double>(rays.size()) * (round == 0 ? 0.02 : share[c])));
+            const auto n = std::max<std::size_t>(
+                64, static_cast<std::size_t>(static_cast<double>(rays.size()) * (round == 0 ? 0.02 : share[c])));
             const std::size_t from = round == 0 ? rays.size() / 2 : 0;
-            const std::vector<Ray<float>> part(rays.begin() + static_cast<std::ptrdiff_t>(from), rays.begin() + static_cast<std::ptrdiff_t>(std::min(rays.size(), from + n)));
+            const std::vector<Ray<float>> part(rays.begin() + static_cast<std::ptrdiff_t>(from),
+                                               rays.begin() + static_cast<std::ptrdiff_t>(std::min(rays.size(), from + n)));
             const auto start = Clock::now();
             const double sum = isNearest ? candidates[c].closest(part) : candidates[c].any(part);
             const double seconds = secondsSince(start);
@@ -458,13 +467,16 @@ int main(int argc, char** argv) {
               rates[c].push_back(rate);
           }
         const double base = median(rates[reference]);
-        std::printf("  %s %s (%.0f %% hit):", setName, isNearest ? "closest" : "any", 100.0 * hits / (static_cast<double>(rays.size()) / 64));
-        json << (isFirstRate ? "\n" : ",\n") << "       {\"rays\": \"" << setName << "\", \"query\": \"" << (isNearest ? "closest" : "any") << "\"";
+        std::printf("  %s %s (%.0f %% hit):", setName, isNearest ? "closest" : "any",
+                    100.0 * hits / (static_cast<double>(rays.size()) / 64));
+        json << (isFirstRate ? "\n" : ",\n") << "       {\"rays\": \"" << setName << "\", \"query\": \""
+             << (isNearest ? "closest" : "any") << "\"";
         isFirstRate = false;
         for (std::size_t c = 0; c < candidates.size(); ++c) {
           const double rate = median(rates[c]);
           std::printf("  %s %.3g (%.2f)", candidates[c].name.c_str(), rate, rate / base);
-          json << ", \"" << candidates[c].name << "\": {\"rate\": " << number(rate) << ", \"ratio\": " << number(rate / base) << "}";
+          json << ", \"" << candidates[c].name << "\": {\"rate\": " << number(rate) << ", \"ratio\": " << number(rate / base)
+               << "}";
         }
         std::printf("\n");
         std::fflush(stdout);

@@ -95,9 +95,7 @@ class Array {
   [[nodiscard]] const T& back() const noexcept { return data_[size_ - 1]; }
 
   /// True when both use the same storage, so that equality needs no look at the elements.
-  [[nodiscard]] bool isIdentical(const Array& other) const noexcept {
-    return data_ == other.data_ && size_ == other.size_;
-  }
+  [[nodiscard]] bool isIdentical(const Array& other) const noexcept { return data_ == other.data_ && size_ == other.size_; }
 
   friend bool operator==(const Array& a, const Array& b) {
     // Identical storage proves equality only where every element equals itself, which NaN does not.
@@ -240,13 +238,10 @@ class Array {
   static constexpr size_type kHeaderBytes = (sizeof(Header) + kAlign - 1) / kAlign * kAlign;
 
   [[nodiscard]] Header* header() const noexcept {
-    return reinterpret_cast<Header*>(reinterpret_cast<std::byte*>(const_cast<std::remove_const_t<T>*>(data_)) -
-                                     kHeaderBytes);
+    return reinterpret_cast<Header*>(reinterpret_cast<std::byte*>(const_cast<std::remove_const_t<T>*>(data_)) - kHeaderBytes);
   }
   // Acquire pairs with the release in release(): what another owner read before letting go stays before our writes.
-  [[nodiscard]] bool isUnique() const noexcept {
-    return data_ && header()->owners.load(std::memory_order_acquire) == 1;
-  }
+  [[nodiscard]] bool isUnique() const noexcept { return data_ && header()->owners.load(std::memory_order_acquire) == 1; }
   void retain() const noexcept {
     if (data_) header()->owners.fetch_add(1, std::memory_order_relaxed);
   }

@@ -207,14 +207,45 @@ TEST(Array, BehavesAsAVectorUnderRandomOperations) {
     const std::size_t i = random() % 4, j = random() % 4;
     const std::string text = std::to_string(random() % 1000) + std::string(random() % 30, 'x');
     switch (random() % 9) {
-      case 0: arrays[i] = arrays[j]; vectors[i] = vectors[j]; break;
-      case 1: case 2: arrays[i].push_back(text); vectors[i].push_back(text); break;
-      case 3: if (!vectors[i].empty()) { arrays[i].pop_back(); vectors[i].pop_back(); } break;
-      case 4: { const std::size_t n = random() % 20; arrays[i].resize(n, text); vectors[i].resize(n, text); break; }
-      case 5: if (!vectors[i].empty()) { const std::size_t k = random() % vectors[i].size(); arrays[i][k] = text; vectors[i][k] = text; } break;
+      case 0:
+        arrays[i] = arrays[j];
+        vectors[i] = vectors[j];
+        break;
+      case 1:
+      case 2:
+        arrays[i].push_back(text);
+        vectors[i].push_back(text);
+        break;
+      case 3:
+        if (!vectors[i].empty()) {
+          arrays[i].pop_back();
+          vectors[i].pop_back();
+        }
+        break;
+      case 4: {
+        const std::size_t n = random() % 20;
+        arrays[i].resize(n, text);
+        vectors[i].resize(n, text);
+        break;
+      }
+      case 5:
+        if (!vectors[i].empty()) {
+          const std::size_t k = random() % vectors[i].size();
+          arrays[i][k] = text;
+          vectors[i][k] = text;
+        }
+        break;
       case 6: arrays[i].reserve(random() % 40); break;
-      case 7: if (random() % 4 == 0) { arrays[i].clear(); vectors[i].clear(); } break;
-      default: std::swap(arrays[i], arrays[j]); std::swap(vectors[i], vectors[j]); break;
+      case 7:
+        if (random() % 4 == 0) {
+          arrays[i].clear();
+          vectors[i].clear();
+        }
+        break;
+      default:
+        std::swap(arrays[i], arrays[j]);
+        std::swap(vectors[i], vectors[j]);
+        break;
     }
     for (std::size_t k = 0; k < 4; ++k) ASSERT_EQ(arrays[k], Array<std::string>(vectors[k])) << "step " << step;
   }

@@ -138,8 +138,7 @@ bool Attribute::set(const T& value, double time) const {
 bool Attribute::block(double time) const {
   if (!isValid() || std::isinf(time)) return false;
   const detail::Collector collector(node_->stage->problems);
-  const pxr::SdfPath path =
-      detail::editAttribute(*node_, name_.asString(), detail::findType(*node_, name_.asString()));
+  const pxr::SdfPath path = detail::editAttribute(*node_, name_.asString(), detail::findType(*node_, name_.asString()));
   if (path.IsEmpty()) return false;
   const pxr::VtValue blocked{pxr::SdfValueBlock()};
   if (tarn::isDefaultTime(time)) {
@@ -162,9 +161,9 @@ bool Attribute::clear() const {
   return true;
 }
 
-#define OVO_INSTANTIATE(...)                                                    \
-  template OVO_API bool Attribute::get(__VA_ARGS__&, double) const;             \
-  template OVO_API bool Attribute::getAuthored(__VA_ARGS__&, double) const;     \
+#define OVO_INSTANTIATE(...)                                                \
+  template OVO_API bool Attribute::get(__VA_ARGS__&, double) const;         \
+  template OVO_API bool Attribute::getAuthored(__VA_ARGS__&, double) const; \
   template OVO_API bool Attribute::set(const __VA_ARGS__&, double) const;
 #define OVO_INSTANTIATE_BOTH(...) \
   OVO_INSTANTIATE(__VA_ARGS__)    \

@@ -106,9 +106,7 @@ class OVO_API Attribute {
   [[nodiscard]] std::vector<double> timeSamples() const;
 
   /// Same stage, prim and name.
-  friend bool operator==(const Attribute& a, const Attribute& b) noexcept {
-    return a.node_ == b.node_ && a.name_ == b.name_;
-  }
+  friend bool operator==(const Attribute& a, const Attribute& b) noexcept { return a.node_ == b.node_ && a.name_ == b.name_; }
   friend bool operator!=(const Attribute& a, const Attribute& b) noexcept { return !(a == b); }
 
  protected:

@@ -80,11 +80,14 @@ TEST(Attribute, OnlyFloatingPointIsMixed) {
   EXPECT_EQ(valueAt<Token>(attributeOf("token t.timeSamples = {0: \"a\", 10: \"b\"}"), 9.9), Token("a"));
   EXPECT_EQ(valueAt<Vec3<int>>(attributeOf("int3 v.timeSamples = {0: (1, 2, 3), 10: (5, 6, 7)}"), 9.9), Vec3<int>(1, 2, 3));
   EXPECT_EQ(valueAt<Array<int>>(attributeOf("int[] v.timeSamples = {0: [1], 10: [5]}"), 9.9), Array<int>({1}));
-  EXPECT_EQ(valueAt<Vec3<double>>(attributeOf("double3 v.timeSamples = {0: (0, 2, 4), 2: (1, 4, 8)}"), 1), Vec3<double>(0.5, 3, 6));
+  EXPECT_EQ(valueAt<Vec3<double>>(attributeOf("double3 v.timeSamples = {0: (0, 2, 4), 2: (1, 4, 8)}"), 1),
+            Vec3<double>(0.5, 3, 6));
   EXPECT_EQ(valueAt<Array<Vec3<float>>>(attributeOf("point3f[] v.timeSamples = {0: [(0, 2, 4)], 2: [(1, 4, 8)]}"), 1),
             (Array<Vec3<float>>{{0.5f, 3, 6}}));
-  const auto matrix = valueAt<tarn::Mat4<double>>(
-      attributeOf("matrix4d m.timeSamples = {0: ((1,0,0,0),(0,1,0,0),(0,0,1,0),(0,0,0,1)), 2: ((3,0,0,0),(0,1,0,0),(0,0,1,0),(4,0,0,1))}"), 1);
+  const auto matrix =
+      valueAt<tarn::Mat4<double>>(attributeOf("matrix4d m.timeSamples = {0: ((1,0,0,0),(0,1,0,0),(0,0,1,0),(0,0,0,1)), 2: "
+                                              "((3,0,0,0),(0,1,0,0),(0,0,1,0),(4,0,0,1))}"),
+                                  1);
   EXPECT_EQ(matrix[0], 2.0);
   EXPECT_EQ(matrix[12], 2.0);
 }
@@ -117,7 +120,8 @@ TEST(Attribute, BlocksHideValues) {
 }
 
 TEST(Attribute, ABlockLetsTheFallbackThroughButNotAmongSamples) {
-  const auto stage = sceneOf("def Sphere \"A\" { double radius = None }\ndef Sphere \"B\" { double radius.timeSamples = {1: 4, 2: None} }");
+  const auto stage =
+      sceneOf("def Sphere \"A\" { double radius = None }\ndef Sphere \"B\" { double radius.timeSamples = {1: 4, 2: None} }");
   double radius = 0;
   EXPECT_TRUE(stage->getPrimAtPath("/A").getAttr("radius").get(radius));
   EXPECT_EQ(radius, 1.0);
@@ -129,16 +133,18 @@ TEST(Attribute, ABlockLetsTheFallbackThroughButNotAmongSamples) {
 }
 
 TEST(Attribute, AStrongDefaultHidesWeakerSamples) {
-  const auto stage = sceneOf("def \"Weak\" { float f.timeSamples = {1: 1, 2: 2} }\ndef \"A\" (references = </Weak>) { float f = 7 }");
+  const auto stage =
+      sceneOf("def \"Weak\" { float f.timeSamples = {1: 1, 2: 2} }\ndef \"A\" (references = </Weak>) { float f = 7 }");
   EXPECT_EQ(valueAt<float>(stage->getPrimAtPath("/A").getAttr("f"), 1.5), 7.0f);
   EXPECT_FALSE(stage->getPrimAtPath("/A").getAttr("f").hasTimeSamples());
 }
 
 TEST(Attribute, OffsetsMoveSamplesAndTimeCodes) {
   ovo_test::TemporaryFolder folder;
-  folder.writeScene("part.usda", "#usda 1.0\ndef \"P\" { float f.timeSamples = {0: 0, 10: 10}\n timecode t = 5\n timecode[] ts = [1, 2] }\n");
-  const auto stage = ovo::Stage::open(folder.writeScene("root.usda",
-      "#usda 1.0\ndef \"A\" (references = @./part.usda@</P> (offset = 100; scale = 2)) {}\n"));
+  folder.writeScene(
+      "part.usda", "#usda 1.0\ndef \"P\" { float f.timeSamples = {0: 0, 10: 10}\n timecode t = 5\n timecode[] ts = [1, 2] }\n");
+  const auto stage = ovo::Stage::open(
+      folder.writeScene("root.usda", "#usda 1.0\ndef \"A\" (references = @./part.usda@</P> (offset = 100; scale = 2)) {}\n"));
   ASSERT_NE(stage, nullptr);
   const auto prim = stage->getPrimAtPath("/A");
   EXPECT_EQ(prim.getAttr("f").timeSamples(), (std::vector<double>{100, 120}));
@@ -241,10 +247,11 @@ TEST(Attribute, KnowsItsType) {
     Value::Type code;
     bool array;
   };
-  for (const Row& row : {Row{"int", Value::int_, false}, Row{"int2", Value::int2, false}, Row{"int3[]", Value::int3, true},
-                         Row{"int4", Value::int4, false}, Row{"float", Value::float_, false}, Row{"texCoord2f[]", Value::float2, true},
-                         Row{"point3f[]", Value::float3, true}, Row{"float4", Value::float4, false}, Row{"color3f", Value::color3f, false},
-                         Row{"color4f[]", Value::color4f, true}, Row{"double", Value::none, false}, Row{"token", Value::none, false}}) {
+  for (const Row& row :
+       {Row{"int", Value::int_, false}, Row{"int2", Value::int2, false}, Row{"int3[]", Value::int3, true},
+        Row{"int4", Value::int4, false}, Row{"float", Value::float_, false}, Row{"texCoord2f[]", Value::float2, true},
+        Row{"point3f[]", Value::float3, true}, Row{"float4", Value::float4, false}, Row{"color3f", Value::color3f, false},
+        Row{"color4f[]", Value::color4f, true}, Row{"double", Value::none, false}, Row{"token", Value::none, false}}) {
     const Attribute attribute = attributeOf(std::string(row.type) + " x");
     EXPECT_EQ(attribute.typeName(), Token(row.type));
     EXPECT_EQ(attribute.valueType(), row.code) << row.type;
@@ -323,7 +330,8 @@ TEST(Attribute, CreateAttrGivesWhatIsThereWhenTheTypeFits) {
   EXPECT_TRUE(prim.createAttr("f", "float").isValid());
   EXPECT_FALSE(prim.createAttr("f", "int").isValid());
   EXPECT_FALSE(prim.createAttr("r", "float").isValid());
-  for (const char* bad : {"", "1x", "a b", "a:", ":a", "a.b", "a/b"}) EXPECT_FALSE(prim.createAttr(bad, "float").isValid()) << bad;
+  for (const char* bad : {"", "1x", "a b", "a:", ":a", "a.b", "a/b"})
+    EXPECT_FALSE(prim.createAttr(bad, "float").isValid()) << bad;
   for (const char* bad : {"", "no_type", "float[", "Float"}) EXPECT_FALSE(prim.createAttr("g", bad).isValid()) << bad;
   EXPECT_TRUE(prim.createAttr("ns:deep:name", Value::color3f).isValid());
   EXPECT_EQ(prim.getAttr("ns:deep:name").typeName(), Token("color3f"));

@@ -29,9 +29,7 @@ std::string repeated(const std::string& text, std::size_t times) {
   return all;
 }
 
-std::string nestedPrims(std::size_t depth) {
-  return "#usda 1.0\n" + repeated("def \"a\" {\n", depth) + repeated("}\n", depth);
-}
+std::string nestedPrims(std::size_t depth) { return "#usda 1.0\n" + repeated("def \"a\" {\n", depth) + repeated("}\n", depth); }
 
 TEST(Broken, AMissingFileIsRefused) {
   TemporaryFolder folder;
@@ -56,8 +54,9 @@ TEST(Broken, AFolderAndAnEmptyFileAndOtherFilesAreRefused) {
 }
 
 TEST(Broken, ATextThatIsCutOffIsRefusedWhereverItEnds) {
-  const std::string whole = "#usda 1.0\n( upAxis = \"Z\" )\ndef Mesh \"M\" (kind = \"group\") {\n  point3f[] points = [(1, 2, 3)]\n"
-                            "  float f.timeSamples = {1: 2}\n  rel r = </M>\n  asset a = @x@\n}\n";
+  const std::string whole =
+      "#usda 1.0\n( upAxis = \"Z\" )\ndef Mesh \"M\" (kind = \"group\") {\n  point3f[] points = [(1, 2, 3)]\n"
+      "  float f.timeSamples = {1: 2}\n  rel r = </M>\n  asset a = @x@\n}\n";
   TemporaryFolder folder;
   std::size_t refused = 0;
   for (std::size_t size = 1; size + 1 < whole.size(); ++size) {
@@ -109,8 +108,10 @@ TEST(Broken, TextsNestedDeeperThanAnySceneAreRefusedBeforeTheyAreParsed) {
   expectRefused(folder.write("many.usda", nestedPrims(200000)), "nested more than 500 deep");
   expectRefused(folder.write("as.usd", nestedPrims(10000)), "nested more than 500 deep");
   expectRefused(folder.write("open.usda", "#usda 1.0\n" + repeated("def \"a\" {\n", 100000)), "nested more than 500 deep");
-  expectRefused(folder.write("tuples.usda", "#usda 1.0\ndef \"a\" { float3 f = " + repeated("(", 100000)), "nested more than 500 deep");
-  expectRefused(folder.write("lists.usda", "#usda 1.0\ndef \"a\" { float[] f = " + repeated("[", 100000)), "nested more than 500 deep");
+  expectRefused(folder.write("tuples.usda", "#usda 1.0\ndef \"a\" { float3 f = " + repeated("(", 100000)),
+                "nested more than 500 deep");
+  expectRefused(folder.write("lists.usda", "#usda 1.0\ndef \"a\" { float[] f = " + repeated("[", 100000)),
+                "nested more than 500 deep");
   expectRefused(folder.write("dictionaries.usda", "#usda 1.0\n( customLayerData = {" + repeated("dictionary a = {", 10000)),
                 "nested more than 500 deep");
   expectRefused(folder.write("variants.usda", "#usda 1.0\n" + repeated("def \"a\" { variantSet \"x\" = { \"y\" {\n", 10000)),
@@ -118,8 +119,9 @@ TEST(Broken, TextsNestedDeeperThanAnySceneAreRefusedBeforeTheyAreParsed) {
   expectRefused(folder.write("expression.usda", "#usda 1.0\ndef \"a\" { pathExpression p = \"" + repeated("(", 100000) + "/a" +
                                                     repeated(")", 100000) + "\" }"),
                 "nested more than 500 deep");
-  expectRefused(folder.write("complement.usda", "#usda 1.0\ndef \"a\" { pathExpression p = \"" + repeated("~", 100000) + "/a\" }"),
-                "nested more than 500 deep");
+  expectRefused(
+      folder.write("complement.usda", "#usda 1.0\ndef \"a\" { pathExpression p = \"" + repeated("~", 100000) + "/a\" }"),
+      "nested more than 500 deep");
   std::string error;
   EXPECT_EQ(Stage::openText(nestedPrims(10000), &error), nullptr);
   EXPECT_NE(error.find("nested more than 500 deep"), std::string::npos);
@@ -128,9 +130,10 @@ TEST(Broken, TextsNestedDeeperThanAnySceneAreRefusedBeforeTheyAreParsed) {
 TEST(Broken, BracketsInCommentsAndTextDoNotCountAsDepth) {
   TemporaryFolder folder;
   const std::string brackets = repeated("{ ([ ", 400);
-  const auto stage = Stage::open(folder.writeScene("a.usda", "#usda 1.0\n# " + brackets + "\n( doc = \"" + brackets.substr(0, 400) +
-                                                            "\" )\ndef \"a\" { string s = '''\n" + brackets.substr(0, 400) + "'''\n asset f = @" +
-                                                            repeated("(", 1000) + "@\n" + repeated("string t = \"{\"\n", 1) + "}\n"));
+  const auto stage = Stage::open(
+      folder.writeScene("a.usda", "#usda 1.0\n# " + brackets + "\n( doc = \"" + brackets.substr(0, 400) +
+                                      "\" )\ndef \"a\" { string s = '''\n" + brackets.substr(0, 400) + "'''\n asset f = @" +
+                                      repeated("(", 1000) + "@\n" + repeated("string t = \"{\"\n", 1) + "}\n"));
   ASSERT_NE(stage, nullptr);
   EXPECT_TRUE(stage->getPrimAtPath("/a").isValid());
   const auto deep = Stage::openText(nestedPrims(400));
@@ -144,7 +147,8 @@ TEST(Broken, ADeepFileThatIsReferencedIsLeftOut) {
   TemporaryFolder folder;
   folder.write("deep.usda", nestedPrims(10000));
   for (const char* arc : {"references = @./deep.usda@</a>", "payload = @./deep.usda@</a>"}) {
-    const auto stage = Stage::open(folder.writeScene("root.usda", std::string("#usda 1.0\ndef \"A\" (") + arc + ") {}\ndef \"B\" {}\n"));
+    const auto stage =
+        Stage::open(folder.writeScene("root.usda", std::string("#usda 1.0\ndef \"A\" (") + arc + ") {}\ndef \"B\" {}\n"));
     ASSERT_NE(stage, nullptr);
     EXPECT_TRUE(stage->getPrimAtPath("/B").isValid());
     std::string all;
@@ -179,13 +183,17 @@ TEST(Broken, ArcsInCirclesAreProblemsAndTheRestIsThere) {
   folder.writeScene("b.usda", "#usda 1.0\n(defaultPrim = \"B\")\ndef \"B\" (references = @./a.usda@) { def \"inB\" {} }\n");
   folder.writeScene("self.usda", "#usda 1.0\n(subLayers = [@./self.usda@, @./other.usda@])\ndef \"S\" {}\n");
   folder.writeScene("other.usda", "#usda 1.0\n(subLayers = [@./self.usda@])\ndef \"O\" {}\n");
-  folder.writeScene("inherit.usda", "#usda 1.0\ndef \"A\" (inherits = </B>) {}\ndef \"B\" (inherits = </A>) {}\ndef \"C\" (references = </C>) {}\n"
-                               "def \"D\" { def \"E\" (references = </D>) {} }\n");
-  folder.writeScene("payload.usda", "#usda 1.0\n(defaultPrim = \"A\")\ndef \"A\" (payload = @./payload.usda@) { def \"x\" {} }\n");
+  folder.writeScene(
+      "inherit.usda",
+      "#usda 1.0\ndef \"A\" (inherits = </B>) {}\ndef \"B\" (inherits = </A>) {}\ndef \"C\" (references = </C>) {}\n"
+      "def \"D\" { def \"E\" (references = </D>) {} }\n");
+  folder.writeScene("payload.usda",
+                    "#usda 1.0\n(defaultPrim = \"A\")\ndef \"A\" (payload = @./payload.usda@) { def \"x\" {} }\n");
   struct Row {
     const char *file, *prim;
   };
-  for (const Row& row : {Row{"a.usda", "/A/inB"}, Row{"self.usda", "/O"}, Row{"inherit.usda", "/B"}, Row{"payload.usda", "/A/x"}}) {
+  for (const Row& row :
+       {Row{"a.usda", "/A/inB"}, Row{"self.usda", "/O"}, Row{"inherit.usda", "/B"}, Row{"payload.usda", "/A/x"}}) {
     SCOPED_TRACE(row.file);
     std::string error;
     const auto stage = Stage::open(folder.path(row.file), &error);

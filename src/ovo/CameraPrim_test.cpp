@@ -83,11 +83,11 @@ TEST(CameraPrim, ParametersComeBackAsTheyWereWritten) {
   ASSERT_TRUE(camera.setParameters(p));
   const CameraParameters q = camera.getParameters();
   EXPECT_EQ(q.perspective, p.perspective);
-  for (const auto field : {&CameraParameters::focalLength, &CameraParameters::horizontalAperture, &CameraParameters::verticalAperture,
-                           &CameraParameters::horizontalApertureOffset, &CameraParameters::verticalApertureOffset,
-                           &CameraParameters::clippingNear, &CameraParameters::clippingFar, &CameraParameters::fStop,
-                           &CameraParameters::focusDistance, &CameraParameters::shutterOpen, &CameraParameters::shutterClose,
-                           &CameraParameters::exposure})
+  for (const auto field :
+       {&CameraParameters::focalLength, &CameraParameters::horizontalAperture, &CameraParameters::verticalAperture,
+        &CameraParameters::horizontalApertureOffset, &CameraParameters::verticalApertureOffset, &CameraParameters::clippingNear,
+        &CameraParameters::clippingFar, &CameraParameters::fStop, &CameraParameters::focusDistance,
+        &CameraParameters::shutterOpen, &CameraParameters::shutterClose, &CameraParameters::exposure})
     EXPECT_EQ(q.*field, p.*field);
   EXPECT_EQ(q.clippingPlanes, p.clippingPlanes);
 }

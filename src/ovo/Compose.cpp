@@ -14,8 +14,7 @@ std::uint64_t nextSerial() {
 }
 
 pxr::ArResolverContext contextFor(const std::string& file) {
-  return file.empty() ? pxr::ArGetResolver().CreateDefaultContext()
-                      : pxr::ArGetResolver().CreateDefaultContextForAsset(file);
+  return file.empty() ? pxr::ArGetResolver().CreateDefaultContext() : pxr::ArGetResolver().CreateDefaultContextForAsset(file);
 }
 
 // Calls visit(node, layer) for every layer that has a say about the prim, from strong to weak, until it returns false.
@@ -121,8 +120,8 @@ void StageData::compose(const pxr::SdfPath& top) {
     fill(node, *index);
     if (!node.active) continue;
     if (node.sdfPath.GetPathElementCount() >= kMaxPrimNesting) {
-      problems.add(node.sdfPath.GetString().substr(0, 80) + "...: nested more than " +
-                   std::to_string(kMaxPrimNesting) + " prims deep: what is below is left out");
+      problems.add(node.sdfPath.GetString().substr(0, 80) + "...: nested more than " + std::to_string(kMaxPrimNesting) +
+                   " prims deep: what is below is left out");
       continue;
     }
     pxr::TfTokenVector names;
@@ -164,8 +163,8 @@ void StageData::fill(PrimNode& node, const pxr::PcpPrimIndex& index) {
     if (!specifierFound && layer->HasField(opinion.path, pxr::SdfFieldKeys->Specifier, &specifier) &&
         pxr::SdfIsDefiningSpecifier(specifier)) {
       // A class that is directly inherited from says nothing about whether its heir is one, unless nothing else does.
-      const bool weak = specifier == pxr::SdfSpecifierClass && from.GetArcType() == pxr::PcpArcTypeInherit &&
-                        !from.IsDueToAncestor();
+      const bool weak =
+          specifier == pxr::SdfSpecifierClass && from.GetArcType() == pxr::PcpArcTypeInherit && !from.IsDueToAncestor();
       if (!weak || node.specifier == pxr::SdfSpecifierOver) node.specifier = specifier;
       specifierFound = !weak;
     }
@@ -289,8 +288,8 @@ PrimNode* StageData::define(const Path& path, const Token& type) {
     const pxr::SdfPath parentPath = chain[i].GetParentPath();
     const pxr::SdfPrimSpecHandle above =
         parentPath.IsAbsoluteRootPath() ? edit->GetPseudoRoot() : edit->GetPrimAtPath(parentPath);
-    if (!above || !pxr::SdfPrimSpec::New(above, chain[i].GetName(), pxr::SdfSpecifierDef,
-                                         last ? type.asString() : std::string()))
+    if (!above ||
+        !pxr::SdfPrimSpec::New(above, chain[i].GetName(), pxr::SdfSpecifierDef, last ? type.asString() : std::string()))
       return nullptr;
   }
   if (hasInternalArcs_) {

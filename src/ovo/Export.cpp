@@ -20,8 +20,7 @@ void mergeSpec(const pxr::SdfLayerRefPtr& from, const pxr::SdfPath& path, const 
     if (!to->HasSpec(path))
       pxr::SdfJustCreatePrimAttributeInLayer(to, path, spec->GetTypeName(), spec->GetVariability(), spec->IsCustom());
   } else if (type == pxr::SdfSpecTypeRelationship) {
-    if (!to->HasSpec(path))
-      pxr::SdfRelationshipSpec::New(to->GetPrimAtPath(path.GetPrimPath()), path.GetName(), false);
+    if (!to->HasSpec(path)) pxr::SdfRelationshipSpec::New(to->GetPrimAtPath(path.GetPrimPath()), path.GetName(), false);
   } else if (type != pxr::SdfSpecTypePseudoRoot) {
     return;
   }
@@ -60,8 +59,7 @@ pxr::SdfLayerRefPtr mergeLayers(const StageData& stage, const std::string& folde
   merged->TransferContent(stage.root);
   if (stage.session) {
     std::vector<pxr::SdfPath> paths;
-    stage.session->Traverse(pxr::SdfPath::AbsoluteRootPath(),
-                            [&paths](const pxr::SdfPath& path) { paths.push_back(path); });
+    stage.session->Traverse(pxr::SdfPath::AbsoluteRootPath(), [&paths](const pxr::SdfPath& path) { paths.push_back(path); });
     // Parents before what is below them: the traversal gives them last.
     for (auto path = paths.rbegin(); path != paths.rend(); ++path) mergeSpec(stage.session, *path, merged);
   }

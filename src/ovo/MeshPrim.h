@@ -71,8 +71,7 @@ class OVO_API MeshPrim : public XformablePrim {
   /// `primvars:normals`, else the attribute `normals`; not valid without either.
   [[nodiscard]] Primvar getNormalsPrimvar() const;
   /// Normals with their indices applied. \return false, with both untouched, when there are none
-  bool getNormals(Array<tarn::Vec3<float>>& normals, Token& interpolation,
-                  double time = tarn::defaultTimeValue()) const;
+  bool getNormals(Array<tarn::Vec3<float>>& normals, Token& interpolation, double time = tarn::defaultTimeValue()) const;
   /// Writes the attribute `normals` with that interpolation.
   bool setNormals(const Array<tarn::Vec3<float>>& normals, const Token& interpolation,
                   double time = tarn::defaultTimeValue()) const;

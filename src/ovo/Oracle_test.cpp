@@ -61,20 +61,17 @@ void checkBox(const tarn::Box3<float>& box, const json& expected, const std::str
 std::size_t valueCount(const ovo::Attribute& attribute, double time) {
   std::size_t count = 0;
   const auto tryType = [&](auto values) { return attribute.getAuthored(values, time) && ((count = values.size()), true); };
-  (void)(tryType(ovo::Array<float>()) || tryType(ovo::Array<tarn::Vec2<float>>()) ||
-         tryType(ovo::Array<tarn::Vec3<float>>()) || tryType(ovo::Array<tarn::Vec4<float>>()) ||
-         tryType(ovo::Array<int>()) || tryType(ovo::Array<bool>()) || tryType(ovo::Array<Token>()) ||
-         tryType(ovo::Array<std::string>()) || tryType(ovo::Array<tarn::Mat4<double>>()));
+  (void)(tryType(ovo::Array<float>()) || tryType(ovo::Array<tarn::Vec2<float>>()) || tryType(ovo::Array<tarn::Vec3<float>>()) ||
+         tryType(ovo::Array<tarn::Vec4<float>>()) || tryType(ovo::Array<int>()) || tryType(ovo::Array<bool>()) ||
+         tryType(ovo::Array<Token>()) || tryType(ovo::Array<std::string>()) || tryType(ovo::Array<tarn::Mat4<double>>()));
   return count;
 }
 
 std::size_t flattenedCount(const ovo::Primvar& primvar, double time) {
   std::size_t count = 0;
-  const auto tryType = [&](auto values) {
-    return primvar.computeFlattened(values, time) && ((count = values.size()), true);
-  };
-  (void)(tryType(ovo::Array<float>()) || tryType(ovo::Array<tarn::Vec2<float>>()) ||
-         tryType(ovo::Array<tarn::Vec3<float>>()) || tryType(ovo::Array<int>()));
+  const auto tryType = [&](auto values) { return primvar.computeFlattened(values, time) && ((count = values.size()), true); };
+  (void)(tryType(ovo::Array<float>()) || tryType(ovo::Array<tarn::Vec2<float>>()) || tryType(ovo::Array<tarn::Vec3<float>>()) ||
+         tryType(ovo::Array<int>()));
   return count;
 }
 
@@ -181,8 +178,7 @@ void checkPrim(const ovo::Stage& stage, const json& expected, const std::vector<
   const bool clips = path == "/SphereUsingClip";
   if (expected.contains("localToWorld") && !clips)
     for (std::size_t t = 0; t < times.size(); ++t)
-      checkMatrix(caches[t].getLocalToWorld(prim), at(expected["localToWorld"], t),
-                  "matrix at " + std::to_string(times[t]));
+      checkMatrix(caches[t].getLocalToWorld(prim), at(expected["localToWorld"], t), "matrix at " + std::to_string(times[t]));
   if (expected.contains("camera"))
     for (std::size_t t = 0; t < times.size(); ++t) checkCamera(prim, at(expected["camera"], t), times[t]);
   if (expected.contains("faces")) checkMesh(prim, expected, times);

@@ -52,8 +52,7 @@ bool PointInstancerPrim::setInactiveIds(const Array<std::int64_t>& ids) const {
   std::unordered_set<std::int64_t> known;
   for (const std::int64_t id : ids)
     if (known.insert(id).second) once.push_back(id);
-  node_->stage->edit->SetField(node_->sdfPath, inactiveIdsField(),
-                               pxr::VtValue(pxr::SdfInt64ListOp::CreateExplicit(once)));
+  node_->stage->edit->SetField(node_->sdfPath, inactiveIdsField(), pxr::VtValue(pxr::SdfInt64ListOp::CreateExplicit(once)));
   return true;
 }
 

@@ -63,8 +63,7 @@ TEST(PointInstancerPrim, IdsOfAnotherCountNameNothing) {
 }
 
 TEST(PointInstancerPrim, IdsThatNoInstanceHasArePassedOver) {
-  const PointInstancerPrim prim =
-      instancerOf("inactiveIds = [-1, 9223372036854775807, 3]", "int[] protoIndices = [0, 0, 0]");
+  const PointInstancerPrim prim = instancerOf("inactiveIds = [-1, 9223372036854775807, 3]", "int[] protoIndices = [0, 0, 0]");
   EXPECT_TRUE(prim.computeMask().empty());
 }
 
@@ -76,8 +75,8 @@ TEST(PointInstancerPrim, BothReasonsTakeAway) {
 }
 
 TEST(PointInstancerPrim, InvisibleIdsAreThoseOfTheTime) {
-  const PointInstancerPrim prim = instancerOf(
-      "", "int[] protoIndices = [0, 0]\nint64[] invisibleIds.timeSamples = {\n1: [0],\n2: [],\n3: [1]\n}");
+  const PointInstancerPrim prim =
+      instancerOf("", "int[] protoIndices = [0, 0]\nint64[] invisibleIds.timeSamples = {\n1: [0],\n2: [],\n3: [1]\n}");
   EXPECT_EQ(prim.computeMask(1.5), (Mask{false, true}));
   EXPECT_TRUE(prim.computeMask(2.0).empty());
   EXPECT_EQ(prim.computeMask(3.0), (Mask{true, false}));
@@ -87,8 +86,9 @@ TEST(PointInstancerPrim, InvisibleIdsAreThoseOfTheTime) {
 
 TEST(PointInstancerPrim, ListsOfInactiveIdsAddUpFromWeakToStrong) {
   const ovo_test::TemporaryFolder folder;
-  folder.writeScene("weak.usda", "#usda 1.0\n(\ndefaultPrim = \"I\"\n)\n"
-                                 "def PointInstancer \"I\" (inactiveIds = [5, 6, 7]) {\nint[] protoIndices = [0]\n}");
+  folder.writeScene("weak.usda",
+                    "#usda 1.0\n(\ndefaultPrim = \"I\"\n)\n"
+                    "def PointInstancer \"I\" (inactiveIds = [5, 6, 7]) {\nint[] protoIndices = [0]\n}");
   folder.writeScene("middle.usda", "#usda 1.0\nover \"I\" (\nprepend inactiveIds = [1]\nappend inactiveIds = [9, 5]\n) {}");
   const std::string strong = "#usda 1.0\n(\nsubLayers = [@middle.usda@]\n)\nover \"I\" (\nreferences = @weak.usda@\n";
   const auto composed = [&](const std::string& own) {
@@ -133,8 +133,7 @@ TEST(PointInstancerPrim, WrittenInactiveIdsReplaceAllOthers) {
 // What shows is drawn in a comment of the scene: one is inactive, others invisible, and ids change places.
 TEST(PointInstancerPrim, ASceneOfMaskedInstancesShowsThoseItSays) {
   requireSharedData("usd/openusd_testenv/point_instancer/pi_masking.usda");
-  const auto stage =
-      ovo::Stage::open(vela_test::sharedDataPath("usd/openusd_testenv/point_instancer/pi_masking.usda"));
+  const auto stage = ovo::Stage::open(vela_test::sharedDataPath("usd/openusd_testenv/point_instancer/pi_masking.usda"));
   ASSERT_NE(stage, nullptr);
   const PointInstancerPrim prim(stage->getPrimAtPath("/Instancer"));
   ASSERT_TRUE(prim.isValid());

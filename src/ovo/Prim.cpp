@@ -211,11 +211,9 @@ bool Prim::setRelationshipTargets(const Token& name, const std::vector<Path>& ta
   if (!node_->stage->editSpec(const_cast<detail::PrimNode&>(*node_))) return false;
   const pxr::SdfPath at = node_->sdfPath.AppendProperty(token);
   pxr::SdfRelationshipSpecHandle spec = node_->stage->edit->GetRelationshipAtPath(at);
-  if (!spec)
-    spec = pxr::SdfRelationshipSpec::New(node_->stage->edit->GetPrimAtPath(node_->sdfPath), name.asString(), false);
+  if (!spec) spec = pxr::SdfRelationshipSpec::New(node_->stage->edit->GetPrimAtPath(node_->sdfPath), name.asString(), false);
   if (!spec) return false;
-  node_->stage->edit->SetField(at, pxr::SdfFieldKeys->TargetPaths,
-                               pxr::VtValue(pxr::SdfPathListOp::CreateExplicit(paths)));
+  node_->stage->edit->SetField(at, pxr::SdfFieldKeys->TargetPaths, pxr::VtValue(pxr::SdfPathListOp::CreateExplicit(paths)));
   return true;
 }
 
@@ -225,8 +223,7 @@ bool Prim::isVisible(double time) const {
   if (!isValid()) return false;
   for (Prim at = *this; at.isValid(); at = at.parent()) {
     Token visibility;
-    if (at.node_->type->imageable && at.getAttr(tokens().visibility).get(visibility, time) &&
-        visibility == tokens().invisible)
+    if (at.node_->type->imageable && at.getAttr(tokens().visibility).get(visibility, time) && visibility == tokens().invisible)
       return false;
   }
   return true;
@@ -257,8 +254,7 @@ std::vector<Token> Prim::getVariantSets() const {
   std::vector<std::string> composed;
   for (auto opinion = node_->opinions.rbegin(); opinion != node_->opinions.rend(); ++opinion) {
     pxr::SdfStringListOp edits;
-    if (opinion->layer->HasField(opinion->path, pxr::SdfFieldKeys->VariantSetNames, &edits))
-      edits.ApplyOperations(&composed);
+    if (opinion->layer->HasField(opinion->path, pxr::SdfFieldKeys->VariantSetNames, &edits)) edits.ApplyOperations(&composed);
   }
   names.reserve(composed.size());
   for (const std::string& name : composed) names.emplace_back(name);

@@ -17,8 +17,7 @@ constexpr std::size_t kPrefixSize = sizeof kPrefix - 1;
 
 bool setField(const detail::PrimNode& node, const Token& name, const pxr::TfToken& field, const pxr::VtValue& value) {
   const detail::Collector collector(node.stage->problems);
-  const pxr::SdfPath path =
-      detail::editAttribute(node, name.asString(), detail::findType(node, name.asString()));
+  const pxr::SdfPath path = detail::editAttribute(node, name.asString(), detail::findType(node, name.asString()));
   if (path.IsEmpty()) return false;
   node.stage->edit->SetField(path, field, value);
   return true;
@@ -57,11 +56,10 @@ Token Primvar::interpolation() const {
 
 bool Primvar::setInterpolation(const Token& interpolation) const {
   const Tokens& t = tokens();
-  if (interpolation != t.constant && interpolation != t.uniform && interpolation != t.vertex &&
-      interpolation != t.varying && interpolation != t.faceVarying)
+  if (interpolation != t.constant && interpolation != t.uniform && interpolation != t.vertex && interpolation != t.varying &&
+      interpolation != t.faceVarying)
     return false;
-  return isValid() &&
-         setField(*node_, name_, interpolationField(), pxr::VtValue(pxr::TfToken(interpolation.asString())));
+  return isValid() && setField(*node_, name_, interpolationField(), pxr::VtValue(pxr::TfToken(interpolation.asString())));
 }
 
 int Primvar::elementSize() const {

@@ -21,8 +21,8 @@ Source findSource(const PrimNode& node, const pxr::TfToken& name) {
         source.kind = Source::samples;
         return source;
       }
-      if (opinion.layer->HasField(path, pxr::SdfFieldKeys->Spline, &source.value) &&
-          source.value.IsHolding<pxr::TsSpline>() && !source.value.UncheckedGet<pxr::TsSpline>().IsEmpty()) {
+      if (opinion.layer->HasField(path, pxr::SdfFieldKeys->Spline, &source.value) && source.value.IsHolding<pxr::TsSpline>() &&
+          !source.value.UncheckedGet<pxr::TsSpline>().IsEmpty()) {
         source.kind = Source::spline;
         return source;
       }
@@ -98,11 +98,10 @@ Found findAt(const PrimNode& node, const pxr::TfToken& name, double time) {
 
 bool mixStored(const pxr::VtValue& a, const pxr::VtValue& b, double t, pxr::VtValue& out) {
   const auto tryAll = [&](auto... types) { return (mixAs<typename decltype(types)::Type>(a, b, t, out) || ...); };
-  return tryAll(As<float>(), As<double>(), As<pxr::GfHalf>(), As<pxr::SdfTimeCode>(), As<pxr::GfVec3f>(),
-                As<pxr::GfVec3d>(), As<pxr::GfVec3h>(), As<pxr::GfVec2f>(), As<pxr::GfVec2d>(), As<pxr::GfVec2h>(),
-                As<pxr::GfVec4f>(), As<pxr::GfVec4d>(), As<pxr::GfVec4h>(), As<pxr::GfMatrix4d>(),
-                As<pxr::GfMatrix3d>(), As<pxr::GfMatrix2d>(), As<pxr::GfQuatf>(), As<pxr::GfQuatd>(),
-                As<pxr::GfQuath>());
+  return tryAll(As<float>(), As<double>(), As<pxr::GfHalf>(), As<pxr::SdfTimeCode>(), As<pxr::GfVec3f>(), As<pxr::GfVec3d>(),
+                As<pxr::GfVec3h>(), As<pxr::GfVec2f>(), As<pxr::GfVec2d>(), As<pxr::GfVec2h>(), As<pxr::GfVec4f>(),
+                As<pxr::GfVec4d>(), As<pxr::GfVec4h>(), As<pxr::GfMatrix4d>(), As<pxr::GfMatrix3d>(), As<pxr::GfMatrix2d>(),
+                As<pxr::GfQuatf>(), As<pxr::GfQuatd>(), As<pxr::GfQuath>());
 }
 
 Found findDefault(const PrimNode& node, const pxr::TfToken& name) {
@@ -127,14 +126,11 @@ pxr::VtValue evaluateFileNames(const Found& found) {
     if (!pxr::SdfVariableExpression::IsExpression(text)) return path;
     static const pxr::VtDictionary none;
     const pxr::PcpNodeRef& node = found.opinion->node;
-    const pxr::VtDictionary& variables =
-        node ? node.GetLayerStack()->GetExpressionVariables().GetVariables() : none;
-    const pxr::SdfVariableExpression::Result result =
-        pxr::SdfVariableExpression(text).EvaluateTyped<std::string>(variables);
+    const pxr::VtDictionary& variables = node ? node.GetLayerStack()->GetExpressionVariables().GetVariables() : none;
+    const pxr::SdfVariableExpression::Result result = pxr::SdfVariableExpression(text).EvaluateTyped<std::string>(variables);
     return result.value.IsHolding<std::string>() ? pxr::SdfAssetPath(result.value.UncheckedGet<std::string>()) : path;
   };
-  if (found.value.IsHolding<pxr::SdfAssetPath>())
-    return pxr::VtValue(evaluate(found.value.UncheckedGet<pxr::SdfAssetPath>()));
+  if (found.value.IsHolding<pxr::SdfAssetPath>()) return pxr::VtValue(evaluate(found.value.UncheckedGet<pxr::SdfAssetPath>()));
   if (!found.value.IsHolding<pxr::VtArray<pxr::SdfAssetPath>>()) return found.value;
   pxr::VtArray<pxr::SdfAssetPath> paths = found.value.UncheckedGet<pxr::VtArray<pxr::SdfAssetPath>>();
   for (pxr::SdfAssetPath& path : paths) path = evaluate(path);
@@ -172,7 +168,8 @@ pxr::SdfValueTypeName findType(const PrimNode& node, const std::string& name) {
       return first >= 'A' && first <= 'Z';
     };
     if (!isOld(found)) return found;
-    for (const pxr::SdfValueTypeName& current : {schema.FindType(found.GetType(), found.GetRole()), schema.FindType(found.GetType())})
+    for (const pxr::SdfValueTypeName& current :
+         {schema.FindType(found.GetType(), found.GetRole()), schema.FindType(found.GetType())})
       if (current && !isOld(current)) return current;
     return found;
   }
@@ -191,14 +188,13 @@ pxr::SdfPath editAttribute(const PrimNode& constNode, const std::string& name, c
   if (there != pxr::SdfSpecTypeUnknown) return pxr::SdfPath();
 
   // Those that the standard types declare as not varying over time.
-  static const char* const uniform[] = {"doubleSided",         "elementType",    "familyName",
-                                        "faceVaryingLinearInterpolation", "interpolateBoundary", "orientation",
-                                        "purpose",             "stereoRole",     "subdivisionScheme",
-                                        "triangleSubdivisionRule", "xformOpOrder"};
+  static const char* const uniform[] = {
+      "doubleSided", "elementType", "familyName",        "faceVaryingLinearInterpolation", "interpolateBoundary", "orientation",
+      "purpose",     "stereoRole",  "subdivisionScheme", "triangleSubdivisionRule",        "xformOpOrder"};
   const bool isUniform =
       std::any_of(std::begin(uniform), std::end(uniform), [&name](const char* word) { return name == word; });
-  if (!pxr::SdfJustCreatePrimAttributeInLayer(
-          stage.edit, path, type, isUniform ? pxr::SdfVariabilityUniform : pxr::SdfVariabilityVarying, false))
+  if (!pxr::SdfJustCreatePrimAttributeInLayer(stage.edit, path, type,
+                                              isUniform ? pxr::SdfVariabilityUniform : pxr::SdfVariabilityVarying, false))
     return pxr::SdfPath();
   return path;
 }

@@ -112,8 +112,8 @@ const char* whyUnfit(const pxr::ArAsset& asset) {
   if (bytes.substr(0, 4) != "PK\3\4") return whyUnfit(bytes);
 
   // A package: its entries are stored as they are.
-  const pxr::SdfZipFile zip = pxr::SdfZipFile::Open(
-      std::shared_ptr<pxr::ArAsset>(std::shared_ptr<void>(), const_cast<pxr::ArAsset*>(&asset)));
+  const pxr::SdfZipFile zip =
+      pxr::SdfZipFile::Open(std::shared_ptr<pxr::ArAsset>(std::shared_ptr<void>(), const_cast<pxr::ArAsset*>(&asset)));
   if (!zip) return nullptr;
   for (auto entry = zip.begin(); entry != zip.end(); ++entry) {
     const pxr::SdfZipFile::FileInfo info = entry.GetFileInfo();

@@ -47,8 +47,8 @@ class Table {
     light.emplace("inputs:exposure", single(0.0f));
     light.emplace("inputs:normalize", flag(false));
     for (const char* factor : {"inputs:diffuse", "inputs:intensity", "inputs:specular"}) light.emplace(factor, single(1.0f));
-    for (const char* name : {"DistantLight", "DomeLight", "DomeLight_1", "RectLight", "DiskLight", "SphereLight", "CylinderLight",
-                             "GeometryLight", "PortalLight", "PluginLight"})
+    for (const char* name : {"DistantLight", "DomeLight", "DomeLight_1", "RectLight", "DiskLight", "SphereLight",
+                             "CylinderLight", "GeometryLight", "PortalLight", "PluginLight"})
       add(name, true, light);
     set("DistantLight", {{"inputs:angle", single(0.53f)}, {"inputs:intensity", single(50000.0f)}});
     for (const char* name : {"DomeLight", "DomeLight_1"})
@@ -64,9 +64,9 @@ class Table {
     std::map<std::string, Fallback> gprim = imageable;
     gprim.emplace("doubleSided", flag(false));
     gprim.emplace("orientation", token("rightHanded"));
-    for (const char* name : {"Mesh", "Cube", "Sphere", "Cylinder", "Cylinder_1", "Cone", "Capsule", "Capsule_1", "Plane",
-                             "Points", "BasisCurves", "NurbsCurves", "HermiteCurves", "NurbsPatch", "TetMesh", "Volume",
-                             "ParticleField", "ParticleField3DGaussianSplat"})
+    for (const char* name :
+         {"Mesh", "Cube", "Sphere", "Cylinder", "Cylinder_1", "Cone", "Capsule", "Capsule_1", "Plane", "Points", "BasisCurves",
+          "NurbsCurves", "HermiteCurves", "NurbsPatch", "TetMesh", "Volume", "ParticleField", "ParticleField3DGaussianSplat"})
       add(name, true, gprim);
     set("Mesh", {{"subdivisionScheme", token("catmullClark")},
                  {"interpolateBoundary", token("edgeAndCorner")},
@@ -117,8 +117,7 @@ class Table {
                    {"shutter:open", number(0.0)},
                    {"shutter:close", number(0.0)}});
 
-    types_["GeomSubset"].fallbacks = {
-        {"elementType", token("face")}, {"familyName", token("")}, {"indices", noInts}};
+    types_["GeomSubset"].fallbacks = {{"elementType", token("face")}, {"familyName", token("")}, {"indices", noInts}};
   }
 
   const PrimType& find(const std::string& name) const {

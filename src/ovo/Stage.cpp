@@ -96,8 +96,8 @@ std::shared_ptr<Stage> Stage::openText(const std::string& text, std::string* err
 std::shared_ptr<Stage> Stage::createInMemory() {
   // Without OpenUSD's plug-in table the process would end here, so an incomplete installation gives null.
   if (!detail::startRuntime().empty()) return nullptr;
-  auto data = std::make_unique<detail::StageData>(pxr::SdfLayer::CreateAnonymous("memory.usda"), pxr::SdfLayerRefPtr(),
-                                                  std::string());
+  auto data =
+      std::make_unique<detail::StageData>(pxr::SdfLayer::CreateAnonymous("memory.usda"), pxr::SdfLayerRefPtr(), std::string());
   return std::shared_ptr<Stage>(new Stage(std::move(data)));
 }
 
@@ -115,9 +115,7 @@ Prim Stage::getDefaultPrim() const {
   return getPrimAtPath(name.asString()[0] == '/' ? Path(name.asString()) : Path::absoluteRoot().child(name));
 }
 
-Prim Stage::definePrim(const Path& path, const Token& type) {
-  return Prim(shared_from_this(), data_->define(path, type));
-}
+Prim Stage::definePrim(const Path& path, const Token& type) { return Prim(shared_from_this(), data_->define(path, type)); }
 
 bool Stage::findDescendentPrims(const std::vector<Path>& paths, std::vector<Prim>& out) const {
   out.clear();
@@ -164,8 +162,7 @@ bool setPositive(detail::StageData& data, const pxr::TfToken& field, double valu
 
 Token Stage::getUpAxis() const {
   pxr::VtValue value;
-  if (data_->stageField(upAxisField(), &value) && value.IsHolding<pxr::TfToken>() &&
-      value.UncheckedGet<pxr::TfToken>() == "Z")
+  if (data_->stageField(upAxisField(), &value) && value.IsHolding<pxr::TfToken>() && value.UncheckedGet<pxr::TfToken>() == "Z")
     return Token("Z");
   return Token("Y");
 }
@@ -262,8 +259,8 @@ bool Stage::exportTo(const std::string& file, std::string* error) const {
   if (fs::is_directory(target, failed)) return fail("it is a folder");
 
   static std::atomic<unsigned> count{0};
-  const fs::path unfinished = folder / ("." + target.stem().string() + "." + std::to_string(getpid()) + "-" +
-                                        std::to_string(++count) + extension);
+  const fs::path unfinished =
+      folder / ("." + target.stem().string() + "." + std::to_string(getpid()) + "-" + std::to_string(++count) + extension);
   detail::Problems why;
   bool written = false;
   {

@@ -85,8 +85,8 @@ class OVO_API Stage : public std::enable_shared_from_this<Stage> {
 
   // What holds for the whole scene. The setters give false for values that no scene may have.
 
-  [[nodiscard]] Token getUpAxis() const;            ///< `Y` or `Z`; `Y` where the file does not say
-  [[nodiscard]] double getMetersPerUnit() const;    ///< 0.01 where the file does not say
+  [[nodiscard]] Token getUpAxis() const;               ///< `Y` or `Z`; `Y` where the file does not say
+  [[nodiscard]] double getMetersPerUnit() const;       ///< 0.01 where the file does not say
   [[nodiscard]] double getTimeCodesPerSecond() const;  ///< falls back to frames per second, then 24
   [[nodiscard]] double getFramesPerSecond() const;     ///< 24 where the file does not say
   [[nodiscard]] double getStartTimeCode() const;       ///< 0 where the file does not say
@@ -99,12 +99,12 @@ class OVO_API Stage : public std::enable_shared_from_this<Stage> {
   [[nodiscard]] bool hasFramesPerSecond() const;
   [[nodiscard]] bool hasTimeCodeRange() const;  ///< both ends are given
 
-  bool setUpAxis(const Token& axis);             ///< `Y` or `Z`
-  bool setMetersPerUnit(double metersPerUnit);   ///< finite and above 0
-  bool setTimeCodesPerSecond(double rate);       ///< finite and above 0
-  bool setFramesPerSecond(double rate);          ///< finite and above 0
+  bool setUpAxis(const Token& axis);                ///< `Y` or `Z`
+  bool setMetersPerUnit(double metersPerUnit);      ///< finite and above 0
+  bool setTimeCodesPerSecond(double rate);          ///< finite and above 0
+  bool setFramesPerSecond(double rate);             ///< finite and above 0
   bool setTimeCodeRange(double start, double end);  ///< finite
-  bool setDefaultPrim(const Token& name);        ///< the name of a top prim
+  bool setDefaultPrim(const Token& name);           ///< the name of a top prim
 
  private:
   friend class Attribute;

@@ -73,12 +73,11 @@ TEST(Stage, DefinePrimKeepsWhatIsThere) {
 
 TEST(Stage, NamesThatNoFileCanHoldDefineNothing) {
   const auto stage = Stage::createInMemory();
-  for (const char* bad : {"", "/", "A", "A/B", "/A/", "//A", "/A//B", "/1A", "/A-B", "/A b", "/A.b", "/A{x=y}", "/A{x=y}B", "/..",
-                          "/A/..", "/A[0]", "<>", "/A\n", "/%", "/\xff\xfe"})
+  for (const char* bad : {"",     "/",       "A",        "A/B", "/A/",   "//A",   "/A//B", "/1A",  "/A-B", "/A b",
+                          "/A.b", "/A{x=y}", "/A{x=y}B", "/..", "/A/..", "/A[0]", "<>",    "/A\n", "/%",   "/\xff\xfe"})
     EXPECT_FALSE(stage->definePrim(bad, "Mesh").isValid()) << bad;
   EXPECT_FALSE(stage->definePrim(std::string("/A\0B", 4)).isValid());
-  for (const char* bad : {"a b", "1", "Mesh\"", "M:N", "\n"})
-    EXPECT_FALSE(stage->definePrim("/Good", bad).isValid()) << bad;
+  for (const char* bad : {"a b", "1", "Mesh\"", "M:N", "\n"}) EXPECT_FALSE(stage->definePrim("/Good", bad).isValid()) << bad;
   std::vector<Prim> all;
   EXPECT_FALSE(stage->findDescendentPrims({"/"}, all));
   EXPECT_TRUE(stage->definePrim("/\xc3\xa4pfel", "Mesh").isValid());
@@ -311,10 +310,11 @@ def "untyped" { token visibility = "invisible"
 
 TEST(Stage, RelationshipTargetsAreInTheStagesNames) {
   TemporaryFolder folder;
-  folder.writeScene("part.usda", "#usda 1.0\n(defaultPrim = \"P\")\ndef \"P\" { rel prototypes = [</P/b>, <a>, </Outside>]\n"
-                            "def \"a\" {} def \"b\" {} }\ndef \"Outside\" {}\n");
-  const std::string file = folder.writeScene("root.usda",
-      "#usda 1.0\ndef \"X\" (references = @./part.usda@) { prepend rel prototypes = </X/c> }\n");
+  folder.writeScene("part.usda",
+                    "#usda 1.0\n(defaultPrim = \"P\")\ndef \"P\" { rel prototypes = [</P/b>, <a>, </Outside>]\n"
+                    "def \"a\" {} def \"b\" {} }\ndef \"Outside\" {}\n");
+  const std::string file =
+      folder.writeScene("root.usda", "#usda 1.0\ndef \"X\" (references = @./part.usda@) { prepend rel prototypes = </X/c> }\n");
   const auto stage = Stage::open(file);
   ASSERT_NE(stage, nullptr);
   std::vector<Path> targets{"/old"};
@@ -347,8 +347,9 @@ def "A" (variants = {string shape = "round"}
 
 TEST(Stage, AFileThatIsMissingIsAProblemSaidOnce) {
   TemporaryFolder folder;
-  const std::string file = folder.writeScene("root.usda", "#usda 1.0\ndef \"A\" (references = @./none.usda@) { def \"B\" {} }\n"
-                                                     "def \"C\" (references = @./none.usda@) {}\n");
+  const std::string file = folder.writeScene("root.usda",
+                                             "#usda 1.0\ndef \"A\" (references = @./none.usda@) { def \"B\" {} }\n"
+                                             "def \"C\" (references = @./none.usda@) {}\n");
   std::string error = "old";
   const auto stage = Stage::open(file, &error);
   ASSERT_NE(stage, nullptr);
@@ -462,8 +463,9 @@ TEST(Stage, ScenesMadeInMemoryComeBackFromTextAndBinaryFiles) {
 TEST(Stage, EditsOfAnOpenedFileStayWithTheStageUntilItIsWritten) {
   TemporaryFolder folder;
   folder.writeScene("part.usda", "#usda 1.0\ndef Xform \"P\" { int n = 1\n int[] list = [1, 2]\n def Mesh \"M\" {} }\n");
-  const std::string text = "#usda 1.0\n(upAxis = \"Z\")\ndef \"A\" (references = @./part.usda@</P>) { "
-                           "float f.timeSamples = {1: 1, 2: 2} }\n";
+  const std::string text =
+      "#usda 1.0\n(upAxis = \"Z\")\ndef \"A\" (references = @./part.usda@</P>) { "
+      "float f.timeSamples = {1: 1, 2: 2} }\n";
   const std::string file = folder.writeScene("root.usda", text);
   const auto one = Stage::open(file), two = Stage::open(file);
   ASSERT_TRUE(one && two);

@@ -25,7 +25,7 @@ using tarn::Vec3;
 
 constexpr std::size_t kMaxIndex = static_cast<std::size_t>(std::numeric_limits<int>::max());
 constexpr std::size_t kMaxValence = 65535;  // OpenSubdiv counts neighbours in 16 bits
-constexpr float kInfinitelySharp = 10;       // OpenSubdiv: from here on an edge stays sharp for ever
+constexpr float kInfinitelySharp = 10;      // OpenSubdiv: from here on an edge stays sharp for ever
 constexpr int kMaxLevels = 15;              // and levels in 4
 // Faces that are refined together in the last step: enough to make their rim cheap, few enough to need little memory.
 constexpr std::size_t kFacesATime = 16384;
@@ -241,8 +241,7 @@ void takeCreases(const ArgSet& args, const std::vector<int>& pointOf, Level& lev
       const int a = level.indices[first + k], b = level.indices[first + (k + 1) % at(count)];
       const SharpEdge key{std::min(a, b), std::max(a, b), 0};
       const auto found = std::lower_bound(unique.begin(), unique.end(), key, beforeByEnds);
-      if (found != unique.end() && sameEnds(*found, key))
-        exists[static_cast<std::size_t>(found - unique.begin())] = 1;
+      if (found != unique.end() && sameEnds(*found, key)) exists[static_cast<std::size_t>(found - unique.begin())] = 1;
     }
     first += at(count);
   }
@@ -299,8 +298,7 @@ void takeData(const std::vector<Array<T>*>& arrays, const PointCorners& around, 
     channel.valueOfCorner.resize(level.indices.size());
     for (std::size_t p = 0; p < at(level.pointCount); ++p) {
       order.assign(around.cornerAt.begin() + around.start[p], around.cornerAt.begin() + around.start[p + 1]);
-      std::stable_sort(order.begin(), order.end(),
-                       [&](int l, int r) { return bitsOf(valueAt(l)) < bitsOf(valueAt(r)); });
+      std::stable_sort(order.begin(), order.end(), [&](int l, int r) { return bitsOf(valueAt(l)) < bitsOf(valueAt(r)); });
       for (std::size_t i = 0; i < order.size(); ++i) {
         if (i == 0 || bitsOf(valueAt(order[i])) != bitsOf(valueAt(order[i - 1]))) {
           taken->values.push_back({valueAt(order[i])});
@@ -328,12 +326,12 @@ Sdc::Options optionsOf(const ArgSet& args) {
                                           ? Sdc::Options::VTX_BOUNDARY_EDGE_ONLY
                                           : Sdc::Options::VTX_BOUNDARY_EDGE_AND_CORNER);
   const Token& fvar = args.faceVaryingLinearInterpolation;
-  options.SetFVarLinearInterpolation(fvar == t.none                   ? Sdc::Options::FVAR_LINEAR_NONE
-                                     : fvar == Token("cornersOnly")   ? Sdc::Options::FVAR_LINEAR_CORNERS_ONLY
-                                     : fvar == Token("cornersPlus2")  ? Sdc::Options::FVAR_LINEAR_CORNERS_PLUS2
-                                     : fvar == Token("boundaries")    ? Sdc::Options::FVAR_LINEAR_BOUNDARIES
-                                     : fvar == Token("all")           ? Sdc::Options::FVAR_LINEAR_ALL
-                                                                      : Sdc::Options::FVAR_LINEAR_CORNERS_PLUS1);
+  options.SetFVarLinearInterpolation(fvar == t.none                  ? Sdc::Options::FVAR_LINEAR_NONE
+                                     : fvar == Token("cornersOnly")  ? Sdc::Options::FVAR_LINEAR_CORNERS_ONLY
+                                     : fvar == Token("cornersPlus2") ? Sdc::Options::FVAR_LINEAR_CORNERS_PLUS2
+                                     : fvar == Token("boundaries")   ? Sdc::Options::FVAR_LINEAR_BOUNDARIES
+                                     : fvar == Token("all")          ? Sdc::Options::FVAR_LINEAR_ALL
+                                                                     : Sdc::Options::FVAR_LINEAR_CORNERS_PLUS1);
   options.SetTriangleSubdivision(args.triangleSubdivisionRule == Token("smooth") ? Sdc::Options::TRI_SUB_SMOOTH
                                                                                  : Sdc::Options::TRI_SUB_CATMARK);
   return options;
@@ -381,8 +379,8 @@ std::unique_ptr<Far::TopologyRefiner> makeRefiner(const Level& level, Sdc::Schem
 // ---- Whole levels -------------------------------------------------------------------------------------------------
 
 // Refines everything `levels` times and reads the last level back, with what is left of its sharpness.
-bool refineWhole(int levels, Sdc::SchemeType scheme, const Sdc::Options& options, Level& level, std::vector<PointData>& perPoint,
-                 std::vector<std::unique_ptr<Carried>>& carried) {
+bool refineWhole(int levels, Sdc::SchemeType scheme, const Sdc::Options& options, Level& level,
+                 std::vector<PointData>& perPoint, std::vector<std::unique_ptr<Carried>>& carried) {
   const std::unique_ptr<Far::TopologyRefiner> refiner = makeRefiner(level, scheme, options);
   if (!refiner) return false;
   const std::size_t channelCount = level.channels.size();

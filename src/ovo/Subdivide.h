@@ -74,7 +74,7 @@ struct MeshTessellateContext {
 /// \return false, with nothing changed, when the scheme is none of the three, a face is no triangle under loop, no face can be
 ///         used, the arrays are shorter than said, a face or point has more than 65,535 neighbours, or the result
 ///         had more than 2^31 - 1 face-vertices or points
-OVO_API bool subdivideUniform(const ArgSet& args, std::size_t faces, std::size_t faceVerts, std::size_t points,
-                              int fromLevel, int toLevel, const MeshTessellateContext& context);
+OVO_API bool subdivideUniform(const ArgSet& args, std::size_t faces, std::size_t faceVerts, std::size_t points, int fromLevel,
+                              int toLevel, const MeshTessellateContext& context);
 
 }  // namespace ovo

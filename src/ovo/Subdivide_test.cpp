@@ -122,7 +122,8 @@ void expectCorners(const Mesh& mesh, const Oracle& o, double tolerance = 2e-6) {
 
 bool plain(const SampleMesh& m) {
   // OpenSubdiv gives two faces that run the same way along an edge a point each on it.
-  return !m.broken && m.name != "the same face twice" && m.name != "a point twice in a face" && m.name != "unused points" && m.name != "grid far away";
+  return !m.broken && m.name != "the same face twice" && m.name != "a point twice in a face" && m.name != "unused points" &&
+         m.name != "grid far away";
 }
 bool isTriangles(const SampleMesh& m) {
   for (const int n : m.counts)
@@ -159,14 +160,19 @@ TEST(SubdivideUniform, PointsApproachOpenSubdivsLimitSurface) {
   options.SetVtxBoundaryInterpolation(Sdc::Options::VTX_BOUNDARY_EDGE_AND_CORNER);
   const std::vector<int> pairs = {0, 1, 1, 2, 2, 3, 3, 0, 4, 5}, corners = {6};
   const std::vector<float> weights = {10, 10, 10, 10, 1.5f}, sharpness = {10};
-  for (const Case& c : {Case{"cube", "catmullClark", Sdc::SCHEME_CATMARK, false}, {"octahedron", "catmullClark", Sdc::SCHEME_CATMARK, false},
-                        {"hexagonal prism", "catmullClark", Sdc::SCHEME_CATMARK, false}, {"torus", "catmullClark", Sdc::SCHEME_CATMARK, false},
-                        {"grid", "catmullClark", Sdc::SCHEME_CATMARK, false}, {"cube", "catmullClark", Sdc::SCHEME_CATMARK, true},
-                        {"octahedron", "loop", Sdc::SCHEME_LOOP, false}, {"tetrahedron", "loop", Sdc::SCHEME_LOOP, false}}) {
+  for (const Case& c : {Case{"cube", "catmullClark", Sdc::SCHEME_CATMARK, false},
+                        {"octahedron", "catmullClark", Sdc::SCHEME_CATMARK, false},
+                        {"hexagonal prism", "catmullClark", Sdc::SCHEME_CATMARK, false},
+                        {"torus", "catmullClark", Sdc::SCHEME_CATMARK, false},
+                        {"grid", "catmullClark", Sdc::SCHEME_CATMARK, false},
+                        {"cube", "catmullClark", Sdc::SCHEME_CATMARK, true},
+                        {"octahedron", "loop", Sdc::SCHEME_LOOP, false},
+                        {"tetrahedron", "loop", Sdc::SCHEME_LOOP, false}}) {
     SCOPED_TRACE(std::string(c.mesh) + " " + c.scheme + (c.sharp ? ", sharp" : ""));
     const SampleMesh& m = named(c.mesh);
     // OpenSubdiv has limits where nothing is sharp any more but for ever: after the second level.
-    const Oracle o = c.sharp ? oracle(m, c.type, 3, options, pairs, weights, corners, sharpness) : oracle(m, c.type, 1, options);
+    const Oracle o =
+        c.sharp ? oracle(m, c.type, 3, options, pairs, weights, corners, sharpness) : oracle(m, c.type, 1, options);
     ovo::ArgSet args = scheme(c.scheme);
     if (c.sharp) {
       args.creaseIndices = {0, 1, 2, 3, 0, 4, 5};
@@ -340,7 +346,8 @@ TEST(SubdivideUniform, DataIsCarriedByTheFaceVaryingRule) {
   flat.points[12] = {2.7f, 2.4f, 0};
   const auto withUVs = [&] {
     Mesh m(flat);
-    for (const int i : flat.indices) m.uvs.push_back({flat.points[static_cast<std::size_t>(i)].x, flat.points[static_cast<std::size_t>(i)].y});
+    for (const int i : flat.indices)
+      m.uvs.push_back({flat.points[static_cast<std::size_t>(i)].x, flat.points[static_cast<std::size_t>(i)].y});
     return m;
   };
   for (const char* rule : {"none", "cornersOnly", "cornersPlus1", "cornersPlus2", "boundaries", "all"}) {
@@ -368,7 +375,8 @@ TEST(SubdivideUniform, DataIsCarriedByTheFaceVaryingRule) {
 TEST(SubdivideUniform, SeamsStayWhereValuesDiffer) {
   Mesh mesh(sampleMeshes().front());
   for (std::size_t f = 0; f < 6; ++f)
-    for (int k = 0; k < 4; ++k) mesh.uvs.push_back({static_cast<float>(f) + (k == 1 || k == 2 ? 0.9f : 0.0f), k > 1 ? 0.9f : 0.0f});
+    for (int k = 0; k < 4; ++k)
+      mesh.uvs.push_back({static_cast<float>(f) + (k == 1 || k == 2 ? 0.9f : 0.0f), k > 1 ? 0.9f : 0.0f});
   mesh.scalars = mesh.uvs.empty() ? ovo::Array<float>() : ovo::Array<float>(24, 7.0f);
   ASSERT_TRUE(mesh.refine(scheme("catmullClark"), 3));
   for (std::size_t f = 0; f < mesh.counts.size(); ++f)
@@ -454,7 +462,8 @@ TEST(SubdivideUniform, DataPerPointIsRefinedAsThePointsOrLinearly) {
     context.points = &smooth.points;
     context.pointVec3s.push_back(&asPoints);
     context.linearPointVec3s.push_back(&linear);
-    ASSERT_TRUE(ovo::subdivideUniform(scheme("catmullClark"), m.counts.size(), m.indices.size(), m.points.size(), 0, 3, context));
+    ASSERT_TRUE(
+        ovo::subdivideUniform(scheme("catmullClark"), m.counts.size(), m.indices.size(), m.points.size(), 0, 3, context));
     ASSERT_TRUE(flat.refine(scheme("bilinear"), 3));
     EXPECT_EQ(asPoints, smooth.points);
     ASSERT_EQ(linear.size(), flat.points.size());
@@ -465,7 +474,8 @@ TEST(SubdivideUniform, DataPerPointIsRefinedAsThePointsOrLinearly) {
 TEST(SubdivideUniform, RefinedFacesAndPointsAreTracedBackToWhatTheyComeFrom) {
   // A row of a triangle, a face that cannot be used, a hole, a quad and a pentagon. Point 0 is unused, 1 and 2 are the hole's alone.
   Mesh mesh;
-  mesh.points = {{9, 9, 9}, {2, 1, 0}, {2, 2, 0}, {0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {3, 0, 0}, {3, 1, 0}, {4, 0, 0}, {5, 1, 0}, {4, 2, 0}};
+  mesh.points = {{9, 9, 9}, {2, 1, 0}, {2, 2, 0}, {0, 0, 0}, {1, 0, 0}, {1, 1, 0},
+                 {3, 0, 0}, {3, 1, 0}, {4, 0, 0}, {5, 1, 0}, {4, 2, 0}};
   mesh.counts = {3, 2, 4, 4, 5};
   mesh.indices = {3, 4, 5, 0, 0, 5, 4, 1, 2, 4, 6, 7, 1, 6, 8, 9, 10, 7};
   ovo::ArgSet args = scheme("catmullClark");
@@ -525,7 +535,8 @@ TEST(SubdivideUniform, PartsFitTogether) {
   ASSERT_TRUE(mesh.refine(scheme("catmullClark"), 1));
   expectCorners(mesh, oracle(m, Sdc::SCHEME_CATMARK, 1, options));
   for (std::size_t c = 0; c < mesh.indices.size(); ++c)
-    ASSERT_EQ(mesh.vectors[c], mesh.corner(c)) << "data without seams, on a surface without borders, is refined as the points are";
+    ASSERT_EQ(mesh.vectors[c], mesh.corner(c))
+        << "data without seams, on a surface without borders, is refined as the points are";
 }
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)

@@ -78,8 +78,9 @@ TEST(Threads, ReadOneFileAtOnce) {
 TEST(Threads, OpenStagesOfTheSameFileAtOnceAndEditTheirOwn) {
   ovo_test::TemporaryFolder folder;
   folder.writeScene("part.usda", "#usda 1.0\ndef Xform \"P\" { int n = 1\n def Mesh \"M\" {} }\n");
-  const std::string file = folder.writeScene("root.usda", "#usda 1.0\ndef \"A\" (references = @./part.usda@</P>) {}\n"
-                                                     "def \"B\" (references = @./missing.usda@) {}\n");
+  const std::string file = folder.writeScene("root.usda",
+                                             "#usda 1.0\ndef \"A\" (references = @./part.usda@</P>) {}\n"
+                                             "def \"B\" (references = @./missing.usda@) {}\n");
   std::vector<int> results(4, -1);
   std::vector<std::thread> threads;
   for (std::size_t t = 0; t < results.size(); ++t)

@@ -11,27 +11,25 @@ namespace ovo {
 struct Tokens {
   // Prim types
   Token Xform{"Xform"}, Scope{"Scope"}, Mesh{"Mesh"}, Camera{"Camera"}, GeomSubset{"GeomSubset"},
-      PointInstancer{"PointInstancer"}, Material{"Material"}, Shader{"Shader"}, Points{"Points"},
-      BasisCurves{"BasisCurves"}, Cube{"Cube"}, Sphere{"Sphere"}, Cylinder{"Cylinder"}, Cone{"Cone"}, Capsule{"Capsule"},
-      Plane{"Plane"};
+      PointInstancer{"PointInstancer"}, Material{"Material"}, Shader{"Shader"}, Points{"Points"}, BasisCurves{"BasisCurves"},
+      Cube{"Cube"}, Sphere{"Sphere"}, Cylinder{"Cylinder"}, Cone{"Cone"}, Capsule{"Capsule"}, Plane{"Plane"};
 
   // Geometry
   Token points{"points"}, normals{"normals"}, velocities{"velocities"}, accelerations{"accelerations"},
       faceVertexCounts{"faceVertexCounts"}, faceVertexIndices{"faceVertexIndices"}, holeIndices{"holeIndices"},
       extent{"extent"}, extentsHint{"extentsHint"}, orientation{"orientation"}, doubleSided{"doubleSided"};
   Token subdivisionScheme{"subdivisionScheme"}, interpolateBoundary{"interpolateBoundary"},
-      faceVaryingLinearInterpolation{"faceVaryingLinearInterpolation"},
-      triangleSubdivisionRule{"triangleSubdivisionRule"}, creaseIndices{"creaseIndices"},
-      creaseLengths{"creaseLengths"}, creaseSharpnesses{"creaseSharpnesses"}, cornerIndices{"cornerIndices"},
-      cornerSharpnesses{"cornerSharpnesses"};
+      faceVaryingLinearInterpolation{"faceVaryingLinearInterpolation"}, triangleSubdivisionRule{"triangleSubdivisionRule"},
+      creaseIndices{"creaseIndices"}, creaseLengths{"creaseLengths"}, creaseSharpnesses{"creaseSharpnesses"},
+      cornerIndices{"cornerIndices"}, cornerSharpnesses{"cornerSharpnesses"};
   // Point instancers
   Token prototypes{"prototypes"}, protoIndices{"protoIndices"}, positions{"positions"}, orientations{"orientations"},
       orientationsf{"orientationsf"}, scales{"scales"}, ids{"ids"}, invisibleIds{"invisibleIds"};
 
   // Primvars
   Token st{"st"}, st0{"st0"}, st1{"st1"}, uv{"uv"}, uv0{"uv0"}, uv1{"uv1"}, map1{"map1"}, UVMap{"UVMap"},
-      displayColor{"displayColor"}, displayOpacity{"displayOpacity"}, Cd{"Cd"}, st_w{"st_w"}, uv_w{"uv_w"},
-      map1_w{"map1_w"}, UVMap_w{"UVMap_w"};
+      displayColor{"displayColor"}, displayOpacity{"displayOpacity"}, Cd{"Cd"}, st_w{"st_w"}, uv_w{"uv_w"}, map1_w{"map1_w"},
+      UVMap_w{"UVMap_w"};
   Token primvarsSt{"primvars:st"};            ///< `primvars:st`
   Token primvarsUv{"primvars:uv"};            ///< `primvars:uv`
   Token primvarsNormals{"primvars:normals"};  ///< `primvars:normals`
@@ -51,8 +49,8 @@ struct Tokens {
 
   // Transforms
   Token xformOpOrder{"xformOpOrder"};
-  Token xformOpTransform{"xformOp:transform"};         ///< `xformOp:transform`
-  Token resetXformStack{"!resetXformStack!"};          ///< `!resetXformStack!`
+  Token xformOpTransform{"xformOp:transform"};  ///< `xformOp:transform`
+  Token resetXformStack{"!resetXformStack!"};   ///< `!resetXformStack!`
 
   // Cameras
   Token projection{"projection"}, perspective{"perspective"}, orthographic{"orthographic"}, focalLength{"focalLength"},

@@ -173,8 +173,7 @@ struct XformCache::Entries {
   std::unordered_map<Prim, Matrix> localToWorld;
 };
 
-XformCache::XformCache(double time, Reading reading)
-    : entries_(std::make_unique<Entries>()), time_(time), reading_(reading) {}
+XformCache::XformCache(double time, Reading reading) : entries_(std::make_unique<Entries>()), time_(time), reading_(reading) {}
 XformCache::XformCache(XformCache&&) noexcept = default;
 XformCache& XformCache::operator=(XformCache&&) noexcept = default;
 XformCache::~XformCache() = default;

@@ -38,14 +38,16 @@ TEST(Xform, WithoutAnOrderNothingCounts) { EXPECT_EQ(localOf("double3 xformOp:tr
 
 TEST(Xform, RotationsTurnInTheOrderOfTheirLetters) {
   const double x = 0.3, y = -0.4, z = 0.5, degrees = 57.29577951308232;
-  const std::string angles = "(" + std::to_string(x * degrees) + ", " + std::to_string(y * degrees) + ", " + std::to_string(z * degrees) + ")";
+  const std::string angles =
+      "(" + std::to_string(x * degrees) + ", " + std::to_string(y * degrees) + ", " + std::to_string(z * degrees) + ")";
   struct Row {
     const char* letters;
     Matrix expected;
   };
-  for (const Row& row : {Row{"XYZ", Matrix().rotateZ(z).rotateY(y).rotateX(x)}, Row{"XZY", Matrix().rotateY(y).rotateZ(z).rotateX(x)},
-                         Row{"YXZ", Matrix().rotateZ(z).rotateX(x).rotateY(y)}, Row{"YZX", Matrix().rotateX(x).rotateZ(z).rotateY(y)},
-                         Row{"ZXY", Matrix().rotateY(y).rotateX(x).rotateZ(z)}, Row{"ZYX", Matrix().rotateX(x).rotateY(y).rotateZ(z)}}) {
+  for (const Row& row :
+       {Row{"XYZ", Matrix().rotateZ(z).rotateY(y).rotateX(x)}, Row{"XZY", Matrix().rotateY(y).rotateZ(z).rotateX(x)},
+        Row{"YXZ", Matrix().rotateZ(z).rotateX(x).rotateY(y)}, Row{"YZX", Matrix().rotateX(x).rotateZ(z).rotateY(y)},
+        Row{"ZXY", Matrix().rotateY(y).rotateX(x).rotateZ(z)}, Row{"ZYX", Matrix().rotateX(x).rotateY(y).rotateZ(z)}}) {
     const std::string op = std::string("xformOp:rotate") + row.letters;
     const Matrix m = localOf("double3 " + op + " = " + angles + "\nuniform token[] xformOpOrder = [\"" + op + "\"]");
     for (std::size_t i = 0; i < 16; ++i) EXPECT_NEAR(m[i], row.expected[i], 1e-6) << row.letters << i;
@@ -57,7 +59,8 @@ TEST(Xform, SingleAxesAndSuffixesAndInverses) {
              Matrix().rotateX(kQuarter));
   expectSame(localOf("float xformOp:rotateY = 90\nuniform token[] xformOpOrder = [\"!invert!xformOp:rotateY\"]"),
              Matrix().rotateY(-kQuarter));
-  expectSame(localOf("double xformOp:translateY = 4\nfloat xformOp:scaleZ = 3\nuniform token[] xformOpOrder = [\"xformOp:translateY\", \"xformOp:scaleZ\"]"),
+  expectSame(localOf("double xformOp:translateY = 4\nfloat xformOp:scaleZ = 3\nuniform token[] xformOpOrder = "
+                     "[\"xformOp:translateY\", \"xformOp:scaleZ\"]"),
              Matrix().translate(0, 4, 0).scale(1, 1, 3));
   expectSame(localOf(R"(double3 xformOp:translate:pivot = (1, 0, 0)
 float xformOp:rotateZ = 90
@@ -66,14 +69,22 @@ uniform token[] xformOpOrder = ["xformOp:translate:pivot", "xformOp:rotateZ", "!
 }
 
 TEST(Xform, NeighboursThatUndoEachOtherLeaveNothingEvenWithoutAnInverse) {
-  EXPECT_EQ(localOf("float3 xformOp:scale = (0, 1, 1)\nuniform token[] xformOpOrder = [\"xformOp:scale\", \"!invert!xformOp:scale\"]"), Matrix());
-  EXPECT_EQ(localOf("float3 xformOp:scale = (0, 1, 1)\nuniform token[] xformOpOrder = [\"!invert!xformOp:scale\", \"xformOp:scale\"]"), Matrix());
+  EXPECT_EQ(
+      localOf(
+          "float3 xformOp:scale = (0, 1, 1)\nuniform token[] xformOpOrder = [\"xformOp:scale\", \"!invert!xformOp:scale\"]"),
+      Matrix());
+  EXPECT_EQ(
+      localOf(
+          "float3 xformOp:scale = (0, 1, 1)\nuniform token[] xformOpOrder = [\"!invert!xformOp:scale\", \"xformOp:scale\"]"),
+      Matrix());
 }
 
 TEST(Xform, OrientTurnsByTheQuaternionWhateverItsLength) {
   const double half = std::sqrt(0.5);
   const std::string unit = std::to_string(half);
-  const Matrix m = localOf("quatd xformOp:orient = (0.7071067811865476, 0, 0, 0.7071067811865476)\nuniform token[] xformOpOrder = [\"xformOp:orient\"]");
+  const Matrix m = localOf(
+      "quatd xformOp:orient = (0.7071067811865476, 0, 0, 0.7071067811865476)\nuniform token[] xformOpOrder = "
+      "[\"xformOp:orient\"]");
   expectSame(m, Matrix().rotateZ(kQuarter));
   EXPECT_EQ(localOf("quatf xformOp:orient = (1, 0, 0, 0)\nuniform token[] xformOpOrder = [\"xformOp:orient\"]"), Matrix());
   EXPECT_EQ(localOf("quath xformOp:orient = (0, 0, 0, 0)\nuniform token[] xformOpOrder = [\"xformOp:orient\"]"), Matrix());
@@ -126,9 +137,10 @@ def Xform "A" { double3 xformOp:translate = (10, 0, 0)
 
 TEST(Xform, TypesWithATransformAreKnown) {
   const auto stage = ovo::Stage::createInMemory();
-  for (const char* type : {"Xform", "Mesh", "Cube", "Sphere", "Cylinder", "Cone", "Capsule", "Plane", "Points", "BasisCurves", "NurbsCurves",
-                           "NurbsPatch", "TetMesh", "Camera", "PointInstancer", "DistantLight", "DomeLight", "RectLight", "DiskLight",
-                           "SphereLight", "CylinderLight", "Volume", "SkelRoot", "Skeleton"})
+  for (const char* type :
+       {"Xform",     "Mesh",        "Cube",        "Sphere",      "Cylinder",      "Cone",   "Capsule",        "Plane",
+        "Points",    "BasisCurves", "NurbsCurves", "NurbsPatch",  "TetMesh",       "Camera", "PointInstancer", "DistantLight",
+        "DomeLight", "RectLight",   "DiskLight",   "SphereLight", "CylinderLight", "Volume", "SkelRoot",       "Skeleton"})
     EXPECT_TRUE(XformablePrim(stage->definePrim("/P", type)).isValid()) << type;
   for (const char* type : {"Scope", "Material", "Shader", "NodeGraph", "GeomSubset", "Unknown"})
     EXPECT_FALSE(XformablePrim(stage->definePrim("/P", type)).isValid()) << type;

@@ -91,9 +91,9 @@ struct Box3 {
     if (isEmpty()) return Box3();
     Box3<U> out;
     for (unsigned corner = 0; corner < 8; ++corner)
-      out.extendBy(m.transformPoint(Vec3<U>(static_cast<U>((corner & 1u) ? max.x : min.x),
-                                            static_cast<U>((corner & 2u) ? max.y : min.y),
-                                            static_cast<U>((corner & 4u) ? max.z : min.z))));
+      out.extendBy(
+          m.transformPoint(Vec3<U>(static_cast<U>((corner & 1u) ? max.x : min.x), static_cast<U>((corner & 2u) ? max.y : min.y),
+                                   static_cast<U>((corner & 4u) ? max.z : min.z))));
     if constexpr (std::is_same_v<T, U>)
       return out;
     else

@@ -53,8 +53,7 @@ class Mat4 {
     Mat4 out(T(0));
     for (std::size_t c = 0; c < 16; c += 4)
       for (std::size_t r = 0; r < 4; ++r)
-        out.m_[c + r] = a.m_[r] * b.m_[c] + a.m_[4 + r] * b.m_[c + 1] + a.m_[8 + r] * b.m_[c + 2] +
-                        a.m_[12 + r] * b.m_[c + 3];
+        out.m_[c + r] = a.m_[r] * b.m_[c] + a.m_[4 + r] * b.m_[c + 1] + a.m_[8 + r] * b.m_[c + 2] + a.m_[12 + r] * b.m_[c + 3];
     return out;
   }
   constexpr Mat4& operator*=(const Mat4& b) { return *this = *this * b; }
@@ -85,14 +84,12 @@ class Mat4 {
     if (det == 0.0 || !(det - det == 0.0)) return Mat4(T(0));
 
     const double adjugate[16] = {
-        a[5] * c5 - a[6] * c4 + a[7] * c3,     -a[1] * c5 + a[2] * c4 - a[3] * c3,
-        a[13] * s5 - a[14] * s4 + a[15] * s3,  -a[9] * s5 + a[10] * s4 - a[11] * s3,
-        -a[4] * c5 + a[6] * c2 - a[7] * c1,    a[0] * c5 - a[2] * c2 + a[3] * c1,
-        -a[12] * s5 + a[14] * s2 - a[15] * s1, a[8] * s5 - a[10] * s2 + a[11] * s1,
-        a[4] * c4 - a[5] * c2 + a[7] * c0,     -a[0] * c4 + a[1] * c2 - a[3] * c0,
-        a[12] * s4 - a[13] * s2 + a[15] * s0,  -a[8] * s4 + a[9] * s2 - a[11] * s0,
-        -a[4] * c3 + a[5] * c1 - a[6] * c0,    a[0] * c3 - a[1] * c1 + a[2] * c0,
-        -a[12] * s3 + a[13] * s1 - a[14] * s0, a[8] * s3 - a[9] * s1 + a[10] * s0};
+        a[5] * c5 - a[6] * c4 + a[7] * c3,     -a[1] * c5 + a[2] * c4 - a[3] * c3,   a[13] * s5 - a[14] * s4 + a[15] * s3,
+        -a[9] * s5 + a[10] * s4 - a[11] * s3,  -a[4] * c5 + a[6] * c2 - a[7] * c1,   a[0] * c5 - a[2] * c2 + a[3] * c1,
+        -a[12] * s5 + a[14] * s2 - a[15] * s1, a[8] * s5 - a[10] * s2 + a[11] * s1,  a[4] * c4 - a[5] * c2 + a[7] * c0,
+        -a[0] * c4 + a[1] * c2 - a[3] * c0,    a[12] * s4 - a[13] * s2 + a[15] * s0, -a[8] * s4 + a[9] * s2 - a[11] * s0,
+        -a[4] * c3 + a[5] * c1 - a[6] * c0,    a[0] * c3 - a[1] * c1 + a[2] * c0,    -a[12] * s3 + a[13] * s1 - a[14] * s0,
+        a[8] * s3 - a[9] * s1 + a[10] * s0};
     Mat4 out(T(0));
     for (std::size_t i = 0; i < 16; ++i) out.m_[i] = static_cast<T>(adjugate[i] / det);
     return out;
@@ -153,10 +150,9 @@ class Mat4 {
                    v.x * m_[2] + v.y * m_[6] + v.z * m_[10]);
   }
   [[nodiscard]] constexpr Vec4<T> transform(const Vec4<T>& v) const {
-    return Vec4<T>(v.x * m_[0] + v.y * m_[4] + v.z * m_[8] + v.w * m_[12],
-                   v.x * m_[1] + v.y * m_[5] + v.z * m_[9] + v.w * m_[13],
-                   v.x * m_[2] + v.y * m_[6] + v.z * m_[10] + v.w * m_[14],
-                   v.x * m_[3] + v.y * m_[7] + v.z * m_[11] + v.w * m_[15]);
+    return Vec4<T>(
+        v.x * m_[0] + v.y * m_[4] + v.z * m_[8] + v.w * m_[12], v.x * m_[1] + v.y * m_[5] + v.z * m_[9] + v.w * m_[13],
+        v.x * m_[2] + v.y * m_[6] + v.z * m_[10] + v.w * m_[14], v.x * m_[3] + v.y * m_[7] + v.z * m_[11] + v.w * m_[15]);
   }
 
  private:

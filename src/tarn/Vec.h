@@ -49,8 +49,7 @@ struct Vec3 {
   constexpr explicit Vec3(T s) : x(s), y(s), z(s) {}
   constexpr Vec3(T x_, T y_, T z_) : x(x_), y(y_), z(z_) {}
   template <class U>
-  constexpr explicit Vec3(const Vec3<U>& v)
-      : x(static_cast<T>(v.x)), y(static_cast<T>(v.y)), z(static_cast<T>(v.z)) {}
+  constexpr explicit Vec3(const Vec3<U>& v) : x(static_cast<T>(v.x)), y(static_cast<T>(v.y)), z(static_cast<T>(v.z)) {}
 
   constexpr T& operator[](std::size_t i) { return i == 0 ? x : i == 1 ? y : z; }
   constexpr const T& operator[](std::size_t i) const { return i == 0 ? x : i == 1 ? y : z; }
@@ -124,98 +123,98 @@ struct Vec4 {
   [[nodiscard]] constexpr Vec4 wNormalized() const { return Vec4(x / w, y / w, z / w, w / w); }
 };
 
-#define TARN_VEC_OPERATORS(V, EACH, ALL)                                                                        \
-  template <class T>                                                                                            \
-  constexpr bool operator==(const V<T>& a, const V<T>& b) {                                                     \
-    return ALL(==, &&);                                                                                         \
-  }                                                                                                             \
-  template <class T>                                                                                            \
-  constexpr bool operator!=(const V<T>& a, const V<T>& b) {                                                     \
-    return !(a == b);                                                                                           \
-  }                                                                                                             \
-  template <class T>                                                                                            \
-  constexpr V<T> operator+(const V<T>& a, const V<T>& b) {                                                      \
-    return V<T>(EACH(a, +, b));                                                                                 \
-  }                                                                                                             \
-  template <class T>                                                                                            \
-  constexpr V<T> operator-(const V<T>& a, const V<T>& b) {                                                      \
-    return V<T>(EACH(a, -, b));                                                                                 \
-  }                                                                                                             \
-  template <class T>                                                                                            \
-  constexpr V<T> operator*(const V<T>& a, const V<T>& b) {                                                      \
-    return V<T>(EACH(a, *, b));                                                                                 \
-  }                                                                                                             \
-  template <class T>                                                                                            \
-  constexpr V<T> operator/(const V<T>& a, const V<T>& b) {                                                      \
-    return V<T>(EACH(a, /, b));                                                                                 \
-  }                                                                                                             \
-  template <class T>                                                                                            \
-  constexpr V<T> operator*(const V<T>& a, std::common_type_t<T> s) {                                            \
-    return a * V<T>(s);                                                                                         \
-  }                                                                                                             \
-  template <class T>                                                                                            \
-  constexpr V<T> operator*(std::common_type_t<T> s, const V<T>& a) {                                            \
-    return V<T>(s) * a;                                                                                         \
-  }                                                                                                             \
-  template <class T>                                                                                            \
-  constexpr V<T> operator/(const V<T>& a, std::common_type_t<T> s) {                                            \
-    return a / V<T>(s);                                                                                         \
-  }                                                                                                             \
-  template <class T>                                                                                            \
-  constexpr V<T> operator+(const V<T>& a, std::common_type_t<T> s) {                                            \
-    return a + V<T>(s);                                                                                         \
-  }                                                                                                             \
-  template <class T>                                                                                            \
-  constexpr V<T> operator-(const V<T>& a, std::common_type_t<T> s) {                                            \
-    return a - V<T>(s);                                                                                         \
-  }                                                                                                             \
-  template <class T>                                                                                            \
-  constexpr V<T> operator+(std::common_type_t<T> s, const V<T>& a) {                                            \
-    return V<T>(s) + a;                                                                                         \
-  }                                                                                                             \
-  template <class T>                                                                                            \
-  constexpr V<T> operator-(std::common_type_t<T> s, const V<T>& a) {                                            \
-    return V<T>(s) - a;                                                                                         \
-  }                                                                                                             \
-  template <class T>                                                                                            \
-  constexpr V<T> operator/(std::common_type_t<T> s, const V<T>& a) {                                            \
-    return V<T>(s) / a;                                                                                         \
-  }                                                                                                             \
-  template <class T>                                                                                            \
-  constexpr V<T>& operator+=(V<T>& a, const V<T>& b) {                                                          \
-    return a = a + b;                                                                                           \
-  }                                                                                                             \
-  template <class T>                                                                                            \
-  constexpr V<T>& operator-=(V<T>& a, const V<T>& b) {                                                          \
-    return a = a - b;                                                                                           \
-  }                                                                                                             \
-  template <class T>                                                                                            \
-  constexpr V<T>& operator+=(V<T>& a, std::common_type_t<T> s) {                                                \
-    return a = a + s;                                                                                           \
-  }                                                                                                             \
-  template <class T>                                                                                            \
-  constexpr V<T>& operator-=(V<T>& a, std::common_type_t<T> s) {                                                \
-    return a = a - s;                                                                                           \
-  }                                                                                                             \
-  template <class T>                                                                                            \
-  constexpr V<T>& operator*=(V<T>& a, const V<T>& b) {                                                          \
-    return a = a * b;                                                                                           \
-  }                                                                                                             \
-  template <class T>                                                                                            \
-  constexpr V<T>& operator*=(V<T>& a, std::common_type_t<T> s) {                                                \
-    return a = a * s;                                                                                           \
-  }                                                                                                             \
-  template <class T>                                                                                            \
-  constexpr V<T>& operator/=(V<T>& a, const V<T>& b) {                                                          \
-    return a = a / b;                                                                                           \
-  }                                                                                                             \
-  template <class T>                                                                                            \
-  constexpr V<T>& operator/=(V<T>& a, std::common_type_t<T> s) {                                                \
-    return a = a / s;                                                                                           \
-  }                                                                                                             \
-  template <class T>                                                                                            \
-  [[nodiscard]] T length(const V<T>& v) {                                                                       \
-    return v.length();                                                                                          \
+#define TARN_VEC_OPERATORS(V, EACH, ALL)                             \
+  template <class T>                                                 \
+  constexpr bool operator==(const V<T>& a, const V<T>& b) {          \
+    return ALL(==, &&);                                              \
+  }                                                                  \
+  template <class T>                                                 \
+  constexpr bool operator!=(const V<T>& a, const V<T>& b) {          \
+    return !(a == b);                                                \
+  }                                                                  \
+  template <class T>                                                 \
+  constexpr V<T> operator+(const V<T>& a, const V<T>& b) {           \
+    return V<T>(EACH(a, +, b));                                      \
+  }                                                                  \
+  template <class T>                                                 \
+  constexpr V<T> operator-(const V<T>& a, const V<T>& b) {           \
+    return V<T>(EACH(a, -, b));                                      \
+  }                                                                  \
+  template <class T>                                                 \
+  constexpr V<T> operator*(const V<T>& a, const V<T>& b) {           \
+    return V<T>(EACH(a, *, b));                                      \
+  }                                                                  \
+  template <class T>                                                 \
+  constexpr V<T> operator/(const V<T>& a, const V<T>& b) {           \
+    return V<T>(EACH(a, /, b));                                      \
+  }                                                                  \
+  template <class T>                                                 \
+  constexpr V<T> operator*(const V<T>& a, std::common_type_t<T> s) { \
+    return a * V<T>(s);                                              \
+  }                                                                  \
+  template <class T>                                                 \
+  constexpr V<T> operator*(std::common_type_t<T> s, const V<T>& a) { \
+    return V<T>(s) * a;                                              \
+  }                                                                  \
+  template <class T>                                                 \
+  constexpr V<T> operator/(const V<T>& a, std::common_type_t<T> s) { \
+    return a / V<T>(s);                                              \
+  }                                                                  \
+  template <class T>                                                 \
+  constexpr V<T> operator+(const V<T>& a, std::common_type_t<T> s) { \
+    return a + V<T>(s);                                              \
+  }                                                                  \
+  template <class T>                                                 \
+  constexpr V<T> operator-(const V<T>& a, std::common_type_t<T> s) { \
+    return a - V<T>(s);                                              \
+  }                                                                  \
+  template <class T>                                                 \
+  constexpr V<T> operator+(std::common_type_t<T> s, const V<T>& a) { \
+    return V<T>(s) + a;                                              \
+  }                                                                  \
+  template <class T>                                                 \
+  constexpr V<T> operator-(std::common_type_t<T> s, const V<T>& a) { \
+    return V<T>(s) - a;                                              \
+  }                                                                  \
+  template <class T>                                                 \
+  constexpr V<T> operator/(std::common_type_t<T> s, const V<T>& a) { \
+    return V<T>(s) / a;                                              \
+  }                                                                  \
+  template <class T>                                                 \
+  constexpr V<T>& operator+=(V<T>& a, const V<T>& b) {               \
+    return a = a + b;                                                \
+  }                                                                  \
+  template <class T>                                                 \
+  constexpr V<T>& operator-=(V<T>& a, const V<T>& b) {               \
+    return a = a - b;                                                \
+  }                                                                  \
+  template <class T>                                                 \
+  constexpr V<T>& operator+=(V<T>& a, std::common_type_t<T> s) {     \
+    return a = a + s;                                                \
+  }                                                                  \
+  template <class T>                                                 \
+  constexpr V<T>& operator-=(V<T>& a, std::common_type_t<T> s) {     \
+    return a = a - s;                                                \
+  }                                                                  \
+  template <class T>                                                 \
+  constexpr V<T>& operator*=(V<T>& a, const V<T>& b) {               \
+    return a = a * b;                                                \
+  }                                                                  \
+  template <class T>                                                 \
+  constexpr V<T>& operator*=(V<T>& a, std::common_type_t<T> s) {     \
+    return a = a * s;                                                \
+  }                                                                  \
+  template <class T>                                                 \
+  constexpr V<T>& operator/=(V<T>& a, const V<T>& b) {               \
+    return a = a / b;                                                \
+  }                                                                  \
+  template <class T>                                                 \
+  constexpr V<T>& operator/=(V<T>& a, std::common_type_t<T> s) {     \
+    return a = a / s;                                                \
+  }                                                                  \
+  template <class T>                                                 \
+  [[nodiscard]] T length(const V<T>& v) {                            \
+    return v.length();                                               \
   }
 
 #define TARN_EACH2(a, op, b) a.x op b.x, a.y op b.y

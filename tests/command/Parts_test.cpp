@@ -97,8 +97,7 @@ TEST(Layers, WhatIsMissingIsMadeOnceInTheDefaultRegistry) {
 }
 
 TEST(Layers, WhatCannotBeRenderedIsRefusedByName) {
-  for (const char* list : {"heat", "rgba,heat", "forward", "motion", "deep", "mask", "cutout", ""})
-    try {
+  for (const char* list : {"heat", "rgba,heat", "forward", "motion", "deep", "mask", "cutout", ""}) try {
       (void)chooseLayers(list);
       ADD_FAILURE() << list;
     } catch (const Failure& failure) {

@@ -87,7 +87,8 @@ double distanceTo(const Triangle& t, const Real3& origin, const Real3& direction
   return u < 0.0 || v < 0.0 || u + v > 1.0 ? none : dot(ac, q) / det;
 }
 
-PlainHit nearest(const std::vector<Triangle>& triangles, const Real3& origin, const Real3& direction, double least, double most) {
+PlainHit nearest(const std::vector<Triangle>& triangles, const Real3& origin, const Real3& direction, double least,
+                 double most) {
   PlainHit best;
   for (const Triangle& triangle : triangles) {
     const double t = distanceTo(triangle, origin, direction);
@@ -121,8 +122,8 @@ struct PlainCamera {
 
 // Every pixel of the data layers against the loop. Where another face is named, that face must lie at the same distance, or a
 // ray a hundredth of a pixel beside must find it; the latter for less than 2 % of all pixels.
-void expectPixelsOfPlainLoop(const Read& picture, const std::string& file, const RenderOptions& options, const std::string& lens,
-                             int& hits) {
+void expectPixelsOfPlainLoop(const Read& picture, const std::string& file, const RenderOptions& options,
+                             const std::string& lens, int& hits) {
   const auto stage = ovo::Stage::open(file);
   ASSERT_TRUE(stage);
   const double time = options.scene.time;
@@ -163,8 +164,8 @@ void expectPixelsOfPlainLoop(const Read& picture, const std::string& file, const
           camera.ray(x + 0.5 + 0.01 * std::cos(k * kPi / 4), y + 0.5 + 0.01 * std::sin(k * kPi / 4), o, d);
           found = isAsRendered(nearest(triangles, o, d, least, most));
         }
-        ASSERT_TRUE(found) << lens << ": pixel " << x << ", " << y << " has prim " << id << " face " << face << ", the loop entry "
-                           << wanted.entry << " face " << wanted.face << " at " << wanted.distance;
+        ASSERT_TRUE(found) << lens << ": pixel " << x << ", " << y << " has prim " << id << " face " << face
+                           << ", the loop entry " << wanted.entry << " face " << wanted.face << " at " << wanted.distance;
         continue;
       }
       if (id == 0) continue;
@@ -214,8 +215,8 @@ class ScenesThroughTheirLenses : public Pictures {
       camera.precision(17);
       camera << "    token projection = \"" << (flat ? "orthographic" : "perspective") << "\"\n    float focalLength = 50\n"
              << "    float horizontalAperture = " << film << "\n    float horizontalApertureOffset = " << offsetX * film
-             << "\n    float verticalApertureOffset = " << offsetY * film << "\n    float2 clippingRange = (" << 0.01 * radius << ", "
-             << 100 * radius << ")\n    double3 xformOp:translate = (" << eye.x << ", " << eye.y << ", " << eye.z
+             << "\n    float verticalApertureOffset = " << offsetY * film << "\n    float2 clippingRange = (" << 0.01 * radius
+             << ", " << 100 * radius << ")\n    double3 xformOp:translate = (" << eye.x << ", " << eye.y << ", " << eye.z
              << ")\n    float3 xformOp:rotateXYZ = (" << (zUp ? 86 : -4) << ", 0, 2)\n"
              << "    uniform token[] xformOpOrder = [\"xformOp:translate\", \"xformOp:rotateXYZ\"]\n";
       const std::string shot = withCamera(file, camera.str(), zUp ? "Z" : "Y");
@@ -298,8 +299,8 @@ TEST_F(Pictures, PickSaysOfAPixelWhatThePictureHas) {
     const Read picture = render(options, scene);
     int seen = 0;
     for (const auto& [x, y] : {std::array{0, 0}, {40, 20}, {20, 25}, {55, 22}, {79, 39}, {33, 30}}) {
-      const auto found = nlohmann::json::parse(runCommand("pick '" + scene + "' --json --size 80x40 --lens " + lens + " --pixel " +
-                                                          std::to_string(x) + "," + std::to_string(y)));
+      const auto found = nlohmann::json::parse(runCommand("pick '" + scene + "' --json --size 80x40 --lens " + lens +
+                                                          " --pixel " + std::to_string(x) + "," + std::to_string(y)));
       const auto p = static_cast<std::size_t>(y * 80 + x);
       const std::uint32_t id = picture.integers.at("prim.id")[p];
       ASSERT_EQ(found.at("hit").get<bool>(), id != 0);
@@ -327,8 +328,8 @@ std::string sphereText(double x, double y, double z, double radius) {
   for (int r = 0; r <= rows; ++r)
     for (int c = 0; c < columns; ++c) {
       const double v = kPi * r / rows, u = 2 * kPi * c / columns;
-      std::snprintf(text, sizeof text, "%s(%.9g, %.9g, %.9g)", points.empty() ? "" : ", ", x + radius * std::sin(v) * std::cos(u),
-                    y - radius * std::cos(v), z - radius * std::sin(v) * std::sin(u));
+      std::snprintf(text, sizeof text, "%s(%.9g, %.9g, %.9g)", points.empty() ? "" : ", ",
+                    x + radius * std::sin(v) * std::cos(u), y - radius * std::cos(v), z - radius * std::sin(v) * std::sin(u));
       points += text;
     }
   for (int r = 0; r < rows; ++r)
@@ -339,8 +340,8 @@ std::string sphereText(double x, double y, double z, double radius) {
       indices += text;
       counts += counts.empty() ? "4" : ", 4";
     }
-  return "#usda 1.0\ndef Mesh \"Ball\"\n{\n    int[] faceVertexCounts = [" + counts + "]\n    int[] faceVertexIndices = [" + indices +
-         "]\n    point3f[] points = [" + points + "]\n    uniform token subdivisionScheme = \"none\"\n}\n";
+  return "#usda 1.0\ndef Mesh \"Ball\"\n{\n    int[] faceVertexCounts = [" + counts + "]\n    int[] faceVertexIndices = [" +
+         indices + "]\n    point3f[] points = [" + points + "]\n    uniform token subdivisionScheme = \"none\"\n}\n";
 }
 
 TEST_F(Pictures, AConvexBodyDoesNotShadowItself) {
@@ -370,10 +371,11 @@ TEST_F(Pictures, AConvexBodyDoesNotShadowItself) {
 
 TEST_F(Pictures, BrightnessDoesNotHangOnTheNumberOfSamples) {
   // A ball on a floor, so that some light is kept out. More samples give less noise, not more light, from no side.
-  std::ofstream(at("scene.usda")) << sphereText(0, 1, 0, 1) <<
-      "def Mesh \"Floor\"\n{\n    int[] faceVertexCounts = [4]\n    int[] faceVertexIndices = [0, 1, 2, 3]\n"
-      "    point3f[] points = [(-4, 0, 4), (4, 0, 4), (4, 0, -4), (-4, 0, -4)]\n"
-      "    uniform token subdivisionScheme = \"none\"\n}\n";
+  std::ofstream(at("scene.usda"))
+      << sphereText(0, 1, 0, 1)
+      << "def Mesh \"Floor\"\n{\n    int[] faceVertexCounts = [4]\n    int[] faceVertexIndices = [0, 1, 2, 3]\n"
+         "    point3f[] points = [(-4, 0, 4), (4, 0, 4), (4, 0, -4), (-4, 0, -4)]\n"
+         "    uniform token subdivisionScheme = \"none\"\n}\n";
   std::vector<std::array<double, 3>> means;
   for (const int samples : {1, 4, 9, 16, 36}) {
     RenderOptions options;
@@ -382,7 +384,8 @@ TEST_F(Pictures, BrightnessDoesNotHangOnTheNumberOfSamples) {
     const Read picture = render(options, at("scene.usda"));
     std::array<double, 3> mean{};
     for (std::size_t p = 0; p < picture.floats.at("G").size(); ++p)
-      for (std::size_t k = 0; k < 3; ++k) mean[k] += static_cast<double>(picture.floats.at(std::string(1, "RGB"[k]))[p]) / 9216.0;
+      for (std::size_t k = 0; k < 3; ++k)
+        mean[k] += static_cast<double>(picture.floats.at(std::string(1, "RGB"[k]))[p]) / 9216.0;
     means.push_back(mean);
   }
   for (const auto& mean : means)
@@ -391,13 +394,15 @@ TEST_F(Pictures, BrightnessDoesNotHangOnTheNumberOfSamples) {
 
 TEST_F(Pictures, WhatIsTouchedThrowsAShadow) {
   // A ball on a floor: beneath it the floor is dark, beside it light.
-  std::ofstream(at("scene.usda")) << sphereText(0, 1, 0, 1) <<
-      "def Mesh \"Floor\"\n{\n    int[] faceVertexCounts = [4]\n    int[] faceVertexIndices = [0, 1, 2, 3]\n"
-      "    point3f[] points = [(-9, 0, 9), (9, 0, 9), (9, 0, -9), (-9, 0, -9)]\n"
-      "    uniform token subdivisionScheme = \"none\"\n}\n"
-      "def Camera \"C\"\n{\n    float focalLength = 50\n    float horizontalAperture = 40\n    double3 xformOp:translate = (0, 3, 9)\n"
-      "    float3 xformOp:rotateXYZ = (-15, 0, 0)\n"
-      "    uniform token[] xformOpOrder = [\"xformOp:translate\", \"xformOp:rotateXYZ\"]\n}\n";
+  std::ofstream(at("scene.usda"))
+      << sphereText(0, 1, 0, 1)
+      << "def Mesh \"Floor\"\n{\n    int[] faceVertexCounts = [4]\n    int[] faceVertexIndices = [0, 1, 2, 3]\n"
+         "    point3f[] points = [(-9, 0, 9), (9, 0, 9), (9, 0, -9), (-9, 0, -9)]\n"
+         "    uniform token subdivisionScheme = \"none\"\n}\n"
+         "def Camera \"C\"\n{\n    float focalLength = 50\n    float horizontalAperture = 40\n    double3 xformOp:translate = "
+         "(0, 3, 9)\n"
+         "    float3 xformOp:rotateXYZ = (-15, 0, 0)\n"
+         "    uniform token[] xformOpOrder = [\"xformOp:translate\", \"xformOp:rotateXYZ\"]\n}\n";
   RenderOptions options;
   options.samples = 16;
   options.scene.width = 160;
@@ -415,9 +420,11 @@ TEST_F(Pictures, WhatIsTouchedThrowsAShadow) {
 TEST_F(Pictures, BothUpAxesComeOutUpright) {
   // The same scene modelled either way up gives the same picture, framed without a camera.
   const auto scene = [](bool zUp) {
-    return std::string("#usda 1.0\n( upAxis = \"") + (zUp ? "Z" : "Y") + "\" )\ndef Mesh \"Cone\"\n{\n    int[] faceVertexCounts = [4, 3, 3, 3, 3]\n"
+    return std::string("#usda 1.0\n( upAxis = \"") + (zUp ? "Z" : "Y") +
+           "\" )\ndef Mesh \"Cone\"\n{\n    int[] faceVertexCounts = [4, 3, 3, 3, 3]\n"
            "    int[] faceVertexIndices = [3, 2, 1, 0, 0, 1, 4, 1, 2, 4, 2, 3, 4, 3, 0, 4]\n    point3f[] points = " +
-           (zUp ? "[(-1, -1, 0), (1, -1, 0), (1, 1, 0), (-1, 1, 0), (0, 0, 3)]" : "[(-1, 0, 1), (1, 0, 1), (1, 0, -1), (-1, 0, -1), (0, 3, 0)]") +
+           (zUp ? "[(-1, -1, 0), (1, -1, 0), (1, 1, 0), (-1, 1, 0), (0, 0, 3)]"
+                : "[(-1, 0, 1), (1, 0, 1), (1, 0, -1), (-1, 0, -1), (0, 3, 0)]") +
            "\n    uniform token subdivisionScheme = \"none\"\n}\n";
   };
   std::vector<Read> pictures;

@@ -70,7 +70,8 @@ class Pictures : public testing::Test {
   // A layer that shows a file through a camera that it adds.
   [[nodiscard]] std::string withCamera(const std::string& file, const std::string& camera, const std::string& up = "Y") const {
     std::ofstream(at("shot.usda")) << "#usda 1.0\n( upAxis = \"" << up << "\"\n  subLayers = [@" << file << "@] )\n"
-                                   << "def Camera \"TestCamera\"\n{\n" << camera << "\n}\n";
+                                   << "def Camera \"TestCamera\"\n{\n"
+                                   << camera << "\n}\n";
     return at("shot.usda");
   }
 

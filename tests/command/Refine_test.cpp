@@ -35,11 +35,13 @@ constexpr double kPi = 3.14159265358979323846;
 const double kNow = tarn::defaultTimeValue();
 
 // A cube of two units; every other face turns the other way where it is left-handed.
-std::string cubeText(const std::string& more, const char* scheme = "catmullClark", bool leftHanded = false, const char* name = "Cube") {
+std::string cubeText(const std::string& more, const char* scheme = "catmullClark", bool leftHanded = false,
+                     const char* name = "Cube") {
   const char* const right = "0,1,3,2, 2,3,5,4, 4,5,7,6, 6,7,1,0, 1,7,5,3, 6,0,2,4";
   const char* const left = "2,3,1,0, 4,5,3,2, 6,7,5,4, 0,1,7,6, 3,5,7,1, 4,2,0,6";
   return std::string("def Mesh \"") + name + "\"\n{\n int[] faceVertexCounts = [4,4,4,4,4,4]\n int[] faceVertexIndices = [" +
-         (leftHanded ? left : right) + "]\n point3f[] points = [(-1,-1,1),(1,-1,1),(-1,1,1),(1,1,1),(-1,1,-1),(1,1,-1),(-1,-1,-1),(1,-1,-1)]\n" +
+         (leftHanded ? left : right) +
+         "]\n point3f[] points = [(-1,-1,1),(1,-1,1),(-1,1,1),(1,1,1),(-1,1,-1),(1,1,-1),(-1,-1,-1),(1,-1,-1)]\n" +
          " uniform token subdivisionScheme = \"" + scheme + "\"\n uniform token orientation = \"" +
          (leftHanded ? "leftHanded" : "rightHanded") + "\"\n" + more + "}\n";
 }
@@ -73,7 +75,8 @@ class Refined {
 };
 
 void expectNear(const Vec3<float>& a, const Vec3<float>& b, double tolerance) {
-  for (std::size_t i = 0; i < 3; ++i) ASSERT_NEAR(static_cast<double>(a[i]), static_cast<double>(b[i]), tolerance) << a << " " << b;
+  for (std::size_t i = 0; i < 3; ++i)
+    ASSERT_NEAR(static_cast<double>(a[i]), static_cast<double>(b[i]), tolerance) << a << " " << b;
 }
 
 // The surface's colour or normal at every corner, pulled a little into the face so that it is that face's.
@@ -81,7 +84,8 @@ template <class Use>
 void forEachCorner(const Shape& shape, Use use) {
   std::size_t c = 0;
   for (std::size_t f = 0; f < shape.counts.size(); ++f)
-    for (int k = 0; k < shape.counts.cdata()[f]; ++k, ++c) use(static_cast<int>(f), c, shape.points.cdata()[shape.indices.cdata()[c]]);
+    for (int k = 0; k < shape.counts.cdata()[f]; ++k, ++c)
+      use(static_cast<int>(f), c, shape.points.cdata()[shape.indices.cdata()[c]]);
 }
 
 TEST(Refine, PointsFacesAndNormalsAreThoseOfMeshSample) {
@@ -92,9 +96,9 @@ TEST(Refine, PointsFacesAndNormalsAreThoseOfMeshSample) {
       "def Mesh \"Octahedron\"\n{\n int[] faceVertexCounts = [3,3,3,3,3,3,3,3]\n int[] faceVertexIndices = "
       "[0,2,4, 2,1,4, 1,3,4, 3,0,4, 2,0,5, 1,2,5, 3,1,5, 0,3,5]\n point3f[] points = "
       "[(1,0,0),(-1,0,0),(0,1,0),(0,-1,0),(0,0,1),(0,0,-1)]\n uniform token subdivisionScheme = \"loop\"\n}\n";
-  for (const std::string& text :
-       {cubeText(""), cubeText(creases), cubeText(" int[] holeIndices = [1, 4]\n"), cubeText("", "bilinear"), cubeText("", "catmullClark", true),
-        triangles, cubeText(" normal3f[] normals = [(0,0,1)] (interpolation = \"constant\")\n")})
+  for (const std::string& text : {cubeText(""), cubeText(creases), cubeText(" int[] holeIndices = [1, 4]\n"),
+                                  cubeText("", "bilinear"), cubeText("", "catmullClark", true), triangles,
+                                  cubeText(" normal3f[] normals = [(0,0,1)] (interpolation = \"constant\")\n")})
     for (int level = 1; level <= 3; ++level) {
       SCOPED_TRACE(text + std::to_string(level));
       const Refined refined(text, level);
@@ -136,7 +140,8 @@ TEST(Refine, CreasesAndBilinearSurfacesKeepTheirEdges) {
       expectNear(cube.normal(face, p).normalized(), sides[flat.shape().sceneFace(face)], 1e-6);
     });
     // With a crease around its top, the top stays flat and turned up to its very rim.
-    const Refined creased(cubeText(" int[] creaseIndices = [2,3,5,4,2]\n int[] creaseLengths = [5]\n float[] creaseSharpnesses = [10]\n"), level);
+    const Refined creased(
+        cubeText(" int[] creaseIndices = [2,3,5,4,2]\n int[] creaseLengths = [5]\n float[] creaseSharpnesses = [10]\n"), level);
     const Surface surface(creased.shape(), kNow);
     forEachCorner(creased.shape(), [&](int face, std::size_t, const Vec3<float>& p) {
       if (creased.shape().sceneFace(face) == 1) expectNear(surface.normal(face, p).normalized(), {0, 1, 0}, 1e-6);
@@ -164,7 +169,8 @@ TEST(Refine, ColoursFollowTheirInterpolation) {
     // Colours that are the points are refined to what the points are.
     const Refined refined(coloured("vertex", ofPoints), 2);
     const Surface surface(refined.shape(), kNow);
-    forEachCorner(refined.shape(), [&](int face, std::size_t, const Vec3<float>& p) { expectNear(surface.colour(face, p), p, 1e-6); });
+    forEachCorner(refined.shape(),
+                  [&](int face, std::size_t, const Vec3<float>& p) { expectNear(surface.colour(face, p), p, 1e-6); });
   }
   const Refined flat(cubeText("", "bilinear"), 2);
   {
@@ -193,7 +199,8 @@ TEST(Refine, ColoursFollowTheirInterpolation) {
     });
   }
   {
-    const Refined refined(coloured("uniform", "[(0,0,0),(1,0,0),(2,0,0),(3,0,0),(4,0,0),(5,0,0)]", " int[] holeIndices = [3]\n"), 2);
+    const Refined refined(
+        coloured("uniform", "[(0,0,0),(1,0,0),(2,0,0),(3,0,0),(4,0,0),(5,0,0)]", " int[] holeIndices = [3]\n"), 2);
     const Surface surface(refined.shape(), kNow);
     std::set<float> seen;
     forEachCorner(refined.shape(), [&](int face, std::size_t, const Vec3<float>& p) {
@@ -223,8 +230,10 @@ TEST(Refine, WhatIsNoSubdivisionSurfaceStaysAsItIs) {
 
 TEST(Refine, WhatCannotBeRefinedIsNamedAndStaysAsItIs) {
   const std::string broken =
-      "def Mesh \"Broken\"\n{\n int[] faceVertexCounts = [3]\n int[] faceVertexIndices = [0, 1, 9]\n point3f[] points = [(0,0,0),(1,0,0)]\n}\n"
-      "def Mesh \"Short\"\n{\n int[] faceVertexCounts = [3, 3]\n int[] faceVertexIndices = [0, 1, 2]\n point3f[] points = [(0,0,0),(1,0,0),(0,1,0)]\n}\n"
+      "def Mesh \"Broken\"\n{\n int[] faceVertexCounts = [3]\n int[] faceVertexIndices = [0, 1, 9]\n point3f[] points = "
+      "[(0,0,0),(1,0,0)]\n}\n"
+      "def Mesh \"Short\"\n{\n int[] faceVertexCounts = [3, 3]\n int[] faceVertexIndices = [0, 1, 2]\n point3f[] points = "
+      "[(0,0,0),(1,0,0),(0,1,0)]\n}\n"
       "def Mesh \"Empty\"\n{\n}\n";
   const Refined refined(cubeText("", "loop") + cubeText("", "smooth", false, "Other") + broken, 2);
   EXPECT_EQ(refined.list().notRefined,
@@ -280,8 +289,9 @@ TEST(Refine, MoreFacesThanMemoryHoldsAreRefusedBeforeTheyAreMade) {
     FAIL();
   } catch (const command::Failure& failure) {
     EXPECT_EQ(failure.code, command::kBadInput);
-    EXPECT_EQ(describe(failure), "too many faces: /Cube: level 11 makes 25165824 of it and 25165824 of the scene, more than 10000000; "
-                                 "try --subdivide 10");
+    EXPECT_EQ(describe(failure),
+              "too many faces: /Cube: level 11 makes 25165824 of it and 25165824 of the scene, more than 10000000; "
+              "try --subdivide 10");
   }
 }
 
@@ -296,8 +306,10 @@ TEST(Refine, AnimatedMeshesAreRefinedAsTheyAreAtTheTime) {
 }
 
 TEST(Refine, APrototypeIsRefinedOnceForAllItsInstances) {
-  const std::string text = "def PointInstancer \"Many\"\n{\n rel prototypes = </Many/Cube>\n int[] protoIndices = [0,0,0]\n"
-                           " point3f[] positions = [(0,0,0),(5,0,0),(10,0,0)]\n" + cubeText("") + "}\n";
+  const std::string text =
+      "def PointInstancer \"Many\"\n{\n rel prototypes = </Many/Cube>\n int[] protoIndices = [0,0,0]\n"
+      " point3f[] positions = [(0,0,0),(5,0,0),(10,0,0)]\n" +
+      cubeText("") + "}\n";
   const Refined refined(text, 2);
   ASSERT_EQ(refined.list().entries.size(), 3u);
   ASSERT_EQ(refined.list().shapes.size(), 1u);
@@ -330,12 +342,14 @@ TEST(Refine, SelectedPointsAndFacesAreThoseOfTheScene) {
 
 // An orthographic camera that looks down along z at 4 by 4 units; beside the axis, so that no ray goes through an edge.
 constexpr double kBesideX = 0.0031, kBesideY = 0.0017;
-constexpr const char* kDown = "token projection = \"orthographic\"\nfloat horizontalAperture = 40\nfloat verticalAperture = 40\n"
-                              "double3 xformOp:translate = (0.0031, 0.0017, 10)\nuniform token[] xformOpOrder = [\"xformOp:translate\"]";
+constexpr const char* kDown =
+    "token projection = \"orthographic\"\nfloat horizontalAperture = 40\nfloat verticalAperture = 40\n"
+    "double3 xformOp:translate = (0.0031, 0.0017, 10)\nuniform token[] xformOpOrder = [\"xformOp:translate\"]";
 
 class RefinedPictures : public Pictures {
  protected:
-  [[nodiscard]] Read shot(const std::string& text, int level, bool smooth, const std::string& layers = "depth,P,N,prim,face") const {
+  [[nodiscard]] Read shot(const std::string& text, int level, bool smooth,
+                          const std::string& layers = "depth,P,N,prim,face") const {
     std::ofstream(at("mesh.usda")) << "#usda 1.0\n" << text;
     RenderOptions options;
     options.layers = layers;
@@ -412,7 +426,9 @@ TEST_F(RefinedPictures, SmoothNormalsAreUnitAndThoseOfABall) {
       points << ",(" << std::sin(a) * std::cos(b) << "," << std::sin(a) * std::sin(b) << "," << std::cos(a) << ")";
     }
   points << ",(0,0,-1)";
-  const auto at = [](int i, int j) { return i == 0 ? 0 : i == rows ? 1 + (rows - 1) * columns : 1 + (i - 1) * columns + j % columns; };
+  const auto at = [](int i, int j) {
+    return i == 0 ? 0 : i == rows ? 1 + (rows - 1) * columns : 1 + (i - 1) * columns + j % columns;
+  };
   for (int i = 0; i < rows; ++i)
     for (int j = 0; j < columns; ++j) {
       counts << (i + j ? "," : "") << (i == 0 || i == rows - 1 ? 3 : 4);
@@ -420,8 +436,9 @@ TEST_F(RefinedPictures, SmoothNormalsAreUnitAndThoseOfABall) {
       if (i < rows - 1) indices << "," << at(i + 1, j + 1);
       if (i > 0) indices << "," << at(i, j + 1);
     }
-  const std::string text = "def Mesh \"Ball\"\n{\n uniform token subdivisionScheme = \"none\"\n int[] faceVertexCounts = [" + counts.str() +
-                           "]\n int[] faceVertexIndices = [" + indices.str() + "]\n point3f[] points = [" + points.str() + "]\n}\n";
+  const std::string text = "def Mesh \"Ball\"\n{\n uniform token subdivisionScheme = \"none\"\n int[] faceVertexCounts = [" +
+                           counts.str() + "]\n int[] faceVertexIndices = [" + indices.str() + "]\n point3f[] points = [" +
+                           points.str() + "]\n}\n";
   for (const bool smooth : {false, true}) {
     const Read read = shot(text, smooth ? 2 : 0, smooth);  // refining does nothing here
     double worst = 0;
@@ -445,9 +462,12 @@ TEST_F(RefinedPictures, SmoothNormalsAreMixedBetweenPointsAndTurnWithTheMesh) {
   // One large triangle, stretched and turned: between its corners the normals that the scene gives are mixed barycentrically, and
   // taken to the world by the inverse transpose.
   const std::string text =
-      "def Mesh \"T\"\n{\n uniform token subdivisionScheme = \"none\"\n int[] faceVertexCounts = [3]\n int[] faceVertexIndices = [0,1,2]\n"
-      " point3f[] points = [(-1,-1,0),(1,-1,0),(0,1,0)]\n normal3f[] normals = [(-1,0,2),(3,0,2),(0,1,1)] (interpolation = \"vertex\")\n"
-      " matrix4d xformOp:transform = ((2,0,0,0),(0,1,0,0),(0,0,4,0),(0,0,0,1))\n uniform token[] xformOpOrder = [\"xformOp:transform\"]\n}\n";
+      "def Mesh \"T\"\n{\n uniform token subdivisionScheme = \"none\"\n int[] faceVertexCounts = [3]\n int[] faceVertexIndices "
+      "= [0,1,2]\n"
+      " point3f[] points = [(-1,-1,0),(1,-1,0),(0,1,0)]\n normal3f[] normals = [(-1,0,2),(3,0,2),(0,1,1)] (interpolation = "
+      "\"vertex\")\n"
+      " matrix4d xformOp:transform = ((2,0,0,0),(0,1,0,0),(0,0,4,0),(0,0,0,1))\n uniform token[] xformOpOrder = "
+      "[\"xformOp:transform\"]\n}\n";
   const Read smooth = shot(text, 0, true), flat = shot(text, 0, false);
   int hits = 0;
   for (std::size_t p = 0; p < 64 * 64; ++p) {
@@ -471,7 +491,8 @@ TEST_F(RefinedPictures, SmoothNormalsAreTheSameWithAndWithoutLight) {
 TEST_F(RefinedPictures, LightDoesNotShowTheFacesOfASmoothSurface) {
   // A body of few faces against the same one of many, which is nearly where it is: light may differ by their small distance and
   // by where the rays to lights happen to go, but no face may lie in a shadow of its own.
-  const std::string text = cubeText(" double3 xformOp:rotateXYZ = (30, 40, 0)\n uniform token[] xformOpOrder = [\"xformOp:rotateXYZ\"]\n");
+  const std::string text =
+      cubeText(" double3 xformOp:rotateXYZ = (30, 40, 0)\n uniform token[] xformOpOrder = [\"xformOp:rotateXYZ\"]\n");
   const Read coarse = shot(text, 2, true, "rgba,N"), fine = shot(text, 5, true, "rgba,N");
   int compared = 0, off = 0;
   for (int y = 1; y < 63; ++y)
@@ -492,7 +513,8 @@ TEST_F(RefinedPictures, ALeftHandedMeshHasTheSameLightAndNormals) {
   for (const char* channel : {"R", "G", "B", "A", "N.x", "N.y", "N.z"}) {
     double sum = 0;
     for (std::size_t p = 0; p < 64 * 64; ++p) {
-      const double difference = std::abs(static_cast<double>(right.floats.at(channel)[p]) - static_cast<double>(left.floats.at(channel)[p]));
+      const double difference =
+          std::abs(static_cast<double>(right.floats.at(channel)[p]) - static_cast<double>(left.floats.at(channel)[p]));
       ASSERT_LT(difference, channel[0] == 'N' ? 0.02 : 0.1) << channel << " " << p;
       sum += difference;
     }

@@ -26,10 +26,13 @@ class OneMesh {
     prim_.setSubdivisionScheme(ovo::Token("none"));
   }
   void colours(const char* interpolation, const std::vector<Vec3<float>>& values) {
-    prim_.createPrimvar(ovo::Token("displayColor"), "color3f[]", ovo::Token(interpolation)).set(ovo::Array<Vec3<float>>(values));
+    prim_.createPrimvar(ovo::Token("displayColor"), "color3f[]", ovo::Token(interpolation))
+        .set(ovo::Array<Vec3<float>>(values));
   }
   [[nodiscard]] ovo::MeshPrim& prim() { return prim_; }
-  [[nodiscard]] Surface surface() const { return Surface(command::readShape(prim_, tarn::defaultTimeValue()), tarn::defaultTimeValue()); }
+  [[nodiscard]] Surface surface() const {
+    return Surface(command::readShape(prim_, tarn::defaultTimeValue()), tarn::defaultTimeValue());
+  }
 
  private:
   std::shared_ptr<ovo::Stage> stage_ = ovo::Stage::createInMemory();
@@ -145,7 +148,8 @@ TEST(Surface, ASmoothMeshHasTheMeanOfItsFacesPointingOutForBothOrientations) {
 
 TEST(Surface, SharpEdgesStaySharp) {
   // A steep roof: each side keeps its own normal, also on the ridge. And with a third face, a gentle eave that goes with the first.
-  const std::vector<Vec3<float>> points = {{-1, 0, 1}, {-1, 0, -1}, {0, 1, 1}, {0, 1, -1}, {1, 0, 1}, {1, 0, -1}, {-2, -0.6f, 1}, {-2, -0.6f, -1}};
+  const std::vector<Vec3<float>> points = {{-1, 0, 1}, {-1, 0, -1}, {0, 1, 1},      {0, 1, -1},
+                                           {1, 0, 1},  {1, 0, -1},  {-2, -0.6f, 1}, {-2, -0.6f, -1}};
   OneMesh mesh(points, {4, 4, 4}, {0, 2, 3, 1, 2, 4, 5, 3, 6, 0, 1, 7});
   mesh.prim().setSubdivisionScheme(ovo::Token("catmullClark"));
   const Surface surface = mesh.surface();

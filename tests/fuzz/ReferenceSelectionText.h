@@ -28,8 +28,7 @@ inline ReferenceSelection referenceOf(const vela::Selection::GeoSelection& selec
   ReferenceSelection result;
   for (const auto& [path, object] : selection)
     result[path] = {object.objectSelected,
-                    {object.parts[0].selections, object.parts[0].weights, object.parts[1].selections,
-                     object.parts[1].weights}};
+                    {object.parts[0].selections, object.parts[0].weights, object.parts[1].selections, object.parts[1].weights}};
   return result;
 }
 
@@ -47,7 +46,10 @@ inline void referenceWrite(std::ostream& out, const ReferenceSelection& selectio
     }
     out << " } ";
   };
-  out << "geoselection" << " { " << "paths" << " " << selection.size() << " { ";
+  out << "geoselection"
+      << " { "
+      << "paths"
+      << " " << selection.size() << " { ";
   for (const auto& [path, object] : selection) {
     out << path.asString() << " " << object.objectSelected << " ";
     for (int part = 0; part < 2; ++part) {
@@ -57,7 +59,8 @@ inline void referenceWrite(std::ostream& out, const ReferenceSelection& selectio
       out << " } ";
     }
   }
-  out << " } " << " } ";
+  out << " } "
+      << " } ";
 }
 
 /// More values than any machine holds.

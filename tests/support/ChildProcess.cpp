@@ -11,8 +11,7 @@
 
 namespace vela_test {
 
-ChildResult runChild(const std::vector<std::string>& arguments, const Environment& environment,
-                     const std::string& folder) {
+ChildResult runChild(const std::vector<std::string>& arguments, const Environment& environment, const std::string& folder) {
   // Files, not pipes: a child that writes much to both streams cannot block.
   const TemporaryFolder results;
   const std::string out = results.file("out"), err = results.file("err");

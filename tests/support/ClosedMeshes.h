@@ -32,17 +32,18 @@ inline ClosedMesh makeCube(float halfSize = 1.0f) {
 inline ClosedMesh makeIcosphere(int levels, float radius = 1.0f) {
   ClosedMesh m;
   const float g = 1.6180340f;
-  const float seed[12][3] = {{-1, g, 0}, {1, g, 0}, {-1, -g, 0}, {1, -g, 0}, {0, -1, g}, {0, 1, g},
-                             {0, -1, -g}, {0, 1, -g}, {g, 0, -1}, {g, 0, 1}, {-g, 0, -1}, {-g, 0, 1}};
+  const float seed[12][3] = {{-1, g, 0},  {1, g, 0},  {-1, -g, 0}, {1, -g, 0}, {0, -1, g},  {0, 1, g},
+                             {0, -1, -g}, {0, 1, -g}, {g, 0, -1},  {g, 0, 1},  {-g, 0, -1}, {-g, 0, 1}};
   for (const auto& p : seed) m.points.push_back(tarn::Vec3<float>(p[0], p[1], p[2]).normalized() * radius);
-  m.indices = {0, 11, 5, 0, 5, 1, 0, 1, 7, 0, 7, 10, 0, 10, 11, 1, 5, 9, 5, 11, 4, 11, 10, 2, 10, 7, 6, 7, 1, 8,
-               3, 9, 4, 3, 4, 2, 3, 2, 6, 3, 6, 8, 3, 8, 9, 4, 9, 5, 2, 4, 11, 6, 2, 10, 8, 6, 7, 9, 8, 1};
+  m.indices = {0, 11, 5, 0, 5, 1, 0, 1, 7, 0, 7, 10, 0, 10, 11, 1, 5, 9, 5, 11, 4,  11, 10, 2,  10, 7, 6, 7, 1, 8,
+               3, 9,  4, 3, 4, 2, 3, 2, 6, 3, 6, 8,  3, 8,  9,  4, 9, 5, 2, 4,  11, 6,  2,  10, 8,  6, 7, 9, 8, 1};
   for (int level = 0; level < levels; ++level) {
     std::map<std::pair<int, int>, int> middle;
     const auto between = [&](int a, int b) {
       const auto [it, isNew] = middle.try_emplace({a < b ? a : b, a < b ? b : a}, static_cast<int>(m.points.size()));
       if (isNew)
-        m.points.push_back((m.points[static_cast<std::size_t>(a)] + m.points[static_cast<std::size_t>(b)]).normalized() * radius);
+        m.points.push_back((m.points[static_cast<std::size_t>(a)] + m.points[static_cast<std::size_t>(b)]).normalized() *
+                           radius);
       return it->second;
     };
     std::vector<int> finer;
@@ -81,7 +82,8 @@ inline ClosedMesh makeTorus(int around, int across, float ring = 1.0f, float tub
 /// A globe of rings, pushed in and out by waves: about `triangles` triangles, of very different shapes near the poles.
 inline ClosedMesh makeBumpySphere(int triangles, float radius = 1.0f) {
   ClosedMesh m;
-  const int rings = std::max(3, static_cast<int>(std::lround(std::sqrt(static_cast<double>(triangles) / 4.0)))), spokes = 2 * rings;
+  const int rings = std::max(3, static_cast<int>(std::lround(std::sqrt(static_cast<double>(triangles) / 4.0)))),
+            spokes = 2 * rings;
   const double pi = 3.141592653589793;
   const auto push = [&](double theta, double phi) {
     const double r = static_cast<double>(radius) * (1.0 + 0.08 * std::sin(7.0 * theta) * std::cos(5.0 * phi) +

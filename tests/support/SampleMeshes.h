@@ -79,11 +79,20 @@ inline const std::vector<SampleMesh>& sampleMeshes() {
     std::vector<SampleMesh> out;
     // Closed.
     out.push_back({"cube", box, {4, 4, 4, 4, 4, 4}, boxFaces, true, false, 2});
-    out.push_back({"tetrahedron", {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {0, 0, 1}}, {3, 3, 3, 3},
-                   {0, 2, 1, 0, 1, 3, 1, 2, 3, 2, 0, 3}, true, false, 2});
-    out.push_back({"octahedron", {{1, 0, 0}, {-1, 0, 0}, {0, 1, 0}, {0, -1, 0}, {0, 0, 1}, {0, 0, -1}},
+    out.push_back({"tetrahedron",
+                   {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {0, 0, 1}},
+                   {3, 3, 3, 3},
+                   {0, 2, 1, 0, 1, 3, 1, 2, 3, 2, 0, 3},
+                   true,
+                   false,
+                   2});
+    out.push_back({"octahedron",
+                   {{1, 0, 0}, {-1, 0, 0}, {0, 1, 0}, {0, -1, 0}, {0, 0, 1}, {0, 0, -1}},
                    {3, 3, 3, 3, 3, 3, 3, 3},
-                   {0, 2, 4, 2, 1, 4, 1, 3, 4, 3, 0, 4, 2, 0, 5, 1, 2, 5, 3, 1, 5, 0, 3, 5}, true, false, 2});
+                   {0, 2, 4, 2, 1, 4, 1, 3, 4, 3, 0, 4, 2, 0, 5, 1, 2, 5, 3, 1, 5, 0, 3, 5},
+                   true,
+                   false,
+                   2});
     SampleMesh prism{"hexagonal prism", {}, {6, 6, 4, 4, 4, 4, 4, 4}, {}, true, false, 2};
     for (int k = 0; k < 12; ++k) {
       const double a = M_PI / 3 * (k % 6);
@@ -93,8 +102,13 @@ inline const std::vector<SampleMesh>& sampleMeshes() {
     for (int k = 0; k < 6; ++k)
       for (const int p : {k, (k + 1) % 6, (k + 1) % 6 + 6, k + 6}) prism.indices.push_back(p);
     out.push_back(prism);
-    out.push_back({"pyramid", {{-1, -1, 0}, {1, -1, 0}, {1, 1, 0}, {-1, 1, 0}, {0, 0, 1}}, {4, 3, 3, 3, 3},
-                   {3, 2, 1, 0, 0, 1, 4, 1, 2, 4, 2, 3, 4, 3, 0, 4}, true, false, 2});
+    out.push_back({"pyramid",
+                   {{-1, -1, 0}, {1, -1, 0}, {1, 1, 0}, {-1, 1, 0}, {0, 0, 1}},
+                   {4, 3, 3, 3, 3},
+                   {3, 2, 1, 0, 0, 1, 4, 1, 2, 4, 2, 3, 4, 3, 0, 4},
+                   true,
+                   false,
+                   2});
     out.push_back(sampleTorus(9, 7));
     // Open.
     out.push_back({"triangle", {{0, 0, 0}, {2, 0, 0}, {0, 1, 0}}, {3}, {0, 1, 2}});
@@ -102,7 +116,9 @@ inline const std::vector<SampleMesh>& sampleMeshes() {
     out.push_back({"saddle", {{0, 0, 0}, {1, 0, 1}, {1, 1, 0}, {0, 1, 1}}, {4}, {0, 1, 2, 3}});
     out.push_back({"pentagon", {{0, 0, 0}, {2, 0, 0}, {3, 2, 0}, {1, 3, 0}, {-1, 2, 0}}, {5}, {0, 1, 2, 3, 4}});
     out.push_back({"arrow", {{0, 0, 0}, {2, -1, 0}, {1, 0, 0}, {2, 1, 0}}, {4}, {0, 1, 2, 3}});
-    out.push_back({"mixed strip", {{0, 0, 0}, {1, 0, 0}, {2, 0, 0}, {3, 1, 0}, {2, 2, 0}, {1, 1, 0}, {0, 1, 0}}, {4, 5, 3},
+    out.push_back({"mixed strip",
+                   {{0, 0, 0}, {1, 0, 0}, {2, 0, 0}, {3, 1, 0}, {2, 2, 0}, {1, 1, 0}, {0, 1, 0}},
+                   {4, 5, 3},
                    {0, 1, 5, 6, 1, 2, 3, 4, 5, 0, 6, 5}});
     out.push_back(sampleGrid(4, 6));
     SampleMesh farAway = sampleGrid(3, 3);
@@ -114,10 +130,12 @@ inline const std::vector<SampleMesh>& sampleMeshes() {
     for (auto& p : tiny.points) p *= 1e-12f;
     out.push_back(tiny);
     // Odd, but usable.
-    out.push_back({"three faces on an edge", {{0, 0, 0}, {0, 0, 1}, {1, 0, 0}, {0, 1, 0}, {-1, 0, 0}}, {3, 3, 3},
+    out.push_back({"three faces on an edge",
+                   {{0, 0, 0}, {0, 0, 1}, {1, 0, 0}, {0, 1, 0}, {-1, 0, 0}},
+                   {3, 3, 3},
                    {0, 1, 2, 0, 1, 3, 0, 1, 4}});
-    out.push_back({"two fans on a point", {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {-1, 0, 0}, {-1, -1, 0}}, {3, 3},
-                   {0, 1, 2, 0, 3, 4}});
+    out.push_back(
+        {"two fans on a point", {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {-1, 0, 0}, {-1, -1, 0}}, {3, 3}, {0, 1, 2, 0, 3, 4}});
     out.push_back({"opposite windings", {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}}, {3, 3}, {0, 1, 2, 1, 2, 3}});
     out.push_back({"the same face twice", {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {3, 3}, {0, 1, 2, 0, 1, 2}});
     out.push_back({"zero area", {{0, 0, 0}, {1, 1, 1}, {2, 2, 2}}, {3}, {0, 1, 2}});
@@ -134,16 +152,27 @@ inline const std::vector<SampleMesh>& sampleMeshes() {
     out.push_back({"negative count", box, {4, -3, 4}, {0, 1, 2, 3, 4, 5, 6, 7}, false, true, 0});
     out.push_back({"index too large", box, {4, 3, 4}, {0, 1, 2, 3, 4, 8, 5, 4, 5, 6, 7}, false, true, 0});
     out.push_back({"index negative", box, {3, 4}, {0, -1, 2, 4, 5, 6, 7}, false, true, 0});
-    out.push_back({"extreme indices", box, {3, 3, 3}, {0, std::numeric_limits<int>::max(), 2, 1,
-                   std::numeric_limits<int>::min(), 3, 4, 5, 6}, false, true, 0});
+    out.push_back({"extreme indices",
+                   box,
+                   {3, 3, 3},
+                   {0, std::numeric_limits<int>::max(), 2, 1, std::numeric_limits<int>::min(), 3, 4, 5, 6},
+                   false,
+                   true,
+                   0});
     out.push_back({"counts past the indices", box, {4, 4, 4}, {0, 1, 2, 3, 4, 5}, false, true, 0});
     out.push_back({"huge count", box, {4, std::numeric_limits<int>::max(), 3}, {0, 1, 2, 3, 4, 5, 6}, false, true, 0});
     out.push_back({"lowest count", box, {std::numeric_limits<int>::min(), 4}, {0, 1, 2, 3}, false, true, 0});
     out.push_back({"indices left over", box, {4}, {0, 1, 2, 3, 4, 5, 6}, false, true, 0});
-    out.push_back({"not a number", {{0, 0, 0}, {1, nan, 0}, {1, 1, 0}, {0, 1, 0}, {2, 0, 0}}, {3, 3},
-                   {0, 2, 3, 0, 1, 4}, false, true, 0});
+    out.push_back({"not a number",
+                   {{0, 0, 0}, {1, nan, 0}, {1, 1, 0}, {0, 1, 0}, {2, 0, 0}},
+                   {3, 3},
+                   {0, 2, 3, 0, 1, 4},
+                   false,
+                   true,
+                   0});
     out.push_back({"infinite", {{0, 0, 0}, {inf, 0, 0}, {1, 1, -inf}, {0, 1, 0}}, {4}, {0, 1, 2, 3}, false, true, 0});
-    out.push_back({"largest floats", {{3e38f, 3e38f, 0}, {-3e38f, 3e38f, 0}, {-3e38f, -3e38f, 0}}, {3}, {0, 1, 2}, false, true, 0});
+    out.push_back(
+        {"largest floats", {{3e38f, 3e38f, 0}, {-3e38f, 3e38f, 0}, {-3e38f, -3e38f, 0}}, {3}, {0, 1, 2}, false, true, 0});
     return out;
   }();
   return all;

@@ -17,8 +17,8 @@ bool haveSharedData(const std::string& relative);
 }  // namespace vela_test
 
 /// First statement of a test that needs a real scene: passes over the test, and says so, when the scene is absent.
-#define requireSharedData(relative)                                                          \
-  do {                                                                                       \
-    if (!::vela_test::haveSharedData(relative))                                              \
-      GTEST_SKIP() << "shared data absent: " << ::vela_test::sharedDataPath(relative);       \
+#define requireSharedData(relative)                                                    \
+  do {                                                                                 \
+    if (!::vela_test::haveSharedData(relative))                                        \
+      GTEST_SKIP() << "shared data absent: " << ::vela_test::sharedDataPath(relative); \
   } while (false)

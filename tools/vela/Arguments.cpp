@@ -288,7 +288,8 @@ struct SceneTexts {
     constexpr int kDeepest = 11;
     if (!level.empty()) options.subdivisionLevel = readInteger(verb, "--subdivide", level, 0, kDeepest);
     if (options.engine == "hit-detector" && (options.subdivisionLevel > 0 || options.smooth))
-      wrong(verb, options.smooth ? "--smooth" : "--subdivide", "does not go with --engine hit-detector, which takes meshes as the scene has them");
+      wrong(verb, options.smooth ? "--smooth" : "--subdivide",
+            "does not go with --engine hit-detector, which takes meshes as the scene has them");
   }
 };
 
@@ -449,7 +450,8 @@ bool readArguments(int count, char** arguments, MakeOptions& options) {
     wrong(verb, "SHAPE", "'" + options.shape + "' is none of cube, grid, cylinder, sphere");
   if (options.output.empty()) wrong(verb, "", "-o OUT.usda is not given");
   std::vector<double> numbers = {2, 2, 2};
-  if (!size.empty() && !readNumbers(size, 3, numbers)) wrong(verb, "--size", "'" + size + "' is not three numbers separated by commas");
+  if (!size.empty() && !readNumbers(size, 3, numbers))
+    wrong(verb, "--size", "'" + size + "' is not three numbers separated by commas");
   for (const double number : numbers)
     if (!(number > 0 && number <= 1e30)) wrong(verb, "--size", "'" + size + "' is not above 0 and at most 1e30 throughout");
   std::copy(numbers.begin(), numbers.end(), options.size);
@@ -463,8 +465,9 @@ bool readArguments(int count, char** arguments, MakeOptions& options) {
   const double faces = options.shape == "cube" ? 2.0 * (2.0 * options.rows + options.columns) * options.columns
                                                : static_cast<double>(options.rows) * options.columns;
   if (faces > kMostMadeFaces)
-    wrong(verb, "--rows, --columns", "these make " + std::to_string(std::llround(faces)) + " faces, more than " +
-          std::to_string(std::llround(kMostMadeFaces)));
+    wrong(verb, "--rows, --columns",
+          "these make " + std::to_string(std::llround(faces)) + " faces, more than " +
+              std::to_string(std::llround(kMostMadeFaces)));
   const std::string& scheme = options.scheme;
   if (scheme != "none" && scheme != "catmullClark" && scheme != "loop" && scheme != "bilinear")
     wrong(verb, "--scheme", "'" + scheme + "' is none of none, catmullClark, loop, bilinear");

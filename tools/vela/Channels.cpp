@@ -65,7 +65,8 @@ ChannelNameReport look(const ChannelManager& registry, const std::string& name) 
   vela::SplitChannelName(report.channelName, layer, subname);
   report.newLayer = layer;
   // Without a sub-name there is nothing to take a purpose from, and a new channel keeps asking for one.
-  report.newPurpose = Channel::TypeString(subname.empty() ? Channel::auto_ : registry.getChannelTypeFromSubname(subname.c_str()));
+  report.newPurpose =
+      Channel::TypeString(subname.empty() ? Channel::auto_ : registry.getChannelTypeFromSubname(subname.c_str()));
   report.newNumber = registry.nAvailableChannelSlots() > 0 ? registry.firstUndefinedChannel() : 0;
   return report;
 }
@@ -79,8 +80,8 @@ std::string membersOf(const ChannelsReport::LayerFacts& layer) {
 void print(const ChannelsReport& report) {
   std::printf("Channels: %zu\n  channel  name                layer             place  purpose\n", report.channels.size());
   for (const ChannelsReport::ChannelFacts& channel : report.channels)
-    std::printf("  %7d  %-18s  %-16s  %5u  %s\n", channel.number, channel.name.c_str(), channel.layer.c_str(),
-                channel.position, channel.purpose.c_str());
+    std::printf("  %7d  %-18s  %-16s  %5u  %s\n", channel.number, channel.name.c_str(), channel.layer.c_str(), channel.position,
+                channel.purpose.c_str());
   std::printf("\nLayers: %zu\n  name              purpose      value    channels by place\n", report.layers.size());
   for (const ChannelsReport::LayerFacts& layer : report.layers)
     std::printf("  %-16s  %-11s  %-7s  %s\n", layer.name.c_str(), layer.purpose.c_str(), layer.valueType.c_str(),
@@ -106,8 +107,8 @@ void print(const ChannelNameReport& report) {
   if (report.newLayer.empty())
     std::puts("it names no layer, and so cannot become a channel");
   else if (report.newNumber > 0)
-    std::printf("created now, it would be channel %d of layer %s, with purpose %s\n", report.newNumber,
-                report.newLayer.c_str(), report.newPurpose.c_str());
+    std::printf("created now, it would be channel %d of layer %s, with purpose %s\n", report.newNumber, report.newLayer.c_str(),
+                report.newPurpose.c_str());
 }
 
 }  // namespace

@@ -91,7 +91,10 @@ class TracerEngine final : public Engine {
 class DetectorEngine final : public Engine {
  public:
   DetectorEngine(const MeshList& list, double time)
-      : numEntries_(list.entries.size()), entries_(plainEntries(list)), model_(primsOf(list, entries_), time), detector_(model_) {
+      : numEntries_(list.entries.size()),
+        entries_(plainEntries(list)),
+        model_(primsOf(list, entries_), time),
+        detector_(model_) {
     anyHit_.nearestHit = false;
     if (const std::size_t others = list.entries.size() - entries_.size(); others > 0)
       std::fprintf(stderr, "vela: note: the hit detector takes plain meshes alone: %zu others are left out\n", others);

@@ -17,10 +17,10 @@ namespace command {
 
 /// What a ray met; on a miss only `hit` says anything.
 struct SurfaceHit {
-  double distance = 0.0;          ///< in units of the ray's direction
-  tarn::Vec3<float> position;     ///< in the engine's space
-  tarn::Vec3<float> normal;       ///< world space, unit length, by the stored winding of the face
-  std::uint32_t entry = 0;        ///< place in the mesh list
+  double distance = 0.0;       ///< in units of the ray's direction
+  tarn::Vec3<float> position;  ///< in the engine's space
+  tarn::Vec3<float> normal;    ///< world space, unit length, by the stored winding of the face
+  std::uint32_t entry = 0;     ///< place in the mesh list
   std::int32_t face = 0;
   bool hit = false;
 };

@@ -113,7 +113,8 @@ void print(const InfoReport& report) {
                 mesh.subdivision == "none" ? "" : (" (" + mesh.subdivision + ")").c_str(),
                 mesh.purpose == "default" ? "" : (" (" + mesh.purpose + ")").c_str(), mesh.visible ? "" : " (invisible)");
   }
-  if (report.meshes.size() > kMostMeshes) std::printf("  ... and %zu more: --json lists all\n", report.meshes.size() - kMostMeshes);
+  if (report.meshes.size() > kMostMeshes)
+    std::printf("  ... and %zu more: --json lists all\n", report.meshes.size() - kMostMeshes);
 
   std::printf("\nCameras: %zu\n", report.cameras.size());
   for (const InfoReport::CameraFacts& camera : report.cameras) {

@@ -19,8 +19,8 @@ Json number(double value) { return std::isfinite(value) ? Json(value) : Json(); 
 Json vector(const tarn::Vec3<float>& v) { return Json::array({number(v.x), number(v.y), number(v.z)}); }
 
 Json object(const ChannelsReport::ChannelFacts& channel) {
-  return {{"channel", channel.number},   {"name", channel.name},       {"layer", channel.layer},
-          {"place", channel.position},   {"purpose", channel.purpose}, {"valueType", channel.valueType}};
+  return {{"channel", channel.number}, {"name", channel.name},       {"layer", channel.layer},
+          {"place", channel.position}, {"purpose", channel.purpose}, {"valueType", channel.valueType}};
 }
 
 Json object(const ChannelsReport::LayerFacts& layer) {
@@ -55,8 +55,7 @@ std::string toJson(const InfoReport& report) {
                {"timeCodesPerSecond", number(report.timeCodesPerSecond)},
                {"framesPerSecond", number(report.framesPerSecond)},
                {"defaultPrim", report.defaultPrim}};
-  if (report.hasTimeRange)
-    json["timeCodes"] = Json::array({number(report.startTimeCode), number(report.endTimeCode)});
+  if (report.hasTimeRange) json["timeCodes"] = Json::array({number(report.startTimeCode), number(report.endTimeCode)});
   json["problems"] = report.problems;
   json["primsByType"] = report.primsByType;
   json["meshes"] = Json::array();
@@ -108,7 +107,8 @@ std::string toJson(const SelectionReport& report) {
   const auto part = [](std::size_t size, const std::vector<SelectionReport::Run>& runs) {
     Json json = {{"size", size}, {"runs", Json::array()}};
     for (const SelectionReport::Run& run : runs)
-      json["runs"].push_back({{"first", run.first}, {"last", run.last}, {"value", number(run.value)}, {"weight", number(run.weight)}});
+      json["runs"].push_back(
+          {{"first", run.first}, {"last", run.last}, {"value", number(run.value)}, {"weight", number(run.weight)}});
     return json;
   };
   Json json = {{"objects", Json::array()}};

@@ -43,7 +43,8 @@ void setUpLog(int& count, char** arguments) {
   std::transform(level.begin(), level.end(), level.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
   const unsigned parsed = Halden::Log::parseLevel(level);
   if (parsed == Halden::Log::unset)
-    throw Failure{kUsage, "wrong usage", "--log-level", "'" + level + "' is none of quiet, error, warning, message, verbose", "try vela --help"};
+    throw Failure{kUsage, "wrong usage", "--log-level", "'" + level + "' is none of quiet, error, warning, message, verbose",
+                  "try vela --help"};
   Halden::Log::setLevel(parsed);
 }
 
@@ -60,8 +61,9 @@ bool begins(std::string_view text, std::string_view with) { return text.substr(0
 // A logged line as the reason in one of ours: without its header, what it says of resolving, and a traceback.
 std::string reasonOf(std::string_view line) {
   if (const std::size_t stamped = line.find("] "); stamped != std::string_view::npos) line.remove_prefix(stamped + 2);
-  for (const std::string_view part : {"Failed to create the default OpenAssetIO Manager (Unexpected): ",
-                                      "Failed to resolve asset location: ", "Failed to resolve asset: ", "Failed to resolve "}) {
+  for (const std::string_view part :
+       {"Failed to create the default OpenAssetIO Manager (Unexpected): ", "Failed to resolve asset location: ",
+        "Failed to resolve asset: ", "Failed to resolve "}) {
     if (!begins(line, part)) continue;
     line.remove_prefix(part.size());
     break;

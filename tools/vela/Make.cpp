@@ -31,8 +31,8 @@ void makeCube(const MakeOptions& options, MeshSample& mesh) {
 // In the x-z plane, seen from above; x runs along the columns.
 void makeGrid(const MakeOptions& options, MeshSample& mesh) {
   const float x = static_cast<float>(options.size[0] / 2), z = static_cast<float>(options.size[2] / 2);
-  vela::buildRectQuadMesh(mesh, {-x, 0, z}, {x, 0, z}, {x, 0, -z}, {-x, 0, -z}, options.rows, options.columns, true, true,
-                          true, true);
+  vela::buildRectQuadMesh(mesh, {-x, 0, z}, {x, 0, z}, {x, 0, -z}, {-x, 0, -z}, options.rows, options.columns, true, true, true,
+                          true);
 }
 
 struct Profile {

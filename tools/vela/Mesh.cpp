@@ -113,7 +113,8 @@ bool sidesCross(const vela::MeshTopology& mesh, const vela::MeshTopology::Faces:
       const Side &a = sides[i], &b = sides[j];
       const std::size_t apart = a.number > b.number ? a.number - b.number : b.number - a.number;
       if (apart == 1 || apart == n - 1) continue;
-      if (turnOf(a.from, a.to, b.from) * turnOf(a.from, a.to, b.to) < 0 && turnOf(b.from, b.to, a.from) * turnOf(b.from, b.to, a.to) < 0)
+      if (turnOf(a.from, a.to, b.from) * turnOf(a.from, a.to, b.to) < 0 &&
+          turnOf(b.from, b.to, a.from) * turnOf(b.from, b.to, a.to) < 0)
         return true;
     }
   }
@@ -159,8 +160,8 @@ void inspectFaces(const vela::MeshTopology& mesh, MeshReport& report) {
     if (face.size() == 3) ++report.triangles;
     if (face.size() == 4) ++report.quads;
     const bool usable = face.size() >= 3 && std::all_of(face.begin(), face.end(), [&](int p) {
-      return p >= 0 && p < pointCount && isFinite(mesh.points.cdata()[p]);
-    });
+                          return p >= 0 && p < pointCount && isFinite(mesh.points.cdata()[p]);
+                        });
     if (!usable) continue;
     sorted.assign(face.begin(), face.end());
     std::sort(sorted.begin(), sorted.end());
@@ -242,15 +243,27 @@ Json vector(const Vec3<float>& v) { return Json::array({number(v.x), number(v.y)
 Json toJson(const MeshReport& report) {
   Json primvars = Json::array(), defects = Json::array();
   for (const PrimvarFacts& p : report.primvars)
-    primvars.push_back({{"name", p.name}, {"type", p.type}, {"interpolation", p.interpolation}, {"elements", p.elements},
-                        {"indexed", p.indexed}, {"fits", p.fits}});
+    primvars.push_back({{"name", p.name},
+                        {"type", p.type},
+                        {"interpolation", p.interpolation},
+                        {"elements", p.elements},
+                        {"indexed", p.indexed},
+                        {"fits", p.fits}});
   for (const Defect& d : report.defects) defects.push_back({{"kind", d.kind}, {"count", d.count}, {"first", d.first}});
   const bool empty = report.bounds.isEmpty();
-  return {{"prim", report.path}, {"points", report.points}, {"faces", report.faces}, {"faceVertices", report.faceVertices},
-          {"triangles", report.triangles}, {"quads", report.quads}, {"edges", report.edges},
-          {"borderEdges", report.borderEdges}, {"edgesOfMoreThanTwoFaces", report.crowdedEdges},
+  return {{"prim", report.path},
+          {"points", report.points},
+          {"faces", report.faces},
+          {"faceVertices", report.faceVertices},
+          {"triangles", report.triangles},
+          {"quads", report.quads},
+          {"edges", report.edges},
+          {"borderEdges", report.borderEdges},
+          {"edgesOfMoreThanTwoFaces", report.crowdedEdges},
           {"bounds", empty ? Json() : Json{{"min", vector(report.bounds.min)}, {"max", vector(report.bounds.max)}}},
-          {"subdivisionScheme", report.scheme}, {"orientation", report.orientation}, {"primvars", primvars},
+          {"subdivisionScheme", report.scheme},
+          {"orientation", report.orientation},
+          {"primvars", primvars},
           {"defects", defects}};
 }
 
@@ -259,7 +272,8 @@ std::string textOf(const Vec3<float>& v) { return toText(v.x) + " " + toText(v.y
 void print(const MeshReport& report) {
   std::printf("%s\n  %zu points, %zu faces (%zu triangles, %zu quads), %zu face-vertices\n", report.path.c_str(), report.points,
               report.faces, report.triangles, report.quads, report.faceVertices);
-  std::printf("  %zu edges, %zu on borders, %zu of more than two faces\n", report.edges, report.borderEdges, report.crowdedEdges);
+  std::printf("  %zu edges, %zu on borders, %zu of more than two faces\n", report.edges, report.borderEdges,
+              report.crowdedEdges);
   if (!report.bounds.isEmpty())
     std::printf("  from %s to %s\n", textOf(report.bounds.min).c_str(), textOf(report.bounds.max).c_str());
   std::printf("  subdivision %s, %s\n", report.scheme.c_str(), report.orientation.c_str());
@@ -304,7 +318,8 @@ void mesh(const MeshOptions& options) {
   if (defects > 0)
     throw Failure{kBadInput, "defects", options.file,
                   std::to_string(defects) + " of their kinds in " + std::to_string(faulty) + " of " +
-                      std::to_string(prims.size()) + " meshes", ""};
+                      std::to_string(prims.size()) + " meshes",
+                  ""};
 }
 
 }  // namespace command

@@ -47,8 +47,10 @@ void pick(const PickOptions& options) {
   } else {
     const View view = makeView(*stage, scene.view(), extent);
     if (options.pixelX >= view.width || options.pixelY >= view.height)
-      throw Failure{kUsage, "wrong usage", "--pixel", "lies outside the picture of " + std::to_string(view.width) + " x " +
-                    std::to_string(view.height) + " pixels", "try a larger --size"};
+      throw Failure{
+          kUsage, "wrong usage", "--pixel",
+          "lies outside the picture of " + std::to_string(view.width) + " x " + std::to_string(view.height) + " pixels",
+          "try a larger --size"};
     const tarn::Vec2<float> place = view.ndc(options.pixelX + 0.5, options.pixelY + 0.5);
     RayMaker(view, engine->origin()).make(&place, 1, rays);
   }

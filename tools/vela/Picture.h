@@ -21,12 +21,10 @@ struct Plane {
 struct Picture {
   int width = 0, height = 0;
   std::vector<Plane> planes;
-  float worldToCamera[16] = {};                                ///< storage order of tarn::Mat4
+  float worldToCamera[16] = {};                            ///< storage order of tarn::Mat4
   std::vector<std::pair<std::string, std::string>> texts;  ///< further attributes: name, text
 
-  [[nodiscard]] std::size_t pixelCount() const {
-    return static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
-  }
+  [[nodiscard]] std::size_t pixelCount() const { return static_cast<std::size_t>(width) * static_cast<std::size_t>(height); }
 };
 
 /// Writes an OpenEXR file, ZIP-compressed, with the display window at 0, 0.

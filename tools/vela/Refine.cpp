@@ -84,11 +84,12 @@ Colours coloursOf(const Shape& shape, double time) {
   const ovo::Primvar primvar = shape.prim.findInheritedPrimvar(names.displayColor);
   if (!primvar.isValid() || !primvar.computeFlattened(colours.values, time)) return {};
   colours.interpolation = primvar.interpolation();
-  const std::size_t needed = colours.interpolation == names.constant                                                ? 1
-                             : colours.interpolation == names.uniform                                               ? shape.counts.size()
-                             : colours.interpolation == names.faceVarying                                           ? shape.indices.size()
-                             : colours.interpolation == names.vertex || colours.interpolation == names.varying ? shape.points.size()
-                                                                                                                    : 0;
+  const std::size_t needed = colours.interpolation == names.constant      ? 1
+                             : colours.interpolation == names.uniform     ? shape.counts.size()
+                             : colours.interpolation == names.faceVarying ? shape.indices.size()
+                             : colours.interpolation == names.vertex || colours.interpolation == names.varying
+                                 ? shape.points.size()
+                                 : 0;
   if (needed == 0 || colours.values.size() < needed) return {};
   return colours;
 }

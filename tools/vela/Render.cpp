@@ -59,8 +59,7 @@ struct Job {
 class TileRenderer {
  public:
   explicit TileRenderer(const Job& job)
-      : job_(job), maker_(job.view, job.engine.origin()),
-        samples_(kTileSize, PixelSamples(job.grid, job.ambientGrid)) {}
+      : job_(job), maker_(job.view, job.engine.origin()), samples_(kTileSize, PixelSamples(job.grid, job.ambientGrid)) {}
 
   void render(const Tile& tile) {
     for (int y = tile.y0; y < tile.y1; ++y) renderRow(tile, y);
@@ -149,8 +148,7 @@ class TileRenderer {
       const auto k = static_cast<std::size_t>(channel.component);
       switch (channel.quantity) {
         case Quantity::depth:
-          plane.floats[p] =
-              hit.hit ? depthOf(job_.view, ray.direction, hit.distance) : std::numeric_limits<float>::infinity();
+          plane.floats[p] = hit.hit ? depthOf(job_.view, ray.direction, hit.distance) : std::numeric_limits<float>::infinity();
           break;
         case Quantity::position: plane.floats[p] = hit.hit ? static_cast<float>(world[k]) : 0.0f; break;
         case Quantity::normal: plane.floats[p] = normal[k]; break;
@@ -255,7 +253,8 @@ void render(const RenderOptions& options) {
   const Extent extent = extentOf(list);
   const tarn::Box3<double>& bounds = extent.box;
   if (bounds.isEmpty())
-    std::fprintf(stderr, "vela render: warning: nothing to show: %s: no mesh is visible, of the purposes asked for and not left out\n",
+    std::fprintf(stderr,
+                 "vela render: warning: nothing to show: %s: no mesh is visible, of the purposes asked for and not left out\n",
                  options.scene.file.c_str());
   const View view = makeView(*stage, options.scene.view(), extent);
 
@@ -278,8 +277,19 @@ void render(const RenderOptions& options) {
   Picture picture = makePicture(layers, view, list);
   std::vector<float> flat(png ? picture.pixelCount() * 3 : 0);
   std::atomic<std::uint64_t> rays{0};
-  const Job job{options, layers, view,    *engine, list, needsColour ? &*shader : nullptr, needsNormals ? &*shader : nullptr, grid,
-                ambientGrid, frameOf(options.scene.time), picture, flat, rays};
+  const Job job{options,
+                layers,
+                view,
+                *engine,
+                list,
+                needsColour ? &*shader : nullptr,
+                needsNormals ? &*shader : nullptr,
+                grid,
+                ambientGrid,
+                frameOf(options.scene.time),
+                picture,
+                flat,
+                rays};
   std::vector<std::unique_ptr<TileRenderer>> renderers(static_cast<std::size_t>(threadCount(options.threads)));
   forEachTile("render", view.width, view.height, options.threads, rays, [&](const Tile& tile, int thread) {
     auto& renderer = renderers[static_cast<std::size_t>(thread)];

@@ -30,7 +30,8 @@ bool exists(const std::string& path) {
 // A scheme and its colon, as references of most managers begin. One letter is a drive of another system's paths.
 bool hasScheme(const std::string& text) {
   std::size_t length = 0;
-  while (length < text.size() && (std::isalnum(static_cast<unsigned char>(text[length])) || (length > 0 && std::strchr("+.-", text[length]))))
+  while (length < text.size() &&
+         (std::isalnum(static_cast<unsigned char>(text[length])) || (length > 0 && std::strchr("+.-", text[length]))))
     ++length;
   return length > 1 && length < text.size() && text[length] == ':' && std::isalpha(static_cast<unsigned char>(text[0]));
 }
@@ -88,7 +89,8 @@ Resolution resolutionOf(const std::string& reference) {
   Resolution result;
   result.reference = reference;
   Failure& failure = result.failure;
-  failure = {kBadInput, "cannot resolve", reference.empty() ? "''" : reference, "", "see what the asset manager holds under that name"};
+  failure = {kBadInput, "cannot resolve", reference.empty() ? "''" : reference, "",
+             "see what the asset manager holds under that name"};
 
   const LogListener listener;
   if (!vela::asset::isAssetPath(reference)) {
@@ -100,7 +102,7 @@ Resolution resolutionOf(const std::string& reference) {
   } else if (std::string path; vela::asset::resolveAssetLocation(reference, path)) {
     result.path = path;
   } else {
-    failure.why = !listener.error().empty()    ? listener.error()
+    failure.why = !listener.error().empty()   ? listener.error()
                   : !manager().remark.empty() ? manager().remark
                                               : "the asset manager has no location for it";
   }

@@ -146,7 +146,8 @@ void reportNotShown(const char* verb, const MeshList& list) {
                  list.badInstances == 1 ? " has" : "s have", list.badInstances == 1 ? "is" : "are");
   if (!list.notRefined.empty())
     std::fprintf(stderr, "vela %s: note: %zu subdivision surface%s shown unrefined%s %s\n", verb, list.notRefined.size(),
-                 list.notRefined.size() == 1 ? " is" : "s are", list.notRefined.size() == 1 ? ":" : ", the first", list.notRefined[0].c_str());
+                 list.notRefined.size() == 1 ? " is" : "s are", list.notRefined.size() == 1 ? ":" : ", the first",
+                 list.notRefined[0].c_str());
   if (list.notShown.empty()) return;
   std::size_t total = 0;
   std::string types;
@@ -232,8 +233,7 @@ Extent extentOf(const MeshList& list) {
 
 // ----- surfaces
 
-Surface::Surface(const Shape& shape, double time, bool smooth)
-    : shape_(shape), time_(time) {
+Surface::Surface(const Shape& shape, double time, bool smooth) : shape_(shape), time_(time) {
   const ovo::Tokens& names = ovo::tokens();
 
   // A face of a negative count takes no room: the tracer never reports it, and later faces keep their places.
@@ -301,7 +301,8 @@ Vec3<float> Surface::at(const Values& values, int face, const Vec3<float>& objec
   Vec3<double> sum;
   for (std::size_t i = 0; i < weights.count; ++i)
     if (weights.data[i] != 0.0)
-      sum += Vec3<double>(values.spread == Spread::point ? data[static_cast<std::size_t>(corners[i])] : data[starts_[f] + i]) * weights.data[i];
+      sum += Vec3<double>(values.spread == Spread::point ? data[static_cast<std::size_t>(corners[i])] : data[starts_[f] + i]) *
+             weights.data[i];
   return Vec3<float>(sum);
 }
 
@@ -342,8 +343,7 @@ void Surface::weigh(int face, const Vec3<float>& objectPoint, Weights& weights) 
   // The weight of a corner is the sum of tan(half angle) to both neighbours, over its distance. The sign of an angle comes
   // from the polygon's own normal, so that concave corners count right.
   Vec3<double> normal;
-  for (std::size_t i = 0; i < count; ++i)
-    normal += cross(seen[i].direction, seen[(i + 1) % count].direction);
+  for (std::size_t i = 0; i < count; ++i) normal += cross(seen[i].direction, seen[(i + 1) % count].direction);
   const auto halfTangent = [&](std::size_t i, std::size_t j, bool& onEdge) {
     const double cosine = dot(seen[i].direction, seen[j].direction);
     const double sine = dot(cross(seen[i].direction, seen[j].direction), normal) < 0.0

@@ -79,7 +79,7 @@ struct MeshEntry {
 
 struct MeshList {
   std::vector<Shape> shapes;
-  std::vector<MeshEntry> entries;               ///< in the order of the scene, parents first
+  std::vector<MeshEntry> entries;  ///< in the order of the scene, parents first
   std::vector<Instance> instances;
   std::vector<ovo::Prim> instancers;
   std::map<std::string, std::size_t> notShown;  ///< prims that have a shape but no faces to trace, by type name
@@ -118,7 +118,7 @@ void reportNotShown(const char* verb, const MeshList& list);
 
 /// How far meshes reach in the world.
 struct Extent {
-  tarn::Box3<double> box;                          ///< empty without a finite point
+  tarn::Box3<double> box;                     ///< empty without a finite point
   std::vector<tarn::Vec3<double>> outermost;  ///< the farthest points in a few directions, for framing; empty with the box
 };
 

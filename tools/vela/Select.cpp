@@ -139,8 +139,8 @@ void castThrough(const Engine& engine, const MeshList& list, const std::vector<R
       while (engine.intersectEntry(entry, ray, hit)) {
         met.add(entry, list.shapeOf(entry).sceneFace(hit.face));
         // The next float past this hit, and past where the ray began: every round gets further.
-        ray.minDistance = std::nextafter(std::max(static_cast<float>(hit.distance), ray.minDistance),
-                                         std::numeric_limits<float>::infinity());
+        ray.minDistance =
+            std::nextafter(std::max(static_cast<float>(hit.distance), ray.minDistance), std::numeric_limits<float>::infinity());
         if (!(ray.minDistance < ray.maxDistance)) break;
       }
     }
@@ -165,11 +165,13 @@ class PixelFinder {
         const double length = p.length();
         if (!(length > 0.0)) return false;
         const double phi = std::atan2(-p.x, p.z), theta = std::acos(-p.y / length);
-        ndc = ndcFromWindow_.transformPoint({(phi < 0.0 ? phi + 2.0 * kPi : phi) / kPi - 1.0, (2.0 * theta / kPi - 1.0) * aspect, 0.0});
+        ndc = ndcFromWindow_.transformPoint(
+            {(phi < 0.0 ? phi + 2.0 * kPi : phi) / kPi - 1.0, (2.0 * theta / kPi - 1.0) * aspect, 0.0});
         break;
       }
       case vela::LensProjection::cylindrical: {
-        const double radius = std::sqrt(p.x * p.x + p.z * p.z), half = 0.5 * static_cast<double>(view_.sample.lensMagnification());
+        const double radius = std::sqrt(p.x * p.x + p.z * p.z),
+                     half = 0.5 * static_cast<double>(view_.sample.lensMagnification());
         if (!(radius > 0.0)) return false;
         const double phi = std::atan2(-p.x, p.z);
         ndc = ndcFromWindow_.transformPoint({(phi < 0.0 ? phi + 2.0 * kPi : phi) / kPi - 1.0, p.y / radius / half, 0.0});
@@ -223,7 +225,8 @@ bool addVertices(GeoSelection& selection, const MeshEntry& entry, const Shape& s
         Vec2<double> pixel;
         const int place = from ? from->placesOfPoints.cdata()[point] : static_cast<int>(point);
         if (place < 0 || !finder.find(entry.worldFromObject.transformPoint(Vec3<double>(data[place])), pixel)) continue;
-        if (pixel.x >= options.rect[0] && pixel.x < options.rect[2] + 1 && pixel.y >= options.rect[1] && pixel.y < options.rect[3] + 1)
+        if (pixel.x >= options.rect[0] && pixel.x < options.rect[2] + 1 && pixel.y >= options.rect[1] &&
+            pixel.y < options.rect[3] + 1)
           chosen.push_back(point);
       }
     start += corners;
@@ -253,7 +256,8 @@ SelectionReport reportOf(const GeoSelection& selection) {
   for (const auto& [path, object] : selection) {
     const WeightedPartSelection &vertices = object.getPartSelection(vela::Selection::vertices),
                                 &faces = object.getPartSelection(vela::Selection::faces);
-    report.objects.push_back({path.asString(), object.objectSelected, vertices.size(), faces.size(), runsOf(vertices), runsOf(faces)});
+    report.objects.push_back(
+        {path.asString(), object.objectSelected, vertices.size(), faces.size(), runsOf(vertices), runsOf(faces)});
   }
   std::sort(report.objects.begin(), report.objects.end(), [](const auto& a, const auto& b) { return a.path < b.path; });
   return report;
@@ -303,8 +307,9 @@ void select(const SelectOptions& options) {
   const tarn::Box3<double>& bounds = extent.box;
   const View view = makeView(*stage, scene.view(), extent);
   if (options.rect[2] >= view.width || options.rect[3] >= view.height)
-    throw Failure{kUsage, "wrong usage", "--rect", "lies outside the picture of " + std::to_string(view.width) + " x " +
-                  std::to_string(view.height) + " pixels", "try a larger --size"};
+    throw Failure{kUsage, "wrong usage", "--rect",
+                  "lies outside the picture of " + std::to_string(view.width) + " x " + std::to_string(view.height) + " pixels",
+                  "try a larger --size"};
   const Vec3<double> middle = bounds.isEmpty() ? Vec3<double>() : bounds.center();
 
   FacesMet met(list);

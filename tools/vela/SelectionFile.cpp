@@ -35,7 +35,8 @@ vela::Selection::GeoSelection readSelection(const std::string& file) {
   vela::Selection::GeoSelection selection;
   selection.deserialize(text);
   if (selection.size() == 0 && !isEmptySelection(text.str()))
-    throw Failure{kBadInput, "cannot read the selection", file, "it is no selection, or a damaged one", "make it anew with vela select"};
+    throw Failure{kBadInput, "cannot read the selection", file, "it is no selection, or a damaged one",
+                  "make it anew with vela select"};
   return selection;
 }
 

@@ -63,7 +63,7 @@ class Shader {
 
   /// A ray that decides over some light, and the light.
   struct Light {
-    std::size_t target;       ///< the caller's number of the sample
+    std::size_t target;        ///< the caller's number of the sample
     tarn::Vec3<float> colour;  ///< what arrives when nothing is in the way
   };
   struct Batch {
@@ -89,7 +89,7 @@ class Shader {
     tarn::Mat4<double> objectFromEngine;
     const Surface* surface;
     const tarn::Vec3<float>* colour;  ///< of the instance; null where the surface's own counts
-    float scale;  ///< the most that a length in the object grows in the world
+    float scale;                      ///< the most that a length in the object grows in the world
   };
   [[nodiscard]] tarn::Vec3<float> colour(const Placed& placed, int face, const tarn::Vec3<float>& objectPoint) const;
 

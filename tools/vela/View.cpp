@@ -129,7 +129,8 @@ View makeView(const ovo::Stage& stage, const ViewOptions& options, const Extent&
     view.worldFromCamera = view.sample.xform.l2w;
     const vela::LensProjection own = vela::cameraPrimLens(camera, options.time);
     if (!lensIsNamed) view.lens = own;
-    const Vec3<double> toCentre = (extent.box.isEmpty() ? Vec3<double>() : extent.box.center()) - column(view.worldFromCamera, 3);
+    const Vec3<double> toCentre =
+        (extent.box.isEmpty() ? Vec3<double>() : extent.box.center()) - column(view.worldFromCamera, 3);
     double distance = -dot(toCentre, column(view.worldFromCamera, 2));
     if (!(distance > 0.0)) distance = toCentre.length() > 0.0 ? toCentre.length() : 1.0;
     auto& aperture = view.sample.sensor.apertureSize;

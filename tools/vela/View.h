@@ -19,8 +19,8 @@
 namespace command {
 
 struct ViewOptions {
-  std::string camera;  ///< path; empty: the first camera of the scene, or a view of all of it
-  std::string lens;    ///< perspective, orthographic, spherical, cylindrical; empty: as the camera is
+  std::string camera;         ///< path; empty: the first camera of the scene, or a view of all of it
+  std::string lens;           ///< perspective, orthographic, spherical, cylindrical; empty: as the camera is
   int width = 0, height = 0;  ///< 0: 1280x720, for the spherical lens 1280x640
   double time = 0.0;
 };

@@ -94,8 +94,8 @@ template <class T>
 inline constexpr std::size_t dimensionOf<tarn::Vec4<T>> = 4;
 
 template <class S>
-inline constexpr bool isQuat = std::is_same_v<S, pxr::GfQuatf> || std::is_same_v<S, pxr::GfQuatd> ||
-                               std::is_same_v<S, pxr::GfQuath>;
+inline constexpr bool isQuat =
+    std::is_same_v<S, pxr::GfQuatf> || std::is_same_v<S, pxr::GfQuatd> || std::is_same_v<S, pxr::GfQuath>;
 
 // Any number to any number: half has conversions to and from float only.
 template <class To, class From>
@@ -172,8 +172,8 @@ template <class S, class T>
     for (std::size_t i = 0; i < 16; ++i) stored.GetArray()[i] = value[i];
   } else if constexpr (isQuat<S>) {
     using Number = typename S::ScalarType;
-    stored = S(castNumber<Number>(value.w), castNumber<Number>(value.x), castNumber<Number>(value.y),
-               castNumber<Number>(value.z));
+    stored =
+        S(castNumber<Number>(value.w), castNumber<Number>(value.x), castNumber<Number>(value.y), castNumber<Number>(value.z));
   } else {
     using Number = typename S::ScalarType;
     for (std::size_t i = 0; i < dimensionOf<T>; ++i) stored[i] = castNumber<Number>(value[i]);
@@ -220,8 +220,7 @@ template <class E, class... S>
 }
 
 template <class T, class... S>
-[[nodiscard]] bool readSingle(const pxr::VtValue& stored, T& value, const pxr::SdfLayerOffset& times,
-                              StoredTypes<S...>) {
+[[nodiscard]] bool readSingle(const pxr::VtValue& stored, T& value, const pxr::SdfLayerOffset& times, StoredTypes<S...>) {
   bool done = false;
   T fresh{};
   (void)((stored.IsHolding<S>() && (done = fromStored(stored.UncheckedGet<S>(), fresh, times), true)) || ...);
@@ -255,7 +254,8 @@ template <class S, class T>
     pxr::VtArray<S> array(value.size());
     S* const out = array.data();
     if constexpr (sameLayout<S, E>()) {
-      if (!value.empty()) std::memcpy(static_cast<void*>(out), static_cast<const void*>(value.cdata()), value.size() * sizeof(E));
+      if (!value.empty())
+        std::memcpy(static_cast<void*>(out), static_cast<const void*>(value.cdata()), value.size() * sizeof(E));
     } else {
       for (std::size_t i = 0; i < value.size(); ++i)
         if (!toStored(value[i], out[i])) return false;

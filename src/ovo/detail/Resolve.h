@@ -12,8 +12,8 @@ namespace ovo::detail {
 struct Source {
   enum Kind { nothing, samples, spline, single } kind = nothing;
   const Opinion* opinion = nullptr;
-  pxr::SdfPath path;     ///< of the property, in the opinion's layer
-  pxr::VtValue value;    ///< of a single value or a spline
+  pxr::SdfPath path;   ///< of the property, in the opinion's layer
+  pxr::VtValue value;  ///< of a single value or a spline
 };
 
 /// A value found at a time.
@@ -37,13 +37,11 @@ struct Found {
 [[nodiscard]] const Fallback* findFallback(const PrimNode& node, const std::string& name);
 
 /// The strongest value of a field of a property, other than its values.
-[[nodiscard]] bool findField(const PrimNode& node, const pxr::TfToken& name, const pxr::TfToken& field,
-                             pxr::VtValue& value);
+[[nodiscard]] bool findField(const PrimNode& node, const pxr::TfToken& name, const pxr::TfToken& field, pxr::VtValue& value);
 [[nodiscard]] bool hasProperty(const PrimNode& node, const pxr::TfToken& name, pxr::SdfSpecType type);
 [[nodiscard]] pxr::SdfValueTypeName findType(const PrimNode& node, const std::string& name);
 
 /// The attribute's path in the edit layer, its spec made when it is not there; the empty path when it cannot be.
-[[nodiscard]] pxr::SdfPath editAttribute(const PrimNode& node, const std::string& name,
-                                         const pxr::SdfValueTypeName& type);
+[[nodiscard]] pxr::SdfPath editAttribute(const PrimNode& node, const std::string& name, const pxr::SdfValueTypeName& type);
 
 }  // namespace ovo::detail

@@ -27,9 +27,9 @@ class StageData;
 /// One layer's say about one prim.
 struct Opinion {
   pxr::SdfLayer* layer = nullptr;
-  pxr::SdfPath path;                    ///< the prim's path in that layer
-  pxr::SdfLayerOffset stageFromLayer;   ///< times
-  pxr::PcpNodeRef node;                 ///< where it comes from; none for what an edit added since
+  pxr::SdfPath path;                   ///< the prim's path in that layer
+  pxr::SdfLayerOffset stageFromLayer;  ///< times
+  pxr::PcpNodeRef node;                ///< where it comes from; none for what an edit added since
 
   [[nodiscard]] pxr::SdfPath property(const pxr::TfToken& name) const { return path.AppendProperty(name); }
   [[nodiscard]] double stageTime(double layerTime) const { return stageFromLayer * layerTime; }

@@ -70,8 +70,7 @@ std::shared_ptr<openassetio::trait::TraitsData> resolveAsset(const std::string& 
     TraitsDataPtr data;
     if (detail::findResolved(key, data)) return data;
 
-    data = manager->resolve(*entityReference, traitSet, openassetio::access::ResolveAccess::kRead,
-                            detail::contextForCalls());
+    data = manager->resolve(*entityReference, traitSet, openassetio::access::ResolveAccess::kRead, detail::contextForCalls());
     detail::storeResolved(key, data);
     return data;
   });
@@ -82,8 +81,8 @@ bool getAssetLocation(const std::shared_ptr<openassetio::trait::TraitsData>& tra
 }
 
 bool resolveAssetLocation(const std::string& url, std::string& path) {
-  const bool found = detail::guarded(
-      kLocationFailure, false, [&] { return locationOf(resolveAsset(url, {kLocatableContentTrait}), path); });
+  const bool found =
+      detail::guarded(kLocationFailure, false, [&] { return locationOf(resolveAsset(url, {kLocatableContentTrait}), path); });
   if (!found && &path != &url) path = url;
   return found;
 }

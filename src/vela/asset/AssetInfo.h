@@ -32,8 +32,8 @@ inline constexpr const char* kLocatableContentTrait = "openassetio-mediacreation
 /// \param traitSet  the trait ids that are asked for
 /// \return null without a manager, with an empty set, for a manager that does not resolve and for a text that is no
 ///         reference (all silently), and when the manager fails. Every answer is kept until clearCache()
-[[nodiscard]] VELA_API std::shared_ptr<openassetio::v1::trait::TraitsData> resolveAsset(
-    const std::string& reference, const std::set<std::string>& traitSet);
+[[nodiscard]] VELA_API std::shared_ptr<openassetio::v1::trait::TraitsData> resolveAsset(const std::string& reference,
+                                                                                        const std::set<std::string>& traitSet);
 
 /// The file path of resolved data.
 /// \param path  untouched when false is returned

@@ -107,10 +107,10 @@ TEST_F(AssetProcess, UnknownManagerIsReportedAndLeavesNone) {
 }
 
 TEST_F(AssetProcess, SetupThatFailsLeavesTheManagerThatWasThere) {
-  EXPECT_EQ(run({"setup=" + nativeConfig(), "setup=" + folder_.file("missing.toml"), "has-manager",
-                 "location=test:url:file:///x"})
-                .out,
-            "manager\n1 /x\n");
+  EXPECT_EQ(
+      run({"setup=" + nativeConfig(), "setup=" + folder_.file("missing.toml"), "has-manager", "location=test:url:file:///x"})
+          .out,
+      "manager\n1 /x\n");
   EXPECT_THAT(log(), HasSubstr("(Unexpected): Could not load default config from '" + folder_.file("missing.toml") +
                                "', file does not exist."));
 }
@@ -151,8 +151,8 @@ TEST_F(AssetProcess, ClearCacheBuildsTheManagerFromTheEnvironmentAlone) {
   const std::string given = nativeConfig();
   EXPECT_EQ(run({"setup=" + given, "location=test:count", "location=test:count", "clear-cache", "location=test:count"}).out,
             "1 /1\n1 /1\n1 /2\n");
-  environment_["OPENASSETIO_DEFAULT_CONFIG"] = config(
-      "other.toml", "[manager]\nidentifier = \"org.vela.test.native\"\n[manager.settings]\nresolution = false\n");
+  environment_["OPENASSETIO_DEFAULT_CONFIG"] =
+      config("other.toml", "[manager]\nidentifier = \"org.vela.test.native\"\n[manager.settings]\nresolution = false\n");
   EXPECT_EQ(run({"setup=" + given, "location=test:count", "clear-cache", "location=test:count"}).out, "1 /1\n0 test:count\n");
 }
 
@@ -213,8 +213,8 @@ TEST_F(PythonAssetProcess, PythonManagerResolvesVersionsAndPercentEncodedPaths) 
                  "location=bal:///models/teapot", "location=bal:///models/teapot?v=1", "info=bal:///models/teapot?v=2",
                  "location=/plain.usd"})
                 .out,
-            "manager\n1\n0\n1 " + folder_.path() + "/demo/teapot v2.usda\n1 " + folder_.path() +
-                "/demo/teapot v1.usda\n1 1 " + folder_.path() + "/demo/teapot v2.usda\n0 /plain.usd\n");
+            "manager\n1\n0\n1 " + folder_.path() + "/demo/teapot v2.usda\n1 " + folder_.path() + "/demo/teapot v1.usda\n1 1 " +
+                folder_.path() + "/demo/teapot v2.usda\n0 /plain.usd\n");
   EXPECT_EQ(log(), "");
 }
 
@@ -226,11 +226,12 @@ TEST_F(PythonAssetProcess, ShippedLibraryKnowsTheDemoScene) {
 }
 
 TEST_F(PythonAssetProcess, FailuresOfAPythonManagerAreInTheLog) {
-  EXPECT_EQ(run({python_, "setup=" + config_, "location=bal:///bad/url", "location=bal:///bad/type", "location=bal:///bad/nothing",
-                 "location=bal:///bad/noaccess", "location=bal:///no/such", "location=bal:///models/teapot?v=9"})
-                .out,
-            "0 bal:///bad/url\n0 bal:///bad/type\n0 bal:///bad/nothing\n0 bal:///bad/noaccess\n0 bal:///no/such\n"
-            "0 bal:///models/teapot?v=9\n");
+  EXPECT_EQ(
+      run({python_, "setup=" + config_, "location=bal:///bad/url", "location=bal:///bad/type", "location=bal:///bad/nothing",
+           "location=bal:///bad/noaccess", "location=bal:///no/such", "location=bal:///models/teapot?v=9"})
+          .out,
+      "0 bal:///bad/url\n0 bal:///bad/type\n0 bal:///bad/nothing\n0 bal:///bad/noaccess\n0 bal:///no/such\n"
+      "0 bal:///models/teapot?v=9\n");
   const std::string text = log();
   EXPECT_THAT(text, HasSubstr("[Asset System Error]Failed to resolve invalid url: not a url\n"));
   EXPECT_THAT(text, HasSubstr("[Asset System Error]Failed to resolve asset location: Invalid stored value type: should be "
@@ -239,14 +240,16 @@ TEST_F(PythonAssetProcess, FailuresOfAPythonManagerAreInTheLog) {
   EXPECT_THAT(text, HasSubstr("[Asset System Error]Failed to resolve asset: BatchElementException: "
                               "entityResolutionError: Entity 'no/such' not found"));
   std::size_t messages = 0;
-  for (std::size_t at = text.find("[Asset System "); at != std::string::npos; at = text.find("[Asset System ", at + 1)) ++messages;
+  for (std::size_t at = text.find("[Asset System "); at != std::string::npos; at = text.find("[Asset System ", at + 1))
+    ++messages;
   EXPECT_EQ(messages, 5u) << "one each, and none for data without a location:\n" << text;
 }
 
 TEST_F(PythonAssetProcess, FailureOfPythonItselfIsReported) {
   EXPECT_TRUE(writeFile(folder_.file("library.json"), "no library"));
   EXPECT_EQ(run({python_, "setup=" + config_, "has-manager"}).out, "no manager\n");
-  EXPECT_THAT(log(), StartsWith("[Asset System Error]Failed to create the default OpenAssetIO Manager (Unexpected): JSONDecodeError"));
+  EXPECT_THAT(log(),
+              StartsWith("[Asset System Error]Failed to create the default OpenAssetIO Manager (Unexpected): JSONDecodeError"));
 }
 
 TEST_F(PythonAssetProcess, PythonManagerWithoutResolutionIsInstalledWithAWarning) {
@@ -255,15 +258,17 @@ TEST_F(PythonAssetProcess, PythonManagerWithoutResolutionIsInstalledWithAWarning
   EXPECT_TRUE(writeFile(folder_.file("library.json"), library));
   EXPECT_EQ(run({python_, "level=2", "setup=" + config_, "has-manager", "location=bal:///models/teapot"}).out,
             "manager\n0 bal:///models/teapot\n");
-  EXPECT_EQ(log(),
-            "[Asset System Warning]Loaded manager Basic Asset Library \xf0\x9f\x93\x96, but it does not support asset resolution "
-            "and will be ignored\n");
+  EXPECT_EQ(
+      log(),
+      "[Asset System Warning]Loaded manager Basic Asset Library \xf0\x9f\x93\x96, but it does not support asset resolution "
+      "and will be ignored\n");
 }
 
 TEST_F(PythonAssetProcess, ClearCacheMakesThePythonManagerAnew) {
   environment_["OPENASSETIO_DEFAULT_CONFIG"] = config_;
-  EXPECT_EQ(run({python_, "setup=", "location=bal:///models/teapot?v=1", "clear-cache", "location=bal:///models/teapot?v=1"}).out,
-            "1 " + folder_.path() + "/demo/teapot v1.usda\n1 " + folder_.path() + "/demo/teapot v1.usda\n");
+  EXPECT_EQ(
+      run({python_, "setup=", "location=bal:///models/teapot?v=1", "clear-cache", "location=bal:///models/teapot?v=1"}).out,
+      "1 " + folder_.path() + "/demo/teapot v1.usda\n1 " + folder_.path() + "/demo/teapot v1.usda\n");
 }
 
 TEST_F(PythonAssetProcess, NativeManagersWorkBesidePython) {
@@ -290,8 +295,9 @@ TEST_F(PythonAssetProcess, LoadedButSleepingPythonIsLeftOut) {
 }
 
 TEST_F(PythonAssetProcess, InterpreterThatAppearsLaterIsFoundAtTheNextSetup) {
-  EXPECT_EQ(run({"setup=" + config_, "has-manager", python_, "setup=" + config_, "has-manager", "location=bal:///models/teapot"}).out,
-            "no manager\nmanager\n1 " + folder_.path() + "/demo/teapot v2.usda\n");
+  EXPECT_EQ(
+      run({"setup=" + config_, "has-manager", python_, "setup=" + config_, "has-manager", "location=bal:///models/teapot"}).out,
+      "no manager\nmanager\n1 " + folder_.path() + "/demo/teapot v2.usda\n");
 }
 
 TEST_F(PythonAssetProcess, ThreadsResolveThroughPython) {

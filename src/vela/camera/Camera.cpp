@@ -62,8 +62,7 @@ void Camera::Sample::updateDerivedValues(const LensProjectionFunction* projectio
   // Lens.
   lensMagnification_ = static_cast<float>(sensor.apertureSize.x / optics.focalLength);
   lensPupilRadius_ = static_cast<float>(optics.focalLength / lensAp.fStop * 0.5);
-  distortionEnabled_ =
-      optics.opticalDistortionA != 0.0 || optics.opticalDistortionB != 0.0 || optics.opticalDistortionC != 0.0;
+  distortionEnabled_ = optics.opticalDistortionA != 0.0 || optics.opticalDistortionB != 0.0 || optics.opticalDistortionC != 0.0;
 
   // Film window.
   ndc = BuildNDCTransform(*this, false);
@@ -118,10 +117,9 @@ std::ostream& operator<<(std::ostream& os, const CameraLensApertureParameters& l
 
 std::ostream& operator<<(std::ostream& os, const CameraOpticsParameters& optics) {
   return os << "optics{ focalLength[" << optics.focalLength << "], focusDistance[" << optics.focusDistance
-            << "], opticalAttenuation[" << optics.opticalAttenuation << "], opticalWidthSqueeze["
-            << optics.opticalWidthSqueeze << "], opticalDistortionA[" << optics.opticalDistortionA
-            << "], opticalDistortionB[" << optics.opticalDistortionB << "], opticalDistortionC["
-            << optics.opticalDistortionC << "] }";
+            << "], opticalAttenuation[" << optics.opticalAttenuation << "], opticalWidthSqueeze[" << optics.opticalWidthSqueeze
+            << "], opticalDistortionA[" << optics.opticalDistortionA << "], opticalDistortionB[" << optics.opticalDistortionB
+            << "], opticalDistortionC[" << optics.opticalDistortionC << "] }";
 }
 
 std::ostream& operator<<(std::ostream& os, const Camera::Sample& sample) {

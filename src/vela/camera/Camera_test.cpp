@@ -275,8 +275,8 @@ TEST(CameraDerived, TheLensGivesTheProjection) {
 TEST(CameraDerived, WithoutALensTheMagnificationIsTakenAsItIs) {
   Camera::Sample s = windowed();
   s.updateDerivedValues(nullptr);
-  EXPECT_EQ(s.proj, vela::BuildProjectionMatrix(static_cast<double>(static_cast<float>(24.0 / 36.0)), 0.5, 100.0,
-                                                {0.25, -0.5}, {2.0, 4.0}, 30.0, true));
+  EXPECT_EQ(s.proj, vela::BuildProjectionMatrix(static_cast<double>(static_cast<float>(24.0 / 36.0)), 0.5, 100.0, {0.25, -0.5},
+                                                {2.0, 4.0}, 30.0, true));
   const vela::LinearProjection lens(false);
   const Mat4<double> without = s.proj;
   s.updateDerivedValues(&lens);
@@ -332,15 +332,14 @@ const char* const kIdentity = "[[1 0 0 0][0 1 0 0][0 0 1 0][0 0 0 1]]";
 std::string expectedDefault(const std::string& indent) {
   const std::string i = kIdentity;
   return indent + "{ time[0]\n" +  //
-         indent + "  xform{ parent" + i + ", local" + i + ", l2w" + i + ", w2l" + i + " }\n" +
-         indent + "  sensor{ apertureSize[[1 1]], apertureTranslate[[0 0]], apertureRotate[0], apertureScale[[1 1]], "
-                  "sceneToCameraFactor[0.001], sensorISO[100], sensorExposureBias[0] }\n" +
-         indent + "  mount{ offset[0, 0] }\n" +
-         indent + "  lensAp{ fStop[0], clipNearDistance[0.001], clipFarDistance[1] }\n" +
-         indent + "  optics{ focalLength[1], focusDistance[1], opticalAttenuation[0], opticalWidthSqueeze[1], "
-                  "opticalDistortionA[0], opticalDistortionB[0], opticalDistortionC[0] }\n" +
-         indent + "  derived{ ndc" + i + ", proj" + i +
-         ", lensMagnification[1], lensPupilRadius[0], distortionEnabled[0] }\n" +
+         indent + "  xform{ parent" + i + ", local" + i + ", l2w" + i + ", w2l" + i + " }\n" + indent +
+         "  sensor{ apertureSize[[1 1]], apertureTranslate[[0 0]], apertureRotate[0], apertureScale[[1 1]], "
+         "sceneToCameraFactor[0.001], sensorISO[100], sensorExposureBias[0] }\n" +
+         indent + "  mount{ offset[0, 0] }\n" + indent + "  lensAp{ fStop[0], clipNearDistance[0.001], clipFarDistance[1] }\n" +
+         indent +
+         "  optics{ focalLength[1], focusDistance[1], opticalAttenuation[0], opticalWidthSqueeze[1], "
+         "opticalDistortionA[0], opticalDistortionB[0], opticalDistortionC[0] }\n" +
+         indent + "  derived{ ndc" + i + ", proj" + i + ", lensMagnification[1], lensPupilRadius[0], distortionEnabled[0] }\n" +
          indent + "}\n";
 }
 

@@ -66,8 +66,8 @@ bool sameBits(const Vec3<float>& a, const Vec3<float>& b) { return std::memcmp(&
 
 /// Bit for bit, NaN and all.
 bool sameRays(const std::vector<RayContext>& a, const std::vector<RayContext>& b) {
-  return a.size() == b.size() &&
-         std::memcmp(static_cast<const void*>(a.data()), static_cast<const void*>(b.data()), a.size() * sizeof(RayContext)) == 0;
+  return a.size() == b.size() && std::memcmp(static_cast<const void*>(a.data()), static_cast<const void*>(b.data()),
+                                             a.size() * sizeof(RayContext)) == 0;
 }
 
 /// Records whose every byte, padding included, is known.
@@ -618,11 +618,12 @@ TEST(SphericalLens, FollowsItsFormulaBitForBit) {
     const auto unit = [](double x, double y, double z) {
       return Vec3<float>(static_cast<float>(x), static_cast<float>(y), static_cast<float>(z)).normalized();
     };
-    ASSERT_TRUE(sameBits(ray.direction, unit(-std::sin(phi) * std::sin(theta), -std::cos(theta), std::cos(phi) * std::sin(theta))));
+    ASSERT_TRUE(
+        sameBits(ray.direction, unit(-std::sin(phi) * std::sin(theta), -std::cos(theta), std::cos(phi) * std::sin(theta))));
     ASSERT_TRUE(sameBits(ray.xDirection,
                          unit(-std::sin(phiX) * std::sin(thetaY), -std::cos(theta), std::cos(phiX) * std::sin(thetaY))));
-    ASSERT_TRUE(sameBits(ray.yDirection,
-                         unit(-std::sin(phi) * std::sin(theta), -std::cos(thetaY), std::cos(phi) * std::sin(theta))));
+    ASSERT_TRUE(
+        sameBits(ray.yDirection, unit(-std::sin(phi) * std::sin(theta), -std::cos(thetaY), std::cos(phi) * std::sin(theta))));
     ASSERT_EQ(ray.origin, Vec3<float>());
     ASSERT_NEAR(ray.direction.length(), 1.0f, 1e-6f);
   }
@@ -693,7 +694,8 @@ TEST(RoundLenses, HaveTheBitsOfThePlainSineAndCosine) {
   const float h = sample.lensMagnification() * 0.5f;
   const auto component = [&](int i) {
     const double near = static_cast<double>(static_cast<int>(random() % 9) - 4) / 4.0;
-    return static_cast<float>(i % 2 == 0 ? u(random) : near + u(random) * std::pow(10.0, -1.0 - static_cast<double>(random() % 12)));
+    return static_cast<float>(i % 2 == 0 ? u(random)
+                                         : near + u(random) * std::pow(10.0, -1.0 - static_cast<double>(random() % 12)));
   };
   const auto unit = [](double x, double y, double z) {
     return Vec3<float>(static_cast<float>(x), static_cast<float>(y), static_cast<float>(z)).normalized();
@@ -721,11 +723,14 @@ TEST(RoundLenses, HaveTheBitsOfThePlainSineAndCosine) {
       const double phi = (clamp(c.x) + 1.0) * kPi, phiX = (clamp(c.x + c.dx) + 1.0) * kPi;
       const double theta = (clamp(c.y) * k + 1.0) * 0.5 * kPi, thetaY = (k * clamp(c.y + c.dy) + 1.0) * 0.5 * kPi;
       ASSERT_TRUE(sameBits(around[i].direction,
-                           unit(-std::sin(phi) * std::sin(theta), -std::cos(theta), std::cos(phi) * std::sin(theta)))) << where();
+                           unit(-std::sin(phi) * std::sin(theta), -std::cos(theta), std::cos(phi) * std::sin(theta))))
+          << where();
       ASSERT_TRUE(sameBits(around[i].xDirection,
-                           unit(-std::sin(phiX) * std::sin(thetaY), -std::cos(theta), std::cos(phiX) * std::sin(thetaY)))) << where();
+                           unit(-std::sin(phiX) * std::sin(thetaY), -std::cos(theta), std::cos(phiX) * std::sin(thetaY))))
+          << where();
       ASSERT_TRUE(sameBits(around[i].yDirection,
-                           unit(-std::sin(phi) * std::sin(theta), -std::cos(thetaY), std::cos(phi) * std::sin(theta)))) << where();
+                           unit(-std::sin(phi) * std::sin(theta), -std::cos(thetaY), std::cos(phi) * std::sin(theta))))
+          << where();
       const double y = static_cast<double>(h * static_cast<float>(clamp(c.y)));
       ASSERT_TRUE(sameBits(cylinder[i].direction, unit(-std::sin(phi), y, std::cos(phi)))) << where();
       ASSERT_TRUE(sameBits(cylinder[i].xDirection, unit(-std::sin(phiX), y, std::cos(phiX)))) << where();

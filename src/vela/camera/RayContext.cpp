@@ -42,8 +42,8 @@ static_assert(offsetof(RayContext, slopeBits) == 84);
 #pragma GCC diagnostic pop
 #endif
 
-void RayContext::set(const tarn::Vec3<float>& origin_, const tarn::Vec3<float>& direction_, unsigned short type_,
-                     double time_, short originType_, float minDistance_, float maxDistance_) {
+void RayContext::set(const tarn::Vec3<float>& origin_, const tarn::Vec3<float>& direction_, unsigned short type_, double time_,
+                     short originType_, float minDistance_, float maxDistance_) {
   origin = origin_;
   direction = direction_;
   minDistance = minDistance_;

@@ -74,9 +74,9 @@ class VELA_API RayContext {
   tarn::Vec3<float> xDirection;  ///< direction of the neighbouring ray in x
   tarn::Vec3<float> yDirection;  ///< and in y
   double time = 0.0;
-  std::uint16_t type = 0;        ///< one word of ray type, path type and test options
-  std::uint16_t assigned = 0;    ///< 1 once the record was filled as a whole; the library does not read it
-  std::int16_t originType = 0;   ///< kind of origin
+  std::uint16_t type = 0;       ///< one word of ray type, path type and test options
+  std::uint16_t assigned = 0;   ///< 1 once the record was filled as a whole; the library does not read it
+  std::int16_t originType = 0;  ///< kind of origin
 
  private:
   tarn::Vec3<float> invDir_;
@@ -125,9 +125,9 @@ class VELA_API RayContext {
     invDir_.x = 1.0f / direction.x;
     invDir_.y = 1.0f / direction.y;
     invDir_.z = 1.0f / direction.z;
-    slopeBits = static_cast<std::uint8_t>(static_cast<unsigned>(invDir_.x < 0.0f) |
-                                          static_cast<unsigned>(invDir_.y < 0.0f) << 1 |
-                                          static_cast<unsigned>(invDir_.z < 0.0f) << 2);
+    slopeBits =
+        static_cast<std::uint8_t>(static_cast<unsigned>(invDir_.x < 0.0f) | static_cast<unsigned>(invDir_.y < 0.0f) << 1 |
+                                  static_cast<unsigned>(invDir_.z < 0.0f) << 2);
   }
   /// (1/x, 1/y, 1/z) of the direction, as of the last refresh.
   [[nodiscard]] const tarn::Vec3<float>& invDir() const { return invDir_; }

@@ -33,9 +33,7 @@ void raysOneByOne(LensProjection lens, const vela::detail::RayBatch& batch, floa
 
 /// The same bits; what is no number may be any other such.
 bool same(float a, float b) { return (std::isnan(a) && std::isnan(b)) || std::memcmp(&a, &b, sizeof a) == 0; }
-bool same(const tarn::Vec3<float>& a, const tarn::Vec3<float>& b) {
-  return same(a.x, b.x) && same(a.y, b.y) && same(a.z, b.z);
-}
+bool same(const tarn::Vec3<float>& a, const tarn::Vec3<float>& b) { return same(a.x, b.x) && same(a.y, b.y) && same(a.z, b.z); }
 bool same(const RayContext& a, const RayContext& b) {
   return same(a.origin, b.origin) && same(a.direction, b.direction) && same(a.xDirection, b.xDirection) &&
          same(a.yDirection, b.yDirection) && same(a.minDistance, b.minDistance) && same(a.maxDistance, b.maxDistance) &&
@@ -51,8 +49,18 @@ class RayKernels : public testing::TestWithParam<LensProjection> {
 
   /// Coordinates of every kind: in and around the picture, on its edges, tiny, huge, any bits at all.
   float coordinate() {
-    static const float odd[] = {0.0f, -0.0f, 1.0f, -1.0f, 0.5f, -0.25f, 0.99999994f, -1.0000001f, 1e-44f, 3e38f,
-                                std::numeric_limits<float>::infinity(), -std::numeric_limits<float>::infinity(),
+    static const float odd[] = {0.0f,
+                                -0.0f,
+                                1.0f,
+                                -1.0f,
+                                0.5f,
+                                -0.25f,
+                                0.99999994f,
+                                -1.0000001f,
+                                1e-44f,
+                                3e38f,
+                                std::numeric_limits<float>::infinity(),
+                                -std::numeric_limits<float>::infinity(),
                                 std::numeric_limits<float>::quiet_NaN()};
     switch (choice(5)) {
       case 0: return odd[choice(sizeof odd / sizeof odd[0])];
@@ -116,8 +124,8 @@ TEST_P(RayKernels, OneByOneAndInFoursGiveTheSameBits) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Lenses, RayKernels,
-                         testing::Values(LensProjection::perspective, LensProjection::orthographic,
-                                         LensProjection::spherical, LensProjection::cylindrical),
+                         testing::Values(LensProjection::perspective, LensProjection::orthographic, LensProjection::spherical,
+                                         LensProjection::cylindrical),
                          [](const auto& lens) { return vela::LensProjectionClassName(lens.param); });
 
 }  // namespace

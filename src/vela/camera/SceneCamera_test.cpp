@@ -91,7 +91,7 @@ TEST(SceneCamera, PerspectiveTakesFilmAndFocalLength) {
 
 TEST(SceneCamera, OffsetsMoveTheWindowByTwoOverTheWidthOnBothAxes) {
   CameraParameters p = fullFrame();
-  p.horizontalApertureOffset = 0.9;   // a quarter of the width
+  p.horizontalApertureOffset = 0.9;  // a quarter of the width
   p.verticalApertureOffset = -0.45;  // an eighth of it
   const Camera::Sample s = sampled(p);
   EXPECT_DOUBLE_EQ(s.sensor.apertureTranslate.x, 0.5);

@@ -9,7 +9,7 @@
 namespace vela {
 namespace {
 
-constexpr int kTypeCount = 32;   // none to bitmaskIdComp3
+constexpr int kTypeCount = 32;  // none to bitmaskIdComp3
 constexpr int kNoValueType = 127;
 
 constexpr bool inTable(Channel::Type t) { return t >= 0 && t < kTypeCount; }
@@ -19,11 +19,11 @@ constexpr std::uint32_t bit(int t) { return std::uint32_t{1} << t; }
 constexpr std::uint32_t kColorTypes = bit(Channel::color3) | bit(Channel::color4) | bit(Channel::colorRed) |
                                       bit(Channel::colorGreen) | bit(Channel::colorBlue) | bit(Channel::colorComp0) |
                                       bit(Channel::colorComp1) | bit(Channel::colorComp2);
-constexpr std::uint32_t kMemberTypes =
-    bit(Channel::colorRed) | bit(Channel::colorGreen) | bit(Channel::colorBlue) | bit(Channel::colorComp0) |
-    bit(Channel::colorComp1) | bit(Channel::colorComp2) | bit(Channel::dataVecX) | bit(Channel::dataVecY) |
-    bit(Channel::dataVecZ) | bit(Channel::dataVecW) | bit(Channel::bitmaskIdComp0) | bit(Channel::bitmaskIdComp1) |
-    bit(Channel::bitmaskIdComp2) | bit(Channel::bitmaskIdComp3);
+constexpr std::uint32_t kMemberTypes = bit(Channel::colorRed) | bit(Channel::colorGreen) | bit(Channel::colorBlue) |
+                                       bit(Channel::colorComp0) | bit(Channel::colorComp1) | bit(Channel::colorComp2) |
+                                       bit(Channel::dataVecX) | bit(Channel::dataVecY) | bit(Channel::dataVecZ) |
+                                       bit(Channel::dataVecW) | bit(Channel::bitmaskIdComp0) | bit(Channel::bitmaskIdComp1) |
+                                       bit(Channel::bitmaskIdComp2) | bit(Channel::bitmaskIdComp3);
 
 // One row a type, `none` first. The columns are the tables of the functions below; a -1 in `compound` means "itself".
 struct Row {

@@ -83,11 +83,13 @@ TEST(ChannelHeap, TheCounterCounts) {
   EXPECT_GE(allocationsOf([] {
               void* volatile block = std::malloc(100);
               std::free(block);
-            }), 1);
+            }),
+            1);
   EXPECT_GE(allocationsOf([] {
               int* volatile number = new int(5);
               delete number;
-            }), 1);
+            }),
+            1);
   EXPECT_GE(allocationsOf([] { ChannelSet set((Channel(64))); }), 1);
 }
 

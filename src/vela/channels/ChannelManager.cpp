@@ -10,7 +10,7 @@
 namespace vela {
 namespace {
 
-constexpr std::size_t kSlots = 1024;  // channel numbers 0 to 1023
+constexpr std::size_t kSlots = 1024;       // channel numbers 0 to 1023
 constexpr unsigned kMaxPositions = 65536;  // of a layer: far more than there are channels, far less than memory
 constexpr const char* kBlanks = " \t\r\n";
 
@@ -51,8 +51,8 @@ std::vector<Record*> userPart(const std::vector<Record*>& list, int builtIn) {
 
 // --- ChannelAlias ------------------------------------------------------------------------------------------------------
 
-ChannelAlias::ChannelAlias(ChannelManager* context, const std::string& layer, const std::string& subname,
-                           unsigned position, Channel::Type purpose)
+ChannelAlias::ChannelAlias(ChannelManager* context, const std::string& layer, const std::string& subname, unsigned position,
+                           Channel::Type purpose)
     : context_(context), name_(fullName(layer, subname)), subname_(subname), position_(position), purpose_(purpose) {}
 
 ChannelAlias::~ChannelAlias() {
@@ -340,12 +340,10 @@ Channel::Type ChannelManager::getChannelTypeFromSubname(const char* subname) con
     Channel::Type type;
   };
   static constexpr Row kTable[] = {
-      {"red", Channel::colorRed},     {"r", Channel::colorRed},     {"green", Channel::colorGreen},
-      {"g", Channel::colorGreen},     {"blue", Channel::colorBlue}, {"b", Channel::colorBlue},
-      {"alpha", Channel::colorAlpha}, {"a", Channel::colorAlpha},   {"x", Channel::dataVecX},
-      {"u", Channel::dataVecX},       {"s", Channel::dataVecX},     {"y", Channel::dataVecY},
-      {"v", Channel::dataVecY},       {"t", Channel::dataVecY},     {"z", Channel::dataVecZ},
-      {"w", Channel::dataVecW},
+      {"red", Channel::colorRed},   {"r", Channel::colorRed},  {"green", Channel::colorGreen}, {"g", Channel::colorGreen},
+      {"blue", Channel::colorBlue}, {"b", Channel::colorBlue}, {"alpha", Channel::colorAlpha}, {"a", Channel::colorAlpha},
+      {"x", Channel::dataVecX},     {"u", Channel::dataVecX},  {"s", Channel::dataVecX},       {"y", Channel::dataVecY},
+      {"v", Channel::dataVecY},     {"t", Channel::dataVecY},  {"z", Channel::dataVecZ},       {"w", Channel::dataVecW},
   };
   for (const Row& row : kTable) {
     if (lower == row.subname) return row.type;
@@ -440,15 +438,14 @@ void ChannelManager::addChannelToMap(ChannelAlias* alias, Channel number) {
   alias->channel_ = number;
 }
 
-ChannelAlias* ChannelManager::createBuiltinChannel(const char* fullName, Channel number, Channel position,
-                                                   Channel::Type type) {
+ChannelAlias* ChannelManager::createBuiltinChannel(const char* fullName, Channel number, Channel position, Channel::Type type) {
   std::string layer, subname;
   SplitChannelName(textOf(fullName), layer, subname);
   return createBuiltinChannel(layer.c_str(), subname.c_str(), number, position, type);
 }
 
-ChannelAlias* ChannelManager::createBuiltinChannel(const char* layer, const char* subname, Channel number,
-                                                   Channel position, Channel::Type type) {
+ChannelAlias* ChannelManager::createBuiltinChannel(const char* layer, const char* subname, Channel number, Channel position,
+                                                   Channel::Type type) {
   if (firstUndefinedChannel_ > lastBuiltinChannel_ + 1) {
     std::cerr << "warning, attempting to add a built-in channel after user channels have been defined, channel ignored!"
               << std::endl;
@@ -456,8 +453,7 @@ ChannelAlias* ChannelManager::createBuiltinChannel(const char* layer, const char
   }
   if (isEmpty(layer) || number.index() < 1 || number.index() > capacity_) return nullptr;
 
-  ChannelAlias* const alias =
-      newChannel(layer, textOf(subname), number, static_cast<unsigned>(position.index()), type);
+  ChannelAlias* const alias = newChannel(layer, textOf(subname), number, static_cast<unsigned>(position.index()), type);
   ++nBuiltInChannels_;
   lastBuiltinChannel_ = std::max(lastBuiltinChannel_, number.index());
   firstUndefinedChannel_ = std::max(firstUndefinedChannel_, lastBuiltinChannel_ + 1);
@@ -500,8 +496,8 @@ ChannelAlias* ChannelManager::createChannel(const char* name, Channel::Type type
   return alias;
 }
 
-LayerAlias* ChannelManager::_createLayer(const char* name, unsigned n, Channel::Type purpose, ChannelAlias* a,
-                                         ChannelAlias* b, ChannelAlias* c, ChannelAlias* d) {
+LayerAlias* ChannelManager::_createLayer(const char* name, unsigned n, Channel::Type purpose, ChannelAlias* a, ChannelAlias* b,
+                                         ChannelAlias* c, ChannelAlias* d) {
   if (isEmpty(name)) return nullptr;
   if (LayerAlias* existing = _getLayer(name)) return existing;
 
@@ -522,8 +518,8 @@ LayerAlias* ChannelManager::_createLayer(const char* name, unsigned n, Channel::
   return layer;
 }
 
-LayerAlias* ChannelManager::createLayer(const char* name, unsigned n, Channel::Type purpose, ChannelAlias* a,
-                                        ChannelAlias* b, ChannelAlias* c, ChannelAlias* d) {
+LayerAlias* ChannelManager::createLayer(const char* name, unsigned n, Channel::Type purpose, ChannelAlias* a, ChannelAlias* b,
+                                        ChannelAlias* c, ChannelAlias* d) {
   return _createLayer(name, n, purpose, a, b, c, d);
 }
 
@@ -531,8 +527,7 @@ LayerAlias* ChannelManager::createLayer(const char* name) {
   return _createLayer(name, 0, Channel::auto_, nullptr, nullptr, nullptr, nullptr);
 }
 
-LayerAlias* ChannelManager::createColorLayer(const char* name, const char* r, const char* g, const char* b,
-                                             const char* a) {
+LayerAlias* ChannelManager::createColorLayer(const char* name, const char* r, const char* g, const char* b, const char* a) {
   if (isEmpty(name) || isEmpty(r) || isEmpty(g) || isEmpty(b)) return nullptr;
   if (LayerAlias* existing = getLayer(name)) return existing;
   const bool hasAlpha = !isEmpty(a);
@@ -560,8 +555,7 @@ LayerAlias* ChannelManager::createVectorLayer(const char* name, const char* s, u
   if (LayerAlias* existing = getLayer(name)) return existing;
   if (nAvailableChannelSlots() < static_cast<int>(n)) return nullptr;
 
-  static constexpr Channel::Type kTypes[4] = {Channel::dataVecX, Channel::dataVecY, Channel::dataVecZ,
-                                              Channel::dataVecW};
+  static constexpr Channel::Type kTypes[4] = {Channel::dataVecX, Channel::dataVecY, Channel::dataVecZ, Channel::dataVecW};
   ChannelAlias* members[4] = {nullptr, nullptr, nullptr, nullptr};
   // KEEP(vector-last-first): the last member gets the lowest number; saved numbers depend on it.
   for (unsigned i = n; i-- > 0;) {
@@ -624,15 +618,18 @@ void ChannelManager::_clearUserChannels() {
   // No slot may keep a record that goes, wherever it was put.
   std::sort(layers.begin(), layers.end(), std::less<>());
   std::sort(channels.begin(), channels.end(), std::less<>());
-  const auto goes = [&](ChannelAlias* alias) { return std::binary_search(channels.begin(), channels.end(), alias, std::less<>()); };
+  const auto goes = [&](ChannelAlias* alias) {
+    return std::binary_search(channels.begin(), channels.end(), alias, std::less<>());
+  };
   std::replace_if(channelMap_.begin(), channelMap_.end(), goes, nullptr);
   const std::size_t firstUser = std::min(static_cast<std::size_t>(lastBuiltinChannel_) + 1, channelMap_.size());
   std::fill(channelMap_.begin() + static_cast<std::ptrdiff_t>(firstUser), channelMap_.end(), nullptr);
 
   // Let go of them. Layers first: their members are still there then.
-  heldLayers_.erase(std::remove_if(heldLayers_.begin(), heldLayers_.end(),
-                                   [&](LayerAlias* layer) { return std::binary_search(layers.begin(), layers.end(), layer, std::less<>()); }),
-                    heldLayers_.end());
+  heldLayers_.erase(
+      std::remove_if(heldLayers_.begin(), heldLayers_.end(),
+                     [&](LayerAlias* layer) { return std::binary_search(layers.begin(), layers.end(), layer, std::less<>()); }),
+      heldLayers_.end());
   heldChannels_.erase(std::remove_if(heldChannels_.begin(), heldChannels_.end(), goes), heldChannels_.end());
   for (LayerAlias* layer : layers) release(layer);
   for (ChannelAlias* alias : channels) release(alias);

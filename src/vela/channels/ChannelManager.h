@@ -83,8 +83,8 @@ class VELA_API ChannelAlias {
   bool userVisible_ = true;
   int markNumber_ = 0;
 
-  std::vector<LayerAlias*> listedBy_;      // layers that list this channel, once for every position
-  std::vector<ChannelManager*> holders_;   // registries that share this record; the last one deletes it
+  std::vector<LayerAlias*> listedBy_;     // layers that list this channel, once for every position
+  std::vector<ChannelManager*> holders_;  // registries that share this record; the last one deletes it
 };
 
 /// The record of one layer: channels by position, with holes. Made by registries only.
@@ -170,8 +170,8 @@ class VELA_API LayerAlias {
   bool userVisible_ = true;
   int markNumber_ = 0;
 
-  std::vector<ChannelAlias*> claimed_;     // channels whose layer() is this one
-  std::vector<ChannelManager*> holders_;   // registries that share this record; the last one deletes it
+  std::vector<ChannelAlias*> claimed_;    // channels whose layer() is this one
+  std::vector<ChannelManager*> holders_;  // registries that share this record; the last one deletes it
 };
 
 /// A registry of channels and layers.
@@ -285,8 +285,7 @@ class VELA_API ChannelManager {
   /// \param position  below 0: the place that the type has in its compound, 0 when it has none
   /// \param type      `Channel::auto_` takes the type from the sub-name, if there is one
   /// \return null without a layer name, and when the numbers are exhausted (with a line on standard error)
-  ChannelAlias* createChannel(const char* layer, const char* subname, int position = -1,
-                              Channel::Type type = Channel::auto_);
+  ChannelAlias* createChannel(const char* layer, const char* subname, int position = -1, Channel::Type type = Channel::auto_);
 
  protected:
   ChannelManager();

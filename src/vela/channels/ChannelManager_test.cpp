@@ -597,8 +597,8 @@ TEST(ChannelManager, LayersAreFoundOrMade) {
   EXPECT_EQ(registry.createLayer(nullptr), nullptr);
   EXPECT_EQ(registry._createLayer(nullptr, 1, Channel::mask, nullptr, nullptr, nullptr, nullptr), nullptr);
   // Still in the built-in phase.
-  LayerAlias* layer = registry.createLayer("l", 2, Channel::dataVec2, registry.redChannel(), registry.greenChannel(), nullptr,
-                                           nullptr);
+  LayerAlias* layer =
+      registry.createLayer("l", 2, Channel::dataVec2, registry.redChannel(), registry.greenChannel(), nullptr, nullptr);
   EXPECT_EQ(registry.nBuiltInLayers(), 4);
   EXPECT_EQ(layer->size(), 2u);
   EXPECT_EQ(layer->valueType(), 33);
@@ -612,8 +612,8 @@ TEST(ChannelManager, LayersAreFoundOrMade) {
 
 TEST(ChannelManager, LayersTakeOnlyTheFirstMembersAndKeepHoles) {
   Registry registry;
-  LayerAlias* layer = registry.createLayer("l", 3, Channel::color3, nullptr, registry.greenChannel(), nullptr,
-                                           registry.alphaChannel());
+  LayerAlias* layer =
+      registry.createLayer("l", 3, Channel::color3, nullptr, registry.greenChannel(), nullptr, registry.alphaChannel());
   EXPECT_EQ(layer->size(), 3u);
   EXPECT_EQ(layer->channel(0), 0);
   EXPECT_EQ(layer->channel(1), 2);
@@ -759,14 +759,14 @@ TEST(ChannelManager, ComponentsCompareHigherFirst) {
 
 TEST(ChannelManager, SortingPutsLayersFirstAndLeavesBuiltInsAndNumbers) {
   Registry registry;
-  registry.createChannel("z", "free", 0, Channel::data);      // 5, no layer
-  registry.createChannel("b.x");                               // 6
-  registry.createChannel("a", "free", 0, Channel::data);      // 7, no layer
-  registry.createVec3Layer("a", "xyz");                       // z 8, y 9, x 10
-  registry.createChannel("B.x");                               // 11
+  registry.createChannel("z", "free", 0, Channel::data);  // 5, no layer
+  registry.createChannel("b.x");                          // 6
+  registry.createChannel("a", "free", 0, Channel::data);  // 7, no layer
+  registry.createVec3Layer("a", "xyz");                   // z 8, y 9, x 10
+  registry.createChannel("B.x");                          // 11
   registry.sortChannels();
-  EXPECT_EQ(names(registry), std::vector<std::string>({"rgba.red", "rgba.green", "rgba.blue", "rgba.alpha", "B.x", "a.x",
-                                                       "a.y", "a.z", "b.x", "a.free", "z.free"}));
+  EXPECT_EQ(names(registry), std::vector<std::string>({"rgba.red", "rgba.green", "rgba.blue", "rgba.alpha", "B.x", "a.x", "a.y",
+                                                       "a.z", "b.x", "a.free", "z.free"}));
   EXPECT_STREQ(registry.getChannelName(Channel(8)), "a.z");
   EXPECT_EQ(registry.getChannel("a.z")->channel(), 8);
 
@@ -1072,7 +1072,8 @@ TEST(ChannelManager, ManyCopiesEndInAnyOrder) {
     }
     for (const auto& registry : registries) {
       for (const ChannelAlias* alias : registry->allChannels()) {
-        EXPECT_TRUE(std::any_of(registries.begin(), registries.end(), [&](const auto& r) { return r.get() == alias->context(); }));
+        EXPECT_TRUE(
+            std::any_of(registries.begin(), registries.end(), [&](const auto& r) { return r.get() == alias->context(); }));
         EXPECT_TRUE(alias->layer() == nullptr || !alias->layer()->name().empty());
       }
       for (const LayerAlias* layer : registry->allLayers()) {
@@ -1160,10 +1161,21 @@ TEST(SplitChannelName, PartsAtTheLastDot) {
     const char *full, *layer, *subname;
   };
   const Case cases[] = {
-      {" rgba.red ", "rgba", "red"}, {".x", "", ".x"},           {"a.b.c", "a.b", "c"},   {"a.", "a", ""},
-      {"depth", "", "depth"},        {" depth ", "", " depth "}, {"", "", ""},            {" \t\r\n", "", " \t\r\n"},
-      {".", "", "."},                {"..x", ".", "x"},          {" .x ", "", " .x "},    {"a. b", "a", " b"},
-      {"\t\r\na.b\n\r\t ", "a", "b"}, {"a .b", "a ", "b"},       {"\va.b", "\va", "b"},
+      {" rgba.red ", "rgba", "red"},
+      {".x", "", ".x"},
+      {"a.b.c", "a.b", "c"},
+      {"a.", "a", ""},
+      {"depth", "", "depth"},
+      {" depth ", "", " depth "},
+      {"", "", ""},
+      {" \t\r\n", "", " \t\r\n"},
+      {".", "", "."},
+      {"..x", ".", "x"},
+      {" .x ", "", " .x "},
+      {"a. b", "a", " b"},
+      {"\t\r\na.b\n\r\t ", "a", "b"},
+      {"a .b", "a ", "b"},
+      {"\va.b", "\va", "b"},
   };
   for (const Case& c : cases) {
     std::string layer = "before", subname = "before";

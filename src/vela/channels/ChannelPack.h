@@ -64,9 +64,7 @@ class VELA_API ChannelPack {
     return entries_[place];
   }
   /// The entry at a place; channel 0 from 1024 on.
-  [[nodiscard]] Channel operator[](unsigned place) const noexcept {
-    return place < kCapacity ? entries_[place] : Channel(0);
-  }
+  [[nodiscard]] Channel operator[](unsigned place) const noexcept { return place < kCapacity ? entries_[place] : Channel(0); }
   /// The set of the entries, of the default registry.
   operator ChannelSet() const { return ChannelSet(entries_.data(), static_cast<int>(count_)); }  // NOLINT: packs are sets
 

@@ -44,8 +44,8 @@ class VELA_API ChannelSet {
   ChannelSet() noexcept = default;
   /// Empty, of the given registry, which must outlive the calls that print the set; null means the default registry.
   /// A template for pointers alone: a bare 0 is the mask without channels.
-  template <class Context, class = std::enable_if_t<std::is_convertible<Context, ChannelManager*>::value &&
-                                                    !std::is_integral<Context>::value>>
+  template <class Context,
+            class = std::enable_if_t<std::is_convertible<Context, ChannelManager*>::value && !std::is_integral<Context>::value>>
   ChannelSet(Context context) noexcept : context_(context) {}  // NOLINT: registries have their empty set
   /// The channels of a mask, of the default registry; 0xFFFFFFFF is the set of all channels.
   ChannelSet(unsigned mask) noexcept : mask_(mask) {}  // NOLINT: masks are sets
@@ -268,7 +268,7 @@ class VELA_API ChannelSet {
  private:
   static constexpr std::uint32_t kAllFlag = 0x80000000u;
 
-  static constexpr std::uint32_t kTabled = 32;   // extensions up to this many words have a table of jumps
+  static constexpr std::uint32_t kTabled = 32;  // extensions up to this many words have a table of jumps
   static constexpr std::uint32_t kTableEntries = kTabled / 2;
   static constexpr std::int16_t kNoJump = 1024;  // above every channel that a table knows; its low ten bits are channel 0
 
@@ -399,11 +399,11 @@ class VELA_API ChannelSet {
   }
   bool isTrivial() const noexcept;
 
-  ChannelManager* context_ = nullptr;     // null: the default registry
+  ChannelManager* context_ = nullptr;  // null: the default registry
   std::uint32_t mask_ = 0;
-  std::uint32_t words_ = 1;               // the extension's length, at hand without a visit to it; 1 without one
-  std::uint32_t* extension_ = nullptr;    // null, or word 0 = number of words, itself included, then channels from 32 up
-  std::uint32_t inline_[2] = {0, 0};      // the extension while it has two words
+  std::uint32_t words_ = 1;             // the extension's length, at hand without a visit to it; 1 without one
+  std::uint32_t* extension_ = nullptr;  // null, or word 0 = number of words, itself included, then channels from 32 up
+  std::uint32_t inline_[2] = {0, 0};    // the extension while it has two words
 };
 
 /// Goes through a set's channels in ascending order; the set must outlive it and not change meanwhile.
@@ -427,9 +427,7 @@ class ChannelSet::Iterator {
     ++*this;
     return before;
   }
-  [[nodiscard]] bool operator==(const Iterator& other) const noexcept {
-    return bits_ == other.bits_ && base_ == other.base_;
-  }
+  [[nodiscard]] bool operator==(const Iterator& other) const noexcept { return bits_ == other.bits_ && base_ == other.base_; }
   [[nodiscard]] bool operator!=(const Iterator& other) const noexcept { return !(*this == other); }
 
  private:

@@ -728,9 +728,9 @@ std::string modelText(const Model& model) {
   if (model.above) return "all";
   static const std::map<int, std::pair<std::string, Numbers>> kLayerOf = [] {
     const std::vector<std::pair<std::string, Numbers>> layers = {
-        {"depth", {5}}, {"motion", {6, 7, 8, 9}}, {"deep", {16, 17}}, {"mask", {14}}, {"rotopaint_mask", {15}},
-        {"mask_planartrack", {18}}, {"mask_splinewarp", {19}}, {"sample", {20}}, {"cutout", {21, 22}},
-        {"rgb", {1, 2, 3}}};
+        {"depth", {5}},           {"motion", {6, 7, 8, 9}},   {"deep", {16, 17}},        {"mask", {14}},
+        {"rotopaint_mask", {15}}, {"mask_planartrack", {18}}, {"mask_splinewarp", {19}}, {"sample", {20}},
+        {"cutout", {21, 22}},     {"rgb", {1, 2, 3}}};
     std::map<int, std::pair<std::string, Numbers>> of;
     for (const auto& layer : layers) {
       for (int c : layer.second) of[c] = layer;
@@ -784,7 +784,8 @@ class Draw {
       case 0: return below(4) - 2;
       case 1: return 31 + below(3);
       case 2: return 63 + below(3);
-      case 3: case 4: return 1 + below(31);
+      case 3:
+      case 4: return 1 + below(31);
       default: return 1 + below(Model::kTop - 1);
     }
   }
@@ -818,11 +819,15 @@ bool change(Draw& draw, Pair& p, const Pair& q) {
   const Model& o = q.model;
   const int c = draw.channel();
   switch (draw.below(16)) {
-    case 0: case 1: case 2:
+    case 0:
+    case 1:
+    case 2:
       p.set += Channel(c);
       insertIntoModel(m, c);
       return true;
-    case 3: case 4: case 5:
+    case 3:
+    case 4:
+    case 5:
       p.set -= Channel(c);
       eraseFromModel(m, c);
       return true;
@@ -860,7 +865,8 @@ bool change(Draw& draw, Pair& p, const Pair& q) {
         m = Model();
       }
       return true;
-    case 9: case 10:  // union
+    case 9:
+    case 10:  // union
       if (o.above && !m.above && o.words > m.words && !o.plainFrom(m.words)) return false;
       p.set += q.set;
       if (o.above) {
@@ -872,7 +878,8 @@ bool change(Draw& draw, Pair& p, const Pair& q) {
       m.above = m.above || o.above;
       m.normalise();
       return true;
-    case 11: case 12:  // difference
+    case 11:
+    case 12:  // difference
       if (o.above && m.above && o.words > m.words && !o.plainFrom(m.words)) return false;
       p.set -= q.set;
       if (o.above) {
@@ -884,7 +891,8 @@ bool change(Draw& draw, Pair& p, const Pair& q) {
       m.above = m.above && !o.above;
       m.normalise();
       return true;
-    case 13: case 14:  // intersection
+    case 13:
+    case 14:  // intersection
       p.set &= q.set;
       if (m.above) {
         m.grow(o.words);
@@ -978,11 +986,15 @@ TEST(ChannelSetModel, WalksMeetWhatMembershipSays) {
       case 2: set &= other; break;
       case 3: set = other; break;
       case 4: set = channel; break;
-      case 5: if (draw.below(4) == 0) set = draw.mask(); break;
+      case 5:
+        if (draw.below(4) == 0) set = draw.mask();
+        break;
       case 6: set += draw.mask(); break;
       case 7: set -= draw.mask(); break;
       case 8: set = ChannelSet(other); break;
-      case 9: case 10: case 11: set -= channel; break;
+      case 9:
+      case 10:
+      case 11: set -= channel; break;
       default: set += channel; break;
     }
 

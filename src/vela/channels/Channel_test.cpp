@@ -72,19 +72,39 @@ TEST(Channel, PrintsInDecimalWhateverTheBase) {
 }
 
 TEST(ChannelType, EnumeratorsHaveTheirNumbersAndTexts) {
-  const std::vector<std::pair<Type, const char*>> inOrder = {
-      {Channel::auto_, "auto"}, {Channel::none, "none"}, {Channel::blendable, "blendable"}, {Channel::color3, "color3"},
-      {Channel::color4, "color4"}, {Channel::colorRed, "color-red"}, {Channel::colorGreen, "color-green"},
-      {Channel::colorBlue, "color-blue"}, {Channel::colorAlpha, "color-alpha"}, {Channel::colorComp0, "color-comp0"},
-      {Channel::colorComp1, "color-comp1"}, {Channel::colorComp2, "color-comp2"}, {Channel::colorComp3, "color-comp3"},
-      {Channel::mask, "mask"}, {Channel::data, "data"}, {Channel::dataDepth, "data-depth"},
-      {Channel::dataLength, "data-length"}, {Channel::dataVec2, "data-vec2"}, {Channel::dataVec3, "data-vec3"},
-      {Channel::dataVec4, "data-vec4"}, {Channel::dataVecX, "data-vec-x"}, {Channel::dataVecY, "data-vec-y"},
-      {Channel::dataVecZ, "data-vec-z"}, {Channel::dataVecW, "data-vec-w"}, {Channel::bitmask, "bitmask"},
-      {Channel::bitmaskId, "bitmask-id"}, {Channel::bitmaskId2, "bitmask-id2"}, {Channel::bitmaskId3, "bitmask-id3"},
-      {Channel::bitmaskId4, "bitmask-id4"}, {Channel::bitmaskIdComp0, "bitmask-id-comp0"},
-      {Channel::bitmaskIdComp1, "bitmask-id-comp1"}, {Channel::bitmaskIdComp2, "bitmask-id-comp2"},
-      {Channel::bitmaskIdComp3, "bitmask-id-comp3"}};
+  const std::vector<std::pair<Type, const char*>> inOrder = {{Channel::auto_, "auto"},
+                                                             {Channel::none, "none"},
+                                                             {Channel::blendable, "blendable"},
+                                                             {Channel::color3, "color3"},
+                                                             {Channel::color4, "color4"},
+                                                             {Channel::colorRed, "color-red"},
+                                                             {Channel::colorGreen, "color-green"},
+                                                             {Channel::colorBlue, "color-blue"},
+                                                             {Channel::colorAlpha, "color-alpha"},
+                                                             {Channel::colorComp0, "color-comp0"},
+                                                             {Channel::colorComp1, "color-comp1"},
+                                                             {Channel::colorComp2, "color-comp2"},
+                                                             {Channel::colorComp3, "color-comp3"},
+                                                             {Channel::mask, "mask"},
+                                                             {Channel::data, "data"},
+                                                             {Channel::dataDepth, "data-depth"},
+                                                             {Channel::dataLength, "data-length"},
+                                                             {Channel::dataVec2, "data-vec2"},
+                                                             {Channel::dataVec3, "data-vec3"},
+                                                             {Channel::dataVec4, "data-vec4"},
+                                                             {Channel::dataVecX, "data-vec-x"},
+                                                             {Channel::dataVecY, "data-vec-y"},
+                                                             {Channel::dataVecZ, "data-vec-z"},
+                                                             {Channel::dataVecW, "data-vec-w"},
+                                                             {Channel::bitmask, "bitmask"},
+                                                             {Channel::bitmaskId, "bitmask-id"},
+                                                             {Channel::bitmaskId2, "bitmask-id2"},
+                                                             {Channel::bitmaskId3, "bitmask-id3"},
+                                                             {Channel::bitmaskId4, "bitmask-id4"},
+                                                             {Channel::bitmaskIdComp0, "bitmask-id-comp0"},
+                                                             {Channel::bitmaskIdComp1, "bitmask-id-comp1"},
+                                                             {Channel::bitmaskIdComp2, "bitmask-id-comp2"},
+                                                             {Channel::bitmaskIdComp3, "bitmask-id-comp3"}};
   int number = -1;
   for (const auto& [t, text] : inOrder) {
     EXPECT_EQ(static_cast<int>(t), number) << text;
@@ -128,8 +148,8 @@ TEST(ChannelType, AlphaAndTheFourthComponentAreNeitherColoursNorMembers) {
 }
 
 TEST(ChannelType, ComponentsNameTheirCompound) {
-  const std::map<int, int> table = {{4, 2},   {5, 2},   {6, 2},   {8, 2},   {9, 2},   {10, 2},  {7, 3}, {11, 3}, {19, 17},
-                                    {20, 17}, {21, 17}, {22, 18}, {29, 25}, {30, 26}, {31, 27}};
+  const std::map<int, int> table = {{4, 2},   {5, 2},   {6, 2},   {8, 2},   {9, 2},   {10, 2},  {7, 3},  {11, 3},
+                                    {19, 17}, {20, 17}, {21, 17}, {22, 18}, {29, 25}, {30, 26}, {31, 27}};
   for (Type t : manyTypes()) {
     for (int n : {INT_MIN, -1, 0, 1, 2, 3, 4, 5, INT_MAX}) {
       const auto row = table.find(t);
@@ -157,9 +177,16 @@ TEST(ChannelType, TheFirstBitmaskComponentNamesItself) {
 }
 
 TEST(ChannelType, CompoundValueTypesFollowTheirTable) {
-  const std::map<int, std::vector<int>> table = {{71, {2, 4, 5, 6, 8, 9, 10}}, {77, {3, 7, 11}}, {23, {1, 12, 13, 14, 15}},
-                                                 {33, {16}}, {41, {17, 19, 20, 21}}, {49, {18, 22}}, {17, {23, 24, 28}},
-                                                 {29, {25, 29}}, {37, {26, 30}}, {45, {27, 31}}};
+  const std::map<int, std::vector<int>> table = {{71, {2, 4, 5, 6, 8, 9, 10}},
+                                                 {77, {3, 7, 11}},
+                                                 {23, {1, 12, 13, 14, 15}},
+                                                 {33, {16}},
+                                                 {41, {17, 19, 20, 21}},
+                                                 {49, {18, 22}},
+                                                 {17, {23, 24, 28}},
+                                                 {29, {25, 29}},
+                                                 {37, {26, 30}},
+                                                 {45, {27, 31}}};
   std::map<int, int> codeOf;
   for (const auto& [code, types] : table) {
     for (int t : types) codeOf[t] = code;
@@ -201,16 +228,16 @@ TEST(ChannelType, OnlyColourAndVectorCompoundsCountElements) {
 }
 
 TEST(ChannelType, ComponentsKnowTheirPlace) {
-  const std::map<int, int> table = {{4, 0},  {8, 0},  {19, 0}, {28, 0}, {5, 1}, {9, 1},  {20, 1}, {29, 1},
-                                    {6, 2},  {10, 2}, {21, 2}, {30, 2}, {7, 3}, {11, 3}, {22, 3}, {31, 3}};
+  const std::map<int, int> table = {{4, 0}, {8, 0},  {19, 0}, {28, 0}, {5, 1}, {9, 1},  {20, 1}, {29, 1},
+                                    {6, 2}, {10, 2}, {21, 2}, {30, 2}, {7, 3}, {11, 3}, {22, 3}, {31, 3}};
   for (Type t : manyTypes()) EXPECT_EQ(Channel::TypeOrdering(t), table.count(t) ? table.at(t) : -1) << t;
   EXPECT_EQ(Channel::TypeOrdering(type(12)), -1);
 }
 
 TEST(ChannelType, SubnamesAreAskedOfTheDefaultRegistry) {
-  const std::map<std::string, int> table = {{"red", 4},  {"r", 4},  {"green", 5}, {"g", 5},  {"blue", 6}, {"b", 6},
-                                            {"alpha", 7}, {"a", 7}, {"x", 19},    {"u", 19}, {"s", 19},   {"y", 20},
-                                            {"v", 20},   {"t", 20}, {"z", 21},    {"w", 22}};
+  const std::map<std::string, int> table = {{"red", 4},   {"r", 4},  {"green", 5}, {"g", 5},  {"blue", 6}, {"b", 6},
+                                            {"alpha", 7}, {"a", 7},  {"x", 19},    {"u", 19}, {"s", 19},   {"y", 20},
+                                            {"v", 20},    {"t", 20}, {"z", 21},    {"w", 22}};
   for (const auto& [subname, expected] : table) {
     EXPECT_EQ(Channel::TypeFromSubname(subname.c_str()), expected) << subname;
     std::string upper = subname;

@@ -23,10 +23,14 @@ ChannelAlias* BraeGlobalChannelManager::getChannel(const char* name) const {
   // scripts of the host were written against these answers.
   if (name == nullptr || name[0] == '\0' || name[1] != '\0') return nullptr;
   switch (name[0]) {
-    case 'r': case 'R': return channel(Channel(0));
-    case 'g': case 'G': return channel(Channel(1));
-    case 'b': case 'B': return channel(Channel(2));
-    case 'a': case 'A': return channel(Channel(3));
+    case 'r':
+    case 'R': return channel(Channel(0));
+    case 'g':
+    case 'G': return channel(Channel(1));
+    case 'b':
+    case 'B': return channel(Channel(2));
+    case 'a':
+    case 'A': return channel(Channel(3));
     default: return nullptr;
   }
 }

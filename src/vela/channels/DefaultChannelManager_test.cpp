@@ -81,20 +81,11 @@ struct ExpectedLayer {
 };
 
 const std::vector<ExpectedLayer> kLayers = {
-    {"rgb", "color3", 71, {1, 2, 3}},
-    {"rgba", "color4", 77, {1, 2, 3, 4}},
-    {"alpha", "color-alpha", 23, {4}},
-    {"depth", "data-depth", 23, {5}},
-    {"motion", "data", 23, {6, 7, 8, 9}},
-    {"forward", "data-vec2", 33, {6, 7}},
-    {"backward", "data-vec2", 33, {8, 9}},
-    {"deep", "data-depth", 23, {16, 17}},
-    {"mask", "mask", 23, {14}},
-    {"rotopaint_mask", "mask", 23, {15}},
-    {"mask_planartrack", "mask", 23, {18}},
-    {"mask_splinewarp", "mask", 23, {19}},
-    {"sample", "blendable", 23, {20}},
-    {"cutout", "blendable", 23, {21, 22}},
+    {"rgb", "color3", 71, {1, 2, 3}},      {"rgba", "color4", 77, {1, 2, 3, 4}},   {"alpha", "color-alpha", 23, {4}},
+    {"depth", "data-depth", 23, {5}},      {"motion", "data", 23, {6, 7, 8, 9}},   {"forward", "data-vec2", 33, {6, 7}},
+    {"backward", "data-vec2", 33, {8, 9}}, {"deep", "data-depth", 23, {16, 17}},   {"mask", "mask", 23, {14}},
+    {"rotopaint_mask", "mask", 23, {15}},  {"mask_planartrack", "mask", 23, {18}}, {"mask_splinewarp", "mask", 23, {19}},
+    {"sample", "blendable", 23, {20}},     {"cutout", "blendable", 23, {21, 22}},
 };
 
 // KEEP(builtin-numbers)

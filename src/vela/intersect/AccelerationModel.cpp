@@ -28,8 +28,7 @@ TriangleAccelerationModel& TriangleAccelerationModel::operator=(const TriangleAc
 TriangleAccelerationModel& TriangleAccelerationModel::operator=(TriangleAccelerationModel&&) noexcept = default;
 TriangleAccelerationModel::~TriangleAccelerationModel() = default;
 
-void TriangleAccelerationModel::initialize(const ovo::Array<int>& faceVertexCounts,
-                                           const ovo::Array<int>& faceVertexIndices) {
+void TriangleAccelerationModel::initialize(const ovo::Array<int>& faceVertexCounts, const ovo::Array<int>& faceVertexIndices) {
   // Box of all points. The padding keeps flat meshes from having a grid without volume.
   bounds_ = tarn::Box3<float>();
   for (const auto& p : points_) bounds_.extendBy(p);
@@ -82,7 +81,9 @@ bool TriangleAccelerationModel::exclude(const IntersectionContext&, std::size_t)
 
 bool TriangleAccelerationModel::hasSameTriangles(const TriangleAccelerationModel& other) const {
   static_assert(std::has_unique_object_representations_v<Triangle>);
-  const auto sameBytes = [](const void* a, const void* b, std::size_t size) { return size == 0 || std::memcmp(a, b, size) == 0; };
+  const auto sameBytes = [](const void* a, const void* b, std::size_t size) {
+    return size == 0 || std::memcmp(a, b, size) == 0;
+  };
   return points_.size() == other.points_.size() && triangles_.size() == other.triangles_.size() &&
          (points_.isIdentical(other.points_) ||
           sameBytes(points_.cdata(), other.points_.cdata(), points_.size() * sizeof(tarn::Vec3<float>))) &&

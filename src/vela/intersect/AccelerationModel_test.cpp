@@ -143,14 +143,26 @@ TEST(TriangleModel, CopiesAnswerLikeTheirSource) {
 TEST(AccelerationModel, VirtualFunctionsStandInTheirOrder) {
   struct Probe : AccelerationModel {
     mutable int called = 0;
-    std::size_t size() const override { called = 1; return 0; }
-    Box3<float> bounds(std::size_t) const override { called = 2; return {}; }
-    Box3<float> bounds() const override { called = 3; return {}; }
+    std::size_t size() const override {
+      called = 1;
+      return 0;
+    }
+    Box3<float> bounds(std::size_t) const override {
+      called = 2;
+      return {};
+    }
+    Box3<float> bounds() const override {
+      called = 3;
+      return {};
+    }
     bool intersect(const IntersectionContext&, const Ray<float>&, std::size_t, CollisionResult&) const override {
       called = 4;
       return false;
     }
-    bool exclude(const IntersectionContext&, std::size_t) const override { called = 5; return false; }
+    bool exclude(const IntersectionContext&, std::size_t) const override {
+      called = 5;
+      return false;
+    }
   };
 #if defined(__GNUC__) && !defined(_WIN32)
   // Two slots of the destructor come first in this ABI.

@@ -117,9 +117,8 @@ class Builder {
 
     float position = 0.0f;
     if (useSah_ && findPlane(start, count, centroids, split.axis, position)) {
-      split.leftCount = partitionRun(start, count, [&](std::uint32_t primitive) {
-        return centers_[primitive][split.axis] > position;
-      });
+      split.leftCount =
+          partitionRun(start, count, [&](std::uint32_t primitive) { return centers_[primitive][split.axis] > position; });
     } else {
       const tarn::Box3<float> low = centroids.split(axis, centroids.center()[split.axis]).first;
       split.leftCount =
@@ -176,8 +175,9 @@ class Builder {
     for (std::size_t k = 1; k < kBins; ++k) {
       left.box.extendBy(bins[k - 1].box);
       left.count += bins[k - 1].count;
-      const float cost = (left.box.surface() * static_cast<float>(left.count) +
-                          right[k].box.surface() * static_cast<float>(right[k].count)) / totalArea;
+      const float cost =
+          (left.box.surface() * static_cast<float>(left.count) + right[k].box.surface() * static_cast<float>(right[k].count)) /
+          totalArea;
       if (cost < best) {
         best = cost;
         plane = k;
@@ -243,7 +243,9 @@ struct SlabTest {
     _mm_storeh_pi(reinterpret_cast<__m64*>(out), outs);
 #else
     for (std::size_t c = 0; c < 2; ++c) {
-      const auto corner = [&](std::size_t at) { return tarn::Vec3<float>(pair.side[0][at], pair.side[1][at], pair.side[2][at]); };
+      const auto corner = [&](std::size_t at) {
+        return tarn::Vec3<float>(pair.side[0][at], pair.side[1][at], pair.side[2][at]);
+      };
       run(tarn::Box3<float>(corner(c), corner(2 + c)), in[c], out[c]);
     }
 #endif

@@ -167,8 +167,8 @@ TEST(Bvh, SurfaceAreaTakesTheCheapestOfElevenPlanes) {
         (binOf(box) < k ? left : right).extendBy(box);
         ++(binOf(box) < k ? leftCount : rightCount);
       }
-      const float cost = (left.surface() * static_cast<float>(leftCount) + right.surface() * static_cast<float>(rightCount)) /
-                         total.surface();
+      const float cost =
+          (left.surface() * static_cast<float>(leftCount) + right.surface() * static_cast<float>(rightCount)) / total.surface();
       if (cost < best) {
         best = cost;
         plane = k;
@@ -252,7 +252,8 @@ TEST(Bvh, ZeroComponentsOfEitherSignStillHit) {
     for (const float zero : {0.0f, -0.0f}) {
       for (int x = 0; x <= 13; ++x) {
         CollisionResult result;
-        EXPECT_TRUE(bvh.intersect(IntersectionContext(), Ray<float>({static_cast<float>(x), 3, 1}, {zero, zero, -1}), result)) << x;
+        EXPECT_TRUE(bvh.intersect(IntersectionContext(), Ray<float>({static_cast<float>(x), 3, 1}, {zero, zero, -1}), result))
+            << x;
         EXPECT_EQ(result.distance, 1.0f);
       }
     }
@@ -315,11 +316,13 @@ TEST(Bvh, DiffersFromBruteForceOnlyByTheToleranceOfTheTriangleTest) {
       for (const auto& [hit, got] : {std::pair(hitA, a), std::pair(hitB, b)}) {
         if (hit != any) {
           // Only a hit up to 1e-5 before the range's beginning counts for one and not for the other.
-          ASSERT_TRUE(hit && got.distance <= ray.minDistance && got.distance >= ray.minDistance - 1e-5f) << mesh.name << show(ray);
+          ASSERT_TRUE(hit && got.distance <= ray.minDistance && got.distance >= ray.minDistance - 1e-5f)
+              << mesh.name << show(ray);
           continue;
         }
         if (!hit || bitsOf(got.distance) == bitsOf(nearest.distance)) continue;
-        ASSERT_LE(std::fabs(static_cast<double>(got.distance) - static_cast<double>(nearest.distance)), 2e-5 + 1e-7 * static_cast<double>(nearest.distance))
+        ASSERT_LE(std::fabs(static_cast<double>(got.distance) - static_cast<double>(nearest.distance)),
+                  2e-5 + 1e-7 * static_cast<double>(nearest.distance))
             << mesh.name << show(ray) << show(got) << show(nearest);
       }
       hits += any ? 1 : 0;

@@ -92,7 +92,8 @@ struct GridAcceleration::Cells {
     const std::size_t rank = rankOf(cell);
     const std::uint32_t *at = primitives.data() + start[rank], *const end = primitives.data() + start[rank + 1];
     if (!wide.empty()) {
-      const auto x = static_cast<std::uint32_t>(cell % strideY - 1), y = static_cast<std::uint32_t>(cell % strideZ / strideY - 1),
+      const auto x = static_cast<std::uint32_t>(cell % strideY - 1),
+                 y = static_cast<std::uint32_t>(cell % strideZ / strideY - 1),
                  z = static_cast<std::uint32_t>(cell / strideZ - 1);
       for (const WidePrimitive& other : wide) {
         if (!other.range.contains(x, y, z)) continue;
@@ -173,8 +174,8 @@ void GridAcceleration::fill(const AccelerationModel& model) {
     for (std::uint32_t y = 0; y < resolution_[1] + 2; ++y)
       for (std::uint32_t x = 0; x < resolution_[0] + 2; ++x) {
         const std::size_t cell = z * cells->strideZ + y * cells->strideY + x;
-        const bool isBorder = x == 0 || y == 0 || z == 0 || x == resolution_[0] + 1 || y == resolution_[1] + 1 ||
-                              z == resolution_[2] + 1;
+        const bool isBorder =
+            x == 0 || y == 0 || z == 0 || x == resolution_[0] + 1 || y == resolution_[1] + 1 || z == resolution_[2] + 1;
         if (!isBorder && !cells->wide.empty()) occupy(cell);
         if (isBorder || cells->isOccupied(cell)) cells->stops[cell >> 6] |= std::uint64_t{1} << (cell & 63);
       }
@@ -190,8 +191,8 @@ void GridAcceleration::fill(const AccelerationModel& model) {
 
   // Triangles are laid out in blocks, whose cost is bounded where triangles repeat over many cells. Only the very class: one
   // derived from it may answer differently.
-  const bool isTriangles = typeid(model) == typeid(TriangleAccelerationModel) && cells->wide.empty() &&
-                           references <= 8 * count + 1000 * 1000;
+  const bool isTriangles =
+      typeid(model) == typeid(TriangleAccelerationModel) && cells->wide.empty() && references <= 8 * count + 1000 * 1000;
   if (isTriangles) {
     const auto& triangles = static_cast<const TriangleAccelerationModel&>(model);
     cells->testBlocks = detail::bestTriangleBlockTest();
@@ -219,9 +220,8 @@ void GridAcceleration::fill(const AccelerationModel& model) {
     cells->start = begin;
     cells->primitives.resize(begin[occupied]);
     for (std::size_t p = 0; p < count; ++p)
-      forEachCell(p, [&](std::size_t cell) {
-        cells->primitives[begin[cells->rankOf(cell)]++] = static_cast<std::uint32_t>(p);
-      });
+      forEachCell(p,
+                  [&](std::size_t cell) { cells->primitives[begin[cells->rankOf(cell)]++] = static_cast<std::uint32_t>(p); });
   }
   cells_ = std::move(cells);
 }

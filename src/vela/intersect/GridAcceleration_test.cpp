@@ -40,7 +40,8 @@ struct FakeModel : AccelerationModel {
 FakeModel rowOfCells(int n) {
   FakeModel model;
   for (int i = 0; i < n; ++i) {
-    model.boxes.emplace_back(Vec3<float>(static_cast<float>(i) + 0.25f, 0.25f, 0.25f), Vec3<float>(static_cast<float>(i) + 0.75f, 0.75f, 0.75f));
+    model.boxes.emplace_back(Vec3<float>(static_cast<float>(i) + 0.25f, 0.25f, 0.25f),
+                             Vec3<float>(static_cast<float>(i) + 0.75f, 0.75f, 0.75f));
     model.distances.push_back(kNan);
   }
   model.all = Box3<float>({0, 0, 0}, {static_cast<float>(n), 1, 1});
@@ -311,9 +312,9 @@ TEST(Grid, DiffersFromBruteForceOnlyByTheFirstCell) {
       // before the nearest hit's point is reached, give or take a cell.
       float tNear = 0, tFar = 0;
       Box3<float> grown = model.bounds(got.primitiveIndex);
-      grown.pad((model.bounds().max - model.bounds().min) /
-                Vec3<float>(static_cast<float>(grid.resolution()[0]), static_cast<float>(grid.resolution()[1]),
-                            static_cast<float>(grid.resolution()[2])));
+      grown.pad((model.bounds().max - model.bounds().min) / Vec3<float>(static_cast<float>(grid.resolution()[0]),
+                                                                        static_cast<float>(grid.resolution()[1]),
+                                                                        static_cast<float>(grid.resolution()[2])));
       ASSERT_TRUE(plainBox(ray, grown, tNear, tFar)) << show(ray);
       ASSERT_LE(tNear, nearest.distance) << show(ray);
     }

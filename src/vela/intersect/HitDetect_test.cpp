@@ -199,7 +199,8 @@ def Xform "Proto"
 {
     def Mesh "Inner" {}
 }
-)", &error);
+)",
+                                          &error);
   ASSERT_TRUE(stage) << error;
   PrimAccelerationModel model(kDefaultTime);
   model.addMeshPrims(stage, kDefaultTime);
@@ -458,7 +459,8 @@ TEST(HitDetect, RealSceneIsPickedAtItsCentre) {
   const Box3<float> box = model.model().bounds();
   const Vec3<float> centre = box.center(), size = box.size();
   CollisionResult result;
-  ASSERT_TRUE(HitDetector(model).intersect(IntersectionContext(), Ray<float>(centre + Vec3<float>(0, 0, size.z * 2), {0, 0, -1}), result));
+  ASSERT_TRUE(HitDetector(model).intersect(IntersectionContext(),
+                                           Ray<float>(centre + Vec3<float>(0, 0, size.z * 2), {0, 0, -1}), result));
   Box3<float> grown = box;
   grown.pad(size * 1e-4f);
   EXPECT_TRUE(grown.intersects(result.position));

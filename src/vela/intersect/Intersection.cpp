@@ -109,8 +109,8 @@ bool Intersect(const tarn::Ray<float>& ray, const tarn::Box3<float>& box, float&
   return detail::hitBox(ray, box, tNear, tFar);
 }
 
-bool Intersect(const tarn::Ray<float>& ray, const tarn::Vec3<float>& a, const tarn::Vec3<float>& b,
-               const tarn::Vec3<float>& c, CollisionResult& result) {
+bool Intersect(const tarn::Ray<float>& ray, const tarn::Vec3<float>& a, const tarn::Vec3<float>& b, const tarn::Vec3<float>& c,
+               CollisionResult& result) {
   return detail::hitTriangle(ray, a, b, c, result);
 }
 

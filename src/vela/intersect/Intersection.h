@@ -70,12 +70,11 @@ static_assert(offsetof(CollisionResult, normal) == 4 && offsetof(CollisionResult
 /// Numerics: u reaches from -2^-23 to 1 + 2^-23, v from -2^-23 on, u + v to 1 + 2^-22, so that no hit is lost between
 /// neighbours. Comparisons are spelled so that a NaN distance or coordinate does not reject.
 /// Source: Moeller and Trumbore, JGT 2(1), 1997.
-VELA_API bool intersectTriangle(const tarn::Vec3<double>& meshOrigin, const tarn::Vec3<float>& a,
-                                const tarn::Vec3<float>& b, const tarn::Vec3<float>& c, const RayContext& ray,
-                                tarn::Vec2<float>& uv, tarn::Vec2<float>& uvDx, tarn::Vec2<float>& uvDy, float& t);
-VELA_API bool intersectTriangle(const tarn::Vec3<double>& meshOrigin, const tarn::Vec3<float>& a,
-                                const tarn::Vec3<float>& b, const tarn::Vec3<float>& c, const RayContext& ray,
-                                tarn::Vec2<float>& uv, float& t);
+VELA_API bool intersectTriangle(const tarn::Vec3<double>& meshOrigin, const tarn::Vec3<float>& a, const tarn::Vec3<float>& b,
+                                const tarn::Vec3<float>& c, const RayContext& ray, tarn::Vec2<float>& uv,
+                                tarn::Vec2<float>& uvDx, tarn::Vec2<float>& uvDy, float& t);
+VELA_API bool intersectTriangle(const tarn::Vec3<double>& meshOrigin, const tarn::Vec3<float>& a, const tarn::Vec3<float>& b,
+                                const tarn::Vec3<float>& c, const RayContext& ray, tarn::Vec2<float>& uv, float& t);
 
 /// As intersectTriangle, but for one side of the triangle.
 ///

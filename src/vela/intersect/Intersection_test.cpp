@@ -204,7 +204,7 @@ TEST(IntersectTriangle, NotANumberDoesNotReject) {
 bool plainContextTest(int side, const Vec3<double>& o, const Vec3<float>& a, const Vec3<float>& b, const Vec3<float>& c,
                       const RayContext& r, float (&out)[7]) {
   const float e1[3] = {b.x - a.x, b.y - a.y, b.z - a.z}, e2[3] = {c.x - a.x, c.y - a.y, c.z - a.z};
-  const auto pOf = [&](const Vec3<float>& d, float (&p)[3]) {
+  const auto pOf = [&](const Vec3<float>& d, float(&p)[3]) {
     p[0] = d.y * e2[2] - d.z * e2[1];
     p[1] = d.z * e2[0] - d.x * e2[2];
     p[2] = d.x * e2[1] - d.y * e2[0];
@@ -224,7 +224,8 @@ bool plainContextTest(int side, const Vec3<double>& o, const Vec3<float>& a, con
   const auto d = [](float v) { return static_cast<double>(v); };
   const float u = static_cast<float>((d(p[0]) * s[0] + d(p[1]) * s[1] + d(p[2]) * s[2]) * inv);
   if (u < -1.1920929e-7f || u > 1.0000001f) return false;
-  const float q[3] = {static_cast<float>(s[1] * d(e1[2]) - s[2] * d(e1[1])), static_cast<float>(s[2] * d(e1[0]) - s[0] * d(e1[2])),
+  const float q[3] = {static_cast<float>(s[1] * d(e1[2]) - s[2] * d(e1[1])),
+                      static_cast<float>(s[2] * d(e1[0]) - s[0] * d(e1[2])),
                       static_cast<float>(s[0] * d(e1[1]) - s[1] * d(e1[0]))};
   const float e2q = e2[0] * q[0] + e2[1] * q[1] + e2[2] * q[2];
   const double t = d(e2q) * inv;
@@ -583,7 +584,9 @@ TEST(IntersectMesh, FollowsTheStepsBitForBitOverTheSampleMeshes) {
           const int n = mesh.counts[f];
           CollisionResult scratch;
           const auto test = [&](int a, int b, int c) {
-            const auto at = [&](int k) { return mesh.points[static_cast<std::size_t>(mesh.indices[offset + static_cast<std::size_t>(k)])]; };
+            const auto at = [&](int k) {
+              return mesh.points[static_cast<std::size_t>(mesh.indices[offset + static_cast<std::size_t>(k)])];
+            };
             return plainTriangle(ray, at(a), at(b), at(c), scratch);
           };
           if (n == 3) test(0, 1, 2);

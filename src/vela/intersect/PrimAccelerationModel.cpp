@@ -32,8 +32,8 @@ struct MeshAccelerator::Block {
 
 MeshAccelerator::MeshAccelerator(const ovo::Array<tarn::Vec3<float>>& points, const ovo::Array<int>& faceVertexCounts,
                                  const ovo::Array<int>& faceVertexIndices, std::size_t id)
-    : MeshAccelerator(
-          std::make_shared<const Block>(TriangleAccelerationModel(points, faceVertexCounts, faceVertexIndices)), id) {}
+    : MeshAccelerator(std::make_shared<const Block>(TriangleAccelerationModel(points, faceVertexCounts, faceVertexIndices)),
+                      id) {}
 MeshAccelerator::MeshAccelerator(const ovo::MeshPrim& mesh, std::size_t id, double time)
     : MeshAccelerator(std::make_shared<const Block>(TriangleAccelerationModel(mesh, time)), id) {}
 MeshAccelerator::MeshAccelerator(std::shared_ptr<const Block> block, std::size_t id) : id_(id), block_(std::move(block)) {}

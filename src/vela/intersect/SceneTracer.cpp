@@ -60,8 +60,8 @@ struct SceneTracer::Impl {
   tracer::KernelFunctions kernel = tracer::bestKernel();
 
   [[nodiscard]] tracer::SceneView view() const {
-    return {meshes.data(), placements.data(), nodes.empty() ? nullptr : nodes.data(), onlyPlacement,
-            unboxed.data(), unboxed.size()};
+    return {meshes.data(), placements.data(), nodes.empty() ? nullptr : nodes.data(),
+            onlyPlacement, unboxed.data(),    unboxed.size()};
   }
 
   void describe(const tarn::Ray<float>& ray, const tracer::Nearest& nearest, TracerHit& hit) const {
@@ -70,8 +70,8 @@ struct SceneTracer::Impl {
     hit.hit = true;
     hit.distance = nearest.distance;
     for (std::size_t i = 0; i < 3; ++i)
-      hit.position[i] = static_cast<float>(static_cast<double>(ray.origin[i]) +
-                                           nearest.distance * static_cast<double>(ray.direction[i]));
+      hit.position[i] =
+          static_cast<float>(static_cast<double>(ray.origin[i]) + nearest.distance * static_cast<double>(ray.direction[i]));
 
     // The normal, in double: corners of a small far triangle differ in their last bits only.
     const auto corner = [&](std::size_t c) {
@@ -246,8 +246,9 @@ std::uint32_t SceneTracer::placementMesh(std::uint32_t placement) const {
 tarn::Box3<float> SceneTracer::bounds() const { return impl_->bounds; }
 
 std::size_t SceneTracer::memoryUsage() const {
-  std::size_t bytes = impl_->placements.capacity() * sizeof(tracer::Placement) + impl_->nodes.capacity() * sizeof(tracer::Node) +
-                      impl_->unboxed.capacity() * sizeof(std::uint32_t) + impl_->meshes.capacity() * sizeof(tracer::Mesh);
+  std::size_t bytes = impl_->placements.capacity() * sizeof(tracer::Placement) +
+                      impl_->nodes.capacity() * sizeof(tracer::Node) + impl_->unboxed.capacity() * sizeof(std::uint32_t) +
+                      impl_->meshes.capacity() * sizeof(tracer::Mesh);
   for (const tracer::Mesh& mesh : impl_->meshes)
     bytes += mesh.triangles.capacity() * sizeof(tracer::TriangleSource) + mesh.nodes.capacity() * sizeof(tracer::Node) +
              mesh.blocks.capacity() * sizeof(tracer::Block);

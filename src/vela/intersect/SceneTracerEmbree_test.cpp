@@ -41,8 +41,9 @@ struct Soup {
       if (count <= 0) continue;
       const std::size_t end = begin + static_cast<std::size_t>(count);
       if (end > indices.size()) break;
-      const bool isSound = std::all_of(indices.begin() + static_cast<std::ptrdiff_t>(begin), indices.begin() + static_cast<std::ptrdiff_t>(end),
-                                       [&](int i) { return i >= 0 && static_cast<std::size_t>(i) < points.size(); });
+      const bool isSound =
+          std::all_of(indices.begin() + static_cast<std::ptrdiff_t>(begin), indices.begin() + static_cast<std::ptrdiff_t>(end),
+                      [&](int i) { return i >= 0 && static_cast<std::size_t>(i) < points.size(); });
       if (count >= 3 && isSound) {
         vela::triangulatePolygon(points.data(), indices.data() + begin, count, cut);
         for (const int k : cut) {
@@ -98,7 +99,8 @@ class Embree {
     hit.hit.geomID = RTC_INVALID_GEOMETRY_ID;
     hit.hit.instID[0] = RTC_INVALID_GEOMETRY_ID;
     rtcIntersect1(scene_, &context, &hit);
-    return hit.hit.geomID == RTC_INVALID_GEOMETRY_ID ? std::numeric_limits<double>::infinity() : static_cast<double>(hit.ray.tfar);
+    return hit.hit.geomID == RTC_INVALID_GEOMETRY_ID ? std::numeric_limits<double>::infinity()
+                                                     : static_cast<double>(hit.ray.tfar);
   }
 
  private:
@@ -128,8 +130,8 @@ struct Comparison {
   std::vector<std::string> unexplained;
 };
 
-void compare(const SceneTracer& tracer, const Embree& embree, const Soup& soup, const std::vector<Ray<float>>& rays, double size,
-             Comparison& result) {
+void compare(const SceneTracer& tracer, const Embree& embree, const Soup& soup, const std::vector<Ray<float>>& rays,
+             double size, Comparison& result) {
   for (const Ray<float>& ray : rays) {
     TracerHit hit;
     tracer.intersect(ray, hit);
@@ -144,15 +146,18 @@ void compare(const SceneTracer& tracer, const Embree& embree, const Soup& soup, 
     if (isSame) continue;
     ++result.differences;
     // The same surface, grazed: sideways the answers agree, along the ray that is stretched by 1 / cos.
-    if (hit.hit && std::fabs(hit.distance - other) * std::fabs(tarn::dot(Vec3<double>(hit.normal), Vec3<double>(ray.direction))) <= tolerance)
+    if (hit.hit &&
+        std::fabs(hit.distance - other) * std::fabs(tarn::dot(Vec3<double>(hit.normal), Vec3<double>(ray.direction))) <=
+            tolerance)
       continue;
     // Whatever either saw and the other did not lies at an edge: some triangle's border is that near to the ray.
     double nearest = std::numeric_limits<double>::infinity();
     for (std::size_t t = 0; t < soup.corners.size() && nearest > tolerance; t += 3)
       nearest = std::min(nearest, distanceFromBorder(ray, &soup.corners[t], tolerance));
     if (nearest > tolerance)
-      result.unexplained.push_back("tracer " + (hit.hit ? std::to_string(hit.distance * length) : std::string("none")) + ", Embree " +
-                                   std::to_string(other * length) + ", nearest edge " + std::to_string(nearest / reach) + " of the reach");
+      result.unexplained.push_back("tracer " + (hit.hit ? std::to_string(hit.distance * length) : std::string("none")) +
+                                   ", Embree " + std::to_string(other * length) + ", nearest edge " +
+                                   std::to_string(nearest / reach) + " of the reach");
   }
 }
 
@@ -199,13 +204,14 @@ void expectAgreement(const SceneTracer& tracer, const Soup& soup, int count, uns
   EXPECT_EQ(result.unexplained.size(), 0u);
   for (std::size_t i = 0; i < std::min<std::size_t>(3, result.unexplained.size()); ++i) ADD_FAILURE() << result.unexplained[i];
   testing::Test::RecordProperty("differences", result.differences);
-  std::printf("  %d rays, %d hits, %d differences, all of them at edges or grazing\n", result.rays, result.hits, result.differences);
+  std::printf("  %d rays, %d hits, %d differences, all of them at edges or grazing\n", result.rays, result.hits,
+              result.differences);
 }
 
 TEST(SceneTracerAgainstEmbree, GeneratedMeshes) {
   unsigned seed = 1;
-  for (const vela_test::ClosedMesh& mesh : {vela_test::makeCube(), vela_test::makeIcosphere(4), vela_test::makeTorus(60, 30),
-                                            vela_test::makeBumpySphere(20000)}) {
+  for (const vela_test::ClosedMesh& mesh :
+       {vela_test::makeCube(), vela_test::makeIcosphere(4), vela_test::makeTorus(60, 30), vela_test::makeBumpySphere(20000)}) {
     SceneTracer tracer;
     tracer.addPlacement(tracer.addMesh(mesh.points, mesh.counts, mesh.indices), Mat4<double>());
     tracer.build();
@@ -227,7 +233,8 @@ TEST(SceneTracerAgainstEmbree, PlacedCopies) {
     m.translate(x, y, static_cast<double>(uniform(random, -6, 6)));
     m.rotateX(static_cast<double>(uniform(random, 0, 6)));
     m.rotateZ(static_cast<double>(uniform(random, 0, 6)));
-    m.scale(static_cast<double>(uniform(random, 0.3f, 2)), i % 3 == 0 ? -1.0 : 1.0, static_cast<double>(uniform(random, 0.3f, 2)));
+    m.scale(static_cast<double>(uniform(random, 0.3f, 2)), i % 3 == 0 ? -1.0 : 1.0,
+            static_cast<double>(uniform(random, 0.3f, 2)));
     tracer.addPlacement(id, m);
     soup.add(mesh.points, mesh.counts, mesh.indices, m);
   }

@@ -29,9 +29,7 @@ constexpr float kInf = std::numeric_limits<float>::infinity();
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 
 /// Another copy of an axis-aligned square of two units at height z, seen from above, as one quad.
-ClosedMesh makeSquare(float z = 0.0f) {
-  return {{{-1, -1, z}, {1, -1, z}, {1, 1, z}, {-1, 1, z}}, {4}, {0, 1, 2, 3}};
-}
+ClosedMesh makeSquare(float z = 0.0f) { return {{{-1, -1, z}, {1, -1, z}, {1, 1, z}, {-1, 1, z}}, {4}, {0, 1, 2, 3}}; }
 
 std::uint32_t addMesh(SceneTracer& tracer, const ClosedMesh& mesh) {
   return tracer.addMesh(mesh.points, mesh.counts, mesh.indices);
@@ -66,7 +64,8 @@ class PlainLoop {
     for (std::size_t f = 0; f < source.counts.size(); ++f) {
       const int n = source.counts[f];
       vela::triangulatePolygon(source.points.data(), source.indices.data() + begin, n, cut);
-      for (const int k : cut) corners.push_back(source.points[static_cast<std::size_t>(source.indices[begin + static_cast<std::size_t>(k)])]);
+      for (const int k : cut)
+        corners.push_back(source.points[static_cast<std::size_t>(source.indices[begin + static_cast<std::size_t>(k)])]);
       for (std::size_t k = 0; k < cut.size(); k += 3) placed.faces.push_back(static_cast<int>(f));
       begin += static_cast<std::size_t>(n);
     }
@@ -203,7 +202,8 @@ TEST(SceneTracer, NegativeMinDistanceLooksBehind) {
 TEST(SceneTracer, RaysThatAreNoneMiss) {
   const SceneTracer tracer = makeTracer(makeSquare());
   const Vec3<float> o(0, 0, 5), d(0, 0, -1);
-  std::vector<Ray<float>> rays = {{o, {0, 0, 0}}, {o, {-0.0f, 0, 0}}, {o, d, 1.0f, 0.0f}, {o, d, kNan, 9.0f}, {o, d, 0.0f, kNan}};
+  std::vector<Ray<float>> rays = {
+      {o, {0, 0, 0}}, {o, {-0.0f, 0, 0}}, {o, d, 1.0f, 0.0f}, {o, d, kNan, 9.0f}, {o, d, 0.0f, kNan}};
   for (const float bad : {kNan, kInf, -kInf})
     for (std::size_t i = 0; i < 3; ++i) {
       rays.emplace_back(o, d);
@@ -355,14 +355,14 @@ TEST(SceneTracer, FacesThatCannotBeUsedAreSkippedAndCounted) {
   const ClosedMesh low = makeSquare(0.0f);
   mesh.points.insert(mesh.points.end(), low.points.begin(), low.points.end());  // 6 to 9
   mesh.counts = {2, -3, 0, 4, 3, 3, 3, 4, 4, 100};
-  mesh.indices = {0, 1,           // two corners
-                  0, 1, 2, 10,    // out of range
-                  0, 1, -1,       // negative
-                  0, 1, 4,        // NaN
-                  0, 1, 5,        // infinite
-                  0, 2, 0, 2,     // no area
-                  6, 7, 8, 9,     // good
-                  0, 1, 2, 3};    // runs past the end
+  mesh.indices = {0, 1,          // two corners
+                  0, 1, 2,  10,  // out of range
+                  0, 1, -1,      // negative
+                  0, 1, 4,       // NaN
+                  0, 1, 5,       // infinite
+                  0, 2, 0,  2,   // no area
+                  6, 7, 8,  9,   // good
+                  0, 1, 2,  3};  // runs past the end
   const SceneTracer tracer = makeTracer(mesh);
   TracerHit hit;
   ASSERT_TRUE(tracer.intersect(kDown, hit));
@@ -677,39 +677,49 @@ void compareScenes(unsigned seed, int scenes, int rays, Mat4<double> (*makeMatri
 }
 
 TEST(SceneTracerAgainstPlainLoop, PlacedByRotationAndScale) {
-  compareScenes(100, 12, 3000, [](Random& random, float size) {
-    Mat4<double> m;
-    m.translate(Vec3<double>(randomPoint(random, size * 0.5f)));
-    m = m * randomRotation(random);
-    const double s = static_cast<double>(uniform(random, 0.3f, 1.5f));
-    m.scale(random() % 3 == 0 ? -s : s, s, s);
-    return m;
-  }, 4.0f);
+  compareScenes(
+      100, 12, 3000,
+      [](Random& random, float size) {
+        Mat4<double> m;
+        m.translate(Vec3<double>(randomPoint(random, size * 0.5f)));
+        m = m * randomRotation(random);
+        const double s = static_cast<double>(uniform(random, 0.3f, 1.5f));
+        m.scale(random() % 3 == 0 ? -s : s, s, s);
+        return m;
+      },
+      4.0f);
 }
 
 TEST(SceneTracerAgainstPlainLoop, PlacedBySkewedMatrices) {
-  compareScenes(200, 12, 3000, [](Random& random, float size) {
-    Mat4<double> m;
-    m.translate(Vec3<double>(randomPoint(random, size * 0.5f)));
-    m = m * randomRotation(random);
-    m.scale(std::pow(10.0, static_cast<double>(uniform(random, -3, 0.5f))), 1, std::pow(10.0, static_cast<double>(uniform(random, -1, 0.5f))));
-    m = m * randomRotation(random);
-    if (random() % 6 == 0) m.scale(1e-6, 1, 1e6);
-    if (random() % 9 == 0) m.scale(1, 1, 1e-13);
-    m = m * randomRotation(random);
-    return m;
-  }, 4.0f);
+  compareScenes(
+      200, 12, 3000,
+      [](Random& random, float size) {
+        Mat4<double> m;
+        m.translate(Vec3<double>(randomPoint(random, size * 0.5f)));
+        m = m * randomRotation(random);
+        m.scale(std::pow(10.0, static_cast<double>(uniform(random, -3, 0.5f))), 1,
+                std::pow(10.0, static_cast<double>(uniform(random, -1, 0.5f))));
+        m = m * randomRotation(random);
+        if (random() % 6 == 0) m.scale(1e-6, 1, 1e6);
+        if (random() % 9 == 0) m.scale(1, 1, 1e-13);
+        m = m * randomRotation(random);
+        return m;
+      },
+      4.0f);
 }
 
 TEST(SceneTracerAgainstPlainLoop, FarFromTheOrigin) {
-  compareScenes(300, 8, 3000, [](Random& random, float size) {
-    Mat4<double> m;
-    m.translate(Vec3<double>(randomPoint(random, size)));
-    m = m * randomRotation(random);
-    const double s = std::pow(10.0, static_cast<double>(uniform(random, -6, 5)));
-    m.scale(s, s, s);
-    return m;
-  }, 1e5f);
+  compareScenes(
+      300, 8, 3000,
+      [](Random& random, float size) {
+        Mat4<double> m;
+        m.translate(Vec3<double>(randomPoint(random, size)));
+        m = m * randomRotation(random);
+        const double s = std::pow(10.0, static_cast<double>(uniform(random, -6, 5)));
+        m.scale(s, s, s);
+        return m;
+      },
+      1e5f);
 }
 
 TEST(SceneTracerAgainstPlainLoop, OneDenseMeshInPlace) {

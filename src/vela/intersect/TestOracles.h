@@ -292,8 +292,7 @@ inline TestMesh bumpySphere(int rings, int segments, float bump, unsigned seed =
 inline TestMesh cube() {
   TestMesh mesh;
   mesh.name = "cube";
-  for (int i = 0; i < 8; ++i)
-    mesh.points.emplace_back((i & 1) ? 1.0f : -1.0f, (i & 2) ? 1.0f : -1.0f, (i & 4) ? 1.0f : -1.0f);
+  for (int i = 0; i < 8; ++i) mesh.points.emplace_back((i & 1) ? 1.0f : -1.0f, (i & 2) ? 1.0f : -1.0f, (i & 4) ? 1.0f : -1.0f);
   mesh.face({0, 2, 3, 1});
   mesh.face({4, 5, 7, 6});
   mesh.face({0, 1, 5, 4});
@@ -326,8 +325,7 @@ inline TestMesh soup(int count, unsigned seed) {
   for (int i = 0; i < count; ++i) {
     const Vec3<float> centre(place(random), place(random), place(random));
     const float size = std::exp2(-8.0f * std::fabs(place(random)));
-    for (int k = 0; k < 3; ++k)
-      mesh.points.push_back(centre + Vec3<float>(place(random), place(random), place(random)) * size);
+    for (int k = 0; k < 3; ++k) mesh.points.push_back(centre + Vec3<float>(place(random), place(random), place(random)) * size);
     mesh.face({3 * i, 3 * i + 1, 3 * i + 2});
   }
   return mesh;
@@ -367,16 +365,16 @@ inline TestMesh broken() {
   TestMesh mesh;
   mesh.name = "broken";
   mesh.points = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}, {kNan, 0, 0}, {0, kNan, 0}};
-  mesh.face({0, 1});               // two corners
-  mesh.counts.push_back(-5);       // takes no indices
-  mesh.face({0, 1, 99});           // no such point
-  mesh.face({0, -1, 2});           // nor this
-  mesh.face({0, 1, 4});            // not a number
+  mesh.face({0, 1});          // two corners
+  mesh.counts.push_back(-5);  // takes no indices
+  mesh.face({0, 1, 99});      // no such point
+  mesh.face({0, -1, 2});      // nor this
+  mesh.face({0, 1, 4});       // not a number
   mesh.counts.push_back(0);
   mesh.face({0, 1, 2});
-  mesh.face({1, 1, 1});            // no area
-  mesh.face({0, 1, 2, 3, -7});     // polygon with a bad corner
-  mesh.face({0, 1, 5, 3, 2});      // polygon with a NaN corner
+  mesh.face({1, 1, 1});         // no area
+  mesh.face({0, 1, 2, 3, -7});  // polygon with a bad corner
+  mesh.face({0, 1, 5, 3, 2});   // polygon with a NaN corner
   mesh.face({0, 1, 3, 2});
   mesh.counts.push_back(2147483647);  // beyond the indices, and everything after it
   mesh.face({0, 1, 2});
@@ -384,9 +382,9 @@ inline TestMesh broken() {
 }
 
 inline std::vector<TestMesh> sampleMeshes() {
-  std::vector<TestMesh> meshes{cube(),        plane(1),     plane(13),      bumpySphere(6, 8, 0.0f), bumpySphere(24, 40, 0.3f),
-                               soup(400, 11), soup(1, 3),   polygons(),     stadium(12),             broken(),
-                               TestMesh{"empty", {}, {}, {}}};
+  std::vector<TestMesh> meshes{
+      cube(),     plane(1),    plane(13), bumpySphere(6, 8, 0.0f),      bumpySphere(24, 40, 0.3f), soup(400, 11), soup(1, 3),
+      polygons(), stadium(12), broken(),  TestMesh{"empty", {}, {}, {}}};
   TestMesh points{"points without faces", {{0, 0, 0}, {1, 2, 3}}, {}, {}};
   meshes.push_back(points);
   TestMesh far = bumpySphere(12, 20, 0.3f);
@@ -426,8 +424,8 @@ class RayMaker {
   Ray<float> hostile() {
     Ray<float> ray = ordinary();
     switch (pick(9)) {
-      case 0: ray.direction = meshPoint() - ray.origin; break;                     // through a vertex
-      case 1: ray = between(meshPoint(), meshPoint()); break;                      // along or between vertices
+      case 0: ray.direction = meshPoint() - ray.origin; break;  // through a vertex
+      case 1: ray = between(meshPoint(), meshPoint()); break;   // along or between vertices
       case 2: ray = inPlane(); break;
       case 3: ray = axisParallel(around(0.7f)); break;
       case 4: ray = axisParallel(cellCorner()); break;
@@ -477,7 +475,9 @@ class RayMaker {
     }
     return p;
   }
-  Ray<float> between(const Vec3<float>& a, const Vec3<float>& b) { return Ray<float>(a - (b - a) * static_cast<float>(pick(3)), b - a); }
+  Ray<float> between(const Vec3<float>& a, const Vec3<float>& b) {
+    return Ray<float>(a - (b - a) * static_cast<float>(pick(3)), b - a);
+  }
   Ray<float> axisParallel(const Vec3<float>& through) {
     Vec3<float> direction;
     const std::size_t axis = pick(3);

@@ -169,9 +169,7 @@ void flush() {
 
 }  // namespace
 
-void setLevel(unsigned level, bool readEnvironment) {
-  theLevel.store(readEnvironment ? levelFromEnvironment(level) : level);
-}
+void setLevel(unsigned level, bool readEnvironment) { theLevel.store(readEnvironment ? levelFromEnvironment(level) : level); }
 
 unsigned level() { return theLevel.load(); }
 

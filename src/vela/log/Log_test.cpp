@@ -28,8 +28,7 @@ Environment only(Environment environment) {
   return environment;
 }
 
-ChildResult logChild(std::vector<std::string> arguments, const Environment& environment = {},
-                     const std::string& folder = {}) {
+ChildResult logChild(std::vector<std::string> arguments, const Environment& environment = {}, const std::string& folder = {}) {
   arguments.insert(arguments.begin(), VELA_LOG_CHILD);
   return runChild(arguments, only(environment), folder);
 }
@@ -118,8 +117,8 @@ TEST(LogLevel, EveryLevelHasItsHeader) {
 // ---- Headers ---------------------------------------------------------------------------------------------------
 
 TEST(LogHeader, HasApplicationNameAndIdentifierAsTheyAreGiven) {
-  EXPECT_EQ(withoutStamps(logged({"enable=7:Asset System", "write=1:0:a", "write=1:7:b", "app=nova", "write=1:0:c", "write=1:7:d",
-                                  "app=", "write=1:0:e"})),
+  EXPECT_EQ(withoutStamps(logged({"enable=7:Asset System", "write=1:0:a", "write=1:7:b", "app=nova", "write=1:0:c",
+                                  "write=1:7:d", "app=", "write=1:0:e"})),
             "[Error][stamp] a\n[Asset System Error][stamp] b\n[nova Error][stamp] c\n[nova/Asset System Error][stamp] d\n"
             "[Error][stamp] e\n");
 }

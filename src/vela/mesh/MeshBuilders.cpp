@@ -35,13 +35,12 @@ Vec3<float> lerpSnapped(const Vec3<float>& a, const Vec3<float>& b, float t) {
 }  // namespace
 
 void buildRectQuadMesh(MeshSample& mesh, const Vec3<float>& p0, const Vec3<float>& p1, const Vec3<float>& p2,
-                       const Vec3<float>& p3, unsigned int rows, unsigned int columns, bool buildFaces,
-                       bool buildPoints, bool buildNormals, bool buildUVs) {
+                       const Vec3<float>& p3, unsigned int rows, unsigned int columns, bool buildFaces, bool buildPoints,
+                       bool buildNormals, bool buildUVs) {
   if (rows == 0 || columns == 0) return;
   const std::size_t nRows = rows, nColumns = columns;
   const std::size_t width = nColumns + 1;
-  const std::size_t nFaces = countOf(nRows, nColumns), nVerts = countOf(nFaces, 4),
-                    nPoints = countOf(nRows + 1, width);
+  const std::size_t nFaces = countOf(nRows, nColumns), nVerts = countOf(nFaces, 4), nPoints = countOf(nRows + 1, width);
 
   if (buildFaces) {
     mesh.clearFaces();
@@ -205,9 +204,9 @@ void buildCube(MeshSample& mesh, const tarn::Box3<double>& box, unsigned int sid
   }
 }
 
-void buildRevolveMeshPoints(MeshSample& mesh, unsigned int rows, unsigned int columns,
-                            std::function<float(int)> radius, std::function<float(int)> height,
-                            const Vec3<float>& scale, bool topCap, bool bottomCap, bool shareCapRings) {
+void buildRevolveMeshPoints(MeshSample& mesh, unsigned int rows, unsigned int columns, std::function<float(int)> radius,
+                            std::function<float(int)> height, const Vec3<float>& scale, bool topCap, bool bottomCap,
+                            bool shareCapRings) {
   if (mesh.points.empty() || !radius || !height) return;
   Vec3<float>* const points = mesh.points.data();
   const std::size_t size = mesh.points.size();
@@ -244,8 +243,8 @@ void buildRevolveMeshPoints(MeshSample& mesh, unsigned int rows, unsigned int co
   }
 }
 
-void buildRevolveMeshUVs(MeshSample& mesh, unsigned int rows, unsigned int columns, float sweepU, float sweepV,
-                         bool topCap, bool bottomCap, bool topPole, bool bottomPole) {
+void buildRevolveMeshUVs(MeshSample& mesh, unsigned int rows, unsigned int columns, float sweepU, float sweepV, bool topCap,
+                         bool bottomCap, bool topPole, bool bottomPole) {
   if (mesh.uvs.empty()) return;
   Vec2<float>* out = mesh.uvs.data();
   Vec2<float>* const end = out + mesh.uvs.size();
@@ -256,8 +255,8 @@ void buildRevolveMeshUVs(MeshSample& mesh, unsigned int rows, unsigned int colum
   const float spanU = 360.0f / sweepU, spanV = 180.0f / sweepV;
   const float uStart = 0.5f - spanU * 0.5f;
   float v = 0.5f - spanV * 0.5f;
-  const float bands = static_cast<float>(static_cast<std::size_t>(rows) + (topCap && topPole ? 1u : 0u) +
-                                         (bottomCap && bottomPole ? 1u : 0u));
+  const float bands =
+      static_cast<float>(static_cast<std::size_t>(rows) + (topCap && topPole ? 1u : 0u) + (bottomCap && bottomPole ? 1u : 0u));
   const float du = spanU / static_cast<float>(columns), dv = spanV / bands;
   const auto forEachColumn = [&](auto&& writeFace) {
     float u = uStart;
@@ -315,8 +314,8 @@ void forEachRevolveVertex(const MeshSample& mesh, unsigned int rows, unsigned in
 
 // KEEP(scaled-once): the points carry the scale already, so dividing by it once leads back to the unit shape's normals;
 // those of the stretched surface would need a second division. Callers rely on it.
-void buildCylinderMeshNormals(MeshSample& mesh, unsigned int rows, unsigned int columns, const Vec3<float>& scale,
-                              bool topCap, bool bottomCap) {
+void buildCylinderMeshNormals(MeshSample& mesh, unsigned int rows, unsigned int columns, const Vec3<float>& scale, bool topCap,
+                              bool bottomCap) {
   if (mesh.nVerts() == 0 || mesh.points.empty() || mesh.normals.empty()) return;
   Vec3<float>* const normals = mesh.normals.data();
   const Vec3<float>* const points = mesh.pointLocations();
@@ -334,8 +333,8 @@ void buildCylinderMeshNormals(MeshSample& mesh, unsigned int rows, unsigned int 
   });
 }
 
-void buildSphereMeshNormals(MeshSample& mesh, unsigned int rows, unsigned int columns, const Vec3<float>& scale,
-                            bool topCap, bool bottomCap) {
+void buildSphereMeshNormals(MeshSample& mesh, unsigned int rows, unsigned int columns, const Vec3<float>& scale, bool topCap,
+                            bool bottomCap) {
   if (mesh.nVerts() == 0 || mesh.points.empty() || mesh.normals.empty()) return;
   Vec3<float>* const normals = mesh.normals.data();
   const Vec3<float>* const points = mesh.pointLocations();

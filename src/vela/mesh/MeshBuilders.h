@@ -28,8 +28,7 @@ namespace vela {
 /// \param buildUVs      replaces the uvs: one a point, (j / columns, i / rows)
 VELA_API void buildRectQuadMesh(MeshSample& mesh, const tarn::Vec3<float>& p0, const tarn::Vec3<float>& p1,
                                 const tarn::Vec3<float>& p2, const tarn::Vec3<float>& p3, unsigned int rows,
-                                unsigned int columns, bool buildFaces, bool buildPoints, bool buildNormals,
-                                bool buildUVs);
+                                unsigned int columns, bool buildFaces, bool buildPoints, bool buildNormals, bool buildUVs);
 
 /// A box of quadrilaterals: front (z max), back, right (x max), left, top (y max), bottom, in this order. Nothing
 /// happens when either count is 0.
@@ -45,9 +44,8 @@ VELA_API void buildRectQuadMesh(MeshSample& mesh, const tarn::Vec3<float>& p0, c
 /// \param buildUVs      appends to the uvs: one a face-vertex with shared points, one a point without; v of the bottom runs
 ///                      the other way without
 /// \param sharedPoints  faces share the points of edges and corners (8 for one division), else each has its own (24)
-VELA_API void buildCube(MeshSample& mesh, const tarn::Box3<double>& box, unsigned int sideDivisions,
-                        unsigned int capDivisions, bool buildFaces, bool buildPoints, bool buildNormals, bool buildUVs,
-                        bool sharedPoints);
+VELA_API void buildCube(MeshSample& mesh, const tarn::Box3<double>& box, unsigned int sideDivisions, unsigned int capDivisions,
+                        bool buildFaces, bool buildPoints, bool buildNormals, bool buildUVs, bool sharedPoints);
 
 /// \name Surfaces of revolution about the y axis
 /// `rows` bands of `columns` quadrilaterals between rows + 1 rings of `columns` points (no ring has a point twice). The first point
@@ -74,8 +72,8 @@ VELA_API void buildRevolveMeshPoints(MeshSample& mesh, unsigned int rows, unsign
 /// cut off evenly around the middle.
 ///
 /// \param topPole, bottomPole the cap has a band of v of its own, as on a sphere; else it has no height in v
-VELA_API void buildRevolveMeshUVs(MeshSample& mesh, unsigned int rows, unsigned int columns, float sweepU,
-                                  float sweepV, bool topCap, bool bottomCap, bool topPole, bool bottomPole);
+VELA_API void buildRevolveMeshUVs(MeshSample& mesh, unsigned int rows, unsigned int columns, float sweepU, float sweepV,
+                                  bool topCap, bool bottomCap, bool topPole, bool bottomPole);
 
 /// Writes normals from the points of a unit cylinder that was scaled: normalise(v / scale), v being (x, 0, z) of the corner's point on the bands and
 /// straight down or up on the caps. Nothing happens without points or face-vertices.
@@ -85,13 +83,13 @@ VELA_API void buildCylinderMeshNormals(MeshSample& mesh, unsigned int rows, unsi
 /// Writes normals from the points of a unit sphere that was scaled: normalise(p / scale) of the corner's point. As
 /// on the cylinder they are those of the unit shape: exact where the scale is the same along all axes. Elements beyond the last
 /// face-vertex are divided and normalised as they are. Nothing happens without points or face-vertices.
-VELA_API void buildSphereMeshNormals(MeshSample& mesh, unsigned int rows, unsigned int columns,
-                                     const tarn::Vec3<float>& scale, bool topCap, bool bottomCap);
+VELA_API void buildSphereMeshNormals(MeshSample& mesh, unsigned int rows, unsigned int columns, const tarn::Vec3<float>& scale,
+                                     bool topCap, bool bottomCap);
 
 /// Replaces the faces by those that the others expect, for points laid out by buildRevolveMeshPoints. allTriangles and allQuads
 /// start cleared and end as addTri and addQuad leave them.
-VELA_API void buildRevolveMeshFaces(MeshSample& mesh, unsigned int rows, unsigned int columns, bool topCap,
-                                    bool bottomCap, bool shareCapRings);
+VELA_API void buildRevolveMeshFaces(MeshSample& mesh, unsigned int rows, unsigned int columns, bool topCap, bool bottomCap,
+                                    bool shareCapRings);
 /// @}
 
 }  // namespace vela

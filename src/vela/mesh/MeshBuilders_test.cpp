@@ -182,8 +182,9 @@ TEST(BuildRectQuadMesh, BuildingAgainReplacesEverything) {
 
 TEST(BuildRectQuadMesh, TooManyForPointNumbersIsALengthErrorAndChangesNothing) {
   MeshSample m;
-  EXPECT_THROW(vela::buildRectQuadMesh(m, {}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, 4000000000u, 4000000000u, true, true, true, true),
-               std::length_error);
+  EXPECT_THROW(
+      vela::buildRectQuadMesh(m, {}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, 4000000000u, 4000000000u, true, true, true, true),
+      std::length_error);
   EXPECT_THROW(vela::buildCube(m, kBox, 4000000000u, 4000000000u, true, true, true, true, true), std::length_error);
   EXPECT_THROW(vela::buildRevolveMeshFaces(m, 4000000000u, 4000000000u, true, true, true), std::length_error);
   EXPECT_EQ(m.nFaces(), 0u);
@@ -204,8 +205,8 @@ TEST(BuildCube, OneDivisionEachHasSixQuadsAndEightPointsSharedOr24) {
 
 TEST(BuildCube, SharedPointsOfOneDivisionAreTheFrontAndTheBack) {
   const MeshSample m = cube(1, 1, true);
-  EXPECT_EQ(m.points, (ovo::Array<Vec3<float>>{{-1, -2, 5}, {3, -2, 5}, {-1, 4, 5}, {3, 4, 5},
-                                               {3, -2, -3}, {-1, -2, -3}, {3, 4, -3}, {-1, 4, -3}}));
+  EXPECT_EQ(m.points, (ovo::Array<Vec3<float>>{
+                          {-1, -2, 5}, {3, -2, 5}, {-1, 4, 5}, {3, 4, 5}, {3, -2, -3}, {-1, -2, -3}, {3, 4, -3}, {-1, 4, -3}}));
   EXPECT_EQ(indices(m), (std::vector<int>{0, 1, 3, 2, 4, 5, 7, 6, 1, 4, 6, 3, 5, 0, 2, 7, 2, 3, 6, 7, 5, 4, 1, 0}));
 }
 

@@ -62,7 +62,8 @@ void add(const Term& term, Sum& sum) { _mm_store_ps(sum.v, _mm_add_ps(_mm_load_p
 // Four indices at once: none is negative or above the last point.
 bool allFourNamePoints(const int* f, std::uint32_t last) {
   const __m128i indices = _mm_loadu_si128(reinterpret_cast<const __m128i*>(f));
-  const __m128i bad = _mm_or_si128(_mm_cmpgt_epi32(indices, _mm_set1_epi32(static_cast<int>(last))), _mm_srai_epi32(indices, 31));
+  const __m128i bad =
+      _mm_or_si128(_mm_cmpgt_epi32(indices, _mm_set1_epi32(static_cast<int>(last))), _mm_srai_epi32(indices, 31));
   return _mm_movemask_epi8(bad) == 0;
 }
 
@@ -204,8 +205,7 @@ bool calcPointNormals(std::size_t nPoints, const Vec3<float>* points, std::size_
 }
 
 bool calcVertexNormals(std::size_t nPoints, const Vec3<float>* points, std::size_t nVerts, const int* indices,
-                       std::size_t nFaces, const int* vertsPerFace, float threshold,
-                       ovo::Array<Vec3<float>>& vertexNormals) {
+                       std::size_t nFaces, const int* vertsPerFace, float threshold, ovo::Array<Vec3<float>>& vertexNormals) {
   if (nPoints == 0 || nVerts == 0 || nFaces == 0 || points == nullptr || indices == nullptr || vertsPerFace == nullptr)
     return false;
   vertexNormals.clear();
@@ -269,16 +269,12 @@ Vec3<float> getPosFromImplicitUV(const MeshTopology& topology, int face, const V
   if (first > indices.size() || n > indices.size() - first) return {};
   const std::size_t nPoints = topology.points.size();
   if (!allNamePoints(indices.cdata() + first, n, nPoints)) return {};
-  const auto corner = [&](std::size_t k) -> const Vec3<float>& {
-    return at(topology.points.cdata(), indices[first + k]);
-  };
+  const auto corner = [&](std::size_t k) -> const Vec3<float>& { return at(topology.points.cdata(), indices[first + k]); };
 
   float u = uv.x, v = uv.y;
   switch (n) {
-    case 1:
-      return corner(0);
-    case 2:
-      return (1.0f - u) * corner(0) + u * corner(1);
+    case 1: return corner(0);
+    case 2: return (1.0f - u) * corner(0) + u * corner(1);
     case 3: {
       if (u + v > 1.0f) {
         u = 1.0f - u;
@@ -288,10 +284,8 @@ Vec3<float> getPosFromImplicitUV(const MeshTopology& topology, int face, const V
       return w * corner(0) + u * corner(1) + v * corner(2);
     }
     case 4:
-      return (1.0f - u) * (1.0f - v) * corner(0) + u * (1.0f - v) * corner(1) + u * v * corner(2) +
-             (1.0f - u) * v * corner(3);
-    default:
-      break;
+      return (1.0f - u) * (1.0f - v) * corner(0) + u * (1.0f - v) * corner(1) + u * v * corner(2) + (1.0f - u) * v * corner(3);
+    default: break;
   }
 
   // KEEP(unwrapped-corner): the corner at floor(n u) is not wrapped, so u = 1 reads the index behind the face; callers
@@ -301,15 +295,13 @@ Vec3<float> getPosFromImplicitUV(const MeshTopology& topology, int face, const V
   const float f = x - floored;
   const auto faceSize = static_cast<std::int64_t>(n);
   const std::int64_t k = std::clamp<std::int64_t>(tarn::truncToInt64(floored), -0x7FFFFFFFFFFFFFFF, 0x7FFFFFFFFFFFFFF0);
-  const auto wrapped = [&](std::int64_t c) {
-    return static_cast<std::size_t>((c % faceSize + faceSize) % faceSize);
-  };
+  const auto wrapped = [&](std::int64_t c) { return static_cast<std::size_t>((c % faceSize + faceSize) % faceSize); };
   const auto readsAt = [&](std::int64_t c) {
     const auto size = static_cast<std::int64_t>(indices.size()), start = static_cast<std::int64_t>(first);
     return c >= -start && c < size - start && allNamePoints(indices.cdata() + (start + c), 1, nPoints);
   };
-  const Vec3<float> a = readsAt(k) ? at(topology.points.cdata(), indices.cdata()[static_cast<std::int64_t>(first) + k])
-                                   : corner(wrapped(k));
+  const Vec3<float> a =
+      readsAt(k) ? at(topology.points.cdata(), indices.cdata()[static_cast<std::int64_t>(first) + k]) : corner(wrapped(k));
   const Vec3<float> b = corner(wrapped(k + 1));
   Vec3<float> mean;
   for (std::size_t i = 0; i < n; ++i) mean += corner(i);

@@ -31,9 +31,8 @@ namespace vela {
 /// \param keepSign      false turns every normal round (before the division)
 /// \return false in these two cases
 VELA_API bool calcPointNormals(std::size_t nPoints, const tarn::Vec3<float>* points, std::size_t nVerts,
-                               const int* faceVertPointIndices, std::size_t nFaces, const int* vertsPerFace,
-                               bool allTriangles, bool allQuads, ovo::Array<tarn::Vec3<float>>& pointNormals,
-                               bool keepSign);
+                               const int* faceVertPointIndices, std::size_t nFaces, const int* vertsPerFace, bool allTriangles,
+                               bool allQuads, ovo::Array<tarn::Vec3<float>>& pointNormals, bool keepSign);
 
 /// One normal a face-vertex, smooth across gentle edges only.
 ///
@@ -51,8 +50,8 @@ VELA_API bool calcPointNormals(std::size_t nPoints, const tarn::Vec3<float>* poi
 /// Faces of fewer than three vertices are passed over without moving on in the indices: the faces after one of them read theirs
 /// from that many places further to the front, and so are their normals written.
 VELA_API bool calcVertexNormals(std::size_t nPoints, const tarn::Vec3<float>* points, std::size_t nVerts,
-                                const int* faceVertPointIndices, std::size_t nFaces, const int* vertsPerFace,
-                                float threshold, ovo::Array<tarn::Vec3<float>>& vertexNormals);
+                                const int* faceVertPointIndices, std::size_t nFaces, const int* vertsPerFace, float threshold,
+                                ovo::Array<tarn::Vec3<float>>& vertexNormals);
 
 /// The position on a face for (u, v) in [0, 1] x [0, 1].
 ///

@@ -180,7 +180,7 @@ TEST(CalcPointNormals, LargerFacesWeighMore) {
   Normals out;
   EXPECT_TRUE(pointNormals(m, out, true));
   // Nine parts of the first, whose normal is -y, and one of the second, whose normal is z.
-  EXPECT_TRUE(same(out[0], Vec3<float>(0, -9, 1).normalized() )) << out[0];
+  EXPECT_TRUE(same(out[0], Vec3<float>(0, -9, 1).normalized())) << out[0];
 }
 
 TEST(CalcPointNormals, ShortFacesAreStillMovedPast) {
@@ -205,7 +205,14 @@ TEST(CalcPointNormals, AnySoupAgreesWithTheModelBitForBit) {
   SCOPED_TRACE(kSeed);
   std::mt19937 random(kSeed);
   std::uniform_real_distribution<float> place(-1.0f, 1.0f);
-  const float odd[] = {0.0f, -0.0f, 1e-23f, 1e-40f, 3e19f, -1e30f, std::numeric_limits<float>::infinity(), std::numeric_limits<float>::quiet_NaN()};
+  const float odd[] = {0.0f,
+                       -0.0f,
+                       1e-23f,
+                       1e-40f,
+                       3e19f,
+                       -1e30f,
+                       std::numeric_limits<float>::infinity(),
+                       std::numeric_limits<float>::quiet_NaN()};
   for (int round = 0; round < 400; ++round) {
     // All triangles, all quads or a mixture; some points unused, some indices bad, some coordinates at the ends of what floats are.
     const int kind = round % 3;
@@ -322,7 +329,8 @@ TEST(CalcVertexNormals, ANeighboursAreaEntersTheTest) {  // KEEP(weighted-thresh
 TEST(CalcVertexNormals, AfterAShortFaceTheIndicesAreReadShifted) {  // KEEP(short-face-cursor)
   // The second face has two vertices; the third reads 4, 5, 6, the indices of the second and the first of its own.
   SampleMesh m{"shifted", {}, {3, 2, 3}, {0, 1, 2, 3, 4, 5, 6, 7}};
-  for (int i = 0; i < 8; ++i) m.points.emplace_back(static_cast<float>(i), static_cast<float>(i * i), static_cast<float>(i % 3));
+  for (int i = 0; i < 8; ++i)
+    m.points.emplace_back(static_cast<float>(i), static_cast<float>(i * i), static_cast<float>(i % 3));
   Normals out;
   ASSERT_TRUE(vertexNormals(m, 0, out));
   const auto& P = m.points;

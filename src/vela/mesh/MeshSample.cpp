@@ -124,15 +124,15 @@ MeshSample::MeshSample(const ovo::MeshPrim& prim, const double& sampleTime)
     : MeshSample(prim, sampleTime, 0, 0, true, true, true, true, false, false, ovo::Token()) {}
 
 MeshSample::MeshSample(const ovo::MeshPrim& prim, const double& sampleTime, int sampleTag, int level, bool readUVs,
-                       bool readNormals, bool readScalars, bool readVectors, bool readPointVectors,
-                       bool readPointData, const ovo::Token& uvPrimvarName) {
+                       bool readNormals, bool readScalars, bool readVectors, bool readPointVectors, bool readPointData,
+                       const ovo::Token& uvPrimvarName) {
   sampleMeshPrim(prim, sampleTime, sampleTag, level, readUVs, readNormals, readScalars, readVectors, readPointVectors,
                  readPointData, uvPrimvarName);
 }
 
-bool MeshSample::sampleMeshPrim(const ovo::MeshPrim& prim, const double& sampleTime, int sampleTag, int level,
-                                bool readUVs, bool readNormals, bool readScalars, bool readVectors,
-                                bool readPointVectors, bool readPointData, const ovo::Token& uvPrimvarName) {
+bool MeshSample::sampleMeshPrim(const ovo::MeshPrim& prim, const double& sampleTime, int sampleTag, int level, bool readUVs,
+                                bool readNormals, bool readScalars, bool readVectors, bool readPointVectors, bool readPointData,
+                                const ovo::Token& uvPrimvarName) {
   const ovo::Tokens& t = ovo::tokens();
   // `sampleTime` may be this sample's own `time`, which the next lines change.
   const double at = sampleTime;
@@ -183,10 +183,10 @@ bool MeshSample::sampleMeshPrim(const ovo::MeshPrim& prim, const double& sampleT
   // Primvars.
   if (readUVs) {
     // KEEP(primars-st1): the name without its letter is looked for as it stands; there are files that have it.
-    const ovo::Primvar uv = uvPrimvarName.isEmpty()
-                                ? findPrimvar(prim, {t.st, t.uv, t.map1, t.UVMap, ovo::Token("primvars:st0"),
-                                                     ovo::Token("primars:st1"), t.uv0})
-                                : findPrimvar(prim, {uvPrimvarName});
+    const ovo::Primvar uv =
+        uvPrimvarName.isEmpty()
+            ? findPrimvar(prim, {t.st, t.uv, t.map1, t.UVMap, ovo::Token("primvars:st0"), ovo::Token("primars:st1"), t.uv0})
+            : findPrimvar(prim, {uvPrimvarName});
     readPrimvar(uv, at, mesh, uvs);
     readPrimvar(findPrimvar(prim, {t.st_w, t.uv_w, t.map1_w, t.UVMap_w}), at, mesh, uvExtra);
   }
@@ -211,8 +211,8 @@ bool MeshSample::sampleMeshPrim(const ovo::MeshPrim& prim, const double& sampleT
   // Normals. Those of a left-handed mesh are turned: its faces run clockwise seen from outside.
   const bool keepSign = prim.getOrientation() != t.leftHanded;
   ovo::Array<Vec3<float>> pointNormals;
-  if (!calcPointNormals(nPoints(), pointLocations(), nVerts(), faceVertPointIndices(), nFaces(), vertsPerFace(),
-                        allTriangles, allQuads, pointNormals, keepSign))
+  if (!calcPointNormals(nPoints(), pointLocations(), nVerts(), faceVertPointIndices(), nFaces(), vertsPerFace(), allTriangles,
+                        allQuads, pointNormals, keepSign))
     return true;
   normals.clear();
   normals.resize(nVerts());

@@ -38,9 +38,8 @@ class VELA_API MeshSample {
   /// Samples the points, the faces and all primvars, without pointVectors and pointData, tag 0, not subdivided.
   MeshSample(const ovo::MeshPrim& prim, const double& time);
   /// As sampleMeshPrim, whose result is not kept.
-  MeshSample(const ovo::MeshPrim& prim, const double& time, int tag, int subdivisionLevel, bool readUVs,
-             bool readNormals, bool readScalars, bool readVectors, bool readPointVectors, bool readPointData,
-             const ovo::Token& uvPrimvarName);
+  MeshSample(const ovo::MeshPrim& prim, const double& time, int tag, int subdivisionLevel, bool readUVs, bool readNormals,
+             bool readScalars, bool readVectors, bool readPointVectors, bool readPointData, const ovo::Token& uvPrimvarName);
 
   // Reading
 
@@ -88,8 +87,8 @@ class VELA_API MeshSample {
   /// first of the names above; uvs, normals, vectors and scalars with the interpolation that their count fits: per
   /// face-vertex, else per point, per face, constant.
   /// \return true when at least one was written
-  bool setMeshPrimProperties(ovo::MeshPrim& prim, bool writeUVs, bool writeNormals, bool writeVectors,
-                             bool writeScalars, bool writePointVectors, bool writePointData) const;
+  bool setMeshPrimProperties(ovo::MeshPrim& prim, bool writeUVs, bool writeNormals, bool writeVectors, bool writeScalars,
+                             bool writePointVectors, bool writePointData) const;
 
   // Building
 
@@ -132,9 +131,9 @@ class VELA_API MeshSample {
   tarn::Mat4<double> xform;                ///< local to world
   tarn::Mat4<double> inverseXform;         ///< computed only when xform is not the identity
   bool xformIsIdentity = true;
-  bool allTriangles = false;   ///< hint: every face is a triangle
-  bool allQuads = false;       ///< hint: every face is a quadrilateral
-  bool reverseWinding = false; ///< data per face-vertex was turned round within each face as it was read
+  bool allTriangles = false;    ///< hint: every face is a triangle
+  bool allQuads = false;        ///< hint: every face is a quadrilateral
+  bool reverseWinding = false;  ///< data per face-vertex was turned round within each face as it was read
 
   ovo::Array<tarn::Vec2<float>> uvs;           ///< per face-vertex
   ovo::Array<float> uvExtra;                   ///< per face-vertex, of the unrefined mesh

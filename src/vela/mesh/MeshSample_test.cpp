@@ -196,7 +196,8 @@ TEST(MeshSample, TheShortConstructorReadsPrimvarsAndNoPointData) {
 
 TEST(MeshSample, PrimvarsOfEveryInterpolationComeOutPerFaceVertex) {
   const auto uvs = [](const std::string& interpolation, const std::string& values, const std::string& more = "") {
-    const MeshPrim prim = textPrim(std::string(kTwoFaces) + "texCoord2f[] primvars:st = " + values + " (interpolation = \"" + interpolation + "\")\n" + more);
+    const MeshPrim prim = textPrim(std::string(kTwoFaces) + "texCoord2f[] primvars:st = " + values + " (interpolation = \"" +
+                                   interpolation + "\")\n" + more);
     MeshSample m;
     EXPECT_TRUE(sampleAll(m, prim));
     std::vector<float> out;
@@ -221,7 +222,8 @@ TEST(MeshSample, PrimvarsOfEveryInterpolationComeOutPerFaceVertex) {
 }
 
 TEST(MeshSample, TheNamesOfTextureCoordinatesAreTriedInTheirOrder) {
-  const std::vector<std::string> order = {"primvars:st", "primvars:uv", "primvars:map1", "primvars:UVMap", "primvars:st0", "primars:st1", "primvars:uv0"};
+  const std::vector<std::string> order = {"primvars:st",  "primvars:uv", "primvars:map1", "primvars:UVMap",
+                                          "primvars:st0", "primars:st1", "primvars:uv0"};
   for (std::size_t first = 0; first < order.size(); ++first) {
     std::string body = kTwoFaces;
     for (std::size_t k = first; k < order.size(); ++k)
@@ -314,7 +316,8 @@ TEST(MeshSample, ComputedNormalsPointOutwardForBothOrientations) {
     SampleMesh turned = shape;
     std::size_t first = 0;
     for (const int n : turned.counts) {
-      std::reverse(turned.indices.begin() + static_cast<std::ptrdiff_t>(first), turned.indices.begin() + static_cast<std::ptrdiff_t>(first) + n);
+      std::reverse(turned.indices.begin() + static_cast<std::ptrdiff_t>(first),
+                   turned.indices.begin() + static_cast<std::ptrdiff_t>(first) + n);
       first += static_cast<std::size_t>(n);
     }
     for (const int level : {0, 2})
@@ -338,7 +341,8 @@ TEST(MeshSample, RefiningTakesDataAlongAndComputesNormals) {  // KEEP(level-stay
   MeshPrim prim = primOf(named("cube"), "catmullClark");
   prim.createPrimvar("st", "texCoord2f[]", "vertex").set(ovo::Array<Vec2<float>>(8, Vec2<float>(0.5f, 0.25f)));
   prim.createPrimvar("st_w", "float[]", "constant").set(ovo::Array<float>{3});
-  prim.createPrimvar("displayColor", "color3f[]", "uniform").set(ovo::Array<Vec3<float>>{{0, 0, 0}, {1, 1, 1}, {2, 2, 2}, {3, 3, 3}, {4, 4, 4}, {5, 5, 5}});
+  prim.createPrimvar("displayColor", "color3f[]", "uniform")
+      .set(ovo::Array<Vec3<float>>{{0, 0, 0}, {1, 1, 1}, {2, 2, 2}, {3, 3, 3}, {4, 4, 4}, {5, 5, 5}});
   prim.createAttr(ovo::tokens().velocities, "vector3f[]").set(ovo::Array<Vec3<float>>(24, Vec3<float>(1, 2, 3)));
   prim.createAttr(ovo::tokens().accelerations, "vector3f[]").set(ovo::Array<Vec3<float>>(24));
   prim.setNormals(ovo::Array<Vec3<float>>(24, Vec3<float>(0, 0, 1)), "faceVarying");
@@ -446,8 +450,8 @@ TEST(MeshSample, EachFlagWritesItsOwnVectorsBeforeScalars) {
   m.scalars.assign(24, 0.25f);
   m.pointVectors.assign(8, Vec3<float>(4));
   m.pointData.assign(8, Vec3<float>(5));
-  const std::vector<std::set<std::string>> names = {{"primvars:st", "primvars:st_w"}, {"normals"}, {"primvars:displayColor"},
-                                                    {"primvars:displayOpacity"}, {"velocities"}, {"accelerations"}};
+  const std::vector<std::set<std::string>> names = {{"primvars:st", "primvars:st_w"}, {"normals"},    {"primvars:displayColor"},
+                                                    {"primvars:displayOpacity"},      {"velocities"}, {"accelerations"}};
   for (int flags = 0; flags < 64; ++flags) {
     MeshPrim prim = MeshPrim::define(Stage::createInMemory(), Path("/Mesh"));
     const auto on = [&](int i) { return (flags >> i & 1) != 0; };
@@ -464,7 +468,8 @@ TEST(MeshSample, EachFlagWritesItsOwnVectorsBeforeScalars) {
 }
 
 TEST(MeshSample, UVsAndNormalsGetTheInterpolationThatTheirCountFits) {
-  for (const auto& [count, word] : {std::pair{7, "faceVarying"}, {5, "vertex"}, {2, "uniform"}, {1, "constant"}, {3, "faceVarying"}}) {
+  for (const auto& [count, word] :
+       {std::pair{7, "faceVarying"}, {5, "vertex"}, {2, "uniform"}, {1, "constant"}, {3, "faceVarying"}}) {
     MeshPrim prim = textPrim(kTwoFaces);
     MeshSample m;
     ASSERT_TRUE(sampleAll(m, prim));
@@ -533,8 +538,10 @@ TEST(MeshSample, WhatIsWrittenExportedAndOpenedAgainIsTheSame) {
         MeshSample back;
         const MeshPrim read(again->getPrimAtPath(Path("/World/Mesh")));
         ASSERT_TRUE(sampleAll(back, read, time));
-        EXPECT_TRUE(std::equal(m.vertsPerFace(), m.vertsPerFace() + m.nFaces(), back.vertsPerFace(), back.vertsPerFace() + back.nFaces()));
-        EXPECT_TRUE(std::equal(m.faceVertPointIndices(), m.faceVertPointIndices() + n, back.faceVertPointIndices(), back.faceVertPointIndices() + back.nVerts()));
+        EXPECT_TRUE(std::equal(m.vertsPerFace(), m.vertsPerFace() + m.nFaces(), back.vertsPerFace(),
+                               back.vertsPerFace() + back.nFaces()));
+        EXPECT_TRUE(std::equal(m.faceVertPointIndices(), m.faceVertPointIndices() + n, back.faceVertPointIndices(),
+                               back.faceVertPointIndices() + back.nVerts()));
         EXPECT_EQ(back.uvs, m.uvs);
         EXPECT_EQ(back.uvExtra, m.uvExtra);
         EXPECT_EQ(back.normals, m.normals);
@@ -563,7 +570,8 @@ TEST(MeshSample, EverySampleMeshIsReadRefinedAndMeasuredWithoutFault) {
         SCOPED_TRACE(shape.name);
         MeshPrim prim = primOf(shape, scheme);
         prim.createPrimvar("st", "texCoord2f[]", "vertex").set(ovo::Array<Vec2<float>>(shape.points.size(), Vec2<float>(1, 2)));
-        prim.createPrimvar("displayColor", "color3f[]", "uniform").set(ovo::Array<Vec3<float>>(shape.counts.size(), Vec3<float>(1)));
+        prim.createPrimvar("displayColor", "color3f[]", "uniform")
+            .set(ovo::Array<Vec3<float>>(shape.counts.size(), Vec3<float>(1)));
         MeshSample m;
         EXPECT_EQ(sampleAll(m, prim, kDefault, level), !shape.points.empty() && !shape.indices.empty());
         if (shape.points.empty() || shape.indices.empty()) continue;

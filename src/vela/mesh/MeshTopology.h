@@ -35,9 +35,9 @@ class VELA_API MeshTopology {
   /// sorting of edges that share their smaller point.
   [[nodiscard]] Edges edges() const;
 
-  ovo::Array<tarn::Vec3<float>> points;          ///< positions
-  ovo::Array<std::int32_t> vertsPerFace;         ///< how many vertices each face has
-  ovo::Array<std::int32_t> faceVertPointIndices; ///< the point of each face-vertex
+  ovo::Array<tarn::Vec3<float>> points;           ///< positions
+  ovo::Array<std::int32_t> vertsPerFace;          ///< how many vertices each face has
+  ovo::Array<std::int32_t> faceVertPointIndices;  ///< the point of each face-vertex
 };
 
 /// The faces of a mesh, in order: `for (auto face : topology.faces()) for (int point : face) ...`.
@@ -105,8 +105,7 @@ class VELA_API MeshTopology::Faces {
 
  private:
   friend class MeshTopology;
-  Faces(const ovo::Array<std::int32_t>& counts, const ovo::Array<std::int32_t>& indices)
-      : counts_(counts), indices_(indices) {}
+  Faces(const ovo::Array<std::int32_t>& counts, const ovo::Array<std::int32_t>& indices) : counts_(counts), indices_(indices) {}
   ovo::Array<std::int32_t> counts_, indices_;
 };
 
@@ -118,9 +117,7 @@ class VELA_API MeshTopology::Edges {
     std::int32_t a = 0, b = 0;   ///< points, a < b
     std::int32_t faceCount = 0;  ///< face sides along it: 1 on a border, 2 inside a manifold surface
 
-    friend bool operator==(const Edge& l, const Edge& r) {
-      return l.a == r.a && l.b == r.b && l.faceCount == r.faceCount;
-    }
+    friend bool operator==(const Edge& l, const Edge& r) { return l.a == r.a && l.b == r.b && l.faceCount == r.faceCount; }
     friend bool operator!=(const Edge& l, const Edge& r) { return !(l == r); }
   };
   using const_iterator = std::vector<Edge>::const_iterator;

@@ -48,8 +48,7 @@ NearestPointQuery::NearestPointQuery(const tarn::Box3<float>& box, float cellSiz
 }
 
 tarn::Vec3<int> NearestPointQuery::cellID(const tarn::Vec3<float>& position) const {
-  return tarn::Vec3<int>(cellAlong(position.x, bounds.min.x, cellsPerUnitX),
-                         cellAlong(position.y, bounds.min.y, cellsPerUnitY),
+  return tarn::Vec3<int>(cellAlong(position.x, bounds.min.x, cellsPerUnitX), cellAlong(position.y, bounds.min.y, cellsPerUnitY),
                          cellAlong(position.z, bounds.min.z, cellsPerUnitZ));
 }
 
@@ -67,8 +66,7 @@ void NearestPointQuery::addPoints(const tarn::Vec3<float>* points, std::size_t c
   std::size_t kept = 0;
   for (std::size_t i = 0; i < count; ++i) {
     const tarn::Vec3<int> id = cellID(points[i]);
-    const auto x = static_cast<std::uint32_t>(id.x), y = static_cast<std::uint32_t>(id.y),
-               z = static_cast<std::uint32_t>(id.z);
+    const auto x = static_cast<std::uint32_t>(id.x), y = static_cast<std::uint32_t>(id.y), z = static_cast<std::uint32_t>(id.z);
     std::uint32_t cell = kNoPoint;
     if (x < nx && y < ny && z < nz) {
       cell = (x * ny + y) * nz + z;
@@ -116,8 +114,7 @@ void NearestPointQuery::getNeighbours(const tarn::Vec3<float>& position, std::ve
       total += run.last - run.first;
     }
   ids.reserve(total);
-  for (int r = 0; r < runCount; ++r)
-    ids.insert(ids.end(), pointIds.data() + runs[r].first, pointIds.data() + runs[r].last);
+  for (int r = 0; r < runCount; ++r) ids.insert(ids.end(), pointIds.data() + runs[r].first, pointIds.data() + runs[r].last);
 }
 
 }  // namespace vela

@@ -197,8 +197,8 @@ TEST(NearestPointQuery, BoxesAndCellSizesThatMakeNoGridAreHarmless) {
   const float nan = std::numeric_limits<float>::quiet_NaN(), inf = std::numeric_limits<float>::infinity();
   const auto points = cellCentres();
   std::vector<unsigned> ids;
-  for (const Box3<float>& box : {Box3<float>(), boxOf(1, 1), boxOf(2, 1), boxOf(-inf, inf), boxOf(nan, nan), boxOf(0, 4),
-                                 boxOf(-3e38f, 3e38f)})
+  for (const Box3<float>& box :
+       {Box3<float>(), boxOf(1, 1), boxOf(2, 1), boxOf(-inf, inf), boxOf(nan, nan), boxOf(0, 4), boxOf(-3e38f, 3e38f)})
     for (const float size : {1.0f, 0.0f, -1.0f, 1e-30f, nan, inf}) {
       NearestPointQuery query(box, size);
       EXPECT_GE(query.cellCountX, 1);
@@ -254,8 +254,8 @@ TEST(NearestPointQuery, TheNearestPointIsAmongTheCandidatesOfAScanAndOfATree) {
     query.getNeighbours(p, ids);
     ASSERT_FALSE(ids.empty());
     const auto distance = [&](unsigned i) { return (cloud.points[i] - p).lengthSquared(); };
-    const unsigned best = *std::min_element(ids.begin(), ids.end(),
-                                            [&](unsigned a, unsigned b) { return distance(a) < distance(b); });
+    const unsigned best =
+        *std::min_element(ids.begin(), ids.end(), [&](unsigned a, unsigned b) { return distance(a) < distance(b); });
     float scanned = std::numeric_limits<float>::max();
     for (unsigned i = 0; i < cloud.points.size(); ++i) scanned = std::min(scanned, distance(i));
     ASSERT_EQ(distance(best), scanned);

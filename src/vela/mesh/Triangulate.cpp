@@ -82,10 +82,10 @@ int orientationExact(const Point2& a, const Point2& b, const Point2& c) {
 }
 
 int orientation(const Point2& a, const Point2& b, const Point2& c) {
-  const double left = (static_cast<double>(a.x) - static_cast<double>(c.x)) *
-                      (static_cast<double>(b.y) - static_cast<double>(c.y));
-  const double right = (static_cast<double>(a.y) - static_cast<double>(c.y)) *
-                       (static_cast<double>(b.x) - static_cast<double>(c.x));
+  const double left =
+      (static_cast<double>(a.x) - static_cast<double>(c.x)) * (static_cast<double>(b.y) - static_cast<double>(c.y));
+  const double right =
+      (static_cast<double>(a.y) - static_cast<double>(c.y)) * (static_cast<double>(b.x) - static_cast<double>(c.x));
   const double det = left - right;
   // Shewchuk's bound for this expression, (3 + 16 eps) eps with eps = 2^-53, rounded up.
   const double bound = 3.3306690738754731e-16 * (std::fabs(left) + std::fabs(right));
@@ -171,8 +171,7 @@ class Clipper {
   /// For three corners on a line: true when c is strictly between the two others. False for coinciding corners and spikes.
   bool liesBetween(int c, int p, int n) const {
     const Point2 &a = points_[p], &b = points_[c], &d = points_[n];
-    return (a.x < b.x && b.x < d.x) || (d.x < b.x && b.x < a.x) || (a.y < b.y && b.y < d.y) ||
-           (d.y < b.y && b.y < a.y);
+    return (a.x < b.x && b.x < d.x) || (d.x < b.x && b.x < a.x) || (a.y < b.y && b.y < d.y) || (d.y < b.y && b.y < a.y);
   }
 
   struct Extent {
@@ -272,9 +271,8 @@ class Clipper {
       order[static_cast<std::size_t>(i)] = i;
       curve_[i].code = code(points_[i]);
     }
-    std::sort(order.begin(), order.end(), [this](int a, int b) {
-      return curve_[a].code != curve_[b].code ? curve_[a].code < curve_[b].code : a < b;
-    });
+    std::sort(order.begin(), order.end(),
+              [this](int a, int b) { return curve_[a].code != curve_[b].code ? curve_[a].code < curve_[b].code : a < b; });
     for (std::size_t k = 1; k < order.size(); ++k) {
       curve_[order[k]].before = order[k - 1];
       curve_[order[k - 1]].after = order[k];
@@ -386,8 +384,11 @@ class Remaining {
   static constexpr int kFrom = 24;  ///< below, walking from corner to corner is as fast
 
   Remaining(const Scratch<Point2>& flat, int count)
-      : x_(static_cast<std::size_t>(count) + 4), y_(static_cast<std::size_t>(count) + 4), slotOf_(static_cast<std::size_t>(count)),
-        cornerAt_(static_cast<std::size_t>(count)), size_(count) {
+      : x_(static_cast<std::size_t>(count) + 4),
+        y_(static_cast<std::size_t>(count) + 4),
+        slotOf_(static_cast<std::size_t>(count)),
+        cornerAt_(static_cast<std::size_t>(count)),
+        size_(count) {
     for (int i = 0; i < count; ++i) {
       x_[i] = flat[i].x;
       y_[i] = flat[i].y;
@@ -433,10 +434,21 @@ class Remaining {
     __m128 px, py, cx, cy, nx, ny, nSide, turn, cSide, cpx, cpy, ncx, ncy, pnx, pny, tolerance;
 
     explicit Lanes(const Ear& e)
-        : px(_mm_set1_ps(e.p.x)), py(_mm_set1_ps(e.p.y)), cx(_mm_set1_ps(e.c.x)), cy(_mm_set1_ps(e.c.y)), nx(_mm_set1_ps(e.n.x)),
-          ny(_mm_set1_ps(e.n.y)), nSide(_mm_set1_ps(e.nSide)), turn(_mm_set1_ps(e.turn)), cSide(_mm_set1_ps(e.cSide)),
-          cpx(_mm_set1_ps(e.c.x - e.p.x)), cpy(_mm_set1_ps(e.c.y - e.p.y)), ncx(_mm_set1_ps(e.n.x - e.c.x)),
-          ncy(_mm_set1_ps(e.n.y - e.c.y)), pnx(_mm_set1_ps(e.p.x - e.n.x)), pny(_mm_set1_ps(e.p.y - e.n.y)),
+        : px(_mm_set1_ps(e.p.x)),
+          py(_mm_set1_ps(e.p.y)),
+          cx(_mm_set1_ps(e.c.x)),
+          cy(_mm_set1_ps(e.c.y)),
+          nx(_mm_set1_ps(e.n.x)),
+          ny(_mm_set1_ps(e.n.y)),
+          nSide(_mm_set1_ps(e.nSide)),
+          turn(_mm_set1_ps(e.turn)),
+          cSide(_mm_set1_ps(e.cSide)),
+          cpx(_mm_set1_ps(e.c.x - e.p.x)),
+          cpy(_mm_set1_ps(e.c.y - e.p.y)),
+          ncx(_mm_set1_ps(e.n.x - e.c.x)),
+          ncy(_mm_set1_ps(e.n.y - e.c.y)),
+          pnx(_mm_set1_ps(e.p.x - e.n.x)),
+          pny(_mm_set1_ps(e.p.y - e.n.y)),
           tolerance(_mm_set1_ps(kTolerance)) {}
 
     // side * (dx * (q.y - y) - (q.x - x) * dy) > tolerance

@@ -44,7 +44,6 @@ VELA_API void Triangulate(const tarn::Vec3<float>* points, const int* indices, i
 /// Time is about n log n for ordinary outlines of n corners and quadratic at worst while the polygon is simple.
 /// Sources: Meisters, Polygons Have Ears, AMM 82(6), 1975; Shewchuk, Adaptive Precision Floating-Point Arithmetic, DCG 18(3),
 /// 1997 (signs); the search of blockers along a Z-order curve follows Held, FIST, Algorithmica 30, 2001, in spirit.
-VELA_API void triangulatePolygon(const tarn::Vec3<float>* points, const int* indices, int count,
-                                 std::vector<int>& triangles);
+VELA_API void triangulatePolygon(const tarn::Vec3<float>* points, const int* indices, int count, std::vector<int>& triangles);
 
 }  // namespace vela

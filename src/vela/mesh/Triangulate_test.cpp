@@ -37,7 +37,9 @@ Points flat(std::initializer_list<std::pair<float, float>> corners) {
 
 // ------------------------------------------------------------------------------------------------ Triangulate
 
-TEST(Triangulate, TriangleComesBackAsItIs) { EXPECT_EQ(cutWith(Triangulate, flat({{0, 0}, {1, 0}, {0, 1}})), Triples({0, 1, 2})); }
+TEST(Triangulate, TriangleComesBackAsItIs) {
+  EXPECT_EQ(cutWith(Triangulate, flat({{0, 0}, {1, 0}, {0, 1}})), Triples({0, 1, 2}));
+}
 
 TEST(Triangulate, QuadIsSplitFromCornerZeroWhateverItsShape) {
   const Triples expected{0, 1, 2, 0, 2, 3};
@@ -149,10 +151,12 @@ Triples plainEars(const Points& points) {
     for (std::size_t k = 2; k + 1 < r && isEar; ++k) {
       const std::size_t q = left[(at + k) % r];
       isEar = !(((x[c] - x[p]) * (y[e] - y[p]) - (x[e] - x[p]) * (y[c] - y[p])) *
-                        ((x[c] - x[p]) * (y[q] - y[p]) - (x[q] - x[p]) * (y[c] - y[p])) > 0.0001f &&
+                        ((x[c] - x[p]) * (y[q] - y[p]) - (x[q] - x[p]) * (y[c] - y[p])) >
+                    0.0001f &&
                 turn * ((x[e] - x[c]) * (y[q] - y[c]) - (x[q] - x[c]) * (y[e] - y[c])) > 0.0001f &&
                 ((x[p] - x[e]) * (y[c] - y[e]) - (x[c] - x[e]) * (y[p] - y[e])) *
-                        ((x[p] - x[e]) * (y[q] - y[e]) - (x[q] - x[e]) * (y[p] - y[e])) > 0.0001f);
+                        ((x[p] - x[e]) * (y[q] - y[e]) - (x[q] - x[e]) * (y[p] - y[e])) >
+                    0.0001f);
     }
     if (isEar) {
       for (const std::size_t corner : {p, c, e}) out.push_back(static_cast<int>(corner));
@@ -183,7 +187,8 @@ TEST(Triangulate, PolygonsOfEverySizeAndShapeAreCutAsTheRuleSays) {
         if (kind == 3) radius = 1.0 - 0.9 * i / count;  // a coil
         double px = size * radius * std::cos(angle), py = size * radius * std::sin(angle);
         if (kind == 4) px = size * unit(random), py = size * unit(random);  // a tangle
-        points.emplace_back(static_cast<float>(px), static_cast<float>(0.6 * py), static_cast<float>(0.8 * py + 0.01 * size * unit(random)));
+        points.emplace_back(static_cast<float>(px), static_cast<float>(0.6 * py),
+                            static_cast<float>(0.8 * py + 0.01 * size * unit(random)));
       }
       if (count % 5 == 0) points[static_cast<std::size_t>(count) / 2] = points[1];
       if (count % 17 == 0) points[3].y = std::numeric_limits<float>::infinity();
@@ -346,7 +351,8 @@ TEST(TriangulatePolygon, RandomOutlinesAreCoveredOnce) {
       for (int i = 0; i < count; ++i) {
         const double angle = 6.283185307179586 * i / count, radius = size * (0.05 + unit(random));
         const double x = radius * std::cos(angle), y = radius * std::sin(angle);
-        points.emplace_back(static_cast<float>(x), static_cast<float>(y * std::cos(tilt)), static_cast<float>(y * std::sin(tilt)));
+        points.emplace_back(static_cast<float>(x), static_cast<float>(y * std::cos(tilt)),
+                            static_cast<float>(y * std::sin(tilt)));
       }
       check(points, true, "outline of " + std::to_string(count));
     }

@@ -75,10 +75,8 @@ TEST(SelectionWriter, OneObjectByteForByte) {
   selection.setObjectSelected("/world/cube", true);
   selection.getWritablePartSelection("/world/cube", vertices) = {{1, 1, 1, 0.5f}, {0, 0, 0, 0}};
   const std::string text = textOf(selection);
-  EXPECT_EQ(text,
-            "geoselection { paths 1 { /world/cube 1  { verts 4 {  3 1  1 0.5  } 4 {  4 0  }  }  { faces 0 0  }  }  } ");
-  EXPECT_EQ(words(text),
-            "geoselection { paths 1 { /world/cube 1 { verts 4 { 3 1 1 0.5 } 4 { 4 0 } } { faces 0 0 } } }");
+  EXPECT_EQ(text, "geoselection { paths 1 { /world/cube 1  { verts 4 {  3 1  1 0.5  } 4 {  4 0  }  }  { faces 0 0  }  }  } ");
+  EXPECT_EQ(words(text), "geoselection { paths 1 { /world/cube 1 { verts 4 { 3 1 1 0.5 } 4 { 4 0 } } { faces 0 0 } } }");
 }
 
 TEST(SelectionWriter, EntriesComeInTheOrderOfTheirPaths) {
@@ -257,9 +255,8 @@ TEST(SelectionReader, ThirdClosingBraceIsLookedFor) {
   in >> rest;
   EXPECT_EQ(rest, "rest") << "the third brace is taken from the text";
 
-  EXPECT_EQ(read(text + "rest", selection),
-            "GeoSelection deserialization error, bad token 'rest' at position " + std::to_string(text.size() - 1) +
-                ", expected '}'\n");
+  EXPECT_EQ(read(text + "rest", selection), "GeoSelection deserialization error, bad token 'rest' at position " +
+                                                std::to_string(text.size() - 1) + ", expected '}'\n");
   EXPECT_EQ(selection.size(), 0u);
 }
 
@@ -361,8 +358,8 @@ TEST(SelectionReader, CountsAloneCostNoMemory) {
 
 TEST(SelectionReader, PathMayBeAnyWord) {
   GeoSelection selection;
-  EXPECT_EQ(read("geoselection { paths 2 { } 1 { verts 0 0 } { faces 0 0 } \xff/{ 0 { verts 0 0 } { faces 0 0 } } }", selection),
-            "");
+  EXPECT_EQ(
+      read("geoselection { paths 2 { } 1 { verts 0 0 } { faces 0 0 } \xff/{ 0 { verts 0 0 } { faces 0 0 } } }", selection), "");
   EXPECT_TRUE(selection.isObjectSelected("}"));
   EXPECT_TRUE(selection.isPathPresent("\xff/{"));
 }
@@ -545,7 +542,8 @@ float randomValue(std::mt19937& random, bool exact) {
 }
 
 GeoSelection randomSelection(std::mt19937& random, bool exact) {
-  static const char* const kNames[] = {"/", "/a", "/a/b", "/b", "/a/b/c", "/world/cube", "/\xc3\xa9t\xc3\xa9", "{", "verts", "7"};
+  static const char* const kNames[] = {"/", "/a",    "/a/b", "/b", "/a/b/c", "/world/cube", "/\xc3\xa9t\xc3\xa9",
+                                       "{", "verts", "7"};
   GeoSelection selection;
   for (auto objects = random() % 4; objects > 0; --objects) {
     const char* const path = kNames[random() % std::size(kNames)];
@@ -618,10 +616,40 @@ TEST(SelectionProperties, DamagedTextsReadExactlyLikeFormattedExtraction) {
   const unsigned seed = 13;
   SCOPED_TRACE(seed);
   std::mt19937 random(seed);
-  static const char* const kPieces[] = {"{",    "}",    "verts", "faces", "paths", "geoselection", "/a",  "0",   "1",    "2",
-                                        "-1",   "+1",   "1e",    "1e+",   ".",     "-",            "+-1", "0x1", "1.5.", "1e5",
-                                        "1e39", "nan",  "inf",   "007",   "1,5",   "",             "\n",  "2e",  "-.5",  "e5",
-                                        ".e1",  "1E-50", "9.99999999999999999999", "340282356779733661637539395458142568448"};
+  static const char* const kPieces[] = {"{",
+                                        "}",
+                                        "verts",
+                                        "faces",
+                                        "paths",
+                                        "geoselection",
+                                        "/a",
+                                        "0",
+                                        "1",
+                                        "2",
+                                        "-1",
+                                        "+1",
+                                        "1e",
+                                        "1e+",
+                                        ".",
+                                        "-",
+                                        "+-1",
+                                        "0x1",
+                                        "1.5.",
+                                        "1e5",
+                                        "1e39",
+                                        "nan",
+                                        "inf",
+                                        "007",
+                                        "1,5",
+                                        "",
+                                        "\n",
+                                        "2e",
+                                        "-.5",
+                                        "e5",
+                                        ".e1",
+                                        "1E-50",
+                                        "9.99999999999999999999",
+                                        "340282356779733661637539395458142568448"};
   for (int i = 0; i < 100000; ++i) {
     std::istringstream in(textOf(randomSelection(random, false)));
     std::vector<std::string> tokens;

@@ -208,9 +208,8 @@ class Manager final {
   bool isEntityReferenceString(const Str& text);
   std::optional<EntityReference> createEntityReferenceIfValid(Str text);
   ContextPtr createContext();
-  trait::TraitsDataPtr resolve(const EntityReference& reference, const trait::TraitSet& traitSet,
-                               access::ResolveAccess access, const ContextConstPtr& context,
-                               const BatchElementErrorPolicyTag::Exception& policy = {});
+  trait::TraitsDataPtr resolve(const EntityReference& reference, const trait::TraitSet& traitSet, access::ResolveAccess access,
+                               const ContextConstPtr& context, const BatchElementErrorPolicyTag::Exception& policy = {});
 };
 using ManagerPtr = std::shared_ptr<Manager>;
 
@@ -274,7 +273,8 @@ class FileUrlPathConverter {
 // ---- Layouts -----------------------------------------------------------------------------------------------------
 
 #if !defined(__GLIBCXX__) || _GLIBCXX_USE_CXX11_ABI != 1 || !defined(__x86_64__)
-#error "The declarations of OpenAssetIO hold for x86-64 and libstdc++ with its new string ABI: give a full C++ install of OpenAssetIO"
+#error \
+    "The declarations of OpenAssetIO hold for x86-64 and libstdc++ with its new string ABI: give a full C++ install of OpenAssetIO"
 #endif
 
 static_assert(sizeof(openassetio::Str) == 32);

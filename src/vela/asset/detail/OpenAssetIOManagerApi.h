@@ -78,8 +78,7 @@ class ManagerInterface {
   using EntityTraitsSuccessCallback = std::function<void(std::size_t, trait::TraitSet)>;
   using ResolveSuccessCallback = std::function<void(std::size_t, trait::TraitsDataPtr)>;
   using DefaultEntityReferenceSuccessCallback = std::function<void(std::size_t, std::optional<EntityReference>)>;
-  using RelationshipQuerySuccessCallback =
-      std::function<void(std::size_t, std::shared_ptr<EntityReferencePagerInterface>)>;
+  using RelationshipQuerySuccessCallback = std::function<void(std::size_t, std::shared_ptr<EntityReferencePagerInterface>)>;
   using PreflightSuccessCallback = std::function<void(std::size_t, EntityReference)>;
   using RegisterSuccessCallback = std::function<void(std::size_t, EntityReference)>;
 
@@ -101,35 +100,32 @@ class ManagerInterface {
   virtual Str persistenceTokenForState(const ManagerStateBasePtr& state, const HostSessionPtr& session);
   virtual ManagerStateBasePtr stateFromPersistenceToken(const Str& token, const HostSessionPtr& session);
   virtual bool isEntityReferenceString(const Str& text, const HostSessionPtr& session);
-  virtual void entityExists(const EntityReferences& references, const ContextConstPtr& context,
-                            const HostSessionPtr& session, const ExistsSuccessCallback& success,
-                            const BatchElementErrorCallback& error);
+  virtual void entityExists(const EntityReferences& references, const ContextConstPtr& context, const HostSessionPtr& session,
+                            const ExistsSuccessCallback& success, const BatchElementErrorCallback& error);
   virtual void entityTraits(const EntityReferences& references, access::EntityTraitsAccess access,
                             const ContextConstPtr& context, const HostSessionPtr& session,
                             const EntityTraitsSuccessCallback& success, const BatchElementErrorCallback& error);
   virtual void resolve(const EntityReferences& references, const trait::TraitSet& traitSet, access::ResolveAccess access,
-                       const ContextConstPtr& context, const HostSessionPtr& session,
-                       const ResolveSuccessCallback& success, const BatchElementErrorCallback& error);
+                       const ContextConstPtr& context, const HostSessionPtr& session, const ResolveSuccessCallback& success,
+                       const BatchElementErrorCallback& error);
   virtual void defaultEntityReference(const trait::TraitSets& sets, access::DefaultEntityAccess access,
                                       const ContextConstPtr& context, const HostSessionPtr& session,
                                       const DefaultEntityReferenceSuccessCallback& success,
                                       const BatchElementErrorCallback& error);
   virtual void getWithRelationship(const EntityReferences& references, const trait::TraitsDataPtr& relationship,
-                                   const trait::TraitSet& resultTraits, std::size_t pageSize,
-                                   access::RelationsAccess access, const ContextConstPtr& context,
-                                   const HostSessionPtr& session, const RelationshipQuerySuccessCallback& success,
-                                   const BatchElementErrorCallback& error);
+                                   const trait::TraitSet& resultTraits, std::size_t pageSize, access::RelationsAccess access,
+                                   const ContextConstPtr& context, const HostSessionPtr& session,
+                                   const RelationshipQuerySuccessCallback& success, const BatchElementErrorCallback& error);
   virtual void getWithRelationships(const EntityReference& reference, const trait::TraitsDatas& relationships,
-                                    const trait::TraitSet& resultTraits, std::size_t pageSize,
-                                    access::RelationsAccess access, const ContextConstPtr& context,
-                                    const HostSessionPtr& session, const RelationshipQuerySuccessCallback& success,
-                                    const BatchElementErrorCallback& error);
-  virtual void preflight(const EntityReferences& references, const trait::TraitsDatas& hints,
-                         access::PublishingAccess access, const ContextConstPtr& context, const HostSessionPtr& session,
-                         const PreflightSuccessCallback& success, const BatchElementErrorCallback& error);
-  virtual void register_(const EntityReferences& references, const trait::TraitsDatas& datas,
-                         access::PublishingAccess access, const ContextConstPtr& context, const HostSessionPtr& session,
-                         const RegisterSuccessCallback& success, const BatchElementErrorCallback& error);
+                                    const trait::TraitSet& resultTraits, std::size_t pageSize, access::RelationsAccess access,
+                                    const ContextConstPtr& context, const HostSessionPtr& session,
+                                    const RelationshipQuerySuccessCallback& success, const BatchElementErrorCallback& error);
+  virtual void preflight(const EntityReferences& references, const trait::TraitsDatas& hints, access::PublishingAccess access,
+                         const ContextConstPtr& context, const HostSessionPtr& session, const PreflightSuccessCallback& success,
+                         const BatchElementErrorCallback& error);
+  virtual void register_(const EntityReferences& references, const trait::TraitsDatas& datas, access::PublishingAccess access,
+                         const ContextConstPtr& context, const HostSessionPtr& session, const RegisterSuccessCallback& success,
+                         const BatchElementErrorCallback& error);
 };
 
 }  // namespace managerApi

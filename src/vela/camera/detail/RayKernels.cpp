@@ -146,8 +146,8 @@ void applyOptics(const Camera::Sample* samples, std::size_t count, Block& b) {
   const Camera::Sample& s3 = samples[count - 1];
   b.h = _mm_mul_ps(_mm_setr_ps(s0.lensMagnification(), s1.lensMagnification(), s2.lensMagnification(), s3.lensMagnification()),
                    _mm_set1_ps(0.5f));
-  b.nearDistance = narrowed(s0.lensAp.clipNearDistance, s1.lensAp.clipNearDistance, s2.lensAp.clipNearDistance,
-                            s3.lensAp.clipNearDistance);
+  b.nearDistance =
+      narrowed(s0.lensAp.clipNearDistance, s1.lensAp.clipNearDistance, s2.lensAp.clipNearDistance, s3.lensAp.clipNearDistance);
   b.farDistance =
       narrowed(s0.lensAp.clipFarDistance, s1.lensAp.clipFarDistance, s2.lensAp.clipFarDistance, s3.lensAp.clipFarDistance);
   if (s0.ndcIsIdentity && s1.ndcIsIdentity && s2.ndcIsIdentity && s3.ndcIsIdentity) return;
@@ -305,8 +305,8 @@ __m128 narrowed(const Doubles4& v, __m128i& doubtful) {
   // A float keeps 24 of the 53 bits. The 29 that go are compared with the middle, which is 2^28.
   const __m128i rest = _mm_and_si128(lowWords(v.lo, v.hi), _mm_set1_epi32(0x1FFFFFFF));
   const __m128i fromMiddle = _mm_sub_epi32(rest, _mm_set1_epi32(0x10000000));
-  const __m128i close = _mm_and_si128(_mm_cmpgt_epi32(fromMiddle, _mm_set1_epi32(-0x800)),
-                                      _mm_cmplt_epi32(fromMiddle, _mm_set1_epi32(0x800)));
+  const __m128i close =
+      _mm_and_si128(_mm_cmpgt_epi32(fromMiddle, _mm_set1_epi32(-0x800)), _mm_cmplt_epi32(fromMiddle, _mm_set1_epi32(0x800)));
   // Near the subnormal floats fewer bits are kept.
   const __m128 magnitude = _mm_andnot_ps(_mm_set1_ps(-0.0f), narrow);
   const __m128 tiny = _mm_cmplt_ps(magnitude, _mm_set1_ps(1e-30f));
@@ -463,11 +463,7 @@ void perspectiveRays(const RayBatch& batch) {
     const __m128 px = _mm_mul_ps(b.h, b.p.x), py = _mm_mul_ps(b.h, b.p.y);
     const __m128 qx = _mm_mul_ps(b.h, b.q.x), qy = _mm_mul_ps(b.h, b.q.y);
     const Lanes3 direction = unit(px, py);
-    return RayLanes{{zero, zero, zero},
-                    direction,
-                    unit(qx, py),
-                    unit(px, qy),
-                    reciprocal(direction)};
+    return RayLanes{{zero, zero, zero}, direction, unit(qx, py), unit(px, qy), reciprocal(direction)};
   });
 }
 
@@ -476,11 +472,8 @@ void orthographicRays(const RayBatch& batch) {
   const Lanes3 ahead = {zero, zero, _mm_set1_ps(-1.0f)};
   const __m128 infinity = _mm_div_ps(_mm_set1_ps(1.0f), zero);
   generateInFours(batch, [&](const Block& b) {
-    return RayLanes{{_mm_mul_ps(b.h, b.p.x), _mm_mul_ps(b.h, b.p.y), zero},
-                    ahead,
-                    ahead,
-                    ahead,
-                    {infinity, infinity, _mm_set1_ps(-1.0f)}};
+    return RayLanes{
+        {_mm_mul_ps(b.h, b.p.x), _mm_mul_ps(b.h, b.p.y), zero}, ahead, ahead, ahead, {infinity, infinity, _mm_set1_ps(-1.0f)}};
   });
 }
 
@@ -508,8 +501,7 @@ void sphericalRays(const RayBatch& batch, float aspect) {
     const __m128 y = narrowed(negated(theta.cos), doubtful), yY = narrowed(negated(thetaY.cos), doubtful);
     // The neighbours mix latitudes as in sphericalDirections.
     RoundLanes lanes = {{x, y, z}, {xX, y, zX}, {x, yY, z}};
-    settle(doubtful, b, lanes,
-           [k](tarn::Vec2<float> p, tarn::Vec2<float> q, float) { return sphericalDirections(p, q, k); });
+    settle(doubtful, b, lanes, [k](tarn::Vec2<float> p, tarn::Vec2<float> q, float) { return sphericalDirections(p, q, k); });
     return roundRays(lanes);
   });
 }

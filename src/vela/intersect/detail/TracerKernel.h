@@ -22,9 +22,7 @@ inline float upperS(double distance, double sPerDistance, double start) {
   if (!(up < 3e38)) return std::numeric_limits<float>::infinity();
   return up < -3e38 ? -3e38f : static_cast<float>(up);
 }
-inline float lowerS(double distance, double sPerDistance, double start) {
-  return -upperS(-distance, sPerDistance, -start);
-}
+inline float lowerS(double distance, double sPerDistance, double start) { return -upperS(-distance, sPerDistance, -start); }
 
 struct Entry {
   float near;
@@ -175,8 +173,8 @@ inline bool traceMesh(const Mesh& mesh, const LocalRay& ray, const DistanceRange
 }
 
 template <bool isAny>
-inline bool tracePlacement(const SceneView& scene, std::uint32_t index, const tarn::Ray<float>& ray,
-                           const DistanceRange& range, Nearest& nearest) {
+inline bool tracePlacement(const SceneView& scene, std::uint32_t index, const tarn::Ray<float>& ray, const DistanceRange& range,
+                           Nearest& nearest) {
   const Placement& placement = scene.placements[index];
   const Mesh& mesh = scene.meshes[placement.mesh];
   LocalRay local;
@@ -196,8 +194,7 @@ inline bool traceScene(const SceneView& scene, const tarn::Ray<float>& ray, Near
   // World space, measured along the direction's largest axis as in LocalRay.
   float origin[3], inverse[3];
   double sPerDistance = 0.0;
-  for (std::size_t i = 0; i < 3; ++i)
-    sPerDistance = largest(sPerDistance, std::fabs(static_cast<double>(ray.direction[i])));
+  for (std::size_t i = 0; i < 3; ++i) sPerDistance = largest(sPerDistance, std::fabs(static_cast<double>(ray.direction[i])));
   for (std::size_t i = 0; i < 3; ++i) {
     origin[i] = ray.origin[i];
     inverse[i] = boundedInverse(sPerDistance, static_cast<double>(ray.direction[i]));
@@ -229,7 +226,9 @@ inline bool traceScene(const SceneView& scene, const tarn::Ray<float>& ray, Near
   }
 }
 
-void findNearest(const SceneView& scene, const tarn::Ray<float>& ray, Nearest& nearest) { traceScene<false>(scene, ray, nearest); }
+void findNearest(const SceneView& scene, const tarn::Ray<float>& ray, Nearest& nearest) {
+  traceScene<false>(scene, ray, nearest);
+}
 bool findAny(const SceneView& scene, const tarn::Ray<float>& ray) {
   Nearest nearest;
   return traceScene<true>(scene, ray, nearest);

@@ -110,11 +110,11 @@ inline bool makeLocalFromWorld(const tarn::Mat4<double>& worldFromLocal, const M
 struct LocalRay {
   float origin[3];  ///< moved along the ray to where the mesh begins, if the caller's origin is far away
   float shearX, shearY;
-  float zSign;           ///< of the direction along `z`
-  int x, y, z;           ///< axes; z is the direction's largest
-  float inverse[3];      ///< by axis: |direction z| / direction, at most 2^100 in size
-  double start;          ///< s of `origin` as seen from the caller's origin
-  double distancePerS;   ///< distance = (start + s) * distancePerS
+  float zSign;          ///< of the direction along `z`
+  int x, y, z;          ///< axes; z is the direction's largest
+  float inverse[3];     ///< by axis: |direction z| / direction, at most 2^100 in size
+  double start;         ///< s of `origin` as seen from the caller's origin
+  double distancePerS;  ///< distance = (start + s) * distancePerS
   double sPerDistance;
 };
 
@@ -129,7 +129,8 @@ inline float boundedInverse(double length, double v) {
 /// False when nothing can be hit: no direction, or far from the mesh.
 inline bool makeLocalRay(const Affine& localFromWorld, const MeshFrame& frame, const tarn::Ray<float>& ray, LocalRay& out) {
   // Into local space, in double: world coordinates may be large where local ones are small.
-  const double wo[3] = {static_cast<double>(ray.origin.x), static_cast<double>(ray.origin.y), static_cast<double>(ray.origin.z)};
+  const double wo[3] = {static_cast<double>(ray.origin.x), static_cast<double>(ray.origin.y),
+                        static_cast<double>(ray.origin.z)};
   const double wd[3] = {static_cast<double>(ray.direction.x), static_cast<double>(ray.direction.y),
                         static_cast<double>(ray.direction.z)};
   double o[3], d[3];
@@ -238,9 +239,10 @@ struct DistanceRange {
   /// Held against the rounded distance, so that a hit's own distance as the next range's end finds it again.
   [[nodiscard]] bool contains(double distance) const {
     if (!(std::fabs(distance) <= std::numeric_limits<double>::max())) return false;
-    const float rounded = std::fabs(distance) > static_cast<double>(std::numeric_limits<float>::max())
-                              ? std::copysign(std::numeric_limits<float>::infinity(), static_cast<float>(distance > 0.0 ? 1 : -1))
-                              : static_cast<float>(distance);
+    const float rounded =
+        std::fabs(distance) > static_cast<double>(std::numeric_limits<float>::max())
+            ? std::copysign(std::numeric_limits<float>::infinity(), static_cast<float>(distance > 0.0 ? 1 : -1))
+            : static_cast<float>(distance);
     return rounded >= min && rounded <= max;
   }
 };

@@ -415,8 +415,7 @@ void Mesh::build() {
       block.triangle[lane] = isUsed ? static_cast<std::uint32_t>(t) : kNone;
       for (std::size_t c = 0; c < 3; ++c)
         for (std::size_t i = 0; i < 3; ++i)
-          block.corner[c][i][lane] =
-              isUsed ? scaleCoordinate(corner(t, c)[i], frame) : std::numeric_limits<float>::quiet_NaN();
+          block.corner[c][i][lane] = isUsed ? scaleCoordinate(corner(t, c)[i], frame) : std::numeric_limits<float>::quiet_NaN();
     }
   }
 }

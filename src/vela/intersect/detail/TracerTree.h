@@ -111,7 +111,7 @@ struct Nearest {
 struct SceneView {
   const Mesh* meshes;
   const Placement* placements;
-  const Node* nodes;  ///< null without boxed placements
+  const Node* nodes;            ///< null without boxed placements
   std::uint32_t onlyPlacement;  ///< the one placement that has a box; kNone when there are more
   const std::uint32_t* unboxed;
   std::size_t numUnboxed;

@@ -64,8 +64,7 @@ __attribute__((target("avx"))) bool testTriangleBlocksAvx(const TriangleBlock* f
     const __m256 px = _mm256_sub_ps(_mm256_mul_ps(dy, e2z), _mm256_mul_ps(dz, e2y));
     const __m256 py = _mm256_sub_ps(_mm256_mul_ps(dz, e2x), _mm256_mul_ps(dx, e2z));
     const __m256 pz = _mm256_sub_ps(_mm256_mul_ps(dx, e2y), _mm256_mul_ps(dy, e2x));
-    const __m256 det =
-        _mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(e1x, px), _mm256_mul_ps(e1y, py)), _mm256_mul_ps(e1z, pz));
+    const __m256 det = _mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(e1x, px), _mm256_mul_ps(e1y, py)), _mm256_mul_ps(e1z, pz));
     const __m256 sx = _mm256_sub_ps(ox, _mm256_load_ps(block->ax));
     const __m256 sy = _mm256_sub_ps(oy, _mm256_load_ps(block->ay));
     const __m256 sz = _mm256_sub_ps(oz, _mm256_load_ps(block->az));
@@ -91,8 +90,8 @@ __attribute__((target("avx"))) bool testTriangleBlocksAvx(const TriangleBlock* f
     const __m256 inv = _mm256_div_ps(one, det);
     const __m256 u = _mm256_mul_ps(uDet, inv), v = _mm256_mul_ps(vDet, inv);
     reject = _mm256_or_ps(reject, _mm256_or_ps(_mm256_cmp_ps(u, zero, _CMP_LT_OQ), _mm256_cmp_ps(u, one, _CMP_GT_OQ)));
-    reject = _mm256_or_ps(reject, _mm256_or_ps(_mm256_cmp_ps(v, zero, _CMP_LT_OQ),
-                                               _mm256_cmp_ps(_mm256_add_ps(u, v), one, _CMP_GT_OQ)));
+    reject = _mm256_or_ps(
+        reject, _mm256_or_ps(_mm256_cmp_ps(v, zero, _CMP_LT_OQ), _mm256_cmp_ps(_mm256_add_ps(u, v), one, _CMP_GT_OQ)));
     const __m256 t = _mm256_mul_ps(
         _mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(e2x, qx), _mm256_mul_ps(e2y, qy)), _mm256_mul_ps(e2z, qz)), inv);
     const __m256 inRange = _mm256_and_ps(_mm256_cmp_ps(tBest, t, _CMP_GT_OQ), _mm256_cmp_ps(t, tMin, _CMP_GT_OQ));
