@@ -29,6 +29,26 @@ def Mesh "Broken"
 }
 """
 
+SUBSETS = """#usda 1.0
+def Mesh "M"
+{
+    int[] faceVertexCounts = [4, 4]
+    int[] faceVertexIndices = [0, 1, 4, 3, 1, 2, 5, 4]
+    point3f[] points = [(-2, -1, 0), (0, -1, 0), (2, -1, 0), (-2, 1, 0), (0, 1, 0), (2, 1, 0)]
+    uniform token subdivisionScheme = "none"
+    def GeomSubset "left"
+    {
+        uniform token elementType = "face"
+        int[] indices = [0]
+    }
+    def GeomSubset "right"
+    {
+        uniform token elementType = "face"
+        int[] indices = [1]
+    }
+}
+"""
+
 
 class Meshes(unittest.TestCase):
     def setUp(self):
@@ -51,6 +71,14 @@ class Meshes(unittest.TestCase):
         meshes = self.inspected(file)
         self.assertEqual(len(meshes), 1)
         return meshes[0]
+
+    def test_geometry_subsets_leave_all_faces_to_their_mesh(self):
+        file = self.at / "subsets.usda"
+        file.write_text(SUBSETS)
+        self.assertEqual([(m["prim"], m["faces"]) for m in self.inspected(file)], [("/M", 2)])
+        for ray, face in (("-1,0.5,5,0,0,-1", 0), ("1,0.5,5,0,0,-1", 1)):
+            picked = json.loads(self.vela("pick", file, f"--ray={ray}", "--json").stdout)
+            self.assertEqual((picked["prim"], picked["face"]), ("/M", face))
 
     def test_shapes_have_their_counts_and_measures(self):
         cube = self.made("cube", "--rows", "3", "--columns", "2", "--size", "1,2,3")
