@@ -11,20 +11,15 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
-#include <ctime>
 #include <memory>
 #include <vector>
 
+#include "vela/mesh/BenchClock.h"
+
 namespace {
 
-// Milliseconds of this process alone: on a busy machine longer runs lose the processor more often than short ones.
-double processorTime() {
-  timespec now{};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) * 1e-6;
-}
-
 using tarn::Vec3;
+using vela_bench::processorTime;
 
 struct Grid {
   std::vector<Vec3<float>> points;

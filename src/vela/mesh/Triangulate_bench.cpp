@@ -12,10 +12,11 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
-#include <ctime>
 #include <random>
 #include <string>
 #include <vector>
+
+#include "vela/mesh/BenchClock.h"
 
 #if __has_include(<mapbox/earcut.hpp>)
 #include <mapbox/earcut.hpp>
@@ -26,14 +27,8 @@
 
 namespace {
 
-// Milliseconds of this process alone: on a busy machine longer runs lose the processor more often than short ones.
-double processorTime() {
-  timespec now{};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) * 1e-6;
-}
-
 using tarn::Vec3;
+using vela_bench::processorTime;
 
 enum Shape { kConvex, kStar, kRandom };
 
