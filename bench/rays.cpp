@@ -1,8 +1,10 @@
 /// \file
-/// Rays against one mesh and against a thousand placed copies: the given structures, the tracer and Embree in one process.
+/// Rays against one mesh and against a thousand placed copies: the given structures, the tracer and
+/// Embree in one process.
 ///
-/// Candidates take turns, so that a machine that slows down slows all of them; the median of the rounds counts. Rates are in
-/// million rays per second, ratios against Embree's single-ray call in robust mode where it is there.
+/// Candidates take turns, so that a machine that slows down slows all of them; the median of the
+/// rounds counts. Rates are in million rays per second, ratios against Embree's single-ray call in
+/// robust mode where it is there.
 ///
 /// Usage: bench_rays [--json FILE] [--quick] [--scene NAME]...
 #include <algorithm>
@@ -45,7 +47,9 @@ using tarn::Vec3;
 using vela_test::ClosedMesh;
 using Clock = std::chrono::steady_clock;
 
-double secondsSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
+double secondsSince(Clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
 
 struct Scene {
   std::string name;
@@ -55,7 +59,8 @@ struct Scene {
   bool isSmall = false;
 };
 
-/// One way to answer. Both calls return a sum that depends on every answer, so none is optimised away.
+/// One way to answer. Both calls return a sum that depends on every answer, so none is optimised
+/// away.
 struct Candidate {
   std::string name;
   std::function<double(const std::vector<Ray<float>>&)> closest, any;
@@ -78,7 +83,8 @@ void addTracer(const Scene& scene, std::vector<Candidate>& out) {
   Candidate one;
   one.name = "tracer";
   one.buildSeconds = secondsSince(start);
-  one.bytesPerTriangle = static_cast<double>(tracer->memoryUsage()) / static_cast<double>(numTriangles(scene));
+  one.bytesPerTriangle =
+      static_cast<double>(tracer->memoryUsage()) / static_cast<double>(numTriangles(scene));
   one.closest = [tracer](const std::vector<Ray<float>>& rays) {
     double sum = 0.0;
     for (const Ray<float>& ray : rays) {
@@ -94,7 +100,8 @@ void addTracer(const Scene& scene, std::vector<Candidate>& out) {
   };
   Candidate span = one;
   span.name = "tracer span";
-  span.closest = [tracer, hits = std::make_shared<std::vector<vela::TracerHit>>()](const std::vector<Ray<float>>& rays) {
+  span.closest = [tracer, hits = std::make_shared<std::vector<vela::TracerHit>>()](
+                     const std::vector<Ray<float>>& rays) {
     constexpr std::size_t chunk = 4096;
     hits->resize(chunk);
     double sum = 0.0;
@@ -128,8 +135,10 @@ template <class Structure>
 void addGiven(const char* name, const Scene& scene, std::vector<Candidate>& out,
               std::unique_ptr<Structure> (*make)(const vela::AccelerationModel&)) {
   const auto start = Clock::now();
-  const std::shared_ptr<vela::TriangleAccelerationModel> model = std::make_shared<vela::TriangleAccelerationModel>(
-      ovo::Array<Vec3<float>>(scene.mesh.points), ovo::Array<int>(scene.mesh.counts), ovo::Array<int>(scene.mesh.indices));
+  const std::shared_ptr<vela::TriangleAccelerationModel> model =
+      std::make_shared<vela::TriangleAccelerationModel>(ovo::Array<Vec3<float>>(scene.mesh.points),
+                                                        ovo::Array<int>(scene.mesh.counts),
+                                                        ovo::Array<int>(scene.mesh.indices));
   const std::shared_ptr<Structure> structure = make(*model);
   Candidate candidate;
   candidate.name = name;
@@ -140,7 +149,8 @@ void addGiven(const char* name, const Scene& scene, std::vector<Candidate>& out,
     double sum = 0.0;
     for (const Ray<float>& ray : rays) {
       vela::CollisionResult result;
-      if (structure->intersect(context, ray, result)) sum += isNearest ? std::fabs(static_cast<double>(result.distance)) : 1.0;
+      if (structure->intersect(context, ray, result))
+        sum += isNearest ? std::fabs(static_cast<double>(result.distance)) : 1.0;
     }
     return sum;
   };
@@ -149,8 +159,10 @@ void addGiven(const char* name, const Scene& scene, std::vector<Candidate>& out,
   out.push_back(candidate);
 }
 
-/// Placed copies as prims of a scene, through the detector. Its grids are built by the first rays, so a few are sent ahead.
-void addHitDetector(const Scene& scene, const std::vector<Ray<float>>& firstRays, std::vector<Candidate>& out) {
+/// Placed copies as prims of a scene, through the detector. Its grids are built by the first rays,
+/// so a few are sent ahead.
+void addHitDetector(const Scene& scene, const std::vector<Ray<float>>& firstRays,
+                    std::vector<Candidate>& out) {
   const auto stage = ovo::Stage::createInMemory();
   for (std::size_t i = 0; i < scene.placements.size(); ++i) {
     const ovo::MeshPrim prim = ovo::MeshPrim::define(stage, ovo::Path("/copy" + std::to_string(i)));
@@ -170,7 +182,8 @@ void addHitDetector(const Scene& scene, const std::vector<Ray<float>>& firstRays
     double sum = 0.0;
     for (const Ray<float>& ray : rays) {
       vela::CollisionResult result;
-      if (detector->intersect(context, ray, result)) sum += isNearest ? std::fabs(static_cast<double>(result.distance)) : 1.0;
+      if (detector->intersect(context, ray, result))
+        sum += isNearest ? std::fabs(static_cast<double>(result.distance)) : 1.0;
     }
     return sum;
   };
@@ -201,11 +214,13 @@ struct EmbreeScene {
     mesh = rtcNewScene(device);
     rtcSetSceneFlags(mesh, flags);
     RTCGeometry geometry = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_TRIANGLE);
-    auto* points = static_cast<float*>(rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3,
-                                                               sizeof(Vec3<float>), source.mesh.points.size()));
+    auto* points = static_cast<float*>(
+        rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3,
+                                sizeof(Vec3<float>), source.mesh.points.size()));
     std::memcpy(points, source.mesh.points.data(), source.mesh.points.size() * sizeof(Vec3<float>));
-    auto* indices = static_cast<unsigned*>(rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3,
-                                                                   3 * sizeof(unsigned), source.mesh.indices.size() / 3));
+    auto* indices = static_cast<unsigned*>(
+        rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3,
+                                3 * sizeof(unsigned), source.mesh.indices.size() / 3));
     std::memcpy(indices, source.mesh.indices.data(), source.mesh.indices.size() * sizeof(unsigned));
     rtcCommitGeometry(geometry);
     rtcAttachGeometry(mesh, geometry);
@@ -258,7 +273,8 @@ void addEmbree(const Scene& scene, bool isRobust, std::vector<Candidate>& out) {
   Candidate candidate;
   candidate.name = isRobust ? "embree robust" : "embree";
   candidate.buildSeconds = secondsSince(start);
-  candidate.bytesPerTriangle = static_cast<double>(embree->bytes) / static_cast<double>(numTriangles(scene));
+  candidate.bytesPerTriangle =
+      static_cast<double>(embree->bytes) / static_cast<double>(numTriangles(scene));
   candidate.closest = [embree](const std::vector<Ray<float>>& rays) {
     RTCIntersectContext context;
     rtcInitIntersectContext(&context);
@@ -309,8 +325,9 @@ std::vector<Ray<float>> cameraRays(const Scene& scene, int size) {
         for (int x = tx; x < tx + 16; ++x) {
           const float u = (static_cast<float>(x) + 0.5f) / static_cast<float>(size) * 2 - 1;
           const float v = (static_cast<float>(y) + 0.5f) / static_cast<float>(size) * 2 - 1;
-          rays.emplace_back(Vec3<float>(0.1f, -0.2f, distance),
-                            Vec3<float>(u * spread * scene.radius, v * spread * scene.radius, -distance));
+          rays.emplace_back(
+              Vec3<float>(0.1f, -0.2f, distance),
+              Vec3<float>(u * spread * scene.radius, v * spread * scene.radius, -distance));
         }
   return rays;
 }
@@ -375,10 +392,12 @@ int main(int argc, char** argv) {
 
   // Scenes.
   std::vector<Scene> scenes;
-  const std::pair<const char*, int> sizes[] = {{"1k", 1000}, {"10k", 10000}, {"100k", 100000}, {"1M", 1000000}};
+  const std::pair<const char*, int> sizes[] = {
+      {"1k", 1000}, {"10k", 10000}, {"100k", 100000}, {"1M", 1000000}};
   for (const auto& [name, triangles] : sizes) {
     if (!only.empty() && std::find(only.begin(), only.end(), name) == only.end()) continue;
-    scenes.push_back({name, vela_test::makeBumpySphere(triangles), {Mat4<double>()}, 1.15f, triangles <= 1000});
+    scenes.push_back(
+        {name, vela_test::makeBumpySphere(triangles), {Mat4<double>()}, 1.15f, triangles <= 1000});
   }
   if (only.empty() || std::find(only.begin(), only.end(), "copies") != only.end()) {
     Scene copies{"copies", vela_test::makeBumpySphere(2000), {}, 12.0f, false};
@@ -405,14 +424,18 @@ int main(int argc, char** argv) {
     if (scene.placements.size() == 1) {
       using Model = vela::AccelerationModel;
       if (scene.isSmall)
-        addGiven<vela::NoAcceleration>("none", scene, candidates,
-                                       [](const Model& m) { return std::make_unique<vela::NoAcceleration>(m); });
-      addGiven<vela::GridAcceleration>("grid", scene, candidates,
-                                       [](const Model& m) { return std::make_unique<vela::GridAcceleration>(m); });
-      addGiven<vela::BvhAcceleration>("bvh median", scene, candidates,
-                                      [](const Model& m) { return std::make_unique<vela::BvhAcceleration>(m, false); });
-      addGiven<vela::BvhAcceleration>("bvh sah", scene, candidates,
-                                      [](const Model& m) { return std::make_unique<vela::BvhAcceleration>(m, true); });
+        addGiven<vela::NoAcceleration>("none", scene, candidates, [](const Model& m) {
+          return std::make_unique<vela::NoAcceleration>(m);
+        });
+      addGiven<vela::GridAcceleration>("grid", scene, candidates, [](const Model& m) {
+        return std::make_unique<vela::GridAcceleration>(m);
+      });
+      addGiven<vela::BvhAcceleration>("bvh median", scene, candidates, [](const Model& m) {
+        return std::make_unique<vela::BvhAcceleration>(m, false);
+      });
+      addGiven<vela::BvhAcceleration>("bvh sah", scene, candidates, [](const Model& m) {
+        return std::make_unique<vela::BvhAcceleration>(m, true);
+      });
     } else {
       addHitDetector(scene, chordRays(scene, 20000), candidates);
     }
@@ -424,14 +447,17 @@ int main(int argc, char** argv) {
 
     const int side = isQuick ? 256 : 512;
     const auto count = static_cast<std::size_t>(side) * static_cast<std::size_t>(side);
-    const std::pair<const char*, std::vector<Ray<float>>> sets[] = {{"camera", cameraRays(scene, side)},
-                                                                    {"chords", chordRays(scene, count)},
-                                                                    {"misses", missRays(scene, count / 2, candidates[0])}};
+    const std::pair<const char*, std::vector<Ray<float>>> sets[] = {
+        {"camera", cameraRays(scene, side)},
+        {"chords", chordRays(scene, count)},
+        {"misses", missRays(scene, count / 2, candidates[0])}};
 
-    json << (isFirstScene ? "\n" : ",\n") << "    {\"name\": \"" << scene.name << "\", \"triangles\": " << numTriangles(scene)
+    json << (isFirstScene ? "\n" : ",\n") << "    {\"name\": \"" << scene.name
+         << "\", \"triangles\": " << numTriangles(scene)
          << ", \"placements\": " << scene.placements.size() << ",\n     \"candidates\": [";
     isFirstScene = false;
-    std::printf("%s: %zu triangles, %zu placed\n", scene.name.c_str(), numTriangles(scene), scene.placements.size());
+    std::printf("%s: %zu triangles, %zu placed\n", scene.name.c_str(), numTriangles(scene),
+                scene.placements.size());
     for (std::size_t c = 0; c < candidates.size(); ++c) {
       json << (c ? ", " : "") << "{\"name\": \"" << candidates[c].name
            << "\", \"buildSeconds\": " << number(candidates[c].buildSeconds)
@@ -452,10 +478,12 @@ int main(int argc, char** argv) {
         for (int round = 0; round <= rounds; ++round)
           for (std::size_t c = 0; c < candidates.size(); ++c) {
             const auto n = std::max<std::size_t>(
-                64, static_cast<std::size_t>(static_cast<double>(rays.size()) * (round == 0 ? 0.02 : share[c])));
+                64, static_cast<std::size_t>(static_cast<double>(rays.size()) *
+                                             (round == 0 ? 0.02 : share[c])));
             const std::size_t from = round == 0 ? rays.size() / 2 : 0;
-            const std::vector<Ray<float>> part(rays.begin() + static_cast<std::ptrdiff_t>(from),
-                                               rays.begin() + static_cast<std::ptrdiff_t>(std::min(rays.size(), from + n)));
+            const std::vector<Ray<float>> part(
+                rays.begin() + static_cast<std::ptrdiff_t>(from),
+                rays.begin() + static_cast<std::ptrdiff_t>(std::min(rays.size(), from + n)));
             const auto start = Clock::now();
             const double sum = isNearest ? candidates[c].closest(part) : candidates[c].any(part);
             const double seconds = secondsSince(start);
@@ -469,14 +497,14 @@ int main(int argc, char** argv) {
         const double base = median(rates[reference]);
         std::printf("  %s %s (%.0f %% hit):", setName, isNearest ? "closest" : "any",
                     100.0 * hits / (static_cast<double>(rays.size()) / 64));
-        json << (isFirstRate ? "\n" : ",\n") << "       {\"rays\": \"" << setName << "\", \"query\": \""
-             << (isNearest ? "closest" : "any") << "\"";
+        json << (isFirstRate ? "\n" : ",\n") << "       {\"rays\": \"" << setName
+             << "\", \"query\": \"" << (isNearest ? "closest" : "any") << "\"";
         isFirstRate = false;
         for (std::size_t c = 0; c < candidates.size(); ++c) {
           const double rate = median(rates[c]);
           std::printf("  %s %.3g (%.2f)", candidates[c].name.c_str(), rate, rate / base);
-          json << ", \"" << candidates[c].name << "\": {\"rate\": " << number(rate) << ", \"ratio\": " << number(rate / base)
-               << "}";
+          json << ", \"" << candidates[c].name << "\": {\"rate\": " << number(rate)
+               << ", \"ratio\": " << number(rate / base) << "}";
         }
         std::printf("\n");
         std::fflush(stdout);
@@ -490,7 +518,8 @@ int main(int argc, char** argv) {
     std::ofstream file(jsonFile);
     file << json.str();
     if (!file) {
-      std::cerr << "bench_rays: error: " << jsonFile << ": could not be written; check the folder\n";
+      std::cerr << "bench_rays: error: " << jsonFile
+                << ": could not be written; check the folder\n";
       return 1;
     }
   }

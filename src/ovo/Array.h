@@ -1,8 +1,9 @@
 /// \file
 /// A growable array that is shared when copied and becomes its holder's own on the first write.
 ///
-/// Threads: a const Array may be read, and copied, from several threads at once, and copies of one Array may be
-/// used, written too, each by its own thread. One Array that is written needs the caller's lock.
+/// Threads: a const Array may be read, and copied, from several threads at once, and copies of one
+/// Array may be used, written too, each by its own thread. One Array that is written needs the
+/// caller's lock.
 #pragma once
 
 #include <algorithm>
@@ -22,12 +23,14 @@
 
 namespace ovo {
 
-/// Copying costs one atomic increment, whatever the size. Every call on a non-const Array that hands out writable
-/// elements, or changes them, first makes the storage this Array's own when it is shared. So read hot loops through
-/// cdata(), cbegin() or a const reference: the writable accessors test for sharing on each call.
+/// Copying costs one atomic increment, whatever the size. Every call on a non-const Array that
+/// hands out writable elements, or changes them, first makes the storage this Array's own when it
+/// is shared. So read hot loops through cdata(), cbegin() or a const reference: the writable
+/// accessors test for sharing on each call.
 ///
 /// Pointers, references and iterators stay valid until the next non-const call on the same Array.
-/// A size beyond maxSize() is a std::length_error, lack of memory std::bad_alloc; after either the Array is as it was.
+/// A size beyond maxSize() is a std::length_error, lack of memory std::bad_alloc; after either the
+/// Array is as it was.
 template <class T>
 class Array {
  public:
@@ -54,7 +57,8 @@ class Array {
     assign(first, last);
   }
   Array(const Array& other) noexcept : data_(other.data_), size_(other.size_) { retain(); }
-  Array(Array&& other) noexcept : data_(std::exchange(other.data_, nullptr)), size_(std::exchange(other.size_, 0)) {}
+  Array(Array&& other) noexcept
+      : data_(std::exchange(other.data_, nullptr)), size_(std::exchange(other.size_, 0)) {}
   ~Array() { release(); }
 
   Array& operator=(const Array& other) noexcept {
@@ -76,7 +80,8 @@ class Array {
   [[nodiscard]] bool empty() const noexcept { return size_ == 0; }
   [[nodiscard]] size_type capacity() const noexcept { return data_ ? header()->capacity : 0; }
   [[nodiscard]] static constexpr size_type maxSize() noexcept {
-    return (static_cast<size_type>(std::numeric_limits<difference_type>::max()) - kHeaderBytes) / sizeof(T);
+    return (static_cast<size_type>(std::numeric_limits<difference_type>::max()) - kHeaderBytes) /
+           sizeof(T);
   }
   [[nodiscard]] static constexpr size_type max_size() noexcept { return maxSize(); }
 
@@ -87,15 +92,21 @@ class Array {
   [[nodiscard]] const_iterator end() const noexcept { return data_ + size_; }
   [[nodiscard]] const_iterator cbegin() const noexcept { return data_; }
   [[nodiscard]] const_iterator cend() const noexcept { return data_ + size_; }
-  [[nodiscard]] const_reverse_iterator rbegin() const noexcept { return const_reverse_iterator(end()); }
-  [[nodiscard]] const_reverse_iterator rend() const noexcept { return const_reverse_iterator(begin()); }
+  [[nodiscard]] const_reverse_iterator rbegin() const noexcept {
+    return const_reverse_iterator(end());
+  }
+  [[nodiscard]] const_reverse_iterator rend() const noexcept {
+    return const_reverse_iterator(begin());
+  }
   /// \p index is not checked: it lies in [0, size()).
   [[nodiscard]] const T& operator[](size_type index) const noexcept { return data_[index]; }
   [[nodiscard]] const T& front() const noexcept { return data_[0]; }
   [[nodiscard]] const T& back() const noexcept { return data_[size_ - 1]; }
 
   /// True when both use the same storage, so that equality needs no look at the elements.
-  [[nodiscard]] bool isIdentical(const Array& other) const noexcept { return data_ == other.data_ && size_ == other.size_; }
+  [[nodiscard]] bool isIdentical(const Array& other) const noexcept {
+    return data_ == other.data_ && size_ == other.size_;
+  }
 
   friend bool operator==(const Array& a, const Array& b) {
     // Identical storage proves equality only where every element equals itself, which NaN does not.
@@ -160,7 +171,8 @@ class Array {
 
   /// New elements are made by T(), or copied from \p value; elements past \p count are destroyed.
   void resize(size_type count) {
-    resizeWith(count, [](T* first, size_type n) { std::uninitialized_value_construct_n(first, n); });
+    resizeWith(count,
+               [](T* first, size_type n) { std::uninitialized_value_construct_n(first, n); });
   }
   void resize(size_type count, const T& value) {
     if (count > size_ && refersInside(value)) {
@@ -168,7 +180,8 @@ class Array {
       resize(count, copy);
       return;
     }
-    resizeWith(count, [&value](T* first, size_type n) { std::uninitialized_fill_n(first, n, value); });
+    resizeWith(count,
+               [&value](T* first, size_type n) { std::uninitialized_fill_n(first, n, value); });
   }
 
   void push_back(const T& value) { emplace_back(value); }
@@ -181,7 +194,8 @@ class Array {
       ++size_;
       return *slot;
     }
-    // The new element is made before the old storage goes: an argument may be one of the old elements.
+    // The new element is made before the old storage goes: an argument may be one of the old
+    // elements.
     if (size_ == maxSize()) throw std::length_error("ovo::Array: too many elements");
     Array grown;
     grown.allocate(grownCapacity(size_ + 1));
@@ -228,7 +242,8 @@ class Array {
   }
 
  private:
-  // One block holds this header and, behind it, the elements: one allocation and one pointer an Array.
+  // One block holds this header and, behind it, the elements: one allocation and one pointer an
+  // Array.
   struct Header {
     explicit Header(size_type room) : capacity(room) {}
     std::atomic<std::size_t> owners{1};
@@ -238,10 +253,14 @@ class Array {
   static constexpr size_type kHeaderBytes = (sizeof(Header) + kAlign - 1) / kAlign * kAlign;
 
   [[nodiscard]] Header* header() const noexcept {
-    return reinterpret_cast<Header*>(reinterpret_cast<std::byte*>(const_cast<std::remove_const_t<T>*>(data_)) - kHeaderBytes);
+    return reinterpret_cast<Header*>(
+        reinterpret_cast<std::byte*>(const_cast<std::remove_const_t<T>*>(data_)) - kHeaderBytes);
   }
-  // Acquire pairs with the release in release(): what another owner read before letting go stays before our writes.
-  [[nodiscard]] bool isUnique() const noexcept { return data_ && header()->owners.load(std::memory_order_acquire) == 1; }
+  // Acquire pairs with the release in release(): what another owner read before letting go stays
+  // before our writes.
+  [[nodiscard]] bool isUnique() const noexcept {
+    return data_ && header()->owners.load(std::memory_order_acquire) == 1;
+  }
   void retain() const noexcept {
     if (data_) header()->owners.fetch_add(1, std::memory_order_relaxed);
   }
@@ -304,7 +323,8 @@ class Array {
     }
     // resize() in small steps must not copy everything each time, so growth is geometric here too.
     if (count > maxSize()) throw std::length_error("ovo::Array: too many elements");
-    if (!isUnique() || count > header()->capacity) reallocate(size_ == 0 ? count : grownCapacity(count));
+    if (!isUnique() || count > header()->capacity)
+      reallocate(size_ == 0 ? count : grownCapacity(count));
     make(data_ + size_, count - size_);
     size_ = count;
   }

@@ -32,7 +32,8 @@ TEST(Array, IsMadeFromListsVectorsRangesAndCounts) {
   EXPECT_EQ(Array<int>(3, 7), Array<int>({7, 7, 7}));
   EXPECT_EQ(Array<int>(std::size_t{2}), Array<int>({0, 0}));
   std::istringstream words("4 5 6");
-  EXPECT_EQ(Array<int>(std::istream_iterator<int>(words), std::istream_iterator<int>()), Array<int>({4, 5, 6}));
+  EXPECT_EQ(Array<int>(std::istream_iterator<int>(words), std::istream_iterator<int>()),
+            Array<int>({4, 5, 6}));
 }
 
 TEST(Array, NewElementsOfResizeAreZero) {
@@ -247,7 +248,8 @@ TEST(Array, BehavesAsAVectorUnderRandomOperations) {
         std::swap(vectors[i], vectors[j]);
         break;
     }
-    for (std::size_t k = 0; k < 4; ++k) ASSERT_EQ(arrays[k], Array<std::string>(vectors[k])) << "step " << step;
+    for (std::size_t k = 0; k < 4; ++k)
+      ASSERT_EQ(arrays[k], Array<std::string>(vectors[k])) << "step " << step;
   }
 }
 

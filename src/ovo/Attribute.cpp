@@ -35,7 +35,9 @@ Token Attribute::typeName() const {
   return Token(detail::findType(*node_, name_.asString()).GetAsToken().GetString());
 }
 
-bool Attribute::isArray() const { return isValid() && detail::findType(*node_, name_.asString()).IsArray(); }
+bool Attribute::isArray() const {
+  return isValid() && detail::findType(*node_, name_.asString()).IsArray();
+}
 
 Value::Type Attribute::valueType() const {
   if (!isValid()) return Value::none;
@@ -72,7 +74,8 @@ bool Attribute::mightBeTimeVarying() const {
   if (!isValid()) return false;
   const detail::Source source = detail::findSource(*node_, pxr::TfToken(name_.asString()));
   if (source.kind == detail::Source::spline) return true;
-  return source.kind == detail::Source::samples && source.opinion->layer->GetNumTimeSamplesForPath(source.path) > 1;
+  return source.kind == detail::Source::samples &&
+         source.opinion->layer->GetNumTimeSamplesForPath(source.path) > 1;
 }
 
 std::vector<double> Attribute::timeSamples() const {
@@ -102,7 +105,8 @@ bool readAt(const detail::PrimNode* node, const Token& name, T& value, double ti
   }
   if constexpr (std::is_same_v<typename detail::ElementOf<T>::Type, std::string> ||
                 std::is_same_v<typename detail::ElementOf<T>::Type, Token>) {
-    return detail::readValue(detail::evaluateFileNames(found), value, found.opinion->stageFromLayer);
+    return detail::readValue(detail::evaluateFileNames(found), value,
+                             found.opinion->stageFromLayer);
   }
   return detail::readValue(found.value, value, found.opinion->stageFromLayer);
 }
@@ -138,7 +142,8 @@ bool Attribute::set(const T& value, double time) const {
 bool Attribute::block(double time) const {
   if (!isValid() || std::isinf(time)) return false;
   const detail::Collector collector(node_->stage->problems);
-  const pxr::SdfPath path = detail::editAttribute(*node_, name_.asString(), detail::findType(*node_, name_.asString()));
+  const pxr::SdfPath path =
+      detail::editAttribute(*node_, name_.asString(), detail::findType(*node_, name_.asString()));
   if (path.IsEmpty()) return false;
   const pxr::VtValue blocked{pxr::SdfValueBlock()};
   if (tarn::isDefaultTime(time)) {

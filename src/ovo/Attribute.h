@@ -1,27 +1,32 @@
 /// \file
 /// A named value of a prim, at the default time or over time.
 ///
-/// Value types. `get`, `getAuthored` and `set` exist for these types and no others (another type does not link):
+/// Value types. `get`, `getAuthored` and `set` exist for these types and no others (another type
+/// does not link):
 /// - bool, int, std::int64_t, float, double, std::string, Token;
 /// - Vec2, Vec3, Vec4 of int, float and double; Mat4<double>;
-/// - Array of bool, int, std::int64_t, float, double, std::string, Token, Vec2 to Vec4 of int, float and double, and
+/// - Array of bool, int, std::int64_t, float, double, std::string, Token, Vec2 to Vec4 of int,
+/// float and double, and
 ///   Mat4<double>.
 ///
-/// Which stored type reads as which: half, float and double read as float or double, alone, in vectors and in arrays
-/// (narrowed to nearest); roles do not matter (point3f, normal3f, vector3f, color3f and float3 are Vec3<float>);
-/// bool and the integer types read as any integer type that holds the value; text, tokens and asset paths read as
-/// std::string and as Token (an asset path gives the authored text, without its @ signs); quaternions read as Vec4
-/// with x, y, z the imaginary part and w the real one. A time code reads as double, in the time of the stage. Any other
-/// pair is a failed read.
+/// Which stored type reads as which: half, float and double read as float or double, alone, in
+/// vectors and in arrays (narrowed to nearest); roles do not matter (point3f, normal3f, vector3f,
+/// color3f and float3 are Vec3<float>); bool and the integer types read as any integer type that
+/// holds the value; text, tokens and asset paths read as std::string and as Token (an asset path
+/// gives the authored text, without its @ signs); quaternions read as Vec4 with x, y, z the
+/// imaginary part and w the real one. A time code reads as double, in the time of the stage. Any
+/// other pair is a failed read.
 ///
-/// Times. A read at a numeric time takes, of the opinions from strong to weak, the first that has time samples or a
-/// default value; within one opinion the samples win. Between two samples floating-point numbers, vectors, matrices and
-/// arrays of equal size are interpolated linearly and quaternions spherically; everything else holds the lower sample.
-/// Outside the samples the nearest holds. At the very time of a sample, as timeSamples() tells it, that sample counts, whatever an
+/// Times. A read at a numeric time takes, of the opinions from strong to weak, the first that has
+/// time samples or a default value; within one opinion the samples win. Between two samples
+/// floating-point numbers, vectors, matrices and arrays of equal size are interpolated linearly and
+/// quaternions spherically; everything else holds the lower sample. Outside the samples the nearest
+/// holds. At the very time of a sample, as timeSamples() tells it, that sample counts, whatever an
 /// offset between layers has rounded. The default time is tarn::defaultTimeValue(), a NaN.
 ///
-/// Threads: const calls but `set`, `block` and `clear` are safe from several threads. Those three, like everything
-/// that changes a stage, need the caller to keep all other use of the stage away meanwhile.
+/// Threads: const calls but `set`, `block` and `clear` are safe from several threads. Those three,
+/// like everything that changes a stage, need the caller to keep all other use of the stage away
+/// meanwhile.
 #pragma once
 
 #include <memory>
@@ -56,7 +61,8 @@ class OVO_API Attribute {
   Attribute& operator=(Attribute&&) noexcept;
   ~Attribute();
 
-  /// True when the scene has an opinion about the attribute, or the prim's type has a fallback value for it.
+  /// True when the scene has an opinion about the attribute, or the prim's type has a fallback
+  /// value for it.
   [[nodiscard]] bool isValid() const;
   [[nodiscard]] explicit operator bool() const { return isValid(); }
 
@@ -66,17 +72,18 @@ class OVO_API Attribute {
 
   /// The declared type as scene files write it, such as `point3f[]`; empty when not valid.
   [[nodiscard]] Token typeName() const;
-  /// The code of a single value of the declared type, or of an element when it is an array; Value::none for types
-  /// without a code.
+  /// The code of a single value of the declared type, or of an element when it is an array;
+  /// Value::none for types without a code.
   [[nodiscard]] Value::Type valueType() const;
   [[nodiscard]] bool isArray() const;
 
-  /// True when the scene itself has a value for the attribute (a fallback of the type does not count, nor does a block).
+  /// True when the scene itself has a value for the attribute (a fallback of the type does not
+  /// count, nor does a block).
   [[nodiscard]] bool hasAuthoredValue() const;
 
-  /// Reads the value at a time. At the default time: the authored default value; without one (or when that is blocked)
-  /// the first time sample, so that an animated scene can be looked at without naming a time; then the fallback of the
-  /// prim's type.
+  /// Reads the value at a time. At the default time: the authored default value; without one (or
+  /// when that is blocked) the first time sample, so that an animated scene can be looked at
+  /// without naming a time; then the fallback of the prim's type.
   /// \return false, with \p value untouched, when there is no value or it does not read as T
   template <class T>
   bool get(T& value, double time = tarn::defaultTimeValue()) const;
@@ -85,17 +92,18 @@ class OVO_API Attribute {
   template <class T>
   bool getAuthored(T& value, double time = tarn::defaultTimeValue()) const;
 
-  /// Writes the value at a time, at the default time as the default value. Reads of this stage see it at once and
-  /// no file changes; see Stage on where edits live.
-  /// \return false, with nothing changed, when the attribute is not valid, its declared type is not T's (float types
-  ///         convert), or the stage cannot be edited
+  /// Writes the value at a time, at the default time as the default value. Reads of this stage see
+  /// it at once and no file changes; see Stage on where edits live.
+  /// \return false, with nothing changed, when the attribute is not valid, its declared type is not
+  ///         T's (float types convert), or the stage cannot be edited
   template <class T>
   bool set(const T& value, double time = tarn::defaultTimeValue()) const;
 
-  /// Hides all weaker values: reads fall to the type's fallback or fail. At a numeric time: there is no value from that
-  /// time up to the next sample.
+  /// Hides all weaker values: reads fall to the type's fallback or fail. At a numeric time: there
+  /// is no value from that time up to the next sample.
   bool block(double time = tarn::defaultTimeValue()) const;
-  /// Removes the values, samples and blocks that this stage's own edits gave; weaker opinions show again.
+  /// Removes the values, samples and blocks that this stage's own edits gave; weaker opinions show
+  /// again.
   bool clear() const;
 
   /// True when reads at numeric times are answered from time samples.
@@ -106,7 +114,9 @@ class OVO_API Attribute {
   [[nodiscard]] std::vector<double> timeSamples() const;
 
   /// Same stage, prim and name.
-  friend bool operator==(const Attribute& a, const Attribute& b) noexcept { return a.node_ == b.node_ && a.name_ == b.name_; }
+  friend bool operator==(const Attribute& a, const Attribute& b) noexcept {
+    return a.node_ == b.node_ && a.name_ == b.name_;
+  }
   friend bool operator!=(const Attribute& a, const Attribute& b) noexcept { return !(a == b); }
 
  protected:

@@ -40,9 +40,11 @@ T valueAt(const Attribute& attribute, double time) {
 TEST(Attribute, OneOfNothingIsNotValidAndFails) {
   const Attribute none;
   float value = 3;
-  EXPECT_FALSE(none.isValid() || none.get(value) || none.getAuthored(value) || none.set(1.0f) || none.block() || none.clear());
+  EXPECT_FALSE(none.isValid() || none.get(value) || none.getAuthored(value) || none.set(1.0f) ||
+               none.block() || none.clear());
   EXPECT_EQ(value, 3);
-  EXPECT_FALSE(none.hasTimeSamples() || none.mightBeTimeVarying() || none.hasAuthoredValue() || none.isArray());
+  EXPECT_FALSE(none.hasTimeSamples() || none.mightBeTimeVarying() || none.hasAuthoredValue() ||
+               none.isArray());
   EXPECT_TRUE(none.timeSamples().empty());
   EXPECT_EQ(none.typeName(), Token());
   EXPECT_EQ(none.valueType(), Value::none);
@@ -77,17 +79,23 @@ TEST(Attribute, SamplesAreHeldOutsideAndMixedBetween) {
 TEST(Attribute, OnlyFloatingPointIsMixed) {
   EXPECT_EQ(valueAt<int>(attributeOf("int i.timeSamples = {0: 1, 10: 11}"), 9.9), 1);
   EXPECT_EQ(valueAt<bool>(attributeOf("bool b.timeSamples = {0: 1, 10: 0}"), 9.9), true);
-  EXPECT_EQ(valueAt<Token>(attributeOf("token t.timeSamples = {0: \"a\", 10: \"b\"}"), 9.9), Token("a"));
-  EXPECT_EQ(valueAt<Vec3<int>>(attributeOf("int3 v.timeSamples = {0: (1, 2, 3), 10: (5, 6, 7)}"), 9.9), Vec3<int>(1, 2, 3));
-  EXPECT_EQ(valueAt<Array<int>>(attributeOf("int[] v.timeSamples = {0: [1], 10: [5]}"), 9.9), Array<int>({1}));
-  EXPECT_EQ(valueAt<Vec3<double>>(attributeOf("double3 v.timeSamples = {0: (0, 2, 4), 2: (1, 4, 8)}"), 1),
-            Vec3<double>(0.5, 3, 6));
-  EXPECT_EQ(valueAt<Array<Vec3<float>>>(attributeOf("point3f[] v.timeSamples = {0: [(0, 2, 4)], 2: [(1, 4, 8)]}"), 1),
+  EXPECT_EQ(valueAt<Token>(attributeOf("token t.timeSamples = {0: \"a\", 10: \"b\"}"), 9.9),
+            Token("a"));
+  EXPECT_EQ(
+      valueAt<Vec3<int>>(attributeOf("int3 v.timeSamples = {0: (1, 2, 3), 10: (5, 6, 7)}"), 9.9),
+      Vec3<int>(1, 2, 3));
+  EXPECT_EQ(valueAt<Array<int>>(attributeOf("int[] v.timeSamples = {0: [1], 10: [5]}"), 9.9),
+            Array<int>({1}));
+  EXPECT_EQ(
+      valueAt<Vec3<double>>(attributeOf("double3 v.timeSamples = {0: (0, 2, 4), 2: (1, 4, 8)}"), 1),
+      Vec3<double>(0.5, 3, 6));
+  EXPECT_EQ(valueAt<Array<Vec3<float>>>(
+                attributeOf("point3f[] v.timeSamples = {0: [(0, 2, 4)], 2: [(1, 4, 8)]}"), 1),
             (Array<Vec3<float>>{{0.5f, 3, 6}}));
-  const auto matrix =
-      valueAt<tarn::Mat4<double>>(attributeOf("matrix4d m.timeSamples = {0: ((1,0,0,0),(0,1,0,0),(0,0,1,0),(0,0,0,1)), 2: "
-                                              "((3,0,0,0),(0,1,0,0),(0,0,1,0),(4,0,0,1))}"),
-                                  1);
+  const auto matrix = valueAt<tarn::Mat4<double>>(
+      attributeOf("matrix4d m.timeSamples = {0: ((1,0,0,0),(0,1,0,0),(0,0,1,0),(0,0,0,1)), 2: "
+                  "((3,0,0,0),(0,1,0,0),(0,0,1,0),(4,0,0,1))}"),
+      1);
   EXPECT_EQ(matrix[0], 2.0);
   EXPECT_EQ(matrix[12], 2.0);
 }
@@ -103,8 +111,10 @@ TEST(Attribute, QuaternionsTurnAtAConstantRateAndHaveTheRealPartLast) {
   const auto half = valueAt<Vec4<double>>(q, 1);
   EXPECT_NEAR(half.w, std::sqrt(0.5), 1e-12);
   EXPECT_NEAR(half.z, std::sqrt(0.5), 1e-12);
-  EXPECT_EQ(valueAt<Vec4<double>>(attributeOf("quatd q = (1, 2, 3, 4)"), 0), Vec4<double>(2, 3, 4, 1));
-  EXPECT_EQ(valueAt<Array<Vec4<float>>>(attributeOf("quath[] q = [(1, 2, 3, 4)]"), 0), (Array<Vec4<float>>{{2, 3, 4, 1}}));
+  EXPECT_EQ(valueAt<Vec4<double>>(attributeOf("quatd q = (1, 2, 3, 4)"), 0),
+            Vec4<double>(2, 3, 4, 1));
+  EXPECT_EQ(valueAt<Array<Vec4<float>>>(attributeOf("quath[] q = [(1, 2, 3, 4)]"), 0),
+            (Array<Vec4<float>>{{2, 3, 4, 1}}));
 }
 
 TEST(Attribute, BlocksHideValues) {
@@ -120,31 +130,36 @@ TEST(Attribute, BlocksHideValues) {
 }
 
 TEST(Attribute, ABlockLetsTheFallbackThroughButNotAmongSamples) {
-  const auto stage =
-      sceneOf("def Sphere \"A\" { double radius = None }\ndef Sphere \"B\" { double radius.timeSamples = {1: 4, 2: None} }");
+  const auto stage = sceneOf(
+      "def Sphere \"A\" { double radius = None }\ndef Sphere \"B\" { double radius.timeSamples = "
+      "{1: 4, 2: None} }");
   double radius = 0;
   EXPECT_TRUE(stage->getPrimAtPath("/A").getAttr("radius").get(radius));
   EXPECT_EQ(radius, 1.0);
   EXPECT_TRUE(stage->getPrimAtPath("/B").getAttr("radius").get(radius, 1));
   EXPECT_EQ(radius, 4.0);
   EXPECT_FALSE(stage->getPrimAtPath("/B").getAttr("radius").get(radius, 2));
-  EXPECT_TRUE(stage->getPrimAtPath("/B").getAttr("radius").getAuthored(radius)) << "no default value: the fallback";
+  EXPECT_TRUE(stage->getPrimAtPath("/B").getAttr("radius").getAuthored(radius))
+      << "no default value: the fallback";
   EXPECT_EQ(radius, 1.0);
 }
 
 TEST(Attribute, AStrongDefaultHidesWeakerSamples) {
-  const auto stage =
-      sceneOf("def \"Weak\" { float f.timeSamples = {1: 1, 2: 2} }\ndef \"A\" (references = </Weak>) { float f = 7 }");
+  const auto stage = sceneOf(
+      "def \"Weak\" { float f.timeSamples = {1: 1, 2: 2} }\ndef \"A\" (references = </Weak>) { "
+      "float f = 7 }");
   EXPECT_EQ(valueAt<float>(stage->getPrimAtPath("/A").getAttr("f"), 1.5), 7.0f);
   EXPECT_FALSE(stage->getPrimAtPath("/A").getAttr("f").hasTimeSamples());
 }
 
 TEST(Attribute, OffsetsMoveSamplesAndTimeCodes) {
   ovo_test::TemporaryFolder folder;
-  folder.writeScene(
-      "part.usda", "#usda 1.0\ndef \"P\" { float f.timeSamples = {0: 0, 10: 10}\n timecode t = 5\n timecode[] ts = [1, 2] }\n");
-  const auto stage = ovo::Stage::open(
-      folder.writeScene("root.usda", "#usda 1.0\ndef \"A\" (references = @./part.usda@</P> (offset = 100; scale = 2)) {}\n"));
+  folder.writeScene("part.usda",
+                    "#usda 1.0\ndef \"P\" { float f.timeSamples = {0: 0, 10: 10}\n timecode t = "
+                    "5\n timecode[] ts = [1, 2] }\n");
+  const auto stage = ovo::Stage::open(folder.writeScene(
+      "root.usda",
+      "#usda 1.0\ndef \"A\" (references = @./part.usda@</P> (offset = 100; scale = 2)) {}\n"));
   ASSERT_NE(stage, nullptr);
   const auto prim = stage->getPrimAtPath("/A");
   EXPECT_EQ(prim.getAttr("f").timeSamples(), (std::vector<double>{100, 120}));
@@ -154,12 +169,14 @@ TEST(Attribute, OffsetsMoveSamplesAndTimeCodes) {
   EXPECT_EQ(valueAt<Array<double>>(prim.getAttr("ts"), 0), (Array<double>{102, 104}));
 }
 
-// Layer times are stage times divided by a scale, and that rounds: 23.6 and its like come out a hair before the sample.
+// Layer times are stage times divided by a scale, and that rounds: 23.6 and its like come out a
+// hair before the sample.
 TEST(Attribute, AtTheTimeOfASampleThatSampleCountsWhateverTheOffset) {
   const ovo_test::TemporaryFolder folder;
-  folder.writeScene("anim.usda",
-                    "#usda 1.0\ndef \"A\" {\ntoken word.timeSamples = {\n0: \"a\",\n7.3: \"b\",\n9.5: \"c\"\n}\n"
-                    "double number.timeSamples = {\n0: 0,\n7.3: 100,\n9.5: -3\n}\n}");
+  folder.writeScene(
+      "anim.usda",
+      "#usda 1.0\ndef \"A\" {\ntoken word.timeSamples = {\n0: \"a\",\n7.3: \"b\",\n9.5: \"c\"\n}\n"
+      "double number.timeSamples = {\n0: 0,\n7.3: 100,\n9.5: -3\n}\n}");
   std::mt19937 random(20);
   std::uniform_real_distribution<double> offsets(-5.0, 5.0), scales(0.05, 3.0);
   for (int round = 0; round < 200; ++round) {
@@ -172,8 +189,10 @@ TEST(Attribute, AtTheTimeOfASampleThatSampleCountsWhateverTheOffset) {
     const std::vector<double> times = number.timeSamples();
     ASSERT_EQ(times.size(), 3u);
     for (std::size_t i = 0; i < 3; ++i) {
-      EXPECT_EQ(valueAt<Token>(word, times[i]), (std::vector<Token>{"a", "b", "c"}[i])) << text.str();
-      EXPECT_EQ(valueAt<double>(number, times[i]), (std::vector<double>{0, 100, -3}[i])) << text.str();
+      EXPECT_EQ(valueAt<Token>(word, times[i]), (std::vector<Token>{"a", "b", "c"}[i]))
+          << text.str();
+      EXPECT_EQ(valueAt<double>(number, times[i]), (std::vector<double>{0, 100, -3}[i]))
+          << text.str();
     }
     // Between them the fraction is that of the stage's times.
     const double between = times[0] + 0.3 * (times[1] - times[0]);
@@ -186,12 +205,15 @@ TEST(Attribute, NumbersOfAnyWidthReadAsEachOther) {
   EXPECT_EQ(valueAt<double>(attributeOf("half h = 0.5"), 0), 0.5);
   EXPECT_EQ(valueAt<float>(attributeOf("double d = 0.1"), 0), 0.1f);
   EXPECT_EQ(valueAt<Vec3<float>>(attributeOf("half3 h = (1, 2, 3)"), 0), Vec3<float>(1, 2, 3));
-  EXPECT_EQ(valueAt<Array<Vec3<float>>>(attributeOf("point3d[] p = [(1, 2, 3)]"), 0), (Array<Vec3<float>>{{1, 2, 3}}));
-  EXPECT_EQ(valueAt<Array<Vec2<double>>>(attributeOf("texCoord2h[] p = [(1, 2)]"), 0), (Array<Vec2<double>>{{1, 2}}));
+  EXPECT_EQ(valueAt<Array<Vec3<float>>>(attributeOf("point3d[] p = [(1, 2, 3)]"), 0),
+            (Array<Vec3<float>>{{1, 2, 3}}));
+  EXPECT_EQ(valueAt<Array<Vec2<double>>>(attributeOf("texCoord2h[] p = [(1, 2)]"), 0),
+            (Array<Vec2<double>>{{1, 2}}));
   EXPECT_EQ(valueAt<std::int64_t>(attributeOf("uchar c = 200"), 0), 200);
   EXPECT_EQ(valueAt<int>(attributeOf("bool b = 1"), 0), 1);
   EXPECT_EQ(valueAt<int>(attributeOf("uint64 u = 7"), 0), 7);
-  EXPECT_EQ(valueAt<Array<std::int64_t>>(attributeOf("int[] u = [7, -7]"), 0), (Array<std::int64_t>{7, -7}));
+  EXPECT_EQ(valueAt<Array<std::int64_t>>(attributeOf("int[] u = [7, -7]"), 0),
+            (Array<std::int64_t>{7, -7}));
 }
 
 TEST(Attribute, IntegersThatDoNotFitAreNotRead) {
@@ -233,11 +255,13 @@ TEST(Attribute, ReadsOfAnotherTypeFail) {
 }
 
 TEST(Attribute, TextTokensAndFilesReadAsEachOther) {
-  for (const char* declaration : {"string s = \"word\"", "token s = \"word\"", "asset s = @word@"}) {
+  for (const char* declaration :
+       {"string s = \"word\"", "token s = \"word\"", "asset s = @word@"}) {
     EXPECT_EQ(valueAt<std::string>(attributeOf(declaration), 0), "word");
     EXPECT_EQ(valueAt<Token>(attributeOf(declaration), 0), Token("word"));
   }
-  EXPECT_EQ(valueAt<Array<std::string>>(attributeOf("asset[] s = [@a@, @b@]"), 0), (Array<std::string>{"a", "b"}));
+  EXPECT_EQ(valueAt<Array<std::string>>(attributeOf("asset[] s = [@a@, @b@]"), 0),
+            (Array<std::string>{"a", "b"}));
   EXPECT_EQ(valueAt<Array<Token>>(attributeOf("string[] s = [\"a\"]"), 0), (Array<Token>{"a"}));
 }
 
@@ -248,10 +272,12 @@ TEST(Attribute, KnowsItsType) {
     bool array;
   };
   for (const Row& row :
-       {Row{"int", Value::int_, false}, Row{"int2", Value::int2, false}, Row{"int3[]", Value::int3, true},
-        Row{"int4", Value::int4, false}, Row{"float", Value::float_, false}, Row{"texCoord2f[]", Value::float2, true},
-        Row{"point3f[]", Value::float3, true}, Row{"float4", Value::float4, false}, Row{"color3f", Value::color3f, false},
-        Row{"color4f[]", Value::color4f, true}, Row{"double", Value::none, false}, Row{"token", Value::none, false}}) {
+       {Row{"int", Value::int_, false}, Row{"int2", Value::int2, false},
+        Row{"int3[]", Value::int3, true}, Row{"int4", Value::int4, false},
+        Row{"float", Value::float_, false}, Row{"texCoord2f[]", Value::float2, true},
+        Row{"point3f[]", Value::float3, true}, Row{"float4", Value::float4, false},
+        Row{"color3f", Value::color3f, false}, Row{"color4f[]", Value::color4f, true},
+        Row{"double", Value::none, false}, Row{"token", Value::none, false}}) {
     const Attribute attribute = attributeOf(std::string(row.type) + " x");
     EXPECT_EQ(attribute.typeName(), Token(row.type));
     EXPECT_EQ(attribute.valueType(), row.code) << row.type;
@@ -263,13 +289,17 @@ TEST(Attribute, KnowsItsType) {
 }
 
 TEST(Attribute, TypesGiveFallbacks) {
-  const auto stage = sceneOf("def Mesh \"M\" {}\ndef Camera \"C\" {}\ndef Scope \"S\" {}\ndef \"N\" {}");
+  const auto stage =
+      sceneOf("def Mesh \"M\" {}\ndef Camera \"C\" {}\ndef Scope \"S\" {}\ndef \"N\" {}");
   Token word;
-  EXPECT_TRUE(stage->getPrimAtPath("/M").getAttr("subdivisionScheme").get(word) && word == Token("catmullClark"));
-  EXPECT_TRUE(stage->getPrimAtPath("/M").getAttr("orientation").getAuthored(word, 3.0) && word == Token("rightHanded"));
+  EXPECT_TRUE(stage->getPrimAtPath("/M").getAttr("subdivisionScheme").get(word) &&
+              word == Token("catmullClark"));
+  EXPECT_TRUE(stage->getPrimAtPath("/M").getAttr("orientation").getAuthored(word, 3.0) &&
+              word == Token("rightHanded"));
   EXPECT_TRUE(stage->getPrimAtPath("/S").getAttr("purpose").get(word) && word == Token("default"));
   float number = 0;
-  EXPECT_TRUE(stage->getPrimAtPath("/C").getAttr("horizontalAperture").get(number) && number == 20.955f);
+  EXPECT_TRUE(stage->getPrimAtPath("/C").getAttr("horizontalAperture").get(number) &&
+              number == 20.955f);
   EXPECT_FALSE(stage->getPrimAtPath("/N").getAttr("purpose").isValid());
   EXPECT_FALSE(stage->getPrimAtPath("/M").getAttr("focalLength").isValid());
   EXPECT_FALSE(stage->getPrimAtPath("/M").getAttr("points").isValid());
@@ -278,13 +308,15 @@ TEST(Attribute, TypesGiveFallbacks) {
 }
 
 TEST(Attribute, TypesGiveEmptyListsAndBoxesToo) {
-  const auto stage = sceneOf("def Mesh \"M\" {}\ndef PointInstancer \"I\" {}\ndef Capsule \"C\" {}\ndef Camera \"K\" {}");
+  const auto stage = sceneOf(
+      "def Mesh \"M\" {}\ndef PointInstancer \"I\" {}\ndef Capsule \"C\" {}\ndef Camera \"K\" {}");
   for (const char* name : {"holeIndices", "creaseIndices", "creaseLengths", "cornerIndices"}) {
     Array<int> list{1};
     EXPECT_TRUE(stage->getPrimAtPath("/M").getAttr(name).get(list) && list.empty()) << name;
   }
   Array<float> sharpnesses{1};
-  EXPECT_TRUE(stage->getPrimAtPath("/M").getAttr("creaseSharpnesses").get(sharpnesses) && sharpnesses.empty());
+  EXPECT_TRUE(stage->getPrimAtPath("/M").getAttr("creaseSharpnesses").get(sharpnesses) &&
+              sharpnesses.empty());
   Array<std::int64_t> ids{1};
   EXPECT_TRUE(stage->getPrimAtPath("/I").getAttr("invisibleIds").get(ids, 2.0) && ids.empty());
   EXPECT_FALSE(stage->getPrimAtPath("/I").getAttr("ids").isValid());
@@ -292,7 +324,10 @@ TEST(Attribute, TypesGiveEmptyListsAndBoxesToo) {
   EXPECT_TRUE(stage->getPrimAtPath("/C").getAttr("extent").get(extent));
   EXPECT_EQ(extent, (Array<Vec3<float>>{{-0.5f, -0.5f, -1}, {0.5f, 0.5f, 1}}));
   float iso = 0, intensity = 0;
-  EXPECT_TRUE(sceneOf("def DistantLight \"L\" {}")->getPrimAtPath("/L").getAttr("inputs:intensity").get(intensity));
+  EXPECT_TRUE(sceneOf("def DistantLight \"L\" {}")
+                  ->getPrimAtPath("/L")
+                  .getAttr("inputs:intensity")
+                  .get(intensity));
   EXPECT_EQ(intensity, 50000.0f);
   EXPECT_TRUE(stage->getPrimAtPath("/K").getAttr("exposure:iso").get(iso) && iso == 100.0f);
 }
@@ -313,7 +348,8 @@ TEST(Attribute, SetChecksTheTypeAndConvertsNumbers) {
   ASSERT_TRUE(points.isValid());
   EXPECT_TRUE(points.set(Array<Vec3<double>>{{0.1, 2, 3}}));
   EXPECT_EQ(valueAt<Array<Vec3<float>>>(points, 0), (Array<Vec3<float>>{{0.1f, 2, 3}}));
-  EXPECT_FALSE(points.set(Array<Vec2<float>>{{1, 2}}) || points.set(1.0f) || points.set(std::string("x")));
+  EXPECT_FALSE(points.set(Array<Vec2<float>>{{1, 2}}) || points.set(1.0f) ||
+               points.set(std::string("x")));
   EXPECT_FALSE(points.set(Array<Vec3<float>>{}, std::numeric_limits<double>::infinity()));
   const Attribute byte = prim.createAttr("byte", "uchar");
   EXPECT_FALSE(byte.set(300) || byte.set(-1));
@@ -332,7 +368,8 @@ TEST(Attribute, CreateAttrGivesWhatIsThereWhenTheTypeFits) {
   EXPECT_FALSE(prim.createAttr("r", "float").isValid());
   for (const char* bad : {"", "1x", "a b", "a:", ":a", "a.b", "a/b"})
     EXPECT_FALSE(prim.createAttr(bad, "float").isValid()) << bad;
-  for (const char* bad : {"", "no_type", "float[", "Float"}) EXPECT_FALSE(prim.createAttr("g", bad).isValid()) << bad;
+  for (const char* bad : {"", "no_type", "float[", "Float"})
+    EXPECT_FALSE(prim.createAttr("g", bad).isValid()) << bad;
   EXPECT_TRUE(prim.createAttr("ns:deep:name", Value::color3f).isValid());
   EXPECT_EQ(prim.getAttr("ns:deep:name").typeName(), Token("color3f"));
   EXPECT_FALSE(prim.createAttr("g", Value::none).isValid());
@@ -360,7 +397,8 @@ TEST(Attribute, NearlyEqualSampleTimesCountAsOne) {
 }
 
 TEST(Attribute, SplinesGiveValuesBetweenTheirKnots) {
-  const Attribute f = attributeOf("double d.spline = {\n bezier,\n 1: 10; post linear,\n 3: 30; post linear,\n}");
+  const Attribute f =
+      attributeOf("double d.spline = {\n bezier,\n 1: 10; post linear,\n 3: 30; post linear,\n}");
   ASSERT_TRUE(f.isValid());
   EXPECT_EQ(valueAt<double>(f, 2.0), 20.0);
   EXPECT_EQ(valueAt<double>(f, tarn::defaultTimeValue()), 10.0);

@@ -1,4 +1,5 @@
-// Files that are no scenes, or only parts of them: each ends in a clear error or in the scene without the broken part.
+// Files that are no scenes, or only parts of them: each ends in a clear error or in the scene
+// without the broken part.
 #include <gtest/gtest.h>
 
 #include <set>
@@ -29,7 +30,9 @@ std::string repeated(const std::string& text, std::size_t times) {
   return all;
 }
 
-std::string nestedPrims(std::size_t depth) { return "#usda 1.0\n" + repeated("def \"a\" {\n", depth) + repeated("}\n", depth); }
+std::string nestedPrims(std::size_t depth) {
+  return "#usda 1.0\n" + repeated("def \"a\" {\n", depth) + repeated("}\n", depth);
+}
 
 TEST(Broken, AMissingFileIsRefused) {
   TemporaryFolder folder;
@@ -42,7 +45,8 @@ TEST(Broken, AFolderAndAnEmptyFileAndOtherFilesAreRefused) {
   TemporaryFolder folder;
   std::filesystem::create_directories(folder.path("folder.usda"));
   expectRefused(folder.path("folder.usda"), "it is a folder");
-  for (const char* name : {"a.usda", "a.usdc", "a.usd", "a.usdz"}) expectRefused(folder.write(name, ""), "the file is empty");
+  for (const char* name : {"a.usda", "a.usdc", "a.usd", "a.usdz"})
+    expectRefused(folder.write(name, ""), "the file is empty");
   for (const char* name : {"b.usda", "b.usdc", "b.usd", "b.usdz"}) {
     expectRefused(folder.write(name, "hello, this is no scene\n"), "");
     expectRefused(folder.write(name, std::string(5000, '\0')), "");
@@ -55,12 +59,14 @@ TEST(Broken, AFolderAndAnEmptyFileAndOtherFilesAreRefused) {
 
 TEST(Broken, ATextThatIsCutOffIsRefusedWhereverItEnds) {
   const std::string whole =
-      "#usda 1.0\n( upAxis = \"Z\" )\ndef Mesh \"M\" (kind = \"group\") {\n  point3f[] points = [(1, 2, 3)]\n"
+      "#usda 1.0\n( upAxis = \"Z\" )\ndef Mesh \"M\" (kind = \"group\") {\n  point3f[] points = "
+      "[(1, 2, 3)]\n"
       "  float f.timeSamples = {1: 2}\n  rel r = </M>\n  asset a = @x@\n}\n";
   TemporaryFolder folder;
   std::size_t refused = 0;
   for (std::size_t size = 1; size + 1 < whole.size(); ++size) {
-    const std::string file = folder.write("cut" + std::to_string(size) + ".usda", whole.substr(0, size));
+    const std::string file =
+        folder.write("cut" + std::to_string(size) + ".usda", whole.substr(0, size));
     std::string error;
     if (const auto stage = Stage::open(file, &error)) {
       // What ends between two statements is a scene.
@@ -86,9 +92,12 @@ TEST(Broken, ABinaryFileThatIsCutOffIsRefused) {
   const std::string whole = folder.read("whole.usdc");
   ASSERT_GT(whole.size(), 2000u);
   for (std::size_t eighth = 1; eighth < 8; ++eighth)
-    expectRefused(folder.write("cut" + std::to_string(eighth) + ".usdc", whole.substr(0, whole.size() * eighth / 8)), "");
+    expectRefused(folder.write("cut" + std::to_string(eighth) + ".usdc",
+                               whole.substr(0, whole.size() * eighth / 8)),
+                  "");
   for (std::size_t missing = 1; missing < 200; missing += 7)
-    expectRefused(folder.write("cut.usdc", whole.substr(0, whole.size() - missing)), "the file is cut off");
+    expectRefused(folder.write("cut.usdc", whole.substr(0, whole.size() - missing)),
+                  "the file is cut off");
   for (const std::size_t size : {1u, 8u, 20u, 87u, 88u, 89u})
     expectRefused(folder.write("head" + std::to_string(size) + ".usdc", whole.substr(0, size)), "");
 }
@@ -96,10 +105,13 @@ TEST(Broken, ABinaryFileThatIsCutOffIsRefused) {
 TEST(Broken, ARealPackageThatIsCutOffIsNoCrash) {
   requireSharedData("usd/BoxAnimated_usdz/BoxAnimated.usdz");
   TemporaryFolder folder;
-  std::ifstream in(vela_test::sharedDataPath("usd/BoxAnimated_usdz/BoxAnimated.usdz"), std::ios::binary);
+  std::ifstream in(vela_test::sharedDataPath("usd/BoxAnimated_usdz/BoxAnimated.usdz"),
+                   std::ios::binary);
   const std::string whole{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
   for (std::size_t part = 1; part < 8; ++part)
-    expectRefused(folder.write("cut" + std::to_string(part) + ".usdz", whole.substr(0, whole.size() * part / 8)), "");
+    expectRefused(folder.write("cut" + std::to_string(part) + ".usdz",
+                               whole.substr(0, whole.size() * part / 8)),
+                  "");
 }
 
 TEST(Broken, TextsNestedDeeperThanAnySceneAreRefusedBeforeTheyAreParsed) {
@@ -107,21 +119,28 @@ TEST(Broken, TextsNestedDeeperThanAnySceneAreRefusedBeforeTheyAreParsed) {
   expectRefused(folder.write("prims.usda", nestedPrims(10000)), "nested more than 500 deep");
   expectRefused(folder.write("many.usda", nestedPrims(200000)), "nested more than 500 deep");
   expectRefused(folder.write("as.usd", nestedPrims(10000)), "nested more than 500 deep");
-  expectRefused(folder.write("open.usda", "#usda 1.0\n" + repeated("def \"a\" {\n", 100000)), "nested more than 500 deep");
-  expectRefused(folder.write("tuples.usda", "#usda 1.0\ndef \"a\" { float3 f = " + repeated("(", 100000)),
-                "nested more than 500 deep");
-  expectRefused(folder.write("lists.usda", "#usda 1.0\ndef \"a\" { float[] f = " + repeated("[", 100000)),
-                "nested more than 500 deep");
-  expectRefused(folder.write("dictionaries.usda", "#usda 1.0\n( customLayerData = {" + repeated("dictionary a = {", 10000)),
-                "nested more than 500 deep");
-  expectRefused(folder.write("variants.usda", "#usda 1.0\n" + repeated("def \"a\" { variantSet \"x\" = { \"y\" {\n", 10000)),
-                "nested more than 500 deep");
-  expectRefused(folder.write("expression.usda", "#usda 1.0\ndef \"a\" { pathExpression p = \"" + repeated("(", 100000) + "/a" +
-                                                    repeated(")", 100000) + "\" }"),
+  expectRefused(folder.write("open.usda", "#usda 1.0\n" + repeated("def \"a\" {\n", 100000)),
                 "nested more than 500 deep");
   expectRefused(
-      folder.write("complement.usda", "#usda 1.0\ndef \"a\" { pathExpression p = \"" + repeated("~", 100000) + "/a\" }"),
+      folder.write("tuples.usda", "#usda 1.0\ndef \"a\" { float3 f = " + repeated("(", 100000)),
       "nested more than 500 deep");
+  expectRefused(
+      folder.write("lists.usda", "#usda 1.0\ndef \"a\" { float[] f = " + repeated("[", 100000)),
+      "nested more than 500 deep");
+  expectRefused(folder.write("dictionaries.usda", "#usda 1.0\n( customLayerData = {" +
+                                                      repeated("dictionary a = {", 10000)),
+                "nested more than 500 deep");
+  expectRefused(
+      folder.write("variants.usda",
+                   "#usda 1.0\n" + repeated("def \"a\" { variantSet \"x\" = { \"y\" {\n", 10000)),
+      "nested more than 500 deep");
+  expectRefused(folder.write("expression.usda", "#usda 1.0\ndef \"a\" { pathExpression p = \"" +
+                                                    repeated("(", 100000) + "/a" +
+                                                    repeated(")", 100000) + "\" }"),
+                "nested more than 500 deep");
+  expectRefused(folder.write("complement.usda", "#usda 1.0\ndef \"a\" { pathExpression p = \"" +
+                                                    repeated("~", 100000) + "/a\" }"),
+                "nested more than 500 deep");
   std::string error;
   EXPECT_EQ(Stage::openText(nestedPrims(10000), &error), nullptr);
   EXPECT_NE(error.find("nested more than 500 deep"), std::string::npos);
@@ -130,10 +149,11 @@ TEST(Broken, TextsNestedDeeperThanAnySceneAreRefusedBeforeTheyAreParsed) {
 TEST(Broken, BracketsInCommentsAndTextDoNotCountAsDepth) {
   TemporaryFolder folder;
   const std::string brackets = repeated("{ ([ ", 400);
-  const auto stage = Stage::open(
-      folder.writeScene("a.usda", "#usda 1.0\n# " + brackets + "\n( doc = \"" + brackets.substr(0, 400) +
-                                      "\" )\ndef \"a\" { string s = '''\n" + brackets.substr(0, 400) + "'''\n asset f = @" +
-                                      repeated("(", 1000) + "@\n" + repeated("string t = \"{\"\n", 1) + "}\n"));
+  const auto stage = Stage::open(folder.writeScene(
+      "a.usda", "#usda 1.0\n# " + brackets + "\n( doc = \"" + brackets.substr(0, 400) +
+                    "\" )\ndef \"a\" { string s = '''\n" + brackets.substr(0, 400) +
+                    "'''\n asset f = @" + repeated("(", 1000) + "@\n" +
+                    repeated("string t = \"{\"\n", 1) + "}\n"));
   ASSERT_NE(stage, nullptr);
   EXPECT_TRUE(stage->getPrimAtPath("/a").isValid());
   const auto deep = Stage::openText(nestedPrims(400));
@@ -147,15 +167,16 @@ TEST(Broken, ADeepFileThatIsReferencedIsLeftOut) {
   TemporaryFolder folder;
   folder.write("deep.usda", nestedPrims(10000));
   for (const char* arc : {"references = @./deep.usda@</a>", "payload = @./deep.usda@</a>"}) {
-    const auto stage =
-        Stage::open(folder.writeScene("root.usda", std::string("#usda 1.0\ndef \"A\" (") + arc + ") {}\ndef \"B\" {}\n"));
+    const auto stage = Stage::open(folder.writeScene(
+        "root.usda", std::string("#usda 1.0\ndef \"A\" (") + arc + ") {}\ndef \"B\" {}\n"));
     ASSERT_NE(stage, nullptr);
     EXPECT_TRUE(stage->getPrimAtPath("/B").isValid());
     std::string all;
     for (const std::string& problem : stage->problems()) all += problem + "\n";
     EXPECT_NE(all.find("deep.usda"), std::string::npos) << all;
   }
-  const auto sub = Stage::open(folder.writeScene("sub.usda", "#usda 1.0\n( subLayers = [@./deep.usda@] )\ndef \"B\" {}\n"));
+  const auto sub = Stage::open(
+      folder.writeScene("sub.usda", "#usda 1.0\n( subLayers = [@./deep.usda@] )\ndef \"B\" {}\n"));
   ASSERT_NE(sub, nullptr);
   EXPECT_TRUE(sub->getPrimAtPath("/B").isValid());
   EXPECT_FALSE(sub->problems().empty());
@@ -166,7 +187,8 @@ TEST(Broken, PrimsThatReferencesNestTooDeepAreLeftOut) {
   const std::string open = repeated("def \"a\" {\n", 400), close = repeated("}\n", 400);
   folder.write("1.usda", "#usda 1.0\n(defaultPrim = \"a\")\n" + open + close);
   for (int i = 2; i <= 4; ++i)
-    folder.write(std::to_string(i) + ".usda", "#usda 1.0\n(defaultPrim = \"a\")\n" + open + "def \"b\" (references = @./" +
+    folder.write(std::to_string(i) + ".usda", "#usda 1.0\n(defaultPrim = \"a\")\n" + open +
+                                                  "def \"b\" (references = @./" +
                                                   std::to_string(i - 1) + ".usda@) {}\n" + close);
   const auto stage = Stage::open(folder.path("4.usda"));
   ASSERT_NE(stage, nullptr);
@@ -174,26 +196,33 @@ TEST(Broken, PrimsThatReferencesNestTooDeepAreLeftOut) {
   stage->findDescendentPrims({"/"}, all);
   EXPECT_EQ(all.size(), 1000u);
   ASSERT_FALSE(stage->problems().empty());
-  EXPECT_NE(stage->problems().back().find("nested more than 1000 prims deep"), std::string::npos) << stage->problems().back();
+  EXPECT_NE(stage->problems().back().find("nested more than 1000 prims deep"), std::string::npos)
+      << stage->problems().back();
 }
 
 TEST(Broken, ArcsInCirclesAreProblemsAndTheRestIsThere) {
   TemporaryFolder folder;
-  folder.writeScene("a.usda", "#usda 1.0\n(defaultPrim = \"A\")\ndef \"A\" (references = @./b.usda@) { def \"inA\" {} }\n");
-  folder.writeScene("b.usda", "#usda 1.0\n(defaultPrim = \"B\")\ndef \"B\" (references = @./a.usda@) { def \"inB\" {} }\n");
-  folder.writeScene("self.usda", "#usda 1.0\n(subLayers = [@./self.usda@, @./other.usda@])\ndef \"S\" {}\n");
-  folder.writeScene("other.usda", "#usda 1.0\n(subLayers = [@./self.usda@])\ndef \"O\" {}\n");
   folder.writeScene(
-      "inherit.usda",
-      "#usda 1.0\ndef \"A\" (inherits = </B>) {}\ndef \"B\" (inherits = </A>) {}\ndef \"C\" (references = </C>) {}\n"
-      "def \"D\" { def \"E\" (references = </D>) {} }\n");
+      "a.usda",
+      "#usda 1.0\n(defaultPrim = \"A\")\ndef \"A\" (references = @./b.usda@) { def \"inA\" {} }\n");
+  folder.writeScene(
+      "b.usda",
+      "#usda 1.0\n(defaultPrim = \"B\")\ndef \"B\" (references = @./a.usda@) { def \"inB\" {} }\n");
+  folder.writeScene("self.usda",
+                    "#usda 1.0\n(subLayers = [@./self.usda@, @./other.usda@])\ndef \"S\" {}\n");
+  folder.writeScene("other.usda", "#usda 1.0\n(subLayers = [@./self.usda@])\ndef \"O\" {}\n");
+  folder.writeScene("inherit.usda",
+                    "#usda 1.0\ndef \"A\" (inherits = </B>) {}\ndef \"B\" (inherits = </A>) "
+                    "{}\ndef \"C\" (references = </C>) {}\n"
+                    "def \"D\" { def \"E\" (references = </D>) {} }\n");
   folder.writeScene("payload.usda",
-                    "#usda 1.0\n(defaultPrim = \"A\")\ndef \"A\" (payload = @./payload.usda@) { def \"x\" {} }\n");
+                    "#usda 1.0\n(defaultPrim = \"A\")\ndef \"A\" (payload = @./payload.usda@) { "
+                    "def \"x\" {} }\n");
   struct Row {
     const char *file, *prim;
   };
-  for (const Row& row :
-       {Row{"a.usda", "/A/inB"}, Row{"self.usda", "/O"}, Row{"inherit.usda", "/B"}, Row{"payload.usda", "/A/x"}}) {
+  for (const Row& row : {Row{"a.usda", "/A/inB"}, Row{"self.usda", "/O"}, Row{"inherit.usda", "/B"},
+                         Row{"payload.usda", "/A/x"}}) {
     SCOPED_TRACE(row.file);
     std::string error;
     const auto stage = Stage::open(folder.path(row.file), &error);
@@ -222,7 +251,8 @@ def "BadOffset" (references = @./part.usda@</P> (scale = 0)) {}
 def "Good" (references = @./part.usda@</P>) {}
 )"));
   ASSERT_NE(stage, nullptr);
-  for (const char* path : {"/NoDefault", "/NoPrim", "/NoFile", "/Empty", "/Cut", "/NoInherit", "/BadOffset", "/Good"})
+  for (const char* path :
+       {"/NoDefault", "/NoPrim", "/NoFile", "/Empty", "/Cut", "/NoInherit", "/BadOffset", "/Good"})
     EXPECT_TRUE(stage->getPrimAtPath(path).isValid()) << path;
   EXPECT_GE(stage->problems().size(), 5u);
 }

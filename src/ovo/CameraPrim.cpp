@@ -12,7 +12,9 @@ CameraPrim CameraPrim::define(const std::shared_ptr<Stage>& stage, const Path& p
   return stage ? CameraPrim(stage->definePrim(path, tokens().Camera)) : CameraPrim();
 }
 
-bool CameraPrim::isValid() const noexcept { return Prim::isValid() && getTypeName() == tokens().Camera; }
+bool CameraPrim::isValid() const noexcept {
+  return Prim::isValid() && getTypeName() == tokens().Camera;
+}
 
 CameraParameters CameraPrim::getParameters(double time) const {
   CameraParameters parameters;
@@ -47,7 +49,8 @@ CameraParameters CameraPrim::getParameters(double time) const {
 bool CameraPrim::setParameters(const CameraParameters& parameters, double time) const {
   if (!isValid()) return false;
   const Tokens& t = tokens();
-  bool done = createAttr(t.projection, "token").set(parameters.perspective ? t.perspective : t.orthographic, time);
+  bool done = createAttr(t.projection, "token")
+                  .set(parameters.perspective ? t.perspective : t.orthographic, time);
   const auto number = [&](const Token& name, const char* type, double value) {
     done = createAttr(name, type).set(value, time) && done;
   };

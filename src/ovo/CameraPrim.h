@@ -14,11 +14,12 @@ namespace ovo {
 
 /// A camera's optics at one time. It looks along its local -z, with +y up and +x to the right.
 ///
-/// All lengths are in scene units. Files have focal length, apertures and their offsets in tenths of a unit (millimetres
-/// where a unit is a centimetre): these are a tenth of the stored numbers, divided in double.
+/// All lengths are in scene units. Files have focal length, apertures and their offsets in tenths
+/// of a unit (millimetres where a unit is a centimetre): these are a tenth of the stored numbers,
+/// divided in double.
 struct CameraParameters {
-  bool perspective = true;                ///< false: orthographic, where the apertures are the window itself
-  double focalLength = 5.0;               ///< plays no part in an orthographic camera
+  bool perspective = true;   ///< false: orthographic, where the apertures are the window itself
+  double focalLength = 5.0;  ///< plays no part in an orthographic camera
   double horizontalAperture = 2.0955;     ///< width of the film window
   double verticalAperture = 1.52908;      ///< height of the film window
   double horizontalApertureOffset = 0.0;  ///< moves the film window to the right
@@ -29,8 +30,9 @@ struct CameraParameters {
   double focusDistance = 0.0;  ///< from the camera
   double shutterOpen = 0.0;    ///< time codes, relative to the frame
   double shutterClose = 0.0;
-  double exposure = 0.0;                    ///< powers of two
-  Array<tarn::Vec4<float>> clippingPlanes;  ///< a x + b y + c z + d < 0 is cut off, in the camera's space
+  double exposure = 0.0;  ///< powers of two
+  Array<tarn::Vec4<float>>
+      clippingPlanes;  ///< a x + b y + c z + d < 0 is cut off, in the camera's space
 };
 
 /// A prim of type Camera.
@@ -48,11 +50,12 @@ class OVO_API CameraPrim : public XformablePrim {
   [[nodiscard]] bool isValid() const noexcept;
   [[nodiscard]] explicit operator bool() const { return isValid(); }
 
-  /// The parameters at a time; the defaults of the record when not valid. A projection that is neither `perspective` nor
-  /// `orthographic` counts as perspective.
+  /// The parameters at a time; the defaults of the record when not valid. A projection that is
+  /// neither `perspective` nor `orthographic` counts as perspective.
   [[nodiscard]] CameraParameters getParameters(double time = tarn::defaultTimeValue()) const;
   /// Writes all parameters but the clipping planes when those are empty.
-  bool setParameters(const CameraParameters& parameters, double time = tarn::defaultTimeValue()) const;
+  bool setParameters(const CameraParameters& parameters,
+                     double time = tarn::defaultTimeValue()) const;
 };
 
 }  // namespace ovo

@@ -84,10 +84,12 @@ TEST(CameraPrim, ParametersComeBackAsTheyWereWritten) {
   const CameraParameters q = camera.getParameters();
   EXPECT_EQ(q.perspective, p.perspective);
   for (const auto field :
-       {&CameraParameters::focalLength, &CameraParameters::horizontalAperture, &CameraParameters::verticalAperture,
-        &CameraParameters::horizontalApertureOffset, &CameraParameters::verticalApertureOffset, &CameraParameters::clippingNear,
+       {&CameraParameters::focalLength, &CameraParameters::horizontalAperture,
+        &CameraParameters::verticalAperture, &CameraParameters::horizontalApertureOffset,
+        &CameraParameters::verticalApertureOffset, &CameraParameters::clippingNear,
         &CameraParameters::clippingFar, &CameraParameters::fStop, &CameraParameters::focusDistance,
-        &CameraParameters::shutterOpen, &CameraParameters::shutterClose, &CameraParameters::exposure})
+        &CameraParameters::shutterOpen, &CameraParameters::shutterClose,
+        &CameraParameters::exposure})
     EXPECT_EQ(q.*field, p.*field);
   EXPECT_EQ(q.clippingPlanes, p.clippingPlanes);
 }

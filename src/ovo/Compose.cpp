@@ -14,10 +14,12 @@ std::uint64_t nextSerial() {
 }
 
 pxr::ArResolverContext contextFor(const std::string& file) {
-  return file.empty() ? pxr::ArGetResolver().CreateDefaultContext() : pxr::ArGetResolver().CreateDefaultContextForAsset(file);
+  return file.empty() ? pxr::ArGetResolver().CreateDefaultContext()
+                      : pxr::ArGetResolver().CreateDefaultContextForAsset(file);
 }
 
-// Calls visit(node, layer) for every layer that has a say about the prim, from strong to weak, until it returns false.
+// Calls visit(node, layer) for every layer that has a say about the prim, from strong to weak,
+// until it returns false.
 template <class Visit>
 void forEachSpec(const pxr::PcpPrimIndex& index, Visit visit) {
   for (const pxr::PcpNodeRef& node : index.GetNodeRange()) {
@@ -37,13 +39,15 @@ bool isActive(const pxr::PcpPrimIndex& index) {
 
 }  // namespace
 
-StageData::StageData(pxr::SdfLayerRefPtr rootLayer, pxr::SdfLayerRefPtr sessionLayer, std::string fileName)
+StageData::StageData(pxr::SdfLayerRefPtr rootLayer, pxr::SdfLayerRefPtr sessionLayer,
+                     std::string fileName)
     : serial(nextSerial()),
       file(std::move(fileName)),
       root(std::move(rootLayer)),
       session(std::move(sessionLayer)),
       edit(session ? session : root) {
-  const pxr::PcpLayerStackIdentifier identifier(root, session, contextFor(session ? root->GetIdentifier() : ""));
+  const pxr::PcpLayerStackIdentifier identifier(root, session,
+                                                contextFor(session ? root->GetIdentifier() : ""));
   cache_ = std::make_unique<pxr::PcpCache>(identifier, "usd", true);
   {
     const Collector collector(problems, true);
@@ -102,7 +106,8 @@ void StageData::compose(const pxr::SdfPath& top) {
   computeIndexes(top);
 
   // Lay down the tree, parents first. A list instead of recursion: the depth is the file's choice.
-  PrimNode* const above = top.IsAbsoluteRootPath() ? nullptr : find(Path(top.GetParentPath().GetAsString()));
+  PrimNode* const above =
+      top.IsAbsoluteRootPath() ? nullptr : find(Path(top.GetParentPath().GetAsString()));
   std::vector<PrimNode*> waiting{nodeAt(top, above)};
   if (!above) rootNode = waiting.front();
   pxr::PcpErrorVector errors;
@@ -112,7 +117,8 @@ void StageData::compose(const pxr::SdfPath& top) {
     const pxr::PcpPrimIndex* index = cache_->FindPrimIndex(node.sdfPath);
     if (!index || !index->IsValid()) {
       const Collector collector(problems, true);
-      const pxr::ArResolverContextBinder binder(cache_->GetLayerStackIdentifier().pathResolverContext);
+      const pxr::ArResolverContextBinder binder(
+          cache_->GetLayerStackIdentifier().pathResolverContext);
       index = &cache_->ComputePrimIndex(node.sdfPath, &errors);
     }
     for (PrimNode* child : node.children) retire(*child);
@@ -120,15 +126,16 @@ void StageData::compose(const pxr::SdfPath& top) {
     fill(node, *index);
     if (!node.active) continue;
     if (node.sdfPath.GetPathElementCount() >= kMaxPrimNesting) {
-      problems.add(node.sdfPath.GetString().substr(0, 80) + "...: nested more than " + std::to_string(kMaxPrimNesting) +
-                   " prims deep: what is below is left out");
+      problems.add(node.sdfPath.GetString().substr(0, 80) + "...: nested more than " +
+                   std::to_string(kMaxPrimNesting) + " prims deep: what is below is left out");
       continue;
     }
     pxr::TfTokenVector names;
     pxr::PcpTokenSet prohibited;
     index->ComputePrimChildNames(&names, &prohibited);
     node.children.reserve(names.size());
-    for (const pxr::TfToken& name : names) node.children.push_back(nodeAt(node.sdfPath.AppendChild(name), &node));
+    for (const pxr::TfToken& name : names)
+      node.children.push_back(nodeAt(node.sdfPath.AppendChild(name), &node));
     waiting.insert(waiting.end(), node.children.rbegin(), node.children.rend());
   }
   report(errors);
@@ -154,17 +161,20 @@ void StageData::fill(PrimNode& node, const pxr::PcpPrimIndex& index) {
       opinion.stageFromLayer = opinion.stageFromLayer * *offset;
     if (!from.IsRootNode() && from.GetLayerStack() == ownStack) hasInternalArcs_ = true;
 
-    if (!activeFound) activeFound = layer->HasField(opinion.path, pxr::SdfFieldKeys->Active, &node.active);
+    if (!activeFound)
+      activeFound = layer->HasField(opinion.path, pxr::SdfFieldKeys->Active, &node.active);
     if (typeName.IsEmpty()) {
       layer->HasField(opinion.path, pxr::SdfFieldKeys->TypeName, &typeName);
       if (typeName == anyType) typeName = pxr::TfToken();
     }
     pxr::SdfSpecifier specifier = pxr::SdfSpecifierOver;
-    if (!specifierFound && layer->HasField(opinion.path, pxr::SdfFieldKeys->Specifier, &specifier) &&
+    if (!specifierFound &&
+        layer->HasField(opinion.path, pxr::SdfFieldKeys->Specifier, &specifier) &&
         pxr::SdfIsDefiningSpecifier(specifier)) {
-      // A class that is directly inherited from says nothing about whether its heir is one, unless nothing else does.
-      const bool weak =
-          specifier == pxr::SdfSpecifierClass && from.GetArcType() == pxr::PcpArcTypeInherit && !from.IsDueToAncestor();
+      // A class that is directly inherited from says nothing about whether its heir is one, unless
+      // nothing else does.
+      const bool weak = specifier == pxr::SdfSpecifierClass &&
+                        from.GetArcType() == pxr::PcpArcTypeInherit && !from.IsDueToAncestor();
       if (!weak || node.specifier == pxr::SdfSpecifierOver) node.specifier = specifier;
       specifierFound = !weak;
     }
@@ -180,10 +190,12 @@ void StageData::fill(PrimNode& node, const pxr::PcpPrimIndex& index) {
 void StageData::inheritFlags(PrimNode& node) const {
   const PrimNode* const parent = node.parent;
   const bool isDefining = pxr::SdfIsDefiningSpecifier(node.specifier);
-  // Below an instance OpenUSD tells the flags of the shared prototype, whose root counts as defined and not abstract.
+  // Below an instance OpenUSD tells the flags of the shared prototype, whose root counts as defined
+  // and not abstract.
   const bool prototype = parent && parent->instance;
   node.defined = !parent || ((parent->defined || prototype) && isDefining);
-  node.abstract = parent && ((parent->abstract && !prototype) || node.specifier == pxr::SdfSpecifierClass);
+  node.abstract =
+      parent && ((parent->abstract && !prototype) || node.specifier == pxr::SdfSpecifierClass);
   node.instanceProxy = parent && (parent->instance || parent->instanceProxy);
 }
 
@@ -211,7 +223,8 @@ void StageData::retire(PrimNode& top) {
 void StageData::recomposeAll() {
   {
     const Collector collector(problems, true);
-    const pxr::ArResolverContextBinder binder(cache_->GetLayerStackIdentifier().pathResolverContext);
+    const pxr::ArResolverContextBinder binder(
+        cache_->GetLayerStackIdentifier().pathResolverContext);
     pxr::PcpChanges changes;
     changes.DidChangeSignificantly(cache_.get(), pxr::SdfPath::AbsoluteRootPath());
     changes.Apply();
@@ -230,9 +243,10 @@ pxr::SdfPrimSpecHandle StageData::editSpec(PrimNode& node) {
   const pxr::SdfPrimSpecHandle spec = pxr::SdfCreatePrimInLayer(edit, node.sdfPath);
   // The edit layer is the strongest of all; those above may have got a spec on the way too.
   for (PrimNode* at = &node; spec && at && at->parent; at = at->parent) {
-    const bool known = std::any_of(at->opinions.begin(), at->opinions.end(), [this, at](const Opinion& opinion) {
-      return opinion.layer == get_pointer(edit) && opinion.path == at->sdfPath;
-    });
+    const bool known =
+        std::any_of(at->opinions.begin(), at->opinions.end(), [this, at](const Opinion& opinion) {
+          return opinion.layer == get_pointer(edit) && opinion.path == at->sdfPath;
+        });
     if (known) break;
     Opinion opinion;
     opinion.layer = get_pointer(edit);
@@ -288,8 +302,8 @@ PrimNode* StageData::define(const Path& path, const Token& type) {
     const pxr::SdfPath parentPath = chain[i].GetParentPath();
     const pxr::SdfPrimSpecHandle above =
         parentPath.IsAbsoluteRootPath() ? edit->GetPseudoRoot() : edit->GetPrimAtPath(parentPath);
-    if (!above ||
-        !pxr::SdfPrimSpec::New(above, chain[i].GetName(), pxr::SdfSpecifierDef, last ? type.asString() : std::string()))
+    if (!above || !pxr::SdfPrimSpec::New(above, chain[i].GetName(), pxr::SdfSpecifierDef,
+                                         last ? type.asString() : std::string()))
       return nullptr;
   }
   if (hasInternalArcs_) {

@@ -11,16 +11,19 @@ namespace fs = std::filesystem;
 namespace {
 
 // Lays the edits of one record over that of the same path.
-void mergeSpec(const pxr::SdfLayerRefPtr& from, const pxr::SdfPath& path, const pxr::SdfLayerRefPtr& to) {
+void mergeSpec(const pxr::SdfLayerRefPtr& from, const pxr::SdfPath& path,
+               const pxr::SdfLayerRefPtr& to) {
   const pxr::SdfSpecType type = from->GetSpecType(path);
   if (type == pxr::SdfSpecTypePrim) {
     if (!to->HasSpec(path)) pxr::SdfCreatePrimInLayer(to, path);
   } else if (type == pxr::SdfSpecTypeAttribute) {
     const pxr::SdfAttributeSpecHandle spec = from->GetAttributeAtPath(path);
     if (!to->HasSpec(path))
-      pxr::SdfJustCreatePrimAttributeInLayer(to, path, spec->GetTypeName(), spec->GetVariability(), spec->IsCustom());
+      pxr::SdfJustCreatePrimAttributeInLayer(to, path, spec->GetTypeName(), spec->GetVariability(),
+                                             spec->IsCustom());
   } else if (type == pxr::SdfSpecTypeRelationship) {
-    if (!to->HasSpec(path)) pxr::SdfRelationshipSpec::New(to->GetPrimAtPath(path.GetPrimPath()), path.GetName(), false);
+    if (!to->HasSpec(path))
+      pxr::SdfRelationshipSpec::New(to->GetPrimAtPath(path.GetPrimPath()), path.GetName(), false);
   } else if (type != pxr::SdfSpecTypePseudoRoot) {
     return;
   }
@@ -29,18 +32,22 @@ void mergeSpec(const pxr::SdfLayerRefPtr& from, const pxr::SdfPath& path, const 
     pxr::VtValue value;
     if (!from->HasField(path, field, &value)) continue;
     // An `over` says nothing about what is defined elsewhere.
-    if (field == pxr::SdfFieldKeys->Specifier && value == pxr::VtValue(pxr::SdfSpecifierOver)) continue;
+    if (field == pxr::SdfFieldKeys->Specifier && value == pxr::VtValue(pxr::SdfSpecifierOver))
+      continue;
     if (field == pxr::SdfFieldKeys->TypeName && type == pxr::SdfSpecTypeAttribute) continue;
     // An edit's default value hides weaker samples; within one layer it would not.
-    if (field == pxr::SdfFieldKeys->Default && !from->HasField(path, pxr::SdfFieldKeys->TimeSamples))
+    if (field == pxr::SdfFieldKeys->Default &&
+        !from->HasField(path, pxr::SdfFieldKeys->TimeSamples))
       to->EraseField(path, pxr::SdfFieldKeys->TimeSamples);
     to->SetField(path, field, value);
   }
 }
 
 // A file name as it has to be written in another folder.
-std::string movedName(const pxr::SdfLayerRefPtr& from, const std::string& name, const std::string& folder) {
-  if (name.empty() || name[0] == '/' || name.find("://") != std::string::npos || name[0] == '`') return name;
+std::string movedName(const pxr::SdfLayerRefPtr& from, const std::string& name,
+                      const std::string& folder) {
+  if (name.empty() || name[0] == '/' || name.find("://") != std::string::npos || name[0] == '`')
+    return name;
   const std::string whole = from->ComputeAbsolutePath(name);
   std::error_code failed;
   // Names that are looked for on a search path mean the same everywhere.
@@ -59,9 +66,11 @@ pxr::SdfLayerRefPtr mergeLayers(const StageData& stage, const std::string& folde
   merged->TransferContent(stage.root);
   if (stage.session) {
     std::vector<pxr::SdfPath> paths;
-    stage.session->Traverse(pxr::SdfPath::AbsoluteRootPath(), [&paths](const pxr::SdfPath& path) { paths.push_back(path); });
+    stage.session->Traverse(pxr::SdfPath::AbsoluteRootPath(),
+                            [&paths](const pxr::SdfPath& path) { paths.push_back(path); });
     // Parents before what is below them: the traversal gives them last.
-    for (auto path = paths.rbegin(); path != paths.rend(); ++path) mergeSpec(stage.session, *path, merged);
+    for (auto path = paths.rbegin(); path != paths.rend(); ++path)
+      mergeSpec(stage.session, *path, merged);
   }
 
   // Names of files hold from the folder of the opened file.
@@ -77,23 +86,27 @@ pxr::SdfLayerRefPtr mergeLayers(const StageData& stage, const std::string& folde
   });
   const auto move = [&](pxr::VtValue& value) {
     if (value.IsHolding<pxr::SdfAssetPath>()) {
-      value = pxr::SdfAssetPath(movedName(stage.root, value.UncheckedGet<pxr::SdfAssetPath>().GetAssetPath(), folder));
+      value = pxr::SdfAssetPath(
+          movedName(stage.root, value.UncheckedGet<pxr::SdfAssetPath>().GetAssetPath(), folder));
       return true;
     }
     if (!value.IsHolding<pxr::VtArray<pxr::SdfAssetPath>>()) return false;
     pxr::VtArray<pxr::SdfAssetPath> names = value.UncheckedGet<pxr::VtArray<pxr::SdfAssetPath>>();
-    for (pxr::SdfAssetPath& name : names) name = pxr::SdfAssetPath(movedName(stage.root, name.GetAssetPath(), folder));
+    for (pxr::SdfAssetPath& name : names)
+      name = pxr::SdfAssetPath(movedName(stage.root, name.GetAssetPath(), folder));
     value = pxr::VtValue(names);
     return true;
   };
   for (const pxr::SdfPath& path : attributes) {
-    const std::string type = merged->GetAttributeAtPath(path)->GetTypeName().GetAsToken().GetString();
+    const std::string type =
+        merged->GetAttributeAtPath(path)->GetTypeName().GetAsToken().GetString();
     if (type != "asset" && type != "asset[]") continue;
     pxr::VtValue value;
     if (merged->HasField(path, pxr::SdfFieldKeys->Default, &value) && move(value))
       merged->SetField(path, pxr::SdfFieldKeys->Default, value);
     for (const double time : merged->ListTimeSamplesForPath(path))
-      if (merged->QueryTimeSample(path, time, &value) && move(value)) merged->SetTimeSample(path, time, value);
+      if (merged->QueryTimeSample(path, time, &value) && move(value))
+        merged->SetTimeSample(path, time, value);
   }
   return merged;
 }

@@ -16,24 +16,34 @@ MeshPrim MeshPrim::define(const std::shared_ptr<Stage>& stage, const Path& path)
   return stage ? MeshPrim(stage->definePrim(path, tokens().Mesh)) : MeshPrim();
 }
 
-bool MeshPrim::isValid() const noexcept { return Prim::isValid() && getTypeName() == tokens().Mesh; }
+bool MeshPrim::isValid() const noexcept {
+  return Prim::isValid() && getTypeName() == tokens().Mesh;
+}
 
-bool MeshPrim::getPoints(Points& points, double time) const { return isValid() && getAttr(tokens().points).get(points, time); }
+bool MeshPrim::getPoints(Points& points, double time) const {
+  return isValid() && getAttr(tokens().points).get(points, time);
+}
 
-bool MeshPrim::setPoints(const Points& points, double time) const { return isValid() && createPointsAttr().set(points, time); }
+bool MeshPrim::setPoints(const Points& points, double time) const {
+  return isValid() && createPointsAttr().set(points, time);
+}
 
-bool MeshPrim::getFaceTopology(Array<int>& counts, Array<int>& indices, bool& reverseWinding, double time) const {
+bool MeshPrim::getFaceTopology(Array<int>& counts, Array<int>& indices, bool& reverseWinding,
+                               double time) const {
   reverseWinding = false;
   if (!isValid()) return false;
   Array<int> readCounts, readIndices;
-  if (!getAttr(tokens().faceVertexCounts).get(readCounts, time) || !getAttr(tokens().faceVertexIndices).get(readIndices, time))
+  if (!getAttr(tokens().faceVertexCounts).get(readCounts, time) ||
+      !getAttr(tokens().faceVertexIndices).get(readIndices, time))
     return false;
   counts = std::move(readCounts);
   indices = std::move(readIndices);
   return true;
 }
 
-Attribute MeshPrim::createPointsAttr() const { return isValid() ? createAttr(tokens().points, "point3f[]") : Attribute(); }
+Attribute MeshPrim::createPointsAttr() const {
+  return isValid() ? createAttr(tokens().points, "point3f[]") : Attribute();
+}
 Attribute MeshPrim::createFaceVertexCountsAttr() const {
   return isValid() ? createAttr(tokens().faceVertexCounts, "int[]") : Attribute();
 }
@@ -89,7 +99,9 @@ bool MeshPrim::isDoubleSided() const {
   return doubleSided;
 }
 
-Primvar MeshPrim::getNormalsPrimvar() const { return isValid() ? getPrimvar(tokens().normals) : Primvar(); }
+Primvar MeshPrim::getNormalsPrimvar() const {
+  return isValid() ? getPrimvar(tokens().normals) : Primvar();
+}
 
 bool MeshPrim::getNormals(Points& normals, Token& interpolation, double time) const {
   const Primvar primvar = getNormalsPrimvar();

@@ -1,9 +1,9 @@
 /// \file
 /// Polygon meshes of a scene.
 ///
-/// Layout: faces follow one another in the index array, each face's length is in the count array. Points are in the
-/// prim's own space. Arrays come as they are stored: counts, indices and points may contradict each other, and
-/// whoever uses them checks them once.
+/// Layout: faces follow one another in the index array, each face's length is in the count array.
+/// Points are in the prim's own space. Arrays come as they are stored: counts, indices and points
+/// may contradict each other, and whoever uses them checks them once.
 ///
 /// Threads: as Prim.
 #pragma once
@@ -38,12 +38,13 @@ class OVO_API MeshPrim : public XformablePrim {
 
   /// \return false, with \p points untouched, when the mesh has none at the time
   bool getPoints(Array<tarn::Vec3<float>>& points, double time = tarn::defaultTimeValue()) const;
-  bool setPoints(const Array<tarn::Vec3<float>>& points, double time = tarn::defaultTimeValue()) const;
+  bool setPoints(const Array<tarn::Vec3<float>>& points,
+                 double time = tarn::defaultTimeValue()) const;
 
   /// Reads counts and indices with their stored winding.
   ///
-  /// \param reverseWinding set to false always: nothing is turned here, whatever the orientation says. Computed normals
-  ///                       are turned by the orientation instead
+  /// \param reverseWinding set to false always: nothing is turned here, whatever the orientation
+  ///                       says. Computed normals are turned by the orientation instead
   /// \return false when either is missing; \p counts and \p indices are then as they were
   bool getFaceTopology(Array<int>& counts, Array<int>& indices, bool& reverseWinding,
                        double time = tarn::defaultTimeValue()) const;
@@ -54,15 +55,18 @@ class OVO_API MeshPrim : public XformablePrim {
 
   // Boxes
 
-  /// The box of the points in the prim's own space; with \p useExtent the authored extent instead where there is a usable
-  /// one. Empty without points. Points with a NaN coordinate count on their other axes only.
-  [[nodiscard]] tarn::Box3<float> getBoundsBox(double time = tarn::defaultTimeValue(), bool useExtent = true) const;
+  /// The box of the points in the prim's own space; with \p useExtent the authored extent instead
+  /// where there is a usable one. Empty without points. Points with a NaN coordinate count on their
+  /// other axes only.
+  [[nodiscard]] tarn::Box3<float> getBoundsBox(double time = tarn::defaultTimeValue(),
+                                               bool useExtent = true) const;
   /// Writes the box of the points at the time as the extent; false without points.
   bool writeExtent(double time = tarn::defaultTimeValue()) const;
 
   // Surface
 
-  [[nodiscard]] Token getSubdivisionScheme() const;  ///< `catmullClark` where the scene does not say
+  [[nodiscard]] Token getSubdivisionScheme()
+      const;  ///< `catmullClark` where the scene does not say
   bool setSubdivisionScheme(const Token& scheme) const;
   [[nodiscard]] Token getOrientation() const;  ///< `rightHanded` where the scene does not say
   bool setOrientation(const Token& orientation) const;
@@ -71,7 +75,8 @@ class OVO_API MeshPrim : public XformablePrim {
   /// `primvars:normals`, else the attribute `normals`; not valid without either.
   [[nodiscard]] Primvar getNormalsPrimvar() const;
   /// Normals with their indices applied. \return false, with both untouched, when there are none
-  bool getNormals(Array<tarn::Vec3<float>>& normals, Token& interpolation, double time = tarn::defaultTimeValue()) const;
+  bool getNormals(Array<tarn::Vec3<float>>& normals, Token& interpolation,
+                  double time = tarn::defaultTimeValue()) const;
   /// Writes the attribute `normals` with that interpolation.
   bool setNormals(const Array<tarn::Vec3<float>>& normals, const Token& interpolation,
                   double time = tarn::defaultTimeValue()) const;

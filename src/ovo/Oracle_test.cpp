@@ -1,18 +1,19 @@
-// Real scenes, held against what OpenUSD itself says about them: paths, types, flags, matrices, points, boxes, primvars,
-// cameras and values over time. The expected values were written by the whole of OpenUSD, of which this library uses the
-// lower half only.
+// Real scenes, held against what OpenUSD itself says about them: paths, types, flags, matrices,
+// points, boxes, primvars, cameras and values over time. The expected values were written by the
+// whole of OpenUSD, of which this library uses the lower half only.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
-#include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include <nlohmann/json.hpp>
 
 #include "ovo/CameraPrim.h"
 #include "ovo/MeshPrim.h"
@@ -31,47 +32,62 @@ json readOracle(const std::string& name) {
   return json::parse(in);
 }
 
-double timeOf(const json& entry) { return entry.is_string() ? tarn::defaultTimeValue() : entry.get<double>(); }
+double timeOf(const json& entry) {
+  return entry.is_string() ? tarn::defaultTimeValue() : entry.get<double>();
+}
 
 // Entry i of a list that has one entry for all times when nothing changes.
 const json& at(const json& list, std::size_t i) { return list.size() == 1 ? list[0] : list.at(i); }
 
-void expectNear(double actual, double expected, double relative, double absolute, const std::string& what) {
-  const double tolerance = std::max(absolute, relative * std::max(std::abs(actual), std::abs(expected)));
+void expectNear(double actual, double expected, double relative, double absolute,
+                const std::string& what) {
+  const double tolerance =
+      std::max(absolute, relative * std::max(std::abs(actual), std::abs(expected)));
   EXPECT_TRUE(std::abs(actual - expected) <= tolerance || actual == expected)
       << what << ": is " << actual << ", should be " << expected;
 }
 
 void checkMatrix(const tarn::Mat4<double>& actual, const json& expected, const std::string& what) {
-  // The expected values are written with nine digits, which is up to 5e-9 off; small elements are held to the largest.
+  // The expected values are written with nine digits, which is up to 5e-9 off; small elements are
+  // held to the largest.
   double largest = 1.0;
-  for (std::size_t i = 0; i < 16; ++i) largest = std::max(largest, std::abs(expected[i].get<double>()));
   for (std::size_t i = 0; i < 16; ++i)
-    expectNear(actual[i], expected[i].get<double>(), 5.1e-9, 1e-9 * largest, what + " element " + std::to_string(i));
+    largest = std::max(largest, std::abs(expected[i].get<double>()));
+  for (std::size_t i = 0; i < 16; ++i)
+    expectNear(actual[i], expected[i].get<double>(), 5.1e-9, 1e-9 * largest,
+               what + " element " + std::to_string(i));
 }
 
 void checkBox(const tarn::Box3<float>& box, const json& expected, const std::string& what) {
   for (std::size_t i = 0; i < 3; ++i) {
-    expectNear(static_cast<double>(box.min[i]), expected[i].get<double>(), 1e-6, 1e-6, what + " min");
-    expectNear(static_cast<double>(box.max[i]), expected[i + 3].get<double>(), 1e-6, 1e-6, what + " max");
+    expectNear(static_cast<double>(box.min[i]), expected[i].get<double>(), 1e-6, 1e-6,
+               what + " min");
+    expectNear(static_cast<double>(box.max[i]), expected[i + 3].get<double>(), 1e-6, 1e-6,
+               what + " max");
   }
 }
 
 // How many values an attribute of any type has; 0 for a single value, as the expected values count.
 std::size_t valueCount(const ovo::Attribute& attribute, double time) {
   std::size_t count = 0;
-  const auto tryType = [&](auto values) { return attribute.getAuthored(values, time) && ((count = values.size()), true); };
-  (void)(tryType(ovo::Array<float>()) || tryType(ovo::Array<tarn::Vec2<float>>()) || tryType(ovo::Array<tarn::Vec3<float>>()) ||
-         tryType(ovo::Array<tarn::Vec4<float>>()) || tryType(ovo::Array<int>()) || tryType(ovo::Array<bool>()) ||
-         tryType(ovo::Array<Token>()) || tryType(ovo::Array<std::string>()) || tryType(ovo::Array<tarn::Mat4<double>>()));
+  const auto tryType = [&](auto values) {
+    return attribute.getAuthored(values, time) && ((count = values.size()), true);
+  };
+  (void)(tryType(ovo::Array<float>()) || tryType(ovo::Array<tarn::Vec2<float>>()) ||
+         tryType(ovo::Array<tarn::Vec3<float>>()) || tryType(ovo::Array<tarn::Vec4<float>>()) ||
+         tryType(ovo::Array<int>()) || tryType(ovo::Array<bool>()) ||
+         tryType(ovo::Array<Token>()) || tryType(ovo::Array<std::string>()) ||
+         tryType(ovo::Array<tarn::Mat4<double>>()));
   return count;
 }
 
 std::size_t flattenedCount(const ovo::Primvar& primvar, double time) {
   std::size_t count = 0;
-  const auto tryType = [&](auto values) { return primvar.computeFlattened(values, time) && ((count = values.size()), true); };
-  (void)(tryType(ovo::Array<float>()) || tryType(ovo::Array<tarn::Vec2<float>>()) || tryType(ovo::Array<tarn::Vec3<float>>()) ||
-         tryType(ovo::Array<int>()));
+  const auto tryType = [&](auto values) {
+    return primvar.computeFlattened(values, time) && ((count = values.size()), true);
+  };
+  (void)(tryType(ovo::Array<float>()) || tryType(ovo::Array<tarn::Vec2<float>>()) ||
+         tryType(ovo::Array<tarn::Vec3<float>>()) || tryType(ovo::Array<int>()));
   return count;
 }
 
@@ -108,7 +124,8 @@ void checkCamera(const Prim& prim, const json& expected, double time) {
                            p.focusDistance,
                            p.fStop};
   for (std::size_t i = 0; i < 9; ++i)
-    expectNear(actual[i], expected[i + 1].get<double>(), 1e-6, 1e-6, "camera field " + std::to_string(i + 1));
+    expectNear(actual[i], expected[i + 1].get<double>(), 1e-6, 1e-6,
+               "camera field " + std::to_string(i + 1));
 }
 
 void checkMesh(const Prim& prim, const json& expected, const std::vector<double>& times) {
@@ -126,7 +143,8 @@ void checkMesh(const Prim& prim, const json& expected, const std::vector<double>
   for (const int count : std::as_const(counts)) triangles += std::max(0, count - 2);
   EXPECT_EQ(triangles, expected["triangles"].get<long>());
 
-  // One entry stands for all times, but for a single time sample, which the default time does not see.
+  // One entry stands for all times, but for a single time sample, which the default time does not
+  // see.
   const bool all = expected["pointsAt"].size() > 1 || !prim.getAttr("points").hasTimeSamples();
   for (std::size_t t = 0; t < (all ? times.size() : 1); ++t) {
     const json& entry = at(expected["pointsAt"], t);
@@ -146,13 +164,16 @@ void checkMesh(const Prim& prim, const json& expected, const std::vector<double>
     ovo::Array<tarn::Vec3<float>> extent;
     ASSERT_TRUE(prim.getAttr("extent").get(extent));
     ASSERT_EQ(extent.size(), 2u);
-    checkBox(tarn::Box3<float>(std::as_const(extent)[0], std::as_const(extent)[1]), expected["extent"], "extent");
+    checkBox(tarn::Box3<float>(std::as_const(extent)[0], std::as_const(extent)[1]),
+             expected["extent"], "extent");
   }
   if (expected.contains("normals")) {
     const ovo::Primvar normals = mesh.getNormalsPrimvar();
     ASSERT_TRUE(normals.isValid());
-    EXPECT_EQ(normals.interpolation().asString(), expected["normals"]["interpolation"].get<std::string>());
-    EXPECT_EQ(valueCount(normals, tarn::earliestTimeValue()), expected["normals"]["values"].get<std::size_t>());
+    EXPECT_EQ(normals.interpolation().asString(),
+              expected["normals"]["interpolation"].get<std::string>());
+    EXPECT_EQ(valueCount(normals, tarn::earliestTimeValue()),
+              expected["normals"]["values"].get<std::size_t>());
   }
 }
 
@@ -178,9 +199,11 @@ void checkPrim(const ovo::Stage& stage, const json& expected, const std::vector<
   const bool clips = path == "/SphereUsingClip";
   if (expected.contains("localToWorld") && !clips)
     for (std::size_t t = 0; t < times.size(); ++t)
-      checkMatrix(caches[t].getLocalToWorld(prim), at(expected["localToWorld"], t), "matrix at " + std::to_string(times[t]));
+      checkMatrix(caches[t].getLocalToWorld(prim), at(expected["localToWorld"], t),
+                  "matrix at " + std::to_string(times[t]));
   if (expected.contains("camera"))
-    for (std::size_t t = 0; t < times.size(); ++t) checkCamera(prim, at(expected["camera"], t), times[t]);
+    for (std::size_t t = 0; t < times.size(); ++t)
+      checkCamera(prim, at(expected["camera"], t), times[t]);
   if (expected.contains("faces")) checkMesh(prim, expected, times);
   if (expected.contains("primvars"))
     for (const json& primvar : expected["primvars"]) checkPrimvar(prim, primvar, times[0]);
@@ -209,7 +232,8 @@ void checkScenes(const std::string& oracle) {
     EXPECT_EQ(stage->getMetersPerUnit(), expected["metersPerUnit"].get<double>());
     EXPECT_EQ(stage->getStartTimeCode(), expected["startTimeCode"].get<double>());
     EXPECT_EQ(stage->getEndTimeCode(), expected["endTimeCode"].get<double>());
-    EXPECT_EQ(stage->getDefaultPrim().getName().asString(), expected["defaultPrim"].get<std::string>());
+    EXPECT_EQ(stage->getDefaultPrim().getName().asString(),
+              expected["defaultPrim"].get<std::string>());
 
     std::vector<double> times;
     std::vector<ovo::XformCache> caches;
@@ -260,7 +284,8 @@ std::vector<double> numbersIn(const std::string& text) {
 }
 
 // The value as the numbers or the text that the expected values have; false when there is none.
-bool readAny(const ovo::Attribute& attribute, double time, std::vector<double>& numbers, std::string& text) {
+bool readAny(const ovo::Attribute& attribute, double time, std::vector<double>& numbers,
+             std::string& text) {
   bool flag = false;
   int integer = 0;
   double number = 0.0;
@@ -274,7 +299,8 @@ bool readAny(const ovo::Attribute& attribute, double time, std::vector<double>& 
   if (attribute.getAuthored(flag, time)) return numbers = {flag ? 1.0 : 0.0}, true;
   if (attribute.getAuthored(v2, time)) return numbers = {v2.x, v2.y}, true;
   if (attribute.getAuthored(v3, time)) return numbers = {v3.x, v3.y, v3.z}, true;
-  if (attribute.getAuthored(matrix, time)) return numbers.assign(matrix.data(), matrix.data() + 16), true;
+  if (attribute.getAuthored(matrix, time))
+    return numbers.assign(matrix.data(), matrix.data() + 16), true;
   if (!attribute.getAuthored(words, time)) return false;
   text = attribute.typeName() == Token("asset") ? "@" + words + "@" : words;
   return true;
@@ -293,7 +319,8 @@ TEST(Oracle, ValuesOverTimeBlocksAndOffsetsAreAsOpenUsdSees) {
       // Its samples lie in value clips, which are not read.
       if (name == "/SphereUsingClip.xformOp:translate") continue;
       const std::size_t dot = name.find('.');
-      const ovo::Attribute attribute = stage->getPrimAtPath(name.substr(0, dot)).getAttr(name.substr(dot + 1));
+      const ovo::Attribute attribute =
+          stage->getPrimAtPath(name.substr(0, dot)).getAttr(name.substr(dot + 1));
       ASSERT_TRUE(attribute.isValid());
       EXPECT_EQ(attribute.typeName().asString(), expected["type"].get<std::string>());
       for (std::size_t t = 0; t < oracle["times"].size(); ++t) {
@@ -312,7 +339,8 @@ TEST(Oracle, ValuesOverTimeBlocksAndOffsetsAreAsOpenUsdSees) {
         }
         const std::vector<double> wanted = numbersIn(value.get<std::string>());
         ASSERT_EQ(numbers.size(), wanted.size());
-        for (std::size_t i = 0; i < wanted.size(); ++i) expectNear(numbers[i], wanted[i], 1e-6, 1e-9, "number");
+        for (std::size_t i = 0; i < wanted.size(); ++i)
+          expectNear(numbers[i], wanted[i], 1e-6, 1e-9, "number");
       }
     }
   }

@@ -46,7 +46,9 @@ bool Path::hasPrefix(const Path& prefix) const noexcept {
   return text.size() == head.size() || head.back() == '/' || text[head.size()] == '/';
 }
 
-bool operator==(const Path& a, const Path& b) noexcept { return detail::sameText(a.text_, b.text_); }
+bool operator==(const Path& a, const Path& b) noexcept {
+  return detail::sameText(a.text_, b.text_);
+}
 bool operator<(const Path& a, const Path& b) noexcept { return a.asString() < b.asString(); }
 
 std::ostream& operator<<(std::ostream& out, const Path& path) { return out << path.asString(); }

@@ -1,10 +1,9 @@
 /// \file
 /// The address of a prim in a scene, such as `/World/Chair`.
 ///
-/// Threads: a Path is a value. Different Paths, copies included, may be used from different threads at once.
+/// Threads: a Path is a value. Different Paths, copies included, may be used from different threads
+/// at once.
 #pragma once
-
-#include "ovo/Token.h"
 
 #include <cstddef>
 #include <functional>
@@ -12,10 +11,12 @@
 #include <string>
 #include <string_view>
 
+#include "ovo/Token.h"
+
 namespace ovo {
 
-/// Names joined by '/'. A Path keeps any text as it is and never checks it: a text that is no address simply finds
-/// no prim. Cheap to copy and to compare.
+/// Names joined by '/'. A Path keeps any text as it is and never checks it: a text that is no
+/// address simply finds no prim. Cheap to copy and to compare.
 class OVO_API Path {
  public:
   /// The empty path, the address of nothing.
@@ -34,25 +35,25 @@ class OVO_API Path {
   /// The same on every platform and in every run; equal paths have equal hashes.
   [[nodiscard]] std::size_t hash() const noexcept;
 
-  /// What stands before the last '/': `/A` for `/A/B`, `/` for `/A`. Empty for `/`, for a text without '/' and for
-  /// the empty path.
+  /// What stands before the last '/': `/A` for `/A/B`, `/` for `/A`. Empty for `/`, for a text
+  /// without '/' and for the empty path.
   [[nodiscard]] Path parent() const;
 
   /// What stands behind the last '/', or the whole text without one; empty for `/`.
   [[nodiscard]] Token name() const;
 
-  /// This path with one more name: `/A` and `B` give `/A/B`, `/` and `A` give `/A`, the empty path and `A` give `A`.
-  /// An empty name gives this path itself.
+  /// This path with one more name: `/A` and `B` give `/A/B`, `/` and `A` give `/A`, the empty path
+  /// and `A` give `A`. An empty name gives this path itself.
   [[nodiscard]] Path child(const Token& name) const;
 
-  /// True when this is \p prefix or lies below it, by whole names: `/AB` is not below `/A`. Every path that begins
-  /// with '/' lies below `/`. False when either is empty.
+  /// True when this is \p prefix or lies below it, by whole names: `/AB` is not below `/A`. Every
+  /// path that begins with '/' lies below `/`. False when either is empty.
   [[nodiscard]] bool hasPrefix(const Path& prefix) const noexcept;
 
   OVO_API friend bool operator==(const Path& a, const Path& b) noexcept;
   friend bool operator!=(const Path& a, const Path& b) noexcept { return !(a == b); }
-  /// By bytes, taken as unsigned; a shorter text comes before its continuations. This is not the order of a
-  /// walk through the scene: `/A-b` comes before `/A/b`.
+  /// By bytes, taken as unsigned; a shorter text comes before its continuations. This is not the
+  /// order of a walk through the scene: `/A-b` comes before `/A/b`.
   OVO_API friend bool operator<(const Path& a, const Path& b) noexcept;
   friend bool operator>(const Path& a, const Path& b) noexcept { return b < a; }
   friend bool operator<=(const Path& a, const Path& b) noexcept { return !(b < a); }

@@ -21,11 +21,15 @@ const pxr::TfToken& inactiveIdsField() {
 PointInstancerPrim::PointInstancerPrim() noexcept = default;
 PointInstancerPrim::PointInstancerPrim(const Prim& prim) : XformablePrim(prim) {}
 
-PointInstancerPrim PointInstancerPrim::define(const std::shared_ptr<Stage>& stage, const Path& path) {
-  return stage ? PointInstancerPrim(stage->definePrim(path, tokens().PointInstancer)) : PointInstancerPrim();
+PointInstancerPrim PointInstancerPrim::define(const std::shared_ptr<Stage>& stage,
+                                              const Path& path) {
+  return stage ? PointInstancerPrim(stage->definePrim(path, tokens().PointInstancer))
+               : PointInstancerPrim();
 }
 
-bool PointInstancerPrim::isValid() const noexcept { return Prim::isValid() && getTypeName() == tokens().PointInstancer; }
+bool PointInstancerPrim::isValid() const noexcept {
+  return Prim::isValid() && getTypeName() == tokens().PointInstancer;
+}
 
 bool PointInstancerPrim::getInactiveIds(Array<std::int64_t>& ids) const {
   ids.clear();
@@ -52,7 +56,8 @@ bool PointInstancerPrim::setInactiveIds(const Array<std::int64_t>& ids) const {
   std::unordered_set<std::int64_t> known;
   for (const std::int64_t id : ids)
     if (known.insert(id).second) once.push_back(id);
-  node_->stage->edit->SetField(node_->sdfPath, inactiveIdsField(), pxr::VtValue(pxr::SdfInt64ListOp::CreateExplicit(once)));
+  node_->stage->edit->SetField(node_->sdfPath, inactiveIdsField(),
+                               pxr::VtValue(pxr::SdfInt64ListOp::CreateExplicit(once)));
   return true;
 }
 

@@ -13,12 +13,14 @@
 
 namespace ovo {
 
-/// A prim of type PointInstancer. Its lists (`protoIndices`, `positions`, `orientations`, `scales`, `ids`, `invisibleIds`) are
-/// attributes and its `prototypes` a relationship: read them as such. Here is what takes more than one of them.
+/// A prim of type PointInstancer. Its lists (`protoIndices`, `positions`, `orientations`, `scales`,
+/// `ids`, `invisibleIds`) are attributes and its `prototypes` a relationship: read them as such.
+/// Here is what takes more than one of them.
 ///
-/// An instance has an id: its entry in `ids`, or its place in `protoIndices` where there are no ids. A scene takes
-/// instances away by their ids in two ways, which stand to each other as inactive prims to invisible ones:
-/// `inactiveIds`, metadata that never varies, and `invisibleIds`, an attribute that may.
+/// An instance has an id: its entry in `ids`, or its place in `protoIndices` where there are no
+/// ids. A scene takes instances away by their ids in two ways, which stand to each other as
+/// inactive prims to invisible ones: `inactiveIds`, metadata that never varies, and `invisibleIds`,
+/// an attribute that may.
 ///
 /// Threads: as Prim.
 class OVO_API PointInstancerPrim : public XformablePrim {
@@ -39,8 +41,8 @@ class OVO_API PointInstancerPrim : public XformablePrim {
   [[nodiscard]] bool isValid() const noexcept;
   [[nodiscard]] explicit operator bool() const { return isValid(); }
 
-  /// The ids that are switched off: what all opinions add to the list and take from it, applied from weak to strong, each id
-  /// once, in the list's order.
+  /// The ids that are switched off: what all opinions add to the list and take from it, applied
+  /// from weak to strong, each id once, in the list's order.
   ///
   /// \param ids emptied first
   /// \return false when the scene has no such list, or the prim is not valid
@@ -49,10 +51,12 @@ class OVO_API PointInstancerPrim : public XformablePrim {
   /// \return false when the prim is not valid, or lies inside an instance
   bool setInactiveIds(const Array<std::int64_t>& ids) const;
 
-  /// Which instances are there at a time: entry i is false when the id of instance i was taken away.
+  /// Which instances are there at a time: entry i is false when the id of instance i was taken
+  /// away.
   ///
-  /// \return as many entries as `protoIndices` has; empty when nothing is taken away. `ids` of another count name no
-  ///         instances, so places count then. Ids that no instance has are passed over
+  /// \return as many entries as `protoIndices` has; empty when nothing is taken away. `ids` of
+  ///         another count name no instances, so places count then. Ids that no instance has are
+  ///         passed over
   [[nodiscard]] std::vector<bool> computeMask(double time = tarn::defaultTimeValue(),
                                               Reason reason = inactiveOrInvisible) const;
 };

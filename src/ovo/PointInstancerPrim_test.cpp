@@ -18,12 +18,15 @@ constexpr auto kInactive = PointInstancerPrim::inactive;
 
 PointInstancerPrim instancerOf(const std::string& metadata, const std::string& attributes) {
   return PointInstancerPrim(
-      ovo_test::sceneOf("def PointInstancer \"I\" (" + metadata + ") {\n" + attributes + "\n}")->getPrimAtPath("/I"));
+      ovo_test::sceneOf("def PointInstancer \"I\" (" + metadata + ") {\n" + attributes + "\n}")
+          ->getPrimAtPath("/I"));
 }
 
 TEST(PointInstancerPrim, OneOfNothingOrOfAnotherTypeIsNotValidAndHasNoMask) {
-  const auto stage = ovo_test::sceneOf("def Mesh \"M\" (inactiveIds = [0]) {\nint[] protoIndices = [0]\n}");
-  for (const PointInstancerPrim& prim : {PointInstancerPrim(), PointInstancerPrim(stage->getPrimAtPath("/M"))}) {
+  const auto stage =
+      ovo_test::sceneOf("def Mesh \"M\" (inactiveIds = [0]) {\nint[] protoIndices = [0]\n}");
+  for (const PointInstancerPrim& prim :
+       {PointInstancerPrim(), PointInstancerPrim(stage->getPrimAtPath("/M"))}) {
     Ids ids{7};
     EXPECT_FALSE(prim.isValid() || prim);
     EXPECT_FALSE(prim.getInactiveIds(ids));
@@ -43,7 +46,8 @@ TEST(PointInstancerPrim, WithoutListsNothingIsTakenAway) {
 }
 
 TEST(PointInstancerPrim, WithoutIdsPlacesCount) {
-  const PointInstancerPrim prim = instancerOf("inactiveIds = [2, 0]", "int[] protoIndices = [0, 0, 0, 0]");
+  const PointInstancerPrim prim =
+      instancerOf("inactiveIds = [2, 0]", "int[] protoIndices = [0, 0, 0, 0]");
   Ids ids;
   EXPECT_TRUE(prim.getInactiveIds(ids));
   EXPECT_EQ(ids, (Ids{2, 0}));
@@ -51,32 +55,35 @@ TEST(PointInstancerPrim, WithoutIdsPlacesCount) {
 }
 
 TEST(PointInstancerPrim, IdsNameInstances) {
-  const PointInstancerPrim prim =
-      instancerOf("inactiveIds = [12]", "int[] protoIndices = [0, 0, 0]\nint64[] ids = [12, 13, 12]");
+  const PointInstancerPrim prim = instancerOf(
+      "inactiveIds = [12]", "int[] protoIndices = [0, 0, 0]\nint64[] ids = [12, 13, 12]");
   EXPECT_EQ(prim.computeMask(), (Mask{false, true, false})) << "two with the same id both go";
 }
 
 TEST(PointInstancerPrim, IdsOfAnotherCountNameNothing) {
-  const PointInstancerPrim prim =
-      instancerOf("inactiveIds = [1, 12]", "int[] protoIndices = [0, 0, 0]\nint64[] ids = [12, 13]");
+  const PointInstancerPrim prim = instancerOf(
+      "inactiveIds = [1, 12]", "int[] protoIndices = [0, 0, 0]\nint64[] ids = [12, 13]");
   EXPECT_EQ(prim.computeMask(), (Mask{true, false, true}));
 }
 
 TEST(PointInstancerPrim, IdsThatNoInstanceHasArePassedOver) {
-  const PointInstancerPrim prim = instancerOf("inactiveIds = [-1, 9223372036854775807, 3]", "int[] protoIndices = [0, 0, 0]");
+  const PointInstancerPrim prim =
+      instancerOf("inactiveIds = [-1, 9223372036854775807, 3]", "int[] protoIndices = [0, 0, 0]");
   EXPECT_TRUE(prim.computeMask().empty());
 }
 
 TEST(PointInstancerPrim, BothReasonsTakeAway) {
-  const PointInstancerPrim prim =
-      instancerOf("inactiveIds = [1]", "int[] protoIndices = [0, 0, 0, 0]\nint64[] invisibleIds = [1, 3]");
+  const PointInstancerPrim prim = instancerOf(
+      "inactiveIds = [1]", "int[] protoIndices = [0, 0, 0, 0]\nint64[] invisibleIds = [1, 3]");
   EXPECT_EQ(prim.computeMask(1.0), (Mask{true, false, true, false}));
   EXPECT_EQ(prim.computeMask(1.0, kInactive), (Mask{true, false, true, true}));
 }
 
 TEST(PointInstancerPrim, InvisibleIdsAreThoseOfTheTime) {
   const PointInstancerPrim prim =
-      instancerOf("", "int[] protoIndices = [0, 0]\nint64[] invisibleIds.timeSamples = {\n1: [0],\n2: [],\n3: [1]\n}");
+      instancerOf("",
+                  "int[] protoIndices = [0, 0]\nint64[] invisibleIds.timeSamples = {\n1: [0],\n2: "
+                  "[],\n3: [1]\n}");
   EXPECT_EQ(prim.computeMask(1.5), (Mask{false, true}));
   EXPECT_TRUE(prim.computeMask(2.0).empty());
   EXPECT_EQ(prim.computeMask(3.0), (Mask{true, false}));
@@ -86,11 +93,15 @@ TEST(PointInstancerPrim, InvisibleIdsAreThoseOfTheTime) {
 
 TEST(PointInstancerPrim, ListsOfInactiveIdsAddUpFromWeakToStrong) {
   const ovo_test::TemporaryFolder folder;
-  folder.writeScene("weak.usda",
-                    "#usda 1.0\n(\ndefaultPrim = \"I\"\n)\n"
-                    "def PointInstancer \"I\" (inactiveIds = [5, 6, 7]) {\nint[] protoIndices = [0]\n}");
-  folder.writeScene("middle.usda", "#usda 1.0\nover \"I\" (\nprepend inactiveIds = [1]\nappend inactiveIds = [9, 5]\n) {}");
-  const std::string strong = "#usda 1.0\n(\nsubLayers = [@middle.usda@]\n)\nover \"I\" (\nreferences = @weak.usda@\n";
+  folder.writeScene(
+      "weak.usda",
+      "#usda 1.0\n(\ndefaultPrim = \"I\"\n)\n"
+      "def PointInstancer \"I\" (inactiveIds = [5, 6, 7]) {\nint[] protoIndices = [0]\n}");
+  folder.writeScene(
+      "middle.usda",
+      "#usda 1.0\nover \"I\" (\nprepend inactiveIds = [1]\nappend inactiveIds = [9, 5]\n) {}");
+  const std::string strong =
+      "#usda 1.0\n(\nsubLayers = [@middle.usda@]\n)\nover \"I\" (\nreferences = @weak.usda@\n";
   const auto composed = [&](const std::string& own) {
     const auto stage = ovo::Stage::open(folder.writeScene("strong.usda", strong + own + ") {}"));
     Ids ids;
@@ -130,10 +141,12 @@ TEST(PointInstancerPrim, WrittenInactiveIdsReplaceAllOthers) {
   }
 }
 
-// What shows is drawn in a comment of the scene: one is inactive, others invisible, and ids change places.
+// What shows is drawn in a comment of the scene: one is inactive, others invisible, and ids change
+// places.
 TEST(PointInstancerPrim, ASceneOfMaskedInstancesShowsThoseItSays) {
   requireSharedData("usd/openusd_testenv/point_instancer/pi_masking.usda");
-  const auto stage = ovo::Stage::open(vela_test::sharedDataPath("usd/openusd_testenv/point_instancer/pi_masking.usda"));
+  const auto stage = ovo::Stage::open(
+      vela_test::sharedDataPath("usd/openusd_testenv/point_instancer/pi_masking.usda"));
   ASSERT_NE(stage, nullptr);
   const PointInstancerPrim prim(stage->getPrimAtPath("/Instancer"));
   ASSERT_TRUE(prim.isValid());

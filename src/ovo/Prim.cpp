@@ -16,13 +16,18 @@ namespace {
 const std::string kPrimvars = "primvars:";
 const std::string kIndices = ":indices";
 
-bool startsWith(const std::string& text, const std::string& head) { return text.compare(0, head.size(), head) == 0; }
+bool startsWith(const std::string& text, const std::string& head) {
+  return text.compare(0, head.size(), head) == 0;
+}
 bool endsWith(const std::string& text, const std::string& tail) {
-  return text.size() >= tail.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
+  return text.size() >= tail.size() &&
+         text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
 }
 
 // No file can hold another name, and OpenUSD would complain about each use of it.
-bool isPropertyName(const Token& name) { return pxr::SdfPath::IsValidNamespacedIdentifier(name.asString()); }
+bool isPropertyName(const Token& name) {
+  return pxr::SdfPath::IsValidNamespacedIdentifier(name.asString());
+}
 
 Token primvarFullName(const Token& name) {
   return startsWith(name.asString(), kPrimvars) ? name : Token(kPrimvars + name.asString());
@@ -32,7 +37,8 @@ Token primvarFullName(const Token& name) {
 
 Prim::Prim() noexcept = default;
 Prim::Prim(const Prim&) = default;
-Prim::Prim(Prim&& other) noexcept : stage_(std::move(other.stage_)), node_(std::exchange(other.node_, nullptr)) {}
+Prim::Prim(Prim&& other) noexcept
+    : stage_(std::move(other.stage_)), node_(std::exchange(other.node_, nullptr)) {}
 Prim& Prim::operator=(const Prim&) = default;
 Prim& Prim::operator=(Prim&& other) noexcept {
   stage_ = std::move(other.stage_);
@@ -67,7 +73,8 @@ bool Prim::isInstanceProxy() const noexcept { return isValid() && node_->instanc
 
 Prim Prim::parent() const { return isValid() ? Prim(stage_, node_->parent) : Prim(); }
 
-void Prim::getChildren(std::vector<Prim>& out, bool activeOnly, bool includeAbstract, bool includeInstanced) const {
+void Prim::getChildren(std::vector<Prim>& out, bool activeOnly, bool includeAbstract,
+                       bool includeInstanced) const {
   // `out` may hold this very prim.
   std::vector<Prim> children;
   if (isValid()) {
@@ -103,7 +110,8 @@ Attribute Prim::createAttr(const Token& name, const Token& type) const {
   if (!wanted) return Attribute();
   const Attribute attribute = getAttr(name);
   if (!attribute.node_) return Attribute();
-  const bool known = detail::hasProperty(*node_, pxr::TfToken(name.asString()), pxr::SdfSpecTypeAttribute);
+  const bool known =
+      detail::hasProperty(*node_, pxr::TfToken(name.asString()), pxr::SdfSpecTypeAttribute);
   if (known) {
     // Roles do not matter, what is stored does.
     const pxr::SdfValueTypeName there = detail::findType(*node_, name.asString());
@@ -152,14 +160,17 @@ Primvar Prim::findInheritedPrimvar(const Token& name) const {
   return own;
 }
 
-Primvar Prim::createPrimvar(const Token& name, const Token& type, const Token& interpolation) const {
+Primvar Prim::createPrimvar(const Token& name, const Token& type,
+                            const Token& interpolation) const {
   const Primvar primvar{createAttr(primvarFullName(name), type)};
-  if (primvar.isValid() && !interpolation.isEmpty() && !primvar.setInterpolation(interpolation)) return Primvar();
+  if (primvar.isValid() && !interpolation.isEmpty() && !primvar.setInterpolation(interpolation))
+    return Primvar();
   return primvar;
 }
 
 Primvar Prim::createPrimvar(const Token& name, Value::Type type, const Token& interpolation) const {
-  return type == Value::none ? Primvar() : createPrimvar(name, Token(Value::getTypeName(type)), interpolation);
+  return type == Value::none ? Primvar()
+                             : createPrimvar(name, Token(Value::getTypeName(type)), interpolation);
 }
 
 std::vector<Token> Prim::getPrimvarNames() const {
@@ -181,15 +192,19 @@ bool Prim::getRelationshipTargets(const Token& name, std::vector<Path>& targets)
   pxr::SdfPathVector composed;
   for (auto opinion = node_->opinions.rbegin(); opinion != node_->opinions.rend(); ++opinion) {
     pxr::SdfPathListOp edits;
-    if (!opinion->layer->HasField(opinion->property(token), pxr::SdfFieldKeys->TargetPaths, &edits)) continue;
-    edits.ApplyOperations(&composed, [&](pxr::SdfListOpType, const pxr::SdfPath& path) -> std::optional<pxr::SdfPath> {
-      const pxr::SdfPath absolute = path.MakeAbsolutePath(opinion->path);
-      if (!opinion->node) return absolute;
-      const pxr::SdfPath mapped = opinion->node.GetMapToRoot().MapSourceToTarget(absolute.StripAllVariantSelections());
-      // A target outside of what the arc brings in means nothing here.
-      if (mapped.IsEmpty()) return std::nullopt;
-      return mapped;
-    });
+    if (!opinion->layer->HasField(opinion->property(token), pxr::SdfFieldKeys->TargetPaths, &edits))
+      continue;
+    edits.ApplyOperations(
+        &composed,
+        [&](pxr::SdfListOpType, const pxr::SdfPath& path) -> std::optional<pxr::SdfPath> {
+          const pxr::SdfPath absolute = path.MakeAbsolutePath(opinion->path);
+          if (!opinion->node) return absolute;
+          const pxr::SdfPath mapped =
+              opinion->node.GetMapToRoot().MapSourceToTarget(absolute.StripAllVariantSelections());
+          // A target outside of what the arc brings in means nothing here.
+          if (mapped.IsEmpty()) return std::nullopt;
+          return mapped;
+        });
   }
   targets.reserve(composed.size());
   for (const pxr::SdfPath& path : composed) targets.emplace_back(path.GetAsString());
@@ -211,9 +226,12 @@ bool Prim::setRelationshipTargets(const Token& name, const std::vector<Path>& ta
   if (!node_->stage->editSpec(const_cast<detail::PrimNode&>(*node_))) return false;
   const pxr::SdfPath at = node_->sdfPath.AppendProperty(token);
   pxr::SdfRelationshipSpecHandle spec = node_->stage->edit->GetRelationshipAtPath(at);
-  if (!spec) spec = pxr::SdfRelationshipSpec::New(node_->stage->edit->GetPrimAtPath(node_->sdfPath), name.asString(), false);
+  if (!spec)
+    spec = pxr::SdfRelationshipSpec::New(node_->stage->edit->GetPrimAtPath(node_->sdfPath),
+                                         name.asString(), false);
   if (!spec) return false;
-  node_->stage->edit->SetField(at, pxr::SdfFieldKeys->TargetPaths, pxr::VtValue(pxr::SdfPathListOp::CreateExplicit(paths)));
+  node_->stage->edit->SetField(at, pxr::SdfFieldKeys->TargetPaths,
+                               pxr::VtValue(pxr::SdfPathListOp::CreateExplicit(paths)));
   return true;
 }
 
@@ -223,7 +241,8 @@ bool Prim::isVisible(double time) const {
   if (!isValid()) return false;
   for (Prim at = *this; at.isValid(); at = at.parent()) {
     Token visibility;
-    if (at.node_->type->imageable && at.getAttr(tokens().visibility).get(visibility, time) && visibility == tokens().invisible)
+    if (at.node_->type->imageable && at.getAttr(tokens().visibility).get(visibility, time) &&
+        visibility == tokens().invisible)
       return false;
   }
   return true;
@@ -254,7 +273,8 @@ std::vector<Token> Prim::getVariantSets() const {
   std::vector<std::string> composed;
   for (auto opinion = node_->opinions.rbegin(); opinion != node_->opinions.rend(); ++opinion) {
     pxr::SdfStringListOp edits;
-    if (opinion->layer->HasField(opinion->path, pxr::SdfFieldKeys->VariantSetNames, &edits)) edits.ApplyOperations(&composed);
+    if (opinion->layer->HasField(opinion->path, pxr::SdfFieldKeys->VariantSetNames, &edits))
+      edits.ApplyOperations(&composed);
   }
   names.reserve(composed.size());
   for (const std::string& name : composed) names.emplace_back(name);
@@ -277,7 +297,8 @@ std::vector<Token> Prim::getVariants(const Token& set) const {
 
 Token Prim::getVariantSelection(const Token& set) const {
   if (!isValid()) return Token();
-  // What was chosen stands in the paths through which opinions came; a choice without such a variant in the fields.
+  // What was chosen stands in the paths through which opinions came; a choice without such a
+  // variant in the fields.
   for (const detail::Opinion& opinion : node_->opinions) {
     pxr::SdfVariantSelectionMap chosen;
     if (opinion.layer->HasField(opinion.path, pxr::SdfFieldKeys->VariantSelection, &chosen)) {
@@ -304,7 +325,9 @@ bool operator<(const Prim& a, const Prim& b) noexcept {
 }
 
 std::size_t Prim::hash() const noexcept {
-  return node_ ? node_->path.hash() ^ static_cast<std::size_t>(node_->stage->serial * 0x9E3779B97F4A7C15u) : 0;
+  return node_ ? node_->path.hash() ^
+                     static_cast<std::size_t>(node_->stage->serial * 0x9E3779B97F4A7C15u)
+               : 0;
 }
 
 std::ostream& operator<<(std::ostream& out, const Prim& prim) { return out << prim.getPath(); }

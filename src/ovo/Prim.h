@@ -1,8 +1,8 @@
 /// \file
 /// An object of a scene.
 ///
-/// Threads: const calls that only read are safe from several threads; changes need the caller to keep all other use of the
-/// stage away meanwhile. Handles stay good across changes.
+/// Threads: const calls that only read are safe from several threads; changes need the caller to
+/// keep all other use of the stage away meanwhile. Handles stay good across changes.
 #pragma once
 
 #include <cstddef>
@@ -22,8 +22,8 @@ namespace ovo {
 
 class Stage;
 
-/// A handle: copies name the same prim and keep the stage alive. A Prim that is not valid answers every question
-/// with nothing, false or an empty value.
+/// A handle: copies name the same prim and keep the stage alive. A Prim that is not valid answers
+/// every question with nothing, false or an empty value.
 class OVO_API Prim {
  public:
   Prim() noexcept;
@@ -47,7 +47,8 @@ class OVO_API Prim {
   [[nodiscard]] bool isActive() const noexcept;
   /// True for a `class` and all below it.
   [[nodiscard]] bool isAbstract() const noexcept;
-  /// True when this prim and all above it are defined, by `def` or `class`; false for what has only `over`s.
+  /// True when this prim and all above it are defined, by `def` or `class`; false for what has only
+  /// `over`s.
   [[nodiscard]] bool isDefined() const noexcept;
   /// True for an instance: what is below it comes from its arcs alone.
   [[nodiscard]] bool isInstance() const noexcept;
@@ -71,36 +72,45 @@ class OVO_API Prim {
 
   // Attributes
 
-  /// The attribute of that full name. It is valid when the scene has an opinion about it or the prim's type a
-  /// fallback value for it.
+  /// The attribute of that full name. It is valid when the scene has an opinion about it or the
+  /// prim's type a fallback value for it.
   [[nodiscard]] Attribute getAttr(const Token& name) const;
-  /// The attribute of that name, declared with that type where the scene has none yet. One that is there already comes
-  /// back as it is when its type fits, and not valid when it does not.
+  /// The attribute of that name, declared with that type where the scene has none yet. One that is
+  /// there already comes back as it is when its type fits, and not valid when it does not.
   ///
   /// \param type a type word of scene files: `float`, `point3f[]`, `token` ...
   /// \return not valid when the name or the type is none, or the prim lies inside an instance
   Attribute createAttr(const Token& name, const Token& type) const;
-  Attribute createAttr(const Token& name, const char* type) const { return createAttr(name, Token(type)); }
+  Attribute createAttr(const Token& name, const char* type) const {
+    return createAttr(name, Token(type));
+  }
   Attribute createAttr(const Token& name, Value::Type type) const;
   /// Names of the attributes that the scene has opinions about, by bytes.
   [[nodiscard]] std::vector<Token> getAttrNames() const;
 
-  /// The primvar `primvars:` + name, else the attribute of the name as given; not valid when neither is in the scene.
+  /// The primvar `primvars:` + name, else the attribute of the name as given; not valid when
+  /// neither is in the scene.
   [[nodiscard]] Primvar getPrimvar(const Token& name) const;
-  /// As getPrimvar; where this prim has no value for it, the nearest prim above that has one for `primvars:` + name,
-  /// provided that one is constant: any other interpolation is not inherited and hides what is above it.
+  /// As getPrimvar; where this prim has no value for it, the nearest prim above that has one for
+  /// `primvars:` + name, provided that one is constant: any other interpolation is not inherited
+  /// and hides what is above it.
   [[nodiscard]] Primvar findInheritedPrimvar(const Token& name) const;
-  /// Declares `primvars:` + name (a name that has the prefix is taken as it is) and sets its interpolation.
-  Primvar createPrimvar(const Token& name, const Token& type, const Token& interpolation = Token()) const;
-  Primvar createPrimvar(const Token& name, const char* type, const Token& interpolation = Token()) const {
+  /// Declares `primvars:` + name (a name that has the prefix is taken as it is) and sets its
+  /// interpolation.
+  Primvar createPrimvar(const Token& name, const Token& type,
+                        const Token& interpolation = Token()) const;
+  Primvar createPrimvar(const Token& name, const char* type,
+                        const Token& interpolation = Token()) const {
     return createPrimvar(name, Token(type), interpolation);
   }
-  Primvar createPrimvar(const Token& name, Value::Type type, const Token& interpolation = Token()) const;
-  /// Names, without the prefix, of the primvars that the scene has opinions about on this prim, by bytes; lists of
-  /// indices are no primvars.
+  Primvar createPrimvar(const Token& name, Value::Type type,
+                        const Token& interpolation = Token()) const;
+  /// Names, without the prefix, of the primvars that the scene has opinions about on this prim, by
+  /// bytes; lists of indices are no primvars.
   [[nodiscard]] std::vector<Token> getPrimvarNames() const;
 
-  /// The targets of a relationship, such as an instancer's `prototypes`, in order and in the stage's namespace.
+  /// The targets of a relationship, such as an instancer's `prototypes`, in order and in the
+  /// stage's namespace.
   /// \return false, with \p targets emptied, when the scene has no such relationship
   bool getRelationshipTargets(const Token& name, std::vector<Path>& targets) const;
   bool setRelationshipTargets(const Token& name, const std::vector<Path>& targets) const;

@@ -15,9 +15,11 @@ namespace {
 const char kPrefix[] = "primvars:";
 constexpr std::size_t kPrefixSize = sizeof kPrefix - 1;
 
-bool setField(const detail::PrimNode& node, const Token& name, const pxr::TfToken& field, const pxr::VtValue& value) {
+bool setField(const detail::PrimNode& node, const Token& name, const pxr::TfToken& field,
+              const pxr::VtValue& value) {
   const detail::Collector collector(node.stage->problems);
-  const pxr::SdfPath path = detail::editAttribute(node, name.asString(), detail::findType(node, name.asString()));
+  const pxr::SdfPath path =
+      detail::editAttribute(node, name.asString(), detail::findType(node, name.asString()));
   if (path.IsEmpty()) return false;
   node.stage->edit->SetField(path, field, value);
   return true;
@@ -33,7 +35,9 @@ const pxr::TfToken& elementSizeField() {
 }
 
 // How many values an array of any type has; 1 for a single value.
-std::size_t countOf(const pxr::VtValue& value) { return value.IsArrayValued() ? value.GetArraySize() : 1; }
+std::size_t countOf(const pxr::VtValue& value) {
+  return value.IsArrayValued() ? value.GetArraySize() : 1;
+}
 
 }  // namespace
 
@@ -56,15 +60,17 @@ Token Primvar::interpolation() const {
 
 bool Primvar::setInterpolation(const Token& interpolation) const {
   const Tokens& t = tokens();
-  if (interpolation != t.constant && interpolation != t.uniform && interpolation != t.vertex && interpolation != t.varying &&
-      interpolation != t.faceVarying)
+  if (interpolation != t.constant && interpolation != t.uniform && interpolation != t.vertex &&
+      interpolation != t.varying && interpolation != t.faceVarying)
     return false;
-  return isValid() && setField(*node_, name_, interpolationField(), pxr::VtValue(pxr::TfToken(interpolation.asString())));
+  return isValid() && setField(*node_, name_, interpolationField(),
+                               pxr::VtValue(pxr::TfToken(interpolation.asString())));
 }
 
 int Primvar::elementSize() const {
   pxr::VtValue value;
-  if (isValid() && detail::findField(*node_, pxr::TfToken(name_.asString()), elementSizeField(), value) &&
+  if (isValid() &&
+      detail::findField(*node_, pxr::TfToken(name_.asString()), elementSizeField(), value) &&
       value.IsHolding<int>() && value.UncheckedGet<int>() > 0)
     return value.UncheckedGet<int>();
   return 1;
@@ -74,7 +80,9 @@ bool Primvar::setElementSize(int size) const {
   return size > 0 && isValid() && setField(*node_, name_, elementSizeField(), pxr::VtValue(size));
 }
 
-Attribute Primvar::indicesAttr() const { return prim().getAttr(Token(name_.asString() + ":indices")); }
+Attribute Primvar::indicesAttr() const {
+  return prim().getAttr(Token(name_.asString() + ":indices"));
+}
 
 bool Primvar::isIndexed() const {
   if (!isValid()) return false;
@@ -82,11 +90,14 @@ bool Primvar::isIndexed() const {
   return attribute.isValid() && attribute.hasAuthoredValue();
 }
 
-bool Primvar::indices(Array<int>& indices, double time) const { return isIndexed() && indicesAttr().get(indices, time); }
+bool Primvar::indices(Array<int>& indices, double time) const {
+  return isIndexed() && indicesAttr().get(indices, time);
+}
 
 bool Primvar::setIndices(const Array<int>& indices, double time) const {
   if (!isValid()) return false;
-  const Attribute attribute = prim().createAttr(Token(name_.asString() + ":indices"), Token("int[]"));
+  const Attribute attribute =
+      prim().createAttr(Token(name_.asString() + ":indices"), Token("int[]"));
   return attribute.set(indices, time);
 }
 
@@ -95,7 +106,8 @@ std::size_t Primvar::elementCount(double time) const {
   Array<int> list;
   if (indices(list, time)) return list.size();
   const detail::Collector collector(node_->stage->problems);
-  const detail::Found found = detail::findValue(*node_, pxr::TfToken(name_.asString()), time, false);
+  const detail::Found found =
+      detail::findValue(*node_, pxr::TfToken(name_.asString()), time, false);
   if (!found.hasValue) return 0;
   if (!found.value.IsArrayValued()) return 1;
   return countOf(found.value) / static_cast<std::size_t>(elementSize());
@@ -128,7 +140,8 @@ bool Primvar::computeFlattened(T& values, double time) const {
   return true;
 }
 
-#define OVO_INSTANTIATE(...) template OVO_API bool Primvar::computeFlattened(Array<__VA_ARGS__>&, double) const;
+#define OVO_INSTANTIATE(...) \
+  template OVO_API bool Primvar::computeFlattened(Array<__VA_ARGS__>&, double) const;
 OVO_INSTANTIATE(bool)
 OVO_INSTANTIATE(int)
 OVO_INSTANTIATE(std::int64_t)

@@ -1,5 +1,6 @@
 /// \file
-/// Attributes that vary over a surface: one value for all of it, for each face, point or corner of a face.
+/// Attributes that vary over a surface: one value for all of it, for each face, point or corner of
+/// a face.
 ///
 /// Threads: as Attribute.
 #pragma once
@@ -20,8 +21,9 @@ class OVO_API Primvar : public Attribute {
   /// The name without the prefix `primvars:`.
   [[nodiscard]] Token primvarName() const;
 
-  /// `constant`, `uniform` (a value a face), `vertex` or `varying` (a point), `faceVarying` (a face-vertex). Where the scene
-  /// does not say: `vertex` for the attribute `normals` (the one without prefix), `constant` for all others.
+  /// `constant`, `uniform` (a value a face), `vertex` or `varying` (a point), `faceVarying` (a
+  /// face-vertex). Where the scene does not say: `vertex` for the attribute `normals` (the one
+  /// without prefix), `constant` for all others.
   [[nodiscard]] Token interpolation() const;
   bool setInterpolation(const Token& interpolation) const;
 
@@ -29,8 +31,8 @@ class OVO_API Primvar : public Attribute {
   [[nodiscard]] int elementSize() const;
   bool setElementSize(int size) const;
 
-  /// How many elements there are at a time: indices when it is indexed, else values divided by elementSize(). A single
-  /// value that is no array counts as 1; without a value it is 0.
+  /// How many elements there are at a time: indices when it is indexed, else values divided by
+  /// elementSize(). A single value that is no array counts as 1; without a value it is 0.
   [[nodiscard]] std::size_t elementCount(double time = tarn::defaultTimeValue()) const;
 
   /// True when there is a list of indices that is not blocked.
@@ -39,9 +41,11 @@ class OVO_API Primvar : public Attribute {
   bool indices(Array<int>& indices, double time = tarn::defaultTimeValue()) const;
   bool setIndices(const Array<int>& indices, double time = tarn::defaultTimeValue()) const;
 
-  /// The values with indices applied: element i is the values' element indices[i], elementSize() values at a time. Without
-  /// indices the values themselves. T is an Array of Attribute's list; a value that is no array gives an Array of one.
-  /// \return false, with \p values untouched, when there is no value, it does not read as T or an index is out of range
+  /// The values with indices applied: element i is the values' element indices[i], elementSize()
+  /// values at a time. Without indices the values themselves. T is an Array of Attribute's list; a
+  /// value that is no array gives an Array of one.
+  /// \return false, with \p values untouched, when there is no value, it does not read as T or an
+  ///         index is out of range
   template <class T>
   bool computeFlattened(T& values, double time = tarn::defaultTimeValue()) const;
 

@@ -15,7 +15,8 @@ using ovo::Token;
 using ovo_test::sceneOf;
 
 TEST(Primvar, IsFoundWithThePrefixFirstThenByTheNameAsGiven) {
-  const auto stage = sceneOf("def Mesh \"M\" { float[] primvars:a = [1]\n float[] a = [2]\n float[] b = [3] }");
+  const auto stage =
+      sceneOf("def Mesh \"M\" { float[] primvars:a = [1]\n float[] a = [2]\n float[] b = [3] }");
   const Prim mesh = stage->getPrimAtPath("/M");
   EXPECT_EQ(mesh.getPrimvar("a").name(), Token("primvars:a"));
   EXPECT_EQ(mesh.getPrimvar("a").primvarName(), Token("a"));
@@ -62,7 +63,8 @@ TEST(Primvar, FlatteningAppliesIndicesByElement) {
   EXPECT_EQ(flat, (Array<float>{3, 4, 1, 2, 3, 4}));
   EXPECT_EQ(mesh.getPrimvar("pairs").elementSize(), 2);
   flat = {9};
-  EXPECT_FALSE(mesh.getPrimvar("bad").computeFlattened(flat) || mesh.getPrimvar("negative").computeFlattened(flat));
+  EXPECT_FALSE(mesh.getPrimvar("bad").computeFlattened(flat) ||
+               mesh.getPrimvar("negative").computeFlattened(flat));
   EXPECT_EQ(flat, (Array<float>{9}));
   EXPECT_TRUE(mesh.getPrimvar("blocked").computeFlattened(flat));
   EXPECT_EQ(flat, (Array<float>{5, 6}));
@@ -89,11 +91,14 @@ def Xform "A" {
   const Prim mesh = stage->getPrimAtPath("/A/B/C");
   const Primvar c = mesh.findInheritedPrimvar("c");
   EXPECT_TRUE(c.isValid());
-  EXPECT_EQ(c.prim().getPath().asString(), "/A") << "a prim without a value does not stand in the way";
-  EXPECT_FALSE(mesh.findInheritedPrimvar("v").isValid()) << "a varying one in between hides what is above it";
+  EXPECT_EQ(c.prim().getPath().asString(), "/A")
+      << "a prim without a value does not stand in the way";
+  EXPECT_FALSE(mesh.findInheritedPrimvar("v").isValid())
+      << "a varying one in between hides what is above it";
   EXPECT_FALSE(mesh.findInheritedPrimvar("plain").isValid());
   EXPECT_EQ(mesh.findInheritedPrimvar("own").prim(), mesh);
-  EXPECT_EQ(stage->getPrimAtPath("/A/B").findInheritedPrimvar("v").interpolation(), Token("vertex"));
+  EXPECT_EQ(stage->getPrimAtPath("/A/B").findInheritedPrimvar("v").interpolation(),
+            Token("vertex"));
 }
 
 TEST(Primvar, IsCreatedUnderItsPrefixWithAnInterpolation) {

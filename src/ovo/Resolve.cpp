@@ -21,7 +21,8 @@ Source findSource(const PrimNode& node, const pxr::TfToken& name) {
         source.kind = Source::samples;
         return source;
       }
-      if (opinion.layer->HasField(path, pxr::SdfFieldKeys->Spline, &source.value) && source.value.IsHolding<pxr::TsSpline>() &&
+      if (opinion.layer->HasField(path, pxr::SdfFieldKeys->Spline, &source.value) &&
+          source.value.IsHolding<pxr::TsSpline>() &&
           !source.value.UncheckedGet<pxr::TsSpline>().IsEmpty()) {
         source.kind = Source::spline;
         return source;
@@ -69,7 +70,8 @@ Found findAt(const PrimNode& node, const pxr::TfToken& name, double time) {
   if (source.kind == Source::spline) {
     const pxr::TsSpline& spline = source.value.UncheckedGet<pxr::TsSpline>();
     double at = local;
-    if (time == tarn::earliestTimeValue() && !spline.GetKnots().empty()) at = spline.GetKnots().begin()->GetTime();
+    if (time == tarn::earliestTimeValue() && !spline.GetKnots().empty())
+      at = spline.GetKnots().begin()->GetTime();
     double value = 0.0;
     Found result;
     result.opinion = source.opinion;
@@ -80,9 +82,10 @@ Found findAt(const PrimNode& node, const pxr::TfToken& name, double time) {
 
   double lower = 0.0, upper = 0.0;
   if (!layer.GetBracketingTimeSamplesForPath(source.path, local, &lower, &upper)) return Found();
-  // In the stage's time from here on: the way into the layer's and back rounds, and at the very time of a sample it is that
-  // sample which counts.
-  const double stageLower = source.opinion->stageTime(lower), stageUpper = source.opinion->stageTime(upper);
+  // In the stage's time from here on: the way into the layer's and back rounds, and at the very
+  // time of a sample it is that sample which counts.
+  const double stageLower = source.opinion->stageTime(lower),
+               stageUpper = source.opinion->stageTime(upper);
   if (upper > lower && !(time < stageUpper)) lower = upper;
   pxr::VtValue lowerValue;
   if (!layer.QueryTimeSample(source.path, lower, &lowerValue)) return Found();
@@ -97,11 +100,14 @@ Found findAt(const PrimNode& node, const pxr::TfToken& name, double time) {
 }
 
 bool mixStored(const pxr::VtValue& a, const pxr::VtValue& b, double t, pxr::VtValue& out) {
-  const auto tryAll = [&](auto... types) { return (mixAs<typename decltype(types)::Type>(a, b, t, out) || ...); };
-  return tryAll(As<float>(), As<double>(), As<pxr::GfHalf>(), As<pxr::SdfTimeCode>(), As<pxr::GfVec3f>(), As<pxr::GfVec3d>(),
-                As<pxr::GfVec3h>(), As<pxr::GfVec2f>(), As<pxr::GfVec2d>(), As<pxr::GfVec2h>(), As<pxr::GfVec4f>(),
-                As<pxr::GfVec4d>(), As<pxr::GfVec4h>(), As<pxr::GfMatrix4d>(), As<pxr::GfMatrix3d>(), As<pxr::GfMatrix2d>(),
-                As<pxr::GfQuatf>(), As<pxr::GfQuatd>(), As<pxr::GfQuath>());
+  const auto tryAll = [&](auto... types) {
+    return (mixAs<typename decltype(types)::Type>(a, b, t, out) || ...);
+  };
+  return tryAll(As<float>(), As<double>(), As<pxr::GfHalf>(), As<pxr::SdfTimeCode>(),
+                As<pxr::GfVec3f>(), As<pxr::GfVec3d>(), As<pxr::GfVec3h>(), As<pxr::GfVec2f>(),
+                As<pxr::GfVec2d>(), As<pxr::GfVec2h>(), As<pxr::GfVec4f>(), As<pxr::GfVec4d>(),
+                As<pxr::GfVec4h>(), As<pxr::GfMatrix4d>(), As<pxr::GfMatrix3d>(),
+                As<pxr::GfMatrix2d>(), As<pxr::GfQuatf>(), As<pxr::GfQuatd>(), As<pxr::GfQuath>());
 }
 
 Found findDefault(const PrimNode& node, const pxr::TfToken& name) {
@@ -126,13 +132,19 @@ pxr::VtValue evaluateFileNames(const Found& found) {
     if (!pxr::SdfVariableExpression::IsExpression(text)) return path;
     static const pxr::VtDictionary none;
     const pxr::PcpNodeRef& node = found.opinion->node;
-    const pxr::VtDictionary& variables = node ? node.GetLayerStack()->GetExpressionVariables().GetVariables() : none;
-    const pxr::SdfVariableExpression::Result result = pxr::SdfVariableExpression(text).EvaluateTyped<std::string>(variables);
-    return result.value.IsHolding<std::string>() ? pxr::SdfAssetPath(result.value.UncheckedGet<std::string>()) : path;
+    const pxr::VtDictionary& variables =
+        node ? node.GetLayerStack()->GetExpressionVariables().GetVariables() : none;
+    const pxr::SdfVariableExpression::Result result =
+        pxr::SdfVariableExpression(text).EvaluateTyped<std::string>(variables);
+    return result.value.IsHolding<std::string>()
+               ? pxr::SdfAssetPath(result.value.UncheckedGet<std::string>())
+               : path;
   };
-  if (found.value.IsHolding<pxr::SdfAssetPath>()) return pxr::VtValue(evaluate(found.value.UncheckedGet<pxr::SdfAssetPath>()));
+  if (found.value.IsHolding<pxr::SdfAssetPath>())
+    return pxr::VtValue(evaluate(found.value.UncheckedGet<pxr::SdfAssetPath>()));
   if (!found.value.IsHolding<pxr::VtArray<pxr::SdfAssetPath>>()) return found.value;
-  pxr::VtArray<pxr::SdfAssetPath> paths = found.value.UncheckedGet<pxr::VtArray<pxr::SdfAssetPath>>();
+  pxr::VtArray<pxr::SdfAssetPath> paths =
+      found.value.UncheckedGet<pxr::VtArray<pxr::SdfAssetPath>>();
   for (pxr::SdfAssetPath& path : paths) path = evaluate(path);
   return pxr::VtValue::Take(paths);
 }
@@ -142,27 +154,31 @@ const Fallback* findFallback(const PrimNode& node, const std::string& name) {
   return entry == node.type->fallbacks.end() ? nullptr : &entry->second;
 }
 
-bool findField(const PrimNode& node, const pxr::TfToken& name, const pxr::TfToken& field, pxr::VtValue& value) {
+bool findField(const PrimNode& node, const pxr::TfToken& name, const pxr::TfToken& field,
+               pxr::VtValue& value) {
   for (const Opinion& opinion : node.opinions)
     if (opinion.layer->HasField(opinion.property(name), field, &value)) return true;
   return false;
 }
 
 bool hasProperty(const PrimNode& node, const pxr::TfToken& name, pxr::SdfSpecType type) {
-  return std::any_of(node.opinions.begin(), node.opinions.end(), [&name, type](const Opinion& opinion) {
-    return opinion.layer->GetSpecType(opinion.property(name)) == type;
-  });
+  return std::any_of(node.opinions.begin(), node.opinions.end(),
+                     [&name, type](const Opinion& opinion) {
+                       return opinion.layer->GetSpecType(opinion.property(name)) == type;
+                     });
 }
 
 pxr::SdfValueTypeName findType(const PrimNode& node, const std::string& name) {
   const pxr::TfToken token(name);
   for (const Opinion& opinion : node.opinions) {
     pxr::TfToken type;
-    if (!opinion.layer->HasField(opinion.property(token), pxr::SdfFieldKeys->TypeName, &type) || type.IsEmpty()) continue;
+    if (!opinion.layer->HasField(opinion.property(token), pxr::SdfFieldKeys->TypeName, &type) ||
+        type.IsEmpty())
+      continue;
     const pxr::SdfSchema& schema = pxr::SdfSchema::GetInstance();
     const pxr::SdfValueTypeName found = schema.FindOrCreateType(type);
-    // Names from before the current ones, such as Vec3f and PointIndex, begin with a capital. Some have a role of
-    // their own, which no current name has.
+    // Names from before the current ones, such as Vec3f and PointIndex, begin with a capital. Some
+    // have a role of their own, which no current name has.
     const auto isOld = [](const pxr::SdfValueTypeName& candidate) {
       const char first = candidate.GetAsToken().GetText()[0];
       return first >= 'A' && first <= 'Z';
@@ -177,7 +193,8 @@ pxr::SdfValueTypeName findType(const PrimNode& node, const std::string& name) {
   return pxr::SdfValueTypeName();
 }
 
-pxr::SdfPath editAttribute(const PrimNode& constNode, const std::string& name, const pxr::SdfValueTypeName& type) {
+pxr::SdfPath editAttribute(const PrimNode& constNode, const std::string& name,
+                           const pxr::SdfValueTypeName& type) {
   StageData& stage = *constNode.stage;
   PrimNode& node = const_cast<PrimNode&>(constNode);
   if (!type || !pxr::SdfPath::IsValidNamespacedIdentifier(name)) return pxr::SdfPath();
@@ -188,13 +205,22 @@ pxr::SdfPath editAttribute(const PrimNode& constNode, const std::string& name, c
   if (there != pxr::SdfSpecTypeUnknown) return pxr::SdfPath();
 
   // Those that the standard types declare as not varying over time.
-  static const char* const uniform[] = {
-      "doubleSided", "elementType", "familyName",        "faceVaryingLinearInterpolation", "interpolateBoundary", "orientation",
-      "purpose",     "stereoRole",  "subdivisionScheme", "triangleSubdivisionRule",        "xformOpOrder"};
-  const bool isUniform =
-      std::any_of(std::begin(uniform), std::end(uniform), [&name](const char* word) { return name == word; });
-  if (!pxr::SdfJustCreatePrimAttributeInLayer(stage.edit, path, type,
-                                              isUniform ? pxr::SdfVariabilityUniform : pxr::SdfVariabilityVarying, false))
+  static const char* const uniform[] = {"doubleSided",
+                                        "elementType",
+                                        "familyName",
+                                        "faceVaryingLinearInterpolation",
+                                        "interpolateBoundary",
+                                        "orientation",
+                                        "purpose",
+                                        "stereoRole",
+                                        "subdivisionScheme",
+                                        "triangleSubdivisionRule",
+                                        "xformOpOrder"};
+  const bool isUniform = std::any_of(std::begin(uniform), std::end(uniform),
+                                     [&name](const char* word) { return name == word; });
+  if (!pxr::SdfJustCreatePrimAttributeInLayer(
+          stage.edit, path, type,
+          isUniform ? pxr::SdfVariabilityUniform : pxr::SdfVariabilityVarying, false))
     return pxr::SdfPath();
   return path;
 }

@@ -47,13 +47,16 @@ SharedCollectors& sharedCollectors() {
   return *collectors;
 }
 
-// Hands messages to the stage at work. It stays in place once set: the library prints only while there is no delegate.
+// Hands messages to the stage at work. It stays in place once set: the library prints only while
+// there is no delegate.
 class Delegate final : public pxr::TfDiagnosticMgr::Delegate {
  public:
   void IssueStatus(const pxr::TfStatus&) override {}
   void IssueWarning(const pxr::TfWarning& warning) override { take(warning.GetCommentary()); }
   void IssueError(const pxr::TfError& error) override { take(error.GetCommentary()); }
-  void IssueFatalError(const pxr::TfCallContext&, const std::string& message) override { take(message); }
+  void IssueFatalError(const pxr::TfCallContext&, const std::string& message) override {
+    take(message);
+  }
 
  private:
   static void take(const std::string& message) {
@@ -76,11 +79,11 @@ T numberAt(std::string_view bytes, std::size_t at) {
   return value;
 }
 
-// True when a binary file ends before its table of contents, or a section named there, does. The reader itself takes
-// some such files for whole.
+// True when a binary file ends before its table of contents, or a section named there, does. The
+// reader itself takes some such files for whole.
 bool isCutOff(std::string_view bytes) {
-  // Magic, version and place of the table; there a count and entries of name, place and size, all of eight bytes each
-  // but the name's sixteen.
+  // Magic, version and place of the table; there a count and entries of name, place and size, all
+  // of eight bytes each but the name's sixteen.
   constexpr std::size_t kTablePlace = 16, kEntry = 32, kName = 16;
   if (bytes.size() < kTablePlace + 8) return true;
   const auto table = numberAt<std::uint64_t>(bytes, kTablePlace);
@@ -102,8 +105,9 @@ const char* whyUnfit(std::string_view bytes) {
   return nestsDeeper(bytes, kMaxTextNesting) ? kTooDeep : nullptr;
 }
 
-// Refuses files that would overflow a parser's stack or are not whole. Every layer is opened through the resolver, also
-// those that a composition finds by itself, so this is the one place that sees them all before a parser does.
+// Refuses files that would overflow a parser's stack or are not whole. Every layer is opened
+// through the resolver, also those that a composition finds by itself, so this is the one place
+// that sees them all before a parser does.
 const char* whyUnfit(const pxr::ArAsset& asset) {
   const std::size_t size = asset.GetSize();
   const std::shared_ptr<const char> buffer = asset.GetBuffer();
@@ -112,8 +116,8 @@ const char* whyUnfit(const pxr::ArAsset& asset) {
   if (bytes.substr(0, 4) != "PK\3\4") return whyUnfit(bytes);
 
   // A package: its entries are stored as they are.
-  const pxr::SdfZipFile zip =
-      pxr::SdfZipFile::Open(std::shared_ptr<pxr::ArAsset>(std::shared_ptr<void>(), const_cast<pxr::ArAsset*>(&asset)));
+  const pxr::SdfZipFile zip = pxr::SdfZipFile::Open(
+      std::shared_ptr<pxr::ArAsset>(std::shared_ptr<void>(), const_cast<pxr::ArAsset*>(&asset)));
   if (!zip) return nullptr;
   for (auto entry = zip.begin(); entry != zip.end(); ++entry) {
     const pxr::SdfZipFile::FileInfo info = entry.GetFileInfo();
@@ -170,7 +174,8 @@ bool nestsDeeper(std::string_view text, std::size_t limit) noexcept {
         const char s = text[i];
         if (s == '\\') {
           ++i;
-        } else if (s == c && (!triple || (i + 2 < text.size() && text[i + 1] == c && text[i + 2] == c))) {
+        } else if (s == c &&
+                   (!triple || (i + 2 < text.size() && text[i + 1] == c && text[i + 2] == c))) {
           if (triple) i += 2;
           break;
         } else if (s == '\n' && !triple) {
@@ -222,8 +227,8 @@ std::string start() {
   if (!std::filesystem::exists(table / "plugInfo.json", ignored))
     return "the installation is incomplete: " + (table / "plugInfo.json").string() + " is missing";
   pxr::PlugRegistry::GetInstance().RegisterPlugins(table.string());
-  // Counts only as long as nobody else in the process has used a resolver: a host that shares its OpenUSD with
-  // this library keeps its own.
+  // Counts only as long as nobody else in the process has used a resolver: a host that shares its
+  // OpenUSD with this library keeps its own.
   pxr::ArSetPreferredResolver("ovo::detail::SceneResolver");
   return {};
 }

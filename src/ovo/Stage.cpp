@@ -46,14 +46,16 @@ Stage::~Stage() = default;
 std::shared_ptr<Stage> Stage::open(const std::string& file, std::string* error) {
   if (error) error->clear();
   const std::string what = "cannot open scene '" + file + "'";
-  if (const std::string& trouble = detail::startRuntime(); !trouble.empty()) return refuse(error, what, trouble);
+  if (const std::string& trouble = detail::startRuntime(); !trouble.empty())
+    return refuse(error, what, trouble);
 
   // What the file system knows is told better here than by a parser.
   std::error_code failed;
   const fs::file_status status = fs::status(file, failed);
   if (file.empty() || !fs::exists(status)) return refuse(error, what, "there is no such file");
   if (fs::is_directory(status)) return refuse(error, what, "it is a folder");
-  if (fs::is_regular_file(status) && fs::file_size(file, failed) == 0) return refuse(error, what, "the file is empty");
+  if (fs::is_regular_file(status) && fs::file_size(file, failed) == 0)
+    return refuse(error, what, "the file is empty");
   if (access(file.c_str(), R_OK) != 0) return refuse(error, what, "the file may not be read");
   const std::string extension = fs::path(file).extension().string();
   if (extension != ".usd" && extension != ".usda" && extension != ".usdc" && extension != ".usdz")
@@ -68,7 +70,8 @@ std::shared_ptr<Stage> Stage::open(const std::string& file, std::string* error) 
   }
   if (!root) return refuse(error, what, firstLine(why, "the file is no scene"));
 
-  auto data = std::make_unique<detail::StageData>(root, pxr::SdfLayer::CreateAnonymous("edits.usda"), file);
+  auto data =
+      std::make_unique<detail::StageData>(root, pxr::SdfLayer::CreateAnonymous("edits.usda"), file);
   for (std::string& text : why.list()) data->problems.add(std::move(text));
   return std::shared_ptr<Stage>(new Stage(std::move(data)));
 }
@@ -76,10 +79,12 @@ std::shared_ptr<Stage> Stage::open(const std::string& file, std::string* error) 
 std::shared_ptr<Stage> Stage::openText(const std::string& text, std::string* error) {
   if (error) error->clear();
   const std::string what = "cannot open scene text";
-  if (const std::string& trouble = detail::startRuntime(); !trouble.empty()) return refuse(error, what, trouble);
+  if (const std::string& trouble = detail::startRuntime(); !trouble.empty())
+    return refuse(error, what, trouble);
   if (text.empty()) return refuse(error, what, "the text is empty");
   if (detail::nestsDeeper(text, detail::kMaxTextNesting))
-    return refuse(error, what, "nested more than " + std::to_string(detail::kMaxTextNesting) + " deep");
+    return refuse(error, what,
+                  "nested more than " + std::to_string(detail::kMaxTextNesting) + " deep");
   detail::Problems why;
   pxr::SdfLayerRefPtr root;
   {
@@ -94,16 +99,19 @@ std::shared_ptr<Stage> Stage::openText(const std::string& text, std::string* err
 }
 
 std::shared_ptr<Stage> Stage::createInMemory() {
-  // Without OpenUSD's plug-in table the process would end here, so an incomplete installation gives null.
+  // Without OpenUSD's plug-in table the process would end here, so an incomplete installation gives
+  // null.
   if (!detail::startRuntime().empty()) return nullptr;
-  auto data =
-      std::make_unique<detail::StageData>(pxr::SdfLayer::CreateAnonymous("memory.usda"), pxr::SdfLayerRefPtr(), std::string());
+  auto data = std::make_unique<detail::StageData>(pxr::SdfLayer::CreateAnonymous("memory.usda"),
+                                                  pxr::SdfLayerRefPtr(), std::string());
   return std::shared_ptr<Stage>(new Stage(std::move(data)));
 }
 
 // Prims. The stage is not changed by handing out handles to it, which const calls do.
 
-Prim Stage::getRootPrim() const { return Prim(const_cast<Stage*>(this)->shared_from_this(), data_->rootNode); }
+Prim Stage::getRootPrim() const {
+  return Prim(const_cast<Stage*>(this)->shared_from_this(), data_->rootNode);
+}
 
 Prim Stage::getPrimAtPath(const Path& path) const {
   return Prim(const_cast<Stage*>(this)->shared_from_this(), data_->find(path));
@@ -112,10 +120,13 @@ Prim Stage::getPrimAtPath(const Path& path) const {
 Prim Stage::getDefaultPrim() const {
   const Token name = getDefaultPrimName();
   if (name.isEmpty()) return Prim();
-  return getPrimAtPath(name.asString()[0] == '/' ? Path(name.asString()) : Path::absoluteRoot().child(name));
+  return getPrimAtPath(name.asString()[0] == '/' ? Path(name.asString())
+                                                 : Path::absoluteRoot().child(name));
 }
 
-Prim Stage::definePrim(const Path& path, const Token& type) { return Prim(shared_from_this(), data_->define(path, type)); }
+Prim Stage::definePrim(const Path& path, const Token& type) {
+  return Prim(shared_from_this(), data_->define(path, type));
+}
 
 bool Stage::findDescendentPrims(const std::vector<Path>& paths, std::vector<Prim>& out) const {
   out.clear();
@@ -162,7 +173,8 @@ bool setPositive(detail::StageData& data, const pxr::TfToken& field, double valu
 
 Token Stage::getUpAxis() const {
   pxr::VtValue value;
-  if (data_->stageField(upAxisField(), &value) && value.IsHolding<pxr::TfToken>() && value.UncheckedGet<pxr::TfToken>() == "Z")
+  if (data_->stageField(upAxisField(), &value) && value.IsHolding<pxr::TfToken>() &&
+      value.UncheckedGet<pxr::TfToken>() == "Z")
     return Token("Z");
   return Token("Y");
 }
@@ -174,33 +186,44 @@ double Stage::getMetersPerUnit() const {
 
 double Stage::getTimeCodesPerSecond() const {
   // A layer's own word comes before any word of a weaker layer, frames per second included.
-  for (const pxr::TfToken& field : {pxr::SdfFieldKeys->TimeCodesPerSecond, pxr::SdfFieldKeys->FramesPerSecond}) {
+  for (const pxr::TfToken& field :
+       {pxr::SdfFieldKeys->TimeCodesPerSecond, pxr::SdfFieldKeys->FramesPerSecond}) {
     const double rate = numberOf(*data_, field, 0.0);
     if (rate > 0.0) return rate;
   }
   return 24.0;
 }
 
-double Stage::getFramesPerSecond() const { return numberOf(*data_, pxr::SdfFieldKeys->FramesPerSecond, 24.0); }
+double Stage::getFramesPerSecond() const {
+  return numberOf(*data_, pxr::SdfFieldKeys->FramesPerSecond, 24.0);
+}
 
 // Old files have frames where newer ones have time codes.
 double Stage::getStartTimeCode() const {
-  return numberOf(*data_, pxr::SdfFieldKeys->StartTimeCode, numberOf(*data_, pxr::SdfFieldKeys->StartFrame, 0.0));
+  return numberOf(*data_, pxr::SdfFieldKeys->StartTimeCode,
+                  numberOf(*data_, pxr::SdfFieldKeys->StartFrame, 0.0));
 }
 double Stage::getEndTimeCode() const {
-  return numberOf(*data_, pxr::SdfFieldKeys->EndTimeCode, numberOf(*data_, pxr::SdfFieldKeys->EndFrame, 0.0));
+  return numberOf(*data_, pxr::SdfFieldKeys->EndTimeCode,
+                  numberOf(*data_, pxr::SdfFieldKeys->EndFrame, 0.0));
 }
 
 Token Stage::getDefaultPrimName() const {
   pxr::VtValue value;
-  if (!data_->stageField(pxr::SdfFieldKeys->DefaultPrim, &value) || !value.IsHolding<pxr::TfToken>()) return Token();
+  if (!data_->stageField(pxr::SdfFieldKeys->DefaultPrim, &value) ||
+      !value.IsHolding<pxr::TfToken>())
+    return Token();
   return Token(value.UncheckedGet<pxr::TfToken>().GetString());
 }
 
 bool Stage::hasUpAxis() const { return data_->stageField(upAxisField(), nullptr); }
 bool Stage::hasMetersPerUnit() const { return data_->stageField(metersField(), nullptr); }
-bool Stage::hasTimeCodesPerSecond() const { return data_->stageField(pxr::SdfFieldKeys->TimeCodesPerSecond, nullptr); }
-bool Stage::hasFramesPerSecond() const { return data_->stageField(pxr::SdfFieldKeys->FramesPerSecond, nullptr); }
+bool Stage::hasTimeCodesPerSecond() const {
+  return data_->stageField(pxr::SdfFieldKeys->TimeCodesPerSecond, nullptr);
+}
+bool Stage::hasFramesPerSecond() const {
+  return data_->stageField(pxr::SdfFieldKeys->FramesPerSecond, nullptr);
+}
 bool Stage::hasTimeCodeRange() const {
   const auto has = [this](const pxr::TfToken& field) { return data_->stageField(field, nullptr); };
   return (has(pxr::SdfFieldKeys->StartTimeCode) || has(pxr::SdfFieldKeys->StartFrame)) &&
@@ -213,7 +236,9 @@ bool Stage::setUpAxis(const Token& axis) {
   return true;
 }
 
-bool Stage::setMetersPerUnit(double metersPerUnit) { return setPositive(*data_, metersField(), metersPerUnit); }
+bool Stage::setMetersPerUnit(double metersPerUnit) {
+  return setPositive(*data_, metersField(), metersPerUnit);
+}
 
 bool Stage::setTimeCodesPerSecond(double rate) {
   if (!setPositive(*data_, pxr::SdfFieldKeys->TimeCodesPerSecond, rate)) return false;
@@ -229,14 +254,16 @@ bool Stage::setFramesPerSecond(double rate) {
 }
 
 bool Stage::setTimeCodeRange(double start, double end) {
-  if (!std::isfinite(start) || !std::isfinite(end) || !data_->edit->PermissionToEdit()) return false;
+  if (!std::isfinite(start) || !std::isfinite(end) || !data_->edit->PermissionToEdit())
+    return false;
   data_->setStageField(pxr::SdfFieldKeys->StartTimeCode, pxr::VtValue(start));
   data_->setStageField(pxr::SdfFieldKeys->EndTimeCode, pxr::VtValue(end));
   return true;
 }
 
 bool Stage::setDefaultPrim(const Token& name) {
-  if (!pxr::SdfPath::IsValidIdentifier(name.asString()) || !data_->edit->PermissionToEdit()) return false;
+  if (!pxr::SdfPath::IsValidIdentifier(name.asString()) || !data_->edit->PermissionToEdit())
+    return false;
   data_->setStageField(pxr::SdfFieldKeys->DefaultPrim, pxr::VtValue(pxr::TfToken(name.asString())));
   return true;
 }
@@ -255,24 +282,28 @@ bool Stage::exportTo(const std::string& file, std::string* error) const {
     return fail("its name ends in none of .usd, .usda and .usdc");
   std::error_code failed;
   const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
-  if (!fs::is_directory(folder, failed)) return fail("there is no folder '" + folder.string() + "'");
+  if (!fs::is_directory(folder, failed))
+    return fail("there is no folder '" + folder.string() + "'");
   if (fs::is_directory(target, failed)) return fail("it is a folder");
 
   static std::atomic<unsigned> count{0};
   const fs::path unfinished =
-      folder / ("." + target.stem().string() + "." + std::to_string(getpid()) + "-" + std::to_string(++count) + extension);
+      folder / ("." + target.stem().string() + "." + std::to_string(getpid()) + "-" +
+                std::to_string(++count) + extension);
   detail::Problems why;
   bool written = false;
   {
     const detail::Collector collector(why, true);
-    const pxr::SdfLayerRefPtr merged = detail::mergeLayers(*data_, fs::absolute(folder).lexically_normal().string());
+    const pxr::SdfLayerRefPtr merged =
+        detail::mergeLayers(*data_, fs::absolute(folder).lexically_normal().string());
     written = merged && merged->Export(unfinished.string());
   }
   if (written) {
     fs::rename(unfinished, target, failed);
     if (!failed) return true;
   }
-  const std::string reason = written ? failed.message() : firstLine(why, "the folder may not be written");
+  const std::string reason =
+      written ? failed.message() : firstLine(why, "the folder may not be written");
   fs::remove(unfinished, failed);
   return fail(reason);
 }

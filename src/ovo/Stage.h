@@ -1,9 +1,10 @@
 /// \file
 /// A composed scene.
 ///
-/// Threads: const calls are safe from several threads, and so are reads through the handles they give. A change
-/// (definePrim, the set calls, those of Prim and Attribute) needs the caller to keep all other use of the stage away
-/// meanwhile. Different stages do not disturb each other, even of the same file.
+/// Threads: const calls are safe from several threads, and so are reads through the handles they
+/// give. A change (definePrim, the set calls, those of Prim and Attribute) needs the caller to keep
+/// all other use of the stage away meanwhile. Different stages do not disturb each other, even of
+/// the same file.
 #pragma once
 
 #include <memory>
@@ -21,23 +22,28 @@ namespace detail {
 class StageData;
 }
 
-/// A scene as its files compose it: sublayers, references, payloads (all loaded), variants, inherits, specializes and
-/// instances, resolved when it is opened. Value clips are not read.
+/// A scene as its files compose it: sublayers, references, payloads (all loaded), variants,
+/// inherits, specializes and instances, resolved when it is opened. Value clips are not read.
 ///
-/// Edits are kept in memory, above all opinions of the file, and seen by this stage alone; exportTo() writes them. A file
-/// that several stages have open is read once: what changes on disk shows when no stage has it open any more.
+/// Edits are kept in memory, above all opinions of the file, and seen by this stage alone;
+/// exportTo() writes them. A file that several stages have open is read once: what changes on disk
+/// shows when no stage has it open any more.
 class OVO_API Stage : public std::enable_shared_from_this<Stage> {
  public:
   /// Opens a scene file: .usd, .usda, .usdc or .usdz.
   ///
   /// \param file  a path of the file system; relative ones are taken from the current folder
-  /// \param error when not null: set to why the file cannot be opened, `what: why`; emptied on success
-  /// \return null when the root file is missing, empty, no scene, cut off, or nested deeper than any scene is (so that
-  ///         reading it would use up the stack). Trouble with files that it names is no failure: the stage
-  ///         opens without them, and problems() says why
-  [[nodiscard]] static std::shared_ptr<Stage> open(const std::string& file, std::string* error = nullptr);
-  /// Opens a scene given as text, as a .usda file has it. Relative file names in it are found from the current folder.
-  [[nodiscard]] static std::shared_ptr<Stage> openText(const std::string& text, std::string* error = nullptr);
+  /// \param error when not null: set to why the file cannot be opened, `what: why`; emptied on
+  ///              success
+  /// \return null when the root file is missing, empty, no scene, cut off, or nested deeper than
+  ///         any scene is (so that reading it would use up the stack). Trouble with files that it
+  ///         names is no failure: the stage opens without them, and problems() says why
+  [[nodiscard]] static std::shared_ptr<Stage> open(const std::string& file,
+                                                   std::string* error = nullptr);
+  /// Opens a scene given as text, as a .usda file has it. Relative file names in it are found from
+  /// the current folder.
+  [[nodiscard]] static std::shared_ptr<Stage> openText(const std::string& text,
+                                                       std::string* error = nullptr);
   /// A new, empty scene. Null only when the installation is incomplete.
   [[nodiscard]] static std::shared_ptr<Stage> createInMemory();
 
@@ -54,30 +60,33 @@ class OVO_API Stage : public std::enable_shared_from_this<Stage> {
   /// The prim that the file names as its own, for references without a path; may be invalid.
   [[nodiscard]] Prim getDefaultPrim() const;
 
-  /// Makes sure that a prim of that type is defined there: it, and those above it that are not yet defined, which
-  /// get no type. What the prim has already stays; an empty type leaves its type.
-  /// \return not valid when the path is no absolute prim path, lies inside an instance or below an inactive prim
+  /// Makes sure that a prim of that type is defined there: it, and those above it that are not yet
+  /// defined, which get no type. What the prim has already stays; an empty type leaves its type.
+  /// \return not valid when the path is no absolute prim path, lies inside an instance or below an
+  ///         inactive prim
   Prim definePrim(const Path& path, const Token& type = Token());
 
   /// All prims below the given ones.
   ///
   /// \param paths those that name no prim are passed over
-  /// \param out   emptied first; each prim once, in the order of the paths and then of the scene, parents first. The
-  ///              given prims come only where they lie below another. Everything that is composed comes, inactive
-  ///              and abstract prims, `over`s and what is below instances too
+  /// \param out   emptied first; each prim once, in the order of the paths and then of the scene,
+  ///              parents first. The given prims come only where they lie below another. Everything
+  ///              that is composed comes, inactive and abstract prims, `over`s and what is below
+  ///              instances too
   /// \return true when anything was found
   bool findDescendentPrims(const std::vector<Path>& paths, std::vector<Prim>& out) const;
 
   // Files
 
-  /// Writes the root layer of the scene, with this stage's edits in it, as .usda, .usdc or .usd (binary). Arcs to other
-  /// files are kept as arcs; file names relative to the opened file are written so that they hold from the new place.
-  /// The file appears whole or not at all: it is written beside its place and renamed.
+  /// Writes the root layer of the scene, with this stage's edits in it, as .usda, .usdc or .usd
+  /// (binary). Arcs to other files are kept as arcs; file names relative to the opened file are
+  /// written so that they hold from the new place. The file appears whole or not at all: it is
+  /// written beside its place and renamed.
   /// \return false, with the reason in \p error when not null, when it cannot be written
   bool exportTo(const std::string& file, std::string* error = nullptr) const;
 
-  /// Why parts of the scene are missing or cannot be read, each reason once, in the order in which they were found.
-  /// Reads of values may add to it.
+  /// Why parts of the scene are missing or cannot be read, each reason once, in the order in which
+  /// they were found. Reads of values may add to it.
   [[nodiscard]] std::vector<std::string> problems() const;
 
   /// The opened file as it was given; empty for a scene in memory.
@@ -85,8 +94,8 @@ class OVO_API Stage : public std::enable_shared_from_this<Stage> {
 
   // What holds for the whole scene. The setters give false for values that no scene may have.
 
-  [[nodiscard]] Token getUpAxis() const;               ///< `Y` or `Z`; `Y` where the file does not say
-  [[nodiscard]] double getMetersPerUnit() const;       ///< 0.01 where the file does not say
+  [[nodiscard]] Token getUpAxis() const;          ///< `Y` or `Z`; `Y` where the file does not say
+  [[nodiscard]] double getMetersPerUnit() const;  ///< 0.01 where the file does not say
   [[nodiscard]] double getTimeCodesPerSecond() const;  ///< falls back to frames per second, then 24
   [[nodiscard]] double getFramesPerSecond() const;     ///< 24 where the file does not say
   [[nodiscard]] double getStartTimeCode() const;       ///< 0 where the file does not say

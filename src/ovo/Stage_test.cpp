@@ -73,11 +73,13 @@ TEST(Stage, DefinePrimKeepsWhatIsThere) {
 
 TEST(Stage, NamesThatNoFileCanHoldDefineNothing) {
   const auto stage = Stage::createInMemory();
-  for (const char* bad : {"",     "/",       "A",        "A/B", "/A/",   "//A",   "/A//B", "/1A",  "/A-B", "/A b",
-                          "/A.b", "/A{x=y}", "/A{x=y}B", "/..", "/A/..", "/A[0]", "<>",    "/A\n", "/%",   "/\xff\xfe"})
+  for (const char* bad : {"",      "/",     "A",    "A/B",  "/A/",     "//A",      "/A//B",
+                          "/1A",   "/A-B",  "/A b", "/A.b", "/A{x=y}", "/A{x=y}B", "/..",
+                          "/A/..", "/A[0]", "<>",   "/A\n", "/%",      "/\xff\xfe"})
     EXPECT_FALSE(stage->definePrim(bad, "Mesh").isValid()) << bad;
   EXPECT_FALSE(stage->definePrim(std::string("/A\0B", 4)).isValid());
-  for (const char* bad : {"a b", "1", "Mesh\"", "M:N", "\n"}) EXPECT_FALSE(stage->definePrim("/Good", bad).isValid()) << bad;
+  for (const char* bad : {"a b", "1", "Mesh\"", "M:N", "\n"})
+    EXPECT_FALSE(stage->definePrim("/Good", bad).isValid()) << bad;
   std::vector<Prim> all;
   EXPECT_FALSE(stage->findDescendentPrims({"/"}, all));
   EXPECT_TRUE(stage->definePrim("/\xc3\xa4pfel", "Mesh").isValid());
@@ -91,7 +93,9 @@ TEST(Stage, PathsOfNothingGiveNoPrim) {
 }
 
 TEST(Stage, ChildrenComeInTheScenesOrder) {
-  const auto stage = sceneOf("def \"A\" { reorder nameChildren = [\"c\", \"a\"]\n def \"a\" {} def \"b\" {} def \"c\" {} }");
+  const auto stage = sceneOf(
+      "def \"A\" { reorder nameChildren = [\"c\", \"a\"]\n def \"a\" {} def \"b\" {} def \"c\" {} "
+      "}");
   std::vector<Prim> children;
   stage->getPrimAtPath("/A").getChildren(children);
   EXPECT_EQ(namesOf(children), (Names{"/A/c", "/A/a", "/A/b"}));
@@ -153,7 +157,8 @@ def "D" {}
 )");
   std::vector<Prim> found{stage->getRootPrim()};
   EXPECT_TRUE(stage->findDescendentPrims({"/nowhere", "/A/B", "/A", "", "/D"}, found));
-  EXPECT_EQ(namesOf(found), (Names{"/A/B/C", "/A/off", "/A/only", "/A/only/deep", "/A/model", "/A/B"}));
+  EXPECT_EQ(namesOf(found),
+            (Names{"/A/B/C", "/A/off", "/A/only", "/A/only/deep", "/A/model", "/A/B"}));
   EXPECT_TRUE(stage->findDescendentPrims({"/"}, found));
   EXPECT_EQ(found.size(), 8u);
   EXPECT_FALSE(stage->findDescendentPrims({"/D", "/x"}, found));
@@ -163,9 +168,11 @@ def "D" {}
 
 TEST(Stage, PrimsOrderByStageThenPathAndWorkAsKeys) {
   const auto one = sceneOf("def \"b\" {} def \"a\" {}"), two = sceneOf("def \"a\" {}");
-  const Prim a = one->getPrimAtPath("/a"), b = one->getPrimAtPath("/b"), other = two->getPrimAtPath("/a");
+  const Prim a = one->getPrimAtPath("/a"), b = one->getPrimAtPath("/b"),
+             other = two->getPrimAtPath("/a");
   EXPECT_TRUE(a < b && !(b < a) && !(a < a));
-  EXPECT_TRUE(a < other && b < other && !(other < b)) << "stages in the order in which they were made";
+  EXPECT_TRUE(a < other && b < other && !(other < b))
+      << "stages in the order in which they were made";
   EXPECT_TRUE(Prim() < a && !(a < Prim()) && !(Prim() < Prim()));
   EXPECT_NE(a, other);
   EXPECT_EQ(Prim(), Prim());
@@ -186,8 +193,8 @@ TEST(Stage, HandlesKeepTheirStageAlive) {
 
 TEST(Stage, AnInvalidPrimAnswersWithNothing) {
   const Prim none;
-  EXPECT_FALSE(none.isValid() || none.isActive() || none.isAbstract() || none.isDefined() || none.isInstance() ||
-               none.isInstanceProxy() || none.isVisible());
+  EXPECT_FALSE(none.isValid() || none.isActive() || none.isAbstract() || none.isDefined() ||
+               none.isInstance() || none.isInstanceProxy() || none.isVisible());
   EXPECT_EQ(none.getPath(), Path());
   EXPECT_EQ(none.getName(), Token());
   EXPECT_EQ(none.getTypeName(), Token());
@@ -197,7 +204,8 @@ TEST(Stage, AnInvalidPrimAnswersWithNothing) {
   EXPECT_FALSE(none.getAttr("a").isValid() || none.createAttr("a", "float").isValid());
   EXPECT_FALSE(none.getPrimvar("a").isValid() || none.findInheritedPrimvar("a").isValid() ||
                none.createPrimvar("a", "float").isValid());
-  EXPECT_TRUE(none.getAttrNames().empty() && none.getPrimvarNames().empty() && none.getVariantSets().empty());
+  EXPECT_TRUE(none.getAttrNames().empty() && none.getPrimvarNames().empty() &&
+              none.getVariantSets().empty());
   std::vector<Prim> children{none};
   none.getChildren(children);
   EXPECT_TRUE(children.empty());
@@ -210,7 +218,8 @@ TEST(Stage, WhatIsSwitchedOffIsGoneAndComesBack) {
   EXPECT_TRUE(a.setActive(false));
   EXPECT_FALSE(a.isActive() || c.isValid() || stage->getPrimAtPath("/A/B").isValid());
   EXPECT_TRUE(a.isValid());
-  EXPECT_FALSE(stage->definePrim("/A/New").isValid()) << "nothing can be defined below an inactive prim";
+  EXPECT_FALSE(stage->definePrim("/A/New").isValid())
+      << "nothing can be defined below an inactive prim";
   EXPECT_TRUE(a.setActive(true));
   EXPECT_TRUE(a.isActive() && c.isValid());
   EXPECT_EQ(stage->getPrimAtPath("/A/B/C"), c);
@@ -224,7 +233,8 @@ def "Instance" (instanceable = true
 )");
   const Prim proxy = stage->getPrimAtPath("/Instance/inner");
   ASSERT_TRUE(proxy.isInstanceProxy());
-  EXPECT_FALSE(proxy.getAttr("n").set(2) || proxy.setActive(false) || proxy.createAttr("m", "int").isValid());
+  EXPECT_FALSE(proxy.getAttr("n").set(2) || proxy.setActive(false) ||
+               proxy.createAttr("m", "int").isValid());
   EXPECT_FALSE(stage->definePrim("/Instance/new").isValid());
   EXPECT_FALSE(stage->definePrim("/Instance/inner/new").isValid());
   int n = 0;
@@ -233,7 +243,8 @@ def "Instance" (instanceable = true
 }
 
 TEST(Stage, AnEditShowsWhereThePrimIsReferenced) {
-  const auto stage = sceneOf("def \"Source\" { int n = 1 }\ndef \"Copy\" (references = </Source>) {}");
+  const auto stage =
+      sceneOf("def \"Source\" { int n = 1 }\ndef \"Copy\" (references = </Source>) {}");
   stage->definePrim("/Source/added", "Mesh");
   EXPECT_TRUE(stage->getPrimAtPath("/Copy/added").isValid());
   EXPECT_TRUE(stage->getPrimAtPath("/Source").getAttr("n").set(5));
@@ -264,18 +275,22 @@ TEST(Stage, MetadataHasFallbacksAndIsChecked) {
   EXPECT_FALSE(stage->hasUpAxis() || stage->hasMetersPerUnit() || stage->hasTimeCodesPerSecond() ||
                stage->hasFramesPerSecond() || stage->hasTimeCodeRange());
 
-  const double inf = std::numeric_limits<double>::infinity(), nan = std::numeric_limits<double>::quiet_NaN();
+  const double inf = std::numeric_limits<double>::infinity(),
+               nan = std::numeric_limits<double>::quiet_NaN();
   EXPECT_FALSE(stage->setUpAxis("X") || stage->setUpAxis("") || stage->setUpAxis("z"));
   for (const double bad : {0.0, -1.0, inf, nan})
-    EXPECT_FALSE(stage->setMetersPerUnit(bad) || stage->setTimeCodesPerSecond(bad) || stage->setFramesPerSecond(bad));
+    EXPECT_FALSE(stage->setMetersPerUnit(bad) || stage->setTimeCodesPerSecond(bad) ||
+                 stage->setFramesPerSecond(bad));
   EXPECT_FALSE(stage->setTimeCodeRange(nan, 1) || stage->setTimeCodeRange(0, inf));
   EXPECT_FALSE(stage->setDefaultPrim("") || stage->setDefaultPrim("a b"));
   EXPECT_FALSE(stage->hasUpAxis() || stage->hasMetersPerUnit());
 
   stage->definePrim("/World");
-  EXPECT_TRUE(stage->setUpAxis("Z") && stage->setMetersPerUnit(1.0) && stage->setFramesPerSecond(30.0));
+  EXPECT_TRUE(stage->setUpAxis("Z") && stage->setMetersPerUnit(1.0) &&
+              stage->setFramesPerSecond(30.0));
   EXPECT_EQ(stage->getTimeCodesPerSecond(), 30.0) << "frames per second stand in";
-  EXPECT_TRUE(stage->setTimeCodesPerSecond(48.0) && stage->setTimeCodeRange(-3.5, 10.0) && stage->setDefaultPrim("World"));
+  EXPECT_TRUE(stage->setTimeCodesPerSecond(48.0) && stage->setTimeCodeRange(-3.5, 10.0) &&
+              stage->setDefaultPrim("World"));
   EXPECT_EQ(stage->getUpAxis(), Token("Z"));
   EXPECT_EQ(stage->getMetersPerUnit(), 1.0);
   EXPECT_EQ(stage->getTimeCodesPerSecond(), 48.0);
@@ -299,22 +314,26 @@ def "untyped" { token visibility = "invisible"
   def Mesh "M" {} }
 )");
   EXPECT_FALSE(stage->getPrimAtPath("/A").isVisible() || stage->getPrimAtPath("/A/B").isVisible());
-  EXPECT_TRUE(stage->getPrimAtPath("/C/D").isVisible(1.0) && stage->getPrimAtPath("/C/D").isVisible());
+  EXPECT_TRUE(stage->getPrimAtPath("/C/D").isVisible(1.0) &&
+              stage->getPrimAtPath("/C/D").isVisible());
   EXPECT_FALSE(stage->getPrimAtPath("/C/D").isVisible(2.0));
   EXPECT_EQ(stage->getPrimAtPath("/A/B").purpose(), Token("default"));
   EXPECT_EQ(stage->getPrimAtPath("/R/S/M").purpose(), Token("render"));
   EXPECT_EQ(stage->getPrimAtPath("/R/S/P").purpose(), Token("proxy"));
-  EXPECT_TRUE(stage->getPrimAtPath("/untyped/M").isVisible()) << "a prim without a type can hide nothing";
+  EXPECT_TRUE(stage->getPrimAtPath("/untyped/M").isVisible())
+      << "a prim without a type can hide nothing";
   EXPECT_EQ(stage->getPrimAtPath("/untyped/M").purpose(), Token("default"));
 }
 
 TEST(Stage, RelationshipTargetsAreInTheStagesNames) {
   TemporaryFolder folder;
-  folder.writeScene("part.usda",
-                    "#usda 1.0\n(defaultPrim = \"P\")\ndef \"P\" { rel prototypes = [</P/b>, <a>, </Outside>]\n"
-                    "def \"a\" {} def \"b\" {} }\ndef \"Outside\" {}\n");
-  const std::string file =
-      folder.writeScene("root.usda", "#usda 1.0\ndef \"X\" (references = @./part.usda@) { prepend rel prototypes = </X/c> }\n");
+  folder.writeScene(
+      "part.usda",
+      "#usda 1.0\n(defaultPrim = \"P\")\ndef \"P\" { rel prototypes = [</P/b>, <a>, </Outside>]\n"
+      "def \"a\" {} def \"b\" {} }\ndef \"Outside\" {}\n");
+  const std::string file = folder.writeScene(
+      "root.usda",
+      "#usda 1.0\ndef \"X\" (references = @./part.usda@) { prepend rel prototypes = </X/c> }\n");
   const auto stage = Stage::open(file);
   ASSERT_NE(stage, nullptr);
   std::vector<Path> targets{"/old"};
@@ -347,9 +366,10 @@ def "A" (variants = {string shape = "round"}
 
 TEST(Stage, AFileThatIsMissingIsAProblemSaidOnce) {
   TemporaryFolder folder;
-  const std::string file = folder.writeScene("root.usda",
-                                             "#usda 1.0\ndef \"A\" (references = @./none.usda@) { def \"B\" {} }\n"
-                                             "def \"C\" (references = @./none.usda@) {}\n");
+  const std::string file =
+      folder.writeScene("root.usda",
+                        "#usda 1.0\ndef \"A\" (references = @./none.usda@) { def \"B\" {} }\n"
+                        "def \"C\" (references = @./none.usda@) {}\n");
   std::string error = "old";
   const auto stage = Stage::open(file, &error);
   ASSERT_NE(stage, nullptr);
@@ -359,7 +379,8 @@ TEST(Stage, AFileThatIsMissingIsAProblemSaidOnce) {
   ASSERT_FALSE(problems.empty());
   EXPECT_NE(problems[0].find("none.usda"), std::string::npos);
   EXPECT_EQ(std::set<std::string>(problems.begin(), problems.end()).size(), problems.size());
-  EXPECT_EQ(Stage::open(file)->problems(), problems) << "the same reasons in the same order each time";
+  EXPECT_EQ(Stage::open(file)->problems(), problems)
+      << "the same reasons in the same order each time";
 }
 
 // Files
@@ -462,7 +483,9 @@ TEST(Stage, ScenesMadeInMemoryComeBackFromTextAndBinaryFiles) {
 
 TEST(Stage, EditsOfAnOpenedFileStayWithTheStageUntilItIsWritten) {
   TemporaryFolder folder;
-  folder.writeScene("part.usda", "#usda 1.0\ndef Xform \"P\" { int n = 1\n int[] list = [1, 2]\n def Mesh \"M\" {} }\n");
+  folder.writeScene(
+      "part.usda",
+      "#usda 1.0\ndef Xform \"P\" { int n = 1\n int[] list = [1, 2]\n def Mesh \"M\" {} }\n");
   const std::string text =
       "#usda 1.0\n(upAxis = \"Z\")\ndef \"A\" (references = @./part.usda@</P>) { "
       "float f.timeSamples = {1: 1, 2: 2} }\n";
@@ -495,7 +518,8 @@ TEST(Stage, EditsOfAnOpenedFileStayWithTheStageUntilItIsWritten) {
     EXPECT_TRUE(back->getPrimAtPath("/A").getAttr("n").get(n) && n == 7);
     EXPECT_TRUE(back->getPrimAtPath("/A").getAttr("f").get(f, 1.5) && f == 9.0f);
     Array<int> list;
-    EXPECT_TRUE(back->getPrimAtPath("/A").getAttr("list").get(list)) << "the reference holds from the new place";
+    EXPECT_TRUE(back->getPrimAtPath("/A").getAttr("list").get(list))
+        << "the reference holds from the new place";
     EXPECT_EQ(back->getPrimAtPath("/A/M").getTypeName(), Token("Mesh"));
     EXPECT_EQ(back->getPrimAtPath("/A/M/New").getTypeName(), Token("Xform"));
     EXPECT_EQ(back->getPrimAtPath("/Top/Deep").getTypeName(), Token("Mesh"));

@@ -27,7 +27,8 @@ constexpr std::size_t kMaxIndex = static_cast<std::size_t>(std::numeric_limits<i
 constexpr std::size_t kMaxValence = 65535;  // OpenSubdiv counts neighbours in 16 bits
 constexpr float kInfinitelySharp = 10;      // OpenSubdiv: from here on an edge stays sharp for ever
 constexpr int kMaxLevels = 15;              // and levels in 4
-// Faces that are refined together in the last step: enough to make their rim cheap, few enough to need little memory.
+// Faces that are refined together in the last step: enough to make their rim cheap, few enough to
+// need little memory.
 constexpr std::size_t kFacesATime = 16384;
 
 std::size_t at(int index) { return static_cast<std::size_t>(index); }
@@ -40,13 +41,15 @@ struct Weighted {
   void AddWithWeight(const Weighted& other, float weight) { value += other.value * weight; }
 };
 
-// ---- A mesh at one level ------------------------------------------------------------------------------------------
+// ---- A mesh at one level
 
 struct SharpEdge {
   int a, b;  // a < b
   float sharpness;
 };
-bool beforeByEnds(const SharpEdge& l, const SharpEdge& r) { return l.a != r.a ? l.a < r.a : l.b < r.b; }
+bool beforeByEnds(const SharpEdge& l, const SharpEdge& r) {
+  return l.a != r.a ? l.a < r.a : l.b < r.b;
+}
 bool sameEnds(const SharpEdge& l, const SharpEdge& r) { return l.a == r.a && l.b == r.b; }
 
 struct SharpPoint {
@@ -54,8 +57,8 @@ struct SharpPoint {
   float sharpness;
 };
 
-// Which values of one carried array are joined: two corners of a point have the same value number where the data is
-// continuous across them.
+// Which values of one carried array are joined: two corners of a point have the same value number
+// where the data is continuous across them.
 struct Channel {
   std::vector<int> valueOfCorner;
   int valueCount = 0;
@@ -81,7 +84,8 @@ struct PointData {
   Vec3<float>* out = nullptr;
 
   // The values of a level from those of the one before.
-  void interpolate(const Far::PrimvarRefiner& refiner, int level, const std::vector<Weighted<Vec3<float>>>& from,
+  void interpolate(const Far::PrimvarRefiner& refiner, int level,
+                   const std::vector<Weighted<Vec3<float>>>& from,
                    std::vector<Weighted<Vec3<float>>>& to) const {
     if (linear)
       refiner.InterpolateVarying(level, from, to);
@@ -97,7 +101,8 @@ struct Carried {
   // To the next level of a whole refiner.
   virtual void refine(const Far::PrimvarRefiner& refiner, int level, int valueCount) = 0;
   // The next level of a part: values by its own numbers, then handed out by write().
-  virtual void refinePart(const Far::PrimvarRefiner& refiner, const std::vector<int>& globalOfLocal, int valueCount) = 0;
+  virtual void refinePart(const Far::PrimvarRefiner& refiner, const std::vector<int>& globalOfLocal,
+                          int valueCount) = 0;
   virtual void startOutput(std::size_t corners) = 0;
   virtual void write(std::size_t corner, int value) = 0;
   virtual void finish(std::size_t corners) = 0;
@@ -115,7 +120,8 @@ struct CarriedOf final : Carried {
     refiner.InterpolateFaceVarying(level, values, next, static_cast<int>(channel));
     values.swap(next);
   }
-  void refinePart(const Far::PrimvarRefiner& refiner, const std::vector<int>& globalOfLocal, int valueCount) override {
+  void refinePart(const Far::PrimvarRefiner& refiner, const std::vector<int>& globalOfLocal,
+                  int valueCount) override {
     source.resize(globalOfLocal.size());
     for (std::size_t i = 0; i < source.size(); ++i) source[i] = values[at(globalOfLocal[i])];
     part.resize(at(valueCount));
@@ -135,7 +141,7 @@ struct CarriedOf final : Carried {
   T* out = nullptr;
 };
 
-// ---- From the caller's arrays -------------------------------------------------------------------------------------
+// ---- From the caller's arrays
 
 struct Input {
   Level level;
@@ -143,10 +149,10 @@ struct Input {
   std::vector<std::size_t> corners;  // which of the caller's corners each corner was
 };
 
-// The caller's number of each usable face, with its first corner; points repeated one after another are taken out.
-// False when there is none.
-bool takeFaces(const Array<int>& counts, const Array<int>& indices, std::size_t faces, std::size_t faceVerts,
-               std::size_t points, Input& input, std::vector<int>& faceOf) {
+// The caller's number of each usable face, with its first corner; points repeated one after another
+// are taken out. False when there is none.
+bool takeFaces(const Array<int>& counts, const Array<int>& indices, std::size_t faces,
+               std::size_t faceVerts, std::size_t points, Input& input, std::vector<int>& faceOf) {
   faceOf.assign(faces, -1);
   std::vector<int> corner;
   std::vector<int> sorted;
@@ -171,7 +177,8 @@ bool takeFaces(const Array<int>& counts, const Array<int>& indices, std::size_t 
     }
     sorted = corner;
     std::sort(sorted.begin(), sorted.end());
-    usable = usable && corner.size() >= 3 && std::adjacent_find(sorted.begin(), sorted.end()) == sorted.end();
+    usable = usable && corner.size() >= 3 &&
+             std::adjacent_find(sorted.begin(), sorted.end()) == sorted.end();
     if (!usable) {
       input.corners.resize(cornersBefore);
       continue;
@@ -183,11 +190,14 @@ bool takeFaces(const Array<int>& counts, const Array<int>& indices, std::size_t 
   return !input.level.counts.empty();
 }
 
-// Renumbers the points so that every one is used; `pointOf` gives the new number of an old one, or -1.
-void takePoints(const MeshTessellateContext& context, std::size_t count, Input& input, std::vector<int>& pointOf) {
+// Renumbers the points so that every one is used; `pointOf` gives the new number of an old one, or
+// -1.
+void takePoints(const MeshTessellateContext& context, std::size_t count, Input& input,
+                std::vector<int>& pointOf) {
   input.perPoint.push_back({context.points, false, {}});
   for (Array<Vec3<float>>* array : context.pointVec3s) input.perPoint.push_back({array, false, {}});
-  for (Array<Vec3<float>>* array : context.linearPointVec3s) input.perPoint.push_back({array, true, {}});
+  for (Array<Vec3<float>>* array : context.linearPointVec3s)
+    input.perPoint.push_back({array, true, {}});
   pointOf.assign(count, -1);
   for (const int p : input.level.indices) pointOf[at(p)] = 0;
   int next = 0;
@@ -200,7 +210,8 @@ void takePoints(const MeshTessellateContext& context, std::size_t count, Input& 
   input.level.pointCount = next;
 }
 
-// Only edges that the mesh has may be named to OpenSubdiv, which complains about others on the screen.
+// Only edges that the mesh has may be named to OpenSubdiv, which complains about others on the
+// screen.
 void takeCreases(const ArgSet& args, const std::vector<int>& pointOf, Level& level) {
   std::vector<SharpEdge> edges;
   const auto pointAt = [&](std::size_t i) {
@@ -210,7 +221,8 @@ void takeCreases(const ArgSet& args, const std::vector<int>& pointOf, Level& lev
   std::size_t edgeCount = 0;
   for (const int length : args.creaseLengths)
     if (length > 1) edgeCount += at(length) - 1;
-  const bool perEdge = args.creaseSharpnesses.size() == edgeCount && edgeCount != args.creaseLengths.size();
+  const bool perEdge =
+      args.creaseSharpnesses.size() == edgeCount && edgeCount != args.creaseLengths.size();
   std::size_t cursor = 0, edge = 0;
   for (std::size_t crease = 0; crease < args.creaseLengths.size(); ++crease) {
     const int length = args.creaseLengths[crease];
@@ -221,7 +233,8 @@ void takeCreases(const ArgSet& args, const std::vector<int>& pointOf, Level& lev
       const int a = pointAt(cursor + k), b = pointAt(cursor + k + 1);
       if (s >= args.creaseSharpnesses.size() || a < 0 || b < 0 || a == b) continue;
       const float sharpness = args.creaseSharpnesses[s];
-      if (sharpness > 0) edges.push_back({std::min(a, b), std::max(a, b), std::min(sharpness, kInfinitelySharp)});
+      if (sharpness > 0)
+        edges.push_back({std::min(a, b), std::max(a, b), std::min(sharpness, kInfinitelySharp)});
     }
     cursor += at(length);
   }
@@ -241,7 +254,8 @@ void takeCreases(const ArgSet& args, const std::vector<int>& pointOf, Level& lev
       const int a = level.indices[first + k], b = level.indices[first + (k + 1) % at(count)];
       const SharpEdge key{std::min(a, b), std::max(a, b), 0};
       const auto found = std::lower_bound(unique.begin(), unique.end(), key, beforeByEnds);
-      if (found != unique.end() && sameEnds(*found, key)) exists[static_cast<std::size_t>(found - unique.begin())] = 1;
+      if (found != unique.end() && sameEnds(*found, key))
+        exists[static_cast<std::size_t>(found - unique.begin())] = 1;
     }
     first += at(count);
   }
@@ -249,12 +263,14 @@ void takeCreases(const ArgSet& args, const std::vector<int>& pointOf, Level& lev
     if (exists[i]) level.edges.push_back(unique[i]);
 }
 
-void takeCornersAndHoles(const ArgSet& args, const std::vector<int>& pointOf, const std::vector<int>& faceOf, Level& level) {
+void takeCornersAndHoles(const ArgSet& args, const std::vector<int>& pointOf,
+                         const std::vector<int>& faceOf, Level& level) {
   const std::size_t count = std::min(args.cornerIndices.size(), args.cornerSharpnesses.size());
   for (std::size_t i = 0; i < count; ++i) {
     const int p = args.cornerIndices[i];
     if (p >= 0 && at(p) < pointOf.size() && pointOf[at(p)] >= 0 && args.cornerSharpnesses[i] > 0)
-      level.points.push_back({pointOf[at(p)], std::min(args.cornerSharpnesses[i], kInfinitelySharp)});
+      level.points.push_back(
+          {pointOf[at(p)], std::min(args.cornerSharpnesses[i], kInfinitelySharp)});
   }
   std::stable_sort(level.points.begin(), level.points.end(),
                    [](const SharpPoint& l, const SharpPoint& r) { return l.point < r.point; });
@@ -265,14 +281,17 @@ void takeCornersAndHoles(const ArgSet& args, const std::vector<int>& pointOf, co
   }
 }
 
-// The corners around each point: those of point p are cornerAt[start[p]] up to cornerAt[start[p + 1]], ascending.
+// The corners around each point: those of point p are cornerAt[start[p]] up to cornerAt[start[p +
+// 1]], ascending.
 struct PointCorners {
   std::vector<int> start, cornerAt;
-  explicit PointCorners(const Level& level) : start(at(level.pointCount) + 1, 0), cornerAt(level.indices.size()) {
+  explicit PointCorners(const Level& level)
+      : start(at(level.pointCount) + 1, 0), cornerAt(level.indices.size()) {
     for (const int p : level.indices) ++start[at(p)];
     int end = 0;
     for (int& entry : start) entry = end += entry;
-    for (std::size_t c = level.indices.size(); c-- > 0;) cornerAt[at(--start[at(level.indices[c])])] = static_cast<int>(c);
+    for (std::size_t c = level.indices.size(); c-- > 0;)
+      cornerAt[at(--start[at(level.indices[c])])] = static_cast<int>(c);
   }
 };
 
@@ -297,8 +316,10 @@ void takeData(const std::vector<Array<T>*>& arrays, const PointCorners& around, 
     Channel channel;
     channel.valueOfCorner.resize(level.indices.size());
     for (std::size_t p = 0; p < at(level.pointCount); ++p) {
-      order.assign(around.cornerAt.begin() + around.start[p], around.cornerAt.begin() + around.start[p + 1]);
-      std::stable_sort(order.begin(), order.end(), [&](int l, int r) { return bitsOf(valueAt(l)) < bitsOf(valueAt(r)); });
+      order.assign(around.cornerAt.begin() + around.start[p],
+                   around.cornerAt.begin() + around.start[p + 1]);
+      std::stable_sort(order.begin(), order.end(),
+                       [&](int l, int r) { return bitsOf(valueAt(l)) < bitsOf(valueAt(r)); });
       for (std::size_t i = 0; i < order.size(); ++i) {
         if (i == 0 || bitsOf(valueAt(order[i])) != bitsOf(valueAt(order[i - 1]))) {
           taken->values.push_back({valueAt(order[i])});
@@ -309,35 +330,39 @@ void takeData(const std::vector<Array<T>*>& arrays, const PointCorners& around, 
     }
     // Arrays with the same seams share a channel.
     std::size_t c = 0;
-    while (c < level.channels.size() && level.channels[c].valueOfCorner != channel.valueOfCorner) ++c;
+    while (c < level.channels.size() && level.channels[c].valueOfCorner != channel.valueOfCorner)
+      ++c;
     if (c == level.channels.size()) level.channels.push_back(std::move(channel));
     taken->channel = c;
     carried.push_back(std::move(taken));
   }
 }
 
-// ---- OpenSubdiv ---------------------------------------------------------------------------------------------------
+// ---- OpenSubdiv
 
 Sdc::Options optionsOf(const ArgSet& args) {
   const Tokens& t = tokens();
   Sdc::Options options;
-  options.SetVtxBoundaryInterpolation(args.interpolateBoundary == t.none ? Sdc::Options::VTX_BOUNDARY_NONE
-                                      : args.interpolateBoundary == Token("edgeOnly")
-                                          ? Sdc::Options::VTX_BOUNDARY_EDGE_ONLY
-                                          : Sdc::Options::VTX_BOUNDARY_EDGE_AND_CORNER);
+  options.SetVtxBoundaryInterpolation(
+      args.interpolateBoundary == t.none              ? Sdc::Options::VTX_BOUNDARY_NONE
+      : args.interpolateBoundary == Token("edgeOnly") ? Sdc::Options::VTX_BOUNDARY_EDGE_ONLY
+                                                      : Sdc::Options::VTX_BOUNDARY_EDGE_AND_CORNER);
   const Token& fvar = args.faceVaryingLinearInterpolation;
-  options.SetFVarLinearInterpolation(fvar == t.none                  ? Sdc::Options::FVAR_LINEAR_NONE
-                                     : fvar == Token("cornersOnly")  ? Sdc::Options::FVAR_LINEAR_CORNERS_ONLY
-                                     : fvar == Token("cornersPlus2") ? Sdc::Options::FVAR_LINEAR_CORNERS_PLUS2
-                                     : fvar == Token("boundaries")   ? Sdc::Options::FVAR_LINEAR_BOUNDARIES
-                                     : fvar == Token("all")          ? Sdc::Options::FVAR_LINEAR_ALL
-                                                                     : Sdc::Options::FVAR_LINEAR_CORNERS_PLUS1);
-  options.SetTriangleSubdivision(args.triangleSubdivisionRule == Token("smooth") ? Sdc::Options::TRI_SUB_SMOOTH
-                                                                                 : Sdc::Options::TRI_SUB_CATMARK);
+  options.SetFVarLinearInterpolation(
+      fvar == t.none                  ? Sdc::Options::FVAR_LINEAR_NONE
+      : fvar == Token("cornersOnly")  ? Sdc::Options::FVAR_LINEAR_CORNERS_ONLY
+      : fvar == Token("cornersPlus2") ? Sdc::Options::FVAR_LINEAR_CORNERS_PLUS2
+      : fvar == Token("boundaries")   ? Sdc::Options::FVAR_LINEAR_BOUNDARIES
+      : fvar == Token("all")          ? Sdc::Options::FVAR_LINEAR_ALL
+                                      : Sdc::Options::FVAR_LINEAR_CORNERS_PLUS1);
+  options.SetTriangleSubdivision(args.triangleSubdivisionRule == Token("smooth")
+                                     ? Sdc::Options::TRI_SUB_SMOOTH
+                                     : Sdc::Options::TRI_SUB_CATMARK);
   return options;
 }
 
-std::unique_ptr<Far::TopologyRefiner> makeRefiner(const Level& level, Sdc::SchemeType scheme, const Sdc::Options& options) {
+std::unique_ptr<Far::TopologyRefiner> makeRefiner(const Level& level, Sdc::SchemeType scheme,
+                                                  const Sdc::Options& options) {
   std::vector<int> pairs, corners, holes;
   std::vector<float> pairSharpness, cornerSharpness;
   for (const SharpEdge& e : level.edges) {
@@ -373,12 +398,14 @@ std::unique_ptr<Far::TopologyRefiner> makeRefiner(const Level& level, Sdc::Schem
   mesh.numFVarChannels = static_cast<int>(channels.size());
   mesh.fvarChannels = channels.data();
   using Factory = Far::TopologyRefinerFactory<Far::TopologyDescriptor>;
-  return std::unique_ptr<Far::TopologyRefiner>(Factory::Create(mesh, Factory::Options(scheme, options)));
+  return std::unique_ptr<Far::TopologyRefiner>(
+      Factory::Create(mesh, Factory::Options(scheme, options)));
 }
 
-// ---- Whole levels -------------------------------------------------------------------------------------------------
+// ---- Whole levels
 
-// Refines everything `levels` times and reads the last level back, with what is left of its sharpness.
+// Refines everything `levels` times and reads the last level back, with what is left of its
+// sharpness.
 bool refineWhole(int levels, Sdc::SchemeType scheme, const Sdc::Options& options, Level& level,
                  std::vector<PointData>& perPoint, std::vector<std::unique_ptr<Carried>>& carried) {
   const std::unique_ptr<Far::TopologyRefiner> refiner = makeRefiner(level, scheme, options);
@@ -398,10 +425,12 @@ bool refineWhole(int levels, Sdc::SchemeType scheme, const Sdc::Options& options
       data.interpolate(values, l, data.values, next);
       data.values.swap(next);
     }
-    for (auto& data : carried) data->refine(values, l, made.GetNumFVarValues(static_cast<int>(data->channel)));
+    for (auto& data : carried)
+      data->refine(values, l, made.GetNumFVarValues(static_cast<int>(data->channel)));
     if (sources.empty()) continue;
     std::vector<int> next(at(made.GetNumFaces()));
-    for (int f = 0; f < made.GetNumFaces(); ++f) next[at(f)] = sources[at(made.GetFaceParentFace(f))];
+    for (int f = 0; f < made.GetNumFaces(); ++f)
+      next[at(f)] = sources[at(made.GetFaceParentFace(f))];
     sources.swap(next);
   }
   level.sources = std::move(sources);
@@ -433,7 +462,8 @@ bool refineWhole(int levels, Sdc::SchemeType scheme, const Sdc::Options& options
   for (int e = 0; e < last.GetNumEdges(); ++e) {
     if (last.IsEdgeBoundary(e) || !(last.GetEdgeSharpness(e) > 0)) continue;
     const Far::ConstIndexArray ends = last.GetEdgeVertices(e);
-    level.edges.push_back({std::min(ends[0], ends[1]), std::max(ends[0], ends[1]), last.GetEdgeSharpness(e)});
+    level.edges.push_back(
+        {std::min(ends[0], ends[1]), std::max(ends[0], ends[1]), last.GetEdgeSharpness(e)});
   }
   std::sort(level.edges.begin(), level.edges.end(), beforeByEnds);
   for (int p = 0; p < level.pointCount; ++p)
@@ -441,13 +471,14 @@ bool refineWhole(int levels, Sdc::SchemeType scheme, const Sdc::Options& options
   return true;
 }
 
-// ---- The last level, part by part ---------------------------------------------------------------------------------
+// ---- The last level, part by part
 //
-// OpenSubdiv's tables take several times the memory of the mesh itself, and three quarters of all is the last level. So
-// this one is made of parts: some faces with all that touch them, which is as far as one refinement looks.
+// OpenSubdiv's tables take several times the memory of the mesh itself, and three quarters of all
+// is the last level. So this one is made of parts: some faces with all that touch them, which is as
+// far as one refinement looks.
 
-// A number for each edge, by its points and so the same from every face that has it: that of a corner is the edge to
-// the next corner.
+// A number for each edge, by its points and so the same from every face that has it: that of a
+// corner is the edge to the next corner.
 int numberEdges(const Level& level, const PointCorners& around, std::vector<int>& edgeOfCorner) {
   // The other end of each corner's edge; kept where the numbers will be.
   std::vector<int> next(level.indices.size());
@@ -497,7 +528,8 @@ class Renumbering {
   // Numbers that ascend with the old ones, for a list without repetition.
   void set(std::vector<int>&& globals) {
     globalOf = std::move(globals);
-    for (std::size_t i = 0; i < globalOf.size(); ++i) localOf_[at(globalOf[i])] = static_cast<int>(i);
+    for (std::size_t i = 0; i < globalOf.size(); ++i)
+      localOf_[at(globalOf[i])] = static_cast<int>(i);
   }
   int operator[](int global) const { return localOf_[at(global)]; }
   void clear() {
@@ -515,8 +547,9 @@ struct Output {
   std::vector<int> kept;  // the place of each point where some were dropped
 };
 
-bool refineParts(Sdc::SchemeType scheme, const Sdc::Options& options, const Level& level, std::vector<PointData>& perPoint,
-                 std::vector<std::unique_ptr<Carried>>& carried, Output& output) {
+bool refineParts(Sdc::SchemeType scheme, const Sdc::Options& options, const Level& level,
+                 std::vector<PointData>& perPoint, std::vector<std::unique_ptr<Carried>>& carried,
+                 Output& output) {
   const bool triangles = scheme == Sdc::SCHEME_LOOP;
   const std::size_t faces = level.counts.size(), corners = level.indices.size();
   const PointCorners around(level);
@@ -525,7 +558,8 @@ bool refineParts(Sdc::SchemeType scheme, const Sdc::Options& options, const Leve
   std::vector<int> firstOf(faces), faceOfCorner(corners);
   for (std::size_t f = 0, first = 0; f < faces; first += at(level.counts[f]), ++f) {
     firstOf[f] = static_cast<int>(first);
-    for (std::size_t k = 0; k < at(level.counts[f]); ++k) faceOfCorner[first + k] = static_cast<int>(f);
+    for (std::size_t k = 0; k < at(level.counts[f]); ++k)
+      faceOfCorner[first + k] = static_cast<int>(f);
   }
 
   // New points: those of the old ones, then one an edge, then one a face.
@@ -557,7 +591,8 @@ bool refineParts(Sdc::SchemeType scheme, const Sdc::Options& options, const Leve
     partFaces.clear();
     for (std::size_t c = at(firstOf[begin]); c < (end == faces ? corners : at(firstOf[end])); ++c) {
       const std::size_t p = at(level.indices[c]);
-      for (int i = around.start[p]; i < around.start[p + 1]; ++i) partFaces.push_back(faceOfCorner[at(around.cornerAt[at(i)])]);
+      for (int i = around.start[p]; i < around.start[p + 1]; ++i)
+        partFaces.push_back(faceOfCorner[at(around.cornerAt[at(i)])]);
     }
     std::sort(partFaces.begin(), partFaces.end());
     partFaces.erase(std::unique(partFaces.begin(), partFaces.end()), partFaces.end());
@@ -580,7 +615,8 @@ bool refineParts(Sdc::SchemeType scheme, const Sdc::Options& options, const Leve
       for (std::size_t k = at(firstOf[at(f)]); k < at(firstOf[at(f)] + level.counts[at(f)]); ++k) {
         part.indices.push_back(points[level.indices[k]]);
         for (std::size_t c = 0; c < part.channels.size(); ++c)
-          part.channels[c].valueOfCorner.push_back(values[c].add(level.channels[c].valueOfCorner[k]));
+          part.channels[c].valueOfCorner.push_back(
+              values[c].add(level.channels[c].valueOfCorner[k]));
       }
     }
     for (std::size_t c = 0; c < part.channels.size(); ++c)
@@ -590,7 +626,8 @@ bool refineParts(Sdc::SchemeType scheme, const Sdc::Options& options, const Leve
         const int global = points.globalOf[at(p)];
         auto corner = std::lower_bound(level.points.begin(), level.points.end(), global,
                                        [](const SharpPoint& s, int g) { return s.point < g; });
-        for (; corner != level.points.end() && corner->point == global; ++corner) part.points.push_back({p, corner->sharpness});
+        for (; corner != level.points.end() && corner->point == global; ++corner)
+          part.points.push_back({p, corner->sharpness});
       }
     if (!level.edges.empty()) {
       // By the sides of its faces: both ends of an edge may lie in the part, and the edge not.
@@ -599,12 +636,14 @@ bool refineParts(Sdc::SchemeType scheme, const Sdc::Options& options, const Leve
           const int p = level.indices[at(firstOf[at(f)] + k)];
           const int q = level.indices[at(firstOf[at(f)] + (k + 1) % level.counts[at(f)])];
           const SharpEdge key{std::min(p, q), std::max(p, q), 0};
-          const auto edge = std::lower_bound(level.edges.begin(), level.edges.end(), key, beforeByEnds);
+          const auto edge =
+              std::lower_bound(level.edges.begin(), level.edges.end(), key, beforeByEnds);
           if (edge != level.edges.end() && sameEnds(*edge, key))
             part.edges.push_back({points[key.a], points[key.b], edge->sharpness});
         }
       std::sort(part.edges.begin(), part.edges.end(), beforeByEnds);
-      part.edges.erase(std::unique(part.edges.begin(), part.edges.end(), sameEnds), part.edges.end());
+      part.edges.erase(std::unique(part.edges.begin(), part.edges.end(), sameEnds),
+                       part.edges.end());
     }
 
     // One refinement.
@@ -615,29 +654,34 @@ bool refineParts(Sdc::SchemeType scheme, const Sdc::Options& options, const Leve
     const Far::PrimvarRefiner refine(*refiner);
     for (PointData& data : perPoint) {
       data.source.resize(points.globalOf.size());
-      for (std::size_t i = 0; i < data.source.size(); ++i) data.source[i] = data.values[at(points.globalOf[i])];
+      for (std::size_t i = 0; i < data.source.size(); ++i)
+        data.source[i] = data.values[at(points.globalOf[i])];
       data.part.resize(at(next.GetNumVertices()));
       data.interpolate(refine, 1, data.source, data.part);
     }
     for (auto& data : carried)
-      data->refinePart(refine, values[data->channel].globalOf, next.GetNumFVarValues(static_cast<int>(data->channel)));
+      data->refinePart(refine, values[data->channel].globalOf,
+                       next.GetNumFVarValues(static_cast<int>(data->channel)));
 
     // The new faces of the faces, not of those around them.
     newOf.assign(at(next.GetNumVertices()), -1);
-    const auto firstOwn = std::lower_bound(partFaces.begin(), partFaces.end(), static_cast<int>(begin));
+    const auto firstOwn =
+        std::lower_bound(partFaces.begin(), partFaces.end(), static_cast<int>(begin));
     for (auto own = firstOwn; own != partFaces.end() && at(*own) < end; ++own) {
       const int local = static_cast<int>(own - partFaces.begin());
       if (base.IsFaceHole(local)) {
         dropped = true;
         continue;
       }
-      const Far::ConstIndexArray baseCorners = base.GetFaceVertices(local), baseEdges = base.GetFaceEdges(local);
+      const Far::ConstIndexArray baseCorners = base.GetFaceVertices(local),
+                                 baseEdges = base.GetFaceEdges(local);
       for (int k = 0; k < baseCorners.size(); ++k) {
         newOf[at(base.GetVertexChildVertex(baseCorners[k]))] = points.globalOf[at(baseCorners[k])];
         newOf[at(base.GetEdgeChildVertex(baseEdges[k]))] =
             static_cast<int>(firstEdge) + edgeOfCorner[at(firstOf[at(*own)] + k)];
       }
-      if (!triangles) newOf[at(base.GetFaceChildVertex(local))] = static_cast<int>(firstFace) + *own;
+      if (!triangles)
+        newOf[at(base.GetFaceChildVertex(local))] = static_cast<int>(firstFace) + *own;
       const Far::ConstIndexArray children = base.GetFaceChildFaces(local);
       for (int i = 0; i < children.size(); ++i) {
         const Far::ConstIndexArray child = next.GetFaceVertices(children[i]);
@@ -648,7 +692,8 @@ bool refineParts(Sdc::SchemeType scheme, const Sdc::Options& options, const Leve
         }
         if (outSources) outSources[written / size] = level.sources[at(*own)];
         for (auto& data : carried) {
-          const Far::ConstIndexArray numbers = next.GetFaceFVarValues(children[i], static_cast<int>(data->channel));
+          const Far::ConstIndexArray numbers =
+              next.GetFaceFVarValues(children[i], static_cast<int>(data->channel));
           for (int k = 0; k < numbers.size(); ++k) data->write(written + at(k), numbers[k]);
         }
         written += size;
@@ -701,17 +746,20 @@ ArgSet::ArgSet(const MeshPrim& prim, double time) : ArgSet() {
   prim.getAttr(t.cornerSharpnesses).get(cornerSharpnesses, time);
 }
 
-bool subdivideUniform(const ArgSet& args, std::size_t faces, std::size_t faceVerts, std::size_t points, int fromLevel,
-                      int toLevel, const MeshTessellateContext& context) {
+bool subdivideUniform(const ArgSet& args, std::size_t faces, std::size_t faceVerts,
+                      std::size_t points, int fromLevel, int toLevel,
+                      const MeshTessellateContext& context) {
   if (!context.vertsPerFace || !context.faceVertPointIndices || !context.points) return false;
   if (context.vertsPerFace->size() < faces || context.faceVertPointIndices->size() < faceVerts ||
       context.points->size() < points)
     return false;
   const auto fits = [](const auto& arrays, std::size_t count) {
-    return std::all_of(arrays.begin(), arrays.end(), [count](const auto* a) { return a && a->size() >= count; });
+    return std::all_of(arrays.begin(), arrays.end(),
+                       [count](const auto* a) { return a && a->size() >= count; });
   };
-  if (!fits(context.floats, faceVerts) || !fits(context.vec2s, faceVerts) || !fits(context.vec3s, faceVerts) ||
-      !fits(context.pointVec3s, points) || !fits(context.linearPointVec3s, points))
+  if (!fits(context.floats, faceVerts) || !fits(context.vec2s, faceVerts) ||
+      !fits(context.vec3s, faceVerts) || !fits(context.pointVec3s, points) ||
+      !fits(context.linearPointVec3s, points))
     return false;
   if (toLevel <= fromLevel) return true;
   const std::int64_t levels = static_cast<std::int64_t>(toLevel) - fromLevel;
@@ -728,8 +776,8 @@ bool subdivideUniform(const ArgSet& args, std::size_t faces, std::size_t faceVer
   // Take what can be used.
   Input input;
   std::vector<int> faceOf, pointOf;
-  if (!takeFaces(std::as_const(*context.vertsPerFace), std::as_const(*context.faceVertPointIndices), faces, faceVerts, points,
-                 input, faceOf))
+  if (!takeFaces(std::as_const(*context.vertsPerFace), std::as_const(*context.faceVertPointIndices),
+                 faces, faceVerts, points, input, faceOf))
     return false;
   takePoints(context, points, input, pointOf);
   Level& level = input.level;
@@ -742,7 +790,8 @@ bool subdivideUniform(const ArgSet& args, std::size_t faces, std::size_t faceVer
   takeCornersAndHoles(args, pointOf, faceOf, level);
 
   // Refuse what would not fit before anything large is made.
-  std::size_t newCorners = scheme == Sdc::SCHEME_LOOP ? level.counts.size() * 3 : level.indices.size();
+  std::size_t newCorners =
+      scheme == Sdc::SCHEME_LOOP ? level.counts.size() * 3 : level.indices.size();
   for (std::int64_t l = 0; l < levels; ++l) {
     if (l >= kMaxLevels || newCorners > kMaxIndex / 4) return false;
     newCorners *= 4;
@@ -760,11 +809,12 @@ bool subdivideUniform(const ArgSet& args, std::size_t faces, std::size_t faceVer
   }
   input.corners = {};
 
-  // All levels but the last, then the last. Borders that make holes of the faces along them do so once: the holes are
-  // then known, and a second time would take the next row of faces.
+  // All levels but the last, then the last. Borders that make holes of the faces along them do so
+  // once: the holes are then known, and a second time would take the next row of faces.
   Sdc::Options options = optionsOf(args);
   if (levels > 1) {
-    if (!refineWhole(static_cast<int>(levels) - 1, scheme, options, level, input.perPoint, carried)) return false;
+    if (!refineWhole(static_cast<int>(levels) - 1, scheme, options, level, input.perPoint, carried))
+      return false;
     if (options.GetVtxBoundaryInterpolation() == Sdc::Options::VTX_BOUNDARY_NONE)
       options.SetVtxBoundaryInterpolation(Sdc::Options::VTX_BOUNDARY_EDGE_ONLY);
   }

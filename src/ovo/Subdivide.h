@@ -1,8 +1,8 @@
 /// \file
 /// Uniform refinement of subdivision surfaces.
 ///
-/// Layout of meshes: faces follow one another in the index array, the length of each is in the count array; data per
-/// face-vertex has one element for each index.
+/// Layout of meshes: faces follow one another in the index array, the length of each is in the
+/// count array; data per face-vertex has one element for each index.
 #pragma once
 
 #include <cstddef>
@@ -18,9 +18,9 @@ namespace ovo {
 
 class MeshPrim;
 
-/// How a mesh is to be refined; the words and lists are those of scene files. Entries that name nothing in the mesh (points,
-/// faces or edges that it does not have) and sharpnesses that are not above 0 count for nothing. A word that is not
-/// known counts as the default.
+/// How a mesh is to be refined; the words and lists are those of scene files. Entries that name
+/// nothing in the mesh (points, faces or edges that it does not have) and sharpnesses that are not
+/// above 0 count for nothing. A word that is not known counts as the default.
 struct OVO_API ArgSet {
   ArgSet();
   /// All that the mesh says at the time.
@@ -28,15 +28,17 @@ struct OVO_API ArgSet {
 
   Token scheme;                          ///< `catmullClark` (the default), `loop` or `bilinear`
   Token interpolateBoundary;             ///< `none`, `edgeOnly` or `edgeAndCorner` (the default)
-  Token faceVaryingLinearInterpolation;  ///< `none`, `cornersOnly`, `cornersPlus1` (the default), `cornersPlus2`,
-                                         ///< `boundaries` or `all`
+  Token faceVaryingLinearInterpolation;  ///< `none`, `cornersOnly`, `cornersPlus1` (the default),
+                                         ///< `cornersPlus2`, `boundaries` or `all`
   Token triangleSubdivisionRule;         ///< `catmullClark` (the default) or `smooth`
-  Array<int> holeIndices;                ///< faces that are refined, and shape their neighbours, but do not come out
-  Array<int> creaseIndices;              ///< points along creases, one crease after another
-  Array<int> creaseLengths;              ///< points of each crease
-  Array<float> creaseSharpnesses;        ///< one for each crease, or one for each of their edges; 10 is infinite
-  Array<int> cornerIndices;              ///< sharp points
-  Array<float> cornerSharpnesses;        ///< one for each of them
+  Array<int>
+      holeIndices;  ///< faces that are refined, and shape their neighbours, but do not come out
+  Array<int> creaseIndices;  ///< points along creases, one crease after another
+  Array<int> creaseLengths;  ///< points of each crease
+  Array<float>
+      creaseSharpnesses;  ///< one for each crease, or one for each of their edges; 10 is infinite
+  Array<int> cornerIndices;        ///< sharp points
+  Array<float> cornerSharpnesses;  ///< one for each of them
 };
 
 /// What is refined in place. Pointers are not owned; none of the first three is null.
@@ -44,37 +46,41 @@ struct MeshTessellateContext {
   Array<int>* vertsPerFace = nullptr;
   Array<int>* faceVertPointIndices = nullptr;
   Array<tarn::Vec3<float>>* points = nullptr;
-  /// Data per face-vertex to carry along, each refined as a surface of its own: corners of one point with equal values are
-  /// joined there, different values make a seam. None null, each as long as there are face-vertices.
+  /// Data per face-vertex to carry along, each refined as a surface of its own: corners of one
+  /// point with equal values are joined there, different values make a seam. None null, each as
+  /// long as there are face-vertices.
   std::vector<Array<float>*> floats;
   std::vector<Array<tarn::Vec2<float>>*> vec2s;
   std::vector<Array<tarn::Vec3<float>>*> vec3s;
-  /// Data per point to carry along: refined as the points are (`vertex`), or linearly within faces (`varying`). None null, each as
-  /// long as there are points.
+  /// Data per point to carry along: refined as the points are (`vertex`), or linearly within faces
+  /// (`varying`). None null, each as long as there are points.
   std::vector<Array<tarn::Vec3<float>>*> pointVec3s, linearPointVec3s;
-  /// Set to the face that each refined face comes from, and to the place among the refined points of each of the given ones,
-  /// -1 for those that do not come out. Null where nobody asks.
+  /// Set to the face that each refined face comes from, and to the place among the refined points
+  /// of each of the given ones, -1 for those that do not come out. Null where nobody asks.
   Array<int>*sourceFaces = nullptr, *placesOfPoints = nullptr;
 };
 
 /// Refines a mesh `toLevel - fromLevel` times.
 ///
-/// Points come out where that many refinements put them (not on the limit surface): those of the mesh first and in their order,
-/// then by level those on edges and those in faces. Refined faces keep the order of the faces they come from and their
-/// winding; every n-sided face becomes n quadrilaterals, then four of each (loop: each triangle four triangles).
-/// Points that no refined face uses do not come out. Faces that cannot be used (fewer than three different
-/// vertices, indices that name no point, past the end of the indices) count for nothing and do not come out; points repeated
-/// one after another in a face count once.
+/// Points come out where that many refinements put them (not on the limit surface): those of the
+/// mesh first and in their order, then by level those on edges and those in faces. Refined faces
+/// keep the order of the faces they come from and their winding; every n-sided face becomes n
+/// quadrilaterals, then four of each (loop: each triangle four triangles). Points that no refined
+/// face uses do not come out. Faces that cannot be used (fewer than three different vertices,
+/// indices that name no point, past the end of the indices) count for nothing and do not come out;
+/// points repeated one after another in a face count once.
 ///
-/// Single precision, in a fixed order: the same input gives the same bits. Needs, at its height, less than three times the memory
-/// of the result.
+/// Single precision, in a fixed order: the same input gives the same bits. Needs, at its height,
+/// less than three times the memory of the result.
 ///
 /// \param faces, faceVerts, points how many of the context's elements make up the mesh
 /// \param fromLevel the level that the mesh is at; nothing happens when `toLevel` is not above it
-/// \return false, with nothing changed, when the scheme is none of the three, a face is no triangle under loop, no face can be
-///         used, the arrays are shorter than said, a face or point has more than 65,535 neighbours, or the result
-///         had more than 2^31 - 1 face-vertices or points
-OVO_API bool subdivideUniform(const ArgSet& args, std::size_t faces, std::size_t faceVerts, std::size_t points, int fromLevel,
-                              int toLevel, const MeshTessellateContext& context);
+/// \return false, with nothing changed, when the scheme is none of the three, a face is no triangle
+///         under loop, no face can be used, the arrays are shorter than said, a face or point has
+///         more than 65,535 neighbours, or the result had more than 2^31 - 1 face-vertices or
+///         points
+OVO_API bool subdivideUniform(const ArgSet& args, std::size_t faces, std::size_t faceVerts,
+                              std::size_t points, int fromLevel, int toLevel,
+                              const MeshTessellateContext& context);
 
 }  // namespace ovo

@@ -41,9 +41,12 @@ struct Mesh {
     if (!scalars.empty()) context.floats.push_back(&scalars);
     if (!uvs.empty()) context.vec2s.push_back(&uvs);
     if (!vectors.empty()) context.vec3s.push_back(&vectors);
-    return ovo::subdivideUniform(args, counts.size(), indices.size(), points.size(), from, from + levels, context);
+    return ovo::subdivideUniform(args, counts.size(), indices.size(), points.size(), from,
+                                 from + levels, context);
   }
-  const Vec3<float>& corner(std::size_t c) const { return points[static_cast<std::size_t>(indices[c])]; }
+  const Vec3<float>& corner(std::size_t c) const {
+    return points[static_cast<std::size_t>(indices[c])];
+  }
 };
 
 ovo::ArgSet scheme(const char* name) {
@@ -64,15 +67,15 @@ struct P {
   void AddWithWeight(const P& p, double w) { v += p.v * w; }
 };
 
-// The whole mesh through OpenSubdiv at once and in double: the corners of the refined faces in order, and at the base
-// points their places on the limit surface.
+// The whole mesh through OpenSubdiv at once and in double: the corners of the refined faces in
+// order, and at the base points their places on the limit surface.
 struct Oracle {
   std::vector<Vec3<double>> corners, limits;
   int points = 0, faces = 0;
 };
 Oracle oracle(const SampleMesh& m, Sdc::SchemeType type, int levels, const Sdc::Options& options,
-              const std::vector<int>& pairs = {}, const std::vector<float>& weights = {}, const std::vector<int>& sharp = {},
-              const std::vector<float>& sharpness = {}) {
+              const std::vector<int>& pairs = {}, const std::vector<float>& weights = {},
+              const std::vector<int>& sharp = {}, const std::vector<float>& sharpness = {}) {
   Far::TopologyDescriptor d;
   d.numVertices = static_cast<int>(m.points.size());
   d.numFaces = static_cast<int>(m.counts.size());
@@ -85,7 +88,8 @@ Oracle oracle(const SampleMesh& m, Sdc::SchemeType type, int levels, const Sdc::
   d.cornerVertexIndices = sharp.data();
   d.cornerWeights = sharpness.data();
   using Factory = Far::TopologyRefinerFactory<Far::TopologyDescriptor>;
-  const std::unique_ptr<Far::TopologyRefiner> refiner(Factory::Create(d, Factory::Options(type, options)));
+  const std::unique_ptr<Far::TopologyRefiner> refiner(
+      Factory::Create(d, Factory::Options(type, options)));
   Far::TopologyRefiner::UniformOptions uniform(levels);
   uniform.fullTopologyInLastLevel = true;
   refiner->RefineUniform(uniform);
@@ -102,7 +106,8 @@ Oracle oracle(const SampleMesh& m, Sdc::SchemeType type, int levels, const Sdc::
   out.points = last.GetNumVertices();
   out.faces = last.GetNumFaces();
   for (int f = 0; f < last.GetNumFaces(); ++f)
-    for (const int p : last.GetFaceVertices(f)) out.corners.push_back(at[static_cast<std::size_t>(p)].v);
+    for (const int p : last.GetFaceVertices(f))
+      out.corners.push_back(at[static_cast<std::size_t>(p)].v);
   next.assign(at.size(), P());
   values.Limit(at, next);
   for (std::size_t p = 0; p < m.points.size(); ++p) out.limits.push_back(next[p].v);
@@ -117,13 +122,14 @@ void expectCorners(const Mesh& mesh, const Oracle& o, double tolerance = 2e-6) {
   ASSERT_EQ(mesh.counts.size(), static_cast<std::size_t>(o.faces));
   ASSERT_EQ(mesh.indices.size(), o.corners.size());
   EXPECT_EQ(mesh.points.size(), static_cast<std::size_t>(o.points));
-  for (std::size_t c = 0; c < o.corners.size(); ++c) expectNear(mesh.corner(c), o.corners[c], tolerance);
+  for (std::size_t c = 0; c < o.corners.size(); ++c)
+    expectNear(mesh.corner(c), o.corners[c], tolerance);
 }
 
 bool plain(const SampleMesh& m) {
   // OpenSubdiv gives two faces that run the same way along an edge a point each on it.
-  return !m.broken && m.name != "the same face twice" && m.name != "a point twice in a face" && m.name != "unused points" &&
-         m.name != "grid far away";
+  return !m.broken && m.name != "the same face twice" && m.name != "a point twice in a face" &&
+         m.name != "unused points" && m.name != "grid far away";
 }
 bool isTriangles(const SampleMesh& m) {
   for (const int n : m.counts)
@@ -171,8 +177,8 @@ TEST(SubdivideUniform, PointsApproachOpenSubdivsLimitSurface) {
     SCOPED_TRACE(std::string(c.mesh) + " " + c.scheme + (c.sharp ? ", sharp" : ""));
     const SampleMesh& m = named(c.mesh);
     // OpenSubdiv has limits where nothing is sharp any more but for ever: after the second level.
-    const Oracle o =
-        c.sharp ? oracle(m, c.type, 3, options, pairs, weights, corners, sharpness) : oracle(m, c.type, 1, options);
+    const Oracle o = c.sharp ? oracle(m, c.type, 3, options, pairs, weights, corners, sharpness)
+                             : oracle(m, c.type, 1, options);
     ovo::ArgSet args = scheme(c.scheme);
     if (c.sharp) {
       args.creaseIndices = {0, 1, 2, 3, 0, 4, 5};
@@ -206,7 +212,8 @@ TEST(SubdivideUniform, CountsFollowTheClosedFormulas) {
   for (const auto& m : sampleMeshes()) {
     if (!m.closed) continue;
     SCOPED_TRACE(m.name);
-    const std::size_t corners = m.indices.size(), faces = m.counts.size(), edges = corners / 2, points = m.points.size();
+    const std::size_t corners = m.indices.size(), faces = m.counts.size(), edges = corners / 2,
+                      points = m.points.size();
     std::size_t f = corners, e = 2 * edges + corners, p = points + edges + faces;
     for (int levels = 1; levels <= 4; ++levels) {
       Mesh mesh(m);
@@ -246,8 +253,9 @@ TEST(SubdivideUniform, CreasesAndCornersAgreeWithOpenSubdiv) {
   for (int levels = 1; levels <= 5; ++levels) {
     Mesh mesh(m);
     ASSERT_TRUE(mesh.refine(args, levels));
-    expectCorners(mesh, oracle(m, Sdc::SCHEME_CATMARK, levels, options, {0, 1, 1, 2, 2, 3, 3, 0, 4, 5},
-                               {2.5f, 2.5f, 2.5f, 2.5f, 10}, {6, 7}, {1.3f, 10}));
+    expectCorners(mesh,
+                  oracle(m, Sdc::SCHEME_CATMARK, levels, options, {0, 1, 1, 2, 2, 3, 3, 0, 4, 5},
+                         {2.5f, 2.5f, 2.5f, 2.5f, 10}, {6, 7}, {1.3f, 10}));
   }
 }
 
@@ -327,7 +335,8 @@ TEST(SubdivideUniform, HolesShapeTheirNeighboursAndDoNotComeOut) {
 }
 
 TEST(SubdivideUniform, DataIsCarriedByTheFaceVaryingRule) {
-  // The corner numbers of a quad's own square: bilinear under every rule but none, since all four are corners of a single face.
+  // The corner numbers of a quad's own square: bilinear under every rule but none, since all four
+  // are corners of a single face.
   Mesh mesh(named("quad"));
   mesh.uvs = {{0, 0}, {1, 0}, {1, 1}, {0, 1}};
   mesh.scalars = {0, 2, 4, 2};
@@ -340,17 +349,20 @@ TEST(SubdivideUniform, DataIsCarriedByTheFaceVaryingRule) {
     EXPECT_NEAR(mesh.vectors[c].z, 5, 1e-5f);
     EXPECT_NEAR(mesh.vectors[c].x, mesh.uvs[c].x, 1e-6f);
   }
-  // Over a grid whose uvs are its own plane the smooth rules carry what the points do, `all` what a flat one would.
+  // Over a grid whose uvs are its own plane the smooth rules carry what the points do, `all` what a
+  // flat one would.
   SampleMesh flat = vela_test::sampleGrid(4, 4);
   for (auto& p : flat.points) p.z = 0;
   flat.points[12] = {2.7f, 2.4f, 0};
   const auto withUVs = [&] {
     Mesh m(flat);
     for (const int i : flat.indices)
-      m.uvs.push_back({flat.points[static_cast<std::size_t>(i)].x, flat.points[static_cast<std::size_t>(i)].y});
+      m.uvs.push_back(
+          {flat.points[static_cast<std::size_t>(i)].x, flat.points[static_cast<std::size_t>(i)].y});
     return m;
   };
-  for (const char* rule : {"none", "cornersOnly", "cornersPlus1", "cornersPlus2", "boundaries", "all"}) {
+  for (const char* rule :
+       {"none", "cornersOnly", "cornersPlus1", "cornersPlus2", "boundaries", "all"}) {
     SCOPED_TRACE(rule);
     ovo::ArgSet args = scheme("catmullClark");
     args.faceVaryingLinearInterpolation = rule;
@@ -376,7 +388,8 @@ TEST(SubdivideUniform, SeamsStayWhereValuesDiffer) {
   Mesh mesh(sampleMeshes().front());
   for (std::size_t f = 0; f < 6; ++f)
     for (int k = 0; k < 4; ++k)
-      mesh.uvs.push_back({static_cast<float>(f) + (k == 1 || k == 2 ? 0.9f : 0.0f), k > 1 ? 0.9f : 0.0f});
+      mesh.uvs.push_back(
+          {static_cast<float>(f) + (k == 1 || k == 2 ? 0.9f : 0.0f), k > 1 ? 0.9f : 0.0f});
   mesh.scalars = mesh.uvs.empty() ? ovo::Array<float>() : ovo::Array<float>(24, 7.0f);
   ASSERT_TRUE(mesh.refine(scheme("catmullClark"), 3));
   for (std::size_t f = 0; f < mesh.counts.size(); ++f)
@@ -393,7 +406,8 @@ TEST(SubdivideUniform, FacesThatCannotBeUsedDoNotComeOut) {
     std::size_t corners = 0;
     for (std::size_t f = 0; f < m.counts.size(); ++f)
       if (m.usable(f)) corners += static_cast<std::size_t>(m.counts[f]);
-    if (m.name == "a point twice in a face") corners = 3;  // its quad is a triangle, its triangle nothing
+    if (m.name == "a point twice in a face")
+      corners = 3;  // its quad is a triangle, its triangle nothing
     for (const char* name : {"catmullClark", "loop", "bilinear"}) {
       Mesh mesh(m);
       mesh.scalars.resize(m.indices.size());
@@ -450,7 +464,8 @@ TEST(SubdivideUniform, LevelsCountFromTheLevelTheMeshIsAt) {
 }
 
 TEST(SubdivideUniform, DataPerPointIsRefinedAsThePointsOrLinearly) {
-  // Beside the points themselves: what is refined as they are stays what they are, what is linear is what a bilinear mesh has.
+  // Beside the points themselves: what is refined as they are stays what they are, what is linear
+  // is what a bilinear mesh has.
   for (const auto& m : sampleMeshes()) {
     if (!plain(m)) continue;
     SCOPED_TRACE(m.name);
@@ -462,17 +477,19 @@ TEST(SubdivideUniform, DataPerPointIsRefinedAsThePointsOrLinearly) {
     context.points = &smooth.points;
     context.pointVec3s.push_back(&asPoints);
     context.linearPointVec3s.push_back(&linear);
-    ASSERT_TRUE(
-        ovo::subdivideUniform(scheme("catmullClark"), m.counts.size(), m.indices.size(), m.points.size(), 0, 3, context));
+    ASSERT_TRUE(ovo::subdivideUniform(scheme("catmullClark"), m.counts.size(), m.indices.size(),
+                                      m.points.size(), 0, 3, context));
     ASSERT_TRUE(flat.refine(scheme("bilinear"), 3));
     EXPECT_EQ(asPoints, smooth.points);
     ASSERT_EQ(linear.size(), flat.points.size());
-    for (std::size_t p = 0; p < linear.size(); ++p) expectNear(linear[p], Vec3<double>(flat.points[p]), 2e-6);
+    for (std::size_t p = 0; p < linear.size(); ++p)
+      expectNear(linear[p], Vec3<double>(flat.points[p]), 2e-6);
   }
 }
 
 TEST(SubdivideUniform, RefinedFacesAndPointsAreTracedBackToWhatTheyComeFrom) {
-  // A row of a triangle, a face that cannot be used, a hole, a quad and a pentagon. Point 0 is unused, 1 and 2 are the hole's alone.
+  // A row of a triangle, a face that cannot be used, a hole, a quad and a pentagon. Point 0 is
+  // unused, 1 and 2 are the hole's alone.
   Mesh mesh;
   mesh.points = {{9, 9, 9}, {2, 1, 0}, {2, 2, 0}, {0, 0, 0}, {1, 0, 0}, {1, 1, 0},
                  {3, 0, 0}, {3, 1, 0}, {4, 0, 0}, {5, 1, 0}, {4, 2, 0}};
@@ -498,7 +515,8 @@ TEST(SubdivideUniform, RefinedFacesAndPointsAreTracedBackToWhatTheyComeFrom) {
     EXPECT_EQ(sources, wanted);
     EXPECT_EQ(sources.size(), refined.counts.size());
 
-    // Every point that comes out lies where the child of that corner lies: the first refined face of a corner has it.
+    // Every point that comes out lies where the child of that corner lies: the first refined face
+    // of a corner has it.
     ASSERT_EQ(places.size(), 11u);
     int next = 0;
     for (std::size_t p = 0; p < 11; ++p) {
@@ -570,10 +588,12 @@ TEST(SubdivideUniform, AMillionQuadsTakeLessThanThreeTimesTheirMemory) {
     ASSERT_TRUE(mesh.refine(scheme("catmullClark"), 5));
     const std::size_t most = status("VmHWM:");
     ASSERT_EQ(mesh.counts.size(), 1048576u);
-    const std::size_t bytes = mesh.counts.size() * 4 + mesh.indices.size() * 4 + mesh.points.size() * 12 + mesh.uvs.size() * 8;
+    const std::size_t bytes = mesh.counts.size() * 4 + mesh.indices.size() * 4 +
+                              mesh.points.size() * 12 + mesh.uvs.size() * 8;
     if (kMemoryIsOurs && before != 0) {
       EXPECT_LT(most - before, 3 * bytes / 1024) << bytes / 1024 << " KiB of result";
-      RecordProperty(withUVs ? "percent_with_uvs" : "percent", static_cast<int>((most - before) * 1024 * 100 / bytes));
+      RecordProperty(withUVs ? "percent_with_uvs" : "percent",
+                     static_cast<int>((most - before) * 1024 * 100 / bytes));
     }
   }
 }

@@ -22,7 +22,8 @@ std::size_t digest(const Stage& stage, double time) {
   ovo::XformCache cache(time);
   const auto add = [&sum](double value) { sum = sum * 31 + std::hash<double>()(value); };
   for (const Prim& prim : all) {
-    sum = sum * 31 + prim.getPath().hash() + prim.getTypeName().hash() + prim.purpose().hash() + prim.isVisible(time);
+    sum = sum * 31 + prim.getPath().hash() + prim.getTypeName().hash() + prim.purpose().hash() +
+          prim.isVisible(time);
     const tarn::Mat4<double> matrix = cache.getLocalToWorld(prim);
     for (std::size_t i = 0; i < 16; ++i) add(matrix[i]);
     prim.getChildren(children, false, true, true);
@@ -36,7 +37,8 @@ std::size_t digest(const Stage& stage, double time) {
       if (attribute.get(number, time)) add(number);
       sum = sum * 31 + attribute.timeSamples().size() + attribute.typeName().hash();
     }
-    for (const ovo::Token& name : prim.getPrimvarNames()) sum = sum * 31 + prim.findInheritedPrimvar(name).elementCount(time);
+    for (const ovo::Token& name : prim.getPrimvarNames())
+      sum = sum * 31 + prim.findInheritedPrimvar(name).elementCount(time);
     add(ovo::CameraPrim(prim).getParameters(time).focalLength);
   }
   return sum;
@@ -72,15 +74,17 @@ def Camera "C" { float focalLength.timeSamples = {1: 10, 5: 50} }
 
 TEST(Threads, ReadOneFileAtOnce) {
   requireSharedData("usd/SubdivisionSurfaces/Creases_SpinningPyramids.usda");
-  readFromManyThreads(Stage::open(vela_test::sharedDataPath("usd/SubdivisionSurfaces/Creases_SpinningPyramids.usda")));
+  readFromManyThreads(Stage::open(
+      vela_test::sharedDataPath("usd/SubdivisionSurfaces/Creases_SpinningPyramids.usda")));
 }
 
 TEST(Threads, OpenStagesOfTheSameFileAtOnceAndEditTheirOwn) {
   ovo_test::TemporaryFolder folder;
   folder.writeScene("part.usda", "#usda 1.0\ndef Xform \"P\" { int n = 1\n def Mesh \"M\" {} }\n");
-  const std::string file = folder.writeScene("root.usda",
-                                             "#usda 1.0\ndef \"A\" (references = @./part.usda@</P>) {}\n"
-                                             "def \"B\" (references = @./missing.usda@) {}\n");
+  const std::string file =
+      folder.writeScene("root.usda",
+                        "#usda 1.0\ndef \"A\" (references = @./part.usda@</P>) {}\n"
+                        "def \"B\" (references = @./missing.usda@) {}\n");
   std::vector<int> results(4, -1);
   std::vector<std::thread> threads;
   for (std::size_t t = 0; t < results.size(); ++t)
@@ -95,7 +99,8 @@ TEST(Threads, OpenStagesOfTheSameFileAtOnceAndEditTheirOwn) {
       }
     });
   for (std::thread& thread : threads) thread.join();
-  for (std::size_t t = 0; t < results.size(); ++t) EXPECT_EQ(results[t], static_cast<int>(t) * 100 + 9);
+  for (std::size_t t = 0; t < results.size(); ++t)
+    EXPECT_EQ(results[t], static_cast<int>(t) * 100 + 9);
 }
 
 }  // namespace

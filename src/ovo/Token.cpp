@@ -50,7 +50,9 @@ Token::Token(std::string_view text) : text_(detail::makeSharedText(text)) {}
 const std::string& Token::asString() const noexcept { return detail::textOf(text_); }
 std::size_t Token::hash() const noexcept { return detail::hashOf(text_); }
 
-bool operator==(const Token& a, const Token& b) noexcept { return detail::sameText(a.text_, b.text_); }
+bool operator==(const Token& a, const Token& b) noexcept {
+  return detail::sameText(a.text_, b.text_);
+}
 bool operator<(const Token& a, const Token& b) noexcept { return a.asString() < b.asString(); }
 
 std::ostream& operator<<(std::ostream& out, const Token& token) { return out << token.asString(); }

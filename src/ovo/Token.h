@@ -1,10 +1,10 @@
 /// \file
-/// An immutable word: the name of a prim, an attribute or a type, or a word of the scene vocabulary.
+/// An immutable word: the name of a prim, an attribute or a type, or a word of the scene
+/// vocabulary.
 ///
-/// Threads: a Token is a value. Different Tokens, copies included, may be used from different threads at once.
+/// Threads: a Token is a value. Different Tokens, copies included, may be used from different
+/// threads at once.
 #pragma once
-
-#include "ovo/Api.h"
 
 #include <cstddef>
 #include <functional>
@@ -13,11 +13,14 @@
 #include <string>
 #include <string_view>
 
+#include "ovo/Api.h"
+
 namespace ovo {
 
 namespace detail {
 
-/// Text with its hash, shared by all copies and never changed after it was made. Null stands for the empty text.
+/// Text with its hash, shared by all copies and never changed after it was made. Null stands for
+/// the empty text.
 struct SharedText;
 using SharedTextPtr = std::shared_ptr<const SharedText>;
 

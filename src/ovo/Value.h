@@ -1,10 +1,11 @@
 /// \file
-/// The type codes of single values. The numbers are exchanged with callers as plain ints and never change.
+/// The type codes of single values. The numbers are exchanged with callers as plain ints and never
+/// change.
 #pragma once
 
-#include "ovo/Api.h"
-
 #include <string>
+
+#include "ovo/Api.h"
 
 namespace ovo {
 

@@ -21,7 +21,9 @@ constexpr double kRadians = 0.017453292519943295;
 const std::string kOp = "xformOp:";
 const std::string kInvert = "!invert!";
 
-bool startsWith(const std::string& text, const std::string& head) { return text.compare(0, head.size(), head) == 0; }
+bool startsWith(const std::string& text, const std::string& head) {
+  return text.compare(0, head.size(), head) == 0;
+}
 
 template <class T>
 bool read(const Attribute& attribute, T& value, double time, bool authored) {
@@ -45,14 +47,18 @@ Matrix rotation(const Vector& axis, double degrees) {
   return m;
 }
 
-Vector axisOf(char letter) { return letter == 'X' ? Vector(1, 0, 0) : letter == 'Y' ? Vector(0, 1, 0) : Vector(0, 0, 1); }
+Vector axisOf(char letter) {
+  return letter == 'X' ? Vector(1, 0, 0) : letter == 'Y' ? Vector(0, 1, 0) : Vector(0, 0, 1);
+}
 std::size_t indexOf(char letter) { return static_cast<std::size_t>(letter - 'X'); }
 bool isAxis(char letter) { return letter >= 'X' && letter <= 'Z'; }
 
 // The matrix of one operation; false when it has no value at the time or its type is not known.
-bool operation(const Prim& prim, const std::string& name, double time, bool authored, Matrix& matrix) {
+bool operation(const Prim& prim, const std::string& name, double time, bool authored,
+               Matrix& matrix) {
   const std::size_t colon = name.find(':', kOp.size());
-  const std::string type = name.substr(kOp.size(), colon == std::string::npos ? colon : colon - kOp.size());
+  const std::string type =
+      name.substr(kOp.size(), colon == std::string::npos ? colon : colon - kOp.size());
   const Attribute attribute = prim.getAttr(Token(name));
   matrix = Matrix();
   if (type == "transform") return read(attribute, matrix, time, authored);
@@ -79,14 +85,18 @@ bool operation(const Prim& prim, const std::string& name, double time, bool auth
     matrix = rotation(axisOf(type[6]), degrees);
     return true;
   }
-  if (startsWith(type, "rotate") && type.size() == 9 && isAxis(type[6]) && isAxis(type[7]) && isAxis(type[8])) {
-    // The angles are always stored as x, y, z; the letters give the order in which a point is turned.
+  if (startsWith(type, "rotate") && type.size() == 9 && isAxis(type[6]) && isAxis(type[7]) &&
+      isAxis(type[8])) {
+    // The angles are always stored as x, y, z; the letters give the order in which a point is
+    // turned.
     Vector degrees;
     if (!read(attribute, degrees, time, authored)) return false;
-    for (std::size_t i = 9; i-- > 6;) matrix *= rotation(axisOf(type[i]), degrees[indexOf(type[i])]);
+    for (std::size_t i = 9; i-- > 6;)
+      matrix *= rotation(axisOf(type[i]), degrees[indexOf(type[i])]);
     return true;
   }
-  if (type.size() > 1 && isAxis(type.back()) && (startsWith(type, "translate") || startsWith(type, "scale")) &&
+  if (type.size() > 1 && isAxis(type.back()) &&
+      (startsWith(type, "translate") || startsWith(type, "scale")) &&
       type.size() == (type[0] == 't' ? 10u : 6u)) {
     double amount = 0.0;
     if (!read(attribute, amount, time, authored)) return false;
@@ -120,8 +130,10 @@ Matrix localXform(const Prim& prim, double time, bool authored, bool& resets) {
   for (std::size_t i = 0; i < order.size(); ++i) {
     const bool inverted = startsWith(order[i], kInvert);
     const std::string name = inverted ? order[i].substr(kInvert.size()) : order[i];
-    // Two neighbours that undo each other are passed over, which is exact also where there is no inverse.
-    if (i + 1 < order.size() && (inverted ? order[i + 1] == name : order[i + 1] == kInvert + name)) {
+    // Two neighbours that undo each other are passed over, which is exact also where there is no
+    // inverse.
+    if (i + 1 < order.size() &&
+        (inverted ? order[i + 1] == name : order[i + 1] == kInvert + name)) {
       ++i;
       continue;
     }
@@ -165,7 +177,9 @@ bool XformablePrim::mightBeTimeVarying() const {
   if (!isValid()) return false;
   bool resets = false;
   for (const std::string& name : operationOrder(*this, resets))
-    if (getAttr(Token(startsWith(name, kInvert) ? name.substr(kInvert.size()) : name)).mightBeTimeVarying()) return true;
+    if (getAttr(Token(startsWith(name, kInvert) ? name.substr(kInvert.size()) : name))
+            .mightBeTimeVarying())
+      return true;
   return false;
 }
 
@@ -173,7 +187,8 @@ struct XformCache::Entries {
   std::unordered_map<Prim, Matrix> localToWorld;
 };
 
-XformCache::XformCache(double time, Reading reading) : entries_(std::make_unique<Entries>()), time_(time), reading_(reading) {}
+XformCache::XformCache(double time, Reading reading)
+    : entries_(std::make_unique<Entries>()), time_(time), reading_(reading) {}
 XformCache::XformCache(XformCache&&) noexcept = default;
 XformCache& XformCache::operator=(XformCache&&) noexcept = default;
 XformCache::~XformCache() = default;

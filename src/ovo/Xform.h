@@ -1,8 +1,8 @@
 /// \file
 /// Where prims stand.
 ///
-/// Matrices act on column vectors (see tarn/Mat4.h): local-to-world is `parentToWorld * local`. Angles in files are
-/// degrees, right-handed.
+/// Matrices act on column vectors (see tarn/Mat4.h): local-to-world is `parentToWorld * local`.
+/// Angles in files are degrees, right-handed.
 #pragma once
 
 #include <memory>
@@ -15,8 +15,9 @@
 
 namespace ovo {
 
-/// A prim of a type that has a transform: Xform, the geometry types, cameras, lights, instancers, volumes, skeletons. Scopes,
-/// materials and prims without a type have none: what is below them stands where they stand.
+/// A prim of a type that has a transform: Xform, the geometry types, cameras, lights, instancers,
+/// volumes, skeletons. Scopes, materials and prims without a type have none: what is below them
+/// stands where they stand.
 ///
 /// Threads: as Prim.
 class OVO_API XformablePrim : public Prim {
@@ -28,10 +29,11 @@ class OVO_API XformablePrim : public Prim {
   [[nodiscard]] bool isValid() const noexcept;
   [[nodiscard]] explicit operator bool() const { return isValid(); }
 
-  /// The product of the prim's operations in their order; the identity without any, and when not valid.
-  /// At the default time an operation that only has time samples counts with its first.
+  /// The product of the prim's operations in their order; the identity without any, and when not
+  /// valid. At the default time an operation that only has time samples counts with its first.
   [[nodiscard]] tarn::Mat4<double> getLocalXform(double time = tarn::defaultTimeValue()) const;
-  /// Replaces the prim's operations by one matrix. At a numeric time it becomes a sample of that matrix.
+  /// Replaces the prim's operations by one matrix. At a numeric time it becomes a sample of that
+  /// matrix.
   bool setLocalXform(const tarn::Mat4<double>& local, double time = tarn::defaultTimeValue()) const;
 
   /// True when the prim stands in world space, whatever is above it.
@@ -47,7 +49,8 @@ class OVO_API XformCache {
  public:
   enum Reading {
     firstSample,  ///< the default time takes the first time sample where there is no default value
-    authored,     ///< as OpenUSD: at the default time, operations with nothing but samples are the identity
+    authored,     ///< as OpenUSD: at the default time, operations with nothing but samples are the
+                  ///< identity
   };
 
   explicit XformCache(double time = tarn::defaultTimeValue(), Reading reading = firstSample);
@@ -57,8 +60,8 @@ class OVO_API XformCache {
 
   [[nodiscard]] double time() const noexcept { return time_; }
 
-  /// The prim's matrix to world space; for a prim without a transform that of the prim above it; the identity for the
-  /// stage's root and for what is not valid.
+  /// The prim's matrix to world space; for a prim without a transform that of the prim above it;
+  /// the identity for the stage's root and for what is not valid.
   [[nodiscard]] tarn::Mat4<double> getLocalToWorld(const Prim& prim);
 
  private:

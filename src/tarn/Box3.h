@@ -1,8 +1,9 @@
 /// \file
 /// Axis-aligned boxes.
 ///
-/// Holds for the whole file: a box is closed (its faces belong to it) and empty when its minimum passes its maximum on any
-/// axis. An empty box stays empty whatever is done to it but being extended.
+/// Holds for the whole file: a box is closed (its faces belong to it) and empty when its minimum
+/// passes its maximum on any axis. An empty box stays empty whatever is done to it but being
+/// extended.
 #pragma once
 
 #include <cstddef>
@@ -18,7 +19,8 @@ namespace tarn {
 
 template <class T>
 struct Box3 {
-  /// Empty by default: the largest finite minimum and the lowest finite maximum, so that extending needs no special case.
+  /// Empty by default: the largest finite minimum and the lowest finite maximum, so that extending
+  /// needs no special case.
   Vec3<T> min{std::numeric_limits<T>::max()};
   Vec3<T> max{std::numeric_limits<T>::lowest()};
 
@@ -32,10 +34,14 @@ struct Box3 {
     max = Vec3<T>(other.max);
   }
 
-  friend constexpr bool operator==(const Box3& a, const Box3& b) { return a.min == b.min && a.max == b.max; }
+  friend constexpr bool operator==(const Box3& a, const Box3& b) {
+    return a.min == b.min && a.max == b.max;
+  }
   friend constexpr bool operator!=(const Box3& a, const Box3& b) { return !(a == b); }
 
-  [[nodiscard]] constexpr bool isEmpty() const { return min.x > max.x || min.y > max.y || min.z > max.z; }
+  [[nodiscard]] constexpr bool isEmpty() const {
+    return min.x > max.x || min.y > max.y || min.z > max.z;
+  }
 
   /// NaN components are passed over.
   constexpr void extendBy(const Vec3<T>& p) {
@@ -58,7 +64,9 @@ struct Box3 {
   }
 
   /// (min + max) * 0.5 in T; zero when empty.
-  [[nodiscard]] constexpr Vec3<T> center() const { return isEmpty() ? Vec3<T>() : (min + max) * T(0.5); }
+  [[nodiscard]] constexpr Vec3<T> center() const {
+    return isEmpty() ? Vec3<T>() : (min + max) * T(0.5);
+  }
   /// max - min; zero when empty.
   [[nodiscard]] constexpr Vec3<T> size() const { return isEmpty() ? Vec3<T>() : max - min; }
   /// 0, 1 or 2: the axis of the largest size; the first on ties.
@@ -78,7 +86,8 @@ struct Box3 {
   }
   /// True for points inside or on the box.
   [[nodiscard]] constexpr bool intersects(const Vec3<T>& p) const {
-    return p.x >= min.x && p.x <= max.x && p.y >= min.y && p.y <= max.y && p.z >= min.z && p.z <= max.z;
+    return p.x >= min.x && p.x <= max.x && p.y >= min.y && p.y <= max.y && p.z >= min.z &&
+           p.z <= max.z;
   }
   /// 2 (xy + yz + zx); zero when empty.
   [[nodiscard]] constexpr T surface() const {
@@ -91,9 +100,9 @@ struct Box3 {
     if (isEmpty()) return Box3();
     Box3<U> out;
     for (unsigned corner = 0; corner < 8; ++corner)
-      out.extendBy(
-          m.transformPoint(Vec3<U>(static_cast<U>((corner & 1u) ? max.x : min.x), static_cast<U>((corner & 2u) ? max.y : min.y),
-                                   static_cast<U>((corner & 4u) ? max.z : min.z))));
+      out.extendBy(m.transformPoint(Vec3<U>(static_cast<U>((corner & 1u) ? max.x : min.x),
+                                            static_cast<U>((corner & 2u) ? max.y : min.y),
+                                            static_cast<U>((corner & 4u) ? max.z : min.z))));
     if constexpr (std::is_same_v<T, U>)
       return out;
     else

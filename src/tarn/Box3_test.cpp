@@ -97,11 +97,14 @@ TEST(Box3, TransformedHoldsEveryCorner) {
     const Box3<double> b(Vec3<double>(-1, -2, -3), Vec3<double>(1, 2, 3));
     const Box3<double> moved = b.transformed(m);
     for (unsigned c = 0; c < 8; ++c)
-      EXPECT_TRUE(moved.intersects(m.transformPoint(Vec3<double>((c & 1u) ? 1 : -1, (c & 2u) ? 2 : -2, (c & 4u) ? 3 : -3))));
+      EXPECT_TRUE(moved.intersects(
+          m.transformPoint(Vec3<double>((c & 1u) ? 1 : -1, (c & 2u) ? 2 : -2, (c & 4u) ? 3 : -3))));
   }
 }
 
-TEST(Box3, EmptyBoxOfAWiderTypeStaysTheDefaultEmptyBox) { EXPECT_EQ(Box3<float>(Box3<double>()), Box()); }
+TEST(Box3, EmptyBoxOfAWiderTypeStaysTheDefaultEmptyBox) {
+  EXPECT_EQ(Box3<float>(Box3<double>()), Box());
+}
 
 TEST(Ray, DefaultRangeIsZeroToTheLargestFinite) {
   const Ray<float> r;

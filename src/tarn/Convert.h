@@ -1,6 +1,6 @@
 /// \file
-/// Float to integer with a defined answer for every input: the language leaves NaN, infinities and values that do not fit
-/// undefined, and processors differ.
+/// Float to integer with a defined answer for every input: the language leaves NaN, infinities and
+/// values that do not fit undefined, and processors differ.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,8 @@ template <class F>
              : std::numeric_limits<std::int64_t>::lowest();
 }
 
-/// The low 32 bits of truncToInt64: 0 for NaN, infinities and values past 64 bits; negative values wrap.
+/// The low 32 bits of truncToInt64: 0 for NaN, infinities and values past 64 bits; negative values
+/// wrap.
 template <class F>
 [[nodiscard]] constexpr std::uint32_t truncToUint32(F v) {
   return static_cast<std::uint32_t>(static_cast<std::uint64_t>(truncToInt64(v)));
@@ -26,7 +27,8 @@ template <class F>
 template <class F>
 [[nodiscard]] constexpr std::int32_t truncToInt32(F v) {
   const std::int64_t wide = truncToInt64(v);
-  return wide >= std::numeric_limits<std::int32_t>::lowest() && wide <= std::numeric_limits<std::int32_t>::max()
+  return wide >= std::numeric_limits<std::int32_t>::lowest() &&
+                 wide <= std::numeric_limits<std::int32_t>::max()
              ? static_cast<std::int32_t>(wide)
              : std::numeric_limits<std::int32_t>::lowest();
 }

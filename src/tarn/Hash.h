@@ -1,5 +1,6 @@
 /// \file
-/// An incremental 64-bit hash, the same on every platform: for keys and tables, not against an adversary.
+/// An incremental 64-bit hash, the same on every platform: for keys and tables, not against an
+/// adversary.
 #pragma once
 
 #include <cstddef>
@@ -7,13 +8,15 @@
 
 namespace tarn {
 
-/// FNV-1a over bytes, finished by the mixer of SplitMix64 so that low bits are usable as table indices.
-/// Sources: Fowler, Noll and Vo; Steele, Lea and Flood, Fast Splittable Pseudorandom Number Generators, OOPSLA 2014.
+/// FNV-1a over bytes, finished by the mixer of SplitMix64 so that low bits are usable as table
+/// indices. Sources: Fowler, Noll and Vo; Steele, Lea and Flood, Fast Splittable Pseudorandom
+/// Number Generators, OOPSLA 2014.
 class Hash {
  public:
   /// Appends the four bytes of `v`, lowest first, on every platform.
   constexpr void append(std::uint32_t v) {
-    for (unsigned shift = 0; shift < 32; shift += 8) appendByte(static_cast<unsigned char>(v >> shift));
+    for (unsigned shift = 0; shift < 32; shift += 8)
+      appendByte(static_cast<unsigned char>(v >> shift));
   }
   /// Appends `size` bytes; null is allowed when size is 0.
   void append(const void* data, std::size_t size) {

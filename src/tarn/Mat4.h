@@ -1,10 +1,12 @@
 /// \file
 /// 4x4 matrices for column vectors.
 ///
-/// Holds for the whole file: 16 values; element (row r, column c) has storage index c * 4 + r, so the translation sits at 12, 13,
-/// 14 and the storage is OpenUSD's (which multiplies row vectors: its products are the other way round).
-/// `(A * B) p == A (B p)`; local-to-world is `parentToWorld * local`. `translate`, `scale` and `rotate*` multiply on the right: the
-/// last call acts on a point first. Sums run over the inner index from 0 to 3.
+/// Holds for the whole file: 16 values; element (row r, column c) has storage index c * 4 + r, so
+/// the translation sits at 12, 13, 14 and the storage is OpenUSD's (which multiplies row vectors:
+/// its products are the other way round).
+/// `(A * B) p == A (B p)`; local-to-world is `parentToWorld * local`. `translate`, `scale` and
+/// `rotate*` multiply on the right: the last call acts on a point first. Sums run over the inner
+/// index from 0 to 3.
 #pragma once
 
 #include <cmath>
@@ -53,7 +55,8 @@ class Mat4 {
     Mat4 out(T(0));
     for (std::size_t c = 0; c < 16; c += 4)
       for (std::size_t r = 0; r < 4; ++r)
-        out.m_[c + r] = a.m_[r] * b.m_[c] + a.m_[4 + r] * b.m_[c + 1] + a.m_[8 + r] * b.m_[c + 2] + a.m_[12 + r] * b.m_[c + 3];
+        out.m_[c + r] = a.m_[r] * b.m_[c] + a.m_[4 + r] * b.m_[c + 1] + a.m_[8 + r] * b.m_[c + 2] +
+                        a.m_[12 + r] * b.m_[c + 3];
     return out;
   }
   constexpr Mat4& operator*=(const Mat4& b) { return *this = *this * b; }
@@ -65,17 +68,20 @@ class Mat4 {
     return out;
   }
 
-  /// The inverse; the zero matrix when this one is singular or its determinant is not finite, so that nothing is ever hit
-  /// through a flattened transform. By cofactors in double, narrowed once: a float determinant would underflow for
-  /// objects of 1e-13 units and take them for singular.
+  /// The inverse; the zero matrix when this one is singular or its determinant is not finite, so
+  /// that nothing is ever hit through a flattened transform. By cofactors in double, narrowed once:
+  /// a float determinant would underflow for objects of 1e-13 units and take them for singular.
   [[nodiscard]] constexpr Mat4 inverse() const {
     double a[16] = {};
     for (std::size_t i = 0; i < 16; ++i) a[i] = static_cast<double>(m_[i]);
 
     // 2x2 minors of the first two and of the last two columns of the storage.
-    const double s0 = a[0] * a[5] - a[4] * a[1], s1 = a[0] * a[6] - a[4] * a[2], s2 = a[0] * a[7] - a[4] * a[3];
-    const double s3 = a[1] * a[6] - a[5] * a[2], s4 = a[1] * a[7] - a[5] * a[3], s5 = a[2] * a[7] - a[6] * a[3];
-    const double c0 = a[8] * a[13] - a[12] * a[9], c1 = a[8] * a[14] - a[12] * a[10], c2 = a[8] * a[15] - a[12] * a[11];
+    const double s0 = a[0] * a[5] - a[4] * a[1], s1 = a[0] * a[6] - a[4] * a[2],
+                 s2 = a[0] * a[7] - a[4] * a[3];
+    const double s3 = a[1] * a[6] - a[5] * a[2], s4 = a[1] * a[7] - a[5] * a[3],
+                 s5 = a[2] * a[7] - a[6] * a[3];
+    const double c0 = a[8] * a[13] - a[12] * a[9], c1 = a[8] * a[14] - a[12] * a[10],
+                 c2 = a[8] * a[15] - a[12] * a[11];
     const double c3 = a[9] * a[14] - a[13] * a[10], c4 = a[9] * a[15] - a[13] * a[11];
     const double c5 = a[10] * a[15] - a[14] * a[11];
 
@@ -84,12 +90,14 @@ class Mat4 {
     if (det == 0.0 || !(det - det == 0.0)) return Mat4(T(0));
 
     const double adjugate[16] = {
-        a[5] * c5 - a[6] * c4 + a[7] * c3,     -a[1] * c5 + a[2] * c4 - a[3] * c3,   a[13] * s5 - a[14] * s4 + a[15] * s3,
-        -a[9] * s5 + a[10] * s4 - a[11] * s3,  -a[4] * c5 + a[6] * c2 - a[7] * c1,   a[0] * c5 - a[2] * c2 + a[3] * c1,
-        -a[12] * s5 + a[14] * s2 - a[15] * s1, a[8] * s5 - a[10] * s2 + a[11] * s1,  a[4] * c4 - a[5] * c2 + a[7] * c0,
-        -a[0] * c4 + a[1] * c2 - a[3] * c0,    a[12] * s4 - a[13] * s2 + a[15] * s0, -a[8] * s4 + a[9] * s2 - a[11] * s0,
-        -a[4] * c3 + a[5] * c1 - a[6] * c0,    a[0] * c3 - a[1] * c1 + a[2] * c0,    -a[12] * s3 + a[13] * s1 - a[14] * s0,
-        a[8] * s3 - a[9] * s1 + a[10] * s0};
+        a[5] * c5 - a[6] * c4 + a[7] * c3,     -a[1] * c5 + a[2] * c4 - a[3] * c3,
+        a[13] * s5 - a[14] * s4 + a[15] * s3,  -a[9] * s5 + a[10] * s4 - a[11] * s3,
+        -a[4] * c5 + a[6] * c2 - a[7] * c1,    a[0] * c5 - a[2] * c2 + a[3] * c1,
+        -a[12] * s5 + a[14] * s2 - a[15] * s1, a[8] * s5 - a[10] * s2 + a[11] * s1,
+        a[4] * c4 - a[5] * c2 + a[7] * c0,     -a[0] * c4 + a[1] * c2 - a[3] * c0,
+        a[12] * s4 - a[13] * s2 + a[15] * s0,  -a[8] * s4 + a[9] * s2 - a[11] * s0,
+        -a[4] * c3 + a[5] * c1 - a[6] * c0,    a[0] * c3 - a[1] * c1 + a[2] * c0,
+        -a[12] * s3 + a[13] * s1 - a[14] * s0, a[8] * s3 - a[9] * s1 + a[10] * s0};
     Mat4 out(T(0));
     for (std::size_t i = 0; i < 16; ++i) out.m_[i] = static_cast<T>(adjugate[i] / det);
     return out;
@@ -118,18 +126,21 @@ class Mat4 {
 
   /// Replaces this matrix by a projection from camera space (looking down -z) to NDC.
   ///
-  /// \param m           focal length over film width: NDC x is 2 m x / -z (perspective) or 2 m x, y likewise
+  /// \param m           focal length over film width: NDC x is 2 m x / -z (perspective) or 2 m x, y
+  ///                    likewise
   /// \param nearPlane   distance that gets NDC z = -1
   /// \param farPlane    distance that gets NDC z = 1; infinity takes the limit
   constexpr Mat4& setToProjection(T m, T nearPlane, T farPlane, bool perspective) {
     *this = Mat4(T(0));
     m_[0] = T(2) * m;
     m_[5] = T(2) * m;
-    // An infinite difference with itself is no number: the test needs no library call and stays constexpr.
+    // An infinite difference with itself is no number: the test needs no library call and stays
+    // constexpr.
     const bool farIsInfinite = !(farPlane - farPlane == T(0));
     if (perspective) {
       m_[10] = farIsInfinite ? T(-1) : -(farPlane + nearPlane) / (farPlane - nearPlane);
-      m_[14] = farIsInfinite ? T(-2) * nearPlane : -(T(2) * farPlane * nearPlane) / (farPlane - nearPlane);
+      m_[14] = farIsInfinite ? T(-2) * nearPlane
+                             : -(T(2) * farPlane * nearPlane) / (farPlane - nearPlane);
       m_[11] = T(-1);
     } else {
       m_[10] = farIsInfinite ? T(0) : T(-2) / (farPlane - nearPlane);
@@ -141,7 +152,8 @@ class Mat4 {
 
   /// x m0 + y m4 + z m8 + m12 and so on; no division by w.
   [[nodiscard]] constexpr Vec3<T> transformPoint(const Vec3<T>& p) const {
-    return Vec3<T>(p.x * m_[0] + p.y * m_[4] + p.z * m_[8] + m_[12], p.x * m_[1] + p.y * m_[5] + p.z * m_[9] + m_[13],
+    return Vec3<T>(p.x * m_[0] + p.y * m_[4] + p.z * m_[8] + m_[12],
+                   p.x * m_[1] + p.y * m_[5] + p.z * m_[9] + m_[13],
                    p.x * m_[2] + p.y * m_[6] + p.z * m_[10] + m_[14]);
   }
   /// As transformPoint, without the translation.
@@ -150,13 +162,15 @@ class Mat4 {
                    v.x * m_[2] + v.y * m_[6] + v.z * m_[10]);
   }
   [[nodiscard]] constexpr Vec4<T> transform(const Vec4<T>& v) const {
-    return Vec4<T>(
-        v.x * m_[0] + v.y * m_[4] + v.z * m_[8] + v.w * m_[12], v.x * m_[1] + v.y * m_[5] + v.z * m_[9] + v.w * m_[13],
-        v.x * m_[2] + v.y * m_[6] + v.z * m_[10] + v.w * m_[14], v.x * m_[3] + v.y * m_[7] + v.z * m_[11] + v.w * m_[15]);
+    return Vec4<T>(v.x * m_[0] + v.y * m_[4] + v.z * m_[8] + v.w * m_[12],
+                   v.x * m_[1] + v.y * m_[5] + v.z * m_[9] + v.w * m_[13],
+                   v.x * m_[2] + v.y * m_[6] + v.z * m_[10] + v.w * m_[14],
+                   v.x * m_[3] + v.y * m_[7] + v.z * m_[11] + v.w * m_[15]);
   }
 
  private:
-  // `cosAt` is the storage index of the axis' first cosine, `sinAt` of its positive sine; the others follow by symmetry.
+  // `cosAt` is the storage index of the axis' first cosine, `sinAt` of its positive sine; the
+  // others follow by symmetry.
   Mat4& rotate(std::size_t cosAt, std::size_t sinAt, T radians) {
     const T c = std::cos(radians), s = std::sin(radians);
     const std::size_t column = cosAt / 4, row = sinAt % 4;

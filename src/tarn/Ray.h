@@ -9,7 +9,8 @@
 
 namespace tarn {
 
-/// The direction need not have unit length; distances are multiples of it. Which ends of the range are closed is said by each test.
+/// The direction need not have unit length; distances are multiples of it. Which ends of the range
+/// are closed is said by each test.
 template <class T>
 struct Ray {
   Vec3<T> origin;
@@ -20,7 +21,10 @@ struct Ray {
   constexpr Ray() = default;
   constexpr Ray(const Vec3<T>& origin_, const Vec3<T>& direction_, T minDistance_ = T(0),
                 T maxDistance_ = std::numeric_limits<T>::max())
-      : origin(origin_), direction(direction_), minDistance(minDistance_), maxDistance(maxDistance_) {}
+      : origin(origin_),
+        direction(direction_),
+        minDistance(minDistance_),
+        maxDistance(maxDistance_) {}
 };
 
 static_assert(std::is_trivially_copyable_v<Ray<float>> && sizeof(Ray<float>) == 32);

@@ -7,7 +7,9 @@
 namespace tarn {
 
 /// "No particular time": a quiet NaN. Compare with isDefaultTime, never with ==.
-[[nodiscard]] constexpr double defaultTimeValue() { return std::numeric_limits<double>::quiet_NaN(); }
+[[nodiscard]] constexpr double defaultTimeValue() {
+  return std::numeric_limits<double>::quiet_NaN();
+}
 /// Before every sample: the lowest double.
 [[nodiscard]] constexpr double earliestTimeValue() { return std::numeric_limits<double>::lowest(); }
 [[nodiscard]] constexpr bool isDefaultTime(double t) { return !(t == t); }

@@ -1,9 +1,10 @@
 /// \file
 /// Vectors of two, three and four components over float, double and int.
 ///
-/// Holds for the whole file: plain values, trivially copyable, zero by default, no virtual calls. Sums and `dot` run from
-/// the left (x first), `length` is sqrt(dot) without rescaling, division is by component (never by a reciprocal): these
-/// roundings are part of the contract. Nothing throws; indices are not checked.
+/// Holds for the whole file: plain values, trivially copyable, zero by default, no virtual calls.
+/// Sums and `dot` run from the left (x first), `length` is sqrt(dot) without rescaling, division is
+/// by component (never by a reciprocal): these roundings are part of the contract. Nothing throws;
+/// indices are not checked.
 #pragma once
 
 #include <cmath>
@@ -49,7 +50,8 @@ struct Vec3 {
   constexpr explicit Vec3(T s) : x(s), y(s), z(s) {}
   constexpr Vec3(T x_, T y_, T z_) : x(x_), y(y_), z(z_) {}
   template <class U>
-  constexpr explicit Vec3(const Vec3<U>& v) : x(static_cast<T>(v.x)), y(static_cast<T>(v.y)), z(static_cast<T>(v.z)) {}
+  constexpr explicit Vec3(const Vec3<U>& v)
+      : x(static_cast<T>(v.x)), y(static_cast<T>(v.y)), z(static_cast<T>(v.z)) {}
 
   constexpr T& operator[](std::size_t i) { return i == 0 ? x : i == 1 ? y : z; }
   constexpr const T& operator[](std::size_t i) const { return i == 0 ? x : i == 1 ? y : z; }
@@ -71,12 +73,14 @@ struct Vec3 {
   /// Takes this vector, in place, from a frame whose z is (0, 0, 1) to one whose z is `normal`.
   ///
   /// \param normal         need not have unit length; a zero normal leaves the vector as it is
-  /// \param keepHemisphere true: a plain rotation, nothing is flipped, so (0, 0, -1) becomes -normal. False: z counts by its
-  ///                       magnitude, so the result lies on the normal's side
+  /// \param keepHemisphere true: a plain rotation, nothing is flipped, so (0, 0, -1) becomes
+  ///                       -normal. False: z counts by its magnitude, so the result lies on the
+  ///                       normal's side
   ///
-  /// The frame's x and y vary continuously with the normal but at (0, 0, -1), where no frame without a seam exists.
-  /// Source: Frisvad, Building an Orthonormal Basis from a 3D Unit Vector Without Normalization, JGT 16(3), 2012; 1 + z is
-  /// taken from x and y where z is negative, since the sum would cancel there.
+  /// The frame's x and y vary continuously with the normal but at (0, 0, -1), where no frame
+  /// without a seam exists. Source: Frisvad, Building an Orthonormal Basis from a 3D Unit Vector
+  /// Without Normalization, JGT 16(3), 2012; 1 + z is taken from x and y where z is negative, since
+  /// the sum would cancel there.
   void orientAroundNormal(const Vec3& normal, bool keepHemisphere) {
     const Vec3 n = normal.normalized();
     if (n.x == T(0) && n.y == T(0) && n.z == T(0)) return;
@@ -88,7 +92,8 @@ struct Vec3 {
       t = Vec3(b, T(1) - n.y * n.y / onePlusZ, -n.y);
     }
     const T side = (!keepHemisphere && z < T(0)) ? -z : z;
-    *this = Vec3(s.x * x + t.x * y + n.x * side, s.y * x + t.y * y + n.y * side, s.z * x + t.z * y + n.z * side);
+    *this = Vec3(s.x * x + t.x * y + n.x * side, s.y * x + t.y * y + n.y * side,
+                 s.z * x + t.z * y + n.z * side);
   }
 };
 
@@ -101,10 +106,15 @@ struct Vec4 {
   constexpr Vec4(T x_, T y_, T z_, T w_) : x(x_), y(y_), z(z_), w(w_) {}
   template <class U>
   constexpr explicit Vec4(const Vec4<U>& v)
-      : x(static_cast<T>(v.x)), y(static_cast<T>(v.y)), z(static_cast<T>(v.z)), w(static_cast<T>(v.w)) {}
+      : x(static_cast<T>(v.x)),
+        y(static_cast<T>(v.y)),
+        z(static_cast<T>(v.z)),
+        w(static_cast<T>(v.w)) {}
 
   constexpr T& operator[](std::size_t i) { return i == 0 ? x : i == 1 ? y : i == 2 ? z : w; }
-  constexpr const T& operator[](std::size_t i) const { return i == 0 ? x : i == 1 ? y : i == 2 ? z : w; }
+  constexpr const T& operator[](std::size_t i) const {
+    return i == 0 ? x : i == 1 ? y : i == 2 ? z : w;
+  }
 
   [[nodiscard]] constexpr T lengthSquared() const { return x * x + y * y + z * z + w * w; }
   [[nodiscard]] T length() const { return static_cast<T>(std::sqrt(lengthSquared())); }

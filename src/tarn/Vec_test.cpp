@@ -92,7 +92,8 @@ TEST(Vec, CrossIsRightHanded) {
 
 TEST(Vec, LengthDoesNotRescale) {
   EXPECT_EQ(Vec3<float>(3, 4, 0).length(), 5.0f);
-  EXPECT_TRUE(std::isinf(Vec3<float>(1e30f, 0, 0).length())) << "the square overflows, as the plain formula does";
+  EXPECT_TRUE(std::isinf(Vec3<float>(1e30f, 0, 0).length()))
+      << "the square overflows, as the plain formula does";
   EXPECT_EQ(length(Vec2<double>(3, 4)), 5.0);
   EXPECT_EQ(Vec3<int>(1, 2, 2).lengthSquared(), 9);
 }

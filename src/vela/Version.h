@@ -6,7 +6,8 @@
 
 namespace vela {
 
-/// "major.minor.patch" of the loaded library, which may differ from the headers a caller was compiled with. Static storage.
+/// "major.minor.patch" of the loaded library, which may differ from the headers a caller was
+/// compiled with. Static storage.
 [[nodiscard]] VELA_API const char* version();
 
 }  // namespace vela

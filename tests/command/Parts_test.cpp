@@ -1,4 +1,5 @@
-// Small parts of the command: numbers and lists as text, colour codes, layers by the registry, files that appear whole.
+// Small parts of the command: numbers and lists as text, colour codes, layers by the registry,
+// files that appear whole.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -36,7 +37,8 @@ TEST(Text, NumbersMustBeAsManyAsAskedForFiniteAndNothingElse) {
   std::vector<double> numbers;
   EXPECT_TRUE(readNumbers("1,-2.5, +3e2", 3, numbers));
   EXPECT_EQ(numbers, (std::vector<double>{1.0, -2.5, 300.0}));
-  for (const char* text : {"1,2", "1,2,3,4", "1,2,x", "1,2,3x", "1,2,inf", "1,2,nan", "1,2,1e999", "", "1,2,+", "1,2,++3"})
+  for (const char* text : {"1,2", "1,2,3,4", "1,2,x", "1,2,3x", "1,2,inf", "1,2,nan", "1,2,1e999",
+                           "", "1,2,+", "1,2,++3"})
     EXPECT_FALSE(readNumbers(text, 3, numbers)) << text;
 }
 
@@ -79,7 +81,8 @@ TEST(Layers, ComponentsFollowThePlaceInTheLayerNotTheNumber) {
 
 TEST(Layers, TheBaseLayerHasBareNamesAllOthersTheirLayers) {
   Words names;
-  for (const LayerChannel& channel : chooseLayers("face,albedo,depth,rgba").channels) names.push_back(channel.exrName);
+  for (const LayerChannel& channel : chooseLayers("face,albedo,depth,rgba").channels)
+    names.push_back(channel.exrName);
   std::sort(names.begin(), names.end());
   EXPECT_EQ(names, (Words{"A", "B", "G", "R", "Z", "albedo.B", "albedo.G", "albedo.R", "face.id"}));
 }
@@ -97,7 +100,8 @@ TEST(Layers, WhatIsMissingIsMadeOnceInTheDefaultRegistry) {
 }
 
 TEST(Layers, WhatCannotBeRenderedIsRefusedByName) {
-  for (const char* list : {"heat", "rgba,heat", "forward", "motion", "deep", "mask", "cutout", ""}) try {
+  for (const char* list : {"heat", "rgba,heat", "forward", "motion", "deep", "mask", "cutout", ""})
+    try {
       (void)chooseLayers(list);
       ADD_FAILURE() << list;
     } catch (const Failure& failure) {
@@ -124,7 +128,8 @@ TEST(Json, APickReportHasTheShortestDecimals) {
 }
 
 TEST(OutputFile, AppearsWithCommitAndLeavesNothingWithoutIt) {
-  const std::filesystem::path folder = std::filesystem::path(testing::TempDir()) / "vela_output_file";
+  const std::filesystem::path folder =
+      std::filesystem::path(testing::TempDir()) / "vela_output_file";
   std::filesystem::create_directories(folder);
   const std::string name = (folder / "a.txt").string();
   std::filesystem::remove(name);
@@ -160,7 +165,8 @@ TEST(Tiles, EveryPixelBelongsToOneTile) {
 
 TEST(Tiles, WhatTheWorkThrowsComesOut) {
   const std::atomic<std::uint64_t> rays{0};
-  EXPECT_THROW(forEachTile("test", 64, 64, 2, rays, [](const Tile&, int) { throw Failure{}; }), Failure);
+  EXPECT_THROW(forEachTile("test", 64, 64, 2, rays, [](const Tile&, int) { throw Failure{}; }),
+               Failure);
 }
 
 }  // namespace

@@ -13,9 +13,10 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
+
+#include <nlohmann/json.hpp>
 
 #include "Options.h"
 
@@ -36,7 +37,8 @@ inline Read readExr(const std::string& file) {
   Read read;
   read.width = window.max.x + 1;
   read.height = window.max.y + 1;
-  const std::size_t count = static_cast<std::size_t>(read.width) * static_cast<std::size_t>(read.height);
+  const std::size_t count =
+      static_cast<std::size_t>(read.width) * static_cast<std::size_t>(read.height);
   Imf::FrameBuffer buffer;
   for (auto c = input.header().channels().begin(); c != input.header().channels().end(); ++c) {
     char* base = nullptr;
@@ -47,7 +49,8 @@ inline Read readExr(const std::string& file) {
       read.floats[c.name()].resize(count);
       base = reinterpret_cast<char*>(read.floats[c.name()].data());
     }
-    buffer.insert(c.name(), Imf::Slice(c.channel().type, base, 4, 4 * static_cast<std::size_t>(read.width)));
+    buffer.insert(c.name(),
+                  Imf::Slice(c.channel().type, base, 4, 4 * static_cast<std::size_t>(read.width)));
   }
   input.setFrameBuffer(buffer);
   input.readPixels(window.min.y, window.max.y);
@@ -60,18 +63,21 @@ inline Read readExr(const std::string& file) {
 class Pictures : public testing::Test {
  protected:
   void SetUp() override {
-    folder_ = std::filesystem::path(testing::TempDir()) /
-              (std::string("vela_") + testing::UnitTest::GetInstance()->current_test_info()->name());
+    folder_ =
+        std::filesystem::path(testing::TempDir()) /
+        (std::string("vela_") + testing::UnitTest::GetInstance()->current_test_info()->name());
     std::filesystem::create_directories(folder_);
   }
   void TearDown() override { std::filesystem::remove_all(folder_); }
   [[nodiscard]] std::string at(const std::string& name) const { return (folder_ / name).string(); }
 
   // A layer that shows a file through a camera that it adds.
-  [[nodiscard]] std::string withCamera(const std::string& file, const std::string& camera, const std::string& up = "Y") const {
-    std::ofstream(at("shot.usda")) << "#usda 1.0\n( upAxis = \"" << up << "\"\n  subLayers = [@" << file << "@] )\n"
-                                   << "def Camera \"TestCamera\"\n{\n"
-                                   << camera << "\n}\n";
+  [[nodiscard]] std::string withCamera(const std::string& file, const std::string& camera,
+                                       const std::string& up = "Y") const {
+    std::ofstream(at("shot.usda"))
+        << "#usda 1.0\n( upAxis = \"" << up << "\"\n  subLayers = [@" << file << "@] )\n"
+        << "def Camera \"TestCamera\"\n{\n"
+        << camera << "\n}\n";
     return at("shot.usda");
   }
 

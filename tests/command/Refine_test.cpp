@@ -1,5 +1,5 @@
-// Refined surfaces in pictures: against meshes that ovo and MeshSample refine on their own, tried triangle by triangle, and
-// against spheres and planes whose normals are known.
+// Refined surfaces in pictures: against meshes that ovo and MeshSample refine on their own, tried
+// triangle by triangle, and against spheres and planes whose normals are known.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -35,13 +35,15 @@ constexpr double kPi = 3.14159265358979323846;
 const double kNow = tarn::defaultTimeValue();
 
 // A cube of two units; every other face turns the other way where it is left-handed.
-std::string cubeText(const std::string& more, const char* scheme = "catmullClark", bool leftHanded = false,
-                     const char* name = "Cube") {
+std::string cubeText(const std::string& more, const char* scheme = "catmullClark",
+                     bool leftHanded = false, const char* name = "Cube") {
   const char* const right = "0,1,3,2, 2,3,5,4, 4,5,7,6, 6,7,1,0, 1,7,5,3, 6,0,2,4";
   const char* const left = "2,3,1,0, 4,5,3,2, 6,7,5,4, 0,1,7,6, 3,5,7,1, 4,2,0,6";
-  return std::string("def Mesh \"") + name + "\"\n{\n int[] faceVertexCounts = [4,4,4,4,4,4]\n int[] faceVertexIndices = [" +
+  return std::string("def Mesh \"") + name +
+         "\"\n{\n int[] faceVertexCounts = [4,4,4,4,4,4]\n int[] faceVertexIndices = [" +
          (leftHanded ? left : right) +
-         "]\n point3f[] points = [(-1,-1,1),(1,-1,1),(-1,1,1),(1,1,1),(-1,1,-1),(1,1,-1),(-1,-1,-1),(1,-1,-1)]\n" +
+         "]\n point3f[] points = "
+         "[(-1,-1,1),(1,-1,1),(-1,1,1),(1,1,1),(-1,1,-1),(1,1,-1),(-1,-1,-1),(1,-1,-1)]\n" +
          " uniform token subdivisionScheme = \"" + scheme + "\"\n uniform token orientation = \"" +
          (leftHanded ? "leftHanded" : "rightHanded") + "\"\n" + more + "}\n";
 }
@@ -65,7 +67,17 @@ class Refined {
   [[nodiscard]] const MeshList& list() const { return list_; }
   [[nodiscard]] const Shape& shape(std::size_t i = 0) const { return list_.shapes.at(i); }
   [[nodiscard]] vela::MeshSample sample(int level, double time = kNow) const {
-    return {list_.entries.at(0).prim, time, 0, level, true, true, false, true, false, false, ovo::Token()};
+    return {list_.entries.at(0).prim,
+            time,
+            0,
+            level,
+            true,
+            true,
+            false,
+            true,
+            false,
+            false,
+            ovo::Token()};
   }
 
  private:
@@ -79,7 +91,8 @@ void expectNear(const Vec3<float>& a, const Vec3<float>& b, double tolerance) {
     ASSERT_NEAR(static_cast<double>(a[i]), static_cast<double>(b[i]), tolerance) << a << " " << b;
 }
 
-// The surface's colour or normal at every corner, pulled a little into the face so that it is that face's.
+// The surface's colour or normal at every corner, pulled a little into the face so that it is that
+// face's.
 template <class Use>
 void forEachCorner(const Shape& shape, Use use) {
   std::size_t c = 0;
@@ -90,31 +103,39 @@ void forEachCorner(const Shape& shape, Use use) {
 
 TEST(Refine, PointsFacesAndNormalsAreThoseOfMeshSample) {
   const std::string creases =
-      " int[] creaseIndices = [0,1,3,2,0]\n int[] creaseLengths = [5]\n float[] creaseSharpnesses = [2.5]\n"
+      " int[] creaseIndices = [0,1,3,2,0]\n int[] creaseLengths = [5]\n float[] creaseSharpnesses "
+      "= [2.5]\n"
       " int[] cornerIndices = [6]\n float[] cornerSharpnesses = [10]\n";
   const std::string triangles =
-      "def Mesh \"Octahedron\"\n{\n int[] faceVertexCounts = [3,3,3,3,3,3,3,3]\n int[] faceVertexIndices = "
+      "def Mesh \"Octahedron\"\n{\n int[] faceVertexCounts = [3,3,3,3,3,3,3,3]\n int[] "
+      "faceVertexIndices = "
       "[0,2,4, 2,1,4, 1,3,4, 3,0,4, 2,0,5, 1,2,5, 3,1,5, 0,3,5]\n point3f[] points = "
-      "[(1,0,0),(-1,0,0),(0,1,0),(0,-1,0),(0,0,1),(0,0,-1)]\n uniform token subdivisionScheme = \"loop\"\n}\n";
-  for (const std::string& text : {cubeText(""), cubeText(creases), cubeText(" int[] holeIndices = [1, 4]\n"),
-                                  cubeText("", "bilinear"), cubeText("", "catmullClark", true), triangles,
-                                  cubeText(" normal3f[] normals = [(0,0,1)] (interpolation = \"constant\")\n")})
+      "[(1,0,0),(-1,0,0),(0,1,0),(0,-1,0),(0,0,1),(0,0,-1)]\n uniform token subdivisionScheme = "
+      "\"loop\"\n}\n";
+  for (const std::string& text :
+       {cubeText(""), cubeText(creases), cubeText(" int[] holeIndices = [1, 4]\n"),
+        cubeText("", "bilinear"), cubeText("", "catmullClark", true), triangles,
+        cubeText(" normal3f[] normals = [(0,0,1)] (interpolation = \"constant\")\n")})
     for (int level = 1; level <= 3; ++level) {
       SCOPED_TRACE(text + std::to_string(level));
       const Refined refined(text, level);
       const Shape& shape = refined.shape();
-      const bool isSmooth = text.find("bilinear") == std::string::npos && text.find("crease") == std::string::npos;
+      const bool isSmooth =
+          text.find("bilinear") == std::string::npos && text.find("crease") == std::string::npos;
       const vela::MeshSample sample = refined.sample(level);
       ASSERT_TRUE(shape.refinement);
       EXPECT_EQ(shape.points, sample.points);
-      EXPECT_EQ(shape.counts, ovo::Array<int>(sample.vertsPerFace(), sample.vertsPerFace() + sample.nFaces()));
-      EXPECT_EQ(shape.indices, ovo::Array<int>(sample.faceVertPointIndices(), sample.faceVertPointIndices() + sample.nVerts()));
+      EXPECT_EQ(shape.counts,
+                ovo::Array<int>(sample.vertsPerFace(), sample.vertsPerFace() + sample.nFaces()));
+      EXPECT_EQ(shape.indices, ovo::Array<int>(sample.faceVertPointIndices(),
+                                               sample.faceVertPointIndices() + sample.nVerts()));
       ASSERT_EQ(sample.normals.size(), shape.indices.size());
       const Surface surface(shape, kNow);
       ASSERT_TRUE(surface.hasOwnNormals());
       forEachCorner(shape, [&](int face, std::size_t corner, const Vec3<float>& p) {
         // Those of the flat faces of a bilinear surface, and along creases, are their own.
-        if (isSmooth) expectNear(surface.normal(face, p).normalized(), sample.normals.cdata()[corner], 1e-5);
+        if (isSmooth)
+          expectNear(surface.normal(face, p).normalized(), sample.normals.cdata()[corner], 1e-5);
       });
     }
 }
@@ -135,16 +156,19 @@ TEST(Refine, CreasesAndBilinearSurfacesKeepTheirEdges) {
     // A bilinear cube is a cube: every normal is that of its side.
     const Refined flat(cubeText("", "bilinear"), level);
     const Surface cube(flat.shape(), kNow);
-    const Vec3<float> sides[] = {{0, 0, 1}, {0, 1, 0}, {0, 0, -1}, {0, -1, 0}, {1, 0, 0}, {-1, 0, 0}};
+    const Vec3<float> sides[] = {{0, 0, 1},  {0, 1, 0}, {0, 0, -1},
+                                 {0, -1, 0}, {1, 0, 0}, {-1, 0, 0}};
     forEachCorner(flat.shape(), [&](int face, std::size_t, const Vec3<float>& p) {
       expectNear(cube.normal(face, p).normalized(), sides[flat.shape().sceneFace(face)], 1e-6);
     });
     // With a crease around its top, the top stays flat and turned up to its very rim.
-    const Refined creased(
-        cubeText(" int[] creaseIndices = [2,3,5,4,2]\n int[] creaseLengths = [5]\n float[] creaseSharpnesses = [10]\n"), level);
+    const Refined creased(cubeText(" int[] creaseIndices = [2,3,5,4,2]\n int[] creaseLengths = "
+                                   "[5]\n float[] creaseSharpnesses = [10]\n"),
+                          level);
     const Surface surface(creased.shape(), kNow);
     forEachCorner(creased.shape(), [&](int face, std::size_t, const Vec3<float>& p) {
-      if (creased.shape().sceneFace(face) == 1) expectNear(surface.normal(face, p).normalized(), {0, 1, 0}, 1e-6);
+      if (creased.shape().sceneFace(face) == 1)
+        expectNear(surface.normal(face, p).normalized(), {0, 1, 0}, 1e-6);
     });
   }
 }
@@ -156,32 +180,39 @@ TEST(Refine, FacesKeepTheNumbersOfTheScene) {
     const std::size_t each = static_cast<std::size_t>(4) << (2 * (level - 1));
     ASSERT_EQ(shape.counts.size(), 5 * each);
     for (std::size_t f = 0; f < shape.counts.size(); ++f)
-      EXPECT_EQ(shape.sceneFace(static_cast<int>(f)), static_cast<int>(f / each < 2 ? f / each : f / each + 1));
+      EXPECT_EQ(shape.sceneFace(static_cast<int>(f)),
+                static_cast<int>(f / each < 2 ? f / each : f / each + 1));
   }
 }
 
 TEST(Refine, ColoursFollowTheirInterpolation) {
-  const std::string ofPoints = "[(-1,-1,1),(1,-1,1),(-1,1,1),(1,1,1),(-1,1,-1),(1,1,-1),(-1,-1,-1),(1,-1,-1)]";
-  const auto coloured = [](const std::string& interpolation, const std::string& values, const std::string& more = "") {
-    return cubeText(more + " color3f[] primvars:displayColor = " + values + " (interpolation = \"" + interpolation + "\")\n");
+  const std::string ofPoints =
+      "[(-1,-1,1),(1,-1,1),(-1,1,1),(1,1,1),(-1,1,-1),(1,1,-1),(-1,-1,-1),(1,-1,-1)]";
+  const auto coloured = [](const std::string& interpolation, const std::string& values,
+                           const std::string& more = "") {
+    return cubeText(more + " color3f[] primvars:displayColor = " + values + " (interpolation = \"" +
+                    interpolation + "\")\n");
   };
   {
     // Colours that are the points are refined to what the points are.
     const Refined refined(coloured("vertex", ofPoints), 2);
     const Surface surface(refined.shape(), kNow);
-    forEachCorner(refined.shape(),
-                  [&](int face, std::size_t, const Vec3<float>& p) { expectNear(surface.colour(face, p), p, 1e-6); });
+    forEachCorner(refined.shape(), [&](int face, std::size_t, const Vec3<float>& p) {
+      expectNear(surface.colour(face, p), p, 1e-6);
+    });
   }
   const Refined flat(cubeText("", "bilinear"), 2);
   {
     const Refined refined(coloured("varying", ofPoints), 2);
     const Surface surface(refined.shape(), kNow);
     forEachCorner(refined.shape(), [&](int face, std::size_t c, const Vec3<float>& p) {
-      expectNear(surface.colour(face, p), flat.shape().points.cdata()[flat.shape().indices.cdata()[c]], 1e-6);
+      expectNear(surface.colour(face, p),
+                 flat.shape().points.cdata()[flat.shape().indices.cdata()[c]], 1e-6);
     });
   }
   {
-    // The same colours given to corners: joined at points and linear by the rule `all`, smooth by the rule `none`.
+    // The same colours given to corners: joined at points and linear by the rule `all`, smooth by
+    // the rule `none`.
     std::string ofCorners = "[";
     const vela::MeshSample cage = flat.sample(0);
     for (std::size_t c = 0; c < cage.nVerts(); ++c) {
@@ -190,17 +221,23 @@ TEST(Refine, ColoursFollowTheirInterpolation) {
       text << (c ? "," : "") << "(" << p.x << "," << p.y << "," << p.z << ")";
       ofCorners += text.str();
     }
-    const Refined linear(coloured("faceVarying", ofCorners + "]", " token faceVaryingLinearInterpolation = \"all\"\n"), 2);
-    const Refined smooth(coloured("faceVarying", ofCorners + "]", " token faceVaryingLinearInterpolation = \"none\"\n"), 2);
+    const Refined linear(coloured("faceVarying", ofCorners + "]",
+                                  " token faceVaryingLinearInterpolation = \"all\"\n"),
+                         2);
+    const Refined smooth(coloured("faceVarying", ofCorners + "]",
+                                  " token faceVaryingLinearInterpolation = \"none\"\n"),
+                         2);
     const Surface linearSurface(linear.shape(), kNow), smoothSurface(smooth.shape(), kNow);
     forEachCorner(smooth.shape(), [&](int face, std::size_t c, const Vec3<float>& p) {
       expectNear(smoothSurface.colour(face, p), p, 1e-6);
-      expectNear(linearSurface.colour(face, p), flat.shape().points.cdata()[flat.shape().indices.cdata()[c]], 1e-6);
+      expectNear(linearSurface.colour(face, p),
+                 flat.shape().points.cdata()[flat.shape().indices.cdata()[c]], 1e-6);
     });
   }
   {
-    const Refined refined(
-        coloured("uniform", "[(0,0,0),(1,0,0),(2,0,0),(3,0,0),(4,0,0),(5,0,0)]", " int[] holeIndices = [3]\n"), 2);
+    const Refined refined(coloured("uniform", "[(0,0,0),(1,0,0),(2,0,0),(3,0,0),(4,0,0),(5,0,0)]",
+                                   " int[] holeIndices = [3]\n"),
+                          2);
     const Surface surface(refined.shape(), kNow);
     std::set<float> seen;
     forEachCorner(refined.shape(), [&](int face, std::size_t, const Vec3<float>& p) {
@@ -230,16 +267,20 @@ TEST(Refine, WhatIsNoSubdivisionSurfaceStaysAsItIs) {
 
 TEST(Refine, WhatCannotBeRefinedIsNamedAndStaysAsItIs) {
   const std::string broken =
-      "def Mesh \"Broken\"\n{\n int[] faceVertexCounts = [3]\n int[] faceVertexIndices = [0, 1, 9]\n point3f[] points = "
+      "def Mesh \"Broken\"\n{\n int[] faceVertexCounts = [3]\n int[] faceVertexIndices = [0, 1, "
+      "9]\n point3f[] points = "
       "[(0,0,0),(1,0,0)]\n}\n"
-      "def Mesh \"Short\"\n{\n int[] faceVertexCounts = [3, 3]\n int[] faceVertexIndices = [0, 1, 2]\n point3f[] points = "
+      "def Mesh \"Short\"\n{\n int[] faceVertexCounts = [3, 3]\n int[] faceVertexIndices = [0, 1, "
+      "2]\n point3f[] points = "
       "[(0,0,0),(1,0,0),(0,1,0)]\n}\n"
       "def Mesh \"Empty\"\n{\n}\n";
   const Refined refined(cubeText("", "loop") + cubeText("", "smooth", false, "Other") + broken, 2);
-  EXPECT_EQ(refined.list().notRefined,
-            (std::vector<std::string>{"/Cube: the scheme loop is for triangles alone",
-                                      "/Other: its scheme 'smooth' is none of catmullClark, loop, bilinear",
-                                      "/Broken: it has no usable face, or more neighbours at a point than can be counted"}));
+  EXPECT_EQ(
+      refined.list().notRefined,
+      (std::vector<std::string>{
+          "/Cube: the scheme loop is for triangles alone",
+          "/Other: its scheme 'smooth' is none of catmullClark, loop, bilinear",
+          "/Broken: it has no usable face, or more neighbours at a point than can be counted"}));
   EXPECT_EQ(refined.shape(0).counts.size(), 6u);
   EXPECT_EQ(refined.shape(1).counts.size(), 6u);
   EXPECT_EQ(refined.shape(2).counts.size(), 1u);
@@ -290,14 +331,16 @@ TEST(Refine, MoreFacesThanMemoryHoldsAreRefusedBeforeTheyAreMade) {
   } catch (const command::Failure& failure) {
     EXPECT_EQ(failure.code, command::kBadInput);
     EXPECT_EQ(describe(failure),
-              "too many faces: /Cube: level 11 makes 25165824 of it and 25165824 of the scene, more than 10000000; "
+              "too many faces: /Cube: level 11 makes 25165824 of it and 25165824 of the scene, "
+              "more than 10000000; "
               "try --subdivide 10");
   }
 }
 
 TEST(Refine, AnimatedMeshesAreRefinedAsTheyAreAtTheTime) {
   const std::string text =
-      "def Mesh \"M\"\n{\n int[] faceVertexCounts = [4]\n int[] faceVertexIndices = [0,1,2,3]\n point3f[] points.timeSamples = "
+      "def Mesh \"M\"\n{\n int[] faceVertexCounts = [4]\n int[] faceVertexIndices = [0,1,2,3]\n "
+      "point3f[] points.timeSamples = "
       "{ 0: [(0,0,0),(1,0,0),(1,1,0),(0,1,0)], 10: [(0,0,8),(1,0,8),(1,1,8),(0,1,8)] }\n}\n";
   const Refined first(text, 2, 0), middle(text, 2, 5);
   ASSERT_EQ(middle.shape().counts.size(), 16u);
@@ -307,7 +350,8 @@ TEST(Refine, AnimatedMeshesAreRefinedAsTheyAreAtTheTime) {
 
 TEST(Refine, APrototypeIsRefinedOnceForAllItsInstances) {
   const std::string text =
-      "def PointInstancer \"Many\"\n{\n rel prototypes = </Many/Cube>\n int[] protoIndices = [0,0,0]\n"
+      "def PointInstancer \"Many\"\n{\n rel prototypes = </Many/Cube>\n int[] protoIndices = "
+      "[0,0,0]\n"
       " point3f[] positions = [(0,0,0),(5,0,0),(10,0,0)]\n" +
       cubeText("") + "}\n";
   const Refined refined(text, 2);
@@ -323,7 +367,8 @@ TEST(Refine, SelectedPointsAndFacesAreThoseOfTheScene) {
   forEachCorner(refined.shape(), [&](int face, std::size_t, const Vec3<float>& p) {
     ASSERT_EQ(surface.selection(face, p), refined.shape().sceneFace(face) == 1 ? 0.5f : 0.0f);
   });
-  // One corner: all of it there, half of it in the middle of its edges, nothing on faces that do not have it.
+  // One corner: all of it there, half of it in the middle of its edges, nothing on faces that do
+  // not have it.
   const std::vector<float> weights = {0, 0, 0, 1};
   surface.setSelection(false, {}, weights);
   const int* places = refined.shape().refinement->placesOfPoints.cdata();
@@ -338,13 +383,16 @@ TEST(Refine, SelectedPointsAndFacesAreThoseOfTheScene) {
   });
 }
 
-// ----- pictures
+// ---- Pictures
 
-// An orthographic camera that looks down along z at 4 by 4 units; beside the axis, so that no ray goes through an edge.
+// An orthographic camera that looks down along z at 4 by 4 units; beside the axis, so that no ray
+// goes through an edge.
 constexpr double kBesideX = 0.0031, kBesideY = 0.0017;
 constexpr const char* kDown =
-    "token projection = \"orthographic\"\nfloat horizontalAperture = 40\nfloat verticalAperture = 40\n"
-    "double3 xformOp:translate = (0.0031, 0.0017, 10)\nuniform token[] xformOpOrder = [\"xformOp:translate\"]";
+    "token projection = \"orthographic\"\nfloat horizontalAperture = 40\nfloat verticalAperture = "
+    "40\n"
+    "double3 xformOp:translate = (0.0031, 0.0017, 10)\nuniform token[] xformOpOrder = "
+    "[\"xformOp:translate\"]";
 
 class RefinedPictures : public Pictures {
  protected:
@@ -363,7 +411,8 @@ class RefinedPictures : public Pictures {
   static double placeX(int pixel) { return 4.0 * (pixel + 0.5) / 64 - 2.0 + kBesideX; }
   static double placeY(int pixel) { return 2.0 - 4.0 * (pixel + 0.5) / 64 + kBesideY; }
   static Vec3<float> vector(const Read& read, const std::string& layer, std::size_t p) {
-    return {read.floats.at(layer + ".x")[p], read.floats.at(layer + ".y")[p], read.floats.at(layer + ".z")[p]};
+    return {read.floats.at(layer + ".x")[p], read.floats.at(layer + ".y")[p],
+            read.floats.at(layer + ".z")[p]};
   }
 };
 
@@ -380,7 +429,9 @@ Highest highestAt(const vela::MeshSample& mesh, double x, double y) {
   for (std::size_t f = 0; f < mesh.nFaces(); corners += mesh.vertsPerFace()[f], ++f) {
     vela::triangulatePolygon(mesh.pointLocations(), corners, mesh.vertsPerFace()[f], cut);
     for (std::size_t t = 0; t + 2 < cut.size(); t += 3) {
-      const auto corner = [&](std::size_t k) { return Real3(mesh.pointLocations()[corners[cut[t + k]]]); };
+      const auto corner = [&](std::size_t k) {
+        return Real3(mesh.pointLocations()[corners[cut[t + k]]]);
+      };
       const Real3 a = corner(0), b = corner(1), c = corner(2);
       const double area = (b.x - a.x) * (c.y - a.y) - (c.x - a.x) * (b.y - a.y);
       const double u = ((x - a.x) * (c.y - a.y) - (c.x - a.x) * (y - a.y)) / area;
@@ -407,23 +458,27 @@ TEST_F(RefinedPictures, RaysMeetTheRefinedMesh) {
         if (!(wanted.z > -2)) continue;
         ++hits;
         expectNear(vector(read, "P", p), Vec3<float>(Real3(placeX(x), placeY(y), wanted.z)), 1e-5);
-        expectNear(vector(read, "N", p), Vec3<float>(leftHanded ? -wanted.normal : wanted.normal), 1e-4);
+        expectNear(vector(read, "N", p), Vec3<float>(leftHanded ? -wanted.normal : wanted.normal),
+                   1e-4);
         ASSERT_EQ(read.integers.at("face.id")[p], wanted.face / 64) << "the face of the cube";
       }
-    // The refined cube is much smaller than its cage, which fills a quarter of the picture; a ball of its width shows as much.
+    // The refined cube is much smaller than its cage, which fills a quarter of the picture; a ball
+    // of its width shows as much.
     EXPECT_NEAR(hits * 4.0 * 4.0 / (64 * 64), kPi * 0.84 * 0.84, 0.1);
   }
 }
 
 TEST_F(RefinedPictures, SmoothNormalsAreUnitAndThoseOfABall) {
-  // A ball of polygons, scheme none and without normals: flat facets, and with --smooth the ball's own normals, nearly.
+  // A ball of polygons, scheme none and without normals: flat facets, and with --smooth the ball's
+  // own normals, nearly.
   const int rows = 24, columns = 48;
   std::ostringstream points, counts, indices;
   points << "(0,0,1)";
   for (int i = 1; i < rows; ++i)
     for (int j = 0; j < columns; ++j) {
       const double a = kPi * i / rows, b = 2 * kPi * j / columns;
-      points << ",(" << std::sin(a) * std::cos(b) << "," << std::sin(a) * std::sin(b) << "," << std::cos(a) << ")";
+      points << ",(" << std::sin(a) * std::cos(b) << "," << std::sin(a) * std::sin(b) << ","
+             << std::cos(a) << ")";
     }
   points << ",(0,0,-1)";
   const auto at = [](int i, int j) {
@@ -436,9 +491,11 @@ TEST_F(RefinedPictures, SmoothNormalsAreUnitAndThoseOfABall) {
       if (i < rows - 1) indices << "," << at(i + 1, j + 1);
       if (i > 0) indices << "," << at(i, j + 1);
     }
-  const std::string text = "def Mesh \"Ball\"\n{\n uniform token subdivisionScheme = \"none\"\n int[] faceVertexCounts = [" +
-                           counts.str() + "]\n int[] faceVertexIndices = [" + indices.str() + "]\n point3f[] points = [" +
-                           points.str() + "]\n}\n";
+  const std::string text =
+      "def Mesh \"Ball\"\n{\n uniform token subdivisionScheme = \"none\"\n int[] faceVertexCounts "
+      "= [" +
+      counts.str() + "]\n int[] faceVertexIndices = [" + indices.str() +
+      "]\n point3f[] points = [" + points.str() + "]\n}\n";
   for (const bool smooth : {false, true}) {
     const Read read = shot(text, smooth ? 2 : 0, smooth);  // refining does nothing here
     double worst = 0;
@@ -459,14 +516,17 @@ TEST_F(RefinedPictures, SmoothNormalsAreUnitAndThoseOfABall) {
 }
 
 TEST_F(RefinedPictures, SmoothNormalsAreMixedBetweenPointsAndTurnWithTheMesh) {
-  // One large triangle, stretched and turned: between its corners the normals that the scene gives are mixed barycentrically, and
-  // taken to the world by the inverse transpose.
+  // One large triangle, stretched and turned: between its corners the normals that the scene gives
+  // are mixed barycentrically, and taken to the world by the inverse transpose.
   const std::string text =
-      "def Mesh \"T\"\n{\n uniform token subdivisionScheme = \"none\"\n int[] faceVertexCounts = [3]\n int[] faceVertexIndices "
+      "def Mesh \"T\"\n{\n uniform token subdivisionScheme = \"none\"\n int[] faceVertexCounts = "
+      "[3]\n int[] faceVertexIndices "
       "= [0,1,2]\n"
-      " point3f[] points = [(-1,-1,0),(1,-1,0),(0,1,0)]\n normal3f[] normals = [(-1,0,2),(3,0,2),(0,1,1)] (interpolation = "
+      " point3f[] points = [(-1,-1,0),(1,-1,0),(0,1,0)]\n normal3f[] normals = "
+      "[(-1,0,2),(3,0,2),(0,1,1)] (interpolation = "
       "\"vertex\")\n"
-      " matrix4d xformOp:transform = ((2,0,0,0),(0,1,0,0),(0,0,4,0),(0,0,0,1))\n uniform token[] xformOpOrder = "
+      " matrix4d xformOp:transform = ((2,0,0,0),(0,1,0,0),(0,0,4,0),(0,0,0,1))\n uniform token[] "
+      "xformOpOrder = "
       "[\"xformOp:transform\"]\n}\n";
   const Read smooth = shot(text, 0, true), flat = shot(text, 0, false);
   int hits = 0;
@@ -477,7 +537,8 @@ TEST_F(RefinedPictures, SmoothNormalsAreMixedBetweenPointsAndTurnWithTheMesh) {
     const double x = static_cast<double>(at.x) / 2, y = static_cast<double>(at.y);
     const double top = (y + 1) / 2, right = (x + 1 - top) / 2, left = 1 - top - right;
     const Real3 object = Real3(-1, 0, 2) * left + Real3(3, 0, 2) * right + Real3(0, 1, 1) * top;
-    expectNear(vector(smooth, "N", p), Vec3<float>(Real3(object.x / 2, object.y, object.z / 4).normalized()), 1e-5);
+    expectNear(vector(smooth, "N", p),
+               Vec3<float>(Real3(object.x / 2, object.y, object.z / 4).normalized()), 1e-5);
     expectNear(vector(flat, "N", p), {0, 0, 1}, 1e-6);
   }
   EXPECT_GT(hits, 900);
@@ -485,20 +546,25 @@ TEST_F(RefinedPictures, SmoothNormalsAreMixedBetweenPointsAndTurnWithTheMesh) {
 
 TEST_F(RefinedPictures, SmoothNormalsAreTheSameWithAndWithoutLight) {
   const Read alone = shot(cubeText(""), 2, true, "N"), both = shot(cubeText(""), 2, true, "rgba,N");
-  for (const char* channel : {"N.x", "N.y", "N.z"}) EXPECT_EQ(alone.floats.at(channel), both.floats.at(channel));
+  for (const char* channel : {"N.x", "N.y", "N.z"})
+    EXPECT_EQ(alone.floats.at(channel), both.floats.at(channel));
 }
 
 TEST_F(RefinedPictures, LightDoesNotShowTheFacesOfASmoothSurface) {
-  // A body of few faces against the same one of many, which is nearly where it is: light may differ by their small distance and
-  // by where the rays to lights happen to go, but no face may lie in a shadow of its own.
-  const std::string text =
-      cubeText(" double3 xformOp:rotateXYZ = (30, 40, 0)\n uniform token[] xformOpOrder = [\"xformOp:rotateXYZ\"]\n");
+  // A body of few faces against the same one of many, which is nearly where it is: light may differ
+  // by their small distance and by where the rays to lights happen to go, but no face may lie in a
+  // shadow of its own.
+  const std::string text = cubeText(
+      " double3 xformOp:rotateXYZ = (30, 40, 0)\n uniform token[] xformOpOrder = "
+      "[\"xformOp:rotateXYZ\"]\n");
   const Read coarse = shot(text, 2, true, "rgba,N"), fine = shot(text, 5, true, "rgba,N");
   int compared = 0, off = 0;
   for (int y = 1; y < 63; ++y)
     for (int x = 1; x < 63; ++x) {
       const auto p = static_cast<std::size_t>(y * 64 + x);
-      if (coarse.floats.at("A")[p] < 1 || fine.floats.at("A")[p] < 1 || fine.floats.at("N.z")[p] < 0.3f) continue;
+      if (coarse.floats.at("A")[p] < 1 || fine.floats.at("A")[p] < 1 ||
+          fine.floats.at("N.z")[p] < 0.3f)
+        continue;
       ++compared;
       off += std::abs(coarse.floats.at("R")[p] - fine.floats.at("R")[p]) > 0.06f;
     }
@@ -513,8 +579,8 @@ TEST_F(RefinedPictures, ALeftHandedMeshHasTheSameLightAndNormals) {
   for (const char* channel : {"R", "G", "B", "A", "N.x", "N.y", "N.z"}) {
     double sum = 0;
     for (std::size_t p = 0; p < 64 * 64; ++p) {
-      const double difference =
-          std::abs(static_cast<double>(right.floats.at(channel)[p]) - static_cast<double>(left.floats.at(channel)[p]));
+      const double difference = std::abs(static_cast<double>(right.floats.at(channel)[p]) -
+                                         static_cast<double>(left.floats.at(channel)[p]));
       ASSERT_LT(difference, channel[0] == 'N' ? 0.02 : 0.1) << channel << " " << p;
       sum += difference;
     }

@@ -18,7 +18,8 @@ using tarn::Vec3;
 // A mesh of one face per polygon given, with colours of an interpolation.
 class OneMesh {
  public:
-  OneMesh(const std::vector<Vec3<float>>& points, const std::vector<int>& counts, const std::vector<int>& indices) {
+  OneMesh(const std::vector<Vec3<float>>& points, const std::vector<int>& counts,
+          const std::vector<int>& indices) {
     prim_ = ovo::MeshPrim::define(stage_, ovo::Path("/M"));
     prim_.setPoints(ovo::Array<Vec3<float>>(points));
     prim_.createFaceVertexCountsAttr().set(ovo::Array<int>(counts));
@@ -64,13 +65,15 @@ TEST(Surface, EdgesAreMixedAlongTheirLength) {
   OneMesh mesh(kSquare, {4}, {0, 1, 2, 3});
   mesh.colours("vertex", kRainbow);
   expectNear(mesh.surface().colour(0, {0.5f, 0, 0}), {0.75f, 0.25f, 0}, 1e-6f);
-  expectNear(mesh.surface().colour(0, {0, 0.5f, 0}), {1, 0.25f, 0}, 1e-6f);  // the edge that closes the face
+  expectNear(mesh.surface().colour(0, {0, 0.5f, 0}), {1, 0.25f, 0},
+             1e-6f);  // the edge that closes the face
 }
 
 TEST(Surface, ValuesGivenPerCornerFaceAndMeshAreFoundWhereTheyBelong) {
   const std::vector<Vec3<float>> points = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {2, 0, 0}};
   OneMesh mesh(points, {4, 3}, {0, 1, 2, 3, 1, 4, 2});
-  mesh.colours("faceVarying", {{0, 0, 0}, {1, 0, 0}, {2, 0, 0}, {3, 0, 0}, {4, 0, 0}, {5, 0, 0}, {6, 0, 0}});
+  mesh.colours("faceVarying",
+               {{0, 0, 0}, {1, 0, 0}, {2, 0, 0}, {3, 0, 0}, {4, 0, 0}, {5, 0, 0}, {6, 0, 0}});
   expectNear(mesh.surface().colour(1, {1, 0, 0}), {4, 0, 0}, 0.0f);
   expectNear(mesh.surface().colour(0, {1, 0, 0}), {1, 0, 0}, 0.0f);
   mesh.colours("uniform", {{1, 0, 0}, {0, 1, 0}});
@@ -93,7 +96,8 @@ TEST(Surface, AFieldThatIsLinearInSpaceComesOutLinearInAnyPolygon) {
   std::mt19937 random(seed);
   std::uniform_real_distribution<double> unit(0.0, 1.0);
   for (int round = 0; round < 300; ++round) {
-    // A star around the origin (so often concave) of 3 to 20 corners, in a plane of any tilt and at any size.
+    // A star around the origin (so often concave) of 3 to 20 corners, in a plane of any tilt and at
+    // any size.
     const int corners = 3 + round % 18;
     const double size = std::pow(10.0, 8.0 * unit(random) - 4.0), tilt = unit(random);
     const auto place = [&](double r, double angle) {
@@ -131,10 +135,11 @@ TEST(Surface, APlainPolygonMeshHasNoNormalsOfItsOwn) {
 
 TEST(Surface, ASmoothMeshHasTheMeanOfItsFacesPointingOutForBothOrientations) {
   // Two faces of a flat roof: at the ridge the normal points straight up.
-  const std::vector<Vec3<float>> points = {{-1, 0, 1}, {-1, 0, -1}, {0, 0.4f, 1}, {0, 0.4f, -1}, {1, 0, 1}, {1, 0, -1}};
+  const std::vector<Vec3<float>> points = {{-1, 0, 1},    {-1, 0, -1}, {0, 0.4f, 1},
+                                           {0, 0.4f, -1}, {1, 0, 1},   {1, 0, -1}};
   for (const bool leftHanded : {false, true}) {
-    const std::vector<int> indices =
-        leftHanded ? std::vector<int>{1, 3, 2, 0, 3, 5, 4, 2} : std::vector<int>{0, 2, 3, 1, 2, 4, 5, 3};
+    const std::vector<int> indices = leftHanded ? std::vector<int>{1, 3, 2, 0, 3, 5, 4, 2}
+                                                : std::vector<int>{0, 2, 3, 1, 2, 4, 5, 3};
     OneMesh mesh(points, {4, 4}, indices);
     mesh.prim().setSubdivisionScheme(ovo::Token("catmullClark"));
     mesh.prim().setOrientation(ovo::Token(leftHanded ? "leftHanded" : "rightHanded"));
@@ -147,9 +152,11 @@ TEST(Surface, ASmoothMeshHasTheMeanOfItsFacesPointingOutForBothOrientations) {
 }
 
 TEST(Surface, SharpEdgesStaySharp) {
-  // A steep roof: each side keeps its own normal, also on the ridge. And with a third face, a gentle eave that goes with the first.
-  const std::vector<Vec3<float>> points = {{-1, 0, 1}, {-1, 0, -1}, {0, 1, 1},      {0, 1, -1},
-                                           {1, 0, 1},  {1, 0, -1},  {-2, -0.6f, 1}, {-2, -0.6f, -1}};
+  // A steep roof: each side keeps its own normal, also on the ridge. And with a third face, a
+  // gentle eave that goes with the first.
+  const std::vector<Vec3<float>> points = {{-1, 0, 1},     {-1, 0, -1},    {0, 1, 1},
+                                           {0, 1, -1},     {1, 0, 1},      {1, 0, -1},
+                                           {-2, -0.6f, 1}, {-2, -0.6f, -1}};
   OneMesh mesh(points, {4, 4, 4}, {0, 2, 3, 1, 2, 4, 5, 3, 6, 0, 1, 7});
   mesh.prim().setSubdivisionScheme(ovo::Token("catmullClark"));
   const Surface surface = mesh.surface();

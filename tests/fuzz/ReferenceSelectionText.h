@@ -1,9 +1,8 @@
 /// \file
-/// The selection text format by the plainest means: formatted extraction and insertion of the standard library. Slow and
-/// obvious; the tests and the fuzz target hold the library's own reader and writer against it.
+/// The selection text format by the plainest means: formatted extraction and insertion of the
+/// standard library. Slow and obvious; the tests and the fuzz target hold the library's own reader
+/// and writer against it.
 #pragma once
-
-#include "vela/selection/GeoSelection.h"
 
 #include <cstdint>
 #include <istream>
@@ -13,6 +12,8 @@
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include "vela/selection/GeoSelection.h"
 
 namespace vela_test {
 
@@ -28,7 +29,8 @@ inline ReferenceSelection referenceOf(const vela::Selection::GeoSelection& selec
   ReferenceSelection result;
   for (const auto& [path, object] : selection)
     result[path] = {object.objectSelected,
-                    {object.parts[0].selections, object.parts[0].weights, object.parts[1].selections, object.parts[1].weights}};
+                    {object.parts[0].selections, object.parts[0].weights,
+                     object.parts[1].selections, object.parts[1].weights}};
   return result;
 }
 
@@ -66,7 +68,8 @@ inline void referenceWrite(std::ostream& out, const ReferenceSelection& selectio
 /// More values than any machine holds.
 constexpr std::uint64_t kMostRun = std::uint64_t{1} << 44;
 
-/// Whether a number in the text may be a run that is too long to be filled here and too short to be refused everywhere.
+/// Whether a number in the text may be a run that is too long to be filled here and too short to be
+/// refused everywhere.
 inline bool hasLargeRun(const std::string& text) {
   std::size_t digits = 0;
   for (std::size_t i = 0; i <= text.size(); ++i) {
@@ -92,8 +95,8 @@ inline ReferenceSelection referenceRead(std::istream& in, std::string& error) {
     in >> token;
     if (token == expected) return;
     std::ostringstream line;
-    line << "GeoSelection deserialization error, bad token '" << token << "' at position " << position << ", expected '"
-         << expected << "'";
+    line << "GeoSelection deserialization error, bad token '" << token << "' at position "
+         << position << ", expected '" << expected << "'";
     error = line.str();
     throw Stop();
   };

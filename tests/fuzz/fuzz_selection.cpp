@@ -1,13 +1,13 @@
-// Reads any bytes as a selection and holds the result against plain formatted extraction, and what is written against itself
-// read back.
-#include "fuzz/ReferenceSelectionText.h"
-#include "vela/selection/GeoSelection.h"
-
+// Reads any bytes as a selection and holds the result against plain formatted extraction, and what
+// is written against itself read back.
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
 #include <limits>
+
+#include "fuzz/ReferenceSelectionText.h"
+#include "vela/selection/GeoSelection.h"
 
 namespace {
 
@@ -47,7 +47,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string error = readInto(selection, in);
 
   std::string referenceError;
-  const vela_test::ReferenceSelection reference = vela_test::referenceRead(referenceIn, referenceError);
+  const vela_test::ReferenceSelection reference =
+      vela_test::referenceRead(referenceIn, referenceError);
   require(error == (referenceError.empty() ? "" : referenceError + "\n"), "the error line differs");
   require(in.rdstate() == referenceIn.rdstate(), "the stream's state differs");
   in.clear();

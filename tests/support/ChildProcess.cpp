@@ -11,7 +11,8 @@
 
 namespace vela_test {
 
-ChildResult runChild(const std::vector<std::string>& arguments, const Environment& environment, const std::string& folder) {
+ChildResult runChild(const std::vector<std::string>& arguments, const Environment& environment,
+                     const std::string& folder) {
   // Files, not pipes: a child that writes much to both streams cannot block.
   const TemporaryFolder results;
   const std::string out = results.file("out"), err = results.file("err");
@@ -30,7 +31,8 @@ ChildResult runChild(const std::vector<std::string>& arguments, const Environmen
     dup2(outFile, STDOUT_FILENO);
     dup2(errFile, STDERR_FILENO);
     std::vector<char*> argv;
-    for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+    for (const std::string& argument : arguments)
+      argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);
     execv(argv[0], argv.data());
     _exit(127);
@@ -38,7 +40,8 @@ ChildResult runChild(const std::vector<std::string>& arguments, const Environmen
 
   ChildResult result;
   int status = 0;
-  if (child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status)) result.exitCode = WEXITSTATUS(status);
+  if (child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status))
+    result.exitCode = WEXITSTATUS(status);
   result.out = readFile(out);
   result.err = readFile(err);
   return result;

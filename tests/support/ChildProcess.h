@@ -1,5 +1,6 @@
 /// \file
-/// Runs a program as a process of its own: for whatever the environment decides once in a process's life.
+/// Runs a program as a process of its own: for whatever the environment decides once in a process's
+/// life.
 #pragma once
 
 #include <map>

@@ -1,5 +1,6 @@
 /// \file
-/// Real scenes that are not part of the project: tests read them where they lie and pass over themselves where they do not.
+/// Real scenes that are not part of the project: tests read them where they lie and pass over
+/// themselves where they do not.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,7 +9,8 @@
 
 namespace vela_test {
 
-/// Full path of a file below the shared data folder (`VELA_SHARED_DATA`, else the folder beside the checkout).
+/// Full path of a file below the shared data folder (`VELA_SHARED_DATA`, else the folder beside the
+/// checkout).
 std::string sharedDataPath(const std::string& relative);
 
 /// True when that file or folder is there.
@@ -16,7 +18,8 @@ bool haveSharedData(const std::string& relative);
 
 }  // namespace vela_test
 
-/// First statement of a test that needs a real scene: passes over the test, and says so, when the scene is absent.
+/// First statement of a test that needs a real scene: passes over the test, and says so, when the
+/// scene is absent.
 #define requireSharedData(relative)                                                    \
   do {                                                                                 \
     if (!::vela_test::haveSharedData(relative))                                        \

@@ -1,5 +1,6 @@
 /// \file
-/// Where virtual functions stand in their class's table: hosts that were built against an earlier library call them by place.
+/// Where virtual functions stand in their class's table: hosts that were built against an earlier
+/// library call them by place.
 #pragma once
 
 #if defined(__GNUC__) && defined(__x86_64__)
@@ -8,7 +9,8 @@
 
 namespace vela_test {
 
-/// Slot of a virtual function: under the Itanium ABI a pointer to one is its byte offset in the table, plus one.
+/// Slot of a virtual function: under the Itanium ABI a pointer to one is its byte offset in the
+/// table, plus one.
 template <class Pointer>
 std::size_t slotOf(Pointer pointer) {
   std::ptrdiff_t words[2];

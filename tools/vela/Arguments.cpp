@@ -1,11 +1,11 @@
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
-
 #include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
 
 #include "Failure.h"
 #include "Options.h"
@@ -193,15 +193,19 @@ Examples
 )";
 
 // An option's value as text and what to do with it, so that every message has this command's form.
-[[noreturn]] void wrong(const std::string& verb, const std::string& option, const std::string& why) {
+[[noreturn]] void wrong(const std::string& verb, const std::string& option,
+                        const std::string& why) {
   throw Failure{kUsage, "wrong usage", option, why, "try vela " + verb + " --help"};
 }
 
-int readInteger(const std::string& verb, const std::string& option, const std::string& text, int low, int high) {
+int readInteger(const std::string& verb, const std::string& option, const std::string& text,
+                int low, int high) {
   int value = 0;
   const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), value);
   if (error != std::errc() || stop != text.data() + text.size() || value < low || value > high)
-    wrong(verb, option, "'" + text + "' is no whole number from " + std::to_string(low) + " to " + std::to_string(high));
+    wrong(verb, option,
+          "'" + text + "' is no whole number from " + std::to_string(low) + " to " +
+              std::to_string(high));
   return value;
 }
 
@@ -218,14 +222,17 @@ class Parser {
   void list(const std::string& names, std::vector<std::string>& values) {
     app_.add_option(names, values)->expected(1)->take_all();
   }
-  void words(const std::string& name, std::vector<std::string>& values) { app_.add_option(name, values)->required(); }
+  void words(const std::string& name, std::vector<std::string>& values) {
+    app_.add_option(name, values)->required();
+  }
   void flag(const std::string& names, bool& value) { app_.add_flag(names, value); }
 
   /// \return false when help was asked for
   bool parse(int count, char** arguments) {
     try {
       // CLI11 takes arguments in reverse.
-      std::vector<std::string> words(std::make_reverse_iterator(arguments + count), std::make_reverse_iterator(arguments));
+      std::vector<std::string> words(std::make_reverse_iterator(arguments + count),
+                                     std::make_reverse_iterator(arguments));
       app_.parse(std::move(words));
     } catch (const CLI::CallForHelp&) {
       std::fputs(help_, stdout);
@@ -286,7 +293,8 @@ struct SceneTexts {
       wrong(verb, "--engine", "'" + options.engine + "' is none of tracer, hit-detector");
     // A triangle refined that often is as much as a picture may have.
     constexpr int kDeepest = 11;
-    if (!level.empty()) options.subdivisionLevel = readInteger(verb, "--subdivide", level, 0, kDeepest);
+    if (!level.empty())
+      options.subdivisionLevel = readInteger(verb, "--subdivide", level, 0, kDeepest);
     if (options.engine == "hit-detector" && (options.subdivisionLevel > 0 || options.smooth))
       wrong(verb, options.smooth ? "--smooth" : "--subdivide",
             "does not go with --engine hit-detector, which takes meshes as the scene has them");
@@ -313,10 +321,12 @@ bool readArguments(int count, char** arguments, RenderOptions& options) {
   if (!parser.parse(count, arguments)) return false;
 
   texts.read(verb, parser, options.scene);
-  if (options.exr.empty() && options.png.empty()) wrong(verb, "", "neither -o OUT.exr nor --png OUT.png is given");
+  if (options.exr.empty() && options.png.empty())
+    wrong(verb, "", "neither -o OUT.exr nor --png OUT.png is given");
   if (options.exr.size() > 4 && options.exr.substr(options.exr.size() - 4) == ".png")
     wrong(verb, "-o", "writes OpenEXR, '" + options.exr + "' looks like a PNG: that is --png");
-  if (!options.exr.empty() && options.exr == options.png) wrong(verb, "--png", "is the same file as -o");
+  if (!options.exr.empty() && options.exr == options.png)
+    wrong(verb, "--png", "is the same file as -o");
   if (!samples.empty()) options.samples = readInteger(verb, "--samples", samples, 1, 4096);
   if (!threads.empty()) options.threads = readInteger(verb, "--threads", threads, 0, 1024);
   if (!pattern.empty() && pattern != "jittered" && pattern != "regular")
@@ -341,8 +351,10 @@ bool readArguments(int count, char** arguments, PickOptions& options) {
   options.byRay = !ray.empty();
   std::vector<double> numbers;
   if (options.byRay) {
-    if (!readNumbers(ray, 6, numbers)) wrong(verb, "--ray", "'" + ray + "' is not six numbers separated by commas");
-    if (numbers[3] == 0.0 && numbers[4] == 0.0 && numbers[5] == 0.0) wrong(verb, "--ray", "the direction has no length");
+    if (!readNumbers(ray, 6, numbers))
+      wrong(verb, "--ray", "'" + ray + "' is not six numbers separated by commas");
+    if (numbers[3] == 0.0 && numbers[4] == 0.0 && numbers[5] == 0.0)
+      wrong(verb, "--ray", "the direction has no length");
     std::copy(numbers.begin(), numbers.end(), options.ray);
   } else {
     const std::vector<std::string> parts = splitList(pixel);
@@ -382,7 +394,8 @@ bool readArguments(int count, char** arguments, SelectOptions& options) {
     wrong(verb, "--parts", "'" + options.parts + "' is none of objects, faces, vertices");
   const std::vector<std::string> corners = splitList(rect);
   if (corners.size() != 4) wrong(verb, "--rect", "'" + rect + "' is not X0,Y0,X1,Y1");
-  for (std::size_t i = 0; i < 4; ++i) options.rect[i] = readInteger(verb, "--rect", corners[i], 0, 16383);
+  for (std::size_t i = 0; i < 4; ++i)
+    options.rect[i] = readInteger(verb, "--rect", corners[i], 0, 16383);
   if (options.rect[0] > options.rect[2]) std::swap(options.rect[0], options.rect[2]);
   if (options.rect[1] > options.rect[3]) std::swap(options.rect[1], options.rect[3]);
   return true;
@@ -453,17 +466,22 @@ bool readArguments(int count, char** arguments, MakeOptions& options) {
   if (!size.empty() && !readNumbers(size, 3, numbers))
     wrong(verb, "--size", "'" + size + "' is not three numbers separated by commas");
   for (const double number : numbers)
-    if (!(number > 0 && number <= 1e30)) wrong(verb, "--size", "'" + size + "' is not above 0 and at most 1e30 throughout");
+    if (!(number > 0 && number <= 1e30))
+      wrong(verb, "--size", "'" + size + "' is not above 0 and at most 1e30 throughout");
   std::copy(numbers.begin(), numbers.end(), options.size);
   constexpr int kMost = 1000000;
   // About 250 bytes each while they are made and written.
   constexpr double kMostMadeFaces = 20'000'000;
   options.rows = sphere ? 16u : 1u;
   options.columns = round ? 32u : 1u;
-  if (!rows.empty()) options.rows = static_cast<unsigned>(readInteger(verb, "--rows", rows, sphere ? 2 : 1, kMost));
-  if (!columns.empty()) options.columns = static_cast<unsigned>(readInteger(verb, "--columns", columns, round ? 3 : 1, kMost));
-  const double faces = options.shape == "cube" ? 2.0 * (2.0 * options.rows + options.columns) * options.columns
-                                               : static_cast<double>(options.rows) * options.columns;
+  if (!rows.empty())
+    options.rows = static_cast<unsigned>(readInteger(verb, "--rows", rows, sphere ? 2 : 1, kMost));
+  if (!columns.empty())
+    options.columns =
+        static_cast<unsigned>(readInteger(verb, "--columns", columns, round ? 3 : 1, kMost));
+  const double faces = options.shape == "cube"
+                           ? 2.0 * (2.0 * options.rows + options.columns) * options.columns
+                           : static_cast<double>(options.rows) * options.columns;
   if (faces > kMostMadeFaces)
     wrong(verb, "--rows, --columns",
           "these make " + std::to_string(std::llround(faces)) + " faces, more than " +

@@ -26,7 +26,8 @@ class TracerEngine final : public Engine {
     tracer_.reservePlacements(list.entries.size());
     std::vector<std::uint32_t> meshes;
     meshes.reserve(list.shapes.size());
-    for (const Shape& shape : list.shapes) meshes.push_back(tracer_.addMesh(shape.points, shape.counts, shape.indices));
+    for (const Shape& shape : list.shapes)
+      meshes.push_back(tracer_.addMesh(shape.points, shape.counts, shape.indices));
     for (const MeshEntry& entry : list.entries)
       tracer_.addPlacement(meshes[entry.shape], engineFromWorld * entry.worldFromObject);
     tracer_.build();
@@ -61,14 +62,16 @@ class TracerEngine final : public Engine {
     for (const Shape& shape : list_.shapes) {
       tarn::Box3<double> box;
       for (const Vec3<float>& p : shape.points)
-        if (std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z)) box.extendBy(Vec3<double>(p));
+        if (std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z))
+          box.extendBy(Vec3<double>(p));
       shapeBoxes.push_back(box);
     }
     const tarn::Mat4<double> engineFromWorld = makeEngineFromWorld();
     std::vector<tarn::Box3<float>> boxes;
     boxes.reserve(list_.entries.size());
     for (const MeshEntry& entry : list_.entries)
-      boxes.emplace_back(shapeBoxes[entry.shape].transformed(engineFromWorld * entry.worldFromObject));
+      boxes.emplace_back(
+          shapeBoxes[entry.shape].transformed(engineFromWorld * entry.worldFromObject));
     return boxes;
   }
 
@@ -97,7 +100,10 @@ class DetectorEngine final : public Engine {
         detector_(model_) {
     anyHit_.nearestHit = false;
     if (const std::size_t others = list.entries.size() - entries_.size(); others > 0)
-      std::fprintf(stderr, "vela: note: the hit detector takes plain meshes alone: %zu others are left out\n", others);
+      std::fprintf(
+          stderr,
+          "vela: note: the hit detector takes plain meshes alone: %zu others are left out\n",
+          others);
   }
 
   Vec3<double> origin() const override { return {}; }
@@ -122,7 +128,9 @@ class DetectorEngine final : public Engine {
     hit = SurfaceHit();
     if (at == entries_.end() || *at != entry) return false;
     vela::CollisionResult found;
-    if (!model_.model().intersect(nearest_, ray, static_cast<std::size_t>(at - entries_.begin()), found)) return false;
+    if (!model_.model().intersect(nearest_, ray, static_cast<std::size_t>(at - entries_.begin()),
+                                  found))
+      return false;
     hit = surfaceHit(found, *at, true);
     return true;
   }
@@ -135,7 +143,12 @@ class DetectorEngine final : public Engine {
 
  private:
   static SurfaceHit surfaceHit(const vela::CollisionResult& found, std::uint32_t entry, bool hit) {
-    return {static_cast<double>(found.distance), found.position, found.normal, entry, found.faceIndex, hit};
+    return {static_cast<double>(found.distance),
+            found.position,
+            found.normal,
+            entry,
+            found.faceIndex,
+            hit};
   }
 
   // The detector knows prims, each in its one place.
@@ -147,7 +160,8 @@ class DetectorEngine final : public Engine {
     return entries;
   }
 
-  static std::vector<ovo::MeshPrim> primsOf(const MeshList& list, const std::vector<std::uint32_t>& entries) {
+  static std::vector<ovo::MeshPrim> primsOf(const MeshList& list,
+                                            const std::vector<std::uint32_t>& entries) {
     std::vector<ovo::MeshPrim> prims;
     prims.reserve(entries.size());
     for (const std::uint32_t entry : entries) prims.push_back(list.entries[entry].prim);
@@ -163,7 +177,8 @@ class DetectorEngine final : public Engine {
 
 }  // namespace
 
-std::unique_ptr<Engine> makeEngine(const std::string& name, const MeshList& list, double time, const Vec3<double>& origin) {
+std::unique_ptr<Engine> makeEngine(const std::string& name, const MeshList& list, double time,
+                                   const Vec3<double>& origin) {
   if (name == "tracer") return std::make_unique<TracerEngine>(list, origin);
   if (name == "hit-detector") return std::make_unique<DetectorEngine>(list, time);
   throw Failure{kUsage, "no such engine", name, "", "try tracer or hit-detector"};

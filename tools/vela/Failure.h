@@ -10,7 +10,8 @@ namespace command {
 enum ExitCode { kDone = 0, kBadInput = 1, kUsage = 2, kInterrupted = 130 };
 
 /// Thrown by a verb that cannot go on; main() prints it as
-/// `vela VERB: error: what: where: why; what to try` (parts that are empty are left out) and exits with the code.
+/// `vela VERB: error: what: where: why; what to try` (parts that are empty are left out) and exits
+/// with the code.
 struct Failure {
   ExitCode code = kBadInput;
   std::string what;     ///< what could not be done

@@ -21,7 +21,8 @@ InfoReport::CameraFacts factsOf(const ovo::CameraPrim& prim, double time, double
   const ovo::CameraParameters from = prim.getParameters(time);
   const double millimetres = 1000.0 * metersPerUnit;
   const auto view = [&](double aperture) {
-    return from.perspective ? 2.0 * std::atan(aperture / (2.0 * from.focalLength)) * kDegrees : aperture;
+    return from.perspective ? 2.0 * std::atan(aperture / (2.0 * from.focalLength)) * kDegrees
+                            : aperture;
   };
   InfoReport::CameraFacts facts;
   facts.path = prim.getPath().asString();
@@ -76,7 +77,8 @@ InfoReport gather(const ovo::Stage& stage, const InfoOptions& options) {
     if (prim == stage.getRootPrim()) return true;
     const std::string type = prim.getTypeName().asString();
     ++report.primsByType[type.empty() ? "(none)" : type];
-    if (const ovo::MeshPrim mesh(prim); mesh.isValid()) report.meshes.push_back(factsOf(mesh, options.time));
+    if (const ovo::MeshPrim mesh(prim); mesh.isValid())
+      report.meshes.push_back(factsOf(mesh, options.time));
     if (const ovo::CameraPrim camera(prim); camera.isValid())
       report.cameras.push_back(factsOf(camera, options.time, report.metersPerUnit));
     return true;
@@ -87,15 +89,18 @@ InfoReport gather(const ovo::Stage& stage, const InfoOptions& options) {
 
 void print(const InfoReport& report) {
   const auto text = [](double value) { return toText(static_cast<float>(value)); };
-  std::printf("%s\n  up axis %s, %s metres a unit, %s time codes a second", report.file.c_str(), report.upAxis.c_str(),
-              text(report.metersPerUnit).c_str(), text(report.timeCodesPerSecond).c_str());
+  std::printf("%s\n  up axis %s, %s metres a unit, %s time codes a second", report.file.c_str(),
+              report.upAxis.c_str(), text(report.metersPerUnit).c_str(),
+              text(report.timeCodesPerSecond).c_str());
   if (report.hasTimeRange)
-    std::printf(", time codes %s to %s", text(report.startTimeCode).c_str(), text(report.endTimeCode).c_str());
+    std::printf(", time codes %s to %s", text(report.startTimeCode).c_str(),
+                text(report.endTimeCode).c_str());
   std::printf("\n");
   if (!report.defaultPrim.empty()) std::printf("  default prim %s\n", report.defaultPrim.c_str());
 
   std::printf("\nPrims by type\n");
-  for (const auto& [type, count] : report.primsByType) std::printf("  %8zu  %s\n", count, type.c_str());
+  for (const auto& [type, count] : report.primsByType)
+    std::printf("  %8zu  %s\n", count, type.c_str());
 
   // Long lists would scroll the rest away; JSON has them whole.
   constexpr std::size_t kMostMeshes = 40;
@@ -105,13 +110,16 @@ void print(const InfoReport& report) {
     faces += mesh.faces;
     triangles += mesh.triangles;
   }
-  std::printf("\nMeshes: %zu, with %zu points, %zu faces, %zu triangles\n", report.meshes.size(), points, faces, triangles);
+  std::printf("\nMeshes: %zu, with %zu points, %zu faces, %zu triangles\n", report.meshes.size(),
+              points, faces, triangles);
   if (!report.meshes.empty()) std::printf("    points     faces  triangles\n");
   for (std::size_t i = 0; i < std::min(report.meshes.size(), kMostMeshes); ++i) {
     const InfoReport::MeshFacts& mesh = report.meshes[i];
-    std::printf("  %8zu  %8zu   %8zu  %s%s%s%s\n", mesh.points, mesh.faces, mesh.triangles, mesh.path.c_str(),
+    std::printf("  %8zu  %8zu   %8zu  %s%s%s%s\n", mesh.points, mesh.faces, mesh.triangles,
+                mesh.path.c_str(),
                 mesh.subdivision == "none" ? "" : (" (" + mesh.subdivision + ")").c_str(),
-                mesh.purpose == "default" ? "" : (" (" + mesh.purpose + ")").c_str(), mesh.visible ? "" : " (invisible)");
+                mesh.purpose == "default" ? "" : (" (" + mesh.purpose + ")").c_str(),
+                mesh.visible ? "" : " (invisible)");
   }
   if (report.meshes.size() > kMostMeshes)
     std::printf("  ... and %zu more: --json lists all\n", report.meshes.size() - kMostMeshes);
@@ -120,13 +128,16 @@ void print(const InfoReport& report) {
   for (const InfoReport::CameraFacts& camera : report.cameras) {
     std::printf("  %s\n", camera.path.c_str());
     if (camera.perspective)
-      std::printf("    perspective, field of view %.4g x %.4g degrees, focal length %.6g mm, film %.6g x %.6g mm\n",
-                  camera.horizontalView, camera.verticalView, camera.focalLength, camera.horizontalAperture,
-                  camera.verticalAperture);
+      std::printf(
+          "    perspective, field of view %.4g x %.4g degrees, focal length %.6g mm, film %.6g x "
+          "%.6g mm\n",
+          camera.horizontalView, camera.verticalView, camera.focalLength, camera.horizontalAperture,
+          camera.verticalAperture);
     else
-      std::printf("    orthographic, window %.6g x %.6g units\n", camera.horizontalView, camera.verticalView);
-    std::printf("    clipping %.6g to %.6g units, focus at %.6g units, f-stop %.4g\n", camera.clippingNear, camera.clippingFar,
-                camera.focusDistance, camera.fStop);
+      std::printf("    orthographic, window %.6g x %.6g units\n", camera.horizontalView,
+                  camera.verticalView);
+    std::printf("    clipping %.6g to %.6g units, focus at %.6g units, f-stop %.4g\n",
+                camera.clippingNear, camera.clippingFar, camera.focusDistance, camera.fStop);
   }
 }
 

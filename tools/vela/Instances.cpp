@@ -29,7 +29,8 @@ Mat4<double> InstanceExpander::Instancer::instancerFromInstance(std::size_t i) c
   const Vec3<double> at(positions.cdata()[i]);
   m.translate(at.x, at.y, at.z);
 
-  // Columns of the rotation by a quaternion, made one of unit length; without a length it turns nothing.
+  // Columns of the rotation by a quaternion, made one of unit length; without a length it turns
+  // nothing.
   if (!orientations.empty()) {
     Vec4<double> q(orientations.cdata()[i]);
     const double length = std::sqrt(q.x * q.x + q.y * q.y + q.z * q.z + q.w * q.w);
@@ -55,17 +56,19 @@ Mat4<double> InstanceExpander::Instancer::instancerFromInstance(std::size_t i) c
   return m;
 }
 
-void InstanceExpander::expand(const ovo::Prim& instancer, const Mat4<double>& worldFromInstancer, std::uint32_t parent,
-                              const ovo::Token& purpose) {
+void InstanceExpander::expand(const ovo::Prim& instancer, const Mat4<double>& worldFromInstancer,
+                              std::uint32_t parent, const ovo::Token& purpose) {
   // An instancer that is part of its own prototype would never end.
-  if (open_.size() >= kDeepest || std::find(open_.begin(), open_.end(), instancer) != open_.end()) return;
+  if (open_.size() >= kDeepest || std::find(open_.begin(), open_.end(), instancer) != open_.end())
+    return;
   open_.push_back(instancer);
   const Instancer& from = read(instancer, purpose);
 
   for (std::size_t i = 0; i < from.protoIndices.size(); ++i) {
     if (++visited_ > kMostInstances)
       throw Failure{kBadInput, "too many instances", instancer.getPath().asString(),
-                    "there are more than " + std::to_string(kMostInstances), "try --exclude " + instancer.getPath().asString()};
+                    "there are more than " + std::to_string(kMostInstances),
+                    "try --exclude " + instancer.getPath().asString()};
     if (visited_ % 1024 == 0) throwIfInterrupted();
     if (!from.mask.empty() && !from.mask[i]) continue;
     const int prototype = from.protoIndices.cdata()[i];
@@ -93,7 +96,8 @@ void InstanceExpander::expand(const ovo::Prim& instancer, const Mat4<double>& wo
     const Mat4<double> worldFromInstance = worldFromInstancer * from.instancerFromInstance(i);
     for (const Part& part : parts) {
       if (part.shape)
-        list_.entries.push_back({ovo::MeshPrim(part.prim), worldFromInstance * part.instanceFromPart, *part.shape, number});
+        list_.entries.push_back({ovo::MeshPrim(part.prim),
+                                 worldFromInstance * part.instanceFromPart, *part.shape, number});
       else
         expand(part.prim, worldFromInstance * part.instanceFromPart, number, part.purpose);
     }
@@ -105,7 +109,8 @@ void InstanceExpander::expand(const ovo::Prim& instancer, const Mat4<double>& wo
   open_.pop_back();
 }
 
-const InstanceExpander::Instancer& InstanceExpander::read(const ovo::Prim& prim, const ovo::Token& purpose) {
+const InstanceExpander::Instancer& InstanceExpander::read(const ovo::Prim& prim,
+                                                          const ovo::Token& purpose) {
   const auto [place, isNew] = known_.try_emplace({prim, purpose});
   Instancer& out = place->second;
   if (!isNew) return out;
@@ -114,7 +119,8 @@ const InstanceExpander::Instancer& InstanceExpander::read(const ovo::Prim& prim,
   out.number = static_cast<std::uint32_t>(list_.instancers.size());
   list_.instancers.push_back(prim);
 
-  // Lists. One whose length is not that of the instances says nothing about them; float orientations go before half ones.
+  // Lists. One whose length is not that of the instances says nothing about them; float
+  // orientations go before half ones.
   prim.getAttr(names.protoIndices).get(out.protoIndices, time);
   const std::size_t count = out.protoIndices.size();
   prim.getAttr(names.positions).get(out.positions, time);
@@ -125,13 +131,15 @@ const InstanceExpander::Instancer& InstanceExpander::read(const ovo::Prim& prim,
   if (out.orientations.size() != count) out.orientations.clear();
   const ovo::Primvar colour = prim.getPrimvar(names.displayColor);
   if (colour.isValid()) colour.computeFlattened(out.colours, time);
-  if (colour.isValid() && colour.interpolation() == names.constant && out.colours.size() > 1) out.colours.resize(1);
+  if (colour.isValid() && colour.interpolation() == names.constant && out.colours.size() > 1)
+    out.colours.resize(1);
   if (out.colours.size() != 1 && out.colours.size() != count) out.colours.clear();
 
   // An inactive instance is not there, whatever is asked for; an invisible one can be asked for.
   using ovo::PointInstancerPrim;
   out.mask = PointInstancerPrim(prim).computeMask(
-      time, filter_.withInvisible ? PointInstancerPrim::inactive : PointInstancerPrim::inactiveOrInvisible);
+      time, filter_.withInvisible ? PointInstancerPrim::inactive
+                                  : PointInstancerPrim::inactiveOrInvisible);
 
   std::vector<ovo::Path> paths;
   prim.getRelationshipTargets(names.prototypes, paths);
@@ -143,7 +151,8 @@ const InstanceExpander::Instancer& InstanceExpander::read(const ovo::Prim& prim,
   return out;
 }
 
-std::vector<InstanceExpander::Part> InstanceExpander::partsOf(const ovo::Prim& root, const ovo::Token& purpose) {
+std::vector<InstanceExpander::Part> InstanceExpander::partsOf(const ovo::Prim& root,
+                                                              const ovo::Token& purpose) {
   struct State {
     Mat4<double> instanceFromPrim;
     ovo::Token purpose;
@@ -154,12 +163,15 @@ std::vector<InstanceExpander::Part> InstanceExpander::partsOf(const ovo::Prim& r
 
   // A prim is passed over with all below it when it has no state.
   const auto visit = [&](const ovo::Prim& prim, const State& above) {
-    if (!prim.isActive() || shapes_.isExcluded(prim) || (root.isDefined() && !prim.isDefined())) return;
+    if (!prim.isActive() || shapes_.isExcluded(prim) || (root.isDefined() && !prim.isDefined()))
+      return;
     ovo::Token visibility;
-    if (!filter_.withInvisible && prim.getAttr(names.visibility).get(visibility, filter_.time) && visibility == names.invisible)
+    if (!filter_.withInvisible && prim.getAttr(names.visibility).get(visibility, filter_.time) &&
+        visibility == names.invisible)
       return;
     State state = above;
-    if (const ovo::Attribute own = prim.getAttr(names.purpose); own.hasAuthoredValue()) own.get(state.purpose, filter_.time);
+    if (const ovo::Attribute own = prim.getAttr(names.purpose); own.hasAuthoredValue())
+      own.get(state.purpose, filter_.time);
     if (const ovo::XformablePrim placed(prim); placed.isValid()) {
       const Mat4<double> local = placed.getLocalXform(filter_.time);
       state.instanceFromPrim = placed.resetsXformStack() ? local : above.instanceFromPrim * local;

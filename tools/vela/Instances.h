@@ -1,5 +1,6 @@
 /// \file
-/// From prims to shapes: which ones are wanted, each read once, and the places that point instancers give them.
+/// From prims to shapes: which ones are wanted, each read once, and the places that point
+/// instancers give them.
 #pragma once
 
 #include <cstddef>
@@ -30,8 +31,8 @@ class ShapeReader {
   [[nodiscard]] bool isWantedPurpose(const ovo::Token& purpose) const;
   [[nodiscard]] bool isExcluded(const ovo::Prim& prim) const;
 
-  /// The place of the prim's shape in the list, read when it is asked for first. None for prims without a shape, and for those
-  /// whose shape cannot be shown, which are counted once.
+  /// The place of the prim's shape in the list, read when it is asked for first. None for prims
+  /// without a shape, and for those whose shape cannot be shown, which are counted once.
   std::optional<std::uint32_t> find(const ovo::Prim& prim);
 
  private:
@@ -43,18 +44,20 @@ class ShapeReader {
 
 /// Adds the entries of point instancers to a list.
 ///
-/// An instance's prototype stands at worldFromInstancer * T * R * S * its own transform. Prototypes may have many prims, other
-/// instancers among them; they may be `over`s and classes, which scenes keep out of sight that way. What hides a prim or gives it a
-/// purpose counts from the prototype's root down; above that it is the instancer's place in the scene that counts.
+/// An instance's prototype stands at worldFromInstancer * T * R * S * its own transform. Prototypes
+/// may have many prims, other instancers among them; they may be `over`s and classes, which scenes
+/// keep out of sight that way. What hides a prim or gives it a purpose counts from the prototype's
+/// root down; above that it is the instancer's place in the scene that counts.
 class InstanceExpander {
  public:
-  InstanceExpander(const ovo::Stage& stage, MeshList& list, const MeshFilter& filter, ShapeReader& shapes)
+  InstanceExpander(const ovo::Stage& stage, MeshList& list, const MeshFilter& filter,
+                   ShapeReader& shapes)
       : stage_(stage), list_(list), filter_(filter), shapes_(shapes) {}
 
   /// \param parent  the instance that the instancer is part of
   /// \param purpose the instancer's
-  void expand(const ovo::Prim& instancer, const tarn::Mat4<double>& worldFromInstancer, std::uint32_t parent,
-              const ovo::Token& purpose);
+  void expand(const ovo::Prim& instancer, const tarn::Mat4<double>& worldFromInstancer,
+              std::uint32_t parent, const ovo::Token& purpose);
 
  private:
   // A prim of a prototype: a shape, or an instancer when there is none.

@@ -14,7 +14,8 @@ namespace {
 // Lock-free atomics are the only shared state that a signal handler may touch.
 std::atomic<int> signalsSeen{0};
 std::atomic<const char*> temporaries[4] = {};
-static_assert(std::atomic<int>::is_always_lock_free && std::atomic<const char*>::is_always_lock_free);
+static_assert(std::atomic<int>::is_always_lock_free &&
+              std::atomic<const char*>::is_always_lock_free);
 
 extern "C" void onSignal(int) {
   if (signalsSeen.fetch_add(1) == 0) return;

@@ -6,8 +6,9 @@
 
 namespace command {
 
-/// Installs the handlers. The first signal only sets a flag, so that work stops at a clean place; a second one removes the
-/// temporary files that are registered and ends the process at once with code 130.
+/// Installs the handlers. The first signal only sets a flag, so that work stops at a clean place; a
+/// second one removes the temporary files that are registered and ends the process at once with
+/// code 130.
 void catchInterrupts();
 
 /// True after a signal. Safe from every thread.
@@ -16,8 +17,8 @@ void catchInterrupts();
 /// Throws Interrupted after a signal.
 void throwIfInterrupted();
 
-/// Files to remove when a second signal ends the process, at most four at a time. The text must live until it is
-/// forgotten again.
+/// Files to remove when a second signal ends the process, at most four at a time. The text must
+/// live until it is forgotten again.
 void rememberTemporary(const std::string& file) noexcept;
 void forgetTemporary(const std::string& file) noexcept;
 

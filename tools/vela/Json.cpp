@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstdlib>
+
 #include <nlohmann/json.hpp>
 
 #include "Text.h"
@@ -13,25 +14,36 @@ namespace {
 // Keys stay in the order of the code.
 using Json = nlohmann::ordered_json;
 
-// A float as the shortest decimal that reads back as that float; widened as it is it would show digits that mean nothing.
-Json number(float value) { return std::isfinite(value) ? Json(std::strtod(toText(value).c_str(), nullptr)) : Json(); }
+// A float as the shortest decimal that reads back as that float; widened as it is it would show
+// digits that mean nothing.
+Json number(float value) {
+  return std::isfinite(value) ? Json(std::strtod(toText(value).c_str(), nullptr)) : Json();
+}
 Json number(double value) { return std::isfinite(value) ? Json(value) : Json(); }
-Json vector(const tarn::Vec3<float>& v) { return Json::array({number(v.x), number(v.y), number(v.z)}); }
+Json vector(const tarn::Vec3<float>& v) {
+  return Json::array({number(v.x), number(v.y), number(v.z)});
+}
 
 Json object(const ChannelsReport::ChannelFacts& channel) {
-  return {{"channel", channel.number}, {"name", channel.name},       {"layer", channel.layer},
-          {"place", channel.position}, {"purpose", channel.purpose}, {"valueType", channel.valueType}};
+  return {{"channel", channel.number},  {"name", channel.name},
+          {"layer", channel.layer},     {"place", channel.position},
+          {"purpose", channel.purpose}, {"valueType", channel.valueType}};
 }
 
 Json object(const ChannelsReport::LayerFacts& layer) {
-  Json json = {{"name", layer.name}, {"purpose", layer.purpose}, {"valueType", layer.valueType}, {"channels", Json::array()}};
+  Json json = {{"name", layer.name},
+               {"purpose", layer.purpose},
+               {"valueType", layer.valueType},
+               {"channels", Json::array()}};
   for (const ChannelsReport::Member& member : layer.channels)
     json["channels"].push_back({{"channel", member.number}, {"name", member.name}});
   return json;
 }
 
 // Names in files may be any bytes; what is no UTF-8 is replaced.
-std::string dump(const Json& json, int indent) { return json.dump(indent, ' ', false, Json::error_handler_t::replace); }
+std::string dump(const Json& json, int indent) {
+  return json.dump(indent, ' ', false, Json::error_handler_t::replace);
+}
 
 }  // namespace
 
@@ -55,7 +67,8 @@ std::string toJson(const InfoReport& report) {
                {"timeCodesPerSecond", number(report.timeCodesPerSecond)},
                {"framesPerSecond", number(report.framesPerSecond)},
                {"defaultPrim", report.defaultPrim}};
-  if (report.hasTimeRange) json["timeCodes"] = Json::array({number(report.startTimeCode), number(report.endTimeCode)});
+  if (report.hasTimeRange)
+    json["timeCodes"] = Json::array({number(report.startTimeCode), number(report.endTimeCode)});
   json["problems"] = report.problems;
   json["primsByType"] = report.primsByType;
   json["meshes"] = Json::array();
@@ -69,28 +82,40 @@ std::string toJson(const InfoReport& report) {
                               {"visible", mesh.visible}});
   json["cameras"] = Json::array();
   for (const InfoReport::CameraFacts& camera : report.cameras) {
-    Json entry = {{"path", camera.path}, {"projection", camera.perspective ? "perspective" : "orthographic"}};
+    Json entry = {{"path", camera.path},
+                  {"projection", camera.perspective ? "perspective" : "orthographic"}};
     if (camera.perspective) {
       entry["focalLengthMm"] = number(camera.focalLength);
-      entry["apertureMm"] = Json::array({number(camera.horizontalAperture), number(camera.verticalAperture)});
-      entry["apertureOffsetMm"] = Json::array({number(camera.horizontalOffset), number(camera.verticalOffset)});
-      entry["fieldOfViewDegrees"] = Json::array({number(camera.horizontalView), number(camera.verticalView)});
+      entry["apertureMm"] =
+          Json::array({number(camera.horizontalAperture), number(camera.verticalAperture)});
+      entry["apertureOffsetMm"] =
+          Json::array({number(camera.horizontalOffset), number(camera.verticalOffset)});
+      entry["fieldOfViewDegrees"] =
+          Json::array({number(camera.horizontalView), number(camera.verticalView)});
     } else {
-      entry["windowUnits"] = Json::array({number(camera.horizontalView), number(camera.verticalView)});
+      entry["windowUnits"] =
+          Json::array({number(camera.horizontalView), number(camera.verticalView)});
     }
-    entry["clippingRangeUnits"] = Json::array({number(camera.clippingNear), number(camera.clippingFar)});
+    entry["clippingRangeUnits"] =
+        Json::array({number(camera.clippingNear), number(camera.clippingFar)});
     entry["focusDistanceUnits"] = number(camera.focusDistance);
     entry["fStop"] = number(camera.fStop);
-    entry["shutterTimeCodes"] = Json::array({number(camera.shutterOpen), number(camera.shutterClose)});
+    entry["shutterTimeCodes"] =
+        Json::array({number(camera.shutterOpen), number(camera.shutterClose)});
     json["cameras"].push_back(entry);
   }
   return dump(json, 2) + "\n";
 }
 
 std::string toJson(const ChannelsReport& report) {
-  Json json = {{"channels", Json::array()}, {"layers", Json::array()}, {"firstFree", report.firstFree}, {"free", report.free}};
-  for (const ChannelsReport::ChannelFacts& channel : report.channels) json["channels"].push_back(object(channel));
-  for (const ChannelsReport::LayerFacts& layer : report.layers) json["layers"].push_back(object(layer));
+  Json json = {{"channels", Json::array()},
+               {"layers", Json::array()},
+               {"firstFree", report.firstFree},
+               {"free", report.free}};
+  for (const ChannelsReport::ChannelFacts& channel : report.channels)
+    json["channels"].push_back(object(channel));
+  for (const ChannelsReport::LayerFacts& layer : report.layers)
+    json["layers"].push_back(object(layer));
   return dump(json, 2) + "\n";
 }
 
@@ -99,7 +124,8 @@ std::string toJson(const ChannelNameReport& report) {
   json["layer"] = report.layer.empty() ? Json() : object(report.layer[0]);
   json["channel"] = report.channel.empty() ? Json() : object(report.channel[0]);
   if (report.channel.empty() && !report.newLayer.empty() && report.newNumber > 0)
-    json["new"] = {{"channel", report.newNumber}, {"layer", report.newLayer}, {"purpose", report.newPurpose}};
+    json["new"] = {
+        {"channel", report.newNumber}, {"layer", report.newLayer}, {"purpose", report.newPurpose}};
   return dump(json, 2) + "\n";
 }
 
@@ -107,8 +133,10 @@ std::string toJson(const SelectionReport& report) {
   const auto part = [](std::size_t size, const std::vector<SelectionReport::Run>& runs) {
     Json json = {{"size", size}, {"runs", Json::array()}};
     for (const SelectionReport::Run& run : runs)
-      json["runs"].push_back(
-          {{"first", run.first}, {"last", run.last}, {"value", number(run.value)}, {"weight", number(run.weight)}});
+      json["runs"].push_back({{"first", run.first},
+                              {"last", run.last},
+                              {"value", number(run.value)},
+                              {"weight", number(run.weight)}});
     return json;
   };
   Json json = {{"objects", Json::array()}};
@@ -124,8 +152,10 @@ std::string toJson(const ResolveReport& report) {
   const auto text = [](const std::string& value) { return value.empty() ? Json() : Json(value); };
   Json json = {{"references", Json::array()}};
   for (const ResolveReport::Reference& one : report.references)
-    json["references"].push_back(
-        {{"reference", one.reference}, {"resolved", !one.path.empty()}, {"path", text(one.path)}, {"error", text(one.error)}});
+    json["references"].push_back({{"reference", one.reference},
+                                  {"resolved", !one.path.empty()},
+                                  {"path", text(one.path)},
+                                  {"error", text(one.error)}});
   return dump(json, 2) + "\n";
 }
 

@@ -30,13 +30,16 @@ struct InfoReport {
   struct CameraFacts {
     std::string path;
     bool perspective = true;
-    double focalLength = 0, horizontalAperture = 0, verticalAperture = 0, horizontalOffset = 0, verticalOffset = 0;  ///< mm
-    double horizontalView = 0, verticalView = 0;  ///< degrees; of an orthographic camera its window in scene units
+    double focalLength = 0, horizontalAperture = 0, verticalAperture = 0, horizontalOffset = 0,
+           verticalOffset = 0;  ///< mm
+    double horizontalView = 0,
+           verticalView = 0;  ///< degrees; of an orthographic camera its window in scene units
     double clippingNear = 0, clippingFar = 0, focusDistance = 0;  ///< scene units
     double fStop = 0, shutterOpen = 0, shutterClose = 0;
   };
   std::string file, upAxis, defaultPrim;
-  double metersPerUnit = 0, timeCodesPerSecond = 0, framesPerSecond = 0, startTimeCode = 0, endTimeCode = 0;
+  double metersPerUnit = 0, timeCodesPerSecond = 0, framesPerSecond = 0, startTimeCode = 0,
+         endTimeCode = 0;
   bool hasTimeRange = false;
   std::vector<std::string> problems;
   std::map<std::string, std::size_t> primsByType;
@@ -68,8 +71,9 @@ struct ChannelNameReport {
   std::string name, channelName;  ///< as given; as the registry rewrites it for a channel
   std::vector<ChannelsReport::LayerFacts> layer;
   std::vector<ChannelsReport::ChannelFacts> channel;
-  std::string newLayer, newPurpose;  ///< of a channel made by that name now; no layer: it cannot be made
-  int newNumber = 0;                 ///< 0: no number is free
+  std::string newLayer,
+      newPurpose;     ///< of a channel made by that name now; no layer: it cannot be made
+  int newNumber = 0;  ///< 0: no number is free
 };
 
 struct SelectionReport {

@@ -16,16 +16,18 @@ using vela::ChannelAlias;
 using vela::ChannelManager;
 using vela::LayerAlias;
 
-// A layer of channels that are made one by one: the registry's creator of colour layers only works when it is nearly full.
-LayerAlias* createByChannels(ChannelManager& registry, const char* layer, const std::vector<const char*>& names,
+// A layer of channels that are made one by one: the registry's creator of colour layers only works
+// when it is nearly full.
+LayerAlias* createByChannels(ChannelManager& registry, const char* layer,
+                             const std::vector<const char*>& names,
                              const std::vector<Channel::Type>& types, Channel::Type purpose) {
   ChannelAlias* members[4] = {};
   for (std::size_t i = 0; i < names.size(); ++i) {
     members[i] = registry.createChannel(layer, names[i], static_cast<int>(i), types[i]);
     if (!members[i]) return nullptr;
   }
-  return registry.createLayer(layer, static_cast<unsigned>(names.size()), purpose, members[0], members[1], members[2],
-                              members[3]);
+  return registry.createLayer(layer, static_cast<unsigned>(names.size()), purpose, members[0],
+                              members[1], members[2], members[3]);
 }
 
 // The registry's layer of that name, made when it is one that pictures add; null for all others.
@@ -33,16 +35,18 @@ LayerAlias* findOrCreate(ChannelManager& registry, const std::string& name) {
   if (LayerAlias* layer = registry.getLayer(name.c_str())) return layer;
   if (name == "P" || name == "N") return registry.createVec3Layer(name.c_str(), "xyz");
   if (name == "prim" || name == "face")
-    return createByChannels(registry, name.c_str(), {"id"}, {Channel::Type::bitmaskId}, Channel::Type::bitmaskId);
+    return createByChannels(registry, name.c_str(), {"id"}, {Channel::Type::bitmaskId},
+                            Channel::Type::bitmaskId);
   if (name == "albedo")
-    return createByChannels(registry, name.c_str(), {"red", "green", "blue"},
-                            {Channel::Type::colorRed, Channel::Type::colorGreen, Channel::Type::colorBlue},
-                            Channel::Type::color3);
+    return createByChannels(
+        registry, name.c_str(), {"red", "green", "blue"},
+        {Channel::Type::colorRed, Channel::Type::colorGreen, Channel::Type::colorBlue},
+        Channel::Type::color3);
   return nullptr;
 }
 
-// What a channel holds, by its owning layer and its place there (not by its number: members of vectors are numbered last
-// first). False when the renderer has nothing for it.
+// What a channel holds, by its owning layer and its place there (not by its number: members of
+// vectors are numbered last first). False when the renderer has nothing for it.
 bool describeChannel(const ChannelAlias& alias, LayerChannel& out) {
   if (!alias.layer()) return false;
   const std::string layer = alias.layer()->name();
@@ -76,7 +80,8 @@ bool describeChannel(const ChannelAlias& alias, LayerChannel& out) {
 }  // namespace
 
 bool LayerChoice::has(Quantity quantity) const {
-  return std::any_of(channels.begin(), channels.end(), [&](const LayerChannel& c) { return c.quantity == quantity; });
+  return std::any_of(channels.begin(), channels.end(),
+                     [&](const LayerChannel& c) { return c.quantity == quantity; });
 }
 
 LayerChoice chooseLayers(const std::string& list) {
@@ -96,8 +101,10 @@ LayerChoice chooseLayers(const std::string& list) {
       throw Failure{kUsage, "the layer cannot be rendered", name, "", kAttempt};
     choice.set += members;
   }
-  for (const Channel channel : choice.set) describeChannel(*registry.channel(channel), choice.channels.emplace_back());
-  if (choice.channels.empty()) throw Failure{kUsage, "no layers", "--layers", "the list is empty", kAttempt};
+  for (const Channel channel : choice.set)
+    describeChannel(*registry.channel(channel), choice.channels.emplace_back());
+  if (choice.channels.empty())
+    throw Failure{kUsage, "no layers", "--layers", "the list is empty", kAttempt};
   return choice;
 }
 

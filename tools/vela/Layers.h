@@ -20,7 +20,9 @@ struct LayerChannel {
   int component = 0;  ///< place of the channel in its layer
 
   /// Numbers that name things are stored as integers.
-  [[nodiscard]] bool isInteger() const { return quantity == Quantity::prim || quantity == Quantity::face; }
+  [[nodiscard]] bool isInteger() const {
+    return quantity == Quantity::prim || quantity == Quantity::face;
+  }
 };
 
 struct LayerChoice {
@@ -31,7 +33,8 @@ struct LayerChoice {
 
 inline constexpr const char* kDefaultLayers = "rgba,depth,P,N,prim,face";
 
-/// Finds the layers of a comma-separated list in the default registry and creates there what is missing:
+/// Finds the layers of a comma-separated list in the default registry and creates there what is
+/// missing:
 /// - rgba, rgb, alpha, depth: the registry's own;
 /// - P, N: world position and geometric normal, x y z;
 /// - prim: the number of the prim, as the manifest has it; face: the number of its face;

@@ -38,12 +38,15 @@ void setUpLog(int& count, char** arguments) {
   }
   Halden::Log::setApplicationName("vela");
 
-  if (!lonely.empty()) throw Failure{kUsage, "wrong usage", lonely, "its value is missing", "try vela --help"};
+  if (!lonely.empty())
+    throw Failure{kUsage, "wrong usage", lonely, "its value is missing", "try vela --help"};
   if (level.empty()) return;
-  std::transform(level.begin(), level.end(), level.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  std::transform(level.begin(), level.end(), level.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
   const unsigned parsed = Halden::Log::parseLevel(level);
   if (parsed == Halden::Log::unset)
-    throw Failure{kUsage, "wrong usage", "--log-level", "'" + level + "' is none of quiet, error, warning, message, verbose",
+    throw Failure{kUsage, "wrong usage", "--log-level",
+                  "'" + level + "' is none of quiet, error, warning, message, verbose",
                   "try vela --help"};
   Halden::Log::setLevel(parsed);
 }
@@ -56,14 +59,18 @@ void reportFailure(const std::string& head, const Failure& failure) {
 
 namespace {
 
-bool begins(std::string_view text, std::string_view with) { return text.substr(0, with.size()) == with; }
+bool begins(std::string_view text, std::string_view with) {
+  return text.substr(0, with.size()) == with;
+}
 
-// A logged line as the reason in one of ours: without its header, what it says of resolving, and a traceback.
+// A logged line as the reason in one of ours: without its header, what it says of resolving, and a
+// traceback.
 std::string reasonOf(std::string_view line) {
-  if (const std::size_t stamped = line.find("] "); stamped != std::string_view::npos) line.remove_prefix(stamped + 2);
+  if (const std::size_t stamped = line.find("] "); stamped != std::string_view::npos)
+    line.remove_prefix(stamped + 2);
   for (const std::string_view part :
-       {"Failed to create the default OpenAssetIO Manager (Unexpected): ", "Failed to resolve asset location: ",
-        "Failed to resolve asset: ", "Failed to resolve "}) {
+       {"Failed to create the default OpenAssetIO Manager (Unexpected): ",
+        "Failed to resolve asset location: ", "Failed to resolve asset: ", "Failed to resolve "}) {
     if (!begins(line, part)) continue;
     line.remove_prefix(part.size());
     break;
@@ -104,7 +111,9 @@ std::streamsize LogListener::xsputn(const char* text, std::streamsize count) {
 }
 
 int LogListener::overflow(int character) {
-  return traits_type::eq_int_type(character, traits_type::eof()) ? 0 : below_->sputc(traits_type::to_char_type(character));
+  return traits_type::eq_int_type(character, traits_type::eof())
+             ? 0
+             : below_->sputc(traits_type::to_char_type(character));
 }
 
 int LogListener::sync() { return below_->pubsync(); }

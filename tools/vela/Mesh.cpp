@@ -1,11 +1,12 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <tuple>
 #include <utility>
 #include <vector>
+
+#include <nlohmann/json.hpp>
 
 #include "Failure.h"
 #include "Interrupt.h"
@@ -37,7 +38,8 @@ struct PrimvarFacts {
 
 struct MeshReport {
   std::string path, scheme, orientation;
-  std::size_t points = 0, faces = 0, faceVertices = 0, triangles = 0, quads = 0, edges = 0, borderEdges = 0, crowdedEdges = 0;
+  std::size_t points = 0, faces = 0, faceVertices = 0, triangles = 0, quads = 0, edges = 0,
+              borderEdges = 0, crowdedEdges = 0;
   tarn::Box3<float> bounds;
   std::vector<PrimvarFacts> primvars;
   std::vector<Defect> defects;
@@ -59,14 +61,18 @@ class Defects {
   std::vector<Defect>& out_;
 };
 
-bool isFinite(const Vec3<float>& p) { return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z); }
+bool isFinite(const Vec3<float>& p) {
+  return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z);
+}
 
 // Twice the area along the mean normal, in double, about the first corner (Newell).
-Vec3<double> areaVector(const vela::MeshTopology& mesh, const vela::MeshTopology::Faces::Face& face) {
+Vec3<double> areaVector(const vela::MeshTopology& mesh,
+                        const vela::MeshTopology::Faces::Face& face) {
   Vec3<double> sum;
   const auto corner = [&](std::size_t k) { return Vec3<double>(mesh.points.cdata()[face[k]]); };
   const Vec3<double> origin = corner(0);
-  for (std::size_t k = 1; k + 1 < face.size(); ++k) sum += cross(corner(k) - origin, corner(k + 1) - origin);
+  for (std::size_t k = 1; k + 1 < face.size(); ++k)
+    sum += cross(corner(k) - origin, corner(k + 1) - origin);
   return sum;
 }
 
@@ -80,9 +86,10 @@ double turnOf(const FlatCorner& a, const FlatCorner& b, const FlatCorner& c) {
   return (b.x - a.x) * (c.y - a.y) - (c.x - a.x) * (b.y - a.y);
 }
 
-// True when two sides cross somewhere between their ends. Looked at along the axis in which the face is widest; one whose halves
-// cancel each other out is seen along that of its largest corner.
-bool sidesCross(const vela::MeshTopology& mesh, const vela::MeshTopology::Faces::Face& face, const Vec3<double>& area) {
+// True when two sides cross somewhere between their ends. Looked at along the axis in which the
+// face is widest; one whose halves cancel each other out is seen along that of its largest corner.
+bool sidesCross(const vela::MeshTopology& mesh, const vela::MeshTopology::Faces::Face& face,
+                const Vec3<double>& area) {
   const std::size_t n = face.size();
   const auto corner = [&](std::size_t k) { return Vec3<double>(mesh.points.cdata()[face[k % n]]); };
   Vec3<double> along = area;
@@ -91,7 +98,9 @@ bool sidesCross(const vela::MeshTopology& mesh, const vela::MeshTopology::Faces:
     if (turn.lengthSquared() > along.lengthSquared()) along = turn;
   }
   const Vec3<double> width(std::fabs(along.x), std::fabs(along.y), std::fabs(along.z));
-  const std::size_t axis = width.z >= width.x && width.z >= width.y ? 2 : width.x >= width.y ? 0 : 1;
+  const std::size_t axis = width.z >= width.x && width.z >= width.y ? 2
+                           : width.x >= width.y                     ? 0
+                                                                    : 1;
 
   // Sides by where they begin along x: only those that overlap there are tried against each other.
   struct Side {
@@ -101,7 +110,9 @@ bool sidesCross(const vela::MeshTopology& mesh, const vela::MeshTopology::Faces:
   };
   std::vector<Side> sides(n);
   for (std::size_t k = 0; k < n; ++k) {
-    const auto flat = [&](std::size_t c) { return FlatCorner{corner(c)[(axis + 1) % 3], corner(c)[(axis + 2) % 3]}; };
+    const auto flat = [&](std::size_t c) {
+      return FlatCorner{corner(c)[(axis + 1) % 3], corner(c)[(axis + 2) % 3]};
+    };
     sides[k] = {flat(k), flat(k + 1), 0, 0, k};
     sides[k].low = std::min(sides[k].from.x, sides[k].to.x);
     sides[k].high = std::max(sides[k].from.x, sides[k].to.x);
@@ -121,8 +132,10 @@ bool sidesCross(const vela::MeshTopology& mesh, const vela::MeshTopology::Faces:
   return false;
 }
 
-// A quadrilateral whose halves face opposite ways whichever diagonal cuts it, and a larger face with sides that cross.
-bool crossesItself(const vela::MeshTopology& mesh, const vela::MeshTopology::Faces::Face& face, const Vec3<double>& area) {
+// A quadrilateral whose halves face opposite ways whichever diagonal cuts it, and a larger face
+// with sides that cross.
+bool crossesItself(const vela::MeshTopology& mesh, const vela::MeshTopology::Faces::Face& face,
+                   const Vec3<double>& area) {
   if (face.size() > 4) return sidesCross(mesh, face, area);
   if (face.size() < 4) return false;
   const auto half = [&](std::size_t a, std::size_t b, std::size_t c) {
@@ -180,7 +193,8 @@ void inspectFaces(const vela::MeshTopology& mesh, MeshReport& report) {
   // Two faces that run the same way along an edge are wound differently, or lie on each other.
   std::sort(sides.begin(), sides.end());
   for (std::size_t i = 1; i < sides.size(); ++i)
-    if (std::get<0>(sides[i]) == std::get<0>(sides[i - 1]) && std::get<1>(sides[i]) == std::get<1>(sides[i - 1]))
+    if (std::get<0>(sides[i]) == std::get<0>(sides[i - 1]) &&
+        std::get<1>(sides[i]) == std::get<1>(sides[i - 1]))
       defects.add("edge along which two faces run the same way", std::get<2>(sides[i]));
   for (std::size_t p = 0; p < mesh.points.size(); ++p) {
     if (!isFinite(mesh.points.cdata()[p])) defects.add("point that is no number", p);
@@ -210,7 +224,8 @@ void inspectPrimvars(const ovo::MeshPrim& prim, double time, MeshReport& report)
     if (interpolation == t.uniform) expected = report.faces;
     if (interpolation == t.constant && !primvar.isArray()) expected = 1;
     facts.fits = facts.elements == expected || facts.elements == 0;
-    if (!facts.fits) defects.add("primvar whose count does not fit its interpolation", report.primvars.size());
+    if (!facts.fits)
+      defects.add("primvar whose count does not fit its interpolation", report.primvars.size());
     report.primvars.push_back(std::move(facts));
   };
   for (const ovo::Token& name : prim.getPrimvarNames()) inspect(prim.getPrimvar(name));
@@ -237,7 +252,9 @@ MeshReport reportOf(const ovo::MeshPrim& prim, double time) {
   return report;
 }
 
-Json number(float value) { return std::isfinite(value) ? Json(std::strtod(toText(value).c_str(), nullptr)) : Json(); }
+Json number(float value) {
+  return std::isfinite(value) ? Json(std::strtod(toText(value).c_str(), nullptr)) : Json();
+}
 Json vector(const Vec3<float>& v) { return Json::array({number(v.x), number(v.y), number(v.z)}); }
 
 Json toJson(const MeshReport& report) {
@@ -249,7 +266,8 @@ Json toJson(const MeshReport& report) {
                         {"elements", p.elements},
                         {"indexed", p.indexed},
                         {"fits", p.fits}});
-  for (const Defect& d : report.defects) defects.push_back({{"kind", d.kind}, {"count", d.count}, {"first", d.first}});
+  for (const Defect& d : report.defects)
+    defects.push_back({{"kind", d.kind}, {"count", d.count}, {"first", d.first}});
   const bool empty = report.bounds.isEmpty();
   return {{"prim", report.path},
           {"points", report.points},
@@ -260,27 +278,35 @@ Json toJson(const MeshReport& report) {
           {"edges", report.edges},
           {"borderEdges", report.borderEdges},
           {"edgesOfMoreThanTwoFaces", report.crowdedEdges},
-          {"bounds", empty ? Json() : Json{{"min", vector(report.bounds.min)}, {"max", vector(report.bounds.max)}}},
+          {"bounds",
+           empty ? Json()
+                 : Json{{"min", vector(report.bounds.min)}, {"max", vector(report.bounds.max)}}},
           {"subdivisionScheme", report.scheme},
           {"orientation", report.orientation},
           {"primvars", primvars},
           {"defects", defects}};
 }
 
-std::string textOf(const Vec3<float>& v) { return toText(v.x) + " " + toText(v.y) + " " + toText(v.z); }
+std::string textOf(const Vec3<float>& v) {
+  return toText(v.x) + " " + toText(v.y) + " " + toText(v.z);
+}
 
 void print(const MeshReport& report) {
-  std::printf("%s\n  %zu points, %zu faces (%zu triangles, %zu quads), %zu face-vertices\n", report.path.c_str(), report.points,
-              report.faces, report.triangles, report.quads, report.faceVertices);
-  std::printf("  %zu edges, %zu on borders, %zu of more than two faces\n", report.edges, report.borderEdges,
-              report.crowdedEdges);
+  std::printf("%s\n  %zu points, %zu faces (%zu triangles, %zu quads), %zu face-vertices\n",
+              report.path.c_str(), report.points, report.faces, report.triangles, report.quads,
+              report.faceVertices);
+  std::printf("  %zu edges, %zu on borders, %zu of more than two faces\n", report.edges,
+              report.borderEdges, report.crowdedEdges);
   if (!report.bounds.isEmpty())
-    std::printf("  from %s to %s\n", textOf(report.bounds.min).c_str(), textOf(report.bounds.max).c_str());
+    std::printf("  from %s to %s\n", textOf(report.bounds.min).c_str(),
+                textOf(report.bounds.max).c_str());
   std::printf("  subdivision %s, %s\n", report.scheme.c_str(), report.orientation.c_str());
   for (const PrimvarFacts& p : report.primvars)
-    std::printf("  %s %s: %zu, %s%s%s\n", p.type.c_str(), p.name.c_str(), p.elements, p.interpolation.c_str(),
-                p.indexed ? ", indexed" : "", p.fits ? "" : " (does not fit)");
-  for (const Defect& d : report.defects) std::printf("  defect: %s: %zu, first %zu\n", d.kind.c_str(), d.count, d.first);
+    std::printf("  %s %s: %zu, %s%s%s\n", p.type.c_str(), p.name.c_str(), p.elements,
+                p.interpolation.c_str(), p.indexed ? ", indexed" : "",
+                p.fits ? "" : " (does not fit)");
+  for (const Defect& d : report.defects)
+    std::printf("  defect: %s: %zu, first %zu\n", d.kind.c_str(), d.count, d.first);
 }
 
 }  // namespace
@@ -291,7 +317,8 @@ void mesh(const MeshOptions& options) {
   if (!options.prim.empty()) {
     prims.emplace_back(stage->getPrimAtPath(ovo::Path(options.prim)));
     if (!prims.back().isValid())
-      throw Failure{kBadInput, "no such mesh", options.prim, "", "vela info lists the meshes of a scene"};
+      throw Failure{kBadInput, "no such mesh", options.prim, "",
+                    "vela info lists the meshes of a scene"};
   } else {
     forEachPrim(*stage, [&](const ovo::Prim& prim) {
       if (const ovo::MeshPrim candidate(prim); candidate.isValid()) prims.push_back(candidate);
@@ -317,8 +344,8 @@ void mesh(const MeshOptions& options) {
   }
   if (defects > 0)
     throw Failure{kBadInput, "defects", options.file,
-                  std::to_string(defects) + " of their kinds in " + std::to_string(faulty) + " of " +
-                      std::to_string(prims.size()) + " meshes",
+                  std::to_string(defects) + " of their kinds in " + std::to_string(faulty) +
+                      " of " + std::to_string(prims.size()) + " meshes",
                   ""};
 }
 

@@ -6,8 +6,8 @@
 
 namespace command {
 
-/// Holds a temporary name beside the final one. What was written under it becomes the final file in commit(); without that
-/// it is removed, whatever way the scope is left.
+/// Holds a temporary name beside the final one. What was written under it becomes the final file in
+/// commit(); without that it is removed, whatever way the scope is left.
 class OutputFile {
  public:
   /// Creates the temporary file. \throws Failure when the folder cannot be written to

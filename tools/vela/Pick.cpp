@@ -47,10 +47,10 @@ void pick(const PickOptions& options) {
   } else {
     const View view = makeView(*stage, scene.view(), extent);
     if (options.pixelX >= view.width || options.pixelY >= view.height)
-      throw Failure{
-          kUsage, "wrong usage", "--pixel",
-          "lies outside the picture of " + std::to_string(view.width) + " x " + std::to_string(view.height) + " pixels",
-          "try a larger --size"};
+      throw Failure{kUsage, "wrong usage", "--pixel",
+                    "lies outside the picture of " + std::to_string(view.width) + " x " +
+                        std::to_string(view.height) + " pixels",
+                    "try a larger --size"};
     const tarn::Vec2<float> place = view.ndc(options.pixelX + 0.5, options.pixelY + 0.5);
     RayMaker(view, engine->origin()).make(&place, 1, rays);
   }
@@ -69,9 +69,11 @@ void pick(const PickOptions& options) {
     if (scene.smooth) {
       tarn::Mat4<double> worldFromEngine;
       worldFromEngine.translate(engine->origin().x, engine->origin().y, engine->origin().z);
-      const tarn::Mat4<double> objectFromEngine = list.entries[hit.entry].worldFromObject.inverse() * worldFromEngine;
-      report.normal = normalAt(Surface(list.shapeOf(hit.entry), scene.time, true), objectFromEngine,
-                               Vec3<float>(objectFromEngine.transformPoint(Vec3<double>(hit.position))), hit);
+      const tarn::Mat4<double> objectFromEngine =
+          list.entries[hit.entry].worldFromObject.inverse() * worldFromEngine;
+      report.normal =
+          normalAt(Surface(list.shapeOf(hit.entry), scene.time, true), objectFromEngine,
+                   Vec3<float>(objectFromEngine.transformPoint(Vec3<double>(hit.position))), hit);
     }
   }
 
@@ -80,9 +82,10 @@ void pick(const PickOptions& options) {
   } else if (!report.hit) {
     std::puts("nothing there");
   } else {
-    std::printf("prim      %s\nentry     %u\nface      %d\ndistance  %s\nposition  %s\nnormal    %s\n", report.path.c_str(),
-                report.entry, report.face, command::toText(report.distance).c_str(), toText(report.position).c_str(),
-                toText(report.normal).c_str());
+    std::printf(
+        "prim      %s\nentry     %u\nface      %d\ndistance  %s\nposition  %s\nnormal    %s\n",
+        report.path.c_str(), report.entry, report.face, command::toText(report.distance).c_str(),
+        toText(report.position).c_str(), toText(report.normal).c_str());
   }
 }
 

@@ -27,7 +27,8 @@ std::uint8_t encodeSrgb(float linear) {
   return static_cast<std::uint8_t>(code * 255.0f + 0.5f);
 }
 
-void writePng(int width, int height, const std::vector<float>& rgb, const std::string& file, const std::string& shownName) {
+void writePng(int width, int height, const std::vector<float>& rgb, const std::string& file,
+              const std::string& shownName) {
   const auto fail = [&](const std::string& why) {
     return Failure{kBadInput, "cannot write", shownName, why, "see whether the disk is full"};
   };
@@ -44,7 +45,8 @@ void writePng(int width, int height, const std::vector<float>& rgb, const std::s
   image.width = static_cast<png_uint_32>(width);
   image.height = static_cast<png_uint_32>(height);
   image.format = PNG_FORMAT_RGB;
-  if (!png_image_write_to_stdio(&image, stream.get(), 0, bytes.data(), 0, nullptr)) throw fail(image.message);
+  if (!png_image_write_to_stdio(&image, stream.get(), 0, bytes.data(), 0, nullptr))
+    throw fail(image.message);
   if (std::fflush(stream.get()) != 0) throw fail(std::strerror(errno));
 }
 

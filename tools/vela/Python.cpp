@@ -12,15 +12,17 @@ namespace command {
 
 namespace {
 
-// Found by name at run time, all of them in Python's stable ABI: the command starts without Python where nothing asks for it.
+// Found by name at run time, all of them in Python's stable ABI: the command starts without Python
+// where nothing asks for it.
 template <class Function>
 bool find(const char* name, Function& function) {
   function = reinterpret_cast<Function>(dlsym(RTLD_DEFAULT, name));
   return function != nullptr;
 }
 
-// The interpreter finds its packages by its own name. Bytes beyond ASCII go the way by which Python itself keeps bytes of file
-// names that it cannot decode, so that any locale gives the same path back.
+// The interpreter finds its packages by its own name. Bytes beyond ASCII go the way by which Python
+// itself keeps bytes of file names that it cannot decode, so that any locale gives the same path
+// back.
 const wchar_t* programName() {
   static wchar_t name[sizeof VELA_COMMAND_PYTHON];
   const char* const bytes = VELA_COMMAND_PYTHON;
@@ -35,7 +37,8 @@ const wchar_t* programName() {
 
 std::string startPython() {
   // An interpreter whose files are gone would end the process.
-  if (access(VELA_COMMAND_PYTHON, X_OK) != 0) return std::string("there is no ") + VELA_COMMAND_PYTHON;
+  if (access(VELA_COMMAND_PYTHON, X_OK) != 0)
+    return std::string("there is no ") + VELA_COMMAND_PYTHON;
 
   // Libraries of the command may have brought a libpython; there must not be two.
   int (*isInitialized)() = nullptr;
@@ -51,7 +54,8 @@ std::string startPython() {
       !find("PyEval_SaveThread", saveThread))
     return std::string(VELA_COMMAND_LIBPYTHON) + " is no libpython";
   if (isInitialized()) return "";
-  if (std::strncmp(getVersion(), VELA_COMMAND_PYTHON_VERSION, std::strlen(VELA_COMMAND_PYTHON_VERSION)) != 0)
+  if (std::strncmp(getVersion(), VELA_COMMAND_PYTHON_VERSION,
+                   std::strlen(VELA_COMMAND_PYTHON_VERSION)) != 0)
     return std::string("the libpython of this process is no ") + VELA_COMMAND_PYTHON_VERSION + "x";
 
   unsetenv("PYTHONHOME");

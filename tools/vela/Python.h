@@ -6,10 +6,11 @@
 
 namespace command {
 
-/// Starts the interpreter of the environment that the command was built with, and lets go of its lock; at most once.
+/// Starts the interpreter of the environment that the command was built with, and lets go of its
+/// lock; at most once.
 ///
-/// It leaves signals alone and is never ended: managers live as long as the process. PYTHONPATH counts, PYTHONHOME does not: it
-/// would be another interpreter's.
+/// It leaves signals alone and is never ended: managers live as long as the process. PYTHONPATH
+/// counts, PYTHONHOME does not: it would be another interpreter's.
 /// \return why it cannot be started; empty when it runs
 [[nodiscard]] std::string startPython();
 

@@ -24,8 +24,8 @@ bool asksToBeRefined(const Shape& shape) {
   return shape.prim.isValid() && shape.prim.getSubdivisionScheme() != ovo::tokens().none;
 }
 
-// Faces after that many refinements, at the most: those with bad indices make none. A count that there are no indices for ends the
-// mesh, and must not speak for faces that are not there.
+// Faces after that many refinements, at the most: those with bad indices make none. A count that
+// there are no indices for ends the mesh, and must not speak for faces that are not there.
 double facesAt(const Shape& shape, int level) {
   double first = 0;
   std::size_t left = shape.indices.size();
@@ -48,16 +48,20 @@ double facesAt(const MeshList& list, int level) {
 
 void refuseTooMany(const MeshList& list, int level) {
   if (facesAt(list, level) <= kMostFaces) return;
-  const auto largest = std::max_element(list.shapes.begin(), list.shapes.end(), [level](const Shape& a, const Shape& b) {
-    return (asksToBeRefined(a) ? facesAt(a, level) : 0) < (asksToBeRefined(b) ? facesAt(b, level) : 0);
-  });
+  const auto largest = std::max_element(list.shapes.begin(), list.shapes.end(),
+                                        [level](const Shape& a, const Shape& b) {
+                                          return (asksToBeRefined(a) ? facesAt(a, level) : 0) <
+                                                 (asksToBeRefined(b) ? facesAt(b, level) : 0);
+                                        });
   int most = level - 1;
   while (most > 0 && facesAt(list, most) > kMostFaces) --most;
   throw Failure{kBadInput, "too many faces", largest->prim.getPath().asString(),
-                "level " + std::to_string(level) + " makes " + std::to_string(std::llround(facesAt(*largest, level))) +
-                    " of it and " + std::to_string(std::llround(facesAt(list, level))) + " of the scene, more than " +
-                    std::to_string(std::llround(kMostFaces)),
-                most > 0 ? "try --subdivide " + std::to_string(most) : "try --exclude " + largest->prim.getPath().asString()};
+                "level " + std::to_string(level) + " makes " +
+                    std::to_string(std::llround(facesAt(*largest, level))) + " of it and " +
+                    std::to_string(std::llround(facesAt(list, level))) +
+                    " of the scene, more than " + std::to_string(std::llround(kMostFaces)),
+                most > 0 ? "try --subdivide " + std::to_string(most)
+                         : "try --exclude " + largest->prim.getPath().asString()};
 }
 
 std::string whyNot(const Shape& shape) {
@@ -65,7 +69,8 @@ std::string whyNot(const Shape& shape) {
   const ovo::Tokens& names = ovo::tokens();
   if (scheme == names.loop) {
     const auto isOther = [](int count) { return count > 3; };
-    if (std::any_of(shape.counts.cbegin(), shape.counts.cend(), isOther)) return "the scheme loop is for triangles alone";
+    if (std::any_of(shape.counts.cbegin(), shape.counts.cend(), isOther))
+      return "the scheme loop is for triangles alone";
   } else if (scheme != names.catmullClark && scheme != names.bilinear) {
     return "its scheme '" + scheme.asString() + "' is none of catmullClark, loop, bilinear";
   }
@@ -84,12 +89,13 @@ Colours coloursOf(const Shape& shape, double time) {
   const ovo::Primvar primvar = shape.prim.findInheritedPrimvar(names.displayColor);
   if (!primvar.isValid() || !primvar.computeFlattened(colours.values, time)) return {};
   colours.interpolation = primvar.interpolation();
-  const std::size_t needed = colours.interpolation == names.constant      ? 1
-                             : colours.interpolation == names.uniform     ? shape.counts.size()
-                             : colours.interpolation == names.faceVarying ? shape.indices.size()
-                             : colours.interpolation == names.vertex || colours.interpolation == names.varying
-                                 ? shape.points.size()
-                                 : 0;
+  const std::size_t needed =
+      colours.interpolation == names.constant      ? 1
+      : colours.interpolation == names.uniform     ? shape.counts.size()
+      : colours.interpolation == names.faceVarying ? shape.indices.size()
+      : colours.interpolation == names.vertex || colours.interpolation == names.varying
+          ? shape.points.size()
+          : 0;
   if (needed == 0 || colours.values.size() < needed) return {};
   return colours;
 }
@@ -112,8 +118,8 @@ bool refine(Shape& shape, double time, int level) {
   if (colours.interpolation == names.vertex) context.pointVec3s.push_back(&colours.values);
   if (colours.interpolation == names.varying) context.linearPointVec3s.push_back(&colours.values);
   if (colours.interpolation == names.faceVarying) context.vec3s.push_back(&colours.values);
-  if (!ovo::subdivideUniform(ovo::ArgSet(shape.prim, time), shape.counts.size(), shape.indices.size(), shape.points.size(), 0,
-                             level, context))
+  if (!ovo::subdivideUniform(ovo::ArgSet(shape.prim, time), shape.counts.size(),
+                             shape.indices.size(), shape.points.size(), 0, level, context))
     return false;
 
   if (colours.interpolation == names.uniform) {
@@ -137,11 +143,13 @@ void refineShapes(MeshList& list, double time, int level) {
     throwIfInterrupted();
     // What has no faces at the time has nothing to show either way.
     if (!asksToBeRefined(shape) || shape.points.empty() || shape.indices.empty()) continue;
-    if (!refine(shape, time, level)) list.notRefined.push_back(shape.prim.getPath().asString() + ": " + whyNot(shape));
+    if (!refine(shape, time, level))
+      list.notRefined.push_back(shape.prim.getPath().asString() + ": " + whyNot(shape));
   }
 }
 
-ovo::Array<Vec3<float>> spreadOverRefinedPoints(const Shape& shape, double time, const ovo::Array<Vec3<float>>& values) {
+ovo::Array<Vec3<float>> spreadOverRefinedPoints(const Shape& shape, double time,
+                                                const ovo::Array<Vec3<float>>& values) {
   const Refinement& from = *shape.refinement;
   ovo::Array<int> counts = from.counts, indices = from.indices;
   ovo::Array<Vec3<float>> points = from.points, spread = values;
@@ -151,7 +159,8 @@ ovo::Array<Vec3<float>> spreadOverRefinedPoints(const Shape& shape, double time,
   context.faceVertPointIndices = &indices;
   context.points = &points;
   context.linearPointVec3s.push_back(&spread);
-  ovo::subdivideUniform(ovo::ArgSet(shape.prim, time), counts.size(), indices.size(), points.size(), 0, from.level, context);
+  ovo::subdivideUniform(ovo::ArgSet(shape.prim, time), counts.size(), indices.size(), points.size(),
+                        0, from.level, context);
   return spread;
 }
 

@@ -40,8 +40,8 @@ struct Filtered {
   float alpha = 0.0f;
 };
 
-// Everything that a tile needs beside its own buffers. Read by all threads, but for the planes, whose pixels belong to
-// one tile each.
+// Everything that a tile needs beside its own buffers. Read by all threads, but for the planes,
+// whose pixels belong to one tile each.
 struct Job {
   const RenderOptions& options;
   const LayerChoice& layers;
@@ -59,7 +59,9 @@ struct Job {
 class TileRenderer {
  public:
   explicit TileRenderer(const Job& job)
-      : job_(job), maker_(job.view, job.engine.origin()), samples_(kTileSize, PixelSamples(job.grid, job.ambientGrid)) {}
+      : job_(job),
+        maker_(job.view, job.engine.origin()),
+        samples_(kTileSize, PixelSamples(job.grid, job.ambientGrid)) {}
 
   void render(const Tile& tile) {
     for (int y = tile.y0; y < tile.y1; ++y) renderRow(tile, y);
@@ -84,8 +86,9 @@ class TileRenderer {
         PixelSamples& samples = samples_[at(i)];
         samples.start(tile.x0 + i, y, job_.frame, job_.options.jittered);
         for (std::size_t s = 0; s < samples.count(); ++s)
-          places_.push_back(job_.view.ndc(tile.x0 + i + 0.5 + static_cast<double>(samples.offset(s).x),
-                                          y + 0.5 + static_cast<double>(samples.offset(s).y)));
+          places_.push_back(
+              job_.view.ndc(tile.x0 + i + 0.5 + static_cast<double>(samples.offset(s).x),
+                            y + 0.5 + static_cast<double>(samples.offset(s).y)));
       }
       if (job_.grid > 1) {
         trace();
@@ -120,19 +123,23 @@ class TileRenderer {
       samples_[at(i)].drawLights();
       for (std::size_t s = 0; s < count; ++s) {
         if (!hits_[first + s].hit) continue;
-        filtered_[at(i)].albedo +=
-            job_.shader->light(rays_[first + s], hits_[first + s], samples_[at(i)], s, at(i), batch_) * share;
+        filtered_[at(i)].albedo += job_.shader->light(rays_[first + s], hits_[first + s],
+                                                      samples_[at(i)], s, at(i), batch_) *
+                                   share;
         filtered_[at(i)].alpha += share;
       }
     }
     if (answers_.size() < batch_.rays.size()) answers_ = Answers(batch_.rays.size());
     job_.engine.occluded(batch_.rays.data(), batch_.rays.size(), answers_.data());
     for (std::size_t i = 0; i < batch_.rays.size(); ++i)
-      if (!answers_.data()[i]) filtered_[batch_.lights[i].target].colour += batch_.lights[i].colour * share;
+      if (!answers_.data()[i])
+        filtered_[batch_.lights[i].target].colour += batch_.lights[i].colour * share;
     return batch_.rays.size();
   }
 
-  [[nodiscard]] std::size_t pixel(int x, int y) const { return at(y) * at(job_.picture.width) + at(x); }
+  [[nodiscard]] std::size_t pixel(int x, int y) const {
+    return at(y) * at(job_.picture.width) + at(x);
+  }
 
   void writeData(int x, int y, const Ray<float>& ray, const SurfaceHit& hit) {
     const std::size_t p = pixel(x, y);
@@ -148,13 +155,18 @@ class TileRenderer {
       const auto k = static_cast<std::size_t>(channel.component);
       switch (channel.quantity) {
         case Quantity::depth:
-          plane.floats[p] = hit.hit ? depthOf(job_.view, ray.direction, hit.distance) : std::numeric_limits<float>::infinity();
+          plane.floats[p] = hit.hit ? depthOf(job_.view, ray.direction, hit.distance)
+                                    : std::numeric_limits<float>::infinity();
           break;
-        case Quantity::position: plane.floats[p] = hit.hit ? static_cast<float>(world[k]) : 0.0f; break;
+        case Quantity::position:
+          plane.floats[p] = hit.hit ? static_cast<float>(world[k]) : 0.0f;
+          break;
         case Quantity::normal: plane.floats[p] = normal[k]; break;
         case Quantity::prim: plane.integers[p] = hit.hit ? hit.entry + 1 : 0; break;
         case Quantity::face:
-          plane.integers[p] = hit.hit ? static_cast<std::uint32_t>(job_.list.shapeOf(hit.entry).sceneFace(hit.face)) : 0;
+          plane.integers[p] =
+              hit.hit ? static_cast<std::uint32_t>(job_.list.shapeOf(hit.entry).sceneFace(hit.face))
+                      : 0;
           break;
         case Quantity::colour:
         case Quantity::alpha:
@@ -174,7 +186,8 @@ class TileRenderer {
       if (channel.quantity == Quantity::alpha) plane.floats[p] = from.alpha;
     }
     if (job_.flat.empty()) return;
-    const float height = 1.0f - (static_cast<float>(y) + 0.5f) / static_cast<float>(job_.picture.height);
+    const float height =
+        1.0f - (static_cast<float>(y) + 0.5f) / static_cast<float>(job_.picture.height);
     const Vec3<float> over = from.colour + backdrop(height) * (1.0f - std::min(from.alpha, 1.0f));
     for (std::size_t k = 0; k < 3; ++k) job_.flat[3 * p + k] = over[k];
   }
@@ -182,7 +195,8 @@ class TileRenderer {
   // A plain array of bool: std::vector<bool> has no addresses.
   class Answers {
    public:
-    explicit Answers(std::size_t count = 0) : size_(count), answers_(std::make_unique<bool[]>(count)) {}
+    explicit Answers(std::size_t count = 0)
+        : size_(count), answers_(std::make_unique<bool[]>(count)) {}
     [[nodiscard]] std::size_t size() const { return size_; }
     bool* data() { return answers_.get(); }
 
@@ -210,11 +224,13 @@ Picture makePicture(const LayerChoice& layers, const View& view, const MeshList&
     Plane plane;
     plane.name = channel.exrName;
     plane.isInteger = channel.isInteger();
-    (plane.isInteger ? plane.integers.resize(picture.pixelCount()) : plane.floats.resize(picture.pixelCount()));
+    (plane.isInteger ? plane.integers.resize(picture.pixelCount())
+                     : plane.floats.resize(picture.pixelCount()));
     picture.planes.push_back(std::move(plane));
   }
   const tarn::Mat4<double> cameraFromWorld = view.worldFromCamera.inverse();
-  for (std::size_t i = 0; i < 16; ++i) picture.worldToCamera[i] = static_cast<float>(cameraFromWorld[i]);
+  for (std::size_t i = 0; i < 16; ++i)
+    picture.worldToCamera[i] = static_cast<float>(cameraFromWorld[i]);
 
   picture.texts.emplace_back("software", std::string("vela ") + vela::version());
   if (layers.has(Quantity::prim)) {
@@ -226,7 +242,8 @@ Picture makePicture(const LayerChoice& layers, const View& view, const MeshList&
   return picture;
 }
 
-// Frame numbers seed the samples; a time that is none, or beyond all numbering, counts as its nearest.
+// Frame numbers seed the samples; a time that is none, or beyond all numbering, counts as its
+// nearest.
 int frameOf(double time) {
   if (!std::isfinite(time)) return 0;
   return static_cast<int>(std::lround(std::clamp(time, -1e9, 1e9)));
@@ -254,23 +271,27 @@ void render(const RenderOptions& options) {
   const tarn::Box3<double>& bounds = extent.box;
   if (bounds.isEmpty())
     std::fprintf(stderr,
-                 "vela render: warning: nothing to show: %s: no mesh is visible, of the purposes asked for and not left out\n",
+                 "vela render: warning: nothing to show: %s: no mesh is visible, of the purposes "
+                 "asked for and not left out\n",
                  options.scene.file.c_str());
   const View view = makeView(*stage, options.scene.view(), extent);
 
   // Rays about the middle of what is shown.
   const Vec3<double> middle = bounds.isEmpty() ? Vec3<double>() : bounds.center();
-  const std::unique_ptr<Engine> engine = makeEngine(options.scene.engine, list, options.scene.time, middle);
+  const std::unique_ptr<Engine> engine =
+      makeEngine(options.scene.engine, list, options.scene.time, middle);
   throwIfInterrupted();
 
-  const bool needsColour = png || layers.has(Quantity::colour) || layers.has(Quantity::alpha) || layers.has(Quantity::albedo);
+  const bool needsColour = png || layers.has(Quantity::colour) || layers.has(Quantity::alpha) ||
+                           layers.has(Quantity::albedo);
   const int grid = std::max(1, static_cast<int>(std::lround(std::sqrt(options.samples))));
   const int ambientGrid = std::max(1, static_cast<int>(std::lround(6.0 / grid)));
   const bool needsNormals = options.scene.smooth && layers.has(Quantity::normal);
   std::optional<Shader> shader;
   if (needsColour || needsNormals)
-    shader.emplace(list, options.scene.time, view, engine->origin(), bounds.isEmpty() ? 1.0 : 0.5 * bounds.size().length(),
-                   ambientGrid, options.scene.smooth);
+    shader.emplace(list, options.scene.time, view, engine->origin(),
+                   bounds.isEmpty() ? 1.0 : 0.5 * bounds.size().length(), ambientGrid,
+                   options.scene.smooth);
   if (shader && selection) shader->tint(*selection, stage, list);
 
   // Tile by tile.
@@ -290,12 +311,14 @@ void render(const RenderOptions& options) {
                 picture,
                 flat,
                 rays};
-  std::vector<std::unique_ptr<TileRenderer>> renderers(static_cast<std::size_t>(threadCount(options.threads)));
-  forEachTile("render", view.width, view.height, options.threads, rays, [&](const Tile& tile, int thread) {
-    auto& renderer = renderers[static_cast<std::size_t>(thread)];
-    if (!renderer) renderer = std::make_unique<TileRenderer>(job);
-    renderer->render(tile);
-  });
+  std::vector<std::unique_ptr<TileRenderer>> renderers(
+      static_cast<std::size_t>(threadCount(options.threads)));
+  forEachTile("render", view.width, view.height, options.threads, rays,
+              [&](const Tile& tile, int thread) {
+                auto& renderer = renderers[static_cast<std::size_t>(thread)];
+                if (!renderer) renderer = std::make_unique<TileRenderer>(job);
+                renderer->render(tile);
+              });
 
   // Both files are whole before either gets its name.
   if (exr) writeExr(picture, exr->temporaryName(), exr->finalName(), threadCount(options.threads));
@@ -306,10 +329,11 @@ void render(const RenderOptions& options) {
   if (png) png->commit();
 
   if (isatty(STDERR_FILENO)) {
-    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    std::fprintf(stderr, "vela render: %s%s%s: %d x %d, %zu meshes, %.1f million rays, %.1f s\n", options.exr.c_str(),
-                 exr && png ? ", " : "", options.png.c_str(), view.width, view.height, list.entries.size(),
-                 static_cast<double>(rays) * 1e-6, seconds);
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    std::fprintf(stderr, "vela render: %s%s%s: %d x %d, %zu meshes, %.1f million rays, %.1f s\n",
+                 options.exr.c_str(), exr && png ? ", " : "", options.png.c_str(), view.width,
+                 view.height, list.entries.size(), static_cast<double>(rays) * 1e-6, seconds);
   }
 }
 

@@ -27,19 +27,24 @@ bool exists(const std::string& path) {
   return stat(path.c_str(), &status) == 0;
 }
 
-// A scheme and its colon, as references of most managers begin. One letter is a drive of another system's paths.
+// A scheme and its colon, as references of most managers begin. One letter is a drive of another
+// system's paths.
 bool hasScheme(const std::string& text) {
   std::size_t length = 0;
-  while (length < text.size() &&
-         (std::isalnum(static_cast<unsigned char>(text[length])) || (length > 0 && std::strchr("+.-", text[length]))))
+  while (length < text.size() && (std::isalnum(static_cast<unsigned char>(text[length])) ||
+                                  (length > 0 && std::strchr("+.-", text[length]))))
     ++length;
-  return length > 1 && length < text.size() && text[length] == ':' && std::isalpha(static_cast<unsigned char>(text[0]));
+  return length > 1 && length < text.size() && text[length] == ':' &&
+         std::isalpha(static_cast<unsigned char>(text[0]));
 }
 
 // What nobody would call a file.
-bool looksLikeReference(const std::string& text) { return hasScheme(text) && text.find("://") == text.find(':'); }
+bool looksLikeReference(const std::string& text) {
+  return hasScheme(text) && text.find("://") == text.find(':');
+}
 
-// The configuration's name; empty when there is none. An empty variable is how shells take one away for a command.
+// The configuration's name; empty when there is none. An empty variable is how shells take one away
+// for a command.
 std::string configuration() {
   const char* const value = std::getenv(kVariable);
   return value ? value : "";
@@ -47,7 +52,8 @@ std::string configuration() {
 
 Failure noConfiguration(const std::string& reference) {
   return {kBadInput, "cannot resolve", reference, "no asset manager is configured",
-          std::string("set ") + kVariable + " to an OpenAssetIO configuration, such as examples/assets/openassetio.toml"};
+          std::string("set ") + kVariable +
+              " to an OpenAssetIO configuration, such as examples/assets/openassetio.toml"};
 }
 
 // The manager of this process, set up when it is first asked for.
@@ -61,7 +67,8 @@ struct Manager {
 const Manager& manager() {
   static const Manager instance = [] {
     Manager made;
-    // OpenAssetIO has a log of its own, on standard error. It says as much as ours, unless the user decides otherwise.
+    // OpenAssetIO has a log of its own, on standard error. It says as much as ours, unless the user
+    // decides otherwise.
     constexpr const char* kSeverities[] = {"6", "5", "4", "2", "1"};
     const unsigned level = Halden::Log::level();
     setenv("OPENASSETIO_LOGGING_SEVERITY", kSeverities[level < 5 ? level : 1], 0);
@@ -71,9 +78,12 @@ const Manager& manager() {
     made.isThere = vela::asset::getManager() != nullptr;
     made.remark = listener.warning();
     if (!made.isThere) {
-      made.why = "the asset manager of " + configuration() + " cannot be set up: " + listener.error();
-      if (!noPython.empty()) made.why += " (managers written in Python are left out: " + noPython + ")";
-      made.attempt = std::string("see that ") + kVariable + " names a configuration, and that one a manager that is installed";
+      made.why =
+          "the asset manager of " + configuration() + " cannot be set up: " + listener.error();
+      if (!noPython.empty())
+        made.why += " (managers written in Python are left out: " + noPython + ")";
+      made.attempt = std::string("see that ") + kVariable +
+                     " names a configuration, and that one a manager that is installed";
     }
     return made;
   }();
@@ -110,15 +120,18 @@ Resolution resolutionOf(const std::string& reference) {
   return result;
 }
 
-// Files are written where a path says. A manager that may know better is asked only about what could be a reference.
+// Files are written where a path says. A manager that may know better is asked only about what
+// could be a reference.
 void refuseReference(const char* verb, const char* option, const std::string& output) {
   if (!hasScheme(output) || exists(output)) return;
   const std::size_t slash = output.rfind('/');
   const bool hasFolder = slash == std::string::npos || exists(output.substr(0, slash + 1));
-  const bool isReference = (!hasFolder && looksLikeReference(output)) ||
-                           (!configuration().empty() && manager().isThere && vela::asset::isAssetPath(output));
+  const bool isReference =
+      (!hasFolder && looksLikeReference(output)) ||
+      (!configuration().empty() && manager().isThere && vela::asset::isAssetPath(output));
   if (isReference)
-    throw Failure{kUsage, "wrong usage", option, "'" + output + "' is an asset reference, and files are written by path",
+    throw Failure{kUsage, "wrong usage", option,
+                  "'" + output + "' is an asset reference, and files are written by path",
                   std::string("try vela ") + verb + " --help"};
 }
 
@@ -130,7 +143,8 @@ std::string fileOf(const std::string& argument) {
     if (looksLikeReference(argument)) throw noConfiguration(argument);
     return argument;
   }
-  if (!manager().isThere) throw noManager(argument, looksLikeReference(argument) ? "" : "there is no such file, and ");
+  if (!manager().isThere)
+    throw noManager(argument, looksLikeReference(argument) ? "" : "there is no such file, and ");
 
   Resolution result = resolutionOf(argument);
   if (result.isResolved()) return result.path;
@@ -169,7 +183,8 @@ void resolve(const ResolveOptions& options) {
   if (options.json) {
     ResolveReport report;
     for (const Resolution& one : all)
-      report.references.push_back({one.reference, one.path, one.isResolved() ? "" : one.failure.why});
+      report.references.push_back(
+          {one.reference, one.path, one.isResolved() ? "" : one.failure.why});
     std::fputs(toJson(report).c_str(), stdout);
   } else {
     for (const Resolution& one : all)

@@ -1,8 +1,8 @@
 /// \file
 /// Asset references on the command line: `vela resolve`, and FILE arguments that are references.
 ///
-/// The asset manager is the one that OPENASSETIO_DEFAULT_CONFIG names. It is set up for the first argument that is no file,
-/// and for nothing else: a command line of files costs nothing.
+/// The asset manager is the one that OPENASSETIO_DEFAULT_CONFIG names. It is set up for the first
+/// argument that is no file, and for nothing else: a command line of files costs nothing.
 #pragma once
 
 #include <string>
@@ -20,9 +20,11 @@ struct Resolution {
   [[nodiscard]] bool isResolved() const { return !path.empty(); }
 };
 
-/// The file that a FILE argument stands for. What exists as a path is that path, also where it looks like a reference; else the
-/// manager is asked. What is no reference comes back as it is, for whoever opens it to complain about.
-/// \throws Failure for a reference without a file, and for what looks like one where no manager is configured
+/// The file that a FILE argument stands for. What exists as a path is that path, also where it
+/// looks like a reference; else the manager is asked. What is no reference comes back as it is, for
+/// whoever opens it to complain about.
+/// \throws Failure for a reference without a file, and for what looks like one where no manager is
+///         configured
 [[nodiscard]] std::string fileOf(const std::string& argument);
 
 /// Puts files in the place of references, in every option that names a file to read.

@@ -49,13 +49,15 @@ class FacesMet {
 };
 
 // Rays through the centres of a rectangle's pixels.
-std::vector<Ray<float>> raysOf(const SelectOptions& options, const View& view, const Vec3<double>& origin) {
+std::vector<Ray<float>> raysOf(const SelectOptions& options, const View& view,
+                               const Vec3<double>& origin) {
   RayMaker maker(view, origin);
   std::vector<Vec2<float>> places;
   std::vector<Ray<float>> row, rays;
   for (int y = options.rect[1]; y <= options.rect[3]; ++y) {
     places.clear();
-    for (int x = options.rect[0]; x <= options.rect[2]; ++x) places.push_back(view.ndc(x + 0.5, y + 0.5));
+    for (int x = options.rect[0]; x <= options.rect[2]; ++x)
+      places.push_back(view.ndc(x + 0.5, y + 0.5));
     maker.make(places.data(), places.size(), row);
     rays.insert(rays.end(), row.begin(), row.end());
   }
@@ -63,14 +65,16 @@ std::vector<Ray<float>> raysOf(const SelectOptions& options, const View& view, c
 }
 
 // What shows: the nearest hit of each ray.
-void castAtFront(const Engine& engine, const MeshList& list, const std::vector<Ray<float>>& rays, FacesMet& met) {
+void castAtFront(const Engine& engine, const MeshList& list, const std::vector<Ray<float>>& rays,
+                 FacesMet& met) {
   std::vector<SurfaceHit> hits(rays.size());
   engine.intersect(rays.data(), rays.size(), hits.data());
   for (const SurfaceHit& hit : hits)
     if (hit.hit) met.add(hit.entry, list.shapeOf(hit.entry).sceneFace(hit.face));
 }
 
-// The entries whose boxes a ray enters: a tree of boxes whose leaves are never hit, so that the walk goes on and takes note.
+// The entries whose boxes a ray enters: a tree of boxes whose leaves are never hit, so that the
+// walk goes on and takes note.
 class EntriesNear final : public vela::AccelerationModel {
  public:
   // \param rays the rays that will be asked about
@@ -84,10 +88,12 @@ class EntriesNear final : public vela::AccelerationModel {
       // Generous by more than the box and its test can be off: both are single precision.
       Box3<float> box = boxes[entry];
       float reach = farthest;
-      for (std::size_t i = 0; i < 3; ++i) reach = std::max({reach, std::fabs(box.min[i]), std::fabs(box.max[i])});
+      for (std::size_t i = 0; i < 3; ++i)
+        reach = std::max({reach, std::fabs(box.min[i]), std::fabs(box.max[i])});
       box.pad(Vec3<float>(reach * 1e-5f));
       const bool isFinite = std::isfinite(reach) && std::isfinite(box.max.x - box.min.x) &&
-                            std::isfinite(box.max.y - box.min.y) && std::isfinite(box.max.z - box.min.z);
+                            std::isfinite(box.max.y - box.min.y) &&
+                            std::isfinite(box.max.z - box.min.z);
       if (!isFinite) {
         always_.push_back(entry);
         continue;
@@ -112,7 +118,8 @@ class EntriesNear final : public vela::AccelerationModel {
   Box3<float> bounds(std::size_t i) const override { return boxes_[i]; }
   Box3<float> bounds() const override { return bounds_; }
   bool exclude(const vela::IntersectionContext&, std::size_t) const override { return false; }
-  bool intersect(const vela::IntersectionContext&, const Ray<float>&, std::size_t i, vela::CollisionResult&) const override {
+  bool intersect(const vela::IntersectionContext&, const Ray<float>&, std::size_t i,
+                 vela::CollisionResult&) const override {
     near_->push_back(entries_[i]);
     return false;
   }
@@ -126,8 +133,10 @@ class EntriesNear final : public vela::AccelerationModel {
   mutable std::vector<std::size_t>* near_ = nullptr;
 };
 
-// All that the rays meet: in each mesh, a ray goes on behind what it met. Mesh by mesh, since a surface may lie exactly upon another's.
-void castThrough(const Engine& engine, const MeshList& list, const std::vector<Ray<float>>& rays, FacesMet& met) {
+// All that the rays meet: in each mesh, a ray goes on behind what it met. Mesh by mesh, since a
+// surface may lie exactly upon another's.
+void castThrough(const Engine& engine, const MeshList& list, const std::vector<Ray<float>>& rays,
+                 FacesMet& met) {
   const EntriesNear entries(engine, rays);
   std::vector<std::size_t> near;
   for (const Ray<float>& whole : rays) {
@@ -140,14 +149,16 @@ void castThrough(const Engine& engine, const MeshList& list, const std::vector<R
         met.add(entry, list.shapeOf(entry).sceneFace(hit.face));
         // The next float past this hit, and past where the ray began: every round gets further.
         ray.minDistance =
-            std::nextafter(std::max(static_cast<float>(hit.distance), ray.minDistance), std::numeric_limits<float>::infinity());
+            std::nextafter(std::max(static_cast<float>(hit.distance), ray.minDistance),
+                           std::numeric_limits<float>::infinity());
         if (!(ray.minDistance < ray.maxDistance)) break;
       }
     }
   }
 }
 
-// Where a world point shows in the picture, in pixels from the top left corner; false behind the camera.
+// Where a world point shows in the picture, in pixels from the top left corner; false behind the
+// camera.
 class PixelFinder {
  public:
   explicit PixelFinder(const View& view)
@@ -165,8 +176,8 @@ class PixelFinder {
         const double length = p.length();
         if (!(length > 0.0)) return false;
         const double phi = std::atan2(-p.x, p.z), theta = std::acos(-p.y / length);
-        ndc = ndcFromWindow_.transformPoint(
-            {(phi < 0.0 ? phi + 2.0 * kPi : phi) / kPi - 1.0, (2.0 * theta / kPi - 1.0) * aspect, 0.0});
+        ndc = ndcFromWindow_.transformPoint({(phi < 0.0 ? phi + 2.0 * kPi : phi) / kPi - 1.0,
+                                             (2.0 * theta / kPi - 1.0) * aspect, 0.0});
         break;
       }
       case vela::LensProjection::cylindrical: {
@@ -174,11 +185,13 @@ class PixelFinder {
                      half = 0.5 * static_cast<double>(view_.sample.lensMagnification());
         if (!(radius > 0.0)) return false;
         const double phi = std::atan2(-p.x, p.z);
-        ndc = ndcFromWindow_.transformPoint({(phi < 0.0 ? phi + 2.0 * kPi : phi) / kPi - 1.0, p.y / radius / half, 0.0});
+        ndc = ndcFromWindow_.transformPoint(
+            {(phi < 0.0 ? phi + 2.0 * kPi : phi) / kPi - 1.0, p.y / radius / half, 0.0});
         break;
       }
       default: {
-        const tarn::Vec4<double> clip = view_.sample.projectionMatrix().transform({p.x, p.y, p.z, 1.0});
+        const tarn::Vec4<double> clip =
+            view_.sample.projectionMatrix().transform({p.x, p.y, p.z, 1.0});
         if (!(clip.w > 0.0)) return false;
         const tarn::Vec4<double> unit = clip.wNormalized();
         ndc = {unit.x, unit.y, 0.0};
@@ -201,17 +214,21 @@ void choose(WeightedPartSelection& part, std::size_t size, std::size_t index) {
 
 // Picked elements get the value 1, whatever they had: to pick twice is to pick.
 void addFaces(GeoSelection& selection, const Shape& shape, const std::vector<bool>& faces) {
-  WeightedPartSelection& part = selection.getWritablePartSelection(shape.prim.getPath(), vela::Selection::faces);
+  WeightedPartSelection& part =
+      selection.getWritablePartSelection(shape.prim.getPath(), vela::Selection::faces);
   for (std::size_t f = 0; f < faces.size(); ++f)
-    if (faces[f]) choose(part, shape.refinement ? shape.refinement->counts.size() : shape.counts.size(), f);
+    if (faces[f])
+      choose(part, shape.refinement ? shape.refinement->counts.size() : shape.counts.size(), f);
 }
 
 // Of the faces met, the points that show within the rectangle.
-bool addVertices(GeoSelection& selection, const MeshEntry& entry, const Shape& shape, const std::vector<bool>& faces,
-                 const SelectOptions& options, const PixelFinder& finder) {
+bool addVertices(GeoSelection& selection, const MeshEntry& entry, const Shape& shape,
+                 const std::vector<bool>& faces, const SelectOptions& options,
+                 const PixelFinder& finder) {
   // The scene's own faces and points; those of a refined mesh lie where refinement has put them.
   const Refinement* from = shape.refinement.get();
-  const ovo::Array<int>&counts = from ? from->counts : shape.counts, &indices = from ? from->indices : shape.indices;
+  const ovo::Array<int>&counts = from ? from->counts : shape.counts,
+        &indices = from ? from->indices : shape.indices;
   const std::size_t pointCount = from ? from->points.size() : shape.points.size();
   const Vec3<float>* data = shape.points.cdata();
   std::vector<std::size_t> chosen;
@@ -221,18 +238,22 @@ bool addVertices(GeoSelection& selection, const MeshEntry& entry, const Shape& s
     const std::size_t corners = count > 0 ? static_cast<std::size_t>(count) : 0;
     if (f < faces.size() && faces[f])
       for (std::size_t c = start; c < start + corners; ++c) {
-        const auto point = static_cast<std::size_t>(indices.cdata()[c]);  // a face that was hit has usable indices
+        const auto point =
+            static_cast<std::size_t>(indices.cdata()[c]);  // a face that was hit has usable indices
         Vec2<double> pixel;
         const int place = from ? from->placesOfPoints.cdata()[point] : static_cast<int>(point);
-        if (place < 0 || !finder.find(entry.worldFromObject.transformPoint(Vec3<double>(data[place])), pixel)) continue;
-        if (pixel.x >= options.rect[0] && pixel.x < options.rect[2] + 1 && pixel.y >= options.rect[1] &&
-            pixel.y < options.rect[3] + 1)
+        if (place < 0 ||
+            !finder.find(entry.worldFromObject.transformPoint(Vec3<double>(data[place])), pixel))
+          continue;
+        if (pixel.x >= options.rect[0] && pixel.x < options.rect[2] + 1 &&
+            pixel.y >= options.rect[1] && pixel.y < options.rect[3] + 1)
           chosen.push_back(point);
       }
     start += corners;
   }
   if (chosen.empty()) return false;
-  WeightedPartSelection& part = selection.getWritablePartSelection(entry.prim.getPath(), vela::Selection::vertices);
+  WeightedPartSelection& part =
+      selection.getWritablePartSelection(entry.prim.getPath(), vela::Selection::vertices);
   for (const std::size_t point : chosen) choose(part, pointCount, point);
   return true;
 }
@@ -241,9 +262,11 @@ bool addVertices(GeoSelection& selection, const MeshEntry& entry, const Shape& s
 std::vector<SelectionReport::Run> runsOf(const WeightedPartSelection& part) {
   std::vector<SelectionReport::Run> runs;
   for (std::size_t i = 0; i < part.selections.size(); ++i) {
-    const float value = part.selections[i], weight = i < part.weights.size() ? part.weights[i] : 0.0f;
+    const float value = part.selections[i],
+                weight = i < part.weights.size() ? part.weights[i] : 0.0f;
     if (value == 0.0f && weight == 0.0f) continue;
-    if (!runs.empty() && runs.back().last + 1 == i && runs.back().value == value && runs.back().weight == weight)
+    if (!runs.empty() && runs.back().last + 1 == i && runs.back().value == value &&
+        runs.back().weight == weight)
       runs.back().last = i;
     else
       runs.push_back({i, i, value, weight});
@@ -256,10 +279,11 @@ SelectionReport reportOf(const GeoSelection& selection) {
   for (const auto& [path, object] : selection) {
     const WeightedPartSelection &vertices = object.getPartSelection(vela::Selection::vertices),
                                 &faces = object.getPartSelection(vela::Selection::faces);
-    report.objects.push_back(
-        {path.asString(), object.objectSelected, vertices.size(), faces.size(), runsOf(vertices), runsOf(faces)});
+    report.objects.push_back({path.asString(), object.objectSelected, vertices.size(), faces.size(),
+                              runsOf(vertices), runsOf(faces)});
   }
-  std::sort(report.objects.begin(), report.objects.end(), [](const auto& a, const auto& b) { return a.path < b.path; });
+  std::sort(report.objects.begin(), report.objects.end(),
+            [](const auto& a, const auto& b) { return a.path < b.path; });
   return report;
 }
 
@@ -308,7 +332,8 @@ void select(const SelectOptions& options) {
   const View view = makeView(*stage, scene.view(), extent);
   if (options.rect[2] >= view.width || options.rect[3] >= view.height)
     throw Failure{kUsage, "wrong usage", "--rect",
-                  "lies outside the picture of " + std::to_string(view.width) + " x " + std::to_string(view.height) + " pixels",
+                  "lies outside the picture of " + std::to_string(view.width) + " x " +
+                      std::to_string(view.height) + " pixels",
                   "try a larger --size"};
   const Vec3<double> middle = bounds.isEmpty() ? Vec3<double>() : bounds.center();
 
@@ -334,8 +359,8 @@ void select(const SelectOptions& options) {
     ++objects;
   }
   writeSelection(selection, options.output);
-  std::printf("%s: %s of %zu object%s picked; %zu in all\n", options.output.c_str(), options.parts.c_str(), objects,
-              objects == 1 ? "" : "s", selection.size());
+  std::printf("%s: %s of %zu object%s picked; %zu in all\n", options.output.c_str(),
+              options.parts.c_str(), objects, objects == 1 ? "" : "s", selection.size());
 }
 
 }  // namespace command

@@ -27,16 +27,17 @@ vela::Selection::GeoSelection readSelection(const std::string& file) {
   std::ifstream in(file, std::ios::binary);
   std::stringstream text;
   if (!in || !(text << in.rdbuf()))
-    throw Failure{kBadInput, "cannot read the selection", file, in ? "it is empty" : std::strerror(errno),
+    throw Failure{kBadInput, "cannot read the selection", file,
+                  in ? "it is empty" : std::strerror(errno),
                   "vela select FILE --rect X0,Y0,X1,Y1 -o " + file + " makes one"};
 
-  // The reader says on standard error which word it did not expect, and gives an empty selection: so does the text of an
-  // empty one, which is told apart by its words.
+  // The reader says on standard error which word it did not expect, and gives an empty selection:
+  // so does the text of an empty one, which is told apart by its words.
   vela::Selection::GeoSelection selection;
   selection.deserialize(text);
   if (selection.size() == 0 && !isEmptySelection(text.str()))
-    throw Failure{kBadInput, "cannot read the selection", file, "it is no selection, or a damaged one",
-                  "make it anew with vela select"};
+    throw Failure{kBadInput, "cannot read the selection", file,
+                  "it is no selection, or a damaged one", "make it anew with vela select"};
   return selection;
 }
 
@@ -46,7 +47,9 @@ void writeSelection(const vela::Selection::GeoSelection& selection, const std::s
   selection.serialize(out);
   out << '\n';
   out.close();
-  if (!out) throw Failure{kBadInput, "cannot write", file, std::strerror(errno), "see whether the disk is full"};
+  if (!out)
+    throw Failure{kBadInput, "cannot write", file, std::strerror(errno),
+                  "see whether the disk is full"};
   output.commit();
 }
 

@@ -16,20 +16,24 @@
 
 namespace command {
 
-/// Random places for one pixel's samples, drawn in a fixed order from the pixel's own stream, so that a picture depends
-/// neither on threads nor on the order of work.
+/// Random places for one pixel's samples, drawn in a fixed order from the pixel's own stream, so
+/// that a picture depends neither on threads nor on the order of work.
 class PixelSamples {
  public:
   /// \param grid        samples of the pixel are grid * grid
   /// \param ambientGrid rays into the open for each of them are ambientGrid * ambientGrid
-  PixelSamples(int grid, int ambientGrid) : grid_(grid), ambientGrid_(ambientGrid), ambient_(ambientGrid * ambientGrid) {}
+  PixelSamples(int grid, int ambientGrid)
+      : grid_(grid), ambientGrid_(ambientGrid), ambient_(ambientGrid * ambientGrid) {}
 
-  /// Draws the places within the pixel for the picture's pixel (x, y) and frame. With one sample that is its centre.
+  /// Draws the places within the pixel for the picture's pixel (x, y) and frame. With one sample
+  /// that is its centre.
   void start(int x, int y, int frame, bool jittered);
   /// Draws all that shading needs. To be called once after start(), when anything was hit.
   void drawLights();
 
-  [[nodiscard]] std::size_t count() const { return static_cast<std::size_t>(grid_) * static_cast<std::size_t>(grid_); }
+  [[nodiscard]] std::size_t count() const {
+    return static_cast<std::size_t>(grid_) * static_cast<std::size_t>(grid_);
+  }
   /// In pixels, from the centre, within [-0.5, 0.5].
   [[nodiscard]] tarn::Vec2<float> offset(std::size_t sample) const { return offsets_[sample]; }
   [[nodiscard]] tarn::Vec2<float> key(std::size_t sample) const { return key_[sample]; }
@@ -55,11 +59,14 @@ class Shader {
   /// \param radius    half the size of what is shown: how far corners darken
   /// \param ambientGrid as for PixelSamples
   /// \param smooth      as for Surface
-  Shader(const MeshList& list, double time, const View& view, const tarn::Vec3<double>& engineOrigin, double radius,
-         int ambientGrid, bool smooth = false);
+  Shader(const MeshList& list, double time, const View& view,
+         const tarn::Vec3<double>& engineOrigin, double radius, int ambientGrid,
+         bool smooth = false);
 
-  /// Tints what the selection has, from now on. \param selection its status of prims is brought up to date by \p stage
-  void tint(vela::Selection::GeoSelection& selection, const std::shared_ptr<ovo::Stage>& stage, const MeshList& list);
+  /// Tints what the selection has, from now on. \param selection its status of prims is brought up
+  /// to date by \p stage
+  void tint(vela::Selection::GeoSelection& selection, const std::shared_ptr<ovo::Stage>& stage,
+            const MeshList& list);
 
   /// A ray that decides over some light, and the light.
   struct Light {
@@ -76,8 +83,9 @@ class Shader {
   };
 
   /// Adds the rays and lights of one hit. \return displayColor there
-  tarn::Vec3<float> light(const tarn::Ray<float>& ray, const SurfaceHit& hit, const PixelSamples& samples, std::size_t sample,
-                          std::size_t target, Batch& batch) const;
+  tarn::Vec3<float> light(const tarn::Ray<float>& ray, const SurfaceHit& hit,
+                          const PixelSamples& samples, std::size_t sample, std::size_t target,
+                          Batch& batch) const;
 
   /// displayColor at a hit.
   [[nodiscard]] tarn::Vec3<float> colour(const SurfaceHit& hit) const;
@@ -91,7 +99,8 @@ class Shader {
     const tarn::Vec3<float>* colour;  ///< of the instance; null where the surface's own counts
     float scale;                      ///< the most that a length in the object grows in the world
   };
-  [[nodiscard]] tarn::Vec3<float> colour(const Placed& placed, int face, const tarn::Vec3<float>& objectPoint) const;
+  [[nodiscard]] tarn::Vec3<float> colour(const Placed& placed, int face,
+                                         const tarn::Vec3<float>& objectPoint) const;
 
   struct Directional {
     tarn::Vec3<float> direction, across, along;
@@ -108,13 +117,17 @@ class Shader {
   int ambient_;
 };
 
-/// The unit normal at a hit in the world, pointing out: the surface's own between its points where it has any, else the geometric
-/// one. One that is NaN, missing or on the far side of its face is none.
+/// The unit normal at a hit in the world, pointing out: the surface's own between its points where
+/// it has any, else the geometric one. One that is NaN, missing or on the far side of its face is
+/// none.
 /// \param objectPoint where the hit is in the mesh's own space
-[[nodiscard]] tarn::Vec3<float> normalAt(const Surface& surface, const tarn::Mat4<double>& objectFromEngine,
-                                         const tarn::Vec3<float>& objectPoint, const SurfaceHit& hit);
+[[nodiscard]] tarn::Vec3<float> normalAt(const Surface& surface,
+                                         const tarn::Mat4<double>& objectFromEngine,
+                                         const tarn::Vec3<float>& objectPoint,
+                                         const SurfaceHit& hit);
 
-/// What is seen where no surface is, linear, for pictures without transparency. `height` runs from 0 at the bottom to 1 at the top.
+/// What is seen where no surface is, linear, for pictures without transparency. `height` runs from
+/// 0 at the bottom to 1 at the top.
 [[nodiscard]] tarn::Vec3<float> backdrop(float height);
 
 }  // namespace command

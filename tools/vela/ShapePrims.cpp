@@ -21,13 +21,15 @@ constexpr double kPi = 3.141592653589793;
 enum Kind { kCube, kSphere, kCylinder, kCone, kCapsule, kPlane };
 enum class End { open, flat, pole };
 
-// A ring about the axis of a surface of revolution, and the direction of the surface's normal there.
+// A ring about the axis of a surface of revolution, and the direction of the surface's normal
+// there.
 struct Ring {
   double radius, height, outward, upward;
 };
 
 // A surface of revolution about y, from the bottom up. Poles are those of spheres: smooth.
-MadeMesh revolve(const std::vector<Ring>& rings, End bottom, End top, double bottomPole, double topPole) {
+MadeMesh revolve(const std::vector<Ring>& rings, End bottom, End top, double bottomPole,
+                 double topPole) {
   const unsigned rows = static_cast<unsigned>(rings.size()) - 1;
   const int last = static_cast<int>(rows);
   vela::MeshSample mesh;
@@ -44,13 +46,16 @@ MadeMesh revolve(const std::vector<Ring>& rings, End bottom, End top, double bot
   };
   const bool hasBottom = bottom != End::open, hasTop = top != End::open;
   mesh.points.resize((rows + 1) * kColumns + (hasBottom ? 1 : 0) + (hasTop ? 1 : 0));
-  vela::buildRevolveMeshPoints(mesh, rows, kColumns, radius, height, Vec3<float>(1.0f), hasTop, hasBottom, true);
+  vela::buildRevolveMeshPoints(mesh, rows, kColumns, radius, height, Vec3<float>(1.0f), hasTop,
+                               hasBottom, true);
   vela::buildRevolveMeshFaces(mesh, rows, kColumns, hasTop, hasBottom, true);
 
   MadeMesh made;
   made.points = mesh.points;
-  made.counts = ovo::Array<int>(std::vector<int>(mesh.vertsPerFace(), mesh.vertsPerFace() + mesh.nFaces()));
-  made.indices = ovo::Array<int>(std::vector<int>(mesh.faceVertPointIndices(), mesh.faceVertPointIndices() + mesh.nVerts()));
+  made.counts =
+      ovo::Array<int>(std::vector<int>(mesh.vertsPerFace(), mesh.vertsPerFace() + mesh.nFaces()));
+  made.indices = ovo::Array<int>(
+      std::vector<int>(mesh.faceVertPointIndices(), mesh.faceVertPointIndices() + mesh.nVerts()));
 
   // Normals: of points by their rings; flat ends have their own.
   const std::size_t firstRing = hasBottom ? 1 : 0;
@@ -58,7 +63,8 @@ MadeMesh revolve(const std::vector<Ring>& rings, End bottom, End top, double bot
   for (std::size_t i = 0; i < rings.size(); ++i)
     for (unsigned j = 0; j < kColumns; ++j) {
       const double turn = 2.0 * kPi * j / kColumns;
-      const Vec3<double> n(rings[i].outward * std::sin(turn), rings[i].upward, rings[i].outward * std::cos(turn));
+      const Vec3<double> n(rings[i].outward * std::sin(turn), rings[i].upward,
+                           rings[i].outward * std::cos(turn));
       ofPoint[firstRing + i * kColumns + j] = Vec3<float>(n.normalized());
     }
   if (hasBottom) ofPoint.front() = {0, -1, 0};
@@ -83,8 +89,10 @@ MadeMesh cube(double size) {
   vela::buildCube(mesh, {-half, half}, 1, 1, true, true, true, false, false);
   MadeMesh made;
   made.points = mesh.points;
-  made.counts = ovo::Array<int>(std::vector<int>(mesh.vertsPerFace(), mesh.vertsPerFace() + mesh.nFaces()));
-  made.indices = ovo::Array<int>(std::vector<int>(mesh.faceVertPointIndices(), mesh.faceVertPointIndices() + mesh.nVerts()));
+  made.counts =
+      ovo::Array<int>(std::vector<int>(mesh.vertsPerFace(), mesh.vertsPerFace() + mesh.nFaces()));
+  made.indices = ovo::Array<int>(
+      std::vector<int>(mesh.faceVertPointIndices(), mesh.faceVertPointIndices() + mesh.nVerts()));
   made.normals = mesh.normals;
   return made;
 }
@@ -104,7 +112,8 @@ MadeMesh plane(double alongX, double alongZ) {
 void addArc(std::vector<Ring>& rings, double radius, double centre, unsigned first, unsigned last) {
   for (unsigned i = first; i <= last; ++i) {
     const double angle = 0.5 * kPi * i / kHalfRows;
-    rings.push_back({radius * std::sin(angle), centre - radius * std::cos(angle), std::sin(angle), -std::cos(angle)});
+    rings.push_back({radius * std::sin(angle), centre - radius * std::cos(angle), std::sin(angle),
+                     -std::cos(angle)});
   }
 }
 
@@ -112,14 +121,16 @@ MadeMesh capsule(double bottomRadius, double topRadius, double height) {
   std::vector<Ring> rings;
   addArc(rings, bottomRadius, -0.5 * height, 1, kHalfRows);
   addArc(rings, topRadius, 0.5 * height, kHalfRows, 2 * kHalfRows - 1);
-  return revolve(rings, End::pole, End::pole, -0.5 * height - bottomRadius, 0.5 * height + topRadius);
+  return revolve(rings, End::pole, End::pole, -0.5 * height - bottomRadius,
+                 0.5 * height + topRadius);
 }
 
 // The side of a cone rises outward by as much as it narrows.
 MadeMesh cylinder(double bottomRadius, double topRadius, double height, bool hasTop) {
   const double narrowing = bottomRadius - topRadius;
-  return revolve({{bottomRadius, -0.5 * height, height, narrowing}, {topRadius, 0.5 * height, height, narrowing}}, End::flat,
-                 hasTop ? End::flat : End::open, -0.5 * height, 0.5 * height);
+  return revolve({{bottomRadius, -0.5 * height, height, narrowing},
+                  {topRadius, 0.5 * height, height, narrowing}},
+                 End::flat, hasTop ? End::flat : End::open, -0.5 * height, 0.5 * height);
 }
 
 MadeMesh makeOf(const std::vector<double>& key) {
@@ -142,7 +153,8 @@ void turnTo(char axis, ovo::Array<Vec3<float>>& vectors) {
   if (axis == 'Y') return;
   Vec3<float>* data = vectors.data();
   for (std::size_t i = 0; i < vectors.size(); ++i)
-    data[i] = axis == 'X' ? Vec3<float>(data[i].y, data[i].z, data[i].x) : Vec3<float>(data[i].z, data[i].x, data[i].y);
+    data[i] = axis == 'X' ? Vec3<float>(data[i].y, data[i].z, data[i].x)
+                          : Vec3<float>(data[i].z, data[i].x, data[i].y);
 }
 
 }  // namespace
@@ -168,17 +180,20 @@ bool ShapePrims::make(const ovo::Prim& prim, double time, MadeMesh& mesh) {
     const double radius = number("radius", 1.0);
     key = {kCylinder, double(axis), radius, radius, number("height", 2.0)};
   } else if (type == "Cylinder_1") {
-    key = {kCylinder, double(axis), number("radiusBottom", 1.0), number("radiusTop", 1.0), number("height", 2.0)};
+    key = {kCylinder, double(axis), number("radiusBottom", 1.0), number("radiusTop", 1.0),
+           number("height", 2.0)};
   } else if (type == "Cone") {
     key = {kCone, double(axis), number("radius", 1.0), 0.0, number("height", 2.0)};
   } else if (type == "Capsule") {
     const double radius = number("radius", 0.5);
     key = {kCapsule, double(axis), radius, radius, number("height", 1.0)};
   } else if (type == "Capsule_1") {
-    key = {kCapsule, double(axis), number("radiusBottom", 0.5), number("radiusTop", 0.5), number("height", 1.0)};
+    key = {kCapsule, double(axis), number("radiusBottom", 0.5), number("radiusTop", 0.5),
+           number("height", 1.0)};
   } else if (type == "Plane") {
-    // Width runs along x, or along z when x is the axis; length along y, or along z when y is the axis: before the turn from y to
-    // the axis these are x and z, for z as the axis the other way round.
+    // Width runs along x, or along z when x is the axis; length along y, or along z when y is the
+    // axis: before the turn from y to the axis these are x and z, for z as the axis the other way
+    // round.
     const double width = number("width", 2.0), length = number("length", 2.0);
     key = {kPlane, double(axis), axis == 'Z' ? length : width, axis == 'Z' ? width : length};
   } else {

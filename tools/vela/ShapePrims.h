@@ -21,8 +21,8 @@ struct MadeMesh {
 
 /// Makes the meshes of shape prims. Shapes of the same measures share their arrays.
 ///
-/// Round ones have 128 sides, spheres 64 rows from pole to pole and the halves of capsules 32 each: their outlines stay within
-/// 0.0003 of the radius of the true ones.
+/// Round ones have 128 sides, spheres 64 rows from pole to pole and the halves of capsules 32 each:
+/// their outlines stay within 0.0003 of the radius of the true ones.
 class ShapePrims {
  public:
   /// \param mesh replaced, when the prim is one of the shapes

@@ -21,7 +21,8 @@ std::vector<std::string> splitList(const std::string& list) {
   for (std::size_t first = 0; first <= list.size();) {
     const std::size_t end = std::min(list.find(',', first), list.size());
     const std::size_t from = list.find_first_not_of(" \t", first);
-    if (from < end) parts.push_back(list.substr(from, list.find_last_not_of(" \t", end - 1) + 1 - from));
+    if (from < end)
+      parts.push_back(list.substr(from, list.find_last_not_of(" \t", end - 1) + 1 - from));
     first = end + 1;
   }
   return parts;

@@ -11,7 +11,8 @@ namespace command {
 [[nodiscard]] std::vector<std::string> splitList(const std::string& list);
 
 /// Reads exactly \p count finite numbers separated by commas. \return false for anything else
-[[nodiscard]] bool readNumbers(const std::string& text, std::size_t count, std::vector<double>& numbers);
+[[nodiscard]] bool readNumbers(const std::string& text, std::size_t count,
+                               std::vector<double>& numbers);
 
 /// The shortest text that reads back as the same number.
 [[nodiscard]] std::string toText(float value);

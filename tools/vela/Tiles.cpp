@@ -24,20 +24,24 @@ using Clock = std::chrono::steady_clock;
 void showProgress(const char* verb, double done, double seconds, std::uint64_t rays) {
   const double left = done > 0.0 ? seconds * (1.0 - done) / done : 0.0;
   const int leftSeconds = static_cast<int>(std::min(left + 0.5, 359999.0));
-  std::fprintf(stderr, "\rvela %s: %3.0f %%  %.1f million rays/s  %d:%02d left   ", verb, 100.0 * done,
-               seconds > 0.0 ? static_cast<double>(rays) / seconds * 1e-6 : 0.0, leftSeconds / 60, leftSeconds % 60);
+  std::fprintf(stderr, "\rvela %s: %3.0f %%  %.1f million rays/s  %d:%02d left   ", verb,
+               100.0 * done, seconds > 0.0 ? static_cast<double>(rays) / seconds * 1e-6 : 0.0,
+               leftSeconds / 60, leftSeconds % 60);
   std::fflush(stderr);
 }
 
 }  // namespace
 
 int threadCount(int requested) {
-  return requested > 0 ? requested : std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
+  return requested > 0 ? requested
+                       : std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
 }
 
-void forEachTile(const char* verb, int width, int height, int threads, const std::atomic<std::uint64_t>& rays,
+void forEachTile(const char* verb, int width, int height, int threads,
+                 const std::atomic<std::uint64_t>& rays,
                  const std::function<void(const Tile&, int)>& work) {
-  const int columns = (width + kTileSize - 1) / kTileSize, rows = (height + kTileSize - 1) / kTileSize;
+  const int columns = (width + kTileSize - 1) / kTileSize,
+            rows = (height + kTileSize - 1) / kTileSize;
   const int tiles = columns * rows;
   const int count = std::min(threadCount(threads), std::max(tiles, 1));
 
@@ -69,7 +73,8 @@ void forEachTile(const char* verb, int width, int height, int threads, const std
     try {
       pool.emplace_back(run, i);
     } catch (const std::system_error&) {
-      // The machine gives no more threads: those that run do all the work. Without a single one there is none to do it.
+      // The machine gives no more threads: those that run do all the work. Without a single one
+      // there is none to do it.
       if (i == 0) throw;
       const std::lock_guard<std::mutex> lock(mutex);
       running -= count - i;
@@ -84,8 +89,8 @@ void forEachTile(const char* verb, int width, int height, int threads, const std
     std::unique_lock<std::mutex> lock(mutex);
     while (!finished.wait_for(lock, std::chrono::milliseconds(250), [&] { return running == 0; }))
       if (terminal)
-        showProgress(verb, static_cast<double>(done) / tiles, std::chrono::duration<double>(Clock::now() - start).count(),
-                     rays);
+        showProgress(verb, static_cast<double>(done) / tiles,
+                     std::chrono::duration<double>(Clock::now() - start).count(), rays);
   }
   for (std::thread& thread : pool) thread.join();
   if (terminal) {

@@ -19,16 +19,16 @@
 namespace command {
 
 struct ViewOptions {
-  std::string camera;         ///< path; empty: the first camera of the scene, or a view of all of it
-  std::string lens;           ///< perspective, orthographic, spherical, cylindrical; empty: as the camera is
+  std::string camera;  ///< path; empty: the first camera of the scene, or a view of all of it
+  std::string lens;  ///< perspective, orthographic, spherical, cylindrical; empty: as the camera is
   int width = 0, height = 0;  ///< 0: 1280x720, for the spherical lens 1280x640
   double time = 0.0;
 };
 
 /// A camera placed in the world, its lens and the size of the picture.
 ///
-/// Pixel (0, 0) is top left. Pixel (px, py) has its centre at NDC x = 2 (px + 0.5) / W - 1; NDC y has x's unit, so that it
-/// runs over +-H / W, up.
+/// Pixel (0, 0) is top left. Pixel (px, py) has its centre at NDC x = 2 (px + 0.5) / W - 1; NDC y
+/// has x's unit, so that it runs over +-H / W, up.
 struct View {
   std::string camera;  ///< path of the prim; empty for a view that was made up
   vela::LensProjection lens = vela::LensProjection::perspective;
@@ -45,7 +45,8 @@ struct View {
 /// Settles camera, lens and size.
 /// \param extent of what the picture shows
 /// \throws Failure when the named camera is none, or the lens
-[[nodiscard]] View makeView(const ovo::Stage& stage, const ViewOptions& options, const Extent& extent);
+[[nodiscard]] View makeView(const ovo::Stage& stage, const ViewOptions& options,
+                            const Extent& extent);
 
 /// Makes a view's rays, a batch at a time. A maker belongs to one thread.
 class RayMaker {
@@ -65,7 +66,8 @@ class RayMaker {
   std::vector<vela::RayContext> contexts_;
 };
 
-/// Depth of a hit: along the camera's axis for the linear lenses, from the camera for the round ones.
+/// Depth of a hit: along the camera's axis for the linear lenses, from the camera for the round
+/// ones.
 [[nodiscard]] float depthOf(const View& view, const tarn::Vec3<float>& direction, double distance);
 
 }  // namespace command

@@ -66,7 +66,8 @@ int main(int argc, char** argv) {
     Halden::Log::write(Halden::Log::verbose, head + ": begins");
     dispatch(verb, count, argv + 2);
     Halden::Log::write(Halden::Log::verbose, head + ": done");
-    if (std::fflush(stdout) != 0) throw Failure{kBadInput, "cannot write", "standard output", std::strerror(errno), ""};
+    if (std::fflush(stdout) != 0)
+      throw Failure{kBadInput, "cannot write", "standard output", std::strerror(errno), ""};
     return kDone;
   } catch (const Failure& failure) {
     return fail(failure);

@@ -72,7 +72,8 @@ struct StoredOf<tarn::Vec3<F>> {
 };
 template <class F>
 struct StoredOf<tarn::Vec4<F>> {
-  using Types = StoredTypes<pxr::GfVec4f, pxr::GfVec4d, pxr::GfVec4h, pxr::GfQuatf, pxr::GfQuatd, pxr::GfQuath>;
+  using Types = StoredTypes<pxr::GfVec4f, pxr::GfVec4d, pxr::GfVec4h, pxr::GfQuatf, pxr::GfQuatd,
+                            pxr::GfQuath>;
 };
 template <>
 struct StoredOf<tarn::Mat4<double>> {
@@ -94,8 +95,8 @@ template <class T>
 inline constexpr std::size_t dimensionOf<tarn::Vec4<T>> = 4;
 
 template <class S>
-inline constexpr bool isQuat =
-    std::is_same_v<S, pxr::GfQuatf> || std::is_same_v<S, pxr::GfQuatd> || std::is_same_v<S, pxr::GfQuath>;
+inline constexpr bool isQuat = std::is_same_v<S, pxr::GfQuatf> || std::is_same_v<S, pxr::GfQuatd> ||
+                               std::is_same_v<S, pxr::GfQuath>;
 
 // Any number to any number: half has conversions to and from float only.
 template <class To, class From>
@@ -119,7 +120,9 @@ template <class To, class From>
     to = static_cast<To>(from);
     return static_cast<From>(to) == from;
   } else {
-    if (static_cast<std::uint64_t>(from) > static_cast<std::uint64_t>(std::numeric_limits<To>::max())) return false;
+    if (static_cast<std::uint64_t>(from) >
+        static_cast<std::uint64_t>(std::numeric_limits<To>::max()))
+      return false;
     to = static_cast<To>(from);
     return true;
   }
@@ -138,7 +141,8 @@ template <class S, class T>
     if constexpr (std::is_same_v<S, pxr::TfToken>)
       value = T(stored.GetString());
     else if constexpr (std::is_same_v<S, pxr::SdfAssetPath>)
-      value = T(stored.GetAuthoredPath().empty() ? stored.GetAssetPath() : stored.GetAuthoredPath());
+      value =
+          T(stored.GetAuthoredPath().empty() ? stored.GetAssetPath() : stored.GetAuthoredPath());
     else
       value = T(stored);
   } else if constexpr (std::is_same_v<S, pxr::GfMatrix4d>) {
@@ -172,8 +176,8 @@ template <class S, class T>
     for (std::size_t i = 0; i < 16; ++i) stored.GetArray()[i] = value[i];
   } else if constexpr (isQuat<S>) {
     using Number = typename S::ScalarType;
-    stored =
-        S(castNumber<Number>(value.w), castNumber<Number>(value.x), castNumber<Number>(value.y), castNumber<Number>(value.z));
+    stored = S(castNumber<Number>(value.w), castNumber<Number>(value.x),
+               castNumber<Number>(value.y), castNumber<Number>(value.z));
   } else {
     using Number = typename S::ScalarType;
     for (std::size_t i = 0; i < dimensionOf<T>; ++i) stored[i] = castNumber<Number>(value[i]);
@@ -187,20 +191,22 @@ template <class S, class T>
   if constexpr (std::is_same_v<S, T>)
     return std::is_arithmetic_v<S>;
   else if constexpr (dimensionOf<T> != 0 && !isQuat<S> && std::is_class_v<S>)
-    return std::is_same_v<typename S::ScalarType, std::decay_t<decltype(T().x)>> && sizeof(S) == sizeof(T) &&
-           std::is_trivially_copyable_v<S>;
+    return std::is_same_v<typename S::ScalarType, std::decay_t<decltype(T().x)>> &&
+           sizeof(S) == sizeof(T) && std::is_trivially_copyable_v<S>;
   else
     return false;
 }
 
 template <class S, class E>
-[[nodiscard]] bool arrayFrom(const pxr::VtArray<S>& stored, Array<E>& values, const pxr::SdfLayerOffset& times) {
+[[nodiscard]] bool arrayFrom(const pxr::VtArray<S>& stored, Array<E>& values,
+                             const pxr::SdfLayerOffset& times) {
   Array<E> fresh;
   fresh.resize(stored.size());
   E* const out = fresh.data();
   const S* const in = stored.cdata();
   if constexpr (sameLayout<S, E>()) {
-    if (!stored.empty()) std::memcpy(static_cast<void*>(out), static_cast<const void*>(in), stored.size() * sizeof(E));
+    if (!stored.empty())
+      std::memcpy(static_cast<void*>(out), static_cast<const void*>(in), stored.size() * sizeof(E));
   } else {
     for (std::size_t i = 0; i < stored.size(); ++i)
       if (!fromStored(in[i], out[i], times)) return false;
@@ -210,8 +216,8 @@ template <class S, class E>
 }
 
 template <class E, class... S>
-[[nodiscard]] bool readArray(const pxr::VtValue& stored, Array<E>& values, const pxr::SdfLayerOffset& times,
-                             StoredTypes<S...>) {
+[[nodiscard]] bool readArray(const pxr::VtValue& stored, Array<E>& values,
+                             const pxr::SdfLayerOffset& times, StoredTypes<S...>) {
   bool done = false;
   (void)((stored.IsHolding<pxr::VtArray<S>>() &&
           (done = arrayFrom(stored.UncheckedGet<pxr::VtArray<S>>(), values, times), true)) ||
@@ -220,10 +226,13 @@ template <class E, class... S>
 }
 
 template <class T, class... S>
-[[nodiscard]] bool readSingle(const pxr::VtValue& stored, T& value, const pxr::SdfLayerOffset& times, StoredTypes<S...>) {
+[[nodiscard]] bool readSingle(const pxr::VtValue& stored, T& value,
+                              const pxr::SdfLayerOffset& times, StoredTypes<S...>) {
   bool done = false;
   T fresh{};
-  (void)((stored.IsHolding<S>() && (done = fromStored(stored.UncheckedGet<S>(), fresh, times), true)) || ...);
+  (void)((stored.IsHolding<S>() &&
+          (done = fromStored(stored.UncheckedGet<S>(), fresh, times), true)) ||
+         ...);
   if (done) value = std::move(fresh);
   return done;
 }
@@ -239,7 +248,8 @@ struct ElementOf<Array<E>> {
 
 /// A stored value as T; false, \p value untouched, when it does not read as that.
 template <class T>
-[[nodiscard]] bool readValue(const pxr::VtValue& stored, T& value, const pxr::SdfLayerOffset& times) {
+[[nodiscard]] bool readValue(const pxr::VtValue& stored, T& value,
+                             const pxr::SdfLayerOffset& times) {
   using Types = typename StoredOf<typename ElementOf<T>::Type>::Types;
   if constexpr (isArray<T>)
     return readArray(stored, value, times, Types());
@@ -255,7 +265,8 @@ template <class S, class T>
     S* const out = array.data();
     if constexpr (sameLayout<S, E>()) {
       if (!value.empty())
-        std::memcpy(static_cast<void*>(out), static_cast<const void*>(value.cdata()), value.size() * sizeof(E));
+        std::memcpy(static_cast<void*>(out), static_cast<const void*>(value.cdata()),
+                    value.size() * sizeof(E));
     } else {
       for (std::size_t i = 0; i < value.size(); ++i)
         if (!toStored(value[i], out[i])) return false;
@@ -270,10 +281,12 @@ template <class S, class T>
 }
 
 template <class T, class... S>
-[[nodiscard]] bool writeAny(const T& value, const pxr::VtValue& example, pxr::VtValue& stored, StoredTypes<S...>) {
+[[nodiscard]] bool writeAny(const T& value, const pxr::VtValue& example, pxr::VtValue& stored,
+                            StoredTypes<S...>) {
   bool done = false;
   if constexpr (isArray<T>)
-    (void)((example.IsHolding<pxr::VtArray<S>>() && (done = writeAs<S>(value, stored), true)) || ...);
+    (void)((example.IsHolding<pxr::VtArray<S>>() && (done = writeAs<S>(value, stored), true)) ||
+           ...);
   else
     (void)((example.IsHolding<S>() && (done = writeAs<S>(value, stored), true)) || ...);
   return done;
@@ -281,13 +294,14 @@ template <class T, class... S>
 
 /// T as a value of a declared type; false when it cannot be one.
 template <class T>
-[[nodiscard]] bool writeValue(const T& value, const pxr::SdfValueTypeName& type, pxr::VtValue& stored) {
+[[nodiscard]] bool writeValue(const T& value, const pxr::SdfValueTypeName& type,
+                              pxr::VtValue& stored) {
   using Types = typename StoredOf<typename ElementOf<T>::Type>::Types;
   return type && writeAny(value, type.GetDefaultValue(), stored, Types());
 }
 
-// Interpolation, in the stored type and by OpenUSD's own formulas: single precision stays single, so that the
-// results are the same numbers.
+// Interpolation, in the stored type and by OpenUSD's own formulas: single precision stays single,
+// so that the results are the same numbers.
 
 template <class S>
 [[nodiscard]] S mixSingle(const S& a, const S& b, double t) {
@@ -305,7 +319,8 @@ template <class S>
 }
 
 template <class S>
-[[nodiscard]] bool mixAs(const pxr::VtValue& a, const pxr::VtValue& b, double t, pxr::VtValue& out) {
+[[nodiscard]] bool mixAs(const pxr::VtValue& a, const pxr::VtValue& b, double t,
+                         pxr::VtValue& out) {
   if (a.IsHolding<S>() && b.IsHolding<S>()) {
     out = pxr::VtValue(mixSingle(a.UncheckedGet<S>(), b.UncheckedGet<S>(), t));
     return true;
@@ -324,7 +339,9 @@ template <class S>
   return true;
 }
 
-/// The value a fraction \p t of the way from \p a to \p b; false for what is held: other types, and arrays of unequal size.
-[[nodiscard]] bool mixStored(const pxr::VtValue& a, const pxr::VtValue& b, double t, pxr::VtValue& out);
+/// The value a fraction \p t of the way from \p a to \p b; false for what is held: other types, and
+/// arrays of unequal size.
+[[nodiscard]] bool mixStored(const pxr::VtValue& a, const pxr::VtValue& b, double t,
+                             pxr::VtValue& out);
 
 }  // namespace ovo::detail

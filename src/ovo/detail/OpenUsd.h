@@ -1,5 +1,6 @@
 /// \file
-/// What of OpenUSD the scene library uses. Precompiled for the folder: its headers take seconds each.
+/// What of OpenUSD the scene library uses. Precompiled for the folder: its headers take seconds
+/// each.
 #pragma once
 
 // They use the hash tables from before the standard had any; this only mutes the remark about it.

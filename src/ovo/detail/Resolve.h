@@ -29,19 +29,25 @@ struct Found {
 [[nodiscard]] Found findAt(const PrimNode& node, const pxr::TfToken& name, double time);
 /// The authored default value.
 [[nodiscard]] Found findDefault(const PrimNode& node, const pxr::TfToken& name);
-/// As ovo/Attribute.h tells: \p authored leaves time samples out at the default time. Without fallbacks.
-[[nodiscard]] Found findValue(const PrimNode& node, const pxr::TfToken& name, double time, bool authored);
+/// As ovo/Attribute.h tells: \p authored leaves time samples out at the default time. Without
+/// fallbacks.
+[[nodiscard]] Found findValue(const PrimNode& node, const pxr::TfToken& name, double time,
+                              bool authored);
 /// The value found, expressions in file names replaced by what they give.
 [[nodiscard]] pxr::VtValue evaluateFileNames(const Found& found);
 /// The fallback of the prim's type, or null.
 [[nodiscard]] const Fallback* findFallback(const PrimNode& node, const std::string& name);
 
 /// The strongest value of a field of a property, other than its values.
-[[nodiscard]] bool findField(const PrimNode& node, const pxr::TfToken& name, const pxr::TfToken& field, pxr::VtValue& value);
-[[nodiscard]] bool hasProperty(const PrimNode& node, const pxr::TfToken& name, pxr::SdfSpecType type);
+[[nodiscard]] bool findField(const PrimNode& node, const pxr::TfToken& name,
+                             const pxr::TfToken& field, pxr::VtValue& value);
+[[nodiscard]] bool hasProperty(const PrimNode& node, const pxr::TfToken& name,
+                               pxr::SdfSpecType type);
 [[nodiscard]] pxr::SdfValueTypeName findType(const PrimNode& node, const std::string& name);
 
-/// The attribute's path in the edit layer, its spec made when it is not there; the empty path when it cannot be.
-[[nodiscard]] pxr::SdfPath editAttribute(const PrimNode& node, const std::string& name, const pxr::SdfValueTypeName& type);
+/// The attribute's path in the edit layer, its spec made when it is not there; the empty path when
+/// it cannot be.
+[[nodiscard]] pxr::SdfPath editAttribute(const PrimNode& node, const std::string& name,
+                                         const pxr::SdfValueTypeName& type);
 
 }  // namespace ovo::detail

@@ -25,9 +25,9 @@ class Problems {
   std::unordered_set<std::string> known_;
 };
 
-/// While it lives, OpenUSD's warnings and errors of this thread are added to \p problems; those of OpenUSD's
-/// own threads go to the collector that was set up last. Messages that come while none lives are dropped: nothing of
-/// OpenUSD's reaches the screen.
+/// While it lives, OpenUSD's warnings and errors of this thread are added to \p problems; those of
+/// OpenUSD's own threads go to the collector that was set up last. Messages that come while none
+/// lives are dropped: nothing of OpenUSD's reaches the screen.
 class Collector {
  public:
   explicit Collector(Problems& problems, bool alsoOwnThreads = false);
@@ -40,18 +40,20 @@ class Collector {
   bool shared_;
 };
 
-/// Sets OpenUSD up for this process on the first call. Empty when all is well, else why no scene can be opened.
+/// Sets OpenUSD up for this process on the first call. Empty when all is well, else why no scene
+/// can be opened.
 [[nodiscard]] const std::string& startRuntime();
 
-/// How deep brackets may nest in a scene text: the parser takes some two kilobytes of stack a level, so this keeps it
-/// within one megabyte, which every thread has. Scenes nest a few dozen deep.
+/// How deep brackets may nest in a scene text: the parser takes some two kilobytes of stack a
+/// level, so this keeps it within one megabyte, which every thread has. Scenes nest a few dozen
+/// deep.
 inline constexpr std::size_t kMaxTextNesting = 500;
 
 /// How deep prims may nest, whatever kind of file they come from.
 inline constexpr std::size_t kMaxPrimNesting = 1000;
 
-/// True when brackets in a scene text nest deeper than \p limit, outside comments and file names; also those within one
-/// string, since expressions in strings are parsed too.
+/// True when brackets in a scene text nest deeper than \p limit, outside comments and file names;
+/// also those within one string, since expressions in strings are parsed too.
 [[nodiscard]] bool nestsDeeper(std::string_view text, std::size_t limit) noexcept;
 
 }  // namespace ovo::detail

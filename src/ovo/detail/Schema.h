@@ -1,5 +1,6 @@
 /// \file
-/// What OpenUSD's standard prim types mean: which have a transform, which fallback values they give.
+/// What OpenUSD's standard prim types mean: which have a transform, which fallback values they
+/// give.
 #pragma once
 
 #include <map>
@@ -21,7 +22,8 @@ struct PrimType {
   std::map<std::string, Fallback> fallbacks;
 };
 
-/// The record of a type name; for a name that is not known one without fallbacks. The reference lives for ever.
+/// The record of a type name; for a name that is not known one without fallbacks. The reference
+/// lives for ever.
 [[nodiscard]] const PrimType& primType(const std::string& typeName);
 
 }  // namespace ovo::detail

@@ -1,8 +1,9 @@
 /// \file
 /// A composed stage: the tree of prims, each with its opinions from strong to weak.
 ///
-/// Composition itself is Pcp's. What it gives is laid down here once, when a stage opens, so that every read after that is a
-/// walk over plain records that nobody changes: this is what makes reads safe from several threads.
+/// Composition itself is Pcp's. What it gives is laid down here once, when a stage opens, so that
+/// every read after that is a walk over plain records that nobody changes: this is what makes reads
+/// safe from several threads.
 #pragma once
 
 #include <cstddef>
@@ -31,9 +32,13 @@ struct Opinion {
   pxr::SdfLayerOffset stageFromLayer;  ///< times
   pxr::PcpNodeRef node;                ///< where it comes from; none for what an edit added since
 
-  [[nodiscard]] pxr::SdfPath property(const pxr::TfToken& name) const { return path.AppendProperty(name); }
+  [[nodiscard]] pxr::SdfPath property(const pxr::TfToken& name) const {
+    return path.AppendProperty(name);
+  }
   [[nodiscard]] double stageTime(double layerTime) const { return stageFromLayer * layerTime; }
-  [[nodiscard]] double layerTime(double stageTime) const { return stageFromLayer.GetInverse() * stageTime; }
+  [[nodiscard]] double layerTime(double stageTime) const {
+    return stageFromLayer.GetInverse() * stageTime;
+  }
 };
 
 /// Nodes are made once a path and stay where they are; recomposing fills them anew.
@@ -102,11 +107,13 @@ class StageData {
   std::unique_ptr<pxr::PcpCache> cache_;
   std::deque<PrimNode> nodes_;
   std::unordered_map<Path, PrimNode*> byPath_;
-  // True when a part of the scene is built from another part of the same files, so that an edit may show elsewhere.
+  // True when a part of the scene is built from another part of the same files, so that an edit may
+  // show elsewhere.
   bool hasInternalArcs_ = false;
 };
 
-/// A copy of the root layer with the edits laid over it, its file names as they hold from \p folder.
+/// A copy of the root layer with the edits laid over it, its file names as they hold from \p
+/// folder.
 [[nodiscard]] pxr::SdfLayerRefPtr mergeLayers(const StageData& stage, const std::string& folder);
 
 }  // namespace ovo::detail

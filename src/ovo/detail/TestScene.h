@@ -16,8 +16,10 @@ namespace ovo_test {
 
 /// A scene text in which several statements and blocks may stand on one line.
 inline std::string sceneText(std::string text) {
-  for (std::size_t at = 0; (at = text.find(" }", at)) != std::string::npos; at += 2) text[at] = '\n';
-  for (std::size_t at = 0; (at = text.find("} ", at)) != std::string::npos; at += 2) text[at + 1] = '\n';
+  for (std::size_t at = 0; (at = text.find(" }", at)) != std::string::npos; at += 2)
+    text[at] = '\n';
+  for (std::size_t at = 0; (at = text.find("} ", at)) != std::string::npos; at += 2)
+    text[at + 1] = '\n';
   return text;
 }
 
@@ -49,14 +51,17 @@ class TemporaryFolder {
     std::ofstream(path(name), std::ios::binary) << content;
     return path(name);
   }
-  std::string writeScene(const std::string& name, const std::string& text) const { return write(name, sceneText(text)); }
+  std::string writeScene(const std::string& name, const std::string& text) const {
+    return write(name, sceneText(text));
+  }
   [[nodiscard]] std::string read(const std::string& name) const {
     std::ifstream in(path(name), std::ios::binary);
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
   }
   [[nodiscard]] std::size_t count() const {
     std::size_t files = 0;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(path_)) files += entry.is_regular_file();
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(path_))
+      files += entry.is_regular_file();
     return files;
   }
 

@@ -1,11 +1,11 @@
 #include "vela/asset/AssetInfo.h"
 
-#include "vela/asset/detail/AssetState.h"
-#include "vela/asset/detail/OpenAssetIO.h"
-
 #include <stdexcept>
 #include <utility>
 #include <variant>
+
+#include "vela/asset/detail/AssetState.h"
+#include "vela/asset/detail/OpenAssetIO.h"
 
 namespace vela::asset {
 namespace {
@@ -44,7 +44,7 @@ std::uint64_t hashText(std::uint64_t hash, const std::string& text) {
 
 }  // namespace
 
-// ---- Functions ---------------------------------------------------------------------------------------------------
+// ---- Functions
 
 bool isAssetPath(std::string_view text) {
   const std::shared_ptr<Manager> manager = getManager();
@@ -53,8 +53,8 @@ bool isAssetPath(std::string_view text) {
                          [&] { return manager->isEntityReferenceString(std::string(text)); });
 }
 
-std::shared_ptr<openassetio::trait::TraitsData> resolveAsset(const std::string& reference,
-                                                             const std::set<std::string>& traitSet) {
+std::shared_ptr<openassetio::trait::TraitsData> resolveAsset(
+    const std::string& reference, const std::set<std::string>& traitSet) {
   const std::shared_ptr<Manager> manager = getManager();
   if (!manager || traitSet.empty()) return nullptr;
 
@@ -63,39 +63,44 @@ std::shared_ptr<openassetio::trait::TraitsData> resolveAsset(const std::string& 
     const auto entityReference = manager->createEntityReferenceIfValid(reference);
     if (!entityReference) return nullptr;
 
-    // KEEP(asset-cache-key): nothing stands between the parts. Trait ids begin with their package's name, so questions that
-    // hosts really ask never run together.
+    // KEEP(asset-cache-key): nothing stands between the parts. Trait ids begin with their package's
+    // name, so questions that hosts really ask never run together.
     std::string key = reference;
     for (const std::string& trait : traitSet) key += trait;
     TraitsDataPtr data;
     if (detail::findResolved(key, data)) return data;
 
-    data = manager->resolve(*entityReference, traitSet, openassetio::access::ResolveAccess::kRead, detail::contextForCalls());
+    data = manager->resolve(*entityReference, traitSet, openassetio::access::ResolveAccess::kRead,
+                            detail::contextForCalls());
     detail::storeResolved(key, data);
     return data;
   });
 }
 
-bool getAssetLocation(const std::shared_ptr<openassetio::trait::TraitsData>& traitsData, std::string& path) {
+bool getAssetLocation(const std::shared_ptr<openassetio::trait::TraitsData>& traitsData,
+                      std::string& path) {
   return detail::guarded(kLocationFailure, false, [&] { return locationOf(traitsData, path); });
 }
 
 bool resolveAssetLocation(const std::string& url, std::string& path) {
-  const bool found =
-      detail::guarded(kLocationFailure, false, [&] { return locationOf(resolveAsset(url, {kLocatableContentTrait}), path); });
+  const bool found = detail::guarded(kLocationFailure, false, [&] {
+    return locationOf(resolveAsset(url, {kLocatableContentTrait}), path);
+  });
   if (!found && &path != &url) path = url;
   return found;
 }
 
-// ---- Records -----------------------------------------------------------------------------------------------------
+// ---- Records
 
-AssetData::AssetData(std::shared_ptr<openassetio::trait::TraitsData> data) : data_(std::move(data)) {}
+AssetData::AssetData(std::shared_ptr<openassetio::trait::TraitsData> data)
+    : data_(std::move(data)) {}
 
 AssetData::~AssetData() = default;
 
 AssetInfo::AssetInfo(const std::set<std::string>& traits) : traits_(traits) { updateHash(); }
 
-AssetInfo::AssetInfo(const std::string& path, const std::set<std::string>& traits) : path_(path), traits_(traits) {
+AssetInfo::AssetInfo(const std::string& path, const std::set<std::string>& traits)
+    : path_(path), traits_(traits) {
   updateHash();
 }
 

@@ -1,15 +1,14 @@
 /// \file
-/// What a path-like text stands for: whether it is an asset reference, what it resolves to, and which file that is.
+/// What a path-like text stands for: whether it is an asset reference, what it resolves to, and
+/// which file that is.
 ///
-/// A reference that cannot be resolved serves as a plain file path: the functions that give a path always give one. Nothing
-/// throws but allocation; failures are in the log, as errors of the sub-system "Asset System".
+/// A reference that cannot be resolved serves as a plain file path: the functions that give a path
+/// always give one. Nothing throws but allocation; failures are in the log, as errors of the
+/// sub-system "Asset System".
 ///
-/// Threads: as AssetManager.h. Two threads that are first to resolve a reference may both ask the manager. Records are values:
-/// different ones may be used from different threads at once.
+/// Threads: as AssetManager.h. Two threads that are first to resolve a reference may both ask the
+/// manager. Records are values: different ones may be used from different threads at once.
 #pragma once
-
-#include "vela/Api.h"
-#include "vela/asset/AssetManager.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -18,33 +17,39 @@
 #include <string>
 #include <string_view>
 
+#include "vela/Api.h"
+#include "vela/asset/AssetManager.h"
+
 namespace vela::asset {
 
 /// The trait whose `location` says where an asset's file is.
-inline constexpr const char* kLocatableContentTrait = "openassetio-mediacreation:content.LocatableContent";
+inline constexpr const char* kLocatableContentTrait =
+    "openassetio-mediacreation:content.LocatableContent";
 
-// ---- Functions ---------------------------------------------------------------------------------------------------
+// ---- Functions
 
 /// Whether the installed manager takes a text for one of its references; false without a manager.
 [[nodiscard]] VELA_API bool isAssetPath(std::string_view text);
 
 /// What the manager knows of an asset.
 /// \param traitSet  the trait ids that are asked for
-/// \return null without a manager, with an empty set, for a manager that does not resolve and for a text that is no
-///         reference (all silently), and when the manager fails. Every answer is kept until clearCache()
-[[nodiscard]] VELA_API std::shared_ptr<openassetio::v1::trait::TraitsData> resolveAsset(const std::string& reference,
-                                                                                        const std::set<std::string>& traitSet);
+/// \return null without a manager, with an empty set, for a manager that does not resolve and for a
+///         text that is no reference (all silently), and when the manager fails. Every answer is
+///         kept until clearCache()
+[[nodiscard]] VELA_API std::shared_ptr<openassetio::v1::trait::TraitsData> resolveAsset(
+    const std::string& reference, const std::set<std::string>& traitSet);
 
 /// The file path of resolved data.
 /// \param path  untouched when false is returned
 /// \return false without a location, and when it is no text or no URL of a local file
-VELA_API bool getAssetLocation(const std::shared_ptr<openassetio::v1::trait::TraitsData>& traitsData, std::string& path);
+VELA_API bool getAssetLocation(
+    const std::shared_ptr<openassetio::v1::trait::TraitsData>& traitsData, std::string& path);
 
 /// From a reference straight to a file path.
 /// \param path  on failure: `url` as it is. May be the same string as `url`
 VELA_API bool resolveAssetLocation(const std::string& url, std::string& path);
 
-// ---- Records -----------------------------------------------------------------------------------------------------
+// ---- Records
 
 /// Resolved traits of an asset.
 class VELA_API AssetData {
@@ -57,18 +62,23 @@ class VELA_API AssetData {
   virtual ~AssetData();
 
   [[nodiscard]] bool isValid() const { return data_ != nullptr; }
-  [[nodiscard]] std::shared_ptr<openassetio::v1::trait::TraitsData> traitsData() const { return data_; }
+  [[nodiscard]] std::shared_ptr<openassetio::v1::trait::TraitsData> traitsData() const {
+    return data_;
+  }
 
  private:
   std::shared_ptr<openassetio::v1::trait::TraitsData> data_;
 };
 
-/// A reference, or plain file path, with the traits to resolve it with. Records are equal when their hashes are.
+/// A reference, or plain file path, with the traits to resolve it with. Records are equal when
+/// their hashes are.
 class VELA_API AssetInfo {
  public:
   /// Hashes a record for unordered containers.
   struct HashFunction {
-    std::size_t operator()(const AssetInfo& info) const { return static_cast<std::size_t>(info.hash()); }
+    std::size_t operator()(const AssetInfo& info) const {
+      return static_cast<std::size_t>(info.hash());
+    }
   };
 
   AssetInfo() = default;
@@ -83,8 +93,8 @@ class VELA_API AssetInfo {
   [[nodiscard]] std::string path() const { return path_; }
   [[nodiscard]] const std::set<std::string>& traits() const { return traits_; }
 
-  /// Over the bytes of the path and then of each trait in ascending order, each text up to its first zero byte:
-  /// h = h * 65599 + byte, from 0, in 64 bits. The same on every platform.
+  /// Over the bytes of the path and then of each trait in ascending order, each text up to its
+  /// first zero byte: h = h * 65599 + byte, from 0, in 64 bits. The same on every platform.
   [[nodiscard]] std::uint64_t hash() const { return hash_; }
 
   /// What the last resolveLocation found; false before it.
@@ -93,8 +103,8 @@ class VELA_API AssetInfo {
   [[nodiscard]] static bool isAsset(std::string_view text);
 
   /// Takes a new path and finds its file.
-  /// \param out  the file path of the asset; for a plain path, and when the manager gives no data, the new path itself;
-  ///             untouched when there is data but no usable location in it
+  /// \param out  the file path of the asset; for a plain path, and when the manager gives no data,
+  ///             the new path itself; untouched when there is data but no usable location in it
   /// \return true when the path is a reference with a location
   bool resolveLocation(std::string newPath, std::string& out);
 

@@ -48,7 +48,8 @@ class Asset : public testing::Test {
   static std::shared_ptr<openassetio::hostApi::Manager> nativeManager() {
     static const auto manager = [] {
       const std::string config = theLog.folder.file("native.toml");
-      EXPECT_TRUE(vela_test::writeFile(config, "[manager]\nidentifier = \"org.vela.test.native\"\n"));
+      EXPECT_TRUE(
+          vela_test::writeFile(config, "[manager]\nidentifier = \"org.vela.test.native\"\n"));
       setupManager(config);
       return getManager();
     }();
@@ -58,7 +59,8 @@ class Asset : public testing::Test {
 
   std::string logged() const {
     static const std::regex stamp(R"(\[\d{4}/\d\d/\d\d:\d\d:\d\d:\d\d\] )");
-    return std::regex_replace(vela_test::readFile(theLog.folder.file("log")).substr(logBefore_), stamp, "");
+    return std::regex_replace(vela_test::readFile(theLog.folder.file("log")).substr(logBefore_),
+                              stamp, "");
   }
 
  private:
@@ -70,7 +72,7 @@ std::string located(const std::string& reference) {
   return resolveAssetLocation(reference, path) ? path : "failed: " + path;
 }
 
-// ---- isAssetPath -------------------------------------------------------------------------------------------------
+// ---- IsAssetPath
 
 TEST_F(Asset, IsWhatTheManagerTakesForAReference) {
   EXPECT_TRUE(isAssetPath("test:anything"));
@@ -92,10 +94,11 @@ TEST_F(Asset, IsNothingWithoutAManager) {
 
 TEST_F(Asset, QuestionThatThrowsIsANoInTheLog) {
   EXPECT_FALSE(isAssetPath("test-throws:x"));
-  EXPECT_EQ(logged(), "[Asset System Error]Failed to look at an asset reference: cannot look at it\n");
+  EXPECT_EQ(logged(),
+            "[Asset System Error]Failed to look at an asset reference: cannot look at it\n");
 }
 
-// ---- resolveAsset --------------------------------------------------------------------------------------------------
+// ---- ResolveAsset
 
 TEST_F(Asset, ResolvesToTraitData) {
   const auto data = resolveAsset("test:url:file:///a", kLocatable);
@@ -178,12 +181,13 @@ TEST_F(Asset, ExceptionsOfEveryKindAreInTheLog) {
             "[Asset System Error]Failed to resolve asset: a failure of its own kind\n"
             "[Asset System Error]Failed to resolve asset: std::bad_alloc\n"
             "[Asset System Error]Failed to resolve asset: unknown exception\n"
-            "[Asset System Error]Failed to resolve asset: entityResolutionError: not found [index=0] [access=read] "
+            "[Asset System Error]Failed to resolve asset: entityResolutionError: not found "
+            "[index=0] [access=read] "
             "[entity=test:batch-error]\n"
             "[Asset System Error]Failed to resolve asset: cannot look at it\n");
 }
 
-// ---- Locations -----------------------------------------------------------------------------------------------------
+// ---- Locations
 
 TEST_F(Asset, LocationIsThePathOfAFileUrl) {
   EXPECT_EQ(located("test:url:file:///a/b.usd"), "/a/b.usd");
@@ -193,7 +197,8 @@ TEST_F(Asset, LocationIsThePathOfAFileUrl) {
 }
 
 TEST_F(Asset, InvalidUrlsAreInTheLog) {
-  for (const char* url : {"not a url", "http://host/x", "file://elsewhere/x", "file:///a%2fb", "file:///a%00b", ""})
+  for (const char* url :
+       {"not a url", "http://host/x", "file://elsewhere/x", "file:///a%2fb", "file:///a%00b", ""})
     EXPECT_EQ(located(std::string("test:url:") + url), std::string("failed: test:url:") + url);
   EXPECT_EQ(logged(),
             "[Asset System Error]Failed to resolve invalid url: not a url\n"
@@ -207,7 +212,8 @@ TEST_F(Asset, InvalidUrlsAreInTheLog) {
 TEST_F(Asset, LocationThatIsNoTextIsInTheLog) {
   EXPECT_EQ(located("test:number"), "failed: test:number");
   EXPECT_EQ(logged(),
-            "[Asset System Error]Failed to resolve asset location: Invalid stored value type: should be 'openassetio::Str'.\n");
+            "[Asset System Error]Failed to resolve asset location: Invalid stored value type: "
+            "should be 'openassetio::Str'.\n");
   std::string path = "before";
   EXPECT_NO_THROW(EXPECT_FALSE(getAssetLocation(resolveAsset("test:number", kLocatable), path)));
   EXPECT_EQ(path, "before");
@@ -240,7 +246,7 @@ TEST_F(Asset, ReferenceAndPathMayBeTheSameString) {
   EXPECT_EQ(both, "/x");
 }
 
-// ---- Records -------------------------------------------------------------------------------------------------------
+// ---- Records
 
 TEST_F(Asset, DataIsValidWhenThereIsSome) {
   const auto data = TraitsData::make();
@@ -357,7 +363,7 @@ TEST_F(Asset, StaticQuestionIsTheManagers) {
   EXPECT_FALSE(AssetInfo::isAsset("/x"));
 }
 
-// ---- Threads -------------------------------------------------------------------------------------------------------
+// ---- Threads
 
 TEST_F(Asset, ThreadsResolveWhileTheCacheIsCleared) {
   std::vector<std::thread> threads;

@@ -1,14 +1,14 @@
 #include "vela/asset/AssetManager.h"
 
-#include "vela/asset/detail/AssetState.h"
-#include "vela/asset/detail/OpenAssetIO.h"
-#include "vela/asset/detail/PythonBridge.h"
-#include "vela/log/Log.h"
-
 #include <cstdlib>
 #include <mutex>
 #include <unordered_map>
 #include <utility>
+
+#include "vela/asset/detail/AssetState.h"
+#include "vela/asset/detail/OpenAssetIO.h"
+#include "vela/asset/detail/PythonBridge.h"
+#include "vela/log/Log.h"
 
 namespace vela::asset {
 namespace {
@@ -24,7 +24,8 @@ class BraeHostInterface final : public openassetio::hostApi::HostInterface {
   [[nodiscard]] openassetio::Str displayName() const override { return "Asset System"; }
 };
 
-/// Never destroyed: managers of Python plug-ins would reach for an interpreter that is gone by then.
+/// Never destroyed: managers of Python plug-ins would reach for an interpreter that is gone by
+/// then.
 struct State {
   std::mutex mutex;  // held to read and write these, never across a call into the manager
   std::shared_ptr<Manager> manager;
@@ -47,22 +48,26 @@ std::shared_ptr<Manager> makeManager(const std::string& configPath) {
   const openassetio::log::LoggerInterfacePtr logger =
       openassetio::log::SeverityFilter::make(openassetio::log::ConsoleLogger::make(true));
 
-  // Native and Python plug-ins side by side. Native ones first: they answer where both have an identifier.
+  // Native and Python plug-ins side by side. Native ones first: they answer where both have an
+  // identifier.
   const FactoryPtr python = detail::makePythonFactory(logger);
-  const FactoryPtr native = openassetio::pluginSystem::CppPluginSystemManagerImplementationFactory::make(logger);
+  const FactoryPtr native =
+      openassetio::pluginSystem::CppPluginSystemManagerImplementationFactory::make(logger);
   std::vector<FactoryPtr> factories{native};
   if (python) factories.push_back(python);
   const FactoryPtr factory =
-      openassetio::pluginSystem::HybridPluginSystemManagerImplementationFactory::make(std::move(factories), logger);
+      openassetio::pluginSystem::HybridPluginSystemManagerImplementationFactory::make(
+          std::move(factories), logger);
 
   const auto host = std::make_shared<BraeHostInterface>();
-  return configPath.empty() ? ManagerFactory::defaultManagerForInterface(host, factory, logger)
-                            : ManagerFactory::defaultManagerForInterface(configPath, host, factory, logger);
+  return configPath.empty()
+             ? ManagerFactory::defaultManagerForInterface(host, factory, logger)
+             : ManagerFactory::defaultManagerForInterface(configPath, host, factory, logger);
 }
 
 }  // namespace
 
-// ---- State -------------------------------------------------------------------------------------------------------
+// ---- State
 
 namespace detail {
 
@@ -87,12 +92,16 @@ void storeResolved(const std::string& key, const openassetio::trait::TraitsDataP
 }
 
 void logError(std::string_view text) { Halden::Log::write(Halden::Log::error, text, logChannel()); }
-void logWarning(std::string_view text) { Halden::Log::write(Halden::Log::warning, text, logChannel()); }
-void logVerbose(std::string_view text) { Halden::Log::write(Halden::Log::verbose, text, logChannel()); }
+void logWarning(std::string_view text) {
+  Halden::Log::write(Halden::Log::warning, text, logChannel());
+}
+void logVerbose(std::string_view text) {
+  Halden::Log::write(Halden::Log::verbose, text, logChannel());
+}
 
 }  // namespace detail
 
-// ---- Manager and context -----------------------------------------------------------------------------------------
+// ---- Manager and context
 
 void setupManager(const std::string& configPath) {
   if (!std::getenv("OPENASSETIO_DEFAULT_CONFIG") && configPath.empty()) return;
@@ -102,7 +111,8 @@ void setupManager(const std::string& configPath) {
     if (!manager) {
       detail::logError("Failed to create the default OpenAssetIO Manager");
     } else if (!manager->hasCapability(Manager::Capability::kResolution)) {
-      // KEEP(asset-unresolving-manager): it is installed all the same; it may know its references, which hosts rely on.
+      // KEEP(asset-unresolving-manager): it is installed all the same; it may know its references,
+      // which hosts rely on.
       detail::logWarning("Loaded manager " + manager->displayName() +
                          ", but it does not support asset resolution and will be ignored");
     }
@@ -118,8 +128,8 @@ std::shared_ptr<Manager> getManager() {
 }
 
 void setManager(const std::shared_ptr<Manager>& manager) {
-  // KEEP(asset-cache-outlives-manager): only clearCache forgets what was resolved; hosts swap managers in mid-session and
-  // call it when the answers may differ.
+  // KEEP(asset-cache-outlives-manager): only clearCache forgets what was resolved; hosts swap
+  // managers in mid-session and call it when the answers may differ.
   std::shared_ptr<Manager> previous = manager;
   State& s = state();
   {

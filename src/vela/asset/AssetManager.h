@@ -1,18 +1,19 @@
 /// \file
 /// The process's asset manager: an OpenAssetIO manager that tells what asset references stand for.
 ///
-/// Nothing is set up by itself: until setupManager or setManager, nothing is an asset reference. Messages go to the log, as
-/// sub-system "Asset System". Nothing throws but allocation.
+/// Nothing is set up by itself: until setupManager or setManager, nothing is an asset reference.
+/// Messages go to the log, as sub-system "Asset System". Nothing throws but allocation.
 ///
-/// Threads: every function may be called from any thread. No lock is held while the manager runs, so what resolves during a
-/// change sees the manager from before or after it. Python managers: the calling thread may hold the interpreter's lock or
-/// not; a program that embeds Python must release it (PyEval_SaveThread) before other threads resolve.
+/// Threads: every function may be called from any thread. No lock is held while the manager runs,
+/// so what resolves during a change sees the manager from before or after it. Python managers: the
+/// calling thread may hold the interpreter's lock or not; a program that embeds Python must release
+/// it (PyEval_SaveThread) before other threads resolve.
 #pragma once
-
-#include "vela/Api.h"
 
 #include <memory>
 #include <string>
+
+#include "vela/Api.h"
 
 namespace openassetio {
 inline namespace v1 {
@@ -30,14 +31,17 @@ namespace vela::asset {
 
 /// Makes the manager that a configuration names, and installs it in place of the present one.
 ///
-/// Plug-ins may be native or written in Python. Python ones are found when an interpreter of the version that OpenAssetIO
-/// was built for runs in the process by then; without one they are left out.
+/// Plug-ins may be native or written in Python. Python ones are found when an interpreter of the
+/// version that OpenAssetIO was built for runs in the process by then; without one they are left
+/// out.
 ///
-/// \param configPath  an OpenAssetIO configuration (TOML); empty: the one that `OPENASSETIO_DEFAULT_CONFIG` names, and when
-///                    that is not set either, nothing happens
+/// \param configPath  an OpenAssetIO configuration (TOML); empty: the one that
+///                    `OPENASSETIO_DEFAULT_CONFIG` names, and when that is not set either, nothing
+///                    happens
 ///
-/// A manager that cannot resolve is installed with a warning, and then passed over by every resolution. When no manager can be
-/// made, an error says why; one that was there before stays. What was resolved before stays in the cache.
+/// A manager that cannot resolve is installed with a warning, and then passed over by every
+/// resolution. When no manager can be made, an error says why; one that was there before stays.
+/// What was resolved before stays in the cache.
 VELA_API void setupManager(const std::string& configPath);
 
 /// The installed manager; null without one.
@@ -52,7 +56,8 @@ VELA_API void setManager(const std::shared_ptr<openassetio::v1::hostApi::Manager
 /// Replaces the context by a new one of the installed manager; does nothing without a manager.
 VELA_API void clearContext();
 
-/// Forgets everything resolved, then makes the manager anew from the environment, as setupManager with an empty path.
+/// Forgets everything resolved, then makes the manager anew from the environment, as setupManager
+/// with an empty path.
 VELA_API void clearCache();
 
 }  // namespace vela::asset

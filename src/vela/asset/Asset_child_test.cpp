@@ -68,7 +68,8 @@ int main(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) {
     const std::string argument = argv[i];
     const std::size_t at = argument.find('=');
-    const std::string verb = argument.substr(0, at), rest = at == std::string::npos ? "" : argument.substr(at + 1);
+    const std::string verb = argument.substr(0, at),
+                      rest = at == std::string::npos ? "" : argument.substr(at + 1);
     if (verb == "python") {
       startPython(rest);
     } else if (verb == "load-python") {

@@ -10,7 +10,8 @@ namespace {
 constexpr double kRadiansPerDegree = 0.017453292519943295;
 
 /// The inverse of what the film window does.
-tarn::Mat4<double> inverseWindow(tarn::Vec2<double> translate, tarn::Vec2<double> scale, double rotateDegrees) {
+tarn::Mat4<double> inverseWindow(tarn::Vec2<double> translate, tarn::Vec2<double> scale,
+                                 double rotateDegrees) {
   tarn::Mat4<double> m;
   m.rotateZ(rotateDegrees * kRadiansPerDegree);
   m.scale(1.0 / scale.x, 1.0 / scale.y, 1.0);
@@ -37,17 +38,20 @@ tarn::Mat4<double> Camera::BuildNDCTransform(const Sample& sample, bool inverse)
   return m;
 }
 
-tarn::Mat4<double> Camera::BuildLinearProjection(const Sample& sample, bool withNdc, bool perspective) {
+tarn::Mat4<double> Camera::BuildLinearProjection(const Sample& sample, bool withNdc,
+                                                 bool perspective) {
   const CameraSensorParameters& s = sample.sensor;
   tarn::Mat4<double> projection;
-  projection.setToProjection(sample.optics.focalLength / s.apertureSize.x, sample.lensAp.clipNearDistance,
-                             sample.lensAp.clipFarDistance, perspective);
+  projection.setToProjection(sample.optics.focalLength / s.apertureSize.x,
+                             sample.lensAp.clipNearDistance, sample.lensAp.clipFarDistance,
+                             perspective);
   if (!withNdc) return projection;
   return inverseWindow(s.apertureTranslate, s.apertureScale, s.apertureRotate) * projection;
 }
 
-tarn::Mat4<double> BuildProjectionMatrix(double lensMagnification, double nearDistance, double farDistance,
-                                         tarn::Vec2<double> translate, tarn::Vec2<double> scale, double rotateDegrees,
+tarn::Mat4<double> BuildProjectionMatrix(double lensMagnification, double nearDistance,
+                                         double farDistance, tarn::Vec2<double> translate,
+                                         tarn::Vec2<double> scale, double rotateDegrees,
                                          bool perspective) {
   tarn::Mat4<double> m = inverseWindow(translate, scale, rotateDegrees);
   tarn::Mat4<double> projection;
@@ -62,7 +66,8 @@ void Camera::Sample::updateDerivedValues(const LensProjectionFunction* projectio
   // Lens.
   lensMagnification_ = static_cast<float>(sensor.apertureSize.x / optics.focalLength);
   lensPupilRadius_ = static_cast<float>(optics.focalLength / lensAp.fStop * 0.5);
-  distortionEnabled_ = optics.opticalDistortionA != 0.0 || optics.opticalDistortionB != 0.0 || optics.opticalDistortionC != 0.0;
+  distortionEnabled_ = optics.opticalDistortionA != 0.0 || optics.opticalDistortionB != 0.0 ||
+                       optics.opticalDistortionC != 0.0;
 
   // Film window.
   ndc = BuildNDCTransform(*this, false);
@@ -72,10 +77,11 @@ void Camera::Sample::updateDerivedValues(const LensProjectionFunction* projectio
   if (projection != nullptr) {
     proj = projection->projectionMatrix(*this);
   } else {
-    // KEEP(null-lens-magnification): film width over focal length goes where its reverse is expected, so that without a lens the
-    // matrix is right at a magnification of 1 only.
-    proj = BuildProjectionMatrix(static_cast<double>(lensMagnification_), lensAp.clipNearDistance, lensAp.clipFarDistance,
-                                 sensor.apertureTranslate, sensor.apertureScale, sensor.apertureRotate, true);
+    // KEEP(null-lens-magnification): film width over focal length goes where its reverse is
+    // expected, so that without a lens the matrix is right at a magnification of 1 only.
+    proj = BuildProjectionMatrix(static_cast<double>(lensMagnification_), lensAp.clipNearDistance,
+                                 lensAp.clipFarDistance, sensor.apertureTranslate,
+                                 sensor.apertureScale, sensor.apertureRotate, true);
   }
   worldToNdc_ = proj * xform.w2l;
 }
@@ -87,38 +93,41 @@ void Camera::Sample::printValues(std::ostream& os, const std::string& indent) co
   os << indent << "  " << mount << std::endl;
   os << indent << "  " << lensAp << std::endl;
   os << indent << "  " << optics << std::endl;
-  os << indent << "  derived{ ndc" << ndc << ", proj" << proj << ", lensMagnification[" << lensMagnification_
-     << "], lensPupilRadius[" << lensPupilRadius_ << "], distortionEnabled[" << (distortionEnabled_ ? 1 : 0) << "] }"
-     << std::endl;
+  os << indent << "  derived{ ndc" << ndc << ", proj" << proj << ", lensMagnification["
+     << lensMagnification_ << "], lensPupilRadius[" << lensPupilRadius_ << "], distortionEnabled["
+     << (distortionEnabled_ ? 1 : 0) << "] }" << std::endl;
   os << indent << "}" << std::endl;
 }
 
 std::ostream& operator<<(std::ostream& os, const XformParameters& xform) {
-  return os << "xform{ parent" << xform.parent << ", local" << xform.local << ", l2w" << xform.l2w << ", w2l" << xform.w2l
-            << " }";
+  return os << "xform{ parent" << xform.parent << ", local" << xform.local << ", l2w" << xform.l2w
+            << ", w2l" << xform.w2l << " }";
 }
 
 std::ostream& operator<<(std::ostream& os, const CameraSensorParameters& sensor) {
-  return os << "sensor{ apertureSize[" << sensor.apertureSize << "], apertureTranslate[" << sensor.apertureTranslate
-            << "], apertureRotate[" << sensor.apertureRotate << "], apertureScale[" << sensor.apertureScale
-            << "], sceneToCameraFactor[" << sensor.sceneToCameraFactor << "], sensorISO[" << sensor.sensorISO
+  return os << "sensor{ apertureSize[" << sensor.apertureSize << "], apertureTranslate["
+            << sensor.apertureTranslate << "], apertureRotate[" << sensor.apertureRotate
+            << "], apertureScale[" << sensor.apertureScale << "], sceneToCameraFactor["
+            << sensor.sceneToCameraFactor << "], sensorISO[" << sensor.sensorISO
             << "], sensorExposureBias[" << sensor.sensorExposureBias << "] }";
 }
 
 std::ostream& operator<<(std::ostream& os, const CameraMountParameters& mount) {
-  // KEEP(mount-comma): the one vector without brackets of its own and with a comma; readers of the text expect it so.
+  // KEEP(mount-comma): the one vector without brackets of its own and with a comma; readers of the
+  // text expect it so.
   return os << "mount{ offset[" << mount.offset.x << ", " << mount.offset.y << "] }";
 }
 
 std::ostream& operator<<(std::ostream& os, const CameraLensApertureParameters& lensAp) {
-  return os << "lensAp{ fStop[" << lensAp.fStop << "], clipNearDistance[" << lensAp.clipNearDistance << "], clipFarDistance["
-            << lensAp.clipFarDistance << "] }";
+  return os << "lensAp{ fStop[" << lensAp.fStop << "], clipNearDistance[" << lensAp.clipNearDistance
+            << "], clipFarDistance[" << lensAp.clipFarDistance << "] }";
 }
 
 std::ostream& operator<<(std::ostream& os, const CameraOpticsParameters& optics) {
-  return os << "optics{ focalLength[" << optics.focalLength << "], focusDistance[" << optics.focusDistance
-            << "], opticalAttenuation[" << optics.opticalAttenuation << "], opticalWidthSqueeze[" << optics.opticalWidthSqueeze
-            << "], opticalDistortionA[" << optics.opticalDistortionA << "], opticalDistortionB[" << optics.opticalDistortionB
+  return os << "optics{ focalLength[" << optics.focalLength << "], focusDistance["
+            << optics.focusDistance << "], opticalAttenuation[" << optics.opticalAttenuation
+            << "], opticalWidthSqueeze[" << optics.opticalWidthSqueeze << "], opticalDistortionA["
+            << optics.opticalDistortionA << "], opticalDistortionB[" << optics.opticalDistortionB
             << "], opticalDistortionC[" << optics.opticalDistortionC << "] }";
 }
 

@@ -1,10 +1,11 @@
 /// \file
 /// Transforms and cameras at one time, and the matrices that follow from them.
 ///
-/// Holds for the whole file: matrices and 2-vectors are double; angles are degrees, converted with 0.017453292519943295. A camera
-/// looks along its local -z with +y up and +x to the right. NDC x runs from -1 to 1 over the width of the film window, NDC y has x's
-/// unit. Nothing throws; numbers are taken as they come (an f-stop of 0 gives an infinite pupil). Records belong to their
-/// caller and are copied freely; const calls are safe from several threads.
+/// Holds for the whole file: matrices and 2-vectors are double; angles are degrees, converted with
+/// 0.017453292519943295. A camera looks along its local -z with +y up and +x to the right. NDC x
+/// runs from -1 to 1 over the width of the film window, NDC y has x's unit. Nothing throws; numbers
+/// are taken as they come (an f-stop of 0 gives an infinite pupil). Records belong to their caller
+/// and are copied freely; const calls are safe from several threads.
 #pragma once
 
 #include <iosfwd>
@@ -23,7 +24,8 @@ struct XformParameters {
   tarn::Mat4<double> parent;  ///< parent to world
   tarn::Mat4<double> local;   ///< local to parent
   tarn::Mat4<double> l2w;     ///< local to world
-  tarn::Mat4<double> w2l;     ///< world to local; Camera::Sample::updateDerivedValues computes it from l2w
+  tarn::Mat4<double>
+      w2l;  ///< world to local; Camera::Sample::updateDerivedValues computes it from l2w
 };
 
 /// The film back. Lengths are in the unit of the focal length.
@@ -44,7 +46,8 @@ struct CameraMountParameters {
 struct CameraLensApertureParameters {
   double fStop = 0.0;
   double clipNearDistance = 0.001;  ///< scene units
-  // KEEP(far-plane-one): a far plane at 1 cuts most scenes off; callers that print or compare default samples rely on it.
+  // KEEP(far-plane-one): a far plane at 1 cuts most scenes off; callers that print or compare
+  // default samples rely on it.
   double clipFarDistance = 1.0;  ///< scene units
 };
 
@@ -87,7 +90,8 @@ class VELA_API Camera : public Axis {
     bool distortionEnabled_ = false;
 
    public:
-    tarn::Mat4<double> ndc;     ///< what the film window does to NDC coordinates, see BuildNDCTransform
+    tarn::Mat4<double>
+        ndc;  ///< what the film window does to NDC coordinates, see BuildNDCTransform
     bool ndcIsIdentity = true;  ///< of `ndc`; lenses then leave it out
     tarn::Mat4<double> proj;    ///< camera space to NDC
 
@@ -95,7 +99,8 @@ class VELA_API Camera : public Axis {
     tarn::Mat4<double> worldToNdc_;
 
    public:
-    /// Width of the film window over focal length: twice the tangent of half the horizontal field of view.
+    /// Width of the film window over focal length: twice the tangent of half the horizontal field
+    /// of view.
     [[nodiscard]] float lensMagnification() const { return lensMagnification_; }
     /// Half of focal length over f-stop; infinite at f-stop 0.
     [[nodiscard]] float lensPupilRadius() const { return lensPupilRadius_; }
@@ -108,7 +113,8 @@ class VELA_API Camera : public Axis {
 
     /// Computes `xform.w2l` and the derived values from everything else.
     ///
-    /// \param projection  the lens whose projection matrix `proj` becomes; null takes a perspective one from the magnification
+    /// \param projection  the lens whose projection matrix `proj` becomes; null takes a perspective
+    ///                    one from the magnification
     ///
     /// A singular l2w gives a zero w2l.
     void updateDerivedValues(const LensProjectionFunction* projection);
@@ -123,14 +129,15 @@ class VELA_API Camera : public Axis {
   /// Runs the class's own validation; Camera has none.
   void validateCamera() { _validateCamera(); }
 
-  /// What the film window does to NDC coordinates: rotate by -apertureRotate, scale, translate (a point sees them in this order);
-  /// or its inverse.
+  /// What the film window does to NDC coordinates: rotate by -apertureRotate, scale, translate (a
+  /// point sees them in this order); or its inverse.
   [[nodiscard]] static tarn::Mat4<double> BuildNDCTransform(const Sample& sample, bool inverse);
 
   /// Camera space to NDC by focal length over film width and the two clipping distances.
   ///
   /// \param withNdc  also takes the film window into account (the inverse NDC transform comes last)
-  [[nodiscard]] static tarn::Mat4<double> BuildLinearProjection(const Sample& sample, bool withNdc, bool perspective);
+  [[nodiscard]] static tarn::Mat4<double> BuildLinearProjection(const Sample& sample, bool withNdc,
+                                                                bool perspective);
 
  protected:
   virtual void _validateCamera();
@@ -138,15 +145,15 @@ class VELA_API Camera : public Axis {
 
 /// Camera space to NDC from numbers instead of a sample.
 ///
-/// \param lensMagnification  goes to Mat4::setToProjection as it is, which takes focal length over film width: the reverse of
-///                           Camera::Sample::lensMagnification
+/// \param lensMagnification  goes to Mat4::setToProjection as it is, which takes focal length over
+///         film width: the reverse of Camera::Sample::lensMagnification
 /// \param translate, scale, rotateDegrees  of the film window; a zero scale gives infinities
-[[nodiscard]] VELA_API tarn::Mat4<double> BuildProjectionMatrix(double lensMagnification, double nearDistance,
-                                                                double farDistance, tarn::Vec2<double> translate,
-                                                                tarn::Vec2<double> scale, double rotateDegrees,
-                                                                bool perspective);
+[[nodiscard]] VELA_API tarn::Mat4<double> BuildProjectionMatrix(
+    double lensMagnification, double nearDistance, double farDistance, tarn::Vec2<double> translate,
+    tarn::Vec2<double> scale, double rotateDegrees, bool perspective);
 
-/// Labelled values in brackets, on one line; a sample takes eight lines. Numbers have the stream's own format.
+/// Labelled values in brackets, on one line; a sample takes eight lines. Numbers have the stream's
+/// own format.
 VELA_API std::ostream& operator<<(std::ostream& os, const XformParameters& xform);
 VELA_API std::ostream& operator<<(std::ostream& os, const CameraSensorParameters& sensor);
 VELA_API std::ostream& operator<<(std::ostream& os, const CameraMountParameters& mount);

@@ -55,7 +55,7 @@ Camera::Sample windowed() {
   return s;
 }
 
-// ---- records
+// ---- Records
 
 TEST(CameraSample, HasItsDefaults) {
   const Camera::Sample s;
@@ -86,7 +86,9 @@ TEST(CameraSample, HasItsDefaults) {
 }
 
 // KEEP(far-plane-one): 1 and nothing larger.
-TEST(CameraSample, FarDistanceIsOneByDefault) { EXPECT_EQ(Camera::Sample().lensAp.clipFarDistance, 1.0); }
+TEST(CameraSample, FarDistanceIsOneByDefault) {
+  EXPECT_EQ(Camera::Sample().lensAp.clipFarDistance, 1.0);
+}
 
 TEST(CameraSample, AccessorsReadTheStoredFields) {
   Camera::Sample s;
@@ -114,7 +116,7 @@ TEST(CameraSample, AssignmentCopiesEveryField) {
   EXPECT_EQ(b.ndcIsIdentity, a.ndcIsIdentity);
 }
 
-// ---- matrices
+// ---- Matrices
 
 TEST(CameraMatrices, NdcTransformRotatesThenScalesThenTranslates) {
   const Camera::Sample s = windowed();
@@ -134,7 +136,8 @@ TEST(CameraMatrices, NdcInverseUndoesIt) {
     s.sensor.apertureTranslate = {u(random) - 1.5, u(random) - 1.5};
     s.sensor.apertureScale = {u(random), -u(random)};
     s.sensor.apertureRotate = u(random) * 100.0;
-    expectNear(Camera::BuildNDCTransform(s, true) * Camera::BuildNDCTransform(s, false), Mat4<double>(), 1e-12);
+    expectNear(Camera::BuildNDCTransform(s, true) * Camera::BuildNDCTransform(s, false),
+               Mat4<double>(), 1e-12);
   }
 }
 
@@ -158,14 +161,16 @@ TEST(CameraMatrices, LinearProjectionTakesFocalLengthOverWidth) {
     Mat4<double> expected;
     expected.setToProjection(36.0 / 24.0, 0.5, 100.0, perspective);
     EXPECT_EQ(Camera::BuildLinearProjection(s, false, perspective), expected);
-    EXPECT_EQ(Camera::BuildLinearProjection(s, true, perspective), Camera::BuildNDCTransform(s, true) * expected);
+    EXPECT_EQ(Camera::BuildLinearProjection(s, true, perspective),
+              Camera::BuildNDCTransform(s, true) * expected);
   }
 }
 
 TEST(CameraMatrices, ProjectionFromNumbersIsTheOneOfASample) {
   const Camera::Sample s = windowed();
   for (bool perspective : {true, false})
-    EXPECT_EQ(vela::BuildProjectionMatrix(36.0 / 24.0, 0.5, 100.0, {0.25, -0.5}, {2.0, 4.0}, 30.0, perspective),
+    EXPECT_EQ(vela::BuildProjectionMatrix(36.0 / 24.0, 0.5, 100.0, {0.25, -0.5}, {2.0, 4.0}, 30.0,
+                                          perspective),
               Camera::BuildLinearProjection(s, true, perspective));
 }
 
@@ -177,12 +182,14 @@ TEST(CameraMatrices, ProjectionSpansTheClippingRange) {
     EXPECT_NEAR(projected(p, {0, 0, -100}).z, 1.0, 1e-12);
   }
   // The right edge of a 24 wide window at 36 is a third of the distance off the axis.
-  EXPECT_NEAR(projected(Camera::BuildLinearProjection(s, false, true), {10.0 / 3.0, 0, -10}).x, 1.0, 1e-12);
+  EXPECT_NEAR(projected(Camera::BuildLinearProjection(s, false, true), {10.0 / 3.0, 0, -10}).x, 1.0,
+              1e-12);
   s.lensAp.clipFarDistance = kInf;
-  for (double v : {projected(Camera::BuildLinearProjection(s, false, true), {0, 0, -1e300}).z}) EXPECT_NEAR(v, 1.0, 1e-12);
+  for (double v : {projected(Camera::BuildLinearProjection(s, false, true), {0, 0, -1e300}).z})
+    EXPECT_NEAR(v, 1.0, 1e-12);
 }
 
-// ---- derived values
+// ---- Derived values
 
 TEST(CameraDerived, DefaultSampleHasAnInfinitePupilAndUnitMagnification) {
   Camera::Sample s;
@@ -207,7 +214,9 @@ TEST(CameraDerived, AnyDistortionCoefficientCounts) {
   for (int which = 0; which < 3; ++which)
     for (double v : {1e-9, -1e-300, kNan}) {
       Camera::Sample s;
-      (which == 0 ? s.optics.opticalDistortionA : which == 1 ? s.optics.opticalDistortionB : s.optics.opticalDistortionC) = v;
+      (which == 0   ? s.optics.opticalDistortionA
+       : which == 1 ? s.optics.opticalDistortionB
+                    : s.optics.opticalDistortionC) = v;
       s.updateDerivedValues(nullptr);
       EXPECT_TRUE(s.distortionEnabled()) << which << ' ' << v;
     }
@@ -271,12 +280,14 @@ TEST(CameraDerived, TheLensGivesTheProjection) {
   EXPECT_EQ(s.proj, Camera::BuildLinearProjection(s, true, false));
 }
 
-// KEEP(null-lens-magnification): without a lens the magnification itself is taken for focal length over width.
+// KEEP(null-lens-magnification): without a lens the magnification itself is taken for focal length
+// over width.
 TEST(CameraDerived, WithoutALensTheMagnificationIsTakenAsItIs) {
   Camera::Sample s = windowed();
   s.updateDerivedValues(nullptr);
-  EXPECT_EQ(s.proj, vela::BuildProjectionMatrix(static_cast<double>(static_cast<float>(24.0 / 36.0)), 0.5, 100.0, {0.25, -0.5},
-                                                {2.0, 4.0}, 30.0, true));
+  EXPECT_EQ(s.proj,
+            vela::BuildProjectionMatrix(static_cast<double>(static_cast<float>(24.0 / 36.0)), 0.5,
+                                        100.0, {0.25, -0.5}, {2.0, 4.0}, 30.0, true));
   const vela::LinearProjection lens(false);
   const Mat4<double> without = s.proj;
   s.updateDerivedValues(&lens);
@@ -297,19 +308,22 @@ TEST(CameraDerived, ZeroAndNotANumberAreTakenAsTheyCome) {
   EXPECT_EQ(s.lensMagnification(), std::numeric_limits<float>::infinity());
 }
 
-// ---- text
+// ---- Text
 
 TEST(CameraText, TransformsPrintFourMatrices) {
   vela::XformParameters x;
   x.l2w.translate(1.5, 2, 3);
-  EXPECT_EQ(text(x),
-            "xform{ parent[[1 0 0 0][0 1 0 0][0 0 1 0][0 0 0 1]], local[[1 0 0 0][0 1 0 0][0 0 1 0][0 0 0 1]], "
-            "l2w[[1 0 0 1.5][0 1 0 2][0 0 1 3][0 0 0 1]], w2l[[1 0 0 0][0 1 0 0][0 0 1 0][0 0 0 1]] }");
+  EXPECT_EQ(
+      text(x),
+      "xform{ parent[[1 0 0 0][0 1 0 0][0 0 1 0][0 0 0 1]], local[[1 0 0 0][0 1 0 0][0 0 1 0][0 0 "
+      "0 1]], "
+      "l2w[[1 0 0 1.5][0 1 0 2][0 0 1 3][0 0 0 1]], w2l[[1 0 0 0][0 1 0 0][0 0 1 0][0 0 0 1]] }");
 }
 
 TEST(CameraText, SensorVectorsHaveTwoPairsOfBrackets) {
   EXPECT_EQ(text(vela::CameraSensorParameters()),
-            "sensor{ apertureSize[[1 1]], apertureTranslate[[0 0]], apertureRotate[0], apertureScale[[1 1]], "
+            "sensor{ apertureSize[[1 1]], apertureTranslate[[0 0]], apertureRotate[0], "
+            "apertureScale[[1 1]], "
             "sceneToCameraFactor[0.001], sensorISO[100], sensorExposureBias[0] }");
 }
 
@@ -321,10 +335,12 @@ TEST(CameraText, MountOffsetHasAComma) {
 }
 
 TEST(CameraText, LensApertureAndOptics) {
-  EXPECT_EQ(text(vela::CameraLensApertureParameters()), "lensAp{ fStop[0], clipNearDistance[0.001], clipFarDistance[1] }");
-  EXPECT_EQ(text(vela::CameraOpticsParameters()),
-            "optics{ focalLength[1], focusDistance[1], opticalAttenuation[0], opticalWidthSqueeze[1], "
-            "opticalDistortionA[0], opticalDistortionB[0], opticalDistortionC[0] }");
+  EXPECT_EQ(text(vela::CameraLensApertureParameters()),
+            "lensAp{ fStop[0], clipNearDistance[0.001], clipFarDistance[1] }");
+  EXPECT_EQ(
+      text(vela::CameraOpticsParameters()),
+      "optics{ focalLength[1], focusDistance[1], opticalAttenuation[0], opticalWidthSqueeze[1], "
+      "opticalDistortionA[0], opticalDistortionB[0], opticalDistortionC[0] }");
 }
 
 const char* const kIdentity = "[[1 0 0 0][0 1 0 0][0 0 1 0][0 0 0 1]]";
@@ -332,18 +348,23 @@ const char* const kIdentity = "[[1 0 0 0][0 1 0 0][0 0 1 0][0 0 0 1]]";
 std::string expectedDefault(const std::string& indent) {
   const std::string i = kIdentity;
   return indent + "{ time[0]\n" +  //
-         indent + "  xform{ parent" + i + ", local" + i + ", l2w" + i + ", w2l" + i + " }\n" + indent +
-         "  sensor{ apertureSize[[1 1]], apertureTranslate[[0 0]], apertureRotate[0], apertureScale[[1 1]], "
-         "sceneToCameraFactor[0.001], sensorISO[100], sensorExposureBias[0] }\n" +
-         indent + "  mount{ offset[0, 0] }\n" + indent + "  lensAp{ fStop[0], clipNearDistance[0.001], clipFarDistance[1] }\n" +
+         indent + "  xform{ parent" + i + ", local" + i + ", l2w" + i + ", w2l" + i + " }\n" +
          indent +
-         "  optics{ focalLength[1], focusDistance[1], opticalAttenuation[0], opticalWidthSqueeze[1], "
+         "  sensor{ apertureSize[[1 1]], apertureTranslate[[0 0]], apertureRotate[0], "
+         "apertureScale[[1 1]], "
+         "sceneToCameraFactor[0.001], sensorISO[100], sensorExposureBias[0] }\n" +
+         indent + "  mount{ offset[0, 0] }\n" + indent +
+         "  lensAp{ fStop[0], clipNearDistance[0.001], clipFarDistance[1] }\n" + indent +
+         "  optics{ focalLength[1], focusDistance[1], opticalAttenuation[0], "
+         "opticalWidthSqueeze[1], "
          "opticalDistortionA[0], opticalDistortionB[0], opticalDistortionC[0] }\n" +
-         indent + "  derived{ ndc" + i + ", proj" + i + ", lensMagnification[1], lensPupilRadius[0], distortionEnabled[0] }\n" +
-         indent + "}\n";
+         indent + "  derived{ ndc" + i + ", proj" + i +
+         ", lensMagnification[1], lensPupilRadius[0], distortionEnabled[0] }\n" + indent + "}\n";
 }
 
-TEST(CameraText, ADefaultSampleTakesEightLines) { EXPECT_EQ(text(Camera::Sample()), expectedDefault("")); }
+TEST(CameraText, ADefaultSampleTakesEightLines) {
+  EXPECT_EQ(text(Camera::Sample()), expectedDefault(""));
+}
 
 TEST(CameraText, EveryLineIsIndentedTheLastOneToo) {
   std::ostringstream os;
@@ -370,7 +391,8 @@ TEST(CameraText, FlagIsADigitWhateverTheStreamSays) {
   s.updateDerivedValues(nullptr);
   std::ostringstream os;
   os << std::boolalpha << s;
-  EXPECT_NE(os.str().find("lensPupilRadius[inf], distortionEnabled[1] }\n"), std::string::npos) << os.str();
+  EXPECT_NE(os.str().find("lensPupilRadius[inf], distortionEnabled[1] }\n"), std::string::npos)
+      << os.str();
 }
 
 TEST(CameraText, NumbersHaveTheStreamsFormat) {
@@ -381,7 +403,7 @@ TEST(CameraText, NumbersHaveTheStreamsFormat) {
   EXPECT_EQ(os.str().substr(0, 14), "{ time[0.333]\n");
 }
 
-// ---- virtual functions
+// ---- Virtual functions
 
 struct ProbedCamera : Camera {
   int validated = 0;
@@ -398,7 +420,8 @@ TEST(CameraClasses, ValidationRunsTheOverride) {
 }
 
 TEST(CameraClasses, DrawingAndValidatingDoNothingByThemselves) {
-  static_assert(sizeof(Axis) == sizeof(void*) && sizeof(Camera) == sizeof(void*), "no data of their own");
+  static_assert(sizeof(Axis) == sizeof(void*) && sizeof(Camera) == sizeof(void*),
+                "no data of their own");
   static_assert(std::has_virtual_destructor_v<Axis> && std::is_base_of_v<Axis, Camera>);
   Camera camera;
   camera.drawAxis();

@@ -11,29 +11,33 @@
 namespace vela {
 namespace {
 
-/// The batch of a lens call with a sample for each coordinate; of no rays when something is missing.
-detail::RayBatch batchOf(unsigned count, const ProjectCoord* coords, const Camera::Sample* samples, RayContext* rays) {
+/// The batch of a lens call with a sample for each coordinate; of no rays when something is
+/// missing.
+detail::RayBatch batchOf(unsigned count, const ProjectCoord* coords, const Camera::Sample* samples,
+                         RayContext* rays) {
   const bool complete = coords != nullptr && samples != nullptr && rays != nullptr;
   return {complete ? count : 0u, coords, samples, 1, rays};
 }
 
 }  // namespace
 
-// ---- the base
+// ---- The base
 
 void LensProjectionFunction::_validateProjection() {}
 LensProjectionFunction::~LensProjectionFunction() = default;
 LensProjectionFunction* LensProjectionFunction::asLensProjectionFunction() const { return nullptr; }
 LensProjection LensProjectionFunction::lensProjectionMode() const { return LensProjection::none; }
 
-float LensProjectionFunction::distanceToLinearZ(const Camera::Sample&, const tarn::Vec2<float>&, float distance) const {
+float LensProjectionFunction::distanceToLinearZ(const Camera::Sample&, const tarn::Vec2<float>&,
+                                                float distance) const {
   return distance;
 }
 
 double LensProjectionFunction::lensMagnification(const Camera::Sample&) const { return 1.0; }
 
 tarn::Mat4<double> LensProjectionFunction::projectionMatrix(const Camera::Sample& sample) const {
-  return Camera::BuildNDCTransform(sample, true) * Camera::BuildLinearProjection(sample, false, true);
+  return Camera::BuildNDCTransform(sample, true) *
+         Camera::BuildLinearProjection(sample, false, true);
 }
 
 tarn::Mat4<double> LensProjectionFunction::ndcTransformMatrix(const Camera::Sample& sample) const {
@@ -42,30 +46,37 @@ tarn::Mat4<double> LensProjectionFunction::ndcTransformMatrix(const Camera::Samp
 
 bool LensProjectionFunction::canBeExtendedHorizontally() const { return false; }
 bool LensProjectionFunction::canBeExtendedVertically() const { return false; }
-void LensProjectionFunction::generateRayGeometry(unsigned, const ProjectCoord*, const Camera::Sample*,
-                                                 const ProjectionImageContext&, RayContext*) const {}
+void LensProjectionFunction::generateRayGeometry(unsigned, const ProjectCoord*,
+                                                 const Camera::Sample*,
+                                                 const ProjectionImageContext&, RayContext*) const {
+}
 
-// ---- linear
+// ---- Linear
 
-const char* LinearProjection::identifier() const { return orthographic_ ? "Orthographic" : "Perspective"; }
+const char* LinearProjection::identifier() const {
+  return orthographic_ ? "Orthographic" : "Perspective";
+}
 LensProjection LinearProjection::lensProjectionMode() const {
   return orthographic_ ? LensProjection::orthographic : LensProjection::perspective;
 }
 bool LinearProjection::isLinear() const { return true; }
 
-float LinearProjection::distanceToLinearZ(const Camera::Sample& sample, const tarn::Vec2<float>& ndc, float distance) const {
+float LinearProjection::distanceToLinearZ(const Camera::Sample& sample,
+                                          const tarn::Vec2<float>& ndc, float distance) const {
   if (orthographic_) return distance;
   return std::cos(std::atan(ndc.length() * sample.lensMagnification() * 0.5f)) * distance;
 }
 
 tarn::Mat4<double> LinearProjection::projectionMatrix(const Camera::Sample& sample) const {
-  return Camera::BuildNDCTransform(sample, true) * Camera::BuildLinearProjection(sample, false, !orthographic_);
+  return Camera::BuildNDCTransform(sample, true) *
+         Camera::BuildLinearProjection(sample, false, !orthographic_);
 }
 
 bool LinearProjection::canBeExtendedHorizontally() const { return true; }
 bool LinearProjection::canBeExtendedVertically() const { return true; }
 
-void LinearProjection::generateRayGeometry(unsigned count, const ProjectCoord* coords, const Camera::Sample* samples,
+void LinearProjection::generateRayGeometry(unsigned count, const ProjectCoord* coords,
+                                           const Camera::Sample* samples,
                                            const ProjectionImageContext&, RayContext* rays) const {
   const detail::RayBatch batch = batchOf(count, coords, samples, rays);
   if (batch.count == 0) return;
@@ -75,8 +86,8 @@ void LinearProjection::generateRayGeometry(unsigned count, const ProjectCoord* c
     detail::perspectiveRays(batch);
 }
 
-void LinearProjection::project(const Camera::Sample& sample, const ProjectionImageContext&, unsigned count,
-                               ProjectCoord* coords) const {
+void LinearProjection::project(const Camera::Sample& sample, const ProjectionImageContext&,
+                               unsigned count, ProjectCoord* coords) const {
   if (coords == nullptr || count == 0 || sample.distortionEnabled() || orthographic_) return;
   for (std::size_t i = 0; i < count; ++i) {
     ProjectCoord& c = coords[i];
@@ -88,51 +99,64 @@ void LinearProjection::project(const Camera::Sample& sample, const ProjectionIma
   }
 }
 
-// ---- warped
+// ---- Warped
 
 const char* WarpedLinearProjection::identifier() const { return "WarpedLinear"; }
 bool WarpedLinearProjection::isLinear() const { return false; }
-// KEEP(warped-silent): neither rays nor projections; a host that knows the warp fills them in, and sees by the untouched records
-// that it has to.
-void WarpedLinearProjection::generateRayGeometry(unsigned, const ProjectCoord*, const Camera::Sample*,
-                                                 const ProjectionImageContext&, RayContext*) const {}
-void WarpedLinearProjection::project(const Camera::Sample&, const ProjectionImageContext&, unsigned, ProjectCoord*) const {}
+// KEEP(warped-silent): neither rays nor projections; a host that knows the warp fills them in, and
+// sees by the untouched records that it has to.
+void WarpedLinearProjection::generateRayGeometry(unsigned, const ProjectCoord*,
+                                                 const Camera::Sample*,
+                                                 const ProjectionImageContext&, RayContext*) const {
+}
+void WarpedLinearProjection::project(const Camera::Sample&, const ProjectionImageContext&, unsigned,
+                                     ProjectCoord*) const {}
 
-// ---- spherical
+// ---- Spherical
 
 const char* SphericalProjection::identifier() const { return "Spherical"; }
 LensProjection SphericalProjection::lensProjectionMode() const { return LensProjection::spherical; }
 bool SphericalProjection::isLinear() const { return false; }
-void SphericalProjection::generateRayGeometry(unsigned count, const ProjectCoord* coords, const Camera::Sample* samples,
-                                              const ProjectionImageContext& image, RayContext* rays) const {
+void SphericalProjection::generateRayGeometry(unsigned count, const ProjectCoord* coords,
+                                              const Camera::Sample* samples,
+                                              const ProjectionImageContext& image,
+                                              RayContext* rays) const {
   const detail::RayBatch batch = batchOf(count, coords, samples, rays);
   if (batch.count > 0) detail::sphericalRays(batch, image.aspect);
 }
-void SphericalProjection::project(const Camera::Sample&, const ProjectionImageContext&, unsigned, ProjectCoord*) const {}
+void SphericalProjection::project(const Camera::Sample&, const ProjectionImageContext&, unsigned,
+                                  ProjectCoord*) const {}
 
-// ---- cylindrical
+// ---- Cylindrical
 
 const char* CylindricalProjection::identifier() const { return "Cylindrical"; }
-LensProjection CylindricalProjection::lensProjectionMode() const { return LensProjection::cylindrical; }
+LensProjection CylindricalProjection::lensProjectionMode() const {
+  return LensProjection::cylindrical;
+}
 bool CylindricalProjection::isLinear() const { return false; }
-void CylindricalProjection::generateRayGeometry(unsigned count, const ProjectCoord* coords, const Camera::Sample* samples,
-                                                const ProjectionImageContext&, RayContext* rays) const {
+void CylindricalProjection::generateRayGeometry(unsigned count, const ProjectCoord* coords,
+                                                const Camera::Sample* samples,
+                                                const ProjectionImageContext&,
+                                                RayContext* rays) const {
   const detail::RayBatch batch = batchOf(count, coords, samples, rays);
   if (batch.count > 0) detail::cylindricalRays(batch);
 }
-void CylindricalProjection::project(const Camera::Sample&, const ProjectionImageContext&, unsigned, ProjectCoord*) const {}
+void CylindricalProjection::project(const Camera::Sample&, const ProjectionImageContext&, unsigned,
+                                    ProjectCoord*) const {}
 
-// ---- by enumeration
+// ---- By enumeration
 
 const std::vector<std::string>& LensProjectionClassNameList() {
-  static const std::vector<std::string> names = {"Perspective", "Orthographic", "Spherical", "Cylindrical"};
+  static const std::vector<std::string> names = {"Perspective", "Orthographic", "Spherical",
+                                                 "Cylindrical"};
   return names;
 }
 
 const std::string& LensProjectionClassName(LensProjection projection) {
   static const std::string empty;
   const std::vector<std::string>& names = LensProjectionClassNameList();
-  const std::size_t i = static_cast<std::size_t>(static_cast<int>(projection));  // negative values land far out
+  const std::size_t i =
+      static_cast<std::size_t>(static_cast<int>(projection));  // negative values land far out
   return i < names.size() ? names[i] : empty;
 }
 
@@ -146,10 +170,11 @@ LensProjectionFunction* CreateProjectionFunc(LensProjection projection) {
   }
 }
 
-// ---- one camera, many rays
+// ---- One camera, many rays
 
-void generateCameraRays(const LensProjectionFunction& lens, unsigned count, const ProjectCoord* coords,
-                        const Camera::Sample& sample, const ProjectionImageContext& image, RayContext* rays) {
+void generateCameraRays(const LensProjectionFunction& lens, unsigned count,
+                        const ProjectCoord* coords, const Camera::Sample& sample,
+                        const ProjectionImageContext& image, RayContext* rays) {
   if (count == 0 || coords == nullptr || rays == nullptr) return;
 
   // The lenses of this file, by their exact type: a class derived from one may have its own rays.

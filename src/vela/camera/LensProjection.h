@@ -1,12 +1,15 @@
 /// \file
 /// Lenses: from image coordinates to rays, and back.
 ///
-/// Holds for the whole file: image coordinates are NDC: x from -1 to 1 over the width, y in x's unit (so it runs over
-/// +-height/width), up. Rays are in camera space, looking down -z. Batches are arrays of `count` records; record i of each array
-/// belongs together, and a batch gives the same bits as its coordinates one by one. Of a ray, a lens writes origin,
-/// direction with its reciprocal, both neighbouring directions and the two distances; time, type and origin kind stay.
-/// Single precision, except for angles and for the film window's matrix, which are double and narrowed once. Coordinates that are
-/// no numbers give rays that are no numbers. Nothing throws. All calls but validateProjection are const and safe from several threads.
+/// Holds for the whole file: image coordinates are NDC: x from -1 to 1 over the width, y in x's
+/// unit (so it runs over
+/// +-height/width), up. Rays are in camera space, looking down -z. Batches are arrays of `count`
+/// records; record i of each array belongs together, and a batch gives the same bits as its
+/// coordinates one by one. Of a ray, a lens writes origin, direction with its reciprocal, both
+/// neighbouring directions and the two distances; time, type and origin kind stay. Single
+/// precision, except for angles and for the film window's matrix, which are double and narrowed
+/// once. Coordinates that are no numbers give rays that are no numbers. Nothing throws. All calls
+/// but validateProjection are const and safe from several threads.
 #pragma once
 
 #include <string>
@@ -21,7 +24,8 @@
 
 namespace vela {
 
-/// The enumerators are reached through the enumeration, as in LensProjection::spherical; the namespace keeps them out of vela.
+/// The enumerators are reached through the enumeration, as in LensProjection::spherical; the
+/// namespace keeps them out of vela.
 namespace lens_projection {
 enum LensProjection : int {
   perspective = 0,
@@ -64,7 +68,8 @@ struct ProjectionImageContext {
 /// A lens.
 class VELA_API LensProjectionFunction {
  protected:
-  // KEEP(validate-before-destructor): hosts call through the table of virtual functions, where validation comes first.
+  // KEEP(validate-before-destructor): hosts call through the table of virtual functions, where
+  // validation comes first.
   virtual void _validateProjection();
 
  public:
@@ -76,11 +81,13 @@ class VELA_API LensProjectionFunction {
   [[nodiscard]] virtual LensProjection lensProjectionMode() const;
   /// True when straight lines stay straight.
   [[nodiscard]] virtual bool isLinear() const = 0;
-  /// The part along -z of a distance along the ray at `ndc`. Unchanged where the two are not told apart.
-  [[nodiscard]] virtual float distanceToLinearZ(const Camera::Sample& sample, const tarn::Vec2<float>& ndc,
-                                                float distance) const;
+  /// The part along -z of a distance along the ray at `ndc`. Unchanged where the two are not told
+  /// apart.
+  [[nodiscard]] virtual float distanceToLinearZ(const Camera::Sample& sample,
+                                                const tarn::Vec2<float>& ndc, float distance) const;
   [[nodiscard]] virtual double lensMagnification(const Camera::Sample& sample) const;
-  /// Camera space to NDC, the film window included. The lenses that are not linear have the perspective one.
+  /// Camera space to NDC, the film window included. The lenses that are not linear have the
+  /// perspective one.
   [[nodiscard]] virtual tarn::Mat4<double> projectionMatrix(const Camera::Sample& sample) const;
   /// What the film window does to NDC coordinates.
   [[nodiscard]] virtual tarn::Mat4<double> ndcTransformMatrix(const Camera::Sample& sample) const;
@@ -90,14 +97,17 @@ class VELA_API LensProjectionFunction {
 
   /// Writes the camera-space rays of a batch of coordinates.
   ///
-  /// \param samples  one for each coordinate, with derived values up to date; for a camera that stands still see generateCameraRays
+  /// \param samples  one for each coordinate, with derived values up to date; for a camera that
+  ///                 stands still see generateCameraRays
   /// \param rays     untouched when count is 0 or an array is missing
-  virtual void generateRayGeometry(unsigned count, const ProjectCoord* coords, const Camera::Sample* samples,
+  virtual void generateRayGeometry(unsigned count, const ProjectCoord* coords,
+                                   const Camera::Sample* samples,
                                    const ProjectionImageContext& image, RayContext* rays) const;
 
-  /// Projects the world-space point of each coordinate to NDC position and depth, in place. The offsets stay.
-  virtual void project(const Camera::Sample& sample, const ProjectionImageContext& image, unsigned count,
-                       ProjectCoord* coords) const = 0;
+  /// Projects the world-space point of each coordinate to NDC position and depth, in place. The
+  /// offsets stay.
+  virtual void project(const Camera::Sample& sample, const ProjectionImageContext& image,
+                       unsigned count, ProjectCoord* coords) const = 0;
 
   /// Runs the lens's own validation; none of the four has any.
   void validateProjection() { _validateProjection(); }
@@ -105,8 +115,9 @@ class VELA_API LensProjectionFunction {
 
 /// Perspective or orthographic.
 ///
-/// Perspective rays start at the origin and pass through the window at distance 1; orthographic ones start on the plane z = 0 and
-/// are parallel to -z, with the film window in scene units over focal length.
+/// Perspective rays start at the origin and pass through the window at distance 1; orthographic
+/// ones start on the plane z = 0 and are parallel to -z, with the film window in scene units over
+/// focal length.
 class VELA_API LinearProjection : public LensProjectionFunction {
  public:
   explicit LinearProjection(bool orthographic = false) : orthographic_(orthographic) {}
@@ -119,8 +130,9 @@ class VELA_API LinearProjection : public LensProjectionFunction {
   [[nodiscard]] tarn::Mat4<double> projectionMatrix(const Camera::Sample& sample) const override;
   [[nodiscard]] bool canBeExtendedHorizontally() const override;
   [[nodiscard]] bool canBeExtendedVertically() const override;
-  void generateRayGeometry(unsigned count, const ProjectCoord* coords, const Camera::Sample* samples,
-                           const ProjectionImageContext& image, RayContext* rays) const override;
+  void generateRayGeometry(unsigned count, const ProjectCoord* coords,
+                           const Camera::Sample* samples, const ProjectionImageContext& image,
+                           RayContext* rays) const override;
   /// Does nothing for an orthographic lens, and nothing where the sample has distortion.
   void project(const Camera::Sample& sample, const ProjectionImageContext& image, unsigned count,
                ProjectCoord* coords) const override;
@@ -129,41 +141,46 @@ class VELA_API LinearProjection : public LensProjectionFunction {
   bool orthographic_;
 };
 
-/// A linear lens behind a distortion that only its host knows: it has the matrices, but makes no rays and projects nothing.
+/// A linear lens behind a distortion that only its host knows: it has the matrices, but makes no
+/// rays and projects nothing.
 class VELA_API WarpedLinearProjection : public LinearProjection {
  public:
   explicit WarpedLinearProjection(bool orthographic = false) : LinearProjection(orthographic) {}
 
   [[nodiscard]] const char* identifier() const override;
   [[nodiscard]] bool isLinear() const override;
-  void generateRayGeometry(unsigned count, const ProjectCoord* coords, const Camera::Sample* samples,
-                           const ProjectionImageContext& image, RayContext* rays) const override;
+  void generateRayGeometry(unsigned count, const ProjectCoord* coords,
+                           const Camera::Sample* samples, const ProjectionImageContext& image,
+                           RayContext* rays) const override;
   void project(const Camera::Sample& sample, const ProjectionImageContext& image, unsigned count,
                ProjectCoord* coords) const override;
 };
 
-/// Longitude over the width, latitude over the height; the centre looks down -z, the lower edge down -y. Coordinates past the
-/// left and right edges, and past y = +-1, count as those. Projects nothing.
+/// Longitude over the width, latitude over the height; the centre looks down -z, the lower edge
+/// down -y. Coordinates past the left and right edges, and past y = +-1, count as those. Projects
+/// nothing.
 class VELA_API SphericalProjection : public LensProjectionFunction {
  public:
   [[nodiscard]] const char* identifier() const override;
   [[nodiscard]] LensProjection lensProjectionMode() const override;
   [[nodiscard]] bool isLinear() const override;
-  void generateRayGeometry(unsigned count, const ProjectCoord* coords, const Camera::Sample* samples,
-                           const ProjectionImageContext& image, RayContext* rays) const override;
+  void generateRayGeometry(unsigned count, const ProjectCoord* coords,
+                           const Camera::Sample* samples, const ProjectionImageContext& image,
+                           RayContext* rays) const override;
   void project(const Camera::Sample& sample, const ProjectionImageContext& image, unsigned count,
                ProjectCoord* coords) const override;
 };
 
-/// Longitude over the width, the linear lens's height over the height; the centre looks down -z. Coordinates past -1 and 1, in x
-/// and in y, count as those. Projects nothing.
+/// Longitude over the width, the linear lens's height over the height; the centre looks down -z.
+/// Coordinates past -1 and 1, in x and in y, count as those. Projects nothing.
 class VELA_API CylindricalProjection : public LensProjectionFunction {
  public:
   [[nodiscard]] const char* identifier() const override;
   [[nodiscard]] LensProjection lensProjectionMode() const override;
   [[nodiscard]] bool isLinear() const override;
-  void generateRayGeometry(unsigned count, const ProjectCoord* coords, const Camera::Sample* samples,
-                           const ProjectionImageContext& image, RayContext* rays) const override;
+  void generateRayGeometry(unsigned count, const ProjectCoord* coords,
+                           const Camera::Sample* samples, const ProjectionImageContext& image,
+                           RayContext* rays) const override;
   void project(const Camera::Sample& sample, const ProjectionImageContext& image, unsigned count,
                ProjectCoord* coords) const override;
 };
@@ -175,9 +192,11 @@ class VELA_API CylindricalProjection : public LensProjectionFunction {
 /// A new lens, which the caller deletes; null for anything but the four.
 [[nodiscard]] VELA_API LensProjectionFunction* CreateProjectionFunc(LensProjection projection);
 
-/// Writes the rays of one camera: bit for bit what lens.generateRayGeometry writes for `count` copies of `sample`, without the copies and
-/// with one virtual call a batch at most for the lenses of this file.
-VELA_API void generateCameraRays(const LensProjectionFunction& lens, unsigned count, const ProjectCoord* coords,
-                                 const Camera::Sample& sample, const ProjectionImageContext& image, RayContext* rays);
+/// Writes the rays of one camera: bit for bit what lens.generateRayGeometry writes for `count`
+/// copies of `sample`, without the copies and with one virtual call a batch at most for the lenses
+/// of this file.
+VELA_API void generateCameraRays(const LensProjectionFunction& lens, unsigned count,
+                                 const ProjectCoord* coords, const Camera::Sample& sample,
+                                 const ProjectionImageContext& image, RayContext* rays);
 
 }  // namespace vela

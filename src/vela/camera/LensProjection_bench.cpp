@@ -1,15 +1,15 @@
-// Rays per second of each lens, beside two peers: writing the same records with memset, and the same formulas one ray after the other
-// with the platform's own sine and cosine (the loops of processors without SSE2, built here a second time).
+// Rays per second of each lens, beside two peers: writing the same records with memset, and the
+// same formulas one ray after the other with the platform's own sine and cosine (the loops of
+// processors without SSE2, built here a second time).
 #define VELA_WITHOUT_SSE2
-#include "vela/camera/detail/RayKernels.cpp"
-
-#include "vela/camera/LensProjection.h"
-
 #include <benchmark/benchmark.h>
 
 #include <cstring>
 #include <memory>
 #include <vector>
+
+#include "vela/camera/LensProjection.h"
+#include "vela/camera/detail/RayKernels.cpp"
 
 namespace {
 
@@ -22,7 +22,8 @@ struct Batch {
   explicit Batch(std::size_t count, bool window) : coords(count), rays(count) {
     // Pixels of an image twice as wide as high, row after row.
     const std::size_t width = count < 100000 ? 64 : 1024;
-    image = vela::ProjectionImageContext::forSize(static_cast<int>(width), static_cast<int>(count / width));
+    image = vela::ProjectionImageContext::forSize(static_cast<int>(width),
+                                                  static_cast<int>(count / width));
     const float pixel = 2.0f / static_cast<float>(width);
     for (std::size_t i = 0; i < count; ++i) {
       coords[i].x = (static_cast<float>(i % width) + 0.5f) * pixel - 1.0f;
@@ -39,13 +40,15 @@ struct Batch {
 
 void countRays(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * state.range(0));
-  state.SetBytesProcessed(state.iterations() * state.range(0) * static_cast<std::int64_t>(sizeof(vela::RayContext)));
+  state.SetBytesProcessed(state.iterations() * state.range(0) *
+                          static_cast<std::int64_t>(sizeof(vela::RayContext)));
 }
 
 void memsetOfTheRecords(benchmark::State& state) {
   Batch batch(static_cast<std::size_t>(state.range(0)), false);
   for (auto _ : state) {
-    std::memset(static_cast<void*>(batch.rays.data()), 1, batch.rays.size() * sizeof(vela::RayContext));
+    std::memset(static_cast<void*>(batch.rays.data()), 1,
+                batch.rays.size() * sizeof(vela::RayContext));
     benchmark::ClobberMemory();
   }
   countRays(state);
@@ -58,26 +61,33 @@ void cameraRays(benchmark::State& state) {
   const std::unique_ptr<vela::LensProjectionFunction> lens(
       vela::CreateProjectionFunc(static_cast<vela::LensProjection>(state.range(1))));
   for (auto _ : state) {
-    vela::generateCameraRays(*lens, static_cast<unsigned>(batch.coords.size()), batch.coords.data(), batch.sample, batch.image,
-                             batch.rays.data());
+    vela::generateCameraRays(*lens, static_cast<unsigned>(batch.coords.size()), batch.coords.data(),
+                             batch.sample, batch.image, batch.rays.data());
     benchmark::ClobberMemory();
   }
   state.SetLabel(lens->identifier());
   countRays(state);
 }
-BENCHMARK(cameraRays)->ArgsProduct({{4096, 1 << 20}, {0, 1, 2, 3}, {0}})->ArgNames({"rays", "lens", "window"});
-BENCHMARK(cameraRays)->ArgsProduct({{4096, 1 << 20}, {0}, {1}})->ArgNames({"rays", "lens", "window"});
+BENCHMARK(cameraRays)
+    ->ArgsProduct({{4096, 1 << 20}, {0, 1, 2, 3}, {0}})
+    ->ArgNames({"rays", "lens", "window"});
+BENCHMARK(cameraRays)
+    ->ArgsProduct({{4096, 1 << 20}, {0}, {1}})
+    ->ArgNames({"rays", "lens", "window"});
 
 /// The same, one by one.
 void oneByOne(benchmark::State& state) {
   Batch batch(static_cast<std::size_t>(state.range(0)), state.range(2) != 0);
   const auto lens = static_cast<vela::LensProjection>(state.range(1));
-  const vela::detail::RayBatch rays = {batch.coords.size(), batch.coords.data(), &batch.sample, 0, batch.rays.data()};
+  const vela::detail::RayBatch rays = {batch.coords.size(), batch.coords.data(), &batch.sample, 0,
+                                       batch.rays.data()};
   for (auto _ : state) {
     switch (lens) {
       case vela::LensProjection::perspective: vela::detail::perspectiveRays(rays); break;
       case vela::LensProjection::orthographic: vela::detail::orthographicRays(rays); break;
-      case vela::LensProjection::spherical: vela::detail::sphericalRays(rays, batch.image.aspect); break;
+      case vela::LensProjection::spherical:
+        vela::detail::sphericalRays(rays, batch.image.aspect);
+        break;
       default: vela::detail::cylindricalRays(rays); break;
     }
     benchmark::ClobberMemory();
@@ -85,7 +95,9 @@ void oneByOne(benchmark::State& state) {
   state.SetLabel(vela::LensProjectionClassName(lens));
   countRays(state);
 }
-BENCHMARK(oneByOne)->ArgsProduct({{4096, 1 << 20}, {0, 1, 2, 3}, {0}})->ArgNames({"rays", "lens", "window"});
+BENCHMARK(oneByOne)
+    ->ArgsProduct({{4096, 1 << 20}, {0, 1, 2, 3}, {0}})
+    ->ArgNames({"rays", "lens", "window"});
 BENCHMARK(oneByOne)->ArgsProduct({{4096, 1 << 20}, {0}, {1}})->ArgNames({"rays", "lens", "window"});
 
 /// A sample for each coordinate.
@@ -95,8 +107,8 @@ void generateRayGeometry(benchmark::State& state) {
   const std::unique_ptr<vela::LensProjectionFunction> lens(
       vela::CreateProjectionFunc(static_cast<vela::LensProjection>(state.range(1))));
   for (auto _ : state) {
-    lens->generateRayGeometry(static_cast<unsigned>(batch.coords.size()), batch.coords.data(), samples.data(), batch.image,
-                              batch.rays.data());
+    lens->generateRayGeometry(static_cast<unsigned>(batch.coords.size()), batch.coords.data(),
+                              samples.data(), batch.image, batch.rays.data());
     benchmark::ClobberMemory();
   }
   state.SetLabel(lens->identifier());

@@ -55,19 +55,22 @@ ProjectCoord coordAt(float x, float y, float dx = 0.0f, float dy = 0.0f) {
   return c;
 }
 
-RayContext rayOf(const LensProjectionFunction& lens, const Camera::Sample& sample, const ProjectCoord& coord,
-                 const ProjectionImageContext& image = {}) {
+RayContext rayOf(const LensProjectionFunction& lens, const Camera::Sample& sample,
+                 const ProjectCoord& coord, const ProjectionImageContext& image = {}) {
   RayContext ray;
   lens.generateRayGeometry(1, &coord, &sample, image, &ray);
   return ray;
 }
 
-bool sameBits(const Vec3<float>& a, const Vec3<float>& b) { return std::memcmp(&a, &b, sizeof a) == 0; }
+bool sameBits(const Vec3<float>& a, const Vec3<float>& b) {
+  return std::memcmp(&a, &b, sizeof a) == 0;
+}
 
 /// Bit for bit, NaN and all.
 bool sameRays(const std::vector<RayContext>& a, const std::vector<RayContext>& b) {
-  return a.size() == b.size() && std::memcmp(static_cast<const void*>(a.data()), static_cast<const void*>(b.data()),
-                                             a.size() * sizeof(RayContext)) == 0;
+  return a.size() == b.size() &&
+         std::memcmp(static_cast<const void*>(a.data()), static_cast<const void*>(b.data()),
+                     a.size() * sizeof(RayContext)) == 0;
 }
 
 /// Records whose every byte, padding included, is known.
@@ -96,14 +99,15 @@ Scene randomScene(std::mt19937& random, bool withWindow) {
     s.sample.sensor.apertureRotate = 360.0 * u(random);
   }
   s.image.aspect = static_cast<float>(0.3 + u(random));
-  s.coord = coordAt(static_cast<float>(2.4 * u(random) - 1.2), static_cast<float>(2.4 * u(random) - 1.2),
-                    static_cast<float>(0.01 * u(random)), static_cast<float>(0.01 * u(random)));
+  s.coord =
+      coordAt(static_cast<float>(2.4 * u(random) - 1.2), static_cast<float>(2.4 * u(random) - 1.2),
+              static_cast<float>(0.01 * u(random)), static_cast<float>(0.01 * u(random)));
   const vela::LinearProjection lens;
   s.sample.updateDerivedValues(&lens);
   return s;
 }
 
-// ---- names and kinds
+// ---- Names and kinds
 
 TEST(LensProjection, FactoryAndNamesFollowTheEnumeration) {
   const char* const names[4] = {"Perspective", "Orthographic", "Spherical", "Cylindrical"};
@@ -120,8 +124,9 @@ TEST(LensProjection, FactoryAndNamesFollowTheEnumeration) {
     EXPECT_EQ(vela::LensProjectionClassNameList()[static_cast<std::size_t>(i)], names[i]);
   }
   EXPECT_EQ(&vela::LensProjectionClassNameList(), &vela::LensProjectionClassNameList());
-  static_assert(LensProjection::perspective == 0 && LensProjection::orthographic == 1 && LensProjection::spherical == 2 &&
-                LensProjection::cylindrical == 3 && LensProjection::none == 4);
+  static_assert(LensProjection::perspective == 0 && LensProjection::orthographic == 1 &&
+                LensProjection::spherical == 2 && LensProjection::cylindrical == 3 &&
+                LensProjection::none == 4);
 }
 
 TEST(LensProjection, OtherValuesHaveNoLensAndNoName) {
@@ -172,7 +177,8 @@ TEST(LensProjection, WarpedLensHasTheMatricesAndDistancesOfItsBase) {
     const vela::WarpedLinearProjection warped(orthographic);
     const vela::LinearProjection linear(orthographic);
     EXPECT_EQ(warped.projectionMatrix(s.sample), linear.projectionMatrix(s.sample));
-    EXPECT_EQ(warped.distanceToLinearZ(s.sample, {0.5f, 0.5f}, 3.0f), linear.distanceToLinearZ(s.sample, {0.5f, 0.5f}, 3.0f));
+    EXPECT_EQ(warped.distanceToLinearZ(s.sample, {0.5f, 0.5f}, 3.0f),
+              linear.distanceToLinearZ(s.sample, {0.5f, 0.5f}, 3.0f));
   }
 }
 
@@ -183,7 +189,8 @@ class BareLens : public LensProjectionFunction {
   static auto validatePointer() { return &BareLens::_validateProjection; }
   const char* identifier() const override { return "Bare"; }
   bool isLinear() const override { return false; }
-  void project(const Camera::Sample&, const ProjectionImageContext&, unsigned, ProjectCoord*) const override {}
+  void project(const Camera::Sample&, const ProjectionImageContext&, unsigned,
+               ProjectCoord*) const override {}
 
  protected:
   void _validateProjection() override { ++validated; }
@@ -198,7 +205,8 @@ TEST(LensProjection, TheBaseAnswersForNone) {
   EXPECT_EQ(lens.distanceToLinearZ(s.sample, {3.0f, 4.0f}, 7.0f), 7.0f);
   EXPECT_EQ(lens.lensMagnification(s.sample), 1.0);
   EXPECT_EQ(lens.projectionMatrix(s.sample),
-            Camera::BuildNDCTransform(s.sample, true) * Camera::BuildLinearProjection(s.sample, false, true));
+            Camera::BuildNDCTransform(s.sample, true) *
+                Camera::BuildLinearProjection(s.sample, false, true));
   EXPECT_EQ(lens.ndcTransformMatrix(s.sample), Camera::BuildNDCTransform(s.sample, false));
   EXPECT_FALSE(lens.canBeExtendedHorizontally());
   EXPECT_FALSE(lens.canBeExtendedVertically());
@@ -219,7 +227,8 @@ TEST(LensProjection, RoundLensesHaveThePerspectiveMatrix) {
   const Scene s = randomScene(random, true);
   for (int i : {0, 2, 3}) EXPECT_EQ(lensOf(i)->projectionMatrix(s.sample), s.sample.proj) << i;
   EXPECT_EQ(lensOf(1)->projectionMatrix(s.sample),
-            Camera::BuildNDCTransform(s.sample, true) * Camera::BuildLinearProjection(s.sample, false, false));
+            Camera::BuildNDCTransform(s.sample, true) *
+                Camera::BuildLinearProjection(s.sample, false, false));
 }
 
 #if defined(__GNUC__) && defined(__x86_64__)
@@ -242,7 +251,8 @@ TEST(LensProjection, ValidationStandsBeforeTheDestructor) {
   EXPECT_EQ(slotOf(&L::generateRayGeometry), 13u);
   EXPECT_EQ(slotOf(&L::project), 14u);
 
-  // The lenses add nothing, and their first slot validates: called through the raw table, it changes nothing and returns.
+  // The lenses add nothing, and their first slot validates: called through the raw table, it
+  // changes nothing and returns.
   for (int i = 0; i < 4; ++i) {
     const Lens lens = lensOf(i);
     using Slot = void (*)(LensProjectionFunction*);
@@ -256,7 +266,7 @@ TEST(LensProjection, ValidationStandsBeforeTheDestructor) {
 }
 #endif
 
-// ---- batches
+// ---- Batches
 
 TEST(LensProjection, NothingHappensWithoutInput) {
   const Camera::Sample sample = sampleOf(1, 1);
@@ -302,7 +312,8 @@ TEST(LensProjection, ABatchGivesTheBitsOfItsCoordinates) {
   std::mt19937 random(seed);
   for (int i = 0; i < 4; ++i) {
     const Lens lens = lensOf(i);
-    for (unsigned count : {1u, 2u, 3u, 4u, 5u, 7u, 8u, 9u, 15u, 16u, 17u, 31u, 33u, 64u, 100u, 1000u}) {
+    for (unsigned count :
+         {1u, 2u, 3u, 4u, 5u, 7u, 8u, 9u, 15u, 16u, 17u, 31u, 33u, 64u, 100u, 1000u}) {
       std::vector<ProjectCoord> coords(count);
       std::vector<Camera::Sample> samples(count);
       ProjectionImageContext image;
@@ -321,7 +332,8 @@ TEST(LensProjection, ABatchGivesTheBitsOfItsCoordinates) {
 
       std::vector<RayContext> batch = blankRays(count), single = batch;
       lens->generateRayGeometry(count, coords.data(), samples.data(), image, batch.data());
-      for (unsigned k = 0; k < count; ++k) lens->generateRayGeometry(1, &coords[k], &samples[k], image, &single[k]);
+      for (unsigned k = 0; k < count; ++k)
+        lens->generateRayGeometry(1, &coords[k], &samples[k], image, &single[k]);
       ASSERT_TRUE(sameRays(batch, single)) << "lens " << i << ", count " << count;
 
       // One camera for all.
@@ -339,8 +351,9 @@ TEST(LensProjection, ABatchGivesTheBitsOfItsCoordinates) {
 /// A lens that its maker derived from one of ours: its own rays must be used.
 class ShiftedLens : public vela::LinearProjection {
  public:
-  void generateRayGeometry(unsigned count, const ProjectCoord* coords, const Camera::Sample* samples,
-                           const ProjectionImageContext& image, RayContext* rays) const override {
+  void generateRayGeometry(unsigned count, const ProjectCoord* coords,
+                           const Camera::Sample* samples, const ProjectionImageContext& image,
+                           RayContext* rays) const override {
     LinearProjection::generateRayGeometry(count, coords, samples, image, rays);
     for (unsigned i = 0; i < count; ++i) rays[i].origin.x += 1.0f;
   }
@@ -361,7 +374,7 @@ TEST(LensProjection, CameraRaysOfOtherLensesAreTheirOwn) {
   }
 }
 
-// ---- perspective
+// ---- Perspective
 
 TEST(PerspectiveLens, MagnificationTwoSeesFortyFiveDegreesAtTheEdge) {
   const Camera::Sample s = sampleOf(2, 1);
@@ -446,12 +459,15 @@ TEST(PerspectiveLens, RaysProjectBackToTheirCoordinates) {
   const vela::LinearProjection lens(false);
   for (int i = 0; i < 5000; ++i) {
     Scene s = randomScene(random, true);
-    s.sample.xform.l2w.translate(u(random) * 10, u(random) * 10, u(random) * 10).rotateX(u(random) * 3).rotateY(u(random) * 3);
+    s.sample.xform.l2w.translate(u(random) * 10, u(random) * 10, u(random) * 10)
+        .rotateX(u(random) * 3)
+        .rotateY(u(random) * 3);
     s.sample.updateDerivedValues(&lens);
     const RayContext ray = rayOf(lens, s.sample, s.coord);
     const double t = 1.0 + 10.0 * std::fabs(u(random));
     const Vec3<double> world = s.sample.xform.l2w.transformPoint(Vec3<double>(ray.direction) * t);
-    const Vec4<double> ndc = s.sample.worldToNdc().transform(Vec4<double>(world.x, world.y, world.z, 1.0)).wNormalized();
+    const Vec4<double> ndc =
+        s.sample.worldToNdc().transform(Vec4<double>(world.x, world.y, world.z, 1.0)).wNormalized();
     ASSERT_NEAR(ndc.x, static_cast<double>(s.coord.x), 1e-6);
     ASSERT_NEAR(ndc.y, static_cast<double>(s.coord.y), 1e-6);
   }
@@ -525,11 +541,12 @@ TEST(PerspectiveLens, DistanceToLinearZIsThePartAlongTheAxis) {
   for (int i = 0; i < 1000; ++i) {
     const Scene r = randomScene(random, false);
     const RayContext ray = rayOf(lens, r.sample, r.coord);
-    ASSERT_NEAR(lens.distanceToLinearZ(r.sample, {r.coord.x, r.coord.y}, 5.0f), -ray.direction.z * 5.0f, 1e-5f);
+    ASSERT_NEAR(lens.distanceToLinearZ(r.sample, {r.coord.x, r.coord.y}, 5.0f),
+                -ray.direction.z * 5.0f, 1e-5f);
   }
 }
 
-// ---- orthographic
+// ---- Orthographic
 
 TEST(OrthographicLens, RaysAreParallelAndOriginsScale) {
   const vela::LinearProjection lens(true);
@@ -549,7 +566,8 @@ TEST(OrthographicLens, RaysProjectBackToTheirCoordinates) {
     const Scene s = randomScene(random, true);
     const RayContext ray = rayOf(lens, s.sample, s.coord);
     const Vec3<double> p = Vec3<double>(ray.origin) + Vec3<double>(ray.direction) * 3.0;
-    const Vec4<double> ndc = lens.projectionMatrix(s.sample).transform(Vec4<double>(p.x, p.y, p.z, 1.0)).wNormalized();
+    const Vec4<double> ndc =
+        lens.projectionMatrix(s.sample).transform(Vec4<double>(p.x, p.y, p.z, 1.0)).wNormalized();
     ASSERT_NEAR(ndc.x, static_cast<double>(s.coord.x), 1e-6);
     ASSERT_NEAR(ndc.y, static_cast<double>(s.coord.y), 1e-6);
   }
@@ -565,7 +583,7 @@ TEST(OrthographicLens, ProjectsNothingAndLeavesDistances) {
   EXPECT_EQ(lens.distanceToLinearZ(s, {1, 1}, 7.0f), 7.0f);
 }
 
-// ---- spherical and cylindrical
+// ---- Spherical and cylindrical
 
 TEST(SphericalLens, LooksAroundFromTheCentre) {
   const vela::SphericalProjection lens;
@@ -588,7 +606,8 @@ TEST(SphericalLens, LooksAroundFromTheCentre) {
 }
 
 TEST(SphericalLens, ThePolesKeepWhatRoundingLeaves) {
-  // theta is exactly pi at the upper edge: its sine is not zero in double, and neither is the direction's x and z.
+  // theta is exactly pi at the upper edge: its sine is not zero in double, and neither is the
+  // direction's x and z.
   const vela::SphericalProjection lens;
   ProjectionImageContext image;
   image.aspect = 1.0f;
@@ -610,20 +629,24 @@ TEST(SphericalLens, FollowsItsFormulaBitForBit) {
   for (int i = 0; i < 5000; ++i) {
     const Scene s = randomScene(random, false);
     const RayContext ray = rayOf(lens, s.sample, s.coord, s.image);
-    const auto clamp = [](float v) { return static_cast<double>(std::fmin(std::fmax(v, -1.0f), 1.0f)); };
+    const auto clamp = [](float v) {
+      return static_cast<double>(std::fmin(std::fmax(v, -1.0f), 1.0f));
+    };
     const double k = 1.0 / static_cast<double>(s.image.aspect);
-    const double phi = (clamp(s.coord.x) + 1.0) * kPi, phiX = (clamp(s.coord.x + s.coord.dx) + 1.0) * kPi;
+    const double phi = (clamp(s.coord.x) + 1.0) * kPi,
+                 phiX = (clamp(s.coord.x + s.coord.dx) + 1.0) * kPi;
     const double theta = (clamp(s.coord.y) * k + 1.0) * 0.5 * kPi;
     const double thetaY = (clamp(s.coord.y + s.coord.dy) * k + 1.0) * 0.5 * kPi;
     const auto unit = [](double x, double y, double z) {
-      return Vec3<float>(static_cast<float>(x), static_cast<float>(y), static_cast<float>(z)).normalized();
+      return Vec3<float>(static_cast<float>(x), static_cast<float>(y), static_cast<float>(z))
+          .normalized();
     };
-    ASSERT_TRUE(
-        sameBits(ray.direction, unit(-std::sin(phi) * std::sin(theta), -std::cos(theta), std::cos(phi) * std::sin(theta))));
-    ASSERT_TRUE(sameBits(ray.xDirection,
-                         unit(-std::sin(phiX) * std::sin(thetaY), -std::cos(theta), std::cos(phiX) * std::sin(thetaY))));
-    ASSERT_TRUE(
-        sameBits(ray.yDirection, unit(-std::sin(phi) * std::sin(theta), -std::cos(thetaY), std::cos(phi) * std::sin(theta))));
+    ASSERT_TRUE(sameBits(ray.direction, unit(-std::sin(phi) * std::sin(theta), -std::cos(theta),
+                                             std::cos(phi) * std::sin(theta))));
+    ASSERT_TRUE(sameBits(ray.xDirection, unit(-std::sin(phiX) * std::sin(thetaY), -std::cos(theta),
+                                              std::cos(phiX) * std::sin(thetaY))));
+    ASSERT_TRUE(sameBits(ray.yDirection, unit(-std::sin(phi) * std::sin(theta), -std::cos(thetaY),
+                                              std::cos(phi) * std::sin(theta))));
     ASSERT_EQ(ray.origin, Vec3<float>());
     ASSERT_NEAR(ray.direction.length(), 1.0f, 1e-6f);
   }
@@ -663,7 +686,8 @@ TEST(CylindricalLens, FollowsItsFormulaBitForBit) {
     const double phiX = (static_cast<double>(clamp(s.coord.x + s.coord.dx)) + 1.0) * kPi;
     const float y = h * clamp(s.coord.y), yY = h * clamp(s.coord.y + s.coord.dy);
     const auto unit = [](double a, float height) {
-      return Vec3<float>(static_cast<float>(-std::sin(a)), height, static_cast<float>(std::cos(a))).normalized();
+      return Vec3<float>(static_cast<float>(-std::sin(a)), height, static_cast<float>(std::cos(a)))
+          .normalized();
     };
     ASSERT_TRUE(sameBits(ray.direction, unit(phi, y)));
     ASSERT_TRUE(sameBits(ray.xDirection, unit(phiX, y)));
@@ -683,8 +707,9 @@ TEST(RoundLenses, ProjectNothing) {
   }
 }
 
-// The lenses compute four sines at a time and settle what may round otherwise; a million coordinates, half of them where that is
-// likely (multiples of a quarter turn, plus a little), against the plain functions.
+// The lenses compute four sines at a time and settle what may round otherwise; a million
+// coordinates, half of them where that is likely (multiples of a quarter turn, plus a little),
+// against the plain functions.
 TEST(RoundLenses, HaveTheBitsOfThePlainSineAndCosine) {
   const unsigned seed = std::random_device{}();
   SCOPED_TRACE("seed " + std::to_string(seed));
@@ -694,51 +719,67 @@ TEST(RoundLenses, HaveTheBitsOfThePlainSineAndCosine) {
   const float h = sample.lensMagnification() * 0.5f;
   const auto component = [&](int i) {
     const double near = static_cast<double>(static_cast<int>(random() % 9) - 4) / 4.0;
-    return static_cast<float>(i % 2 == 0 ? u(random)
-                                         : near + u(random) * std::pow(10.0, -1.0 - static_cast<double>(random() % 12)));
+    return static_cast<float>(
+        i % 2 == 0 ? u(random)
+                   : near + u(random) * std::pow(10.0, -1.0 - static_cast<double>(random() % 12)));
   };
   const auto unit = [](double x, double y, double z) {
-    return Vec3<float>(static_cast<float>(x), static_cast<float>(y), static_cast<float>(z)).normalized();
+    return Vec3<float>(static_cast<float>(x), static_cast<float>(y), static_cast<float>(z))
+        .normalized();
   };
-  const auto clamp = [](float v) { return static_cast<double>(std::fmin(std::fmax(v, -1.0f), 1.0f)); };
+  const auto clamp = [](float v) {
+    return static_cast<double>(std::fmin(std::fmax(v, -1.0f), 1.0f));
+  };
   constexpr unsigned kCount = 1000;
   std::vector<ProjectCoord> coords(kCount);
   std::vector<RayContext> around(kCount), cylinder(kCount);
   for (int round = 0; round < 500; ++round) {
     ProjectionImageContext image;
-    image.aspect = round % 3 == 0 ? 1.0f : round % 3 == 1 ? 0.5f : static_cast<float>(0.01 + std::fabs(u(random)));
+    image.aspect = round % 3 == 0   ? 1.0f
+                   : round % 3 == 1 ? 0.5f
+                                    : static_cast<float>(0.01 + std::fabs(u(random)));
     for (unsigned i = 0; i < kCount; ++i) {
       coords[i] = coordAt(component(round), component(round), 0.0f, 0.0f);
       coords[i].dx = component(round) - coords[i].x;
       coords[i].dy = component(round) - coords[i].y;
     }
-    vela::generateCameraRays(vela::SphericalProjection(), kCount, coords.data(), sample, image, around.data());
-    vela::generateCameraRays(vela::CylindricalProjection(), kCount, coords.data(), sample, image, cylinder.data());
+    vela::generateCameraRays(vela::SphericalProjection(), kCount, coords.data(), sample, image,
+                             around.data());
+    vela::generateCameraRays(vela::CylindricalProjection(), kCount, coords.data(), sample, image,
+                             cylinder.data());
     const double k = 1.0 / static_cast<double>(image.aspect);
     for (unsigned i = 0; i < kCount; ++i) {
       const ProjectCoord& c = coords[i];
       const auto where = [&] {
-        return testing::Message() << c.x << ' ' << c.y << ' ' << c.dx << ' ' << c.dy << ", aspect " << image.aspect;
+        return testing::Message() << c.x << ' ' << c.y << ' ' << c.dx << ' ' << c.dy << ", aspect "
+                                  << image.aspect;
       };
       const double phi = (clamp(c.x) + 1.0) * kPi, phiX = (clamp(c.x + c.dx) + 1.0) * kPi;
-      const double theta = (clamp(c.y) * k + 1.0) * 0.5 * kPi, thetaY = (k * clamp(c.y + c.dy) + 1.0) * 0.5 * kPi;
-      ASSERT_TRUE(sameBits(around[i].direction,
-                           unit(-std::sin(phi) * std::sin(theta), -std::cos(theta), std::cos(phi) * std::sin(theta))))
+      const double theta = (clamp(c.y) * k + 1.0) * 0.5 * kPi,
+                   thetaY = (k * clamp(c.y + c.dy) + 1.0) * 0.5 * kPi;
+      ASSERT_TRUE(
+          sameBits(around[i].direction, unit(-std::sin(phi) * std::sin(theta), -std::cos(theta),
+                                             std::cos(phi) * std::sin(theta))))
           << where();
-      ASSERT_TRUE(sameBits(around[i].xDirection,
-                           unit(-std::sin(phiX) * std::sin(thetaY), -std::cos(theta), std::cos(phiX) * std::sin(thetaY))))
+      ASSERT_TRUE(
+          sameBits(around[i].xDirection, unit(-std::sin(phiX) * std::sin(thetaY), -std::cos(theta),
+                                              std::cos(phiX) * std::sin(thetaY))))
           << where();
-      ASSERT_TRUE(sameBits(around[i].yDirection,
-                           unit(-std::sin(phi) * std::sin(theta), -std::cos(thetaY), std::cos(phi) * std::sin(theta))))
+      ASSERT_TRUE(
+          sameBits(around[i].yDirection, unit(-std::sin(phi) * std::sin(theta), -std::cos(thetaY),
+                                              std::cos(phi) * std::sin(theta))))
           << where();
       const double y = static_cast<double>(h * static_cast<float>(clamp(c.y)));
-      ASSERT_TRUE(sameBits(cylinder[i].direction, unit(-std::sin(phi), y, std::cos(phi)))) << where();
-      ASSERT_TRUE(sameBits(cylinder[i].xDirection, unit(-std::sin(phiX), y, std::cos(phiX)))) << where();
+      ASSERT_TRUE(sameBits(cylinder[i].direction, unit(-std::sin(phi), y, std::cos(phi))))
+          << where();
+      ASSERT_TRUE(sameBits(cylinder[i].xDirection, unit(-std::sin(phiX), y, std::cos(phiX))))
+          << where();
     }
   }
 }
 
-// Turning the image by a window translation in x turns the rays about y by the same share of the circle.
+// Turning the image by a window translation in x turns the rays about y by the same share of the
+// circle.
 TEST(RoundLenses, AWindowTranslationTurnsTheRays) {
   Camera::Sample s = sampleOf(2, 1), moved = s;
   moved.sensor.apertureTranslate = {0.25, 0.0};
@@ -748,7 +789,7 @@ TEST(RoundLenses, AWindowTranslationTurnsTheRays) {
                          rayOf(*lensOf(i), s, coordAt(0.5f, 0.125f)).direction));
 }
 
-// ---- numbers that are none
+// ---- Numbers that are none
 
 TEST(LensProjection, BadNumbersGiveBadRaysAndNothingWorse) {
   const float values[] = {0.0f, -0.0f, kNan, kInf, -kInf, 1e38f, 1e-45f};

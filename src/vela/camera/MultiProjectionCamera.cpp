@@ -30,7 +30,9 @@ const char* MultiProjectionCamera::projectionIdentifier() const {
   return projection_ != nullptr ? projection_->identifier() : "";
 }
 
-bool MultiProjectionCamera::isBaseProjectionLinear() const { return projection_ != nullptr && projection_->isLinear(); }
+bool MultiProjectionCamera::isBaseProjectionLinear() const {
+  return projection_ != nullptr && projection_->isLinear();
+}
 
 bool MultiProjectionCamera::isDistorted() const {
   const CameraOpticsParameters& o = sample_.optics;
@@ -38,7 +40,8 @@ bool MultiProjectionCamera::isDistorted() const {
 }
 
 void MultiProjectionCamera::setHorizontalFov(double degrees) {
-  sample_.sensor.apertureSize.x = 2.0 * sample_.optics.focalLength * std::tan(degrees * 0.5 * 0.017453292519943295);
+  sample_.sensor.apertureSize.x =
+      2.0 * sample_.optics.focalLength * std::tan(degrees * 0.5 * 0.017453292519943295);
 }
 
 }  // namespace vela

@@ -10,12 +10,14 @@ namespace vela {
 
 /// One camera sample behind getters and setters, and a lens that belongs to somebody else.
 ///
-/// Setters change one number each; what follows from it is up to date after validateCamera. The lens must outlive the camera and its
-/// copies, which share it. Without a lens the mode is LensProjection::none, the identifier empty, nothing linear, and validation
-/// takes the projection matrix that a sample has without a lens.
+/// Setters change one number each; what follows from it is up to date after validateCamera. The
+/// lens must outlive the camera and its copies, which share it. Without a lens the mode is
+/// LensProjection::none, the identifier empty, nothing linear, and validation takes the projection
+/// matrix that a sample has without a lens.
 class VELA_API MultiProjectionCamera : public Camera {
  public:
-  /// A camera with a full-aperture film back (24.576 x 18.672), a 50 lens at f/16 focused at 2, no clipping, no lens function.
+  /// A camera with a full-aperture film back (24.576 x 18.672), a 50 lens at f/16 focused at 2, no
+  /// clipping, no lens function.
   MultiProjectionCamera();
   MultiProjectionCamera(const MultiProjectionCamera&) = default;
   MultiProjectionCamera(MultiProjectionCamera&&) = default;
@@ -42,7 +44,9 @@ class VELA_API MultiProjectionCamera : public Camera {
   [[nodiscard]] const Camera::Sample& properties() const { return sample_; }
   [[nodiscard]] const CameraSensorParameters& sensorProperties() const { return sample_.sensor; }
   [[nodiscard]] const CameraMountParameters& mountProperties() const { return sample_.mount; }
-  [[nodiscard]] const CameraLensApertureParameters& lensApertureProperties() const { return sample_.lensAp; }
+  [[nodiscard]] const CameraLensApertureParameters& lensApertureProperties() const {
+    return sample_.lensAp;
+  }
   [[nodiscard]] const CameraOpticsParameters& opticsProperties() const { return sample_.optics; }
   [[nodiscard]] const tarn::Mat4<double>& projectionMatrix() const { return sample_.proj; }
   /// \}
@@ -53,13 +57,18 @@ class VELA_API MultiProjectionCamera : public Camera {
   void setHorizontalAperture(double v) { sample_.sensor.apertureSize.x = v; }
   [[nodiscard]] double verticalAperture() const { return sample_.sensor.apertureSize.y; }
   void setVerticalAperture(double v) { sample_.sensor.apertureSize.y = v; }
-  [[nodiscard]] const tarn::Vec2<double>& windowTranslate() const { return sample_.sensor.apertureTranslate; }
+  [[nodiscard]] const tarn::Vec2<double>& windowTranslate() const {
+    return sample_.sensor.apertureTranslate;
+  }
   void setWindowTranslate(double x, double y) { sample_.sensor.apertureTranslate = {x, y}; }
   [[nodiscard]] double windowRotateZ() const { return sample_.sensor.apertureRotate; }
   void setWindowRotateZ(double degrees) { sample_.sensor.apertureRotate = degrees; }
-  [[nodiscard]] const tarn::Vec2<double>& windowScale() const { return sample_.sensor.apertureScale; }
+  [[nodiscard]] const tarn::Vec2<double>& windowScale() const {
+    return sample_.sensor.apertureScale;
+  }
   void setWindowScale(double x, double y) { sample_.sensor.apertureScale = {x, y}; }
-  /// Sets the horizontal aperture to what shows that angle, in degrees, at the focal length as it is now.
+  /// Sets the horizontal aperture to what shows that angle, in degrees, at the focal length as it
+  /// is now.
   void setHorizontalFov(double degrees);
   /// \}
 

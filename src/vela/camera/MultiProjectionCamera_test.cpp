@@ -169,7 +169,8 @@ TEST(MultiProjectionCamera, ValidationAsksTheLensThenDerives) {
   camera.setProjectionFunc(&lens);
   camera.validateCamera();
   EXPECT_EQ(lens.notes, "vm");
-  EXPECT_EQ(camera.projectionMatrix(), vela::LinearProjection().projectionMatrix(camera.properties()));
+  EXPECT_EQ(camera.projectionMatrix(),
+            vela::LinearProjection().projectionMatrix(camera.properties()));
 }
 
 TEST(MultiProjectionCamera, CopiesShareTheLens) {
@@ -186,7 +187,8 @@ TEST(MultiProjectionCamera, CopiesShareTheLens) {
   }
   EXPECT_EQ(kept.projectionFunc(), lens.get());
   EXPECT_EQ(kept.focalLength(), 17.0);
-  EXPECT_STREQ(kept.projectionIdentifier(), "Spherical") << "the lens outlived the cameras that referred to it";
+  EXPECT_STREQ(kept.projectionIdentifier(), "Spherical")
+      << "the lens outlived the cameras that referred to it";
 }
 
 TEST(MultiProjectionCamera, WithoutALensItAnswersForNone) {

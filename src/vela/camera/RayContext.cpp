@@ -26,8 +26,9 @@ float turnAngle(float angle) {
 
 }  // namespace
 
-// The layout is what hosts' compiled code relies on. One private field makes the record non-standard-layout, for which offsetof
-// is supported by the compilers that build this, with a warning.
+// The layout is what hosts' compiled code relies on. One private field makes the record
+// non-standard-layout, for which offsetof is supported by the compilers that build this, with a
+// warning.
 #if defined(__GNUC__)
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Winvalid-offsetof"
@@ -42,8 +43,9 @@ static_assert(offsetof(RayContext, slopeBits) == 84);
 #pragma GCC diagnostic pop
 #endif
 
-void RayContext::set(const tarn::Vec3<float>& origin_, const tarn::Vec3<float>& direction_, unsigned short type_, double time_,
-                     short originType_, float minDistance_, float maxDistance_) {
+void RayContext::set(const tarn::Vec3<float>& origin_, const tarn::Vec3<float>& direction_,
+                     unsigned short type_, double time_, short originType_, float minDistance_,
+                     float maxDistance_) {
   origin = origin_;
   direction = direction_;
   minDistance = minDistance_;
@@ -57,8 +59,8 @@ void RayContext::set(const tarn::Vec3<float>& origin_, const tarn::Vec3<float>& 
   updateSlopes();
 }
 
-void RayContext::setGeom(const tarn::Vec3<float>& origin_, const tarn::Vec3<float>& direction_, float minDistance_,
-                         float maxDistance_) {
+void RayContext::setGeom(const tarn::Vec3<float>& origin_, const tarn::Vec3<float>& direction_,
+                         float minDistance_, float maxDistance_) {
   origin = origin_;
   direction = direction_;
   minDistance = minDistance_;
@@ -66,7 +68,8 @@ void RayContext::setGeom(const tarn::Vec3<float>& origin_, const tarn::Vec3<floa
   updateSlopes();
 }
 
-void RayContext::setOriginAndDirection(const tarn::Vec3<float>& origin_, const tarn::Vec3<float>& direction_) {
+void RayContext::setOriginAndDirection(const tarn::Vec3<float>& origin_,
+                                       const tarn::Vec3<float>& direction_) {
   origin = origin_;
   direction = direction_;
   updateSlopes();
@@ -77,7 +80,8 @@ void RayContext::setDirection(const tarn::Vec3<float>& direction_) {
   updateSlopes();
 }
 
-void RayContext::setDirAndDistance(const tarn::Vec3<float>& direction_, float minDistance_, float maxDistance_) {
+void RayContext::setDirAndDistance(const tarn::Vec3<float>& direction_, float minDistance_,
+                                   float maxDistance_) {
   direction = direction_;
   minDistance = minDistance_;
   maxDistance = maxDistance_;
@@ -111,8 +115,10 @@ void RayContext::transform(const tarn::Mat4<double>& m) {
 }
 
 void RayContext::transform(const tarn::Mat4<double>& m0, const tarn::Mat4<double>& m1, float t) {
-  const tarn::Vec3<float> origin0 = imageOfPoint(m0, origin), direction0 = imageOfVector(m0, direction);
-  const tarn::Vec3<float> origin1 = imageOfPoint(m1, origin), direction1 = imageOfVector(m1, direction);
+  const tarn::Vec3<float> origin0 = imageOfPoint(m0, origin),
+                          direction0 = imageOfVector(m0, direction);
+  const tarn::Vec3<float> origin1 = imageOfPoint(m1, origin),
+                          direction1 = imageOfVector(m1, direction);
   if (t < 1.1920929e-7f) {
     origin = origin0;
     direction = direction0;

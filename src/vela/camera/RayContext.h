@@ -1,9 +1,10 @@
 /// \file
 /// The ray record: what a lens writes and what intersection reads.
 ///
-/// Holds for the whole file: a plain value of 88 bytes with a fixed layout, all floats 32 bits but the time. Directions need not
-/// have unit length and are never normalised here. The cached reciprocal follows the direction only through the member functions:
-/// who writes `direction` by hand calls updateSlopes afterwards. Nothing throws.
+/// Holds for the whole file: a plain value of 88 bytes with a fixed layout, all floats 32 bits but
+/// the time. Directions need not have unit length and are never normalised here. The cached
+/// reciprocal follows the direction only through the member functions: who writes `direction` by
+/// hand calls updateSlopes afterwards. Nothing throws.
 #pragma once
 
 #include <cstdint>
@@ -17,7 +18,8 @@ namespace vela {
 
 class VELA_API RayContext {
  public:
-  /// A 16-bit word with a name. Converts to its value, and gives it when called: `cameraRay` and `cameraRay()` are the same.
+  /// A 16-bit word with a name. Converts to its value, and gives it when called: `cameraRay` and
+  /// `cameraRay()` are the same.
   struct Constant {
     std::uint16_t bits;
     constexpr operator std::uint16_t() const { return bits; }
@@ -74,31 +76,35 @@ class VELA_API RayContext {
   tarn::Vec3<float> xDirection;  ///< direction of the neighbouring ray in x
   tarn::Vec3<float> yDirection;  ///< and in y
   double time = 0.0;
-  std::uint16_t type = 0;       ///< one word of ray type, path type and test options
-  std::uint16_t assigned = 0;   ///< 1 once the record was filled as a whole; the library does not read it
+  std::uint16_t type = 0;  ///< one word of ray type, path type and test options
+  std::uint16_t assigned =
+      0;  ///< 1 once the record was filled as a whole; the library does not read it
   std::int16_t originType = 0;  ///< kind of origin
 
  private:
   tarn::Vec3<float> invDir_;
 
  public:
-  std::uint8_t slopeBits = 0;  ///< bit 0, 1, 2: the reciprocal of the direction's x, y, z is below 0
+  std::uint8_t slopeBits =
+      0;  ///< bit 0, 1, 2: the reciprocal of the direction's x, y, z is below 0
 
   /// Everything zero: no ray yet.
   RayContext() = default;
   RayContext(short originType_) : originType(originType_) {}
   /// As set.
-  RayContext(const tarn::Vec3<float>& origin_, const tarn::Vec3<float>& direction_, unsigned short type_, double time_,
-             short originType_, float minDistance_, float maxDistance_) {
+  RayContext(const tarn::Vec3<float>& origin_, const tarn::Vec3<float>& direction_,
+             unsigned short type_, double time_, short originType_, float minDistance_,
+             float maxDistance_) {
     set(origin_, direction_, type_, time_, originType_, minDistance_, maxDistance_);
   }
 
   /// Fills the record; the two neighbouring directions become zero.
-  void set(const tarn::Vec3<float>& origin, const tarn::Vec3<float>& direction, unsigned short type, double time,
-           short originType, float minDistance, float maxDistance);
+  void set(const tarn::Vec3<float>& origin, const tarn::Vec3<float>& direction, unsigned short type,
+           double time, short originType, float minDistance, float maxDistance);
   /// \name Replace part of the ray, and refresh the cached reciprocal
   /// \{
-  void setGeom(const tarn::Vec3<float>& origin, const tarn::Vec3<float>& direction, float minDistance, float maxDistance);
+  void setGeom(const tarn::Vec3<float>& origin, const tarn::Vec3<float>& direction,
+               float minDistance, float maxDistance);
   void setOriginAndDirection(const tarn::Vec3<float>& origin, const tarn::Vec3<float>& direction);
   void setDirection(const tarn::Vec3<float>& direction);
   void setDirAndDistance(const tarn::Vec3<float>& direction, float minDistance, float maxDistance);
@@ -106,38 +112,49 @@ class VELA_API RayContext {
   void invert();
   /// \}
 
-  /// Sets the neighbouring directions to the direction turned by an angle about the x and the y axis of its frame.
+  /// Sets the neighbouring directions to the direction turned by an angle about the x and the y
+  /// axis of its frame.
   ///
-  /// \param ax, ay  radians; the sign does not count, more than pi counts as pi; up to 1.1920929e-7, and NaN, the direction is
-  ///                copied as it is. Otherwise the result has unit length, in the frame of Vec3::orientAroundNormal
+  /// \param ax, ay  radians; the sign does not count, more than pi counts as pi; up to
+  ///                1.1920929e-7, and NaN, the direction is copied as it is. Otherwise the result
+  ///                has unit length, in the frame of Vec3::orientAroundNormal
   void setXYDirsFromAngle(float ax, float ay);
 
-  /// Moves origin and direction through a matrix, in double, narrowed once. Distances, neighbouring directions and flags stay, so
-  /// distances remain multiples of the direction.
+  /// Moves origin and direction through a matrix, in double, narrowed once. Distances, neighbouring
+  /// directions and flags stay, so distances remain multiples of the direction.
   void transform(const tarn::Mat4<double>& m);
-  /// Moves the ray as a moving frame has it at `t` between m0 (t = 0) and m1 (t = 1): the two images, blended in single
-  /// precision. `t` below 1.1920929e-7 takes the first image, above 0.9999999 the second.
+  /// Moves the ray as a moving frame has it at `t` between m0 (t = 0) and m1 (t = 1): the two
+  /// images, blended in single precision. `t` below 1.1920929e-7 takes the first image, above
+  /// 0.9999999 the second.
   void transform(const tarn::Mat4<double>& m0, const tarn::Mat4<double>& m1, float t);
 
-  /// Refreshes the reciprocal direction and its sign bits. A zero component gives an infinity of the zero's sign; a NaN
-  /// leaves its bit clear.
+  /// Refreshes the reciprocal direction and its sign bits. A zero component gives an infinity of
+  /// the zero's sign; a NaN leaves its bit clear.
   void updateSlopes() {
     invDir_.x = 1.0f / direction.x;
     invDir_.y = 1.0f / direction.y;
     invDir_.z = 1.0f / direction.z;
-    slopeBits =
-        static_cast<std::uint8_t>(static_cast<unsigned>(invDir_.x < 0.0f) | static_cast<unsigned>(invDir_.y < 0.0f) << 1 |
-                                  static_cast<unsigned>(invDir_.z < 0.0f) << 2);
+    slopeBits = static_cast<std::uint8_t>(static_cast<unsigned>(invDir_.x < 0.0f) |
+                                          static_cast<unsigned>(invDir_.y < 0.0f) << 1 |
+                                          static_cast<unsigned>(invDir_.z < 0.0f) << 2);
   }
   /// (1/x, 1/y, 1/z) of the direction, as of the last refresh.
   [[nodiscard]] const tarn::Vec3<float>& invDir() const { return invDir_; }
 
   /// \name The classification word in parts
   /// \{
-  [[nodiscard]] std::uint16_t rayType() const { return static_cast<std::uint16_t>(type & allRayTypes); }
-  [[nodiscard]] std::uint16_t pathType() const { return static_cast<std::uint16_t>(type & allPathTypes); }
-  [[nodiscard]] std::uint16_t sidesType() const { return static_cast<std::uint16_t>(type & allSideTypes); }
-  [[nodiscard]] std::uint16_t testType() const { return static_cast<std::uint16_t>(type & allTests); }
+  [[nodiscard]] std::uint16_t rayType() const {
+    return static_cast<std::uint16_t>(type & allRayTypes);
+  }
+  [[nodiscard]] std::uint16_t pathType() const {
+    return static_cast<std::uint16_t>(type & allPathTypes);
+  }
+  [[nodiscard]] std::uint16_t sidesType() const {
+    return static_cast<std::uint16_t>(type & allSideTypes);
+  }
+  [[nodiscard]] std::uint16_t testType() const {
+    return static_cast<std::uint16_t>(type & allTests);
+  }
   /// \}
   /// \name Ray types. A ray of two types at once is of none of these
   /// \{
@@ -155,7 +172,8 @@ class VELA_API RayContext {
   [[nodiscard]] bool testPresenceDisabled() const { return (type & noPresenceTest) != 0; }
 
   /// \name Slope bits
-  /// KEEP(slope-sense): true where the direction is NEGATIVE; box tests pick their near side by these bits.
+  /// KEEP(slope-sense): true where the direction is NEGATIVE; box tests pick their near side by
+  /// these bits.
   /// \{
   [[nodiscard]] bool isXSlopePositive() const { return (slopeBits & 1u) != 0; }
   [[nodiscard]] bool isYSlopePositive() const { return (slopeBits & 2u) != 0; }
@@ -167,7 +185,8 @@ class VELA_API RayContext {
   /// \}
 };
 
-static_assert(sizeof(RayContext) == 88 && alignof(RayContext) == 8 && std::is_trivially_copyable_v<RayContext>,
+static_assert(sizeof(RayContext) == 88 && alignof(RayContext) == 8 &&
+                  std::is_trivially_copyable_v<RayContext>,
               "hosts fill arrays of these records");
 
 }  // namespace vela

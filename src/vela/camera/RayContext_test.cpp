@@ -30,9 +30,11 @@ T at(const RayContext& ray, std::size_t offset) {
   return v;
 }
 
-bool sameBits(const Vec3<float>& a, const Vec3<float>& b) { return std::memcmp(&a, &b, sizeof a) == 0; }
+bool sameBits(const Vec3<float>& a, const Vec3<float>& b) {
+  return std::memcmp(&a, &b, sizeof a) == 0;
+}
 
-// ---- layout and construction
+// ---- Layout and construction
 
 TEST(RayContext, FieldsLieWhereHostsExpectThem) {
   static_assert(sizeof(RayContext) == 88);
@@ -129,7 +131,7 @@ TEST(RayContext, InvertTurnsTheDirectionRound) {
   EXPECT_EQ(ray.slopeBits, 5);
 }
 
-// ---- the classification word
+// ---- The classification word
 
 TEST(RayContext, ConstantsHaveTheirValues) {
   EXPECT_EQ(RayContext::undefinedRay, 0x0000);
@@ -143,7 +145,8 @@ TEST(RayContext, ConstantsHaveTheirValues) {
   EXPECT_EQ(RayContext::glossyPath, 0x0200);
   EXPECT_EQ(RayContext::diffuseReflectionPath, RayContext::diffusePath + RayContext::reflectionRay);
   EXPECT_EQ(RayContext::glossyReflectionPath, RayContext::glossyPath + RayContext::reflectionRay);
-  EXPECT_EQ(RayContext::shadowTransmissionPath, RayContext::shadowRay + RayContext::thinTransmissionRay);
+  EXPECT_EQ(RayContext::shadowTransmissionPath,
+            RayContext::shadowRay + RayContext::thinTransmissionRay);
   EXPECT_EQ(RayContext::allPathTypes, 0x0F00);
   EXPECT_EQ(RayContext::frontSideTestOnly, 0x1000);
   EXPECT_EQ(RayContext::backSideTestOnly, 0x2000);
@@ -206,7 +209,7 @@ TEST(RayContext, ARayOfTwoTypesIsOfNone) {
   EXPECT_TRUE(ray.isValidPath());
 }
 
-// ---- slopes
+// ---- Slopes
 
 // KEEP(slope-sense): the queries answer true where the direction is negative.
 TEST(RayContext, SlopeQueriesAreTrueForNegativeDirections) {
@@ -236,7 +239,7 @@ TEST(RayContext, AxesOutOfRangeAreHarmless) {
   EXPECT_FALSE(ray.isSlopePositive(-1));
 }
 
-// ---- differentials
+// ---- Differentials
 
 TEST(RayContext, NoAngleCopiesTheDirection) {
   for (float tiny : {0.0f, -0.0f, 1.1920929e-7f, -1e-8f, kNan}) {
@@ -297,7 +300,7 @@ TEST(RayContext, AZeroDirectionHasNoFrame) {
   EXPECT_EQ(ray.xDirection, Vec3<float>(std::sin(0.5f), 0, std::cos(0.5f)));
 }
 
-// ---- transforms
+// ---- Transforms
 
 TEST(RayContext, TransformMovesPointsAndVectors) {
   RayContext ray({1, 2, 3}, {0, 1, 0}, 5, 6.0, 1, 0.5f, 9.0f);
@@ -377,7 +380,8 @@ TEST(RayContext, BlendsInSinglePrecision) {
       m0[k] = static_cast<double>(u(random));
       m1[k] = static_cast<double>(u(random));
     }
-    const RayContext start({u(random), u(random), u(random)}, {u(random), u(random), u(random)}, 0, 0.0, 0, 0, 1);
+    const RayContext start({u(random), u(random), u(random)}, {u(random), u(random), u(random)}, 0,
+                           0.0, 0, 0, 1);
     RayContext at0 = start, at1 = start, ray = start;
     at0.transform(m0);
     at1.transform(m1);

@@ -1,4 +1,5 @@
-// The loops of the lenses as they are on processors without SSE2, built here beside the library's own.
+// The loops of the lenses as they are on processors without SSE2, built here beside the library's
+// own.
 #define VELA_WITHOUT_SSE2
 #include "vela/camera/detail/RayKernels.cpp"
 
@@ -32,22 +33,31 @@ void raysOneByOne(LensProjection lens, const vela::detail::RayBatch& batch, floa
 }
 
 /// The same bits; what is no number may be any other such.
-bool same(float a, float b) { return (std::isnan(a) && std::isnan(b)) || std::memcmp(&a, &b, sizeof a) == 0; }
-bool same(const tarn::Vec3<float>& a, const tarn::Vec3<float>& b) { return same(a.x, b.x) && same(a.y, b.y) && same(a.z, b.z); }
+bool same(float a, float b) {
+  return (std::isnan(a) && std::isnan(b)) || std::memcmp(&a, &b, sizeof a) == 0;
+}
+bool same(const tarn::Vec3<float>& a, const tarn::Vec3<float>& b) {
+  return same(a.x, b.x) && same(a.y, b.y) && same(a.z, b.z);
+}
 bool same(const RayContext& a, const RayContext& b) {
-  return same(a.origin, b.origin) && same(a.direction, b.direction) && same(a.xDirection, b.xDirection) &&
-         same(a.yDirection, b.yDirection) && same(a.minDistance, b.minDistance) && same(a.maxDistance, b.maxDistance) &&
-         same(a.invDir(), b.invDir()) && a.slopeBits == b.slopeBits && a.type == b.type && a.time == b.time;
+  return same(a.origin, b.origin) && same(a.direction, b.direction) &&
+         same(a.xDirection, b.xDirection) && same(a.yDirection, b.yDirection) &&
+         same(a.minDistance, b.minDistance) && same(a.maxDistance, b.maxDistance) &&
+         same(a.invDir(), b.invDir()) && a.slopeBits == b.slopeBits && a.type == b.type &&
+         a.time == b.time;
 }
 
 class RayKernels : public testing::TestWithParam<LensProjection> {
  protected:
   std::mt19937 random_{2026};
 
-  double number(double low, double high) { return std::uniform_real_distribution<double>(low, high)(random_); }
+  double number(double low, double high) {
+    return std::uniform_real_distribution<double>(low, high)(random_);
+  }
   unsigned choice(unsigned count) { return static_cast<unsigned>(random_() % count); }
 
-  /// Coordinates of every kind: in and around the picture, on its edges, tiny, huge, any bits at all.
+  /// Coordinates of every kind: in and around the picture, on its edges, tiny, huge, any bits at
+  /// all.
   float coordinate() {
     static const float odd[] = {0.0f,
                                 -0.0f,
@@ -80,7 +90,8 @@ class RayKernels : public testing::TestWithParam<LensProjection> {
     Camera::Sample s;
     s.sensor.apertureSize = {number(0.1, 4), 1.0};
     s.optics.focalLength = choice(30) == 0 ? 0.0 : number(0.1, 4);
-    s.lensAp.clipFarDistance = choice(3) == 0 ? std::numeric_limits<double>::infinity() : number(1, 1e6);
+    s.lensAp.clipFarDistance =
+        choice(3) == 0 ? std::numeric_limits<double>::infinity() : number(1, 1e6);
     if (choice(3) == 0) {
       s.sensor.apertureTranslate = {number(-1, 1), number(-1, 1)};
       s.sensor.apertureScale = {number(0.5, 2), number(-2, 2)};
@@ -93,7 +104,8 @@ class RayKernels : public testing::TestWithParam<LensProjection> {
 
 TEST_P(RayKernels, OneByOneAndInFoursGiveTheSameBits) {
   const std::unique_ptr<vela::LensProjectionFunction> lens(vela::CreateProjectionFunc(GetParam()));
-  const float aspects[] = {1.0f, 0.5625f, 2.0f, 0.001f, 1000.0f, 0.0f, -1.0f, std::numeric_limits<float>::quiet_NaN()};
+  const float aspects[] = {1.0f,    0.5625f, 2.0f,  0.001f,
+                           1000.0f, 0.0f,    -1.0f, std::numeric_limits<float>::quiet_NaN()};
   for (int round = 0; round < 3000; ++round) {
     const std::size_t count = 1 + choice(9);
     std::vector<ProjectCoord> coords(count);
@@ -110,22 +122,30 @@ TEST_P(RayKernels, OneByOneAndInFoursGiveTheSameBits) {
     image.aspect = aspects[choice(sizeof aspects / sizeof aspects[0])];
 
     std::vector<RayContext> inFours(count, RayContext(2)), oneByOne = inFours;
-    lens->generateRayGeometry(static_cast<unsigned>(count), coords.data(), samples.data(), image, inFours.data());
-    raysOneByOne(GetParam(), {count, coords.data(), samples.data(), 1, oneByOne.data()}, image.aspect);
+    lens->generateRayGeometry(static_cast<unsigned>(count), coords.data(), samples.data(), image,
+                              inFours.data());
+    raysOneByOne(GetParam(), {count, coords.data(), samples.data(), 1, oneByOne.data()},
+                 image.aspect);
     for (std::size_t i = 0; i < count; ++i)
       ASSERT_TRUE(same(inFours[i], oneByOne[i]))
-          << "round " << round << ", ray " << i << ", coordinate " << coords[i].x << ' ' << coords[i].y;
+          << "round " << round << ", ray " << i << ", coordinate " << coords[i].x << ' '
+          << coords[i].y;
 
     // One camera for all.
-    vela::generateCameraRays(*lens, static_cast<unsigned>(count), coords.data(), samples[0], image, inFours.data());
-    raysOneByOne(GetParam(), {count, coords.data(), samples.data(), 0, oneByOne.data()}, image.aspect);
-    for (std::size_t i = 0; i < count; ++i) ASSERT_TRUE(same(inFours[i], oneByOne[i])) << "round " << round << ", ray " << i;
+    vela::generateCameraRays(*lens, static_cast<unsigned>(count), coords.data(), samples[0], image,
+                             inFours.data());
+    raysOneByOne(GetParam(), {count, coords.data(), samples.data(), 0, oneByOne.data()},
+                 image.aspect);
+    for (std::size_t i = 0; i < count; ++i)
+      ASSERT_TRUE(same(inFours[i], oneByOne[i])) << "round " << round << ", ray " << i;
   }
 }
 
 INSTANTIATE_TEST_SUITE_P(Lenses, RayKernels,
-                         testing::Values(LensProjection::perspective, LensProjection::orthographic, LensProjection::spherical,
-                                         LensProjection::cylindrical),
-                         [](const auto& lens) { return vela::LensProjectionClassName(lens.param); });
+                         testing::Values(LensProjection::perspective, LensProjection::orthographic,
+                                         LensProjection::spherical, LensProjection::cylindrical),
+                         [](const auto& lens) {
+                           return vela::LensProjectionClassName(lens.param);
+                         });
 
 }  // namespace

@@ -17,7 +17,8 @@ LensProjection lensOf(const ovo::CameraParameters& parameters) {
 ///
 /// \return false when two of its axes are parallel, or something is not finite
 bool makeRigid(const tarn::Mat4<double>& placement, tarn::Mat4<double>& rigid) {
-  // Scaled to a largest element of 1 first: cameras below groups scaled by 1e-200 have axes whose squares vanish.
+  // Scaled to a largest element of 1 first: cameras below groups scaled by 1e-200 have axes whose
+  // squares vanish.
   const auto axis = [&](std::size_t column) {
     const tarn::Vec3<double> v(placement[column], placement[column + 1], placement[column + 2]);
     const double largest = std::fmax(std::fabs(v.x), std::fmax(std::fabs(v.y), std::fabs(v.z)));
@@ -25,12 +26,14 @@ bool makeRigid(const tarn::Mat4<double>& placement, tarn::Mat4<double>& rigid) {
   };
   const tarn::Vec3<double> back = axis(8), up = axis(4);
   const tarn::Vec3<double> right = cross(up, back);
-  // The sine of the angle between the axes; below this nothing but rounding would say which way is right. A mirrored
-  // placement has its x axis elsewhere, which does not matter: right is made from the other two.
+  // The sine of the angle between the axes; below this nothing but rounding would say which way is
+  // right. A mirrored placement has its x axis elsewhere, which does not matter: right is made from
+  // the other two.
   if (!(right.length() > 1e-12)) return false;
   const tarn::Vec3<double> x = right.normalized(), y = cross(back, x);
-  const double m[16] = {x.x,    x.y,    x.z,    0.0, y.x,           y.y,           y.z,           0.0,
-                        back.x, back.y, back.z, 0.0, placement[12], placement[13], placement[14], 1.0};
+  const double m[16] = {x.x,           x.y,           x.z,           0.0,    y.x,    y.y,
+                        y.z,           0.0,           back.x,        back.y, back.z, 0.0,
+                        placement[12], placement[13], placement[14], 1.0};
   for (double v : m)
     if (!std::isfinite(v)) return false;
   rigid = tarn::Mat4<double>(m);
@@ -39,10 +42,13 @@ bool makeRigid(const tarn::Mat4<double>& placement, tarn::Mat4<double>& rigid) {
 
 }  // namespace
 
-LensProjection cameraPrimLens(const ovo::CameraPrim& prim, double time) { return lensOf(prim.getParameters(time)); }
+LensProjection cameraPrimLens(const ovo::CameraPrim& prim, double time) {
+  return lensOf(prim.getParameters(time));
+}
 
 bool sampleCamera(const ovo::CameraParameters& parameters, const tarn::Mat4<double>& parentToWorld,
-                  const tarn::Mat4<double>& local, double time, Camera::Sample& sample, LensProjection lens) {
+                  const tarn::Mat4<double>& local, double time, Camera::Sample& sample,
+                  LensProjection lens) {
   if (lens == LensProjection::none) lens = lensOf(parameters);
   const bool orthographic = lens == LensProjection::orthographic;
   const double width = parameters.horizontalAperture;
@@ -75,12 +81,14 @@ bool sampleCamera(const ovo::CameraParameters& parameters, const tarn::Mat4<doub
   return true;
 }
 
-bool sampleCameraPrim(const ovo::CameraPrim& prim, double time, Camera::Sample& sample, LensProjection lens) {
+bool sampleCameraPrim(const ovo::CameraPrim& prim, double time, Camera::Sample& sample,
+                      LensProjection lens) {
   if (!prim.isValid()) return false;
   ovo::XformCache placements(time);
   const tarn::Mat4<double> parentToWorld =
       prim.resetsXformStack() ? tarn::Mat4<double>() : placements.getLocalToWorld(prim.parent());
-  return sampleCamera(prim.getParameters(time), parentToWorld, prim.getLocalXform(time), time, sample, lens);
+  return sampleCamera(prim.getParameters(time), parentToWorld, prim.getLocalXform(time), time,
+                      sample, lens);
 }
 
 }  // namespace vela

@@ -8,9 +8,10 @@
 #include <fstream>
 #include <limits>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <random>
 #include <string>
+
+#include <nlohmann/json.hpp>
 
 #include "ovo/Stage.h"
 #include "support/SharedData.h"
@@ -45,15 +46,18 @@ CameraParameters fullFrame() {
   return p;
 }
 
-Camera::Sample sampled(const CameraParameters& parameters, const Mat4<double>& parent = Mat4<double>(),
-                       const Mat4<double>& local = Mat4<double>(), LensProjection lens = LensProjection::none) {
+Camera::Sample sampled(const CameraParameters& parameters,
+                       const Mat4<double>& parent = Mat4<double>(),
+                       const Mat4<double>& local = Mat4<double>(),
+                       LensProjection lens = LensProjection::none) {
   Camera::Sample s;
   EXPECT_TRUE(vela::sampleCamera(parameters, parent, local, 3.0, s, lens));
   return s;
 }
 
 /// The world-space ray of an NDC coordinate.
-RayContext worldRay(const Camera::Sample& s, float x, float y, LensProjection lens = LensProjection::perspective) {
+RayContext worldRay(const Camera::Sample& s, float x, float y,
+                    LensProjection lens = LensProjection::perspective) {
   const std::unique_ptr<vela::LensProjectionFunction> function(vela::CreateProjectionFunc(lens));
   ProjectCoord c;
   c.x = x;
@@ -99,7 +103,8 @@ TEST(SceneCamera, OffsetsMoveTheWindowByTwoOverTheWidthOnBothAxes) {
   EXPECT_FALSE(s.ndcTransformIsIdentity());
   // The centre of the picture looks through the middle of the moved window.
   expectNear(worldRay(s, 0, 0).direction, Vec3<double>(0.9 / 5.0, -0.45 / 5.0, -1).normalized());
-  expectNear(worldRay(s, -1, 0).direction, Vec3<double>((0.9 - 1.8) / 5.0, -0.45 / 5.0, -1).normalized());
+  expectNear(worldRay(s, -1, 0).direction,
+             Vec3<double>((0.9 - 1.8) / 5.0, -0.45 / 5.0, -1).normalized());
 }
 
 TEST(SceneCamera, OrthographicHasItsWindowInSceneUnits) {
@@ -115,7 +120,8 @@ TEST(SceneCamera, OrthographicHasItsWindowInSceneUnits) {
   expectNear(edge.origin, {1.8 + 0.36, -0.9, 0});
   EXPECT_EQ(edge.direction, Vec3<float>(0, 0, -1));
   // What lies at the window's right edge has NDC x = 1.
-  EXPECT_NEAR(s.worldToNdc().transform(Vec4<double>(1.8 + 0.36, -0.9, -10, 1)).wNormalized().x, 1.0, 1e-12);
+  EXPECT_NEAR(s.worldToNdc().transform(Vec4<double>(1.8 + 0.36, -0.9, -10, 1)).wNormalized().x, 1.0,
+              1e-12);
 }
 
 TEST(SceneCamera, AnotherLensTakesThePartsItNeeds) {
@@ -126,7 +132,8 @@ TEST(SceneCamera, AnotherLensTakesThePartsItNeeds) {
   EXPECT_FLOAT_EQ(sampled(p, {}, {}, LensProjection::perspective).lensMagnification(), 0.72f);
   EXPECT_FLOAT_EQ(sampled(p, {}, {}, LensProjection::cylindrical).lensMagnification(), 0.72f);
   p.perspective = true;
-  for (LensProjection lens : {LensProjection::perspective, LensProjection::spherical, LensProjection::cylindrical}) {
+  for (LensProjection lens :
+       {LensProjection::perspective, LensProjection::spherical, LensProjection::cylindrical}) {
     const std::unique_ptr<vela::LensProjectionFunction> function(vela::CreateProjectionFunc(lens));
     const Camera::Sample s = sampled(p, {}, {}, lens);
     EXPECT_EQ(s.projectionMatrix(), function->projectionMatrix(s));
@@ -143,7 +150,8 @@ TEST(SceneCamera, PlacementIsParentTimesLocal) {
   const Mat4<double> product = parent * local;
   for (std::size_t i = 0; i < 16; ++i) EXPECT_NEAR(s.xform.l2w[i], product[i], 1e-14);
   EXPECT_EQ(s.xform.w2l, s.xform.l2w.inverse());
-  // Turned a quarter to the left, the camera below looks along -x from ten to the right of it, two up and three ahead.
+  // Turned a quarter to the left, the camera below looks along -x from ten to the right of it, two
+  // up and three ahead.
   expectNear(worldRay(s, 0, 0).origin, {10.0 - 3.0, 2.0, 0.0});
 }
 
@@ -163,7 +171,8 @@ TEST(SceneCamera, ScaleOfThePlacementChangesNothingButThePosition) {
       const RayContext a = worldRay(plain, 0.5f, -0.25f), b = worldRay(scaled, 0.5f, -0.25f);
       expectNear(b.direction, Vec3<double>(a.direction));
       ASSERT_NEAR(b.direction.length(), 1.0f, 1e-6f) << "distances are scene units";
-      for (std::size_t k = 12; k < 15; ++k) ASSERT_NEAR(scaled.xform.l2w[k] / scale, plain.xform.l2w[k], 1e-12);
+      for (std::size_t k = 12; k < 15; ++k)
+        ASSERT_NEAR(scaled.xform.l2w[k] / scale, plain.xform.l2w[k], 1e-12);
     }
   }
 }
@@ -198,7 +207,8 @@ TEST(SceneCamera, WorldRaysProjectBack) {
     const float x = static_cast<float>(u(random)), y = static_cast<float>(u(random));
     const RayContext ray = worldRay(s, x, y);
     const Vec3<double> at = Vec3<double>(ray.origin) + Vec3<double>(ray.direction) * 100.0;
-    const Vec4<double> ndc = s.worldToNdc().transform(Vec4<double>(at.x, at.y, at.z, 1)).wNormalized();
+    const Vec4<double> ndc =
+        s.worldToNdc().transform(Vec4<double>(at.x, at.y, at.z, 1)).wNormalized();
     ASSERT_NEAR(ndc.x, static_cast<double>(x), 2e-6);
     ASSERT_NEAR(ndc.y, static_cast<double>(y), 2e-6);
   }
@@ -231,7 +241,7 @@ TEST(SceneCamera, WhatCannotBeSeenThroughLeavesTheSampleUntouched) {
   EXPECT_EQ(s.time, 42.0);
 }
 
-// ---- prims
+// ---- Prims
 
 TEST(SceneCamera, APrimOfAStageIsSampledAtATime) {
   const std::shared_ptr<ovo::Stage> stage = ovo::Stage::createInMemory();
@@ -264,8 +274,9 @@ TEST(SceneCamera, APrimOfAStageIsSampledAtATime) {
   EXPECT_FALSE(vela::sampleCameraPrim(CameraPrim(group), 1.0, s)) << "no camera";
 }
 
-/// Every camera that the oracle lists, at every time it lists: projection, focal length, apertures, offsets, clipping, focus, f-stop as
-/// stored (tenths of a unit for the film), and the world matrix.
+/// Every camera that the oracle lists, at every time it lists: projection, focal length, apertures,
+/// offsets, clipping, focus, f-stop as stored (tenths of a unit for the film), and the world
+/// matrix.
 TEST(SceneCamera, CamerasOfRealFilesAreThoseOfTheOracle) {
   requireSharedData("usd/oracle");
   int cameras = 0, files = 0;
@@ -275,12 +286,14 @@ TEST(SceneCamera, CamerasOfRealFilesAreThoseOfTheOracle) {
     const nlohmann::json oracle = nlohmann::json::parse(in);
     for (const auto& [file, scene] : oracle.items()) {
       if (!scene.value("opens", false) || !scene.contains("prims")) continue;
-      const bool hasCamera = std::any_of(scene["prims"].begin(), scene["prims"].end(),
-                                         [](const nlohmann::json& prim) { return prim.contains("camera"); });
+      const bool hasCamera =
+          std::any_of(scene["prims"].begin(), scene["prims"].end(),
+                      [](const nlohmann::json& prim) { return prim.contains("camera"); });
       if (!hasCamera || !vela_test::haveSharedData("usd/" + file)) continue;
       SCOPED_TRACE(file);
       std::string error;
-      const std::shared_ptr<ovo::Stage> stage = ovo::Stage::open(vela_test::sharedDataPath("usd/" + file), &error);
+      const std::shared_ptr<ovo::Stage> stage =
+          ovo::Stage::open(vela_test::sharedDataPath("usd/" + file), &error);
       ASSERT_NE(stage, nullptr) << error;
       ++files;
       for (const nlohmann::json& listed : scene["prims"]) {
@@ -292,7 +305,8 @@ TEST(SceneCamera, CamerasOfRealFilesAreThoseOfTheOracle) {
         const nlohmann::json& rows = listed["camera"];
         const nlohmann::json& matrices = listed["localToWorld"];
         for (std::size_t i = 0; i < rows.size(); ++i) {
-          // The default column follows OpenUSD, which takes no first sample there: the same only where nothing moves.
+          // The default column follows OpenUSD, which takes no first sample there: the same only
+          // where nothing moves.
           const nlohmann::json& when = scene["times"][i];
           if (!when.is_number() && rows.size() > 1) continue;
           const double time = when.is_number() ? when.get<double>() : tarn::defaultTimeValue();
@@ -304,7 +318,9 @@ TEST(SceneCamera, CamerasOfRealFilesAreThoseOfTheOracle) {
           const auto number = [&](std::size_t k) { return row[k].get<double>(); };
           const bool perspective = row[0] == "perspective";
           EXPECT_EQ(vela::cameraPrimLens(camera, time) == LensProjection::perspective, perspective);
-          const auto near = [](double a, double b) { EXPECT_NEAR(a, b, 1e-6 * std::fmax(1.0, std::fabs(b))); };
+          const auto near = [](double a, double b) {
+            EXPECT_NEAR(a, b, 1e-6 * std::fmax(1.0, std::fabs(b)));
+          };
           near(s.optics.focalLength, perspective ? number(1) / 10.0 : 1.0);
           near(s.sensor.apertureSize.x, number(2) / 10.0);
           near(s.sensor.apertureSize.y, number(3) / 10.0);
@@ -318,11 +334,13 @@ TEST(SceneCamera, CamerasOfRealFilesAreThoseOfTheOracle) {
           // Field of view, from the derived value.
           if (perspective) near(static_cast<double>(s.lensMagnification()), number(2) / number(1));
 
-          // World placement: the oracle's matrix with its axes brought to unit length, and the same position.
+          // World placement: the oracle's matrix with its axes brought to unit length, and the same
+          // position.
           const nlohmann::json& m = matrices[matrices.size() == rows.size() ? i : 0];
           for (std::size_t axis : {std::size_t(4), std::size_t(8)}) {
             const Vec3<double> stored(m[axis], m[axis + 1], m[axis + 2]);
-            const Vec3<double> ours(s.xform.l2w[axis], s.xform.l2w[axis + 1], s.xform.l2w[axis + 2]);
+            const Vec3<double> ours(s.xform.l2w[axis], s.xform.l2w[axis + 1],
+                                    s.xform.l2w[axis + 2]);
             EXPECT_LT((stored.normalized() - ours).length(), 1e-6);
           }
           for (std::size_t k = 12; k < 15; ++k) near(s.xform.l2w[k], m[k].get<double>());

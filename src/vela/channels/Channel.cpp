@@ -1,10 +1,10 @@
 #include "vela/channels/Channel.h"
 
-#include "vela/channels/ChannelManager.h"
-#include "vela/channels/DefaultChannelManager.h"
-
 #include <ostream>
 #include <string>
+
+#include "vela/channels/ChannelManager.h"
+#include "vela/channels/DefaultChannelManager.h"
 
 namespace vela {
 namespace {
@@ -16,16 +16,19 @@ constexpr bool inTable(Channel::Type t) { return t >= 0 && t < kTypeCount; }
 
 // A set of types as a word: bit t stands for type t.
 constexpr std::uint32_t bit(int t) { return std::uint32_t{1} << t; }
-constexpr std::uint32_t kColorTypes = bit(Channel::color3) | bit(Channel::color4) | bit(Channel::colorRed) |
-                                      bit(Channel::colorGreen) | bit(Channel::colorBlue) | bit(Channel::colorComp0) |
+constexpr std::uint32_t kColorTypes = bit(Channel::color3) | bit(Channel::color4) |
+                                      bit(Channel::colorRed) | bit(Channel::colorGreen) |
+                                      bit(Channel::colorBlue) | bit(Channel::colorComp0) |
                                       bit(Channel::colorComp1) | bit(Channel::colorComp2);
-constexpr std::uint32_t kMemberTypes = bit(Channel::colorRed) | bit(Channel::colorGreen) | bit(Channel::colorBlue) |
-                                       bit(Channel::colorComp0) | bit(Channel::colorComp1) | bit(Channel::colorComp2) |
-                                       bit(Channel::dataVecX) | bit(Channel::dataVecY) | bit(Channel::dataVecZ) |
-                                       bit(Channel::dataVecW) | bit(Channel::bitmaskIdComp0) | bit(Channel::bitmaskIdComp1) |
-                                       bit(Channel::bitmaskIdComp2) | bit(Channel::bitmaskIdComp3);
+constexpr std::uint32_t kMemberTypes =
+    bit(Channel::colorRed) | bit(Channel::colorGreen) | bit(Channel::colorBlue) |
+    bit(Channel::colorComp0) | bit(Channel::colorComp1) | bit(Channel::colorComp2) |
+    bit(Channel::dataVecX) | bit(Channel::dataVecY) | bit(Channel::dataVecZ) |
+    bit(Channel::dataVecW) | bit(Channel::bitmaskIdComp0) | bit(Channel::bitmaskIdComp1) |
+    bit(Channel::bitmaskIdComp2) | bit(Channel::bitmaskIdComp3);
 
-// One row a type, `none` first. The columns are the tables of the functions below; a -1 in `compound` means "itself".
+// One row a type, `none` first. The columns are the tables of the functions below; a -1 in
+// `compound` means "itself".
 struct Row {
   const char* text;
   int compound;
@@ -63,7 +66,8 @@ constexpr Row kRows[kTypeCount] = {
     {"bitmask-id2", -1, 29, 17, 0, -1},
     {"bitmask-id3", -1, 37, 17, 0, -1},
     {"bitmask-id4", -1, 45, 17, 0, -1},
-    // KEEP(first-bitmask-component): components 1 to 3 name their compound, component 0 names itself; callers rely on it.
+    // KEEP(first-bitmask-component): components 1 to 3 name their compound, component 0 names
+    // itself; callers rely on it.
     {"bitmask-id-comp0", -1, 17, 17, 0, 0},
     {"bitmask-id-comp1", Channel::bitmaskId2, 29, 17, 0, 1},
     {"bitmask-id-comp2", Channel::bitmaskId3, 37, 17, 0, 2},
@@ -72,11 +76,14 @@ constexpr Row kRows[kTypeCount] = {
 
 }  // namespace
 
-// KEEP(fourth-colour-component): alpha and the fourth component belong to the four-component colour, and yet are neither
-// colours nor compound members here; callers rely on it to treat them apart.
+// KEEP(fourth-colour-component): alpha and the fourth component belong to the four-component
+// colour, and yet are neither colours nor compound members here; callers rely on it to treat them
+// apart.
 bool Channel::IsColorType(Type t) noexcept { return inTable(t) && (kColorTypes & bit(t)) != 0; }
 
-bool Channel::IsCompoundMemberType(Type t) noexcept { return inTable(t) && (kMemberTypes & bit(t)) != 0; }
+bool Channel::IsCompoundMemberType(Type t) noexcept {
+  return inTable(t) && (kMemberTypes & bit(t)) != 0;
+}
 
 const char* Channel::TypeString(Type t) noexcept {
   if (t == auto_) return "auto";
@@ -102,12 +109,18 @@ int Channel::TypeCompoundValueType(Type t, int n) noexcept {
   return code;
 }
 
-std::size_t Channel::TypeNumDataElements(Type t) noexcept { return inTable(t) ? kRows[t].elements : 0; }
+std::size_t Channel::TypeNumDataElements(Type t) noexcept {
+  return inTable(t) ? kRows[t].elements : 0;
+}
 
 int Channel::TypeOrdering(Type t) noexcept { return inTable(t) ? kRows[t].ordering : -1; }
 
-int Channel::TypeValueType(Type t) noexcept { return inTable(t) ? kRows[t].valueType : kNoValueType; }
+int Channel::TypeValueType(Type t) noexcept {
+  return inTable(t) ? kRows[t].valueType : kNoValueType;
+}
 
-std::ostream& operator<<(std::ostream& out, Channel channel) { return out << std::to_string(channel.index()); }
+std::ostream& operator<<(std::ostream& out, Channel channel) {
+  return out << std::to_string(channel.index());
+}
 
 }  // namespace vela

@@ -1,8 +1,4 @@
 // What allocates: counted by standing in for malloc in this executable.
-#include "vela/channels/ChannelPack.h"
-#include "vela/channels/ChannelSet.h"
-#include "vela/channels/DefaultChannelManager.h"
-
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -10,6 +6,10 @@
 #include <cstddef>
 #include <cstdlib>
 #include <new>
+
+#include "vela/channels/ChannelPack.h"
+#include "vela/channels/ChannelSet.h"
+#include "vela/channels/DefaultChannelManager.h"
 
 #if defined(__has_feature)
 #if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
@@ -30,7 +30,8 @@ std::atomic<bool> refuse{false};
 #ifdef VELA_TEST_SANITIZED
 
 // Of the sanitizers' run-time library; not every compiler brings the header that declares it.
-extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*onMalloc)(const volatile void*, std::size_t),
+extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*onMalloc)(const volatile void*,
+                                                                          std::size_t),
                                                          void (*onFree)(const volatile void*));
 
 namespace {
@@ -145,7 +146,8 @@ TEST(ChannelHeap, QueriesOfLargerSetsAllocateNothing) {
               for (Channel c = set.first(); c; c = set.next(c)) ++found;
               for (Channel c = set.last(); c; c = set.previous(c)) ++found;
               for (Channel c : set) found += c.index() > 0;
-              found += (set & Channel(40)) + (set & other) + set.contains(other) + (set == other) + (set < other);
+              found += (set & Channel(40)) + (set & other) + set.contains(other) + (set == other) +
+                       (set < other);
               found += static_cast<long>(set.size());
               set += other;
               set -= other;

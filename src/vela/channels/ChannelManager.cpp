@@ -1,17 +1,18 @@
 #include "vela/channels/ChannelManager.h"
 
-#include "ovo/Value.h"
-
 #include <algorithm>
 #include <functional>
 #include <iostream>
 #include <string>
 
+#include "ovo/Value.h"
+
 namespace vela {
 namespace {
 
-constexpr std::size_t kSlots = 1024;       // channel numbers 0 to 1023
-constexpr unsigned kMaxPositions = 65536;  // of a layer: far more than there are channels, far less than memory
+constexpr std::size_t kSlots = 1024;  // channel numbers 0 to 1023
+constexpr unsigned kMaxPositions =
+    65536;  // of a layer: far more than there are channels, far less than memory
 constexpr const char* kBlanks = " \t\r\n";
 
 bool isEmpty(const char* text) { return text == nullptr || *text == '\0'; }
@@ -22,11 +23,12 @@ std::string fullName(const std::string& layer, const std::string& subname) {
 }
 
 std::string aliasText(const ChannelAlias& alias) {
-  return alias.name() + "[" + std::to_string(alias.position()) + "](" + Channel::TypeString(alias.purpose()) + ")";
+  return alias.name() + "[" + std::to_string(alias.position()) + "](" +
+         Channel::TypeString(alias.purpose()) + ")";
 }
 
-// Passes over adjacent pairs until one makes no swap. Not std::sort: the rules order some pairs not at all (channels of two layers
-// of one name), and where those end up is part of the result.
+// Passes over adjacent pairs until one makes no swap. Not std::sort: the rules order some pairs not
+// at all (channels of two layers of one name), and where those end up is part of the result.
 template <class Item, class ComesAfter>
 void bubbleSort(std::vector<Item>& items, ComesAfter comesAfter) {
   bool swapped = items.size() > 1;
@@ -49,26 +51,34 @@ std::vector<Record*> userPart(const std::vector<Record*>& list, int builtIn) {
 
 }  // namespace
 
-// --- ChannelAlias ------------------------------------------------------------------------------------------------------
+// ---- ChannelAlias
 
-ChannelAlias::ChannelAlias(ChannelManager* context, const std::string& layer, const std::string& subname, unsigned position,
-                           Channel::Type purpose)
-    : context_(context), name_(fullName(layer, subname)), subname_(subname), position_(position), purpose_(purpose) {}
+ChannelAlias::ChannelAlias(ChannelManager* context, const std::string& layer,
+                           const std::string& subname, unsigned position, Channel::Type purpose)
+    : context_(context),
+      name_(fullName(layer, subname)),
+      subname_(subname),
+      position_(position),
+      purpose_(purpose) {}
 
 ChannelAlias::~ChannelAlias() {
   // Leave a hole wherever a layer lists this channel, and nothing behind in the layer that owns it.
   assignLayer(nullptr, 0, true);
   for (LayerAlias* layer : listedBy_) {
-    std::replace(layer->channels_.begin(), layer->channels_.end(), this, static_cast<ChannelAlias*>(nullptr));
+    std::replace(layer->channels_.begin(), layer->channels_.end(), this,
+                 static_cast<ChannelAlias*>(nullptr));
   }
 }
 
-// KEEP(colour-index-floor): 3 is the least answer, also for red, green and blue; callers rely on it.
+// KEEP(colour-index-floor): 3 is the least answer, also for red, green and blue; callers rely on
+// it.
 unsigned ChannelAlias::colorIndex() const noexcept { return std::max(position_, 3u); }
 
 bool ChannelAlias::isBuiltIn() const noexcept {
-  // KEEP(highest-builtin-is-user): the strict comparison leaves the highest built-in channel out; callers rely on it.
-  return channel_.index() > 0 && context_ != nullptr && channel_.index() < context_->lastBuiltinChannel();
+  // KEEP(highest-builtin-is-user): the strict comparison leaves the highest built-in channel out;
+  // callers rely on it.
+  return channel_.index() > 0 && context_ != nullptr &&
+         channel_.index() < context_->lastBuiltinChannel();
 }
 
 void ChannelAlias::setName(const char* layer, const char* subname) {
@@ -89,9 +99,10 @@ void ChannelAlias::assignLayer(LayerAlias* layer, unsigned position, bool force)
   position_ = position;
 }
 
-// --- LayerAlias --------------------------------------------------------------------------------------------------------
+// ---- LayerAlias
 
-LayerAlias::LayerAlias(ChannelManager* context, const std::string& name, int index, Channel::Type purpose)
+LayerAlias::LayerAlias(ChannelManager* context, const std::string& name, int index,
+                       Channel::Type purpose)
     : context_(context),
       name_(name),
       label_(name),
@@ -106,7 +117,8 @@ LayerAlias::~LayerAlias() {
     std::vector<LayerAlias*>& lists = alias->listedBy_;
     lists.erase(std::remove(lists.begin(), lists.end(), this), lists.end());
   }
-  // KEEP(adopted-channel-loses-layer): also a built-in channel that a user layer claimed; a pointer to this record would dangle.
+  // KEEP(adopted-channel-loses-layer): also a built-in channel that a user layer claimed; a pointer
+  // to this record would dangle.
   while (!claimed_.empty()) claimed_.back()->assignLayer(nullptr, 0, true);
 }
 
@@ -165,9 +177,10 @@ void LayerAlias::add(ChannelAlias* alias, int n, bool) {
   if (hole == channels_.end()) channels_.push_back(nullptr);
   put(position, alias);
 
-  // The compound that the new member belongs to, when the layer has no purpose yet or a smaller compound.
-  const bool larger = ovo::Value::getNumDataElements(Channel::TypeCompoundValueType(alias->purpose(), n)) >
-                      ovo::Value::getNumDataElements(valueType_);
+  // The compound that the new member belongs to, when the layer has no purpose yet or a smaller
+  // compound.
+  const bool larger = ovo::Value::getNumDataElements(Channel::TypeCompoundValueType(
+                          alias->purpose(), n)) > ovo::Value::getNumDataElements(valueType_);
   if (purpose_ != Channel::auto_ && !larger) return;
   purpose_ = Channel::TypeCompoundType(alias->purpose(), n);
   valueType_ = Channel::TypeCompoundValueType(purpose_, 0);
@@ -189,7 +202,8 @@ void LayerAlias::moveTo(ChannelManager* context) {
 
 std::string LayerAlias::channelListText() const {
   std::string text;
-  for (const ChannelAlias* alias : channels_) text += alias == nullptr ? " <null>" : " " + aliasText(*alias);
+  for (const ChannelAlias* alias : channels_)
+    text += alias == nullptr ? " <null>" : " " + aliasText(*alias);
   return text;
 }
 
@@ -199,10 +213,12 @@ std::string LayerAlias::text() const {
 
 void LayerAlias::printChannelList(std::ostream& out) const { out << channelListText(); }
 
-std::ostream& operator<<(std::ostream& out, const ChannelAlias& alias) { return out << aliasText(alias); }
+std::ostream& operator<<(std::ostream& out, const ChannelAlias& alias) {
+  return out << aliasText(alias);
+}
 std::ostream& operator<<(std::ostream& out, const LayerAlias& layer) { return out << layer.text(); }
 
-// --- ChannelManager: construction and sharing --------------------------------------------------------------------------
+// ---- ChannelManager: construction and sharing
 
 ChannelManager::ChannelManager() : channelMap_(kSlots, nullptr) {
   layers_.reserve(500);
@@ -281,15 +297,16 @@ void ChannelManager::adopt(const ChannelManager& other) {
   heldChannels_.swap(channels);
 }
 
-// Gives back one share of a record: the last one deletes it, and a record that called this registry its own moves to
-// another holder. The caller takes it off the held list.
+// Gives back one share of a record: the last one deletes it, and a record that called this registry
+// its own moves to another holder. The caller takes it off the held list.
 template <class Record>
 void ChannelManager::release(Record* record) {
   std::vector<ChannelManager*>& holders = record->holders_;
   holders.erase(std::find(holders.begin(), holders.end(), this));
   if (holders.empty()) {
     delete record;
-  } else if (record->context_ == this && std::find(holders.begin(), holders.end(), this) == holders.end()) {
+  } else if (record->context_ == this &&
+             std::find(holders.begin(), holders.end(), this) == holders.end()) {
     if constexpr (std::is_same<Record, LayerAlias>::value) {
       record->moveTo(holders.front());
     } else {
@@ -305,21 +322,21 @@ void ChannelManager::releaseAll() {
   heldLayers_.clear();
 }
 
-// --- ChannelManager: queries -------------------------------------------------------------------------------------------
+// ---- ChannelManager: queries
 
 int ChannelManager::maxChannelCount() const { return 1023; }
 
 ChannelAlias* ChannelManager::_getChannel(const char* name) const {
   if (name == nullptr) return nullptr;
-  const auto found =
-      std::find_if(channels_.begin(), channels_.end(), [&](const ChannelAlias* alias) { return alias->name() == name; });
+  const auto found = std::find_if(channels_.begin(), channels_.end(),
+                                  [&](const ChannelAlias* alias) { return alias->name() == name; });
   return found == channels_.end() ? nullptr : *found;
 }
 
 LayerAlias* ChannelManager::_getLayer(const char* name) const {
   if (name == nullptr) return nullptr;
-  const auto found =
-      std::find_if(layers_.begin(), layers_.end(), [&](const LayerAlias* layer) { return layer->name() == name; });
+  const auto found = std::find_if(layers_.begin(), layers_.end(),
+                                  [&](const LayerAlias* layer) { return layer->name() == name; });
   return found == layers_.end() ? nullptr : *found;
 }
 
@@ -340,10 +357,12 @@ Channel::Type ChannelManager::getChannelTypeFromSubname(const char* subname) con
     Channel::Type type;
   };
   static constexpr Row kTable[] = {
-      {"red", Channel::colorRed},   {"r", Channel::colorRed},  {"green", Channel::colorGreen}, {"g", Channel::colorGreen},
-      {"blue", Channel::colorBlue}, {"b", Channel::colorBlue}, {"alpha", Channel::colorAlpha}, {"a", Channel::colorAlpha},
-      {"x", Channel::dataVecX},     {"u", Channel::dataVecX},  {"s", Channel::dataVecX},       {"y", Channel::dataVecY},
-      {"v", Channel::dataVecY},     {"t", Channel::dataVecY},  {"z", Channel::dataVecZ},       {"w", Channel::dataVecW},
+      {"red", Channel::colorRed},     {"r", Channel::colorRed},     {"green", Channel::colorGreen},
+      {"g", Channel::colorGreen},     {"blue", Channel::colorBlue}, {"b", Channel::colorBlue},
+      {"alpha", Channel::colorAlpha}, {"a", Channel::colorAlpha},   {"x", Channel::dataVecX},
+      {"u", Channel::dataVecX},       {"s", Channel::dataVecX},     {"y", Channel::dataVecY},
+      {"v", Channel::dataVecY},       {"t", Channel::dataVecY},     {"z", Channel::dataVecZ},
+      {"w", Channel::dataVecW},
   };
   for (const Row& row : kTable) {
     if (lower == row.subname) return row.type;
@@ -351,8 +370,12 @@ Channel::Type ChannelManager::getChannelTypeFromSubname(const char* subname) con
   return Channel::none;
 }
 
-int ChannelManager::nAvailableChannelSlots() const noexcept { return std::max(capacity_ - firstUndefinedChannel_, 0); }
-int ChannelManager::firstUndefinedChannel() const noexcept { return std::min(firstUndefinedChannel_, capacity_ + 1); }
+int ChannelManager::nAvailableChannelSlots() const noexcept {
+  return std::max(capacity_ - firstUndefinedChannel_, 0);
+}
+int ChannelManager::firstUndefinedChannel() const noexcept {
+  return std::min(firstUndefinedChannel_, capacity_ + 1);
+}
 
 const char* ChannelManager::getChannelName(Channel number) const noexcept {
   const ChannelAlias* alias = channel(number);
@@ -368,7 +391,8 @@ bool ChannelManager::compareChannels(Channel a, Channel b) const {
   const ChannelAlias *aliasA = channel(a), *aliasB = channel(b);
   if (aliasA == nullptr) return aliasB == nullptr;
   if (aliasB == nullptr) return true;
-  const int orderA = Channel::TypeOrdering(aliasA->purpose()), orderB = Channel::TypeOrdering(aliasB->purpose());
+  const int orderA = Channel::TypeOrdering(aliasA->purpose()),
+            orderB = Channel::TypeOrdering(aliasB->purpose());
   if (orderA < 0 && orderB < 0) return aliasA->name() < aliasB->name();
   if (orderA < 0) return false;
   if (orderB < 0) return true;
@@ -401,11 +425,14 @@ void ChannelManager::printLayerChannelInfo(std::ostream&, const char* prefix) co
     text += begin + "  " + std::to_string(i) + ": " + aliasText(*channels_[i]) + mark(user) + "\n";
   }
 
-  text += begin + "ChannelMap: total assigned channel slots=" + std::to_string(firstUndefinedChannel_) + "\n";
+  text += begin +
+          "ChannelMap: total assigned channel slots=" + std::to_string(firstUndefinedChannel_) +
+          "\n";
   text += begin + "  slot 0: Chan_Empty\n";
   for (int slot = 1; slot < firstUndefinedChannel_; ++slot) {
     const ChannelAlias* alias = channel(Channel(slot));
-    text += begin + "  slot " + std::to_string(slot) + ": " + (alias == nullptr ? "<unassigned>" : aliasText(*alias)) +
+    text += begin + "  slot " + std::to_string(slot) + ": " +
+            (alias == nullptr ? "<unassigned>" : aliasText(*alias)) +
             mark(slot > lastBuiltinChannel_) + "\n";
   }
   text += begin + "    lastBuiltinChannel=" + std::to_string(lastBuiltinChannel_) +
@@ -415,10 +442,10 @@ void ChannelManager::printLayerChannelInfo(std::ostream&, const char* prefix) co
   std::cout << text << std::flush;
 }
 
-// --- ChannelManager: creation ------------------------------------------------------------------------------------------
+// ---- ChannelManager: creation
 
-ChannelAlias* ChannelManager::newChannel(const std::string& layer, const std::string& subname, Channel number,
-                                         unsigned position, Channel::Type type) {
+ChannelAlias* ChannelManager::newChannel(const std::string& layer, const std::string& subname,
+                                         Channel number, unsigned position, Channel::Type type) {
   // Room first, so that a failed allocation leaves the registry as it was.
   heldChannels_.reserve(heldChannels_.size() + 1);
   channels_.reserve(channels_.size() + 1);
@@ -438,45 +465,54 @@ void ChannelManager::addChannelToMap(ChannelAlias* alias, Channel number) {
   alias->channel_ = number;
 }
 
-ChannelAlias* ChannelManager::createBuiltinChannel(const char* fullName, Channel number, Channel position, Channel::Type type) {
+ChannelAlias* ChannelManager::createBuiltinChannel(const char* fullName, Channel number,
+                                                   Channel position, Channel::Type type) {
   std::string layer, subname;
   SplitChannelName(textOf(fullName), layer, subname);
   return createBuiltinChannel(layer.c_str(), subname.c_str(), number, position, type);
 }
 
-ChannelAlias* ChannelManager::createBuiltinChannel(const char* layer, const char* subname, Channel number, Channel position,
+ChannelAlias* ChannelManager::createBuiltinChannel(const char* layer, const char* subname,
+                                                   Channel number, Channel position,
                                                    Channel::Type type) {
   if (firstUndefinedChannel_ > lastBuiltinChannel_ + 1) {
-    std::cerr << "warning, attempting to add a built-in channel after user channels have been defined, channel ignored!"
+    std::cerr << "warning, attempting to add a built-in channel after user channels have been "
+                 "defined, channel ignored!"
               << std::endl;
     return nullptr;
   }
   if (isEmpty(layer) || number.index() < 1 || number.index() > capacity_) return nullptr;
 
-  ChannelAlias* const alias = newChannel(layer, textOf(subname), number, static_cast<unsigned>(position.index()), type);
+  ChannelAlias* const alias =
+      newChannel(layer, textOf(subname), number, static_cast<unsigned>(position.index()), type);
   ++nBuiltInChannels_;
   lastBuiltinChannel_ = std::max(lastBuiltinChannel_, number.index());
   firstUndefinedChannel_ = std::max(firstUndefinedChannel_, lastBuiltinChannel_ + 1);
   return alias;
 }
 
-ChannelAlias* ChannelManager::createChannel(const char* layer, const char* subname, int position, Channel::Type type) {
+ChannelAlias* ChannelManager::createChannel(const char* layer, const char* subname, int position,
+                                            Channel::Type type) {
   if (isEmpty(layer)) return nullptr;
   if (!isEmpty(subname) && type == Channel::auto_) type = getChannelTypeFromSubname(subname);
   if (position < 0) position = std::max(Channel::TypeOrdering(type), 0);
 
-  // KEEP(last-number-unused): the number 1023 is never handed out; callers rely on 1022 being the last.
+  // KEEP(last-number-unused): the number 1023 is never handed out; callers rely on 1022 being the
+  // last.
   if (capacity_ - firstUndefinedChannel_ <= 0) {
-    std::cerr << "Channel manager contains more than " + std::to_string(capacity_) + " channels, ignoring" << std::endl;
+    std::cerr << "Channel manager contains more than " + std::to_string(capacity_) +
+                     " channels, ignoring"
+              << std::endl;
     return nullptr;
   }
-  ChannelAlias* const alias =
-      newChannel(layer, textOf(subname), Channel(firstUndefinedChannel_), static_cast<unsigned>(position), type);
+  ChannelAlias* const alias = newChannel(layer, textOf(subname), Channel(firstUndefinedChannel_),
+                                         static_cast<unsigned>(position), type);
   ++firstUndefinedChannel_;
   return alias;
 }
 
-ChannelAlias* ChannelManager::createChannel(const char* name, Channel::Type type, int n, bool flag) {
+ChannelAlias* ChannelManager::createChannel(const char* name, Channel::Type type, int n,
+                                            bool flag) {
   if (isEmpty(name)) return nullptr;
   const std::string full = remapChannelName(name);
   if (ChannelAlias* existing = getChannel(full.c_str())) return existing;
@@ -496,8 +532,9 @@ ChannelAlias* ChannelManager::createChannel(const char* name, Channel::Type type
   return alias;
 }
 
-LayerAlias* ChannelManager::_createLayer(const char* name, unsigned n, Channel::Type purpose, ChannelAlias* a, ChannelAlias* b,
-                                         ChannelAlias* c, ChannelAlias* d) {
+LayerAlias* ChannelManager::_createLayer(const char* name, unsigned n, Channel::Type purpose,
+                                         ChannelAlias* a, ChannelAlias* b, ChannelAlias* c,
+                                         ChannelAlias* d) {
   if (isEmpty(name)) return nullptr;
   if (LayerAlias* existing = _getLayer(name)) return existing;
 
@@ -518,8 +555,9 @@ LayerAlias* ChannelManager::_createLayer(const char* name, unsigned n, Channel::
   return layer;
 }
 
-LayerAlias* ChannelManager::createLayer(const char* name, unsigned n, Channel::Type purpose, ChannelAlias* a, ChannelAlias* b,
-                                        ChannelAlias* c, ChannelAlias* d) {
+LayerAlias* ChannelManager::createLayer(const char* name, unsigned n, Channel::Type purpose,
+                                        ChannelAlias* a, ChannelAlias* b, ChannelAlias* c,
+                                        ChannelAlias* d) {
   return _createLayer(name, n, purpose, a, b, c, d);
 }
 
@@ -527,19 +565,21 @@ LayerAlias* ChannelManager::createLayer(const char* name) {
   return _createLayer(name, 0, Channel::auto_, nullptr, nullptr, nullptr, nullptr);
 }
 
-LayerAlias* ChannelManager::createColorLayer(const char* name, const char* r, const char* g, const char* b, const char* a) {
+LayerAlias* ChannelManager::createColorLayer(const char* name, const char* r, const char* g,
+                                             const char* b, const char* a) {
   if (isEmpty(name) || isEmpty(r) || isEmpty(g) || isEmpty(b)) return nullptr;
   if (LayerAlias* existing = getLayer(name)) return existing;
   const bool hasAlpha = !isEmpty(a);
-  // KEEP(colour-layer-reversed): works only where the numbers do not suffice; callers rely on the null and build colour layers
-  // from channels and createLayer.
+  // KEEP(colour-layer-reversed): works only where the numbers do not suffice; callers rely on the
+  // null and build colour layers from channels and createLayer.
   if (nAvailableChannelSlots() >= (hasAlpha ? 4 : 3)) return nullptr;
 
   ChannelAlias* const alpha = hasAlpha ? createChannel(name, a, 3, Channel::colorAlpha) : nullptr;
   ChannelAlias* const blue = createChannel(name, b, 2, Channel::colorBlue);
   ChannelAlias* const green = createChannel(name, g, 1, Channel::colorGreen);
   ChannelAlias* const red = createChannel(name, r, 0, Channel::colorRed);
-  return createLayer(name, hasAlpha ? 4 : 3, hasAlpha ? Channel::color4 : Channel::color3, red, green, blue, alpha);
+  return createLayer(name, hasAlpha ? 4 : 3, hasAlpha ? Channel::color4 : Channel::color3, red,
+                     green, blue, alpha);
 }
 
 LayerAlias* ChannelManager::createFloatLayer(const char* name, const char* subname) {
@@ -550,12 +590,14 @@ LayerAlias* ChannelManager::createFloatLayer(const char* name, const char* subna
   return createLayer(name, 1, Channel::data, member, nullptr, nullptr, nullptr);
 }
 
-LayerAlias* ChannelManager::createVectorLayer(const char* name, const char* s, unsigned n, Channel::Type purpose) {
+LayerAlias* ChannelManager::createVectorLayer(const char* name, const char* s, unsigned n,
+                                              Channel::Type purpose) {
   if (isEmpty(name) || s == nullptr || std::string(s).size() < n) return nullptr;
   if (LayerAlias* existing = getLayer(name)) return existing;
   if (nAvailableChannelSlots() < static_cast<int>(n)) return nullptr;
 
-  static constexpr Channel::Type kTypes[4] = {Channel::dataVecX, Channel::dataVecY, Channel::dataVecZ, Channel::dataVecW};
+  static constexpr Channel::Type kTypes[4] = {Channel::dataVecX, Channel::dataVecY,
+                                              Channel::dataVecZ, Channel::dataVecW};
   ChannelAlias* members[4] = {nullptr, nullptr, nullptr, nullptr};
   // KEEP(vector-last-first): the last member gets the lowest number; saved numbers depend on it.
   for (unsigned i = n; i-- > 0;) {
@@ -577,7 +619,7 @@ LayerAlias* ChannelManager::createVec4Layer(const char* name, const char* s) {
 
 void ChannelManager::createBuiltins() {}
 
-// --- ChannelManager: order ---------------------------------------------------------------------------------------------
+// ---- ChannelManager: order
 
 void ChannelManager::sortChannels() {
   struct Item {
@@ -606,7 +648,7 @@ void ChannelManager::sortLayers() {
   std::copy(items.begin(), items.end(), layers_.end() - static_cast<std::ptrdiff_t>(items.size()));
 }
 
-// --- ChannelManager: clearing ------------------------------------------------------------------------------------------
+// ---- ChannelManager: clearing
 
 void ChannelManager::clearUserChannels() {}
 void ChannelManager::clearAllChannels() {}
@@ -622,20 +664,25 @@ void ChannelManager::_clearUserChannels() {
     return std::binary_search(channels.begin(), channels.end(), alias, std::less<>());
   };
   std::replace_if(channelMap_.begin(), channelMap_.end(), goes, nullptr);
-  const std::size_t firstUser = std::min(static_cast<std::size_t>(lastBuiltinChannel_) + 1, channelMap_.size());
-  std::fill(channelMap_.begin() + static_cast<std::ptrdiff_t>(firstUser), channelMap_.end(), nullptr);
+  const std::size_t firstUser =
+      std::min(static_cast<std::size_t>(lastBuiltinChannel_) + 1, channelMap_.size());
+  std::fill(channelMap_.begin() + static_cast<std::ptrdiff_t>(firstUser), channelMap_.end(),
+            nullptr);
 
   // Let go of them. Layers first: their members are still there then.
-  heldLayers_.erase(
-      std::remove_if(heldLayers_.begin(), heldLayers_.end(),
-                     [&](LayerAlias* layer) { return std::binary_search(layers.begin(), layers.end(), layer, std::less<>()); }),
-      heldLayers_.end());
-  heldChannels_.erase(std::remove_if(heldChannels_.begin(), heldChannels_.end(), goes), heldChannels_.end());
+  heldLayers_.erase(std::remove_if(heldLayers_.begin(), heldLayers_.end(),
+                                   [&](LayerAlias* layer) {
+                                     return std::binary_search(layers.begin(), layers.end(), layer,
+                                                               std::less<>());
+                                   }),
+                    heldLayers_.end());
+  heldChannels_.erase(std::remove_if(heldChannels_.begin(), heldChannels_.end(), goes),
+                      heldChannels_.end());
   for (LayerAlias* layer : layers) release(layer);
   for (ChannelAlias* alias : channels) release(alias);
 
-  // KEEP(clearing-empties-lists): the built-in records leave the lists too and are reached by number alone; the counters
-  // of them stay. Callers rely on both.
+  // KEEP(clearing-empties-lists): the built-in records leave the lists too and are reached by
+  // number alone; the counters of them stay. Callers rely on both.
   layers_.clear();
   channels_.clear();
   firstUndefinedChannel_ = lastBuiltinChannel_ + 1;
@@ -659,7 +706,7 @@ void ChannelManager::resetToBuiltIn() {
   createBuiltins();
 }
 
-// --- Names -------------------------------------------------------------------------------------------------------------
+// ---- Names
 
 void SplitChannelName(const std::string& full, std::string& layer, std::string& subname) {
   // Results are made before they are stored: an output may be the input.

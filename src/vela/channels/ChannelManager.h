@@ -1,25 +1,28 @@
 /// \file
-/// The registry that gives channel names their numbers, and its records: one alias a channel, one layer a group of channels.
+/// The registry that gives channel names their numbers, and its records: one alias a channel, one
+/// layer a group of channels.
 ///
-/// Holds for the whole file: a channel is named by its layer, a dot and its sub-name ("rgba.red"). Null or unknown names answer
-/// null, and nothing throws but std::bad_alloc. Names are ordered and compared byte by byte. Text forms do not use the
-/// stream's base. Registries take no lock: calls that change one are the callers' to serialise, const calls are safe from
-/// several threads while nothing changes.
+/// Holds for the whole file: a channel is named by its layer, a dot and its sub-name ("rgba.red").
+/// Null or unknown names answer null, and nothing throws but std::bad_alloc. Names are ordered and
+/// compared byte by byte. Text forms do not use the stream's base. Registries take no lock: calls
+/// that change one are the callers' to serialise, const calls are safe from several threads while
+/// nothing changes.
 ///
-/// Ownership: records belong to the registries that hold them and are handed out as raw pointers, valid until the last of those
-/// registries clears them or ends. A copy of a registry refers to the same records as its source; either may end first, and a
-/// record whose `context()` ends moves on to another holder. A record that ends leaves no pointer behind: layers show a hole in
-/// its place, channels of an ended layer have none.
+/// Ownership: records belong to the registries that hold them and are handed out as raw pointers,
+/// valid until the last of those registries clears them or ends. A copy of a registry refers to the
+/// same records as its source; either may end first, and a record whose `context()` ends moves on
+/// to another holder. A record that ends leaves no pointer behind: layers show a hole in its place,
+/// channels of an ended layer have none.
 #pragma once
-
-#include "vela/Api.h"
-#include "vela/channels/Channel.h"
-#include "vela/channels/ChannelSet.h"
 
 #include <cstddef>
 #include <iosfwd>
 #include <string>
 #include <vector>
+
+#include "vela/Api.h"
+#include "vela/channels/Channel.h"
+#include "vela/channels/ChannelSet.h"
 
 namespace vela {
 
@@ -60,7 +63,8 @@ class VELA_API ChannelAlias {
 
   /// Renames the record (null counts as empty); the registry's lookups go by the new name.
   void setName(const char* layer, const char* subname);
-  /// Sets the owning layer and the place in it. A channel that has a layer keeps both unless `force` is set.
+  /// Sets the owning layer and the place in it. A channel that has a layer keeps both unless
+  /// `force` is set.
   void assignLayer(LayerAlias* layer, unsigned position, bool force);
 
  protected:
@@ -70,8 +74,8 @@ class VELA_API ChannelAlias {
   friend class ChannelManager;
   friend class LayerAlias;
 
-  ChannelAlias(ChannelManager* context, const std::string& layer, const std::string& subname, unsigned position,
-               Channel::Type purpose);
+  ChannelAlias(ChannelManager* context, const std::string& layer, const std::string& subname,
+               unsigned position, Channel::Type purpose);
 
   ChannelManager* context_;
   std::string name_;
@@ -83,8 +87,9 @@ class VELA_API ChannelAlias {
   bool userVisible_ = true;
   int markNumber_ = 0;
 
-  std::vector<LayerAlias*> listedBy_;     // layers that list this channel, once for every position
-  std::vector<ChannelManager*> holders_;  // registries that share this record; the last one deletes it
+  std::vector<LayerAlias*> listedBy_;  // layers that list this channel, once for every position
+  std::vector<ChannelManager*>
+      holders_;  // registries that share this record; the last one deletes it
 };
 
 /// The record of one layer: channels by position, with holes. Made by registries only.
@@ -108,7 +113,9 @@ class VELA_API LayerAlias {
   }
   /// The number of the channel at a position; 0 for a hole and beyond the end.
   [[nodiscard]] Channel channel(unsigned position) const noexcept;
-  [[nodiscard]] Channel assignChannel(unsigned position) const noexcept { return channel(position); }
+  [[nodiscard]] Channel assignChannel(unsigned position) const noexcept {
+    return channel(position);
+  }
   /// The place that the layer had in the registry's list when it was created.
   [[nodiscard]] int index() const noexcept { return index_; }
   /// The first position of an alias, -1 when the layer does not list it.
@@ -116,7 +123,9 @@ class VELA_API LayerAlias {
   /// The numbers of all channels that the layer ever listed: it is never reduced.
   [[nodiscard]] const ChannelSet& channelSet() const noexcept { return channelSet_; }
   /// Does `channelSet()` share a member with `channels`?
-  [[nodiscard]] bool intersect(const ChannelSet& channels) const noexcept { return channelSet_ & channels; }
+  [[nodiscard]] bool intersect(const ChannelSet& channels) const noexcept {
+    return channelSet_ & channels;
+  }
   /// An `ovo::Value::Type` code.
   [[nodiscard]] int valueType() const noexcept { return valueType_; }
   void setValueType(int code) noexcept { valueType_ = code; }
@@ -134,12 +143,13 @@ class VELA_API LayerAlias {
   [[nodiscard]] bool isBuiltIn() const noexcept;
   [[nodiscard]] ChannelManager* context() const noexcept { return context_; }
 
-  /// Puts an alias into the first hole, or at the end, and claims it unless another layer has. The layer's purpose and value
-  /// type become those of the alias's compound of `n` elements when the purpose was `Channel::auto_` or that compound has
-  /// more elements than the present value type. Null changes nothing; the flag has no effect.
+  /// Puts an alias into the first hole, or at the end, and claims it unless another layer has. The
+  /// layer's purpose and value type become those of the alias's compound of `n` elements when the
+  /// purpose was `Channel::auto_` or that compound has more elements than the present value type.
+  /// Null changes nothing; the flag has no effect.
   void add(ChannelAlias* alias, int n, bool flag);
-  /// Puts an alias (or, with null, a hole) at a position, growing the list up to it; what was there is detached.
-  /// Positions from 65536 on change nothing.
+  /// Puts an alias (or, with null, a hole) at a position, growing the list up to it; what was there
+  /// is detached. Positions from 65536 on change nothing.
   void replace(unsigned position, ChannelAlias* alias);
 
   /// For each position " " and the alias's text, or " <null>" for a hole.
@@ -170,16 +180,18 @@ class VELA_API LayerAlias {
   bool userVisible_ = true;
   int markNumber_ = 0;
 
-  std::vector<ChannelAlias*> claimed_;    // channels whose layer() is this one
-  std::vector<ChannelManager*> holders_;  // registries that share this record; the last one deletes it
+  std::vector<ChannelAlias*> claimed_;  // channels whose layer() is this one
+  std::vector<ChannelManager*>
+      holders_;  // registries that share this record; the last one deletes it
 };
 
 /// A registry of channels and layers.
 ///
-/// Numbers are handed out in increasing order from 1 and never again until the registry is cleared; 1023 is the
-/// highest that fits, 1022 the highest that a user channel receives. Construction makes "rgba.red", "rgba.green", "rgba.blue",
-/// "rgba.alpha" (1 to 4) and the layers "rgb", "rgba" and "alpha". Built-in entries come first; the first user channel
-/// ends that phase, after which built-in ones are refused with a warning on standard error.
+/// Numbers are handed out in increasing order from 1 and never again until the registry is cleared;
+/// 1023 is the highest that fits, 1022 the highest that a user channel receives. Construction makes
+/// "rgba.red", "rgba.green", "rgba.blue", "rgba.alpha" (1 to 4) and the layers "rgb", "rgba" and
+/// "alpha". Built-in entries come first; the first user channel ends that phase, after which
+/// built-in ones are refused with a warning on standard error.
 class VELA_API ChannelManager {
  public:
   /// Shares the records of `other`; the two registries go on separately.
@@ -203,29 +215,37 @@ class VELA_API ChannelManager {
   /// The name that is looked up for a name; here the same, empty for null.
   [[nodiscard]] virtual std::string remapChannelName(const char* name) const;
   [[nodiscard]] virtual bool isChannelRemappingEnabled() const;
-  /// What a sub-name in any case says about its channel: red r green g blue b alpha a, x u s, y v t, z, w; else none.
+  /// What a sub-name in any case says about its channel: red r green g blue b alpha a, x u s, y v
+  /// t, z, w; else none.
   [[nodiscard]] virtual Channel::Type getChannelTypeFromSubname(const char* subname) const;
-  /// The channel of a full name: found by `getChannel`, else created as a user channel and added to its layer, which is found
-  /// or made.
-  /// \param type  `Channel::auto_` takes type and position from the sub-name; any other type stands at position 0
+  /// The channel of a full name: found by `getChannel`, else created as a user channel and added to
+  /// its layer, which is found or made.
+  /// \param type  `Channel::auto_` takes type and position from the sub-name; any other type stands
+  ///              at position 0
   /// \param n     size of the compound, for `LayerAlias::add`
-  /// \return null without a layer in the name, and when the numbers are exhausted (with a line on standard error)
-  virtual ChannelAlias* createChannel(const char* name, Channel::Type type = Channel::auto_, int n = 0, bool flag = false);
-  /// Sorts the user channels in the list: those with a layer first, by layer name and by position in the layer, the others by
-  /// name. Numbers do not change.
+  /// \return null without a layer in the name, and when the numbers are exhausted (with a line on
+  ///         standard error)
+  virtual ChannelAlias* createChannel(const char* name, Channel::Type type = Channel::auto_,
+                                      int n = 0, bool flag = false);
+  /// Sorts the user channels in the list: those with a layer first, by layer name and by position
+  /// in the layer, the others by name. Numbers do not change.
   virtual void sortChannels();
-  /// The layer of that name, else a new one with the first `n` (at most 4) of the given channels, any of which may be null.
-  virtual LayerAlias* createLayer(const char* name, unsigned n, Channel::Type purpose, ChannelAlias* a, ChannelAlias* b,
-                                  ChannelAlias* c, ChannelAlias* d);
+  /// The layer of that name, else a new one with the first `n` (at most 4) of the given channels,
+  /// any of which may be null.
+  virtual LayerAlias* createLayer(const char* name, unsigned n, Channel::Type purpose,
+                                  ChannelAlias* a, ChannelAlias* b, ChannelAlias* c,
+                                  ChannelAlias* d);
   /// The layer of that name, else a new, empty one whose first member fixes its purpose.
   virtual LayerAlias* createLayer(const char* name);
   /// Sorts the user layers in the list by name. Their indices do not change.
   virtual void sortLayers();
-  /// A layer with new channels. All five return the layer of that name when there is one, null when a name is missing, and the
-  /// vector and float forms null when too few numbers are free. A vector's `s` holds one-letter sub-names ("xyz"); its
-  /// last member gets the lowest number.
-  /// `createColorLayer` works only when fewer than 3 numbers (4 with an alpha name) are free, and is null otherwise.
-  virtual LayerAlias* createColorLayer(const char* name, const char* r, const char* g, const char* b, const char* a);
+  /// A layer with new channels. All five return the layer of that name when there is one, null when
+  /// a name is missing, and the vector and float forms null when too few numbers are free. A
+  /// vector's `s` holds one-letter sub-names ("xyz"); its last member gets the lowest number.
+  /// `createColorLayer` works only when fewer than 3 numbers (4 with an alpha name) are free, and
+  /// is null otherwise.
+  virtual LayerAlias* createColorLayer(const char* name, const char* r, const char* g,
+                                       const char* b, const char* a);
   virtual LayerAlias* createFloatLayer(const char* name, const char* subname);
   virtual LayerAlias* createVec2Layer(const char* name, const char* s);
   virtual LayerAlias* createVec3Layer(const char* name, const char* s);
@@ -252,7 +272,9 @@ class VELA_API ChannelManager {
   [[nodiscard]] const std::vector<ChannelAlias*>& allChannels() const noexcept { return channels_; }
   [[nodiscard]] const std::vector<LayerAlias*>& allLayers() const noexcept { return layers_; }
   /// 1024 slots, one a number; slot 0 and unassigned ones are null.
-  [[nodiscard]] const std::vector<ChannelAlias*>& channelMap() const noexcept { return channelMap_; }
+  [[nodiscard]] const std::vector<ChannelAlias*>& channelMap() const noexcept {
+    return channelMap_;
+  }
   /// Null beyond the end.
   [[nodiscard]] LayerAlias* layer(std::size_t index) const noexcept {
     return index < layers_.size() ? layers_[index] : nullptr;
@@ -274,8 +296,9 @@ class VELA_API ChannelManager {
   [[nodiscard]] LayerAlias* rgbLayer() const noexcept { return rgbLayer_; }
   [[nodiscard]] LayerAlias* rgbaLayer() const noexcept { return rgbaLayer_; }
   [[nodiscard]] LayerAlias* alphaLayer() const noexcept { return alphaLayer_; }
-  /// Does `a` sort before `b`? Components come before what is none, the higher component first; what is none goes by name;
-  /// an unassigned `b` comes after everything, an unassigned `a` only before an unassigned `b`.
+  /// Does `a` sort before `b`? Components come before what is none, the higher component first;
+  /// what is none goes by name; an unassigned `b` comes after everything, an unassigned `a` only
+  /// before an unassigned `b`.
   [[nodiscard]] bool compareChannels(Channel a, Channel b) const;
   /// Prints the whole registry to the process's standard output; the stream is not used.
   /// \param prefix  begins each line; null counts as empty
@@ -284,8 +307,10 @@ class VELA_API ChannelManager {
   /// A new user channel, whether or not one of that name exists; it joins no layer.
   /// \param position  below 0: the place that the type has in its compound, 0 when it has none
   /// \param type      `Channel::auto_` takes the type from the sub-name, if there is one
-  /// \return null without a layer name, and when the numbers are exhausted (with a line on standard error)
-  ChannelAlias* createChannel(const char* layer, const char* subname, int position = -1, Channel::Type type = Channel::auto_);
+  /// \return null without a layer name, and when the numbers are exhausted (with a line on standard
+  ///         error)
+  ChannelAlias* createChannel(const char* layer, const char* subname, int position = -1,
+                              Channel::Type type = Channel::auto_);
 
  protected:
   ChannelManager();
@@ -294,26 +319,28 @@ class VELA_API ChannelManager {
   [[nodiscard]] ChannelAlias* _getChannel(const char* name) const;
   [[nodiscard]] LayerAlias* _getLayer(const char* name) const;
   /// The layer of that name, unchanged, else a new one.
-  LayerAlias* _createLayer(const char* name, unsigned n, Channel::Type purpose, ChannelAlias* a, ChannelAlias* b,
-                           ChannelAlias* c, ChannelAlias* d);
-  /// A built-in channel of a fixed number, which may leave gaps. Null without a layer name, for numbers outside 1 to 1023 and,
-  /// with a line on standard error, once user channels exist.
-  ChannelAlias* createBuiltinChannel(const char* fullName, Channel channel, Channel position, Channel::Type type);
-  ChannelAlias* createBuiltinChannel(const char* layer, const char* subname, Channel channel, Channel position,
+  LayerAlias* _createLayer(const char* name, unsigned n, Channel::Type purpose, ChannelAlias* a,
+                           ChannelAlias* b, ChannelAlias* c, ChannelAlias* d);
+  /// A built-in channel of a fixed number, which may leave gaps. Null without a layer name, for
+  /// numbers outside 1 to 1023 and, with a line on standard error, once user channels exist.
+  ChannelAlias* createBuiltinChannel(const char* fullName, Channel channel, Channel position,
                                      Channel::Type type);
-  /// Puts a record into the slot of a number (1 to 1023; others change nothing) and writes the number into it.
+  ChannelAlias* createBuiltinChannel(const char* layer, const char* subname, Channel channel,
+                                     Channel position, Channel::Type type);
+  /// Puts a record into the slot of a number (1 to 1023; others change nothing) and writes the
+  /// number into it.
   void addChannelToMap(ChannelAlias* alias, Channel channel);
   /// Clears everything and calls `createBuiltins()`; what the constructor made does not come back.
   void resetToBuiltIn();
-  /// Lets go of all user records and takes numbering back to the end of the built-in ones. Both lists end up empty: built-in
-  /// records stay reachable by number alone.
+  /// Lets go of all user records and takes numbering back to the end of the built-in ones. Both
+  /// lists end up empty: built-in records stay reachable by number alone.
   void _clearUserChannels();
   /// Lets go of all records; numbering starts again at 1.
   void _clearAllChannels();
 
  private:
-  ChannelAlias* newChannel(const std::string& layer, const std::string& subname, Channel channel, unsigned position,
-                           Channel::Type type);
+  ChannelAlias* newChannel(const std::string& layer, const std::string& subname, Channel channel,
+                           unsigned position, Channel::Type type);
   LayerAlias* createVectorLayer(const char* name, const char* s, unsigned n, Channel::Type purpose);
   void adopt(const ChannelManager& other);
   template <class Record>
@@ -337,13 +364,15 @@ class VELA_API ChannelManager {
   LayerAlias* rgbaLayer_ = nullptr;
   LayerAlias* alphaLayer_ = nullptr;
 
-  // What this registry holds a share of. More than the lists show: clearing takes built-in records off the lists, and they live on.
+  // What this registry holds a share of. More than the lists show: clearing takes built-in records
+  // off the lists, and they live on.
   std::vector<LayerAlias*> heldLayers_;
   std::vector<ChannelAlias*> heldChannels_;
 };
 
-/// Parts a full channel name at its last dot, blanks (" \t\r\n") at both ends trimmed. Without a dot, or with none but the first
-/// character, the layer is empty and the sub-name is the whole name, untrimmed.
+/// Parts a full channel name at its last dot, blanks (" \t\r\n") at both ends trimmed. Without a
+/// dot, or with none but the first character, the layer is empty and the sub-name is the whole
+/// name, untrimmed.
 VELA_API void SplitChannelName(const std::string& full, std::string& layer, std::string& subname);
 
 /// name[position](type), as in `rgba.red[0](color-red)`.

@@ -79,15 +79,17 @@ std::string errorsOf(Work work) {
 
 void fill(ChannelManager& registry, int left) {
   for (int i = 0; registry.nAvailableChannelSlots() > left; ++i) {
-    ASSERT_NE(registry.createChannel("filler", std::to_string(i).c_str(), 0, Channel::data), nullptr);
+    ASSERT_NE(registry.createChannel("filler", std::to_string(i).c_str(), 0, Channel::data),
+              nullptr);
   }
 }
 
-// --- A fresh registry --------------------------------------------------------------------------------------------------
+// ---- A fresh registry
 
 TEST(ChannelManager, StartsWithFourChannelsAndThreeLayers) {
   const Registry registry;
-  EXPECT_EQ(names(registry), std::vector<std::string>({"rgba.red", "rgba.green", "rgba.blue", "rgba.alpha"}));
+  EXPECT_EQ(names(registry),
+            std::vector<std::string>({"rgba.red", "rgba.green", "rgba.blue", "rgba.alpha"}));
   EXPECT_EQ(layerNames(registry), std::vector<std::string>({"rgb", "rgba", "alpha"}));
   EXPECT_EQ(registry.nChannels(), 4u);
   EXPECT_EQ(registry.nLayers(), 3u);
@@ -103,7 +105,8 @@ TEST(ChannelManager, StartsWithFourChannelsAndThreeLayers) {
   EXPECT_EQ(registry.channelMap()[0], nullptr);
   for (std::size_t slot = 5; slot < 1024; ++slot) EXPECT_EQ(registry.channelMap()[slot], nullptr);
 
-  const Type types[] = {Channel::colorRed, Channel::colorGreen, Channel::colorBlue, Channel::colorAlpha};
+  const Type types[] = {Channel::colorRed, Channel::colorGreen, Channel::colorBlue,
+                        Channel::colorAlpha};
   for (int i = 0; i < 4; ++i) {
     const ChannelAlias* alias = registry.channel(Channel(i + 1));
     EXPECT_EQ(alias, registry.allChannels()[static_cast<std::size_t>(i)]);
@@ -180,11 +183,13 @@ TEST(ChannelManager, LookupsAreByExactNameInListOrder) {
   Registry registry;
   EXPECT_EQ(registry.getChannel("rgba.red"), registry.redChannel());
   EXPECT_EQ(registry._getChannel("rgba.red"), registry.redChannel());
-  for (const char* name : {"rgba.Red", "red", "", "rgba.red "}) EXPECT_EQ(registry.getChannel(name), nullptr) << name;
+  for (const char* name : {"rgba.Red", "red", "", "rgba.red "})
+    EXPECT_EQ(registry.getChannel(name), nullptr) << name;
   EXPECT_EQ(registry.getChannel(nullptr), nullptr);
   EXPECT_EQ(registry.getLayer("rgba"), registry.rgbaLayer());
   EXPECT_EQ(registry._getLayer("alpha"), registry.alphaLayer());
-  for (const char* name : {"RGBA", "", "rgba."}) EXPECT_EQ(registry.getLayer(name), nullptr) << name;
+  for (const char* name : {"RGBA", "", "rgba."})
+    EXPECT_EQ(registry.getLayer(name), nullptr) << name;
   EXPECT_EQ(registry.getLayer(nullptr), nullptr);
 
   ChannelAlias* first = registry.createChannel("a", "x", 0, Channel::data);
@@ -201,7 +206,7 @@ TEST(ChannelManager, TheBaseRemapsNothing) {
   EXPECT_FALSE(registry.isChannelRemappingEnabled());
 }
 
-// --- Creating channels -------------------------------------------------------------------------------------------------
+// ---- Creating channels
 
 TEST(ChannelManager, CreatingDepthZMakesItsLayer) {
   Registry registry;
@@ -261,7 +266,8 @@ TEST(ChannelManager, GivenTypesStand) {
   ChannelAlias* alias = registry.createChannel("a.red", Channel::mask, 0, false);
   EXPECT_EQ(alias->purpose(), Channel::mask);
   EXPECT_EQ(alias->position(), 0u);
-  EXPECT_EQ(registry.createChannel("a.unknown", Channel::auto_, 0, false)->purpose(), Channel::none);
+  EXPECT_EQ(registry.createChannel("a.unknown", Channel::auto_, 0, false)->purpose(),
+            Channel::none);
 }
 
 TEST(ChannelManager, DirectCreationTakesTypeAndPositionFromTheSubname) {
@@ -304,8 +310,13 @@ TEST(ChannelManager, TheLastNumberIsNeverHandedOut) {
   EXPECT_EQ(registry.firstUndefinedChannel(), 1023);
   EXPECT_EQ(registry.nAvailableChannelSlots(), 0);
   const char* const message = "Channel manager contains more than 1023 channels, ignoring\n";
-  EXPECT_EQ(errorsOf([&] { EXPECT_EQ(registry.createChannel("l", "y", 0, Channel::data), nullptr); }), message);
-  EXPECT_EQ(errorsOf([&] { EXPECT_EQ(registry.createChannel("m.y", Channel::auto_, 0, false), nullptr); }), message);
+  EXPECT_EQ(
+      errorsOf([&] { EXPECT_EQ(registry.createChannel("l", "y", 0, Channel::data), nullptr); }),
+      message);
+  EXPECT_EQ(errorsOf([&] {
+              EXPECT_EQ(registry.createChannel("m.y", Channel::auto_, 0, false), nullptr);
+            }),
+            message);
   EXPECT_EQ(registry.getLayer("m"), nullptr);
   EXPECT_EQ(registry.channel(Channel(1023)), nullptr);
   EXPECT_EQ(registry.nChannels(), 1022u);
@@ -315,9 +326,16 @@ TEST(ChannelManager, BuiltInChannelsAreRefusedAfterUserChannels) {
   Registry registry;
   registry.createChannel("a.x");
   const char* const warning =
-      "warning, attempting to add a built-in channel after user channels have been defined, channel ignored!\n";
-  EXPECT_EQ(errorsOf([&] { EXPECT_EQ(registry.createBuiltinChannel("b.x", 9, 0, Channel::data), nullptr); }), warning);
-  EXPECT_EQ(errorsOf([&] { EXPECT_EQ(registry.createBuiltinChannel("b", "x", 9, 0, Channel::data), nullptr); }), warning);
+      "warning, attempting to add a built-in channel after user channels have been defined, "
+      "channel ignored!\n";
+  EXPECT_EQ(errorsOf([&] {
+              EXPECT_EQ(registry.createBuiltinChannel("b.x", 9, 0, Channel::data), nullptr);
+            }),
+            warning);
+  EXPECT_EQ(errorsOf([&] {
+              EXPECT_EQ(registry.createBuiltinChannel("b", "x", 9, 0, Channel::data), nullptr);
+            }),
+            warning);
   EXPECT_EQ(registry.nBuiltInChannels(), 4);
 }
 
@@ -379,7 +397,7 @@ TEST(ChannelManager, AUserRecordInABuiltInSlotLeavesItWhenItGoes) {
   EXPECT_EQ(registry.channel(Channel(2)), nullptr);
 }
 
-// --- Records -----------------------------------------------------------------------------------------------------------
+// ---- Records
 
 TEST(ChannelAlias, SettersKeepWhatTheyAreGiven) {
   Registry registry;
@@ -517,7 +535,9 @@ TEST(LayerAlias, MembersFillTheFirstHole) {
 TEST(LayerAlias, TheFirstMemberFixesTheTypeAndLargerCompoundsReplaceIt) {
   Registry registry;
   LayerAlias* layer = registry.createLayer("l");
-  const auto add = [&](Type type, int n) { layer->add(registry.createChannel("l", "m", 0, type), n, false); };
+  const auto add = [&](Type type, int n) {
+    layer->add(registry.createChannel("l", "m", 0, type), n, false);
+  };
   add(Channel::dataDepth, 0);
   EXPECT_EQ(layer->purpose(), Channel::dataDepth);
   EXPECT_EQ(layer->valueType(), 23);
@@ -588,17 +608,18 @@ TEST(LayerAlias, ReplacingLeavesAnotherLayersChannelWithItsOwner) {
   EXPECT_EQ(registry.redChannel()->layer(), registry.rgbLayer());
 }
 
-// --- Creating layers ---------------------------------------------------------------------------------------------------
+// ---- Creating layers
 
 TEST(ChannelManager, LayersAreFoundOrMade) {
   Registry registry;
   EXPECT_EQ(registry.createLayer("rgb"), registry.rgbLayer());
   EXPECT_EQ(registry.createLayer(""), nullptr);
   EXPECT_EQ(registry.createLayer(nullptr), nullptr);
-  EXPECT_EQ(registry._createLayer(nullptr, 1, Channel::mask, nullptr, nullptr, nullptr, nullptr), nullptr);
+  EXPECT_EQ(registry._createLayer(nullptr, 1, Channel::mask, nullptr, nullptr, nullptr, nullptr),
+            nullptr);
   // Still in the built-in phase.
-  LayerAlias* layer =
-      registry.createLayer("l", 2, Channel::dataVec2, registry.redChannel(), registry.greenChannel(), nullptr, nullptr);
+  LayerAlias* layer = registry.createLayer("l", 2, Channel::dataVec2, registry.redChannel(),
+                                           registry.greenChannel(), nullptr, nullptr);
   EXPECT_EQ(registry.nBuiltInLayers(), 4);
   EXPECT_EQ(layer->size(), 2u);
   EXPECT_EQ(layer->valueType(), 33);
@@ -612,13 +633,16 @@ TEST(ChannelManager, LayersAreFoundOrMade) {
 
 TEST(ChannelManager, LayersTakeOnlyTheFirstMembersAndKeepHoles) {
   Registry registry;
-  LayerAlias* layer =
-      registry.createLayer("l", 3, Channel::color3, nullptr, registry.greenChannel(), nullptr, registry.alphaChannel());
+  LayerAlias* layer = registry.createLayer(
+      "l", 3, Channel::color3, nullptr, registry.greenChannel(), nullptr, registry.alphaChannel());
   EXPECT_EQ(layer->size(), 3u);
   EXPECT_EQ(layer->channel(0), 0);
   EXPECT_EQ(layer->channel(1), 2);
   EXPECT_EQ(layer->channelSet().size(), 1u);
-  EXPECT_EQ(registry.createLayer("m", UINT_MAX, Channel::color4, nullptr, nullptr, nullptr, nullptr)->size(), 4u);
+  EXPECT_EQ(
+      registry.createLayer("m", UINT_MAX, Channel::color4, nullptr, nullptr, nullptr, nullptr)
+          ->size(),
+      4u);
 }
 
 // KEEP(vector-last-first)
@@ -642,7 +666,9 @@ TEST(ChannelManager, VectorLayersNumberTheirMembersLastFirst) {
   EXPECT_EQ(n->purpose(), Channel::dataVec3);
 
   LayerAlias* q = registry.createVec4Layer("q", "abcd");
-  EXPECT_EQ(text(*q), "'q'(float4)[ q.a[0](data-vec-x) q.b[1](data-vec-y) q.c[2](data-vec-z) q.d[3](data-vec-w) ]");
+  EXPECT_EQ(
+      text(*q),
+      "'q'(float4)[ q.a[0](data-vec-x) q.b[1](data-vec-y) q.c[2](data-vec-z) q.d[3](data-vec-w) ]");
   EXPECT_EQ(q->channel(3), 10);
   EXPECT_EQ(q->channel(0), 13);
   EXPECT_EQ(q->purpose(), Channel::dataVec4);
@@ -718,7 +744,8 @@ TEST(ChannelManager, ColourLayersAreMadeOnlyWhenTheNumbersDoNotSuffice) {
   EXPECT_EQ(errorsOf([&] { four = registry.createColorLayer("c", "r", "g", "b", "a"); }),
             "Channel manager contains more than 1023 channels, ignoring\n");
   ASSERT_NE(four, nullptr);
-  EXPECT_EQ(text(*four), "'c'(color4f)[ <null> c.g[1](color-green) c.b[2](color-blue) c.a[3](color-alpha) ]");
+  EXPECT_EQ(text(*four),
+            "'c'(color4f)[ <null> c.g[1](color-green) c.b[2](color-blue) c.a[3](color-alpha) ]");
   EXPECT_EQ(four->purpose(), Channel::color4);
   EXPECT_EQ(four->channel(3), 1020);
   EXPECT_EQ(four->channel(2), 1021);
@@ -734,7 +761,7 @@ TEST(ChannelManager, ColourLayersAreMadeOnlyWhenTheNumbersDoNotSuffice) {
   EXPECT_EQ(three->purpose(), Channel::color3);
 }
 
-// --- Order -------------------------------------------------------------------------------------------------------------
+// ---- Order
 
 TEST(ChannelManager, ComponentsCompareHigherFirst) {
   Registry registry;
@@ -765,13 +792,15 @@ TEST(ChannelManager, SortingPutsLayersFirstAndLeavesBuiltInsAndNumbers) {
   registry.createVec3Layer("a", "xyz");                   // z 8, y 9, x 10
   registry.createChannel("B.x");                          // 11
   registry.sortChannels();
-  EXPECT_EQ(names(registry), std::vector<std::string>({"rgba.red", "rgba.green", "rgba.blue", "rgba.alpha", "B.x", "a.x", "a.y",
-                                                       "a.z", "b.x", "a.free", "z.free"}));
+  EXPECT_EQ(names(registry),
+            std::vector<std::string>({"rgba.red", "rgba.green", "rgba.blue", "rgba.alpha", "B.x",
+                                      "a.x", "a.y", "a.z", "b.x", "a.free", "z.free"}));
   EXPECT_STREQ(registry.getChannelName(Channel(8)), "a.z");
   EXPECT_EQ(registry.getChannel("a.z")->channel(), 8);
 
   registry.sortLayers();
-  EXPECT_EQ(layerNames(registry), std::vector<std::string>({"rgb", "rgba", "alpha", "B", "a", "b"}));
+  EXPECT_EQ(layerNames(registry),
+            std::vector<std::string>({"rgb", "rgba", "alpha", "B", "a", "b"}));
   EXPECT_EQ(registry.getLayer("b")->index(), 3);
   EXPECT_EQ(registry.getLayer("B")->index(), 5);
 }
@@ -790,10 +819,14 @@ TEST(ChannelManager, SortingIsTheBubbleSortOfItsRules) {
       layers.back()->setName(i < 2 ? "same" : i == 2 ? "after" : "before", nullptr);
     }
     for (int i = 0; i < 20; ++i) {
-      ChannelAlias* alias = registry.createChannel("c", std::to_string(below(30)).c_str(), 0, Channel::data);
-      if (below(4) != 0) layers[static_cast<std::size_t>(below(4))]->replace(static_cast<unsigned>(below(12)), alias);
+      ChannelAlias* alias =
+          registry.createChannel("c", std::to_string(below(30)).c_str(), 0, Channel::data);
+      if (below(4) != 0)
+        layers[static_cast<std::size_t>(below(4))]->replace(static_cast<unsigned>(below(12)),
+                                                            alias);
     }
-    std::vector<ChannelAlias*> expected(registry.allChannels().begin() + 4, registry.allChannels().end());
+    std::vector<ChannelAlias*> expected(registry.allChannels().begin() + 4,
+                                        registry.allChannels().end());
     for (bool swapped = true; swapped;) {
       swapped = false;
       for (std::size_t i = 0; i + 1 < expected.size(); ++i) {
@@ -822,7 +855,8 @@ TEST(ChannelManager, SortingIsTheBubbleSortOfItsRules) {
 TEST(ChannelManager, SortingAFullRegistryIsQuick) {
   Registry registry;
   for (int i = 0; registry.nAvailableChannelSlots() > 0; ++i) {
-    registry.createChannel(("layer" + std::to_string(1000 - i % 40) + "." + std::to_string(i)).c_str());
+    registry.createChannel(
+        ("layer" + std::to_string(1000 - i % 40) + "." + std::to_string(i)).c_str());
   }
   registry.sortChannels();
   registry.sortLayers();
@@ -830,7 +864,7 @@ TEST(ChannelManager, SortingAFullRegistryIsQuick) {
   EXPECT_EQ(registry.allChannels().back()->layer()->name(), "layer999");
 }
 
-// --- Clearing ----------------------------------------------------------------------------------------------------------
+// ---- Clearing
 
 TEST(ChannelManager, PublicClearingDoesNothing) {
   Registry registry;
@@ -896,9 +930,10 @@ TEST(ChannelManager, ClearingLeavesAHoleWhereAUserChannelJoinedABuiltInLayer) {
   EXPECT_EQ((*rgba)[4], nullptr);
   EXPECT_EQ((*rgba)[5], nullptr);
   EXPECT_EQ(rgba->channel(4), 0);
-  EXPECT_EQ(text(*rgba),
-            "'rgba'(color4f)[ rgba.red[0](color-red) rgba.green[1](color-green) rgba.blue[2](color-blue) "
-            "rgba.alpha[3](color-alpha) <null> <null> ]");
+  EXPECT_EQ(
+      text(*rgba),
+      "'rgba'(color4f)[ rgba.red[0](color-red) rgba.green[1](color-green) rgba.blue[2](color-blue) "
+      "rgba.alpha[3](color-alpha) <null> <null> ]");
   EXPECT_TRUE(rgba->channelSet() & Channel(5));  // never reduced
   rgba->add(registry.redChannel(), 0, false);
   EXPECT_EQ((*rgba)[4], registry.redChannel());
@@ -959,7 +994,7 @@ TEST(ChannelManager, ResettingMakesTheRegistrysOwnBuiltInsAlone) {
   EXPECT_EQ(base.nChannels(), 0u);
 }
 
-// --- Copies ------------------------------------------------------------------------------------------------------------
+// ---- Copies
 
 TEST(ChannelManager, CopiesShareTheirRecords) {
   Registry source;
@@ -1007,7 +1042,8 @@ TEST(ChannelManager, ClearingASourceLeavesItsCopyWhole) {
   const Registry copy(source);
   source._clearAllChannels();
   EXPECT_EQ(copy.nChannels(), 7u);
-  EXPECT_EQ(text(*copy.getLayer("n")), "'n'(float3)[ n.x[0](data-vec-x) n.y[1](data-vec-y) n.z[2](data-vec-z) ]");
+  EXPECT_EQ(text(*copy.getLayer("n")),
+            "'n'(float3)[ n.x[0](data-vec-x) n.y[1](data-vec-y) n.z[2](data-vec-z) ]");
   EXPECT_EQ(copy.redChannel()->context(), &copy);
 }
 
@@ -1052,19 +1088,22 @@ TEST(ChannelManager, ManyCopiesEndInAnyOrder) {
     registries.push_back(std::make_unique<Registry>());
     for (int step = 0; step < 60; ++step) {
       Registry& one = *registries[random() % registries.size()];
-      const std::string name = "l" + std::to_string(random() % 4) + ".c" + std::to_string(random() % 40);
+      const std::string name =
+          "l" + std::to_string(random() % 4) + ".c" + std::to_string(random() % 40);
       switch (random() % 7) {
         case 0: registries.push_back(std::make_unique<Registry>(one)); break;
         case 1: one = *registries[random() % registries.size()]; break;
         case 2:
-          if (registries.size() > 1) registries.erase(registries.begin() + static_cast<long>(random() % registries.size()));
+          if (registries.size() > 1)
+            registries.erase(registries.begin() + static_cast<long>(random() % registries.size()));
           break;
         case 3:
           if (random() % 4 == 0) one._clearUserChannels();
           break;
         case 4:
           if (one.redChannel() != nullptr && one.nLayers() > 0) {
-            one.allLayers()[random() % one.nLayers()]->replace(static_cast<unsigned>(random() % 6), one.redChannel());
+            one.allLayers()[random() % one.nLayers()]->replace(static_cast<unsigned>(random() % 6),
+                                                               one.redChannel());
           }
           break;
         default: one.createChannel(name.c_str()); break;
@@ -1072,20 +1111,21 @@ TEST(ChannelManager, ManyCopiesEndInAnyOrder) {
     }
     for (const auto& registry : registries) {
       for (const ChannelAlias* alias : registry->allChannels()) {
-        EXPECT_TRUE(
-            std::any_of(registries.begin(), registries.end(), [&](const auto& r) { return r.get() == alias->context(); }));
+        EXPECT_TRUE(std::any_of(registries.begin(), registries.end(),
+                                [&](const auto& r) { return r.get() == alias->context(); }));
         EXPECT_TRUE(alias->layer() == nullptr || !alias->layer()->name().empty());
       }
       for (const LayerAlias* layer : registry->allLayers()) {
         std::size_t members = 0;
-        for (unsigned i = 0; i < layer->size(); ++i) members += (*layer)[i] == nullptr || !(*layer)[i]->name().empty();
+        for (unsigned i = 0; i < layer->size(); ++i)
+          members += (*layer)[i] == nullptr || !(*layer)[i]->name().empty();
         EXPECT_EQ(members, layer->size());
       }
     }
   }
 }
 
-// --- Text --------------------------------------------------------------------------------------------------------------
+// ---- Text
 
 TEST(ChannelManager, AliasesAndLayersPrintThemselves) {
   Registry registry;
@@ -1107,8 +1147,10 @@ TEST(ChannelManager, TheDumpGoesToStandardOutput) {
   Registry registry;
   EXPECT_EQ(dump(registry, "> "),
             "> LayerAliases: nBuiltInLayers=3\n"
-            ">   0: 'rgb'(color3f)[ rgba.red[0](color-red) rgba.green[1](color-green) rgba.blue[2](color-blue) ]\n"
-            ">   1: 'rgba'(color4f)[ rgba.red[0](color-red) rgba.green[1](color-green) rgba.blue[2](color-blue) "
+            ">   0: 'rgb'(color3f)[ rgba.red[0](color-red) rgba.green[1](color-green) "
+            "rgba.blue[2](color-blue) ]\n"
+            ">   1: 'rgba'(color4f)[ rgba.red[0](color-red) rgba.green[1](color-green) "
+            "rgba.blue[2](color-blue) "
             "rgba.alpha[3](color-alpha) ]\n"
             ">   2: 'alpha'(float)[ rgba.alpha[3](color-alpha) ]\n"
             "> ChannelAliases: nBuiltInChannels=4\n"
@@ -1130,11 +1172,15 @@ TEST(ChannelManager, TheDumpMarksUserEntriesAndGaps) {
   registry.createBuiltinChannel("b.x", 6, 0, Channel::mask);
   registry.createChannel("depth.Z");
   const std::string out = dump(registry);
-  EXPECT_NE(out.find("\n  3: 'depth'(float3)[ depth.Z[0](data-vec-z) ] *\n"), std::string::npos) << out;
-  EXPECT_NE(out.find("\n  4: b.x[0](mask)\n  5: depth.Z[0](data-vec-z) *\n"), std::string::npos) << out;
-  EXPECT_NE(out.find("\n  slot 5: <unassigned>\n  slot 6: b.x[0](mask)\n  slot 7: depth.Z[0](data-vec-z) *\n"
-                     "    lastBuiltinChannel=6, firstUndefinedChannel=8\n"),
-            std::string::npos)
+  EXPECT_NE(out.find("\n  3: 'depth'(float3)[ depth.Z[0](data-vec-z) ] *\n"), std::string::npos)
+      << out;
+  EXPECT_NE(out.find("\n  4: b.x[0](mask)\n  5: depth.Z[0](data-vec-z) *\n"), std::string::npos)
+      << out;
+  EXPECT_NE(
+      out.find(
+          "\n  slot 5: <unassigned>\n  slot 6: b.x[0](mask)\n  slot 7: depth.Z[0](data-vec-z) *\n"
+          "    lastBuiltinChannel=6, firstUndefinedChannel=8\n"),
+      std::string::npos)
       << out;
 }
 
@@ -1154,7 +1200,7 @@ TEST(ChannelManager, TheDumpOfAClearedRegistryShowsTheSlotsAlone) {
             "    lastBuiltinChannel=4, firstUndefinedChannel=5\n");
 }
 
-// --- Names -------------------------------------------------------------------------------------------------------------
+// ---- Names
 
 TEST(SplitChannelName, PartsAtTheLastDot) {
   struct Case {

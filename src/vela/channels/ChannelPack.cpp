@@ -13,20 +13,24 @@ void ChannelPack::add(Channel channel, bool unique) noexcept {
 }
 
 void ChannelPack::add(const ChannelSet& channels, bool unique) noexcept {
-  // A set names no channel twice, so only what the pack had before can repeat: registry numbers are looked up in a table,
-  // larger ones by a scan, and neither needs storage that a large number could blow up.
+  // A set names no channel twice, so only what the pack had before can repeat: registry numbers are
+  // looked up in a table, larger ones by a scan, and neither needs storage that a large number
+  // could blow up.
   const Channel* const newEnd = end();
   std::bitset<kCapacity> present;
   if (unique) {
     for (const Channel c : *this) {
-      if (c.index() > 0 && static_cast<std::size_t>(c.index()) < kCapacity) present.set(static_cast<std::size_t>(c.index()));
+      if (c.index() > 0 && static_cast<std::size_t>(c.index()) < kCapacity)
+        present.set(static_cast<std::size_t>(c.index()));
     }
   }
   for (const Channel c : channels) {
     if (count_ == kCapacity) return;
     const std::size_t index = static_cast<std::size_t>(c.index());
     const bool repeated =
-        unique && (index < kCapacity ? present[index] : std::find(static_cast<const Channel*>(begin()), newEnd, c) != newEnd);
+        unique &&
+        (index < kCapacity ? present[index]
+                           : std::find(static_cast<const Channel*>(begin()), newEnd, c) != newEnd);
     if (!repeated) append(c);
   }
 }

@@ -2,20 +2,20 @@
 /// An ordered list of channels with a fixed place for 1024 of them.
 #pragma once
 
-#include "vela/Api.h"
-#include "vela/channels/Channel.h"
-#include "vela/channels/ChannelSet.h"
-
 #include <array>
 #include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <iosfwd>
 
+#include "vela/Api.h"
+#include "vela/channels/Channel.h"
+#include "vela/channels/ChannelSet.h"
+
 namespace vela {
 
-/// Up to 1024 channels in the order in which they were added; what is added to a full pack is ignored.
-/// A plain value without heap storage; const calls are safe from several threads.
+/// Up to 1024 channels in the order in which they were added; what is added to a full pack is
+/// ignored. A plain value without heap storage; const calls are safe from several threads.
 class VELA_API ChannelPack {
  public:
   static constexpr std::size_t kCapacity = 1024;
@@ -31,7 +31,8 @@ class VELA_API ChannelPack {
   }
 
   /// Appends a channel.
-  /// \param unique  true: only a channel above 0 that the pack does not have yet; false: unconditionally
+  /// \param unique  true: only a channel above 0 that the pack does not have yet; false:
+  ///                unconditionally
   void add(Channel channel, bool unique) noexcept;
   /// Appends a set's channels in ascending order, each under the rule of `add(Channel, unique)`.
   void add(const ChannelSet& channels, bool unique) noexcept;
@@ -64,9 +65,13 @@ class VELA_API ChannelPack {
     return entries_[place];
   }
   /// The entry at a place; channel 0 from 1024 on.
-  [[nodiscard]] Channel operator[](unsigned place) const noexcept { return place < kCapacity ? entries_[place] : Channel(0); }
+  [[nodiscard]] Channel operator[](unsigned place) const noexcept {
+    return place < kCapacity ? entries_[place] : Channel(0);
+  }
   /// The set of the entries, of the default registry.
-  operator ChannelSet() const { return ChannelSet(entries_.data(), static_cast<int>(count_)); }  // NOLINT: packs are sets
+  operator ChannelSet() const {
+    return ChannelSet(entries_.data(), static_cast<int>(count_));
+  }  // NOLINT: packs are sets
 
  private:
   void append(Channel channel) noexcept {
@@ -77,9 +82,11 @@ class VELA_API ChannelPack {
   std::uint32_t count_ = 0;
 };
 
-static_assert(sizeof(ChannelPack) == 1024 * 4 + 4, "1024 numbers, then how many of them are in use");
+static_assert(sizeof(ChannelPack) == 1024 * 4 + 4,
+              "1024 numbers, then how many of them are in use");
 
-/// "none" for an empty pack, else the numbers in pack order, separated by ", ". The stream's base is not used.
+/// "none" for an empty pack, else the numbers in pack order, separated by ", ". The stream's base
+/// is not used.
 VELA_API std::ostream& operator<<(std::ostream& out, const ChannelPack& pack);
 
 }  // namespace vela

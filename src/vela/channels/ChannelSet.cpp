@@ -1,13 +1,13 @@
 #include "vela/channels/ChannelSet.h"
 
-#include "vela/channels/ChannelManager.h"
-#include "vela/channels/DefaultChannelManager.h"
-
 #include <algorithm>
 #include <cstring>
 #include <new>
 #include <ostream>
 #include <string>
+
+#include "vela/channels/ChannelManager.h"
+#include "vela/channels/DefaultChannelManager.h"
 
 namespace vela {
 namespace {
@@ -20,8 +20,9 @@ constexpr std::size_t kTableWords = 8;  // the table of jumps that lies in front
 // How many words are stored for an extension of n: whole pairs.
 std::size_t storedWords(Word n) { return (std::size_t{n} + 1) & ~std::size_t{1}; }
 
-// n words of heap storage behind an unfilled table. Zeros come from calloc: pages that nobody writes to are never touched, so
-// that a set of one enormous channel costs address space more than memory.
+// n words of heap storage behind an unfilled table. Zeros come from calloc: pages that nobody
+// writes to are never touched, so that a set of one enormous channel costs address space more than
+// memory.
 Word* allocateWords(Word n, bool zeroed) {
   const std::size_t bytes = (kTableWords + storedWords(n)) * sizeof(Word);
   void* block = zeroed ? std::calloc(1, bytes) : std::malloc(bytes);
@@ -29,9 +30,9 @@ Word* allocateWords(Word n, bool zeroed) {
   return static_cast<Word*>(block) + kTableWords;
 }
 
-// a[i] = op(a[i], b[i]) for 1 <= i < n: the header word stays out of it. Words 1 to 3 go alone, so that the blocks after them
-// are aligned on the heap, and so that each word is always stored and loaded in the same piece: a block loaded over freshly
-// stored single words would wait for them.
+// a[i] = op(a[i], b[i]) for 1 <= i < n: the header word stays out of it. Words 1 to 3 go alone, so
+// that the blocks after them are aligned on the heap, and so that each word is always stored and
+// loaded in the same piece: a block loaded over freshly stored single words would wait for them.
 template <class Op>
 inline void combineWords(Word* a, const Word* b, Word n, Op op) {
   using Block = Word __attribute__((vector_size(16)));
@@ -49,7 +50,7 @@ inline void combineWords(Word* a, const Word* b, Word n, Op op) {
 
 }  // namespace
 
-// --- Storage -----------------------------------------------------------------------------------------------------------
+// ---- Storage
 
 void ChannelSet::copyExtension(const ChannelSet& other) {
   const Word n = other.words_;
@@ -60,7 +61,8 @@ void ChannelSet::copyExtension(const ChannelSet& other) {
     words_ = n;
   }
   const std::size_t inFront = n == 2 ? 0 : kTableWords;
-  std::memcpy(extension_ - inFront, other.extension_ - inFront, (inFront + storedWords(n)) * sizeof(Word));
+  std::memcpy(extension_ - inFront, other.extension_ - inFront,
+              (inFront + storedWords(n)) * sizeof(Word));
 }
 
 void ChannelSet::fillTable() noexcept {
@@ -81,7 +83,8 @@ void ChannelSet::extend(std::uint32_t n) {
   const bool ones = all();
   Word* words = n == 2 ? inline_ : allocateWords(n, !ones);
   if (n == 2) words[1] = 0;
-  if (extension_ != nullptr) std::memcpy(words + 1, extension_ + 1, std::size_t{before - 1} * sizeof(Word));
+  if (extension_ != nullptr)
+    std::memcpy(words + 1, extension_ + 1, std::size_t{before - 1} * sizeof(Word));
   if (ones) {
     std::fill(words + before, words + n, kOnes);
     std::fill(words + n, words + storedWords(n), 0u);
@@ -132,7 +135,7 @@ void ChannelSet::swap(ChannelSet& other) noexcept {
   if (inlineHere) other.extension_ = other.inline_;
 }
 
-// --- Single channels ---------------------------------------------------------------------------------------------------
+// ---- Single channels
 
 void ChannelSet::assignChannel(Channel channel) {
   if (channel.index() < 32) {
@@ -180,7 +183,8 @@ void ChannelSet::eraseHigh(unsigned c) {
     const std::int16_t channel = static_cast<std::int16_t>(c);
     const std::uint64_t rest = pair(c >> 6);
     const std::int16_t next =
-        rest != 0 ? static_cast<std::int16_t>(static_cast<int>(c & ~63u) + lowestBit(rest)) : entries[c >> 6];
+        rest != 0 ? static_cast<std::int16_t>(static_cast<int>(c & ~63u) + lowestBit(rest))
+                  : entries[c >> 6];
     for (Word j = c >> 6; j-- > 0 && entries[j] == channel;) entries[j] = next;
   }
   if (extension_[i] == 0) autoTruncate();
@@ -218,7 +222,7 @@ bool ChannelSet::operator==(Channel channel) const noexcept {
   return std::all_of(extension_ + 1, extension_ + n - 1, [](Word word) { return word == 0; });
 }
 
-// --- Sets --------------------------------------------------------------------------------------------------------------
+// ---- Sets
 
 void ChannelSet::uniteWords(const ChannelSet& other) noexcept {
   if (hasTable()) uniteTables(tableOf(extension_), tableOf(other.extension_));
@@ -227,7 +231,8 @@ void ChannelSet::uniteWords(const ChannelSet& other) noexcept {
 
 void ChannelSet::unite(const ChannelSet& other) {
   if (this == &other) return;
-  // KEEP(union-with-all-cuts): beyond the shorter extension everything counts as a member, also what `other` leaves out.
+  // KEEP(union-with-all-cuts): beyond the shorter extension everything counts as a member, also
+  // what `other` leaves out.
   if (other.all()) {
     truncate(other.words_);
   } else if (!all()) {
@@ -235,7 +240,8 @@ void ChannelSet::unite(const ChannelSet& other) {
   }
   mask_ |= other.mask_;
   if (extension_ != nullptr && other.extension_ != nullptr) {
-    combineWords(extension_, other.extension_, std::min(words_, other.words_), [](auto a, auto b) { return a | b; });
+    combineWords(extension_, other.extension_, std::min(words_, other.words_),
+                 [](auto a, auto b) { return a | b; });
   }
   settle();
 }
@@ -245,7 +251,8 @@ ChannelSet& ChannelSet::operator-=(const ChannelSet& other) {
     clear();
     return *this;
   }
-  // KEEP(difference-of-alls-cuts): what `other` leaves out beyond this set's words is not found again.
+  // KEEP(difference-of-alls-cuts): what `other` leaves out beyond this set's words is not found
+  // again.
   if (other.all()) {
     truncate(other.words_);
   } else if (all()) {
@@ -253,7 +260,8 @@ ChannelSet& ChannelSet::operator-=(const ChannelSet& other) {
   }
   mask_ &= ~other.mask_;
   if (extension_ != nullptr && other.extension_ != nullptr) {
-    combineWords(extension_, other.extension_, std::min(words_, other.words_), [](auto a, auto b) { return a & ~b; });
+    combineWords(extension_, other.extension_, std::min(words_, other.words_),
+                 [](auto a, auto b) { return a & ~b; });
   }
   settle();
   return *this;
@@ -287,14 +295,17 @@ bool ChannelSet::operator&(const ChannelSet& other) const noexcept {
     if ((extension_[i] & other.extension_[i]) != 0) return true;
   }
   const auto notZero = [](Word word) { return word != 0; };
-  if (other.all() && here > common) return std::any_of(extension_ + common, extension_ + here, notZero);
-  if (all() && there > common) return std::any_of(other.extension_ + common, other.extension_ + there, notZero);
+  if (other.all() && here > common)
+    return std::any_of(extension_ + common, extension_ + here, notZero);
+  if (all() && there > common)
+    return std::any_of(other.extension_ + common, other.extension_ + there, notZero);
   return false;
 }
 
 bool ChannelSet::contains(const ChannelSet& other) const noexcept {
   if ((other.mask_ & ~mask_) != 0) return false;
-  // KEEP(all-contains-every-set): the all flag answers before the words are read; callers rely on it.
+  // KEEP(all-contains-every-set): the all flag answers before the words are read; callers rely on
+  // it.
   if (all()) return true;
   const Word here = words_, there = other.words_;
   for (Word i = 1; i < there; ++i) {
@@ -319,10 +330,11 @@ bool ChannelSet::operator<(const ChannelSet& other) const noexcept {
   return false;
 }
 
-// --- Queries -----------------------------------------------------------------------------------------------------------
+// ---- Queries
 
 std::size_t ChannelSet::size() const noexcept {
-  // KEEP(all-flag-counts-one): channel 32 can stand in the mask and in word 1, and then counts twice.
+  // KEEP(all-flag-counts-one): channel 32 can stand in the mask and in word 1, and then counts
+  // twice.
   int bits = __builtin_popcount(mask_);
   std::size_t total = static_cast<std::size_t>(bits);
   for (Word i = 1; i < words_; ++i) {
@@ -360,9 +372,11 @@ void ChannelSet::append(tarn::Hash& hash) const {
   for (Word i = 1; i < words_; ++i) hash.append(extension_[i]);
 }
 
-// --- Registry ----------------------------------------------------------------------------------------------------------
+// ---- Registry
 
-ChannelManager* ChannelSet::context() const { return context_ != nullptr ? context_ : DefaultChannelManager(); }
+ChannelManager* ChannelSet::context() const {
+  return context_ != nullptr ? context_ : DefaultChannelManager();
+}
 
 void ChannelSet::changeContext(ChannelManager* context) {
   ChannelManager* const target = context != nullptr ? context : DefaultChannelManager();

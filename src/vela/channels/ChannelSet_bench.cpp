@@ -1,11 +1,13 @@
-// Sets of channels beside std::bitset<1024>, CRoaring and std::set: the same channels, the same questions, one process.
+// Sets of channels beside std::bitset<1024>, CRoaring and std::set: the same channels, the same
+// questions, one process.
 //
-// The argument of a case is the number of channels in the set, spread over 1 to 1023 (31: channels 1 to 31 alone). Walks
-// are measured over one set again and again, where processors learn its branches by heart, and over 64 sets in turn, where
-// they cannot. std::bitset has no walk backwards.
-#include "vela/channels/ChannelSet.h"
-
+// The argument of a case is the number of channels in the set, spread over 1 to 1023 (31: channels
+// 1 to 31 alone). Walks are measured over one set again and again, where processors learn its
+// branches by heart, and over 64 sets in turn, where they cannot. std::bitset has no walk
+// backwards.
 #include <benchmark/benchmark.h>
+
+#include "vela/channels/ChannelSet.h"
 
 #ifdef VELA_HAVE_ROARING
 #include <roaring/roaring.hh>
@@ -58,7 +60,9 @@ bool has(const std::set<int>& set, int c) { return set.count(c) != 0; }
 
 void unite(ChannelSet& set, const ChannelSet& other) { set += other; }
 void unite(Bits& set, const Bits& other) { set |= other; }
-void unite(std::set<int>& set, const std::set<int>& other) { set.insert(other.begin(), other.end()); }
+void unite(std::set<int>& set, const std::set<int>& other) {
+  set.insert(other.begin(), other.end());
+}
 
 unsigned walk(const ChannelSet& set) {
   unsigned sum = 0;
@@ -77,7 +81,8 @@ unsigned walkBack(const ChannelSet& set) {
 }
 unsigned walk(const Bits& set) {
   unsigned sum = 0;
-  for (std::size_t c = set._Find_first(); c < set.size(); c = set._Find_next(c)) sum += static_cast<unsigned>(c);
+  for (std::size_t c = set._Find_first(); c < set.size(); c = set._Find_next(c))
+    sum += static_cast<unsigned>(c);
   return sum;
 }
 unsigned walk(const std::set<int>& set) {
@@ -145,7 +150,8 @@ void unionInPlace(benchmark::State& state) {
 template <class Set, class Walk>
 void measureWalk(benchmark::State& state, unsigned sets, Walk walkThrough) {
   std::vector<Set> all;
-  for (unsigned seed = 1; seed <= sets; ++seed) all.push_back(make<Set>(channelsOf(state.range(0), seed)));
+  for (unsigned seed = 1; seed <= sets; ++seed)
+    all.push_back(make<Set>(channelsOf(state.range(0), seed)));
   for (auto _ : state) {
     for (Set& set : all) {
       benchmark::DoNotOptimize(set);

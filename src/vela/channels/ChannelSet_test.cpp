@@ -1,8 +1,5 @@
 #include "vela/channels/ChannelSet.h"
 
-#include "vela/channels/ChannelManager.h"
-#include "vela/channels/DefaultChannelManager.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -18,6 +15,9 @@
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include "vela/channels/ChannelManager.h"
+#include "vela/channels/DefaultChannelManager.h"
 
 using vela::Channel;
 using vela::ChannelSet;
@@ -77,7 +77,7 @@ std::uint64_t hashOfWords(const std::vector<std::uint32_t>& words) {
   return hash.value();
 }
 
-// --- Construction and assignment ---------------------------------------------------------------------------------------
+// ---- Construction and assignment
 
 TEST(ChannelSet, StartsEmpty) {
   const ChannelSet set;
@@ -228,7 +228,7 @@ TEST(ChannelSet, ClearEmptiesEveryKindOfStorage) {
   }
 }
 
-// --- Storage -----------------------------------------------------------------------------------------------------------
+// ---- Storage
 
 TEST(ChannelSet, GrowsToTheHighestChannelAndDropsWhatSaysNothing) {
   ChannelSet set;
@@ -321,7 +321,7 @@ TEST(ChannelSet, IntersectionWithAChannelLeavesItOrNothing) {
   }
 }
 
-// --- Membership and comparison -----------------------------------------------------------------------------------------
+// ---- Membership and comparison
 
 TEST(ChannelSet, MasksAreAskedOfTheMaskWord) {
   const ChannelSet set = setOf({1, 3, 40});
@@ -390,7 +390,7 @@ TEST(ChannelSet, IntersectionIsFoundInEveryPart) {
   EXPECT_FALSE(ChannelSet() & ChannelSet(0xFFFFFFFFu));
 }
 
-// --- Where the steps are not the plain algebra of sets -----------------------------------------------------------------
+// ---- Where the steps are not the plain algebra of sets
 
 // KEEP(union-with-all-cuts)
 TEST(ChannelSet, UnionWithAllButSomeCutsToTheShorterExtension) {
@@ -442,7 +442,8 @@ TEST(ChannelSet, TheAllFlagCountsBesideChannelThirtyTwo) {
 }
 
 TEST(ChannelSet, TheAllFlagIteratesAsThirtyTwoFromTheMaskWord) {
-  // Channel 32 removed: not a member, and not reached from 31, whose successor is looked for in word 1 ...
+  // Channel 32 removed: not a member, and not reached from 31, whose successor is looked for in
+  // word 1 ...
   ChannelSet set = allBut({32});
   EXPECT_FALSE(set & Channel(32));
   EXPECT_TRUE(set & Channel(33));
@@ -458,7 +459,7 @@ TEST(ChannelSet, TheAllFlagIteratesAsThirtyTwoFromTheMaskWord) {
   EXPECT_EQ(set.previous(Channel(33)), 0);
 }
 
-// --- Iteration ---------------------------------------------------------------------------------------------------------
+// ---- Iteration
 
 TEST(ChannelSet, IterationStartsAnywhere) {
   const ChannelSet set = setOf({2, 5, 31, 32, 63, 64, 200});
@@ -511,7 +512,7 @@ TEST(ChannelSet, BackwardsFromBeyondTheStoredWordsStartsAtTheLast) {
   EXPECT_EQ(ChannelSet().previous(Channel(33)), 0);
 }
 
-// --- Registries --------------------------------------------------------------------------------------------------------
+// ---- Registries
 
 // KEEP(copies-take-no-context)
 TEST(ChannelSet, CopiesAndAssignmentsLeaveTheRegistryBehind) {
@@ -538,7 +539,8 @@ TEST(ChannelSet, CopiesAndAssignmentsLeaveTheRegistryBehind) {
 
 TEST(ChannelSet, NoRegistryMeansTheDefaultOne) {
   EXPECT_EQ(ChannelSet().context(), vela::DefaultChannelManager());
-  EXPECT_EQ(ChannelSet(static_cast<vela::ChannelManager*>(nullptr)).context(), vela::DefaultChannelManager());
+  EXPECT_EQ(ChannelSet(static_cast<vela::ChannelManager*>(nullptr)).context(),
+            vela::DefaultChannelManager());
   EXPECT_EQ(ChannelSet(0x3u).context(), vela::DefaultChannelManager());
   EXPECT_EQ(ChannelSet(Channel(3)).context(), vela::DefaultChannelManager());
 }
@@ -585,7 +587,7 @@ TEST(ChannelSet, SwapExchangesTheRegistriesToo) {
   EXPECT_TRUE(b == Channel(40));
 }
 
-// --- Text --------------------------------------------------------------------------------------------------------------
+// ---- Text
 
 TEST(ChannelSet, PrintsColoursByName) {
   EXPECT_EQ(text(setOf({1, 2, 3, 4})), "rgba");
@@ -634,7 +636,7 @@ TEST(ChannelSet, PrintsInDecimalWhateverTheBase) {
   EXPECT_EQ(out.str(), "100,200");
 }
 
-// --- Hash --------------------------------------------------------------------------------------------------------------
+// ---- Hash
 
 TEST(ChannelSet, HashesTheMaskAndTheWordsWithoutTheirLength) {
   EXPECT_EQ(hashOf(ChannelSet()), hashOfWords({0}));
@@ -642,7 +644,7 @@ TEST(ChannelSet, HashesTheMaskAndTheWordsWithoutTheirLength) {
   EXPECT_EQ(hashOf(setOf({1, 32, 63, 64})), hashOfWords({1, 0x80000001u, 1}));
 }
 
-// --- Large numbers -----------------------------------------------------------------------------------------------------
+// ---- Large numbers
 
 TEST(ChannelSet, TheLargestChannelIsAnOrdinaryMember) {
   ChannelSet set((Channel(INT_MAX)));
@@ -674,17 +676,20 @@ TEST(ChannelSet, UnionAndDifferenceWithItself) {
   EXPECT_TRUE(all.empty());
 }
 
-// --- A plain model -----------------------------------------------------------------------------------------------------
+// ---- A plain model
 
-// The channels 1 to kTop - 1 as a table of truths, and one truth for everything above. The number of stored words is kept
-// beside it: it says where a set's iteration, order and equality end, and nothing about who is a member.
+// The channels 1 to kTop - 1 as a table of truths, and one truth for everything above. The number
+// of stored words is kept beside it: it says where a set's iteration, order and equality end, and
+// nothing about who is a member.
 struct Model {
   static constexpr int kTop = 192;
   std::array<bool, kTop> member{};
   bool above = false;
   int words = 1;
 
-  bool has(int c) const { return c > 0 && (c < kTop ? member[static_cast<std::size_t>(c)] : above); }
+  bool has(int c) const {
+    return c > 0 && (c < kTop ? member[static_cast<std::size_t>(c)] : above);
+  }
   void put(int c, bool value) {
     if (c > 0) member[static_cast<std::size_t>(c)] = value;
   }
@@ -712,7 +717,8 @@ struct Model {
     }
     return out;
   }
-  // The members that iteration runs over: those of the stored words, channel 32 standing for the all flag without words.
+  // The members that iteration runs over: those of the stored words, channel 32 standing for the
+  // all flag without words.
   Numbers iterated() const {
     Numbers out;
     for (int c = 1; c < 32 * words; ++c) {
@@ -727,10 +733,16 @@ struct Model {
 std::string modelText(const Model& model) {
   if (model.above) return "all";
   static const std::map<int, std::pair<std::string, Numbers>> kLayerOf = [] {
-    const std::vector<std::pair<std::string, Numbers>> layers = {
-        {"depth", {5}},           {"motion", {6, 7, 8, 9}},   {"deep", {16, 17}},        {"mask", {14}},
-        {"rotopaint_mask", {15}}, {"mask_planartrack", {18}}, {"mask_splinewarp", {19}}, {"sample", {20}},
-        {"cutout", {21, 22}},     {"rgb", {1, 2, 3}}};
+    const std::vector<std::pair<std::string, Numbers>> layers = {{"depth", {5}},
+                                                                 {"motion", {6, 7, 8, 9}},
+                                                                 {"deep", {16, 17}},
+                                                                 {"mask", {14}},
+                                                                 {"rotopaint_mask", {15}},
+                                                                 {"mask_planartrack", {18}},
+                                                                 {"mask_splinewarp", {19}},
+                                                                 {"sample", {20}},
+                                                                 {"cutout", {21, 22}},
+                                                                 {"rgb", {1, 2, 3}}};
     std::map<int, std::pair<std::string, Numbers>> of;
     for (const auto& layer : layers) {
       for (int c : layer.second) of[c] = layer;
@@ -749,7 +761,8 @@ std::string modelText(const Model& model) {
       out += model.has(4) ? "rgba" : "rgb";
       named = {1, 2, 3, 4};
     } else if (entry != kLayerOf.end() &&
-               std::all_of(entry->second.second.begin(), entry->second.second.end(), [&](int m) { return model.has(m); })) {
+               std::all_of(entry->second.second.begin(), entry->second.second.end(),
+                           [&](int m) { return model.has(m); })) {
       out += entry->second.first;
       named = entry->second.second;
     } else {
@@ -777,7 +790,9 @@ class Draw {
     z = (z ^ (z >> 27)) * 0x94D049BB133111EBu;
     return static_cast<std::uint32_t>((z ^ (z >> 31)) >> 32);
   }
-  int below(int n) { return static_cast<int>((std::uint64_t{bits()} * static_cast<std::uint32_t>(n)) >> 32); }
+  int below(int n) {
+    return static_cast<int>((std::uint64_t{bits()} * static_cast<std::uint32_t>(n)) >> 32);
+  }
   // Mostly low channels, often those at the ends of words, sometimes none at all.
   int channel() {
     switch (below(8)) {
@@ -841,9 +856,15 @@ bool change(Draw& draw, Pair& p, const Pair& q) {
       const bool flag = (mask & 0x80000000u) != 0;
       for (int i = 1; i < 32; ++i) {
         const bool in = ((mask >> (i - 1)) & 1u) != 0;
-        m.put(i, kind == 0 ? m.has(i) || in : kind == 1 ? m.has(i) && !in : kind == 2 ? m.has(i) && in : in);
+        m.put(i, kind == 0   ? m.has(i) || in
+                 : kind == 1 ? m.has(i) && !in
+                 : kind == 2 ? m.has(i) && in
+                             : in);
       }
-      const bool above = kind == 0 ? m.above || flag : kind == 1 ? m.above && !flag : kind == 2 ? m.above && flag : flag;
+      const bool above = kind == 0   ? m.above || flag
+                         : kind == 1 ? m.above && !flag
+                         : kind == 2 ? m.above && flag
+                                     : flag;
       const int from = kind >= 2 ? 32 : 32 * m.words;
       m.above = above;
       for (int i = from; i < Model::kTop; ++i) m.put(i, above);
@@ -933,18 +954,22 @@ std::string differences(const Pair& p, bool withText) {
     if ((p.set & c) != m.has(c)) out += " member " + std::to_string(c);
   }
 
-  // Iteration, unless channel 32 is missing under the all flag: there the mask word answers for it, see above.
+  // Iteration, unless channel 32 is missing under the all flag: there the mask word answers for it,
+  // see above.
   if (!m.above || m.words == 1 || m.has(32)) {
     const Numbers expected = m.iterated();
     std::size_t i = 0;
     bool same = true;
-    for (Channel c = p.set.first(); c; c = p.set.next(c)) same = same && i < expected.size() && expected[i++] == c;
+    for (Channel c = p.set.first(); c; c = p.set.next(c))
+      same = same && i < expected.size() && expected[i++] == c;
     if (!same || i != expected.size()) out += " forwards";
     if (ranged(p.set) != expected) out += " range";
-    for (Channel c = p.set.last(); c; c = p.set.previous(c)) same = same && i > 0 && expected[--i] == c;
+    for (Channel c = p.set.last(); c; c = p.set.previous(c))
+      same = same && i > 0 && expected[--i] == c;
     if (!same || i != 0) out += " backwards";
   }
-  if (withText && text(p.set) != modelText(m)) out += " text " + text(p.set) + " not " + modelText(m);
+  if (withText && text(p.set) != modelText(m))
+    out += " text " + text(p.set) + " not " + modelText(m);
   return out;
 }
 
@@ -964,12 +989,14 @@ std::string differences(const Pair& p, const Pair& q) {
   covered = covered && (p.model.above || !q.model.above);
   if ((p.set & q.set) != common) out += " intersects";
   if (!p.model.above && p.set.contains(q.set) != covered) out += " contains";
-  if (p.model.above && p.set.contains(q.set) != ((b[0] & ~a[0]) == 0)) out += " contains under the all flag";
+  if (p.model.above && p.set.contains(q.set) != ((b[0] & ~a[0]) == 0))
+    out += " contains under the all flag";
   return out;
 }
 
-// Walks jump over empty stretches by a table that every change of a set keeps. Here all of them are mixed, over sets with and
-// without the all flag and of every length, and each walk is held against asking for one channel after the other.
+// Walks jump over empty stretches by a table that every change of a set keeps. Here all of them are
+// mixed, over sets with and without the all flag and of every length, and each walk is held against
+// asking for one channel after the other.
 TEST(ChannelSetModel, WalksMeetWhatMembershipSays) {
   const std::uint64_t seed = std::random_device{}();
   SCOPED_TRACE("seed " + std::to_string(seed));
@@ -998,7 +1025,8 @@ TEST(ChannelSetModel, WalksMeetWhatMembershipSays) {
       default: set += channel; break;
     }
 
-    // As far as the stored words go; what the all flag says of channel 32 depends on where a walk comes from.
+    // As far as the stored words go; what the all flag says of channel 32 depends on where a walk
+    // comes from.
     const int last = set.last();
     Numbers up, down;
     for (int c = 1; c <= last; ++c) {
@@ -1027,7 +1055,8 @@ TEST(ChannelSetModel, AMillionRandomSequencesAgreeWithAPlainModel) {
     for (int step = 0; step < steps; ++step) {
       if (!change(draw, p, q)) ++left;
       const int probe = draw.channel();
-      ASSERT_EQ(p.set & Channel(probe), p.model.has(probe)) << "channel " << probe << " in sequence " << sequence;
+      ASSERT_EQ(p.set & Channel(probe), p.model.has(probe))
+          << "channel " << probe << " in sequence " << sequence;
     }
     ASSERT_EQ(differences(p, sequence % 8 == 0), "") << "sequence " << sequence;
     ASSERT_EQ(differences(p, q), "") << "sequence " << sequence;

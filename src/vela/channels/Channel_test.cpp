@@ -72,39 +72,40 @@ TEST(Channel, PrintsInDecimalWhateverTheBase) {
 }
 
 TEST(ChannelType, EnumeratorsHaveTheirNumbersAndTexts) {
-  const std::vector<std::pair<Type, const char*>> inOrder = {{Channel::auto_, "auto"},
-                                                             {Channel::none, "none"},
-                                                             {Channel::blendable, "blendable"},
-                                                             {Channel::color3, "color3"},
-                                                             {Channel::color4, "color4"},
-                                                             {Channel::colorRed, "color-red"},
-                                                             {Channel::colorGreen, "color-green"},
-                                                             {Channel::colorBlue, "color-blue"},
-                                                             {Channel::colorAlpha, "color-alpha"},
-                                                             {Channel::colorComp0, "color-comp0"},
-                                                             {Channel::colorComp1, "color-comp1"},
-                                                             {Channel::colorComp2, "color-comp2"},
-                                                             {Channel::colorComp3, "color-comp3"},
-                                                             {Channel::mask, "mask"},
-                                                             {Channel::data, "data"},
-                                                             {Channel::dataDepth, "data-depth"},
-                                                             {Channel::dataLength, "data-length"},
-                                                             {Channel::dataVec2, "data-vec2"},
-                                                             {Channel::dataVec3, "data-vec3"},
-                                                             {Channel::dataVec4, "data-vec4"},
-                                                             {Channel::dataVecX, "data-vec-x"},
-                                                             {Channel::dataVecY, "data-vec-y"},
-                                                             {Channel::dataVecZ, "data-vec-z"},
-                                                             {Channel::dataVecW, "data-vec-w"},
-                                                             {Channel::bitmask, "bitmask"},
-                                                             {Channel::bitmaskId, "bitmask-id"},
-                                                             {Channel::bitmaskId2, "bitmask-id2"},
-                                                             {Channel::bitmaskId3, "bitmask-id3"},
-                                                             {Channel::bitmaskId4, "bitmask-id4"},
-                                                             {Channel::bitmaskIdComp0, "bitmask-id-comp0"},
-                                                             {Channel::bitmaskIdComp1, "bitmask-id-comp1"},
-                                                             {Channel::bitmaskIdComp2, "bitmask-id-comp2"},
-                                                             {Channel::bitmaskIdComp3, "bitmask-id-comp3"}};
+  const std::vector<std::pair<Type, const char*>> inOrder = {
+      {Channel::auto_, "auto"},
+      {Channel::none, "none"},
+      {Channel::blendable, "blendable"},
+      {Channel::color3, "color3"},
+      {Channel::color4, "color4"},
+      {Channel::colorRed, "color-red"},
+      {Channel::colorGreen, "color-green"},
+      {Channel::colorBlue, "color-blue"},
+      {Channel::colorAlpha, "color-alpha"},
+      {Channel::colorComp0, "color-comp0"},
+      {Channel::colorComp1, "color-comp1"},
+      {Channel::colorComp2, "color-comp2"},
+      {Channel::colorComp3, "color-comp3"},
+      {Channel::mask, "mask"},
+      {Channel::data, "data"},
+      {Channel::dataDepth, "data-depth"},
+      {Channel::dataLength, "data-length"},
+      {Channel::dataVec2, "data-vec2"},
+      {Channel::dataVec3, "data-vec3"},
+      {Channel::dataVec4, "data-vec4"},
+      {Channel::dataVecX, "data-vec-x"},
+      {Channel::dataVecY, "data-vec-y"},
+      {Channel::dataVecZ, "data-vec-z"},
+      {Channel::dataVecW, "data-vec-w"},
+      {Channel::bitmask, "bitmask"},
+      {Channel::bitmaskId, "bitmask-id"},
+      {Channel::bitmaskId2, "bitmask-id2"},
+      {Channel::bitmaskId3, "bitmask-id3"},
+      {Channel::bitmaskId4, "bitmask-id4"},
+      {Channel::bitmaskIdComp0, "bitmask-id-comp0"},
+      {Channel::bitmaskIdComp1, "bitmask-id-comp1"},
+      {Channel::bitmaskIdComp2, "bitmask-id-comp2"},
+      {Channel::bitmaskIdComp3, "bitmask-id-comp3"}};
   int number = -1;
   for (const auto& [t, text] : inOrder) {
     EXPECT_EQ(static_cast<int>(t), number) << text;
@@ -117,7 +118,8 @@ TEST(ChannelType, EnumeratorsHaveTheirNumbersAndTexts) {
 }
 
 TEST(ChannelType, NumbersWithoutATypeAreUnknown) {
-  for (int t : {32, -2, 1000, INT_MAX, INT_MIN}) EXPECT_STREQ(Channel::TypeString(type(t)), "<unknown>") << t;
+  for (int t : {32, -2, 1000, INT_MAX, INT_MIN})
+    EXPECT_STREQ(Channel::TypeString(type(t)), "<unknown>") << t;
 }
 
 TEST(ChannelType, BandsHaveTheirEnds) {
@@ -134,9 +136,11 @@ TEST(ChannelType, BandsHaveTheirEnds) {
 
 // KEEP(fourth-colour-component)
 TEST(ChannelType, AlphaAndTheFourthComponentAreNeitherColoursNorMembers) {
-  const std::map<int, bool> colors = {{2, true}, {3, true}, {4, true}, {5, true}, {6, true}, {8, true}, {9, true}, {10, true}};
-  const std::map<int, bool> members = {{4, true},  {5, true},  {6, true},  {8, true},  {9, true},  {10, true}, {19, true},
-                                       {20, true}, {21, true}, {22, true}, {28, true}, {29, true}, {30, true}, {31, true}};
+  const std::map<int, bool> colors = {{2, true}, {3, true}, {4, true}, {5, true},
+                                      {6, true}, {8, true}, {9, true}, {10, true}};
+  const std::map<int, bool> members = {{4, true},  {5, true},  {6, true},  {8, true},  {9, true},
+                                       {10, true}, {19, true}, {20, true}, {21, true}, {22, true},
+                                       {28, true}, {29, true}, {30, true}, {31, true}};
   for (Type t : manyTypes()) {
     EXPECT_EQ(Channel::IsColorType(t), colors.count(t) == 1) << t;
     EXPECT_EQ(Channel::IsCompoundMemberType(t), members.count(t) == 1) << t;
@@ -148,8 +152,9 @@ TEST(ChannelType, AlphaAndTheFourthComponentAreNeitherColoursNorMembers) {
 }
 
 TEST(ChannelType, ComponentsNameTheirCompound) {
-  const std::map<int, int> table = {{4, 2},   {5, 2},   {6, 2},   {8, 2},   {9, 2},   {10, 2},  {7, 3},  {11, 3},
-                                    {19, 17}, {20, 17}, {21, 17}, {22, 18}, {29, 25}, {30, 26}, {31, 27}};
+  const std::map<int, int> table = {{4, 2},   {5, 2},   {6, 2},   {8, 2},   {9, 2},
+                                    {10, 2},  {7, 3},   {11, 3},  {19, 17}, {20, 17},
+                                    {21, 17}, {22, 18}, {29, 25}, {30, 26}, {31, 27}};
   for (Type t : manyTypes()) {
     for (int n : {INT_MIN, -1, 0, 1, 2, 3, 4, 5, INT_MAX}) {
       const auto row = table.find(t);
@@ -228,23 +233,27 @@ TEST(ChannelType, OnlyColourAndVectorCompoundsCountElements) {
 }
 
 TEST(ChannelType, ComponentsKnowTheirPlace) {
-  const std::map<int, int> table = {{4, 0}, {8, 0},  {19, 0}, {28, 0}, {5, 1}, {9, 1},  {20, 1}, {29, 1},
-                                    {6, 2}, {10, 2}, {21, 2}, {30, 2}, {7, 3}, {11, 3}, {22, 3}, {31, 3}};
-  for (Type t : manyTypes()) EXPECT_EQ(Channel::TypeOrdering(t), table.count(t) ? table.at(t) : -1) << t;
+  const std::map<int, int> table = {{4, 0},  {8, 0},  {19, 0}, {28, 0}, {5, 1},  {9, 1},
+                                    {20, 1}, {29, 1}, {6, 2},  {10, 2}, {21, 2}, {30, 2},
+                                    {7, 3},  {11, 3}, {22, 3}, {31, 3}};
+  for (Type t : manyTypes())
+    EXPECT_EQ(Channel::TypeOrdering(t), table.count(t) ? table.at(t) : -1) << t;
   EXPECT_EQ(Channel::TypeOrdering(type(12)), -1);
 }
 
 TEST(ChannelType, SubnamesAreAskedOfTheDefaultRegistry) {
-  const std::map<std::string, int> table = {{"red", 4},   {"r", 4},  {"green", 5}, {"g", 5},  {"blue", 6}, {"b", 6},
-                                            {"alpha", 7}, {"a", 7},  {"x", 19},    {"u", 19}, {"s", 19},   {"y", 20},
-                                            {"v", 20},    {"t", 20}, {"z", 21},    {"w", 22}};
+  const std::map<std::string, int> table = {{"red", 4},  {"r", 4},  {"green", 5}, {"g", 5},
+                                            {"blue", 6}, {"b", 6},  {"alpha", 7}, {"a", 7},
+                                            {"x", 19},   {"u", 19}, {"s", 19},    {"y", 20},
+                                            {"v", 20},   {"t", 20}, {"z", 21},    {"w", 22}};
   for (const auto& [subname, expected] : table) {
     EXPECT_EQ(Channel::TypeFromSubname(subname.c_str()), expected) << subname;
     std::string upper = subname;
     upper[0] = static_cast<char>(upper[0] - 'a' + 'A');
     EXPECT_EQ(Channel::TypeFromSubname(upper.c_str()), expected) << upper;
   }
-  for (const char* other : {"", "xy", "depth", "Z ", "reds", "1"}) EXPECT_EQ(Channel::TypeFromSubname(other), 0) << other;
+  for (const char* other : {"", "xy", "depth", "Z ", "reds", "1"})
+    EXPECT_EQ(Channel::TypeFromSubname(other), 0) << other;
   EXPECT_EQ(Channel::TypeFromSubname(nullptr), 0);
 }
 

@@ -19,8 +19,8 @@ BraeGlobalChannelManager::~BraeGlobalChannelManager() = default;
 std::string BraeGlobalChannelManager::registryLabel() const { return {}; }
 
 ChannelAlias* BraeGlobalChannelManager::getChannel(const char* name) const {
-  // KEEP(letters-one-below): the letters are looked up in the slot one below their channel, and no other name is found;
-  // scripts of the host were written against these answers.
+  // KEEP(letters-one-below): the letters are looked up in the slot one below their channel, and no
+  // other name is found; scripts of the host were written against these answers.
   if (name == nullptr || name[0] == '\0' || name[1] != '\0') return nullptr;
   switch (name[0]) {
     case 'r':
@@ -49,16 +49,17 @@ std::string BraeGlobalChannelManager::remapChannelName(const char* name) const {
   // KEEP(rbg-alpha): spelled with its letters turned round, so that "rgb.alpha" stays what it is.
   if (text == "rbg.alpha") return "rgba.alpha";
 
-  // A name without a layer goes into the catch-all layer. Dotted names come back as they are: splitting one at its last dot
-  // and joining it again, which is what enabled remapping does with it, gives the same name.
+  // A name without a layer goes into the catch-all layer. Dotted names come back as they are:
+  // splitting one at its last dot and joining it again, which is what enabled remapping does with
+  // it, gives the same name.
   return text.find('.') == std::string::npos ? "other." + text : text;
 }
 
 bool BraeGlobalChannelManager::isChannelRemappingEnabled() const { return !remappingDisabled_; }
 
 void BraeGlobalChannelManager::createBuiltins() {
-  // Channels, in creation order. KEEP(builtin-numbers): 10 to 13 stay unassigned and the deep channels come before the masks:
-  // files and scripts hold these numbers.
+  // Channels, in creation order. KEEP(builtin-numbers): 10 to 13 stay unassigned and the deep
+  // channels come before the masks: files and scripts hold these numbers.
   ChannelAlias* const z = createBuiltinChannel("depth.Z", 5, 0, Channel::dataDepth);
   ChannelAlias* const forwardU = createBuiltinChannel("forward.u", 6, 0, Channel::dataVecX);
   ChannelAlias* const forwardV = createBuiltinChannel("forward.v", 7, 1, Channel::dataVecY);
@@ -68,10 +69,12 @@ void BraeGlobalChannelManager::createBuiltins() {
   ChannelAlias* const back = createBuiltinChannel("deep.back", 17, 1, Channel::dataDepth);
   ChannelAlias* const mask = createBuiltinChannel("mask.a", 14, 0, Channel::mask);
   ChannelAlias* const rotopaint = createBuiltinChannel("rotopaint_mask.a", 15, 0, Channel::mask);
-  ChannelAlias* const planartrack = createBuiltinChannel("mask_planartrack.a", 18, 0, Channel::mask);
+  ChannelAlias* const planartrack =
+      createBuiltinChannel("mask_planartrack.a", 18, 0, Channel::mask);
   ChannelAlias* const splinewarp = createBuiltinChannel("mask_splinewarp.a", 19, 0, Channel::mask);
   ChannelAlias* const coverage = createBuiltinChannel("sample.coverage", 20, 0, Channel::blendable);
-  ChannelAlias* const cutoutAlpha = createBuiltinChannel("cutout.alpha", 21, 0, Channel::colorAlpha);
+  ChannelAlias* const cutoutAlpha =
+      createBuiltinChannel("cutout.alpha", 21, 0, Channel::colorAlpha);
   ChannelAlias* const cutoutDepth = createBuiltinChannel("cutout.depth", 22, 1, Channel::dataDepth);
 
   // Layers. "motion" comes before its halves, and so owns their channels.
@@ -97,6 +100,8 @@ ChannelManager* GetChannelManager(const std::string&) { return nullptr; }
 
 ChannelManager* CreateChannelManager(const std::string&) { return nullptr; }
 
-std::string RemapChannelName(const char* name) { return DefaultChannelManager()->remapChannelName(name); }
+std::string RemapChannelName(const char* name) {
+  return DefaultChannelManager()->remapChannelName(name);
+}
 
 }  // namespace vela

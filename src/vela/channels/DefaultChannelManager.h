@@ -2,17 +2,18 @@
 /// The process-wide registry with the host's fixed table of built-in channels and layers.
 #pragma once
 
+#include <string>
+
 #include "vela/Api.h"
 #include "vela/channels/ChannelManager.h"
 
-#include <string>
-
 namespace vela {
 
-/// The host's registry: channels 1 to 9 and 14 to 22 with their layers, the host's name rewriting, and two switches.
+/// The host's registry: channels 1 to 9 and 14 to 22 with their layers, the host's name rewriting,
+/// and two switches.
 ///
-/// The environment is read once, at construction: `BRAE_DISABLE_CHANNEL_REMAPPING` and `BRAE_LEGACY_CHANNEL_SORTING` count as set
-/// whenever they exist, also when empty.
+/// The environment is read once, at construction: `BRAE_DISABLE_CHANNEL_REMAPPING` and
+/// `BRAE_LEGACY_CHANNEL_SORTING` count as set whenever they exist, also when empty.
 class VELA_API BraeGlobalChannelManager : public ChannelManager {
  public:
   BraeGlobalChannelManager();
@@ -20,13 +21,13 @@ class VELA_API BraeGlobalChannelManager : public ChannelManager {
 
   /// Empty.
   [[nodiscard]] std::string registryLabel() const override;
-  /// Answers single letters alone, in any case: "g" red, "b" green, "a" blue. Null for everything else, "r" and full names
-  /// included, so that `createChannel` always creates.
+  /// Answers single letters alone, in any case: "g" red, "b" green, "a" blue. Null for everything
+  /// else, "r" and full names included, so that `createChannel` always creates.
   [[nodiscard]] ChannelAlias* getChannel(const char* name) const override;
   /// By exact name, without rewriting.
   [[nodiscard]] LayerAlias* getLayer(const char* name) const override;
-  /// "rgb.red", "rgb.green", "rgb.blue" and "rbg.alpha" become the "rgba" channel; a name without a dot gets "other." in front;
-  /// every other name comes back as it is, and null as the empty text.
+  /// "rgb.red", "rgb.green", "rgb.blue" and "rbg.alpha" become the "rgba" channel; a name without a
+  /// dot gets "other." in front; every other name comes back as it is, and null as the empty text.
   [[nodiscard]] std::string remapChannelName(const char* name) const override;
   [[nodiscard]] bool isChannelRemappingEnabled() const override;
 
@@ -39,8 +40,9 @@ class VELA_API BraeGlobalChannelManager : public ChannelManager {
   bool legacySorting_;  // kept for the host; sorting here knows one rule
 };
 
-/// The single registry that sets without a registry of their own refer to. Created on the first call, also when several threads
-/// make it at once; destroyed at process exit. Changes to it take no lock.
+/// The single registry that sets without a registry of their own refer to. Created on the first
+/// call, also when several threads make it at once; destroyed at process exit. Changes to it take
+/// no lock.
 [[nodiscard]] VELA_API ChannelManager* DefaultChannelManager();
 
 /// Named registries are not provided: both return null for every name.

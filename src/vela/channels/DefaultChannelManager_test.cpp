@@ -81,11 +81,20 @@ struct ExpectedLayer {
 };
 
 const std::vector<ExpectedLayer> kLayers = {
-    {"rgb", "color3", 71, {1, 2, 3}},      {"rgba", "color4", 77, {1, 2, 3, 4}},   {"alpha", "color-alpha", 23, {4}},
-    {"depth", "data-depth", 23, {5}},      {"motion", "data", 23, {6, 7, 8, 9}},   {"forward", "data-vec2", 33, {6, 7}},
-    {"backward", "data-vec2", 33, {8, 9}}, {"deep", "data-depth", 23, {16, 17}},   {"mask", "mask", 23, {14}},
-    {"rotopaint_mask", "mask", 23, {15}},  {"mask_planartrack", "mask", 23, {18}}, {"mask_splinewarp", "mask", 23, {19}},
-    {"sample", "blendable", 23, {20}},     {"cutout", "blendable", 23, {21, 22}},
+    {"rgb", "color3", 71, {1, 2, 3}},
+    {"rgba", "color4", 77, {1, 2, 3, 4}},
+    {"alpha", "color-alpha", 23, {4}},
+    {"depth", "data-depth", 23, {5}},
+    {"motion", "data", 23, {6, 7, 8, 9}},
+    {"forward", "data-vec2", 33, {6, 7}},
+    {"backward", "data-vec2", 33, {8, 9}},
+    {"deep", "data-depth", 23, {16, 17}},
+    {"mask", "mask", 23, {14}},
+    {"rotopaint_mask", "mask", 23, {15}},
+    {"mask_planartrack", "mask", 23, {18}},
+    {"mask_splinewarp", "mask", 23, {19}},
+    {"sample", "blendable", 23, {20}},
+    {"cutout", "blendable", 23, {21, 22}},
 };
 
 // KEEP(builtin-numbers)
@@ -144,7 +153,8 @@ TEST(DefaultRegistry, IsOneAndTheSame) {
 TEST(DefaultRegistry, ThreadsSeeTheSameOne) {
   std::vector<ChannelManager*> seen(8, nullptr);
   std::vector<std::thread> threads;
-  for (ChannelManager*& slot : seen) threads.emplace_back([&slot] { slot = vela::DefaultChannelManager(); });
+  for (ChannelManager*& slot : seen)
+    threads.emplace_back([&slot] { slot = vela::DefaultChannelManager(); });
   for (std::thread& thread : threads) thread.join();
   for (ChannelManager* registry : seen) EXPECT_EQ(registry, vela::DefaultChannelManager());
 }
@@ -175,7 +185,8 @@ TEST(Remapping, PutsNamesWithoutALayerIntoOther) {
 TEST(Remapping, LeavesDottedAndEmptyNames) {
   EXPECT_EQ(vela::RemapChannelName(""), "");
   EXPECT_EQ(vela::RemapChannelName(nullptr), "");
-  for (const char* name : {"depth.Z", "a.b.c", ".x", "x.", ".", " a.b "}) EXPECT_EQ(vela::RemapChannelName(name), name);
+  for (const char* name : {"depth.Z", "a.b.c", ".x", "x.", ".", " a.b "})
+    EXPECT_EQ(vela::RemapChannelName(name), name);
 }
 
 TEST(Remapping, IsSwitchedOffByAVariableThatExists) {

@@ -12,7 +12,8 @@ void Acceleration::draw(DrawBoxFunc) const {}
 NoAcceleration::NoAcceleration(const AccelerationModel& model) : Acceleration(model) {}
 NoAcceleration::~NoAcceleration() = default;
 
-bool NoAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray, CollisionResult& result) const {
+bool NoAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray,
+                               CollisionResult& result) const {
   float best = ray.maxDistance;
   const std::size_t size = model().size();
   for (std::size_t i = 0; i < size; ++i) {

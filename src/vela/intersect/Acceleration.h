@@ -1,9 +1,10 @@
 /// \file
 /// The base of every structure over a model, and the structure that is none.
 ///
-/// Holds for every structure: it keeps a reference to its model, which must outlive it, and looks at the model's sizes and
-/// boxes once, when it is made. Afterwards it is read-only: any number of threads may query it at once, as long as the
-/// model's own `intersect` allows that. Queries allocate nothing unless said.
+/// Holds for every structure: it keeps a reference to its model, which must outlive it, and looks
+/// at the model's sizes and boxes once, when it is made. Afterwards it is read-only: any number of
+/// threads may query it at once, as long as the model's own `intersect` allows that. Queries
+/// allocate nothing unless said.
 #pragma once
 
 #include "tarn/Box3.h"
@@ -27,10 +28,12 @@ class VELA_API Acceleration {
 
   /// Finds a primitive of the model along the ray.
   ///
-  /// \param ray    hits count strictly inside (minDistance, maxDistance) unless the structure says otherwise
+  /// \param ray    hits count strictly inside (minDistance, maxDistance) unless the structure says
+  ///               otherwise
   /// \param result on a hit: what the model wrote, and primitiveIndex; on a miss: untouched
   /// \return true on a hit. Which hit, when there are several, is each structure's own rule
-  virtual bool intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray, CollisionResult& result) const = 0;
+  virtual bool intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray,
+                         CollisionResult& result) const = 0;
 
   /// Shows the structure as boxes; draws nothing here.
   virtual void draw(DrawBoxFunc drawBox) const;
@@ -41,8 +44,8 @@ class VELA_API Acceleration {
   const AccelerationModel* model_;
 };
 
-/// Tests every primitive whose box the ray enters, in order. Always gives the nearest hit, whatever the context asks for; of
-/// hits at the same distance the first primitive's.
+/// Tests every primitive whose box the ray enters, in order. Always gives the nearest hit, whatever
+/// the context asks for; of hits at the same distance the first primitive's.
 class VELA_API NoAcceleration : public Acceleration {
  public:
   explicit NoAcceleration(const AccelerationModel& model);
@@ -50,7 +53,8 @@ class VELA_API NoAcceleration : public Acceleration {
   NoAcceleration(NoAcceleration&&) = default;
   ~NoAcceleration() override;
 
-  bool intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray, CollisionResult& result) const override;
+  bool intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray,
+                 CollisionResult& result) const override;
 };
 
 }  // namespace vela

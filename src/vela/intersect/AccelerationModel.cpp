@@ -13,7 +13,7 @@ namespace vela {
 
 AccelerationModel::~AccelerationModel() = default;
 
-// ---------------------------------------------------------------------------------------- TriangleAccelerationModel
+// ---- TriangleAccelerationModel
 
 TriangleAccelerationModel::TriangleAccelerationModel(const ovo::Array<tarn::Vec3<float>>& points,
                                                      const ovo::Array<int>& faceVertexCounts,
@@ -23,12 +23,16 @@ TriangleAccelerationModel::TriangleAccelerationModel(const ovo::Array<tarn::Vec3
 }
 
 TriangleAccelerationModel::TriangleAccelerationModel(const TriangleAccelerationModel&) = default;
-TriangleAccelerationModel::TriangleAccelerationModel(TriangleAccelerationModel&&) noexcept = default;
-TriangleAccelerationModel& TriangleAccelerationModel::operator=(const TriangleAccelerationModel&) = default;
-TriangleAccelerationModel& TriangleAccelerationModel::operator=(TriangleAccelerationModel&&) noexcept = default;
+TriangleAccelerationModel::TriangleAccelerationModel(TriangleAccelerationModel&&) noexcept =
+    default;
+TriangleAccelerationModel& TriangleAccelerationModel::operator=(const TriangleAccelerationModel&) =
+    default;
+TriangleAccelerationModel& TriangleAccelerationModel::operator=(
+    TriangleAccelerationModel&&) noexcept = default;
 TriangleAccelerationModel::~TriangleAccelerationModel() = default;
 
-void TriangleAccelerationModel::initialize(const ovo::Array<int>& faceVertexCounts, const ovo::Array<int>& faceVertexIndices) {
+void TriangleAccelerationModel::initialize(const ovo::Array<int>& faceVertexCounts,
+                                           const ovo::Array<int>& faceVertexIndices) {
   // Box of all points. The padding keeps flat meshes from having a grid without volume.
   bounds_ = tarn::Box3<float>();
   for (const auto& p : points_) bounds_.extendBy(p);
@@ -41,20 +45,21 @@ void TriangleAccelerationModel::initialize(const ovo::Array<int>& faceVertexCoun
   triangles_.reserve(faceVertexCounts.size());
   const tarn::Vec3<float>* const at = points_.cdata();
   std::vector<int> triplets;
-  detail::forEachUsableFace(faceVertexCounts, faceVertexIndices, points_.size(), [&](int face, const int* i, int count) {
-    if (detail::hasNan(at, i, count)) return true;
-    if (count == 3) {
-      triangles_.push_back({i[0], i[1], i[2], face});
-    } else if (count == 4) {
-      triangles_.push_back({i[0], i[1], i[2], face});
-      triangles_.push_back({i[2], i[3], i[0], face});
-    } else {
-      Triangulate(at, i, count, triplets);
-      for (std::size_t k = 0; k + 2 < triplets.size(); k += 3)
-        triangles_.push_back({i[triplets[k]], i[triplets[k + 1]], i[triplets[k + 2]], face});
-    }
-    return true;
-  });
+  detail::forEachUsableFace(
+      faceVertexCounts, faceVertexIndices, points_.size(), [&](int face, const int* i, int count) {
+        if (detail::hasNan(at, i, count)) return true;
+        if (count == 3) {
+          triangles_.push_back({i[0], i[1], i[2], face});
+        } else if (count == 4) {
+          triangles_.push_back({i[0], i[1], i[2], face});
+          triangles_.push_back({i[2], i[3], i[0], face});
+        } else {
+          Triangulate(at, i, count, triplets);
+          for (std::size_t k = 0; k + 2 < triplets.size(); k += 3)
+            triangles_.push_back({i[triplets[k]], i[triplets[k + 1]], i[triplets[k + 2]], face});
+        }
+        return true;
+      });
 }
 
 std::size_t TriangleAccelerationModel::size() const { return triangles_.size(); }
@@ -62,22 +67,26 @@ std::size_t TriangleAccelerationModel::size() const { return triangles_.size(); 
 tarn::Box3<float> TriangleAccelerationModel::bounds(std::size_t i) const {
   const Triangle& triangle = triangles_[i];
   tarn::Box3<float> box;
-  for (const int point : {triangle.a, triangle.b, triangle.c}) box.extendBy(points_[static_cast<std::size_t>(point)]);
+  for (const int point : {triangle.a, triangle.b, triangle.c})
+    box.extendBy(points_[static_cast<std::size_t>(point)]);
   return box;
 }
 
 tarn::Box3<float> TriangleAccelerationModel::bounds() const { return bounds_; }
 
-bool TriangleAccelerationModel::intersect(const IntersectionContext&, const tarn::Ray<float>& ray, std::size_t i,
-                                          CollisionResult& result) const {
+bool TriangleAccelerationModel::intersect(const IntersectionContext&, const tarn::Ray<float>& ray,
+                                          std::size_t i, CollisionResult& result) const {
   const Triangle& triangle = triangles_[i];
   const tarn::Vec3<float>* const at = points_.cdata();
-  if (!detail::hitTriangle(ray, at[triangle.a], at[triangle.b], at[triangle.c], result)) return false;
+  if (!detail::hitTriangle(ray, at[triangle.a], at[triangle.b], at[triangle.c], result))
+    return false;
   result.faceIndex = triangle.face;
   return true;
 }
 
-bool TriangleAccelerationModel::exclude(const IntersectionContext&, std::size_t) const { return false; }
+bool TriangleAccelerationModel::exclude(const IntersectionContext&, std::size_t) const {
+  return false;
+}
 
 bool TriangleAccelerationModel::hasSameTriangles(const TriangleAccelerationModel& other) const {
   static_assert(std::has_unique_object_representations_v<Triangle>);
@@ -86,8 +95,10 @@ bool TriangleAccelerationModel::hasSameTriangles(const TriangleAccelerationModel
   };
   return points_.size() == other.points_.size() && triangles_.size() == other.triangles_.size() &&
          (points_.isIdentical(other.points_) ||
-          sameBytes(points_.cdata(), other.points_.cdata(), points_.size() * sizeof(tarn::Vec3<float>))) &&
-         sameBytes(triangles_.data(), other.triangles_.data(), triangles_.size() * sizeof(Triangle));
+          sameBytes(points_.cdata(), other.points_.cdata(),
+                    points_.size() * sizeof(tarn::Vec3<float>))) &&
+         sameBytes(triangles_.data(), other.triangles_.data(),
+                   triangles_.size() * sizeof(Triangle));
 }
 
 std::uint64_t TriangleAccelerationModel::roughHash() const {
@@ -95,7 +106,8 @@ std::uint64_t TriangleAccelerationModel::roughHash() const {
   hash.append(static_cast<std::uint32_t>(points_.size()));
   hash.append(static_cast<std::uint32_t>(triangles_.size()));
   const std::size_t stride = std::max<std::size_t>(points_.size() / 64, 1);
-  for (std::size_t i = 0; i < points_.size(); i += stride) hash.append(points_.cdata() + i, sizeof(tarn::Vec3<float>));
+  for (std::size_t i = 0; i < points_.size(); i += stride)
+    hash.append(points_.cdata() + i, sizeof(tarn::Vec3<float>));
   return hash.value();
 }
 

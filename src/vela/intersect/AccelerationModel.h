@@ -1,8 +1,8 @@
 /// \file
 /// What acceleration structures are built over: lists of primitives with boxes.
 ///
-/// Holds for the whole file: a model is filled once and then queried; what is added after a structure was built does not reach
-/// that structure. Const calls are safe from several threads.
+/// Holds for the whole file: a model is filled once and then queried; what is added after a
+/// structure was built does not reach that structure. Const calls are safe from several threads.
 #pragma once
 
 #include <cstddef>
@@ -40,7 +40,8 @@ class VELA_API AccelerationModel {
   [[nodiscard]] virtual tarn::Box3<float> bounds() const = 0;
   /// Tests one primitive.
   ///
-  /// \param result on a hit: distance, normal, position, faceIndex and hit at least. On a miss: untouched
+  /// \param result on a hit: distance, normal, position, faceIndex and hit at least. On a miss:
+  ///               untouched
   /// \return true on a hit, which need not be nearer than what `result` holds
   virtual bool intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray, std::size_t i,
                          CollisionResult& result) const = 0;
@@ -50,17 +51,20 @@ class VELA_API AccelerationModel {
 
 /// The triangles of one polygon mesh, in the order of its faces.
 ///
-/// A quad 0 1 2 3 gives (0 1 2) and (2 3 0); faces of more corners are cut by Triangulate. The mesh is checked here, once:
-/// faces of fewer than three corners, with an index outside the points, reaching past the end of the indices or with a NaN
-/// corner give no triangle, and the faces after them keep their numbers and corners (a negative count takes no indices).
+/// A quad 0 1 2 3 gives (0 1 2) and (2 3 0); faces of more corners are cut by Triangulate. The mesh
+/// is checked here, once: faces of fewer than three corners, with an index outside the points,
+/// reaching past the end of the indices or with a NaN corner give no triangle, and the faces after
+/// them keep their numbers and corners (a negative count takes no indices).
 class VELA_API TriangleAccelerationModel : public AccelerationModel {
  public:
   /// \param points             positions, shared, not copied
   /// \param faceVertexCounts   corners of each face, `(faces)`
   /// \param faceVertexIndices  the faces' point indices, one face after the other
-  TriangleAccelerationModel(const ovo::Array<tarn::Vec3<float>>& points, const ovo::Array<int>& faceVertexCounts,
+  TriangleAccelerationModel(const ovo::Array<tarn::Vec3<float>>& points,
+                            const ovo::Array<int>& faceVertexCounts,
                             const ovo::Array<int>& faceVertexIndices);
-  /// Points at `time`, faces at the earliest time: the topology of a mesh is taken as constant. In the mesh's local space.
+  /// Points at `time`, faces at the earliest time: the topology of a mesh is taken as constant. In
+  /// the mesh's local space.
   TriangleAccelerationModel(const ovo::MeshPrim& mesh, double time);
   TriangleAccelerationModel(const TriangleAccelerationModel&);
   TriangleAccelerationModel(TriangleAccelerationModel&&) noexcept;
@@ -72,10 +76,11 @@ class VELA_API TriangleAccelerationModel : public AccelerationModel {
   [[nodiscard]] std::size_t size() const override;
   /// Box of the triangle's three corners, not padded.
   [[nodiscard]] tarn::Box3<float> bounds(std::size_t i) const override;
-  /// Box of all points, used or not, grown by 1e-5 on every side (rounded to float, so far from the origin not at all);
-  /// empty without points.
+  /// Box of all points, used or not, grown by 1e-5 on every side (rounded to float, so far from the
+  /// origin not at all); empty without points.
   [[nodiscard]] tarn::Box3<float> bounds() const override;
-  /// The ray/triangle test; faceIndex is the face that the triangle came from. The context is not looked at.
+  /// The ray/triangle test; faceIndex is the face that the triangle came from. The context is not
+  /// looked at.
   bool intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray, std::size_t i,
                  CollisionResult& result) const override;
   /// Always false.
@@ -86,7 +91,8 @@ class VELA_API TriangleAccelerationModel : public AccelerationModel {
 
  protected:
   /// Fills box and triangles from the points.
-  void initialize(const ovo::Array<int>& faceVertexCounts, const ovo::Array<int>& faceVertexIndices);
+  void initialize(const ovo::Array<int>& faceVertexCounts,
+                  const ovo::Array<int>& faceVertexIndices);
 
  private:
   friend class GridAcceleration;
@@ -103,17 +109,19 @@ class VELA_API TriangleAccelerationModel : public AccelerationModel {
   tarn::Box3<float> bounds_;
 };
 
-/// Mesh prims of a scene, each placed by its world transform and hit through its own MeshAccelerator, which is built when the
-/// first ray reaches the prim and kept until the model goes. Prims with equal points and faces share what is behind theirs.
+/// Mesh prims of a scene, each placed by its world transform and hit through its own
+/// MeshAccelerator, which is built when the first ray reaches the prim and kept until the model
+/// goes. Prims with equal points and faces share what is behind theirs.
 ///
-/// Two times play a part: addMeshPrims takes transforms and boxes at the time it is given, points are sampled at the
-/// model's own. Visibility, purpose and orientation are not looked at.
+/// Two times play a part: addMeshPrims takes transforms and boxes at the time it is given, points
+/// are sampled at the model's own. Visibility, purpose and orientation are not looked at.
 ///
-/// Threads: queries may run from several threads at once; the accelerators are guarded by a mutex. Adding may not overlap with
-/// anything.
+/// Threads: queries may run from several threads at once; the accelerators are guarded by a mutex.
+/// Adding may not overlap with anything.
 class VELA_API PrimAccelerationModel : public AccelerationModel {
  public:
-  /// \param time at which the meshes' points are sampled; tarn::defaultTimeValue() gives the default, else the first sample
+  /// \param time at which the meshes' points are sampled; tarn::defaultTimeValue() gives the
+  ///             default, else the first sample
   explicit PrimAccelerationModel(double time);
   PrimAccelerationModel(const PrimAccelerationModel&) = delete;
   PrimAccelerationModel& operator=(const PrimAccelerationModel&) = delete;
@@ -124,14 +132,14 @@ class VELA_API PrimAccelerationModel : public AccelerationModel {
 
   /// Adds every mesh of a stage; null adds nothing.
   ///
-  /// Holds for the three: entries follow in the order added. World boxes are those of the points at `time`, not the
-  /// authored extents.
+  /// Holds for the three: entries follow in the order added. World boxes are those of the points at
+  /// `time`, not the authored extents.
   void addMeshPrims(const std::shared_ptr<ovo::Stage>& stage, double time);
   /// Adds the given meshes as they are, each at its local-to-world transform.
   void addMeshPrims(const std::vector<ovo::MeshPrim>& meshes, double time);
-  /// Adds every mesh in the subtree of a prim, itself included, breadth first: active, defined prims, no classes, with what
-  /// is below instances. A start prim without a transform stands at the identity, wherever it hangs; prims without one
-  /// below it stand where their parents do.
+  /// Adds every mesh in the subtree of a prim, itself included, breadth first: active, defined
+  /// prims, no classes, with what is below instances. A start prim without a transform stands at
+  /// the identity, wherever it hangs; prims without one below it stand where their parents do.
   void addMeshPrims(const ovo::Prim& prim, double time);
 
   /// Number of entries.
@@ -140,11 +148,13 @@ class VELA_API PrimAccelerationModel : public AccelerationModel {
   [[nodiscard]] tarn::Box3<float> bounds(std::size_t i) const override;
   /// Union of the world boxes.
   [[nodiscard]] tarn::Box3<float> bounds() const override;
-  /// Hits entry i unless the context excludes it. The ray is in world space; so are position and normal, and the normal has
-  /// unit length. distance is along the given ray. primitiveIndex is the entry that built the prim's accelerator.
+  /// Hits entry i unless the context excludes it. The ray is in world space; so are position and
+  /// normal, and the normal has unit length. distance is along the given ray. primitiveIndex is the
+  /// entry that built the prim's accelerator.
   bool intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray, std::size_t i,
                  CollisionResult& result) const override;
-  /// True when the prim's path is among the excluded, or its type is not among the included ones where there are any.
+  /// True when the prim's path is among the excluded, or its type is not among the included ones
+  /// where there are any.
   [[nodiscard]] bool exclude(const IntersectionContext& ctx, std::size_t i) const override;
 
  private:
@@ -155,15 +165,17 @@ class VELA_API PrimAccelerationModel : public AccelerationModel {
 class VELA_API MeshAccelerator {
  public:
   /// \param id written into every hit's primitiveIndex
-  MeshAccelerator(const ovo::Array<tarn::Vec3<float>>& points, const ovo::Array<int>& faceVertexCounts,
-                  const ovo::Array<int>& faceVertexIndices, std::size_t id);
+  MeshAccelerator(const ovo::Array<tarn::Vec3<float>>& points,
+                  const ovo::Array<int>& faceVertexCounts, const ovo::Array<int>& faceVertexIndices,
+                  std::size_t id);
   MeshAccelerator(const ovo::MeshPrim& mesh, std::size_t id, double time);
   MeshAccelerator(const MeshAccelerator&) = delete;
   MeshAccelerator& operator=(const MeshAccelerator&) = delete;
   ~MeshAccelerator();
 
   /// The grid's answer, in the mesh's local space.
-  bool intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray, CollisionResult& result) const;
+  bool intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray,
+                 CollisionResult& result) const;
 
  private:
   friend class PrimAccelerationModelImpl;

@@ -10,7 +10,9 @@ using namespace vela_test;
 
 namespace {
 
-TriangleAccelerationModel modelOf(const TestMesh& mesh) { return {mesh.points, mesh.counts, mesh.indices}; }
+TriangleAccelerationModel modelOf(const TestMesh& mesh) {
+  return {mesh.points, mesh.counts, mesh.indices};
+}
 
 TEST(TriangleModel, QuadIsCutFromZeroToTwoAndTwoToZero) {
   TestMesh mesh;
@@ -31,7 +33,8 @@ TEST(TriangleModel, QuadIsCutFromZeroToTwoAndTwoToZero) {
   EXPECT_TRUE(model.intersect(ctx, Ray<float>({0.25f, 0.75f, 1}, {0, 0, -1}), 1, result));
 }
 
-// Of (2, 3, 0) and (0, 2, 3) only the first has corner 2 as its a: the rounding of a distance tells.
+// Of (2, 3, 0) and (0, 2, 3) only the first has corner 2 as its a: the rounding of a distance
+// tells.
 TEST(TriangleModel, CornersOfTheSecondHalfStartAtCornerTwo) {
   TestMesh mesh;
   mesh.points = {{0.1f, 0.2f, 0.3f}, {1.7f, 0.1f, 0.2f}, {1.3f, 1.9f, 0.7f}, {0.2f, 1.1f, 0.9f}};
@@ -48,7 +51,10 @@ TEST(TriangleModel, CornersOfTheSecondHalfStartAtCornerTwo) {
     if (!hit) continue;
     ++hits;
     ASSERT_TRUE(sameRecord(got, expected));
-    tells += !plainTriangle(ray, p[0], p[2], p[3], other) || bitsOf(other.distance) != bitsOf(got.distance) ? 1 : 0;
+    tells += !plainTriangle(ray, p[0], p[2], p[3], other) ||
+                     bitsOf(other.distance) != bitsOf(got.distance)
+                 ? 1
+                 : 0;
   }
   EXPECT_GT(hits, 100);
   EXPECT_GT(tells, 0);
@@ -64,7 +70,8 @@ TEST(TriangleModel, LargerFacesAreCutByTriangulateInItsOrder) {
     for (std::size_t k = 0; k < triplets.size(); k += 3, ++at) {
       Box3<float> box;
       for (std::size_t j = 0; j < 3; ++j)
-        box.extendBy(mesh.points[static_cast<std::size_t>(mesh.indices[offset + static_cast<std::size_t>(triplets[k + j])])]);
+        box.extendBy(mesh.points[static_cast<std::size_t>(
+            mesh.indices[offset + static_cast<std::size_t>(triplets[k + j])])]);
       ASSERT_LT(at, model.size());
       EXPECT_EQ(model.faceIndex(at), static_cast<int>(f));
       EXPECT_EQ(model.bounds(at), box);
@@ -79,8 +86,10 @@ TEST(TriangleModel, BoxHoldsAllPointsUsedOrNotAndAHundredThousandthMore) {
   mesh.points = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {-5, 7, 2}};
   mesh.face({0, 1, 2});
   const Box3<float> box = modelOf(mesh).bounds();
-  EXPECT_EQ(box.min, Vec3<float>(static_cast<float>(-5 - 1e-5), static_cast<float>(0 - 1e-5), static_cast<float>(0 - 1e-5)));
-  EXPECT_EQ(box.max, Vec3<float>(static_cast<float>(1 + 1e-5), static_cast<float>(7 + 1e-5), static_cast<float>(2 + 1e-5)));
+  EXPECT_EQ(box.min, Vec3<float>(static_cast<float>(-5 - 1e-5), static_cast<float>(0 - 1e-5),
+                                 static_cast<float>(0 - 1e-5)));
+  EXPECT_EQ(box.max, Vec3<float>(static_cast<float>(1 + 1e-5), static_cast<float>(7 + 1e-5),
+                                 static_cast<float>(2 + 1e-5)));
 }
 
 TEST(TriangleModel, MeshWithoutPointsHasAnEmptyBoxAndNoTriangles) {
@@ -108,7 +117,8 @@ TEST(TriangleModel, HitHasTheRawNormalAndMissTouchesNothing) {
   mesh.face({0, 1, 2});
   const TriangleAccelerationModel model = modelOf(mesh);
   CollisionResult result = marked();
-  EXPECT_FALSE(model.intersect(IntersectionContext(), Ray<float>({5, 5, 1}, {0, 0, -1}), 0, result));
+  EXPECT_FALSE(
+      model.intersect(IntersectionContext(), Ray<float>({5, 5, 1}, {0, 0, -1}), 0, result));
   EXPECT_TRUE(sameRecord(result, marked()));
   EXPECT_TRUE(model.intersect(IntersectionContext(), Ray<float>({1, 1, 1}, {0, 0, -1}), 0, result));
   EXPECT_EQ(result.normal, Vec3<float>(0, 0, 9));
@@ -132,14 +142,16 @@ TEST(TriangleModel, CopiesAnswerLikeTheirSource) {
   TriangleAccelerationModel assigned = modelOf(plane(1));
   assigned = copy;
   const TriangleAccelerationModel moved(std::move(model));
-  for (const TriangleAccelerationModel* m : {&copy, &static_cast<const TriangleAccelerationModel&>(assigned), &moved}) {
+  for (const TriangleAccelerationModel* m :
+       {&copy, &static_cast<const TriangleAccelerationModel&>(assigned), &moved}) {
     EXPECT_EQ(m->size(), 12u);
     EXPECT_EQ(m->bounds(5), copy.bounds(5));
     EXPECT_EQ(m->faceIndex(11), 5);
   }
 }
 
-// The order of the slots is part of the interface: a table of functions as a host of another compiler would call it.
+// The order of the slots is part of the interface: a table of functions as a host of another
+// compiler would call it.
 TEST(AccelerationModel, VirtualFunctionsStandInTheirOrder) {
   struct Probe : AccelerationModel {
     mutable int called = 0;
@@ -155,7 +167,8 @@ TEST(AccelerationModel, VirtualFunctionsStandInTheirOrder) {
       called = 3;
       return {};
     }
-    bool intersect(const IntersectionContext&, const Ray<float>&, std::size_t, CollisionResult&) const override {
+    bool intersect(const IntersectionContext&, const Ray<float>&, std::size_t,
+                   CollisionResult&) const override {
       called = 4;
       return false;
     }
@@ -179,7 +192,8 @@ TEST(AccelerationModel, VirtualFunctionsStandInTheirOrder) {
   std::memcpy(&excludes, &table[6], sizeof excludes);
   excludes(&probe, ctx, 0);
   EXPECT_EQ(probe.called, 5);
-  using Hits = bool (*)(const AccelerationModel*, const IntersectionContext&, const Ray<float>&, std::size_t, CollisionResult&);
+  using Hits = bool (*)(const AccelerationModel*, const IntersectionContext&, const Ray<float>&,
+                        std::size_t, CollisionResult&);
   Hits hits = nullptr;
   std::memcpy(&hits, &table[5], sizeof hits);
   CollisionResult result;

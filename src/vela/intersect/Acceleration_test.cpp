@@ -12,10 +12,13 @@ using namespace vela_test;
 
 namespace {
 
-static_assert(std::is_copy_constructible_v<NoAcceleration> && std::is_move_constructible_v<NoAcceleration>);
+static_assert(std::is_copy_constructible_v<NoAcceleration> &&
+              std::is_move_constructible_v<NoAcceleration>);
 static_assert(std::is_abstract_v<Acceleration> && std::has_virtual_destructor_v<Acceleration>);
 
-TriangleAccelerationModel modelOf(const TestMesh& mesh) { return {mesh.points, mesh.counts, mesh.indices}; }
+TriangleAccelerationModel modelOf(const TestMesh& mesh) {
+  return {mesh.points, mesh.counts, mesh.indices};
+}
 
 TEST(NoAcceleration, KeepsItsModelAndDrawsNothing) {
   const TriangleAccelerationModel model = modelOf(cube());
@@ -42,14 +45,16 @@ TEST(NoAcceleration, GivesTheNearestWhateverTheContextAsks) {
 TEST(NoAcceleration, MissLeavesResultUntouched) {
   const TriangleAccelerationModel model = modelOf(cube());
   CollisionResult result = marked();
-  EXPECT_FALSE(NoAcceleration(model).intersect(IntersectionContext(), Ray<float>({5, 5, 5}, {0, 0, 1}), result));
+  EXPECT_FALSE(NoAcceleration(model).intersect(IntersectionContext(),
+                                               Ray<float>({5, 5, 5}, {0, 0, 1}), result));
   EXPECT_TRUE(sameRecord(result, marked()));
 }
 
 TEST(NoAcceleration, ModelWithoutPrimitivesIsNeverHit) {
   const TriangleAccelerationModel model = modelOf(TestMesh());
   CollisionResult result;
-  EXPECT_FALSE(NoAcceleration(model).intersect(IntersectionContext(), Ray<float>({0, 0, 0}, {0, 0, 1}), result));
+  EXPECT_FALSE(NoAcceleration(model).intersect(IntersectionContext(),
+                                               Ray<float>({0, 0, 0}, {0, 0, 1}), result));
 }
 
 TEST(NoAcceleration, RangeIsOpenAtBothEnds) {
@@ -62,8 +67,9 @@ TEST(NoAcceleration, RangeIsOpenAtBothEnds) {
   EXPECT_TRUE(all.intersect(IntersectionContext(), Ray<float>(o, d, 0.5f, 1.5f), result));
 }
 
-// A box that the ray enters behind the best hit so far is passed over, and so is one that it misses: with exact boxes that
-// may cost a hit in a box's very face, so the comparison repeats the box test.
+// A box that the ray enters behind the best hit so far is passed over, and so is one that it
+// misses: with exact boxes that may cost a hit in a box's very face, so the comparison repeats the
+// box test.
 TEST(NoAcceleration, AnswersLikeThePlainLoopOverBoxesBitForBit) {
   const unsigned seed = 404;
   SCOPED_TRACE(seed);
@@ -86,8 +92,10 @@ TEST(NoAcceleration, AnswersLikeThePlainLoopOverBoxesBitForBit) {
           best = scratch.distance;
         }
       }
-      ASSERT_EQ(all.intersect(IntersectionContext(), ray, got), ray.maxDistance > best) << mesh.name << show(ray);
-      ASSERT_TRUE(sameRecord(got, expected)) << mesh.name << show(ray) << show(got) << show(expected);
+      ASSERT_EQ(all.intersect(IntersectionContext(), ray, got), ray.maxDistance > best)
+          << mesh.name << show(ray);
+      ASSERT_TRUE(sameRecord(got, expected))
+          << mesh.name << show(ray) << show(got) << show(expected);
     }
   }
 }

@@ -61,7 +61,8 @@ struct Split {
 
 class Builder {
  public:
-  Builder(const AccelerationModel& model, bool useSah, std::vector<std::uint32_t>& order) : useSah_(useSah), order_(order) {
+  Builder(const AccelerationModel& model, bool useSah, std::vector<std::uint32_t>& order)
+      : useSah_(useSah), order_(order) {
     const std::size_t n = order.size();
     boxes_.reserve(n);
     centers_.reserve(n);
@@ -84,12 +85,14 @@ class Builder {
       const Run run = runs.back();
       runs.pop_back();
       const auto index = static_cast<std::uint32_t>(nodes.size());
-      if (run.parent != BvhNode::noChild) (run.isRight ? nodes[run.parent].right : nodes[run.parent].left) = index;
+      if (run.parent != BvhNode::noChild)
+        (run.isRight ? nodes[run.parent].right : nodes[run.parent].left) = index;
 
       BuildNode node;
       node.start = run.start;
       node.count = run.count;
-      for (std::uint32_t k = 0; k < run.count; ++k) node.box.extendBy(boxes_[order_[run.start + k]]);
+      for (std::uint32_t k = 0; k < run.count; ++k)
+        node.box.extendBy(boxes_[order_[run.start + k]]);
       node.box.pad(tarn::Vec3<float>(1e-5f));
 
       if (run.count > kLeafSize) {
@@ -117,12 +120,14 @@ class Builder {
 
     float position = 0.0f;
     if (useSah_ && findPlane(start, count, centroids, split.axis, position)) {
-      split.leftCount =
-          partitionRun(start, count, [&](std::uint32_t primitive) { return centers_[primitive][split.axis] > position; });
+      split.leftCount = partitionRun(start, count, [&](std::uint32_t primitive) {
+        return centers_[primitive][split.axis] > position;
+      });
     } else {
       const tarn::Box3<float> low = centroids.split(axis, centroids.center()[split.axis]).first;
-      split.leftCount =
-          partitionRun(start, count, [&](std::uint32_t primitive) { return !low.intersects(centers_[primitive]); });
+      split.leftCount = partitionRun(start, count, [&](std::uint32_t primitive) {
+        return !low.intersects(centers_[primitive]);
+      });
     }
     return split;
   }
@@ -140,8 +145,8 @@ class Builder {
   }
 
   /// The best of the planes between 12 equal bins; false when nothing has an area to go by.
-  bool findPlane(std::uint32_t start, std::uint32_t count, const tarn::Box3<float>& centroids, std::size_t axis,
-                 float& position) const {
+  bool findPlane(std::uint32_t start, std::uint32_t count, const tarn::Box3<float>& centroids,
+                 std::size_t axis, float& position) const {
     struct Bin {
       tarn::Box3<float> box;
       std::uint32_t count = 0;
@@ -153,7 +158,9 @@ class Builder {
       const std::uint32_t primitive = order_[start + k];
       const float place = (centers_[primitive][axis] - low) * 12.0f / extent;
       // A place that is no number belongs to bin 0.
-      const std::size_t bin = place >= 12.0f ? kBins - 1 : place > 0.0f ? static_cast<std::size_t>(place) : 0;
+      const std::size_t bin = place >= 12.0f ? kBins - 1
+                              : place > 0.0f ? static_cast<std::size_t>(place)
+                                             : 0;
       bins[bin].box.extendBy(boxes_[primitive]);
       ++bins[bin].count;
       total.extendBy(boxes_[primitive]);
@@ -175,9 +182,9 @@ class Builder {
     for (std::size_t k = 1; k < kBins; ++k) {
       left.box.extendBy(bins[k - 1].box);
       left.count += bins[k - 1].count;
-      const float cost =
-          (left.box.surface() * static_cast<float>(left.count) + right[k].box.surface() * static_cast<float>(right[k].count)) /
-          totalArea;
+      const float cost = (left.box.surface() * static_cast<float>(left.count) +
+                          right[k].box.surface() * static_cast<float>(right[k].count)) /
+                         totalArea;
       if (cost < best) {
         best = cost;
         plane = k;
@@ -193,7 +200,8 @@ class Builder {
   std::vector<tarn::Vec3<float>> centers_;
 };
 
-/// An interior node as queries read it: both children's boxes in one cache line, so that a visit costs one miss instead of two.
+/// An interior node as queries read it: both children's boxes in one cache line, so that a visit
+/// costs one miss instead of two.
 struct alignas(64) Pair {
   float side[3][4];        ///< by axis: minimum of left and right, maximum of left and right
   std::uint32_t child[2];  ///< number of a pair; or leafBit and the start of a run
@@ -204,8 +212,9 @@ static_assert(sizeof(Pair) == 64);
 /// Marks the last of a run in the order of primitives, whose numbers stay below 2^28.
 constexpr std::uint32_t kLastOfRun = 0x80000000u;
 
-/// One ray against boxes, by slabs with precomputed reciprocals. max and min keep the first operand when the second is no number
-/// (0 times infinity, for an origin in a face that the ray runs along), so that such a ray enters.
+/// One ray against boxes, by slabs with precomputed reciprocals. max and min keep the first operand
+/// when the second is no number (0 times infinity, for an origin in a face that the ray runs
+/// along), so that such a ray enters.
 struct SlabTest {
   tarn::Vec3<float> origin, inv;
   float tMin;
@@ -217,7 +226,8 @@ struct SlabTest {
         tMin(ray.minDistance),
         neg{inv.x < 0.0f, inv.y < 0.0f, inv.z < 0.0f} {}
 
-  /// Where the ray comes in and goes out again; the range's end is left to whoever asks, since it shrinks.
+  /// Where the ray comes in and goes out again; the range's end is left to whoever asks, since it
+  /// shrinks.
   void run(const tarn::Box3<float>& box, float& in, float& out) const {
     in = tMin;
     out = std::numeric_limits<float>::infinity();
@@ -231,10 +241,12 @@ struct SlabTest {
 #if defined(__SSE2__)
     __m128 ins = _mm_set1_ps(tMin), outs = _mm_set1_ps(std::numeric_limits<float>::infinity());
     for (std::size_t i = 0; i < 3; ++i) {
-      // Near sides in the lower lanes, far sides in the upper ones. Operands stand so that a NaN gives what was there.
+      // Near sides in the lower lanes, far sides in the upper ones. Operands stand so that a NaN
+      // gives what was there.
       const float* const side = pair.side[i];
-      const __m128 sides = _mm_loadh_pi(_mm_loadl_pi(_mm_setzero_ps(), reinterpret_cast<const __m64*>(side + (neg[i] ? 2 : 0))),
-                                        reinterpret_cast<const __m64*>(side + (neg[i] ? 0 : 2)));
+      const __m128 sides = _mm_loadh_pi(
+          _mm_loadl_pi(_mm_setzero_ps(), reinterpret_cast<const __m64*>(side + (neg[i] ? 2 : 0))),
+          reinterpret_cast<const __m64*>(side + (neg[i] ? 0 : 2)));
       const __m128 t = _mm_mul_ps(_mm_sub_ps(sides, _mm_set1_ps(origin[i])), _mm_set1_ps(inv[i]));
       ins = _mm_max_ps(t, ins);
       outs = _mm_min_ps(t, outs);
@@ -252,7 +264,8 @@ struct SlabTest {
   }
 };
 
-/// A ray enters where it comes in no later than it goes out and than its range ends; an end that is no number ends nothing.
+/// A ray enters where it comes in no later than it goes out and than its range ends; an end that is
+/// no number ends nothing.
 bool enters(float in, float out, float tMax) { return !(in > std::min(tMax, out)); }
 
 }  // namespace
@@ -263,7 +276,8 @@ struct BvhAcceleration::Tree {
   std::vector<Pair> pairs;                 ///< the interior nodes, in the order of `nodes`
 };
 
-BvhAcceleration::BvhAcceleration(const AccelerationModel& model, bool useSah) : Acceleration(model) {
+BvhAcceleration::BvhAcceleration(const AccelerationModel& model, bool useSah)
+    : Acceleration(model) {
   auto tree = std::make_unique<Tree>();
   const auto n = static_cast<std::uint32_t>(model.size());
   if (n > 0) {
@@ -290,7 +304,8 @@ BvhAcceleration::BvhAcceleration(const AccelerationModel& model, bool useSah) : 
     // The pairs. What a child is called: its run, or its number among the interior nodes.
     std::vector<std::uint32_t> nameOf(built.size());
     std::uint32_t numPairs = 0;
-    for (std::size_t k = 0; k < built.size(); ++k) nameOf[k] = built[k].isLeaf ? tree->nodes[k].first : numPairs++;
+    for (std::size_t k = 0; k < built.size(); ++k)
+      nameOf[k] = built[k].isLeaf ? tree->nodes[k].first : numPairs++;
     tree->pairs.reserve(numPairs);
     for (const BuildNode& node : built) {
       if (node.isLeaf) continue;
@@ -313,12 +328,14 @@ BvhAcceleration::BvhAcceleration(const AccelerationModel& model, bool useSah) : 
 
 BvhAcceleration::~BvhAcceleration() = default;
 
-bool BvhAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray, CollisionResult& result) const {
+bool BvhAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray,
+                                CollisionResult& result) const {
   if (tree_->nodes.empty()) return false;
   const SlabTest slabs(ray);
   tarn::Ray<float> shrinking = ray;
 
-  // What was not entered yet, and where the ray would. Asked again when its turn comes, as the range's end may have moved.
+  // What was not entered yet, and where the ray would. Asked again when its turn comes, as the
+  // range's end may have moved.
   struct Waiting {
     float in, out;
     std::uint32_t child;
@@ -345,8 +362,8 @@ bool BvhAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray<
         const std::uint32_t primitive = *run & ~kLastOfRun;
         isLast = (*run & kLastOfRun) != 0;
         if (!model().intersect(ctx, shrinking, primitive, result)) continue;
-        // KEEP(bvh-replaces): not compared with the hit before. A model that reaches past the range may put a farther hit
-        // in the place of a nearer one; callers have pinned results on it.
+        // KEEP(bvh-replaces): not compared with the hit before. A model that reaches past the range
+        // may put a farther hit in the place of a nearer one; callers have pinned results on it.
         found = true;
         result.primitiveIndex = primitive;
         shrinking.maxDistance = result.distance;
@@ -360,7 +377,8 @@ bool BvhAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray<
 
 void BvhAcceleration::draw(DrawBoxFunc drawBox) const {
   if (tree_->nodes.empty() || drawBox == nullptr) return;
-  const tarn::Vec4<float> leafColour(1.0f, 0.8f, 0.0f, 0.5f), interiorColour(0.6f, 0.6f, 1.0f, 0.2f);
+  const tarn::Vec4<float> leafColour(1.0f, 0.8f, 0.0f, 0.5f),
+      interiorColour(0.6f, 0.6f, 1.0f, 0.2f);
   WaitingStack<std::uint32_t> waiting;
   std::uint32_t current = 0;
   do {

@@ -13,7 +13,9 @@ using namespace vela_test;
 
 namespace {
 
-TriangleAccelerationModel modelOf(const TestMesh& mesh) { return {mesh.points, mesh.counts, mesh.indices}; }
+TriangleAccelerationModel modelOf(const TestMesh& mesh) {
+  return {mesh.points, mesh.counts, mesh.indices};
+}
 
 struct FakeModel : AccelerationModel {
   std::vector<Box3<float>> boxes;
@@ -31,7 +33,8 @@ struct FakeModel : AccelerationModel {
     for (const auto& box : boxes) all.extendBy(box);
     return all;
   }
-  bool intersect(const IntersectionContext&, const Ray<float>& ray, std::size_t i, CollisionResult& result) const override {
+  bool intersect(const IntersectionContext&, const Ray<float>& ray, std::size_t i,
+                 CollisionResult& result) const override {
     asked.push_back(i);
     // Like the triangle test: a little past the range.
     if (std::isnan(distances[i]) || !(distances[i] <= ray.maxDistance + 1e-5f)) return false;
@@ -59,7 +62,9 @@ std::vector<Drawn>& drawn() {
 }
 std::vector<Drawn> draw(const BvhAcceleration& bvh) {
   drawn().clear();
-  bvh.draw([](const Box3<float>& box, const tarn::Vec4<float>& colour) { drawn().push_back({box, colour}); });
+  bvh.draw([](const Box3<float>& box, const tarn::Vec4<float>& colour) {
+    drawn().push_back({box, colour});
+  });
   return drawn();
 }
 const tarn::Vec4<float> kLeaf(1.0f, 0.8f, 0.0f, 0.5f), kInterior(0.6f, 0.6f, 1.0f, 0.2f);
@@ -131,12 +136,14 @@ TEST(Bvh, SurfaceAreaSplitsAwayWhatStandsApart) {
   for (const float x : {0.0f, 1.0f, 2.0f, 3.0f, 4.0f, 5.0f, 6.0f, 12.0f}) model.add(boxAt(x));
   const auto median = draw(BvhAcceleration(model, false)), sah = draw(BvhAcceleration(model, true));
   EXPECT_NEAR(median[1].box.min.x, 11.75f, 2e-5f);
-  // By areas: seven boxes of 6.5 long left and one right costs (14 * 0.25 + ...) more than four and four.
+  // By areas: seven boxes of 6.5 long left and one right costs (14 * 0.25 + ...) more than four and
+  // four.
   EXPECT_EQ(sah[0].colour, kInterior);
   EXPECT_NE(sah[1].box.min.x, median[1].box.min.x);
 }
 
-// The cost of all 11 planes by hand, in float and as told; the tree's first split is the cheapest, the lower on ties.
+// The cost of all 11 planes by hand, in float and as told; the tree's first split is the cheapest,
+// the lower on ties.
 TEST(Bvh, SurfaceAreaTakesTheCheapestOfElevenPlanes) {
   std::mt19937 random(15);
   for (int round = 0; round < 200; ++round) {
@@ -167,8 +174,9 @@ TEST(Bvh, SurfaceAreaTakesTheCheapestOfElevenPlanes) {
         (binOf(box) < k ? left : right).extendBy(box);
         ++(binOf(box) < k ? leftCount : rightCount);
       }
-      const float cost =
-          (left.surface() * static_cast<float>(leftCount) + right.surface() * static_cast<float>(rightCount)) / total.surface();
+      const float cost = (left.surface() * static_cast<float>(leftCount) +
+                          right.surface() * static_cast<float>(rightCount)) /
+                         total.surface();
       if (cost < best) {
         best = cost;
         plane = k;
@@ -176,7 +184,8 @@ TEST(Bvh, SurfaceAreaTakesTheCheapestOfElevenPlanes) {
     }
     const float position = low + extent * static_cast<float>(plane) / 12.0f;
     Box3<float> left, right;
-    for (const auto& box : model.boxes) (((box.min + box.max) * 0.5f)[axis] > position ? right : left).extendBy(box);
+    for (const auto& box : model.boxes)
+      (((box.min + box.max) * 0.5f)[axis] > position ? right : left).extendBy(box);
     if (left.isEmpty() || right.isEmpty()) continue;
     right.pad(Vec3<float>(1e-5f));
     const auto nodes = draw(BvhAcceleration(model, true));
@@ -187,7 +196,8 @@ TEST(Bvh, SurfaceAreaTakesTheCheapestOfElevenPlanes) {
 
 TEST(Bvh, WithoutAnyAreaTheSurfaceRuleSplitsLikeTheMedian) {
   FakeModel model;
-  for (const float x : {0.0f, 1.0f, 2.0f, 3.0f, 20.0f}) model.add(Box3<float>({x, 0, 0}, {x, 0, 0}));
+  for (const float x : {0.0f, 1.0f, 2.0f, 3.0f, 20.0f})
+    model.add(Box3<float>({x, 0, 0}, {x, 0, 0}));
   const auto median = draw(BvhAcceleration(model, false)), sah = draw(BvhAcceleration(model, true));
   ASSERT_EQ(sah.size(), median.size());
   for (std::size_t i = 0; i < sah.size(); ++i) EXPECT_EQ(sah[i].box, median[i].box);
@@ -202,7 +212,8 @@ TEST(Bvh, EmptyBoxesMakeNoNodeLarger) {
     EXPECT_NEAR(nodes[0].box.min.x, 4.75f, 2e-5f);
     EXPECT_NEAR(nodes[0].box.max.x, 6.25f, 2e-5f);
     CollisionResult result;
-    EXPECT_FALSE(BvhAcceleration(model, sah).intersect(IntersectionContext(), Ray<float>({0, 0, 0}, {1, 0, 0}), result));
+    EXPECT_FALSE(BvhAcceleration(model, sah)
+                     .intersect(IntersectionContext(), Ray<float>({0, 0, 0}, {1, 0, 0}), result));
   }
 }
 
@@ -233,14 +244,15 @@ TEST(Bvh, AnyHitReturnsAtTheFirstReportedOne) {
   EXPECT_EQ(result.distance, 50.0f - static_cast<float>(model.asked[0]));
 }
 
-// KEEP(bvh-replaces): both lie in one leaf; the second is a rounding error farther, within what the model tolerates, and
-// takes the place of the first.
+// KEEP(bvh-replaces): both lie in one leaf; the second is a rounding error farther, within what the
+// model tolerates, and takes the place of the first.
 TEST(Bvh, LaterHitWithinTheModelsToleranceReplacesANearerOne) {
   FakeModel model;
   model.add(boxAt(0), 5.0f);
   model.add(boxAt(0), 5.000005f);
   CollisionResult result;
-  EXPECT_TRUE(BvhAcceleration(model, false).intersect(IntersectionContext(), Ray<float>({-5, 0, 0}, {1, 0, 0}), result));
+  EXPECT_TRUE(BvhAcceleration(model, false)
+                  .intersect(IntersectionContext(), Ray<float>({-5, 0, 0}, {1, 0, 0}), result));
   EXPECT_EQ(result.primitiveIndex, 1u);
   EXPECT_EQ(result.distance, 5.000005f);
 }
@@ -252,7 +264,9 @@ TEST(Bvh, ZeroComponentsOfEitherSignStillHit) {
     for (const float zero : {0.0f, -0.0f}) {
       for (int x = 0; x <= 13; ++x) {
         CollisionResult result;
-        EXPECT_TRUE(bvh.intersect(IntersectionContext(), Ray<float>({static_cast<float>(x), 3, 1}, {zero, zero, -1}), result))
+        EXPECT_TRUE(bvh.intersect(IntersectionContext(),
+                                  Ray<float>({static_cast<float>(x), 3, 1}, {zero, zero, -1}),
+                                  result))
             << x;
         EXPECT_EQ(result.distance, 1.0f);
       }
@@ -260,11 +274,12 @@ TEST(Bvh, ZeroComponentsOfEitherSignStillHit) {
   }
 }
 
-// Centres at powers of two: each split in the middle takes one box off, and with the ray along the row every level leaves a
-// sibling waiting, far more than the walk's own stack holds.
+// Centres at powers of two: each split in the middle takes one box off, and with the ray along the
+// row every level leaves a sibling waiting, far more than the walk's own stack holds.
 TEST(Bvh, TreeDeeperThanTheStackIsWalkedToItsEnd) {
   FakeModel model;
-  for (int k = -120; k <= 120; ++k) model.add(Box3<float>({std::ldexp(1.0f, k), -1, -1}, {std::ldexp(1.0f, k), 1, 1}));
+  for (int k = -120; k <= 120; ++k)
+    model.add(Box3<float>({std::ldexp(1.0f, k), -1, -1}, {std::ldexp(1.0f, k), 1, 1}));
   for (const bool sah : {false, true}) {
     const BvhAcceleration bvh(model, sah);
     const auto nodes = draw(bvh);
@@ -272,7 +287,9 @@ TEST(Bvh, TreeDeeperThanTheStackIsWalkedToItsEnd) {
     for (const float side : {1.0f, -1.0f}) {
       model.asked.clear();
       CollisionResult result;
-      EXPECT_FALSE(bvh.intersect(IntersectionContext(), Ray<float>({side > 0 ? -1.0f : 2e36f, 0, 0}, {side, 0, 0}), result));
+      EXPECT_FALSE(bvh.intersect(IntersectionContext(),
+                                 Ray<float>({side > 0 ? -1.0f : 2e36f, 0, 0}, {side, 0, 0}),
+                                 result));
       std::sort(model.asked.begin(), model.asked.end());
       ASSERT_EQ(model.asked.size(), 241u) << side;
       for (std::size_t i = 0; i < 241; ++i) EXPECT_EQ(model.asked[i], i);
@@ -298,8 +315,9 @@ TEST(Bvh, EveryPrimitiveLiesInTheBoxesAboveIt) {
   }
 }
 
-// The tree against brute force: the same hit, or one that replaced it within the 1e-5 that the triangle test tolerates, or a
-// hit at the range's very ends, which the tree leaves to the model and brute force does not take.
+// The tree against brute force: the same hit, or one that replaced it within the 1e-5 that the
+// triangle test tolerates, or a hit at the range's very ends, which the tree leaves to the model
+// and brute force does not take.
 TEST(Bvh, DiffersFromBruteForceOnlyByTheToleranceOfTheTriangleTest) {
   const unsigned seed = 321;
   SCOPED_TRACE(seed);
@@ -312,17 +330,21 @@ TEST(Bvh, DiffersFromBruteForceOnlyByTheToleranceOfTheTriangleTest) {
       const Ray<float> ray = maker.ordinary();
       CollisionResult nearest, a, b;
       const bool any = plainNearest(model, ray, nearest);
-      const bool hitA = median.intersect(IntersectionContext(), ray, a), hitB = sah.intersect(IntersectionContext(), ray, b);
+      const bool hitA = median.intersect(IntersectionContext(), ray, a),
+                 hitB = sah.intersect(IntersectionContext(), ray, b);
       for (const auto& [hit, got] : {std::pair(hitA, a), std::pair(hitB, b)}) {
         if (hit != any) {
-          // Only a hit up to 1e-5 before the range's beginning counts for one and not for the other.
-          ASSERT_TRUE(hit && got.distance <= ray.minDistance && got.distance >= ray.minDistance - 1e-5f)
+          // Only a hit up to 1e-5 before the range's beginning counts for one and not for the
+          // other.
+          ASSERT_TRUE(hit && got.distance <= ray.minDistance &&
+                      got.distance >= ray.minDistance - 1e-5f)
               << mesh.name << show(ray);
           continue;
         }
         if (!hit || bitsOf(got.distance) == bitsOf(nearest.distance)) continue;
-        ASSERT_LE(std::fabs(static_cast<double>(got.distance) - static_cast<double>(nearest.distance)),
-                  2e-5 + 1e-7 * static_cast<double>(nearest.distance))
+        ASSERT_LE(
+            std::fabs(static_cast<double>(got.distance) - static_cast<double>(nearest.distance)),
+            2e-5 + 1e-7 * static_cast<double>(nearest.distance))
             << mesh.name << show(ray) << show(got) << show(nearest);
       }
       hits += any ? 1 : 0;

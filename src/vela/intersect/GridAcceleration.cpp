@@ -23,13 +23,17 @@ constexpr std::uint32_t kMaxResolution = 64;
 struct CellRange {
   std::uint8_t low[3], high[3];
 
-  [[nodiscard]] bool isEmpty() const { return low[0] > high[0] || low[1] > high[1] || low[2] > high[2]; }
+  [[nodiscard]] bool isEmpty() const {
+    return low[0] > high[0] || low[1] > high[1] || low[2] > high[2];
+  }
   [[nodiscard]] std::size_t size() const {
     if (isEmpty()) return 0;
-    return (std::size_t{high[0]} - low[0] + 1) * (std::size_t{high[1]} - low[1] + 1) * (std::size_t{high[2]} - low[2] + 1);
+    return (std::size_t{high[0]} - low[0] + 1) * (std::size_t{high[1]} - low[1] + 1) *
+           (std::size_t{high[2]} - low[2] + 1);
   }
   [[nodiscard]] bool contains(std::uint32_t x, std::uint32_t y, std::uint32_t z) const {
-    return x >= low[0] && x <= high[0] && y >= low[1] && y <= high[1] && z >= low[2] && z <= high[2];
+    return x >= low[0] && x <= high[0] && y >= low[1] && y <= high[1] && z >= low[2] &&
+           z <= high[2];
   }
 };
 
@@ -38,7 +42,8 @@ struct WidePrimitive {
   CellRange range;
 };
 
-/// Adds up neighbouring bits, pairs and nibbles; the compiler's own would be a call where the instruction may be missing.
+/// Adds up neighbouring bits, pairs and nibbles; the compiler's own would be a call where the
+/// instruction may be missing.
 unsigned countBits(std::uint64_t bits) {
   bits -= (bits >> 1) & 0x5555555555555555u;
   bits = (bits & 0x3333333333333333u) + ((bits >> 2) & 0x3333333333333333u);
@@ -46,8 +51,8 @@ unsigned countBits(std::uint64_t bits) {
   return static_cast<unsigned>((bits * 0x0101010101010101u) >> 56);
 }
 
-/// The cell along one axis, clamped on both sides: a point a rounding error below the box belongs to cell 0. NaN gives 0.
-/// Truncation is floor here: what is below 0 is 0 anyway.
+/// The cell along one axis, clamped on both sides: a point a rounding error below the box belongs
+/// to cell 0. NaN gives 0. Truncation is floor here: what is below 0 is 0 anyway.
 std::uint32_t cellAlong(float distanceFromMin, float cellSize, std::uint32_t resolution) {
   const std::uint32_t last = resolution - 1;
   const float cell = distanceFromMin / cellSize;
@@ -57,8 +62,9 @@ std::uint32_t cellAlong(float distanceFromMin, float cellSize, std::uint32_t res
 
 }  // namespace
 
-/// The lists. Cells are numbered with a border of one cell on every side, so that "leaves the grid" and "has a list" are one
-/// bit to look at in each step of a walk; an occupied cell's list is found by its rank among the occupied ones.
+/// The lists. Cells are numbered with a border of one cell on every side, so that "leaves the grid"
+/// and "has a list" are one bit to look at in each step of a walk; an occupied cell's list is found
+/// by its rank among the occupied ones.
 struct GridAcceleration::Cells {
   struct Rank {
     std::uint64_t occupied = 0;
@@ -67,8 +73,8 @@ struct GridAcceleration::Cells {
   std::size_t strideY = 0, strideZ = 0;
   std::vector<std::uint64_t> stops;  ///< a bit a cell: occupied or border
   std::vector<Rank> ranks;           ///< one for each 64 cells
-  /// List of rank r: primitives[start[r] .. start[r + 1]), in increasing order; of blocks instead of primitives when the model
-  /// is a list of triangles.
+  /// List of rank r: primitives[start[r] .. start[r + 1]), in increasing order; of blocks instead
+  /// of primitives when the model is a list of triangles.
   std::vector<std::uint32_t> start;
   std::vector<std::uint32_t> primitives;
   std::vector<detail::TriangleBlock> blocks;
@@ -79,8 +85,12 @@ struct GridAcceleration::Cells {
   [[nodiscard]] std::size_t number(std::uint32_t x, std::uint32_t y, std::uint32_t z) const {
     return (z + 1) * strideZ + (y + 1) * strideY + (x + 1);
   }
-  [[nodiscard]] bool isStop(std::size_t cell) const { return (stops[cell >> 6] >> (cell & 63) & 1u) != 0; }
-  [[nodiscard]] bool isOccupied(std::size_t cell) const { return (ranks[cell >> 6].occupied >> (cell & 63) & 1u) != 0; }
+  [[nodiscard]] bool isStop(std::size_t cell) const {
+    return (stops[cell >> 6] >> (cell & 63) & 1u) != 0;
+  }
+  [[nodiscard]] bool isOccupied(std::size_t cell) const {
+    return (ranks[cell >> 6].occupied >> (cell & 63) & 1u) != 0;
+  }
   [[nodiscard]] std::size_t rankOf(std::size_t cell) const {
     const Rank& rank = ranks[cell >> 6];
     return rank.before + countBits(rank.occupied & ((std::uint64_t{1} << (cell & 63)) - 1));
@@ -90,7 +100,8 @@ struct GridAcceleration::Cells {
   template <class Test>
   void forEachPrimitive(std::size_t cell, Test test) const {
     const std::size_t rank = rankOf(cell);
-    const std::uint32_t *at = primitives.data() + start[rank], *const end = primitives.data() + start[rank + 1];
+    const std::uint32_t *at = primitives.data() + start[rank], *const end = primitives.data() +
+                                                                            start[rank + 1];
     if (!wide.empty()) {
       const auto x = static_cast<std::uint32_t>(cell % strideY - 1),
                  y = static_cast<std::uint32_t>(cell % strideZ / strideY - 1),
@@ -107,13 +118,16 @@ struct GridAcceleration::Cells {
   }
 };
 
-GridAcceleration::GridAcceleration(const AccelerationModel& model) : Acceleration(model), box_(model.bounds()) {
+GridAcceleration::GridAcceleration(const AccelerationModel& model)
+    : Acceleration(model), box_(model.bounds()) {
   const std::size_t count = model.size();
   const tarn::Vec3<float> extent = box_.max - box_.min;
   if (std::isnan(extent.x) || std::isnan(extent.y) || std::isnan(extent.z)) return;
 
-  // A box without volume makes k infinite and the counts 0; an enormous count keeps its low 32 bits only.
-  const float k = std::cbrt(0.33333334f) / std::cbrt(extent.x * extent.y * extent.z / static_cast<float>(count));
+  // A box without volume makes k infinite and the counts 0; an enormous count keeps its low 32 bits
+  // only.
+  const float k = std::cbrt(0.33333334f) /
+                  std::cbrt(extent.x * extent.y * extent.z / static_cast<float>(count));
   std::array<std::uint32_t, 3> resolution{};
   for (std::size_t i = 0; i < 3; ++i)
     resolution[i] = std::min(tarn::truncToUint32(std::floor(extent[i] * k) + 1.0f), kMaxResolution);
@@ -135,12 +149,15 @@ void GridAcceleration::fill(const AccelerationModel& model) {
   // Each primitive's cells.
   std::vector<CellRange> ranges(count);
   std::size_t references = 0;
-  std::array<std::size_t, 20> referencesBySize{};  // by the logarithm of the range's size, at most 2^18
+  std::array<std::size_t, 20>
+      referencesBySize{};  // by the logarithm of the range's size, at most 2^18
   for (std::size_t p = 0; p < count; ++p) {
     const tarn::Box3<float> b = model.bounds(p);
     for (std::size_t i = 0; i < 3; ++i) {
-      ranges[p].low[i] = static_cast<std::uint8_t>(cellAlong(b.min[i] - box_.min[i], cellSize_[i], resolution_[i]));
-      ranges[p].high[i] = static_cast<std::uint8_t>(cellAlong(b.max[i] - box_.min[i], cellSize_[i], resolution_[i]));
+      ranges[p].low[i] = static_cast<std::uint8_t>(
+          cellAlong(b.min[i] - box_.min[i], cellSize_[i], resolution_[i]));
+      ranges[p].high[i] = static_cast<std::uint8_t>(
+          cellAlong(b.max[i] - box_.min[i], cellSize_[i], resolution_[i]));
     }
     const std::size_t size = ranges[p].size();
     references += size;
@@ -151,7 +168,8 @@ void GridAcceleration::fill(const AccelerationModel& model) {
 
   // Lists that would take more than about 128 MB: the widest primitives are kept aside.
   std::size_t widest = referencesBySize.size() - 1;
-  for (const std::size_t limit = std::size_t{32} * 1000 * 1000 + 16 * count; references > limit && widest > 0; --widest)
+  for (const std::size_t limit = std::size_t{32} * 1000 * 1000 + 16 * count;
+       references > limit && widest > 0; --widest)
     references -= referencesBySize[widest];
   const auto isWide = [&](const CellRange& range) { return range.size() >> (widest + 1) != 0; };
   for (std::size_t p = 0; p < count; ++p)
@@ -168,16 +186,19 @@ void GridAcceleration::fill(const AccelerationModel& model) {
   // Occupied cells and their ranks; with wide primitives about, every cell.
   cells->stops.assign(words, 0);
   cells->ranks.assign(words, {});
-  const auto occupy = [&](std::size_t cell) { cells->ranks[cell >> 6].occupied |= std::uint64_t{1} << (cell & 63); };
+  const auto occupy = [&](std::size_t cell) {
+    cells->ranks[cell >> 6].occupied |= std::uint64_t{1} << (cell & 63);
+  };
   for (std::size_t p = 0; p < count; ++p) forEachCell(p, occupy);
   for (std::uint32_t z = 0; z < resolution_[2] + 2; ++z)
     for (std::uint32_t y = 0; y < resolution_[1] + 2; ++y)
       for (std::uint32_t x = 0; x < resolution_[0] + 2; ++x) {
         const std::size_t cell = z * cells->strideZ + y * cells->strideY + x;
-        const bool isBorder =
-            x == 0 || y == 0 || z == 0 || x == resolution_[0] + 1 || y == resolution_[1] + 1 || z == resolution_[2] + 1;
+        const bool isBorder = x == 0 || y == 0 || z == 0 || x == resolution_[0] + 1 ||
+                              y == resolution_[1] + 1 || z == resolution_[2] + 1;
         if (!isBorder && !cells->wide.empty()) occupy(cell);
-        if (isBorder || cells->isOccupied(cell)) cells->stops[cell >> 6] |= std::uint64_t{1} << (cell & 63);
+        if (isBorder || cells->isOccupied(cell))
+          cells->stops[cell >> 6] |= std::uint64_t{1} << (cell & 63);
       }
   std::uint32_t occupied = 0;
   for (Cells::Rank& rank : cells->ranks) {
@@ -187,17 +208,19 @@ void GridAcceleration::fill(const AccelerationModel& model) {
 
   // The lists: count, then fill in primitive order.
   std::vector<std::uint32_t> begin(std::size_t{occupied} + 1, 0);
-  for (std::size_t p = 0; p < count; ++p) forEachCell(p, [&](std::size_t cell) { ++begin[cells->rankOf(cell) + 1]; });
+  for (std::size_t p = 0; p < count; ++p)
+    forEachCell(p, [&](std::size_t cell) { ++begin[cells->rankOf(cell) + 1]; });
 
-  // Triangles are laid out in blocks, whose cost is bounded where triangles repeat over many cells. Only the very class: one
-  // derived from it may answer differently.
-  const bool isTriangles =
-      typeid(model) == typeid(TriangleAccelerationModel) && cells->wide.empty() && references <= 8 * count + 1000 * 1000;
+  // Triangles are laid out in blocks, whose cost is bounded where triangles repeat over many cells.
+  // Only the very class: one derived from it may answer differently.
+  const bool isTriangles = typeid(model) == typeid(TriangleAccelerationModel) &&
+                           cells->wide.empty() && references <= 8 * count + 1000 * 1000;
   if (isTriangles) {
     const auto& triangles = static_cast<const TriangleAccelerationModel&>(model);
     cells->testBlocks = detail::bestTriangleBlockTest();
     cells->start.assign(begin.size(), 0);
-    for (std::size_t r = 0; r < occupied; ++r) cells->start[r + 1] = cells->start[r] + (begin[r + 1] + 7) / 8;
+    for (std::size_t r = 0; r < occupied; ++r)
+      cells->start[r + 1] = cells->start[r] + (begin[r + 1] + 7) / 8;
     cells->blocks.assign(cells->start[occupied], detail::TriangleBlock{});
     std::vector<std::uint32_t> filled(occupied, 0);
     const tarn::Vec3<float>* const at = triangles.points_.cdata();
@@ -220,13 +243,15 @@ void GridAcceleration::fill(const AccelerationModel& model) {
     cells->start = begin;
     cells->primitives.resize(begin[occupied]);
     for (std::size_t p = 0; p < count; ++p)
-      forEachCell(p,
-                  [&](std::size_t cell) { cells->primitives[begin[cells->rankOf(cell)]++] = static_cast<std::uint32_t>(p); });
+      forEachCell(p, [&](std::size_t cell) {
+        cells->primitives[begin[cells->rankOf(cell)]++] = static_cast<std::uint32_t>(p);
+      });
   }
   cells_ = std::move(cells);
 }
 
-bool GridAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray, CollisionResult& result) const {
+bool GridAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray,
+                                 CollisionResult& result) const {
   float tEnter = 0.0f, tLeave = 0.0f;
   if (!cells_ || !detail::hitBox(ray, box_, tEnter, tLeave)) return false;
   const Cells& cells = *cells_;
@@ -235,10 +260,11 @@ bool GridAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray
   const tarn::Vec3<float> entry = ray.origin + ray.direction * tEnter - box_.min;
   std::array<std::uint32_t, 3> entryCell{};
   std::array<float, 3> tNext{}, tDelta{};
-  std::array<std::ptrdiff_t, 3> step{1, static_cast<std::ptrdiff_t>(cells.strideY), static_cast<std::ptrdiff_t>(cells.strideZ)};
+  std::array<std::ptrdiff_t, 3> step{1, static_cast<std::ptrdiff_t>(cells.strideY),
+                                     static_cast<std::ptrdiff_t>(cells.strideZ)};
   for (std::size_t i = 0; i < 3; ++i) {
-    // KEEP(grid-minus-zero): -0 becomes +0. Divided by -0 the next boundary would lie at minus infinity, and the walk
-    // would run out of the grid along an axis that the ray does not move on.
+    // KEEP(grid-minus-zero): -0 becomes +0. Divided by -0 the next boundary would lie at minus
+    // infinity, and the walk would run out of the grid along an axis that the ray does not move on.
     const float d = ray.direction[i] + 0.0f, size = cellSize_[i], r = entry[i];
     const std::uint32_t cell = cellAlong(r, size, resolution_[i]);
     entryCell[i] = cell;
@@ -253,23 +279,26 @@ bool GridAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray
   }
   std::size_t cell = cells.number(entryCell[0], entryCell[1], entryCell[2]);
 
-  // KEEP(grid-first-cell): the first cell with a hit ends the query, though the hit may lie beyond it and a nearer one be
-  // listed further on. Hosts have pinned picks on this.
+  // KEEP(grid-first-cell): the first cell with a hit ends the query, though the hit may lie beyond
+  // it and a nearer one be listed further on. Hosts have pinned picks on this.
   const auto answers = [&]() {
     float best = ray.maxDistance;
     if (cells.testBlocks != nullptr) {
       const std::size_t rank = cells.rankOf(cell);
       detail::BlockHit hit;
-      if (!cells.testBlocks(cells.blocks.data() + cells.start[rank], cells.blocks.data() + cells.start[rank + 1], ray,
-                            ctx.nearestHit, best, hit))
+      if (!cells.testBlocks(cells.blocks.data() + cells.start[rank],
+                            cells.blocks.data() + cells.start[rank + 1], ray, ctx.nearestHit, best,
+                            hit))
         return false;
-      // The record has the bits of the single test's: the block holds what that one works from, and is at hand.
+      // The record has the bits of the single test's: the block holds what that one works from, and
+      // is at hand.
       const detail::TriangleBlock& block = *hit.block;
       const std::size_t lane = hit.lane;
       result.distance = best;
       result.position = ray.origin + ray.direction * best;
-      result.normal = tarn::cross(tarn::Vec3<float>(block.e1x[lane], block.e1y[lane], block.e1z[lane]),
-                                  tarn::Vec3<float>(block.e2x[lane], block.e2y[lane], block.e2z[lane]));
+      result.normal =
+          tarn::cross(tarn::Vec3<float>(block.e1x[lane], block.e1y[lane], block.e1z[lane]),
+                      tarn::Vec3<float>(block.e2x[lane], block.e2y[lane], block.e2z[lane]));
       result.primitiveIndex = block.primitive[lane];
       result.faceIndex = block.face[lane];
       result.hit = true;
@@ -288,26 +317,32 @@ bool GridAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray
     return best < ray.maxDistance;
   };
 
-  // From cell to cell through the boundary that comes first; on ties z before y before x, and never x or y past a NaN.
+  // From cell to cell through the boundary that comes first; on ties z before y before x, and never
+  // x or y past a NaN.
 #if defined(__SSE2__)
   // Without branches on the axis, which no processor can guess.
   __m128 tx = _mm_set_ss(tNext[0]), ty = _mm_set_ss(tNext[1]), tz = _mm_set_ss(tNext[2]);
   const __m128 dx = _mm_set_ss(tDelta[0]), dy = _mm_set_ss(tDelta[1]), dz = _mm_set_ss(tDelta[2]);
   const __m128 tMax = _mm_set_ss(ray.maxDistance);
-  const int sx = static_cast<int>(step[0]), sy = static_cast<int>(step[1]), sz = static_cast<int>(step[2]);
+  const int sx = static_cast<int>(step[0]), sy = static_cast<int>(step[1]),
+            sz = static_cast<int>(step[2]);
   while (true) {
     if (cells.isStop(cell)) {
       if (!cells.isOccupied(cell)) return false;
       if (answers()) return true;
     }
-    const __m128 xBeforeY = _mm_cmplt_ss(tx, ty), xBeforeZ = _mm_cmplt_ss(tx, tz), yBeforeZ = _mm_cmplt_ss(ty, tz);
-    const __m128 isX = _mm_and_ps(xBeforeY, xBeforeZ), isY = _mm_andnot_ps(xBeforeY, yBeforeZ), isXY = _mm_or_ps(isX, isY);
-    const __m128 t = _mm_or_ps(_mm_or_ps(_mm_and_ps(isX, tx), _mm_and_ps(isY, ty)), _mm_andnot_ps(isXY, tz));
+    const __m128 xBeforeY = _mm_cmplt_ss(tx, ty), xBeforeZ = _mm_cmplt_ss(tx, tz),
+                 yBeforeZ = _mm_cmplt_ss(ty, tz);
+    const __m128 isX = _mm_and_ps(xBeforeY, xBeforeZ), isY = _mm_andnot_ps(xBeforeY, yBeforeZ),
+                 isXY = _mm_or_ps(isX, isY);
+    const __m128 t =
+        _mm_or_ps(_mm_or_ps(_mm_and_ps(isX, tx), _mm_and_ps(isY, ty)), _mm_andnot_ps(isXY, tz));
     if (_mm_comigt_ss(t, tMax)) return false;
     tx = _mm_add_ss(tx, _mm_and_ps(isX, dx));
     ty = _mm_add_ss(ty, _mm_and_ps(isY, dy));
     tz = _mm_add_ss(tz, _mm_andnot_ps(isXY, dz));
-    const int maskX = _mm_cvtsi128_si32(_mm_castps_si128(isX)), maskY = _mm_cvtsi128_si32(_mm_castps_si128(isY));
+    const int maskX = _mm_cvtsi128_si32(_mm_castps_si128(isX)),
+              maskY = _mm_cvtsi128_si32(_mm_castps_si128(isY));
     const int move = (sx & maskX) | (sy & maskY) | (sz & ~(maskX | maskY));
     cell += static_cast<std::size_t>(static_cast<std::ptrdiff_t>(move));
   }
@@ -318,7 +353,8 @@ bool GridAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray
       if (answers()) return true;
     }
     static constexpr std::size_t kAxis[8] = {2, 1, 2, 1, 2, 2, 0, 0};
-    const std::size_t axis = kAxis[4u * (tNext[0] < tNext[1]) + 2u * (tNext[0] < tNext[2]) + 1u * (tNext[1] < tNext[2])];
+    const std::size_t axis =
+        kAxis[4u * (tNext[0] < tNext[1]) + 2u * (tNext[0] < tNext[2]) + 1u * (tNext[1] < tNext[2])];
     if (tNext[axis] > ray.maxDistance) return false;
     cell += static_cast<std::size_t>(step[axis]);
     tNext[axis] += tDelta[axis];
@@ -335,10 +371,14 @@ void GridAcceleration::draw(DrawBoxFunc drawBox) const {
         const std::size_t cell = cells_->number(x, y, z);
         if (!cells_->isOccupied(cell)) continue;
         bool hasPrimitive = cells_->testBlocks != nullptr;
-        if (!hasPrimitive) cells_->forEachPrimitive(cell, [&](std::uint32_t) { return hasPrimitive = true; });
+        if (!hasPrimitive)
+          cells_->forEachPrimitive(cell, [&](std::uint32_t) { return hasPrimitive = true; });
         if (!hasPrimitive) continue;
-        const tarn::Vec3<float> low(static_cast<float>(x), static_cast<float>(y), static_cast<float>(z));
-        drawBox(tarn::Box3<float>(box_.min + cellSize_ * low, box_.min + cellSize_ * (low + tarn::Vec3<float>(1.0f))), colour);
+        const tarn::Vec3<float> low(static_cast<float>(x), static_cast<float>(y),
+                                    static_cast<float>(z));
+        drawBox(tarn::Box3<float>(box_.min + cellSize_ * low,
+                                  box_.min + cellSize_ * (low + tarn::Vec3<float>(1.0f))),
+                colour);
       }
 }
 

@@ -14,13 +14,14 @@ namespace vela {
 
 /// About one cell for three primitives, at most 64 along each axis.
 ///
-/// What it answers: cells are visited along the ray, and the first cell in which any of its primitives is hit ends the query
-/// with the best hit of that cell (with nearestHit false: the first in primitive order), even when that hit lies beyond the
-/// cell. A nearer primitive that is only listed in a later cell is then missed; whoever needs the true nearest hit takes
+/// What it answers: cells are visited along the ray, and the first cell in which any of its
+/// primitives is hit ends the query with the best hit of that cell (with nearestHit false: the
+/// first in primitive order), even when that hit lies beyond the cell. A nearer primitive that is
+/// only listed in a later cell is then missed; whoever needs the true nearest hit takes
 /// SceneTracer. Hits count strictly inside the ray's range.
 ///
-/// A model without primitives or without volume (an extent of exactly 0), or with a box that is no number or empty, gives a
-/// grid that hits nothing.
+/// A model without primitives or without volume (an extent of exactly 0), or with a box that is no
+/// number or empty, gives a grid that hits nothing.
 ///
 /// Source: Amanatides and Woo, A Fast Voxel Traversal Algorithm for Ray Tracing, Eurographics 1987.
 class VELA_API GridAcceleration : public Acceleration {
@@ -30,9 +31,11 @@ class VELA_API GridAcceleration : public Acceleration {
   GridAcceleration& operator=(const GridAcceleration&) = delete;
   ~GridAcceleration() override;
 
-  bool intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray, CollisionResult& result) const override;
+  bool intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray,
+                 CollisionResult& result) const override;
 
-  /// The box of every cell that lists a primitive, x fastest, then y, then z, in (0.4, 0.9, 0.5, 0.2).
+  /// The box of every cell that lists a primitive, x fastest, then y, then z, in (0.4, 0.9, 0.5,
+  /// 0.2).
   void draw(DrawBoxFunc drawBox) const override;
 
   /// Cells along x, y and z, 1 to 64 each; all 0 when the grid is empty.

@@ -13,9 +13,13 @@ using namespace vela_test;
 
 namespace {
 
-TriangleAccelerationModel modelOf(const TestMesh& mesh) { return {mesh.points, mesh.counts, mesh.indices}; }
+TriangleAccelerationModel modelOf(const TestMesh& mesh) {
+  return {mesh.points, mesh.counts, mesh.indices};
+}
 
-std::array<std::uint32_t, 3> cells(std::uint32_t x, std::uint32_t y, std::uint32_t z) { return {x, y, z}; }
+std::array<std::uint32_t, 3> cells(std::uint32_t x, std::uint32_t y, std::uint32_t z) {
+  return {x, y, z};
+}
 
 /// Boxes and answers as the test wants them.
 struct FakeModel : AccelerationModel {
@@ -27,7 +31,8 @@ struct FakeModel : AccelerationModel {
   std::size_t size() const override { return boxes.size(); }
   Box3<float> bounds(std::size_t i) const override { return boxes[i]; }
   Box3<float> bounds() const override { return all; }
-  bool intersect(const IntersectionContext&, const Ray<float>&, std::size_t i, CollisionResult& result) const override {
+  bool intersect(const IntersectionContext&, const Ray<float>&, std::size_t i,
+                 CollisionResult& result) const override {
     asked.push_back(i);
     if (std::isnan(distances[i])) return false;
     result.distance = distances[i];
@@ -64,10 +69,12 @@ TEST(Grid, ModelWithoutPrimitivesIsNeverHit) {
   model.all = Box3<float>({0, 0, 0}, {1, 1, 1});
   CollisionResult result = marked();
   const GridAcceleration grid(model);
-  EXPECT_FALSE(grid.intersect(IntersectionContext(), Ray<float>({0.5f, 0.5f, -1}, {0, 0, 1}), result));
+  EXPECT_FALSE(
+      grid.intersect(IntersectionContext(), Ray<float>({0.5f, 0.5f, -1}, {0, 0, 1}), result));
   EXPECT_TRUE(sameRecord(result, marked()));
   model.all = Box3<float>();
-  EXPECT_FALSE(GridAcceleration(model).intersect(IntersectionContext(), Ray<float>({0, 0, 0}, {0, 0, 1}), result));
+  EXPECT_FALSE(GridAcceleration(model).intersect(IntersectionContext(),
+                                                 Ray<float>({0, 0, 0}, {0, 0, 1}), result));
 }
 
 TEST(Grid, BoxThatIsNoNumberGivesAnEmptyGrid) {
@@ -77,7 +84,8 @@ TEST(Grid, BoxThatIsNoNumberGivesAnEmptyGrid) {
   const GridAcceleration grid(model);
   EXPECT_EQ(grid.resolution(), cells(0, 0, 0));
   CollisionResult result;
-  EXPECT_FALSE(grid.intersect(IntersectionContext(), Ray<float>({0, 0.5f, 0.5f}, {1, 0, 0}), result));
+  EXPECT_FALSE(
+      grid.intersect(IntersectionContext(), Ray<float>({0, 0.5f, 0.5f}, {1, 0, 0}), result));
 }
 
 TEST(Grid, BoxWithoutVolumeGivesAnEmptyGrid) {
@@ -102,7 +110,8 @@ TEST(Grid, RayThatStartsInsideStartsInTheCellOfItsOrigin) {
   const GridAcceleration grid(model);
   ASSERT_EQ(grid.resolution()[0], 5u);
   CollisionResult result;
-  EXPECT_FALSE(grid.intersect(IntersectionContext(), Ray<float>({3.5f, 0.5f, 0.5f}, {1, 0, 0}), result));
+  EXPECT_FALSE(
+      grid.intersect(IntersectionContext(), Ray<float>({3.5f, 0.5f, 0.5f}, {1, 0, 0}), result));
   // The cell from 2.4 to 3.6 lists 2 and 3; what lies before it is not asked.
   ASSERT_GE(model.asked.size(), 4u);
   EXPECT_EQ(model.asked.front(), 2u);
@@ -117,20 +126,23 @@ TEST(Grid, PrimitiveOverManyCellsIsInEachOfTheirLists) {
   for (int y = 0; y < 33; ++y)
     for (int x = 0; x < 33; ++x) {
       CollisionResult result;
-      const Ray<float> ray({(static_cast<float>(x) + 0.5f) / 33.0f, (static_cast<float>(y) + 0.25f) / 33.0f, 1}, {0, 0, -1});
+      const Ray<float> ray(
+          {(static_cast<float>(x) + 0.5f) / 33.0f, (static_cast<float>(y) + 0.25f) / 33.0f, 1},
+          {0, 0, -1});
       EXPECT_TRUE(grid.intersect(ctx, ray, result)) << x << ' ' << y;
     }
 }
 
-// KEEP(grid-first-cell): primitive 0 lies in the first cell and reports a far hit; primitive 5, nearer, is listed in later
-// cells only and is never asked.
+// KEEP(grid-first-cell): primitive 0 lies in the first cell and reports a far hit; primitive 5,
+// nearer, is listed in later cells only and is never asked.
 TEST(Grid, FirstCellWithAHitEndsTheQuery) {
   FakeModel model = rowOfCells(6);
   model.distances[0] = 5.5f;
   model.distances[5] = 1.0f;
   const GridAcceleration grid(model);
   CollisionResult result;
-  EXPECT_TRUE(grid.intersect(IntersectionContext(), Ray<float>({-1, 0.5f, 0.5f}, {1, 0, 0}), result));
+  EXPECT_TRUE(
+      grid.intersect(IntersectionContext(), Ray<float>({-1, 0.5f, 0.5f}, {1, 0, 0}), result));
   EXPECT_EQ(result.primitiveIndex, 0u);
   EXPECT_EQ(result.distance, 5.5f);
 }
@@ -183,7 +195,8 @@ TEST(Grid, MinusZeroWalksLikeZero) {
   EXPECT_GT(hits, 500);
 }
 
-// Half of the points of a box lie a rounding error below its minimum when they are computed from a ray.
+// Half of the points of a box lie a rounding error below its minimum when they are computed from a
+// ray.
 TEST(Grid, EntryBelowTheBoxByARoundingErrorBelongsToTheFirstCell) {
   const TestMesh mesh = bumpySphere(40, 60, 0.0f);
   const TriangleAccelerationModel model = modelOf(mesh);
@@ -225,7 +238,8 @@ TEST(Grid, DrawShowsTheOccupiedCells) {
 
   boxes.clear();
   model.all = Box3<float>();
-  GridAcceleration(model).draw([](const Box3<float>& box, const tarn::Vec4<float>&) { boxes.push_back(box); });
+  GridAcceleration(model).draw(
+      [](const Box3<float>& box, const tarn::Vec4<float>&) { boxes.push_back(box); });
   EXPECT_TRUE(boxes.empty());
 }
 
@@ -234,7 +248,8 @@ TEST(Grid, ResolutionIsThatOfThePlainRule) {
     const TriangleAccelerationModel model = modelOf(mesh);
     const GridAcceleration grid(model);
     const PlainGrid plain(model);
-    for (const std::size_t axis : {0u, 1u, 2u}) EXPECT_EQ(grid.resolution()[axis], plain.resolution(axis)) << mesh.name;
+    for (const std::size_t axis : {0u, 1u, 2u})
+      EXPECT_EQ(grid.resolution()[axis], plain.resolution(axis)) << mesh.name;
   }
 }
 
@@ -243,7 +258,8 @@ struct AskedTriangles : TriangleAccelerationModel {
   using TriangleAccelerationModel::TriangleAccelerationModel;
 };
 
-void expectPlainAnswers(const TestMesh& mesh, const AccelerationModel& model, int rays, unsigned seed) {
+void expectPlainAnswers(const TestMesh& mesh, const AccelerationModel& model, int rays,
+                        unsigned seed) {
   const GridAcceleration grid(model);
   const PlainGrid plain(model);
   RayMaker maker(mesh, seed);
@@ -254,7 +270,8 @@ void expectPlainAnswers(const TestMesh& mesh, const AccelerationModel& model, in
     CollisionResult expected = marked(), got = marked();
     const bool hit = plain.intersect(ctx, ray, expected);
     ASSERT_EQ(grid.intersect(ctx, ray, got), hit) << mesh.name << " " << show(ray);
-    ASSERT_TRUE(sameRecord(got, expected)) << mesh.name << " " << show(ray) << show(got) << show(expected);
+    ASSERT_TRUE(sameRecord(got, expected))
+        << mesh.name << " " << show(ray) << show(got) << show(expected);
   }
 }
 
@@ -263,11 +280,13 @@ TEST(Grid, AnswersLikeThePlainRuleBitForBit) {
   SCOPED_TRACE(seed);
   for (const TestMesh& mesh : sampleMeshes()) {
     expectPlainAnswers(mesh, modelOf(mesh), 30000, seed);
-    expectPlainAnswers(mesh, AskedTriangles(mesh.points, mesh.counts, mesh.indices), 6000, seed + 1);
+    expectPlainAnswers(mesh, AskedTriangles(mesh.points, mesh.counts, mesh.indices), 6000,
+                       seed + 1);
   }
 }
 
-// Ten thousand triangles, each across the whole mesh: their lists would take more memory than they are worth.
+// Ten thousand triangles, each across the whole mesh: their lists would take more memory than they
+// are worth.
 TEST(Grid, TrianglesAcrossTheWholeMeshAreKeptOnceAndAnswerTheSame) {
   TestMesh mesh;
   std::mt19937 random(41);
@@ -278,7 +297,8 @@ TEST(Grid, TrianglesAcrossTheWholeMeshAreKeptOnceAndAnswerTheSame) {
   for (int i = 0; i < 11000; ++i) {
     if (i % 5 == 0) {
       const Vec3<float> at = corner(static_cast<float>(random() % 200u) / 100.0f - 1.0f);
-      for (const auto& p : {at, at + Vec3<float>(0.02f, 0, 0), at + Vec3<float>(0, 0.02f, 0.01f)}) mesh.points.push_back(p);
+      for (const auto& p : {at, at + Vec3<float>(0.02f, 0, 0), at + Vec3<float>(0, 0.02f, 0.01f)})
+        mesh.points.push_back(p);
     } else {
       for (const float x : {-1.0f, 1.0f, i % 2 ? -1.0f : 1.0f}) mesh.points.push_back(corner(x));
     }
@@ -288,12 +308,13 @@ TEST(Grid, TrianglesAcrossTheWholeMeshAreKeptOnceAndAnswerTheSame) {
   expectPlainAnswers(mesh, modelOf(mesh), 150, 42);
 }
 
-// The grid may give another hit than the nearest, for one reason only: the hit of the first cell lies beyond it. Then the
-// nearest one is listed in later cells and not in the one that answered.
+// The grid may give another hit than the nearest, for one reason only: the hit of the first cell
+// lies beyond it. Then the nearest one is listed in later cells and not in the one that answered.
 TEST(Grid, DiffersFromBruteForceOnlyByTheFirstCell) {
   const unsigned seed = 99;
   SCOPED_TRACE(seed);
-  for (const TestMesh& mesh : {bumpySphere(24, 40, 0.3f), bumpySphere(6, 8, 0.0f), soup(400, 11), cube()}) {
+  for (const TestMesh& mesh :
+       {bumpySphere(24, 40, 0.3f), bumpySphere(6, 8, 0.0f), soup(400, 11), cube()}) {
     const TriangleAccelerationModel model = modelOf(mesh);
     const GridAcceleration grid(model);
     RayMaker maker(mesh, seed);
@@ -301,20 +322,22 @@ TEST(Grid, DiffersFromBruteForceOnlyByTheFirstCell) {
     for (int i = 0; i < 20000; ++i) {
       const Ray<float> ray = maker.ordinary();
       CollisionResult nearest, got;
-      const bool any = plainNearest(model, ray, nearest), hit = grid.intersect(IntersectionContext(), ray, got);
+      const bool any = plainNearest(model, ray, nearest),
+                 hit = grid.intersect(IntersectionContext(), ray, got);
       ASSERT_LE(hit, any) << show(ray);
       hits += any ? 1 : 0;
       if (any && !hit) ++missed;
       if (!hit || bitsOf(got.distance) == bitsOf(nearest.distance)) continue;
       ++farther;
       ASSERT_GT(got.distance, nearest.distance);
-      // The triangle that answered reaches back into a cell that the ray crosses before the nearest hit: its box is entered
-      // before the nearest hit's point is reached, give or take a cell.
+      // The triangle that answered reaches back into a cell that the ray crosses before the nearest
+      // hit: its box is entered before the nearest hit's point is reached, give or take a cell.
       float tNear = 0, tFar = 0;
       Box3<float> grown = model.bounds(got.primitiveIndex);
-      grown.pad((model.bounds().max - model.bounds().min) / Vec3<float>(static_cast<float>(grid.resolution()[0]),
-                                                                        static_cast<float>(grid.resolution()[1]),
-                                                                        static_cast<float>(grid.resolution()[2])));
+      grown.pad((model.bounds().max - model.bounds().min) /
+                Vec3<float>(static_cast<float>(grid.resolution()[0]),
+                            static_cast<float>(grid.resolution()[1]),
+                            static_cast<float>(grid.resolution()[2])));
       ASSERT_TRUE(plainBox(ray, grown, tNear, tFar)) << show(ray);
       ASSERT_LE(tNear, nearest.distance) << show(ray);
     }
@@ -324,7 +347,8 @@ TEST(Grid, DiffersFromBruteForceOnlyByTheFirstCell) {
   }
 }
 
-// The two kernels over one list each: same verdict, number and bits, for any number of triangles and any ray.
+// The two kernels over one list each: same verdict, number and bits, for any number of triangles
+// and any ray.
 TEST(TriangleBlocks, KernelsAgreeBitForBitWithTheSingleTest) {
   const unsigned seed = 7;
   SCOPED_TRACE(seed);
@@ -335,13 +359,15 @@ TEST(TriangleBlocks, KernelsAgreeBitForBitWithTheSingleTest) {
   for (int i = 0; i < 150000; ++i) {
     // A list of 1 to 40 triangles, some twice, some scaled to the edge of what floats hold.
     const std::size_t count = 1 + random() % 40;
-    const float scale = i % 10 == 0 ? std::ldexp(1.0f, static_cast<int>(random() % 120) - 60) : 1.0f;
+    const float scale =
+        i % 10 == 0 ? std::ldexp(1.0f, static_cast<int>(random() % 120) - 60) : 1.0f;
     std::vector<detail::TriangleBlock> blocks((count + 7) / 8);
     std::vector<Vec3<float>> corners;
     for (std::size_t p = 0; p < count; ++p) {
       const std::size_t k = 3 * (random() % 300);
       for (std::size_t j = 0; j < 3; ++j) corners.push_back(mesh.points[k + j] * scale);
-      const Vec3<float> a = corners[3 * p], e1 = corners[3 * p + 1] - a, e2 = corners[3 * p + 2] - a;
+      const Vec3<float> a = corners[3 * p], e1 = corners[3 * p + 1] - a,
+                        e2 = corners[3 * p + 2] - a;
       detail::TriangleBlock& b = blocks[p / 8];
       const std::size_t lane = p % 8;
       b.ax[lane] = a.x, b.ay[lane] = a.y, b.az[lane] = a.z;
@@ -351,7 +377,8 @@ TEST(TriangleBlocks, KernelsAgreeBitForBitWithTheSingleTest) {
     }
     Ray<float> ray = i % 2 ? maker.hostile() : maker.ordinary();
     const std::size_t target = 3 * (random() % count);
-    if (i % 3 == 0) ray.direction = corners[target] + (corners[target + 1] - corners[target]) * 0.5f - ray.origin;
+    if (i % 3 == 0)
+      ray.direction = corners[target] + (corners[target + 1] - corners[target]) * 0.5f - ray.origin;
 
     const bool nearest = i % 4 != 0;
     float best = ray.maxDistance;
@@ -359,7 +386,8 @@ TEST(TriangleBlocks, KernelsAgreeBitForBitWithTheSingleTest) {
     bool hit = false;
     for (std::size_t p = 0; p < count && !(hit && !nearest); ++p) {
       CollisionResult one;
-      if (!plainTriangle(ray, corners[3 * p], corners[3 * p + 1], corners[3 * p + 2], one)) continue;
+      if (!plainTriangle(ray, corners[3 * p], corners[3 * p + 1], corners[3 * p + 2], one))
+        continue;
       if (!(best > one.distance && one.distance > ray.minDistance)) continue;
       best = one.distance;
       primitive = static_cast<std::uint32_t>(100 + p);
@@ -369,7 +397,9 @@ TEST(TriangleBlocks, KernelsAgreeBitForBitWithTheSingleTest) {
     for (const auto kernel : {&detail::testTriangleBlocksPlain, detail::bestTriangleBlockTest()}) {
       float gotBest = ray.maxDistance;
       detail::BlockHit got;
-      ASSERT_EQ(kernel(blocks.data(), blocks.data() + blocks.size(), ray, nearest, gotBest, got), hit) << show(ray);
+      ASSERT_EQ(kernel(blocks.data(), blocks.data() + blocks.size(), ray, nearest, gotBest, got),
+                hit)
+          << show(ray);
       ASSERT_EQ(got.block == nullptr ? 7 : got.block->primitive[got.lane], primitive) << show(ray);
       ASSERT_EQ(bitsOf(gotBest), bitsOf(best)) << show(ray);
     }

@@ -1,11 +1,12 @@
 /// \file
 /// Picking in a scene: rays in world space against all its meshes.
 ///
-/// Which hit comes back is the rule of the structures used: a BvhAcceleration over the prims and a GridAcceleration over each
-/// prim's triangles. Where the true nearest surface matters, as in pictures, take SceneTracer.
+/// Which hit comes back is the rule of the structures used: a BvhAcceleration over the prims and a
+/// GridAcceleration over each prim's triangles. Where the true nearest surface matters, as in
+/// pictures, take SceneTracer.
 ///
-/// Threads: queries may run from several threads at once, through one detector or many. Making and destroying a model may
-/// not overlap with its queries.
+/// Threads: queries may run from several threads at once, through one detector or many. Making and
+/// destroying a model may not overlap with its queries.
 #pragma once
 
 #include <memory>
@@ -23,15 +24,17 @@ namespace vela {
 
 /// The meshes of a scene at a time, ready to be hit.
 ///
-/// Transforms and boxes are those at `time`. Each mesh's points are read when the first ray reaches the mesh, and always at
-/// the default time: points that are animated stand still, whatever time is asked for.
+/// Transforms and boxes are those at `time`. Each mesh's points are read when the first ray reaches
+/// the mesh, and always at the default time: points that are animated stand still, whatever time is
+/// asked for.
 class VELA_API HitDetectModel {
  public:
   /// Every mesh of the stage; a null stage gives a model that is never hit.
   HitDetectModel(const std::shared_ptr<ovo::Stage>& stage, double time);
   /// The given meshes.
   HitDetectModel(const std::vector<ovo::MeshPrim>& meshes, double time);
-  /// Every mesh in the prim's subtree. See PrimAccelerationModel::addMeshPrims for what the three take.
+  /// Every mesh in the prim's subtree. See PrimAccelerationModel::addMeshPrims for what the three
+  /// take.
   HitDetectModel(const ovo::Prim& prim, double time);
   HitDetectModel(const HitDetectModel&) = delete;
   HitDetectModel& operator=(const HitDetectModel&) = delete;
@@ -55,10 +58,12 @@ class VELA_API HitDetector {
   ~HitDetector();
 
   /// \param ray    in world space
-  /// \param result on a hit: distance along the given ray, world position, unit world normal (of the stored winding),
-  ///               primitiveIndex = the prim's entry, faceIndex = the mesh's face. On a miss: untouched
+  /// \param result on a hit: distance along the given ray, world position, unit world normal (of
+  ///               the stored winding), primitiveIndex = the prim's entry, faceIndex = the mesh's
+  ///               face. On a miss: untouched
   /// \return true on a hit
-  bool intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray, CollisionResult& result) const;
+  bool intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray,
+                 CollisionResult& result) const;
 
  private:
   struct Record;

@@ -19,13 +19,14 @@ using tarn::Mat4;
 
 namespace {
 
-static_assert(!std::is_copy_constructible_v<HitDetectModel> && !std::is_copy_constructible_v<HitDetector>);
+static_assert(!std::is_copy_constructible_v<HitDetectModel> &&
+              !std::is_copy_constructible_v<HitDetector>);
 static_assert(!std::is_copy_constructible_v<MeshAccelerator>);
 
 const double kDefaultTime = tarn::defaultTimeValue();
 
-ovo::MeshPrim define(const std::shared_ptr<ovo::Stage>& stage, const char* path, const TestMesh& mesh,
-                     const Mat4<double>& local = Mat4<double>()) {
+ovo::MeshPrim define(const std::shared_ptr<ovo::Stage>& stage, const char* path,
+                     const TestMesh& mesh, const Mat4<double>& local = Mat4<double>()) {
   const ovo::MeshPrim prim = ovo::MeshPrim::define(stage, path);
   EXPECT_TRUE(prim.isValid()) << path;
   EXPECT_TRUE(prim.setPoints(mesh.points));
@@ -52,7 +53,8 @@ std::shared_ptr<ovo::Stage> twoCubes() {
   return stage;
 }
 
-const Ray<float> kAtA({0.25f, 0.5f, 5}, {0, 0, -1}), kAtB({10.25f, 0.5f, 5}, {0, 0, -1}), kAtBoth({-5, 0.5f, 0.25f}, {1, 0, 0});
+const Ray<float> kAtA({0.25f, 0.5f, 5}, {0, 0, -1}), kAtB({10.25f, 0.5f, 5}, {0, 0, -1}),
+    kAtBoth({-5, 0.5f, 0.25f}, {1, 0, 0});
 
 TEST(HitDetect, EmptyStageIsNeverHit) {
   for (const auto& stage : {ovo::Stage::createInMemory(), std::shared_ptr<ovo::Stage>()}) {
@@ -72,7 +74,8 @@ TEST(HitDetect, HitHasWorldPointUnitNormalEntryAndFace) {
   define(stage, "/M", cube(), local);
   const HitDetectModel model(stage, kDefaultTime);
   CollisionResult result;
-  ASSERT_TRUE(HitDetector(model).intersect(IntersectionContext(), Ray<float>({10.5f, 20.25f, 50}, {0, 0, -2}), result));
+  ASSERT_TRUE(HitDetector(model).intersect(IntersectionContext(),
+                                           Ray<float>({10.5f, 20.25f, 50}, {0, 0, -2}), result));
   EXPECT_EQ(result.distance, 8.0f);
   EXPECT_EQ(result.position, Vec3<float>(10.5f, 20.25f, 34));
   EXPECT_EQ(result.normal, Vec3<float>(0, 0, 1));
@@ -88,8 +91,10 @@ TEST(HitDetect, NearestOfTwoMeshesComesBackFromEitherSide) {
   ASSERT_TRUE(detector.intersect(IntersectionContext(), kAtBoth, result));
   EXPECT_EQ(model.model()[static_cast<int>(result.primitiveIndex)].getPath(), ovo::Path("/A"));
   EXPECT_EQ(result.distance, 4.0f);
-  ASSERT_TRUE(detector.intersect(IntersectionContext(), Ray<float>({20, 0.5f, 0.25f}, {-1, 0, 0}), result));
-  EXPECT_EQ(model.model()[static_cast<int>(result.primitiveIndex)].getPath(), ovo::Path("/Group/Plain/B"));
+  ASSERT_TRUE(
+      detector.intersect(IntersectionContext(), Ray<float>({20, 0.5f, 0.25f}, {-1, 0, 0}), result));
+  EXPECT_EQ(model.model()[static_cast<int>(result.primitiveIndex)].getPath(),
+            ovo::Path("/Group/Plain/B"));
   EXPECT_EQ(result.distance, 9.0f);
 }
 
@@ -156,24 +161,28 @@ TEST(HitDetect, StartPrimThatIsAMeshIsTaken) {
   EXPECT_TRUE(HitDetector(model).intersect(IntersectionContext(), kAtB, result));
 }
 
-// KEEP(walk-starts-at-identity): the scope hangs below a group at x = 4, but as a start it stands at the origin, and the
-// cube below it at 6, not at 10.
+// KEEP(walk-starts-at-identity): the scope hangs below a group at x = 4, but as a start it stands
+// at the origin, and the cube below it at 6, not at 10.
 TEST(PrimModel, WalkFromAPrimWithoutATransformBeginsAtTheIdentity) {
   const auto stage = twoCubes();
   const HitDetectModel model(stage->getPrimAtPath("/Group/Plain"), kDefaultTime);
   CollisionResult result;
   EXPECT_FALSE(HitDetector(model).intersect(IntersectionContext(), kAtB, result));
-  EXPECT_TRUE(HitDetector(model).intersect(IntersectionContext(), Ray<float>({6.25f, 0.5f, 5}, {0, 0, -1}), result));
+  EXPECT_TRUE(HitDetector(model).intersect(IntersectionContext(),
+                                           Ray<float>({6.25f, 0.5f, 5}, {0, 0, -1}), result));
 }
 
 TEST(PrimModel, SubtreeIsWalkedBreadthFirst) {
   const auto stage = ovo::Stage::createInMemory();
-  for (const char* path : {"/P", "/P/A", "/P/A/Deep", "/P/B", "/P/B/Deep", "/P/C"}) define(stage, path, cube());
+  for (const char* path : {"/P", "/P/A", "/P/A/Deep", "/P/B", "/P/B/Deep", "/P/C"})
+    define(stage, path, cube());
   PrimAccelerationModel model(kDefaultTime);
   model.addMeshPrims(stage, kDefaultTime);
   std::vector<std::string> order;
-  for (int i = 0; i < static_cast<int>(model.size()); ++i) order.push_back(model[i].getPath().asString());
-  EXPECT_EQ(order, (std::vector<std::string>{"/P", "/P/A", "/P/B", "/P/C", "/P/A/Deep", "/P/B/Deep"}));
+  for (int i = 0; i < static_cast<int>(model.size()); ++i)
+    order.push_back(model[i].getPath().asString());
+  EXPECT_EQ(order,
+            (std::vector<std::string>{"/P", "/P/A", "/P/B", "/P/C", "/P/A/Deep", "/P/B/Deep"}));
   EXPECT_FALSE(model[-1].isValid());
   EXPECT_FALSE(model[6].isValid());
 }
@@ -205,8 +214,10 @@ def Xform "Proto"
   PrimAccelerationModel model(kDefaultTime);
   model.addMeshPrims(stage, kDefaultTime);
   std::vector<std::string> paths;
-  for (int i = 0; i < static_cast<int>(model.size()); ++i) paths.push_back(model[i].getPath().asString());
-  EXPECT_EQ(paths, (std::vector<std::string>{"/Shown", "/Hidden", "/Instance/Inner", "/Proto/Inner"}));
+  for (int i = 0; i < static_cast<int>(model.size()); ++i)
+    paths.push_back(model[i].getPath().asString());
+  EXPECT_EQ(paths,
+            (std::vector<std::string>{"/Shown", "/Hidden", "/Instance/Inner", "/Proto/Inner"}));
 }
 
 TEST(PrimModel, BoxesAreThoseOfThePointsInTheWorld) {
@@ -228,14 +239,17 @@ TEST(PrimModel, MeshWithoutPointsIsAnEntryWithoutABox) {
   EXPECT_EQ(model.bounds(), Box3<float>({-1, -1, -1}, {11, 1, 1}));
   for (std::size_t i = 0; i < 3; ++i) {
     CollisionResult result;
-    EXPECT_EQ(model.intersect(IntersectionContext(), kAtA, i, result), model[static_cast<int>(i)].getPath() == ovo::Path("/A"));
+    EXPECT_EQ(model.intersect(IntersectionContext(), kAtA, i, result),
+              model[static_cast<int>(i)].getPath() == ovo::Path("/A"));
   }
 }
 
 TEST(PrimModel, PrimThatIsNoMeshIsAnEntryThatIsNeverHit) {
   const auto stage = twoCubes();
   PrimAccelerationModel model(kDefaultTime);
-  model.addMeshPrims(std::vector<ovo::MeshPrim>{ovo::MeshPrim(stage->getPrimAtPath("/Group")), ovo::MeshPrim()}, kDefaultTime);
+  model.addMeshPrims(
+      std::vector<ovo::MeshPrim>{ovo::MeshPrim(stage->getPrimAtPath("/Group")), ovo::MeshPrim()},
+      kDefaultTime);
   ASSERT_EQ(model.size(), 2u);
   CollisionResult result = marked();
   for (std::size_t i = 0; i < 2; ++i) {
@@ -255,7 +269,8 @@ TEST(PrimModel, NormalGoesThroughTheInverseTranspose) {
   define(stage, "/M", slope, local);
   const HitDetectModel model(stage, kDefaultTime);
   CollisionResult result;
-  ASSERT_TRUE(HitDetector(model).intersect(IntersectionContext(), Ray<float>({1, 0.25f, 5}, {0, 0, -1}), result));
+  ASSERT_TRUE(HitDetector(model).intersect(IntersectionContext(),
+                                           Ray<float>({1, 0.25f, 5}, {0, 0, -1}), result));
   EXPECT_NEAR(result.normal.x, -0.242535625f, 1e-6f);
   EXPECT_NEAR(result.normal.z, 0.9701425f, 1e-6f);
   EXPECT_EQ(result.position.z, 0.25f);
@@ -297,17 +312,20 @@ std::shared_ptr<ovo::Stage> movingCube() {
   return stage;
 }
 
-// KEEP(hit-detect-default-time): at time 10 the cube stands at x = 100 with its box at y = 50, but the points that are hit are
-// the default ones at y = 0, and a ray there misses the box.
+// KEEP(hit-detect-default-time): at time 10 the cube stands at x = 100 with its box at y = 50, but
+// the points that are hit are the default ones at y = 0, and a ray there misses the box.
 TEST(HitDetect, PlacesAreThoseOfTheTimeAndPointsThoseOfTheDefaultTime) {
   const HitDetectModel model(movingCube(), 10.0);
   EXPECT_EQ(model.model().bounds(), Box3<float>({99, 49, -1}, {101, 51, 1}));
   const HitDetector detector(model);
   CollisionResult result;
-  EXPECT_FALSE(detector.intersect(IntersectionContext(), Ray<float>({100.25f, 50.5f, 5}, {0, 0, -1}), result));
-  EXPECT_FALSE(detector.intersect(IntersectionContext(), Ray<float>({100.25f, 0.5f, 5}, {0, 0, -1}), result));
+  EXPECT_FALSE(detector.intersect(IntersectionContext(),
+                                  Ray<float>({100.25f, 50.5f, 5}, {0, 0, -1}), result));
+  EXPECT_FALSE(detector.intersect(IntersectionContext(), Ray<float>({100.25f, 0.5f, 5}, {0, 0, -1}),
+                                  result));
   // Through the box and the points both.
-  EXPECT_TRUE(detector.intersect(IntersectionContext(), Ray<float>({100.25f, 60.5f, 0.5f}, {0, -1, 0}), result));
+  EXPECT_TRUE(detector.intersect(IntersectionContext(),
+                                 Ray<float>({100.25f, 60.5f, 0.5f}, {0, -1, 0}), result));
   EXPECT_EQ(result.position.y, 1.0f);
 }
 
@@ -315,7 +333,8 @@ TEST(PrimModel, PointsAreSampledAtTheModelsOwnTime) {
   PrimAccelerationModel model(10.0);
   model.addMeshPrims(movingCube(), 0.0);
   CollisionResult result;
-  EXPECT_TRUE(model.intersect(IntersectionContext(), Ray<float>({0.25f, 50.5f, 5}, {0, 0, -1}), 0, result));
+  EXPECT_TRUE(
+      model.intersect(IntersectionContext(), Ray<float>({0.25f, 50.5f, 5}, {0, 0, -1}), 0, result));
 }
 
 TEST(TriangleModelOfAPrim, ReadsPointsAtTheTimeAndFacesAtTheEarliest) {
@@ -354,7 +373,8 @@ std::shared_ptr<ovo::Stage> manySpheres(int count) {
     Mat4<double> local = moved(upTo(20), upTo(20), upTo(20));
     local.rotateY(upTo(7));
     local.scale(0.5 + upTo(3), 1.0, 1.0 + upTo(2));
-    define(stage, ("/S" + std::to_string(i)).c_str(), bumpySphere(8, 12, 0.3f, static_cast<unsigned>(i)), local);
+    define(stage, ("/S" + std::to_string(i)).c_str(),
+           bumpySphere(8, 12, 0.3f, static_cast<unsigned>(i)), local);
   }
   return stage;
 }
@@ -416,11 +436,13 @@ TEST(HitDetect, AnswersLikeALoopOverTheEntries) {
     ASSERT_EQ(sah.intersect(IntersectionContext(), ray, gotSah), hit) << show(ray);
     if (!hit) continue;
     ++hits;
-    // A grid's answer may change when the range ends earlier, since a far hit in an early cell then no longer counts: the
-    // walk hands on a shrinking range, the loop does not. Never is the walk's hit the farther one.
+    // A grid's answer may change when the range ends earlier, since a far hit in an early cell then
+    // no longer counts: the walk hands on a shrinking range, the loop does not. Never is the walk's
+    // hit the farther one.
     ASSERT_LE(got.distance, expected.distance) << show(ray);
     ASSERT_LE(gotSah.distance, expected.distance) << show(ray);
-    if (got.primitiveIndex == expected.primitiveIndex && bitsOf(got.distance) == bitsOf(expected.distance)) {
+    if (got.primitiveIndex == expected.primitiveIndex &&
+        bitsOf(got.distance) == bitsOf(expected.distance)) {
       ASSERT_TRUE(sameRecord(got, expected)) << show(ray);
       ASSERT_NEAR(got.normal.length(), 1.0f, 1e-5f);
     }
@@ -459,8 +481,9 @@ TEST(HitDetect, RealSceneIsPickedAtItsCentre) {
   const Box3<float> box = model.model().bounds();
   const Vec3<float> centre = box.center(), size = box.size();
   CollisionResult result;
-  ASSERT_TRUE(HitDetector(model).intersect(IntersectionContext(),
-                                           Ray<float>(centre + Vec3<float>(0, 0, size.z * 2), {0, 0, -1}), result));
+  ASSERT_TRUE(HitDetector(model).intersect(
+      IntersectionContext(), Ray<float>(centre + Vec3<float>(0, 0, size.z * 2), {0, 0, -1}),
+      result));
   Box3<float> grown = box;
   grown.pad(size * 1e-4f);
   EXPECT_TRUE(grown.intersects(result.position));

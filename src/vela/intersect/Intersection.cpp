@@ -25,8 +25,9 @@ struct Solved {
   tarn::Vec3<float> q;
 };
 
-bool solve(Sides sides, const tarn::Vec3<double>& meshOrigin, const tarn::Vec3<float>& a, const tarn::Vec3<float>& b,
-           const tarn::Vec3<float>& c, const RayContext& ray, Solved& solved, tarn::Vec2<float>& uv, float& t) {
+bool solve(Sides sides, const tarn::Vec3<double>& meshOrigin, const tarn::Vec3<float>& a,
+           const tarn::Vec3<float>& b, const tarn::Vec3<float>& c, const RayContext& ray,
+           Solved& solved, tarn::Vec2<float>& uv, float& t) {
   const tarn::Vec3<float> e1 = b - a, e2 = c - a;
   const tarn::Vec3<float> p = tarn::cross(ray.direction, e2);
   const double det = static_cast<double>(tarn::dot(e1, p));
@@ -49,7 +50,9 @@ bool solve(Sides sides, const tarn::Vec3<double>& meshOrigin, const tarn::Vec3<f
 
   const tarn::Vec3<float> q(tarn::cross(s, widened(e1)));
   const double distance = static_cast<double>(tarn::dot(e2, q)) * inv;
-  if (static_cast<double>(ray.minDistance) > distance || distance > static_cast<double>(ray.maxDistance)) return false;
+  if (static_cast<double>(ray.minDistance) > distance ||
+      distance > static_cast<double>(ray.maxDistance))
+    return false;
 
   const float v = static_cast<float>(static_cast<double>(tarn::dot(q, ray.direction)) * inv);
   if (v < -kFloatEpsilon || u + v > 1.0f + 2.0f * kFloatEpsilon) return false;
@@ -60,17 +63,19 @@ bool solve(Sides sides, const tarn::Vec3<double>& meshOrigin, const tarn::Vec3<f
   return true;
 }
 
-/// Where the ray along `direction` meets the plane. Unguarded: along the plane it gives infinities or NaN.
+/// Where the ray along `direction` meets the plane. Unguarded: along the plane it gives infinities
+/// or NaN.
 tarn::Vec2<float> differential(const Solved& solved, const tarn::Vec3<float>& direction) {
   const tarn::Vec3<float> p = tarn::cross(direction, solved.e2);
   const double inv = 1.0 / static_cast<double>(tarn::dot(solved.e1, p));
-  return tarn::Vec2<float>(static_cast<float>(tarn::dot(widened(p), solved.s) * inv),
-                           static_cast<float>(static_cast<double>(tarn::dot(solved.q, direction)) * inv));
+  return tarn::Vec2<float>(
+      static_cast<float>(tarn::dot(widened(p), solved.s) * inv),
+      static_cast<float>(static_cast<double>(tarn::dot(solved.q, direction)) * inv));
 }
 
-bool solveFull(Sides sides, const tarn::Vec3<double>& meshOrigin, const tarn::Vec3<float>& a, const tarn::Vec3<float>& b,
-               const tarn::Vec3<float>& c, const RayContext& ray, tarn::Vec2<float>& uv, tarn::Vec2<float>& uvDx,
-               tarn::Vec2<float>& uvDy, float& t) {
+bool solveFull(Sides sides, const tarn::Vec3<double>& meshOrigin, const tarn::Vec3<float>& a,
+               const tarn::Vec3<float>& b, const tarn::Vec3<float>& c, const RayContext& ray,
+               tarn::Vec2<float>& uv, tarn::Vec2<float>& uvDx, tarn::Vec2<float>& uvDy, float& t) {
   Solved solved;
   if (!solve(sides, meshOrigin, a, b, c, ray, solved, uv, t)) return false;
   uvDx = differential(solved, ray.xDirection);
@@ -80,76 +85,86 @@ bool solveFull(Sides sides, const tarn::Vec3<double>& meshOrigin, const tarn::Ve
 
 }  // namespace
 
-bool intersectTriangle(const tarn::Vec3<double>& meshOrigin, const tarn::Vec3<float>& a, const tarn::Vec3<float>& b,
-                       const tarn::Vec3<float>& c, const RayContext& ray, tarn::Vec2<float>& uv, tarn::Vec2<float>& uvDx,
+bool intersectTriangle(const tarn::Vec3<double>& meshOrigin, const tarn::Vec3<float>& a,
+                       const tarn::Vec3<float>& b, const tarn::Vec3<float>& c,
+                       const RayContext& ray, tarn::Vec2<float>& uv, tarn::Vec2<float>& uvDx,
                        tarn::Vec2<float>& uvDy, float& t) {
   return solveFull(Sides::both, meshOrigin, a, b, c, ray, uv, uvDx, uvDy, t);
 }
 
-bool intersectTriangle(const tarn::Vec3<double>& meshOrigin, const tarn::Vec3<float>& a, const tarn::Vec3<float>& b,
-                       const tarn::Vec3<float>& c, const RayContext& ray, tarn::Vec2<float>& uv, float& t) {
+bool intersectTriangle(const tarn::Vec3<double>& meshOrigin, const tarn::Vec3<float>& a,
+                       const tarn::Vec3<float>& b, const tarn::Vec3<float>& c,
+                       const RayContext& ray, tarn::Vec2<float>& uv, float& t) {
   Solved solved;
   return solve(Sides::both, meshOrigin, a, b, c, ray, solved, uv, t);
 }
 
-bool intersectTriangleSided(bool frontSide, const tarn::Vec3<double>& meshOrigin, const tarn::Vec3<float>& a,
-                            const tarn::Vec3<float>& b, const tarn::Vec3<float>& c, const RayContext& ray,
-                            tarn::Vec2<float>& uv, tarn::Vec2<float>& uvDx, tarn::Vec2<float>& uvDy, float& t) {
-  return solveFull(frontSide ? Sides::front : Sides::back, meshOrigin, a, b, c, ray, uv, uvDx, uvDy, t);
+bool intersectTriangleSided(bool frontSide, const tarn::Vec3<double>& meshOrigin,
+                            const tarn::Vec3<float>& a, const tarn::Vec3<float>& b,
+                            const tarn::Vec3<float>& c, const RayContext& ray,
+                            tarn::Vec2<float>& uv, tarn::Vec2<float>& uvDx, tarn::Vec2<float>& uvDy,
+                            float& t) {
+  return solveFull(frontSide ? Sides::front : Sides::back, meshOrigin, a, b, c, ray, uv, uvDx, uvDy,
+                   t);
 }
 
-bool intersectTriangleSided(bool frontSide, const tarn::Vec3<double>& meshOrigin, const tarn::Vec3<float>& a,
-                            const tarn::Vec3<float>& b, const tarn::Vec3<float>& c, const RayContext& ray,
+bool intersectTriangleSided(bool frontSide, const tarn::Vec3<double>& meshOrigin,
+                            const tarn::Vec3<float>& a, const tarn::Vec3<float>& b,
+                            const tarn::Vec3<float>& c, const RayContext& ray,
                             tarn::Vec2<float>& uv, float& t) {
   Solved solved;
   return solve(frontSide ? Sides::front : Sides::back, meshOrigin, a, b, c, ray, solved, uv, t);
 }
 
-bool Intersect(const tarn::Ray<float>& ray, const tarn::Box3<float>& box, float& tNear, float& tFar) {
+bool Intersect(const tarn::Ray<float>& ray, const tarn::Box3<float>& box, float& tNear,
+               float& tFar) {
   return detail::hitBox(ray, box, tNear, tFar);
 }
 
-bool Intersect(const tarn::Ray<float>& ray, const tarn::Vec3<float>& a, const tarn::Vec3<float>& b, const tarn::Vec3<float>& c,
-               CollisionResult& result) {
+bool Intersect(const tarn::Ray<float>& ray, const tarn::Vec3<float>& a, const tarn::Vec3<float>& b,
+               const tarn::Vec3<float>& c, CollisionResult& result) {
   return detail::hitTriangle(ray, a, b, c, result);
 }
 
-bool Intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray, const ovo::Array<tarn::Vec3<float>>& points,
-               const ovo::Array<int>& counts, const ovo::Array<int>& indices, CollisionResult& result) {
+bool Intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray,
+               const ovo::Array<tarn::Vec3<float>>& points, const ovo::Array<int>& counts,
+               const ovo::Array<int>& indices, CollisionResult& result) {
   float best = ray.maxDistance;
   CollisionResult scratch;
   std::vector<int> triangles;
   const tarn::Vec3<float>* const at = points.cdata();
 
-  detail::forEachUsableFace(counts, indices, points.size(), [&](int face, const int* corners, int count) {
-    bool hit = false;
-    const auto test = [&](int a, int b, int c) {
-      return detail::hitTriangle(ray, at[corners[a]], at[corners[b]], at[corners[c]], scratch);
-    };
-    if (count == 3) {
-      hit = test(0, 1, 2);
-    } else if (count == 4) {
-      // Asked on hits only: a triangle with a NaN is never hit, but one half of a quad may be without.
-      hit = (test(0, 1, 2) || test(2, 3, 0)) && !detail::hasNan(at, corners, 4);
-    } else {
-      // KEEP(polygon-last-hit): every triangle is tested and a later hit replaces an earlier one, though only a folded
-      // polygon is hit twice; callers rely on it.
-      Triangulate(at, corners, count, triangles);
-      for (std::size_t k = 0; k + 2 < triangles.size(); k += 3)
-        if (test(triangles[k], triangles[k + 1], triangles[k + 2])) hit = true;
-    }
+  detail::forEachUsableFace(
+      counts, indices, points.size(), [&](int face, const int* corners, int count) {
+        bool hit = false;
+        const auto test = [&](int a, int b, int c) {
+          return detail::hitTriangle(ray, at[corners[a]], at[corners[b]], at[corners[c]], scratch);
+        };
+        if (count == 3) {
+          hit = test(0, 1, 2);
+        } else if (count == 4) {
+          // Asked on hits only: a triangle with a NaN is never hit, but one half of a quad may be
+          // without.
+          hit = (test(0, 1, 2) || test(2, 3, 0)) && !detail::hasNan(at, corners, 4);
+        } else {
+          // KEEP(polygon-last-hit): every triangle is tested and a later hit replaces an earlier
+          // one, though only a folded polygon is hit twice; callers rely on it.
+          Triangulate(at, corners, count, triangles);
+          for (std::size_t k = 0; k + 2 < triangles.size(); k += 3)
+            if (test(triangles[k], triangles[k + 1], triangles[k + 2])) hit = true;
+        }
 
-    // KEEP(untouched-record-no-hit): without `hit`, a ray that reaches to infinity would accept the record of a missed
-    // face, whose distance is the largest finite float.
-    if (hit && best > scratch.distance && scratch.distance > ray.minDistance) {
-      result = scratch;
-      result.faceIndex = face;
-      result.hit = true;
-      best = scratch.distance;
-      if (!ctx.nearestHit) return false;
-    }
-    return true;
-  });
+        // KEEP(untouched-record-no-hit): without `hit`, a ray that reaches to infinity would accept
+        // the record of a missed face, whose distance is the largest finite float.
+        if (hit && best > scratch.distance && scratch.distance > ray.minDistance) {
+          result = scratch;
+          result.faceIndex = face;
+          result.hit = true;
+          best = scratch.distance;
+          if (!ctx.nearestHit) return false;
+        }
+        return true;
+      });
   return ray.maxDistance > best;
 }
 

@@ -15,7 +15,7 @@ using tarn::Vec2;
 
 namespace {
 
-// --------------------------------------------------------------------------------------------------- the two records
+// ---- The two records
 
 TEST(IntersectionContext, WantsTheNearestHitOfAnything) {
   const IntersectionContext ctx;
@@ -56,12 +56,13 @@ TEST(CollisionResult, DefaultsAreNoHit) {
   EXPECT_FALSE(result.hit);
 }
 
-// -------------------------------------------------------------------------------------------------- intersectTriangle
+// ---- IntersectTriangle
 
 const Vec3<float> kA(0, 0, 0), kB(1, 0, 0), kC(0, 1, 0);
 const Vec3<double> kNoOrigin;
 
-RayContext contextRay(const Vec3<float>& origin, const Vec3<float>& direction, float tMin = 0.0f, float tMax = 100.0f) {
+RayContext contextRay(const Vec3<float>& origin, const Vec3<float>& direction, float tMin = 0.0f,
+                      float tMax = 100.0f) {
   RayContext ray;
   ray.setGeom(origin, direction, tMin, tMax);
   return ray;
@@ -70,7 +71,8 @@ RayContext contextRay(const Vec3<float>& origin, const Vec3<float>& direction, f
 TEST(IntersectTriangle, GivesBarycentricsAndDistance) {
   Vec2<float> uv;
   float t = 0;
-  EXPECT_TRUE(intersectTriangle(kNoOrigin, kA, kB, kC, contextRay({0.25f, 0.5f, 3}, {0, 0, -2}), uv, t));
+  EXPECT_TRUE(
+      intersectTriangle(kNoOrigin, kA, kB, kC, contextRay({0.25f, 0.5f, 3}, {0, 0, -2}), uv, t));
   EXPECT_EQ(uv, Vec2<float>(0.25f, 0.5f));
   EXPECT_EQ(t, 1.5f);
 }
@@ -78,7 +80,8 @@ TEST(IntersectTriangle, GivesBarycentricsAndDistance) {
 TEST(IntersectTriangle, MissWritesNothing) {
   Vec2<float> uv(7, 7), uvDx(8, 8), uvDy(9, 9);
   float t = 6;
-  for (const Vec3<float>& origin : {Vec3<float>(2, 0.5f, 1), Vec3<float>(0.6f, 0.6f, 1), Vec3<float>(0.25f, 0.25f, -1)}) {
+  for (const Vec3<float>& origin :
+       {Vec3<float>(2, 0.5f, 1), Vec3<float>(0.6f, 0.6f, 1), Vec3<float>(0.25f, 0.25f, -1)}) {
     const RayContext ray = contextRay(origin, {0, 0, -1});
     EXPECT_FALSE(intersectTriangle(kNoOrigin, kA, kB, kC, ray, uv, t));
     EXPECT_FALSE(intersectTriangle(kNoOrigin, kA, kB, kC, ray, uv, uvDx, uvDy, t));
@@ -101,7 +104,8 @@ TEST(IntersectTriangle, SharedEdgeIsHitFromBothTriangles) {
   }
 }
 
-// One rounding step past 1 in u, two in u + v, and one machine epsilon below 0: the next float on is out.
+// One rounding step past 1 in u, two in u + v, and one machine epsilon below 0: the next float on
+// is out.
 TEST(IntersectTriangle, TolerancesReachExactlyAsFarAsStated) {
   Vec2<float> uv;
   float t = 0;
@@ -139,7 +143,8 @@ TEST(IntersectTriangle, ParallelRayMissesInEveryForm) {
 TEST(IntersectTriangle, SidesAreToldApart) {
   Vec2<float> uv, uvDx, uvDy;
   float t = 0;
-  const RayContext fromFront = contextRay({0.25f, 0.25f, 1}, {0, 0, -1}), fromBack = contextRay({0.25f, 0.25f, -1}, {0, 0, 1});
+  const RayContext fromFront = contextRay({0.25f, 0.25f, 1}, {0, 0, -1}),
+                   fromBack = contextRay({0.25f, 0.25f, -1}, {0, 0, 1});
   EXPECT_TRUE(intersectTriangle(kNoOrigin, kA, kB, kC, fromFront, uv, t));
   EXPECT_TRUE(intersectTriangle(kNoOrigin, kA, kB, kC, fromBack, uv, t));
   EXPECT_TRUE(intersectTriangleSided(true, kNoOrigin, kA, kB, kC, fromFront, uv, t));
@@ -155,11 +160,15 @@ TEST(IntersectTriangle, SidesAreToldApart) {
 TEST(IntersectTriangle, BothEndsOfTheRangeAreHits) {
   Vec2<float> uv;
   float t = 0;
-  EXPECT_TRUE(intersectTriangle(kNoOrigin, kA, kB, kC, contextRay({0.25f, 0.25f, 1}, {0, 0, -1}, 1.0f, 2.0f), uv, t));
-  EXPECT_TRUE(intersectTriangle(kNoOrigin, kA, kB, kC, contextRay({0.25f, 0.25f, 1}, {0, 0, -1}, 0.0f, 1.0f), uv, t));
+  EXPECT_TRUE(intersectTriangle(kNoOrigin, kA, kB, kC,
+                                contextRay({0.25f, 0.25f, 1}, {0, 0, -1}, 1.0f, 2.0f), uv, t));
+  EXPECT_TRUE(intersectTriangle(kNoOrigin, kA, kB, kC,
+                                contextRay({0.25f, 0.25f, 1}, {0, 0, -1}, 0.0f, 1.0f), uv, t));
   const float after = std::nextafter(1.0f, 2.0f), before = std::nextafter(1.0f, 0.0f);
-  EXPECT_FALSE(intersectTriangle(kNoOrigin, kA, kB, kC, contextRay({0.25f, 0.25f, 1}, {0, 0, -1}, after, 2.0f), uv, t));
-  EXPECT_FALSE(intersectTriangle(kNoOrigin, kA, kB, kC, contextRay({0.25f, 0.25f, 1}, {0, 0, -1}, 0.0f, before), uv, t));
+  EXPECT_FALSE(intersectTriangle(kNoOrigin, kA, kB, kC,
+                                 contextRay({0.25f, 0.25f, 1}, {0, 0, -1}, after, 2.0f), uv, t));
+  EXPECT_FALSE(intersectTriangle(kNoOrigin, kA, kB, kC,
+                                 contextRay({0.25f, 0.25f, 1}, {0, 0, -1}, 0.0f, before), uv, t));
 }
 
 TEST(IntersectTriangle, MeshOriginMovesTheTriangle) {
@@ -195,14 +204,16 @@ TEST(IntersectTriangle, DifferentialAlongThePlaneIsNotGuarded) {
 TEST(IntersectTriangle, NotANumberDoesNotReject) {
   Vec2<float> uv;
   float t = 0;
-  EXPECT_TRUE(intersectTriangle(kNoOrigin, kA, kB, kC, contextRay({kNan, kNan, kNan}, {0, 0, -1}), uv, t));
+  EXPECT_TRUE(
+      intersectTriangle(kNoOrigin, kA, kB, kC, contextRay({kNan, kNan, kNan}, {0, 0, -1}), uv, t));
   EXPECT_TRUE(std::isnan(t));
-  EXPECT_TRUE(intersectTriangle(kNoOrigin, kA, kB, kC, contextRay({0.25f, 0.25f, 1}, {0, 0, -1}, kNan, kNan), uv, t));
+  EXPECT_TRUE(intersectTriangle(kNoOrigin, kA, kB, kC,
+                                contextRay({0.25f, 0.25f, 1}, {0, 0, -1}, kNan, kNan), uv, t));
 }
 
 // The mixed-precision steps by components.
-bool plainContextTest(int side, const Vec3<double>& o, const Vec3<float>& a, const Vec3<float>& b, const Vec3<float>& c,
-                      const RayContext& r, float (&out)[7]) {
+bool plainContextTest(int side, const Vec3<double>& o, const Vec3<float>& a, const Vec3<float>& b,
+                      const Vec3<float>& c, const RayContext& r, float (&out)[7]) {
   const float e1[3] = {b.x - a.x, b.y - a.y, b.z - a.z}, e2[3] = {c.x - a.x, c.y - a.y, c.z - a.z};
   const auto pOf = [&](const Vec3<float>& d, float(&p)[3]) {
     p[0] = d.y * e2[2] - d.z * e2[1];
@@ -218,9 +229,11 @@ bool plainContextTest(int side, const Vec3<double>& o, const Vec3<float>& a, con
   if (side == 1 && det < eps) return false;
   if (side == 2 && det > -eps) return false;
   const double inv = 1.0 / det;
-  const float sf[3] = {(r.origin.x - static_cast<float>(o.x)) - a.x, (r.origin.y - static_cast<float>(o.y)) - a.y,
+  const float sf[3] = {(r.origin.x - static_cast<float>(o.x)) - a.x,
+                       (r.origin.y - static_cast<float>(o.y)) - a.y,
                        (r.origin.z - static_cast<float>(o.z)) - a.z};
-  const double s[3] = {static_cast<double>(sf[0]), static_cast<double>(sf[1]), static_cast<double>(sf[2])};
+  const double s[3] = {static_cast<double>(sf[0]), static_cast<double>(sf[1]),
+                       static_cast<double>(sf[2])};
   const auto d = [](float v) { return static_cast<double>(v); };
   const float u = static_cast<float>((d(p[0]) * s[0] + d(p[1]) * s[1] + d(p[2]) * s[2]) * inv);
   if (u < -1.1920929e-7f || u > 1.0000001f) return false;
@@ -230,7 +243,9 @@ bool plainContextTest(int side, const Vec3<double>& o, const Vec3<float>& a, con
   const float e2q = e2[0] * q[0] + e2[1] * q[1] + e2[2] * q[2];
   const double t = d(e2q) * inv;
   if (d(r.minDistance) > t || t > d(r.maxDistance)) return false;
-  const auto qDot = [&](const Vec3<float>& dir) { return q[0] * dir.x + q[1] * dir.y + q[2] * dir.z; };
+  const auto qDot = [&](const Vec3<float>& dir) {
+    return q[0] * dir.x + q[1] * dir.y + q[2] * dir.z;
+  };
   const float v = static_cast<float>(d(qDot(r.direction)) * inv);
   if (v < -1.1920929e-7f || u + v > 1.0000002f) return false;
   out[0] = u;
@@ -248,7 +263,9 @@ bool plainContextTest(int side, const Vec3<double>& o, const Vec3<float>& a, con
   return true;
 }
 
-bool sameFloat(float a, float b) { return bitsOf(a) == bitsOf(b) || (std::isnan(a) && std::isnan(b)); }
+bool sameFloat(float a, float b) {
+  return bitsOf(a) == bitsOf(b) || (std::isnan(a) && std::isnan(b));
+}
 
 TEST(IntersectTriangle, AllFormsFollowTheStepsBitForBit) {
   const unsigned seed = 31;
@@ -264,7 +281,8 @@ TEST(IntersectTriangle, AllFormsFollowTheStepsBitForBit) {
     RayContext ray = contextRay(from.origin, from.direction, from.minDistance, from.maxDistance);
     if (i % 3 == 0) {
       // At the triangle, at its edges and corners.
-      const float u = static_cast<float>(random() % 5) / 4.0f, v = static_cast<float>(random() % 5) / 4.0f * (1.0f - u);
+      const float u = static_cast<float>(random() % 5) / 4.0f,
+                  v = static_cast<float>(random() % 5) / 4.0f * (1.0f - u);
       ray.direction = a + (b - a) * u + (c - a) * v - ray.origin;
     }
     ray.xDirection = maker.ordinary().direction;
@@ -280,19 +298,23 @@ TEST(IntersectTriangle, AllFormsFollowTheStepsBitForBit) {
         ASSERT_EQ(intersectTriangle(o, a, b, c, ray, uv, uvDx, uvDy, t), hit) << show(from);
         ASSERT_EQ(intersectTriangle(o, a, b, c, ray, uvShort, tShort), hit) << show(from);
       } else {
-        ASSERT_EQ(intersectTriangleSided(side == 1, o, a, b, c, ray, uv, uvDx, uvDy, t), hit) << show(from);
-        ASSERT_EQ(intersectTriangleSided(side == 1, o, a, b, c, ray, uvShort, tShort), hit) << show(from);
+        ASSERT_EQ(intersectTriangleSided(side == 1, o, a, b, c, ray, uv, uvDx, uvDy, t), hit)
+            << show(from);
+        ASSERT_EQ(intersectTriangleSided(side == 1, o, a, b, c, ray, uvShort, tShort), hit)
+            << show(from);
       }
       if (!hit) continue;
       const float got[7] = {uv.x, uv.y, t, uvDx.x, uvDx.y, uvDy.x, uvDy.y};
-      for (int f = 0; f < 7; ++f) ASSERT_TRUE(sameFloat(got[f], expected[f])) << f << " " << show(from);
-      ASSERT_TRUE(sameFloat(uvShort.x, expected[0]) && sameFloat(uvShort.y, expected[1]) && sameFloat(tShort, expected[2]));
+      for (int f = 0; f < 7; ++f)
+        ASSERT_TRUE(sameFloat(got[f], expected[f])) << f << " " << show(from);
+      ASSERT_TRUE(sameFloat(uvShort.x, expected[0]) && sameFloat(uvShort.y, expected[1]) &&
+                  sameFloat(tShort, expected[2]));
     }
   }
   EXPECT_GT(hits, 20000);
 }
 
-// ------------------------------------------------------------------------------------------------------------ ray/box
+// ---- Ray/box
 
 TEST(IntersectBox, GivesThePartOfTheRangeInside) {
   float tNear = 0, tFar = 0;
@@ -310,8 +332,10 @@ TEST(IntersectBox, GivesThePartOfTheRangeInside) {
 
 TEST(IntersectBox, MissWritesNothing) {
   float tNear = 5, tFar = 6;
-  EXPECT_FALSE(Intersect(Ray<float>({-1, 2, 0.5f}, {1, 0, 0}), Box3<float>({0, 0, 0}, {1, 1, 1}), tNear, tFar));
-  EXPECT_FALSE(Intersect(Ray<float>({-1, 0.5f, 0.5f}, {1, 0, 0}, 0, 0.5f), Box3<float>({0, 0, 0}, {1, 1, 1}), tNear, tFar));
+  EXPECT_FALSE(Intersect(Ray<float>({-1, 2, 0.5f}, {1, 0, 0}), Box3<float>({0, 0, 0}, {1, 1, 1}),
+                         tNear, tFar));
+  EXPECT_FALSE(Intersect(Ray<float>({-1, 0.5f, 0.5f}, {1, 0, 0}, 0, 0.5f),
+                         Box3<float>({0, 0, 0}, {1, 1, 1}), tNear, tFar));
   EXPECT_EQ(tNear, 5.0f);
   EXPECT_EQ(tFar, 6.0f);
 }
@@ -336,8 +360,10 @@ TEST(IntersectBox, UnderAMillionthIsParallel) {
 
 TEST(IntersectBox, EmptyBoxIsMissedByEveryRay) {
   float tNear = 0, tFar = 0;
-  for (const Box3<float>& box : {Box3<float>(), Box3<float>({1, 0, 0}, {0, 1, 1}), Box3<float>({0, 0, 1}, {1, 1, 0})})
-    for (const Vec3<float>& d : {Vec3<float>(1, 0, 0), Vec3<float>(-1, 0.5f, 2), Vec3<float>(0, 0, 0), Vec3<float>(kNan, 1, 1)})
+  for (const Box3<float>& box :
+       {Box3<float>(), Box3<float>({1, 0, 0}, {0, 1, 1}), Box3<float>({0, 0, 1}, {1, 1, 0})})
+    for (const Vec3<float>& d : {Vec3<float>(1, 0, 0), Vec3<float>(-1, 0.5f, 2),
+                                 Vec3<float>(0, 0, 0), Vec3<float>(kNan, 1, 1)})
       EXPECT_FALSE(Intersect(Ray<float>({0.5f, 0.5f, 0.5f}, d, -kInf, kInf), box, tNear, tFar));
 }
 
@@ -352,16 +378,18 @@ TEST(IntersectBox, FollowsTheStepsBitForBit) {
     box.extendBy(mesh.points[static_cast<std::size_t>(i) % 300]);
     box.extendBy(mesh.points[static_cast<std::size_t>(i * 7 + 1) % 300]);
     float expected[2] = {1, 2}, got[2] = {1, 2};
-    ASSERT_EQ(Intersect(ray, box, got[0], got[1]), plainBox(ray, box, expected[0], expected[1])) << show(ray);
+    ASSERT_EQ(Intersect(ray, box, got[0], got[1]), plainBox(ray, box, expected[0], expected[1]))
+        << show(ray);
     ASSERT_TRUE(sameFloat(got[0], expected[0]) && sameFloat(got[1], expected[1])) << show(ray);
   }
 }
 
-// -------------------------------------------------------------------------------------------------------- ray/triangle
+// ---- Ray/triangle
 
 TEST(IntersectRayTriangle, WritesDistancePositionAndRawNormal) {
   CollisionResult result = marked();
-  EXPECT_TRUE(Intersect(Ray<float>({0.5f, 0.5f, 3}, {0, 0, -2}), {0, 0, 0}, {2, 0, 0}, {0, 2, 0}, result));
+  EXPECT_TRUE(
+      Intersect(Ray<float>({0.5f, 0.5f, 3}, {0, 0, -2}), {0, 0, 0}, {2, 0, 0}, {0, 2, 0}, result));
   EXPECT_EQ(result.distance, 1.5f);
   EXPECT_EQ(result.position, Vec3<float>(0.5f, 0.5f, 0));
   EXPECT_EQ(result.normal, Vec3<float>(0, 0, 4));
@@ -377,8 +405,9 @@ TEST(IntersectRayTriangle, MissLeavesResultUntouched) {
 }
 
 TEST(IntersectRayTriangle, EdgesAndCornersAreHitFromBothSides) {
-  for (const Vec3<float>& at : {Vec3<float>(0, 0, 0), Vec3<float>(1, 0, 0), Vec3<float>(0, 1, 0), Vec3<float>(0.5f, 0, 0),
-                                Vec3<float>(0, 0.25f, 0), Vec3<float>(0.5f, 0.5f, 0)}) {
+  for (const Vec3<float>& at :
+       {Vec3<float>(0, 0, 0), Vec3<float>(1, 0, 0), Vec3<float>(0, 1, 0), Vec3<float>(0.5f, 0, 0),
+        Vec3<float>(0, 0.25f, 0), Vec3<float>(0.5f, 0.5f, 0)}) {
     CollisionResult result;
     EXPECT_TRUE(Intersect(Ray<float>(at + Vec3<float>(0, 0, 1), {0, 0, -1}), kA, kB, kC, result));
     EXPECT_TRUE(Intersect(Ray<float>(at - Vec3<float>(0, 0, 1), {0, 0, 1}), kA, kB, kC, result));
@@ -399,8 +428,10 @@ TEST(IntersectRayTriangle, RangeReachesAHundredThousandthPastBothEnds) {
 TEST(IntersectRayTriangle, SmallDeterminantIsAMiss) {
   CollisionResult result;
   const float size = 0.99e-5f;
-  EXPECT_FALSE(Intersect(Ray<float>({0, 0, 1}, {0, 0, -1}), {0, 0, 0}, {size, 0, 0}, {0, size, 0}, result));
-  EXPECT_TRUE(Intersect(Ray<float>({0, 0, 1}, {0, 0, -1}), {0, 0, 0}, {1.1e-5f, 0, 0}, {0, 1.1e-5f, 0}, result));
+  EXPECT_FALSE(
+      Intersect(Ray<float>({0, 0, 1}, {0, 0, -1}), {0, 0, 0}, {size, 0, 0}, {0, size, 0}, result));
+  EXPECT_TRUE(Intersect(Ray<float>({0, 0, 1}, {0, 0, -1}), {0, 0, 0}, {1.1e-5f, 0, 0},
+                        {0, 1.1e-5f, 0}, result));
 }
 
 TEST(IntersectRayTriangle, ANumberThatIsNoneIsAMiss) {
@@ -422,17 +453,20 @@ TEST(IntersectRayTriangle, FollowsTheStepsBitForBit) {
     const std::size_t k = 3 * (static_cast<std::size_t>(i) % 200);
     if (i % 3 == 0) ray.direction = (mesh.points[k] + mesh.points[k + 1]) * 0.5f - ray.origin;
     CollisionResult expected = marked(), got = marked();
-    const bool hit = plainTriangle(ray, mesh.points[k], mesh.points[k + 1], mesh.points[k + 2], expected);
+    const bool hit =
+        plainTriangle(ray, mesh.points[k], mesh.points[k + 1], mesh.points[k + 2], expected);
     hits += hit ? 1 : 0;
-    ASSERT_EQ(Intersect(ray, mesh.points[k], mesh.points[k + 1], mesh.points[k + 2], got), hit) << show(ray);
+    ASSERT_EQ(Intersect(ray, mesh.points[k], mesh.points[k + 1], mesh.points[k + 2], got), hit)
+        << show(ray);
     ASSERT_TRUE(sameRecord(got, expected)) << show(ray);
   }
   EXPECT_GT(hits, 10000);
 }
 
-// ------------------------------------------------------------------------------------------------------------ ray/mesh
+// ---- Ray/mesh
 
-bool intersectMesh(const TestMesh& mesh, const Ray<float>& ray, CollisionResult& result, bool nearest = true) {
+bool intersectMesh(const TestMesh& mesh, const Ray<float>& ray, CollisionResult& result,
+                   bool nearest = true) {
   IntersectionContext ctx;
   ctx.nearestHit = nearest;
   return Intersect(ctx, ray, mesh.points, mesh.counts, mesh.indices, result);
@@ -506,7 +540,8 @@ TEST(IntersectMesh, HalvesOfAQuadMeetInTheDiagonalFromItsFirstCorner) {
   EXPECT_EQ(result.distance, 4.5f);
 }
 
-// KEEP(polygon-last-hit): a polygon folded over itself answers with the triangle that is tested last.
+// KEEP(polygon-last-hit): a polygon folded over itself answers with the triangle that is tested
+// last.
 TEST(IntersectMesh, OfAPolygonTheLastTriangleHitCounts) {
   TestMesh mesh;
   mesh.points = {{0, 0, 0}, {4, 0, 0}, {4, 4, 0}, {0, 4, 0}, {1, 2, 3}, {0.5f, 1, 3}};
@@ -520,7 +555,9 @@ TEST(IntersectMesh, OfAPolygonTheLastTriangleHitCounts) {
     CollisionResult last, nearest, got;
     bool any = false;
     for (std::size_t k = 0; k < triplets.size(); k += 3) {
-      const auto at = [&](std::size_t j) { return mesh.points[static_cast<std::size_t>(triplets[k + j])]; };
+      const auto at = [&](std::size_t j) {
+        return mesh.points[static_cast<std::size_t>(triplets[k + j])];
+      };
       if (plainTriangle(ray, at(0), at(1), at(2), last)) {
         any = true;
         if (last.distance < nearest.distance) nearest = last;
@@ -585,7 +622,8 @@ TEST(IntersectMesh, FollowsTheStepsBitForBitOverTheSampleMeshes) {
           CollisionResult scratch;
           const auto test = [&](int a, int b, int c) {
             const auto at = [&](int k) {
-              return mesh.points[static_cast<std::size_t>(mesh.indices[offset + static_cast<std::size_t>(k)])];
+              return mesh.points[static_cast<std::size_t>(
+                  mesh.indices[offset + static_cast<std::size_t>(k)])];
             };
             return plainTriangle(ray, at(a), at(b), at(c), scratch);
           };
@@ -594,18 +632,22 @@ TEST(IntersectMesh, FollowsTheStepsBitForBitOverTheSampleMeshes) {
           if (n > 4) {
             std::vector<int> triplets;
             Triangulate(mesh.points.cdata(), mesh.indices.cdata() + offset, n, triplets);
-            for (std::size_t k = 0; k < triplets.size(); k += 3) test(triplets[k], triplets[k + 1], triplets[k + 2]);
+            for (std::size_t k = 0; k < triplets.size(); k += 3)
+              test(triplets[k], triplets[k + 1], triplets[k + 2]);
           }
           offset += static_cast<std::size_t>(n);
-          if (!scratch.hit || !(best > scratch.distance && scratch.distance > ray.minDistance)) continue;
+          if (!scratch.hit || !(best > scratch.distance && scratch.distance > ray.minDistance))
+            continue;
           expected = scratch;
           expected.faceIndex = static_cast<int>(f);
           best = scratch.distance;
           if (!nearest) break;
         }
         CollisionResult got = marked();
-        ASSERT_EQ(intersectMesh(mesh, ray, got, nearest), ray.maxDistance > best) << mesh.name << " " << show(ray);
-        ASSERT_TRUE(sameRecord(got, expected)) << mesh.name << " " << show(ray) << show(got) << show(expected);
+        ASSERT_EQ(intersectMesh(mesh, ray, got, nearest), ray.maxDistance > best)
+            << mesh.name << " " << show(ray);
+        ASSERT_TRUE(sameRecord(got, expected))
+            << mesh.name << " " << show(ray) << show(got) << show(expected);
       }
     }
   }

@@ -1,4 +1,5 @@
-// What reads scene prims: the model of placed meshes, its accelerators, and a mesh prim's triangles.
+// What reads scene prims: the model of placed meshes, its accelerators, and a mesh prim's
+// triangles.
 #include <atomic>
 #include <deque>
 #include <map>
@@ -22,30 +23,35 @@ TriangleAccelerationModel::TriangleAccelerationModel(const ovo::MeshPrim& mesh, 
   initialize(counts, indices);
 }
 
-// --------------------------------------------------------------------------------------------------- MeshAccelerator
+// ---- MeshAccelerator
 
 struct MeshAccelerator::Block {
-  explicit Block(TriangleAccelerationModel&& triangles) : model(std::move(triangles)), grid(model) {}
+  explicit Block(TriangleAccelerationModel&& triangles)
+      : model(std::move(triangles)), grid(model) {}
   TriangleAccelerationModel model;
   GridAcceleration grid;
 };
 
-MeshAccelerator::MeshAccelerator(const ovo::Array<tarn::Vec3<float>>& points, const ovo::Array<int>& faceVertexCounts,
+MeshAccelerator::MeshAccelerator(const ovo::Array<tarn::Vec3<float>>& points,
+                                 const ovo::Array<int>& faceVertexCounts,
                                  const ovo::Array<int>& faceVertexIndices, std::size_t id)
-    : MeshAccelerator(std::make_shared<const Block>(TriangleAccelerationModel(points, faceVertexCounts, faceVertexIndices)),
+    : MeshAccelerator(std::make_shared<const Block>(
+                          TriangleAccelerationModel(points, faceVertexCounts, faceVertexIndices)),
                       id) {}
 MeshAccelerator::MeshAccelerator(const ovo::MeshPrim& mesh, std::size_t id, double time)
     : MeshAccelerator(std::make_shared<const Block>(TriangleAccelerationModel(mesh, time)), id) {}
-MeshAccelerator::MeshAccelerator(std::shared_ptr<const Block> block, std::size_t id) : id_(id), block_(std::move(block)) {}
+MeshAccelerator::MeshAccelerator(std::shared_ptr<const Block> block, std::size_t id)
+    : id_(id), block_(std::move(block)) {}
 MeshAccelerator::~MeshAccelerator() = default;
 
-bool MeshAccelerator::intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray, CollisionResult& result) const {
+bool MeshAccelerator::intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray,
+                                CollisionResult& result) const {
   if (!block_->grid.intersect(ctx, ray, result)) return false;
   result.primitiveIndex = static_cast<std::uint32_t>(id_);
   return true;
 }
 
-// --------------------------------------------------------------------------------------------- PrimAccelerationModel
+// ---- PrimAccelerationModel
 
 class PrimAccelerationModelImpl : public AccelerationModel {
  public:
@@ -81,12 +87,15 @@ class PrimAccelerationModelImpl : public AccelerationModel {
 
     // The direction is not normalised: a distance along the local ray is one along the given ray.
     const tarn::Ray<float> local(entry.localFromWorld.transformPoint(ray.origin),
-                                 entry.localFromWorld.transformVector(ray.direction), ray.minDistance, ray.maxDistance);
+                                 entry.localFromWorld.transformVector(ray.direction),
+                                 ray.minDistance, ray.maxDistance);
 
-    // Whether the prim is a mesh still is asked last: few rays get there, and it lies elsewhere in memory.
+    // Whether the prim is a mesh still is asked last: few rays get there, and it lies elsewhere in
+    // memory.
     const GridAcceleration* const triangles = grid(entry, i);
     CollisionResult found;
-    if (triangles == nullptr || !triangles->intersect(ctx, local, found) || !entry.mesh.isValid()) return false;
+    if (triangles == nullptr || !triangles->intersect(ctx, local, found) || !entry.mesh.isValid())
+      return false;
 
     result = found;
     result.primitiveIndex = entry.ready.builder;
@@ -96,14 +105,16 @@ class PrimAccelerationModelImpl : public AccelerationModel {
   }
 
  private:
-  /// What queries need of an accelerator. The id is written before the pointer is published, and never again.
+  /// What queries need of an accelerator. The id is written before the pointer is published, and
+  /// never again.
   struct Ready {
     std::atomic<const GridAcceleration*> grid{nullptr};
     std::uint32_t builder = 0;
 
     Ready() = default;
     // While meshes are added nobody asks.
-    Ready(const Ready& other) noexcept : grid(other.grid.load(std::memory_order_relaxed)), builder(other.builder) {}
+    Ready(const Ready& other) noexcept
+        : grid(other.grid.load(std::memory_order_relaxed)), builder(other.builder) {}
     Ready& operator=(const Ready&) = delete;
   };
   /// In the order of use: most queries end after the matrix and the grid's box.
@@ -117,27 +128,36 @@ class PrimAccelerationModelImpl : public AccelerationModel {
 
   /// The grid of a prim, built when it was not; null for what is no mesh.
   const GridAcceleration* grid(const Entry& entry, std::size_t i) const {
-    // The hit path takes no lock: accelerators are never replaced or moved, so one that an entry has seen stays good.
-    if (const GridAcceleration* const ready = entry.ready.grid.load(std::memory_order_acquire)) return ready;
+    // The hit path takes no lock: accelerators are never replaced or moved, so one that an entry
+    // has seen stays good.
+    if (const GridAcceleration* const ready = entry.ready.grid.load(std::memory_order_acquire))
+      return ready;
 
-    // Built inside the lock: of threads that reach the prim together one builds and the others wait for it.
+    // Built inside the lock: of threads that reach the prim together one builds and the others wait
+    // for it.
     if (!entry.mesh.isValid()) return nullptr;
     const std::lock_guard<std::mutex> lock(cacheMutex_);
-    if (const GridAcceleration* const ready = entry.ready.grid.load(std::memory_order_relaxed)) return ready;
+    if (const GridAcceleration* const ready = entry.ready.grid.load(std::memory_order_relaxed))
+      return ready;
     std::unique_ptr<MeshAccelerator>& slot = accelerators_[entry.mesh];
-    if (!slot) slot.reset(new MeshAccelerator(blockOf(TriangleAccelerationModel(entry.mesh, time_)), i));
+    if (!slot)
+      slot.reset(new MeshAccelerator(blockOf(TriangleAccelerationModel(entry.mesh, time_)), i));
     entry.ready.builder = static_cast<std::uint32_t>(slot->id_);
     entry.ready.grid.store(&slot->block_->grid, std::memory_order_release);
     return &slot->block_->grid;
   }
 
-  /// The block of these triangles: scenes of many copies keep one, which also stays in the processor's caches.
-  std::shared_ptr<const MeshAccelerator::Block> blockOf(TriangleAccelerationModel&& triangles) const {
+  /// The block of these triangles: scenes of many copies keep one, which also stays in the
+  /// processor's caches.
+  std::shared_ptr<const MeshAccelerator::Block> blockOf(
+      TriangleAccelerationModel&& triangles) const {
     const std::uint64_t key = triangles.roughHash();
     const auto [begin, end] = blocks_.equal_range(key);
     for (auto it = begin; it != end; ++it)
       if (it->second->model.hasSameTriangles(triangles)) return it->second;
-    return blocks_.emplace(key, std::make_shared<const MeshAccelerator::Block>(std::move(triangles)))->second;
+    return blocks_
+        .emplace(key, std::make_shared<const MeshAccelerator::Block>(std::move(triangles)))
+        ->second;
   }
 
   std::vector<Entry> entries_;
@@ -145,14 +165,18 @@ class PrimAccelerationModelImpl : public AccelerationModel {
   tarn::Box3<float> bounds_;
   mutable std::mutex cacheMutex_;
   mutable std::map<ovo::Prim, std::unique_ptr<MeshAccelerator>> accelerators_;
-  mutable std::unordered_multimap<std::uint64_t, std::shared_ptr<const MeshAccelerator::Block>> blocks_;  ///< never walked
+  mutable std::unordered_multimap<std::uint64_t, std::shared_ptr<const MeshAccelerator::Block>>
+      blocks_;  ///< never walked
 };
 
-PrimAccelerationModel::PrimAccelerationModel(double time) : impl_(std::make_unique<PrimAccelerationModelImpl>(time)) {}
+PrimAccelerationModel::PrimAccelerationModel(double time)
+    : impl_(std::make_unique<PrimAccelerationModelImpl>(time)) {}
 PrimAccelerationModel::~PrimAccelerationModel() = default;
 
 ovo::Prim PrimAccelerationModel::operator[](int i) const {
-  return i >= 0 && static_cast<std::size_t>(i) < impl_->size() ? impl_->prim(static_cast<std::size_t>(i)) : ovo::Prim();
+  return i >= 0 && static_cast<std::size_t>(i) < impl_->size()
+             ? impl_->prim(static_cast<std::size_t>(i))
+             : ovo::Prim();
 }
 
 void PrimAccelerationModel::addMeshPrims(const std::shared_ptr<ovo::Stage>& stage, double time) {
@@ -166,8 +190,8 @@ void PrimAccelerationModel::addMeshPrims(const std::vector<ovo::MeshPrim>& meshe
 
 void PrimAccelerationModel::addMeshPrims(const ovo::Prim& prim, double time) {
   std::deque<std::pair<ovo::Prim, tarn::Mat4<double>>> queue;
-  // KEEP(walk-starts-at-identity): a start prim without a transform ignores what is above it. Hosts hand such prims in as
-  // roots of their own.
+  // KEEP(walk-starts-at-identity): a start prim without a transform ignores what is above it. Hosts
+  // hand such prims in as roots of their own.
   tarn::Mat4<double> start;
   if (ovo::XformablePrim(prim).isValid()) start = ovo::XformCache(time).getLocalToWorld(prim);
   queue.emplace_back(prim, start);
@@ -179,7 +203,8 @@ void PrimAccelerationModel::addMeshPrims(const ovo::Prim& prim, double time) {
     taken.getChildren(children, true, false, true);
     for (const ovo::Prim& child : children) {
       const ovo::XformablePrim xformable(child);
-      queue.emplace_back(child, xformable.isValid() ? worldFromLocal * xformable.getLocalXform(time) : worldFromLocal);
+      queue.emplace_back(child, xformable.isValid() ? worldFromLocal * xformable.getLocalXform(time)
+                                                    : worldFromLocal);
     }
     if (ovo::MeshPrim(taken).isValid()) impl_->add(taken, worldFromLocal, time);
   }
@@ -188,10 +213,12 @@ void PrimAccelerationModel::addMeshPrims(const ovo::Prim& prim, double time) {
 std::size_t PrimAccelerationModel::size() const { return impl_->size(); }
 tarn::Box3<float> PrimAccelerationModel::bounds(std::size_t i) const { return impl_->bounds(i); }
 tarn::Box3<float> PrimAccelerationModel::bounds() const { return impl_->bounds(); }
-bool PrimAccelerationModel::intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray, std::size_t i,
-                                      CollisionResult& result) const {
+bool PrimAccelerationModel::intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray,
+                                      std::size_t i, CollisionResult& result) const {
   return impl_->intersect(ctx, ray, i, result);
 }
-bool PrimAccelerationModel::exclude(const IntersectionContext& ctx, std::size_t i) const { return impl_->exclude(ctx, i); }
+bool PrimAccelerationModel::exclude(const IntersectionContext& ctx, std::size_t i) const {
+  return impl_->exclude(ctx, i);
+}
 
 }  // namespace vela

@@ -20,7 +20,8 @@ namespace {
 template <class T>
 bool hasSameBits(const ovo::Array<T>& a, const ovo::Array<T>& b) {
   if (a.isIdentical(b)) return true;
-  return a.size() == b.size() && (a.empty() || std::memcmp(a.cdata(), b.cdata(), a.size() * sizeof(T)) == 0);
+  return a.size() == b.size() &&
+         (a.empty() || std::memcmp(a.cdata(), b.cdata(), a.size() * sizeof(T)) == 0);
 }
 
 template <class T>
@@ -33,11 +34,13 @@ void appendArray(tarn::Hash& hash, const ovo::Array<T>& array) {
 tarn::Vec3<double> faceNormal(const tracer::Mesh& mesh, std::size_t triangle) {
   const std::int32_t face = mesh.triangles[triangle].face;
   std::size_t begin = 0;
-  for (std::int32_t f = 0; f < face; ++f) begin += static_cast<std::size_t>(std::max(0, mesh.counts.cdata()[f]));
+  for (std::int32_t f = 0; f < face; ++f)
+    begin += static_cast<std::size_t>(std::max(0, mesh.counts.cdata()[f]));
   const auto count = static_cast<std::size_t>(mesh.counts.cdata()[face]);
   const auto at = [&](std::size_t k) {
     const tarn::Vec3<double> p(mesh.points.cdata()[mesh.indices.cdata()[begin + k % count]]);
-    return tarn::Vec3<double>(std::ldexp(p.x, -mesh.frame.exponent), std::ldexp(p.y, -mesh.frame.exponent),
+    return tarn::Vec3<double>(std::ldexp(p.x, -mesh.frame.exponent),
+                              std::ldexp(p.y, -mesh.frame.exponent),
                               std::ldexp(p.z, -mesh.frame.exponent));
   };
   tarn::Vec3<double> sum;
@@ -71,12 +74,14 @@ struct SceneTracer::Impl {
     hit.distance = nearest.distance;
     for (std::size_t i = 0; i < 3; ++i)
       hit.position[i] =
-          static_cast<float>(static_cast<double>(ray.origin[i]) + nearest.distance * static_cast<double>(ray.direction[i]));
+          static_cast<float>(static_cast<double>(ray.origin[i]) +
+                             nearest.distance * static_cast<double>(ray.direction[i]));
 
     // The normal, in double: corners of a small far triangle differ in their last bits only.
     const auto corner = [&](std::size_t c) {
       const auto& from = nearest.block->corner[c];
-      return tarn::Vec3<double>(static_cast<double>(from[0][nearest.lane]), static_cast<double>(from[1][nearest.lane]),
+      return tarn::Vec3<double>(static_cast<double>(from[0][nearest.lane]),
+                                static_cast<double>(from[1][nearest.lane]),
                                 static_cast<double>(from[2][nearest.lane]));
     };
     const tarn::Vec3<double> a = corner(0);
@@ -84,9 +89,11 @@ struct SceneTracer::Impl {
     if (local == tarn::Vec3<double>()) local = faceNormal(mesh, nearest.triangle);
     const auto& m = placement.localFromWorld.m;
     tarn::Vec3<double> world;
-    for (std::size_t i = 0; i < 3; ++i) world[i] = m[0][i] * local.x + m[1][i] * local.y + m[2][i] * local.z;
+    for (std::size_t i = 0; i < 3; ++i)
+      world[i] = m[0][i] * local.x + m[1][i] * local.y + m[2][i] * local.z;
     // Brought to about 1 before it is squared.
-    const double largest = std::max(std::fabs(world.x), std::max(std::fabs(world.y), std::fabs(world.z)));
+    const double largest =
+        std::max(std::fabs(world.x), std::max(std::fabs(world.y), std::fabs(world.z)));
     if (largest > 0.0) world = world / largest;
     hit.normal = tarn::Vec3<float>(world.normalized());
 
@@ -107,7 +114,8 @@ SceneTracer::~SceneTracer() = default;
 SceneTracer::SceneTracer(SceneTracer&&) noexcept = default;
 SceneTracer& SceneTracer::operator=(SceneTracer&&) noexcept = default;
 
-std::uint32_t SceneTracer::addMesh(const ovo::Array<tarn::Vec3<float>>& points, const ovo::Array<int>& faceVertexCounts,
+std::uint32_t SceneTracer::addMesh(const ovo::Array<tarn::Vec3<float>>& points,
+                                   const ovo::Array<int>& faceVertexCounts,
                                    const ovo::Array<int>& faceVertexIndices) {
   // An equal mesh is found by its hash and then compared.
   tarn::Hash hash;
@@ -142,11 +150,13 @@ std::uint32_t SceneTracer::addMesh(const ovo::MeshPrim& prim, double time) {
   return addMesh(points, counts, indices);
 }
 
-std::uint32_t SceneTracer::addPlacement(std::uint32_t mesh, const tarn::Mat4<double>& worldFromLocal) {
+std::uint32_t SceneTracer::addPlacement(std::uint32_t mesh,
+                                        const tarn::Mat4<double>& worldFromLocal) {
   tracer::Placement placement;
   placement.mesh = mesh;
   placement.isUsable = mesh < impl_->meshes.size() && !impl_->meshes[mesh].triangles.empty() &&
-                       tracer::makeLocalFromWorld(worldFromLocal, impl_->meshes[mesh].frame, placement.localFromWorld);
+                       tracer::makeLocalFromWorld(worldFromLocal, impl_->meshes[mesh].frame,
+                                                  placement.localFromWorld);
   impl_->placements.push_back(placement);
   return static_cast<std::uint32_t>(impl_->placements.size() - 1);
 }
@@ -169,7 +179,8 @@ void SceneTracer::build() {
     box.index = static_cast<std::uint32_t>(i);
     if (tracer::placementBox(placement.localFromWorld, impl_->meshes[placement.mesh].frame, box)) {
       boxes.push_back(box);
-      impl_->bounds.extendBy(tarn::Box3<float>({box.low[0], box.low[1], box.low[2]}, {box.high[0], box.high[1], box.high[2]}));
+      impl_->bounds.extendBy(tarn::Box3<float>({box.low[0], box.low[1], box.low[2]},
+                                               {box.high[0], box.high[1], box.high[2]}));
     } else {
       impl_->unboxed.push_back(box.index);
     }
@@ -189,9 +200,10 @@ bool SceneTracer::intersect(const tarn::Ray<float>& ray, TracerHit& hit) const {
   return true;
 }
 
-void SceneTracer::intersect(const tarn::Ray<float>* rays, std::size_t count, TracerHit* hits) const {
-  // A few rays at a time, each step for all of them: what a record is made from lies in large tables, and is fetched for one
-  // ray while others are traced.
+void SceneTracer::intersect(const tarn::Ray<float>* rays, std::size_t count,
+                            TracerHit* hits) const {
+  // A few rays at a time, each step for all of them: what a record is made from lies in large
+  // tables, and is fetched for one ray while others are traced.
   constexpr std::size_t kGroup = 16;
   const tracer::SceneView view = impl_->view();
   tracer::Nearest nearest[kGroup];
@@ -208,12 +220,14 @@ void SceneTracer::intersect(const tarn::Ray<float>* rays, std::size_t count, Tra
     }
     for (std::size_t k = 0; k < n; ++k) {
       hits[first + k] = TracerHit();
-      if (nearest[k].placement != kNone) impl_->describe(rays[first + k], nearest[k], hits[first + k]);
+      if (nearest[k].placement != kNone)
+        impl_->describe(rays[first + k], nearest[k], hits[first + k]);
     }
   }
 }
 
-bool SceneTracer::intersectPlacement(std::uint32_t placement, const tarn::Ray<float>& ray, TracerHit& hit) const {
+bool SceneTracer::intersectPlacement(std::uint32_t placement, const tarn::Ray<float>& ray,
+                                     TracerHit& hit) const {
   hit = TracerHit();
   if (placement >= impl_->numBuilt || !impl_->placements[placement].isUsable) return false;
   // A scene without a tree, in which this placement is the only one to be asked.
@@ -228,7 +242,9 @@ bool SceneTracer::intersectPlacement(std::uint32_t placement, const tarn::Ray<fl
   return true;
 }
 
-bool SceneTracer::occluded(const tarn::Ray<float>& ray) const { return impl_->kernel.occluded(impl_->view(), ray); }
+bool SceneTracer::occluded(const tarn::Ray<float>& ray) const {
+  return impl_->kernel.occluded(impl_->view(), ray);
+}
 
 void SceneTracer::occluded(const tarn::Ray<float>* rays, std::size_t count, bool* occluded) const {
   const tracer::SceneView view = impl_->view();
@@ -247,10 +263,12 @@ tarn::Box3<float> SceneTracer::bounds() const { return impl_->bounds; }
 
 std::size_t SceneTracer::memoryUsage() const {
   std::size_t bytes = impl_->placements.capacity() * sizeof(tracer::Placement) +
-                      impl_->nodes.capacity() * sizeof(tracer::Node) + impl_->unboxed.capacity() * sizeof(std::uint32_t) +
+                      impl_->nodes.capacity() * sizeof(tracer::Node) +
+                      impl_->unboxed.capacity() * sizeof(std::uint32_t) +
                       impl_->meshes.capacity() * sizeof(tracer::Mesh);
   for (const tracer::Mesh& mesh : impl_->meshes)
-    bytes += mesh.triangles.capacity() * sizeof(tracer::TriangleSource) + mesh.nodes.capacity() * sizeof(tracer::Node) +
+    bytes += mesh.triangles.capacity() * sizeof(tracer::TriangleSource) +
+             mesh.nodes.capacity() * sizeof(tracer::Node) +
              mesh.blocks.capacity() * sizeof(tracer::Block);
   return bytes;
 }

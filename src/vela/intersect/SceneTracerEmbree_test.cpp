@@ -17,9 +17,10 @@
 #include "vela/intersect/SceneTracer.h"
 #include "vela/mesh/Triangulate.h"
 
-// Another tracer over the same triangles, already in world space and in single precision. The answers may differ only where the ray
-// passes an edge, or grazes a surface, more closely than single precision tells: each difference is shown to be of that
-// kind by double precision, on the triangles themselves.
+// Another tracer over the same triangles, already in world space and in single precision. The
+// answers may differ only where the ray passes an edge, or grazes a surface, more closely than
+// single precision tells: each difference is shown to be of that kind by double precision, on the
+// triangles themselves.
 
 namespace {
 
@@ -33,8 +34,8 @@ using vela::TracerHit;
 struct Soup {
   std::vector<Vec3<float>> corners;
 
-  void add(const std::vector<Vec3<float>>& points, const std::vector<int>& counts, const std::vector<int>& indices,
-           const Mat4<double>& matrix) {
+  void add(const std::vector<Vec3<float>>& points, const std::vector<int>& counts,
+           const std::vector<int>& indices, const Mat4<double>& matrix) {
     std::vector<int> cut;
     std::size_t begin = 0;
     for (const int count : counts) {
@@ -42,12 +43,14 @@ struct Soup {
       const std::size_t end = begin + static_cast<std::size_t>(count);
       if (end > indices.size()) break;
       const bool isSound =
-          std::all_of(indices.begin() + static_cast<std::ptrdiff_t>(begin), indices.begin() + static_cast<std::ptrdiff_t>(end),
+          std::all_of(indices.begin() + static_cast<std::ptrdiff_t>(begin),
+                      indices.begin() + static_cast<std::ptrdiff_t>(end),
                       [&](int i) { return i >= 0 && static_cast<std::size_t>(i) < points.size(); });
       if (count >= 3 && isSound) {
         vela::triangulatePolygon(points.data(), indices.data() + begin, count, cut);
         for (const int k : cut) {
-          const Vec3<double> p(points[static_cast<std::size_t>(indices[begin + static_cast<std::size_t>(k)])]);
+          const Vec3<double> p(
+              points[static_cast<std::size_t>(indices[begin + static_cast<std::size_t>(k)])]);
           corners.emplace_back(matrix.transformPoint(p));
         }
       }
@@ -58,14 +61,17 @@ struct Soup {
 
 class Embree {
  public:
-  explicit Embree(const Soup& soup) : device_(rtcNewDevice("threads=1,set_affinity=0")), scene_(rtcNewScene(device_)) {
+  explicit Embree(const Soup& soup)
+      : device_(rtcNewDevice("threads=1,set_affinity=0")), scene_(rtcNewScene(device_)) {
     rtcSetSceneFlags(scene_, RTC_SCENE_FLAG_ROBUST);
     RTCGeometry geometry = rtcNewGeometry(device_, RTC_GEOMETRY_TYPE_TRIANGLE);
-    auto* points = static_cast<Vec3<float>*>(rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3,
-                                                                     sizeof(Vec3<float>), soup.corners.size()));
+    auto* points = static_cast<Vec3<float>*>(
+        rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3,
+                                sizeof(Vec3<float>), soup.corners.size()));
     std::copy(soup.corners.begin(), soup.corners.end(), points);
-    auto* indices = static_cast<unsigned*>(rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3,
-                                                                   3 * sizeof(unsigned), soup.corners.size() / 3));
+    auto* indices = static_cast<unsigned*>(
+        rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3,
+                                3 * sizeof(unsigned), soup.corners.size() / 3));
     for (std::size_t i = 0; i < soup.corners.size(); ++i) indices[i] = static_cast<unsigned>(i);
     rtcCommitGeometry(geometry);
     rtcAttachGeometry(scene_, geometry);
@@ -108,13 +114,14 @@ class Embree {
   RTCScene scene_;
 };
 
-/// How near the ray passes to a triangle's border, as a distance between two lines, when it passes the triangle at a distance
-/// near `at` at all; infinity otherwise.
+/// How near the ray passes to a triangle's border, as a distance between two lines, when it passes
+/// the triangle at a distance near `at` at all; infinity otherwise.
 double distanceFromBorder(const Ray<float>& ray, const Vec3<float>* corner, double tolerance) {
   const Vec3<double> o(ray.origin), d = Vec3<double>(ray.direction).normalized();
   double least = std::numeric_limits<double>::infinity();
   for (std::size_t i = 0; i < 3; ++i) {
-    const Vec3<double> a = Vec3<double>(corner[i]) - o, e = Vec3<double>(corner[(i + 1) % 3]) - Vec3<double>(corner[i]);
+    const Vec3<double> a = Vec3<double>(corner[i]) - o,
+                       e = Vec3<double>(corner[(i + 1) % 3]) - Vec3<double>(corner[i]);
     // The point of the edge that is nearest to the ray's line.
     const Vec3<double> ap = a - d * tarn::dot(a, d), ep = e - d * tarn::dot(e, d);
     const double ee = tarn::dot(ep, ep);
@@ -130,8 +137,8 @@ struct Comparison {
   std::vector<std::string> unexplained;
 };
 
-void compare(const SceneTracer& tracer, const Embree& embree, const Soup& soup, const std::vector<Ray<float>>& rays,
-             double size, Comparison& result) {
+void compare(const SceneTracer& tracer, const Embree& embree, const Soup& soup,
+             const std::vector<Ray<float>>& rays, double size, Comparison& result) {
   for (const Ray<float>& ray : rays) {
     TracerHit hit;
     tracer.intersect(ray, hit);
@@ -140,36 +147,46 @@ void compare(const SceneTracer& tracer, const Embree& embree, const Soup& soup, 
     if (hit.hit) ++result.hits;
     const double length = Vec3<double>(ray.direction).length();
     // Single precision over the ray's length and the scene's.
-    const double reach = std::max({size, Vec3<double>(ray.origin).length(), hit.hit ? hit.distance * length : 0.0});
+    const double reach =
+        std::max({size, Vec3<double>(ray.origin).length(), hit.hit ? hit.distance * length : 0.0});
     const double tolerance = 4e-6 * reach;
-    const bool isSame = hit.hit ? std::fabs(hit.distance - other) * length <= tolerance : std::isinf(other);
+    const bool isSame =
+        hit.hit ? std::fabs(hit.distance - other) * length <= tolerance : std::isinf(other);
     if (isSame) continue;
     ++result.differences;
-    // The same surface, grazed: sideways the answers agree, along the ray that is stretched by 1 / cos.
+    // The same surface, grazed: sideways the answers agree, along the ray that is stretched by 1 /
+    // cos.
     if (hit.hit &&
-        std::fabs(hit.distance - other) * std::fabs(tarn::dot(Vec3<double>(hit.normal), Vec3<double>(ray.direction))) <=
+        std::fabs(hit.distance - other) *
+                std::fabs(tarn::dot(Vec3<double>(hit.normal), Vec3<double>(ray.direction))) <=
             tolerance)
       continue;
-    // Whatever either saw and the other did not lies at an edge: some triangle's border is that near to the ray.
+    // Whatever either saw and the other did not lies at an edge: some triangle's border is that
+    // near to the ray.
     double nearest = std::numeric_limits<double>::infinity();
     for (std::size_t t = 0; t < soup.corners.size() && nearest > tolerance; t += 3)
       nearest = std::min(nearest, distanceFromBorder(ray, &soup.corners[t], tolerance));
     if (nearest > tolerance)
-      result.unexplained.push_back("tracer " + (hit.hit ? std::to_string(hit.distance * length) : std::string("none")) +
-                                   ", Embree " + std::to_string(other * length) + ", nearest edge " +
-                                   std::to_string(nearest / reach) + " of the reach");
+      result.unexplained.push_back(
+          "tracer " + (hit.hit ? std::to_string(hit.distance * length) : std::string("none")) +
+          ", Embree " + std::to_string(other * length) + ", nearest edge " +
+          std::to_string(nearest / reach) + " of the reach");
   }
 }
 
 using Random = std::mt19937_64;
-float uniform(Random& random, float low, float high) { return std::uniform_real_distribution<float>(low, high)(random); }
+float uniform(Random& random, float low, float high) {
+  return std::uniform_real_distribution<float>(low, high)(random);
+}
 
 /// Rays through a box from outside and inside, aimed at points of it, at corners and at edges.
-std::vector<Ray<float>> makeRays(Random& random, const Soup& soup, const tarn::Box3<float>& box, int count) {
+std::vector<Ray<float>> makeRays(Random& random, const Soup& soup, const tarn::Box3<float>& box,
+                                 int count) {
   std::vector<Ray<float>> rays;
   const Vec3<float> center = box.center(), half = box.size() * 0.5f;
   const auto within = [&](float scale) {
-    const float x = uniform(random, -scale, scale), y = uniform(random, -scale, scale), z = uniform(random, -scale, scale);
+    const float x = uniform(random, -scale, scale), y = uniform(random, -scale, scale),
+                z = uniform(random, -scale, scale);
     return center + Vec3<float>(x, y, z) * half;
   };
   for (int i = 0; i < count; ++i) {
@@ -202,16 +219,18 @@ void expectAgreement(const SceneTracer& tracer, const Soup& soup, int count, uns
   EXPECT_GT(result.hits, count / 20);
   EXPECT_LT(result.differences, count / 10);
   EXPECT_EQ(result.unexplained.size(), 0u);
-  for (std::size_t i = 0; i < std::min<std::size_t>(3, result.unexplained.size()); ++i) ADD_FAILURE() << result.unexplained[i];
+  for (std::size_t i = 0; i < std::min<std::size_t>(3, result.unexplained.size()); ++i)
+    ADD_FAILURE() << result.unexplained[i];
   testing::Test::RecordProperty("differences", result.differences);
-  std::printf("  %d rays, %d hits, %d differences, all of them at edges or grazing\n", result.rays, result.hits,
-              result.differences);
+  std::printf("  %d rays, %d hits, %d differences, all of them at edges or grazing\n", result.rays,
+              result.hits, result.differences);
 }
 
 TEST(SceneTracerAgainstEmbree, GeneratedMeshes) {
   unsigned seed = 1;
   for (const vela_test::ClosedMesh& mesh :
-       {vela_test::makeCube(), vela_test::makeIcosphere(4), vela_test::makeTorus(60, 30), vela_test::makeBumpySphere(20000)}) {
+       {vela_test::makeCube(), vela_test::makeIcosphere(4), vela_test::makeTorus(60, 30),
+        vela_test::makeBumpySphere(20000)}) {
     SceneTracer tracer;
     tracer.addPlacement(tracer.addMesh(mesh.points, mesh.counts, mesh.indices), Mat4<double>());
     tracer.build();
@@ -229,7 +248,8 @@ TEST(SceneTracerAgainstEmbree, PlacedCopies) {
   const std::uint32_t id = tracer.addMesh(mesh.points, mesh.counts, mesh.indices);
   for (int i = 0; i < 60; ++i) {
     Mat4<double> m;
-    const double x = static_cast<double>(uniform(random, -6, 6)), y = static_cast<double>(uniform(random, -6, 6));
+    const double x = static_cast<double>(uniform(random, -6, 6)),
+                 y = static_cast<double>(uniform(random, -6, 6));
     m.translate(x, y, static_cast<double>(uniform(random, -6, 6)));
     m.rotateX(static_cast<double>(uniform(random, 0, 6)));
     m.rotateZ(static_cast<double>(uniform(random, 0, 6)));
@@ -263,7 +283,8 @@ void expectAgreementOnFile(const std::string& relative, unsigned seed) {
     if (!mesh.getPoints(points) || !mesh.getFaceTopology(counts, indices, isReversed)) continue;
     const Mat4<double> world = cache.getLocalToWorld(mesh);
     tracer.addPlacement(tracer.addMesh(mesh), world);
-    soup.add({points.cbegin(), points.cend()}, {counts.cbegin(), counts.cend()}, {indices.cbegin(), indices.cend()}, world);
+    soup.add({points.cbegin(), points.cend()}, {counts.cbegin(), counts.cend()},
+             {indices.cbegin(), indices.cend()}, world);
   }
   tracer.build();
   expectAgreement(tracer, soup, 20000, seed);

@@ -29,7 +29,9 @@ constexpr float kInf = std::numeric_limits<float>::infinity();
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 
 /// Another copy of an axis-aligned square of two units at height z, seen from above, as one quad.
-ClosedMesh makeSquare(float z = 0.0f) { return {{{-1, -1, z}, {1, -1, z}, {1, 1, z}, {-1, 1, z}}, {4}, {0, 1, 2, 3}}; }
+ClosedMesh makeSquare(float z = 0.0f) {
+  return {{{-1, -1, z}, {1, -1, z}, {1, 1, z}, {-1, 1, z}}, {4}, {0, 1, 2, 3}};
+}
 
 std::uint32_t addMesh(SceneTracer& tracer, const ClosedMesh& mesh) {
   return tracer.addMesh(mesh.points, mesh.counts, mesh.indices);
@@ -44,8 +46,9 @@ SceneTracer makeTracer(const ClosedMesh& mesh, const Mat4<double>& matrix = Mat4
 
 const Ray<float> kDown({0.25f, 0.5f, 5.0f}, {0, 0, -1});
 
-/// The same question asked of every triangle of every placement: no box, no tree, no wide instruction. Meshes are read and cut here
-/// a second time; only the arithmetic of one ray and one triangle is shared.
+/// The same question asked of every triangle of every placement: no box, no tree, no wide
+/// instruction. Meshes are read and cut here a second time; only the arithmetic of one ray and one
+/// triangle is shared.
 class PlainLoop {
  public:
   struct Answer {
@@ -65,7 +68,8 @@ class PlainLoop {
       const int n = source.counts[f];
       vela::triangulatePolygon(source.points.data(), source.indices.data() + begin, n, cut);
       for (const int k : cut)
-        corners.push_back(source.points[static_cast<std::size_t>(source.indices[begin + static_cast<std::size_t>(k)])]);
+        corners.push_back(source.points[static_cast<std::size_t>(
+            source.indices[begin + static_cast<std::size_t>(k)])]);
       for (std::size_t k = 0; k < cut.size(); k += 3) placed.faces.push_back(static_cast<int>(f));
       begin += static_cast<std::size_t>(n);
     }
@@ -76,7 +80,8 @@ class PlainLoop {
       }
     placed.frame = vela::tracer::makeMeshFrame(low, high);
     for (const Vec3<float>& p : corners) {
-      placed.corners.push_back({std::ldexp(p.x, -placed.frame.exponent), std::ldexp(p.y, -placed.frame.exponent),
+      placed.corners.push_back({std::ldexp(p.x, -placed.frame.exponent),
+                                std::ldexp(p.y, -placed.frame.exponent),
                                 std::ldexp(p.z, -placed.frame.exponent)});
     }
     placed.isUsable = vela::tracer::makeLocalFromWorld(matrix, placed.frame, placed.localFromWorld);
@@ -89,17 +94,21 @@ class PlainLoop {
     for (std::size_t p = 0; p < placed_.size(); ++p) {
       const Placed& placed = placed_[p];
       vela::tracer::LocalRay local;
-      if (!placed.isUsable || !vela::tracer::makeLocalRay(placed.localFromWorld, placed.frame, ray, local)) continue;
+      if (!placed.isUsable ||
+          !vela::tracer::makeLocalRay(placed.localFromWorld, placed.frame, ray, local))
+        continue;
       for (std::size_t t = 0; t < placed.faces.size(); ++t) {
         float corner[3][3];
         for (std::size_t c = 0; c < 3; ++c)
           for (std::size_t i = 0; i < 3; ++i) corner[c][i] = placed.corners[3 * t + c][i];
         vela::tracer::Crossing crossing;
-        if (!vela::tracer::crossTriangle(local, corner[0], corner[1], corner[2], crossing)) continue;
+        if (!vela::tracer::crossTriangle(local, corner[0], corner[1], corner[2], crossing))
+          continue;
         const float rounded = static_cast<float>(crossing.distance);
         if (!(rounded >= ray.minDistance && rounded <= ray.maxDistance)) continue;
         if (best.hit && !(crossing.distance < best.distance)) continue;
-        best = {true, crossing.distance, static_cast<std::uint32_t>(p), static_cast<std::uint32_t>(t), placed.faces[t]};
+        best = {true, crossing.distance, static_cast<std::uint32_t>(p),
+                static_cast<std::uint32_t>(t), placed.faces[t]};
       }
     }
     return best;
@@ -119,7 +128,9 @@ class PlainLoop {
 bool hasSameBits(double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
 using Random = std::mt19937_64;
-float uniform(Random& random, float low, float high) { return std::uniform_real_distribution<float>(low, high)(random); }
+float uniform(Random& random, float low, float high) {
+  return std::uniform_real_distribution<float>(low, high)(random);
+}
 Vec3<float> randomPoint(Random& random, float size) {
   return {uniform(random, -size, size), uniform(random, -size, size), uniform(random, -size, size)};
 }
@@ -179,8 +190,10 @@ TEST(SceneTracer, RangeIsClosedAtBothEnds) {
   EXPECT_TRUE(tracer.intersect(Ray<float>({0, 0, 5}, {0, 0, -1}, 0.0f, 5.0f), hit));
   EXPECT_TRUE(tracer.intersect(Ray<float>({0, 0, 5}, {0, 0, -1}, 5.0f, 5.0f), hit));
   EXPECT_TRUE(tracer.occluded(Ray<float>({0, 0, 5}, {0, 0, -1}, 5.0f, 9.0f)));
-  EXPECT_FALSE(tracer.intersect(Ray<float>({0, 0, 5}, {0, 0, -1}, 0.0f, std::nextafter(5.0f, 0.0f)), hit));
-  EXPECT_FALSE(tracer.intersect(Ray<float>({0, 0, 5}, {0, 0, -1}, std::nextafter(5.0f, 6.0f), 9.0f), hit));
+  EXPECT_FALSE(
+      tracer.intersect(Ray<float>({0, 0, 5}, {0, 0, -1}, 0.0f, std::nextafter(5.0f, 0.0f)), hit));
+  EXPECT_FALSE(
+      tracer.intersect(Ray<float>({0, 0, 5}, {0, 0, -1}, std::nextafter(5.0f, 6.0f), 9.0f), hit));
 }
 
 TEST(SceneTracer, OriginOnTheSurfaceHitsAtZero) {
@@ -202,8 +215,11 @@ TEST(SceneTracer, NegativeMinDistanceLooksBehind) {
 TEST(SceneTracer, RaysThatAreNoneMiss) {
   const SceneTracer tracer = makeTracer(makeSquare());
   const Vec3<float> o(0, 0, 5), d(0, 0, -1);
-  std::vector<Ray<float>> rays = {
-      {o, {0, 0, 0}}, {o, {-0.0f, 0, 0}}, {o, d, 1.0f, 0.0f}, {o, d, kNan, 9.0f}, {o, d, 0.0f, kNan}};
+  std::vector<Ray<float>> rays = {{o, {0, 0, 0}},
+                                  {o, {-0.0f, 0, 0}},
+                                  {o, d, 1.0f, 0.0f},
+                                  {o, d, kNan, 9.0f},
+                                  {o, d, 0.0f, kNan}};
   for (const float bad : {kNan, kInf, -kInf})
     for (std::size_t i = 0; i < 3; ++i) {
       rays.emplace_back(o, d);
@@ -372,9 +388,11 @@ TEST(SceneTracer, FacesThatCannotBeUsedAreSkippedAndCounted) {
 }
 
 TEST(SceneTracer, MeshesWithoutUsableFacesAreMissed) {
-  for (const ClosedMesh& mesh : {ClosedMesh{}, ClosedMesh{{{0, 0, 0}}, {3}, {0, 0, 0}}, ClosedMesh{{}, {3}, {0, 1, 2}},
-                                 ClosedMesh{{{0, 0, 0}, {1, 0, 0}, {2, 0, 0}}, {3}, {0, 1, 2}},
-                                 ClosedMesh{makeSquare().points, {}, {0, 1, 2, 3}}, ClosedMesh{makeSquare().points, {4}, {}}}) {
+  for (const ClosedMesh& mesh :
+       {ClosedMesh{}, ClosedMesh{{{0, 0, 0}}, {3}, {0, 0, 0}}, ClosedMesh{{}, {3}, {0, 1, 2}},
+        ClosedMesh{{{0, 0, 0}, {1, 0, 0}, {2, 0, 0}}, {3}, {0, 1, 2}},
+        ClosedMesh{makeSquare().points, {}, {0, 1, 2, 3}},
+        ClosedMesh{makeSquare().points, {4}, {}}}) {
     const SceneTracer tracer = makeTracer(mesh);
     TracerHit hit;
     EXPECT_FALSE(tracer.intersect(kDown, hit));
@@ -429,7 +447,8 @@ TEST(SceneTracer, BarycentricsAndCornersLeadBackToThePosition) {
 TEST(SceneTracer, ConcavePolygonIsOpenInItsNotchAtAnySize) {
   for (const float size : {1e-6f, 1.0f, 1e6f}) {
     // An arrowhead: the notch is the part between its legs.
-    ClosedMesh arrow = {{{0, 2, 0}, {-2, -2, 0}, {0, 0, 0}, {2, -2, 0}, {1.5f, -1, 0}}, {5}, {0, 1, 2, 3, 4}};
+    ClosedMesh arrow = {
+        {{0, 2, 0}, {-2, -2, 0}, {0, 0, 0}, {2, -2, 0}, {1.5f, -1, 0}}, {5}, {0, 1, 2, 3, 4}};
     for (Vec3<float>& p : arrow.points) p = p * size;
     const SceneTracer tracer = makeTracer(arrow);
     TracerHit hit;
@@ -440,15 +459,18 @@ TEST(SceneTracer, ConcavePolygonIsOpenInItsNotchAtAnySize) {
 }
 
 TEST(SceneTracer, CornerOnAnEdgeLeavesNoGapToTheNeighbour) {
-  // The upper face has a corner in the middle of the shared line, the lower one has none... and one more of each kind.
-  const ClosedMesh mesh = {{{-1, 0, 0}, {1, 0, 0}, {0.3f, 0, 0}, {1, 1, 0.1f}, {-1, 1, 0.2f}, {1, -1, 0}, {-1, -1, 0}},
-                           {5, 5},
-                           {0, 2, 1, 3, 4, 6, 5, 1, 2, 0}};
+  // The upper face has a corner in the middle of the shared line, the lower one has none... and one
+  // more of each kind.
+  const ClosedMesh mesh = {
+      {{-1, 0, 0}, {1, 0, 0}, {0.3f, 0, 0}, {1, 1, 0.1f}, {-1, 1, 0.2f}, {1, -1, 0}, {-1, -1, 0}},
+      {5, 5},
+      {0, 2, 1, 3, 4, 6, 5, 1, 2, 0}};
   Random random(11);
   const SceneTracer tracer = makeTracer(mesh, randomRotation(random));
   const SceneTracer straight = makeTracer(mesh);
   for (int i = 0; i < 20000; ++i) {
-    const Vec3<float> at(uniform(random, -0.99f, 0.99f), 0, 0), o(at.x, uniform(random, -0.2f, 0.2f), 3);
+    const Vec3<float> at(uniform(random, -0.99f, 0.99f), 0, 0),
+        o(at.x, uniform(random, -0.2f, 0.2f), 3);
     TracerHit hit;
     ASSERT_TRUE(straight.intersect(Ray<float>(o, at - o), hit)) << i;
     ASSERT_NEAR(hit.normal.length(), 1.0f, 1e-6f);
@@ -486,7 +508,8 @@ TEST(SceneTracer, OnePlacementAnswersAsIfItWereAlone) {
     const Ray<float> ray(randomPoint(random, 6), randomPoint(random, 1));
     for (std::uint32_t placement = 0; placement < 30; ++placement) {
       TracerHit hit, expected;
-      ASSERT_EQ(all.intersectPlacement(placement, ray, hit), alone[placement].intersect(ray, expected));
+      ASSERT_EQ(all.intersectPlacement(placement, ray, hit),
+                alone[placement].intersect(ray, expected));
       ASSERT_EQ(hit.hit, expected.hit);
       ASSERT_TRUE(hasSameBits(hit.distance, expected.distance));
       ASSERT_EQ(hit.face, expected.face);
@@ -587,7 +610,8 @@ struct Scene {
   Scene() { plain.setKernel(SceneTracer::Kernel::plain); }
 
   void add(Random& random, const ClosedMesh& mesh, const Mat4<double>& matrix) {
-    for (SceneTracer* tracer : {&fast, &plain}) tracer->addPlacement(addMesh(*tracer, mesh), matrix);
+    for (SceneTracer* tracer : {&fast, &plain})
+      tracer->addPlacement(addMesh(*tracer, mesh), matrix);
     loop.add(mesh, matrix);
     ++placements;
     for (int i = 0; i < 40; ++i) {
@@ -604,9 +628,11 @@ struct Scene {
     plain.build();
   }
 
-  /// Rays of every kind: through the scene, at corners and edges, along edges, along an axis, from corners, with short ranges.
+  /// Rays of every kind: through the scene, at corners and edges, along edges, along an axis, from
+  /// corners, with short ranges.
   [[nodiscard]] Ray<float> randomRay(Random& random, float size) const {
-    const Vec3<float> a = targets[random() % targets.size()], b = targets[random() % targets.size()];
+    const Vec3<float> a = targets[random() % targets.size()],
+                      b = targets[random() % targets.size()];
     const Vec3<float> o = randomPoint(random, size);
     Ray<float> ray(o, randomPoint(random, 1));
     switch (random() % 8) {
@@ -629,7 +655,9 @@ struct Scene {
         ray.minDistance = uniform(random, 0, 1);
         ray.maxDistance = random() % 2 == 0 ? 1.0f : uniform(random, 0, 2);
         break;
-      default: ray.direction = (a - o) * std::ldexp(1.0f, static_cast<int>(random() % 60) - 30); break;
+      default:
+        ray.direction = (a - o) * std::ldexp(1.0f, static_cast<int>(random() % 60) - 30);
+        break;
     }
     return ray;
   }
@@ -639,10 +667,12 @@ struct Scene {
     for (const SceneTracer* tracer : {&fast, &plain}) {
       TracerHit hit;
       tracer->intersect(ray, hit);
-      ASSERT_EQ(hit.hit, expected.hit) << "loop distance " << expected.distance << " placement " << expected.placement;
+      ASSERT_EQ(hit.hit, expected.hit)
+          << "loop distance " << expected.distance << " placement " << expected.placement;
       ASSERT_EQ(tracer->occluded(ray), expected.hit);
       if (!expected.hit) continue;
-      ASSERT_TRUE(hasSameBits(hit.distance, expected.distance)) << hit.distance << ' ' << expected.distance;
+      ASSERT_TRUE(hasSameBits(hit.distance, expected.distance))
+          << hit.distance << ' ' << expected.distance;
       ASSERT_EQ(hit.placement, expected.placement);
       ASSERT_EQ(hit.face, expected.face);
     }
@@ -650,14 +680,16 @@ struct Scene {
   }
 };
 
-void compareScenes(unsigned seed, int scenes, int rays, Mat4<double> (*makeMatrix)(Random&, float), float size) {
+void compareScenes(unsigned seed, int scenes, int rays, Mat4<double> (*makeMatrix)(Random&, float),
+                   float size) {
   for (int s = 0; s < scenes; ++s) {
     const unsigned here = seed + static_cast<unsigned>(s);
     SCOPED_TRACE(testing::Message() << "seed " << here);
     Random random(here);
     Scene scene;
-    const ClosedMesh meshes[] = {vela_test::makeCube(), vela_test::makeIcosphere(1), vela_test::makeTorus(9, 7),
-                                 vela_test::makeBumpySphere(300), makeSquare()};
+    const ClosedMesh meshes[] = {vela_test::makeCube(), vela_test::makeIcosphere(1),
+                                 vela_test::makeTorus(9, 7), vela_test::makeBumpySphere(300),
+                                 makeSquare()};
     const int count = 1 + static_cast<int>(random() % 12);
     for (int i = 0; i < count; ++i) {
       const ClosedMesh& mesh = meshes[random() % 5];
@@ -723,7 +755,8 @@ TEST(SceneTracerAgainstPlainLoop, FarFromTheOrigin) {
 }
 
 TEST(SceneTracerAgainstPlainLoop, OneDenseMeshInPlace) {
-  for (const ClosedMesh& mesh : {vela_test::makeBumpySphere(6000), vela_test::makeTorus(40, 30, 1.0f, 0.01f)}) {
+  for (const ClosedMesh& mesh :
+       {vela_test::makeBumpySphere(6000), vela_test::makeTorus(40, 30, 1.0f, 0.01f)}) {
     Random random(400);
     Scene scene;
     scene.add(random, mesh, Mat4<double>());
@@ -743,7 +776,8 @@ TEST(SceneTracerAgainstPlainLoop, NeedlesAndSlivers) {
   ClosedMesh mesh;
   for (int i = 0; i < 400; ++i) {
     const Vec3<float> a = randomPoint(random, 1), along = randomPoint(random, 1);
-    const Vec3<float> b = a + along, c = a + along * uniform(random, 0, 1) + randomPoint(random, 1e-6f);
+    const Vec3<float> b = a + along,
+                      c = a + along * uniform(random, 0, 1) + randomPoint(random, 1e-6f);
     for (const Vec3<float>& p : {a, b, c}) {
       mesh.indices.push_back(static_cast<int>(mesh.points.size()));
       mesh.points.push_back(p);
@@ -763,13 +797,14 @@ TEST(SceneTracerAgainstPlainLoop, NeedlesAndSlivers) {
 
 // Nothing slips through.
 
-int countLost(const ClosedMesh& mesh, const Mat4<double>& matrix, int rays, unsigned seed, double inside) {
+int countLost(const ClosedMesh& mesh, const Mat4<double>& matrix, int rays, unsigned seed,
+              double inside) {
   const SceneTracer tracer = makeTracer(mesh, matrix);
   Random random(seed);
   int lost = 0;
   for (int i = 0; i < rays; ++i) {
-    // An edge of a face, and a point of it: an end, or anything between. A target on the far side counts as well, since the ray
-    // starts inside or ends outside.
+    // An edge of a face, and a point of it: an end, or anything between. A target on the far side
+    // counts as well, since the ray starts inside or ends outside.
     std::size_t begin = 0;
     const std::size_t face = random() % mesh.counts.size();
     const auto n = static_cast<std::size_t>(mesh.counts[face]);
@@ -779,7 +814,8 @@ int countLost(const ClosedMesh& mesh, const Mat4<double>& matrix, int rays, unsi
     const Vec3<double> b(mesh.points[static_cast<std::size_t>(mesh.indices[begin + (k + 1) % n])]);
     const double mix = i % 3 == 0 ? 0.0 : static_cast<double>(uniform(random, 0, 1));
     const Vec3<float> target(matrix.transformPoint(a * (1 - mix) + b * mix));
-    const Vec3<float> o(matrix.transformPoint(Vec3<double>(randomPoint(random, 1)).normalized() * inside));
+    const Vec3<float> o(
+        matrix.transformPoint(Vec3<double>(randomPoint(random, 1)).normalized() * inside));
     TracerHit hit;
     if (!tracer.intersect(Ray<float>(o, target - o), hit)) ++lost;
   }
@@ -787,10 +823,13 @@ int countLost(const ClosedMesh& mesh, const Mat4<double>& matrix, int rays, unsi
 }
 
 TEST(SceneTracerIsWatertight, RaysAtEdgesAndCornersOfClosedMeshesAllHit) {
-  // From inside a closed mesh every ray must hit, wherever rounding takes it. The meshes have faces of one size each.
-  const ClosedMesh meshes[] = {vela_test::makeIcosphere(3), vela_test::makeCube(), vela_test::makeBumpySphere(5000)};
+  // From inside a closed mesh every ray must hit, wherever rounding takes it. The meshes have faces
+  // of one size each.
+  const ClosedMesh meshes[] = {vela_test::makeIcosphere(3), vela_test::makeCube(),
+                               vela_test::makeBumpySphere(5000)};
   unsigned seed = 1;
-  for (const ClosedMesh& mesh : meshes) EXPECT_EQ(countLost(mesh, Mat4<double>(), 150000, seed++, 0.5), 0);
+  for (const ClosedMesh& mesh : meshes)
+    EXPECT_EQ(countLost(mesh, Mat4<double>(), 150000, seed++, 0.5), 0);
   // Inside the tube of a torus: from the ring's centre line.
   const ClosedMesh torus = vela_test::makeTorus(40, 20);
   const SceneTracer tracer = makeTracer(torus);
@@ -805,7 +844,8 @@ TEST(SceneTracerIsWatertight, RaysAtEdgesAndCornersOfClosedMeshesAllHit) {
 
 TEST(SceneTracerIsWatertight, UnderRotationsAndScalesToo) {
   Random random(77);
-  const ClosedMesh meshes[] = {vela_test::makeIcosphere(2), vela_test::makeCube(), vela_test::makeBumpySphere(2000)};
+  const ClosedMesh meshes[] = {vela_test::makeIcosphere(2), vela_test::makeCube(),
+                               vela_test::makeBumpySphere(2000)};
   for (unsigned i = 0; i < 12; ++i) {
     Mat4<double> m;
     m.translate(Vec3<double>(randomPoint(random, 100)));

@@ -1,6 +1,7 @@
 /// \file
-/// For the tests of this folder: meshes, rays that look for trouble, and the rules written down once more, as plainly as
-/// they can be said and by components, so that the tests do not ask the code under test.
+/// For the tests of this folder: meshes, rays that look for trouble, and the rules written down
+/// once more, as plainly as they can be said and by components, so that the tests do not ask the
+/// code under test.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -31,7 +32,7 @@ constexpr float kInf = std::numeric_limits<float>::infinity();
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 constexpr float kMax = std::numeric_limits<float>::max();
 
-// ------------------------------------------------------------------------------------------------------- comparing
+// ---- Comparing
 
 inline std::uint32_t bitsOf(float v) {
   std::uint32_t bits = 0;
@@ -42,21 +43,23 @@ inline bool sameBits(const Vec3<float>& a, const Vec3<float>& b) {
   return bitsOf(a.x) == bitsOf(b.x) && bitsOf(a.y) == bitsOf(b.y) && bitsOf(a.z) == bitsOf(b.z);
 }
 inline bool sameRecord(const CollisionResult& a, const CollisionResult& b) {
-  return bitsOf(a.distance) == bitsOf(b.distance) && sameBits(a.normal, b.normal) && sameBits(a.position, b.position) &&
-         a.primitiveIndex == b.primitiveIndex && a.faceIndex == b.faceIndex && a.hit == b.hit;
+  return bitsOf(a.distance) == bitsOf(b.distance) && sameBits(a.normal, b.normal) &&
+         sameBits(a.position, b.position) && a.primitiveIndex == b.primitiveIndex &&
+         a.faceIndex == b.faceIndex && a.hit == b.hit;
 }
 inline std::string show(const Ray<float>& r) {
   char text[400];
-  std::snprintf(text, sizeof text, "ray from %a %a %a along %a %a %a in %a %a", static_cast<double>(r.origin.x),
-                static_cast<double>(r.origin.y), static_cast<double>(r.origin.z), static_cast<double>(r.direction.x),
-                static_cast<double>(r.direction.y), static_cast<double>(r.direction.z), static_cast<double>(r.minDistance),
-                static_cast<double>(r.maxDistance));
+  std::snprintf(text, sizeof text, "ray from %a %a %a along %a %a %a in %a %a",
+                static_cast<double>(r.origin.x), static_cast<double>(r.origin.y),
+                static_cast<double>(r.origin.z), static_cast<double>(r.direction.x),
+                static_cast<double>(r.direction.y), static_cast<double>(r.direction.z),
+                static_cast<double>(r.minDistance), static_cast<double>(r.maxDistance));
   return text;
 }
 inline std::string show(const CollisionResult& c) {
   char text[200];
-  std::snprintf(text, sizeof text, "{t %a, primitive %u, face %d, hit %d}", static_cast<double>(c.distance), c.primitiveIndex,
-                c.faceIndex, c.hit ? 1 : 0);
+  std::snprintf(text, sizeof text, "{t %a, primitive %u, face %d, hit %d}",
+                static_cast<double>(c.distance), c.primitiveIndex, c.faceIndex, c.hit ? 1 : 0);
   return text;
 }
 /// A record that no query writes: shows whether a miss leaves it alone.
@@ -70,12 +73,13 @@ inline CollisionResult marked() {
   return r;
 }
 
-// ---------------------------------------------------------------------------------------------------- plain rules
+// ---- Plain rules
 
 /// The single-precision triangle test by components.
-inline bool plainTriangle(const Ray<float>& r, const Vec3<float>& a, const Vec3<float>& b, const Vec3<float>& c,
-                          CollisionResult& out) {
-  const float e1x = b.x - a.x, e1y = b.y - a.y, e1z = b.z - a.z, e2x = c.x - a.x, e2y = c.y - a.y, e2z = c.z - a.z;
+inline bool plainTriangle(const Ray<float>& r, const Vec3<float>& a, const Vec3<float>& b,
+                          const Vec3<float>& c, CollisionResult& out) {
+  const float e1x = b.x - a.x, e1y = b.y - a.y, e1z = b.z - a.z, e2x = c.x - a.x, e2y = c.y - a.y,
+              e2z = c.z - a.z;
   const float dx = r.direction.x, dy = r.direction.y, dz = r.direction.z;
   const float px = dy * e2z - dz * e2y, py = dz * e2x - dx * e2z, pz = dx * e2y - dy * e2x;
   const float det = e1x * px + e1y * py + e1z * pz;
@@ -132,12 +136,14 @@ class PlainGrid {
       extent[i] = box_.max[i] - box_.min[i];
       if (std::isnan(extent[i])) return;
     }
-    const float k = std::cbrt(0.33333334f) / std::cbrt(extent[0] * extent[1] * extent[2] / static_cast<float>(n));
+    const float k = std::cbrt(0.33333334f) /
+                    std::cbrt(extent[0] * extent[1] * extent[2] / static_cast<float>(n));
     std::uint32_t res[3];
     for (const std::size_t i : {0u, 1u, 2u}) {
       const float count = std::floor(extent[i] * k) + 1.0f;
       if (!(std::fabs(count) < 9.2e18f)) return;
-      res[i] = static_cast<std::uint32_t>(static_cast<std::uint64_t>(static_cast<std::int64_t>(count)));
+      res[i] =
+          static_cast<std::uint32_t>(static_cast<std::uint64_t>(static_cast<std::int64_t>(count)));
       if (res[i] > 64) res[i] = 64;
       if (res[i] == 0) return;
     }
@@ -150,8 +156,10 @@ class PlainGrid {
     for (std::size_t p = 0; isFilled_ && p < n; ++p) {
       const Box3<float> b = model.bounds(p);
       for (std::uint32_t z = cell(b.min.z - box_.min.z, 2); z <= cell(b.max.z - box_.min.z, 2); ++z)
-        for (std::uint32_t y = cell(b.min.y - box_.min.y, 1); y <= cell(b.max.y - box_.min.y, 1); ++y)
-          for (std::uint32_t x = cell(b.min.x - box_.min.x, 0); x <= cell(b.max.x - box_.min.x, 0); ++x) {
+        for (std::uint32_t y = cell(b.min.y - box_.min.y, 1); y <= cell(b.max.y - box_.min.y, 1);
+             ++y)
+          for (std::uint32_t x = cell(b.min.x - box_.min.x, 0); x <= cell(b.max.x - box_.min.x, 0);
+               ++x) {
             auto& list = cells_[(std::size_t{z} * res_[1] + y) * res_[0] + x];
             if (!list) list = std::make_unique<std::vector<std::size_t>>();
             list->push_back(p);
@@ -161,7 +169,8 @@ class PlainGrid {
 
   std::uint32_t resolution(std::size_t axis) const { return res_[axis]; }
 
-  bool intersect(const vela::IntersectionContext& ctx, const Ray<float>& ray, CollisionResult& result) const {
+  bool intersect(const vela::IntersectionContext& ctx, const Ray<float>& ray,
+                 CollisionResult& result) const {
     if (cells_.empty()) return false;
     float t0 = 0, t1 = 0;
     if (!plainBox(ray, box_, t0, t1)) return false;
@@ -193,7 +202,8 @@ class PlainGrid {
           const Box3<float> b = model_.bounds(p);
           bool touches = true;
           for (const std::size_t i : {0u, 1u, 2u})
-            touches = touches && cell(b.min[i] - box_.min[i], i) <= at[i] && at[i] <= cell(b.max[i] - box_.min[i], i);
+            touches = touches && cell(b.min[i] - box_.min[i], i) <= at[i] &&
+                      at[i] <= cell(b.max[i] - box_.min[i], i);
           if (touches) gathered.push_back(p);
         }
         list = &gathered;
@@ -202,7 +212,8 @@ class PlainGrid {
         float best = ray.maxDistance;
         for (const std::size_t p : *list) {
           CollisionResult scratch;
-          if (model_.intersect(ctx, ray, p, scratch) && best > scratch.distance && scratch.distance > ray.minDistance) {
+          if (model_.intersect(ctx, ray, p, scratch) && best > scratch.distance &&
+              scratch.distance > ray.minDistance) {
             result = scratch;
             result.primitiveIndex = static_cast<std::uint32_t>(p);
             result.hit = true;
@@ -213,7 +224,8 @@ class PlainGrid {
         if (best < ray.maxDistance) return true;
       }
       const int table[8] = {2, 1, 2, 1, 2, 2, 0, 0};
-      const int axis = table[4 * (next[0] < next[1]) + 2 * (next[0] < next[2]) + (next[1] < next[2])];
+      const int axis =
+          table[4 * (next[0] < next[1]) + 2 * (next[0] < next[2]) + (next[1] < next[2])];
       if (next[axis] > ray.maxDistance) return false;
       at[axis] += static_cast<std::uint32_t>(step[axis]);
       if (at[axis] == stop[axis]) return false;
@@ -236,13 +248,16 @@ class PlainGrid {
   std::vector<std::unique_ptr<std::vector<std::size_t>>> cells_;
 };
 
-/// The nearest hit strictly inside the range over all primitives, without boxes; of equal ones the first.
-inline bool plainNearest(const vela::AccelerationModel& model, const Ray<float>& ray, CollisionResult& result) {
+/// The nearest hit strictly inside the range over all primitives, without boxes; of equal ones the
+/// first.
+inline bool plainNearest(const vela::AccelerationModel& model, const Ray<float>& ray,
+                         CollisionResult& result) {
   const vela::IntersectionContext ctx;
   float best = ray.maxDistance;
   for (std::size_t i = 0; i < model.size(); ++i) {
     CollisionResult scratch;
-    if (model.intersect(ctx, ray, i, scratch) && best > scratch.distance && scratch.distance > ray.minDistance) {
+    if (model.intersect(ctx, ray, i, scratch) && best > scratch.distance &&
+        scratch.distance > ray.minDistance) {
       scratch.primitiveIndex = static_cast<std::uint32_t>(i);
       best = scratch.distance;
       result = scratch;
@@ -251,7 +266,7 @@ inline bool plainNearest(const vela::AccelerationModel& model, const Ray<float>&
   return ray.maxDistance > best;
 }
 
-// ----------------------------------------------------------------------------------------------------------- meshes
+// ---- Meshes
 
 struct TestMesh {
   std::string name;
@@ -270,20 +285,23 @@ inline TestMesh bumpySphere(int rings, int segments, float bump, unsigned seed =
   mesh.name = "sphere of " + std::to_string(rings) + " rings";
   std::mt19937 random(seed);
   const auto point = [&](double theta, double phi) {
-    const double radius = 1.0 + static_cast<double>(bump) * (static_cast<double>(random() % 1000) / 1000.0 - 0.5);
+    const double radius =
+        1.0 + static_cast<double>(bump) * (static_cast<double>(random() % 1000) / 1000.0 - 0.5);
     mesh.points.emplace_back(static_cast<float>(radius * std::sin(theta) * std::cos(phi)),
                              static_cast<float>(radius * std::cos(theta)),
                              static_cast<float>(radius * std::sin(theta) * std::sin(phi)));
   };
   point(0.0, 0.0);
   for (int r = 1; r < rings; ++r)
-    for (int s = 0; s < segments; ++s) point(3.14159265358979 * r / rings, 6.28318530717959 * s / segments);
+    for (int s = 0; s < segments; ++s)
+      point(3.14159265358979 * r / rings, 6.28318530717959 * s / segments);
   point(3.14159265358979, 0.0);
   const int south = static_cast<int>(mesh.points.size()) - 1;
   const auto at = [&](int r, int s) { return 1 + (r - 1) * segments + s % segments; };
   for (int s = 0; s < segments; ++s) mesh.face({0, at(1, s + 1), at(1, s)});
   for (int r = 1; r + 1 < rings; ++r)
-    for (int s = 0; s < segments; ++s) mesh.face({at(r, s), at(r, s + 1), at(r + 1, s + 1), at(r + 1, s)});
+    for (int s = 0; s < segments; ++s)
+      mesh.face({at(r, s), at(r, s + 1), at(r + 1, s + 1), at(r + 1, s)});
   for (int s = 0; s < segments; ++s) mesh.face({at(rings - 1, s), at(rings - 1, s + 1), south});
   return mesh;
 }
@@ -292,7 +310,9 @@ inline TestMesh bumpySphere(int rings, int segments, float bump, unsigned seed =
 inline TestMesh cube() {
   TestMesh mesh;
   mesh.name = "cube";
-  for (int i = 0; i < 8; ++i) mesh.points.emplace_back((i & 1) ? 1.0f : -1.0f, (i & 2) ? 1.0f : -1.0f, (i & 4) ? 1.0f : -1.0f);
+  for (int i = 0; i < 8; ++i)
+    mesh.points.emplace_back((i & 1) ? 1.0f : -1.0f, (i & 2) ? 1.0f : -1.0f,
+                             (i & 4) ? 1.0f : -1.0f);
   mesh.face({0, 2, 3, 1});
   mesh.face({4, 5, 7, 6});
   mesh.face({0, 1, 5, 4});
@@ -307,7 +327,8 @@ inline TestMesh plane(int n) {
   TestMesh mesh;
   mesh.name = "plane";
   for (int y = 0; y <= n; ++y)
-    for (int x = 0; x <= n; ++x) mesh.points.emplace_back(static_cast<float>(x), static_cast<float>(y), 0.0f);
+    for (int x = 0; x <= n; ++x)
+      mesh.points.emplace_back(static_cast<float>(x), static_cast<float>(y), 0.0f);
   for (int y = 0; y < n; ++y)
     for (int x = 0; x < n; ++x) {
       const int at = y * (n + 1) + x;
@@ -325,7 +346,9 @@ inline TestMesh soup(int count, unsigned seed) {
   for (int i = 0; i < count; ++i) {
     const Vec3<float> centre(place(random), place(random), place(random));
     const float size = std::exp2(-8.0f * std::fabs(place(random)));
-    for (int k = 0; k < 3; ++k) mesh.points.push_back(centre + Vec3<float>(place(random), place(random), place(random)) * size);
+    for (int k = 0; k < 3; ++k)
+      mesh.points.push_back(centre +
+                            Vec3<float>(place(random), place(random), place(random)) * size);
     mesh.face({3 * i, 3 * i + 1, 3 * i + 2});
   }
   return mesh;
@@ -340,7 +363,8 @@ inline TestMesh polygons() {
     mesh.counts.push_back(n);
     for (int k = 0; k < n; ++k) {
       const double angle = 6.28318530717959 * k / n, radius = k % 2 ? 1.0 : 0.6;
-      mesh.points.emplace_back(static_cast<float>(radius * std::cos(angle)), static_cast<float>(radius * std::sin(angle)),
+      mesh.points.emplace_back(static_cast<float>(radius * std::cos(angle)),
+                               static_cast<float>(radius * std::sin(angle)),
                                0.25f * static_cast<float>(n));
       mesh.indices.push_back(first + k);
     }
@@ -360,7 +384,8 @@ inline TestMesh stadium(int rings) {
   return mesh;
 }
 
-/// Every way that arrays contradict each other, around one good triangle (face 6) and one good quad (the last).
+/// Every way that arrays contradict each other, around one good triangle (face 6) and one good quad
+/// (the last).
 inline TestMesh broken() {
   TestMesh mesh;
   mesh.name = "broken";
@@ -382,9 +407,17 @@ inline TestMesh broken() {
 }
 
 inline std::vector<TestMesh> sampleMeshes() {
-  std::vector<TestMesh> meshes{
-      cube(),     plane(1),    plane(13), bumpySphere(6, 8, 0.0f),      bumpySphere(24, 40, 0.3f), soup(400, 11), soup(1, 3),
-      polygons(), stadium(12), broken(),  TestMesh{"empty", {}, {}, {}}};
+  std::vector<TestMesh> meshes{cube(),
+                               plane(1),
+                               plane(13),
+                               bumpySphere(6, 8, 0.0f),
+                               bumpySphere(24, 40, 0.3f),
+                               soup(400, 11),
+                               soup(1, 3),
+                               polygons(),
+                               stadium(12),
+                               broken(),
+                               TestMesh{"empty", {}, {}, {}}};
   TestMesh points{"points without faces", {{0, 0, 0}, {1, 2, 3}}, {}, {}};
   meshes.push_back(points);
   TestMesh far = bumpySphere(12, 20, 0.3f);
@@ -402,17 +435,19 @@ inline std::vector<TestMesh> sampleMeshes() {
   return meshes;
 }
 
-// ------------------------------------------------------------------------------------------------------------- rays
+// ---- Rays
 
-/// Rays at a mesh: chords and camera rays, and those that find trouble: through vertices, along edges, in planes, parallel to
-/// axes, from cell corners, from points of the mesh, with clipped, empty and endless ranges, zeros of both signs, NaN and infinity.
+/// Rays at a mesh: chords and camera rays, and those that find trouble: through vertices, along
+/// edges, in planes, parallel to axes, from cell corners, from points of the mesh, with clipped,
+/// empty and endless ranges, zeros of both signs, NaN and infinity.
 class RayMaker {
  public:
   RayMaker(const TestMesh& mesh, unsigned seed) : mesh_(mesh), random_(seed) {
     for (const auto& p : mesh.points)
       if (std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z)) box_.extendBy(p);
     if (box_.isEmpty()) box_ = Box3<float>(Vec3<float>(-1.0f), Vec3<float>(1.0f));
-    size_ = std::max({box_.max.x - box_.min.x, box_.max.y - box_.min.y, box_.max.z - box_.min.z, 1e-3f});
+    size_ = std::max(
+        {box_.max.x - box_.min.x, box_.max.y - box_.min.y, box_.max.z - box_.min.z, 1e-3f});
     if (!(size_ < kMax)) size_ = 1e30f;
   }
 
@@ -456,10 +491,12 @@ class RayMaker {
   float unit() { return static_cast<float>(random_() % 100001u) / 100000.0f; }
   Vec3<float> around(float reach) {
     const Vec3<float> centre = box_.min * 0.5f + box_.max * 0.5f;
-    return centre + Vec3<float>(unit() - 0.5f, unit() - 0.5f, unit() - 0.5f) * (2.0f * reach * size_);
+    return centre +
+           Vec3<float>(unit() - 0.5f, unit() - 0.5f, unit() - 0.5f) * (2.0f * reach * size_);
   }
   Vec3<float> meshPoint() {
-    return mesh_.points.empty() ? around(0.5f) : mesh_.points[pick(static_cast<unsigned>(mesh_.points.size()))];
+    return mesh_.points.empty() ? around(0.5f)
+                                : mesh_.points[pick(static_cast<unsigned>(mesh_.points.size()))];
   }
   Vec3<float> edgePoint() {
     const Vec3<float> a = meshPoint(), b = meshPoint();
@@ -488,7 +525,8 @@ class RayMaker {
   Ray<float> inPlane() {
     if (mesh_.counts.empty()) return ordinary();
     const Vec3<float> a = meshPoint(), b = meshPoint(), c = meshPoint();
-    const Vec3<float> from = a + (b - a) * (unit() * 3.0f - 1.0f), to = a + (c - a) * (unit() * 3.0f - 1.0f);
+    const Vec3<float> from = a + (b - a) * (unit() * 3.0f - 1.0f),
+                      to = a + (c - a) * (unit() * 3.0f - 1.0f);
     return between(from, to);
   }
 

@@ -1,11 +1,5 @@
 #include "vela/log/Log.h"
 
-#include <boost/date_time/posix_time/posix_time_types.hpp>
-#include <boost/system/error_code.hpp>
-#include <boost/system/system_error.hpp>
-#include <boost/thread/lock_types.hpp>
-#include <boost/thread/recursive_mutex.hpp>
-
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
@@ -16,6 +10,12 @@
 #include <map>
 #include <memory>
 #include <stdexcept>
+
+#include <boost/date_time/posix_time/posix_time_types.hpp>
+#include <boost/system/error_code.hpp>
+#include <boost/system/system_error.hpp>
+#include <boost/thread/lock_types.hpp>
+#include <boost/thread/recursive_mutex.hpp>
 
 namespace Halden::Log {
 namespace {
@@ -33,7 +33,8 @@ std::atomic<unsigned> theLevel{unset};
 
 /// What the mutex guards. Never destroyed: other static objects may log while the process ends.
 struct State {
-  // Recursive: a message whose text is computed by code that logs itself must not lock its own thread out.
+  // Recursive: a message whose text is computed by code that logs itself must not lock its own
+  // thread out.
   boost::recursive_mutex mutex;
   std::string applicationName;
   std::map<unsigned, std::string> enabled;
@@ -47,7 +48,8 @@ State& state() {
 
 using Lock = boost::unique_lock<boost::recursive_mutex>;
 
-/// A lock, or none where the system refuses one: the line is then lost rather than torn, and nothing is thrown.
+/// A lock, or none where the system refuses one: the line is then lost rather than torn, and
+/// nothing is thrown.
 Lock lockState() {
   try {
     return Lock(state().mutex);
@@ -59,7 +61,8 @@ Lock lockState() {
 std::string computePath() {
   if (const char* file = std::getenv("HALDEN_LOG_FILE")) return file;
   const char* folder = std::getenv("TEMP");
-  // KEEP(log-default-path): the same path on every desktop, backslashes included; callers that want another set a variable.
+  // KEEP(log-default-path): the same path on every desktop, backslashes included; callers that want
+  // another set a variable.
   return std::string(folder ? folder : "\\WINDOWS\\Temp") + "\\" + "halden.log";
 }
 
@@ -74,7 +77,8 @@ std::ostream& openStream() {
 
   std::cerr << "Halden::Log Error cannot open " + name + " for writing \n";
   if (name.size() >= kLongestPath)
-    std::cerr << "Possibly failing because log name is too long. In the Windows API maximum length for a path is 260 "
+    std::cerr << "Possibly failing because log name is too long. In the Windows API maximum length "
+                 "for a path is 260 "
                  "characters (including null terminating char).\n";
   std::cerr.flush();
   return std::cerr;
@@ -120,7 +124,8 @@ std::string timeStamp() {
   } catch (const std::exception&) {
   }
   char text[96];
-  std::snprintf(text, sizeof text, "%d/%02d/%02d:%02ld:%02ld:%02ld", year, month, day, hour, minute, second);
+  std::snprintf(text, sizeof text, "%d/%02d/%02d:%02ld:%02ld:%02ld", year, month, day, hour, minute,
+                second);
   return text;
 }
 
@@ -147,10 +152,13 @@ std::string headerText(unsigned level, unsigned identifier) {
 bool levelPasses(unsigned level) { return level < kLevelCount && level <= levelInUse(); }
 
 /// The mutex must be held.
-bool identifierPasses(unsigned identifier) { return identifier == 0 || state().enabled.count(identifier) != 0; }
+bool identifierPasses(unsigned identifier) {
+  return identifier == 0 || state().enabled.count(identifier) != 0;
+}
 
 /// One piece, past the stream's flags and width, which belong to whoever writes texts.
-/// A stream that was told to throw keeps its exception: a lost line is no reason to end the process.
+/// A stream that was told to throw keeps its exception: a lost line is no reason to end the
+/// process.
 void put(const std::string& text) {
   std::ostream& out = stream();
   try {
@@ -169,7 +177,9 @@ void flush() {
 
 }  // namespace
 
-void setLevel(unsigned level, bool readEnvironment) { theLevel.store(readEnvironment ? levelFromEnvironment(level) : level); }
+void setLevel(unsigned level, bool readEnvironment) {
+  theLevel.store(readEnvironment ? levelFromEnvironment(level) : level);
+}
 
 unsigned level() { return theLevel.load(); }
 

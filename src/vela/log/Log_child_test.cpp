@@ -1,8 +1,7 @@
 // Does what its arguments say, in order, against the log of a fresh process:
-//   level=N  level=N,env  app=NAME  enable=ID:TEXT  replace=ID:TEXT  channel=TEXT  print-level  print-path  open
-//   write=LEVEL:ID:TEXT  line=LEVEL:ID:TEXT (through header)  threads=COUNT,LINES (of level 1)
-#include "vela/log/Log.h"
-
+//   level=N  level=N,env  app=NAME  enable=ID:TEXT  replace=ID:TEXT  channel=TEXT  print-level
+//   print-path  open write=LEVEL:ID:TEXT  line=LEVEL:ID:TEXT (through header)  threads=COUNT,LINES
+//   (of level 1)
 #include <cstdio>
 #include <cstdlib>
 #include <ostream>
@@ -10,11 +9,15 @@
 #include <thread>
 #include <vector>
 
+#include "vela/log/Log.h"
+
 namespace Log = Halden::Log;
 
 namespace {
 
-unsigned number(const std::string& text) { return static_cast<unsigned>(std::strtoul(text.c_str(), nullptr, 10)); }
+unsigned number(const std::string& text) {
+  return static_cast<unsigned>(std::strtoul(text.c_str(), nullptr, 10));
+}
 
 /// The text before the first `mark`, which is taken off together with it.
 std::string takeUpTo(char mark, std::string& text) {
@@ -29,7 +32,8 @@ void writeFromThreads(unsigned count, unsigned lines) {
   for (unsigned t = 0; t < count; ++t) {
     threads.emplace_back([t, lines] {
       for (unsigned i = 0; i < lines; ++i) {
-        const std::string text = "thread " + std::to_string(t) + " line " + std::to_string(i) + " end";
+        const std::string text =
+            "thread " + std::to_string(t) + " line " + std::to_string(i) + " end";
         if (i % 2 == 0) {
           Log::write(Log::error, text);
         } else if (auto line = Log::header(Log::error)) {

@@ -6,8 +6,8 @@
 
 namespace vela_bench {
 
-/// Milliseconds that this process has had the processor: on a busy machine longer runs lose it more often than short ones,
-/// which a wall clock would charge to the longer of two candidates.
+/// Milliseconds that this process has had the processor: on a busy machine longer runs lose it more
+/// often than short ones, which a wall clock would charge to the longer of two candidates.
 inline double processorTime() {
   timespec now{};
   clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);

@@ -13,19 +13,23 @@ namespace {
 using tarn::Vec2;
 using tarn::Vec3;
 
-// Counts come as unsigned ints, and their products pass 64 bits: factors are taken in one by one and refused as soon as the
-// product passes what point numbers can name.
-constexpr std::size_t kMaxCount = static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max());
+// Counts come as unsigned ints, and their products pass 64 bits: factors are taken in one by one
+// and refused as soon as the product passes what point numbers can name.
+constexpr std::size_t kMaxCount =
+    static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max());
 
 std::size_t countOf(std::size_t a, std::size_t b) {
-  if (a != 0 && b > kMaxCount / a) throw std::length_error("vela: a mesh of more than 2^31 - 1 points or face-vertices");
+  if (a != 0 && b > kMaxCount / a)
+    throw std::length_error("vela: a mesh of more than 2^31 - 1 points or face-vertices");
   return a * b;
 }
 
-float ratio(std::size_t part, std::size_t whole) { return static_cast<float>(part) / static_cast<float>(whole); }
+float ratio(std::size_t part, std::size_t whole) {
+  return static_cast<float>(part) / static_cast<float>(whole);
+}
 
-// From a to b; the ends themselves where t is all but there. Weighed as a blend of two transforms weighs (RayContext), so that
-// patches and moving rays round alike.
+// From a to b; the ends themselves where t is all but there. Weighed as a blend of two transforms
+// weighs (RayContext), so that patches and moving rays round alike.
 Vec3<float> lerpSnapped(const Vec3<float>& a, const Vec3<float>& b, float t) {
   if (t < std::numeric_limits<float>::epsilon()) return a;
   if (t > 0.9999999f) return b;
@@ -34,13 +38,15 @@ Vec3<float> lerpSnapped(const Vec3<float>& a, const Vec3<float>& b, float t) {
 
 }  // namespace
 
-void buildRectQuadMesh(MeshSample& mesh, const Vec3<float>& p0, const Vec3<float>& p1, const Vec3<float>& p2,
-                       const Vec3<float>& p3, unsigned int rows, unsigned int columns, bool buildFaces, bool buildPoints,
-                       bool buildNormals, bool buildUVs) {
+void buildRectQuadMesh(MeshSample& mesh, const Vec3<float>& p0, const Vec3<float>& p1,
+                       const Vec3<float>& p2, const Vec3<float>& p3, unsigned int rows,
+                       unsigned int columns, bool buildFaces, bool buildPoints, bool buildNormals,
+                       bool buildUVs) {
   if (rows == 0 || columns == 0) return;
   const std::size_t nRows = rows, nColumns = columns;
   const std::size_t width = nColumns + 1;
-  const std::size_t nFaces = countOf(nRows, nColumns), nVerts = countOf(nFaces, 4), nPoints = countOf(nRows + 1, width);
+  const std::size_t nFaces = countOf(nRows, nColumns), nVerts = countOf(nFaces, 4),
+                    nPoints = countOf(nRows + 1, width);
 
   if (buildFaces) {
     mesh.clearFaces();
@@ -70,25 +76,27 @@ void buildRectQuadMesh(MeshSample& mesh, const Vec3<float>& p0, const Vec3<float
     mesh.uvs.resize(nPoints);
     Vec2<float>* out = mesh.uvs.data();
     for (std::size_t i = 0; i <= nRows; ++i)
-      for (std::size_t j = 0; j <= nColumns; ++j) *out++ = Vec2<float>(ratio(j, nColumns), ratio(i, nRows));
+      for (std::size_t j = 0; j <= nColumns; ++j)
+        *out++ = Vec2<float>(ratio(j, nColumns), ratio(i, nRows));
   }
 
   if (buildNormals) mesh.normals.assign(nVerts, cross(p1 - p0, p3 - p0).normalized());
 }
 
-void buildCube(MeshSample& mesh, const tarn::Box3<double>& box, unsigned int sideDivisions, unsigned int capDivisions,
-               bool buildFaces, bool buildPoints, bool buildNormals, bool buildUVs, bool sharedPoints) {
+void buildCube(MeshSample& mesh, const tarn::Box3<double>& box, unsigned int sideDivisions,
+               unsigned int capDivisions, bool buildFaces, bool buildPoints, bool buildNormals,
+               bool buildUVs, bool sharedPoints) {
   if (sideDivisions == 0 || capDivisions == 0) return;
   const std::size_t side = sideDivisions, cap = capDivisions;
   const std::size_t s = sharedPoints ? 1 : 0;
   const std::size_t nFaces = countOf(2 * (2 * side + cap), cap), nVerts = countOf(nFaces, 4);
-  // First points of the six grids. With shared points the grids of the right and left lose their first and last column to the front
-  // and back, those of the caps all of their rim.
+  // First points of the six grids. With shared points the grids of the right and left lose their
+  // first and last column to the front and back, those of the caps all of their rim.
   const std::size_t frontSize = countOf(side + 1, cap + 1);
   const std::size_t rightSize = countOf(side + 1, cap + 1 - 2 * s);
   const std::size_t capSize = countOf(cap + 1 - 2 * s, cap + 1 - 2 * s);
-  const std::size_t back = frontSize, right = back + frontSize, left = right + rightSize, top = left + rightSize,
-                    bottom = top + capSize;
+  const std::size_t back = frontSize, right = back + frontSize, left = right + rightSize,
+                    top = left + rightSize, bottom = top + capSize;
   const std::size_t nPoints = countOf(bottom + capSize, 1);
 
   if (buildPoints) {
@@ -99,19 +107,28 @@ void buildCube(MeshSample& mesh, const tarn::Box3<double>& box, unsigned int sid
     const float dx = static_cast<float>(extent.x) / static_cast<float>(cap);
     const float dy = static_cast<float>(extent.y) / static_cast<float>(side);
     const float dz = static_cast<float>(extent.z) / static_cast<float>(cap);
-    const auto up = [](float start, std::size_t k, float step) { return start + static_cast<float>(k) * step; };
-    const auto down = [](float start, std::size_t k, float step) { return start - static_cast<float>(k) * step; };
+    const auto up = [](float start, std::size_t k, float step) {
+      return start + static_cast<float>(k) * step;
+    };
+    const auto down = [](float start, std::size_t k, float step) {
+      return start - static_cast<float>(k) * step;
+    };
     for (std::size_t i = 0; i <= side; ++i)  // front
-      for (std::size_t j = 0; j <= cap; ++j) *out++ = Vec3<float>(up(min.x, j, dx), up(min.y, i, dy), max.z);
+      for (std::size_t j = 0; j <= cap; ++j)
+        *out++ = Vec3<float>(up(min.x, j, dx), up(min.y, i, dy), max.z);
     for (std::size_t i = 0; i <= side; ++i)  // back
-      for (std::size_t j = 0; j <= cap; ++j) *out++ = Vec3<float>(down(max.x, j, dx), up(min.y, i, dy), min.z);
+      for (std::size_t j = 0; j <= cap; ++j)
+        *out++ = Vec3<float>(down(max.x, j, dx), up(min.y, i, dy), min.z);
     for (std::size_t i = 0; i <= side; ++i)  // right
-      for (std::size_t j = s; j <= cap - s; ++j) *out++ = Vec3<float>(max.x, up(min.y, i, dy), down(max.z, j, dz));
+      for (std::size_t j = s; j <= cap - s; ++j)
+        *out++ = Vec3<float>(max.x, up(min.y, i, dy), down(max.z, j, dz));
     for (std::size_t i = 0; i <= side; ++i)  // left
-      for (std::size_t j = s; j <= cap - s; ++j) *out++ = Vec3<float>(min.x, up(min.y, i, dy), up(min.z, j, dz));
+      for (std::size_t j = s; j <= cap - s; ++j)
+        *out++ = Vec3<float>(min.x, up(min.y, i, dy), up(min.z, j, dz));
     for (const float y : {max.y, min.y})  // top, bottom
       for (std::size_t k = s; k <= cap - s; ++k)
-        for (std::size_t j = s; j <= cap - s; ++j) *out++ = Vec3<float>(up(min.x, j, dx), y, down(max.z, k, dz));
+        for (std::size_t j = s; j <= cap - s; ++j)
+          *out++ = Vec3<float>(up(min.x, j, dx), y, down(max.z, k, dz));
   }
 
   if (buildFaces) {
@@ -144,7 +161,8 @@ void buildCube(MeshSample& mesh, const tarn::Box3<double>& box, unsigned int sid
       for (std::size_t i = 0; i < nRows; ++i)
         for (std::size_t j = 0; j < cap; ++j) {
           const int a = static_cast<int>(pointAt(i, j)), b = static_cast<int>(pointAt(i, j + 1)),
-                    c = static_cast<int>(pointAt(i + 1, j + 1)), d = static_cast<int>(pointAt(i + 1, j));
+                    c = static_cast<int>(pointAt(i + 1, j + 1)),
+                    d = static_cast<int>(pointAt(i + 1, j));
           if (turned)
             mesh.addQuad(d, c, b, a);
           else
@@ -159,7 +177,8 @@ void buildCube(MeshSample& mesh, const tarn::Box3<double>& box, unsigned int sid
     addGrid(cap, true, [&](std::size_t k, std::size_t j) { return capAt(bottom, 0, k, j); });
   }
 
-  // KEEP(cube-appends): UVs and normals are appended to what is there, so that a shape can be put together from several.
+  // KEEP(cube-appends): UVs and normals are appended to what is there, so that a shape can be put
+  // together from several.
   if (buildUVs) {
     const float du = 1.0f / static_cast<float>(cap), dv = 1.0f / static_cast<float>(side);
     const auto at = [](std::size_t k, float step) { return static_cast<float>(k) * step; };
@@ -181,16 +200,20 @@ void buildCube(MeshSample& mesh, const tarn::Box3<double>& box, unsigned int sid
       mesh.uvs.reserve(mesh.uvs.size() + nPoints);
       for (int face = 0; face < 4; ++face)
         for (std::size_t r = 0; r <= side; ++r)
-          for (std::size_t c = 0; c <= cap; ++c) mesh.uvs.push_back(Vec2<float>(at(c, du), at(r, dv)));
+          for (std::size_t c = 0; c <= cap; ++c)
+            mesh.uvs.push_back(Vec2<float>(at(c, du), at(r, dv)));
       for (std::size_t r = 0; r <= cap; ++r)
-        for (std::size_t c = 0; c <= cap; ++c) mesh.uvs.push_back(Vec2<float>(at(c, du), at(r, du)));
+        for (std::size_t c = 0; c <= cap; ++c)
+          mesh.uvs.push_back(Vec2<float>(at(c, du), at(r, du)));
       for (std::size_t r = 0; r <= cap; ++r)
-        for (std::size_t c = 0; c <= cap; ++c) mesh.uvs.push_back(Vec2<float>(at(c, du), 1.0f - at(r, du)));
+        for (std::size_t c = 0; c <= cap; ++c)
+          mesh.uvs.push_back(Vec2<float>(at(c, du), 1.0f - at(r, du)));
     }
   }
 
   if (buildNormals) {
-    const std::size_t before = mesh.normals.size(), sideVerts = side * cap * 4, capVerts = cap * cap * 4;
+    const std::size_t before = mesh.normals.size(), sideVerts = side * cap * 4,
+                      capVerts = cap * cap * 4;
     mesh.normals.reserve(before + nVerts);
     const auto append = [&](std::size_t count, const Vec3<float>& normal) {
       mesh.normals.resize(mesh.normals.size() + count, normal);
@@ -204,8 +227,9 @@ void buildCube(MeshSample& mesh, const tarn::Box3<double>& box, unsigned int sid
   }
 }
 
-void buildRevolveMeshPoints(MeshSample& mesh, unsigned int rows, unsigned int columns, std::function<float(int)> radius,
-                            std::function<float(int)> height, const Vec3<float>& scale, bool topCap, bool bottomCap,
+void buildRevolveMeshPoints(MeshSample& mesh, unsigned int rows, unsigned int columns,
+                            std::function<float(int)> radius, std::function<float(int)> height,
+                            const Vec3<float>& scale, bool topCap, bool bottomCap,
                             bool shareCapRings) {
   if (mesh.points.empty() || !radius || !height) return;
   Vec3<float>* const points = mesh.points.data();
@@ -215,7 +239,8 @@ void buildRevolveMeshPoints(MeshSample& mesh, unsigned int rows, unsigned int co
     if (written < size) points[written++] = p;
   };
 
-  const auto step = static_cast<float>(6.283185307179586476925286766559 / static_cast<double>(columns));
+  const auto step =
+      static_cast<float>(6.283185307179586476925286766559 / static_cast<double>(columns));
   const auto writeRing = [&](int row) {
     if (written == size || columns == 0) return;
     const float r = radius(row), y = height(row) * scale.y;
@@ -243,8 +268,8 @@ void buildRevolveMeshPoints(MeshSample& mesh, unsigned int rows, unsigned int co
   }
 }
 
-void buildRevolveMeshUVs(MeshSample& mesh, unsigned int rows, unsigned int columns, float sweepU, float sweepV, bool topCap,
-                         bool bottomCap, bool topPole, bool bottomPole) {
+void buildRevolveMeshUVs(MeshSample& mesh, unsigned int rows, unsigned int columns, float sweepU,
+                         float sweepV, bool topCap, bool bottomCap, bool topPole, bool bottomPole) {
   if (mesh.uvs.empty()) return;
   Vec2<float>* out = mesh.uvs.data();
   Vec2<float>* const end = out + mesh.uvs.size();
@@ -256,7 +281,8 @@ void buildRevolveMeshUVs(MeshSample& mesh, unsigned int rows, unsigned int colum
   const float uStart = 0.5f - spanU * 0.5f;
   float v = 0.5f - spanV * 0.5f;
   const float bands =
-      static_cast<float>(static_cast<std::size_t>(rows) + (topCap && topPole ? 1u : 0u) + (bottomCap && bottomPole ? 1u : 0u));
+      static_cast<float>(static_cast<std::size_t>(rows) + (topCap && topPole ? 1u : 0u) +
+                         (bottomCap && bottomPole ? 1u : 0u));
   const float du = spanU / static_cast<float>(columns), dv = spanV / bands;
   const auto forEachColumn = [&](auto&& writeFace) {
     float u = uStart;
@@ -293,11 +319,11 @@ void buildRevolveMeshUVs(MeshSample& mesh, unsigned int rows, unsigned int colum
 
 namespace {
 
-// Calls use(i, part) for the face-vertices i of a revolved mesh in face order, as far as there are any; part is -1 on
-// the bottom cap, 0 on the bands, 1 on the top cap.
+// Calls use(i, part) for the face-vertices i of a revolved mesh in face order, as far as there are
+// any; part is -1 on the bottom cap, 0 on the bands, 1 on the top cap.
 template <class Use>
-void forEachRevolveVertex(const MeshSample& mesh, unsigned int rows, unsigned int columns, bool topCap, bool bottomCap,
-                          Use&& use) {
+void forEachRevolveVertex(const MeshSample& mesh, unsigned int rows, unsigned int columns,
+                          bool topCap, bool bottomCap, Use&& use) {
   const std::size_t count = std::min(mesh.nVerts(), mesh.normals.size());
   std::size_t i = 0;
   const auto run = [&](std::size_t n, int part) {
@@ -312,10 +338,11 @@ void forEachRevolveVertex(const MeshSample& mesh, unsigned int rows, unsigned in
 
 }  // namespace
 
-// KEEP(scaled-once): the points carry the scale already, so dividing by it once leads back to the unit shape's normals;
-// those of the stretched surface would need a second division. Callers rely on it.
-void buildCylinderMeshNormals(MeshSample& mesh, unsigned int rows, unsigned int columns, const Vec3<float>& scale, bool topCap,
-                              bool bottomCap) {
+// KEEP(scaled-once): the points carry the scale already, so dividing by it once leads back to the
+// unit shape's normals; those of the stretched surface would need a second division. Callers rely
+// on it.
+void buildCylinderMeshNormals(MeshSample& mesh, unsigned int rows, unsigned int columns,
+                              const Vec3<float>& scale, bool topCap, bool bottomCap) {
   if (mesh.nVerts() == 0 || mesh.points.empty() || mesh.normals.empty()) return;
   Vec3<float>* const normals = mesh.normals.data();
   const Vec3<float>* const points = mesh.pointLocations();
@@ -333,8 +360,8 @@ void buildCylinderMeshNormals(MeshSample& mesh, unsigned int rows, unsigned int 
   });
 }
 
-void buildSphereMeshNormals(MeshSample& mesh, unsigned int rows, unsigned int columns, const Vec3<float>& scale, bool topCap,
-                            bool bottomCap) {
+void buildSphereMeshNormals(MeshSample& mesh, unsigned int rows, unsigned int columns,
+                            const Vec3<float>& scale, bool topCap, bool bottomCap) {
   if (mesh.nVerts() == 0 || mesh.points.empty() || mesh.normals.empty()) return;
   Vec3<float>* const normals = mesh.normals.data();
   const Vec3<float>* const points = mesh.pointLocations();
@@ -343,15 +370,17 @@ void buildSphereMeshNormals(MeshSample& mesh, unsigned int rows, unsigned int co
   forEachRevolveVertex(mesh, rows, columns, topCap, bottomCap, [&](std::size_t i, int) {
     if (indices[i] >= 0 && indices[i] < nPoints) normals[i] = points[indices[i]];
   });
-  for (std::size_t i = 0; i < mesh.normals.size(); ++i) normals[i] = (normals[i] / scale).normalized();
+  for (std::size_t i = 0; i < mesh.normals.size(); ++i)
+    normals[i] = (normals[i] / scale).normalized();
 }
 
-void buildRevolveMeshFaces(MeshSample& mesh, unsigned int rows, unsigned int columns, bool topCap, bool bottomCap,
-                           bool shareCapRings) {
+void buildRevolveMeshFaces(MeshSample& mesh, unsigned int rows, unsigned int columns, bool topCap,
+                           bool bottomCap, bool shareCapRings) {
   const std::size_t caps = (topCap ? 1u : 0u) + (bottomCap ? 1u : 0u);
   const std::size_t bands = countOf(rows, columns), fans = countOf(caps, columns);
   const std::size_t nVerts = countOf(bands * 4 + fans * 3, 1);
-  countOf(static_cast<std::size_t>(rows) + 1 + caps, static_cast<std::size_t>(columns) + 1);  // points
+  countOf(static_cast<std::size_t>(rows) + 1 + caps,
+          static_cast<std::size_t>(columns) + 1);  // points
 
   mesh.clearFaces();
   mesh.reserveFaceVertSpace(bands + fans, nVerts);
@@ -365,7 +394,8 @@ void buildRevolveMeshFaces(MeshSample& mesh, unsigned int rows, unsigned int col
     if (!shareCapRings) ring += n;
   }
   for (unsigned int row = 0; row < rows && n > 0; ++row, ring += n)
-    for (int k = 0; k < n; ++k) mesh.addQuad(ring + k, ring + next(k), ring + n + next(k), ring + n + k);
+    for (int k = 0; k < n; ++k)
+      mesh.addQuad(ring + k, ring + next(k), ring + n + next(k), ring + n + k);
   if (topCap) {
     if (!shareCapRings) ring += n;
     for (int k = 0; k < n; ++k) mesh.addTri(ring + k, ring + next(k), ring + n);

@@ -39,13 +39,15 @@ vela::MeshTopology topologyOf(const MeshSample& m) {
   return t;
 }
 
-// The same mesh with points of equal position made one, so that shapes with seams can be tested for being closed.
+// The same mesh with points of equal position made one, so that shapes with seams can be tested for
+// being closed.
 vela::MeshTopology welded(const MeshSample& m) {
   vela::MeshTopology t = topologyOf(m), out;
   std::map<std::tuple<int, int, int>, int> found;
   std::vector<int> newOf;
   for (const auto& p : m.points) {
-    const auto key = std::make_tuple(static_cast<int>(std::lround(p.x * 1e4f)), static_cast<int>(std::lround(p.y * 1e4f)),
+    const auto key = std::make_tuple(static_cast<int>(std::lround(p.x * 1e4f)),
+                                     static_cast<int>(std::lround(p.y * 1e4f)),
                                      static_cast<int>(std::lround(p.z * 1e4f)));
     const auto at = found.emplace(key, static_cast<int>(out.points.size()));
     if (at.second) out.points.push_back(p);
@@ -53,7 +55,8 @@ vela::MeshTopology welded(const MeshSample& m) {
   }
   out.vertsPerFace = t.vertsPerFace;
   for (std::size_t i = 0; i < m.nVerts(); ++i)
-    out.faceVertPointIndices.push_back(newOf[static_cast<std::size_t>(m.faceVertPointIndices()[i])]);
+    out.faceVertPointIndices.push_back(
+        newOf[static_cast<std::size_t>(m.faceVertPointIndices()[i])]);
   return out;
 }
 
@@ -66,17 +69,21 @@ Measures measure(const vela::MeshTopology& t) {
   Measures out;
   std::map<std::pair<int, int>, int> directed;
   for (const auto face : t.faces()) {
-    const auto P = [&](std::size_t k) { return Vec3<double>(t.points[static_cast<std::size_t>(face[k])]); };
+    const auto P = [&](std::size_t k) {
+      return Vec3<double>(t.points[static_cast<std::size_t>(face[k])]);
+    };
     for (std::size_t k = 1; k + 1 < face.size(); ++k) {
       const auto n = cross(P(k) - P(0), P(k + 1) - P(0));
       out.area += n.length() / 2;
       out.volume += dot(P(0), n) / 6;
     }
-    for (std::size_t k = 0; k < face.size(); ++k) ++directed[{face[k], face[(k + 1) % face.size()]}];
+    for (std::size_t k = 0; k < face.size(); ++k)
+      ++directed[{face[k], face[(k + 1) % face.size()]}];
   }
   for (const auto& [side, count] : directed)
     out.closed = out.closed && count == 1 && directed.count({side.second, side.first}) == 1;
-  out.euler = static_cast<int>(t.points.size()) - static_cast<int>(t.edges().size()) + static_cast<int>(t.vertsPerFace.size());
+  out.euler = static_cast<int>(t.points.size()) - static_cast<int>(t.edges().size()) +
+              static_cast<int>(t.vertsPerFace.size());
   return out;
 }
 
@@ -90,7 +97,8 @@ void expectNormalsOutward(const MeshSample& m, double least) {
       const Vec3<float> normal = m.normals[face.firstVertex() + k];
       EXPECT_NEAR(normal.length(), 1.0f, 1e-6f);
       if (n.length() > 0) {
-        EXPECT_GT(dot(normal, face.size() == 3 ? cross(P(1) - P(0), P(2) - P(0)).normalized() : n), least);
+        EXPECT_GT(dot(normal, face.size() == 3 ? cross(P(1) - P(0), P(2) - P(0)).normalized() : n),
+                  least);
       }
     }
   }
@@ -111,7 +119,8 @@ TEST(BuildRectQuadMesh, OneQuadHasTheCornersInRows) {
 
 TEST(BuildRectQuadMesh, AParameterOfOneGivesTheCornerItself) {
   MeshSample m;
-  const Vec3<float> p0(0.1f, 0.7f, 1e-8f), p1(1e8f, 0.3f, 0.9f), p2(-0.3f, 7.1f, 1e7f), p3(0.6f, 1e-3f, 0.2f);
+  const Vec3<float> p0(0.1f, 0.7f, 1e-8f), p1(1e8f, 0.3f, 0.9f), p2(-0.3f, 7.1f, 1e7f),
+      p3(0.6f, 1e-3f, 0.2f);
   for (const unsigned n : {1u, 3u, 7u, 49u}) {
     vela::buildRectQuadMesh(m, p0, p1, p2, p3, n, n, false, true, false, false);
     EXPECT_EQ(m.points[0], p0);
@@ -124,15 +133,19 @@ TEST(BuildRectQuadMesh, AParameterOfOneGivesTheCornerItself) {
 
 TEST(BuildRectQuadMesh, PointsAreWeighedSumsAlongTheRowAndThenAcross) {
   MeshSample m;
-  const Vec3<float> p0(0.1f, 0.7f, -3.3f), p1(10.3f, 0.3f, 0.9f), p2(-0.3f, 7.1f, 11.7f), p3(0.6f, 1e-3f, 0.2f);
-  const auto blend = [](float a, float b, float t) { return t == 0 ? a : t == 1 ? b : a * (1.0f - t) + b * t; };
+  const Vec3<float> p0(0.1f, 0.7f, -3.3f), p1(10.3f, 0.3f, 0.9f), p2(-0.3f, 7.1f, 11.7f),
+      p3(0.6f, 1e-3f, 0.2f);
+  const auto blend = [](float a, float b, float t) {
+    return t == 0 ? a : t == 1 ? b : a * (1.0f - t) + b * t;
+  };
   const unsigned rows = 7, columns = 11;
   vela::buildRectQuadMesh(m, p0, p1, p2, p3, rows, columns, false, true, false, false);
   for (unsigned i = 0; i <= rows; ++i)
     for (unsigned j = 0; j <= columns; ++j) {
       const float t = static_cast<float>(i) / 7.0f, s = static_cast<float>(j) / 11.0f;
       for (std::size_t k = 0; k < 3; ++k)
-        EXPECT_EQ(m.points[i * 12 + j][k], blend(blend(p0[k], p1[k], s), blend(p3[k], p2[k], s), t)) << i << ' ' << j;
+        EXPECT_EQ(m.points[i * 12 + j][k], blend(blend(p0[k], p1[k], s), blend(p3[k], p2[k], s), t))
+            << i << ' ' << j;
     }
 }
 
@@ -141,7 +154,8 @@ TEST(BuildRectQuadMesh, NothingHappensWithoutRowsOrColumns) {
   m.points = {{1, 2, 3}};
   m.normals = {{1, 2, 3}};
   for (const auto& [rows, columns] : {std::pair{0u, 3u}, {3u, 0u}, {0u, 0u}})
-    vela::buildRectQuadMesh(m, {}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, rows, columns, true, true, true, true);
+    vela::buildRectQuadMesh(m, {}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, rows, columns, true, true, true,
+                            true);
   EXPECT_EQ(m.points.size(), 1u);
   EXPECT_EQ(m.normals.size(), 1u);
   EXPECT_EQ(m.nFaces(), 0u);
@@ -151,7 +165,8 @@ TEST(BuildRectQuadMesh, NothingHappensWithoutRowsOrColumns) {
 TEST(BuildRectQuadMesh, EachFlagBuildsItsOwnArrayOnly) {
   for (int flags = 0; flags < 16; ++flags) {
     MeshSample m;
-    vela::buildRectQuadMesh(m, {}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, 2, 3, flags & 1, flags & 2, flags & 4, flags & 8);
+    vela::buildRectQuadMesh(m, {}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, 2, 3, flags & 1, flags & 2,
+                            flags & 4, flags & 8);
     EXPECT_EQ(m.nFaces(), (flags & 1) ? 6u : 0u);
     EXPECT_EQ(m.nVerts(), (flags & 1) ? 24u : 0u);
     EXPECT_EQ(m.points.size(), (flags & 2) ? 12u : 0u);
@@ -182,11 +197,13 @@ TEST(BuildRectQuadMesh, BuildingAgainReplacesEverything) {
 
 TEST(BuildRectQuadMesh, TooManyForPointNumbersIsALengthErrorAndChangesNothing) {
   MeshSample m;
-  EXPECT_THROW(
-      vela::buildRectQuadMesh(m, {}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, 4000000000u, 4000000000u, true, true, true, true),
-      std::length_error);
-  EXPECT_THROW(vela::buildCube(m, kBox, 4000000000u, 4000000000u, true, true, true, true, true), std::length_error);
-  EXPECT_THROW(vela::buildRevolveMeshFaces(m, 4000000000u, 4000000000u, true, true, true), std::length_error);
+  EXPECT_THROW(vela::buildRectQuadMesh(m, {}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, 4000000000u,
+                                       4000000000u, true, true, true, true),
+               std::length_error);
+  EXPECT_THROW(vela::buildCube(m, kBox, 4000000000u, 4000000000u, true, true, true, true, true),
+               std::length_error);
+  EXPECT_THROW(vela::buildRevolveMeshFaces(m, 4000000000u, 4000000000u, true, true, true),
+               std::length_error);
   EXPECT_EQ(m.nFaces(), 0u);
   EXPECT_TRUE(m.points.empty());
 }
@@ -205,9 +222,16 @@ TEST(BuildCube, OneDivisionEachHasSixQuadsAndEightPointsSharedOr24) {
 
 TEST(BuildCube, SharedPointsOfOneDivisionAreTheFrontAndTheBack) {
   const MeshSample m = cube(1, 1, true);
-  EXPECT_EQ(m.points, (ovo::Array<Vec3<float>>{
-                          {-1, -2, 5}, {3, -2, 5}, {-1, 4, 5}, {3, 4, 5}, {3, -2, -3}, {-1, -2, -3}, {3, 4, -3}, {-1, 4, -3}}));
-  EXPECT_EQ(indices(m), (std::vector<int>{0, 1, 3, 2, 4, 5, 7, 6, 1, 4, 6, 3, 5, 0, 2, 7, 2, 3, 6, 7, 5, 4, 1, 0}));
+  EXPECT_EQ(m.points, (ovo::Array<Vec3<float>>{{-1, -2, 5},
+                                               {3, -2, 5},
+                                               {-1, 4, 5},
+                                               {3, 4, 5},
+                                               {3, -2, -3},
+                                               {-1, -2, -3},
+                                               {3, 4, -3},
+                                               {-1, 4, -3}}));
+  EXPECT_EQ(indices(m), (std::vector<int>{0, 1, 3, 2, 4, 5, 7, 6, 1, 4, 6, 3,
+                                          5, 0, 2, 7, 2, 3, 6, 7, 5, 4, 1, 0}));
 }
 
 TEST(BuildCube, CountsFollowTheFormulasForAllDivisions) {
@@ -224,8 +248,10 @@ TEST(BuildCube, CountsFollowTheFormulasForAllDivisions) {
       // The same corner positions either way, in the same order.
       for (std::size_t i = 0; i < own.nVerts(); ++i) {
         const Vec3<float> a = own.points[static_cast<std::size_t>(own.faceVertPointIndices()[i])];
-        const Vec3<float> b = shared.points[static_cast<std::size_t>(shared.faceVertPointIndices()[i])];
-        for (std::size_t k = 0; k < 3; ++k) ASSERT_NEAR(a[k], b[k], 1e-5f) << side << ' ' << cap << ' ' << i;
+        const Vec3<float> b =
+            shared.points[static_cast<std::size_t>(shared.faceVertPointIndices()[i])];
+        for (std::size_t k = 0; k < 3; ++k)
+          ASSERT_NEAR(a[k], b[k], 1e-5f) << side << ' ' << cap << ' ' << i;
       }
       std::set<int> used;
       for (const int p : indices(shared)) used.insert(p);
@@ -260,7 +286,8 @@ TEST(BuildCube, PointsWithoutSharingComeFaceByFaceAndRowByRow) {
   const auto faces = topologyOf(m).faces();
   EXPECT_EQ(faces[0][2], 4);
   const auto bottom = faces[20];
-  EXPECT_EQ(std::vector<int>(bottom.begin(), bottom.end()), (std::vector<int>{48, 49, 46, 45})) << "turned round";
+  EXPECT_EQ(std::vector<int>(bottom.begin(), bottom.end()), (std::vector<int>{48, 49, 46, 45}))
+      << "turned round";
 }
 
 TEST(BuildCube, UVsOfTheBottomAreMirroredWithoutSharing) {
@@ -296,18 +323,20 @@ TEST(BuildCube, NothingHappensWithoutDivisions) {
 struct Profile {
   std::function<float(int)> radius, height;
 };
-MeshSample revolved(unsigned rows, unsigned columns, const Profile& profile, const Vec3<float>& scale, bool topCap,
-                    bool bottomCap, bool shareCapRings) {
+MeshSample revolved(unsigned rows, unsigned columns, const Profile& profile,
+                    const Vec3<float>& scale, bool topCap, bool bottomCap, bool shareCapRings) {
   MeshSample m;
   const std::size_t caps = (topCap ? 1u : 0u) + (bottomCap ? 1u : 0u);
   m.points.resize((rows + 1) * columns + caps * (1 + (shareCapRings ? 0 : columns)));
-  vela::buildRevolveMeshPoints(m, rows, columns, profile.radius, profile.height, scale, topCap, bottomCap, shareCapRings);
+  vela::buildRevolveMeshPoints(m, rows, columns, profile.radius, profile.height, scale, topCap,
+                               bottomCap, shareCapRings);
   vela::buildRevolveMeshFaces(m, rows, columns, topCap, bottomCap, shareCapRings);
   m.uvs.resize(m.nVerts());
   m.normals.resize(m.nVerts());
   return m;
 }
-const Profile kCylinder{[](int) { return 1.0f; }, [](int row) { return static_cast<float>(row) - 1.0f; }};
+const Profile kCylinder{[](int) { return 1.0f; },
+                        [](int row) { return static_cast<float>(row) - 1.0f; }};
 // Rings of a unit sphere; the poles are rows -1 and rows + 1.
 Profile sphere(unsigned rows) {
   const auto angle = [rows](int row) { return M_PI * (row + 1) / static_cast<double>(rows + 2); };
@@ -322,7 +351,8 @@ TEST(BuildRevolveMesh, RingsStartOnZAndTurnTowardsXWithoutASeamPoint) {
   for (std::size_t r = 0; r < 3; ++r)
     for (std::size_t k = 0; k < 4; ++k) {
       const float a = static_cast<float>(k) * step;
-      EXPECT_EQ(m.points[r * 4 + k], Vec3<float>(std::sin(a) * 2, (static_cast<float>(r) - 1) * 3, std::cos(a) * 5));
+      EXPECT_EQ(m.points[r * 4 + k],
+                Vec3<float>(std::sin(a) * 2, (static_cast<float>(r) - 1) * 3, std::cos(a) * 5));
     }
   EXPECT_EQ(m.points[0], Vec3<float>(0, -3, 5));
 }
@@ -357,7 +387,8 @@ TEST(BuildRevolveMesh, CallbacksAreAskedForRowsFromMinusOneToOnePastTheLast) {
 
 TEST(BuildRevolveMesh, EmptyArraysStayEmpty) {
   MeshSample m;
-  vela::buildRevolveMeshPoints(m, 2, 4, kCylinder.radius, kCylinder.height, Vec3<float>(1), true, true, true);
+  vela::buildRevolveMeshPoints(m, 2, 4, kCylinder.radius, kCylinder.height, Vec3<float>(1), true,
+                               true, true);
   vela::buildRevolveMeshUVs(m, 2, 4, 360, 180, true, true, true, true);
   vela::buildCylinderMeshNormals(m, 2, 4, Vec3<float>(1), true, true);
   vela::buildSphereMeshNormals(m, 2, 4, Vec3<float>(1), true, true);
@@ -376,7 +407,8 @@ TEST(BuildRevolveMesh, ArraysThatAreTooShortAreFilledToTheirEnd) {
     m.points.resize(std::min(n, whole.nPoints()));
     m.uvs.resize(n);
     m.normals.resize(n);
-    vela::buildRevolveMeshPoints(m, 3, 5, sphere(3).radius, sphere(3).height, Vec3<float>(1), true, true, false);
+    vela::buildRevolveMeshPoints(m, 3, 5, sphere(3).radius, sphere(3).height, Vec3<float>(1), true,
+                                 true, false);
     for (std::size_t i = 0; i < m.nPoints(); ++i) EXPECT_EQ(m.points[i], whole.points[i]);
     vela::buildRevolveMeshUVs(m, 3, 5, 360, 180, true, true, true, true);
     vela::buildCylinderMeshNormals(m, 3, 5, Vec3<float>(1), true, true);
@@ -385,8 +417,10 @@ TEST(BuildRevolveMesh, ArraysThatAreTooShortAreFilledToTheirEnd) {
   }
   MeshSample huge = whole;
   const unsigned most = std::numeric_limits<unsigned>::max();
-  vela::buildRevolveMeshPoints(huge, most, most, kCylinder.radius, kCylinder.height, Vec3<float>(1), true, true, false);
-  vela::buildRevolveMeshPoints(huge, most, 0, kCylinder.radius, kCylinder.height, Vec3<float>(1), true, true, false);
+  vela::buildRevolveMeshPoints(huge, most, most, kCylinder.radius, kCylinder.height, Vec3<float>(1),
+                               true, true, false);
+  vela::buildRevolveMeshPoints(huge, most, 0, kCylinder.radius, kCylinder.height, Vec3<float>(1),
+                               true, true, false);
   vela::buildRevolveMeshPoints(huge, 3, 5, nullptr, nullptr, Vec3<float>(1), true, true, false);
   vela::buildRevolveMeshUVs(huge, most, most, 360, 180, true, true, true, true);
   vela::buildRevolveMeshUVs(huge, most, 0, 0, 0, true, true, true, true);
@@ -405,7 +439,8 @@ TEST(BuildRevolveMeshUVs, AFullSweepCoversTheUnitSquareInFaceOrder) {
   EXPECT_EQ(m.uvs[12], Vec2<float>(0, third)) << "first band";
   EXPECT_EQ(m.uvs[14], Vec2<float>(0.25f, third + third));
   EXPECT_EQ(m.uvs[28], Vec2<float>(0, third + third)) << "top cap";
-  EXPECT_EQ(m.uvs[30], Vec2<float>(0.25f, third + third + third)) << "its pole stands over the second corner";
+  EXPECT_EQ(m.uvs[30], Vec2<float>(0.25f, third + third + third))
+      << "its pole stands over the second corner";
 }
 
 TEST(BuildRevolveMeshUVs, CapsWithoutPolesHaveNoHeight) {
@@ -444,7 +479,8 @@ TEST(BuildCylinderMeshNormals, AClosedCylinderHasItsVolumeAreaAndEulerNumber) {
     const Measures got = measure(shared ? topologyOf(m) : welded(m));
     EXPECT_TRUE(got.closed);
     EXPECT_EQ(got.euler, 2);
-    const double area = n / 2.0 * std::sin(2 * M_PI / n) * 4, around = 2 * n * std::sin(M_PI / n) * 2;
+    const double area = n / 2.0 * std::sin(2 * M_PI / n) * 4,
+                 around = 2 * n * std::sin(M_PI / n) * 2;
     EXPECT_NEAR(got.volume, area * 9, 1e-3);
     EXPECT_NEAR(got.area, 2 * area + around * 9, 1e-3);
   }
@@ -478,9 +514,11 @@ TEST(BuildSphereMeshNormals, ASphereHasTheVolumeAreaAndEulerNumberOfOne) {
   EXPECT_NEAR(got.volume, 4.0 / 3 * M_PI * 8, 0.1);
   EXPECT_NEAR(got.area, 4 * M_PI * 4, 0.1);
   ovo::Array<Vec3<float>> smooth;
-  ASSERT_TRUE(vela::calcPointNormals(m.nPoints(), m.pointLocations(), m.nVerts(), m.faceVertPointIndices(), m.nFaces(),
-                                     m.vertsPerFace(), m.allTriangles, m.allQuads, smooth, true));
-  for (std::size_t i = 0; i < m.nPoints(); ++i) EXPECT_GT(dot(smooth[i], m.points[i].normalized()), 0.99f);
+  ASSERT_TRUE(vela::calcPointNormals(m.nPoints(), m.pointLocations(), m.nVerts(),
+                                     m.faceVertPointIndices(), m.nFaces(), m.vertsPerFace(),
+                                     m.allTriangles, m.allQuads, smooth, true));
+  for (std::size_t i = 0; i < m.nPoints(); ++i)
+    EXPECT_GT(dot(smooth[i], m.points[i].normalized()), 0.99f);
 }
 
 TEST(BuildRevolveMeshFaces, IndicesThatNameNoPointAreLeftAlone) {

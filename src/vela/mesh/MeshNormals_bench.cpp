@@ -1,8 +1,7 @@
 // Point normals of a million quadrilaterals beside reading and writing the same bytes.
 //
-// `rounds` runs all of them in turns and gives the ratios of the medians, which a busy machine moves less than the times.
-
-#include "vela/mesh/MeshNormals.h"
+// `rounds` runs all of them in turns and gives the ratios of the medians, which a busy machine
+// moves less than the times.
 
 #include <benchmark/benchmark.h>
 
@@ -15,6 +14,7 @@
 #include <vector>
 
 #include "vela/mesh/BenchClock.h"
+#include "vela/mesh/MeshNormals.h"
 
 namespace {
 
@@ -28,25 +28,29 @@ struct Grid {
   explicit Grid(int n) {
     for (int i = 0; i <= n; ++i)
       for (int j = 0; j <= n; ++j)
-        points.emplace_back(static_cast<float>(j), static_cast<float>(i), std::sin(0.1f * static_cast<float>(i + j)));
+        points.emplace_back(static_cast<float>(j), static_cast<float>(i),
+                            std::sin(0.1f * static_cast<float>(i + j)));
     const int w = n + 1;
     counts.assign(static_cast<std::size_t>(n) * static_cast<std::size_t>(n), 4);
     for (int i = 0; i < n; ++i)
       for (int j = 0; j < n; ++j)
-        for (const int p : {i * w + j, i * w + j + 1, (i + 1) * w + j + 1, (i + 1) * w + j}) indices.push_back(p);
+        for (const int p : {i * w + j, i * w + j + 1, (i + 1) * w + j + 1, (i + 1) * w + j})
+          indices.push_back(p);
   }
 };
 
 void calc(const Grid& grid, bool allQuads, ovo::Array<Vec3<float>>& normals) {
-  vela::calcPointNormals(grid.points.size(), grid.points.data(), grid.indices.size(), grid.indices.data(), grid.counts.size(),
-                         grid.counts.data(), false, allQuads, normals, true);
+  vela::calcPointNormals(grid.points.size(), grid.points.data(), grid.indices.size(),
+                         grid.indices.data(), grid.counts.size(), grid.counts.data(), false,
+                         allQuads, normals, true);
   benchmark::DoNotOptimize(normals.cdata());
 }
 
-// The least that any way of doing it has to touch: the points, the indices and, without a hint, the counts are read, the normals
-// written. 40 MB, 44 with the counts.
+// The least that any way of doing it has to touch: the points, the indices and, without a hint, the
+// counts are read, the normals written. 40 MB, 44 with the counts.
 void touchBytes(const Grid& grid, bool withCounts, Vec3<float>* normals) {
-  std::memcpy(static_cast<void*>(normals), grid.points.data(), grid.points.size() * sizeof(Vec3<float>));
+  std::memcpy(static_cast<void*>(normals), grid.points.data(),
+              grid.points.size() * sizeof(Vec3<float>));
   benchmark::DoNotOptimize(normals);
   std::int32_t all = 0;
   for (const int i : grid.indices) all |= i;
@@ -55,7 +59,8 @@ void touchBytes(const Grid& grid, bool withCounts, Vec3<float>* normals) {
   benchmark::DoNotOptimize(all);
 }
 
-// In turns: into an array that is used again, and into a fresh one each time, for us and for the peer alike.
+// In turns: into an array that is used again, and into a fresh one each time, for us and for the
+// peer alike.
 void rounds(benchmark::State& state) {
   const Grid grid(1000);
   const bool fresh = state.range(0) != 0;
@@ -75,8 +80,10 @@ void rounds(benchmark::State& state) {
       });
     for (const bool withCounts : {false, true})
       timed(withCounts ? 3 : 2, [&] {
-        const std::unique_ptr<char[]> own(fresh ? new char[grid.points.size() * sizeof(Vec3<float>)] : nullptr);
-        touchBytes(grid, withCounts, fresh ? reinterpret_cast<Vec3<float>*>(own.get()) : keptBytes.data());
+        const std::unique_ptr<char[]> own(fresh ? new char[grid.points.size() * sizeof(Vec3<float>)]
+                                                : nullptr);
+        touchBytes(grid, withCounts,
+                   fresh ? reinterpret_cast<Vec3<float>*>(own.get()) : keptBytes.data());
       });
   }
   const auto median = [](std::vector<double>& t) {
@@ -94,8 +101,9 @@ void vertexNormals(benchmark::State& state) {
   const Grid grid(1000);
   ovo::Array<Vec3<float>> normals;
   for (auto _ : state) {
-    vela::calcVertexNormals(grid.points.size(), grid.points.data(), grid.indices.size(), grid.indices.data(),
-                            grid.counts.size(), grid.counts.data(), 0.5f, normals);
+    vela::calcVertexNormals(grid.points.size(), grid.points.data(), grid.indices.size(),
+                            grid.indices.data(), grid.counts.size(), grid.counts.data(), 0.5f,
+                            normals);
     benchmark::DoNotOptimize(normals.cdata());
   }
   state.SetItemsProcessed(state.iterations() * 1000000);

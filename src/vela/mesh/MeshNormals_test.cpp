@@ -27,22 +27,25 @@ constexpr unsigned kSeed = 20261121;
 // Bit for bit, but that one NaN is as good as another.
 bool same(const Vec3<float>& a, const Vec3<float>& b) {
   for (std::size_t i = 0; i < 3; ++i)
-    if (std::memcmp(&a[i], &b[i], sizeof(float)) != 0 && !(std::isnan(a[i]) && std::isnan(b[i]))) return false;
+    if (std::memcmp(&a[i], &b[i], sizeof(float)) != 0 && !(std::isnan(a[i]) && std::isnan(b[i])))
+      return false;
   return true;
 }
 void expectSame(const Normals& a, const Normals& b) {
   ASSERT_EQ(a.size(), b.size());
-  for (std::size_t i = 0; i < a.size(); ++i) EXPECT_TRUE(same(a[i], b[i])) << i << ": " << a[i] << " " << b[i];
+  for (std::size_t i = 0; i < a.size(); ++i)
+    EXPECT_TRUE(same(a[i], b[i])) << i << ": " << a[i] << " " << b[i];
 }
 
-bool pointNormals(const SampleMesh& m, Normals& out, bool keepSign, bool triangles = false, bool quads = false,
-                  bool withCounts = true) {
-  return calcPointNormals(m.points.size(), m.points.data(), m.indices.size(), m.indices.data(), m.counts.size(),
-                          withCounts ? m.counts.data() : nullptr, triangles, quads, out, keepSign);
+bool pointNormals(const SampleMesh& m, Normals& out, bool keepSign, bool triangles = false,
+                  bool quads = false, bool withCounts = true) {
+  return calcPointNormals(m.points.size(), m.points.data(), m.indices.size(), m.indices.data(),
+                          m.counts.size(), withCounts ? m.counts.data() : nullptr, triangles, quads,
+                          out, keepSign);
 }
 bool vertexNormals(const SampleMesh& m, float threshold, Normals& out) {
-  return calcVertexNormals(m.points.size(), m.points.data(), m.indices.size(), m.indices.data(), m.counts.size(),
-                           m.counts.data(), threshold, out);
+  return calcVertexNormals(m.points.size(), m.points.data(), m.indices.size(), m.indices.data(),
+                           m.counts.size(), m.counts.data(), threshold, out);
 }
 const SampleMesh& named(const std::string& name) {
   for (const auto& m : sampleMeshes())
@@ -56,7 +59,8 @@ Vec3<float> ruleNormal(const SampleMesh& m, const std::vector<int>& face) {
   return n == 3 ? cross(P(1) - P(0), P(2) - P(0)) : cross(P(n - 1) - P(1), P(0) - P(2));
 }
 
-// Face by face, point by point, the way it is described; the faces that can be used come in order with their place.
+// Face by face, point by point, the way it is described; the faces that can be used come in order
+// with their place.
 struct Face {
   std::size_t first;
   std::vector<int> points;
@@ -119,7 +123,8 @@ TEST(CalcPointNormals, FailsOnEmptyInputAndLeavesTheOutputAlone) {
   const SampleMesh& cube = named("cube");
   Normals out{{1, 2, 3}};
   const auto run = [&](std::size_t p, std::size_t v, std::size_t f) {
-    return calcPointNormals(p, cube.points.data(), v, cube.indices.data(), f, cube.counts.data(), true, true, out, true);
+    return calcPointNormals(p, cube.points.data(), v, cube.indices.data(), f, cube.counts.data(),
+                            true, true, out, true);
   };
   EXPECT_FALSE(run(0, 24, 6));
   EXPECT_FALSE(run(8, 0, 6));
@@ -133,17 +138,20 @@ TEST(CalcPointNormals, AHintThatTheCountsDoNotBearOutFallsBackToTheCounts) {
   EXPECT_TRUE(pointNormals(cube, plain, true));
   EXPECT_TRUE(pointNormals(cube, hinted, true, true, false));
   expectSame(plain, hinted);
-  EXPECT_TRUE(pointNormals(cube, hinted, true, true, true)) << "triangles fail the test, quadrilaterals pass it";
+  EXPECT_TRUE(pointNormals(cube, hinted, true, true, true))
+      << "triangles fail the test, quadrilaterals pass it";
   expectSame(plain, hinted);
 }
 
 TEST(CalcPointNormals, AHintThatHoldsIsBelievedAndTheCountsAreNotRead) {
-  // 12 indices are four triangles or three quadrilaterals: four faces make them triangles whatever the counts say.
+  // 12 indices are four triangles or three quadrilaterals: four faces make them triangles whatever
+  // the counts say.
   const SampleMesh& m = named("tetrahedron");
   const int nonsense[] = {4, 4, 4, 0};
   Normals plain, hinted;
   EXPECT_TRUE(pointNormals(m, plain, true));
-  EXPECT_TRUE(calcPointNormals(4, m.points.data(), 12, m.indices.data(), 4, nonsense, true, false, hinted, true));
+  EXPECT_TRUE(calcPointNormals(4, m.points.data(), 12, m.indices.data(), 4, nonsense, true, false,
+                               hinted, true));
   expectSame(plain, hinted);
   EXPECT_TRUE(pointNormals(m, hinted, true, true, false, false));
   expectSame(plain, hinted);
@@ -176,7 +184,8 @@ TEST(CalcPointNormals, AUnitQuadSeenCounterClockwiseFromZLooksAlongZAndIsTurnedW
 }
 
 TEST(CalcPointNormals, LargerFacesWeighMore) {
-  SampleMesh m{"two", {{0, 0, 0}, {0, 0, -3}, {3, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {3, 3}, {0, 1, 2, 0, 3, 4}};
+  SampleMesh m{
+      "two", {{0, 0, 0}, {0, 0, -3}, {3, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {3, 3}, {0, 1, 2, 0, 3, 4}};
   Normals out;
   EXPECT_TRUE(pointNormals(m, out, true));
   // Nine parts of the first, whose normal is -y, and one of the second, whose normal is z.
@@ -214,7 +223,8 @@ TEST(CalcPointNormals, AnySoupAgreesWithTheModelBitForBit) {
                        std::numeric_limits<float>::infinity(),
                        std::numeric_limits<float>::quiet_NaN()};
   for (int round = 0; round < 400; ++round) {
-    // All triangles, all quads or a mixture; some points unused, some indices bad, some coordinates at the ends of what floats are.
+    // All triangles, all quads or a mixture; some points unused, some indices bad, some coordinates
+    // at the ends of what floats are.
     const int kind = round % 3;
     SampleMesh m;
     const int pointCount = 1 + round % 23;
@@ -228,7 +238,9 @@ TEST(CalcPointNormals, AnySoupAgreesWithTheModelBitForBit) {
         m.indices.push_back(static_cast<int>(random() % static_cast<unsigned>(pointCount)));
     }
     if (m.indices.empty()) continue;
-    if (round % 4 == 0) m.indices[random() % m.indices.size()] = round % 8 ? pointCount : std::numeric_limits<int>::min();
+    if (round % 4 == 0)
+      m.indices[random() % m.indices.size()] =
+          round % 8 ? pointCount : std::numeric_limits<int>::min();
     for (const bool keepSign : {true, false})
       for (const bool hinted : {true, false}) {
         Normals out;
@@ -283,7 +295,8 @@ TEST(CalcVertexNormals, FailsOnEmptyInput) {
   const SampleMesh& cube = named("cube");
   Normals out{{1, 2, 3}};
   const auto run = [&](std::size_t p, std::size_t v, std::size_t f) {
-    return calcVertexNormals(p, cube.points.data(), v, cube.indices.data(), f, cube.counts.data(), 0.5f, out);
+    return calcVertexNormals(p, cube.points.data(), v, cube.indices.data(), f, cube.counts.data(),
+                             0.5f, out);
   };
   EXPECT_FALSE(run(0, 24, 6));
   EXPECT_FALSE(run(8, 0, 6));
@@ -296,7 +309,9 @@ TEST(CalcVertexNormals, ThresholdZeroKeepsACubeFlat) {
   Normals out;
   ASSERT_TRUE(vertexNormals(cube, 0, out));
   for (std::size_t f = 0; f < 6; ++f) {
-    const auto P = [&](std::size_t k) { return cube.points[static_cast<std::size_t>(cube.indices[f * 4 + k])]; };
+    const auto P = [&](std::size_t k) {
+      return cube.points[static_cast<std::size_t>(cube.indices[f * 4 + k])];
+    };
     for (std::size_t k = 0; k < 4; ++k) EXPECT_EQ(out[f * 4 + k], cross(P(1) - P(0), P(2) - P(0)));
   }
 }
@@ -307,7 +322,8 @@ TEST(CalcVertexNormals, ThresholdTwoSumsTheThreeFacesOfEveryCorner) {
     Normals out;
     ASSERT_TRUE(vertexNormals(cube, threshold, out));
     for (std::size_t i = 0; i < 24; ++i) {
-      const Vec3<float> outward = (cube.points[static_cast<std::size_t>(cube.indices[i])] - Vec3<float>(0.5f)) * 2.0f;
+      const Vec3<float> outward =
+          (cube.points[static_cast<std::size_t>(cube.indices[i])] - Vec3<float>(0.5f)) * 2.0f;
       EXPECT_EQ(out[i], outward.normalized());
     }
   }
@@ -315,7 +331,10 @@ TEST(CalcVertexNormals, ThresholdTwoSumsTheThreeFacesOfEveryCorner) {
 
 TEST(CalcVertexNormals, ANeighboursAreaEntersTheTest) {  // KEEP(weighted-threshold)
   // Two faces at 45 degrees. With threshold 0 a small neighbour fails; a large one passes.
-  SampleMesh m{"hinge", {{0, 0, 0}, {0, 1, 0}, {-1, 0, 0}, {0.5f, 0, 0.5f}, {0, 0, 0}}, {3, 3}, {0, 1, 2, 1, 0, 3}};
+  SampleMesh m{"hinge",
+               {{0, 0, 0}, {0, 1, 0}, {-1, 0, 0}, {0.5f, 0, 0.5f}, {0, 0, 0}},
+               {3, 3},
+               {0, 1, 2, 1, 0, 3}};
   Normals out;
   ASSERT_TRUE(vertexNormals(m, 0, out));
   const Vec3<float> flat = out[2];
@@ -327,10 +346,12 @@ TEST(CalcVertexNormals, ANeighboursAreaEntersTheTest) {  // KEEP(weighted-thresh
 }
 
 TEST(CalcVertexNormals, AfterAShortFaceTheIndicesAreReadShifted) {  // KEEP(short-face-cursor)
-  // The second face has two vertices; the third reads 4, 5, 6, the indices of the second and the first of its own.
+  // The second face has two vertices; the third reads 4, 5, 6, the indices of the second and the
+  // first of its own.
   SampleMesh m{"shifted", {}, {3, 2, 3}, {0, 1, 2, 3, 4, 5, 6, 7}};
   for (int i = 0; i < 8; ++i)
-    m.points.emplace_back(static_cast<float>(i), static_cast<float>(i * i), static_cast<float>(i % 3));
+    m.points.emplace_back(static_cast<float>(i), static_cast<float>(i * i),
+                          static_cast<float>(i % 3));
   Normals out;
   ASSERT_TRUE(vertexNormals(m, 0, out));
   const auto& P = m.points;
@@ -341,7 +362,8 @@ TEST(CalcVertexNormals, AfterAShortFaceTheIndicesAreReadShifted) {  // KEEP(shor
 
 TEST(CalcVertexNormals, EverySampleMeshAgreesWithTheModelAtEveryThreshold) {
   for (const auto& m : sampleMeshes())
-    for (const float threshold : {0.0f, 0.1f, 0.5f, 1.0f, -1.5f, 2.0f, std::numeric_limits<float>::quiet_NaN()}) {
+    for (const float threshold :
+         {0.0f, 0.1f, 0.5f, 1.0f, -1.5f, 2.0f, std::numeric_limits<float>::quiet_NaN()}) {
       SCOPED_TRACE(m.name);
       Normals out;
       const bool done = vertexNormals(m, threshold, out);
@@ -365,7 +387,8 @@ TEST(GetPosFromImplicitUV, OneVertexIsThatPointAndTwoALine) {
 
 TEST(GetPosFromImplicitUV, BeyondTheDiagonalATriangleIsMirrored) {
   const MeshTopology t = topologyOf(named("triangle"));
-  const Vec3<float> a = getPosFromImplicitUV(t, 0, {0.8f, 0.6f}), b = getPosFromImplicitUV(t, 0, {0.2f, 0.4f});
+  const Vec3<float> a = getPosFromImplicitUV(t, 0, {0.8f, 0.6f}),
+                    b = getPosFromImplicitUV(t, 0, {0.2f, 0.4f});
   for (std::size_t i = 0; i < 3; ++i) EXPECT_NEAR(a[i], b[i], 1e-6f);
   EXPECT_NEAR(b.x, 0.4f, 1e-6f);
   EXPECT_NEAR(b.y, 0.4f, 1e-6f);
@@ -387,7 +410,8 @@ TEST(GetPosFromImplicitUV, APolygonRunsAroundItsBorderAndInwardToItsMiddle) {
   const MeshTopology t = topologyOf(m);
   for (std::size_t k = 0; k < 5; ++k) {
     const float u = static_cast<float>(k) / 5.0f + 0.1f;
-    const Vec3<float> middle = (m.points[k] + m.points[(k + 1) % 5]) * 0.5f, p = getPosFromImplicitUV(t, 0, {u, 0});
+    const Vec3<float> middle = (m.points[k] + m.points[(k + 1) % 5]) * 0.5f,
+                      p = getPosFromImplicitUV(t, 0, {u, 0});
     for (std::size_t i = 0; i < 3; ++i) EXPECT_NEAR(p[i], middle[i], 1e-5f);
   }
   EXPECT_EQ(getPosFromImplicitUV(t, 0, {0.3f, 1}), Vec3<float>(1, 1.4f, 0));
@@ -407,13 +431,16 @@ TEST(GetPosFromImplicitUV, FacesThatCannotBeUsedGiveTheZeroVector) {
   for (const auto& m : sampleMeshes()) {
     SCOPED_TRACE(m.name);
     const MeshTopology t = topologyOf(m);
-    const float nan = std::numeric_limits<float>::quiet_NaN(), inf = std::numeric_limits<float>::infinity();
+    const float nan = std::numeric_limits<float>::quiet_NaN(),
+                inf = std::numeric_limits<float>::infinity();
     for (int face = -2; face < static_cast<int>(m.counts.size()) + 2; ++face)
-      for (const Vec2<float> uv : {Vec2<float>(0, 0), Vec2<float>(1, 1), Vec2<float>(0.3f, 0.4f), Vec2<float>(-5, 3),
-                                   Vec2<float>(1e30f, 2), Vec2<float>(nan, 0), Vec2<float>(-inf, inf)}) {
+      for (const Vec2<float> uv :
+           {Vec2<float>(0, 0), Vec2<float>(1, 1), Vec2<float>(0.3f, 0.4f), Vec2<float>(-5, 3),
+            Vec2<float>(1e30f, 2), Vec2<float>(nan, 0), Vec2<float>(-inf, inf)}) {
         const Vec3<float> p = getPosFromImplicitUV(t, face, uv);
         const bool exists = face >= 0 && face < static_cast<int>(m.counts.size());
-        if (!exists || (m.counts[static_cast<std::size_t>(face)] >= 3 && !m.usable(static_cast<std::size_t>(face)))) {
+        if (!exists || (m.counts[static_cast<std::size_t>(face)] >= 3 &&
+                        !m.usable(static_cast<std::size_t>(face)))) {
           EXPECT_EQ(p, Vec3<float>());
         }
       }
@@ -429,12 +456,14 @@ TEST(GetPosFromImplicitUV, PositionsLieInsideConvexFaces) {
   for (const char* name : {"triangle", "quad", "pentagon", "hexagonal prism"}) {
     const SampleMesh& m = named(name);
     const MeshTopology t = topologyOf(m);
-    const Vec3<float> normal = ruleNormal(m, std::vector<int>(m.indices.begin(), m.indices.begin() + m.counts[0]));
+    const Vec3<float> normal =
+        ruleNormal(m, std::vector<int>(m.indices.begin(), m.indices.begin() + m.counts[0]));
     for (int round = 0; round < 300; ++round) {
       const Vec3<float> p = getPosFromImplicitUV(t, 0, {unit(rng), unit(rng)});
       for (std::size_t k = 0; k < static_cast<std::size_t>(m.counts[0]); ++k) {
         const Vec3<float> a = m.points[static_cast<std::size_t>(m.indices[k])];
-        const Vec3<float> b = m.points[static_cast<std::size_t>(m.indices[(k + 1) % static_cast<std::size_t>(m.counts[0])])];
+        const Vec3<float> b = m.points[static_cast<std::size_t>(
+            m.indices[(k + 1) % static_cast<std::size_t>(m.counts[0])])];
         EXPECT_GE(dot(cross(b - a, p - a), normal), -1e-4f) << name;
       }
     }

@@ -52,7 +52,8 @@ void forEachRun(const Extents& mesh, Use&& use) {
 
 // Reads a primvar as one value a face-vertex.
 template <class T>
-void readPrimvar(const ovo::Primvar& primvar, double time, const Extents& mesh, ovo::Array<T>& out) {
+void readPrimvar(const ovo::Primvar& primvar, double time, const Extents& mesh,
+                 ovo::Array<T>& out) {
   if (!primvar.isValid()) return;
   ovo::Array<T> read;
   if (!primvar.computeFlattened(read, time) || read.empty()) {
@@ -68,7 +69,9 @@ void readPrimvar(const ovo::Primvar& primvar, double time, const Extents& mesh, 
     out = std::move(read);
     if (out.size() == nVerts && mesh.reverseWinding && nVerts > 1) {
       T* const values = out.data();
-      forEachRun(mesh, [values](std::size_t first, std::size_t n) { std::reverse(values + first, values + first + n); });
+      forEachRun(mesh, [values](std::size_t first, std::size_t n) {
+        std::reverse(values + first, values + first + n);
+      });
     }
     return;
   }
@@ -80,7 +83,8 @@ void readPrimvar(const ovo::Primvar& primvar, double time, const Extents& mesh, 
     out.resize(nVerts);
     T* to = out.data();
     for (const std::int32_t index : mesh.indices) {
-      if (index >= 0 && static_cast<std::size_t>(index) < mesh.points) *to = values[static_cast<std::size_t>(index)];
+      if (index >= 0 && static_cast<std::size_t>(index) < mesh.points)
+        *to = values[static_cast<std::size_t>(index)];
       ++to;
     }
     return;
@@ -91,7 +95,9 @@ void readPrimvar(const ovo::Primvar& primvar, double time, const Extents& mesh, 
     out.resize(nVerts);
     T* const to = out.data();
     const T* from = values.cdata();
-    forEachRun(mesh, [to, &from](std::size_t first, std::size_t n) { std::fill_n(to + first, n, *from++); });
+    forEachRun(mesh, [to, &from](std::size_t first, std::size_t n) {
+      std::fill_n(to + first, n, *from++);
+    });
     return;
   }
   // Anything else: the first value everywhere.
@@ -109,8 +115,8 @@ ovo::Token interpolationFor(std::size_t count, const MeshSample& mesh) {
 
 // What was indexed, or had several values an element, is so no longer: the values are written flat.
 template <class T>
-bool writePrimvar(const ovo::MeshPrim& prim, const ovo::Token& name, const char* type, const ovo::Array<T>& values,
-                  const ovo::Token& interpolation, double time) {
+bool writePrimvar(const ovo::MeshPrim& prim, const ovo::Token& name, const char* type,
+                  const ovo::Array<T>& values, const ovo::Token& interpolation, double time) {
   const ovo::Primvar primvar = prim.createPrimvar(name, type, interpolation);
   if (!primvar.isValid()) return false;
   if (primvar.isIndexed()) prim.getAttr(ovo::Token(primvar.name().asString() + ":indices")).block();
@@ -123,22 +129,24 @@ bool writePrimvar(const ovo::MeshPrim& prim, const ovo::Token& name, const char*
 MeshSample::MeshSample(const ovo::MeshPrim& prim, const double& sampleTime)
     : MeshSample(prim, sampleTime, 0, 0, true, true, true, true, false, false, ovo::Token()) {}
 
-MeshSample::MeshSample(const ovo::MeshPrim& prim, const double& sampleTime, int sampleTag, int level, bool readUVs,
-                       bool readNormals, bool readScalars, bool readVectors, bool readPointVectors, bool readPointData,
+MeshSample::MeshSample(const ovo::MeshPrim& prim, const double& sampleTime, int sampleTag,
+                       int level, bool readUVs, bool readNormals, bool readScalars,
+                       bool readVectors, bool readPointVectors, bool readPointData,
                        const ovo::Token& uvPrimvarName) {
-  sampleMeshPrim(prim, sampleTime, sampleTag, level, readUVs, readNormals, readScalars, readVectors, readPointVectors,
-                 readPointData, uvPrimvarName);
+  sampleMeshPrim(prim, sampleTime, sampleTag, level, readUVs, readNormals, readScalars, readVectors,
+                 readPointVectors, readPointData, uvPrimvarName);
 }
 
-bool MeshSample::sampleMeshPrim(const ovo::MeshPrim& prim, const double& sampleTime, int sampleTag, int level, bool readUVs,
-                                bool readNormals, bool readScalars, bool readVectors, bool readPointVectors, bool readPointData,
+bool MeshSample::sampleMeshPrim(const ovo::MeshPrim& prim, const double& sampleTime, int sampleTag,
+                                int level, bool readUVs, bool readNormals, bool readScalars,
+                                bool readVectors, bool readPointVectors, bool readPointData,
                                 const ovo::Token& uvPrimvarName) {
   const ovo::Tokens& t = ovo::tokens();
   // `sampleTime` may be this sample's own `time`, which the next lines change.
   const double at = sampleTime;
 
-  // Forget the last sampling. KEEP(points-outlive-reset): points, faces and pointData go only when new ones are read, so
-  // that an early return leaves the earlier mesh.
+  // Forget the last sampling. KEEP(points-outlive-reset): points, faces and pointData go only when
+  // new ones are read, so that an early return leaves the earlier mesh.
   time = tarn::defaultTimeValue();
   tag = sampleTag;
   bounds = tarn::Box3<float>();
@@ -177,15 +185,19 @@ bool MeshSample::sampleMeshPrim(const ovo::MeshPrim& prim, const double& sampleT
   if (readPointData && !prim.getAttr(t.accelerations).get(pointData, at)) pointData.clear();
 
   // Faces.
-  if (!prim.getFaceTopology(vertsPerFace_, faceVertPointIndices_, reverseWinding, at) || nVerts() == 0) return false;
+  if (!prim.getFaceTopology(vertsPerFace_, faceVertPointIndices_, reverseWinding, at) ||
+      nVerts() == 0)
+    return false;
   const Extents mesh{nPoints(), vertsPerFace_, faceVertPointIndices_, reverseWinding};
 
   // Primvars.
   if (readUVs) {
-    // KEEP(primars-st1): the name without its letter is looked for as it stands; there are files that have it.
+    // KEEP(primars-st1): the name without its letter is looked for as it stands; there are files
+    // that have it.
     const ovo::Primvar uv =
         uvPrimvarName.isEmpty()
-            ? findPrimvar(prim, {t.st, t.uv, t.map1, t.UVMap, ovo::Token("primvars:st0"), ovo::Token("primars:st1"), t.uv0})
+            ? findPrimvar(prim, {t.st, t.uv, t.map1, t.UVMap, ovo::Token("primvars:st0"),
+                                 ovo::Token("primars:st1"), t.uv0})
             : findPrimvar(prim, {uvPrimvarName});
     readPrimvar(uv, at, mesh, uvs);
     readPrimvar(findPrimvar(prim, {t.st_w, t.uv_w, t.map1_w, t.UVMap_w}), at, mesh, uvExtra);
@@ -197,13 +209,14 @@ bool MeshSample::sampleMeshPrim(const ovo::MeshPrim& prim, const double& sampleT
   }
   if (readVectors) readPrimvar(findPrimvar(prim, {t.displayColor, t.Cd}), at, mesh, vectors);
   if (readScalars) {
-    // KEEP(scalars-stay-empty): only what is not there is read, so that scalars stay empty, unlike normals and vectors;
-    // callers that sample over a mesh of their own count on it.
+    // KEEP(scalars-stay-empty): only what is not there is read, so that scalars stay empty, unlike
+    // normals and vectors; callers that sample over a mesh of their own count on it.
     const ovo::Primvar opacity = findPrimvar(prim, {t.displayOpacity});
     if (!opacity.isValid()) readPrimvar(opacity, at, mesh, scalars);
   }
 
-  // Refinement. KEEP(level-stays-zero): subdivisionLevel is the level that the mesh starts from, before and after.
+  // Refinement. KEEP(level-stays-zero): subdivisionLevel is the level that the mesh starts from,
+  // before and after.
   const bool subdivided = toSubdivide && subdivide(prim, level);
   if (toSubdivide && !subdivided) recomputeNormals = readNormals && normals.size() != nVerts();
   if (!readNormals || !(subdivided || recomputeNormals)) return true;
@@ -211,8 +224,8 @@ bool MeshSample::sampleMeshPrim(const ovo::MeshPrim& prim, const double& sampleT
   // Normals. Those of a left-handed mesh are turned: its faces run clockwise seen from outside.
   const bool keepSign = prim.getOrientation() != t.leftHanded;
   ovo::Array<Vec3<float>> pointNormals;
-  if (!calcPointNormals(nPoints(), pointLocations(), nVerts(), faceVertPointIndices(), nFaces(), vertsPerFace(), allTriangles,
-                        allQuads, pointNormals, keepSign))
+  if (!calcPointNormals(nPoints(), pointLocations(), nVerts(), faceVertPointIndices(), nFaces(),
+                        vertsPerFace(), allTriangles, allQuads, pointNormals, keepSign))
     return true;
   normals.clear();
   normals.resize(nVerts());
@@ -239,8 +252,9 @@ bool MeshSample::subdivide(const ovo::MeshPrim& prim, int level) {
   context.vertsPerFace = &vertsPerFace_;
   context.faceVertPointIndices = &faceVertPointIndices_;
   context.points = &points;
-  // What is per face-vertex comes along, by its count. Normals need not: they are computed anew. KEEP(uvextra-not-refined):
-  // uvExtra stays that of the unrefined faces; callers that want it spread it themselves.
+  // What is per face-vertex comes along, by its count. Normals need not: they are computed anew.
+  // KEEP(uvextra-not-refined): uvExtra stays that of the unrefined faces; callers that want it
+  // spread it themselves.
   const auto carry = [this](auto& array, auto& list) {
     if (array.size() == nVerts()) list.push_back(&array);
   };
@@ -248,13 +262,15 @@ bool MeshSample::subdivide(const ovo::MeshPrim& prim, int level) {
   carry(vectors, context.vec3s);
   carry(scalars, context.floats);
   carry(pointVectors, context.vec3s);
-  return ovo::subdivideUniform(args, nFaces(), nVerts(), nPoints(), subdivisionLevel, level, context);
+  return ovo::subdivideUniform(args, nFaces(), nVerts(), nPoints(), subdivisionLevel, level,
+                               context);
 }
 
 bool MeshSample::sampleMeshPrimFaceTopology(const ovo::MeshPrim& prim, const double& sampleTime) {
   if (!prim.isValid()) return false;
   time = sampleTime;
-  return prim.getFaceTopology(vertsPerFace_, faceVertPointIndices_, reverseWinding, time) && nVerts() > 0;
+  return prim.getFaceTopology(vertsPerFace_, faceVertPointIndices_, reverseWinding, time) &&
+         nVerts() > 0;
 }
 
 bool MeshSample::setMeshPrimFaceTopology(ovo::MeshPrim& prim) const {
@@ -273,17 +289,20 @@ bool MeshSample::setMeshPrimFaceTopology(ovo::MeshPrim& prim) const {
 bool MeshSample::setMeshPrimPointsAndBounds(ovo::MeshPrim& prim, bool writeBounds) const {
   if (points.empty()) return false;
   const bool pointsWritten = prim.setPoints(points, time);
-  // KEEP(points-without-bounds): false although the points are written; callers take it for "no bounds were written".
+  // KEEP(points-without-bounds): false although the points are written; callers take it for "no
+  // bounds were written".
   if (!writeBounds) return false;
   return pointsWritten && prim.writeExtent(time);
 }
 
-bool MeshSample::setMeshPrimProperties(ovo::MeshPrim& prim, bool writeUVs, bool writeNormals, bool writeVectors,
-                                       bool writeScalars, bool writePointVectors, bool writePointData) const {
+bool MeshSample::setMeshPrimProperties(ovo::MeshPrim& prim, bool writeUVs, bool writeNormals,
+                                       bool writeVectors, bool writeScalars, bool writePointVectors,
+                                       bool writePointData) const {
   if (!prim.isValid()) return false;
   const ovo::Tokens& t = ovo::tokens();
   int written = 0;
-  const auto primvar = [&](const ovo::Token& name, const char* type, const auto& values, const ovo::Token& interpolation) {
+  const auto primvar = [&](const ovo::Token& name, const char* type, const auto& values,
+                           const ovo::Token& interpolation) {
     if (!values.empty() && writePrimvar(prim, name, type, values, interpolation, time)) ++written;
   };
   const auto attribute = [&](const ovo::Token& name, const char* type, const auto& values) {
@@ -304,17 +323,21 @@ bool MeshSample::setMeshPrimProperties(ovo::MeshPrim& prim, bool writeUVs, bool 
     else if (prim.setNormals(normals, interpolation, time))
       ++written;
   }
-  if (writeVectors) primvar(t.displayColor, "color3f[]", vectors, interpolationFor(vectors.size(), *this));
-  if (writeScalars) primvar(t.displayOpacity, "float[]", scalars, interpolationFor(scalars.size(), *this));
+  if (writeVectors)
+    primvar(t.displayColor, "color3f[]", vectors, interpolationFor(vectors.size(), *this));
+  if (writeScalars)
+    primvar(t.displayOpacity, "float[]", scalars, interpolationFor(scalars.size(), *this));
   if (writePointVectors) attribute(t.velocities, "vector3f[]", pointVectors);
   if (writePointData) attribute(t.accelerations, "vector3f[]", pointData);
   return written > 0;
 }
 
-bool MeshSample::isSubdMesh() const { return !subdivisionScheme.isEmpty() && subdivisionScheme != ovo::tokens().none; }
+bool MeshSample::isSubdMesh() const {
+  return !subdivisionScheme.isEmpty() && subdivisionScheme != ovo::tokens().none;
+}
 
-// KEEP(flags-from-each-other): each flag is the negation of the other and neither is cleared here; whoever believes them
-// holds them against the counts.
+// KEEP(flags-from-each-other): each flag is the negation of the other and neither is cleared here;
+// whoever believes them holds them against the counts.
 void MeshSample::addTri(int a, int b, int c) {
   vertsPerFace_.push_back(3);
   allTriangles = !allQuads;

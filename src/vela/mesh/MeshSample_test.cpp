@@ -134,7 +134,8 @@ TEST(MeshSample, SamplingSetsEveryField) {
   m.bounds.extendBy(Vec3<float>(1));
   m.allQuads = m.allTriangles = m.reverseWinding = true;
   m.subdivisionLevel = 7;
-  EXPECT_TRUE(m.sampleMeshPrim(prim, 4.0, 42, 0, false, false, false, false, false, false, Token()));
+  EXPECT_TRUE(
+      m.sampleMeshPrim(prim, 4.0, 42, 0, false, false, false, false, false, false, Token()));
   EXPECT_EQ(m.tag, 42);
   EXPECT_EQ(m.time, 4.0);
   EXPECT_TRUE(m.bounds.isEmpty());
@@ -149,7 +150,8 @@ TEST(MeshSample, SamplingSetsEveryField) {
   EXPECT_EQ(m.nFaces(), 6u);
   EXPECT_TRUE(m.uvs.empty() && m.normals.empty());
   prim.setLocalXform(tarn::Mat4<double>());
-  EXPECT_TRUE(m.sampleMeshPrim(prim, m.time, 1, 0, false, false, false, false, false, false, Token()));
+  EXPECT_TRUE(
+      m.sampleMeshPrim(prim, m.time, 1, 0, false, false, false, false, false, false, Token()));
   EXPECT_TRUE(m.xformIsIdentity);
   EXPECT_EQ(m.inverseXform, tarn::Mat4<double>());
   EXPECT_EQ(m.time, 4.0) << "its own time may be handed in";
@@ -160,7 +162,8 @@ TEST(MeshSample, SamplingSetsEveryField) {
 
 TEST(MeshSample, AnEarlyReturnKeepsPointsFacesAndPointData) {  // KEEP(points-outlive-reset)
   MeshPrim prim = primOf(named("cube"));
-  prim.createAttr(ovo::tokens().accelerations, "vector3f[]").set(ovo::Array<Vec3<float>>{{1, 2, 3}});
+  prim.createAttr(ovo::tokens().accelerations, "vector3f[]")
+      .set(ovo::Array<Vec3<float>>{{1, 2, 3}});
   prim.createAttr(ovo::tokens().velocities, "vector3f[]").set(ovo::Array<Vec3<float>>{{4, 5, 6}});
   MeshSample m;
   EXPECT_TRUE(sampleAll(m, prim));
@@ -172,15 +175,18 @@ TEST(MeshSample, AnEarlyReturnKeepsPointsFacesAndPointData) {  // KEEP(points-ou
   EXPECT_EQ(m.pointData, (ovo::Array<Vec3<float>>{{1, 2, 3}}));
   EXPECT_TRUE(m.normals.empty() && m.pointVectors.empty());
   EXPECT_TRUE(tarn::isDefaultTime(m.time));
-  EXPECT_TRUE(m.sampleMeshPrim(primOf(named("quad")), kDefault, 0, 0, true, true, true, true, false, false, Token()));
+  EXPECT_TRUE(m.sampleMeshPrim(primOf(named("quad")), kDefault, 0, 0, true, true, true, true, false,
+                               false, Token()));
   EXPECT_EQ(m.pointData.size(), 1u) << "without its flag it is not even emptied";
   EXPECT_TRUE(m.pointVectors.empty());
 }
 
 TEST(MeshSample, TheShortConstructorReadsPrimvarsAndNoPointData) {
   MeshPrim prim = primOf(named("quad"));
-  prim.createPrimvar("st", "texCoord2f[]", "vertex").set(ovo::Array<Vec2<float>>{{0, 0}, {1, 0}, {1, 1}, {0, 1}});
-  prim.createPrimvar("displayColor", "color3f[]", "constant").set(ovo::Array<Vec3<float>>{{1, 0, 0}});
+  prim.createPrimvar("st", "texCoord2f[]", "vertex")
+      .set(ovo::Array<Vec2<float>>{{0, 0}, {1, 0}, {1, 1}, {0, 1}});
+  prim.createPrimvar("displayColor", "color3f[]", "constant")
+      .set(ovo::Array<Vec3<float>>{{1, 0, 0}});
   prim.createAttr(ovo::tokens().velocities, "vector3f[]").set(ovo::Array<Vec3<float>>(4));
   const MeshSample m(prim, kDefault);
   EXPECT_EQ(m.uvs.size(), 4u);
@@ -195,9 +201,10 @@ TEST(MeshSample, TheShortConstructorReadsPrimvarsAndNoPointData) {
 }
 
 TEST(MeshSample, PrimvarsOfEveryInterpolationComeOutPerFaceVertex) {
-  const auto uvs = [](const std::string& interpolation, const std::string& values, const std::string& more = "") {
-    const MeshPrim prim = textPrim(std::string(kTwoFaces) + "texCoord2f[] primvars:st = " + values + " (interpolation = \"" +
-                                   interpolation + "\")\n" + more);
+  const auto uvs = [](const std::string& interpolation, const std::string& values,
+                      const std::string& more = "") {
+    const MeshPrim prim = textPrim(std::string(kTwoFaces) + "texCoord2f[] primvars:st = " + values +
+                                   " (interpolation = \"" + interpolation + "\")\n" + more);
     MeshSample m;
     EXPECT_TRUE(sampleAll(m, prim));
     std::vector<float> out;
@@ -205,7 +212,8 @@ TEST(MeshSample, PrimvarsOfEveryInterpolationComeOutPerFaceVertex) {
     return out;
   };
   using F = std::vector<float>;
-  EXPECT_EQ(uvs("faceVarying", "[(0,0),(1,0),(2,0),(3,0),(4,0),(5,0),(6,0)]"), (F{0, 1, 2, 3, 4, 5, 6}));
+  EXPECT_EQ(uvs("faceVarying", "[(0,0),(1,0),(2,0),(3,0),(4,0),(5,0),(6,0)]"),
+            (F{0, 1, 2, 3, 4, 5, 6}));
   EXPECT_EQ(uvs("faceVarying", "[(0,0),(1,0)]"), (F{0, 1})) << "kept whatever the count";
   EXPECT_EQ(uvs("vertex", "[(0,0),(1,0),(2,0),(3,0),(4,0)]"), (F{0, 1, 2, 3, 1, 4, 2}));
   EXPECT_EQ(uvs("varying", "[(0,0),(1,0),(2,0),(3,0),(4,0)]"), (F{0, 1, 2, 3, 1, 4, 2}));
@@ -215,19 +223,26 @@ TEST(MeshSample, PrimvarsOfEveryInterpolationComeOutPerFaceVertex) {
   EXPECT_EQ(uvs("vertex", "[(5,0),(1,0)]"), F(7, 5));
   EXPECT_EQ(uvs("uniform", "[(6,0)]"), F(7, 6));
   EXPECT_EQ(uvs("vertex", "[]"), F());
-  EXPECT_EQ(uvs("faceVarying", "[(0,0),(1,0),(2,0)]", "int[] primvars:st:indices = [2,1,0,0,2,2,1]"), (F{2, 1, 0, 0, 2, 2, 1}));
-  EXPECT_EQ(uvs("vertex", "[(0,0),(10,0)]", "int[] primvars:st:indices = [1,0,0,1,1]"), (F{10, 0, 0, 10, 0, 10, 0}));
-  EXPECT_EQ(uvs("uniform", "[(0,0),(10,0)]", "int[] primvars:st:indices = [1,0]"), (F{10, 10, 10, 10, 0, 0, 0}));
-  EXPECT_EQ(uvs("vertex", "[(0,0)]", "int[] primvars:st:indices = [1,0,0,1,1]"), F()) << "indices out of range: no value";
+  EXPECT_EQ(
+      uvs("faceVarying", "[(0,0),(1,0),(2,0)]", "int[] primvars:st:indices = [2,1,0,0,2,2,1]"),
+      (F{2, 1, 0, 0, 2, 2, 1}));
+  EXPECT_EQ(uvs("vertex", "[(0,0),(10,0)]", "int[] primvars:st:indices = [1,0,0,1,1]"),
+            (F{10, 0, 0, 10, 0, 10, 0}));
+  EXPECT_EQ(uvs("uniform", "[(0,0),(10,0)]", "int[] primvars:st:indices = [1,0]"),
+            (F{10, 10, 10, 10, 0, 0, 0}));
+  EXPECT_EQ(uvs("vertex", "[(0,0)]", "int[] primvars:st:indices = [1,0,0,1,1]"), F())
+      << "indices out of range: no value";
 }
 
 TEST(MeshSample, TheNamesOfTextureCoordinatesAreTriedInTheirOrder) {
-  const std::vector<std::string> order = {"primvars:st",  "primvars:uv", "primvars:map1", "primvars:UVMap",
-                                          "primvars:st0", "primars:st1", "primvars:uv0"};
+  const std::vector<std::string> order = {"primvars:st",    "primvars:uv",  "primvars:map1",
+                                          "primvars:UVMap", "primvars:st0", "primars:st1",
+                                          "primvars:uv0"};
   for (std::size_t first = 0; first < order.size(); ++first) {
     std::string body = kTwoFaces;
     for (std::size_t k = first; k < order.size(); ++k)
-      body += "texCoord2f[] " + order[k] + " = [(" + std::to_string(k) + ",0)] (interpolation = \"constant\")\n";
+      body += "texCoord2f[] " + order[k] + " = [(" + std::to_string(k) +
+              ",0)] (interpolation = \"constant\")\n";
     MeshSample m;
     EXPECT_TRUE(sampleAll(m, textPrim(body)));
     ASSERT_EQ(m.uvs.size(), 7u) << order[first];
@@ -241,12 +256,15 @@ TEST(MeshSample, UVsComeFromTheNameWithTheMissingLetter) {  // KEEP(primars-st1)
   MeshSample m;
   EXPECT_TRUE(sampleAll(m, prim));
   EXPECT_TRUE(m.uvs.empty()) << "the name with all its letters is none of them";
-  prim.createPrimvar("primars:st1", "texCoord2f[]", "constant").set(ovo::Array<Vec2<float>>{{2, 2}});
+  prim.createPrimvar("primars:st1", "texCoord2f[]", "constant")
+      .set(ovo::Array<Vec2<float>>{{2, 2}});
   EXPECT_TRUE(sampleAll(m, prim));
   EXPECT_EQ(m.uvs, (ovo::Array<Vec2<float>>(4, Vec2<float>(2, 2))));
-  EXPECT_TRUE(m.sampleMeshPrim(prim, kDefault, 0, 0, true, false, false, false, false, false, Token("st1")));
+  EXPECT_TRUE(m.sampleMeshPrim(prim, kDefault, 0, 0, true, false, false, false, false, false,
+                               Token("st1")));
   EXPECT_EQ(m.uvs, (ovo::Array<Vec2<float>>(4, Vec2<float>(1, 1))));
-  EXPECT_TRUE(m.sampleMeshPrim(prim, kDefault, 0, 0, true, false, false, false, false, false, Token("nowhere")));
+  EXPECT_TRUE(m.sampleMeshPrim(prim, kDefault, 0, 0, true, false, false, false, false, false,
+                               Token("nowhere")));
   EXPECT_TRUE(m.uvs.empty()) << "a given name is the only one";
 }
 
@@ -285,7 +303,8 @@ def Xform "Top" {
   const MeshPrim prim(stage->getPrimAtPath(Path("/Top/Mesh")));
   EXPECT_EQ(MeshSample(prim, kDefault).vectors, ovo::Array<Vec3<float>>(3, Vec3<float>(0, 1, 0)));
   prim.createPrimvar("Cd", "color3f[]", "constant").set(ovo::Array<Vec3<float>>{{1, 0, 0}});
-  EXPECT_EQ(MeshSample(prim, kDefault).vectors[0], Vec3<float>(1, 0, 0)) << "its own second name comes before";
+  EXPECT_EQ(MeshSample(prim, kDefault).vectors[0], Vec3<float>(1, 0, 0))
+      << "its own second name comes before";
 }
 
 TEST(MeshSample, NormalsOfAnotherCountAreComputedAnew) {
@@ -329,21 +348,29 @@ TEST(MeshSample, ComputedNormalsPointOutwardForBothOrientations) {
         ASSERT_EQ(m.normals.size(), m.nVerts());
         EXPECT_FALSE(m.reverseWinding);
         if (level == 0) {
-          EXPECT_EQ(m.faceVertPointIndices()[0], (leftHanded ? turned : shape).indices[0]) << "the stored winding stays";
+          EXPECT_EQ(m.faceVertPointIndices()[0], (leftHanded ? turned : shape).indices[0])
+              << "the stored winding stays";
         }
         for (std::size_t i = 0; i < m.nVerts(); ++i)
-          EXPECT_GT(dot(m.normals[i], m.points[static_cast<std::size_t>(m.faceVertPointIndices()[i])] - centre), 0.0f);
+          EXPECT_GT(dot(m.normals[i],
+                        m.points[static_cast<std::size_t>(m.faceVertPointIndices()[i])] - centre),
+                    0.0f);
       }
   }
 }
 
-TEST(MeshSample, RefiningTakesDataAlongAndComputesNormals) {  // KEEP(level-stays-zero) KEEP(uvextra-not-refined)
+TEST(
+    MeshSample,
+    RefiningTakesDataAlongAndComputesNormals) {  // KEEP(level-stays-zero) KEEP(uvextra-not-refined)
   MeshPrim prim = primOf(named("cube"), "catmullClark");
-  prim.createPrimvar("st", "texCoord2f[]", "vertex").set(ovo::Array<Vec2<float>>(8, Vec2<float>(0.5f, 0.25f)));
+  prim.createPrimvar("st", "texCoord2f[]", "vertex")
+      .set(ovo::Array<Vec2<float>>(8, Vec2<float>(0.5f, 0.25f)));
   prim.createPrimvar("st_w", "float[]", "constant").set(ovo::Array<float>{3});
   prim.createPrimvar("displayColor", "color3f[]", "uniform")
-      .set(ovo::Array<Vec3<float>>{{0, 0, 0}, {1, 1, 1}, {2, 2, 2}, {3, 3, 3}, {4, 4, 4}, {5, 5, 5}});
-  prim.createAttr(ovo::tokens().velocities, "vector3f[]").set(ovo::Array<Vec3<float>>(24, Vec3<float>(1, 2, 3)));
+      .set(ovo::Array<Vec3<float>>{
+          {0, 0, 0}, {1, 1, 1}, {2, 2, 2}, {3, 3, 3}, {4, 4, 4}, {5, 5, 5}});
+  prim.createAttr(ovo::tokens().velocities, "vector3f[]")
+      .set(ovo::Array<Vec3<float>>(24, Vec3<float>(1, 2, 3)));
   prim.createAttr(ovo::tokens().accelerations, "vector3f[]").set(ovo::Array<Vec3<float>>(24));
   prim.setNormals(ovo::Array<Vec3<float>>(24, Vec3<float>(0, 0, 1)), "faceVarying");
   prim.createAttr(ovo::tokens().cornerIndices, "int[]").set(ovo::Array<int>{0});
@@ -363,7 +390,8 @@ TEST(MeshSample, RefiningTakesDataAlongAndComputesNormals) {  // KEEP(level-stay
   EXPECT_EQ(m.pointData.size(), 24u) << "as stored";
   for (std::size_t i = 0; i < m.nVerts(); ++i) {
     EXPECT_NEAR(m.uvs[i].x, 0.5f, 1e-6f);
-    EXPECT_NEAR(m.vectors[i].x, static_cast<float>(i / 64), 1e-5f) << "one colour a face, with seams between them";
+    EXPECT_NEAR(m.vectors[i].x, static_cast<float>(i / 64), 1e-5f)
+        << "one colour a face, with seams between them";
   }
   ASSERT_EQ(m.normals.size(), m.nVerts());
   EXPECT_LT(m.normals[0].z, 0.0f) << "the stored ones all looked along z";
@@ -399,7 +427,8 @@ TEST(MeshSample, AnimatedMeshesAreReadAtTheirTime) {
   animated.setLocalXform(a, 1);
   animated.setLocalXform(b, 3);
   MeshSample m;
-  for (const auto& [time, z] : {std::pair{0.0, 0.0f}, {1.0, 0.0f}, {2.0, 2.0f}, {3.0, 4.0f}, {9.0, 4.0f}}) {
+  for (const auto& [time, z] :
+       {std::pair{0.0, 0.0f}, {1.0, 0.0f}, {2.0, 2.0f}, {3.0, 4.0f}, {9.0, 4.0f}}) {
     ASSERT_TRUE(sampleAll(m, animated, time));
     EXPECT_EQ(m.points[0].z, z);
     EXPECT_EQ(m.xform[12], 2.0 * static_cast<double>(z));
@@ -409,7 +438,8 @@ TEST(MeshSample, AnimatedMeshesAreReadAtTheirTime) {
   EXPECT_EQ(m.points[0].z, 0.0f);
 }
 
-TEST(MeshSample, WritingPointsWithoutBoundsWritesThemAndReturnsFalse) {  // KEEP(points-without-bounds)
+TEST(MeshSample,
+     WritingPointsWithoutBoundsWritesThemAndReturnsFalse) {  // KEEP(points-without-bounds)
   MeshPrim prim = MeshPrim::define(Stage::createInMemory(), Path("/Mesh"));
   MeshSample m;
   EXPECT_FALSE(m.setMeshPrimPointsAndBounds(prim, true)) << "no points";
@@ -444,32 +474,40 @@ TEST(MeshSample, WritingFacesIsTrueWhenEitherListWasWritten) {
 
 TEST(MeshSample, EachFlagWritesItsOwnVectorsBeforeScalars) {
   MeshSample m;
-  vela::buildCube(m, tarn::Box3<double>(Vec3<double>(0), Vec3<double>(1)), 1, 1, true, true, true, true, true);
+  vela::buildCube(m, tarn::Box3<double>(Vec3<double>(0), Vec3<double>(1)), 1, 1, true, true, true,
+                  true, true);
   m.uvExtra.assign(24, 0.5f);
   m.vectors.assign(24, Vec3<float>(1, 2, 3));
   m.scalars.assign(24, 0.25f);
   m.pointVectors.assign(8, Vec3<float>(4));
   m.pointData.assign(8, Vec3<float>(5));
-  const std::vector<std::set<std::string>> names = {{"primvars:st", "primvars:st_w"}, {"normals"},    {"primvars:displayColor"},
-                                                    {"primvars:displayOpacity"},      {"velocities"}, {"accelerations"}};
+  const std::vector<std::set<std::string>> names = {
+      {"primvars:st", "primvars:st_w"}, {"normals"},    {"primvars:displayColor"},
+      {"primvars:displayOpacity"},      {"velocities"}, {"accelerations"}};
   for (int flags = 0; flags < 64; ++flags) {
     MeshPrim prim = MeshPrim::define(Stage::createInMemory(), Path("/Mesh"));
     const auto on = [&](int i) { return (flags >> i & 1) != 0; };
     EXPECT_EQ(m.setMeshPrimProperties(prim, on(0), on(1), on(2), on(3), on(4), on(5)), flags != 0);
     std::set<std::string> expected, found;
     for (int i = 0; i < 6; ++i)
-      if (on(i)) expected.insert(names[static_cast<std::size_t>(i)].begin(), names[static_cast<std::size_t>(i)].end());
+      if (on(i))
+        expected.insert(names[static_cast<std::size_t>(i)].begin(),
+                        names[static_cast<std::size_t>(i)].end());
     for (const Token& name : prim.getAttrNames()) found.insert(name.asString());
     EXPECT_EQ(found, expected);
   }
   MeshPrim prim = MeshPrim::define(Stage::createInMemory(), Path("/Mesh")), invalid;
-  EXPECT_FALSE(MeshSample().setMeshPrimProperties(prim, true, true, true, true, true, true)) << "nothing to write";
+  EXPECT_FALSE(MeshSample().setMeshPrimProperties(prim, true, true, true, true, true, true))
+      << "nothing to write";
   EXPECT_FALSE(m.setMeshPrimProperties(invalid, true, true, true, true, true, true));
 }
 
 TEST(MeshSample, UVsAndNormalsGetTheInterpolationThatTheirCountFits) {
-  for (const auto& [count, word] :
-       {std::pair{7, "faceVarying"}, {5, "vertex"}, {2, "uniform"}, {1, "constant"}, {3, "faceVarying"}}) {
+  for (const auto& [count, word] : {std::pair{7, "faceVarying"},
+                                    {5, "vertex"},
+                                    {2, "uniform"},
+                                    {1, "constant"},
+                                    {3, "faceVarying"}}) {
     MeshPrim prim = textPrim(kTwoFaces);
     MeshSample m;
     ASSERT_TRUE(sampleAll(m, prim));
@@ -505,7 +543,8 @@ TEST(MeshSample, WhatWasIndexedIsWrittenFlat) {
 }
 
 TEST(MeshSample, WhatIsWrittenExportedAndOpenedAgainIsTheSame) {
-  const auto folder = std::filesystem::temp_directory_path() / ("vela_mesh_sample_" + std::to_string(std::random_device()()));
+  const auto folder = std::filesystem::temp_directory_path() /
+                      ("vela_mesh_sample_" + std::to_string(std::random_device()()));
   std::filesystem::create_directory(folder);
   for (const char* file : {"a.usda", "b.usdc"})
     for (const double time : {kDefault, 5.0})
@@ -517,7 +556,8 @@ TEST(MeshSample, WhatIsWrittenExportedAndOpenedAgainIsTheSame) {
         m.time = time;
         const std::size_t n = m.nVerts();
         for (std::size_t i = 0; i < n; ++i) {
-          m.uvs.push_back(Vec2<float>(0.1f * static_cast<float>(i), 1.0f / static_cast<float>(i + 1)));
+          m.uvs.push_back(
+              Vec2<float>(0.1f * static_cast<float>(i), 1.0f / static_cast<float>(i + 1)));
           m.uvExtra.push_back(static_cast<float>(i) / 3);
           m.vectors.push_back(Vec3<float>(static_cast<float>(i), 0.3f, 1e-20f));
           m.scalars.push_back(static_cast<float>(i) * 0.7f);
@@ -540,7 +580,8 @@ TEST(MeshSample, WhatIsWrittenExportedAndOpenedAgainIsTheSame) {
         ASSERT_TRUE(sampleAll(back, read, time));
         EXPECT_TRUE(std::equal(m.vertsPerFace(), m.vertsPerFace() + m.nFaces(), back.vertsPerFace(),
                                back.vertsPerFace() + back.nFaces()));
-        EXPECT_TRUE(std::equal(m.faceVertPointIndices(), m.faceVertPointIndices() + n, back.faceVertPointIndices(),
+        EXPECT_TRUE(std::equal(m.faceVertPointIndices(), m.faceVertPointIndices() + n,
+                               back.faceVertPointIndices(),
                                back.faceVertPointIndices() + back.nVerts()));
         EXPECT_EQ(back.uvs, m.uvs);
         EXPECT_EQ(back.uvExtra, m.uvExtra);
@@ -569,11 +610,13 @@ TEST(MeshSample, EverySampleMeshIsReadRefinedAndMeasuredWithoutFault) {
       for (const int level : {0, 1, 2}) {
         SCOPED_TRACE(shape.name);
         MeshPrim prim = primOf(shape, scheme);
-        prim.createPrimvar("st", "texCoord2f[]", "vertex").set(ovo::Array<Vec2<float>>(shape.points.size(), Vec2<float>(1, 2)));
+        prim.createPrimvar("st", "texCoord2f[]", "vertex")
+            .set(ovo::Array<Vec2<float>>(shape.points.size(), Vec2<float>(1, 2)));
         prim.createPrimvar("displayColor", "color3f[]", "uniform")
             .set(ovo::Array<Vec3<float>>(shape.counts.size(), Vec3<float>(1)));
         MeshSample m;
-        EXPECT_EQ(sampleAll(m, prim, kDefault, level), !shape.points.empty() && !shape.indices.empty());
+        EXPECT_EQ(sampleAll(m, prim, kDefault, level),
+                  !shape.points.empty() && !shape.indices.empty());
         if (shape.points.empty() || shape.indices.empty()) continue;
         if (!shape.broken) {
           EXPECT_EQ(m.uvs.size(), m.nVerts());
@@ -618,7 +661,8 @@ TEST(MeshSample, CopiesShareAndMovesCarryEverything) {
 TEST(MeshSample, EveryMeshOfTheSharedScenesIsSampledWithoutFault) {
   requireSharedData("usd");
   std::size_t files = 0, meshes = 0, sampled = 0, refined = 0;
-  for (const auto& entry : std::filesystem::recursive_directory_iterator(vela_test::sharedDataPath("usd"))) {
+  for (const auto& entry :
+       std::filesystem::recursive_directory_iterator(vela_test::sharedDataPath("usd"))) {
     const std::string suffix = entry.path().extension().string();
     if (suffix != ".usd" && suffix != ".usda" && suffix != ".usdc" && suffix != ".usdz") continue;
     const auto stage = Stage::open(entry.path().string());
@@ -643,7 +687,8 @@ TEST(MeshSample, EveryMeshOfTheSharedScenesIsSampledWithoutFault) {
         if (!m.uvs.empty() && st.isValid() && st.interpolation() != Token("faceVarying")) {
           EXPECT_EQ(m.uvs.size(), m.nVerts());
         }
-        if (std::isnan(time) && m.nVerts() < 20000 && sampleAll(m, prim, time, 1)) refined += m.isSubdMesh() ? 1u : 0u;
+        if (std::isnan(time) && m.nVerts() < 20000 && sampleAll(m, prim, time, 1))
+          refined += m.isSubdMesh() ? 1u : 0u;
         EXPECT_EQ(m.normals.size(), m.nVerts());
       }
     }

@@ -9,16 +9,20 @@ namespace vela {
 MeshTopology::MeshTopology(const ovo::MeshPrim& prim, const double& time) {
   if (!prim.isValid()) return;
   if (!prim.getPoints(points, time) || points.empty()) return;
-  if (!prim.getAttr(ovo::tokens().faceVertexCounts).get(vertsPerFace, time) || vertsPerFace.empty()) return;
+  if (!prim.getAttr(ovo::tokens().faceVertexCounts).get(vertsPerFace, time) || vertsPerFace.empty())
+    return;
   prim.getAttr(ovo::tokens().faceVertexIndices).get(faceVertPointIndices, time);
 }
 
-MeshTopology::Faces MeshTopology::faces() const { return Faces(vertsPerFace, faceVertPointIndices); }
+MeshTopology::Faces MeshTopology::faces() const {
+  return Faces(vertsPerFace, faceVertPointIndices);
+}
 
 MeshTopology::Faces::Face MeshTopology::Faces::iterator::operator*() const {
   const std::int32_t count = faces_->counts_[face_];
   const std::size_t left = faces_->indices_.size() - vertex_;
-  const std::size_t size = count > 0 && static_cast<std::size_t>(count) <= left ? static_cast<std::size_t>(count) : 0;
+  const std::size_t size =
+      count > 0 && static_cast<std::size_t>(count) <= left ? static_cast<std::size_t>(count) : 0;
   return Face(face_, vertex_, size == 0 ? nullptr : faces_->indices_.cdata() + vertex_, size);
 }
 
@@ -59,7 +63,8 @@ MeshTopology::Edges MeshTopology::edges() const {
   std::size_t end = 0;
   for (std::size_t& entry : start) entry = end += entry;
   std::vector<std::int32_t> larger(end);
-  forEachSide([&](std::int32_t a, std::int32_t b) { larger[--start[static_cast<std::size_t>(a)]] = b; });
+  forEachSide(
+      [&](std::int32_t a, std::int32_t b) { larger[--start[static_cast<std::size_t>(a)]] = b; });
 
   Edges out;
   for (std::size_t a = 0; a < points.size(); ++a) {

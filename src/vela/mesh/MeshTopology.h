@@ -1,8 +1,9 @@
 /// \file
 /// The points and faces of a mesh, and nothing else.
 ///
-/// Layout of all mesh arrays: faces follow one another in the index array, the length of each is in the count array. The
-/// arrays are kept as they were read or set and may contradict each other; the views below pass over what cannot be used.
+/// Layout of all mesh arrays: faces follow one another in the index array, the length of each is in
+/// the count array. The arrays are kept as they were read or set and may contradict each other; the
+/// views below pass over what cannot be used.
 #pragma once
 
 #include <cstddef>
@@ -25,14 +26,15 @@ class VELA_API MeshTopology {
 
   /// All empty.
   MeshTopology() = default;
-  /// Reads the mesh at a time, as stored, with its own winding: the points, then (only where there are points) the counts,
-  /// then (only where there are counts) the indices. An array that is not read stays empty.
+  /// Reads the mesh at a time, as stored, with its own winding: the points, then (only where there
+  /// are points) the counts, then (only where there are counts) the indices. An array that is not
+  /// read stays empty.
   MeshTopology(const ovo::MeshPrim& prim, const double& time);
 
   /// Every face in turn, as a run of point indices.
   [[nodiscard]] Faces faces() const;
-  /// Every edge once, whichever way faces run along it. Found anew on each call: linear in the face-vertices but for the
-  /// sorting of edges that share their smaller point.
+  /// Every edge once, whichever way faces run along it. Found anew on each call: linear in the
+  /// face-vertices but for the sorting of edges that share their smaller point.
   [[nodiscard]] Edges edges() const;
 
   ovo::Array<tarn::Vec3<float>> points;           ///< positions
@@ -42,9 +44,10 @@ class VELA_API MeshTopology {
 
 /// The faces of a mesh, in order: `for (auto face : topology.faces()) for (int point : face) ...`.
 ///
-/// It shares the arrays that the topology had when it was asked, so it outlives the topology and later changes do not show. A
-/// face with a negative count, or whose run would pass the end of the indices, is an empty run; there is one face for
-/// each count nevertheless. The indices themselves are as stored: whether they name points is for the caller to check.
+/// It shares the arrays that the topology had when it was asked, so it outlives the topology and
+/// later changes do not show. A face with a negative count, or whose run would pass the end of the
+/// indices, is an empty run; there is one face for each count nevertheless. The indices themselves
+/// are as stored: whether they name points is for the caller to check.
 class VELA_API MeshTopology::Faces {
  public:
   /// One face: its point indices, in its own winding. Valid as long as the Faces it came from.
@@ -71,7 +74,8 @@ class VELA_API MeshTopology::Faces {
 
   class VELA_API iterator {
    public:
-    using iterator_category = std::input_iterator_tag;  // faces are made on the fly; passes may be repeated
+    using iterator_category =
+        std::input_iterator_tag;  // faces are made on the fly; passes may be repeated
     using value_type = Face;
     using difference_type = std::ptrdiff_t;
     using pointer = const Face*;
@@ -100,24 +104,30 @@ class VELA_API MeshTopology::Faces {
   [[nodiscard]] bool empty() const { return counts_.empty(); }
   [[nodiscard]] iterator begin() const { return iterator(this, 0); }
   [[nodiscard]] iterator end() const { return iterator(this, size()); }
-  /// The face of that number, in [0, size()): a scan over the counts before it; loops iterate instead.
+  /// The face of that number, in [0, size()): a scan over the counts before it; loops iterate
+  /// instead.
   [[nodiscard]] Face operator[](std::size_t face) const;
 
  private:
   friend class MeshTopology;
-  Faces(const ovo::Array<std::int32_t>& counts, const ovo::Array<std::int32_t>& indices) : counts_(counts), indices_(indices) {}
+  Faces(const ovo::Array<std::int32_t>& counts, const ovo::Array<std::int32_t>& indices)
+      : counts_(counts), indices_(indices) {}
   ovo::Array<std::int32_t> counts_, indices_;
 };
 
-/// The edges of a mesh, each once, sorted by their smaller and then by their larger point. Sides that join a point to itself, or
-/// name no point of the mesh, are no edges. A face of two vertices has one edge, on which it counts once.
+/// The edges of a mesh, each once, sorted by their smaller and then by their larger point. Sides
+/// that join a point to itself, or name no point of the mesh, are no edges. A face of two vertices
+/// has one edge, on which it counts once.
 class VELA_API MeshTopology::Edges {
  public:
   struct Edge {
-    std::int32_t a = 0, b = 0;   ///< points, a < b
-    std::int32_t faceCount = 0;  ///< face sides along it: 1 on a border, 2 inside a manifold surface
+    std::int32_t a = 0, b = 0;  ///< points, a < b
+    std::int32_t faceCount =
+        0;  ///< face sides along it: 1 on a border, 2 inside a manifold surface
 
-    friend bool operator==(const Edge& l, const Edge& r) { return l.a == r.a && l.b == r.b && l.faceCount == r.faceCount; }
+    friend bool operator==(const Edge& l, const Edge& r) {
+      return l.a == r.a && l.b == r.b && l.faceCount == r.faceCount;
+    }
     friend bool operator!=(const Edge& l, const Edge& r) { return !(l == r); }
   };
   using const_iterator = std::vector<Edge>::const_iterator;

@@ -64,7 +64,8 @@ TEST(MeshTopology, FacesThatPassTheEndOfTheIndicesAreEmptyRuns) {
       if (m.usable(count)) {
         EXPECT_EQ(face.size(), static_cast<std::size_t>(m.counts[count]));
       }
-      for (std::size_t k = 0; k < face.size(); ++k) EXPECT_EQ(face[k], m.indices[face.firstVertex() + k]);
+      for (std::size_t k = 0; k < face.size(); ++k)
+        EXPECT_EQ(face[k], m.indices[face.firstVertex() + k]);
       ++count;
     }
     EXPECT_EQ(count, m.counts.size());
@@ -78,7 +79,8 @@ TEST(MeshTopology, EdgesAreUniqueAndUndirected) {
   t.vertsPerFace = {3, 3, 4};
   t.faceVertPointIndices = {0, 1, 2, 2, 1, 3, 3, 4, 2, 1};
   const auto edges = t.edges();
-  const std::vector<Edge> expected = {{0, 1, 1}, {0, 2, 1}, {1, 2, 3}, {1, 3, 2}, {2, 3, 1}, {2, 4, 1}, {3, 4, 1}};
+  const std::vector<Edge> expected = {{0, 1, 1}, {0, 2, 1}, {1, 2, 3}, {1, 3, 2},
+                                      {2, 3, 1}, {2, 4, 1}, {3, 4, 1}};
   EXPECT_EQ(std::vector<Edge>(edges.begin(), edges.end()), expected);
   EXPECT_EQ(edges[2].faceCount, 3);
 }
@@ -98,7 +100,9 @@ TEST(MeshTopology, ClosedMeshesHaveTheirEulerNumberAndTwoFacesAnEdge) {
     if (!m.closed) continue;
     SCOPED_TRACE(m.name);
     const auto edges = topologyOf(m).edges();
-    EXPECT_EQ(static_cast<int>(m.points.size()) - static_cast<int>(edges.size()) + static_cast<int>(m.counts.size()), m.euler);
+    EXPECT_EQ(static_cast<int>(m.points.size()) - static_cast<int>(edges.size()) +
+                  static_cast<int>(m.counts.size()),
+              m.euler);
     for (const Edge& e : edges) EXPECT_EQ(e.faceCount, 2);
   }
 }
@@ -112,7 +116,9 @@ TEST(MeshTopology, EdgesOfEverySampleMeshAgreeWithAMap) {
       for (std::size_t k = 0; k < (face.size() < 3 ? face.size() / 2 : face.size()); ++k) {
         const int a = face[k], b = face[(k + 1) % face.size()];
         const std::pair<int, int> side(std::min(a, b), std::max(a, b));
-        if (side.first >= 0 && side.second < static_cast<int>(m.points.size()) && side.first != side.second) ++model[side];
+        if (side.first >= 0 && side.second < static_cast<int>(m.points.size()) &&
+            side.first != side.second)
+          ++model[side];
       }
     std::vector<Edge> expected;
     for (const auto& [side, count] : model) expected.push_back({side.first, side.second, count});

@@ -18,15 +18,19 @@ std::int32_t cellsAlong(float extent, float cellSize) {
 }
 
 // In two steps, since three counts may overflow even 64 bits; each is at least 1.
-bool tooManyCells(std::int64_t x, std::int64_t y, std::int64_t z) { return x * y > kMaxCells || x * y * z > kMaxCells; }
+bool tooManyCells(std::int64_t x, std::int64_t y, std::int64_t z) {
+  return x * y > kMaxCells || x * y * z > kMaxCells;
+}
 
-// KEEP(mirrored-cell): a position below the minimum takes the cell of its mirror image; callers rely on finding something
-// there, and the candidates are only candidates.
-// Truncation is floor here: the product is never negative (a box without extent has no cells per unit to speak of).
+// KEEP(mirrored-cell): a position below the minimum takes the cell of its mirror image; callers
+// rely on finding something there, and the candidates are only candidates. Truncation is floor
+// here: the product is never negative (a box without extent has no cells per unit to speak of).
 std::int32_t cellAlong(float p, float min, float cellsPerUnit) {
   const float cell = std::fabs(p - min) * cellsPerUnit;
-  // What converts as it is needs one comparison pair; NaN and what is out of range takes the longer way.
-  return cell >= 0.0f && cell < 2147483648.0f ? static_cast<std::int32_t>(cell) : tarn::truncToInt32(cell);
+  // What converts as it is needs one comparison pair; NaN and what is out of range takes the longer
+  // way.
+  return cell >= 0.0f && cell < 2147483648.0f ? static_cast<std::int32_t>(cell)
+                                              : tarn::truncToInt32(cell);
 }
 
 }  // namespace
@@ -48,7 +52,8 @@ NearestPointQuery::NearestPointQuery(const tarn::Box3<float>& box, float cellSiz
 }
 
 tarn::Vec3<int> NearestPointQuery::cellID(const tarn::Vec3<float>& position) const {
-  return tarn::Vec3<int>(cellAlong(position.x, bounds.min.x, cellsPerUnitX), cellAlong(position.y, bounds.min.y, cellsPerUnitY),
+  return tarn::Vec3<int>(cellAlong(position.x, bounds.min.x, cellsPerUnitX),
+                         cellAlong(position.y, bounds.min.y, cellsPerUnitY),
                          cellAlong(position.z, bounds.min.z, cellsPerUnitZ));
 }
 
@@ -57,16 +62,19 @@ void NearestPointQuery::addPoints(const tarn::Vec3<float>* points, std::size_t c
   count = std::min<std::size_t>(count, kNoPoint);  // a number must stay free to mean "no point"
   const std::size_t cells = static_cast<std::size_t>(cellCountX * cellCountY * cellCountZ);
 
-  // The cell of each point, and how many points each cell has. Compared unsigned, so that coordinates which are no
-  // number at all (they convert to the lowest int) are dropped with those beyond the last cell.
+  // The cell of each point, and how many points each cell has. Compared unsigned, so that
+  // coordinates which are no number at all (they convert to the lowest int) are dropped with those
+  // beyond the last cell.
   std::vector<std::uint32_t> cellOfPoint(count);
   cellStart.assign(cells + 1, 0);
-  const auto nx = static_cast<std::uint32_t>(cellCountX), ny = static_cast<std::uint32_t>(cellCountY),
+  const auto nx = static_cast<std::uint32_t>(cellCountX),
+             ny = static_cast<std::uint32_t>(cellCountY),
              nz = static_cast<std::uint32_t>(cellCountZ);
   std::size_t kept = 0;
   for (std::size_t i = 0; i < count; ++i) {
     const tarn::Vec3<int> id = cellID(points[i]);
-    const auto x = static_cast<std::uint32_t>(id.x), y = static_cast<std::uint32_t>(id.y), z = static_cast<std::uint32_t>(id.z);
+    const auto x = static_cast<std::uint32_t>(id.x), y = static_cast<std::uint32_t>(id.y),
+               z = static_cast<std::uint32_t>(id.z);
     std::uint32_t cell = kNoPoint;
     if (x < nx && y < ny && z < nz) {
       cell = (x * ny + y) * nz + z;
@@ -76,17 +84,19 @@ void NearestPointQuery::addPoints(const tarn::Vec3<float>* points, std::size_t c
     cellOfPoint[i] = cell;
   }
 
-  // Counts become the ends of the cells; filling from the last point to the first then turns them into the starts and
-  // leaves every cell in ascending order.
+  // Counts become the ends of the cells; filling from the last point to the first then turns them
+  // into the starts and leaves every cell in ascending order.
   std::uint32_t end = 0;
   for (std::size_t k = 0; k < cells; ++k) cellStart[k] = end += cellStart[k];
   cellStart[cells] = end;
   pointIds.resize(kept);
   for (std::size_t i = count; i-- > 0;)
-    if (cellOfPoint[i] != kNoPoint) pointIds[--cellStart[cellOfPoint[i]]] = static_cast<std::uint32_t>(i);
+    if (cellOfPoint[i] != kNoPoint)
+      pointIds[--cellStart[cellOfPoint[i]]] = static_cast<std::uint32_t>(i);
 }
 
-void NearestPointQuery::getNeighbours(const tarn::Vec3<float>& position, std::vector<unsigned int>& ids) const {
+void NearestPointQuery::getNeighbours(const tarn::Vec3<float>& position,
+                                      std::vector<unsigned int>& ids) const {
   ids.clear();
   if (pointIds.empty()) return;
   const tarn::Vec3<int> id = cellID(position);
@@ -99,7 +109,8 @@ void NearestPointQuery::getNeighbours(const tarn::Vec3<float>& position, std::ve
   const int y0 = std::max(id.y - 1, 0), y1 = std::min(cellCountY - 1, id.y + 1);
   const int z0 = std::max(id.z - 1, 0), z1 = std::min(cellCountZ - 1, id.z + 1);
 
-  // Cells that follow one another along z are neighbours in pointIds: up to nine runs instead of 27 lists.
+  // Cells that follow one another along z are neighbours in pointIds: up to nine runs instead of 27
+  // lists.
   struct Run {
     std::uint32_t first, last;
   };
@@ -109,12 +120,14 @@ void NearestPointQuery::getNeighbours(const tarn::Vec3<float>& position, std::ve
   for (int x = x0; x <= x1; ++x)
     for (int y = y0; y <= y1; ++y) {
       const auto row = static_cast<std::size_t>((x * cellCountY + y) * cellCountZ);
-      const Run run{cellStart[row + static_cast<std::size_t>(z0)], cellStart[row + static_cast<std::size_t>(z1) + 1]};
+      const Run run{cellStart[row + static_cast<std::size_t>(z0)],
+                    cellStart[row + static_cast<std::size_t>(z1) + 1]};
       runs[runCount++] = run;
       total += run.last - run.first;
     }
   ids.reserve(total);
-  for (int r = 0; r < runCount; ++r) ids.insert(ids.end(), pointIds.data() + runs[r].first, pointIds.data() + runs[r].last);
+  for (int r = 0; r < runCount; ++r)
+    ids.insert(ids.end(), pointIds.data() + runs[r].first, pointIds.data() + runs[r].last);
 }
 
 }  // namespace vela

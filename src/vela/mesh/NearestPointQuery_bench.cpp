@@ -1,14 +1,16 @@
-// Nearest-point candidates beside nanoflann's tree: building and asking, over the same points and positions.
-
-#include "vela/mesh/NearestPointQuery.h"
+// Nearest-point candidates beside nanoflann's tree: building and asking, over the same points and
+// positions.
 
 #include <benchmark/benchmark.h>
 
 #include <cmath>
 #include <limits>
-#include <nanoflann.hpp>
 #include <random>
 #include <vector>
+
+#include <nanoflann.hpp>
+
+#include "vela/mesh/NearestPointQuery.h"
 
 namespace {
 
@@ -36,7 +38,8 @@ struct Cloud {
     return false;
   }
 };
-using Tree = nanoflann::KDTreeSingleIndexAdaptor<nanoflann::L2_Simple_Adaptor<float, Cloud>, Cloud, 3>;
+using Tree =
+    nanoflann::KDTreeSingleIndexAdaptor<nanoflann::L2_Simple_Adaptor<float, Cloud>, Cloud, 3>;
 
 void gridBuild(benchmark::State& state) {
   const auto points = randomPoints(static_cast<std::size_t>(state.range(0)), 1);
@@ -59,7 +62,8 @@ void treeBuild(benchmark::State& state) {
 }
 
 void gridCandidates(benchmark::State& state) {
-  const auto points = randomPoints(static_cast<std::size_t>(state.range(0)), 1), asked = randomPoints(4096, 2);
+  const auto points = randomPoints(static_cast<std::size_t>(state.range(0)), 1),
+             asked = randomPoints(4096, 2);
   vela::NearestPointQuery query(kBox, cellSize(points.size()));
   query.addPoints(points.data(), points.size());
   std::vector<unsigned> ids;
@@ -70,11 +74,13 @@ void gridCandidates(benchmark::State& state) {
     found += ids.size();
   }
   state.SetItemsProcessed(state.iterations());
-  state.counters["candidates"] = static_cast<double>(found) / static_cast<double>(state.iterations());
+  state.counters["candidates"] =
+      static_cast<double>(found) / static_cast<double>(state.iterations());
 }
 
 void gridNearest(benchmark::State& state) {
-  const auto points = randomPoints(static_cast<std::size_t>(state.range(0)), 1), asked = randomPoints(4096, 2);
+  const auto points = randomPoints(static_cast<std::size_t>(state.range(0)), 1),
+             asked = randomPoints(4096, 2);
   vela::NearestPointQuery query(kBox, cellSize(points.size()));
   query.addPoints(points.data(), points.size());
   std::vector<unsigned> ids;

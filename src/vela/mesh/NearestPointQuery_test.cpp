@@ -5,9 +5,10 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <nanoflann.hpp>
 #include <random>
 #include <set>
+
+#include <nanoflann.hpp>
 
 #include "support/SampleMeshes.h"
 
@@ -36,10 +37,12 @@ struct Model {
   std::vector<std::vector<unsigned>> cells;
 
   Model(const Box3<float>& b, float cellSize) : box(b) {
-    for (std::size_t a = 0; a < 3; ++a) n[a] = std::max(1, static_cast<int>(std::floor((b.max[a] - b.min[a]) / cellSize)));
+    for (std::size_t a = 0; a < 3; ++a)
+      n[a] = std::max(1, static_cast<int>(std::floor((b.max[a] - b.min[a]) / cellSize)));
     while (static_cast<long long>(n[0]) * n[1] * n[2] > 1000000)
       for (int& count : n) count = count / 2 + 1;
-    for (std::size_t a = 0; a < 3; ++a) perUnit[a] = static_cast<float>(n[a]) / (b.max[a] - b.min[a]);
+    for (std::size_t a = 0; a < 3; ++a)
+      perUnit[a] = static_cast<float>(n[a]) / (b.max[a] - b.min[a]);
   }
   int cell(const Vec3<float>& p, std::size_t a) const {
     return static_cast<int>(std::floor(std::fabs(p[a] - box.min[a]) * perUnit[a]));
@@ -48,7 +51,8 @@ struct Model {
     cells.assign(static_cast<std::size_t>(n[0] * n[1] * n[2]), {});
     for (unsigned i = 0; i < points.size(); ++i) {
       const int x = cell(points[i], 0), y = cell(points[i], 1), z = cell(points[i], 2);
-      if (x < n[0] && y < n[1] && z < n[2]) cells[static_cast<std::size_t>((x * n[1] + y) * n[2] + z)].push_back(i);
+      if (x < n[0] && y < n[1] && z < n[2])
+        cells[static_cast<std::size_t>((x * n[1] + y) * n[2] + z)].push_back(i);
     }
   }
   std::vector<unsigned> near(const Vec3<float>& p) const {
@@ -57,18 +61,21 @@ struct Model {
     for (int x = std::max(c[0] - 1, 0); x <= std::min(n[0] - 1, c[0] + 1); ++x)
       for (int y = std::max(c[1] - 1, 0); y <= std::min(n[1] - 1, c[1] + 1); ++y)
         for (int z = std::max(c[2] - 1, 0); z <= std::min(n[2] - 1, c[2] + 1); ++z)
-          for (const unsigned i : cells[static_cast<std::size_t>((x * n[1] + y) * n[2] + z)]) out.push_back(i);
+          for (const unsigned i : cells[static_cast<std::size_t>((x * n[1] + y) * n[2] + z)])
+            out.push_back(i);
     return out;
   }
 };
 
-// One point in the middle of every cell of a grid of 4 x 4 x 4 unit cells; point number = cell number.
+// One point in the middle of every cell of a grid of 4 x 4 x 4 unit cells; point number = cell
+// number.
 std::vector<Vec3<float>> cellCentres() {
   std::vector<Vec3<float>> out;
   for (int x = 0; x < 4; ++x)
     for (int y = 0; y < 4; ++y)
       for (int z = 0; z < 4; ++z)
-        out.emplace_back(static_cast<float>(x) + 0.5f, static_cast<float>(y) + 0.5f, static_cast<float>(z) + 0.5f);
+        out.emplace_back(static_cast<float>(x) + 0.5f, static_cast<float>(y) + 0.5f,
+                         static_cast<float>(z) + 0.5f);
   return out;
 }
 
@@ -138,7 +145,8 @@ TEST(NearestPointQuery, InnerCellsSee27CellsAndCornerCellsEight) {
 
 TEST(NearestPointQuery, PointsOfACellComeInAscendingOrder) {
   NearestPointQuery query(boxOf(0, 2), 1.0f);
-  const Vec3<float> points[] = {{1.5f, 0, 0}, {0.5f, 0, 0}, {1.6f, 0, 0}, {0.1f, 0, 0}, {1.1f, 0, 0}};
+  const Vec3<float> points[] = {
+      {1.5f, 0, 0}, {0.5f, 0, 0}, {1.6f, 0, 0}, {0.1f, 0, 0}, {1.1f, 0, 0}};
   query.addPoints(points, 5);
   std::vector<unsigned> ids;
   query.getNeighbours({0, 0, 0}, ids);
@@ -181,10 +189,12 @@ TEST(NearestPointQuery, BeforePointsAreAddedNothingIsFound) {
 }
 
 TEST(NearestPointQuery, WhatIsNoNumberFindsNothingAndIsNotKept) {
-  const float nan = std::numeric_limits<float>::quiet_NaN(), inf = std::numeric_limits<float>::infinity();
+  const float nan = std::numeric_limits<float>::quiet_NaN(),
+              inf = std::numeric_limits<float>::infinity();
   NearestPointQuery query(boxOf(0, 4), 1.0f);
   std::vector<unsigned> ids;
-  const Vec3<float> points[] = {{nan, 1, 1}, {1, inf, 1}, {1, 1, -inf}, {1e30f, 1, 1}, {1, 1, 1}, {1, -3e9f, 1}};
+  const Vec3<float> points[] = {{nan, 1, 1},   {1, inf, 1}, {1, 1, -inf},
+                                {1e30f, 1, 1}, {1, 1, 1},   {1, -3e9f, 1}};
   query.addPoints(points, 6);
   EXPECT_EQ(query.pointIds, std::vector<std::uint32_t>{4});
   for (const Vec3<float>& p : {points[0], points[1], points[2], points[3], points[5]}) {
@@ -194,15 +204,17 @@ TEST(NearestPointQuery, WhatIsNoNumberFindsNothingAndIsNotKept) {
 }
 
 TEST(NearestPointQuery, BoxesAndCellSizesThatMakeNoGridAreHarmless) {
-  const float nan = std::numeric_limits<float>::quiet_NaN(), inf = std::numeric_limits<float>::infinity();
+  const float nan = std::numeric_limits<float>::quiet_NaN(),
+              inf = std::numeric_limits<float>::infinity();
   const auto points = cellCentres();
   std::vector<unsigned> ids;
-  for (const Box3<float>& box :
-       {Box3<float>(), boxOf(1, 1), boxOf(2, 1), boxOf(-inf, inf), boxOf(nan, nan), boxOf(0, 4), boxOf(-3e38f, 3e38f)})
+  for (const Box3<float>& box : {Box3<float>(), boxOf(1, 1), boxOf(2, 1), boxOf(-inf, inf),
+                                 boxOf(nan, nan), boxOf(0, 4), boxOf(-3e38f, 3e38f)})
     for (const float size : {1.0f, 0.0f, -1.0f, 1e-30f, nan, inf}) {
       NearestPointQuery query(box, size);
       EXPECT_GE(query.cellCountX, 1);
-      EXPECT_LE(static_cast<long long>(query.cellCountX) * query.cellCountY * query.cellCountZ, 1000000);
+      EXPECT_LE(static_cast<long long>(query.cellCountX) * query.cellCountY * query.cellCountZ,
+                1000000);
       query.addPoints(points.data(), points.size());
       for (const auto& p : points) query.getNeighbours(p, ids);
       EXPECT_LE(ids.size(), points.size());
@@ -217,7 +229,8 @@ TEST(NearestPointQuery, AgreesWithListsOfCellsOnRandomPoints) {
   std::mt19937 rng(kSeed);
   for (int round = 0; round < 40; ++round) {
     const float size = std::uniform_real_distribution<float>(0.3f, 3.0f)(rng);
-    const Box3<float> box({-3, -1, 2}, {5, 4, std::uniform_real_distribution<float>(2.5f, 9.0f)(rng)});
+    const Box3<float> box({-3, -1, 2},
+                          {5, 4, std::uniform_real_distribution<float>(2.5f, 9.0f)(rng)});
     const auto points = randomPoints(rng, 500, -6, 10);
     Model model(box, size);
     model.add(points);
@@ -245,7 +258,8 @@ TEST(NearestPointQuery, TheNearestPointIsAmongTheCandidatesOfAScanAndOfATree) {
   SCOPED_TRACE(kSeed);
   std::mt19937 rng(kSeed + 1);
   const Cloud cloud{randomPoints(rng, 20000, 0.0f, 9.99f)};
-  nanoflann::KDTreeSingleIndexAdaptor<nanoflann::L2_Simple_Adaptor<float, Cloud>, Cloud, 3> tree(3, cloud);
+  nanoflann::KDTreeSingleIndexAdaptor<nanoflann::L2_Simple_Adaptor<float, Cloud>, Cloud, 3> tree(
+      3, cloud);
   tree.buildIndex();
   NearestPointQuery query(boxOf(0, 10), 1.0f);
   query.addPoints(cloud.points.data(), cloud.points.size());
@@ -254,8 +268,8 @@ TEST(NearestPointQuery, TheNearestPointIsAmongTheCandidatesOfAScanAndOfATree) {
     query.getNeighbours(p, ids);
     ASSERT_FALSE(ids.empty());
     const auto distance = [&](unsigned i) { return (cloud.points[i] - p).lengthSquared(); };
-    const unsigned best =
-        *std::min_element(ids.begin(), ids.end(), [&](unsigned a, unsigned b) { return distance(a) < distance(b); });
+    const unsigned best = *std::min_element(
+        ids.begin(), ids.end(), [&](unsigned a, unsigned b) { return distance(a) < distance(b); });
     float scanned = std::numeric_limits<float>::max();
     for (unsigned i = 0; i < cloud.points.size(); ++i) scanned = std::min(scanned, distance(i));
     ASSERT_EQ(distance(best), scanned);
@@ -281,7 +295,8 @@ TEST(NearestPointQuery, FindsEveryPointOfEverySampleMesh) {
       if (!mesh.broken) {
         EXPECT_NE(std::find(ids.begin(), ids.end(), i), ids.end()) << i;
       }
-      EXPECT_EQ(std::set<unsigned>(ids.begin(), ids.end()).size(), ids.size()) << "none comes twice";
+      EXPECT_EQ(std::set<unsigned>(ids.begin(), ids.end()).size(), ids.size())
+          << "none comes twice";
     }
   }
 }

@@ -46,10 +46,11 @@ void emit(std::vector<int>& triangles, int a, int b, int c) {
   triangles.push_back(c);
 }
 
-// --------------------------------------------------------------------------------------------- exact signs
+// ---- Exact signs
 
-/// Adds one term to a sum of doubles kept as non-overlapping parts, smallest first, so that nothing is ever rounded away.
-/// 64 parts are beyond what the exponent range of products of floats can fill (about 12).
+/// Adds one term to a sum of doubles kept as non-overlapping parts, smallest first, so that nothing
+/// is ever rounded away. 64 parts are beyond what the exponent range of products of floats can fill
+/// (about 12).
 struct ExactSum {
   double part[64];
   int size = 0;
@@ -71,21 +72,23 @@ struct ExactSum {
   [[nodiscard]] int sign() const { return size == 0 ? 0 : part[size - 1] > 0.0 ? 1 : -1; }
 };
 
-/// Sign of the area of a, b, c: 1 when they turn left. A product of two floats is exact in double, so six of them tell all.
+/// Sign of the area of a, b, c: 1 when they turn left. A product of two floats is exact in double,
+/// so six of them tell all.
 int orientationExact(const Point2& a, const Point2& b, const Point2& c) {
   const double ax = static_cast<double>(a.x), ay = static_cast<double>(a.y);
   const double bx = static_cast<double>(b.x), by = static_cast<double>(b.y);
   const double cx = static_cast<double>(c.x), cy = static_cast<double>(c.y);
   ExactSum sum;
-  for (const double term : {ax * by, -(ay * bx), bx * cy, -(by * cx), cx * ay, -(cy * ax)}) sum.add(term);
+  for (const double term : {ax * by, -(ay * bx), bx * cy, -(by * cx), cx * ay, -(cy * ax)})
+    sum.add(term);
   return sum.sign();
 }
 
 int orientation(const Point2& a, const Point2& b, const Point2& c) {
-  const double left =
-      (static_cast<double>(a.x) - static_cast<double>(c.x)) * (static_cast<double>(b.y) - static_cast<double>(c.y));
-  const double right =
-      (static_cast<double>(a.y) - static_cast<double>(c.y)) * (static_cast<double>(b.x) - static_cast<double>(c.x));
+  const double left = (static_cast<double>(a.x) - static_cast<double>(c.x)) *
+                      (static_cast<double>(b.y) - static_cast<double>(c.y));
+  const double right = (static_cast<double>(a.y) - static_cast<double>(c.y)) *
+                       (static_cast<double>(b.x) - static_cast<double>(c.x));
   const double det = left - right;
   // Shewchuk's bound for this expression, (3 + 16 eps) eps with eps = 2^-53, rounded up.
   const double bound = 3.3306690738754731e-16 * (std::fabs(left) + std::fabs(right));
@@ -94,15 +97,17 @@ int orientation(const Point2& a, const Point2& b, const Point2& c) {
   return orientationExact(a, b, c);
 }
 
-// --------------------------------------------------------------------------------------------- the exact clipper
+// ---- The exact clipper
 
 /// Cuts ears off one projected polygon.
 ///
-/// What carries it: the signed indicators of the triangles always add up to the winding number, so as long as no triangle is
-/// turned over, a polygon that winds at most once around any point is covered exactly once. Cutting a corner of no area never
-/// changes a winding number. A simple polygon has an ear with nothing else in its closed triangle. A polygon that touches
-/// itself is the limit of simple ones; the ears of those end as corners of no area or as triangles that no edge enters. So
-/// one of the steps below applies until a polygon is used up, unless it truly crosses itself.
+/// What carries it: the signed indicators of the triangles always add up to the winding number, so
+/// as long as no triangle is turned over, a polygon that winds at most once around any point is
+/// covered exactly once. Cutting a corner of no area never changes a winding number. A simple
+/// polygon has an ear with nothing else in its closed triangle. A polygon that touches itself is
+/// the limit of simple ones; the ears of those end as corners of no area or as triangles that no
+/// edge enters. So one of the steps below applies until a polygon is used up, unless it truly
+/// crosses itself.
 class Clipper {
  public:
   Clipper(const Point2* points, int count, int side, std::vector<int>& triangles)
@@ -122,7 +127,8 @@ class Clipper {
   }
 
   void run() {
-    // Steps a corner may be cut by, tried in this order; each is given a full lap before the next is allowed.
+    // Steps a corner may be cut by, tried in this order; each is given a full lap before the next
+    // is allowed.
     enum Step { kEar, kTouchingEar, kStraight, kForced };
     int step = kEar, failures = 0, corner = 0;
     for (int remaining = count_; remaining > 2;) {
@@ -132,7 +138,8 @@ class Clipper {
       if (turn == 0)
         cut = step >= kStraight || !liesBetween(corner, p, n);
       else if (turn > 0)
-        cut = step >= kForced || (step >= kTouchingEar ? !anyEdgeEnters(p, corner, n) : isEar(p, corner, n));
+        cut = step >= kForced ||
+              (step >= kTouchingEar ? !anyEdgeEnters(p, corner, n) : isEar(p, corner, n));
       else
         cut = step > kForced;
 
@@ -144,7 +151,8 @@ class Clipper {
         step = kEar;
         failures = 0;
       } else if (++failures >= (crossesItself_ ? std::min(remaining, kPatience) : remaining)) {
-        // Once a polygon is known to cross itself there is nothing to be proved: straight to the forced cut.
+        // Once a polygon is known to cross itself there is nothing to be proved: straight to the
+        // forced cut.
         step = crossesItself_ && step < kForced ? static_cast<int>(kForced) : step + 1;
         failures = 0;
       }
@@ -154,9 +162,12 @@ class Clipper {
 
  private:
   static constexpr int kCurveFrom = 64;  ///< below, scanning all corners is faster than the curve
-  static constexpr int kPatience = 64;   ///< corners looked at before a forced cut, so that tangles take linear time
+  static constexpr int kPatience =
+      64;  ///< corners looked at before a forced cut, so that tangles take linear time
 
-  int orientation_(int a, int b, int c) const { return side_ * orientation(points_[a], points_[b], points_[c]); }
+  int orientation_(int a, int b, int c) const {
+    return side_ * orientation(points_[a], points_[b], points_[c]);
+  }
 
   void unlink(int c) {
     next_[prev_[c]] = next_[c];
@@ -168,19 +179,24 @@ class Clipper {
     }
   }
 
-  /// For three corners on a line: true when c is strictly between the two others. False for coinciding corners and spikes.
+  /// For three corners on a line: true when c is strictly between the two others. False for
+  /// coinciding corners and spikes.
   bool liesBetween(int c, int p, int n) const {
     const Point2 &a = points_[p], &b = points_[c], &d = points_[n];
-    return (a.x < b.x && b.x < d.x) || (d.x < b.x && b.x < a.x) || (a.y < b.y && b.y < d.y) || (d.y < b.y && b.y < a.y);
+    return (a.x < b.x && b.x < d.x) || (d.x < b.x && b.x < a.x) || (a.y < b.y && b.y < d.y) ||
+           (d.y < b.y && b.y < a.y);
   }
 
   struct Extent {
     float minX, minY, maxX, maxY;
-    bool has(const Point2& q) const { return q.x >= minX && q.x <= maxX && q.y >= minY && q.y <= maxY; }
+    bool has(const Point2& q) const {
+      return q.x >= minX && q.x <= maxX && q.y >= minY && q.y <= maxY;
+    }
   };
   Extent extent(int p, int c, int n) const {
     const Point2 &a = points_[p], &b = points_[c], &d = points_[n];
-    return {std::min({a.x, b.x, d.x}), std::min({a.y, b.y, d.y}), std::max({a.x, b.x, d.x}), std::max({a.y, b.y, d.y})};
+    return {std::min({a.x, b.x, d.x}), std::min({a.y, b.y, d.y}), std::max({a.x, b.x, d.x}),
+            std::max({a.y, b.y, d.y})};
   }
 
   bool isInClosedTriangle(int q, int p, int c, int n) const {
@@ -198,11 +214,13 @@ class Clipper {
         if (blocks(q)) return false;
       return true;
     }
-    // Whatever lies in the box lies on the curve between the codes of the box's low and high corner.
+    // Whatever lies in the box lies on the curve between the codes of the box's low and high
+    // corner.
     const std::uint32_t low = code({box.minX, box.minY}), high = code({box.maxX, box.maxY});
     int down = curve_[c].before, up = curve_[c].after;
     while (true) {
-      const bool goesDown = down >= 0 && curve_[down].code >= low, goesUp = up >= 0 && curve_[up].code <= high;
+      const bool goesDown = down >= 0 && curve_[down].code >= low,
+                 goesUp = up >= 0 && curve_[up].code <= high;
       if (!goesDown && !goesUp) return true;
       if (goesDown) {
         if (blocks(down)) return false;
@@ -235,7 +253,8 @@ class Clipper {
     return false;
   }
 
-  // The curve: all remaining corners in a list sorted by the Z-order code of their place in the polygon's extent.
+  // The curve: all remaining corners in a list sorted by the Z-order code of their place in the
+  // polygon's extent.
   struct Place {
     std::uint32_t code = 0;
     int before = -1, after = -1;
@@ -250,7 +269,8 @@ class Clipper {
       x = (x | (x << 2)) & 0x33333333u;
       return (x | (x << 1)) & 0x55555555u;
     };
-    return spread((static_cast<double>(q.x) - lowX_) * scale_) | (spread((static_cast<double>(q.y) - lowY_) * scale_) << 1);
+    return spread((static_cast<double>(q.x) - lowX_) * scale_) |
+           (spread((static_cast<double>(q.y) - lowY_) * scale_) << 1);
   }
 
   void threadCurve() {
@@ -271,8 +291,9 @@ class Clipper {
       order[static_cast<std::size_t>(i)] = i;
       curve_[i].code = code(points_[i]);
     }
-    std::sort(order.begin(), order.end(),
-              [this](int a, int b) { return curve_[a].code != curve_[b].code ? curve_[a].code < curve_[b].code : a < b; });
+    std::sort(order.begin(), order.end(), [this](int a, int b) {
+      return curve_[a].code != curve_[b].code ? curve_[a].code < curve_[b].code : a < b;
+    });
     for (std::size_t k = 1; k < order.size(); ++k) {
       curve_[order[k]].before = order[k - 1];
       curve_[order[k - 1]].after = order[k];
@@ -296,8 +317,10 @@ int windingSign(const Point2* points, int count) {
   double area = 0.0, magnitude = 0.0;
   const double ox = static_cast<double>(points[0].x), oy = static_cast<double>(points[0].y);
   for (int i = 1; i + 1 < count; ++i) {
-    const double ax = static_cast<double>(points[i].x) - ox, ay = static_cast<double>(points[i].y) - oy;
-    const double bx = static_cast<double>(points[i + 1].x) - ox, by = static_cast<double>(points[i + 1].y) - oy;
+    const double ax = static_cast<double>(points[i].x) - ox,
+                 ay = static_cast<double>(points[i].y) - oy;
+    const double bx = static_cast<double>(points[i + 1].x) - ox,
+                 by = static_cast<double>(points[i + 1].y) - oy;
     area += ax * by - bx * ay;
     magnitude += std::fabs(ax * by) + std::fabs(bx * ay);
   }
@@ -315,13 +338,16 @@ int windingSign(const Point2* points, int count) {
 }
 
 /// Fills the projected corners; false when a coordinate is not finite.
-bool projectAlongWidestAxis(const tarn::Vec3<float>* points, const int* indices, int count, Scratch<Point2>& flat) {
-  // Newell normal about the first corner, in double: sizes from 1e-38 to 1e38 neither vanish nor overflow when squared.
+bool projectAlongWidestAxis(const tarn::Vec3<float>* points, const int* indices, int count,
+                            Scratch<Point2>& flat) {
+  // Newell normal about the first corner, in double: sizes from 1e-38 to 1e38 neither vanish nor
+  // overflow when squared.
   const tarn::Vec3<double> origin(points[indices[0]]);
   tarn::Vec3<double> normal;
   bool finite = true;
   for (int i = 0; i < count; ++i) {
-    const tarn::Vec3<float>&p = points[indices[i]], &q = points[indices[i + 1 == count ? 0 : i + 1]];
+    const tarn::Vec3<float>&p = points[indices[i]],
+          &q = points[indices[i + 1 == count ? 0 : i + 1]];
     finite = finite && std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z);
     normal += tarn::cross(tarn::Vec3<double>(p) - origin, tarn::Vec3<double>(q) - origin);
   }
@@ -336,9 +362,11 @@ bool projectAlongWidestAxis(const tarn::Vec3<float>* points, const int* indices,
 
 /// Four corners by either diagonal; the one from corner 0 unless only the other is right.
 void cutQuad(const Scratch<Point2>& flat, int side, std::vector<int>& triangles) {
-  const int o012 = side * orientation(flat[0], flat[1], flat[2]), o023 = side * orientation(flat[0], flat[2], flat[3]);
+  const int o012 = side * orientation(flat[0], flat[1], flat[2]),
+            o023 = side * orientation(flat[0], flat[2], flat[3]);
   if (!(o012 > 0 && o023 > 0)) {
-    const int o123 = side * orientation(flat[1], flat[2], flat[3]), o130 = side * orientation(flat[1], flat[3], flat[0]);
+    const int o123 = side * orientation(flat[1], flat[2], flat[3]),
+              o130 = side * orientation(flat[1], flat[3], flat[0]);
     const bool otherIsProper = o123 > 0 && o130 > 0;
     const bool otherIsLess = !(o012 >= 0 && o023 >= 0) && o123 >= 0 && o130 >= 0;
     if (otherIsProper || otherIsLess) {
@@ -349,10 +377,11 @@ void cutQuad(const Scratch<Point2>& flat, int side, std::vector<int>& triangles)
   triangles.assign({0, 1, 2, 0, 2, 3});
 }
 
-// --------------------------------------------------------------------------------------------- ears with a tolerance
+// ---- Ears with a tolerance
 
-// KEEP(triangulate-absolute-tolerance): a blocker counts by more than this, in the fourth power of a length. Models that
-// hosts have pinned hits on are cut so; triangulatePolygon is the one without a tolerance.
+// KEEP(triangulate-absolute-tolerance): a blocker counts by more than this, in the fourth power of
+// a length. Models that hosts have pinned hits on are cut so; triangulatePolygon is the one without
+// a tolerance.
 constexpr float kTolerance = 0.0001f;
 
 /// A corner with its neighbours, and what its test needs that does not depend on the other corner.
@@ -377,8 +406,9 @@ struct Ear {
 
 #if defined(__SSE2__)
 
-/// The corners that are left, four at a time: whether any of them blocks an ear does not depend on their order. An ear's own corners
-/// may be among them: for each of them one of the products is exactly 0. Corners that are gone are NaN, which blocks nothing.
+/// The corners that are left, four at a time: whether any of them blocks an ear does not depend on
+/// their order. An ear's own corners may be among them: for each of them one of the products is
+/// exactly 0. Corners that are gone are NaN, which blocks nothing.
 class Remaining {
  public:
   static constexpr int kFrom = 24;  ///< below, walking from corner to corner is as fast
@@ -452,8 +482,10 @@ class Remaining {
           tolerance(_mm_set1_ps(kTolerance)) {}
 
     // side * (dx * (q.y - y) - (q.x - x) * dy) > tolerance
-    [[nodiscard]] __m128 isInside(__m128 side, __m128 dx, __m128 dy, __m128 x, __m128 y, __m128 qx, __m128 qy) const {
-      const __m128 area = _mm_sub_ps(_mm_mul_ps(dx, _mm_sub_ps(qy, y)), _mm_mul_ps(_mm_sub_ps(qx, x), dy));
+    [[nodiscard]] __m128 isInside(__m128 side, __m128 dx, __m128 dy, __m128 x, __m128 y, __m128 qx,
+                                  __m128 qy) const {
+      const __m128 area =
+          _mm_sub_ps(_mm_mul_ps(dx, _mm_sub_ps(qy, y)), _mm_mul_ps(_mm_sub_ps(qx, x), dy));
       return _mm_cmpgt_ps(_mm_mul_ps(side, area), tolerance);
     }
 
@@ -495,7 +527,8 @@ class Remaining {
 
 }  // namespace
 
-void Triangulate(const tarn::Vec3<float>* points, const int* indices, int count, std::vector<int>& triangles) {
+void Triangulate(const tarn::Vec3<float>* points, const int* indices, int count,
+                 std::vector<int>& triangles) {
   using tarn::Vec3;
   if (count == 3) {
     triangles.assign({0, 1, 2});
@@ -562,7 +595,8 @@ void Triangulate(const tarn::Vec3<float>* points, const int* indices, int count,
     if (isEar && atOnce)
       isEar = !left->anyBlocks(ear, after);
     else if (isEar)
-      for (int other = next[after]; other != before && isEar; other = next[other]) isEar = !ear.isBlockedBy(flat[other]);
+      for (int other = next[after]; other != before && isEar; other = next[other])
+        isEar = !ear.isBlockedBy(flat[other]);
 
     if (isEar) {
       *out++ = before;
@@ -581,7 +615,8 @@ void Triangulate(const tarn::Vec3<float>* points, const int* indices, int count,
   triangles.resize(static_cast<std::size_t>(out - triangles.data()));
 }
 
-void triangulatePolygon(const tarn::Vec3<float>* points, const int* indices, int count, std::vector<int>& triangles) {
+void triangulatePolygon(const tarn::Vec3<float>* points, const int* indices, int count,
+                        std::vector<int>& triangles) {
   if (count == 3) {
     triangles.assign({0, 1, 2});
     return;

@@ -1,10 +1,8 @@
 // Polygons cut into triangles beside mapbox earcut, where scripts/setup work has fetched it.
 //
-// Each case runs all candidates in turns and takes the medians; what counts are the ratios to earcut's own fastest way, its object
-// used again and again. The peer is given flat points in double, which is what it takes; ours project the points of a
-// tilted polygon first.
-
-#include "vela/mesh/Triangulate.h"
+// Each case runs all candidates in turns and takes the medians; what counts are the ratios to
+// earcut's own fastest way, its object used again and again. The peer is given flat points in
+// double, which is what it takes; ours project the points of a tilted polygon first.
 
 #include <benchmark/benchmark.h>
 
@@ -17,6 +15,7 @@
 #include <vector>
 
 #include "vela/mesh/BenchClock.h"
+#include "vela/mesh/Triangulate.h"
 
 #if __has_include(<mapbox/earcut.hpp>)
 #include <mapbox/earcut.hpp>
@@ -45,7 +44,9 @@ Polygon make(Shape shape, int corners) {
   std::uniform_real_distribution<double> radius(0.3, 1.0);
   for (int i = 0; i < corners; ++i) {
     const double angle = 2 * 3.141592653589793 * i / corners;
-    const double r = 10 * (shape == kConvex ? 1.0 : shape == kStar ? (i % 2 ? 0.5 : 1.0) : radius(random));
+    const double r = 10 * (shape == kConvex ? 1.0
+                           : shape == kStar ? (i % 2 ? 0.5 : 1.0)
+                                            : radius(random));
     const double x = r * std::cos(angle), y = r * std::sin(angle);
     made.flat[0].push_back({x, y});
     made.points.emplace_back(Vec3<double>(x, 0.8 * y, 0.6 * y));
@@ -57,7 +58,8 @@ Polygon make(Shape shape, int corners) {
 void polygons(benchmark::State& state) {
   const int corners = static_cast<int>(state.range(1));
   const Polygon polygon = make(static_cast<Shape>(state.range(0)), corners);
-  state.SetLabel(std::array<const char*, 3>{"convex", "star", "random radius"}[static_cast<std::size_t>(state.range(0))]);
+  state.SetLabel(std::array<const char*, 3>{
+      "convex", "star", "random radius"}[static_cast<std::size_t>(state.range(0))]);
   const int repeats = std::max(1, 20000 / corners);
   std::vector<int> triangles;
   std::array<std::vector<double>, 4> times;

@@ -35,7 +35,7 @@ Points flat(std::initializer_list<std::pair<float, float>> corners) {
   return points;
 }
 
-// ------------------------------------------------------------------------------------------------ Triangulate
+// ---- Triangulate
 
 TEST(Triangulate, TriangleComesBackAsItIs) {
   EXPECT_EQ(cutWith(Triangulate, flat({{0, 0}, {1, 0}, {0, 1}})), Triples({0, 1, 2}));
@@ -62,7 +62,8 @@ TEST(Triangulate, FewerThanThreeCornersGiveNothing) {
 }
 
 TEST(Triangulate, ConvexPentagonIsAFanAroundItsLastCorner) {
-  const Points pentagon = flat({{1, 0}, {0.31f, 0.95f}, {-0.81f, 0.59f}, {-0.81f, -0.59f}, {0.31f, -0.95f}});
+  const Points pentagon =
+      flat({{1, 0}, {0.31f, 0.95f}, {-0.81f, 0.59f}, {-0.81f, -0.59f}, {0.31f, -0.95f}});
   EXPECT_EQ(cutWith(Triangulate, pentagon), Triples({4, 0, 1, 4, 1, 2, 4, 2, 3}));
 }
 
@@ -79,15 +80,15 @@ TEST(Triangulate, BlockedCornerIsPassedOver) {
   EXPECT_EQ(cutWith(Triangulate, shape), Triples({0, 1, 2, 0, 2, 3, 0, 3, 4, 0, 4, 5}));
 }
 
-// Corner 3 lies on the line from 5 to 1: no blocker. Two ears later only a turned corner is left, and the cut stops one
-// triangle short.
+// Corner 3 lies on the line from 5 to 1: no blocker. Two ears later only a turned corner is left,
+// and the cut stops one triangle short.
 TEST(Triangulate, CornerOnAnEdgeOfTheEarDoesNotBlockAndTheRestIsGivenUp) {
   const Points shape = flat({{0, 0}, {20, 0}, {20, 10}, {10, 10}, {10, 20}, {0, 20}});
   EXPECT_EQ(cutWith(Triangulate, shape), Triples({5, 0, 1, 5, 1, 2, 3, 4, 5}));
 }
 
-// KEEP(triangulate-absolute-tolerance): the same shape at a hundredth of the size loses its blockers, and the first ear
-// runs over the notch.
+// KEEP(triangulate-absolute-tolerance): the same shape at a hundredth of the size loses its
+// blockers, and the first ear runs over the notch.
 TEST(Triangulate, SmallConcavePolygonLosesItsBlockers) {
   Points shape = flat({{0, 0}, {20, 0}, {20, 10}, {5, 5}, {10, 20}, {0, 20}});
   const Triples large = cutWith(Triangulate, shape);
@@ -130,14 +131,16 @@ Triples plainEars(const Points& points) {
     normal.z += (a.x - b.x) * (a.y + b.y);
   }
   normal = normal.normalized();
-  const Vec3<float> d = points[0] - mean, u = (d - normal * dot(d, normal)).normalized(), v = cross(normal, u);
+  const Vec3<float> d = points[0] - mean, u = (d - normal * dot(d, normal)).normalized(),
+                    v = cross(normal, u);
   std::vector<float> x, y;
   for (const Vec3<float>& p : points) {
     x.push_back(dot(p - mean, u));
     y.push_back(dot(p - mean, v));
   }
   float area = 0;
-  for (std::size_t i = 0; i < count; ++i) area += x[(i + count - 1) % count] * y[i] - x[i] * y[(i + count - 1) % count];
+  for (std::size_t i = 0; i < count; ++i)
+    area += x[(i + count - 1) % count] * y[i] - x[i] * y[(i + count - 1) % count];
   area = 0.5f * area;
 
   Triples out;
@@ -145,7 +148,8 @@ Triples plainEars(const Points& points) {
   std::iota(left.begin(), left.end(), std::size_t{0});
   std::size_t at = 0, failures = 0;
   while (left.size() > 2 && failures < left.size()) {
-    const std::size_t r = left.size(), p = left[(at + r - 1) % r], c = left[at], e = left[(at + 1) % r];
+    const std::size_t r = left.size(), p = left[(at + r - 1) % r], c = left[at],
+                      e = left[(at + 1) % r];
     const float turn = (y[p] - y[c]) * (x[e] - x[c]) - (x[p] - x[c]) * (y[e] - y[c]);
     bool isEar = turn * area >= 0;
     for (std::size_t k = 2; k + 1 < r && isEar; ++k) {
@@ -171,7 +175,8 @@ Triples plainEars(const Points& points) {
   return out;
 }
 
-// Corners are tested four at a time above some size, and closed up as they go: the triples must not know.
+// Corners are tested four at a time above some size, and closed up as they go: the triples must not
+// know.
 TEST(Triangulate, PolygonsOfEverySizeAndShapeAreCutAsTheRuleSays) {
   const unsigned seed = 20261121;
   SCOPED_TRACE(seed);
@@ -183,7 +188,9 @@ TEST(Triangulate, PolygonsOfEverySizeAndShapeAreCutAsTheRuleSays) {
       const double size = kind == 5 ? 0.05 : kind == 6 ? 1e6 : 3.0;
       for (int i = 0; i < count; ++i) {
         const double angle = 6.283185307179586 * i / count;
-        double radius = kind == 0 ? 1.0 : kind == 1 ? (i % 2 ? 0.4 : 1.0) : 0.2 + 0.8 * unit(random);
+        double radius = kind == 0   ? 1.0
+                        : kind == 1 ? (i % 2 ? 0.4 : 1.0)
+                                    : 0.2 + 0.8 * unit(random);
         if (kind == 3) radius = 1.0 - 0.9 * i / count;  // a coil
         double px = size * radius * std::cos(angle), py = size * radius * std::sin(angle);
         if (kind == 4) px = size * unit(random), py = size * unit(random);  // a tangle
@@ -192,17 +199,20 @@ TEST(Triangulate, PolygonsOfEverySizeAndShapeAreCutAsTheRuleSays) {
       }
       if (count % 5 == 0) points[static_cast<std::size_t>(count) / 2] = points[1];
       if (count % 17 == 0) points[3].y = std::numeric_limits<float>::infinity();
-      ASSERT_EQ(cutWith(Triangulate, points), plainEars(points)) << count << " corners, kind " << kind;
+      ASSERT_EQ(cutWith(Triangulate, points), plainEars(points))
+          << count << " corners, kind " << kind;
       for (Vec3<float>& p : points) p.x = -p.x;
-      ASSERT_EQ(cutWith(Triangulate, points), plainEars(points)) << count << " corners, kind " << kind << ", mirrored";
+      ASSERT_EQ(cutWith(Triangulate, points), plainEars(points))
+          << count << " corners, kind " << kind << ", mirrored";
     }
 }
 
 TEST(Triangulate, CornersAllInOnePointAreCutBecauseNothingIsConcave) {
-  EXPECT_EQ(cutWith(Triangulate, Points(5, Vec3<float>(1, 2, 3))), Triples({4, 0, 1, 4, 1, 2, 4, 2, 3}));
+  EXPECT_EQ(cutWith(Triangulate, Points(5, Vec3<float>(1, 2, 3))),
+            Triples({4, 0, 1, 4, 1, 2, 4, 2, 3}));
 }
 
-// ------------------------------------------------------------------------------------- triangulatePolygon
+// ---- TriangulatePolygon
 
 struct Case {
   std::string name;
@@ -237,13 +247,17 @@ std::vector<Case> readCorpus() {
 
 // Twice the area in long double, seen along `axis`; the 64 bits hold what the corpus has.
 long double area2(const Points& p, int axis, int a, int b, int c) {
-  const auto u = static_cast<std::size_t>((axis + 1) % 3), v = static_cast<std::size_t>((axis + 2) % 3);
-  const auto at = [&](int i, std::size_t k) { return static_cast<long double>(p[static_cast<std::size_t>(i)][k]); };
-  return (at(b, u) - at(a, u)) * (at(c, v) - at(a, v)) - (at(b, v) - at(a, v)) * (at(c, u) - at(a, u));
+  const auto u = static_cast<std::size_t>((axis + 1) % 3),
+             v = static_cast<std::size_t>((axis + 2) % 3);
+  const auto at = [&](int i, std::size_t k) {
+    return static_cast<long double>(p[static_cast<std::size_t>(i)][k]);
+  };
+  return (at(b, u) - at(a, u)) * (at(c, v) - at(a, v)) -
+         (at(b, v) - at(a, v)) * (at(c, u) - at(a, u));
 }
 
-// What must hold for any input, and, for simple polygons, that nothing is turned over: with areas that add up to the whole
-// that means covered exactly once.
+// What must hold for any input, and, for simple polygons, that nothing is turned over: with areas
+// that add up to the whole that means covered exactly once.
 void check(const Points& points, bool simple, const std::string& name) {
   const int count = static_cast<int>(points.size());
   const Triples triples = cutWith(triangulatePolygon, points);
@@ -251,7 +265,9 @@ void check(const Points& points, bool simple, const std::string& name) {
   for (const int corner : triples) ASSERT_TRUE(corner >= 0 && corner < count) << name;
   for (int i = 0; i + 2 < static_cast<int>(triples.size()); i += 3) {
     const auto k = static_cast<std::size_t>(i);
-    ASSERT_TRUE(triples[k] != triples[k + 1] && triples[k + 1] != triples[k + 2] && triples[k] != triples[k + 2]) << name;
+    ASSERT_TRUE(triples[k] != triples[k + 1] && triples[k + 1] != triples[k + 2] &&
+                triples[k] != triples[k + 2])
+        << name;
   }
 
   int axis = 2;
@@ -277,7 +293,9 @@ void check(const Points& points, bool simple, const std::string& name) {
 }
 
 Points scaled(Points points, int exponent) {
-  for (auto& p : points) p = Vec3<float>(std::ldexp(p.x, exponent), std::ldexp(p.y, exponent), std::ldexp(p.z, exponent));
+  for (auto& p : points)
+    p = Vec3<float>(std::ldexp(p.x, exponent), std::ldexp(p.y, exponent),
+                    std::ldexp(p.z, exponent));
   return points;
 }
 
@@ -316,11 +334,13 @@ TEST(TriangulatePolygon, SizeDoesNotMatter) {
 }
 
 TEST(TriangulatePolygon, ConvexQuadIsSplitFromCornerZero) {
-  EXPECT_EQ(cutWith(triangulatePolygon, flat({{0, 0}, {1, 0}, {1, 1}, {0, 1}})), Triples({0, 1, 2, 0, 2, 3}));
+  EXPECT_EQ(cutWith(triangulatePolygon, flat({{0, 0}, {1, 0}, {1, 1}, {0, 1}})),
+            Triples({0, 1, 2, 0, 2, 3}));
 }
 
 TEST(TriangulatePolygon, ConcaveQuadIsSplitFromItsConcaveCorner) {
-  EXPECT_EQ(cutWith(triangulatePolygon, flat({{-1, -1}, {0, 0.2f}, {1, -1}, {0, 1}})), Triples({1, 2, 3, 1, 3, 0}));
+  EXPECT_EQ(cutWith(triangulatePolygon, flat({{-1, -1}, {0, 0.2f}, {1, -1}, {0, 1}})),
+            Triples({1, 2, 3, 1, 3, 0}));
 }
 
 TEST(TriangulatePolygon, StraightCornersAreSpreadOverTrianglesWithArea) {
@@ -331,14 +351,16 @@ TEST(TriangulatePolygon, StraightCornersAreSpreadOverTrianglesWithArea) {
 }
 
 TEST(TriangulatePolygon, NonFinitePointsGiveAFan) {
-  for (const float bad : {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity()}) {
+  for (const float bad :
+       {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity()}) {
     Points shape = flat({{0, 0}, {1, 0}, {1, 1}, {0.5f, 2}, {0, 1}});
     shape[3].y = bad;
     EXPECT_EQ(cutWith(triangulatePolygon, shape), Triples({0, 1, 2, 0, 2, 3, 0, 3, 4}));
   }
 }
 
-// An outline with random radii is simple by construction, concave all over, and crosses the size from which the curve is used.
+// An outline with random radii is simple by construction, concave all over, and crosses the size
+// from which the curve is used.
 TEST(TriangulatePolygon, RandomOutlinesAreCoveredOnce) {
   const unsigned seed = 20240611;
   SCOPED_TRACE(seed);
@@ -347,7 +369,8 @@ TEST(TriangulatePolygon, RandomOutlinesAreCoveredOnce) {
   for (const int count : {5, 6, 7, 8, 12, 16, 31, 32, 33, 63, 64, 65, 66, 100, 300, 2000}) {
     for (int round = 0; round < (count > 200 ? 3 : 60); ++round) {
       Points points;
-      const double size = std::exp2(std::floor(unit(random) * 120.0 - 60.0)), tilt = unit(random) * 6.0;
+      const double size = std::exp2(std::floor(unit(random) * 120.0 - 60.0)),
+                   tilt = unit(random) * 6.0;
       for (int i = 0; i < count; ++i) {
         const double angle = 6.283185307179586 * i / count, radius = size * (0.05 + unit(random));
         const double x = radius * std::cos(angle), y = radius * std::sin(angle);
@@ -359,21 +382,25 @@ TEST(TriangulatePolygon, RandomOutlinesAreCoveredOnce) {
   }
 }
 
-// On a coarse grid corners coincide, lie on edges and line up all the time. The outline walks around random cells, so that it
-// touches itself but never crosses.
+// On a coarse grid corners coincide, lie on edges and line up all the time. The outline walks
+// around random cells, so that it touches itself but never crosses.
 TEST(TriangulatePolygon, RandomCellOutlinesAreCoveredOnce) {
   const unsigned seed = 77;
   SCOPED_TRACE(seed);
   std::mt19937 random(seed);
   for (int round = 0; round < 400; ++round) {
-    // Grow a region of cells without holes as a tree walk: go around the tree of cells that a random walk visited.
+    // Grow a region of cells without holes as a tree walk: go around the tree of cells that a
+    // random walk visited.
     constexpr int kSize = 7;
     bool taken[kSize][kSize] = {};
     Points outline;
-    const auto corner = [&](int x, int y) { outline.emplace_back(static_cast<float>(x), static_cast<float>(y), 0.0f); };
+    const auto corner = [&](int x, int y) {
+      outline.emplace_back(static_cast<float>(x), static_cast<float>(y), 0.0f);
+    };
     const auto visit = [&](const auto& self, int x, int y, int from) -> void {
       taken[y][x] = true;
-      // Around the cell counter-clockwise, from the corner after the side that was entered by; side 0 is the bottom.
+      // Around the cell counter-clockwise, from the corner after the side that was entered by; side
+      // 0 is the bottom.
       const int cx[4] = {x, x + 1, x + 1, x}, cy[4] = {y, y, y + 1, y + 1};
       const int dx[4] = {0, 1, 0, -1}, dy[4] = {-1, 0, 1, 0};
       for (int k = 1; k <= 3; ++k) {
@@ -397,7 +424,8 @@ TEST(TriangulatePolygon, TanglesAreCutToTheEnd) {
   for (const int count : {4, 5, 6, 9, 40, 70, 500, 5000}) {
     for (int round = 0; round < (count > 100 ? 2 : 100); ++round) {
       Points points;
-      for (int i = 0; i < count; ++i) points.emplace_back(unit(random), unit(random), 0.1f * unit(random));
+      for (int i = 0; i < count; ++i)
+        points.emplace_back(unit(random), unit(random), 0.1f * unit(random));
       check(points, false, "tangle of " + std::to_string(count));
     }
   }
@@ -412,7 +440,8 @@ TEST(TriangulatePolygon, CoordinatesOfEveryMagnitudeAreCutToTheEnd) {
     Points points(count);
     for (auto& p : points)
       for (std::size_t k = 0; k < 3; ++k)
-        p[k] = std::ldexp(static_cast<float>(random() % 15) - 7.0f, static_cast<int>(random() % 250) - 140);
+        p[k] = std::ldexp(static_cast<float>(random() % 15) - 7.0f,
+                          static_cast<int>(random() % 250) - 140);
     EXPECT_EQ(cutWith(triangulatePolygon, points).size(), (count - 2) * 3);
   }
 }

@@ -11,7 +11,8 @@ constexpr int kDefaultSeed = 27;
 
 std::uint32_t u32(int v) { return static_cast<std::uint32_t>(v); }
 
-// Two's complement, as every compiler that builds this has it; the language promises it from C++20 on.
+// Two's complement, as every compiler that builds this has it; the language promises it from C++20
+// on.
 int asInt(std::uint32_t v) { return static_cast<int>(v); }
 
 std::uint32_t linear(int v) { return u32(v) * 1664525u + 1013904223u; }
@@ -29,7 +30,8 @@ void swapWithAny(SamplingRng& rng, std::vector<Index>& order, std::size_t i) {
 }
 
 /// Swaps every entry with any.
-// KEEP(whole-range-swap): an unbiased shuffle would choose from the remaining entries; recorded sequences depend on this one.
+// KEEP(whole-range-swap): an unbiased shuffle would choose from the remaining entries; recorded
+// sequences depend on this one.
 template <class Index>
 void shuffle(SamplingRng& rng, std::vector<Index>& order) {
   for (std::size_t i = 0; i < order.size(); ++i) swapWithAny(rng, order, i);
@@ -38,7 +40,8 @@ void shuffle(SamplingRng& rng, std::vector<Index>& order) {
 }  // namespace
 
 void SamplingRng::setSeed(int seed) {
-  // A start in [1, modulus - 1]. The lowest int has no magnitude; its negation wraps to itself, which is congruent to -1.
+  // A start in [1, modulus - 1]. The lowest int has no magnitude; its negation wraps to itself,
+  // which is congruent to -1.
   std::int32_t state = seed < 0 ? asInt(0u - u32(seed)) : seed;
   if (state < 0) state = kModulus - 1;
   if (state == 0 || state == kModulus) state = 1;
@@ -53,8 +56,9 @@ void SamplingRng::setSeed(int seed) {
 void SamplingRng::resetToDefault() { setSeed(kDefaultSeed); }
 
 void SamplingRng::newValues(int* out, std::size_t count) {
-  // One step waits for the one before it; eight that each jump eight ahead do not wait for one another, and leave the chain through
-  // the table as the only one. The powers are of the multiplier, modulo the modulus.
+  // One step waits for the one before it; eight that each jump eight ahead do not wait for one
+  // another, and leave the chain through the table as the only one. The powers are of the
+  // multiplier, modulo the modulus.
   constexpr std::size_t kLanes = 8;
   std::int32_t ahead[kLanes];
   std::int32_t jump = 1;
@@ -132,14 +136,16 @@ void SamplingRng::generate2dUniformSamples(int nx, int ny, std::vector<tarn::Vec
   const float dy = ny < 2 ? 0.0f : 1.0f / static_cast<float>(ny - 1);
   std::size_t k = 0;
   for (int j = 0; j < ny; ++j)
-    for (int i = 0; i < nx; ++i) out[k++] = {static_cast<float>(i) * dx - 0.5f, static_cast<float>(j) * dy - 0.5f};
+    for (int i = 0; i < nx; ++i)
+      out[k++] = {static_cast<float>(i) * dx - 0.5f, static_cast<float>(j) * dy - 0.5f};
 }
 
 void SamplingRng::generate2dSamples(int nx, int ny, std::vector<tarn::Vec2<float>>& out) {
   out.clear();
   const std::size_t columns = static_cast<std::size_t>(std::max(nx, 1));
   const std::size_t rows = static_cast<std::size_t>(std::max(ny, 1));
-  if (rows > columns) return;  // the permutation below has an entry for each column, and rows choose from it
+  if (rows > columns)
+    return;  // the permutation below has an entry for each column, and rows choose from it
   const std::size_t total = columns * rows;
   out.resize(total);
   const float inv = 1.0f / static_cast<float>(total);
@@ -150,13 +156,15 @@ void SamplingRng::generate2dSamples(int nx, int ny, std::vector<tarn::Vec2<float
   std::vector<tarn::Vec2<float>> grid(total);
 
   // x: a fine stratum inside the column, by row.
-  // KEEP(one-entry-swapped): every draw of a column, and of a row below, moves the same entry, the one with its number. The sets
-  // are not shuffled as well as they could be; recorded sequences depend on it.
+  // KEEP(one-entry-swapped): every draw of a column, and of a row below, moves the same entry, the
+  // one with its number. The sets are not shuffled as well as they could be; recorded sequences
+  // depend on it.
   for (std::size_t i = 0; i < columns; ++i) {
     for (std::size_t draw = 0; draw < rows; ++draw) swapWithAny(*this, fine, i);
     const float column = static_cast<float>(i) / static_cast<float>(columns);
     for (std::size_t j = 0; j < rows; ++j)
-      grid[i * rows + j].x = clamp01((static_cast<float>(fine[j]) + newFloatValue()) * inv + column) - 0.5f;
+      grid[i * rows + j].x =
+          clamp01((static_cast<float>(fine[j]) + newFloatValue()) * inv + column) - 0.5f;
   }
 
   // y: a fine stratum inside the row, by column.
@@ -164,7 +172,8 @@ void SamplingRng::generate2dSamples(int nx, int ny, std::vector<tarn::Vec2<float
     for (std::size_t draw = 0; draw < columns; ++draw) swapWithAny(*this, fine, j);
     const float row = static_cast<float>(j) / static_cast<float>(rows);
     for (std::size_t i = 0; i < columns; ++i)
-      grid[i * rows + j].y = clamp01((static_cast<float>(fine[i]) + newFloatValue()) * inv + row) - 0.5f;
+      grid[i * rows + j].y =
+          clamp01((static_cast<float>(fine[i]) + newFloatValue()) * inv + row) - 0.5f;
   }
 
   // Random order, row after row.

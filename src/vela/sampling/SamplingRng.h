@@ -1,12 +1,13 @@
 /// \file
-/// Reproducible random numbers for sampling: one small generator, its seed hashing, and the sample sets made from it.
+/// Reproducible random numbers for sampling: one small generator, its seed hashing, and the sample
+/// sets made from it.
 ///
-/// Holds for the whole file: a sequence depends on nothing but the seed and the order of calls; it is the same on every
-/// platform, and so is every float made from it (single precision, operations in one fixed order). Integers are in
-/// [1, 2147483646], floats and doubles in [0, 1). Nothing throws but allocation. A generator belongs to one thread; give each
-/// pixel, or each thread, its own.
-/// Source: Park and Miller, Random Number Generators: Good Ones Are Hard to Find, CACM 31(10), 1988, with the shuffle of Bays and
-/// Durham, ACM TOMS 2(1), 1976.
+/// Holds for the whole file: a sequence depends on nothing but the seed and the order of calls; it
+/// is the same on every platform, and so is every float made from it (single precision, operations
+/// in one fixed order). Integers are in [1, 2147483646], floats and doubles in [0, 1). Nothing
+/// throws but allocation. A generator belongs to one thread; give each pixel, or each thread, its
+/// own. Source: Park and Miller, Random Number Generators: Good Ones Are Hard to Find, CACM 31(10),
+/// 1988, with the shuffle of Bays and Durham, ACM TOMS 2(1), 1976.
 #pragma once
 
 #include <cstddef>
@@ -23,8 +24,8 @@ class VELA_API SamplingRng {
  public:
   SamplingRng(int seed = 27) { setSeed(seed); }
 
-  /// Starts the sequence of `seed`. Any value is a seed: 0 stands for 1, a negative one for its magnitude; 2147483647, which
-  /// the generator would never leave, stands for 1 too.
+  /// Starts the sequence of `seed`. Any value is a seed: 0 stands for 1, a negative one for its
+  /// magnitude; 2147483647, which the generator would never leave, stands for 1 too.
   void setSeed(int seed);
   /// The same as setSeed(27).
   void resetToDefault();
@@ -35,17 +36,19 @@ class VELA_API SamplingRng {
   float newFloatValue() { return MakeFloat(newValue()); }
   /// MakeDouble of the next integer.
   double newDoubleValue() { return MakeDouble(newValue()); }
-  /// Fills `out` (`count` of them) with what as many calls of newValue would have returned, in that order, at twice the rate.
+  /// Fills `out` (`count` of them) with what as many calls of newValue would have returned, in that
+  /// order, at twice the rate.
   void newValues(int* out, std::size_t count);
 
   /// What the last newValue returned, without advancing.
   [[nodiscard]] int value() const { return value_; }
 
-  /// Steps the congruential generator alone and returns its state; the shuffle table and value() stay. A seed for another
-  /// generator.
+  /// Steps the congruential generator alone and returns its state; the shuffle table and value()
+  /// stay. A seed for another generator.
   int scrambleSeed();
 
-  /// A seed that differs in about half its bits for neighbouring arguments. Not a bijection for three and four arguments.
+  /// A seed that differs in about half its bits for neighbouring arguments. Not a bijection for
+  /// three and four arguments.
   [[nodiscard]] static int BuildHashedSeed(int x);
   [[nodiscard]] static int BuildHashedSeed(int a, int b, int c);
   [[nodiscard]] static int BuildHashedSeed(int a, int b, int c, int d);
@@ -55,16 +58,19 @@ class VELA_API SamplingRng {
   /// v / (2^31 - 1), at most 0.9999999999999998. A negative v gives a negative result.
   [[nodiscard]] static double MakeDouble(int v);
 
-  /// `count` stratified samples of [0, 1) in random order: one in each [i / count, (i + 1) / count), up to the rounding of the
-  /// last operation. `out` is refilled; a count below 1 empties it and takes no number from the sequence.
+  /// `count` stratified samples of [0, 1) in random order: one in each [i / count, (i + 1) /
+  /// count), up to the rounding of the last operation. `out` is refilled; a count below 1 empties
+  /// it and takes no number from the sequence.
   void generate1dSamples(int count, std::vector<float>& out);
 
-  /// nx * ny multi-jittered samples of [-0.5, 0.5] squared in random order. A count below 1 counts as 1. Defined for ny up to
-  /// nx: with more rows than columns `out` is left empty and no number is taken from the sequence.
+  /// nx * ny multi-jittered samples of [-0.5, 0.5] squared in random order. A count below 1 counts
+  /// as 1. Defined for ny up to nx: with more rows than columns `out` is left empty and no number
+  /// is taken from the sequence.
   void generate2dSamples(int nx, int ny, std::vector<tarn::Vec2<float>>& out);
 
-  /// nx * ny points of a regular grid over [-0.5, 0.5] squared, both ends included, x fastest; a direction with a single
-  /// point has it at -0.5, a single point altogether is (0, 0). A count below 1 counts as 1. Takes no number from the sequence.
+  /// nx * ny points of a regular grid over [-0.5, 0.5] squared, both ends included, x fastest; a
+  /// direction with a single point has it at -0.5, a single point altogether is (0, 0). A count
+  /// below 1 counts as 1. Takes no number from the sequence.
   void generate2dUniformSamples(int nx, int ny, std::vector<tarn::Vec2<float>>& out);
 
  private:
@@ -86,7 +92,8 @@ static_assert(sizeof(SamplingRng) == 34 * sizeof(std::int32_t), "state, value an
 /// A row of generators, held by value.
 class VELA_API SamplingRngSet {
  public:
-  /// `count` generators seeded with 27: all alike until they are reseeded. A negative count means none.
+  /// `count` generators seeded with 27: all alike until they are reseeded. A negative count means
+  /// none.
   SamplingRngSet(int count);
 
   /// Drops generators from the end, or appends some seeded with 27; the others keep their state.
@@ -97,16 +104,20 @@ class VELA_API SamplingRngSet {
   [[nodiscard]] SamplingRng& rng(int i) { return rngs_[static_cast<std::size_t>(i)]; }
   [[nodiscard]] const SamplingRng& rng(int i) const { return rngs_[static_cast<std::size_t>(i)]; }
   [[nodiscard]] SamplingRng& operator[](int i) { return rngs_[static_cast<std::size_t>(i)]; }
-  [[nodiscard]] const SamplingRng& operator[](int i) const { return rngs_[static_cast<std::size_t>(i)]; }
+  [[nodiscard]] const SamplingRng& operator[](int i) const {
+    return rngs_[static_cast<std::size_t>(i)];
+  }
 
  private:
   std::vector<SamplingRng> rngs_;
 };
 
 inline std::int32_t SamplingRng::multiply(std::int32_t a, std::int32_t s) {
-  // 2^31 is 1 modulo 2^31 - 1, so the high part of the product counts like the low one. The sum is below twice the modulus.
+  // 2^31 is 1 modulo 2^31 - 1, so the high part of the product counts like the low one. The sum is
+  // below twice the modulus.
   const std::uint64_t product = static_cast<std::uint64_t>(a) * static_cast<std::uint64_t>(s);
-  const std::uint32_t sum = static_cast<std::uint32_t>(product & kModulus) + static_cast<std::uint32_t>(product >> 31);
+  const std::uint32_t sum =
+      static_cast<std::uint32_t>(product & kModulus) + static_cast<std::uint32_t>(product >> 31);
   const std::uint32_t less = sum - static_cast<std::uint32_t>(kModulus);
   return static_cast<std::int32_t>(sum < static_cast<std::uint32_t>(kModulus) ? sum : less);
 }

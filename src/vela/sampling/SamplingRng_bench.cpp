@@ -1,9 +1,9 @@
 // Values per second beside the standard library's engines of the same family, and sample sets.
-#include "vela/sampling/SamplingRng.h"
-
 #include <benchmark/benchmark.h>
 
 #include <random>
+
+#include "vela/sampling/SamplingRng.h"
 
 namespace {
 

@@ -53,7 +53,7 @@ std::vector<std::uint32_t> bits(const std::vector<Vec2<float>>& points) {
   return out;
 }
 
-// ---- sequences
+// ---- Sequences
 
 TEST(SamplingRng, SequencesAreThoseOfTheTables) {
   for (const Sequence& expected : kSequences) {
@@ -92,11 +92,14 @@ TEST(SamplingRng, StatesAreThoseOfTheMinimalStandardGenerator) {
     std::minstd_rand0 standard(static_cast<unsigned>(seed));
     SamplingRng rng(seed);
     standard.discard(40);  // eight to warm up, 32 for the table
-    for (int i = 0; i < 10000; ++i) ASSERT_EQ(static_cast<unsigned>(rng.scrambleSeed()), standard());
+    for (int i = 0; i < 10000; ++i)
+      ASSERT_EQ(static_cast<unsigned>(rng.scrambleSeed()), standard());
   }
 }
 
-TEST(SamplingRng, ZeroSeedsLikeOne) { EXPECT_EQ(firstValues(SamplingRng(0), 100), firstValues(SamplingRng(1), 100)); }
+TEST(SamplingRng, ZeroSeedsLikeOne) {
+  EXPECT_EQ(firstValues(SamplingRng(0), 100), firstValues(SamplingRng(1), 100));
+}
 
 TEST(SamplingRng, NegativeSeedsLikeItsMagnitude) {
   EXPECT_EQ(firstValues(SamplingRng(-5), 100), firstValues(SamplingRng(5), 100));
@@ -109,7 +112,8 @@ TEST(SamplingRng, TheModulusSeedsLikeOneInsteadOfStandingStill) {
 }
 
 TEST(SamplingRng, TheMostNegativeSeedIsCongruentToMinusOne) {
-  EXPECT_EQ(firstValues(SamplingRng(std::numeric_limits<int>::min()), 100), firstValues(SamplingRng(2147483646), 100));
+  EXPECT_EQ(firstValues(SamplingRng(std::numeric_limits<int>::min()), 100),
+            firstValues(SamplingRng(2147483646), 100));
 }
 
 TEST(SamplingRng, DefaultSeedIs27) {
@@ -147,7 +151,8 @@ TEST(SamplingRng, BulkValuesAreTheSingleOnes) {
     const std::size_t count = round < 100 ? round : random() % 300;
     std::vector<int> out(count + 1, -1);
     bulk.newValues(out.data(), count);
-    for (std::size_t i = 0; i < count; ++i) ASSERT_EQ(out[i], single.newValue()) << "count " << count << ", value " << i;
+    for (std::size_t i = 0; i < count; ++i)
+      ASSERT_EQ(out[i], single.newValue()) << "count " << count << ", value " << i;
     ASSERT_EQ(out[count], -1);
     ASSERT_EQ(bulk.value(), single.value());
     if (round % 3 == 0) {
@@ -176,7 +181,7 @@ TEST(SamplingRng, NoValueIsOutOfRange) {
   }
 }
 
-// ---- conversions
+// ---- Conversions
 
 TEST(SamplingRng, MakeFloatNeverReachesOne) {
   EXPECT_EQ(bits(SamplingRng::MakeFloat(2147483647)), 0x3F7FFFFEu);
@@ -199,14 +204,16 @@ TEST(SamplingRng, NegativeInputsGiveNegativeResults) {
   EXPECT_EQ(SamplingRng::MakeDouble(-2147483647), -1.0);
 }
 
-// ---- seed hashing
+// ---- Seed hashing
 
 TEST(SamplingRng, HashesAreThoseOfTheTables) {
   for (const Hash1& h : kHashes1) EXPECT_EQ(SamplingRng::BuildHashedSeed(h.x), h.hash) << h.x;
   for (const Hash3& h : kHashes3)
-    EXPECT_EQ(SamplingRng::BuildHashedSeed(h.a, h.b, h.c), h.hash) << h.a << ' ' << h.b << ' ' << h.c;
+    EXPECT_EQ(SamplingRng::BuildHashedSeed(h.a, h.b, h.c), h.hash)
+        << h.a << ' ' << h.b << ' ' << h.c;
   for (const Hash4& h : kHashes4)
-    EXPECT_EQ(SamplingRng::BuildHashedSeed(h.a, h.b, h.c, h.d), h.hash) << h.a << ' ' << h.b << ' ' << h.c << ' ' << h.d;
+    EXPECT_EQ(SamplingRng::BuildHashedSeed(h.a, h.b, h.c, h.d), h.hash)
+        << h.a << ' ' << h.b << ' ' << h.c << ' ' << h.d;
 }
 
 TEST(SamplingRng, NeighbouringPixelsGetDifferentSeeds) {
@@ -216,7 +223,7 @@ TEST(SamplingRng, NeighbouringPixelsGetDifferentSeeds) {
   EXPECT_GT(seeds.size(), 39900u);  // chance alone would leave 40000 less a fifth of one
 }
 
-// ---- sample sets
+// ---- Sample sets
 
 TEST(SamplingSets, OneDimensionalSetsAreThoseOfTheTables) {
   for (const Set& expected : kSets1d) {
@@ -231,7 +238,8 @@ TEST(SamplingSets, OneDimensionalSetsAreThoseOfTheTables) {
 
 TEST(SamplingSets, TwoDimensionalSetsAreThoseOfTheTables) {
   for (const Set& expected : kSets2d) {
-    SCOPED_TRACE(std::to_string(expected.seed) + ", " + std::to_string(expected.nx) + " x " + std::to_string(expected.ny));
+    SCOPED_TRACE(std::to_string(expected.seed) + ", " + std::to_string(expected.nx) + " x " +
+                 std::to_string(expected.ny));
     SamplingRng rng(expected.seed);
     std::vector<Vec2<float>> out(3, Vec2<float>(9.0f));
     rng.generate2dSamples(expected.nx, expected.ny, out);
@@ -291,8 +299,9 @@ TEST(SamplingSets, EveryStratumHasOneSample) {
   }
 }
 
-// KEEP(whole-range-swap): swapping with any of all n positions makes n^n equally likely draws of n! orders, so with three samples the
-// orders cannot come out equally often: five in 27 or four in 27, not one in six.
+// KEEP(whole-range-swap): swapping with any of all n positions makes n^n equally likely draws of n!
+// orders, so with three samples the orders cannot come out equally often: five in 27 or four in 27,
+// not one in six.
 TEST(SamplingSets, OrdersAreTheBiasedOnesOfSwappingWithAnyPosition) {
   int counts[3][3][3] = {};
   const int rounds = 54000;
@@ -300,7 +309,8 @@ TEST(SamplingSets, OrdersAreTheBiasedOnesOfSwappingWithAnyPosition) {
     SamplingRng rng(SamplingRng::BuildHashedSeed(i));
     std::vector<float> out;
     rng.generate1dSamples(3, out);
-    ++counts[static_cast<int>(out[0] * 3.0f)][static_cast<int>(out[1] * 3.0f)][static_cast<int>(out[2] * 3.0f)];
+    ++counts[static_cast<int>(out[0] * 3.0f)][static_cast<int>(out[1] * 3.0f)]
+            [static_cast<int>(out[2] * 3.0f)];
   }
   std::vector<int> seen;
   for (auto& plane : counts)
@@ -313,19 +323,22 @@ TEST(SamplingSets, OrdersAreTheBiasedOnesOfSwappingWithAnyPosition) {
   for (std::size_t i = 3; i < 6; ++i) EXPECT_NEAR(seen[i], rounds * 5 / 27, 500);
 }
 
-// KEEP(one-entry-swapped): the draws of a column and of a row move one entry only; the tables above come from a model that does the
-// same, and this one, which moves a different entry at each draw, must differ from it.
+// KEEP(one-entry-swapped): the draws of a column and of a row move one entry only; the tables above
+// come from a model that does the same, and this one, which moves a different entry at each draw,
+// must differ from it.
 TEST(SamplingSets, DrawsOfAColumnMoveTheEntryOfTheColumn) {
   SamplingRng rng(5), model(5);
   std::vector<Vec2<float>> out;
   rng.generate2dSamples(2, 2, out);
 
-  // Two columns: the first number of the permutation after two draws that swap entry 0 with entry r % 2.
+  // Two columns: the first number of the permutation after two draws that swap entry 0 with entry r
+  // % 2.
   int fine[2] = {0, 1};
   std::swap(fine[0], fine[model.newValue() % 2]);
   std::swap(fine[0], fine[model.newValue() % 2]);
   const float x = (static_cast<float>(fine[0]) + model.newFloatValue()) * 0.25f - 0.5f;
-  EXPECT_TRUE(std::any_of(out.begin(), out.end(), [&](const Vec2<float>& p) { return bits(p.x) == bits(x); }));
+  EXPECT_TRUE(std::any_of(out.begin(), out.end(),
+                          [&](const Vec2<float>& p) { return bits(p.x) == bits(x); }));
 }
 
 TEST(SamplingSets, SquareSetsHaveOneSampleInEachCell) {
@@ -340,8 +353,10 @@ TEST(SamplingSets, SquareSetsHaveOneSampleInEachCell) {
     for (const Vec2<float>& p : out) {
       ASSERT_TRUE(p.x >= -0.5f && p.x <= 0.5f && p.y >= -0.5f && p.y <= 0.5f);
       // A hair inward, since rounding may put a sample on the far edge of its cell.
-      const int i = std::clamp(static_cast<int>((p.x + 0.5f) * static_cast<float>(n) - 1e-5f), 0, n - 1);
-      const int j = std::clamp(static_cast<int>((p.y + 0.5f) * static_cast<float>(n) - 1e-5f), 0, n - 1);
+      const int i =
+          std::clamp(static_cast<int>((p.x + 0.5f) * static_cast<float>(n) - 1e-5f), 0, n - 1);
+      const int j =
+          std::clamp(static_cast<int>((p.y + 0.5f) * static_cast<float>(n) - 1e-5f), 0, n - 1);
       ++cells[static_cast<std::size_t>(j * n + i)];
     }
     int wrong = 0;
@@ -378,7 +393,7 @@ TEST(SamplingSets, ARowOfThreeLiesAtTheLowerEdge) {
   EXPECT_EQ(out, expected);
 }
 
-// ---- rows of generators
+// ---- Rows of generators
 
 TEST(SamplingRngSet, GeneratorsStartAlike) {
   SamplingRngSet set(3);

@@ -1,9 +1,9 @@
 #include "vela/selection/GeoSelection.h"
 
+#include <algorithm>
+
 #include "ovo/Prim.h"
 #include "ovo/Stage.h"
-
-#include <algorithm>
 
 namespace vela::Selection {
 namespace {
@@ -20,7 +20,7 @@ void addValues(std::vector<float>& values, const std::vector<float>& other, std:
 
 }  // namespace
 
-// ---- WeightedPartSelection ---------------------------------------------------------------------------------------
+// ---- WeightedPartSelection
 
 void WeightedPartSelection::resize(std::size_t n) {
   selections.resize(n, 0.0f);
@@ -32,7 +32,9 @@ void WeightedPartSelection::clear() {
   weights.clear();
 }
 
-void WeightedPartSelection::clearSelections() { std::fill(selections.begin(), selections.end(), 0.0f); }
+void WeightedPartSelection::clearSelections() {
+  std::fill(selections.begin(), selections.end(), 0.0f);
+}
 
 void WeightedPartSelection::clearWeights() { std::fill(weights.begin(), weights.end(), 0.0f); }
 
@@ -43,9 +45,11 @@ void WeightedPartSelection::add(const WeightedPartSelection& other) {
   addValues(weights, other.weights, length);
 }
 
-// ---- GeoSelection: entries ---------------------------------------------------------------------------------------
+// ---- GeoSelection: entries
 
-bool GeoSelection::isPathPresent(const ovo::Path& path) const { return entries_.find(path) != entries_.end(); }
+bool GeoSelection::isPathPresent(const ovo::Path& path) const {
+  return entries_.find(path) != entries_.end();
+}
 
 bool GeoSelection::isObjectSelected(const ovo::Path& path) const {
   const auto entry = entries_.find(path);
@@ -53,13 +57,15 @@ bool GeoSelection::isObjectSelected(const ovo::Path& path) const {
 }
 
 void GeoSelection::setObjectSelected(const ovo::Path& path, bool selected) {
-  // A new entry starts unselected, so one rule serves both cases: only a change of the flag matters to the status.
+  // A new entry starts unselected, so one rule serves both cases: only a change of the flag matters
+  // to the status.
   GeoObjectSelection& object = entries_[path];
   if (object.objectSelected != selected) setPrimSelectionStatusDirty();
   object.objectSelected = selected;
 }
 
-WeightedPartSelection& GeoSelection::getWritablePartSelection(const ovo::Path& path, PartType type) {
+WeightedPartSelection& GeoSelection::getWritablePartSelection(const ovo::Path& path,
+                                                              PartType type) {
   return entries_[path].getPartSelection(type);
 }
 
@@ -73,7 +79,8 @@ void GeoSelection::addSelection(const GeoSelection& other) {
     }
     GeoObjectSelection& object = entry->second;
     setObjectSelected(path, object.objectSelected || added.objectSelected);
-    for (const PartType type : {vertices, faces}) object.getPartSelection(type).add(added.getPartSelection(type));
+    for (const PartType type : {vertices, faces})
+      object.getPartSelection(type).add(added.getPartSelection(type));
   }
 }
 
@@ -101,7 +108,7 @@ void GeoSelection::clear() {
   primSelectionStatusDirty_ = false;
 }
 
-// ---- GeoSelection: status ----------------------------------------------------------------------------------------
+// ---- GeoSelection: status
 
 void GeoSelection::setPrimSelectionStatusDirty() {
   primSelectionStatusDirty_ = true;
@@ -134,7 +141,7 @@ PrimSelectionStatus GeoSelection::getPrimSelectionStatus(const ovo::Path& path) 
   return status == primSelectionStatus_.end() ? notSelected : status->second;
 }
 
-// ---- GlobalGeoSelection ------------------------------------------------------------------------------------------
+// ---- GlobalGeoSelection
 
 GlobalGeoSelection& GlobalGeoSelection::GetInstance() {
   static GlobalGeoSelection instance;

@@ -1,15 +1,15 @@
 /// \file
-/// What is selected in a scene: whole objects, and weights on their vertices and faces; with a text form for saving.
+/// What is selected in a scene: whole objects, and weights on their vertices and faces; with a text
+/// form for saving.
 ///
-/// Objects are known by their paths alone: a selection holds no scene, and a path need not name a prim. Which prims lie
-/// below selected ones is found on request and kept until the selected objects change.
+/// Objects are known by their paths alone: a selection holds no scene, and a path need not name a
+/// prim. Which prims lie below selected ones is found on request and kept until the selected
+/// objects change.
 ///
-/// Threads: no locks. A selection may be read from several threads while none changes it; the first call of
-/// GlobalGeoSelection::GetInstance() may come from any thread. Nothing throws but allocation.
+/// Threads: no locks. A selection may be read from several threads while none changes it; the first
+/// call of GlobalGeoSelection::GetInstance() may come from any thread. Nothing throws but
+/// allocation.
 #pragma once
-
-#include "ovo/Path.h"
-#include "vela/Api.h"
 
 #include <array>
 #include <cstddef>
@@ -17,6 +17,9 @@
 #include <memory>
 #include <unordered_map>
 #include <vector>
+
+#include "ovo/Path.h"
+#include "vela/Api.h"
 
 namespace ovo {
 class Stage;
@@ -34,7 +37,7 @@ enum PrimSelectionStatus : int {
   descendant = 2    ///< not itself selected, but below a prim that is
 };
 
-// ---- Records -----------------------------------------------------------------------------------------------------
+// ---- Records
 
 /// Values on the vertices, or on the faces, of one object: one per element, in both arrays.
 /// The arrays are the caller's and may differ in length; a missing value counts as 0.
@@ -64,7 +67,9 @@ struct WeightedPartSelection {
   friend bool operator==(const WeightedPartSelection& a, const WeightedPartSelection& b) {
     return a.selections == b.selections && a.weights == b.weights;
   }
-  friend bool operator!=(const WeightedPartSelection& a, const WeightedPartSelection& b) { return !(a == b); }
+  friend bool operator!=(const WeightedPartSelection& a, const WeightedPartSelection& b) {
+    return !(a == b);
+  }
 };
 
 /// The selection of one object.
@@ -73,16 +78,20 @@ struct GeoObjectSelection {
   std::array<WeightedPartSelection, 2> parts;  ///< by PartType
 
   /// \param type  not checked
-  [[nodiscard]] WeightedPartSelection& getPartSelection(PartType type) { return parts[static_cast<std::size_t>(type)]; }
+  [[nodiscard]] WeightedPartSelection& getPartSelection(PartType type) {
+    return parts[static_cast<std::size_t>(type)];
+  }
   [[nodiscard]] const WeightedPartSelection& getPartSelection(PartType type) const {
     return parts[static_cast<std::size_t>(type)];
   }
 
   /// Not selected as a whole, and no `selections` in either part. Weights alone do not count.
-  [[nodiscard]] bool isEmpty() const { return !objectSelected && parts[0].empty() && parts[1].empty(); }
+  [[nodiscard]] bool isEmpty() const {
+    return !objectSelected && parts[0].empty() && parts[1].empty();
+  }
 };
 
-// ---- GeoSelection ------------------------------------------------------------------------------------------------
+// ---- GeoSelection
 
 /// Objects by path, each with its selection, and the status of the prims below them.
 class VELA_API GeoSelection {
@@ -110,8 +119,8 @@ class VELA_API GeoSelection {
   /// The reference holds until the entry is removed.
   WeightedPartSelection& getWritablePartSelection(const ovo::Path& path, PartType type);
 
-  /// Joins the other selection to this one: objects selected in either are selected, values are added as by
-  /// WeightedPartSelection::add. Adding a selection to itself doubles its values.
+  /// Joins the other selection to this one: objects selected in either are selected, values are
+  /// added as by WeightedPartSelection::add. Adding a selection to itself doubles its values.
   void addSelection(const GeoSelection& other);
   /// Empties one part of every entry.
   void deselect(PartType type);
@@ -129,27 +138,33 @@ class VELA_API GeoSelection {
   /// `notSelected` while the status is out of date.
   [[nodiscard]] PrimSelectionStatus getPrimSelectionStatus(const ovo::Path& path) const;
   /// Every prim that is selected or below a selected one; empty while the status is out of date.
-  [[nodiscard]] const PrimSelectionStatuses& getPrimSelectionStatus() const { return primSelectionStatus_; }
+  [[nodiscard]] const PrimSelectionStatuses& getPrimSelectionStatus() const {
+    return primSelectionStatus_;
+  }
   [[nodiscard]] bool isPrimSelectionStatusValid() const { return !primSelectionStatusDirty_; }
 
   // Text
 
-  /// Writes the selection as words, numbers and paths, parted by blanks, with the entries in the order of their paths:
+  /// Writes the selection as words, numbers and paths, parted by blanks, with the entries in the
+  /// order of their paths:
   ///
-  ///     geoselection { paths 1 { /world/cube 1 { verts 4 { 3 1 1 0.5 } 4 { 4 0 } } { faces 0 0 } } }
+  ///     geoselection { paths 1 { /world/cube 1 { verts 4 { 3 1 1 0.5 } 4 { 4 0 } } { faces 0 0 } }
+  ///     }
   ///
-  /// A list is its length and then, unless it is 0, runs in braces: how often, and the value with six significant
-  /// digits. First a part's selections, then its weights. Neither the stream's flags nor its locale matter, and both stay.
-  /// A stream that cannot be written says so by its state, and throws only when it was told to.
-  /// Not promised: that NaN, infinities and paths with blanks in them can be read back, or values to the last bit.
+  /// A list is its length and then, unless it is 0, runs in braces: how often, and the value with
+  /// six significant digits. First a part's selections, then its weights. Neither the stream's
+  /// flags nor its locale matter, and both stay. A stream that cannot be written says so by its
+  /// state, and throws only when it was told to. Not promised: that NaN, infinities and paths with
+  /// blanks in them can be read back, or values to the last bit.
   std::ostream& serialize(std::ostream& out) const;
 
-  /// Replaces this selection by the one that the text describes. Numbers are read as by extraction in the classic locale,
-  /// whatever the stream's flags and locale, and both stay.
+  /// Replaces this selection by the one that the text describes. Numbers are read as by extraction
+  /// in the classic locale, whatever the stream's flags and locale, and both stay.
   ///
-  /// The text must go on with a third closing brace or end. At the first word that is not the expected one, a line on the
-  /// standard error stream says so, the selection is left empty and the rest of the text unread. A number that cannot
-  /// be read shows as the next unexpected word: the one before it, at position -1.
+  /// The text must go on with a third closing brace or end. At the first word that is not the
+  /// expected one, a line on the standard error stream says so, the selection is left empty and the
+  /// rest of the text unread. A number that cannot be read shows as the next unexpected word: the
+  /// one before it, at position -1.
   /// \return the stream; as a rule at its end, and failed, because a third brace was looked for
   std::istream& deserialize(std::istream& in);
 
@@ -165,9 +180,10 @@ class VELA_API GeoSelection {
 /// As GeoSelection::serialize.
 VELA_API std::ostream& operator<<(std::ostream& out, const GeoSelection& selection);
 
-// ---- GlobalGeoSelection ------------------------------------------------------------------------------------------
+// ---- GlobalGeoSelection
 
-/// The selection of the running application, and the anchor: what it was when an additive edit began.
+/// The selection of the running application, and the anchor: what it was when an additive edit
+/// began.
 class VELA_API GlobalGeoSelection {
  public:
   /// The only one; made at the first call, destroyed when the process ends.

@@ -1,8 +1,4 @@
 // The text form of a selection.
-#include "vela/selection/GeoSelection.h"
-#include "vela/selection/detail/TextReader.h"
-#include "vela/selection/detail/TextWriter.h"
-
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,6 +6,10 @@
 #include <new>
 #include <stdexcept>
 #include <string>
+
+#include "vela/selection/GeoSelection.h"
+#include "vela/selection/detail/TextReader.h"
+#include "vela/selection/detail/TextWriter.h"
 
 namespace vela::Selection {
 namespace {
@@ -24,7 +24,7 @@ const std::string kFaces = "faces";
 const std::string kOpen = "{";
 const std::string kClose = "}";
 
-// ---- Writing -----------------------------------------------------------------------------------------------------
+// ---- Writing
 
 void writeList(TextWriter& writer, const std::vector<float>& values) {
   writer.number(std::uint64_t{values.size()});
@@ -56,7 +56,7 @@ void writePart(TextWriter& writer, const std::string& keyword, const WeightedPar
   writer.text(" } ");
 }
 
-// ---- Reading -----------------------------------------------------------------------------------------------------
+// ---- Reading
 
 /// The shortest run, with its blanks: "1 0 ".
 constexpr std::size_t kShortestRun = 4;
@@ -66,24 +66,28 @@ std::size_t mostValues() {
   const long pages = sysconf(_SC_PHYS_PAGES), pageSize = sysconf(_SC_PAGESIZE);
   const std::size_t most = std::vector<float>().max_size();
   if (pages <= 0 || pageSize <= 0) return most;
-  return std::min(most, static_cast<std::size_t>(pages) * (static_cast<std::size_t>(pageSize) / sizeof(float)));
+  return std::min(
+      most, static_cast<std::size_t>(pages) * (static_cast<std::size_t>(pageSize) / sizeof(float)));
 }
 
-/// Reads a selection's text word by word; false from any step means that an unexpected word was reported.
+/// Reads a selection's text word by word; false from any step means that an unexpected word was
+/// reported.
 class Parser {
  public:
   explicit Parser(std::istream& in) : reader_(in) {}
 
   TextReader& reader() { return reader_; }
 
-  /// The word that was read last, by expect() or path(). At the end of the text there is no new one, and it stays.
+  /// The word that was read last, by expect() or path(). At the end of the text there is no new
+  /// one, and it stays.
   bool expect(const std::string& expected) {
     const TextReader::Mark mark = reader_.mark();
     reader_.word(token_);
     if (token_ == expected) return true;
 
-    const std::string line = "GeoSelection deserialization error, bad token '" + token_ + "' at position " +
-                             std::to_string(reader_.position(mark)) + ", expected '" + expected + "'\n";
+    const std::string line = "GeoSelection deserialization error, bad token '" + token_ +
+                             "' at position " + std::to_string(reader_.position(mark)) +
+                             ", expected '" + expected + "'\n";
     std::cerr.write(line.data(), static_cast<std::streamsize>(line.size()));
     std::cerr.flush();
     return false;
@@ -95,23 +99,26 @@ class Parser {
   }
 
   bool part(const std::string& keyword, WeightedPartSelection& part) {
-    return expect(kOpen) && expect(keyword) && list(part.selections) && list(part.weights) && expect(kClose);
+    return expect(kOpen) && expect(keyword) && list(part.selections) && list(part.weights) &&
+           expect(kClose);
   }
 
  private:
   bool list(std::vector<float>& values) {
-    // A count too large to be read is still not 0: the brace that should follow is then looked for, and reported.
+    // A count too large to be read is still not 0: the brace that should follow is then looked for,
+    // and reported.
     std::uint64_t count = 0;
     reader_.number(count);
     if (count == 0) return true;
 
-    // No more room than single values would need for the text at hand: a count alone must not cost memory.
+    // No more room than single values would need for the text at hand: a count alone must not cost
+    // memory.
     const std::uint64_t possible = values.size() + reader_.charactersAtHand() / kShortestRun;
     values.reserve(static_cast<std::size_t>(std::min(count, possible)));
 
     if (!expect(kOpen)) return false;
-    // KEEP(selection-duplicate-path): values that an earlier list of the same object left here count towards this list's
-    // length, and the last run may go past it. Callers rely on it.
+    // KEEP(selection-duplicate-path): values that an earlier list of the same object left here
+    // count towards this list's length, and the last run may go past it. Callers rely on it.
     while (values.size() < count) {
       std::uint64_t run = 0;
       float value = 0;
@@ -155,7 +162,8 @@ std::ostream& GeoSelection::serialize(std::ostream& out) const {
   std::vector<const Entries::value_type*> ordered;
   ordered.reserve(entries_.size());
   for (const auto& entry : entries_) ordered.push_back(&entry);
-  std::sort(ordered.begin(), ordered.end(), [](const auto* a, const auto* b) { return a->first < b->first; });
+  std::sort(ordered.begin(), ordered.end(),
+            [](const auto* a, const auto* b) { return a->first < b->first; });
 
   TextWriter writer(out);
   writer.text(kSelection);
@@ -199,14 +207,16 @@ std::istream& GeoSelection::deserialize(std::istream& in) {
       if (!parser.part(kFaces, object.getPartSelection(faces))) return false;
     }
 
-    // KEEP(selection-third-brace): one brace more than is written; at the end of the text the one before it serves.
-    // Saved files rely on what that accepts and refuses.
+    // KEEP(selection-third-brace): one brace more than is written; at the end of the text the one
+    // before it serves. Saved files rely on what that accepts and refuses.
     return parser.expect(kClose) && parser.expect(kClose) && parser.expect(kClose);
   };
   if (!read()) clear();
   return in;
 }
 
-std::ostream& operator<<(std::ostream& out, const GeoSelection& selection) { return selection.serialize(out); }
+std::ostream& operator<<(std::ostream& out, const GeoSelection& selection) {
+  return selection.serialize(out);
+}
 
 }  // namespace vela::Selection

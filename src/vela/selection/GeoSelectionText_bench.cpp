@@ -1,6 +1,5 @@
-// Writing and reading a selection of ten million weights, beside a plain loop of to_chars and from_chars over the same numbers.
-#include "vela/selection/GeoSelection.h"
-
+// Writing and reading a selection of ten million weights, beside a plain loop of to_chars and
+// from_chars over the same numbers.
 #include <benchmark/benchmark.h>
 
 #include <charconv>
@@ -8,6 +7,8 @@
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include "vela/selection/GeoSelection.h"
 
 namespace {
 
@@ -40,7 +41,8 @@ const GeoSelection& selection() {
   return instance;
 }
 
-/// The values alone: the run lengths, which the selection has to write and read besides, are its own cost.
+/// The values alone: the run lengths, which the selection has to write and read besides, are its
+/// own cost.
 std::string plainText() {
   std::string text(weights().size() * 16, ' ');
   char* at = text.data();

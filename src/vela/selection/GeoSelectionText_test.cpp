@@ -66,7 +66,7 @@ std::string withList(const std::string& list) {
   return "geoselection { paths 1 { /a 0 { verts " + list + " 0 } { faces 0 0 } } }";
 }
 
-// ---- Writing ---------------------------------------------------------------------------------------------------
+// ---- Writing
 
 TEST(SelectionWriter, EmptySelection) { EXPECT_EQ(textOf({}), "geoselection { paths 0 {  }  } "); }
 
@@ -75,25 +75,35 @@ TEST(SelectionWriter, OneObjectByteForByte) {
   selection.setObjectSelected("/world/cube", true);
   selection.getWritablePartSelection("/world/cube", vertices) = {{1, 1, 1, 0.5f}, {0, 0, 0, 0}};
   const std::string text = textOf(selection);
-  EXPECT_EQ(text, "geoselection { paths 1 { /world/cube 1  { verts 4 {  3 1  1 0.5  } 4 {  4 0  }  }  { faces 0 0  }  }  } ");
-  EXPECT_EQ(words(text), "geoselection { paths 1 { /world/cube 1 { verts 4 { 3 1 1 0.5 } 4 { 4 0 } } { faces 0 0 } } }");
+  EXPECT_EQ(text,
+            "geoselection { paths 1 { /world/cube 1  { verts 4 {  3 1  1 0.5  } 4 {  4 0  }  }  { "
+            "faces 0 0  }  }  } ");
+  EXPECT_EQ(words(text),
+            "geoselection { paths 1 { /world/cube 1 { verts 4 { 3 1 1 0.5 } 4 { 4 0 } } { faces 0 "
+            "0 } } }");
 }
 
 TEST(SelectionWriter, EntriesComeInTheOrderOfTheirPaths) {
   GeoSelection selection;
-  for (const char* path : {"/b", "/a/b", "/a-b", "/a", "/\xc3\xa4", "/B"}) selection.setObjectSelected(path, false);
-  EXPECT_EQ(words(textOf(selection)),
-            "geoselection { paths 6 { /B 0 { verts 0 0 } { faces 0 0 } /a 0 { verts 0 0 } { faces 0 0 } "
-            "/a-b 0 { verts 0 0 } { faces 0 0 } /a/b 0 { verts 0 0 } { faces 0 0 } /b 0 { verts 0 0 } { faces 0 0 } "
-            "/\xc3\xa4 0 { verts 0 0 } { faces 0 0 } } }");
+  for (const char* path : {"/b", "/a/b", "/a-b", "/a", "/\xc3\xa4", "/B"})
+    selection.setObjectSelected(path, false);
+  EXPECT_EQ(
+      words(textOf(selection)),
+      "geoselection { paths 6 { /B 0 { verts 0 0 } { faces 0 0 } /a 0 { verts 0 0 } { faces 0 0 } "
+      "/a-b 0 { verts 0 0 } { faces 0 0 } /a/b 0 { verts 0 0 } { faces 0 0 } /b 0 { verts 0 0 } { "
+      "faces 0 0 } "
+      "/\xc3\xa4 0 { verts 0 0 } { faces 0 0 } } }");
 }
 
 TEST(SelectionWriter, EqualValuesAreOneRun) {
-  EXPECT_NE(textOf(withValues(Floats(1000, 0.25f))).find("verts 1000 {  1000 0.25  } 0  } "), std::string::npos);
+  EXPECT_NE(textOf(withValues(Floats(1000, 0.25f))).find("verts 1000 {  1000 0.25  } 0  } "),
+            std::string::npos);
 }
 
 TEST(SelectionWriter, EveryNaNIsARunOfItsOwn) {
-  EXPECT_NE(textOf(withValues({kNaN, kNaN, 1, 1, kNaN})).find("verts 5 {  1 nan  1 nan  2 1  1 nan  } "), std::string::npos);
+  EXPECT_NE(
+      textOf(withValues({kNaN, kNaN, 1, 1, kNaN})).find("verts 5 {  1 nan  1 nan  2 1  1 nan  } "),
+      std::string::npos);
 }
 
 TEST(SelectionWriter, ZerosOfBothSignsAreOneRunWrittenAsItsFirst) {
@@ -124,8 +134,8 @@ TEST(SelectionWriter, NeitherDependsOnFlagsAndLocaleNorChangesThem) {
   selection.getWritablePartSelection("/a", vertices).selections = Floats(12345, 1234.5f);
   std::ostringstream out;
   out.imbue(kOtherLocale);
-  out << std::hex << std::showbase << std::showpos << std::boolalpha << std::scientific << std::uppercase
-      << std::setprecision(2) << std::setfill('*');
+  out << std::hex << std::showbase << std::showpos << std::boolalpha << std::scientific
+      << std::uppercase << std::setprecision(2) << std::setfill('*');
   const auto flags = out.flags();
   out.width(30);
   selection.serialize(out);
@@ -155,7 +165,8 @@ void expectFormattedLikeAStream(const Floats& values) {
   const std::string text = textOf(withValues(values));
   if (text == expected.str()) return;
   const std::string& other = expected.str();
-  const auto at = std::mismatch(text.begin(), text.end(), other.begin(), other.end()).first - text.begin();
+  const auto at =
+      std::mismatch(text.begin(), text.end(), other.begin(), other.end()).first - text.begin();
   const auto from = static_cast<std::size_t>(std::max<std::ptrdiff_t>(0, at - 20));
   ADD_FAILURE() << "written " << text.substr(from, 60) << "\nexpected " << other.substr(from, 60);
 }
@@ -183,9 +194,10 @@ TEST(SelectionWriter, NumbersAreByteForByteThoseOfAStream) {
     add(static_cast<float>(i) * 3125.0f / 1048576.0f);
     add(static_cast<float>(i * 497));
   }
-  for (const float value : {0.0f, -0.0f, kInfinity, -kInfinity, kNaN, -kNaN, std::numeric_limits<float>::max(),
-                            std::numeric_limits<float>::lowest(), std::numeric_limits<float>::min(),
-                            std::numeric_limits<float>::denorm_min(), 0.0001f, 0.00001f, 123456.5f, 1234565.0f})
+  for (const float value :
+       {0.0f, -0.0f, kInfinity, -kInfinity, kNaN, -kNaN, std::numeric_limits<float>::max(),
+        std::numeric_limits<float>::lowest(), std::numeric_limits<float>::min(),
+        std::numeric_limits<float>::denorm_min(), 0.0001f, 0.00001f, 123456.5f, 1234565.0f})
     add(value);
   expectFormattedLikeAStream(values);
 }
@@ -200,14 +212,15 @@ TEST(SelectionWriter, RandomNumbersAreByteForByteThoseOfAStream) {
     float value = 0;
     std::memcpy(&value, &bits, sizeof value);
     values.push_back(value);
-    values.push_back(std::ldexp(static_cast<float>(random() >> 8), -static_cast<int>(random() % 40)));
+    values.push_back(
+        std::ldexp(static_cast<float>(random() >> 8), -static_cast<int>(random() % 40)));
     values.push_back(static_cast<float>(random() % 1000000) / 1000.0f);
   }
   values.erase(std::unique(values.begin(), values.end()), values.end());
   expectFormattedLikeAStream(values);
 }
 
-// ---- Reading -----------------------------------------------------------------------------------------------------
+// ---- Reading
 
 TEST(SelectionReader, EmptySelectionReadsBackWithoutAWord) {
   GeoSelection selection = withValues({1});
@@ -224,9 +237,11 @@ TEST(SelectionReader, ReadsWhatWasWritten) {
   EXPECT_EQ(read(textOf(selection), back), "");
   EXPECT_EQ(vela_test::referenceOf(back).size(), 2u);
   EXPECT_TRUE(back.isObjectSelected("/world/cube"));
-  EXPECT_EQ(back.find("/world/cube")->second.parts[0], (WeightedPartSelection{{1, 1, 1, 0.5f}, {0, 0, 0, 0}}));
+  EXPECT_EQ(back.find("/world/cube")->second.parts[0],
+            (WeightedPartSelection{{1, 1, 1, 0.5f}, {0, 0, 0, 0}}));
   EXPECT_EQ(back.find("/world/sphere")->second.parts[1], (WeightedPartSelection{{0.25f}, {}}));
-  EXPECT_FALSE(back.isPrimSelectionStatusValid()) << "a selected object puts the status out of date";
+  EXPECT_FALSE(back.isPrimSelectionStatusValid())
+      << "a selected object puts the status out of date";
 }
 
 TEST(SelectionReader, UnselectedEntriesLeaveTheStatusValid) {
@@ -238,9 +253,14 @@ TEST(SelectionReader, UnselectedEntriesLeaveTheStatusValid) {
 
 TEST(SelectionReader, AmountOfWhiteSpaceDoesNotMatter) {
   GeoSelection selection;
-  EXPECT_EQ(read("\n\t geoselection\v{\fpaths\r1\n\n{ /a\t1 {\nverts 2 {1 3 1 4} 0 } { faces 0 0 }} }", selection),
-            "GeoSelection deserialization error, bad token '{1' at position 43, expected '{'\n");
-  EXPECT_EQ(read("\n\t geoselection\v{\fpaths\r1\n\n{ /a\t1 {\nverts 2 { 1 3 1 4 } 0 }\n{\nfaces\n0\n0\n} } }", selection), "");
+  EXPECT_EQ(
+      read("\n\t geoselection\v{\fpaths\r1\n\n{ /a\t1 {\nverts 2 {1 3 1 4} 0 } { faces 0 0 }} }",
+           selection),
+      "GeoSelection deserialization error, bad token '{1' at position 43, expected '{'\n");
+  EXPECT_EQ(read("\n\t geoselection\v{\fpaths\r1\n\n{ /a\t1 {\nverts 2 { 1 3 1 4 } 0 "
+                 "}\n{\nfaces\n0\n0\n} } }",
+                 selection),
+            "");
   EXPECT_EQ(valuesOf(selection), (Floats{3, 4}));
 }
 
@@ -255,8 +275,9 @@ TEST(SelectionReader, ThirdClosingBraceIsLookedFor) {
   in >> rest;
   EXPECT_EQ(rest, "rest") << "the third brace is taken from the text";
 
-  EXPECT_EQ(read(text + "rest", selection), "GeoSelection deserialization error, bad token 'rest' at position " +
-                                                std::to_string(text.size() - 1) + ", expected '}'\n");
+  EXPECT_EQ(read(text + "rest", selection),
+            "GeoSelection deserialization error, bad token 'rest' at position " +
+                std::to_string(text.size() - 1) + ", expected '}'\n");
   EXPECT_EQ(selection.size(), 0u);
 }
 
@@ -264,8 +285,9 @@ TEST(SelectionReader, SecondSelectionBehindTheFirstIsAnError) {
   const std::string text = textOf(withValues({1}));
   std::istringstream in(text + text);
   GeoSelection selection;
-  EXPECT_EQ(read(in, selection), "GeoSelection deserialization error, bad token 'geoselection' at position " +
-                                     std::to_string(text.size() - 1) + ", expected '}'\n");
+  EXPECT_EQ(read(in, selection),
+            "GeoSelection deserialization error, bad token 'geoselection' at position " +
+                std::to_string(text.size() - 1) + ", expected '}'\n");
   EXPECT_EQ(selection.size(), 0u);
   std::string next;
   in >> next;
@@ -289,7 +311,10 @@ TEST(SelectionReader, DuplicatedPathAppendsToTheFirst) {
   // KEEP(selection-duplicate-path)
   GeoSelection selection;
   const std::string once = "/a 0 { verts 2 { 2 1 } 0 } { faces 0 0 } ";
-  EXPECT_EQ(read("geoselection { paths 2 { " + once + "/a 1 { verts 5 { 3 7 } 1 { 1 9 } } { faces 0 0 } } }", selection), "");
+  EXPECT_EQ(read("geoselection { paths 2 { " + once +
+                     "/a 1 { verts 5 { 3 7 } 1 { 1 9 } } { faces 0 0 } } }",
+                 selection),
+            "");
   EXPECT_EQ(selection.size(), 1u);
   EXPECT_EQ(selection.begin()->second.parts[0], (WeightedPartSelection{{1, 1, 7, 7, 7}, {9}}));
   EXPECT_TRUE(selection.isObjectSelected("/a"));
@@ -314,7 +339,9 @@ TEST(SelectionReader, RunsOfNoneAreTaken) {
 
 TEST(SelectionReader, NumbersAreThoseOfExtraction) {
   GeoSelection selection;
-  EXPECT_EQ(read(withList("+8 { 01 +1.5 1 .5 1 5. 1 -0 1 1e-60 1 00.25E+1 1 -1e-3 1 16777217 }"), selection), "");
+  EXPECT_EQ(read(withList("+8 { 01 +1.5 1 .5 1 5. 1 -0 1 1e-60 1 00.25E+1 1 -1e-3 1 16777217 }"),
+                 selection),
+            "");
   EXPECT_EQ(valuesOf(selection), (Floats{1.5f, 0.5f, 5, 0, 0, 2.5f, -0.001f, 16777216}));
   EXPECT_TRUE(std::signbit(valuesOf(selection)[3]));
 }
@@ -330,7 +357,8 @@ TEST(SelectionReader, InfinitiesAndNaNsCannotBeReadBack) {
 
 TEST(SelectionReader, RunLongerThanMemoryEndsTheList) {
   GeoSelection selection;
-  for (const char* run : {"18446744073709551615", "9223372036854775807", "2305843009213693951", "1000000000000", "-1"}) {
+  for (const char* run : {"18446744073709551615", "9223372036854775807", "2305843009213693951",
+                          "1000000000000", "-1"}) {
     EXPECT_EQ(read(withList(std::string("5 { 1 1 ") + run + " 2 }"), selection),
               "GeoSelection deserialization error, bad token '{' at position -1, expected '}'\n")
         << run;
@@ -341,9 +369,11 @@ TEST(SelectionReader, RunLongerThanMemoryEndsTheList) {
 TEST(SelectionReader, RunsThatTogetherAreLongerThanMemoryEndTheList) {
   // No run of these is too long by itself, and the first ones are short enough to be filled.
   const long pages = sysconf(_SC_PHYS_PAGES), pageSize = sysconf(_SC_PAGESIZE);
-  const std::uint64_t most = static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(pageSize) / sizeof(float);
+  const std::uint64_t most =
+      static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(pageSize) / sizeof(float);
   GeoSelection selection;
-  EXPECT_EQ(read(withList("2000000 { 2000000 1 } 1 { " + std::to_string(most - 1000000) + " 2 }"), selection),
+  EXPECT_EQ(read(withList("2000000 { 2000000 1 } 1 { " + std::to_string(most - 1000000) + " 2 }"),
+                 selection),
             "GeoSelection deserialization error, bad token '{' at position -1, expected '}'\n");
   EXPECT_EQ(selection.size(), 0u);
 }
@@ -358,14 +388,18 @@ TEST(SelectionReader, CountsAloneCostNoMemory) {
 
 TEST(SelectionReader, PathMayBeAnyWord) {
   GeoSelection selection;
-  EXPECT_EQ(
-      read("geoselection { paths 2 { } 1 { verts 0 0 } { faces 0 0 } \xff/{ 0 { verts 0 0 } { faces 0 0 } } }", selection), "");
+  EXPECT_EQ(read("geoselection { paths 2 { } 1 { verts 0 0 } { faces 0 0 } \xff/{ 0 { verts 0 0 } "
+                 "{ faces 0 0 } } }",
+                 selection),
+            "");
   EXPECT_TRUE(selection.isObjectSelected("}"));
   EXPECT_TRUE(selection.isPathPresent("\xff/{"));
 }
 
 TEST(SelectionReader, NeitherDependsOnFlagsAndLocaleNorChangesThem) {
-  const std::string text = "geoselection { paths 1 { /a 1 { verts 1000 { 010 1234.5 990 2 } 0 } { faces 0 0 } } } } rest";
+  const std::string text =
+      "geoselection { paths 1 { /a 1 { verts 1000 { 010 1234.5 990 2 } 0 } { faces 0 0 } } } } "
+      "rest";
   std::istringstream in(text);
   in.imbue(kOtherLocale);
   in >> std::hex >> std::noskipws >> std::boolalpha;
@@ -393,7 +427,8 @@ TEST(SelectionReader, ErrorLineDoesNotDependOnTheErrorStreamsFlags) {
   std::cerr.width(0);
   std::cerr.flags(flags);
   std::cerr.rdbuf(before);
-  EXPECT_EQ(captured.str(), "GeoSelection deserialization error, bad token '{' at position 14, expected 'paths'\n");
+  EXPECT_EQ(captured.str(),
+            "GeoSelection deserialization error, bad token '{' at position 14, expected 'paths'\n");
 }
 
 TEST(SelectionReader, NothingIsThrownByAStreamThatIsToldToThrow) {
@@ -406,7 +441,8 @@ TEST(SelectionReader, NothingIsThrownByAStreamThatIsToldToThrow) {
 }
 
 TEST(SelectionReader, FailedStreamGivesNoWord) {
-  const std::string message = "GeoSelection deserialization error, bad token '' at position -1, expected 'geoselection'\n";
+  const std::string message =
+      "GeoSelection deserialization error, bad token '' at position -1, expected 'geoselection'\n";
   GeoSelection selection;
   std::istringstream in(textOf({}));
   in.setstate(std::ios_base::failbit);
@@ -456,7 +492,9 @@ TEST(SelectionReader, StreamsWithoutBufferOrPlacesAreRead) {
     std::string rest;
     in >> rest;
     EXPECT_EQ(rest, "rest") << hasArea;
-    EXPECT_EQ(read(bad, selection), "GeoSelection deserialization error, bad token 'wrong' at position -1, expected '}'\n");
+    EXPECT_EQ(
+        read(bad, selection),
+        "GeoSelection deserialization error, bad token 'wrong' at position -1, expected '}'\n");
     bad >> rest;
     EXPECT_EQ(rest, "rest") << hasArea;
   }
@@ -486,11 +524,12 @@ TEST(SelectionReader, FilesAreReadAcrossTheirBuffers) {
   const std::string text = textOf(withValues(values)) + "extra";
   ASSERT_TRUE(vela_test::writeFile(folder.file("s.sel"), text));
   std::ifstream bad(folder.file("s.sel"));
-  EXPECT_EQ(read(bad, selection), "GeoSelection deserialization error, bad token 'extra' at position " +
-                                      std::to_string(text.size() - 6) + ", expected '}'\n");
+  EXPECT_EQ(read(bad, selection),
+            "GeoSelection deserialization error, bad token 'extra' at position " +
+                std::to_string(text.size() - 6) + ", expected '}'\n");
 }
 
-// ---- Texts that must fail ------------------------------------------------------------------------------------------
+// ---- Texts that must fail
 
 std::string unescaped(const std::string& text) {
   std::string result;
@@ -514,7 +553,8 @@ TEST(SelectionCorpus, EveryTextGivesItsErrorLine) {
     const std::size_t first = line.find(" | "), second = line.rfind(" | ");
     ASSERT_TRUE(first != std::string::npos && second > first) << line;
     SCOPED_TRACE(line.substr(0, first));
-    const std::string text = unescaped(line.substr(first + 3, second - first - 3)), expected = line.substr(second + 3);
+    const std::string text = unescaped(line.substr(first + 3, second - first - 3)),
+                      expected = line.substr(second + 3);
 
     GeoSelection selection = withValues({1});
     selection.setObjectSelected("/before", true);
@@ -526,7 +566,7 @@ TEST(SelectionCorpus, EveryTextGivesItsErrorLine) {
   EXPECT_GT(count, 0) << "the corpus is empty";
 }
 
-// ---- Properties ----------------------------------------------------------------------------------------------------
+// ---- Properties
 
 /// A weight as hosts make them; anything that the text can carry without loss when `exact`.
 float randomValue(std::mt19937& random, bool exact) {
@@ -535,15 +575,16 @@ float randomValue(std::mt19937& random, bool exact) {
     case 1: return 1.0f;
     case 2: return static_cast<float>(static_cast<int>(random() % 2000001) - 1000000) / 1000000.0f;
     case 3: return static_cast<float>(random() % 100000);
-    case 4: return std::ldexp(static_cast<float>(random() >> 8), static_cast<int>(random() % 200) - 120);
+    case 4:
+      return std::ldexp(static_cast<float>(random() >> 8), static_cast<int>(random() % 200) - 120);
     case 5: return -0.0f;
     default: return static_cast<float>(random()) / 4294967296.0f;
   }
 }
 
 GeoSelection randomSelection(std::mt19937& random, bool exact) {
-  static const char* const kNames[] = {"/", "/a",    "/a/b", "/b", "/a/b/c", "/world/cube", "/\xc3\xa9t\xc3\xa9",
-                                       "{", "verts", "7"};
+  static const char* const kNames[] = {
+      "/", "/a", "/a/b", "/b", "/a/b/c", "/world/cube", "/\xc3\xa9t\xc3\xa9", "{", "verts", "7"};
   GeoSelection selection;
   for (auto objects = random() % 4; objects > 0; --objects) {
     const char* const path = kNames[random() % std::size(kNames)];
@@ -667,7 +708,8 @@ TEST(SelectionProperties, DamagedTextsReadExactlyLikeFormattedExtraction) {
       if (tokens.empty()) tokens.push_back("");
     }
     std::string text;
-    for (const std::string& token : tokens) text += token + (random() % 20 == 0 ? "" : random() % 5 == 0 ? "  \n" : " ");
+    for (const std::string& token : tokens)
+      text += token + (random() % 20 == 0 ? "" : random() % 5 == 0 ? "  \n" : " ");
     if (random() % 2 == 0 && !text.empty()) text.pop_back();
     if (vela_test::hasLargeRun(text)) continue;
     expectReadLikeExtraction(text);
@@ -684,10 +726,12 @@ TEST(SelectionProperties, EveryKindOfNumberReadsLikeExtraction) {
     std::string number;
     if (i % 2 == 0) {
       static const std::string kCharacters = "0001234567899..-+eE";
-      for (auto length = 1 + random() % 9; length > 0; --length) number += kCharacters[random() % kCharacters.size()];
+      for (auto length = 1 + random() % 9; length > 0; --length)
+        number += kCharacters[random() % kCharacters.size()];
     } else {
       const auto digits = [&](std::uint32_t most) {
-        for (auto length = random() % most; length > 0; --length) number += static_cast<char>('0' + random() % 10);
+        for (auto length = random() % most; length > 0; --length)
+          number += static_cast<char>('0' + random() % 10);
       };
       digits(12);
       if (random() % 2 == 0) number += '.';

@@ -18,7 +18,7 @@ using ovo::Path;
 const float kNaN = std::numeric_limits<float>::quiet_NaN();
 using Floats = std::vector<float>;
 
-// ---- Enumerations and records ------------------------------------------------------------------------------------
+// ---- Enumerations and records
 
 TEST(SelectionTypes, EnumerationsHaveTheirValues) {
   EXPECT_EQ(static_cast<int>(PartType::vertices), 0);
@@ -111,7 +111,8 @@ TEST(WeightedPart, AddOfArraysOfDifferentLengthsStaysInside) {
   EXPECT_EQ(part, (WeightedPartSelection{{2, 1, 1}, {5, 6, 7}}));
   WeightedPartSelection longer{{}, {1, 1, 1}};
   longer.add({{2}, {}});
-  EXPECT_EQ(longer, (WeightedPartSelection{{2}, {1}})) << "growing brings both arrays to the other's size";
+  EXPECT_EQ(longer, (WeightedPartSelection{{2}, {1}}))
+      << "growing brings both arrays to the other's size";
   WeightedPartSelection none;
   none.add({{}, {1, 2}});
   EXPECT_EQ(none, WeightedPartSelection());
@@ -143,7 +144,7 @@ TEST(ObjectSelection, PartsAreIndexedByType) {
   EXPECT_EQ(&constant.getPartSelection(faces), &object.parts[1]);
 }
 
-// ---- Entries -------------------------------------------------------------------------------------------------------
+// ---- Entries
 
 TEST(Selection, StartsEmptyAndValid) {
   const GeoSelection selection;
@@ -202,7 +203,8 @@ TEST(Selection, WritablePartMakesTheEntryAndLeavesTheStatus) {
 
 TEST(Selection, AnyTextIsAPath) {
   GeoSelection selection;
-  for (const char* path : {"", "/", "not a path", "/\xff\xfe", "/a/", "a"}) selection.setObjectSelected(path, true);
+  for (const char* path : {"", "/", "not a path", "/\xff\xfe", "/a/", "a"})
+    selection.setObjectSelected(path, true);
   EXPECT_EQ(selection.size(), 6u);
   EXPECT_TRUE(selection.isObjectSelected(""));
 }
@@ -223,7 +225,8 @@ TEST(Selection, AddingCopiesNewEntries) {
   EXPECT_TRUE(selection.isObjectSelected("/selected"));
   EXPECT_FALSE(selection.isPrimSelectionStatusValid());
   EXPECT_EQ(selection.find("/both")->second.parts[0], (WeightedPartSelection{{1, 2}, {3, 4}}));
-  EXPECT_EQ(selection.find("/weights")->second.parts[1], (WeightedPartSelection{{}, {7}})) << "arrays come as they are";
+  EXPECT_EQ(selection.find("/weights")->second.parts[1], (WeightedPartSelection{{}, {7}}))
+      << "arrays come as they are";
 }
 
 TEST(Selection, AddingUnselectedEntriesLeavesTheStatusValid) {
@@ -242,7 +245,8 @@ TEST(Selection, AddingJoinsEntriesThatBothHave) {
   selection.addSelection(other);
   EXPECT_TRUE(selection.isObjectSelected("/both"));
   EXPECT_TRUE(selection.isObjectSelected("/selected")) << "selected in either is selected";
-  EXPECT_EQ(selection.find("/both")->second.parts[0], (WeightedPartSelection{{11, 22, 30}, {4, 5, 1}}));
+  EXPECT_EQ(selection.find("/both")->second.parts[0],
+            (WeightedPartSelection{{11, 22, 30}, {4, 5, 1}}));
   EXPECT_EQ(selection.find("/both")->second.parts[1], (WeightedPartSelection{{5}, {6}}));
 }
 
@@ -321,7 +325,7 @@ TEST(Selection, CopiesCarryEntriesStatusAndFlag) {
   EXPECT_EQ(selection.getPrimSelectionStatus("/selected"), selected);
 }
 
-// ---- Status --------------------------------------------------------------------------------------------------------
+// ---- Status
 
 std::shared_ptr<ovo::Stage> family() {
   const auto stage = ovo::Stage::createInMemory();
@@ -351,7 +355,8 @@ TEST(SelectionStatus, ReachesAllDescendants) {
   GeoSelection selection;
   selection.setObjectSelected("/a", true);
   selection.updatePrimSelectionStatus(family());
-  EXPECT_EQ(statuses(selection), (std::map<Path, int>{{"/a", 1}, {"/a/b", 2}, {"/a/b/c", 2}, {"/a/d", 2}}));
+  EXPECT_EQ(statuses(selection),
+            (std::map<Path, int>{{"/a", 1}, {"/a/b", 2}, {"/a/b/c", 2}, {"/a/d", 2}}));
   EXPECT_EQ(selection.getPrimSelectionStatus("/ab"), notSelected);
   EXPECT_EQ(selection.getPrimSelectionStatus("/e"), notSelected);
 }
@@ -360,7 +365,8 @@ TEST(SelectionStatus, SelectedBelowSelectedStaysSelected) {
   GeoSelection selection;
   for (const char* path : {"/a", "/a/b", "/a/b/c"}) selection.setObjectSelected(path, true);
   selection.updatePrimSelectionStatus(family());
-  EXPECT_EQ(statuses(selection), (std::map<Path, int>{{"/a", 1}, {"/a/b", 1}, {"/a/b/c", 1}, {"/a/d", 2}}));
+  EXPECT_EQ(statuses(selection),
+            (std::map<Path, int>{{"/a", 1}, {"/a/b", 1}, {"/a/b/c", 1}, {"/a/d", 2}}));
 }
 
 TEST(SelectionStatus, UnknownAndUnselectedPathsDoNotDisturb) {
@@ -371,7 +377,8 @@ TEST(SelectionStatus, UnknownAndUnselectedPathsDoNotDisturb) {
   selection.setObjectSelected("/a", false);
   selection.getWritablePartSelection("/e", faces).resize(1);
   selection.updatePrimSelectionStatus(family());
-  EXPECT_EQ(statuses(selection), (std::map<Path, int>{{"/not/there", 1}, {"not a path", 1}, {"", 1}}));
+  EXPECT_EQ(statuses(selection),
+            (std::map<Path, int>{{"/not/there", 1}, {"not a path", 1}, {"", 1}}));
 }
 
 TEST(SelectionStatus, ValidStatusIsNotComputedAgain) {
@@ -392,7 +399,8 @@ TEST(SelectionStatus, AgreesWithPathPrefixesOnRandomScenes) {
     std::vector<Path> all;
     for (int i = 0; i < 30; ++i) {
       const Path parent = all.empty() || random() % 4 == 0 ? Path("/") : all[random() % all.size()];
-      all.push_back(parent.child(ovo::Token(std::string(1, static_cast<char>('a' + random() % 5)))));
+      all.push_back(
+          parent.child(ovo::Token(std::string(1, static_cast<char>('a' + random() % 5)))));
       stage->definePrim(all.back());
     }
     GeoSelection selection;
@@ -403,14 +411,16 @@ TEST(SelectionStatus, AgreesWithPathPrefixesOnRandomScenes) {
 
     for (const Path& path : all) {
       bool isBelow = false;
-      for (const Path& other : all) isBelow = isBelow || (selection.isObjectSelected(other) && path.hasPrefix(other));
+      for (const Path& other : all)
+        isBelow = isBelow || (selection.isObjectSelected(other) && path.hasPrefix(other));
       const int expected = selection.isObjectSelected(path) ? 1 : isBelow ? 2 : 0;
-      EXPECT_EQ(static_cast<int>(selection.getPrimSelectionStatus(path)), expected) << path.asString();
+      EXPECT_EQ(static_cast<int>(selection.getPrimSelectionStatus(path)), expected)
+          << path.asString();
     }
   }
 }
 
-// ---- The global selection ------------------------------------------------------------------------------------------
+// ---- The global selection
 
 TEST(GlobalSelection, IsOneInstanceWithAnAnchor) {
   GlobalGeoSelection& global = GlobalGeoSelection::GetInstance();

@@ -1,6 +1,6 @@
 /// \file
-/// OpenAssetIO, as far as the asset layer uses it: by its own headers where a full install was found, else by
-/// declarations of ours. Never both in one program.
+/// OpenAssetIO, as far as the asset layer uses it: by its own headers where a full install was
+/// found, else by declarations of ours. Never both in one program.
 #pragma once
 
 #ifdef VELA_OPENASSETIO_HEADERS

@@ -1,11 +1,13 @@
 /// \file
-/// Declarations of the part of OpenAssetIO 1.0 that the asset layer calls, for its binary package, which holds no headers.
+/// Declarations of the part of OpenAssetIO 1.0 that the asset layer calls, for its binary package,
+/// which holds no headers.
 ///
-/// They agree with the library in names, layouts, vtable order and exception types; nothing else matters to a
-/// linker. cmake/OpenAssetIO.cmake refuses other versions, the assertions below hold the layouts, and the tests run every
-/// virtual call against a plug-in of their own. Rules that must not be broken: no data members beyond these (sizes are known to
-/// inlined code), HostInterface::info() stays its first function that is neither inline nor pure (the vtable lives with it),
-/// and this header is never installed nor included beside OpenAssetIO's own.
+/// They agree with the library in names, layouts, vtable order and exception types; nothing else
+/// matters to a linker. cmake/OpenAssetIO.cmake refuses other versions, the assertions below hold
+/// the layouts, and the tests run every virtual call against a plug-in of their own. Rules that
+/// must not be broken: no data members beyond these (sizes are known to inlined code),
+/// HostInterface::info() stays its first function that is neither inline nor pure (the vtable lives
+/// with it), and this header is never installed nor included beside OpenAssetIO's own.
 #pragma once
 
 #include <cstddef>
@@ -21,13 +23,14 @@
 #include <variant>
 #include <vector>
 
-// Visible, as OpenAssetIO's are: type information of exceptions and interfaces is shared with plug-ins.
+// Visible, as OpenAssetIO's are: type information of exceptions and interfaces is shared with
+// plug-ins.
 #pragma GCC visibility push(default)
 
 namespace openassetio {
 inline namespace v1 {
 
-// ---- Values ------------------------------------------------------------------------------------------------------
+// ---- Values
 
 using Bool = bool;
 using Int = std::int64_t;
@@ -100,7 +103,8 @@ class TraitsData final {
  public:
   static TraitsDataPtr make();
   ~TraitsData();
-  [[nodiscard]] bool getTraitProperty(property::Value* out, const TraitId& traitId, const property::Key& key) const;
+  [[nodiscard]] bool getTraitProperty(property::Value* out, const TraitId& traitId,
+                                      const property::Key& key) const;
   void setTraitProperty(const TraitId& traitId, const property::Key& key, property::Value value);
 
  private:
@@ -110,7 +114,7 @@ class TraitsData final {
 
 }  // namespace trait
 
-// ---- Contexts ----------------------------------------------------------------------------------------------------
+// ---- Contexts
 
 namespace managerApi {
 class ManagerStateBase;
@@ -130,7 +134,7 @@ class Context final {
   static ContextPtr make(trait::TraitsDataPtr locale, managerApi::ManagerStateBasePtr managerState);
 };
 
-// ---- Logging of the library itself -------------------------------------------------------------------------------
+// ---- Logging of the library itself
 
 namespace log {
 
@@ -163,7 +167,7 @@ class SeverityFilter final : public LoggerInterface {
 
 }  // namespace log
 
-// ---- Hosts and managers ------------------------------------------------------------------------------------------
+// ---- Hosts and managers
 
 namespace hostApi {
 
@@ -185,7 +189,8 @@ class ManagerImplementationFactoryInterface {
  private:
   log::LoggerInterfacePtr logger_;
 };
-using ManagerImplementationFactoryInterfacePtr = std::shared_ptr<ManagerImplementationFactoryInterface>;
+using ManagerImplementationFactoryInterfacePtr =
+    std::shared_ptr<ManagerImplementationFactoryInterface>;
 
 class Manager final {
  public:
@@ -208,43 +213,49 @@ class Manager final {
   bool isEntityReferenceString(const Str& text);
   std::optional<EntityReference> createEntityReferenceIfValid(Str text);
   ContextPtr createContext();
-  trait::TraitsDataPtr resolve(const EntityReference& reference, const trait::TraitSet& traitSet, access::ResolveAccess access,
-                               const ContextConstPtr& context, const BatchElementErrorPolicyTag::Exception& policy = {});
+  trait::TraitsDataPtr resolve(const EntityReference& reference, const trait::TraitSet& traitSet,
+                               access::ResolveAccess access, const ContextConstPtr& context,
+                               const BatchElementErrorPolicyTag::Exception& policy = {});
 };
 using ManagerPtr = std::shared_ptr<Manager>;
 
 class ManagerFactory {
  public:
-  static ManagerPtr defaultManagerForInterface(const HostInterfacePtr& host,
-                                               const ManagerImplementationFactoryInterfacePtr& factory,
-                                               const log::LoggerInterfacePtr& logger);
-  static ManagerPtr defaultManagerForInterface(std::string_view configPath, const HostInterfacePtr& host,
-                                               const ManagerImplementationFactoryInterfacePtr& factory,
-                                               const log::LoggerInterfacePtr& logger);
+  static ManagerPtr defaultManagerForInterface(
+      const HostInterfacePtr& host, const ManagerImplementationFactoryInterfacePtr& factory,
+      const log::LoggerInterfacePtr& logger);
+  static ManagerPtr defaultManagerForInterface(
+      std::string_view configPath, const HostInterfacePtr& host,
+      const ManagerImplementationFactoryInterfacePtr& factory,
+      const log::LoggerInterfacePtr& logger);
 };
 
 }  // namespace hostApi
 
 namespace pluginSystem {
 
-class CppPluginSystemManagerImplementationFactory final : public hostApi::ManagerImplementationFactoryInterface {
+class CppPluginSystemManagerImplementationFactory final
+    : public hostApi::ManagerImplementationFactoryInterface {
  public:
-  static std::shared_ptr<CppPluginSystemManagerImplementationFactory> make(log::LoggerInterfacePtr logger);
+  static std::shared_ptr<CppPluginSystemManagerImplementationFactory> make(
+      log::LoggerInterfacePtr logger);
   Identifiers identifiers() override;
   managerApi::ManagerInterfacePtr instantiate(const Identifier& identifier) override;
 };
 
-class HybridPluginSystemManagerImplementationFactory final : public hostApi::ManagerImplementationFactoryInterface {
+class HybridPluginSystemManagerImplementationFactory final
+    : public hostApi::ManagerImplementationFactoryInterface {
  public:
   static std::shared_ptr<HybridPluginSystemManagerImplementationFactory> make(
-      std::vector<hostApi::ManagerImplementationFactoryInterfacePtr> factories, log::LoggerInterfacePtr logger);
+      std::vector<hostApi::ManagerImplementationFactoryInterfacePtr> factories,
+      log::LoggerInterfacePtr logger);
   Identifiers identifiers() override;
   managerApi::ManagerInterfacePtr instantiate(const Identifier& identifier) override;
 };
 
 }  // namespace pluginSystem
 
-// ---- Locations ---------------------------------------------------------------------------------------------------
+// ---- Locations
 
 namespace utils {
 
@@ -270,7 +281,7 @@ class FileUrlPathConverter {
 
 #pragma GCC visibility pop
 
-// ---- Layouts -----------------------------------------------------------------------------------------------------
+// ---- Layouts
 
 #if !defined(__GLIBCXX__) || _GLIBCXX_USE_CXX11_ABI != 1 || !defined(__x86_64__)
 #error \

@@ -1,6 +1,7 @@
 /// \file
-/// The other side of OpenAssetIO 1.0, which managers implement: for the native plug-in of the tests. The rules of
-/// OpenAssetIODeclarations.h hold here too; all virtual functions are declared, so that the table has its full length.
+/// The other side of OpenAssetIO 1.0, which managers implement: for the native plug-in of the
+/// tests. The rules of OpenAssetIODeclarations.h hold here too; all virtual functions are declared,
+/// so that the table has its full length.
 #pragma once
 
 #include "vela/asset/detail/OpenAssetIO.h"
@@ -77,8 +78,10 @@ class ManagerInterface {
   using ExistsSuccessCallback = std::function<void(std::size_t, bool)>;
   using EntityTraitsSuccessCallback = std::function<void(std::size_t, trait::TraitSet)>;
   using ResolveSuccessCallback = std::function<void(std::size_t, trait::TraitsDataPtr)>;
-  using DefaultEntityReferenceSuccessCallback = std::function<void(std::size_t, std::optional<EntityReference>)>;
-  using RelationshipQuerySuccessCallback = std::function<void(std::size_t, std::shared_ptr<EntityReferencePagerInterface>)>;
+  using DefaultEntityReferenceSuccessCallback =
+      std::function<void(std::size_t, std::optional<EntityReference>)>;
+  using RelationshipQuerySuccessCallback =
+      std::function<void(std::size_t, std::shared_ptr<EntityReferencePagerInterface>)>;
   using PreflightSuccessCallback = std::function<void(std::size_t, EntityReference)>;
   using RegisterSuccessCallback = std::function<void(std::size_t, EntityReference)>;
 
@@ -93,38 +96,55 @@ class ManagerInterface {
   virtual InfoDictionary settings(const HostSessionPtr& session);
   virtual void initialize(InfoDictionary settings, const HostSessionPtr& session);
   virtual void flushCaches(const HostSessionPtr& session);
-  virtual trait::TraitsDatas managementPolicy(const trait::TraitSets& sets, access::PolicyAccess access,
-                                              const ContextConstPtr& context, const HostSessionPtr& session);
+  virtual trait::TraitsDatas managementPolicy(const trait::TraitSets& sets,
+                                              access::PolicyAccess access,
+                                              const ContextConstPtr& context,
+                                              const HostSessionPtr& session);
   virtual ManagerStateBasePtr createState(const HostSessionPtr& session);
-  virtual ManagerStateBasePtr createChildState(const ManagerStateBasePtr& parent, const HostSessionPtr& session);
-  virtual Str persistenceTokenForState(const ManagerStateBasePtr& state, const HostSessionPtr& session);
-  virtual ManagerStateBasePtr stateFromPersistenceToken(const Str& token, const HostSessionPtr& session);
+  virtual ManagerStateBasePtr createChildState(const ManagerStateBasePtr& parent,
+                                               const HostSessionPtr& session);
+  virtual Str persistenceTokenForState(const ManagerStateBasePtr& state,
+                                       const HostSessionPtr& session);
+  virtual ManagerStateBasePtr stateFromPersistenceToken(const Str& token,
+                                                        const HostSessionPtr& session);
   virtual bool isEntityReferenceString(const Str& text, const HostSessionPtr& session);
-  virtual void entityExists(const EntityReferences& references, const ContextConstPtr& context, const HostSessionPtr& session,
-                            const ExistsSuccessCallback& success, const BatchElementErrorCallback& error);
+  virtual void entityExists(const EntityReferences& references, const ContextConstPtr& context,
+                            const HostSessionPtr& session, const ExistsSuccessCallback& success,
+                            const BatchElementErrorCallback& error);
   virtual void entityTraits(const EntityReferences& references, access::EntityTraitsAccess access,
                             const ContextConstPtr& context, const HostSessionPtr& session,
-                            const EntityTraitsSuccessCallback& success, const BatchElementErrorCallback& error);
-  virtual void resolve(const EntityReferences& references, const trait::TraitSet& traitSet, access::ResolveAccess access,
-                       const ContextConstPtr& context, const HostSessionPtr& session, const ResolveSuccessCallback& success,
+                            const EntityTraitsSuccessCallback& success,
+                            const BatchElementErrorCallback& error);
+  virtual void resolve(const EntityReferences& references, const trait::TraitSet& traitSet,
+                       access::ResolveAccess access, const ContextConstPtr& context,
+                       const HostSessionPtr& session, const ResolveSuccessCallback& success,
                        const BatchElementErrorCallback& error);
-  virtual void defaultEntityReference(const trait::TraitSets& sets, access::DefaultEntityAccess access,
+  virtual void defaultEntityReference(const trait::TraitSets& sets,
+                                      access::DefaultEntityAccess access,
                                       const ContextConstPtr& context, const HostSessionPtr& session,
                                       const DefaultEntityReferenceSuccessCallback& success,
                                       const BatchElementErrorCallback& error);
-  virtual void getWithRelationship(const EntityReferences& references, const trait::TraitsDataPtr& relationship,
-                                   const trait::TraitSet& resultTraits, std::size_t pageSize, access::RelationsAccess access,
-                                   const ContextConstPtr& context, const HostSessionPtr& session,
-                                   const RelationshipQuerySuccessCallback& success, const BatchElementErrorCallback& error);
-  virtual void getWithRelationships(const EntityReference& reference, const trait::TraitsDatas& relationships,
-                                    const trait::TraitSet& resultTraits, std::size_t pageSize, access::RelationsAccess access,
-                                    const ContextConstPtr& context, const HostSessionPtr& session,
-                                    const RelationshipQuerySuccessCallback& success, const BatchElementErrorCallback& error);
-  virtual void preflight(const EntityReferences& references, const trait::TraitsDatas& hints, access::PublishingAccess access,
-                         const ContextConstPtr& context, const HostSessionPtr& session, const PreflightSuccessCallback& success,
+  virtual void getWithRelationship(const EntityReferences& references,
+                                   const trait::TraitsDataPtr& relationship,
+                                   const trait::TraitSet& resultTraits, std::size_t pageSize,
+                                   access::RelationsAccess access, const ContextConstPtr& context,
+                                   const HostSessionPtr& session,
+                                   const RelationshipQuerySuccessCallback& success,
+                                   const BatchElementErrorCallback& error);
+  virtual void getWithRelationships(const EntityReference& reference,
+                                    const trait::TraitsDatas& relationships,
+                                    const trait::TraitSet& resultTraits, std::size_t pageSize,
+                                    access::RelationsAccess access, const ContextConstPtr& context,
+                                    const HostSessionPtr& session,
+                                    const RelationshipQuerySuccessCallback& success,
+                                    const BatchElementErrorCallback& error);
+  virtual void preflight(const EntityReferences& references, const trait::TraitsDatas& hints,
+                         access::PublishingAccess access, const ContextConstPtr& context,
+                         const HostSessionPtr& session, const PreflightSuccessCallback& success,
                          const BatchElementErrorCallback& error);
-  virtual void register_(const EntityReferences& references, const trait::TraitsDatas& datas, access::PublishingAccess access,
-                         const ContextConstPtr& context, const HostSessionPtr& session, const RegisterSuccessCallback& success,
+  virtual void register_(const EntityReferences& references, const trait::TraitsDatas& datas,
+                         access::PublishingAccess access, const ContextConstPtr& context,
+                         const HostSessionPtr& session, const RegisterSuccessCallback& success,
                          const BatchElementErrorCallback& error);
 };
 

@@ -1,12 +1,12 @@
 #include "vela/asset/detail/PythonBridge.h"
 
-#include "vela/asset/detail/AssetState.h"
-
 #include <dlfcn.h>
 #include <link.h>
 
 #include <cstring>
 #include <string>
+
+#include "vela/asset/detail/AssetState.h"
 
 namespace vela::asset::detail {
 namespace {
@@ -24,7 +24,8 @@ Function functionOf(void* library, const char* name) {
   return reinterpret_cast<Function>(dlsym(library, name));
 }
 
-/// Where a library of this process was loaded from, found by how its file name begins; empty without one.
+/// Where a library of this process was loaded from, found by how its file name begins; empty
+/// without one.
 std::string pathOfLoaded(const char* beginning) {
   struct Search {
     const char* beginning;
@@ -42,7 +43,8 @@ std::string pathOfLoaded(const char* beginning) {
   return search.path;
 }
 
-/// Makes the symbols of a libpython visible that was loaded for its loader alone: the bridge needs to find them.
+/// Makes the symbols of a libpython visible that was loaded for its loader alone: the bridge needs
+/// to find them.
 void promoteLibpython() {
   const std::string path = pathOfLoaded("libpython3.");
   if (!path.empty()) dlopen(path.c_str(), RTLD_NOLOAD | RTLD_NOW | RTLD_GLOBAL);
@@ -56,7 +58,8 @@ const char* whyNoInterpreter() {
 #ifdef VELA_OPENASSETIO_PYTHON
   // The bridge is bound to one version of the interpreter, and its file name does not say which.
   const auto version = functionOf<const char* (*)()>(RTLD_DEFAULT, "Py_GetVersion");
-  if (!version || std::strncmp(version(), VELA_OPENASSETIO_PYTHON, std::strlen(VELA_OPENASSETIO_PYTHON)) != 0)
+  if (!version ||
+      std::strncmp(version(), VELA_OPENASSETIO_PYTHON, std::strlen(VELA_OPENASSETIO_PYTHON)) != 0)
     return "the Python interpreter of this process is of another version than OpenAssetIO's";
 #endif
   return nullptr;
@@ -64,9 +67,11 @@ const char* whyNoInterpreter() {
 
 /// The bridge; null, with dlerror() saying why, when it cannot be loaded.
 void* loadBridge() {
-  // By its plain name: one that the process has already serves again, from whatever folder; else it lies on this library's run path.
+  // By its plain name: one that the process has already serves again, from whatever folder; else it
+  // lies on this library's run path.
   if (void* const bridge = dlopen(kBridge, RTLD_LAZY | RTLD_LOCAL)) return bridge;
-  // That run path is not followed where another library stands in for dlopen, as sanitizers and profilers do.
+  // That run path is not followed where another library stands in for dlopen, as sanitizers and
+  // profilers do.
   const std::string core = pathOfLoaded("libopenassetio.so.");
   return dlopen((core.substr(0, core.rfind('/') + 1) + kBridge).c_str(), RTLD_LAZY | RTLD_LOCAL);
 }
@@ -76,14 +81,16 @@ void* loadBridge() {
 ManagerImplementationFactoryInterfacePtr makePythonFactory(const LoggerInterfacePtr& logger) {
   const char* reason = whyNoInterpreter();
   if (!reason) {
-    // Loaded only now: without Python's symbols in the process it cannot be loaded at all, and called without an
-    // interpreter it would crash.
+    // Loaded only now: without Python's symbols in the process it cannot be loaded at all, and
+    // called without an interpreter it would crash.
     void* const bridge = loadBridge();
     using Make = ManagerImplementationFactoryInterfacePtr (*)(LoggerInterfacePtr);
-    if (const auto make = bridge ? functionOf<Make>(bridge, kFactory) : nullptr) return make(logger);
+    if (const auto make = bridge ? functionOf<Make>(bridge, kFactory) : nullptr)
+      return make(logger);
     reason = dlerror();
   }
-  logVerbose(std::string("Python asset managers are left out: ") + (reason ? reason : "their bridge is incomplete"));
+  logVerbose(std::string("Python asset managers are left out: ") +
+             (reason ? reason : "their bridge is incomplete"));
   return nullptr;
 }
 

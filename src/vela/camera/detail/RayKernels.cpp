@@ -4,8 +4,8 @@
 #include <cmath>
 #include <cstring>
 
-// Four rays at a time where the processor has SSE2 for sure, else one after the other. A test builds this file a second time with
-// VELA_WITHOUT_SSE2 and holds both to the same bits.
+// Four rays at a time where the processor has SSE2 for sure, else one after the other. A test
+// builds this file a second time with VELA_WITHOUT_SSE2 and holds both to the same bits.
 #if defined(__SSE2__) && !defined(VELA_WITHOUT_SSE2)
 #define VELA_FOUR_RAYS 1
 #include <emmintrin.h>
@@ -35,14 +35,16 @@ struct Optics {
   [[nodiscard]] tarn::Vec2<float> window(float x, float y) const {
     if (ndcIsIdentity) return {x, y};
     const double wx = static_cast<double>(x), wy = static_cast<double>(y);
-    return {static_cast<float>(wx * m[0] + wy * m[2] + m[4]), static_cast<float>(wx * m[1] + wy * m[3] + m[5])};
+    return {static_cast<float>(wx * m[0] + wy * m[2] + m[4]),
+            static_cast<float>(wx * m[1] + wy * m[3] + m[5])};
   }
 };
 
 /// NaN stays NaN.
 double clampToUnit(float v) { return static_cast<double>(v < -1.0f ? -1.0f : v > 1.0f ? 1.0f : v); }
 
-/// Directions of a round lens before they are brought to unit length: the ray's own, and what the neighbours have in their places.
+/// Directions of a round lens before they are brought to unit length: the ray's own, and what the
+/// neighbours have in their places.
 struct RoundDirections {
   float x, y, z;
   float xX, yX, zX;
@@ -55,31 +57,36 @@ RoundDirections cylindricalDirections(tarn::Vec2<float> p, tarn::Vec2<float> q, 
   const double phi = (clampToUnit(p.x) + 1.0) * kPi, phiX = (clampToUnit(q.x) + 1.0) * kPi;
   const float x = static_cast<float>(-std::sin(phi)), z = static_cast<float>(std::cos(phi));
   const float xX = static_cast<float>(-std::sin(phiX)), zX = static_cast<float>(std::cos(phiX));
-  const float y = h * static_cast<float>(clampToUnit(p.y)), yY = h * static_cast<float>(clampToUnit(q.y));
+  const float y = h * static_cast<float>(clampToUnit(p.y)),
+              yY = h * static_cast<float>(clampToUnit(q.y));
   return {x, y, z, xX, y, zX, x, yY, z};
 }
 
 /// \param k  width over height of the image
 RoundDirections sphericalDirections(tarn::Vec2<float> p, tarn::Vec2<float> q, double k) {
   const double phi = (clampToUnit(p.x) + 1.0) * kPi, phiX = (clampToUnit(q.x) + 1.0) * kPi;
-  const double theta = ((clampToUnit(p.y) * k + 1.0) * 0.5) * kPi, thetaY = ((k * clampToUnit(q.y) + 1.0) * 0.5) * kPi;
+  const double theta = ((clampToUnit(p.y) * k + 1.0) * 0.5) * kPi,
+               thetaY = ((k * clampToUnit(q.y) + 1.0) * 0.5) * kPi;
   const double sinTheta = std::sin(theta), sinThetaY = std::sin(thetaY);
-  const float x = static_cast<float>(-std::sin(phi) * sinTheta), z = static_cast<float>(std::cos(phi) * sinTheta);
+  const float x = static_cast<float>(-std::sin(phi) * sinTheta),
+              z = static_cast<float>(std::cos(phi) * sinTheta);
   const float y = static_cast<float>(-std::cos(theta)), yY = static_cast<float>(-std::cos(thetaY));
-  // KEEP(x-neighbour-latitude): the x-neighbour has the sine of the y-neighbour's latitude beside the cosine of its own; the
-  // differentials of hosts' filters are tuned to it.
-  const float xX = static_cast<float>(-std::sin(phiX) * sinThetaY), zX = static_cast<float>(std::cos(phiX) * sinThetaY);
+  // KEEP(x-neighbour-latitude): the x-neighbour has the sine of the y-neighbour's latitude beside
+  // the cosine of its own; the differentials of hosts' filters are tuned to it.
+  const float xX = static_cast<float>(-std::sin(phiX) * sinThetaY),
+              zX = static_cast<float>(std::cos(phiX) * sinThetaY);
   // KEEP(y-neighbour-latitude): and the y-neighbour has only the cosine of its own latitude.
   return {x, y, z, xX, y, zX, x, yY, z};
 }
 
 #if VELA_FOUR_RAYS
 
-// ---- four rays at a time
+// ---- Four rays at a time
 //
-// Every operation has the width and the order of the plain formula, so a lane has the bits of a single ray; a batch's last rays
-// go through the same code, the last one in all lanes that are left. The time goes into twelve divisions a ray, which four lanes share, and into
-// the stores: records are written by a transposition in pieces of 16 bytes instead of 19 single words.
+// Every operation has the width and the order of the plain formula, so a lane has the bits of a
+// single ray; a batch's last rays go through the same code, the last one in all lanes that are
+// left. The time goes into twelve divisions a ray, which four lanes share, and into the stores:
+// records are written by a transposition in pieces of 16 bytes instead of 19 single words.
 
 constexpr std::size_t kLanes = 4;
 
@@ -98,12 +105,14 @@ struct Block {
 
 /// Two rows of the film window's matrix for two lanes, in double.
 __m128d windowRow(__m128d x, __m128d y, double mx, double my, double mt) {
-  return _mm_add_pd(_mm_add_pd(_mm_mul_pd(x, _mm_set1_pd(mx)), _mm_mul_pd(y, _mm_set1_pd(my))), _mm_set1_pd(mt));
+  return _mm_add_pd(_mm_add_pd(_mm_mul_pd(x, _mm_set1_pd(mx)), _mm_mul_pd(y, _mm_set1_pd(my))),
+                    _mm_set1_pd(mt));
 }
 
 __m128 windowRow(__m128 x, __m128 y, double mx, double my, double mt) {
   const __m128d low = windowRow(_mm_cvtps_pd(x), _mm_cvtps_pd(y), mx, my, mt);
-  const __m128d high = windowRow(_mm_cvtps_pd(_mm_movehl_ps(x, x)), _mm_cvtps_pd(_mm_movehl_ps(y, y)), mx, my, mt);
+  const __m128d high =
+      windowRow(_mm_cvtps_pd(_mm_movehl_ps(x, x)), _mm_cvtps_pd(_mm_movehl_ps(y, y)), mx, my, mt);
   return _mm_movelh_ps(_mm_cvtpd_ps(low), _mm_cvtpd_ps(high));
 }
 
@@ -113,7 +122,8 @@ Lanes2 window(const Lanes2& v, const Optics& o) {
 
 /// \param coords  four of them
 void loadCoords(const ProjectCoord* coords, Block& b) {
-  static_assert(offsetof(ProjectCoord, x) == 0 && offsetof(ProjectCoord, dy) == 12, "x, y, dx, dy are read as one");
+  static_assert(offsetof(ProjectCoord, x) == 0 && offsetof(ProjectCoord, dy) == 12,
+                "x, y, dx, dy are read as one");
   __m128 x = _mm_loadu_ps(&coords[0].x), y = _mm_loadu_ps(&coords[1].x);
   __m128 dx = _mm_loadu_ps(&coords[2].x), dy = _mm_loadu_ps(&coords[3].x);
   _MM_TRANSPOSE4_PS(x, y, dx, dy);
@@ -144,12 +154,13 @@ void applyOptics(const Camera::Sample* samples, std::size_t count, Block& b) {
   const Camera::Sample& s1 = samples[std::min<std::size_t>(1, count - 1)];
   const Camera::Sample& s2 = samples[std::min<std::size_t>(2, count - 1)];
   const Camera::Sample& s3 = samples[count - 1];
-  b.h = _mm_mul_ps(_mm_setr_ps(s0.lensMagnification(), s1.lensMagnification(), s2.lensMagnification(), s3.lensMagnification()),
+  b.h = _mm_mul_ps(_mm_setr_ps(s0.lensMagnification(), s1.lensMagnification(),
+                               s2.lensMagnification(), s3.lensMagnification()),
                    _mm_set1_ps(0.5f));
-  b.nearDistance =
-      narrowed(s0.lensAp.clipNearDistance, s1.lensAp.clipNearDistance, s2.lensAp.clipNearDistance, s3.lensAp.clipNearDistance);
-  b.farDistance =
-      narrowed(s0.lensAp.clipFarDistance, s1.lensAp.clipFarDistance, s2.lensAp.clipFarDistance, s3.lensAp.clipFarDistance);
+  b.nearDistance = narrowed(s0.lensAp.clipNearDistance, s1.lensAp.clipNearDistance,
+                            s2.lensAp.clipNearDistance, s3.lensAp.clipNearDistance);
+  b.farDistance = narrowed(s0.lensAp.clipFarDistance, s1.lensAp.clipFarDistance,
+                           s2.lensAp.clipFarDistance, s3.lensAp.clipFarDistance);
   if (s0.ndcIsIdentity && s1.ndcIsIdentity && s2.ndcIsIdentity && s3.ndcIsIdentity) return;
 
   // Each lane through its own window.
@@ -174,16 +185,19 @@ void applyOptics(const Camera::Sample* samples, std::size_t count, Block& b) {
 /// (x, y, -1) divided by its length, which is never 0.
 Lanes3 unit(__m128 x, __m128 y) {
   const __m128 minusOne = _mm_set1_ps(-1.0f);
-  const __m128 squares = _mm_add_ps(_mm_add_ps(_mm_mul_ps(x, x), _mm_mul_ps(y, y)), _mm_set1_ps(1.0f));
+  const __m128 squares =
+      _mm_add_ps(_mm_add_ps(_mm_mul_ps(x, x), _mm_mul_ps(y, y)), _mm_set1_ps(1.0f));
   const __m128 n = _mm_sqrt_ps(squares);
   return {_mm_div_ps(x, n), _mm_div_ps(y, n), _mm_div_ps(minusOne, n)};
 }
 
 /// The vector divided by its length; the zero vector as it is.
 Lanes3 unit(const Lanes3& v) {
-  const __m128 squares = _mm_add_ps(_mm_add_ps(_mm_mul_ps(v.x, v.x), _mm_mul_ps(v.y, v.y)), _mm_mul_ps(v.z, v.z));
+  const __m128 squares =
+      _mm_add_ps(_mm_add_ps(_mm_mul_ps(v.x, v.x), _mm_mul_ps(v.y, v.y)), _mm_mul_ps(v.z, v.z));
   const __m128 length = _mm_sqrt_ps(squares);
-  const __m128 n = _mm_or_ps(length, _mm_and_ps(_mm_cmpeq_ps(length, _mm_setzero_ps()), _mm_set1_ps(1.0f)));
+  const __m128 n =
+      _mm_or_ps(length, _mm_and_ps(_mm_cmpeq_ps(length, _mm_setzero_ps()), _mm_set1_ps(1.0f)));
   return {_mm_div_ps(v.x, n), _mm_div_ps(v.y, n), _mm_div_ps(v.z, n)};
 }
 
@@ -199,7 +213,8 @@ struct RayLanes {
 constexpr std::size_t kInverseOffset = 72;  // RayContext.cpp holds the layout to this
 static_assert(sizeof(RayContext) == 88 && sizeof(RayContext::slopeBits) == 1);
 
-/// The pieces of one ray's record: floats 0 to 3, 4 to 7, 8 to 11, 12 and 13, and the reciprocal with its sign bits.
+/// The pieces of one ray's record: floats 0 to 3, 4 to 7, 8 to 11, 12 and 13, and the reciprocal
+/// with its sign bits.
 void storeRay(RayContext& ray, __m128 a, __m128 b, __m128 c, __m128 d, __m128 e) {
   char* record = reinterpret_cast<char*>(&ray);
   float* floats = reinterpret_cast<float*>(record);
@@ -207,7 +222,8 @@ void storeRay(RayContext& ray, __m128 a, __m128 b, __m128 c, __m128 d, __m128 e)
   _mm_storeu_ps(floats + 4, b);
   _mm_storeu_ps(floats + 8, c);
   _mm_storel_epi64(reinterpret_cast<__m128i*>(floats + 12), _mm_castps_si128(d));
-  // Not as one piece of 16: the bytes behind the sign bits belong to classes that derive from the record.
+  // Not as one piece of 16: the bytes behind the sign bits belong to classes that derive from the
+  // record.
   float* inverse = reinterpret_cast<float*>(record + kInverseOffset);
   _mm_storel_epi64(reinterpret_cast<__m128i*>(inverse), _mm_castps_si128(e));
   _mm_store_ss(inverse + 2, _mm_movehl_ps(e, e));
@@ -221,7 +237,8 @@ void storeRays(const RayLanes& r, const Block& block, RayContext* rays, std::siz
   const auto bit = [&](__m128 v, int mask) {
     return _mm_and_si128(_mm_castps_si128(_mm_cmplt_ps(v, zero)), _mm_set1_epi32(mask));
   };
-  const __m128i slopes = _mm_or_si128(_mm_or_si128(bit(r.inverse.x, 1), bit(r.inverse.y, 2)), bit(r.inverse.z, 4));
+  const __m128i slopes =
+      _mm_or_si128(_mm_or_si128(bit(r.inverse.x, 1), bit(r.inverse.y, 2)), bit(r.inverse.z, 4));
 
   __m128 a0 = r.origin.x, a1 = r.origin.y, a2 = r.origin.z, a3 = r.direction.x;
   __m128 b0 = r.direction.y, b1 = r.direction.z, b2 = block.nearDistance, b3 = block.farDistance;
@@ -231,7 +248,8 @@ void storeRays(const RayLanes& r, const Block& block, RayContext* rays, std::siz
   _MM_TRANSPOSE4_PS(b0, b1, b2, b3);
   _MM_TRANSPOSE4_PS(c0, c1, c2, c3);
   _MM_TRANSPOSE4_PS(e0, e1, e2, e3);
-  const __m128 d01 = _mm_unpacklo_ps(r.yDirection.y, r.yDirection.z), d23 = _mm_unpackhi_ps(r.yDirection.y, r.yDirection.z);
+  const __m128 d01 = _mm_unpacklo_ps(r.yDirection.y, r.yDirection.z),
+               d23 = _mm_unpackhi_ps(r.yDirection.y, r.yDirection.z);
 
   storeRay(rays[0], a0, b0, c0, d01, e0);
   if (count > 1) storeRay(rays[1], a1, b1, c1, _mm_movehl_ps(d01, d01), e1);
@@ -258,7 +276,8 @@ void generateInFours(const RayBatch& batch, Kernel&& kernel) {
   // The last one to three.
   const std::size_t rest = batch.count - i;
   ProjectCoord coords[kLanes];
-  for (std::size_t lane = 0; lane < kLanes; ++lane) coords[lane] = batch.coords[std::min(i + lane, batch.count - 1)];
+  for (std::size_t lane = 0; lane < kLanes; ++lane)
+    coords[lane] = batch.coords[std::min(i + lane, batch.count - 1)];
   loadCoords(coords, block);
   if (batch.stride == 0)
     applyOptics(one, block);
@@ -267,12 +286,13 @@ void generateInFours(const RayBatch& batch, Kernel&& kernel) {
   storeRays(kernel(block), block, batch.rays + i, rest);
 }
 
-// ---- sines and cosines, four at a time
+// ---- Sines and cosines, four at a time
 //
-// The lenses promise the bits of the platform's own sine and cosine, in double, narrowed to float. What follows is not as exact, but
-// off by less than 2^-50 of the value; narrowing gives the same float unless the double lies so close to the middle between
-// two floats that the difference could push it over. Lanes where that may be, about one in 100,000, or where the bound does not
-// hold, are marked and computed again with the platform's functions.
+// The lenses promise the bits of the platform's own sine and cosine, in double, narrowed to float.
+// What follows is not as exact, but off by less than 2^-50 of the value; narrowing gives the same
+// float unless the double lies so close to the middle between two floats that the difference could
+// push it over. Lanes where that may be, about one in 100,000, or where the bound does not hold,
+// are marked and computed again with the platform's functions.
 
 struct Doubles4 {
   __m128d lo, hi;
@@ -283,7 +303,9 @@ Doubles4 each(const Doubles4& v, Function&& function) {
   return {function(v.lo), function(v.hi)};
 }
 
-Doubles4 operator*(const Doubles4& a, const Doubles4& b) { return {_mm_mul_pd(a.lo, b.lo), _mm_mul_pd(a.hi, b.hi)}; }
+Doubles4 operator*(const Doubles4& a, const Doubles4& b) {
+  return {_mm_mul_pd(a.lo, b.lo), _mm_mul_pd(a.hi, b.hi)};
+}
 
 Doubles4 negated(const Doubles4& v) {
   const __m128d sign = _mm_set1_pd(-0.0);
@@ -294,19 +316,21 @@ Doubles4 widened(__m128 v) { return {_mm_cvtps_pd(v), _mm_cvtps_pd(_mm_movehl_ps
 
 /// The low halves of four doubles' bits.
 __m128i lowWords(__m128d lo, __m128d hi) {
-  return _mm_castps_si128(_mm_shuffle_ps(_mm_castpd_ps(lo), _mm_castpd_ps(hi), _MM_SHUFFLE(2, 0, 2, 0)));
+  return _mm_castps_si128(
+      _mm_shuffle_ps(_mm_castpd_ps(lo), _mm_castpd_ps(hi), _MM_SHUFFLE(2, 0, 2, 0)));
 }
 
 /// Four doubles as floats.
 ///
-/// \param doubtful  bits are set in the lanes where a double off by 2^-42 of its value could round otherwise
+/// \param doubtful  bits are set in the lanes where a double off by 2^-42 of its value could round
+///                  otherwise
 __m128 narrowed(const Doubles4& v, __m128i& doubtful) {
   const __m128 narrow = _mm_movelh_ps(_mm_cvtpd_ps(v.lo), _mm_cvtpd_ps(v.hi));
   // A float keeps 24 of the 53 bits. The 29 that go are compared with the middle, which is 2^28.
   const __m128i rest = _mm_and_si128(lowWords(v.lo, v.hi), _mm_set1_epi32(0x1FFFFFFF));
   const __m128i fromMiddle = _mm_sub_epi32(rest, _mm_set1_epi32(0x10000000));
-  const __m128i close =
-      _mm_and_si128(_mm_cmpgt_epi32(fromMiddle, _mm_set1_epi32(-0x800)), _mm_cmplt_epi32(fromMiddle, _mm_set1_epi32(0x800)));
+  const __m128i close = _mm_and_si128(_mm_cmpgt_epi32(fromMiddle, _mm_set1_epi32(-0x800)),
+                                      _mm_cmplt_epi32(fromMiddle, _mm_set1_epi32(0x800)));
   // Near the subnormal floats fewer bits are kept.
   const __m128 magnitude = _mm_andnot_ps(_mm_set1_ps(-0.0f), narrow);
   const __m128 tiny = _mm_cmplt_ps(magnitude, _mm_set1_ps(1e-30f));
@@ -316,8 +340,8 @@ __m128 narrowed(const Doubles4& v, __m128i& doubtful) {
 
 /// \param good  all bits set where both results hold their bound
 void sinCos(__m128d angle, __m128d& sine, __m128d& cosine, __m128d& good) {
-  // angle = k pi/2 + r with |r| up to pi/4. Pi/2 in two parts: k times the first, of 33 bits, is exact, and so is the first
-  // difference.
+  // angle = k pi/2 + r with |r| up to pi/4. Pi/2 in two parts: k times the first, of 33 bits, is
+  // exact, and so is the first difference.
   const __m128i k = _mm_cvtpd_epi32(_mm_mul_pd(angle, _mm_set1_pd(0.6366197723675814)));
   const __m128d wideK = _mm_cvtepi32_pd(k);
   const __m128d most = _mm_sub_pd(angle, _mm_mul_pd(wideK, _mm_set1_pd(0x1.921fb544p+0)));
@@ -325,7 +349,9 @@ void sinCos(__m128d angle, __m128d& sine, __m128d& cosine, __m128d& good) {
 
   // Both series, from 1/17! and 1/16! down.
   const __m128d z = _mm_mul_pd(r, r);
-  const auto horner = [&](__m128d sum, double next) { return _mm_add_pd(_mm_mul_pd(sum, z), _mm_set1_pd(next)); };
+  const auto horner = [&](__m128d sum, double next) {
+    return _mm_add_pd(_mm_mul_pd(sum, z), _mm_set1_pd(next));
+  };
   __m128d s = _mm_set1_pd(1.0 / 355687428096000.0);
   s = horner(s, -1.0 / 1307674368000.0);
   s = horner(s, 1.0 / 6227020800.0);
@@ -350,13 +376,17 @@ void sinCos(__m128d angle, __m128d& sine, __m128d& cosine, __m128d& good) {
   const __m128i one = _mm_set1_epi32(1), two = _mm_set1_epi32(2);
   const __m128d swap = _mm_castsi128_pd(_mm_cmpeq_epi32(_mm_and_si128(k2, one), one));
   const auto signOf = [&](__m128i v) {
-    return _mm_and_pd(_mm_castsi128_pd(_mm_slli_epi32(_mm_and_si128(v, two), 30)), _mm_set1_pd(-0.0));
+    return _mm_and_pd(_mm_castsi128_pd(_mm_slli_epi32(_mm_and_si128(v, two), 30)),
+                      _mm_set1_pd(-0.0));
   };
-  const auto pick = [&](__m128d a, __m128d b) { return _mm_or_pd(_mm_and_pd(swap, b), _mm_andnot_pd(swap, a)); };
+  const auto pick = [&](__m128d a, __m128d b) {
+    return _mm_or_pd(_mm_and_pd(swap, b), _mm_andnot_pd(swap, a));
+  };
   sine = _mm_xor_pd(pick(s, c), signOf(k2));
   cosine = _mm_xor_pd(pick(c, s), signOf(_mm_add_epi32(k2, one)));
 
-  // Close to a multiple of pi/2 the difference has lost its bits; far out k pi/2 is no longer exact. NaN fails both.
+  // Close to a multiple of pi/2 the difference has lost its bits; far out k pi/2 is no longer
+  // exact. NaN fails both.
   const __m128d absolute = _mm_set1_pd(-0.0);
   good = _mm_and_pd(_mm_cmplt_pd(_mm_andnot_pd(absolute, angle), _mm_set1_pd(100.0)),
                     _mm_cmpgt_pd(_mm_andnot_pd(absolute, r), _mm_set1_pd(1e-6)));
@@ -372,16 +402,21 @@ SinCos4 sinCos(const Doubles4& angle, __m128i& doubtful) {
   Doubles4 good;
   sinCos(angle.lo, out.sin.lo, out.cos.lo, good.lo);
   sinCos(angle.hi, out.sin.hi, out.cos.hi, good.hi);
-  doubtful = _mm_or_si128(doubtful, _mm_andnot_si128(lowWords(good.lo, good.hi), _mm_set1_epi32(-1)));
+  doubtful =
+      _mm_or_si128(doubtful, _mm_andnot_si128(lowWords(good.lo, good.hi), _mm_set1_epi32(-1)));
   return out;
 }
 
 /// NaN stays NaN: both operations give their second operand then.
-__m128 clampToUnit(__m128 v) { return _mm_min_ps(_mm_set1_ps(1.0f), _mm_max_ps(_mm_set1_ps(-1.0f), v)); }
+__m128 clampToUnit(__m128 v) {
+  return _mm_min_ps(_mm_set1_ps(1.0f), _mm_max_ps(_mm_set1_ps(-1.0f), v));
+}
 
 /// (v + 1) pi
 Doubles4 longitude(__m128 v) {
-  return each(widened(clampToUnit(v)), [](__m128d c) { return _mm_mul_pd(_mm_add_pd(c, _mm_set1_pd(1.0)), _mm_set1_pd(kPi)); });
+  return each(widened(clampToUnit(v)), [](__m128d c) {
+    return _mm_mul_pd(_mm_add_pd(c, _mm_set1_pd(1.0)), _mm_set1_pd(kPi));
+  });
 }
 
 /// ((v k + 1) 0.5) pi
@@ -410,7 +445,8 @@ void settle(__m128i doubtful, const Block& b, RoundLanes& lanes, Exact&& exact) 
   for (std::size_t i = 0; i < 9; ++i) _mm_store_ps(out[i], *outputs[i]);
   for (std::size_t lane = 0; lane < kLanes; ++lane) {
     if ((mask >> lane & 1) == 0) continue;
-    const RoundDirections d = exact({in[0][lane], in[1][lane]}, {in[2][lane], in[3][lane]}, in[4][lane]);
+    const RoundDirections d =
+        exact({in[0][lane], in[1][lane]}, {in[2][lane], in[3][lane]}, in[4][lane]);
     const float values[9] = {d.x, d.y, d.z, d.xX, d.yX, d.zX, d.xY, d.yY, d.zY};
     for (std::size_t i = 0; i < 9; ++i) out[i][lane] = values[i];
   }
@@ -420,13 +456,18 @@ void settle(__m128i doubtful, const Block& b, RoundLanes& lanes, Exact&& exact) 
 RayLanes roundRays(const RoundLanes& lanes) {
   const __m128 zero = _mm_setzero_ps();
   const Lanes3 direction = unit(lanes.direction);
-  return {{zero, zero, zero}, direction, unit(lanes.xDirection), unit(lanes.yDirection), reciprocal(direction)};
+  return {{zero, zero, zero},
+          direction,
+          unit(lanes.xDirection),
+          unit(lanes.yDirection),
+          reciprocal(direction)};
 }
 
 #else
 
 void writeRay(RayContext& ray, const tarn::Vec3<float>& origin, const tarn::Vec3<float>& direction,
-              const tarn::Vec3<float>& xDirection, const tarn::Vec3<float>& yDirection, const Optics& o) {
+              const tarn::Vec3<float>& xDirection, const tarn::Vec3<float>& yDirection,
+              const Optics& o) {
   ray.origin = origin;
   ray.direction = direction;
   ray.updateSlopes();
@@ -447,7 +488,8 @@ void generate(const RayBatch& batch, Kernel&& kernel) {
 }
 
 void writeRoundRay(RayContext& ray, const RoundDirections& d, const Optics& o) {
-  writeRay(ray, {}, tarn::Vec3<float>(d.x, d.y, d.z).normalized(), tarn::Vec3<float>(d.xX, d.yX, d.zX).normalized(),
+  writeRay(ray, {}, tarn::Vec3<float>(d.x, d.y, d.z).normalized(),
+           tarn::Vec3<float>(d.xX, d.yX, d.zX).normalized(),
            tarn::Vec3<float>(d.xY, d.yY, d.zY).normalized(), o);
 }
 
@@ -463,7 +505,8 @@ void perspectiveRays(const RayBatch& batch) {
     const __m128 px = _mm_mul_ps(b.h, b.p.x), py = _mm_mul_ps(b.h, b.p.y);
     const __m128 qx = _mm_mul_ps(b.h, b.q.x), qy = _mm_mul_ps(b.h, b.q.y);
     const Lanes3 direction = unit(px, py);
-    return RayLanes{{zero, zero, zero}, direction, unit(qx, py), unit(px, qy), reciprocal(direction)};
+    return RayLanes{
+        {zero, zero, zero}, direction, unit(qx, py), unit(px, qy), reciprocal(direction)};
   });
 }
 
@@ -472,15 +515,19 @@ void orthographicRays(const RayBatch& batch) {
   const Lanes3 ahead = {zero, zero, _mm_set1_ps(-1.0f)};
   const __m128 infinity = _mm_div_ps(_mm_set1_ps(1.0f), zero);
   generateInFours(batch, [&](const Block& b) {
-    return RayLanes{
-        {_mm_mul_ps(b.h, b.p.x), _mm_mul_ps(b.h, b.p.y), zero}, ahead, ahead, ahead, {infinity, infinity, _mm_set1_ps(-1.0f)}};
+    return RayLanes{{_mm_mul_ps(b.h, b.p.x), _mm_mul_ps(b.h, b.p.y), zero},
+                    ahead,
+                    ahead,
+                    ahead,
+                    {infinity, infinity, _mm_set1_ps(-1.0f)}};
   });
 }
 
 void cylindricalRays(const RayBatch& batch) {
   generateInFours(batch, [](const Block& b) {
     __m128i doubtful = _mm_setzero_si128();
-    const SinCos4 phi = sinCos(longitude(b.p.x), doubtful), phiX = sinCos(longitude(b.q.x), doubtful);
+    const SinCos4 phi = sinCos(longitude(b.p.x), doubtful),
+                  phiX = sinCos(longitude(b.q.x), doubtful);
     const __m128 x = narrowed(negated(phi.sin), doubtful), z = narrowed(phi.cos, doubtful);
     const __m128 xX = narrowed(negated(phiX.sin), doubtful), zX = narrowed(phiX.cos, doubtful);
     const __m128 y = _mm_mul_ps(b.h, clampToUnit(b.p.y)), yY = _mm_mul_ps(b.h, clampToUnit(b.q.y));
@@ -494,14 +541,21 @@ void sphericalRays(const RayBatch& batch, float aspect) {
   const double k = 1.0 / static_cast<double>(aspect);
   generateInFours(batch, [k](const Block& b) {
     __m128i doubtful = _mm_setzero_si128();
-    const SinCos4 phi = sinCos(longitude(b.p.x), doubtful), phiX = sinCos(longitude(b.q.x), doubtful);
-    const SinCos4 theta = sinCos(latitude(b.p.y, k), doubtful), thetaY = sinCos(latitude(b.q.y, k), doubtful);
-    const __m128 x = narrowed(negated(phi.sin) * theta.sin, doubtful), z = narrowed(phi.cos * theta.sin, doubtful);
-    const __m128 xX = narrowed(negated(phiX.sin) * thetaY.sin, doubtful), zX = narrowed(phiX.cos * thetaY.sin, doubtful);
-    const __m128 y = narrowed(negated(theta.cos), doubtful), yY = narrowed(negated(thetaY.cos), doubtful);
+    const SinCos4 phi = sinCos(longitude(b.p.x), doubtful),
+                  phiX = sinCos(longitude(b.q.x), doubtful);
+    const SinCos4 theta = sinCos(latitude(b.p.y, k), doubtful),
+                  thetaY = sinCos(latitude(b.q.y, k), doubtful);
+    const __m128 x = narrowed(negated(phi.sin) * theta.sin, doubtful),
+                 z = narrowed(phi.cos * theta.sin, doubtful);
+    const __m128 xX = narrowed(negated(phiX.sin) * thetaY.sin, doubtful),
+                 zX = narrowed(phiX.cos * thetaY.sin, doubtful);
+    const __m128 y = narrowed(negated(theta.cos), doubtful),
+                 yY = narrowed(negated(thetaY.cos), doubtful);
     // The neighbours mix latitudes as in sphericalDirections.
     RoundLanes lanes = {{x, y, z}, {xX, y, zX}, {x, yY, z}};
-    settle(doubtful, b, lanes, [k](tarn::Vec2<float> p, tarn::Vec2<float> q, float) { return sphericalDirections(p, q, k); });
+    settle(doubtful, b, lanes, [k](tarn::Vec2<float> p, tarn::Vec2<float> q, float) {
+      return sphericalDirections(p, q, k);
+    });
     return roundRays(lanes);
   });
 }
@@ -511,7 +565,8 @@ void sphericalRays(const RayBatch& batch, float aspect) {
 void perspectiveRays(const RayBatch& batch) {
   generate(batch, [](tarn::Vec2<float> p, tarn::Vec2<float> q, const Optics& o, RayContext& ray) {
     const float px = o.h * p.x, py = o.h * p.y, qx = o.h * q.x, qy = o.h * q.y;
-    writeRay(ray, {}, tarn::Vec3<float>(px, py, -1.0f).normalized(), tarn::Vec3<float>(qx, py, -1.0f).normalized(),
+    writeRay(ray, {}, tarn::Vec3<float>(px, py, -1.0f).normalized(),
+             tarn::Vec3<float>(qx, py, -1.0f).normalized(),
              tarn::Vec3<float>(px, qy, -1.0f).normalized(), o);
   });
 }

@@ -1,8 +1,8 @@
 /// \file
 /// The loops behind the lenses.
 ///
-/// Each writes the geometry of `count` rays. Sample i belongs to coordinate i where `stride` is 1; where it is 0 the one sample serves
-/// all, with the same bits. Arrays are not null.
+/// Each writes the geometry of `count` rays. Sample i belongs to coordinate i where `stride` is 1;
+/// where it is 0 the one sample serves all, with the same bits. Arrays are not null.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,6 @@
 /// \file
-/// The single-precision tests, inline for the loops that live on them. Intersection.h says what they promise.
+/// The single-precision tests, inline for the loops that live on them. Intersection.h says what
+/// they promise.
 #pragma once
 
 #include <algorithm>
@@ -11,7 +12,8 @@
 
 namespace vela::detail {
 
-inline bool hitBox(const tarn::Ray<float>& ray, const tarn::Box3<float>& box, float& tNear, float& tFar) {
+inline bool hitBox(const tarn::Ray<float>& ray, const tarn::Box3<float>& box, float& tNear,
+                   float& tFar) {
   // The swap below would turn an empty box into an endless one.
   if (box.isEmpty()) return false;
   float t0 = ray.minDistance, t1 = ray.maxDistance;
@@ -33,8 +35,9 @@ inline bool hitBox(const tarn::Ray<float>& ray, const tarn::Box3<float>& box, fl
   return true;
 }
 
-inline bool hitTriangle(const tarn::Ray<float>& ray, const tarn::Vec3<float>& a, const tarn::Vec3<float>& b,
-                        const tarn::Vec3<float>& c, CollisionResult& result) {
+inline bool hitTriangle(const tarn::Ray<float>& ray, const tarn::Vec3<float>& a,
+                        const tarn::Vec3<float>& b, const tarn::Vec3<float>& c,
+                        CollisionResult& result) {
   const tarn::Vec3<float> e1 = b - a, e2 = c - a;
   const tarn::Vec3<float> p = tarn::cross(ray.direction, e2);
   const float det = tarn::dot(e1, p);

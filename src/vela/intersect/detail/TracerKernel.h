@@ -1,12 +1,15 @@
 /// \file
-/// The walk through the tracer's trees, written once over eight lanes of floats. A .cpp includes it after defining `Lanes` in an
-/// unnamed namespace, so each set of instructions gets its own copy of everything here.
+/// The walk through the tracer's trees, written once over eight lanes of floats. A .cpp includes it
+/// after defining `Lanes` in an unnamed namespace, so each set of instructions gets its own copy of
+/// everything here.
 ///
-/// Lanes gives: `static Lanes load(const float*)` (32-byte aligned), `broadcast(float)`, `store(float*)`, `+ - *`, `min`, `max`,
-/// `flipSign(Lanes)` (exclusive or with sign bits), `unsigned lessEqual(a, b)` as a bit a lane, false for NaN; and min and
-/// max of a NaN that are not less or equal to, or greater or equal to, zero.
+/// Lanes gives: `static Lanes load(const float*)` (32-byte aligned), `broadcast(float)`,
+/// `store(float*)`, `+ - *`, `min`, `max`, `flipSign(Lanes)` (exclusive or with sign bits),
+/// `unsigned lessEqual(a, b)` as a bit a lane, false for NaN; and min and max of a NaN that are not
+/// less or equal to, or greater or equal to, zero.
 ///
-/// Nothing here decides an answer: it passes over what crossTriangle would refuse or what cannot be nearer.
+/// Nothing here decides an answer: it passes over what crossTriangle would refuse or what cannot be
+/// nearer.
 
 // No include guard: included once by each kernel, inside an unnamed namespace.
 
@@ -14,15 +17,17 @@
 inline double least(double a, double b) { return b < a ? b : a; }
 inline double largest(double a, double b) { return b > a ? b : a; }
 
-/// s of a distance, rounded outward: up for the far end, down for the near one. The constant stands in for the smallest
-/// distances, as floats so small would each cost the processor a detour.
+/// s of a distance, rounded outward: up for the far end, down for the near one. The constant stands
+/// in for the smallest distances, as floats so small would each cost the processor a detour.
 inline float upperS(double distance, double sPerDistance, double start) {
   const double s = distance * sPerDistance, v = s - start;
   const double up = v + ((std::fabs(s) + std::fabs(start)) * 2e-15 + std::fabs(v) * 2.4e-7 + 1e-30);
   if (!(up < 3e38)) return std::numeric_limits<float>::infinity();
   return up < -3e38 ? -3e38f : static_cast<float>(up);
 }
-inline float lowerS(double distance, double sPerDistance, double start) { return -upperS(-distance, sPerDistance, -start); }
+inline float lowerS(double distance, double sPerDistance, double start) {
+  return -upperS(-distance, sPerDistance, -start);
+}
 
 struct Entry {
   float near;
@@ -44,7 +49,8 @@ struct BoxTester {
     low = Lanes::broadcast(sLow);
   }
 
-  /// \param isRelative widens by the roundings of the test itself, for boxes that were not grown for them
+  /// \param isRelative widens by the roundings of the test itself, for boxes that were not grown
+  ///                   for them
   template <bool isRelative>
   unsigned test(const Node& node, const Lanes& high, Lanes& near) const {
     const Lanes nx = (Lanes::load(node.side[nearSide[0]][0]) - origin[0]) * inverse[0];
@@ -55,8 +61,11 @@ struct BoxTester {
     const Lanes fz = (Lanes::load(node.side[1 - nearSide[2]][2]) - origin[2]) * inverse[2];
     near = max(max(nx, ny), max(nz, low));
     Lanes far = min(min(fx, fy), min(fz, high));
-    // Each slab value is off by at most four roundings of its own size; sixteen, on the side away from zero or towards it.
-    if (isRelative) far = max(far * Lanes::broadcast(1.0f + 9.5367432e-7f), far * Lanes::broadcast(1.0f - 9.5367432e-7f));
+    // Each slab value is off by at most four roundings of its own size; sixteen, on the side away
+    // from zero or towards it.
+    if (isRelative)
+      far = max(far * Lanes::broadcast(1.0f + 9.5367432e-7f),
+                far * Lanes::broadcast(1.0f - 9.5367432e-7f));
     return lessEqual(near, far);
   }
 };
@@ -108,9 +117,12 @@ struct TriangleTester {
     const Lanes az = (Lanes::load(a[z]) - origin[2]).flipSign(sign);
     const Lanes bz = (Lanes::load(b[z]) - origin[2]).flipSign(sign);
     const Lanes cz = (Lanes::load(c[z]) - origin[2]).flipSign(sign);
-    const Lanes ax = (Lanes::load(a[x]) - origin[0]) - shearX * az, ay = (Lanes::load(a[y]) - origin[1]) - shearY * az;
-    const Lanes bx = (Lanes::load(b[x]) - origin[0]) - shearX * bz, by = (Lanes::load(b[y]) - origin[1]) - shearY * bz;
-    const Lanes cx = (Lanes::load(c[x]) - origin[0]) - shearX * cz, cy = (Lanes::load(c[y]) - origin[1]) - shearY * cz;
+    const Lanes ax = (Lanes::load(a[x]) - origin[0]) - shearX * az,
+                ay = (Lanes::load(a[y]) - origin[1]) - shearY * az;
+    const Lanes bx = (Lanes::load(b[x]) - origin[0]) - shearX * bz,
+                by = (Lanes::load(b[y]) - origin[1]) - shearY * bz;
+    const Lanes cx = (Lanes::load(c[x]) - origin[0]) - shearX * cz,
+                cy = (Lanes::load(c[y]) - origin[1]) - shearY * cz;
     const Lanes u = cx * by - cy * bx, v = ax * cy - ay * cx, w = bx * ay - by * ax;
     const Lanes zero = Lanes::broadcast(0.0f);
     const unsigned inside = lessEqual(zero, min(u, min(v, w))) | lessEqual(max(u, max(v, w)), zero);
@@ -120,8 +132,8 @@ struct TriangleTester {
 
 /// One placement. \return true when an any-hit query is answered
 template <bool isAny>
-inline bool traceMesh(const Mesh& mesh, const LocalRay& ray, const DistanceRange& range, std::uint32_t placement,
-                      Nearest& nearest) {
+inline bool traceMesh(const Mesh& mesh, const LocalRay& ray, const DistanceRange& range,
+                      std::uint32_t placement, Nearest& nearest) {
   const Node* const nodes = mesh.nodes.data();
   const Block* const blocks = mesh.blocks.data();
   const BoxTester boxes(ray.origin, ray.inverse, lowerS(range.low, ray.sPerDistance, ray.start));
@@ -173,8 +185,8 @@ inline bool traceMesh(const Mesh& mesh, const LocalRay& ray, const DistanceRange
 }
 
 template <bool isAny>
-inline bool tracePlacement(const SceneView& scene, std::uint32_t index, const tarn::Ray<float>& ray, const DistanceRange& range,
-                           Nearest& nearest) {
+inline bool tracePlacement(const SceneView& scene, std::uint32_t index, const tarn::Ray<float>& ray,
+                           const DistanceRange& range, Nearest& nearest) {
   const Placement& placement = scene.placements[index];
   const Mesh& mesh = scene.meshes[placement.mesh];
   LocalRay local;
@@ -189,12 +201,14 @@ inline bool traceScene(const SceneView& scene, const tarn::Ray<float>& ray, Near
   for (std::size_t i = 0; i < scene.numUnboxed; ++i)
     if (tracePlacement<isAny>(scene, scene.unboxed[i], ray, range, nearest)) return true;
   if (scene.nodes == nullptr) return false;
-  if (scene.onlyPlacement != kNone) return tracePlacement<isAny>(scene, scene.onlyPlacement, ray, range, nearest);
+  if (scene.onlyPlacement != kNone)
+    return tracePlacement<isAny>(scene, scene.onlyPlacement, ray, range, nearest);
 
   // World space, measured along the direction's largest axis as in LocalRay.
   float origin[3], inverse[3];
   double sPerDistance = 0.0;
-  for (std::size_t i = 0; i < 3; ++i) sPerDistance = largest(sPerDistance, std::fabs(static_cast<double>(ray.direction[i])));
+  for (std::size_t i = 0; i < 3; ++i)
+    sPerDistance = largest(sPerDistance, std::fabs(static_cast<double>(ray.direction[i])));
   for (std::size_t i = 0; i < 3; ++i) {
     origin[i] = ray.origin[i];
     inverse[i] = boundedInverse(sPerDistance, static_cast<double>(ray.direction[i]));
@@ -208,7 +222,8 @@ inline bool traceScene(const SceneView& scene, const tarn::Ray<float>& ray, Near
   for (;;) {
     if ((current & kLeaf) == 0) {
       Lanes near;
-      const unsigned mask = boxes.template test<true>(scene.nodes[current], Lanes::broadcast(prune), near);
+      const unsigned mask =
+          boxes.template test<true>(scene.nodes[current], Lanes::broadcast(prune), near);
       if (mask != 0) {
         current = pushChildren(scene.nodes[current], mask, near, top);
         continue;
@@ -221,7 +236,8 @@ inline bool traceScene(const SceneView& scene, const tarn::Ray<float>& ray, Near
       if (top == stack) return false;
       --top;
       // The nearest side of a box is off by its own roundings, as in the test.
-    } while (top->near > (prune < 0.0f ? prune * (1.0f - 9.5367432e-7f) : prune * (1.0f + 9.5367432e-7f)));
+    } while (top->near >
+             (prune < 0.0f ? prune * (1.0f - 9.5367432e-7f) : prune * (1.0f + 9.5367432e-7f)));
     current = top->child;
   }
 }

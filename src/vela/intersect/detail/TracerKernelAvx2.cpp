@@ -5,8 +5,9 @@
 
 #include "vela/intersect/detail/TracerTree.h"
 
-// The whole kernel is compiled for AVX2 here, by attribute and not by a flag for the file: what the headers above define is
-// shared with the rest of the library and must run on every processor. FMA is not asked for: it would round differently.
+// The whole kernel is compiled for AVX2 here, by attribute and not by a flag for the file: what the
+// headers above define is shared with the rest of the library and must run on every processor. FMA
+// is not asked for: it would round differently.
 #if (defined(__x86_64__) || defined(__i386__)) && defined(__GNUC__)
 #define VELA_HAVE_AVX2_KERNEL 1
 #include <immintrin.h>
@@ -53,7 +54,8 @@ namespace vela::tracer {
 
 KernelFunctions bestKernel() {
 #if defined(VELA_HAVE_AVX2_KERNEL)
-  if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi")) return {findNearest, findAny};
+  if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi"))
+    return {findNearest, findAny};
 #endif
   return plainKernel();
 }

@@ -1,12 +1,15 @@
 /// \file
-/// The arithmetic that decides the tracer's answers: mesh frames, rays in a placement's space and the triangle test.
+/// The arithmetic that decides the tracer's answers: mesh frames, rays in a placement's space and
+/// the triangle test.
 ///
-/// All of it is inline and scalar, so that the trees, the wide kernels and the plain loop of the tests run the same operations. The
-/// wide kernels only pass over what these functions would refuse.
+/// All of it is inline and scalar, so that the trees, the wide kernels and the plain loop of the
+/// tests run the same operations. The wide kernels only pass over what these functions would
+/// refuse.
 ///
-/// Frames: a mesh is multiplied by a power of two that brings its largest coordinate into [0.5, 1), which loses nothing
-/// and keeps float far from its ends; the matrix of each placement carries the factor. A ray in that space is measured along its
-/// largest axis z ("s" below: distance along z, growing along the ray), so no float depends on the length of a direction.
+/// Frames: a mesh is multiplied by a power of two that brings its largest coordinate into [0.5, 1),
+/// which loses nothing and keeps float far from its ends; the matrix of each placement carries the
+/// factor. A ray in that space is measured along its largest axis z ("s" below: distance along z,
+/// growing along the ray), so no float depends on the length of a direction.
 #pragma once
 
 #include <cmath>
@@ -32,10 +35,11 @@ struct MeshFrame {
 
   /// Growth of the boxes in the mesh's tree that makes every slab test safe.
   ///
-  /// Let u be kFloatRounding. Hits are found at most 5 radius from the ray's (moved) origin, so with all coordinates taken from
-  /// that origin: rounding of a corner 5 u, of the shear 3 * 5 u and of the sheared coordinate 10 u, of the slab test 3 * 5 u,
-  /// each times the radius, sum to 45 u radius, and s of the crossing is exact to double. 128 leaves ample room and is still
-  /// below a hundred-thousandth of the mesh.
+  /// Let u be kFloatRounding. Hits are found at most 5 radius from the ray's (moved) origin, so
+  /// with all coordinates taken from that origin: rounding of a corner 5 u, of the shear 3 * 5 u
+  /// and of the sheared coordinate 10 u, of the slab test 3 * 5 u, each times the radius, sum to 45
+  /// u radius, and s of the crossing is exact to double. 128 leaves ample room and is still below a
+  /// hundred-thousandth of the mesh.
   [[nodiscard]] double growth() const { return 128.0 * kFloatRounding * radius; }
 };
 
@@ -43,7 +47,8 @@ struct MeshFrame {
 inline MeshFrame makeMeshFrame(const tarn::Vec3<float>& low, const tarn::Vec3<float>& high) {
   MeshFrame frame;
   float largest = 0.0f;
-  for (std::size_t i = 0; i < 3; ++i) largest = std::fmax(largest, std::fmax(std::fabs(low[i]), std::fabs(high[i])));
+  for (std::size_t i = 0; i < 3; ++i)
+    largest = std::fmax(largest, std::fmax(std::fabs(low[i]), std::fabs(high[i])));
   std::frexp(largest, &frame.exponent);
   for (std::size_t i = 0; i < 3; ++i) {
     const double a = std::ldexp(static_cast<double>(low[i]), -frame.exponent);
@@ -56,7 +61,9 @@ inline MeshFrame makeMeshFrame(const tarn::Vec3<float>& low, const tarn::Vec3<fl
 }
 
 /// A coordinate in the mesh's scaled space.
-inline float scaleCoordinate(float v, const MeshFrame& frame) { return std::ldexp(v, -frame.exponent); }
+inline float scaleCoordinate(float v, const MeshFrame& frame) {
+  return std::ldexp(v, -frame.exponent);
+}
 
 /// Three rows of four: local = m[r][0] x + m[r][1] y + m[r][2] z + m[r][3].
 struct Affine {
@@ -91,7 +98,8 @@ inline bool invert(const Affine& a, Affine& out) {
 }
 
 /// From world space to the mesh's scaled space; false where nothing can be hit through the matrix.
-inline bool makeLocalFromWorld(const tarn::Mat4<double>& worldFromLocal, const MeshFrame& frame, Affine& out) {
+inline bool makeLocalFromWorld(const tarn::Mat4<double>& worldFromLocal, const MeshFrame& frame,
+                               Affine& out) {
   Affine world;
   for (std::size_t r = 0; r < 3; ++r)
     for (std::size_t c = 0; c < 4; ++c) {
@@ -108,7 +116,8 @@ inline bool makeLocalFromWorld(const tarn::Mat4<double>& worldFromLocal, const M
 
 /// A ray in a mesh's scaled space.
 struct LocalRay {
-  float origin[3];  ///< moved along the ray to where the mesh begins, if the caller's origin is far away
+  float origin[3];  ///< moved along the ray to where the mesh begins, if the caller's origin is far
+                    ///< away
   float shearX, shearY;
   float zSign;          ///< of the direction along `z`
   int x, y, z;          ///< axes; z is the direction's largest
@@ -118,16 +127,18 @@ struct LocalRay {
   double sPerDistance;
 };
 
-/// length / v, for slab tests. A v of 0 counts as 2^-100 of the length: the test then needs no care for 0 times infinity, and the
-/// growth of the boxes is larger than what the ray moves by it.
+/// length / v, for slab tests. A v of 0 counts as 2^-100 of the length: the test then needs no care
+/// for 0 times infinity, and the growth of the boxes is larger than what the ray moves by it.
 inline float boundedInverse(double length, double v) {
   constexpr double most = 1.2676506002282294e30;  // 2^100
   const double inverse = length / v;
-  return static_cast<float>(std::copysign(std::fabs(inverse) < most ? std::fabs(inverse) : most, v));
+  return static_cast<float>(
+      std::copysign(std::fabs(inverse) < most ? std::fabs(inverse) : most, v));
 }
 
 /// False when nothing can be hit: no direction, or far from the mesh.
-inline bool makeLocalRay(const Affine& localFromWorld, const MeshFrame& frame, const tarn::Ray<float>& ray, LocalRay& out) {
+inline bool makeLocalRay(const Affine& localFromWorld, const MeshFrame& frame,
+                         const tarn::Ray<float>& ray, LocalRay& out) {
   // Into local space, in double: world coordinates may be large where local ones are small.
   const double wo[3] = {static_cast<double>(ray.origin.x), static_cast<double>(ray.origin.y),
                         static_cast<double>(ray.origin.z)};
@@ -149,22 +160,27 @@ inline bool makeLocalRay(const Affine& localFromWorld, const MeshFrame& frame, c
   out.x = kNext[z];
   out.y = kNext[out.x];
   const double scale = 1.0 / length;
-  if (!(scale <= std::numeric_limits<double>::max()) || !(length <= std::numeric_limits<double>::max())) return false;
+  if (!(scale <= std::numeric_limits<double>::max()) ||
+      !(length <= std::numeric_limits<double>::max()))
+    return false;
   const double raw[3] = {d[0], d[1], d[2]};
   for (double& v : d) v *= scale;
   out.distancePerS = scale;
   out.sPerDistance = length;
 
-  // An origin far outside moves to just before the mesh: rounded there, it is as exact as the mesh's own points. The direction
-  // is between 1 and 1.74 long, so the new origin lies 2 to 3.5 radius before the nearest point.
+  // An origin far outside moves to just before the mesh: rounded there, it is as exact as the
+  // mesh's own points. The direction is between 1 and 1.74 long, so the new origin lies 2 to 3.5
+  // radius before the nearest point.
   out.start = 0.0;
   const double q[3] = {frame.center.x - o[0], frame.center.y - o[1], frame.center.z - o[2]};
   const double qq = q[0] * q[0] + q[1] * q[1] + q[2] * q[2], rr = frame.radius * frame.radius;
   if (qq > 16.0 * rr) {
     const double dd = d[0] * d[0] + d[1] * d[1] + d[2] * d[2];
     const double qd = q[0] * d[0] + q[1] * d[1] + q[2] * d[2];
-    // Past the sphere around the mesh by more than any rounding? The square of the distance from the line times dd.
-    const double cx = q[1] * d[2] - q[2] * d[1], cy = q[2] * d[0] - q[0] * d[2], cz = q[0] * d[1] - q[1] * d[0];
+    // Past the sphere around the mesh by more than any rounding? The square of the distance from
+    // the line times dd.
+    const double cx = q[1] * d[2] - q[2] * d[1], cy = q[2] * d[0] - q[0] * d[2],
+                 cz = q[0] * d[1] - q[1] * d[0];
     if (cx * cx + cy * cy + cz * cz > 1.0001 * rr * dd + 1e-26 * qq * dd) return false;
     out.start = qd / dd - 2.0 * frame.radius;
     for (int i = 0; i < 3; ++i) o[i] += out.start * d[i];
@@ -182,30 +198,37 @@ inline bool makeLocalRay(const Affine& localFromWorld, const MeshFrame& frame, c
   return true;
 }
 
-/// Where a ray crosses a triangle: weights of the corners times their sum, exact in sign, and the distance.
+/// Where a ray crosses a triangle: weights of the corners times their sum, exact in sign, and the
+/// distance.
 struct Crossing {
   double a, b, c, sum;
   double distance;
 };
 
-/// The watertight test: corners relative to the origin and sheared so that the ray is the z axis, in float and from the corner and
-/// the ray alone, so that neighbours see the same corners; then the signs of three areas. A product of two floats is exact in
-/// double and the difference of two of those has the exact sign, so no ray falls between two triangles, and
-/// the crossing is as exact as the corners.
+/// The watertight test: corners relative to the origin and sheared so that the ray is the z axis,
+/// in float and from the corner and the ray alone, so that neighbours see the same corners; then
+/// the signs of three areas. A product of two floats is exact in double and the difference of two
+/// of those has the exact sign, so no ray falls between two triangles, and the crossing is as exact
+/// as the corners.
 ///
 /// \param a, b, c in the mesh's scaled space
-/// \return true on a crossing, edges and corners included, at any distance before or behind the origin
-inline bool crossTriangle(const LocalRay& ray, const float (&a)[3], const float (&b)[3], const float (&c)[3], Crossing& out) {
+/// \return true on a crossing, edges and corners included, at any distance before or behind the
+///         origin
+inline bool crossTriangle(const LocalRay& ray, const float (&a)[3], const float (&b)[3],
+                          const float (&c)[3], Crossing& out) {
   // Shear.
   const float az = (a[ray.z] - ray.origin[ray.z]) * ray.zSign;
   const float bz = (b[ray.z] - ray.origin[ray.z]) * ray.zSign;
   const float cz = (c[ray.z] - ray.origin[ray.z]) * ray.zSign;
-  const float ax = (a[ray.x] - ray.origin[ray.x]) - ray.shearX * az, ay = (a[ray.y] - ray.origin[ray.y]) - ray.shearY * az;
-  const float bx = (b[ray.x] - ray.origin[ray.x]) - ray.shearX * bz, by = (b[ray.y] - ray.origin[ray.y]) - ray.shearY * bz;
-  const float cx = (c[ray.x] - ray.origin[ray.x]) - ray.shearX * cz, cy = (c[ray.y] - ray.origin[ray.y]) - ray.shearY * cz;
+  const float ax = (a[ray.x] - ray.origin[ray.x]) - ray.shearX * az,
+              ay = (a[ray.y] - ray.origin[ray.y]) - ray.shearY * az;
+  const float bx = (b[ray.x] - ray.origin[ray.x]) - ray.shearX * bz,
+              by = (b[ray.y] - ray.origin[ray.y]) - ray.shearY * bz;
+  const float cx = (c[ray.x] - ray.origin[ray.x]) - ray.shearX * cz,
+              cy = (c[ray.y] - ray.origin[ray.y]) - ray.shearY * cz;
 
-  // Signed areas opposite each corner. Float decides when no sign is in doubt: rounding is monotone, so a difference of rounded
-  // products has the right sign or is zero.
+  // Signed areas opposite each corner. Float decides when no sign is in doubt: rounding is
+  // monotone, so a difference of rounded products has the right sign or is zero.
   const float fu = cx * by - cy * bx, fv = ax * cy - ay * cx, fw = bx * ay - by * ax;
   if ((fu < 0.0f || fv < 0.0f || fw < 0.0f) && (fu > 0.0f || fv > 0.0f || fw > 0.0f)) return false;
   const double dax = static_cast<double>(ax), day = static_cast<double>(ay);
@@ -216,7 +239,9 @@ inline bool crossTriangle(const LocalRay& ray, const float (&a)[3], const float 
   const double sum = u + v + w;
   if (sum == 0.0) return false;
 
-  const double s = (u * static_cast<double>(az) + v * static_cast<double>(bz) + w * static_cast<double>(cz)) / sum;
+  const double s =
+      (u * static_cast<double>(az) + v * static_cast<double>(bz) + w * static_cast<double>(cz)) /
+      sum;
   out.a = u;
   out.b = v;
   out.c = w;
@@ -236,12 +261,14 @@ struct DistanceRange {
         low(static_cast<double>(min) - (std::fabs(static_cast<double>(min)) * 1.2e-7 + 1e-44)),
         high(static_cast<double>(max) + (std::fabs(static_cast<double>(max)) * 1.2e-7 + 1e-44)) {}
 
-  /// Held against the rounded distance, so that a hit's own distance as the next range's end finds it again.
+  /// Held against the rounded distance, so that a hit's own distance as the next range's end finds
+  /// it again.
   [[nodiscard]] bool contains(double distance) const {
     if (!(std::fabs(distance) <= std::numeric_limits<double>::max())) return false;
     const float rounded =
         std::fabs(distance) > static_cast<double>(std::numeric_limits<float>::max())
-            ? std::copysign(std::numeric_limits<float>::infinity(), static_cast<float>(distance > 0.0 ? 1 : -1))
+            ? std::copysign(std::numeric_limits<float>::infinity(),
+                            static_cast<float>(distance > 0.0 ? 1 : -1))
             : static_cast<float>(distance);
     return rounded >= min && rounded <= max;
   }
@@ -251,9 +278,9 @@ struct DistanceRange {
 inline bool isUsable(const tarn::Ray<float>& ray) {
   constexpr float most = std::numeric_limits<float>::max();
   const tarn::Vec3<float>&o = ray.origin, &d = ray.direction;
-  return std::fabs(o.x) <= most && std::fabs(o.y) <= most && std::fabs(o.z) <= most && std::fabs(d.x) <= most &&
-         std::fabs(d.y) <= most && std::fabs(d.z) <= most && (d.x != 0.0f || d.y != 0.0f || d.z != 0.0f) &&
-         ray.minDistance <= ray.maxDistance;
+  return std::fabs(o.x) <= most && std::fabs(o.y) <= most && std::fabs(o.z) <= most &&
+         std::fabs(d.x) <= most && std::fabs(d.y) <= most && std::fabs(d.z) <= most &&
+         (d.x != 0.0f || d.y != 0.0f || d.z != 0.0f) && ray.minDistance <= ray.maxDistance;
 }
 
 }  // namespace vela::tracer

@@ -12,8 +12,8 @@
 
 namespace vela::tracer {
 
-/// Asks for pages of 2 MiB for large blocks: a walk through a tree of 60 MB otherwise misses the table of pages at every step.
-/// Where the system has none, these are ordinary blocks.
+/// Asks for pages of 2 MiB for large blocks: a walk through a tree of 60 MB otherwise misses the
+/// table of pages at every step. Where the system has none, these are ordinary blocks.
 template <class T>
 struct LargeAllocator {
   using value_type = T;
@@ -25,7 +25,9 @@ struct LargeAllocator {
   LargeAllocator(const LargeAllocator<U>&) noexcept {}
 
   static std::align_val_t alignment(std::size_t count) {
-    return std::align_val_t(count * sizeof(T) >= kLarge ? kPage : alignof(T) > 64 ? alignof(T) : 64);
+    return std::align_val_t(count * sizeof(T) >= kLarge ? kPage
+                            : alignof(T) > 64           ? alignof(T)
+                                                        : 64);
   }
   T* allocate(std::size_t count) {
     if (count > static_cast<std::size_t>(-1) / 2 / sizeof(T)) throw std::bad_array_new_length();
@@ -36,7 +38,9 @@ struct LargeAllocator {
 #endif
     return static_cast<T*>(block);
   }
-  void deallocate(T* block, std::size_t count) noexcept { ::operator delete(static_cast<void*>(block), alignment(count)); }
+  void deallocate(T* block, std::size_t count) noexcept {
+    ::operator delete(static_cast<void*>(block), alignment(count));
+  }
 
   friend bool operator==(const LargeAllocator&, const LargeAllocator&) { return true; }
   friend bool operator!=(const LargeAllocator&, const LargeAllocator&) { return false; }

@@ -14,14 +14,18 @@ constexpr float kInfinity = std::numeric_limits<float>::infinity();
 
 // Faces
 
-tarn::Vec3<double> cross3(const tarn::Vec3<double>& a, const tarn::Vec3<double>& b) { return tarn::cross(a, b); }
+tarn::Vec3<double> cross3(const tarn::Vec3<double>& a, const tarn::Vec3<double>& b) {
+  return tarn::cross(a, b);
+}
 
 bool hasArea(const tarn::Vec3<float>& a, const tarn::Vec3<float>& b, const tarn::Vec3<float>& c) {
   const tarn::Vec3<double> da(a);
   return cross3(tarn::Vec3<double>(b) - da, tarn::Vec3<double>(c) - da) != tarn::Vec3<double>();
 }
 
-bool isFinite(const tarn::Vec3<float>& p) { return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z); }
+bool isFinite(const tarn::Vec3<float>& p) {
+  return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z);
+}
 
 // Trees. A vector of four floats is one register everywhere; the fourth is not used.
 typedef float Float4 __attribute__((vector_size(16)));
@@ -48,7 +52,8 @@ Float4 centerOf(const BuildBox& b) { return lowOf(b) * 0.5f + highOf(b) * 0.5f; 
 
 constexpr std::uint32_t kLeafSize = kWidth;
 constexpr int kBins = 16;
-/// From here on runs are halved by number, which ends within 32 more levels whatever the boxes look like.
+/// From here on runs are halved by number, which ends within 32 more levels whatever the boxes look
+/// like.
 constexpr std::uint32_t kHalvingDepth = 60;
 static_assert(kHalvingDepth + 32 <= kMaxDepth);
 
@@ -78,7 +83,9 @@ class TreeBuilder {
 
  private:
   /// Blocks that a run fills: testing one costs the same however full it is.
-  [[nodiscard]] float blocks(std::uint32_t count) const { return static_cast<float>((count + kLeafSize - 1) / kLeafSize); }
+  [[nodiscard]] float blocks(std::uint32_t count) const {
+    return static_cast<float>((count + kLeafSize - 1) / kLeafSize);
+  }
 
   std::uint32_t split(std::uint32_t first, std::uint32_t count, std::uint32_t depth) {
     const auto at = static_cast<std::uint32_t>(binary_.size());
@@ -172,7 +179,8 @@ class TreeBuilder {
   }
 
   static std::size_t binOf(float place, int bins) {
-    const int k = place > 0.0f ? (place < static_cast<float>(bins) ? static_cast<int>(place) : bins - 1) : 0;
+    const int k =
+        place > 0.0f ? (place < static_cast<float>(bins) ? static_cast<int>(place) : bins - 1) : 0;
     return static_cast<std::size_t>(k);
   }
 
@@ -182,16 +190,18 @@ class TreeBuilder {
     if (extent[1] > extent[0]) axis = 1;
     if (extent[2] > extent[axis]) axis = 2;
     const auto begin = boxes_.begin() + first;
-    std::nth_element(begin, begin + count / 2, begin + count, [axis](const BuildBox& a, const BuildBox& b) {
-      const float ca = centerOf(a)[axis], cb = centerOf(b)[axis];
-      return ca != cb ? ca < cb : a.index < b.index;
-    });
+    std::nth_element(begin, begin + count / 2, begin + count,
+                     [axis](const BuildBox& a, const BuildBox& b) {
+                       const float ca = centerOf(a)[axis], cb = centerOf(b)[axis];
+                       return ca != cb ? ca < cb : a.index < b.index;
+                     });
     return count / 2;
   }
 
-  /// The cheapest way to make a subtree the children of wide nodes above it, for every number of places it may get: the sum of
-  /// the wide nodes' areas counts, so the nodes come out full. From the leaves up, by number: children are made after parents.
-  /// Source: Ylitie, Karras and Laine, Efficient Incoherent Ray Traversal on GPUs Through Compressed Wide BVHs, HPG 2017.
+  /// The cheapest way to make a subtree the children of wide nodes above it, for every number of
+  /// places it may get: the sum of the wide nodes' areas counts, so the nodes come out full. From
+  /// the leaves up, by number: children are made after parents. Source: Ylitie, Karras and Laine,
+  /// Efficient Incoherent Ray Traversal on GPUs Through Compressed Wide BVHs, HPG 2017.
   void planWidening() {
     plan_.resize(binary_.size());
     for (std::size_t n = binary_.size(); n-- > 0;) {
@@ -208,7 +218,8 @@ class TreeBuilder {
         float best = kInfinity;
         toLeft = 1;
         for (std::size_t k = 1; k < places; ++k) {
-          const float cost = left.cost[std::min(k, kWidth - 1)] + right.cost[std::min(places - k, kWidth - 1)];
+          const float cost =
+              left.cost[std::min(k, kWidth - 1)] + right.cost[std::min(places - k, kWidth - 1)];
           if (cost < best) {
             best = cost;
             toLeft = static_cast<std::uint8_t>(k);
@@ -231,7 +242,8 @@ class TreeBuilder {
   }
 
   /// The binary nodes that take the places given to a subtree.
-  void gather(std::uint32_t n, std::size_t places, std::array<std::uint32_t, kWidth>& part, std::size_t& count) const {
+  void gather(std::uint32_t n, std::size_t places, std::array<std::uint32_t, kWidth>& part,
+              std::size_t& count) const {
     // No division planned here, so fewer places serve as well.
     while (places > 1 && plan_[n].toLeft[places] == 0 && binary_[n].left != kNone) --places;
     if (places == 1 || binary_[n].left == kNone) {
@@ -259,7 +271,9 @@ class TreeBuilder {
     for (std::size_t i = 0; i < count; ++i) setBox(at, i, binary_[part[i]].bounds);
     for (std::size_t i = 0; i < count; ++i) {
       const BinaryNode& n = binary_[part[i]];
-      const std::uint32_t child = n.left != kNone ? widen(part[i]) : leaves_ != nullptr ? addLeaf(n) : addSingles(n);
+      const std::uint32_t child = n.left != kNone      ? widen(part[i])
+                                  : leaves_ != nullptr ? addLeaf(n)
+                                                       : addSingles(n);
       (*nodes_)[at].child[i] = child;
     }
     return at;
@@ -305,7 +319,8 @@ class TreeBuilder {
 
   std::vector<BuildBox>& boxes_;
   std::vector<BinaryNode> binary_;
-  /// By number of places, 1 to 7; toLeft[0] is how a wide node of its own shares its eight, toLeft[i] is 0 where opening does not pay.
+  /// By number of places, 1 to 7; toLeft[0] is how a wide node of its own shares its eight,
+  /// toLeft[i] is 0 where opening does not pay.
   struct Plan {
     std::array<float, kWidth> cost{};
     std::array<std::uint8_t, kWidth> toLeft{};
@@ -320,11 +335,14 @@ float roundUp(double v) { return std::nextafter(static_cast<float>(v), kInfinity
 
 }  // namespace
 
-void buildTree(std::vector<BuildBox>& boxes, LargeVector<Node>& nodes, std::vector<LeafRun>& leaves) {
+void buildTree(std::vector<BuildBox>& boxes, LargeVector<Node>& nodes,
+               std::vector<LeafRun>& leaves) {
   TreeBuilder(boxes, nodes, &leaves).run();
 }
 
-void buildTreeOfSingles(std::vector<BuildBox>& boxes, LargeVector<Node>& nodes) { TreeBuilder(boxes, nodes, nullptr).run(); }
+void buildTreeOfSingles(std::vector<BuildBox>& boxes, LargeVector<Node>& nodes) {
+  TreeBuilder(boxes, nodes, nullptr).run();
+}
 
 tarn::Vec3<float> Mesh::corner(std::size_t triangle, std::size_t corner) const {
   const std::int32_t at = triangles[triangle].faceVertex[corner];
@@ -334,8 +352,10 @@ tarn::Vec3<float> Mesh::corner(std::size_t triangle, std::size_t corner) const {
 void Mesh::prepare() {
   const tarn::Vec3<float>* const point = points.cdata();
   const int* const index = indices.cdata();
-  const std::size_t numIndices = std::min<std::size_t>(indices.size(), std::numeric_limits<std::int32_t>::max());
-  const std::size_t numFaces = std::min<std::size_t>(counts.size(), std::numeric_limits<std::int32_t>::max());
+  const std::size_t numIndices =
+      std::min<std::size_t>(indices.size(), std::numeric_limits<std::int32_t>::max());
+  const std::size_t numFaces =
+      std::min<std::size_t>(counts.size(), std::numeric_limits<std::int32_t>::max());
 
   tarn::Vec3<float> low(kInfinity), high(-kInfinity);
   std::vector<int> cut;
@@ -351,7 +371,8 @@ void Mesh::prepare() {
     if (offset > numIndices) break;
     bool isSound = true;
     for (std::size_t k = begin; k < offset && isSound; ++k)
-      isSound = index[k] >= 0 && static_cast<std::size_t>(index[k]) < points.size() && isFinite(point[index[k]]);
+      isSound = index[k] >= 0 && static_cast<std::size_t>(index[k]) < points.size() &&
+                isFinite(point[index[k]]);
     if (!isSound) continue;
 
     // Cut.
@@ -360,11 +381,14 @@ void Mesh::prepare() {
     else
       triangulatePolygon(point, index + begin, count, cut);
 
-    // A triangle without area closes the gap beside a corner that lies on a neighbour's edge, so within a face that has
-    // area it stays; one with two equal corners closes nothing.
+    // A triangle without area closes the gap beside a corner that lies on a neighbour's edge, so
+    // within a face that has area it stays; one with two equal corners closes nothing.
     bool faceHasArea = false;
-    const auto at = [&](std::size_t k) { return point[index[begin + static_cast<std::size_t>(cut[k])]]; };
-    for (std::size_t k = 0; k + 2 < cut.size() && !faceHasArea; k += 3) faceHasArea = hasArea(at(k), at(k + 1), at(k + 2));
+    const auto at = [&](std::size_t k) {
+      return point[index[begin + static_cast<std::size_t>(cut[k])]];
+    };
+    for (std::size_t k = 0; k + 2 < cut.size() && !faceHasArea; k += 3)
+      faceHasArea = hasArea(at(k), at(k + 1), at(k + 2));
     if (!faceHasArea) continue;
     for (std::size_t k = 0; k + 2 < cut.size(); k += 3) {
       if (at(k) == at(k + 1) || at(k + 1) == at(k + 2) || at(k) == at(k + 2)) continue;
@@ -395,7 +419,8 @@ void Mesh::build() {
     box.index = static_cast<std::uint32_t>(t);
     box.unused = 0;
     for (std::size_t i = 0; i < 3; ++i) {
-      const float a = scaleCoordinate(corner(t, 0)[i], frame), b = scaleCoordinate(corner(t, 1)[i], frame);
+      const float a = scaleCoordinate(corner(t, 0)[i], frame),
+                  b = scaleCoordinate(corner(t, 1)[i], frame);
       const float c = scaleCoordinate(corner(t, 2)[i], frame);
       box.low[i] = roundDown(static_cast<double>(std::fmin(a, std::fmin(b, c))) - growth);
       box.high[i] = roundUp(static_cast<double>(std::fmax(a, std::fmax(b, c))) + growth);
@@ -415,35 +440,40 @@ void Mesh::build() {
       block.triangle[lane] = isUsed ? static_cast<std::uint32_t>(t) : kNone;
       for (std::size_t c = 0; c < 3; ++c)
         for (std::size_t i = 0; i < 3; ++i)
-          block.corner[c][i][lane] = isUsed ? scaleCoordinate(corner(t, c)[i], frame) : std::numeric_limits<float>::quiet_NaN();
+          block.corner[c][i][lane] = isUsed ? scaleCoordinate(corner(t, c)[i], frame)
+                                            : std::numeric_limits<float>::quiet_NaN();
     }
   }
 }
 
 bool placementBox(const Affine& localFromWorld, const MeshFrame& frame, BuildBox& out) {
-  // What can be hit is what the ray's matrix says, so the box comes from its inverse and not from the caller's matrix.
+  // What can be hit is what the ray's matrix says, so the box comes from its inverse and not from
+  // the caller's matrix.
   Affine world;
   if (!invert(localFromWorld, world)) return false;
 
-  // How much the two matrices multiply rounding errors. Rotations and scales of one factor stay below 3; beyond 4096 the
-  // doubles of the ray itself are worth little and no box is safe.
+  // How much the two matrices multiply rounding errors. Rotations and scales of one factor stay
+  // below 3; beyond 4096 the doubles of the ray itself are worth little and no box is safe.
   double condition = 0.0;
   for (int i = 0; i < 3; ++i)
     for (int j = 0; j < 3; ++j) {
       double sum = 0.0;
-      for (int k = 0; k < 3; ++k) sum += std::fabs(world.m[i][k]) * std::fabs(localFromWorld.m[k][j]);
+      for (int k = 0; k < 3; ++k)
+        sum += std::fabs(world.m[i][k]) * std::fabs(localFromWorld.m[k][j]);
       condition = std::fmax(condition, sum);
     }
   if (!(condition <= 4096.0)) return false;
 
-  // The grown local box in world space; rounding the ray's origin to float moves it by at most a unit of its coordinates.
+  // The grown local box in world space; rounding the ray's origin to float moves it by at most a
+  // unit of its coordinates.
   double center[3], half[3], reach = 0.0;
   for (int i = 0; i < 3; ++i) {
     center[i] = world.m[i][3];
     half[i] = 0.0;
     for (int j = 0; j < 3; ++j) {
       const auto axis = static_cast<std::size_t>(j);
-      const double rounding = 2.0 * kFloatRounding * (std::fabs(frame.center[axis]) + 5.0 * frame.radius);
+      const double rounding =
+          2.0 * kFloatRounding * (std::fabs(frame.center[axis]) + 5.0 * frame.radius);
       center[i] += world.m[i][j] * frame.center[axis];
       half[i] += std::fabs(world.m[i][j]) * (frame.halfSize[axis] + frame.growth() + rounding);
     }

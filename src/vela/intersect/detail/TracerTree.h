@@ -1,5 +1,6 @@
 /// \file
-/// The tracer's trees: nodes of eight children, leaf blocks of eight triangles, and their construction.
+/// The tracer's trees: nodes of eight children, leaf blocks of eight triangles, and their
+/// construction.
 #pragma once
 
 #include <cstddef>
@@ -14,20 +15,24 @@
 namespace vela::tracer {
 
 constexpr std::size_t kWidth = 8;
-/// Marks a child that is a leaf; the rest is the number of its block (meshes) or of its placement (scene).
+/// Marks a child that is a leaf; the rest is the number of its block (meshes) or of its placement
+/// (scene).
 constexpr std::uint32_t kLeaf = 0x80000000u;
-/// More than any stack needs: no path is longer than kMaxDepth nodes, and each leaves at most seven siblings behind.
+/// More than any stack needs: no path is longer than kMaxDepth nodes, and each leaves at most seven
+/// siblings behind.
 constexpr std::size_t kMaxDepth = 96;
 constexpr std::size_t kStackSize = (kWidth - 1) * kMaxDepth + 1;
 
-/// Boxes of eight children, by side and axis. Missing children have kNone and a box that every ray misses.
+/// Boxes of eight children, by side and axis. Missing children have kNone and a box that every ray
+/// misses.
 struct alignas(32) Node {
   float side[2][3][kWidth];  ///< [0] low, [1] high
   std::uint32_t child[kWidth];
 };
 static_assert(sizeof(Node) == 224);
 
-/// Up to eight triangles, by corner and axis. Unused lanes hold NaN, which no ray crosses, and kNone.
+/// Up to eight triangles, by corner and axis. Unused lanes hold NaN, which no ray crosses, and
+/// kNone.
 struct alignas(32) Block {
   float corner[3][3][kWidth];
   std::uint32_t triangle[kWidth];
@@ -57,10 +62,12 @@ struct LeafRun {
 /// Builds a tree by the binned surface-area rule, over leaves of up to eight boxes.
 ///
 /// \param boxes  reordered so that each leaf owns one run
-/// \param nodes  replaced; node 0 is the root; none when there are no boxes. A leaf's child value is kLeaf + its position in
+/// \param nodes  replaced; node 0 is the root; none when there are no boxes. A leaf's child value
+///               is kLeaf + its position in
 ///               \p leaves
 /// \param leaves replaced
-void buildTree(std::vector<BuildBox>& boxes, LargeVector<Node>& nodes, std::vector<LeafRun>& leaves);
+void buildTree(std::vector<BuildBox>& boxes, LargeVector<Node>& nodes,
+               std::vector<LeafRun>& leaves);
 /// The same down to single boxes: a leaf's child value is kLeaf + the box's index.
 void buildTreeOfSingles(std::vector<BuildBox>& boxes, LargeVector<Node>& nodes);
 
@@ -88,8 +95,8 @@ struct Placement {
 };
 static_assert(sizeof(Placement) == 104);
 
-/// The world box of a placement, safe for every ray that makeLocalRay and crossTriangle let hit; false when no useful one can
-/// be given: then the placement is asked by every ray.
+/// The world box of a placement, safe for every ray that makeLocalRay and crossTriangle let hit;
+/// false when no useful one can be given: then the placement is asked by every ray.
 bool placementBox(const Affine& localFromWorld, const MeshFrame& frame, BuildBox& out);
 
 /// The nearest crossing so far.

@@ -10,8 +10,8 @@
 
 namespace vela::detail {
 
-/// Eight triangles: first corner and the two edges from it, by component. A lane without a triangle has edges of zero, whose
-/// determinant is never accepted.
+/// Eight triangles: first corner and the two edges from it, by component. A lane without a triangle
+/// has edges of zero, whose determinant is never accepted.
 struct alignas(32) TriangleBlock {
   float ax[8], ay[8], az[8];
   float e1x[8], e1y[8], e1z[8];
@@ -30,15 +30,18 @@ struct BlockHit {
 /// Tests the triangles of a list in order.
 ///
 /// \param nearest   true: the least distance, of equal ones the first; false: the first that counts
-/// \param best      only distances below it and above the ray's minimum count; set to the distance found
+/// \param best      only distances below it and above the ray's minimum count; set to the distance
+///                  found
 /// \param found     set to where the triangle found stands
 /// \return true when one was found; otherwise nothing is written
-using TestTriangleBlocks = bool (*)(const TriangleBlock* first, const TriangleBlock* last, const tarn::Ray<float>& ray,
-                                    bool nearest, float& best, BlockHit& found);
+using TestTriangleBlocks = bool (*)(const TriangleBlock* first, const TriangleBlock* last,
+                                    const tarn::Ray<float>& ray, bool nearest, float& best,
+                                    BlockHit& found);
 
 /// One lane after the other.
-bool testTriangleBlocksPlain(const TriangleBlock* first, const TriangleBlock* last, const tarn::Ray<float>& ray, bool nearest,
-                             float& best, BlockHit& found);
+bool testTriangleBlocksPlain(const TriangleBlock* first, const TriangleBlock* last,
+                             const tarn::Ray<float>& ray, bool nearest, float& best,
+                             BlockHit& found);
 
 /// The widest kernel that this processor runs.
 TestTriangleBlocks bestTriangleBlockTest();

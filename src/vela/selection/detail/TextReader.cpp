@@ -32,7 +32,8 @@ constexpr bool isBlank(int c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 constexpr bool isDigit(int c) { return c >= '0' && c <= '9'; }
 
 /// Powers of ten that a float holds exactly.
-constexpr float kPowersOfTen[] = {1e0f, 1e1f, 1e2f, 1e3f, 1e4f, 1e5f, 1e6f, 1e7f, 1e8f, 1e9f, 1e10f};
+constexpr float kPowersOfTen[] = {1e0f, 1e1f, 1e2f, 1e3f, 1e4f, 1e5f,
+                                  1e6f, 1e7f, 1e8f, 1e9f, 1e10f};
 constexpr std::uint32_t kMostExactPower = 10;
 /// Up to here every integer is a float.
 constexpr std::uint64_t kMostExactInteger = std::uint64_t{1} << 24;
@@ -47,11 +48,12 @@ TextReader::~TextReader() {
   commit();
   try {
     in_.setstate(state_);
-  } catch (const std::ios_base::failure&) {  // the state is set all the same, and nothing is thrown from here
+  } catch (const std::ios_base::failure&) {  // the state is set all the same, and nothing is thrown
+                                             // from here
   }
 }
 
-// ---- The window --------------------------------------------------------------------------------------------------
+// ---- The window
 
 void TextReader::commit() {
   const auto count = static_cast<std::uint64_t>(next_ - first_);
@@ -94,7 +96,7 @@ int TextReader::refill() {
   return c;
 }
 
-// ---- Places ------------------------------------------------------------------------------------------------------
+// ---- Places
 
 TextReader::Mark TextReader::mark() {
   if (!isGood()) {
@@ -116,7 +118,7 @@ std::streamoff TextReader::position(const Mark& mark) {
   }
 }
 
-// ---- Words and numbers -------------------------------------------------------------------------------------------
+// ---- Words and numbers
 
 bool TextReader::begin() {
   if (isGood()) {
@@ -203,8 +205,8 @@ bool TextReader::number(bool& value) {
 bool TextReader::number(float& value) {
   if (!begin()) return false;
 
-  // Sign, digits with at most one point, and an exponent once there was a digit: what extraction takes from the text,
-  // even where it is then no number. Leading zeros count as one.
+  // Sign, digits with at most one point, and an exponent once there was a digit: what extraction
+  // takes from the text, even where it is then no number. Leading zeros count as one.
   numberText_.clear();
   bool negative = false, anyDigit = false, hasPoint = false, hasExponent = false;
   std::uint64_t digits = 0;  // without the point; meaningful up to kMostExactInteger

@@ -1,6 +1,6 @@
 /// \file
-/// Words and numbers from a stream, exactly as formatted extraction in the classic locale with default flags reads them, but
-/// straight from the stream's buffer.
+/// Words and numbers from a stream, exactly as formatted extraction in the classic locale with
+/// default flags reads them, but straight from the stream's buffer.
 #pragma once
 
 #include <cstdint>
@@ -11,8 +11,9 @@
 
 namespace vela::Selection::detail {
 
-/// Stands for the stream while it lives: the stream's own place and state follow when it dies. As with extraction, the first
-/// failure makes every later read fail, without taking anything more from the text.
+/// Stands for the stream while it lives: the stream's own place and state follow when it dies. As
+/// with extraction, the first failure makes every later read fail, without taking anything more
+/// from the text.
 class TextReader {
  public:
   explicit TextReader(std::istream& in);
@@ -20,16 +21,18 @@ class TextReader {
   TextReader(const TextReader&) = delete;
   TextReader& operator=(const TextReader&) = delete;
 
-  /// A place in the text, as std::istream::tellg gives it; remembered cheaply and worked out when asked for.
+  /// A place in the text, as std::istream::tellg gives it; remembered cheaply and worked out when
+  /// asked for.
   using Mark = std::optional<std::uint64_t>;
   [[nodiscard]] Mark mark();
-  /// -1 when the reads had failed, or the text was at its end, when the mark was made, and for streams without places.
+  /// -1 when the reads had failed, or the text was at its end, when the mark was made, and for
+  /// streams without places.
   [[nodiscard]] std::streamoff position(const Mark& mark);
 
   /// The next word; untouched when there is none.
   void word(std::string& token);
-  /// False, with 0, when there is no number, and with the largest one when it does not fit. A minus sign wraps. All as
-  /// extraction has it.
+  /// False, with 0, when there is no number, and with the largest one when it does not fit. A minus
+  /// sign wraps. All as extraction has it.
   bool number(std::uint64_t& value);
   /// False when there is no number or it is out of range. The words "inf" and "nan" are no numbers.
   bool number(float& value);
@@ -40,7 +43,9 @@ class TextReader {
   void fail() { state_ |= std::ios_base::failbit; }
 
   /// How many characters are known to be there. Costs nothing, and may be less than there are.
-  [[nodiscard]] std::size_t charactersAtHand() const { return static_cast<std::size_t>(end_ - next_); }
+  [[nodiscard]] std::size_t charactersAtHand() const {
+    return static_cast<std::size_t>(end_ - next_);
+  }
 
  private:
   static constexpr int kEnd = -1;
@@ -54,7 +59,9 @@ class TextReader {
   int refill();
   /// Makes the stream's buffer agree with what was taken.
   void commit();
-  [[nodiscard]] std::uint64_t taken() const { return takenBefore_ + static_cast<std::uint64_t>(next_ - first_); }
+  [[nodiscard]] std::uint64_t taken() const {
+    return takenBefore_ + static_cast<std::uint64_t>(next_ - first_);
+  }
   /// Sign and digits; false when there was no digit or the magnitude does not fit.
   bool integer(bool& negative, std::uint64_t& magnitude, bool& anyDigit);
 

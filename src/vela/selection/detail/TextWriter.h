@@ -1,5 +1,6 @@
 /// \file
-/// Words and numbers for a stream, as its default formatting in the classic locale would write them, in large pieces.
+/// Words and numbers for a stream, as its default formatting in the classic locale would write
+/// them, in large pieces.
 #pragma once
 
 #include <cstddef>
@@ -9,7 +10,8 @@
 
 namespace vela::Selection::detail {
 
-/// Collects text and hands it on piece by piece. The stream's flags, width and locale neither matter nor change.
+/// Collects text and hands it on piece by piece. The stream's flags, width and locale neither
+/// matter nor change.
 class TextWriter {
  public:
   explicit TextWriter(std::ostream& out) : out_(out) {}
@@ -21,7 +23,8 @@ class TextWriter {
   /// Six significant digits, as "%g" has them.
   void number(float value);
 
-  /// Hands on what was collected. To be called last: a destructor could not let the stream's own exceptions out.
+  /// Hands on what was collected. To be called last: a destructor could not let the stream's own
+  /// exceptions out.
   void flush();
 
  private:
