@@ -37,7 +37,7 @@
 #include "vela/intersect/BvhAcceleration.h"
 #include "vela/intersect/GridAcceleration.h"
 #include "vela/intersect/HitDetect.h"
-#include "vela/intersect/SceneTracer.h"
+#include "vela/trace/SceneTracer.h"
 
 namespace {
 

@@ -32,3 +32,4 @@
 #include "vela/mesh/Triangulate.h"
 #include "vela/sampling/SamplingRng.h"
 #include "vela/selection/GeoSelection.h"
+#include "vela/trace/SceneTracer.h"

@@ -8,7 +8,7 @@
 
 #include "Failure.h"
 #include "vela/intersect/HitDetect.h"
-#include "vela/intersect/SceneTracer.h"
+#include "vela/trace/SceneTracer.h"
 
 namespace command {
 

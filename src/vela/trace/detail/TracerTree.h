@@ -9,8 +9,8 @@
 
 #include "ovo/Array.h"
 #include "tarn/Vec.h"
-#include "vela/intersect/detail/TracerMath.h"
-#include "vela/intersect/detail/TracerMemory.h"
+#include "vela/trace/detail/TracerMath.h"
+#include "vela/trace/detail/TracerMemory.h"
 
 namespace vela::tracer {
 

@@ -1,4 +1,4 @@
-#include "vela/intersect/SceneTracer.h"
+#include "vela/trace/SceneTracer.h"
 
 #include <gtest/gtest.h>
 
@@ -13,8 +13,8 @@
 #include "ovo/MeshPrim.h"
 #include "ovo/Stage.h"
 #include "support/ClosedMeshes.h"
-#include "vela/intersect/detail/TracerMath.h"
 #include "vela/mesh/Triangulate.h"
+#include "vela/trace/detail/TracerMath.h"
 
 namespace {
 

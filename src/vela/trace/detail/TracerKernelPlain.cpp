@@ -3,7 +3,7 @@
 #include <limits>
 #include <utility>
 
-#include "vela/intersect/detail/TracerTree.h"
+#include "vela/trace/detail/TracerTree.h"
 
 namespace vela::tracer {
 namespace {
@@ -57,7 +57,7 @@ struct Lanes {
   }
 };
 
-#include "vela/intersect/detail/TracerKernel.h"
+#include "vela/trace/detail/TracerKernel.h"
 
 }  // namespace
 

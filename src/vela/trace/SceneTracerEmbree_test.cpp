@@ -14,8 +14,8 @@
 #include "ovo/Xform.h"
 #include "support/ClosedMeshes.h"
 #include "support/SharedData.h"
-#include "vela/intersect/SceneTracer.h"
 #include "vela/mesh/Triangulate.h"
+#include "vela/trace/SceneTracer.h"
 
 // Another tracer over the same triangles, already in world space and in single precision. The
 // answers may differ only where the ray passes an edge, or grazes a surface, more closely than

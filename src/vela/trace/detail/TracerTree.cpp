@@ -1,4 +1,4 @@
-#include "vela/intersect/detail/TracerTree.h"
+#include "vela/trace/detail/TracerTree.h"
 
 #include <algorithm>
 #include <array>

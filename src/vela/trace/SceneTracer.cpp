@@ -1,4 +1,4 @@
-#include "vela/intersect/SceneTracer.h"
+#include "vela/trace/SceneTracer.h"
 
 #include <algorithm>
 #include <cmath>
@@ -9,7 +9,7 @@
 
 #include "ovo/MeshPrim.h"
 #include "tarn/Hash.h"
-#include "vela/intersect/detail/TracerTree.h"
+#include "vela/trace/detail/TracerTree.h"
 
 namespace vela {
 

@@ -1,0 +1,158 @@
+/// \file
+/// Rays against placed meshes, for pictures: the true nearest surface, without cracks, at any
+/// scale.
+///
+/// When to use which: a host that must find what `HitDetector` finds (the first occupied cell's
+/// hit, small triangles refused) asks that one; whoever draws, measures or lights asks the tracer.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <memory>
+
+#include "ovo/Array.h"
+#include "tarn/Box3.h"
+#include "tarn/Mat4.h"
+#include "tarn/Ray.h"
+#include "tarn/Time.h"
+#include "tarn/Vec.h"
+#include "vela/Api.h"
+
+namespace ovo {
+class MeshPrim;
+}
+
+namespace vela {
+
+/// What a ray met. On a miss every field but `hit` has its default.
+struct TracerHit {
+  /// In units of the caller's direction, before any rounding to float: hits are ordered by this
+  /// number.
+  double distance = std::numeric_limits<double>::max();
+  /// origin + distance * direction, computed in double and narrowed once.
+  tarn::Vec3<float> position;
+  /// World space, unit length, (b - a) x (c - a) of the face's stored winding through the inverse
+  /// transpose of the placement. It is not turned towards the ray.
+  tarn::Vec3<float> normal;
+  std::uint32_t placement = 0;  ///< as addPlacement numbered it
+  std::int32_t face = 0;        ///< position in the mesh's face counts, skipped faces counted
+  /// Of the triangle that was cut from the face: point indices of its corners a, b, c ...
+  std::int32_t points[3] = {0, 0, 0};
+  /// ... and where they stand in the array of face vertex indices, for data given per face-vertex.
+  std::int32_t faceVertices[3] = {0, 0, 0};
+  /// Barycentrics: a value that varies over the triangle is (1 - u - v) a + u b + v c. In [0, 1], u
+  /// + v <= 1 up to rounding.
+  float u = 0.0f, v = 0.0f;
+  bool hit = false;
+};
+
+/// Placed meshes with a tree over the placements and one over each mesh.
+///
+/// Use: add meshes and placements, build(), ask. What is added after a build is seen after the next
+/// one, which builds trees for the new meshes only.
+///
+/// Which hit: the least distance; among equal distances the lowest placement, then the lowest face,
+/// then the first triangle of its cut. Every answer is bit for bit that of a plain loop over
+/// placements and triangles, whatever the trees, the processor's instructions and the number of
+/// threads.
+///
+/// Which range: [minDistance, maxDistance], closed at both ends, against the distance rounded to
+/// float, so that the same ray with maxDistance = float(hit.distance) finds the hit again. A
+/// negative minDistance looks behind the origin. A ray that has a NaN, an infinite origin or
+/// direction or a direction of length zero misses.
+///
+/// Watertight: neighbouring triangles of one placement share each edge exactly, so no ray slips
+/// between them, at an edge or a vertex, seen in any direction and under any matrix. Two-sided. No
+/// epsilons: meshes and placements from 1e-30 to 1e30 units give the same picture. Accuracy: a hit
+/// lies within about 1e-5 of its mesh's size of the true one, most often within 1e-7; nearby
+/// surfaces count from the ray's origin, those of a mesh far away as if seen from its border.
+///
+/// Threads: const calls may run from any number of threads at once and allocate nothing. Changes
+/// need the caller's lock. Sources: Woop, Benthin and Wald, Watertight Ray/Triangle Intersection,
+/// JCGT 2(1), 2013; Ize, Robust BVH Ray Traversal, JCGT 2(2), 2013; Wald, On fast Construction of
+/// SAH-based Bounding Volume Hierarchies, RT 2007; Wald, Benthin and Boulos, Getting Rid of
+/// Packets, RT 2008 (wide nodes).
+class VELA_API SceneTracer {
+ public:
+  SceneTracer();
+  ~SceneTracer();
+  SceneTracer(SceneTracer&&) noexcept;
+  SceneTracer& operator=(SceneTracer&&) noexcept;
+  SceneTracer(const SceneTracer&) = delete;
+  SceneTracer& operator=(const SceneTracer&) = delete;
+
+  // Filling
+
+  /// Adds a mesh, or finds the equal one (same bits in all three arrays) that is there already.
+  ///
+  /// \param points            positions in the mesh's own space
+  /// \param faceVertexCounts  corners of each face
+  /// \param faceVertexIndices point indices, face after face
+  /// \return the mesh's number, for addPlacement. The arrays are shared, not copied
+  ///
+  /// Faces that cannot be used are never hit and keep their number: fewer than three corners (a
+  /// negative count takes no indices), an index out of range, a point that is not finite, no area,
+  /// or an index array that ends before the face does. Larger faces are cut by
+  /// `triangulatePolygon`.
+  std::uint32_t addMesh(const ovo::Array<tarn::Vec3<float>>& points,
+                        const ovo::Array<int>& faceVertexCounts,
+                        const ovo::Array<int>& faceVertexIndices);
+  /// Adds the points and faces that the prim has at that time; a prim without them is a mesh
+  /// without faces.
+  std::uint32_t addMesh(const ovo::MeshPrim& prim, double time = tarn::defaultTimeValue());
+
+  /// Places a mesh.
+  ///
+  /// \param mesh           of addMesh; any other number makes a placement that is never hit
+  /// \param worldFromLocal its last row is taken as (0, 0, 0, 1). Nothing is hit through a singular
+  ///                       or non-finite matrix
+  /// \return the placement's number: 0, 1, 2 ...
+  std::uint32_t addPlacement(std::uint32_t mesh, const tarn::Mat4<double>& worldFromLocal);
+
+  /// Makes room for that many placements in all.
+  void reservePlacements(std::size_t count);
+
+  /// Builds the trees: n log n in the triangles of new meshes and in all placements.
+  void build();
+
+  // Asking
+
+  /// The nearest hit. \return hit.hit
+  bool intersect(const tarn::Ray<float>& ray, TracerHit& hit) const;
+  /// One record a ray; \p hits has room for \p count.
+  void intersect(const tarn::Ray<float>* rays, std::size_t count, TracerHit* hits) const;
+  /// The nearest hit on one placement, as if there were no other; what is no placement yet is never
+  /// hit.
+  bool intersectPlacement(std::uint32_t placement, const tarn::Ray<float>& ray,
+                          TracerHit& hit) const;
+  /// True when anything lies in the ray's range.
+  [[nodiscard]] bool occluded(const tarn::Ray<float>& ray) const;
+  /// One answer a ray; \p occluded has room for \p count.
+  void occluded(const tarn::Ray<float>* rays, std::size_t count, bool* occluded) const;
+
+  // What is there
+
+  [[nodiscard]] std::size_t numMeshes() const;
+  [[nodiscard]] std::size_t numPlacements() const;
+  /// Triangles of one mesh as of the last build; 0 for a number that is none.
+  [[nodiscard]] std::size_t numTriangles(std::uint32_t mesh) const;
+  /// The mesh number that the placement was given; the largest number for a placement that is not
+  /// there.
+  [[nodiscard]] std::uint32_t placementMesh(std::uint32_t placement) const;
+  /// World box of all that can be hit, a little generous; empty before the first build.
+  [[nodiscard]] tarn::Box3<float> bounds() const;
+  /// Bytes held for queries, the callers' shared arrays not counted.
+  [[nodiscard]] std::size_t memoryUsage() const;
+
+  /// The instructions that queries use. `best` looks at the processor; `plain` runs anywhere. The
+  /// answers are the same: this is for tests and for measuring.
+  enum class Kernel { best, plain };
+  void setKernel(Kernel kernel);
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace vela
