@@ -8,6 +8,18 @@
 ///
 /// Threads: as AssetManager.h. Two threads that are first to resolve a reference may both ask the
 /// manager. Records are values: different ones may be used from different threads at once.
+///
+/// \code
+///   // While no manager is installed nothing is a reference, and a path stays a path.
+///   const std::set<std::string> traits{vela::asset::kLocatableContentTrait};
+///   vela::asset::AssetInfo scene(traits);
+///   std::string file;
+///   const bool isAsset = scene.resolveLocation("examples/demo/demo.usda", file);
+///   assert(!isAsset && file == "examples/demo/demo.usda");
+///
+///   const vela::asset::AssetData data = scene.getResolvedData();
+///   assert(!data.isValid());
+/// \endcode
 #pragma once
 
 #include <cstddef>

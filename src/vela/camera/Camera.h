@@ -6,6 +6,26 @@
 /// runs from -1 to 1 over the width of the film window, NDC y has x's unit. Nothing throws; numbers
 /// are taken as they come (an f-stop of 0 gives an infinite pupil). Records belong to their caller
 /// and are copied freely; const calls are safe from several threads.
+///
+/// \code
+///   vela::Camera::Sample sample;
+///   sample.sensor.apertureSize = {36.0, 24.0};
+///   sample.optics.focalLength = 50.0;
+///   sample.lensAp.clipFarDistance = 1000.0;
+///   sample.xform.l2w.translate({0.0, 1.0, 10.0});
+///   const vela::LinearProjection perspective;
+///   sample.updateDerivedValues(&perspective);
+///   assert(sample.lensMagnification() == 0.72f);
+///
+///   // At a distance of 10 the film window is 10 * 36 / 50 = 7.2 wide: half of it is NDC 1.
+///   const tarn::Vec4<double> onRightEdge(3.6, 1.0, 0.0, 1.0);
+///   const tarn::Vec4<double> ndc = sample.worldToNdc().transform(onRightEdge).wNormalized();
+///   assert(std::fabs(ndc.x - 1.0) < 1e-12 && std::fabs(ndc.y) < 1e-12);
+///
+///   // What a camera shares with everything that has a place.
+///   const vela::Axis::Sample& placed = sample;
+///   assert(placed.xform.w2l.transformPoint({0.0, 1.0, 10.0}) == tarn::Vec3<double>());
+/// \endcode
 #pragma once
 
 #include <iosfwd>
@@ -113,8 +133,9 @@ class VELA_API Camera : public Axis {
 
     /// Computes `xform.w2l` and the derived values from everything else.
     ///
-    /// \param projection  the lens whose projection matrix `proj` becomes; null takes a perspective
-    ///                    one from the magnification
+    /// \param projection  the lens whose projection matrix `proj` becomes. Null takes the
+    ///                    BuildProjectionMatrix of the magnification as it is, which is the lens's
+    ///                    own only where film width and focal length are equal
     ///
     /// A singular l2w gives a zero w2l.
     void updateDerivedValues(const LensProjectionFunction* projection);

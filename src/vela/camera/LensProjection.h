@@ -10,6 +10,34 @@
 /// precision, except for angles and for the film window's matrix, which are double and narrowed
 /// once. Coordinates that are no numbers give rays that are no numbers. Nothing throws. All calls
 /// but validateProjection are const and safe from several threads.
+///
+/// \code
+///   // The four corners of an image as rays of a camera.
+///   vela::Camera::Sample sample;
+///   sample.sensor.apertureSize = {2.0, 1.5};
+///   sample.lensAp.clipFarDistance = 1000.0;
+///   const std::unique_ptr<vela::LensProjectionFunction> lens(
+///       vela::CreateProjectionFunc(vela::LensProjection::perspective));
+///   sample.updateDerivedValues(lens.get());
+///
+///   const auto image = vela::ProjectionImageContext::forSize(640, 480);
+///   vela::ProjectCoord corners[4];
+///   for (int i = 0; i < 4; ++i) {
+///     corners[i].x = i % 2 == 0 ? -1.0f : 1.0f;
+///     corners[i].y = i < 2 ? image.aspect : -image.aspect;
+///   }
+///   vela::RayContext rays[4];
+///   vela::generateCameraRays(*lens, 4, corners, sample, image, rays);
+///   const tarn::Vec3<float> topRight = tarn::Vec3<float>(1.0f, 0.75f, -1.0f).normalized();
+///   assert((rays[1].direction - topRight).length() < 1e-6f);
+///
+///   // And back: where a point of the world shows.
+///   vela::ProjectCoord point;
+///   point.px = 5.0f;
+///   point.pz = -10.0f;
+///   lens->project(sample, image, 1, &point);
+///   assert(std::fabs(point.x - 0.5f) < 1e-6f && std::fabs(point.y) < 1e-6f);
+/// \endcode
 #pragma once
 
 #include <string>
@@ -118,6 +146,22 @@ class VELA_API LensProjectionFunction {
 /// Perspective rays start at the origin and pass through the window at distance 1; orthographic
 /// ones start on the plane z = 0 and are parallel to -z, with the film window in scene units over
 /// focal length.
+///
+/// \code
+///   const vela::LinearProjection orthographic(true);
+///   assert(orthographic.lensProjectionMode() == vela::LensProjection::orthographic);
+///   assert(orthographic.isLinear() && orthographic.canBeExtendedHorizontally());
+///
+///   vela::Camera::Sample sample;
+///   sample.sensor.apertureSize = {8.0, 6.0};
+///   sample.updateDerivedValues(&orthographic);
+///   vela::ProjectCoord rightEdge;
+///   rightEdge.x = 1.0f;
+///   vela::RayContext ray;
+///   orthographic.generateRayGeometry(1, &rightEdge, &sample, {}, &ray);
+///   assert(ray.origin == tarn::Vec3<float>(4.0f, 0.0f, 0.0f));
+///   assert(ray.direction == tarn::Vec3<float>(0.0f, 0.0f, -1.0f));
+/// \endcode
 class VELA_API LinearProjection : public LensProjectionFunction {
  public:
   explicit LinearProjection(bool orthographic = false) : orthographic_(orthographic) {}
@@ -143,6 +187,18 @@ class VELA_API LinearProjection : public LensProjectionFunction {
 
 /// A linear lens behind a distortion that only its host knows: it has the matrices, but makes no
 /// rays and projects nothing.
+///
+/// \code
+///   const vela::WarpedLinearProjection lens;
+///   assert(!lens.isLinear() && lens.canBeExtendedVertically());
+///
+///   vela::Camera::Sample sample;
+///   sample.updateDerivedValues(&lens);
+///   vela::RayContext ray;
+///   const vela::ProjectCoord centre;
+///   lens.generateRayGeometry(1, &centre, &sample, {}, &ray);
+///   assert(ray.direction == tarn::Vec3<float>());  // the host's to fill in
+/// \endcode
 class VELA_API WarpedLinearProjection : public LinearProjection {
  public:
   explicit WarpedLinearProjection(bool orthographic = false) : LinearProjection(orthographic) {}
@@ -159,6 +215,19 @@ class VELA_API WarpedLinearProjection : public LinearProjection {
 /// Longitude over the width, latitude over the height; the centre looks down -z, the lower edge
 /// down -y. Coordinates past the left and right edges, and past y = +-1, count as those. Projects
 /// nothing.
+///
+/// \code
+///   const vela::SphericalProjection lens;
+///   vela::Camera::Sample sample;
+///   sample.updateDerivedValues(&lens);
+///
+///   // An image twice as wide as high shows all directions: x = 0.5 is a quarter turn.
+///   vela::ProjectCoord coord;
+///   coord.x = 0.5f;
+///   vela::RayContext ray;
+///   lens.generateRayGeometry(1, &coord, &sample, {0.5f}, &ray);
+///   assert((ray.direction - tarn::Vec3<float>(1.0f, 0.0f, 0.0f)).length() < 1e-6f);
+/// \endcode
 class VELA_API SphericalProjection : public LensProjectionFunction {
  public:
   [[nodiscard]] const char* identifier() const override;
@@ -173,6 +242,18 @@ class VELA_API SphericalProjection : public LensProjectionFunction {
 
 /// Longitude over the width, the linear lens's height over the height; the centre looks down -z.
 /// Coordinates past -1 and 1, in x and in y, count as those. Projects nothing.
+///
+/// \code
+///   const vela::CylindricalProjection lens;
+///   vela::Camera::Sample sample;
+///   sample.updateDerivedValues(&lens);
+///
+///   vela::ProjectCoord coord;
+///   coord.x = -0.5f;
+///   vela::RayContext ray;
+///   lens.generateRayGeometry(1, &coord, &sample, {0.5f}, &ray);
+///   assert((ray.direction - tarn::Vec3<float>(-1.0f, 0.0f, 0.0f)).length() < 1e-6f);
+/// \endcode
 class VELA_API CylindricalProjection : public LensProjectionFunction {
  public:
   [[nodiscard]] const char* identifier() const override;

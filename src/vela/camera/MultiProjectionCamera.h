@@ -14,6 +14,20 @@ namespace vela {
 /// lens must outlive the camera and its copies, which share it. Without a lens the mode is
 /// LensProjection::none, the identifier empty, nothing linear, and validation takes the projection
 /// matrix that a sample has without a lens.
+///
+/// \code
+///   vela::SphericalProjection spherical;
+///   vela::MultiProjectionCamera camera;
+///   assert(camera.projectionMode() == vela::LensProjection::none);
+///
+///   camera.setFocalLength(35.0);
+///   camera.setHorizontalFov(90.0);
+///   camera.setProjectionFunc(&spherical);
+///   camera.validateCamera();
+///   assert(camera.projectionMode() == vela::LensProjection::spherical);
+///   assert(std::fabs(camera.horizontalAperture() - 70.0) < 1e-9);
+///   assert(camera.properties().lensMagnification() == 2.0f);
+/// \endcode
 class VELA_API MultiProjectionCamera : public Camera {
  public:
   /// A camera with a full-aperture film back (24.576 x 18.672), a 50 lens at f/16 focused at 2, no

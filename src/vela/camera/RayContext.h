@@ -16,6 +16,21 @@
 
 namespace vela {
 
+/// A ray with its range, its neighbours in the image, what kind of ray it is and what it asks for.
+///
+/// \code
+///   vela::RayContext ray;
+///   ray.set({0.0f, 0.0f, 5.0f}, {0.0f, 0.0f, -2.0f}, vela::RayContext::cameraRay, 0.0,
+///           vela::RayContext::outsideOrigin, 0.0f, 100.0f);
+///   assert(ray.isCameraPath() && !ray.isShadowPath());
+///   assert(ray.isZSlopePositive());  // the direction's z is below 0
+///
+///   tarn::Mat4<double> worldFromCamera;
+///   worldFromCamera.translate({0.0, 10.0, 0.0});
+///   ray.transform(worldFromCamera);
+///   assert(ray.origin == tarn::Vec3<float>(0.0f, 10.0f, 5.0f));
+///   assert(ray.maxDistance == 100.0f);  // still in multiples of the direction
+/// \endcode
 class VELA_API RayContext {
  public:
   /// A 16-bit word with a name. Converts to its value, and gives it when called: `cameraRay` and

@@ -1,5 +1,18 @@
 /// \file
 /// Cameras of a scene as camera samples.
+///
+/// \code
+///   const std::shared_ptr<ovo::Stage> stage = ovo::Stage::createInMemory();
+///   const ovo::CameraPrim prim = ovo::CameraPrim::define(stage, ovo::Path("/Camera"));
+///   ovo::CameraParameters parameters;
+///   parameters.focalLength = 3.5;
+///   parameters.horizontalAperture = 3.6;
+///   prim.setParameters(parameters);
+///
+///   vela::Camera::Sample sample;
+///   assert(vela::sampleCameraPrim(prim, tarn::defaultTimeValue(), sample));
+///   assert(sample.optics.focalLength == 3.5 && sample.sensor.apertureSize.x == 3.6);
+/// \endcode
 #pragma once
 
 #include "ovo/CameraPrim.h"

@@ -20,6 +20,19 @@ namespace vela {
 /// Numbers convert to and from `int` freely; a channel is true when its number is above 0, so the
 /// empty channel and negative numbers are false. No operation checks a range; arithmetic wraps
 /// around in 32 bits.
+///
+/// \code
+///   vela::Channel channel = 5;
+///   assert(channel && channel.index() == 5 && channel + 1 == 6);
+///   assert(!vela::Channel());
+///
+///   // What the data means, and what it is part of.
+///   const vela::Channel::Type type = vela::Channel::dataVecY;
+///   assert(vela::Channel::IsDataType(type));
+///   assert(std::string(vela::Channel::TypeString(type)) == "data-vec-y");
+///   assert(vela::Channel::TypeCompoundType(type, 2) == vela::Channel::dataVec2);
+///   assert(vela::Channel::TypeOrdering(type) == 1);
+/// \endcode
 class VELA_API Channel {
  public:
   /// What the data in a channel or a layer means. Three bands: 1 to 12 are blendable (may be

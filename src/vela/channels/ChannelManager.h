@@ -187,6 +187,21 @@ class VELA_API LayerAlias {
 
 /// A registry of channels and layers.
 ///
+/// \code
+///   vela::BraeGlobalChannelManager registry;
+///   vela::ChannelManager& names = registry;
+///
+///   const vela::ChannelAlias* red = names.createChannel("beauty.red");
+///   assert(red->name() == "beauty.red" && red->purpose() == vela::Channel::colorRed);
+///   assert(names.channel(red->channel()) == red);
+///
+///   // The layer came with its first channel.
+///   names.createChannel("beauty.green");
+///   const vela::LayerAlias* beauty = names.getLayer("beauty");
+///   assert(beauty->size() == 2 && (*beauty)[0] == red && red->layer() == beauty);
+///   assert(beauty->channelSet().size() == 2);
+/// \endcode
+///
 /// Numbers are handed out in increasing order from 1 and never again until the registry is cleared;
 /// 1023 is the highest that fits, 1022 the highest that a user channel receives. Construction makes
 /// "rgba.red", "rgba.green", "rgba.blue", "rgba.alpha" (1 to 4) and the layers "rgb", "rgba" and

@@ -16,6 +16,20 @@ namespace vela {
 
 /// Up to 1024 channels in the order in which they were added; what is added to a full pack is
 /// ignored. A plain value without heap storage; const calls are safe from several threads.
+///
+/// \code
+///   vela::ChannelPack pack;
+///   pack += vela::Channel(4);
+///   pack += vela::ChannelSet(0x7u);  // channels 1 to 3, behind what is there
+///   pack += vela::Channel(4);        // is there already
+///
+///   std::ostringstream text;
+///   text << pack;
+///   assert(text.str() == "4, 1, 2, 3");
+///
+///   const vela::ChannelSet set = pack;
+///   assert(set.mask32() == 0xFu);
+/// \endcode
 class VELA_API ChannelPack {
  public:
   static constexpr std::size_t kCapacity = 1024;

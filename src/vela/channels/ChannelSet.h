@@ -22,6 +22,22 @@ class ChannelManager;
 
 /// A set of channels of one registry.
 ///
+/// \code
+///   vela::ChannelSet set(0x7u);  // a mask: channels 1 to 3
+///   set += vela::Channel(40);
+///   assert((set & vela::Channel(40)) && !(set & vela::Channel(4)));
+///
+///   std::vector<int> numbers;
+///   for (const vela::Channel channel : set) numbers.push_back(channel);
+///   assert((numbers == std::vector<int>{1, 2, 3, 40}));
+///
+///   // A bare number is a mask nearly everywhere: name a channel by its type.
+///   assert(set.contains(vela::Channel(3)) && set.contains(6u) && !set.contains(vela::Channel(6)));
+///
+///   set -= vela::ChannelSet(0x3u);
+///   assert(set.size() == 2 && set.first() == 3 && set.last() == 40);
+/// \endcode
+///
 /// Storage: a mask word whose bit k (0 to 30) holds channel k+1. Bit 31, the all flag, holds
 /// channel 32 and says that every channel above the stored words is a member as well. Beyond the
 /// mask there may be an extension: words for channels 32 upwards, channel c in word c >> 5 at bit c

@@ -12,6 +12,19 @@ namespace vela {
 /// The host's registry: channels 1 to 9 and 14 to 22 with their layers, the host's name rewriting,
 /// and two switches.
 ///
+/// \code
+///   vela::BraeGlobalChannelManager registry;
+///   assert(std::string(registry.getChannelName(5)) == "depth.Z");
+///   assert(registry.getLayer("motion")->size() == 4);
+///   assert(registry.remapChannelName("rgb.red") == "rgba.red");
+///   assert(registry.remapChannelName("spare") == "other.spare");
+///
+///   // From a name that a user gave to a channel: rewrite it, then find or make it by its layer.
+///   const std::string name = registry.remapChannelName("spare");
+///   const vela::ChannelAlias* spare = registry.createChannel(name.c_str());
+///   assert(spare->name() == "other.spare" && spare->channel() == 23);
+/// \endcode
+///
 /// The environment is read once, at construction: `BRAE_DISABLE_CHANNEL_REMAPPING` and
 /// `BRAE_LEGACY_CHANNEL_SORTING` count as set whenever they exist, also when empty.
 class VELA_API BraeGlobalChannelManager : public ChannelManager {

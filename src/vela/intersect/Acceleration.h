@@ -20,6 +20,22 @@ class AccelerationModel;
 /// Receives one box and its colour (red, green, blue, alpha).
 using DrawBoxFunc = void (*)(const tarn::Box3<float>&, const tarn::Vec4<float>&);
 
+/// What every structure over a model can do.
+///
+/// \code
+///   const ovo::Array<tarn::Vec3<float>> points = {{0, 0, 0}, {1, 0, 0}, {0, 1, 1}};
+///   const vela::TriangleAccelerationModel model(points, {3}, {0, 1, 2});
+///
+///   const vela::NoAcceleration none(model);
+///   const vela::GridAcceleration grid(model);
+///   const vela::BvhAcceleration tree(model, true);
+///   const vela::Acceleration* const structures[] = {&none, &grid, &tree};
+///   for (const vela::Acceleration* structure : structures) {
+///     vela::CollisionResult result;
+///     const bool isHit = structure->intersect({}, {{0.25f, 0.25f, 5.0f}, {0, 0, -1}}, result);
+///     assert(isHit && result.distance == 4.75f);
+///   }
+/// \endcode
 class VELA_API Acceleration {
  public:
   explicit Acceleration(const AccelerationModel& model);

@@ -25,6 +25,43 @@ namespace vela {
 class GridAcceleration;
 class PrimAccelerationModelImpl;
 
+/// A list of primitives with boxes. Derive from it to put primitives of your own into a structure.
+///
+/// \code
+///   // Balls of radius 1 along the x axis.
+///   class Balls : public vela::AccelerationModel {
+///    public:
+///     std::size_t size() const override { return 3; }
+///     tarn::Box3<float> bounds(std::size_t i) const override {
+///       const tarn::Vec3<float> centre(4.0f * static_cast<float>(i), 0.0f, 0.0f);
+///       return {centre - tarn::Vec3<float>(1.0f), centre + tarn::Vec3<float>(1.0f)};
+///     }
+///     tarn::Box3<float> bounds() const override {
+///       return {tarn::Vec3<float>(-1.0f), tarn::Vec3<float>(9.0f, 1.0f, 1.0f)};
+///     }
+///     bool exclude(const vela::IntersectionContext&, std::size_t) const override { return false; }
+///     bool intersect(const vela::IntersectionContext&, const tarn::Ray<float>& ray, std::size_t i,
+///                    vela::CollisionResult& result) const override {
+///       const tarn::Vec3<float> to = bounds(i).center() - ray.origin;
+///       const float along = dot(to, ray.direction);  // of unit length here
+///       const float square = 1.0f - (dot(to, to) - along * along);
+///       if (!(square >= 0.0f)) return false;
+///       const float distance = along - std::sqrt(square);
+///       if (!(distance > ray.minDistance && distance < ray.maxDistance)) return false;
+///       result.distance = distance;
+///       result.position = ray.origin + ray.direction * distance;
+///       result.normal = result.position - bounds(i).center();
+///       result.faceIndex = 0;
+///       result.hit = true;
+///       return true;
+///     }
+///   };
+///   const Balls balls;
+///   const vela::BvhAcceleration tree(balls, true);
+///   vela::CollisionResult result;
+///   const bool isHit = tree.intersect({}, {{20, 0, 0}, {-1, 0, 0}}, result);
+///   assert(isHit && result.primitiveIndex == 2 && result.distance == 11.0f);
+/// \endcode
 class VELA_API AccelerationModel {
  public:
   AccelerationModel() = default;
@@ -55,6 +92,14 @@ class VELA_API AccelerationModel {
 /// is checked here, once: faces of fewer than three corners, with an index outside the points,
 /// reaching past the end of the indices or with a NaN corner give no triangle, and the faces after
 /// them keep their numbers and corners (a negative count takes no indices).
+///
+/// \code
+///   const ovo::Array<tarn::Vec3<float>> points = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
+///   const ovo::Array<int> counts = {3, 4, 4}, indices = {0, 1, 9, 0, 1, 2, 3, 3, 2, 1, 0};
+///   const vela::TriangleAccelerationModel model(points, counts, indices);
+///   assert(model.size() == 4);        // face 0 names a point that is not there
+///   assert(model.faceIndex(0) == 1);  // the others keep their numbers
+/// \endcode
 class VELA_API TriangleAccelerationModel : public AccelerationModel {
  public:
   /// \param points             positions, shared, not copied
@@ -118,6 +163,15 @@ class VELA_API TriangleAccelerationModel : public AccelerationModel {
 ///
 /// Threads: queries may run from several threads at once; the accelerators are guarded by a mutex.
 /// Adding may not overlap with anything.
+///
+/// \code
+///   const std::shared_ptr<ovo::Stage> stage = ovo::Stage::open("examples/demo/demo.usda");
+///   vela::PrimAccelerationModel model(tarn::defaultTimeValue());
+///   model.addMeshPrims(stage, tarn::defaultTimeValue());
+///   assert(model.size() > 0);
+///   assert(model[0].isValid() && !model[-1].isValid());
+///   assert(!model.bounds().isEmpty());
+/// \endcode
 class VELA_API PrimAccelerationModel : public AccelerationModel {
  public:
   /// \param time at which the meshes' points are sampled; tarn::defaultTimeValue() gives the
@@ -162,6 +216,14 @@ class VELA_API PrimAccelerationModel : public AccelerationModel {
 };
 
 /// One mesh with a grid over its triangles.
+///
+/// \code
+///   const ovo::Array<tarn::Vec3<float>> points = {{0, 0, 0}, {1, 0, 0}, {0, 1, 1}};
+///   const vela::MeshAccelerator mesh(points, {3}, {0, 1, 2}, 7);
+///   vela::CollisionResult result;
+///   const bool isHit = mesh.intersect({}, {{0.25f, 0.25f, 5.0f}, {0, 0, -1}}, result);
+///   assert(isHit && result.primitiveIndex == 7);
+/// \endcode
 class VELA_API MeshAccelerator {
  public:
   /// \param id written into every hit's primitiveIndex

@@ -47,6 +47,23 @@ static_assert(std::is_trivially_copyable_v<BvhNode> && sizeof(BvhNode) == 32);
 ///
 /// Queries allocate nothing while no more than 100 siblings wait; in a tree deeper than that the
 /// rest goes to the heap.
+///
+/// \code
+///   const ovo::Array<tarn::Vec3<float>> points = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0},
+///                                                 {0, 0, 2}, {1, 0, 2}, {0, 1, 2}};
+///   const vela::TriangleAccelerationModel model(points, {3, 3}, {0, 1, 2, 3, 4, 5});
+///   const vela::BvhAcceleration tree(model, true);
+///
+///   vela::CollisionResult result;
+///   const tarn::Ray<float> down({0.25f, 0.25f, 5.0f}, {0, 0, -1});
+///   const bool isHit = tree.intersect({}, down, result);
+///   assert(isHit && result.primitiveIndex == 1 && result.distance == 3.0f);
+///
+///   // For shadows any hit will do.
+///   vela::IntersectionContext anyHit;
+///   anyHit.nearestHit = false;
+///   assert(tree.intersect(anyHit, down, result));
+/// \endcode
 class VELA_API BvhAcceleration : public Acceleration {
  public:
   /// \param useSah false: split at the middle of the centres' longest axis (fast to build). True:

@@ -23,6 +23,17 @@ namespace vela {
 /// A model without primitives or without volume (an extent of exactly 0), or with a box that is no
 /// number or empty, gives a grid that hits nothing.
 ///
+/// \code
+///   const ovo::Array<tarn::Vec3<float>> points = {{0, 0, 0}, {1, 0, 0}, {0, 1, 1}};
+///   const vela::TriangleAccelerationModel model(points, {3}, {0, 1, 2});
+///   const vela::GridAcceleration grid(model);
+///   assert(grid.resolution()[0] >= 1 && grid.resolution()[0] <= 64);
+///
+///   vela::CollisionResult result;
+///   const bool isHit = grid.intersect({}, {{0.25f, 0.25f, 5.0f}, {0, 0, -1}}, result);
+///   assert(isHit && result.faceIndex == 0);
+/// \endcode
+///
 /// Source: Amanatides and Woo, A Fast Voxel Traversal Algorithm for Ray Tracing, Eurographics 1987.
 class VELA_API GridAcceleration : public Acceleration {
  public:

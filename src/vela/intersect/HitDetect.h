@@ -7,6 +7,26 @@
 ///
 /// Threads: queries may run from several threads at once, through one detector or many. Making and
 /// destroying a model may not overlap with its queries.
+///
+/// \code
+///   const std::shared_ptr<ovo::Stage> stage = ovo::Stage::open("examples/demo/demo.usda");
+///   const vela::HitDetectModel model(stage, tarn::defaultTimeValue());
+///   const vela::HitDetector detector(model);
+///
+///   vela::CollisionResult result;
+///   const tarn::Ray<float> down({0.0f, 1000.0f, 0.0f}, {0.0f, -1.0f, 0.0f});
+///   const bool isHit = detector.intersect({}, down, result);
+///   assert(isHit && std::fabs(result.position.y - (1000.0f - result.distance)) < 1e-3f);
+///   const ovo::Prim prim = model.model()[static_cast<int>(result.primitiveIndex)];
+///   assert(prim.isValid() && prim.getTypeName() == ovo::Token("Mesh"));
+///
+///   // The same ray with that prim left out.
+///   vela::IntersectionContext without;
+///   without.excludedPaths.insert(prim.getPath());
+///   vela::CollisionResult below;
+///   if (detector.intersect(without, down, below))
+///     assert(below.primitiveIndex != result.primitiveIndex);
+/// \endcode
 #pragma once
 
 #include <memory>

@@ -31,6 +31,23 @@
 namespace vela {
 
 /// What a query wants. Read-only to every query, so one context may serve several threads.
+///
+/// \code
+///   const ovo::Array<tarn::Vec3<float>> points = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
+///   const ovo::Array<int> counts = {4}, indices = {0, 1, 2, 3};
+///   const tarn::Ray<float> ray({0.5f, 0.25f, 3.0f}, {0.0f, 0.0f, -1.0f});
+///
+///   vela::IntersectionContext context;
+///   vela::CollisionResult result;
+///   const bool isHit = vela::Intersect(context, ray, points, counts, indices, result);
+///   assert(isHit && result.distance == 3.0f && result.faceIndex == 0);
+///   assert(result.position == tarn::Vec3<float>(0.5f, 0.25f, 0.0f));
+///
+///   // One triangle alone; a miss leaves the result as it was.
+///   const tarn::Ray<float> beside({2.0f, 2.0f, 3.0f}, {0.0f, 0.0f, -1.0f});
+///   assert(!vela::Intersect(beside, points[0], points[1], points[2], result));
+///   assert(result.distance == 3.0f);
+/// \endcode
 struct VELA_API IntersectionContext {
   /// True: the nearest hit. False: whichever hit is accepted first (shadows, visibility).
   bool nearestHit = true;

@@ -14,6 +14,21 @@
 ///
 /// with the local time. Threads: every function may be called from any thread; lines never mix. A
 /// line is in the file when the call that ends it returns. Nothing throws but allocation.
+///
+/// \code
+///   Halden::Log::setApplicationName("turntable");
+///   Halden::Log::setLevel(Halden::Log::parseLevel("warning"));
+///
+///   // A whole line at once, or piece by piece.
+///   const unsigned textures = Halden::Log::channel("Textures");
+///   Halden::Log::write(Halden::Log::error, "no such file", textures);
+///   if (Halden::Log::Line line = Halden::Log::header(Halden::Log::warning, textures))
+///     Halden::Log::stream() << 3 << " files are read twice\n";
+///
+///   // Filtered lines cost a comparison.
+///   const bool isWritten = static_cast<bool>(Halden::Log::header(Halden::Log::verbose));
+///   assert(!isWritten);
+/// \endcode
 #pragma once
 
 #include <iosfwd>
@@ -104,9 +119,6 @@ class VELA_API Line {
 /// line end to stream().
 /// \param level       0 to 4; messages of any other level are filtered
 /// \param identifier  0, or the sub-system, which must have been enabled
-///
-///     if (auto line = Halden::Log::header(Halden::Log::error)) Halden::Log::stream() << "no such
-///     file\n";
 [[nodiscard]] VELA_API Line header(unsigned level, unsigned identifier = 0);
 
 /// Writes a whole line in one piece: header, text, line end. Filtered as by header().

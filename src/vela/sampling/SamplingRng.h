@@ -20,6 +20,21 @@
 namespace vela {
 
 /// A minimal-standard multiplicative congruential generator behind a shuffle table of 32 entries.
+///
+/// \code
+///   // One stream a pixel and frame: pixels can then be computed in any order, on any thread.
+///   const int x = 12, y = 34, frame = 1;
+///   vela::SamplingRng rng(vela::SamplingRng::BuildHashedSeed(x, y, frame));
+///   const int first = rng.newValue();
+///   assert(first >= 1 && first <= 2147483646 && rng.value() == first);
+///
+///   rng.setSeed(vela::SamplingRng::BuildHashedSeed(x, y, frame));
+///   assert(rng.newValue() == first);
+///
+///   std::vector<tarn::Vec2<float>> offsets;  // around the pixel's centre
+///   rng.generate2dSamples(4, 4, offsets);
+///   assert(offsets.size() == 16 && std::fabs(offsets[0].x) <= 0.5f);
+/// \endcode
 class VELA_API SamplingRng {
  public:
   SamplingRng(int seed = 27) { setSeed(seed); }
@@ -90,6 +105,12 @@ class VELA_API SamplingRng {
 static_assert(sizeof(SamplingRng) == 34 * sizeof(std::int32_t), "state, value and the table of 32");
 
 /// A row of generators, held by value.
+///
+/// \code
+///   vela::SamplingRngSet threads(4);
+///   for (int i = 0; i < threads.size(); ++i) threads[i].setSeed(i + 1);
+///   assert(threads[0].newValue() != threads[1].newValue());
+/// \endcode
 class VELA_API SamplingRngSet {
  public:
   /// `count` generators seeded with 27: all alike until they are reseeded. A negative count means

@@ -94,6 +94,29 @@ struct GeoObjectSelection {
 // ---- GeoSelection
 
 /// Objects by path, each with its selection, and the status of the prims below them.
+///
+/// \code
+///   namespace sel = vela::Selection;
+///   sel::GeoSelection selection;
+///   selection.setObjectSelected(ovo::Path("/World/Bowl"), true);
+///   sel::WeightedPartSelection& faces =
+///       selection.getWritablePartSelection(ovo::Path("/World/Vase"), sel::faces);
+///   faces.resize(6);
+///   faces.selections[2] = 1.0f;
+///
+///   // Saved and read again.
+///   std::stringstream text;
+///   text << selection;
+///   sel::GeoSelection again;
+///   again.deserialize(text);
+///   assert(again.size() == 2 && again.isObjectSelected(ovo::Path("/World/Bowl")));
+///
+///   // What lies below a selected object.
+///   const std::shared_ptr<ovo::Stage> stage = ovo::Stage::createInMemory();
+///   stage->definePrim(ovo::Path("/World/Bowl/Rim"));
+///   again.updatePrimSelectionStatus(stage);
+///   assert(again.getPrimSelectionStatus(ovo::Path("/World/Bowl/Rim")) == sel::descendant);
+/// \endcode
 class VELA_API GeoSelection {
  public:
   using Entries = std::unordered_map<ovo::Path, GeoObjectSelection>;
@@ -184,6 +207,18 @@ VELA_API std::ostream& operator<<(std::ostream& out, const GeoSelection& selecti
 
 /// The selection of the running application, and the anchor: what it was when an additive edit
 /// began.
+///
+/// \code
+///   auto& global = vela::Selection::GlobalGeoSelection::GetInstance();
+///   global.getWritableCurrent().setObjectSelected(ovo::Path("/World/Bowl"), true);
+///
+///   // An additive edit: what is picked now joins what was selected when it began.
+///   global.setAnchorFromCurrent();
+///   global.getWritableCurrent().clear();
+///   global.getWritableCurrent().setObjectSelected(ovo::Path("/World/Vase"), true);
+///   global.addAnchorToCurrent();
+///   assert(global.getCurrent().size() == 2);
+/// \endcode
 class VELA_API GlobalGeoSelection {
  public:
   /// The only one; made at the first call, destroyed when the process ends.
