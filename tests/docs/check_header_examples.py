@@ -24,7 +24,7 @@ STANDARD = ("cassert", "cmath", "cstdio", "iostream", "memory", "sstream", "stri
 BEGIN = re.compile(r"^\s*///\s*\\code(\{\.cpp\})?\s*$")
 END = re.compile(r"^\s*///\s*\\endcode\s*$")
 CHIEF = re.compile(
-    r"^(?:class|struct(?= \w+_API)) (?:\w+_API )?(\w+)\b(?!::)[^;]*\{$"
+    r"^(?:class|struct(?= \w+_API)) (?:\w+_API )?(?!\w+_API)(\w+)\b(?!::)[^;]*\{$"
     r"|^template <[^\n]*>\n(?:class|struct) (\w+) \{$", re.M)
 
 # "header: class", one a line. A class leaves the list with the commit that brings its example.
