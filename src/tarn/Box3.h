@@ -12,6 +12,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "tarn/Fwd.h"
 #include "tarn/Mat4.h"
 #include "tarn/Vec.h"
 

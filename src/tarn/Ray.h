@@ -5,6 +5,7 @@
 #include <limits>
 #include <type_traits>
 
+#include "tarn/Fwd.h"
 #include "tarn/Vec.h"
 
 namespace tarn {
