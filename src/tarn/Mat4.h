@@ -14,6 +14,7 @@
 #include <ostream>
 #include <type_traits>
 
+#include "tarn/Fwd.h"
 #include "tarn/Vec.h"
 
 namespace tarn {
@@ -37,6 +38,24 @@ class Mat4 {
   }
 
   [[nodiscard]] static constexpr Mat4 getIdentity() { return Mat4(); }
+  /// The rotation by a quaternion: x, y, z its imaginary part and w its real one. Of any length;
+  /// one of length zero turns nothing.
+  [[nodiscard]] static Mat4 fromQuaternion(const Vec4<T>& quaternion) {
+    Mat4 out;
+    const T size = quaternion.length();
+    if (!(size > T(0))) return out;
+    const Vec4<T> q = quaternion / size;
+    out.m_[0] = T(1) - T(2) * (q.y * q.y + q.z * q.z);
+    out.m_[1] = T(2) * (q.x * q.y + q.z * q.w);
+    out.m_[2] = T(2) * (q.x * q.z - q.y * q.w);
+    out.m_[4] = T(2) * (q.x * q.y - q.z * q.w);
+    out.m_[5] = T(1) - T(2) * (q.x * q.x + q.z * q.z);
+    out.m_[6] = T(2) * (q.y * q.z + q.x * q.w);
+    out.m_[8] = T(2) * (q.x * q.z + q.y * q.w);
+    out.m_[9] = T(2) * (q.y * q.z - q.x * q.w);
+    out.m_[10] = T(1) - T(2) * (q.x * q.x + q.y * q.y);
+    return out;
+  }
 
   /// By storage index 0 to 15, unchecked.
   constexpr T& operator[](std::size_t i) { return m_[i]; }
@@ -86,7 +105,8 @@ class Mat4 {
     const double c5 = a[10] * a[15] - a[14] * a[11];
 
     const double det = s0 * c5 - s1 * c4 + s2 * c3 + s3 * c2 - s4 * c1 + s5 * c0;
-    // A difference with itself is 0 for finite numbers only.
+    // det - det is 0 for a finite determinant and NaN for any other; unlike std::isfinite it is
+    // constexpr.
     if (det == 0.0 || !(det - det == 0.0)) return Mat4(T(0));
 
     const double adjugate[16] = {
@@ -134,8 +154,7 @@ class Mat4 {
     *this = Mat4(T(0));
     m_[0] = T(2) * m;
     m_[5] = T(2) * m;
-    // An infinite difference with itself is no number: the test needs no library call and stays
-    // constexpr.
+    // Infinity minus itself is NaN. Unlike std::isinf this is constexpr.
     const bool farIsInfinite = !(farPlane - farPlane == T(0));
     if (perspective) {
       m_[10] = farIsInfinite ? T(-1) : -(farPlane + nearPlane) / (farPlane - nearPlane);

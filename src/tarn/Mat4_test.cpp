@@ -7,11 +7,13 @@
 #include <random>
 #include <sstream>
 
+#include "tarn/Constants.h"
+
 using namespace tarn;
 
 namespace {
 
-constexpr double kPi = 3.141592653589793;
+constexpr double kPi = tarn::kPi<double>;
 
 Mat4<double> randomMatrix(std::mt19937& random) {
   std::uniform_real_distribution<double> u(-2, 2);
@@ -142,6 +144,41 @@ TEST(Mat4, PrintsRowByRow) {
 TEST(Mat4, OtherElementTypeIsNarrowed) {
   Mat4<double> m(0.1);
   EXPECT_EQ(Mat4<float>(m)[0], 0.1f);
+}
+
+TEST(Mat4, QuaternionTurnsAboutItsImaginaryPartWhateverItsLength) {
+  Mat4<double> turn;
+  turn.rotateZ(kPi / 3);
+  const Vec4<double> q(0, 0, std::sin(kPi / 6), std::cos(kPi / 6));
+  for (const double size : {1.0, 1e-100, 3.0, -2.0}) {
+    const Mat4<double> m = Mat4<double>::fromQuaternion(q * size);
+    for (std::size_t i = 0; i < 16; ++i) EXPECT_NEAR(m[i], turn[i], 1e-15) << size << ' ' << i;
+  }
+}
+
+TEST(Mat4, QuaternionsMultiplyAsTheirRotationsDo) {
+  std::mt19937 random(5);
+  std::normal_distribution<double> normal;
+  for (int i = 0; i < 100; ++i) {
+    const auto draw = [&] {
+      return Vec4<double>(normal(random), normal(random), normal(random), normal(random))
+          .normalized();
+    };
+    const Vec4<double> p = draw(), q = draw();
+    const Vec4<double> product(p.w * q.x + p.x * q.w + p.y * q.z - p.z * q.y,
+                               p.w * q.y - p.x * q.z + p.y * q.w + p.z * q.x,
+                               p.w * q.z + p.x * q.y - p.y * q.x + p.z * q.w,
+                               p.w * q.w - p.x * q.x - p.y * q.y - p.z * q.z);
+    const Mat4<double> one = Mat4<double>::fromQuaternion(product);
+    const Mat4<double> two = Mat4<double>::fromQuaternion(p) * Mat4<double>::fromQuaternion(q);
+    for (std::size_t k = 0; k < 16; ++k) EXPECT_NEAR(one[k], two[k], 1e-14);
+  }
+}
+
+TEST(Mat4, QuaternionWithoutLengthTurnsNothing) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  EXPECT_EQ(Mat4<double>::fromQuaternion({}), Mat4<double>());
+  EXPECT_EQ(Mat4<double>::fromQuaternion({nan, 0, 0, 1}), Mat4<double>());
 }
 
 }  // namespace

@@ -12,6 +12,8 @@
 #include <ostream>
 #include <type_traits>
 
+#include "tarn/Fwd.h"
+
 namespace tarn {
 
 template <class T>
@@ -274,6 +276,20 @@ template <class T>
 template <class T>
 [[nodiscard]] constexpr Vec3<T> cross(const Vec3<T>& a, const Vec3<T>& b) {
   return Vec3<T>(a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x);
+}
+
+/// True when no component is infinite or NaN.
+template <class T>
+[[nodiscard]] bool isFinite(const Vec2<T>& v) {
+  return std::isfinite(v.x) && std::isfinite(v.y);
+}
+template <class T>
+[[nodiscard]] bool isFinite(const Vec3<T>& v) {
+  return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
+}
+template <class T>
+[[nodiscard]] bool isFinite(const Vec4<T>& v) {
+  return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z) && std::isfinite(v.w);
 }
 
 /// Prints as [x y], [x y z], [x y z w] with the stream's own number format.

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <limits>
 #include <random>
 #include <sstream>
 
@@ -158,6 +159,22 @@ TEST(Vec, OrientAroundAZeroNormalLeavesTheVector) {
   Vec3<float> v(1, 2, 3);
   v.orientAroundNormal(Vec3<float>(), true);
   EXPECT_EQ(v, Vec3<float>(1, 2, 3));
+}
+
+TEST(Vec, IsFiniteLooksAtEveryComponent) {
+  const float nan = std::numeric_limits<float>::quiet_NaN();
+  const double inf = std::numeric_limits<double>::infinity();
+  EXPECT_TRUE(isFinite(Vec2f(1, 2)) && isFinite(Vec3d(1e308, -1e308, 0)) && isFinite(Vec4f()));
+  for (std::size_t i = 0; i < 4; ++i) {
+    Vec4f a;
+    Vec4d b;
+    a[i] = nan;
+    b[i] = -inf;
+    EXPECT_FALSE(isFinite(a));
+    EXPECT_FALSE(isFinite(b));
+    EXPECT_EQ(isFinite(Vec3f(a.x, a.y, a.z)), i == 3);
+    EXPECT_EQ(isFinite(Vec2d(b.x, b.y)), i > 1);
+  }
 }
 
 }  // namespace
