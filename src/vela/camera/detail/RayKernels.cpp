@@ -14,6 +14,7 @@
 #endif
 
 namespace vela::detail {
+inline namespace VELA_RAY_LOOPS {
 namespace {
 
 constexpr double kPi = 3.141592653589793;
@@ -593,4 +594,5 @@ void sphericalRays(const RayBatch& batch, float aspect) {
 
 #endif
 
+}  // namespace VELA_RAY_LOOPS
 }  // namespace vela::detail
