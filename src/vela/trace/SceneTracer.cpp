@@ -9,7 +9,9 @@
 
 #include "ovo/MeshPrim.h"
 #include "tarn/Hash.h"
-#include "vela/trace/detail/TracerTree.h"
+#include "vela/trace/detail/TracerKernel.h"
+#include "vela/trace/detail/TracerMemory.h"
+#include "vela/trace/detail/WideTree.h"
 
 namespace vela {
 
@@ -30,7 +32,7 @@ void appendArray(tarn::Hash& hash, const ovo::Array<T>& array) {
   hash.append(array.cdata(), array.size() * sizeof(T));
 }
 
-/// The face's normal by Newell, for a triangle of it that has no area of its own.
+// The normal of the whole face, for a triangle of it that has no area of its own.
 tarn::Vec3<double> faceNormal(const tracer::Mesh& mesh, std::size_t triangle) {
   const std::int32_t face = mesh.triangles[triangle].face;
   std::size_t begin = 0;
@@ -91,7 +93,7 @@ struct SceneTracer::Impl {
     tarn::Vec3<double> world;
     for (std::size_t i = 0; i < 3; ++i)
       world[i] = m[0][i] * local.x + m[1][i] * local.y + m[2][i] * local.z;
-    // Brought to about 1 before it is squared.
+    // Scaled to a largest component of 1, so that the squares neither overflow nor underflow.
     const double largest =
         std::max(std::fabs(world.x), std::max(std::fabs(world.y), std::fabs(world.z)));
     if (largest > 0.0) world = world / largest;

@@ -28,7 +28,7 @@ using vela_test::ClosedMesh;
 constexpr float kInf = std::numeric_limits<float>::infinity();
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 
-/// Another copy of an axis-aligned square of two units at height z, seen from above, as one quad.
+/// A square of two units a side at height z, seen from above, as one quad.
 ClosedMesh makeSquare(float z = 0.0f) {
   return {{{-1, -1, z}, {1, -1, z}, {1, 1, z}, {-1, 1, z}}, {4}, {0, 1, 2, 3}};
 }
@@ -212,7 +212,7 @@ TEST(SceneTracer, NegativeMinDistanceLooksBehind) {
   EXPECT_TRUE(tracer.intersect(Ray<float>({0, 0, 5}, {0, 0, 1}, -kInf, kInf), hit));
 }
 
-TEST(SceneTracer, RaysThatAreNoneMiss) {
+TEST(SceneTracer, RaysWithNanInfinityNoDirectionOrAnEmptyRangeMiss) {
   const SceneTracer tracer = makeTracer(makeSquare());
   const Vec3<float> o(0, 0, 5), d(0, 0, -1);
   std::vector<Ray<float>> rays = {{o, {0, 0, 0}},

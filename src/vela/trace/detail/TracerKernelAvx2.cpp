@@ -3,7 +3,7 @@
 #include <limits>
 #include <utility>
 
-#include "vela/trace/detail/TracerTree.h"
+#include "vela/trace/detail/TracerKernel.h"
 
 // The whole kernel is compiled for AVX2 here, by attribute and not by a flag for the file: what the
 // headers above define is shared with the rest of the library and must run on every processor. FMA
@@ -38,7 +38,7 @@ inline unsigned lessEqual(const Lanes& a, const Lanes& b) {
   return static_cast<unsigned>(_mm256_movemask_ps(_mm256_cmp_ps(a.v, b.v, _CMP_LE_OQ)));
 }
 
-#include "vela/trace/detail/TracerKernel.h"
+#include "vela/trace/detail/TracerWalk.h"
 
 }  // namespace
 }  // namespace vela::tracer

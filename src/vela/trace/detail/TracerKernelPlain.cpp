@@ -3,7 +3,7 @@
 #include <limits>
 #include <utility>
 
-#include "vela/trace/detail/TracerTree.h"
+#include "vela/trace/detail/TracerKernel.h"
 
 namespace vela::tracer {
 namespace {
@@ -57,7 +57,7 @@ struct Lanes {
   }
 };
 
-#include "vela/trace/detail/TracerKernel.h"
+#include "vela/trace/detail/TracerWalk.h"
 
 }  // namespace
 

@@ -2,14 +2,15 @@
 /// The arithmetic that decides the tracer's answers: mesh frames, rays in a placement's space and
 /// the triangle test.
 ///
-/// All of it is inline and scalar, so that the trees, the wide kernels and the plain loop of the
-/// tests run the same operations. The wide kernels only pass over what these functions would
+/// All of it is inline and scalar, so that the trees, the kernels and the plain loop of the tests
+/// run the same operations. What the kernels add only skips triangles that crossTriangle would
 /// refuse.
 ///
-/// Frames: a mesh is multiplied by a power of two that brings its largest coordinate into [0.5, 1),
-/// which loses nothing and keeps float far from its ends; the matrix of each placement carries the
-/// factor. A ray in that space is measured along its largest axis z ("s" below: distance along z,
-/// growing along the ray), so no float depends on the length of a direction.
+/// Scaled space: a mesh is multiplied by a power of two that brings its largest coordinate into
+/// [0.5, 1). That is exact and keeps floats far from overflow and denormals. The matrix of each
+/// placement carries the factor. A ray in scaled space is measured by s, the distance along the
+/// axis in which its direction is largest; s grows along the ray. So no float depends on the length
+/// of a direction.
 #pragma once
 
 #include <cmath>
@@ -22,9 +23,17 @@
 
 namespace vela::tracer {
 
-constexpr std::uint32_t kNone = 0xFFFFFFFFu;
-/// Half a unit in the last place of 1.0f: one float operation is off by at most this, relatively.
+/// 2^-24 and 2^-53: the largest relative error of one operation in float and in double.
 constexpr double kFloatRounding = 5.9604644775390625e-8;
+constexpr double kDoubleRounding = 1.1102230246251565e-16;
+
+/// The nearest float below, and above, a value: one step past it where it is a float itself.
+inline float floatBelow(double v) {
+  return std::nextafter(static_cast<float>(v), -std::numeric_limits<float>::infinity());
+}
+inline float floatAbove(double v) {
+  return std::nextafter(static_cast<float>(v), std::numeric_limits<float>::infinity());
+}
 
 /// Where a mesh's triangles lie, in its scaled space.
 struct MeshFrame {
@@ -33,14 +42,17 @@ struct MeshFrame {
   tarn::Vec3<double> halfSize;
   double radius = 0.0;  ///< of the sphere around `center` that holds everything
 
-  /// Growth of the boxes in the mesh's tree that makes every slab test safe.
+  /// How far the boxes in the mesh's tree are grown, so that no slab test misses a triangle that
+  /// crossTriangle takes.
   ///
-  /// Let u be kFloatRounding. Hits are found at most 5 radius from the ray's (moved) origin, so
-  /// with all coordinates taken from that origin: rounding of a corner 5 u, of the shear 3 * 5 u
-  /// and of the sheared coordinate 10 u, of the slab test 3 * 5 u, each times the radius, sum to 45
-  /// u radius, and s of the crossing is exact to double. 128 leaves ample room and is still below a
+  /// In units of kFloatRounding times the radius. A ray starts at most 5 radius from what it hits
+  /// (makeLocalRay), and all coordinates are taken from that origin. Rounding moves a corner by 5,
+  /// its shear by 3 * 5, the sheared coordinate by 10 and the slab test by 3 * 5; s of the crossing
+  /// is exact to double. Together 45. The growth leaves ample room and stays below a
   /// hundred-thousandth of the mesh.
-  [[nodiscard]] double growth() const { return 128.0 * kFloatRounding * radius; }
+  [[nodiscard]] double growth() const { return kGrowth * kFloatRounding * radius; }
+  static constexpr double kGrowth = 128.0;
+  static_assert(kGrowth >= 5 + 3 * 5 + 10 + 3 * 5 && kGrowth * kFloatRounding < 1e-5);
 };
 
 /// The frame of points whose largest absolute coordinate and box are known.
@@ -56,7 +68,10 @@ inline MeshFrame makeMeshFrame(const tarn::Vec3<float>& low, const tarn::Vec3<fl
     frame.center[i] = 0.5 * a + 0.5 * b;
     frame.halfSize[i] = 0.5 * b - 0.5 * a;
   }
-  frame.radius = frame.halfSize.length() * 1.0000001;
+  // The length and the half sizes are off by a few roundings of a double each.
+  constexpr double kSlack = 1.0000001;
+  static_assert(kSlack - 1.0 > 16.0 * kDoubleRounding);
+  frame.radius = frame.halfSize.length() * kSlack;
   return frame;
 }
 
@@ -116,27 +131,29 @@ inline bool makeLocalFromWorld(const tarn::Mat4<double>& worldFromLocal, const M
 
 /// A ray in a mesh's scaled space.
 struct LocalRay {
-  float origin[3];  ///< moved along the ray to where the mesh begins, if the caller's origin is far
-                    ///< away
+  float origin[3];  ///< moved along the ray to just before the mesh, if the caller's is far away
   float shearX, shearY;
   float zSign;          ///< of the direction along `z`
-  int x, y, z;          ///< axes; z is the direction's largest
-  float inverse[3];     ///< by axis: |direction z| / direction, at most 2^100 in size
-  double start;         ///< s of `origin` as seen from the caller's origin
+  int x, y, z;          ///< axes; z is the one in which the direction is largest
+  float inverse[3];     ///< by axis: |direction z| / direction, at most kLargestInverse in size
+  double start;         ///< s of `origin`, counted from the caller's origin
   double distancePerS;  ///< distance = (start + s) * distancePerS
   double sPerDistance;
 };
 
-/// length / v, for slab tests. A v of 0 counts as 2^-100 of the length: the test then needs no care
-/// for 0 times infinity, and the growth of the boxes is larger than what the ray moves by it.
+/// 2^100. Within a mesh s spans some 16, so an axis with this inverse moves the ray by 2^-96 there,
+/// far less than the growth of the boxes; and its product with any coordinate is a finite float.
+constexpr double kLargestInverse = 1.2676506002282294e30;
+
+/// length / v, for slab tests, of at most kLargestInverse in size. So a v of 0 needs no care for
+/// 0 times infinity.
 inline float boundedInverse(double length, double v) {
-  constexpr double most = 1.2676506002282294e30;  // 2^100
   const double inverse = length / v;
-  return static_cast<float>(
-      std::copysign(std::fabs(inverse) < most ? std::fabs(inverse) : most, v));
+  return static_cast<float>(std::copysign(
+      std::fabs(inverse) < kLargestInverse ? std::fabs(inverse) : kLargestInverse, v));
 }
 
-/// False when nothing can be hit: no direction, or far from the mesh.
+/// False when nothing can be hit: the direction has no length, or the ray passes far from the mesh.
 inline bool makeLocalRay(const Affine& localFromWorld, const MeshFrame& frame,
                          const tarn::Ray<float>& ray, LocalRay& out) {
   // Into local space, in double: world coordinates may be large where local ones are small.
@@ -168,24 +185,30 @@ inline bool makeLocalRay(const Affine& localFromWorld, const MeshFrame& frame,
   out.distancePerS = scale;
   out.sPerDistance = length;
 
-  // An origin far outside moves to just before the mesh: rounded there, it is as exact as the
-  // mesh's own points. The direction is between 1 and 1.74 long, so the new origin lies 2 to 3.5
-  // radius before the nearest point.
+  // An origin more than 4 radius from the centre moves along the ray to just before the mesh:
+  // rounded to float there, it is as exact as the mesh's own points. The scaled direction is
+  // between 1 and sqrt(3) long, so the new origin lies 2 to 3.5 radius before the point of the ray
+  // that is nearest to the centre.
   out.start = 0.0;
   const double q[3] = {frame.center.x - o[0], frame.center.y - o[1], frame.center.z - o[2]};
   const double qq = q[0] * q[0] + q[1] * q[1] + q[2] * q[2], rr = frame.radius * frame.radius;
   if (qq > 16.0 * rr) {
     const double dd = d[0] * d[0] + d[1] * d[1] + d[2] * d[2];
     const double qd = q[0] * d[0] + q[1] * d[1] + q[2] * d[2];
-    // Past the sphere around the mesh by more than any rounding? The square of the distance from
-    // the line times dd.
+    // A ray that passes the sphere around the mesh by more than any rounding misses. |q x d| is the
+    // ray's distance from the centre times |d|. Roundings of q, of the products and of their
+    // differences move it by less than 6 kDoubleRounding |q| |d|, which is below 1e-15 |q| |d|.
+    // (r |d| + e)^2 is at most (1 + 1e-4) r^2 d^2 + (1 + 1e4) e^2. The first factor also covers the
+    // rounding of the moved origin, some 5 kFloatRounding r.
+    static_assert(6.0 * kDoubleRounding < 1e-15 && 10.0 * kFloatRounding < 1e-4 / 2);
     const double cx = q[1] * d[2] - q[2] * d[1], cy = q[2] * d[0] - q[0] * d[2],
                  cz = q[0] * d[1] - q[1] * d[0];
     if (cx * cx + cy * cy + cz * cz > 1.0001 * rr * dd + 1e-26 * qq * dd) return false;
     out.start = qd / dd - 2.0 * frame.radius;
     for (int i = 0; i < 3; ++i) o[i] += out.start * d[i];
   }
-  // What is left starts within 5 radius of the centre, and the scaled mesh lies within 2 of zero.
+  // The ray now starts within 5 radius of the centre. The scaled mesh lies within a cube from -1 to
+  // 1, so its radius is at most 1.74 and no coordinate of the origin is larger than 10.
   for (int i = 0; i < 3; ++i) {
     if (!(std::fabs(o[i]) <= 16.0)) return false;
     out.origin[i] = static_cast<float>(o[i]);
@@ -198,18 +221,18 @@ inline bool makeLocalRay(const Affine& localFromWorld, const MeshFrame& frame,
   return true;
 }
 
-/// Where a ray crosses a triangle: weights of the corners times their sum, exact in sign, and the
-/// distance.
+/// Where a ray crosses a triangle: the weights of the corners times their sum, exact in sign, and
+/// the distance.
 struct Crossing {
   double a, b, c, sum;
   double distance;
 };
 
-/// The watertight test: corners relative to the origin and sheared so that the ray is the z axis,
-/// in float and from the corner and the ray alone, so that neighbours see the same corners; then
-/// the signs of three areas. A product of two floats is exact in double and the difference of two
-/// of those has the exact sign, so no ray falls between two triangles, and the crossing is as exact
-/// as the corners.
+/// The watertight test. Corners are taken relative to the origin and sheared so that the ray is the
+/// z axis, in float. A sheared corner depends on corner and ray alone, so neighbours agree on it.
+/// Then the signs of three areas decide. A product of two floats is exact in double, and the
+/// difference of two of those has the exact sign; so no ray passes between two triangles, and the
+/// crossing is as exact as the corners.
 ///
 /// \param a, b, c in the mesh's scaled space
 /// \return true on a crossing, edges and corners included, at any distance before or behind the
@@ -250,19 +273,25 @@ inline bool crossTriangle(const LocalRay& ray, const float (&a)[3], const float 
   return true;
 }
 
-/// The caller's range, and the same range before distances are rounded to float, a little wide.
+/// The caller's range of distances.
 struct DistanceRange {
   float min, max;
+  /// No distance that rounds into [min, max] lies outside these. Rounding moves a distance by at
+  /// most kFloatRounding of itself, or by 2^-150 where the float is a denormal.
   double low, high;
+  static constexpr double kRelativeSlack = 1.2e-7, kAbsoluteSlack = 1e-44;
+  static_assert(kRelativeSlack > 2.0 * kFloatRounding && kAbsoluteSlack > 7.1e-46);
 
   explicit DistanceRange(const tarn::Ray<float>& ray)
       : min(ray.minDistance),
         max(ray.maxDistance),
-        low(static_cast<double>(min) - (std::fabs(static_cast<double>(min)) * 1.2e-7 + 1e-44)),
-        high(static_cast<double>(max) + (std::fabs(static_cast<double>(max)) * 1.2e-7 + 1e-44)) {}
+        low(static_cast<double>(min) -
+            (std::fabs(static_cast<double>(min)) * kRelativeSlack + kAbsoluteSlack)),
+        high(static_cast<double>(max) +
+             (std::fabs(static_cast<double>(max)) * kRelativeSlack + kAbsoluteSlack)) {}
 
-  /// Held against the rounded distance, so that a hit's own distance as the next range's end finds
-  /// it again.
+  /// Compares the distance rounded to float, so that a ray whose range ends at float(hit.distance)
+  /// finds the hit again.
   [[nodiscard]] bool contains(double distance) const {
     if (!(std::fabs(distance) <= std::numeric_limits<double>::max())) return false;
     const float rounded =

@@ -1,33 +1,16 @@
-#include "vela/trace/detail/TracerTree.h"
+#include "vela/trace/detail/WideTree.h"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <limits>
 
-#include "vela/mesh/Triangulate.h"
-
 namespace vela::tracer {
 namespace {
 
 constexpr float kInfinity = std::numeric_limits<float>::infinity();
 
-// Faces
-
-tarn::Vec3<double> cross3(const tarn::Vec3<double>& a, const tarn::Vec3<double>& b) {
-  return tarn::cross(a, b);
-}
-
-bool hasArea(const tarn::Vec3<float>& a, const tarn::Vec3<float>& b, const tarn::Vec3<float>& c) {
-  const tarn::Vec3<double> da(a);
-  return cross3(tarn::Vec3<double>(b) - da, tarn::Vec3<double>(c) - da) != tarn::Vec3<double>();
-}
-
-bool isFinite(const tarn::Vec3<float>& p) {
-  return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z);
-}
-
-// Trees. A vector of four floats is one register everywhere; the fourth is not used.
+// Four floats in one register, on every processor. The fourth is not used.
 typedef float Float4 __attribute__((vector_size(16)));
 
 struct Bounds {
@@ -47,13 +30,13 @@ struct Bounds {
 
 Float4 lowOf(const BuildBox& b) { return Float4{b.low[0], b.low[1], b.low[2], 0.0f}; }
 Float4 highOf(const BuildBox& b) { return Float4{b.high[0], b.high[1], b.high[2], 0.0f}; }
-// Twice the centre: halving changes no order. Halved first, since huge boxes would overflow.
+// The sides are halved before they are added, since the sum of huge ones would overflow.
 Float4 centerOf(const BuildBox& b) { return lowOf(b) * 0.5f + highOf(b) * 0.5f; }
 
 constexpr std::uint32_t kLeafSize = kWidth;
 constexpr int kBins = 16;
-/// From here on runs are halved by number, which ends within 32 more levels whatever the boxes look
-/// like.
+/// From this depth on each run is split into two of the same size, which ends within 32 more levels
+/// whatever the boxes are.
 constexpr std::uint32_t kHalvingDepth = 60;
 static_assert(kHalvingDepth + 32 <= kMaxDepth);
 
@@ -82,7 +65,7 @@ class TreeBuilder {
   }
 
  private:
-  /// Blocks that a run fills: testing one costs the same however full it is.
+  /// Blocks that a run fills. The cost of testing a block does not depend on how full it is.
   [[nodiscard]] float blocks(std::uint32_t count) const {
     return static_cast<float>((count + kLeafSize - 1) / kLeafSize);
   }
@@ -198,10 +181,11 @@ class TreeBuilder {
     return count / 2;
   }
 
-  /// The cheapest way to make a subtree the children of wide nodes above it, for every number of
-  /// places it may get: the sum of the wide nodes' areas counts, so the nodes come out full. From
-  /// the leaves up, by number: children are made after parents. Source: Ylitie, Karras and Laine,
-  /// Efficient Incoherent Ray Traversal on GPUs Through Compressed Wide BVHs, HPG 2017.
+  /// Plans how binary subtrees become children of wide nodes: for every number of child slots that
+  /// a subtree may get in the wide node above it, the division of slots between its two sides for
+  /// which the areas of all wide nodes below sum to the least. From the leaves up: a child's index
+  /// is greater than its parent's. Source: Ylitie, Karras and Laine, Efficient Incoherent Ray
+  /// Traversal on GPUs Through Compressed Wide BVHs, HPG 2017.
   void planWidening() {
     plan_.resize(binary_.size());
     for (std::size_t n = binary_.size(); n-- > 0;) {
@@ -213,13 +197,13 @@ class TreeBuilder {
         continue;
       }
       const Plan &left = plan_[node.left], &right = plan_[node.right];
-      // Shared out among `places` places, at least one a side.
-      const auto share = [&](std::size_t places, std::uint8_t& toLeft) {
+      // Divides the slots between the two sides, at least one a side.
+      const auto share = [&](std::size_t slots, std::uint8_t& toLeft) {
         float best = kInfinity;
         toLeft = 1;
-        for (std::size_t k = 1; k < places; ++k) {
+        for (std::size_t k = 1; k < slots; ++k) {
           const float cost =
-              left.cost[std::min(k, kWidth - 1)] + right.cost[std::min(places - k, kWidth - 1)];
+              left.cost[std::min(k, kWidth - 1)] + right.cost[std::min(slots - k, kWidth - 1)];
           if (cost < best) {
             best = cost;
             toLeft = static_cast<std::uint8_t>(k);
@@ -227,35 +211,36 @@ class TreeBuilder {
         }
         return best;
       };
-      // One place: a wide node of its own. More: opened, if that is cheaper.
+      // With one slot the subtree is a wide node of its own. With more it is opened, if that is
+      // cheaper.
       plan.toLeft.fill(0);
       plan.cost[1] = node.bounds.halfArea() + share(kWidth, plan.toLeft[0]);
-      for (std::size_t places = 2; places < kWidth; ++places) {
-        const float cost = share(places, plan.toLeft[places]);
-        plan.cost[places] = cost;
-        if (!(cost < plan.cost[places - 1])) {
-          plan.cost[places] = plan.cost[places - 1];
-          plan.toLeft[places] = 0;
+      for (std::size_t slots = 2; slots < kWidth; ++slots) {
+        const float cost = share(slots, plan.toLeft[slots]);
+        plan.cost[slots] = cost;
+        if (!(cost < plan.cost[slots - 1])) {
+          plan.cost[slots] = plan.cost[slots - 1];
+          plan.toLeft[slots] = 0;
         }
       }
     }
   }
 
-  /// The binary nodes that take the places given to a subtree.
-  void gather(std::uint32_t n, std::size_t places, std::array<std::uint32_t, kWidth>& part,
+  /// Appends the binary nodes that fill the slots of a subtree.
+  void gather(std::uint32_t n, std::size_t slots, std::array<std::uint32_t, kWidth>& part,
               std::size_t& count) const {
-    // No division planned here, so fewer places serve as well.
-    while (places > 1 && plan_[n].toLeft[places] == 0 && binary_[n].left != kNone) --places;
-    if (places == 1 || binary_[n].left == kNone) {
+    // Where opening does not pay with so many slots, the plan for fewer holds.
+    while (slots > 1 && plan_[n].toLeft[slots] == 0 && binary_[n].left != kNone) --slots;
+    if (slots == 1 || binary_[n].left == kNone) {
       part[count++] = n;
       return;
     }
-    const std::size_t toLeft = plan_[n].toLeft[places];
+    const std::size_t toLeft = plan_[n].toLeft[slots];
     gather(binary_[n].left, toLeft, part, count);
-    gather(binary_[n].right, places - toLeft, part, count);
+    gather(binary_[n].right, slots - toLeft, part, count);
   }
 
-  /// Makes one wide node of a binary one, and all below it.
+  /// Makes a wide node of a binary one, and all below it. \return its index
   std::uint32_t widen(std::uint32_t root) {
     std::array<std::uint32_t, kWidth> part{};
     std::size_t count = 0;
@@ -319,8 +304,8 @@ class TreeBuilder {
 
   std::vector<BuildBox>& boxes_;
   std::vector<BinaryNode> binary_;
-  /// By number of places, 1 to 7; toLeft[0] is how a wide node of its own shares its eight,
-  /// toLeft[i] is 0 where opening does not pay.
+  /// By number of slots, 1 to 7. toLeft[0] is how many of its eight slots a wide node of its own
+  /// gives to the left side; toLeft[i] is 0 where opening does not pay.
   struct Plan {
     std::array<float, kWidth> cost{};
     std::array<std::uint8_t, kWidth> toLeft{};
@@ -329,9 +314,6 @@ class TreeBuilder {
   LargeVector<Node>* nodes_;
   std::vector<LeafRun>* leaves_;
 };
-
-float roundDown(double v) { return std::nextafter(static_cast<float>(v), -kInfinity); }
-float roundUp(double v) { return std::nextafter(static_cast<float>(v), kInfinity); }
 
 }  // namespace
 
@@ -342,152 +324,6 @@ void buildTree(std::vector<BuildBox>& boxes, LargeVector<Node>& nodes,
 
 void buildTreeOfSingles(std::vector<BuildBox>& boxes, LargeVector<Node>& nodes) {
   TreeBuilder(boxes, nodes, nullptr).run();
-}
-
-tarn::Vec3<float> Mesh::corner(std::size_t triangle, std::size_t corner) const {
-  const std::int32_t at = triangles[triangle].faceVertex[corner];
-  return points.cdata()[indices.cdata()[at]];
-}
-
-void Mesh::prepare() {
-  const tarn::Vec3<float>* const point = points.cdata();
-  const int* const index = indices.cdata();
-  const std::size_t numIndices =
-      std::min<std::size_t>(indices.size(), std::numeric_limits<std::int32_t>::max());
-  const std::size_t numFaces =
-      std::min<std::size_t>(counts.size(), std::numeric_limits<std::int32_t>::max());
-
-  tarn::Vec3<float> low(kInfinity), high(-kInfinity);
-  std::vector<int> cut;
-  std::size_t offset = 0;
-  triangles.reserve(std::min(numFaces, numIndices / 3));
-  for (std::size_t face = 0; face < numFaces && offset < numIndices; ++face) {
-    // A face that cannot be used keeps its number and, with a count that makes sense, its indices.
-    const int count = counts.cdata()[face];
-    if (count <= 0) continue;
-    const std::size_t begin = offset;
-    offset += static_cast<std::size_t>(count);
-    if (count < 3) continue;
-    if (offset > numIndices) break;
-    bool isSound = true;
-    for (std::size_t k = begin; k < offset && isSound; ++k)
-      isSound = index[k] >= 0 && static_cast<std::size_t>(index[k]) < points.size() &&
-                isFinite(point[index[k]]);
-    if (!isSound) continue;
-
-    // Cut.
-    if (count == 3)
-      cut.assign({0, 1, 2});
-    else
-      triangulatePolygon(point, index + begin, count, cut);
-
-    // A triangle without area closes the gap beside a corner that lies on a neighbour's edge, so
-    // within a face that has area it stays; one with two equal corners closes nothing.
-    bool faceHasArea = false;
-    const auto at = [&](std::size_t k) {
-      return point[index[begin + static_cast<std::size_t>(cut[k])]];
-    };
-    for (std::size_t k = 0; k + 2 < cut.size() && !faceHasArea; k += 3)
-      faceHasArea = hasArea(at(k), at(k + 1), at(k + 2));
-    if (!faceHasArea) continue;
-    for (std::size_t k = 0; k + 2 < cut.size(); k += 3) {
-      if (at(k) == at(k + 1) || at(k + 1) == at(k + 2) || at(k) == at(k + 2)) continue;
-      TriangleSource t;
-      t.face = static_cast<std::int32_t>(face);
-      for (std::size_t c = 0; c < 3; ++c) {
-        t.faceVertex[c] = static_cast<std::int32_t>(begin) + cut[k + c];
-        const tarn::Vec3<float> p = at(k + c);
-        for (std::size_t i = 0; i < 3; ++i) {
-          low[i] = std::fmin(low[i], p[i]);
-          high[i] = std::fmax(high[i], p[i]);
-        }
-      }
-      triangles.push_back(t);
-    }
-  }
-  triangles.shrink_to_fit();
-  frame = triangles.empty() ? MeshFrame() : makeMeshFrame(low, high);
-}
-
-void Mesh::build() {
-  isBuilt = true;
-  const std::size_t count = triangles.size();
-  std::vector<BuildBox> boxes(count);
-  const double growth = frame.growth();
-  for (std::size_t t = 0; t < count; ++t) {
-    BuildBox& box = boxes[t];
-    box.index = static_cast<std::uint32_t>(t);
-    box.unused = 0;
-    for (std::size_t i = 0; i < 3; ++i) {
-      const float a = scaleCoordinate(corner(t, 0)[i], frame),
-                  b = scaleCoordinate(corner(t, 1)[i], frame);
-      const float c = scaleCoordinate(corner(t, 2)[i], frame);
-      box.low[i] = roundDown(static_cast<double>(std::fmin(a, std::fmin(b, c))) - growth);
-      box.high[i] = roundUp(static_cast<double>(std::fmax(a, std::fmax(b, c))) + growth);
-    }
-  }
-  std::vector<LeafRun> leaves;
-  buildTree(boxes, nodes, leaves);
-  nodes.shrink_to_fit();
-
-  // Fill the blocks.
-  blocks.assign(leaves.size(), Block());
-  for (std::size_t l = 0; l < leaves.size(); ++l) {
-    Block& block = blocks[l];
-    for (std::size_t lane = 0; lane < kWidth; ++lane) {
-      const bool isUsed = lane < leaves[l].count;
-      const std::size_t t = isUsed ? boxes[leaves[l].first + lane].index : 0;
-      block.triangle[lane] = isUsed ? static_cast<std::uint32_t>(t) : kNone;
-      for (std::size_t c = 0; c < 3; ++c)
-        for (std::size_t i = 0; i < 3; ++i)
-          block.corner[c][i][lane] = isUsed ? scaleCoordinate(corner(t, c)[i], frame)
-                                            : std::numeric_limits<float>::quiet_NaN();
-    }
-  }
-}
-
-bool placementBox(const Affine& localFromWorld, const MeshFrame& frame, BuildBox& out) {
-  // What can be hit is what the ray's matrix says, so the box comes from its inverse and not from
-  // the caller's matrix.
-  Affine world;
-  if (!invert(localFromWorld, world)) return false;
-
-  // How much the two matrices multiply rounding errors. Rotations and scales of one factor stay
-  // below 3; beyond 4096 the doubles of the ray itself are worth little and no box is safe.
-  double condition = 0.0;
-  for (int i = 0; i < 3; ++i)
-    for (int j = 0; j < 3; ++j) {
-      double sum = 0.0;
-      for (int k = 0; k < 3; ++k)
-        sum += std::fabs(world.m[i][k]) * std::fabs(localFromWorld.m[k][j]);
-      condition = std::fmax(condition, sum);
-    }
-  if (!(condition <= 4096.0)) return false;
-
-  // The grown local box in world space; rounding the ray's origin to float moves it by at most a
-  // unit of its coordinates.
-  double center[3], half[3], reach = 0.0;
-  for (int i = 0; i < 3; ++i) {
-    center[i] = world.m[i][3];
-    half[i] = 0.0;
-    for (int j = 0; j < 3; ++j) {
-      const auto axis = static_cast<std::size_t>(j);
-      const double rounding =
-          2.0 * kFloatRounding * (std::fabs(frame.center[axis]) + 5.0 * frame.radius);
-      center[i] += world.m[i][j] * frame.center[axis];
-      half[i] += std::fabs(world.m[i][j]) * (frame.halfSize[axis] + frame.growth() + rounding);
-    }
-    reach = std::fmax(reach, std::fabs(center[i]) + half[i]);
-  }
-  // 2^-44: some hundred roundings of a double.
-  const double pad = reach * condition * condition * 5.684341886080802e-14;
-  for (int i = 0; i < 3; ++i) {
-    const double low = center[i] - half[i] - pad, high = center[i] + half[i] + pad;
-    if (!(std::fabs(low) <= 1e30 && std::fabs(high) <= 1e30)) return false;
-    out.low[i] = roundDown(low);
-    out.high[i] = roundUp(high);
-  }
-  return true;
 }
 
 }  // namespace vela::tracer
