@@ -53,7 +53,6 @@ PENDING = {
     "vela/mesh/MeshSample.h: MeshSample",
     "vela/mesh/MeshTopology.h: MeshTopology",
     "vela/mesh/NearestPointQuery.h: NearestPointQuery",
-    "vela/trace/SceneTracer.h: SceneTracer",
 }
 
 

@@ -69,7 +69,9 @@ struct SceneTracer::Impl {
             onlyPlacement, unboxed.data(),    unboxed.size()};
   }
 
-  void describe(const tarn::Ray<float>& ray, const tracer::Nearest& nearest, TracerHit& hit) const {
+  /// Fills the record of a ray that has hit.
+  template <class T>
+  void describe(const tarn::Ray<T>& ray, const tracer::Nearest& nearest, TracerHit& hit) const {
     const tracer::Placement& placement = placements[nearest.placement];
     const tracer::Mesh& mesh = meshes[placement.mesh];
     hit.hit = true;
@@ -108,6 +110,60 @@ struct SceneTracer::Impl {
     }
     hit.u = static_cast<float>(nearest.crossing.b / nearest.crossing.sum);
     hit.v = static_cast<float>(nearest.crossing.c / nearest.crossing.sum);
+  }
+
+  template <class T>
+  bool intersect(const tracer::SceneView& scene, const tarn::Ray<T>& ray, TracerHit& hit) const {
+    hit = TracerHit();
+    tracer::Nearest nearest;
+    kernel.of<T>().nearest(scene, ray, nearest);
+    if (nearest.placement == kNone) return false;
+    describe(ray, nearest, hit);
+    return true;
+  }
+
+  template <class T>
+  bool intersectPlacement(std::uint32_t placement, const tarn::Ray<T>& ray, TracerHit& hit) const {
+    hit = TracerHit();
+    if (placement >= numBuilt || !placements[placement].isUsable) return false;
+    // A scene without a tree, in which this placement is the only one to be asked.
+    tracer::SceneView alone = view();
+    alone.nodes = nullptr;
+    alone.unboxed = &placement;
+    alone.numUnboxed = 1;
+    return intersect(alone, ray, hit);
+  }
+
+  template <class T>
+  void intersectSpan(const tarn::Ray<T>* rays, std::size_t count, TracerHit* hits) const {
+    // A few rays at a time, each step for all of them: what a record is made from lies in large
+    // tables, and is fetched for one ray while others are traced.
+    constexpr std::size_t kGroup = 16;
+    const tracer::SceneView scene = view();
+    tracer::Nearest nearest[kGroup];
+    for (std::size_t first = 0; first < count; first += kGroup) {
+      const std::size_t n = std::min(kGroup, count - first);
+      for (std::size_t k = 0; k < n; ++k) {
+        nearest[k] = tracer::Nearest();
+        kernel.of<T>().nearest(scene, rays[first + k], nearest[k]);
+      }
+      for (std::size_t k = 0; k < n; ++k) {
+        if (nearest[k].placement == kNone) continue;
+        const tracer::Mesh& mesh = meshes[placements[nearest[k].placement].mesh];
+        __builtin_prefetch(mesh.indices.cdata() +
+                           mesh.triangles[nearest[k].triangle].faceVertex[0]);
+      }
+      for (std::size_t k = 0; k < n; ++k) {
+        hits[first + k] = TracerHit();
+        if (nearest[k].placement != kNone) describe(rays[first + k], nearest[k], hits[first + k]);
+      }
+    }
+  }
+
+  template <class T>
+  void occludedSpan(const tarn::Ray<T>* rays, std::size_t count, bool* occluded) const {
+    const tracer::SceneView scene = view();
+    for (std::size_t i = 0; i < count; ++i) occluded[i] = kernel.of<T>().occluded(scene, rays[i]);
   }
 };
 
@@ -193,65 +249,54 @@ void SceneTracer::build() {
   impl_->nodes.shrink_to_fit();
 }
 
-bool SceneTracer::intersect(const tarn::Ray<float>& ray, TracerHit& hit) const {
-  hit = TracerHit();
-  tracer::Nearest nearest;
-  impl_->kernel.nearest(impl_->view(), ray, nearest);
-  if (nearest.placement == kNone) return false;
-  impl_->describe(ray, nearest, hit);
-  return true;
-}
+// Queries: each public form calls the one body for its type of ray.
 
+bool SceneTracer::intersect(const tarn::Ray<float>& ray, TracerHit& hit) const {
+  return impl_->intersect(impl_->view(), ray, hit);
+}
 void SceneTracer::intersect(const tarn::Ray<float>* rays, std::size_t count,
                             TracerHit* hits) const {
-  // A few rays at a time, each step for all of them: what a record is made from lies in large
-  // tables, and is fetched for one ray while others are traced.
-  constexpr std::size_t kGroup = 16;
-  const tracer::SceneView view = impl_->view();
-  tracer::Nearest nearest[kGroup];
-  for (std::size_t first = 0; first < count; first += kGroup) {
-    const std::size_t n = std::min(kGroup, count - first);
-    for (std::size_t k = 0; k < n; ++k) {
-      nearest[k] = tracer::Nearest();
-      impl_->kernel.nearest(view, rays[first + k], nearest[k]);
-    }
-    for (std::size_t k = 0; k < n; ++k) {
-      if (nearest[k].placement == kNone) continue;
-      const tracer::Mesh& mesh = impl_->meshes[impl_->placements[nearest[k].placement].mesh];
-      __builtin_prefetch(mesh.indices.cdata() + mesh.triangles[nearest[k].triangle].faceVertex[0]);
-    }
-    for (std::size_t k = 0; k < n; ++k) {
-      hits[first + k] = TracerHit();
-      if (nearest[k].placement != kNone)
-        impl_->describe(rays[first + k], nearest[k], hits[first + k]);
-    }
-  }
+  impl_->intersectSpan(rays, count, hits);
 }
-
 bool SceneTracer::intersectPlacement(std::uint32_t placement, const tarn::Ray<float>& ray,
                                      TracerHit& hit) const {
-  hit = TracerHit();
-  if (placement >= impl_->numBuilt || !impl_->placements[placement].isUsable) return false;
-  // A scene without a tree, in which this placement is the only one to be asked.
-  tracer::SceneView alone = impl_->view();
-  alone.nodes = nullptr;
-  alone.unboxed = &placement;
-  alone.numUnboxed = 1;
-  tracer::Nearest nearest;
-  impl_->kernel.nearest(alone, ray, nearest);
-  if (nearest.placement == kNone) return false;
-  impl_->describe(ray, nearest, hit);
-  return true;
+  return impl_->intersectPlacement(placement, ray, hit);
 }
-
 bool SceneTracer::occluded(const tarn::Ray<float>& ray) const {
-  return impl_->kernel.occluded(impl_->view(), ray);
+  return impl_->kernel.ofFloat.occluded(impl_->view(), ray);
+}
+void SceneTracer::occluded(const tarn::Ray<float>* rays, std::size_t count, bool* occluded) const {
+  impl_->occludedSpan(rays, count, occluded);
 }
 
-void SceneTracer::occluded(const tarn::Ray<float>* rays, std::size_t count, bool* occluded) const {
-  const tracer::SceneView view = impl_->view();
-  for (std::size_t i = 0; i < count; ++i) occluded[i] = impl_->kernel.occluded(view, rays[i]);
+template <class T, class>
+bool SceneTracer::intersect(const tarn::Ray<T>& ray, TracerHit& hit) const {
+  return impl_->intersect(impl_->view(), ray, hit);
 }
+template <class T, class>
+void SceneTracer::intersect(const tarn::Ray<T>* rays, std::size_t count, TracerHit* hits) const {
+  impl_->intersectSpan(rays, count, hits);
+}
+template <class T, class>
+bool SceneTracer::intersectPlacement(std::uint32_t placement, const tarn::Ray<T>& ray,
+                                     TracerHit& hit) const {
+  return impl_->intersectPlacement(placement, ray, hit);
+}
+template <class T, class>
+bool SceneTracer::occluded(const tarn::Ray<T>& ray) const {
+  return impl_->kernel.ofDouble.occluded(impl_->view(), ray);
+}
+template <class T, class>
+void SceneTracer::occluded(const tarn::Ray<T>* rays, std::size_t count, bool* occluded) const {
+  impl_->occludedSpan(rays, count, occluded);
+}
+template VELA_API bool SceneTracer::intersect(const tarn::Ray<double>&, TracerHit&) const;
+template VELA_API void SceneTracer::intersect(const tarn::Ray<double>*, std::size_t,
+                                              TracerHit*) const;
+template VELA_API bool SceneTracer::intersectPlacement(std::uint32_t, const tarn::Ray<double>&,
+                                                       TracerHit&) const;
+template VELA_API bool SceneTracer::occluded(const tarn::Ray<double>&) const;
+template VELA_API void SceneTracer::occluded(const tarn::Ray<double>*, std::size_t, bool*) const;
 
 std::size_t SceneTracer::numMeshes() const { return impl_->meshes.size(); }
 std::size_t SceneTracer::numPlacements() const { return impl_->placements.size(); }

@@ -4,12 +4,36 @@
 ///
 /// When to use which: a host that must find what `HitDetector` finds (the first occupied cell's
 /// hit, small triangles refused) asks that one; whoever draws, measures or lights asks the tracer.
+///
+/// \code
+///   // A square of two units a side, seen from above, and the same one ten units to the right.
+///   vela::SceneTracer tracer;
+///   const std::uint32_t square =
+///       tracer.addMesh({{-1, -1, 0}, {1, -1, 0}, {1, 1, 0}, {-1, 1, 0}}, {4}, {0, 1, 2, 3});
+///   tarn::Mat4<double> right;
+///   right.translate({10.0, 0.0, 0.0});
+///   tracer.addPlacement(square, tarn::Mat4<double>());
+///   tracer.addPlacement(square, right);
+///   tracer.build();
+///
+///   vela::TracerHit hit;
+///   const tarn::Ray<float> down({10.25f, 0.5f, 5.0f}, {0, 0, -1});
+///   assert(tracer.intersect(down, hit) && hit.distance == 5.0 && hit.placement == 1);
+///   assert(!tracer.occluded(tarn::Ray<float>({3, 0, 5}, {0, 0, -1})));
+///
+///   // Many rays at once are faster than one at a time. Rays of doubles work the same.
+///   const std::vector<tarn::Ray<double>> rays(100, {{0.0, 0.0, 5.0}, {0.0, 0.0, -2.0}});
+///   std::vector<vela::TracerHit> hits(rays.size());
+///   tracer.intersect(rays.data(), rays.size(), hits.data());
+///   assert(hits[99].hit && hits[99].distance == 2.5 && hits[99].face == 0);
+/// \endcode
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <type_traits>
 
 #include "ovo/Array.h"
 #include "tarn/Box3.h"
@@ -36,10 +60,10 @@ struct TracerHit {
   /// transpose of the placement. It is not turned towards the ray.
   tarn::Vec3<float> normal;
   std::uint32_t placement = 0;  ///< as addPlacement numbered it
-  std::int32_t face = 0;        ///< position in the mesh's face counts, skipped faces counted
+  std::int32_t face = 0;        ///< index into the mesh's face counts, skipped faces counted
   /// Of the triangle that was cut from the face: point indices of its corners a, b, c ...
   std::int32_t points[3] = {0, 0, 0};
-  /// ... and where they stand in the array of face vertex indices, for data given per face-vertex.
+  /// ... and their positions in the array of face vertex indices, for data given per face-vertex.
   std::int32_t faceVertices[3] = {0, 0, 0};
   /// Barycentrics: a value that varies over the triangle is (1 - u - v) a + u b + v c. In [0, 1], u
   /// + v <= 1 up to rounding.
@@ -57,10 +81,10 @@ struct TracerHit {
 /// placements and triangles, whatever the trees, the processor's instructions and the number of
 /// threads.
 ///
-/// Which range: [minDistance, maxDistance], closed at both ends, against the distance rounded to
-/// float, so that the same ray with maxDistance = float(hit.distance) finds the hit again. A
-/// negative minDistance looks behind the origin. A ray that has a NaN, an infinite origin or
-/// direction or a direction of length zero misses.
+/// Which range: [minDistance, maxDistance], closed at both ends. The distance is rounded to float
+/// before it is compared, so that the same ray with maxDistance = float(hit.distance) finds the hit
+/// again. A negative minDistance looks behind the origin. A ray that has a NaN, an infinite origin
+/// or direction or a direction of length zero misses.
 ///
 /// Watertight: neighbouring triangles of one placement share each edge exactly, so no ray slips
 /// between them, at an edge or a vertex, seen in any direction and under any matrix. Two-sided. No
@@ -130,6 +154,37 @@ class VELA_API SceneTracer {
   [[nodiscard]] bool occluded(const tarn::Ray<float>& ray) const;
   /// One answer a ray; \p occluded has room for \p count.
   void occluded(const tarn::Ray<float>* rays, std::size_t count, bool* occluded) const;
+
+  // The same for Ray<double>: the origin, the direction and the range are used as they are, so a
+  // scene far from the world's origin need not be moved there first.
+  //
+  // All that is said above holds, the plain loop and the thread rules included, with two
+  // differences. The range is compared with the distance itself, not with the distance rounded to
+  // float, so the same ray with maxDistance = hit.distance finds the hit again. A ray with an
+  // origin or a direction beyond 1e150, or with no component of the direction of 1e-150 or more,
+  // misses.
+  //
+  // A ray whose numbers are all floats gets the same record from either form, bit for bit, unless
+  // the rounding of the distance decides whether it lies in the range.
+  //
+  // hit.position is narrowed to float. Where that is too coarse, take
+  // ray.origin + ray.direction * hit.distance in double.
+  //
+  // Moving placements and rays by the same vector first, as with Ray<float>, gives the same hits up
+  // to roundings of the double matrices, but not the same bits.
+  //
+  // Templates, so that calls with braces or null pointers go on meaning Ray<float>; T is double.
+
+  template <class T, class = std::enable_if_t<std::is_same_v<T, double>>>
+  bool intersect(const tarn::Ray<T>& ray, TracerHit& hit) const;
+  template <class T, class = std::enable_if_t<std::is_same_v<T, double>>>
+  void intersect(const tarn::Ray<T>* rays, std::size_t count, TracerHit* hits) const;
+  template <class T, class = std::enable_if_t<std::is_same_v<T, double>>>
+  bool intersectPlacement(std::uint32_t placement, const tarn::Ray<T>& ray, TracerHit& hit) const;
+  template <class T, class = std::enable_if_t<std::is_same_v<T, double>>>
+  [[nodiscard]] bool occluded(const tarn::Ray<T>& ray) const;
+  template <class T, class = std::enable_if_t<std::is_same_v<T, double>>>
+  void occluded(const tarn::Ray<T>* rays, std::size_t count, bool* occluded) const;
 
   // What is there
 

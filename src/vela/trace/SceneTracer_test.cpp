@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <cstring>
@@ -88,7 +89,8 @@ class PlainLoop {
     placed_.push_back(std::move(placed));
   }
 
-  [[nodiscard]] Answer intersect(const Ray<float>& ray) const {
+  template <class T>
+  [[nodiscard]] Answer intersect(const Ray<T>& ray) const {
     Answer best;
     if (!vela::tracer::isUsable(ray)) return best;
     for (std::size_t p = 0; p < placed_.size(); ++p) {
@@ -104,7 +106,7 @@ class PlainLoop {
         vela::tracer::Crossing crossing;
         if (!vela::tracer::crossTriangle(local, corner[0], corner[1], corner[2], crossing))
           continue;
-        const float rounded = static_cast<float>(crossing.distance);
+        const T rounded = static_cast<T>(crossing.distance);
         if (!(rounded >= ray.minDistance && rounded <= ray.maxDistance)) continue;
         if (best.hit && !(crossing.distance < best.distance)) continue;
         best = {true, crossing.distance, static_cast<std::uint32_t>(p),
@@ -662,7 +664,8 @@ struct Scene {
     return ray;
   }
 
-  void compare(const Ray<float>& ray, int& hits) const {
+  template <class T>
+  void compare(const Ray<T>& ray, int& hits) const {
     const PlainLoop::Answer expected = loop.intersect(ray);
     for (const SceneTracer* tracer : {&fast, &plain}) {
       TracerHit hit;
@@ -793,6 +796,148 @@ TEST(SceneTracerAgainstPlainLoop, NeedlesAndSlivers) {
     scene.compare(scene.randomRay(random, 2.0f), hits);
   }
   EXPECT_GT(hits, 500);
+}
+
+// Rays of doubles.
+
+Ray<double> widened(const Ray<float>& ray) {
+  return {Vec3<double>(ray.origin), Vec3<double>(ray.direction),
+          static_cast<double>(ray.minDistance), static_cast<double>(ray.maxDistance)};
+}
+
+bool areEqual(const TracerHit& a, const TracerHit& b) {
+  return a.hit == b.hit && hasSameBits(a.distance, b.distance) && a.position == b.position &&
+         a.normal == b.normal && a.placement == b.placement && a.face == b.face &&
+         std::equal(a.points, a.points + 3, b.points) &&
+         std::equal(a.faceVertices, a.faceVertices + 3, b.faceVertices) && a.u == b.u && a.v == b.v;
+}
+
+TEST(SceneTracerWithDoubleRays, FloatsInADoubleRayGetTheSameRecord) {
+  Random random(600);
+  Scene scene;
+  for (int i = 0; i < 20; ++i) {
+    Mat4<double> m;
+    m.translate(Vec3<double>(randomPoint(random, 4)));
+    scene.add(random, vela_test::makeBumpySphere(300), m * randomRotation(random));
+  }
+  scene.build();
+  for (int r = 0; r < 5000; ++r) {
+    Ray<float> ray = scene.randomRay(random, 5.0f);
+    // Ends that no distance is close to.
+    ray.minDistance = -1e-3f;
+    ray.maxDistance = 1e30f;
+    TracerHit ofFloat, ofDouble;
+    scene.fast.intersect(ray, ofFloat);
+    scene.fast.intersect(widened(ray), ofDouble);
+    ASSERT_TRUE(areEqual(ofFloat, ofDouble)) << r;
+  }
+}
+
+TEST(SceneTracerWithDoubleRays, EqualThePlainLoopFarFromTheOrigin) {
+  for (const double distance : {0.0, 1e3, 1e7, 1e10}) {
+    SCOPED_TRACE(testing::Message() << "distance " << distance);
+    Random random(601);
+    Scene scene;
+    const Vec3<double> middle(distance, -0.3 * distance, 0.7 * distance);
+    // What the rays aim at, from the middle.
+    Scene targets;
+    for (int i = 0; i < 60; ++i) {
+      Mat4<double> here;
+      here.translate(Vec3<double>(randomPoint(random, 3)));
+      here = here * randomRotation(random);
+      Mat4<double> there;
+      there.translate(middle.x, middle.y, middle.z);
+      const ClosedMesh mesh = i % 2 == 0 ? vela_test::makeIcosphere(1) : vela_test::makeTorus(9, 7);
+      targets.add(random, mesh, here);
+      scene.add(random, mesh, there * here);
+    }
+    scene.build();
+    int hits = 0;
+    for (int r = 0; r < 3000 && !HasFatalFailure(); ++r) {
+      SCOPED_TRACE(testing::Message() << "ray " << r);
+      Ray<double> ray = widened(targets.randomRay(random, 4.0f));
+      ray.origin += middle;
+      scene.compare(ray, hits);
+      // The hit's own distance ends the range.
+      TracerHit hit, again;
+      if (!scene.fast.intersect(ray, hit)) continue;
+      ray.maxDistance = hit.distance;
+      ASSERT_TRUE(scene.fast.intersect(ray, again));
+      ASSERT_TRUE(areEqual(hit, again));
+      if (hit.distance < 0.0) continue;
+      ray.maxDistance = std::nextafter(hit.distance, -1.0);
+      if (scene.fast.intersect(ray, again)) {
+        ASSERT_LT(again.distance, hit.distance);
+      }
+    }
+    EXPECT_GT(hits, 500);
+  }
+}
+
+TEST(SceneTracerWithDoubleRays, SeeWhatFloatsCannotPlace) {
+  // A hundred million units out, a float's step is eight units.
+  Mat4<double> far;
+  far.translate(1e8, 1e8, 1e8);
+  const SceneTracer tracer = makeTracer(makeSquare(), far);
+  TracerHit hit;
+  ASSERT_TRUE(tracer.intersect(Ray<double>({1e8 + 0.25, 1e8 + 0.5, 1e8 + 5}, {0, 0, -1}), hit));
+  EXPECT_EQ(hit.distance, 5.0);
+  EXPECT_EQ(hit.normal, Vec3<float>(0, 0, 1));
+  EXPECT_FALSE(tracer.intersect(Ray<double>({1e8 + 1.25, 1e8 + 0.5, 1e8 + 5}, {0, 0, -1}), hit));
+  EXPECT_FALSE(tracer.occluded(Ray<double>({1e8, 1e8, 1e8 + 5}, {0, 0, -1}, 0.0, 4.999)));
+  EXPECT_TRUE(tracer.occluded(Ray<double>({1e8, 1e8, 1e8 + 5}, {0, 0, -1}, 0.0, 5.0)));
+}
+
+TEST(SceneTracerWithDoubleRays, AllFormsAgree) {
+  Random random(602);
+  Scene scene;
+  for (int i = 0; i < 10; ++i) {
+    Mat4<double> m;
+    m.translate(Vec3<double>(randomPoint(random, 4)));
+    scene.add(random, vela_test::makeBumpySphere(300), m);
+  }
+  scene.build();
+  std::vector<Ray<double>> rays;
+  for (int i = 0; i < 777; ++i) rays.push_back(widened(scene.randomRay(random, 5.0f)));
+  std::vector<TracerHit> hits(rays.size());
+  const std::unique_ptr<bool[]> occluded(new bool[rays.size()]);
+  scene.fast.intersect(rays.data(), rays.size(), hits.data());
+  scene.fast.occluded(rays.data(), rays.size(), occluded.get());
+  for (std::size_t i = 0; i < rays.size(); ++i) {
+    TracerHit hit, alone;
+    ASSERT_EQ(scene.fast.intersect(rays[i], hit), hit.hit);
+    ASSERT_TRUE(areEqual(hits[i], hit)) << i;
+    ASSERT_EQ(occluded[i], hit.hit);
+    if (!hit.hit) continue;
+    ASSERT_TRUE(scene.fast.intersectPlacement(hit.placement, rays[i], alone));
+    ASSERT_TRUE(areEqual(hit, alone)) << i;
+  }
+}
+
+TEST(SceneTracerWithDoubleRays, RaysBeyondTheLimitsMiss) {
+  const SceneTracer tracer = makeTracer(makeSquare());
+  constexpr double inf = std::numeric_limits<double>::infinity();
+  constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+  const Vec3<double> o(0, 0, 5), d(0, 0, -1);
+  TracerHit hit;
+  for (const double length : {1e-149, 1e-40, 1e40, 1e149})
+    EXPECT_TRUE(tracer.intersect(Ray<double>(o, d * length), hit)) << length;
+  EXPECT_TRUE(tracer.intersect(Ray<double>(o, d, -inf, inf), hit));
+  EXPECT_TRUE(tracer.intersect(Ray<double>({0, 0, 1e30}, d), hit));
+  for (const double bad : {nan, inf, -inf, 1e200})
+    for (std::size_t i = 0; i < 3; ++i) {
+      Ray<double> ray(o, d);
+      ray.origin[i] = bad;
+      EXPECT_FALSE(tracer.intersect(ray, hit)) << bad;
+      ray = Ray<double>(o, d);
+      ray.direction[i] = bad;
+      EXPECT_FALSE(tracer.intersect(ray, hit)) << bad;
+    }
+  EXPECT_FALSE(tracer.intersect(Ray<double>(o, d * 1e-200), hit));
+  EXPECT_FALSE(tracer.intersect(Ray<double>(o, d * 0.0), hit));
+  EXPECT_FALSE(tracer.intersect(Ray<double>(o, d, 1.0, 0.0), hit));
+  EXPECT_FALSE(tracer.intersect(Ray<double>(o, d, nan, 9.0), hit));
+  EXPECT_FALSE(tracer.intersect(Ray<double>(o, d, 0.0, nan), hit));
 }
 
 // Nothing slips through.

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <type_traits>
 
 #include "tarn/Ray.h"
 #include "vela/trace/detail/Placement.h"
@@ -41,11 +42,23 @@ struct SceneView {
   std::size_t numUnboxed;
 };
 
-using NearestFunction = void (*)(const SceneView&, const tarn::Ray<float>&, Nearest&);
-using OccludedFunction = bool (*)(const SceneView&, const tarn::Ray<float>&);
+/// What a kernel answers, for rays of one type.
+template <class T>
+struct RayFunctions {
+  void (*nearest)(const SceneView&, const tarn::Ray<T>&, Nearest&);
+  bool (*occluded)(const SceneView&, const tarn::Ray<T>&);
+};
 struct KernelFunctions {
-  NearestFunction nearest;
-  OccludedFunction occluded;
+  RayFunctions<float> ofFloat;
+  RayFunctions<double> ofDouble;
+
+  template <class T>
+  [[nodiscard]] const RayFunctions<T>& of() const {
+    if constexpr (std::is_same_v<T, float>)
+      return ofFloat;
+    else
+      return ofDouble;
+  }
 };
 /// Runs anywhere.
 KernelFunctions plainKernel();

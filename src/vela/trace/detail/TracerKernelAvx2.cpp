@@ -54,8 +54,7 @@ namespace vela::tracer {
 
 KernelFunctions bestKernel() {
 #if defined(VELA_HAVE_AVX2_KERNEL)
-  if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi"))
-    return {findNearest, findAny};
+  if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi")) return kernelFunctions();
 #endif
   return plainKernel();
 }

@@ -61,6 +61,6 @@ struct Lanes {
 
 }  // namespace
 
-KernelFunctions plainKernel() { return {findNearest, findAny}; }
+KernelFunctions plainKernel() { return kernelFunctions(); }
 
 }  // namespace vela::tracer

@@ -16,6 +16,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <type_traits>
 
 #include "tarn/Mat4.h"
 #include "tarn/Ray.h"
@@ -154,8 +155,9 @@ inline float boundedInverse(double length, double v) {
 }
 
 /// False when nothing can be hit: the direction has no length, or the ray passes far from the mesh.
+template <class T>
 inline bool makeLocalRay(const Affine& localFromWorld, const MeshFrame& frame,
-                         const tarn::Ray<float>& ray, LocalRay& out) {
+                         const tarn::Ray<T>& ray, LocalRay& out) {
   // Into local space, in double: world coordinates may be large where local ones are small.
   const double wo[3] = {static_cast<double>(ray.origin.x), static_cast<double>(ray.origin.y),
                         static_cast<double>(ray.origin.z)};
@@ -273,43 +275,64 @@ inline bool crossTriangle(const LocalRay& ray, const float (&a)[3], const float 
   return true;
 }
 
-/// The caller's range of distances.
-struct DistanceRange {
-  float min, max;
-  /// No distance that rounds into [min, max] lies outside these. Rounding moves a distance by at
-  /// most kFloatRounding of itself, or by 2^-150 where the float is a denormal.
-  double low, high;
-  static constexpr double kRelativeSlack = 1.2e-7, kAbsoluteSlack = 1e-44;
-  static_assert(kRelativeSlack > 2.0 * kFloatRounding && kAbsoluteSlack > 7.1e-46);
+/// A distance rounded to float; infinite where it is beyond the range of float.
+inline float roundDistance(double distance) {
+  constexpr double most = static_cast<double>(std::numeric_limits<float>::max());
+  if (!(std::fabs(distance) > most)) return static_cast<float>(distance);
+  return distance > 0.0 ? std::numeric_limits<float>::infinity()
+                        : -std::numeric_limits<float>::infinity();
+}
 
-  explicit DistanceRange(const tarn::Ray<float>& ray)
+/// The range of distances of a ray, closed at both ends. Distances are compared in the ray's own
+/// type: those of a Ray<float> are rounded to float first, so that a ray whose range ends at
+/// float(hit.distance) finds the hit again.
+template <class T>
+struct DistanceRange {
+  T min, max;
+  /// No distance that counts as within [min, max] lies outside these. For float: rounding moves a
+  /// distance by at most kFloatRounding of itself, or by 2^-150 where the float is a denormal.
+  double low, high;
+
+  explicit DistanceRange(const tarn::Ray<T>& ray)
       : min(ray.minDistance),
         max(ray.maxDistance),
-        low(static_cast<double>(min) -
-            (std::fabs(static_cast<double>(min)) * kRelativeSlack + kAbsoluteSlack)),
-        high(static_cast<double>(max) +
-             (std::fabs(static_cast<double>(max)) * kRelativeSlack + kAbsoluteSlack)) {}
+        low(static_cast<double>(min) - slack(min)),
+        high(static_cast<double>(max) + slack(max)) {}
 
-  /// Compares the distance rounded to float, so that a ray whose range ends at float(hit.distance)
-  /// finds the hit again.
+  /// False for a distance that is not finite.
   [[nodiscard]] bool contains(double distance) const {
     if (!(std::fabs(distance) <= std::numeric_limits<double>::max())) return false;
-    const float rounded =
-        std::fabs(distance) > static_cast<double>(std::numeric_limits<float>::max())
-            ? std::copysign(std::numeric_limits<float>::infinity(),
-                            static_cast<float>(distance > 0.0 ? 1 : -1))
-            : static_cast<float>(distance);
-    return rounded >= min && rounded <= max;
+    if constexpr (std::is_same_v<T, double>) return distance >= min && distance <= max;
+    const float rounded = roundDistance(distance);
+    return static_cast<T>(rounded) >= min && static_cast<T>(rounded) <= max;
   }
+
+ private:
+  static double slack(float end) {
+    constexpr double kRelative = 1.2e-7, kAbsolute = 1e-44;
+    static_assert(kRelative > 2.0 * kFloatRounding && kAbsolute > 7.1e-46);
+    return std::fabs(static_cast<double>(end)) * kRelative + kAbsolute;
+  }
+  static double slack(double) { return 0.0; }
 };
 
+/// Doubles beyond these are no coordinates: their products with a matrix could overflow, or become
+/// denormals that have lost the direction.
+constexpr double kLargestDouble = 1e150, kSmallestDirection = 1e-150;
+
 /// True when the ray can hit anything at all.
-inline bool isUsable(const tarn::Ray<float>& ray) {
-  constexpr float most = std::numeric_limits<float>::max();
-  const tarn::Vec3<float>&o = ray.origin, &d = ray.direction;
+template <class T>
+inline bool isUsable(const tarn::Ray<T>& ray) {
+  constexpr bool isDouble = std::is_same_v<T, double>;
+  constexpr T most = isDouble ? T(kLargestDouble) : std::numeric_limits<T>::max();
+  const tarn::Vec3<T>&o = ray.origin, &d = ray.direction;
   return std::fabs(o.x) <= most && std::fabs(o.y) <= most && std::fabs(o.z) <= most &&
          std::fabs(d.x) <= most && std::fabs(d.y) <= most && std::fabs(d.z) <= most &&
-         (d.x != 0.0f || d.y != 0.0f || d.z != 0.0f) && ray.minDistance <= ray.maxDistance;
+         (isDouble ? std::fabs(d.x) >= T(kSmallestDirection) ||
+                         std::fabs(d.y) >= T(kSmallestDirection) ||
+                         std::fabs(d.z) >= T(kSmallestDirection)
+                   : d.x != T(0) || d.y != T(0) || d.z != T(0)) &&
+         ray.minDistance <= ray.maxDistance;
 }
 
 }  // namespace vela::tracer

@@ -51,13 +51,16 @@ struct Entry {
 
 /// One ray against the boxes of a node.
 struct BoxTester {
-  Lanes origin[3], inverse[3];
+  Lanes nearOrigin[3], farOrigin[3], inverse[3];
   Lanes low;
   std::size_t nearSide[3];
 
-  BoxTester(const float (&o)[3], const float (&inv)[3], float sLow) {
+  /// \param nearO, farO the ray's origin, rounded so that the slabs are entered no later and left
+  ///                    no earlier; the same where it is exact
+  BoxTester(const float (&nearO)[3], const float (&farO)[3], const float (&inv)[3], float sLow) {
     for (std::size_t i = 0; i < 3; ++i) {
-      origin[i] = Lanes::broadcast(o[i]);
+      nearOrigin[i] = Lanes::broadcast(nearO[i]);
+      farOrigin[i] = Lanes::broadcast(farO[i]);
       inverse[i] = Lanes::broadcast(inv[i]);
       nearSide[i] = inv[i] < 0.0f ? 1 : 0;
     }
@@ -69,12 +72,12 @@ struct BoxTester {
   /// \tparam isRelative widens by kSlabSlack, for boxes that were not grown for this test
   template <bool isRelative>
   unsigned test(const Node& node, const Lanes& high, Lanes& near) const {
-    const Lanes nx = (Lanes::load(node.side[nearSide[0]][0]) - origin[0]) * inverse[0];
-    const Lanes ny = (Lanes::load(node.side[nearSide[1]][1]) - origin[1]) * inverse[1];
-    const Lanes nz = (Lanes::load(node.side[nearSide[2]][2]) - origin[2]) * inverse[2];
-    const Lanes fx = (Lanes::load(node.side[1 - nearSide[0]][0]) - origin[0]) * inverse[0];
-    const Lanes fy = (Lanes::load(node.side[1 - nearSide[1]][1]) - origin[1]) * inverse[1];
-    const Lanes fz = (Lanes::load(node.side[1 - nearSide[2]][2]) - origin[2]) * inverse[2];
+    const Lanes nx = (Lanes::load(node.side[nearSide[0]][0]) - nearOrigin[0]) * inverse[0];
+    const Lanes ny = (Lanes::load(node.side[nearSide[1]][1]) - nearOrigin[1]) * inverse[1];
+    const Lanes nz = (Lanes::load(node.side[nearSide[2]][2]) - nearOrigin[2]) * inverse[2];
+    const Lanes fx = (Lanes::load(node.side[1 - nearSide[0]][0]) - farOrigin[0]) * inverse[0];
+    const Lanes fy = (Lanes::load(node.side[1 - nearSide[1]][1]) - farOrigin[1]) * inverse[1];
+    const Lanes fz = (Lanes::load(node.side[1 - nearSide[2]][2]) - farOrigin[2]) * inverse[2];
     near = max(max(nx, ny), max(nz, low));
     Lanes far = min(min(fx, fy), min(fz, high));
     // Upwards: away from zero where far is positive, towards zero where it is negative.
@@ -147,12 +150,13 @@ struct TriangleTester {
 };
 
 /// Walks the tree of one placed mesh. \return true when an any-hit query is answered
-template <bool isAny>
-inline bool traceMesh(const Mesh& mesh, const LocalRay& ray, const DistanceRange& range,
+template <bool isAny, class T>
+inline bool traceMesh(const Mesh& mesh, const LocalRay& ray, const DistanceRange<T>& range,
                       std::uint32_t placement, Nearest& nearest) {
   const Node* const nodes = mesh.nodes.data();
   const Block* const blocks = mesh.blocks.data();
-  const BoxTester boxes(ray.origin, ray.inverse, lowerS(range.low, ray.sPerDistance, ray.start));
+  const BoxTester boxes(ray.origin, ray.origin, ray.inverse,
+                        lowerS(range.low, ray.sPerDistance, ray.start));
   const TriangleTester triangles(ray);
   float prune = upperS(least(range.high, nearest.distance), ray.sPerDistance, ray.start);
   Lanes high = Lanes::broadcast(prune);
@@ -201,9 +205,9 @@ inline bool traceMesh(const Mesh& mesh, const LocalRay& ray, const DistanceRange
 }
 
 /// Asks one placement. \return true when an any-hit query is answered
-template <bool isAny>
-inline bool tracePlacement(const SceneView& scene, std::uint32_t index, const tarn::Ray<float>& ray,
-                           const DistanceRange& range, Nearest& nearest) {
+template <bool isAny, class T>
+inline bool tracePlacement(const SceneView& scene, std::uint32_t index, const tarn::Ray<T>& ray,
+                           const DistanceRange<T>& range, Nearest& nearest) {
   const Placement& placement = scene.placements[index];
   const Mesh& mesh = scene.meshes[placement.mesh];
   LocalRay local;
@@ -211,11 +215,24 @@ inline bool tracePlacement(const SceneView& scene, std::uint32_t index, const ta
   return traceMesh<isAny>(mesh, local, range, index, nearest);
 }
 
+/// A coordinate of a ray's origin as a float for the box test in world space: exact where it is
+/// one, else the next one up or down. Beyond the range of float: the last one or infinity.
+inline float roundOrigin(float v, bool) { return v; }
+inline float roundOrigin(double v, bool isUp) {
+  constexpr float most = std::numeric_limits<float>::max(), infinity = HUGE_VALF;
+  if (v > static_cast<double>(most)) return isUp ? infinity : most;
+  if (v < -static_cast<double>(most)) return isUp ? -most : -infinity;
+  const auto rounded = static_cast<float>(v);
+  if (static_cast<double>(rounded) == v) return rounded;
+  if ((static_cast<double>(rounded) > v) == isUp) return rounded;
+  return std::nextafter(rounded, isUp ? infinity : -infinity);
+}
+
 /// Asks the whole scene. \return true when an any-hit query is answered
-template <bool isAny>
-inline bool traceScene(const SceneView& scene, const tarn::Ray<float>& ray, Nearest& nearest) {
+template <bool isAny, class T>
+inline bool traceScene(const SceneView& scene, const tarn::Ray<T>& ray, Nearest& nearest) {
   if (!isUsable(ray)) return false;
-  const DistanceRange range(ray);
+  const DistanceRange<T> range(ray);
   for (std::size_t i = 0; i < scene.numUnboxed; ++i)
     if (tracePlacement<isAny>(scene, scene.unboxed[i], ray, range, nearest)) return true;
   if (scene.nodes == nullptr) return false;
@@ -223,15 +240,17 @@ inline bool traceScene(const SceneView& scene, const tarn::Ray<float>& ray, Near
     return tracePlacement<isAny>(scene, scene.onlyPlacement, ray, range, nearest);
 
   // The tree over placements, in world space. The ray is measured by s as in LocalRay.
-  float origin[3], inverse[3];
+  float nearOrigin[3], farOrigin[3], inverse[3];
   double sPerDistance = 0.0;
   for (std::size_t i = 0; i < 3; ++i)
     sPerDistance = largest(sPerDistance, std::fabs(static_cast<double>(ray.direction[i])));
   for (std::size_t i = 0; i < 3; ++i) {
-    origin[i] = ray.origin[i];
-    inverse[i] = boundedInverse(sPerDistance, static_cast<double>(ray.direction[i]));
+    const double direction = static_cast<double>(ray.direction[i]);
+    inverse[i] = boundedInverse(sPerDistance, direction);
+    nearOrigin[i] = roundOrigin(ray.origin[i], !std::signbit(direction));
+    farOrigin[i] = roundOrigin(ray.origin[i], std::signbit(direction));
   }
-  const BoxTester boxes(origin, inverse, lowerS(range.low, sPerDistance, 0.0));
+  const BoxTester boxes(nearOrigin, farOrigin, inverse, lowerS(range.low, sPerDistance, 0.0));
   float prune = upperS(least(range.high, nearest.distance), sPerDistance, 0.0);
 
   Entry stack[kStackSize];
@@ -260,10 +279,16 @@ inline bool traceScene(const SceneView& scene, const tarn::Ray<float>& ray, Near
   }
 }
 
-void findNearest(const SceneView& scene, const tarn::Ray<float>& ray, Nearest& nearest) {
+template <class T>
+void findNearest(const SceneView& scene, const tarn::Ray<T>& ray, Nearest& nearest) {
   traceScene<false>(scene, ray, nearest);
 }
-bool findAny(const SceneView& scene, const tarn::Ray<float>& ray) {
+template <class T>
+bool findAny(const SceneView& scene, const tarn::Ray<T>& ray) {
   Nearest nearest;
   return traceScene<true>(scene, ray, nearest);
+}
+
+inline KernelFunctions kernelFunctions() {
+  return {{findNearest<float>, findAny<float>}, {findNearest<double>, findAny<double>}};
 }
