@@ -17,19 +17,19 @@
 
 #include "Options.h"
 #include "Pictures.h"
-#include "Scene.h"
+#include "ovo/CameraPrim.h"
 #include "ovo/Tokens.h"
 #include "support/SharedData.h"
 #include "vela/mesh/Triangulate.h"
 
 namespace {
 
-using command::MeshList;
 using command::RenderOptions;
 using command_test::Pictures;
 using command_test::Read;
 using tarn::Mat4;
 using tarn::Vec3;
+using vela::scene::MeshList;
 using Real3 = Vec3<double>;
 
 constexpr double kPi = 3.14159265358979323846;
@@ -135,7 +135,7 @@ void expectPixelsOfPlainLoop(const Read& picture, const std::string& file,
   const auto stage = ovo::Stage::open(file);
   ASSERT_TRUE(stage);
   const double time = options.scene.time;
-  const MeshList list = command::listMeshes(*stage, options.scene.filter());
+  const MeshList list = vela::scene::listMeshes(*stage, options.scene.filter()).value();
   const std::vector<Triangle> triangles = trianglesOf(list, time);
   const ovo::CameraPrim prim(stage->getPrimAtPath(ovo::Path(options.scene.camera)));
   ASSERT_TRUE(prim.isValid());
@@ -215,9 +215,10 @@ class ScenesThroughTheirLenses : public Pictures {
     const std::string file = vela_test::sharedDataPath(relative);
     const auto stage = ovo::Stage::open(file);
     ASSERT_TRUE(stage);
-    command::MeshFilter filter;
+    vela::scene::MeshFilter filter;
     filter.time = time;
-    const tarn::Box3<double> box = command::extentOf(command::listMeshes(*stage, filter)).box;
+    const tarn::Box3<double> box =
+        vela::scene::extentOf(vela::scene::listMeshes(*stage, filter).value()).box;
     ASSERT_FALSE(box.isEmpty());
     const Real3 middle = box.center();
     const double radius = 0.5 * box.size().length();

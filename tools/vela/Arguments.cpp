@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -209,6 +210,16 @@ int readInteger(const std::string& verb, const std::string& option, const std::s
   return value;
 }
 
+// The position of a word in the list of those that an option takes.
+std::size_t readWord(const std::string& verb, const std::string& option, const std::string& text,
+                     const std::vector<std::string>& words) {
+  const auto found = std::find(words.begin(), words.end(), text);
+  if (found != words.end()) return static_cast<std::size_t>(found - words.begin());
+  std::string list;
+  for (const std::string& word : words) list += (list.empty() ? "" : ", ") + word;
+  wrong(verb, option, "'" + text + "' is none of " + list);
+}
+
 // A verb's parser. Options are kept as text here and read by the verb's own code.
 class Parser {
  public:
@@ -244,6 +255,8 @@ class Parser {
   }
 
   [[nodiscard]] const std::string& file() const { return file_; }
+  /// How often an option was given.
+  [[nodiscard]] std::size_t count(const std::string& name) const { return app_.count(name); }
 
  private:
   const char *verb_, *help_;
@@ -260,7 +273,7 @@ double readTime(const std::string& verb, const std::string& text) {
 
 // The options that render and pick share.
 struct SceneTexts {
-  std::string size, time, purposes, level;
+  std::string size, time, purposes, level, engine;
 
   void declare(Parser& parser, SceneOptions& options) {
     parser.text("--camera", options.camera);
@@ -273,7 +286,7 @@ struct SceneTexts {
     parser.flag("--invisible", options.withInvisible);
     parser.text("--subdivide", level);
     parser.flag("--smooth", options.smooth);
-    parser.text("--engine", options.engine);
+    parser.text("--engine", engine);
   }
 
   void read(const std::string& verb, const Parser& parser, SceneOptions& options) const {
@@ -285,23 +298,41 @@ struct SceneTexts {
       options.width = readInteger(verb, "--size", size.substr(0, cross), 1, 16384);
       options.height = readInteger(verb, "--size", size.substr(cross + 1), 1, 16384);
     }
-    if (!purposes.empty()) options.purposes = splitList(purposes);
-    for (const std::string& purpose : options.purposes)
-      if (purpose != "default" && purpose != "render" && purpose != "proxy" && purpose != "guide")
-        wrong(verb, "--purpose", "'" + purpose + "' is none of default, render, proxy, guide");
-    if (options.engine != "tracer" && options.engine != "hit-detector")
-      wrong(verb, "--engine", "'" + options.engine + "' is none of tracer, hit-detector");
+    if (!purposes.empty()) {
+      options.purposes.clear();
+      for (const std::string& purpose : splitList(purposes))
+        options.purposes.push_back(static_cast<vela::scene::Purpose>(
+            readWord(verb, "--purpose", purpose, {"default", "render", "proxy", "guide"})));
+    }
+    if (parser.count("--engine") > 0)
+      options.engine = static_cast<vela::scene::CasterKind>(
+          readWord(verb, "--engine", engine, {"tracer", "hit-detector"}));
     // A triangle refined that often is as much as a picture may have.
     constexpr int kDeepest = 11;
     if (!level.empty())
       options.subdivisionLevel = readInteger(verb, "--subdivide", level, 0, kDeepest);
-    if (options.engine == "hit-detector" && (options.subdivisionLevel > 0 || options.smooth))
+    if (options.engine == vela::scene::CasterKind::hitDetector &&
+        (options.subdivisionLevel > 0 || options.smooth))
       wrong(verb, options.smooth ? "--smooth" : "--subdivide",
             "does not go with --engine hit-detector, which takes meshes as the scene has them");
   }
 };
 
 }  // namespace
+
+vela::scene::ViewOptions SceneOptions::view() const {
+  vela::scene::ViewOptions options{ovo::Path(camera), vela::LensProjection::none, width, height,
+                                   time};
+  if (lens.empty()) return options;
+  const std::vector<std::string> words = {"perspective", "orthographic", "spherical",
+                                          "cylindrical"};
+  const auto found = std::find(words.begin(), words.end(), lens);
+  if (found == words.end())
+    throw Failure{kUsage, "no such lens", lens, "",
+                  "try perspective, orthographic, spherical or cylindrical"};
+  options.lens = static_cast<vela::LensProjection>(found - words.begin());
+  return options;
+}
 
 const char* overallHelp() { return kOverallHelp; }
 
@@ -369,10 +400,10 @@ bool readArguments(int count, char** arguments, SelectOptions& options) {
   const std::string verb = "select";
   Parser parser("select", kSelectHelp, true, false);
   SceneTexts texts;
-  std::string rect;
+  std::string rect, parts;
   texts.declare(parser, options.scene);
   parser.text("--rect", rect);
-  parser.text("--parts", options.parts);
+  parser.text("--parts", parts);
   parser.flag("--through", options.through);
   parser.text("-o,--output", options.output);
   parser.text("--add", options.add);
@@ -390,8 +421,9 @@ bool readArguments(int count, char** arguments, SelectOptions& options) {
   if (rect.empty()) wrong(verb, "", "--rect is missing");
   if (options.output.empty()) wrong(verb, "", "-o S.sel is missing");
   if (options.json) wrong(verb, "--json", "goes with --show");
-  if (options.parts != "objects" && options.parts != "faces" && options.parts != "vertices")
-    wrong(verb, "--parts", "'" + options.parts + "' is none of objects, faces, vertices");
+  if (parser.count("--parts") > 0)
+    options.parts =
+        static_cast<PickedPart>(readWord(verb, "--parts", parts, {"objects", "faces", "vertices"}));
   const std::vector<std::string> corners = splitList(rect);
   if (corners.size() != 4) wrong(verb, "--rect", "'" + rect + "' is not X0,Y0,X1,Y1");
   for (std::size_t i = 0; i < 4; ++i)

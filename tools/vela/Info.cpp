@@ -4,12 +4,14 @@
 #include <string>
 #include <vector>
 
+#include "Interrupt.h"
 #include "Json.h"
 #include "Options.h"
 #include "Scene.h"
 #include "Text.h"
 #include "ovo/CameraPrim.h"
 #include "ovo/Stage.h"
+#include "vela/scene/ScenePrims.h"
 
 namespace command {
 
@@ -73,16 +75,20 @@ InfoReport gather(const ovo::Stage& stage, const InfoOptions& options) {
   report.endTimeCode = stage.getEndTimeCode();
   report.defaultPrim = stage.getDefaultPrimName().asString();
 
-  forEachPrim(stage, [&](const ovo::Prim& prim) {
-    if (prim == stage.getRootPrim()) return true;
-    const std::string type = prim.getTypeName().asString();
-    ++report.primsByType[type.empty() ? "(none)" : type];
-    if (const ovo::MeshPrim mesh(prim); mesh.isValid())
-      report.meshes.push_back(factsOf(mesh, options.time));
-    if (const ovo::CameraPrim camera(prim); camera.isValid())
-      report.cameras.push_back(factsOf(camera, options.time, report.metersPerUnit));
-    return true;
-  });
+  vela::scene::forEachPrim(
+      stage,
+      [&](const ovo::Prim& prim) {
+        if (prim == stage.getRootPrim()) return true;
+        const std::string type = prim.getTypeName().asString();
+        ++report.primsByType[type.empty() ? "(none)" : type];
+        if (const ovo::MeshPrim mesh(prim); mesh.isValid())
+          report.meshes.push_back(factsOf(mesh, options.time));
+        if (const ovo::CameraPrim camera(prim); camera.isValid())
+          report.cameras.push_back(factsOf(camera, options.time, report.metersPerUnit));
+        return true;
+      },
+      interruptibleWork());
+  throwIfInterrupted();
   report.problems = stage.problems();
   return report;
 }

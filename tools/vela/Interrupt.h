@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "vela/scene/Work.h"
+
 namespace command {
 
 /// Installs the handlers. The first signal only sets a flag, so that work stops at a clean place; a
@@ -16,6 +18,9 @@ void catchInterrupts();
 
 /// Throws Interrupted after a signal.
 void throwIfInterrupted();
+
+/// Work that stops after a signal.
+[[nodiscard]] inline vela::scene::Work interruptibleWork() { return {isInterrupted, {}}; }
 
 /// Files to remove when a second signal ends the process, at most four at a time. The text must
 /// live until it is forgotten again.

@@ -16,6 +16,7 @@
 #include "ovo/Primvar.h"
 #include "ovo/Tokens.h"
 #include "vela/mesh/MeshTopology.h"
+#include "vela/scene/ScenePrims.h"
 
 namespace command {
 
@@ -320,10 +321,14 @@ void mesh(const MeshOptions& options) {
       throw Failure{kBadInput, "no such mesh", options.prim, "",
                     "vela info lists the meshes of a scene"};
   } else {
-    forEachPrim(*stage, [&](const ovo::Prim& prim) {
-      if (const ovo::MeshPrim candidate(prim); candidate.isValid()) prims.push_back(candidate);
-      return true;
-    });
+    vela::scene::forEachPrim(
+        *stage,
+        [&](const ovo::Prim& prim) {
+          if (const ovo::MeshPrim candidate(prim); candidate.isValid()) prims.push_back(candidate);
+          return true;
+        },
+        interruptibleWork());
+    throwIfInterrupted();
   }
 
   std::size_t defects = 0, faulty = 0;

@@ -6,9 +6,11 @@
 #include <vector>
 
 #include "Layers.h"
-#include "Scene.h"
-#include "View.h"
+#include "ovo/Path.h"
 #include "tarn/Time.h"
+#include "vela/scene/RayCaster.h"
+#include "vela/scene/SceneMeshes.h"
+#include "vela/scene/View.h"
 
 namespace command {
 
@@ -18,17 +20,23 @@ struct SceneOptions {
   std::string camera, lens;
   int width = 0, height = 0;
   double time = tarn::defaultTimeValue();
-  std::vector<std::string> purposes = {"default", "render"};
+  std::vector<vela::scene::Purpose> purposes = vela::scene::MeshFilter().purposes;
   std::vector<std::string> includedTypes, excludedPaths;
   bool withInvisible = false;
   int subdivisionLevel = 0;
   bool smooth = false;
-  std::string engine = "tracer";
+  vela::scene::CasterKind engine = vela::scene::CasterKind::tracer;
 
-  [[nodiscard]] MeshFilter filter() const {
-    return {time, purposes, withInvisible, includedTypes, excludedPaths, subdivisionLevel};
+  [[nodiscard]] vela::scene::MeshFilter filter() const {
+    return {time,
+            purposes,
+            withInvisible,
+            includedTypes,
+            {excludedPaths.begin(), excludedPaths.end()},
+            subdivisionLevel};
   }
-  [[nodiscard]] ViewOptions view() const { return {camera, lens, width, height, time}; }
+  /// \throws Failure (usage) when there is no such lens
+  [[nodiscard]] vela::scene::ViewOptions view() const;
 };
 
 struct RenderOptions {
@@ -49,11 +57,13 @@ struct PickOptions {
   bool json = false;
 };
 
+enum class PickedPart { objects, faces, vertices };
+
 struct SelectOptions {
   SceneOptions scene;
   int rect[4] = {};  ///< x0, y0, x1, y1, both corners included
   bool through = false;
-  std::string parts = "objects";
+  PickedPart parts = PickedPart::objects;
   std::string output, add;
   std::string show;  ///< a selection to print instead
   bool json = false;

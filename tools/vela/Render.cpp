@@ -11,7 +11,6 @@
 #include <string>
 #include <vector>
 
-#include "Engine.h"
 #include "Failure.h"
 #include "Interrupt.h"
 #include "Json.h"
@@ -23,14 +22,12 @@
 #include "SelectionFile.h"
 #include "Shading.h"
 #include "Tiles.h"
-#include "View.h"
 #include "vela/Version.h"
 
 namespace command {
 
 namespace {
 
-using tarn::Ray;
 using tarn::Vec2;
 using tarn::Vec3;
 
@@ -46,7 +43,7 @@ struct Job {
   const RenderOptions& options;
   const LayerChoice& layers;
   const View& view;
-  const Engine& engine;
+  const RayCaster& caster;
   const MeshList& list;
   const Shader* shader;  ///< null when no layer needs light or colour
   const Shader* smooth;  ///< null when normals are the faces' own
@@ -59,9 +56,7 @@ struct Job {
 class TileRenderer {
  public:
   explicit TileRenderer(const Job& job)
-      : job_(job),
-        maker_(job.view, job.engine.origin()),
-        samples_(kTileSize, PixelSamples(job.grid, job.ambientGrid)) {}
+      : job_(job), samples_(kTileSize, PixelSamples(job.grid, job.ambientGrid)) {}
 
   void render(const Tile& tile) {
     for (int y = tile.y0; y < tile.y1; ++y) renderRow(tile, y);
@@ -103,9 +98,10 @@ class TileRenderer {
   static std::size_t at(int i) { return static_cast<std::size_t>(i); }
 
   void trace() {
-    maker_.make(places_.data(), places_.size(), rays_);
+    rays_.resize(places_.size());
+    job_.view.makeRays(places_.data(), places_.size(), rays_.data());
     hits_.assign(rays_.size(), SurfaceHit());
-    job_.engine.intersect(rays_.data(), rays_.size(), hits_.data());
+    job_.caster.intersect(rays_.data(), rays_.size(), hits_.data());
   }
 
   // \return rays traced
@@ -130,7 +126,7 @@ class TileRenderer {
       }
     }
     if (answers_.size() < batch_.rays.size()) answers_ = Answers(batch_.rays.size());
-    job_.engine.occluded(batch_.rays.data(), batch_.rays.size(), answers_.data());
+    job_.caster.occluded(batch_.rays.data(), batch_.rays.size(), answers_.data());
     for (std::size_t i = 0; i < batch_.rays.size(); ++i)
       if (!answers_.data()[i])
         filtered_[batch_.lights[i].target].colour += batch_.lights[i].colour * share;
@@ -141,9 +137,9 @@ class TileRenderer {
     return at(y) * at(job_.picture.width) + at(x);
   }
 
-  void writeData(int x, int y, const Ray<float>& ray, const SurfaceHit& hit) {
+  void writeData(int x, int y, const WorldRay& ray, const SurfaceHit& hit) {
     const std::size_t p = pixel(x, y);
-    const Vec3<double> world = Vec3<double>(hit.position) + job_.engine.origin();
+    const Vec3<double> world = hit.position();
     Vec3<float> normal;
     if (hit.hit) {
       normal = job_.list.shapeOf(hit.entry).leftHanded ? -hit.normal : hit.normal;
@@ -206,10 +202,9 @@ class TileRenderer {
   };
 
   const Job& job_;
-  RayMaker maker_;
   std::vector<PixelSamples> samples_;
   std::vector<Vec2<float>> places_;
-  std::vector<Ray<float>> rays_;
+  std::vector<WorldRay> rays_;
   std::vector<SurfaceHit> hits_;
   Shader::Batch batch_;
   Answers answers_;
@@ -265,21 +260,17 @@ void render(const RenderOptions& options) {
 
   // The scene as it is at the time.
   const std::shared_ptr<ovo::Stage> stage = openStage("render", options.scene.file);
-  const MeshList list = listMeshes(*stage, options.scene.filter());
-  reportNotShown("render", list);
-  const Extent extent = extentOf(list);
+  const MeshList list = listMeshes("render", *stage, options.scene);
+  const vela::scene::Extent extent = findExtent(list);
   const tarn::Box3<double>& bounds = extent.box;
   if (bounds.isEmpty())
     std::fprintf(stderr,
                  "vela render: warning: nothing to show: %s: no mesh is visible, of the purposes "
                  "asked for and not left out\n",
                  options.scene.file.c_str());
-  const View view = makeView(*stage, options.scene.view(), extent);
+  const View view = makeView(*stage, options.scene, extent);
 
-  // Rays about the middle of what is shown.
-  const Vec3<double> middle = bounds.isEmpty() ? Vec3<double>() : bounds.center();
-  const std::unique_ptr<Engine> engine =
-      makeEngine(options.scene.engine, list, options.scene.time, middle);
+  const RayCaster caster = makeCaster(options.scene, list, extent);
   throwIfInterrupted();
 
   const bool needsColour = png || layers.has(Quantity::colour) || layers.has(Quantity::alpha) ||
@@ -289,7 +280,7 @@ void render(const RenderOptions& options) {
   const bool needsNormals = options.scene.smooth && layers.has(Quantity::normal);
   std::optional<Shader> shader;
   if (needsColour || needsNormals)
-    shader.emplace(list, options.scene.time, view, engine->origin(),
+    shader.emplace(list, caster, options.scene.time, view,
                    bounds.isEmpty() ? 1.0 : 0.5 * bounds.size().length(), ambientGrid,
                    options.scene.smooth);
   if (shader && selection) shader->tint(*selection, stage, list);
@@ -301,7 +292,7 @@ void render(const RenderOptions& options) {
   const Job job{options,
                 layers,
                 view,
-                *engine,
+                caster,
                 list,
                 needsColour ? &*shader : nullptr,
                 needsNormals ? &*shader : nullptr,

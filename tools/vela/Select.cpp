@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "Engine.h"
 #include "Failure.h"
 #include "Interrupt.h"
 #include "Json.h"
@@ -14,19 +13,21 @@
 #include "Scene.h"
 #include "SelectionFile.h"
 #include "Text.h"
-#include "View.h"
-#include "tarn/Box3.h"
-#include "vela/intersect/AccelerationModel.h"
-#include "vela/intersect/BvhAcceleration.h"
 
 namespace command {
 
 namespace {
 
-using tarn::Box3;
-using tarn::Ray;
 using tarn::Vec2;
 using tarn::Vec3;
+using vela::scene::MeshEntry;
+using vela::scene::MeshList;
+using vela::scene::RayCaster;
+using vela::scene::Refinement;
+using vela::scene::Shape;
+using vela::scene::SurfaceHit;
+using vela::scene::View;
+using vela::scene::WorldRay;
 using vela::Selection::GeoSelection;
 using vela::Selection::WeightedPartSelection;
 
@@ -49,112 +50,35 @@ class FacesMet {
 };
 
 // Rays through the centres of a rectangle's pixels.
-std::vector<Ray<float>> raysOf(const SelectOptions& options, const View& view,
-                               const Vec3<double>& origin) {
-  RayMaker maker(view, origin);
+std::vector<WorldRay> raysOf(const SelectOptions& options, const View& view) {
   std::vector<Vec2<float>> places;
-  std::vector<Ray<float>> row, rays;
-  for (int y = options.rect[1]; y <= options.rect[3]; ++y) {
-    places.clear();
+  for (int y = options.rect[1]; y <= options.rect[3]; ++y)
     for (int x = options.rect[0]; x <= options.rect[2]; ++x)
       places.push_back(view.ndc(x + 0.5, y + 0.5));
-    maker.make(places.data(), places.size(), row);
-    rays.insert(rays.end(), row.begin(), row.end());
-  }
+  std::vector<WorldRay> rays(places.size());
+  view.makeRays(places.data(), places.size(), rays.data());
   return rays;
 }
 
 // What shows: the nearest hit of each ray.
-void castAtFront(const Engine& engine, const MeshList& list, const std::vector<Ray<float>>& rays,
+void castAtFront(const RayCaster& caster, const MeshList& list, const std::vector<WorldRay>& rays,
                  FacesMet& met) {
   std::vector<SurfaceHit> hits(rays.size());
-  engine.intersect(rays.data(), rays.size(), hits.data());
+  caster.intersect(rays.data(), rays.size(), hits.data());
   for (const SurfaceHit& hit : hits)
     if (hit.hit) met.add(hit.entry, list.shapeOf(hit.entry).sceneFace(hit.face));
 }
 
-// The entries whose boxes a ray enters: a tree of boxes whose leaves are never hit, so that the
-// walk goes on and takes note.
-class EntriesNear final : public vela::AccelerationModel {
- public:
-  // \param rays the rays that will be asked about
-  EntriesNear(const Engine& engine, const std::vector<Ray<float>>& rays) {
-    float farthest = 0.0f;
-    for (const Ray<float>& ray : rays)
-      for (std::size_t i = 0; i < 3; ++i) farthest = std::max(farthest, std::fabs(ray.origin[i]));
-    const std::vector<Box3<float>> boxes = engine.entryBoxes();
-    for (std::size_t entry = 0; entry < boxes.size(); ++entry) {
-      if (boxes[entry].isEmpty()) continue;
-      // Generous by more than the box and its test can be off: both are single precision.
-      Box3<float> box = boxes[entry];
-      float reach = farthest;
-      for (std::size_t i = 0; i < 3; ++i)
-        reach = std::max({reach, std::fabs(box.min[i]), std::fabs(box.max[i])});
-      box.pad(Vec3<float>(reach * 1e-5f));
-      const bool isFinite = std::isfinite(reach) && std::isfinite(box.max.x - box.min.x) &&
-                            std::isfinite(box.max.y - box.min.y) &&
-                            std::isfinite(box.max.z - box.min.z);
-      if (!isFinite) {
-        always_.push_back(entry);
-        continue;
-      }
-      boxes_.push_back(box);
-      entries_.push_back(entry);
-      bounds_.extendBy(box);
-    }
-    tree_ = std::make_unique<vela::BvhAcceleration>(*this, false);
-  }
-
-  // Refills `near`.
-  void find(const Ray<float>& ray, std::vector<std::size_t>& near) const {
-    near = always_;
-    near_ = &near;
-    vela::CollisionResult none;
-    tree_->intersect(context_, ray, none);
-  }
-
- private:
-  std::size_t size() const override { return boxes_.size(); }
-  Box3<float> bounds(std::size_t i) const override { return boxes_[i]; }
-  Box3<float> bounds() const override { return bounds_; }
-  bool exclude(const vela::IntersectionContext&, std::size_t) const override { return false; }
-  bool intersect(const vela::IntersectionContext&, const Ray<float>&, std::size_t i,
-                 vela::CollisionResult&) const override {
-    near_->push_back(entries_[i]);
-    return false;
-  }
-
-  std::vector<Box3<float>> boxes_;
-  std::vector<std::size_t> entries_;  // of the boxes
-  std::vector<std::size_t> always_;   // entries that have no box to speak of
-  Box3<float> bounds_;
-  std::unique_ptr<vela::BvhAcceleration> tree_;
-  vela::IntersectionContext context_;
-  mutable std::vector<std::size_t>* near_ = nullptr;
-};
-
-// All that the rays meet: in each mesh, a ray goes on behind what it met. Mesh by mesh, since a
-// surface may lie exactly upon another's.
-void castThrough(const Engine& engine, const MeshList& list, const std::vector<Ray<float>>& rays,
+// All that the rays meet.
+void castThrough(const RayCaster& caster, const MeshList& list, const std::vector<WorldRay>& rays,
                  FacesMet& met) {
-  const EntriesNear entries(engine, rays);
-  std::vector<std::size_t> near;
-  for (const Ray<float>& whole : rays) {
-    throwIfInterrupted();
-    entries.find(whole, near);
-    for (const std::size_t entry : near) {
-      Ray<float> ray = whole;
-      SurfaceHit hit;
-      while (engine.intersectEntry(entry, ray, hit)) {
-        met.add(entry, list.shapeOf(entry).sceneFace(hit.face));
-        // The next float past this hit, and past where the ray began: every round gets further.
-        ray.minDistance =
-            std::nextafter(std::max(static_cast<float>(hit.distance), ray.minDistance),
-                           std::numeric_limits<float>::infinity());
-        if (!(ray.minDistance < ray.maxDistance)) break;
-      }
-    }
-  }
+  caster.intersectAll(
+      rays.data(), rays.size(),
+      [&](std::size_t, const SurfaceHit& hit) {
+        met.add(hit.entry, list.shapeOf(hit.entry).sceneFace(hit.face));
+      },
+      interruptibleWork());
+  throwIfInterrupted();
 }
 
 // Where a world point shows in the picture, in pixels from the top left corner; false behind the
@@ -241,7 +165,7 @@ bool addVertices(GeoSelection& selection, const MeshEntry& entry, const Shape& s
         const auto point =
             static_cast<std::size_t>(indices.cdata()[c]);  // a face that was hit has usable indices
         Vec2<double> pixel;
-        const int place = from ? from->placesOfPoints.cdata()[point] : static_cast<int>(point);
+        const int place = from ? from->refinedPointOf.cdata()[point] : static_cast<int>(point);
         if (place < 0 ||
             !finder.find(entry.worldFromObject.transformPoint(Vec3<double>(data[place])), pixel))
           continue;
@@ -309,6 +233,10 @@ void print(const SelectionReport& report) {
   }
 }
 
+const char* wordOf(PickedPart part) {
+  return part == PickedPart::objects ? "objects" : part == PickedPart::faces ? "faces" : "vertices";
+}
+
 }  // namespace
 
 void select(const SelectOptions& options) {
@@ -325,34 +253,31 @@ void select(const SelectOptions& options) {
   if (!options.add.empty()) selection = readSelection(options.add);
   const SceneOptions& scene = options.scene;
   const std::shared_ptr<ovo::Stage> stage = openStage("select", scene.file);
-  const MeshList list = listMeshes(*stage, scene.filter());
-  reportNotShown("select", list);
-  const Extent extent = extentOf(list);
-  const tarn::Box3<double>& bounds = extent.box;
-  const View view = makeView(*stage, scene.view(), extent);
+  const MeshList list = listMeshes("select", *stage, scene);
+  const vela::scene::Extent extent = findExtent(list);
+  const View view = makeView(*stage, scene, extent);
   if (options.rect[2] >= view.width || options.rect[3] >= view.height)
     throw Failure{kUsage, "wrong usage", "--rect",
                   "lies outside the picture of " + std::to_string(view.width) + " x " +
                       std::to_string(view.height) + " pixels",
                   "try a larger --size"};
-  const Vec3<double> middle = bounds.isEmpty() ? Vec3<double>() : bounds.center();
 
   FacesMet met(list);
-  const std::unique_ptr<Engine> engine = makeEngine(scene.engine, list, scene.time, middle);
-  const std::vector<Ray<float>> rays = raysOf(options, view, engine->origin());
+  const RayCaster caster = makeCaster(scene, list, extent);
+  const std::vector<WorldRay> rays = raysOf(options, view);
   if (options.through)
-    castThrough(*engine, list, rays, met);
+    castThrough(caster, list, rays, met);
   else
-    castAtFront(*engine, list, rays, met);
+    castAtFront(caster, list, rays, met);
 
   const PixelFinder finder(view);
   std::size_t objects = 0;
   for (std::size_t i = 0; i < list.entries.size(); ++i) {
     if (!met.any(i)) continue;
     const MeshEntry& entry = list.entries[i];
-    if (options.parts == "objects")
+    if (options.parts == PickedPart::objects)
       selection.setObjectSelected(entry.prim.getPath(), true);
-    else if (options.parts == "faces")
+    else if (options.parts == PickedPart::faces)
       addFaces(selection, list.shapeOf(i), met.of(i));
     else if (!addVertices(selection, entry, list.shapeOf(i), met.of(i), options, finder))
       continue;
@@ -360,7 +285,7 @@ void select(const SelectOptions& options) {
   }
   writeSelection(selection, options.output);
   std::printf("%s: %s of %zu object%s picked; %zu in all\n", options.output.c_str(),
-              options.parts.c_str(), objects, objects == 1 ? "" : "s", selection.size());
+              wordOf(options.parts), objects, objects == 1 ? "" : "s", selection.size());
 }
 
 }  // namespace command

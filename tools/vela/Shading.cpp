@@ -7,9 +7,13 @@ namespace command {
 
 namespace {
 
-using tarn::Ray;
 using tarn::Vec2;
 using tarn::Vec3;
+using vela::scene::Instance;
+using vela::scene::kNoInstance;
+using vela::scene::MeshEntry;
+using vela::scene::shadingNormal;
+using vela::scene::Shape;
 
 constexpr float kPi = 3.14159265f;
 
@@ -26,15 +30,6 @@ void makeFrame(const Vec3<float>& n, Vec3<float>& across, Vec3<float>& along) {
   const Vec3<float> helper = std::abs(n.x) < 0.6f ? Vec3<float>(1, 0, 0) : Vec3<float>(0, 1, 0);
   across = cross(helper, n).normalized();
   along = cross(n, across);
-}
-
-// A normal through the transpose of a matrix; that of objectFromWorld or objectFromEngine carries
-// it to the world.
-Vec3<double> transposedVector(const tarn::Mat4<double>& m, const Vec3<double>& v) {
-  const auto along = [&](std::size_t c) {
-    return m[4 * c] * v.x + m[4 * c + 1] * v.y + m[4 * c + 2] * v.z;
-  };
-  return {along(0), along(1), along(2)};
 }
 
 // From the square [-0.5, 0.5]^2 to the unit disk, keeping neighbours together: Shirley and Chiu,
@@ -54,15 +49,6 @@ Vec3<float> backdrop(float height) {
   const float t = std::clamp(height, 0.0f, 1.0f);
   return mix(Vec3<float>(0.30f, 0.29f, 0.28f), Vec3<float>(0.62f, 0.68f, 0.74f),
              t * t * (3.0f - 2.0f * t));
-}
-
-Vec3<float> normalAt(const Surface& surface, const tarn::Mat4<double>& objectFromEngine,
-                     const Vec3<float>& objectPoint, const SurfaceHit& hit) {
-  const Vec3<float> geometric = surface.isLeftHanded() ? -hit.normal : hit.normal;
-  if (!surface.hasOwnNormals()) return geometric;
-  const Vec3<double> own(surface.normal(hit.face, objectPoint));
-  const Vec3<float> world(transposedVector(objectFromEngine, own).normalized());
-  return dot(world, geometric) > 0.05f ? world : geometric;
 }
 
 // ---- Samples
@@ -88,18 +74,17 @@ void PixelSamples::drawLights() {
 
 // ---- Light
 
-Shader::Shader(const MeshList& list, double time, const View& view,
-               const Vec3<double>& engineOrigin, double radius, int ambientGrid, bool smooth)
+Shader::Shader(const MeshList& list, const RayCaster& caster, double time, const View& view,
+               double radius, int ambientGrid, bool smooth)
     : list_(list),
       up_(view.up),
       reach_(static_cast<float>(0.5 * radius)),
       ambient_(ambientGrid * ambientGrid) {
-  tarn::Mat4<double> worldFromEngine;
-  worldFromEngine.translate(engineOrigin.x, engineOrigin.y, engineOrigin.z);
   surfaces_.reserve(list.shapes.size());
   for (const Shape& shape : list.shapes) surfaces_.emplace_back(shape, time, smooth);
   placed_.reserve(list.entries.size());
-  for (const MeshEntry& entry : list.entries) {
+  for (std::size_t i = 0; i < list.entries.size(); ++i) {
+    const MeshEntry& entry = list.entries[i];
     const Surface& surface = surfaces_[entry.shape];
     const Instance* instance =
         entry.instance == kNoInstance ? nullptr : &list.instances[entry.instance];
@@ -109,7 +94,7 @@ Shader::Shader(const MeshList& list, double time, const View& view,
       scale = std::max(scale, Vec3<double>(column[0], column[1], column[2]).length());
     }
     placed_.push_back(
-        {entry.worldFromObject.inverse() * worldFromEngine, &surface,
+        {caster.objectSpace(i), &surface,
          instance && instance->hasColour && !surface.hasOwnColour() ? &instance->colour : nullptr,
          static_cast<float>(scale)});
   }
@@ -157,21 +142,18 @@ Vec3<float> Shader::colour(const Placed& placed, int face, const Vec3<float>& ob
 
 Vec3<float> Shader::colour(const SurfaceHit& hit) const {
   const Placed& placed = placed_[hit.entry];
-  return colour(placed, hit.face,
-                Vec3<float>(placed.objectFromEngine.transformPoint(Vec3<double>(hit.position))));
+  return colour(placed, hit.face, placed.space.point(hit));
 }
 
 Vec3<float> Shader::normal(const SurfaceHit& hit) const {
   const Placed& placed = placed_[hit.entry];
-  return normalAt(*placed.surface, placed.objectFromEngine,
-                  Vec3<float>(placed.objectFromEngine.transformPoint(Vec3<double>(hit.position))),
-                  hit);
+  return shadingNormal(*placed.surface, placed.space, placed.space.point(hit), hit);
 }
 
-Vec3<float> Shader::light(const Ray<float>& ray, const SurfaceHit& hit, const PixelSamples& samples,
+Vec3<float> Shader::light(const WorldRay& ray, const SurfaceHit& hit, const PixelSamples& samples,
                           std::size_t sample, std::size_t target, Batch& batch) const {
   const Placed& placed = placed_[hit.entry];
-  const Vec3<float> objectPoint(placed.objectFromEngine.transformPoint(Vec3<double>(hit.position)));
+  const Vec3<float> objectPoint = placed.space.point(hit);
   const Vec3<float> own = colour(placed, hit.face, objectPoint);
   // What is selected glows through in the highlight's colour; the plain colour is reported as it
   // is.
@@ -184,17 +166,17 @@ Vec3<float> Shader::light(const Ray<float>& ray, const SurfaceHit& hit, const Pi
   const Vec3<float> outward = placed.surface->isLeftHanded() ? -hit.normal : hit.normal;
   const bool seenFromBehind = dot(outward, toViewer) < 0.0f;
   const Vec3<float> geometric = seenFromBehind ? -outward : outward;
-  const Vec3<float> smooth = normalAt(*placed.surface, placed.objectFromEngine, objectPoint, hit);
+  const Vec3<float> smooth = shadingNormal(*placed.surface, placed.space, objectPoint, hit);
   const Vec3<float> shading = seenFromBehind ? -smooth : smooth;
 
   // Rays start off the surface, on the viewer's side, by what rounding may have put the hit beneath
-  // it: positions are floats about the scene's centre, a hit is exact to a few units in the last
+  // it: a hit's offset is rounded to float, a hit is exact to a few units in the last
   // place of the way to it, and neighbouring points of a mesh far from its own zero are rounded
   // there.
   const float lift =
-      std::max(largestOf(hit.position), static_cast<float>(hit.distance) * 0.5f) * 4e-6f +
+      std::max(largestOf(hit.offset), static_cast<float>(hit.distance) * 0.5f) * 4e-6f +
       largestOf(objectPoint) * placed.scale * 2.5e-7f;
-  Vec3<float> start = hit.position + geometric * lift;
+  Vec3<float> start = hit.offset + geometric * lift;
   // Of a smooth surface they start where that would be, and its normal alone says what the light
   // does not reach.
   Vec3<float> way;
@@ -204,7 +186,7 @@ Vec3<float> Shader::light(const Ray<float>& ray, const SurfaceHit& hit, const Pi
     start +=
         Vec3<float>(list_.entries[hit.entry].worldFromObject.transformVector(Vec3<double>(way)));
   const auto add = [&](const Vec3<float>& direction, float reach, const Vec3<float>& colour) {
-    batch.rays.push_back({start, direction, 0.0f, reach});
+    batch.rays.push_back({hit.base, Vec3<double>(start), direction, 0.0f, reach});
     batch.lights.push_back({target, colour});
   };
 

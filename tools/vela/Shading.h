@@ -6,15 +6,22 @@
 #include <memory>
 #include <vector>
 
-#include "Engine.h"
-#include "Scene.h"
-#include "View.h"
-#include "tarn/Ray.h"
 #include "tarn/Vec.h"
 #include "vela/sampling/SamplingRng.h"
+#include "vela/scene/RayCaster.h"
+#include "vela/scene/SceneMeshes.h"
+#include "vela/scene/Surface.h"
+#include "vela/scene/View.h"
 #include "vela/selection/GeoSelection.h"
 
 namespace command {
+
+using vela::scene::MeshList;
+using vela::scene::RayCaster;
+using vela::scene::Surface;
+using vela::scene::SurfaceHit;
+using vela::scene::View;
+using vela::scene::WorldRay;
 
 /// Random places for one pixel's samples, drawn in a fixed order from the pixel's own stream, so
 /// that a picture depends neither on threads nor on the order of work.
@@ -56,12 +63,12 @@ class PixelSamples {
 class Shader {
  public:
   /// \param list      must outlive the shader
+  /// \param caster    what the hits come from
   /// \param radius    half the size of what is shown: how far corners darken
   /// \param ambientGrid as for PixelSamples
   /// \param smooth      as for Surface
-  Shader(const MeshList& list, double time, const View& view,
-         const tarn::Vec3<double>& engineOrigin, double radius, int ambientGrid,
-         bool smooth = false);
+  Shader(const MeshList& list, const RayCaster& caster, double time, const View& view,
+         double radius, int ambientGrid, bool smooth = false);
 
   /// Tints what the selection has, from now on. \param selection its status of prims is brought up
   /// to date by \p stage
@@ -74,7 +81,7 @@ class Shader {
     tarn::Vec3<float> colour;  ///< what arrives when nothing is in the way
   };
   struct Batch {
-    std::vector<tarn::Ray<float>> rays;
+    std::vector<WorldRay> rays;
     std::vector<Light> lights;
     void clear() {
       rays.clear();
@@ -83,18 +90,17 @@ class Shader {
   };
 
   /// Adds the rays and lights of one hit. \return displayColor there
-  tarn::Vec3<float> light(const tarn::Ray<float>& ray, const SurfaceHit& hit,
-                          const PixelSamples& samples, std::size_t sample, std::size_t target,
-                          Batch& batch) const;
+  tarn::Vec3<float> light(const WorldRay& ray, const SurfaceHit& hit, const PixelSamples& samples,
+                          std::size_t sample, std::size_t target, Batch& batch) const;
 
   /// displayColor at a hit.
   [[nodiscard]] tarn::Vec3<float> colour(const SurfaceHit& hit) const;
-  /// The normal that a hit is shaded with, see normalAt().
+  /// The normal that a hit is shaded with, see vela::scene::shadingNormal.
   [[nodiscard]] tarn::Vec3<float> normal(const SurfaceHit& hit) const;
 
  private:
   struct Placed {
-    tarn::Mat4<double> objectFromEngine;
+    vela::scene::ObjectSpace space;
     const Surface* surface;
     const tarn::Vec3<float>* colour;  ///< of the instance; null where the surface's own counts
     float scale;                      ///< the most that a length in the object grows in the world
@@ -116,15 +122,6 @@ class Shader {
   float reach_;
   int ambient_;
 };
-
-/// The unit normal at a hit in the world, pointing out: the surface's own between its points where
-/// it has any, else the geometric one. One that is NaN, missing or on the far side of its face is
-/// none.
-/// \param objectPoint where the hit is in the mesh's own space
-[[nodiscard]] tarn::Vec3<float> normalAt(const Surface& surface,
-                                         const tarn::Mat4<double>& objectFromEngine,
-                                         const tarn::Vec3<float>& objectPoint,
-                                         const SurfaceHit& hit);
 
 /// What is seen where no surface is, linear, for pictures without transparency. `height` runs from
 /// 0 at the bottom to 1 at the top.

@@ -1,14 +1,16 @@
-#include "View.h"
+#include "vela/scene/View.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
-#include <cstdio>
 #include <limits>
+#include <string>
 
-#include "Failure.h"
+#include "vela/camera/RayContext.h"
 #include "vela/camera/SceneCamera.h"
+#include "vela/scene/ScenePrims.h"
 
-namespace command {
+namespace vela::scene {
 
 namespace {
 
@@ -18,16 +20,6 @@ using tarn::Vec3;
 
 constexpr std::size_t kBatch = 64;
 constexpr double kPi = 3.141592653589793;
-
-vela::LensProjection lensOf(const std::string& name) {
-  const std::vector<std::string> names = {"perspective", "orthographic", "spherical",
-                                          "cylindrical"};
-  const auto found = std::find(names.begin(), names.end(), name);
-  if (found == names.end())
-    throw Failure{kUsage, "no such lens", name, "",
-                  "try perspective, orthographic, spherical or cylindrical"};
-  return static_cast<vela::LensProjection>(found - names.begin());
-}
 
 Vec3<double> column(const Mat4<double>& m, std::size_t c) {
   return {m[4 * c], m[4 * c + 1], m[4 * c + 2]};
@@ -99,48 +91,47 @@ Vec2<float> View::ndc(double x, double y) const {
   return {static_cast<float>(2.0 * x / w - 1.0), static_cast<float>((h - 2.0 * y) / w)};
 }
 
-View makeView(const ovo::Stage& stage, const ViewOptions& options, const Extent& extent) {
+std::optional<View> makeView(const ovo::Stage& stage, const ViewOptions& options,
+                             const Extent& extent, Problem* problem, const Work& work) {
+  const auto fail = [&](Problem::Kind kind, const std::string& subject, const std::string& why) {
+    if (problem) *problem = {kind, Problem::Severity::error, subject, why};
+    return std::nullopt;
+  };
   View view;
   view.up = stage.getUpAxis().asString() == "Z" ? Vec3<double>(0, 0, 1) : Vec3<double>(0, 1, 0);
-  const bool lensIsNamed = !options.lens.empty();
-  if (lensIsNamed) view.lens = lensOf(options.lens);
+  const bool lensIsNamed = options.lens != LensProjection::none;
+  if (lensIsNamed) view.lens = options.lens;
 
   // The camera: the one that is named, else the first.
-  const std::vector<ovo::CameraPrim> cameras = listCameras(stage);
+  const bool isNamed = !options.camera.isEmpty();
   ovo::CameraPrim camera;
-  if (!options.camera.empty()) {
-    camera = ovo::CameraPrim(stage.getPrimAtPath(ovo::Path(options.camera)));
-    if (!camera.isValid())
-      throw Failure{kBadInput, "no such camera", options.camera, "",
-                    cameras.empty()
-                        ? "the scene has none: leave --camera out and it is framed whole"
-                        : "try --camera " + cameras.front().getPath().asString()};
-  } else if (!cameras.empty()) {
-    camera = cameras.front();
+  if (isNamed) {
+    camera = ovo::CameraPrim(stage.getPrimAtPath(options.camera));
+    if (!camera.isValid()) return fail(Problem::Kind::noSuchCamera, options.camera.asString(), "");
+  } else {
+    const std::vector<ovo::CameraPrim> cameras = listCameras(stage, work);
+    if (work.isStopped()) return fail(Problem::Kind::stopped, "", "stopped");
+    if (!cameras.empty()) camera = cameras.front();
   }
 
-  const bool isSpherical = view.lens == vela::LensProjection::spherical;
+  const bool isSpherical = view.lens == LensProjection::spherical;
   view.width = options.width > 0 ? options.width : 1280;
   view.height = options.height > 0 ? options.height : isSpherical ? 640 : 720;
 
   // The camera's sample; a linear lens of the other kind shows the same window at the distance of
   // what there is to see.
-  const bool isNamed = !options.camera.empty();
-  if (camera.isValid() && !vela::sampleCameraPrim(camera, options.time, view.sample)) {
-    const std::string path = camera.getPath().asString();
-    const std::string why =
-        "it has no film width, focal length or placement that a picture could be made with";
-    if (isNamed)
-      throw Failure{kBadInput, "the camera cannot be used", path, why,
-                    "try another --camera, or none"};
-    std::fprintf(stderr, "vela: warning: the camera cannot be used: %s: %s\n", path.c_str(),
-                 why.c_str());
+  if (camera.isValid() && !sampleCameraPrim(camera, options.time, view.sample)) {
+    const Problem unusable{
+        Problem::Kind::unusableCamera, Problem::Severity::warning, camera.getPath().asString(),
+        "it has no film width, focal length or placement that a picture could be made with"};
+    if (isNamed) return fail(unusable.kind, unusable.subject, unusable.reason);
+    view.problems.push_back(unusable);
     camera = ovo::CameraPrim();
   }
   if (camera.isValid()) {
-    view.camera = camera.getPath().asString();
+    view.camera = camera.getPath();
     view.worldFromCamera = view.sample.xform.l2w;
-    const vela::LensProjection own = vela::cameraPrimLens(camera, options.time);
+    const LensProjection own = cameraPrimLens(camera, options.time);
     if (!lensIsNamed) view.lens = own;
     const Vec3<double> toCentre = (extent.box.isEmpty() ? Vec3<double>() : extent.box.center()) -
                                   column(view.worldFromCamera, 3);
@@ -148,58 +139,49 @@ View makeView(const ovo::Stage& stage, const ViewOptions& options, const Extent&
     if (!(distance > 0.0)) distance = toCentre.length() > 0.0 ? toCentre.length() : 1.0;
     auto& aperture = view.sample.sensor.apertureSize;
     auto& focalLength = view.sample.optics.focalLength;
-    if (view.lens == vela::LensProjection::orthographic && own != view.lens) {
+    if (view.lens == LensProjection::orthographic && own != view.lens) {
       aperture = aperture * (distance / focalLength);
       focalLength = 1.0;
-    } else if (view.lens == vela::LensProjection::perspective && own != view.lens) {
+    } else if (view.lens == LensProjection::perspective && own != view.lens) {
       focalLength = distance;
     }
   } else {
-    frameAll(view, extent, view.lens == vela::LensProjection::orthographic);
+    frameAll(view, extent, view.lens == LensProjection::orthographic);
   }
 
   // The round lenses look all around, whatever the camera's film: the width is the full circle.
   // With this focal length the cylinder's height has the same scale.
-  if (view.lens == vela::LensProjection::spherical ||
-      view.lens == vela::LensProjection::cylindrical) {
+  if (view.lens == LensProjection::spherical || view.lens == LensProjection::cylindrical) {
     view.sample.sensor.apertureSize = Vec2<double>(2.0 * kPi, 2.0 * kPi * view.height / view.width);
     view.sample.sensor.apertureTranslate = Vec2<double>();
     view.sample.optics.focalLength = 1.0;
   }
 
-  view.projection.reset(vela::CreateProjectionFunc(view.lens));
+  view.projection.reset(CreateProjectionFunc(view.lens));
   view.sample.time = options.time;
   view.sample.xform.l2w = view.worldFromCamera;
   view.sample.updateDerivedValues(view.projection.get());
   return view;
 }
 
-RayMaker::RayMaker(const View& view, const Vec3<double>& origin)
-    : view_(view), samples_(kBatch, view.sample), coords_(kBatch), contexts_(kBatch) {
-  originFromCamera_.translate(-origin.x, -origin.y, -origin.z);
-  originFromCamera_ *= view.worldFromCamera;
-}
-
-void RayMaker::make(const Vec2<float>* ndc, std::size_t count,
-                    std::vector<tarn::Ray<float>>& rays) {
-  const auto image = vela::ProjectionImageContext::forSize(view_.width, view_.height);
-  rays.resize(count);
+void View::makeRays(const Vec2<float>* points, std::size_t count, WorldRay* rays) const {
+  const auto image = ProjectionImageContext::forSize(width, height);
+  const Vec3<double> position = column(worldFromCamera, 3);
+  std::array<ProjectCoord, kBatch> coords;
+  std::array<RayContext, kBatch> contexts;
   for (std::size_t first = 0; first < count; first += kBatch) {
     const std::size_t n = std::min(kBatch, count - first);
     for (std::size_t i = 0; i < n; ++i) {
-      coords_[i].x = ndc[first + i].x;
-      coords_[i].y = ndc[first + i].y;
+      coords[i].x = points[first + i].x;
+      coords[i].y = points[first + i].y;
     }
-    view_.projection->generateRayGeometry(static_cast<unsigned>(n), coords_.data(), samples_.data(),
-                                          image, contexts_.data());
+    generateCameraRays(*projection, static_cast<unsigned>(n), coords.data(), sample, image,
+                       contexts.data());
     for (std::size_t i = 0; i < n; ++i) {
-      vela::RayContext& context = contexts_[i];
-      context.transform(originFromCamera_);
-      tarn::Ray<float>& ray = rays[first + i];
-      ray.origin = context.origin;
-      ray.direction = context.direction;
-      ray.minDistance = context.minDistance;
-      ray.maxDistance = context.maxDistance;
+      const RayContext& from = contexts[i];
+      rays[first + i] = {position, worldFromCamera.transformVector(Vec3<double>(from.origin)),
+                         Vec3<float>(worldFromCamera.transformVector(Vec3<double>(from.direction))),
+                         from.minDistance, from.maxDistance};
     }
   }
 }
@@ -210,4 +192,4 @@ float depthOf(const View& view, const Vec3<float>& direction, double distance) {
                             distance);
 }
 
-}  // namespace command
+}  // namespace vela::scene

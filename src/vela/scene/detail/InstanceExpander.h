@@ -1,63 +1,47 @@
 /// \file
-/// From prims to shapes: which ones are wanted, each read once, and the places that point
-/// instancers give them.
+/// The entries of point instancers.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
-#include "Scene.h"
-#include "ShapePrims.h"
 #include "ovo/Array.h"
 #include "ovo/Prim.h"
 #include "ovo/Stage.h"
 #include "ovo/Token.h"
 #include "tarn/Mat4.h"
 #include "tarn/Vec.h"
+#include "vela/scene/Problem.h"
+#include "vela/scene/SceneMeshes.h"
+#include "vela/scene/Work.h"
+#include "vela/scene/detail/ShapeReader.h"
 
-namespace command {
-
-/// Reads the shapes of prims into a list.
-class ShapeReader {
- public:
-  ShapeReader(MeshList& list, const MeshFilter& filter) : list_(list), filter_(filter) {}
-
-  [[nodiscard]] bool isWantedType(const ovo::Prim& prim) const;
-  [[nodiscard]] bool isWantedPurpose(const ovo::Token& purpose) const;
-  [[nodiscard]] bool isExcluded(const ovo::Prim& prim) const;
-
-  /// The place of the prim's shape in the list, read when it is asked for first. None for prims
-  /// without a shape, and for those whose shape cannot be shown, which are counted once.
-  std::optional<std::uint32_t> find(const ovo::Prim& prim);
-
- private:
-  MeshList& list_;
-  const MeshFilter& filter_;
-  ShapePrims shapePrims_;
-  std::unordered_map<ovo::Prim, std::optional<std::uint32_t>> known_;
-};
+namespace vela::scene::detail {
 
 /// Adds the entries of point instancers to a list.
 ///
 /// An instance's prototype stands at worldFromInstancer * T * R * S * its own transform. Prototypes
 /// may have many prims, other instancers among them; they may be `over`s and classes, which scenes
 /// keep out of sight that way. What hides a prim or gives it a purpose counts from the prototype's
-/// root down; above that it is the instancer's place in the scene that counts.
+/// root down; above that it is the instancer's own place in the scene that counts.
 class InstanceExpander {
  public:
+  /// All must outlive the expander.
   InstanceExpander(const ovo::Stage& stage, MeshList& list, const MeshFilter& filter,
-                   ShapeReader& shapes)
-      : stage_(stage), list_(list), filter_(filter), shapes_(shapes) {}
+                   ShapeReader& shapes, const Work& work)
+      : stage_(stage), list_(list), filter_(filter), shapes_(shapes), work_(work) {}
 
   /// \param parent  the instance that the instancer is part of
   /// \param purpose the instancer's
-  void expand(const ovo::Prim& instancer, const tarn::Mat4<double>& worldFromInstancer,
-              std::uint32_t parent, const ovo::Token& purpose);
+  /// \return false when the work was stopped or there are too many instances, see problem()
+  [[nodiscard]] bool expand(const ovo::Prim& instancer,
+                            const tarn::Mat4<double>& worldFromInstancer, std::uint32_t parent,
+                            const ovo::Token& purpose);
+  [[nodiscard]] const Problem& problem() const { return problem_; }
 
  private:
   // A prim of a prototype: a shape, or an instancer when there is none.
@@ -80,14 +64,17 @@ class InstanceExpander {
 
   const Instancer& read(const ovo::Prim& prim, const ovo::Token& purpose);
   std::vector<Part> partsOf(const ovo::Prim& root, const ovo::Token& purpose);
+  bool refuse(const ovo::Prim& instancer, const char* what);
 
   const ovo::Stage& stage_;
   MeshList& list_;
   const MeshFilter& filter_;
   ShapeReader& shapes_;
+  const Work& work_;
   std::map<std::pair<ovo::Prim, ovo::Token>, Instancer> known_;
   std::vector<ovo::Prim> open_;  // instancers being expanded, the outermost first
   std::size_t visited_ = 0;
+  Problem problem_;
 };
 
-}  // namespace command
+}  // namespace vela::scene::detail

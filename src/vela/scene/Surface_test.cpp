@@ -1,19 +1,21 @@
 // Values over faces: what a surface gives between its points.
+#include "vela/scene/Surface.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
 
-#include "Scene.h"
 #include "ovo/MeshPrim.h"
 #include "ovo/Stage.h"
 
 namespace {
 
-using command::Surface;
 using tarn::Vec3;
+using vela::scene::Surface;
 
 // A mesh of one face per polygon given, with colours of an interpolation.
 class OneMesh {
@@ -32,7 +34,8 @@ class OneMesh {
   }
   [[nodiscard]] ovo::MeshPrim& prim() { return prim_; }
   [[nodiscard]] Surface surface() const {
-    return Surface(command::readShape(prim_, tarn::defaultTimeValue()), tarn::defaultTimeValue());
+    return Surface(vela::scene::readShape(prim_, tarn::defaultTimeValue()),
+                   tarn::defaultTimeValue());
   }
 
  private:

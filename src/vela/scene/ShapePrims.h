@@ -3,16 +3,16 @@
 #pragma once
 
 #include <map>
-#include <string>
 #include <vector>
 
 #include "ovo/Array.h"
 #include "ovo/Prim.h"
 #include "tarn/Vec.h"
+#include "vela/Api.h"
 
-namespace command {
+namespace vela::scene {
 
-/// A mesh made of numbers. Faces are wound counter-clockwise seen from outside.
+/// A mesh that is in no scene file. Faces are wound counter-clockwise seen from outside.
 struct MadeMesh {
   ovo::Array<tarn::Vec3<float>> points;
   ovo::Array<int> counts, indices;
@@ -23,7 +23,15 @@ struct MadeMesh {
 ///
 /// Round ones have 128 sides, spheres 64 rows from pole to pole and the halves of capsules 32 each:
 /// their outlines stay within 0.0003 of the radius of the true ones.
-class ShapePrims {
+///
+/// \code
+///   const std::shared_ptr<ovo::Stage> stage = ovo::Stage::createInMemory();
+///   const ovo::Prim prim = stage->definePrim(ovo::Path("/Box"), ovo::Token("Cube"));
+///   vela::scene::ShapePrims shapes;
+///   vela::scene::MadeMesh mesh;
+///   assert(shapes.make(prim, tarn::defaultTimeValue(), mesh) && mesh.counts.size() == 6);
+/// \endcode
+class VELA_API ShapePrims {
  public:
   /// \param mesh replaced, when the prim is one of the shapes
   /// \return whether it is
@@ -33,4 +41,4 @@ class ShapePrims {
   std::map<std::vector<double>, MadeMesh> known_;  // by kind and measures
 };
 
-}  // namespace command
+}  // namespace vela::scene

@@ -1,4 +1,4 @@
-#include "Refine.h"
+#include "vela/scene/Refinement.h"
 
 #include <algorithm>
 #include <cmath>
@@ -6,12 +6,10 @@
 #include <string>
 #include <utility>
 
-#include "Failure.h"
-#include "Interrupt.h"
 #include "ovo/Subdivide.h"
 #include "ovo/Tokens.h"
 
-namespace command {
+namespace vela::scene {
 
 namespace {
 
@@ -46,25 +44,25 @@ double facesAt(const MeshList& list, int level) {
   return faces;
 }
 
-void refuseTooMany(const MeshList& list, int level) {
-  if (facesAt(list, level) <= kMostFaces) return;
+Problem tooManyFaces(const MeshList& list, int level) {
   const auto largest = std::max_element(list.shapes.begin(), list.shapes.end(),
                                         [level](const Shape& a, const Shape& b) {
                                           return (asksToBeRefined(a) ? facesAt(a, level) : 0) <
                                                  (asksToBeRefined(b) ? facesAt(b, level) : 0);
                                         });
-  int most = level - 1;
-  while (most > 0 && facesAt(list, most) > kMostFaces) --most;
-  throw Failure{kBadInput, "too many faces", largest->prim.getPath().asString(),
-                "level " + std::to_string(level) + " makes " +
-                    std::to_string(std::llround(facesAt(*largest, level))) + " of it and " +
-                    std::to_string(std::llround(facesAt(list, level))) +
-                    " of the scene, more than " + std::to_string(std::llround(kMostFaces)),
-                most > 0 ? "try --subdivide " + std::to_string(most)
-                         : "try --exclude " + largest->prim.getPath().asString()};
+  Problem problem{Problem::Kind::tooManyFaces, Problem::Severity::error,
+                  largest->prim.getPath().asString(),
+                  "level " + std::to_string(level) + " makes " +
+                      std::to_string(std::llround(facesAt(*largest, level))) + " of it and " +
+                      std::to_string(std::llround(facesAt(list, level))) +
+                      " of the scene, more than " + std::to_string(std::llround(kMostFaces))};
+  problem.levelThatFits = level - 1;
+  while (problem.levelThatFits > 0 && facesAt(list, problem.levelThatFits) > kMostFaces)
+    --problem.levelThatFits;
+  return problem;
 }
 
-std::string whyNot(const Shape& shape) {
+std::string whyNotRefined(const Shape& shape) {
   const ovo::Token scheme = shape.prim.getSubdivisionScheme();
   const ovo::Tokens& names = ovo::tokens();
   if (scheme == names.loop) {
@@ -113,7 +111,7 @@ bool refine(Shape& shape, double time, int level) {
   context.faceVertPointIndices = &shape.indices;
   context.points = &shape.points;
   context.sourceFaces = &made->sourceFaces;
-  context.placesOfPoints = &made->placesOfPoints;
+  context.placesOfPoints = &made->refinedPointOf;
   Colours colours = coloursOf(shape, time);
   if (colours.interpolation == names.vertex) context.pointVec3s.push_back(&colours.values);
   if (colours.interpolation == names.varying) context.linearPointVec3s.push_back(&colours.values);
@@ -136,16 +134,27 @@ bool refine(Shape& shape, double time, int level) {
 
 }  // namespace
 
-void refineShapes(MeshList& list, double time, int level) {
-  if (level < 1) return;
-  refuseTooMany(list, level);
-  for (Shape& shape : list.shapes) {
-    throwIfInterrupted();
+bool refineShapes(MeshList& list, double time, int level, Problem* problem, const Work& work) {
+  if (level < 1) return true;
+  if (facesAt(list, level) > kMostFaces) {
+    if (problem) *problem = tooManyFaces(list, level);
+    return false;
+  }
+  for (std::size_t i = 0; i < list.shapes.size(); ++i) {
+    if (work.isStopped()) {
+      if (problem) *problem = {Problem::Kind::stopped, Problem::Severity::error, "", "stopped"};
+      return false;
+    }
+    work.report(static_cast<double>(i) / static_cast<double>(list.shapes.size()));
+    Shape& shape = list.shapes[i];
     // What has no faces at the time has nothing to show either way.
     if (!asksToBeRefined(shape) || shape.points.empty() || shape.indices.empty()) continue;
     if (!refine(shape, time, level))
-      list.notRefined.push_back(shape.prim.getPath().asString() + ": " + whyNot(shape));
+      list.notRefined.push_back({Problem::Kind::notRefined, Problem::Severity::note,
+                                 shape.prim.getPath().asString(), whyNotRefined(shape)});
   }
+  work.report(1.0);
+  return true;
 }
 
 ovo::Array<Vec3<float>> spreadOverRefinedPoints(const Shape& shape, double time,
@@ -164,4 +173,4 @@ ovo::Array<Vec3<float>> spreadOverRefinedPoints(const Shape& shape, double time,
   return spread;
 }
 
-}  // namespace command
+}  // namespace vela::scene

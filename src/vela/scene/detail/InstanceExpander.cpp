@@ -1,16 +1,15 @@
-#include "Instances.h"
+#include "vela/scene/detail/InstanceExpander.h"
 
 #include <algorithm>
 #include <cmath>
 #include <string>
+#include <unordered_map>
 
-#include "Failure.h"
-#include "Interrupt.h"
 #include "ovo/PointInstancerPrim.h"
 #include "ovo/Tokens.h"
 #include "ovo/Xform.h"
 
-namespace command {
+namespace vela::scene::detail {
 
 namespace {
 
@@ -56,20 +55,26 @@ Mat4<double> InstanceExpander::Instancer::instancerFromInstance(std::size_t i) c
   return m;
 }
 
-void InstanceExpander::expand(const ovo::Prim& instancer, const Mat4<double>& worldFromInstancer,
+bool InstanceExpander::refuse(const ovo::Prim& instancer, const char* what) {
+  problem_ = {Problem::Kind::tooManyInstances, Problem::Severity::error,
+              instancer.getPath().asString(), what + std::to_string(kMostInstances)};
+  return false;
+}
+
+bool InstanceExpander::expand(const ovo::Prim& instancer, const Mat4<double>& worldFromInstancer,
                               std::uint32_t parent, const ovo::Token& purpose) {
   // An instancer that is part of its own prototype would never end.
   if (open_.size() >= kDeepest || std::find(open_.begin(), open_.end(), instancer) != open_.end())
-    return;
+    return true;
   open_.push_back(instancer);
   const Instancer& from = read(instancer, purpose);
 
   for (std::size_t i = 0; i < from.protoIndices.size(); ++i) {
-    if (++visited_ > kMostInstances)
-      throw Failure{kBadInput, "too many instances", instancer.getPath().asString(),
-                    "there are more than " + std::to_string(kMostInstances),
-                    "try --exclude " + instancer.getPath().asString()};
-    if (visited_ % 1024 == 0) throwIfInterrupted();
+    if (++visited_ > kMostInstances) return refuse(instancer, "there are more than ");
+    if (visited_ % 1024 == 0 && work_.isStopped()) {
+      problem_ = {Problem::Kind::stopped, Problem::Severity::error, "", "stopped"};
+      return false;
+    }
     if (!from.mask.empty() && !from.mask[i]) continue;
     const int prototype = from.protoIndices.cdata()[i];
     if (prototype < 0 || static_cast<std::size_t>(prototype) >= from.prototypes.size() ||
@@ -98,15 +103,14 @@ void InstanceExpander::expand(const ovo::Prim& instancer, const Mat4<double>& wo
       if (part.shape)
         list_.entries.push_back({ovo::MeshPrim(part.prim),
                                  worldFromInstance * part.instanceFromPart, *part.shape, number});
-      else
-        expand(part.prim, worldFromInstance * part.instanceFromPart, number, part.purpose);
+      else if (!expand(part.prim, worldFromInstance * part.instanceFromPart, number, part.purpose))
+        return false;
     }
     if (list_.entries.size() > kMostInstances)
-      throw Failure{kBadInput, "too many instances", instancer.getPath().asString(),
-                    "their parts are more than " + std::to_string(kMostInstances),
-                    "try --exclude " + instancer.getPath().asString()};
+      return refuse(instancer, "their parts are more than ");
   }
   open_.pop_back();
+  return true;
 }
 
 const InstanceExpander::Instancer& InstanceExpander::read(const ovo::Prim& prim,
@@ -198,4 +202,4 @@ std::vector<InstanceExpander::Part> InstanceExpander::partsOf(const ovo::Prim& r
   return parts;
 }
 
-}  // namespace command
+}  // namespace vela::scene::detail

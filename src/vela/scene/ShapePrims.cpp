@@ -1,4 +1,4 @@
-#include "ShapePrims.h"
+#include "vela/scene/ShapePrims.h"
 
 #include <cmath>
 #include <cstddef>
@@ -9,7 +9,7 @@
 #include "tarn/Box3.h"
 #include "vela/mesh/MeshBuilders.h"
 
-namespace command {
+namespace vela::scene {
 
 namespace {
 
@@ -215,4 +215,4 @@ bool ShapePrims::make(const ovo::Prim& prim, double time, MadeMesh& mesh) {
   return true;
 }
 
-}  // namespace command
+}  // namespace vela::scene

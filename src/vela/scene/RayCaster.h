@@ -1,0 +1,95 @@
+/// \file
+/// What the rays of a picture meet.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "tarn/Vec.h"
+#include "vela/Api.h"
+#include "vela/scene/ObjectSpace.h"
+#include "vela/scene/Problem.h"
+#include "vela/scene/SceneExtent.h"
+#include "vela/scene/SceneMeshes.h"
+#include "vela/scene/SurfaceHit.h"
+#include "vela/scene/Work.h"
+#include "vela/scene/WorldRay.h"
+
+namespace vela::scene {
+
+namespace detail {
+class LocalCaster;
+}
+
+/// Which structures answer the rays.
+enum class CasterKind {
+  /// SceneTracer: the true nearest hit, watertight, meshes as they are at the time; for pictures.
+  tracer,
+  /// HitDetector: what an application gets that picks with it, its tolerances and the points at the
+  /// default time included. Instances of point instancers, shape prims and refinement are not for
+  /// it: problems() says how many entries are left out.
+  hitDetector,
+};
+
+/// Casts rays of the world into the meshes of a list.
+///
+/// Inside, the tracer works in single precision about the middle of the extent. That serves the
+/// scene's size, not its distance from the world's zero point; it is why rays and hits are points
+/// in two parts.
+///
+/// Threads: const calls may run from any number of threads at once.
+///
+/// \code
+///   using namespace vela::scene;
+///   const std::shared_ptr<ovo::Stage> stage = ovo::Stage::open("examples/demo/demo.usda");
+///   const MeshFilter filter;
+///   const std::optional<MeshList> list = listMeshes(*stage, filter);
+///   const RayCaster caster(CasterKind::tracer, *list, extentOf(*list), filter.time);
+///
+///   WorldRay down;
+///   down.base = {0.0, 1000.0, 0.0};
+///   down.direction = {0.0f, -1.0f, 0.0f};
+///   down.maxDistance = 2000.0f;
+///   SurfaceHit hit;
+///   caster.intersect(&down, 1, &hit);
+///   assert(hit.hit && std::fabs(hit.position().y - (1000.0 - hit.distance)) < 1e-3);
+///   std::cout << nameOf(*list, hit.entry) << " at " << hit.position() << '\n';
+/// \endcode
+class VELA_API RayCaster {
+ public:
+  /// \param list   must outlive the caster
+  /// \param extent of the list
+  RayCaster(CasterKind kind, const MeshList& list, const Extent& extent, double time);
+  ~RayCaster();
+  RayCaster(RayCaster&&) noexcept;
+  RayCaster& operator=(RayCaster&&) noexcept;
+
+  /// The nearest hit of each ray; \p hits has room for \p count.
+  void intersect(const WorldRay* rays, std::size_t count, SurfaceHit* hits) const;
+  /// Whether anything lies in each ray's range; \p answers has room for \p count.
+  void occluded(const WorldRay* rays, std::size_t count, bool* answers) const;
+
+  /// All that the rays meet. In each entry a ray goes on behind what it met, at the next float. It
+  /// goes through entry by entry, so that surfaces which lie exactly on one another are all met.
+  ///
+  /// \param visit called with the number of the ray and each hit; ray after ray, the entries of a
+  ///              ray in no particular order
+  /// \return false when the work was stopped
+  bool intersectAll(const WorldRay* rays, std::size_t count,
+                    const std::function<void(std::size_t ray, const SurfaceHit& hit)>& visit,
+                    const Work& work = {}) const;
+
+  /// The space of an entry's shape, for this caster's hits on it.
+  [[nodiscard]] ObjectSpace objectSpace(std::size_t entry) const;
+
+  /// What the caster does not take, as notes.
+  [[nodiscard]] const std::vector<Problem>& problems() const;
+
+ private:
+  std::unique_ptr<detail::LocalCaster> local_;
+};
+
+}  // namespace vela::scene

@@ -1,0 +1,74 @@
+#include "vela/scene/SceneExtent.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstddef>
+#include <limits>
+#include <optional>
+
+namespace vela::scene {
+
+namespace {
+
+using tarn::Vec3;
+
+bool isFinite(const Vec3<float>& p) {
+  return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z);
+}
+
+}  // namespace
+
+Extent extentOf(const MeshList& list, const Work& work) {
+  // 98 directions, all over a cube's surface.
+  constexpr std::size_t kDirections = 98;
+  std::array<Vec3<double>, kDirections> directions, farthest;
+  std::array<double, kDirections> reach;
+  reach.fill(-std::numeric_limits<double>::infinity());
+  std::size_t next = 0;
+  for (int x = -2; x <= 2; ++x)
+    for (int y = -2; y <= 2; ++y)
+      for (int z = -2; z <= 2; ++z)
+        if (std::max({std::abs(x), std::abs(y), std::abs(z)}) == 2)
+          directions[next++] = Vec3<double>(x, y, z);
+
+  Extent extent;
+  const auto add = [&](const Vec3<double>& world) {
+    if (!std::isfinite(world.x) || !std::isfinite(world.y) || !std::isfinite(world.z)) return;
+    extent.box.extendBy(world);
+    for (std::size_t d = 0; d < kDirections; ++d) {
+      const double along = dot(world, directions[d]);
+      if (along > reach[d]) {
+        reach[d] = along;
+        farthest[d] = world;
+      }
+    }
+  };
+
+  std::vector<std::optional<tarn::Box3<double>>> boxes(list.shapes.size());
+  for (const MeshEntry& entry : list.entries) {
+    if (work.isStopped()) break;
+    const ovo::Array<Vec3<float>>& points = list.shapes[entry.shape].points;
+    if (entry.instance == kNoInstance) {
+      for (const Vec3<float>& p : points)
+        if (isFinite(p)) add(entry.worldFromObject.transformPoint(Vec3<double>(p)));
+      continue;
+    }
+    // Instances are too many for all their points.
+    std::optional<tarn::Box3<double>>& box = boxes[entry.shape];
+    if (!box) {
+      box.emplace();
+      for (const Vec3<float>& p : points)
+        if (isFinite(p)) box->extendBy(Vec3<double>(p));
+    }
+    if (box->isEmpty()) continue;
+    for (int i = 0; i < 8; ++i)
+      add(entry.worldFromObject.transformPoint({i & 1 ? box->max.x : box->min.x,
+                                                i & 2 ? box->max.y : box->min.y,
+                                                i & 4 ? box->max.z : box->min.z}));
+  }
+  if (!extent.box.isEmpty()) extent.outermost.assign(farthest.begin(), farthest.end());
+  return extent;
+}
+
+}  // namespace vela::scene

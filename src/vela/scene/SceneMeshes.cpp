@@ -1,0 +1,81 @@
+#include "vela/scene/SceneMeshes.h"
+
+#include "ovo/Tokens.h"
+#include "ovo/Xform.h"
+#include "vela/scene/Refinement.h"
+#include "vela/scene/detail/InstanceExpander.h"
+#include "vela/scene/detail/ShapeReader.h"
+
+namespace vela::scene {
+
+std::optional<MeshList> listMeshes(const ovo::Stage& stage, const MeshFilter& filter,
+                                   Problem* problem, const Work& work) {
+  const auto stopped = [&] {
+    if (problem) *problem = {Problem::Kind::stopped, Problem::Severity::error, "", "stopped"};
+    return std::nullopt;
+  };
+  MeshList list;
+  ovo::XformCache xforms(filter.time);
+  detail::ShapeReader shapes(list, filter);
+  detail::InstanceExpander instances(stage, list, filter, shapes, work);
+  const ovo::Tokens& names = ovo::tokens();
+
+  // Depth first, without recursion: scenes may be nested deeper than the process's stack.
+  std::vector<ovo::Prim> open, children;
+  const auto push = [&](const ovo::Prim& parent) {
+    parent.getChildren(children, true, false, true);
+    open.insert(open.end(), children.rbegin(), children.rend());
+  };
+  push(stage.getRootPrim());
+  while (!open.empty()) {
+    if (work.isStopped()) return stopped();
+    const ovo::Prim prim = open.back();
+    open.pop_back();
+    if (shapes.isExcluded(prim)) continue;
+
+    const bool isSeen = filter.withInvisible || prim.isVisible(filter.time);
+    // What lies below an instancer are its prototypes: drawn where they stand they would be strays.
+    if (prim.getTypeName() == names.PointInstancer) {
+      if (isSeen &&
+          !instances.expand(prim, xforms.getLocalToWorld(prim), kNoInstance, prim.purpose())) {
+        if (problem) *problem = instances.problem();
+        return std::nullopt;
+      }
+      continue;
+    }
+    if (isSeen && shapes.isWantedType(prim) && shapes.isWantedPurpose(prim.purpose()))
+      if (const std::optional<std::uint32_t> shape = shapes.find(prim))
+        list.entries.push_back(
+            {ovo::MeshPrim(prim), xforms.getLocalToWorld(prim), *shape, kNoInstance});
+    push(prim);
+  }
+  if (!refineShapes(list, filter.time, filter.subdivisionLevel, problem, work)) return std::nullopt;
+  return list;
+}
+
+std::vector<Problem> MeshList::problems() const {
+  using Kind = Problem::Kind;
+  constexpr Problem::Severity kNote = Problem::Severity::note;
+  std::vector<Problem> problems;
+  if (badInstances > 0)
+    problems.push_back(
+        {Kind::badInstances, kNote, "", "no prototype or no position", badInstances});
+  problems.insert(problems.end(), notRefined.begin(), notRefined.end());
+  for (const auto& [type, count] : notShown)
+    problems.push_back({Kind::notShown, kNote, type, "prims of this type cannot be shown", count});
+  return problems;
+}
+
+std::string nameOf(const MeshList& list, std::size_t entry) {
+  const MeshEntry& from = list.entries[entry];
+  const ovo::Path& path = from.prim.getPath();
+  std::string indices;
+  for (std::uint32_t i = from.instance; i != kNoInstance; i = list.instances[i].parent) {
+    const ovo::Path& instancer = list.instancers[list.instances[i].instancer].getPath();
+    const std::string named = path.hasPrefix(instancer) ? "" : instancer.asString() + " ";
+    indices.insert(0, "[" + named + std::to_string(list.instances[i].index) + "]");
+  }
+  return path.asString() + indices;
+}
+
+}  // namespace vela::scene

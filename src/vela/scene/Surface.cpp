@@ -1,0 +1,326 @@
+#include "vela/scene/Surface.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+#include "ovo/Tokens.h"
+#include "vela/scene/Refinement.h"
+
+namespace vela::scene {
+
+namespace {
+
+using tarn::Vec3;
+
+constexpr Vec3<float> kNeutral{0.5f, 0.5f, 0.5f};
+
+}  // namespace
+
+Surface::Surface(const Shape& shape, double time, bool smooth) : shape_(shape), time_(time) {
+  const ovo::Tokens& names = ovo::tokens();
+
+  // A face of a negative count takes no room: the tracer never reports it, and later faces keep
+  // their places.
+  starts_.reserve(shape_.counts.size());
+  std::size_t start = 0;
+  for (const int count : static_cast<const ovo::Array<int>&>(shape_.counts)) {
+    starts_.push_back(start);
+    if (count > 0) start += static_cast<std::size_t>(count);
+  }
+
+  // A refined mesh has colours of its own, and none of the normals that the scene has for the
+  // unrefined one.
+  if (shape.refinement) {
+    colours_.values = shape.refinement->colours;
+    colours_.spread = spreadOf(shape.refinement->colourInterpolation, colours_.values.size());
+    smoothNormals();
+    return;
+  }
+
+  const ovo::Primvar colour = shape.prim.findInheritedPrimvar(names.displayColor);
+  if (colour.isValid() && colour.computeFlattened(colours_.values, time))
+    colours_.spread = spreadOf(colour.interpolation(), colours_.values.size());
+
+  // The faces of a made mesh are not known to the scene: its values cannot be meant for them one by
+  // one.
+  if (!shape.prim.isValid()) {
+    colours_.spread = colours_.values.empty() ? Spread::none : Spread::constant;
+    normals_.values = shape.normals;
+    normals_.spread = spreadOf(names.faceVarying, normals_.values.size());
+    return;
+  }
+
+  ovo::Token interpolation;
+  if (shape.prim.getNormals(normals_.values, interpolation, time))
+    normals_.spread = spreadOf(interpolation, normals_.values.size());
+  if (normals_.spread == Spread::none &&
+      (smooth || shape.prim.getSubdivisionScheme() != names.none))
+    smoothNormals();
+}
+
+std::size_t Surface::triangleCount() const {
+  std::size_t triangles = 0;
+  for (const int count : static_cast<const ovo::Array<int>&>(shape_.counts))
+    if (count > 2) triangles += static_cast<std::size_t>(count) - 2;
+  return triangles;
+}
+
+// Values whose number does not fit their interpolation are not used: which of them belongs where is
+// not known.
+Surface::Spread Surface::spreadOf(const ovo::Token& interpolation, std::size_t count) const {
+  const ovo::Tokens& names = ovo::tokens();
+  if (count == 0) return Spread::none;
+  if (interpolation == names.constant) return Spread::constant;
+  if (interpolation == names.uniform)
+    return count >= shape_.counts.size() ? Spread::face : Spread::none;
+  if (interpolation == names.vertex || interpolation == names.varying)
+    return count >= shape_.points.size() ? Spread::point : Spread::none;
+  if (interpolation == names.faceVarying)
+    return count >= shape_.indices.size() ? Spread::corner : Spread::none;
+  return Spread::none;
+}
+
+Vec3<float> Surface::at(const Values& values, int face, const Vec3<float>& objectPoint) const {
+  const auto f = static_cast<std::size_t>(face);
+  const Vec3<float>* data = values.values.cdata();
+  if (values.spread == Spread::constant) return data[0];
+  if (values.spread == Spread::face) return data[f];
+
+  Weights weights;
+  weigh(face, objectPoint, weights);
+  const int* corners = shape_.indices.cdata() + starts_[f];
+  Vec3<double> sum;
+  for (std::size_t i = 0; i < weights.count; ++i)
+    if (weights.data[i] != 0.0)
+      sum +=
+          Vec3<double>(values.spread == Spread::point ? data[static_cast<std::size_t>(corners[i])]
+                                                      : data[starts_[f] + i]) *
+          weights.data[i];
+  return Vec3<float>(sum);
+}
+
+// Mean value coordinates, which add up to 1.
+void Surface::weigh(int face, const Vec3<float>& objectPoint, Weights& weights) const {
+  const auto f = static_cast<std::size_t>(face);
+  const std::size_t count = static_cast<std::size_t>(shape_.counts[f]);
+  const int* corners = shape_.indices.cdata() + starts_[f];
+  weights.start(count);
+
+  // Corners as seen from the point. On a corner, or on the edge between two, only those count.
+  struct Corner {
+    Vec3<double> direction;
+    double length;
+  };
+  std::array<Corner, 16> few;
+  std::vector<Corner> many;
+  Corner* seen = few.data();
+  if (count > few.size()) {
+    many.resize(count);
+    seen = many.data();
+  }
+  const Vec3<double> p(objectPoint);
+  double size = 0.0;
+  for (std::size_t i = 0; i < count; ++i) {
+    seen[i].direction = Vec3<double>(shape_.points[static_cast<std::size_t>(corners[i])]) - p;
+    seen[i].length = seen[i].direction.length();
+    size = std::max(size, seen[i].length);
+  }
+  const auto only = [&](std::size_t i) {
+    std::fill_n(weights.data, count, 0.0);
+    weights.data[i] = 1.0;
+  };
+  if (!(size > 0.0) || !std::isfinite(size)) return only(0);
+  for (std::size_t i = 0; i < count; ++i)
+    if (seen[i].length <= 1e-7 * size) return only(i);
+
+  // The weight of a corner is the sum of tan(half angle) to both neighbours, over its distance. The
+  // sign of an angle comes from the polygon's own normal, so that concave corners count right.
+  Vec3<double> normal;
+  for (std::size_t i = 0; i < count; ++i)
+    normal += cross(seen[i].direction, seen[(i + 1) % count].direction);
+  const auto halfTangent = [&](std::size_t i, std::size_t j, bool& onEdge) {
+    const double cosine = dot(seen[i].direction, seen[j].direction);
+    const double sine = dot(cross(seen[i].direction, seen[j].direction), normal) < 0.0
+                            ? -cross(seen[i].direction, seen[j].direction).length()
+                            : cross(seen[i].direction, seen[j].direction).length();
+    const double product = seen[i].length * seen[j].length;
+    onEdge = product + cosine <= 1e-12 * product;
+    return onEdge ? 0.0 : sine / (product + cosine);
+  };
+  bool onEdge = false;
+  double before = halfTangent(count - 1, 0, onEdge);
+  const auto edge = [&](std::size_t i, std::size_t j) {
+    const double t = seen[i].length / (seen[i].length + seen[j].length);
+    only(i);
+    weights.data[i] = 1.0 - t;
+    weights.data[j] = t;
+  };
+  if (onEdge) return edge(count - 1, 0);
+  double sum = 0.0;
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::size_t j = (i + 1) % count;
+    const double after = halfTangent(i, j, onEdge);
+    if (onEdge) return edge(i, j);
+    weights.data[i] = (before + after) / seen[i].length;
+    sum += weights.data[i];
+    before = after;
+  }
+  if (sum == 0.0) return only(0);
+  for (std::size_t i = 0; i < count; ++i) weights.data[i] /= sum;
+}
+
+// Hanika, Hacking the Shadow Terminator, Ray Tracing Gems II, 2021.
+bool Surface::findSmooth(int face, const Vec3<float>& objectPoint, bool seenFromBehind,
+                         Vec3<float>& toSmooth) const {
+  if (normals_.spread != Spread::point && normals_.spread != Spread::corner) return false;
+  const auto f = static_cast<std::size_t>(face);
+  Weights weights;
+  weigh(face, objectPoint, weights);
+  const int* corners = shape_.indices.cdata() + starts_[f];
+  const Vec3<float>* normals = normals_.values.cdata();
+  const auto place = [&](std::size_t i) {
+    return Vec3<double>(shape_.points[static_cast<std::size_t>(corners[i])]);
+  };
+  Vec3<double> flat;
+  for (std::size_t i = 1; i + 1 < weights.count; ++i)
+    flat += cross(place(i) - place(0), place(i + 1) - place(0));
+  if (shape_.leftHanded) flat = -flat;
+  flat.normalize();
+  Vec3<double> sum;
+  for (std::size_t i = 0; i < weights.count; ++i) {
+    const auto point = static_cast<std::size_t>(corners[i]);
+    Vec3<double> normal =
+        Vec3<double>(normals[normals_.spread == Spread::point ? point : starts_[f] + i])
+            .normalized();
+    if (!(dot(normal, flat) > 0.7)) return false;
+    if (seenFromBehind) normal = -normal;
+    const double above = dot(Vec3<double>(objectPoint) - place(i), normal);
+    if (above < 0.0 && weights.data[i] > 0.0) sum -= normal * (above * weights.data[i]);
+  }
+  toSmooth = Vec3<float>(sum);
+  return true;
+}
+
+Vec3<float> Surface::colour(int face, const Vec3<float>& objectPoint) const {
+  return colours_.spread == Spread::none ? kNeutral : at(colours_, face, objectPoint);
+}
+
+Vec3<float> Surface::normal(int face, const Vec3<float>& objectPoint) const {
+  return at(normals_, face, objectPoint);
+}
+
+void Surface::setSelection(bool whole, const std::vector<float>& faces,
+                           const std::vector<float>& points) {
+  isSelected_ = whole;
+  selectedFaces_ = faces;
+  if (points.empty()) return;
+  const std::size_t count =
+      shape_.refinement ? shape_.refinement->points.size() : shape_.points.size();
+  selectedPoints_.values.assign(count, Vec3<float>());
+  Vec3<float>* out = selectedPoints_.values.data();
+  for (std::size_t i = 0; i < std::min(points.size(), count); ++i)
+    out[i] = Vec3<float>(std::clamp(points[i], 0.0f, 1.0f));
+  if (shape_.refinement)
+    selectedPoints_.values = spreadOverRefinedPoints(shape_, time_, selectedPoints_.values);
+  selectedPoints_.spread = Spread::point;
+}
+
+float Surface::selection(int face, const Vec3<float>& objectPoint) const {
+  if (isSelected_) return 1.0f;
+  const auto f = static_cast<std::size_t>(shape_.sceneFace(face));
+  const float ofFace = f < selectedFaces_.size() ? std::clamp(selectedFaces_[f], 0.0f, 1.0f) : 0.0f;
+  const float ofPoints =
+      selectedPoints_.spread == Spread::none ? 0.0f : at(selectedPoints_, face, objectPoint).x;
+  return std::max(ofFace, ofPoints);
+}
+
+// Sums of the faces' normals, weighted by area (Newell's sum), at each point. Where edges may be
+// sharp each corner has its own sum, of the faces around its point that are turned little from its
+// own.
+void Surface::smoothNormals() {
+  const ovo::Array<Vec3<float>>& points = shape_.points;
+  const std::size_t faces = shape_.counts.size();
+  const auto cornersOf = [&](std::size_t f) {
+    const int count = shape_.counts.cdata()[f];
+    if (count < 3 || starts_[f] + static_cast<std::size_t>(count) > shape_.indices.size())
+      return std::size_t{0};
+    const int* corners = shape_.indices.cdata() + starts_[f];
+    const auto isUsable = [&](int i) {
+      return i >= 0 && static_cast<std::size_t>(i) < points.size();
+    };
+    return std::all_of(corners, corners + count, isUsable) ? static_cast<std::size_t>(count)
+                                                           : std::size_t{0};
+  };
+  const auto areaOf = [&](std::size_t f, std::size_t count) {
+    const int* corners = shape_.indices.cdata() + starts_[f];
+    const auto place = [&](std::size_t i) {
+      return Vec3<double>(points[static_cast<std::size_t>(corners[i])]);
+    };
+    Vec3<double> area;
+    for (std::size_t i = 1; i + 1 < count; ++i)
+      area += cross(place(i) - place(0), place(i + 1) - place(0));
+    return shape_.leftHanded ? -area : area;
+  };
+
+  if (!mayHaveSharpEdges()) {
+    std::vector<Vec3<double>> sums(points.size());
+    for (std::size_t f = 0; f < faces; ++f) {
+      const std::size_t count = cornersOf(f);
+      const Vec3<double> area = areaOf(f, count);
+      for (std::size_t i = 0; i < count; ++i)
+        sums[static_cast<std::size_t>(shape_.indices.cdata()[starts_[f] + i])] += area;
+    }
+    normals_.values.resize(sums.size());
+    Vec3<float>* out = normals_.values.data();
+    for (std::size_t i = 0; i < sums.size(); ++i) out[i] = Vec3<float>(sums[i].normalized());
+    normals_.spread = Spread::point;
+    return;
+  }
+
+  // The faces around each point: those of point p are facesAt[first[p]] up to facesAt[first[p +
+  // 1]].
+  std::vector<Vec3<double>> areas(faces);
+  std::vector<std::size_t> first(points.size() + 2, 0);
+  for (std::size_t f = 0; f < faces; ++f) {
+    const std::size_t count = cornersOf(f);
+    areas[f] = areaOf(f, count);
+    for (std::size_t i = 0; i < count; ++i)
+      ++first[static_cast<std::size_t>(shape_.indices.cdata()[starts_[f] + i]) + 2];
+  }
+  for (std::size_t p = 2; p < first.size(); ++p) first[p] += first[p - 1];
+  std::vector<std::uint32_t> facesAt(first.back());
+  for (std::size_t f = 0; f < faces; ++f)
+    for (std::size_t i = 0, count = cornersOf(f); i < count; ++i)
+      facesAt[first[static_cast<std::size_t>(shape_.indices.cdata()[starts_[f] + i]) + 1]++] =
+          static_cast<std::uint32_t>(f);
+
+  constexpr double kSharp = 0.6;  // the cosine of 53 degrees
+  normals_.values.resize(shape_.indices.size());
+  Vec3<float>* out = normals_.values.data();
+  for (std::size_t f = 0; f < faces; ++f) {
+    const double length = areas[f].length();
+    for (std::size_t i = 0, count = cornersOf(f); i < count; ++i) {
+      const auto p = static_cast<std::size_t>(shape_.indices.cdata()[starts_[f] + i]);
+      Vec3<double> sum;
+      for (std::size_t k = first[p]; k < first[p + 1]; ++k)
+        if (dot(areas[facesAt[k]], areas[f]) >= kSharp * length * areas[facesAt[k]].length())
+          sum += areas[facesAt[k]];
+      out[starts_[f] + i] = Vec3<float>(sum.normalized());
+    }
+  }
+  normals_.spread = Spread::corner;
+}
+
+// A surface that refinement makes smooth everywhere has none.
+bool Surface::mayHaveSharpEdges() const {
+  if (!shape_.refinement || shape_.prim.getSubdivisionScheme() == ovo::tokens().bilinear)
+    return true;
+  ovo::Array<float> creases, corners;
+  const ovo::Tokens& names = ovo::tokens();
+  shape_.prim.getAttr(names.creaseSharpnesses).get(creases, time_);
+  shape_.prim.getAttr(names.cornerSharpnesses).get(corners, time_);
+  return !creases.empty() || !corners.empty();
+}
+
+}  // namespace vela::scene

@@ -1,0 +1,115 @@
+/// \file
+/// The values of a mesh between its points: colours, normals, selection.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <vector>
+
+#include "ovo/Array.h"
+#include "ovo/Token.h"
+#include "tarn/Vec.h"
+#include "vela/Api.h"
+#include "vela/scene/Shape.h"
+
+namespace vela::scene {
+
+/// A shape's data for shading, read once.
+///
+/// Values at a point of a face are mixed by mean value coordinates (Hormann and Floater, ACM TOG
+/// 25(4), 2006). These are the barycentric ones in a triangle, leave no seam along a quad's
+/// diagonal and hold for any polygon. Values whose number does not fit their interpolation are not
+/// used: which of them belongs where is not known.
+///
+/// Faces are those of the shape, refined ones when it is refined; points are in the object's space.
+/// A face must be one that a ray can hit: its indices are not checked again.
+///
+/// Threads: const calls may run from any number of threads at once.
+///
+/// \code
+///   const std::shared_ptr<ovo::Stage> stage = ovo::Stage::createInMemory();
+///   ovo::MeshPrim prim = ovo::MeshPrim::define(stage, ovo::Path("/Square"));
+///   prim.setPoints({{0, 0, 0}, {2, 0, 0}, {2, 2, 0}, {0, 2, 0}});
+///   prim.createFaceVertexCountsAttr().set(ovo::Array<int>{4});
+///   prim.createFaceVertexIndicesAttr().set(ovo::Array<int>{0, 1, 2, 3});
+///   prim.createPrimvar(ovo::Token("displayColor"), "color3f[]", ovo::Token("vertex"))
+///       .set(ovo::Array<tarn::Vec3<float>>{{0, 0, 0}, {1, 0, 0}, {1, 0, 1}, {0, 0, 1}});
+///
+///   const double time = tarn::defaultTimeValue();
+///   const vela::scene::Surface surface(vela::scene::readShape(prim, time), time);
+///   const tarn::Vec3<float> colour = surface.colour(0, {0.5f, 1.0f, 0.0f});
+///   assert(std::fabs(colour.x - 0.25f) < 1e-6f && std::fabs(colour.z - 0.5f) < 1e-6f);
+/// \endcode
+class VELA_API Surface {
+ public:
+  /// \param smooth makes normals for polygon meshes that have none, too
+  Surface(const Shape& shape, double time, bool smooth = false);
+
+  /// displayColor at a point of the face; a neutral grey where the scene has none.
+  [[nodiscard]] tarn::Vec3<float> colour(int face, const tarn::Vec3<float>& objectPoint) const;
+  /// True when the scene gives the mesh a colour.
+  [[nodiscard]] bool hasOwnColour() const noexcept { return colours_.spread != Spread::none; }
+
+  /// True when there are normals to shade with beside the faces': the scene's own, or those of a
+  /// smooth surface.
+  [[nodiscard]] bool hasOwnNormals() const noexcept { return normals_.spread != Spread::none; }
+  /// That normal, in object space, pointing out, of any length; only where hasOwnNormals().
+  [[nodiscard]] tarn::Vec3<float> normal(int face, const tarn::Vec3<float>& objectPoint) const;
+
+  /// The vector, in object space, from a point of the face to the smooth surface that its corners'
+  /// normals suggest: zero where that surface lies behind the face. A ray to a light starts there,
+  /// or flat faces would shade each other along the terminator.
+  ///
+  /// \return false, with \p toSmooth untouched, when a corner's normal leans more than 45 degrees:
+  ///         a mesh that coarse suggests nothing
+  bool findSmooth(int face, const tarn::Vec3<float>& objectPoint, bool seenFromBehind,
+                  tarn::Vec3<float>& toSmooth) const;
+
+  /// What is selected of the scene's mesh: all of it, or a value from 0 to 1 for each face or each
+  /// point; short lists end in zeros.
+  void setSelection(bool whole, const std::vector<float>& faces, const std::vector<float>& points);
+  /// How much of a selection there is at a point of the face, 0 to 1.
+  [[nodiscard]] float selection(int face, const tarn::Vec3<float>& objectPoint) const;
+
+  [[nodiscard]] bool isLeftHanded() const noexcept { return shape_.leftHanded; }
+  [[nodiscard]] std::size_t faceCount() const noexcept { return shape_.counts.size(); }
+  /// Faces of the mesh that are triangles, when cut: n - 2 for each face of n corners.
+  [[nodiscard]] std::size_t triangleCount() const;
+
+ private:
+  enum class Spread { none, constant, face, point, corner };
+  struct Values {
+    Spread spread = Spread::none;
+    ovo::Array<tarn::Vec3<float>> values;
+  };
+
+  // How much each corner of a face counts at a point of it.
+  struct Weights {
+    std::array<double, 16> few;
+    std::vector<double> many;
+    double* data = few.data();
+    std::size_t count = 0;
+    void start(std::size_t n) {
+      count = n;
+      if (n <= few.size()) return;
+      many.resize(n);
+      data = many.data();
+    }
+  };
+  void weigh(int face, const tarn::Vec3<float>& objectPoint, Weights& weights) const;
+
+  [[nodiscard]] Spread spreadOf(const ovo::Token& interpolation, std::size_t count) const;
+  [[nodiscard]] tarn::Vec3<float> at(const Values& values, int face,
+                                     const tarn::Vec3<float>& objectPoint) const;
+  void smoothNormals();
+  [[nodiscard]] bool mayHaveSharpEdges() const;
+
+  Shape shape_;
+  double time_;
+  std::vector<std::size_t> starts_;  // where each face begins in the indices
+  Values colours_, normals_, selectedPoints_;
+  std::vector<float> selectedFaces_;
+  bool isSelected_ = false;
+};
+
+}  // namespace vela::scene

@@ -1,0 +1,97 @@
+/// \file
+/// The camera of a picture: which one, its lens, the size; rays for its pixels.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "ovo/Path.h"
+#include "ovo/Stage.h"
+#include "tarn/Mat4.h"
+#include "tarn/Vec.h"
+#include "vela/Api.h"
+#include "vela/camera/Camera.h"
+#include "vela/camera/LensProjection.h"
+#include "vela/scene/Problem.h"
+#include "vela/scene/SceneExtent.h"
+#include "vela/scene/Work.h"
+#include "vela/scene/WorldRay.h"
+
+namespace vela::scene {
+
+struct ViewOptions {
+  ovo::Path camera;  ///< empty: the first camera of the scene, or a view of all of it
+  /// LensProjection::none: as the camera is.
+  LensProjection lens = LensProjection::none;
+  int width = 0, height = 0;  ///< pixels; 0: 1280 x 720, for the spherical lens 1280 x 640
+  double time = 0.0;
+};
+
+/// A camera placed in the world, its lens and the size of the picture.
+///
+/// Pixel (0, 0) is top left. Pixel (px, py) has its centre at NDC x = 2 (px + 0.5) / W - 1; NDC y
+/// has x's unit, so that it runs over +-H / W, up.
+///
+/// Threads: const calls may run from any number of threads at once.
+///
+/// \code
+///   using namespace vela::scene;
+///   const std::shared_ptr<ovo::Stage> stage = ovo::Stage::open("examples/demo/demo.usda");
+///   ViewOptions options;
+///   options.width = 640;
+///   options.height = 360;
+///   const std::optional<View> view = makeView(*stage, options, Extent());
+///   assert(view && view->lens == vela::LensProjection::perspective);
+///
+///   // The ray of pixel (320, 200).
+///   const tarn::Vec2<float> point = view->ndc(320 + 0.5, 200 + 0.5);
+///   WorldRay ray;
+///   view->makeRays(&point, 1, &ray);
+///   assert(std::fabs(ray.direction.length() - 1.0f) < 1e-6f);
+/// \endcode
+struct VELA_API View {
+  ovo::Path camera;  ///< of the prim; empty for a view that was made up
+  LensProjection lens = LensProjection::perspective;
+  std::unique_ptr<LensProjectionFunction> projection;
+  Camera::Sample sample;               ///< derived values included
+  tarn::Mat4<double> worldFromCamera;  ///< without any scale that the prim has
+  tarn::Vec3<double> up;               ///< the scene's
+  int width = 0, height = 0;
+  std::vector<Problem> problems;  ///< a camera that was passed over, as a warning
+
+  /// NDC of a point of the picture, in pixels from the top left corner.
+  [[nodiscard]] tarn::Vec2<float> ndc(double x, double y) const;
+
+  /// Makes rays through points of the picture.
+  ///
+  /// \param points `count` points of the picture, NDC
+  /// \param rays   has room for `count`; directions have unit length, distances are scene units. A
+  ///               ray's base is the camera's position
+  void makeRays(const tarn::Vec2<float>* points, std::size_t count, WorldRay* rays) const;
+};
+
+/// Settles camera, lens and size.
+///
+/// A camera without a film or a focal length, or with a placement that has no inverse, cannot be
+/// used. The scene's first one is passed over then, with a warning in View::problems.
+///
+/// \param extent  of what the picture shows
+/// \param problem on failure: noSuchCamera or unusableCamera, of the camera that the options name;
+///                stopped. Else untouched
+/// \return nothing on failure
+[[nodiscard]] VELA_API std::optional<View> makeView(const ovo::Stage& stage,
+                                                    const ViewOptions& options,
+                                                    const Extent& extent,
+                                                    Problem* problem = nullptr,
+                                                    const Work& work = {});
+
+/// Depth of a hit: along the camera's axis for the linear lenses, from the camera for the round
+/// ones.
+///
+/// \param direction the ray's, \p distance in its units
+[[nodiscard]] VELA_API float depthOf(const View& view, const tarn::Vec3<float>& direction,
+                                     double distance);
+
+}  // namespace vela::scene

@@ -1,0 +1,25 @@
+/// \file
+/// Rays in world space, as views make them and ray casters take them.
+#pragma once
+
+#include "tarn/Vec.h"
+
+namespace vela::scene {
+
+/// A ray in world space. It starts at the point base + offset.
+///
+/// The two are kept apart because their sum, rounded to a double, would cost rays their precision
+/// in scenes that stand far from the world's zero point. Whoever has a plain point gives it as the
+/// base.
+///
+/// Directions need not have unit length; distances are multiples of them. The range is closed at
+/// both ends.
+struct WorldRay {
+  tarn::Vec3<double> base;
+  tarn::Vec3<double> offset;
+  tarn::Vec3<float> direction;
+  float minDistance = 0.0f;
+  float maxDistance = 0.0f;
+};
+
+}  // namespace vela::scene
