@@ -312,7 +312,7 @@ std::string runCommand(const std::string& arguments) {
 }
 
 TEST_F(Pictures, PickSaysOfAPixelWhatThePictureHas) {
-  const std::string scene = std::string(VELA_SOURCE_DIR) + "/examples/demo/demo.usda";
+  const std::string scene = vela_test::sourcePath("examples/demo/demo.usda");
   for (const char* lens : {"perspective", "spherical"}) {
     RenderOptions options;
     options.samples = 4;

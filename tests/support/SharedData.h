@@ -1,6 +1,6 @@
 /// \file
-/// Real scenes that are not part of the project: tests read them where they lie and pass over
-/// themselves where they do not.
+/// Where tests find files: the project's own, and real scenes that are not part of it. Tests read
+/// those where they lie and pass over themselves where they do not.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,6 +8,9 @@
 #include <string>
 
 namespace vela_test {
+
+/// Full path of a file of the project.
+std::string sourcePath(const std::string& relative);
 
 /// Full path of a file below the shared data folder (`VELA_SHARED_DATA`, else the folder beside the
 /// checkout).

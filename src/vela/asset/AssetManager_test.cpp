@@ -6,6 +6,7 @@
 #include <regex>
 
 #include "support/ChildProcess.h"
+#include "support/SharedData.h"
 #include "vela/asset/AssetInfo.h"
 
 namespace {
@@ -246,7 +247,7 @@ TEST_F(PythonAssetProcess, PythonManagerResolvesVersionsAndPercentEncodedPaths) 
 }
 
 TEST_F(PythonAssetProcess, ShippedLibraryKnowsTheDemoScene) {
-  const std::string examples = VELA_SOURCE_DIR "/examples";
+  const std::string examples = vela_test::sourcePath("examples");
   environment_["OPENASSETIO_DEFAULT_CONFIG"] = examples + "/assets/openassetio.toml";
   EXPECT_EQ(run({python_, "setup=", "location=bal:///demo/still-life"}).out,
             "1 " + examples + "/demo/demo.usda\n");

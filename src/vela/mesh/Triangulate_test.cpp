@@ -11,6 +11,8 @@
 #include <sstream>
 #include <string>
 
+#include "support/SharedData.h"
+
 using tarn::Vec3;
 using vela::Triangulate;
 using vela::triangulatePolygon;
@@ -221,7 +223,7 @@ struct Case {
 };
 
 std::vector<Case> readCorpus() {
-  std::ifstream file(std::string(VELA_SOURCE_DIR) + "/src/vela/mesh/polygons.txt");
+  std::ifstream file(vela_test::sourcePath("src/vela/mesh/polygons.txt"));
   std::vector<Case> cases;
   for (std::string line; std::getline(file, line);) {
     if (line.empty() || line[0] == '#') continue;

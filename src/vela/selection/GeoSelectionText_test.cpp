@@ -13,6 +13,7 @@
 
 #include "fuzz/ReferenceSelectionText.h"
 #include "support/ChildProcess.h"
+#include "support/SharedData.h"
 #include "vela/selection/GeoSelection.h"
 
 namespace {
@@ -545,7 +546,7 @@ std::string unescaped(const std::string& text) {
 }
 
 TEST(SelectionCorpus, EveryTextGivesItsErrorLine) {
-  std::ifstream corpus(VELA_SOURCE_DIR "/src/vela/selection/selections.txt");
+  std::ifstream corpus(vela_test::sourcePath("src/vela/selection/selections.txt"));
   int count = 0;
   for (std::string line; std::getline(corpus, line);) {
     if (line.empty() || line[0] == '#') continue;
