@@ -136,6 +136,8 @@ void expectScalarBits(const float* fa, const float* fb, const double* da, const 
   }
   EXPECT_EQ(any, r.anyLess);
   EXPECT_EQ(all, r.allLess);
+  for (std::size_t k = 0; k < 4; ++k) EXPECT_TRUE(same(fa[N - 4 + k], r.lastQuad[k]));
+  EXPECT_LANES(fb[k], r.fromQuads)
   if constexpr (N >= 8) {
     for (std::size_t k = 0; k < N / 2; ++k) {
       EXPECT_TRUE(same(fa[k], r.lowerHalf[k]));
@@ -261,6 +263,7 @@ void expectAcross(Compute compute) {
   expectRow({1, 5, 2, 6, 3, 7, kNaN, 8}, r.interleaved);
   expectRow({1, 2, 3, 0}, r.three);
   expectRow({1, 2}, r.two);
+  expectRow({3, 6, 1, 8}, r.four);
   EXPECT_EQ(5.0f, r.first);
   expectRow({1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15, kNaN, 8, 12, 16}, r.transposed);
 }

@@ -18,7 +18,8 @@ struct Results {
   unsigned less, lessEqual, greater, greaterEqual, equal, unequal;
   unsigned both, either, butNot, inverse;
   bool anyLess, allLess;
-  Floats lowerHalf, upperHalf, swapped;
+  Floats lowerHalf, upperHalf, swapped, fromQuads;
+  float lastQuad[4];
   unsigned swappedMask;
   Ints joinedI;
 
@@ -66,6 +67,10 @@ inline void compute(const float* fa, const float* fb, const double* da, const do
   r.inverse = bits(~less);
   r.anyLess = any(less);
   r.allLess = all(less);
+  quad<N / 4 - 1>(a).store(r.lastQuad);
+  FloatLanes<4> quads[N / 4];
+  for (std::size_t q = 0; q < N / 4; ++q) quads[q] = FloatLanes<4>::load(fb + 4 * q);
+  fromQuads<N>(quads).store(r.fromQuads);
   if constexpr (N >= 8) {
     lower(a).store(r.lowerHalf);
     upper(a).store(r.upperHalf);
@@ -127,7 +132,7 @@ inline void compute(const float* fa, const float* fb, const double* da, const do
 
 /// For four floats: what each operation across lanes gives.
 struct AcrossResults {
-  float shuffled[4], interleaved[8], three[4], two[2], transposed[16], first;
+  float shuffled[4], interleaved[8], three[4], two[2], transposed[16], four[4], first;
 };
 
 inline void computeAcross(const float* f, AcrossResults& r) {
@@ -137,6 +142,7 @@ inline void computeAcross(const float* f, AcrossResults& r) {
   interleaveUpper(a, b).store(r.interleaved + 4);
   loadThree(f).store(r.three);
   storeTwo(a, r.two);
+  quadOf(f[2], f[5], f[0], f[7]).store(r.four);
   r.first = first(b);
   FloatLanes<4> rows[4] = {a, b, FloatLanes<4>::load(f + 8), FloatLanes<4>::load(f + 12)};
   transpose(rows[0], rows[1], rows[2], rows[3]);

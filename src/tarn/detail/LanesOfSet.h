@@ -9,6 +9,13 @@
 
 namespace TARN_LANES_SET {
 
+/// Floats in the widest register. Without vector instructions: as many as keep a kernel's shape.
+#if TARN_LANES_WITH_AVX2
+constexpr std::size_t kFloatsAtOnce = 8;
+#else
+constexpr std::size_t kFloatsAtOnce = 4;
+#endif
+
 // ---- Pairs
 
 /// True or false for each of N floats or integers.
@@ -826,6 +833,10 @@ TARN_LANE FloatLanes<4> interleaveLower(const FloatLanes<4>& a, const FloatLanes
 TARN_LANE FloatLanes<4> interleaveUpper(const FloatLanes<4>& a, const FloatLanes<4>& b) {
   return {_mm_unpackhi_ps(a.v, b.v)};
 }
+/// {a, b, c, d}
+TARN_LANE FloatLanes<4> quadOf(float a, float b, float c, float d) {
+  return {_mm_setr_ps(a, b, c, d)};
+}
 /// {p[0], p[1], p[2], +0}; p[3] is not read.
 TARN_LANE FloatLanes<4> loadThree(const float* p) {
   return {_mm_movelh_ps(_mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))),
@@ -854,11 +865,33 @@ TARN_LANE FloatLanes<4> interleaveLower(const FloatLanes<4>& a, const FloatLanes
 TARN_LANE FloatLanes<4> interleaveUpper(const FloatLanes<4>& a, const FloatLanes<4>& b) {
   return {{a.hi.lo, b.hi.lo}, {a.hi.hi, b.hi.hi}};
 }
+TARN_LANE FloatLanes<4> quadOf(float a, float b, float c, float d) {
+  return {{{a}, {b}}, {{c}, {d}}};
+}
 TARN_LANE FloatLanes<4> loadThree(const float* p) { return {{{p[0]}, {p[1]}}, {{p[2]}, {0.0f}}}; }
 TARN_LANE void storeTwo(const FloatLanes<4>& a, float* p) { a.lo.store(p); }
 TARN_LANE float first(const FloatLanes<4>& a) { return a.lo.lo.v; }
 
 #endif
+
+/// Lanes 4 index to 4 index + 3.
+template <std::size_t index, std::size_t N>
+TARN_LANE FloatLanes<4> quad(const FloatLanes<N>& v) {
+  if constexpr (N == 4)
+    return v;
+  else if constexpr (index < N / 8)
+    return quad<index>(lower(v));
+  else
+    return quad<index - N / 8>(upper(v));
+}
+/// N / 4 quads in a row.
+template <std::size_t N>
+TARN_LANE FloatLanes<N> fromQuads(const FloatLanes<4>* quads) {
+  if constexpr (N == 4)
+    return quads[0];
+  else
+    return join(fromQuads<N / 2>(quads), fromQuads<N / 2>(quads + N / 8));
+}
 
 /// Rows become columns.
 TARN_LANE void transpose(FloatLanes<4>& a, FloatLanes<4>& b, FloatLanes<4>& c, FloatLanes<4>& d) {

@@ -1,7 +1,5 @@
 // Rays per second of each lens, beside two peers: writing the same records with memset, and the
-// same formulas one ray after the other with the platform's own sine and cosine (the loops of
-// processors without SSE2, built here a second time).
-#define VELA_WITHOUT_SSE2
+// same formulas one ray after the other with the platform's own sine and cosine.
 #include <benchmark/benchmark.h>
 
 #include <cstring>
@@ -9,7 +7,7 @@
 #include <vector>
 
 #include "vela/camera/LensProjection.h"
-#include "vela/camera/detail/RayKernels.cpp"
+#include "vela/camera/TestRayLoops.h"
 
 namespace {
 
@@ -79,17 +77,10 @@ BENCHMARK(cameraRays)
 void oneByOne(benchmark::State& state) {
   Batch batch(static_cast<std::size_t>(state.range(0)), state.range(2) != 0);
   const auto lens = static_cast<vela::LensProjection>(state.range(1));
-  const vela::detail::RayBatch rays = {batch.coords.size(), batch.coords.data(), &batch.sample, 0,
-                                       batch.rays.data()};
+  const vela_test::RayLoop loop = {batch.coords.size(), batch.coords.data(), &batch.sample, 0,
+                                   batch.rays.data()};
   for (auto _ : state) {
-    switch (lens) {
-      case vela::LensProjection::perspective: vela::detail::perspectiveRays(rays); break;
-      case vela::LensProjection::orthographic: vela::detail::orthographicRays(rays); break;
-      case vela::LensProjection::spherical:
-        vela::detail::sphericalRays(rays, batch.image.aspect);
-        break;
-      default: vela::detail::cylindricalRays(rays); break;
-    }
+    vela_test::rayLoop(lens, loop, batch.image.aspect);
     benchmark::ClobberMemory();
   }
   state.SetLabel(vela::LensProjectionClassName(lens));

@@ -1,10 +1,8 @@
-// The loops of the lenses as they are on processors without SSE2, built here beside the library's
-// own.
-#define VELA_WITHOUT_SSE2
-#include "vela/camera/detail/RayKernels.cpp"
+#include "vela/camera/detail/RayKernels.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -13,6 +11,13 @@
 #include <vector>
 
 #include "vela/camera/LensProjection.h"
+#include "vela/camera/TestRayLoops.h"
+#include "vela/camera/detail/RayFormulas.h"
+
+// The kernels of every instruction set, built here beside the library's own.
+#define TARN_LANES_ALL_SETS 1
+#define TARN_LANES_KERNEL "vela/camera/detail/RayKernelsLanes.h"
+#include "tarn/ForEachInstructionSet.h"
 
 namespace {
 
@@ -21,18 +26,42 @@ using vela::LensProjection;
 using vela::ProjectCoord;
 using vela::RayContext;
 
-static_assert(VELA_FOUR_RAYS == 0, "this is the other path");
+using Kernel = void (*)(const vela::detail::RayBatch&);
+using AspectKernel = void (*)(const vela::detail::RayBatch&, float aspect);
 
-void raysOneByOne(LensProjection lens, const vela::detail::RayBatch& batch, float aspect) {
-  switch (lens) {
-    case LensProjection::perspective: return vela::detail::perspectiveRays(batch);
-    case LensProjection::orthographic: return vela::detail::orthographicRays(batch);
-    case LensProjection::spherical: return vela::detail::sphericalRays(batch, aspect);
-    default: return vela::detail::cylindricalRays(batch);
+/// The kernels of one instruction set, in the order of the lenses.
+struct Set {
+  const char* name;
+  Kernel perspective, orthographic, cylindrical;
+  AspectKernel spherical;
+
+  void run(LensProjection lens, const vela::detail::RayBatch& batch, float aspect) const {
+    switch (lens) {
+      case LensProjection::perspective: return perspective(batch);
+      case LensProjection::orthographic: return orthographic(batch);
+      case LensProjection::spherical: return spherical(batch, aspect);
+      default: return cylindrical(batch);
+    }
   }
+};
+
+#define VELA_RAY_KERNELS(set)                                                      \
+  Set {                                                                            \
+#set, vela::detail::set::perspectiveRays, vela::detail::set::orthographicRays, \
+        vela::detail::set::cylindricalRays, vela::detail::set::sphericalRays       \
+  }
+
+/// Those that this processor runs.
+std::vector<Set> sets() {
+  std::vector<Set> all{VELA_RAY_KERNELS(plain)};
+#if TARN_LANES_HAVE_SSE2
+  all.push_back(VELA_RAY_KERNELS(sse2));
+  if (tarn::runsAvx2()) all.push_back(VELA_RAY_KERNELS(avx2));
+#endif
+  return all;
 }
 
-/// The same bits; what is no number may be any other such.
+/// The same bits; any NaN stands for any other.
 bool same(float a, float b) {
   return (std::isnan(a) && std::isnan(b)) || std::memcmp(&a, &b, sizeof a) == 0;
 }
@@ -102,12 +131,12 @@ class RayKernels : public testing::TestWithParam<LensProjection> {
   }
 };
 
-TEST_P(RayKernels, OneByOneAndInFoursGiveTheSameBits) {
+TEST_P(RayKernels, EveryInstructionSetGivesTheBitsOfTheLoop) {
   const std::unique_ptr<vela::LensProjectionFunction> lens(vela::CreateProjectionFunc(GetParam()));
   const float aspects[] = {1.0f,    0.5625f, 2.0f,  0.001f,
                            1000.0f, 0.0f,    -1.0f, std::numeric_limits<float>::quiet_NaN()};
   for (int round = 0; round < 3000; ++round) {
-    const std::size_t count = 1 + choice(9);
+    const std::size_t count = 1 + choice(19);
     std::vector<ProjectCoord> coords(count);
     std::vector<Camera::Sample> samples(count, sample());
     for (ProjectCoord& c : coords) {
@@ -121,23 +150,36 @@ TEST_P(RayKernels, OneByOneAndInFoursGiveTheSameBits) {
     vela::ProjectionImageContext image;
     image.aspect = aspects[choice(sizeof aspects / sizeof aspects[0])];
 
-    std::vector<RayContext> inFours(count, RayContext(2)), oneByOne = inFours;
-    lens->generateRayGeometry(static_cast<unsigned>(count), coords.data(), samples.data(), image,
-                              inFours.data());
-    raysOneByOne(GetParam(), {count, coords.data(), samples.data(), 1, oneByOne.data()},
-                 image.aspect);
-    for (std::size_t i = 0; i < count; ++i)
-      ASSERT_TRUE(same(inFours[i], oneByOne[i]))
-          << "round " << round << ", ray " << i << ", coordinate " << coords[i].x << ' '
-          << coords[i].y;
-
-    // One camera for all.
-    vela::generateCameraRays(*lens, static_cast<unsigned>(count), coords.data(), samples[0], image,
-                             inFours.data());
-    raysOneByOne(GetParam(), {count, coords.data(), samples.data(), 0, oneByOne.data()},
-                 image.aspect);
-    for (std::size_t i = 0; i < count; ++i)
-      ASSERT_TRUE(same(inFours[i], oneByOne[i])) << "round " << round << ", ray " << i;
+    // A sample for each ray, and one camera for all.
+    for (const std::size_t stride : {std::size_t{1}, std::size_t{0}}) {
+      std::vector<RayContext> expected(count, RayContext(2));
+      vela_test::rayLoop(GetParam(),
+                         {count, coords.data(), samples.data(), stride, expected.data()},
+                         image.aspect);
+      const auto expectSame = [&](const char* set, const std::vector<RayContext>& rays) {
+        for (std::size_t i = 0; i < count; ++i)
+          ASSERT_TRUE(same(expected[i], rays[i]))
+              << set << ", round " << round << ", ray " << i << ", coordinate " << coords[i].x
+              << ' ' << coords[i].y;
+      };
+      for (const Set& set : sets()) {
+        // One more record, which stays as it is.
+        std::vector<RayContext> rays(count + 1, RayContext(2));
+        set.run(GetParam(), {count, coords.data(), samples.data(), stride, rays.data()},
+                image.aspect);
+        expectSame(set.name, rays);
+        ASSERT_TRUE(same(RayContext(2), rays[count])) << set.name;
+      }
+      std::vector<RayContext> rays(count, RayContext(2));
+      if (stride == 1)
+        lens->generateRayGeometry(static_cast<unsigned>(count), coords.data(), samples.data(),
+                                  image, rays.data());
+      else
+        vela::generateCameraRays(*lens, static_cast<unsigned>(count), coords.data(), samples[0],
+                                 image, rays.data());
+      expectSame("the lens", rays);
+      if (HasFatalFailure()) return;
+    }
   }
 }
 

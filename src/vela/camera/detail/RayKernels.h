@@ -9,15 +9,7 @@
 
 #include "vela/camera/LensProjection.h"
 
-// One name for each of the two paths, so that one program can hold both.
-#ifdef VELA_WITHOUT_SSE2
-#define VELA_RAY_LOOPS oneByOne
-#else
-#define VELA_RAY_LOOPS native
-#endif
-
 namespace vela::detail {
-inline namespace VELA_RAY_LOOPS {
 
 struct RayBatch {
   std::size_t count;
@@ -33,5 +25,4 @@ void cylindricalRays(const RayBatch& batch);
 /// \param aspect  of the image, height over width
 void sphericalRays(const RayBatch& batch, float aspect);
 
-}  // namespace VELA_RAY_LOOPS
 }  // namespace vela::detail
