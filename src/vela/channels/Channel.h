@@ -75,7 +75,7 @@ class VELA_API Channel {
   };
 
   constexpr Channel() noexcept = default;
-  constexpr Channel(int index) noexcept : index_(index) {}  // NOLINT: channels are numbers
+  constexpr Channel(int index) noexcept : index_(index) {}  // implicit: channels are numbers
   constexpr Channel(const Channel&) noexcept = default;
   constexpr Channel& operator=(const Channel&) noexcept = default;
   constexpr Channel& operator=(int index) noexcept {
@@ -83,11 +83,11 @@ class VELA_API Channel {
     return *this;
   }
 
-  constexpr operator int() const noexcept { return index_; }  // NOLINT: channels are numbers
+  constexpr operator int() const noexcept { return index_; }  // implicit: channels are numbers
   /// Above 0? A template for `bool` alone: beside it a plain `operator int` stays the only way to
   /// every other type, so that `channel == 5`, `channel + 1` and `array[channel]` have one reading.
   template <class Bool, class = std::enable_if_t<std::is_same<Bool, bool>::value>>
-  constexpr operator Bool() const noexcept {  // NOLINT
+  constexpr operator Bool() const noexcept {
     return index_ > 0;
   }
   [[nodiscard]] constexpr int index() const noexcept { return index_; }

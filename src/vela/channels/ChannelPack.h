@@ -36,9 +36,9 @@ class VELA_API ChannelPack {
 
   ChannelPack() noexcept = default;
   /// A pack of one, whatever its number.
-  ChannelPack(Channel channel) noexcept { set(channel); }  // NOLINT: channels are packs
+  ChannelPack(Channel channel) noexcept { set(channel); }  // implicit
   /// The set's channels in ascending order, as far as its iteration goes.
-  ChannelPack(const ChannelSet& channels) noexcept { set(channels); }  // NOLINT: sets are packs
+  ChannelPack(const ChannelSet& channels) noexcept { set(channels); }  // implicit
   ChannelPack& operator=(const ChannelSet& channels) noexcept {
     set(channels);
     return *this;
@@ -83,9 +83,7 @@ class VELA_API ChannelPack {
     return place < kCapacity ? entries_[place] : Channel(0);
   }
   /// The set of the entries, of the default registry.
-  operator ChannelSet() const {
-    return ChannelSet(entries_.data(), static_cast<int>(count_));
-  }  // NOLINT: packs are sets
+  operator ChannelSet() const { return ChannelSet(entries_.data(), static_cast<int>(count_)); }
 
  private:
   void append(Channel channel) noexcept {
