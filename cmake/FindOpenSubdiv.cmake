@@ -1,15 +1,18 @@
 # Finds OpenSubdiv's CPU library: OpenSubdiv::osdCPU.
 #
-# A module, because Debian's own package files name static libraries that Debian does not ship, and stop the configuration.
+# A module, because Debian's own package files name static libraries that Debian does not ship, and
+# stop the configuration.
 find_path(OpenSubdiv_INCLUDE_DIR opensubdiv/far/topologyRefiner.h)
 find_library(OpenSubdiv_CPU_LIBRARY osdCPU)
 mark_as_advanced(OpenSubdiv_INCLUDE_DIR OpenSubdiv_CPU_LIBRARY)
 
 include(FindPackageHandleStandardArgs)
-find_package_handle_standard_args(OpenSubdiv REQUIRED_VARS OpenSubdiv_CPU_LIBRARY OpenSubdiv_INCLUDE_DIR)
+find_package_handle_standard_args(OpenSubdiv REQUIRED_VARS OpenSubdiv_CPU_LIBRARY
+  OpenSubdiv_INCLUDE_DIR)
 
 if(OpenSubdiv_FOUND AND NOT TARGET OpenSubdiv::osdCPU)
   add_library(OpenSubdiv::osdCPU UNKNOWN IMPORTED)
   set_target_properties(OpenSubdiv::osdCPU PROPERTIES
-    IMPORTED_LOCATION "${OpenSubdiv_CPU_LIBRARY}" INTERFACE_INCLUDE_DIRECTORIES "${OpenSubdiv_INCLUDE_DIR}")
+    IMPORTED_LOCATION "${OpenSubdiv_CPU_LIBRARY}" INTERFACE_INCLUDE_DIRECTORIES
+    "${OpenSubdiv_INCLUDE_DIR}")
 endif()

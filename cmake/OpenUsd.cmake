@@ -1,14 +1,20 @@
-# OpenUSD for src/ovo, as one target: vela_openusd. The option says where it comes from; nothing else depends on that.
+# OpenUSD for src/ovo, as one target: vela_openusd. The option says where it comes from; nothing
+# else depends on that.
 #
-#   wheels  the binary packages that scripts/setup puts into the Python environment build/env: there in seconds, for work
-#   source  a prefix of static libraries built from the publisher's source packages (VELA_OPENUSD_PREFIX), for what is shipped
+#   wheels  the binary packages that scripts/setup puts into the Python environment build/env: there
+#           in seconds, for work
+#   source  a prefix of static libraries built from the publisher's source packages
+#           (VELA_OPENUSD_PREFIX), for what is shipped
 #
-# VELA_OPENUSD_LIBS is the folder that the installed library needs on its run path (empty with source).
-# vela_openusd_executable(<target>) gives an executable of the build tree what it needs to run with libvela.
+# VELA_OPENUSD_LIBS is the folder that the installed library needs on its run path (empty with
+# source). vela_openusd_executable(<target>) gives an executable of the build tree what it needs to
+# run with libvela.
 set(VELA_OPENUSD "wheels" CACHE STRING "Where OpenUSD comes from: wheels or source")
 set_property(CACHE VELA_OPENUSD PROPERTY STRINGS wheels source)
-set(VELA_PYTHON_ENV "${PROJECT_SOURCE_DIR}/build/env" CACHE PATH "The Python environment with the OpenUSD packages")
-set(VELA_OPENUSD_PREFIX "" CACHE PATH "With VELA_OPENUSD=source: where the static libraries are installed")
+set(VELA_PYTHON_ENV "${PROJECT_SOURCE_DIR}/build/env" CACHE PATH
+  "The Python environment with the OpenUSD packages")
+set(VELA_OPENUSD_PREFIX "" CACHE PATH
+  "With VELA_OPENUSD=source: where the static libraries are installed")
 set(VELA_OPENUSD_VERSION 26.8)
 set(VELA_OPENUSD_LIBS "")
 
@@ -16,33 +22,40 @@ add_library(vela_openusd INTERFACE)
 
 if(VELA_OPENUSD STREQUAL "wheels")
   file(GLOB _site LIST_DIRECTORIES true "${VELA_PYTHON_ENV}/lib/python3.*/site-packages")
-  if(NOT _site OR NOT EXISTS "${_site}/pxr-pcp/include/pxr/pcp/cache.h" OR NOT EXISTS "${_site}/pxr/.libs/libPxrPcp.so")
-    message(FATAL_ERROR "OpenUSD was not found in ${VELA_PYTHON_ENV}. Run scripts/setup, which makes that environment, "
+  if(NOT _site OR NOT EXISTS "${_site}/pxr-pcp/include/pxr/pcp/cache.h" OR NOT EXISTS
+    "${_site}/pxr/.libs/libPxrPcp.so")
+    message(FATAL_ERROR
+      "OpenUSD was not found in ${VELA_PYTHON_ENV}. Run scripts/setup, which makes that "
+      "environment, "
       "or name another with -DVELA_PYTHON_ENV=.")
   endif()
   if(NOT EXISTS "${_site}/pxr_pcp_dev-${VELA_OPENUSD_VERSION}.dist-info")
-    message(FATAL_ERROR "${VELA_PYTHON_ENV} does not hold OpenUSD ${VELA_OPENUSD_VERSION}. Run scripts/setup.")
+    message(FATAL_ERROR
+      "${VELA_PYTHON_ENV} does not hold OpenUSD ${VELA_OPENUSD_VERSION}. Run scripts/setup.")
   endif()
 
-  # The packages bring every library twice; the set in pxr/.libs is the one that the plug-in table names, so that is
-  # the one to link and to load. Linked by file, since the packages' own targets name the other set.
+  # The packages bring every library twice; the set in pxr/.libs is the one that the plug-in table
+  # names, so that is the one to link and to load. Linked by file, since the packages' own targets
+  # name the other set.
   set(VELA_OPENUSD_LIBS "${_site}/pxr/.libs")
   # A property as well: executables are made in folders that do not see this one's variables.
   set_property(GLOBAL PROPERTY VELA_OPENUSD_LIBS "${VELA_OPENUSD_LIBS}")
   file(GLOB _includes LIST_DIRECTORIES true "${_site}/pxr-*/include")
   target_include_directories(vela_openusd SYSTEM INTERFACE ${_includes} "${_site}/TBB/include")
-  # All of them, used directly or not: a linker finds a library's own needs by the run path, but not the needs of those,
-  # and who links to libvela should not have to know of any of this.
+  # All of them, used directly or not: a linker finds a library's own needs by the run path, but not
+  # the needs of those, and who links to libvela should not have to know of any of this.
   set(_libraries "")
   foreach(_name IN ITEMS Pcp Sdf Ar Plug Ts Vt Gf Work Trace Js Tf Arch BoostPython)
     list(APPEND _libraries "${VELA_OPENUSD_LIBS}/libPxr${_name}.so")
   endforeach()
   target_compile_definitions(vela_openusd INTERFACE PXR_BOOST_PYTHON_NO_PY_SIGNATURES)
 
-  # They are built with Python bindings: their data symbols need libpython in the process, though no interpreter ever
-  # starts. It must be that of the interpreter which made the environment, not just any on the PATH.
+  # They are built with Python bindings: their data symbols need libpython in the process, though no
+  # interpreter ever starts. It must be that of the interpreter which made the environment, not just
+  # any on the PATH.
   execute_process(COMMAND "${VELA_PYTHON_ENV}/bin/python3" -c
-    "import sysconfig as s; v = s.get_config_var; print(s.get_path('include'), v('LIBDIR'), v('MULTIARCH') or '.', v('VERSION'), sep=';')"
+    "import sysconfig as s; v = s.get_config_var; \
+print(s.get_path('include'), v('LIBDIR'), v('MULTIARCH') or '.', v('VERSION'), sep=';')"
     OUTPUT_VARIABLE _python OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
   list(GET _python 0 _python_include)
   list(GET _python 1 _python_libdir)
@@ -52,18 +65,21 @@ if(VELA_OPENUSD STREQUAL "wheels")
     PATHS "${_python_libdir}/${_python_multiarch}" "${_python_libdir}")
   mark_as_advanced(VELA_LIBPYTHON)
   if(NOT VELA_LIBPYTHON OR NOT EXISTS "${_python_include}/Python.h")
-    message(FATAL_ERROR "The development files of Python ${_python_version} are missing (${_python_include}, "
+    message(FATAL_ERROR
+      "The development files of Python ${_python_version} are missing (${_python_include}, "
       "${_python_libdir}). On Debian: apt-get install python3-dev, which scripts/setup does.")
   endif()
   target_include_directories(vela_openusd SYSTEM INTERFACE "${_python_include}")
   target_link_libraries(vela_openusd INTERFACE
-    "-Wl,--push-state,--no-as-needed" ${_libraries} "${VELA_OPENUSD_LIBS}/libtbb.so" "${VELA_LIBPYTHON}" "-Wl,--pop-state")
+    "-Wl,--push-state,--no-as-needed" ${_libraries} "${VELA_OPENUSD_LIBS}/libtbb.so"
+    "${VELA_LIBPYTHON}" "-Wl,--pop-state")
 
   # The old kind of run path, which counts for the libraries' libraries too: theirs name no folder.
-  target_link_options(vela_openusd INTERFACE "-Wl,--disable-new-dtags" "-Wl,-rpath-link,${VELA_OPENUSD_LIBS}")
+  target_link_options(vela_openusd INTERFACE "-Wl,--disable-new-dtags"
+    "-Wl,-rpath-link,${VELA_OPENUSD_LIBS}")
 
-  # One TBB in a process. Embree brings libtbb.so.12 of the system, which exports the same symbols as the packages' libtbb.so:
-  # a link of that name, found first, lets one library serve both.
+  # One TBB in a process. Embree brings libtbb.so.12 of the system, which exports the same symbols
+  # as the packages' libtbb.so: a link of that name, found first, lets one library serve both.
   set(_tbb_links "${PROJECT_BINARY_DIR}/one-tbb")
   file(MAKE_DIRECTORY "${_tbb_links}")
   file(CREATE_LINK "${VELA_OPENUSD_LIBS}/libtbb.so" "${_tbb_links}/libtbb.so.12" SYMBOLIC)
@@ -76,7 +92,9 @@ if(VELA_OPENUSD STREQUAL "wheels")
 
 elseif(VELA_OPENUSD STREQUAL "source")
   if(NOT EXISTS "${VELA_OPENUSD_PREFIX}/lib/libPxrPcp.a")
-    message(FATAL_ERROR "VELA_OPENUSD=source needs VELA_OPENUSD_PREFIX: no lib/libPxrPcp.a in '${VELA_OPENUSD_PREFIX}'.")
+    message(FATAL_ERROR
+      "VELA_OPENUSD=source needs VELA_OPENUSD_PREFIX: no lib/libPxrPcp.a in "
+      "'${VELA_OPENUSD_PREFIX}'.")
   endif()
   find_package(TBB REQUIRED)
   target_include_directories(vela_openusd SYSTEM INTERFACE "${VELA_OPENUSD_PREFIX}/include")
@@ -85,9 +103,10 @@ elseif(VELA_OPENUSD STREQUAL "source")
   foreach(_name IN ITEMS Pcp Sdf Ar Plug Ts Vt Gf Work Trace Js Tf Arch)
     list(APPEND _archives "${VELA_OPENUSD_PREFIX}/lib/libPxr${_name}.a")
   endforeach()
-  # Whole archives: types register themselves from objects that nothing else refers to. Hidden, so that a host's
-  # own OpenUSD and this one never meet.
-  target_link_libraries(vela_openusd INTERFACE "-Wl,--whole-archive" ${_archives} "-Wl,--no-whole-archive"
+  # Whole archives: types register themselves from objects that nothing else refers to. Hidden, so
+  # that a host's own OpenUSD and this one never meet.
+  target_link_libraries(vela_openusd INTERFACE "-Wl,--whole-archive" ${_archives}
+    "-Wl,--no-whole-archive"
     TBB::tbb ${CMAKE_DL_LIBS})
   target_link_options(vela_openusd INTERFACE "-Wl,--exclude-libs,ALL")
   function(vela_openusd_executable target)

@@ -4,7 +4,8 @@ add_library(vela_options INTERFACE)
 target_compile_features(vela_options INTERFACE cxx_std_17)
 target_compile_options(vela_options INTERFACE
   -ffp-contract=off # a fused multiply-add rounds once where the contract rounds twice
-  -fno-semantic-interposition # exported functions may be inlined within the library: nobody replaces one of ours
+  # Exported functions may be inlined within the library: nobody replaces one of ours.
+  -fno-semantic-interposition
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wdouble-promotion
   -Wnon-virtual-dtor -Woverloaded-virtual -Wundef)
 if(VELA_WARNINGS_AS_ERRORS)
@@ -16,9 +17,11 @@ endif()
 # too late.
 set(CMAKE_CXX_FLAGS_DEV "-O2 -g1")
 
-set(VELA_SANITIZE "" CACHE STRING "Sanitizers: address-undefined, thread, fuzz (clang's, with the fuzzer's counters) or empty")
+set(VELA_SANITIZE "" CACHE STRING
+  "Sanitizers: address-undefined, thread, fuzz (clang's, with the fuzzer's counters) or empty")
 if(VELA_SANITIZE STREQUAL "address-undefined")
-  set(_flags -fsanitize=address,undefined,float-cast-overflow -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  set(_flags -fsanitize=address,undefined,float-cast-overflow -fno-sanitize-recover=all
+    -fno-omit-frame-pointer)
 elseif(VELA_SANITIZE STREQUAL "thread")
   set(_flags -fsanitize=thread -fno-omit-frame-pointer)
 elseif(VELA_SANITIZE STREQUAL "fuzz")

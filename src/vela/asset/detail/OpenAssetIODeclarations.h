@@ -284,8 +284,10 @@ class FileUrlPathConverter {
 // ---- Layouts
 
 #if !defined(__GLIBCXX__) || _GLIBCXX_USE_CXX11_ABI != 1 || !defined(__x86_64__)
-#error \
-    "The declarations of OpenAssetIO hold for x86-64 and libstdc++ with its new string ABI: give a full C++ install of OpenAssetIO"
+// clang-format off
+#error "The declarations of OpenAssetIO hold for x86-64 and libstdc++ with its new string ABI: \
+give a full C++ install of OpenAssetIO"
+// clang-format on
 #endif
 
 static_assert(sizeof(openassetio::Str) == 32);

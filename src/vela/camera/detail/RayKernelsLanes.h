@@ -246,8 +246,8 @@ inline void generate(const RayBatch& batch, Kernel&& kernel) {
 
 /// Doubles as floats.
 ///
-/// \param doubtful  set in the lanes where a double off by 2^-38 of its value could round otherwise:
-///                  a product of two that are off by 2^-40 each
+/// \param doubtful  set in the lanes where a double off by 2^-38 of its value could round
+///                  otherwise: a product of two that are off by 2^-40 each
 inline Floats narrowed(const Doubles& v, Mask<kLanes>& doubtful) {
   const Floats narrowest = narrow(v);
   // A float keeps 24 of the 53 bits. The 29 that go are compared with the middle, which is 2^28.
