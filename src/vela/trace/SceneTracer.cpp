@@ -63,10 +63,16 @@ struct SceneTracer::Impl {
   std::size_t numBuilt = 0;  ///< placements that were there at the last build
   tarn::Box3<float> bounds;
   tracer::KernelFunctions kernel = tracer::bestKernel();
+  tracer::SceneView scene;  ///< what queries see, kept since reading it anew would delay each ray
 
-  [[nodiscard]] tracer::SceneView view() const {
-    return {meshes.data(), placements.data(), nodes.empty() ? nullptr : nodes.data(),
-            onlyPlacement, unboxed.data(),    unboxed.size()};
+  /// Called by whatever changes the tables that it points into.
+  void renewView() {
+    scene.meshes = meshes.data();
+    scene.placements = placements.data();
+    scene.nodes = nodes.empty() ? nullptr : nodes.data();
+    scene.onlyPlacement = onlyPlacement;
+    scene.unboxed = unboxed.data();
+    scene.numUnboxed = unboxed.size();
   }
 
   /// Fills the record of a ray that has hit.
@@ -91,10 +97,10 @@ struct SceneTracer::Impl {
     const tarn::Vec3<double> a = corner(0);
     tarn::Vec3<double> local = tarn::cross(corner(1) - a, corner(2) - a);
     if (local == tarn::Vec3<double>()) local = faceNormal(mesh, nearest.triangle);
-    const auto& m = placement.localFromWorld.m;
+    const auto& m = placement.localFromWorld.column;
     tarn::Vec3<double> world;
     for (std::size_t i = 0; i < 3; ++i)
-      world[i] = m[0][i] * local.x + m[1][i] * local.y + m[2][i] * local.z;
+      world[i] = m[i][0] * local.x + m[i][1] * local.y + m[i][2] * local.z;
     // Scaled to a largest component of 1, so that the squares neither overflow nor underflow.
     const double largest =
         std::max(std::fabs(world.x), std::max(std::fabs(world.y), std::fabs(world.z)));
@@ -113,10 +119,10 @@ struct SceneTracer::Impl {
   }
 
   template <class T>
-  bool intersect(const tracer::SceneView& scene, const tarn::Ray<T>& ray, TracerHit& hit) const {
+  bool intersect(const tracer::SceneView& view, const tarn::Ray<T>& ray, TracerHit& hit) const {
     hit = TracerHit();
     tracer::Nearest nearest;
-    kernel.of<T>().nearest(scene, ray, nearest);
+    kernel.of<T>().nearest(view, ray, nearest);
     if (nearest.placement == kNone) return false;
     describe(ray, nearest, hit);
     return true;
@@ -127,7 +133,7 @@ struct SceneTracer::Impl {
     hit = TracerHit();
     if (placement >= numBuilt || !placements[placement].isUsable) return false;
     // A scene without a tree, in which this placement is the only one to be asked.
-    tracer::SceneView alone = view();
+    tracer::SceneView alone = scene;
     alone.nodes = nullptr;
     alone.unboxed = &placement;
     alone.numUnboxed = 1;
@@ -136,33 +142,27 @@ struct SceneTracer::Impl {
 
   template <class T>
   void intersectSpan(const tarn::Ray<T>* rays, std::size_t count, TracerHit* hits) const {
-    // A few rays at a time, each step for all of them: what a record is made from lies in large
-    // tables, and is fetched for one ray while others are traced.
-    constexpr std::size_t kGroup = 16;
-    const tracer::SceneView scene = view();
-    tracer::Nearest nearest[kGroup];
-    for (std::size_t first = 0; first < count; first += kGroup) {
-      const std::size_t n = std::min(kGroup, count - first);
-      for (std::size_t k = 0; k < n; ++k) {
-        nearest[k] = tracer::Nearest();
-        kernel.of<T>().nearest(scene, rays[first + k], nearest[k]);
+    struct Call {
+      const Impl& self;
+      const tarn::Ray<T>* rays;
+      TracerHit* hits;
+      static void take(const void* call, std::size_t ray, const tracer::Nearest& nearest) {
+        const Call& c = *static_cast<const Call*>(call);
+        c.hits[ray] = TracerHit();
+        if (nearest.placement != kNone) c.self.describe(c.rays[ray], nearest, c.hits[ray]);
       }
-      for (std::size_t k = 0; k < n; ++k) {
-        if (nearest[k].placement == kNone) continue;
-        const tracer::Mesh& mesh = meshes[placements[nearest[k].placement].mesh];
-        __builtin_prefetch(mesh.indices.cdata() +
-                           mesh.triangles[nearest[k].triangle].faceVertex[0]);
-      }
-      for (std::size_t k = 0; k < n; ++k) {
-        hits[first + k] = TracerHit();
-        if (nearest[k].placement != kNone) describe(rays[first + k], nearest[k], hits[first + k]);
-      }
-    }
+    };
+    const Call call{*this, rays, hits};
+    if (kernel.of<T>().nearestOfSpan(scene, rays, count, {Call::take, &call})) return;
+    for (std::size_t i = 0; i < count; ++i) intersect(scene, rays[i], hits[i]);
   }
 
   template <class T>
   void occludedSpan(const tarn::Ray<T>* rays, std::size_t count, bool* occluded) const {
-    const tracer::SceneView scene = view();
+    const auto take = [](const void* answers, std::size_t ray, const tracer::Nearest& nearest) {
+      (*static_cast<bool* const*>(answers))[ray] = nearest.placement != kNone;
+    };
+    if (kernel.of<T>().occludedOfSpan(scene, rays, count, {take, &occluded})) return;
     for (std::size_t i = 0; i < count; ++i) occluded[i] = kernel.of<T>().occluded(scene, rays[i]);
   }
 };
@@ -196,6 +196,7 @@ std::uint32_t SceneTracer::addMesh(const ovo::Array<tarn::Vec3<float>>& points,
   mesh.prepare();
   impl_->meshes.push_back(std::move(mesh));
   impl_->meshOfHash.emplace(hash.value(), id);
+  impl_->renewView();
   return id;
 }
 
@@ -216,10 +217,14 @@ std::uint32_t SceneTracer::addPlacement(std::uint32_t mesh,
                        tracer::makeLocalFromWorld(worldFromLocal, impl_->meshes[mesh].frame,
                                                   placement.localFromWorld);
   impl_->placements.push_back(placement);
+  impl_->renewView();
   return static_cast<std::uint32_t>(impl_->placements.size() - 1);
 }
 
-void SceneTracer::reservePlacements(std::size_t count) { impl_->placements.reserve(count); }
+void SceneTracer::reservePlacements(std::size_t count) {
+  impl_->placements.reserve(count);
+  impl_->renewView();
+}
 
 void SceneTracer::build() {
   for (tracer::Mesh& mesh : impl_->meshes)
@@ -247,12 +252,18 @@ void SceneTracer::build() {
   impl_->onlyPlacement = boxes.size() == 1 ? boxes[0].index : kNone;
   tracer::buildTreeOfSingles(boxes, impl_->nodes);
   impl_->nodes.shrink_to_fit();
+  impl_->scene.limits = tracer::limitsOf(impl_->nodes);
+  std::uint32_t mostInMesh = 0;
+  for (const tracer::Mesh& mesh : impl_->meshes)
+    mostInMesh = std::max(mostInMesh, mesh.limits.mostWaiting);
+  impl_->scene.limits.mostWaiting += mostInMesh;
+  impl_->renewView();
 }
 
 // Queries: each public form calls the one body for its type of ray.
 
 bool SceneTracer::intersect(const tarn::Ray<float>& ray, TracerHit& hit) const {
-  return impl_->intersect(impl_->view(), ray, hit);
+  return impl_->intersect(impl_->scene, ray, hit);
 }
 void SceneTracer::intersect(const tarn::Ray<float>* rays, std::size_t count,
                             TracerHit* hits) const {
@@ -263,7 +274,7 @@ bool SceneTracer::intersectPlacement(std::uint32_t placement, const tarn::Ray<fl
   return impl_->intersectPlacement(placement, ray, hit);
 }
 bool SceneTracer::occluded(const tarn::Ray<float>& ray) const {
-  return impl_->kernel.ofFloat.occluded(impl_->view(), ray);
+  return impl_->kernel.ofFloat.occluded(impl_->scene, ray);
 }
 void SceneTracer::occluded(const tarn::Ray<float>* rays, std::size_t count, bool* occluded) const {
   impl_->occludedSpan(rays, count, occluded);
@@ -271,7 +282,7 @@ void SceneTracer::occluded(const tarn::Ray<float>* rays, std::size_t count, bool
 
 template <class T, class>
 bool SceneTracer::intersect(const tarn::Ray<T>& ray, TracerHit& hit) const {
-  return impl_->intersect(impl_->view(), ray, hit);
+  return impl_->intersect(impl_->scene, ray, hit);
 }
 template <class T, class>
 void SceneTracer::intersect(const tarn::Ray<T>* rays, std::size_t count, TracerHit* hits) const {
@@ -284,7 +295,7 @@ bool SceneTracer::intersectPlacement(std::uint32_t placement, const tarn::Ray<T>
 }
 template <class T, class>
 bool SceneTracer::occluded(const tarn::Ray<T>& ray) const {
-  return impl_->kernel.ofDouble.occluded(impl_->view(), ray);
+  return impl_->kernel.ofDouble.occluded(impl_->scene, ray);
 }
 template <class T, class>
 void SceneTracer::occluded(const tarn::Ray<T>* rays, std::size_t count, bool* occluded) const {

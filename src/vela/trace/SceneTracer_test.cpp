@@ -940,6 +940,168 @@ TEST(SceneTracerWithDoubleRays, RaysBeyondTheLimitsMiss) {
   EXPECT_FALSE(tracer.intersect(Ray<double>(o, d, 0.0, nan), hit));
 }
 
+// Spans, which trace many rays at once.
+
+struct SpanOfScene {
+  std::vector<TracerHit> hits;
+  std::vector<char> isOccluded;
+
+  template <class T>
+  SpanOfScene(const SceneTracer& tracer, const std::vector<Ray<T>>& rays)
+      : hits(rays.size()), isOccluded(rays.size()) {
+    const std::unique_ptr<bool[]> occluded(new bool[rays.size() + 1]);
+    tracer.intersect(rays.data(), rays.size(), hits.data());
+    tracer.occluded(rays.data(), rays.size(), occluded.get());
+    std::copy(occluded.get(), occluded.get() + rays.size(), isOccluded.begin());
+  }
+};
+
+/// Each ray of a span gets the answer that it gets alone from the plain kernel.
+template <class T>
+void compareSpan(const Scene& scene, const std::vector<Ray<T>>& rays, int& numHits) {
+  const SpanOfScene fast(scene.fast, rays), plain(scene.plain, rays);
+  for (std::size_t i = 0; i < rays.size(); ++i) {
+    TracerHit expected, single;
+    scene.plain.intersect(rays[i], expected);
+    scene.fast.intersect(rays[i], single);
+    ASSERT_TRUE(areEqual(single, expected)) << i;
+    ASSERT_TRUE(areEqual(fast.hits[i], expected)) << i;
+    ASSERT_TRUE(areEqual(plain.hits[i], expected)) << i;
+    ASSERT_EQ(fast.isOccluded[i] != 0, expected.hit) << i;
+    ASSERT_EQ(plain.isOccluded[i] != 0, expected.hit) << i;
+    numHits += expected.hit;
+  }
+}
+
+/// An ordinary ray made into one that a kernel might take wrongly.
+Ray<float> hostile(Random& random, Ray<float> ray) {
+  const std::size_t axis = random() % 3;
+  switch (random() % 14) {
+    case 0: ray.direction[axis] = 0.0f; break;
+    case 1: ray.direction[axis] = -0.0f; break;
+    case 2: ray.direction[axis] = ray.direction[(axis + 1) % 3] = -0.0f; break;
+    case 3: ray.direction = Vec3<float>(); break;
+    case 4: ray.origin[axis] = random() % 2 == 0 ? kNan : kInf; break;
+    case 5: ray.direction[axis] = random() % 2 == 0 ? kNan : -kInf; break;
+    case 6: std::swap(ray.minDistance, ray.maxDistance); break;
+    case 7: ray.minDistance = -kInf; break;
+    case 8: ray.maxDistance = kNan; break;
+    case 9:
+      ray.minDistance = -2.0f;
+      ray.maxDistance = -0.1f;
+      break;
+    case 10:
+      // From far away, towards the same point.
+      ray.origin = ray.origin + ray.direction * -1e4f;
+      break;
+    case 11: ray.direction = ray.direction * 1e-38f; break;
+    case 12: ray.direction = ray.direction * 1e30f; break;
+    default: ray.direction[axis] = std::ldexp(ray.direction[axis], -40); break;
+  }
+  return ray;
+}
+
+Scene makeScene(Random& random, int placements, float size) {
+  Scene scene;
+  const ClosedMesh meshes[] = {vela_test::makeCube(), vela_test::makeIcosphere(2),
+                               vela_test::makeTorus(9, 7), vela_test::makeBumpySphere(900),
+                               makeSquare()};
+  for (int i = 0; i < placements; ++i) {
+    Mat4<double> m;
+    if (placements > 1) m.translate(Vec3<double>(randomPoint(random, size * 0.5f)));
+    m = m * randomRotation(random);
+    const double s = static_cast<double>(uniform(random, 0.2f, 1.0f));
+    m.scale(random() % 5 == 0 ? -s : s, s, s);
+    const ClosedMesh& mesh = meshes[placements == 1 ? 3 : random() % 5];
+    scene.add(random, mesh, m);
+    if (i % 7 == 6) scene.add(random, mesh, m);  // a tie for every ray
+  }
+  scene.build();
+  return scene;
+}
+
+TEST(SceneTracerSpans, AnswerAsSingleRaysDoOnOrdinaryAndHostileRays) {
+  unsigned seed = 700;
+  for (const int placements : {1, 2, 40, 1000}) {
+    SCOPED_TRACE(testing::Message() << placements << " placements, seed " << seed);
+    Random random(seed++);
+    const Scene scene = makeScene(random, placements, 4.0f);
+    int hits = 0;
+    for (const std::size_t count : {0u, 1u, 2u, 31u, 32u, 33u, 63u, 64u, 65u, 100u, 1000u, 7001u}) {
+      SCOPED_TRACE(testing::Message() << count << " rays");
+      std::vector<Ray<float>> rays;
+      std::vector<Ray<double>> wide;
+      for (std::size_t i = 0; i < count; ++i) {
+        const Ray<float> ray = scene.randomRay(random, 4.0f);
+        rays.push_back(i % 3 == 0 ? hostile(random, ray) : ray);
+        wide.push_back(widened(rays.back()));
+        // Not a float.
+        if (i % 5 != 0) wide.back().origin.x += 1e-12;
+      }
+      compareSpan(scene, rays, hits);
+      compareSpan(scene, wide, hits);
+      if (HasFatalFailure()) return;
+    }
+    EXPECT_GT(hits, 1000);
+  }
+}
+
+TEST(SceneTracerSpans, EqualThePlainLoop) {
+  Random random(710);
+  const Scene scene = makeScene(random, 30, 4.0f);
+  std::vector<Ray<float>> rays;
+  for (int i = 0; i < 3000; ++i) rays.push_back(hostile(random, scene.randomRay(random, 4.0f)));
+  const SpanOfScene span(scene.fast, rays);
+  for (std::size_t i = 0; i < rays.size(); ++i) {
+    const PlainLoop::Answer expected = scene.loop.intersect(rays[i]);
+    ASSERT_EQ(span.hits[i].hit, expected.hit) << i;
+    ASSERT_EQ(span.isOccluded[i] != 0, expected.hit) << i;
+    if (!expected.hit) continue;
+    ASSERT_TRUE(hasSameBits(span.hits[i].distance, expected.distance)) << i;
+    ASSERT_EQ(span.hits[i].placement, expected.placement) << i;
+    ASSERT_EQ(span.hits[i].face, expected.face) << i;
+  }
+}
+
+TEST(SceneTracerSpans, ThirtyThousandRaysInOneCall) {
+  Random random(711);
+  const Scene scene = makeScene(random, 1, 4.0f);
+  std::vector<Ray<float>> rays;
+  for (int i = 0; i < 30000; ++i) rays.push_back(scene.randomRay(random, 4.0f));
+  int hits = 0;
+  compareSpan(scene, rays, hits);
+  EXPECT_GT(hits, 3000);
+}
+
+TEST(SceneTracerSpans, DeepTreesAndPlacementsWithoutABoxToo) {
+  // Triangles that halve their distance to the origin each time: any tree over them is deep.
+  ClosedMesh spiral;
+  for (int i = 0; i < 2000; ++i) {
+    const float at = std::ldexp(1.0f, -(i / 16)) * (1.0f + static_cast<float>(i % 16) / 16.0f);
+    const auto first = static_cast<int>(spiral.points.size());
+    spiral.points.insert(spiral.points.end(), {{at, 0, 0}, {at, at, 0}, {at, 0, at}});
+    spiral.indices.insert(spiral.indices.end(), {first, first + 1, first + 2});
+    spiral.counts.push_back(3);
+  }
+  Random random(712);
+  Scene scene;
+  scene.add(random, spiral, Mat4<double>());
+  Mat4<double> skewed;
+  skewed.scale(1e-6, 1, 1e6);
+  scene.add(random, spiral, randomRotation(random) * skewed * randomRotation(random));
+  scene.build();
+  Scene alone;
+  alone.add(random, spiral, Mat4<double>());
+  alone.build();
+  for (const Scene* s : {&scene, &alone}) {
+    int hits = 0;
+    std::vector<Ray<float>> rays;
+    for (int i = 0; i < 2000; ++i) rays.push_back(s->randomRay(random, 2.0f));
+    compareSpan(*s, rays, hits);
+    EXPECT_GT(hits, 100);
+  }
+}
+
 // Nothing slips through.
 
 int countLost(const ClosedMesh& mesh, const Mat4<double>& matrix, int rays, unsigned seed,

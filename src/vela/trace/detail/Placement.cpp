@@ -20,7 +20,7 @@ bool placementBox(const Affine& localFromWorld, const MeshFrame& frame, BuildBox
     for (int j = 0; j < 3; ++j) {
       double sum = 0.0;
       for (int k = 0; k < 3; ++k)
-        sum += std::fabs(world.m[i][k]) * std::fabs(localFromWorld.m[k][j]);
+        sum += std::fabs(world.at(i, k)) * std::fabs(localFromWorld.at(k, j));
       condition = std::fmax(condition, sum);
     }
   if (!(condition <= kLargestCondition)) return false;
@@ -30,14 +30,14 @@ bool placementBox(const Affine& localFromWorld, const MeshFrame& frame, BuildBox
   // coordinate. Twice that is allowed for.
   double center[3], half[3], reach = 0.0;
   for (int i = 0; i < 3; ++i) {
-    center[i] = world.m[i][3];
+    center[i] = world.at(i, 3);
     half[i] = 0.0;
     for (int j = 0; j < 3; ++j) {
       const auto axis = static_cast<std::size_t>(j);
       const double rounding =
           2.0 * kFloatRounding * (std::fabs(frame.center[axis]) + 5.0 * frame.radius);
-      center[i] += world.m[i][j] * frame.center[axis];
-      half[i] += std::fabs(world.m[i][j]) * (frame.halfSize[axis] + frame.growth() + rounding);
+      center[i] += world.at(i, j) * frame.center[axis];
+      half[i] += std::fabs(world.at(i, j)) * (frame.halfSize[axis] + frame.growth() + rounding);
     }
     reach = std::fmax(reach, std::fabs(center[i]) + half[i]);
   }

@@ -25,6 +25,14 @@ struct Nearest {
   const Block* block = nullptr;
   std::uint32_t lane = 0;
 
+  void take(const Crossing& c, std::uint32_t p, const Block& b, std::uint32_t l) {
+    distance = c.distance;
+    placement = p;
+    triangle = b.triangle[l];
+    crossing = c;
+    block = &b;
+    lane = l;
+  }
   /// By distance, then by placement, then by triangle, so that no order of the walk shows.
   [[nodiscard]] bool isBeatenBy(double d, std::uint32_t p, std::uint32_t t) const {
     if (d != distance) return d < distance;
@@ -34,12 +42,22 @@ struct Nearest {
 
 /// A scene as a kernel sees it.
 struct SceneView {
-  const Mesh* meshes;
-  const Placement* placements;
-  const Node* nodes;             ///< over the placements that have a box; null when none has
-  std::uint32_t onlyPlacement;   ///< the one placement that has a box; kNone when there are more
-  const std::uint32_t* unboxed;  ///< placements that every ray must ask
-  std::size_t numUnboxed;
+  const Mesh* meshes = nullptr;
+  const Placement* placements = nullptr;
+  const Node* nodes = nullptr;  ///< over the placements that have a box; null when none has
+  std::uint32_t onlyPlacement =
+      kNone;  ///< the one placement that has a box; kNone when there are more
+  const std::uint32_t* unboxed = nullptr;  ///< placements that every ray must ask
+  std::size_t numUnboxed = 0;
+  /// Of the tree over placements; mostWaiting counts the deepest of the meshes' trees too.
+  TreeLimits limits;
+};
+
+/// Where the answers of a span go, in any order: each ray's index and the nearest crossing, whose
+/// placement is kNone on a miss. Only the placement says anything where any hit was asked for.
+struct SpanAnswers {
+  void (*take)(const void* self, std::size_t ray, const Nearest& nearest);
+  const void* self;
 };
 
 /// What a kernel answers, for rays of one type.
@@ -47,6 +65,9 @@ template <class T>
 struct RayFunctions {
   void (*nearest)(const SceneView&, const tarn::Ray<T>&, Nearest&);
   bool (*occluded)(const SceneView&, const tarn::Ray<T>&);
+  /// The same for many rays. \return false, with nothing done, where they must be asked one by one
+  bool (*nearestOfSpan)(const SceneView&, const tarn::Ray<T>*, std::size_t, const SpanAnswers&);
+  bool (*occludedOfSpan)(const SceneView&, const tarn::Ray<T>*, std::size_t, const SpanAnswers&);
 };
 struct KernelFunctions {
   RayFunctions<float> ofFloat;

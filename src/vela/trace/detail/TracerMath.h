@@ -81,34 +81,38 @@ inline float scaleCoordinate(float v, const MeshFrame& frame) {
   return std::ldexp(v, -frame.exponent);
 }
 
-/// Three rows of four: local = m[r][0] x + m[r][1] y + m[r][2] z + m[r][3].
+/// An affine map: out = x column[0] + y column[1] + z column[2] + column[3]. By columns, since one
+/// register then computes all three components.
 struct Affine {
-  double m[3][4] = {};
+  double column[4][3] = {};
+
+  [[nodiscard]] double at(int r, int c) const { return column[c][r]; }
 };
 
 /// The inverse of an affine map; false, with \p out untouched, when it has none or is not finite.
 inline bool invert(const Affine& a, Affine& out) {
-  const auto& m = a.m;
-  const double c00 = m[1][1] * m[2][2] - m[1][2] * m[2][1];
-  const double c01 = m[1][2] * m[2][0] - m[1][0] * m[2][2];
-  const double c02 = m[1][0] * m[2][1] - m[1][1] * m[2][0];
-  const double det = m[0][0] * c00 + m[0][1] * c01 + m[0][2] * c02;
+  const auto& m = a.column;
+  const double c00 = m[1][1] * m[2][2] - m[2][1] * m[1][2];
+  const double c01 = m[2][1] * m[0][2] - m[0][1] * m[2][2];
+  const double c02 = m[0][1] * m[1][2] - m[1][1] * m[0][2];
+  const double det = m[0][0] * c00 + m[1][0] * c01 + m[2][0] * c02;
   if (det == 0.0 || !std::isfinite(det)) return false;
   Affine r;
-  r.m[0][0] = c00 / det;
-  r.m[1][0] = c01 / det;
-  r.m[2][0] = c02 / det;
-  r.m[0][1] = (m[0][2] * m[2][1] - m[0][1] * m[2][2]) / det;
-  r.m[1][1] = (m[0][0] * m[2][2] - m[0][2] * m[2][0]) / det;
-  r.m[2][1] = (m[0][1] * m[2][0] - m[0][0] * m[2][1]) / det;
-  r.m[0][2] = (m[0][1] * m[1][2] - m[0][2] * m[1][1]) / det;
-  r.m[1][2] = (m[0][2] * m[1][0] - m[0][0] * m[1][2]) / det;
-  r.m[2][2] = (m[0][0] * m[1][1] - m[0][1] * m[1][0]) / det;
-  for (int i = 0; i < 3; ++i) {
-    r.m[i][3] = -(r.m[i][0] * m[0][3] + r.m[i][1] * m[1][3] + r.m[i][2] * m[2][3]);
-    for (int j = 0; j < 4; ++j)
-      if (!std::isfinite(r.m[i][j])) return false;
-  }
+  auto& n = r.column;
+  n[0][0] = c00 / det;
+  n[0][1] = c01 / det;
+  n[0][2] = c02 / det;
+  n[1][0] = (m[2][0] * m[1][2] - m[1][0] * m[2][2]) / det;
+  n[1][1] = (m[0][0] * m[2][2] - m[2][0] * m[0][2]) / det;
+  n[1][2] = (m[1][0] * m[0][2] - m[0][0] * m[1][2]) / det;
+  n[2][0] = (m[1][0] * m[2][1] - m[2][0] * m[1][1]) / det;
+  n[2][1] = (m[2][0] * m[0][1] - m[0][0] * m[2][1]) / det;
+  n[2][2] = (m[0][0] * m[1][1] - m[1][0] * m[0][1]) / det;
+  for (int i = 0; i < 3; ++i)
+    n[3][i] = -(n[0][i] * m[3][0] + n[1][i] * m[3][1] + n[2][i] * m[3][2]);
+  for (const auto& column : n)
+    for (const double v : column)
+      if (!std::isfinite(v)) return false;
   out = r;
   return true;
 }
@@ -119,16 +123,19 @@ inline bool makeLocalFromWorld(const tarn::Mat4<double>& worldFromLocal, const M
   Affine world;
   for (std::size_t r = 0; r < 3; ++r)
     for (std::size_t c = 0; c < 4; ++c) {
-      world.m[r][c] = worldFromLocal[c * 4 + r];
-      if (!std::isfinite(world.m[r][c])) return false;
+      world.column[c][r] = worldFromLocal[c * 4 + r];
+      if (!std::isfinite(world.column[c][r])) return false;
     }
   Affine local;
   if (!invert(world, local)) return false;
-  for (auto& row : local.m)
-    for (double& v : row) v = std::ldexp(v, -frame.exponent);
+  for (auto& column : local.column)
+    for (double& v : column) v = std::ldexp(v, -frame.exponent);
   out = local;
   return true;
 }
+
+/// The axis that follows each: x, y, z, x.
+constexpr int kNextAxis[3] = {1, 2, 0};
 
 /// A ray in a mesh's scaled space.
 struct LocalRay {
@@ -165,19 +172,18 @@ inline bool makeLocalRay(const Affine& localFromWorld, const MeshFrame& frame,
                         static_cast<double>(ray.direction.z)};
   double o[3], d[3];
   for (int i = 0; i < 3; ++i) {
-    const double* m = localFromWorld.m[i];
-    d[i] = m[0] * wd[0] + m[1] * wd[1] + m[2] * wd[2];
-    o[i] = m[0] * wo[0] + m[1] * wo[1] + m[2] * wo[2] + m[3];
+    const auto& m = localFromWorld.column;
+    d[i] = m[0][i] * wd[0] + m[1][i] * wd[1] + m[2][i] * wd[2];
+    o[i] = m[0][i] * wo[0] + m[1][i] * wo[1] + m[2][i] * wo[2] + m[3][i];
   }
 
   // The largest axis of the direction; the first on ties.
   const double d0 = std::fabs(d[0]), d1 = std::fabs(d[1]), d2 = std::fabs(d[2]);
   const double d01 = d1 > d0 ? d1 : d0, length = d2 > d01 ? d2 : d01;
-  static constexpr int kNext[3] = {1, 2, 0};
   const int z = d2 > d01 ? 2 : static_cast<int>(d1 > d0);
   out.z = z;
-  out.x = kNext[z];
-  out.y = kNext[out.x];
+  out.x = kNextAxis[z];
+  out.y = kNextAxis[out.x];
   const double scale = 1.0 / length;
   if (!(scale <= std::numeric_limits<double>::max()) ||
       !(length <= std::numeric_limits<double>::max()))
@@ -283,14 +289,18 @@ inline float roundDistance(double distance) {
                         : -std::numeric_limits<float>::infinity();
 }
 
+/// How far rounding to float may move a distance: by kFloatRounding of itself, or by 2^-150 where
+/// the float is a denormal.
+constexpr double kRangeSlack = 1.2e-7, kAbsoluteRangeSlack = 1e-44;
+static_assert(kRangeSlack > 2.0 * kFloatRounding && kAbsoluteRangeSlack > 7.1e-46);
+
 /// The range of distances of a ray, closed at both ends. Distances are compared in the ray's own
 /// type: those of a Ray<float> are rounded to float first, so that a ray whose range ends at
 /// float(hit.distance) finds the hit again.
 template <class T>
 struct DistanceRange {
   T min, max;
-  /// No distance that counts as within [min, max] lies outside these. For float: rounding moves a
-  /// distance by at most kFloatRounding of itself, or by 2^-150 where the float is a denormal.
+  /// No distance that counts as within [min, max] lies outside these.
   double low, high;
 
   explicit DistanceRange(const tarn::Ray<T>& ray)
@@ -309,9 +319,7 @@ struct DistanceRange {
 
  private:
   static double slack(float end) {
-    constexpr double kRelative = 1.2e-7, kAbsolute = 1e-44;
-    static_assert(kRelative > 2.0 * kFloatRounding && kAbsolute > 7.1e-46);
-    return std::fabs(static_cast<double>(end)) * kRelative + kAbsolute;
+    return std::fabs(static_cast<double>(end)) * kRangeSlack + kAbsoluteRangeSlack;
   }
   static double slack(double) { return 0.0; }
 };

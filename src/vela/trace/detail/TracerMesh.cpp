@@ -110,6 +110,7 @@ void Mesh::build() {
   std::vector<LeafRun> leaves;
   buildTree(boxes, nodes, leaves);
   nodes.shrink_to_fit();
+  limits = limitsOf(nodes);
 
   // Fill the blocks.
   blocks.assign(leaves.size(), Block());

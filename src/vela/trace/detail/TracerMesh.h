@@ -34,12 +34,15 @@ struct Mesh {
   LargeVector<TriangleSource> triangles;  ///< by face, then in the order of the cut
   LargeVector<Node> nodes;
   LargeVector<Block> blocks;
+  TreeLimits limits;
   bool isBuilt = false;
 
   /// Checks the faces, cuts them into triangles and finds the frame; no tree yet.
   void prepare();
   /// Builds the tree over the triangles.
   void build();
+  /// Fetches what a hit's record will need of a triangle.
+  void prefetchSource(std::uint32_t triangle) const { __builtin_prefetch(&triangles[triangle]); }
   /// A triangle's corner as the caller gave it.
   [[nodiscard]] tarn::Vec3<float> corner(std::size_t triangle, std::size_t corner) const;
 };

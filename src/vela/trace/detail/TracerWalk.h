@@ -1,231 +1,304 @@
-/// \file
-/// The walk of one ray through the tracer's trees, written once over eight lanes of floats. A .cpp
-/// includes it after defining `Lanes` in an unnamed namespace, so each set of instructions gets its
-/// own copy of everything here.
-///
-/// Lanes gives: `static Lanes load(const float*)` (32-byte aligned), `broadcast(float)`,
-/// `store(float*)`, `+ - *`, `min`, `max`, `flipSign(Lanes)` (exclusive or with sign bits),
-/// `unsigned lessEqual(a, b)`, one bit a lane, false for NaN. min and max of a NaN are neither less
-/// than or equal to zero nor greater than or equal to it.
-///
-/// Nothing here decides an answer. It skips what crossTriangle would refuse and what cannot be
-/// nearer.
+// The walk of one ray through the tracer's trees, compiled once for each set of instructions.
+// Nothing here decides an answer: it skips what crossTriangle would refuse and what cannot be
+// nearer.
 
-// No include guard: included once by each kernel, inside an unnamed namespace.
+// No include guard: included once for each instruction set, see tarn/Lanes.h.
 
-/// std::fmin and std::fmax would be calls into the C library.
-inline double least(double a, double b) { return b < a ? b : a; }
-inline double largest(double a, double b) { return b > a ? b : a; }
+namespace vela::tracer {
+namespace {
+namespace TARN_LANES_SET {
 
-/// A float that no s of a crossing up to the distance exceeds.
-///
-/// A crossing's distance carries the roundings of start + s, of distancePerS and of their product,
-/// and here sPerDistance adds a fourth; the subtraction of start is the fifth. All are roundings of
-/// doubles no larger than |s| + |start|. Narrowing the result costs one rounding of a float. The
-/// absolute slack, far below any coordinate in scaled space, keeps the result from being a
-/// denormal, which slows the processor by some hundred cycles.
-inline float upperS(double distance, double sPerDistance, double start) {
-  constexpr double kDoubleSlack = 2e-15, kFloatSlack = 2.4e-7, kAbsoluteSlack = 1e-30;
-  static_assert(kDoubleSlack > 5.0 * kDoubleRounding && kFloatSlack > 2.0 * kFloatRounding);
-  const double s = distance * sPerDistance, v = s - start;
-  const double up = v + ((std::fabs(s) + std::fabs(start)) * kDoubleSlack +
-                         std::fabs(v) * kFloatSlack + kAbsoluteSlack);
-  if (!(up < 3e38)) return std::numeric_limits<float>::infinity();
-  return up < -3e38 ? -3e38f : static_cast<float>(up);
-}
-/// The other end: no s of a crossing from the distance on is below it.
-inline float lowerS(double distance, double sPerDistance, double start) {
-  return -upperS(-distance, sPerDistance, -start);
-}
+using Floats = tarn::TARN_LANES_SET::FloatLanes<8>;
+using Floats4 = tarn::TARN_LANES_SET::FloatLanes<4>;
+using Doubles = tarn::TARN_LANES_SET::DoubleLanes<4>;
+using Hits = tarn::TARN_LANES_SET::Mask<8>;
 
-/// The relative error of a slab value against a box that was not grown for it: the roundings of the
-/// inverse, of the difference and of the product, with ample room. 2^-20.
-constexpr float kSlabSlack = 9.5367432e-7f;
-static_assert(static_cast<double>(kSlabSlack) > 5 * kFloatRounding);
+/// A ray against the boxes of a node.
+struct BoxRay {
+  /// The origin, rounded so that no slab is entered later or left earlier; both are the same where
+  /// the origin is a float.
+  Floats nearOrigin[3], farOrigin[3];
+  Floats inverse[3];
+  Floats low;               ///< s where the range begins
+  std::size_t nearSide[3];  ///< of the two sides in Node, the one that the ray meets first
 
-/// A child that waits on the stack, and where the ray enters its box.
-struct Entry {
-  float near;
-  std::uint32_t child;
-};
-
-/// One ray against the boxes of a node.
-struct BoxTester {
-  Lanes nearOrigin[3], farOrigin[3], inverse[3];
-  Lanes low;
-  std::size_t nearSide[3];
-
-  /// \param nearO, farO the ray's origin, rounded so that the slabs are entered no later and left
-  ///                    no earlier; the same where it is exact
-  BoxTester(const float (&nearO)[3], const float (&farO)[3], const float (&inv)[3], float sLow) {
-    for (std::size_t i = 0; i < 3; ++i) {
-      nearOrigin[i] = Lanes::broadcast(nearO[i]);
-      farOrigin[i] = Lanes::broadcast(farO[i]);
-      inverse[i] = Lanes::broadcast(inv[i]);
-      nearSide[i] = inv[i] < 0.0f ? 1 : 0;
-    }
-    low = Lanes::broadcast(sLow);
-  }
-
-  /// Tests the eight children. \return a bit for each hit; \p near is where the ray enters it
+  /// The eight children: which are hit, and where the ray enters them.
   ///
   /// \tparam isRelative widens by kSlabSlack, for boxes that were not grown for this test
   template <bool isRelative>
-  unsigned test(const Node& node, const Lanes& high, Lanes& near) const {
-    const Lanes nx = (Lanes::load(node.side[nearSide[0]][0]) - nearOrigin[0]) * inverse[0];
-    const Lanes ny = (Lanes::load(node.side[nearSide[1]][1]) - nearOrigin[1]) * inverse[1];
-    const Lanes nz = (Lanes::load(node.side[nearSide[2]][2]) - nearOrigin[2]) * inverse[2];
-    const Lanes fx = (Lanes::load(node.side[1 - nearSide[0]][0]) - farOrigin[0]) * inverse[0];
-    const Lanes fy = (Lanes::load(node.side[1 - nearSide[1]][1]) - farOrigin[1]) * inverse[1];
-    const Lanes fz = (Lanes::load(node.side[1 - nearSide[2]][2]) - farOrigin[2]) * inverse[2];
-    near = max(max(nx, ny), max(nz, low));
-    Lanes far = min(min(fx, fy), min(fz, high));
+  inline Hits test(const Node& node, const Floats& high, Floats& near) const {
+    const auto slab = [&](std::size_t axis, std::size_t side, const Floats& from) {
+      return (Floats::load(node.side[side][axis]) - from) * inverse[axis];
+    };
+    near = max(max(slab(0, nearSide[0], nearOrigin[0]), slab(1, nearSide[1], nearOrigin[1])),
+               max(slab(2, nearSide[2], nearOrigin[2]), low));
+    Floats far =
+        min(min(slab(0, 1 - nearSide[0], farOrigin[0]), slab(1, 1 - nearSide[1], farOrigin[1])),
+            min(slab(2, 1 - nearSide[2], farOrigin[2]), high));
     // Upwards: away from zero where far is positive, towards zero where it is negative.
     if (isRelative)
-      far =
-          max(far * Lanes::broadcast(1.0f + kSlabSlack), far * Lanes::broadcast(1.0f - kSlabSlack));
-    return lessEqual(near, far);
+      far = max(far * Floats::broadcast(1.0f + kSlabSlack),
+                far * Floats::broadcast(1.0f - kSlabSlack));
+    return near <= far;
   }
 };
 
-/// Puts the hit children of a node on the stack, the farthest first, and returns the nearest.
-inline std::uint32_t pushChildren(const Node& node, unsigned mask, const Lanes& near, Entry*& top) {
-  const auto first = static_cast<unsigned>(__builtin_ctz(mask));
-  mask &= mask - 1;
-  if (mask == 0) return node.child[first];
-  alignas(32) float distance[kWidth];
-  near.store(distance);
-  Entry best{distance[first], node.child[first]};
-  Entry* const base = top;
-  do {
-    const auto lane = static_cast<unsigned>(__builtin_ctz(mask));
+/// A ray against the triangles of a block.
+struct TriangleRay {
+  Floats origin[3];  ///< by `axis`
+  Floats shearX, shearY;
+  Floats zSign;                ///< -0 where the direction along axis[2] is negative, else 0
+  std::size_t axis[3];         ///< x, y and z of LocalRay
+  double start, distancePerS;  ///< as in LocalRay
+
+  /// A bit for each triangle that crossTriangle may take at an s of at most \p high.
+  [[nodiscard]] inline unsigned test(const Block& block, const Floats& high) const {
+    Floats x[3], y[3], z[3];
+    for (std::size_t c = 0; c < 3; ++c) {
+      const auto& corner = block.corner[c];
+      z[c] = flipSign(Floats::load(corner[axis[2]]) - origin[2], zSign);
+      x[c] = (Floats::load(corner[axis[0]]) - origin[0]) - shearX * z[c];
+      y[c] = (Floats::load(corner[axis[1]]) - origin[1]) - shearY * z[c];
+    }
+    const Floats u = x[2] * y[1] - y[2] * x[1];
+    const Floats v = x[0] * y[2] - y[0] * x[2];
+    const Floats w = x[1] * y[0] - y[1] * x[0];
+    const Floats zero = Floats::broadcast(0.0f);
+    // A lane without a triangle is NaN in all three areas, and so is the minimum and maximum.
+    const Hits inside = (zero <= min(u, min(v, w))) | (max(u, max(v, w)) <= zero);
+    return bits(inside & (min(z[0], min(z[1], z[2])) <= high));
+  }
+
+  /// crossTriangle for one lane that has passed the test above, so that the signs of the float
+  /// areas are known. Corners a, b and c are lanes of one register.
+  [[nodiscard]] inline bool cross(const Block& block, std::size_t lane, Crossing& out) const {
+    const auto corners = [&](std::size_t i) {
+      Floats4 lanes;
+      setLanes(lanes, block.corner[0][i][lane], block.corner[1][i][lane], block.corner[2][i][lane]);
+      return lanes;
+    };
+    const Floats4 z = flipSign(corners(axis[2]) - lower(origin[2]), lower(zSign));
+    const Doubles x = widen((corners(axis[0]) - lower(origin[0])) - lower(shearX) * z);
+    const Doubles y = widen((corners(axis[1]) - lower(origin[1])) - lower(shearY) * z);
+    const Doubles area = previous(x) * next(y) - previous(y) * next(x);
+    const Doubles zero = Doubles::broadcast(0.0);
+    if ((bits(area >= zero) & 7u) != 7u && (bits(area <= zero) & 7u) != 7u) return false;
+    const double u = laneOf<0>(area), v = laneOf<1>(area), w = laneOf<2>(area);
+    const double sum = u + v + w;
+    if (sum == 0.0) return false;
+    const Doubles weighted = area * widen(z);
+    const double s = (laneOf<0>(weighted) + laneOf<1>(weighted) + laneOf<2>(weighted)) / sum;
+    out.a = u;
+    out.b = v;
+    out.c = w;
+    out.sum = sum;
+    out.distance = (start + s) * distancePerS;
+    return true;
+  }
+};
+
+/// Children that wait. The lowest entry is kNone, so that taking the next needs no test for an
+/// empty stack.
+struct Stack {
+  /// Room for a path through the tree over placements and one through a mesh.
+  std::int32_t key[2 * kStackSize + kWidth];
+  std::uint32_t child[2 * kStackSize + kWidth];
+  std::uint32_t top = 0;
+
+  Stack() { push(kNone); }
+  void push(std::uint32_t c) {
+    key[top] = 0;
+    child[top++] = c;
+  }
+  std::uint32_t pop() { return child[--top]; }
+
+  /// Puts the hit children of a node in, the farthest first, and returns the nearest of all. Takes
+  /// from the stack when none is hit.
+  ///
+  /// With branches: for one ray the processor foresees them well enough where rays are coherent,
+  /// and then goes on without waiting for the distances. A sorting network is slower there by a
+  /// tenth.
+  inline std::uint32_t pushHits(const Node& node, const Hits& hit, const Floats& near) {
+    unsigned mask = bits(hit);
+    if (mask == 0) return pop();
+    int lane = __builtin_ctz(mask);
     mask &= mask - 1;
-    Entry next{distance[lane], node.child[lane]};
-    if (next.near < best.near) std::swap(next, best);
-    // Insert, so that the nearest is on top.
-    Entry* at = top++;
-    while (at > base && (at - 1)->near < next.near) {
-      *at = *(at - 1);
-      --at;
-    }
-    *at = next;
-  } while (mask != 0);
-  return best.child;
-}
-
-/// Eight triangles against a ray, by the float part of crossTriangle.
-struct TriangleTester {
-  Lanes origin[3], shearX, shearY, sign;
-  int x, y, z;
-
-  explicit TriangleTester(const LocalRay& ray)
-      : shearX(Lanes::broadcast(ray.shearX)),
-        shearY(Lanes::broadcast(ray.shearY)),
-        sign(Lanes::broadcast(ray.zSign < 0.0f ? -0.0f : 0.0f)),
-        x(ray.x),
-        y(ray.y),
-        z(ray.z) {
-    origin[0] = Lanes::broadcast(ray.origin[ray.x]);
-    origin[1] = Lanes::broadcast(ray.origin[ray.y]);
-    origin[2] = Lanes::broadcast(ray.origin[ray.z]);
+    if (mask == 0) return node.child[lane];
+    alignas(32) std::int32_t distance[kWidth];
+    asInts(max(near, Floats::broadcast(0.0f))).store(distance);
+    std::int32_t nearestKey = distance[lane];
+    std::uint32_t nearest = node.child[lane];
+    const std::uint32_t base = top;
+    do {
+      lane = __builtin_ctz(mask);
+      mask &= mask - 1;
+      std::int32_t nextKey = distance[lane];
+      std::uint32_t nextChild = node.child[lane];
+      if (nextKey < nearestKey) {
+        const std::int32_t k = nearestKey;
+        const std::uint32_t c = nearest;
+        nearestKey = nextKey;
+        nearest = nextChild;
+        nextKey = k;
+        nextChild = c;
+      }
+      std::uint32_t at = top++;
+      for (; at > base && key[at - 1] < nextKey; --at) {
+        key[at] = key[at - 1];
+        child[at] = child[at - 1];
+      }
+      key[at] = nextKey;
+      child[at] = nextChild;
+    } while (mask != 0);
+    return nearest;
   }
-
-  /// \return a bit for each triangle that crossTriangle may take at an s of at most \p high
-  unsigned test(const Block& block, const Lanes& high) const {
-    const auto& [a, b, c] = block.corner;
-    const Lanes az = (Lanes::load(a[z]) - origin[2]).flipSign(sign);
-    const Lanes bz = (Lanes::load(b[z]) - origin[2]).flipSign(sign);
-    const Lanes cz = (Lanes::load(c[z]) - origin[2]).flipSign(sign);
-    const Lanes ax = (Lanes::load(a[x]) - origin[0]) - shearX * az,
-                ay = (Lanes::load(a[y]) - origin[1]) - shearY * az;
-    const Lanes bx = (Lanes::load(b[x]) - origin[0]) - shearX * bz,
-                by = (Lanes::load(b[y]) - origin[1]) - shearY * bz;
-    const Lanes cx = (Lanes::load(c[x]) - origin[0]) - shearX * cz,
-                cy = (Lanes::load(c[y]) - origin[1]) - shearY * cz;
-    const Lanes u = cx * by - cy * bx, v = ax * cy - ay * cx, w = bx * ay - by * ax;
-    const Lanes zero = Lanes::broadcast(0.0f);
-    const unsigned inside = lessEqual(zero, min(u, min(v, w))) | lessEqual(max(u, max(v, w)), zero);
-    return inside & lessEqual(min(az, min(bz, cz)), high);
+  /// Takes out what lies beyond an s of \p high, from the entry \p from on.
+  inline void prune(std::uint32_t from, float high) {
+    top = dropFarther(key, child, from, top, Floats::broadcast(storedLimit(high)));
   }
 };
 
-/// Walks the tree of one placed mesh. \return true when an any-hit query is answered
+/// Walks the tree of one placed mesh, and keeps what is found. \return true when an any-hit query
+/// is answered
 template <bool isAny, class T>
-inline bool traceMesh(const Mesh& mesh, const LocalRay& ray, const DistanceRange<T>& range,
-                      std::uint32_t placement, Nearest& nearest) {
-  const Node* const nodes = mesh.nodes.data();
-  const Block* const blocks = mesh.blocks.data();
-  const BoxTester boxes(ray.origin, ray.origin, ray.inverse,
-                        lowerS(range.low, ray.sPerDistance, ray.start));
-  const TriangleTester triangles(ray);
-  float prune = upperS(least(range.high, nearest.distance), ray.sPerDistance, ray.start);
-  Lanes high = Lanes::broadcast(prune);
-
-  Entry stack[kStackSize];
-  Entry* top = stack;
-  std::uint32_t current = 0;
-  for (;;) {
-    if ((current & kLeaf) == 0) {
-      Lanes near;
-      const unsigned mask = boxes.template test<false>(nodes[current], high, near);
-      if (mask != 0) {
-        current = pushChildren(nodes[current], mask, near, top);
-        continue;
-      }
-    } else {
-      const Block& block = blocks[current & ~kLeaf];
-      for (unsigned mask = triangles.test(block, high); mask != 0; mask &= mask - 1) {
-        const auto lane = static_cast<std::uint32_t>(__builtin_ctz(mask));
-        const auto& corner = block.corner;
-        const float a[3] = {corner[0][0][lane], corner[0][1][lane], corner[0][2][lane]};
-        const float b[3] = {corner[1][0][lane], corner[1][1][lane], corner[1][2][lane]};
-        const float c[3] = {corner[2][0][lane], corner[2][1][lane], corner[2][2][lane]};
-        Crossing crossing;
-        if (!crossTriangle(ray, a, b, c, crossing) || !range.contains(crossing.distance)) continue;
-        if (isAny) return true;
-        if (!nearest.isBeatenBy(crossing.distance, placement, block.triangle[lane])) continue;
-        nearest.distance = crossing.distance;
-        nearest.placement = placement;
-        nearest.triangle = block.triangle[lane];
-        nearest.crossing = crossing;
-        nearest.block = &block;
-        __builtin_prefetch(&mesh.triangles[block.triangle[lane]]);
-        nearest.lane = lane;
-        prune = upperS(least(range.high, crossing.distance), ray.sPerDistance, ray.start);
-        high = Lanes::broadcast(prune);
-      }
-    }
-    // Take the nearest box that waits and is still in reach.
-    do {
-      if (top == stack) return false;
-      --top;
-    } while (top->near > prune);
-    current = top->child;
-  }
-}
-
-/// Asks one placement. \return true when an any-hit query is answered
-template <bool isAny, class T>
-inline bool tracePlacement(const SceneView& scene, std::uint32_t index, const tarn::Ray<T>& ray,
-                           const DistanceRange<T>& range, Nearest& nearest) {
+inline bool traceMesh(const SceneView& scene, std::uint32_t index, const tarn::Ray<T>& ray,
+                      const DistanceRange<T>& range, Stack& stack, Nearest& nearest) {
   const Placement& placement = scene.placements[index];
   const Mesh& mesh = scene.meshes[placement.mesh];
-  LocalRay local;
-  if (!makeLocalRay(placement.localFromWorld, mesh.frame, ray, local)) return false;
-  return traceMesh<isAny>(mesh, local, range, index, nearest);
+
+  // Into local space: makeLocalRay, with the three axes as lanes. The fourth lane is not used.
+  const auto wide = [](T v) {
+    if constexpr (std::is_same_v<T, float>)
+      return widen(Floats4::broadcast(v));
+    else
+      return Doubles::broadcast(v);
+  };
+  const double* const m = placement.localFromWorld.column[0];
+  const Doubles m0 = Doubles::load(m), m1 = Doubles::load(m + 3), m2 = Doubles::load(m + 6);
+  const Doubles m3 = rotated(Doubles::load(m + 8));
+  const Doubles d =
+      m0 * wide(ray.direction.x) + m1 * wide(ray.direction.y) + m2 * wide(ray.direction.z);
+  Doubles o = m0 * wide(ray.origin.x) + m1 * wide(ray.origin.y) + m2 * wide(ray.origin.z) + m3;
+
+  // The largest axis; the signs, on which the first loads depend; one division for all inverses.
+  const Doubles size = abs(d);
+  const double d0 = laneOf<0>(size), d1 = laneOf<1>(size), d2 = laneOf<2>(size);
+  const double d01 = largest(d0, d1), length = largest(d01, d2);
+  const unsigned signs = signBits(d);
+  const Doubles lengths = Doubles::broadcast(length);
+  const Doubles inverses = withFourth(lengths, Doubles::broadcast(1.0)) / withFourth(d, lengths);
+  const double scale = laneOf<3>(inverses);
+  constexpr double most = std::numeric_limits<double>::max();
+  if (!(scale <= most) || !(length <= most)) return false;
+
+  // A far origin moves to just before the mesh.
+  const MeshFrame& frame = mesh.frame;
+  const Doubles scaled = d * Doubles::broadcast(scale);
+  const Doubles q = Doubles::load(&frame.center.x) - o;
+  const auto dotOf = [](const Doubles& p) { return laneOf<0>(p) + laneOf<1>(p) + laneOf<2>(p); };
+  const double qq = dotOf(q * q), rr = frame.radius * frame.radius;
+  double start = 0.0;
+  if (qq > 16.0 * rr) {
+    const double dd = dotOf(scaled * scaled), qd = dotOf(q * scaled);
+    // Lanes z, x, y of the cross product.
+    const Doubles cross = q * next(scaled) - next(q) * scaled, square = cross * cross;
+    if (laneOf<1>(square) + laneOf<2>(square) + laneOf<0>(square) >
+        1.0001 * rr * dd + 1e-26 * qq * dd)
+      return false;
+    start = qd / dd - 2.0 * frame.radius;
+    o = o + Doubles::broadcast(start) * scaled;
+  }
+  if ((bits(abs(o) <= Doubles::broadcast(16.0)) & 7u) != 7u) return false;
+
+  BoxRay boxes;
+  const Floats4 origin = narrow(o);
+  const Doubles bounded = min(abs(inverses), Doubles::broadcast(kLargestInverse));
+  const Floats4 inverse = narrow(flipSign(bounded, d));
+  boxes.nearOrigin[0] = boxes.farOrigin[0] = spread<0, Floats>(origin);
+  boxes.nearOrigin[1] = boxes.farOrigin[1] = spread<1, Floats>(origin);
+  boxes.nearOrigin[2] = boxes.farOrigin[2] = spread<2, Floats>(origin);
+  boxes.inverse[0] = spread<0, Floats>(inverse);
+  boxes.inverse[1] = spread<1, Floats>(inverse);
+  boxes.inverse[2] = spread<2, Floats>(inverse);
+  for (std::size_t i = 0; i < 3; ++i) boxes.nearSide[i] = signs >> i & 1u;
+  boxes.low = Floats::broadcast(lowerS(range.low, length, start));
+  Floats high = Floats::broadcast(upperS(least(range.high, nearest.distance), length, start));
+
+  // Down to the first leaf.
+  const Node* const nodes = mesh.nodes.data();
+  const Block* const blocks = mesh.blocks.data();
+  const std::uint32_t base = stack.top;
+  stack.push(kNone);
+  std::uint32_t current = 0;
+  const auto descend = [&] {
+    while ((current & kLeaf) == 0) {
+      Floats near;
+      const Hits hit = boxes.template test<false>(nodes[current], high, near);
+      current = stack.pushHits(nodes[current], hit, near);
+    }
+  };
+  descend();
+  if (current == kNone) return false;
+
+  // What only triangles need.
+  TriangleRay triangles;
+  const std::size_t z = d2 > d01 ? 2 : d1 > d0 ? 1 : 0;
+  const std::size_t x = static_cast<std::size_t>(kNextAxis[z]),
+                    y = static_cast<std::size_t>(kNextAxis[x]);
+  alignas(32) double direction[4];
+  alignas(16) float from[4];
+  scaled.store(direction);
+  origin.store(from);
+  triangles.axis[0] = x;
+  triangles.axis[1] = y;
+  triangles.axis[2] = z;
+  triangles.origin[0] = Floats::broadcast(from[x]);
+  triangles.origin[1] = Floats::broadcast(from[y]);
+  triangles.origin[2] = Floats::broadcast(from[z]);
+  triangles.shearX = Floats::broadcast(static_cast<float>(direction[x]));
+  triangles.shearY = Floats::broadcast(static_cast<float>(direction[y]));
+  triangles.zSign = Floats::broadcast(direction[z] < 0.0 ? -0.0f : 0.0f);
+  triangles.start = start;
+  triangles.distancePerS = scale;
+
+  for (;;) {
+    const Block& block = blocks[current & ~kLeaf];
+    for (unsigned mask = triangles.test(block, high); mask != 0; mask &= mask - 1) {
+      const auto lane = static_cast<std::uint32_t>(__builtin_ctz(mask));
+      Crossing crossing;
+      if (!triangles.cross(block, lane, crossing) || !range.contains(crossing.distance)) continue;
+      if (isAny) return true;
+      if (!nearest.isBeatenBy(crossing.distance, index, block.triangle[lane])) continue;
+      nearest.take(crossing, index, block, lane);
+      mesh.prefetchSource(block.triangle[lane]);
+      const float prune = upperS(crossing.distance, length, start);
+      high = Floats::broadcast(prune);
+      stack.prune(base + 1, prune);
+    }
+    current = stack.pop();
+    descend();
+    if (current == kNone) return false;
+  }
 }
 
-/// A coordinate of a ray's origin as a float for the box test in world space: exact where it is
-/// one, else the next one up or down. Beyond the range of float: the last one or infinity.
-inline float roundOrigin(float v, bool) { return v; }
-inline float roundOrigin(double v, bool isUp) {
-  constexpr float most = std::numeric_limits<float>::max(), infinity = HUGE_VALF;
-  if (v > static_cast<double>(most)) return isUp ? infinity : most;
-  if (v < -static_cast<double>(most)) return isUp ? -most : -infinity;
-  const auto rounded = static_cast<float>(v);
-  if (static_cast<double>(rounded) == v) return rounded;
-  if ((static_cast<double>(rounded) > v) == isUp) return rounded;
-  return std::nextafter(rounded, isUp ? infinity : -infinity);
+/// A ray against the boxes of the tree over placements, in world space.
+template <class T>
+inline BoxRay makeWorldRay(const tarn::Ray<T>& ray, const DistanceRange<T>& range,
+                           double& sPerDistance) {
+  BoxRay boxes;
+  sPerDistance = 0.0;
+  for (std::size_t i = 0; i < 3; ++i)
+    sPerDistance = largest(sPerDistance, std::fabs(static_cast<double>(ray.direction[i])));
+  for (std::size_t i = 0; i < 3; ++i) {
+    const double direction = static_cast<double>(ray.direction[i]);
+    const bool isNegative = std::signbit(direction);
+    boxes.inverse[i] = Floats::broadcast(boundedInverse(sPerDistance, direction));
+    boxes.nearOrigin[i] = Floats::broadcast(roundOrigin(ray.origin[i], !isNegative));
+    boxes.farOrigin[i] = Floats::broadcast(roundOrigin(ray.origin[i], isNegative));
+    boxes.nearSide[i] = isNegative ? 1 : 0;
+  }
+  boxes.low = Floats::broadcast(lowerS(range.low, sPerDistance, 0.0));
+  return boxes;
 }
 
 /// Asks the whole scene. \return true when an any-hit query is answered
@@ -233,49 +306,32 @@ template <bool isAny, class T>
 inline bool traceScene(const SceneView& scene, const tarn::Ray<T>& ray, Nearest& nearest) {
   if (!isUsable(ray)) return false;
   const DistanceRange<T> range(ray);
+  Stack stack;
   for (std::size_t i = 0; i < scene.numUnboxed; ++i)
-    if (tracePlacement<isAny>(scene, scene.unboxed[i], ray, range, nearest)) return true;
+    if (traceMesh<isAny>(scene, scene.unboxed[i], ray, range, stack, nearest)) return true;
   if (scene.nodes == nullptr) return false;
   if (scene.onlyPlacement != kNone)
-    return tracePlacement<isAny>(scene, scene.onlyPlacement, ray, range, nearest);
+    return traceMesh<isAny>(scene, scene.onlyPlacement, ray, range, stack, nearest);
 
-  // The tree over placements, in world space. The ray is measured by s as in LocalRay.
-  float nearOrigin[3], farOrigin[3], inverse[3];
-  double sPerDistance = 0.0;
-  for (std::size_t i = 0; i < 3; ++i)
-    sPerDistance = largest(sPerDistance, std::fabs(static_cast<double>(ray.direction[i])));
-  for (std::size_t i = 0; i < 3; ++i) {
-    const double direction = static_cast<double>(ray.direction[i]);
-    inverse[i] = boundedInverse(sPerDistance, direction);
-    nearOrigin[i] = roundOrigin(ray.origin[i], !std::signbit(direction));
-    farOrigin[i] = roundOrigin(ray.origin[i], std::signbit(direction));
-  }
-  const BoxTester boxes(nearOrigin, farOrigin, inverse, lowerS(range.low, sPerDistance, 0.0));
-  float prune = upperS(least(range.high, nearest.distance), sPerDistance, 0.0);
-
-  Entry stack[kStackSize];
-  Entry* top = stack;
+  double sPerDistance;
+  const BoxRay boxes = makeWorldRay(ray, range, sPerDistance);
+  float high = upperS(least(range.high, nearest.distance), sPerDistance, 0.0);
   std::uint32_t current = 0;
   for (;;) {
-    if ((current & kLeaf) == 0) {
-      Lanes near;
-      const unsigned mask =
-          boxes.template test<true>(scene.nodes[current], Lanes::broadcast(prune), near);
-      if (mask != 0) {
-        current = pushChildren(scene.nodes[current], mask, near, top);
-        continue;
-      }
-    } else {
-      if (tracePlacement<isAny>(scene, current & ~kLeaf, ray, range, nearest)) return true;
-      prune = upperS(least(range.high, nearest.distance), sPerDistance, 0.0);
+    while ((current & kLeaf) == 0) {
+      Floats near;
+      const Hits hit =
+          boxes.template test<true>(scene.nodes[current], Floats::broadcast(high), near);
+      current = stack.pushHits(scene.nodes[current], hit, near);
     }
-    do {
-      if (top == stack) return false;
-      --top;
-      // The entry into a box carries the roundings of its own test.
-    } while (top->near >
-             (prune < 0.0f ? prune * (1.0f - kSlabSlack) : prune * (1.0f + kSlabSlack)));
-    current = top->child;
+    if (current == kNone) return false;
+    const double before = nearest.distance;
+    if (traceMesh<isAny>(scene, current & ~kLeaf, ray, range, stack, nearest)) return true;
+    if (nearest.distance < before) {
+      high = upperS(nearest.distance, sPerDistance, 0.0);
+      stack.prune(1, high);
+    }
+    current = stack.pop();
   }
 }
 
@@ -289,6 +345,6 @@ bool findAny(const SceneView& scene, const tarn::Ray<T>& ray) {
   return traceScene<true>(scene, ray, nearest);
 }
 
-inline KernelFunctions kernelFunctions() {
-  return {{findNearest<float>, findAny<float>}, {findNearest<double>, findAny<double>}};
-}
+}  // namespace TARN_LANES_SET
+}  // namespace
+}  // namespace vela::tracer

@@ -326,4 +326,30 @@ void buildTreeOfSingles(std::vector<BuildBox>& boxes, LargeVector<Node>& nodes) 
   TreeBuilder(boxes, nodes, nullptr).run();
 }
 
+TreeLimits limitsOf(const LargeVector<Node>& nodes) {
+  TreeLimits limits;
+  if (nodes.empty()) return limits;
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    limits.box[0][axis] = kInfinity;
+    limits.box[1][axis] = -kInfinity;
+    for (std::size_t i = 0; i < kWidth; ++i) {
+      limits.box[0][axis] = std::min(limits.box[0][axis], nodes[0].side[0][axis][i]);
+      limits.box[1][axis] = std::max(limits.box[1][axis], nodes[0].side[1][axis][i]);
+    }
+  }
+  // Whichever child a walk enters, the others may wait. Children have greater indices.
+  std::vector<std::uint32_t> waiting(nodes.size());
+  for (std::size_t n = nodes.size(); n-- > 0;) {
+    std::uint32_t count = 0, below = 0;
+    for (const std::uint32_t child : nodes[n].child) {
+      if (child == kNone) continue;
+      ++count;
+      if ((child & kLeaf) == 0) below = std::max(below, waiting[child]);
+    }
+    waiting[n] = count - 1 + below;
+  }
+  limits.mostWaiting = waiting[0];
+  return limits;
+}
+
 }  // namespace vela::tracer

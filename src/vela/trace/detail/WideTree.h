@@ -56,4 +56,11 @@ void buildTree(std::vector<BuildBox>& boxes, LargeVector<Node>& nodes,
 /// The same down to single boxes: a leaf's child value is kLeaf + the box's index.
 void buildTreeOfSingles(std::vector<BuildBox>& boxes, LargeVector<Node>& nodes);
 
+/// What a walk must know of a tree beforehand.
+struct TreeLimits {
+  float box[2][4] = {};           ///< low and high corner of everything; the fourth is not used
+  std::uint32_t mostWaiting = 0;  ///< the most children that can wait on a walk's stack
+};
+TreeLimits limitsOf(const LargeVector<Node>& nodes);
+
 }  // namespace vela::tracer
