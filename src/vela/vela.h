@@ -35,6 +35,8 @@
 #include "vela/mesh/Triangulate.h"
 #include "vela/sampling/SamplingRng.h"
 #include "vela/scene/ObjectSpace.h"
+#include "vela/scene/Picking.h"
+#include "vela/scene/PixelFinder.h"
 #include "vela/scene/Problem.h"
 #include "vela/scene/RayCaster.h"
 #include "vela/scene/Refinement.h"

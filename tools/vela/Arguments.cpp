@@ -422,14 +422,15 @@ bool readArguments(int count, char** arguments, SelectOptions& options) {
   if (options.output.empty()) wrong(verb, "", "-o S.sel is missing");
   if (options.json) wrong(verb, "--json", "goes with --show");
   if (parser.count("--parts") > 0)
-    options.parts =
-        static_cast<PickedPart>(readWord(verb, "--parts", parts, {"objects", "faces", "vertices"}));
+    options.parts = static_cast<vela::scene::PickedPart>(
+        readWord(verb, "--parts", parts, {"objects", "faces", "vertices"}));
   const std::vector<std::string> corners = splitList(rect);
   if (corners.size() != 4) wrong(verb, "--rect", "'" + rect + "' is not X0,Y0,X1,Y1");
+  int* const values[4] = {&options.rect.x0, &options.rect.y0, &options.rect.x1, &options.rect.y1};
   for (std::size_t i = 0; i < 4; ++i)
-    options.rect[i] = readInteger(verb, "--rect", corners[i], 0, 16383);
-  if (options.rect[0] > options.rect[2]) std::swap(options.rect[0], options.rect[2]);
-  if (options.rect[1] > options.rect[3]) std::swap(options.rect[1], options.rect[3]);
+    *values[i] = readInteger(verb, "--rect", corners[i], 0, 16383);
+  if (options.rect.x0 > options.rect.x1) std::swap(options.rect.x0, options.rect.x1);
+  if (options.rect.y0 > options.rect.y1) std::swap(options.rect.y0, options.rect.y1);
   return true;
 }
 

@@ -8,6 +8,7 @@
 #include "Layers.h"
 #include "ovo/Path.h"
 #include "tarn/Time.h"
+#include "vela/scene/Picking.h"
 #include "vela/scene/RayCaster.h"
 #include "vela/scene/SceneMeshes.h"
 #include "vela/scene/View.h"
@@ -57,13 +58,11 @@ struct PickOptions {
   bool json = false;
 };
 
-enum class PickedPart { objects, faces, vertices };
-
 struct SelectOptions {
   SceneOptions scene;
-  int rect[4] = {};  ///< x0, y0, x1, y1, both corners included
+  vela::scene::PixelRect rect;
   bool through = false;
-  PickedPart parts = PickedPart::objects;
+  vela::scene::PickedPart parts = vela::scene::PickedPart::objects;
   std::string output, add;
   std::string show;  ///< a selection to print instead
   bool json = false;

@@ -1,5 +1,4 @@
 #include <cstdio>
-#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -41,7 +40,6 @@ void pick(const PickOptions& options) {
     const double* r = options.ray;
     ray.base = {r[0], r[1], r[2]};
     ray.direction = Vec3<float>(Vec3<double>(r[3], r[4], r[5]));
-    ray.maxDistance = std::numeric_limits<float>::max();
   } else {
     const View view = makeView(*stage, scene, extent);
     if (options.pixelX >= view.width || options.pixelY >= view.height)

@@ -95,8 +95,7 @@ class TracerCaster final : public detail::LocalCaster {
     for (const Shape& shape : list.shapes) {
       Box3<double> box;
       for (const Vec3<float>& p : shape.points)
-        if (std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z))
-          box.extendBy(Vec3<double>(p));
+        if (isFinite(p)) box.extendBy(Vec3<double>(p));
       shapeBoxes.push_back(box);
     }
     const Mat4<double> localFromWorld = makeLocalFromWorld();

@@ -52,7 +52,6 @@ enum class CasterKind {
 ///   WorldRay down;
 ///   down.base = {0.0, 1000.0, 0.0};
 ///   down.direction = {0.0f, -1.0f, 0.0f};
-///   down.maxDistance = 2000.0f;
 ///   SurfaceHit hit;
 ///   caster.intersect(&down, 1, &hit);
 ///   assert(hit.hit && std::fabs(hit.position().y - (1000.0 - hit.distance)) < 1e-3);

@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <filesystem>
-#include <fstream>
 #include <memory>
 #include <set>
 #include <sstream>
@@ -17,6 +15,7 @@
 #include "ovo/Subdivide.h"
 #include "ovo/Tokens.h"
 #include "support/SampleMeshes.h"
+#include "support/TextStage.h"
 #include "vela/mesh/MeshSample.h"
 #include "vela/scene/Surface.h"
 
@@ -49,18 +48,13 @@ std::string cubeText(const std::string& more, const char* scheme = "catmullClark
 // The meshes of a scene given as text, and what MeshSample makes of the same prim.
 class Refined {
  public:
-  explicit Refined(const std::string& text, int level, double time = kNow) {
-    static int number = 0;
-    file_ = testing::TempDir() + "refined_" + std::to_string(number++) + ".usda";
-    std::ofstream(file_) << "#usda 1.0\n" << text;
-    stage_ = ovo::Stage::open(file_);
+  explicit Refined(const std::string& text, int level, double time = kNow)
+      : stage_(vela_test::stageOf(text)) {
     MeshFilter filter;
     filter.time = time;
     filter.subdivisionLevel = level;
     if (auto list = listMeshes(*stage_, filter, &problem_)) list_ = std::move(*list);
   }
-  ~Refined() { std::filesystem::remove(file_); }
-  Refined(const Refined&) = delete;
 
   [[nodiscard]] const MeshList& list() const { return list_; }
   [[nodiscard]] const Problem& problem() const { return problem_; }
@@ -80,7 +74,6 @@ class Refined {
   }
 
  private:
-  std::string file_;
   std::shared_ptr<ovo::Stage> stage_;
   MeshList list_;
   Problem problem_;
@@ -214,10 +207,10 @@ TEST(Refine, ColoursFollowTheirInterpolation) {
     // The same colours given to corners: joined at points and linear by the rule `all`, smooth by
     // the rule `none`.
     std::string ofCorners = "[";
-    const vela::MeshSample cage = flat.sample(0);
-    for (std::size_t c = 0; c < cage.nVerts(); ++c) {
+    const vela::MeshSample control = flat.sample(0);
+    for (std::size_t c = 0; c < control.nVerts(); ++c) {
       std::ostringstream text;
-      const Vec3<float>& p = cage.points.cdata()[cage.faceVertPointIndices()[c]];
+      const Vec3<float>& p = control.points.cdata()[control.faceVertPointIndices()[c]];
       text << (c ? "," : "") << "(" << p.x << "," << p.y << "," << p.z << ")";
       ofCorners += text.str();
     }

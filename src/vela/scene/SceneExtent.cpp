@@ -2,22 +2,14 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <cstddef>
+#include <cstdlib>
 #include <limits>
 #include <optional>
 
 namespace vela::scene {
 
-namespace {
-
 using tarn::Vec3;
-
-bool isFinite(const Vec3<float>& p) {
-  return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z);
-}
-
-}  // namespace
 
 Extent extentOf(const MeshList& list, const Work& work) {
   // 98 directions, all over a cube's surface.
@@ -34,7 +26,7 @@ Extent extentOf(const MeshList& list, const Work& work) {
 
   Extent extent;
   const auto add = [&](const Vec3<double>& world) {
-    if (!std::isfinite(world.x) || !std::isfinite(world.y) || !std::isfinite(world.z)) return;
+    if (!isFinite(world)) return;
     extent.box.extendBy(world);
     for (std::size_t d = 0; d < kDirections; ++d) {
       const double along = dot(world, directions[d]);

@@ -7,6 +7,7 @@
 
 #include "ovo/Tokens.h"
 #include "tarn/Box3.h"
+#include "tarn/Constants.h"
 #include "vela/mesh/MeshBuilders.h"
 
 namespace vela::scene {
@@ -16,7 +17,7 @@ namespace {
 using tarn::Vec3;
 
 constexpr unsigned kColumns = 128, kHalfRows = 32;
-constexpr double kPi = 3.141592653589793;
+constexpr double kPi = tarn::kPi<double>;
 
 enum Kind { kCube, kSphere, kCylinder, kCone, kCapsule, kPlane };
 enum class End { open, flat, pole };

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "ovo/Tokens.h"
+#include "tarn/Area.h"
 #include "vela/scene/Refinement.h"
 
 namespace vela::scene {
@@ -20,8 +21,8 @@ constexpr Vec3<float> kNeutral{0.5f, 0.5f, 0.5f};
 Surface::Surface(const Shape& shape, double time, bool smooth) : shape_(shape), time_(time) {
   const ovo::Tokens& names = ovo::tokens();
 
-  // A face of a negative count takes no room: the tracer never reports it, and later faces keep
-  // their places.
+  // A face of a negative count takes no indices: the tracer never reports it, and later faces begin
+  // where they would without it.
   starts_.reserve(shape_.counts.size());
   std::size_t start = 0;
   for (const int count : static_cast<const ovo::Array<int>&>(shape_.counts)) {
@@ -179,12 +180,10 @@ bool Surface::findSmooth(int face, const Vec3<float>& objectPoint, bool seenFrom
   weigh(face, objectPoint, weights);
   const int* corners = shape_.indices.cdata() + starts_[f];
   const Vec3<float>* normals = normals_.values.cdata();
-  const auto place = [&](std::size_t i) {
+  const auto cornerPoint = [&](std::size_t i) {
     return Vec3<double>(shape_.points[static_cast<std::size_t>(corners[i])]);
   };
-  Vec3<double> flat;
-  for (std::size_t i = 1; i + 1 < weights.count; ++i)
-    flat += cross(place(i) - place(0), place(i + 1) - place(0));
+  Vec3<double> flat = tarn::areaVector(weights.count, cornerPoint);
   if (shape_.leftHanded) flat = -flat;
   flat.normalize();
   Vec3<double> sum;
@@ -195,7 +194,7 @@ bool Surface::findSmooth(int face, const Vec3<float>& objectPoint, bool seenFrom
             .normalized();
     if (!(dot(normal, flat) > 0.7)) return false;
     if (seenFromBehind) normal = -normal;
-    const double above = dot(Vec3<double>(objectPoint) - place(i), normal);
+    const double above = dot(Vec3<double>(objectPoint) - cornerPoint(i), normal);
     if (above < 0.0 && weights.data[i] > 0.0) sum -= normal * (above * weights.data[i]);
   }
   toSmooth = Vec3<float>(sum);
@@ -254,12 +253,10 @@ void Surface::smoothNormals() {
   };
   const auto areaOf = [&](std::size_t f, std::size_t count) {
     const int* corners = shape_.indices.cdata() + starts_[f];
-    const auto place = [&](std::size_t i) {
+    const auto cornerPoint = [&](std::size_t i) {
       return Vec3<double>(points[static_cast<std::size_t>(corners[i])]);
     };
-    Vec3<double> area;
-    for (std::size_t i = 1; i + 1 < count; ++i)
-      area += cross(place(i) - place(0), place(i + 1) - place(0));
+    const Vec3<double> area = tarn::areaVector(count, cornerPoint);
     return shape_.leftHanded ? -area : area;
   };
 

@@ -6,6 +6,8 @@
 #include <limits>
 #include <string>
 
+#include "tarn/Constants.h"
+#include "tarn/Frame.h"
 #include "vela/camera/RayContext.h"
 #include "vela/camera/SceneCamera.h"
 #include "vela/scene/ScenePrims.h"
@@ -19,16 +21,15 @@ using tarn::Vec2;
 using tarn::Vec3;
 
 constexpr std::size_t kBatch = 64;
-constexpr double kPi = 3.141592653589793;
+constexpr double kPi = tarn::kPi<double>;
 
 Vec3<double> column(const Mat4<double>& m, std::size_t c) {
   return {m[4 * c], m[4 * c + 1], m[4 * c + 2]};
 }
 
-Mat4<double> frame(const Vec3<double>& x, const Vec3<double>& y, const Vec3<double>& z,
-                   const Vec3<double>& at) {
+Mat4<double> worldFromFrame(const tarn::Frame<double>& axes, const Vec3<double>& at) {
   Mat4<double> m;
-  const Vec3<double> columns[4] = {x, y, z, at};
+  const Vec3<double> columns[4] = {axes.x, axes.y, axes.z, at};
   for (std::size_t c = 0; c < 4; ++c)
     for (std::size_t r = 0; r < 3; ++r) m[4 * c + r] = columns[c][r];
   return m;
@@ -42,14 +43,16 @@ void frameAll(View& view, const Extent& extent, bool orthographic) {
   const Vec3<double> front = view.up.z > 0.5 ? Vec3<double>(0, -1, 0) : Vec3<double>(0, 0, 1);
   const Vec3<double> right = cross(view.up, front);
   const Vec3<double> z = (front + right * 0.62 + view.up * 0.46).normalized();
-  const Vec3<double> x = cross(view.up, z).normalized(), y = cross(z, x);
+  const tarn::Frame<double> axes = tarn::frameAbout(z, view.up);
+  const Vec3<double>&x = axes.x, &y = axes.y;
 
   // Half the window at distance 1, less a margin.
   constexpr double kMargin = 0.88, kMagnification = 36.0 / 50.0;
   const double halfX = 0.5 * kMagnification * kMargin, halfY = halfX * view.height / view.width;
 
-  // The distance from which all points lie in it. What then is free on one side is shared with the
-  // other, a few times over: what lies nearer takes more room.
+  // The distance from which all points lie in the window. The camera then moves sideways, so that
+  // what is left free on one side is shared with the other. A few rounds, since what lies nearer
+  // takes more room.
   Vec3<double> centre = extent.box.isEmpty() ? Vec3<double>() : extent.box.center();
   double distance = 0.0, window = 0.0;
   for (int round = 0; round < 4; ++round) {
@@ -75,7 +78,7 @@ void frameAll(View& view, const Extent& extent, bool orthographic) {
   if (!(distance > 0.0) || !std::isfinite(distance)) distance = 1.0;
   if (!(window > 0.0) || !std::isfinite(window)) window = 1.0;
 
-  view.worldFromCamera = frame(x, y, z, centre + z * distance);
+  view.worldFromCamera = worldFromFrame(axes, centre + z * distance);
   view.sample.sensor.apertureSize = orthographic
                                         ? Vec2<double>(window, window * view.height / view.width)
                                         : Vec2<double>(36.0, 36.0 * view.height / view.width);

@@ -2,6 +2,8 @@
 /// Rays in world space, as views make them and ray casters take them.
 #pragma once
 
+#include <limits>
+
 #include "tarn/Vec.h"
 
 namespace vela::scene {
@@ -19,7 +21,7 @@ struct WorldRay {
   tarn::Vec3<double> offset;
   tarn::Vec3<float> direction;
   float minDistance = 0.0f;
-  float maxDistance = 0.0f;
+  float maxDistance = std::numeric_limits<float>::max();
 };
 
 }  // namespace vela::scene

@@ -1,7 +1,6 @@
 #include "vela/scene/detail/InstanceExpander.h"
 
 #include <algorithm>
-#include <cmath>
 #include <string>
 #include <unordered_map>
 
@@ -28,26 +27,8 @@ Mat4<double> InstanceExpander::Instancer::instancerFromInstance(std::size_t i) c
   const Vec3<double> at(positions.cdata()[i]);
   m.translate(at.x, at.y, at.z);
 
-  // Columns of the rotation by a quaternion, made one of unit length; without a length it turns
-  // nothing.
-  if (!orientations.empty()) {
-    Vec4<double> q(orientations.cdata()[i]);
-    const double length = std::sqrt(q.x * q.x + q.y * q.y + q.z * q.z + q.w * q.w);
-    if (length > 0.0) {
-      q = q / length;
-      Mat4<double> turn;
-      turn[0] = 1.0 - 2.0 * (q.y * q.y + q.z * q.z);
-      turn[1] = 2.0 * (q.x * q.y + q.z * q.w);
-      turn[2] = 2.0 * (q.x * q.z - q.y * q.w);
-      turn[4] = 2.0 * (q.x * q.y - q.z * q.w);
-      turn[5] = 1.0 - 2.0 * (q.x * q.x + q.z * q.z);
-      turn[6] = 2.0 * (q.y * q.z + q.x * q.w);
-      turn[8] = 2.0 * (q.x * q.z + q.y * q.w);
-      turn[9] = 2.0 * (q.y * q.z - q.x * q.w);
-      turn[10] = 1.0 - 2.0 * (q.x * q.x + q.y * q.y);
-      m *= turn;
-    }
-  }
+  if (!orientations.empty())
+    m *= Mat4<double>::fromQuaternion(Vec4<double>(orientations.cdata()[i]));
   if (!scales.empty()) {
     const Vec3<double> by(scales.cdata()[i]);
     m.scale(by.x, by.y, by.z);

@@ -1,0 +1,246 @@
+// Views: which camera, the rays of its pixels and the way back from points to pixels.
+#include "vela/scene/View.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "ovo/Stage.h"
+#include "support/TextStage.h"
+#include "vela/camera/RayContext.h"
+#include "vela/scene/PixelFinder.h"
+
+namespace {
+
+using namespace vela::scene;
+using tarn::Mat4;
+using tarn::Vec2;
+using tarn::Vec3;
+using vela::LensProjection;
+using vela_test::stageOf;
+
+constexpr LensProjection kLenses[] = {LensProjection::perspective, LensProjection::orthographic,
+                                      LensProjection::spherical, LensProjection::cylindrical};
+
+// A camera with its film moved aside, turned about two axes, as far from zero as is said.
+std::shared_ptr<ovo::Stage> cameraStage(double away) {
+  return stageOf(
+      "def Camera \"Eye\"\n{\n float focalLength = 30\n float horizontalAperture = 36\n"
+      " float horizontalApertureOffset = 5\n float verticalApertureOffset = -3\n"
+      " float2 clippingRange = (0.5, 1e6)\n"
+      " double3 xformOp:translate = (" +
+      std::to_string(3 + away) + ", " + std::to_string(2 - away) +
+      ", 7)\n float3 xformOp:rotateXYZ = (-20, 35, 5)\n uniform token[] xformOpOrder = "
+      "[\"xformOp:translate\", \"xformOp:rotateXYZ\"]\n}\n");
+}
+
+Extent extentAbout(const Vec3<double>& middle) {
+  Extent extent;
+  extent.box = {middle - Vec3<double>(10), middle + Vec3<double>(10)};
+  return extent;
+}
+
+View viewOf(const ovo::Stage& stage, LensProjection lens, double away) {
+  ViewOptions options;
+  options.lens = lens;
+  options.width = 160;
+  options.height = 90;
+  return makeView(stage, options, extentAbout({away, -away, 0})).value();
+}
+
+std::uint32_t bitsOf(float value) {
+  std::uint32_t bits = 0;
+  std::memcpy(&bits, &value, sizeof bits);
+  return bits;
+}
+void expectSameBits(const Vec3<float>& a, const Vec3<float>& b) {
+  for (std::size_t i = 0; i < 3; ++i)
+    // Zeros may differ in sign.
+    EXPECT_TRUE(bitsOf(a[i]) == bitsOf(b[i]) || (a[i] == 0.0f && b[i] == 0.0f)) << a << " " << b;
+}
+
+TEST(View, RaysAboutAnyPointHaveTheBitsOfTheLensMovedThere) {
+  const unsigned seed = 21;
+  SCOPED_TRACE(seed);
+  std::mt19937 random(seed);
+  std::uniform_real_distribution<double> unit(-1.0, 1.0);
+  for (const double away : {0.0, 1.0e4, 3.7e9})
+    for (const LensProjection lens : kLenses) {
+      const auto stage = cameraStage(away);
+      const View view = viewOf(*stage, lens, away);
+      std::vector<Vec2<float>> points;
+      for (int i = 0; i < 333; ++i)  // no multiple of any batch
+        points.push_back(view.ndc(80 + 80 * unit(random), 45 + 45 * unit(random)));
+      std::vector<WorldRay> rays(points.size());
+      view.makeRays(points.data(), points.size(), rays.data());
+
+      const Vec3<double> zero(away + 5 * unit(random), -away + 5 * unit(random), unit(random));
+      Mat4<double> movedFromCamera;
+      movedFromCamera.translate(-zero.x, -zero.y, -zero.z);
+      movedFromCamera *= view.worldFromCamera;
+      for (std::size_t i = 0; i < points.size(); ++i) {
+        vela::ProjectCoord coord;
+        coord.x = points[i].x;
+        coord.y = points[i].y;
+        vela::RayContext context;
+        view.projection->generateRayGeometry(
+            1, &coord, &view.sample, vela::ProjectionImageContext::forSize(160, 90), &context);
+        context.transform(movedFromCamera);
+        expectSameBits(Vec3<float>(rays[i].offset + (rays[i].base - zero)), context.origin);
+        expectSameBits(rays[i].direction, context.direction);
+        EXPECT_EQ(rays[i].minDistance, context.minDistance);
+        EXPECT_EQ(rays[i].maxDistance, context.maxDistance);
+      }
+    }
+}
+
+TEST(PixelFinder, PointsOnARayShowWhereTheRayWasMade) {
+  const unsigned seed = 22;
+  SCOPED_TRACE(seed);
+  std::mt19937 random(seed);
+  std::uniform_real_distribution<double> unit(0.0, 1.0);
+  for (const double away : {0.0, 1.0e4})
+    for (const LensProjection lens : kLenses) {
+      SCOPED_TRACE(static_cast<int>(lens));
+      const auto stage = cameraStage(away);
+      const View view = viewOf(*stage, lens, away);
+      const PixelFinder finder(view);
+      for (int i = 0; i < 500; ++i) {
+        // The poles of a sphere are one point for a whole row of pixels, and the seam is two.
+        const Vec2<double> wanted(0.5 + 159 * unit(random), 0.5 + 89 * unit(random));
+        const Vec2<float> point = view.ndc(wanted.x, wanted.y);
+        WorldRay ray;
+        view.makeRays(&point, 1, &ray);
+        const double distance = 0.5 + 100 * unit(random);
+        Vec2<double> pixel;
+        ASSERT_TRUE(
+            finder.find(ray.base + ray.offset + Vec3<double>(ray.direction) * distance, pixel));
+        // Directions are floats: 6e-8 of a radian, at a scale of up to 160 pixels a radian and more
+        // towards the edge and the poles.
+        EXPECT_NEAR(pixel.x, wanted.x, 2e-3);
+        EXPECT_NEAR(pixel.y, wanted.y, 2e-3);
+      }
+    }
+}
+
+TEST(PixelFinder, NoPixelShowsWhatLiesBehindOrIsNotFinite) {
+  const auto stage = cameraStage(0);
+  constexpr double kInf = std::numeric_limits<double>::infinity();
+  constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
+  for (const LensProjection lens : kLenses) {
+    SCOPED_TRACE(static_cast<int>(lens));
+    const View view = viewOf(*stage, lens, 0);
+    const PixelFinder finder(view);
+    const Vec3<double> eye(view.worldFromCamera[12], view.worldFromCamera[13],
+                           view.worldFromCamera[14]);
+    const Vec3<double> back(view.worldFromCamera[8], view.worldFromCamera[9],
+                            view.worldFromCamera[10]);
+    Vec2<double> pixel;
+    EXPECT_EQ(finder.find(eye + back * 5.0, pixel), lens != LensProjection::perspective);
+    EXPECT_FALSE(finder.find({kNan, 0, 0}, pixel));
+    EXPECT_FALSE(finder.find({0, kInf, 0}, pixel));
+  }
+}
+
+TEST(View, ASceneWithoutACameraIsFramedWhole) {
+  const unsigned seed = 23;
+  SCOPED_TRACE(seed);
+  std::mt19937 random(seed);
+  std::uniform_real_distribution<double> unit(-1.0, 1.0);
+  for (const char* up : {"Y", "Z"})
+    for (const LensProjection lens : {LensProjection::perspective, LensProjection::orthographic})
+      for (const double size : {1e-3, 1.0, 1e6}) {
+        const auto stage = stageOf(std::string("( upAxis = \"") + up + "\" )\n");
+        Extent extent;
+        for (int i = 0; i < 40; ++i) {
+          extent.outermost.emplace_back(Vec3<double>(unit(random), unit(random), unit(random)) *
+                                        size);
+          extent.box.extendBy(extent.outermost.back());
+        }
+        ViewOptions options;
+        options.lens = lens;
+        const View view = makeView(*stage, options, extent).value();
+        EXPECT_TRUE(view.camera.isEmpty());
+        EXPECT_EQ(view.lens, lens);
+        EXPECT_EQ(view.width, 1280);
+        EXPECT_EQ(view.height, 720);
+        const PixelFinder finder(view);
+        Vec2<double> low(1e9), high(-1e9);
+        for (const Vec3<double>& point : extent.outermost) {
+          Vec2<double> pixel;
+          ASSERT_TRUE(finder.find(point, pixel));
+          low = {std::min(low.x, pixel.x), std::min(low.y, pixel.y)};
+          high = {std::max(high.x, pixel.x), std::max(high.y, pixel.y)};
+        }
+        EXPECT_GE(low.x, 0);
+        EXPECT_GE(low.y, 0);
+        EXPECT_LE(high.x, 1280);
+        EXPECT_LE(high.y, 720);
+        // No more air than the margin and the rounds of framing leave.
+        EXPECT_GT(std::max((high.x - low.x) / 1280, (high.y - low.y) / 720), 0.8);
+      }
+}
+
+TEST(View, TheSphericalLensMakesPicturesOfTwoToOne) {
+  ViewOptions options;
+  options.lens = LensProjection::spherical;
+  const View view = makeView(*stageOf(""), options, Extent()).value();
+  EXPECT_EQ(view.width, 1280);
+  EXPECT_EQ(view.height, 640);
+}
+
+TEST(View, CamerasAreNamedPassedOverOrRefused) {
+  const auto stage = stageOf(
+      "def Camera \"Flat\"\n{\n float horizontalAperture = 0\n}\n"
+      "def Camera \"Good\"\n{\n token projection = \"orthographic\"\n}\ndef Xform "
+      "\"Other\"\n{\n}\n");
+  ViewOptions options;
+  View first = makeView(*stage, options, Extent()).value();
+  EXPECT_TRUE(first.camera.isEmpty()) << "the first is none, so all is framed";
+  ASSERT_EQ(first.problems.size(), 1u);
+  EXPECT_EQ(first.problems[0].kind, Problem::Kind::unusableCamera);
+  EXPECT_EQ(first.problems[0].severity, Problem::Severity::warning);
+  EXPECT_EQ(first.problems[0].subject, "/Flat");
+
+  options.camera = ovo::Path("/Good");
+  const View named = makeView(*stage, options, Extent()).value();
+  EXPECT_EQ(named.camera, ovo::Path("/Good"));
+  EXPECT_EQ(named.lens, LensProjection::orthographic) << "its own";
+  EXPECT_TRUE(named.problems.empty());
+
+  Problem problem;
+  options.camera = ovo::Path("/Flat");
+  EXPECT_FALSE(makeView(*stage, options, Extent(), &problem));
+  EXPECT_EQ(problem.kind, Problem::Kind::unusableCamera);
+  EXPECT_EQ(problem.severity, Problem::Severity::error);
+  for (const char* none : {"/Other", "/Nothing"}) {
+    options.camera = ovo::Path(none);
+    EXPECT_FALSE(makeView(*stage, options, Extent(), &problem));
+    EXPECT_EQ(problem.kind, Problem::Kind::noSuchCamera);
+    EXPECT_EQ(problem.text(), none);
+  }
+
+  Work work;
+  work.stop = [] { return true; };
+  EXPECT_FALSE(makeView(*stage, ViewOptions(), Extent(), &problem, work));
+  EXPECT_EQ(problem.kind, Problem::Kind::stopped);
+}
+
+TEST(View, DepthRunsAlongTheAxisOfLinearLenses) {
+  const auto stage = cameraStage(0);
+  const View flat = viewOf(*stage, LensProjection::perspective, 0);
+  const Vec3<double> back(flat.worldFromCamera[8], flat.worldFromCamera[9],
+                          flat.worldFromCamera[10]);
+  const Vec3<double> right(flat.worldFromCamera[0], flat.worldFromCamera[1],
+                           flat.worldFromCamera[2]);
+  const Vec3<float> aslant(right * 0.6 - back * 0.8);
+  EXPECT_NEAR(depthOf(flat, aslant, 10.0), 8.0f, 1e-5f);
+  EXPECT_EQ(depthOf(viewOf(*stage, LensProjection::spherical, 0), aslant, 10.0), 10.0f);
+}
+
+}  // namespace
