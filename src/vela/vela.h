@@ -34,6 +34,7 @@
 #include "vela/mesh/NearestPointQuery.h"
 #include "vela/mesh/Triangulate.h"
 #include "vela/sampling/SamplingRng.h"
+#include "vela/scene/MeshDefects.h"
 #include "vela/scene/ObjectSpace.h"
 #include "vela/scene/Picking.h"
 #include "vela/scene/PixelFinder.h"
