@@ -186,6 +186,7 @@ void expectScalarBits(const float* fa, const float* fb, const double* da, const 
   EXPECT_BITS(ia[k] < ib[k], r.lessI);
   EXPECT_BITS(ia[k] > ib[k], r.greaterI);
   EXPECT_BITS(ia[k] == ib[k], r.equalI);
+  EXPECT_BITS(ia[k] < 0, r.signs);
   EXPECT_LANES(bitsAs<float>(ia[k]), r.fromInts)
 
   EXPECT_LANES(static_cast<double>(fa[k]), r.widened)
@@ -263,6 +264,11 @@ void expectAcross(Compute compute) {
   expectRow({1, 5, 2, 6, 3, 7, kNaN, 8}, r.interleaved);
   expectRow({1, 2, 3, 0}, r.three);
   expectRow({1, 2}, r.two);
+  expectRow({7, 8}, r.upperTwo);
+  expectRow({2, 3, 7, 8}, r.twos);
+  expectRow({1, 5, 9, 2, 6, 10, 3, 7, 11, kNaN, 8, 12}, r.threes);
+  EXPECT_EQ(bitsAs<std::int32_t>(5.0f), r.firstInt);
+  EXPECT_EQ(10.0f, r.single);
   expectRow({3, 6, 1, 8}, r.four);
   EXPECT_EQ(5.0f, r.first);
   expectRow({1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15, kNaN, 8, 12, 16}, r.transposed);

@@ -29,7 +29,7 @@ struct Results {
   unsigned bothD, eitherD, butNotD, inverseD;
 
   Ints plusI, minusI, andI, orI, xorI, shiftedI, chosenI, keptI, fromFloats, fromMask;
-  unsigned lessI, greaterI, equalI;
+  unsigned lessI, greaterI, equalI, signs;
   Floats fromInts;
 
   Doubles widened, widenedI;
@@ -41,7 +41,9 @@ struct Results {
 template <std::size_t N>
 inline void compute(const float* fa, const float* fb, const double* da, const double* db,
                     const std::int32_t* ia, const std::int32_t* ib, Results<N>& r) {
-  const auto a = FloatLanes<N>::load(fa), b = FloatLanes<N>::load(fb);
+  alignas(4 * N) float aligned[N];
+  std::memcpy(aligned, fb, sizeof aligned);
+  const auto a = FloatLanes<N>::load(fa), b = FloatLanes<N>::loadAligned(aligned);
   (a + b).store(r.plus);
   (a - b).store(r.minus);
   (a * b).store(r.times);
@@ -119,6 +121,7 @@ inline void compute(const float* fa, const float* fb, const double* da, const do
   r.lessI = bits(lessI);
   r.greaterI = bits(i > j);
   r.equalI = bits(i == j);
+  r.signs = signBits(i);
   asFloats(i).store(r.fromInts);
 
   widen(a).store(r.widened);
@@ -132,7 +135,9 @@ inline void compute(const float* fa, const float* fb, const double* da, const do
 
 /// For four floats: what each operation across lanes gives.
 struct AcrossResults {
-  float shuffled[4], interleaved[8], three[4], two[2], transposed[16], four[4], first;
+  float shuffled[4], interleaved[8], three[4], two[2], upperTwo[2], twos[4], threes[12],
+      transposed[16], four[4], first, single;
+  std::int32_t firstInt;
 };
 
 inline void computeAcross(const float* f, AcrossResults& r) {
@@ -142,6 +147,11 @@ inline void computeAcross(const float* f, AcrossResults& r) {
   interleaveUpper(a, b).store(r.interleaved + 4);
   loadThree(f).store(r.three);
   storeTwo(a, r.two);
+  storeUpperTwo(b, r.upperTwo);
+  loadTwos(f + 1, f + 6).store(r.twos);
+  storeThrees(a, b, FloatLanes<4>::load(f + 8), r.threes);
+  r.firstInt = first(asInts(b));
+  r.single = first(FloatLanes<kSingle>::broadcast(f[9]));
   quadOf(f[2], f[5], f[0], f[7]).store(r.four);
   r.first = first(b);
   FloatLanes<4> rows[4] = {a, b, FloatLanes<4>::load(f + 8), FloatLanes<4>::load(f + 12)};

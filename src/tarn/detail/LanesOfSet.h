@@ -15,6 +15,13 @@ constexpr std::size_t kFloatsAtOnce = 8;
 #else
 constexpr std::size_t kFloatsAtOnce = 4;
 #endif
+/// Floats in the narrowest: what holds a single value where masks are to take the place of
+/// branches.
+#if TARN_LANES_WITH_SSE2
+constexpr std::size_t kSingle = 4;
+#else
+constexpr std::size_t kSingle = 1;
+#endif
 
 // ---- Pairs
 
@@ -36,6 +43,10 @@ struct FloatLanes {
 
   static TARN_LANE FloatLanes load(const float* p) {
     return {FloatLanes<N / 2>::load(p), FloatLanes<N / 2>::load(p + N / 2)};
+  }
+  /// Where `p` is a multiple of the size of all N, which spares SSE2 an instruction.
+  static TARN_LANE FloatLanes loadAligned(const float* p) {
+    return {FloatLanes<N / 2>::loadAligned(p), FloatLanes<N / 2>::loadAligned(p + N / 2)};
   }
   static TARN_LANE FloatLanes broadcast(float f) {
     return {FloatLanes<N / 2>::broadcast(f), FloatLanes<N / 2>::broadcast(f)};
@@ -149,6 +160,11 @@ TARN_PAIR_UNARY(FloatLanes, narrow, DoubleLanes)
 TARN_PAIR_UNARY(Mask, narrow, DoubleMask)
 TARN_PAIR_UNARY(IntLanes, roundToInts, DoubleLanes)
 TARN_PAIR_UNARY(IntLanes, lowWords, DoubleLanes)
+/// Bit i is the sign bit of lane i.
+template <std::size_t N>
+TARN_LANE unsigned signBits(const IntLanes<N>& v) {
+  return signBits(v.lo) | signBits(v.hi) << N / 2;
+}
 template <int kBits, std::size_t N>
 TARN_LANE IntLanes<N> shiftLeft(const IntLanes<N>& v) {
   return {shiftLeft<kBits>(v.lo), shiftLeft<kBits>(v.hi)};
@@ -189,6 +205,7 @@ struct FloatLanes<1> {
   float v;
 
   static TARN_LANE FloatLanes load(const float* p) { return {*p}; }
+  static TARN_LANE FloatLanes loadAligned(const float* p) { return {*p}; }
   static TARN_LANE FloatLanes broadcast(float f) { return {f}; }
   TARN_LANE void store(float* p) const { *p = v; }
 };
@@ -277,6 +294,7 @@ template <int kBits>
 TARN_LANE IntLanes<1> shiftLeft(const IntLanes<1>& a) {
   return wrapped(unsignedOf(a) << kBits);
 }
+TARN_LANE unsigned signBits(const IntLanes<1>& a) { return a.v < 0 ? 1u : 0u; }
 TARN_LANE IntLanes<1> asInts(const FloatLanes<1>& a) {
   IntLanes<1> out;
   std::memcpy(&out.v, &a.v, sizeof out.v);
@@ -322,6 +340,7 @@ struct FloatLanes<4> {
   __m128 v;
 
   static TARN_LANE FloatLanes load(const float* p) { return {_mm_loadu_ps(p)}; }
+  static TARN_LANE FloatLanes loadAligned(const float* p) { return {_mm_load_ps(p)}; }
   static TARN_LANE FloatLanes broadcast(float f) { return {_mm_set1_ps(f)}; }
   TARN_LANE void store(float* p) const { _mm_storeu_ps(p, v); }
 };
@@ -425,6 +444,9 @@ TARN_LANE Mask<4> operator==(const IntLanes<4>& a, const IntLanes<4>& b) {
 template <int kBits>
 TARN_LANE IntLanes<4> shiftLeft(const IntLanes<4>& a) {
   return {_mm_slli_epi32(a.v, kBits)};
+}
+TARN_LANE unsigned signBits(const IntLanes<4>& a) {
+  return static_cast<unsigned>(_mm_movemask_ps(_mm_castsi128_ps(a.v)));
 }
 TARN_LANE IntLanes<4> asInts(const FloatLanes<4>& a) { return {_mm_castps_si128(a.v)}; }
 TARN_LANE FloatLanes<4> asFloats(const IntLanes<4>& a) { return {_mm_castsi128_ps(a.v)}; }
@@ -561,6 +583,7 @@ struct FloatLanes<8> {
   __m256 v;
 
   static TARN_LANE FloatLanes load(const float* p) { return {_mm256_loadu_ps(p)}; }
+  static TARN_LANE FloatLanes loadAligned(const float* p) { return {_mm256_load_ps(p)}; }
   static TARN_LANE FloatLanes broadcast(float f) { return {_mm256_set1_ps(f)}; }
   TARN_LANE void store(float* p) const { _mm256_storeu_ps(p, v); }
 };
@@ -668,6 +691,9 @@ TARN_LANE Mask<8> operator==(const IntLanes<8>& a, const IntLanes<8>& b) {
 template <int kBits>
 TARN_LANE IntLanes<8> shiftLeft(const IntLanes<8>& a) {
   return {_mm256_slli_epi32(a.v, kBits)};
+}
+TARN_LANE unsigned signBits(const IntLanes<8>& a) {
+  return static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(a.v)));
 }
 TARN_LANE IntLanes<8> asInts(const FloatLanes<8>& a) { return {_mm256_castps_si256(a.v)}; }
 TARN_LANE FloatLanes<8> asFloats(const IntLanes<8>& a) { return {_mm256_castsi256_ps(a.v)}; }
@@ -842,12 +868,22 @@ TARN_LANE FloatLanes<4> loadThree(const float* p) {
   return {_mm_movelh_ps(_mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))),
                         _mm_load_ss(p + 2))};
 }
-/// Writes p[0] and p[1].
+/// {lo[0], lo[1], hi[0], hi[1]}
+TARN_LANE FloatLanes<4> loadTwos(const float* lo, const float* hi) {
+  return {_mm_loadh_pi(_mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(lo))),
+                       reinterpret_cast<const __m64*>(hi))};
+}
+/// The lower two lanes to p[0] and p[1].
 TARN_LANE void storeTwo(const FloatLanes<4>& a, float* p) {
   _mm_storel_epi64(reinterpret_cast<__m128i*>(p), _mm_castps_si128(a.v));
 }
+/// The upper two lanes to p[0] and p[1].
+TARN_LANE void storeUpperTwo(const FloatLanes<4>& a, float* p) {
+  _mm_storeh_pi(reinterpret_cast<__m64*>(p), a.v);
+}
 /// a[0]
 TARN_LANE float first(const FloatLanes<4>& a) { return _mm_cvtss_f32(a.v); }
+TARN_LANE std::int32_t first(const IntLanes<4>& a) { return _mm_cvtsi128_si32(a.v); }
 
 #else
 
@@ -869,8 +905,15 @@ TARN_LANE FloatLanes<4> quadOf(float a, float b, float c, float d) {
   return {{{a}, {b}}, {{c}, {d}}};
 }
 TARN_LANE FloatLanes<4> loadThree(const float* p) { return {{{p[0]}, {p[1]}}, {{p[2]}, {0.0f}}}; }
+TARN_LANE FloatLanes<4> loadTwos(const float* lo, const float* hi) {
+  return {FloatLanes<2>::load(lo), FloatLanes<2>::load(hi)};
+}
 TARN_LANE void storeTwo(const FloatLanes<4>& a, float* p) { a.lo.store(p); }
+TARN_LANE void storeUpperTwo(const FloatLanes<4>& a, float* p) { a.hi.store(p); }
 TARN_LANE float first(const FloatLanes<4>& a) { return a.lo.lo.v; }
+TARN_LANE std::int32_t first(const IntLanes<4>& a) { return a.lo.lo.v; }
+TARN_LANE float first(const FloatLanes<1>& a) { return a.v; }
+TARN_LANE std::int32_t first(const IntLanes<1>& a) { return a.v; }
 
 #endif
 
@@ -891,6 +934,15 @@ TARN_LANE FloatLanes<N> fromQuads(const FloatLanes<4>* quads) {
     return quads[0];
   else
     return join(fromQuads<N / 2>(quads), fromQuads<N / 2>(quads + N / 8));
+}
+
+/// Twelve floats in a row: x[0], y[0], z[0], x[1] ...
+TARN_LANE void storeThrees(const FloatLanes<4>& x, const FloatLanes<4>& y, const FloatLanes<4>& z,
+                           float* p) {
+  const FloatLanes<4> xy01 = interleaveLower(x, y), xy23 = interleaveUpper(x, y);
+  shuffle<0, 1, 0, 2>(xy01, shuffle<0, 0, 1, 1>(z, x)).store(p);
+  shuffle<0, 2, 0, 1>(shuffle<1, 1, 1, 1>(y, z), xy23).store(p + 4);
+  shuffle<0, 2, 0, 2>(shuffle<2, 2, 3, 3>(z, x), shuffle<3, 3, 3, 3>(y, z)).store(p + 8);
 }
 
 /// Rows become columns.

@@ -6,11 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "tarn/Lanes.h"
 #include "vela/intersect/AccelerationModel.h"
-
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
 
 namespace vela {
 namespace {
@@ -157,7 +154,7 @@ class Builder {
     for (std::uint32_t k = 0; k < count; ++k) {
       const std::uint32_t primitive = order_[start + k];
       const float place = (centers_[primitive][axis] - low) * 12.0f / extent;
-      // A place that is no number belongs to bin 0.
+      // A NaN belongs to bin 0.
       const std::size_t bin = place >= 12.0f ? kBins - 1
                               : place > 0.0f ? static_cast<std::size_t>(place)
                                              : 0;
@@ -213,7 +210,7 @@ static_assert(sizeof(Pair) == 64);
 constexpr std::uint32_t kLastOfRun = 0x80000000u;
 
 /// One ray against boxes, by slabs with precomputed reciprocals. max and min keep the first operand
-/// when the second is no number (0 times infinity, for an origin in a face that the ray runs
+/// when the second is NaN (0 times infinity, for an origin in a face that the ray runs
 /// along), so that such a ray enters.
 struct SlabTest {
   tarn::Vec3<float> origin, inv;
@@ -238,34 +235,26 @@ struct SlabTest {
   }
   /// The same for the two boxes of a pair.
   void run(const Pair& pair, float (&in)[2], float (&out)[2]) const {
-#if defined(__SSE2__)
-    __m128 ins = _mm_set1_ps(tMin), outs = _mm_set1_ps(std::numeric_limits<float>::infinity());
+    using Lanes = tarn::baseline::FloatLanes<4>;
+    Lanes ins = Lanes::broadcast(tMin),
+          outs = Lanes::broadcast(std::numeric_limits<float>::infinity());
     for (std::size_t i = 0; i < 3; ++i) {
       // Near sides in the lower lanes, far sides in the upper ones. Operands stand so that a NaN
       // gives what was there.
       const float* const side = pair.side[i];
-      const __m128 sides = _mm_loadh_pi(
-          _mm_loadl_pi(_mm_setzero_ps(), reinterpret_cast<const __m64*>(side + (neg[i] ? 2 : 0))),
-          reinterpret_cast<const __m64*>(side + (neg[i] ? 0 : 2)));
-      const __m128 t = _mm_mul_ps(_mm_sub_ps(sides, _mm_set1_ps(origin[i])), _mm_set1_ps(inv[i]));
-      ins = _mm_max_ps(t, ins);
-      outs = _mm_min_ps(t, outs);
+      const Lanes sides =
+          tarn::baseline::loadTwos(side + (neg[i] ? 2 : 0), side + (neg[i] ? 0 : 2));
+      const Lanes t = (sides - Lanes::broadcast(origin[i])) * Lanes::broadcast(inv[i]);
+      ins = max(t, ins);
+      outs = min(t, outs);
     }
-    _mm_storel_pi(reinterpret_cast<__m64*>(in), ins);
-    _mm_storeh_pi(reinterpret_cast<__m64*>(out), outs);
-#else
-    for (std::size_t c = 0; c < 2; ++c) {
-      const auto corner = [&](std::size_t at) {
-        return tarn::Vec3<float>(pair.side[0][at], pair.side[1][at], pair.side[2][at]);
-      };
-      run(tarn::Box3<float>(corner(c), corner(2 + c)), in[c], out[c]);
-    }
-#endif
+    storeTwo(ins, in);
+    storeUpperTwo(outs, out);
   }
 };
 
 /// A ray enters where it comes in no later than it goes out and than its range ends; an end that is
-/// no number ends nothing.
+/// NaN ends nothing.
 bool enters(float in, float out, float tMax) { return !(in > std::min(tMax, out)); }
 
 }  // namespace

@@ -6,13 +6,10 @@
 #include <vector>
 
 #include "tarn/Convert.h"
+#include "tarn/Lanes.h"
 #include "vela/intersect/AccelerationModel.h"
 #include "vela/intersect/detail/Kernels.h"
 #include "vela/intersect/detail/TriangleBlocks.h"
-
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
 
 namespace vela {
 namespace {
@@ -319,47 +316,32 @@ bool GridAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray
 
   // From cell to cell through the boundary that comes first; on ties z before y before x, and never
   // x or y past a NaN.
-#if defined(__SSE2__)
-  // Without branches on the axis, which no processor can guess.
-  __m128 tx = _mm_set_ss(tNext[0]), ty = _mm_set_ss(tNext[1]), tz = _mm_set_ss(tNext[2]);
-  const __m128 dx = _mm_set_ss(tDelta[0]), dy = _mm_set_ss(tDelta[1]), dz = _mm_set_ss(tDelta[2]);
-  const __m128 tMax = _mm_set_ss(ray.maxDistance);
-  const int sx = static_cast<int>(step[0]), sy = static_cast<int>(step[1]),
-            sz = static_cast<int>(step[2]);
+  // Without branches on the axis, which no processor can guess: the masks of the three comparisons
+  // choose the boundary, the step and what is added.
+  using Float = tarn::baseline::FloatLanes<tarn::baseline::kSingle>;
+  using Int = tarn::baseline::IntLanes<tarn::baseline::kSingle>;
+  Float tx = Float::broadcast(tNext[0]), ty = Float::broadcast(tNext[1]),
+        tz = Float::broadcast(tNext[2]);
+  const Float dx = Float::broadcast(tDelta[0]), dy = Float::broadcast(tDelta[1]),
+              dz = Float::broadcast(tDelta[2]);
+  const Float tMax = Float::broadcast(ray.maxDistance);
+  const Int sx = Int::broadcast(static_cast<std::int32_t>(step[0])),
+            sy = Int::broadcast(static_cast<std::int32_t>(step[1])),
+            sz = Int::broadcast(static_cast<std::int32_t>(step[2]));
   while (true) {
     if (cells.isStop(cell)) {
       if (!cells.isOccupied(cell)) return false;
       if (answers()) return true;
     }
-    const __m128 xBeforeY = _mm_cmplt_ss(tx, ty), xBeforeZ = _mm_cmplt_ss(tx, tz),
-                 yBeforeZ = _mm_cmplt_ss(ty, tz);
-    const __m128 isX = _mm_and_ps(xBeforeY, xBeforeZ), isY = _mm_andnot_ps(xBeforeY, yBeforeZ),
-                 isXY = _mm_or_ps(isX, isY);
-    const __m128 t =
-        _mm_or_ps(_mm_or_ps(_mm_and_ps(isX, tx), _mm_and_ps(isY, ty)), _mm_andnot_ps(isXY, tz));
-    if (_mm_comigt_ss(t, tMax)) return false;
-    tx = _mm_add_ss(tx, _mm_and_ps(isX, dx));
-    ty = _mm_add_ss(ty, _mm_and_ps(isY, dy));
-    tz = _mm_add_ss(tz, _mm_andnot_ps(isXY, dz));
-    const int maskX = _mm_cvtsi128_si32(_mm_castps_si128(isX)),
-              maskY = _mm_cvtsi128_si32(_mm_castps_si128(isY));
-    const int move = (sx & maskX) | (sy & maskY) | (sz & ~(maskX | maskY));
+    const auto xBeforeY = tx < ty;
+    const auto isX = xBeforeY & (tx < tz), isY = andNot(ty < tz, xBeforeY), isZ = ~(isX | isY);
+    if (any(select(isX, tx, select(isY, ty, tz)) > tMax)) return false;
+    tx = tx + keep(isX, dx);
+    ty = ty + keep(isY, dy);
+    tz = tz + keep(isZ, dz);
+    const std::int32_t move = first(keep(isX, sx) | keep(isY, sy) | keep(isZ, sz));
     cell += static_cast<std::size_t>(static_cast<std::ptrdiff_t>(move));
   }
-#else
-  while (true) {
-    if (cells.isStop(cell)) {
-      if (!cells.isOccupied(cell)) return false;
-      if (answers()) return true;
-    }
-    static constexpr std::size_t kAxis[8] = {2, 1, 2, 1, 2, 2, 0, 0};
-    const std::size_t axis =
-        kAxis[4u * (tNext[0] < tNext[1]) + 2u * (tNext[0] < tNext[2]) + 1u * (tNext[1] < tNext[2])];
-    if (tNext[axis] > ray.maxDistance) return false;
-    cell += static_cast<std::size_t>(step[axis]);
-    tNext[axis] += tDelta[axis];
-  }
-#endif
 }
 
 void GridAcceleration::draw(DrawBoxFunc drawBox) const {

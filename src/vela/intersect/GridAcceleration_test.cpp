@@ -8,6 +8,11 @@
 #include "vela/intersect/TestOracles.h"
 #include "vela/intersect/detail/TriangleBlocks.h"
 
+// The kernels of every instruction set, built here beside the library's own.
+#define TARN_LANES_ALL_SETS 1
+#define TARN_LANES_KERNEL "vela/intersect/detail/TriangleBlocksLanes.h"
+#include "tarn/ForEachInstructionSet.h"
+
 using namespace vela;
 using namespace vela_test;
 
@@ -347,9 +352,15 @@ TEST(Grid, DiffersFromBruteForceOnlyByTheFirstCell) {
   }
 }
 
-// The two kernels over one list each: same verdict, number and bits, for any number of triangles
-// and any ray.
+// Every kernel over one list: same verdict, number and bits, for any number of triangles and any
+// ray.
 TEST(TriangleBlocks, KernelsAgreeBitForBitWithTheSingleTest) {
+  std::vector<detail::TestTriangleBlocks> kernels{detail::plain::testTriangleBlocks,
+                                                  detail::bestTriangleBlockTest()};
+#if TARN_LANES_HAVE_SSE2
+  kernels.push_back(detail::sse2::testTriangleBlocks);
+  if (tarn::runsAvx2()) kernels.push_back(detail::avx2::testTriangleBlocks);
+#endif
   const unsigned seed = 7;
   SCOPED_TRACE(seed);
   const TestMesh mesh = soup(300, seed);
@@ -394,7 +405,7 @@ TEST(TriangleBlocks, KernelsAgreeBitForBitWithTheSingleTest) {
       hit = true;
     }
     hits += hit ? 1 : 0;
-    for (const auto kernel : {&detail::testTriangleBlocksPlain, detail::bestTriangleBlockTest()}) {
+    for (const auto kernel : kernels) {
       float gotBest = ray.maxDistance;
       detail::BlockHit got;
       ASSERT_EQ(kernel(blocks.data(), blocks.data() + blocks.size(), ray, nearest, gotBest, got),

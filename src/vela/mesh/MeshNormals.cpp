@@ -5,11 +5,8 @@
 #include <cstdint>
 #include <vector>
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
-
 #include "tarn/Convert.h"
+#include "tarn/Lanes.h"
 
 namespace vela {
 
@@ -42,121 +39,77 @@ struct alignas(16) Sum {
   float v[4] = {0, 0, 0, 0};
 };
 
-// What is done to all sums, in two forms: four lanes at a time, and plainly where the instructions
-// for that are not part of every processor. Lanes round as scalars do, so that both give the same
-// bits.
-#if defined(__SSE2__)
+using tarn::baseline::FloatLanes;
+using tarn::baseline::IntLanes;
+using tarn::baseline::shuffle;
 
-using Term = __m128;  // a normal, and 1 for the counter
+// A face's normal, and 1 for the counter.
+using Term = FloatLanes<4>;
 
-__m128 load(const Vec3<float>* points, int index) {
-  const float* p = &points[static_cast<std::size_t>(index)].x;
-  return _mm_movelh_ps(_mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))),
-                       _mm_load_ss(p + 2));
+FloatLanes<4> load(const Vec3<float>* points, int index) {
+  return tarn::baseline::loadThree(&points[static_cast<std::size_t>(index)].x);
 }
 
 // (b - a) x (d - c). The fourth lane is +0, into which the 1 is put by its bits.
 Term termOf(const Vec3<float>* points, int a, int b, int c, int d) {
-  const __m128 u = _mm_sub_ps(load(points, b), load(points, a)),
-               v = _mm_sub_ps(load(points, d), load(points, c));
-  const __m128 uyzx = _mm_shuffle_ps(u, u, _MM_SHUFFLE(3, 0, 2, 1)),
-               uzxy = _mm_shuffle_ps(u, u, _MM_SHUFFLE(3, 1, 0, 2));
-  const __m128 vyzx = _mm_shuffle_ps(v, v, _MM_SHUFFLE(3, 0, 2, 1)),
-               vzxy = _mm_shuffle_ps(v, v, _MM_SHUFFLE(3, 1, 0, 2));
-  return _mm_or_ps(_mm_sub_ps(_mm_mul_ps(uyzx, vzxy), _mm_mul_ps(uzxy, vyzx)),
-                   _mm_set_ps(1.0f, 0.0f, 0.0f, 0.0f));
+  const FloatLanes<4> u = load(points, b) - load(points, a), v = load(points, d) - load(points, c);
+  const auto yzx = [](const FloatLanes<4>& w) { return shuffle<1, 2, 0, 3>(w, w); };
+  const auto zxy = [](const FloatLanes<4>& w) { return shuffle<2, 0, 1, 3>(w, w); };
+  const FloatLanes<4> normal = yzx(u) * zxy(v) - zxy(u) * yzx(v);
+  return asFloats(asInts(normal) | asInts(tarn::baseline::quadOf(0.0f, 0.0f, 0.0f, 1.0f)));
 }
 
-void add(const Term& term, Sum& sum) { _mm_store_ps(sum.v, _mm_add_ps(_mm_load_ps(sum.v), term)); }
+void add(const Term& term, Sum& sum) { (FloatLanes<4>::loadAligned(sum.v) + term).store(sum.v); }
 
 // Four indices at once: none is negative or above the last point.
 bool allFourNamePoints(const int* f, std::uint32_t last) {
-  const __m128i indices = _mm_loadu_si128(reinterpret_cast<const __m128i*>(f));
-  const __m128i bad = _mm_or_si128(_mm_cmpgt_epi32(indices, _mm_set1_epi32(static_cast<int>(last))),
-                                   _mm_srai_epi32(indices, 31));
-  return _mm_movemask_epi8(bad) == 0;
+  const IntLanes<4> indices = IntLanes<4>::load(f);
+  return signBits(indices | asInts(indices > IntLanes<4>::broadcast(static_cast<int>(last)))) == 0;
 }
 
-// The normals of four points: lanes are points, three registers their coordinates, and then twelve
-// floats in a row.
-void finishFour(const Sum* sums, bool keepSign, Vec3<float>* normals) {
-  __m128 x = _mm_load_ps(sums[0].v), y = _mm_load_ps(sums[1].v), z = _mm_load_ps(sums[2].v),
-         count = _mm_load_ps(sums[3].v);
-  _MM_TRANSPOSE4_PS(x, y, z, count);
+// The normals of four points, as twelve floats.
+void finishFour(const Sum* sums, bool keepSign, float* normals) {
+  const auto of = [](float f) { return FloatLanes<4>::broadcast(f); };
+  FloatLanes<4> x = FloatLanes<4>::loadAligned(sums[0].v),
+                y = FloatLanes<4>::loadAligned(sums[1].v),
+                z = FloatLanes<4>::loadAligned(sums[2].v),
+                count = FloatLanes<4>::loadAligned(sums[3].v);
+  transpose(x, y, z, count);
   // Counters are 0, 1, 2 ...; a point of no face is divided by 1 and then cleared.
-  const __m128 used = _mm_cmpgt_ps(count, _mm_setzero_ps());
-  count = _mm_max_ps(count, _mm_set1_ps(1.0f));
-  const __m128 sign = _mm_set1_ps(keepSign ? 0.0f : -0.0f);
-  x = _mm_xor_ps(x, sign);
-  y = _mm_xor_ps(y, sign);
-  z = _mm_xor_ps(z, sign);
+  const auto used = count > of(0.0f);
+  count = max(count, of(1.0f));
+  const FloatLanes<4> sign = of(keepSign ? 0.0f : -0.0f);
+  x = flipSign(x, sign);
+  y = flipSign(y, sign);
+  z = flipSign(z, sign);
   // Most points of most meshes have 1, 2 or 4 faces. To divide by a power of two is to multiply by
   // its inverse, to the last bit.
-  const __m128i bits = _mm_castps_si128(count);
-  const __m128i fraction = _mm_and_si128(bits, _mm_set1_epi32(0x007FFFFF));
-  if (_mm_movemask_epi8(_mm_cmpeq_epi32(fraction, _mm_setzero_si128())) == 0xFFFF) {
-    const __m128 inverse = _mm_castsi128_ps(_mm_sub_epi32(_mm_set1_epi32(254 << 23), bits));
-    x = _mm_mul_ps(x, inverse);
-    y = _mm_mul_ps(y, inverse);
-    z = _mm_mul_ps(z, inverse);
+  const IntLanes<4> bits = asInts(count);
+  const IntLanes<4> fraction = bits & IntLanes<4>::broadcast(0x007FFFFF);
+  if (all(fraction == IntLanes<4>::broadcast(0))) {
+    const FloatLanes<4> inverse = asFloats(IntLanes<4>::broadcast(254 << 23) - bits);
+    x = x * inverse;
+    y = y * inverse;
+    z = z * inverse;
   } else {
-    x = _mm_div_ps(x, count);
-    y = _mm_div_ps(y, count);
-    z = _mm_div_ps(z, count);
+    x = x / count;
+    y = y / count;
+    z = z / count;
   }
   // A vector without length stays as it is: it is divided by 1.
-  const __m128 length =
-      _mm_sqrt_ps(_mm_add_ps(_mm_add_ps(_mm_mul_ps(x, x), _mm_mul_ps(y, y)), _mm_mul_ps(z, z)));
-  const __m128 isZero = _mm_cmpeq_ps(length, _mm_setzero_ps());
-  const __m128 divisor =
-      _mm_or_ps(_mm_andnot_ps(isZero, length), _mm_and_ps(isZero, _mm_set1_ps(1.0f)));
-  x = _mm_and_ps(_mm_div_ps(x, divisor), used);
-  y = _mm_and_ps(_mm_div_ps(y, divisor), used);
-  z = _mm_and_ps(_mm_div_ps(z, divisor), used);
-
-  const __m128 xy01 = _mm_unpacklo_ps(x, y), xy23 = _mm_unpackhi_ps(x, y);
-  const __m128 zx01 = _mm_shuffle_ps(z, x, _MM_SHUFFLE(1, 1, 0, 0)),
-               yz1 = _mm_shuffle_ps(y, z, _MM_SHUFFLE(1, 1, 1, 1));
-  const __m128 zx23 = _mm_shuffle_ps(z, x, _MM_SHUFFLE(3, 3, 2, 2)),
-               yz3 = _mm_shuffle_ps(y, z, _MM_SHUFFLE(3, 3, 3, 3));
-  float* out = &normals[0].x;
-  _mm_storeu_ps(out, _mm_shuffle_ps(xy01, zx01, _MM_SHUFFLE(2, 0, 1, 0)));
-  _mm_storeu_ps(out + 4, _mm_shuffle_ps(yz1, xy23, _MM_SHUFFLE(1, 0, 2, 0)));
-  _mm_storeu_ps(out + 8, _mm_shuffle_ps(zx23, yz3, _MM_SHUFFLE(2, 0, 2, 0)));
+  const FloatLanes<4> length = sqrt(x * x + y * y + z * z);
+  const FloatLanes<4> divisor = select(length == of(0.0f), of(1.0f), length);
+  storeThrees(keep(used, x / divisor), keep(used, y / divisor), keep(used, z / divisor), normals);
 }
-
-constexpr std::size_t kAtOnce = 4;
-
-#else
-
-using Term = Sum;
-
-Term termOf(const Vec3<float>* points, int a, int b, int c, int d) {
-  const Vec3<float> normal = cross(at(points, b) - at(points, a), at(points, d) - at(points, c));
-  return {{normal.x, normal.y, normal.z, 1.0f}};
-}
-
-void add(const Term& term, Sum& sum) {
-  for (std::size_t i = 0; i < 4; ++i) sum.v[i] += term.v[i];
-}
-
-bool allFourNamePoints(const int* f, std::uint32_t last) {
-  return allNamePoints(f, 4, std::size_t{last} + 1);
-}
-
-void finishFour(const Sum*, bool, Vec3<float>*) {}
-constexpr std::size_t kAtOnce = 0;
-
-#endif
 
 // Adds the normal of the face whose indices are at `f` to its points; a face with an index that
 // names none is passed over.
-void addTriangle(const Vec3<float>* points, const int* f, std::uint32_t last, Sum* sums) {
+inline void addTriangle(const Vec3<float>* points, const int* f, std::uint32_t last, Sum* sums) {
   if (!allNamePoints(f, 3, std::size_t{last} + 1)) return;
   const Term term = termOf(points, f[0], f[1], f[0], f[2]);
   for (std::size_t k = 0; k < 3; ++k) add(term, sums[static_cast<std::size_t>(f[k])]);
 }
-void addQuad(const Vec3<float>* points, const int* f, std::uint32_t last, Sum* sums) {
+inline void addQuad(const Vec3<float>* points, const int* f, std::uint32_t last, Sum* sums) {
   if (!allFourNamePoints(f, last)) return;
   const Term term = termOf(points, f[1], f[3], f[2], f[0]);
   for (std::size_t k = 0; k < 4; ++k) add(term, sums[static_cast<std::size_t>(f[k])]);
@@ -166,15 +119,6 @@ void addPolygon(const Vec3<float>* points, const int* f, std::size_t n, std::uin
   if (!allNamePoints(f, n, std::size_t{last} + 1)) return;
   const Term term = termOf(points, f[1], f[n - 1], f[2], f[0]);
   for (std::size_t k = 0; k < n; ++k) add(term, sums[static_cast<std::size_t>(f[k])]);
-}
-
-void finishOne(const Sum& from, bool keepSign, Vec3<float>& normal) {
-  const float count = from.v[3];
-  normal = Vec3<float>();
-  if (!(count > 0)) return;
-  Vec3<float> sum(from.v[0], from.v[1], from.v[2]);
-  if (!keepSign) sum = -sum;
-  normal = (sum / count).normalized();
 }
 
 }  // namespace
@@ -205,7 +149,16 @@ bool calcPointNormals(std::size_t nPoints, const Vec3<float>* points, std::size_
     for (std::size_t face = 0; face < nFaces; ++face) addQuad(points, indices + 4 * face, last, to);
   } else {
     std::size_t cursor = 0;
+    const IntLanes<4> four = IntLanes<4>::broadcast(4);
     for (std::size_t face = 0; face < nFaces && cursor < nVerts; ++face) {
+      // Four quads in a row, as most meshes have them, are one question.
+      while (nFaces - face > 4 && nVerts - cursor >= 16 &&
+             all(IntLanes<4>::load(vertsPerFace + face) == four)) {
+        for (std::size_t k = 0; k < 4; ++k) addQuad(points, indices + cursor + 4 * k, last, to);
+        face += 4;
+        cursor += 16;
+      }
+      if (cursor == nVerts) break;
       if (vertsPerFace[face] <= 0) continue;
       const auto n = static_cast<std::size_t>(vertsPerFace[face]);
       if (n > nVerts - cursor) break;  // cut off, and so is every later face with vertices
@@ -221,11 +174,16 @@ bool calcPointNormals(std::size_t nPoints, const Vec3<float>* points, std::size_
   }
 
   // Average and normalise.
-  Vec3<float>* const out = pointNormals.data();
+  float* const out = &pointNormals.data()->x;
   std::size_t i = 0;
-  if constexpr (kAtOnce > 0)
-    for (; i + kAtOnce <= nPoints; i += kAtOnce) finishFour(to + i, keepSign, out + i);
-  for (; i < nPoints; ++i) finishOne(to[i], keepSign, out[i]);
+  for (; i + 4 <= nPoints; i += 4) finishFour(to + i, keepSign, out + 3 * i);
+  if (i < nPoints) {
+    Sum rest[4];
+    float normals[12];
+    std::copy(to + i, to + nPoints, rest);
+    finishFour(rest, keepSign, normals);
+    std::copy(normals, normals + 3 * (nPoints - i), out + 3 * i);
+  }
   return true;
 }
 

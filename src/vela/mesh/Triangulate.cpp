@@ -9,11 +9,18 @@
 #include <memory>
 #include <optional>
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
+#include "tarn/Lanes.h"
+#include "vela/mesh/detail/Ears.h"
+
+#define TARN_LANES_KERNEL "vela/mesh/detail/EarsLanes.h"
+#include "tarn/ForEachInstructionSet.h"
 
 namespace vela {
+
+namespace detail {
+static AnyBlocks bestEarTest() { return TARN_LANES_WIDEST(anyBlocks); }
+}  // namespace detail
+
 namespace {
 
 /// `count` elements, on the stack for the polygons that occur (most have under 32 corners).
@@ -38,7 +45,9 @@ class Scratch {
   T* data_ = inline_.data();
 };
 
-using Point2 = tarn::Vec2<float>;
+using detail::Ear;
+using detail::kEarBlock;
+using detail::Point2;
 
 void emit(std::vector<int>& triangles, int a, int b, int c) {
   triangles.push_back(a);
@@ -379,46 +388,20 @@ void cutQuad(const Scratch<Point2>& flat, int side, std::vector<int>& triangles)
 
 // ---- Ears with a tolerance
 
-// KEEP(triangulate-absolute-tolerance): a blocker counts by more than this, in the fourth power of
-// a length. Models that hosts have pinned hits on are cut so; triangulatePolygon is the one without
-// a tolerance.
-constexpr float kTolerance = 0.0001f;
-
-/// A corner with its neighbours, and what its test needs that does not depend on the other corner.
-struct Ear {
-  Point2 p, c, n;
-  float turn, nSide, cSide;
-
-  Ear(const Point2& before, const Point2& corner, const Point2& after)
-      : p(before),
-        c(corner),
-        n(after),
-        turn((p.y - c.y) * (n.x - c.x) - (p.x - c.x) * (n.y - c.y)),
-        nSide((c.x - p.x) * (n.y - p.y) - (n.x - p.x) * (c.y - p.y)),
-        cSide((p.x - n.x) * (c.y - n.y) - (c.x - n.x) * (p.y - n.y)) {}
-
-  [[nodiscard]] bool isBlockedBy(const Point2& q) const {
-    return nSide * ((c.x - p.x) * (q.y - p.y) - (q.x - p.x) * (c.y - p.y)) > kTolerance &&
-           turn * ((n.x - c.x) * (q.y - c.y) - (q.x - c.x) * (n.y - c.y)) > kTolerance &&
-           cSide * ((p.x - n.x) * (q.y - n.y) - (q.x - n.x) * (p.y - n.y)) > kTolerance;
-  }
-};
-
-#if defined(__SSE2__)
-
-/// The corners that are left, four at a time: whether any of them blocks an ear does not depend on
-/// their order. An ear's own corners may be among them: for each of them one of the products is
-/// exactly 0. Corners that are gone are NaN, which blocks nothing.
+/// The corners that are left, a block of eight at a time: whether any of them blocks an ear does
+/// not depend on their order. An ear's own corners may be among them: for each of them one of the
+/// products is exactly 0. Corners that are gone are NaN, which blocks nothing.
 class Remaining {
  public:
   static constexpr int kFrom = 24;  ///< below, walking from corner to corner is as fast
 
-  Remaining(const Scratch<Point2>& flat, int count)
-      : x_(static_cast<std::size_t>(count) + 4),
-        y_(static_cast<std::size_t>(count) + 4),
+  Remaining(const Scratch<Point2>& flat, int count, detail::AnyBlocks kernel)
+      : x_(static_cast<std::size_t>(count) + kEarBlock),
+        y_(static_cast<std::size_t>(count) + kEarBlock),
         slotOf_(static_cast<std::size_t>(count)),
         cornerAt_(static_cast<std::size_t>(count)),
-        size_(count) {
+        size_(count),
+        anyBlocks_(kernel) {
     for (int i = 0; i < count; ++i) {
       x_[i] = flat[i].x;
       y_[i] = flat[i].y;
@@ -429,13 +412,8 @@ class Remaining {
 
   /// \param near a corner that is left, to begin with: what blocks an ear is most often close by
   [[nodiscard]] bool anyBlocks(const Ear& ear, int near) {
-    const int blocks = (size_ + 3) / 4, first = slotOf_[near] / 4;
-    const Lanes lanes(ear);
-    for (int block = first; block < blocks; ++block)
-      if (lanes.anyBlocks(x_.begin() + 4 * block, y_.begin() + 4 * block)) return true;
-    for (int block = 0; block < first; ++block)
-      if (lanes.anyBlocks(x_.begin() + 4 * block, y_.begin() + 4 * block)) return true;
-    return false;
+    return anyBlocks_(ear, x_.begin(), y_.begin(), (size_ + kEarBlock - 1) / kEarBlock,
+                      slotOf_[near] / kEarBlock);
   }
 
   void remove(int corner) {
@@ -459,49 +437,9 @@ class Remaining {
   }
 
  private:
-  // Every lane rounds as Ear::isBlockedBy does.
-  struct Lanes {
-    __m128 px, py, cx, cy, nx, ny, nSide, turn, cSide, cpx, cpy, ncx, ncy, pnx, pny, tolerance;
-
-    explicit Lanes(const Ear& e)
-        : px(_mm_set1_ps(e.p.x)),
-          py(_mm_set1_ps(e.p.y)),
-          cx(_mm_set1_ps(e.c.x)),
-          cy(_mm_set1_ps(e.c.y)),
-          nx(_mm_set1_ps(e.n.x)),
-          ny(_mm_set1_ps(e.n.y)),
-          nSide(_mm_set1_ps(e.nSide)),
-          turn(_mm_set1_ps(e.turn)),
-          cSide(_mm_set1_ps(e.cSide)),
-          cpx(_mm_set1_ps(e.c.x - e.p.x)),
-          cpy(_mm_set1_ps(e.c.y - e.p.y)),
-          ncx(_mm_set1_ps(e.n.x - e.c.x)),
-          ncy(_mm_set1_ps(e.n.y - e.c.y)),
-          pnx(_mm_set1_ps(e.p.x - e.n.x)),
-          pny(_mm_set1_ps(e.p.y - e.n.y)),
-          tolerance(_mm_set1_ps(kTolerance)) {}
-
-    // side * (dx * (q.y - y) - (q.x - x) * dy) > tolerance
-    [[nodiscard]] __m128 isInside(__m128 side, __m128 dx, __m128 dy, __m128 x, __m128 y, __m128 qx,
-                                  __m128 qy) const {
-      const __m128 area =
-          _mm_sub_ps(_mm_mul_ps(dx, _mm_sub_ps(qy, y)), _mm_mul_ps(_mm_sub_ps(qx, x), dy));
-      return _mm_cmpgt_ps(_mm_mul_ps(side, area), tolerance);
-    }
-
-    [[nodiscard]] bool anyBlocks(const float* xs, const float* ys) const {
-      const __m128 qx = _mm_loadu_ps(xs), qy = _mm_loadu_ps(ys);
-      __m128 inside = isInside(nSide, cpx, cpy, px, py, qx, qy);
-      if (_mm_movemask_ps(inside) == 0) return false;
-      inside = _mm_and_ps(inside, isInside(turn, ncx, ncy, cx, cy, qx, qy));
-      if (_mm_movemask_ps(inside) == 0) return false;
-      return _mm_movemask_ps(_mm_and_ps(inside, isInside(cSide, pnx, pny, nx, ny, qx, qy))) != 0;
-    }
-  };
-
   // NaN up to a whole block behind the last corner.
   void pad() {
-    for (int i = 0; i < 4; ++i) {
+    for (int i = 0; i < kEarBlock; ++i) {
       x_[size_ + i] = std::numeric_limits<float>::quiet_NaN();
       y_[size_ + i] = 0.0f;
     }
@@ -510,20 +448,8 @@ class Remaining {
   Scratch<float> x_, y_;
   Scratch<int> slotOf_, cornerAt_;
   int size_, gone_ = 0;
+  detail::AnyBlocks anyBlocks_;
 };
-
-#else
-
-/// Without vector instructions every polygon is walked.
-class Remaining {
- public:
-  static constexpr int kFrom = std::numeric_limits<int>::max();
-  Remaining(const Scratch<Point2>&, int) {}
-  bool anyBlocks(const Ear&, int) { return false; }
-  void remove(int) {}
-};
-
-#endif
 
 }  // namespace
 
@@ -580,7 +506,7 @@ void Triangulate(const tarn::Vec3<float>* points, const int* indices, int count,
 
   const bool atOnce = count >= Remaining::kFrom;
   std::optional<Remaining> left;
-  if (atOnce) left.emplace(flat, count);
+  if (atOnce) left.emplace(flat, count, detail::bestEarTest());
   triangles.resize((size - 2) * 3);
   int* out = triangles.data();
   int corner = 0, failures = 0;

@@ -12,6 +12,13 @@
 #include <string>
 
 #include "support/SharedData.h"
+#include "tarn/Lanes.h"
+#include "vela/mesh/detail/Ears.h"
+
+// The kernels of every instruction set, built here beside the library's own.
+#define TARN_LANES_ALL_SETS 1
+#define TARN_LANES_KERNEL "vela/mesh/detail/EarsLanes.h"
+#include "tarn/ForEachInstructionSet.h"
 
 using tarn::Vec3;
 using vela::Triangulate;
@@ -207,6 +214,52 @@ TEST(Triangulate, PolygonsOfEverySizeAndShapeAreCutAsTheRuleSays) {
       ASSERT_EQ(cutWith(Triangulate, points), plainEars(points))
           << count << " corners, kind " << kind << ", mirrored";
     }
+}
+
+// Many corners against many ears, a block of eight at a time, in every instruction set.
+TEST(Triangulate, BlocksOfCornersBlockAsSingleOnesDo) {
+  std::vector<vela::detail::AnyBlocks> kernels{vela::detail::plain::anyBlocks};
+#if TARN_LANES_HAVE_SSE2
+  kernels.push_back(vela::detail::sse2::anyBlocks);
+  if (tarn::runsAvx2()) kernels.push_back(vela::detail::avx2::anyBlocks);
+#endif
+  const unsigned seed = 11;
+  SCOPED_TRACE(seed);
+  std::mt19937 random(seed);
+  const auto coordinate = [&] {
+    static const float odd[] = {0.0f,
+                                -0.0f,
+                                1e-40f,
+                                3e38f,
+                                -3e38f,
+                                0.1f,
+                                std::numeric_limits<float>::infinity(),
+                                std::numeric_limits<float>::quiet_NaN()};
+    if (random() % 8 == 0) return odd[random() % 8];
+    return std::uniform_real_distribution<float>(-1, 1)(random);
+  };
+  const auto point = [&] { return vela::detail::Point2(coordinate(), coordinate()); };
+  int blocked = 0;
+  for (int round = 0; round < 20000; ++round) {
+    const vela::detail::Ear ear(point(), point(), point());
+    const int blocks = 1 + static_cast<int>(random() % 4);
+    std::vector<float> x, y;
+    bool expected = false;
+    for (int i = 0; i < blocks * vela::detail::kEarBlock; ++i) {
+      // Few of them near the ear, so that both answers are common.
+      const float away = random() % 8 == 0 ? 0.0f : 5.0f;
+      x.push_back(coordinate() + away);
+      y.push_back(coordinate());
+      expected = expected || ear.isBlockedBy({x.back(), y.back()});
+    }
+    blocked += expected ? 1 : 0;
+    for (const auto anyBlocks : kernels)
+      ASSERT_EQ(expected, anyBlocks(ear, x.data(), y.data(), blocks,
+                                    static_cast<int>(random() % static_cast<unsigned>(blocks))))
+          << round;
+  }
+  EXPECT_GT(blocked, 1000);
+  EXPECT_LT(blocked, 19000);
 }
 
 TEST(Triangulate, CornersAllInOnePointAreCutBecauseNothingIsConcave) {

@@ -38,11 +38,6 @@ using TestTriangleBlocks = bool (*)(const TriangleBlock* first, const TriangleBl
                                     const tarn::Ray<float>& ray, bool nearest, float& best,
                                     BlockHit& found);
 
-/// One lane after the other.
-bool testTriangleBlocksPlain(const TriangleBlock* first, const TriangleBlock* last,
-                             const tarn::Ray<float>& ray, bool nearest, float& best,
-                             BlockHit& found);
-
 /// The widest kernel that this processor runs.
 TestTriangleBlocks bestTriangleBlockTest();
 
