@@ -26,15 +26,19 @@ bool hasSameBits(const ovo::Array<T>& a, const ovo::Array<T>& b) {
          (a.empty() || std::memcmp(a.cdata(), b.cdata(), a.size() * sizeof(T)) == 0);
 }
 
+// The size of an array and a few of its values: enough to tell most meshes apart, at no cost that
+// grows with them. Equal keys are followed by a whole comparison.
 template <class T>
-void appendArray(tarn::Hash& hash, const ovo::Array<T>& array) {
+void appendSamples(tarn::Hash& hash, const ovo::Array<T>& array) {
+  constexpr std::size_t kSamples = 32;
   hash.append(static_cast<std::uint32_t>(array.size()));
-  hash.append(array.cdata(), array.size() * sizeof(T));
+  const std::size_t step = array.size() / kSamples + 1;
+  for (std::size_t i = 0; i < array.size(); i += step) hash.append(array.cdata() + i, sizeof(T));
 }
 
 // The normal of the whole face, for a triangle of it that has no area of its own.
 tarn::Vec3<double> faceNormal(const tracer::Mesh& mesh, std::size_t triangle) {
-  const std::int32_t face = mesh.triangles[triangle].face;
+  const std::int32_t face = mesh.source(triangle).face;
   std::size_t begin = 0;
   for (std::int32_t f = 0; f < face; ++f)
     begin += static_cast<std::size_t>(std::max(0, mesh.counts.cdata()[f]));
@@ -55,7 +59,7 @@ tarn::Vec3<double> faceNormal(const tracer::Mesh& mesh, std::size_t triangle) {
 
 struct SceneTracer::Impl {
   std::vector<tracer::Mesh> meshes;
-  std::unordered_multimap<std::uint64_t, std::uint32_t> meshOfHash;
+  std::unordered_multimap<std::uint64_t, std::uint32_t> meshOfSamples;
   tracer::LargeVector<tracer::Placement> placements;
   tracer::LargeVector<tracer::Node> nodes;
   std::vector<std::uint32_t> unboxed;
@@ -108,7 +112,7 @@ struct SceneTracer::Impl {
     hit.normal = tarn::Vec3<float>(world.normalized());
 
     hit.placement = nearest.placement;
-    const tracer::TriangleSource& source = mesh.triangles[nearest.triangle];
+    const tracer::TriangleSource source = mesh.source(nearest.triangle);
     hit.face = source.face;
     for (std::size_t c = 0; c < 3; ++c) {
       hit.faceVertices[c] = source.faceVertex[c];
@@ -175,12 +179,11 @@ SceneTracer& SceneTracer::operator=(SceneTracer&&) noexcept = default;
 std::uint32_t SceneTracer::addMesh(const ovo::Array<tarn::Vec3<float>>& points,
                                    const ovo::Array<int>& faceVertexCounts,
                                    const ovo::Array<int>& faceVertexIndices) {
-  // An equal mesh is found by its hash and then compared.
   tarn::Hash hash;
-  appendArray(hash, points);
-  appendArray(hash, faceVertexCounts);
-  appendArray(hash, faceVertexIndices);
-  const auto [begin, end] = impl_->meshOfHash.equal_range(hash.value());
+  appendSamples(hash, points);
+  appendSamples(hash, faceVertexCounts);
+  appendSamples(hash, faceVertexIndices);
+  const auto [begin, end] = impl_->meshOfSamples.equal_range(hash.value());
   for (auto it = begin; it != end; ++it) {
     const tracer::Mesh& mesh = impl_->meshes[it->second];
     if (hasSameBits(mesh.points, points) && hasSameBits(mesh.counts, faceVertexCounts) &&
@@ -195,7 +198,7 @@ std::uint32_t SceneTracer::addMesh(const ovo::Array<tarn::Vec3<float>>& points,
   mesh.indices = faceVertexIndices;
   mesh.prepare();
   impl_->meshes.push_back(std::move(mesh));
-  impl_->meshOfHash.emplace(hash.value(), id);
+  impl_->meshOfSamples.emplace(hash.value(), id);
   impl_->renewView();
   return id;
 }
@@ -213,7 +216,7 @@ std::uint32_t SceneTracer::addPlacement(std::uint32_t mesh,
                                         const tarn::Mat4<double>& worldFromLocal) {
   tracer::Placement placement;
   placement.mesh = mesh;
-  placement.isUsable = mesh < impl_->meshes.size() && !impl_->meshes[mesh].triangles.empty() &&
+  placement.isUsable = mesh < impl_->meshes.size() && impl_->meshes[mesh].numTriangles != 0 &&
                        tracer::makeLocalFromWorld(worldFromLocal, impl_->meshes[mesh].frame,
                                                   placement.localFromWorld);
   impl_->placements.push_back(placement);
@@ -312,7 +315,7 @@ template VELA_API void SceneTracer::occluded(const tarn::Ray<double>*, std::size
 std::size_t SceneTracer::numMeshes() const { return impl_->meshes.size(); }
 std::size_t SceneTracer::numPlacements() const { return impl_->placements.size(); }
 std::size_t SceneTracer::numTriangles(std::uint32_t mesh) const {
-  return mesh < impl_->meshes.size() ? impl_->meshes[mesh].triangles.size() : 0;
+  return mesh < impl_->meshes.size() ? impl_->meshes[mesh].numTriangles : 0;
 }
 std::uint32_t SceneTracer::placementMesh(std::uint32_t placement) const {
   return placement < impl_->placements.size() ? impl_->placements[placement].mesh : kNone;
@@ -325,7 +328,7 @@ std::size_t SceneTracer::memoryUsage() const {
                       impl_->unboxed.capacity() * sizeof(std::uint32_t) +
                       impl_->meshes.capacity() * sizeof(tracer::Mesh);
   for (const tracer::Mesh& mesh : impl_->meshes)
-    bytes += mesh.triangles.capacity() * sizeof(tracer::TriangleSource) +
+    bytes += mesh.sources.capacity() * sizeof(tracer::TriangleSource) +
              mesh.nodes.capacity() * sizeof(tracer::Node) +
              mesh.blocks.capacity() * sizeof(tracer::Block);
   return bytes;

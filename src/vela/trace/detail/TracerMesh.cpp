@@ -2,15 +2,18 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <vector>
 
+#include "tarn/Box3.h"
+#include "tarn/Lanes.h"
 #include "vela/mesh/Triangulate.h"
 
 namespace vela::tracer {
 namespace {
 
-constexpr float kInfinity = std::numeric_limits<float>::infinity();
+using Lanes = tarn::baseline::FloatLanes<4>;
 
 // Whether the corners span a triangle, by the cross product in double.
 bool hasArea(const tarn::Vec3<float>& a, const tarn::Vec3<float>& b, const tarn::Vec3<float>& c) {
@@ -19,18 +22,61 @@ bool hasArea(const tarn::Vec3<float>& a, const tarn::Vec3<float>& b, const tarn:
          tarn::Vec3<double>();
 }
 
+// True only where hasArea is: far from all rounding, in float. Each component of the cross product
+// is off by less than 8 roundings of the product of the edges.
+bool surelyHasArea(const tarn::Vec3<float>& a, const tarn::Vec3<float>& b,
+                   const tarn::Vec3<float>& c) {
+  const tarn::Vec3<float> e = b - a, f = c - a, n = tarn::cross(e, f);
+  const auto size = [](const tarn::Vec3<float>& v) {
+    const float xy = std::fabs(v.x) > std::fabs(v.y) ? std::fabs(v.x) : std::fabs(v.y);
+    return xy > std::fabs(v.z) ? xy : std::fabs(v.z);
+  };
+  constexpr float kFar = 1e-5f;
+  static_assert(static_cast<double>(kFar) > 16.0 * kFloatRounding);
+  const float product = size(e) * size(f);
+  return product > 1e-25f && product < 1e25f && size(n) > kFar * product;
+}
+
 bool isFinite(const tarn::Vec3<float>& p) {
   return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z);
 }
 
 }  // namespace
 
-tarn::Vec3<float> Mesh::corner(std::size_t triangle, std::size_t corner) const {
-  const std::int32_t at = triangles[triangle].faceVertex[corner];
-  return points.cdata()[indices.cdata()[at]];
+void Mesh::prepare() {
+  if (!prepareTriangles()) prepareFaces();
 }
 
-void Mesh::prepare() {
+// Where each face is one usable triangle. \return false, with nothing kept, where one is not
+bool Mesh::prepareTriangles() {
+  const std::size_t count = counts.size();
+  if (count > indices.size() / 3 || indices.size() > std::numeric_limits<std::int32_t>::max())
+    return false;
+  const tarn::Vec3<float>* const point = points.cdata();
+  const int* const index = indices.cdata();
+  const int* const corners = counts.cdata();
+  tarn::Box3<float> box;
+  for (std::size_t face = 0; face < count; ++face) {
+    if (corners[face] != 3) return false;
+    const auto a = static_cast<std::size_t>(index[3 * face]),
+               b = static_cast<std::size_t>(index[3 * face + 1]),
+               c = static_cast<std::size_t>(index[3 * face + 2]);
+    // A negative index is a huge one here.
+    if (a >= points.size() || b >= points.size() || c >= points.size()) return false;
+    const tarn::Vec3<float>&pa = point[a], &pb = point[b], &pc = point[c];
+    if (!surelyHasArea(pa, pb, pc) && (!isFinite(pa) || !isFinite(pb) || !isFinite(pc) ||
+                                       !hasArea(pa, pb, pc) || pa == pb || pb == pc || pa == pc))
+      return false;
+    box.extendBy(pa);
+    box.extendBy(pb);
+    box.extendBy(pc);
+  }
+  numTriangles = count;
+  frame = count == 0 ? MeshFrame() : makeMeshFrame(box.min, box.max);
+  return true;
+}
+
+void Mesh::prepareFaces() {
   const tarn::Vec3<float>* const point = points.cdata();
   const int* const index = indices.cdata();
   const std::size_t numIndices =
@@ -38,10 +84,10 @@ void Mesh::prepare() {
   const std::size_t numFaces =
       std::min<std::size_t>(counts.size(), std::numeric_limits<std::int32_t>::max());
 
-  tarn::Vec3<float> low(kInfinity), high(-kInfinity);
+  tarn::Box3<float> box;
   std::vector<int> cut;
   std::size_t offset = 0;
-  triangles.reserve(std::min(numFaces, numIndices / 3));
+  sources.reserve(std::min(numFaces, numIndices / 3));
   for (std::size_t face = 0; face < numFaces && offset < numIndices; ++face) {
     // A face that cannot be used keeps its number. A positive count takes its indices with it.
     const int count = counts.cdata()[face];
@@ -77,36 +123,60 @@ void Mesh::prepare() {
       t.face = static_cast<std::int32_t>(face);
       for (std::size_t c = 0; c < 3; ++c) {
         t.faceVertex[c] = static_cast<std::int32_t>(begin) + cut[k + c];
-        const tarn::Vec3<float> p = at(k + c);
-        for (std::size_t i = 0; i < 3; ++i) {
-          low[i] = std::fmin(low[i], p[i]);
-          high[i] = std::fmax(high[i], p[i]);
-        }
+        box.extendBy(at(k + c));
       }
-      triangles.push_back(t);
+      sources.push_back(t);
     }
   }
-  triangles.shrink_to_fit();
-  frame = triangles.empty() ? MeshFrame() : makeMeshFrame(low, high);
+  sources.shrink_to_fit();
+  numTriangles = sources.size();
+  frame = sources.empty() ? MeshFrame() : makeMeshFrame(box.min, box.max);
 }
 
 void Mesh::build() {
   isBuilt = true;
-  const std::size_t count = triangles.size();
-  std::vector<BuildBox> boxes(count);
-  const double growth = frame.growth();
-  for (std::size_t t = 0; t < count; ++t) {
-    BuildBox& box = boxes[t];
-    box.index = static_cast<std::uint32_t>(t);
-    box.unused = 0;
-    for (std::size_t i = 0; i < 3; ++i) {
-      const float a = scaleCoordinate(corner(t, 0)[i], frame),
-                  b = scaleCoordinate(corner(t, 1)[i], frame);
-      const float c = scaleCoordinate(corner(t, 2)[i], frame);
-      box.low[i] = floatBelow(static_cast<double>(std::fmin(a, std::fmin(b, c))) - growth);
-      box.high[i] = floatAbove(static_cast<double>(std::fmax(a, std::fmax(b, c))) + growth);
-    }
+  if (numTriangles == 0) return;
+
+  // Each point into scaled space once, most belong to several triangles. The product with a power
+  // of two is exact in double, so narrowing rounds once, as ldexp does.
+  const double scale = std::ldexp(1.0, -frame.exponent);
+  struct alignas(16) Point {
+    float xyzw[4];
+  };
+  std::vector<Point> scaled(points.size());
+  for (std::size_t p = 0; p < points.size(); ++p) {
+    const tarn::Vec3<float>& from = points.cdata()[p];
+    scaled[p] = {{static_cast<float>(static_cast<double>(from.x) * scale),
+                  static_cast<float>(static_cast<double>(from.y) * scale),
+                  static_cast<float>(static_cast<double>(from.z) * scale), 0.0f}};
   }
+  const auto cornersOf = [&](std::size_t t, const Point*(&corner)[3]) {
+    const TriangleSource from = source(t);
+    for (std::size_t c = 0; c < 3; ++c)
+      corner[c] = &scaled[static_cast<std::size_t>(indices.cdata()[from.faceVertex[c]])];
+  };
+
+  // The boxes, grown; then rounded outward. A subtraction of floats and the one that follows are
+  // off by kFloatRounding of their result each.
+  constexpr float kOutward = 2.4e-7f, kTiny = 1e-37f;
+  static_assert(static_cast<double>(kOutward) > 3.0 * kFloatRounding);
+  const Lanes growth = Lanes::broadcast(floatAbove(frame.growth()));
+  std::vector<BuildBox> boxes(numTriangles);
+  for (std::size_t t = 0; t < numTriangles; ++t) {
+    const Point* corner[3];
+    cornersOf(t, corner);
+    const Lanes a = Lanes::load(corner[0]->xyzw), b = Lanes::load(corner[1]->xyzw),
+                c = Lanes::load(corner[2]->xyzw);
+    const Lanes low = min(a, min(b, c)) - growth, high = max(a, max(b, c)) + growth;
+    const auto outward = [&](const Lanes& v) {
+      return abs(v) * Lanes::broadcast(kOutward) + Lanes::broadcast(kTiny);
+    };
+    (low - outward(low)).store(boxes[t].low);
+    (high + outward(high)).store(boxes[t].high);
+    boxes[t].index = static_cast<std::uint32_t>(t);
+    boxes[t].unused = 0;
+  }
+
   std::vector<LeafRun> leaves;
   buildTree(boxes, nodes, leaves);
   nodes.shrink_to_fit();
@@ -118,12 +188,16 @@ void Mesh::build() {
     Block& block = blocks[l];
     for (std::size_t lane = 0; lane < kWidth; ++lane) {
       const bool isUsed = lane < leaves[l].count;
-      const std::size_t t = isUsed ? boxes[leaves[l].first + lane].index : 0;
-      block.triangle[lane] = isUsed ? static_cast<std::uint32_t>(t) : kNone;
-      for (std::size_t c = 0; c < 3; ++c)
-        for (std::size_t i = 0; i < 3; ++i)
-          block.corner[c][i][lane] = isUsed ? scaleCoordinate(corner(t, c)[i], frame)
-                                            : std::numeric_limits<float>::quiet_NaN();
+      block.triangle[lane] = isUsed ? boxes[leaves[l].first + lane].index : kNone;
+      if (isUsed) {
+        const Point* corner[3];
+        cornersOf(block.triangle[lane], corner);
+        for (std::size_t c = 0; c < 3; ++c)
+          for (std::size_t i = 0; i < 3; ++i) block.corner[c][i][lane] = corner[c]->xyzw[i];
+      } else {
+        for (auto& corner : block.corner)
+          for (auto& axis : corner) axis[lane] = std::numeric_limits<float>::quiet_NaN();
+      }
     }
   }
 }

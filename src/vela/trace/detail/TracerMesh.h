@@ -31,7 +31,10 @@ struct Mesh {
   ovo::Array<tarn::Vec3<float>> points;
   ovo::Array<int> counts, indices;
   MeshFrame frame;
-  LargeVector<TriangleSource> triangles;  ///< by face, then in the order of the cut
+  std::size_t numTriangles = 0;
+  /// By face, then in the order of the cut. Empty where each face is one triangle: the face and its
+  /// corners then follow from the triangle's number, and a hit costs one fetch less.
+  LargeVector<TriangleSource> sources;
   LargeVector<Node> nodes;
   LargeVector<Block> blocks;
   TreeLimits limits;
@@ -41,10 +44,22 @@ struct Mesh {
   void prepare();
   /// Builds the tree over the triangles.
   void build();
+  [[nodiscard]] TriangleSource source(std::size_t triangle) const {
+    if (!sources.empty()) return sources[triangle];
+    const auto t = static_cast<std::int32_t>(triangle);
+    return {t, {3 * t, 3 * t + 1, 3 * t + 2}};
+  }
   /// Fetches what a hit's record will need of a triangle.
-  void prefetchSource(std::uint32_t triangle) const { __builtin_prefetch(&triangles[triangle]); }
-  /// A triangle's corner as the caller gave it.
-  [[nodiscard]] tarn::Vec3<float> corner(std::size_t triangle, std::size_t corner) const;
+  void prefetchSource(std::uint32_t triangle) const {
+    if (sources.empty())
+      __builtin_prefetch(indices.cdata() + 3 * std::size_t{triangle});
+    else
+      __builtin_prefetch(&sources[triangle]);
+  }
+
+ private:
+  [[nodiscard]] bool prepareTriangles();
+  void prepareFaces();
 };
 
 }  // namespace vela::tracer
