@@ -3,38 +3,48 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstddef>
+#include <cstdint>
 #include <limits>
+#include <vector>
+
+#include "tarn/Lanes.h"
 
 namespace vela::tracer {
 namespace {
 
 constexpr float kInfinity = std::numeric_limits<float>::infinity();
 
-// Four floats in one register, on every processor. The fourth is not used.
-typedef float Float4 __attribute__((vector_size(16)));
+using Lanes = tarn::baseline::FloatLanes<4>;
 
 struct Bounds {
-  Float4 low = {kInfinity, kInfinity, kInfinity, kInfinity};
-  Float4 high = {-kInfinity, -kInfinity, -kInfinity, -kInfinity};
+  Lanes low = Lanes::broadcast(kInfinity);
+  Lanes high = Lanes::broadcast(-kInfinity);
 
-  void grow(const Float4& l, const Float4& h) {
-    low = l < low ? l : low;
-    high = h > high ? h : high;
+  void grow(const Lanes& l, const Lanes& h) {
+    low = min(l, low);
+    high = max(h, high);
   }
   void grow(const Bounds& b) { grow(b.low, b.high); }
   [[nodiscard]] float halfArea() const {
-    const Float4 s = high - low;
+    float s[4];
+    (high - low).store(s);
     return s[0] * s[1] + s[1] * s[2] + s[2] * s[0];
   }
 };
 
-Float4 lowOf(const BuildBox& b) { return Float4{b.low[0], b.low[1], b.low[2], 0.0f}; }
-Float4 highOf(const BuildBox& b) { return Float4{b.high[0], b.high[1], b.high[2], 0.0f}; }
-// The sides are halved before they are added, since the sum of huge ones would overflow.
-Float4 centerOf(const BuildBox& b) { return lowOf(b) * 0.5f + highOf(b) * 0.5f; }
+Lanes lowOf(const BuildBox& b) { return Lanes::load(b.low); }
+Lanes highOf(const BuildBox& b) { return Lanes::load(b.high); }
+// The sides are halved before they are added, since the sum of huge ones would overflow. The fourth
+// lane holds the bits of the index and means nothing.
+Lanes centerOf(const BuildBox& b) {
+  const Lanes half = Lanes::broadcast(0.5f);
+  return lowOf(b) * half + highOf(b) * half;
+}
 
 constexpr std::uint32_t kLeafSize = kWidth;
 constexpr int kBins = 16;
+constexpr std::uint32_t kSampledRun = 32768;
 /// From this depth on each run is split into two of the same size, which ends within 32 more levels
 /// whatever the boxes are.
 constexpr std::uint32_t kHalvingDepth = 60;
@@ -56,7 +66,8 @@ class TreeBuilder {
     if (leaves_ != nullptr) leaves_->clear();
     if (boxes_.empty()) return;
     binary_.reserve(4 * boxes_.size() / kLeafSize + 1);
-    split(0, static_cast<std::uint32_t>(boxes_.size()), 0);
+    other_.resize(boxes_.size());
+    split(boxes_, 0, static_cast<std::uint32_t>(boxes_.size()), 0);
     planWidening();
     if (leaves_ == nullptr && binary_[0].left == kNone)
       addSingles(binary_[0]);
@@ -70,52 +81,88 @@ class TreeBuilder {
     return static_cast<float>((count + kLeafSize - 1) / kLeafSize);
   }
 
-  std::uint32_t split(std::uint32_t first, std::uint32_t count, std::uint32_t depth) {
+  /// Splits a run until leaves are left. The boxes of the run stand in \p from, those of a leaf go
+  /// to boxes_. Partitions are written to the other of the two arrays: without a branch, as the
+  /// side of a box is a coin toss. \return the index of the binary node
+  std::uint32_t split(std::vector<BuildBox>& from, std::uint32_t first, std::uint32_t count,
+                      std::uint32_t depth) {
     const auto at = static_cast<std::uint32_t>(binary_.size());
     binary_.emplace_back();
 
-    // The boxes of the run and of its centres.
+    // The boxes of the run and of its centers.
     Bounds bounds, centers;
     for (std::uint32_t i = first; i < first + count; ++i) {
-      const BuildBox& b = boxes_[i];
-      bounds.grow(lowOf(b), highOf(b));
-      const Float4 c = centerOf(b);
+      bounds.grow(lowOf(from[i]), highOf(from[i]));
+      const Lanes c = centerOf(from[i]);
       centers.grow(c, c);
     }
     binary_[at].bounds = bounds;
     binary_[at].first = first;
     binary_[at].count = count;
-    if (count <= kLeafSize) return at;
+    if (count <= kLeafSize) {
+      if (&from != &boxes_)
+        std::copy(from.begin() + first, from.begin() + first + count, boxes_.begin() + first);
+      return at;
+    }
 
-    std::uint32_t leftCount = depth < kHalvingDepth ? splitBySurface(first, count, centers) : 0;
-    if (leftCount == 0 || leftCount == count) leftCount = splitInHalf(first, count, centers);
-    const std::uint32_t left = split(first, leftCount, depth + 1);
-    const std::uint32_t right = split(first + leftCount, count - leftCount, depth + 1);
+    std::vector<BuildBox>* to = &from;
+    std::uint32_t leftCount = 0;
+    if (depth < kHalvingDepth) {
+      const Plane plane = cheapestPlane(from, first, count, centers);
+      if (plane.axis >= 0) {
+        to = &from == &boxes_ ? &other_ : &boxes_;
+        leftCount = partition(from, *to, first, count, centers, plane);
+      }
+    }
+    if (leftCount == 0 || leftCount == count) leftCount = splitInHalf(*to, first, count, centers);
+    const std::uint32_t left = split(*to, first, leftCount, depth + 1);
+    const std::uint32_t right = split(*to, first + leftCount, count - leftCount, depth + 1);
     binary_[at].left = left;
     binary_[at].right = right;
     return at;
   }
 
-  /// \return the boxes on the left; 0 when no plane divides them
-  std::uint32_t splitBySurface(std::uint32_t first, std::uint32_t count, const Bounds& centers) {
-    // Bins along all three axes at once.
+  /// Boxes whose center lies in a lower bin than `bin` go to the left.
+  struct Plane {
+    int axis = -1;  ///< -1: no plane divides the boxes
+    int bin = 0;
+    Lanes scale;  ///< bins for a unit along each axis
+    float last;   ///< the number of the last bin
+  };
+
+  static Lanes binsOf(const BuildBox& box, const Bounds& centers, const Plane& plane) {
+    // Below zero only by rounding, or where it is NaN: both become 0.
+    const Lanes at = (centerOf(box) - centers.low) * plane.scale;
+    return min(max(at, Lanes::broadcast(0.0f)), Lanes::broadcast(plane.last));
+  }
+
+  Plane cheapestPlane(const std::vector<BuildBox>& from, std::uint32_t first, std::uint32_t count,
+                      const Bounds& centers) const {
+    // Large runs are sampled: every fifth box says as much of where to divide.
+    const std::uint32_t step = count >= kSampledRun ? 5 : 1;
+    const int bins = count < 4 * kBins ? kBins / 2 : kBins;
     struct Bin {
       Bounds bounds;
       std::uint32_t count = 0;
     };
-    const int bins = count < 4 * kBins ? kBins / 2 : kBins;
     std::array<std::array<Bin, kBins>, 3> bin;
-    const Float4 extent = centers.high - centers.low;
-    Float4 scale = {0.0f, 0.0f, 0.0f, 0.0f};
-    for (int axis = 0; axis < 3; ++axis) {
-      const float s = static_cast<float>(bins) / extent[axis];
-      scale[axis] = s <= std::numeric_limits<float>::max() ? s : 0.0f;
+
+    Plane plane;
+    plane.last = static_cast<float>(bins - 1);
+    float scale[4];
+    (centers.high - centers.low).store(scale);
+    for (float& s : scale) {
+      s = static_cast<float>(bins) / s;
+      if (!(s <= std::numeric_limits<float>::max())) s = 0.0f;
     }
-    for (std::uint32_t i = first; i < first + count; ++i) {
-      const Float4 low = lowOf(boxes_[i]), high = highOf(boxes_[i]);
-      const Float4 place = ((low * 0.5f + high * 0.5f) - centers.low) * scale;
-      for (int axis = 0; axis < 3; ++axis) {
-        Bin& b = bin[static_cast<std::size_t>(axis)][binOf(place[axis], bins)];
+    scale[3] = 0.0f;
+    plane.scale = Lanes::load(scale);
+    for (std::uint32_t i = first; i < first + count; i += step) {
+      float at[4];
+      binsOf(from[i], centers, plane).store(at);
+      const Lanes low = lowOf(from[i]), high = highOf(from[i]);
+      for (std::size_t axis = 0; axis < 3; ++axis) {
+        Bin& b = bin[axis][static_cast<std::size_t>(static_cast<int>(at[axis]))];
         b.bounds.grow(low, high);
         ++b.count;
       }
@@ -123,7 +170,6 @@ class TreeBuilder {
 
     // The cheapest plane; the first on ties.
     float best = std::numeric_limits<float>::max();
-    int bestAxis = -1, bestPlane = 0;
     for (int axis = 0; axis < 3; ++axis) {
       if (scale[axis] == 0.0f) continue;
       const auto& row = bin[static_cast<std::size_t>(axis)];
@@ -134,7 +180,7 @@ class TreeBuilder {
         const auto b = static_cast<std::size_t>(k);
         sweep.grow(row[b].bounds);
         n += row[b].count;
-        rightCost[b] = n == 0 ? kInfinity : sweep.halfArea() * blocks(n);
+        rightCost[b] = n == 0 ? kInfinity : sweep.halfArea() * blocks(n * step);
       }
       sweep = Bounds();
       n = 0;
@@ -143,39 +189,48 @@ class TreeBuilder {
         sweep.grow(row[b - 1].bounds);
         n += row[b - 1].count;
         if (n == 0) continue;
-        const float cost = sweep.halfArea() * blocks(n) + rightCost[b];
+        const float cost = sweep.halfArea() * blocks(n * step) + rightCost[b];
         if (cost < best) {
           best = cost;
-          bestAxis = axis;
-          bestPlane = k;
+          plane.axis = axis;
+          plane.bin = k;
         }
       }
     }
-    if (bestAxis < 0) return 0;
-
-    const auto begin = boxes_.begin() + first;
-    const auto middle = std::partition(begin, begin + count, [&](const BuildBox& b) {
-      const Float4 place = (centerOf(b) - centers.low) * scale;
-      return binOf(place[bestAxis], bins) < static_cast<std::size_t>(bestPlane);
-    });
-    return static_cast<std::uint32_t>(middle - begin);
+    return plane;
   }
 
-  static std::size_t binOf(float place, int bins) {
-    const int k =
-        place > 0.0f ? (place < static_cast<float>(bins) ? static_cast<int>(place) : bins - 1) : 0;
-    return static_cast<std::size_t>(k);
+  /// Those on the left from the front on, the others from the back on. \return how many are left
+  static std::uint32_t partition(const std::vector<BuildBox>& from, std::vector<BuildBox>& to,
+                                 std::uint32_t first, std::uint32_t count, const Bounds& centers,
+                                 const Plane& plane) {
+    const auto axis = static_cast<std::size_t>(plane.axis);
+    const auto bin = static_cast<float>(plane.bin);
+    std::uint32_t left = first, right = first + count - 1;
+    for (std::uint32_t i = first; i < first + count; ++i) {
+      float at[4];
+      binsOf(from[i], centers, plane).store(at);
+      const std::uint32_t isLeft = at[axis] < bin ? 1 : 0;
+      to[left] = from[i];
+      to[right] = from[i];
+      left += isLeft;
+      right -= 1 - isLeft;
+    }
+    return left - first;
   }
 
-  std::uint32_t splitInHalf(std::uint32_t first, std::uint32_t count, const Bounds& centers) {
-    const Float4 extent = centers.high - centers.low;
-    int axis = 0;
+  static std::uint32_t splitInHalf(std::vector<BuildBox>& boxes, std::uint32_t first,
+                                   std::uint32_t count, const Bounds& centers) {
+    float extent[4];
+    (centers.high - centers.low).store(extent);
+    std::size_t axis = 0;
     if (extent[1] > extent[0]) axis = 1;
     if (extent[2] > extent[axis]) axis = 2;
-    const auto begin = boxes_.begin() + first;
+    const auto begin = boxes.begin() + first;
     std::nth_element(begin, begin + count / 2, begin + count,
                      [axis](const BuildBox& a, const BuildBox& b) {
-                       const float ca = centerOf(a)[axis], cb = centerOf(b)[axis];
+                       const float ca = a.low[axis] * 0.5f + a.high[axis] * 0.5f;
+                       const float cb = b.low[axis] * 0.5f + b.high[axis] * 0.5f;
                        return ca != cb ? ca < cb : a.index < b.index;
                      });
     return count / 2;
@@ -278,9 +333,12 @@ class TreeBuilder {
   }
 
   void setBox(std::uint32_t node, std::size_t child, const Bounds& bounds) {
+    float low[4], high[4];
+    bounds.low.store(low);
+    bounds.high.store(high);
     for (std::size_t axis = 0; axis < 3; ++axis) {
-      (*nodes_)[node].side[0][axis][child] = bounds.low[axis];
-      (*nodes_)[node].side[1][axis][child] = bounds.high[axis];
+      (*nodes_)[node].side[0][axis][child] = low[axis];
+      (*nodes_)[node].side[1][axis][child] = high[axis];
     }
   }
 
@@ -303,6 +361,7 @@ class TreeBuilder {
   }
 
   std::vector<BuildBox>& boxes_;
+  std::vector<BuildBox> other_;
   std::vector<BinaryNode> binary_;
   /// By number of slots, 1 to 7. toLeft[0] is how many of its eight slots a wide node of its own
   /// gives to the left side; toLeft[i] is 0 where opening does not pay.
