@@ -1,11 +1,17 @@
-# cmake --install: include/{tarn,ovo,vela}, lib/libvela.so, bin/vela, and the package files for
-# find_package(Vela) and pkg-config.
+# cmake --install: include/{tarn,ovo,vela}, lib/libvela.so, lib/libvela_picture.so, bin/vela, and
+# the package files for find_package(Vela) and pkg-config.
 include(CMakePackageConfigHelpers)
 
-install(TARGETS vela EXPORT VelaTargets
-  LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" FILE_SET HEADERS DESTINATION
-  "${CMAKE_INSTALL_INCLUDEDIR}")
-install(EXPORT VelaTargets NAMESPACE Vela:: DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/Vela")
+# An export set for each library: whoever finds one needs nothing of the other.
+function(vela_install_library target export)
+  install(TARGETS ${target} EXPORT ${export}
+    LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
+    FILE_SET HEADERS DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
+  install(EXPORT ${export} NAMESPACE Vela::
+    DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/Vela")
+endfunction()
+vela_install_library(vela VelaTargets)
+vela_install_library(vela_picture VelaPictureTargets)
 
 configure_package_config_file("${CMAKE_CURRENT_LIST_DIR}/VelaConfig.cmake.in"
   "${PROJECT_BINARY_DIR}/VelaConfig.cmake" INSTALL_DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/Vela")
@@ -15,5 +21,9 @@ install(FILES "${PROJECT_BINARY_DIR}/VelaConfig.cmake"
   "${PROJECT_BINARY_DIR}/VelaConfigVersion.cmake"
   DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/Vela")
 
-configure_file("${CMAKE_CURRENT_LIST_DIR}/vela.pc.in" "${PROJECT_BINARY_DIR}/vela.pc" @ONLY)
-install(FILES "${PROJECT_BINARY_DIR}/vela.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+foreach(_package IN ITEMS vela vela-picture)
+  configure_file("${CMAKE_CURRENT_LIST_DIR}/${_package}.pc.in"
+    "${PROJECT_BINARY_DIR}/${_package}.pc" @ONLY)
+  install(FILES "${PROJECT_BINARY_DIR}/${_package}.pc"
+    DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+endforeach()

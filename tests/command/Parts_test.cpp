@@ -1,25 +1,19 @@
-// Small parts of the command: numbers and lists as text, colour codes, layers by the registry,
-// files that appear whole.
+// Small parts of the command: numbers and lists as text, reports, files that appear whole.
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <limits>
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
-#include "Failure.h"
 #include "Json.h"
-#include "Layers.h"
+#include "Options.h"
 #include "OutputFile.h"
-#include "Picture.h"
 #include "Text.h"
-#include "Tiles.h"
-#include "vela/channels/ChannelManager.h"
-#include "vela/channels/DefaultChannelManager.h"
+#include "vela/picture/LayerTable.h"
 
 namespace {
 
@@ -31,6 +25,13 @@ TEST(Text, ListsAreSplitAtCommasAndTrimmed) {
   EXPECT_EQ(splitList(" a ,\tb c ,,"), (Words{"a", "b c"}));
   EXPECT_EQ(splitList(""), Words{});
   EXPECT_EQ(splitList(" , "), Words{});
+}
+
+TEST(Text, LinesAreBrokenAtBlanksAndNeverInWords) {
+  EXPECT_EQ(wrapText("one two three four", 9), "one two\nthree\nfour");
+  EXPECT_EQ(wrapText("one two three four", 10), "one two\nthree four");
+  EXPECT_EQ(wrapText("a verylongword b", 4), "a\nverylongword\nb");
+  EXPECT_EQ(wrapText("", 4), "");
 }
 
 TEST(Text, NumbersMustBeAsManyAsAskedForFiniteAndNothingElse) {
@@ -55,67 +56,6 @@ TEST(Text, TheShortestTextReadsBackTheSame) {
   }
 }
 
-TEST(Png, ColoursGetTheCodesOfSrgb) {
-  // Values of the standard's own formula, computed apart in decimal.
-  EXPECT_EQ(encodeSrgb(0.0f), 0);
-  EXPECT_EQ(encodeSrgb(0.001f), 3);
-  EXPECT_EQ(encodeSrgb(0.0031308f), 10);
-  EXPECT_EQ(encodeSrgb(0.18f), 118);
-  EXPECT_EQ(encodeSrgb(0.5f), 188);
-  EXPECT_EQ(encodeSrgb(1.0f), 255);
-  EXPECT_EQ(encodeSrgb(7.0f), 255);
-  EXPECT_EQ(encodeSrgb(-1.0f), 0);
-  EXPECT_EQ(encodeSrgb(std::numeric_limits<float>::infinity()), 255);
-  EXPECT_EQ(encodeSrgb(std::numeric_limits<float>::quiet_NaN()), 0);
-}
-
-TEST(Layers, ComponentsFollowThePlaceInTheLayerNotTheNumber) {
-  // Members of vectors are numbered last first: z has the lowest number.
-  const LayerChoice choice = chooseLayers("N");
-  ASSERT_EQ(choice.channels.size(), 3u);
-  EXPECT_EQ(choice.channels[0].exrName, "N.z");
-  EXPECT_EQ(choice.channels[0].component, 2);
-  EXPECT_EQ(choice.channels[2].exrName, "N.x");
-  EXPECT_EQ(choice.channels[2].component, 0);
-}
-
-TEST(Layers, TheBaseLayerHasBareNamesAllOthersTheirLayers) {
-  Words names;
-  for (const LayerChannel& channel : chooseLayers("face,albedo,depth,rgba").channels)
-    names.push_back(channel.exrName);
-  std::sort(names.begin(), names.end());
-  EXPECT_EQ(names, (Words{"A", "B", "G", "R", "Z", "albedo.B", "albedo.G", "albedo.R", "face.id"}));
-}
-
-TEST(Layers, WhatIsMissingIsMadeOnceInTheDefaultRegistry) {
-  (void)chooseLayers("P");
-  const std::size_t layers = vela::DefaultChannelManager()->nLayers();
-  const LayerChoice again = chooseLayers("P,P, P");
-  EXPECT_EQ(vela::DefaultChannelManager()->nLayers(), layers);
-  EXPECT_EQ(again.set.size(), 3u);
-  const vela::LayerAlias* layer = vela::DefaultChannelManager()->getLayer("P");
-  ASSERT_NE(layer, nullptr);
-  EXPECT_EQ(layer->purpose(), vela::Channel::Type::dataVec3);
-  EXPECT_TRUE(again.set.contains(layer->channelSet()));
-}
-
-TEST(Layers, WhatCannotBeRenderedIsRefusedByName) {
-  for (const char* list : {"heat", "rgba,heat", "forward", "motion", "deep", "mask", "cutout", ""})
-    try {
-      (void)chooseLayers(list);
-      ADD_FAILURE() << list;
-    } catch (const Failure& failure) {
-      EXPECT_EQ(failure.code, kUsage) << list;
-      EXPECT_NE(failure.attempt.find("rgba"), std::string::npos);
-    }
-}
-
-TEST(Json, TheManifestNumbersFromOneAndEscapes) {
-  EXPECT_EQ(manifestOf({}), "{}");
-  EXPECT_EQ(manifestOf({"/A", "/B/C"}), R"({"/A":1,"/B/C":2})");
-  EXPECT_EQ(manifestOf({"/\"\xff"}), "{\"/\\\"\xef\xbf\xbd\":1}");
-}
-
 TEST(Json, APickReportHasTheShortestDecimals) {
   PickReport report;
   report.hit = true;
@@ -125,6 +65,29 @@ TEST(Json, APickReportHasTheShortestDecimals) {
   const std::string text = toJson(report);
   EXPECT_NE(text.find("\"distance\": 0.1,"), std::string::npos) << text;
   EXPECT_NE(text.find("null"), std::string::npos) << text;
+}
+
+TEST(Help, OfRenderNamesEachLayerOfTheTable) {
+  char name[] = "--help";
+  char* arguments[] = {name};
+  RenderOptions options;
+  testing::internal::CaptureStdout();
+  EXPECT_FALSE(readArguments(1, arguments, options));
+  const std::string help = testing::internal::GetCapturedStdout();
+  EXPECT_EQ(help.find('@'), std::string::npos);
+
+  // Blanks and line ends are the same to a reader.
+  std::string words;
+  std::istringstream in(help);
+  for (std::string word; in >> word;) words += word + " ";
+  for (const vela::picture::LayerInfo& info : vela::picture::layerTable()) {
+    EXPECT_NE(words.find(info.name), std::string::npos) << info.name;
+    std::string described;
+    for (const std::string& channel : info.channels) described += channel + " ";
+    if (!info.isPart) {
+      EXPECT_NE(words.find(described + info.help), std::string::npos) << info.name;
+    }
+  }
 }
 
 TEST(OutputFile, AppearsWithCommitAndLeavesNothingWithoutIt) {
@@ -148,25 +111,6 @@ TEST(OutputFile, AppearsWithCommitAndLeavesNothingWithoutIt) {
   std::ifstream(name) >> text;
   EXPECT_EQ(text, "whole");
   std::filesystem::remove_all(folder);
-}
-
-TEST(Tiles, EveryPixelBelongsToOneTile) {
-  for (const int threads : {1, 2, 5}) {
-    std::vector<int> seen(static_cast<std::size_t>(70 * 45), 0);
-    const std::atomic<std::uint64_t> rays{0};
-    forEachTile("test", 70, 45, threads, rays, [&](const Tile& tile, int thread) {
-      EXPECT_LT(thread, threads);
-      for (int y = tile.y0; y < tile.y1; ++y)
-        for (int x = tile.x0; x < tile.x1; ++x) ++seen[static_cast<std::size_t>(y * 70 + x)];
-    });
-    EXPECT_EQ(std::count(seen.begin(), seen.end(), 1), 70 * 45);
-  }
-}
-
-TEST(Tiles, WhatTheWorkThrowsComesOut) {
-  const std::atomic<std::uint64_t> rays{0};
-  EXPECT_THROW(forEachTile("test", 64, 64, 2, rays, [](const Tile&, int) { throw Failure{}; }),
-               Failure);
 }
 
 }  // namespace

@@ -11,7 +11,6 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <string>
 #include <vector>
@@ -70,16 +69,6 @@ class Pictures : public testing::Test {
   }
   void TearDown() override { std::filesystem::remove_all(folder_); }
   [[nodiscard]] std::string at(const std::string& name) const { return (folder_ / name).string(); }
-
-  // A layer that shows a file through a camera that it adds.
-  [[nodiscard]] std::string withCamera(const std::string& file, const std::string& camera,
-                                       const std::string& up = "Y") const {
-    std::ofstream(at("shot.usda"))
-        << "#usda 1.0\n( upAxis = \"" << up << "\"\n  subLayers = [@" << file << "@] )\n"
-        << "def Camera \"TestCamera\"\n{\n"
-        << camera << "\n}\n";
-    return at("shot.usda");
-  }
 
   [[nodiscard]] Read render(RenderOptions options, const std::string& file) const {
     options.scene.file = file;

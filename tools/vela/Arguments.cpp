@@ -11,6 +11,7 @@
 #include "Failure.h"
 #include "Options.h"
 #include "Text.h"
+#include "vela/picture/LayerTable.h"
 
 namespace command {
 
@@ -43,7 +44,7 @@ constexpr const char* kRenderHelp =
 
   -o, --output OUT.exr   linear colour and data, in layers
   --png OUT.png          the same colour as sRGB, over a plain backdrop
-  --layers LIST          rgba,depth,P,N,prim,face (the default), rgb, alpha, albedo
+  --layers LIST          @LAYERS@
   --camera PATH          camera prim; else the first of the scene; else one that shows all of it
   --lens LENS            perspective, orthographic, spherical (all around, 2:1), cylindrical
   --size WxH             1280x720
@@ -61,9 +62,7 @@ constexpr const char* kRenderHelp =
   --engine E             tracer; hit-detector: what applications see that pick with it
   --selection S.sel      tints what the selection has (vela select makes one)
 
-In the EXR: R G B A (light only where surfaces are, colour multiplied by A), Z depth (infinite where nothing is), P.x P.y P.z
-world position, N.x N.y N.z normal (the face's own; with --smooth the one that is shaded with), prim.id (0: nothing; else as the
-attribute "prim/manifest" says), face.id.
+@CHANNELS@
 Instances of point instancers are named by prim and number, as /World/Many/Proto[17], outer instancers first; where the prim lies
 elsewhere the instancer is named too: /Lib/Leaf[/World/Many 17].
 Cubes, spheres, cylinders, cones, capsules and planes are meshes of up to 128 sides; their face.id is of that mesh.
@@ -77,6 +76,28 @@ Examples
   vela render examples/demo/demo.usda -o data.exr --layers depth,N,prim --size 640x360 --time 24
   vela render examples/demo/demo.usda -o fine.exr --subdivide 2 --smooth
 )";
+
+// With what the table of layers says in the places that are marked.
+std::string renderHelp() {
+  std::string layers, others, channels;
+  for (const vela::picture::LayerInfo& info : vela::picture::layerTable()) {
+    if (info.isDefault)
+      layers += (layers.empty() ? "" : ",") + info.name;
+    else
+      others += ", " + info.name;
+    if (info.isPart) continue;
+    channels += channels.empty() ? "In the EXR:" : ",";
+    for (const std::string& channel : info.channels) channels += " " + channel;
+    channels += " " + info.help;
+  }
+  std::string help = kRenderHelp;
+  const auto put = [&](const std::string& mark, const std::string& text) {
+    help.replace(help.find(mark), mark.size(), text);
+  };
+  put("@LAYERS@", layers + " (the default)" + others);
+  put("@CHANNELS@", wrapText(channels + ".", 100));
+  return help;
+}
 
 constexpr const char* kPickHelp =
     R"(vela pick FILE --pixel X,Y | --ray OX,OY,OZ,DX,DY,DZ [options]: says what a ray meets.
@@ -223,7 +244,7 @@ std::size_t readWord(const std::string& verb, const std::string& option, const s
 // A verb's parser. Options are kept as text here and read by the verb's own code.
 class Parser {
  public:
-  Parser(const char* verb, const char* help, bool takesFile = true, bool needsFile = true)
+  Parser(const char* verb, const std::string& help, bool takesFile = true, bool needsFile = true)
       : verb_(verb), help_(help), app_(help, std::string("vela ") + verb) {
     app_.set_help_flag("-h,--help");
     if (takesFile) app_.add_option("FILE", file_)->required(needsFile);
@@ -246,7 +267,7 @@ class Parser {
                                      std::make_reverse_iterator(arguments));
       app_.parse(std::move(words));
     } catch (const CLI::CallForHelp&) {
-      std::fputs(help_, stdout);
+      std::fputs(help_.c_str(), stdout);
       return false;
     } catch (const CLI::ParseError& error) {
       wrong(verb_, "", error.what());
@@ -259,7 +280,8 @@ class Parser {
   [[nodiscard]] std::size_t count(const std::string& name) const { return app_.count(name); }
 
  private:
-  const char *verb_, *help_;
+  const char* verb_;
+  std::string help_;
   CLI::App app_;
   std::string file_;
 };
@@ -338,16 +360,16 @@ const char* overallHelp() { return kOverallHelp; }
 
 bool readArguments(int count, char** arguments, RenderOptions& options) {
   const std::string verb = "render";
-  Parser parser("render", kRenderHelp);
+  Parser parser("render", renderHelp());
   SceneTexts texts;
-  std::string samples, threads, pattern;
+  std::string samples, threads, pattern, layers;
   texts.declare(parser, options.scene);
   parser.text("-o,--output", options.exr);
   parser.text("--png", options.png);
   parser.text("--samples", samples);
   parser.text("--pattern", pattern);
   parser.text("--threads", threads);
-  parser.text("--layers", options.layers);
+  parser.text("--layers", layers);
   parser.text("--selection", options.selection);
   if (!parser.parse(count, arguments)) return false;
 
@@ -360,9 +382,10 @@ bool readArguments(int count, char** arguments, RenderOptions& options) {
     wrong(verb, "--png", "is the same file as -o");
   if (!samples.empty()) options.samples = readInteger(verb, "--samples", samples, 1, 4096);
   if (!threads.empty()) options.threads = readInteger(verb, "--threads", threads, 0, 1024);
-  if (!pattern.empty() && pattern != "jittered" && pattern != "regular")
-    wrong(verb, "--pattern", "'" + pattern + "' is none of jittered, regular");
-  options.jittered = pattern != "regular";
+  if (!pattern.empty())
+    options.pattern = static_cast<vela::picture::SamplePattern>(
+        readWord(verb, "--pattern", pattern, {"jittered", "regular"}));
+  if (parser.count("--layers") > 0) options.layers = splitList(layers);
   return true;
 }
 

@@ -159,12 +159,4 @@ std::string toJson(const ResolveReport& report) {
   return dump(json, 2) + "\n";
 }
 
-std::string manifestOf(const std::vector<std::string>& paths) {
-  Json json = Json::object();
-  // By push: looking every path up for its place would take quadratic time in an ordered object.
-  auto& members = json.get_ref<Json::object_t&>();
-  for (std::size_t i = 0; i < paths.size(); ++i) members.emplace_back(paths[i], i + 1);
-  return dump(json, -1);
-}
-
 }  // namespace command

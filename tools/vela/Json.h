@@ -106,7 +106,4 @@ struct ResolveReport {
 [[nodiscard]] std::string toJson(const SelectionReport& report);
 [[nodiscard]] std::string toJson(const ResolveReport& report);
 
-/// One line: an object from path to the prim's number in a picture, 1 for the first.
-[[nodiscard]] std::string manifestOf(const std::vector<std::string>& paths);
-
 }  // namespace command

@@ -5,9 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "Layers.h"
 #include "ovo/Path.h"
 #include "tarn/Time.h"
+#include "vela/picture/LayerTable.h"
+#include "vela/picture/PictureRenderer.h"
 #include "vela/scene/Picking.h"
 #include "vela/scene/RayCaster.h"
 #include "vela/scene/SceneMeshes.h"
@@ -45,9 +46,9 @@ struct RenderOptions {
   std::string exr, png;
   std::string selection;  ///< a file; what it selects is tinted
   int samples = 16;
-  bool jittered = true;
+  vela::picture::SamplePattern pattern = vela::picture::SamplePattern::jittered;
   int threads = 0;
-  std::string layers = kDefaultLayers;
+  std::vector<std::string> layers = vela::picture::defaultLayers();
 };
 
 struct PickOptions {

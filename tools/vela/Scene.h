@@ -7,6 +7,7 @@
 
 #include "Options.h"
 #include "ovo/Stage.h"
+#include "vela/picture/PictureRenderer.h"
 #include "vela/scene/RayCaster.h"
 #include "vela/scene/SceneExtent.h"
 #include "vela/scene/SceneMeshes.h"
@@ -35,5 +36,12 @@ namespace command {
 [[nodiscard]] vela::scene::RayCaster makeCaster(const SceneOptions& options,
                                                 const vela::scene::MeshList& list,
                                                 const vela::scene::Extent& extent);
+
+/// A picture that is ready to be rendered. What it does not show is said on standard error.
+/// \param file the stage's, for messages
+/// \throws Failure as the functions above
+[[nodiscard]] std::unique_ptr<vela::picture::PictureRenderer> openPicture(
+    const char* verb, const std::shared_ptr<ovo::Stage>& stage, const std::string& file,
+    const vela::picture::RenderOptions& options);
 
 }  // namespace command

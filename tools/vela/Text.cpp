@@ -1,8 +1,10 @@
 #include "Text.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstddef>
+#include <sstream>
 
 namespace command {
 
@@ -26,6 +28,22 @@ std::vector<std::string> splitList(const std::string& list) {
     first = end + 1;
   }
   return parts;
+}
+
+std::string wrapText(const std::string& text, std::size_t columns) {
+  std::string wrapped, word;
+  std::size_t used = 0;
+  std::istringstream words(text);
+  while (words >> word) {
+    if (used > 0) {
+      const bool fits = used + 1 + word.size() <= columns;
+      wrapped += fits ? ' ' : '\n';
+      used = fits ? used + 1 : 0;
+    }
+    wrapped += word;
+    used += word.size();
+  }
+  return wrapped;
 }
 
 bool readNumbers(const std::string& text, std::size_t count, std::vector<double>& numbers) {

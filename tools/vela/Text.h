@@ -10,6 +10,9 @@ namespace command {
 /// The parts of a comma-separated list, blanks at their ends removed, empty ones left out.
 [[nodiscard]] std::vector<std::string> splitList(const std::string& list);
 
+/// Breaks a text at blanks into lines of at most that many bytes; a longer word has its own line.
+[[nodiscard]] std::string wrapText(const std::string& text, std::size_t columns);
+
 /// Reads exactly \p count finite numbers separated by commas. \return false for anything else
 [[nodiscard]] bool readNumbers(const std::string& text, std::size_t count,
                                std::vector<double>& numbers);

@@ -12,6 +12,8 @@ struct Problem {
   enum class Kind {
     none,
     stopped,           ///< the caller's stop callback said so
+    badOption,         ///< subject: the option
+    nothingShown,      ///< there is no mesh that the options let through
     tooManyInstances,  ///< more than memory is likely to hold; subject: the instancer
     tooManyFaces,      ///< of refined surfaces; subject: the prim with the most
     noSuchCamera,      ///< subject: the path that was asked for

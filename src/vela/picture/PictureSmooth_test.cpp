@@ -9,19 +9,18 @@
 #include <string>
 #include <vector>
 
-#include "Options.h"
-#include "Pictures.h"
 #include "ovo/Stage.h"
 #include "vela/mesh/MeshBuilders.h"
 #include "vela/mesh/MeshSample.h"
 #include "vela/mesh/Triangulate.h"
+#include "vela/picture/TestPictures.h"
 
 namespace {
 
-using command::RenderOptions;
-using command_test::Pictures;
-using command_test::Read;
+using picture_test::Pictures;
+using picture_test::Values;
 using tarn::Vec3;
+using vela::picture::RenderOptions;
 using Real3 = Vec3<double>;
 
 constexpr double kPi = 3.14159265358979323846;
@@ -66,21 +65,22 @@ constexpr const char* kDown =
 
 class RefinedPictures : public Pictures {
  protected:
-  [[nodiscard]] Read shot(const std::string& text, int level, bool smooth,
-                          const std::string& layers = "depth,P,N,prim,face") const {
+  [[nodiscard]] Values shot(const std::string& text, int level, bool smooth,
+                            const std::vector<std::string>& layers = {"depth", "P", "N", "prim",
+                                                                      "face"}) const {
     std::ofstream(at("mesh.usda")) << "#usda 1.0\n" << text;
     RenderOptions options;
     options.layers = layers;
-    options.scene.width = options.scene.height = 64;
-    options.scene.camera = "/TestCamera";
-    options.scene.subdivisionLevel = level;
-    options.scene.smooth = smooth;
+    options.view.width = options.view.height = 64;
+    options.view.camera = ovo::Path("/TestCamera");
+    options.meshes.subdivisionLevel = level;
+    options.smooth = smooth;
     options.samples = 1;
     return render(options, withCamera(at("mesh.usda"), kDown));
   }
   static double placeX(int pixel) { return 4.0 * (pixel + 0.5) / 64 - 2.0 + kBesideX; }
   static double placeY(int pixel) { return 2.0 - 4.0 * (pixel + 0.5) / 64 + kBesideY; }
-  static Vec3<float> vector(const Read& read, const std::string& layer, std::size_t p) {
+  static Vec3<float> vector(const Values& read, const std::string& layer, std::size_t p) {
     return {read.floats.at(layer + ".x")[p], read.floats.at(layer + ".y")[p],
             read.floats.at(layer + ".z")[p]};
   }
@@ -117,7 +117,7 @@ Highest highestAt(const vela::MeshSample& mesh, double x, double y) {
 TEST_F(RefinedPictures, RaysMeetTheRefinedMesh) {
   for (const bool leftHanded : {false, true}) {
     const std::string text = cubeText("", "catmullClark", leftHanded);
-    const Read read = shot(text, 3, false);
+    const Values read = shot(text, 3, false);
     const vela::MeshSample sample = refined(at("mesh.usda"), 3);
     int hits = 0;
     for (int y = 0; y < 64; ++y)
@@ -167,7 +167,7 @@ TEST_F(RefinedPictures, SmoothNormalsAreUnitAndThoseOfABall) {
       counts.str() + "]\n int[] faceVertexIndices = [" + indices.str() +
       "]\n point3f[] points = [" + points.str() + "]\n}\n";
   for (const bool smooth : {false, true}) {
-    const Read read = shot(text, smooth ? 2 : 0, smooth);  // refining does nothing here
+    const Values read = shot(text, smooth ? 2 : 0, smooth);  // refining does nothing here
     double worst = 0;
     int hits = 0;
     for (std::size_t p = 0; p < 64 * 64; ++p) {
@@ -198,7 +198,7 @@ TEST_F(RefinedPictures, SmoothNormalsAreMixedBetweenPointsAndTurnWithTheMesh) {
       " matrix4d xformOp:transform = ((2,0,0,0),(0,1,0,0),(0,0,4,0),(0,0,0,1))\n uniform token[] "
       "xformOpOrder = "
       "[\"xformOp:transform\"]\n}\n";
-  const Read smooth = shot(text, 0, true), flat = shot(text, 0, false);
+  const Values smooth = shot(text, 0, true), flat = shot(text, 0, false);
   int hits = 0;
   for (std::size_t p = 0; p < 64 * 64; ++p) {
     if (smooth.integers.at("prim.id")[p] == 0) continue;
@@ -215,7 +215,8 @@ TEST_F(RefinedPictures, SmoothNormalsAreMixedBetweenPointsAndTurnWithTheMesh) {
 }
 
 TEST_F(RefinedPictures, SmoothNormalsAreTheSameWithAndWithoutLight) {
-  const Read alone = shot(cubeText(""), 2, true, "N"), both = shot(cubeText(""), 2, true, "rgba,N");
+  const Values alone = shot(cubeText(""), 2, true, {"N"}),
+               both = shot(cubeText(""), 2, true, {"rgba", "N"});
   for (const char* channel : {"N.x", "N.y", "N.z"})
     EXPECT_EQ(alone.floats.at(channel), both.floats.at(channel));
 }
@@ -227,7 +228,8 @@ TEST_F(RefinedPictures, LightDoesNotShowTheFacesOfASmoothSurface) {
   const std::string text = cubeText(
       " double3 xformOp:rotateXYZ = (30, 40, 0)\n uniform token[] xformOpOrder = "
       "[\"xformOp:rotateXYZ\"]\n");
-  const Read coarse = shot(text, 2, true, "rgba,N"), fine = shot(text, 5, true, "rgba,N");
+  const Values coarse = shot(text, 2, true, {"rgba", "N"}),
+               fine = shot(text, 5, true, {"rgba", "N"});
   int compared = 0, off = 0;
   for (int y = 1; y < 63; ++y)
     for (int x = 1; x < 63; ++x) {
@@ -243,8 +245,8 @@ TEST_F(RefinedPictures, LightDoesNotShowTheFacesOfASmoothSurface) {
 }
 
 TEST_F(RefinedPictures, ALeftHandedMeshHasTheSameLightAndNormals) {
-  const Read right = shot(cubeText("", "catmullClark", false), 2, true, "rgba,N,face"),
-             left = shot(cubeText("", "catmullClark", true), 2, true, "rgba,N,face");
+  const Values right = shot(cubeText("", "catmullClark", false), 2, true, {"rgba", "N", "face"}),
+               left = shot(cubeText("", "catmullClark", true), 2, true, {"rgba", "N", "face"});
   // Faces begin at other corners and are cut along other diagonals: a shadow may move by a hair.
   for (const char* channel : {"R", "G", "B", "A", "N.x", "N.y", "N.z"}) {
     double sum = 0;

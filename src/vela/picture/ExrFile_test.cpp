@@ -1,0 +1,221 @@
+// What is written, read back by OpenEXR's own reader.
+#include "vela/picture/ExrFile.h"
+
+#include <ImfArray.h>
+#include <ImfChannelList.h>
+#include <ImfFloatAttribute.h>
+#include <ImfFrameBuffer.h>
+#include <ImfHeader.h>
+#include <ImfInputFile.h>
+#include <ImfIntAttribute.h>
+#include <ImfMatrixAttribute.h>
+#include <ImfStringAttribute.h>
+#include <ImfVecAttribute.h>
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "vela/picture/LayerChoice.h"
+#include "vela/picture/LayerTable.h"
+
+namespace {
+
+using namespace vela::picture;
+using Bytes = std::vector<unsigned char>;
+
+class ExrFile : public testing::Test {
+ protected:
+  void SetUp() override {
+    file_ = (std::filesystem::path(testing::TempDir()) /
+             (std::string("vela_") + testing::UnitTest::GetInstance()->current_test_info()->name() +
+              ".exr"))
+                .string();
+  }
+  void TearDown() override { std::filesystem::remove(file_); }
+
+  [[nodiscard]] Bytes bytesOfFile() const {
+    std::ifstream in(file_, std::ios::binary);
+    return Bytes(std::istreambuf_iterator<char>(in), {});
+  }
+
+  std::string file_;
+};
+
+// All layers of the table, each value another one.
+Picture everything(int width, int height) {
+  std::vector<std::string> names;
+  for (const LayerInfo& info : layerTable()) names.push_back(info.name);
+  Picture picture = chooseLayers(names)->makePicture(width, height);
+  unsigned next = 1;
+  for (Layer& layer : picture.layers) {
+    for (float& value : layer.floats) value = 0.125f * static_cast<float>(next++);
+    for (std::uint32_t& value : layer.integers) value = 0xff000000u + next++;
+  }
+  return picture;
+}
+
+template <class T>
+std::vector<T> readChannel(Imf::InputFile& input, const std::string& name, Imf::PixelType type,
+                           int width, int height) {
+  std::vector<T> values(static_cast<std::size_t>(width * height));
+  Imf::FrameBuffer buffer;
+  buffer.insert(name, Imf::Slice(type, reinterpret_cast<char*>(values.data()), sizeof(T),
+                                 sizeof(T) * static_cast<std::size_t>(width)));
+  input.setFrameBuffer(buffer);
+  input.readPixels(0, height - 1);
+  return values;
+}
+
+TEST_F(ExrFile, EachLayerOfTheTableReadsBackInItsType) {
+  constexpr int kWidth = 7, kHeight = 5;
+  const Picture picture = everything(kWidth, kHeight);
+  std::string error;
+  ASSERT_TRUE(writeExr(picture, file_, 1, &error)) << error;
+  Imf::InputFile input(file_.c_str());
+  EXPECT_EQ(input.header().dataWindow(), input.header().displayWindow());
+  EXPECT_EQ(input.header().dataWindow().max.x, kWidth - 1);
+  EXPECT_EQ(input.header().dataWindow().max.y, kHeight - 1);
+  int channels = 0;
+  for (auto c = input.header().channels().begin(); c != input.header().channels().end(); ++c)
+    ++channels;
+
+  for (const LayerInfo& info : layerTable())
+    for (std::size_t i = 0; i < info.channels.size(); ++i) {
+      channels -= !info.isPart;
+      const std::string& name = info.channels[i];
+      const Imf::Channel* channel = input.header().channels().findChannel(name);
+      ASSERT_NE(channel, nullptr) << name;
+      const LayerView view = picture.layer(info.name);
+      if (info.type == ValueType::float32) {
+        EXPECT_EQ(channel->type, Imf::FLOAT) << name;
+        const auto values = readChannel<float>(input, name, Imf::FLOAT, kWidth, kHeight);
+        for (int y = 0; y < kHeight; ++y)
+          for (int x = 0; x < kWidth; ++x)
+            ASSERT_EQ(values[static_cast<std::size_t>(y * kWidth + x)],
+                      view.floats(x, y, static_cast<int>(i)))
+                << name;
+      } else {
+        EXPECT_EQ(channel->type, Imf::UINT) << name;
+        const auto values = readChannel<std::uint32_t>(input, name, Imf::UINT, kWidth, kHeight);
+        for (int y = 0; y < kHeight; ++y)
+          for (int x = 0; x < kWidth; ++x)
+            ASSERT_EQ(values[static_cast<std::size_t>(y * kWidth + x)],
+                      view.integers(x, y, static_cast<int>(i)))
+                << name;
+      }
+    }
+  EXPECT_EQ(channels, 0) << "the file has channels that no layer of the table has";
+}
+
+TEST_F(ExrFile, AttributesKeepTheirTypes) {
+  Picture picture = everything(2, 1);
+  tarn::Mat4<float> matrix;
+  for (std::size_t i = 0; i < 16; ++i) matrix[i] = static_cast<float>(i);
+  picture.attributes = {{"a text", std::string("words")},
+                        {"an int", 42},
+                        {"a float", 0.5f},
+                        {"a pair", tarn::Vec2<float>(1, 2)},
+                        {"worldToCamera", matrix}};
+  ASSERT_TRUE(writeExr(picture, file_));
+  const Imf::InputFile input(file_.c_str());
+  const Imf::Header& header = input.header();
+  EXPECT_EQ(header.typedAttribute<Imf::StringAttribute>("a text").value(), "words");
+  EXPECT_EQ(header.typedAttribute<Imf::IntAttribute>("an int").value(), 42);
+  EXPECT_EQ(header.typedAttribute<Imf::FloatAttribute>("a float").value(), 0.5f);
+  EXPECT_EQ(header.typedAttribute<Imf::V2fAttribute>("a pair").value(), Imath::V2f(1, 2));
+  // The translation stands in the last row of a matrix that row vectors are multiplied with, and in
+  // the last four values of tarn's storage.
+  const Imath::M44f read = header.typedAttribute<Imf::M44fAttribute>("worldToCamera").value();
+  EXPECT_EQ(read[3][1], 13.0f);
+  EXPECT_EQ(read[1][3], 7.0f);
+}
+
+TEST_F(ExrFile, TheManifestGoesWithTheLayerOfIds) {
+  Picture picture = everything(1, 1);
+  picture.manifest = {"/A", "/B[3]"};
+  ASSERT_TRUE(writeExr(picture, file_));
+  {
+    const Imf::InputFile input(file_.c_str());
+    EXPECT_EQ(input.header().typedAttribute<Imf::StringAttribute>("prim/manifest").value(),
+              R"({"/A":1,"/B[3]":2})");
+  }
+  picture.layers.erase(picture.layers.begin() + 4);
+  ASSERT_FALSE(picture.hasLayer("prim"));
+  ASSERT_TRUE(writeExr(picture, file_));
+  const Imf::InputFile input(file_.c_str());
+  EXPECT_EQ(input.header().findTypedAttribute<Imf::StringAttribute>("prim/manifest"), nullptr);
+}
+
+TEST_F(ExrFile, TheManifestNumbersFromOneAndEscapes) {
+  EXPECT_EQ(manifestText({}), "{}");
+  EXPECT_EQ(manifestText({"/A", "/B/C"}), R"({"/A":1,"/B/C":2})");
+  EXPECT_EQ(manifestText({"/\"\xff"}), "{\"/\\\"\xef\xbf\xbd\":1}");
+}
+
+TEST_F(ExrFile, TheBytesDependNeitherOnThreadsNorOnWhereTheyGo) {
+  const Picture picture = everything(130, 70);
+  Bytes one;
+  ASSERT_TRUE(writeExr(picture, one, 1));
+  for (const int threads : {0, 2, 8}) {
+    Bytes many;
+    ASSERT_TRUE(writeExr(picture, many, threads));
+    EXPECT_EQ(one, many);
+    ASSERT_TRUE(writeExr(picture, file_, threads));
+    EXPECT_EQ(one, bytesOfFile());
+  }
+}
+
+TEST_F(ExrFile, WhatCannotBeWrittenSaysWhy) {
+  Bytes bytes(3);
+  std::string error;
+  const auto expect = [&](const Picture& picture, const std::string& why) {
+    EXPECT_FALSE(writeExr(picture, bytes, 1, &error));
+    EXPECT_EQ(error, why);
+    EXPECT_TRUE(bytes.empty());
+    EXPECT_FALSE(writeExr(picture, file_));
+    EXPECT_FALSE(std::filesystem::exists(file_));
+  };
+  const Picture good = everything(2, 2);
+  expect(Picture(), "the picture has no pixels");
+  Picture picture = good;
+  picture.layers.clear();
+  expect(picture, "the picture has no layers");
+  picture.layers.resize(1);
+  expect(picture, "the picture has no channels");
+  picture = good;
+  picture.layers[1].floats.pop_back();
+  expect(picture, "the layer depth has 3 values, not 4");
+  picture = good;
+  picture.layers[1].channels = {"R"};
+  expect(picture, "the channel R is there twice");
+  picture = good;
+  picture.attributes = {{"a", 1}, {"a", 1.0f}};
+  expect(picture, "the attribute a is there twice");
+  picture.attributes = {{"prim/manifest", std::string("{}")}};
+  expect(picture, "the attribute prim/manifest is there twice");
+
+  // What OpenEXR itself refuses.
+  picture.attributes = {{"channels", 1}};
+  EXPECT_FALSE(writeExr(picture, bytes, 1, &error));
+  EXPECT_NE(error.find("channels"), std::string::npos) << error;
+  EXPECT_FALSE(writeExr(good, testing::TempDir() + "/no-such-folder/a.exr", 1, &error));
+  EXPECT_EQ(error, "No such file or directory");
+}
+
+TEST_F(ExrFile, AFullDiskIsNoticedToTheLastByte) {
+  // A small picture is written by the last call of all, a large one long before.
+  for (const int size : {1, 300}) {
+    std::string error;
+    EXPECT_FALSE(writeExr(everything(size, size), "/dev/full", 1, &error)) << size;
+    EXPECT_FALSE(error.empty());
+  }
+}
+
+}  // namespace

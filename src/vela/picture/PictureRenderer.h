@@ -1,0 +1,150 @@
+/// \file
+/// From a scene to a picture of it.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ovo/Stage.h"
+#include "tarn/Time.h"
+#include "vela/picture/Api.h"
+#include "vela/picture/LayerChoice.h"
+#include "vela/picture/LayerTable.h"
+#include "vela/picture/Picture.h"
+#include "vela/picture/Tiles.h"
+#include "vela/scene/Problem.h"
+#include "vela/scene/RayCaster.h"
+#include "vela/scene/SceneExtent.h"
+#include "vela/scene/SceneMeshes.h"
+#include "vela/scene/View.h"
+#include "vela/scene/Work.h"
+#include "vela/selection/GeoSelection.h"
+
+namespace vela::picture {
+
+/// How a pixel's samples are spread over it.
+enum class SamplePattern { jittered, regular };
+
+/// What a picture is to show and how.
+struct RenderOptions {
+  double time = tarn::defaultTimeValue();  ///< of meshes and view; their own times do not count
+  scene::MeshFilter meshes;                ///< which meshes show, how far they are refined
+  scene::ViewOptions view;                 ///< camera, lens, size
+  scene::CasterKind caster = scene::CasterKind::tracer;
+  /// Mixes normals between points where the scene has none, and in the layer `N` too.
+  bool smooth = false;
+  int samples = 16;  ///< rays a pixel, 1 to 4096; rounded to a square. A single one is the centre
+  SamplePattern pattern = SamplePattern::jittered;
+  std::vector<std::string> layers = defaultLayers();  ///< names for chooseLayers()
+  /// What it has is tinted; its status of prims need not be up to date.
+  std::optional<Selection::GeoSelection> selection;
+};
+
+namespace detail {
+struct OpenPicture;
+}
+
+/// A picture that is set up once and rendered whole or tile by tile.
+///
+/// Values depend on the scene, the options and the pixel alone: tiles in any order, on any number
+/// of threads, make the bytes of the whole picture.
+///
+/// Threads: const calls may run from any number of threads at once, into one picture as well when
+/// their tiles do not overlap. Setting up changes the default channel registry, see chooseLayers().
+/// The stage must not change while the renderer lives. Nothing throws but allocation, and
+/// std::system_error when the machine gives not a single thread.
+///
+/// \code
+///   using namespace vela::picture;
+///   const auto stage = ovo::Stage::open("examples/demo/demo.usda");
+///   RenderOptions options;
+///   options.view.width = 64;
+///   options.view.height = 36;
+///   options.samples = 4;
+///   options.layers = {"rgba", "depth"};
+///
+///   std::vector<vela::scene::Problem> problems;
+///   const auto renderer = PictureRenderer::make(stage, options, &problems);
+///   for (const vela::scene::Problem& problem : problems) std::cerr << problem.text() << '\n';
+///   assert(renderer);
+///
+///   // All of it, on four threads; then the same pixels of one tile.
+///   const std::optional<Picture> picture = renderer->renderAll(4);
+///   const std::optional<Picture> part = renderer->render({8, 4, 40, 20});
+///   assert(part->width == 32 && part->height == 16);
+///   assert(part->layer("depth").floats(0, 0) == picture->layer("depth").floats(8, 4));
+/// \endcode
+class VELA_PICTURE_API PictureRenderer {
+ public:
+  /// Finds meshes, view and layers, and builds what answers rays.
+  ///
+  /// \param problems gets what is left out or passed over, as notes and warnings, in the order in
+  ///                 which it was found; on failure the reason last, as an error
+  /// \return null on failure: an option out of its range (badOption), a layer or camera that cannot
+  ///         be had, a scene of more than memory is likely to hold, or stopped work
+  [[nodiscard]] static std::unique_ptr<PictureRenderer> make(
+      const std::shared_ptr<ovo::Stage>& stage, const RenderOptions& options,
+      std::vector<scene::Problem>* problems = nullptr, const scene::Work& work = {});
+
+  ~PictureRenderer();
+  PictureRenderer(const PictureRenderer&) = delete;
+  PictureRenderer& operator=(const PictureRenderer&) = delete;
+
+  [[nodiscard]] int width() const noexcept;
+  [[nodiscard]] int height() const noexcept;
+  [[nodiscard]] const LayerChoice& layers() const noexcept;
+  [[nodiscard]] const scene::MeshList& meshes() const noexcept;
+  [[nodiscard]] const scene::Extent& extent() const noexcept;
+  [[nodiscard]] const scene::View& view() const noexcept;
+  [[nodiscard]] const scene::RayCaster& caster() const noexcept;
+
+  /// The whole picture without its values, which are 0: size, layers, manifest and attributes,
+  /// which are `software` and `worldToCamera`.
+  [[nodiscard]] Picture makePicture() const;
+
+  /// Renders a rectangle on the caller's thread, as a picture of its own without manifest and
+  /// attributes.
+  /// \param tile is cut off where it lies outside the picture
+  /// \return nothing when the work was stopped
+  [[nodiscard]] std::optional<Picture> render(const Tile& tile, const scene::Work& work = {}) const;
+
+  /// Renders a rectangle into its place in a picture that makePicture() made.
+  /// \return false when the work was stopped, or when the picture is none of this renderer's
+  bool render(const Tile& tile, Picture& picture, const scene::Work& work = {}) const;
+
+  /// Renders everything.
+  /// \param threads as for threadCount(); the picture does not depend on it
+  /// \param work    both callbacks are called on the caller's thread
+  /// \return nothing when the work was stopped
+  [[nodiscard]] std::optional<Picture> renderAll(int threads = 0,
+                                                 const scene::Work& work = {}) const;
+
+  /// How many rays all calls until now have traced; may be asked while they run.
+  [[nodiscard]] std::uint64_t raysTraced() const noexcept;
+
+ private:
+  explicit PictureRenderer(std::unique_ptr<detail::OpenPicture> open);
+
+  std::unique_ptr<detail::OpenPicture> open_;
+};
+
+/// All of it in one call.
+/// \param error why nothing came back, one line; else untouched
+/// \return nothing on failure, as for PictureRenderer::make() and renderAll()
+///
+/// \code
+///   const auto stage = ovo::Stage::open("examples/demo/demo.usda");
+///   vela::picture::RenderOptions options;
+///   options.view.width = options.view.height = 16;
+///   std::string error;
+///   const auto picture = vela::picture::renderPicture(stage, options, 0, {}, &error);
+///   assert(picture && picture->layer("rgba"));
+/// \endcode
+[[nodiscard]] VELA_PICTURE_API std::optional<Picture> renderPicture(
+    const std::shared_ptr<ovo::Stage>& stage, const RenderOptions& options, int threads = 0,
+    const scene::Work& work = {}, std::string* error = nullptr);
+
+}  // namespace vela::picture

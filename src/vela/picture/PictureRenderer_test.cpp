@@ -1,0 +1,366 @@
+// What a renderer promises beside its values: the same bytes from tiles and threads, work that
+// stops, reasons for what it does not do.
+#include "vela/picture/PictureRenderer.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <random>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "ovo/MeshPrim.h"
+#include "ovo/Path.h"
+#include "ovo/Stage.h"
+#include "support/SharedData.h"
+#include "vela/Version.h"
+
+namespace {
+
+using namespace vela::picture;
+using vela::scene::Problem;
+using vela::scene::Work;
+
+std::shared_ptr<ovo::Stage> demo() {
+  std::string error;
+  auto stage = ovo::Stage::open(vela_test::sourcePath("examples/demo/demo.usda"), &error);
+  EXPECT_TRUE(stage) << error;
+  return stage;
+}
+
+// A square in the plane z = 0 that looks along z.
+std::shared_ptr<ovo::Stage> square() {
+  const auto stage = ovo::Stage::createInMemory();
+  ovo::MeshPrim mesh = ovo::MeshPrim::define(stage, ovo::Path("/Square"));
+  mesh.setPoints({{-1, -1, 0}, {1, -1, 0}, {1, 1, 0}, {-1, 1, 0}}, tarn::defaultTimeValue());
+  mesh.createFaceVertexCountsAttr().set(ovo::Array<int>{4}, tarn::defaultTimeValue());
+  mesh.createFaceVertexIndicesAttr().set(ovo::Array<int>{0, 1, 2, 3}, tarn::defaultTimeValue());
+  return stage;
+}
+
+std::vector<std::string> allLayers() {
+  std::vector<std::string> names;
+  for (const LayerInfo& info : layerTable()) names.push_back(info.name);
+  return names;
+}
+
+RenderOptions smallOptions(int width = 70, int height = 45) {
+  RenderOptions options;
+  options.view.width = width;
+  options.view.height = height;
+  options.samples = 4;
+  options.layers = allLayers();
+  return options;
+}
+
+std::unique_ptr<PictureRenderer> rendererOf(const std::shared_ptr<ovo::Stage>& stage,
+                                            const RenderOptions& options) {
+  std::vector<Problem> problems;
+  auto renderer = PictureRenderer::make(stage, options, &problems);
+  EXPECT_TRUE(renderer) << (problems.empty() ? "" : problems.back().text());
+  return renderer;
+}
+
+void expectSameBytes(const Picture& a, const Picture& b) {
+  ASSERT_EQ(a.layers.size(), b.layers.size());
+  for (std::size_t l = 0; l < a.layers.size(); ++l) {
+    EXPECT_EQ(a.layers[l].name, b.layers[l].name);
+    EXPECT_EQ(a.layers[l].floats, b.layers[l].floats) << a.layers[l].name;
+    EXPECT_EQ(a.layers[l].integers, b.layers[l].integers) << a.layers[l].name;
+  }
+}
+
+// ---- Tiles and threads
+
+TEST(PictureRenderer, OneToEightThreadsMakeTheSameBytes) {
+  const auto renderer = rendererOf(demo(), smallOptions());
+  const auto one = renderer->renderAll(1);
+  ASSERT_TRUE(one);
+  for (int threads = 2; threads <= 8; ++threads) {
+    const auto many = renderer->renderAll(threads);
+    ASSERT_TRUE(many);
+    expectSameBytes(*one, *many);
+  }
+}
+
+TEST(PictureRenderer, TilesOnDemandMakeTheBytesOfTheWholePicture) {
+  const auto renderer = rendererOf(demo(), smallOptions());
+  const auto whole = renderer->renderAll(2);
+  ASSERT_TRUE(whole);
+
+  // Rectangles that fit no grid, among them ones that are wider than the tiles of renderAll().
+  const unsigned seed = 7;
+  SCOPED_TRACE(seed);
+  std::mt19937 random(seed);
+  for (int k = 0; k < 12; ++k) {
+    const int x0 = static_cast<int>(random() % 69), y0 = static_cast<int>(random() % 44);
+    const Tile tile{x0, y0, x0 + 1 + static_cast<int>(random() % static_cast<unsigned>(70 - x0)),
+                    y0 + 1 + static_cast<int>(random() % static_cast<unsigned>(45 - y0))};
+    const auto part = renderer->render(tile);
+    ASSERT_TRUE(part);
+    ASSERT_EQ(part->width, tile.width());
+    ASSERT_EQ(part->height, tile.height());
+    EXPECT_TRUE(part->manifest.empty());
+    for (const LayerInfo& info : layerTable()) {
+      const LayerView of = part->layer(info.name), in = whole->layer(info.name);
+      for (int y = 0; y < tile.height(); ++y)
+        for (int x = 0; x < tile.width(); ++x)
+          for (int c = 0; c < static_cast<int>(info.channels.size()); ++c)
+            if (info.type == ValueType::float32)
+              ASSERT_EQ(of.floats(x, y, c), in.floats(tile.x0 + x, tile.y0 + y, c)) << info.name;
+            else
+              ASSERT_EQ(of.integers(x, y, c), in.integers(tile.x0 + x, tile.y0 + y, c))
+                  << info.name;
+    }
+  }
+
+  // In their places, last one first.
+  Picture pieces = renderer->makePicture();
+  EXPECT_TRUE(renderer->render({0, 20, 70, 45}, pieces));
+  EXPECT_TRUE(renderer->render({33, 0, 70, 20}, pieces));
+  EXPECT_TRUE(renderer->render({0, 0, 33, 20}, pieces));
+  expectSameBytes(*whole, pieces);
+  EXPECT_EQ(whole->manifest, pieces.manifest);
+}
+
+TEST(PictureRenderer, TilesAreCutOffAtThePicturesEdges) {
+  const auto renderer = rendererOf(square(), smallOptions());
+  const auto corner = renderer->render({-10, -10, 5, 3});
+  ASSERT_TRUE(corner);
+  EXPECT_EQ(corner->width, 5);
+  EXPECT_EQ(corner->height, 3);
+  constexpr int kMost = std::numeric_limits<int>::max(), kLeast = std::numeric_limits<int>::min();
+  const auto all = renderer->render({kLeast, kLeast, kMost, kMost});
+  ASSERT_TRUE(all);
+  EXPECT_EQ(all->width, 70);
+  for (const Tile& none : {Tile{70, 0, 80, 5}, {5, 5, 5, 9}, {9, 9, 5, 5}, {kMost, 0, kLeast, 5}}) {
+    const auto part = renderer->render(none);
+    ASSERT_TRUE(part);
+    EXPECT_EQ(part->pixelCount(), 0u);
+  }
+}
+
+TEST(PictureRenderer, APictureOfAnotherShapeIsNotWrittenTo) {
+  const auto renderer = rendererOf(square(), smallOptions());
+  const auto other = rendererOf(square(), smallOptions(70, 46));
+  Picture picture = other->makePicture();
+  EXPECT_FALSE(renderer->render({0, 0, 8, 8}, picture));
+  picture = renderer->makePicture();
+  picture.layers.pop_back();
+  EXPECT_FALSE(renderer->render({0, 0, 8, 8}, picture));
+  picture = renderer->makePicture();
+  picture.layers[0].floats.clear();
+  EXPECT_FALSE(renderer->render({0, 0, 8, 8}, picture));
+  Picture empty;
+  EXPECT_FALSE(renderer->render({0, 0, 8, 8}, empty));
+}
+
+// ---- Stopping
+
+TEST(PictureRenderer, StoppingReachesIntoATile) {
+  RenderOptions options = smallOptions(32, 32);
+  options.layers = {"depth"};
+  const auto renderer = rendererOf(demo(), options);
+  // Asked before each row: ten rows of one tile are done.
+  int asked = 0;
+  Work work;
+  work.stop = [&] { return ++asked > 10; };
+  Picture picture = renderer->makePicture();
+  EXPECT_FALSE(renderer->render({0, 0, 32, 32}, picture, work));
+  EXPECT_EQ(renderer->raysTraced(), 320u);
+  EXPECT_NE(picture.layer("depth").floats(0, 9), 0.0f);
+  EXPECT_EQ(picture.layer("depth").floats(0, 10), 0.0f);
+
+  asked = 0;
+  EXPECT_FALSE(renderer->render({0, 0, 32, 32}, work));
+}
+
+TEST(PictureRenderer, RenderAllStopsAndSaysSo) {
+  const auto renderer = rendererOf(demo(), smallOptions(512, 512));
+  Work work;
+  double share = 0.0;
+  work.progress = [&](double now) { share = now; };
+  work.stop = [&] { return renderer->raysTraced() > 0; };
+  EXPECT_FALSE(renderer->renderAll(2, work));
+  EXPECT_LT(share, 1.0);
+
+  std::string error;
+  work.stop = [] { return true; };
+  EXPECT_FALSE(renderPicture(demo(), smallOptions(), 1, work, &error));
+  EXPECT_EQ(error, "stopped");
+  std::vector<Problem> problems;
+  EXPECT_FALSE(PictureRenderer::make(demo(), smallOptions(), &problems, work));
+  ASSERT_FALSE(problems.empty());
+  EXPECT_EQ(problems.back().kind, Problem::Kind::stopped);
+}
+
+TEST(PictureRenderer, ProgressRisesToOne) {
+  const auto renderer = rendererOf(demo(), smallOptions());
+  double share = 0.0;
+  Work work;
+  work.progress = [&](double now) {
+    EXPECT_GE(now, share);
+    share = now;
+  };
+  EXPECT_TRUE(renderer->renderAll(2, work));
+  EXPECT_EQ(share, 1.0);
+}
+
+// ---- Options
+
+TEST(PictureRenderer, BadOptionsAreNamed) {
+  const auto stage = square();
+  const auto expect = [&](const RenderOptions& options, const std::string& message) {
+    std::string error;
+    EXPECT_FALSE(renderPicture(stage, options, 1, {}, &error));
+    EXPECT_EQ(error, message);
+    std::vector<Problem> problems;
+    EXPECT_FALSE(PictureRenderer::make(stage, options, &problems));
+    ASSERT_EQ(problems.size(), 1u);
+    EXPECT_EQ(problems[0].severity, Problem::Severity::error);
+    EXPECT_EQ(problems[0].kind, Problem::Kind::badOption);
+  };
+  for (const int samples : {0, -1, 4097}) {
+    RenderOptions options = smallOptions();
+    options.samples = samples;
+    expect(options, "samples: " + std::to_string(samples) + " is not from 1 to 4096");
+  }
+  RenderOptions options = smallOptions(-1, 5);
+  expect(options, "width: -1 is not from 0 to 65536");
+  options = smallOptions(5, 65537);
+  expect(options, "height: 65537 is not from 0 to 65536");
+  options = smallOptions();
+  options.meshes.subdivisionLevel = -1;
+  expect(options, "subdivision level: it is less than 0");
+  options = smallOptions();
+  options.layers = {"rgba", "heat"};
+  expect(options,
+         "layers: no such layer: heat; try rgba, rgb, alpha, depth, P, N, prim, face or albedo");
+  options.layers = {};
+  expect(options,
+         "layers: no layers: the list is empty; try rgba, rgb, alpha, depth, P, N, prim, face or "
+         "albedo");
+  options = smallOptions();
+  options.caster = vela::scene::CasterKind::hitDetector;
+  options.smooth = true;
+  expect(options,
+         "smooth: does not go with the hit detector, which takes meshes as the scene has them");
+  options.smooth = false;
+  options.meshes.subdivisionLevel = 1;
+  expect(
+      options,
+      "subdivision level: does not go with the hit detector, which takes meshes as the scene has "
+      "them");
+
+  std::string error;
+  EXPECT_FALSE(renderPicture(nullptr, smallOptions(), 1, {}, &error));
+  EXPECT_EQ(error, "stage: there is none");
+}
+
+TEST(PictureRenderer, ANamedCameraMustBeThere) {
+  RenderOptions options = smallOptions();
+  options.view.camera = ovo::Path("/Nobody");
+  std::vector<Problem> problems;
+  EXPECT_FALSE(PictureRenderer::make(demo(), options, &problems));
+  ASSERT_FALSE(problems.empty());
+  EXPECT_EQ(problems.back().kind, Problem::Kind::noSuchCamera);
+  EXPECT_EQ(problems.back().subject, "/Nobody");
+}
+
+TEST(PictureRenderer, AnEmptySceneIsAPictureOfNothingAndSaysSo) {
+  std::vector<Problem> problems;
+  const auto renderer =
+      PictureRenderer::make(ovo::Stage::createInMemory(), smallOptions(9, 5), &problems);
+  ASSERT_TRUE(renderer);
+  ASSERT_EQ(problems.size(), 1u);
+  EXPECT_EQ(problems[0].kind, Problem::Kind::nothingShown);
+  EXPECT_EQ(problems[0].severity, Problem::Severity::warning);
+  const auto picture = renderer->renderAll(1);
+  ASSERT_TRUE(picture);
+  for (const float alpha : picture->layers[0].floats) EXPECT_EQ(alpha, 0.0f);
+  EXPECT_EQ(picture->layer("depth").floats(8, 4), std::numeric_limits<float>::infinity());
+  EXPECT_EQ(picture->layer("prim").integers(8, 4), 0u);
+}
+
+// ---- Values of a scene that is simple enough to tell them
+
+TEST(PictureRenderer, EachLayerOfASquare) {
+  const auto stage = square();
+  RenderOptions options = smallOptions(16, 16);
+  options.samples = 1;
+  options.view.lens = vela::LensProjection::orthographic;
+  const auto renderer = rendererOf(stage, options);
+  const auto picture = renderer->renderAll(1);
+  ASSERT_TRUE(picture);
+  EXPECT_EQ(picture->manifest, (std::vector<std::string>{"/Square"}));
+  const PixelView<std::uint32_t> prim = picture->layer("prim").integers;
+  int seen = 0;
+  for (int y = 0; y < 16; ++y)
+    for (int x = 0; x < 16; ++x) {
+      const bool hit = prim(x, y) != 0;
+      seen += hit;
+      EXPECT_EQ(picture->layer("alpha").floats(x, y), hit ? 1.0f : 0.0f);
+      EXPECT_EQ(picture->layer("albedo").floats(x, y, 1), hit ? 0.5f : 0.0f);
+      EXPECT_EQ(picture->layer("N").floats(x, y, 2), hit ? 1.0f : 0.0f);
+      EXPECT_NEAR(picture->layer("P").floats(x, y, 2), 0.0f, 1e-6f);
+      EXPECT_EQ(picture->layer("face").integers(x, y), 0u);
+      EXPECT_EQ(std::isinf(picture->layer("depth").floats(x, y)), !hit);
+      if (hit) {
+        EXPECT_LE(std::abs(picture->layer("P").floats(x, y, 0)), 1.0f);
+        EXPECT_GT(picture->layer("rgb").floats(x, y, 0), 0.05f);
+      }
+    }
+  EXPECT_GT(seen, 40);
+  EXPECT_LT(seen, 250);
+}
+
+TEST(PictureRenderer, AttributesSayWhatMadeThePictureAndWhereTheCameraStood) {
+  const auto renderer = rendererOf(demo(), smallOptions(8, 8));
+  const Picture picture = renderer->makePicture();
+  ASSERT_EQ(picture.attributes.size(), 2u);
+  EXPECT_EQ(picture.attributes[0].name, "software");
+  EXPECT_EQ(std::get<std::string>(picture.attributes[0].value),
+            std::string("vela ") + vela::version());
+  EXPECT_EQ(picture.attributes[1].name, "worldToCamera");
+  const auto cameraFromWorld = std::get<tarn::Mat4<float>>(picture.attributes[1].value);
+  const tarn::Vec3<double> eye(renderer->view().worldFromCamera[12],
+                               renderer->view().worldFromCamera[13],
+                               renderer->view().worldFromCamera[14]);
+  EXPECT_NEAR(cameraFromWorld.transformPoint(tarn::Vec3<float>(eye)).length(), 0.0f,
+              1e-5f * static_cast<float>(eye.length()));
+}
+
+TEST(PictureRenderer, LayersThatNeedNoLightTraceNone) {
+  RenderOptions options = smallOptions(16, 16);
+  options.layers = {"depth"};
+  const auto data = rendererOf(demo(), options);
+  ASSERT_TRUE(data->renderAll(1));
+  EXPECT_EQ(data->raysTraced(), 256u);
+  // Colour alone needs no ray of its own through the centres.
+  options.layers = {"rgba"};
+  const auto light = rendererOf(ovo::Stage::createInMemory(), options);
+  ASSERT_TRUE(light->renderAll(1));
+  EXPECT_EQ(light->raysTraced(), 1024u);
+}
+
+TEST(PictureRenderer, WhatIsSelectedIsTintedButItsAlbedoIsNot) {
+  const auto stage = square();
+  RenderOptions options = smallOptions(16, 16);
+  const auto plain = rendererOf(stage, options)->renderAll(1);
+  options.selection.emplace();
+  options.selection->setObjectSelected(ovo::Path("/Square"), true);
+  const auto tinted = rendererOf(stage, options)->renderAll(1);
+  ASSERT_TRUE(plain && tinted);
+  const auto ratio = [](const Picture& picture) {
+    return picture.layer("rgba").floats(8, 8, 0) / picture.layer("rgba").floats(8, 8, 2);
+  };
+  EXPECT_GT(ratio(*tinted), 2.0f * ratio(*plain));
+  EXPECT_EQ(plain->layer("albedo").floats(8, 8), tinted->layer("albedo").floats(8, 8));
+}
+
+}  // namespace

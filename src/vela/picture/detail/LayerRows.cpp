@@ -1,0 +1,93 @@
+#include "vela/picture/detail/LayerRows.h"
+
+#include <cstddef>
+
+#include "vela/picture/detail/PixelValues.h"
+
+namespace vela::picture::detail {
+
+namespace {
+
+constexpr ValueType kFloats = ValueType::float32;
+constexpr ValueType kIds = ValueType::uint32;
+constexpr bool kDefault = true;
+constexpr bool kOnRequest = false;
+
+void put(const tarn::Vec3<float>& v, LayerValues& out) {
+  for (std::size_t i = 0; i < 3; ++i) out.floats[i] = v[i];
+}
+
+// The table. All else that knows of layers reads it.
+std::vector<LayerRow> writtenRows() {
+  return {
+      {{"rgba",
+        {"red", "green", "blue", "alpha"},
+        {"R", "G", "B", "A"},
+        kFloats,
+        kDefault,
+        "(light only where surfaces are, colour multiplied by A)"},
+       +[](const PixelMean& mean, LayerValues& out) {
+         put(mean.colour, out);
+         out.floats[3] = mean.alpha;
+       }},
+      {{"rgb", {"red", "green", "blue"}, {"R", "G", "B"}, kFloats, kOnRequest, "(as in rgba)"}},
+      {{"alpha", {"alpha"}, {"A"}, kFloats, kOnRequest, "(as in rgba)"}},
+      {{"depth", {"Z"}, {"Z"}, kFloats, kDefault, "depth (infinite where nothing is)"},
+       +[](const PixelCentre& centre, LayerValues& out) { out.floats[0] = centre.depth(); }},
+      {{"P", {"x", "y", "z"}, {"P.x", "P.y", "P.z"}, kFloats, kDefault, "world position"},
+       +[](const PixelCentre& centre, LayerValues& out) { put(centre.position(), out); },
+       Channel::dataVec3},
+      {{"N",
+        {"x", "y", "z"},
+        {"N.x", "N.y", "N.z"},
+        kFloats,
+        kDefault,
+        "normal (the face's own; with --smooth the one that is shaded with)"},
+       +[](const PixelCentre& centre, LayerValues& out) { put(centre.normal(), out); },
+       Channel::dataVec3,
+       {},
+       true},
+      {{"prim",
+        {"id"},
+        {"prim.id"},
+        kIds,
+        kDefault,
+        "(0: nothing; else as the attribute \"prim/manifest\" says)"},
+       +[](const PixelCentre& centre, LayerValues& out) { out.integers[0] = centre.prim(); },
+       Channel::bitmaskId,
+       {Channel::bitmaskId}},
+      {{"face", {"id"}, {"face.id"}, kIds, kDefault, "the face's index in its prim"},
+       +[](const PixelCentre& centre, LayerValues& out) { out.integers[0] = centre.face(); },
+       Channel::bitmaskId,
+       {Channel::bitmaskId}},
+      {{"albedo",
+        {"red", "green", "blue"},
+        {"albedo.R", "albedo.G", "albedo.B"},
+        kFloats,
+        kOnRequest,
+        "displayColor without light"},
+       +[](const PixelMean& mean, LayerValues& out) { put(mean.albedo, out); },
+       Channel::color3,
+       {Channel::colorRed, Channel::colorGreen, Channel::colorBlue}},
+  };
+}
+
+}  // namespace
+
+const std::vector<LayerRow>& layerRows() {
+  static const std::vector<LayerRow> rows = [] {
+    std::vector<LayerRow> made = writtenRows();
+    for (LayerRow& row : made) {
+      row.info.sampling = row.function.atCentre ? Sampling::pixelCentre : Sampling::meanOfSamples;
+      row.info.isPart = !row.function.atCentre && !row.function.ofMean;
+    }
+    return made;
+  }();
+  return rows;
+}
+
+const LayerRow& rowOf(const LayerInfo& info) {
+  return layerRows()[static_cast<std::size_t>(&info - layerTable().data())];
+}
+
+}  // namespace vela::picture::detail

@@ -1,0 +1,53 @@
+/// \file
+/// The random numbers of one pixel.
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+#include "tarn/Vec.h"
+#include "vela/sampling/SamplingRng.h"
+
+namespace vela::picture::detail {
+
+/// Random points for one pixel's samples, drawn in a fixed order from the pixel's own stream, so
+/// that a picture depends neither on threads nor on the order of work.
+class PixelSamples {
+ public:
+  /// \param grid        samples of the pixel are grid * grid
+  /// \param ambientGrid rays into the open for each of them are ambientGrid * ambientGrid
+  PixelSamples(int grid, int ambientGrid)
+      : grid_(grid), ambientGrid_(ambientGrid), ambient_(ambientGrid * ambientGrid) {}
+
+  /// Draws the samples' points within the picture's pixel (x, y) for a frame. A single sample is
+  /// its centre.
+  void start(int x, int y, int frame, bool jittered);
+  /// Draws all that shading needs. To be called once after start(), when anything was hit.
+  void drawLights();
+
+  [[nodiscard]] std::size_t count() const {
+    return static_cast<std::size_t>(grid_) * static_cast<std::size_t>(grid_);
+  }
+  /// In pixels, from the pixel's centre; as all points below within [-0.5, 0.5].
+  [[nodiscard]] tarn::Vec2<float> offset(std::size_t sample) const { return offsets_[sample]; }
+  /// A point of the key light.
+  [[nodiscard]] tarn::Vec2<float> key(std::size_t sample) const { return key_[sample]; }
+  /// A point of the fill light.
+  [[nodiscard]] tarn::Vec2<float> fill(std::size_t sample) const { return fill_[sample]; }
+  /// A direction of daylight; i is less than the square of the ambient grid.
+  [[nodiscard]] tarn::Vec2<float> ambient(std::size_t sample, std::size_t i) const {
+    return ambientPoints_[sample * static_cast<std::size_t>(ambient_) + i];
+  }
+  /// How far that ray looks, from 0 to 1.
+  [[nodiscard]] float reach(std::size_t sample, std::size_t i) const {
+    return reaches_[sample * static_cast<std::size_t>(ambient_) + i];
+  }
+
+ private:
+  int grid_, ambientGrid_, ambient_;
+  SamplingRng rng_;
+  std::vector<tarn::Vec2<float>> offsets_, key_, fill_, ambientPoints_;
+  std::vector<float> reaches_;
+};
+
+}  // namespace vela::picture::detail

@@ -1,0 +1,27 @@
+/// \file
+/// All that the tiles of one picture share.
+#pragma once
+
+#include "vela/picture/LayerChoice.h"
+#include "vela/picture/detail/Shader.h"
+#include "vela/scene/RayCaster.h"
+#include "vela/scene/SceneMeshes.h"
+#include "vela/scene/View.h"
+
+namespace vela::picture::detail {
+
+/// Read by all threads, changed by none.
+struct RenderJob {
+  const scene::MeshList& meshes;
+  const scene::View& view;
+  const scene::RayCaster& caster;
+  const LayerChoice& layers;
+  const Shader* light;   ///< null when no layer needs light or colour
+  const Shader* smooth;  ///< null when the layer of normals has the faces' own
+  int grid;              ///< samples of a pixel are grid * grid
+  int ambientGrid;       ///< rays into the open for each of them are ambientGrid * ambientGrid
+  bool jittered;         ///< else the samples' points are regular
+  int frame;             ///< a part of each pixel's seed
+};
+
+}  // namespace vela::picture::detail

@@ -1,0 +1,119 @@
+/// \file
+/// Light on surfaces: a key and a fill light, and daylight that corners keep out.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <vector>
+
+#include "ovo/Stage.h"
+#include "tarn/Frame.h"
+#include "tarn/Vec.h"
+#include "vela/picture/detail/PixelSamples.h"
+#include "vela/scene/ObjectSpace.h"
+#include "vela/scene/RayCaster.h"
+#include "vela/scene/SceneMeshes.h"
+#include "vela/scene/Surface.h"
+#include "vela/scene/SurfaceHit.h"
+#include "vela/scene/View.h"
+#include "vela/scene/WorldRay.h"
+#include "vela/selection/GeoSelection.h"
+
+namespace vela::picture::detail {
+
+/// Rays that start on a surface start this far off it, or its own rounding would put them beneath:
+/// by a share of what a hit's coordinates are rounded from, and by a share of what the points of
+/// the mesh are rounded from. Shader_test.cpp holds both against exact planes.
+///
+/// A hit is a sum of floats of the size of its offset from the caster's base and of half the
+/// distance, each off by 2^-24 of that; 4e-6 is 67 such roundings.
+inline constexpr float kHitRounding = 4e-6f;
+/// The points of a mesh are floats in its own space. A plane through three of them is off by the
+/// rounding of the points and of the hit's own point there; 2.5e-7 is 4 roundings of 2^-24.
+inline constexpr float kPointRounding = 2.5e-7f;
+
+/// Where light may come from: the scene's meshes as surfaces, and the lights.
+///
+/// Threads: const calls may run from any number of threads at once.
+class Shader {
+ public:
+  /// \param meshes      must outlive the shader
+  /// \param caster      what the hits come from
+  /// \param radius      half the size of what is shown: how far corners darken
+  /// \param ambientGrid as for PixelSamples
+  /// \param smooth      as for scene::Surface
+  Shader(const scene::MeshList& meshes, const scene::RayCaster& caster, double time,
+         const scene::View& view, double radius, int ambientGrid, bool smooth);
+
+  /// Tints what the selection has, from now on.
+  /// \param selection its status of prims is brought up to date by \p stage
+  void tint(Selection::GeoSelection& selection, const std::shared_ptr<ovo::Stage>& stage);
+
+  /// Some light that arrives unless a ray is stopped.
+  struct Light {
+    std::size_t target;        ///< the caller's index of the pixel
+    tarn::Vec3<float> colour;  ///< what arrives when nothing is in the way
+  };
+  /// Rays and what each decides over, index by index.
+  struct Batch {
+    std::vector<scene::WorldRay> rays;
+    std::vector<Light> lights;
+    void clear() {
+      rays.clear();
+      lights.clear();
+    }
+  };
+
+  /// Adds the rays and lights of one hit. \return displayColor there
+  tarn::Vec3<float> light(const scene::WorldRay& ray, const scene::SurfaceHit& hit,
+                          const PixelSamples& samples, std::size_t sample, std::size_t target,
+                          Batch& batch) const;
+
+  /// The normal that a hit is shaded with, see scene::shadingNormal.
+  [[nodiscard]] tarn::Vec3<float> normal(const scene::SurfaceHit& hit) const;
+
+ private:
+  // A surface in its place.
+  struct Placed {
+    scene::ObjectSpace space;
+    const scene::Surface* surface;
+    const tarn::Vec3<float>* colour;  // of the instance; null where the surface's own counts
+    float scale;                      // the most that a length in the object grows in the world
+  };
+  // A light so far away that its rays are parallel, but for what its size spreads them.
+  struct Directional {
+    tarn::Frame<float> frame;  // z points to the light
+    tarn::Vec3<float> colour;
+    float spread;  // tangent of the half angle that the light fills
+  };
+  // A point that is lit, from the viewer's side.
+  struct LitPoint {
+    tarn::Vec3<float> albedo;  // with the highlight of what is selected
+    tarn::Vec3<float> toViewer;
+    tarn::Vec3<float> geometric, shading;  // normals
+    tarn::Vec3<double> base;
+    tarn::Vec3<float> start;  // of rays to lights, from the base
+    bool isSmooth;            // it starts where the smooth surface would be
+    std::size_t target;
+  };
+
+  [[nodiscard]] Directional makeLight(const tarn::Vec3<double>& towards,
+                                      const tarn::Vec3<float>& colour, float spread) const;
+  [[nodiscard]] LitPoint litPoint(const Placed& placed, const tarn::Vec3<float>& own,
+                                  const tarn::Vec3<float>& objectPoint, const scene::WorldRay& ray,
+                                  const scene::SurfaceHit& hit) const;
+  void addDirectional(const LitPoint& point, const Directional& light,
+                      const tarn::Vec2<float>& onLight, Batch& batch) const;
+  void addDaylight(const LitPoint& point, const PixelSamples& samples, std::size_t sample,
+                   Batch& batch) const;
+
+  const scene::MeshList& meshes_;
+  std::vector<scene::Surface> surfaces_;  // of each shape
+  std::vector<Placed> placed_;            // of each entry
+  Directional key_, fill_;
+  tarn::Vec3<float> up_;
+  float reach_;  // how far the rays of daylight look at most
+  int ambient_;  // how many there are for a sample
+};
+
+}  // namespace vela::picture::detail

@@ -1,0 +1,148 @@
+#include "vela/picture/detail/TileRenderer.h"
+
+#include <algorithm>
+
+#include "vela/picture/detail/LayerRows.h"
+
+namespace vela::picture::detail {
+
+namespace {
+
+std::size_t at(int i) { return static_cast<std::size_t>(i); }
+
+// Puts the values of a pixel into the layer of a picture that some of them are chosen for.
+void store(const LayerValues& values, const ChosenLayer& chosen, std::size_t pixel, Layer& layer) {
+  std::size_t to = pixel * chosen.elements.size();
+  for (const int element : chosen.elements) {
+    if (layer.type == ValueType::float32)
+      layer.floats[to++] = values.floats[element];
+    else
+      layer.integers[to++] = values.integers[element];
+  }
+}
+
+}  // namespace
+
+TileRenderer::TileRenderer(const RenderJob& job)
+    : job_(job),
+      hasCentres_(job.layers.has(Sampling::pixelCentre)),
+      hasMeans_(job.layers.has(Sampling::meanOfSamples)),
+      samples_(at(kTileSize), PixelSamples(job.grid, job.ambientGrid)) {}
+
+bool TileRenderer::render(const Tile& tile, int x0, int y0, Picture& picture,
+                          const scene::Work& work, std::uint64_t& rays) {
+  picture_ = &picture;
+  x0_ = x0;
+  y0_ = y0;
+  traced_ = 0;
+  int y = tile.y0;
+  for (; y < tile.y1 && !work.isStopped(); ++y) renderRow(tile, y);
+  rays += traced_;
+  return y == tile.y1;
+}
+
+void TileRenderer::renderRow(const Tile& tile, int y) {
+  // One ray through the centre of each pixel. A single sample is that ray as well.
+  if (hasCentres_ || job_.grid == 1) traceCentres(tile, y);
+  if (hasCentres_) writeCentres(tile, y);
+  if (!hasMeans_) return;
+  traceSamples(tile, y);
+  shade(tile.width());
+  writeMeans(tile, y);
+}
+
+void TileRenderer::traceCentres(const Tile& tile, int y) {
+  points_.clear();
+  for (int x = tile.x0; x < tile.x1; ++x) points_.push_back(job_.view.ndc(x + 0.5, y + 0.5));
+  trace();
+}
+
+void TileRenderer::traceSamples(const Tile& tile, int y) {
+  points_.clear();
+  for (int i = 0; i < tile.width(); ++i) {
+    PixelSamples& samples = samples_[at(i)];
+    samples.start(tile.x0 + i, y, job_.frame, job_.jittered);
+    for (std::size_t s = 0; s < samples.count(); ++s)
+      points_.push_back(job_.view.ndc(tile.x0 + i + 0.5 + static_cast<double>(samples.offset(s).x),
+                                      y + 0.5 + static_cast<double>(samples.offset(s).y)));
+  }
+  if (job_.grid > 1) trace();
+}
+
+void TileRenderer::trace() {
+  rays_.resize(points_.size());
+  job_.view.makeRays(points_.data(), points_.size(), rays_.data());
+  hits_.assign(rays_.size(), scene::SurfaceHit());
+  job_.caster.intersect(rays_.data(), rays_.size(), hits_.data());
+  traced_ += rays_.size();
+}
+
+void TileRenderer::shade(int width) {
+  means_.assign(at(width), PixelMean());
+  batch_.clear();
+  const std::size_t count = samples_[0].count();
+  const float share = 1.0f / static_cast<float>(count);
+
+  // What is seen, and the rays that decide which light arrives there.
+  for (std::size_t i = 0; i < at(width); ++i) {
+    const auto first = hits_.begin() + static_cast<std::ptrdiff_t>(i * count);
+    if (std::none_of(first, first + static_cast<std::ptrdiff_t>(count),
+                     [](const scene::SurfaceHit& hit) { return hit.hit; }))
+      continue;
+    samples_[i].drawLights();
+    for (std::size_t s = 0; s < count; ++s) {
+      const scene::SurfaceHit& hit = hits_[i * count + s];
+      if (!hit.hit) continue;
+      means_[i].albedo +=
+          job_.light->light(rays_[i * count + s], hit, samples_[i], s, i, batch_) * share;
+      means_[i].alpha += share;
+    }
+  }
+
+  // The light that nothing keeps out.
+  bool* occluded = answers_.withRoomFor(batch_.rays.size());
+  job_.caster.occluded(batch_.rays.data(), batch_.rays.size(), occluded);
+  for (std::size_t i = 0; i < batch_.rays.size(); ++i)
+    if (!occluded[i]) means_[batch_.lights[i].target].colour += batch_.lights[i].colour * share;
+  traced_ += batch_.rays.size();
+}
+
+void TileRenderer::writeCentres(const Tile& tile, int y) {
+  for (std::size_t l = 0; l < job_.layers.layers.size(); ++l) {
+    const ChosenLayer& chosen = job_.layers.layers[l];
+    const auto valuesAtCentre = rowOf(*chosen.info).function.atCentre;
+    if (!valuesAtCentre) continue;
+    for (int i = 0; i < tile.width(); ++i) {
+      LayerValues values;
+      valuesAtCentre(PixelCentre(job_, rays_[at(i)], hits_[at(i)]), values);
+      store(values, chosen, pixel(tile.x0 + i, y), picture_->layers[l]);
+    }
+  }
+}
+
+void TileRenderer::writeMeans(const Tile& tile, int y) {
+  for (std::size_t l = 0; l < job_.layers.layers.size(); ++l) {
+    const ChosenLayer& chosen = job_.layers.layers[l];
+    const auto valuesOfMean = rowOf(*chosen.info).function.ofMean;
+    if (!valuesOfMean) continue;
+    for (int i = 0; i < tile.width(); ++i) {
+      LayerValues values;
+      valuesOfMean(means_[at(i)], values);
+      store(values, chosen, pixel(tile.x0 + i, y), picture_->layers[l]);
+    }
+  }
+}
+
+std::size_t TileRenderer::pixel(int x, int y) const {
+  return at(y - y0_) * at(picture_->width) + at(x - x0_);
+}
+
+bool* TileRenderer::Answers::withRoomFor(std::size_t count) {
+  if (size_ < count) {
+    answers_ = std::make_unique<bool[]>(count);
+    size_ = count;
+  }
+  return answers_.get();
+}
+
+}  // namespace vela::picture::detail

@@ -1,0 +1,13 @@
+/// \file
+/// Every public header of libvela_picture. vela/vela.h has none of them: hosts of libvela alone
+/// need neither OpenEXR nor libpng.
+#pragma once
+
+#include "vela/picture/Api.h"
+#include "vela/picture/ExrFile.h"
+#include "vela/picture/LayerChoice.h"
+#include "vela/picture/LayerTable.h"
+#include "vela/picture/Picture.h"
+#include "vela/picture/PictureRenderer.h"
+#include "vela/picture/PngFile.h"
+#include "vela/picture/Tiles.h"
