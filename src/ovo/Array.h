@@ -21,12 +21,25 @@
 #include <utility>
 #include <vector>
 
+#include "ovo/Fwd.h"
+#include "tarn/Span.h"
+
 namespace ovo {
 
 /// Copying costs one atomic increment, whatever the size. Every call on a non-const Array that
 /// hands out writable elements, or changes them, first makes the storage this Array's own when it
-/// is shared. So read hot loops through cdata(), cbegin() or a const reference: the writable
-/// accessors test for sharing on each call.
+/// is shared: it copies all elements then, and looks whether it must each time. So read an Array
+/// that is not const through view(), which does neither.
+///
+/// \code
+///   ovo::Array<int> a = {1, 2, 3};
+///   ovo::Array<int> b = a;  // shares the elements of a
+///   int sum = 0;
+///   for (const int value : b.view()) sum += value;
+///   assert(sum == 6 && b.view()[2] == 3 && b.isIdentical(a));
+///   b[0] = 7;  // b gets elements of its own first
+///   assert(a.view()[0] == 1 && !b.isIdentical(a));
+/// \endcode
 ///
 /// Pointers, references and iterators stay valid until the next non-const call on the same Array.
 /// A size beyond maxSize() is a std::length_error, lack of memory std::bad_alloc; after either the
@@ -52,6 +65,7 @@ class Array {
   Array(size_type count, const T& value) { assign(count, value); }
   Array(std::initializer_list<T> values) { assign(values.begin(), values.end()); }
   Array(const std::vector<T>& values) { assign(values.begin(), values.end()); }
+  explicit Array(tarn::Span<const T> values) { assign(values.begin(), values.end()); }
   template <class It, class = typename std::iterator_traits<It>::iterator_category>
   Array(It first, It last) {
     assign(first, last);
@@ -85,6 +99,8 @@ class Array {
   }
   [[nodiscard]] static constexpr size_type max_size() noexcept { return maxSize(); }
 
+  /// All elements, to be read: valid until the next non-const call on this Array.
+  [[nodiscard]] tarn::Span<const T> view() const noexcept { return {data_, size_}; }
   /// Null only when nothing was ever stored.
   [[nodiscard]] const T* data() const noexcept { return data_; }
   [[nodiscard]] const T* cdata() const noexcept { return data_; }

@@ -270,4 +270,15 @@ TEST(Array, CopiesMayBeWrittenByDifferentThreads) {
   EXPECT_EQ(shared, Array<int>(1000, 1));
 }
 
+TEST(Array, ViewReadsWithoutDetaching) {
+  Array<int> a = {1, 2, 3};
+  Array<int> b = a;
+  const tarn::Span<const int> view = b.view();
+  EXPECT_EQ(view.size(), 3u);
+  EXPECT_EQ(view[std::int32_t{2}], 3);
+  EXPECT_TRUE(a.isIdentical(b));
+  EXPECT_EQ(Array<int>(view.subspan(1)), Array<int>({2, 3}));
+  EXPECT_TRUE(Array<int>().view().empty());
+}
+
 }  // namespace

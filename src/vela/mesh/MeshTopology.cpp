@@ -18,37 +18,14 @@ MeshTopology::Faces MeshTopology::faces() const {
   return Faces(vertsPerFace, faceVertPointIndices);
 }
 
-MeshTopology::Faces::Face MeshTopology::Faces::iterator::operator*() const {
-  const std::int32_t count = faces_->counts_[face_];
-  const std::size_t left = faces_->indices_.size() - vertex_;
-  const std::size_t size =
-      count > 0 && static_cast<std::size_t>(count) <= left ? static_cast<std::size_t>(count) : 0;
-  return Face(face_, vertex_, size == 0 ? nullptr : faces_->indices_.cdata() + vertex_, size);
-}
-
-MeshTopology::Faces::iterator& MeshTopology::Faces::iterator::operator++() {
-  // Held at the end of the indices: every later face with vertices is then cut off too.
-  const std::int32_t count = faces_->counts_[face_];
-  const std::size_t left = faces_->indices_.size() - vertex_;
-  if (count > 0) vertex_ += std::min(static_cast<std::size_t>(count), left);
-  ++face_;
-  return *this;
-}
-
-MeshTopology::Faces::Face MeshTopology::Faces::operator[](std::size_t face) const {
-  iterator at = begin();
-  while (at.face_ < face) ++at;
-  return *at;
-}
-
 MeshTopology::Edges MeshTopology::edges() const {
-  const Faces all = faces();
+  const ovo::Faces all(vertsPerFace, faceVertPointIndices);
   const auto pointCount = static_cast<std::int64_t>(points.size());
   const auto isEdge = [pointCount](std::int32_t a, std::int32_t b) {
     return a != b && a >= 0 && b >= 0 && a < pointCount && b < pointCount;
   };
   const auto forEachSide = [&](auto&& use) {
-    for (const Faces::Face face : all) {
+    for (const ovo::Face face : all) {
       const std::size_t sides = face.size() == 2 ? 1 : face.size() == 1 ? 0 : face.size();
       for (std::size_t k = 0; k < sides; ++k) {
         const std::int32_t a = face[k], b = face[k + 1 == face.size() ? 0 : k + 1];

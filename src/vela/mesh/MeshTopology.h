@@ -8,10 +8,10 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <iterator>
 #include <vector>
 
 #include "ovo/Array.h"
+#include "ovo/Faces.h"
 #include "ovo/MeshPrim.h"
 #include "tarn/Vec.h"
 #include "vela/Api.h"
@@ -19,6 +19,21 @@
 namespace vela {
 
 /// Threads: as any value; the views are values too.
+///
+/// \code
+///   vela::MeshTopology mesh;  // a square and a triangle on its right side
+///   mesh.points = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {2, 0, 0}};
+///   mesh.vertsPerFace = {4, 3};
+///   mesh.faceVertPointIndices = {0, 1, 2, 3, 1, 4, 2};
+///   std::size_t corners = 0;
+///   for (const auto face : mesh.faces())
+///     if (face.isUsable(mesh.points.size())) corners += face.size();
+///   assert(corners == 7);
+///   int borders = 0;
+///   for (const vela::MeshTopology::Edges::Edge& edge : mesh.edges())
+///     if (edge.faceCount == 1) ++borders;
+///   assert(mesh.edges().size() == 6 && borders == 5);
+/// \endcode
 class VELA_API MeshTopology {
  public:
   class Faces;
@@ -44,74 +59,30 @@ class VELA_API MeshTopology {
 
 /// The faces of a mesh, in order: `for (auto face : topology.faces()) for (int point : face) ...`.
 ///
-/// It shares the arrays that the topology had when it was asked, so it outlives the topology and
-/// later changes do not show. A face with a negative count, or whose run would pass the end of the
-/// indices, is an empty run; there is one face for each count nevertheless. The indices themselves
-/// are as stored: whether they name points is for the caller to check.
+/// ovo::Faces says which faces are empty and which are usable. Other than that view this one shares
+/// the arrays that the topology had when it was asked: it outlives the topology, and later changes
+/// do not show.
 class VELA_API MeshTopology::Faces {
  public:
-  /// One face: its point indices, in its own winding. Valid as long as the Faces it came from.
-  class Face {
-   public:
-    Face() = default;
-    Face(std::size_t index, std::size_t firstVertex, const std::int32_t* first, std::size_t size)
-        : first_(first), size_(size), index_(index), firstVertex_(firstVertex) {}
-
-    [[nodiscard]] std::size_t size() const { return size_; }
-    [[nodiscard]] bool empty() const { return size_ == 0; }
-    [[nodiscard]] const std::int32_t* begin() const { return first_; }
-    [[nodiscard]] const std::int32_t* end() const { return first_ + size_; }
-    /// \p corner lies in [0, size()).
-    [[nodiscard]] std::int32_t operator[](std::size_t corner) const { return first_[corner]; }
-    /// The number of the face, and of its first face-vertex.
-    [[nodiscard]] std::size_t index() const { return index_; }
-    [[nodiscard]] std::size_t firstVertex() const { return firstVertex_; }
-
-   private:
-    const std::int32_t* first_ = nullptr;
-    std::size_t size_ = 0, index_ = 0, firstVertex_ = 0;
-  };
-
-  class VELA_API iterator {
-   public:
-    using iterator_category =
-        std::input_iterator_tag;  // faces are made on the fly; passes may be repeated
-    using value_type = Face;
-    using difference_type = std::ptrdiff_t;
-    using pointer = const Face*;
-    using reference = Face;
-
-    iterator() = default;
-    [[nodiscard]] Face operator*() const;
-    iterator& operator++();
-    iterator operator++(int) {
-      iterator before = *this;
-      ++*this;
-      return before;
-    }
-    friend bool operator==(const iterator& a, const iterator& b) { return a.face_ == b.face_; }
-    friend bool operator!=(const iterator& a, const iterator& b) { return !(a == b); }
-
-   private:
-    friend class Faces;
-    iterator(const Faces* faces, std::size_t face) : faces_(faces), face_(face) {}
-    const Faces* faces_ = nullptr;
-    std::size_t face_ = 0, vertex_ = 0;
-  };
+  /// Valid as long as the Faces it came from.
+  using Face = ovo::Face;
+  using iterator = ovo::Faces::iterator;
 
   Faces() = default;
+  /// As many as there are counts.
   [[nodiscard]] std::size_t size() const { return counts_.size(); }
   [[nodiscard]] bool empty() const { return counts_.empty(); }
-  [[nodiscard]] iterator begin() const { return iterator(this, 0); }
-  [[nodiscard]] iterator end() const { return iterator(this, size()); }
-  /// The face of that number, in [0, size()): a scan over the counts before it; loops iterate
+  [[nodiscard]] iterator begin() const { return view().begin(); }
+  [[nodiscard]] iterator end() const { return view().end(); }
+  /// The face of that index, in [0, size()): a scan over the counts before it; loops iterate
   /// instead.
-  [[nodiscard]] Face operator[](std::size_t face) const;
+  [[nodiscard]] Face operator[](std::size_t face) const { return view()[face]; }
 
  private:
   friend class MeshTopology;
   Faces(const ovo::Array<std::int32_t>& counts, const ovo::Array<std::int32_t>& indices)
       : counts_(counts), indices_(indices) {}
+  [[nodiscard]] ovo::Faces view() const { return {counts_, indices_}; }
   ovo::Array<std::int32_t> counts_, indices_;
 };
 
@@ -122,8 +93,8 @@ class VELA_API MeshTopology::Edges {
  public:
   struct Edge {
     std::int32_t a = 0, b = 0;  ///< points, a < b
-    std::int32_t faceCount =
-        0;  ///< face sides along it: 1 on a border, 2 inside a manifold surface
+    /// Face sides along it: 1 on a border, 2 inside a manifold surface.
+    std::int32_t faceCount = 0;
 
     friend bool operator==(const Edge& l, const Edge& r) {
       return l.a == r.a && l.b == r.b && l.faceCount == r.faceCount;
