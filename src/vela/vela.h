@@ -3,6 +3,7 @@
 #pragma once
 
 #include "vela/Api.h"
+#include "vela/Fwd.h"
 #include "vela/Version.h"
 #include "vela/asset/AssetInfo.h"
 #include "vela/asset/AssetManager.h"

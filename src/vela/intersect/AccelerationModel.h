@@ -11,9 +11,7 @@
 #include <vector>
 
 #include "ovo/Array.h"
-#include "ovo/MeshPrim.h"
-#include "ovo/Prim.h"
-#include "ovo/Stage.h"
+#include "ovo/Fwd.h"
 #include "tarn/Box3.h"
 #include "tarn/Ray.h"
 #include "tarn/Vec.h"

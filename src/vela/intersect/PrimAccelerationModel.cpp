@@ -6,6 +6,9 @@
 #include <mutex>
 #include <utility>
 
+#include "ovo/MeshPrim.h"
+#include "ovo/Prim.h"
+#include "ovo/Stage.h"
 #include "ovo/Tokens.h"
 #include "ovo/Xform.h"
 #include "tarn/Mat4.h"
