@@ -6,21 +6,37 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 #include <vector>
 
 #include "ovo/Api.h"
 #include "ovo/Array.h"
+#include "ovo/Fwd.h"
 #include "ovo/Token.h"
 #include "tarn/Time.h"
 #include "tarn/Vec.h"
 
 namespace ovo {
 
-class MeshPrim;
-
 /// How a mesh is to be refined; the words and lists are those of scene files. Entries that name
 /// nothing in the mesh (points, faces or edges that it does not have) and sharpnesses that are not
 /// above 0 count for nothing. A word that is not known counts as the default.
+///
+/// \code
+///   ovo::Array<tarn::Vec3f> points = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
+///   ovo::Array<int> counts = {4}, indices = {0, 1, 2, 3};
+///   ovo::MeshTessellateContext mesh;
+///   mesh.vertsPerFace = &counts;
+///   mesh.faceVertPointIndices = &indices;
+///   mesh.points = &points;
+///   ovo::ArgSet args;
+///   args.scheme = "bilinear";
+///   assert(ovo::subdivideUniform(args, 1, 4, 4, 0, 2, mesh));
+///   assert(counts.size() == 16 && points.size() == 25);
+///   std::string why;
+///   args.scheme = "loop";
+///   assert(!ovo::subdivideUniform(args, 16, 64, 25, 2, 3, mesh, &why) && !why.empty());
+/// \endcode
 struct OVO_API ArgSet {
   ArgSet();
   /// All that the mesh says at the time.
@@ -31,12 +47,12 @@ struct OVO_API ArgSet {
   Token faceVaryingLinearInterpolation;  ///< `none`, `cornersOnly`, `cornersPlus1` (the default),
                                          ///< `cornersPlus2`, `boundaries` or `all`
   Token triangleSubdivisionRule;         ///< `catmullClark` (the default) or `smooth`
-  Array<int>
-      holeIndices;  ///< faces that are refined, and shape their neighbours, but do not come out
+  /// Faces that are refined, and shape their neighbours, but do not come out.
+  Array<int> holeIndices;
   Array<int> creaseIndices;  ///< points along creases, one crease after another
   Array<int> creaseLengths;  ///< points of each crease
-  Array<float>
-      creaseSharpnesses;  ///< one for each crease, or one for each of their edges; 10 is infinite
+  /// One for each crease, or one for each of their edges; 10 is infinite.
+  Array<float> creaseSharpnesses;
   Array<int> cornerIndices;        ///< sharp points
   Array<float> cornerSharpnesses;  ///< one for each of them
 };
@@ -55,9 +71,11 @@ struct MeshTessellateContext {
   /// Data per point to carry along: refined as the points are (`vertex`), or linearly within faces
   /// (`varying`). None null, each as long as there are points.
   std::vector<Array<tarn::Vec3<float>>*> pointVec3s, linearPointVec3s;
-  /// Set to the face that each refined face comes from, and to the place among the refined points
-  /// of each of the given ones, -1 for those that do not come out. Null where nobody asks.
-  Array<int>*sourceFaces = nullptr, *placesOfPoints = nullptr;
+  /// Set to the face that each refined face comes from. Null where nobody asks.
+  Array<int>* sourceFaces = nullptr;
+  /// Set to the index among the refined points of each given point, -1 where it does not come out.
+  /// Null where nobody asks.
+  Array<int>* placesOfPoints = nullptr;
 };
 
 /// Refines a mesh `toLevel - fromLevel` times.
@@ -82,5 +100,11 @@ struct MeshTessellateContext {
 OVO_API bool subdivideUniform(const ArgSet& args, std::size_t faces, std::size_t faceVerts,
                               std::size_t points, int fromLevel, int toLevel,
                               const MeshTessellateContext& context);
+/// As above.
+/// \param error when not null: set to why nothing was refined, to follow the mesh's name and a
+///              colon; emptied on success
+OVO_API bool subdivideUniform(const ArgSet& args, std::size_t faces, std::size_t faceVerts,
+                              std::size_t points, int fromLevel, int toLevel,
+                              const MeshTessellateContext& context, std::string* error);
 
 }  // namespace ovo

@@ -598,4 +598,52 @@ TEST(SubdivideUniform, AMillionQuadsTakeLessThanThreeTimesTheirMemory) {
   }
 }
 
+TEST(SubdivideUniform, SaysWhyNothingWasRefined) {
+  struct Try {
+    ovo::Token scheme;
+    ovo::Array<int> counts, indices;
+    std::size_t points;
+    int level;
+    std::string why;
+  };
+  const std::string noFace =
+      "it has no usable face, or more neighbours at a point than can be counted";
+  for (const Try& t : std::vector<Try>{
+           {"catmullClark", {4}, {0, 1, 2, 3}, 4, 1, ""},
+           {"loop", {3}, {0, 1, 2}, 4, 1, ""},
+           {"loop", {4}, {0, 1, 2, 3}, 4, 1, "the scheme loop is for triangles alone"},
+           {"loop", {4}, {0, 1, 2, 9}, 4, 1, "the scheme loop is for triangles alone"},
+           {"loop", {3}, {0, 1, 9}, 4, 1, noFace},
+           {"catmullClark", {4}, {0, 1, 2, 9}, 4, 1, noFace},
+           {"catmullClark", {}, {}, 4, 1, noFace},
+           {"round",
+            {4},
+            {0, 1, 2, 3},
+            4,
+            1,
+            "its scheme 'round' is none of catmullClark, loop, bilinear"},
+           {"bilinear", {4}, {0, 1, 2, 3}, 4, 15, "the refined mesh would be too large to count"},
+           {"bilinear", {4}, {0, 1, 2, 3}, 5, 1, "an array is missing or too short"}}) {
+    SCOPED_TRACE(t.why);
+    ovo::Array<int> counts = t.counts, indices = t.indices;
+    ovo::Array<tarn::Vec3f> points = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
+    ovo::MeshTessellateContext context;
+    context.vertsPerFace = &counts;
+    context.faceVertPointIndices = &indices;
+    context.points = &points;
+    ovo::ArgSet args;
+    args.scheme = t.scheme;
+    std::string why = "something";
+    const bool isRefined = ovo::subdivideUniform(args, t.counts.size(), t.indices.size(), t.points,
+                                                 0, t.level, context, &why);
+    EXPECT_EQ(why, t.why);
+    EXPECT_EQ(isRefined, t.why.empty());
+    if (!isRefined) {
+      EXPECT_EQ(counts, t.counts);
+      EXPECT_EQ(indices, t.indices);
+      EXPECT_EQ(points.size(), 4u);
+    }
+  }
+}
+
 }  // namespace
