@@ -1,5 +1,3 @@
-#include <cmath>
-#include <functional>
 #include <memory>
 #include <string>
 
@@ -36,47 +34,13 @@ void makeGrid(const MakeOptions& options, MeshSample& mesh) {
                           options.columns, true, true, true, true);
 }
 
-struct Profile {
-  std::function<float(int)> radius, height;
-};
-
-// Points, faces and UVs around the y axis; `scale` takes the profile's units to the shape's.
-void makeRevolved(const MakeOptions& options, const Profile& profile, unsigned rows, bool caps,
-                  bool poles, bool shared, const Vec3<float>& scale, MeshSample& mesh) {
-  vela::buildRevolveMeshFaces(mesh, rows, options.columns, caps, caps, shared);
-  const std::size_t ring = options.columns, capPoints = caps ? 2 * (1 + (shared ? 0 : ring)) : 0;
-  mesh.points.resize((rows + std::size_t{1}) * ring + capPoints);
-  vela::buildRevolveMeshPoints(mesh, rows, options.columns, profile.radius, profile.height, scale,
-                               caps, caps, shared);
-  mesh.uvs.resize(mesh.nVerts());
-  vela::buildRevolveMeshUVs(mesh, rows, options.columns, 360, 180, caps, caps, poles, poles);
-  mesh.normals.resize(mesh.nVerts());
-}
-
 void makeCylinder(const MakeOptions& options, MeshSample& mesh) {
-  const unsigned rows = options.rows;
-  const Profile profile{
-      [](int) { return 1.0f; },
-      [rows](int row) { return 2.0f * static_cast<float>(row) / static_cast<float>(rows) - 1.0f; }};
-  const Vec3<float> scale = narrowed(options.size) * 0.5f;
-  makeRevolved(options, profile, rows, !options.withoutCaps, false, !options.separatePoints, scale,
-               mesh);
-  vela::buildCylinderMeshNormals(mesh, rows, options.columns, scale, !options.withoutCaps,
-                                 !options.withoutCaps);
+  vela::buildCylinderMesh(mesh, options.rows, options.columns, narrowed(options.size) * 0.5f,
+                          !options.withoutCaps, !options.withoutCaps, !options.separatePoints);
 }
 
-// The caps are the first and the last band: rings lie between the poles, which are one row beyond
-// either end.
 void makeSphere(const MakeOptions& options, MeshSample& mesh) {
-  const unsigned rows = options.rows - 2;
-  const auto angle = [rows](int row) {
-    return 3.141592653589793 * (row + 1) / (static_cast<double>(rows) + 2.0);
-  };
-  const Profile profile{[angle](int row) { return static_cast<float>(std::sin(angle(row))); },
-                        [angle](int row) { return static_cast<float>(-std::cos(angle(row))); }};
-  const Vec3<float> scale = narrowed(options.size) * 0.5f;
-  makeRevolved(options, profile, rows, true, true, true, scale, mesh);
-  vela::buildSphereMeshNormals(mesh, rows, options.columns, scale, true, true);
+  vela::buildSphereMesh(mesh, options.rows, options.columns, narrowed(options.size) * 0.5f);
 }
 
 }  // namespace

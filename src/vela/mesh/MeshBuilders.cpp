@@ -6,6 +6,9 @@
 #include <limits>
 #include <stdexcept>
 
+#include "tarn/Area.h"
+#include "tarn/Constants.h"
+
 namespace vela {
 
 namespace {
@@ -13,8 +16,8 @@ namespace {
 using tarn::Vec2;
 using tarn::Vec3;
 
-// Counts come as unsigned ints, and their products pass 64 bits: factors are taken in one by one
-// and refused as soon as the product passes what point numbers can name.
+// Counts come as unsigned ints, and products of three of them pass 64 bits: factors are taken in
+// one by one and refused as soon as the product passes what an index can name.
 constexpr std::size_t kMaxCount =
     static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max());
 
@@ -80,7 +83,7 @@ void buildRectQuadMesh(MeshSample& mesh, const Vec3<float>& p0, const Vec3<float
         *out++ = Vec2<float>(ratio(j, nColumns), ratio(i, nRows));
   }
 
-  if (buildNormals) mesh.normals.assign(nVerts, cross(p1 - p0, p3 - p0).normalized());
+  if (buildNormals) mesh.normals.assign(nVerts, areaVector(p0, p1, p3).normalized());
 }
 
 void buildCube(MeshSample& mesh, const tarn::Box3<double>& box, unsigned int sideDivisions,
@@ -239,8 +242,7 @@ void buildRevolveMeshPoints(MeshSample& mesh, unsigned int rows, unsigned int co
     if (written < size) points[written++] = p;
   };
 
-  const auto step =
-      static_cast<float>(6.283185307179586476925286766559 / static_cast<double>(columns));
+  const auto step = static_cast<float>(2 * tarn::kPi<double> / static_cast<double>(columns));
   const auto writeRing = [&](int row) {
     if (written == size || columns == 0) return;
     const float r = radius(row), y = height(row) * scale.y;
@@ -339,8 +341,8 @@ void forEachRevolveVertex(const MeshSample& mesh, unsigned int rows, unsigned in
 }  // namespace
 
 // KEEP(scaled-once): the points carry the scale already, so dividing by it once leads back to the
-// unit shape's normals; those of the stretched surface would need a second division. Callers rely
-// on it.
+// normals of the unit shape; those of the stretched surface would need a second division. Shapes
+// made so far are shaded by them, and stay as they look.
 void buildCylinderMeshNormals(MeshSample& mesh, unsigned int rows, unsigned int columns,
                               const Vec3<float>& scale, bool topCap, bool bottomCap) {
   if (mesh.nVerts() == 0 || mesh.points.empty() || mesh.normals.empty()) return;
@@ -400,6 +402,60 @@ void buildRevolveMeshFaces(MeshSample& mesh, unsigned int rows, unsigned int col
     if (!shareCapRings) ring += n;
     for (int k = 0; k < n; ++k) mesh.addTri(ring + k, ring + next(k), ring + n);
   }
+}
+
+void buildRevolveMesh(MeshSample& mesh, const RevolveShape& shape) {
+  const std::size_t capRing = shape.shareCapRings ? 0 : shape.columns;
+  const std::size_t caps = (shape.topCap ? 1u : 0u) + (shape.bottomCap ? 1u : 0u);
+  const std::size_t nPoints =
+      countOf(std::size_t{shape.rows} + 1, shape.columns) + caps * (1 + capRing);
+  buildRevolveMeshFaces(mesh, shape.rows, shape.columns, shape.topCap, shape.bottomCap,
+                        shape.shareCapRings);
+  mesh.points.resize(nPoints);
+  buildRevolveMeshPoints(mesh, shape.rows, shape.columns, shape.radius, shape.height, shape.scale,
+                         shape.topCap, shape.bottomCap, shape.shareCapRings);
+  mesh.uvs.resize(mesh.nVerts());
+  buildRevolveMeshUVs(mesh, shape.rows, shape.columns, shape.sweepU, shape.sweepV, shape.topCap,
+                      shape.bottomCap, shape.topPole, shape.bottomPole);
+  mesh.normals.assign(mesh.nVerts(), Vec3<float>());
+}
+
+void buildCylinderMesh(MeshSample& mesh, unsigned int rows, unsigned int columns,
+                       const Vec3<float>& scale, bool topCap, bool bottomCap, bool shareCapRings) {
+  if (rows == 0) return;
+  RevolveShape shape;
+  shape.rows = rows;
+  shape.columns = columns;
+  shape.radius = [](int) { return 1.0f; };
+  shape.height = [rows](int row) {
+    return 2.0f * static_cast<float>(row) / static_cast<float>(rows) - 1.0f;
+  };
+  shape.scale = scale;
+  shape.topCap = topCap;
+  shape.bottomCap = bottomCap;
+  shape.shareCapRings = shareCapRings;
+  buildRevolveMesh(mesh, shape);
+  buildCylinderMeshNormals(mesh, rows, columns, scale, topCap, bottomCap);
+}
+
+void buildSphereMesh(MeshSample& mesh, unsigned int rows, unsigned int columns,
+                     const Vec3<float>& scale) {
+  if (rows < 2) return;
+  // The caps are the first and the last band: rings lie between the poles, which are one row
+  // beyond either end.
+  const unsigned int bands = rows - 2;
+  const auto angle = [bands](int ring) {
+    return tarn::kPi<double> * (ring + 1) / (static_cast<double>(bands) + 2.0);
+  };
+  RevolveShape shape;
+  shape.rows = bands;
+  shape.columns = columns;
+  shape.radius = [angle](int ring) { return static_cast<float>(std::sin(angle(ring))); };
+  shape.height = [angle](int ring) { return static_cast<float>(-std::cos(angle(ring))); };
+  shape.scale = scale;
+  shape.topPole = shape.bottomPole = true;
+  buildRevolveMesh(mesh, shape);
+  buildSphereMeshNormals(mesh, bands, columns, scale, true, true);
 }
 
 }  // namespace vela

@@ -5,7 +5,7 @@
 /// the points when a size changes, say, and not the faces. Faces are wound counter-clockwise seen
 /// from outside.
 ///
-/// Numbers are single precision but where something else is said. Point numbers are 32-bit: a shape
+/// Everything is single precision but where something else is said. Indices have 32 bits: a shape
 /// of more than 2^31 - 1 points or face-vertices is a std::length_error, and changes nothing.
 #pragma once
 
@@ -21,9 +21,9 @@ namespace vela {
 /// A bilinear patch of rows x columns quadrilaterals. Row 0 runs from p0 to p1, the last row from
 /// p3 to p2. Nothing happens when either count is 0.
 ///
-/// Point i (columns + 1) + j is (j / columns, i / rows) of the way, blended as a (1 - t) + b t
-/// along the row and then across. The ends are the corners themselves: parameters below 2^-23 and
-/// above 0.9999999 are not interpolated.
+/// Point i (columns + 1) + j lies at (j / columns, i / rows), blended as a (1 - t) + b t along the
+/// row and then across. The ends are the corners themselves: parameters below 2^-23 and above
+/// 0.9999999 are not interpolated.
 /// \param buildFaces    replaces the faces and sets allQuads, clears allTriangles
 /// \param buildPoints   replaces the points, (rows + 1)(columns + 1) of them
 /// \param buildNormals  replaces the normals: one a face-vertex, all (p1 - p0) x (p3 - p0)
@@ -54,6 +54,31 @@ VELA_API void buildCube(MeshSample& mesh, const tarn::Box3<double>& box, unsigne
                         unsigned int capDivisions, bool buildFaces, bool buildPoints,
                         bool buildNormals, bool buildUVs, bool sharedPoints);
 
+/// A sphere, or ellipsoid, about the origin with its poles on the y axis: `rows` bands of `columns`
+/// faces, of which the first and the last are fans of triangles around the poles. Replaces points,
+/// faces, uvs and normals; nothing happens for fewer than two rows.
+///
+/// \param scale the half lengths along the axes. Normals are those of buildSphereMeshNormals
+///
+/// \code
+///   vela::MeshSample ball;
+///   vela::buildSphereMesh(ball, 16, 32, tarn::Vec3f(2.5f));
+///   assert(ball.nFaces() == 16 * 32 && ball.nPoints() == 2 + 15 * 32);
+///   assert(ball.uvs.size() == ball.nVerts() && ball.normals.size() == ball.nVerts());
+/// \endcode
+VELA_API void buildSphereMesh(MeshSample& mesh, unsigned int rows, unsigned int columns,
+                              const tarn::Vec3f& scale);
+
+/// A cylinder about the y axis, its middle at the origin: `rows` bands of `columns` quadrilaterals
+/// and, where asked for, a flat cap at either end. Replaces points, faces, uvs and normals; nothing
+/// happens without rows.
+///
+/// \param scale         the half lengths along the axes
+/// \param shareCapRings see buildRevolveMeshPoints
+VELA_API void buildCylinderMesh(MeshSample& mesh, unsigned int rows, unsigned int columns,
+                                const tarn::Vec3f& scale, bool topCap, bool bottomCap,
+                                bool shareCapRings);
+
 /// \name Surfaces of revolution about the y axis
 /// `rows` bands of `columns` quadrilaterals between rows + 1 rings of `columns` points (no ring has
 /// a point twice). The first point of a ring lies on +z, the next ones turn towards +x. A cap is a
@@ -68,7 +93,7 @@ VELA_API void buildCube(MeshSample& mesh, const tarn::Box3<double>& box, unsigne
 /// Writes the points: bottom pole and (unless shared) the bottom cap's own ring, rings 0 to rows,
 /// the top cap's own ring (unless shared) and the top pole.
 ///
-/// \param radius, height of a ring by number. Also asked for -1 and rows + 1 where there are caps:
+/// \param radius, height of a ring by its index. Also asked for -1 and rows + 1 where there are caps:
 ///                       a radius that is the same there means a flat cap, whose pole lies at the
 ///                       height of the last ring, any other a pointed one with its pole one row
 ///                       further
@@ -107,6 +132,21 @@ VELA_API void buildSphereMeshNormals(MeshSample& mesh, unsigned int rows, unsign
 /// leave them.
 VELA_API void buildRevolveMeshFaces(MeshSample& mesh, unsigned int rows, unsigned int columns,
                                     bool topCap, bool bottomCap, bool shareCapRings);
+
+/// What the builders above take for one shape, under the same names.
+struct RevolveShape {
+  unsigned int rows = 1, columns = 32;
+  std::function<float(int)> radius, height;
+  tarn::Vec3f scale{1.0f};
+  float sweepU = 360.0f, sweepV = 180.0f;
+  bool topCap = true, bottomCap = true;
+  bool topPole = false, bottomPole = false;
+  bool shareCapRings = true;
+};
+
+/// Replaces points, faces and uvs by those of the whole shape, and the normals by as many zeros as
+/// there are face-vertices, for one of the builders of normals or the caller to fill.
+VELA_API void buildRevolveMesh(MeshSample& mesh, const RevolveShape& shape);
 /// @}
 
 }  // namespace vela

@@ -531,4 +531,55 @@ TEST(BuildRevolveMeshFaces, IndicesThatNameNoPointAreLeftAlone) {
   EXPECT_EQ(m.normals.back(), Vec3<float>(0, 0, 1));
 }
 
+TEST(MeshBuilders, WholeSphereIsClosedAndTouchesItsEllipsoid) {
+  for (const unsigned rows : {2u, 3u, 9u}) {
+    MeshSample mesh;
+    mesh.points = {{9, 9, 9}};
+    mesh.normals = {{9, 9, 9}};
+    vela::buildSphereMesh(mesh, rows, 12, {1, 2, 3});
+    EXPECT_EQ(mesh.nPoints(), 2 + (rows - 1) * 12u);
+    EXPECT_EQ(mesh.nFaces(), rows * 12u);
+    EXPECT_EQ(mesh.uvs.size(), mesh.nVerts());
+    EXPECT_EQ(mesh.normals.size(), mesh.nVerts());
+    for (const Vec3<float>& p : mesh.points.view())
+      EXPECT_NEAR((p / Vec3<float>(1, 2, 3)).length(), 1, 1e-6);
+    for (const Vec3<float>& n : mesh.normals.view()) EXPECT_NEAR(n.length(), 1, 1e-6);
+    for (const tarn::Vec2f& uv : mesh.uvs.view())
+      EXPECT_TRUE(uv.x > -1e-5f && uv.x < 1.00001f && uv.y > -1e-5f && uv.y < 1.00001f);
+    for (const auto& edge : topologyOf(mesh).edges()) EXPECT_EQ(edge.faceCount, 2);
+  }
+}
+
+TEST(MeshBuilders, WholeCylinderIsThePartsInOne) {
+  for (const bool shared : {false, true})
+    for (const bool caps : {false, true}) {
+      const Vec3<float> scale(2, 3, 0.5f);
+      MeshSample parts, whole;
+      vela::buildCylinderMesh(whole, 4, 7, scale, caps, caps, shared);
+      vela::buildRevolveMeshFaces(parts, 4, 7, caps, caps, shared);
+      parts.points.resize(5 * 7 + (caps ? 2 * (shared ? 1 : 8) : 0));
+      vela::buildRevolveMeshPoints(
+          parts, 4, 7, [](int) { return 1.0f; },
+          [](int row) { return 0.5f * static_cast<float>(row) - 1.0f; }, scale, caps, caps, shared);
+      parts.uvs.resize(parts.nVerts());
+      vela::buildRevolveMeshUVs(parts, 4, 7, 360, 180, caps, caps, false, false);
+      parts.normals.resize(parts.nVerts());
+      vela::buildCylinderMeshNormals(parts, 4, 7, scale, caps, caps);
+      EXPECT_EQ(whole.points, parts.points);
+      EXPECT_EQ(whole.uvs, parts.uvs);
+      EXPECT_EQ(whole.normals, parts.normals);
+      EXPECT_EQ(indices(whole), indices(parts));
+    }
+}
+
+TEST(MeshBuilders, WholeShapesWithoutRowsOrTooLargeChangeNothing) {
+  MeshSample mesh;
+  mesh.points = {{1, 2, 3}};
+  vela::buildSphereMesh(mesh, 1, 8, Vec3<float>(1.0f));
+  vela::buildCylinderMesh(mesh, 0, 8, Vec3<float>(1.0f), true, true, true);
+  EXPECT_THROW(vela::buildSphereMesh(mesh, 100000, 100000, Vec3<float>(1.0f)), std::length_error);
+  EXPECT_EQ(mesh.points, ovo::Array<Vec3<float>>({{1, 2, 3}}));
+  EXPECT_EQ(mesh.nFaces(), 0u);
+}
+
 }  // namespace
