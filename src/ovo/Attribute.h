@@ -51,6 +51,18 @@ struct PrimNode;
 }
 
 /// A handle: copies name the same attribute and keep the stage alive.
+///
+/// \code
+///   const std::shared_ptr<ovo::Stage> stage = ovo::Stage::createInMemory();
+///   const ovo::Attribute radius = stage->definePrim("/Ball", "Sphere").getAttr("radius");
+///   double value = 0.0;
+///   assert(radius.get(value) && value == 1.0);  // the fallback of a Sphere
+///   radius.set(2.0, 10.0);
+///   radius.set(4.0, 20.0);
+///   assert(radius.get(value, 15.0) && value == 3.0);  // between two samples
+///   std::string text;
+///   assert(!radius.get(text));  // a number does not read as text
+/// \endcode
 class OVO_API Attribute {
  public:
   /// An attribute of nothing: not valid, every read and write fails.

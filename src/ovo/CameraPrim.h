@@ -38,6 +38,17 @@ struct CameraParameters {
 /// A prim of type Camera.
 ///
 /// Threads: as Prim.
+///
+/// \code
+///   const std::shared_ptr<ovo::Stage> stage = ovo::Stage::createInMemory();
+///   const ovo::CameraPrim camera = ovo::CameraPrim::define(stage, "/Camera");
+///   ovo::CameraParameters parameters;
+///   parameters.focalLength = 3.5;  // in scene units
+///   camera.setParameters(parameters);
+///   assert(camera.getParameters().focalLength == 3.5);
+///   float stored = 0.0f;
+///   assert(camera.getAttr("focalLength").get(stored) && stored == 35.0f);  // in tenths of a unit
+/// \endcode
 class OVO_API CameraPrim : public XformablePrim {
  public:
   CameraPrim() noexcept;

@@ -21,6 +21,18 @@
 namespace ovo {
 
 /// A prim of type Mesh.
+///
+/// \code
+///   const std::shared_ptr<ovo::Stage> stage = ovo::Stage::createInMemory();
+///   const ovo::MeshPrim mesh = ovo::MeshPrim::define(stage, "/Triangle");
+///   mesh.setPoints({{0, 0, 0}, {2, 0, 0}, {0, 1, 0}});
+///   mesh.createFaceVertexCountsAttr().set(ovo::Array<int>{3});
+///   mesh.createFaceVertexIndicesAttr().set(ovo::Array<int>{0, 1, 2});
+///   ovo::Array<int> counts, indices;
+///   bool reverseWinding = false;
+///   assert(mesh.getFaceTopology(counts, indices, reverseWinding) && counts.size() == 1);
+///   assert(mesh.getBoundsBox().max == tarn::Vec3f(2, 1, 0));
+/// \endcode
 class OVO_API MeshPrim : public XformablePrim {
  public:
   MeshPrim() noexcept;

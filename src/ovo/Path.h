@@ -17,6 +17,12 @@ namespace ovo {
 
 /// Names joined by '/'. A Path keeps any text as it is and never checks it: a text that is no
 /// address simply finds no prim. Cheap to copy and to compare.
+///
+/// \code
+///   const ovo::Path chair("/World/Chair");
+///   assert(chair.parent() == ovo::Path("/World") && chair.name() == ovo::Token("Chair"));
+///   assert(chair.child("Leg").hasPrefix(chair) && !ovo::Path("/World/Chairs").hasPrefix(chair));
+/// \endcode
 class OVO_API Path {
  public:
   /// The empty path, the address of nothing.

@@ -23,6 +23,14 @@ namespace ovo {
 /// an attribute that may.
 ///
 /// Threads: as Prim.
+///
+/// \code
+///   const std::shared_ptr<ovo::Stage> stage = ovo::Stage::createInMemory();
+///   const ovo::PointInstancerPrim trees = ovo::PointInstancerPrim::define(stage, "/Trees");
+///   trees.createAttr("protoIndices", "int[]").set(ovo::Array<int>{0, 0, 1});
+///   trees.setInactiveIds({1});  // without ids an instance is known by its index
+///   assert(trees.computeMask() == std::vector<bool>({true, false, true}));
+/// \endcode
 class OVO_API PointInstancerPrim : public XformablePrim {
  public:
   /// What takes instances away.

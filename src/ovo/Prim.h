@@ -24,6 +24,18 @@ class Stage;
 
 /// A handle: copies name the same prim and keep the stage alive. A Prim that is not valid answers
 /// every question with nothing, false or an empty value.
+///
+/// \code
+///   const std::shared_ptr<ovo::Stage> stage = ovo::Stage::createInMemory();
+///   const ovo::Prim chair = stage->definePrim("/World/Chair", "Xform");
+///   chair.createAttr("price", "float").set(120.0f);
+///   float price = 0.0f;
+///   assert(chair.getAttr("price").get(price) && price == 120.0f);
+///   std::vector<ovo::Prim> children;
+///   chair.parent().getChildren(children);
+///   assert(children.size() == 1 && children[0] == chair);
+///   assert(!chair.getChild("Leg").isValid());
+/// \endcode
 class OVO_API Prim {
  public:
   Prim() noexcept;

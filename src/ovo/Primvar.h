@@ -12,6 +12,17 @@
 namespace ovo {
 
 /// An attribute with an interpolation and, possibly, a list of indices into its values.
+///
+/// \code
+///   const std::shared_ptr<ovo::Stage> stage = ovo::Stage::createInMemory();
+///   const ovo::MeshPrim mesh = ovo::MeshPrim::define(stage, "/Mesh");
+///   const ovo::Primvar st = mesh.createPrimvar("st", "texCoord2f[]", "faceVarying");
+///   st.set(ovo::Array<tarn::Vec2f>{{0, 0}, {1, 0}, {1, 1}});
+///   st.setIndices({2, 0});
+///   ovo::Array<tarn::Vec2f> values;
+///   assert(st.computeFlattened(values) && values.size() == 2);
+///   assert(values.view()[0] == tarn::Vec2f(1, 1));
+/// \endcode
 class OVO_API Primvar : public Attribute {
  public:
   Primvar() noexcept;

@@ -28,6 +28,15 @@ class StageData;
 /// Edits are kept in memory, above all opinions of the file, and seen by this stage alone;
 /// exportTo() writes them. A file that several stages have open is read once: what changes on disk
 /// shows when no stage has it open any more.
+///
+/// \code
+///   std::string why;
+///   const std::shared_ptr<ovo::Stage> stage = ovo::Stage::open("examples/demo/demo.usda", &why);
+///   if (!stage) throw std::runtime_error(why);
+///   for (const std::string& problem : stage->problems()) std::cerr << problem << '\n';
+///   assert(stage->getDefaultPrim().getPath() == ovo::Path("/Demo"));
+///   assert(!ovo::Stage::open("missing.usda", &why) && !why.empty());
+/// \endcode
 class OVO_API Stage : public std::enable_shared_from_this<Stage> {
  public:
   /// Opens a scene file: .usd, .usda, .usdc or .usdz.

@@ -28,6 +28,12 @@ using SharedTextPtr = std::shared_ptr<const SharedText>;
 
 /// A word that is cheap to copy and to compare: one pointer to shared text with its hash.
 /// Every text is a Token, also the empty one and one with zero bytes in it.
+///
+/// \code
+///   const ovo::Token a("points"), b = a;
+///   assert(a == b && a.asString() == "points" && a.hash() == b.hash());
+///   assert(ovo::Token().isEmpty() && ovo::Token("a") < ovo::Token("ab"));
+/// \endcode
 class OVO_API Token {
  public:
   /// The empty token.

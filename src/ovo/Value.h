@@ -9,6 +9,13 @@
 
 namespace ovo {
 
+/// The kinds of single values that calls without a C++ type for them take by code.
+///
+/// \code
+///   assert(ovo::Value::getTypeName(ovo::Value::float3) == "float3");
+///   assert(ovo::Value::getNumDataElements(ovo::Value::color4f) == 4);
+///   assert(ovo::Value::getTypeName(18).empty());
+/// \endcode
 class OVO_API Value {
  public:
   enum Type : int {

@@ -20,6 +20,15 @@ namespace ovo {
 /// stands where they stand.
 ///
 /// Threads: as Prim.
+///
+/// \code
+///   const std::shared_ptr<ovo::Stage> stage = ovo::Stage::createInMemory();
+///   const ovo::XformablePrim chair(stage->definePrim("/Chair", "Xform"));
+///   tarn::Mat4d parentFromChair;
+///   parentFromChair.translate(1, 2, 3);
+///   assert(chair.isValid() && chair.setLocalXform(parentFromChair));
+///   assert(chair.getLocalXform() == parentFromChair);
+/// \endcode
 class OVO_API XformablePrim : public Prim {
  public:
   XformablePrim() noexcept;
@@ -45,6 +54,19 @@ class OVO_API XformablePrim : public Prim {
 /// Local-to-world matrices at one time, each computed once.
 ///
 /// Threads: one cache belongs to one thread at a time.
+///
+/// \code
+/// #include "tarn/Constants.h"
+///   const std::shared_ptr<ovo::Stage> stage = ovo::Stage::createInMemory();
+///   const ovo::XformablePrim room(stage->definePrim("/Room", "Xform"));
+///   const ovo::XformablePrim chair(stage->definePrim("/Room/Chair", "Xform"));
+///   tarn::Mat4d turned, moved;
+///   room.setLocalXform(turned.rotateZ(tarn::kPi<double> / 2));
+///   chair.setLocalXform(moved.translate(1, 0, 0));
+///   ovo::XformCache cache;
+///   const tarn::Vec3d position = cache.getLocalToWorld(chair).transformPoint({});
+///   assert((position - tarn::Vec3d(0, 1, 0)).length() < 1e-15);
+/// \endcode
 class OVO_API XformCache {
  public:
   enum Reading {

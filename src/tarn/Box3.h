@@ -18,6 +18,15 @@
 
 namespace tarn {
 
+/// Two opposite corners.
+///
+/// \code
+///   tarn::Box3f box;
+///   assert(box.isEmpty());
+///   for (const tarn::Vec3f& p : {tarn::Vec3f(1, 0, 0), tarn::Vec3f(-1, 4, 2)}) box.extendBy(p);
+///   assert(box.center() == tarn::Vec3f(0, 2, 1) && box.majorAxis() == 1);
+///   assert(box.intersects({1, 4, 2}) && !box.intersects({1.5f, 4, 2}));
+/// \endcode
 template <class T>
 struct Box3 {
   /// Empty by default: the largest finite minimum and the lowest finite maximum, so that extending

@@ -11,6 +11,13 @@ namespace tarn {
 /// FNV-1a over bytes, finished by the mixer of SplitMix64 so that low bits are usable as table
 /// indices. Sources: Fowler, Noll and Vo; Steele, Lea and Flood, Fast Splittable Pseudorandom
 /// Number Generators, OOPSLA 2014.
+///
+/// \code
+///   tarn::Hash one, other;
+///   one.append(7);
+///   other.append("\x07\0\0\0", 4);
+///   assert(one.value() == other.value());  // lowest byte first on every platform
+/// \endcode
 class Hash {
  public:
   /// Appends the four bytes of `v`, lowest first, on every platform.

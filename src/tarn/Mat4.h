@@ -19,6 +19,17 @@
 
 namespace tarn {
 
+/// A transform of points, directions or homogeneous positions.
+///
+/// \code
+///   tarn::Mat4d worldFromObject;
+///   worldFromObject.translate(10, 0, 0).scale(2, 2, 2);  // scales first, then moves
+///   assert(worldFromObject.transformPoint({1, 0, 0}) == tarn::Vec3d(12, 0, 0));
+///   assert(worldFromObject.transformVector({1, 0, 0}) == tarn::Vec3d(2, 0, 0));
+///   const tarn::Mat4d objectFromWorld = worldFromObject.inverse();
+///   assert(objectFromWorld * worldFromObject == tarn::Mat4d::getIdentity());
+///   assert(worldFromObject[12] == 10);
+/// \endcode
 template <class T>
 class Mat4 {
  public:

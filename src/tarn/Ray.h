@@ -12,6 +12,12 @@ namespace tarn {
 
 /// The direction need not have unit length; distances are multiples of it. Which ends of the range
 /// are closed is said by each test.
+///
+/// \code
+///   const tarn::Ray3d ray({0, 0, 5}, {0, 0, -2});
+///   assert(ray.origin + ray.direction * 2.5 == tarn::Vec3d(0, 0, 0));
+///   assert(ray.minDistance == 0 && ray.maxDistance > 1e300);
+/// \endcode
 template <class T>
 struct Ray {
   Vec3<T> origin;

@@ -16,6 +16,12 @@
 
 namespace tarn {
 
+/// Two components.
+///
+/// \code
+///   const tarn::Vec2f uv = tarn::Vec2f(3, 4) / 5.0f;
+///   assert(uv == tarn::Vec2f(0.6f, 0.8f) && uv[1] == uv.y);
+/// \endcode
 template <class T>
 struct Vec2 {
   T x{}, y{};
@@ -44,6 +50,16 @@ struct Vec2 {
   }
 };
 
+/// Three components: positions, directions, normals, colours.
+///
+/// \code
+///   const tarn::Vec3d x(1, 0, 0), y(0, 1, 0);
+///   assert(cross(x, y) == tarn::Vec3d(0, 0, 1) && dot(x, y) == 0);
+///   tarn::Vec3d v = x + 2 * y;
+///   assert(v.lengthSquared() == 5 && v.normalize() == std::sqrt(5.0));  // v has length 1 now
+///   const tarn::Vec3f narrowed(v);  // between element types by name only
+///   assert(std::abs(narrowed.length() - 1.0f) < 1e-6f && isFinite(narrowed));
+/// \endcode
 template <class T>
 struct Vec3 {
   T x{}, y{}, z{};
@@ -99,6 +115,12 @@ struct Vec3 {
   }
 };
 
+/// Four components: homogeneous positions, quaternions (w real), colours with alpha.
+///
+/// \code
+///   const tarn::Vec4d clip(2, 4, 6, 2);
+///   assert(clip.wNormalized() == tarn::Vec4d(1, 2, 3, 1));
+/// \endcode
 template <class T>
 struct Vec4 {
   T x{}, y{}, z{}, w{};

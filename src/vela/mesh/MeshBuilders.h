@@ -93,7 +93,7 @@ VELA_API void buildCylinderMesh(MeshSample& mesh, unsigned int rows, unsigned in
 /// Writes the points: bottom pole and (unless shared) the bottom cap's own ring, rings 0 to rows,
 /// the top cap's own ring (unless shared) and the top pole.
 ///
-/// \param radius, height of a ring by its index. Also asked for -1 and rows + 1 where there are caps:
+/// \param radius, height of a ring by its index. Also asked for -1 and rows + 1 if there are caps:
 ///                       a radius that is the same there means a flat cap, whose pole lies at the
 ///                       height of the last ring, any other a pointed one with its pole one row
 ///                       further

@@ -37,6 +37,18 @@ namespace vela {
 /// prims above apply.
 ///
 /// Threads: as any value; reading one sample from several threads is safe.
+///
+/// \code
+///   vela::MeshSample mesh;
+///   mesh.points = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
+///   mesh.addQuad(0, 1, 2, 3);
+///   const std::shared_ptr<ovo::Stage> stage = ovo::Stage::createInMemory();
+///   ovo::MeshPrim prim = ovo::MeshPrim::define(stage, "/Square");
+///   assert(mesh.setMeshPrimFaceTopology(prim) && mesh.setMeshPrimPointsAndBounds(prim, true));
+///   const vela::MeshSample read(prim, tarn::defaultTimeValue());
+///   assert(read.points == mesh.points && read.nFaces() == 1 && read.nVerts() == 4);
+///   assert(read.normals.view()[0] == tarn::Vec3f(0, 0, 1));  // computed: the prim has none
+/// \endcode
 class VELA_API MeshSample {
  public:
   /// All empty; the transforms are the identity, the time is the default time.

@@ -22,13 +22,16 @@ bool tooManyCells(std::int64_t x, std::int64_t y, std::int64_t z) {
   return x * y > kMaxCells || x * y * z > kMaxCells;
 }
 
-// KEEP(mirrored-cell): a position below the minimum takes the cell of its mirror image; callers
-// rely on finding something there, and the candidates are only candidates. Truncation is floor
-// here: the product is never negative (a box without extent has no cells per unit to speak of).
+// KEEP(mirrored-cell): a position below the minimum takes the cell of its mirror image. Positions
+// that rounding puts just below the box so find what lies just inside it, and callers that look
+// further outside rely on getting candidates at all; which are near is for them to measure.
+//
+// Truncation is floor here, since the product is never negative. An axis without extent has an
+// infinite or NaN count of cells per unit, and no cell.
 std::int32_t cellAlong(float p, float min, float cellsPerUnit) {
   const float cell = std::fabs(p - min) * cellsPerUnit;
-  // What converts as it is needs one comparison pair; NaN and what is out of range takes the longer
-  // way.
+  // A pair of comparisons lets the common case through; NaN and what is out of range is rare and
+  // may take longer.
   return cell >= 0.0f && cell < 2147483648.0f ? static_cast<std::int32_t>(cell)
                                               : tarn::truncToInt32(cell);
 }
@@ -59,12 +62,11 @@ tarn::Vec3<int> NearestPointQuery::cellID(const tarn::Vec3<float>& position) con
 
 void NearestPointQuery::addPoints(const tarn::Vec3<float>* points, std::size_t count) {
   if (points == nullptr) count = 0;
-  count = std::min<std::size_t>(count, kNoPoint);  // a number must stay free to mean "no point"
+  count = std::min<std::size_t>(count, kNoPoint);  // one index must stay free to mean "no point"
   const std::size_t cells = static_cast<std::size_t>(cellCountX * cellCountY * cellCountZ);
 
-  // The cell of each point, and how many points each cell has. Compared unsigned, so that
-  // coordinates which are no number at all (they convert to the lowest int) are dropped with those
-  // beyond the last cell.
+  // The cell of each point, and how many points each cell has. Compared unsigned, so that NaN,
+  // which converts to the lowest int, is dropped with what lies beyond the last cell.
   std::vector<std::uint32_t> cellOfPoint(count);
   cellStart.assign(cells + 1, 0);
   const auto nx = static_cast<std::uint32_t>(cellCountX),
@@ -100,7 +102,7 @@ void NearestPointQuery::getNeighbours(const tarn::Vec3<float>& position,
   ids.clear();
   if (pointIds.empty()) return;
   const tarn::Vec3<int> id = cellID(position);
-  // More than one cell beyond the last, or no number (which converts to the lowest int).
+  // More than one cell beyond the last, or NaN (which converts to the lowest int).
   const auto outside = [](int cell, int cellCount) {
     return static_cast<std::uint32_t>(cell) > static_cast<std::uint32_t>(cellCount);
   };

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tarn/Box3.h"
+#include "tarn/Span.h"
 #include "tarn/Vec.h"
 #include "vela/Api.h"
 
@@ -25,17 +26,27 @@ namespace vela {
 /// are not finite put nothing into cells and find nothing.
 ///
 /// Threads: queries are const and safe from several threads; addPoints needs the query to itself.
+///
+/// \code
+///   const std::vector<tarn::Vec3f> points = {{0.1f, 0.1f, 0.1f}, {0.9f, 0.9f, 0.9f}};
+///   vela::NearestPointQuery query(tarn::Box3f({0, 0, 0}, {1, 1, 1}), 0.25f);
+///   query.addPoints(points);
+///   std::vector<unsigned int> candidates;
+///   query.getNeighbours({0.2f, 0.2f, 0.2f}, candidates);
+///   assert(candidates == std::vector<unsigned int>{0});
+/// \endcode
 class VELA_API NearestPointQuery {
  public:
-  /// Lays the grid: floor(extent / cellSize) cells an axis, at least one; while there are more than
-  /// 1,000,000 in all, every count is halved and raised by one, so that cells may end up larger
-  /// than asked for. A size that gives no count (zero, negative, not finite, or more cells than an
-  /// int can count) gives one cell along that axis.
+  /// Makes the grid: floor(extent / cellSize) cells an axis, at least one; while there are more
+  /// than 1,000,000 in all, every count is halved and raised by one, so that cells may end up
+  /// larger than asked for. A size that gives no count (zero, negative, not finite, or more cells
+  /// than an int can count) gives one cell along that axis.
   NearestPointQuery(const tarn::Box3<float>& bounds, float cellSize);
 
   /// Replaces the points. Point i is known by i from now on; the positions themselves are not kept.
   /// Two linear passes; 4 bytes a point and 4 a cell stay, 4 a point more are used meanwhile.
   void addPoints(const tarn::Vec3<float>* points, std::size_t count);
+  void addPoints(tarn::Span<const tarn::Vec3f> points) { addPoints(points.data(), points.size()); }
 
   /// Fills `ids`, emptied first, with the points of the up to 27 cells around a position: cells
   /// with x slowest and z fastest, the points of a cell in ascending order, none twice. Empty
@@ -48,7 +59,7 @@ class VELA_API NearestPointQuery {
   tarn::Box3<float> bounds;
   std::int32_t cellCountX = 1, cellCountY = 1, cellCountZ = 1;
   float cellsPerUnitX = 0, cellsPerUnitY = 0, cellsPerUnitZ = 0;  ///< cell count / extent
-  /// Point numbers by cell; cell (x, y, z) is number (x * cellCountY + y) * cellCountZ + z.
+  /// Point indices by cell; cell (x, y, z) has index (x * cellCountY + y) * cellCountZ + z.
   std::vector<std::uint32_t> pointIds;
   /// Cell k holds pointIds[cellStart[k]] up to but not including pointIds[cellStart[k + 1]]; all
   /// bits set before the first addPoints. One entry more than there are cells.

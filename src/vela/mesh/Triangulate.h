@@ -15,6 +15,7 @@
 
 #include <vector>
 
+#include "tarn/Span.h"
 #include "tarn/Vec.h"
 #include "vela/Api.h"
 
@@ -39,16 +40,23 @@ VELA_API void Triangulate(const tarn::Vec3<float>* points, const int* indices, i
 /// The polygon is seen along the axis in which it is widest (the largest component of its Newell
 /// normal), so the coordinates stay the given floats, and every decision is the exact sign of an
 /// area of three of them: there is no tolerance. Seen so:
-/// - a simple polygon is covered once by its triangles. Concave and straight corners, corners that
-/// coincide, corners on
-///   edges, holes joined to the outline by a pair of coinciding edges and spikes of no width are
-///   all simple in this sense. No triangle is turned over. Triangles without area come only where
-///   the polygon has nothing else left to cut;
-/// - a polygon that crosses itself is cut all the same, with triangles whose signed areas add up to
-/// its signed area; some
-///   may overlap or be turned over;
+/// - a simple polygon is covered once by its triangles, and none of them is turned over. Simple in
+///   this sense are also concave and straight corners, corners that coincide, corners on edges,
+///   holes that a pair of coinciding edges joins to the outline, and spikes of no width. Triangles
+///   without area come only where the polygon has nothing else left to cut;
+/// - a polygon that crosses itself is cut all the same. The signed areas of its triangles add up to
+///   its own; some may overlap or be turned over;
 /// - the answer does not change when all coordinates are multiplied by a power of two.
+///
 /// A polygon with a NaN or an infinity is cut as a fan from corner 0.
+///
+/// \code
+///   const std::vector<tarn::Vec3f> points = {{0, 0, 0}, {4, 0, 0}, {1, 1, 0}, {0, 4, 0}};
+///   const std::vector<int> arrow = {0, 1, 2, 3};  // concave at corner 2
+///   std::vector<int> triangles;
+///   vela::triangulatePolygon(points, arrow, triangles);
+///   assert(triangles == std::vector<int>({0, 1, 2, 0, 2, 3}));
+/// \endcode
 ///
 /// Time is about n log n for ordinary outlines of n corners and quadratic at worst while the
 /// polygon is simple. Sources: Meisters, Polygons Have Ears, AMM 82(6), 1975; Shewchuk, Adaptive
@@ -56,5 +64,10 @@ VELA_API void Triangulate(const tarn::Vec3<float>* points, const int* indices, i
 /// Z-order curve follows Held, FIST, Algorithmica 30, 2001, in spirit.
 VELA_API void triangulatePolygon(const tarn::Vec3<float>* points, const int* indices, int count,
                                  std::vector<int>& triangles);
+/// As above; \p corners has at most as many as an int counts.
+inline void triangulatePolygon(tarn::Span<const tarn::Vec3f> points, tarn::Span<const int> corners,
+                               std::vector<int>& triangles) {
+  triangulatePolygon(points.data(), corners.data(), static_cast<int>(corners.size()), triangles);
+}
 
 }  // namespace vela
