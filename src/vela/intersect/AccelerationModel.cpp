@@ -4,6 +4,7 @@
 #include <cstring>
 #include <type_traits>
 
+#include "ovo/Faces.h"
 #include "tarn/Hash.h"
 #include "vela/intersect/detail/FaceCheck.h"
 #include "vela/intersect/detail/Kernels.h"
@@ -45,21 +46,22 @@ void TriangleAccelerationModel::initialize(const ovo::Array<int>& faceVertexCoun
   triangles_.reserve(faceVertexCounts.size());
   const tarn::Vec3<float>* const at = points_.cdata();
   std::vector<int> triplets;
-  detail::forEachUsableFace(
-      faceVertexCounts, faceVertexIndices, points_.size(), [&](int face, const int* i, int count) {
-        if (detail::hasNan(at, i, count)) return true;
-        if (count == 3) {
-          triangles_.push_back({i[0], i[1], i[2], face});
-        } else if (count == 4) {
-          triangles_.push_back({i[0], i[1], i[2], face});
-          triangles_.push_back({i[2], i[3], i[0], face});
-        } else {
-          Triangulate(at, i, count, triplets);
-          for (std::size_t k = 0; k + 2 < triplets.size(); k += 3)
-            triangles_.push_back({i[triplets[k]], i[triplets[k + 1]], i[triplets[k + 2]], face});
-        }
-        return true;
-      });
+  for (const ovo::Face i : ovo::Faces(faceVertexCounts, faceVertexIndices)) {
+    if (!i.isUsable(points_.size()) || detail::hasNan(at, i)) continue;
+    const int face = static_cast<int>(i.index());
+    if (i.size() == 3) {
+      triangles_.push_back({i[0], i[1], i[2], face});
+    } else if (i.size() == 4) {
+      triangles_.push_back({i[0], i[1], i[2], face});
+      triangles_.push_back({i[2], i[3], i[0], face});
+    } else {
+      Triangulate(at, i.data(), static_cast<int>(i.size()), triplets);
+      for (std::size_t k = 0; k + 2 < triplets.size(); k += 3) {
+        const auto corner = [&](std::size_t n) { return i[static_cast<std::size_t>(triplets[n])]; };
+        triangles_.push_back({corner(k), corner(k + 1), corner(k + 2), face});
+      }
+    }
+  }
 }
 
 std::size_t TriangleAccelerationModel::size() const { return triangles_.size(); }

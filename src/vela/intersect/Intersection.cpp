@@ -134,37 +134,37 @@ bool Intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray,
   std::vector<int> triangles;
   const tarn::Vec3<float>* const at = points.cdata();
 
-  detail::forEachUsableFace(
-      counts, indices, points.size(), [&](int face, const int* corners, int count) {
-        bool hit = false;
-        const auto test = [&](int a, int b, int c) {
-          return detail::hitTriangle(ray, at[corners[a]], at[corners[b]], at[corners[c]], scratch);
-        };
-        if (count == 3) {
-          hit = test(0, 1, 2);
-        } else if (count == 4) {
-          // Asked on hits only: a triangle with a NaN is never hit, but one half of a quad may be
-          // without.
-          hit = (test(0, 1, 2) || test(2, 3, 0)) && !detail::hasNan(at, corners, 4);
-        } else {
-          // KEEP(polygon-last-hit): every triangle is tested and a later hit replaces an earlier
-          // one, though only a folded polygon is hit twice; callers rely on it.
-          Triangulate(at, corners, count, triangles);
-          for (std::size_t k = 0; k + 2 < triangles.size(); k += 3)
-            if (test(triangles[k], triangles[k + 1], triangles[k + 2])) hit = true;
-        }
+  for (const ovo::Face face : ovo::Faces(counts, indices)) {
+    if (!face.isUsable(points.size())) continue;
+    bool hit = false;
+    const auto test = [&](int a, int b, int c) {
+      const int* const corners = face.data();
+      return detail::hitTriangle(ray, at[corners[a]], at[corners[b]], at[corners[c]], scratch);
+    };
+    if (face.size() == 3) {
+      hit = test(0, 1, 2);
+    } else if (face.size() == 4) {
+      // Asked on hits only: a triangle with a NaN is never hit, but one half of a quad may be
+      // without.
+      hit = (test(0, 1, 2) || test(2, 3, 0)) && !detail::hasNan(at, face);
+    } else {
+      // KEEP(polygon-last-hit): every triangle is tested and a later hit replaces an earlier
+      // one, though only a folded polygon is hit twice; callers rely on it.
+      Triangulate(at, face.data(), static_cast<int>(face.size()), triangles);
+      for (std::size_t k = 0; k + 2 < triangles.size(); k += 3)
+        if (test(triangles[k], triangles[k + 1], triangles[k + 2])) hit = true;
+    }
 
-        // KEEP(untouched-record-no-hit): without `hit`, a ray that reaches to infinity would accept
-        // the record of a missed face, whose distance is the largest finite float.
-        if (hit && best > scratch.distance && scratch.distance > ray.minDistance) {
-          result = scratch;
-          result.faceIndex = face;
-          result.hit = true;
-          best = scratch.distance;
-          if (!ctx.nearestHit) return false;
-        }
-        return true;
-      });
+    // KEEP(untouched-record-no-hit): without `hit`, a ray that reaches to infinity would accept
+    // the record of a missed face, whose distance is the largest finite float.
+    if (hit && best > scratch.distance && scratch.distance > ray.minDistance) {
+      result = scratch;
+      result.faceIndex = static_cast<int>(face.index());
+      result.hit = true;
+      best = scratch.distance;
+      if (!ctx.nearestHit) break;
+    }
+  }
   return ray.maxDistance > best;
 }
 

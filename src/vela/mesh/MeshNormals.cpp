@@ -5,8 +5,11 @@
 #include <cstdint>
 #include <vector>
 
+#include "ovo/Faces.h"
+#include "tarn/Area.h"
 #include "tarn/Convert.h"
 #include "tarn/Lanes.h"
+#include "tarn/Span.h"
 
 namespace vela {
 
@@ -15,7 +18,7 @@ namespace {
 using tarn::Vec2;
 using tarn::Vec3;
 
-// One pass without branches, so that the loops behind it need none: negative numbers become huge
+// One pass without branches, so that the loops behind it need none: negative indices become huge
 // unsigned ones.
 bool allNamePoints(const int* indices, std::size_t count, std::size_t nPoints) {
   std::uint32_t largest = 0;
@@ -29,8 +32,7 @@ const Vec3<float>& at(const Vec3<float>* points, int index) {
 }
 
 Vec3<float> triangleNormal(const Vec3<float>* points, const int* f) {
-  const Vec3<float>& p0 = at(points, f[0]);
-  return cross(at(points, f[1]) - p0, at(points, f[2]) - p0);
+  return tarn::areaVector(at(points, f[0]), at(points, f[1]), at(points, f[2]));
 }
 
 // The sum of normals and the number of faces of one point in one 16-byte record, so that a corner
@@ -148,6 +150,7 @@ bool calcPointNormals(std::size_t nPoints, const Vec3<float>* points, std::size_
   } else if (quads) {
     for (std::size_t face = 0; face < nFaces; ++face) addQuad(points, indices + 4 * face, last, to);
   } else {
+    // The walk of ovo::Faces, but that it takes four quads at once.
     std::size_t cursor = 0;
     const IntLanes<4> four = IntLanes<4>::broadcast(4);
     for (std::size_t face = 0; face < nFaces && cursor < nVerts; ++face) {
@@ -199,8 +202,8 @@ bool calcVertexNormals(std::size_t nPoints, const Vec3<float>* points, std::size
 
   const bool checked = allNamePoints(indices, nVerts, nPoints);
   // KEEP(short-face-cursor): a face of fewer than three vertices leaves the cursor where it is, so
-  // the faces after it read shifted indices; callers rely on this function's answer for such
-  // meshes.
+  // the faces after it read shifted indices. Normals that were computed of such meshes, and lie in
+  // files beside their points, must come out the same. All other walks go through ovo::Faces.
   const auto forEachFace = [&](auto&& use) {
     std::size_t cursor = 0;
     for (std::size_t face = 0; face < nFaces && cursor < nVerts; ++face) {
@@ -227,7 +230,8 @@ bool calcVertexNormals(std::size_t nPoints, const Vec3<float>* points, std::size
   });
 
   // Each corner sums those that pass. KEEP(weighted-threshold): the entries keep their length in
-  // the test, so that a large neighbour passes more easily.
+  // the test, so that a large neighbour passes more easily. Thresholds in use were chosen with that
+  // in effect: normalising here would move every edge that they smooth.
   const float limit = 1.0f - std::clamp(std::fabs(threshold), 0.0f, 2.0f);
   forEachFace([&](std::size_t first, std::size_t n) {
     const Vec3<float> unit = triangleNormal(points, indices + first).normalized();
@@ -242,23 +246,17 @@ bool calcVertexNormals(std::size_t nPoints, const Vec3<float>* points, std::size
   return true;
 }
 
-Vec3<float> getPosFromImplicitUV(const MeshTopology& topology, int face, const Vec2<float>& uv) {
-  const ovo::Array<std::int32_t>& counts = topology.vertsPerFace;
-  const ovo::Array<std::int32_t>& indices = topology.faceVertPointIndices;
-  if (face < 0 || static_cast<std::size_t>(face) >= counts.size()) return {};
+Vec3<float> getPosFromImplicitUV(const MeshTopology& topology, int index, const Vec2<float>& uv) {
+  const tarn::Span<const Vec3<float>> points = topology.points.view();
+  const tarn::Span<const std::int32_t> indices = topology.faceVertPointIndices.view();
+  if (index < 0 || static_cast<std::size_t>(index) >= topology.vertsPerFace.size()) return {};
 
   // Find the face, and see to it that all its corners are there.
-  std::size_t first = 0;
-  for (std::size_t f = 0; f < static_cast<std::size_t>(face); ++f)
-    if (counts[f] > 0) first += static_cast<std::size_t>(counts[f]);
-  if (counts[static_cast<std::size_t>(face)] <= 0) return {};
-  const auto n = static_cast<std::size_t>(counts[static_cast<std::size_t>(face)]);
-  if (first > indices.size() || n > indices.size() - first) return {};
-  const std::size_t nPoints = topology.points.size();
-  if (!allNamePoints(indices.cdata() + first, n, nPoints)) return {};
-  const auto corner = [&](std::size_t k) -> const Vec3<float>& {
-    return at(topology.points.cdata(), indices[first + k]);
-  };
+  const ovo::Face face =
+      ovo::Faces(topology.vertsPerFace, indices)[static_cast<std::size_t>(index)];
+  const std::size_t n = face.size();
+  if (n == 0 || !allNamePoints(face.data(), n, points.size())) return {};
+  const auto corner = [&](std::size_t k) -> const Vec3<float>& { return points[face[k]]; };
 
   float u = uv.x, v = uv.y;
   switch (n) {
@@ -279,7 +277,8 @@ Vec3<float> getPosFromImplicitUV(const MeshTopology& topology, int face, const V
   }
 
   // KEEP(unwrapped-corner): the corner at floor(n u) is not wrapped, so u = 1 reads the index
-  // behind the face; callers rely on it. Where there is no index, or it names no point, the border
+  // behind the face, which is the next face's first. Positions that were stored by (face, u, v)
+  // must come out where they were taken. Where there is no index, or it names no point, the border
   // closes instead.
   const float x = static_cast<float>(n) * u;
   const float floored = std::floor(x);
@@ -290,15 +289,12 @@ Vec3<float> getPosFromImplicitUV(const MeshTopology& topology, int face, const V
   const auto wrapped = [&](std::int64_t c) {
     return static_cast<std::size_t>((c % faceSize + faceSize) % faceSize);
   };
+  const auto first = static_cast<std::int64_t>(face.firstVertex());
   const auto readsAt = [&](std::int64_t c) {
-    const auto size = static_cast<std::int64_t>(indices.size()),
-               start = static_cast<std::int64_t>(first);
-    return c >= -start && c < size - start &&
-           allNamePoints(indices.cdata() + (start + c), 1, nPoints);
+    return c >= -first && c < static_cast<std::int64_t>(indices.size()) - first &&
+           allNamePoints(&indices[first + c], 1, points.size());
   };
-  const Vec3<float> a = readsAt(k) ? at(topology.points.cdata(),
-                                        indices.cdata()[static_cast<std::int64_t>(first) + k])
-                                   : corner(wrapped(k));
+  const Vec3<float> a = readsAt(k) ? points[indices[first + k]] : corner(wrapped(k));
   const Vec3<float> b = corner(wrapped(k + 1));
   Vec3<float> mean;
   for (std::size_t i = 0; i < n; ++i) mean += corner(i);

@@ -39,6 +39,9 @@ struct Extents {
 };
 
 // Calls use(first, n) for each face, in order, as far as the face-vertices go.
+// KEEP(cut-off-run): a face that reaches past the end of the indices takes what is left of them,
+// where ovo::Faces would make it empty. The values of a sample go with the indices as they are
+// stored, one for each, whatever the counts say.
 template <class Use>
 void forEachRun(const Extents& mesh, Use&& use) {
   std::size_t first = 0;
@@ -64,7 +67,7 @@ void readPrimvar(const ovo::Primvar& primvar, double time, const Extents& mesh,
   const ovo::Token interpolation = primvar.interpolation();
   const std::size_t nVerts = mesh.indices.size();
 
-  // Per face-vertex: as it is, turned round with the faces.
+  // Per face-vertex: as it is, or reversed with the faces.
   if (interpolation == t.faceVarying) {
     out = std::move(read);
     if (out.size() == nVerts && mesh.reverseWinding && nVerts > 1) {
@@ -192,8 +195,8 @@ bool MeshSample::sampleMeshPrim(const ovo::MeshPrim& prim, const double& sampleT
 
   // Primvars.
   if (readUVs) {
-    // KEEP(primars-st1): the name without its letter is looked for as it stands; there are files
-    // that have it.
+    // KEEP(primars-st1): the misspelt name is looked for as it stands, since there are files that
+    // have it.
     const ovo::Primvar uv =
         uvPrimvarName.isEmpty()
             ? findPrimvar(prim, {t.st, t.uv, t.map1, t.UVMap, ovo::Token("primvars:st0"),

@@ -701,4 +701,19 @@ TEST(MeshSample, EveryMeshOfTheSharedScenesIsSampledWithoutFault) {
   RecordProperty("samples", static_cast<int>(sampled));
 }
 
+// KEEP(cut-off-run): a face that reaches past the indices has the values of those that are there.
+TEST(MeshSample, ValuesOfAFaceThatIsCutOffStayWithItsIndices) {
+  const MeshPrim prim = textPrim(R"(
+  point3f[] points = [(0,0,0), (1,0,0), (1,1,0), (0,1,0), (2,0,0)]
+  int[] faceVertexCounts = [3, 4, 3]
+  int[] faceVertexIndices = [0,1,2, 1,4]
+  uniform token subdivisionScheme = "none"
+  texCoord2f[] primvars:st = [(7,0), (8,0), (9,0)] (interpolation = "uniform")
+)");
+  MeshSample mesh;
+  ASSERT_TRUE(sampleAll(mesh, prim));
+  const ovo::Array<Vec2<float>> expected = {{7, 0}, {7, 0}, {7, 0}, {8, 0}, {8, 0}};
+  EXPECT_EQ(mesh.uvs, expected);
+}
+
 }  // namespace

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "ovo/Faces.h"
+#include "tarn/Span.h"
 #include "vela/scene/PixelFinder.h"
 
 namespace vela::scene {
@@ -42,25 +44,19 @@ bool addVertices(GeoSelection& selection, const MeshEntry& entry, const Shape& s
   const Refinement* from = shape.refinement.get();
   const ovo::Array<int>&counts = from ? from->counts : shape.counts,
         &indices = from ? from->indices : shape.indices;
-  const Vec3<float>* points = shape.points.cdata();
+  const tarn::Span<const Vec3<float>> points = shape.points.view();
 
   std::vector<std::size_t> chosen;
-  std::size_t start = 0;
-  for (std::size_t f = 0; f < counts.size(); ++f) {
-    const int count = counts.cdata()[f];
-    const std::size_t corners = count > 0 ? static_cast<std::size_t>(count) : 0;
-    if (f < faces.size() && faces[f])
-      for (std::size_t c = start; c < start + corners; ++c) {
-        // A face that was hit has usable indices.
-        const auto point = static_cast<std::size_t>(indices.cdata()[c]);
-        const int shown = from ? from->refinedPointOf.cdata()[point] : static_cast<int>(point);
-        Vec2<double> pixel;
-        if (shown >= 0 &&
-            finder.find(entry.worldFromObject.transformPoint(Vec3<double>(points[shown])), pixel) &&
-            isInside(rect, pixel))
-          chosen.push_back(point);
-      }
-    start += corners;
+  for (const ovo::Face face : ovo::Faces(counts, indices)) {
+    if (face.index() >= faces.size() || !faces[face.index()]) continue;
+    for (const int point : face) {  // a face that was hit has usable indices
+      const int shown = from ? from->refinedPointOf.view()[point] : point;
+      Vec2<double> pixel;
+      if (shown >= 0 &&
+          finder.find(entry.worldFromObject.transformPoint(Vec3<double>(points[shown])), pixel) &&
+          isInside(rect, pixel))
+        chosen.push_back(static_cast<std::size_t>(point));
+    }
   }
   if (chosen.empty()) return false;
 

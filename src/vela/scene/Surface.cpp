@@ -4,8 +4,10 @@
 #include <array>
 #include <cmath>
 
+#include "ovo/Faces.h"
 #include "ovo/Tokens.h"
 #include "tarn/Area.h"
+#include "tarn/Span.h"
 #include "vela/scene/Refinement.h"
 
 namespace vela::scene {
@@ -21,14 +23,9 @@ constexpr Vec3<float> kNeutral{0.5f, 0.5f, 0.5f};
 Surface::Surface(const Shape& shape, double time, bool smooth) : shape_(shape), time_(time) {
   const ovo::Tokens& names = ovo::tokens();
 
-  // A face of a negative count takes no indices: the tracer never reports it, and later faces begin
-  // where they would without it.
   starts_.reserve(shape_.counts.size());
-  std::size_t start = 0;
-  for (const int count : static_cast<const ovo::Array<int>&>(shape_.counts)) {
-    starts_.push_back(start);
-    if (count > 0) start += static_cast<std::size_t>(count);
-  }
+  for (const ovo::Face corners : ovo::Faces(shape_.counts, shape_.indices))
+    starts_.push_back(corners.firstVertex());
 
   // A refined mesh has colours of its own, and none of the normals that the scene has for the
   // unrefined one.
@@ -238,35 +235,20 @@ float Surface::selection(int face, const Vec3<float>& objectPoint) const {
 // sharp each corner has its own sum, of the faces around its point that are turned little from its
 // own.
 void Surface::smoothNormals() {
-  const ovo::Array<Vec3<float>>& points = shape_.points;
-  const std::size_t faces = shape_.counts.size();
-  const auto cornersOf = [&](std::size_t f) {
-    const int count = shape_.counts.cdata()[f];
-    if (count < 3 || starts_[f] + static_cast<std::size_t>(count) > shape_.indices.size())
-      return std::size_t{0};
-    const int* corners = shape_.indices.cdata() + starts_[f];
-    const auto isUsable = [&](int i) {
-      return i >= 0 && static_cast<std::size_t>(i) < points.size();
-    };
-    return std::all_of(corners, corners + count, isUsable) ? static_cast<std::size_t>(count)
-                                                           : std::size_t{0};
-  };
-  const auto areaOf = [&](std::size_t f, std::size_t count) {
-    const int* corners = shape_.indices.cdata() + starts_[f];
-    const auto cornerPoint = [&](std::size_t i) {
-      return Vec3<double>(points[static_cast<std::size_t>(corners[i])]);
-    };
-    const Vec3<double> area = tarn::areaVector(count, cornerPoint);
+  const tarn::Span<const Vec3<float>> points = shape_.points.view();
+  const ovo::Faces faces(shape_.counts, shape_.indices);
+  const auto areaOf = [&](const ovo::Face& face) {
+    const Vec3<double> area =
+        tarn::areaVector(face.size(), [&](std::size_t k) { return Vec3<double>(points[face[k]]); });
     return shape_.leftHanded ? -area : area;
   };
 
   if (!mayHaveSharpEdges()) {
     std::vector<Vec3<double>> sums(points.size());
-    for (std::size_t f = 0; f < faces; ++f) {
-      const std::size_t count = cornersOf(f);
-      const Vec3<double> area = areaOf(f, count);
-      for (std::size_t i = 0; i < count; ++i)
-        sums[static_cast<std::size_t>(shape_.indices.cdata()[starts_[f] + i])] += area;
+    for (const ovo::Face face : faces) {
+      if (!face.isUsable(points.size())) continue;
+      const Vec3<double> area = areaOf(face);
+      for (const int p : face) sums[static_cast<std::size_t>(p)] += area;
     }
     normals_.values.resize(sums.size());
     Vec3<float>* out = normals_.values.data();
@@ -277,33 +259,36 @@ void Surface::smoothNormals() {
 
   // The faces around each point: those of point p are facesAt[first[p]] up to facesAt[first[p +
   // 1]].
-  std::vector<Vec3<double>> areas(faces);
+  std::vector<Vec3<double>> areas(faces.size());
   std::vector<std::size_t> first(points.size() + 2, 0);
-  for (std::size_t f = 0; f < faces; ++f) {
-    const std::size_t count = cornersOf(f);
-    areas[f] = areaOf(f, count);
-    for (std::size_t i = 0; i < count; ++i)
-      ++first[static_cast<std::size_t>(shape_.indices.cdata()[starts_[f] + i]) + 2];
+  for (const ovo::Face face : faces) {
+    if (!face.isUsable(points.size())) continue;
+    areas[face.index()] = areaOf(face);
+    for (const int p : face) ++first[static_cast<std::size_t>(p) + 2];
   }
   for (std::size_t p = 2; p < first.size(); ++p) first[p] += first[p - 1];
   std::vector<std::uint32_t> facesAt(first.back());
-  for (std::size_t f = 0; f < faces; ++f)
-    for (std::size_t i = 0, count = cornersOf(f); i < count; ++i)
-      facesAt[first[static_cast<std::size_t>(shape_.indices.cdata()[starts_[f] + i]) + 1]++] =
-          static_cast<std::uint32_t>(f);
+  for (const ovo::Face face : faces) {
+    if (!face.isUsable(points.size())) continue;
+    for (const int p : face)
+      facesAt[first[static_cast<std::size_t>(p) + 1]++] = static_cast<std::uint32_t>(face.index());
+  }
 
   constexpr double kSharp = 0.6;  // the cosine of 53 degrees
   normals_.values.resize(shape_.indices.size());
   Vec3<float>* out = normals_.values.data();
-  for (std::size_t f = 0; f < faces; ++f) {
-    const double length = areas[f].length();
-    for (std::size_t i = 0, count = cornersOf(f); i < count; ++i) {
-      const auto p = static_cast<std::size_t>(shape_.indices.cdata()[starts_[f] + i]);
+  for (const ovo::Face face : faces) {
+    if (!face.isUsable(points.size())) continue;
+    const Vec3<double>& own = areas[face.index()];
+    const double length = own.length();
+    for (std::size_t k = 0; k < face.size(); ++k) {
+      const auto p = static_cast<std::size_t>(face[k]);
       Vec3<double> sum;
-      for (std::size_t k = first[p]; k < first[p + 1]; ++k)
-        if (dot(areas[facesAt[k]], areas[f]) >= kSharp * length * areas[facesAt[k]].length())
-          sum += areas[facesAt[k]];
-      out[starts_[f] + i] = Vec3<float>(sum.normalized());
+      for (std::size_t i = first[p]; i < first[p + 1]; ++i) {
+        const Vec3<double>& other = areas[facesAt[i]];
+        if (dot(other, own) >= kSharp * length * other.length()) sum += other;
+      }
+      out[face.firstVertex() + k] = Vec3<float>(sum.normalized());
     }
   }
   normals_.spread = Spread::corner;

@@ -7,7 +7,9 @@
 #include <utility>
 #include <vector>
 
+#include "ovo/Faces.h"
 #include "ovo/MeshPrim.h"
+#include "tarn/Area.h"
 #include "tarn/Hash.h"
 #include "vela/trace/detail/TracerKernel.h"
 #include "vela/trace/detail/TracerMemory.h"
@@ -37,22 +39,14 @@ void appendSamples(tarn::Hash& hash, const ovo::Array<T>& array) {
 }
 
 // The normal of the whole face, for a triangle of it that has no area of its own.
-tarn::Vec3<double> faceNormal(const tracer::Mesh& mesh, std::size_t triangle) {
-  const std::int32_t face = mesh.source(triangle).face;
-  std::size_t begin = 0;
-  for (std::int32_t f = 0; f < face; ++f)
-    begin += static_cast<std::size_t>(std::max(0, mesh.counts.cdata()[f]));
-  const auto count = static_cast<std::size_t>(mesh.counts.cdata()[face]);
-  const auto at = [&](std::size_t k) {
-    const tarn::Vec3<double> p(mesh.points.cdata()[mesh.indices.cdata()[begin + k % count]]);
-    return tarn::Vec3<double>(std::ldexp(p.x, -mesh.frame.exponent),
-                              std::ldexp(p.y, -mesh.frame.exponent),
-                              std::ldexp(p.z, -mesh.frame.exponent));
-  };
-  tarn::Vec3<double> sum;
-  const tarn::Vec3<double> first = at(0);
-  for (std::size_t k = 1; k + 1 < count; ++k) sum += tarn::cross(at(k) - first, at(k + 1) - first);
-  return sum;
+tarn::Vec3d faceNormal(const tracer::Mesh& mesh, std::size_t triangle) {
+  const ovo::Face face =
+      ovo::Faces(mesh.counts, mesh.indices)[static_cast<std::size_t>(mesh.source(triangle).face)];
+  return tarn::areaVector(face.size(), [&](std::size_t k) {
+    const tarn::Vec3d p(mesh.points.view()[face[k]]);
+    return tarn::Vec3d(std::ldexp(p.x, -mesh.frame.exponent), std::ldexp(p.y, -mesh.frame.exponent),
+                       std::ldexp(p.z, -mesh.frame.exponent));
+  });
 }
 
 }  // namespace

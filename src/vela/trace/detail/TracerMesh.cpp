@@ -6,6 +6,8 @@
 #include <limits>
 #include <vector>
 
+#include "ovo/Faces.h"
+#include "tarn/Area.h"
 #include "tarn/Box3.h"
 #include "tarn/Lanes.h"
 #include "vela/mesh/Triangulate.h"
@@ -16,10 +18,8 @@ namespace {
 using Lanes = tarn::baseline::FloatLanes<4>;
 
 // Whether the corners span a triangle, by the cross product in double.
-bool hasArea(const tarn::Vec3<float>& a, const tarn::Vec3<float>& b, const tarn::Vec3<float>& c) {
-  const tarn::Vec3<double> da(a);
-  return tarn::cross(tarn::Vec3<double>(b) - da, tarn::Vec3<double>(c) - da) !=
-         tarn::Vec3<double>();
+bool hasArea(const tarn::Vec3f& a, const tarn::Vec3f& b, const tarn::Vec3f& c) {
+  return tarn::areaVector(tarn::Vec3d(a), tarn::Vec3d(b), tarn::Vec3d(c)) != tarn::Vec3d();
 }
 
 // True only where hasArea is: far from all rounding, in float. Each component of the cross product
@@ -35,10 +35,6 @@ bool surelyHasArea(const tarn::Vec3<float>& a, const tarn::Vec3<float>& b,
   static_assert(static_cast<double>(kFar) > 16.0 * kFloatRounding);
   const float product = size(e) * size(f);
   return product > 1e-25f && product < 1e25f && size(n) > kFar * product;
-}
-
-bool isFinite(const tarn::Vec3<float>& p) {
-  return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z);
 }
 
 }  // namespace
@@ -78,7 +74,6 @@ bool Mesh::prepareTriangles() {
 
 void Mesh::prepareFaces() {
   const tarn::Vec3<float>* const point = points.cdata();
-  const int* const index = indices.cdata();
   const std::size_t numIndices =
       std::min<std::size_t>(indices.size(), std::numeric_limits<std::int32_t>::max());
   const std::size_t numFaces =
@@ -86,43 +81,32 @@ void Mesh::prepareFaces() {
 
   tarn::Box3<float> box;
   std::vector<int> cut;
-  std::size_t offset = 0;
   sources.reserve(std::min(numFaces, numIndices / 3));
-  for (std::size_t face = 0; face < numFaces && offset < numIndices; ++face) {
-    // A face that cannot be used keeps its number. A positive count takes its indices with it.
-    const int count = counts.cdata()[face];
-    if (count <= 0) continue;
-    const std::size_t begin = offset;
-    offset += static_cast<std::size_t>(count);
-    if (count < 3) continue;
-    if (offset > numIndices) break;
-    bool isSound = true;
-    for (std::size_t k = begin; k < offset && isSound; ++k)
-      isSound = index[k] >= 0 && static_cast<std::size_t>(index[k]) < points.size() &&
-                isFinite(point[index[k]]);
-    if (!isSound) continue;
+  const ovo::Faces faces(counts.view().first(numFaces), indices.view().first(numIndices));
+  for (const ovo::Face corners : faces) {
+    const auto isSound = [point](int p) { return isFinite(point[p]); };
+    if (!corners.isUsable(points.size()) || !std::all_of(corners.begin(), corners.end(), isSound))
+      continue;
 
     // Cut.
-    if (count == 3)
+    if (corners.size() == 3)
       cut.assign({0, 1, 2});
     else
-      triangulatePolygon(point, index + begin, count, cut);
+      triangulatePolygon(point, corners.data(), static_cast<int>(corners.size()), cut);
 
     // A triangle without area can close the gap beside a corner that lies on a neighbour's edge,
     // so it stays when its face has area. One with two equal corners closes nothing.
     bool faceHasArea = false;
-    const auto at = [&](std::size_t k) {
-      return point[index[begin + static_cast<std::size_t>(cut[k])]];
-    };
+    const auto at = [&](std::size_t k) { return point[corners[static_cast<std::size_t>(cut[k])]]; };
     for (std::size_t k = 0; k + 2 < cut.size() && !faceHasArea; k += 3)
       faceHasArea = hasArea(at(k), at(k + 1), at(k + 2));
     if (!faceHasArea) continue;
     for (std::size_t k = 0; k + 2 < cut.size(); k += 3) {
       if (at(k) == at(k + 1) || at(k + 1) == at(k + 2) || at(k) == at(k + 2)) continue;
       TriangleSource t;
-      t.face = static_cast<std::int32_t>(face);
+      t.face = static_cast<std::int32_t>(corners.index());
       for (std::size_t c = 0; c < 3; ++c) {
-        t.faceVertex[c] = static_cast<std::int32_t>(begin) + cut[k + c];
+        t.faceVertex[c] = static_cast<std::int32_t>(corners.firstVertex()) + cut[k + c];
         box.extendBy(at(k + c));
       }
       sources.push_back(t);
