@@ -6,6 +6,7 @@
 #include <string>
 #include <utility>
 
+#include "ovo/Faces.h"
 #include "ovo/Subdivide.h"
 #include "ovo/Tokens.h"
 
@@ -26,14 +27,9 @@ bool asksToBeRefined(const Shape& shape) {
 // there are no indices for ends the mesh, and must not speak for faces that are not there.
 double facesAt(const Shape& shape, int level) {
   double first = 0;
-  std::size_t left = shape.indices.size();
   const bool triangles = shape.prim.getSubdivisionScheme() == ovo::tokens().loop;
-  for (const int count : shape.counts) {
-    if (count <= 0) continue;
-    if (static_cast<std::size_t>(count) > left) break;
-    left -= static_cast<std::size_t>(count);
-    if (count >= 3) first += triangles ? 4 : count;
-  }
+  for (const ovo::Face face : ovo::Faces(shape.counts, shape.indices))
+    if (face.size() >= 3) first += triangles ? 4.0 : static_cast<double>(face.size());
   return std::ldexp(first, 2 * (level - 1));
 }
 
@@ -62,19 +58,6 @@ Problem tooManyFaces(const MeshList& list, int level) {
   return problem;
 }
 
-std::string whyNotRefined(const Shape& shape) {
-  const ovo::Token scheme = shape.prim.getSubdivisionScheme();
-  const ovo::Tokens& names = ovo::tokens();
-  if (scheme == names.loop) {
-    const auto isOther = [](int count) { return count > 3; };
-    if (std::any_of(shape.counts.cbegin(), shape.counts.cend(), isOther))
-      return "the scheme loop is for triangles alone";
-  } else if (scheme != names.catmullClark && scheme != names.bilinear) {
-    return "its scheme '" + scheme.asString() + "' is none of catmullClark, loop, bilinear";
-  }
-  return "it has no usable face, or more neighbours at a point than can be counted";
-}
-
 // Colours by their interpolation, ready to be carried; what fits no interpolation is none.
 struct Colours {
   ovo::Array<Vec3<float>> values;
@@ -98,7 +81,7 @@ Colours coloursOf(const Shape& shape, double time) {
   return colours;
 }
 
-bool refine(Shape& shape, double time, int level) {
+bool refine(Shape& shape, double time, int level, std::string& why) {
   const ovo::Tokens& names = ovo::tokens();
   auto made = std::make_shared<Refinement>();
   made->level = level;
@@ -117,13 +100,13 @@ bool refine(Shape& shape, double time, int level) {
   if (colours.interpolation == names.varying) context.linearPointVec3s.push_back(&colours.values);
   if (colours.interpolation == names.faceVarying) context.vec3s.push_back(&colours.values);
   if (!ovo::subdivideUniform(ovo::ArgSet(shape.prim, time), shape.counts.size(),
-                             shape.indices.size(), shape.points.size(), 0, level, context))
+                             shape.indices.size(), shape.points.size(), 0, level, context, &why))
     return false;
 
   if (colours.interpolation == names.uniform) {
     ovo::Array<Vec3<float>> spread(made->sourceFaces.size());
     Vec3<float>* out = spread.data();
-    for (const int face : std::as_const(made->sourceFaces)) *out++ = colours.values.cdata()[face];
+    for (const int face : made->sourceFaces.view()) *out++ = colours.values.view()[face];
     colours.values = spread;
   }
   made->colours = std::move(colours.values);
@@ -149,9 +132,10 @@ bool refineShapes(MeshList& list, double time, int level, Problem* problem, cons
     Shape& shape = list.shapes[i];
     // What has no faces at the time has nothing to show either way.
     if (!asksToBeRefined(shape) || shape.points.empty() || shape.indices.empty()) continue;
-    if (!refine(shape, time, level))
+    std::string why;
+    if (!refine(shape, time, level, why))
       list.notRefined.push_back({Problem::Kind::notRefined, Problem::Severity::note,
-                                 shape.prim.getPath().asString(), whyNotRefined(shape)});
+                                 shape.prim.getPath().asString(), why});
   }
   work.report(1.0);
   return true;
