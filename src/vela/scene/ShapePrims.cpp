@@ -28,12 +28,21 @@ struct Ring {
   double radius, height, outward, upward;
 };
 
+MadeMesh madeOf(const MeshSample& mesh) {
+  MadeMesh made;
+  made.points = mesh.points;
+  made.counts = ovo::Array<int>(tarn::Span<const int>(mesh.vertsPerFace(), mesh.nFaces()));
+  made.indices = ovo::Array<int>(tarn::Span<const int>(mesh.faceVertPointIndices(), mesh.nVerts()));
+  made.normals = mesh.normals;
+  return made;
+}
+
 // A surface of revolution about y, from the bottom up. Poles are those of spheres: smooth.
 MadeMesh revolve(const std::vector<Ring>& rings, End bottom, End top, double bottomPole,
                  double topPole) {
   const unsigned rows = static_cast<unsigned>(rings.size()) - 1;
   const int last = static_cast<int>(rows);
-  vela::MeshSample mesh;
+  MeshSample mesh;
   // The builder takes a ring beyond the last that is as wide for a flat end.
   const auto radius = [&](int i) {
     if (i < 0) return bottom == End::flat ? static_cast<float>(rings.front().radius) : 0.0f;
@@ -46,17 +55,15 @@ MadeMesh revolve(const std::vector<Ring>& rings, End bottom, End top, double bot
     return static_cast<float>(rings[static_cast<std::size_t>(i)].height);
   };
   const bool hasBottom = bottom != End::open, hasTop = top != End::open;
-  mesh.points.resize((rows + 1) * kColumns + (hasBottom ? 1 : 0) + (hasTop ? 1 : 0));
-  vela::buildRevolveMeshPoints(mesh, rows, kColumns, radius, height, Vec3<float>(1.0f), hasTop,
-                               hasBottom, true);
-  vela::buildRevolveMeshFaces(mesh, rows, kColumns, hasTop, hasBottom, true);
-
-  MadeMesh made;
-  made.points = mesh.points;
-  made.counts =
-      ovo::Array<int>(std::vector<int>(mesh.vertsPerFace(), mesh.vertsPerFace() + mesh.nFaces()));
-  made.indices = ovo::Array<int>(
-      std::vector<int>(mesh.faceVertPointIndices(), mesh.faceVertPointIndices() + mesh.nVerts()));
+  RevolveShape shape;
+  shape.rows = rows;
+  shape.columns = kColumns;
+  shape.radius = radius;
+  shape.height = height;
+  shape.bottomCap = hasBottom;
+  shape.topCap = hasTop;
+  buildRevolveMesh(mesh, shape);
+  MadeMesh made = madeOf(mesh);
 
   // Normals: of points by their rings; flat ends have their own.
   const std::size_t firstRing = hasBottom ? 1 : 0;
@@ -78,24 +85,17 @@ MadeMesh revolve(const std::vector<Ring>& rings, End bottom, End top, double bot
     const bool onTop = top == End::flat && i >= made.indices.size() - capCorners;
     normals.push_back(onBottom ? Vec3<float>(0, -1, 0)
                       : onTop  ? Vec3<float>(0, 1, 0)
-                               : ofPoint[static_cast<std::size_t>(made.indices.cdata()[i])]);
+                               : ofPoint[static_cast<std::size_t>(made.indices.view()[i])]);
   }
   made.normals = ovo::Array<Vec3<float>>(normals);
   return made;
 }
 
 MadeMesh cube(double size) {
-  vela::MeshSample mesh;
+  MeshSample mesh;
   const Vec3<double> half(0.5 * size);
-  vela::buildCube(mesh, {-half, half}, 1, 1, true, true, true, false, false);
-  MadeMesh made;
-  made.points = mesh.points;
-  made.counts =
-      ovo::Array<int>(std::vector<int>(mesh.vertsPerFace(), mesh.vertsPerFace() + mesh.nFaces()));
-  made.indices = ovo::Array<int>(
-      std::vector<int>(mesh.faceVertPointIndices(), mesh.faceVertPointIndices() + mesh.nVerts()));
-  made.normals = mesh.normals;
-  return made;
+  buildCube(mesh, {-half, half}, 1, 1, true, true, true, false, false);
+  return madeOf(mesh);
 }
 
 // About y, facing up.
