@@ -9,6 +9,7 @@
 #include "ovo/Stage.h"
 #include "ovo/Tokens.h"
 #include "ovo/detail/Resolve.h"
+#include "tarn/Constants.h"
 
 namespace ovo {
 
@@ -17,7 +18,7 @@ using Vector = tarn::Vec3<double>;
 
 namespace {
 
-constexpr double kRadians = 0.017453292519943295;
+constexpr double kRadians = tarn::kRadiansPerDegree<double>;
 const std::string kOp = "xformOp:";
 const std::string kInvert = "!invert!";
 

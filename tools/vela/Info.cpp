@@ -11,13 +11,14 @@
 #include "Text.h"
 #include "ovo/CameraPrim.h"
 #include "ovo/Stage.h"
+#include "tarn/Constants.h"
 #include "vela/scene/ScenePrims.h"
 
 namespace command {
 
 namespace {
 
-constexpr double kDegrees = 57.29577951308232;
+constexpr double kDegrees = tarn::kDegreesPerRadian<double>;
 
 InfoReport::CameraFacts factsOf(const ovo::CameraPrim& prim, double time, double metersPerUnit) {
   const ovo::CameraParameters from = prim.getParameters(time);

@@ -2,12 +2,13 @@
 
 #include <ostream>
 
+#include "tarn/Constants.h"
 #include "vela/camera/LensProjection.h"
 
 namespace vela {
 namespace {
 
-constexpr double kRadiansPerDegree = 0.017453292519943295;
+constexpr double kRadiansPerDegree = tarn::kRadiansPerDegree<double>;
 
 /// The inverse of what the film window does.
 tarn::Mat4<double> inverseWindow(tarn::Vec2<double> translate, tarn::Vec2<double> scale,

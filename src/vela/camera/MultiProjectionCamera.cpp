@@ -3,6 +3,8 @@
 #include <cmath>
 #include <limits>
 
+#include "tarn/Constants.h"
+
 namespace vela {
 
 MultiProjectionCamera::MultiProjectionCamera() {
@@ -41,7 +43,7 @@ bool MultiProjectionCamera::isDistorted() const {
 
 void MultiProjectionCamera::setHorizontalFov(double degrees) {
   sample_.sensor.apertureSize.x =
-      2.0 * sample_.optics.focalLength * std::tan(degrees * 0.5 * 0.017453292519943295);
+      2.0 * sample_.optics.focalLength * std::tan(degrees * 0.5 * tarn::kRadiansPerDegree<double>);
 }
 
 }  // namespace vela

@@ -3,10 +3,10 @@
 #include <cmath>
 #include <cstddef>
 
+#include "tarn/Constants.h"
+
 namespace vela {
 namespace {
-
-constexpr double kPi = 3.141592653589793;
 
 tarn::Vec3<float> imageOfPoint(const tarn::Mat4<double>& m, const tarn::Vec3<float>& p) {
   return tarn::Vec3<float>(m.transformPoint(tarn::Vec3<double>(p)));
@@ -20,7 +20,7 @@ tarn::Vec3<float> imageOfVector(const tarn::Mat4<double>& m, const tarn::Vec3<fl
 float turnAngle(float angle) {
   float a = std::fabs(angle);
   if (!(a > 1.1920929e-7f)) return 0.0f;
-  if (static_cast<double>(a) > kPi) a = 3.1415927f;
+  if (static_cast<double>(a) > tarn::kPi<double>) a = tarn::kPi<float>;
   return a;
 }
 

@@ -15,6 +15,8 @@
 #define TARN_LANES_KERNEL "vela/mesh/detail/EarsLanes.h"
 #include "tarn/ForEachInstructionSet.h"
 
+#include "tarn/Area.h"
+
 namespace vela {
 
 namespace detail {
@@ -349,18 +351,12 @@ int windingSign(const Point2* points, int count) {
 /// Fills the projected corners; false when a coordinate is not finite.
 bool projectAlongWidestAxis(const tarn::Vec3<float>* points, const int* indices, int count,
                             Scratch<Point2>& flat) {
-  // Newell normal about the first corner, in double: sizes from 1e-38 to 1e38 neither vanish nor
-  // overflow when squared.
-  const tarn::Vec3<double> origin(points[indices[0]]);
-  tarn::Vec3<double> normal;
-  bool finite = true;
-  for (int i = 0; i < count; ++i) {
-    const tarn::Vec3<float>&p = points[indices[i]],
-          &q = points[indices[i + 1 == count ? 0 : i + 1]];
-    finite = finite && std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z);
-    normal += tarn::cross(tarn::Vec3<double>(p) - origin, tarn::Vec3<double>(q) - origin);
-  }
-  if (!finite) return false;
+  // In double: sizes from 1e-38 to 1e38 neither vanish nor overflow when squared. The vector is
+  // finite exactly when all corners are.
+  const tarn::Vec3d normal = tarn::areaVector(static_cast<std::size_t>(count), [&](std::size_t k) {
+    return tarn::Vec3d(points[indices[k]]);
+  });
+  if (!isFinite(normal)) return false;
 
   const double nx = std::fabs(normal.x), ny = std::fabs(normal.y), nz = std::fabs(normal.z);
   const std::size_t axis = nz >= nx && nz >= ny ? 2 : nx >= ny ? 0 : 1;

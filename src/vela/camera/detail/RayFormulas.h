@@ -5,11 +5,12 @@
 
 #include <cmath>
 
+#include "tarn/Constants.h"
 #include "vela/camera/LensProjection.h"
 
 namespace vela::detail {
 
-constexpr double kPi = 3.141592653589793;
+constexpr double kPi = tarn::kPi<double>;
 
 /// What the rays of one coordinate need of its sample.
 struct Optics {
