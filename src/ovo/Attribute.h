@@ -5,8 +5,8 @@
 /// does not link):
 /// - bool, int, std::int64_t, float, double, std::string, Token;
 /// - Vec2, Vec3, Vec4 of int, float and double; Mat4<double>;
-/// - Array of bool, int, std::int64_t, float, double, std::string, Token, Vec2 to Vec4 of int,
-/// float and double, and
+/// - Array of bool, int, std::int64_t, float, double, std::string, Token,
+///   Vec2 to Vec4 of int, float and double, and
 ///   Mat4<double>.
 ///
 /// Which stored type reads as which: half, float and double read as float or double, alone, in

@@ -241,7 +241,7 @@ pxr::SdfPrimSpecHandle StageData::editSpec(PrimNode& node) {
   if (!isEditable(node)) return pxr::SdfPrimSpecHandle();
   if (edit->HasSpec(node.sdfPath)) return edit->GetPrimAtPath(node.sdfPath);
   const pxr::SdfPrimSpecHandle spec = pxr::SdfCreatePrimInLayer(edit, node.sdfPath);
-  // The edit layer is the strongest of all; those above may have got a spec on the way too.
+  // The edit layer is the strongest of all; those above it may have got a spec just now too.
   for (PrimNode* at = &node; spec && at && at->parent; at = at->parent) {
     const bool known =
         std::any_of(at->opinions.begin(), at->opinions.end(), [this, at](const Opinion& opinion) {

@@ -51,7 +51,7 @@ bool PointInstancerPrim::setInactiveIds(const Array<std::int64_t>& ids) const {
   const detail::Collector collector(node_->stage->problems);
   if (!node_->stage->editSpec(const_cast<detail::PrimNode&>(*node_))) return false;
 
-  // A list names each id once; the first place counts.
+  // A list names each id once, where it comes first.
   std::vector<std::int64_t> once;
   std::unordered_set<std::int64_t> known;
   for (const std::int64_t id : ids)

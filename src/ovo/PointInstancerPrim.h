@@ -17,7 +17,7 @@ namespace ovo {
 /// `ids`, `invisibleIds`) are attributes and its `prototypes` a relationship: read them as such.
 /// Here is what takes more than one of them.
 ///
-/// An instance has an id: its entry in `ids`, or its place in `protoIndices` where there are no
+/// An instance has an id: its entry in `ids`, or its index in `protoIndices` where there are no
 /// ids. A scene takes instances away by their ids in two ways, which stand to each other as
 /// inactive prims to invisible ones: `inactiveIds`, metadata that never varies, and `invisibleIds`,
 /// an attribute that may.
@@ -63,7 +63,7 @@ class OVO_API PointInstancerPrim : public XformablePrim {
   /// away.
   ///
   /// \return as many entries as `protoIndices` has; empty when nothing is taken away. `ids` of
-  ///         another count name no instances, so places count then. Ids that no instance has are
+  ///         another count name no instances, so indices count then. Ids that no instance has are
   ///         passed over
   [[nodiscard]] std::vector<bool> computeMask(double time = tarn::defaultTimeValue(),
                                               Reason reason = inactiveOrInvisible) const;

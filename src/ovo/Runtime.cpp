@@ -82,7 +82,7 @@ T numberAt(std::string_view bytes, std::size_t at) {
 // True when a binary file ends before its table of contents, or a section named there, does. The
 // reader itself takes some such files for whole.
 bool isCutOff(std::string_view bytes) {
-  // Magic, version and place of the table; there a count and entries of name, place and size, all
+  // Magic, version and offset of the table; there a count and entries of name, offset and size, all
   // of eight bytes each but the name's sixteen.
   constexpr std::size_t kTablePlace = 16, kEntry = 32, kName = 16;
   if (bytes.size() < kTablePlace + 8) return true;

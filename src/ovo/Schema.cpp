@@ -32,7 +32,7 @@ class Table {
     const std::map<std::string, Fallback> imageable{{"visibility", token("inherited")},
                                                     {"purpose", token("default")}};
 
-    // Types that can be shown but have no place of their own.
+    // Types that can be shown but have no transform.
     for (const char* name :
          {"Scope", "PhysicsJoint", "PhysicsDistanceJoint", "PhysicsFixedJoint",
           "PhysicsPrismaticJoint", "PhysicsRevoluteJoint", "PhysicsSphericalJoint"})

@@ -185,7 +185,7 @@ template <class S, class T>
   return true;
 }
 
-// True when both are the same numbers in the same places, so that an array is one copy of bytes.
+// True when both hold the same numbers in the same order, so that an array is one copy of bytes.
 template <class S, class T>
 [[nodiscard]] constexpr bool sameLayout() {
   if constexpr (std::is_same_v<S, T>)

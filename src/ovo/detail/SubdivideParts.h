@@ -59,7 +59,7 @@ class Renumbering {
   [[nodiscard]] const std::vector<int>& globalOf() const { return globalOf_; }
 
  private:
-  std::vector<int> localOf_;  // -1 for all that the part at hand does not have
+  std::vector<int> localOf_;  // -1 for all that the part does not have
   std::vector<int> globalOf_;
 };
 

@@ -389,7 +389,7 @@ void buildRevolveMeshFaces(MeshSample& mesh, unsigned int rows, unsigned int col
   mesh.allTriangles = mesh.allQuads = false;
   const int n = static_cast<int>(columns);
   const auto next = [n](int k) { return k + 1 == n ? 0 : k + 1; };
-  int ring = 0;  // first point of the ring at hand
+  int ring = 0;  // first point of the current ring
   if (bottomCap) {
     ring = 1;
     for (int k = 0; k < n; ++k) mesh.addTri(0, ring + next(k), ring + k);

@@ -40,14 +40,14 @@ VELA_API void buildRectQuadMesh(MeshSample& mesh, const tarn::Vec3<float>& p0,
 ///
 /// Every face is a grid with columns running to its right and rows up, seen from outside with y up;
 /// rows of the top run from z max to z min and so do those of the bottom, whose quadrilaterals are
-/// turned round. Steps are extent / divisions, and a coordinate is its start plus k steps.
+/// wound in reverse. Steps are extent / divisions, and a coordinate is its start plus k steps.
 /// \param sideDivisions divisions along y
 /// \param capDivisions  divisions along x and z
 /// \param buildFaces    replaces the faces and sets allQuads, clears allTriangles
 /// \param buildPoints   replaces the points
 /// \param buildNormals  appends to the normals one axis a face-vertex
 /// \param buildUVs      appends to the uvs: one a face-vertex with shared points, one a point
-///                      without; v of the bottom runs the other way without
+///                      without; v of the bottom runs in reverse without
 /// \param sharedPoints  faces share the points of edges and corners (8 for one division), else each
 ///                      has its own (24)
 VELA_API void buildCube(MeshSample& mesh, const tarn::Box3<double>& box, unsigned int sideDivisions,

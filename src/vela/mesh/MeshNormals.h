@@ -5,8 +5,8 @@
 /// point indices, faces one after another, `vertsPerFace` has `nFaces` counts. Normals follow the
 /// stored winding (counter-clockwise seen from where they point). Everything is single precision.
 /// The functions allocate their output and scratch only and hold no state. A face whose vertices
-/// would pass the end of the indices, or one of whose indices names no point, counts for nothing;
-/// the faces after it keep their places. A negative count is a face without vertices. Outputs must
+/// would pass the end of the indices, or one of whose indices names no point, adds nothing;
+/// the faces after it keep theirs. A negative count is a face without vertices. Outputs must
 /// not share storage with the inputs.
 #pragma once
 
@@ -33,7 +33,7 @@ namespace vela {
 /// \param pointNormals  (nPoints): unit normals; zero for a point of no face of three vertices or
 ///                      more. Untouched when one of the counts is zero; all zero when neither flag
 ///                      applies and vertsPerFace is null
-/// \param keepSign      false turns every normal round (before the division)
+/// \param keepSign      false negates every normal (before the division)
 /// \return false in these two cases
 VELA_API bool calcPointNormals(std::size_t nPoints, const tarn::Vec3<float>* points,
                                std::size_t nVerts, const int* faceVertPointIndices,
@@ -56,8 +56,8 @@ VELA_API bool calcPointNormals(std::size_t nPoints, const tarn::Vec3<float>* poi
 /// \return false when one of the counts is zero or an array is null
 ///
 /// Faces of fewer than three vertices are passed over without moving on in the indices: the faces
-/// after one of them read theirs from that many places further to the front, and so are their
-/// normals written.
+/// after one of them read theirs from as many indices further to the front, and their normals are
+/// written there.
 VELA_API bool calcVertexNormals(std::size_t nPoints, const tarn::Vec3<float>* points,
                                 std::size_t nVerts, const int* faceVertPointIndices,
                                 std::size_t nFaces, const int* vertsPerFace, float threshold,

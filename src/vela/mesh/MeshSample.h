@@ -104,7 +104,7 @@ class VELA_API MeshSample {
   bool setMeshPrimPointsAndBounds(ovo::MeshPrim& prim, bool writeBounds) const;
 
   /// Writes the data whose flag is set and which is not empty; uvExtra goes with the uvs. Mind the
-  /// order: vectors before scalars here, the other way round when sampling.
+  /// order: vectors before scalars here, scalars before vectors when sampling.
   ///
   /// uvs are written as `st`, normals as `normals` (or `primvars:normals` where the prim has that
   /// one), the others under the first of the names above; uvs, normals, vectors and scalars with
@@ -116,9 +116,9 @@ class VELA_API MeshSample {
 
   // Building
 
-  /// Appends a face. `addTri` sets allTriangles to the negation of allQuads, `addQuad` the other
-  /// way round; neither is ever cleared, so that after both kinds the one that came first stays
-  /// set. calcPointNormals believes them only where the counts bear them out.
+  /// Appends a face. `addTri` sets allTriangles to the negation of allQuads, `addQuad` allQuads to
+  /// that of allTriangles. Neither is ever cleared, so that after both kinds the first to come
+  /// stays set. calcPointNormals believes them only where the counts bear them out.
   void addTri(int a, int b, int c);
   void addQuad(int a, int b, int c, int d);
   /// Removes all faces, keeping their storage.
@@ -162,7 +162,7 @@ class VELA_API MeshSample {
   bool allTriangles = false;  ///< hint: every face is a triangle
   bool allQuads = false;      ///< hint: every face is a quadrilateral
   bool reverseWinding =
-      false;  ///< data per face-vertex was turned round within each face as it was read
+      false;  ///< data per face-vertex was reversed within each face as it was read
 
   ovo::Array<tarn::Vec2<float>> uvs;           ///< per face-vertex
   ovo::Array<float> uvExtra;                   ///< per face-vertex, of the unrefined mesh
