@@ -9,13 +9,12 @@
 #include <memory>
 #include <optional>
 
+#include "tarn/Area.h"
 #include "tarn/Lanes.h"
 #include "vela/mesh/detail/Ears.h"
 
 #define TARN_LANES_KERNEL "vela/mesh/detail/EarsLanes.h"
 #include "tarn/ForEachInstructionSet.h"
-
-#include "tarn/Area.h"
 
 namespace vela {
 
