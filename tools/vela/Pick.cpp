@@ -65,7 +65,7 @@ void pick(const PickOptions& options) {
     if (scene.smooth) {
       const vela::scene::ObjectSpace space = caster.objectSpace(hit.entry);
       report.normal = shadingNormal(Surface(list.shapeOf(hit.entry), scene.time, true), space,
-                                    space.point(hit), hit);
+                                    space.surfacePoint(hit), hit);
     }
   }
 

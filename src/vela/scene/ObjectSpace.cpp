@@ -27,10 +27,10 @@ Vec3<float> ObjectSpace::worldNormal(const Vec3<float>& objectNormal) const {
 }
 
 Vec3<float> shadingNormal(const Surface& surface, const ObjectSpace& space,
-                          const Vec3<float>& objectPoint, const SurfaceHit& hit) {
+                          const SurfacePoint& point, const SurfaceHit& hit) {
   const Vec3<float> ofFace = surface.isLeftHanded() ? -hit.normal : hit.normal;
   if (!surface.hasOwnNormals()) return ofFace;
-  const Vec3<float> own = space.worldNormal(surface.normal(hit.face, objectPoint));
+  const Vec3<float> own = space.worldNormal(surface.normal(point));
   // Also false for a NaN. Close to a right angle the normal is of no use for light.
   return dot(own, ofFace) > 0.05f ? own : ofFace;
 }

@@ -30,6 +30,10 @@ class VELA_API ObjectSpace {
 
   /// Where a hit lies on the shape. The hit must be one of the caster and on the entry.
   [[nodiscard]] tarn::Vec3<float> point(const SurfaceHit& hit) const;
+  /// The same, for questions to the shape's surface.
+  [[nodiscard]] SurfacePoint surfacePoint(const SurfaceHit& hit) const {
+    return {hit.face, point(hit)};
+  }
   /// The unit normal in the world of one in this space.
   [[nodiscard]] tarn::Vec3<float> worldNormal(const tarn::Vec3<float>& objectNormal) const;
 
@@ -41,10 +45,10 @@ class VELA_API ObjectSpace {
 /// points where it has any, else the face's. The face's own is taken as well where the other is
 /// NaN, has no length or lies on the far side of the face.
 ///
-/// \param objectPoint where the hit lies on the shape
+/// \param point where the hit lies on the shape
 [[nodiscard]] VELA_API tarn::Vec3<float> shadingNormal(const Surface& surface,
                                                        const ObjectSpace& space,
-                                                       const tarn::Vec3<float>& objectPoint,
+                                                       const SurfacePoint& point,
                                                        const SurfaceHit& hit);
 
 }  // namespace vela::scene

@@ -128,7 +128,7 @@ TEST(Refine, PointsFacesAndNormalsAreThoseOfMeshSample) {
       forEachCorner(shape, [&](int face, std::size_t corner, const Vec3<float>& p) {
         // Those of the flat faces of a bilinear surface, and along creases, are their own.
         if (isSmooth)
-          expectNear(surface.normal(face, p).normalized(), sample.normals.cdata()[corner], 1e-5);
+          expectNear(surface.normal({face, p}).normalized(), sample.normals.cdata()[corner], 1e-5);
       });
     }
 }
@@ -139,7 +139,7 @@ TEST(Refine, NormalsPointOutForBothOrientations) {
     const Surface surface(refined.shape(), kNow);
     EXPECT_EQ(surface.isLeftHanded(), leftHanded);
     forEachCorner(refined.shape(), [&](int face, std::size_t, const Vec3<float>& p) {
-      ASSERT_GT(dot(surface.normal(face, p).normalized(), p.normalized()), 0.9f);
+      ASSERT_GT(dot(surface.normal({face, p}).normalized(), p.normalized()), 0.9f);
     });
   }
 }
@@ -152,7 +152,7 @@ TEST(Refine, CreasesAndBilinearSurfacesKeepTheirEdges) {
     const Vec3<float> sides[] = {{0, 0, 1},  {0, 1, 0}, {0, 0, -1},
                                  {0, -1, 0}, {1, 0, 0}, {-1, 0, 0}};
     forEachCorner(flat.shape(), [&](int face, std::size_t, const Vec3<float>& p) {
-      expectNear(cube.normal(face, p).normalized(), sides[flat.shape().sceneFace(face)], 1e-6);
+      expectNear(cube.normal({face, p}).normalized(), sides[flat.shape().sceneFace(face)], 1e-6);
     });
     // With a crease around its top, the top stays flat and turned up to its very rim.
     const Refined creased(cubeText(" int[] creaseIndices = [2,3,5,4,2]\n int[] creaseLengths = "
@@ -161,7 +161,7 @@ TEST(Refine, CreasesAndBilinearSurfacesKeepTheirEdges) {
     const Surface surface(creased.shape(), kNow);
     forEachCorner(creased.shape(), [&](int face, std::size_t, const Vec3<float>& p) {
       if (creased.shape().sceneFace(face) == 1)
-        expectNear(surface.normal(face, p).normalized(), {0, 1, 0}, 1e-6);
+        expectNear(surface.normal({face, p}).normalized(), {0, 1, 0}, 1e-6);
     });
   }
 }
@@ -191,7 +191,7 @@ TEST(Refine, ColoursFollowTheirInterpolation) {
     const Refined refined(coloured("vertex", ofPoints), 2);
     const Surface surface(refined.shape(), kNow);
     forEachCorner(refined.shape(), [&](int face, std::size_t, const Vec3<float>& p) {
-      expectNear(surface.colour(face, p), p, 1e-6);
+      expectNear(surface.colour({face, p}), p, 1e-6);
     });
   }
   const Refined flat(cubeText("", "bilinear"), 2);
@@ -199,7 +199,7 @@ TEST(Refine, ColoursFollowTheirInterpolation) {
     const Refined refined(coloured("varying", ofPoints), 2);
     const Surface surface(refined.shape(), kNow);
     forEachCorner(refined.shape(), [&](int face, std::size_t c, const Vec3<float>& p) {
-      expectNear(surface.colour(face, p),
+      expectNear(surface.colour({face, p}),
                  flat.shape().points.cdata()[flat.shape().indices.cdata()[c]], 1e-6);
     });
   }
@@ -222,8 +222,8 @@ TEST(Refine, ColoursFollowTheirInterpolation) {
                          2);
     const Surface linearSurface(linear.shape(), kNow), smoothSurface(smooth.shape(), kNow);
     forEachCorner(smooth.shape(), [&](int face, std::size_t c, const Vec3<float>& p) {
-      expectNear(smoothSurface.colour(face, p), p, 1e-6);
-      expectNear(linearSurface.colour(face, p),
+      expectNear(smoothSurface.colour({face, p}), p, 1e-6);
+      expectNear(linearSurface.colour({face, p}),
                  flat.shape().points.cdata()[flat.shape().indices.cdata()[c]], 1e-6);
     });
   }
@@ -234,18 +234,18 @@ TEST(Refine, ColoursFollowTheirInterpolation) {
     const Surface surface(refined.shape(), kNow);
     std::set<float> seen;
     forEachCorner(refined.shape(), [&](int face, std::size_t, const Vec3<float>& p) {
-      ASSERT_EQ(surface.colour(face, p).x, static_cast<float>(refined.shape().sceneFace(face)));
-      seen.insert(surface.colour(face, p).x);
+      ASSERT_EQ(surface.colour({face, p}).x, static_cast<float>(refined.shape().sceneFace(face)));
+      seen.insert(surface.colour({face, p}).x);
     });
     EXPECT_EQ(seen, (std::set<float>{0, 1, 2, 4, 5}));
   }
   {
     const Refined refined(coloured("constant", "[(0.25,0.5,0.75)]"), 1);
-    expectNear(Surface(refined.shape(), kNow).colour(3, {0, 1, 0}), {0.25f, 0.5f, 0.75f}, 0);
+    expectNear(Surface(refined.shape(), kNow).colour({3, {0, 1, 0}}), {0.25f, 0.5f, 0.75f}, 0);
   }
   for (const char* interpolation : {"vertex", "varying", "uniform", "faceVarying"}) {
     const Refined refined(coloured(interpolation, "[(1,0,0),(1,0,0),(1,0,0)]"), 1);
-    expectNear(Surface(refined.shape(), kNow).colour(3, {0, 1, 0}), {0.5f, 0.5f, 0.5f}, 0);
+    expectNear(Surface(refined.shape(), kNow).colour({3, {0, 1, 0}}), {0.5f, 0.5f, 0.5f}, 0);
   }
 }
 
@@ -313,9 +313,9 @@ TEST(Refine, EverySampleMeshIsShownBrokenOnesToo) {
           for (std::size_t k = 0; k < static_cast<std::size_t>(count) && usable; ++k) {
             const Vec3<float>& p = shape.points.cdata()[shape.indices.cdata()[corner + k]];
             if (!std::isfinite(p.x + p.y + p.z)) continue;
-            const float length = surface.normal(static_cast<int>(f), p).length();
+            const float length = surface.normal({static_cast<int>(f), p}).length();
             EXPECT_TRUE(std::isnan(length) || length < 1.0f + 1e-5f);
-            EXPECT_LE(surface.selection(static_cast<int>(f), p), 1.0f + 1e-6f);
+            EXPECT_LE(surface.selection({static_cast<int>(f), p}), 1.0f + 1e-6f);
             EXPECT_LT(shape.sceneFace(static_cast<int>(f)), static_cast<int>(m.counts.size()));
           }
           corner += static_cast<std::size_t>(count);
@@ -380,7 +380,7 @@ TEST(Refine, SelectedPointsAndFacesAreThoseOfTheScene) {
   Surface surface(refined.shape(), kNow);
   surface.setSelection(false, {0, 0.5f}, {});
   forEachCorner(refined.shape(), [&](int face, std::size_t, const Vec3<float>& p) {
-    ASSERT_EQ(surface.selection(face, p), refined.shape().sceneFace(face) == 1 ? 0.5f : 0.0f);
+    ASSERT_EQ(surface.selection({face, p}), refined.shape().sceneFace(face) == 1 ? 0.5f : 0.0f);
   });
   // One corner: all of it there, half of it in the middle of its edges, nothing on faces that do
   // not have it.
@@ -391,9 +391,9 @@ TEST(Refine, SelectedPointsAndFacesAreThoseOfTheScene) {
   forEachCorner(refined.shape(), [&](int face, std::size_t c, const Vec3<float>& p) {
     const Vec3<float>& onCube = flat.shape().points.cdata()[flat.shape().indices.cdata()[c]];
     const float wanted = (1 + onCube.x) / 2 * (1 + onCube.y) / 2 * (1 + onCube.z) / 2;
-    ASSERT_NEAR(surface.selection(face, p), wanted, 1e-6f);
+    ASSERT_NEAR(surface.selection({face, p}), wanted, 1e-6f);
     if (refined.shape().indices.cdata()[c] == places[3]) {
-      ASSERT_EQ(surface.selection(face, p), 1.0f);
+      ASSERT_EQ(surface.selection({face, p}), 1.0f);
     }
   });
 }

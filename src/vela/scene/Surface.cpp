@@ -79,31 +79,33 @@ Surface::Spread Surface::spreadOf(const ovo::Token& interpolation, std::size_t c
   return Spread::none;
 }
 
-Vec3<float> Surface::at(const Values& values, int face, const Vec3<float>& objectPoint) const {
-  const auto f = static_cast<std::size_t>(face);
+Vec3<float> Surface::at(const Values& values, const SurfacePoint& point) const {
+  const auto f = static_cast<std::size_t>(point.face());
   const Vec3<float>* data = values.values.cdata();
   if (values.spread == Spread::constant) return data[0];
   if (values.spread == Spread::face) return data[f];
 
-  Weights weights;
-  weigh(face, objectPoint, weights);
+  weigh(point);
+  const double* weights = point.weights();
   const int* corners = shape_.indices.cdata() + starts_[f];
   Vec3<double> sum;
-  for (std::size_t i = 0; i < weights.count; ++i)
-    if (weights.data[i] != 0.0)
+  for (std::size_t i = 0; i < point.count_; ++i)
+    if (weights[i] != 0.0)
       sum +=
           Vec3<double>(values.spread == Spread::point ? data[static_cast<std::size_t>(corners[i])]
                                                       : data[starts_[f] + i]) *
-          weights.data[i];
+          weights[i];
   return Vec3<float>(sum);
 }
 
-// Mean value coordinates, which add up to 1.
-void Surface::weigh(int face, const Vec3<float>& objectPoint, Weights& weights) const {
-  const auto f = static_cast<std::size_t>(face);
+// Mean value coordinates, which add up to 1. The tracer's barycentrics would not do even for a
+// triangle: they are floats, and the hit detector has none.
+void Surface::weigh(const SurfacePoint& point) const {
+  if (point.count_ > 0) return;
+  const auto f = static_cast<std::size_t>(point.face());
   const std::size_t count = static_cast<std::size_t>(shape_.counts[f]);
   const int* corners = shape_.indices.cdata() + starts_[f];
-  weights.start(count);
+  double* const weights = point.start(count);
 
   // Corners as seen from the point. On a corner, or on the edge between two, only those count.
   struct Corner {
@@ -117,7 +119,7 @@ void Surface::weigh(int face, const Vec3<float>& objectPoint, Weights& weights) 
     many.resize(count);
     seen = many.data();
   }
-  const Vec3<double> p(objectPoint);
+  const Vec3<double> p(point.objectPoint());
   double size = 0.0;
   for (std::size_t i = 0; i < count; ++i) {
     seen[i].direction = Vec3<double>(shape_.points[static_cast<std::size_t>(corners[i])]) - p;
@@ -125,8 +127,8 @@ void Surface::weigh(int face, const Vec3<float>& objectPoint, Weights& weights) 
     size = std::max(size, seen[i].length);
   }
   const auto only = [&](std::size_t i) {
-    std::fill_n(weights.data, count, 0.0);
-    weights.data[i] = 1.0;
+    std::fill_n(weights, count, 0.0);
+    weights[i] = 1.0;
   };
   if (!(size > 0.0) || !std::isfinite(size)) return only(0);
   for (std::size_t i = 0; i < count; ++i)
@@ -151,8 +153,8 @@ void Surface::weigh(int face, const Vec3<float>& objectPoint, Weights& weights) 
   const auto edge = [&](std::size_t i, std::size_t j) {
     const double t = seen[i].length / (seen[i].length + seen[j].length);
     only(i);
-    weights.data[i] = 1.0 - t;
-    weights.data[j] = t;
+    weights[i] = 1.0 - t;
+    weights[j] = t;
   };
   if (onEdge) return edge(count - 1, 0);
   double sum = 0.0;
@@ -160,51 +162,48 @@ void Surface::weigh(int face, const Vec3<float>& objectPoint, Weights& weights) 
     const std::size_t j = (i + 1) % count;
     const double after = halfTangent(i, j, onEdge);
     if (onEdge) return edge(i, j);
-    weights.data[i] = (before + after) / seen[i].length;
-    sum += weights.data[i];
+    weights[i] = (before + after) / seen[i].length;
+    sum += weights[i];
     before = after;
   }
   if (sum == 0.0) return only(0);
-  for (std::size_t i = 0; i < count; ++i) weights.data[i] /= sum;
+  for (std::size_t i = 0; i < count; ++i) weights[i] /= sum;
 }
 
 // Hanika, Hacking the Shadow Terminator, Ray Tracing Gems II, 2021.
-bool Surface::findSmooth(int face, const Vec3<float>& objectPoint, bool seenFromBehind,
+bool Surface::findSmooth(const SurfacePoint& point, bool seenFromBehind,
                          Vec3<float>& toSmooth) const {
   if (normals_.spread != Spread::point && normals_.spread != Spread::corner) return false;
-  const auto f = static_cast<std::size_t>(face);
-  Weights weights;
-  weigh(face, objectPoint, weights);
+  const auto f = static_cast<std::size_t>(point.face());
+  weigh(point);
+  const double* weights = point.weights();
   const int* corners = shape_.indices.cdata() + starts_[f];
   const Vec3<float>* normals = normals_.values.cdata();
   const auto cornerPoint = [&](std::size_t i) {
     return Vec3<double>(shape_.points[static_cast<std::size_t>(corners[i])]);
   };
-  Vec3<double> flat = tarn::areaVector(weights.count, cornerPoint);
+  Vec3<double> flat = tarn::areaVector(point.count_, cornerPoint);
   if (shape_.leftHanded) flat = -flat;
   flat.normalize();
   Vec3<double> sum;
-  for (std::size_t i = 0; i < weights.count; ++i) {
-    const auto point = static_cast<std::size_t>(corners[i]);
+  for (std::size_t i = 0; i < point.count_; ++i) {
+    const auto p = static_cast<std::size_t>(corners[i]);
     Vec3<double> normal =
-        Vec3<double>(normals[normals_.spread == Spread::point ? point : starts_[f] + i])
-            .normalized();
+        Vec3<double>(normals[normals_.spread == Spread::point ? p : starts_[f] + i]).normalized();
     if (!(dot(normal, flat) > 0.7)) return false;
     if (seenFromBehind) normal = -normal;
-    const double above = dot(Vec3<double>(objectPoint) - cornerPoint(i), normal);
-    if (above < 0.0 && weights.data[i] > 0.0) sum -= normal * (above * weights.data[i]);
+    const double above = dot(Vec3<double>(point.objectPoint()) - cornerPoint(i), normal);
+    if (above < 0.0 && weights[i] > 0.0) sum -= normal * (above * weights[i]);
   }
   toSmooth = Vec3<float>(sum);
   return true;
 }
 
-Vec3<float> Surface::colour(int face, const Vec3<float>& objectPoint) const {
-  return colours_.spread == Spread::none ? kNeutral : at(colours_, face, objectPoint);
+Vec3<float> Surface::colour(const SurfacePoint& point) const {
+  return colours_.spread == Spread::none ? kNeutral : at(colours_, point);
 }
 
-Vec3<float> Surface::normal(int face, const Vec3<float>& objectPoint) const {
-  return at(normals_, face, objectPoint);
-}
+Vec3<float> Surface::normal(const SurfacePoint& point) const { return at(normals_, point); }
 
 void Surface::setSelection(bool whole, const std::vector<float>& faces,
                            const std::vector<float>& points) {
@@ -222,12 +221,12 @@ void Surface::setSelection(bool whole, const std::vector<float>& faces,
   selectedPoints_.spread = Spread::point;
 }
 
-float Surface::selection(int face, const Vec3<float>& objectPoint) const {
+float Surface::selection(const SurfacePoint& point) const {
   if (isSelected_) return 1.0f;
-  const auto f = static_cast<std::size_t>(shape_.sceneFace(face));
+  const auto f = static_cast<std::size_t>(shape_.sceneFace(point.face()));
   const float ofFace = f < selectedFaces_.size() ? std::clamp(selectedFaces_[f], 0.0f, 1.0f) : 0.0f;
   const float ofPoints =
-      selectedPoints_.spread == Spread::none ? 0.0f : at(selectedPoints_, face, objectPoint).x;
+      selectedPoints_.spread == Spread::none ? 0.0f : at(selectedPoints_, point).x;
   return std::max(ofFace, ofPoints);
 }
 

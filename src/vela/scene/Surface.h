@@ -14,6 +14,40 @@
 
 namespace vela::scene {
 
+/// A point of a face, for questions to one surface. How much each corner of the face counts there
+/// is found when the first answer needs it, and kept for the others. Belongs to one thread.
+///
+/// \code
+///   const vela::scene::SurfacePoint point(3, {0.5f, 1.0f, 0.0f});
+///   assert(point.face() == 3 && point.objectPoint().y == 1.0f);
+/// \endcode
+class SurfacePoint {
+ public:
+  SurfacePoint(int face, const tarn::Vec3<float>& objectPoint)
+      : face_(face), objectPoint_(objectPoint) {}
+
+  [[nodiscard]] int face() const noexcept { return face_; }
+  [[nodiscard]] const tarn::Vec3<float>& objectPoint() const noexcept { return objectPoint_; }
+
+ private:
+  friend class Surface;
+  // One weight a corner; without memory of their own for faces of up to 16.
+  double* start(std::size_t corners) const {
+    count_ = corners;
+    if (corners > few_.size()) many_.resize(corners);
+    return corners > few_.size() ? many_.data() : few_.data();
+  }
+  [[nodiscard]] const double* weights() const {
+    return count_ > few_.size() ? many_.data() : few_.data();
+  }
+
+  int face_;
+  tarn::Vec3<float> objectPoint_;
+  mutable std::size_t count_ = 0;  // 0: not weighed yet
+  mutable std::array<double, 16> few_;
+  mutable std::vector<double> many_;
+};
+
 /// A shape's data for shading, read once.
 ///
 /// Values at a point of a face are mixed by mean value coordinates (Hormann and Floater, ACM TOG
@@ -37,7 +71,7 @@ namespace vela::scene {
 ///
 ///   const double time = tarn::defaultTimeValue();
 ///   const vela::scene::Surface surface(vela::scene::readShape(prim, time), time);
-///   const tarn::Vec3<float> colour = surface.colour(0, {0.5f, 1.0f, 0.0f});
+///   const tarn::Vec3<float> colour = surface.colour({0, {0.5f, 1.0f, 0.0f}});
 ///   assert(std::fabs(colour.x - 0.25f) < 1e-6f && std::fabs(colour.z - 0.5f) < 1e-6f);
 /// \endcode
 class VELA_API Surface {
@@ -46,7 +80,7 @@ class VELA_API Surface {
   Surface(const Shape& shape, double time, bool smooth = false);
 
   /// displayColor at a point of the face; a neutral grey where the scene has none.
-  [[nodiscard]] tarn::Vec3<float> colour(int face, const tarn::Vec3<float>& objectPoint) const;
+  [[nodiscard]] tarn::Vec3<float> colour(const SurfacePoint& point) const;
   /// True when the scene gives the mesh a colour.
   [[nodiscard]] bool hasOwnColour() const noexcept { return colours_.spread != Spread::none; }
 
@@ -54,7 +88,7 @@ class VELA_API Surface {
   /// smooth surface.
   [[nodiscard]] bool hasOwnNormals() const noexcept { return normals_.spread != Spread::none; }
   /// That normal, in object space, pointing out, of any length; only where hasOwnNormals().
-  [[nodiscard]] tarn::Vec3<float> normal(int face, const tarn::Vec3<float>& objectPoint) const;
+  [[nodiscard]] tarn::Vec3<float> normal(const SurfacePoint& point) const;
 
   /// The vector, in object space, from a point of the face to the smooth surface that its corners'
   /// normals suggest: zero where that surface lies behind the face. A ray to a light starts there,
@@ -62,14 +96,14 @@ class VELA_API Surface {
   ///
   /// \return false, with \p toSmooth untouched, when a corner's normal leans more than 45 degrees:
   ///         a mesh that coarse suggests nothing
-  bool findSmooth(int face, const tarn::Vec3<float>& objectPoint, bool seenFromBehind,
+  bool findSmooth(const SurfacePoint& point, bool seenFromBehind,
                   tarn::Vec3<float>& toSmooth) const;
 
   /// What is selected of the scene's mesh: all of it, or a value from 0 to 1 for each face or each
   /// point; short lists end in zeros.
   void setSelection(bool whole, const std::vector<float>& faces, const std::vector<float>& points);
   /// How much of a selection there is at a point of the face, 0 to 1.
-  [[nodiscard]] float selection(int face, const tarn::Vec3<float>& objectPoint) const;
+  [[nodiscard]] float selection(const SurfacePoint& point) const;
 
   [[nodiscard]] bool isLeftHanded() const noexcept { return shape_.leftHanded; }
   [[nodiscard]] std::size_t faceCount() const noexcept { return shape_.counts.size(); }
@@ -83,24 +117,10 @@ class VELA_API Surface {
     ovo::Array<tarn::Vec3<float>> values;
   };
 
-  // How much each corner of a face counts at a point of it.
-  struct Weights {
-    std::array<double, 16> few;
-    std::vector<double> many;
-    double* data = few.data();
-    std::size_t count = 0;
-    void start(std::size_t n) {
-      count = n;
-      if (n <= few.size()) return;
-      many.resize(n);
-      data = many.data();
-    }
-  };
-  void weigh(int face, const tarn::Vec3<float>& objectPoint, Weights& weights) const;
+  void weigh(const SurfacePoint& point) const;
 
   [[nodiscard]] Spread spreadOf(const ovo::Token& interpolation, std::size_t count) const;
-  [[nodiscard]] tarn::Vec3<float> at(const Values& values, int face,
-                                     const tarn::Vec3<float>& objectPoint) const;
+  [[nodiscard]] tarn::Vec3<float> at(const Values& values, const SurfacePoint& point) const;
   void smoothNormals();
   [[nodiscard]] bool mayHaveSharpEdges() const;
 

@@ -54,21 +54,22 @@ const std::vector<Vec3<float>> kRainbow = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {1, 
 
 TEST(Surface, WithoutColoursItIsGrey) {
   OneMesh mesh(kSquare, {4}, {0, 1, 2, 3});
-  expectNear(mesh.surface().colour(0, {1, 1, 0}), {0.5f, 0.5f, 0.5f}, 0.0f);
+  expectNear(mesh.surface().colour({0, {1, 1, 0}}), {0.5f, 0.5f, 0.5f}, 0.0f);
 }
 
 TEST(Surface, CornersHaveTheirOwnValues) {
   OneMesh mesh(kSquare, {4}, {0, 1, 2, 3});
   mesh.colours("vertex", kRainbow);
   const Surface surface = mesh.surface();
-  for (std::size_t i = 0; i < 4; ++i) expectNear(surface.colour(0, kSquare[i]), kRainbow[i], 0.0f);
+  for (std::size_t i = 0; i < 4; ++i)
+    expectNear(surface.colour({0, kSquare[i]}), kRainbow[i], 0.0f);
 }
 
 TEST(Surface, EdgesAreMixedAlongTheirLength) {
   OneMesh mesh(kSquare, {4}, {0, 1, 2, 3});
   mesh.colours("vertex", kRainbow);
-  expectNear(mesh.surface().colour(0, {0.5f, 0, 0}), {0.75f, 0.25f, 0}, 1e-6f);
-  expectNear(mesh.surface().colour(0, {0, 0.5f, 0}), {1, 0.25f, 0},
+  expectNear(mesh.surface().colour({0, {0.5f, 0, 0}}), {0.75f, 0.25f, 0}, 1e-6f);
+  expectNear(mesh.surface().colour({0, {0, 0.5f, 0}}), {1, 0.25f, 0},
              1e-6f);  // the edge that closes the face
 }
 
@@ -77,19 +78,19 @@ TEST(Surface, ValuesGivenPerCornerFaceAndMeshAreFoundWhereTheyBelong) {
   OneMesh mesh(points, {4, 3}, {0, 1, 2, 3, 1, 4, 2});
   mesh.colours("faceVarying",
                {{0, 0, 0}, {1, 0, 0}, {2, 0, 0}, {3, 0, 0}, {4, 0, 0}, {5, 0, 0}, {6, 0, 0}});
-  expectNear(mesh.surface().colour(1, {1, 0, 0}), {4, 0, 0}, 0.0f);
-  expectNear(mesh.surface().colour(0, {1, 0, 0}), {1, 0, 0}, 0.0f);
+  expectNear(mesh.surface().colour({1, {1, 0, 0}}), {4, 0, 0}, 0.0f);
+  expectNear(mesh.surface().colour({0, {1, 0, 0}}), {1, 0, 0}, 0.0f);
   mesh.colours("uniform", {{1, 0, 0}, {0, 1, 0}});
-  expectNear(mesh.surface().colour(1, {1.2f, 0.1f, 0}), {0, 1, 0}, 0.0f);
+  expectNear(mesh.surface().colour({1, {1.2f, 0.1f, 0}}), {0, 1, 0}, 0.0f);
   mesh.colours("constant", {{0, 0, 7}});
-  expectNear(mesh.surface().colour(0, {0.5f, 0.5f, 0}), {0, 0, 7}, 0.0f);
+  expectNear(mesh.surface().colour({0, {0.5f, 0.5f, 0}}), {0, 0, 7}, 0.0f);
 }
 
 TEST(Surface, ValuesWhoseNumberDoesNotFitAreNotUsed) {
   OneMesh mesh(kSquare, {4}, {0, 1, 2, 3});
   for (const char* interpolation : {"vertex", "varying", "faceVarying"}) {
     mesh.colours(interpolation, {{1, 0, 0}, {1, 0, 0}, {1, 0, 0}});
-    expectNear(mesh.surface().colour(0, {1, 1, 0}), {0.5f, 0.5f, 0.5f}, 0.0f);
+    expectNear(mesh.surface().colour({0, {1, 1, 0}}), {0.5f, 0.5f, 0.5f}, 0.0f);
   }
 }
 
@@ -126,7 +127,7 @@ TEST(Surface, AFieldThatIsLinearInSpaceComesOutLinearInAnyPolygon) {
     const Surface surface = mesh.surface();
     for (int k = 0; k < 20; ++k) {
       const Vec3<float> p = place(0.4 * least * unit(random), 6.3 * unit(random));
-      expectNear(surface.colour(0, p), field(p), 2e-5f);
+      expectNear(surface.colour({0, p}), field(p), 2e-5f);
     }
   }
 }
@@ -149,8 +150,8 @@ TEST(Surface, ASmoothMeshHasTheMeanOfItsFacesPointingOutForBothOrientations) {
     const Surface surface = mesh.surface();
     ASSERT_TRUE(surface.hasOwnNormals());
     EXPECT_EQ(surface.isLeftHanded(), leftHanded);
-    expectNear(surface.normal(0, {0, 0.4f, 0}).normalized(), {0, 1, 0}, 1e-6f);
-    EXPECT_LT(surface.normal(0, {-0.9f, 0.04f, 0}).x, 0.0f);
+    expectNear(surface.normal({0, {0, 0.4f, 0}}).normalized(), {0, 1, 0}, 1e-6f);
+    EXPECT_LT(surface.normal({0, {-0.9f, 0.04f, 0}}).x, 0.0f);
   }
 }
 
@@ -164,17 +165,17 @@ TEST(Surface, SharpEdgesStaySharp) {
   mesh.prim().setSubdivisionScheme(ovo::Token("catmullClark"));
   const Surface surface = mesh.surface();
   const float half = std::sqrt(0.5f);
-  expectNear(surface.normal(0, {0, 1, 0}).normalized(), {-half, half, 0}, 1e-6f);
-  expectNear(surface.normal(1, {0, 1, 0}).normalized(), {half, half, 0}, 1e-6f);
-  const Vec3<float> eave = surface.normal(0, {-1, 0, 0}).normalized();
-  expectNear(eave, surface.normal(2, {-1, 0, 0}).normalized(), 1e-6f);
+  expectNear(surface.normal({0, {0, 1, 0}}).normalized(), {-half, half, 0}, 1e-6f);
+  expectNear(surface.normal({1, {0, 1, 0}}).normalized(), {half, half, 0}, 1e-6f);
+  const Vec3<float> eave = surface.normal({0, {-1, 0, 0}}).normalized();
+  expectNear(eave, surface.normal({2, {-1, 0, 0}}).normalized(), 1e-6f);
   expectNear(eave, Vec3<float>(-1.6f, 2, 0).normalized(), 1e-6f);
 }
 
 TEST(Surface, NormalsOfTheSceneAreTaken) {
   OneMesh mesh(kSquare, {4}, {0, 1, 2, 3});
   mesh.prim().setNormals({{1, 0, 0}, {1, 0, 0}, {0, 1, 0}, {0, 1, 0}}, ovo::Token("vertex"));
-  expectNear(mesh.surface().normal(0, {1, 1, 0}), {0.5f, 0.5f, 0}, 1e-6f);
+  expectNear(mesh.surface().normal({0, {1, 1, 0}}), {0.5f, 0.5f, 0}, 1e-6f);
 }
 
 }  // namespace

@@ -107,17 +107,16 @@ void Shader::tint(Selection::GeoSelection& selection, const std::shared_ptr<ovo:
 
 Vec3<float> Shader::normal(const scene::SurfaceHit& hit) const {
   const Placed& placed = placed_[hit.entry];
-  return shadingNormal(*placed.surface, placed.space, placed.space.point(hit), hit);
+  return shadingNormal(*placed.surface, placed.space, placed.space.surfacePoint(hit), hit);
 }
 
 Vec3<float> Shader::light(const scene::WorldRay& ray, const scene::SurfaceHit& hit,
                           const PixelSamples& samples, std::size_t sample, std::size_t target,
                           Batch& batch) const {
   const Placed& placed = placed_[hit.entry];
-  const Vec3<float> objectPoint = placed.space.point(hit);
-  const Vec3<float> own =
-      placed.colour ? *placed.colour : placed.surface->colour(hit.face, objectPoint);
-  LitPoint point = litPoint(placed, own, objectPoint, ray, hit);
+  const scene::SurfacePoint onSurface = placed.space.surfacePoint(hit);
+  const Vec3<float> own = placed.colour ? *placed.colour : placed.surface->colour(onSurface);
+  LitPoint point = litPoint(placed, own, onSurface, ray, hit);
   point.target = target;
   addDirectional(point, key_, samples.key(sample), batch);
   addDirectional(point, fill_, samples.fill(sample), batch);
@@ -126,12 +125,12 @@ Vec3<float> Shader::light(const scene::WorldRay& ray, const scene::SurfaceHit& h
 }
 
 Shader::LitPoint Shader::litPoint(const Placed& placed, const Vec3<float>& own,
-                                  const Vec3<float>& objectPoint, const scene::WorldRay& ray,
+                                  const scene::SurfacePoint& onSurface, const scene::WorldRay& ray,
                                   const scene::SurfaceHit& hit) const {
   LitPoint point;
   // What is selected glows through in the highlight's colour.
-  point.albedo = mix(own, Vec3<float>(1.0f, 0.42f, 0.02f),
-                     0.7f * placed.surface->selection(hit.face, objectPoint));
+  point.albedo =
+      mix(own, Vec3<float>(1.0f, 0.42f, 0.02f), 0.7f * placed.surface->selection(onSurface));
   point.toViewer = -ray.direction;
 
   // Normals: the geometric one by the prim's orientation, the shading one where it has its own;
@@ -139,14 +138,14 @@ Shader::LitPoint Shader::litPoint(const Placed& placed, const Vec3<float>& own,
   const Vec3<float> outward = placed.surface->isLeftHanded() ? -hit.normal : hit.normal;
   const bool seenFromBehind = dot(outward, point.toViewer) < 0.0f;
   point.geometric = seenFromBehind ? -outward : outward;
-  const Vec3<float> smooth = shadingNormal(*placed.surface, placed.space, objectPoint, hit);
+  const Vec3<float> smooth = shadingNormal(*placed.surface, placed.space, onSurface, hit);
   point.shading = seenFromBehind ? -smooth : smooth;
 
   // Rays start off the surface, on the viewer's side, by what rounding may have put the hit beneath
   // it.
   const float lift =
       std::max(largestOf(hit.offset), static_cast<float>(hit.distance) * 0.5f) * kHitRounding +
-      largestOf(objectPoint) * placed.scale * kPointRounding;
+      largestOf(onSurface.objectPoint()) * placed.scale * kPointRounding;
   point.base = hit.base;
   point.start = hit.offset + point.geometric * lift;
 
@@ -154,7 +153,7 @@ Shader::LitPoint Shader::litPoint(const Placed& placed, const Vec3<float>& own,
   // does not reach.
   Vec3<float> toSmooth;
   point.isSmooth = point.shading != point.geometric &&
-                   placed.surface->findSmooth(hit.face, objectPoint, seenFromBehind, toSmooth);
+                   placed.surface->findSmooth(onSurface, seenFromBehind, toSmooth);
   if (point.isSmooth)
     point.start += Vec3<float>(
         meshes_.entries[hit.entry].worldFromObject.transformVector(Vec3<double>(toSmooth)));

@@ -100,7 +100,7 @@ class Shader {
   [[nodiscard]] Directional makeLight(const tarn::Vec3<double>& towards,
                                       const tarn::Vec3<float>& colour, float spread) const;
   [[nodiscard]] LitPoint litPoint(const Placed& placed, const tarn::Vec3<float>& own,
-                                  const tarn::Vec3<float>& objectPoint, const scene::WorldRay& ray,
+                                  const scene::SurfacePoint& onSurface, const scene::WorldRay& ray,
                                   const scene::SurfaceHit& hit) const;
   void addDirectional(const LitPoint& point, const Directional& light,
                       const tarn::Vec2<float>& onLight, Batch& batch) const;
