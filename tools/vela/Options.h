@@ -111,9 +111,6 @@ bool readArguments(int count, char** arguments, ChannelsOptions& options);
 bool readArguments(int count, char** arguments, SelectOptions& options);
 bool readArguments(int count, char** arguments, ResolveOptions& options);
 
-/// The screen of `vela --help`.
-[[nodiscard]] const char* overallHelp();
-
 // The verbs. \throws Failure, Interrupted
 void render(const RenderOptions& options);
 void pick(const PickOptions& options);

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "Failure.h"
+#include "HelpTexts.h"
 #include "Interrupt.h"
 #include "Logging.h"
 #include "Options.h"
