@@ -10,8 +10,12 @@ function(vela_install_library target export)
   install(EXPORT ${export} NAMESPACE Vela::
     DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/Vela")
 endfunction()
+set(_packages vela)
 vela_install_library(vela VelaTargets)
-vela_install_library(vela_picture VelaPictureTargets)
+if(VELA_BUILD_PICTURE)
+  list(APPEND _packages vela-picture)
+  vela_install_library(vela_picture VelaPictureTargets)
+endif()
 
 configure_package_config_file("${CMAKE_CURRENT_LIST_DIR}/VelaConfig.cmake.in"
   "${PROJECT_BINARY_DIR}/VelaConfig.cmake" INSTALL_DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/Vela")
@@ -21,7 +25,7 @@ install(FILES "${PROJECT_BINARY_DIR}/VelaConfig.cmake"
   "${PROJECT_BINARY_DIR}/VelaConfigVersion.cmake"
   DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/Vela")
 
-foreach(_package IN ITEMS vela vela-picture)
+foreach(_package IN LISTS _packages)
   configure_file("${CMAKE_CURRENT_LIST_DIR}/${_package}.pc.in"
     "${PROJECT_BINARY_DIR}/${_package}.pc" @ONLY)
   install(FILES "${PROJECT_BINARY_DIR}/${_package}.pc"

@@ -32,7 +32,7 @@ struct Image {
   std::vector<std::uint8_t> codes;
 };
 
-bool makeImage(int width, int height, const std::vector<float>& rgb, Image& image,
+bool makeImage(int width, int height, tarn::Span<const float> rgb, Image& image,
                std::string* error) {
   if (width < 1 || height < 1) return fail(error, "the picture has no pixels");
   if (rgb.size() != static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 3)
@@ -81,7 +81,7 @@ std::uint8_t encodeSrgb(float linear) noexcept {
   return static_cast<std::uint8_t>(code * 255.0f + 0.5f);
 }
 
-bool writePng(int width, int height, const std::vector<float>& rgb, const std::string& file,
+bool writePng(int width, int height, tarn::Span<const float> rgb, const std::string& file,
               std::string* error) {
   Image image;
   if (!makeImage(width, height, rgb, image, error)) return false;
@@ -93,8 +93,8 @@ bool writePng(int width, int height, const std::vector<float>& rgb, const std::s
   return true;
 }
 
-bool writePng(int width, int height, const std::vector<float>& rgb,
-              std::vector<unsigned char>& bytes, std::string* error) {
+bool writePng(int width, int height, tarn::Span<const float> rgb, std::vector<unsigned char>& bytes,
+              std::string* error) {
   bytes.clear();
   Image image;
   if (!makeImage(width, height, rgb, image, error)) return false;

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "tarn/Span.h"
 #include "tarn/Vec.h"
 #include "vela/picture/Api.h"
 #include "vela/picture/Picture.h"
@@ -37,11 +38,11 @@ namespace vela::picture {
 ///   assert(vela::picture::writePng(2, 2, white, bytes, &error));
 ///   assert(bytes.size() > 8 && bytes[1] == 'P');
 /// \endcode
-[[nodiscard]] VELA_PICTURE_API bool writePng(int width, int height, const std::vector<float>& rgb,
+[[nodiscard]] VELA_PICTURE_API bool writePng(int width, int height, tarn::Span<const float> rgb,
                                              const std::string& file, std::string* error = nullptr);
 
 /// The same bytes in memory. \param bytes refilled; empty on failure
-[[nodiscard]] VELA_PICTURE_API bool writePng(int width, int height, const std::vector<float>& rgb,
+[[nodiscard]] VELA_PICTURE_API bool writePng(int width, int height, tarn::Span<const float> rgb,
                                              std::vector<unsigned char>& bytes,
                                              std::string* error = nullptr);
 

@@ -80,7 +80,7 @@ TEST(PngFile, WhatCannotBeWrittenSaysWhy) {
   EXPECT_FALSE(writePng(1, 2, rgb, bytes, &error));
   EXPECT_EQ(error, "there are 3 values, not 1 x 2 x 3");
   EXPECT_TRUE(bytes.empty());
-  EXPECT_FALSE(writePng(0, 2, {}, bytes, &error));
+  EXPECT_FALSE(writePng(0, 2, std::vector<float>(), bytes, &error));
   EXPECT_EQ(error, "the picture has no pixels");
   EXPECT_FALSE(writePng(-1, -1, rgb, bytes));
 }

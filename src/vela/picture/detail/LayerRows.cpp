@@ -42,7 +42,7 @@ std::vector<LayerRow> writtenRows() {
         {"N.x", "N.y", "N.z"},
         kFloats,
         kDefault,
-        "normal (the face's own; with --smooth the one that is shaded with)"},
+        "normal (the face's own; in smooth pictures the one that is shaded with)"},
        +[](const PixelCentre& centre, LayerValues& out) { put(centre.normal(), out); },
        Channel::dataVec3,
        {},

@@ -100,9 +100,9 @@ TEST(Shader, RaysToLightsStartAboveWhatRoundingPutsAHitBeneathItsFace) {
   struct Case {
     double middle, place, scale, away;
   };
-  for (const Case& c : {Case{0, 0, 1, 5}, Case{0, 0, 1, 1000}, Case{0, 1e5, 1, 5},
-                        Case{0, 0, 1e-4, 1}, Case{0, 0, 1e4, 3e4}, Case{1e4, 0, 1, 5},
-                        Case{1e5, 1e5, 3, 10}, Case{3e6, 0, 0.01, 1}}) {
+  for (const Case& c :
+       {Case{0, 0, 1, 5}, Case{0, 0, 1, 1000}, Case{0, 1e5, 1, 5}, Case{0, 0, 1e-4, 1},
+        Case{0, 0, 1e4, 3e4}, Case{1e4, 0, 1, 5}, Case{1e5, 1e5, 3, 10}, Case{3e6, 0, 0.01, 1}}) {
     int hits = 0;
     const double worst = worstShare(c.middle, c.place, c.scale, c.away, hits);
     EXPECT_GT(hits, 1000) << c.middle << " " << c.place << " " << c.scale << " " << c.away;
