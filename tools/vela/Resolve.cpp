@@ -56,6 +56,13 @@ Failure noConfiguration(const std::string& reference) {
               " to an OpenAssetIO configuration, such as examples/assets/openassetio.toml"};
 }
 
+// Messages of the asset layer belong into the log's file too. On standard error they would say once
+// more what the command says in its own form.
+void logError(const vela::asset::AssetMessage& message) {
+  if (!Halden::Log::path().empty() && !message.text.empty())
+    Halden::Log::write(Halden::Log::error, message.text, Halden::Log::channel("Asset System"));
+}
+
 // The manager of this process, set up when it is first asked for.
 struct Manager {
   bool isThere = false;
@@ -73,13 +80,16 @@ const Manager& manager() {
     const unsigned level = Halden::Log::level();
     setenv("OPENASSETIO_LOGGING_SEVERITY", kSeverities[level < 5 ? level : 1], 0);
     const std::string noPython = startPython();
-    const LogListener listener;
-    vela::asset::setupManager("");
-    made.isThere = vela::asset::getManager() != nullptr;
-    made.remark = listener.warning();
+    // Opened now: that it cannot be is said before anything about assets.
+    static_cast<void>(Halden::Log::stream());
+    vela::asset::AssetMessage error, warning;
+    made.isThere = vela::asset::setupManager("", &error, &warning);
+    made.remark = warning.reason;
+    logError(error);
+    if (!warning.text.empty())
+      Halden::Log::write(Halden::Log::warning, warning.text, Halden::Log::channel("Asset System"));
     if (!made.isThere) {
-      made.why =
-          "the asset manager of " + configuration() + " cannot be set up: " + listener.error();
+      made.why = "the asset manager of " + configuration() + " cannot be set up: " + error.reason;
       if (!noPython.empty())
         made.why += " (managers written in Python are left out: " + noPython + ")";
       made.attempt = std::string("see that ") + kVariable +
@@ -102,20 +112,22 @@ Resolution resolutionOf(const std::string& reference) {
   failure = {kBadInput, "cannot resolve", reference.empty() ? "''" : reference, "",
              "see what the asset manager holds under that name"};
 
-  const LogListener listener;
-  if (!vela::asset::isAssetPath(reference)) {
-    failure.why = listener.error();
-    if (failure.why.empty()) {
-      failure.why = "the asset manager knows no references of this kind";
+  vela::asset::AssetMessage error;
+  if (!vela::asset::isAssetPath(reference, &error)) {
+    if (error.text.empty()) {  // the manager said no, and that is all
+      failure.why = error.reason;
       failure.attempt = "see how references of that manager begin";
+    } else {
+      failure.why = "Failed to look at an asset reference: " + error.reason;
     }
-  } else if (std::string path; vela::asset::resolveAssetLocation(reference, path)) {
+  } else if (std::string path; vela::asset::resolveAssetLocation(reference, path, &error)) {
     result.path = path;
   } else {
-    failure.why = !listener.error().empty()   ? listener.error()
-                  : !manager().remark.empty() ? manager().remark
-                                              : "the asset manager has no location for it";
+    // Why it failed; else what was said of the manager, such as that it resolves nothing.
+    failure.why = !error.text.empty() ? error.reason : manager().remark;
+    if (failure.why.empty()) failure.why = "the asset manager has no location for it";
   }
+  logError(error);
   throwIfInterrupted();
   return result;
 }

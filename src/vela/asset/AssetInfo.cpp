@@ -14,26 +14,32 @@ using openassetio::hostApi::Manager;
 using openassetio::trait::TraitsDataPtr;
 
 constexpr const char* kLocationFailure = "Failed to resolve asset location: ";
+constexpr const char* kNoManager = "no asset manager is installed";
+constexpr const char* kNoReference = "the asset manager knows no references of this kind";
+constexpr const char* kNoLocation = "the asset manager has no location for it";
 
-/// The location as a file path. Throws for a location that is no text.
-bool locationOf(const TraitsDataPtr& data, std::string& path) {
+// The location as a file path. Throws for a location that is no text.
+bool locationOf(const TraitsDataPtr& data, std::string& path, AssetMessage* error) {
   // Never destroyed, for callers that resolve while the process ends.
   static const auto& converter = *new openassetio::utils::FileUrlPathConverter;
 
   openassetio::trait::property::Value value;
-  if (!data || !data->getTraitProperty(&value, kLocatableContentTrait, "location")) return false;
+  if (!data || !data->getTraitProperty(&value, kLocatableContentTrait, "location")) {
+    detail::tellQuietly(error, kNoLocation);
+    return false;
+  }
   const std::string* const url = std::get_if<std::string>(&value);
   if (!url) throw std::runtime_error("Invalid stored value type: should be 'openassetio::Str'.");
   try {
     path = converter.pathFromUrl(*url);
     return true;
   } catch (const openassetio::errors::InputValidationException&) {
-    detail::logError("Failed to resolve invalid url: " + *url);
+    detail::tellError(error, "Failed to resolve ", "invalid url: " + *url);
     return false;
   }
 }
 
-/// One text's part of a record's hash.
+// One text's part of a record's hash.
 std::uint64_t hashText(std::uint64_t hash, const std::string& text) {
   for (const char c : text) {
     if (c == '\0') break;
@@ -46,48 +52,81 @@ std::uint64_t hashText(std::uint64_t hash, const std::string& text) {
 
 // ---- Functions
 
-bool isAssetPath(std::string_view text) {
+bool isAssetPath(std::string_view text) { return isAssetPath(text, nullptr); }
+
+bool isAssetPath(std::string_view text, AssetMessage* error) {
+  if (error) *error = {};
   const std::shared_ptr<Manager> manager = getManager();
-  if (!manager) return false;
-  return detail::guarded("Failed to look at an asset reference: ", false,
-                         [&] { return manager->isEntityReferenceString(std::string(text)); });
+  if (!manager) {
+    detail::tellQuietly(error, kNoManager);
+    return false;
+  }
+  return detail::guarded(error, "Failed to look at an asset reference: ", false, [&] {
+    const bool isReference = manager->isEntityReferenceString(std::string(text));
+    if (!isReference) detail::tellQuietly(error, kNoReference);
+    return isReference;
+  });
 }
 
 std::shared_ptr<openassetio::trait::TraitsData> resolveAsset(
     const std::string& reference, const std::set<std::string>& traitSet) {
-  const std::shared_ptr<Manager> manager = getManager();
-  if (!manager || traitSet.empty()) return nullptr;
+  return resolveAsset(reference, traitSet, nullptr);
+}
 
-  return detail::guarded("Failed to resolve asset: ", TraitsDataPtr(), [&]() -> TraitsDataPtr {
-    if (!manager->hasCapability(Manager::Capability::kResolution)) return nullptr;
+std::shared_ptr<openassetio::trait::TraitsData> resolveAsset(const std::string& reference,
+                                                             const std::set<std::string>& traitSet,
+                                                             AssetMessage* error) {
+  if (error) *error = {};
+  const auto nothing = [&](const char* reason) -> TraitsDataPtr {
+    detail::tellQuietly(error, reason);
+    return nullptr;
+  };
+  const std::shared_ptr<Manager> manager = getManager();
+  if (!manager) return nothing(kNoManager);
+  if (traitSet.empty()) return nothing("no traits are asked for");
+
+  const auto ask = [&]() -> TraitsDataPtr {
+    if (!manager->hasCapability(Manager::Capability::kResolution))
+      return nothing("the asset manager does not resolve references");
     const auto entityReference = manager->createEntityReferenceIfValid(reference);
-    if (!entityReference) return nullptr;
+    if (!entityReference) return nothing(kNoReference);
 
     // KEEP(asset-cache-key): nothing stands between the parts. Trait ids begin with their package's
     // name, so questions that hosts really ask never run together.
     std::string key = reference;
     for (const std::string& trait : traitSet) key += trait;
     TraitsDataPtr data;
-    if (detail::findResolved(key, data)) return data;
-
-    data = manager->resolve(*entityReference, traitSet, openassetio::access::ResolveAccess::kRead,
-                            detail::contextForCalls());
-    detail::storeResolved(key, data);
-    return data;
-  });
+    if (!detail::findResolved(key, data)) {
+      data = manager->resolve(*entityReference, traitSet, openassetio::access::ResolveAccess::kRead,
+                              detail::contextForCalls());
+      detail::storeResolved(key, data);
+    }
+    return data ? data : nothing("the asset manager has no data for it");
+  };
+  return detail::guarded(error, "Failed to resolve asset: ", TraitsDataPtr(), ask);
 }
 
 bool getAssetLocation(const std::shared_ptr<openassetio::trait::TraitsData>& traitsData,
                       std::string& path) {
-  return detail::guarded(kLocationFailure, false, [&] { return locationOf(traitsData, path); });
+  return getAssetLocation(traitsData, path, nullptr);
+}
+
+bool getAssetLocation(const std::shared_ptr<openassetio::trait::TraitsData>& traitsData,
+                      std::string& path, AssetMessage* error) {
+  if (error) *error = {};
+  return detail::guarded(error, kLocationFailure, false,
+                         [&] { return locationOf(traitsData, path, error); });
 }
 
 bool resolveAssetLocation(const std::string& url, std::string& path) {
-  const bool found = detail::guarded(kLocationFailure, false, [&] {
-    return locationOf(resolveAsset(url, {kLocatableContentTrait}), path);
-  });
-  if (!found && &path != &url) path = url;
-  return found;
+  return resolveAssetLocation(url, path, nullptr);
+}
+
+bool resolveAssetLocation(const std::string& url, std::string& path, AssetMessage* error) {
+  const TraitsDataPtr data = resolveAsset(url, {kLocatableContentTrait}, error);
+  const bool isFound = data && getAssetLocation(data, path, error);
+  if (!isFound && &path != &url) path = url;
+  return isFound;
 }
 
 // ---- Records

@@ -42,6 +42,8 @@ inline constexpr const char* kLocatableContentTrait =
 
 /// Whether the installed manager takes a text for one of its references; false without a manager.
 [[nodiscard]] VELA_API bool isAssetPath(std::string_view text);
+/// The same, saying why not; see AssetMessage.
+[[nodiscard]] VELA_API bool isAssetPath(std::string_view text, AssetMessage* error);
 
 /// What the manager knows of an asset.
 /// \param traitSet  the trait ids that are asked for
@@ -50,16 +52,25 @@ inline constexpr const char* kLocatableContentTrait =
 ///         kept until clearCache()
 [[nodiscard]] VELA_API std::shared_ptr<openassetio::v1::trait::TraitsData> resolveAsset(
     const std::string& reference, const std::set<std::string>& traitSet);
+/// The same, saying why there is nothing; see AssetMessage.
+[[nodiscard]] VELA_API std::shared_ptr<openassetio::v1::trait::TraitsData> resolveAsset(
+    const std::string& reference, const std::set<std::string>& traitSet, AssetMessage* error);
 
 /// The file path of resolved data.
 /// \param path  untouched when false is returned
 /// \return false without a location, and when it is no text or no URL of a local file
 VELA_API bool getAssetLocation(
     const std::shared_ptr<openassetio::v1::trait::TraitsData>& traitsData, std::string& path);
+/// The same, saying why there is none; see AssetMessage.
+VELA_API bool getAssetLocation(
+    const std::shared_ptr<openassetio::v1::trait::TraitsData>& traitsData, std::string& path,
+    AssetMessage* error);
 
 /// From a reference straight to a file path.
 /// \param path  on failure: `url` as it is. May be the same string as `url`
 VELA_API bool resolveAssetLocation(const std::string& url, std::string& path);
+/// The same, saying why there is no file; see AssetMessage.
+VELA_API bool resolveAssetLocation(const std::string& url, std::string& path, AssetMessage* error);
 
 // ---- Records
 

@@ -246,6 +246,53 @@ TEST_F(Asset, ReferenceAndPathMayBeTheSameString) {
   EXPECT_EQ(both, "/x");
 }
 
+// ---- Reasons
+
+TEST_F(Asset, ReasonsComeToWhoeverAsksAndNotIntoTheLog) {
+  AssetMessage error{"before", "before"};
+  EXPECT_TRUE(isAssetPath("test:anything", &error));
+  EXPECT_EQ(error.reason + error.text, "");
+  EXPECT_FALSE(isAssetPath("/plain/path", &error));
+  EXPECT_EQ(error.reason, "the asset manager knows no references of this kind");
+  EXPECT_EQ(error.text, "") << "the plain call logs nothing";
+  EXPECT_FALSE(isAssetPath("test-throws:x", &error));
+  EXPECT_EQ(error.reason, "cannot look at it");
+  EXPECT_EQ(error.text, "Failed to look at an asset reference: cannot look at it");
+
+  std::string path = "before";
+  EXPECT_TRUE(resolveAssetLocation("test:url:file:///x", path, &error));
+  EXPECT_EQ(path, "/x");
+  EXPECT_EQ(error.reason + error.text, "");
+  EXPECT_FALSE(resolveAssetLocation("test:throw-std", path, &error));
+  EXPECT_EQ(path, "test:throw-std");
+  EXPECT_EQ(error.reason, "a standard failure");
+  EXPECT_EQ(error.text, "Failed to resolve asset: a standard failure");
+  EXPECT_FALSE(resolveAssetLocation("test:throw-int", path, &error));
+  EXPECT_EQ(error.text, "Failed to resolve asset: unknown exception");
+  EXPECT_FALSE(resolveAssetLocation("test:url:https://x", path, &error));
+  EXPECT_EQ(error.reason, "invalid url: https://x");
+  EXPECT_EQ(error.text, "Failed to resolve invalid url: https://x");
+  EXPECT_FALSE(resolveAssetLocation("test:none", path, &error));
+  EXPECT_EQ(error.reason, "the asset manager has no location for it");
+  EXPECT_EQ(error.text, "");
+  EXPECT_FALSE(resolveAssetLocation("test:null", path, &error));
+  EXPECT_EQ(error.reason, "the asset manager has no data for it");
+  EXPECT_EQ(resolveAsset("test:count", {}, &error), nullptr);
+  EXPECT_EQ(error.reason, "no traits are asked for");
+  EXPECT_EQ(resolveAsset("/plain/path", kLocatable, &error), nullptr);
+  EXPECT_EQ(error.reason, "the asset manager knows no references of this kind");
+  EXPECT_NE(resolveAsset("test:count", kLocatable, &error), nullptr);
+  EXPECT_EQ(error.reason, "");
+  EXPECT_EQ(logged(), "");
+
+  setManager(nullptr);
+  EXPECT_FALSE(isAssetPath("test:anything", &error));
+  EXPECT_EQ(error.reason, "no asset manager is installed");
+  EXPECT_FALSE(resolveAssetLocation("test:count", path, &error));
+  EXPECT_EQ(error.reason, "no asset manager is installed");
+  EXPECT_EQ(logged(), "");
+}
+
 // ---- Records
 
 TEST_F(Asset, DataIsValidWhenThereIsSome) {

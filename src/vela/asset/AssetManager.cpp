@@ -1,5 +1,6 @@
 #include "vela/asset/AssetManager.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <mutex>
 #include <unordered_map>
@@ -41,6 +42,14 @@ State& state() {
 unsigned logChannel() {
   static const unsigned channel = Halden::Log::channel("Asset System");
   return channel;
+}
+
+// A message as part of a sentence: without the traceback that Python's messages end with.
+std::string oneLine(std::string_view message) {
+  std::string line(message.substr(0, message.find("\n\nAt:")));
+  while (!line.empty() && (line.back() == '\n' || line.back() == '.')) line.pop_back();
+  std::replace(line.begin(), line.end(), '\n', ' ');
+  return line;
 }
 
 std::shared_ptr<Manager> makeManager(const std::string& configPath) {
@@ -91,10 +100,26 @@ void storeResolved(const std::string& key, const openassetio::trait::TraitsDataP
   s.resolved[key] = data;
 }
 
-void logError(std::string_view text) { Halden::Log::write(Halden::Log::error, text, logChannel()); }
-void logWarning(std::string_view text) {
-  Halden::Log::write(Halden::Log::warning, text, logChannel());
+void tellError(AssetMessage* to, std::string_view head, std::string_view reason) {
+  std::string text(head);
+  text += reason;
+  if (to)
+    *to = {oneLine(reason), std::move(text)};
+  else
+    Halden::Log::write(Halden::Log::error, text, logChannel());
 }
+
+void tellWarning(AssetMessage* to, std::string_view text) {
+  if (to)
+    *to = {oneLine(text), std::string(text)};
+  else
+    Halden::Log::write(Halden::Log::warning, text, logChannel());
+}
+
+void tellQuietly(AssetMessage* to, std::string_view reason) {
+  if (to) *to = {oneLine(reason), std::string()};
+}
+
 void logVerbose(std::string_view text) {
   Halden::Log::write(Halden::Log::verbose, text, logChannel());
 }
@@ -103,21 +128,30 @@ void logVerbose(std::string_view text) {
 
 // ---- Manager and context
 
-void setupManager(const std::string& configPath) {
-  if (!std::getenv("OPENASSETIO_DEFAULT_CONFIG") && configPath.empty()) return;
+void setupManager(const std::string& configPath) { setupManager(configPath, nullptr); }
 
-  detail::guarded("Failed to create the default OpenAssetIO Manager (Unexpected): ", false, [&] {
+bool setupManager(const std::string& configPath, AssetMessage* error, AssetMessage* warning) {
+  if (error) *error = {};
+  if (warning) *warning = {};
+  if (!std::getenv("OPENASSETIO_DEFAULT_CONFIG") && configPath.empty()) {
+    detail::tellQuietly(error, "no configuration is named");
+    return false;
+  }
+
+  const char* const head = "Failed to create the default OpenAssetIO Manager (Unexpected): ";
+  return detail::guarded(error, head, false, [&] {
     const std::shared_ptr<Manager> manager = makeManager(configPath);
     if (!manager) {
-      detail::logError("Failed to create the default OpenAssetIO Manager");
+      detail::tellError(error, "", "Failed to create the default OpenAssetIO Manager");
     } else if (!manager->hasCapability(Manager::Capability::kResolution)) {
       // KEEP(asset-unresolving-manager): it is installed all the same; it may know its references,
       // which hosts rely on.
-      detail::logWarning("Loaded manager " + manager->displayName() +
-                         ", but it does not support asset resolution and will be ignored");
+      detail::tellWarning(warning, "Loaded manager " + manager->displayName() +
+                                       ", but it does not support asset resolution and will be "
+                                       "ignored");
     }
     setManager(manager);
-    return true;
+    return manager != nullptr;
   });
 }
 
@@ -148,7 +182,7 @@ std::shared_ptr<openassetio::Context> getContext() {
 void clearContext() {
   const std::shared_ptr<Manager> manager = getManager();
   if (!manager) return;
-  detail::guarded("Failed to create a context: ", false, [&] {
+  detail::guarded(nullptr, "Failed to create a context: ", false, [&] {
     std::shared_ptr<openassetio::Context> context = manager->createContext();
     State& s = state();
     const std::lock_guard lock(s.mutex);

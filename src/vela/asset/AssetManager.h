@@ -29,6 +29,18 @@ class TraitsData;
 
 namespace vela::asset {
 
+/// Why a call gave nothing, for callers that have their own place to say it.
+///
+/// Every call that can fail has a form with an `AssetMessage* error`. Where that is not null, the
+/// message goes there and not to the log, and is empty after a success. Where it is null, the call
+/// is the plain one.
+struct AssetMessage {
+  std::string reason;  ///< one line without a full stop; empty when there is nothing to say
+  /// What the plain call logs: what failed, the reason, and behind it the traceback of a manager
+  /// written in Python. Empty where the plain call says nothing.
+  std::string text;
+};
+
 /// Makes the manager that a configuration names, and installs it in place of the present one.
 ///
 /// Plug-ins may be native or written in Python. Python ones are found when an interpreter of the
@@ -43,6 +55,12 @@ namespace vela::asset {
 /// resolution. When no manager can be made, an error says why; one that was there before stays.
 /// What was resolved before stays in the cache.
 VELA_API void setupManager(const std::string& configPath);
+/// The same, saying why.
+/// \param error   why no manager was made; see AssetMessage
+/// \param warning why the manager that was made will answer nothing
+/// \return true when a manager was made and installed
+VELA_API bool setupManager(const std::string& configPath, AssetMessage* error,
+                           AssetMessage* warning = nullptr);
 
 /// The installed manager; null without one.
 [[nodiscard]] VELA_API std::shared_ptr<openassetio::v1::hostApi::Manager> getManager();

@@ -164,6 +164,22 @@ TEST_F(AssetProcess, ManagerWithoutResolutionIsInstalledWithAWarningAndPassedOve
             "ignored\n");
 }
 
+TEST_F(AssetProcess, SetupSaysByDataWhyThereIsNoManagerAndWhatIsOddAboutOne) {
+  EXPECT_EQ(run({"setup-told=", "has-manager"}).out,
+            "0 [no configuration is named] [] [] []\nno manager\n");
+  EXPECT_EQ(run({"setup-told=" + nativeConfig()}).out, "1 [] [] [] []\n");
+  const std::string odd =
+      "Loaded manager Test Manager \xc3\xa4, but it does not support asset resolution and will be "
+      "ignored";
+  EXPECT_EQ(run({"level=2", "setup-told=" + nativeConfig("resolution = false")}).out,
+            "1 [] [] [" + odd + "] [" + odd + "]\n");
+  const std::string out = run({"setup-told=" + nativeConfig("fail = true"), "has-manager"}).out;
+  EXPECT_EQ(out,
+            "0 [this manager does not start] [Failed to create the default OpenAssetIO Manager "
+            "(Unexpected): this manager does not start] [] []\nno manager\n");
+  EXPECT_EQ(log(), "") << "the caller was told";
+}
+
 TEST_F(AssetProcess, ClearCacheBuildsTheManagerFromTheEnvironmentAlone) {
   // Without the variable the manager stays, and asks again; with it, it is the variable's.
   const std::string given = nativeConfig();

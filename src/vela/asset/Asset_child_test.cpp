@@ -2,7 +2,7 @@
 //   python=LIB        starts an interpreter from this libpython and lets go of its lock
 //   load-python=LIB   only loads it, for itself alone
 //   level=N           the log's level
-//   setup=FILE  clear-cache  clear-context
+//   setup=FILE  setup-told=FILE  clear-cache  clear-context
 //   has-manager  is-asset=TEXT  location=TEXT   print what they find, a line each
 //   info=TEXT         the same through a record
 //   threads=COUNT,TEXT  resolves it from so many threads at once and prints how many succeeded
@@ -80,6 +80,11 @@ int main(int argc, char** argv) {
       Halden::Log::setLevel(static_cast<unsigned>(std::strtoul(rest.c_str(), nullptr, 10)));
     } else if (verb == "setup") {
       setupManager(rest);
+    } else if (verb == "setup-told") {
+      AssetMessage error{"before", "before"}, warning{"before", "before"};
+      const bool isThere = setupManager(rest, &error, &warning);
+      std::printf("%d [%s] [%s] [%s] [%s]\n", isThere, error.reason.c_str(), error.text.c_str(),
+                  warning.reason.c_str(), warning.text.c_str());
     } else if (verb == "clear-cache") {
       clearCache();
     } else if (verb == "clear-context") {

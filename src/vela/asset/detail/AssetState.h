@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "vela/asset/AssetManager.h"
 #include "vela/asset/detail/OpenAssetIO.h"
 
 namespace vela::asset::detail {
@@ -19,23 +20,28 @@ namespace vela::asset::detail {
 [[nodiscard]] bool findResolved(const std::string& key, openassetio::trait::TraitsDataPtr& data);
 void storeResolved(const std::string& key, const openassetio::trait::TraitsDataPtr& data);
 
-void logError(std::string_view text);
-void logWarning(std::string_view text);
+/// Gives an error, or a warning, to the caller that asked for it; logs it where `to` is null.
+/// \param head  what failed; not part of the reason
+void tellError(AssetMessage* to, std::string_view head, std::string_view reason);
+void tellWarning(AssetMessage* to, std::string_view text);
+/// A reason that is not logged where nobody asks for it.
+void tellQuietly(AssetMessage* to, std::string_view reason);
+
 void logVerbose(std::string_view text);
 
 /// For exceptions that are no std::exception.
 inline constexpr const char* kUnknownException = "unknown exception";
 
-/// Runs `work`; when it throws, logs `message` followed by the exception's own text, and gives
-/// `otherwise`. Plug-ins may throw anything.
+/// Runs `work`; when it throws, tells the error, `head` followed by the exception's own text, and
+/// gives `otherwise`. Plug-ins may throw anything.
 template <typename Result, typename Work>
-Result guarded(const char* message, Result otherwise, Work work) {
+Result guarded(AssetMessage* error, const char* head, Result otherwise, Work work) {
   try {
     return work();
   } catch (const std::exception& exception) {
-    logError(std::string(message) + exception.what());
+    tellError(error, head, exception.what());
   } catch (...) {
-    logError(std::string(message) + kUnknownException);
+    tellError(error, head, kUnknownException);
   }
   return otherwise;
 }
