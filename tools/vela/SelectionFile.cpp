@@ -1,6 +1,7 @@
 #include "SelectionFile.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <sstream>
@@ -10,19 +11,6 @@
 
 namespace command {
 
-namespace {
-
-bool isEmptySelection(const std::string& text) {
-  std::istringstream in(text);
-  std::string word, words;
-  while (in >> word) words += word + ' ';
-  // The reader takes from one to three closing braces.
-  const std::string begin = "geoselection { paths 0 { ";
-  return words == begin + "} " || words == begin + "} } " || words == begin + "} } } ";
-}
-
-}  // namespace
-
 vela::Selection::GeoSelection readSelection(const std::string& file) {
   std::ifstream in(file, std::ios::binary);
   std::stringstream text;
@@ -31,13 +19,14 @@ vela::Selection::GeoSelection readSelection(const std::string& file) {
                   in ? "it is empty" : std::strerror(errno),
                   "vela select FILE --rect X0,Y0,X1,Y1 -o " + file + " makes one"};
 
-  // The reader says on standard error which word it did not expect, and gives an empty selection:
-  // so does the text of an empty one, which is told apart by its words.
   vela::Selection::GeoSelection selection;
-  selection.deserialize(text);
-  if (selection.size() == 0 && !isEmptySelection(text.str()))
+  std::string error;
+  if (!selection.deserialize(text, &error)) {
+    const std::string line = "GeoSelection deserialization error, " + error + "\n";
+    std::fwrite(line.data(), 1, line.size(), stderr);
     throw Failure{kBadInput, "cannot read the selection", file,
                   "it is no selection, or a damaged one", "make it anew with vela select"};
+  }
   return selection;
 }
 

@@ -15,6 +15,7 @@
 #include <cstddef>
 #include <iosfwd>
 #include <memory>
+#include <string>
 #include <unordered_map>
 #include <vector>
 
@@ -108,7 +109,8 @@ struct GeoObjectSelection {
 ///   std::stringstream text;
 ///   text << selection;
 ///   sel::GeoSelection again;
-///   again.deserialize(text);
+///   std::string error;
+///   if (!again.deserialize(text, &error)) std::cerr << error << '\n';
 ///   assert(again.size() == 2 && again.isObjectSelected(ovo::Path("/World/Bowl")));
 ///
 ///   // What lies below a selected object.
@@ -190,6 +192,15 @@ class VELA_API GeoSelection {
   /// one before it, at position -1.
   /// \return the stream; as a rule at its end, and failed, because a third brace was looked for
   std::istream& deserialize(std::istream& in);
+
+  /// Reads as deserialize does, and says by data what came of it: nothing is written to the
+  /// standard error stream.
+  ///
+  /// \param error  when not null: on failure the unexpected word, its position and the word that was
+  ///               expected, as `bad token 'x' at position 17, expected '{'`; emptied on success
+  /// \return true when the whole text was a selection, which may be an empty one; false leaves this
+  ///         selection empty
+  bool deserialize(std::istream& in, std::string* error);
 
  private:
   /// Throws the status away.

@@ -70,8 +70,8 @@ std::size_t mostValues() {
       most, static_cast<std::size_t>(pages) * (static_cast<std::size_t>(pageSize) / sizeof(float)));
 }
 
-/// Reads a selection's text word by word; false from any step means that an unexpected word was
-/// reported.
+/// Reads a selection's text word by word; false from any step means that error() names an
+/// unexpected word.
 class Parser {
  public:
   explicit Parser(std::istream& in) : reader_(in) {}
@@ -85,13 +85,11 @@ class Parser {
     reader_.word(token_);
     if (token_ == expected) return true;
 
-    const std::string line = "GeoSelection deserialization error, bad token '" + token_ +
-                             "' at position " + std::to_string(reader_.position(mark)) +
-                             ", expected '" + expected + "'\n";
-    std::cerr.write(line.data(), static_cast<std::streamsize>(line.size()));
-    std::cerr.flush();
+    error_ = "bad token '" + token_ + "' at position " + std::to_string(reader_.position(mark)) +
+             ", expected '" + expected + "'";
     return false;
   }
+  const std::string& error() const { return error_; }
 
   ovo::Path path() {
     reader_.word(token_);
@@ -151,6 +149,7 @@ class Parser {
 
   TextReader reader_;
   std::string token_;
+  std::string error_;
   const std::uint64_t mostValues_ = mostValues();
   std::uint64_t valuesInRuns_ = 0;  ///< of all lists; single values cost no more than their text
 };
@@ -188,7 +187,18 @@ std::ostream& GeoSelection::serialize(std::ostream& out) const {
 }
 
 std::istream& GeoSelection::deserialize(std::istream& in) {
+  std::string error;
+  if (!deserialize(in, &error)) {
+    const std::string line = "GeoSelection deserialization error, " + error + "\n";
+    std::cerr.write(line.data(), static_cast<std::streamsize>(line.size()));
+    std::cerr.flush();
+  }
+  return in;
+}
+
+bool GeoSelection::deserialize(std::istream& in, std::string* error) {
   clear();
+  if (error) error->clear();
   Parser parser(in);
 
   const auto read = [&] {
@@ -211,8 +221,12 @@ std::istream& GeoSelection::deserialize(std::istream& in) {
     // before it serves. Saved files rely on what that accepts and refuses.
     return parser.expect(kClose) && parser.expect(kClose) && parser.expect(kClose);
   };
-  if (!read()) clear();
-  return in;
+  const bool isRead = read();
+  if (!isRead) {
+    clear();
+    if (error) *error = parser.error();
+  }
+  return isRead;
 }
 
 std::ostream& operator<<(std::ostream& out, const GeoSelection& selection) {

@@ -39,9 +39,26 @@ std::string read(std::istream& in, GeoSelection& selection) {
   return captured.str();
 }
 
+/// Both calls read every text alike; the one that gives its reason writes nothing.
 std::string read(const std::string& text, GeoSelection& selection) {
-  std::istringstream in(text);
-  return read(in, selection);
+  std::istringstream in(text), again(text);
+  const std::string line = read(in, selection);
+
+  GeoSelection told;
+  std::string error = "before";
+  std::ostringstream captured;
+  std::streambuf* const before = std::cerr.rdbuf(captured.rdbuf());
+  const bool isRead = told.deserialize(again, &error);
+  std::cerr.rdbuf(before);
+  EXPECT_EQ(captured.str(), "");
+  EXPECT_EQ(isRead, line.empty());
+  EXPECT_EQ(line, isRead ? "" : "GeoSelection deserialization error, " + error + "\n");
+  EXPECT_EQ(isRead, error.empty());
+  EXPECT_EQ(textOf(told), textOf(selection));
+  EXPECT_EQ(again.rdstate(), in.rdstate());
+  EXPECT_EQ(again.rdbuf()->pubseekoff(0, std::ios_base::cur, std::ios_base::in),
+            in.rdbuf()->pubseekoff(0, std::ios_base::cur, std::ios_base::in));
+  return line;
 }
 
 std::string words(const std::string& text) {
@@ -228,6 +245,23 @@ TEST(SelectionReader, EmptySelectionReadsBackWithoutAWord) {
   EXPECT_EQ(read(textOf({}), selection), "");
   EXPECT_EQ(selection.size(), 0u);
   EXPECT_TRUE(selection.isPrimSelectionStatusValid());
+}
+
+TEST(SelectionReader, ReasonIsGivenInPlaceOfTheLine) {
+  GeoSelection selection = withValues({1});
+  std::string error = "before";
+  std::istringstream damaged("geoselection { paths x { } }");
+  EXPECT_FALSE(selection.deserialize(damaged, &error));
+  EXPECT_EQ(error, "bad token 'paths' at position -1, expected '{'");
+  EXPECT_EQ(selection.size(), 0u);
+
+  std::istringstream empty(textOf({}));
+  EXPECT_TRUE(selection.deserialize(empty, &error));
+  EXPECT_EQ(error, "");
+  EXPECT_EQ(selection.size(), 0u);
+
+  std::istringstream unasked("no selection");
+  EXPECT_FALSE(selection.deserialize(unasked, nullptr));
 }
 
 TEST(SelectionReader, ReadsWhatWasWritten) {
