@@ -13,9 +13,13 @@ LensProjection lensOf(const ovo::CameraParameters& parameters) {
   return parameters.perspective ? LensProjection::perspective : LensProjection::orthographic;
 }
 
-/// Position, viewing direction and up direction of a placement, as a rigid one.
-///
-/// \return false when two of its axes are parallel, or something is not finite
+bool fail(std::string* error, const char* reason) {
+  if (error) *error = reason;
+  return false;
+}
+
+// Position, viewing direction and up direction of a placement, as a rigid one. False when the two
+// directions are parallel, or something is not finite.
 bool makeRigid(const tarn::Mat4<double>& placement, tarn::Mat4<double>& rigid) {
   // Scaled to a largest element of 1 first: cameras below groups scaled by 1e-200 have axes whose
   // squares vanish.
@@ -49,10 +53,19 @@ LensProjection cameraPrimLens(const ovo::CameraPrim& prim, double time) {
 bool sampleCamera(const ovo::CameraParameters& parameters, const tarn::Mat4<double>& parentToWorld,
                   const tarn::Mat4<double>& local, double time, Camera::Sample& sample,
                   LensProjection lens) {
+  return sampleCamera(parameters, parentToWorld, local, time, sample, lens, nullptr);
+}
+
+bool sampleCamera(const ovo::CameraParameters& parameters, const tarn::Mat4<double>& parentToWorld,
+                  const tarn::Mat4<double>& local, double time, Camera::Sample& sample,
+                  LensProjection lens, std::string* error) {
+  if (error) error->clear();
   if (lens == LensProjection::none) lens = lensOf(parameters);
   const bool orthographic = lens == LensProjection::orthographic;
   const double width = parameters.horizontalAperture;
-  if (!isLength(width) || !(orthographic || isLength(parameters.focalLength))) return false;
+  if (!isLength(width)) return fail(error, "the film's width is not positive and finite");
+  if (!orthographic && !isLength(parameters.focalLength))
+    return fail(error, "the focal length is not positive and finite");
 
   Camera::Sample s;
   s.time = time;
@@ -60,7 +73,8 @@ bool sampleCamera(const ovo::CameraParameters& parameters, const tarn::Mat4<doub
   // Placement.
   s.xform.parent = parentToWorld;
   s.xform.local = local;
-  if (!makeRigid(parentToWorld * local, s.xform.l2w)) return false;
+  if (!makeRigid(parentToWorld * local, s.xform.l2w))
+    return fail(error, "the placement has no inverse");
 
   // Film back and lens.
   s.sensor.apertureSize = {width, parameters.verticalAperture};
@@ -83,12 +97,17 @@ bool sampleCamera(const ovo::CameraParameters& parameters, const tarn::Mat4<doub
 
 bool sampleCameraPrim(const ovo::CameraPrim& prim, double time, Camera::Sample& sample,
                       LensProjection lens) {
-  if (!prim.isValid()) return false;
+  return sampleCameraPrim(prim, time, sample, lens, nullptr);
+}
+
+bool sampleCameraPrim(const ovo::CameraPrim& prim, double time, Camera::Sample& sample,
+                      LensProjection lens, std::string* error) {
+  if (!prim.isValid()) return fail(error, "the prim is not a camera");
   ovo::XformCache placements(time);
   const tarn::Mat4<double> parentToWorld =
       prim.resetsXformStack() ? tarn::Mat4<double>() : placements.getLocalToWorld(prim.parent());
   return sampleCamera(prim.getParameters(time), parentToWorld, prim.getLocalXform(time), time,
-                      sample, lens);
+                      sample, lens, error);
 }
 
 }  // namespace vela

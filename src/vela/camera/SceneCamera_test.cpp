@@ -241,6 +241,33 @@ TEST(SceneCamera, WhatCannotBeSeenThroughLeavesTheSampleUntouched) {
   EXPECT_EQ(s.time, 42.0);
 }
 
+TEST(SceneCamera, SaysWhyACameraCannotBeUsed) {
+  Camera::Sample s;
+  s.time = 42.0;
+  std::string error = "before";
+  const auto reason = [&](const CameraParameters& p, const Mat4<double>& parent,
+                          LensProjection lens) {
+    const bool isMade = vela::sampleCamera(p, parent, Mat4<double>(), 0.0, s, lens, &error);
+    EXPECT_EQ(isMade, error.empty());
+    return error;
+  };
+  const Mat4<double> identity, flat(0.0);
+  CameraParameters narrow = fullFrame(), blind = fullFrame();
+  narrow.horizontalAperture = 0.0;
+  blind.focalLength = kNan;
+  const LensProjection own = LensProjection::none;
+  EXPECT_EQ(reason(narrow, identity, own), "the film's width is not positive and finite");
+  EXPECT_EQ(reason(blind, identity, own), "the focal length is not positive and finite");
+  EXPECT_EQ(reason(fullFrame(), flat, own), "the placement has no inverse");
+  EXPECT_EQ(reason(narrow, flat, own), "the film's width is not positive and finite") << "first";
+  EXPECT_FALSE(vela::sampleCameraPrim(CameraPrim(), 0.0, s, own, &error));
+  EXPECT_EQ(error, "the prim is not a camera");
+  EXPECT_EQ(s.time, 42.0) << "untouched";
+
+  EXPECT_EQ(reason(blind, identity, LensProjection::orthographic), "");
+  EXPECT_EQ(s.time, 0.0);
+}
+
 // ---- Prims
 
 TEST(SceneCamera, APrimOfAStageIsSampledAtATime) {
