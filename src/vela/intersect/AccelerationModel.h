@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "ovo/Array.h"
@@ -193,6 +194,16 @@ class VELA_API PrimAccelerationModel : public AccelerationModel {
   /// prims, no classes, with what is below instances. A start prim without a transform stands at
   /// the identity, wherever it hangs; prims without one below it stand where their parents do.
   void addMeshPrims(const ovo::Prim& prim, double time);
+  /// The same three, saying what cannot be hit. The entries are those of the plain forms.
+  /// \param error  when not null: of the entries added, the first that no ray can hit, and why (no
+  ///               mesh, no points, a placement without an inverse), as `path: why`; or why there
+  ///               are no entries. Emptied when there is nothing to say
+  /// \return how many entries were added
+  std::size_t addMeshPrims(const std::shared_ptr<ovo::Stage>& stage, double time,
+                           std::string* error);
+  std::size_t addMeshPrims(const std::vector<ovo::MeshPrim>& meshes, double time,
+                           std::string* error);
+  std::size_t addMeshPrims(const ovo::Prim& prim, double time, std::string* error);
 
   /// Number of entries.
   [[nodiscard]] std::size_t size() const override;

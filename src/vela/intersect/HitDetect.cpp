@@ -8,10 +8,11 @@ namespace vela {
 
 struct HitDetectModel::Record {
   template <class Source>
-  Record(const Source& source, double time) : model(tarn::defaultTimeValue()) {
-    // KEEP(hit-detect-default-time): places at `time`, points at the default time. Hosts pick on
-    // the shapes that they have always seen here.
-    model.addMeshPrims(source, time);
+  Record(const Source& source, double time, std::string* error = nullptr)
+      : model(tarn::defaultTimeValue()) {
+    // KEEP(hit-detect-default-time): placements at `time`, points at the default time. Hosts pick
+    // on the shapes that they have always seen here.
+    model.addMeshPrims(source, time, error);
     acceleration = std::make_unique<BvhAcceleration>(model, false);
   }
   PrimAccelerationModel model;
@@ -24,6 +25,14 @@ HitDetectModel::HitDetectModel(const std::vector<ovo::MeshPrim>& meshes, double 
     : record_(std::make_unique<Record>(meshes, time)) {}
 HitDetectModel::HitDetectModel(const ovo::Prim& prim, double time)
     : record_(std::make_unique<Record>(prim, time)) {}
+HitDetectModel::HitDetectModel(const std::shared_ptr<ovo::Stage>& stage, double time,
+                               std::string* error)
+    : record_(std::make_unique<Record>(stage, time, error)) {}
+HitDetectModel::HitDetectModel(const std::vector<ovo::MeshPrim>& meshes, double time,
+                               std::string* error)
+    : record_(std::make_unique<Record>(meshes, time, error)) {}
+HitDetectModel::HitDetectModel(const ovo::Prim& prim, double time, std::string* error)
+    : record_(std::make_unique<Record>(prim, time, error)) {}
 HitDetectModel::~HitDetectModel() = default;
 
 const PrimAccelerationModel& HitDetectModel::model() const { return record_->model; }

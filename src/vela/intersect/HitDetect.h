@@ -30,6 +30,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "ovo/MeshPrim.h"
@@ -56,6 +57,10 @@ class VELA_API HitDetectModel {
   /// Every mesh in the prim's subtree. See PrimAccelerationModel::addMeshPrims for what the three
   /// take.
   HitDetectModel(const ovo::Prim& prim, double time);
+  /// The same three, saying what cannot be hit; see PrimAccelerationModel::addMeshPrims.
+  HitDetectModel(const std::shared_ptr<ovo::Stage>& stage, double time, std::string* error);
+  HitDetectModel(const std::vector<ovo::MeshPrim>& meshes, double time, std::string* error);
+  HitDetectModel(const ovo::Prim& prim, double time, std::string* error);
   HitDetectModel(const HitDetectModel&) = delete;
   HitDetectModel& operator=(const HitDetectModel&) = delete;
   ~HitDetectModel();

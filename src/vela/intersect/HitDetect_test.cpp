@@ -421,6 +421,41 @@ TEST(PrimModel, CopiesOfAMeshAnswerForThemselvesAndAlmostEqualMeshesStayApart) {
 }
 
 // The walk over the tree against a loop over all entries; each entry's own rule is the grid's.
+TEST(HitDetect, SaysWhatCannotBeHit) {
+  std::string error = "before";
+  const auto stage = twoCubes();
+  EXPECT_EQ(HitDetectModel(stage, kDefaultTime, &error).model().size(), 2u);
+  EXPECT_EQ(error, "");
+  EXPECT_EQ(HitDetectModel(stage, kDefaultTime, nullptr).model().size(), 2u);
+
+  const std::shared_ptr<ovo::Stage> none, empty = ovo::Stage::createInMemory();
+  EXPECT_EQ(HitDetectModel(none, kDefaultTime, &error).model().size(), 0u);
+  EXPECT_EQ(error, "there is no stage");
+  EXPECT_EQ(HitDetectModel(empty, kDefaultTime, &error).model().size(), 0u);
+  EXPECT_EQ(error, "the stage has no meshes");
+  EXPECT_EQ(HitDetectModel(ovo::Prim(), kDefaultTime, &error).model().size(), 0u);
+  EXPECT_EQ(error, "the prim is not valid");
+  const ovo::Prim scope = empty->definePrim("/Scope", ovo::Token("Scope"));
+  EXPECT_EQ(HitDetectModel(scope, kDefaultTime, &error).model().size(), 0u);
+  EXPECT_EQ(error, "/Scope: no meshes are there");
+  EXPECT_EQ(HitDetectModel(std::vector<ovo::MeshPrim>(), kDefaultTime, &error).model().size(), 0u);
+  EXPECT_EQ(error, "no meshes were given");
+
+  // The first entry that cannot be hit; all of them are entries.
+  define(stage, "/Flat", cube(), Mat4<double>(0.0));
+  define(stage, "/Nothing", TestMesh{"nothing", {}, {}, {}});
+  PrimAccelerationModel model(kDefaultTime);
+  EXPECT_EQ(model.addMeshPrims(stage, kDefaultTime, &error), 4u);
+  EXPECT_EQ(error, "/Flat: its placement has no inverse");
+  EXPECT_EQ(model.addMeshPrims(stage->getPrimAtPath("/Nothing"), kDefaultTime, &error), 1u);
+  EXPECT_EQ(error, "/Nothing: it has no points");
+  const std::vector<ovo::MeshPrim> odd{ovo::MeshPrim(stage->getPrimAtPath("/A")),
+                                       ovo::MeshPrim(stage->getPrimAtPath("/Group"))};
+  EXPECT_EQ(model.addMeshPrims(odd, kDefaultTime, &error), 2u);
+  EXPECT_EQ(error, "/Group: it is no mesh");
+  EXPECT_EQ(model.size(), 7u);
+}
+
 TEST(HitDetect, AnswersLikeALoopOverTheEntries) {
   const auto stage = manySpheres(60);
   const HitDetectModel model(stage, kDefaultTime);

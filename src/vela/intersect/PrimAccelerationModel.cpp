@@ -75,6 +75,17 @@ class PrimAccelerationModelImpl : public AccelerationModel {
   [[nodiscard]] tarn::Box3<float> bounds(std::size_t i) const override { return entries_[i].box; }
   [[nodiscard]] tarn::Box3<float> bounds() const override { return bounds_; }
 
+  // Why no ray can hit an entry; empty when one can.
+  [[nodiscard]] std::string whyNeverHit(std::size_t i) const {
+    const Entry& entry = entries_[i];
+    const char* const why = !entry.mesh.isValid() ? "it is no mesh"
+                            : entry.box.isEmpty() ? "it has no points"
+                            : entry.localFromWorld == tarn::Mat4<float>(0.0f)
+                                ? "its placement has no inverse"
+                                : nullptr;
+    return why ? entry.mesh.getPath().asString() + ": " + why : std::string();
+  }
+
   [[nodiscard]] bool exclude(const IntersectionContext& ctx, std::size_t i) const override {
     // A set that is empty is not asked: it would look at the prim's text all the same.
     const ovo::Prim& prim = entries_[i].mesh;
@@ -211,6 +222,45 @@ void PrimAccelerationModel::addMeshPrims(const ovo::Prim& prim, double time) {
     }
     if (ovo::MeshPrim(taken).isValid()) impl_->add(taken, worldFromLocal, time);
   }
+}
+
+namespace {
+
+// Of the entries from `first` on, the first that cannot be hit; where there are none, `whyNone`.
+std::size_t tellEntries(const PrimAccelerationModelImpl& impl, std::size_t first,
+                        const std::string& whyNone, std::string* error) {
+  const std::size_t count = impl.size() - first;
+  if (error) {
+    *error = count == 0 ? whyNone : std::string();
+    for (std::size_t i = first; i < impl.size() && error->empty(); ++i)
+      *error = impl.whyNeverHit(i);
+  }
+  return count;
+}
+
+}  // namespace
+
+std::size_t PrimAccelerationModel::addMeshPrims(const std::shared_ptr<ovo::Stage>& stage,
+                                                double time, std::string* error) {
+  const std::size_t first = size();
+  addMeshPrims(stage, time);
+  return tellEntries(*impl_, first, stage ? "the stage has no meshes" : "there is no stage", error);
+}
+
+std::size_t PrimAccelerationModel::addMeshPrims(const std::vector<ovo::MeshPrim>& meshes,
+                                                double time, std::string* error) {
+  const std::size_t first = size();
+  addMeshPrims(meshes, time);
+  return tellEntries(*impl_, first, "no meshes were given", error);
+}
+
+std::size_t PrimAccelerationModel::addMeshPrims(const ovo::Prim& prim, double time,
+                                                std::string* error) {
+  const std::size_t first = size();
+  addMeshPrims(prim, time);
+  const std::string whyNone = prim.isValid() ? prim.getPath().asString() + ": no meshes are there"
+                                             : "the prim is not valid";
+  return tellEntries(*impl_, first, whyNone, error);
 }
 
 std::size_t PrimAccelerationModel::size() const { return impl_->size(); }
