@@ -43,7 +43,7 @@ def main():
     faults, count = [], 0
     files = [f for f in sorted((root / "src").rglob("*")) if f.suffix in (".h", ".cpp")]
     for file in files:
-        if re.search(r"_(test|bench|fuzz)\.cpp$", file.name):
+        if re.search(r"_(test|bench|fuzz|helper)\.cpp$", file.name):
             continue
         name = file.relative_to(root / "src").as_posix()
         own = folder_of(name)

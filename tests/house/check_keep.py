@@ -17,7 +17,7 @@ def main():
         for file in sorted((root / folder).rglob("*")):
             if file.suffix not in (".h", ".cpp", ".py"):
                 continue
-            is_test = folder == "tests" or re.search(r"(_test\.cpp|^test_.*\.py|_test\.py)$", file.name)
+            is_test = folder == "tests" or re.search(r"(_(test|helper)\.cpp|^test_.*\.py|_test\.py)$", file.name)
             for tag in TAG.findall(file.read_text()):
                 (tests if is_test else code).setdefault(tag, file.relative_to(root))
     faults = [f"KEEP({t}) in {f} has no test" for t, f in code.items() if t not in tests]

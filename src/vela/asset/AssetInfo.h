@@ -4,7 +4,7 @@
 ///
 /// A reference that cannot be resolved serves as a plain file path: the functions that give a path
 /// always give one. Nothing throws but allocation; failures are in the log, as errors of the
-/// sub-system "Asset System".
+/// sub-system "Asset System", unless the caller asks for them (AssetMessage).
 ///
 /// Threads: as AssetManager.h. Two threads that are first to resolve a reference may both ask the
 /// manager. Records are values: different ones may be used from different threads at once.

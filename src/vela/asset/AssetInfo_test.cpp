@@ -20,7 +20,7 @@ using openassetio::trait::TraitsData;
 
 const std::set<std::string> kLocatable{kLocatableContentTrait};
 
-/// Before anything logs: the log file is chosen once in a process.
+// Before anything logs: the log file is chosen once in a process.
 struct LogFile {
   LogFile() { setenv("HALDEN_LOG_FILE", folder.file("log").c_str(), 1); }
   vela_test::TemporaryFolder folder;
@@ -33,7 +33,7 @@ int resolveCalls() {
   return calls();
 }
 
-/// Tests against the native manager, with the lines that they add to the log.
+// Tests against the native manager, with the lines that they add to the log.
 class Asset : public testing::Test {
  protected:
   Asset() {

@@ -18,15 +18,15 @@ using openassetio::hostApi::Manager;
 using openassetio::hostApi::ManagerFactory;
 using FactoryPtr = openassetio::hostApi::ManagerImplementationFactoryInterfacePtr;
 
-/// Tells managers which application they serve.
+// Tells managers which application they serve.
 class BraeHostInterface final : public openassetio::hostApi::HostInterface {
  public:
   [[nodiscard]] openassetio::Identifier identifier() const override { return "org.vela.host"; }
   [[nodiscard]] openassetio::Str displayName() const override { return "Asset System"; }
 };
 
-/// Never destroyed: managers of Python plug-ins would reach for an interpreter that is gone by
-/// then.
+// Never destroyed: managers of Python plug-ins would reach for an interpreter that is gone by
+// then.
 struct State {
   std::mutex mutex;  // held to read and write these, never across a call into the manager
   std::shared_ptr<Manager> manager;
@@ -144,8 +144,8 @@ bool setupManager(const std::string& configPath, AssetMessage* error, AssetMessa
     if (!manager) {
       detail::tellError(error, "", "Failed to create the default OpenAssetIO Manager");
     } else if (!manager->hasCapability(Manager::Capability::kResolution)) {
-      // KEEP(asset-unresolving-manager): it is installed all the same; it may know its references,
-      // which hosts rely on.
+      // KEEP(asset-unresolving-manager): it is installed all the same. It may know its references,
+      // and a host must not take those for file names.
       detail::tellWarning(warning, "Loaded manager " + manager->displayName() +
                                        ", but it does not support asset resolution and will be "
                                        "ignored");

@@ -2,12 +2,20 @@
 /// The process's asset manager: an OpenAssetIO manager that tells what asset references stand for.
 ///
 /// Nothing is set up by itself: until setupManager or setManager, nothing is an asset reference.
-/// Messages go to the log, as sub-system "Asset System". Nothing throws but allocation.
+/// Messages go to the log, as sub-system "Asset System", or to callers that ask for them
+/// (AssetMessage). Nothing throws but allocation.
 ///
 /// Threads: every function may be called from any thread. No lock is held while the manager runs,
 /// so what resolves during a change sees the manager from before or after it. Python managers: the
 /// calling thread may hold the interpreter's lock or not; a program that embeds Python must release
 /// it (PyEval_SaveThread) before other threads resolve.
+///
+/// \code
+///   vela::asset::AssetMessage error;
+///   if (!vela::asset::setupManager("no-such-file.toml", &error))
+///     std::cerr << "only files can be read: " << error.reason << '\n';
+///   assert(!error.reason.empty() && vela::asset::getManager() == nullptr);
+/// \endcode
 #pragma once
 
 #include <memory>
@@ -29,7 +37,7 @@ class TraitsData;
 
 namespace vela::asset {
 
-/// Why a call gave nothing, for callers that have their own place to say it.
+/// Why a call gave nothing, for callers that report it themselves.
 ///
 /// Every call that can fail has a form with an `AssetMessage* error`. Where that is not null, the
 /// message goes there and not to the log, and is empty after a success. Where it is null, the call

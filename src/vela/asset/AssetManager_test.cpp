@@ -20,7 +20,7 @@ using vela_test::runChild;
 using vela_test::TemporaryFolder;
 using vela_test::writeFile;
 
-/// A folder with configurations, a log and an asset library, and fresh processes that use them.
+// A folder with configurations, a log and an asset library, and fresh processes that use them.
 class AssetProcess : public testing::Test {
  protected:
   AssetProcess() {
@@ -50,7 +50,7 @@ class AssetProcess : public testing::Test {
     return result;
   }
 
-  /// The log without time stamps.
+  // The log without time stamps.
   std::string log() const {
     static const std::regex stamp(R"(\[\d{4}/\d\d/\d\d:\d\d:\d\d:\d\d\] )");
     return std::regex_replace(readFile(folder_.file("log")), stamp, "");

@@ -10,7 +10,7 @@ namespace {
 
 constexpr double kRadiansPerDegree = tarn::kRadiansPerDegree<double>;
 
-/// The inverse of what the film window does.
+// The inverse of what the film window does.
 tarn::Mat4<double> inverseWindow(tarn::Vec2<double> translate, tarn::Vec2<double> scale,
                                  double rotateDegrees) {
   tarn::Mat4<double> m;
@@ -79,7 +79,8 @@ void Camera::Sample::updateDerivedValues(const LensProjectionFunction* projectio
     proj = projection->projectionMatrix(*this);
   } else {
     // KEEP(null-lens-magnification): film width over focal length goes where its reverse is
-    // expected, so that without a lens the matrix is right at a magnification of 1 only.
+    // expected, so that without a lens the matrix is right at a magnification of 1 only. Hosts
+    // without a lens print and compare this matrix; who wants the right one passes a lens.
     proj = BuildProjectionMatrix(static_cast<double>(lensMagnification_), lensAp.clipNearDistance,
                                  lensAp.clipFarDistance, sensor.apertureTranslate,
                                  sensor.apertureScale, sensor.apertureRotate, true);
@@ -114,8 +115,8 @@ std::ostream& operator<<(std::ostream& os, const CameraSensorParameters& sensor)
 }
 
 std::ostream& operator<<(std::ostream& os, const CameraMountParameters& mount) {
-  // KEEP(mount-comma): the one vector without brackets of its own and with a comma; readers of the
-  // text expect it so.
+  // KEEP(mount-comma): the one vector without brackets of its own and with a comma. The text is
+  // parsed by its readers, by these characters.
   return os << "mount{ offset[" << mount.offset.x << ", " << mount.offset.y << "] }";
 }
 

@@ -22,7 +22,7 @@
 ///   const tarn::Vec4<double> ndc = sample.worldToNdc().transform(onRightEdge).wNormalized();
 ///   assert(std::fabs(ndc.x - 1.0) < 1e-12 && std::fabs(ndc.y) < 1e-12);
 ///
-///   // What a camera shares with everything that has a place.
+///   // What a camera shares with everything that is placed in a scene.
 ///   const vela::Axis::Sample& placed = sample;
 ///   assert(placed.xform.w2l.transformPoint({0.0, 1.0, 10.0}) == tarn::Vec3<double>());
 /// \endcode
@@ -66,8 +66,8 @@ struct CameraMountParameters {
 struct CameraLensApertureParameters {
   double fStop = 0.0;
   double clipNearDistance = 0.001;  ///< scene units
-  // KEEP(far-plane-one): a far plane at 1 cuts most scenes off; callers that print or compare
-  // default samples rely on it.
+  // KEEP(far-plane-one): a far plane at 1 cuts most scenes off. Default samples are printed and
+  // compared as text, and the text holds this number.
   double clipFarDistance = 1.0;  ///< scene units
 };
 

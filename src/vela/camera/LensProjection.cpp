@@ -11,8 +11,7 @@
 namespace vela {
 namespace {
 
-/// The batch of a lens call with a sample for each coordinate; of no rays when something is
-/// missing.
+// The arguments of generateRayGeometry as a batch; without rays when an array is missing.
 detail::RayBatch batchOf(unsigned count, const ProjectCoord* coords, const Camera::Sample* samples,
                          RayContext* rays) {
   const bool complete = coords != nullptr && samples != nullptr && rays != nullptr;
@@ -155,8 +154,8 @@ const std::vector<std::string>& LensProjectionClassNameList() {
 const std::string& LensProjectionClassName(LensProjection projection) {
   static const std::string empty;
   const std::vector<std::string>& names = LensProjectionClassNameList();
-  const std::size_t i =
-      static_cast<std::size_t>(static_cast<int>(projection));  // negative values land far out
+  const std::size_t i = static_cast<std::size_t>(
+      static_cast<int>(projection));  // a negative value becomes larger than any index
   return i < names.size() ? names[i] : empty;
 }
 

@@ -2,13 +2,12 @@
 /// Lenses: from image coordinates to rays, and back.
 ///
 /// Holds for the whole file: image coordinates are NDC: x from -1 to 1 over the width, y in x's
-/// unit (so it runs over
-/// +-height/width), up. Rays are in camera space, looking down -z. Batches are arrays of `count`
-/// records; record i of each array belongs together, and a batch gives the same bits as its
-/// coordinates one by one. Of a ray, a lens writes origin, direction with its reciprocal, both
-/// neighbouring directions and the two distances; time, type and origin kind stay. Single
-/// precision, except for angles and for the film window's matrix, which are double and narrowed
-/// once. Coordinates that are no numbers give rays that are no numbers. Nothing throws. All calls
+/// unit (so it runs over +-height/width), up. Rays are in camera space, looking down -z. Batches
+/// are arrays of `count` records; record i of each array belongs together, and a batch gives the
+/// same bits as its coordinates one by one. Of a ray, a lens writes origin, direction with its
+/// reciprocal, both neighbouring directions and the two distances; time, type and origin kind stay.
+/// Single precision, except for angles and for the film window's matrix, which are double and
+/// narrowed once. NaN in a coordinate gives NaN in its ray. Nothing throws. All calls
 /// but validateProjection are const and safe from several threads.
 ///
 /// \code
@@ -96,8 +95,8 @@ struct ProjectionImageContext {
 /// A lens.
 class VELA_API LensProjectionFunction {
  protected:
-  // KEEP(validate-before-destructor): hosts call through the table of virtual functions, where
-  // validation comes first.
+  // KEEP(validate-before-destructor): compiled hosts call by position in the table of virtual
+  // functions, where validation comes first.
   virtual void _validateProjection();
 
  public:

@@ -53,7 +53,7 @@ void memsetOfTheRecords(benchmark::State& state) {
 }
 BENCHMARK(memsetOfTheRecords)->Arg(4096)->Arg(1 << 20);
 
-/// One camera for all coordinates.
+// One camera for all coordinates.
 void cameraRays(benchmark::State& state) {
   Batch batch(static_cast<std::size_t>(state.range(0)), state.range(2) != 0);
   const std::unique_ptr<vela::LensProjectionFunction> lens(
@@ -73,7 +73,7 @@ BENCHMARK(cameraRays)
     ->ArgsProduct({{4096, 1 << 20}, {0}, {1}})
     ->ArgNames({"rays", "lens", "window"});
 
-/// The same, one by one.
+// The same, one by one.
 void oneByOne(benchmark::State& state) {
   Batch batch(static_cast<std::size_t>(state.range(0)), state.range(2) != 0);
   const auto lens = static_cast<vela::LensProjection>(state.range(1));
@@ -91,7 +91,7 @@ BENCHMARK(oneByOne)
     ->ArgNames({"rays", "lens", "window"});
 BENCHMARK(oneByOne)->ArgsProduct({{4096, 1 << 20}, {0}, {1}})->ArgNames({"rays", "lens", "window"});
 
-/// A sample for each coordinate.
+// A sample for each coordinate.
 void generateRayGeometry(benchmark::State& state) {
   Batch batch(static_cast<std::size_t>(state.range(0)), false);
   const std::vector<vela::Camera::Sample> samples(batch.coords.size(), batch.sample);

@@ -66,14 +66,14 @@ bool sameBits(const Vec3<float>& a, const Vec3<float>& b) {
   return std::memcmp(&a, &b, sizeof a) == 0;
 }
 
-/// Bit for bit, NaN and all.
+// Bit for bit, NaN and all.
 bool sameRays(const std::vector<RayContext>& a, const std::vector<RayContext>& b) {
   return a.size() == b.size() &&
          std::memcmp(static_cast<const void*>(a.data()), static_cast<const void*>(b.data()),
                      a.size() * sizeof(RayContext)) == 0;
 }
 
-/// Records whose every byte, padding included, is known.
+// Records whose every byte, padding included, is known.
 std::vector<RayContext> blankRays(std::size_t n) {
   std::vector<RayContext> rays(n);
   std::memset(static_cast<void*>(rays.data()), 0x5A, n * sizeof(RayContext));
@@ -182,7 +182,7 @@ TEST(LensProjection, WarpedLensHasTheMatricesAndDistancesOfItsBase) {
   }
 }
 
-/// The least that a lens must define.
+// The least that a lens must define.
 class BareLens : public LensProjectionFunction {
  public:
   int validated = 0;
@@ -348,7 +348,7 @@ TEST(LensProjection, ABatchGivesTheBitsOfItsCoordinates) {
   }
 }
 
-/// A lens that its maker derived from one of ours: its own rays must be used.
+// A lens that its maker derived from one of ours: its own rays must be used.
 class ShiftedLens : public vela::LinearProjection {
  public:
   void generateRayGeometry(unsigned count, const ProjectCoord* coords,

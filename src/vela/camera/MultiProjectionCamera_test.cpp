@@ -150,7 +150,7 @@ TEST(MultiProjectionCamera, DistortionDoesNotAskTheLens) {
   EXPECT_FALSE(camera.isDistorted());
 }
 
-/// Notes whether it was validated before it was asked for its matrix.
+// Notes whether it was validated before it was asked for its matrix.
 class NotingLens : public vela::LinearProjection {
  public:
   mutable std::string notes;

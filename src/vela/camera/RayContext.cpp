@@ -16,7 +16,7 @@ tarn::Vec3<float> imageOfVector(const tarn::Mat4<double>& m, const tarn::Vec3<fl
   return tarn::Vec3<float>(m.transformVector(tarn::Vec3<double>(v)));
 }
 
-/// The magnitude, when it counts as an angle at all; 0 for none.
+// The magnitude of an angle; 0 for angles that are too small to count, and for NaN.
 float turnAngle(float angle) {
   float a = std::fabs(angle);
   if (!(a > 1.1920929e-7f)) return 0.0f;

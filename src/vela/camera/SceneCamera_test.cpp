@@ -32,7 +32,7 @@ namespace {
 constexpr double kPi = 3.141592653589793;
 constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
 
-/// Numbers that tell themselves apart: 36 x 24 film, 50 lens, in tenths.
+// Numbers that tell themselves apart: 36 x 24 film, 50 lens, in tenths.
 CameraParameters fullFrame() {
   CameraParameters p;
   p.focalLength = 5.0;
@@ -55,7 +55,7 @@ Camera::Sample sampled(const CameraParameters& parameters,
   return s;
 }
 
-/// The world-space ray of an NDC coordinate.
+// The world-space ray of an NDC coordinate.
 RayContext worldRay(const Camera::Sample& s, float x, float y,
                     LensProjection lens = LensProjection::perspective) {
   const std::unique_ptr<vela::LensProjectionFunction> function(vela::CreateProjectionFunc(lens));
@@ -301,9 +301,9 @@ TEST(SceneCamera, APrimOfAStageIsSampledAtATime) {
   EXPECT_FALSE(vela::sampleCameraPrim(CameraPrim(group), 1.0, s)) << "no camera";
 }
 
-/// Every camera that the oracle lists, at every time it lists: projection, focal length, apertures,
-/// offsets, clipping, focus, f-stop as stored (tenths of a unit for the film), and the world
-/// matrix.
+// Every camera that the oracle lists, at every time it lists: projection, focal length, apertures,
+// offsets, clipping, focus, f-stop as stored (tenths of a unit for the film), and the world
+// matrix.
 TEST(SceneCamera, CamerasOfRealFilesAreThoseOfTheOracle) {
   requireSharedData("usd/oracle");
   int cameras = 0, files = 0;

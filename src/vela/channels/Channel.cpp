@@ -67,7 +67,8 @@ constexpr Row kRows[kTypeCount] = {
     {"bitmask-id3", -1, 37, 17, 0, -1},
     {"bitmask-id4", -1, 45, 17, 0, -1},
     // KEEP(first-bitmask-component): components 1 to 3 name their compound, component 0 names
-    // itself; callers rely on it.
+    // itself. A layer takes its purpose from its first member by this table: another answer would
+    // change the purpose of every layer that begins with component 0.
     {"bitmask-id-comp0", -1, 17, 17, 0, 0},
     {"bitmask-id-comp1", Channel::bitmaskId2, 29, 17, 0, 1},
     {"bitmask-id-comp2", Channel::bitmaskId3, 37, 17, 0, 2},
@@ -77,8 +78,8 @@ constexpr Row kRows[kTypeCount] = {
 }  // namespace
 
 // KEEP(fourth-colour-component): alpha and the fourth component belong to the four-component
-// colour, and yet are neither colours nor compound members here; callers rely on it to treat them
-// apart.
+// colour, and yet are neither colours nor compound members here. What is a colour gets colour
+// transforms, and coverage must pass them unchanged.
 bool Channel::IsColorType(Type t) noexcept { return inTable(t) && (kColorTypes & bit(t)) != 0; }
 
 bool Channel::IsCompoundMemberType(Type t) noexcept {

@@ -151,7 +151,7 @@ class VELA_API Channel {
   /// How many elements a colour or vector compound has, 0 for every other type (the bitmask
   /// compounds as well).
   [[nodiscard]] static std::size_t TypeNumDataElements(Type t) noexcept;
-  /// A component's place in its compound, 0 to 3; -1 for what is no component.
+  /// A component's index in its compound, 0 to 3; -1 for what is no component.
   [[nodiscard]] static int TypeOrdering(Type t) noexcept;
   /// The value-type code (`ovo::Value::Type`) of one element of a channel of this type, 127 when it
   /// has none.

@@ -42,13 +42,13 @@ ChannelAlias::~ChannelAlias() {
   }
 }
 
-// KEEP(colour-index-floor): 3 is the least answer, also for red, green and blue; callers rely on
-// it.
+// KEEP(colour-index-floor): 3 is the least answer, also for red, green and blue, which callers know
+// by their own pointers. No better reason is known than that callers index by it.
 unsigned ChannelAlias::colorIndex() const noexcept { return std::max(position_, 3u); }
 
 bool ChannelAlias::isBuiltIn() const noexcept {
-  // KEEP(highest-builtin-is-user): the strict comparison leaves the highest built-in channel out;
-  // callers rely on it.
+  // KEEP(highest-builtin-is-user): the strict comparison leaves the highest built-in channel out.
+  // Whoever saves what is not built in has that channel in every file, and expects it there.
   return channel_.index() > 0 && context_ != nullptr &&
          channel_.index() < context_->lastBuiltinChannel();
 }

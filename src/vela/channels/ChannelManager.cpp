@@ -320,8 +320,8 @@ ChannelAlias* ChannelManager::createChannel(const char* layer, const char* subna
   if (!isEmpty(subname) && type == Channel::auto_) type = getChannelTypeFromSubname(subname);
   if (position < 0) position = std::max(Channel::TypeOrdering(type), 0);
 
-  // KEEP(last-number-unused): the number 1023 is never handed out; callers rely on 1022 being the
-  // last.
+  // KEEP(last-number-unused): the number 1023 is never handed out. Callers' tables, sized by the
+  // highest number that they were ever given, have 1023 entries.
   if (capacity_ - firstUndefinedChannel_ <= 0) {
     std::cerr << "Channel manager contains more than " + std::to_string(capacity_) +
                      " channels, ignoring"
@@ -393,8 +393,9 @@ LayerAlias* ChannelManager::createColorLayer(const char* name, const char* r, co
   if (isEmpty(name) || isEmpty(r) || isEmpty(g) || isEmpty(b)) return nullptr;
   if (LayerAlias* existing = getLayer(name)) return existing;
   const bool hasAlpha = !isEmpty(a);
-  // KEEP(colour-layer-reversed): works only where the numbers do not suffice; callers rely on the
-  // null and build colour layers from channels and createLayer.
+  // KEEP(colour-layer-reversed): works only where the numbers do not suffice. Were it to work
+  // elsewhere, each call would take three or four numbers, and every channel made after it would
+  // have another number than in the files that name it.
   if (nAvailableChannelSlots() >= (hasAlpha ? 4 : 3)) return nullptr;
 
   ChannelAlias* const alpha = hasAlpha ? createChannel(name, a, 3, Channel::colorAlpha) : nullptr;
@@ -505,7 +506,8 @@ void ChannelManager::_clearUserChannels() {
   for (ChannelAlias* alias : channels) release(alias);
 
   // KEEP(clearing-empties-lists): the built-in records leave the lists too and are reached by
-  // number alone; the counters of them stay. Callers rely on both.
+  // number alone. Registries that clear fill the lists again themselves, and would have each entry
+  // twice. The counters stay, since numbering goes on from them.
   layers_.clear();
   channels_.clear();
   firstUndefinedChannel_ = lastBuiltinChannel_ + 1;

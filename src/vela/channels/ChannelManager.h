@@ -154,7 +154,7 @@ class VELA_API ChannelManager {
   void printLayerChannelInfo(std::ostream& out, const char* prefix) const;
 
   /// A new user channel, whether or not one of that name exists; it joins no layer.
-  /// \param position  below 0: the place that the type has in its compound, 0 when it has none
+  /// \param position  below 0: the index that the type has in its compound, 0 when it has none
   /// \param type      `Channel::auto_` takes the type from the sub-name, if there is one
   /// \return null without a layer name, and when the numbers are exhausted (with a line on standard
   ///         error)

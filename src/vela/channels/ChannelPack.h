@@ -1,5 +1,5 @@
 /// \file
-/// An ordered list of channels with a fixed place for 1024 of them.
+/// An ordered list of up to 1024 channels, without heap storage.
 #pragma once
 
 #include <array>
@@ -73,14 +73,14 @@ class VELA_API ChannelPack {
   [[nodiscard]] const Channel* end() const noexcept { return entries_.data() + count_; }
   [[nodiscard]] Channel* begin() noexcept { return entries_.data(); }
   [[nodiscard]] Channel* end() noexcept { return entries_.data() + count_; }
-  /// The entry at a place, which must be below 1024.
-  [[nodiscard]] Channel& operator[](unsigned place) noexcept {
-    assert(place < kCapacity);
-    return entries_[place];
+  /// The entry at a position, which must be below 1024.
+  [[nodiscard]] Channel& operator[](unsigned position) noexcept {
+    assert(position < kCapacity);
+    return entries_[position];
   }
-  /// The entry at a place; channel 0 from 1024 on.
-  [[nodiscard]] Channel operator[](unsigned place) const noexcept {
-    return place < kCapacity ? entries_[place] : Channel(0);
+  /// The entry at a position; channel 0 from 1024 on.
+  [[nodiscard]] Channel operator[](unsigned position) const noexcept {
+    return position < kCapacity ? entries_[position] : Channel(0);
   }
   /// The set of the entries, of the default registry.
   operator ChannelSet() const { return ChannelSet(entries_.data(), static_cast<int>(count_)); }

@@ -3,7 +3,7 @@
 //
 // The argument of a case is the number of channels in the set, spread over 1 to 1023 (31: channels
 // 1 to 31 alone). Walks are measured over one set again and again, where processors learn its
-// branches by heart, and over 64 sets in turn, where they cannot. std::bitset has no walk
+// branches, and over 64 sets in turn, where they cannot. std::bitset has no walk
 // backwards.
 #include <benchmark/benchmark.h>
 

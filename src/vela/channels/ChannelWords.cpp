@@ -205,7 +205,8 @@ void ChannelWords::uniteWords(const ChannelWords& other) noexcept {
 void ChannelWords::uniteAnyLength(const ChannelWords& other) {
   if (this == &other) return;
   // KEEP(union-with-all-cuts): beyond the shorter extension everything counts as a member, also
-  // what `other` leaves out.
+  // what `other` leaves out. Sets are compared, ordered and hashed by their stored words: to store
+  // what is left out would give callers another set under the same operations.
   if (other.all()) {
     truncate(other.words_);
   } else if (!all()) {
@@ -224,8 +225,8 @@ void ChannelWords::subtract(const ChannelWords& other) {
     assignMask(0);
     return;
   }
-  // KEEP(difference-of-alls-cuts): what `other` leaves out beyond this set's words is not found
-  // again.
+  // KEEP(difference-of-alls-cuts): what `other` leaves out beyond this set's words does not become
+  // a member. As with the union, the stored words are what sets are compared and hashed by.
   if (other.all()) {
     truncate(other.words_);
   } else if (all()) {
@@ -275,8 +276,9 @@ bool ChannelWords::intersects(const ChannelWords& other) const noexcept {
 
 bool ChannelWords::contains(const ChannelWords& other) const noexcept {
   if ((other.mask_ & ~mask_) != 0) return false;
-  // KEEP(all-contains-every-set): the all flag answers before the words are read; callers rely on
-  // it.
+  // KEEP(all-contains-every-set): the all flag answers before the words are read, so channels that
+  // were removed above 31 count as contained. Whoever was given all takes nothing more: a no would
+  // make it ask for channels that it had given up.
   if (all()) return true;
   const Word here = words_, there = other.words_;
   for (Word i = 1; i < there; ++i) {
@@ -305,7 +307,7 @@ bool ChannelWords::operator<(const ChannelWords& other) const noexcept {
 
 std::size_t ChannelWords::size() const noexcept {
   // KEEP(all-flag-counts-one): channel 32 can stand in the mask and in word 1, and then counts
-  // twice.
+  // twice. Room reserved by this number is one too large for a walk then, and never too small.
   int bits = __builtin_popcount(mask_);
   std::size_t total = static_cast<std::size_t>(bits);
   for (Word i = 1; i < words_; ++i) {

@@ -6,7 +6,7 @@
 /// stands for channel 32 and for every channel above the stored words. The extension, if there is
 /// one, is a row of words: its length, itself included, then channels 32 and up, channel c in word
 /// c >> 5 at bit c & 31. An extension of two words lies inside the object, a longer one on the heap
-/// behind a table of jumps. One of an odd length has a word of zeros behind it.
+/// behind a table of jumps. One of an odd length is followed by a word of zeros.
 #pragma once
 
 #include <cstddef>

@@ -46,7 +46,8 @@ std::string BraeGlobalChannelManager::remapChannelName(const char* name) const {
   if (text == "rgb.red") return "rgba.red";
   if (text == "rgb.green") return "rgba.green";
   if (text == "rgb.blue") return "rgba.blue";
-  // KEEP(rbg-alpha): spelled with its letters turned round, so that "rgb.alpha" stays what it is.
+  // KEEP(rbg-alpha): "rbg", not "rgb". So "rgb.alpha" is a channel of its own, and scenes hold it
+  // under that name and number.
   if (text == "rbg.alpha") return "rgba.alpha";
 
   // A name without a layer goes into the catch-all layer. Dotted names come back as they are:

@@ -277,7 +277,7 @@ bool GridAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray
   std::size_t cell = cells.number(entryCell[0], entryCell[1], entryCell[2]);
 
   // KEEP(grid-first-cell): the first cell with a hit ends the query, though the hit may lie beyond
-  // it and a nearer one be listed further on. Hosts have pinned picks on this.
+  // it and a nearer one be listed further on. Recorded picks hold such hits.
   const auto answers = [&]() {
     float best = ray.maxDistance;
     if (cells.testBlocks != nullptr) {

@@ -20,8 +20,8 @@ namespace vela {
 /// only listed in a later cell is then missed; whoever needs the true nearest hit takes
 /// SceneTracer. Hits count strictly inside the ray's range.
 ///
-/// A model without primitives or without volume (an extent of exactly 0), or with a box that is no
-/// number or empty, gives a grid that hits nothing.
+/// A model without primitives or without volume (an extent of exactly 0), or with a box that is
+/// empty or has a NaN, gives a grid that hits nothing.
 ///
 /// \code
 ///   const ovo::Array<tarn::Vec3<float>> points = {{0, 0, 0}, {1, 0, 0}, {0, 1, 1}};

@@ -10,8 +10,8 @@ struct HitDetectModel::Record {
   template <class Source>
   Record(const Source& source, double time, std::string* error = nullptr)
       : model(tarn::defaultTimeValue()) {
-    // KEEP(hit-detect-default-time): placements at `time`, points at the default time. Hosts pick
-    // on the shapes that they have always seen here.
+    // KEEP(hit-detect-default-time): placements at `time`, points at the default time. Hosts show
+    // handles on the shapes that they pick here, and have both at the default time.
     model.addMeshPrims(source, time, error);
     acceleration = std::make_unique<BvhAcceleration>(model, false);
   }

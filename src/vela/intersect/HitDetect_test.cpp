@@ -42,7 +42,7 @@ Mat4<double> moved(double x, double y, double z) {
   return m;
 }
 
-/// Two cubes, at x = 0 and, below a group, at x = 10.
+// Two cubes, at x = 0 and, below a group, at x = 10.
 std::shared_ptr<ovo::Stage> twoCubes() {
   const auto stage = ovo::Stage::createInMemory();
   define(stage, "/A", cube());
@@ -299,7 +299,7 @@ TEST(PrimModel, PrimGivenTwiceSharesOneAcceleratorAndTheTreeTellsTheEntry) {
   EXPECT_EQ(result.primitiveIndex, 1u);
 }
 
-/// A cube whose points and place both move between times 0 and 10.
+// A cube whose points and place both move between times 0 and 10.
 std::shared_ptr<ovo::Stage> movingCube() {
   const auto stage = ovo::Stage::createInMemory();
   TestMesh mesh = cube();
@@ -364,7 +364,7 @@ TEST(MeshAccelerator, WritesItsIdOnAHit) {
   EXPECT_EQ(result.primitiveIndex, 7u);
 }
 
-/// A row of small spheres under turned and scaled placements.
+// A row of small spheres under turned and scaled placements.
 std::shared_ptr<ovo::Stage> manySpheres(int count) {
   const auto stage = ovo::Stage::createInMemory();
   std::mt19937 random(17);

@@ -149,7 +149,7 @@ bool Intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray,
       hit = (test(0, 1, 2) || test(2, 3, 0)) && !detail::hasNan(at, face);
     } else {
       // KEEP(polygon-last-hit): every triangle is tested and a later hit replaces an earlier
-      // one, though only a folded polygon is hit twice; callers rely on it.
+      // one. Only a folded polygon is hit twice; which of its folds wins is in recorded picks.
       Triangulate(at, face.data(), static_cast<int>(face.size()), triangles);
       for (std::size_t k = 0; k + 2 < triangles.size(); k += 3)
         if (test(triangles[k], triangles[k + 1], triangles[k + 2])) hit = true;

@@ -10,7 +10,7 @@
 /// There are two families on purpose. `intersectTriangle` serves renderers that trace RayContexts:
 /// partly in double, tolerances of one rounding step, barycentric coordinates out. `Intersect` is
 /// what models and structures call: single precision, fixed tolerances, point and normal out.
-/// Neither stands in for the other.
+/// Neither replaces the other.
 #pragma once
 
 #include <cstddef>

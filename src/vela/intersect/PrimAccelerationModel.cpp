@@ -87,7 +87,7 @@ class PrimAccelerationModelImpl : public AccelerationModel {
   }
 
   [[nodiscard]] bool exclude(const IntersectionContext& ctx, std::size_t i) const override {
-    // A set that is empty is not asked: it would look at the prim's text all the same.
+    // An empty set is not searched: the search would hash the prim's path all the same.
     const ovo::Prim& prim = entries_[i].mesh;
     if (!ctx.excludedPaths.empty() && ctx.excludedPaths.count(prim.getPath()) != 0) return true;
     if (ctx.includedTypeNames.empty()) return false;
@@ -104,8 +104,8 @@ class PrimAccelerationModelImpl : public AccelerationModel {
                                  entry.localFromWorld.transformVector(ray.direction),
                                  ray.minDistance, ray.maxDistance);
 
-    // Whether the prim is a mesh still is asked last: few rays get there, and it lies elsewhere in
-    // memory.
+    // Whether the prim is still a mesh is checked last: few rays get there, and the answer lies
+    // elsewhere in memory.
     const GridAcceleration* const triangles = grid(entry, i);
     CollisionResult found;
     if (triangles == nullptr || !triangles->intersect(ctx, local, found) || !entry.mesh.isValid())
@@ -119,28 +119,28 @@ class PrimAccelerationModelImpl : public AccelerationModel {
   }
 
  private:
-  /// What queries need of an accelerator. The id is written before the pointer is published, and
-  /// never again.
+  // What queries need of an accelerator. The id is written before the pointer is published, and
+  // never again.
   struct Ready {
     std::atomic<const GridAcceleration*> grid{nullptr};
     std::uint32_t builder = 0;
 
     Ready() = default;
-    // While meshes are added nobody asks.
+    // No query runs while meshes are added.
     Ready(const Ready& other) noexcept
         : grid(other.grid.load(std::memory_order_relaxed)), builder(other.builder) {}
     Ready& operator=(const Ready&) = delete;
   };
-  /// In the order of use: most queries end after the matrix and the grid's box.
+  // In the order of use: most queries end after the matrix and the grid's box.
   struct alignas(64) Entry {
     tarn::Mat4<float> localFromWorld;
     mutable Ready ready;
-    ovo::MeshPrim mesh;  ///< of whatever prim was given; asked at each hit whether it is one
+    ovo::MeshPrim mesh;  // made from any prim; whether it is a mesh is checked at each hit
     tarn::Box3<float> box;
     tarn::Mat4<float> worldFromLocal;
   };
 
-  /// The grid of a prim, built when it was not; null for what is no mesh.
+  // The accelerator of a prim, built at its first use; null when the prim is no mesh.
   const GridAcceleration* grid(const Entry& entry, std::size_t i) const {
     // The hit path takes no lock: accelerators are never replaced or moved, so one that an entry
     // has seen stays good.
@@ -161,8 +161,8 @@ class PrimAccelerationModelImpl : public AccelerationModel {
     return &slot->block_->grid;
   }
 
-  /// The block of these triangles: scenes of many copies keep one, which also stays in the
-  /// processor's caches.
+  // The block of these triangles: scenes of many copies keep one, which also stays in the
+  // processor's caches.
   std::shared_ptr<const MeshAccelerator::Block> blockOf(
       TriangleAccelerationModel&& triangles) const {
     const std::uint64_t key = triangles.roughHash();
@@ -180,7 +180,7 @@ class PrimAccelerationModelImpl : public AccelerationModel {
   mutable std::mutex cacheMutex_;
   mutable std::map<ovo::Prim, std::unique_ptr<MeshAccelerator>> accelerators_;
   mutable std::unordered_multimap<std::uint64_t, std::shared_ptr<const MeshAccelerator::Block>>
-      blocks_;  ///< never walked
+      blocks_;  // never iterated over: its order does not matter
 };
 
 PrimAccelerationModel::PrimAccelerationModel(double time)

@@ -1,5 +1,5 @@
 /// \file
-/// The tracer's former place: programs that include it here go on as they are.
+/// The tracer's former header: programs that include it here need no change.
 #pragma once
 
 #include "vela/trace/SceneTracer.h"

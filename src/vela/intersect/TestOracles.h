@@ -126,7 +126,7 @@ inline bool plainBox(const Ray<float>& r, const Box3<float>& box, float& tNear, 
   return true;
 }
 
-/// The grid as it is told: a list of primitive numbers a cell.
+/// The grid as its header describes it: each cell has a list of primitive numbers.
 class PlainGrid {
  public:
   explicit PlainGrid(const vela::AccelerationModel& model) : model_(model), box_(model.bounds()) {
@@ -337,7 +337,7 @@ inline TestMesh plane(int n) {
   return mesh;
 }
 
-/// Triangles of random place, size and shape.
+/// Triangles of random position, size and shape.
 inline TestMesh soup(int count, unsigned seed) {
   TestMesh mesh;
   mesh.name = "soup of " + std::to_string(count);
@@ -394,7 +394,7 @@ inline TestMesh broken() {
   mesh.counts.push_back(-5);  // takes no indices
   mesh.face({0, 1, 99});      // no such point
   mesh.face({0, -1, 2});      // nor this
-  mesh.face({0, 1, 4});       // not a number
+  mesh.face({0, 1, 4});       // NaN
   mesh.counts.push_back(0);
   mesh.face({0, 1, 2});
   mesh.face({1, 1, 1});         // no area

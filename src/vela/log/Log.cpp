@@ -23,15 +23,15 @@ namespace {
 constexpr const char* kHeaderTexts[] = {"Quiet", "Error", "Warning", "Message", "Verbose"};
 constexpr unsigned kLevelCount = static_cast<unsigned>(std::size(kHeaderTexts));
 
-/// Beyond the small numbers that callers choose themselves.
+// Numbers that channel() gives begin here, above those that callers choose themselves.
 constexpr unsigned kFirstChannel = 0x10000;
 
-/// Longest path, with its closing zero, that the Windows API opens.
+// Longest path, with its closing zero, that the Windows API opens.
 constexpr std::size_t kLongestPath = 260;
 
 std::atomic<unsigned> theLevel{unset};
 
-/// What the mutex guards. Never destroyed: other static objects may log while the process ends.
+// What the mutex guards. Never destroyed: other static objects may log while the process ends.
 struct State {
   // Recursive: a message whose text is computed by code that logs itself must not lock its own
   // thread out.
@@ -48,8 +48,8 @@ State& state() {
 
 using Lock = boost::unique_lock<boost::recursive_mutex>;
 
-/// A lock, or none where the system refuses one: the line is then lost rather than torn, and
-/// nothing is thrown.
+// A lock, or none where the system refuses one: the line is then lost rather than torn, and
+// nothing is thrown.
 Lock lockState() {
   try {
     return Lock(state().mutex);
@@ -84,7 +84,7 @@ std::ostream& openStream() {
   return std::cerr;
 }
 
-/// The level that the environment names; `otherwise` when it names none.
+// The level that the environment names; `otherwise` when it names none.
 unsigned levelFromEnvironment(unsigned otherwise) {
   const char* value = std::getenv("HALDEN_LOG_LEVEL");
   if (!value) return otherwise;
@@ -99,7 +99,7 @@ unsigned levelFromEnvironment(unsigned otherwise) {
   return parsed == unset ? otherwise : parsed;
 }
 
-/// The level to filter by. The first use decides it, and a setLevel that comes in between wins.
+// The level to filter by. The first use decides it, and a setLevel that comes in between wins.
 unsigned levelInUse() {
   unsigned current = theLevel.load();
   if (current != unset) return current;
@@ -107,7 +107,7 @@ unsigned levelInUse() {
   return theLevel.compare_exchange_strong(current, first) ? first : current;
 }
 
-/// "2026/03/03:09:05:00", local time; zeros when the system has no local time.
+// "2026/03/03:09:05:00", local time; zeros when the system has no local time.
 std::string timeStamp() {
   int year = 0, month = 0, day = 0;
   long hour = 0, minute = 0, second = 0;
@@ -129,7 +129,7 @@ std::string timeStamp() {
   return text;
 }
 
-/// The header of a line that is let through. The mutex must be held.
+// The header of a line that is let through. The mutex must be held.
 std::string headerText(unsigned level, unsigned identifier) {
   const State& s = state();
   if (identifier != 0) {
@@ -151,14 +151,15 @@ std::string headerText(unsigned level, unsigned identifier) {
 
 bool levelPasses(unsigned level) { return level < kLevelCount && level <= levelInUse(); }
 
-/// The mutex must be held.
+// The mutex must be held.
 bool identifierPasses(unsigned identifier) {
   return identifier == 0 || state().enabled.count(identifier) != 0;
 }
 
-/// One piece, past the stream's flags and width, which belong to whoever writes texts.
-/// A stream that was told to throw keeps its exception: a lost line is no reason to end the
-/// process.
+// Written in one piece and unformatted: the stream's flags and width belong to callers that write
+// to it themselves.
+// A stream that was told to throw keeps its exception: a lost line is no reason to end the
+// process.
 void put(const std::string& text) {
   std::ostream& out = stream();
   try {

@@ -5,12 +5,11 @@
 /// The environment chooses, once: `HALDEN_LOG_FILE` the file (empty: the standard error stream),
 /// else `TEMP` its folder; `HALDEN_LOG_LEVEL` the level. A line looks like
 ///
-///     [Error][2026/03/03:09:05:00] text                        no application name, no identifier
-///     [app Error][2026/03/03:09:05:00] text                    an application name
-///     [Asset System Error][2026/03/03:09:05:00] text           an identifier
-///     [app/Asset System Error][2026/03/03:09:05:00] text       both
-///     [Asset System] text                                      an identifier whose header was
-///     replaced
+///     [Error][2026/03/03:09:05:00] text                     no application name, no identifier
+///     [app Error][2026/03/03:09:05:00] text                 an application name
+///     [Asset System Error][2026/03/03:09:05:00] text        an identifier
+///     [app/Asset System Error][2026/03/03:09:05:00] text    both
+///     [Asset System] text                                   an identifier's replaced header
 ///
 /// with the local time. Threads: every function may be called from any thread; lines never mix. A
 /// line is in the file when the call that ends it returns. Nothing throws but allocation.

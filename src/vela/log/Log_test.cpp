@@ -22,7 +22,7 @@ using vela_test::readFile;
 using vela_test::runChild;
 using vela_test::TemporaryFolder;
 
-/// The log's own variables removed, then those given set.
+// The log's own variables removed, then those given set.
 Environment only(Environment environment) {
   for (const char* name : {"HALDEN_LOG_FILE", "HALDEN_LOG_LEVEL", "TEMP"})
     environment.emplace(name, std::nullopt);
@@ -35,7 +35,7 @@ ChildResult logChild(std::vector<std::string> arguments, const Environment& envi
   return runChild(arguments, only(environment), folder);
 }
 
-/// What the actions leave in a log file.
+// What the actions leave in a log file.
 std::string logged(const std::vector<std::string>& actions, Environment environment = {}) {
   const TemporaryFolder folder;
   environment["HALDEN_LOG_FILE"] = folder.file("test.log");
@@ -45,7 +45,7 @@ std::string logged(const std::vector<std::string>& actions, Environment environm
   return readFile(folder.file("test.log"));
 }
 
-/// The text with every time stamp of the stated form made "[stamp]".
+// The text with every time stamp of the stated form made "[stamp]".
 std::string withoutStamps(const std::string& text) {
   static const std::regex stamp(R"(\[\d{4}/\d\d/\d\d:\d\d:\d\d:\d\d\])");
   return std::regex_replace(text, stamp, "[stamp]");

@@ -23,13 +23,13 @@ std::uint32_t fold(std::uint32_t x, std::uint32_t y, std::uint32_t z) {
 
 float clamp01(float v) { return std::min(std::max(v, 0.0f), 1.0f); }
 
-/// Swaps entry i with one that the next value chooses from all.
+// Swaps entry i with a random entry of the whole vector, which may be i itself.
 template <class Index>
 void swapWithAny(SamplingRng& rng, std::vector<Index>& order, std::size_t i) {
   std::swap(order[i], order[static_cast<std::size_t>(rng.newValue()) % order.size()]);
 }
 
-/// Swaps every entry with any.
+// Swaps each entry in turn with a random one.
 // KEEP(whole-range-swap): an unbiased shuffle would choose from the remaining entries; recorded
 // sequences depend on this one.
 template <class Index>
@@ -56,9 +56,9 @@ void SamplingRng::setSeed(int seed) {
 void SamplingRng::resetToDefault() { setSeed(kDefaultSeed); }
 
 void SamplingRng::newValues(int* out, std::size_t count) {
-  // One step waits for the one before it; eight that each jump eight ahead do not wait for one
-  // another, and leave the chain through the table as the only one. The powers are of the
-  // multiplier, modulo the modulus.
+  // A step needs the state before it. Eight chains that each jump eight steps ahead need only their
+  // own, so they run side by side; the shuffle table alone is read in order. The powers are those
+  // of the multiplier, modulo the modulus.
   constexpr std::size_t kLanes = 8;
   std::int32_t ahead[kLanes];
   std::int32_t jump = 1;
@@ -156,9 +156,9 @@ void SamplingRng::generate2dSamples(int nx, int ny, std::vector<tarn::Vec2<float
   std::vector<tarn::Vec2<float>> grid(total);
 
   // x: a fine stratum inside the column, by row.
-  // KEEP(one-entry-swapped): every draw of a column, and of a row below, moves the same entry, the
-  // one with its number. The sets are not shuffled as well as they could be; recorded sequences
-  // depend on it.
+  // KEEP(one-entry-swapped): all draws of column i swap entry i of the permutation, and below all
+  // draws of row j swap entry j. That shuffles less well than a fresh permutation would; recorded
+  // sequences depend on it.
   for (std::size_t i = 0; i < columns; ++i) {
     for (std::size_t draw = 0; draw < rows; ++draw) swapWithAny(*this, fine, i);
     const float column = static_cast<float>(i) / static_cast<float>(columns);

@@ -8,12 +8,12 @@
 namespace vela::Selection {
 namespace {
 
-/// Adds `other` to the first `length` values, which grow only where there is something to add.
+// Adds `other` to the first `length` values, which grow only where there is something to add.
 void addValues(std::vector<float>& values, const std::vector<float>& other, std::size_t length) {
   const std::size_t count = std::min(length, other.size());
   if (values.size() < count) values.resize(count, 0.0f);
   for (std::size_t i = 0; i < count; ++i) values[i] += other[i];
-  // A missing value is added too: -0 and 0 are 0, which the text shows.
+  // A missing value is added too, as 0: -0 + 0 is 0, and the text shows the sign.
   const std::size_t rest = std::min(length, values.size());
   for (std::size_t i = count; i < rest; ++i) values[i] += 0.0f;
 }

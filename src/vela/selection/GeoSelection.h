@@ -173,8 +173,8 @@ class VELA_API GeoSelection {
   /// Writes the selection as words, numbers and paths, parted by blanks, with the entries in the
   /// order of their paths:
   ///
-  ///     geoselection { paths 1 { /world/cube 1 { verts 4 { 3 1 1 0.5 } 4 { 4 0 } } { faces 0 0 } }
-  ///     }
+  ///     geoselection { paths 1 { /world/cube 1
+  ///         { verts 4 { 3 1 1 0.5 } 4 { 4 0 } } { faces 0 0 } } }
   ///
   /// A list is its length and then, unless it is 0, runs in braces: how often, and the value with
   /// six significant digits. First a part's selections, then its weights. Neither the stream's
@@ -196,8 +196,8 @@ class VELA_API GeoSelection {
   /// Reads as deserialize does, and says by data what came of it: nothing is written to the
   /// standard error stream.
   ///
-  /// \param error  when not null: on failure the unexpected word, its position and the word that was
-  ///               expected, as `bad token 'x' at position 17, expected '{'`; emptied on success
+  /// \param error  when not null: on failure the unexpected word, its position and what belonged
+  ///               there, as `bad token 'x' at position 17, expected '{'`; emptied on success
   /// \return true when the whole text was a selection, which may be an empty one; false leaves this
   ///         selection empty
   bool deserialize(std::istream& in, std::string* error);

@@ -58,10 +58,10 @@ void writePart(TextWriter& writer, const std::string& keyword, const WeightedPar
 
 // ---- Reading
 
-/// The shortest run, with its blanks: "1 0 ".
+// The shortest run, with its blanks: "1 0 ".
 constexpr std::size_t kShortestRun = 4;
 
-/// The most values that this machine could hold.
+// The most values that this machine could hold.
 std::size_t mostValues() {
   const long pages = sysconf(_SC_PHYS_PAGES), pageSize = sysconf(_SC_PAGESIZE);
   const std::size_t most = std::vector<float>().max_size();
@@ -70,16 +70,16 @@ std::size_t mostValues() {
       most, static_cast<std::size_t>(pages) * (static_cast<std::size_t>(pageSize) / sizeof(float)));
 }
 
-/// Reads a selection's text word by word; false from any step means that error() names an
-/// unexpected word.
+// Reads a selection's text word by word; false from any step means that error() names an
+// unexpected word.
 class Parser {
  public:
   explicit Parser(std::istream& in) : reader_(in) {}
 
   TextReader& reader() { return reader_; }
 
-  /// The word that was read last, by expect() or path(). At the end of the text there is no new
-  /// one, and it stays.
+  // The word that was read last, by expect() or path(). At the end of the text there is no new
+  // one, and it stays.
   bool expect(const std::string& expected) {
     const TextReader::Mark mark = reader_.mark();
     reader_.word(token_);
@@ -116,7 +116,8 @@ class Parser {
 
     if (!expect(kOpen)) return false;
     // KEEP(selection-duplicate-path): values that an earlier list of the same object left here
-    // count towards this list's length, and the last run may go past it. Callers rely on it.
+    // count towards this list's length, and the last run may go past it. Files that hold an object
+    // twice keep the values that they have always given.
     while (values.size() < count) {
       std::uint64_t run = 0;
       float value = 0;
@@ -129,7 +130,7 @@ class Parser {
     return expect(kClose);
   }
 
-  /// False when memory could not hold that many, with all the runs before.
+  // False when memory could not hold that many, with all the runs before.
   bool append(std::vector<float>& values, std::uint64_t run, float value) {
     if (run == 1) {
       values.push_back(value);
@@ -151,7 +152,7 @@ class Parser {
   std::string token_;
   std::string error_;
   const std::uint64_t mostValues_ = mostValues();
-  std::uint64_t valuesInRuns_ = 0;  ///< of all lists; single values cost no more than their text
+  std::uint64_t valuesInRuns_ = 0;  // of all lists; single values cost no more than their text
 };
 
 }  // namespace

@@ -16,7 +16,7 @@ using vela::Selection::GeoSelection;
 
 constexpr std::size_t kCount = 10000000;
 
-/// The hardest case: every weight differs from its neighbour, so that no run is longer than one.
+// The hardest case: every weight differs from its neighbour, so that no run is longer than one.
 const std::vector<float>& weights() {
   static const std::vector<float> instance = [] {
     std::vector<float> values(kCount);
@@ -41,8 +41,8 @@ const GeoSelection& selection() {
   return instance;
 }
 
-/// The values alone: the run lengths, which the selection has to write and read besides, are its
-/// own cost.
+// The values alone: the run lengths, which the selection has to write and read besides, are its
+// own cost.
 std::string plainText() {
   std::string text(weights().size() * 16, ' ');
   char* at = text.data();

@@ -30,7 +30,7 @@ std::string textOf(const GeoSelection& selection) {
   return out.str();
 }
 
-/// Reads, and gives what went to the standard error stream.
+// Reads, and gives what went to the standard error stream.
 std::string read(std::istream& in, GeoSelection& selection) {
   std::ostringstream captured;
   std::streambuf* const before = std::cerr.rdbuf(captured.rdbuf());
@@ -39,7 +39,7 @@ std::string read(std::istream& in, GeoSelection& selection) {
   return captured.str();
 }
 
-/// Both calls read every text alike; the one that gives its reason writes nothing.
+// Both calls read every text alike; the one that gives its reason writes nothing.
 std::string read(const std::string& text, GeoSelection& selection) {
   std::istringstream in(text), again(text);
   const std::string line = read(in, selection);
@@ -68,7 +68,7 @@ std::string words(const std::string& text) {
   return result;
 }
 
-/// A selection with one list of these values.
+// A selection with one list of these values.
 GeoSelection withValues(const Floats& values) {
   GeoSelection selection;
   selection.getWritablePartSelection("/a", vertices).selections = values;
@@ -79,7 +79,7 @@ Floats valuesOf(const GeoSelection& selection) {
   return selection.size() == 1 ? selection.begin()->second.parts[0].selections : Floats();
 }
 
-/// The text with one list in it.
+// The text with one list in it.
 std::string withList(const std::string& list) {
   return "geoselection { paths 1 { /a 0 { verts " + list + " 0 } { faces 0 0 } } }";
 }
@@ -136,7 +136,7 @@ TEST(SelectionWriter, StreamOperatorIsSerialize) {
   EXPECT_EQ(out.str(), textOf(selection) + "|");
 }
 
-/// A locale with a comma for the point and groups of three digits.
+// A locale with a comma for the point and groups of three digits.
 struct Grouping : std::numpunct<char> {
   char do_decimal_point() const override { return ','; }
   char do_thousands_sep() const override { return '.'; }
@@ -174,7 +174,7 @@ TEST(SelectionWriter, StreamThatCannotBeWrittenStaysFailed) {
   EXPECT_EQ(out.str(), "");
 }
 
-/// Writes the values both ways, each as a run of its own.
+// Writes the values both ways, each as a run of its own.
 void expectFormattedLikeAStream(const Floats& values) {
   std::ostringstream expected;
   expected << "geoselection { paths 1 { /a 0  { verts " << values.size() << " { ";
@@ -488,7 +488,7 @@ TEST(SelectionReader, FailedStreamGivesNoWord) {
   EXPECT_EQ(read(missing, selection), message);
 }
 
-/// Hands out one character at a time, with or without a get area, and may throw at a place.
+// Hands out one character at a time, with or without a get area, and may throw at a place.
 class TrickleBuffer : public std::streambuf {
  public:
   TrickleBuffer(std::string text, bool hasArea, std::size_t throwAt = std::string::npos)
@@ -603,7 +603,7 @@ TEST(SelectionCorpus, EveryTextGivesItsErrorLine) {
 
 // ---- Properties
 
-/// A weight as hosts make them; anything that the text can carry without loss when `exact`.
+// A weight as hosts make them; anything that the text can carry without loss when `exact`.
 float randomValue(std::mt19937& random, bool exact) {
   switch (random() % (exact ? 4 : 7)) {
     case 0: return 0.0f;

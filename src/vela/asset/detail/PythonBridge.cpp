@@ -24,8 +24,8 @@ Function functionOf(void* library, const char* name) {
   return reinterpret_cast<Function>(dlsym(library, name));
 }
 
-/// Where a library of this process was loaded from, found by how its file name begins; empty
-/// without one.
+// Where a library of this process was loaded from, found by how its file name begins; empty
+// without one.
 std::string pathOfLoaded(const char* beginning) {
   struct Search {
     const char* beginning;
@@ -43,14 +43,14 @@ std::string pathOfLoaded(const char* beginning) {
   return search.path;
 }
 
-/// Makes the symbols of a libpython visible that was loaded for its loader alone: the bridge needs
-/// to find them.
+// Makes the symbols of a libpython visible that was loaded for its loader alone: the bridge needs
+// to find them.
 void promoteLibpython() {
   const std::string path = pathOfLoaded("libpython3.");
   if (!path.empty()) dlopen(path.c_str(), RTLD_NOLOAD | RTLD_NOW | RTLD_GLOBAL);
 }
 
-/// Why there is no interpreter to use; null when there is one.
+// Why there is no interpreter to use; null when there is one.
 const char* whyNoInterpreter() {
   if (!dlsym(RTLD_DEFAULT, "Py_IsInitialized")) promoteLibpython();
   const auto isInitialized = functionOf<int (*)()>(RTLD_DEFAULT, "Py_IsInitialized");
@@ -65,7 +65,7 @@ const char* whyNoInterpreter() {
   return nullptr;
 }
 
-/// The bridge; null, with dlerror() saying why, when it cannot be loaded.
+// The bridge; null, with dlerror() saying why, when it cannot be loaded.
 void* loadBridge() {
   // By its plain name: one that the process has already serves again, from whatever folder; else it
   // lies on this library's run path.

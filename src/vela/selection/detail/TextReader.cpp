@@ -8,7 +8,7 @@
 namespace vela::Selection::detail {
 namespace {
 
-/// The get area of a stream buffer, which the language lets derived classes see.
+// The get area of a stream buffer, which the language lets derived classes see.
 struct GetArea : std::streambuf {
   using std::streambuf::egptr;
   using std::streambuf::gbump;
@@ -27,15 +27,15 @@ void areaAdvance(std::streambuf& buffer, std::uint64_t count) {
   (buffer.*&GetArea::gbump)(static_cast<int>(count));
 }
 
-/// The blanks of the classic locale.
+// The blanks of the classic locale.
 constexpr bool isBlank(int c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 constexpr bool isDigit(int c) { return c >= '0' && c <= '9'; }
 
-/// Powers of ten that a float holds exactly.
+// Powers of ten that a float holds exactly.
 constexpr float kPowersOfTen[] = {1e0f, 1e1f, 1e2f, 1e3f, 1e4f, 1e5f,
                                   1e6f, 1e7f, 1e8f, 1e9f, 1e10f};
 constexpr std::uint32_t kMostExactPower = 10;
-/// Up to here every integer is a float.
+// Up to here every integer is a float.
 constexpr std::uint64_t kMostExactInteger = std::uint64_t{1} << 24;
 
 }  // namespace
@@ -96,7 +96,7 @@ int TextReader::refill() {
   return c;
 }
 
-// ---- Places
+// ---- Positions
 
 TextReader::Mark TextReader::mark() {
   if (!isGood()) {

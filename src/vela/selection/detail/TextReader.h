@@ -11,9 +11,9 @@
 
 namespace vela::Selection::detail {
 
-/// Stands for the stream while it lives: the stream's own place and state follow when it dies. As
-/// with extraction, the first failure makes every later read fail, without taking anything more
-/// from the text.
+/// Reads in place of the stream while it lives: the stream's own position and state follow when it
+/// dies. As with extraction, the first failure makes every later read fail, without taking anything
+/// more from the text.
 class TextReader {
  public:
   explicit TextReader(std::istream& in);
@@ -21,12 +21,12 @@ class TextReader {
   TextReader(const TextReader&) = delete;
   TextReader& operator=(const TextReader&) = delete;
 
-  /// A place in the text, as std::istream::tellg gives it; remembered cheaply and worked out when
+  /// A position in the text, as std::istream::tellg gives it; remembered cheaply, worked out when
   /// asked for.
   using Mark = std::optional<std::uint64_t>;
   [[nodiscard]] Mark mark();
   /// -1 when the reads had failed, or the text was at its end, when the mark was made, and for
-  /// streams without places.
+  /// streams that cannot tell their position.
   [[nodiscard]] std::streamoff position(const Mark& mark);
 
   /// The next word; untouched when there is none.

@@ -9,10 +9,10 @@ namespace {
 
 constexpr double kPowersOfTen[] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9};
 
-/// Writes a magnitude in [1e-4, 999999.5) with six significant digits and without trailing zeros.
-/// Exact: a float has 24 bits and 10^9 is 2^9 times a number of 21 bits, so the scaled value fits a
-/// double's 53, and what is left to do is one rounding, half to even, as the formatted output does
-/// it.
+// Writes a magnitude in [1e-4, 999999.5) with six significant digits and without trailing zeros.
+// Exact: a float has 24 bits and 10^9 is 2^9 times a number of 21 bits, so the scaled value fits a
+// double's 53, and what is left to do is one rounding, half to even, as the formatted output does
+// it.
 char* writeFixed(double magnitude, char* out) {
   // Where the first digit stands: magnitude is in [10^exponent, 10^(exponent + 1)).
   int exponent = -4;
@@ -44,7 +44,7 @@ char* writeFixed(double magnitude, char* out) {
   int count = 6;
   while (count > 1 && text[count - 1] == '0') --count;
 
-  // The point among them.
+  // The decimal point among the digits.
   if (exponent < 0) {
     *out++ = '0';
     *out++ = '.';

@@ -1,7 +1,12 @@
-// Does what its arguments say, in order, against the log of a fresh process:
-//   level=N  level=N,env  app=NAME  enable=ID:TEXT  replace=ID:TEXT  channel=TEXT  print-level
-//   print-path  open write=LEVEL:ID:TEXT  line=LEVEL:ID:TEXT (through header)  threads=COUNT,LINES
-//   (of level 1)
+// The program that Log_test.cpp runs: does what its arguments say, in order, against the log of a
+// fresh process:
+//   level=N  level=N,env         sets the level
+//   app=NAME                     sets the application's name
+//   enable=ID:TEXT  replace=ID:TEXT  channel=TEXT
+//   print-level  print-path  open
+//   write=LEVEL:ID:TEXT          a line in one piece
+//   line=LEVEL:ID:TEXT           a line through header
+//   threads=COUNT,LINES          so many threads, each with so many lines of level 1
 #include <cstdio>
 #include <cstdlib>
 #include <ostream>
@@ -19,7 +24,7 @@ unsigned number(const std::string& text) {
   return static_cast<unsigned>(std::strtoul(text.c_str(), nullptr, 10));
 }
 
-/// The text before the first `mark`, which is taken off together with it.
+// The text before the first `mark`, which is taken off together with it.
 std::string takeUpTo(char mark, std::string& text) {
   const std::size_t at = text.find(mark);
   const std::string head = text.substr(0, at);

@@ -1,11 +1,15 @@
 // A native manager plug-in for the tests. References start with "test:"; what follows says how it
 // behaves:
-//   test:url:U        a location that is the text U           test:number        a location that is
-//   a number test:none         data without a location                 test:null          no data
-//   at all test:count        a location that counts the calls of resolve test:host         a
-//   location with what the host said of itself test:batch-error  an error of this one reference
+//   test:url:U        a location that is the text U
+//   test:number       a location that is a number
+//   test:none         data without a location
+//   test:null         no data at all
+//   test:count        a location that counts the calls of resolve
+//   test:host         a location with what the host said of itself
+//   test:batch-error  an error of this one reference
 //   test:throw-X      an exception: X is std, openassetio, bad-alloc or int
 //   test-throws:      an exception from the question whether this is a reference
+//
 // Settings: "resolution" false takes the capability away; "fail" makes the start fail; "stateful"
 // makes contexts fail.
 #include <atomic>
@@ -122,7 +126,7 @@ openassetioPlugin() noexcept {
   return &makePlugin;
 }
 
-/// How often resolve was called in this process.
+// How often resolve was called in this process.
 extern "C" __attribute__((visibility("default"))) int velaTestResolveCalls() {
   return resolveCalls;
 }

@@ -1,4 +1,5 @@
-// Does what its arguments say, in order, in a fresh process:
+// The program that AssetManager_test.cpp runs: does what its arguments say, in order, in a fresh
+// process:
 //   python=LIB        starts an interpreter from this libpython and lets go of its lock
 //   load-python=LIB   only loads it, for itself alone
 //   level=N           the log's level
