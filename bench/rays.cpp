@@ -27,6 +27,7 @@
 #include <embree3/rtcore.h>
 #endif
 
+#include "bench/Measure.h"
 #include "ovo/MeshPrim.h"
 #include "ovo/Stage.h"
 #include "support/ClosedMeshes.h"
@@ -37,7 +38,6 @@
 #include "vela/intersect/BvhAcceleration.h"
 #include "vela/intersect/GridAcceleration.h"
 #include "vela/intersect/HitDetect.h"
-#include "vela/mesh/BenchClock.h"
 #include "vela/trace/SceneTracer.h"
 
 namespace {
@@ -45,6 +45,7 @@ namespace {
 using tarn::Mat4;
 using tarn::Ray;
 using tarn::Vec3;
+using vela_bench::median;
 using vela_test::ClosedMesh;
 /// Processor time, not time on the wall: other programs may run meanwhile.
 double processorSeconds() { return vela_bench::processorTime() * 1e-3; }
@@ -355,11 +356,6 @@ std::vector<Ray<float>> missRays(const Scene& scene, std::size_t count, const Ca
     if (oracle.any(one) == 0.0) rays.push_back(one[0]);
   }
   return rays;
-}
-
-double median(std::vector<double> v) {
-  std::sort(v.begin(), v.end());
-  return v[v.size() / 2];
 }
 
 std::string number(double v) {

@@ -1,11 +1,10 @@
 // Rays per second of each lens, beside two peers: writing the same records with memset, and the
 // same formulas one ray after the other with the platform's own sine and cosine.
-#include <benchmark/benchmark.h>
-
 #include <cstring>
 #include <memory>
 #include <vector>
 
+#include "bench/Harness.h"
 #include "vela/camera/LensProjection.h"
 #include "vela/camera/TestRayLoops.h"
 
@@ -106,5 +105,16 @@ void generateRayGeometry(benchmark::State& state) {
   countRays(state);
 }
 BENCHMARK(generateRayGeometry)->ArgsProduct({{4096}, {0, 1, 2, 3}})->ArgNames({"rays", "lens"});
+
+VELA_RATIO("spherical rays, to the plain loop", "cameraRays/rays:4096/lens:2/window:0",
+           "oneByOne/rays:4096/lens:2/window:0", 0.25)
+VELA_RATIO("cylindrical rays, to the plain loop", "cameraRays/rays:4096/lens:3/window:0",
+           "oneByOne/rays:4096/lens:3/window:0", 0.25)
+VELA_RATIO("perspective rays, to the plain loop", "cameraRays/rays:4096/lens:0/window:0",
+           "oneByOne/rays:4096/lens:0/window:0")
+VELA_RATIO("perspective rays, to memset of the records", "cameraRays/rays:4096/lens:0/window:0",
+           "memsetOfTheRecords/4096")
+VELA_RATIO("a million perspective rays, to memset", "cameraRays/rays:1048576/lens:0/window:0",
+           "memsetOfTheRecords/1048576", 2.4)
 
 }  // namespace

@@ -5,8 +5,7 @@
 // 1 to 31 alone). Walks are measured over one set again and again, where processors learn its
 // branches, and over 64 sets in turn, where they cannot. std::bitset has no walk
 // backwards.
-#include <benchmark/benchmark.h>
-
+#include "bench/Harness.h"
 #include "vela/channels/ChannelSet.h"
 
 #ifdef VELA_HAVE_ROARING
@@ -197,5 +196,10 @@ BENCHMARK(iterateBack<std::set<int>>)->Apply(counts);
 VELA_COMPARE(Roaring);
 BENCHMARK(iterateBack<Roaring>)->Apply(counts);
 #endif
+
+VELA_RATIO("walk over 31 channels, to a bitset", "iterate<ChannelSet>/31", "iterate<Bits>/31")
+VELA_RATIO("walk over 1000 channels, to a bitset", "iterate<ChannelSet>/1000", "iterate<Bits>/1000")
+VELA_RATIO("union of 1000 channels, to a bitset", "unionInPlace<ChannelSet>/1000",
+           "unionInPlace<Bits>/1000")
 
 }  // namespace

@@ -1,25 +1,18 @@
-// Point normals of a million quadrilaterals beside reading and writing the same bytes.
-//
-// `rounds` runs all of them in turns and gives the ratios of the medians, which a busy machine
-// moves less than the times.
+// Point normals of a million quadrilaterals beside reading and writing the same bytes, into an
+// array that is used again and into a fresh one each time.
 
-#include <benchmark/benchmark.h>
-
-#include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <memory>
 #include <vector>
 
-#include "vela/mesh/BenchClock.h"
+#include "bench/Harness.h"
 #include "vela/mesh/MeshNormals.h"
 
 namespace {
 
 using tarn::Vec3;
-using vela_bench::processorTime;
 
 struct Grid {
   std::vector<Vec3<float>> points;
@@ -59,46 +52,34 @@ void touchBytes(const Grid& grid, bool withCounts, Vec3<float>* normals) {
   benchmark::DoNotOptimize(all);
 }
 
-// In turns: into an array that is used again, and into a fresh one each time, for us and for the
-// peer alike.
-void rounds(benchmark::State& state) {
-  const Grid grid(1000);
-  const bool fresh = state.range(0) != 0;
-  ovo::Array<Vec3<float>> kept(grid.points.size());
-  std::vector<Vec3<float>> keptBytes(grid.points.size());
-  std::array<std::vector<double>, 4> times;
-  const auto timed = [&](std::size_t what, auto&& run) {
-    const double start = processorTime();
-    run();
-    times[what].push_back(processorTime() - start);
-  };
+const Grid& million() {
+  static const Grid grid(1000);
+  return grid;
+}
+
+/// \param range  whether all faces are said to be quads; whether the array is fresh each time
+void pointNormals(benchmark::State& state) {
+  ovo::Array<Vec3<float>> kept(million().points.size());
   for (auto _ : state) {
-    for (const bool allQuads : {true, false})
-      timed(allQuads ? 0 : 1, [&] {
-        ovo::Array<Vec3<float>> own;
-        calc(grid, allQuads, fresh ? own : kept);
-      });
-    for (const bool withCounts : {false, true})
-      timed(withCounts ? 3 : 2, [&] {
-        const std::unique_ptr<char[]> own(fresh ? new char[grid.points.size() * sizeof(Vec3<float>)]
-                                                : nullptr);
-        touchBytes(grid, withCounts,
-                   fresh ? reinterpret_cast<Vec3<float>*>(own.get()) : keptBytes.data());
-      });
+    ovo::Array<Vec3<float>> own;
+    calc(million(), state.range(0) != 0, state.range(1) != 0 ? own : kept);
   }
-  const auto median = [](std::vector<double>& t) {
-    std::nth_element(t.begin(), t.begin() + static_cast<std::ptrdiff_t>(t.size() / 2), t.end());
-    return t[t.size() / 2];
-  };
-  const double bytes = median(times[2]), quads = median(times[0]), counted = median(times[1]);
-  state.counters["bytes_ms"] = bytes;
-  state.counters["hinted_ms"] = quads;
-  state.counters["hinted_ratio"] = quads / bytes;
-  state.counters["counted_ratio"] = counted / median(times[3]);
+}
+
+/// \param range  as above
+void bytes(benchmark::State& state) {
+  const std::size_t count = million().points.size();
+  std::vector<Vec3<float>> kept(count);
+  for (auto _ : state) {
+    const std::unique_ptr<char[]> own(state.range(1) != 0 ? new char[count * sizeof(Vec3<float>)]
+                                                          : nullptr);
+    touchBytes(million(), state.range(0) == 0,
+               own ? reinterpret_cast<Vec3<float>*>(own.get()) : kept.data());
+  }
 }
 
 void vertexNormals(benchmark::State& state) {
-  const Grid grid(1000);
+  const Grid& grid = million();
   ovo::Array<Vec3<float>> normals;
   for (auto _ : state) {
     vela::calcVertexNormals(grid.points.size(), grid.points.data(), grid.indices.size(),
@@ -109,7 +90,22 @@ void vertexNormals(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * 1000000);
 }
 
-BENCHMARK(rounds)->ArgName("fresh")->Arg(0)->Arg(1)->Iterations(101)->Unit(benchmark::kMillisecond);
+#define VELA_NORMALS(function)        \
+  BENCHMARK(function)                 \
+      ->ArgNames({"hinted", "fresh"}) \
+      ->ArgsProduct({{0, 1}, {0, 1}}) \
+      ->Unit(benchmark::kMillisecond)
+VELA_NORMALS(pointNormals);
+VELA_NORMALS(bytes);
 BENCHMARK(vertexNormals)->Unit(benchmark::kMillisecond);
+
+VELA_RATIO("point normals, all quads, to moving the bytes", "pointNormals/hinted:1/fresh:0",
+           "bytes/hinted:1/fresh:0", 2.5)
+VELA_RATIO("point normals by counts, to moving the bytes", "pointNormals/hinted:0/fresh:0",
+           "bytes/hinted:0/fresh:0", 2.5)
+VELA_RATIO("point normals, all quads, fresh array", "pointNormals/hinted:1/fresh:1",
+           "bytes/hinted:1/fresh:1")
+VELA_RATIO("point normals by counts, fresh array", "pointNormals/hinted:0/fresh:1",
+           "bytes/hinted:0/fresh:1")
 
 }  // namespace

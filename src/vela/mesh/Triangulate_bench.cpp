@@ -1,10 +1,7 @@
 // Polygons cut into triangles beside mapbox earcut, where scripts/setup work has fetched it.
 //
-// Each case runs all candidates in turns and takes the medians; what counts are the ratios to
-// earcut's own fastest way, its object used again and again. The peer is given flat points in
-// double, which is what it takes; ours project the points of a tilted polygon first.
-
-#include <benchmark/benchmark.h>
+// Both of its ways count: a fresh object each time, and one used again and again. The peer is given
+// flat points in double, which is what it takes; ours project the points of a tilted polygon first.
 
 #include <algorithm>
 #include <array>
@@ -14,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "vela/mesh/BenchClock.h"
+#include "bench/Harness.h"
 #include "vela/mesh/Triangulate.h"
 
 #if __has_include(<mapbox/earcut.hpp>)
@@ -27,7 +24,6 @@
 namespace {
 
 using tarn::Vec3;
-using vela_bench::processorTime;
 
 enum Shape { kConvex, kStar, kRandom };
 
@@ -55,63 +51,78 @@ Polygon make(Shape shape, int corners) {
   return made;
 }
 
-void polygons(benchmark::State& state) {
-  const int corners = static_cast<int>(state.range(1));
-  const Polygon polygon = make(static_cast<Shape>(state.range(0)), corners);
+/// \param range  shape, corners
+Polygon make(benchmark::State& state) {
   state.SetLabel(std::array<const char*, 3>{
       "convex", "star", "random radius"}[static_cast<std::size_t>(state.range(0))]);
-  const int repeats = std::max(1, 20000 / corners);
-  std::vector<int> triangles;
-  std::array<std::vector<double>, 4> times;
-  const auto timed = [&](std::size_t what, auto&& run) {
-    const double start = processorTime();
-    for (int i = 0; i < repeats; ++i) run();
-    times[what].push_back((processorTime() - start) * 1e6 / repeats / corners);
-  };
-#if VELA_HAS_EARCUT
-  mapbox::detail::Earcut<std::uint32_t> again;
-#endif
-  for (auto _ : state) {
-    timed(0, [&] {
-      vela::Triangulate(polygon.points.data(), polygon.indices.data(), corners, triangles);
-      benchmark::DoNotOptimize(triangles.data());
-    });
-    timed(1, [&] {
-      vela::triangulatePolygon(polygon.points.data(), polygon.indices.data(), corners, triangles);
-      benchmark::DoNotOptimize(triangles.data());
-    });
-#if VELA_HAS_EARCUT
-    timed(2, [&] {
-      again(polygon.flat);
-      benchmark::DoNotOptimize(again.indices.data());
-    });
-    timed(3, [&] {
-      std::vector<std::uint32_t> cut = mapbox::earcut<std::uint32_t>(polygon.flat);
-      benchmark::DoNotOptimize(cut.data());
-    });
-#endif
-  }
-  const auto median = [](std::vector<double>& t) {
-    std::nth_element(t.begin(), t.begin() + static_cast<std::ptrdiff_t>(t.size() / 2), t.end());
-    return t[t.size() / 2];
-  };
-  const double ears = median(times[0]), exact = median(times[1]);
-  state.counters["ears_ns"] = ears;
-  state.counters["exact_ns"] = exact;
-#if VELA_HAS_EARCUT
-  const double peer = median(times[2]);
-  state.counters["earcut_ns"] = peer;
-  state.counters["earcut_fresh_ns"] = median(times[3]);
-  state.counters["ears_ratio"] = ears / peer;
-  state.counters["exact_ratio"] = exact / peer;
-#endif
+  return make(static_cast<Shape>(state.range(0)), static_cast<int>(state.range(1)));
 }
 
-BENCHMARK(polygons)
-    ->ArgNames({"shape", "corners"})
-    ->ArgsProduct({{kConvex}, {4, 5, 8, 16, 64, 250, 1000}})
-    ->ArgsProduct({{kStar, kRandom}, {8, 16, 64, 250, 1000}})
-    ->Iterations(31)
-    ->Unit(benchmark::kMillisecond);
+void ears(benchmark::State& state) {
+  const Polygon polygon = make(state);
+  std::vector<int> triangles;
+  for (auto _ : state) {
+    vela::Triangulate(polygon.points.data(), polygon.indices.data(),
+                      static_cast<int>(polygon.indices.size()), triangles);
+    benchmark::DoNotOptimize(triangles.data());
+  }
+}
+
+void exact(benchmark::State& state) {
+  const Polygon polygon = make(state);
+  std::vector<int> triangles;
+  for (auto _ : state) {
+    vela::triangulatePolygon(polygon.points.data(), polygon.indices.data(),
+                             static_cast<int>(polygon.indices.size()), triangles);
+    benchmark::DoNotOptimize(triangles.data());
+  }
+}
+
+#if VELA_HAS_EARCUT
+void earcut(benchmark::State& state) {
+  const Polygon polygon = make(state);
+  mapbox::detail::Earcut<std::uint32_t> again;
+  for (auto _ : state) {
+    again(polygon.flat);
+    benchmark::DoNotOptimize(again.indices.data());
+  }
+}
+
+void earcutFresh(benchmark::State& state) {
+  const Polygon polygon = make(state);
+  for (auto _ : state) {
+    std::vector<std::uint32_t> cut = mapbox::earcut<std::uint32_t>(polygon.flat);
+    benchmark::DoNotOptimize(cut.data());
+  }
+}
+#endif
+
+#define VELA_POLYGONS(function)                                \
+  BENCHMARK(function)                                          \
+      ->ArgNames({"shape", "corners"})                         \
+      ->ArgsProduct({{kConvex}, {4, 5, 8, 16, 64, 250, 1000}}) \
+      ->ArgsProduct({{kStar, kRandom}, {8, 16, 64, 250, 1000}})
+VELA_POLYGONS(ears);
+VELA_POLYGONS(exact);
+#if VELA_HAS_EARCUT
+VELA_POLYGONS(earcut);
+VELA_POLYGONS(earcutFresh);
+
+/// A row for each case.
+const bool kRatios = [] {
+  const char* const shapes[] = {"convex", "star", "random"};
+  for (const int shape : {kConvex, kStar, kRandom})
+    for (const int corners : {4, 5, 8, 16, 64, 250, 1000}) {
+      const std::string of =
+          "/shape:" + std::to_string(shape) + "/corners:" + std::to_string(corners);
+      const std::string what = std::string(", ") + shapes[shape] + ", " + std::to_string(corners) +
+                               " corners, to earcut's";
+      const double goal = corners >= 5 && corners <= 16 ? 1.2 : corners == 1000 ? 0.5 : 0.0;
+      vela_bench::ratio("ears" + what, "ears" + of, "earcut" + of, goal);
+      vela_bench::ratio("exact" + what, "exact" + of, "earcut" + of);
+    }
+  return true;
+}();
+#endif
 
 }  // namespace

@@ -1,8 +1,7 @@
 // Values per second beside the standard library's engines of the same family, and sample sets.
-#include <benchmark/benchmark.h>
-
 #include <random>
 
+#include "bench/Harness.h"
 #include "vela/sampling/SamplingRng.h"
 
 namespace {
@@ -81,5 +80,8 @@ void generate2dSamples(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * n * n);
 }
 BENCHMARK(generate2dSamples)->Arg(4)->Arg(16);
+
+VELA_RATIO("values in bulk, to minstd_rand0", "newValues", "std_minstd_rand0")
+VELA_RATIO("value by value, to knuth_b", "newValue", "std_knuth_b")
 
 }  // namespace

@@ -1,13 +1,12 @@
 // Writing and reading a selection of ten million weights, beside a plain loop of to_chars and
 // from_chars over the same numbers.
-#include <benchmark/benchmark.h>
-
 #include <charconv>
 #include <cstdint>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "bench/Harness.h"
 #include "vela/selection/GeoSelection.h"
 
 namespace {
@@ -103,5 +102,8 @@ BENCHMARK(PlainWrite)->Unit(benchmark::kMillisecond);
 BENCHMARK(SelectionWrite)->Unit(benchmark::kMillisecond);
 BENCHMARK(PlainRead)->Unit(benchmark::kMillisecond);
 BENCHMARK(SelectionRead)->Unit(benchmark::kMillisecond);
+
+VELA_RATIO("selection written, to to_chars", "SelectionWrite", "PlainWrite", 1.0)
+VELA_RATIO("selection read, to from_chars", "SelectionRead", "PlainRead", 1.0)
 
 }  // namespace
