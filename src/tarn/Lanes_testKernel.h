@@ -7,37 +7,6 @@ namespace TARN_LANES_SET {
 
 using namespace tarn::TARN_LANES_SET;
 
-/// What each operation gives for three arrays of N values.
-template <std::size_t N>
-struct Results {
-  using Floats = float[N];
-  using Doubles = double[N];
-  using Ints = std::int32_t[N];
-
-  Floats plus, minus, times, over, least, largest, negative, magnitude, root, flipped, chosen, kept;
-  unsigned less, lessEqual, greater, greaterEqual, equal, unequal;
-  unsigned both, either, butNot, inverse;
-  bool anyLess, allLess;
-  Floats lowerHalf, upperHalf, swapped, fromQuads;
-  float lastQuad[4];
-  unsigned swappedMask;
-  Ints joinedI;
-
-  Doubles plusD, minusD, timesD, overD, leastD, largestD, negativeD, magnitudeD, rootD, flippedD,
-      chosenD, keptD;
-  unsigned lessD, lessEqualD, greaterD, greaterEqualD, equalD, unequalD;
-  unsigned bothD, eitherD, butNotD, inverseD;
-
-  Ints plusI, minusI, andI, orI, xorI, shiftedI, chosenI, keptI, fromFloats, fromMask;
-  unsigned lessI, greaterI, equalI, signs;
-  Floats fromInts;
-
-  Doubles widened, widenedI;
-  Floats narrowed;
-  Ints rounded, words;
-  unsigned maskThere, maskBack;
-};
-
 template <std::size_t N>
 inline void compute(const float* fa, const float* fb, const double* da, const double* db,
                     const std::int32_t* ia, const std::int32_t* ib, Results<N>& r) {
@@ -132,13 +101,6 @@ inline void compute(const float* fa, const float* fb, const double* da, const do
   r.maskThere = bits(widen(less));
   r.maskBack = bits(narrow(lessD));
 }
-
-/// For four floats: what each operation across lanes gives.
-struct AcrossResults {
-  float shuffled[4], interleaved[8], three[4], two[2], upperTwo[2], twos[4], threes[12],
-      transposed[16], four[4], first, single;
-  std::int32_t firstInt;
-};
 
 inline void computeAcross(const float* f, AcrossResults& r) {
   const auto a = FloatLanes<4>::load(f), b = FloatLanes<4>::load(f + 4);
