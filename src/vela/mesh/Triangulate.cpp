@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
-#include <optional>
 
 #include "tarn/Area.h"
 #include "tarn/Lanes.h"
@@ -383,6 +382,14 @@ void cutQuad(const Scratch<Point2>& flat, int side, std::vector<int>& triangles)
 
 // ---- Ears with a tolerance
 
+/// The corners of a polygon in its plane, with room for whole blocks.
+struct Corners {
+  Scratch<float> x, y;
+
+  explicit Corners(std::size_t count) : x(count + kEarBlock), y(count + kEarBlock) {}
+  Point2 operator[](int i) const { return {x[i], y[i]}; }
+};
+
 /// The corners that are left, a block of eight at a time: whether any of them blocks an ear does
 /// not depend on their order. An ear's own corners may be among them: for each of them one of the
 /// products is exactly 0. Corners that are gone are NaN, which blocks nothing.
@@ -390,7 +397,7 @@ class Remaining {
  public:
   static constexpr int kFrom = 24;  ///< below, walking from corner to corner is as fast
 
-  Remaining(const Scratch<Point2>& flat, int count, detail::AnyBlocks kernel)
+  Remaining(const Corners& flat, int count, detail::AnyBlocks kernel)
       : x_(static_cast<std::size_t>(count) + kEarBlock),
         y_(static_cast<std::size_t>(count) + kEarBlock),
         slotOf_(static_cast<std::size_t>(count)),
@@ -398,17 +405,17 @@ class Remaining {
         size_(count),
         anyBlocks_(kernel) {
     for (int i = 0; i < count; ++i) {
-      x_[i] = flat[i].x;
-      y_[i] = flat[i].y;
+      x_[i] = flat.x[i];
+      y_[i] = flat.y[i];
       slotOf_[i] = cornerAt_[i] = i;
     }
     pad();
   }
 
-  /// \param near a corner that is left, to begin with: what blocks an ear is most often close by
-  [[nodiscard]] bool anyBlocks(const Ear& ear, int near) {
+  [[nodiscard]] bool anyBlocks(const Ear& ear, int /*before*/, int /*corner*/, int after) {
+    // From the ear's end on: what blocks an ear is most often close by.
     return anyBlocks_(ear, x_.begin(), y_.begin(), (size_ + kEarBlock - 1) / kEarBlock,
-                      slotOf_[near] / kEarBlock);
+                      slotOf_[after] / kEarBlock);
   }
 
   void remove(int corner) {
@@ -446,6 +453,61 @@ class Remaining {
   detail::AnyBlocks anyBlocks_;
 };
 
+/// The same for few corners: a bit for each that is left.
+class FewRemaining {
+ public:
+  FewRemaining(const Corners& flat, int count) : flat_(flat), left_((1u << count) - 1) {}
+
+  [[nodiscard]] bool anyBlocks(const Ear& ear, int before, int corner, int after) const {
+    for (unsigned others = left_ & ~(1u << before | 1u << corner | 1u << after); others != 0;
+         others &= others - 1)
+      if (ear.isBlockedBy(flat_[__builtin_ctz(others)])) return true;
+    return false;
+  }
+  void remove(int corner) { left_ &= ~(1u << corner); }
+
+ private:
+  const Corners& flat_;
+  unsigned left_;
+};
+static_assert(Remaining::kFrom <= 32, "a bit a corner");
+
+/// Cuts ears, one corner after the other around the polygon.
+///
+/// \param area  of the polygon, with its sign
+/// \param left  the corners that may block an ear
+/// \param out   room for three numbers a triangle
+/// \return the end of what was written
+template <class Left>
+int* cutEars(const Corners& flat, int count, float area, Left&& left, int* out) {
+  Scratch<int> next(static_cast<std::size_t>(count));
+  for (int i = 0; i < count; ++i) next[i] = i + 1 == count ? 0 : i + 1;
+
+  int before = count - 1, corner = 0, failures = 0;
+  for (int remaining = count; remaining > 2;) {
+    // A full lap without an ear: what is cut stays, the rest is given up.
+    if (failures >= remaining) break;
+    const int after = next[corner];
+    const Ear ear(flat[before], flat[corner], flat[after]);
+
+    // Convex? Written so that a NaN is not. Blocked?
+    if (ear.turn * area >= 0.0f && !left.anyBlocks(ear, before, corner, after)) {
+      *out++ = before;
+      *out++ = corner;
+      *out++ = after;
+      next[before] = after;
+      left.remove(corner);
+      --remaining;
+      failures = 0;
+    } else {
+      ++failures;
+      before = corner;
+    }
+    corner = after;
+  }
+  return out;
+}
+
 }  // namespace
 
 void Triangulate(const tarn::Vec3<float>* points, const int* indices, int count,
@@ -464,76 +526,55 @@ void Triangulate(const tarn::Vec3<float>* points, const int* indices, int count,
   const auto size = static_cast<std::size_t>(count);
   const auto point = [&](int corner) -> const Vec3<float>& { return points[indices[corner]]; };
 
-  // The polygon's plane: mean and Newell normal.
-  Vec3<float> mean, normal;
-  for (int i = 0; i < count; ++i) mean += point(i);
-  mean = mean / static_cast<float>(count);
+  // The polygon's plane: mean and Newell normal, with x, y and z in lanes.
+  using Lanes = tarn::baseline::FloatLanes<4>;
+  using tarn::baseline::shuffle;
+  const auto load = [&](int corner) { return tarn::baseline::loadThree(&point(corner).x); };
+  Lanes sum = Lanes::broadcast(0.0f), newell = sum, a = load(0);
   for (int i = 0; i < count; ++i) {
-    const Vec3<float>&a = point(i), &b = point(i + 1 == count ? 0 : i + 1);
-    normal.x += (a.y - b.y) * (a.z + b.z);
-    normal.y += (a.z - b.z) * (a.x + b.x);
-    normal.z += (a.x - b.x) * (a.y + b.y);
+    const Lanes b = load(i + 1 == count ? 0 : i + 1), less = a - b, more = a + b;
+    sum = sum + a;
+    newell = newell + shuffle<1, 2, 0, 3>(less, less) * shuffle<2, 0, 1, 3>(more, more);
+    a = b;
   }
-  normal = normal.normalized();
+  const auto vectorOf = [](const Lanes& lanes) {
+    float v[4];
+    lanes.store(v);
+    return Vec3<float>(v[0], v[1], v[2]);
+  };
+  const Vec3<float> mean = vectorOf(sum) / static_cast<float>(count),
+                    normal = vectorOf(newell).normalized();
 
-  // Its frame, and the corners in it.
+  // Its frame, and the corners in it, four at a time.
   const Vec3<float> first = point(0) - mean;
   const Vec3<float> u = (first - normal * tarn::dot(first, normal)).normalized();
   const Vec3<float> v = tarn::cross(normal, u);
-  Scratch<Point2> flat(size);
-  for (int i = 0; i < count; ++i) {
-    const Vec3<float> d = point(i) - mean;
-    flat[i] = Point2(tarn::dot(d, u), tarn::dot(d, v));
+  Corners flat(size);
+  const auto of = [](float f) { return Lanes::broadcast(f); };
+  for (int i = 0; i < count; i += 4) {
+    Lanes x = load(i), y = load(std::min(i + 1, count - 1)), z = load(std::min(i + 2, count - 1)),
+          w = load(std::min(i + 3, count - 1));
+    transpose(x, y, z, w);
+    x = x - of(mean.x);
+    y = y - of(mean.y);
+    z = z - of(mean.z);
+    (x * of(u.x) + y * of(u.y) + z * of(u.z)).store(&flat.x[i]);
+    (x * of(v.x) + y * of(v.y) + z * of(v.z)).store(&flat.y[i]);
   }
 
   float area = 0.0f;
   for (int i = 0; i < count; ++i) {
-    const Point2 &a = flat[i == 0 ? count - 1 : i - 1], &b = flat[i];
-    area += a.x * b.y - b.x * a.y;
+    const int before = i == 0 ? count - 1 : i - 1;
+    area += flat.x[before] * flat.y[i] - flat.x[i] * flat.y[before];
   }
   area = 0.5f * area;
 
-  Scratch<int> prev(size), next(size);
-  for (int i = 0; i < count; ++i) {
-    prev[i] = i == 0 ? count - 1 : i - 1;
-    next[i] = i + 1 == count ? 0 : i + 1;
-  }
-
-  const bool atOnce = count >= Remaining::kFrom;
-  std::optional<Remaining> left;
-  if (atOnce) left.emplace(flat, count, detail::bestEarTest());
   triangles.resize((size - 2) * 3);
-  int* out = triangles.data();
-  int corner = 0, failures = 0;
-  for (int remaining = count; remaining > 2;) {
-    // A full lap without an ear: what is cut stays, the rest is given up.
-    if (failures >= remaining) break;
-    const int before = prev[corner], after = next[corner];
-    const Ear ear(flat[before], flat[corner], flat[after]);
-
-    // Convex? Written so that a NaN is not. Blocked?
-    bool isEar = ear.turn * area >= 0.0f;
-    if (isEar && atOnce)
-      isEar = !left->anyBlocks(ear, after);
-    else if (isEar)
-      for (int other = next[after]; other != before && isEar; other = next[other])
-        isEar = !ear.isBlockedBy(flat[other]);
-
-    if (isEar) {
-      *out++ = before;
-      *out++ = corner;
-      *out++ = after;
-      next[before] = after;
-      prev[after] = before;
-      if (atOnce) left->remove(corner);
-      --remaining;
-      failures = 0;
-    } else {
-      ++failures;
-    }
-    corner = after;
-  }
-  triangles.resize(static_cast<std::size_t>(out - triangles.data()));
+  int* const end = count < Remaining::kFrom
+                       ? cutEars(flat, count, area, FewRemaining(flat, count), triangles.data())
+                       : cutEars(flat, count, area, Remaining(flat, count, detail::bestEarTest()),
+                                 triangles.data());
+  triangles.resize(static_cast<std::size_t>(end - triangles.data()));
 }
 
 void triangulatePolygon(const tarn::Vec3<float>* points, const int* indices, int count,
