@@ -286,13 +286,22 @@ template <class T>
 inline BoxRay makeWorldRay(const tarn::Ray<T>& ray, const DistanceRange<T>& range,
                            double& sPerDistance) {
   BoxRay boxes;
-  sPerDistance = 0.0;
-  for (std::size_t i = 0; i < 3; ++i)
-    sPerDistance = largest(sPerDistance, std::fabs(static_cast<double>(ray.direction[i])));
+  // The axes as lanes; the fourth lane is not used.
+  Doubles d;
+  if constexpr (std::is_same_v<T, float>)
+    d = widen(Floats4::load(&ray.direction.x));
+  else
+    d = Doubles::load(&ray.direction.x);
+  const Doubles size = abs(d);
+  sPerDistance = largest(largest(laneOf<0>(size), laneOf<1>(size)), laneOf<2>(size));
+  const Doubles inverses = abs(Doubles::broadcast(sPerDistance) / d);
+  const Floats4 inverse = narrow(flipSign(min(inverses, Doubles::broadcast(kLargestInverse)), d));
+  boxes.inverse[0] = spread<0, Floats>(inverse);
+  boxes.inverse[1] = spread<1, Floats>(inverse);
+  boxes.inverse[2] = spread<2, Floats>(inverse);
+  const unsigned signs = signBits(d);
   for (std::size_t i = 0; i < 3; ++i) {
-    const double direction = static_cast<double>(ray.direction[i]);
-    const bool isNegative = std::signbit(direction);
-    boxes.inverse[i] = Floats::broadcast(boundedInverse(sPerDistance, direction));
+    const bool isNegative = (signs >> i & 1u) != 0;
     boxes.nearOrigin[i] = Floats::broadcast(roundOrigin(ray.origin[i], !isNegative));
     boxes.farOrigin[i] = Floats::broadcast(roundOrigin(ray.origin[i], isNegative));
     boxes.nearSide[i] = isNegative ? 1 : 0;
