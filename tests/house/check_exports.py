@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
-"""What a public header declares is exported by the library.
+"""What a public header declares is exported by the library, and nothing is that is not the project's.
 
 Tests are linked with the objects of a library, where nothing is hidden, so a public function without its export macro works for
 them and for nobody else. Every symbol of the project that their objects call must be exported, unless it is private: of a
-namespace `detail`, or declared in no public header.
+namespace `detail`, or declared in no public header. And every symbol that a library exports is of the project's namespaces: what it is
+built from must never meet a host's own copy of that.
 
 Usage: check_exports.py NM OBJECT_LIST HEADER_LIST LIBRARY...    (the lists: files of one path a line)
 """
@@ -14,6 +15,10 @@ import sys
 
 OURS = ("tarn", "ovo", "vela", "Halden")
 OPERATOR = re.compile(r"operator\s*(\(\)|\[\]|new\[\]|delete\[\]|[^\w\s(]+|[\w:<>*& ]+?)(?=\()")
+
+
+# An exported name: that of a function or of data, a vtable, type information, a thunk, a guard, static data of a function.
+OURS_MANGLED = re.compile(r"_Z(GV)?(T[VTIS]|Th[n\d]+_|Tv[n\d_]+_)?Z?NK?[RO]?(%s)" % "|".join(f"{len(n)}{n}" for n in OURS))
 
 
 def symbols(nm, option, files):
@@ -62,7 +67,8 @@ def main():
     needed = sorted(s for s in needed if s.startswith("_Z"))
     names = subprocess.run(["c++filt"], input="\n".join(needed), capture_output=True, text=True, check=True).stdout.splitlines()
     code = {h: re.sub(r"//.*", "", pathlib.Path(h).read_text()) for h in headers}
-    count, faults = 0, []
+    faults = [f"{name} is exported and not the project's" for name in sorted(exported) if not OURS_MANGLED.match(name)]
+    count = 0
     for symbol, name in zip(needed, names):
         qualified = parts(name)
         if not qualified or "detail" in qualified:
