@@ -2,11 +2,13 @@
 # the package files for find_package(Vela) and pkg-config.
 include(CMakePackageConfigHelpers)
 
-# An export set for each library: whoever finds one needs nothing of the other.
+# An export set for each library: whoever finds one needs nothing of the other. INCLUDES tells the
+# folder of the headers to CMake before 3.23 as well, which passes over file sets.
 function(vela_install_library target export)
   install(TARGETS ${target} EXPORT ${export}
     LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
-    FILE_SET HEADERS DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
+    FILE_SET HEADERS DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}"
+    INCLUDES DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
   install(EXPORT ${export} NAMESPACE Vela::
     DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/Vela")
 endfunction()
