@@ -146,6 +146,124 @@ TEST(Broken, TextsNestedDeeperThanAnySceneAreRefusedBeforeTheyAreParsed) {
   EXPECT_NE(error.find("nested more than 500 deep"), std::string::npos);
 }
 
+// What a comment, a string or a file name is must be the same to the guard as to the parser: depth
+// after it, or in it, would pass unseen.
+TEST(Broken, DepthDoesNotHideBehindWhatLooksLikeAStringOrAFileName) {
+  TemporaryFolder folder;
+  const std::string deep = repeated("def \"a\" {\n", 20000);
+  const std::string heads[] = {
+      "// it's @here\n",
+      "# it's @here\n",
+      "/* ''' @@@ \"\"\" */\n",
+      "/*/ ' */\n",
+      "def \"z\" {\n asset f = @@@a@@@@@\n}\n",
+      "def \"z\" {\n asset f = @@@a\\@@@ b@@@\n}\n",
+      "def \"z\" {\n asset f = @@\n}\n",
+      "def \"z\" {\n string f = \"a\\\\\"\n}\n",
+      "def \"z\" {\n string f = \"\"\"\"a\\\"\"\"\"\n}\n",
+      "def \"z\" {\n string f = ''\n}\n",
+  };
+  for (const std::string& head : heads) {
+    SCOPED_TRACE(head);
+    expectRefused(folder.write("hidden.usda", "#usda 1.0\n" + head + deep),
+                  "nested more than 500 deep");
+    EXPECT_NE(Stage::openText("#usda 1.0\n" + head + "def \"a\" {\n}\n"), nullptr)
+        << "the parser takes it for what the guard does";
+  }
+  // Brackets in comments of each kind count for nothing.
+  for (const char* comment : {"/* ( */\n", "// (\n", "# (\n"})
+    EXPECT_NE(Stage::openText("#usda 1.0\n" + repeated(comment, 600)), nullptr) << comment;
+}
+
+TEST(Broken, DepthInExpressionsIsRefusedWhereverTheyStand) {
+  TemporaryFolder folder;
+  const auto ofPaths = [](const std::string& e) {
+    return "#usda 1.0\ndef \"z\" {\n pathExpression p = \"" + e + "\"\n}\n";
+  };
+  const std::string calls = "`" + repeated("if(", 20000) + "`";
+  const std::string texts[] = {
+      "#usda 1.0\ndef \"z\" (references = @" + calls + "@) {\n}\n",
+      "#usda 1.0\n(subLayers = [@" + calls + "@])\n",
+      "#usda 1.0\ndef \"z\" (references = @@@" + calls + "@@@) {\n}\n",
+      "#usda 1.0\n(expressionVariables = {\n string X = \"" + calls + "\"\n})\n",
+      ofPaths(repeated("(", 20000) + "/a" + repeated(")", 20000)),
+      ofPaths(repeated("(//{x:')'} + ", 20000) + "/a" + repeated(")", 20000)),
+      ofPaths(repeated("\\050", 20000) + "/a b"),
+      ofPaths(repeated("\\x28", 20000) + "/a b"),
+      ofPaths(repeated("~", 20000) + "/a"),
+  };
+  for (const std::string& text : texts)
+    expectRefused(folder.write("expression.usda", text), "nested more than 500 deep");
+  EXPECT_NE(Stage::openText(ofPaths(repeated("(//{x:')'} + ", 200) + "/a" + repeated(")", 200))),
+            nullptr);
+  // Source code in a string may have any number of brackets, one after the other.
+  EXPECT_NE(Stage::openText("#usda 1.0\ndef \"z\" {\n string s = '''" +
+                            repeated("f(\"x\", g[1]);\n", 2000) + "'''\n}\n"),
+            nullptr);
+}
+
+TEST(Broken, PathsOfMoreNamesThanCompositionHasStackForAreRefused) {
+  TemporaryFolder folder;
+  const std::string path = repeated("/a", 100000);
+  const std::string texts[] = {
+      "#usda 1.0\ndef \"z\" (references = <" + path + ">) {\n}\n",
+      "#usda 1.0\ndef \"z\" (inherits = <" + path + ">) {\n}\n",
+      "#usda 1.0\n(relocates = {<" + path + ">: </b>})\n",
+      "#usda 1.0\ndef \"z\" {\n rel r = </a" + repeated("{b=c}", 100000) + ">\n}\n",
+      "#usda 1.0\n(defaultPrim = \"" + path + "\")\n",
+      "#usda 1.0\n(defaultPrim = \"" + repeated("\\x2fa", 100000) + "\")\n",
+  };
+  for (const std::string& text : texts)
+    expectRefused(folder.write("long.usda", text), "a path has more than 1000 names");
+  EXPECT_NE(Stage::openText("#usda 1.0\ndef \"z\" {\n rel r = <" + repeated("/a", 1000) +
+                            ">\n string s = \"" + repeated("a/+", 2000) + "\"\n}\n"),
+            nullptr);
+}
+
+// A package of one file as OpenUSD wants it: stored as it is, its content at a multiple of 64.
+// Nobody looks at the check sums.
+std::string package(const std::string& name, const std::string& content) {
+  const auto number = [](std::size_t value, int bytes) {
+    std::string text;
+    for (int i = 0; i < bytes; ++i) text += static_cast<char>((value >> (8 * i)) & 0xff);
+    return text;
+  };
+  const std::size_t extra = 64 - (30 + name.size() + 4) % 64;
+  const std::string fields = number(10, 2) + number(0, 2) + number(0, 2) + number(0, 4) +
+                             number(0, 4) + number(content.size(), 4) + number(content.size(), 4) +
+                             number(name.size(), 2);
+  const std::string file = "PK\3\4" + fields + number(extra + 4, 2) + name + number(0x1986, 2) +
+                           number(extra, 2) + std::string(extra, '\0') + content;
+  const std::string list = "PK\1\2" + number(10, 2) + fields + number(0, 2) + number(0, 2) +
+                           number(0, 2) + number(0, 2) + number(0, 4) + number(0, 4) + name;
+  return file + list + "PK\5\6" + number(0, 4) + number(1, 2) + number(1, 2) +
+         number(list.size(), 4) + number(file.size(), 4) + number(0, 2);
+}
+
+TEST(Broken, DepthInPackagesIsRefusedWhateverTheirFilesAreCalled) {
+  TemporaryFolder folder;
+  const std::string good = "#usda 1.0\ndef \"A\" {\n}\n";
+  const auto stage = Stage::open(folder.write("good.usdz", package("a.usda", good)));
+  ASSERT_NE(stage, nullptr);
+  EXPECT_TRUE(stage->getPrimAtPath("/A").isValid());
+
+  for (const char* name : {"a.usda", "a.usd", "A.USDA"})
+    expectRefused(folder.write("deep.usdz", package(name, nestedPrims(20000))),
+                  "nested more than 500 deep");
+  expectRefused(folder.write("start.usdz", package("a.usda", "\n" + nestedPrims(20000))),
+                "nested more than 500 deep");
+  const std::string deep = package("a.usda", nestedPrims(20000));
+  expectRefused(folder.write("inner.usdz", package("b.usdz", deep)), "nested more than 500 deep");
+  std::string many = package("a.usda", good);
+  for (int i = 0; i < 20; ++i) many = package("a.usdz", many);
+  expectRefused(folder.write("many.usdz", many), "packages nested more than 10 deep");
+  // The bytes of a picture are no brackets.
+  std::string error;
+  const std::string picture = package("a.png", "\x89PNG" + repeated("({[", 1000));
+  EXPECT_EQ(Stage::open(folder.write("picture.usdz", picture), &error), nullptr);
+  EXPECT_EQ(error.find("nested"), std::string::npos) << error;
+}
+
 TEST(Broken, BracketsInCommentsAndTextDoNotCountAsDepth) {
   TemporaryFolder folder;
   const std::string brackets = repeated("{ ([ ", 400);

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "ovo/detail/StageData.h"
+#include "ovo/detail/TextGuard.h"
 
 namespace ovo::detail {
 

@@ -3,13 +3,16 @@
 #include <dlfcn.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <memory>
 #include <utility>
 
 #include "ovo/detail/OpenUsd.h"
+#include "ovo/detail/TextGuard.h"
 
 namespace ovo::detail {
 
@@ -33,9 +36,6 @@ std::vector<std::string> Problems::list() const {
 namespace {
 
 thread_local Problems* tlsProblems = nullptr;
-
-constexpr const char* kTooDeep = "nested more than 500 deep";
-static_assert(kMaxTextNesting == 500, "the message says the number");
 
 // Collectors that also take messages of OpenUSD's worker threads, in the order of their set-up.
 struct SharedCollectors {
@@ -99,10 +99,62 @@ bool isCutOff(std::string_view bytes) {
   return false;
 }
 
+constexpr const char* kCutOff = "the file is cut off";
+constexpr const char* kTooManyPackages = "packages nested more than 10 deep";
+constexpr std::size_t kMaxPackageNesting = 10;
+
+bool isPackage(std::string_view bytes) { return bytes.substr(0, 4) == "PK\3\4"; }
+bool isCrate(std::string_view bytes) { return bytes.substr(0, 8) == "PXR-USDC"; }
+
+// True when a file of a package may be opened as a scene: by its beginning, or by its name, in
+// which OpenUSD does not tell small letters from capitals. Pictures are none of either; their bytes
+// would count as brackets.
+bool mayBeScene(const std::string& name, std::string_view bytes) {
+  if (bytes.substr(0, 5) == "#usda" || isCrate(bytes) || isPackage(bytes)) return true;
+  std::string extension = std::filesystem::path(name).extension().string();
+  std::transform(extension.begin(), extension.end(), extension.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return extension.compare(0, 4, ".usd") == 0;
+}
+
+// A part of a file that lies in memory as a file of its own.
+class BytesAsset final : public pxr::ArAsset {
+ public:
+  explicit BytesAsset(std::string_view bytes) : bytes_(bytes) {}
+  std::size_t GetSize() const override { return bytes_.size(); }
+  std::shared_ptr<const char> GetBuffer() const override {
+    return {std::shared_ptr<void>(), bytes_.data()};
+  }
+  std::size_t Read(void* buffer, std::size_t count, std::size_t offset) const override {
+    if (offset >= bytes_.size()) return 0;
+    const std::size_t size = std::min(count, bytes_.size() - offset);
+    std::memcpy(buffer, bytes_.data() + offset, size);
+    return size;
+  }
+  std::pair<std::FILE*, std::size_t> GetFileUnsafe() const override { return {nullptr, 0}; }
+
+ private:
+  std::string_view bytes_;
+};
+
 // Why no parser should see these bytes, or null.
-const char* whyUnfit(std::string_view bytes) {
-  if (bytes.substr(0, 8) == "PXR-USDC") return isCutOff(bytes) ? "the file is cut off" : nullptr;
-  return nestsDeeper(bytes, kMaxTextNesting) ? kTooDeep : nullptr;
+const char* whyUnfit(std::string_view bytes, std::size_t packageDepth = 0) {
+  if (isCrate(bytes)) return isCutOff(bytes) ? kCutOff : nullptr;
+  if (!isPackage(bytes)) return whyTextIsUnfit(bytes);
+
+  // A package: its files are stored as they are, and packages may be among them.
+  if (packageDepth >= kMaxPackageNesting) return kTooManyPackages;
+  const pxr::SdfZipFile zip = pxr::SdfZipFile::Open(std::make_shared<BytesAsset>(bytes));
+  if (!zip) return nullptr;
+  for (auto entry = zip.begin(); entry != zip.end(); ++entry) {
+    const pxr::SdfZipFile::FileInfo info = entry.GetFileInfo();
+    if (info.dataOffset > bytes.size() || info.size > bytes.size() - info.dataOffset)
+      return kCutOff;
+    const std::string_view inner = bytes.substr(info.dataOffset, info.size);
+    if (!mayBeScene(*entry, inner)) continue;
+    if (const char* const why = whyUnfit(inner, packageDepth + 1)) return why;
+  }
+  return nullptr;
 }
 
 // Refuses files that would overflow a parser's stack or are not whole. Every layer is opened
@@ -112,21 +164,7 @@ const char* whyUnfit(const pxr::ArAsset& asset) {
   const std::size_t size = asset.GetSize();
   const std::shared_ptr<const char> buffer = asset.GetBuffer();
   if (!buffer || size == 0) return nullptr;
-  const std::string_view bytes(buffer.get(), size);
-  if (bytes.substr(0, 4) != "PK\3\4") return whyUnfit(bytes);
-
-  // A package: its entries are stored as they are.
-  const pxr::SdfZipFile zip = pxr::SdfZipFile::Open(
-      std::shared_ptr<pxr::ArAsset>(std::shared_ptr<void>(), const_cast<pxr::ArAsset*>(&asset)));
-  if (!zip) return nullptr;
-  for (auto entry = zip.begin(); entry != zip.end(); ++entry) {
-    const pxr::SdfZipFile::FileInfo info = entry.GetFileInfo();
-    if (info.dataOffset > size || info.size > size - info.dataOffset) return "the file is cut off";
-    const std::string_view inner = bytes.substr(info.dataOffset, info.size);
-    if (inner.substr(0, 5) != "#usda" && inner.substr(0, 8) != "PXR-USDC") continue;
-    if (const char* const why = whyUnfit(inner)) return why;
-  }
-  return nullptr;
+  return whyUnfit(std::string_view(buffer.get(), size));
 }
 
 }  // namespace
@@ -149,51 +187,6 @@ Collector::~Collector() {
   tlsProblems = previous_;
 }
 
-bool nestsDeeper(std::string_view text, std::size_t limit) noexcept {
-  const auto opens = [](char c) { return c == '{' || c == '[' || c == '('; };
-  const auto closes = [](char c) { return c == '}' || c == ']' || c == ')'; };
-  std::size_t depth = 0;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const char c = text[i];
-    if (opens(c)) {
-      if (++depth > limit) return true;
-    } else if (closes(c)) {
-      if (depth > 0) --depth;
-    } else if (c == '#') {
-      i = std::min(text.find('\n', i), text.size());
-    } else if (c == '@') {
-      // A file name: @...@, or @@@...@@@ which may hold single signs.
-      const bool triple = text.substr(i, 3) == "@@@";
-      const std::size_t end = triple ? text.find("@@@", i + 3) : text.find_first_of("@\n", i + 1);
-      if (end == std::string_view::npos) return false;
-      i = triple ? end + 2 : end;
-    } else if (c == '"' || c == '\'') {
-      const bool triple = i + 2 < text.size() && text[i + 1] == c && text[i + 2] == c;
-      std::size_t inner = 0, run = 0;
-      for (i += triple ? 3 : 1; i < text.size(); ++i) {
-        const char s = text[i];
-        if (s == '\\') {
-          ++i;
-        } else if (s == c &&
-                   (!triple || (i + 2 < text.size() && text[i + 1] == c && text[i + 2] == c))) {
-          if (triple) i += 2;
-          break;
-        } else if (s == '\n' && !triple) {
-          break;
-        } else if (opens(s)) {
-          if (++inner > limit) return true;
-        } else if (closes(s)) {
-          if (inner > 0) --inner;
-        }
-        // Complements nest without brackets.
-        run = s == '~' ? run + 1 : 0;
-        if (run > limit) return true;
-      }
-    }
-  }
-  return false;
-}
-
 /// The file system, with a look at every text before it is parsed.
 class SceneResolver : public pxr::ArDefaultResolver {
  protected:
@@ -212,7 +205,8 @@ namespace {
 // The folder of the library that this code is in.
 std::filesystem::path ownFolder() {
   Dl_info info{};
-  if (dladdr(reinterpret_cast<const void*>(&nestsDeeper), &info) == 0 || !info.dli_fname) return {};
+  if (dladdr(reinterpret_cast<const void*>(&startRuntime), &info) == 0 || !info.dli_fname)
+    return {};
   std::error_code failed;
   const std::filesystem::path file = std::filesystem::canonical(info.dli_fname, failed);
   return failed ? std::filesystem::path() : file.parent_path();

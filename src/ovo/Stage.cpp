@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "ovo/detail/StageData.h"
+#include "ovo/detail/TextGuard.h"
 
 namespace ovo {
 
@@ -82,9 +83,7 @@ std::shared_ptr<Stage> Stage::openText(const std::string& text, std::string* err
   if (const std::string& trouble = detail::startRuntime(); !trouble.empty())
     return refuse(error, what, trouble);
   if (text.empty()) return refuse(error, what, "the text is empty");
-  if (detail::nestsDeeper(text, detail::kMaxTextNesting))
-    return refuse(error, what,
-                  "nested more than " + std::to_string(detail::kMaxTextNesting) + " deep");
+  if (const char* const why = detail::whyTextIsUnfit(text)) return refuse(error, what, why);
   detail::Problems why;
   pxr::SdfLayerRefPtr root;
   {

@@ -2,10 +2,8 @@
 /// What has to be done once a process before a scene opens, and where OpenUSD's messages go.
 #pragma once
 
-#include <cstddef>
 #include <mutex>
 #include <string>
-#include <string_view>
 #include <unordered_set>
 #include <vector>
 
@@ -43,17 +41,5 @@ class Collector {
 /// Sets OpenUSD up for this process on the first call. Empty when all is well, else why no scene
 /// can be opened.
 [[nodiscard]] const std::string& startRuntime();
-
-/// How deep brackets may nest in a scene text: the parser takes some two kilobytes of stack a
-/// level, so this keeps it within one megabyte, which every thread has. Scenes nest a few dozen
-/// deep.
-inline constexpr std::size_t kMaxTextNesting = 500;
-
-/// How deep prims may nest, whatever kind of file they come from.
-inline constexpr std::size_t kMaxPrimNesting = 1000;
-
-/// True when brackets in a scene text nest deeper than \p limit, outside comments and file names;
-/// also those within one string, since expressions in strings are parsed too.
-[[nodiscard]] bool nestsDeeper(std::string_view text, std::size_t limit) noexcept;
 
 }  // namespace ovo::detail
