@@ -41,7 +41,11 @@ bool Attribute::isArray() const {
 
 Value::Type Attribute::valueType() const {
   if (!isValid()) return Value::none;
-  const pxr::SdfValueTypeName type = detail::findType(*node_, name_.asString()).GetScalarType();
+  // A scene may name types that nobody knows. They have a name and nothing else; not even a type of
+  // their elements that could be asked.
+  const pxr::SdfValueTypeName whole = detail::findType(*node_, name_.asString());
+  if (!whole || whole.GetType().IsUnknown()) return Value::none;
+  const pxr::SdfValueTypeName type = whole.GetScalarType();
   const std::string name = type.GetAsToken().GetString();
   if (name == "color3f") return Value::color3f;
   if (name == "color4f") return Value::color4f;

@@ -405,4 +405,20 @@ TEST(Attribute, SplinesGiveValuesBetweenTheirKnots) {
   EXPECT_TRUE(f.mightBeTimeVarying() && !f.hasTimeSamples());
 }
 
+TEST(Attribute, OfAnUnknownTypeHasNoValueType) {
+  const auto stage = sceneOf("def \"a\" {\n custom foo x = 1\n custom foo[] y\n custom Foo z\n}\n");
+  const ovo::Prim prim = stage->getPrimAtPath("/a");
+  for (const char* name : {"x", "y", "z"}) {
+    const ovo::Attribute attribute = prim.getAttr(name);
+    ASSERT_TRUE(attribute.isValid()) << name;
+    EXPECT_EQ(attribute.valueType(), ovo::Value::none) << name;
+    EXPECT_FALSE(attribute.isArray()) << name;
+    int value = 7;
+    EXPECT_FALSE(attribute.get(value)) << name;
+    EXPECT_FALSE(attribute.set(value)) << name;
+    EXPECT_EQ(value, 7);
+  }
+  EXPECT_EQ(prim.getAttr("x").typeName().asString(), "foo");
+}
+
 }  // namespace
