@@ -8,6 +8,7 @@
 #include "ovo/Stage.h"
 #include "ovo/Tokens.h"
 #include "ovo/detail/Resolve.h"
+#include "ovo/detail/TextGuard.h"
 
 namespace ovo {
 
@@ -216,7 +217,11 @@ bool Prim::setRelationshipTargets(const Token& name, const std::vector<Path>& ta
   const detail::Collector collector(node_->stage->problems);
   pxr::SdfPathVector paths;
   for (const Path& target : targets) {
-    if (!pxr::SdfPath::IsValidPathString(target.asString())) return false;
+    // What no reader takes back must not be written: choices of variants, and too many names.
+    if (target.asString().find('{') != std::string::npos ||
+        detail::whyTextIsUnfit("<" + target.asString() + ">") ||
+        !pxr::SdfPath::IsValidPathString(target.asString()))
+      return false;
     const pxr::SdfPath path(target.asString());
     if (!path.IsAbsolutePath() || !(path.IsPrimPath() || path.IsPropertyPath())) return false;
     paths.push_back(path);

@@ -342,6 +342,15 @@ TEST(Stage, RelationshipTargetsAreInTheStagesNames) {
   EXPECT_FALSE(stage->getPrimAtPath("/X").getRelationshipTargets("other", targets));
   EXPECT_TRUE(targets.empty());
   EXPECT_FALSE(stage->getPrimAtPath("/X").setRelationshipTargets("prototypes", {"not absolute"}));
+  // What no reader takes back.
+  std::string deep = "/X";
+  for (int d = 0; d < 100000; ++d) deep += ".r[/X";
+  std::string longPath;
+  for (int d = 0; d < 5000; ++d) longPath += "/a";
+  for (const std::string& target : {std::string("/X{a=b}c"), std::string("/X{a=b}.c"),
+                                    std::string("/X.r[/X{a=b}c].d"), deep, longPath})
+    EXPECT_FALSE(stage->getPrimAtPath("/X").setRelationshipTargets("prototypes", {target}))
+        << target.substr(0, 80);
   EXPECT_TRUE(stage->getPrimAtPath("/X").setRelationshipTargets("prototypes", {"/X/b", "/X/c"}));
   EXPECT_TRUE(stage->getPrimAtPath("/X").getRelationshipTargets("prototypes", targets));
   EXPECT_EQ(targets, (std::vector<Path>{"/X/b", "/X/c"}));
