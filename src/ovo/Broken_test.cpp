@@ -390,4 +390,17 @@ TEST(Broken, MeshesWithNonsenseAreReadAsTheyAre) {
   EXPECT_FALSE(mesh.getBoundsBox(tarn::defaultTimeValue(), false).isEmpty());
 }
 
+TEST(Broken, ALargeElementSizeClaimsNoMemory) {
+  std::string indices = "0";
+  for (int i = 1; i < 1000; ++i) indices += ", 0";
+  const auto stage = ovo_test::sceneOf(
+      "def \"A\" {\n float3[] primvars:c = [(1, 2, 3)] (elementSize = 2000000000)\n"
+      " int[] primvars:c:indices = [" +
+      indices + "]\n}\n");
+  const ovo::Primvar primvar = stage->getPrimAtPath("/A").getPrimvar("c");
+  ASSERT_EQ(primvar.elementSize(), 2000000000);
+  ovo::Array<tarn::Vec3<float>> values;
+  EXPECT_FALSE(primvar.computeFlattened(values));
+}
+
 }  // namespace

@@ -129,10 +129,13 @@ bool Primvar::computeFlattened(T& values, double time) const {
   }
   const auto size = static_cast<std::size_t>(elementSize());
   const std::size_t count = stored.size() / size;
+  // All indices are checked before anything is reserved: a large element size alone would claim
+  // memory that no value needs.
+  for (const int index : std::as_const(list))
+    if (index < 0 || static_cast<std::size_t>(index) >= count) return false;
   T flat;
   flat.reserve(list.size() * size);
   for (const int index : std::as_const(list)) {
-    if (index < 0 || static_cast<std::size_t>(index) >= count) return false;
     const Element* const first = stored.cdata() + static_cast<std::size_t>(index) * size;
     for (std::size_t i = 0; i < size; ++i) flat.push_back(first[i]);
   }
