@@ -403,4 +403,44 @@ TEST(Broken, ALargeElementSizeClaimsNoMemory) {
   EXPECT_FALSE(primvar.computeFlattened(values));
 }
 
+// Each level holds ten references to the one below it.
+std::string tenfold(int levels) {
+  std::string text = "#usda 1.0\ndef \"L0\" {\n}\n";
+  for (int level = 1; level <= levels; ++level) {
+    text += "def \"L" + std::to_string(level) + "\" {\n";
+    for (int i = 0; i < 10; ++i)
+      text += "def \"c" + std::to_string(i) + "\" (references = </L" + std::to_string(level - 1) +
+              ">) {\n}\n";
+    text += "}\n";
+  }
+  return text;
+}
+
+TEST(Broken, ASceneOfMorePrimsThanItMayHaveIsCutInSceneOrder) {
+  TemporaryFolder folder;
+  const std::string file = folder.write("many.usda", tenfold(9));
+  ovo::StageLimits limits;
+  limits.prims = 1000;
+  for (int run = 0; run < 3; ++run) {
+    const auto stage = Stage::open(file, limits);
+    ASSERT_NE(stage, nullptr);
+    std::vector<Prim> all;
+    stage->findDescendentPrims({"/"}, all);
+    ASSERT_EQ(all.size(), 999u) << "with the root";
+    // L0, L1 with 10, L2 with 10 + 100, of L3 the first 876.
+    EXPECT_EQ(all.back().getPath().asString(), "/L3/c7/c8/c7");
+    for (const Prim& prim : all) {
+      std::vector<Prim> children;
+      prim.getChildren(children);
+      for (const Prim& child : children) EXPECT_TRUE(child.isValid());
+    }
+    ASSERT_FALSE(stage->problems().empty());
+    EXPECT_EQ(stage->problems().back(), "more than 1000 prims: the rest is left out");
+  }
+  limits.prims = 13;
+  const auto exact = Stage::open(folder.write("exact.usda", tenfold(1)), limits);
+  ASSERT_NE(exact, nullptr);
+  EXPECT_TRUE(exact->problems().empty());
+}
+
 }  // namespace

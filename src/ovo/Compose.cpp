@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <atomic>
+#include <unordered_set>
 #include <utility>
 
 #include "ovo/detail/StageData.h"
@@ -41,9 +42,10 @@ bool isActive(const pxr::PcpPrimIndex& index) {
 }  // namespace
 
 StageData::StageData(pxr::SdfLayerRefPtr rootLayer, pxr::SdfLayerRefPtr sessionLayer,
-                     std::string fileName)
+                     std::string fileName, const StageLimits& stageLimits)
     : serial(nextSerial()),
       file(std::move(fileName)),
+      limits(stageLimits),
       root(std::move(rootLayer)),
       session(std::move(sessionLayer)),
       edit(session ? session : root) {
@@ -94,10 +96,14 @@ void StageData::computeIndexes(const pxr::SdfPath& top) {
   const Collector collector(problems, true);
   const pxr::ArResolverContextBinder binder(cache_->GetLayerStackIdentifier().pathResolverContext);
   pxr::PcpErrorVector errors;
+  // Which prims come first differs from run to run. So this pass only stops far from all there are;
+  // which ones are laid down is decided in the order of the scene.
+  std::atomic<std::size_t> computed{0};
   cache_->ComputePrimIndexesInParallel(
       top, &errors,
-      [](const pxr::PcpPrimIndex& index, pxr::TfTokenVector*) {
-        return index.GetPath().GetPathElementCount() < kMaxPrimNesting && isActive(index);
+      [&computed, this](const pxr::PcpPrimIndex& index, pxr::TfTokenVector*) {
+        return index.GetPath().GetPathElementCount() < kMaxPrimNesting &&
+               computed.fetch_add(1, std::memory_order_relaxed) < limits.prims && isActive(index);
       },
       [](const pxr::SdfPath&) { return true; });
   report(errors);
@@ -112,15 +118,27 @@ void StageData::compose(const pxr::SdfPath& top) {
   std::vector<PrimNode*> waiting{nodeAt(top, above)};
   if (!above) rootNode = waiting.front();
   pxr::PcpErrorVector errors;
+  std::unordered_set<PrimNode*> incomplete;  // prims some of whose children are not composed
   while (!waiting.empty()) {
     PrimNode& node = *waiting.back();
     waiting.pop_back();
+    if (!node.alive && numAlive_ >= limits.prims) {
+      problems.add("more than " + std::to_string(limits.prims) + " prims: the rest is left out");
+      incomplete.insert(node.parent);
+      continue;
+    }
     const pxr::PcpPrimIndex* index = cache_->FindPrimIndex(node.sdfPath);
     if (!index || !index->IsValid()) {
       const Collector collector(problems, true);
       const pxr::ArResolverContextBinder binder(
           cache_->GetLayerStackIdentifier().pathResolverContext);
       index = &cache_->ComputePrimIndex(node.sdfPath, &errors);
+    }
+    if (!index->IsValid()) {
+      problems.add(node.sdfPath.GetString() + ": cannot be composed and is left out");
+      retire(node);
+      incomplete.insert(node.parent);
+      continue;
     }
     for (PrimNode* child : node.children) retire(*child);
     node.children.clear();
@@ -135,14 +153,23 @@ void StageData::compose(const pxr::SdfPath& top) {
     pxr::PcpTokenSet prohibited;
     index->ComputePrimChildNames(&names, &prohibited);
     node.children.reserve(names.size());
-    for (const pxr::TfToken& name : names)
-      node.children.push_back(nodeAt(node.sdfPath.AppendChild(name), &node));
+    for (const pxr::TfToken& name : names) {
+      // Damaged files have prims whose names are none.
+      const pxr::SdfPath path = node.sdfPath.AppendChild(name);
+      if (!path.IsEmpty()) node.children.push_back(nodeAt(path, &node));
+    }
     waiting.insert(waiting.end(), node.children.rbegin(), node.children.rend());
   }
+  for (PrimNode* parent : incomplete)
+    if (parent)
+      parent->children.erase(std::remove_if(parent->children.begin(), parent->children.end(),
+                                            [](const PrimNode* child) { return !child->alive; }),
+                             parent->children.end());
   report(errors);
 }
 
 void StageData::fill(PrimNode& node, const pxr::PcpPrimIndex& index) {
+  if (!node.alive) ++numAlive_;
   node.alive = true;
   node.opinions.clear();
   node.specifier = pxr::SdfSpecifierOver;
@@ -215,6 +242,7 @@ void StageData::retire(PrimNode& top) {
   while (!waiting.empty()) {
     PrimNode& node = *waiting.back();
     waiting.pop_back();
+    if (node.alive) --numAlive_;
     node.alive = false;
     waiting.insert(waiting.end(), node.children.begin(), node.children.end());
     node.children.clear();
@@ -261,7 +289,7 @@ PrimNode* StageData::define(const Path& path, const Token& type) {
   // What cannot be written into a file and read back cannot be defined.
   const Collector collector(problems);
   const std::string& text = path.asString();
-  if (!pxr::SdfPath::IsValidPathString(text)) return nullptr;
+  if (whyTextIsUnfit("<" + text + ">") || !pxr::SdfPath::IsValidPathString(text)) return nullptr;
   const pxr::SdfPath target(text);
   if (!target.IsAbsolutePath() || !target.IsPrimPath() || target.GetAsString() != text ||
       target.GetPathElementCount() > kMaxPrimNesting)

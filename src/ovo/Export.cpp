@@ -18,6 +18,7 @@ void mergeSpec(const pxr::SdfLayerRefPtr& from, const pxr::SdfPath& path,
     if (!to->HasSpec(path)) pxr::SdfCreatePrimInLayer(to, path);
   } else if (type == pxr::SdfSpecTypeAttribute) {
     const pxr::SdfAttributeSpecHandle spec = from->GetAttributeAtPath(path);
+    if (!spec) return;
     if (!to->HasSpec(path))
       pxr::SdfJustCreatePrimAttributeInLayer(to, path, spec->GetTypeName(), spec->GetVariability(),
                                              spec->IsCustom());
@@ -98,8 +99,10 @@ pxr::SdfLayerRefPtr mergeLayers(const StageData& stage, const std::string& folde
     return true;
   };
   for (const pxr::SdfPath& path : attributes) {
-    const std::string type =
-        merged->GetAttributeAtPath(path)->GetTypeName().GetAsToken().GetString();
+    // Damaged files have attributes whose names are none; they have no record to ask.
+    const pxr::SdfAttributeSpecHandle spec = merged->GetAttributeAtPath(path);
+    if (!spec) continue;
+    const std::string type = spec->GetTypeName().GetAsToken().GetString();
     if (type != "asset" && type != "asset[]") continue;
     pxr::VtValue value;
     if (merged->HasField(path, pxr::SdfFieldKeys->Default, &value) && move(value))

@@ -45,6 +45,11 @@ Stage::Stage(std::unique_ptr<detail::StageData> data) : data_(std::move(data)) {
 Stage::~Stage() = default;
 
 std::shared_ptr<Stage> Stage::open(const std::string& file, std::string* error) {
+  return open(file, StageLimits(), error);
+}
+
+std::shared_ptr<Stage> Stage::open(const std::string& file, const StageLimits& limits,
+                                   std::string* error) {
   if (error) error->clear();
   const std::string what = "cannot open scene '" + file + "'";
   if (const std::string& trouble = detail::startRuntime(); !trouble.empty())
@@ -71,8 +76,8 @@ std::shared_ptr<Stage> Stage::open(const std::string& file, std::string* error) 
   }
   if (!root) return refuse(error, what, firstLine(why, "the file is no scene"));
 
-  auto data =
-      std::make_unique<detail::StageData>(root, pxr::SdfLayer::CreateAnonymous("edits.usda"), file);
+  auto data = std::make_unique<detail::StageData>(
+      root, pxr::SdfLayer::CreateAnonymous("edits.usda"), file, limits);
   for (std::string& text : why.list()) data->problems.add(std::move(text));
   return std::shared_ptr<Stage>(new Stage(std::move(data)));
 }

@@ -7,6 +7,7 @@
 /// the same file.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <vector>
@@ -21,6 +22,13 @@ namespace ovo {
 namespace detail {
 class StageData;
 }
+
+/// How much a scene may hold, so that a small file cannot use up a machine.
+struct StageLimits {
+  /// Prims, at two to three kilobytes of memory each. A scene of more is opened with so many, the
+  /// first in the order of the scene, and problems() says so.
+  std::size_t prims = 2'000'000;
+};
 
 /// A scene as its files compose it: sublayers, references, payloads (all loaded), variants,
 /// inherits, specializes and instances, resolved when it is opened. Value clips are not read.
@@ -48,6 +56,10 @@ class OVO_API Stage : public std::enable_shared_from_this<Stage> {
   ///         any scene is (so that reading it would use up the stack). Trouble with files that it
   ///         names is no failure: the stage opens without them, and problems() says why
   [[nodiscard]] static std::shared_ptr<Stage> open(const std::string& file,
+                                                   std::string* error = nullptr);
+  /// The same under other limits than the default ones.
+  [[nodiscard]] static std::shared_ptr<Stage> open(const std::string& file,
+                                                   const StageLimits& limits,
                                                    std::string* error = nullptr);
   /// Opens a scene given as text, as a .usda file has it. Relative file names in it are found from
   /// the current folder.

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "ovo/Path.h"
+#include "ovo/Stage.h"
 #include "ovo/Token.h"
 #include "ovo/detail/OpenUsd.h"
 #include "ovo/detail/Runtime.h"
@@ -64,7 +65,8 @@ struct PrimNode {
 class StageData {
  public:
   /// \p session is null for a scene that only lives in memory: edits then go to \p root itself.
-  StageData(pxr::SdfLayerRefPtr root, pxr::SdfLayerRefPtr session, std::string file);
+  StageData(pxr::SdfLayerRefPtr root, pxr::SdfLayerRefPtr session, std::string file,
+            const StageLimits& limits = {});
   ~StageData();
   StageData(const StageData&) = delete;
   StageData& operator=(const StageData&) = delete;
@@ -88,6 +90,7 @@ class StageData {
 
   const std::uint64_t serial;  ///< stages in the order in which they were made
   const std::string file;
+  const StageLimits limits;
   const pxr::SdfLayerRefPtr root;
   const pxr::SdfLayerRefPtr session;
   const pxr::SdfLayerRefPtr edit;
@@ -107,6 +110,7 @@ class StageData {
   std::unique_ptr<pxr::PcpCache> cache_;
   std::deque<PrimNode> nodes_;
   std::unordered_map<Path, PrimNode*> byPath_;
+  std::size_t numAlive_ = 0;
   // True when a part of the scene is built from another part of the same files, so that an edit may
   // show elsewhere.
   bool hasInternalArcs_ = false;
