@@ -191,10 +191,17 @@ Collector::~Collector() {
 class SceneResolver : public pxr::ArDefaultResolver {
  protected:
   std::shared_ptr<pxr::ArAsset> _OpenAsset(const pxr::ArResolvedPath& path) const override {
+    using namespace pxr;  // the macro names its parts without it
+    // To open a pipe would wait for who writes it, and a device may never end.
+    std::error_code none;
+    const std::filesystem::file_status status = std::filesystem::status(path.GetPathString(), none);
+    if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
+      TF_RUNTIME_ERROR("%s: it is no regular file", path.GetPathString().c_str());
+      return nullptr;
+    }
     std::shared_ptr<pxr::ArAsset> asset = pxr::ArDefaultResolver::_OpenAsset(path);
     const char* const why = asset ? whyUnfit(*asset) : nullptr;
     if (!why) return asset;
-    using namespace pxr;  // the macro names its parts without it
     TF_RUNTIME_ERROR("%s: %s", path.GetPathString().c_str(), why);
     return nullptr;
   }

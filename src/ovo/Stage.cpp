@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cmath>
 #include <filesystem>
+#include <set>
 #include <unordered_set>
 #include <utility>
 
@@ -60,8 +61,9 @@ std::shared_ptr<Stage> Stage::open(const std::string& file, const StageLimits& l
   const fs::file_status status = fs::status(file, failed);
   if (file.empty() || !fs::exists(status)) return refuse(error, what, "there is no such file");
   if (fs::is_directory(status)) return refuse(error, what, "it is a folder");
-  if (fs::is_regular_file(status) && fs::file_size(file, failed) == 0)
-    return refuse(error, what, "the file is empty");
+  // To open a pipe would wait for who writes it.
+  if (!fs::is_regular_file(status)) return refuse(error, what, "it is no regular file");
+  if (fs::file_size(file, failed) == 0) return refuse(error, what, "the file is empty");
   if (access(file.c_str(), R_OK) != 0) return refuse(error, what, "the file may not be read");
   const std::string extension = fs::path(file).extension().string();
   if (extension != ".usd" && extension != ".usda" && extension != ".usdc" && extension != ".usdz")
@@ -154,6 +156,19 @@ bool Stage::findDescendentPrims(const std::vector<Path>& paths, std::vector<Prim
 
 std::vector<std::string> Stage::problems() const { return data_->problems.list(); }
 const std::string& Stage::getFile() const noexcept { return data_->file; }
+
+std::vector<std::string> Stage::layerFiles() const {
+  std::set<std::string> files;
+  for (const pxr::SdfLayerHandle& layer : data_->usedLayers()) {
+    if (!layer || layer->IsAnonymous()) continue;
+    const std::string path = layer->GetResolvedPath().GetPathString();
+    files.insert(pxr::ArIsPackageRelativePath(path)
+                     ? pxr::ArSplitPackageRelativePathOuter(path).first
+                     : path);
+  }
+  files.erase(std::string());
+  return {files.begin(), files.end()};
+}
 
 // What holds for the whole scene
 
@@ -280,19 +295,24 @@ bool Stage::exportTo(const std::string& file, std::string* error) const {
     if (error) *error = "cannot write scene '" + file + "': " + why;
     return false;
   };
-  const fs::path target(file);
-  const std::string extension = target.extension().string();
+  const std::string extension = fs::path(file).extension().string();
   if (extension != ".usd" && extension != ".usda" && extension != ".usdc")
     return fail("its name ends in none of .usd, .usda and .usdc");
   std::error_code failed;
+  // A link stays, and what it leads to is replaced.
+  const fs::path behind = fs::canonical(file, failed);
+  const fs::path target = failed ? fs::path(file) : behind;
   const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
   if (!fs::is_directory(folder, failed))
     return fail("there is no folder '" + folder.string() + "'");
-  if (fs::is_directory(target, failed)) return fail("it is a folder");
+  const fs::file_status status = fs::status(target, failed);
+  if (fs::is_directory(status)) return fail("it is a folder");
+  if (fs::exists(status) && !fs::is_regular_file(status)) return fail("it is no regular file");
 
+  // The name of the unfinished file stays within the 255 bytes that file systems allow.
   static std::atomic<unsigned> count{0};
   const fs::path unfinished =
-      folder / ("." + target.stem().string() + "." + std::to_string(getpid()) + "-" +
+      folder / ("." + target.stem().string().substr(0, 200) + "." + std::to_string(getpid()) + "-" +
                 std::to_string(++count) + extension);
   detail::Problems why;
   bool written = false;
@@ -303,6 +323,8 @@ bool Stage::exportTo(const std::string& file, std::string* error) const {
     written = merged && merged->Export(unfinished.string());
   }
   if (written) {
+    // Who may read a file is its owner's decision, and stays.
+    if (fs::exists(status)) fs::permissions(unfinished, status.permissions(), failed);
     fs::rename(unfinished, target, failed);
     if (!failed) return true;
   }

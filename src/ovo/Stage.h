@@ -102,7 +102,8 @@ class OVO_API Stage : public std::enable_shared_from_this<Stage> {
   /// Writes the root layer of the scene, with this stage's edits in it, as .usda, .usdc or .usd
   /// (binary). Arcs to other files are kept as arcs; file names relative to the opened file are
   /// written so that they hold from the new place. The file appears whole or not at all: it is
-  /// written beside its place and renamed.
+  /// written beside its place and renamed. A file that is there keeps its permissions, and a link
+  /// its place: what it leads to is replaced.
   /// \return false, with the reason in \p error when not null, when it cannot be written
   bool exportTo(const std::string& file, std::string* error = nullptr) const;
 
@@ -112,6 +113,12 @@ class OVO_API Stage : public std::enable_shared_from_this<Stage> {
 
   /// The opened file as it was given; empty for a scene in memory.
   [[nodiscard]] const std::string& getFile() const noexcept;
+
+  /// The files that the scene is composed of: the opened one and each layer that it leads to, with
+  /// a package standing for the layers in it. Absolute and sorted, each once; those that could not
+  /// be read are missing. Value clips, textures and other files that attributes name are not among
+  /// them.
+  [[nodiscard]] std::vector<std::string> layerFiles() const;
 
   // What holds for the whole scene. The setters give false for values that no scene may have.
 

@@ -1,6 +1,7 @@
 #include "ovo/Stage.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <set>
@@ -550,6 +551,47 @@ TEST(Stage, WritingSaysWhyItFailsAndLeavesNothing) {
   EXPECT_FALSE(stage->exportTo(folder.path("dir.usda"), &error));
   EXPECT_FALSE(stage->exportTo(folder.path("none/a.usda"), nullptr));
   EXPECT_EQ(folder.count(), 0u);
+}
+
+TEST(Stage, AFileThatIsWrittenAnewKeepsItsPermissionsAndLinksStay) {
+  namespace fs = std::filesystem;
+  TemporaryFolder folder;
+  const auto stage = Stage::createInMemory();
+  stage->definePrim("/A");
+  const fs::path real = folder.write("real.usda", "old");
+  fs::permissions(real, fs::perms::owner_read | fs::perms::owner_write);
+  fs::create_symlink("real.usda", folder.path("link.usda"));
+  std::string error;
+  ASSERT_TRUE(stage->exportTo(folder.path("link.usda"), &error)) << error;
+  EXPECT_TRUE(fs::is_symlink(folder.path("link.usda")));
+  EXPECT_EQ(fs::status(real).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+  EXPECT_NE(Stage::open(real.string()), nullptr);
+
+  const std::string longName(250, 'n');
+  EXPECT_TRUE(stage->exportTo(folder.path(longName + ".usda"), &error)) << error;
+  ASSERT_EQ(mkfifo(folder.path("pipe.usda").c_str(), 0600), 0);
+  EXPECT_FALSE(stage->exportTo(folder.path("pipe.usda"), &error));
+  EXPECT_NE(error.find("it is no regular file"), std::string::npos) << error;
+  EXPECT_EQ(Stage::open(folder.path("pipe.usda"), &error), nullptr);
+  EXPECT_NE(error.find("it is no regular file"), std::string::npos) << error;
+}
+
+TEST(Stage, TellsTheFilesThatItIsMadeOf) {
+  TemporaryFolder folder;
+  folder.write("sub.usda", "#usda 1.0\n");
+  folder.write("part.usda", "#usda 1.0\n(defaultPrim = \"P\")\ndef \"P\" {\n}\n");
+  folder.write("unused.usda", "#usda 1.0\n");
+  const std::string file = folder.write(
+      "root.usda",
+      "#usda 1.0\n(subLayers = [@./sub.usda@, @./none.usda@])\ndef \"A\" (references = "
+      "@./part.usda@) {\n}\ndef \"B\" (references = @./part.usda@) {\n}\n");
+  const auto stage = Stage::open(file);
+  ASSERT_NE(stage, nullptr);
+  std::vector<std::string> expected;
+  for (const char* name : {"part.usda", "root.usda", "sub.usda"})
+    expected.push_back(folder.path(name));
+  EXPECT_EQ(stage->layerFiles(), expected);
+  EXPECT_TRUE(Stage::createInMemory()->layerFiles().empty());
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <pxr/ar/asset.h>
 #include <pxr/ar/defaultResolver.h>
 #include <pxr/ar/defineResolver.h>
+#include <pxr/ar/packageUtils.h>
 #include <pxr/ar/resolver.h>
 #include <pxr/ar/resolverContextBinder.h>
 #include <pxr/gf/half.h>

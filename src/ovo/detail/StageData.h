@@ -83,6 +83,8 @@ class StageData {
   bool setActive(PrimNode& node, bool active);
   bool setTypeName(PrimNode& node, const Token& type);
 
+  [[nodiscard]] pxr::SdfLayerHandleSet usedLayers() const { return cache_->GetUsedLayers(); }
+
   /// A field of the whole stage: from the session, else from the root layer.
   [[nodiscard]] bool stageField(const pxr::TfToken& name, pxr::VtValue* value) const;
   void setStageField(const pxr::TfToken& name, const pxr::VtValue& value);
