@@ -61,10 +61,11 @@ void writePart(TextWriter& writer, const std::string& keyword, const WeightedPar
 // The shortest run, with its blanks: "1 0 ".
 constexpr std::size_t kShortestRun = 4;
 
-// The most values that this machine could hold.
+// The most values of runs in a text: a gigabyte of them, or what the machine holds if that is
+// less. A text of a few bytes must not claim more, and no mesh has as many faces or points.
 std::size_t mostValues() {
   const long pages = sysconf(_SC_PHYS_PAGES), pageSize = sysconf(_SC_PAGESIZE);
-  const std::size_t most = std::vector<float>().max_size();
+  const std::size_t most = std::size_t{1} << 28;
   if (pages <= 0 || pageSize <= 0) return most;
   return std::min(
       most, static_cast<std::size_t>(pages) * (static_cast<std::size_t>(pageSize) / sizeof(float)));

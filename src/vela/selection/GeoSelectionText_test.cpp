@@ -413,6 +413,13 @@ TEST(SelectionReader, RunsThatTogetherAreLongerThanMemoryEndTheList) {
   EXPECT_EQ(selection.size(), 0u);
 }
 
+TEST(SelectionReader, RunsClaimNoMoreThanAGigabyte) {
+  GeoSelection selection;
+  EXPECT_EQ(read(withList("268435457 { 268435457 1 }"), selection),
+            "GeoSelection deserialization error, bad token '{' at position -1, expected '}'\n");
+  EXPECT_EQ(selection.size(), 0u);
+}
+
 TEST(SelectionReader, CountsAloneCostNoMemory) {
   GeoSelection selection;
   EXPECT_EQ(read(withList("1000000000000000 { 1 1 }"), selection),
