@@ -1,3 +1,4 @@
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -10,6 +11,7 @@
 #include "Logging.h"
 #include "Options.h"
 #include "Resolve.h"
+#include "Supervisor.h"
 #include "vela/Version.h"
 #include "vela/log/Log.h"
 
@@ -61,23 +63,32 @@ int main(int argc, char** argv) {
     return static_cast<int>(failure.code);
   };
   catchInterrupts();
+  int count = argc - 2;
   try {
-    int count = argc - 2;
     setUpLog(count, argv + 2);
-    Halden::Log::write(Halden::Log::verbose, head + ": begins");
-    dispatch(verb, count, argv + 2);
-    Halden::Log::write(Halden::Log::verbose, head + ": done");
-    if (std::fflush(stdout) != 0)
-      throw Failure{kBadInput, "cannot write", "standard output", std::strerror(errno), ""};
-    return kDone;
   } catch (const Failure& failure) {
     return fail(failure);
-  } catch (const Interrupted&) {
-    std::fprintf(stderr, "%s: interrupted; nothing was written\n", head.c_str());
-    return kInterrupted;
-  } catch (const std::bad_alloc&) {
-    return fail({kBadInput, "out of memory", "", "", "try a smaller --size or fewer --threads"});
-  } catch (const std::exception& error) {
-    return fail({kBadInput, "failed", "", error.what(), ""});
   }
+  return supervise(head, [&]() -> int {
+    try {
+      Halden::Log::write(Halden::Log::verbose, head + ": begins");
+      dispatch(verb, count, argv + 2);
+      Halden::Log::write(Halden::Log::verbose, head + ": done");
+      // What did not fit may have been noticed while there was more to print.
+      errno = 0;
+      if (std::fflush(stdout) != 0 || std::ferror(stdout))
+        throw Failure{kBadInput, "cannot write", "standard output",
+                      errno != 0 ? std::strerror(errno) : "not all of it could be written", ""};
+      return kDone;
+    } catch (const Failure& failure) {
+      return fail(failure);
+    } catch (const Interrupted&) {
+      std::fprintf(stderr, "%s: interrupted; nothing was written\n", head.c_str());
+      return kInterrupted;
+    } catch (const std::bad_alloc&) {
+      return fail({kBadInput, "out of memory", "", "", "try a smaller --size or fewer --threads"});
+    } catch (const std::exception& error) {
+      return fail({kBadInput, "failed", "", error.what(), ""});
+    }
+  });
 }
