@@ -1,14 +1,71 @@
 #include "Logging.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 
 #include "vela/log/Log.h"
 
 namespace command {
+
+namespace {
+
+bool isSameFile(const std::string& a, const std::string& b) {
+  struct stat one = {}, other = {};
+  if (stat(a.c_str(), &one) == 0 && stat(b.c_str(), &other) == 0)
+    return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+  std::error_code failed;
+  const auto whole = [&failed](const std::string& file) {
+    return std::filesystem::weakly_canonical(std::filesystem::absolute(file, failed), failed);
+  };
+  return whole(a) == whole(b);
+}
+
+// Lines are appended to the log's file. That must be none that the command reads or writes: those
+// are named in the arguments, or are scenes. Nor may it be a pipe that nobody reads, which would
+// keep the log waiting.
+void checkLogFile(int count, char** arguments) {
+  // Not asked of the log, which would then keep the name.
+  const char* const name = std::getenv("HALDEN_LOG_FILE");
+  const std::string file = name ? name : "";
+  if (file.empty()) return;
+  const auto fail = [&file](const std::string& why) {
+    // The complaint itself must not go there.
+    setenv("HALDEN_LOG_FILE", "", 1);
+    return Failure{kUsage, "wrong usage", "the log's file " + file, why,
+                   "name another with --log-file or HALDEN_LOG_FILE"};
+  };
+  const std::string extension = std::filesystem::path(file).extension().string();
+  if (extension == ".usd" || extension == ".usda" || extension == ".usdc" || extension == ".usdz")
+    throw fail("it is named like a scene");
+  struct stat status = {};
+  const bool isThere = stat(file.c_str(), &status) == 0;
+  // What is written to a device or a pipe replaces nothing.
+  if (isThere && !S_ISREG(status.st_mode)) {
+    if (!S_ISFIFO(status.st_mode)) return;
+    const int handle = open(file.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    if (handle < 0) throw fail("it is a pipe that nobody reads");
+    close(handle);
+    return;
+  }
+  for (int i = 0; i < count; ++i) {
+    const std::string argument = arguments[i];
+    const std::size_t value = argument[0] == '-' ? argument.find('=') : std::string::npos;
+    for (const std::string& path :
+         {argument, value == std::string::npos ? argument : argument.substr(value + 1)})
+      if (!path.empty() && isSameFile(file, path))
+        throw fail("it is a file that the command reads or writes");
+  }
+}
+
+}  // namespace
 
 void setUpLog(int& count, char** arguments) {
   std::string level, file, lonely;
@@ -35,6 +92,7 @@ void setUpLog(int& count, char** arguments) {
     setenv("HALDEN_LOG_FILE", folder ? (std::string(folder) + "/halden.log").c_str() : "", 1);
   }
   Halden::Log::setApplicationName("vela");
+  checkLogFile(count, arguments);
 
   if (!lonely.empty())
     throw Failure{kUsage, "wrong usage", lonely, "its value is missing", "try vela --help"};

@@ -11,7 +11,8 @@ namespace command {
 /// the library's own default path is another system's.
 ///
 /// To be called before anything is logged.
-/// \throws Failure (usage) for a level that is none, or an option without its value
+/// \throws Failure (usage) for a level that is none, an option without its value, or a file that is
+/// also read or written, is named like a scene, or is a pipe that nobody reads
 void setUpLog(int& count, char** arguments);
 
 /// Says on standard error how a verb failed, and logs it; not on standard error, where it then

@@ -1,48 +1,259 @@
 #include "OutputFile.h"
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <optional>
+#include <set>
+#include <utility>
 
 #include "Failure.h"
 #include "Interrupt.h"
 
 namespace command {
 
-OutputFile::OutputFile(const std::string& finalName) : final_(finalName) {
+namespace fs = std::filesystem;
+
+namespace {
+
+// A file whatever its paths are.
+using Identity = std::pair<dev_t, ino_t>;
+
+std::optional<Identity> identityOf(const std::string& file) {
+  struct stat status = {};
+  if (stat(file.c_str(), &status) != 0) return std::nullopt;
+  return Identity(status.st_dev, status.st_ino);
+}
+
+std::set<Identity>& inputs() {
+  static std::set<Identity> all;
+  return all;
+}
+std::vector<const OutputFile*>& outputs() {
+  static std::vector<const OutputFile*> all;
+  return all;
+}
+
+Failure cannotWrite(const std::string& file, const std::string& why, const std::string& attempt) {
+  return {kBadInput, "cannot write", file, why, attempt};
+}
+
+constexpr const char* kOtherName = "give the output a name of its own";
+
+Failure isRead(const std::string& file) {
+  return cannotWrite(file, "it is a file that this command reads", kOtherName);
+}
+
+bool hasSceneName(const std::string& file) {
+  const std::string extension = fs::path(file).extension().string();
+  return extension == ".usd" || extension == ".usda" || extension == ".usdc" ||
+         extension == ".usdz";
+}
+
+// What open descriptors are reached by. The file behind one is the caller's to replace.
+bool namesDescriptor(const std::string& file) {
+  for (const char* head : {"/dev/fd/", "/dev/std", "/proc/"})
+    if (file.compare(0, std::strlen(head), head) == 0) return true;
+  return false;
+}
+
+// The file that a name leads to, whether it is there or not, as an absolute path without links.
+std::string followLinks(const std::string& name) {
+  fs::path at = fs::absolute(name);
+  // As many links as the system follows.
+  for (int i = 0; i < 40; ++i) {
+    std::error_code none;
+    const fs::path next = fs::read_symlink(at, none);
+    if (none) break;
+    at = next.is_absolute() ? next : at.parent_path() / next;
+  }
+  std::error_code failed;
+  const fs::path folder = fs::canonical(at.parent_path(), failed);
+  return failed ? at.string() : (folder / at.filename()).string();
+}
+
+// Begins the names of the temporary files of an output. They stay within the 255 bytes that file
+// systems allow a name, with room for a number and the ending.
+std::string temporaryHead(const std::string& name) {
+  constexpr std::size_t kMost = 200;
+  return "." + name.substr(0, kMost) + ".part-";
+}
+
+// A file that nobody holds locked was left by a process that is gone. Where the file system has no
+// locks nothing is removed: another machine may be writing.
+void removeLeftovers(const std::string& folder, const std::string& head) {
+  DIR* const listing = opendir(folder.c_str());
+  if (!listing) return;
+  while (const dirent* const entry = readdir(listing)) {
+    if (std::strncmp(entry->d_name, head.c_str(), head.size()) != 0) continue;
+    const int handle =
+        openat(dirfd(listing), entry->d_name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    if (handle < 0) continue;
+    struct stat status = {};
+    if (fstat(handle, &status) == 0 && S_ISREG(status.st_mode) &&
+        flock(handle, LOCK_EX | LOCK_NB) == 0)
+      unlinkat(dirfd(listing), entry->d_name, 0);
+    close(handle);
+  }
+  closedir(listing);
+}
+
+}  // namespace
+
+void noteInput(const std::string& file) {
+  const std::optional<Identity> identity = identityOf(file);
+  if (!identity) return;
+  inputs().insert(*identity);
+  for (const OutputFile* output : outputs())
+    if (!output->target_.empty() && identityOf(output->target_) == identity)
+      throw isRead(output->finalName());
+}
+
+OutputFile::OutputFile(const std::string& finalName, OutputKind kind) : final_(finalName) {
   // A folder under that name would only be noticed when the picture is done.
   struct stat status = {};
-  if (stat(final_.c_str(), &status) == 0 && S_ISDIR(status.st_mode))
-    throw Failure{kBadInput, "cannot write", final_, "it is a folder", "name a file in it"};
+  const bool isThere = stat(final_.c_str(), &status) == 0;
+  if (isThere && S_ISDIR(status.st_mode))
+    throw cannotWrite(final_, "it is a folder", "name a file in it");
+  if (kind != OutputKind::scene && hasSceneName(final_))
+    throw cannotWrite(final_, "it is named like a scene",
+                      kind == OutputKind::picture ? "name a picture, such as picture.exr"
+                                                  : "name a selection, such as faces.sel");
 
-  // Beside the final name, so that the rename stays within one file system; the dot keeps it out of
-  // `*.exr`.
-  const std::size_t slash = final_.rfind('/');
-  const std::string folder = slash == std::string::npos ? "" : final_.substr(0, slash + 1);
-  const std::string name = slash == std::string::npos ? final_ : final_.substr(slash + 1);
-  temporary_ = folder + "." + name + ".part-" + std::to_string(getpid());
-  const int handle = open(temporary_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-  if (handle < 0)
-    throw Failure{kBadInput, "cannot write", final_, std::strerror(errno),
-                  "name a folder that exists and may be written to"};
-  close(handle);
+  if (final_ == "-" || namesDescriptor(final_) || (isThere && !S_ISREG(status.st_mode))) {
+    std::error_code none;
+    const fs::path folder = fs::temp_directory_path(none);
+    createTemporary(none ? "/tmp" : folder.string(),
+                    "vela" + fs::path(final_).extension().string());
+  } else {
+    target_ = followLinks(final_);
+    // Nothing may take the place of a file that is read or that another output writes.
+    if (isThere && inputs().count({status.st_dev, status.st_ino}) > 0) throw isRead(final_);
+    for (const OutputFile* other : outputs())
+      if (target_ == other->target_ ||
+          (isThere && identityOf(other->target_) == Identity(status.st_dev, status.st_ino)))
+        throw cannotWrite(final_, "it is the same file as " + other->final_, kOtherName);
+    if (isThere && access(final_.c_str(), W_OK) != 0)
+      throw cannotWrite(final_, std::strerror(errno), "name a file that may be written to");
+
+    // Beside the target, so that the rename stays within one file system; the dot keeps it out of
+    // `*.exr`.
+    const fs::path target(target_);
+    removeLeftovers(target.parent_path().string(), temporaryHead(target.filename().string()));
+    createTemporary(target.parent_path().string(), target.filename().string());
+    if (isThere) keepModeAndOwner();
+  }
+  outputs().push_back(this);
+}
+
+void OutputFile::createTemporary(const std::string& folder, const std::string& name) {
+  std::string extension = fs::path(name).extension().string();
+  if (extension.size() > 16) extension.clear();
+  const std::string head = folder + "/" + temporaryHead(name) + std::to_string(getpid());
+  for (int i = 0;; ++i) {
+    temporary_ = head + (i > 0 ? "-" + std::to_string(i) : "") + extension;
+    handle_ = open(temporary_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (handle_ < 0 && errno == EEXIST) continue;
+    if (handle_ < 0)
+      throw cannotWrite(final_, std::strerror(errno),
+                        "name a folder that exists and may be written to");
+    // Who clears leftovers may have come between; then the file has no name any more.
+    flock(handle_, LOCK_EX | LOCK_NB);
+    struct stat status = {};
+    if (fstat(handle_, &status) == 0 && status.st_nlink > 0) break;
+    close(handle_);
+  }
   rememberTemporary(temporary_);
 }
 
+// Of the file that is there. A user who may not give files away keeps what was written as his own.
+void OutputFile::keepModeAndOwner() const {
+  struct stat status = {};
+  if (stat(target_.c_str(), &status) != 0) return;
+  if (fchown(handle_, status.st_uid, status.st_gid) != 0 &&
+      fchown(handle_, static_cast<uid_t>(-1), status.st_gid) != 0)
+    errno = 0;
+  // After the owner: a change of owner takes rights away.
+  fchmod(handle_, status.st_mode & 07777);
+}
+
 OutputFile::~OutputFile() {
-  if (!committed_) unlink(temporary_.c_str());
+  outputs().erase(std::remove(outputs().begin(), outputs().end(), this), outputs().end());
+  if (!committed_ && !temporary_.empty()) unlink(temporary_.c_str());
   forgetTemporary(temporary_);
+  if (handle_ >= 0) close(handle_);
 }
 
 void OutputFile::commit() {
-  if (std::rename(temporary_.c_str(), final_.c_str()) != 0)
-    throw Failure{kBadInput, "cannot write", final_, std::strerror(errno),
-                  "see whether the folder may be written to"};
+  if (target_.empty()) {
+    writeThrough();
+    return;
+  }
+  // The file may have come to be one that is read while this one was written.
+  const std::optional<Identity> there = identityOf(target_);
+  if (there && inputs().count(*there) > 0) throw isRead(final_);
+  if (std::rename(temporary_.c_str(), target_.c_str()) != 0)
+    throw cannotWrite(final_, std::strerror(errno), "see whether the folder may be written to");
   committed_ = true;
+}
+
+// Copies the temporary file into what cannot be replaced.
+void OutputFile::writeThrough() {
+  const auto fail = [this] {
+    return cannotWrite(final_, std::strerror(errno), "see whether it may be written to");
+  };
+  if (final_ == "-") std::fflush(stdout);
+  int to = final_ == "-" ? dup(STDOUT_FILENO) : -1;
+  // Without blocking: a pipe that nobody reads must not keep a signal from ending this.
+  while (final_ != "-" && to < 0) {
+    to = open(final_.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC | O_NONBLOCK);
+    if (to >= 0) break;
+    // A pipe without a reader, which may come.
+    struct stat status = {};
+    const int why = errno;
+    const bool isPipe = stat(final_.c_str(), &status) == 0 && S_ISFIFO(status.st_mode);
+    errno = why;
+    if (errno != EINTR && !(errno == ENXIO && isPipe)) throw fail();
+    throwIfInterrupted();
+    poll(nullptr, 0, 50);
+  }
+  if (to < 0) throw fail();
+  const int from = open(temporary_.c_str(), O_RDONLY | O_CLOEXEC);
+  std::vector<char> buffer(1 << 16);
+  bool isDone = from >= 0;
+  while (isDone) {
+    const ssize_t size = read(from, buffer.data(), buffer.size());
+    if (size < 0) isDone = false;
+    if (size <= 0) break;
+    for (ssize_t at = 0; at < size;) {
+      const ssize_t written = write(to, buffer.data() + at, static_cast<std::size_t>(size - at));
+      if (written > 0) {
+        at += written;
+      } else if (errno == EAGAIN || errno == EINTR) {
+        if (isInterrupted()) break;
+        struct pollfd ready = {to, POLLOUT, 0};
+        poll(&ready, 1, 200);
+      } else {
+        isDone = false;
+        break;
+      }
+    }
+    if (!isDone || isInterrupted()) break;
+  }
+  const Failure failure = fail();
+  if (from >= 0) close(from);
+  if (close(to) != 0) isDone = false;
+  throwIfInterrupted();
+  if (!isDone) throw failure;
 }
 
 }  // namespace command

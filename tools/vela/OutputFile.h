@@ -1,22 +1,39 @@
 /// \file
-/// A file that appears whole or not at all.
+/// Files that appear whole or not at all, and never in the place of one that the command reads.
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace command {
 
-/// Holds a temporary name beside the final one. What was written under it becomes the final file in
+/// Notes a file that is read, so that no output may replace it. Files are compared by device and
+/// number: links and other spellings of a path name the same file.
+/// \param file one that is not there is passed over
+/// \throws Failure when an output that is open already is that file
+void noteInput(const std::string& file);
+
+/// What an output holds: pictures and selections are refused names of scenes.
+enum class OutputKind { picture, selection, scene };
+
+/// A file to be written. What was written under its temporary name becomes the final file in
 /// commit(); without that it is removed, whatever way the scope is left.
+///
+/// - A regular file is replaced in one step and keeps its mode, and its owner where the user may
+///   give files to others. Through a symbolic link its target is replaced.
+/// - `-` is standard output. It, devices, pipes and open descriptors (`/dev/fd/3`) are written
+///   through in commit(), from a temporary file in the folder for such.
+/// - Temporary files that a killed process has left of the same output are removed.
 class OutputFile {
  public:
-  /// Creates the temporary file. \throws Failure when the folder cannot be written to
-  explicit OutputFile(const std::string& finalName);
+  /// Creates the temporary file. \throws Failure when the folder cannot be written to, or the file
+  /// is one that is read, or that another output writes
+  explicit OutputFile(const std::string& finalName, OutputKind kind = OutputKind::picture);
   ~OutputFile();
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
 
-  /// Where to write.
+  /// Where to write; ends as the final name does.
   [[nodiscard]] const std::string& temporaryName() const noexcept { return temporary_; }
   [[nodiscard]] const std::string& finalName() const noexcept { return final_; }
 
@@ -24,7 +41,15 @@ class OutputFile {
   void commit();
 
  private:
-  std::string final_, temporary_;
+  void createTemporary(const std::string& folder, const std::string& name);
+  void keepModeAndOwner() const;
+  void writeThrough();
+  friend void noteInput(const std::string& file);
+
+  std::string final_;      ///< as it was given
+  std::string target_;     ///< what is replaced: absolute, without links; empty to write through
+  std::string temporary_;  ///< absolute
+  int handle_ = -1;        ///< of the temporary file, locked while this lives
   bool committed_ = false;
 };
 

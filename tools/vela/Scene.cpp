@@ -8,6 +8,8 @@
 
 #include "Failure.h"
 #include "Interrupt.h"
+#include "OutputFile.h"
+#include "Supervisor.h"
 #include "vela/log/Log.h"
 #include "vela/scene/ScenePrims.h"
 
@@ -101,12 +103,22 @@ void report(const char* verb, const std::string& file, const std::vector<Problem
 }  // namespace
 
 std::shared_ptr<ovo::Stage> openStage(const char* verb, const std::string& file) {
+  noteInput(file);
+  noteScene(file);
   std::string why;
-  std::shared_ptr<ovo::Stage> stage = ovo::Stage::open(file, &why);
+  std::shared_ptr<ovo::Stage> stage;
+  {
+    // Nothing looks for signals while a scene is opened, which may take minutes.
+    const EndAtOnce endsAtOnce(std::string("vela ") + verb);
+    stage = ovo::Stage::open(file, &why);
+  }
   throwIfInterrupted();
   if (!stage)
     throw Failure{kBadInput, "cannot open the scene", file, why,
                   "name a .usd, .usda, .usdc or .usdz file"};
+
+  // Neither may an output replace what the scene is made of.
+  for (const std::string& layer : stage->layerFiles()) noteInput(layer);
 
   Halden::Log::write(Halden::Log::message, "opened " + file);
 

@@ -9,6 +9,7 @@
 #include "Interrupt.h"
 #include "Json.h"
 #include "Options.h"
+#include "OutputFile.h"
 #include "Scene.h"
 #include "SelectionFile.h"
 #include "Text.h"
@@ -91,8 +92,11 @@ void select(const SelectOptions& options) {
     return;
   }
 
+  // Names and places are checked before the long work. What is added to may be replaced: it is read
+  // whole before.
+  OutputFile output(options.output, OutputKind::selection);
   GeoSelection selection;
-  if (!options.add.empty()) selection = readSelection(options.add);
+  if (!options.add.empty()) selection = readSelection(options.add, true);
   const SceneOptions& scene = options.scene;
   const std::shared_ptr<ovo::Stage> stage = openStage("select", scene.file);
   const MeshList list = listMeshes("select", *stage, scene);
@@ -109,9 +113,11 @@ void select(const SelectOptions& options) {
       pickRect(list, caster, view, options.rect, options.through, options.parts, selection,
                interruptibleWork());
   if (!picked) throw Interrupted{};
-  writeSelection(selection, options.output);
-  std::printf("%s: %s of %zu object%s picked; %zu in all\n", options.output.c_str(),
-              wordOf(options.parts), *picked, *picked == 1 ? "" : "s", selection.size());
+  writeSelection(selection, output);
+  // Not into a selection that goes to standard output.
+  std::fprintf(options.output == "-" ? stderr : stdout,
+               "%s: %s of %zu object%s picked; %zu in all\n", options.output.c_str(),
+               wordOf(options.parts), *picked, *picked == 1 ? "" : "s", selection.size());
 }
 
 }  // namespace command
