@@ -511,7 +511,7 @@ class Selections(Case):
         # The left half, which shows the top and the rounded left side.
         shell = self.select("36,26,39,33", "--parts", "vertices", "--subdivide", "3")["/World/Box/Shell"]
         self.assertEqual((shell["vertices"]["size"], self.chosen(shell["vertices"])), (8, [0, 2, 4, 6]))
-        # Where the cage's corner would be there is nothing any more.
+        # Where the control mesh's corner would be there is nothing any more.
         self.assertEqual(set(self.select("34,24,35,25", "--subdivide", "3")), {"/World/Floor"})
         self.assertEqual(set(self.select("34,24,35,25")), {"/World/Floor", "/World/Box/Shell"})
 
@@ -537,7 +537,7 @@ class Selections(Case):
             self.good("render", self.scene, "--png", self.at / f"{name}.png", *view, *more)
         plain, tinted = (read_png(self.at / f"{name}.png")[2] for name in ("plain", "tinted"))
         changed = {(x, y) for y in range(60) for x in range(80) if plain[y][3 * x:3 * x + 3] != tinted[y][3 * x:3 * x + 3]}
-        # The top face's patch: about 0.55 wide, its corners at 5/9 of the cage's.
+        # The top face's patch: about 0.55 wide, its corners at 5/9 of the control mesh's.
         self.assertTrue({(x, y) for x in range(38, 42) for y in range(28, 32)} <= changed)
         self.assertTrue(changed <= {(x, y) for x in range(36, 44) for y in range(26, 34)}, changed)
 

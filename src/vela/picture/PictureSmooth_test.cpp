@@ -132,8 +132,8 @@ TEST_F(RefinedPictures, RaysMeetTheRefinedMesh) {
                    1e-4);
         ASSERT_EQ(read.integers.at("face.id")[p], wanted.face / 64) << "the face of the cube";
       }
-    // The refined cube is much smaller than its cage, which fills a quarter of the picture; a ball
-    // of its width shows as much.
+    // The refined cube is much smaller than its control mesh, which fills a quarter of the picture;
+    // a ball of its width shows as much.
     EXPECT_NEAR(hits * 4.0 * 4.0 / (64 * 64), kPi * 0.84 * 0.84, 0.1);
   }
 }

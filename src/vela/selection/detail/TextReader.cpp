@@ -206,7 +206,7 @@ bool TextReader::number(float& value) {
   if (!begin()) return false;
 
   // Sign, digits with at most one point, and an exponent once there was a digit: what extraction
-  // takes from the text, even where it is then no number. Leading zeros count as one.
+  // takes from the text, even where that cannot be read as a number. Leading zeros count as one.
   numberText_.clear();
   bool negative = false, anyDigit = false, hasPoint = false, hasExponent = false;
   std::uint64_t digits = 0;  // without the point; meaningful up to kMostExactInteger

@@ -34,7 +34,7 @@ class TextReader {
   /// False, with 0, when there is no number, and with the largest one when it does not fit. A minus
   /// sign wraps. All as extraction has it.
   bool number(std::uint64_t& value);
-  /// False when there is no number or it is out of range. The words "inf" and "nan" are no numbers.
+  /// False when there is no number or it is out of range. "inf" and "nan" cannot be read.
   bool number(float& value);
   /// 0 or 1; false, with the value untouched, for anything else.
   bool number(bool& value);
