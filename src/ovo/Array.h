@@ -7,20 +7,17 @@
 #pragma once
 
 #include <algorithm>
-#include <atomic>
 #include <cstddef>
-#include <cstdint>
 #include <initializer_list>
 #include <iterator>
-#include <limits>
 #include <memory>
-#include <new>
 #include <ostream>
 #include <stdexcept>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
+#include "ovo/ArrayBlock.h"
 #include "ovo/Fwd.h"
 #include "tarn/Span.h"
 
@@ -70,10 +67,12 @@ class Array {
   Array(It first, It last) {
     assign(first, last);
   }
-  Array(const Array& other) noexcept : data_(other.data_), size_(other.size_) { retain(); }
+  Array(const Array& other) noexcept : data_(other.data_), size_(other.size_) {
+    Block::retain(data_);
+  }
   Array(Array&& other) noexcept
       : data_(std::exchange(other.data_, nullptr)), size_(std::exchange(other.size_, 0)) {}
-  ~Array() { release(); }
+  ~Array() { Block::release(data_, size_); }
 
   Array& operator=(const Array& other) noexcept {
     Array(other).swap(*this);
@@ -92,11 +91,8 @@ class Array {
 
   [[nodiscard]] size_type size() const noexcept { return size_; }
   [[nodiscard]] bool empty() const noexcept { return size_ == 0; }
-  [[nodiscard]] size_type capacity() const noexcept { return data_ ? header()->capacity : 0; }
-  [[nodiscard]] static constexpr size_type maxSize() noexcept {
-    return (static_cast<size_type>(std::numeric_limits<difference_type>::max()) - kHeaderBytes) /
-           sizeof(T);
-  }
+  [[nodiscard]] size_type capacity() const noexcept { return Block::capacity(data_); }
+  [[nodiscard]] static constexpr size_type maxSize() noexcept { return Block::maxSize(); }
   [[nodiscard]] static constexpr size_type max_size() noexcept { return maxSize(); }
 
   /// All elements, to be read: valid until the next non-const call on this Array.
@@ -191,7 +187,7 @@ class Array {
                [](T* first, size_type n) { std::uninitialized_value_construct_n(first, n); });
   }
   void resize(size_type count, const T& value) {
-    if (count > size_ && refersInside(value)) {
+    if (count > size_ && Block::isInside(value, data_, size_)) {
       const T copy(value);
       resize(count, copy);
       return;
@@ -205,7 +201,7 @@ class Array {
 
   template <class... Args>
   T& emplace_back(Args&&... args) {
-    if (data_ && size_ < header()->capacity && isUnique()) {
+    if (size_ < capacity() && isUnique()) {
       T* const slot = ::new (static_cast<void*>(data_ + size_)) T(std::forward<Args>(args)...);
       ++size_;
       return *slot;
@@ -214,7 +210,7 @@ class Array {
     // elements.
     if (size_ == maxSize()) throw std::length_error("ovo::Array: too many elements");
     Array grown;
-    grown.allocate(grownCapacity(size_ + 1));
+    grown.allocate(Block::grownCapacity(size_, size_ + 1));
     T* const slot = ::new (static_cast<void*>(grown.data_ + size_)) T(std::forward<Args>(args)...);
     try {
       fillFrom(grown);
@@ -258,53 +254,12 @@ class Array {
   }
 
  private:
-  // One block holds this header and, behind it, the elements: one allocation and one pointer an
-  // Array.
-  struct Header {
-    explicit Header(size_type room) : capacity(room) {}
-    std::atomic<std::size_t> owners{1};
-    size_type capacity;
-  };
-  static constexpr size_type kAlign = std::max(alignof(T), alignof(Header));
-  static constexpr size_type kHeaderBytes = (sizeof(Header) + kAlign - 1) / kAlign * kAlign;
+  using Block = detail::ArrayBlock<T>;
 
-  [[nodiscard]] Header* header() const noexcept {
-    return reinterpret_cast<Header*>(
-        reinterpret_cast<std::byte*>(const_cast<std::remove_const_t<T>*>(data_)) - kHeaderBytes);
-  }
-  // Acquire pairs with the release in release(): what another owner read before letting go stays
-  // before our writes.
-  [[nodiscard]] bool isUnique() const noexcept {
-    return data_ && header()->owners.load(std::memory_order_acquire) == 1;
-  }
-  void retain() const noexcept {
-    if (data_) header()->owners.fetch_add(1, std::memory_order_relaxed);
-  }
-  void release() noexcept {
-    if (!data_) return;
-    Header* const block = header();
-    if (block->owners.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
-    std::destroy_n(data_, size_);
-    block->~Header();
-    ::operator delete(static_cast<void*>(block), std::align_val_t(kAlign));
-  }
+  [[nodiscard]] bool isUnique() const noexcept { return Block::isUnique(data_); }
   // Only for an Array without storage.
-  void allocate(size_type room) {
-    if (room > maxSize()) throw std::length_error("ovo::Array: too many elements");
-    void* const block = ::operator new(kHeaderBytes + room * sizeof(T), std::align_val_t(kAlign));
-    ::new (block) Header(room);
-    data_ = reinterpret_cast<T*>(static_cast<std::byte*>(block) + kHeaderBytes);
-  }
-  // Copies or moves the elements into the empty storage of `to`, which counts them afterwards.
-  void fillFrom(Array& to) {
-    if constexpr (std::is_nothrow_move_constructible_v<T>) {
-      if (isUnique()) {
-        std::uninitialized_move_n(data_, size_, to.data_);
-        return;
-      }
-    }
-    std::uninitialized_copy_n(static_cast<const T*>(data_), size_, to.data_);
-  }
+  void allocate(size_type room) { data_ = Block::allocate(room); }
+  void fillFrom(Array& to) { Block::fill(data_, size_, to.data_); }
   void reallocate(size_type room) {
     Array fresh;
     fresh.allocate(room);
@@ -314,14 +269,6 @@ class Array {
   }
   void detach() {
     if (data_ && !isUnique()) reallocate(size_);
-  }
-  [[nodiscard]] size_type grownCapacity(size_type needed) const noexcept {
-    const size_type doubled = size_ > maxSize() / 2 ? maxSize() : size_ * 2;
-    return std::max({needed, doubled, size_type{4}});
-  }
-  [[nodiscard]] bool refersInside(const T& value) const noexcept {
-    const std::less<const T*> before;
-    return !before(&value, data_) && before(&value, data_ + size_);
   }
   template <class Make>
   void resizeWith(size_type count, Make make) {
@@ -339,8 +286,8 @@ class Array {
     }
     // resize() in small steps must not copy everything each time, so growth is geometric here too.
     if (count > maxSize()) throw std::length_error("ovo::Array: too many elements");
-    if (!isUnique() || count > header()->capacity)
-      reallocate(size_ == 0 ? count : grownCapacity(count));
+    if (!isUnique() || count > capacity())
+      reallocate(size_ == 0 ? count : Block::grownCapacity(size_, count));
     make(data_ + size_, count - size_);
     size_ = count;
   }
