@@ -51,7 +51,7 @@ extern "C" void passOn(int number) {
 constexpr int kPassedOn[] = {SIGINT, SIGTERM, SIGHUP};
 
 // The memory that this process may have: of the machine, or less in a container.
-rlim_t memoryOfMachine() {
+[[maybe_unused]] rlim_t memoryOfMachine() {
   const long pages = sysconf(_SC_PHYS_PAGES), pageSize = sysconf(_SC_PAGESIZE);
   rlim_t most = RLIM_INFINITY;
   if (pages > 0 && pageSize > 0) most = static_cast<rlim_t>(pages) * static_cast<rlim_t>(pageSize);
@@ -64,7 +64,11 @@ rlim_t memoryOfMachine() {
   return most;
 }
 
-// Memory that can be written to counts, not what is only reserved or mapped from files.
+// Memory that can be written to counts, not what is only reserved or mapped from files. Sanitizers
+// map so much of it for their own books that no limit fits: builds with them have none.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+void limitMemory() {}
+#else
 void limitMemory() {
   struct rlimit limit = {};
   if (getrlimit(RLIMIT_DATA, &limit) != 0) return;
@@ -73,6 +77,7 @@ void limitMemory() {
   limit.rlim_cur = std::min(most, limit.rlim_max);
   setrlimit(RLIMIT_DATA, &limit);
 }
+#endif
 
 // Where an exception meets no one, as in threads of the scene library.
 [[noreturn]] void onTerminate() {
