@@ -30,7 +30,7 @@
 #include "bench/Measure.h"
 #include "ovo/MeshPrim.h"
 #include "ovo/Stage.h"
-#include "support/ClosedMeshes.h"
+#include "support/SampleMeshes.h"
 #include "tarn/Mat4.h"
 #include "tarn/Ray.h"
 #include "vela/intersect/Acceleration.h"
@@ -46,14 +46,14 @@ using tarn::Mat4;
 using tarn::Ray;
 using tarn::Vec3;
 using vela_bench::median;
-using vela_test::ClosedMesh;
+using vela_test::SampleMesh;
 /// Processor time, not time on the wall: other programs may run meanwhile.
 double processorSeconds() { return vela_bench::processorTime() * 1e-3; }
 double secondsSince(double start) { return processorSeconds() - start; }
 
 struct Scene {
   std::string name;
-  ClosedMesh mesh;
+  SampleMesh mesh;
   std::vector<Mat4<double>> placements;
   float radius = 1.15f;
   bool isSmall = false;
@@ -74,10 +74,9 @@ std::size_t numTriangles(const Scene& scene) { return scene.mesh.counts.size(); 
 
 void addTracer(const Scene& scene, std::vector<Candidate>& out) {
   const auto tracer = std::make_shared<vela::SceneTracer>();
-  const ovo::Array<Vec3<float>> points(scene.mesh.points);
-  const ovo::Array<int> counts(scene.mesh.counts), indices(scene.mesh.indices);
   const auto start = processorSeconds();
-  const std::uint32_t mesh = tracer->addMesh(points, counts, indices);
+  const std::uint32_t mesh =
+      tracer->addMesh(scene.mesh.points, scene.mesh.counts, scene.mesh.indices);
   for (const Mat4<double>& m : scene.placements) tracer->addPlacement(mesh, m);
   tracer->build();
   Candidate one;
@@ -136,9 +135,8 @@ void addGiven(const char* name, const Scene& scene, std::vector<Candidate>& out,
               std::unique_ptr<Structure> (*make)(const vela::AccelerationModel&)) {
   const auto start = processorSeconds();
   const std::shared_ptr<vela::TriangleAccelerationModel> model =
-      std::make_shared<vela::TriangleAccelerationModel>(ovo::Array<Vec3<float>>(scene.mesh.points),
-                                                        ovo::Array<int>(scene.mesh.counts),
-                                                        ovo::Array<int>(scene.mesh.indices));
+      std::make_shared<vela::TriangleAccelerationModel>(scene.mesh.points, scene.mesh.counts,
+                                                        scene.mesh.indices);
   const std::shared_ptr<Structure> structure = make(*model);
   Candidate candidate;
   candidate.name = name;
@@ -167,8 +165,8 @@ void addHitDetector(const Scene& scene, const std::vector<Ray<float>>& firstRays
   for (std::size_t i = 0; i < scene.placements.size(); ++i) {
     const ovo::MeshPrim prim = ovo::MeshPrim::define(stage, ovo::Path("/copy" + std::to_string(i)));
     prim.setPoints(scene.mesh.points);
-    prim.createFaceVertexCountsAttr().set(ovo::Array<int>(scene.mesh.counts));
-    prim.createFaceVertexIndicesAttr().set(ovo::Array<int>(scene.mesh.indices));
+    prim.createFaceVertexCountsAttr().set(scene.mesh.counts);
+    prim.createFaceVertexIndicesAttr().set(scene.mesh.indices);
     prim.setLocalXform(scene.placements[i]);
   }
   const auto start = processorSeconds();

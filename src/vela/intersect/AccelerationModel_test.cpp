@@ -10,15 +10,15 @@ using namespace vela_test;
 
 namespace {
 
-TriangleAccelerationModel modelOf(const TestMesh& mesh) {
+TriangleAccelerationModel modelOf(const SampleMesh& mesh) {
   return {mesh.points, mesh.counts, mesh.indices};
 }
 
 TEST(TriangleModel, QuadIsCutFromZeroToTwoAndTwoToZero) {
-  TestMesh mesh;
+  SampleMesh mesh;
   mesh.points = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
-  mesh.face({0, 1});
-  mesh.face({0, 1, 2, 3});
+  mesh.addFace({0, 1});
+  mesh.addFace({0, 1, 2, 3});
   const TriangleAccelerationModel model = modelOf(mesh);
   ASSERT_EQ(model.size(), 2u);
   EXPECT_EQ(model.faceIndex(0), 1);
@@ -36,9 +36,9 @@ TEST(TriangleModel, QuadIsCutFromZeroToTwoAndTwoToZero) {
 // Of (2, 3, 0) and (0, 2, 3) only the first has corner 2 as its a: the rounding of a distance
 // tells.
 TEST(TriangleModel, CornersOfTheSecondHalfStartAtCornerTwo) {
-  TestMesh mesh;
+  SampleMesh mesh;
   mesh.points = {{0.1f, 0.2f, 0.3f}, {1.7f, 0.1f, 0.2f}, {1.3f, 1.9f, 0.7f}, {0.2f, 1.1f, 0.9f}};
-  mesh.face({0, 1, 2, 3});
+  mesh.addFace({0, 1, 2, 3});
   const TriangleAccelerationModel model = modelOf(mesh);
   RayMaker maker(mesh, 3);
   int hits = 0, tells = 0;
@@ -61,7 +61,7 @@ TEST(TriangleModel, CornersOfTheSecondHalfStartAtCornerTwo) {
 }
 
 TEST(TriangleModel, LargerFacesAreCutByTriangulateInItsOrder) {
-  const TestMesh mesh = polygons();
+  const SampleMesh mesh = makePolygons();
   const TriangleAccelerationModel model = modelOf(mesh);
   std::size_t at = 0, offset = 0;
   for (std::size_t f = 0; f < mesh.counts.size(); ++f) {
@@ -82,9 +82,9 @@ TEST(TriangleModel, LargerFacesAreCutByTriangulateInItsOrder) {
 }
 
 TEST(TriangleModel, BoxHoldsAllPointsUsedOrNotAndAHundredThousandthMore) {
-  TestMesh mesh;
+  SampleMesh mesh;
   mesh.points = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {-5, 7, 2}};
-  mesh.face({0, 1, 2});
+  mesh.addFace({0, 1, 2});
   const Box3<float> box = modelOf(mesh).bounds();
   EXPECT_EQ(box.min, Vec3<float>(static_cast<float>(-5 - 1e-5), static_cast<float>(0 - 1e-5),
                                  static_cast<float>(0 - 1e-5)));
@@ -93,8 +93,8 @@ TEST(TriangleModel, BoxHoldsAllPointsUsedOrNotAndAHundredThousandthMore) {
 }
 
 TEST(TriangleModel, MeshWithoutPointsHasAnEmptyBoxAndNoTriangles) {
-  TestMesh mesh;
-  mesh.face({0, 1, 2});
+  SampleMesh mesh;
+  mesh.addFace({0, 1, 2});
   const TriangleAccelerationModel model = modelOf(mesh);
   EXPECT_EQ(model.size(), 0u);
   EXPECT_TRUE(model.bounds().isEmpty());
@@ -104,7 +104,7 @@ TEST(TriangleModel, MeshWithoutPointsHasAnEmptyBoxAndNoTriangles) {
 TEST(TriangleModel, NothingIsExcludedAndTheContextIsNotAsked) {
   IntersectionContext ctx;
   ctx.includedTypeNames.insert(ovo::Token("Sphere"));
-  const TriangleAccelerationModel model = modelOf(cube());
+  const TriangleAccelerationModel model = modelOf(makeCube());
   EXPECT_FALSE(model.exclude(ctx, 0));
   CollisionResult result;
   EXPECT_TRUE(model.intersect(ctx, Ray<float>({0.25f, 0.5f, -5}, {0, 0, 1}), 1, result) ||
@@ -112,9 +112,9 @@ TEST(TriangleModel, NothingIsExcludedAndTheContextIsNotAsked) {
 }
 
 TEST(TriangleModel, HitHasTheRawNormalAndMissTouchesNothing) {
-  TestMesh mesh;
+  SampleMesh mesh;
   mesh.points = {{0, 0, 0}, {3, 0, 0}, {0, 3, 0}};
-  mesh.face({0, 1, 2});
+  mesh.addFace({0, 1, 2});
   const TriangleAccelerationModel model = modelOf(mesh);
   CollisionResult result = marked();
   EXPECT_FALSE(
@@ -127,7 +127,7 @@ TEST(TriangleModel, HitHasTheRawNormalAndMissTouchesNothing) {
 }
 
 TEST(TriangleModel, BrokenFacesGiveNoTriangleAndLaterOnesKeepTheirNumbers) {
-  const TriangleAccelerationModel model = modelOf(broken());
+  const TriangleAccelerationModel model = modelOf(makeBroken());
   ASSERT_EQ(model.size(), 4u);
   EXPECT_EQ(model.faceIndex(0), 6);
   EXPECT_EQ(model.faceIndex(1), 7);
@@ -136,10 +136,10 @@ TEST(TriangleModel, BrokenFacesGiveNoTriangleAndLaterOnesKeepTheirNumbers) {
 }
 
 TEST(TriangleModel, CopiesAnswerLikeTheirSource) {
-  const TestMesh mesh = cube();
+  const SampleMesh mesh = makeCube();
   TriangleAccelerationModel model = modelOf(mesh);
   const TriangleAccelerationModel copy(model);
-  TriangleAccelerationModel assigned = modelOf(plane(1));
+  TriangleAccelerationModel assigned = modelOf(makePlane(1));
   assigned = copy;
   const TriangleAccelerationModel moved(std::move(model));
   for (const TriangleAccelerationModel* m :

@@ -16,12 +16,12 @@ static_assert(std::is_copy_constructible_v<NoAcceleration> &&
               std::is_move_constructible_v<NoAcceleration>);
 static_assert(std::is_abstract_v<Acceleration> && std::has_virtual_destructor_v<Acceleration>);
 
-TriangleAccelerationModel modelOf(const TestMesh& mesh) {
+TriangleAccelerationModel modelOf(const SampleMesh& mesh) {
   return {mesh.points, mesh.counts, mesh.indices};
 }
 
 TEST(NoAcceleration, KeepsItsModelAndDrawsNothing) {
-  const TriangleAccelerationModel model = modelOf(cube());
+  const TriangleAccelerationModel model = modelOf(makeCube());
   const NoAcceleration all(model);
   const NoAcceleration copy(all);
   EXPECT_EQ(&copy.model(), &model);
@@ -29,7 +29,7 @@ TEST(NoAcceleration, KeepsItsModelAndDrawsNothing) {
 }
 
 TEST(NoAcceleration, GivesTheNearestWhateverTheContextAsks) {
-  const TriangleAccelerationModel model = modelOf(cube());
+  const TriangleAccelerationModel model = modelOf(makeCube());
   const NoAcceleration all(model);
   IntersectionContext ctx;
   for (const bool nearest : {true, false}) {
@@ -43,7 +43,7 @@ TEST(NoAcceleration, GivesTheNearestWhateverTheContextAsks) {
 }
 
 TEST(NoAcceleration, MissLeavesResultUntouched) {
-  const TriangleAccelerationModel model = modelOf(cube());
+  const TriangleAccelerationModel model = modelOf(makeCube());
   CollisionResult result = marked();
   EXPECT_FALSE(NoAcceleration(model).intersect(IntersectionContext(),
                                                Ray<float>({5, 5, 5}, {0, 0, 1}), result));
@@ -51,14 +51,14 @@ TEST(NoAcceleration, MissLeavesResultUntouched) {
 }
 
 TEST(NoAcceleration, ModelWithoutPrimitivesIsNeverHit) {
-  const TriangleAccelerationModel model = modelOf(TestMesh());
+  const TriangleAccelerationModel model = modelOf(SampleMesh());
   CollisionResult result;
   EXPECT_FALSE(NoAcceleration(model).intersect(IntersectionContext(),
                                                Ray<float>({0, 0, 0}, {0, 0, 1}), result));
 }
 
 TEST(NoAcceleration, RangeIsOpenAtBothEnds) {
-  const TriangleAccelerationModel model = modelOf(plane(1));
+  const TriangleAccelerationModel model = modelOf(makePlane(1));
   const NoAcceleration all(model);
   CollisionResult result;
   const Vec3<float> o(0.5f, 0.25f, 1), d(0, 0, -1);
@@ -73,7 +73,7 @@ TEST(NoAcceleration, RangeIsOpenAtBothEnds) {
 TEST(NoAcceleration, AnswersLikeThePlainLoopOverBoxesBitForBit) {
   const unsigned seed = 404;
   SCOPED_TRACE(seed);
-  for (const TestMesh& mesh : sampleMeshes()) {
+  for (const SampleMesh& mesh : sampleMeshes()) {
     const TriangleAccelerationModel model = modelOf(mesh);
     const NoAcceleration all(model);
     RayMaker maker(mesh, seed);

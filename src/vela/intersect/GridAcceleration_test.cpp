@@ -18,7 +18,7 @@ using namespace vela_test;
 
 namespace {
 
-TriangleAccelerationModel modelOf(const TestMesh& mesh) {
+TriangleAccelerationModel modelOf(const SampleMesh& mesh) {
   return {mesh.points, mesh.counts, mesh.indices};
 }
 
@@ -59,13 +59,13 @@ FakeModel rowOfCells(int n) {
 }
 
 TEST(Grid, UnitSquareOfTwoTrianglesIsThirtyThreeByThirtyThreeByOne) {
-  const TriangleAccelerationModel model = modelOf(plane(1));
+  const TriangleAccelerationModel model = modelOf(makePlane(1));
   ASSERT_EQ(model.size(), 2u);
   EXPECT_EQ(GridAcceleration(model).resolution(), cells(33, 33, 1));
 }
 
 TEST(Grid, ResolutionStopsAtSixtyFour) {
-  const TriangleAccelerationModel model = modelOf(plane(60));
+  const TriangleAccelerationModel model = modelOf(makePlane(60));
   EXPECT_EQ(GridAcceleration(model).resolution(), cells(64, 64, 1));
 }
 
@@ -125,7 +125,7 @@ TEST(Grid, RayThatStartsInsideStartsInTheCellOfItsOrigin) {
 }
 
 TEST(Grid, PrimitiveOverManyCellsIsInEachOfTheirLists) {
-  const TriangleAccelerationModel model = modelOf(plane(1));
+  const TriangleAccelerationModel model = modelOf(makePlane(1));
   const GridAcceleration grid(model);
   const IntersectionContext ctx;
   for (int y = 0; y < 33; ++y)
@@ -182,7 +182,7 @@ TEST(Grid, HitsAtTheEndsOfTheRangeAreNone) {
 
 // KEEP(grid-minus-zero)
 TEST(Grid, MinusZeroWalksLikeZero) {
-  const TriangleAccelerationModel model = modelOf(bumpySphere(24, 40, 0.3f));
+  const TriangleAccelerationModel model = modelOf(makeRoughSphere(24, 40, 0.3f));
   const GridAcceleration grid(model);
   const IntersectionContext ctx;
   std::mt19937 random(8);
@@ -203,7 +203,7 @@ TEST(Grid, MinusZeroWalksLikeZero) {
 // Half of the points of a box lie a rounding error below its minimum when they are computed from a
 // ray.
 TEST(Grid, EntryBelowTheBoxByARoundingErrorBelongsToTheFirstCell) {
-  const TestMesh mesh = bumpySphere(40, 60, 0.0f);
+  const SampleMesh mesh = makeRoughSphere(40, 60, 0.0f);
   const TriangleAccelerationModel model = modelOf(mesh);
   const GridAcceleration grid(model);
   const NoAcceleration all(model);
@@ -249,7 +249,7 @@ TEST(Grid, DrawShowsTheOccupiedCells) {
 }
 
 TEST(Grid, ResolutionIsThatOfThePlainRule) {
-  for (const TestMesh& mesh : sampleMeshes()) {
+  for (const SampleMesh& mesh : sampleMeshes()) {
     const TriangleAccelerationModel model = modelOf(mesh);
     const GridAcceleration grid(model);
     const PlainGrid plain(model);
@@ -263,7 +263,7 @@ struct AskedTriangles : TriangleAccelerationModel {
   using TriangleAccelerationModel::TriangleAccelerationModel;
 };
 
-void expectPlainAnswers(const TestMesh& mesh, const AccelerationModel& model, int rays,
+void expectPlainAnswers(const SampleMesh& mesh, const AccelerationModel& model, int rays,
                         unsigned seed) {
   const GridAcceleration grid(model);
   const PlainGrid plain(model);
@@ -283,7 +283,7 @@ void expectPlainAnswers(const TestMesh& mesh, const AccelerationModel& model, in
 TEST(Grid, AnswersLikeThePlainRuleBitForBit) {
   const unsigned seed = 2024;
   SCOPED_TRACE(seed);
-  for (const TestMesh& mesh : sampleMeshes()) {
+  for (const SampleMesh& mesh : sampleMeshes()) {
     expectPlainAnswers(mesh, modelOf(mesh), 30000, seed);
     expectPlainAnswers(mesh, AskedTriangles(mesh.points, mesh.counts, mesh.indices), 6000,
                        seed + 1);
@@ -293,7 +293,7 @@ TEST(Grid, AnswersLikeThePlainRuleBitForBit) {
 // Ten thousand triangles, each across the whole mesh: their lists would take more memory than they
 // are worth.
 TEST(Grid, TrianglesAcrossTheWholeMeshAreKeptOnceAndAnswerTheSame) {
-  TestMesh mesh;
+  SampleMesh mesh;
   std::mt19937 random(41);
   const auto corner = [&](float x) {
     const auto place = [&] { return static_cast<float>(random() % 2001u) / 1000.0f - 1.0f; };
@@ -307,7 +307,7 @@ TEST(Grid, TrianglesAcrossTheWholeMeshAreKeptOnceAndAnswerTheSame) {
     } else {
       for (const float x : {-1.0f, 1.0f, i % 2 ? -1.0f : 1.0f}) mesh.points.push_back(corner(x));
     }
-    mesh.face({3 * i, 3 * i + 1, 3 * i + 2});
+    mesh.addFace({3 * i, 3 * i + 1, 3 * i + 2});
   }
   mesh.name = "all across";
   expectPlainAnswers(mesh, modelOf(mesh), 150, 42);
@@ -318,8 +318,8 @@ TEST(Grid, TrianglesAcrossTheWholeMeshAreKeptOnceAndAnswerTheSame) {
 TEST(Grid, DiffersFromBruteForceOnlyByTheFirstCell) {
   const unsigned seed = 99;
   SCOPED_TRACE(seed);
-  for (const TestMesh& mesh :
-       {bumpySphere(24, 40, 0.3f), bumpySphere(6, 8, 0.0f), soup(400, 11), cube()}) {
+  for (const SampleMesh& mesh : {makeRoughSphere(24, 40, 0.3f), makeRoughSphere(6, 8, 0.0f),
+                                 makeSoup(400, 11), makeCube()}) {
     const TriangleAccelerationModel model = modelOf(mesh);
     const GridAcceleration grid(model);
     RayMaker maker(mesh, seed);
@@ -363,7 +363,7 @@ TEST(TriangleBlocks, KernelsAgreeBitForBitWithTheSingleTest) {
 #endif
   const unsigned seed = 7;
   SCOPED_TRACE(seed);
-  const TestMesh mesh = soup(300, seed);
+  const SampleMesh mesh = makeSoup(300, seed);
   RayMaker maker(mesh, seed);
   std::mt19937 random(seed);
   int hits = 0;
@@ -419,7 +419,7 @@ TEST(TriangleBlocks, KernelsAgreeBitForBitWithTheSingleTest) {
 }
 
 TEST(Grid, ThreadsGetTheSameAnswers) {
-  const TestMesh mesh = bumpySphere(24, 40, 0.3f);
+  const SampleMesh mesh = makeRoughSphere(24, 40, 0.3f);
   const TriangleAccelerationModel model = modelOf(mesh);
   const GridAcceleration grid(model);
   const auto run = [&](std::vector<CollisionResult>& out) {

@@ -26,7 +26,7 @@ static_assert(!std::is_copy_constructible_v<MeshAccelerator>);
 const double kDefaultTime = tarn::defaultTimeValue();
 
 ovo::MeshPrim define(const std::shared_ptr<ovo::Stage>& stage, const char* path,
-                     const TestMesh& mesh, const Mat4<double>& local = Mat4<double>()) {
+                     const SampleMesh& mesh, const Mat4<double>& local = Mat4<double>()) {
   const ovo::MeshPrim prim = ovo::MeshPrim::define(stage, path);
   EXPECT_TRUE(prim.isValid()) << path;
   EXPECT_TRUE(prim.setPoints(mesh.points));
@@ -45,11 +45,11 @@ Mat4<double> moved(double x, double y, double z) {
 // Two cubes, at x = 0 and, below a group, at x = 10.
 std::shared_ptr<ovo::Stage> twoCubes() {
   const auto stage = ovo::Stage::createInMemory();
-  define(stage, "/A", cube());
+  define(stage, "/A", makeCube());
   const ovo::XformablePrim group(stage->definePrim("/Group", ovo::Token("Xform")));
   EXPECT_TRUE(group.setLocalXform(moved(4, 0, 0)));
   stage->definePrim("/Group/Plain", ovo::Token("Scope"));
-  define(stage, "/Group/Plain/B", cube(), moved(6, 0, 0));
+  define(stage, "/Group/Plain/B", makeCube(), moved(6, 0, 0));
   return stage;
 }
 
@@ -71,7 +71,7 @@ TEST(HitDetect, HitHasWorldPointUnitNormalEntryAndFace) {
   const auto stage = ovo::Stage::createInMemory();
   Mat4<double> local = moved(10, 20, 30);
   local.scale(2, 3, 4);
-  define(stage, "/M", cube(), local);
+  define(stage, "/M", makeCube(), local);
   const HitDetectModel model(stage, kDefaultTime);
   CollisionResult result;
   ASSERT_TRUE(HitDetector(model).intersect(IntersectionContext(),
@@ -175,7 +175,7 @@ TEST(PrimModel, WalkFromAPrimWithoutATransformBeginsAtTheIdentity) {
 TEST(PrimModel, SubtreeIsWalkedBreadthFirst) {
   const auto stage = ovo::Stage::createInMemory();
   for (const char* path : {"/P", "/P/A", "/P/A/Deep", "/P/B", "/P/B/Deep", "/P/C"})
-    define(stage, path, cube());
+    define(stage, path, makeCube());
   PrimAccelerationModel model(kDefaultTime);
   model.addMeshPrims(stage, kDefaultTime);
   std::vector<std::string> order;
@@ -261,9 +261,9 @@ TEST(PrimModel, PrimThatIsNoMeshIsAnEntryThatIsNeverHit) {
 
 TEST(PrimModel, NormalGoesThroughTheInverseTranspose) {
   const auto stage = ovo::Stage::createInMemory();
-  TestMesh slope;
+  SampleMesh slope;
   slope.points = {{0, 0, 0}, {1, 0, 1}, {0, 1, 0}};  // normal (-1, 0, 1)
-  slope.face({0, 1, 2});
+  slope.addFace({0, 1, 2});
   Mat4<double> local;
   local.scale(4, 1, 1);
   define(stage, "/M", slope, local);
@@ -280,7 +280,7 @@ TEST(PrimModel, NothingIsHitThroughAFlattenedTransform) {
   const auto stage = ovo::Stage::createInMemory();
   Mat4<double> flat;
   flat.scale(1, 1, 0);
-  define(stage, "/M", cube(), flat);
+  define(stage, "/M", makeCube(), flat);
   const HitDetectModel model(stage, kDefaultTime);
   CollisionResult result = marked();
   EXPECT_FALSE(HitDetector(model).intersect(IntersectionContext(), kAtA, result));
@@ -302,7 +302,7 @@ TEST(PrimModel, PrimGivenTwiceSharesOneAcceleratorAndTheTreeTellsTheEntry) {
 // A cube whose points and place both move between times 0 and 10.
 std::shared_ptr<ovo::Stage> movingCube() {
   const auto stage = ovo::Stage::createInMemory();
-  TestMesh mesh = cube();
+  SampleMesh mesh = makeCube();
   const ovo::MeshPrim prim = define(stage, "/M", mesh);
   EXPECT_TRUE(prim.setLocalXform(moved(0, 0, 0), 0.0));
   EXPECT_TRUE(prim.setLocalXform(moved(100, 0, 0), 10.0));
@@ -349,7 +349,7 @@ TEST(TriangleModelOfAPrim, ReadsPointsAtTheTimeAndFacesAtTheEarliest) {
 }
 
 TEST(MeshAccelerator, WritesItsIdOnAHit) {
-  const TestMesh mesh = cube();
+  const SampleMesh mesh = makeCube();
   const MeshAccelerator accelerator(mesh.points, mesh.counts, mesh.indices, 42);
   CollisionResult result = marked();
   EXPECT_FALSE(accelerator.intersect(IntersectionContext(), kAtB, result));
@@ -374,7 +374,7 @@ std::shared_ptr<ovo::Stage> manySpheres(int count) {
     local.rotateY(upTo(7));
     local.scale(0.5 + upTo(3), 1.0, 1.0 + upTo(2));
     define(stage, ("/S" + std::to_string(i)).c_str(),
-           bumpySphere(8, 12, 0.3f, static_cast<unsigned>(i)), local);
+           makeRoughSphere(8, 12, 0.3f, static_cast<unsigned>(i)), local);
   }
   return stage;
 }
@@ -387,9 +387,9 @@ Ray<float> chord(std::mt19937& random) {
 
 TEST(PrimModel, CopiesOfAMeshAnswerForThemselvesAndAlmostEqualMeshesStayApart) {
   const auto stage = ovo::Stage::createInMemory();
-  std::vector<TestMesh> meshes;
+  std::vector<SampleMesh> meshes;
   for (int i = 0; i < 12; ++i) {
-    TestMesh mesh = bumpySphere(12, 20, 0.3f);
+    SampleMesh mesh = makeRoughSphere(12, 20, 0.3f);
     ASSERT_GT(mesh.points.size(), 128u) << "more than the hash looks at";
     if (i % 4 == 1) mesh.points[1] = mesh.points[1] * (1.5f + static_cast<float>(i));
     if (i % 4 == 2) std::swap(mesh.indices[0], mesh.indices[1]);
@@ -442,8 +442,8 @@ TEST(HitDetect, SaysWhatCannotBeHit) {
   EXPECT_EQ(error, "no meshes were given");
 
   // The first entry that cannot be hit; all of them are entries.
-  define(stage, "/Flat", cube(), Mat4<double>(0.0));
-  define(stage, "/Nothing", TestMesh{"nothing", {}, {}, {}});
+  define(stage, "/Flat", makeCube(), Mat4<double>(0.0));
+  define(stage, "/Nothing", SampleMesh{"nothing", {}, {}, {}});
   PrimAccelerationModel model(kDefaultTime);
   EXPECT_EQ(model.addMeshPrims(stage, kDefaultTime, &error), 4u);
   EXPECT_EQ(error, "/Flat: its placement has no inverse");

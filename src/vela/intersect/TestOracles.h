@@ -1,7 +1,7 @@
 /// \file
-/// For the tests of this folder: meshes, rays that look for trouble, and the rules written down
-/// once more, as plainly as they can be said and by components, so that the tests do not ask the
-/// code under test.
+/// For the tests of this folder: rays that look for trouble, and the rules written down once more,
+/// as plainly as they can be said and by components, so that the tests do not ask the code under
+/// test.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "ovo/Array.h"
+#include "support/SampleMeshes.h"
 #include "tarn/Box3.h"
 #include "tarn/Ray.h"
 #include "tarn/Vec.h"
@@ -266,175 +266,6 @@ inline bool plainNearest(const vela::AccelerationModel& model, const Ray<float>&
   return ray.maxDistance > best;
 }
 
-// ---- Meshes
-
-struct TestMesh {
-  std::string name;
-  ovo::Array<Vec3<float>> points;
-  ovo::Array<int> counts, indices;
-
-  void face(std::initializer_list<int> corners) {
-    counts.push_back(static_cast<int>(corners.size()));
-    for (const int corner : corners) indices.push_back(corner);
-  }
-};
-
-/// A sphere of quads with triangles at the poles; `bump` moves points along their radius.
-inline TestMesh bumpySphere(int rings, int segments, float bump, unsigned seed = 1) {
-  TestMesh mesh;
-  mesh.name = "sphere of " + std::to_string(rings) + " rings";
-  std::mt19937 random(seed);
-  const auto point = [&](double theta, double phi) {
-    const double radius =
-        1.0 + static_cast<double>(bump) * (static_cast<double>(random() % 1000) / 1000.0 - 0.5);
-    mesh.points.emplace_back(static_cast<float>(radius * std::sin(theta) * std::cos(phi)),
-                             static_cast<float>(radius * std::cos(theta)),
-                             static_cast<float>(radius * std::sin(theta) * std::sin(phi)));
-  };
-  point(0.0, 0.0);
-  for (int r = 1; r < rings; ++r)
-    for (int s = 0; s < segments; ++s)
-      point(3.14159265358979 * r / rings, 6.28318530717959 * s / segments);
-  point(3.14159265358979, 0.0);
-  const int south = static_cast<int>(mesh.points.size()) - 1;
-  const auto at = [&](int r, int s) { return 1 + (r - 1) * segments + s % segments; };
-  for (int s = 0; s < segments; ++s) mesh.face({0, at(1, s + 1), at(1, s)});
-  for (int r = 1; r + 1 < rings; ++r)
-    for (int s = 0; s < segments; ++s)
-      mesh.face({at(r, s), at(r, s + 1), at(r + 1, s + 1), at(r + 1, s)});
-  for (int s = 0; s < segments; ++s) mesh.face({at(rings - 1, s), at(rings - 1, s + 1), south});
-  return mesh;
-}
-
-/// A cube from -1 to 1: six quads.
-inline TestMesh cube() {
-  TestMesh mesh;
-  mesh.name = "cube";
-  for (int i = 0; i < 8; ++i)
-    mesh.points.emplace_back((i & 1) ? 1.0f : -1.0f, (i & 2) ? 1.0f : -1.0f,
-                             (i & 4) ? 1.0f : -1.0f);
-  mesh.face({0, 2, 3, 1});
-  mesh.face({4, 5, 7, 6});
-  mesh.face({0, 1, 5, 4});
-  mesh.face({2, 6, 7, 3});
-  mesh.face({0, 4, 6, 2});
-  mesh.face({1, 3, 7, 5});
-  return mesh;
-}
-
-/// A flat square in z = 0 of n by n unit quads.
-inline TestMesh plane(int n) {
-  TestMesh mesh;
-  mesh.name = "plane";
-  for (int y = 0; y <= n; ++y)
-    for (int x = 0; x <= n; ++x)
-      mesh.points.emplace_back(static_cast<float>(x), static_cast<float>(y), 0.0f);
-  for (int y = 0; y < n; ++y)
-    for (int x = 0; x < n; ++x) {
-      const int at = y * (n + 1) + x;
-      mesh.face({at, at + 1, at + n + 2, at + n + 1});
-    }
-  return mesh;
-}
-
-/// Triangles of random position, size and shape.
-inline TestMesh soup(int count, unsigned seed) {
-  TestMesh mesh;
-  mesh.name = "soup of " + std::to_string(count);
-  std::mt19937 random(seed);
-  std::uniform_real_distribution<float> place(-1.0f, 1.0f);
-  for (int i = 0; i < count; ++i) {
-    const Vec3<float> centre(place(random), place(random), place(random));
-    const float size = std::exp2(-8.0f * std::fabs(place(random)));
-    for (int k = 0; k < 3; ++k)
-      mesh.points.push_back(centre +
-                            Vec3<float>(place(random), place(random), place(random)) * size);
-    mesh.face({3 * i, 3 * i + 1, 3 * i + 2});
-  }
-  return mesh;
-}
-
-/// Polygons of five to nine corners around the z axis, stacked.
-inline TestMesh polygons() {
-  TestMesh mesh;
-  mesh.name = "polygons";
-  for (int n = 5; n <= 9; ++n) {
-    const int first = static_cast<int>(mesh.points.size());
-    mesh.counts.push_back(n);
-    for (int k = 0; k < n; ++k) {
-      const double angle = 6.28318530717959 * k / n, radius = k % 2 ? 1.0 : 0.6;
-      mesh.points.emplace_back(static_cast<float>(radius * std::cos(angle)),
-                               static_cast<float>(radius * std::sin(angle)),
-                               0.25f * static_cast<float>(n));
-      mesh.indices.push_back(first + k);
-    }
-  }
-  return mesh;
-}
-
-/// A small detailed ball in a wide flat floor: most triangles share a few cells.
-inline TestMesh stadium(int rings) {
-  TestMesh mesh = bumpySphere(rings, 2 * rings, 0.2f);
-  mesh.name = "stadium";
-  for (auto& p : mesh.points) p = p * 0.5f;
-  const int first = static_cast<int>(mesh.points.size());
-  for (const float x : {-40.0f, 40.0f})
-    for (const float z : {-40.0f, 40.0f}) mesh.points.emplace_back(x, -0.5f, z);
-  mesh.face({first, first + 1, first + 3, first + 2});
-  return mesh;
-}
-
-/// Every way that arrays contradict each other, around one good triangle (face 6) and one good quad
-/// (the last).
-inline TestMesh broken() {
-  TestMesh mesh;
-  mesh.name = "broken";
-  mesh.points = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}, {kNan, 0, 0}, {0, kNan, 0}};
-  mesh.face({0, 1});          // two corners
-  mesh.counts.push_back(-5);  // takes no indices
-  mesh.face({0, 1, 99});      // no such point
-  mesh.face({0, -1, 2});      // nor this
-  mesh.face({0, 1, 4});       // NaN
-  mesh.counts.push_back(0);
-  mesh.face({0, 1, 2});
-  mesh.face({1, 1, 1});         // no area
-  mesh.face({0, 1, 2, 3, -7});  // polygon with a bad corner
-  mesh.face({0, 1, 5, 3, 2});   // polygon with a NaN corner
-  mesh.face({0, 1, 3, 2});
-  mesh.counts.push_back(2147483647);  // beyond the indices, and everything after it
-  mesh.face({0, 1, 2});
-  return mesh;
-}
-
-inline std::vector<TestMesh> sampleMeshes() {
-  std::vector<TestMesh> meshes{cube(),
-                               plane(1),
-                               plane(13),
-                               bumpySphere(6, 8, 0.0f),
-                               bumpySphere(24, 40, 0.3f),
-                               soup(400, 11),
-                               soup(1, 3),
-                               polygons(),
-                               stadium(12),
-                               broken(),
-                               TestMesh{"empty", {}, {}, {}}};
-  TestMesh points{"points without faces", {{0, 0, 0}, {1, 2, 3}}, {}, {}};
-  meshes.push_back(points);
-  TestMesh far = bumpySphere(12, 20, 0.3f);
-  far.name = "far away";
-  for (auto& p : far.points) p = p + Vec3<float>(30000.0f, -20000.0f, 10000.0f);
-  meshes.push_back(far);
-  TestMesh large = bumpySphere(12, 20, 0.3f);
-  large.name = "large";
-  for (auto& p : large.points) p = p * 1e6f;
-  meshes.push_back(large);
-  TestMesh line{"all on a line", {{0, 0, 0}, {1, 1, 1}, {2, 2, 2}}, {3}, {0, 1, 2}};
-  meshes.push_back(line);
-  TestMesh huge{"beyond floats", {{-3e38f, 0, 0}, {3e38f, 0, 0}, {0, 3e38f, 1}}, {3}, {0, 1, 2}};
-  meshes.push_back(huge);
-  return meshes;
-}
-
 // ---- Rays
 
 /// Rays at a mesh: chords and camera rays, and those that find trouble: through vertices, along
@@ -442,7 +273,7 @@ inline std::vector<TestMesh> sampleMeshes() {
 /// empty and endless ranges, zeros of both signs, NaN and infinity.
 class RayMaker {
  public:
-  RayMaker(const TestMesh& mesh, unsigned seed) : mesh_(mesh), random_(seed) {
+  RayMaker(const SampleMesh& mesh, unsigned seed) : mesh_(mesh), random_(seed) {
     for (const auto& p : mesh.points)
       if (std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z)) box_.extendBy(p);
     if (box_.isEmpty()) box_ = Box3<float>(Vec3<float>(-1.0f), Vec3<float>(1.0f));
@@ -530,7 +361,7 @@ class RayMaker {
     return between(from, to);
   }
 
-  const TestMesh& mesh_;
+  const SampleMesh& mesh_;
   std::mt19937 random_;
   Box3<float> box_;
   float size_ = 1.0f;

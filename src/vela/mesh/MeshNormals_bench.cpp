@@ -8,31 +8,15 @@
 #include <vector>
 
 #include "bench/Harness.h"
+#include "support/SampleMeshes.h"
 #include "vela/mesh/MeshNormals.h"
 
 namespace {
 
 using tarn::Vec3;
+using vela_test::SampleMesh;
 
-struct Grid {
-  std::vector<Vec3<float>> points;
-  std::vector<int> counts, indices;
-
-  explicit Grid(int n) {
-    for (int i = 0; i <= n; ++i)
-      for (int j = 0; j <= n; ++j)
-        points.emplace_back(static_cast<float>(j), static_cast<float>(i),
-                            std::sin(0.1f * static_cast<float>(i + j)));
-    const int w = n + 1;
-    counts.assign(static_cast<std::size_t>(n) * static_cast<std::size_t>(n), 4);
-    for (int i = 0; i < n; ++i)
-      for (int j = 0; j < n; ++j)
-        for (const int p : {i * w + j, i * w + j + 1, (i + 1) * w + j + 1, (i + 1) * w + j})
-          indices.push_back(p);
-  }
-};
-
-void calc(const Grid& grid, bool allQuads, ovo::Array<Vec3<float>>& normals) {
+void calc(const SampleMesh& grid, bool allQuads, ovo::Array<Vec3<float>>& normals) {
   vela::calcPointNormals(grid.points.size(), grid.points.data(), grid.indices.size(),
                          grid.indices.data(), grid.counts.size(), grid.counts.data(), false,
                          allQuads, normals, true);
@@ -41,7 +25,7 @@ void calc(const Grid& grid, bool allQuads, ovo::Array<Vec3<float>>& normals) {
 
 // The least that any way of doing it has to touch: the points, the indices and, without a hint, the
 // counts are read, the normals written. 40 MB, 44 with the counts.
-void touchBytes(const Grid& grid, bool withCounts, Vec3<float>* normals) {
+void touchBytes(const SampleMesh& grid, bool withCounts, Vec3<float>* normals) {
   std::memcpy(static_cast<void*>(normals), grid.points.data(),
               grid.points.size() * sizeof(Vec3<float>));
   benchmark::DoNotOptimize(normals);
@@ -52,8 +36,8 @@ void touchBytes(const Grid& grid, bool withCounts, Vec3<float>* normals) {
   benchmark::DoNotOptimize(all);
 }
 
-const Grid& million() {
-  static const Grid grid(1000);
+const SampleMesh& million() {
+  static const SampleMesh grid = vela_test::makeGrid(1000, 1000);
   return grid;
 }
 
@@ -79,7 +63,7 @@ void bytes(benchmark::State& state) {
 }
 
 void vertexNormals(benchmark::State& state) {
-  const Grid& grid = million();
+  const SampleMesh& grid = million();
   ovo::Array<Vec3<float>> normals;
   for (auto _ : state) {
     vela::calcVertexNormals(grid.points.size(), grid.points.data(), grid.indices.size(),

@@ -105,18 +105,49 @@ TEST(MeshDefects, PrimvarsMustFitTheirInterpolation) {
   for (const PrimvarReport& p : report.primvars) EXPECT_EQ(p.fits, p.elements == 4) << p.name;
 }
 
+// How many quads have halves that face opposite ways whichever diagonal cuts them.
+std::size_t countFoldedQuads(const vela_test::SampleMesh& m) {
+  std::size_t folded = 0, first = 0;
+  for (const int n : m.counts) {
+    const auto half = [&](std::size_t a, std::size_t b, std::size_t c) {
+      const auto corner = [&](std::size_t k) {
+        return tarn::Vec3<double>(m.points[static_cast<std::size_t>(m.indices[first + k])]);
+      };
+      return cross(corner(b) - corner(a), corner(c) - corner(a));
+    };
+    if (n == 4 && dot(half(0, 1, 2), half(0, 2, 3)) < 0 && dot(half(1, 2, 3), half(1, 3, 0)) < 0)
+      ++folded;
+    first += static_cast<std::size_t>(n);
+  }
+  return folded;
+}
+
 TEST(MeshDefects, OfTheSampleMeshesTheClosedOnesHaveNoneAndTheBrokenOnesSome) {
   for (const vela_test::SampleMesh& m : vela_test::sampleMeshes()) {
     SCOPED_TRACE(m.name);
     const MeshReport report = inspectMesh(vela_test::topologyOf(m)).value();
     EXPECT_EQ(report.faces, m.counts.size());
     // Of no points at all nothing is wrong, and the largest floats are finite.
-    if (m.broken && m.name != "empty" && m.name != "largest floats") {
+    const bool isSound =
+        m.name == "empty" || m.name == "largest floats" || m.name == "wider than the largest float";
+    if ((m.broken || m.degenerate) && !isSound) {
       EXPECT_FALSE(report.defects.empty());
+    }
+    if (m.degenerate) {
+      EXPECT_TRUE(
+          std::any_of(report.defects.begin(), report.defects.end(), [](const MeshDefect& d) {
+            return d.kind == Kind::flatFace || d.kind == Kind::pointTwice;
+          }));
     }
     if (m.closed && !m.broken) {
       EXPECT_EQ(report.borderEdges, 0u);
-      for (const MeshDefect& d : report.defects) ADD_FAILURE() << describe(d.kind);
+      // The quads of the rough spheres are so bent that some fold over.
+      std::size_t folded = 0;
+      for (const MeshDefect& d : report.defects) {
+        EXPECT_EQ(d.kind, Kind::foldedFace) << describe(d.kind);
+        folded += d.count;
+      }
+      EXPECT_EQ(folded, m.convex ? 0 : countFoldedQuads(m));
     }
   }
 }

@@ -295,8 +295,8 @@ TEST(Refine, EverySampleMeshIsShownBrokenOnesToo) {
         const std::shared_ptr<ovo::Stage> stage = ovo::Stage::createInMemory();
         const ovo::MeshPrim prim = ovo::MeshPrim::define(stage, ovo::Path("/M"));
         prim.setPoints(m.points);
-        prim.createFaceVertexCountsAttr().set(ovo::Array<int>(m.counts));
-        prim.createFaceVertexIndicesAttr().set(ovo::Array<int>(m.indices));
+        prim.createFaceVertexCountsAttr().set(m.counts);
+        prim.createFaceVertexIndicesAttr().set(m.indices);
         prim.setSubdivisionScheme(ovo::Token(scheme));
         MeshFilter filter;
         filter.subdivisionLevel = level;

@@ -12,7 +12,7 @@
 #include "ovo/MeshPrim.h"
 #include "ovo/Stage.h"
 #include "ovo/Xform.h"
-#include "support/ClosedMeshes.h"
+#include "support/SampleMeshes.h"
 #include "support/SharedData.h"
 #include "vela/mesh/Triangulate.h"
 #include "vela/trace/SceneTracer.h"
@@ -34,8 +34,8 @@ using vela::TracerHit;
 struct Soup {
   std::vector<Vec3<float>> corners;
 
-  void add(const std::vector<Vec3<float>>& points, const std::vector<int>& counts,
-           const std::vector<int>& indices, const Mat4<double>& matrix) {
+  void add(const ovo::Array<Vec3<float>>& points, const ovo::Array<int>& counts,
+           const ovo::Array<int>& indices, const Mat4<double>& matrix) {
     std::vector<int> cut;
     std::size_t begin = 0;
     for (const int count : counts) {
@@ -228,7 +228,7 @@ void expectAgreement(const SceneTracer& tracer, const Soup& soup, int count, uns
 
 TEST(SceneTracerAgainstEmbree, GeneratedMeshes) {
   unsigned seed = 1;
-  for (const vela_test::ClosedMesh& mesh :
+  for (const vela_test::SampleMesh& mesh :
        {vela_test::makeCube(), vela_test::makeIcosphere(4), vela_test::makeTorus(60, 30),
         vela_test::makeBumpySphere(20000)}) {
     SceneTracer tracer;
@@ -241,7 +241,7 @@ TEST(SceneTracerAgainstEmbree, GeneratedMeshes) {
 }
 
 TEST(SceneTracerAgainstEmbree, PlacedCopies) {
-  const vela_test::ClosedMesh mesh = vela_test::makeBumpySphere(500);
+  const vela_test::SampleMesh mesh = vela_test::makeBumpySphere(500);
   Random random(9);
   SceneTracer tracer;
   Soup soup;
@@ -283,8 +283,7 @@ void expectAgreementOnFile(const std::string& relative, unsigned seed) {
     if (!mesh.getPoints(points) || !mesh.getFaceTopology(counts, indices, isReversed)) continue;
     const Mat4<double> world = cache.getLocalToWorld(mesh);
     tracer.addPlacement(tracer.addMesh(mesh), world);
-    soup.add({points.cbegin(), points.cend()}, {counts.cbegin(), counts.cend()},
-             {indices.cbegin(), indices.cend()}, world);
+    soup.add(points, counts, indices, world);
   }
   tracer.build();
   expectAgreement(tracer, soup, 20000, seed);

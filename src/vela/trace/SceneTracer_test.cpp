@@ -13,7 +13,7 @@
 
 #include "ovo/MeshPrim.h"
 #include "ovo/Stage.h"
-#include "support/ClosedMeshes.h"
+#include "support/SampleMeshes.h"
 #include "vela/mesh/Triangulate.h"
 #include "vela/trace/detail/TracerMath.h"
 
@@ -24,21 +24,17 @@ using tarn::Ray;
 using tarn::Vec3;
 using vela::SceneTracer;
 using vela::TracerHit;
-using vela_test::ClosedMesh;
+using vela_test::makeSquare;
+using vela_test::SampleMesh;
 
 constexpr float kInf = std::numeric_limits<float>::infinity();
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 
-/// A square of two units a side at height z, seen from above, as one quad.
-ClosedMesh makeSquare(float z = 0.0f) {
-  return {{{-1, -1, z}, {1, -1, z}, {1, 1, z}, {-1, 1, z}}, {4}, {0, 1, 2, 3}};
-}
-
-std::uint32_t addMesh(SceneTracer& tracer, const ClosedMesh& mesh) {
+std::uint32_t addMesh(SceneTracer& tracer, const SampleMesh& mesh) {
   return tracer.addMesh(mesh.points, mesh.counts, mesh.indices);
 }
 
-SceneTracer makeTracer(const ClosedMesh& mesh, const Mat4<double>& matrix = Mat4<double>()) {
+SceneTracer makeTracer(const SampleMesh& mesh, const Mat4<double>& matrix = Mat4<double>()) {
   SceneTracer tracer;
   tracer.addPlacement(addMesh(tracer, mesh), matrix);
   tracer.build();
@@ -59,18 +55,42 @@ class PlainLoop {
     int face = 0;
   };
 
-  void add(const ClosedMesh& source, const Mat4<double>& matrix) {
+  /// Whether a face is used: all of its corners are points, and finite.
+  static bool isSound(const SampleMesh& mesh, std::size_t face, std::size_t begin) {
+    if (!mesh.usable(face)) return false;
+    for (std::size_t k = 0; k < static_cast<std::size_t>(mesh.counts[face]); ++k) {
+      const Vec3<float> p = mesh.points[static_cast<std::size_t>(mesh.indices[begin + k])];
+      if (!std::isfinite(p.x) || !std::isfinite(p.y) || !std::isfinite(p.z)) return false;
+    }
+    return true;
+  }
+
+  void add(const SampleMesh& source, const Mat4<double>& matrix) {
     Placed placed;
     Vec3<float> low(kInf), high(-kInf);
     std::vector<int> cut;
     std::vector<Vec3<float>> corners;
     std::size_t begin = 0;
     for (std::size_t f = 0; f < source.counts.size(); ++f) {
-      const int n = source.counts[f];
+      const int n = std::max(source.counts[f], 0);
+      if (!isSound(source, f, begin)) {
+        begin += static_cast<std::size_t>(n);
+        continue;
+      }
       vela::triangulatePolygon(source.points.data(), source.indices.data() + begin, n, cut);
-      for (const int k : cut)
-        corners.push_back(source.points[static_cast<std::size_t>(
-            source.indices[begin + static_cast<std::size_t>(k)])]);
+      // A face without area is not used, as SceneTracer::addMesh says; a triangle of another face
+      // may have none.
+      const auto at = [&](std::size_t k) {
+        return source.points[static_cast<std::size_t>(
+            source.indices[begin + static_cast<std::size_t>(cut[k])])];
+      };
+      bool hasArea = false;
+      for (std::size_t k = 0; k + 2 < cut.size(); k += 3) {
+        const Vec3<double> a(at(k)), b(at(k + 1)), c(at(k + 2));
+        hasArea = hasArea || cross(b - a, c - a) != Vec3<double>();
+      }
+      if (!hasArea) cut.clear();
+      for (std::size_t k = 0; k < cut.size(); ++k) corners.push_back(at(k));
       for (std::size_t k = 0; k < cut.size(); k += 3) placed.faces.push_back(static_cast<int>(f));
       begin += static_cast<std::size_t>(n);
     }
@@ -258,11 +278,11 @@ TEST(SceneTracer, EqualDistancesGoToTheLowerPlacement) {
 }
 
 TEST(SceneTracer, EqualDistancesGoToTheLowerFace) {
-  ClosedMesh mesh;
+  SampleMesh mesh;
   for (int copy = 0; copy < 40; ++copy) {
-    const ClosedMesh square = makeSquare();
+    const SampleMesh square = makeSquare();
     for (const int i : square.indices) mesh.indices.push_back(i + 4 * copy);
-    mesh.points.insert(mesh.points.end(), square.points.begin(), square.points.end());
+    for (const Vec3<float>& p : square.points) mesh.points.push_back(p);
     mesh.counts.push_back(4);
   }
   TracerHit hit;
@@ -312,7 +332,8 @@ TEST(SceneTracer, MirroredPlacementTurnsTheNormalByTheInverseTranspose) {
 
 TEST(SceneTracer, UnevenScaleKeepsTheNormalUpright) {
   // The plane x + z = 0; doubled along x it is x / 2 + z = 0.
-  const ClosedMesh slope = {{{-1, -1, 1}, {1, -1, -1}, {1, 1, -1}, {-1, 1, 1}}, {4}, {0, 1, 2, 3}};
+  const SampleMesh slope = {
+      "slope", {{-1, -1, 1}, {1, -1, -1}, {1, 1, -1}, {-1, 1, 1}}, {4}, {0, 1, 2, 3}};
   Mat4<double> wide;
   wide.scale(2, 1, 1);
   TracerHit hit;
@@ -323,13 +344,13 @@ TEST(SceneTracer, UnevenScaleKeepsTheNormalUpright) {
 }
 
 TEST(SceneTracer, AnyScaleGivesTheSamePicture) {
-  const ClosedMesh ball = vela_test::makeIcosphere(3);
+  const SampleMesh ball = vela_test::makeIcosphere(3);
   const SceneTracer unit = makeTracer(ball);
   for (const int exponent : {-100, -33, 33, 100}) {
     const double size = std::ldexp(1.0, exponent);
     Mat4<double> scaled;
     scaled.scale(size, size, size);
-    ClosedMesh small = ball;
+    SampleMesh small = ball;
     for (Vec3<float>& p : small.points) p = p * static_cast<float>(size);
     const SceneTracer placed = makeTracer(ball, scaled), modelled = makeTracer(small);
     Random random(7);
@@ -367,11 +388,11 @@ TEST(SceneTracer, TinyPlacementIsSeenFromFarWithItsFrontBeforeItsBack) {
 TEST(SceneTracer, FacesThatCannotBeUsedAreSkippedAndCounted) {
   // Each of the bad faces lies above the good one, so a ray that hit it would say so.
   const float up = 1.0f;
-  ClosedMesh mesh = makeSquare(up);
+  SampleMesh mesh = makeSquare(up);
   mesh.points.push_back({0, 0, kNan});
   mesh.points.push_back({kInf, 0, up});
-  const ClosedMesh low = makeSquare(0.0f);
-  mesh.points.insert(mesh.points.end(), low.points.begin(), low.points.end());  // 6 to 9
+  const SampleMesh low = makeSquare(0.0f);
+  for (const Vec3<float>& p : low.points) mesh.points.push_back(p);  // 6 to 9
   mesh.counts = {2, -3, 0, 4, 3, 3, 3, 4, 4, 100};
   mesh.indices = {0, 1,          // two corners
                   0, 1, 2,  10,  // out of range
@@ -390,11 +411,11 @@ TEST(SceneTracer, FacesThatCannotBeUsedAreSkippedAndCounted) {
 }
 
 TEST(SceneTracer, MeshesWithoutUsableFacesAreMissed) {
-  for (const ClosedMesh& mesh :
-       {ClosedMesh{}, ClosedMesh{{{0, 0, 0}}, {3}, {0, 0, 0}}, ClosedMesh{{}, {3}, {0, 1, 2}},
-        ClosedMesh{{{0, 0, 0}, {1, 0, 0}, {2, 0, 0}}, {3}, {0, 1, 2}},
-        ClosedMesh{makeSquare().points, {}, {0, 1, 2, 3}},
-        ClosedMesh{makeSquare().points, {4}, {}}}) {
+  for (const SampleMesh& mesh : {SampleMesh{}, SampleMesh{"", {{0, 0, 0}}, {3}, {0, 0, 0}},
+                                 SampleMesh{"", {}, {3}, {0, 1, 2}},
+                                 SampleMesh{"", {{0, 0, 0}, {1, 0, 0}, {2, 0, 0}}, {3}, {0, 1, 2}},
+                                 SampleMesh{"", makeSquare().points, {}, {0, 1, 2, 3}},
+                                 SampleMesh{"", makeSquare().points, {4}, {}}}) {
     const SceneTracer tracer = makeTracer(mesh);
     TracerHit hit;
     EXPECT_FALSE(tracer.intersect(kDown, hit));
@@ -404,24 +425,24 @@ TEST(SceneTracer, MeshesWithoutUsableFacesAreMissed) {
 
 TEST(SceneTracer, EqualMeshesAreStoredOnce) {
   SceneTracer tracer;
-  const ClosedMesh square = makeSquare();
+  const SampleMesh square = makeSquare();
   const std::uint32_t a = addMesh(tracer, square), b = addMesh(tracer, square);
   EXPECT_EQ(a, b);
-  ClosedMesh moved = square;
+  SampleMesh moved = square;
   moved.points[3].z = -0.0f;  // equal as a number, not in its bits
   EXPECT_NE(addMesh(tracer, moved), a);
-  ClosedMesh turned = square;
+  SampleMesh turned = square;
   std::swap(turned.indices[0], turned.indices[2]);
   EXPECT_NE(addMesh(tracer, turned), a);
   // The same numbers cut into faces otherwise.
-  ClosedMesh cut = square;
+  SampleMesh cut = square;
   cut.counts = {3, 1};
   EXPECT_NE(addMesh(tracer, cut), a);
   EXPECT_EQ(tracer.numMeshes(), 4u);
 }
 
 TEST(SceneTracer, BarycentricsAndCornersLeadBackToThePosition) {
-  const ClosedMesh torus = vela_test::makeTorus(24, 12);
+  const SampleMesh torus = vela_test::makeTorus(24, 12);
   Random random(3);
   Mat4<double> matrix = randomRotation(random);
   matrix.scale(2, 0.5, 3);
@@ -449,8 +470,10 @@ TEST(SceneTracer, BarycentricsAndCornersLeadBackToThePosition) {
 TEST(SceneTracer, ConcavePolygonIsOpenInItsNotchAtAnySize) {
   for (const float size : {1e-6f, 1.0f, 1e6f}) {
     // An arrowhead: the notch is the part between its legs.
-    ClosedMesh arrow = {
-        {{0, 2, 0}, {-2, -2, 0}, {0, 0, 0}, {2, -2, 0}, {1.5f, -1, 0}}, {5}, {0, 1, 2, 3, 4}};
+    SampleMesh arrow = {"arrow",
+                        {{0, 2, 0}, {-2, -2, 0}, {0, 0, 0}, {2, -2, 0}, {1.5f, -1, 0}},
+                        {5},
+                        {0, 1, 2, 3, 4}};
     for (Vec3<float>& p : arrow.points) p = p * size;
     const SceneTracer tracer = makeTracer(arrow);
     TracerHit hit;
@@ -463,7 +486,8 @@ TEST(SceneTracer, ConcavePolygonIsOpenInItsNotchAtAnySize) {
 TEST(SceneTracer, CornerOnAnEdgeLeavesNoGapToTheNeighbour) {
   // The upper face has a corner in the middle of the shared line, the lower one has none... and one
   // more of each kind.
-  const ClosedMesh mesh = {
+  const SampleMesh mesh = {
+      "corner on an edge",
       {{-1, 0, 0}, {1, 0, 0}, {0.3f, 0, 0}, {1, 1, 0.1f}, {-1, 1, 0.2f}, {1, -1, 0}, {-1, -1, 0}},
       {5, 5},
       {0, 2, 1, 3, 4, 6, 5, 1, 2, 0}};
@@ -493,7 +517,7 @@ TEST(SceneTracer, WhatIsAddedIsSeenAfterTheNextBuild) {
 
 TEST(SceneTracer, OnePlacementAnswersAsIfItWereAlone) {
   Random random(6);
-  const ClosedMesh meshes[] = {vela_test::makeBumpySphere(500), makeSquare()};
+  const SampleMesh meshes[] = {vela_test::makeBumpySphere(500), makeSquare()};
   SceneTracer all;
   std::vector<SceneTracer> alone;
   for (int i = 0; i < 30; ++i) {
@@ -580,7 +604,7 @@ TEST(SceneTracer, PlacementsAreCompact) {
 TEST(SceneTracer, MeshPrimsAreReadAtTheTimeGiven) {
   const auto stage = ovo::Stage::createInMemory();
   const ovo::MeshPrim prim = ovo::MeshPrim::define(stage, ovo::Path("/square"));
-  const ClosedMesh low = makeSquare(0.0f), high = makeSquare(2.0f);
+  const SampleMesh low = makeSquare(0.0f), high = makeSquare(2.0f);
   ASSERT_TRUE(prim.setPoints(low.points, 1.0));
   ASSERT_TRUE(prim.setPoints(high.points, 2.0));
   ASSERT_TRUE(prim.createFaceVertexCountsAttr().set(ovo::Array<int>(low.counts)));
@@ -611,15 +635,22 @@ struct Scene {
 
   Scene() { plain.setKernel(SceneTracer::Kernel::plain); }
 
-  void add(Random& random, const ClosedMesh& mesh, const Mat4<double>& matrix) {
+  void add(Random& random, const SampleMesh& mesh, const Mat4<double>& matrix) {
     for (SceneTracer* tracer : {&fast, &plain})
       tracer->addPlacement(addMesh(*tracer, mesh), matrix);
     loop.add(mesh, matrix);
     ++placements;
+    // A corner that a broken mesh does not have is the origin.
+    const auto corner = [&](std::size_t vertex) {
+      if (vertex >= mesh.indices.size()) return Vec3<float>();
+      const int p = mesh.indices[vertex];
+      const bool isPoint = p >= 0 && static_cast<std::size_t>(p) < mesh.points.size();
+      return isPoint ? mesh.points[static_cast<std::size_t>(p)] : Vec3<float>();
+    };
+    const std::size_t pairs = std::max<std::size_t>(mesh.indices.size(), 2) - 1;
     for (int i = 0; i < 40; ++i) {
-      const std::size_t at = random() % (mesh.indices.size() - 1);
-      const Vec3<float> a = mesh.points[static_cast<std::size_t>(mesh.indices[at])];
-      const Vec3<float> b = mesh.points[static_cast<std::size_t>(mesh.indices[at + 1])];
+      const std::size_t at = random() % pairs;
+      const Vec3<float> a = corner(at), b = corner(at + 1);
       const float mix = i % 2 == 0 ? 0.0f : uniform(random, 0, 1);
       const Vec3<double> local(a * (1 - mix) + b * mix);
       targets.emplace_back(matrix.transformPoint(local));
@@ -690,12 +721,12 @@ void compareScenes(unsigned seed, int scenes, int rays, Mat4<double> (*makeMatri
     SCOPED_TRACE(testing::Message() << "seed " << here);
     Random random(here);
     Scene scene;
-    const ClosedMesh meshes[] = {vela_test::makeCube(), vela_test::makeIcosphere(1),
+    const SampleMesh meshes[] = {vela_test::makeCube(), vela_test::makeIcosphere(1),
                                  vela_test::makeTorus(9, 7), vela_test::makeBumpySphere(300),
                                  makeSquare()};
     const int count = 1 + static_cast<int>(random() % 12);
     for (int i = 0; i < count; ++i) {
-      const ClosedMesh& mesh = meshes[random() % 5];
+      const SampleMesh& mesh = meshes[random() % 5];
       const Mat4<double> matrix = makeMatrix(random, size);
       scene.add(random, mesh, matrix);
       if (random() % 4 == 0) scene.add(random, mesh, matrix);  // a tie for every ray
@@ -758,7 +789,7 @@ TEST(SceneTracerAgainstPlainLoop, FarFromTheOrigin) {
 }
 
 TEST(SceneTracerAgainstPlainLoop, OneDenseMeshInPlace) {
-  for (const ClosedMesh& mesh :
+  for (const SampleMesh& mesh :
        {vela_test::makeBumpySphere(6000), vela_test::makeTorus(40, 30, 1.0f, 0.01f)}) {
     Random random(400);
     Scene scene;
@@ -773,10 +804,33 @@ TEST(SceneTracerAgainstPlainLoop, OneDenseMeshInPlace) {
   }
 }
 
+TEST(SceneTracerAgainstPlainLoop, EverySampleMesh) {
+  for (const SampleMesh& mesh : vela_test::sampleMeshes()) {
+    SCOPED_TRACE(mesh.name);
+    Random random(450);
+    Scene scene;
+    scene.add(random, mesh, Mat4<double>());
+    scene.build();
+    float reach = 0.0f;
+    for (const Vec3<float>& p : mesh.points)
+      for (std::size_t i = 0; i < 3; ++i)
+        if (std::isfinite(p[i])) reach = std::max(reach, std::fabs(p[i]));
+    reach = reach > 0.0f ? std::min(reach * 1.5f, 1e38f) : 1.0f;
+    int hits = 0;
+    for (int r = 0; r < 1000 && !HasFatalFailure(); ++r) {
+      SCOPED_TRACE(testing::Message() << "ray " << r);
+      scene.compare(scene.randomRay(random, reach), hits);
+    }
+    if (mesh.closed) {
+      EXPECT_GT(hits, 200);
+    }
+  }
+}
+
 TEST(SceneTracerAgainstPlainLoop, NeedlesAndSlivers) {
   // Triangles a million times longer than wide, in every direction, where float areas say little.
   Random random(500);
-  ClosedMesh mesh;
+  SampleMesh mesh;
   for (int i = 0; i < 400; ++i) {
     const Vec3<float> a = randomPoint(random, 1), along = randomPoint(random, 1);
     const Vec3<float> b = a + along,
@@ -847,7 +901,7 @@ TEST(SceneTracerWithDoubleRays, EqualThePlainLoopFarFromTheOrigin) {
       here = here * randomRotation(random);
       Mat4<double> there;
       there.translate(middle.x, middle.y, middle.z);
-      const ClosedMesh mesh = i % 2 == 0 ? vela_test::makeIcosphere(1) : vela_test::makeTorus(9, 7);
+      const SampleMesh mesh = i % 2 == 0 ? vela_test::makeIcosphere(1) : vela_test::makeTorus(9, 7);
       targets.add(random, mesh, here);
       scene.add(random, mesh, there * here);
     }
@@ -1003,7 +1057,7 @@ Ray<float> hostile(Random& random, Ray<float> ray) {
 
 Scene makeScene(Random& random, int placements, float size) {
   Scene scene;
-  const ClosedMesh meshes[] = {vela_test::makeCube(), vela_test::makeIcosphere(2),
+  const SampleMesh meshes[] = {vela_test::makeCube(), vela_test::makeIcosphere(2),
                                vela_test::makeTorus(9, 7), vela_test::makeBumpySphere(900),
                                makeSquare()};
   for (int i = 0; i < placements; ++i) {
@@ -1012,7 +1066,7 @@ Scene makeScene(Random& random, int placements, float size) {
     m = m * randomRotation(random);
     const double s = static_cast<double>(uniform(random, 0.2f, 1.0f));
     m.scale(random() % 5 == 0 ? -s : s, s, s);
-    const ClosedMesh& mesh = meshes[placements == 1 ? 3 : random() % 5];
+    const SampleMesh& mesh = meshes[placements == 1 ? 3 : random() % 5];
     scene.add(random, mesh, m);
     if (i % 7 == 6) scene.add(random, mesh, m);  // a tie for every ray
   }
@@ -1075,13 +1129,13 @@ TEST(SceneTracerSpans, ThirtyThousandRaysInOneCall) {
 
 TEST(SceneTracerSpans, DeepTreesAndPlacementsWithoutABoxToo) {
   // Triangles that halve their distance to the origin each time: any tree over them is deep.
-  ClosedMesh spiral;
+  SampleMesh spiral;
   for (int i = 0; i < 2000; ++i) {
     const float at = std::ldexp(1.0f, -(i / 16)) * (1.0f + static_cast<float>(i % 16) / 16.0f);
     const auto first = static_cast<int>(spiral.points.size());
-    spiral.points.insert(spiral.points.end(), {{at, 0, 0}, {at, at, 0}, {at, 0, at}});
-    spiral.indices.insert(spiral.indices.end(), {first, first + 1, first + 2});
-    spiral.counts.push_back(3);
+    for (const Vec3<float>& p : {Vec3<float>(at, 0, 0), {at, at, 0}, {at, 0, at}})
+      spiral.points.push_back(p);
+    spiral.addFace({first, first + 1, first + 2});
   }
   Random random(712);
   Scene scene;
@@ -1104,7 +1158,7 @@ TEST(SceneTracerSpans, DeepTreesAndPlacementsWithoutABoxToo) {
 
 // Nothing slips through.
 
-int countLost(const ClosedMesh& mesh, const Mat4<double>& matrix, int rays, unsigned seed,
+int countLost(const SampleMesh& mesh, const Mat4<double>& matrix, int rays, unsigned seed,
               double inside) {
   const SceneTracer tracer = makeTracer(mesh, matrix);
   Random random(seed);
@@ -1129,16 +1183,16 @@ int countLost(const ClosedMesh& mesh, const Mat4<double>& matrix, int rays, unsi
   return lost;
 }
 
-TEST(SceneTracerIsWatertight, RaysAtEdgesAndCornersOfClosedMeshesAllHit) {
+TEST(SceneTracerIsWatertight, RaysAtEdgesAndCornersOfSampleMeshesAllHit) {
   // From inside a closed mesh every ray must hit, wherever rounding takes it. The meshes have faces
   // of one size each.
-  const ClosedMesh meshes[] = {vela_test::makeIcosphere(3), vela_test::makeCube(),
+  const SampleMesh meshes[] = {vela_test::makeIcosphere(3), vela_test::makeCube(),
                                vela_test::makeBumpySphere(5000)};
   unsigned seed = 1;
-  for (const ClosedMesh& mesh : meshes)
+  for (const SampleMesh& mesh : meshes)
     EXPECT_EQ(countLost(mesh, Mat4<double>(), 150000, seed++, 0.5), 0);
   // Inside the tube of a torus: from the ring's centre line.
-  const ClosedMesh torus = vela_test::makeTorus(40, 20);
+  const SampleMesh torus = vela_test::makeTorus(40, 20);
   const SceneTracer tracer = makeTracer(torus);
   Random random(9);
   for (int i = 0; i < 150000; ++i) {
@@ -1151,7 +1205,7 @@ TEST(SceneTracerIsWatertight, RaysAtEdgesAndCornersOfClosedMeshesAllHit) {
 
 TEST(SceneTracerIsWatertight, UnderRotationsAndScalesToo) {
   Random random(77);
-  const ClosedMesh meshes[] = {vela_test::makeIcosphere(2), vela_test::makeCube(),
+  const SampleMesh meshes[] = {vela_test::makeIcosphere(2), vela_test::makeCube(),
                                vela_test::makeBumpySphere(2000)};
   for (unsigned i = 0; i < 12; ++i) {
     Mat4<double> m;
