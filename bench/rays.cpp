@@ -42,9 +42,9 @@
 
 namespace {
 
-using tarn::Mat4;
-using tarn::Ray;
-using tarn::Vec3;
+using tarn::Mat4d;
+using tarn::Ray3f;
+using tarn::Vec3f;
 using vela_bench::median;
 using vela_test::SampleMesh;
 /// Processor time, not time on the wall: other programs may run meanwhile.
@@ -54,7 +54,7 @@ double secondsSince(double start) { return processorSeconds() - start; }
 struct Scene {
   std::string name;
   SampleMesh mesh;
-  std::vector<Mat4<double>> placements;
+  std::vector<Mat4d> placements;
   float radius = 1.15f;
   bool isSmall = false;
 };
@@ -63,7 +63,7 @@ struct Scene {
 /// away.
 struct Candidate {
   std::string name;
-  std::function<double(const std::vector<Ray<float>>&)> closest, any;
+  std::function<double(const std::vector<Ray3f>&)> closest, any;
   double buildSeconds = 0.0;
   double bytesPerTriangle = 0.0;  ///< 0: not known
 };
@@ -77,30 +77,30 @@ void addTracer(const Scene& scene, std::vector<Candidate>& out) {
   const auto start = processorSeconds();
   const std::uint32_t mesh =
       tracer->addMesh(scene.mesh.points, scene.mesh.counts, scene.mesh.indices);
-  for (const Mat4<double>& m : scene.placements) tracer->addPlacement(mesh, m);
+  for (const Mat4d& m : scene.placements) tracer->addPlacement(mesh, m);
   tracer->build();
   Candidate one;
   one.name = "tracer";
   one.buildSeconds = secondsSince(start);
   one.bytesPerTriangle =
       static_cast<double>(tracer->memoryUsage()) / static_cast<double>(numTriangles(scene));
-  one.closest = [tracer](const std::vector<Ray<float>>& rays) {
+  one.closest = [tracer](const std::vector<Ray3f>& rays) {
     double sum = 0.0;
-    for (const Ray<float>& ray : rays) {
+    for (const Ray3f& ray : rays) {
       vela::TracerHit hit;
       if (tracer->intersect(ray, hit)) sum += hit.distance;
     }
     return sum;
   };
-  one.any = [tracer](const std::vector<Ray<float>>& rays) {
+  one.any = [tracer](const std::vector<Ray3f>& rays) {
     double sum = 0.0;
-    for (const Ray<float>& ray : rays) sum += tracer->occluded(ray) ? 1.0 : 0.0;
+    for (const Ray3f& ray : rays) sum += tracer->occluded(ray) ? 1.0 : 0.0;
     return sum;
   };
   Candidate span = one;
   span.name = "tracer span";
   span.closest = [tracer, hits = std::make_shared<std::vector<vela::TracerHit>>()](
-                     const std::vector<Ray<float>>& rays) {
+                     const std::vector<Ray3f>& rays) {
     constexpr std::size_t chunk = 4096;
     hits->resize(chunk);
     double sum = 0.0;
@@ -112,7 +112,7 @@ void addTracer(const Scene& scene, std::vector<Candidate>& out) {
     }
     return sum;
   };
-  span.any = [tracer](const std::vector<Ray<float>>& rays) {
+  span.any = [tracer](const std::vector<Ray3f>& rays) {
     constexpr std::size_t chunk = 4096;
     static bool answers[chunk];
     double sum = 0.0;
@@ -141,25 +141,25 @@ void addGiven(const char* name, const Scene& scene, std::vector<Candidate>& out,
   Candidate candidate;
   candidate.name = name;
   candidate.buildSeconds = secondsSince(start);
-  const auto ask = [model, structure](const std::vector<Ray<float>>& rays, bool isNearest) {
+  const auto ask = [model, structure](const std::vector<Ray3f>& rays, bool isNearest) {
     vela::IntersectionContext context;
     context.nearestHit = isNearest;
     double sum = 0.0;
-    for (const Ray<float>& ray : rays) {
+    for (const Ray3f& ray : rays) {
       vela::CollisionResult result;
       if (structure->intersect(context, ray, result))
         sum += isNearest ? std::fabs(static_cast<double>(result.distance)) : 1.0;
     }
     return sum;
   };
-  candidate.closest = [ask](const std::vector<Ray<float>>& rays) { return ask(rays, true); };
-  candidate.any = [ask](const std::vector<Ray<float>>& rays) { return ask(rays, false); };
+  candidate.closest = [ask](const std::vector<Ray3f>& rays) { return ask(rays, true); };
+  candidate.any = [ask](const std::vector<Ray3f>& rays) { return ask(rays, false); };
   out.push_back(candidate);
 }
 
 /// Placed copies as prims of a scene, through the detector. Its grids are built by the first rays,
 /// so a few are sent ahead.
-void addHitDetector(const Scene& scene, const std::vector<Ray<float>>& firstRays,
+void addHitDetector(const Scene& scene, const std::vector<Ray3f>& firstRays,
                     std::vector<Candidate>& out) {
   const auto stage = ovo::Stage::createInMemory();
   for (std::size_t i = 0; i < scene.placements.size(); ++i) {
@@ -174,11 +174,11 @@ void addHitDetector(const Scene& scene, const std::vector<Ray<float>>& firstRays
   const auto detector = std::make_shared<vela::HitDetector>(*model);
   Candidate candidate;
   candidate.name = "hit detector";
-  const auto ask = [model, detector](const std::vector<Ray<float>>& rays, bool isNearest) {
+  const auto ask = [model, detector](const std::vector<Ray3f>& rays, bool isNearest) {
     vela::IntersectionContext context;
     context.nearestHit = isNearest;
     double sum = 0.0;
-    for (const Ray<float>& ray : rays) {
+    for (const Ray3f& ray : rays) {
       vela::CollisionResult result;
       if (detector->intersect(context, ray, result))
         sum += isNearest ? std::fabs(static_cast<double>(result.distance)) : 1.0;
@@ -187,8 +187,8 @@ void addHitDetector(const Scene& scene, const std::vector<Ray<float>>& firstRays
   };
   ask(firstRays, true);
   candidate.buildSeconds = secondsSince(start);
-  candidate.closest = [ask](const std::vector<Ray<float>>& rays) { return ask(rays, true); };
-  candidate.any = [ask](const std::vector<Ray<float>>& rays) { return ask(rays, false); };
+  candidate.closest = [ask](const std::vector<Ray3f>& rays) { return ask(rays, true); };
+  candidate.any = [ask](const std::vector<Ray3f>& rays) { return ask(rays, false); };
   out.push_back(candidate);
 }
 
@@ -212,10 +212,10 @@ struct EmbreeScene {
     mesh = rtcNewScene(device);
     rtcSetSceneFlags(mesh, flags);
     RTCGeometry geometry = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_TRIANGLE);
-    auto* points = static_cast<float*>(
-        rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3,
-                                sizeof(Vec3<float>), source.mesh.points.size()));
-    std::memcpy(points, source.mesh.points.data(), source.mesh.points.size() * sizeof(Vec3<float>));
+    auto* points = static_cast<float*>(rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0,
+                                                               RTC_FORMAT_FLOAT3, sizeof(Vec3f),
+                                                               source.mesh.points.size()));
+    std::memcpy(points, source.mesh.points.data(), source.mesh.points.size() * sizeof(Vec3f));
     auto* indices = static_cast<unsigned*>(
         rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3,
                                 3 * sizeof(unsigned), source.mesh.indices.size() / 3));
@@ -227,7 +227,7 @@ struct EmbreeScene {
     if (source.placements.size() == 1) return;
     scene = rtcNewScene(device);
     rtcSetSceneFlags(scene, flags);
-    for (const Mat4<double>& m : source.placements) {
+    for (const Mat4d& m : source.placements) {
       RTCGeometry instance = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_INSTANCE);
       rtcSetGeometryInstancedScene(instance, mesh);
       float columns[12];
@@ -250,7 +250,7 @@ struct EmbreeScene {
   [[nodiscard]] RTCScene top() const { return scene ? scene : mesh; }
 };
 
-void setRay(const Ray<float>& ray, RTCRay& out) {
+void setRay(const Ray3f& ray, RTCRay& out) {
   out.org_x = ray.origin.x;
   out.org_y = ray.origin.y;
   out.org_z = ray.origin.z;
@@ -273,11 +273,11 @@ void addEmbree(const Scene& scene, bool isRobust, std::vector<Candidate>& out) {
   candidate.buildSeconds = secondsSince(start);
   candidate.bytesPerTriangle =
       static_cast<double>(embree->bytes) / static_cast<double>(numTriangles(scene));
-  candidate.closest = [embree](const std::vector<Ray<float>>& rays) {
+  candidate.closest = [embree](const std::vector<Ray3f>& rays) {
     RTCIntersectContext context;
     rtcInitIntersectContext(&context);
     double sum = 0.0;
-    for (const Ray<float>& ray : rays) {
+    for (const Ray3f& ray : rays) {
       RTCRayHit hit;
       setRay(ray, hit.ray);
       hit.hit.geomID = RTC_INVALID_GEOMETRY_ID;
@@ -287,11 +287,11 @@ void addEmbree(const Scene& scene, bool isRobust, std::vector<Candidate>& out) {
     }
     return sum;
   };
-  candidate.any = [embree](const std::vector<Ray<float>>& rays) {
+  candidate.any = [embree](const std::vector<Ray3f>& rays) {
     RTCIntersectContext context;
     rtcInitIntersectContext(&context);
     double sum = 0.0;
-    for (const Ray<float>& ray : rays) {
+    for (const Ray3f& ray : rays) {
       RTCRay r;
       setRay(ray, r);
       rtcOccluded1(embree->top(), &context, &r);
@@ -307,15 +307,15 @@ void addEmbree(const Scene& scene, bool isRobust, std::vector<Candidate>& out) {
 
 using Random = std::mt19937_64;
 
-Vec3<float> onSphere(Random& random, float radius) {
+Vec3f onSphere(Random& random, float radius) {
   std::normal_distribution<float> normal;
   const float x = normal(random), y = normal(random), z = normal(random);
-  return Vec3<float>(x, y, z).normalized() * radius;
+  return Vec3f(x, y, z).normalized() * radius;
 }
 
 /// A pinhole picture in tiles of 16 by 16.
-std::vector<Ray<float>> cameraRays(const Scene& scene, int size) {
-  std::vector<Ray<float>> rays;
+std::vector<Ray3f> cameraRays(const Scene& scene, int size) {
+  std::vector<Ray3f> rays;
   const float distance = scene.radius * 2.6f, spread = scene.placements.size() == 1 ? 0.98f : 1.1f;
   for (int ty = 0; ty < size; ty += 16)
     for (int tx = 0; tx < size; tx += 16)
@@ -323,34 +323,33 @@ std::vector<Ray<float>> cameraRays(const Scene& scene, int size) {
         for (int x = tx; x < tx + 16; ++x) {
           const float u = (static_cast<float>(x) + 0.5f) / static_cast<float>(size) * 2 - 1;
           const float v = (static_cast<float>(y) + 0.5f) / static_cast<float>(size) * 2 - 1;
-          rays.emplace_back(
-              Vec3<float>(0.1f, -0.2f, distance),
-              Vec3<float>(u * spread * scene.radius, v * spread * scene.radius, -distance));
+          rays.emplace_back(Vec3f(0.1f, -0.2f, distance),
+                            Vec3f(u * spread * scene.radius, v * spread * scene.radius, -distance));
         }
   return rays;
 }
 
-std::vector<Ray<float>> chordRays(const Scene& scene, std::size_t count) {
+std::vector<Ray3f> chordRays(const Scene& scene, std::size_t count) {
   Random random(1);
-  std::vector<Ray<float>> rays;
+  std::vector<Ray3f> rays;
   for (std::size_t i = 0; i < count; ++i) {
-    const Vec3<float> a = onSphere(random, scene.radius), b = onSphere(random, scene.radius);
+    const Vec3f a = onSphere(random, scene.radius), b = onSphere(random, scene.radius);
     rays.emplace_back(a, b - a);
   }
   return rays;
 }
 
 /// Rays towards the border of the bounding box that hit nothing.
-std::vector<Ray<float>> missRays(const Scene& scene, std::size_t count, const Candidate& oracle) {
+std::vector<Ray3f> missRays(const Scene& scene, std::size_t count, const Candidate& oracle) {
   Random random(2);
   std::uniform_real_distribution<float> uniform(-1.1f, 1.1f);
-  std::vector<Ray<float>> rays;
+  std::vector<Ray3f> rays;
   while (rays.size() < count) {
-    const Vec3<float> a = onSphere(random, scene.radius * 3);
+    const Vec3f a = onSphere(random, scene.radius * 3);
     const float x = uniform(random), y = uniform(random), z = uniform(random);
-    Vec3<float> b = Vec3<float>(x, y, z) * scene.radius;
+    Vec3f b = Vec3f(x, y, z) * scene.radius;
     b[random() % 3] = scene.radius * (random() % 2 == 0 ? 1.0f : -1.0f);
-    std::vector<Ray<float>> one{Ray<float>(a, b - a)};
+    std::vector<Ray3f> one{Ray3f(a, b - a)};
     if (oracle.any(one) == 0.0) rays.push_back(one[0]);
   }
   return rays;
@@ -431,14 +430,14 @@ int main(int argc, char** argv) {
     const bool isAsked = std::find(only.begin(), only.end(), name) != only.end();
     if (only.empty() ? triangles > 1000000 : !isAsked) continue;
     scenes.push_back(
-        {name, vela_test::makeBumpySphere(triangles), {Mat4<double>()}, 1.15f, triangles <= 1000});
+        {name, vela_test::makeBumpySphere(triangles), {Mat4d()}, 1.15f, triangles <= 1000});
   }
   if (only.empty() || std::find(only.begin(), only.end(), "copies") != only.end()) {
     Scene copies{"copies", vela_test::makeBumpySphere(2000), {}, 12.0f, false};
     Random random(3);
     std::uniform_real_distribution<double> place(-8.0, 8.0), turn(0.0, 6.28), size(0.3, 0.7);
     for (int i = 0; i < 1000; ++i) {
-      Mat4<double> m;
+      Mat4d m;
       const double x = place(random), y = place(random), z = place(random), s = size(random);
       m.translate(x, y, z);
       m.rotateX(turn(random));
@@ -483,7 +482,7 @@ int main(int argc, char** argv) {
 
     const int side = isQuick ? 256 : 512;
     const auto count = static_cast<std::size_t>(side) * static_cast<std::size_t>(side);
-    const std::pair<const char*, std::vector<Ray<float>>> sets[] = {
+    const std::pair<const char*, std::vector<Ray3f>> sets[] = {
         {"camera", cameraRays(scene, side)},
         {"chords", chordRays(scene, count)},
         {"misses", missRays(scene, count / 2, candidates[0])}};
@@ -517,7 +516,7 @@ int main(int argc, char** argv) {
                 64, static_cast<std::size_t>(static_cast<double>(rays.size()) *
                                              (round == 0 ? 0.02 : share[c])));
             const std::size_t from = round == 0 ? rays.size() / 2 : 0;
-            const std::vector<Ray<float>> part(
+            const std::vector<Ray3f> part(
                 rays.begin() + static_cast<std::ptrdiff_t>(from),
                 rays.begin() + static_cast<std::ptrdiff_t>(std::min(rays.size(), from + n)));
             const auto start = processorSeconds();

@@ -37,9 +37,9 @@ TEST(Array, IsMadeFromListsVectorsRangesAndCounts) {
 }
 
 TEST(Array, NewElementsOfResizeAreZero) {
-  Array<tarn::Vec3<float>> points;
+  Array<tarn::Vec3f> points;
   points.resize(2);
-  EXPECT_EQ(points[1], tarn::Vec3<float>());
+  EXPECT_EQ(points[1], tarn::Vec3f());
   Array<int> numbers{1};
   numbers.resize(4);
   EXPECT_EQ(numbers, Array<int>({1, 0, 0, 0}));
@@ -117,13 +117,13 @@ TEST(Array, ReserveGrowsOnlyAndSparesLaterAllocations) {
 }
 
 TEST(Array, BeyondTheMaximumIsALengthErrorAndChangesNothing) {
-  Array<tarn::Vec3<float>> a{{1, 2, 3}};
-  const std::size_t tooMany = Array<tarn::Vec3<float>>::maxSize() + 1;
+  Array<tarn::Vec3f> a{{1, 2, 3}};
+  const std::size_t tooMany = Array<tarn::Vec3f>::maxSize() + 1;
   EXPECT_THROW(a.reserve(tooMany), std::length_error);
   EXPECT_THROW(a.resize(tooMany), std::length_error);
   EXPECT_THROW(a.resize(tooMany, {}), std::length_error);
-  EXPECT_THROW((Array<tarn::Vec3<float>>(tooMany)), std::length_error);
-  EXPECT_EQ(a, (Array<tarn::Vec3<float>>{{1, 2, 3}}));
+  EXPECT_THROW((Array<tarn::Vec3f>(tooMany)), std::length_error);
+  EXPECT_EQ(a, (Array<tarn::Vec3f>{{1, 2, 3}}));
 }
 
 TEST(Array, TakesItsOwnElementsAsArguments) {
@@ -166,7 +166,7 @@ TEST(Array, SelfAssignmentKeepsTheElements) {
 
 TEST(Array, PrintsItsElements) {
   std::ostringstream out;
-  out << Array<int>{1, 2} << Array<int>() << Array<tarn::Vec2<float>>{{0.5f, 1}};
+  out << Array<int>{1, 2} << Array<int>() << Array<tarn::Vec2f>{{0.5f, 1}};
   EXPECT_EQ(out.str(), "[1, 2][][[0.5 1]]");
 }
 

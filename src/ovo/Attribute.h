@@ -4,14 +4,14 @@
 /// Value types. `get`, `getAuthored` and `set` exist for these types and no others (another type
 /// does not link):
 /// - bool, int, std::int64_t, float, double, std::string, Token;
-/// - Vec2, Vec3, Vec4 of int, float and double; Mat4<double>;
+/// - Vec2, Vec3, Vec4 of int, float and double; Mat4d;
 /// - Array of bool, int, std::int64_t, float, double, std::string, Token,
 ///   Vec2 to Vec4 of int, float and double, and
-///   Mat4<double>.
+///   Mat4d.
 ///
 /// Which stored type reads as which: half, float and double read as float or double, alone, in
 /// vectors and in arrays (narrowed to nearest); roles do not matter (point3f, normal3f, vector3f,
-/// color3f and float3 are Vec3<float>); bool and the integer types read as any integer type that
+/// color3f and float3 are Vec3f); bool and the integer types read as any integer type that
 /// holds the value; text, tokens and asset paths read as std::string and as Token (an asset path
 /// gives the authored text, without its @ signs); quaternions read as Vec4 with x, y, z the
 /// imaginary part and w the real one. A time code reads as double, in the time of the stage. Any

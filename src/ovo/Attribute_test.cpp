@@ -20,9 +20,13 @@ using ovo::Token;
 using ovo::Value;
 using ovo_test::sceneOf;
 using tarn::earliestTimeValue;
-using tarn::Vec2;
-using tarn::Vec3;
-using tarn::Vec4;
+using tarn::Vec2d;
+using tarn::Vec2f;
+using tarn::Vec3d;
+using tarn::Vec3f;
+using tarn::Vec3i;
+using tarn::Vec4d;
+using tarn::Vec4f;
 
 Attribute attributeOf(const std::string& declaration) {
   const auto stage = sceneOf("def \"A\" {\n" + declaration + "\n}\n");
@@ -81,18 +85,16 @@ TEST(Attribute, OnlyFloatingPointIsMixed) {
   EXPECT_EQ(valueAt<bool>(attributeOf("bool b.timeSamples = {0: 1, 10: 0}"), 9.9), true);
   EXPECT_EQ(valueAt<Token>(attributeOf("token t.timeSamples = {0: \"a\", 10: \"b\"}"), 9.9),
             Token("a"));
-  EXPECT_EQ(
-      valueAt<Vec3<int>>(attributeOf("int3 v.timeSamples = {0: (1, 2, 3), 10: (5, 6, 7)}"), 9.9),
-      Vec3<int>(1, 2, 3));
+  EXPECT_EQ(valueAt<Vec3i>(attributeOf("int3 v.timeSamples = {0: (1, 2, 3), 10: (5, 6, 7)}"), 9.9),
+            Vec3i(1, 2, 3));
   EXPECT_EQ(valueAt<Array<int>>(attributeOf("int[] v.timeSamples = {0: [1], 10: [5]}"), 9.9),
             Array<int>({1}));
-  EXPECT_EQ(
-      valueAt<Vec3<double>>(attributeOf("double3 v.timeSamples = {0: (0, 2, 4), 2: (1, 4, 8)}"), 1),
-      Vec3<double>(0.5, 3, 6));
-  EXPECT_EQ(valueAt<Array<Vec3<float>>>(
+  EXPECT_EQ(valueAt<Vec3d>(attributeOf("double3 v.timeSamples = {0: (0, 2, 4), 2: (1, 4, 8)}"), 1),
+            Vec3d(0.5, 3, 6));
+  EXPECT_EQ(valueAt<Array<Vec3f>>(
                 attributeOf("point3f[] v.timeSamples = {0: [(0, 2, 4)], 2: [(1, 4, 8)]}"), 1),
-            (Array<Vec3<float>>{{0.5f, 3, 6}}));
-  const auto matrix = valueAt<tarn::Mat4<double>>(
+            (Array<Vec3f>{{0.5f, 3, 6}}));
+  const auto matrix = valueAt<tarn::Mat4d>(
       attributeOf("matrix4d m.timeSamples = {0: ((1,0,0,0),(0,1,0,0),(0,0,1,0),(0,0,0,1)), 2: "
                   "((3,0,0,0),(0,1,0,0),(0,0,1,0),(4,0,0,1))}"),
       1);
@@ -108,13 +110,12 @@ TEST(Attribute, ArraysOfUnequalSizeAreHeld) {
 
 TEST(Attribute, QuaternionsTurnAtAConstantRateAndHaveTheRealPartLast) {
   const Attribute q = attributeOf("quatd q.timeSamples = {0: (1, 0, 0, 0), 2: (0, 0, 0, 1)}");
-  const auto half = valueAt<Vec4<double>>(q, 1);
+  const auto half = valueAt<Vec4d>(q, 1);
   EXPECT_NEAR(half.w, std::sqrt(0.5), 1e-12);
   EXPECT_NEAR(half.z, std::sqrt(0.5), 1e-12);
-  EXPECT_EQ(valueAt<Vec4<double>>(attributeOf("quatd q = (1, 2, 3, 4)"), 0),
-            Vec4<double>(2, 3, 4, 1));
-  EXPECT_EQ(valueAt<Array<Vec4<float>>>(attributeOf("quath[] q = [(1, 2, 3, 4)]"), 0),
-            (Array<Vec4<float>>{{2, 3, 4, 1}}));
+  EXPECT_EQ(valueAt<Vec4d>(attributeOf("quatd q = (1, 2, 3, 4)"), 0), Vec4d(2, 3, 4, 1));
+  EXPECT_EQ(valueAt<Array<Vec4f>>(attributeOf("quath[] q = [(1, 2, 3, 4)]"), 0),
+            (Array<Vec4f>{{2, 3, 4, 1}}));
 }
 
 TEST(Attribute, BlocksHideValues) {
@@ -204,11 +205,11 @@ TEST(Attribute, AtTheTimeOfASampleThatSampleCountsWhateverTheOffset) {
 TEST(Attribute, NumbersOfAnyWidthReadAsEachOther) {
   EXPECT_EQ(valueAt<double>(attributeOf("half h = 0.5"), 0), 0.5);
   EXPECT_EQ(valueAt<float>(attributeOf("double d = 0.1"), 0), 0.1f);
-  EXPECT_EQ(valueAt<Vec3<float>>(attributeOf("half3 h = (1, 2, 3)"), 0), Vec3<float>(1, 2, 3));
-  EXPECT_EQ(valueAt<Array<Vec3<float>>>(attributeOf("point3d[] p = [(1, 2, 3)]"), 0),
-            (Array<Vec3<float>>{{1, 2, 3}}));
-  EXPECT_EQ(valueAt<Array<Vec2<double>>>(attributeOf("texCoord2h[] p = [(1, 2)]"), 0),
-            (Array<Vec2<double>>{{1, 2}}));
+  EXPECT_EQ(valueAt<Vec3f>(attributeOf("half3 h = (1, 2, 3)"), 0), Vec3f(1, 2, 3));
+  EXPECT_EQ(valueAt<Array<Vec3f>>(attributeOf("point3d[] p = [(1, 2, 3)]"), 0),
+            (Array<Vec3f>{{1, 2, 3}}));
+  EXPECT_EQ(valueAt<Array<Vec2d>>(attributeOf("texCoord2h[] p = [(1, 2)]"), 0),
+            (Array<Vec2d>{{1, 2}}));
   EXPECT_EQ(valueAt<std::int64_t>(attributeOf("uchar c = 200"), 0), 200);
   EXPECT_EQ(valueAt<int>(attributeOf("bool b = 1"), 0), 1);
   EXPECT_EQ(valueAt<int>(attributeOf("uint64 u = 7"), 0), 7);
@@ -244,7 +245,7 @@ TEST(Attribute, ReadsOfAnotherTypeFail) {
   int i = 7;
   std::string text = "old";
   Array<float> array{1, 2};
-  Vec3<float> vector(1, 2, 3);
+  Vec3f vector(1, 2, 3);
   EXPECT_FALSE(number.get(i) || number.get(text) || number.get(array) || number.get(vector));
   EXPECT_EQ(i, 7);
   EXPECT_EQ(text, "old");
@@ -320,9 +321,9 @@ TEST(Attribute, TypesGiveEmptyListsAndBoxesToo) {
   Array<std::int64_t> ids{1};
   EXPECT_TRUE(stage->getPrimAtPath("/I").getAttr("invisibleIds").get(ids, 2.0) && ids.empty());
   EXPECT_FALSE(stage->getPrimAtPath("/I").getAttr("ids").isValid());
-  Array<Vec3<float>> extent;
+  Array<Vec3f> extent;
   EXPECT_TRUE(stage->getPrimAtPath("/C").getAttr("extent").get(extent));
-  EXPECT_EQ(extent, (Array<Vec3<float>>{{-0.5f, -0.5f, -1}, {0.5f, 0.5f, 1}}));
+  EXPECT_EQ(extent, (Array<Vec3f>{{-0.5f, -0.5f, -1}, {0.5f, 0.5f, 1}}));
   float iso = 0, intensity = 0;
   EXPECT_TRUE(sceneOf("def DistantLight \"L\" {}")
                   ->getPrimAtPath("/L")
@@ -346,18 +347,18 @@ TEST(Attribute, SetChecksTheTypeAndConvertsNumbers) {
   const auto prim = stage->definePrim("/A");
   const Attribute points = prim.createAttr("points", "point3f[]");
   ASSERT_TRUE(points.isValid());
-  EXPECT_TRUE(points.set(Array<Vec3<double>>{{0.1, 2, 3}}));
-  EXPECT_EQ(valueAt<Array<Vec3<float>>>(points, 0), (Array<Vec3<float>>{{0.1f, 2, 3}}));
-  EXPECT_FALSE(points.set(Array<Vec2<float>>{{1, 2}}) || points.set(1.0f) ||
+  EXPECT_TRUE(points.set(Array<Vec3d>{{0.1, 2, 3}}));
+  EXPECT_EQ(valueAt<Array<Vec3f>>(points, 0), (Array<Vec3f>{{0.1f, 2, 3}}));
+  EXPECT_FALSE(points.set(Array<Vec2f>{{1, 2}}) || points.set(1.0f) ||
                points.set(std::string("x")));
-  EXPECT_FALSE(points.set(Array<Vec3<float>>{}, std::numeric_limits<double>::infinity()));
+  EXPECT_FALSE(points.set(Array<Vec3f>{}, std::numeric_limits<double>::infinity()));
   const Attribute byte = prim.createAttr("byte", "uchar");
   EXPECT_FALSE(byte.set(300) || byte.set(-1));
   EXPECT_TRUE(byte.set(255));
   EXPECT_EQ(valueAt<int>(byte, 0), 255);
   const Attribute q = prim.createAttr("q", "quatf");
-  EXPECT_TRUE(q.set(Vec4<float>(2, 3, 4, 1)));
-  EXPECT_EQ(valueAt<Vec4<float>>(q, 0), Vec4<float>(2, 3, 4, 1));
+  EXPECT_TRUE(q.set(Vec4f(2, 3, 4, 1)));
+  EXPECT_EQ(valueAt<Vec4f>(q, 0), Vec4f(2, 3, 4, 1));
 }
 
 TEST(Attribute, CreateAttrGivesWhatIsThereWhenTheTypeFits) {

@@ -86,7 +86,7 @@ TEST(Broken, ABinaryFileThatIsCutOffIsRefused) {
   const auto stage = Stage::createInMemory();
   for (int i = 0; i < 50; ++i) {
     const auto mesh = ovo::MeshPrim::define(stage, "/World/M" + std::to_string(i));
-    mesh.setPoints(ovo::Array<tarn::Vec3<float>>(100, {static_cast<float>(i), 2, 3}));
+    mesh.setPoints(ovo::Array<tarn::Vec3f>(100, {static_cast<float>(i), 2, 3}));
   }
   ASSERT_TRUE(stage->exportTo(folder.path("whole.usdc")));
   const std::string whole = folder.read("whole.usdc");
@@ -399,7 +399,7 @@ TEST(Broken, ALargeElementSizeClaimsNoMemory) {
       indices + "]\n}\n");
   const ovo::Primvar primvar = stage->getPrimAtPath("/A").getPrimvar("c");
   ASSERT_EQ(primvar.elementSize(), 2000000000);
-  ovo::Array<tarn::Vec3<float>> values;
+  ovo::Array<tarn::Vec3f> values;
   EXPECT_FALSE(primvar.computeFlattened(values));
 }
 

@@ -32,7 +32,7 @@ CameraParameters CameraPrim::getParameters(double time) const {
   number(t.verticalAperture, parameters.verticalAperture, 10.0);
   number(t.horizontalApertureOffset, parameters.horizontalApertureOffset, 10.0);
   number(t.verticalApertureOffset, parameters.verticalApertureOffset, 10.0);
-  tarn::Vec2<double> range;
+  tarn::Vec2d range;
   if (getAttr(t.clippingRange).get(range, time)) {
     parameters.clippingNear = range.x;
     parameters.clippingFar = range.y;
@@ -59,7 +59,7 @@ bool CameraPrim::setParameters(const CameraParameters& parameters, double time) 
   number(t.verticalAperture, "float", parameters.verticalAperture * 10.0);
   number(t.horizontalApertureOffset, "float", parameters.horizontalApertureOffset * 10.0);
   number(t.verticalApertureOffset, "float", parameters.verticalApertureOffset * 10.0);
-  const tarn::Vec2<double> range(parameters.clippingNear, parameters.clippingFar);
+  const tarn::Vec2d range(parameters.clippingNear, parameters.clippingFar);
   done = createAttr(t.clippingRange, "float2").set(range, time) && done;
   if (!parameters.clippingPlanes.empty())
     done = createAttr(t.clippingPlanes, "float4[]").set(parameters.clippingPlanes, time) && done;

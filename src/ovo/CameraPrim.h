@@ -30,9 +30,8 @@ struct CameraParameters {
   double focusDistance = 0.0;  ///< from the camera
   double shutterOpen = 0.0;    ///< time codes, relative to the frame
   double shutterClose = 0.0;
-  double exposure = 0.0;  ///< powers of two
-  Array<tarn::Vec4<float>>
-      clippingPlanes;  ///< a x + b y + c z + d < 0 is cut off, in the camera's space
+  double exposure = 0.0;              ///< powers of two
+  Array<tarn::Vec4f> clippingPlanes;  ///< a x + b y + c z + d < 0 is cut off, in the camera's space
 };
 
 /// A prim of type Camera.

@@ -7,7 +7,7 @@
 
 namespace ovo {
 
-using Points = Array<tarn::Vec3<float>>;
+using Points = Array<tarn::Vec3f>;
 
 MeshPrim::MeshPrim() noexcept = default;
 MeshPrim::MeshPrim(const Prim& prim) : XformablePrim(prim) {}
@@ -51,24 +51,24 @@ Attribute MeshPrim::createFaceVertexIndicesAttr() const {
   return isValid() ? createAttr(tokens().faceVertexIndices, "int[]") : Attribute();
 }
 
-tarn::Box3<float> MeshPrim::getBoundsBox(double time, bool useExtent) const {
-  tarn::Box3<float> box;
+tarn::Box3f MeshPrim::getBoundsBox(double time, bool useExtent) const {
+  tarn::Box3f box;
   if (!isValid()) return box;
   if (useExtent) {
     Points extent;
     if (getAttr(tokens().extent).get(extent, time) && extent.size() == 2) {
       const Points& corners = extent;
-      return tarn::Box3<float>(corners[0], corners[1]);
+      return tarn::Box3f(corners[0], corners[1]);
     }
   }
   Points points;
   getPoints(points, time);
-  for (const tarn::Vec3<float>& point : std::as_const(points)) box.extendBy(point);
+  for (const tarn::Vec3f& point : std::as_const(points)) box.extendBy(point);
   return box;
 }
 
 bool MeshPrim::writeExtent(double time) const {
-  const tarn::Box3<float> box = getBoundsBox(time, false);
+  const tarn::Box3f box = getBoundsBox(time, false);
   if (box.isEmpty()) return false;
   return createAttr(tokens().extent, "float3[]").set(Points{box.min, box.max}, time);
 }

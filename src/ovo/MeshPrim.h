@@ -49,9 +49,8 @@ class OVO_API MeshPrim : public XformablePrim {
   // Points and faces
 
   /// \return false, with \p points untouched, when the mesh has none at the time
-  bool getPoints(Array<tarn::Vec3<float>>& points, double time = tarn::defaultTimeValue()) const;
-  bool setPoints(const Array<tarn::Vec3<float>>& points,
-                 double time = tarn::defaultTimeValue()) const;
+  bool getPoints(Array<tarn::Vec3f>& points, double time = tarn::defaultTimeValue()) const;
+  bool setPoints(const Array<tarn::Vec3f>& points, double time = tarn::defaultTimeValue()) const;
 
   /// Reads counts and indices with their stored winding.
   ///
@@ -70,8 +69,8 @@ class OVO_API MeshPrim : public XformablePrim {
   /// The box of the points in the prim's own space; with \p useExtent the authored extent instead
   /// where there is a usable one. Empty without points. Points with a NaN coordinate count on their
   /// other axes only.
-  [[nodiscard]] tarn::Box3<float> getBoundsBox(double time = tarn::defaultTimeValue(),
-                                               bool useExtent = true) const;
+  [[nodiscard]] tarn::Box3f getBoundsBox(double time = tarn::defaultTimeValue(),
+                                         bool useExtent = true) const;
   /// Writes the box of the points at the time as the extent; false without points.
   bool writeExtent(double time = tarn::defaultTimeValue()) const;
 
@@ -87,10 +86,10 @@ class OVO_API MeshPrim : public XformablePrim {
   /// `primvars:normals`, else the attribute `normals`; not valid without either.
   [[nodiscard]] Primvar getNormalsPrimvar() const;
   /// Normals with their indices applied. \return false, with both untouched, when there are none
-  bool getNormals(Array<tarn::Vec3<float>>& normals, Token& interpolation,
+  bool getNormals(Array<tarn::Vec3f>& normals, Token& interpolation,
                   double time = tarn::defaultTimeValue()) const;
   /// Writes the attribute `normals` with that interpolation.
-  bool setNormals(const Array<tarn::Vec3<float>>& normals, const Token& interpolation,
+  bool setNormals(const Array<tarn::Vec3f>& normals, const Token& interpolation,
                   double time = tarn::defaultTimeValue()) const;
 };
 

@@ -13,8 +13,8 @@ using ovo::Array;
 using ovo::MeshPrim;
 using ovo::Token;
 using ovo_test::sceneOf;
-using Box = tarn::Box3<float>;
-using Points = Array<tarn::Vec3<float>>;
+using Box = tarn::Box3f;
+using Points = Array<tarn::Vec3f>;
 
 TEST(MeshPrim, IsDefinedOnAStage) {
   const auto stage = ovo::Stage::createInMemory();

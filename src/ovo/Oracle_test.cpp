@@ -47,7 +47,7 @@ void expectNear(double actual, double expected, double relative, double absolute
       << what << ": is " << actual << ", should be " << expected;
 }
 
-void checkMatrix(const tarn::Mat4<double>& actual, const json& expected, const std::string& what) {
+void checkMatrix(const tarn::Mat4d& actual, const json& expected, const std::string& what) {
   // The expected values are written with nine digits, which is up to 5e-9 off; small elements are
   // held to the largest.
   double largest = 1.0;
@@ -58,7 +58,7 @@ void checkMatrix(const tarn::Mat4<double>& actual, const json& expected, const s
                what + " element " + std::to_string(i));
 }
 
-void checkBox(const tarn::Box3<float>& box, const json& expected, const std::string& what) {
+void checkBox(const tarn::Box3f& box, const json& expected, const std::string& what) {
   for (std::size_t i = 0; i < 3; ++i) {
     expectNear(static_cast<double>(box.min[i]), expected[i].get<double>(), 1e-6, 1e-6,
                what + " min");
@@ -73,11 +73,11 @@ std::size_t valueCount(const ovo::Attribute& attribute, double time) {
   const auto tryType = [&](auto values) {
     return attribute.getAuthored(values, time) && ((count = values.size()), true);
   };
-  (void)(tryType(ovo::Array<float>()) || tryType(ovo::Array<tarn::Vec2<float>>()) ||
-         tryType(ovo::Array<tarn::Vec3<float>>()) || tryType(ovo::Array<tarn::Vec4<float>>()) ||
+  (void)(tryType(ovo::Array<float>()) || tryType(ovo::Array<tarn::Vec2f>()) ||
+         tryType(ovo::Array<tarn::Vec3f>()) || tryType(ovo::Array<tarn::Vec4f>()) ||
          tryType(ovo::Array<int>()) || tryType(ovo::Array<bool>()) ||
          tryType(ovo::Array<Token>()) || tryType(ovo::Array<std::string>()) ||
-         tryType(ovo::Array<tarn::Mat4<double>>()));
+         tryType(ovo::Array<tarn::Mat4d>()));
   return count;
 }
 
@@ -86,8 +86,8 @@ std::size_t flattenedCount(const ovo::Primvar& primvar, double time) {
   const auto tryType = [&](auto values) {
     return primvar.computeFlattened(values, time) && ((count = values.size()), true);
   };
-  (void)(tryType(ovo::Array<float>()) || tryType(ovo::Array<tarn::Vec2<float>>()) ||
-         tryType(ovo::Array<tarn::Vec3<float>>()) || tryType(ovo::Array<int>()));
+  (void)(tryType(ovo::Array<float>()) || tryType(ovo::Array<tarn::Vec2f>()) ||
+         tryType(ovo::Array<tarn::Vec3f>()) || tryType(ovo::Array<int>()));
   return count;
 }
 
@@ -149,11 +149,11 @@ void checkMesh(const Prim& prim, const json& expected, const std::vector<double>
   for (std::size_t t = 0; t < (all ? times.size() : 1); ++t) {
     const json& entry = at(expected["pointsAt"], t);
     SCOPED_TRACE("time " + std::to_string(times[t]));
-    ovo::Array<tarn::Vec3<float>> points;
+    ovo::Array<tarn::Vec3f> points;
     prim.getAttr("points").getAuthored(points, times[t]);
     EXPECT_EQ(points.size(), entry["points"].get<std::size_t>());
     if (!points.empty()) {
-      tarn::Box3<float> box;
+      tarn::Box3f box;
       for (const auto& point : std::as_const(points)) box.extendBy(point);
       checkBox(box, entry["box"], "box of the points");
       // Where the authored default is there, the plain read gives it too.
@@ -161,11 +161,11 @@ void checkMesh(const Prim& prim, const json& expected, const std::vector<double>
     }
   }
   if (expected.contains("extent")) {
-    ovo::Array<tarn::Vec3<float>> extent;
+    ovo::Array<tarn::Vec3f> extent;
     ASSERT_TRUE(prim.getAttr("extent").get(extent));
     ASSERT_EQ(extent.size(), 2u);
-    checkBox(tarn::Box3<float>(std::as_const(extent)[0], std::as_const(extent)[1]),
-             expected["extent"], "extent");
+    checkBox(tarn::Box3f(std::as_const(extent)[0], std::as_const(extent)[1]), expected["extent"],
+             "extent");
   }
   if (expected.contains("normals")) {
     const ovo::Primvar normals = mesh.getNormalsPrimvar();
@@ -290,9 +290,9 @@ bool readAny(const ovo::Attribute& attribute, double time, std::vector<double>& 
   int integer = 0;
   double number = 0.0;
   std::string words;
-  tarn::Vec2<double> v2;
-  tarn::Vec3<double> v3;
-  tarn::Mat4<double> matrix;
+  tarn::Vec2d v2;
+  tarn::Vec3d v3;
+  tarn::Mat4d matrix;
   numbers.clear();
   if (attribute.getAuthored(number, time)) return numbers = {number}, true;
   if (attribute.getAuthored(integer, time)) return numbers = {static_cast<double>(integer)}, true;

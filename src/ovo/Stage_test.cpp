@@ -20,7 +20,7 @@ using ovo::Stage;
 using ovo::Token;
 using ovo_test::sceneOf;
 using ovo_test::TemporaryFolder;
-using tarn::Vec3;
+using tarn::Vec3f;
 
 std::vector<std::string> namesOf(const std::vector<Prim>& prims) {
   std::vector<std::string> names;
@@ -404,9 +404,9 @@ void fillScene(const std::shared_ptr<Stage>& stage) {
   mesh.setOrientation("leftHanded");
   mesh.setSubdivisionScheme("none");
   mesh.setNormals({{0, 0, 1}}, "constant");
-  mesh.setLocalXform(tarn::Mat4<double>().translate(1, 2, 3));
+  mesh.setLocalXform(tarn::Mat4d().translate(1, 2, 3));
   const ovo::Primvar st = mesh.createPrimvar("st", "texCoord2f[]", "faceVarying");
-  st.set(Array<tarn::Vec2<float>>{{0, 0}, {1, 0}});
+  st.set(Array<tarn::Vec2f>{{0, 0}, {1, 0}});
   st.setIndices({0, 1, 1});
   mesh.createAttr("note", "string").set(std::string("say \"hi\"\n\\"));
   mesh.createAttr("ids", "int64[]").set(Array<std::int64_t>{1, -5000000000});
@@ -430,11 +430,11 @@ void checkScene(const Stage& stage) {
   EXPECT_FALSE(stage.getPrimAtPath("/World/Off").isActive());
   const ovo::MeshPrim mesh(stage.getPrimAtPath("/World/Mesh"));
   ASSERT_TRUE(mesh.isValid());
-  Array<Vec3<float>> points;
+  Array<Vec3f> points;
   EXPECT_TRUE(mesh.getPoints(points));
-  EXPECT_EQ(points, (Array<Vec3<float>>{{0, 0, 0}, {1, 0, 0}, {0, 1.5f, -2}}));
+  EXPECT_EQ(points, (Array<Vec3f>{{0, 0, 0}, {1, 0, 0}, {0, 1.5f, -2}}));
   EXPECT_TRUE(mesh.getPoints(points, 2.0));
-  EXPECT_EQ(points, (Array<Vec3<float>>{{0, 0, 1}, {1, 0, 1}, {0, 1.5f, -1}}));
+  EXPECT_EQ(points, (Array<Vec3f>{{0, 0, 1}, {1, 0, 1}, {0, 1.5f, -1}}));
   EXPECT_EQ(mesh.getAttr("points").timeSamples(), (std::vector<double>{2.0}));
   Array<int> counts, indices;
   bool reverse = true;
@@ -443,17 +443,17 @@ void checkScene(const Stage& stage) {
   EXPECT_EQ(indices, Array<int>({0, 1, 2}));
   EXPECT_EQ(mesh.getOrientation(), Token("leftHanded"));
   EXPECT_EQ(mesh.getSubdivisionScheme(), Token("none"));
-  Array<Vec3<float>> normals;
+  Array<Vec3f> normals;
   Token interpolation;
   EXPECT_TRUE(mesh.getNormals(normals, interpolation));
   EXPECT_EQ(interpolation, Token("constant"));
-  EXPECT_EQ(mesh.getLocalXform(), tarn::Mat4<double>().translate(1, 2, 3));
+  EXPECT_EQ(mesh.getLocalXform(), tarn::Mat4d().translate(1, 2, 3));
   const ovo::Primvar st = mesh.getPrimvar("st");
   EXPECT_EQ(st.typeName(), Token("texCoord2f[]"));
   EXPECT_EQ(st.interpolation(), Token("faceVarying"));
-  Array<tarn::Vec2<float>> flat;
+  Array<tarn::Vec2f> flat;
   EXPECT_TRUE(st.computeFlattened(flat));
-  EXPECT_EQ(flat, (Array<tarn::Vec2<float>>{{0, 0}, {1, 0}, {1, 0}}));
+  EXPECT_EQ(flat, (Array<tarn::Vec2f>{{0, 0}, {1, 0}, {1, 0}}));
   std::string note;
   EXPECT_TRUE(mesh.getAttr("note").get(note));
   EXPECT_EQ(note, "say \"hi\"\n\\");

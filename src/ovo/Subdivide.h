@@ -61,16 +61,16 @@ struct OVO_API ArgSet {
 struct MeshTessellateContext {
   Array<int>* vertsPerFace = nullptr;
   Array<int>* faceVertPointIndices = nullptr;
-  Array<tarn::Vec3<float>>* points = nullptr;
+  Array<tarn::Vec3f>* points = nullptr;
   /// Data per face-vertex to carry along, each refined as a surface of its own: corners of one
   /// point with equal values are joined there, different values make a seam. None null, each as
   /// long as there are face-vertices.
   std::vector<Array<float>*> floats;
-  std::vector<Array<tarn::Vec2<float>>*> vec2s;
-  std::vector<Array<tarn::Vec3<float>>*> vec3s;
+  std::vector<Array<tarn::Vec2f>*> vec2s;
+  std::vector<Array<tarn::Vec3f>*> vec3s;
   /// Data per point to carry along: refined as the points are (`vertex`), or linearly within faces
   /// (`varying`). None null, each as long as there are points.
-  std::vector<Array<tarn::Vec3<float>>*> pointVec3s, linearPointVec3s;
+  std::vector<Array<tarn::Vec3f>*> pointVec3s, linearPointVec3s;
   /// Set to the face that each refined face comes from. Null where nobody asks.
   Array<int>* sourceFaces = nullptr;
   /// Set to the index among the refined points of each given point, -1 where it does not come out.

@@ -18,18 +18,19 @@ namespace {
 
 namespace Far = OpenSubdiv::Far;
 namespace Sdc = OpenSubdiv::Sdc;
-using tarn::Vec2;
-using tarn::Vec3;
+using tarn::Vec2f;
+using tarn::Vec3d;
+using tarn::Vec3f;
 using vela_test::SampleMesh;
 using vela_test::sampleMesh;
 using vela_test::sampleMeshes;
 
 struct Mesh {
   ovo::Array<int> counts, indices;
-  ovo::Array<Vec3<float>> points;
+  ovo::Array<Vec3f> points;
   ovo::Array<float> scalars;
-  ovo::Array<Vec2<float>> uvs;
-  ovo::Array<Vec3<float>> vectors;
+  ovo::Array<Vec2f> uvs;
+  ovo::Array<Vec3f> vectors;
 
   Mesh() = default;
   explicit Mesh(const SampleMesh& m) : counts(m.counts), indices(m.indices), points(m.points) {}
@@ -45,9 +46,7 @@ struct Mesh {
     return ovo::subdivideUniform(args, counts.size(), indices.size(), points.size(), from,
                                  from + levels, context);
   }
-  const Vec3<float>& corner(std::size_t c) const {
-    return points[static_cast<std::size_t>(indices[c])];
-  }
+  const Vec3f& corner(std::size_t c) const { return points[static_cast<std::size_t>(indices[c])]; }
 };
 
 ovo::ArgSet scheme(const char* name) {
@@ -57,7 +56,7 @@ ovo::ArgSet scheme(const char* name) {
 }
 
 struct P {
-  Vec3<double> v;
+  Vec3d v;
   void Clear() { v = {}; }
   void AddWithWeight(const P& p, double w) { v += p.v * w; }
 };
@@ -65,7 +64,7 @@ struct P {
 // The whole mesh through OpenSubdiv at once and in double: the corners of the refined faces in
 // order, and at the base points their places on the limit surface.
 struct Oracle {
-  std::vector<Vec3<double>> corners, limits;
+  std::vector<Vec3d> corners, limits;
   int points = 0, faces = 0;
 };
 Oracle oracle(const SampleMesh& m, Sdc::SchemeType type, int levels, const Sdc::Options& options,
@@ -90,7 +89,7 @@ Oracle oracle(const SampleMesh& m, Sdc::SchemeType type, int levels, const Sdc::
   refiner->RefineUniform(uniform);
   const Far::PrimvarRefinerReal<double> values(*refiner);
   std::vector<P> at, next;
-  for (const auto& p : m.points) at.push_back({Vec3<double>(p)});
+  for (const auto& p : m.points) at.push_back({Vec3d(p)});
   for (int l = 1; l <= levels; ++l) {
     next.assign(static_cast<std::size_t>(refiner->GetLevel(l).GetNumVertices()), P());
     values.Interpolate(l, at, next);
@@ -109,7 +108,7 @@ Oracle oracle(const SampleMesh& m, Sdc::SchemeType type, int levels, const Sdc::
   return out;
 }
 
-void expectNear(const Vec3<float>& a, const Vec3<double>& b, double tolerance) {
+void expectNear(const Vec3f& a, const Vec3d& b, double tolerance) {
   for (std::size_t i = 0; i < 3; ++i) ASSERT_NEAR(static_cast<double>(a[i]), b[i], tolerance);
 }
 
@@ -117,7 +116,7 @@ void expectCorners(const Mesh& mesh, const Oracle& o) {
   // A rounding to float moves a coordinate by at most 2^-24 of the largest. Five of them allow for
   // one a level, of at most four levels, and one for the sums within a level.
   double largest = 0;
-  for (const Vec3<double>& p : o.corners)
+  for (const Vec3d& p : o.corners)
     for (std::size_t i = 0; i < 3; ++i) largest = std::max(largest, std::fabs(p[i]));
   const double tolerance = std::max(2e-6, 5 * largest * std::ldexp(1.0, -24));
   ASSERT_EQ(mesh.counts.size(), static_cast<std::size_t>(o.faces));
@@ -195,7 +194,7 @@ TEST(SubdivideUniform, PointsApproachOpenSubdivsLimitSurface) {
       ASSERT_TRUE(mesh.refine(args, levels));
       double worst = 0;
       for (std::size_t p = 0; p < m.points.size(); ++p)
-        worst = std::max(worst, (Vec3<double>(mesh.points[p]) - o.limits[p]).length());
+        worst = std::max(worst, (Vec3d(mesh.points[p]) - o.limits[p]).length());
       if (levels > (c.sharp ? 3 : 2)) {
         EXPECT_LT(worst, before * 0.36 + 1e-6);
       }
@@ -203,8 +202,8 @@ TEST(SubdivideUniform, PointsApproachOpenSubdivsLimitSurface) {
     }
     EXPECT_LT(before, 1e-3);
     if (c.sharp) {
-      EXPECT_EQ(o.limits[6], Vec3<double>(m.points[6])) << "a sharp corner stays";
-      EXPECT_NE(o.limits[7], Vec3<double>(m.points[7]));
+      EXPECT_EQ(o.limits[6], Vec3d(m.points[6])) << "a sharp corner stays";
+      EXPECT_NE(o.limits[7], Vec3d(m.points[7]));
     }
   }
 }
@@ -483,7 +482,7 @@ TEST(SubdivideUniform, DataPerPointIsRefinedAsThePointsOrLinearly) {
     if (!plain(m)) continue;
     SCOPED_TRACE(m.name);
     Mesh smooth(m), flat(m);
-    ovo::Array<Vec3<float>> asPoints = m.points, linear = m.points;
+    ovo::Array<Vec3f> asPoints = m.points, linear = m.points;
     ovo::MeshTessellateContext context;
     context.vertsPerFace = &smooth.counts;
     context.faceVertPointIndices = &smooth.indices;
@@ -496,7 +495,7 @@ TEST(SubdivideUniform, DataPerPointIsRefinedAsThePointsOrLinearly) {
     EXPECT_EQ(asPoints, smooth.points);
     ASSERT_EQ(linear.size(), flat.points.size());
     for (std::size_t p = 0; p < linear.size(); ++p)
-      expectNear(linear[p], Vec3<double>(flat.points[p]), 2e-6);
+      expectNear(linear[p], Vec3d(flat.points[p]), 2e-6);
   }
 }
 
@@ -544,7 +543,7 @@ TEST(SubdivideUniform, RefinedFacesAndPointsAreTracedBackToWhatTheyComeFrom) {
 
 TEST(SubdivideUniform, DataPerPointMustBeAsLongAsThePoints) {
   Mesh mesh(sampleMesh("cube"));
-  ovo::Array<Vec3<float>> tooFew(7);
+  ovo::Array<Vec3f> tooFew(7);
   for (const bool linear : {false, true}) {
     ovo::MeshTessellateContext context;
     context.vertsPerFace = &mesh.counts;
@@ -593,7 +592,7 @@ TEST(SubdivideUniform, AMillionQuadsTakeLessThanThreeTimesTheirMemory) {
     Mesh mesh(vela_test::makeTorus(32, 32, 2.0f, 1.0f));
     if (withUVs)
       for (std::size_t c = 0; c < mesh.indices.size(); ++c) {
-        const Vec3<float> p = mesh.corner(c);
+        const Vec3f p = mesh.corner(c);
         mesh.uvs.push_back({p.x, p.y});
       }
     std::ofstream("/proc/self/clear_refs") << 5;

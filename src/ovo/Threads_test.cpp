@@ -24,13 +24,13 @@ std::size_t digest(const Stage& stage, double time) {
   for (const Prim& prim : all) {
     sum = sum * 31 + prim.getPath().hash() + prim.getTypeName().hash() + prim.purpose().hash() +
           prim.isVisible(time);
-    const tarn::Mat4<double> matrix = cache.getLocalToWorld(prim);
+    const tarn::Mat4d matrix = cache.getLocalToWorld(prim);
     for (std::size_t i = 0; i < 16; ++i) add(matrix[i]);
     prim.getChildren(children, false, true, true);
     sum = sum * 31 + children.size();
     for (const ovo::Token& name : prim.getAttrNames()) {
       const ovo::Attribute attribute = prim.getAttr(name);
-      ovo::Array<tarn::Vec3<float>> points;
+      ovo::Array<tarn::Vec3f> points;
       double number = 0;
       if (attribute.get(points, time))
         for (const auto& point : std::as_const(points)) add(static_cast<double>(point.x));

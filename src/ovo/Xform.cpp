@@ -13,8 +13,8 @@
 
 namespace ovo {
 
-using Matrix = tarn::Mat4<double>;
-using Vector = tarn::Vec3<double>;
+using Matrix = tarn::Mat4d;
+using Vector = tarn::Vec3d;
 
 namespace {
 
@@ -71,7 +71,7 @@ bool operation(const Prim& prim, const std::string& name, double time, bool auth
   }
   if (type == "orient") {
     // As an axis and an angle, so that the length of the quaternion plays no part.
-    tarn::Vec4<double> q;
+    tarn::Vec4d q;
     if (!read(attribute, q, time, authored)) return false;
     const Vector imaginary(q.x, q.y, q.z);
     const double size = imaginary.length();

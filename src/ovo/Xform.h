@@ -40,10 +40,10 @@ class OVO_API XformablePrim : public Prim {
 
   /// The product of the prim's operations in their order; the identity without any, and when not
   /// valid. At the default time an operation that only has time samples counts with its first.
-  [[nodiscard]] tarn::Mat4<double> getLocalXform(double time = tarn::defaultTimeValue()) const;
+  [[nodiscard]] tarn::Mat4d getLocalXform(double time = tarn::defaultTimeValue()) const;
   /// Replaces the prim's operations by one matrix. At a numeric time it becomes a sample of that
   /// matrix.
-  bool setLocalXform(const tarn::Mat4<double>& local, double time = tarn::defaultTimeValue()) const;
+  bool setLocalXform(const tarn::Mat4d& local, double time = tarn::defaultTimeValue()) const;
 
   /// True when the prim stands in world space, whatever is above it.
   [[nodiscard]] bool resetsXformStack() const;
@@ -84,7 +84,7 @@ class OVO_API XformCache {
 
   /// The prim's matrix to world space; for a prim without a transform that of the prim above it;
   /// the identity for the stage's root and for what is not valid.
-  [[nodiscard]] tarn::Mat4<double> getLocalToWorld(const Prim& prim);
+  [[nodiscard]] tarn::Mat4d getLocalToWorld(const Prim& prim);
 
  private:
   struct Entries;

@@ -12,8 +12,8 @@ namespace {
 using ovo::XformablePrim;
 using ovo::XformCache;
 using ovo_test::sceneOf;
-using Matrix = tarn::Mat4<double>;
-using Point = tarn::Vec3<double>;
+using Matrix = tarn::Mat4d;
+using Point = tarn::Vec3d;
 
 Matrix localOf(const std::string& body, double time = tarn::defaultTimeValue()) {
   const auto stage = sceneOf("def Xform \"A\" {\n" + body + "\n}\n");

@@ -28,7 +28,7 @@ namespace vela_test {
 /// wind outward.
 struct SampleMesh {
   std::string name;
-  ovo::Array<tarn::Vec3<float>> points;
+  ovo::Array<tarn::Vec3f> points;
   ovo::Array<int> counts, indices;
   bool closed = false;      ///< every edge has two faces that run along it in opposite directions
   bool convex = false;      ///< of closed ones: a normal at a point leads away from the centre
@@ -162,9 +162,8 @@ inline SampleMesh makeIcosphere(int levels, float radius = 1.0f) {
   const float seed[12][3] = {{-1, g, 0}, {1, g, 0}, {-1, -g, 0}, {1, -g, 0},
                              {0, -1, g}, {0, 1, g}, {0, -1, -g}, {0, 1, -g},
                              {g, 0, -1}, {g, 0, 1}, {-g, 0, -1}, {-g, 0, 1}};
-  std::vector<tarn::Vec3<float>> points;
-  for (const auto& p : seed)
-    points.push_back(tarn::Vec3<float>(p[0], p[1], p[2]).normalized() * radius);
+  std::vector<tarn::Vec3f> points;
+  for (const auto& p : seed) points.push_back(tarn::Vec3f(p[0], p[1], p[2]).normalized() * radius);
   std::vector<int> indices = {0, 11, 5,  0, 5,  1, 0, 1, 7, 0, 7,  10, 0, 10, 11, 1, 5, 9, 5, 11,
                               4, 11, 10, 2, 10, 7, 6, 7, 1, 8, 3,  9,  4, 3,  4,  2, 3, 2, 6, 3,
                               6, 8,  3,  8, 9,  4, 9, 5, 2, 4, 11, 6,  2, 10, 8,  6, 7, 9, 8, 1};
@@ -288,11 +287,11 @@ inline SampleMesh makeSoup(int count, unsigned seed) {
   std::mt19937 random(seed);
   std::uniform_real_distribution<float> place(-1.0f, 1.0f);
   for (int i = 0; i < count; ++i) {
-    const tarn::Vec3<float> centre(place(random), place(random), place(random));
+    const tarn::Vec3f centre(place(random), place(random), place(random));
     const float size = std::exp2(-8.0f * std::fabs(place(random)));
     for (int k = 0; k < 3; ++k)
       mesh.points.push_back(centre +
-                            tarn::Vec3<float>(place(random), place(random), place(random)) * size);
+                            tarn::Vec3f(place(random), place(random), place(random)) * size);
     mesh.addFace({3 * i, 3 * i + 1, 3 * i + 2});
   }
   return mesh;
@@ -360,7 +359,7 @@ inline SampleMesh renamed(SampleMesh mesh, const char* name) {
   mesh.name = name;
   return mesh;
 }
-inline SampleMesh moved(SampleMesh mesh, const tarn::Vec3<float>& by, const char* name) {
+inline SampleMesh moved(SampleMesh mesh, const tarn::Vec3f& by, const char* name) {
   for (auto& p : mesh.points) p += by;
   return renamed(std::move(mesh), name);
 }
@@ -438,7 +437,7 @@ inline std::vector<SampleMesh> brokenMeshes() {
   const float nan = std::numeric_limits<float>::quiet_NaN(),
               inf = std::numeric_limits<float>::infinity();
   const int lowest = std::numeric_limits<int>::min(), largest = std::numeric_limits<int>::max();
-  const ovo::Array<tarn::Vec3<float>> box = makeUnitCube().points;
+  const ovo::Array<tarn::Vec3f> box = makeUnitCube().points;
   std::vector<SampleMesh> meshes = {
       {"empty", {}, {}, {}},
       {"points only", {{0, 0, 0}, {1, 2, 3}}, {}, {}},

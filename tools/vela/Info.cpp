@@ -48,7 +48,7 @@ InfoReport::CameraFacts factsOf(const ovo::CameraPrim& prim, double time, double
 
 InfoReport::MeshFacts factsOf(const ovo::MeshPrim& prim, double time) {
   InfoReport::MeshFacts facts;
-  ovo::Array<tarn::Vec3<float>> points;
+  ovo::Array<tarn::Vec3f> points;
   ovo::Array<int> counts, indices;
   bool reverseWinding = false;
   prim.getPoints(points, time);

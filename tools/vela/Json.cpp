@@ -20,9 +20,7 @@ Json number(float value) {
   return std::isfinite(value) ? Json(std::strtod(toText(value).c_str(), nullptr)) : Json();
 }
 Json number(double value) { return std::isfinite(value) ? Json(value) : Json(); }
-Json vector(const tarn::Vec3<float>& v) {
-  return Json::array({number(v.x), number(v.y), number(v.z)});
-}
+Json vector(const tarn::Vec3f& v) { return Json::array({number(v.x), number(v.y), number(v.z)}); }
 
 Json object(const ChannelsReport::ChannelFacts& channel) {
   return {{"channel", channel.number},  {"name", channel.name},

@@ -18,7 +18,7 @@ struct PickReport {
   std::uint32_t entry = 0;
   std::int32_t face = 0;
   float distance = 0.0f;
-  tarn::Vec3<float> position, normal;
+  tarn::Vec3f position, normal;
 };
 
 struct InfoReport {

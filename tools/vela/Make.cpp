@@ -13,17 +13,18 @@ namespace command {
 
 namespace {
 
-using tarn::Vec3;
+using tarn::Vec3d;
+using tarn::Vec3f;
 using vela::MeshSample;
 
-Vec3<float> narrowed(const double (&v)[3]) {
+Vec3f narrowed(const double (&v)[3]) {
   return {static_cast<float>(v[0]), static_cast<float>(v[1]), static_cast<float>(v[2])};
 }
 
 void makeCube(const MakeOptions& options, MeshSample& mesh) {
-  const Vec3<double> half(options.size[0] / 2, options.size[1] / 2, options.size[2] / 2);
-  vela::buildCube(mesh, tarn::Box3<double>(-half, half), options.rows, options.columns, true, true,
-                  true, true, !options.separatePoints);
+  const Vec3d half(options.size[0] / 2, options.size[1] / 2, options.size[2] / 2);
+  vela::buildCube(mesh, tarn::Box3d(-half, half), options.rows, options.columns, true, true, true,
+                  true, !options.separatePoints);
 }
 
 // In the x-z plane, seen from above; x runs along the columns.

@@ -21,7 +21,7 @@ namespace command {
 namespace {
 
 using Json = nlohmann::ordered_json;
-using tarn::Vec3;
+using tarn::Vec3f;
 using vela::scene::MeshDefect;
 using vela::scene::MeshReport;
 using vela::scene::PrimvarReport;
@@ -29,7 +29,7 @@ using vela::scene::PrimvarReport;
 Json number(float value) {
   return std::isfinite(value) ? Json(std::strtod(toText(value).c_str(), nullptr)) : Json();
 }
-Json vector(const Vec3<float>& v) { return Json::array({number(v.x), number(v.y), number(v.z)}); }
+Json vector(const Vec3f& v) { return Json::array({number(v.x), number(v.y), number(v.z)}); }
 
 Json toJson(const MeshReport& report) {
   Json primvars = Json::array(), defects = Json::array();
@@ -61,9 +61,7 @@ Json toJson(const MeshReport& report) {
           {"defects", defects}};
 }
 
-std::string textOf(const Vec3<float>& v) {
-  return toText(v.x) + " " + toText(v.y) + " " + toText(v.z);
-}
+std::string textOf(const Vec3f& v) { return toText(v.x) + " " + toText(v.y) + " " + toText(v.z); }
 
 void print(const MeshReport& report) {
   std::printf("%s\n  %zu points, %zu faces (%zu triangles, %zu quads), %zu face-vertices\n",

@@ -13,7 +13,8 @@ namespace command {
 
 namespace {
 
-using tarn::Vec3;
+using tarn::Vec3d;
+using tarn::Vec3f;
 using vela::scene::MeshList;
 using vela::scene::RayCaster;
 using vela::scene::Surface;
@@ -21,7 +22,7 @@ using vela::scene::SurfaceHit;
 using vela::scene::View;
 using vela::scene::WorldRay;
 
-std::string toText(const Vec3<float>& v) {
+std::string toText(const Vec3f& v) {
   return command::toText(v.x) + " " + command::toText(v.y) + " " + command::toText(v.z);
 }
 
@@ -39,7 +40,7 @@ void pick(const PickOptions& options) {
   if (options.byRay) {
     const double* r = options.ray;
     ray.base = {r[0], r[1], r[2]};
-    ray.direction = Vec3<float>(Vec3<double>(r[3], r[4], r[5]));
+    ray.direction = Vec3f(Vec3d(r[3], r[4], r[5]));
   } else {
     const View view = makeView(*stage, scene, extent);
     if (options.pixelX >= view.width || options.pixelY >= view.height)
@@ -47,7 +48,7 @@ void pick(const PickOptions& options) {
                     "lies outside the picture of " + std::to_string(view.width) + " x " +
                         std::to_string(view.height) + " pixels",
                     "try a larger --size"};
-    const tarn::Vec2<float> place = view.ndc(options.pixelX + 0.5, options.pixelY + 0.5);
+    const tarn::Vec2f place = view.ndc(options.pixelX + 0.5, options.pixelY + 0.5);
     view.makeRays(&place, 1, &ray);
   }
 
@@ -60,7 +61,7 @@ void pick(const PickOptions& options) {
     report.entry = hit.entry;
     report.face = list.shapeOf(hit.entry).sceneFace(hit.face);
     report.distance = static_cast<float>(hit.distance);
-    report.position = Vec3<float>(hit.position());
+    report.position = Vec3f(hit.position());
     report.normal = list.shapeOf(hit.entry).leftHanded ? -hit.normal : hit.normal;
     if (scene.smooth) {
       const vela::scene::ObjectSpace space = caster.objectSpace(hit.entry);

@@ -51,15 +51,15 @@ struct StoredOf<Token> {
   using Types = StoredTypes<pxr::TfToken, std::string, pxr::SdfAssetPath>;
 };
 template <>
-struct StoredOf<tarn::Vec2<int>> {
+struct StoredOf<tarn::Vec2i> {
   using Types = StoredTypes<pxr::GfVec2i>;
 };
 template <>
-struct StoredOf<tarn::Vec3<int>> {
+struct StoredOf<tarn::Vec3i> {
   using Types = StoredTypes<pxr::GfVec3i>;
 };
 template <>
-struct StoredOf<tarn::Vec4<int>> {
+struct StoredOf<tarn::Vec4i> {
   using Types = StoredTypes<pxr::GfVec4i>;
 };
 template <class F>
@@ -76,7 +76,7 @@ struct StoredOf<tarn::Vec4<F>> {
                             pxr::GfQuath>;
 };
 template <>
-struct StoredOf<tarn::Mat4<double>> {
+struct StoredOf<tarn::Mat4d> {
   using Types = StoredTypes<pxr::GfMatrix4d>;
 };
 

@@ -11,9 +11,8 @@ namespace {
 constexpr double kRadiansPerDegree = tarn::kRadiansPerDegree<double>;
 
 // The inverse of what the film window does.
-tarn::Mat4<double> inverseWindow(tarn::Vec2<double> translate, tarn::Vec2<double> scale,
-                                 double rotateDegrees) {
-  tarn::Mat4<double> m;
+tarn::Mat4d inverseWindow(tarn::Vec2d translate, tarn::Vec2d scale, double rotateDegrees) {
+  tarn::Mat4d m;
   m.rotateZ(rotateDegrees * kRadiansPerDegree);
   m.scale(1.0 / scale.x, 1.0 / scale.y, 1.0);
   m.translate(-translate.x, -translate.y, 0.0);
@@ -29,20 +28,19 @@ Camera::~Camera() = default;
 void Camera::drawCamera() {}
 void Camera::_validateCamera() {}
 
-tarn::Mat4<double> Camera::BuildNDCTransform(const Sample& sample, bool inverse) {
+tarn::Mat4d Camera::BuildNDCTransform(const Sample& sample, bool inverse) {
   const CameraSensorParameters& s = sample.sensor;
   if (inverse) return inverseWindow(s.apertureTranslate, s.apertureScale, s.apertureRotate);
-  tarn::Mat4<double> m;
+  tarn::Mat4d m;
   m.translate(s.apertureTranslate.x, s.apertureTranslate.y, 0.0);
   m.scale(s.apertureScale.x, s.apertureScale.y, 1.0);
   m.rotateZ(-s.apertureRotate * kRadiansPerDegree);
   return m;
 }
 
-tarn::Mat4<double> Camera::BuildLinearProjection(const Sample& sample, bool withNdc,
-                                                 bool perspective) {
+tarn::Mat4d Camera::BuildLinearProjection(const Sample& sample, bool withNdc, bool perspective) {
   const CameraSensorParameters& s = sample.sensor;
-  tarn::Mat4<double> projection;
+  tarn::Mat4d projection;
   projection.setToProjection(sample.optics.focalLength / s.apertureSize.x,
                              sample.lensAp.clipNearDistance, sample.lensAp.clipFarDistance,
                              perspective);
@@ -50,12 +48,11 @@ tarn::Mat4<double> Camera::BuildLinearProjection(const Sample& sample, bool with
   return inverseWindow(s.apertureTranslate, s.apertureScale, s.apertureRotate) * projection;
 }
 
-tarn::Mat4<double> BuildProjectionMatrix(double lensMagnification, double nearDistance,
-                                         double farDistance, tarn::Vec2<double> translate,
-                                         tarn::Vec2<double> scale, double rotateDegrees,
-                                         bool perspective) {
-  tarn::Mat4<double> m = inverseWindow(translate, scale, rotateDegrees);
-  tarn::Mat4<double> projection;
+tarn::Mat4d BuildProjectionMatrix(double lensMagnification, double nearDistance, double farDistance,
+                                  tarn::Vec2d translate, tarn::Vec2d scale, double rotateDegrees,
+                                  bool perspective) {
+  tarn::Mat4d m = inverseWindow(translate, scale, rotateDegrees);
+  tarn::Mat4d projection;
   projection.setToProjection(lensMagnification, nearDistance, farDistance, perspective);
   m *= projection;
   return m;
@@ -72,7 +69,7 @@ void Camera::Sample::updateDerivedValues(const LensProjectionFunction* projectio
 
   // Film window.
   ndc = BuildNDCTransform(*this, false);
-  ndcIsIdentity = ndc == tarn::Mat4<double>::getIdentity();
+  ndcIsIdentity = ndc == tarn::Mat4d::getIdentity();
 
   // Projection.
   if (projection != nullptr) {

@@ -18,13 +18,13 @@
 ///   assert(sample.lensMagnification() == 0.72f);
 ///
 ///   // At a distance of 10 the film window is 10 * 36 / 50 = 7.2 wide: half of it is NDC 1.
-///   const tarn::Vec4<double> onRightEdge(3.6, 1.0, 0.0, 1.0);
-///   const tarn::Vec4<double> ndc = sample.worldToNdc().transform(onRightEdge).wNormalized();
+///   const tarn::Vec4d onRightEdge(3.6, 1.0, 0.0, 1.0);
+///   const tarn::Vec4d ndc = sample.worldToNdc().transform(onRightEdge).wNormalized();
 ///   assert(std::fabs(ndc.x - 1.0) < 1e-12 && std::fabs(ndc.y) < 1e-12);
 ///
 ///   // What a camera shares with everything that is placed in a scene.
 ///   const vela::Axis::Sample& placed = sample;
-///   assert(placed.xform.w2l.transformPoint({0.0, 1.0, 10.0}) == tarn::Vec3<double>());
+///   assert(placed.xform.w2l.transformPoint({0.0, 1.0, 10.0}) == tarn::Vec3d());
 /// \endcode
 #pragma once
 
@@ -41,26 +41,25 @@ class LensProjectionFunction;
 
 /// Where something stands.
 struct XformParameters {
-  tarn::Mat4<double> parent;  ///< parent to world
-  tarn::Mat4<double> local;   ///< local to parent
-  tarn::Mat4<double> l2w;     ///< local to world
-  tarn::Mat4<double>
-      w2l;  ///< world to local; Camera::Sample::updateDerivedValues computes it from l2w
+  tarn::Mat4d parent;  ///< parent to world
+  tarn::Mat4d local;   ///< local to parent
+  tarn::Mat4d l2w;     ///< local to world
+  tarn::Mat4d w2l;     ///< world to local; Camera::Sample::updateDerivedValues computes it from l2w
 };
 
 /// The film back. Lengths are in the unit of the focal length.
 struct CameraSensorParameters {
-  tarn::Vec2<double> apertureSize{1.0, 1.0};       ///< of the film window
-  tarn::Vec2<double> apertureTranslate{0.0, 0.0};  ///< of the window, in NDC: 2 is a whole width
-  double apertureRotate = 0.0;                     ///< of the window, degrees
-  tarn::Vec2<double> apertureScale{1.0, 1.0};      ///< of the window
+  tarn::Vec2d apertureSize{1.0, 1.0};       ///< of the film window
+  tarn::Vec2d apertureTranslate{0.0, 0.0};  ///< of the window, in NDC: 2 is a whole width
+  double apertureRotate = 0.0;              ///< of the window, degrees
+  tarn::Vec2d apertureScale{1.0, 1.0};      ///< of the window
   double sceneToCameraFactor = 0.001;
   double sensorISO = 100.0;
   double sensorExposureBias = 0.0;
 };
 
 struct CameraMountParameters {
-  tarn::Vec2<double> offset{0.0, 0.0};
+  tarn::Vec2d offset{0.0, 0.0};
 };
 
 struct CameraLensApertureParameters {
@@ -110,13 +109,12 @@ class VELA_API Camera : public Axis {
     bool distortionEnabled_ = false;
 
    public:
-    tarn::Mat4<double>
-        ndc;  ///< what the film window does to NDC coordinates, see BuildNDCTransform
+    tarn::Mat4d ndc;  ///< what the film window does to NDC coordinates, see BuildNDCTransform
     bool ndcIsIdentity = true;  ///< of `ndc`; lenses then leave it out
-    tarn::Mat4<double> proj;    ///< camera space to NDC
+    tarn::Mat4d proj;           ///< camera space to NDC
 
    private:
-    tarn::Mat4<double> worldToNdc_;
+    tarn::Mat4d worldToNdc_;
 
    public:
     /// Width of the film window over focal length: twice the tangent of half the horizontal field
@@ -126,10 +124,10 @@ class VELA_API Camera : public Axis {
     [[nodiscard]] float lensPupilRadius() const { return lensPupilRadius_; }
     /// True when one of the three distortion coefficients is not 0.
     [[nodiscard]] bool distortionEnabled() const { return distortionEnabled_; }
-    [[nodiscard]] const tarn::Mat4<double>& ndcTransform() const { return ndc; }
+    [[nodiscard]] const tarn::Mat4d& ndcTransform() const { return ndc; }
     [[nodiscard]] bool ndcTransformIsIdentity() const { return ndcIsIdentity; }
-    [[nodiscard]] const tarn::Mat4<double>& projectionMatrix() const { return proj; }
-    [[nodiscard]] const tarn::Mat4<double>& worldToNdc() const { return worldToNdc_; }
+    [[nodiscard]] const tarn::Mat4d& projectionMatrix() const { return proj; }
+    [[nodiscard]] const tarn::Mat4d& worldToNdc() const { return worldToNdc_; }
 
     /// Computes `xform.w2l` and the derived values from everything else.
     ///
@@ -152,13 +150,13 @@ class VELA_API Camera : public Axis {
 
   /// What the film window does to NDC coordinates: rotate by -apertureRotate, scale, translate (a
   /// point sees them in this order); or its inverse.
-  [[nodiscard]] static tarn::Mat4<double> BuildNDCTransform(const Sample& sample, bool inverse);
+  [[nodiscard]] static tarn::Mat4d BuildNDCTransform(const Sample& sample, bool inverse);
 
   /// Camera space to NDC by focal length over film width and the two clipping distances.
   ///
   /// \param withNdc  also takes the film window into account (the inverse NDC transform comes last)
-  [[nodiscard]] static tarn::Mat4<double> BuildLinearProjection(const Sample& sample, bool withNdc,
-                                                                bool perspective);
+  [[nodiscard]] static tarn::Mat4d BuildLinearProjection(const Sample& sample, bool withNdc,
+                                                         bool perspective);
 
  protected:
   virtual void _validateCamera();
@@ -169,9 +167,10 @@ class VELA_API Camera : public Axis {
 /// \param lensMagnification  goes to Mat4::setToProjection as it is, which takes focal length over
 ///         film width: the reverse of Camera::Sample::lensMagnification
 /// \param translate, scale, rotateDegrees  of the film window; a zero scale gives infinities
-[[nodiscard]] VELA_API tarn::Mat4<double> BuildProjectionMatrix(
-    double lensMagnification, double nearDistance, double farDistance, tarn::Vec2<double> translate,
-    tarn::Vec2<double> scale, double rotateDegrees, bool perspective);
+[[nodiscard]] VELA_API tarn::Mat4d BuildProjectionMatrix(double lensMagnification,
+                                                         double nearDistance, double farDistance,
+                                                         tarn::Vec2d translate, tarn::Vec2d scale,
+                                                         double rotateDegrees, bool perspective);
 
 /// Labelled values in brackets, on one line; a sample takes eight lines. Numbers have the stream's
 /// own format.

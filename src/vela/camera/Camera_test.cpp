@@ -14,10 +14,10 @@
 #include "support/VirtualSlots.h"
 #include "vela/camera/LensProjection.h"
 
-using tarn::Mat4;
-using tarn::Vec2;
-using tarn::Vec3;
-using tarn::Vec4;
+using tarn::Mat4d;
+using tarn::Vec2d;
+using tarn::Vec3d;
+using tarn::Vec4d;
 using vela::Axis;
 using vela::Camera;
 
@@ -34,12 +34,12 @@ std::string text(const T& value) {
   return os.str();
 }
 
-Vec3<double> projected(const Mat4<double>& m, const Vec3<double>& p) {
-  const Vec4<double> r = m.transform(Vec4<double>(p.x, p.y, p.z, 1.0)).wNormalized();
+Vec3d projected(const Mat4d& m, const Vec3d& p) {
+  const Vec4d r = m.transform(Vec4d(p.x, p.y, p.z, 1.0)).wNormalized();
   return {r.x, r.y, r.z};
 }
 
-void expectNear(const Mat4<double>& a, const Mat4<double>& b, double tolerance) {
+void expectNear(const Mat4d& a, const Mat4d& b, double tolerance) {
   for (std::size_t i = 0; i < 16; ++i) EXPECT_NEAR(a[i], b[i], tolerance) << "element " << i;
 }
 
@@ -59,14 +59,14 @@ Camera::Sample windowed() {
 
 TEST(CameraSample, HasItsDefaults) {
   const Camera::Sample s;
-  EXPECT_EQ(s.sensor.apertureSize, Vec2<double>(1, 1));
-  EXPECT_EQ(s.sensor.apertureTranslate, Vec2<double>(0, 0));
+  EXPECT_EQ(s.sensor.apertureSize, Vec2d(1, 1));
+  EXPECT_EQ(s.sensor.apertureTranslate, Vec2d(0, 0));
   EXPECT_EQ(s.sensor.apertureRotate, 0.0);
-  EXPECT_EQ(s.sensor.apertureScale, Vec2<double>(1, 1));
+  EXPECT_EQ(s.sensor.apertureScale, Vec2d(1, 1));
   EXPECT_EQ(s.sensor.sceneToCameraFactor, 0.001);
   EXPECT_EQ(s.sensor.sensorISO, 100.0);
   EXPECT_EQ(s.sensor.sensorExposureBias, 0.0);
-  EXPECT_EQ(s.mount.offset, Vec2<double>(0, 0));
+  EXPECT_EQ(s.mount.offset, Vec2d(0, 0));
   EXPECT_EQ(s.lensAp.fStop, 0.0);
   EXPECT_EQ(s.lensAp.clipNearDistance, 0.001);
   EXPECT_EQ(s.optics.focalLength, 1.0);
@@ -79,10 +79,10 @@ TEST(CameraSample, HasItsDefaults) {
   EXPECT_EQ(s.lensMagnification(), 1.0f);
   EXPECT_EQ(s.lensPupilRadius(), 0.0f);
   EXPECT_FALSE(s.distortionEnabled());
-  EXPECT_EQ(s.ndcTransform(), Mat4<double>());
+  EXPECT_EQ(s.ndcTransform(), Mat4d());
   EXPECT_TRUE(s.ndcTransformIsIdentity());
-  EXPECT_EQ(s.projectionMatrix(), Mat4<double>());
-  EXPECT_EQ(s.worldToNdc(), Mat4<double>());
+  EXPECT_EQ(s.projectionMatrix(), Mat4d());
+  EXPECT_EQ(s.worldToNdc(), Mat4d());
 }
 
 // KEEP(far-plane-one): 1 and nothing larger.
@@ -120,9 +120,9 @@ TEST(CameraSample, AssignmentCopiesEveryField) {
 
 TEST(CameraMatrices, NdcTransformRotatesThenScalesThenTranslates) {
   const Camera::Sample s = windowed();
-  const Mat4<double> m = Camera::BuildNDCTransform(s, false);
+  const Mat4d m = Camera::BuildNDCTransform(s, false);
   // (1, 0) turned by -30 degrees, scaled by (2, 4), moved by (0.25, -0.5).
-  const Vec3<double> p = m.transformPoint(Vec3<double>(1, 0, 0));
+  const Vec3d p = m.transformPoint(Vec3d(1, 0, 0));
   EXPECT_NEAR(p.x, 2.0 * std::cos(kPi / 6) + 0.25, 1e-15);
   EXPECT_NEAR(p.y, -4.0 * std::sin(kPi / 6) - 0.5, 1e-15);
   EXPECT_EQ(p.z, 0.0);
@@ -136,19 +136,19 @@ TEST(CameraMatrices, NdcInverseUndoesIt) {
     s.sensor.apertureTranslate = {u(random) - 1.5, u(random) - 1.5};
     s.sensor.apertureScale = {u(random), -u(random)};
     s.sensor.apertureRotate = u(random) * 100.0;
-    expectNear(Camera::BuildNDCTransform(s, true) * Camera::BuildNDCTransform(s, false),
-               Mat4<double>(), 1e-12);
+    expectNear(Camera::BuildNDCTransform(s, true) * Camera::BuildNDCTransform(s, false), Mat4d(),
+               1e-12);
   }
 }
 
 TEST(CameraMatrices, NdcTransformIsBitForBitTheSequenceOfCalls) {
   const Camera::Sample s = windowed();
-  Mat4<double> forward;
+  Mat4d forward;
   forward.translate(0.25, -0.5, 0);
   forward.scale(2, 4, 1);
   forward.rotateZ(-30.0 * 0.017453292519943295);
   EXPECT_EQ(Camera::BuildNDCTransform(s, false), forward);
-  Mat4<double> inverse;
+  Mat4d inverse;
   inverse.rotateZ(30.0 * 0.017453292519943295);
   inverse.scale(0.5, 0.25, 1);
   inverse.translate(-0.25, 0.5, 0);
@@ -158,7 +158,7 @@ TEST(CameraMatrices, NdcTransformIsBitForBitTheSequenceOfCalls) {
 TEST(CameraMatrices, LinearProjectionTakesFocalLengthOverWidth) {
   const Camera::Sample s = windowed();
   for (bool perspective : {true, false}) {
-    Mat4<double> expected;
+    Mat4d expected;
     expected.setToProjection(36.0 / 24.0, 0.5, 100.0, perspective);
     EXPECT_EQ(Camera::BuildLinearProjection(s, false, perspective), expected);
     EXPECT_EQ(Camera::BuildLinearProjection(s, true, perspective),
@@ -177,7 +177,7 @@ TEST(CameraMatrices, ProjectionFromNumbersIsTheOneOfASample) {
 TEST(CameraMatrices, ProjectionSpansTheClippingRange) {
   Camera::Sample s = windowed();
   for (bool perspective : {true, false}) {
-    const Mat4<double> p = Camera::BuildLinearProjection(s, false, perspective);
+    const Mat4d p = Camera::BuildLinearProjection(s, false, perspective);
     EXPECT_NEAR(projected(p, {0, 0, -0.5}).z, -1.0, 1e-12);
     EXPECT_NEAR(projected(p, {0, 0, -100}).z, 1.0, 1e-12);
   }
@@ -233,7 +233,7 @@ TEST(CameraDerived, ARightAngleTurnsTheWindowClockwise) {
   s.sensor.apertureRotate = 90.0;
   s.updateDerivedValues(nullptr);
   EXPECT_FALSE(s.ndcTransformIsIdentity());
-  const Vec3<double> p = s.ndc.transformPoint(Vec3<double>(1, 0, 0));
+  const Vec3d p = s.ndc.transformPoint(Vec3d(1, 0, 0));
   EXPECT_NEAR(p.x, 0.0, 1e-15);
   EXPECT_EQ(p.y, -1.0);
 }
@@ -260,7 +260,7 @@ TEST(CameraDerived, WorldToLocalIsTheInverse) {
   s.xform.l2w.translate(1, 2, 3).rotateY(0.5).scale(2, 2, 2);
   s.updateDerivedValues(nullptr);
   EXPECT_EQ(s.xform.w2l, s.xform.l2w.inverse());
-  expectNear(s.xform.w2l * s.xform.l2w, Mat4<double>(), 1e-14);
+  expectNear(s.xform.w2l * s.xform.l2w, Mat4d(), 1e-14);
   EXPECT_EQ(s.worldToNdc(), s.proj * s.xform.w2l);
 }
 
@@ -268,7 +268,7 @@ TEST(CameraDerived, ASingularPlacementSeesNothing) {
   Camera::Sample s;
   s.xform.l2w.scale(1, 1, 0);
   s.updateDerivedValues(nullptr);
-  EXPECT_EQ(s.xform.w2l, Mat4<double>(0.0));
+  EXPECT_EQ(s.xform.w2l, Mat4d(0.0));
 }
 
 TEST(CameraDerived, TheLensGivesTheProjection) {
@@ -289,7 +289,7 @@ TEST(CameraDerived, WithoutALensTheMagnificationIsTakenAsItIs) {
             vela::BuildProjectionMatrix(static_cast<double>(static_cast<float>(24.0 / 36.0)), 0.5,
                                         100.0, {0.25, -0.5}, {2.0, 4.0}, 30.0, true));
   const vela::LinearProjection lens(false);
-  const Mat4<double> without = s.proj;
+  const Mat4d without = s.proj;
   s.updateDerivedValues(&lens);
   EXPECT_NE(s.proj, without);
 }

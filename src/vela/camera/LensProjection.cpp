@@ -27,19 +27,19 @@ LensProjectionFunction::~LensProjectionFunction() = default;
 LensProjectionFunction* LensProjectionFunction::asLensProjectionFunction() const { return nullptr; }
 LensProjection LensProjectionFunction::lensProjectionMode() const { return LensProjection::none; }
 
-float LensProjectionFunction::distanceToLinearZ(const Camera::Sample&, const tarn::Vec2<float>&,
+float LensProjectionFunction::distanceToLinearZ(const Camera::Sample&, const tarn::Vec2f&,
                                                 float distance) const {
   return distance;
 }
 
 double LensProjectionFunction::lensMagnification(const Camera::Sample&) const { return 1.0; }
 
-tarn::Mat4<double> LensProjectionFunction::projectionMatrix(const Camera::Sample& sample) const {
+tarn::Mat4d LensProjectionFunction::projectionMatrix(const Camera::Sample& sample) const {
   return Camera::BuildNDCTransform(sample, true) *
          Camera::BuildLinearProjection(sample, false, true);
 }
 
-tarn::Mat4<double> LensProjectionFunction::ndcTransformMatrix(const Camera::Sample& sample) const {
+tarn::Mat4d LensProjectionFunction::ndcTransformMatrix(const Camera::Sample& sample) const {
   return Camera::BuildNDCTransform(sample, false);
 }
 
@@ -60,13 +60,13 @@ LensProjection LinearProjection::lensProjectionMode() const {
 }
 bool LinearProjection::isLinear() const { return true; }
 
-float LinearProjection::distanceToLinearZ(const Camera::Sample& sample,
-                                          const tarn::Vec2<float>& ndc, float distance) const {
+float LinearProjection::distanceToLinearZ(const Camera::Sample& sample, const tarn::Vec2f& ndc,
+                                          float distance) const {
   if (orthographic_) return distance;
   return std::cos(std::atan(ndc.length() * sample.lensMagnification() * 0.5f)) * distance;
 }
 
-tarn::Mat4<double> LinearProjection::projectionMatrix(const Camera::Sample& sample) const {
+tarn::Mat4d LinearProjection::projectionMatrix(const Camera::Sample& sample) const {
   return Camera::BuildNDCTransform(sample, true) *
          Camera::BuildLinearProjection(sample, false, !orthographic_);
 }
@@ -90,8 +90,8 @@ void LinearProjection::project(const Camera::Sample& sample, const ProjectionIma
   if (coords == nullptr || count == 0 || sample.distortionEnabled() || orthographic_) return;
   for (std::size_t i = 0; i < count; ++i) {
     ProjectCoord& c = coords[i];
-    const tarn::Vec4<double> point(tarn::Vec4<float>(c.px, c.py, c.pz, c.pw));
-    const tarn::Vec4<double> r = sample.worldToNdc().transform(point).wNormalized();
+    const tarn::Vec4d point(tarn::Vec4f(c.px, c.py, c.pz, c.pw));
+    const tarn::Vec4d r = sample.worldToNdc().transform(point).wNormalized();
     c.x = static_cast<float>(r.x);
     c.y = static_cast<float>(r.y);
     c.depth = static_cast<float>(r.z);

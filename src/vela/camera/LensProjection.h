@@ -27,7 +27,7 @@
 ///   }
 ///   vela::RayContext rays[4];
 ///   vela::generateCameraRays(*lens, 4, corners, sample, image, rays);
-///   const tarn::Vec3<float> topRight = tarn::Vec3<float>(1.0f, 0.75f, -1.0f).normalized();
+///   const tarn::Vec3f topRight = tarn::Vec3f(1.0f, 0.75f, -1.0f).normalized();
 ///   assert((rays[1].direction - topRight).length() < 1e-6f);
 ///
 ///   // And back: where a point of the world shows.
@@ -111,13 +111,13 @@ class VELA_API LensProjectionFunction {
   /// The part along -z of a distance along the ray at `ndc`. Unchanged where the two are not told
   /// apart.
   [[nodiscard]] virtual float distanceToLinearZ(const Camera::Sample& sample,
-                                                const tarn::Vec2<float>& ndc, float distance) const;
+                                                const tarn::Vec2f& ndc, float distance) const;
   [[nodiscard]] virtual double lensMagnification(const Camera::Sample& sample) const;
   /// Camera space to NDC, the film window included. The lenses that are not linear have the
   /// perspective one.
-  [[nodiscard]] virtual tarn::Mat4<double> projectionMatrix(const Camera::Sample& sample) const;
+  [[nodiscard]] virtual tarn::Mat4d projectionMatrix(const Camera::Sample& sample) const;
   /// What the film window does to NDC coordinates.
-  [[nodiscard]] virtual tarn::Mat4<double> ndcTransformMatrix(const Camera::Sample& sample) const;
+  [[nodiscard]] virtual tarn::Mat4d ndcTransformMatrix(const Camera::Sample& sample) const;
   /// True when coordinates outside the image still give rays.
   [[nodiscard]] virtual bool canBeExtendedHorizontally() const;
   [[nodiscard]] virtual bool canBeExtendedVertically() const;
@@ -158,8 +158,8 @@ class VELA_API LensProjectionFunction {
 ///   rightEdge.x = 1.0f;
 ///   vela::RayContext ray;
 ///   orthographic.generateRayGeometry(1, &rightEdge, &sample, {}, &ray);
-///   assert(ray.origin == tarn::Vec3<float>(4.0f, 0.0f, 0.0f));
-///   assert(ray.direction == tarn::Vec3<float>(0.0f, 0.0f, -1.0f));
+///   assert(ray.origin == tarn::Vec3f(4.0f, 0.0f, 0.0f));
+///   assert(ray.direction == tarn::Vec3f(0.0f, 0.0f, -1.0f));
 /// \endcode
 class VELA_API LinearProjection : public LensProjectionFunction {
  public:
@@ -168,9 +168,9 @@ class VELA_API LinearProjection : public LensProjectionFunction {
   [[nodiscard]] const char* identifier() const override;
   [[nodiscard]] LensProjection lensProjectionMode() const override;
   [[nodiscard]] bool isLinear() const override;
-  [[nodiscard]] float distanceToLinearZ(const Camera::Sample& sample, const tarn::Vec2<float>& ndc,
+  [[nodiscard]] float distanceToLinearZ(const Camera::Sample& sample, const tarn::Vec2f& ndc,
                                         float distance) const override;
-  [[nodiscard]] tarn::Mat4<double> projectionMatrix(const Camera::Sample& sample) const override;
+  [[nodiscard]] tarn::Mat4d projectionMatrix(const Camera::Sample& sample) const override;
   [[nodiscard]] bool canBeExtendedHorizontally() const override;
   [[nodiscard]] bool canBeExtendedVertically() const override;
   void generateRayGeometry(unsigned count, const ProjectCoord* coords,
@@ -196,7 +196,7 @@ class VELA_API LinearProjection : public LensProjectionFunction {
 ///   vela::RayContext ray;
 ///   const vela::ProjectCoord centre;
 ///   lens.generateRayGeometry(1, &centre, &sample, {}, &ray);
-///   assert(ray.direction == tarn::Vec3<float>());  // the host's to fill in
+///   assert(ray.direction == tarn::Vec3f());  // the host's to fill in
 /// \endcode
 class VELA_API WarpedLinearProjection : public LinearProjection {
  public:
@@ -225,7 +225,7 @@ class VELA_API WarpedLinearProjection : public LinearProjection {
 ///   coord.x = 0.5f;
 ///   vela::RayContext ray;
 ///   lens.generateRayGeometry(1, &coord, &sample, {0.5f}, &ray);
-///   assert((ray.direction - tarn::Vec3<float>(1.0f, 0.0f, 0.0f)).length() < 1e-6f);
+///   assert((ray.direction - tarn::Vec3f(1.0f, 0.0f, 0.0f)).length() < 1e-6f);
 /// \endcode
 class VELA_API SphericalProjection : public LensProjectionFunction {
  public:
@@ -251,7 +251,7 @@ class VELA_API SphericalProjection : public LensProjectionFunction {
 ///   coord.x = -0.5f;
 ///   vela::RayContext ray;
 ///   lens.generateRayGeometry(1, &coord, &sample, {0.5f}, &ray);
-///   assert((ray.direction - tarn::Vec3<float>(-1.0f, 0.0f, 0.0f)).length() < 1e-6f);
+///   assert((ray.direction - tarn::Vec3f(-1.0f, 0.0f, 0.0f)).length() < 1e-6f);
 /// \endcode
 class VELA_API CylindricalProjection : public LensProjectionFunction {
  public:

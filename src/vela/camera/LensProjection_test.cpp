@@ -13,10 +13,11 @@
 
 #include "support/VirtualSlots.h"
 
-using tarn::Mat4;
-using tarn::Vec2;
-using tarn::Vec3;
-using tarn::Vec4;
+using tarn::Mat4d;
+using tarn::Vec2f;
+using tarn::Vec3d;
+using tarn::Vec3f;
+using tarn::Vec4d;
 using vela::Camera;
 using vela::CreateProjectionFunc;
 using vela::LensProjection;
@@ -62,9 +63,7 @@ RayContext rayOf(const LensProjectionFunction& lens, const Camera::Sample& sampl
   return ray;
 }
 
-bool sameBits(const Vec3<float>& a, const Vec3<float>& b) {
-  return std::memcmp(&a, &b, sizeof a) == 0;
-}
+bool sameBits(const Vec3f& a, const Vec3f& b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
 // Bit for bit, NaN and all.
 bool sameRays(const std::vector<RayContext>& a, const std::vector<RayContext>& b) {
@@ -380,16 +379,16 @@ TEST(PerspectiveLens, MagnificationTwoSeesFortyFiveDegreesAtTheEdge) {
   const Camera::Sample s = sampleOf(2, 1);
   const RayContext ray = rayOf(vela::LinearProjection(false), s, coordAt(1, 0));
   const float r = 1.0f / std::sqrt(2.0f);
-  EXPECT_EQ(ray.origin, Vec3<float>());
-  EXPECT_EQ(ray.direction, Vec3<float>(1, 0, -1).normalized());
+  EXPECT_EQ(ray.origin, Vec3f());
+  EXPECT_EQ(ray.direction, Vec3f(1, 0, -1).normalized());
   EXPECT_FLOAT_EQ(ray.direction.x, r);
   EXPECT_FLOAT_EQ(ray.direction.z, -r);
 }
 
 TEST(PerspectiveLens, TheCentreLooksAhead) {
   const RayContext ray = rayOf(vela::LinearProjection(false), sampleOf(36, 50), coordAt(0, 0));
-  EXPECT_EQ(ray.direction, Vec3<float>(0, 0, -1));
-  EXPECT_EQ(ray.xDirection, Vec3<float>(0, 0, -1));
+  EXPECT_EQ(ray.direction, Vec3f(0, 0, -1));
+  EXPECT_EQ(ray.xDirection, Vec3f(0, 0, -1));
   EXPECT_EQ(ray.slopeBits, 4);
 }
 
@@ -424,7 +423,7 @@ TEST(PerspectiveLens, FollowsItsFormulaBitForBit) {
     if (window) {
       for (float* v : {p, q}) {
         const double x = static_cast<double>(v[0]), y = static_cast<double>(v[1]);
-        const Mat4<double> m = Camera::BuildNDCTransform(s.sample, false);
+        const Mat4d m = Camera::BuildNDCTransform(s.sample, false);
         v[0] = static_cast<float>(x * m[0] + y * m[4] + m[12]);
         v[1] = static_cast<float>(x * m[1] + y * m[5] + m[13]);
       }
@@ -432,12 +431,12 @@ TEST(PerspectiveLens, FollowsItsFormulaBitForBit) {
     const float h = s.sample.lensMagnification() * 0.5f;
     const auto unit = [](float x, float y) {
       const float n = std::sqrt(x * x + y * y + 1.0f);
-      return Vec3<float>(x / n, y / n, -1.0f / n);
+      return Vec3f(x / n, y / n, -1.0f / n);
     };
     ASSERT_TRUE(sameBits(ray.direction, unit(h * p[0], h * p[1])));
     ASSERT_TRUE(sameBits(ray.xDirection, unit(h * q[0], h * p[1])));
     ASSERT_TRUE(sameBits(ray.yDirection, unit(h * p[0], h * q[1])));
-    ASSERT_EQ(ray.origin, Vec3<float>());
+    ASSERT_EQ(ray.origin, Vec3f());
   }
 }
 
@@ -446,7 +445,7 @@ TEST(PerspectiveLens, TheIdentityFlagAloneLeavesTheWindowOut) {
   s.ndc.translate(0.5, 0, 0);
   ASSERT_TRUE(s.ndcIsIdentity);
   const vela::LinearProjection lens(false);
-  EXPECT_EQ(rayOf(lens, s, coordAt(0, 0)).direction, Vec3<float>(0, 0, -1));
+  EXPECT_EQ(rayOf(lens, s, coordAt(0, 0)).direction, Vec3f(0, 0, -1));
   s.ndcIsIdentity = false;
   EXPECT_GT(rayOf(lens, s, coordAt(0, 0)).direction.x, 0.4f);
 }
@@ -465,9 +464,9 @@ TEST(PerspectiveLens, RaysProjectBackToTheirCoordinates) {
     s.sample.updateDerivedValues(&lens);
     const RayContext ray = rayOf(lens, s.sample, s.coord);
     const double t = 1.0 + 10.0 * std::fabs(u(random));
-    const Vec3<double> world = s.sample.xform.l2w.transformPoint(Vec3<double>(ray.direction) * t);
-    const Vec4<double> ndc =
-        s.sample.worldToNdc().transform(Vec4<double>(world.x, world.y, world.z, 1.0)).wNormalized();
+    const Vec3d world = s.sample.xform.l2w.transformPoint(Vec3d(ray.direction) * t);
+    const Vec4d ndc =
+        s.sample.worldToNdc().transform(Vec4d(world.x, world.y, world.z, 1.0)).wNormalized();
     ASSERT_NEAR(ndc.x, static_cast<double>(s.coord.x), 1e-6);
     ASSERT_NEAR(ndc.y, static_cast<double>(s.coord.y), 1e-6);
   }
@@ -534,7 +533,7 @@ TEST(PerspectiveLens, DistanceToLinearZIsThePartAlongTheAxis) {
   EXPECT_FLOAT_EQ(lens.distanceToLinearZ(s, {1, 0}, 2.0f), 2.0f / std::sqrt(2.0f));
   EXPECT_EQ(lens.distanceToLinearZ(s, {0, 0}, 2.0f), 2.0f);
   EXPECT_EQ(lens.distanceToLinearZ(s, {0.3f, 0.4f}, 3.0f),
-            std::cos(std::atan(Vec2<float>(0.3f, 0.4f).length() * 2.0f * 0.5f)) * 3.0f);
+            std::cos(std::atan(Vec2f(0.3f, 0.4f).length() * 2.0f * 0.5f)) * 3.0f);
   const unsigned seed = std::random_device{}();
   SCOPED_TRACE("seed " + std::to_string(seed));
   std::mt19937 random(seed);
@@ -551,12 +550,12 @@ TEST(PerspectiveLens, DistanceToLinearZIsThePartAlongTheAxis) {
 TEST(OrthographicLens, RaysAreParallelAndOriginsScale) {
   const vela::LinearProjection lens(true);
   const RayContext one = rayOf(lens, sampleOf(2, 1), coordAt(0.5f, -0.25f, 0.1f, 0.1f));
-  EXPECT_EQ(one.origin, Vec3<float>(0.5f, -0.25f, 0));
-  EXPECT_EQ(one.direction, Vec3<float>(0, 0, -1));
-  EXPECT_EQ(one.xDirection, Vec3<float>(0, 0, -1));
-  EXPECT_EQ(one.yDirection, Vec3<float>(0, 0, -1));
-  EXPECT_EQ(one.invDir(), Vec3<float>(kInf, kInf, -1));
-  EXPECT_EQ(rayOf(lens, sampleOf(8, 1), coordAt(0.5f, -0.25f)).origin, Vec3<float>(2, -1, 0));
+  EXPECT_EQ(one.origin, Vec3f(0.5f, -0.25f, 0));
+  EXPECT_EQ(one.direction, Vec3f(0, 0, -1));
+  EXPECT_EQ(one.xDirection, Vec3f(0, 0, -1));
+  EXPECT_EQ(one.yDirection, Vec3f(0, 0, -1));
+  EXPECT_EQ(one.invDir(), Vec3f(kInf, kInf, -1));
+  EXPECT_EQ(rayOf(lens, sampleOf(8, 1), coordAt(0.5f, -0.25f)).origin, Vec3f(2, -1, 0));
 }
 
 TEST(OrthographicLens, RaysProjectBackToTheirCoordinates) {
@@ -565,9 +564,9 @@ TEST(OrthographicLens, RaysProjectBackToTheirCoordinates) {
   for (int i = 0; i < 1000; ++i) {
     const Scene s = randomScene(random, true);
     const RayContext ray = rayOf(lens, s.sample, s.coord);
-    const Vec3<double> p = Vec3<double>(ray.origin) + Vec3<double>(ray.direction) * 3.0;
-    const Vec4<double> ndc =
-        lens.projectionMatrix(s.sample).transform(Vec4<double>(p.x, p.y, p.z, 1.0)).wNormalized();
+    const Vec3d p = Vec3d(ray.origin) + Vec3d(ray.direction) * 3.0;
+    const Vec4d ndc =
+        lens.projectionMatrix(s.sample).transform(Vec4d(p.x, p.y, p.z, 1.0)).wNormalized();
     ASSERT_NEAR(ndc.x, static_cast<double>(s.coord.x), 1e-6);
     ASSERT_NEAR(ndc.y, static_cast<double>(s.coord.y), 1e-6);
   }
@@ -590,8 +589,8 @@ TEST(SphericalLens, LooksAroundFromTheCentre) {
   const Camera::Sample s = sampleOf(36, 50);
   ProjectionImageContext image;
   image.aspect = 0.5f;
-  const auto expectDirection = [&](float x, float y, const Vec3<float>& expected) {
-    const Vec3<float> d = rayOf(lens, s, coordAt(x, y), image).direction;
+  const auto expectDirection = [&](float x, float y, const Vec3f& expected) {
+    const Vec3f d = rayOf(lens, s, coordAt(x, y), image).direction;
     EXPECT_LT((d - expected).length(), 1e-6f) << x << ' ' << y << ": " << d;
   };
   expectDirection(0, 0, {0, 0, -1});
@@ -611,12 +610,12 @@ TEST(SphericalLens, ThePolesKeepWhatRoundingLeaves) {
   const vela::SphericalProjection lens;
   ProjectionImageContext image;
   image.aspect = 1.0f;
-  const Vec3<float> up = rayOf(lens, sampleOf(36, 50), coordAt(0.25f, 1.0f), image).direction;
+  const Vec3f up = rayOf(lens, sampleOf(36, 50), coordAt(0.25f, 1.0f), image).direction;
   EXPECT_EQ(up.y, 1.0f);
   EXPECT_EQ(up.x, static_cast<float>(-std::sin(1.25 * kPi) * std::sin(kPi)));
   EXPECT_NE(up.x, 0.0f);
-  const Vec3<float> down = rayOf(lens, sampleOf(36, 50), coordAt(0.25f, -1.0f), image).direction;
-  EXPECT_EQ(down, Vec3<float>(0, -1, 0));
+  const Vec3f down = rayOf(lens, sampleOf(36, 50), coordAt(0.25f, -1.0f), image).direction;
+  EXPECT_EQ(down, Vec3f(0, -1, 0));
 }
 
 // KEEP(x-neighbour-latitude): sine of the y-neighbour's latitude, cosine of its own.
@@ -638,7 +637,7 @@ TEST(SphericalLens, FollowsItsFormulaBitForBit) {
     const double theta = (clamp(s.coord.y) * k + 1.0) * 0.5 * kPi;
     const double thetaY = (clamp(s.coord.y + s.coord.dy) * k + 1.0) * 0.5 * kPi;
     const auto unit = [](double x, double y, double z) {
-      return Vec3<float>(static_cast<float>(x), static_cast<float>(y), static_cast<float>(z))
+      return Vec3f(static_cast<float>(x), static_cast<float>(y), static_cast<float>(z))
           .normalized();
     };
     ASSERT_TRUE(sameBits(ray.direction, unit(-std::sin(phi) * std::sin(theta), -std::cos(theta),
@@ -647,7 +646,7 @@ TEST(SphericalLens, FollowsItsFormulaBitForBit) {
                                               std::cos(phiX) * std::sin(thetaY))));
     ASSERT_TRUE(sameBits(ray.yDirection, unit(-std::sin(phi) * std::sin(theta), -std::cos(thetaY),
                                               std::cos(phi) * std::sin(theta))));
-    ASSERT_EQ(ray.origin, Vec3<float>());
+    ASSERT_EQ(ray.origin, Vec3f());
     ASSERT_NEAR(ray.direction.length(), 1.0f, 1e-6f);
   }
 }
@@ -664,10 +663,10 @@ TEST(CylindricalLens, LooksAroundFromTheCentre) {
   const vela::CylindricalProjection lens;
   const Camera::Sample s = sampleOf(2, 1);
   const auto direction = [&](float x, float y) { return rayOf(lens, s, coordAt(x, y)).direction; };
-  EXPECT_LT((direction(0, 0) - Vec3<float>(0, 0, -1)).length(), 1e-6f);
-  EXPECT_LT((direction(0.5f, 0) - Vec3<float>(1, 0, 0)).length(), 1e-6f);
-  EXPECT_LT((direction(-1, 0) - Vec3<float>(0, 0, 1)).length(), 1e-6f);
-  EXPECT_LT((direction(0, 1) - Vec3<float>(0, 1, -1).normalized()).length(), 1e-6f);
+  EXPECT_LT((direction(0, 0) - Vec3f(0, 0, -1)).length(), 1e-6f);
+  EXPECT_LT((direction(0.5f, 0) - Vec3f(1, 0, 0)).length(), 1e-6f);
+  EXPECT_LT((direction(-1, 0) - Vec3f(0, 0, 1)).length(), 1e-6f);
+  EXPECT_LT((direction(0, 1) - Vec3f(0, 1, -1).normalized()).length(), 1e-6f);
   EXPECT_TRUE(sameBits(direction(0.25f, 5), direction(0.25f, 1)));
   EXPECT_TRUE(sameBits(direction(-5, 0.25f), direction(-1, 0.25f)));
 }
@@ -686,7 +685,7 @@ TEST(CylindricalLens, FollowsItsFormulaBitForBit) {
     const double phiX = (static_cast<double>(clamp(s.coord.x + s.coord.dx)) + 1.0) * kPi;
     const float y = h * clamp(s.coord.y), yY = h * clamp(s.coord.y + s.coord.dy);
     const auto unit = [](double a, float height) {
-      return Vec3<float>(static_cast<float>(-std::sin(a)), height, static_cast<float>(std::cos(a)))
+      return Vec3f(static_cast<float>(-std::sin(a)), height, static_cast<float>(std::cos(a)))
           .normalized();
     };
     ASSERT_TRUE(sameBits(ray.direction, unit(phi, y)));
@@ -724,8 +723,7 @@ TEST(RoundLenses, HaveTheBitsOfThePlainSineAndCosine) {
                    : near + u(random) * std::pow(10.0, -1.0 - static_cast<double>(random() % 12)));
   };
   const auto unit = [](double x, double y, double z) {
-    return Vec3<float>(static_cast<float>(x), static_cast<float>(y), static_cast<float>(z))
-        .normalized();
+    return Vec3f(static_cast<float>(x), static_cast<float>(y), static_cast<float>(z)).normalized();
   };
   const auto clamp = [](float v) {
     return static_cast<double>(std::fmin(std::fmax(v, -1.0f), 1.0f));

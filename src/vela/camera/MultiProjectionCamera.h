@@ -62,7 +62,7 @@ class VELA_API MultiProjectionCamera : public Camera {
     return sample_.lensAp;
   }
   [[nodiscard]] const CameraOpticsParameters& opticsProperties() const { return sample_.optics; }
-  [[nodiscard]] const tarn::Mat4<double>& projectionMatrix() const { return sample_.proj; }
+  [[nodiscard]] const tarn::Mat4d& projectionMatrix() const { return sample_.proj; }
   /// \}
 
   /// \name Film window. Lengths are in the unit of the focal length, angles in degrees
@@ -71,15 +71,13 @@ class VELA_API MultiProjectionCamera : public Camera {
   void setHorizontalAperture(double v) { sample_.sensor.apertureSize.x = v; }
   [[nodiscard]] double verticalAperture() const { return sample_.sensor.apertureSize.y; }
   void setVerticalAperture(double v) { sample_.sensor.apertureSize.y = v; }
-  [[nodiscard]] const tarn::Vec2<double>& windowTranslate() const {
+  [[nodiscard]] const tarn::Vec2d& windowTranslate() const {
     return sample_.sensor.apertureTranslate;
   }
   void setWindowTranslate(double x, double y) { sample_.sensor.apertureTranslate = {x, y}; }
   [[nodiscard]] double windowRotateZ() const { return sample_.sensor.apertureRotate; }
   void setWindowRotateZ(double degrees) { sample_.sensor.apertureRotate = degrees; }
-  [[nodiscard]] const tarn::Vec2<double>& windowScale() const {
-    return sample_.sensor.apertureScale;
-  }
+  [[nodiscard]] const tarn::Vec2d& windowScale() const { return sample_.sensor.apertureScale; }
   void setWindowScale(double x, double y) { sample_.sensor.apertureScale = {x, y}; }
   /// Sets the horizontal aperture to what shows that angle, in degrees, at the focal length as it
   /// is now.

@@ -10,8 +10,8 @@
 
 #include "support/VirtualSlots.h"
 
-using tarn::Mat4;
-using tarn::Vec2;
+using tarn::Mat4d;
+using tarn::Vec2d;
 using vela::LensProjection;
 using vela::MultiProjectionCamera;
 
@@ -21,13 +21,13 @@ TEST(MultiProjectionCamera, HasItsDefaults) {
   const MultiProjectionCamera camera;
   EXPECT_EQ(camera.horizontalAperture(), 24.576);
   EXPECT_EQ(camera.verticalAperture(), 18.672);
-  EXPECT_EQ(camera.windowTranslate(), Vec2<double>(0, 0));
+  EXPECT_EQ(camera.windowTranslate(), Vec2d(0, 0));
   EXPECT_EQ(camera.windowRotateZ(), 0.0);
-  EXPECT_EQ(camera.windowScale(), Vec2<double>(1, 1));
+  EXPECT_EQ(camera.windowScale(), Vec2d(1, 1));
   EXPECT_EQ(camera.sensorProperties().sceneToCameraFactor, 1.0);
   EXPECT_EQ(camera.sensorProperties().sensorISO, 100.0);
   EXPECT_EQ(camera.sensorProperties().sensorExposureBias, 0.0);
-  EXPECT_EQ(camera.mountProperties().offset, Vec2<double>(0, 0));
+  EXPECT_EQ(camera.mountProperties().offset, Vec2d(0, 0));
   EXPECT_EQ(camera.fStop(), 16.0);
   EXPECT_EQ(camera.nearPlaneDistance(), 2.220446049250313e-16);
   EXPECT_EQ(camera.farPlaneDistance(), std::numeric_limits<double>::infinity());
@@ -45,7 +45,7 @@ TEST(MultiProjectionCamera, DerivedValuesWaitForValidation) {
   MultiProjectionCamera camera;
   EXPECT_EQ(camera.properties().lensMagnification(), 1.0f);
   EXPECT_EQ(camera.properties().lensPupilRadius(), 0.0f);
-  EXPECT_EQ(camera.projectionMatrix(), Mat4<double>());
+  EXPECT_EQ(camera.projectionMatrix(), Mat4d());
   vela::LinearProjection lens;
   camera.setProjectionFunc(&lens);
   camera.setFocalLength(35.0);
@@ -70,10 +70,10 @@ TEST(MultiProjectionCamera, EachSetterWritesOneField) {
   c.setDistortA(13);
   c.setDistortB(14);
   c.setDistortC(15);
-  EXPECT_EQ(c.properties().sensor.apertureSize, Vec2<double>(1, 2));
-  EXPECT_EQ(c.properties().sensor.apertureTranslate, Vec2<double>(3, 4));
+  EXPECT_EQ(c.properties().sensor.apertureSize, Vec2d(1, 2));
+  EXPECT_EQ(c.properties().sensor.apertureTranslate, Vec2d(3, 4));
   EXPECT_EQ(c.properties().sensor.apertureRotate, 5.0);
-  EXPECT_EQ(c.properties().sensor.apertureScale, Vec2<double>(6, 7));
+  EXPECT_EQ(c.properties().sensor.apertureScale, Vec2d(6, 7));
   EXPECT_EQ(c.properties().lensAp.fStop, 8.0);
   EXPECT_EQ(c.properties().lensAp.clipNearDistance, 9.0);
   EXPECT_EQ(c.properties().lensAp.clipFarDistance, 10.0);
@@ -84,9 +84,9 @@ TEST(MultiProjectionCamera, EachSetterWritesOneField) {
   EXPECT_EQ(c.properties().optics.opticalDistortionC, 15.0);
   EXPECT_EQ(c.horizontalAperture(), 1.0);
   EXPECT_EQ(c.verticalAperture(), 2.0);
-  EXPECT_EQ(c.windowTranslate(), Vec2<double>(3, 4));
+  EXPECT_EQ(c.windowTranslate(), Vec2d(3, 4));
   EXPECT_EQ(c.windowRotateZ(), 5.0);
-  EXPECT_EQ(c.windowScale(), Vec2<double>(6, 7));
+  EXPECT_EQ(c.windowScale(), Vec2d(6, 7));
   EXPECT_EQ(c.fStop(), 8.0);
   EXPECT_EQ(c.nearPlaneDistance(), 9.0);
   EXPECT_EQ(c.farPlaneDistance(), 10.0);
@@ -154,7 +154,7 @@ TEST(MultiProjectionCamera, DistortionDoesNotAskTheLens) {
 class NotingLens : public vela::LinearProjection {
  public:
   mutable std::string notes;
-  Mat4<double> projectionMatrix(const vela::Camera::Sample& sample) const override {
+  Mat4d projectionMatrix(const vela::Camera::Sample& sample) const override {
     notes += "m";
     return LinearProjection::projectionMatrix(sample);
   }

@@ -8,12 +8,12 @@
 namespace vela {
 namespace {
 
-tarn::Vec3<float> imageOfPoint(const tarn::Mat4<double>& m, const tarn::Vec3<float>& p) {
-  return tarn::Vec3<float>(m.transformPoint(tarn::Vec3<double>(p)));
+tarn::Vec3f imageOfPoint(const tarn::Mat4d& m, const tarn::Vec3f& p) {
+  return tarn::Vec3f(m.transformPoint(tarn::Vec3d(p)));
 }
 
-tarn::Vec3<float> imageOfVector(const tarn::Mat4<double>& m, const tarn::Vec3<float>& v) {
-  return tarn::Vec3<float>(m.transformVector(tarn::Vec3<double>(v)));
+tarn::Vec3f imageOfVector(const tarn::Mat4d& m, const tarn::Vec3f& v) {
+  return tarn::Vec3f(m.transformVector(tarn::Vec3d(v)));
 }
 
 // The magnitude of an angle; 0 for angles that are too small to count, and for NaN.
@@ -43,15 +43,15 @@ static_assert(offsetof(RayContext, slopeBits) == 84);
 #pragma GCC diagnostic pop
 #endif
 
-void RayContext::set(const tarn::Vec3<float>& origin_, const tarn::Vec3<float>& direction_,
+void RayContext::set(const tarn::Vec3f& origin_, const tarn::Vec3f& direction_,
                      unsigned short type_, double time_, short originType_, float minDistance_,
                      float maxDistance_) {
   origin = origin_;
   direction = direction_;
   minDistance = minDistance_;
   maxDistance = maxDistance_;
-  xDirection = tarn::Vec3<float>();
-  yDirection = tarn::Vec3<float>();
+  xDirection = tarn::Vec3f();
+  yDirection = tarn::Vec3f();
   time = time_;
   type = type_;
   assigned = 1;
@@ -59,7 +59,7 @@ void RayContext::set(const tarn::Vec3<float>& origin_, const tarn::Vec3<float>& 
   updateSlopes();
 }
 
-void RayContext::setGeom(const tarn::Vec3<float>& origin_, const tarn::Vec3<float>& direction_,
+void RayContext::setGeom(const tarn::Vec3f& origin_, const tarn::Vec3f& direction_,
                          float minDistance_, float maxDistance_) {
   origin = origin_;
   direction = direction_;
@@ -68,19 +68,18 @@ void RayContext::setGeom(const tarn::Vec3<float>& origin_, const tarn::Vec3<floa
   updateSlopes();
 }
 
-void RayContext::setOriginAndDirection(const tarn::Vec3<float>& origin_,
-                                       const tarn::Vec3<float>& direction_) {
+void RayContext::setOriginAndDirection(const tarn::Vec3f& origin_, const tarn::Vec3f& direction_) {
   origin = origin_;
   direction = direction_;
   updateSlopes();
 }
 
-void RayContext::setDirection(const tarn::Vec3<float>& direction_) {
+void RayContext::setDirection(const tarn::Vec3f& direction_) {
   direction = direction_;
   updateSlopes();
 }
 
-void RayContext::setDirAndDistance(const tarn::Vec3<float>& direction_, float minDistance_,
+void RayContext::setDirAndDistance(const tarn::Vec3f& direction_, float minDistance_,
                                    float maxDistance_) {
   direction = direction_;
   minDistance = minDistance_;
@@ -97,28 +96,26 @@ void RayContext::setXYDirsFromAngle(float ax, float ay) {
   const float a = turnAngle(ax);
   xDirection = direction;
   if (a > 0.0f) {
-    xDirection = tarn::Vec3<float>(std::sin(a), 0.0f, std::cos(a));
+    xDirection = tarn::Vec3f(std::sin(a), 0.0f, std::cos(a));
     xDirection.orientAroundNormal(direction, true);
   }
   const float b = turnAngle(ay);
   yDirection = direction;
   if (b > 0.0f) {
-    yDirection = tarn::Vec3<float>(0.0f, std::sin(b), std::cos(b));
+    yDirection = tarn::Vec3f(0.0f, std::sin(b), std::cos(b));
     yDirection.orientAroundNormal(direction, true);
   }
 }
 
-void RayContext::transform(const tarn::Mat4<double>& m) {
+void RayContext::transform(const tarn::Mat4d& m) {
   origin = imageOfPoint(m, origin);
   direction = imageOfVector(m, direction);
   updateSlopes();
 }
 
-void RayContext::transform(const tarn::Mat4<double>& m0, const tarn::Mat4<double>& m1, float t) {
-  const tarn::Vec3<float> origin0 = imageOfPoint(m0, origin),
-                          direction0 = imageOfVector(m0, direction);
-  const tarn::Vec3<float> origin1 = imageOfPoint(m1, origin),
-                          direction1 = imageOfVector(m1, direction);
+void RayContext::transform(const tarn::Mat4d& m0, const tarn::Mat4d& m1, float t) {
+  const tarn::Vec3f origin0 = imageOfPoint(m0, origin), direction0 = imageOfVector(m0, direction);
+  const tarn::Vec3f origin1 = imageOfPoint(m1, origin), direction1 = imageOfVector(m1, direction);
   if (t < 1.1920929e-7f) {
     origin = origin0;
     direction = direction0;

@@ -25,10 +25,10 @@ namespace vela {
 ///   assert(ray.isCameraPath() && !ray.isShadowPath());
 ///   assert(ray.isZSlopePositive());  // the direction's z is below 0
 ///
-///   tarn::Mat4<double> worldFromCamera;
+///   tarn::Mat4d worldFromCamera;
 ///   worldFromCamera.translate({0.0, 10.0, 0.0});
 ///   ray.transform(worldFromCamera);
-///   assert(ray.origin == tarn::Vec3<float>(0.0f, 10.0f, 5.0f));
+///   assert(ray.origin == tarn::Vec3f(0.0f, 10.0f, 5.0f));
 ///   assert(ray.maxDistance == 100.0f);  // still in multiples of the direction
 /// \endcode
 class VELA_API RayContext {
@@ -84,12 +84,12 @@ class VELA_API RayContext {
     return static_cast<std::uint16_t>(flags & ~bits);
   }
 
-  tarn::Vec3<float> origin;
-  tarn::Vec3<float> direction;
+  tarn::Vec3f origin;
+  tarn::Vec3f direction;
   float minDistance = 0.0f;  ///< in multiples of `direction`
   float maxDistance = 0.0f;
-  tarn::Vec3<float> xDirection;  ///< direction of the neighbouring ray in x
-  tarn::Vec3<float> yDirection;  ///< and in y
+  tarn::Vec3f xDirection;  ///< direction of the neighbouring ray in x
+  tarn::Vec3f yDirection;  ///< and in y
   double time = 0.0;
   std::uint16_t type = 0;  ///< one word of ray type, path type and test options
   std::uint16_t assigned =
@@ -97,7 +97,7 @@ class VELA_API RayContext {
   std::int16_t originType = 0;  ///< kind of origin
 
  private:
-  tarn::Vec3<float> invDir_;
+  tarn::Vec3f invDir_;
 
  public:
   std::uint8_t slopeBits =
@@ -107,22 +107,21 @@ class VELA_API RayContext {
   RayContext() = default;
   RayContext(short originType_) : originType(originType_) {}
   /// As set.
-  RayContext(const tarn::Vec3<float>& origin_, const tarn::Vec3<float>& direction_,
-             unsigned short type_, double time_, short originType_, float minDistance_,
-             float maxDistance_) {
+  RayContext(const tarn::Vec3f& origin_, const tarn::Vec3f& direction_, unsigned short type_,
+             double time_, short originType_, float minDistance_, float maxDistance_) {
     set(origin_, direction_, type_, time_, originType_, minDistance_, maxDistance_);
   }
 
   /// Fills the record; the two neighbouring directions become zero.
-  void set(const tarn::Vec3<float>& origin, const tarn::Vec3<float>& direction, unsigned short type,
+  void set(const tarn::Vec3f& origin, const tarn::Vec3f& direction, unsigned short type,
            double time, short originType, float minDistance, float maxDistance);
   /// \name Replace part of the ray, and refresh the cached reciprocal
   /// \{
-  void setGeom(const tarn::Vec3<float>& origin, const tarn::Vec3<float>& direction,
-               float minDistance, float maxDistance);
-  void setOriginAndDirection(const tarn::Vec3<float>& origin, const tarn::Vec3<float>& direction);
-  void setDirection(const tarn::Vec3<float>& direction);
-  void setDirAndDistance(const tarn::Vec3<float>& direction, float minDistance, float maxDistance);
+  void setGeom(const tarn::Vec3f& origin, const tarn::Vec3f& direction, float minDistance,
+               float maxDistance);
+  void setOriginAndDirection(const tarn::Vec3f& origin, const tarn::Vec3f& direction);
+  void setDirection(const tarn::Vec3f& direction);
+  void setDirAndDistance(const tarn::Vec3f& direction, float minDistance, float maxDistance);
   /// Turns the direction round.
   void invert();
   /// \}
@@ -137,11 +136,11 @@ class VELA_API RayContext {
 
   /// Moves origin and direction through a matrix, in double, narrowed once. Distances, neighbouring
   /// directions and flags stay, so distances remain multiples of the direction.
-  void transform(const tarn::Mat4<double>& m);
+  void transform(const tarn::Mat4d& m);
   /// Moves the ray as a moving frame has it at `t` between m0 (t = 0) and m1 (t = 1): the two
   /// images, blended in single precision. `t` below 1.1920929e-7 takes the first image, above
   /// 0.9999999 the second.
-  void transform(const tarn::Mat4<double>& m0, const tarn::Mat4<double>& m1, float t);
+  void transform(const tarn::Mat4d& m0, const tarn::Mat4d& m1, float t);
 
   /// Refreshes the reciprocal direction and its sign bits. A zero component gives an infinity of
   /// the zero's sign; a NaN leaves its bit clear.
@@ -154,7 +153,7 @@ class VELA_API RayContext {
                                           static_cast<unsigned>(invDir_.z < 0.0f) << 2);
   }
   /// (1/x, 1/y, 1/z) of the direction, as of the last refresh.
-  [[nodiscard]] const tarn::Vec3<float>& invDir() const { return invDir_; }
+  [[nodiscard]] const tarn::Vec3f& invDir() const { return invDir_; }
 
   /// \name The classification word in parts
   /// \{

@@ -7,8 +7,9 @@
 #include <limits>
 #include <random>
 
-using tarn::Mat4;
-using tarn::Vec3;
+using tarn::Mat4d;
+using tarn::Vec3d;
+using tarn::Vec3f;
 using vela::RayContext;
 
 namespace {
@@ -17,7 +18,7 @@ constexpr float kInf = std::numeric_limits<float>::infinity();
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 constexpr double kPi = 3.141592653589793;
 
-RayContext rayTowards(const Vec3<float>& direction) {
+RayContext rayTowards(const Vec3f& direction) {
   RayContext ray;
   ray.setDirection(direction);
   return ray;
@@ -30,9 +31,7 @@ T at(const RayContext& ray, std::size_t offset) {
   return v;
 }
 
-bool sameBits(const Vec3<float>& a, const Vec3<float>& b) {
-  return std::memcmp(&a, &b, sizeof a) == 0;
-}
+bool sameBits(const Vec3f& a, const Vec3f& b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
 // ---- Layout and construction
 
@@ -81,17 +80,17 @@ TEST(RayContext, SetFillsTheRecord) {
   ray.set({1, 2, 3}, {0, 0, -2}, 0x0101, 4.0, 1, 0.5f, 100.0f);
   const RayContext made({1, 2, 3}, {0, 0, -2}, 0x0101, 4.0, 1, 0.5f, 100.0f);
   for (const RayContext* r : {static_cast<const RayContext*>(&ray), &made}) {
-    EXPECT_EQ(r->origin, Vec3<float>(1, 2, 3));
-    EXPECT_EQ(r->direction, Vec3<float>(0, 0, -2));
+    EXPECT_EQ(r->origin, Vec3f(1, 2, 3));
+    EXPECT_EQ(r->direction, Vec3f(0, 0, -2));
     EXPECT_EQ(r->type, 0x0101);
     EXPECT_EQ(r->time, 4.0);
     EXPECT_EQ(r->originType, 1);
     EXPECT_EQ(r->minDistance, 0.5f);
     EXPECT_EQ(r->maxDistance, 100.0f);
-    EXPECT_EQ(r->xDirection, Vec3<float>());
-    EXPECT_EQ(r->yDirection, Vec3<float>());
+    EXPECT_EQ(r->xDirection, Vec3f());
+    EXPECT_EQ(r->yDirection, Vec3f());
     EXPECT_EQ(r->assigned, 1);
-    EXPECT_EQ(r->invDir(), Vec3<float>(kInf, kInf, -0.5f));
+    EXPECT_EQ(r->invDir(), Vec3f(kInf, kInf, -0.5f));
     EXPECT_EQ(r->slopeBits, 4);
   }
 }
@@ -100,21 +99,21 @@ TEST(RayContext, PartialSettersKeepTheRestAndRefresh) {
   const RayContext start({1, 2, 3}, {1, 1, 1}, 7, 5.0, 2, 0.1f, 10.0f);
   RayContext ray = start;
   ray.setGeom({4, 5, 6}, {-1, 2, 4}, 1, 2);
-  EXPECT_EQ(ray.origin, Vec3<float>(4, 5, 6));
+  EXPECT_EQ(ray.origin, Vec3f(4, 5, 6));
   EXPECT_EQ(ray.minDistance, 1.0f);
   EXPECT_EQ(ray.maxDistance, 2.0f);
-  EXPECT_EQ(ray.invDir(), Vec3<float>(-1, 0.5f, 0.25f));
+  EXPECT_EQ(ray.invDir(), Vec3f(-1, 0.5f, 0.25f));
   EXPECT_EQ(ray.type, 7);
   EXPECT_EQ(ray.time, 5.0);
   ray = start;
   ray.setOriginAndDirection({4, 5, 6}, {2, -2, 2});
-  EXPECT_EQ(ray.origin, Vec3<float>(4, 5, 6));
+  EXPECT_EQ(ray.origin, Vec3f(4, 5, 6));
   EXPECT_EQ(ray.maxDistance, 10.0f);
   EXPECT_EQ(ray.slopeBits, 2);
   ray = start;
   ray.setDirection({0.5f, 0.5f, -0.5f});
   EXPECT_EQ(ray.origin, start.origin);
-  EXPECT_EQ(ray.invDir(), Vec3<float>(2, 2, -2));
+  EXPECT_EQ(ray.invDir(), Vec3f(2, 2, -2));
   ray = start;
   ray.setDirAndDistance({0.5f, 0.5f, -0.5f}, 3, 4);
   EXPECT_EQ(ray.origin, start.origin);
@@ -126,8 +125,8 @@ TEST(RayContext, PartialSettersKeepTheRestAndRefresh) {
 TEST(RayContext, InvertTurnsTheDirectionRound) {
   RayContext ray = rayTowards({1, -2, 4});
   ray.invert();
-  EXPECT_EQ(ray.direction, Vec3<float>(-1, 2, -4));
-  EXPECT_EQ(ray.invDir(), Vec3<float>(-1, 0.5f, -0.25f));
+  EXPECT_EQ(ray.direction, Vec3f(-1, 2, -4));
+  EXPECT_EQ(ray.invDir(), Vec3f(-1, 0.5f, -0.25f));
   EXPECT_EQ(ray.slopeBits, 5);
 }
 
@@ -214,7 +213,7 @@ TEST(RayContext, ARayOfTwoTypesIsOfNone) {
 // KEEP(slope-sense): the queries answer true where the direction is negative.
 TEST(RayContext, SlopeQueriesAreTrueForNegativeDirections) {
   const RayContext ray = rayTowards({1, -2, 0});
-  EXPECT_EQ(ray.invDir(), Vec3<float>(1, -0.5f, kInf));
+  EXPECT_EQ(ray.invDir(), Vec3f(1, -0.5f, kInf));
   EXPECT_EQ(ray.slopeBits, 2);
   EXPECT_FALSE(ray.isXSlopePositive());
   EXPECT_TRUE(ray.isYSlopePositive());
@@ -224,7 +223,7 @@ TEST(RayContext, SlopeQueriesAreTrueForNegativeDirections) {
 
 TEST(RayContext, ZeroComponentsKeepTheirSignInTheReciprocal) {
   const RayContext ray = rayTowards({0.0f, -0.0f, -1.0f});
-  EXPECT_EQ(ray.invDir(), Vec3<float>(kInf, -kInf, -1));
+  EXPECT_EQ(ray.invDir(), Vec3f(kInf, -kInf, -1));
   EXPECT_EQ(ray.slopeBits, 6);
 }
 
@@ -260,13 +259,13 @@ TEST(RayContext, AnglesOpenFromTheDirection) {
     if (ray.direction.length() < 0.1f) continue;
     const float ax = u(random) * 3.0f, ay = u(random) * 3.0f;
     ray.setXYDirsFromAngle(ax, ay);
-    const Vec3<double> n = Vec3<double>(ray.direction).normalized();
-    const Vec3<double> x(ray.xDirection), y(ray.yDirection);
+    const Vec3d n = Vec3d(ray.direction).normalized();
+    const Vec3d x(ray.xDirection), y(ray.yDirection);
     ASSERT_NEAR(x.length(), 1.0, 1e-5);
     ASSERT_NEAR(dot(x, n), std::cos(static_cast<double>(ax)), 1e-5);
     ASSERT_NEAR(dot(y, n), std::cos(static_cast<double>(ay)), 1e-5);
     // The two turn in planes at right angles.
-    const Vec3<double> acrossX = x - n * dot(x, n), acrossY = y - n * dot(y, n);
+    const Vec3d acrossX = x - n * dot(x, n), acrossY = y - n * dot(y, n);
     ASSERT_NEAR(dot(acrossX, acrossY), 0.0, 1e-5);
   }
 }
@@ -274,11 +273,11 @@ TEST(RayContext, AnglesOpenFromTheDirection) {
 TEST(RayContext, TheTwoAnglesAreIndependent) {
   RayContext ray = rayTowards({0, 0, 1});
   ray.setXYDirsFromAngle(0.5f, 0.0f);
-  EXPECT_EQ(ray.xDirection, Vec3<float>(std::sin(0.5f), 0, std::cos(0.5f)));
+  EXPECT_EQ(ray.xDirection, Vec3f(std::sin(0.5f), 0, std::cos(0.5f)));
   EXPECT_EQ(ray.yDirection, ray.direction);
   ray.setXYDirsFromAngle(0.0f, -0.5f);
   EXPECT_EQ(ray.xDirection, ray.direction);
-  EXPECT_EQ(ray.yDirection, Vec3<float>(0, std::sin(0.5f), std::cos(0.5f)));
+  EXPECT_EQ(ray.yDirection, Vec3f(0, std::sin(0.5f), std::cos(0.5f)));
 }
 
 TEST(RayContext, AnglesPastPiCountAsPi) {
@@ -291,13 +290,13 @@ TEST(RayContext, AnglesPastPiCountAsPi) {
   }
   RayContext ray = rayTowards({0, 0, 1});
   ray.setXYDirsFromAngle(4.0f, 4.0f);
-  EXPECT_EQ(ray.xDirection, Vec3<float>(std::sin(3.1415927f), 0.0f, -1.0f));
+  EXPECT_EQ(ray.xDirection, Vec3f(std::sin(3.1415927f), 0.0f, -1.0f));
 }
 
 TEST(RayContext, AZeroDirectionHasNoFrame) {
   RayContext ray = rayTowards({0, 0, 0});
   ray.setXYDirsFromAngle(0.5f, 0.5f);
-  EXPECT_EQ(ray.xDirection, Vec3<float>(std::sin(0.5f), 0, std::cos(0.5f)));
+  EXPECT_EQ(ray.xDirection, Vec3f(std::sin(0.5f), 0, std::cos(0.5f)));
 }
 
 // ---- Transforms
@@ -305,7 +304,7 @@ TEST(RayContext, AZeroDirectionHasNoFrame) {
 TEST(RayContext, TransformMovesPointsAndVectors) {
   RayContext ray({1, 2, 3}, {0, 1, 0}, 5, 6.0, 1, 0.5f, 9.0f);
   ray.xDirection = {7, 7, 7};
-  Mat4<double> m;
+  Mat4d m;
   m.translate(10, 20, 30).rotateZ(kPi / 2).scale(2, 2, 2);
   ray.transform(m);
   EXPECT_NEAR(ray.origin.x, 10.0f - 4.0f, 1e-5f);
@@ -316,14 +315,14 @@ TEST(RayContext, TransformMovesPointsAndVectors) {
   EXPECT_TRUE(ray.isXSlopePositive());
   EXPECT_EQ(ray.minDistance, 0.5f);
   EXPECT_EQ(ray.maxDistance, 9.0f);
-  EXPECT_EQ(ray.xDirection, Vec3<float>(7, 7, 7));
+  EXPECT_EQ(ray.xDirection, Vec3f(7, 7, 7));
   EXPECT_EQ(ray.type, 5);
 }
 
 TEST(RayContext, TransformIsComputedInDouble) {
   // 16777217 is no float: in single precision the sum would lose the 1 and the result would be 0.
   RayContext ray({1, 0, 0}, {0, 0, 1}, 0, 0.0, 0, 0, 1);
-  Mat4<double> m;
+  Mat4d m;
   m[0] = 16777217.0;
   m[12] = -16777216.0;
   ray.transform(m);
@@ -332,24 +331,24 @@ TEST(RayContext, TransformIsComputedInDouble) {
 
 TEST(RayContext, TransformIgnoresTheLastRow) {
   RayContext ray({1, 0, 0}, {0, 0, 1}, 0, 0.0, 0, 0, 1);
-  Mat4<double> m;
+  Mat4d m;
   m[3] = 5.0;
   m[15] = 7.0;
   ray.transform(m);
-  EXPECT_EQ(ray.origin, Vec3<float>(1, 0, 0));
+  EXPECT_EQ(ray.origin, Vec3f(1, 0, 0));
 }
 
 TEST(RayContext, HalfWayBetweenTwoPlacements) {
   RayContext ray({1, 2, 3}, {0, 1, 0}, 0, 0.0, 0, 0, 1);
-  Mat4<double> m1;
+  Mat4d m1;
   m1.translate(2, 0, 0);
-  ray.transform(Mat4<double>(), m1, 0.5f);
-  EXPECT_EQ(ray.origin, Vec3<float>(2, 2, 3));
-  EXPECT_EQ(ray.direction, Vec3<float>(0, 1, 0));
+  ray.transform(Mat4d(), m1, 0.5f);
+  EXPECT_EQ(ray.origin, Vec3f(2, 2, 3));
+  EXPECT_EQ(ray.direction, Vec3f(0, 1, 0));
 }
 
 TEST(RayContext, EndsOfTheMotionTakeOneImage) {
-  Mat4<double> m0, m1;
+  Mat4d m0, m1;
   m0.translate(1, 0, 0).rotateX(0.3);
   m1.translate(0, 5, 0).rotateY(0.7);
   const RayContext start({1, 2, 3}, {0.1f, 0.2f, -0.9f}, 0, 0.0, 0, 0, 1);
@@ -375,7 +374,7 @@ TEST(RayContext, BlendsInSinglePrecision) {
   std::mt19937 random(seed);
   std::uniform_real_distribution<float> u(-1.0f, 1.0f);
   for (int i = 0; i < 1000; ++i) {
-    Mat4<double> m0, m1;
+    Mat4d m0, m1;
     for (std::size_t k = 0; k < 16; ++k) {
       m0[k] = static_cast<double>(u(random));
       m1[k] = static_cast<double>(u(random));

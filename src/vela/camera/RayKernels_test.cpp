@@ -65,7 +65,7 @@ std::vector<Set> sets() {
 bool same(float a, float b) {
   return (std::isnan(a) && std::isnan(b)) || std::memcmp(&a, &b, sizeof a) == 0;
 }
-bool same(const tarn::Vec3<float>& a, const tarn::Vec3<float>& b) {
+bool same(const tarn::Vec3f& a, const tarn::Vec3f& b) {
   return same(a.x, b.x) && same(a.y, b.y) && same(a.z, b.z);
 }
 bool same(const RayContext& a, const RayContext& b) {

@@ -20,27 +20,27 @@ bool fail(std::string* error, const char* reason) {
 
 // Position, viewing direction and up direction of a placement, as a rigid one. False when the two
 // directions are parallel, or something is not finite.
-bool makeRigid(const tarn::Mat4<double>& placement, tarn::Mat4<double>& rigid) {
+bool makeRigid(const tarn::Mat4d& placement, tarn::Mat4d& rigid) {
   // Scaled to a largest element of 1 first: cameras below groups scaled by 1e-200 have axes whose
   // squares vanish.
   const auto axis = [&](std::size_t column) {
-    const tarn::Vec3<double> v(placement[column], placement[column + 1], placement[column + 2]);
+    const tarn::Vec3d v(placement[column], placement[column + 1], placement[column + 2]);
     const double largest = std::fmax(std::fabs(v.x), std::fmax(std::fabs(v.y), std::fabs(v.z)));
-    return isLength(largest) ? (v / largest).normalized() : tarn::Vec3<double>();
+    return isLength(largest) ? (v / largest).normalized() : tarn::Vec3d();
   };
-  const tarn::Vec3<double> back = axis(8), up = axis(4);
-  const tarn::Vec3<double> right = cross(up, back);
+  const tarn::Vec3d back = axis(8), up = axis(4);
+  const tarn::Vec3d right = cross(up, back);
   // The sine of the angle between the axes; below this nothing but rounding would say which way is
   // right. A mirrored placement has its x axis elsewhere, which does not matter: right is made from
   // the other two.
   if (!(right.length() > 1e-12)) return false;
-  const tarn::Vec3<double> x = right.normalized(), y = cross(back, x);
+  const tarn::Vec3d x = right.normalized(), y = cross(back, x);
   const double m[16] = {x.x,           x.y,           x.z,           0.0,    y.x,    y.y,
                         y.z,           0.0,           back.x,        back.y, back.z, 0.0,
                         placement[12], placement[13], placement[14], 1.0};
   for (double v : m)
     if (!std::isfinite(v)) return false;
-  rigid = tarn::Mat4<double>(m);
+  rigid = tarn::Mat4d(m);
   return true;
 }
 
@@ -50,14 +50,14 @@ LensProjection cameraPrimLens(const ovo::CameraPrim& prim, double time) {
   return lensOf(prim.getParameters(time));
 }
 
-bool sampleCamera(const ovo::CameraParameters& parameters, const tarn::Mat4<double>& parentToWorld,
-                  const tarn::Mat4<double>& local, double time, Camera::Sample& sample,
+bool sampleCamera(const ovo::CameraParameters& parameters, const tarn::Mat4d& parentToWorld,
+                  const tarn::Mat4d& local, double time, Camera::Sample& sample,
                   LensProjection lens) {
   return sampleCamera(parameters, parentToWorld, local, time, sample, lens, nullptr);
 }
 
-bool sampleCamera(const ovo::CameraParameters& parameters, const tarn::Mat4<double>& parentToWorld,
-                  const tarn::Mat4<double>& local, double time, Camera::Sample& sample,
+bool sampleCamera(const ovo::CameraParameters& parameters, const tarn::Mat4d& parentToWorld,
+                  const tarn::Mat4d& local, double time, Camera::Sample& sample,
                   LensProjection lens, std::string* error) {
   if (error) error->clear();
   if (lens == LensProjection::none) lens = lensOf(parameters);
@@ -104,8 +104,8 @@ bool sampleCameraPrim(const ovo::CameraPrim& prim, double time, Camera::Sample& 
                       LensProjection lens, std::string* error) {
   if (!prim.isValid()) return fail(error, "the prim is not a camera");
   ovo::XformCache placements(time);
-  const tarn::Mat4<double> parentToWorld =
-      prim.resetsXformStack() ? tarn::Mat4<double>() : placements.getLocalToWorld(prim.parent());
+  const tarn::Mat4d parentToWorld =
+      prim.resetsXformStack() ? tarn::Mat4d() : placements.getLocalToWorld(prim.parent());
   return sampleCamera(prim.getParameters(time), parentToWorld, prim.getLocalXform(time), time,
                       sample, lens, error);
 }

@@ -78,15 +78,13 @@ namespace vela {
 
 /// The same from parameters and placement, for cameras that are in no file.
 [[nodiscard]] VELA_API bool sampleCamera(const ovo::CameraParameters& parameters,
-                                         const tarn::Mat4<double>& parentToWorld,
-                                         const tarn::Mat4<double>& local, double time,
-                                         Camera::Sample& sample,
+                                         const tarn::Mat4d& parentToWorld, const tarn::Mat4d& local,
+                                         double time, Camera::Sample& sample,
                                          LensProjection lens = LensProjection::none);
 /// The same, saying why not; see sampleCameraPrim.
 [[nodiscard]] VELA_API bool sampleCamera(const ovo::CameraParameters& parameters,
-                                         const tarn::Mat4<double>& parentToWorld,
-                                         const tarn::Mat4<double>& local, double time,
-                                         Camera::Sample& sample, LensProjection lens,
+                                         const tarn::Mat4d& parentToWorld, const tarn::Mat4d& local,
+                                         double time, Camera::Sample& sample, LensProjection lens,
                                          std::string* error);
 
 }  // namespace vela

@@ -18,10 +18,11 @@
 
 using ovo::CameraParameters;
 using ovo::CameraPrim;
-using tarn::Mat4;
-using tarn::Vec2;
-using tarn::Vec3;
-using tarn::Vec4;
+using tarn::Mat4d;
+using tarn::Vec2d;
+using tarn::Vec3d;
+using tarn::Vec3f;
+using tarn::Vec4d;
 using vela::Camera;
 using vela::LensProjection;
 using vela::ProjectCoord;
@@ -46,10 +47,8 @@ CameraParameters fullFrame() {
   return p;
 }
 
-Camera::Sample sampled(const CameraParameters& parameters,
-                       const Mat4<double>& parent = Mat4<double>(),
-                       const Mat4<double>& local = Mat4<double>(),
-                       LensProjection lens = LensProjection::none) {
+Camera::Sample sampled(const CameraParameters& parameters, const Mat4d& parent = Mat4d(),
+                       const Mat4d& local = Mat4d(), LensProjection lens = LensProjection::none) {
   Camera::Sample s;
   EXPECT_TRUE(vela::sampleCamera(parameters, parent, local, 3.0, s, lens));
   return s;
@@ -68,15 +67,15 @@ RayContext worldRay(const Camera::Sample& s, float x, float y,
   return ray;
 }
 
-void expectNear(const Vec3<float>& a, const Vec3<double>& b, double tolerance = 1e-6) {
-  EXPECT_LT((Vec3<double>(a) - b).length(), tolerance) << a << " is not " << b;
+void expectNear(const Vec3f& a, const Vec3d& b, double tolerance = 1e-6) {
+  EXPECT_LT((Vec3d(a) - b).length(), tolerance) << a << " is not " << b;
 }
 
 TEST(SceneCamera, PerspectiveTakesFilmAndFocalLength) {
   const Camera::Sample s = sampled(fullFrame());
   EXPECT_EQ(s.time, 3.0);
-  EXPECT_EQ(s.sensor.apertureSize, Vec2<double>(3.6, 2.4));
-  EXPECT_EQ(s.sensor.apertureTranslate, Vec2<double>(0, 0));
+  EXPECT_EQ(s.sensor.apertureSize, Vec2d(3.6, 2.4));
+  EXPECT_EQ(s.sensor.apertureTranslate, Vec2d(0, 0));
   EXPECT_EQ(s.optics.focalLength, 5.0);
   EXPECT_EQ(s.optics.focusDistance, 7.0);
   EXPECT_EQ(s.lensAp.fStop, 4.0);
@@ -87,7 +86,7 @@ TEST(SceneCamera, PerspectiveTakesFilmAndFocalLength) {
   EXPECT_FLOAT_EQ(s.lensPupilRadius(), 0.625f) << "scene units, as the focus distance";
   EXPECT_TRUE(s.ndcTransformIsIdentity());
   // The right edge: half a width over a focal length.
-  expectNear(worldRay(s, 1, 0).direction, Vec3<double>(0.36, 0, -1).normalized());
+  expectNear(worldRay(s, 1, 0).direction, Vec3d(0.36, 0, -1).normalized());
   expectNear(worldRay(s, 0, 0).direction, {0, 0, -1});
   EXPECT_EQ(worldRay(s, 0, 0).minDistance, 0.25f);
   EXPECT_EQ(worldRay(s, 0, 0).maxDistance, 1000.0f);
@@ -102,9 +101,8 @@ TEST(SceneCamera, OffsetsMoveTheWindowByTwoOverTheWidthOnBothAxes) {
   EXPECT_DOUBLE_EQ(s.sensor.apertureTranslate.y, -0.25);
   EXPECT_FALSE(s.ndcTransformIsIdentity());
   // The centre of the picture looks through the middle of the moved window.
-  expectNear(worldRay(s, 0, 0).direction, Vec3<double>(0.9 / 5.0, -0.45 / 5.0, -1).normalized());
-  expectNear(worldRay(s, -1, 0).direction,
-             Vec3<double>((0.9 - 1.8) / 5.0, -0.45 / 5.0, -1).normalized());
+  expectNear(worldRay(s, 0, 0).direction, Vec3d(0.9 / 5.0, -0.45 / 5.0, -1).normalized());
+  expectNear(worldRay(s, -1, 0).direction, Vec3d((0.9 - 1.8) / 5.0, -0.45 / 5.0, -1).normalized());
 }
 
 TEST(SceneCamera, OrthographicHasItsWindowInSceneUnits) {
@@ -114,13 +112,13 @@ TEST(SceneCamera, OrthographicHasItsWindowInSceneUnits) {
   p.horizontalApertureOffset = 0.36;
   const Camera::Sample s = sampled(p);
   EXPECT_EQ(s.optics.focalLength, 1.0);
-  EXPECT_EQ(s.sensor.apertureSize, Vec2<double>(3.6, 2.4));
+  EXPECT_EQ(s.sensor.apertureSize, Vec2d(3.6, 2.4));
   EXPECT_FLOAT_EQ(s.lensMagnification(), 3.6f);
   const RayContext edge = worldRay(s, 1, -0.5f, LensProjection::orthographic);
   expectNear(edge.origin, {1.8 + 0.36, -0.9, 0});
-  EXPECT_EQ(edge.direction, Vec3<float>(0, 0, -1));
+  EXPECT_EQ(edge.direction, Vec3f(0, 0, -1));
   // What lies at the window's right edge has NDC x = 1.
-  EXPECT_NEAR(s.worldToNdc().transform(Vec4<double>(1.8 + 0.36, -0.9, -10, 1)).wNormalized().x, 1.0,
+  EXPECT_NEAR(s.worldToNdc().transform(Vec4d(1.8 + 0.36, -0.9, -10, 1)).wNormalized().x, 1.0,
               1e-12);
 }
 
@@ -141,13 +139,13 @@ TEST(SceneCamera, AnotherLensTakesThePartsItNeeds) {
 }
 
 TEST(SceneCamera, PlacementIsParentTimesLocal) {
-  Mat4<double> parent, local;
+  Mat4d parent, local;
   parent.translate(10, 0, 0).rotateY(kPi / 2);
   local.translate(0, 2, -3).rotateX(-0.4);
   const Camera::Sample s = sampled(fullFrame(), parent, local);
   EXPECT_EQ(s.xform.parent, parent);
   EXPECT_EQ(s.xform.local, local);
-  const Mat4<double> product = parent * local;
+  const Mat4d product = parent * local;
   for (std::size_t i = 0; i < 16; ++i) EXPECT_NEAR(s.xform.l2w[i], product[i], 1e-14);
   EXPECT_EQ(s.xform.w2l, s.xform.l2w.inverse());
   // Turned a quarter to the left, the camera below looks along -x from ten to the right of it, two
@@ -162,14 +160,14 @@ TEST(SceneCamera, ScaleOfThePlacementChangesNothingButThePosition) {
   std::uniform_real_distribution<double> u(-1.0, 1.0);
   for (double scale : {1e-200, 1e-13, 0.01, 7.0, 1e13, 1e150}) {
     for (int i = 0; i < 50; ++i) {
-      Mat4<double> parent, local;
+      Mat4d parent, local;
       parent.rotateX(3 * u(random)).rotateY(3 * u(random));
       local.translate(u(random), u(random), u(random)).rotateZ(3 * u(random));
       const Camera::Sample plain = sampled(fullFrame(), parent, local);
       parent.scale(scale, scale, scale);
       const Camera::Sample scaled = sampled(fullFrame(), parent, local);
       const RayContext a = worldRay(plain, 0.5f, -0.25f), b = worldRay(scaled, 0.5f, -0.25f);
-      expectNear(b.direction, Vec3<double>(a.direction));
+      expectNear(b.direction, Vec3d(a.direction));
       ASSERT_NEAR(b.direction.length(), 1.0f, 1e-6f) << "distances are scene units";
       for (std::size_t k = 12; k < 15; ++k)
         ASSERT_NEAR(scaled.xform.l2w[k] / scale, plain.xform.l2w[k], 1e-12);
@@ -178,17 +176,17 @@ TEST(SceneCamera, ScaleOfThePlacementChangesNothingButThePosition) {
 }
 
 TEST(SceneCamera, MirroredAndShearedPlacementsKeepViewAndUpDirection) {
-  Mat4<double> mirrored;
+  Mat4d mirrored;
   mirrored.scale(-1, 1, 1);
   const Camera::Sample m = sampled(fullFrame(), mirrored);
-  expectNear(worldRay(m, 1, 0).direction, Vec3<double>(0.36, 0, -1).normalized());
+  expectNear(worldRay(m, 1, 0).direction, Vec3d(0.36, 0, -1).normalized());
 
-  Mat4<double> sheared;
+  Mat4d sheared;
   sheared[6] = 0.5;  // up leans back, to (0, 1, 0.5)
   sheared[0] = 3.0;
   const Camera::Sample s = sampled(fullFrame(), sheared);
   expectNear(worldRay(s, 0, 0).direction, {0, 0, -1});
-  expectNear(worldRay(s, 0, 1).direction, Vec3<double>(0, 0.36, -1).normalized());
+  expectNear(worldRay(s, 0, 1).direction, Vec3d(0, 0.36, -1).normalized());
 }
 
 TEST(SceneCamera, WorldRaysProjectBack) {
@@ -200,15 +198,14 @@ TEST(SceneCamera, WorldRaysProjectBack) {
     CameraParameters p = fullFrame();
     p.horizontalApertureOffset = u(random);
     p.verticalApertureOffset = u(random);
-    Mat4<double> parent, local;
+    Mat4d parent, local;
     parent.translate(u(random), u(random), u(random)).rotateX(3 * u(random)).scale(2, 2, 2);
     local.translate(u(random), u(random), u(random)).rotateY(3 * u(random));
     const Camera::Sample s = sampled(p, parent, local);
     const float x = static_cast<float>(u(random)), y = static_cast<float>(u(random));
     const RayContext ray = worldRay(s, x, y);
-    const Vec3<double> at = Vec3<double>(ray.origin) + Vec3<double>(ray.direction) * 100.0;
-    const Vec4<double> ndc =
-        s.worldToNdc().transform(Vec4<double>(at.x, at.y, at.z, 1)).wNormalized();
+    const Vec3d at = Vec3d(ray.origin) + Vec3d(ray.direction) * 100.0;
+    const Vec4d ndc = s.worldToNdc().transform(Vec4d(at.x, at.y, at.z, 1)).wNormalized();
     ASSERT_NEAR(ndc.x, static_cast<double>(x), 2e-6);
     ASSERT_NEAR(ndc.y, static_cast<double>(y), 2e-6);
   }
@@ -217,8 +214,8 @@ TEST(SceneCamera, WorldRaysProjectBack) {
 TEST(SceneCamera, WhatCannotBeSeenThroughLeavesTheSampleUntouched) {
   Camera::Sample s;
   s.time = 42.0;
-  const Mat4<double> identity;
-  const auto refused = [&](const CameraParameters& p, const Mat4<double>& parent) {
+  const Mat4d identity;
+  const auto refused = [&](const CameraParameters& p, const Mat4d& parent) {
     return !vela::sampleCamera(p, parent, identity, 0.0, s) && s.time == 42.0;
   };
   for (double bad : {0.0, -1.0, kNan, std::numeric_limits<double>::infinity()}) {
@@ -229,12 +226,12 @@ TEST(SceneCamera, WhatCannotBeSeenThroughLeavesTheSampleUntouched) {
     p.focalLength = bad;
     EXPECT_TRUE(refused(p, identity)) << bad;
   }
-  Mat4<double> flat;
+  Mat4d flat;
   flat.scale(1, 1, 0);
   EXPECT_TRUE(refused(fullFrame(), flat));
-  EXPECT_TRUE(refused(fullFrame(), Mat4<double>(0.0)));
-  EXPECT_TRUE(refused(fullFrame(), Mat4<double>(kNan)));
-  Mat4<double> lost;
+  EXPECT_TRUE(refused(fullFrame(), Mat4d(0.0)));
+  EXPECT_TRUE(refused(fullFrame(), Mat4d(kNan)));
+  Mat4d lost;
   lost[13] = std::numeric_limits<double>::infinity();
   EXPECT_TRUE(refused(fullFrame(), lost));
   EXPECT_FALSE(vela::sampleCameraPrim(CameraPrim(), 0.0, s));
@@ -245,13 +242,12 @@ TEST(SceneCamera, SaysWhyACameraCannotBeUsed) {
   Camera::Sample s;
   s.time = 42.0;
   std::string error = "before";
-  const auto reason = [&](const CameraParameters& p, const Mat4<double>& parent,
-                          LensProjection lens) {
-    const bool isMade = vela::sampleCamera(p, parent, Mat4<double>(), 0.0, s, lens, &error);
+  const auto reason = [&](const CameraParameters& p, const Mat4d& parent, LensProjection lens) {
+    const bool isMade = vela::sampleCamera(p, parent, Mat4d(), 0.0, s, lens, &error);
     EXPECT_EQ(isMade, error.empty());
     return error;
   };
-  const Mat4<double> identity, flat(0.0);
+  const Mat4d identity, flat(0.0);
   CameraParameters narrow = fullFrame(), blind = fullFrame();
   narrow.horizontalAperture = 0.0;
   blind.focalLength = kNan;
@@ -275,7 +271,7 @@ TEST(SceneCamera, APrimOfAStageIsSampledAtATime) {
   ovo::XformablePrim group(stage->definePrim(ovo::Path("/group"), ovo::Token("Xform")));
   const CameraPrim camera = CameraPrim::define(stage, ovo::Path("/group/camera"));
   ASSERT_TRUE(camera.isValid());
-  Mat4<double> at1, at2, scale;
+  Mat4d at1, at2, scale;
   at1.translate(0, 0, 10);
   at2.translate(0, 0, 20);
   scale.scale(3, 3, 3);
@@ -365,9 +361,8 @@ TEST(SceneCamera, CamerasOfRealFilesAreThoseOfTheOracle) {
           // position.
           const nlohmann::json& m = matrices[matrices.size() == rows.size() ? i : 0];
           for (std::size_t axis : {std::size_t(4), std::size_t(8)}) {
-            const Vec3<double> stored(m[axis], m[axis + 1], m[axis + 2]);
-            const Vec3<double> ours(s.xform.l2w[axis], s.xform.l2w[axis + 1],
-                                    s.xform.l2w[axis + 2]);
+            const Vec3d stored(m[axis], m[axis + 1], m[axis + 2]);
+            const Vec3d ours(s.xform.l2w[axis], s.xform.l2w[axis + 1], s.xform.l2w[axis + 2]);
             EXPECT_LT((stored.normalized() - ours).length(), 1e-6);
           }
           for (std::size_t k = 12; k < 15; ++k) near(s.xform.l2w[k], m[k].get<double>());

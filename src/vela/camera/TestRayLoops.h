@@ -18,7 +18,7 @@ inline double clampToUnit(float v) {
 }
 
 /// A coordinate through the 2-D part of the film window's matrix.
-inline tarn::Vec2<float> inWindow(const vela::Camera::Sample& s, float x, float y) {
+inline tarn::Vec2f inWindow(const vela::Camera::Sample& s, float x, float y) {
   if (s.ndcIsIdentity) return {x, y};
   const double wx = static_cast<double>(x), wy = static_cast<double>(y);
   return {static_cast<float>(wx * s.ndc[0] + wy * s.ndc[4] + s.ndc[12]),
@@ -42,17 +42,17 @@ void forEachRay(const RayLoop& loop, Shape&& shape) {
 }
 
 inline void perspectiveLoop(const RayLoop& loop) {
-  forEachRay(loop, [](tarn::Vec2<float> p, tarn::Vec2<float> q, float h, vela::RayContext& ray) {
+  forEachRay(loop, [](tarn::Vec2f p, tarn::Vec2f q, float h, vela::RayContext& ray) {
     const float px = h * p.x, py = h * p.y, qx = h * q.x, qy = h * q.y;
     ray.origin = {};
-    ray.direction = tarn::Vec3<float>(px, py, -1.0f).normalized();
-    ray.xDirection = tarn::Vec3<float>(qx, py, -1.0f).normalized();
-    ray.yDirection = tarn::Vec3<float>(px, qy, -1.0f).normalized();
+    ray.direction = tarn::Vec3f(px, py, -1.0f).normalized();
+    ray.xDirection = tarn::Vec3f(qx, py, -1.0f).normalized();
+    ray.yDirection = tarn::Vec3f(px, qy, -1.0f).normalized();
   });
 }
 
 inline void orthographicLoop(const RayLoop& loop) {
-  forEachRay(loop, [](tarn::Vec2<float> p, tarn::Vec2<float>, float h, vela::RayContext& ray) {
+  forEachRay(loop, [](tarn::Vec2f p, tarn::Vec2f, float h, vela::RayContext& ray) {
     ray.origin = {h * p.x, h * p.y, 0.0f};
     ray.direction = ray.xDirection = ray.yDirection = {0.0f, 0.0f, -1.0f};
   });
@@ -60,16 +60,16 @@ inline void orthographicLoop(const RayLoop& loop) {
 
 inline void cylindricalLoop(const RayLoop& loop) {
   constexpr double pi = 3.141592653589793;
-  forEachRay(loop, [](tarn::Vec2<float> p, tarn::Vec2<float> q, float h, vela::RayContext& ray) {
+  forEachRay(loop, [](tarn::Vec2f p, tarn::Vec2f q, float h, vela::RayContext& ray) {
     const double phi = (clampToUnit(p.x) + 1.0) * pi, phiX = (clampToUnit(q.x) + 1.0) * pi;
     const float x = static_cast<float>(-std::sin(phi)), z = static_cast<float>(std::cos(phi));
     const float xX = static_cast<float>(-std::sin(phiX)), zX = static_cast<float>(std::cos(phiX));
     const float y = h * static_cast<float>(clampToUnit(p.y)),
                 yY = h * static_cast<float>(clampToUnit(q.y));
     ray.origin = {};
-    ray.direction = tarn::Vec3<float>(x, y, z).normalized();
-    ray.xDirection = tarn::Vec3<float>(xX, y, zX).normalized();
-    ray.yDirection = tarn::Vec3<float>(x, yY, z).normalized();
+    ray.direction = tarn::Vec3f(x, y, z).normalized();
+    ray.xDirection = tarn::Vec3f(xX, y, zX).normalized();
+    ray.yDirection = tarn::Vec3f(x, yY, z).normalized();
   });
 }
 
@@ -77,7 +77,7 @@ inline void cylindricalLoop(const RayLoop& loop) {
 inline void sphericalLoop(const RayLoop& loop, float aspect) {
   constexpr double pi = 3.141592653589793;
   const double k = 1.0 / static_cast<double>(aspect);
-  forEachRay(loop, [k](tarn::Vec2<float> p, tarn::Vec2<float> q, float, vela::RayContext& ray) {
+  forEachRay(loop, [k](tarn::Vec2f p, tarn::Vec2f q, float, vela::RayContext& ray) {
     const double phi = (clampToUnit(p.x) + 1.0) * pi, phiX = (clampToUnit(q.x) + 1.0) * pi;
     const double theta = ((clampToUnit(p.y) * k + 1.0) * 0.5) * pi,
                  thetaY = ((k * clampToUnit(q.y) + 1.0) * 0.5) * pi;
@@ -90,9 +90,9 @@ inline void sphericalLoop(const RayLoop& loop, float aspect) {
     const float xX = static_cast<float>(-std::sin(phiX) * sinThetaY),
                 zX = static_cast<float>(std::cos(phiX) * sinThetaY);
     ray.origin = {};
-    ray.direction = tarn::Vec3<float>(x, y, z).normalized();
-    ray.xDirection = tarn::Vec3<float>(xX, y, zX).normalized();
-    ray.yDirection = tarn::Vec3<float>(x, yY, z).normalized();
+    ray.direction = tarn::Vec3f(x, y, z).normalized();
+    ray.xDirection = tarn::Vec3f(xX, y, zX).normalized();
+    ray.yDirection = tarn::Vec3f(x, yY, z).normalized();
   });
 }
 

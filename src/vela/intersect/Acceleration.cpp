@@ -12,7 +12,7 @@ void Acceleration::draw(DrawBoxFunc) const {}
 NoAcceleration::NoAcceleration(const AccelerationModel& model) : Acceleration(model) {}
 NoAcceleration::~NoAcceleration() = default;
 
-bool NoAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray,
+bool NoAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray3f& ray,
                                CollisionResult& result) const {
   float best = ray.maxDistance;
   const std::size_t size = model().size();

@@ -18,12 +18,12 @@ namespace vela {
 class AccelerationModel;
 
 /// Receives one box and its colour (red, green, blue, alpha).
-using DrawBoxFunc = void (*)(const tarn::Box3<float>&, const tarn::Vec4<float>&);
+using DrawBoxFunc = void (*)(const tarn::Box3f&, const tarn::Vec4f&);
 
 /// What every structure over a model can do.
 ///
 /// \code
-///   const ovo::Array<tarn::Vec3<float>> points = {{0, 0, 0}, {1, 0, 0}, {0, 1, 1}};
+///   const ovo::Array<tarn::Vec3f> points = {{0, 0, 0}, {1, 0, 0}, {0, 1, 1}};
 ///   const vela::TriangleAccelerationModel model(points, {3}, {0, 1, 2});
 ///
 ///   const vela::NoAcceleration none(model);
@@ -48,7 +48,7 @@ class VELA_API Acceleration {
   ///               otherwise
   /// \param result on a hit: what the model wrote, and primitiveIndex; on a miss: untouched
   /// \return true on a hit. Which hit, when there are several, is each structure's own rule
-  virtual bool intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray,
+  virtual bool intersect(const IntersectionContext& ctx, const tarn::Ray3f& ray,
                          CollisionResult& result) const = 0;
 
   /// Shows the structure as boxes; draws nothing here.
@@ -69,7 +69,7 @@ class VELA_API NoAcceleration : public Acceleration {
   NoAcceleration(NoAcceleration&&) = default;
   ~NoAcceleration() override;
 
-  bool intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray,
+  bool intersect(const IntersectionContext& ctx, const tarn::Ray3f& ray,
                  CollisionResult& result) const override;
 };
 

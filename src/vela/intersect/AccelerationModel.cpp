@@ -16,7 +16,7 @@ AccelerationModel::~AccelerationModel() = default;
 
 // ---- TriangleAccelerationModel
 
-TriangleAccelerationModel::TriangleAccelerationModel(const ovo::Array<tarn::Vec3<float>>& points,
+TriangleAccelerationModel::TriangleAccelerationModel(const ovo::Array<tarn::Vec3f>& points,
                                                      const ovo::Array<int>& faceVertexCounts,
                                                      const ovo::Array<int>& faceVertexIndices)
     : points_(points) {
@@ -35,7 +35,7 @@ TriangleAccelerationModel::~TriangleAccelerationModel() = default;
 void TriangleAccelerationModel::initialize(const ovo::Array<int>& faceVertexCounts,
                                            const ovo::Array<int>& faceVertexIndices) {
   // Box of all points. The padding keeps flat meshes from having a grid without volume.
-  bounds_ = tarn::Box3<float>();
+  bounds_ = tarn::Box3f();
   for (const auto& p : points_) bounds_.extendBy(p);
   for (std::size_t k = 0; k < 3; ++k) {
     bounds_.min[k] = static_cast<float>(static_cast<double>(bounds_.min[k]) - 1e-5);
@@ -44,7 +44,7 @@ void TriangleAccelerationModel::initialize(const ovo::Array<int>& faceVertexCoun
 
   triangles_.clear();
   triangles_.reserve(faceVertexCounts.size());
-  const tarn::Vec3<float>* const at = points_.cdata();
+  const tarn::Vec3f* const at = points_.cdata();
   std::vector<int> triplets;
   for (const ovo::Face i : ovo::Faces(faceVertexCounts, faceVertexIndices)) {
     if (!i.isUsable(points_.size()) || detail::hasNan(at, i)) continue;
@@ -66,20 +66,20 @@ void TriangleAccelerationModel::initialize(const ovo::Array<int>& faceVertexCoun
 
 std::size_t TriangleAccelerationModel::size() const { return triangles_.size(); }
 
-tarn::Box3<float> TriangleAccelerationModel::bounds(std::size_t i) const {
+tarn::Box3f TriangleAccelerationModel::bounds(std::size_t i) const {
   const Triangle& triangle = triangles_[i];
-  tarn::Box3<float> box;
+  tarn::Box3f box;
   for (const int point : {triangle.a, triangle.b, triangle.c})
     box.extendBy(points_[static_cast<std::size_t>(point)]);
   return box;
 }
 
-tarn::Box3<float> TriangleAccelerationModel::bounds() const { return bounds_; }
+tarn::Box3f TriangleAccelerationModel::bounds() const { return bounds_; }
 
-bool TriangleAccelerationModel::intersect(const IntersectionContext&, const tarn::Ray<float>& ray,
+bool TriangleAccelerationModel::intersect(const IntersectionContext&, const tarn::Ray3f& ray,
                                           std::size_t i, CollisionResult& result) const {
   const Triangle& triangle = triangles_[i];
-  const tarn::Vec3<float>* const at = points_.cdata();
+  const tarn::Vec3f* const at = points_.cdata();
   if (!detail::hitTriangle(ray, at[triangle.a], at[triangle.b], at[triangle.c], result))
     return false;
   result.faceIndex = triangle.face;
@@ -96,9 +96,8 @@ bool TriangleAccelerationModel::hasSameTriangles(const TriangleAccelerationModel
     return size == 0 || std::memcmp(a, b, size) == 0;
   };
   return points_.size() == other.points_.size() && triangles_.size() == other.triangles_.size() &&
-         (points_.isIdentical(other.points_) ||
-          sameBytes(points_.cdata(), other.points_.cdata(),
-                    points_.size() * sizeof(tarn::Vec3<float>))) &&
+         (points_.isIdentical(other.points_) || sameBytes(points_.cdata(), other.points_.cdata(),
+                                                          points_.size() * sizeof(tarn::Vec3f))) &&
          sameBytes(triangles_.data(), other.triangles_.data(),
                    triangles_.size() * sizeof(Triangle));
 }
@@ -109,7 +108,7 @@ std::uint64_t TriangleAccelerationModel::roughHash() const {
   hash.append(static_cast<std::uint32_t>(triangles_.size()));
   const std::size_t stride = std::max<std::size_t>(points_.size() / 64, 1);
   for (std::size_t i = 0; i < points_.size(); i += stride)
-    hash.append(points_.cdata() + i, sizeof(tarn::Vec3<float>));
+    hash.append(points_.cdata() + i, sizeof(tarn::Vec3f));
   return hash.value();
 }
 

@@ -31,17 +31,17 @@ class PrimAccelerationModelImpl;
 ///   class Balls : public vela::AccelerationModel {
 ///    public:
 ///     std::size_t size() const override { return 3; }
-///     tarn::Box3<float> bounds(std::size_t i) const override {
-///       const tarn::Vec3<float> centre(4.0f * static_cast<float>(i), 0.0f, 0.0f);
-///       return {centre - tarn::Vec3<float>(1.0f), centre + tarn::Vec3<float>(1.0f)};
+///     tarn::Box3f bounds(std::size_t i) const override {
+///       const tarn::Vec3f centre(4.0f * static_cast<float>(i), 0.0f, 0.0f);
+///       return {centre - tarn::Vec3f(1.0f), centre + tarn::Vec3f(1.0f)};
 ///     }
-///     tarn::Box3<float> bounds() const override {
-///       return {tarn::Vec3<float>(-1.0f), tarn::Vec3<float>(9.0f, 1.0f, 1.0f)};
+///     tarn::Box3f bounds() const override {
+///       return {tarn::Vec3f(-1.0f), tarn::Vec3f(9.0f, 1.0f, 1.0f)};
 ///     }
 ///     bool exclude(const vela::IntersectionContext&, std::size_t) const override { return false; }
-///     bool intersect(const vela::IntersectionContext&, const tarn::Ray<float>& ray, std::size_t i,
+///     bool intersect(const vela::IntersectionContext&, const tarn::Ray3f& ray, std::size_t i,
 ///                    vela::CollisionResult& result) const override {
-///       const tarn::Vec3<float> to = bounds(i).center() - ray.origin;
+///       const tarn::Vec3f to = bounds(i).center() - ray.origin;
 ///       const float along = dot(to, ray.direction);  // of unit length here
 ///       const float square = 1.0f - (dot(to, to) - along * along);
 ///       if (!(square >= 0.0f)) return false;
@@ -71,15 +71,15 @@ class VELA_API AccelerationModel {
   /// Number of primitives. Indices below are 0 to size() - 1 and not checked.
   [[nodiscard]] virtual std::size_t size() const = 0;
   /// Box of one primitive; may be empty.
-  [[nodiscard]] virtual tarn::Box3<float> bounds(std::size_t i) const = 0;
+  [[nodiscard]] virtual tarn::Box3f bounds(std::size_t i) const = 0;
   /// Box of all primitives.
-  [[nodiscard]] virtual tarn::Box3<float> bounds() const = 0;
+  [[nodiscard]] virtual tarn::Box3f bounds() const = 0;
   /// Tests one primitive.
   ///
   /// \param result on a hit: distance, normal, position, faceIndex and hit at least. On a miss:
   ///               untouched
   /// \return true on a hit, which need not be nearer than what `result` holds
-  virtual bool intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray, std::size_t i,
+  virtual bool intersect(const IntersectionContext& ctx, const tarn::Ray3f& ray, std::size_t i,
                          CollisionResult& result) const = 0;
   /// True when the context rules the primitive out.
   [[nodiscard]] virtual bool exclude(const IntersectionContext& ctx, std::size_t i) const = 0;
@@ -93,7 +93,7 @@ class VELA_API AccelerationModel {
 /// them keep their numbers and corners (a negative count takes no indices).
 ///
 /// \code
-///   const ovo::Array<tarn::Vec3<float>> points = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
+///   const ovo::Array<tarn::Vec3f> points = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
 ///   const ovo::Array<int> counts = {3, 4, 4}, indices = {0, 1, 9, 0, 1, 2, 3, 3, 2, 1, 0};
 ///   const vela::TriangleAccelerationModel model(points, counts, indices);
 ///   assert(model.size() == 4);        // face 0 names a point that is not there
@@ -104,7 +104,7 @@ class VELA_API TriangleAccelerationModel : public AccelerationModel {
   /// \param points             positions, shared, not copied
   /// \param faceVertexCounts   corners of each face, `(faces)`
   /// \param faceVertexIndices  the faces' point indices, one face after the other
-  TriangleAccelerationModel(const ovo::Array<tarn::Vec3<float>>& points,
+  TriangleAccelerationModel(const ovo::Array<tarn::Vec3f>& points,
                             const ovo::Array<int>& faceVertexCounts,
                             const ovo::Array<int>& faceVertexIndices);
   /// Points at `time`, faces at the earliest time: the topology of a mesh is taken as constant. In
@@ -119,13 +119,13 @@ class VELA_API TriangleAccelerationModel : public AccelerationModel {
   /// Number of triangles.
   [[nodiscard]] std::size_t size() const override;
   /// Box of the triangle's three corners, not padded.
-  [[nodiscard]] tarn::Box3<float> bounds(std::size_t i) const override;
+  [[nodiscard]] tarn::Box3f bounds(std::size_t i) const override;
   /// Box of all points, used or not, grown by 1e-5 on every side (rounded to float, so far from the
   /// origin not at all); empty without points.
-  [[nodiscard]] tarn::Box3<float> bounds() const override;
+  [[nodiscard]] tarn::Box3f bounds() const override;
   /// The ray/triangle test; faceIndex is the face that the triangle came from. The context is not
   /// looked at.
-  bool intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray, std::size_t i,
+  bool intersect(const IntersectionContext& ctx, const tarn::Ray3f& ray, std::size_t i,
                  CollisionResult& result) const override;
   /// Always false.
   [[nodiscard]] bool exclude(const IntersectionContext& ctx, std::size_t i) const override;
@@ -148,9 +148,9 @@ class VELA_API TriangleAccelerationModel : public AccelerationModel {
   [[nodiscard]] bool hasSameTriangles(const TriangleAccelerationModel& other) const;
   /// Equal for models that have the same triangles; looks at some of the points only.
   [[nodiscard]] std::uint64_t roughHash() const;
-  ovo::Array<tarn::Vec3<float>> points_;
+  ovo::Array<tarn::Vec3f> points_;
   std::vector<Triangle> triangles_;
-  tarn::Box3<float> bounds_;
+  tarn::Box3f bounds_;
 };
 
 /// Mesh prims of a scene, each placed by its world transform and hit through its own
@@ -208,13 +208,13 @@ class VELA_API PrimAccelerationModel : public AccelerationModel {
   /// Number of entries.
   [[nodiscard]] std::size_t size() const override;
   /// World box of entry i; empty when the mesh has no points.
-  [[nodiscard]] tarn::Box3<float> bounds(std::size_t i) const override;
+  [[nodiscard]] tarn::Box3f bounds(std::size_t i) const override;
   /// Union of the world boxes.
-  [[nodiscard]] tarn::Box3<float> bounds() const override;
+  [[nodiscard]] tarn::Box3f bounds() const override;
   /// Hits entry i unless the context excludes it. The ray is in world space; so are position and
   /// normal, and the normal has unit length. distance is along the given ray. primitiveIndex is the
   /// entry that built the prim's accelerator.
-  bool intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray, std::size_t i,
+  bool intersect(const IntersectionContext& ctx, const tarn::Ray3f& ray, std::size_t i,
                  CollisionResult& result) const override;
   /// True when the prim's path is among the excluded, or its type is not among the included ones
   /// where there are any.
@@ -227,7 +227,7 @@ class VELA_API PrimAccelerationModel : public AccelerationModel {
 /// One mesh with a grid over its triangles.
 ///
 /// \code
-///   const ovo::Array<tarn::Vec3<float>> points = {{0, 0, 0}, {1, 0, 0}, {0, 1, 1}};
+///   const ovo::Array<tarn::Vec3f> points = {{0, 0, 0}, {1, 0, 0}, {0, 1, 1}};
 ///   const vela::MeshAccelerator mesh(points, {3}, {0, 1, 2}, 7);
 ///   vela::CollisionResult result;
 ///   const bool isHit = mesh.intersect({}, {{0.25f, 0.25f, 5.0f}, {0, 0, -1}}, result);
@@ -236,16 +236,15 @@ class VELA_API PrimAccelerationModel : public AccelerationModel {
 class VELA_API MeshAccelerator {
  public:
   /// \param id written into every hit's primitiveIndex
-  MeshAccelerator(const ovo::Array<tarn::Vec3<float>>& points,
-                  const ovo::Array<int>& faceVertexCounts, const ovo::Array<int>& faceVertexIndices,
-                  std::size_t id);
+  MeshAccelerator(const ovo::Array<tarn::Vec3f>& points, const ovo::Array<int>& faceVertexCounts,
+                  const ovo::Array<int>& faceVertexIndices, std::size_t id);
   MeshAccelerator(const ovo::MeshPrim& mesh, std::size_t id, double time);
   MeshAccelerator(const MeshAccelerator&) = delete;
   MeshAccelerator& operator=(const MeshAccelerator&) = delete;
   ~MeshAccelerator();
 
   /// The grid's answer, in the mesh's local space.
-  bool intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray,
+  bool intersect(const IntersectionContext& ctx, const tarn::Ray3f& ray,
                  CollisionResult& result) const;
 
  private:

@@ -23,14 +23,14 @@ TEST(TriangleModel, QuadIsCutFromZeroToTwoAndTwoToZero) {
   ASSERT_EQ(model.size(), 2u);
   EXPECT_EQ(model.faceIndex(0), 1);
   EXPECT_EQ(model.faceIndex(1), 1);
-  EXPECT_EQ(model.bounds(0), Box3<float>({0, 0, 0}, {1, 1, 0}));
+  EXPECT_EQ(model.bounds(0), Box3f({0, 0, 0}, {1, 1, 0}));
 
   // Triangle 0 holds the corner below the diagonal, triangle 1 the one above it.
   const IntersectionContext ctx;
   CollisionResult result;
-  EXPECT_TRUE(model.intersect(ctx, Ray<float>({0.75f, 0.25f, 1}, {0, 0, -1}), 0, result));
-  EXPECT_FALSE(model.intersect(ctx, Ray<float>({0.75f, 0.25f, 1}, {0, 0, -1}), 1, result));
-  EXPECT_TRUE(model.intersect(ctx, Ray<float>({0.25f, 0.75f, 1}, {0, 0, -1}), 1, result));
+  EXPECT_TRUE(model.intersect(ctx, Ray3f({0.75f, 0.25f, 1}, {0, 0, -1}), 0, result));
+  EXPECT_FALSE(model.intersect(ctx, Ray3f({0.75f, 0.25f, 1}, {0, 0, -1}), 1, result));
+  EXPECT_TRUE(model.intersect(ctx, Ray3f({0.25f, 0.75f, 1}, {0, 0, -1}), 1, result));
 }
 
 // Of (2, 3, 0) and (0, 2, 3) only the first has corner 2 as its a: the rounding of a distance
@@ -43,7 +43,7 @@ TEST(TriangleModel, CornersOfTheSecondHalfStartAtCornerTwo) {
   RayMaker maker(mesh, 3);
   int hits = 0, tells = 0;
   for (int i = 0; i < 20000; ++i) {
-    const Ray<float> ray = maker.ordinary();
+    const Ray3f ray = maker.ordinary();
     CollisionResult got, expected, other;
     const auto& p = mesh.points;
     const bool hit = plainTriangle(ray, p[2], p[3], p[0], expected);
@@ -68,7 +68,7 @@ TEST(TriangleModel, LargerFacesAreCutByTriangulateInItsOrder) {
     std::vector<int> triplets;
     Triangulate(mesh.points.cdata(), mesh.indices.cdata() + offset, mesh.counts[f], triplets);
     for (std::size_t k = 0; k < triplets.size(); k += 3, ++at) {
-      Box3<float> box;
+      Box3f box;
       for (std::size_t j = 0; j < 3; ++j)
         box.extendBy(mesh.points[static_cast<std::size_t>(
             mesh.indices[offset + static_cast<std::size_t>(triplets[k + j])])]);
@@ -85,11 +85,11 @@ TEST(TriangleModel, BoxHoldsAllPointsUsedOrNotAndAHundredThousandthMore) {
   SampleMesh mesh;
   mesh.points = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {-5, 7, 2}};
   mesh.addFace({0, 1, 2});
-  const Box3<float> box = modelOf(mesh).bounds();
-  EXPECT_EQ(box.min, Vec3<float>(static_cast<float>(-5 - 1e-5), static_cast<float>(0 - 1e-5),
-                                 static_cast<float>(0 - 1e-5)));
-  EXPECT_EQ(box.max, Vec3<float>(static_cast<float>(1 + 1e-5), static_cast<float>(7 + 1e-5),
-                                 static_cast<float>(2 + 1e-5)));
+  const Box3f box = modelOf(mesh).bounds();
+  EXPECT_EQ(box.min, Vec3f(static_cast<float>(-5 - 1e-5), static_cast<float>(0 - 1e-5),
+                           static_cast<float>(0 - 1e-5)));
+  EXPECT_EQ(box.max, Vec3f(static_cast<float>(1 + 1e-5), static_cast<float>(7 + 1e-5),
+                           static_cast<float>(2 + 1e-5)));
 }
 
 TEST(TriangleModel, MeshWithoutPointsHasAnEmptyBoxAndNoTriangles) {
@@ -98,7 +98,7 @@ TEST(TriangleModel, MeshWithoutPointsHasAnEmptyBoxAndNoTriangles) {
   const TriangleAccelerationModel model = modelOf(mesh);
   EXPECT_EQ(model.size(), 0u);
   EXPECT_TRUE(model.bounds().isEmpty());
-  EXPECT_EQ(model.bounds().min, Vec3<float>(kMax));
+  EXPECT_EQ(model.bounds().min, Vec3f(kMax));
 }
 
 TEST(TriangleModel, NothingIsExcludedAndTheContextIsNotAsked) {
@@ -107,8 +107,8 @@ TEST(TriangleModel, NothingIsExcludedAndTheContextIsNotAsked) {
   const TriangleAccelerationModel model = modelOf(makeCube());
   EXPECT_FALSE(model.exclude(ctx, 0));
   CollisionResult result;
-  EXPECT_TRUE(model.intersect(ctx, Ray<float>({0.25f, 0.5f, -5}, {0, 0, 1}), 1, result) ||
-              model.intersect(ctx, Ray<float>({0.25f, 0.5f, -5}, {0, 0, 1}), 0, result));
+  EXPECT_TRUE(model.intersect(ctx, Ray3f({0.25f, 0.5f, -5}, {0, 0, 1}), 1, result) ||
+              model.intersect(ctx, Ray3f({0.25f, 0.5f, -5}, {0, 0, 1}), 0, result));
 }
 
 TEST(TriangleModel, HitHasTheRawNormalAndMissTouchesNothing) {
@@ -117,11 +117,10 @@ TEST(TriangleModel, HitHasTheRawNormalAndMissTouchesNothing) {
   mesh.addFace({0, 1, 2});
   const TriangleAccelerationModel model = modelOf(mesh);
   CollisionResult result = marked();
-  EXPECT_FALSE(
-      model.intersect(IntersectionContext(), Ray<float>({5, 5, 1}, {0, 0, -1}), 0, result));
+  EXPECT_FALSE(model.intersect(IntersectionContext(), Ray3f({5, 5, 1}, {0, 0, -1}), 0, result));
   EXPECT_TRUE(sameRecord(result, marked()));
-  EXPECT_TRUE(model.intersect(IntersectionContext(), Ray<float>({1, 1, 1}, {0, 0, -1}), 0, result));
-  EXPECT_EQ(result.normal, Vec3<float>(0, 0, 9));
+  EXPECT_TRUE(model.intersect(IntersectionContext(), Ray3f({1, 1, 1}, {0, 0, -1}), 0, result));
+  EXPECT_EQ(result.normal, Vec3f(0, 0, 9));
   EXPECT_EQ(result.primitiveIndex, 4711u);
   EXPECT_EQ(result.faceIndex, 0);
 }
@@ -159,15 +158,15 @@ TEST(AccelerationModel, VirtualFunctionsStandInTheirOrder) {
       called = 1;
       return 0;
     }
-    Box3<float> bounds(std::size_t) const override {
+    Box3f bounds(std::size_t) const override {
       called = 2;
       return {};
     }
-    Box3<float> bounds() const override {
+    Box3f bounds() const override {
       called = 3;
       return {};
     }
-    bool intersect(const IntersectionContext&, const Ray<float>&, std::size_t,
+    bool intersect(const IntersectionContext&, const Ray3f&, std::size_t,
                    CollisionResult&) const override {
       called = 4;
       return false;
@@ -192,14 +191,14 @@ TEST(AccelerationModel, VirtualFunctionsStandInTheirOrder) {
   std::memcpy(&excludes, &table[6], sizeof excludes);
   excludes(&probe, ctx, 0);
   EXPECT_EQ(probe.called, 5);
-  using Hits = bool (*)(const AccelerationModel*, const IntersectionContext&, const Ray<float>&,
+  using Hits = bool (*)(const AccelerationModel*, const IntersectionContext&, const Ray3f&,
                         std::size_t, CollisionResult&);
   Hits hits = nullptr;
   std::memcpy(&hits, &table[5], sizeof hits);
   CollisionResult result;
-  hits(&probe, ctx, Ray<float>(), 0, result);
+  hits(&probe, ctx, Ray3f(), 0, result);
   EXPECT_EQ(probe.called, 4);
-  using One = Box3<float> (*)(const AccelerationModel*, std::size_t);
+  using One = Box3f (*)(const AccelerationModel*, std::size_t);
   One one = nullptr;
   std::memcpy(&one, &table[3], sizeof one);
   one(&probe, 0);

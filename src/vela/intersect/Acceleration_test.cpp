@@ -25,7 +25,7 @@ TEST(NoAcceleration, KeepsItsModelAndDrawsNothing) {
   const NoAcceleration all(model);
   const NoAcceleration copy(all);
   EXPECT_EQ(&copy.model(), &model);
-  all.draw([](const Box3<float>&, const tarn::Vec4<float>&) { ADD_FAILURE() << "a box"; });
+  all.draw([](const Box3f&, const tarn::Vec4f&) { ADD_FAILURE() << "a box"; });
 }
 
 TEST(NoAcceleration, GivesTheNearestWhateverTheContextAsks) {
@@ -35,7 +35,7 @@ TEST(NoAcceleration, GivesTheNearestWhateverTheContextAsks) {
   for (const bool nearest : {true, false}) {
     ctx.nearestHit = nearest;
     CollisionResult result;
-    EXPECT_TRUE(all.intersect(ctx, Ray<float>({0.25f, 0.5f, 5}, {0, 0, -1}), result));
+    EXPECT_TRUE(all.intersect(ctx, Ray3f({0.25f, 0.5f, 5}, {0, 0, -1}), result));
     EXPECT_EQ(result.faceIndex, 1);
     EXPECT_EQ(result.distance, 4.0f);
     EXPECT_EQ(model.faceIndex(result.primitiveIndex), 1);
@@ -45,26 +45,26 @@ TEST(NoAcceleration, GivesTheNearestWhateverTheContextAsks) {
 TEST(NoAcceleration, MissLeavesResultUntouched) {
   const TriangleAccelerationModel model = modelOf(makeCube());
   CollisionResult result = marked();
-  EXPECT_FALSE(NoAcceleration(model).intersect(IntersectionContext(),
-                                               Ray<float>({5, 5, 5}, {0, 0, 1}), result));
+  EXPECT_FALSE(
+      NoAcceleration(model).intersect(IntersectionContext(), Ray3f({5, 5, 5}, {0, 0, 1}), result));
   EXPECT_TRUE(sameRecord(result, marked()));
 }
 
 TEST(NoAcceleration, ModelWithoutPrimitivesIsNeverHit) {
   const TriangleAccelerationModel model = modelOf(SampleMesh());
   CollisionResult result;
-  EXPECT_FALSE(NoAcceleration(model).intersect(IntersectionContext(),
-                                               Ray<float>({0, 0, 0}, {0, 0, 1}), result));
+  EXPECT_FALSE(
+      NoAcceleration(model).intersect(IntersectionContext(), Ray3f({0, 0, 0}, {0, 0, 1}), result));
 }
 
 TEST(NoAcceleration, RangeIsOpenAtBothEnds) {
   const TriangleAccelerationModel model = modelOf(makePlane(1));
   const NoAcceleration all(model);
   CollisionResult result;
-  const Vec3<float> o(0.5f, 0.25f, 1), d(0, 0, -1);
-  EXPECT_FALSE(all.intersect(IntersectionContext(), Ray<float>(o, d, 1.0f, 5.0f), result));
-  EXPECT_FALSE(all.intersect(IntersectionContext(), Ray<float>(o, d, 0.0f, 1.0f), result));
-  EXPECT_TRUE(all.intersect(IntersectionContext(), Ray<float>(o, d, 0.5f, 1.5f), result));
+  const Vec3f o(0.5f, 0.25f, 1), d(0, 0, -1);
+  EXPECT_FALSE(all.intersect(IntersectionContext(), Ray3f(o, d, 1.0f, 5.0f), result));
+  EXPECT_FALSE(all.intersect(IntersectionContext(), Ray3f(o, d, 0.0f, 1.0f), result));
+  EXPECT_TRUE(all.intersect(IntersectionContext(), Ray3f(o, d, 0.5f, 1.5f), result));
 }
 
 // A box that the ray enters behind the best hit so far is passed over, and so is one that it
@@ -78,7 +78,7 @@ TEST(NoAcceleration, AnswersLikeThePlainLoopOverBoxesBitForBit) {
     const NoAcceleration all(model);
     RayMaker maker(mesh, seed);
     for (int i = 0; i < 2000; ++i) {
-      const Ray<float> ray = i % 2 ? maker.hostile() : maker.ordinary();
+      const Ray3f ray = i % 2 ? maker.hostile() : maker.ordinary();
       CollisionResult expected = marked(), got = marked();
       float best = ray.maxDistance;
       for (std::size_t p = 0; p < model.size(); ++p) {

@@ -44,7 +44,7 @@ class WaitingStack {
 };
 
 struct BuildNode {
-  tarn::Box3<float> box;
+  tarn::Box3f box;
   bool isLeaf = true;
   std::uint32_t left = BvhNode::noChild, right = BvhNode::noChild;
   std::uint32_t start = 0, count = 0;
@@ -90,7 +90,7 @@ class Builder {
       node.count = run.count;
       for (std::uint32_t k = 0; k < run.count; ++k)
         node.box.extendBy(boxes_[order_[run.start + k]]);
-      node.box.pad(tarn::Vec3<float>(1e-5f));
+      node.box.pad(tarn::Vec3f(1e-5f));
 
       if (run.count > kLeafSize) {
         const Split split = partition(run.start, run.count);
@@ -109,7 +109,7 @@ class Builder {
 
  private:
   Split partition(std::uint32_t start, std::uint32_t count) {
-    tarn::Box3<float> centroids;
+    tarn::Box3f centroids;
     for (std::uint32_t k = 0; k < count; ++k) centroids.extendBy(centers_[order_[start + k]]);
     const int axis = centroids.majorAxis();
     Split split;
@@ -121,7 +121,7 @@ class Builder {
         return centers_[primitive][split.axis] > position;
       });
     } else {
-      const tarn::Box3<float> low = centroids.split(axis, centroids.center()[split.axis]).first;
+      const tarn::Box3f low = centroids.split(axis, centroids.center()[split.axis]).first;
       split.leftCount = partitionRun(start, count, [&](std::uint32_t primitive) {
         return !low.intersects(centers_[primitive]);
       });
@@ -142,15 +142,15 @@ class Builder {
   }
 
   /// The best of the planes between 12 equal bins; false when nothing has an area to go by.
-  bool findPlane(std::uint32_t start, std::uint32_t count, const tarn::Box3<float>& centroids,
+  bool findPlane(std::uint32_t start, std::uint32_t count, const tarn::Box3f& centroids,
                  std::size_t axis, float& position) const {
     struct Bin {
-      tarn::Box3<float> box;
+      tarn::Box3f box;
       std::uint32_t count = 0;
     };
     std::array<Bin, kBins> bins{};
     const float low = centroids.min[axis], extent = centroids.max[axis] - centroids.min[axis];
-    tarn::Box3<float> total;
+    tarn::Box3f total;
     for (std::uint32_t k = 0; k < count; ++k) {
       const std::uint32_t primitive = order_[start + k];
       const float place = (centers_[primitive][axis] - low) * 12.0f / extent;
@@ -193,8 +193,8 @@ class Builder {
 
   bool useSah_;
   std::vector<std::uint32_t>& order_;
-  std::vector<tarn::Box3<float>> boxes_;
-  std::vector<tarn::Vec3<float>> centers_;
+  std::vector<tarn::Box3f> boxes_;
+  std::vector<tarn::Vec3f> centers_;
 };
 
 /// An interior node as queries read it: both children's boxes in one cache line, so that a visit
@@ -213,11 +213,11 @@ constexpr std::uint32_t kLastOfRun = 0x80000000u;
 /// when the second is NaN (0 times infinity, for an origin in a face that the ray runs
 /// along), so that such a ray enters.
 struct SlabTest {
-  tarn::Vec3<float> origin, inv;
+  tarn::Vec3f origin, inv;
   float tMin;
   bool neg[3];
 
-  explicit SlabTest(const tarn::Ray<float>& ray)
+  explicit SlabTest(const tarn::Ray3f& ray)
       : origin(ray.origin),
         inv(1.0f / ray.direction.x, 1.0f / ray.direction.y, 1.0f / ray.direction.z),
         tMin(ray.minDistance),
@@ -225,7 +225,7 @@ struct SlabTest {
 
   /// Where the ray comes in and goes out again; the range's end is left to whoever asks, since it
   /// shrinks.
-  void run(const tarn::Box3<float>& box, float& in, float& out) const {
+  void run(const tarn::Box3f& box, float& in, float& out) const {
     in = tMin;
     out = std::numeric_limits<float>::infinity();
     for (std::size_t i = 0; i < 3; ++i) {
@@ -302,7 +302,7 @@ BvhAcceleration::BvhAcceleration(const AccelerationModel& model, bool useSah)
       Pair pair{};
       pair.axis = node.axis;
       for (std::size_t c = 0; c < 2; ++c) {
-        const tarn::Box3<float>& box = built[children[c]].box;
+        const tarn::Box3f& box = built[children[c]].box;
         pair.child[c] = nameOf[children[c]];
         for (std::size_t i = 0; i < 3; ++i) {
           pair.side[i][c] = box.min[i];
@@ -317,11 +317,11 @@ BvhAcceleration::BvhAcceleration(const AccelerationModel& model, bool useSah)
 
 BvhAcceleration::~BvhAcceleration() = default;
 
-bool BvhAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray,
+bool BvhAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray3f& ray,
                                 CollisionResult& result) const {
   if (tree_->nodes.empty()) return false;
   const SlabTest slabs(ray);
-  tarn::Ray<float> shrinking = ray;
+  tarn::Ray3f shrinking = ray;
 
   // What was not entered yet, and where the ray would. Asked again when its turn comes, as the
   // range's end may have moved.
@@ -366,8 +366,7 @@ bool BvhAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray<
 
 void BvhAcceleration::draw(DrawBoxFunc drawBox) const {
   if (tree_->nodes.empty() || drawBox == nullptr) return;
-  const tarn::Vec4<float> leafColour(1.0f, 0.8f, 0.0f, 0.5f),
-      interiorColour(0.6f, 0.6f, 1.0f, 0.2f);
+  const tarn::Vec4f leafColour(1.0f, 0.8f, 0.0f, 0.5f), interiorColour(0.6f, 0.6f, 1.0f, 0.2f);
   WaitingStack<std::uint32_t> waiting;
   std::uint32_t current = 0;
   do {

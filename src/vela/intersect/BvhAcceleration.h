@@ -21,7 +21,7 @@ struct BvhNode {
   static constexpr std::uint32_t noChild = 0xFFFFFFFFu;
 
   /// Of everything below, padded by 1e-5.
-  tarn::Box3<float> box;
+  tarn::Box3f box;
   /// Leaf: start of its run of primitive numbers, with leafBit set. Interior: index of the left
   /// child, or noChild.
   std::uint32_t first = 0;
@@ -49,13 +49,13 @@ static_assert(std::is_trivially_copyable_v<BvhNode> && sizeof(BvhNode) == 32);
 /// rest goes to the heap.
 ///
 /// \code
-///   const ovo::Array<tarn::Vec3<float>> points = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0},
+///   const ovo::Array<tarn::Vec3f> points = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0},
 ///                                                 {0, 0, 2}, {1, 0, 2}, {0, 1, 2}};
 ///   const vela::TriangleAccelerationModel model(points, {3, 3}, {0, 1, 2, 3, 4, 5});
 ///   const vela::BvhAcceleration tree(model, true);
 ///
 ///   vela::CollisionResult result;
-///   const tarn::Ray<float> down({0.25f, 0.25f, 5.0f}, {0, 0, -1});
+///   const tarn::Ray3f down({0.25f, 0.25f, 5.0f}, {0, 0, -1});
 ///   const bool isHit = tree.intersect({}, down, result);
 ///   assert(isHit && result.primitiveIndex == 1 && result.distance == 3.0f);
 ///
@@ -78,7 +78,7 @@ class VELA_API BvhAcceleration : public Acceleration {
   BvhAcceleration& operator=(const BvhAcceleration&) = delete;
   ~BvhAcceleration() override;
 
-  bool intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray,
+  bool intersect(const IntersectionContext& ctx, const tarn::Ray3f& ray,
                  CollisionResult& result) const override;
 
   /// Every node's box, depth first, the right subtree before the left: leaves in (1.0, 0.8, 0.0,

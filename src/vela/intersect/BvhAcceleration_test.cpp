@@ -18,22 +18,22 @@ TriangleAccelerationModel modelOf(const SampleMesh& mesh) {
 }
 
 struct FakeModel : AccelerationModel {
-  std::vector<Box3<float>> boxes;
+  std::vector<Box3f> boxes;
   std::vector<float> distances;
   mutable std::vector<std::size_t> asked;
 
-  void add(const Box3<float>& box, float distance = kNan) {
+  void add(const Box3f& box, float distance = kNan) {
     boxes.push_back(box);
     distances.push_back(distance);
   }
   std::size_t size() const override { return boxes.size(); }
-  Box3<float> bounds(std::size_t i) const override { return boxes[i]; }
-  Box3<float> bounds() const override {
-    Box3<float> all;
+  Box3f bounds(std::size_t i) const override { return boxes[i]; }
+  Box3f bounds() const override {
+    Box3f all;
     for (const auto& box : boxes) all.extendBy(box);
     return all;
   }
-  bool intersect(const IntersectionContext&, const Ray<float>& ray, std::size_t i,
+  bool intersect(const IntersectionContext&, const Ray3f& ray, std::size_t i,
                  CollisionResult& result) const override {
     asked.push_back(i);
     // Like the triangle test: a little past the range.
@@ -48,13 +48,13 @@ struct FakeModel : AccelerationModel {
   }
 };
 
-Box3<float> boxAt(float x, float y = 0.0f, float z = 0.0f, float half = 0.25f) {
-  return {Vec3<float>(x - half, y - half, z - half), Vec3<float>(x + half, y + half, z + half)};
+Box3f boxAt(float x, float y = 0.0f, float z = 0.0f, float half = 0.25f) {
+  return {Vec3f(x - half, y - half, z - half), Vec3f(x + half, y + half, z + half)};
 }
 
 struct Drawn {
-  Box3<float> box;
-  tarn::Vec4<float> colour;
+  Box3f box;
+  tarn::Vec4f colour;
 };
 std::vector<Drawn>& drawn() {
   static std::vector<Drawn> list;
@@ -62,19 +62,17 @@ std::vector<Drawn>& drawn() {
 }
 std::vector<Drawn> draw(const BvhAcceleration& bvh) {
   drawn().clear();
-  bvh.draw([](const Box3<float>& box, const tarn::Vec4<float>& colour) {
-    drawn().push_back({box, colour});
-  });
+  bvh.draw([](const Box3f& box, const tarn::Vec4f& colour) { drawn().push_back({box, colour}); });
   return drawn();
 }
-const tarn::Vec4<float> kLeaf(1.0f, 0.8f, 0.0f, 0.5f), kInterior(0.6f, 0.6f, 1.0f, 0.2f);
+const tarn::Vec4f kLeaf(1.0f, 0.8f, 0.0f, 0.5f), kInterior(0.6f, 0.6f, 1.0f, 0.2f);
 
 TEST(Bvh, EmptyModelIsNeverHitAndDrawsNothing) {
   const FakeModel model;
   for (const bool sah : {false, true}) {
     const BvhAcceleration bvh(model, sah);
     CollisionResult result = marked();
-    EXPECT_FALSE(bvh.intersect(IntersectionContext(), Ray<float>({0, 0, 0}, {0, 0, 1}), result));
+    EXPECT_FALSE(bvh.intersect(IntersectionContext(), Ray3f({0, 0, 0}, {0, 0, 1}), result));
     EXPECT_TRUE(sameRecord(result, marked()));
     EXPECT_TRUE(draw(bvh).empty());
   }
@@ -95,8 +93,8 @@ TEST(Bvh, UpToThreePrimitivesAreOneLeaf) {
 TEST(Bvh, NodesArePaddedByAHundredThousandth) {
   FakeModel model;
   model.add(boxAt(1));
-  Box3<float> expected = boxAt(1);
-  expected.pad(Vec3<float>(1e-5f, 1e-5f, 1e-5f));
+  Box3f expected = boxAt(1);
+  expected.pad(Vec3f(1e-5f, 1e-5f, 1e-5f));
   EXPECT_EQ(draw(BvhAcceleration(model, false))[0].box, expected);
 }
 
@@ -153,7 +151,7 @@ TEST(Bvh, SurfaceAreaTakesTheCheapestOfElevenPlanes) {
       const auto place = [&] { return static_cast<float>(random() % 64); };
       model.add(boxAt(3.0f * place(), place(), place(), 0.5f + 0.1f * place()));
     }
-    Box3<float> centres, total;
+    Box3f centres, total;
     for (const auto& box : model.boxes) {
       centres.extendBy((box.min + box.max) * 0.5f);
       total.extendBy(box);
@@ -161,14 +159,14 @@ TEST(Bvh, SurfaceAreaTakesTheCheapestOfElevenPlanes) {
     const auto axis = static_cast<std::size_t>(centres.majorAxis());
     const float low = centres.min[axis], extent = centres.max[axis] - low;
     if (extent == 0.0f) continue;
-    const auto binOf = [&](const Box3<float>& box) {
+    const auto binOf = [&](const Box3f& box) {
       const float at = (((box.min + box.max) * 0.5f)[axis] - low) * 12.0f / extent;
       return at >= 12.0f ? 11 : at < 0.0f ? 0 : static_cast<int>(at);
     };
     float best = kInf;
     int plane = 0;
     for (int k = 1; k <= 11; ++k) {
-      Box3<float> left, right;
+      Box3f left, right;
       int leftCount = 0, rightCount = 0;
       for (const auto& box : model.boxes) {
         (binOf(box) < k ? left : right).extendBy(box);
@@ -183,11 +181,11 @@ TEST(Bvh, SurfaceAreaTakesTheCheapestOfElevenPlanes) {
       }
     }
     const float position = low + extent * static_cast<float>(plane) / 12.0f;
-    Box3<float> left, right;
+    Box3f left, right;
     for (const auto& box : model.boxes)
       (((box.min + box.max) * 0.5f)[axis] > position ? right : left).extendBy(box);
     if (left.isEmpty() || right.isEmpty()) continue;
-    right.pad(Vec3<float>(1e-5f));
+    right.pad(Vec3f(1e-5f));
     const auto nodes = draw(BvhAcceleration(model, true));
     ASSERT_GT(nodes.size(), 2u);
     EXPECT_EQ(nodes[1].box, right) << round;
@@ -196,8 +194,7 @@ TEST(Bvh, SurfaceAreaTakesTheCheapestOfElevenPlanes) {
 
 TEST(Bvh, WithoutAnyAreaTheSurfaceRuleSplitsLikeTheMedian) {
   FakeModel model;
-  for (const float x : {0.0f, 1.0f, 2.0f, 3.0f, 20.0f})
-    model.add(Box3<float>({x, 0, 0}, {x, 0, 0}));
+  for (const float x : {0.0f, 1.0f, 2.0f, 3.0f, 20.0f}) model.add(Box3f({x, 0, 0}, {x, 0, 0}));
   const auto median = draw(BvhAcceleration(model, false)), sah = draw(BvhAcceleration(model, true));
   ASSERT_EQ(sah.size(), median.size());
   for (std::size_t i = 0; i < sah.size(); ++i) EXPECT_EQ(sah[i].box, median[i].box);
@@ -206,14 +203,14 @@ TEST(Bvh, WithoutAnyAreaTheSurfaceRuleSplitsLikeTheMedian) {
 TEST(Bvh, EmptyBoxesMakeNoNodeLarger) {
   FakeModel model;
   for (const float x : {5.0f, 6.0f}) model.add(boxAt(x));
-  for (int i = 0; i < 3; ++i) model.add(Box3<float>());
+  for (int i = 0; i < 3; ++i) model.add(Box3f());
   for (const bool sah : {false, true}) {
     const auto nodes = draw(BvhAcceleration(model, sah));
     EXPECT_NEAR(nodes[0].box.min.x, 4.75f, 2e-5f);
     EXPECT_NEAR(nodes[0].box.max.x, 6.25f, 2e-5f);
     CollisionResult result;
     EXPECT_FALSE(BvhAcceleration(model, sah)
-                     .intersect(IntersectionContext(), Ray<float>({0, 0, 0}, {1, 0, 0}), result));
+                     .intersect(IntersectionContext(), Ray3f({0, 0, 0}, {1, 0, 0}), result));
   }
 }
 
@@ -222,11 +219,11 @@ TEST(Bvh, NearChildIsWalkedFirstByTheSignOfTheDirection) {
   for (const float x : {0.0f, 1.0f, 2.0f, 10.0f, 11.0f, 12.0f}) model.add(boxAt(x));
   const BvhAcceleration bvh(model, false);
   CollisionResult result;
-  EXPECT_FALSE(bvh.intersect(IntersectionContext(), Ray<float>({-5, 0, 0}, {1, 0, 0}), result));
+  EXPECT_FALSE(bvh.intersect(IntersectionContext(), Ray3f({-5, 0, 0}, {1, 0, 0}), result));
   ASSERT_EQ(model.asked.size(), 6u);
   EXPECT_LT(*std::max_element(model.asked.begin(), model.asked.begin() + 3), 3u);
   model.asked.clear();
-  EXPECT_FALSE(bvh.intersect(IntersectionContext(), Ray<float>({20, 0, 0}, {-1, 0, 0}), result));
+  EXPECT_FALSE(bvh.intersect(IntersectionContext(), Ray3f({20, 0, 0}, {-1, 0, 0}), result));
   ASSERT_EQ(model.asked.size(), 6u);
   EXPECT_GE(*std::min_element(model.asked.begin(), model.asked.begin() + 3), 3u);
 }
@@ -238,7 +235,7 @@ TEST(Bvh, AnyHitReturnsAtTheFirstReportedOne) {
   IntersectionContext ctx;
   ctx.nearestHit = false;
   CollisionResult result;
-  EXPECT_TRUE(bvh.intersect(ctx, Ray<float>({-5, 0, 0}, {1, 0, 0}), result));
+  EXPECT_TRUE(bvh.intersect(ctx, Ray3f({-5, 0, 0}, {1, 0, 0}), result));
   ASSERT_EQ(model.asked.size(), 1u);
   EXPECT_EQ(result.primitiveIndex, model.asked[0]);
   EXPECT_EQ(result.distance, 50.0f - static_cast<float>(model.asked[0]));
@@ -252,7 +249,7 @@ TEST(Bvh, LaterHitWithinTheModelsToleranceReplacesANearerOne) {
   model.add(boxAt(0), 5.000005f);
   CollisionResult result;
   EXPECT_TRUE(BvhAcceleration(model, false)
-                  .intersect(IntersectionContext(), Ray<float>({-5, 0, 0}, {1, 0, 0}), result));
+                  .intersect(IntersectionContext(), Ray3f({-5, 0, 0}, {1, 0, 0}), result));
   EXPECT_EQ(result.primitiveIndex, 1u);
   EXPECT_EQ(result.distance, 5.000005f);
 }
@@ -265,8 +262,7 @@ TEST(Bvh, ZeroComponentsOfEitherSignStillHit) {
       for (int x = 0; x <= 13; ++x) {
         CollisionResult result;
         EXPECT_TRUE(bvh.intersect(IntersectionContext(),
-                                  Ray<float>({static_cast<float>(x), 3, 1}, {zero, zero, -1}),
-                                  result))
+                                  Ray3f({static_cast<float>(x), 3, 1}, {zero, zero, -1}), result))
             << x;
         EXPECT_EQ(result.distance, 1.0f);
       }
@@ -279,7 +275,7 @@ TEST(Bvh, ZeroComponentsOfEitherSignStillHit) {
 TEST(Bvh, TreeDeeperThanTheStackIsWalkedToItsEnd) {
   FakeModel model;
   for (int k = -120; k <= 120; ++k)
-    model.add(Box3<float>({std::ldexp(1.0f, k), -1, -1}, {std::ldexp(1.0f, k), 1, 1}));
+    model.add(Box3f({std::ldexp(1.0f, k), -1, -1}, {std::ldexp(1.0f, k), 1, 1}));
   for (const bool sah : {false, true}) {
     const BvhAcceleration bvh(model, sah);
     const auto nodes = draw(bvh);
@@ -288,8 +284,7 @@ TEST(Bvh, TreeDeeperThanTheStackIsWalkedToItsEnd) {
       model.asked.clear();
       CollisionResult result;
       EXPECT_FALSE(bvh.intersect(IntersectionContext(),
-                                 Ray<float>({side > 0 ? -1.0f : 2e36f, 0, 0}, {side, 0, 0}),
-                                 result));
+                                 Ray3f({side > 0 ? -1.0f : 2e36f, 0, 0}, {side, 0, 0}), result));
       std::sort(model.asked.begin(), model.asked.end());
       ASSERT_EQ(model.asked.size(), 241u) << side;
       for (std::size_t i = 0; i < 241; ++i) EXPECT_EQ(model.asked[i], i);
@@ -306,9 +301,9 @@ TEST(Bvh, EveryPrimitiveLiesInTheBoxesAboveIt) {
         EXPECT_TRUE(nodes.empty());
         continue;
       }
-      Box3<float> all;
+      Box3f all;
       for (std::size_t i = 0; i < model.size(); ++i) all.extendBy(model.bounds(i));
-      all.pad(Vec3<float>(1e-5f));
+      all.pad(Vec3f(1e-5f));
       EXPECT_EQ(nodes[0].box, all) << mesh.name;
       EXPECT_LE(nodes.size(), 2 * model.size() - 1);
     }
@@ -327,7 +322,7 @@ TEST(Bvh, DiffersFromBruteForceOnlyByTheToleranceOfTheTriangleTest) {
     RayMaker maker(mesh, seed);
     int hits = 0;
     for (int i = 0; i < 4000; ++i) {
-      const Ray<float> ray = maker.ordinary();
+      const Ray3f ray = maker.ordinary();
       CollisionResult nearest, a, b;
       const bool any = plainNearest(model, ray, nearest);
       const bool hitA = median.intersect(IntersectionContext(), ray, a),

@@ -118,7 +118,7 @@ struct GridAcceleration::Cells {
 GridAcceleration::GridAcceleration(const AccelerationModel& model)
     : Acceleration(model), box_(model.bounds()) {
   const std::size_t count = model.size();
-  const tarn::Vec3<float> extent = box_.max - box_.min;
+  const tarn::Vec3f extent = box_.max - box_.min;
   if (std::isnan(extent.x) || std::isnan(extent.y) || std::isnan(extent.z)) return;
 
   // A box without volume makes k infinite and the counts 0; an enormous count keeps its low 32 bits
@@ -149,7 +149,7 @@ void GridAcceleration::fill(const AccelerationModel& model) {
   std::array<std::size_t, 20>
       referencesBySize{};  // by the logarithm of the range's size, at most 2^18
   for (std::size_t p = 0; p < count; ++p) {
-    const tarn::Box3<float> b = model.bounds(p);
+    const tarn::Box3f b = model.bounds(p);
     for (std::size_t i = 0; i < 3; ++i) {
       ranges[p].low[i] = static_cast<std::uint8_t>(
           cellAlong(b.min[i] - box_.min[i], cellSize_[i], resolution_[i]));
@@ -220,10 +220,10 @@ void GridAcceleration::fill(const AccelerationModel& model) {
       cells->start[r + 1] = cells->start[r] + (begin[r + 1] + 7) / 8;
     cells->blocks.assign(cells->start[occupied], detail::TriangleBlock{});
     std::vector<std::uint32_t> filled(occupied, 0);
-    const tarn::Vec3<float>* const at = triangles.points_.cdata();
+    const tarn::Vec3f* const at = triangles.points_.cdata();
     for (std::size_t p = 0; p < count; ++p) {
       const auto& corners = triangles.triangles_[p];
-      const tarn::Vec3<float> a = at[corners.a], e1 = at[corners.b] - a, e2 = at[corners.c] - a;
+      const tarn::Vec3f a = at[corners.a], e1 = at[corners.b] - a, e2 = at[corners.c] - a;
       forEachCell(p, [&](std::size_t cell) {
         const std::size_t r = cells->rankOf(cell);
         detail::TriangleBlock& block = cells->blocks[cells->start[r] + filled[r] / 8];
@@ -247,14 +247,14 @@ void GridAcceleration::fill(const AccelerationModel& model) {
   cells_ = std::move(cells);
 }
 
-bool GridAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray,
+bool GridAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray3f& ray,
                                  CollisionResult& result) const {
   float tEnter = 0.0f, tLeave = 0.0f;
   if (!cells_ || !detail::hitBox(ray, box_, tEnter, tLeave)) return false;
   const Cells& cells = *cells_;
 
   // Entry cell, and per axis the distance of the next boundary and from boundary to boundary.
-  const tarn::Vec3<float> entry = ray.origin + ray.direction * tEnter - box_.min;
+  const tarn::Vec3f entry = ray.origin + ray.direction * tEnter - box_.min;
   std::array<std::uint32_t, 3> entryCell{};
   std::array<float, 3> tNext{}, tDelta{};
   std::array<std::ptrdiff_t, 3> step{1, static_cast<std::ptrdiff_t>(cells.strideY),
@@ -293,9 +293,8 @@ bool GridAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray
       const std::size_t lane = hit.lane;
       result.distance = best;
       result.position = ray.origin + ray.direction * best;
-      result.normal =
-          tarn::cross(tarn::Vec3<float>(block.e1x[lane], block.e1y[lane], block.e1z[lane]),
-                      tarn::Vec3<float>(block.e2x[lane], block.e2y[lane], block.e2z[lane]));
+      result.normal = tarn::cross(tarn::Vec3f(block.e1x[lane], block.e1y[lane], block.e1z[lane]),
+                                  tarn::Vec3f(block.e2x[lane], block.e2y[lane], block.e2z[lane]));
       result.primitiveIndex = block.primitive[lane];
       result.faceIndex = block.face[lane];
       result.hit = true;
@@ -346,7 +345,7 @@ bool GridAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray
 
 void GridAcceleration::draw(DrawBoxFunc drawBox) const {
   if (!cells_ || drawBox == nullptr) return;
-  const tarn::Vec4<float> colour(0.4f, 0.9f, 0.5f, 0.2f);
+  const tarn::Vec4f colour(0.4f, 0.9f, 0.5f, 0.2f);
   for (std::uint32_t z = 0; z < resolution_[2]; ++z)
     for (std::uint32_t y = 0; y < resolution_[1]; ++y)
       for (std::uint32_t x = 0; x < resolution_[0]; ++x) {
@@ -356,10 +355,9 @@ void GridAcceleration::draw(DrawBoxFunc drawBox) const {
         if (!hasPrimitive)
           cells_->forEachPrimitive(cell, [&](std::uint32_t) { return hasPrimitive = true; });
         if (!hasPrimitive) continue;
-        const tarn::Vec3<float> low(static_cast<float>(x), static_cast<float>(y),
-                                    static_cast<float>(z));
-        drawBox(tarn::Box3<float>(box_.min + cellSize_ * low,
-                                  box_.min + cellSize_ * (low + tarn::Vec3<float>(1.0f))),
+        const tarn::Vec3f low(static_cast<float>(x), static_cast<float>(y), static_cast<float>(z));
+        drawBox(tarn::Box3f(box_.min + cellSize_ * low,
+                            box_.min + cellSize_ * (low + tarn::Vec3f(1.0f))),
                 colour);
       }
 }

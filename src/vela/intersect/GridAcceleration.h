@@ -24,7 +24,7 @@ namespace vela {
 /// empty or has a NaN, gives a grid that hits nothing.
 ///
 /// \code
-///   const ovo::Array<tarn::Vec3<float>> points = {{0, 0, 0}, {1, 0, 0}, {0, 1, 1}};
+///   const ovo::Array<tarn::Vec3f> points = {{0, 0, 0}, {1, 0, 0}, {0, 1, 1}};
 ///   const vela::TriangleAccelerationModel model(points, {3}, {0, 1, 2});
 ///   const vela::GridAcceleration grid(model);
 ///   assert(grid.resolution()[0] >= 1 && grid.resolution()[0] <= 64);
@@ -42,7 +42,7 @@ class VELA_API GridAcceleration : public Acceleration {
   GridAcceleration& operator=(const GridAcceleration&) = delete;
   ~GridAcceleration() override;
 
-  bool intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray,
+  bool intersect(const IntersectionContext& ctx, const tarn::Ray3f& ray,
                  CollisionResult& result) const override;
 
   /// The box of every cell that lists a primitive, x fastest, then y, then z, in (0.4, 0.9, 0.5,
@@ -57,8 +57,8 @@ class VELA_API GridAcceleration : public Acceleration {
   void fill(const AccelerationModel& model);
 
   std::array<std::uint32_t, 3> resolution_{};
-  tarn::Vec3<float> cellSize_;
-  tarn::Box3<float> box_;
+  tarn::Vec3f cellSize_;
+  tarn::Box3f box_;
   std::unique_ptr<const Cells> cells_;  ///< null when the grid is empty
 };
 

@@ -28,15 +28,15 @@ std::array<std::uint32_t, 3> cells(std::uint32_t x, std::uint32_t y, std::uint32
 
 /// Boxes and answers as the test wants them.
 struct FakeModel : AccelerationModel {
-  std::vector<Box3<float>> boxes;
-  Box3<float> all;
+  std::vector<Box3f> boxes;
+  Box3f all;
   std::vector<float> distances;  ///< of each primitive; what every ray hits
   mutable std::vector<std::size_t> asked;
 
   std::size_t size() const override { return boxes.size(); }
-  Box3<float> bounds(std::size_t i) const override { return boxes[i]; }
-  Box3<float> bounds() const override { return all; }
-  bool intersect(const IntersectionContext&, const Ray<float>&, std::size_t i,
+  Box3f bounds(std::size_t i) const override { return boxes[i]; }
+  Box3f bounds() const override { return all; }
+  bool intersect(const IntersectionContext&, const Ray3f&, std::size_t i,
                  CollisionResult& result) const override {
     asked.push_back(i);
     if (std::isnan(distances[i])) return false;
@@ -50,11 +50,11 @@ struct FakeModel : AccelerationModel {
 FakeModel rowOfCells(int n) {
   FakeModel model;
   for (int i = 0; i < n; ++i) {
-    model.boxes.emplace_back(Vec3<float>(static_cast<float>(i) + 0.25f, 0.25f, 0.25f),
-                             Vec3<float>(static_cast<float>(i) + 0.75f, 0.75f, 0.75f));
+    model.boxes.emplace_back(Vec3f(static_cast<float>(i) + 0.25f, 0.25f, 0.25f),
+                             Vec3f(static_cast<float>(i) + 0.75f, 0.75f, 0.75f));
     model.distances.push_back(kNan);
   }
-  model.all = Box3<float>({0, 0, 0}, {static_cast<float>(n), 1, 1});
+  model.all = Box3f({0, 0, 0}, {static_cast<float>(n), 1, 1});
   return model;
 }
 
@@ -71,15 +71,14 @@ TEST(Grid, ResolutionStopsAtSixtyFour) {
 
 TEST(Grid, ModelWithoutPrimitivesIsNeverHit) {
   FakeModel model;
-  model.all = Box3<float>({0, 0, 0}, {1, 1, 1});
+  model.all = Box3f({0, 0, 0}, {1, 1, 1});
   CollisionResult result = marked();
   const GridAcceleration grid(model);
-  EXPECT_FALSE(
-      grid.intersect(IntersectionContext(), Ray<float>({0.5f, 0.5f, -1}, {0, 0, 1}), result));
+  EXPECT_FALSE(grid.intersect(IntersectionContext(), Ray3f({0.5f, 0.5f, -1}, {0, 0, 1}), result));
   EXPECT_TRUE(sameRecord(result, marked()));
-  model.all = Box3<float>();
-  EXPECT_FALSE(GridAcceleration(model).intersect(IntersectionContext(),
-                                                 Ray<float>({0, 0, 0}, {0, 0, 1}), result));
+  model.all = Box3f();
+  EXPECT_FALSE(GridAcceleration(model).intersect(IntersectionContext(), Ray3f({0, 0, 0}, {0, 0, 1}),
+                                                 result));
 }
 
 TEST(Grid, BoxThatIsNoNumberGivesAnEmptyGrid) {
@@ -89,8 +88,7 @@ TEST(Grid, BoxThatIsNoNumberGivesAnEmptyGrid) {
   const GridAcceleration grid(model);
   EXPECT_EQ(grid.resolution(), cells(0, 0, 0));
   CollisionResult result;
-  EXPECT_FALSE(
-      grid.intersect(IntersectionContext(), Ray<float>({0, 0.5f, 0.5f}, {1, 0, 0}), result));
+  EXPECT_FALSE(grid.intersect(IntersectionContext(), Ray3f({0, 0.5f, 0.5f}, {1, 0, 0}), result));
 }
 
 TEST(Grid, BoxWithoutVolumeGivesAnEmptyGrid) {
@@ -100,12 +98,12 @@ TEST(Grid, BoxWithoutVolumeGivesAnEmptyGrid) {
   const GridAcceleration grid(model);
   EXPECT_EQ(grid.resolution(), cells(0, 0, 0));
   CollisionResult result;
-  EXPECT_FALSE(grid.intersect(IntersectionContext(), Ray<float>({-1, 0.5f, 0}, {1, 0, 0}), result));
+  EXPECT_FALSE(grid.intersect(IntersectionContext(), Ray3f({-1, 0.5f, 0}, {1, 0, 0}), result));
 }
 
 TEST(Grid, InfiniteBoxGivesAnEmptyGrid) {
   FakeModel model = rowOfCells(4);
-  model.all = Box3<float>(Vec3<float>(-kMax), Vec3<float>(kMax));
+  model.all = Box3f(Vec3f(-kMax), Vec3f(kMax));
   model.distances.assign(4, 1.0f);
   EXPECT_EQ(GridAcceleration(model).resolution(), cells(0, 0, 0));
 }
@@ -115,8 +113,7 @@ TEST(Grid, RayThatStartsInsideStartsInTheCellOfItsOrigin) {
   const GridAcceleration grid(model);
   ASSERT_EQ(grid.resolution()[0], 5u);
   CollisionResult result;
-  EXPECT_FALSE(
-      grid.intersect(IntersectionContext(), Ray<float>({3.5f, 0.5f, 0.5f}, {1, 0, 0}), result));
+  EXPECT_FALSE(grid.intersect(IntersectionContext(), Ray3f({3.5f, 0.5f, 0.5f}, {1, 0, 0}), result));
   // The cell from 2.4 to 3.6 lists 2 and 3; what lies before it is not asked.
   ASSERT_GE(model.asked.size(), 4u);
   EXPECT_EQ(model.asked.front(), 2u);
@@ -131,7 +128,7 @@ TEST(Grid, PrimitiveOverManyCellsIsInEachOfTheirLists) {
   for (int y = 0; y < 33; ++y)
     for (int x = 0; x < 33; ++x) {
       CollisionResult result;
-      const Ray<float> ray(
+      const Ray3f ray(
           {(static_cast<float>(x) + 0.5f) / 33.0f, (static_cast<float>(y) + 0.25f) / 33.0f, 1},
           {0, 0, -1});
       EXPECT_TRUE(grid.intersect(ctx, ray, result)) << x << ' ' << y;
@@ -146,8 +143,7 @@ TEST(Grid, FirstCellWithAHitEndsTheQuery) {
   model.distances[5] = 1.0f;
   const GridAcceleration grid(model);
   CollisionResult result;
-  EXPECT_TRUE(
-      grid.intersect(IntersectionContext(), Ray<float>({-1, 0.5f, 0.5f}, {1, 0, 0}), result));
+  EXPECT_TRUE(grid.intersect(IntersectionContext(), Ray3f({-1, 0.5f, 0.5f}, {1, 0, 0}), result));
   EXPECT_EQ(result.primitiveIndex, 0u);
   EXPECT_EQ(result.distance, 5.5f);
 }
@@ -157,7 +153,7 @@ TEST(Grid, OfOneCellTheNearestCountsAndAnyHitTakesTheFirst) {
   model.boxes.assign(3, model.boxes[0]);
   model.distances = {3.0f, 2.0f, 2.0f};
   const GridAcceleration grid(model);
-  const Ray<float> ray({-1, 0.5f, 0.5f}, {1, 0, 0});
+  const Ray3f ray({-1, 0.5f, 0.5f}, {1, 0, 0});
   IntersectionContext ctx;
   CollisionResult result = marked();
   EXPECT_TRUE(grid.intersect(ctx, ray, result));
@@ -173,11 +169,11 @@ TEST(Grid, HitsAtTheEndsOfTheRangeAreNone) {
   model.distances = {1.5f};
   const GridAcceleration grid(model);
   CollisionResult result = marked();
-  const Vec3<float> o(-1, 0.5f, 0.5f), d(1, 0, 0);
-  EXPECT_FALSE(grid.intersect(IntersectionContext(), Ray<float>(o, d, 1.5f, 9.0f), result));
-  EXPECT_FALSE(grid.intersect(IntersectionContext(), Ray<float>(o, d, 0.0f, 1.5f), result));
+  const Vec3f o(-1, 0.5f, 0.5f), d(1, 0, 0);
+  EXPECT_FALSE(grid.intersect(IntersectionContext(), Ray3f(o, d, 1.5f, 9.0f), result));
+  EXPECT_FALSE(grid.intersect(IntersectionContext(), Ray3f(o, d, 0.0f, 1.5f), result));
   EXPECT_TRUE(sameRecord(result, marked()));
-  EXPECT_TRUE(grid.intersect(IntersectionContext(), Ray<float>(o, d, 1.4f, 1.6f), result));
+  EXPECT_TRUE(grid.intersect(IntersectionContext(), Ray3f(o, d, 1.4f, 1.6f), result));
 }
 
 // KEEP(grid-minus-zero)
@@ -189,10 +185,10 @@ TEST(Grid, MinusZeroWalksLikeZero) {
   std::uniform_real_distribution<float> place(-1.0f, 1.0f);
   int hits = 0;
   for (int i = 0; i < 2000; ++i) {
-    const Vec3<float> o(place(random), place(random), -3.0f);
+    const Vec3f o(place(random), place(random), -3.0f);
     CollisionResult plus, minus;
-    const bool hit = grid.intersect(ctx, Ray<float>(o, {0.0f, 0.0f, 1.0f}), plus);
-    ASSERT_EQ(grid.intersect(ctx, Ray<float>(o, {-0.0f, -0.0f, 1.0f}), minus), hit);
+    const bool hit = grid.intersect(ctx, Ray3f(o, {0.0f, 0.0f, 1.0f}), plus);
+    ASSERT_EQ(grid.intersect(ctx, Ray3f(o, {-0.0f, -0.0f, 1.0f}), minus), hit);
     ASSERT_EQ(plus.primitiveIndex, minus.primitiveIndex);
     ASSERT_EQ(plus.distance, minus.distance);
     hits += hit ? 1 : 0;
@@ -210,7 +206,7 @@ TEST(Grid, EntryBelowTheBoxByARoundingErrorBelongsToTheFirstCell) {
   RayMaker maker(mesh, 6);
   int lost = 0, hits = 0;
   for (int i = 0; i < 3000; ++i) {
-    const Ray<float> ray = maker.ordinary();
+    const Ray3f ray = maker.ordinary();
     CollisionResult a, b;
     if (!all.intersect(IntersectionContext(), ray, a)) continue;
     ++hits;
@@ -221,19 +217,19 @@ TEST(Grid, EntryBelowTheBoxByARoundingErrorBelongsToTheFirstCell) {
 }
 
 TEST(Grid, DrawShowsTheOccupiedCells) {
-  static std::vector<Box3<float>> boxes;
-  static tarn::Vec4<float> colour;
+  static std::vector<Box3f> boxes;
+  static tarn::Vec4f colour;
   boxes.clear();
   FakeModel model = rowOfCells(2);
   model.boxes.resize(1);
   const GridAcceleration grid(model);
-  grid.draw([](const Box3<float>& box, const tarn::Vec4<float>& c) {
+  grid.draw([](const Box3f& box, const tarn::Vec4f& c) {
     boxes.push_back(box);
     colour = c;
   });
   ASSERT_FALSE(boxes.empty());
-  EXPECT_EQ(colour, tarn::Vec4<float>(0.4f, 0.9f, 0.5f, 0.2f));
-  Box3<float> all;
+  EXPECT_EQ(colour, tarn::Vec4f(0.4f, 0.9f, 0.5f, 0.2f));
+  Box3f all;
   for (const auto& box : boxes) {
     EXPECT_LT(box.min.x, 0.75f);
     all.extendBy(box);
@@ -242,9 +238,8 @@ TEST(Grid, DrawShowsTheOccupiedCells) {
   EXPECT_GE(all.max.x, 0.75f);
 
   boxes.clear();
-  model.all = Box3<float>();
-  GridAcceleration(model).draw(
-      [](const Box3<float>& box, const tarn::Vec4<float>&) { boxes.push_back(box); });
+  model.all = Box3f();
+  GridAcceleration(model).draw([](const Box3f& box, const tarn::Vec4f&) { boxes.push_back(box); });
   EXPECT_TRUE(boxes.empty());
 }
 
@@ -270,7 +265,7 @@ void expectPlainAnswers(const SampleMesh& mesh, const AccelerationModel& model, 
   RayMaker maker(mesh, seed);
   IntersectionContext ctx;
   for (int i = 0; i < rays; ++i) {
-    const Ray<float> ray = i % 3 ? maker.hostile() : maker.ordinary();
+    const Ray3f ray = i % 3 ? maker.hostile() : maker.ordinary();
     ctx.nearestHit = i % 4 != 0;
     CollisionResult expected = marked(), got = marked();
     const bool hit = plain.intersect(ctx, ray, expected);
@@ -297,12 +292,12 @@ TEST(Grid, TrianglesAcrossTheWholeMeshAreKeptOnceAndAnswerTheSame) {
   std::mt19937 random(41);
   const auto corner = [&](float x) {
     const auto place = [&] { return static_cast<float>(random() % 2001u) / 1000.0f - 1.0f; };
-    return Vec3<float>(x, x + 0.1f * place(), 0.3f * x + place());
+    return Vec3f(x, x + 0.1f * place(), 0.3f * x + place());
   };
   for (int i = 0; i < 11000; ++i) {
     if (i % 5 == 0) {
-      const Vec3<float> at = corner(static_cast<float>(random() % 200u) / 100.0f - 1.0f);
-      for (const auto& p : {at, at + Vec3<float>(0.02f, 0, 0), at + Vec3<float>(0, 0.02f, 0.01f)})
+      const Vec3f at = corner(static_cast<float>(random() % 200u) / 100.0f - 1.0f);
+      for (const auto& p : {at, at + Vec3f(0.02f, 0, 0), at + Vec3f(0, 0.02f, 0.01f)})
         mesh.points.push_back(p);
     } else {
       for (const float x : {-1.0f, 1.0f, i % 2 ? -1.0f : 1.0f}) mesh.points.push_back(corner(x));
@@ -325,7 +320,7 @@ TEST(Grid, DiffersFromBruteForceOnlyByTheFirstCell) {
     RayMaker maker(mesh, seed);
     int hits = 0, farther = 0, missed = 0;
     for (int i = 0; i < 20000; ++i) {
-      const Ray<float> ray = maker.ordinary();
+      const Ray3f ray = maker.ordinary();
       CollisionResult nearest, got;
       const bool any = plainNearest(model, ray, nearest),
                  hit = grid.intersect(IntersectionContext(), ray, got);
@@ -338,11 +333,11 @@ TEST(Grid, DiffersFromBruteForceOnlyByTheFirstCell) {
       // The triangle that answered reaches back into a cell that the ray crosses before the nearest
       // hit: its box is entered before the nearest hit's point is reached, give or take a cell.
       float tNear = 0, tFar = 0;
-      Box3<float> grown = model.bounds(got.primitiveIndex);
+      Box3f grown = model.bounds(got.primitiveIndex);
       grown.pad((model.bounds().max - model.bounds().min) /
-                Vec3<float>(static_cast<float>(grid.resolution()[0]),
-                            static_cast<float>(grid.resolution()[1]),
-                            static_cast<float>(grid.resolution()[2])));
+                Vec3f(static_cast<float>(grid.resolution()[0]),
+                      static_cast<float>(grid.resolution()[1]),
+                      static_cast<float>(grid.resolution()[2])));
       ASSERT_TRUE(plainBox(ray, grown, tNear, tFar)) << show(ray);
       ASSERT_LE(tNear, nearest.distance) << show(ray);
     }
@@ -373,12 +368,11 @@ TEST(TriangleBlocks, KernelsAgreeBitForBitWithTheSingleTest) {
     const float scale =
         i % 10 == 0 ? std::ldexp(1.0f, static_cast<int>(random() % 120) - 60) : 1.0f;
     std::vector<detail::TriangleBlock> blocks((count + 7) / 8);
-    std::vector<Vec3<float>> corners;
+    std::vector<Vec3f> corners;
     for (std::size_t p = 0; p < count; ++p) {
       const std::size_t k = 3 * (random() % 300);
       for (std::size_t j = 0; j < 3; ++j) corners.push_back(mesh.points[k + j] * scale);
-      const Vec3<float> a = corners[3 * p], e1 = corners[3 * p + 1] - a,
-                        e2 = corners[3 * p + 2] - a;
+      const Vec3f a = corners[3 * p], e1 = corners[3 * p + 1] - a, e2 = corners[3 * p + 2] - a;
       detail::TriangleBlock& b = blocks[p / 8];
       const std::size_t lane = p % 8;
       b.ax[lane] = a.x, b.ay[lane] = a.y, b.az[lane] = a.z;
@@ -386,7 +380,7 @@ TEST(TriangleBlocks, KernelsAgreeBitForBitWithTheSingleTest) {
       b.e2x[lane] = e2.x, b.e2y[lane] = e2.y, b.e2z[lane] = e2.z;
       b.primitive[lane] = static_cast<std::uint32_t>(100 + p);
     }
-    Ray<float> ray = i % 2 ? maker.hostile() : maker.ordinary();
+    Ray3f ray = i % 2 ? maker.hostile() : maker.ordinary();
     const std::size_t target = 3 * (random() % count);
     if (i % 3 == 0)
       ray.direction = corners[target] + (corners[target + 1] - corners[target]) * 0.5f - ray.origin;

@@ -45,7 +45,7 @@ HitDetector::HitDetector(const HitDetectModel& model)
     : record_(std::make_unique<Record>(Record{&model})) {}
 HitDetector::~HitDetector() = default;
 
-bool HitDetector::intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray,
+bool HitDetector::intersect(const IntersectionContext& ctx, const tarn::Ray3f& ray,
                             CollisionResult& result) const {
   return record_->model->record_->acceleration->intersect(ctx, ray, result);
 }

@@ -14,7 +14,7 @@
 ///   const vela::HitDetector detector(model);
 ///
 ///   vela::CollisionResult result;
-///   const tarn::Ray<float> down({0.0f, 1000.0f, 0.0f}, {0.0f, -1.0f, 0.0f});
+///   const tarn::Ray3f down({0.0f, 1000.0f, 0.0f}, {0.0f, -1.0f, 0.0f});
 ///   const bool isHit = detector.intersect({}, down, result);
 ///   assert(isHit && std::fabs(result.position.y - (1000.0f - result.distance)) < 1e-3f);
 ///   const ovo::Prim prim = model.model()[static_cast<int>(result.primitiveIndex)];
@@ -87,7 +87,7 @@ class VELA_API HitDetector {
   ///               the stored winding), primitiveIndex = the prim's entry, faceIndex = the mesh's
   ///               face. On a miss: untouched
   /// \return true on a hit
-  bool intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray,
+  bool intersect(const IntersectionContext& ctx, const tarn::Ray3f& ray,
                  CollisionResult& result) const;
 
  private:

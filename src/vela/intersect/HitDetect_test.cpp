@@ -15,7 +15,7 @@
 
 using namespace vela;
 using namespace vela_test;
-using tarn::Mat4;
+using tarn::Mat4d;
 
 namespace {
 
@@ -26,7 +26,7 @@ static_assert(!std::is_copy_constructible_v<MeshAccelerator>);
 const double kDefaultTime = tarn::defaultTimeValue();
 
 ovo::MeshPrim define(const std::shared_ptr<ovo::Stage>& stage, const char* path,
-                     const SampleMesh& mesh, const Mat4<double>& local = Mat4<double>()) {
+                     const SampleMesh& mesh, const Mat4d& local = Mat4d()) {
   const ovo::MeshPrim prim = ovo::MeshPrim::define(stage, path);
   EXPECT_TRUE(prim.isValid()) << path;
   EXPECT_TRUE(prim.setPoints(mesh.points));
@@ -36,8 +36,8 @@ ovo::MeshPrim define(const std::shared_ptr<ovo::Stage>& stage, const char* path,
   return prim;
 }
 
-Mat4<double> moved(double x, double y, double z) {
-  Mat4<double> m;
+Mat4d moved(double x, double y, double z) {
+  Mat4d m;
   m.translate(x, y, z);
   return m;
 }
@@ -53,7 +53,7 @@ std::shared_ptr<ovo::Stage> twoCubes() {
   return stage;
 }
 
-const Ray<float> kAtA({0.25f, 0.5f, 5}, {0, 0, -1}), kAtB({10.25f, 0.5f, 5}, {0, 0, -1}),
+const Ray3f kAtA({0.25f, 0.5f, 5}, {0, 0, -1}), kAtB({10.25f, 0.5f, 5}, {0, 0, -1}),
     kAtBoth({-5, 0.5f, 0.25f}, {1, 0, 0});
 
 TEST(HitDetect, EmptyStageIsNeverHit) {
@@ -69,16 +69,16 @@ TEST(HitDetect, EmptyStageIsNeverHit) {
 
 TEST(HitDetect, HitHasWorldPointUnitNormalEntryAndFace) {
   const auto stage = ovo::Stage::createInMemory();
-  Mat4<double> local = moved(10, 20, 30);
+  Mat4d local = moved(10, 20, 30);
   local.scale(2, 3, 4);
   define(stage, "/M", makeCube(), local);
   const HitDetectModel model(stage, kDefaultTime);
   CollisionResult result;
   ASSERT_TRUE(HitDetector(model).intersect(IntersectionContext(),
-                                           Ray<float>({10.5f, 20.25f, 50}, {0, 0, -2}), result));
+                                           Ray3f({10.5f, 20.25f, 50}, {0, 0, -2}), result));
   EXPECT_EQ(result.distance, 8.0f);
-  EXPECT_EQ(result.position, Vec3<float>(10.5f, 20.25f, 34));
-  EXPECT_EQ(result.normal, Vec3<float>(0, 0, 1));
+  EXPECT_EQ(result.position, Vec3f(10.5f, 20.25f, 34));
+  EXPECT_EQ(result.normal, Vec3f(0, 0, 1));
   EXPECT_EQ(result.faceIndex, 1);
   EXPECT_TRUE(result.hit);
   EXPECT_EQ(model.model()[static_cast<int>(result.primitiveIndex)].getPath(), ovo::Path("/M"));
@@ -92,7 +92,7 @@ TEST(HitDetect, NearestOfTwoMeshesComesBackFromEitherSide) {
   EXPECT_EQ(model.model()[static_cast<int>(result.primitiveIndex)].getPath(), ovo::Path("/A"));
   EXPECT_EQ(result.distance, 4.0f);
   ASSERT_TRUE(
-      detector.intersect(IntersectionContext(), Ray<float>({20, 0.5f, 0.25f}, {-1, 0, 0}), result));
+      detector.intersect(IntersectionContext(), Ray3f({20, 0.5f, 0.25f}, {-1, 0, 0}), result));
   EXPECT_EQ(model.model()[static_cast<int>(result.primitiveIndex)].getPath(),
             ovo::Path("/Group/Plain/B"));
   EXPECT_EQ(result.distance, 9.0f);
@@ -169,7 +169,7 @@ TEST(PrimModel, WalkFromAPrimWithoutATransformBeginsAtTheIdentity) {
   CollisionResult result;
   EXPECT_FALSE(HitDetector(model).intersect(IntersectionContext(), kAtB, result));
   EXPECT_TRUE(HitDetector(model).intersect(IntersectionContext(),
-                                           Ray<float>({6.25f, 0.5f, 5}, {0, 0, -1}), result));
+                                           Ray3f({6.25f, 0.5f, 5}, {0, 0, -1}), result));
 }
 
 TEST(PrimModel, SubtreeIsWalkedBreadthFirst) {
@@ -225,9 +225,9 @@ TEST(PrimModel, BoxesAreThoseOfThePointsInTheWorld) {
   PrimAccelerationModel model(kDefaultTime);
   model.addMeshPrims(stage, kDefaultTime);
   ASSERT_EQ(model.size(), 2u);
-  EXPECT_EQ(model.bounds(0), Box3<float>(Vec3<float>(-1.0f), Vec3<float>(1.0f)));
-  EXPECT_EQ(model.bounds(1), Box3<float>({9, -1, -1}, {11, 1, 1}));
-  EXPECT_EQ(model.bounds(), Box3<float>({-1, -1, -1}, {11, 1, 1}));
+  EXPECT_EQ(model.bounds(0), Box3f(Vec3f(-1.0f), Vec3f(1.0f)));
+  EXPECT_EQ(model.bounds(1), Box3f({9, -1, -1}, {11, 1, 1}));
+  EXPECT_EQ(model.bounds(), Box3f({-1, -1, -1}, {11, 1, 1}));
 }
 
 TEST(PrimModel, MeshWithoutPointsIsAnEntryWithoutABox) {
@@ -236,7 +236,7 @@ TEST(PrimModel, MeshWithoutPointsIsAnEntryWithoutABox) {
   PrimAccelerationModel model(kDefaultTime);
   model.addMeshPrims(stage, kDefaultTime);
   ASSERT_EQ(model.size(), 3u);
-  EXPECT_EQ(model.bounds(), Box3<float>({-1, -1, -1}, {11, 1, 1}));
+  EXPECT_EQ(model.bounds(), Box3f({-1, -1, -1}, {11, 1, 1}));
   for (std::size_t i = 0; i < 3; ++i) {
     CollisionResult result;
     EXPECT_EQ(model.intersect(IntersectionContext(), kAtA, i, result),
@@ -264,13 +264,13 @@ TEST(PrimModel, NormalGoesThroughTheInverseTranspose) {
   SampleMesh slope;
   slope.points = {{0, 0, 0}, {1, 0, 1}, {0, 1, 0}};  // normal (-1, 0, 1)
   slope.addFace({0, 1, 2});
-  Mat4<double> local;
+  Mat4d local;
   local.scale(4, 1, 1);
   define(stage, "/M", slope, local);
   const HitDetectModel model(stage, kDefaultTime);
   CollisionResult result;
-  ASSERT_TRUE(HitDetector(model).intersect(IntersectionContext(),
-                                           Ray<float>({1, 0.25f, 5}, {0, 0, -1}), result));
+  ASSERT_TRUE(HitDetector(model).intersect(IntersectionContext(), Ray3f({1, 0.25f, 5}, {0, 0, -1}),
+                                           result));
   EXPECT_NEAR(result.normal.x, -0.242535625f, 1e-6f);
   EXPECT_NEAR(result.normal.z, 0.9701425f, 1e-6f);
   EXPECT_EQ(result.position.z, 0.25f);
@@ -278,7 +278,7 @@ TEST(PrimModel, NormalGoesThroughTheInverseTranspose) {
 
 TEST(PrimModel, NothingIsHitThroughAFlattenedTransform) {
   const auto stage = ovo::Stage::createInMemory();
-  Mat4<double> flat;
+  Mat4d flat;
   flat.scale(1, 1, 0);
   define(stage, "/M", makeCube(), flat);
   const HitDetectModel model(stage, kDefaultTime);
@@ -307,7 +307,7 @@ std::shared_ptr<ovo::Stage> movingCube() {
   EXPECT_TRUE(prim.setLocalXform(moved(0, 0, 0), 0.0));
   EXPECT_TRUE(prim.setLocalXform(moved(100, 0, 0), 10.0));
   EXPECT_TRUE(prim.setPoints(mesh.points, 0.0));
-  for (auto& p : mesh.points) p = p + Vec3<float>(0, 50, 0);
+  for (auto& p : mesh.points) p = p + Vec3f(0, 50, 0);
   EXPECT_TRUE(prim.setPoints(mesh.points, 10.0));
   return stage;
 }
@@ -316,16 +316,16 @@ std::shared_ptr<ovo::Stage> movingCube() {
 // the points that are hit are the default ones at y = 0, and a ray there misses the box.
 TEST(HitDetect, PlacesAreThoseOfTheTimeAndPointsThoseOfTheDefaultTime) {
   const HitDetectModel model(movingCube(), 10.0);
-  EXPECT_EQ(model.model().bounds(), Box3<float>({99, 49, -1}, {101, 51, 1}));
+  EXPECT_EQ(model.model().bounds(), Box3f({99, 49, -1}, {101, 51, 1}));
   const HitDetector detector(model);
   CollisionResult result;
-  EXPECT_FALSE(detector.intersect(IntersectionContext(),
-                                  Ray<float>({100.25f, 50.5f, 5}, {0, 0, -1}), result));
-  EXPECT_FALSE(detector.intersect(IntersectionContext(), Ray<float>({100.25f, 0.5f, 5}, {0, 0, -1}),
-                                  result));
+  EXPECT_FALSE(
+      detector.intersect(IntersectionContext(), Ray3f({100.25f, 50.5f, 5}, {0, 0, -1}), result));
+  EXPECT_FALSE(
+      detector.intersect(IntersectionContext(), Ray3f({100.25f, 0.5f, 5}, {0, 0, -1}), result));
   // Through the box and the points both.
-  EXPECT_TRUE(detector.intersect(IntersectionContext(),
-                                 Ray<float>({100.25f, 60.5f, 0.5f}, {0, -1, 0}), result));
+  EXPECT_TRUE(
+      detector.intersect(IntersectionContext(), Ray3f({100.25f, 60.5f, 0.5f}, {0, -1, 0}), result));
   EXPECT_EQ(result.position.y, 1.0f);
 }
 
@@ -334,7 +334,7 @@ TEST(PrimModel, PointsAreSampledAtTheModelsOwnTime) {
   model.addMeshPrims(movingCube(), 0.0);
   CollisionResult result;
   EXPECT_TRUE(
-      model.intersect(IntersectionContext(), Ray<float>({0.25f, 50.5f, 5}, {0, 0, -1}), 0, result));
+      model.intersect(IntersectionContext(), Ray3f({0.25f, 50.5f, 5}, {0, 0, -1}), 0, result));
 }
 
 TEST(TriangleModelOfAPrim, ReadsPointsAtTheTimeAndFacesAtTheEarliest) {
@@ -356,7 +356,7 @@ TEST(MeshAccelerator, WritesItsIdOnAHit) {
   EXPECT_TRUE(sameRecord(result, marked()));
   EXPECT_TRUE(accelerator.intersect(IntersectionContext(), kAtA, result));
   EXPECT_EQ(result.primitiveIndex, 42u);
-  EXPECT_EQ(result.normal, Vec3<float>(0, 0, 4));
+  EXPECT_EQ(result.normal, Vec3f(0, 0, 4));
 
   const auto stage = twoCubes();
   const MeshAccelerator ofPrim(ovo::MeshPrim(stage->getPrimAtPath("/A")), 7, kDefaultTime);
@@ -370,7 +370,7 @@ std::shared_ptr<ovo::Stage> manySpheres(int count) {
   std::mt19937 random(17);
   for (int i = 0; i < count; ++i) {
     const auto upTo = [&](unsigned n) { return static_cast<double>(random() % n); };
-    Mat4<double> local = moved(upTo(20), upTo(20), upTo(20));
+    Mat4d local = moved(upTo(20), upTo(20), upTo(20));
     local.rotateY(upTo(7));
     local.scale(0.5 + upTo(3), 1.0, 1.0 + upTo(2));
     define(stage, ("/S" + std::to_string(i)).c_str(),
@@ -379,10 +379,10 @@ std::shared_ptr<ovo::Stage> manySpheres(int count) {
   return stage;
 }
 
-Ray<float> chord(std::mt19937& random) {
+Ray3f chord(std::mt19937& random) {
   const auto place = [&] { return static_cast<float>(random() % 2600u) / 100.0f - 3.0f; };
-  const Vec3<float> from(place(), place(), place()), to(place(), place(), place());
-  return Ray<float>(from, to - from);
+  const Vec3f from(place(), place(), place()), to(place(), place(), place());
+  return Ray3f(from, to - from);
 }
 
 TEST(PrimModel, CopiesOfAMeshAnswerForThemselvesAndAlmostEqualMeshesStayApart) {
@@ -406,8 +406,8 @@ TEST(PrimModel, CopiesOfAMeshAnswerForThemselvesAndAlmostEqualMeshesStayApart) {
     int hits = 0;
     for (int k = 0; k < 500; ++k) {
       const auto place = [&] { return static_cast<float>(random() % 3001u) / 1000.0f - 1.5f; };
-      const Vec3<float> from(place(), place(), place()), at(place(), place(), place());
-      const Ray<float> ray(from * 3.0f, at - from * 3.0f);
+      const Vec3f from(place(), place(), place()), at(place(), place(), place());
+      const Ray3f ray(from * 3.0f, at - from * 3.0f);
       CollisionResult expected, got;
       const bool hit = alone.intersect(IntersectionContext(), ray, expected);
       ASSERT_EQ(model.intersect(IntersectionContext(), ray, i, got), hit) << i << ' ' << show(ray);
@@ -442,7 +442,7 @@ TEST(HitDetect, SaysWhatCannotBeHit) {
   EXPECT_EQ(error, "no meshes were given");
 
   // The first entry that cannot be hit; all of them are entries.
-  define(stage, "/Flat", makeCube(), Mat4<double>(0.0));
+  define(stage, "/Flat", makeCube(), Mat4d(0.0));
   define(stage, "/Nothing", SampleMesh{"nothing", {}, {}, {}});
   PrimAccelerationModel model(kDefaultTime);
   EXPECT_EQ(model.addMeshPrims(stage, kDefaultTime, &error), 4u);
@@ -464,7 +464,7 @@ TEST(HitDetect, AnswersLikeALoopOverTheEntries) {
   std::mt19937 random(23);
   int hits = 0;
   for (int i = 0; i < 20000; ++i) {
-    const Ray<float> ray = chord(random);
+    const Ray3f ray = chord(random);
     CollisionResult expected, got, gotSah;
     const bool hit = plainNearest(model.model(), ray, expected);
     ASSERT_EQ(detector.intersect(IntersectionContext(), ray, got), hit) << show(ray);
@@ -513,13 +513,12 @@ TEST(HitDetect, RealSceneIsPickedAtItsCentre) {
   ASSERT_TRUE(stage) << error;
   const HitDetectModel model(stage, kDefaultTime);
   ASSERT_GT(model.model().size(), 0u);
-  const Box3<float> box = model.model().bounds();
-  const Vec3<float> centre = box.center(), size = box.size();
+  const Box3f box = model.model().bounds();
+  const Vec3f centre = box.center(), size = box.size();
   CollisionResult result;
   ASSERT_TRUE(HitDetector(model).intersect(
-      IntersectionContext(), Ray<float>(centre + Vec3<float>(0, 0, size.z * 2), {0, 0, -1}),
-      result));
-  Box3<float> grown = box;
+      IntersectionContext(), Ray3f(centre + Vec3f(0, 0, size.z * 2), {0, 0, -1}), result));
+  Box3f grown = box;
   grown.pad(size * 1e-4f);
   EXPECT_TRUE(grown.intersects(result.position));
   EXPECT_NEAR(result.normal.length(), 1.0f, 1e-5f);

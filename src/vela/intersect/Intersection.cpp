@@ -16,20 +16,19 @@ constexpr float kFloatEpsilon = std::numeric_limits<float>::epsilon();
 /// Which sides of a triangle count.
 enum class Sides { both, front, back };
 
-tarn::Vec3<double> widened(const tarn::Vec3<float>& v) { return tarn::Vec3<double>(v); }
+tarn::Vec3d widened(const tarn::Vec3f& v) { return tarn::Vec3d(v); }
 
 /// What the ray differentials take from the main test.
 struct Solved {
-  tarn::Vec3<float> e1, e2;
-  tarn::Vec3<double> s;
-  tarn::Vec3<float> q;
+  tarn::Vec3f e1, e2;
+  tarn::Vec3d s;
+  tarn::Vec3f q;
 };
 
-bool solve(Sides sides, const tarn::Vec3<double>& meshOrigin, const tarn::Vec3<float>& a,
-           const tarn::Vec3<float>& b, const tarn::Vec3<float>& c, const RayContext& ray,
-           Solved& solved, tarn::Vec2<float>& uv, float& t) {
-  const tarn::Vec3<float> e1 = b - a, e2 = c - a;
-  const tarn::Vec3<float> p = tarn::cross(ray.direction, e2);
+bool solve(Sides sides, const tarn::Vec3d& meshOrigin, const tarn::Vec3f& a, const tarn::Vec3f& b,
+           const tarn::Vec3f& c, const RayContext& ray, Solved& solved, tarn::Vec2f& uv, float& t) {
+  const tarn::Vec3f e1 = b - a, e2 = c - a;
+  const tarn::Vec3f p = tarn::cross(ray.direction, e2);
   const double det = static_cast<double>(tarn::dot(e1, p));
   switch (sides) {
     case Sides::both:
@@ -44,11 +43,11 @@ bool solve(Sides sides, const tarn::Vec3<double>& meshOrigin, const tarn::Vec3<f
   }
   const double inv = 1.0 / det;
 
-  const tarn::Vec3<double> s = widened((ray.origin - tarn::Vec3<float>(meshOrigin)) - a);
+  const tarn::Vec3d s = widened((ray.origin - tarn::Vec3f(meshOrigin)) - a);
   const float u = static_cast<float>(tarn::dot(widened(p), s) * inv);
   if (u < -kFloatEpsilon || u > 1.0f + kFloatEpsilon) return false;
 
-  const tarn::Vec3<float> q(tarn::cross(s, widened(e1)));
+  const tarn::Vec3f q(tarn::cross(s, widened(e1)));
   const double distance = static_cast<double>(tarn::dot(e2, q)) * inv;
   if (static_cast<double>(ray.minDistance) > distance ||
       distance > static_cast<double>(ray.maxDistance))
@@ -58,24 +57,23 @@ bool solve(Sides sides, const tarn::Vec3<double>& meshOrigin, const tarn::Vec3<f
   if (v < -kFloatEpsilon || u + v > 1.0f + 2.0f * kFloatEpsilon) return false;
 
   solved = {e1, e2, s, q};
-  uv = tarn::Vec2<float>(u, v);
+  uv = tarn::Vec2f(u, v);
   t = static_cast<float>(distance);
   return true;
 }
 
 /// Where the ray along `direction` meets the plane. Unguarded: along the plane it gives infinities
 /// or NaN.
-tarn::Vec2<float> differential(const Solved& solved, const tarn::Vec3<float>& direction) {
-  const tarn::Vec3<float> p = tarn::cross(direction, solved.e2);
+tarn::Vec2f differential(const Solved& solved, const tarn::Vec3f& direction) {
+  const tarn::Vec3f p = tarn::cross(direction, solved.e2);
   const double inv = 1.0 / static_cast<double>(tarn::dot(solved.e1, p));
-  return tarn::Vec2<float>(
-      static_cast<float>(tarn::dot(widened(p), solved.s) * inv),
-      static_cast<float>(static_cast<double>(tarn::dot(solved.q, direction)) * inv));
+  return tarn::Vec2f(static_cast<float>(tarn::dot(widened(p), solved.s) * inv),
+                     static_cast<float>(static_cast<double>(tarn::dot(solved.q, direction)) * inv));
 }
 
-bool solveFull(Sides sides, const tarn::Vec3<double>& meshOrigin, const tarn::Vec3<float>& a,
-               const tarn::Vec3<float>& b, const tarn::Vec3<float>& c, const RayContext& ray,
-               tarn::Vec2<float>& uv, tarn::Vec2<float>& uvDx, tarn::Vec2<float>& uvDy, float& t) {
+bool solveFull(Sides sides, const tarn::Vec3d& meshOrigin, const tarn::Vec3f& a,
+               const tarn::Vec3f& b, const tarn::Vec3f& c, const RayContext& ray, tarn::Vec2f& uv,
+               tarn::Vec2f& uvDx, tarn::Vec2f& uvDy, float& t) {
   Solved solved;
   if (!solve(sides, meshOrigin, a, b, c, ray, solved, uv, t)) return false;
   uvDx = differential(solved, ray.xDirection);
@@ -85,54 +83,48 @@ bool solveFull(Sides sides, const tarn::Vec3<double>& meshOrigin, const tarn::Ve
 
 }  // namespace
 
-bool intersectTriangle(const tarn::Vec3<double>& meshOrigin, const tarn::Vec3<float>& a,
-                       const tarn::Vec3<float>& b, const tarn::Vec3<float>& c,
-                       const RayContext& ray, tarn::Vec2<float>& uv, tarn::Vec2<float>& uvDx,
-                       tarn::Vec2<float>& uvDy, float& t) {
+bool intersectTriangle(const tarn::Vec3d& meshOrigin, const tarn::Vec3f& a, const tarn::Vec3f& b,
+                       const tarn::Vec3f& c, const RayContext& ray, tarn::Vec2f& uv,
+                       tarn::Vec2f& uvDx, tarn::Vec2f& uvDy, float& t) {
   return solveFull(Sides::both, meshOrigin, a, b, c, ray, uv, uvDx, uvDy, t);
 }
 
-bool intersectTriangle(const tarn::Vec3<double>& meshOrigin, const tarn::Vec3<float>& a,
-                       const tarn::Vec3<float>& b, const tarn::Vec3<float>& c,
-                       const RayContext& ray, tarn::Vec2<float>& uv, float& t) {
+bool intersectTriangle(const tarn::Vec3d& meshOrigin, const tarn::Vec3f& a, const tarn::Vec3f& b,
+                       const tarn::Vec3f& c, const RayContext& ray, tarn::Vec2f& uv, float& t) {
   Solved solved;
   return solve(Sides::both, meshOrigin, a, b, c, ray, solved, uv, t);
 }
 
-bool intersectTriangleSided(bool frontSide, const tarn::Vec3<double>& meshOrigin,
-                            const tarn::Vec3<float>& a, const tarn::Vec3<float>& b,
-                            const tarn::Vec3<float>& c, const RayContext& ray,
-                            tarn::Vec2<float>& uv, tarn::Vec2<float>& uvDx, tarn::Vec2<float>& uvDy,
-                            float& t) {
+bool intersectTriangleSided(bool frontSide, const tarn::Vec3d& meshOrigin, const tarn::Vec3f& a,
+                            const tarn::Vec3f& b, const tarn::Vec3f& c, const RayContext& ray,
+                            tarn::Vec2f& uv, tarn::Vec2f& uvDx, tarn::Vec2f& uvDy, float& t) {
   return solveFull(frontSide ? Sides::front : Sides::back, meshOrigin, a, b, c, ray, uv, uvDx, uvDy,
                    t);
 }
 
-bool intersectTriangleSided(bool frontSide, const tarn::Vec3<double>& meshOrigin,
-                            const tarn::Vec3<float>& a, const tarn::Vec3<float>& b,
-                            const tarn::Vec3<float>& c, const RayContext& ray,
-                            tarn::Vec2<float>& uv, float& t) {
+bool intersectTriangleSided(bool frontSide, const tarn::Vec3d& meshOrigin, const tarn::Vec3f& a,
+                            const tarn::Vec3f& b, const tarn::Vec3f& c, const RayContext& ray,
+                            tarn::Vec2f& uv, float& t) {
   Solved solved;
   return solve(frontSide ? Sides::front : Sides::back, meshOrigin, a, b, c, ray, solved, uv, t);
 }
 
-bool Intersect(const tarn::Ray<float>& ray, const tarn::Box3<float>& box, float& tNear,
-               float& tFar) {
+bool Intersect(const tarn::Ray3f& ray, const tarn::Box3f& box, float& tNear, float& tFar) {
   return detail::hitBox(ray, box, tNear, tFar);
 }
 
-bool Intersect(const tarn::Ray<float>& ray, const tarn::Vec3<float>& a, const tarn::Vec3<float>& b,
-               const tarn::Vec3<float>& c, CollisionResult& result) {
+bool Intersect(const tarn::Ray3f& ray, const tarn::Vec3f& a, const tarn::Vec3f& b,
+               const tarn::Vec3f& c, CollisionResult& result) {
   return detail::hitTriangle(ray, a, b, c, result);
 }
 
-bool Intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray,
-               const ovo::Array<tarn::Vec3<float>>& points, const ovo::Array<int>& counts,
+bool Intersect(const IntersectionContext& ctx, const tarn::Ray3f& ray,
+               const ovo::Array<tarn::Vec3f>& points, const ovo::Array<int>& counts,
                const ovo::Array<int>& indices, CollisionResult& result) {
   float best = ray.maxDistance;
   CollisionResult scratch;
   std::vector<int> triangles;
-  const tarn::Vec3<float>* const at = points.cdata();
+  const tarn::Vec3f* const at = points.cdata();
 
   for (const ovo::Face face : ovo::Faces(counts, indices)) {
     if (!face.isUsable(points.size())) continue;

@@ -33,18 +33,18 @@ namespace vela {
 /// What a query wants. Read-only to every query, so one context may serve several threads.
 ///
 /// \code
-///   const ovo::Array<tarn::Vec3<float>> points = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
+///   const ovo::Array<tarn::Vec3f> points = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
 ///   const ovo::Array<int> counts = {4}, indices = {0, 1, 2, 3};
-///   const tarn::Ray<float> ray({0.5f, 0.25f, 3.0f}, {0.0f, 0.0f, -1.0f});
+///   const tarn::Ray3f ray({0.5f, 0.25f, 3.0f}, {0.0f, 0.0f, -1.0f});
 ///
 ///   vela::IntersectionContext context;
 ///   vela::CollisionResult result;
 ///   const bool isHit = vela::Intersect(context, ray, points, counts, indices, result);
 ///   assert(isHit && result.distance == 3.0f && result.faceIndex == 0);
-///   assert(result.position == tarn::Vec3<float>(0.5f, 0.25f, 0.0f));
+///   assert(result.position == tarn::Vec3f(0.5f, 0.25f, 0.0f));
 ///
 ///   // One triangle alone; a miss leaves the result as it was.
-///   const tarn::Ray<float> beside({2.0f, 2.0f, 3.0f}, {0.0f, 0.0f, -1.0f});
+///   const tarn::Ray3f beside({2.0f, 2.0f, 3.0f}, {0.0f, 0.0f, -1.0f});
 ///   assert(!vela::Intersect(beside, points[0], points[1], points[2], result));
 ///   assert(result.distance == 3.0f);
 /// \endcode
@@ -63,9 +63,9 @@ struct CollisionResult {
   float distance = std::numeric_limits<float>::max();
   /// (b - a) x (c - a) of the triangle, not normalised; models of scene prims give a unit vector in
   /// world space.
-  tarn::Vec3<float> normal;
+  tarn::Vec3f normal;
   /// origin + distance * direction
-  tarn::Vec3<float> position;
+  tarn::Vec3f position;
   /// Which primitive of the model; written by structures.
   std::uint32_t primitiveIndex = 0;
   /// Which face of the primitive or mesh; written by models and by the ray/mesh test.
@@ -93,27 +93,25 @@ static_assert(offsetof(CollisionResult, normal) == 4 && offsetof(CollisionResult
 /// Numerics: u reaches from -2^-23 to 1 + 2^-23, v from -2^-23 on, u + v to 1 + 2^-22, so that no
 /// hit is lost between neighbours. Comparisons are spelled so that a NaN distance or coordinate
 /// does not reject. Source: Moeller and Trumbore, JGT 2(1), 1997.
-VELA_API bool intersectTriangle(const tarn::Vec3<double>& meshOrigin, const tarn::Vec3<float>& a,
-                                const tarn::Vec3<float>& b, const tarn::Vec3<float>& c,
-                                const RayContext& ray, tarn::Vec2<float>& uv,
-                                tarn::Vec2<float>& uvDx, tarn::Vec2<float>& uvDy, float& t);
-VELA_API bool intersectTriangle(const tarn::Vec3<double>& meshOrigin, const tarn::Vec3<float>& a,
-                                const tarn::Vec3<float>& b, const tarn::Vec3<float>& c,
-                                const RayContext& ray, tarn::Vec2<float>& uv, float& t);
+VELA_API bool intersectTriangle(const tarn::Vec3d& meshOrigin, const tarn::Vec3f& a,
+                                const tarn::Vec3f& b, const tarn::Vec3f& c, const RayContext& ray,
+                                tarn::Vec2f& uv, tarn::Vec2f& uvDx, tarn::Vec2f& uvDy, float& t);
+VELA_API bool intersectTriangle(const tarn::Vec3d& meshOrigin, const tarn::Vec3f& a,
+                                const tarn::Vec3f& b, const tarn::Vec3f& c, const RayContext& ray,
+                                tarn::Vec2f& uv, float& t);
 
 /// As intersectTriangle, but for one side of the triangle.
 ///
 /// \param frontSide true: only rays that meet the side that (b - a) x (c - a) points away from;
 ///                  false: only the other side
-VELA_API bool intersectTriangleSided(bool frontSide, const tarn::Vec3<double>& meshOrigin,
-                                     const tarn::Vec3<float>& a, const tarn::Vec3<float>& b,
-                                     const tarn::Vec3<float>& c, const RayContext& ray,
-                                     tarn::Vec2<float>& uv, tarn::Vec2<float>& uvDx,
-                                     tarn::Vec2<float>& uvDy, float& t);
-VELA_API bool intersectTriangleSided(bool frontSide, const tarn::Vec3<double>& meshOrigin,
-                                     const tarn::Vec3<float>& a, const tarn::Vec3<float>& b,
-                                     const tarn::Vec3<float>& c, const RayContext& ray,
-                                     tarn::Vec2<float>& uv, float& t);
+VELA_API bool intersectTriangleSided(bool frontSide, const tarn::Vec3d& meshOrigin,
+                                     const tarn::Vec3f& a, const tarn::Vec3f& b,
+                                     const tarn::Vec3f& c, const RayContext& ray, tarn::Vec2f& uv,
+                                     tarn::Vec2f& uvDx, tarn::Vec2f& uvDy, float& t);
+VELA_API bool intersectTriangleSided(bool frontSide, const tarn::Vec3d& meshOrigin,
+                                     const tarn::Vec3f& a, const tarn::Vec3f& b,
+                                     const tarn::Vec3f& c, const RayContext& ray, tarn::Vec2f& uv,
+                                     float& t);
 
 /// Tests a ray against a box.
 ///
@@ -123,8 +121,7 @@ VELA_API bool intersectTriangleSided(bool frontSide, const tarn::Vec3<double>& m
 ///
 /// Numerics: single precision; an axis along which the direction is under 1e-6 counts as parallel.
 /// Source: Kay and Kajiya, SIGGRAPH 1986.
-VELA_API bool Intersect(const tarn::Ray<float>& ray, const tarn::Box3<float>& box, float& tNear,
-                        float& tFar);
+VELA_API bool Intersect(const tarn::Ray3f& ray, const tarn::Box3f& box, float& tNear, float& tFar);
 
 /// Tests a ray against one two-sided triangle.
 ///
@@ -137,9 +134,8 @@ VELA_API bool Intersect(const tarn::Ray<float>& ray, const tarn::Box3<float>& bo
 /// Numerics: single precision; edges are closed (u, v and u + v in [0, 1]); the range reaches 1e-5
 /// past both ends. Not promised: a hit nearer than result.distance. Callers keep the nearest.
 /// Source: Moeller and Trumbore, JGT 2(1), 1997.
-VELA_API bool Intersect(const tarn::Ray<float>& ray, const tarn::Vec3<float>& a,
-                        const tarn::Vec3<float>& b, const tarn::Vec3<float>& c,
-                        CollisionResult& result);
+VELA_API bool Intersect(const tarn::Ray3f& ray, const tarn::Vec3f& a, const tarn::Vec3f& b,
+                        const tarn::Vec3f& c, CollisionResult& result);
 
 /// Tests a ray against a polygon mesh, face by face, without any structure.
 ///
@@ -156,8 +152,8 @@ VELA_API bool Intersect(const tarn::Ray<float>& ray, const tarn::Vec3<float>& a,
 /// skipped; the faces after them keep their numbers and corners (a negative count takes no
 /// indices).
 /// Allocates only for faces of more than four corners.
-VELA_API bool Intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray,
-                        const ovo::Array<tarn::Vec3<float>>& points, const ovo::Array<int>& counts,
+VELA_API bool Intersect(const IntersectionContext& ctx, const tarn::Ray3f& ray,
+                        const ovo::Array<tarn::Vec3f>& points, const ovo::Array<int>& counts,
                         const ovo::Array<int>& indices, CollisionResult& result);
 
 }  // namespace vela

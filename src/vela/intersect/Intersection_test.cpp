@@ -11,7 +11,8 @@
 
 using namespace vela;
 using namespace vela_test;
-using tarn::Vec2;
+using tarn::Vec3d;
+using tarn::Vec2f;
 
 namespace {
 
@@ -49,8 +50,8 @@ TEST(IntersectionContext, CopiesAndMovesCarryEverything) {
 TEST(CollisionResult, DefaultsAreNoHit) {
   const CollisionResult result;
   EXPECT_EQ(result.distance, 3.4028235e38f);
-  EXPECT_EQ(result.normal, Vec3<float>());
-  EXPECT_EQ(result.position, Vec3<float>());
+  EXPECT_EQ(result.normal, Vec3f());
+  EXPECT_EQ(result.position, Vec3f());
   EXPECT_EQ(result.primitiveIndex, 0u);
   EXPECT_EQ(result.faceIndex, 0);
   EXPECT_FALSE(result.hit);
@@ -58,10 +59,10 @@ TEST(CollisionResult, DefaultsAreNoHit) {
 
 // ---- IntersectTriangle
 
-const Vec3<float> kA(0, 0, 0), kB(1, 0, 0), kC(0, 1, 0);
-const Vec3<double> kNoOrigin;
+const Vec3f kA(0, 0, 0), kB(1, 0, 0), kC(0, 1, 0);
+const Vec3d kNoOrigin;
 
-RayContext contextRay(const Vec3<float>& origin, const Vec3<float>& direction, float tMin = 0.0f,
+RayContext contextRay(const Vec3f& origin, const Vec3f& direction, float tMin = 0.0f,
                       float tMax = 100.0f) {
   RayContext ray;
   ray.setGeom(origin, direction, tMin, tMax);
@@ -69,34 +70,33 @@ RayContext contextRay(const Vec3<float>& origin, const Vec3<float>& direction, f
 }
 
 TEST(IntersectTriangle, GivesBarycentricsAndDistance) {
-  Vec2<float> uv;
+  Vec2f uv;
   float t = 0;
   EXPECT_TRUE(
       intersectTriangle(kNoOrigin, kA, kB, kC, contextRay({0.25f, 0.5f, 3}, {0, 0, -2}), uv, t));
-  EXPECT_EQ(uv, Vec2<float>(0.25f, 0.5f));
+  EXPECT_EQ(uv, Vec2f(0.25f, 0.5f));
   EXPECT_EQ(t, 1.5f);
 }
 
 TEST(IntersectTriangle, MissWritesNothing) {
-  Vec2<float> uv(7, 7), uvDx(8, 8), uvDy(9, 9);
+  Vec2f uv(7, 7), uvDx(8, 8), uvDy(9, 9);
   float t = 6;
-  for (const Vec3<float>& origin :
-       {Vec3<float>(2, 0.5f, 1), Vec3<float>(0.6f, 0.6f, 1), Vec3<float>(0.25f, 0.25f, -1)}) {
+  for (const Vec3f& origin : {Vec3f(2, 0.5f, 1), Vec3f(0.6f, 0.6f, 1), Vec3f(0.25f, 0.25f, -1)}) {
     const RayContext ray = contextRay(origin, {0, 0, -1});
     EXPECT_FALSE(intersectTriangle(kNoOrigin, kA, kB, kC, ray, uv, t));
     EXPECT_FALSE(intersectTriangle(kNoOrigin, kA, kB, kC, ray, uv, uvDx, uvDy, t));
     EXPECT_FALSE(intersectTriangleSided(true, kNoOrigin, kA, kB, kC, ray, uv, uvDx, uvDy, t));
   }
-  EXPECT_EQ(uv, Vec2<float>(7, 7));
-  EXPECT_EQ(uvDx, Vec2<float>(8, 8));
-  EXPECT_EQ(uvDy, Vec2<float>(9, 9));
+  EXPECT_EQ(uv, Vec2f(7, 7));
+  EXPECT_EQ(uvDx, Vec2f(8, 8));
+  EXPECT_EQ(uvDy, Vec2f(9, 9));
   EXPECT_EQ(t, 6.0f);
 }
 
 TEST(IntersectTriangle, SharedEdgeIsHitFromBothTriangles) {
-  Vec2<float> uv;
+  Vec2f uv;
   float t = 0;
-  const Vec3<float> d(1, 1, 0);
+  const Vec3f d(1, 1, 0);
   for (const float x : {0.0f, 0.1f, 1.0f / 3.0f, 0.7f, 1.0f}) {
     const RayContext ray = contextRay({x, 1.0f - x, 1}, {0, 0, -1});
     EXPECT_TRUE(intersectTriangle(kNoOrigin, kA, kB, kC, ray, uv, t)) << x;
@@ -107,7 +107,7 @@ TEST(IntersectTriangle, SharedEdgeIsHitFromBothTriangles) {
 // One rounding step past 1 in u, two in u + v, and one machine epsilon below 0: the next float on
 // is out.
 TEST(IntersectTriangle, TolerancesReachExactlyAsFarAsStated) {
-  Vec2<float> uv;
+  Vec2f uv;
   float t = 0;
   const auto hits = [&](float x, float y) {
     return intersectTriangle(kNoOrigin, kA, kB, kC, contextRay({x, y, 1}, {0, 0, -1}), uv, t);
@@ -125,7 +125,7 @@ TEST(IntersectTriangle, TolerancesReachExactlyAsFarAsStated) {
 }
 
 TEST(IntersectTriangle, ParallelRayMissesInEveryForm) {
-  Vec2<float> uv, uvDx, uvDy;
+  Vec2f uv, uvDx, uvDy;
   float t = 0;
   for (const float z : {0.0f, 0.5f}) {
     const RayContext ray = contextRay({-1, 0.25f, z}, {1, 0, 0});
@@ -136,12 +136,12 @@ TEST(IntersectTriangle, ParallelRayMissesInEveryForm) {
       EXPECT_FALSE(intersectTriangleSided(front, kNoOrigin, kA, kB, kC, ray, uv, uvDx, uvDy, t));
     }
     CollisionResult result;
-    EXPECT_FALSE(Intersect(Ray<float>(ray.origin, ray.direction), kA, kB, kC, result));
+    EXPECT_FALSE(Intersect(Ray3f(ray.origin, ray.direction), kA, kB, kC, result));
   }
 }
 
 TEST(IntersectTriangle, SidesAreToldApart) {
-  Vec2<float> uv, uvDx, uvDy;
+  Vec2f uv, uvDx, uvDy;
   float t = 0;
   const RayContext fromFront = contextRay({0.25f, 0.25f, 1}, {0, 0, -1}),
                    fromBack = contextRay({0.25f, 0.25f, -1}, {0, 0, 1});
@@ -158,7 +158,7 @@ TEST(IntersectTriangle, SidesAreToldApart) {
 }
 
 TEST(IntersectTriangle, BothEndsOfTheRangeAreHits) {
-  Vec2<float> uv;
+  Vec2f uv;
   float t = 0;
   EXPECT_TRUE(intersectTriangle(kNoOrigin, kA, kB, kC,
                                 contextRay({0.25f, 0.25f, 1}, {0, 0, -1}, 1.0f, 2.0f), uv, t));
@@ -172,29 +172,29 @@ TEST(IntersectTriangle, BothEndsOfTheRangeAreHits) {
 }
 
 TEST(IntersectTriangle, MeshOriginMovesTheTriangle) {
-  Vec2<float> uv;
+  Vec2f uv;
   float t = 0;
   const RayContext ray = contextRay({1000000.25f, 0.5f, 3}, {0, 0, -1});
   EXPECT_TRUE(intersectTriangle({1e6, 0, 1}, kA, kB, kC, ray, uv, t));
-  EXPECT_EQ(uv, Vec2<float>(0.25f, 0.5f));
+  EXPECT_EQ(uv, Vec2f(0.25f, 0.5f));
   EXPECT_EQ(t, 2.0f);
 }
 
 TEST(IntersectTriangle, DifferentialsAreWhereTheNeighbouringRaysMeetThePlane) {
   RayContext ray = contextRay({0.25f, 0.25f, 1}, {0, 0, -1});
-  ray.xDirection = Vec3<float>(0.5f, 0, -1);
-  ray.yDirection = Vec3<float>(0, -2, -1);
-  Vec2<float> uv, uvDx, uvDy;
+  ray.xDirection = Vec3f(0.5f, 0, -1);
+  ray.yDirection = Vec3f(0, -2, -1);
+  Vec2f uv, uvDx, uvDy;
   float t = 0;
   EXPECT_TRUE(intersectTriangle(kNoOrigin, kA, kB, kC, ray, uv, uvDx, uvDy, t));
-  EXPECT_EQ(uvDx, Vec2<float>(0.75f, 0.25f));
-  EXPECT_EQ(uvDy, Vec2<float>(0.25f, -1.75f));
+  EXPECT_EQ(uvDx, Vec2f(0.75f, 0.25f));
+  EXPECT_EQ(uvDy, Vec2f(0.25f, -1.75f));
 }
 
 TEST(IntersectTriangle, DifferentialAlongThePlaneIsNotGuarded) {
   RayContext ray = contextRay({0.25f, 0.25f, 1}, {0, 0, -1});
-  ray.xDirection = Vec3<float>(1, 0, 0);
-  Vec2<float> uv, uvDx, uvDy;
+  ray.xDirection = Vec3f(1, 0, 0);
+  Vec2f uv, uvDx, uvDy;
   float t = 0;
   EXPECT_TRUE(intersectTriangle(kNoOrigin, kA, kB, kC, ray, uv, uvDx, uvDy, t));
   EXPECT_TRUE(std::isinf(uvDx.x));
@@ -202,7 +202,7 @@ TEST(IntersectTriangle, DifferentialAlongThePlaneIsNotGuarded) {
 }
 
 TEST(IntersectTriangle, NotANumberDoesNotReject) {
-  Vec2<float> uv;
+  Vec2f uv;
   float t = 0;
   EXPECT_TRUE(
       intersectTriangle(kNoOrigin, kA, kB, kC, contextRay({kNan, kNan, kNan}, {0, 0, -1}), uv, t));
@@ -212,10 +212,10 @@ TEST(IntersectTriangle, NotANumberDoesNotReject) {
 }
 
 // The mixed-precision steps by components.
-bool plainContextTest(int side, const Vec3<double>& o, const Vec3<float>& a, const Vec3<float>& b,
-                      const Vec3<float>& c, const RayContext& r, float (&out)[7]) {
+bool plainContextTest(int side, const Vec3d& o, const Vec3f& a, const Vec3f& b, const Vec3f& c,
+                      const RayContext& r, float (&out)[7]) {
   const float e1[3] = {b.x - a.x, b.y - a.y, b.z - a.z}, e2[3] = {c.x - a.x, c.y - a.y, c.z - a.z};
-  const auto pOf = [&](const Vec3<float>& d, float(&p)[3]) {
+  const auto pOf = [&](const Vec3f& d, float(&p)[3]) {
     p[0] = d.y * e2[2] - d.z * e2[1];
     p[1] = d.z * e2[0] - d.x * e2[2];
     p[2] = d.x * e2[1] - d.y * e2[0];
@@ -243,16 +243,14 @@ bool plainContextTest(int side, const Vec3<double>& o, const Vec3<float>& a, con
   const float e2q = e2[0] * q[0] + e2[1] * q[1] + e2[2] * q[2];
   const double t = d(e2q) * inv;
   if (d(r.minDistance) > t || t > d(r.maxDistance)) return false;
-  const auto qDot = [&](const Vec3<float>& dir) {
-    return q[0] * dir.x + q[1] * dir.y + q[2] * dir.z;
-  };
+  const auto qDot = [&](const Vec3f& dir) { return q[0] * dir.x + q[1] * dir.y + q[2] * dir.z; };
   const float v = static_cast<float>(d(qDot(r.direction)) * inv);
   if (v < -1.1920929e-7f || u + v > 1.0000002f) return false;
   out[0] = u;
   out[1] = v;
   out[2] = static_cast<float>(t);
   int at = 3;
-  for (const Vec3<float>& dir : {r.xDirection, r.yDirection}) {
+  for (const Vec3f& dir : {r.xDirection, r.yDirection}) {
     float pd[3];
     pOf(dir, pd);
     const float detd = e1[0] * pd[0] + e1[1] * pd[1] + e1[2] * pd[2];
@@ -276,8 +274,8 @@ TEST(IntersectTriangle, AllFormsFollowTheStepsBitForBit) {
   int hits = 0;
   for (int i = 0; i < 200000; ++i) {
     const std::size_t k = 3 * (random() % 200);
-    const Vec3<float>&a = mesh.points[k], &b = mesh.points[k + 1], &c = mesh.points[k + 2];
-    const Ray<float> from = i % 2 ? maker.hostile() : maker.ordinary();
+    const Vec3f &a = mesh.points[k], &b = mesh.points[k + 1], &c = mesh.points[k + 2];
+    const Ray3f from = i % 2 ? maker.hostile() : maker.ordinary();
     RayContext ray = contextRay(from.origin, from.direction, from.minDistance, from.maxDistance);
     if (i % 3 == 0) {
       // At the triangle, at its edges and corners.
@@ -287,12 +285,12 @@ TEST(IntersectTriangle, AllFormsFollowTheStepsBitForBit) {
     }
     ray.xDirection = maker.ordinary().direction;
     ray.yDirection = maker.ordinary().direction;
-    const Vec3<double> o = i % 4 ? Vec3<double>() : Vec3<double>(0.1, -0.2, 0.3);
+    const Vec3d o = i % 4 ? Vec3d() : Vec3d(0.1, -0.2, 0.3);
     for (int side = 0; side < 3; ++side) {
       float expected[7] = {};
       const bool hit = plainContextTest(side, o, a, b, c, ray, expected);
       hits += hit ? 1 : 0;
-      Vec2<float> uv, uvShort, uvDx, uvDy;
+      Vec2f uv, uvShort, uvDx, uvDy;
       float t = 0, tShort = 0;
       if (side == 0) {
         ASSERT_EQ(intersectTriangle(o, a, b, c, ray, uv, uvDx, uvDy, t), hit) << show(from);
@@ -318,33 +316,33 @@ TEST(IntersectTriangle, AllFormsFollowTheStepsBitForBit) {
 
 TEST(IntersectBox, GivesThePartOfTheRangeInside) {
   float tNear = 0, tFar = 0;
-  const Box3<float> box({0, 0, 0}, {1, 1, 1});
-  EXPECT_TRUE(Intersect(Ray<float>({-1, 0.5f, 0.5f}, {2, 0, 0}), box, tNear, tFar));
+  const Box3f box({0, 0, 0}, {1, 1, 1});
+  EXPECT_TRUE(Intersect(Ray3f({-1, 0.5f, 0.5f}, {2, 0, 0}), box, tNear, tFar));
   EXPECT_EQ(tNear, 0.5f);
   EXPECT_EQ(tFar, 1.0f);
-  EXPECT_TRUE(Intersect(Ray<float>({0.5f, 0.5f, 0.5f}, {-1, 0, 0}), box, tNear, tFar));
+  EXPECT_TRUE(Intersect(Ray3f({0.5f, 0.5f, 0.5f}, {-1, 0, 0}), box, tNear, tFar));
   EXPECT_EQ(tNear, 0.0f);
   EXPECT_EQ(tFar, 0.5f);
-  EXPECT_TRUE(Intersect(Ray<float>({-1, 0.5f, 0.5f}, {1, 0, 0}, 1.25f, 1.5f), box, tNear, tFar));
+  EXPECT_TRUE(Intersect(Ray3f({-1, 0.5f, 0.5f}, {1, 0, 0}, 1.25f, 1.5f), box, tNear, tFar));
   EXPECT_EQ(tNear, 1.25f);
   EXPECT_EQ(tFar, 1.5f);
 }
 
 TEST(IntersectBox, MissWritesNothing) {
   float tNear = 5, tFar = 6;
-  EXPECT_FALSE(Intersect(Ray<float>({-1, 2, 0.5f}, {1, 0, 0}), Box3<float>({0, 0, 0}, {1, 1, 1}),
+  EXPECT_FALSE(
+      Intersect(Ray3f({-1, 2, 0.5f}, {1, 0, 0}), Box3f({0, 0, 0}, {1, 1, 1}), tNear, tFar));
+  EXPECT_FALSE(Intersect(Ray3f({-1, 0.5f, 0.5f}, {1, 0, 0}, 0, 0.5f), Box3f({0, 0, 0}, {1, 1, 1}),
                          tNear, tFar));
-  EXPECT_FALSE(Intersect(Ray<float>({-1, 0.5f, 0.5f}, {1, 0, 0}, 0, 0.5f),
-                         Box3<float>({0, 0, 0}, {1, 1, 1}), tNear, tFar));
   EXPECT_EQ(tNear, 5.0f);
   EXPECT_EQ(tFar, 6.0f);
 }
 
 TEST(IntersectBox, RayInAFaceAndParallelToItPasses) {
   float tNear = 0, tFar = 0;
-  const Box3<float> box({0, 0, 0}, {1, 1, 1});
+  const Box3f box({0, 0, 0}, {1, 1, 1});
   for (const float y : {0.0f, 1.0f}) {
-    EXPECT_TRUE(Intersect(Ray<float>({-1, y, y}, {1, 0, -0.0f}), box, tNear, tFar));
+    EXPECT_TRUE(Intersect(Ray3f({-1, y, y}, {1, 0, -0.0f}), box, tNear, tFar));
     EXPECT_EQ(tNear, 1.0f);
     EXPECT_EQ(tFar, 2.0f);
   }
@@ -352,19 +350,17 @@ TEST(IntersectBox, RayInAFaceAndParallelToItPasses) {
 
 TEST(IntersectBox, UnderAMillionthIsParallel) {
   float tNear = 0, tFar = 0;
-  const Box3<float> box({0, 0, 0}, {1e9f, 1, 1});
+  const Box3f box({0, 0, 0}, {1e9f, 1, 1});
   const float below = std::nextafter(1e-6f, 0.0f);
-  EXPECT_FALSE(Intersect(Ray<float>({0, -0.5f, 0.5f}, {1, below, 0}), box, tNear, tFar));
-  EXPECT_TRUE(Intersect(Ray<float>({0, -0.5f, 0.5f}, {1, 1e-6f, 0}), box, tNear, tFar));
+  EXPECT_FALSE(Intersect(Ray3f({0, -0.5f, 0.5f}, {1, below, 0}), box, tNear, tFar));
+  EXPECT_TRUE(Intersect(Ray3f({0, -0.5f, 0.5f}, {1, 1e-6f, 0}), box, tNear, tFar));
 }
 
 TEST(IntersectBox, EmptyBoxIsMissedByEveryRay) {
   float tNear = 0, tFar = 0;
-  for (const Box3<float>& box :
-       {Box3<float>(), Box3<float>({1, 0, 0}, {0, 1, 1}), Box3<float>({0, 0, 1}, {1, 1, 0})})
-    for (const Vec3<float>& d : {Vec3<float>(1, 0, 0), Vec3<float>(-1, 0.5f, 2),
-                                 Vec3<float>(0, 0, 0), Vec3<float>(kNan, 1, 1)})
-      EXPECT_FALSE(Intersect(Ray<float>({0.5f, 0.5f, 0.5f}, d, -kInf, kInf), box, tNear, tFar));
+  for (const Box3f& box : {Box3f(), Box3f({1, 0, 0}, {0, 1, 1}), Box3f({0, 0, 1}, {1, 1, 0})})
+    for (const Vec3f& d : {Vec3f(1, 0, 0), Vec3f(-1, 0.5f, 2), Vec3f(0, 0, 0), Vec3f(kNan, 1, 1)})
+      EXPECT_FALSE(Intersect(Ray3f({0.5f, 0.5f, 0.5f}, d, -kInf, kInf), box, tNear, tFar));
 }
 
 TEST(IntersectBox, FollowsTheStepsBitForBit) {
@@ -373,8 +369,8 @@ TEST(IntersectBox, FollowsTheStepsBitForBit) {
   const SampleMesh mesh = makeSoup(100, seed);
   RayMaker maker(mesh, seed);
   for (int i = 0; i < 300000; ++i) {
-    const Ray<float> ray = i % 2 ? maker.hostile() : maker.ordinary();
-    Box3<float> box;
+    const Ray3f ray = i % 2 ? maker.hostile() : maker.ordinary();
+    Box3f box;
     box.extendBy(mesh.points[static_cast<std::size_t>(i) % 300]);
     box.extendBy(mesh.points[static_cast<std::size_t>(i * 7 + 1) % 300]);
     float expected[2] = {1, 2}, got[2] = {1, 2};
@@ -389,10 +385,10 @@ TEST(IntersectBox, FollowsTheStepsBitForBit) {
 TEST(IntersectRayTriangle, WritesDistancePositionAndRawNormal) {
   CollisionResult result = marked();
   EXPECT_TRUE(
-      Intersect(Ray<float>({0.5f, 0.5f, 3}, {0, 0, -2}), {0, 0, 0}, {2, 0, 0}, {0, 2, 0}, result));
+      Intersect(Ray3f({0.5f, 0.5f, 3}, {0, 0, -2}), {0, 0, 0}, {2, 0, 0}, {0, 2, 0}, result));
   EXPECT_EQ(result.distance, 1.5f);
-  EXPECT_EQ(result.position, Vec3<float>(0.5f, 0.5f, 0));
-  EXPECT_EQ(result.normal, Vec3<float>(0, 0, 4));
+  EXPECT_EQ(result.position, Vec3f(0.5f, 0.5f, 0));
+  EXPECT_EQ(result.normal, Vec3f(0, 0, 4));
   EXPECT_TRUE(result.hit);
   EXPECT_EQ(result.primitiveIndex, 4711u);
   EXPECT_EQ(result.faceIndex, -12);
@@ -400,24 +396,23 @@ TEST(IntersectRayTriangle, WritesDistancePositionAndRawNormal) {
 
 TEST(IntersectRayTriangle, MissLeavesResultUntouched) {
   CollisionResult result = marked();
-  EXPECT_FALSE(Intersect(Ray<float>({2, 2, 1}, {0, 0, -1}), kA, kB, kC, result));
+  EXPECT_FALSE(Intersect(Ray3f({2, 2, 1}, {0, 0, -1}), kA, kB, kC, result));
   EXPECT_TRUE(sameRecord(result, marked()));
 }
 
 TEST(IntersectRayTriangle, EdgesAndCornersAreHitFromBothSides) {
-  for (const Vec3<float>& at :
-       {Vec3<float>(0, 0, 0), Vec3<float>(1, 0, 0), Vec3<float>(0, 1, 0), Vec3<float>(0.5f, 0, 0),
-        Vec3<float>(0, 0.25f, 0), Vec3<float>(0.5f, 0.5f, 0)}) {
+  for (const Vec3f& at : {Vec3f(0, 0, 0), Vec3f(1, 0, 0), Vec3f(0, 1, 0), Vec3f(0.5f, 0, 0),
+                          Vec3f(0, 0.25f, 0), Vec3f(0.5f, 0.5f, 0)}) {
     CollisionResult result;
-    EXPECT_TRUE(Intersect(Ray<float>(at + Vec3<float>(0, 0, 1), {0, 0, -1}), kA, kB, kC, result));
-    EXPECT_TRUE(Intersect(Ray<float>(at - Vec3<float>(0, 0, 1), {0, 0, 1}), kA, kB, kC, result));
+    EXPECT_TRUE(Intersect(Ray3f(at + Vec3f(0, 0, 1), {0, 0, -1}), kA, kB, kC, result));
+    EXPECT_TRUE(Intersect(Ray3f(at - Vec3f(0, 0, 1), {0, 0, 1}), kA, kB, kC, result));
   }
 }
 
 TEST(IntersectRayTriangle, RangeReachesAHundredThousandthPastBothEnds) {
   CollisionResult result;
   const auto hits = [&](float tMin, float tMax) {
-    return Intersect(Ray<float>({0.25f, 0.25f, 1}, {0, 0, -1}, tMin, tMax), kA, kB, kC, result);
+    return Intersect(Ray3f({0.25f, 0.25f, 1}, {0, 0, -1}, tMin, tMax), kA, kB, kC, result);
   };
   EXPECT_TRUE(hits(1.00001f, 5.0f));
   EXPECT_FALSE(hits(1.00002f, 5.0f));
@@ -429,17 +424,17 @@ TEST(IntersectRayTriangle, SmallDeterminantIsAMiss) {
   CollisionResult result;
   const float size = 0.99e-5f;
   EXPECT_FALSE(
-      Intersect(Ray<float>({0, 0, 1}, {0, 0, -1}), {0, 0, 0}, {size, 0, 0}, {0, size, 0}, result));
-  EXPECT_TRUE(Intersect(Ray<float>({0, 0, 1}, {0, 0, -1}), {0, 0, 0}, {1.1e-5f, 0, 0},
-                        {0, 1.1e-5f, 0}, result));
+      Intersect(Ray3f({0, 0, 1}, {0, 0, -1}), {0, 0, 0}, {size, 0, 0}, {0, size, 0}, result));
+  EXPECT_TRUE(
+      Intersect(Ray3f({0, 0, 1}, {0, 0, -1}), {0, 0, 0}, {1.1e-5f, 0, 0}, {0, 1.1e-5f, 0}, result));
 }
 
 TEST(IntersectRayTriangle, ANumberThatIsNoneIsAMiss) {
   CollisionResult result;
-  EXPECT_FALSE(Intersect(Ray<float>({kNan, 0.25f, 1}, {0, 0, -1}), kA, kB, kC, result));
-  EXPECT_FALSE(Intersect(Ray<float>({0.25f, 0.25f, 1}, {0, 0, kNan}), kA, kB, kC, result));
-  EXPECT_FALSE(Intersect(Ray<float>({0.25f, 0.25f, 1}, {0, 0, -1}), {kNan, 0, 0}, kB, kC, result));
-  EXPECT_FALSE(Intersect(Ray<float>({0.25f, 0.25f, 1}, {0, 0, -1}, kNan, 5), kA, kB, kC, result));
+  EXPECT_FALSE(Intersect(Ray3f({kNan, 0.25f, 1}, {0, 0, -1}), kA, kB, kC, result));
+  EXPECT_FALSE(Intersect(Ray3f({0.25f, 0.25f, 1}, {0, 0, kNan}), kA, kB, kC, result));
+  EXPECT_FALSE(Intersect(Ray3f({0.25f, 0.25f, 1}, {0, 0, -1}), {kNan, 0, 0}, kB, kC, result));
+  EXPECT_FALSE(Intersect(Ray3f({0.25f, 0.25f, 1}, {0, 0, -1}, kNan, 5), kA, kB, kC, result));
 }
 
 TEST(IntersectRayTriangle, FollowsTheStepsBitForBit) {
@@ -449,7 +444,7 @@ TEST(IntersectRayTriangle, FollowsTheStepsBitForBit) {
   RayMaker maker(mesh, seed);
   int hits = 0;
   for (int i = 0; i < 400000; ++i) {
-    Ray<float> ray = i % 2 ? maker.hostile() : maker.ordinary();
+    Ray3f ray = i % 2 ? maker.hostile() : maker.ordinary();
     const std::size_t k = 3 * (static_cast<std::size_t>(i) % 200);
     if (i % 3 == 0) ray.direction = (mesh.points[k] + mesh.points[k + 1]) * 0.5f - ray.origin;
     CollisionResult expected = marked(), got = marked();
@@ -465,7 +460,7 @@ TEST(IntersectRayTriangle, FollowsTheStepsBitForBit) {
 
 // ---- Ray/mesh
 
-bool intersectMesh(const SampleMesh& mesh, const Ray<float>& ray, CollisionResult& result,
+bool intersectMesh(const SampleMesh& mesh, const Ray3f& ray, CollisionResult& result,
                    bool nearest = true) {
   IntersectionContext ctx;
   ctx.nearestHit = nearest;
@@ -474,24 +469,24 @@ bool intersectMesh(const SampleMesh& mesh, const Ray<float>& ray, CollisionResul
 
 TEST(IntersectMesh, NearestFaceComesBackWithItsNumber) {
   CollisionResult result = marked();
-  EXPECT_TRUE(intersectMesh(makeCube(), Ray<float>({0.25f, 0.5f, 5}, {0, 0, -1}), result));
+  EXPECT_TRUE(intersectMesh(makeCube(), Ray3f({0.25f, 0.5f, 5}, {0, 0, -1}), result));
   EXPECT_EQ(result.distance, 4.0f);
   EXPECT_EQ(result.faceIndex, 1);
   EXPECT_EQ(result.primitiveIndex, 0u);
-  EXPECT_EQ(result.position, Vec3<float>(0.25f, 0.5f, 1));
+  EXPECT_EQ(result.position, Vec3f(0.25f, 0.5f, 1));
   EXPECT_TRUE(result.hit);
 }
 
 TEST(IntersectMesh, AnyHitIsTheFirstFaceInOrder) {
   CollisionResult result;
-  EXPECT_TRUE(intersectMesh(makeCube(), Ray<float>({0.25f, 0.5f, 5}, {0, 0, -1}), result, false));
+  EXPECT_TRUE(intersectMesh(makeCube(), Ray3f({0.25f, 0.5f, 5}, {0, 0, -1}), result, false));
   EXPECT_EQ(result.faceIndex, 0);
   EXPECT_EQ(result.distance, 6.0f);
 }
 
 TEST(IntersectMesh, MissLeavesResultUntouched) {
   CollisionResult result = marked();
-  EXPECT_FALSE(intersectMesh(makeCube(), Ray<float>({5, 5, 5}, {0, 0, -1}), result));
+  EXPECT_FALSE(intersectMesh(makeCube(), Ray3f({5, 5, 5}, {0, 0, -1}), result));
   EXPECT_TRUE(sameRecord(result, marked()));
 }
 
@@ -501,7 +496,7 @@ TEST(IntersectMesh, TwoCornersStillCountAsAFace) {
   mesh.addFace({0, 1});
   mesh.addFace({0, 1, 2});
   CollisionResult result;
-  EXPECT_TRUE(intersectMesh(mesh, Ray<float>({0.25f, 0.25f, 1}, {0, 0, -1}), result));
+  EXPECT_TRUE(intersectMesh(mesh, Ray3f({0.25f, 0.25f, 1}, {0, 0, -1}), result));
   EXPECT_EQ(result.faceIndex, 1);
 }
 
@@ -510,11 +505,11 @@ TEST(IntersectMesh, RangeIsOpenAtBothEnds) {
   mesh.points = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}};
   mesh.addFace({0, 1, 2});
   CollisionResult result;
-  const Vec3<float> o(0.25f, 0.25f, 1), d(0, 0, -1);
-  EXPECT_FALSE(intersectMesh(mesh, Ray<float>(o, d, 1.0f, 5.0f), result));
-  EXPECT_FALSE(intersectMesh(mesh, Ray<float>(o, d, 0.0f, 1.0f), result));
-  EXPECT_FALSE(intersectMesh(mesh, Ray<float>(o, d, 1.000005f, 5.0f), result));
-  EXPECT_TRUE(intersectMesh(mesh, Ray<float>(o, d, 0.99999f, 1.00001f), result));
+  const Vec3f o(0.25f, 0.25f, 1), d(0, 0, -1);
+  EXPECT_FALSE(intersectMesh(mesh, Ray3f(o, d, 1.0f, 5.0f), result));
+  EXPECT_FALSE(intersectMesh(mesh, Ray3f(o, d, 0.0f, 1.0f), result));
+  EXPECT_FALSE(intersectMesh(mesh, Ray3f(o, d, 1.000005f, 5.0f), result));
+  EXPECT_TRUE(intersectMesh(mesh, Ray3f(o, d, 0.99999f, 1.00001f), result));
 }
 
 // The second triangle of a folded quad is nearer, but the first one answers.
@@ -523,9 +518,9 @@ TEST(IntersectMesh, SecondHalfOfAQuadIsAskedOnlyWhenTheFirstIsMissed) {
   mesh.points = {{0, 0, 0}, {4, 0, 0}, {4, 4, 0}, {3, 1, 2}};
   mesh.addFace({0, 1, 2, 3});
   CollisionResult result;
-  EXPECT_TRUE(intersectMesh(mesh, Ray<float>({2.5f, 1.5f, 9}, {0, 0, -1}), result));
+  EXPECT_TRUE(intersectMesh(mesh, Ray3f({2.5f, 1.5f, 9}, {0, 0, -1}), result));
   EXPECT_EQ(result.distance, 9.0f);
-  EXPECT_TRUE(intersectMesh(mesh, Ray<float>({1.0f, 0.9f, 9}, {0, 0, -1}), result));
+  EXPECT_TRUE(intersectMesh(mesh, Ray3f({1.0f, 0.9f, 9}, {0, 0, -1}), result));
   EXPECT_EQ(result.distance, 9.0f);
 }
 
@@ -534,9 +529,9 @@ TEST(IntersectMesh, HalvesOfAQuadMeetInTheDiagonalFromItsFirstCorner) {
   mesh.points = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 1}};  // only corner 3 is raised
   mesh.addFace({0, 1, 2, 3});
   CollisionResult result;
-  EXPECT_TRUE(intersectMesh(mesh, Ray<float>({0.75f, 0.25f, 5}, {0, 0, -1}), result));
+  EXPECT_TRUE(intersectMesh(mesh, Ray3f({0.75f, 0.25f, 5}, {0, 0, -1}), result));
   EXPECT_EQ(result.distance, 5.0f);
-  EXPECT_TRUE(intersectMesh(mesh, Ray<float>({0.25f, 0.75f, 5}, {0, 0, -1}), result));
+  EXPECT_TRUE(intersectMesh(mesh, Ray3f({0.25f, 0.75f, 5}, {0, 0, -1}), result));
   EXPECT_EQ(result.distance, 4.5f);
 }
 
@@ -551,7 +546,7 @@ TEST(IntersectMesh, OfAPolygonTheLastTriangleHitCounts) {
   RayMaker maker(mesh, 4);
   int different = 0;
   for (int i = 0; i < 20000; ++i) {
-    const Ray<float> ray = maker.ordinary();
+    const Ray3f ray = maker.ordinary();
     CollisionResult last, nearest, got;
     bool any = false;
     for (std::size_t k = 0; k < triplets.size(); k += 3) {
@@ -576,18 +571,17 @@ TEST(IntersectMesh, OfAPolygonTheLastTriangleHitCounts) {
 // KEEP(untouched-record-no-hit)
 TEST(IntersectMesh, EndlessRayPastTheMeshIsAMiss) {
   CollisionResult result = marked();
-  EXPECT_FALSE(intersectMesh(makeCube(), Ray<float>({5, 5, 5}, {0, 0, -1}, 0.0f, kInf), result));
+  EXPECT_FALSE(intersectMesh(makeCube(), Ray3f({5, 5, 5}, {0, 0, -1}, 0.0f, kInf), result));
   EXPECT_TRUE(sameRecord(result, marked()));
-  EXPECT_TRUE(
-      intersectMesh(makeCube(), Ray<float>({0, 0, 5}, {0.01f, 0.02f, -1}, 0.0f, kInf), result));
+  EXPECT_TRUE(intersectMesh(makeCube(), Ray3f({0, 0, 5}, {0.01f, 0.02f, -1}, 0.0f, kInf), result));
 }
 
 TEST(IntersectMesh, BrokenFacesAreSkippedAndLaterOnesKeepTheirNumbers) {
   const SampleMesh mesh = makeBroken();
   CollisionResult result;
-  EXPECT_TRUE(intersectMesh(mesh, Ray<float>({0.25f, 0.25f, 1}, {0, 0, -1}), result));
+  EXPECT_TRUE(intersectMesh(mesh, Ray3f({0.25f, 0.25f, 1}, {0, 0, -1}), result));
   EXPECT_EQ(result.faceIndex, 6);
-  EXPECT_TRUE(intersectMesh(mesh, Ray<float>({0.75f, 0.875f, 1}, {0, 0, -1}), result));
+  EXPECT_TRUE(intersectMesh(mesh, Ray3f({0.75f, 0.875f, 1}, {0, 0, -1}), result));
   EXPECT_EQ(result.faceIndex, 10);
 }
 
@@ -598,8 +592,8 @@ TEST(IntersectMesh, QuadWithACornerThatIsNoNumberIsSkippedWhole) {
     mesh.points[static_cast<std::size_t>(bad)].z = kNan;
     mesh.addFace({0, 1, 2, 3});
     CollisionResult result = marked();
-    EXPECT_FALSE(intersectMesh(mesh, Ray<float>({0.75f, 0.25f, 1}, {0, 0, -1}), result));
-    EXPECT_FALSE(intersectMesh(mesh, Ray<float>({0.25f, 0.75f, 1}, {0, 0, -1}), result));
+    EXPECT_FALSE(intersectMesh(mesh, Ray3f({0.75f, 0.25f, 1}, {0, 0, -1}), result));
+    EXPECT_FALSE(intersectMesh(mesh, Ray3f({0.25f, 0.75f, 1}, {0, 0, -1}), result));
     EXPECT_TRUE(sameRecord(result, marked()));
     EXPECT_EQ(TriangleAccelerationModel(mesh.points, mesh.counts, mesh.indices).size(), 0u);
   }
@@ -612,7 +606,7 @@ TEST(IntersectMesh, FollowsTheStepsBitForBitOverTheSampleMeshes) {
     if (mesh.counts.size() > 500) continue;  // the loop over faces would take minutes
     RayMaker maker(mesh, seed);
     for (int i = 0; i < 3000; ++i) {
-      const Ray<float> ray = i % 2 ? maker.hostile() : maker.ordinary();
+      const Ray3f ray = i % 2 ? maker.hostile() : maker.ordinary();
       for (const bool nearest : {true, false}) {
         // Face by face, as told. A count below zero takes no indices; a face that cannot be used,
         // or that has a corner with a NaN, is passed over.
@@ -631,7 +625,7 @@ TEST(IntersectMesh, FollowsTheStepsBitForBitOverTheSampleMeshes) {
           };
           bool isSound = mesh.usable(f);
           for (int k = 0; isSound && k < n; ++k) {
-            const Vec3<float>& p = mesh.points[static_cast<std::size_t>(
+            const Vec3f& p = mesh.points[static_cast<std::size_t>(
                 mesh.indices[offset + static_cast<std::size_t>(k)])];
             isSound = !std::isnan(p.x) && !std::isnan(p.y) && !std::isnan(p.z);
           }

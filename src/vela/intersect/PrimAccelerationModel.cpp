@@ -35,7 +35,7 @@ struct MeshAccelerator::Block {
   GridAcceleration grid;
 };
 
-MeshAccelerator::MeshAccelerator(const ovo::Array<tarn::Vec3<float>>& points,
+MeshAccelerator::MeshAccelerator(const ovo::Array<tarn::Vec3f>& points,
                                  const ovo::Array<int>& faceVertexCounts,
                                  const ovo::Array<int>& faceVertexIndices, std::size_t id)
     : MeshAccelerator(std::make_shared<const Block>(
@@ -47,7 +47,7 @@ MeshAccelerator::MeshAccelerator(std::shared_ptr<const Block> block, std::size_t
     : id_(id), block_(std::move(block)) {}
 MeshAccelerator::~MeshAccelerator() = default;
 
-bool MeshAccelerator::intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray,
+bool MeshAccelerator::intersect(const IntersectionContext& ctx, const tarn::Ray3f& ray,
                                 CollisionResult& result) const {
   if (!block_->grid.intersect(ctx, ray, result)) return false;
   result.primitiveIndex = static_cast<std::uint32_t>(id_);
@@ -60,10 +60,10 @@ class PrimAccelerationModelImpl : public AccelerationModel {
  public:
   explicit PrimAccelerationModelImpl(double time) : time_(time) {}
 
-  void add(const ovo::Prim& prim, const tarn::Mat4<double>& worldFromLocal, double time) {
+  void add(const ovo::Prim& prim, const tarn::Mat4d& worldFromLocal, double time) {
     Entry entry;
     entry.mesh = ovo::MeshPrim(prim);
-    entry.worldFromLocal = tarn::Mat4<float>(worldFromLocal);
+    entry.worldFromLocal = tarn::Mat4f(worldFromLocal);
     entry.localFromWorld = entry.worldFromLocal.inverse();
     entry.box = entry.mesh.getBoundsBox(time, false).transformed(worldFromLocal);
     bounds_.extendBy(entry.box);
@@ -72,15 +72,15 @@ class PrimAccelerationModelImpl : public AccelerationModel {
 
   [[nodiscard]] ovo::Prim prim(std::size_t i) const { return entries_[i].mesh; }
   [[nodiscard]] std::size_t size() const override { return entries_.size(); }
-  [[nodiscard]] tarn::Box3<float> bounds(std::size_t i) const override { return entries_[i].box; }
-  [[nodiscard]] tarn::Box3<float> bounds() const override { return bounds_; }
+  [[nodiscard]] tarn::Box3f bounds(std::size_t i) const override { return entries_[i].box; }
+  [[nodiscard]] tarn::Box3f bounds() const override { return bounds_; }
 
   // Why no ray can hit an entry; empty when one can.
   [[nodiscard]] std::string whyNeverHit(std::size_t i) const {
     const Entry& entry = entries_[i];
     const char* const why = !entry.mesh.isValid() ? "it is no mesh"
                             : entry.box.isEmpty() ? "it has no points"
-                            : entry.localFromWorld == tarn::Mat4<float>(0.0f)
+                            : entry.localFromWorld == tarn::Mat4f(0.0f)
                                 ? "its placement has no inverse"
                                 : nullptr;
     return why ? entry.mesh.getPath().asString() + ": " + why : std::string();
@@ -94,15 +94,15 @@ class PrimAccelerationModelImpl : public AccelerationModel {
     return ctx.includedTypeNames.count(prim.getTypeName()) == 0;
   }
 
-  bool intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray, std::size_t i,
+  bool intersect(const IntersectionContext& ctx, const tarn::Ray3f& ray, std::size_t i,
                  CollisionResult& result) const override {
     if (exclude(ctx, i)) return false;
     const Entry& entry = entries_[i];
 
     // The direction is not normalised: a distance along the local ray is one along the given ray.
-    const tarn::Ray<float> local(entry.localFromWorld.transformPoint(ray.origin),
-                                 entry.localFromWorld.transformVector(ray.direction),
-                                 ray.minDistance, ray.maxDistance);
+    const tarn::Ray3f local(entry.localFromWorld.transformPoint(ray.origin),
+                            entry.localFromWorld.transformVector(ray.direction), ray.minDistance,
+                            ray.maxDistance);
 
     // Whether the prim is still a mesh is checked last: few rays get there, and the answer lies
     // elsewhere in memory.
@@ -133,11 +133,11 @@ class PrimAccelerationModelImpl : public AccelerationModel {
   };
   // In the order of use: most queries end after the matrix and the grid's box.
   struct alignas(64) Entry {
-    tarn::Mat4<float> localFromWorld;
+    tarn::Mat4f localFromWorld;
     mutable Ready ready;
     ovo::MeshPrim mesh;  // made from any prim; whether it is a mesh is checked at each hit
-    tarn::Box3<float> box;
-    tarn::Mat4<float> worldFromLocal;
+    tarn::Box3f box;
+    tarn::Mat4f worldFromLocal;
   };
 
   // The accelerator of a prim, built at its first use; null when the prim is no mesh.
@@ -176,7 +176,7 @@ class PrimAccelerationModelImpl : public AccelerationModel {
 
   std::vector<Entry> entries_;
   double time_;
-  tarn::Box3<float> bounds_;
+  tarn::Box3f bounds_;
   mutable std::mutex cacheMutex_;
   mutable std::map<ovo::Prim, std::unique_ptr<MeshAccelerator>> accelerators_;
   mutable std::unordered_multimap<std::uint64_t, std::shared_ptr<const MeshAccelerator::Block>>
@@ -203,10 +203,10 @@ void PrimAccelerationModel::addMeshPrims(const std::vector<ovo::MeshPrim>& meshe
 }
 
 void PrimAccelerationModel::addMeshPrims(const ovo::Prim& prim, double time) {
-  std::deque<std::pair<ovo::Prim, tarn::Mat4<double>>> queue;
+  std::deque<std::pair<ovo::Prim, tarn::Mat4d>> queue;
   // KEEP(walk-starts-at-identity): a start prim without a transform ignores what is above it. Hosts
   // hand such prims in as roots of their own.
-  tarn::Mat4<double> start;
+  tarn::Mat4d start;
   if (ovo::XformablePrim(prim).isValid()) start = ovo::XformCache(time).getLocalToWorld(prim);
   queue.emplace_back(prim, start);
 
@@ -264,9 +264,9 @@ std::size_t PrimAccelerationModel::addMeshPrims(const ovo::Prim& prim, double ti
 }
 
 std::size_t PrimAccelerationModel::size() const { return impl_->size(); }
-tarn::Box3<float> PrimAccelerationModel::bounds(std::size_t i) const { return impl_->bounds(i); }
-tarn::Box3<float> PrimAccelerationModel::bounds() const { return impl_->bounds(); }
-bool PrimAccelerationModel::intersect(const IntersectionContext& ctx, const tarn::Ray<float>& ray,
+tarn::Box3f PrimAccelerationModel::bounds(std::size_t i) const { return impl_->bounds(i); }
+tarn::Box3f PrimAccelerationModel::bounds() const { return impl_->bounds(); }
+bool PrimAccelerationModel::intersect(const IntersectionContext& ctx, const tarn::Ray3f& ray,
                                       std::size_t i, CollisionResult& result) const {
   return impl_->intersect(ctx, ray, i, result);
 }

@@ -23,9 +23,9 @@
 
 namespace vela_test {
 
-using tarn::Box3;
-using tarn::Ray;
-using tarn::Vec3;
+using tarn::Box3f;
+using tarn::Ray3f;
+using tarn::Vec3f;
 using vela::CollisionResult;
 
 constexpr float kInf = std::numeric_limits<float>::infinity();
@@ -39,7 +39,7 @@ inline std::uint32_t bitsOf(float v) {
   std::memcpy(&bits, &v, sizeof bits);
   return bits;
 }
-inline bool sameBits(const Vec3<float>& a, const Vec3<float>& b) {
+inline bool sameBits(const Vec3f& a, const Vec3f& b) {
   return bitsOf(a.x) == bitsOf(b.x) && bitsOf(a.y) == bitsOf(b.y) && bitsOf(a.z) == bitsOf(b.z);
 }
 inline bool sameRecord(const CollisionResult& a, const CollisionResult& b) {
@@ -47,7 +47,7 @@ inline bool sameRecord(const CollisionResult& a, const CollisionResult& b) {
          sameBits(a.position, b.position) && a.primitiveIndex == b.primitiveIndex &&
          a.faceIndex == b.faceIndex && a.hit == b.hit;
 }
-inline std::string show(const Ray<float>& r) {
+inline std::string show(const Ray3f& r) {
   char text[400];
   std::snprintf(text, sizeof text, "ray from %a %a %a along %a %a %a in %a %a",
                 static_cast<double>(r.origin.x), static_cast<double>(r.origin.y),
@@ -66,8 +66,8 @@ inline std::string show(const CollisionResult& c) {
 inline CollisionResult marked() {
   CollisionResult r;
   r.distance = -77.0f;
-  r.normal = Vec3<float>(1, 2, 3);
-  r.position = Vec3<float>(4, 5, 6);
+  r.normal = Vec3f(1, 2, 3);
+  r.position = Vec3f(4, 5, 6);
   r.primitiveIndex = 4711;
   r.faceIndex = -12;
   return r;
@@ -76,8 +76,8 @@ inline CollisionResult marked() {
 // ---- Plain rules
 
 /// The single-precision triangle test by components.
-inline bool plainTriangle(const Ray<float>& r, const Vec3<float>& a, const Vec3<float>& b,
-                          const Vec3<float>& c, CollisionResult& out) {
+inline bool plainTriangle(const Ray3f& r, const Vec3f& a, const Vec3f& b, const Vec3f& c,
+                          CollisionResult& out) {
   const float e1x = b.x - a.x, e1y = b.y - a.y, e1z = b.z - a.z, e2x = c.x - a.x, e2y = c.y - a.y,
               e2z = c.z - a.z;
   const float dx = r.direction.x, dy = r.direction.y, dz = r.direction.z;
@@ -94,13 +94,13 @@ inline bool plainTriangle(const Ray<float>& r, const Vec3<float>& a, const Vec3<
   const float t = (e2x * qx + e2y * qy + e2z * qz) * inv;
   if (!(t >= r.minDistance - 1e-5f) || !(r.maxDistance + 1e-5f >= t)) return false;
   out.distance = t;
-  out.position = Vec3<float>(r.origin.x + t * dx, r.origin.y + t * dy, r.origin.z + t * dz);
-  out.normal = Vec3<float>(e1y * e2z - e1z * e2y, e1z * e2x - e1x * e2z, e1x * e2y - e1y * e2x);
+  out.position = Vec3f(r.origin.x + t * dx, r.origin.y + t * dy, r.origin.z + t * dz);
+  out.normal = Vec3f(e1y * e2z - e1z * e2y, e1z * e2x - e1x * e2z, e1x * e2y - e1y * e2x);
   out.hit = true;
   return true;
 }
 
-inline bool plainBox(const Ray<float>& r, const Box3<float>& box, float& tNear, float& tFar) {
+inline bool plainBox(const Ray3f& r, const Box3f& box, float& tNear, float& tFar) {
   for (const std::size_t i : {0u, 1u, 2u})
     if (box.min[i] > box.max[i]) return false;
   float t0 = r.minDistance, t1 = r.maxDistance;
@@ -154,7 +154,7 @@ class PlainGrid {
     cells_.resize(std::size_t{res[0]} * res[1] * res[2]);
     isFilled_ = n * cells_.size() < 4000000;
     for (std::size_t p = 0; isFilled_ && p < n; ++p) {
-      const Box3<float> b = model.bounds(p);
+      const Box3f b = model.bounds(p);
       for (std::uint32_t z = cell(b.min.z - box_.min.z, 2); z <= cell(b.max.z - box_.min.z, 2); ++z)
         for (std::uint32_t y = cell(b.min.y - box_.min.y, 1); y <= cell(b.max.y - box_.min.y, 1);
              ++y)
@@ -169,7 +169,7 @@ class PlainGrid {
 
   std::uint32_t resolution(std::size_t axis) const { return res_[axis]; }
 
-  bool intersect(const vela::IntersectionContext& ctx, const Ray<float>& ray,
+  bool intersect(const vela::IntersectionContext& ctx, const Ray3f& ray,
                  CollisionResult& result) const {
     if (cells_.empty()) return false;
     float t0 = 0, t1 = 0;
@@ -199,7 +199,7 @@ class PlainGrid {
       if (!isFilled_) {
         // Lists that would take too much memory are made anew at each step.
         for (std::size_t p = 0; p < model_.size(); ++p) {
-          const Box3<float> b = model_.bounds(p);
+          const Box3f b = model_.bounds(p);
           bool touches = true;
           for (const std::size_t i : {0u, 1u, 2u})
             touches = touches && cell(b.min[i] - box_.min[i], i) <= at[i] &&
@@ -241,7 +241,7 @@ class PlainGrid {
   }
 
   const vela::AccelerationModel& model_;
-  Box3<float> box_;
+  Box3f box_;
   std::uint32_t res_[3] = {};
   float size_[3] = {};
   bool isFilled_ = false;
@@ -250,7 +250,7 @@ class PlainGrid {
 
 /// The nearest hit strictly inside the range over all primitives, without boxes; of equal ones the
 /// first.
-inline bool plainNearest(const vela::AccelerationModel& model, const Ray<float>& ray,
+inline bool plainNearest(const vela::AccelerationModel& model, const Ray3f& ray,
                          CollisionResult& result) {
   const vela::IntersectionContext ctx;
   float best = ray.maxDistance;
@@ -276,19 +276,19 @@ class RayMaker {
   RayMaker(const SampleMesh& mesh, unsigned seed) : mesh_(mesh), random_(seed) {
     for (const auto& p : mesh.points)
       if (std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z)) box_.extendBy(p);
-    if (box_.isEmpty()) box_ = Box3<float>(Vec3<float>(-1.0f), Vec3<float>(1.0f));
+    if (box_.isEmpty()) box_ = Box3f(Vec3f(-1.0f), Vec3f(1.0f));
     size_ = std::max(
         {box_.max.x - box_.min.x, box_.max.y - box_.min.y, box_.max.z - box_.min.z, 1e-3f});
     if (!(size_ < kMax)) size_ = 1e30f;
   }
 
-  Ray<float> ordinary() {
-    const Vec3<float> from = around(1.5f), to = around(0.6f);
-    return Ray<float>(from, pick(2) ? to - from : (to - from).normalized());
+  Ray3f ordinary() {
+    const Vec3f from = around(1.5f), to = around(0.6f);
+    return Ray3f(from, pick(2) ? to - from : (to - from).normalized());
   }
 
-  Ray<float> hostile() {
-    Ray<float> ray = ordinary();
+  Ray3f hostile() {
+    Ray3f ray = ordinary();
     switch (pick(9)) {
       case 0: ray.direction = meshPoint() - ray.origin; break;  // through a vertex
       case 1: ray = between(meshPoint(), meshPoint()); break;   // along or between vertices
@@ -320,21 +320,20 @@ class RayMaker {
  private:
   unsigned pick(unsigned n) { return static_cast<unsigned>(random_() % n); }
   float unit() { return static_cast<float>(random_() % 100001u) / 100000.0f; }
-  Vec3<float> around(float reach) {
-    const Vec3<float> centre = box_.min * 0.5f + box_.max * 0.5f;
-    return centre +
-           Vec3<float>(unit() - 0.5f, unit() - 0.5f, unit() - 0.5f) * (2.0f * reach * size_);
+  Vec3f around(float reach) {
+    const Vec3f centre = box_.min * 0.5f + box_.max * 0.5f;
+    return centre + Vec3f(unit() - 0.5f, unit() - 0.5f, unit() - 0.5f) * (2.0f * reach * size_);
   }
-  Vec3<float> meshPoint() {
+  Vec3f meshPoint() {
     return mesh_.points.empty() ? around(0.5f)
                                 : mesh_.points[pick(static_cast<unsigned>(mesh_.points.size()))];
   }
-  Vec3<float> edgePoint() {
-    const Vec3<float> a = meshPoint(), b = meshPoint();
+  Vec3f edgePoint() {
+    const Vec3f a = meshPoint(), b = meshPoint();
     return a + (b - a) * (pick(2) ? 0.5f : unit());
   }
-  Vec3<float> cellCorner() {
-    Vec3<float> p;
+  Vec3f cellCorner() {
+    Vec3f p;
     for (const std::size_t i : {0u, 1u, 2u}) {
       // The resolution that a grid over this mesh is likely to have, and others.
       const float cells = static_cast<float>(1 + pick(64)), at = static_cast<float>(pick(65));
@@ -343,27 +342,27 @@ class RayMaker {
     }
     return p;
   }
-  Ray<float> between(const Vec3<float>& a, const Vec3<float>& b) {
-    return Ray<float>(a - (b - a) * static_cast<float>(pick(3)), b - a);
+  Ray3f between(const Vec3f& a, const Vec3f& b) {
+    return Ray3f(a - (b - a) * static_cast<float>(pick(3)), b - a);
   }
-  Ray<float> axisParallel(const Vec3<float>& through) {
-    Vec3<float> direction;
+  Ray3f axisParallel(const Vec3f& through) {
+    Vec3f direction;
     const std::size_t axis = pick(3);
     direction[axis] = pick(2) ? 1.0f : -1.0f;
     if (pick(3) == 0) direction[(axis + 1) % 3] = pick(2) ? 1.0f : -1.0f;
-    return Ray<float>(through - direction * (pick(2) ? size_ : 0.0f), direction);
+    return Ray3f(through - direction * (pick(2) ? size_ : 0.0f), direction);
   }
-  Ray<float> inPlane() {
+  Ray3f inPlane() {
     if (mesh_.counts.empty()) return ordinary();
-    const Vec3<float> a = meshPoint(), b = meshPoint(), c = meshPoint();
-    const Vec3<float> from = a + (b - a) * (unit() * 3.0f - 1.0f),
-                      to = a + (c - a) * (unit() * 3.0f - 1.0f);
+    const Vec3f a = meshPoint(), b = meshPoint(), c = meshPoint();
+    const Vec3f from = a + (b - a) * (unit() * 3.0f - 1.0f),
+                to = a + (c - a) * (unit() * 3.0f - 1.0f);
     return between(from, to);
   }
 
   const SampleMesh& mesh_;
   std::mt19937 random_;
-  Box3<float> box_;
+  Box3f box_;
   float size_ = 1.0f;
 };
 

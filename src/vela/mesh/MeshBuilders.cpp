@@ -13,8 +13,9 @@ namespace vela {
 
 namespace {
 
-using tarn::Vec2;
-using tarn::Vec3;
+using tarn::Vec2f;
+using tarn::Vec3d;
+using tarn::Vec3f;
 
 // Counts come as unsigned ints, and products of three of them pass 64 bits: factors are taken in
 // one by one and refused as soon as the product passes what an index can name.
@@ -33,7 +34,7 @@ float ratio(std::size_t part, std::size_t whole) {
 
 // From a to b; the ends themselves where t is all but there. Weighed as a blend of two transforms
 // weighs (RayContext), so that patches and moving rays round alike.
-Vec3<float> lerpSnapped(const Vec3<float>& a, const Vec3<float>& b, float t) {
+Vec3f lerpSnapped(const Vec3f& a, const Vec3f& b, float t) {
   if (t < std::numeric_limits<float>::epsilon()) return a;
   if (t > 0.9999999f) return b;
   return a * (1.0f - t) + b * t;
@@ -41,10 +42,9 @@ Vec3<float> lerpSnapped(const Vec3<float>& a, const Vec3<float>& b, float t) {
 
 }  // namespace
 
-void buildRectQuadMesh(MeshSample& mesh, const Vec3<float>& p0, const Vec3<float>& p1,
-                       const Vec3<float>& p2, const Vec3<float>& p3, unsigned int rows,
-                       unsigned int columns, bool buildFaces, bool buildPoints, bool buildNormals,
-                       bool buildUVs) {
+void buildRectQuadMesh(MeshSample& mesh, const Vec3f& p0, const Vec3f& p1, const Vec3f& p2,
+                       const Vec3f& p3, unsigned int rows, unsigned int columns, bool buildFaces,
+                       bool buildPoints, bool buildNormals, bool buildUVs) {
   if (rows == 0 || columns == 0) return;
   const std::size_t nRows = rows, nColumns = columns;
   const std::size_t width = nColumns + 1;
@@ -65,7 +65,7 @@ void buildRectQuadMesh(MeshSample& mesh, const Vec3<float>& p0, const Vec3<float
 
   if (buildPoints) {
     mesh.points.resize(nPoints);
-    Vec3<float>* out = mesh.points.data();
+    Vec3f* out = mesh.points.data();
     for (std::size_t i = 0; i <= nRows; ++i) {
       const float t = ratio(i, nRows);
       for (std::size_t j = 0; j <= nColumns; ++j) {
@@ -77,16 +77,16 @@ void buildRectQuadMesh(MeshSample& mesh, const Vec3<float>& p0, const Vec3<float
 
   if (buildUVs) {
     mesh.uvs.resize(nPoints);
-    Vec2<float>* out = mesh.uvs.data();
+    Vec2f* out = mesh.uvs.data();
     for (std::size_t i = 0; i <= nRows; ++i)
       for (std::size_t j = 0; j <= nColumns; ++j)
-        *out++ = Vec2<float>(ratio(j, nColumns), ratio(i, nRows));
+        *out++ = Vec2f(ratio(j, nColumns), ratio(i, nRows));
   }
 
   if (buildNormals) mesh.normals.assign(nVerts, areaVector(p0, p1, p3).normalized());
 }
 
-void buildCube(MeshSample& mesh, const tarn::Box3<double>& box, unsigned int sideDivisions,
+void buildCube(MeshSample& mesh, const tarn::Box3d& box, unsigned int sideDivisions,
                unsigned int capDivisions, bool buildFaces, bool buildPoints, bool buildNormals,
                bool buildUVs, bool sharedPoints) {
   if (sideDivisions == 0 || capDivisions == 0) return;
@@ -104,9 +104,9 @@ void buildCube(MeshSample& mesh, const tarn::Box3<double>& box, unsigned int sid
 
   if (buildPoints) {
     mesh.points.resize(nPoints);
-    Vec3<float>* out = mesh.points.data();
-    const Vec3<float> min(box.min), max(box.max);
-    const Vec3<double> extent = box.max - box.min;
+    Vec3f* out = mesh.points.data();
+    const Vec3f min(box.min), max(box.max);
+    const Vec3d extent = box.max - box.min;
     const float dx = static_cast<float>(extent.x) / static_cast<float>(cap);
     const float dy = static_cast<float>(extent.y) / static_cast<float>(side);
     const float dz = static_cast<float>(extent.z) / static_cast<float>(cap);
@@ -118,20 +118,20 @@ void buildCube(MeshSample& mesh, const tarn::Box3<double>& box, unsigned int sid
     };
     for (std::size_t i = 0; i <= side; ++i)  // front
       for (std::size_t j = 0; j <= cap; ++j)
-        *out++ = Vec3<float>(up(min.x, j, dx), up(min.y, i, dy), max.z);
+        *out++ = Vec3f(up(min.x, j, dx), up(min.y, i, dy), max.z);
     for (std::size_t i = 0; i <= side; ++i)  // back
       for (std::size_t j = 0; j <= cap; ++j)
-        *out++ = Vec3<float>(down(max.x, j, dx), up(min.y, i, dy), min.z);
+        *out++ = Vec3f(down(max.x, j, dx), up(min.y, i, dy), min.z);
     for (std::size_t i = 0; i <= side; ++i)  // right
       for (std::size_t j = s; j <= cap - s; ++j)
-        *out++ = Vec3<float>(max.x, up(min.y, i, dy), down(max.z, j, dz));
+        *out++ = Vec3f(max.x, up(min.y, i, dy), down(max.z, j, dz));
     for (std::size_t i = 0; i <= side; ++i)  // left
       for (std::size_t j = s; j <= cap - s; ++j)
-        *out++ = Vec3<float>(min.x, up(min.y, i, dy), up(min.z, j, dz));
+        *out++ = Vec3f(min.x, up(min.y, i, dy), up(min.z, j, dz));
     for (const float y : {max.y, min.y})  // top, bottom
       for (std::size_t k = s; k <= cap - s; ++k)
         for (std::size_t j = s; j <= cap - s; ++j)
-          *out++ = Vec3<float>(up(min.x, j, dx), y, down(max.z, k, dz));
+          *out++ = Vec3f(up(min.x, j, dx), y, down(max.z, k, dz));
   }
 
   if (buildFaces) {
@@ -191,10 +191,10 @@ void buildCube(MeshSample& mesh, const tarn::Box3<double>& box, unsigned int sid
         for (std::size_t r = 0; r < nRows; ++r)
           for (std::size_t c = 0; c < cap; ++c) {
             const float u = at(c, du), v = at(r, step);
-            mesh.uvs.push_back(Vec2<float>(u, v));
-            mesh.uvs.push_back(Vec2<float>(u + du, v));
-            mesh.uvs.push_back(Vec2<float>(u + du, v + step));
-            mesh.uvs.push_back(Vec2<float>(u, v + step));
+            mesh.uvs.push_back(Vec2f(u, v));
+            mesh.uvs.push_back(Vec2f(u + du, v));
+            mesh.uvs.push_back(Vec2f(u + du, v + step));
+            mesh.uvs.push_back(Vec2f(u, v + step));
           }
       };
       for (int face = 0; face < 4; ++face) addQuads(side, dv);
@@ -203,14 +203,12 @@ void buildCube(MeshSample& mesh, const tarn::Box3<double>& box, unsigned int sid
       mesh.uvs.reserve(mesh.uvs.size() + nPoints);
       for (int face = 0; face < 4; ++face)
         for (std::size_t r = 0; r <= side; ++r)
-          for (std::size_t c = 0; c <= cap; ++c)
-            mesh.uvs.push_back(Vec2<float>(at(c, du), at(r, dv)));
+          for (std::size_t c = 0; c <= cap; ++c) mesh.uvs.push_back(Vec2f(at(c, du), at(r, dv)));
+      for (std::size_t r = 0; r <= cap; ++r)
+        for (std::size_t c = 0; c <= cap; ++c) mesh.uvs.push_back(Vec2f(at(c, du), at(r, du)));
       for (std::size_t r = 0; r <= cap; ++r)
         for (std::size_t c = 0; c <= cap; ++c)
-          mesh.uvs.push_back(Vec2<float>(at(c, du), at(r, du)));
-      for (std::size_t r = 0; r <= cap; ++r)
-        for (std::size_t c = 0; c <= cap; ++c)
-          mesh.uvs.push_back(Vec2<float>(at(c, du), 1.0f - at(r, du)));
+          mesh.uvs.push_back(Vec2f(at(c, du), 1.0f - at(r, du)));
     }
   }
 
@@ -218,27 +216,26 @@ void buildCube(MeshSample& mesh, const tarn::Box3<double>& box, unsigned int sid
     const std::size_t before = mesh.normals.size(), sideVerts = side * cap * 4,
                       capVerts = cap * cap * 4;
     mesh.normals.reserve(before + nVerts);
-    const auto append = [&](std::size_t count, const Vec3<float>& normal) {
+    const auto append = [&](std::size_t count, const Vec3f& normal) {
       mesh.normals.resize(mesh.normals.size() + count, normal);
     };
-    append(sideVerts, Vec3<float>(0, 0, 1));
-    append(sideVerts, Vec3<float>(0, 0, -1));
-    append(sideVerts, Vec3<float>(1, 0, 0));
-    append(sideVerts, Vec3<float>(-1, 0, 0));
-    append(capVerts, Vec3<float>(0, 1, 0));
-    append(capVerts, Vec3<float>(0, -1, 0));
+    append(sideVerts, Vec3f(0, 0, 1));
+    append(sideVerts, Vec3f(0, 0, -1));
+    append(sideVerts, Vec3f(1, 0, 0));
+    append(sideVerts, Vec3f(-1, 0, 0));
+    append(capVerts, Vec3f(0, 1, 0));
+    append(capVerts, Vec3f(0, -1, 0));
   }
 }
 
 void buildRevolveMeshPoints(MeshSample& mesh, unsigned int rows, unsigned int columns,
                             std::function<float(int)> radius, std::function<float(int)> height,
-                            const Vec3<float>& scale, bool topCap, bool bottomCap,
-                            bool shareCapRings) {
+                            const Vec3f& scale, bool topCap, bool bottomCap, bool shareCapRings) {
   if (mesh.points.empty() || !radius || !height) return;
-  Vec3<float>* const points = mesh.points.data();
+  Vec3f* const points = mesh.points.data();
   const std::size_t size = mesh.points.size();
   std::size_t written = 0;
-  const auto write = [&](const Vec3<float>& p) {
+  const auto write = [&](const Vec3f& p) {
     if (written < size) points[written++] = p;
   };
 
@@ -249,13 +246,13 @@ void buildRevolveMeshPoints(MeshSample& mesh, unsigned int rows, unsigned int co
     const std::size_t n = std::min<std::size_t>(columns, size - written);
     for (std::size_t k = 0; k < n; ++k) {
       const float a = static_cast<float>(k) * step;
-      points[written++] = Vec3<float>(std::sin(a) * r * scale.x, y, std::cos(a) * r * scale.z);
+      points[written++] = Vec3f(std::sin(a) * r * scale.x, y, std::cos(a) * r * scale.z);
     }
   };
   const auto writePole = [&](int end, int beyond) {
     if (written == size) return;
     const int row = radius(end) == radius(beyond) ? end : beyond;
-    write(Vec3<float>(0, height(row) * scale.y, 0));
+    write(Vec3f(0, height(row) * scale.y, 0));
   };
 
   const int last = static_cast<int>(std::min<std::size_t>(rows, kMaxCount - 1));
@@ -273,10 +270,10 @@ void buildRevolveMeshPoints(MeshSample& mesh, unsigned int rows, unsigned int co
 void buildRevolveMeshUVs(MeshSample& mesh, unsigned int rows, unsigned int columns, float sweepU,
                          float sweepV, bool topCap, bool bottomCap, bool topPole, bool bottomPole) {
   if (mesh.uvs.empty()) return;
-  Vec2<float>* out = mesh.uvs.data();
-  Vec2<float>* const end = out + mesh.uvs.size();
+  Vec2f* out = mesh.uvs.data();
+  Vec2f* const end = out + mesh.uvs.size();
   const auto write = [&](float u, float v) {
-    if (out != end) *out++ = Vec2<float>(u, v);
+    if (out != end) *out++ = Vec2f(u, v);
   };
 
   const float spanU = 360.0f / sweepU, spanV = 180.0f / sweepV;
@@ -344,29 +341,29 @@ void forEachRevolveVertex(const MeshSample& mesh, unsigned int rows, unsigned in
 // normals of the unit shape; those of the stretched surface would need a second division. Shapes
 // made so far are shaded by them, and stay as they look.
 void buildCylinderMeshNormals(MeshSample& mesh, unsigned int rows, unsigned int columns,
-                              const Vec3<float>& scale, bool topCap, bool bottomCap) {
+                              const Vec3f& scale, bool topCap, bool bottomCap) {
   if (mesh.nVerts() == 0 || mesh.points.empty() || mesh.normals.empty()) return;
-  Vec3<float>* const normals = mesh.normals.data();
-  const Vec3<float>* const points = mesh.pointLocations();
+  Vec3f* const normals = mesh.normals.data();
+  const Vec3f* const points = mesh.pointLocations();
   const std::int32_t* const indices = mesh.faceVertPointIndices();
   const auto nPoints = static_cast<std::int64_t>(mesh.nPoints());
-  const Vec3<float> down = (Vec3<float>(0, -1, 0) / scale).normalized();
-  const Vec3<float> up = (Vec3<float>(0, 1, 0) / scale).normalized();
+  const Vec3f down = (Vec3f(0, -1, 0) / scale).normalized();
+  const Vec3f up = (Vec3f(0, 1, 0) / scale).normalized();
   forEachRevolveVertex(mesh, rows, columns, topCap, bottomCap, [&](std::size_t i, int part) {
     if (part != 0) {
       normals[i] = part < 0 ? down : up;
     } else if (indices[i] >= 0 && indices[i] < nPoints) {
-      const Vec3<float>& p = points[indices[i]];
-      normals[i] = (Vec3<float>(p.x, 0, p.z) / scale).normalized();
+      const Vec3f& p = points[indices[i]];
+      normals[i] = (Vec3f(p.x, 0, p.z) / scale).normalized();
     }
   });
 }
 
 void buildSphereMeshNormals(MeshSample& mesh, unsigned int rows, unsigned int columns,
-                            const Vec3<float>& scale, bool topCap, bool bottomCap) {
+                            const Vec3f& scale, bool topCap, bool bottomCap) {
   if (mesh.nVerts() == 0 || mesh.points.empty() || mesh.normals.empty()) return;
-  Vec3<float>* const normals = mesh.normals.data();
-  const Vec3<float>* const points = mesh.pointLocations();
+  Vec3f* const normals = mesh.normals.data();
+  const Vec3f* const points = mesh.pointLocations();
   const std::int32_t* const indices = mesh.faceVertPointIndices();
   const auto nPoints = static_cast<std::int64_t>(mesh.nPoints());
   forEachRevolveVertex(mesh, rows, columns, topCap, bottomCap, [&](std::size_t i, int) {
@@ -417,11 +414,11 @@ void buildRevolveMesh(MeshSample& mesh, const RevolveShape& shape) {
   mesh.uvs.resize(mesh.nVerts());
   buildRevolveMeshUVs(mesh, shape.rows, shape.columns, shape.sweepU, shape.sweepV, shape.topCap,
                       shape.bottomCap, shape.topPole, shape.bottomPole);
-  mesh.normals.assign(mesh.nVerts(), Vec3<float>());
+  mesh.normals.assign(mesh.nVerts(), Vec3f());
 }
 
 void buildCylinderMesh(MeshSample& mesh, unsigned int rows, unsigned int columns,
-                       const Vec3<float>& scale, bool topCap, bool bottomCap, bool shareCapRings) {
+                       const Vec3f& scale, bool topCap, bool bottomCap, bool shareCapRings) {
   if (rows == 0) return;
   RevolveShape shape;
   shape.rows = rows;
@@ -439,7 +436,7 @@ void buildCylinderMesh(MeshSample& mesh, unsigned int rows, unsigned int columns
 }
 
 void buildSphereMesh(MeshSample& mesh, unsigned int rows, unsigned int columns,
-                     const Vec3<float>& scale) {
+                     const Vec3f& scale) {
   if (rows < 2) return;
   // The caps are the first and the last band: rings lie between the poles, which are one row
   // beyond either end.

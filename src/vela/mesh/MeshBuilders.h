@@ -29,9 +29,8 @@ namespace vela {
 /// \param buildNormals  replaces the normals: one a face-vertex, all (p1 - p0) x (p3 - p0)
 ///                      normalised
 /// \param buildUVs      replaces the uvs: one a point, (j / columns, i / rows)
-VELA_API void buildRectQuadMesh(MeshSample& mesh, const tarn::Vec3<float>& p0,
-                                const tarn::Vec3<float>& p1, const tarn::Vec3<float>& p2,
-                                const tarn::Vec3<float>& p3, unsigned int rows,
+VELA_API void buildRectQuadMesh(MeshSample& mesh, const tarn::Vec3f& p0, const tarn::Vec3f& p1,
+                                const tarn::Vec3f& p2, const tarn::Vec3f& p3, unsigned int rows,
                                 unsigned int columns, bool buildFaces, bool buildPoints,
                                 bool buildNormals, bool buildUVs);
 
@@ -50,7 +49,7 @@ VELA_API void buildRectQuadMesh(MeshSample& mesh, const tarn::Vec3<float>& p0,
 ///                      without; v of the bottom runs in reverse without
 /// \param sharedPoints  faces share the points of edges and corners (8 for one division), else each
 ///                      has its own (24)
-VELA_API void buildCube(MeshSample& mesh, const tarn::Box3<double>& box, unsigned int sideDivisions,
+VELA_API void buildCube(MeshSample& mesh, const tarn::Box3d& box, unsigned int sideDivisions,
                         unsigned int capDivisions, bool buildFaces, bool buildPoints,
                         bool buildNormals, bool buildUVs, bool sharedPoints);
 
@@ -101,9 +100,8 @@ VELA_API void buildCylinderMesh(MeshSample& mesh, unsigned int rows, unsigned in
 /// \param shareCapRings  caps use the first and the last ring instead of copies of their own
 VELA_API void buildRevolveMeshPoints(MeshSample& mesh, unsigned int rows, unsigned int columns,
                                      std::function<float(int)> radius,
-                                     std::function<float(int)> height,
-                                     const tarn::Vec3<float>& scale, bool topCap, bool bottomCap,
-                                     bool shareCapRings);
+                                     std::function<float(int)> height, const tarn::Vec3f& scale,
+                                     bool topCap, bool bottomCap, bool shareCapRings);
 
 /// Writes one UV a face-vertex. A sweep of 360 by 180 degrees covers [0, 1] x [0, 1]; the texture
 /// of a smaller one is cut off evenly around the middle.
@@ -118,14 +116,14 @@ VELA_API void buildRevolveMeshUVs(MeshSample& mesh, unsigned int rows, unsigned 
 /// (x, 0, z) of the corner's point on the bands and straight down or up on the caps. Nothing
 /// happens without points or face-vertices.
 VELA_API void buildCylinderMeshNormals(MeshSample& mesh, unsigned int rows, unsigned int columns,
-                                       const tarn::Vec3<float>& scale, bool topCap, bool bottomCap);
+                                       const tarn::Vec3f& scale, bool topCap, bool bottomCap);
 
 /// Writes normals from the points of a unit sphere that was scaled: normalise(p / scale) of the
 /// corner's point. As on the cylinder they are those of the unit shape: exact where the scale is
 /// the same along all axes. Elements beyond the last face-vertex are divided and normalised as they
 /// are. Nothing happens without points or face-vertices.
 VELA_API void buildSphereMeshNormals(MeshSample& mesh, unsigned int rows, unsigned int columns,
-                                     const tarn::Vec3<float>& scale, bool topCap, bool bottomCap);
+                                     const tarn::Vec3f& scale, bool topCap, bool bottomCap);
 
 /// Replaces the faces by those that the others expect, for points laid out by
 /// buildRevolveMeshPoints. allTriangles and allQuads start cleared and end as addTri and addQuad

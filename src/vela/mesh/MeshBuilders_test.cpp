@@ -14,14 +14,15 @@
 
 namespace {
 
-using tarn::Box3;
-using tarn::Vec2;
-using tarn::Vec3;
+using tarn::Box3d;
+using tarn::Vec2f;
+using tarn::Vec3d;
+using tarn::Vec3f;
 using vela::MeshSample;
 
-const Box3<double> kBox(Vec3<double>(-1, -2, -3), Vec3<double>(3, 4, 5));
+const Box3d kBox(Vec3d(-1, -2, -3), Vec3d(3, 4, 5));
 
-MeshSample cube(unsigned side, unsigned cap, bool shared, const Box3<double>& box = kBox) {
+MeshSample cube(unsigned side, unsigned cap, bool shared, const Box3d& box = kBox) {
   MeshSample mesh;
   vela::buildCube(mesh, box, side, cap, true, true, true, true, shared);
   return mesh;
@@ -70,7 +71,7 @@ Measures measure(const vela::MeshTopology& t) {
   std::map<std::pair<int, int>, int> directed;
   for (const auto face : t.faces()) {
     const auto P = [&](std::size_t k) {
-      return Vec3<double>(t.points[static_cast<std::size_t>(face[k])]);
+      return Vec3d(t.points[static_cast<std::size_t>(face[k])]);
     };
     for (std::size_t k = 1; k + 1 < face.size(); ++k) {
       const auto n = cross(P(k) - P(0), P(k + 1) - P(0));
@@ -92,9 +93,9 @@ void expectNormalsOutward(const MeshSample& m, double least) {
   ASSERT_EQ(m.normals.size(), m.nVerts());
   for (const auto face : topologyOf(m).faces()) {
     const auto P = [&](std::size_t k) { return m.points[static_cast<std::size_t>(face[k])]; };
-    const Vec3<float> n = cross(P(2) - P(0), P(face.size() - 1) - P(1)).normalized();
+    const Vec3f n = cross(P(2) - P(0), P(face.size() - 1) - P(1)).normalized();
     for (std::size_t k = 0; k < face.size(); ++k) {
-      const Vec3<float> normal = m.normals[face.firstVertex() + k];
+      const Vec3f normal = m.normals[face.firstVertex() + k];
       EXPECT_NEAR(normal.length(), 1.0f, 1e-6f);
       if (n.length() > 0) {
         EXPECT_GT(dot(normal, face.size() == 3 ? cross(P(1) - P(0), P(2) - P(0)).normalized() : n),
@@ -106,20 +107,20 @@ void expectNormalsOutward(const MeshSample& m, double least) {
 
 TEST(BuildRectQuadMesh, OneQuadHasTheCornersInRows) {
   MeshSample m;
-  const Vec3<float> p0(0, 0, 0), p1(2, 0, 0), p2(3, 5, 1), p3(0, 4, 0);
+  const Vec3f p0(0, 0, 0), p1(2, 0, 0), p2(3, 5, 1), p3(0, 4, 0);
   vela::buildRectQuadMesh(m, p0, p1, p2, p3, 1, 1, true, true, true, true);
-  EXPECT_EQ(m.points, (ovo::Array<Vec3<float>>{p0, p1, p3, p2}));
+  EXPECT_EQ(m.points, (ovo::Array<Vec3f>{p0, p1, p3, p2}));
   EXPECT_EQ(indices(m), (std::vector<int>{0, 1, 3, 2}));
   EXPECT_EQ(m.vertsPerFace()[0], 4);
   EXPECT_TRUE(m.allQuads);
   EXPECT_FALSE(m.allTriangles);
-  EXPECT_EQ(m.uvs, (ovo::Array<Vec2<float>>{{0, 0}, {1, 0}, {0, 1}, {1, 1}}));
-  EXPECT_EQ(m.normals, ovo::Array<Vec3<float>>(4, Vec3<float>(0, 0, 1)));
+  EXPECT_EQ(m.uvs, (ovo::Array<Vec2f>{{0, 0}, {1, 0}, {0, 1}, {1, 1}}));
+  EXPECT_EQ(m.normals, ovo::Array<Vec3f>(4, Vec3f(0, 0, 1)));
 }
 
 TEST(BuildRectQuadMesh, AParameterOfOneGivesTheCornerItself) {
   MeshSample m;
-  const Vec3<float> p0(0.1f, 0.7f, 1e-8f), p1(1e8f, 0.3f, 0.9f), p2(-0.3f, 7.1f, 1e7f),
+  const Vec3f p0(0.1f, 0.7f, 1e-8f), p1(1e8f, 0.3f, 0.9f), p2(-0.3f, 7.1f, 1e7f),
       p3(0.6f, 1e-3f, 0.2f);
   for (const unsigned n : {1u, 3u, 7u, 49u}) {
     vela::buildRectQuadMesh(m, p0, p1, p2, p3, n, n, false, true, false, false);
@@ -133,7 +134,7 @@ TEST(BuildRectQuadMesh, AParameterOfOneGivesTheCornerItself) {
 
 TEST(BuildRectQuadMesh, PointsAreWeighedSumsAlongTheRowAndThenAcross) {
   MeshSample m;
-  const Vec3<float> p0(0.1f, 0.7f, -3.3f), p1(10.3f, 0.3f, 0.9f), p2(-0.3f, 7.1f, 11.7f),
+  const Vec3f p0(0.1f, 0.7f, -3.3f), p1(10.3f, 0.3f, 0.9f), p2(-0.3f, 7.1f, 11.7f),
       p3(0.6f, 1e-3f, 0.2f);
   const auto blend = [](float a, float b, float t) {
     return t == 0 ? a : t == 1 ? b : a * (1.0f - t) + b * t;
@@ -183,8 +184,8 @@ TEST(BuildRectQuadMesh, BuildingAgainReplacesEverything) {
     vela::buildRectQuadMesh(m, {}, {4, 0, 0}, {4, 2, 0}, {0, 2, 0}, 2, 4, true, true, true, true);
   EXPECT_EQ(m.nFaces(), 8u);
   EXPECT_EQ(m.normals.size(), 32u);
-  EXPECT_EQ(m.points[6], Vec3<float>(1, 1, 0));
-  EXPECT_EQ(m.uvs[6], Vec2<float>(0.25f, 0.5f));
+  EXPECT_EQ(m.points[6], Vec3f(1, 1, 0));
+  EXPECT_EQ(m.uvs[6], Vec2f(0.25f, 0.5f));
   EXPECT_TRUE(m.allQuads);
   EXPECT_FALSE(m.allTriangles);
   EXPECT_EQ(std::vector<int>(m.faceVertPointIndices() + 4 * 5, m.faceVertPointIndices() + 4 * 6),
@@ -222,14 +223,14 @@ TEST(BuildCube, OneDivisionEachHasSixQuadsAndEightPointsSharedOr24) {
 
 TEST(BuildCube, SharedPointsOfOneDivisionAreTheFrontAndTheBack) {
   const MeshSample m = cube(1, 1, true);
-  EXPECT_EQ(m.points, (ovo::Array<Vec3<float>>{{-1, -2, 5},
-                                               {3, -2, 5},
-                                               {-1, 4, 5},
-                                               {3, 4, 5},
-                                               {3, -2, -3},
-                                               {-1, -2, -3},
-                                               {3, 4, -3},
-                                               {-1, 4, -3}}));
+  EXPECT_EQ(m.points, (ovo::Array<Vec3f>{{-1, -2, 5},
+                                         {3, -2, 5},
+                                         {-1, 4, 5},
+                                         {3, 4, 5},
+                                         {3, -2, -3},
+                                         {-1, -2, -3},
+                                         {3, 4, -3},
+                                         {-1, 4, -3}}));
   EXPECT_EQ(indices(m), (std::vector<int>{0, 1, 3, 2, 4, 5, 7, 6, 1, 4, 6, 3,
                                           5, 0, 2, 7, 2, 3, 6, 7, 5, 4, 1, 0}));
 }
@@ -247,9 +248,8 @@ TEST(BuildCube, CountsFollowTheFormulasForAllDivisions) {
       EXPECT_EQ(shared.normals, own.normals);
       // The same corner positions either way, in the same order.
       for (std::size_t i = 0; i < own.nVerts(); ++i) {
-        const Vec3<float> a = own.points[static_cast<std::size_t>(own.faceVertPointIndices()[i])];
-        const Vec3<float> b =
-            shared.points[static_cast<std::size_t>(shared.faceVertPointIndices()[i])];
+        const Vec3f a = own.points[static_cast<std::size_t>(own.faceVertPointIndices()[i])];
+        const Vec3f b = shared.points[static_cast<std::size_t>(shared.faceVertPointIndices()[i])];
         for (std::size_t k = 0; k < 3; ++k)
           ASSERT_NEAR(a[k], b[k], 1e-5f) << side << ' ' << cap << ' ' << i;
       }
@@ -274,15 +274,15 @@ TEST(BuildCube, IsClosedWithTheVolumeAndAreaOfTheBox) {
 }
 
 TEST(BuildCube, PointsWithoutSharingComeFaceByFaceAndRowByRow) {
-  const MeshSample m = cube(2, 2, false, Box3<double>(Vec3<double>(0), Vec3<double>(2)));
+  const MeshSample m = cube(2, 2, false, Box3d(Vec3d(0), Vec3d(2)));
   const std::size_t grid = 9;
-  EXPECT_EQ(m.points[0], Vec3<float>(0, 0, 2));
-  EXPECT_EQ(m.points[5], Vec3<float>(2, 1, 2)) << "front: x first, then up";
-  EXPECT_EQ(m.points[grid], Vec3<float>(2, 0, 0)) << "back: from x max";
-  EXPECT_EQ(m.points[2 * grid + 1], Vec3<float>(2, 0, 1)) << "right: from z max";
-  EXPECT_EQ(m.points[3 * grid + 1], Vec3<float>(0, 0, 1)) << "left: from z min";
-  EXPECT_EQ(m.points[4 * grid + 3], Vec3<float>(0, 2, 1)) << "top: rows from z max";
-  EXPECT_EQ(m.points[5 * grid + 8], Vec3<float>(2, 0, 0));
+  EXPECT_EQ(m.points[0], Vec3f(0, 0, 2));
+  EXPECT_EQ(m.points[5], Vec3f(2, 1, 2)) << "front: x first, then up";
+  EXPECT_EQ(m.points[grid], Vec3f(2, 0, 0)) << "back: from x max";
+  EXPECT_EQ(m.points[2 * grid + 1], Vec3f(2, 0, 1)) << "right: from z max";
+  EXPECT_EQ(m.points[3 * grid + 1], Vec3f(0, 0, 1)) << "left: from z min";
+  EXPECT_EQ(m.points[4 * grid + 3], Vec3f(0, 2, 1)) << "top: rows from z max";
+  EXPECT_EQ(m.points[5 * grid + 8], Vec3f(2, 0, 0));
   const auto faces = topologyOf(m).faces();
   EXPECT_EQ(faces[0][2], 4);
   const auto bottom = faces[20];
@@ -292,13 +292,13 @@ TEST(BuildCube, PointsWithoutSharingComeFaceByFaceAndRowByRow) {
 
 TEST(BuildCube, UVsOfTheBottomAreMirroredWithoutSharing) {
   const MeshSample own = cube(2, 2, false), shared = cube(2, 2, true);
-  EXPECT_EQ(own.uvs[1], Vec2<float>(0.5f, 0));
-  EXPECT_EQ(own.uvs[36 + 3], Vec2<float>(0, 0.5f));
-  EXPECT_EQ(own.uvs[45], Vec2<float>(0, 1));
-  EXPECT_EQ(own.uvs[53], Vec2<float>(1, 0));
-  EXPECT_EQ(shared.uvs[4], Vec2<float>(0.5f, 0));
-  EXPECT_EQ(shared.uvs[6], Vec2<float>(1, 0.5f));
-  EXPECT_EQ(shared.uvs[shared.uvs.size() - 2], Vec2<float>(1, 1));
+  EXPECT_EQ(own.uvs[1], Vec2f(0.5f, 0));
+  EXPECT_EQ(own.uvs[36 + 3], Vec2f(0, 0.5f));
+  EXPECT_EQ(own.uvs[45], Vec2f(0, 1));
+  EXPECT_EQ(own.uvs[53], Vec2f(1, 0));
+  EXPECT_EQ(shared.uvs[4], Vec2f(0.5f, 0));
+  EXPECT_EQ(shared.uvs[6], Vec2f(1, 0.5f));
+  EXPECT_EQ(shared.uvs[shared.uvs.size() - 2], Vec2f(1, 1));
 }
 
 TEST(BuildCube, UVsAndNormalsAreAppended) {  // KEEP(cube-appends)
@@ -308,7 +308,7 @@ TEST(BuildCube, UVsAndNormalsAreAppended) {  // KEEP(cube-appends)
   EXPECT_EQ(m.nPoints(), 8u);
   EXPECT_EQ(m.uvs.size(), 48u);
   EXPECT_EQ(m.normals.size(), 48u);
-  EXPECT_EQ(m.normals[24], Vec3<float>(0, 0, 1));
+  EXPECT_EQ(m.normals[24], Vec3f(0, 0, 1));
 }
 
 TEST(BuildCube, NothingHappensWithoutDivisions) {
@@ -323,8 +323,8 @@ TEST(BuildCube, NothingHappensWithoutDivisions) {
 struct Profile {
   std::function<float(int)> radius, height;
 };
-MeshSample revolved(unsigned rows, unsigned columns, const Profile& profile,
-                    const Vec3<float>& scale, bool topCap, bool bottomCap, bool shareCapRings) {
+MeshSample revolved(unsigned rows, unsigned columns, const Profile& profile, const Vec3f& scale,
+                    bool topCap, bool bottomCap, bool shareCapRings) {
   MeshSample m;
   const std::size_t caps = (topCap ? 1u : 0u) + (bottomCap ? 1u : 0u);
   m.points.resize((rows + 1) * columns + caps * (1 + (shareCapRings ? 0 : columns)));
@@ -352,23 +352,23 @@ TEST(BuildRevolveMesh, RingsStartOnZAndTurnTowardsXWithoutASeamPoint) {
     for (std::size_t k = 0; k < 4; ++k) {
       const float a = static_cast<float>(k) * step;
       EXPECT_EQ(m.points[r * 4 + k],
-                Vec3<float>(std::sin(a) * 2, (static_cast<float>(r) - 1) * 3, std::cos(a) * 5));
+                Vec3f(std::sin(a) * 2, (static_cast<float>(r) - 1) * 3, std::cos(a) * 5));
     }
-  EXPECT_EQ(m.points[0], Vec3<float>(0, -3, 5));
+  EXPECT_EQ(m.points[0], Vec3f(0, -3, 5));
 }
 
 TEST(BuildRevolveMesh, AFlatCapHasItsPoleInThePlaneOfTheRingAndAPointedOneARowFurther) {
-  const MeshSample flat = revolved(2, 5, kCylinder, Vec3<float>(1), true, true, false);
+  const MeshSample flat = revolved(2, 5, kCylinder, Vec3f(1), true, true, false);
   ASSERT_EQ(flat.nPoints(), 3u * 5 + 2 * 6);
-  EXPECT_EQ(flat.points[0], Vec3<float>(0, -1, 0));
+  EXPECT_EQ(flat.points[0], Vec3f(0, -1, 0));
   EXPECT_EQ(flat.points[1], flat.points[6]) << "the cap's own ring";
-  EXPECT_EQ(flat.points[26], Vec3<float>(0, 1, 0));
+  EXPECT_EQ(flat.points[26], Vec3f(0, 1, 0));
   EXPECT_EQ(flat.points[21], flat.points[16]);
   const Profile spindle{[](int row) { return row < 0 || row > 2 ? 0.0f : 1.0f; }, kCylinder.height};
   const MeshSample pointed = revolved(2, 5, spindle, {1, 2, 1}, true, true, true);
   ASSERT_EQ(pointed.nPoints(), 3u * 5 + 2);
-  EXPECT_EQ(pointed.points[0], Vec3<float>(0, -4, 0));
-  EXPECT_EQ(pointed.points[16], Vec3<float>(0, 4, 0));
+  EXPECT_EQ(pointed.points[0], Vec3f(0, -4, 0));
+  EXPECT_EQ(pointed.points[16], Vec3f(0, 4, 0));
 }
 
 TEST(BuildRevolveMesh, CallbacksAreAskedForRowsFromMinusOneToOnePastTheLast) {
@@ -378,97 +378,97 @@ TEST(BuildRevolveMesh, CallbacksAreAskedForRowsFromMinusOneToOnePastTheLast) {
                           return 1.0f;
                         },
                         kCylinder.height};
-  revolved(3, 4, profile, Vec3<float>(1), true, true, true);
+  revolved(3, 4, profile, Vec3f(1), true, true, true);
   EXPECT_EQ(asked, (std::set<int>{-1, 0, 1, 2, 3, 4}));
   asked.clear();
-  revolved(3, 4, profile, Vec3<float>(1), false, false, true);
+  revolved(3, 4, profile, Vec3f(1), false, false, true);
   EXPECT_EQ(asked, (std::set<int>{0, 1, 2, 3}));
 }
 
 TEST(BuildRevolveMesh, EmptyArraysStayEmpty) {
   MeshSample m;
-  vela::buildRevolveMeshPoints(m, 2, 4, kCylinder.radius, kCylinder.height, Vec3<float>(1), true,
-                               true, true);
+  vela::buildRevolveMeshPoints(m, 2, 4, kCylinder.radius, kCylinder.height, Vec3f(1), true, true,
+                               true);
   vela::buildRevolveMeshUVs(m, 2, 4, 360, 180, true, true, true, true);
-  vela::buildCylinderMeshNormals(m, 2, 4, Vec3<float>(1), true, true);
-  vela::buildSphereMeshNormals(m, 2, 4, Vec3<float>(1), true, true);
+  vela::buildCylinderMeshNormals(m, 2, 4, Vec3f(1), true, true);
+  vela::buildSphereMeshNormals(m, 2, 4, Vec3f(1), true, true);
   EXPECT_TRUE(m.points.empty() && m.uvs.empty() && m.normals.empty());
-  m = revolved(2, 4, kCylinder, Vec3<float>(1), true, true, true);
+  m = revolved(2, 4, kCylinder, Vec3f(1), true, true, true);
   m.points.clear();
-  vela::buildCylinderMeshNormals(m, 2, 4, Vec3<float>(1), true, true);
-  vela::buildSphereMeshNormals(m, 2, 4, Vec3<float>(1), true, true);
-  for (const auto& n : m.normals) EXPECT_EQ(n, Vec3<float>());
+  vela::buildCylinderMeshNormals(m, 2, 4, Vec3f(1), true, true);
+  vela::buildSphereMeshNormals(m, 2, 4, Vec3f(1), true, true);
+  for (const auto& n : m.normals) EXPECT_EQ(n, Vec3f());
 }
 
 TEST(BuildRevolveMesh, ArraysThatAreTooShortAreFilledToTheirEnd) {
-  const MeshSample whole = revolved(3, 5, sphere(3), Vec3<float>(1), true, true, false);
+  const MeshSample whole = revolved(3, 5, sphere(3), Vec3f(1), true, true, false);
   for (std::size_t n = 1; n < whole.nVerts(); n += 3) {
     MeshSample m = whole;
     m.points.resize(std::min(n, whole.nPoints()));
     m.uvs.resize(n);
     m.normals.resize(n);
-    vela::buildRevolveMeshPoints(m, 3, 5, sphere(3).radius, sphere(3).height, Vec3<float>(1), true,
-                                 true, false);
+    vela::buildRevolveMeshPoints(m, 3, 5, sphere(3).radius, sphere(3).height, Vec3f(1), true, true,
+                                 false);
     for (std::size_t i = 0; i < m.nPoints(); ++i) EXPECT_EQ(m.points[i], whole.points[i]);
     vela::buildRevolveMeshUVs(m, 3, 5, 360, 180, true, true, true, true);
-    vela::buildCylinderMeshNormals(m, 3, 5, Vec3<float>(1), true, true);
-    vela::buildSphereMeshNormals(m, 3, 5, Vec3<float>(1), true, true);
+    vela::buildCylinderMeshNormals(m, 3, 5, Vec3f(1), true, true);
+    vela::buildSphereMeshNormals(m, 3, 5, Vec3f(1), true, true);
     EXPECT_EQ(m.normals.size(), n);
   }
   MeshSample huge = whole;
   const unsigned most = std::numeric_limits<unsigned>::max();
-  vela::buildRevolveMeshPoints(huge, most, most, kCylinder.radius, kCylinder.height, Vec3<float>(1),
-                               true, true, false);
-  vela::buildRevolveMeshPoints(huge, most, 0, kCylinder.radius, kCylinder.height, Vec3<float>(1),
-                               true, true, false);
-  vela::buildRevolveMeshPoints(huge, 3, 5, nullptr, nullptr, Vec3<float>(1), true, true, false);
+  vela::buildRevolveMeshPoints(huge, most, most, kCylinder.radius, kCylinder.height, Vec3f(1), true,
+                               true, false);
+  vela::buildRevolveMeshPoints(huge, most, 0, kCylinder.radius, kCylinder.height, Vec3f(1), true,
+                               true, false);
+  vela::buildRevolveMeshPoints(huge, 3, 5, nullptr, nullptr, Vec3f(1), true, true, false);
   vela::buildRevolveMeshUVs(huge, most, most, 360, 180, true, true, true, true);
   vela::buildRevolveMeshUVs(huge, most, 0, 0, 0, true, true, true, true);
-  vela::buildCylinderMeshNormals(huge, most, most, Vec3<float>(1), true, true);
-  vela::buildSphereMeshNormals(huge, most, most, Vec3<float>(1), true, true);
+  vela::buildCylinderMeshNormals(huge, most, most, Vec3f(1), true, true);
+  vela::buildSphereMeshNormals(huge, most, most, Vec3f(1), true, true);
   EXPECT_EQ(huge.nPoints(), whole.nPoints());
 }
 
 TEST(BuildRevolveMeshUVs, AFullSweepCoversTheUnitSquareInFaceOrder) {
-  MeshSample m = revolved(1, 4, kCylinder, Vec3<float>(1), true, true, true);
+  MeshSample m = revolved(1, 4, kCylinder, Vec3f(1), true, true, true);
   vela::buildRevolveMeshUVs(m, 1, 4, 360, 180, true, true, true, true);
   const float third = 1.0f / 3.0f;
-  EXPECT_EQ(m.uvs[0], Vec2<float>(0, 0));
-  EXPECT_EQ(m.uvs[1], Vec2<float>(0.25f, third));
-  EXPECT_EQ(m.uvs[2], Vec2<float>(0, third));
-  EXPECT_EQ(m.uvs[12], Vec2<float>(0, third)) << "first band";
-  EXPECT_EQ(m.uvs[14], Vec2<float>(0.25f, third + third));
-  EXPECT_EQ(m.uvs[28], Vec2<float>(0, third + third)) << "top cap";
-  EXPECT_EQ(m.uvs[30], Vec2<float>(0.25f, third + third + third))
+  EXPECT_EQ(m.uvs[0], Vec2f(0, 0));
+  EXPECT_EQ(m.uvs[1], Vec2f(0.25f, third));
+  EXPECT_EQ(m.uvs[2], Vec2f(0, third));
+  EXPECT_EQ(m.uvs[12], Vec2f(0, third)) << "first band";
+  EXPECT_EQ(m.uvs[14], Vec2f(0.25f, third + third));
+  EXPECT_EQ(m.uvs[28], Vec2f(0, third + third)) << "top cap";
+  EXPECT_EQ(m.uvs[30], Vec2f(0.25f, third + third + third))
       << "its pole stands over the second corner";
 }
 
 TEST(BuildRevolveMeshUVs, CapsWithoutPolesHaveNoHeight) {
-  MeshSample m = revolved(2, 4, kCylinder, Vec3<float>(1), true, true, true);
+  MeshSample m = revolved(2, 4, kCylinder, Vec3f(1), true, true, true);
   vela::buildRevolveMeshUVs(m, 2, 4, 360, 180, true, true, false, false);
-  EXPECT_EQ(m.uvs[0], Vec2<float>(0, 0));
-  EXPECT_EQ(m.uvs[1], Vec2<float>(0.25f, 0));
-  EXPECT_EQ(m.uvs[2], Vec2<float>(0, 0));
-  EXPECT_EQ(m.uvs[12 + 2], Vec2<float>(0.25f, 0.5f));
-  EXPECT_EQ(m.uvs[12 + 32], Vec2<float>(0, 1));
-  EXPECT_EQ(m.uvs[12 + 32 + 2], Vec2<float>(0, 1));
+  EXPECT_EQ(m.uvs[0], Vec2f(0, 0));
+  EXPECT_EQ(m.uvs[1], Vec2f(0.25f, 0));
+  EXPECT_EQ(m.uvs[2], Vec2f(0, 0));
+  EXPECT_EQ(m.uvs[12 + 2], Vec2f(0.25f, 0.5f));
+  EXPECT_EQ(m.uvs[12 + 32], Vec2f(0, 1));
+  EXPECT_EQ(m.uvs[12 + 32 + 2], Vec2f(0, 1));
 }
 
 TEST(BuildRevolveMeshUVs, APartialSweepStaysCentred) {
-  MeshSample m = revolved(1, 2, kCylinder, Vec3<float>(1), false, false, true);
+  MeshSample m = revolved(1, 2, kCylinder, Vec3f(1), false, false, true);
   vela::buildRevolveMeshUVs(m, 1, 2, 720, 360, false, false, false, false);
-  EXPECT_EQ(m.uvs[0], Vec2<float>(0.25f, 0.25f));
-  EXPECT_EQ(m.uvs[6], Vec2<float>(0.75f, 0.75f));
+  EXPECT_EQ(m.uvs[0], Vec2f(0.25f, 0.25f));
+  EXPECT_EQ(m.uvs[6], Vec2f(0.75f, 0.75f));
 }
 
 TEST(BuildCylinderMeshNormals, AreRadialAndDividedByTheScale) {  // KEEP(scaled-once)
   MeshSample m = revolved(2, 16, kCylinder, {2, 3, 0.5f}, true, true, false);
   vela::buildCylinderMeshNormals(m, 2, 16, {2, 3, 0.5f}, true, true);
-  EXPECT_EQ(m.normals[0], Vec3<float>(0, -1, 0));
-  EXPECT_EQ(m.normals[47], Vec3<float>(0, -1, 0));
-  EXPECT_EQ(m.normals.back(), Vec3<float>(0, 1, 0));
-  const Vec3<float> p = m.points[static_cast<std::size_t>(m.faceVertPointIndices()[48 + 5])];
-  EXPECT_EQ(m.normals[48 + 5], Vec3<float>(p.x / 2, 0, p.z / 0.5f).normalized());
+  EXPECT_EQ(m.normals[0], Vec3f(0, -1, 0));
+  EXPECT_EQ(m.normals[47], Vec3f(0, -1, 0));
+  EXPECT_EQ(m.normals.back(), Vec3f(0, 1, 0));
+  const Vec3f p = m.points[static_cast<std::size_t>(m.faceVertPointIndices()[48 + 5])];
+  EXPECT_EQ(m.normals[48 + 5], Vec3f(p.x / 2, 0, p.z / 0.5f).normalized());
   expectNormalsOutward(m, 0.6);
 }
 
@@ -487,33 +487,33 @@ TEST(BuildCylinderMeshNormals, AClosedCylinderHasItsVolumeAreaAndEulerNumber) {
 }
 
 TEST(BuildSphereMeshNormals, AreThePositionsDividedByTheScaleAndLeadOutward) {
-  const Vec3<float> scale(2, 1, 3);
+  const Vec3f scale(2, 1, 3);
   MeshSample m = revolved(12, 24, sphere(12), scale, true, true, true);
   vela::buildSphereMeshNormals(m, 12, 24, scale, true, true);
   for (std::size_t i = 0; i < m.nVerts(); ++i) {
-    const Vec3<float> p = m.points[static_cast<std::size_t>(m.faceVertPointIndices()[i])];
+    const Vec3f p = m.points[static_cast<std::size_t>(m.faceVertPointIndices()[i])];
     EXPECT_EQ(m.normals[i], (p / scale).normalized());
   }
   expectNormalsOutward(m, 0.8);
 }
 
 TEST(BuildSphereMeshNormals, ElementsBeyondTheFacesAreDividedAndNormalisedToo) {
-  MeshSample m = revolved(2, 4, sphere(2), Vec3<float>(1), false, false, true);
+  MeshSample m = revolved(2, 4, sphere(2), Vec3f(1), false, false, true);
   m.normals.push_back({0, 8, 0});
   m.normals.push_back({0, 0, 0});
   vela::buildSphereMeshNormals(m, 2, 4, {1, 2, 1}, false, false);
-  EXPECT_EQ(m.normals[m.nVerts()], Vec3<float>(0, 1, 0));
-  EXPECT_EQ(m.normals.back(), Vec3<float>());
+  EXPECT_EQ(m.normals[m.nVerts()], Vec3f(0, 1, 0));
+  EXPECT_EQ(m.normals.back(), Vec3f());
 }
 
 TEST(BuildSphereMeshNormals, ASphereHasTheVolumeAreaAndEulerNumberOfOne) {
-  const MeshSample m = revolved(62, 128, sphere(62), Vec3<float>(2), true, true, true);
+  const MeshSample m = revolved(62, 128, sphere(62), Vec3f(2), true, true, true);
   const Measures got = measure(topologyOf(m));
   EXPECT_TRUE(got.closed);
   EXPECT_EQ(got.euler, 2);
   EXPECT_NEAR(got.volume, 4.0 / 3 * M_PI * 8, 0.1);
   EXPECT_NEAR(got.area, 4 * M_PI * 4, 0.1);
-  ovo::Array<Vec3<float>> smooth;
+  ovo::Array<Vec3f> smooth;
   ASSERT_TRUE(vela::calcPointNormals(m.nPoints(), m.pointLocations(), m.nVerts(),
                                      m.faceVertPointIndices(), m.nFaces(), m.vertsPerFace(),
                                      m.allTriangles, m.allQuads, smooth, true));
@@ -522,13 +522,13 @@ TEST(BuildSphereMeshNormals, ASphereHasTheVolumeAreaAndEulerNumberOfOne) {
 }
 
 TEST(BuildRevolveMeshFaces, IndicesThatNameNoPointAreLeftAlone) {
-  MeshSample m = revolved(2, 4, sphere(2), Vec3<float>(1), true, true, true);
+  MeshSample m = revolved(2, 4, sphere(2), Vec3f(1), true, true, true);
   m.points.resize(3);
-  for (auto& n : m.normals) n = Vec3<float>(0, 0, 7);
-  vela::buildCylinderMeshNormals(m, 2, 4, Vec3<float>(1), false, false);
+  for (auto& n : m.normals) n = Vec3f(0, 0, 7);
+  vela::buildCylinderMeshNormals(m, 2, 4, Vec3f(1), false, false);
   EXPECT_EQ(m.normals.size(), m.nVerts());
-  vela::buildSphereMeshNormals(m, 2, 4, Vec3<float>(1), true, true);
-  EXPECT_EQ(m.normals.back(), Vec3<float>(0, 0, 1));
+  vela::buildSphereMeshNormals(m, 2, 4, Vec3f(1), true, true);
+  EXPECT_EQ(m.normals.back(), Vec3f(0, 0, 1));
 }
 
 TEST(MeshBuilders, WholeSphereIsClosedAndTouchesItsEllipsoid) {
@@ -541,9 +541,8 @@ TEST(MeshBuilders, WholeSphereIsClosedAndTouchesItsEllipsoid) {
     EXPECT_EQ(mesh.nFaces(), rows * 12u);
     EXPECT_EQ(mesh.uvs.size(), mesh.nVerts());
     EXPECT_EQ(mesh.normals.size(), mesh.nVerts());
-    for (const Vec3<float>& p : mesh.points.view())
-      EXPECT_NEAR((p / Vec3<float>(1, 2, 3)).length(), 1, 1e-6);
-    for (const Vec3<float>& n : mesh.normals.view()) EXPECT_NEAR(n.length(), 1, 1e-6);
+    for (const Vec3f& p : mesh.points.view()) EXPECT_NEAR((p / Vec3f(1, 2, 3)).length(), 1, 1e-6);
+    for (const Vec3f& n : mesh.normals.view()) EXPECT_NEAR(n.length(), 1, 1e-6);
     for (const tarn::Vec2f& uv : mesh.uvs.view())
       EXPECT_TRUE(uv.x > -1e-5f && uv.x < 1.00001f && uv.y > -1e-5f && uv.y < 1.00001f);
     for (const auto& edge : topologyOf(mesh).edges()) EXPECT_EQ(edge.faceCount, 2);
@@ -553,7 +552,7 @@ TEST(MeshBuilders, WholeSphereIsClosedAndTouchesItsEllipsoid) {
 TEST(MeshBuilders, WholeCylinderIsThePartsInOne) {
   for (const bool shared : {false, true})
     for (const bool caps : {false, true}) {
-      const Vec3<float> scale(2, 3, 0.5f);
+      const Vec3f scale(2, 3, 0.5f);
       MeshSample parts, whole;
       vela::buildCylinderMesh(whole, 4, 7, scale, caps, caps, shared);
       vela::buildRevolveMeshFaces(parts, 4, 7, caps, caps, shared);
@@ -575,10 +574,10 @@ TEST(MeshBuilders, WholeCylinderIsThePartsInOne) {
 TEST(MeshBuilders, WholeShapesWithoutRowsOrTooLargeChangeNothing) {
   MeshSample mesh;
   mesh.points = {{1, 2, 3}};
-  vela::buildSphereMesh(mesh, 1, 8, Vec3<float>(1.0f));
-  vela::buildCylinderMesh(mesh, 0, 8, Vec3<float>(1.0f), true, true, true);
-  EXPECT_THROW(vela::buildSphereMesh(mesh, 100000, 100000, Vec3<float>(1.0f)), std::length_error);
-  EXPECT_EQ(mesh.points, ovo::Array<Vec3<float>>({{1, 2, 3}}));
+  vela::buildSphereMesh(mesh, 1, 8, Vec3f(1.0f));
+  vela::buildCylinderMesh(mesh, 0, 8, Vec3f(1.0f), true, true, true);
+  EXPECT_THROW(vela::buildSphereMesh(mesh, 100000, 100000, Vec3f(1.0f)), std::length_error);
+  EXPECT_EQ(mesh.points, ovo::Array<Vec3f>({{1, 2, 3}}));
   EXPECT_EQ(mesh.nFaces(), 0u);
 }
 

@@ -15,8 +15,8 @@ namespace vela {
 
 namespace {
 
-using tarn::Vec2;
-using tarn::Vec3;
+using tarn::Vec2f;
+using tarn::Vec3f;
 
 // One pass without branches, so that the loops behind it need none: negative indices become huge
 // unsigned ones.
@@ -27,11 +27,9 @@ bool allNamePoints(const int* indices, std::size_t count, std::size_t nPoints) {
   return largest < nPoints && largest <= 0x7FFFFFFFu;
 }
 
-const Vec3<float>& at(const Vec3<float>* points, int index) {
-  return points[static_cast<std::size_t>(index)];
-}
+const Vec3f& at(const Vec3f* points, int index) { return points[static_cast<std::size_t>(index)]; }
 
-Vec3<float> triangleNormal(const Vec3<float>* points, const int* f) {
+Vec3f triangleNormal(const Vec3f* points, const int* f) {
   return tarn::areaVector(at(points, f[0]), at(points, f[1]), at(points, f[2]));
 }
 
@@ -48,12 +46,12 @@ using tarn::baseline::shuffle;
 // A face's normal, and 1 for the counter.
 using Term = FloatLanes<4>;
 
-FloatLanes<4> load(const Vec3<float>* points, int index) {
+FloatLanes<4> load(const Vec3f* points, int index) {
   return tarn::baseline::loadThree(&points[static_cast<std::size_t>(index)].x);
 }
 
 // (b - a) x (d - c). The fourth lane is +0, into which the 1 is put by its bits.
-Term termOf(const Vec3<float>* points, int a, int b, int c, int d) {
+Term termOf(const Vec3f* points, int a, int b, int c, int d) {
   const FloatLanes<4> u = load(points, b) - load(points, a), v = load(points, d) - load(points, c);
   const auto yzx = [](const FloatLanes<4>& w) { return shuffle<1, 2, 0, 3>(w, w); };
   const auto zxy = [](const FloatLanes<4>& w) { return shuffle<2, 0, 1, 3>(w, w); };
@@ -106,18 +104,17 @@ void finishFour(const Sum* sums, bool keepSign, float* normals) {
 
 // Adds the normal of the face whose indices are at `f` to its points; a face with an index that
 // names none is passed over.
-inline void addTriangle(const Vec3<float>* points, const int* f, std::uint32_t last, Sum* sums) {
+inline void addTriangle(const Vec3f* points, const int* f, std::uint32_t last, Sum* sums) {
   if (!allNamePoints(f, 3, std::size_t{last} + 1)) return;
   const Term term = termOf(points, f[0], f[1], f[0], f[2]);
   for (std::size_t k = 0; k < 3; ++k) add(term, sums[static_cast<std::size_t>(f[k])]);
 }
-inline void addQuad(const Vec3<float>* points, const int* f, std::uint32_t last, Sum* sums) {
+inline void addQuad(const Vec3f* points, const int* f, std::uint32_t last, Sum* sums) {
   if (!allFourNamePoints(f, last)) return;
   const Term term = termOf(points, f[1], f[3], f[2], f[0]);
   for (std::size_t k = 0; k < 4; ++k) add(term, sums[static_cast<std::size_t>(f[k])]);
 }
-void addPolygon(const Vec3<float>* points, const int* f, std::size_t n, std::uint32_t last,
-                Sum* sums) {
+void addPolygon(const Vec3f* points, const int* f, std::size_t n, std::uint32_t last, Sum* sums) {
   if (!allNamePoints(f, n, std::size_t{last} + 1)) return;
   const Term term = termOf(points, f[1], f[n - 1], f[2], f[0]);
   for (std::size_t k = 0; k < n; ++k) add(term, sums[static_cast<std::size_t>(f[k])]);
@@ -125,9 +122,9 @@ void addPolygon(const Vec3<float>* points, const int* f, std::size_t n, std::uin
 
 }  // namespace
 
-bool calcPointNormals(std::size_t nPoints, const Vec3<float>* points, std::size_t nVerts,
+bool calcPointNormals(std::size_t nPoints, const Vec3f* points, std::size_t nVerts,
                       const int* indices, std::size_t nFaces, const int* vertsPerFace,
-                      bool allTriangles, bool allQuads, ovo::Array<Vec3<float>>& pointNormals,
+                      bool allTriangles, bool allQuads, ovo::Array<Vec3f>& pointNormals,
                       bool keepSign) {
   if (nPoints == 0 || nVerts == 0 || nFaces == 0 || points == nullptr || indices == nullptr)
     return false;
@@ -190,15 +187,15 @@ bool calcPointNormals(std::size_t nPoints, const Vec3<float>* points, std::size_
   return true;
 }
 
-bool calcVertexNormals(std::size_t nPoints, const Vec3<float>* points, std::size_t nVerts,
+bool calcVertexNormals(std::size_t nPoints, const Vec3f* points, std::size_t nVerts,
                        const int* indices, std::size_t nFaces, const int* vertsPerFace,
-                       float threshold, ovo::Array<Vec3<float>>& vertexNormals) {
+                       float threshold, ovo::Array<Vec3f>& vertexNormals) {
   if (nPoints == 0 || nVerts == 0 || nFaces == 0 || points == nullptr || indices == nullptr ||
       vertsPerFace == nullptr)
     return false;
   vertexNormals.clear();
   vertexNormals.resize(nVerts);
-  Vec3<float>* const out = vertexNormals.data();
+  Vec3f* const out = vertexNormals.data();
 
   const bool checked = allNamePoints(indices, nVerts, nPoints);
   // KEEP(short-face-cursor): a face of fewer than three vertices leaves the cursor where it is, so
@@ -222,9 +219,9 @@ bool calcVertexNormals(std::size_t nPoints, const Vec3<float>* points, std::size
     for (std::size_t k = 0; k < n; ++k) ++start[static_cast<std::size_t>(indices[first + k]) + 2];
   });
   for (std::size_t p = 2; p < start.size(); ++p) start[p] += start[p - 1];
-  std::vector<Vec3<float>> entries(start.back());
+  std::vector<Vec3f> entries(start.back());
   forEachFace([&](std::size_t first, std::size_t n) {
-    const Vec3<float> normal = triangleNormal(points, indices + first);
+    const Vec3f normal = triangleNormal(points, indices + first);
     for (std::size_t k = 0; k < n; ++k)
       entries[start[static_cast<std::size_t>(indices[first + k]) + 1]++] = normal;
   });
@@ -234,20 +231,20 @@ bool calcVertexNormals(std::size_t nPoints, const Vec3<float>* points, std::size
   // in effect: normalising here would move every edge that they smooth.
   const float limit = 1.0f - std::clamp(std::fabs(threshold), 0.0f, 2.0f);
   forEachFace([&](std::size_t first, std::size_t n) {
-    const Vec3<float> unit = triangleNormal(points, indices + first).normalized();
+    const Vec3f unit = triangleNormal(points, indices + first).normalized();
     for (std::size_t k = 0; k < n; ++k) {
       const auto point = static_cast<std::size_t>(indices[first + k]);
-      Vec3<float> sum;
+      Vec3f sum;
       for (std::size_t e = start[point]; e < start[point + 1]; ++e)
         if (dot(unit, entries[e]) >= limit) sum += entries[e];
-      out[first + k] = sum != Vec3<float>() ? sum.normalized() : unit;
+      out[first + k] = sum != Vec3f() ? sum.normalized() : unit;
     }
   });
   return true;
 }
 
-Vec3<float> getPosFromImplicitUV(const MeshTopology& topology, int index, const Vec2<float>& uv) {
-  const tarn::Span<const Vec3<float>> points = topology.points.view();
+Vec3f getPosFromImplicitUV(const MeshTopology& topology, int index, const Vec2f& uv) {
+  const tarn::Span<const Vec3f> points = topology.points.view();
   const tarn::Span<const std::int32_t> indices = topology.faceVertPointIndices.view();
   if (index < 0 || static_cast<std::size_t>(index) >= topology.vertsPerFace.size()) return {};
 
@@ -256,7 +253,7 @@ Vec3<float> getPosFromImplicitUV(const MeshTopology& topology, int index, const 
       ovo::Faces(topology.vertsPerFace, indices)[static_cast<std::size_t>(index)];
   const std::size_t n = face.size();
   if (n == 0 || !allNamePoints(face.data(), n, points.size())) return {};
-  const auto corner = [&](std::size_t k) -> const Vec3<float>& { return points[face[k]]; };
+  const auto corner = [&](std::size_t k) -> const Vec3f& { return points[face[k]]; };
 
   float u = uv.x, v = uv.y;
   switch (n) {
@@ -294,9 +291,9 @@ Vec3<float> getPosFromImplicitUV(const MeshTopology& topology, int index, const 
     return c >= -first && c < static_cast<std::int64_t>(indices.size()) - first &&
            allNamePoints(&indices[first + c], 1, points.size());
   };
-  const Vec3<float> a = readsAt(k) ? points[indices[first + k]] : corner(wrapped(k));
-  const Vec3<float> b = corner(wrapped(k + 1));
-  Vec3<float> mean;
+  const Vec3f a = readsAt(k) ? points[indices[first + k]] : corner(wrapped(k));
+  const Vec3f b = corner(wrapped(k + 1));
+  Vec3f mean;
   for (std::size_t i = 0; i < n; ++i) mean += corner(i);
   mean /= static_cast<float>(n);
   return ((1.0f - f) * a + f * b) * (1.0f - v) + mean * v;

@@ -35,11 +35,10 @@ namespace vela {
 ///                      applies and vertsPerFace is null
 /// \param keepSign      false negates every normal (before the division)
 /// \return false in these two cases
-VELA_API bool calcPointNormals(std::size_t nPoints, const tarn::Vec3<float>* points,
-                               std::size_t nVerts, const int* faceVertPointIndices,
-                               std::size_t nFaces, const int* vertsPerFace, bool allTriangles,
-                               bool allQuads, ovo::Array<tarn::Vec3<float>>& pointNormals,
-                               bool keepSign);
+VELA_API bool calcPointNormals(std::size_t nPoints, const tarn::Vec3f* points, std::size_t nVerts,
+                               const int* faceVertPointIndices, std::size_t nFaces,
+                               const int* vertsPerFace, bool allTriangles, bool allQuads,
+                               ovo::Array<tarn::Vec3f>& pointNormals, bool keepSign);
 
 /// One normal a face-vertex, smooth across gentle edges only.
 ///
@@ -58,10 +57,10 @@ VELA_API bool calcPointNormals(std::size_t nPoints, const tarn::Vec3<float>* poi
 /// Faces of fewer than three vertices are passed over without moving on in the indices: the faces
 /// after one of them read theirs from as many indices further to the front, and their normals are
 /// written there.
-VELA_API bool calcVertexNormals(std::size_t nPoints, const tarn::Vec3<float>* points,
-                                std::size_t nVerts, const int* faceVertPointIndices,
-                                std::size_t nFaces, const int* vertsPerFace, float threshold,
-                                ovo::Array<tarn::Vec3<float>>& vertexNormals);
+VELA_API bool calcVertexNormals(std::size_t nPoints, const tarn::Vec3f* points, std::size_t nVerts,
+                                const int* faceVertPointIndices, std::size_t nFaces,
+                                const int* vertsPerFace, float threshold,
+                                ovo::Array<tarn::Vec3f>& vertexNormals);
 
 /// The position on a face for (u, v) in [0, 1] x [0, 1].
 ///
@@ -74,8 +73,7 @@ VELA_API bool calcVertexNormals(std::size_t nPoints, const tarn::Vec3<float>* po
 /// again), which is the next face's first; at the end of the array it is the face's first.
 /// \return the zero vector for a face that does not exist, has no vertices or cannot be used. A
 ///         scan over the counts
-[[nodiscard]] VELA_API tarn::Vec3<float> getPosFromImplicitUV(const MeshTopology& topology,
-                                                              int face,
-                                                              const tarn::Vec2<float>& uv);
+[[nodiscard]] VELA_API tarn::Vec3f getPosFromImplicitUV(const MeshTopology& topology, int face,
+                                                        const tarn::Vec2f& uv);
 
 }  // namespace vela

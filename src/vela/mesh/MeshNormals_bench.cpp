@@ -13,10 +13,10 @@
 
 namespace {
 
-using tarn::Vec3;
+using tarn::Vec3f;
 using vela_test::SampleMesh;
 
-void calc(const SampleMesh& grid, bool allQuads, ovo::Array<Vec3<float>>& normals) {
+void calc(const SampleMesh& grid, bool allQuads, ovo::Array<Vec3f>& normals) {
   vela::calcPointNormals(grid.points.size(), grid.points.data(), grid.indices.size(),
                          grid.indices.data(), grid.counts.size(), grid.counts.data(), false,
                          allQuads, normals, true);
@@ -25,9 +25,8 @@ void calc(const SampleMesh& grid, bool allQuads, ovo::Array<Vec3<float>>& normal
 
 // The least that any way of doing it has to touch: the points, the indices and, without a hint, the
 // counts are read, the normals written. 40 MB, 44 with the counts.
-void touchBytes(const SampleMesh& grid, bool withCounts, Vec3<float>* normals) {
-  std::memcpy(static_cast<void*>(normals), grid.points.data(),
-              grid.points.size() * sizeof(Vec3<float>));
+void touchBytes(const SampleMesh& grid, bool withCounts, Vec3f* normals) {
+  std::memcpy(static_cast<void*>(normals), grid.points.data(), grid.points.size() * sizeof(Vec3f));
   benchmark::DoNotOptimize(normals);
   std::int32_t all = 0;
   for (const int i : grid.indices) all |= i;
@@ -43,9 +42,9 @@ const SampleMesh& million() {
 
 /// \param range  whether all faces are said to be quads; whether the array is fresh each time
 void pointNormals(benchmark::State& state) {
-  ovo::Array<Vec3<float>> kept(million().points.size());
+  ovo::Array<Vec3f> kept(million().points.size());
   for (auto _ : state) {
-    ovo::Array<Vec3<float>> own;
+    ovo::Array<Vec3f> own;
     calc(million(), state.range(0) != 0, state.range(1) != 0 ? own : kept);
   }
 }
@@ -53,18 +52,18 @@ void pointNormals(benchmark::State& state) {
 /// \param range  as above
 void bytes(benchmark::State& state) {
   const std::size_t count = million().points.size();
-  std::vector<Vec3<float>> kept(count);
+  std::vector<Vec3f> kept(count);
   for (auto _ : state) {
-    const std::unique_ptr<char[]> own(state.range(1) != 0 ? new char[count * sizeof(Vec3<float>)]
+    const std::unique_ptr<char[]> own(state.range(1) != 0 ? new char[count * sizeof(Vec3f)]
                                                           : nullptr);
     touchBytes(million(), state.range(0) == 0,
-               own ? reinterpret_cast<Vec3<float>*>(own.get()) : kept.data());
+               own ? reinterpret_cast<Vec3f*>(own.get()) : kept.data());
   }
 }
 
 void vertexNormals(benchmark::State& state) {
   const SampleMesh& grid = million();
-  ovo::Array<Vec3<float>> normals;
+  ovo::Array<Vec3f> normals;
   for (auto _ : state) {
     vela::calcVertexNormals(grid.points.size(), grid.points.data(), grid.indices.size(),
                             grid.indices.data(), grid.counts.size(), grid.counts.data(), 0.5f,

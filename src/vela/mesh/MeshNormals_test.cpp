@@ -11,8 +11,8 @@
 
 namespace {
 
-using tarn::Vec2;
-using tarn::Vec3;
+using tarn::Vec2f;
+using tarn::Vec3f;
 using vela::calcPointNormals;
 using vela::calcVertexNormals;
 using vela::getPosFromImplicitUV;
@@ -21,12 +21,12 @@ using vela_test::SampleMesh;
 using vela_test::sampleMesh;
 using vela_test::sampleMeshes;
 using vela_test::topologyOf;
-using Normals = ovo::Array<Vec3<float>>;
+using Normals = ovo::Array<Vec3f>;
 
 constexpr unsigned kSeed = 20261121;
 
 // Bit for bit, but that one NaN is as good as another.
-bool same(const Vec3<float>& a, const Vec3<float>& b) {
+bool same(const Vec3f& a, const Vec3f& b) {
   for (std::size_t i = 0; i < 3; ++i)
     if (std::memcmp(&a[i], &b[i], sizeof(float)) != 0 && !(std::isnan(a[i]) && std::isnan(b[i])))
       return false;
@@ -49,7 +49,7 @@ bool vertexNormals(const SampleMesh& m, float threshold, Normals& out) {
                            m.counts.size(), m.counts.data(), threshold, out);
 }
 
-Vec3<float> ruleNormal(const SampleMesh& m, const std::vector<int>& face) {
+Vec3f ruleNormal(const SampleMesh& m, const std::vector<int>& face) {
   const auto P = [&](std::size_t k) { return m.points[static_cast<std::size_t>(face[k])]; };
   const std::size_t n = face.size();
   return n == 3 ? cross(P(1) - P(0), P(2) - P(0)) : cross(P(n - 1) - P(1), P(0) - P(2));
@@ -84,7 +84,7 @@ Normals modelPointNormals(const SampleMesh& m, bool keepSign) {
   Normals out(m.points.size());
   const auto faces = usableFaces(m, true);
   for (std::size_t p = 0; p < m.points.size(); ++p) {
-    Vec3<float> sum;
+    Vec3f sum;
     float count = 0;
     for (const Face& face : faces)
       for (const int q : face.points)
@@ -106,12 +106,12 @@ Normals modelVertexNormals(const SampleMesh& m, float threshold) {
   const float limit = 1.0f - std::min(std::fabs(threshold), 2.0f);
   for (const Face& f : faces)
     for (std::size_t k = 0; k < f.points.size(); ++k) {
-      const Vec3<float> unit = three(f).normalized();
-      Vec3<float> sum;
+      const Vec3f unit = three(f).normalized();
+      Vec3f sum;
       for (const Face& g : faces)
         for (const int q : g.points)
           if (q == f.points[k] && dot(unit, three(g)) >= limit) sum = sum + three(g);
-      out[f.first + k] = sum == Vec3<float>() ? unit : sum.normalized();
+      out[f.first + k] = sum == Vec3f() ? unit : sum.normalized();
     }
   return out;
 }
@@ -175,9 +175,9 @@ TEST(CalcPointNormals, APointOfNoFaceGetsTheZeroNormal) {
 TEST(CalcPointNormals, AUnitQuadSeenCounterClockwiseFromZLooksAlongZAndIsTurnedWithoutKeepSign) {
   Normals out;
   EXPECT_TRUE(pointNormals(sampleMesh("quad"), out, true));
-  EXPECT_EQ(out, Normals(4, Vec3<float>(0, 0, 1)));
+  EXPECT_EQ(out, Normals(4, Vec3f(0, 0, 1)));
   EXPECT_TRUE(pointNormals(sampleMesh("quad"), out, false));
-  EXPECT_EQ(out, Normals(4, Vec3<float>(0, 0, -1)));
+  EXPECT_EQ(out, Normals(4, Vec3f(0, 0, -1)));
 }
 
 TEST(CalcPointNormals, LargerFacesWeighMore) {
@@ -186,14 +186,14 @@ TEST(CalcPointNormals, LargerFacesWeighMore) {
   Normals out;
   EXPECT_TRUE(pointNormals(m, out, true));
   // Nine parts of the first, whose normal is -y, and one of the second, whose normal is z.
-  EXPECT_TRUE(same(out[0], Vec3<float>(0, -9, 1).normalized())) << out[0];
+  EXPECT_TRUE(same(out[0], Vec3f(0, -9, 1).normalized())) << out[0];
 }
 
 TEST(CalcPointNormals, ShortFacesAreStillMovedPast) {
   Normals out;
   EXPECT_TRUE(pointNormals(sampleMesh("short faces between"), out, true));
-  EXPECT_EQ(out[0], Vec3<float>(0, 0, 1));
-  EXPECT_EQ(out[4], Vec3<float>(0, 0, 1)) << "the last face reads its own indices";
+  EXPECT_EQ(out[0], Vec3f(0, 0, 1));
+  EXPECT_EQ(out[4], Vec3f(0, 0, 1)) << "the last face reads its own indices";
 }
 
 TEST(CalcPointNormals, EverySampleMeshAgreesWithTheModelUnderBothSigns) {
@@ -262,7 +262,7 @@ TEST(CalcPointNormals, NormalsOfConvexMeshesPointOutward) {
   for (const auto& m : sampleMeshes()) {
     if (!m.convex) continue;
     SCOPED_TRACE(m.name);
-    Vec3<float> centre;
+    Vec3f centre;
     for (const auto& p : m.points) centre += p;
     centre /= static_cast<float>(m.points.size());
     Normals out;
@@ -278,12 +278,12 @@ TEST(CalcPointNormals, TurningAndMovingAMeshTurnsItsNormals) {
   // A quarter turn is exact: x to y, y to -x.
   const SampleMesh& torus = sampleMesh("torus");
   SampleMesh turned = torus;
-  for (auto& p : turned.points) p = Vec3<float>(-p.y, p.x, p.z);
+  for (auto& p : turned.points) p = Vec3f(-p.y, p.x, p.z);
   Normals a, b;
   ASSERT_TRUE(pointNormals(torus, a, true));
   ASSERT_TRUE(pointNormals(turned, b, true));
   for (std::size_t i = 0; i < a.size(); ++i) {
-    const Vec3<float> expected(-a[i].y, a[i].x, a[i].z);
+    const Vec3f expected(-a[i].y, a[i].x, a[i].z);
     for (std::size_t k = 0; k < 3; ++k) EXPECT_NEAR(b[i][k], expected[k], 1e-6f);
   }
 }
@@ -319,8 +319,8 @@ TEST(CalcVertexNormals, ThresholdTwoSumsTheThreeFacesOfEveryCorner) {
     Normals out;
     ASSERT_TRUE(vertexNormals(cube, threshold, out));
     for (std::size_t i = 0; i < 24; ++i) {
-      const Vec3<float> outward =
-          (cube.points[static_cast<std::size_t>(cube.indices[i])] - Vec3<float>(0.5f)) * 2.0f;
+      const Vec3f outward =
+          (cube.points[static_cast<std::size_t>(cube.indices[i])] - Vec3f(0.5f)) * 2.0f;
       EXPECT_EQ(out[i], outward.normalized());
     }
   }
@@ -334,7 +334,7 @@ TEST(CalcVertexNormals, ANeighboursAreaEntersTheTest) {  // KEEP(weighted-thresh
                {0, 1, 2, 1, 0, 3}};
   Normals out;
   ASSERT_TRUE(vertexNormals(m, 0, out));
-  const Vec3<float> flat = out[2];
+  const Vec3f flat = out[2];
   EXPECT_TRUE(same(out[0], flat));
   m.points[3] = {8, 0, 8};
   ASSERT_TRUE(vertexNormals(m, 0, out));
@@ -353,8 +353,8 @@ TEST(CalcVertexNormals, AfterAShortFaceTheIndicesAreReadShifted) {  // KEEP(shor
   ASSERT_TRUE(vertexNormals(m, 0, out));
   const auto& P = m.points;
   EXPECT_TRUE(same(out[3], cross(P[4] - P[3], P[5] - P[3]).normalized())) << out[3];
-  EXPECT_EQ(out[6], Vec3<float>());
-  EXPECT_EQ(out[7], Vec3<float>());
+  EXPECT_EQ(out[6], Vec3f());
+  EXPECT_EQ(out[7], Vec3f());
 }
 
 TEST(CalcVertexNormals, EverySampleMeshAgreesWithTheModelAtEveryThreshold) {
@@ -378,28 +378,28 @@ TEST(GetPosFromImplicitUV, OneVertexIsThatPointAndTwoALine) {
   t.points = {{1, 2, 3}, {3, 2, 1}};
   t.vertsPerFace = {1, 2};
   t.faceVertPointIndices = {1, 0, 1};
-  EXPECT_EQ(getPosFromImplicitUV(t, 0, {0.3f, 0.7f}), Vec3<float>(3, 2, 1));
-  EXPECT_EQ(getPosFromImplicitUV(t, 1, {0.25f, 0.7f}), Vec3<float>(1.5f, 2, 2.5f));
+  EXPECT_EQ(getPosFromImplicitUV(t, 0, {0.3f, 0.7f}), Vec3f(3, 2, 1));
+  EXPECT_EQ(getPosFromImplicitUV(t, 1, {0.25f, 0.7f}), Vec3f(1.5f, 2, 2.5f));
 }
 
 TEST(GetPosFromImplicitUV, BeyondTheDiagonalATriangleIsMirrored) {
   const MeshTopology t = topologyOf(sampleMesh("triangle"));
-  const Vec3<float> a = getPosFromImplicitUV(t, 0, {0.8f, 0.6f}),
-                    b = getPosFromImplicitUV(t, 0, {0.2f, 0.4f});
+  const Vec3f a = getPosFromImplicitUV(t, 0, {0.8f, 0.6f}),
+              b = getPosFromImplicitUV(t, 0, {0.2f, 0.4f});
   for (std::size_t i = 0; i < 3; ++i) EXPECT_NEAR(a[i], b[i], 1e-6f);
   EXPECT_NEAR(b.x, 0.4f, 1e-6f);
   EXPECT_NEAR(b.y, 0.4f, 1e-6f);
-  EXPECT_EQ(getPosFromImplicitUV(t, 0, {0, 0}), Vec3<float>(0, 0, 0));
-  EXPECT_EQ(getPosFromImplicitUV(t, 0, {1, 0}), Vec3<float>(2, 0, 0));
+  EXPECT_EQ(getPosFromImplicitUV(t, 0, {0, 0}), Vec3f(0, 0, 0));
+  EXPECT_EQ(getPosFromImplicitUV(t, 0, {1, 0}), Vec3f(2, 0, 0));
 }
 
 TEST(GetPosFromImplicitUV, AQuadIsBilinear) {
   const MeshTopology t = topologyOf(sampleMesh("saddle"));
-  EXPECT_EQ(getPosFromImplicitUV(t, 0, {0, 0}), Vec3<float>(0, 0, 0));
-  EXPECT_EQ(getPosFromImplicitUV(t, 0, {1, 0}), Vec3<float>(1, 0, 1));
-  EXPECT_EQ(getPosFromImplicitUV(t, 0, {1, 1}), Vec3<float>(1, 1, 0));
-  EXPECT_EQ(getPosFromImplicitUV(t, 0, {0, 1}), Vec3<float>(0, 1, 1));
-  EXPECT_EQ(getPosFromImplicitUV(t, 0, {0.5f, 0.5f}), Vec3<float>(0.5f, 0.5f, 0.5f));
+  EXPECT_EQ(getPosFromImplicitUV(t, 0, {0, 0}), Vec3f(0, 0, 0));
+  EXPECT_EQ(getPosFromImplicitUV(t, 0, {1, 0}), Vec3f(1, 0, 1));
+  EXPECT_EQ(getPosFromImplicitUV(t, 0, {1, 1}), Vec3f(1, 1, 0));
+  EXPECT_EQ(getPosFromImplicitUV(t, 0, {0, 1}), Vec3f(0, 1, 1));
+  EXPECT_EQ(getPosFromImplicitUV(t, 0, {0.5f, 0.5f}), Vec3f(0.5f, 0.5f, 0.5f));
 }
 
 TEST(GetPosFromImplicitUV, APolygonRunsAroundItsBorderAndInwardToItsMiddle) {
@@ -407,11 +407,11 @@ TEST(GetPosFromImplicitUV, APolygonRunsAroundItsBorderAndInwardToItsMiddle) {
   const MeshTopology t = topologyOf(m);
   for (std::size_t k = 0; k < 5; ++k) {
     const float u = static_cast<float>(k) / 5.0f + 0.1f;
-    const Vec3<float> middle = (m.points[k] + m.points[(k + 1) % 5]) * 0.5f,
-                      p = getPosFromImplicitUV(t, 0, {u, 0});
+    const Vec3f middle = (m.points[k] + m.points[(k + 1) % 5]) * 0.5f,
+                p = getPosFromImplicitUV(t, 0, {u, 0});
     for (std::size_t i = 0; i < 3; ++i) EXPECT_NEAR(p[i], middle[i], 1e-5f);
   }
-  EXPECT_EQ(getPosFromImplicitUV(t, 0, {0.3f, 1}), Vec3<float>(1, 1.4f, 0));
+  EXPECT_EQ(getPosFromImplicitUV(t, 0, {0.3f, 1}), Vec3f(1, 1.4f, 0));
 }
 
 TEST(GetPosFromImplicitUV, OnAPolygonUOfOneReadsTheIndexBehindTheFace) {  // KEEP(unwrapped-corner)
@@ -419,9 +419,8 @@ TEST(GetPosFromImplicitUV, OnAPolygonUOfOneReadsTheIndexBehindTheFace) {  // KEE
   m.points.push_back({10, 20, 30});
   m.counts.push_back(3);
   for (const int p : {5, 0, 1}) m.indices.push_back(p);
-  EXPECT_EQ(getPosFromImplicitUV(topologyOf(m), 0, {1, 0}), Vec3<float>(10, 20, 30));
-  EXPECT_EQ(getPosFromImplicitUV(topologyOf(sampleMesh("pentagon")), 0, {1, 0}),
-            Vec3<float>(0, 0, 0))
+  EXPECT_EQ(getPosFromImplicitUV(topologyOf(m), 0, {1, 0}), Vec3f(10, 20, 30));
+  EXPECT_EQ(getPosFromImplicitUV(topologyOf(sampleMesh("pentagon")), 0, {1, 0}), Vec3f(0, 0, 0))
       << "at the end of the array the border closes";
 }
 
@@ -432,18 +431,17 @@ TEST(GetPosFromImplicitUV, FacesThatCannotBeUsedGiveTheZeroVector) {
     const float nan = std::numeric_limits<float>::quiet_NaN(),
                 inf = std::numeric_limits<float>::infinity();
     for (int face = -2; face < static_cast<int>(m.counts.size()) + 2; ++face)
-      for (const Vec2<float> uv :
-           {Vec2<float>(0, 0), Vec2<float>(1, 1), Vec2<float>(0.3f, 0.4f), Vec2<float>(-5, 3),
-            Vec2<float>(1e30f, 2), Vec2<float>(nan, 0), Vec2<float>(-inf, inf)}) {
-        const Vec3<float> p = getPosFromImplicitUV(t, face, uv);
+      for (const Vec2f uv : {Vec2f(0, 0), Vec2f(1, 1), Vec2f(0.3f, 0.4f), Vec2f(-5, 3),
+                             Vec2f(1e30f, 2), Vec2f(nan, 0), Vec2f(-inf, inf)}) {
+        const Vec3f p = getPosFromImplicitUV(t, face, uv);
         const bool exists = face >= 0 && face < static_cast<int>(m.counts.size());
         if (!exists || (m.counts[static_cast<std::size_t>(face)] >= 3 &&
                         !m.usable(static_cast<std::size_t>(face)))) {
-          EXPECT_EQ(p, Vec3<float>());
+          EXPECT_EQ(p, Vec3f());
         }
       }
-    EXPECT_EQ(getPosFromImplicitUV(t, std::numeric_limits<int>::min(), {0, 0}), Vec3<float>());
-    EXPECT_EQ(getPosFromImplicitUV(t, std::numeric_limits<int>::max(), {0, 0}), Vec3<float>());
+    EXPECT_EQ(getPosFromImplicitUV(t, std::numeric_limits<int>::min(), {0, 0}), Vec3f());
+    EXPECT_EQ(getPosFromImplicitUV(t, std::numeric_limits<int>::max(), {0, 0}), Vec3f());
   }
 }
 
@@ -454,13 +452,13 @@ TEST(GetPosFromImplicitUV, PositionsLieInsideConvexFaces) {
   for (const char* name : {"triangle", "quad", "pentagon", "hexagonal prism"}) {
     const SampleMesh& m = sampleMesh(name);
     const MeshTopology t = topologyOf(m);
-    const Vec3<float> normal =
+    const Vec3f normal =
         ruleNormal(m, std::vector<int>(m.indices.begin(), m.indices.begin() + m.counts[0]));
     for (int round = 0; round < 300; ++round) {
-      const Vec3<float> p = getPosFromImplicitUV(t, 0, {unit(rng), unit(rng)});
+      const Vec3f p = getPosFromImplicitUV(t, 0, {unit(rng), unit(rng)});
       for (std::size_t k = 0; k < static_cast<std::size_t>(m.counts[0]); ++k) {
-        const Vec3<float> a = m.points[static_cast<std::size_t>(m.indices[k])];
-        const Vec3<float> b = m.points[static_cast<std::size_t>(
+        const Vec3f a = m.points[static_cast<std::size_t>(m.indices[k])];
+        const Vec3f b = m.points[static_cast<std::size_t>(
             m.indices[(k + 1) % static_cast<std::size_t>(m.counts[0])])];
         EXPECT_GE(dot(cross(b - a, p - a), normal), -1e-4f) << name;
       }

@@ -15,7 +15,7 @@ namespace vela {
 
 namespace {
 
-using tarn::Vec3;
+using tarn::Vec3f;
 
 // The first of the names that the prim itself has a primvar for; else the first that it inherits.
 ovo::Primvar findPrimvar(const ovo::MeshPrim& prim, std::initializer_list<ovo::Token> names) {
@@ -152,8 +152,8 @@ bool MeshSample::sampleMeshPrim(const ovo::MeshPrim& prim, const double& sampleT
   // new ones are read, so that an early return leaves the earlier mesh.
   time = tarn::defaultTimeValue();
   tag = sampleTag;
-  bounds = tarn::Box3<float>();
-  xform = inverseXform = tarn::Mat4<double>();
+  bounds = tarn::Box3f();
+  xform = inverseXform = tarn::Mat4d();
   xformIsIdentity = true;
   allTriangles = allQuads = reverseWinding = false;
   uvs.clear();
@@ -178,7 +178,7 @@ bool MeshSample::sampleMeshPrim(const ovo::MeshPrim& prim, const double& sampleT
   // Where it stands.
   time = at;
   xform = ovo::XformCache(at).getLocalToWorld(prim);
-  xformIsIdentity = xform == tarn::Mat4<double>::getIdentity();
+  xformIsIdentity = xform == tarn::Mat4d::getIdentity();
   if (!xformIsIdentity) inverseXform = xform.inverse();
 
   // Points and what goes with them.
@@ -226,14 +226,14 @@ bool MeshSample::sampleMeshPrim(const ovo::MeshPrim& prim, const double& sampleT
 
   // Normals. Those of a left-handed mesh are turned: its faces run clockwise seen from outside.
   const bool keepSign = prim.getOrientation() != t.leftHanded;
-  ovo::Array<Vec3<float>> pointNormals;
+  ovo::Array<Vec3f> pointNormals;
   if (!calcPointNormals(nPoints(), pointLocations(), nVerts(), faceVertPointIndices(), nFaces(),
                         vertsPerFace(), allTriangles, allQuads, pointNormals, keepSign))
     return true;
   normals.clear();
   normals.resize(nVerts());
-  Vec3<float>* out = normals.data();
-  const Vec3<float>* const computed = pointNormals.cdata();
+  Vec3f* out = normals.data();
+  const Vec3f* const computed = pointNormals.cdata();
   for (const std::int32_t index : std::as_const(faceVertPointIndices_)) {
     if (index >= 0 && static_cast<std::size_t>(index) < nPoints()) *out = computed[index];
     ++out;

@@ -135,7 +135,7 @@ class VELA_API MeshSample {
 
   /// The first element of each array; null when nothing was ever stored. Valid until the sample
   /// changes.
-  [[nodiscard]] const tarn::Vec3<float>* pointLocations() const { return points.cdata(); }
+  [[nodiscard]] const tarn::Vec3f* pointLocations() const { return points.cdata(); }
   [[nodiscard]] const std::int32_t* vertsPerFace() const { return vertsPerFace_.cdata(); }
   [[nodiscard]] const std::int32_t* faceVertPointIndices() const {
     return faceVertPointIndices_.cdata();
@@ -146,7 +146,7 @@ class VELA_API MeshSample {
 
   // Data
 
-  ovo::Array<tarn::Vec3<float>> points;  ///< positions in the prim's own space
+  ovo::Array<tarn::Vec3f> points;  ///< positions in the prim's own space
 
  private:
   ovo::Array<std::int32_t> vertsPerFace_;
@@ -155,22 +155,22 @@ class VELA_API MeshSample {
  public:
   double time = tarn::defaultTimeValue();  ///< when the sample was taken; where writes go
   std::int32_t tag = 0;                    ///< the caller's own
-  tarn::Box3<float> bounds;                ///< for the caller to fill: sampling sets it to empty
-  tarn::Mat4<double> xform;                ///< local to world
-  tarn::Mat4<double> inverseXform;         ///< computed only when xform is not the identity
+  tarn::Box3f bounds;                      ///< for the caller to fill: sampling sets it to empty
+  tarn::Mat4d xform;                       ///< local to world
+  tarn::Mat4d inverseXform;                ///< computed only when xform is not the identity
   bool xformIsIdentity = true;
   bool allTriangles = false;  ///< hint: every face is a triangle
   bool allQuads = false;      ///< hint: every face is a quadrilateral
   bool reverseWinding =
       false;  ///< data per face-vertex was reversed within each face as it was read
 
-  ovo::Array<tarn::Vec2<float>> uvs;           ///< per face-vertex
-  ovo::Array<float> uvExtra;                   ///< per face-vertex, of the unrefined mesh
-  ovo::Array<tarn::Vec3<float>> normals;       ///< per face-vertex
-  ovo::Array<tarn::Vec3<float>> vectors;       ///< per face-vertex
-  ovo::Array<float> scalars;                   ///< per face-vertex
-  ovo::Array<tarn::Vec3<float>> pointVectors;  ///< as stored
-  ovo::Array<tarn::Vec3<float>> pointData;     ///< as stored
+  ovo::Array<tarn::Vec2f> uvs;           ///< per face-vertex
+  ovo::Array<float> uvExtra;             ///< per face-vertex, of the unrefined mesh
+  ovo::Array<tarn::Vec3f> normals;       ///< per face-vertex
+  ovo::Array<tarn::Vec3f> vectors;       ///< per face-vertex
+  ovo::Array<float> scalars;             ///< per face-vertex
+  ovo::Array<tarn::Vec3f> pointVectors;  ///< as stored
+  ovo::Array<tarn::Vec3f> pointData;     ///< as stored
 
   ovo::Token subdivisionScheme;       ///< as the prim says; empty in a mesh made by hand
   std::int32_t subdivisionLevel = 0;  ///< of the arrays before sampling refined them: 0

@@ -25,8 +25,9 @@ using ovo::MeshPrim;
 using ovo::Path;
 using ovo::Stage;
 using ovo::Token;
-using tarn::Vec2;
-using tarn::Vec3;
+using tarn::Vec2f;
+using tarn::Vec3d;
+using tarn::Vec3f;
 using vela::MeshSample;
 using vela_test::SampleMesh;
 using vela_test::sampleMesh;
@@ -65,8 +66,8 @@ TEST(MeshSample, IsEmptyAtFirst) {
   EXPECT_TRUE(tarn::isDefaultTime(m.time));
   EXPECT_EQ(m.tag, 0);
   EXPECT_TRUE(m.bounds.isEmpty());
-  EXPECT_EQ(m.xform, tarn::Mat4<double>());
-  EXPECT_EQ(m.inverseXform, tarn::Mat4<double>());
+  EXPECT_EQ(m.xform, tarn::Mat4d());
+  EXPECT_EQ(m.inverseXform, tarn::Mat4d());
   EXPECT_TRUE(m.xformIsIdentity);
   EXPECT_FALSE(m.allTriangles || m.allQuads || m.reverseWinding);
   EXPECT_TRUE(m.subdivisionScheme.isEmpty());
@@ -123,11 +124,11 @@ TEST(MeshSample, APrimWithPointsButNoIndicesYieldsFalse) {
 
 TEST(MeshSample, SamplingSetsEveryField) {
   MeshPrim prim = primOf(sampleMesh("cube"), "catmullClark");
-  tarn::Mat4<double> local;
+  tarn::Mat4d local;
   local.translate(1, 2, 3).scale(2, 2, 2);
   prim.setLocalXform(local);
   MeshSample m;
-  m.bounds.extendBy(Vec3<float>(1));
+  m.bounds.extendBy(Vec3f(1));
   m.allQuads = m.allTriangles = m.reverseWinding = true;
   m.subdivisionLevel = 7;
   EXPECT_TRUE(
@@ -145,11 +146,11 @@ TEST(MeshSample, SamplingSetsEveryField) {
   EXPECT_EQ(m.nPoints(), 8u);
   EXPECT_EQ(m.nFaces(), 6u);
   EXPECT_TRUE(m.uvs.empty() && m.normals.empty());
-  prim.setLocalXform(tarn::Mat4<double>());
+  prim.setLocalXform(tarn::Mat4d());
   EXPECT_TRUE(
       m.sampleMeshPrim(prim, m.time, 1, 0, false, false, false, false, false, false, Token()));
   EXPECT_TRUE(m.xformIsIdentity);
-  EXPECT_EQ(m.inverseXform, tarn::Mat4<double>());
+  EXPECT_EQ(m.inverseXform, tarn::Mat4d());
   EXPECT_EQ(m.time, 4.0) << "its own time may be handed in";
   prim.setSubdivisionScheme("none");
   EXPECT_TRUE(sampleAll(m, prim));
@@ -158,9 +159,8 @@ TEST(MeshSample, SamplingSetsEveryField) {
 
 TEST(MeshSample, AnEarlyReturnKeepsPointsFacesAndPointData) {  // KEEP(points-outlive-reset)
   MeshPrim prim = primOf(sampleMesh("cube"));
-  prim.createAttr(ovo::tokens().accelerations, "vector3f[]")
-      .set(ovo::Array<Vec3<float>>{{1, 2, 3}});
-  prim.createAttr(ovo::tokens().velocities, "vector3f[]").set(ovo::Array<Vec3<float>>{{4, 5, 6}});
+  prim.createAttr(ovo::tokens().accelerations, "vector3f[]").set(ovo::Array<Vec3f>{{1, 2, 3}});
+  prim.createAttr(ovo::tokens().velocities, "vector3f[]").set(ovo::Array<Vec3f>{{4, 5, 6}});
   MeshSample m;
   EXPECT_TRUE(sampleAll(m, prim));
   EXPECT_EQ(m.normals.size(), 24u);
@@ -168,7 +168,7 @@ TEST(MeshSample, AnEarlyReturnKeepsPointsFacesAndPointData) {  // KEEP(points-ou
   EXPECT_FALSE(sampleAll(m, MeshPrim()));
   EXPECT_EQ(m.nPoints(), 8u);
   EXPECT_EQ(m.nFaces(), 6u);
-  EXPECT_EQ(m.pointData, (ovo::Array<Vec3<float>>{{1, 2, 3}}));
+  EXPECT_EQ(m.pointData, (ovo::Array<Vec3f>{{1, 2, 3}}));
   EXPECT_TRUE(m.normals.empty() && m.pointVectors.empty());
   EXPECT_TRUE(tarn::isDefaultTime(m.time));
   EXPECT_TRUE(m.sampleMeshPrim(primOf(sampleMesh("quad")), kDefault, 0, 0, true, true, true, true,
@@ -180,13 +180,12 @@ TEST(MeshSample, AnEarlyReturnKeepsPointsFacesAndPointData) {  // KEEP(points-ou
 TEST(MeshSample, TheShortConstructorReadsPrimvarsAndNoPointData) {
   MeshPrim prim = primOf(sampleMesh("quad"));
   prim.createPrimvar("st", "texCoord2f[]", "vertex")
-      .set(ovo::Array<Vec2<float>>{{0, 0}, {1, 0}, {1, 1}, {0, 1}});
-  prim.createPrimvar("displayColor", "color3f[]", "constant")
-      .set(ovo::Array<Vec3<float>>{{1, 0, 0}});
-  prim.createAttr(ovo::tokens().velocities, "vector3f[]").set(ovo::Array<Vec3<float>>(4));
+      .set(ovo::Array<Vec2f>{{0, 0}, {1, 0}, {1, 1}, {0, 1}});
+  prim.createPrimvar("displayColor", "color3f[]", "constant").set(ovo::Array<Vec3f>{{1, 0, 0}});
+  prim.createAttr(ovo::tokens().velocities, "vector3f[]").set(ovo::Array<Vec3f>(4));
   const MeshSample m(prim, kDefault);
   EXPECT_EQ(m.uvs.size(), 4u);
-  EXPECT_EQ(m.vectors, (ovo::Array<Vec3<float>>(4, Vec3<float>(1, 0, 0))));
+  EXPECT_EQ(m.vectors, (ovo::Array<Vec3f>(4, Vec3f(1, 0, 0))));
   EXPECT_EQ(m.normals.size(), 4u);
   EXPECT_TRUE(m.pointVectors.empty() && m.pointData.empty());
   EXPECT_EQ(m.tag, 0);
@@ -248,17 +247,16 @@ TEST(MeshSample, TheNamesOfTextureCoordinatesAreTriedInTheirOrder) {
 
 TEST(MeshSample, UVsComeFromTheNameWithTheMissingLetter) {  // KEEP(primars-st1)
   MeshPrim prim = primOf(sampleMesh("quad"));
-  prim.createPrimvar("st1", "texCoord2f[]", "constant").set(ovo::Array<Vec2<float>>{{1, 1}});
+  prim.createPrimvar("st1", "texCoord2f[]", "constant").set(ovo::Array<Vec2f>{{1, 1}});
   MeshSample m;
   EXPECT_TRUE(sampleAll(m, prim));
   EXPECT_TRUE(m.uvs.empty()) << "the name with all its letters is none of them";
-  prim.createPrimvar("primars:st1", "texCoord2f[]", "constant")
-      .set(ovo::Array<Vec2<float>>{{2, 2}});
+  prim.createPrimvar("primars:st1", "texCoord2f[]", "constant").set(ovo::Array<Vec2f>{{2, 2}});
   EXPECT_TRUE(sampleAll(m, prim));
-  EXPECT_EQ(m.uvs, (ovo::Array<Vec2<float>>(4, Vec2<float>(2, 2))));
+  EXPECT_EQ(m.uvs, (ovo::Array<Vec2f>(4, Vec2f(2, 2))));
   EXPECT_TRUE(m.sampleMeshPrim(prim, kDefault, 0, 0, true, false, false, false, false, false,
                                Token("st1")));
-  EXPECT_EQ(m.uvs, (ovo::Array<Vec2<float>>(4, Vec2<float>(1, 1))));
+  EXPECT_EQ(m.uvs, (ovo::Array<Vec2f>(4, Vec2f(1, 1))));
   EXPECT_TRUE(m.sampleMeshPrim(prim, kDefault, 0, 0, true, false, false, false, false, false,
                                Token("nowhere")));
   EXPECT_TRUE(m.uvs.empty()) << "a given name is the only one";
@@ -297,9 +295,9 @@ def Xform "Top" {
 )");
   ASSERT_TRUE(stage);
   const MeshPrim prim(stage->getPrimAtPath(Path("/Top/Mesh")));
-  EXPECT_EQ(MeshSample(prim, kDefault).vectors, ovo::Array<Vec3<float>>(3, Vec3<float>(0, 1, 0)));
-  prim.createPrimvar("Cd", "color3f[]", "constant").set(ovo::Array<Vec3<float>>{{1, 0, 0}});
-  EXPECT_EQ(MeshSample(prim, kDefault).vectors[0], Vec3<float>(1, 0, 0))
+  EXPECT_EQ(MeshSample(prim, kDefault).vectors, ovo::Array<Vec3f>(3, Vec3f(0, 1, 0)));
+  prim.createPrimvar("Cd", "color3f[]", "constant").set(ovo::Array<Vec3f>{{1, 0, 0}});
+  EXPECT_EQ(MeshSample(prim, kDefault).vectors[0], Vec3f(1, 0, 0))
       << "its own second name comes before";
 }
 
@@ -310,12 +308,12 @@ TEST(MeshSample, NormalsOfAnotherCountAreComputedAnew) {
   EXPECT_TRUE(sampleAll(m, prim));
   ASSERT_EQ(m.normals.size(), 24u);
   for (std::size_t i = 0; i < 24; ++i) {
-    const Vec3<float> p = m.points[static_cast<std::size_t>(m.faceVertPointIndices()[i])];
-    EXPECT_EQ(m.normals[i], ((p - Vec3<float>(0.5f)) * 2.0f).normalized());
+    const Vec3f p = m.points[static_cast<std::size_t>(m.faceVertPointIndices()[i])];
+    EXPECT_EQ(m.normals[i], ((p - Vec3f(0.5f)) * 2.0f).normalized());
   }
-  prim.setNormals(ovo::Array<Vec3<float>>(8, Vec3<float>(0, 0, 1)), "vertex");
+  prim.setNormals(ovo::Array<Vec3f>(8, Vec3f(0, 0, 1)), "vertex");
   EXPECT_TRUE(sampleAll(m, prim));
-  EXPECT_EQ(m.normals, ovo::Array<Vec3<float>>(24, Vec3<float>(0, 0, 1))) << "those that fit stay";
+  EXPECT_EQ(m.normals, ovo::Array<Vec3f>(24, Vec3f(0, 0, 1))) << "those that fit stay";
   prim.setNormals({{9, 9, 9}, {8, 8, 8}}, "faceVarying");
   EXPECT_TRUE(m.sampleMeshPrim(prim, kDefault, 0, 0, true, false, true, true, true, true, Token()));
   EXPECT_TRUE(m.normals.empty());
@@ -325,7 +323,7 @@ TEST(MeshSample, ComputedNormalsPointOutwardForBothOrientations) {
   for (const auto& shape : sampleMeshes()) {
     if (!shape.convex) continue;
     SCOPED_TRACE(shape.name);
-    Vec3<float> centre;
+    Vec3f centre;
     for (const auto& p : shape.points) centre += p;
     centre /= static_cast<float>(shape.points.size());
     SampleMesh turned = shape;
@@ -359,16 +357,14 @@ TEST(
     MeshSample,
     RefiningTakesDataAlongAndComputesNormals) {  // KEEP(level-stays-zero) KEEP(uvextra-not-refined)
   MeshPrim prim = primOf(sampleMesh("cube"), "catmullClark");
-  prim.createPrimvar("st", "texCoord2f[]", "vertex")
-      .set(ovo::Array<Vec2<float>>(8, Vec2<float>(0.5f, 0.25f)));
+  prim.createPrimvar("st", "texCoord2f[]", "vertex").set(ovo::Array<Vec2f>(8, Vec2f(0.5f, 0.25f)));
   prim.createPrimvar("st_w", "float[]", "constant").set(ovo::Array<float>{3});
   prim.createPrimvar("displayColor", "color3f[]", "uniform")
-      .set(ovo::Array<Vec3<float>>{
-          {0, 0, 0}, {1, 1, 1}, {2, 2, 2}, {3, 3, 3}, {4, 4, 4}, {5, 5, 5}});
+      .set(ovo::Array<Vec3f>{{0, 0, 0}, {1, 1, 1}, {2, 2, 2}, {3, 3, 3}, {4, 4, 4}, {5, 5, 5}});
   prim.createAttr(ovo::tokens().velocities, "vector3f[]")
-      .set(ovo::Array<Vec3<float>>(24, Vec3<float>(1, 2, 3)));
-  prim.createAttr(ovo::tokens().accelerations, "vector3f[]").set(ovo::Array<Vec3<float>>(24));
-  prim.setNormals(ovo::Array<Vec3<float>>(24, Vec3<float>(0, 0, 1)), "faceVarying");
+      .set(ovo::Array<Vec3f>(24, Vec3f(1, 2, 3)));
+  prim.createAttr(ovo::tokens().accelerations, "vector3f[]").set(ovo::Array<Vec3f>(24));
+  prim.setNormals(ovo::Array<Vec3f>(24, Vec3f(0, 0, 1)), "faceVarying");
   prim.createAttr(ovo::tokens().cornerIndices, "int[]").set(ovo::Array<int>{0});
   prim.createAttr(ovo::tokens().cornerSharpnesses, "float[]").set(ovo::Array<float>{10});
   MeshSample m;
@@ -376,8 +372,8 @@ TEST(
   EXPECT_EQ(m.nFaces(), 96u);
   EXPECT_EQ(m.nPoints(), 98u);
   EXPECT_EQ(m.subdivisionLevel, 0);
-  EXPECT_EQ(m.points[0], Vec3<float>(0, 0, 0)) << "the sharp corner stays";
-  EXPECT_NE(m.points[6], Vec3<float>(1, 1, 1));
+  EXPECT_EQ(m.points[0], Vec3f(0, 0, 0)) << "the sharp corner stays";
+  EXPECT_NE(m.points[6], Vec3f(1, 1, 1));
   EXPECT_EQ(m.cornerIndices, ovo::Array<int>{0});
   ASSERT_EQ(m.uvs.size(), m.nVerts());
   EXPECT_EQ(m.uvExtra, ovo::Array<float>(24, 3.0f)) << "that of the unrefined faces";
@@ -418,7 +414,7 @@ TEST(MeshSample, AnimatedMeshesAreReadAtTheirTime) {
   animated.createFaceVertexCountsAttr().set(quad.counts);
   animated.createFaceVertexIndicesAttr().set(quad.indices);
   animated.setSubdivisionScheme("none");
-  tarn::Mat4<double> a, b;
+  tarn::Mat4d a, b;
   b.translate(8, 0, 0);
   animated.setLocalXform(a, 1);
   animated.setLocalXform(b, 3);
@@ -442,13 +438,13 @@ TEST(MeshSample,
   EXPECT_FALSE(prim.getAttr(ovo::tokens().points).hasAuthoredValue());
   m.points = {{1, 2, 3}, {-1, 5, 0}};
   EXPECT_FALSE(m.setMeshPrimPointsAndBounds(prim, false));
-  ovo::Array<Vec3<float>> read;
+  ovo::Array<Vec3f> read;
   EXPECT_TRUE(prim.getPoints(read));
   EXPECT_EQ(read, m.points);
   EXPECT_FALSE(prim.getAttr(ovo::tokens().extent).hasAuthoredValue());
   EXPECT_TRUE(m.setMeshPrimPointsAndBounds(prim, true));
   EXPECT_TRUE(prim.getAttr(ovo::tokens().extent).get(read));
-  EXPECT_EQ(read, (ovo::Array<Vec3<float>>{{-1, 2, 0}, {1, 5, 3}}));
+  EXPECT_EQ(read, (ovo::Array<Vec3f>{{-1, 2, 0}, {1, 5, 3}}));
   MeshPrim invalid;
   EXPECT_FALSE(m.setMeshPrimPointsAndBounds(invalid, true));
 }
@@ -470,13 +466,12 @@ TEST(MeshSample, WritingFacesIsTrueWhenEitherListWasWritten) {
 
 TEST(MeshSample, EachFlagWritesItsOwnVectorsBeforeScalars) {
   MeshSample m;
-  vela::buildCube(m, tarn::Box3<double>(Vec3<double>(0), Vec3<double>(1)), 1, 1, true, true, true,
-                  true, true);
+  vela::buildCube(m, tarn::Box3d(Vec3d(0), Vec3d(1)), 1, 1, true, true, true, true, true);
   m.uvExtra.assign(24, 0.5f);
-  m.vectors.assign(24, Vec3<float>(1, 2, 3));
+  m.vectors.assign(24, Vec3f(1, 2, 3));
   m.scalars.assign(24, 0.25f);
-  m.pointVectors.assign(8, Vec3<float>(4));
-  m.pointData.assign(8, Vec3<float>(5));
+  m.pointVectors.assign(8, Vec3f(4));
+  m.pointData.assign(8, Vec3f(5));
   const std::vector<std::set<std::string>> names = {
       {"primvars:st", "primvars:st_w"}, {"normals"},    {"primvars:displayColor"},
       {"primvars:displayOpacity"},      {"velocities"}, {"accelerations"}};
@@ -507,9 +502,9 @@ TEST(MeshSample, UVsAndNormalsGetTheInterpolationThatTheirCountFits) {
     MeshPrim prim = textPrim(kTwoFaces);
     MeshSample m;
     ASSERT_TRUE(sampleAll(m, prim));
-    m.uvs.assign(static_cast<std::size_t>(count), Vec2<float>(0.5f, 1));
+    m.uvs.assign(static_cast<std::size_t>(count), Vec2f(0.5f, 1));
     m.uvExtra.assign(static_cast<std::size_t>(count), 2.0f);
-    m.normals.assign(static_cast<std::size_t>(count), Vec3<float>(0, 1, 0));
+    m.normals.assign(static_cast<std::size_t>(count), Vec3f(0, 1, 0));
     EXPECT_TRUE(m.setMeshPrimProperties(prim, true, true, false, false, false, false));
     EXPECT_EQ(prim.getPrimvar("st").interpolation(), Token(word));
     EXPECT_EQ(prim.getNormalsPrimvar().interpolation(), Token(word));
@@ -526,10 +521,10 @@ TEST(MeshSample, WhatWasIndexedIsWrittenFlat) {
   )");
   MeshSample m;
   ASSERT_TRUE(sampleAll(m, prim));
-  EXPECT_EQ(m.normals[0], Vec3<float>(0, 1, 0));
+  EXPECT_EQ(m.normals[0], Vec3f(0, 1, 0));
   for (std::size_t i = 0; i < 7; ++i) {
-    m.uvs[i] = Vec2<float>(static_cast<float>(i), 7);
-    m.normals[i] = Vec3<float>(1, 0, 0);
+    m.uvs[i] = Vec2f(static_cast<float>(i), 7);
+    m.normals[i] = Vec3f(1, 0, 0);
   }
   ASSERT_TRUE(m.setMeshPrimProperties(prim, true, true, false, false, false, false));
   MeshSample back;
@@ -552,10 +547,9 @@ TEST(MeshSample, WhatIsWrittenExportedAndOpenedAgainIsTheSame) {
         m.time = time;
         const std::size_t n = m.nVerts();
         for (std::size_t i = 0; i < n; ++i) {
-          m.uvs.push_back(
-              Vec2<float>(0.1f * static_cast<float>(i), 1.0f / static_cast<float>(i + 1)));
+          m.uvs.push_back(Vec2f(0.1f * static_cast<float>(i), 1.0f / static_cast<float>(i + 1)));
           m.uvExtra.push_back(static_cast<float>(i) / 3);
-          m.vectors.push_back(Vec3<float>(static_cast<float>(i), 0.3f, 1e-20f));
+          m.vectors.push_back(Vec3f(static_cast<float>(i), 0.3f, 1e-20f));
           m.scalars.push_back(static_cast<float>(i) * 0.7f);
         }
         m.normals = m.vectors;
@@ -607,9 +601,9 @@ TEST(MeshSample, EverySampleMeshIsReadRefinedAndMeasuredWithoutFault) {
         SCOPED_TRACE(shape.name);
         MeshPrim prim = primOf(shape, scheme);
         prim.createPrimvar("st", "texCoord2f[]", "vertex")
-            .set(ovo::Array<Vec2<float>>(shape.points.size(), Vec2<float>(1, 2)));
+            .set(ovo::Array<Vec2f>(shape.points.size(), Vec2f(1, 2)));
         prim.createPrimvar("displayColor", "color3f[]", "uniform")
-            .set(ovo::Array<Vec3<float>>(shape.counts.size(), Vec3<float>(1)));
+            .set(ovo::Array<Vec3f>(shape.counts.size(), Vec3f(1)));
         MeshSample m;
         EXPECT_EQ(sampleAll(m, prim, kDefault, level),
                   !shape.points.empty() && !shape.indices.empty());
@@ -633,7 +627,7 @@ TEST(MeshTopologyOfAPrim, StopsAtTheFirstArrayThatIsEmpty) {
   prim.createFaceVertexCountsAttr().set(ovo::Array<int>{3});
   prim.createFaceVertexIndicesAttr().set(ovo::Array<int>{0, 1, 2});
   EXPECT_TRUE(vela::MeshTopology(prim, kDefault).vertsPerFace.empty()) << "no points";
-  prim.setPoints(ovo::Array<Vec3<float>>(3));
+  prim.setPoints(ovo::Array<Vec3f>(3));
   EXPECT_EQ(vela::MeshTopology(prim, kDefault).faceVertPointIndices.size(), 3u);
   prim.createFaceVertexCountsAttr().set(ovo::Array<int>{});
   EXPECT_TRUE(vela::MeshTopology(prim, kDefault).faceVertPointIndices.empty()) << "no counts";
@@ -646,12 +640,12 @@ TEST(MeshSample, CopiesShareAndMovesCarryEverything) {
   m.tag = 3;
   MeshSample copy = m;
   EXPECT_EQ(copy.pointLocations(), m.pointLocations()) << "shared until written";
-  copy.points[0] = Vec3<float>(7);
+  copy.points[0] = Vec3f(7);
   EXPECT_NE(copy.points, m.points);
   const MeshSample moved = std::move(copy);
   EXPECT_EQ(moved.tag, 3);
   EXPECT_EQ(moved.nFaces(), 6u);
-  EXPECT_EQ(moved.points[0], Vec3<float>(7));
+  EXPECT_EQ(moved.points[0], Vec3f(7));
 }
 
 TEST(MeshSample, EveryMeshOfTheSharedScenesIsSampledWithoutFault) {
@@ -708,7 +702,7 @@ TEST(MeshSample, ValuesOfAFaceThatIsCutOffStayWithItsIndices) {
 )");
   MeshSample mesh;
   ASSERT_TRUE(sampleAll(mesh, prim));
-  const ovo::Array<Vec2<float>> expected = {{7, 0}, {7, 0}, {7, 0}, {8, 0}, {8, 0}};
+  const ovo::Array<Vec2f> expected = {{7, 0}, {7, 0}, {7, 0}, {8, 0}, {8, 0}};
   EXPECT_EQ(mesh.uvs, expected);
 }
 

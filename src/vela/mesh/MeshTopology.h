@@ -52,7 +52,7 @@ class VELA_API MeshTopology {
   /// face-vertices but for the sorting of edges that share their smaller point.
   [[nodiscard]] Edges edges() const;
 
-  ovo::Array<tarn::Vec3<float>> points;           ///< positions
+  ovo::Array<tarn::Vec3f> points;                 ///< positions
   ovo::Array<std::int32_t> vertsPerFace;          ///< how many vertices each face has
   ovo::Array<std::int32_t> faceVertPointIndices;  ///< the point of each face-vertex
 };

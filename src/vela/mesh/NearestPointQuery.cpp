@@ -38,8 +38,8 @@ std::int32_t cellAlong(float p, float min, float cellsPerUnit) {
 
 }  // namespace
 
-NearestPointQuery::NearestPointQuery(const tarn::Box3<float>& box, float cellSize) : bounds(box) {
-  const tarn::Vec3<float> extent = bounds.size();
+NearestPointQuery::NearestPointQuery(const tarn::Box3f& box, float cellSize) : bounds(box) {
+  const tarn::Vec3f extent = bounds.size();
   cellCountX = cellsAlong(extent.x, cellSize);
   cellCountY = cellsAlong(extent.y, cellSize);
   cellCountZ = cellsAlong(extent.z, cellSize);
@@ -54,13 +54,13 @@ NearestPointQuery::NearestPointQuery(const tarn::Box3<float>& box, float cellSiz
   cellStart.assign(static_cast<std::size_t>(cellCountX * cellCountY * cellCountZ) + 1, kNoPoint);
 }
 
-tarn::Vec3<int> NearestPointQuery::cellID(const tarn::Vec3<float>& position) const {
-  return tarn::Vec3<int>(cellAlong(position.x, bounds.min.x, cellsPerUnitX),
-                         cellAlong(position.y, bounds.min.y, cellsPerUnitY),
-                         cellAlong(position.z, bounds.min.z, cellsPerUnitZ));
+tarn::Vec3i NearestPointQuery::cellID(const tarn::Vec3f& position) const {
+  return tarn::Vec3i(cellAlong(position.x, bounds.min.x, cellsPerUnitX),
+                     cellAlong(position.y, bounds.min.y, cellsPerUnitY),
+                     cellAlong(position.z, bounds.min.z, cellsPerUnitZ));
 }
 
-void NearestPointQuery::addPoints(const tarn::Vec3<float>* points, std::size_t count) {
+void NearestPointQuery::addPoints(const tarn::Vec3f* points, std::size_t count) {
   if (points == nullptr) count = 0;
   count = std::min<std::size_t>(count, kNoPoint);  // one index must stay free to mean "no point"
   const std::size_t cells = static_cast<std::size_t>(cellCountX * cellCountY * cellCountZ);
@@ -74,7 +74,7 @@ void NearestPointQuery::addPoints(const tarn::Vec3<float>* points, std::size_t c
              nz = static_cast<std::uint32_t>(cellCountZ);
   std::size_t kept = 0;
   for (std::size_t i = 0; i < count; ++i) {
-    const tarn::Vec3<int> id = cellID(points[i]);
+    const tarn::Vec3i id = cellID(points[i]);
     const auto x = static_cast<std::uint32_t>(id.x), y = static_cast<std::uint32_t>(id.y),
                z = static_cast<std::uint32_t>(id.z);
     std::uint32_t cell = kNoPoint;
@@ -97,11 +97,11 @@ void NearestPointQuery::addPoints(const tarn::Vec3<float>* points, std::size_t c
       pointIds[--cellStart[cellOfPoint[i]]] = static_cast<std::uint32_t>(i);
 }
 
-void NearestPointQuery::getNeighbours(const tarn::Vec3<float>& position,
+void NearestPointQuery::getNeighbours(const tarn::Vec3f& position,
                                       std::vector<unsigned int>& ids) const {
   ids.clear();
   if (pointIds.empty()) return;
-  const tarn::Vec3<int> id = cellID(position);
+  const tarn::Vec3i id = cellID(position);
   // More than one cell beyond the last, or NaN (which converts to the lowest int).
   const auto outside = [](int cell, int cellCount) {
     return static_cast<std::uint32_t>(cell) > static_cast<std::uint32_t>(cellCount);

@@ -41,22 +41,22 @@ class VELA_API NearestPointQuery {
   /// than 1,000,000 in all, every count is halved and raised by one, so that cells may end up
   /// larger than asked for. A size that gives no count (zero, negative, not finite, or more cells
   /// than an int can count) gives one cell along that axis.
-  NearestPointQuery(const tarn::Box3<float>& bounds, float cellSize);
+  NearestPointQuery(const tarn::Box3f& bounds, float cellSize);
 
   /// Replaces the points. Point i is known by i from now on; the positions themselves are not kept.
   /// Two linear passes; 4 bytes a point and 4 a cell stay, 4 a point more are used meanwhile.
-  void addPoints(const tarn::Vec3<float>* points, std::size_t count);
+  void addPoints(const tarn::Vec3f* points, std::size_t count);
   void addPoints(tarn::Span<const tarn::Vec3f> points) { addPoints(points.data(), points.size()); }
 
   /// Fills `ids`, emptied first, with the points of the up to 27 cells around a position: cells
   /// with x slowest and z fastest, the points of a cell in ascending order, none twice. Empty
   /// before addPoints, and for a position more than one cell beyond the box's maximum on any axis.
   /// Allocates only where `ids` has too little room.
-  void getNeighbours(const tarn::Vec3<float>& position, std::vector<unsigned int>& ids) const;
+  void getNeighbours(const tarn::Vec3f& position, std::vector<unsigned int>& ids) const;
 
   /// \name The grid; to be read only
   /// @{
-  tarn::Box3<float> bounds;
+  tarn::Box3f bounds;
   std::int32_t cellCountX = 1, cellCountY = 1, cellCountZ = 1;
   float cellsPerUnitX = 0, cellsPerUnitY = 0, cellsPerUnitZ = 0;  ///< cell count / extent
   /// Point indices by cell; cell (x, y, z) has index (x * cellCountY + y) * cellCountZ + z.
@@ -67,7 +67,7 @@ class VELA_API NearestPointQuery {
   /// @}
 
  private:
-  tarn::Vec3<int> cellID(const tarn::Vec3<float>& position) const;
+  tarn::Vec3i cellID(const tarn::Vec3f& position) const;
 };
 
 }  // namespace vela

@@ -13,21 +13,21 @@
 
 namespace {
 
-using tarn::Vec3;
+using tarn::Vec3f;
 
-std::vector<Vec3<float>> randomPoints(std::size_t count, unsigned seed) {
+std::vector<Vec3f> randomPoints(std::size_t count, unsigned seed) {
   std::mt19937 rng(seed);
   std::uniform_real_distribution<float> coordinate(0, 1);
-  std::vector<Vec3<float>> out(count);
+  std::vector<Vec3f> out(count);
   for (auto& p : out) p = {coordinate(rng), coordinate(rng), coordinate(rng)};
   return out;
 }
 // About four points a cell, 27 cells a query.
 float cellSize(std::size_t count) { return std::cbrt(4.0f / static_cast<float>(count)); }
-const tarn::Box3<float> kBox(Vec3<float>(0), Vec3<float>(1.0001f));
+const tarn::Box3f kBox(Vec3f(0), Vec3f(1.0001f));
 
 struct Cloud {
-  std::vector<Vec3<float>> points;
+  std::vector<Vec3f> points;
   std::size_t kdtree_get_point_count() const { return points.size(); }
   float kdtree_get_pt(std::size_t i, std::size_t axis) const {
     return axis == 0 ? points[i].x : axis == 1 ? points[i].y : points[i].z;
@@ -85,7 +85,7 @@ void gridNearest(benchmark::State& state) {
   std::vector<unsigned> ids;
   std::size_t i = 0;
   for (auto _ : state) {
-    const Vec3<float>& p = asked[i++ & 4095];
+    const Vec3f& p = asked[i++ & 4095];
     query.getNeighbours(p, ids);
     float nearest = std::numeric_limits<float>::max();
     unsigned best = 0;
@@ -105,7 +105,7 @@ void treeNearest(benchmark::State& state) {
   tree.buildIndex();
   std::size_t i = 0;
   for (auto _ : state) {
-    const Vec3<float>& p = asked[i++ & 4095];
+    const Vec3f& p = asked[i++ & 4095];
     const float at[3] = {p.x, p.y, p.z};
     unsigned best = 0;
     float distance = 0;

@@ -347,7 +347,7 @@ int windingSign(const Point2* points, int count) {
 }
 
 /// Fills the projected corners; false when a coordinate is not finite.
-bool projectAlongWidestAxis(const tarn::Vec3<float>* points, const int* indices, int count,
+bool projectAlongWidestAxis(const tarn::Vec3f* points, const int* indices, int count,
                             Scratch<Point2>& flat) {
   // In double: sizes from 1e-38 to 1e38 neither vanish nor overflow when squared. The vector is
   // finite exactly when all corners are.
@@ -510,9 +510,9 @@ int* cutEars(const Corners& flat, int count, float area, Left&& left, int* out) 
 
 }  // namespace
 
-void Triangulate(const tarn::Vec3<float>* points, const int* indices, int count,
+void Triangulate(const tarn::Vec3f* points, const int* indices, int count,
                  std::vector<int>& triangles) {
-  using tarn::Vec3;
+  using tarn::Vec3f;
   if (count == 3) {
     triangles.assign({0, 1, 2});
     return;
@@ -524,7 +524,7 @@ void Triangulate(const tarn::Vec3<float>* points, const int* indices, int count,
   triangles.clear();
   if (count < 3) return;
   const auto size = static_cast<std::size_t>(count);
-  const auto point = [&](int corner) -> const Vec3<float>& { return points[indices[corner]]; };
+  const auto point = [&](int corner) -> const Vec3f& { return points[indices[corner]]; };
 
   // The polygon's plane: mean and Newell normal, with x, y and z in lanes.
   using Lanes = tarn::baseline::FloatLanes<4>;
@@ -540,15 +540,15 @@ void Triangulate(const tarn::Vec3<float>* points, const int* indices, int count,
   const auto vectorOf = [](const Lanes& lanes) {
     float v[4];
     lanes.store(v);
-    return Vec3<float>(v[0], v[1], v[2]);
+    return Vec3f(v[0], v[1], v[2]);
   };
-  const Vec3<float> mean = vectorOf(sum) / static_cast<float>(count),
-                    normal = vectorOf(newell).normalized();
+  const Vec3f mean = vectorOf(sum) / static_cast<float>(count),
+              normal = vectorOf(newell).normalized();
 
   // Its frame, and the corners in it, four at a time.
-  const Vec3<float> first = point(0) - mean;
-  const Vec3<float> u = (first - normal * tarn::dot(first, normal)).normalized();
-  const Vec3<float> v = tarn::cross(normal, u);
+  const Vec3f first = point(0) - mean;
+  const Vec3f u = (first - normal * tarn::dot(first, normal)).normalized();
+  const Vec3f v = tarn::cross(normal, u);
   Corners flat(size);
   const auto of = [](float f) { return Lanes::broadcast(f); };
   for (int i = 0; i < count; i += 4) {
@@ -577,7 +577,7 @@ void Triangulate(const tarn::Vec3<float>* points, const int* indices, int count,
   triangles.resize(static_cast<std::size_t>(end - triangles.data()));
 }
 
-void triangulatePolygon(const tarn::Vec3<float>* points, const int* indices, int count,
+void triangulatePolygon(const tarn::Vec3f* points, const int* indices, int count,
                         std::vector<int>& triangles) {
   if (count == 3) {
     triangles.assign({0, 1, 2});

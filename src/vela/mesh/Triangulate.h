@@ -32,7 +32,7 @@ namespace vela {
 /// A polygon without an ear left (self-intersecting, degenerate or with a NaN) keeps the triangles
 /// cut so far: there may be fewer than count - 2. Not promised: that the triangles add up to the
 /// polygon.
-VELA_API void Triangulate(const tarn::Vec3<float>* points, const int* indices, int count,
+VELA_API void Triangulate(const tarn::Vec3f* points, const int* indices, int count,
                           std::vector<int>& triangles);
 
 /// Cuts a polygon for pictures: at any size, always into count - 2 triangles.
@@ -62,7 +62,7 @@ VELA_API void Triangulate(const tarn::Vec3<float>* points, const int* indices, i
 /// polygon is simple. Sources: Meisters, Polygons Have Ears, AMM 82(6), 1975; Shewchuk, Adaptive
 /// Precision Floating-Point Arithmetic, DCG 18(3), 1997 (signs); the search of blockers along a
 /// Z-order curve follows Held, FIST, Algorithmica 30, 2001, in spirit.
-VELA_API void triangulatePolygon(const tarn::Vec3<float>* points, const int* indices, int count,
+VELA_API void triangulatePolygon(const tarn::Vec3f* points, const int* indices, int count,
                                  std::vector<int>& triangles);
 /// As above; \p corners has at most as many as an int counts.
 inline void triangulatePolygon(tarn::Span<const tarn::Vec3f> points, tarn::Span<const int> corners,

@@ -23,12 +23,13 @@
 
 namespace {
 
-using tarn::Vec3;
+using tarn::Vec3d;
+using tarn::Vec3f;
 
 enum Shape { kConvex, kStar, kRandom };
 
 struct Polygon {
-  std::vector<Vec3<float>> points;
+  std::vector<Vec3f> points;
   std::vector<int> indices;
   std::vector<std::vector<std::array<double, 2>>> flat;
 };
@@ -45,7 +46,7 @@ Polygon make(Shape shape, int corners) {
                                             : radius(random));
     const double x = r * std::cos(angle), y = r * std::sin(angle);
     made.flat[0].push_back({x, y});
-    made.points.emplace_back(Vec3<double>(x, 0.8 * y, 0.6 * y));
+    made.points.emplace_back(Vec3d(x, 0.8 * y, 0.6 * y));
     made.indices.push_back(i);
   }
   return made;

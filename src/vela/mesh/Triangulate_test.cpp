@@ -20,15 +20,15 @@
 #define TARN_LANES_KERNEL "vela/mesh/detail/EarsLanes.h"
 #include "tarn/ForEachInstructionSet.h"
 
-using tarn::Vec3;
+using tarn::Vec3f;
 using vela::Triangulate;
 using vela::triangulatePolygon;
 
 namespace {
 
-using Points = std::vector<Vec3<float>>;
+using Points = std::vector<Vec3f>;
 using Triples = std::vector<int>;
-using Cut = void (*)(const Vec3<float>*, const int*, int, Triples&);
+using Cut = void (*)(const Vec3f*, const int*, int, Triples&);
 
 Triples cutWith(Cut cut, const Points& points) {
   std::vector<int> indices(points.size());
@@ -130,20 +130,20 @@ TEST(Triangulate, NotANumberStopsTheCut) {
 Triples plainEars(const Points& points) {
   const std::size_t count = points.size();
   const auto n = static_cast<float>(count);
-  Vec3<float> mean, normal;
-  for (const Vec3<float>& p : points) mean += p;
+  Vec3f mean, normal;
+  for (const Vec3f& p : points) mean += p;
   mean = mean / n;
   for (std::size_t i = 0; i < count; ++i) {
-    const Vec3<float>&a = points[i], &b = points[(i + 1) % count];
+    const Vec3f &a = points[i], &b = points[(i + 1) % count];
     normal.x += (a.y - b.y) * (a.z + b.z);
     normal.y += (a.z - b.z) * (a.x + b.x);
     normal.z += (a.x - b.x) * (a.y + b.y);
   }
   normal = normal.normalized();
-  const Vec3<float> d = points[0] - mean, u = (d - normal * dot(d, normal)).normalized(),
-                    v = cross(normal, u);
+  const Vec3f d = points[0] - mean, u = (d - normal * dot(d, normal)).normalized(),
+              v = cross(normal, u);
   std::vector<float> x, y;
-  for (const Vec3<float>& p : points) {
+  for (const Vec3f& p : points) {
     x.push_back(dot(p - mean, u));
     y.push_back(dot(p - mean, v));
   }
@@ -210,7 +210,7 @@ TEST(Triangulate, PolygonsOfEverySizeAndShapeAreCutAsTheRuleSays) {
       if (count % 17 == 0) points[3].y = std::numeric_limits<float>::infinity();
       ASSERT_EQ(cutWith(Triangulate, points), plainEars(points))
           << count << " corners, kind " << kind;
-      for (Vec3<float>& p : points) p.x = -p.x;
+      for (Vec3f& p : points) p.x = -p.x;
       ASSERT_EQ(cutWith(Triangulate, points), plainEars(points))
           << count << " corners, kind " << kind << ", mirrored";
     }
@@ -263,8 +263,7 @@ TEST(Triangulate, BlocksOfCornersBlockAsSingleOnesDo) {
 }
 
 TEST(Triangulate, CornersAllInOnePointAreCutBecauseNothingIsConcave) {
-  EXPECT_EQ(cutWith(Triangulate, Points(5, Vec3<float>(1, 2, 3))),
-            Triples({4, 0, 1, 4, 1, 2, 4, 2, 3}));
+  EXPECT_EQ(cutWith(Triangulate, Points(5, Vec3f(1, 2, 3))), Triples({4, 0, 1, 4, 1, 2, 4, 2, 3}));
 }
 
 // ---- TriangulatePolygon
@@ -349,8 +348,7 @@ void check(const Points& points, bool simple, const std::string& name) {
 
 Points scaled(Points points, int exponent) {
   for (auto& p : points)
-    p = Vec3<float>(std::ldexp(p.x, exponent), std::ldexp(p.y, exponent),
-                    std::ldexp(p.z, exponent));
+    p = Vec3f(std::ldexp(p.x, exponent), std::ldexp(p.y, exponent), std::ldexp(p.z, exponent));
   return points;
 }
 
@@ -374,9 +372,9 @@ TEST(TriangulatePolygon, AnyStartCornerAndAnyWindingIsCoveredOnce) {
 TEST(TriangulatePolygon, AnyAxisIsUp) {
   for (const Case& c : readCorpus()) {
     Points turned = c.points;
-    for (auto& p : turned) p = Vec3<float>(p.z, p.x, p.y);
+    for (auto& p : turned) p = Vec3f(p.z, p.x, p.y);
     check(turned, c.simple, c.name);
-    for (auto& p : turned) p = Vec3<float>(p.z, p.x, p.y);
+    for (auto& p : turned) p = Vec3f(p.z, p.x, p.y);
     check(turned, c.simple, c.name);
   }
 }

@@ -56,11 +56,11 @@ struct AttributeWriter {
   void operator()(const std::string& v) const { header.insert(name, Imf::StringAttribute(v)); }
   void operator()(int v) const { header.insert(name, Imf::IntAttribute(v)); }
   void operator()(float v) const { header.insert(name, Imf::FloatAttribute(v)); }
-  void operator()(const tarn::Vec2<float>& v) const {
+  void operator()(const tarn::Vec2f& v) const {
     header.insert(name, Imf::V2fAttribute(Imath::V2f(v.x, v.y)));
   }
   // OpenEXR multiplies row vectors: its matrices have tarn's storage.
-  void operator()(const tarn::Mat4<float>& v) const {
+  void operator()(const tarn::Mat4f& v) const {
     Imath::M44f matrix;
     for (std::size_t i = 0; i < 16; ++i) matrix.x[i / 4][i % 4] = v[i];
     header.insert(name, Imf::M44fAttribute(matrix));

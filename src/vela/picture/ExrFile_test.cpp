@@ -116,12 +116,12 @@ TEST_F(ExrFile, EachLayerOfTheTableReadsBackInItsType) {
 
 TEST_F(ExrFile, AttributesKeepTheirTypes) {
   Picture picture = everything(2, 1);
-  tarn::Mat4<float> matrix;
+  tarn::Mat4f matrix;
   for (std::size_t i = 0; i < 16; ++i) matrix[i] = static_cast<float>(i);
   picture.attributes = {{"a text", std::string("words")},
                         {"an int", 42},
                         {"a float", 0.5f},
-                        {"a pair", tarn::Vec2<float>(1, 2)},
+                        {"a pair", tarn::Vec2f(1, 2)},
                         {"worldToCamera", matrix}};
   ASSERT_TRUE(writeExr(picture, file_));
   const Imf::InputFile input(file_.c_str());

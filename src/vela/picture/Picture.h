@@ -64,7 +64,7 @@ struct LayerView {
 /// One fact about the whole picture, written to files that have room for such.
 struct Attribute {
   std::string name;
-  std::variant<std::string, int, float, tarn::Vec2<float>, tarn::Mat4<float>> value;
+  std::variant<std::string, int, float, tarn::Vec2f, tarn::Mat4f> value;
 };
 
 /// \code

@@ -18,11 +18,12 @@ namespace {
 
 using picture_test::Pictures;
 using picture_test::Values;
-using tarn::Mat4;
-using tarn::Vec3;
+using tarn::Mat4d;
+using tarn::Vec3d;
+using tarn::Vec3f;
 using vela::picture::RenderOptions;
 using vela::scene::MeshList;
-using Real3 = Vec3<double>;
+using Real3 = Vec3d;
 
 constexpr double kPi = 3.14159265358979323846;
 
@@ -46,7 +47,7 @@ std::vector<Triangle> trianglesOf(const MeshList& list, double time) {
   for (std::size_t e = 0; e < list.entries.size(); ++e) {
     // Of meshes what the scene has; shape prims are known by their made mesh alone.
     const bool isMade = !list.entries[e].prim.isValid();
-    ovo::Array<Vec3<float>> points = list.shapeOf(e).points;
+    ovo::Array<Vec3f> points = list.shapeOf(e).points;
     ovo::Array<int> counts = list.shapeOf(e).counts, indices = list.shapeOf(e).indices;
     bool reverseWinding = false;
     if (!isMade && !list.entries[e].prim.getPoints(points, time)) continue;
@@ -97,7 +98,7 @@ PlainHit nearest(const std::vector<Triangle>& triangles, const Real3& origin,
 // units of half its width.
 struct PlainCamera {
   ovo::CameraParameters film;
-  Mat4<double> world;
+  Mat4d world;
   std::string lens;
   int width, height;
 
@@ -217,7 +218,7 @@ class ScenesThroughTheirLenses : public Pictures {
     ASSERT_TRUE(stage);
     vela::scene::MeshFilter filter;
     filter.time = time;
-    const tarn::Box3<double> box =
+    const tarn::Box3d box =
         vela::scene::extentOf(vela::scene::listMeshes(*stage, filter).value()).box;
     ASSERT_FALSE(box.isEmpty());
     const Real3 middle = box.center();

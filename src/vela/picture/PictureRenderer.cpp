@@ -93,7 +93,7 @@ void makeJob(const std::shared_ptr<ovo::Stage>& stage, const RenderOptions& opti
   const bool needsLight = open.layers.has(Sampling::meanOfSamples);
   const bool needsNormals = options.smooth && needsSurfaceNormals(open.layers);
   if (needsLight || needsNormals) {
-    const tarn::Box3<double>& box = open.extent.box;
+    const tarn::Box3d& box = open.extent.box;
     const double radius = box.isEmpty() ? 1.0 : 0.5 * box.size().length();
     open.shader.emplace(open.meshes, *open.caster, options.time, open.view, radius, ambientGrid,
                         options.smooth);
@@ -225,9 +225,8 @@ std::uint64_t PictureRenderer::raysTraced() const noexcept {
 
 Picture PictureRenderer::makePicture() const {
   Picture picture = open_->layers.makePicture(width(), height());
-  picture.attributes = {
-      {"software", std::string("vela ") + vela::version()},
-      {"worldToCamera", tarn::Mat4<float>(open_->view.worldFromCamera.inverse())}};
+  picture.attributes = {{"software", std::string("vela ") + vela::version()},
+                        {"worldToCamera", tarn::Mat4f(open_->view.worldFromCamera.inverse())}};
   if (open_->layers.has("prim")) {
     const std::size_t count = open_->meshes.entries.size();
     picture.manifest.reserve(count);

@@ -327,11 +327,10 @@ TEST(PictureRenderer, AttributesSayWhatMadeThePictureAndWhereTheCameraStood) {
   EXPECT_EQ(std::get<std::string>(picture.attributes[0].value),
             std::string("vela ") + vela::version());
   EXPECT_EQ(picture.attributes[1].name, "worldToCamera");
-  const auto cameraFromWorld = std::get<tarn::Mat4<float>>(picture.attributes[1].value);
-  const tarn::Vec3<double> eye(renderer->view().worldFromCamera[12],
-                               renderer->view().worldFromCamera[13],
-                               renderer->view().worldFromCamera[14]);
-  EXPECT_NEAR(cameraFromWorld.transformPoint(tarn::Vec3<float>(eye)).length(), 0.0f,
+  const auto cameraFromWorld = std::get<tarn::Mat4f>(picture.attributes[1].value);
+  const tarn::Vec3d eye(renderer->view().worldFromCamera[12], renderer->view().worldFromCamera[13],
+                        renderer->view().worldFromCamera[14]);
+  EXPECT_NEAR(cameraFromWorld.transformPoint(tarn::Vec3f(eye)).length(), 0.0f,
               1e-5f * static_cast<float>(eye.length()));
 }
 

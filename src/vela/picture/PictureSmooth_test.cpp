@@ -19,9 +19,10 @@ namespace {
 
 using picture_test::Pictures;
 using picture_test::Values;
-using tarn::Vec3;
+using tarn::Vec3d;
+using tarn::Vec3f;
 using vela::picture::RenderOptions;
-using Real3 = Vec3<double>;
+using Real3 = Vec3d;
 
 constexpr double kPi = 3.14159265358979323846;
 
@@ -47,7 +48,7 @@ vela::MeshSample refined(const std::string& file, int level) {
           ovo::Token()};
 }
 
-void expectNear(const Vec3<float>& a, const Vec3<float>& b, double tolerance) {
+void expectNear(const Vec3f& a, const Vec3f& b, double tolerance) {
   for (std::size_t i = 0; i < 3; ++i)
     ASSERT_NEAR(static_cast<double>(a[i]), static_cast<double>(b[i]), tolerance) << a << " " << b;
 }
@@ -80,7 +81,7 @@ class RefinedPictures : public Pictures {
   }
   static double placeX(int pixel) { return 4.0 * (pixel + 0.5) / 64 - 2.0 + kBesideX; }
   static double placeY(int pixel) { return 2.0 - 4.0 * (pixel + 0.5) / 64 + kBesideY; }
-  static Vec3<float> vector(const Values& read, const std::string& layer, std::size_t p) {
+  static Vec3f vector(const Values& read, const std::string& layer, std::size_t p) {
     return {read.floats.at(layer + ".x")[p], read.floats.at(layer + ".y")[p],
             read.floats.at(layer + ".z")[p]};
   }
@@ -127,9 +128,8 @@ TEST_F(RefinedPictures, RaysMeetTheRefinedMesh) {
         ASSERT_EQ(read.integers.at("prim.id")[p], wanted.z > -2 ? 1u : 0u) << x << " " << y;
         if (!(wanted.z > -2)) continue;
         ++hits;
-        expectNear(vector(read, "P", p), Vec3<float>(Real3(placeX(x), placeY(y), wanted.z)), 1e-5);
-        expectNear(vector(read, "N", p), Vec3<float>(leftHanded ? -wanted.normal : wanted.normal),
-                   1e-4);
+        expectNear(vector(read, "P", p), Vec3f(Real3(placeX(x), placeY(y), wanted.z)), 1e-5);
+        expectNear(vector(read, "N", p), Vec3f(leftHanded ? -wanted.normal : wanted.normal), 1e-4);
         ASSERT_EQ(read.integers.at("face.id")[p], wanted.face / 64) << "the face of the cube";
       }
     // The refined cube is much smaller than its control mesh, which fills a quarter of the picture;
@@ -172,7 +172,7 @@ TEST_F(RefinedPictures, SmoothNormalsAreUnitAndThoseOfABall) {
     int hits = 0;
     for (std::size_t p = 0; p < 64 * 64; ++p) {
       if (read.integers.at("prim.id")[p] == 0) continue;
-      const Vec3<float> n = vector(read, "N", p), out = vector(read, "P", p).normalized();
+      const Vec3f n = vector(read, "N", p), out = vector(read, "P", p).normalized();
       ASSERT_NEAR(n.length(), 1.0f, 1e-6f);
       worst = std::max(worst, std::acos(std::min(1.0, static_cast<double>(dot(n, out)))));
       ++hits;
@@ -203,12 +203,12 @@ TEST_F(RefinedPictures, SmoothNormalsAreMixedBetweenPointsAndTurnWithTheMesh) {
   for (std::size_t p = 0; p < 64 * 64; ++p) {
     if (smooth.integers.at("prim.id")[p] == 0) continue;
     ++hits;
-    const Vec3<float> at = vector(smooth, "P", p);
+    const Vec3f at = vector(smooth, "P", p);
     const double x = static_cast<double>(at.x) / 2, y = static_cast<double>(at.y);
     const double top = (y + 1) / 2, right = (x + 1 - top) / 2, left = 1 - top - right;
     const Real3 object = Real3(-1, 0, 2) * left + Real3(3, 0, 2) * right + Real3(0, 1, 1) * top;
     expectNear(vector(smooth, "N", p),
-               Vec3<float>(Real3(object.x / 2, object.y, object.z / 4).normalized()), 1e-5);
+               Vec3f(Real3(object.x / 2, object.y, object.z / 4).normalized()), 1e-5);
     expectNear(vector(flat, "N", p), {0, 0, 1}, 1e-6);
   }
   EXPECT_GT(hits, 900);

@@ -14,7 +14,7 @@ namespace vela::picture {
 
 namespace {
 
-using tarn::Vec3;
+using tarn::Vec3f;
 
 struct Closer {
   void operator()(std::FILE* file) const { std::fclose(file); }
@@ -49,8 +49,8 @@ bool makeImage(int width, int height, tarn::Span<const float> rgb, Image& image,
 
 }  // namespace
 
-Vec3<float> backdrop(float height) noexcept {
-  const Vec3<float> below(0.30f, 0.29f, 0.28f), above(0.62f, 0.68f, 0.74f);
+Vec3f backdrop(float height) noexcept {
+  const Vec3f below(0.30f, 0.29f, 0.28f), above(0.62f, 0.68f, 0.74f);
   const float t = std::clamp(height, 0.0f, 1.0f);
   const float share = t * t * (3.0f - 2.0f * t);
   return below * (1.0f - share) + above * share;
@@ -63,11 +63,11 @@ std::vector<float> overBackdrop(const Picture& picture) {
   float* out = flat.data();
   for (int y = 0; y < picture.height; ++y) {
     const float height = 1.0f - (static_cast<float>(y) + 0.5f) / static_cast<float>(picture.height);
-    const Vec3<float> behind = backdrop(height);
+    const Vec3f behind = backdrop(height);
     for (int x = 0; x < picture.width; ++x) {
       const float* pixel = &rgba(x, y);
-      const Vec3<float> over =
-          Vec3<float>(pixel[0], pixel[1], pixel[2]) + behind * (1.0f - std::min(pixel[3], 1.0f));
+      const Vec3f over =
+          Vec3f(pixel[0], pixel[1], pixel[2]) + behind * (1.0f - std::min(pixel[3], 1.0f));
       for (std::size_t k = 0; k < 3; ++k) *out++ = over[k];
     }
   }

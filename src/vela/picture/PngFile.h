@@ -15,7 +15,7 @@ namespace vela::picture {
 
 /// What is seen where no surface is, linear, for pictures without transparency.
 /// \param height from 0 at the bottom of the picture to 1 at its top; clamped
-[[nodiscard]] VELA_PICTURE_API tarn::Vec3<float> backdrop(float height) noexcept;
+[[nodiscard]] VELA_PICTURE_API tarn::Vec3f backdrop(float height) noexcept;
 
 /// The colour of a picture over the backdrop, linear: width * height * 3 values, row by row. Empty
 /// when the picture does not have the layer `rgba`.

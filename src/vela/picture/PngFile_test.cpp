@@ -103,8 +103,8 @@ TEST(PngFile, TheBackdropShowsWhereAlphaLeavesRoom) {
 }
 
 TEST(PngFile, TheBackdropRunsFromDarkToLightAndIsClamped) {
-  EXPECT_EQ(backdrop(0.0f), tarn::Vec3<float>(0.30f, 0.29f, 0.28f));
-  EXPECT_EQ(backdrop(1.0f), tarn::Vec3<float>(0.62f, 0.68f, 0.74f));
+  EXPECT_EQ(backdrop(0.0f), tarn::Vec3f(0.30f, 0.29f, 0.28f));
+  EXPECT_EQ(backdrop(1.0f), tarn::Vec3f(0.62f, 0.68f, 0.74f));
   EXPECT_EQ(backdrop(-5.0f), backdrop(0.0f));
   EXPECT_EQ(backdrop(5.0f), backdrop(1.0f));
   EXPECT_LT(backdrop(0.3f).x, backdrop(0.7f).x);

@@ -126,7 +126,7 @@ void SamplingRng::generate1dSamples(int count, std::vector<float>& out) {
     out[static_cast<std::size_t>(place[i])] = (newFloatValue() + static_cast<float>(i)) * width;
 }
 
-void SamplingRng::generate2dUniformSamples(int nx, int ny, std::vector<tarn::Vec2<float>>& out) {
+void SamplingRng::generate2dUniformSamples(int nx, int ny, std::vector<tarn::Vec2f>& out) {
   nx = std::max(nx, 1);
   ny = std::max(ny, 1);
   out.assign(static_cast<std::size_t>(nx) * static_cast<std::size_t>(ny), {});
@@ -140,7 +140,7 @@ void SamplingRng::generate2dUniformSamples(int nx, int ny, std::vector<tarn::Vec
       out[k++] = {static_cast<float>(i) * dx - 0.5f, static_cast<float>(j) * dy - 0.5f};
 }
 
-void SamplingRng::generate2dSamples(int nx, int ny, std::vector<tarn::Vec2<float>>& out) {
+void SamplingRng::generate2dSamples(int nx, int ny, std::vector<tarn::Vec2f>& out) {
   out.clear();
   const std::size_t columns = static_cast<std::size_t>(std::max(nx, 1));
   const std::size_t rows = static_cast<std::size_t>(std::max(ny, 1));
@@ -153,7 +153,7 @@ void SamplingRng::generate2dSamples(int nx, int ny, std::vector<tarn::Vec2<float
   // One permutation for both passes, never reset; points by column, `grid[i * rows + j]`.
   std::vector<std::int32_t> fine(columns);
   std::iota(fine.begin(), fine.end(), 0);
-  std::vector<tarn::Vec2<float>> grid(total);
+  std::vector<tarn::Vec2f> grid(total);
 
   // x: a fine stratum inside the column, by row.
   // KEEP(one-entry-swapped): all draws of column i swap entry i of the permutation, and below all

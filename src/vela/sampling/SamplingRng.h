@@ -31,7 +31,7 @@ namespace vela {
 ///   rng.setSeed(vela::SamplingRng::BuildHashedSeed(x, y, frame));
 ///   assert(rng.newValue() == first);
 ///
-///   std::vector<tarn::Vec2<float>> offsets;  // around the pixel's centre
+///   std::vector<tarn::Vec2f> offsets;  // around the pixel's centre
 ///   rng.generate2dSamples(4, 4, offsets);
 ///   assert(offsets.size() == 16 && std::fabs(offsets[0].x) <= 0.5f);
 /// \endcode
@@ -81,12 +81,12 @@ class VELA_API SamplingRng {
   /// nx * ny multi-jittered samples of [-0.5, 0.5] squared in random order. A count below 1 counts
   /// as 1. Defined for ny up to nx: with more rows than columns `out` is left empty and no number
   /// is taken from the sequence.
-  void generate2dSamples(int nx, int ny, std::vector<tarn::Vec2<float>>& out);
+  void generate2dSamples(int nx, int ny, std::vector<tarn::Vec2f>& out);
 
   /// nx * ny points of a regular grid over [-0.5, 0.5] squared, both ends included, x fastest; a
   /// direction with a single point has it at -0.5, a single point altogether is (0, 0). A count
   /// below 1 counts as 1. Takes no number from the sequence.
-  void generate2dUniformSamples(int nx, int ny, std::vector<tarn::Vec2<float>>& out);
+  void generate2dUniformSamples(int nx, int ny, std::vector<tarn::Vec2f>& out);
 
  private:
   static constexpr std::int32_t kMultiplier = 16807;

@@ -71,7 +71,7 @@ BENCHMARK(setSeed);
 
 void generate2dSamples(benchmark::State& state) {
   vela::SamplingRng rng;
-  std::vector<tarn::Vec2<float>> out;
+  std::vector<tarn::Vec2f> out;
   const int n = static_cast<int>(state.range(0));
   for (auto _ : state) {
     rng.generate2dSamples(n, n, out);

@@ -13,7 +13,7 @@
 
 #include "vela/sampling/SamplingRng_tables.h"
 
-using tarn::Vec2;
+using tarn::Vec2f;
 using vela::SamplingRng;
 using vela::SamplingRngSet;
 using namespace sampling_tables;
@@ -44,9 +44,9 @@ std::vector<std::uint32_t> bits(const std::vector<float>& values) {
   return out;
 }
 
-std::vector<std::uint32_t> bits(const std::vector<Vec2<float>>& points) {
+std::vector<std::uint32_t> bits(const std::vector<Vec2f>& points) {
   std::vector<std::uint32_t> out;
-  for (const Vec2<float>& p : points) {
+  for (const Vec2f& p : points) {
     out.push_back(bits(p.x));
     out.push_back(bits(p.y));
   }
@@ -241,7 +241,7 @@ TEST(SamplingSets, TwoDimensionalSetsAreThoseOfTheTables) {
     SCOPED_TRACE(std::to_string(expected.seed) + ", " + std::to_string(expected.nx) + " x " +
                  std::to_string(expected.ny));
     SamplingRng rng(expected.seed);
-    std::vector<Vec2<float>> out(3, Vec2<float>(9.0f));
+    std::vector<Vec2f> out(3, Vec2f(9.0f));
     rng.generate2dSamples(expected.nx, expected.ny, out);
     EXPECT_EQ(bits(out), expected.bits);
     EXPECT_EQ(rng.newValue(), expected.next);
@@ -252,7 +252,7 @@ TEST(SamplingSets, UniformSetsAreThoseOfTheTables) {
   for (const Set& expected : kSets2dUniform) {
     SCOPED_TRACE(std::to_string(expected.nx) + " x " + std::to_string(expected.ny));
     SamplingRng rng(expected.seed);
-    std::vector<Vec2<float>> out(3, Vec2<float>(9.0f));
+    std::vector<Vec2f> out(3, Vec2f(9.0f));
     rng.generate2dUniformSamples(expected.nx, expected.ny, out);
     EXPECT_EQ(bits(out), expected.bits);
     EXPECT_EQ(rng.newValue(), expected.next) << "a regular grid takes no number";
@@ -328,7 +328,7 @@ TEST(SamplingSets, OrdersAreTheBiasedOnesOfSwappingWithAnyPosition) {
 // must differ from it.
 TEST(SamplingSets, DrawsOfAColumnMoveTheEntryOfTheColumn) {
   SamplingRng rng(5), model(5);
-  std::vector<Vec2<float>> out;
+  std::vector<Vec2f> out;
   rng.generate2dSamples(2, 2, out);
 
   // Two columns: the first number of the permutation after two draws that swap entry 0 with entry r
@@ -337,20 +337,20 @@ TEST(SamplingSets, DrawsOfAColumnMoveTheEntryOfTheColumn) {
   std::swap(fine[0], fine[model.newValue() % 2]);
   std::swap(fine[0], fine[model.newValue() % 2]);
   const float x = (static_cast<float>(fine[0]) + model.newFloatValue()) * 0.25f - 0.5f;
-  EXPECT_TRUE(std::any_of(out.begin(), out.end(),
-                          [&](const Vec2<float>& p) { return bits(p.x) == bits(x); }));
+  EXPECT_TRUE(
+      std::any_of(out.begin(), out.end(), [&](const Vec2f& p) { return bits(p.x) == bits(x); }));
 }
 
 TEST(SamplingSets, SquareSetsHaveOneSampleInEachCell) {
   const unsigned seed = std::random_device{}();
   SCOPED_TRACE("seed " + std::to_string(seed));
   SamplingRng rng(static_cast<int>(seed));
-  std::vector<Vec2<float>> out;
+  std::vector<Vec2f> out;
   for (int n = 1; n <= 16; ++n) {
     rng.generate2dSamples(n, n, out);
     ASSERT_EQ(out.size(), static_cast<std::size_t>(n * n));
     std::vector<int> cells(out.size(), 0);
-    for (const Vec2<float>& p : out) {
+    for (const Vec2f& p : out) {
       ASSERT_TRUE(p.x >= -0.5f && p.x <= 0.5f && p.y >= -0.5f && p.y <= 0.5f);
       // A hair inward, since rounding may put a sample on the far edge of its cell.
       const int i =
@@ -367,7 +367,7 @@ TEST(SamplingSets, SquareSetsHaveOneSampleInEachCell) {
 
 TEST(SamplingSets, MoreRowsThanColumnsGiveNone) {
   SamplingRng rng(4), untouched(4);
-  std::vector<Vec2<float>> out(5);
+  std::vector<Vec2f> out(5);
   rng.generate2dSamples(2, 3, out);
   EXPECT_TRUE(out.empty());
   out.resize(5);
@@ -378,18 +378,18 @@ TEST(SamplingSets, MoreRowsThanColumnsGiveNone) {
 
 TEST(SamplingSets, ASingleUniformPointIsTheOrigin) {
   SamplingRng rng;
-  std::vector<Vec2<float>> out;
+  std::vector<Vec2f> out;
   rng.generate2dUniformSamples(1, 1, out);
-  EXPECT_EQ(out, std::vector<Vec2<float>>{Vec2<float>(0.0f)});
+  EXPECT_EQ(out, std::vector<Vec2f>{Vec2f(0.0f)});
   rng.generate2dUniformSamples(-8, 0, out);
-  EXPECT_EQ(out, std::vector<Vec2<float>>{Vec2<float>(0.0f)});
+  EXPECT_EQ(out, std::vector<Vec2f>{Vec2f(0.0f)});
 }
 
 TEST(SamplingSets, ARowOfThreeLiesAtTheLowerEdge) {
   SamplingRng rng;
-  std::vector<Vec2<float>> out;
+  std::vector<Vec2f> out;
   rng.generate2dUniformSamples(3, 1, out);
-  const std::vector<Vec2<float>> expected = {{-0.5f, -0.5f}, {0.0f, -0.5f}, {0.5f, -0.5f}};
+  const std::vector<Vec2f> expected = {{-0.5f, -0.5f}, {0.0f, -0.5f}, {0.5f, -0.5f}};
   EXPECT_EQ(out, expected);
 }
 

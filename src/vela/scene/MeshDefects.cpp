@@ -15,7 +15,7 @@ namespace vela::scene {
 
 namespace {
 
-using tarn::Vec3;
+using tarn::Vec3d;
 using Face = MeshTopology::Faces::Face;
 using Kind = MeshDefect::Kind;
 
@@ -28,8 +28,8 @@ void add(std::vector<MeshDefect>& defects, Kind kind, std::size_t where) {
   defects.push_back({kind, 1, where});
 }
 
-Vec3<double> cornerOf(const MeshTopology& mesh, const Face& face, std::size_t k) {
-  return Vec3<double>(mesh.points.cdata()[face[k]]);
+Vec3d cornerOf(const MeshTopology& mesh, const Face& face, std::size_t k) {
+  return Vec3d(mesh.points.cdata()[face[k]]);
 }
 
 // ---- Faces that cross themselves
@@ -46,22 +46,21 @@ double turnOf(const FlatCorner& a, const FlatCorner& b, const FlatCorner& c) {
 
 // The axis along which a face is widest. One whose halves cancel each other out is seen along that
 // of its largest corner.
-std::size_t widestAxis(const MeshTopology& mesh, const Face& face, const Vec3<double>& area) {
+std::size_t widestAxis(const MeshTopology& mesh, const Face& face, const Vec3d& area) {
   const std::size_t n = face.size();
   const auto corner = [&](std::size_t k) { return cornerOf(mesh, face, k % n); };
-  Vec3<double> along = area;
+  Vec3d along = area;
   for (std::size_t k = 0; k < n && area.lengthSquared() == 0; ++k) {
-    const Vec3<double> turn = tarn::areaVector(corner(k), corner(k + 1), corner(k + 2));
+    const Vec3d turn = tarn::areaVector(corner(k), corner(k + 1), corner(k + 2));
     if (turn.lengthSquared() > along.lengthSquared()) along = turn;
   }
-  const Vec3<double> width(std::fabs(along.x), std::fabs(along.y), std::fabs(along.z));
+  const Vec3d width(std::fabs(along.x), std::fabs(along.y), std::fabs(along.z));
   return width.z >= width.x && width.z >= width.y ? 2 : width.x >= width.y ? 0 : 1;
 }
 
 // True when two sides cross somewhere between their ends, seen along the axis in which the face is
 // widest. False as well when the work was stopped.
-bool sidesCross(const MeshTopology& mesh, const Face& face, const Vec3<double>& area,
-                const Work& work) {
+bool sidesCross(const MeshTopology& mesh, const Face& face, const Vec3d& area, const Work& work) {
   const std::size_t n = face.size(), axis = widestAxis(mesh, face, area);
 
   // Sides by where they begin along x: only those that overlap there are tried against each other.
@@ -73,7 +72,7 @@ bool sidesCross(const MeshTopology& mesh, const Face& face, const Vec3<double>& 
   std::vector<Side> sides(n);
   for (std::size_t k = 0; k < n; ++k) {
     const auto flat = [&](std::size_t c) {
-      const Vec3<double> corner = cornerOf(mesh, face, c % n);
+      const Vec3d corner = cornerOf(mesh, face, c % n);
       return FlatCorner{corner[(axis + 1) % 3], corner[(axis + 2) % 3]};
     };
     sides[k] = {flat(k), flat(k + 1), 0, 0, k};
@@ -98,7 +97,7 @@ bool sidesCross(const MeshTopology& mesh, const Face& face, const Vec3<double>& 
 
 // A quadrilateral whose halves face opposite ways whichever diagonal cuts it, and a larger face
 // with sides that cross.
-bool crossesItself(const MeshTopology& mesh, const Face& face, const Vec3<double>& area,
+bool crossesItself(const MeshTopology& mesh, const Face& face, const Vec3d& area,
                    const Work& work) {
   if (face.size() > 4) return sidesCross(mesh, face, area, work);
   if (face.size() < 4) return false;
@@ -154,7 +153,7 @@ bool inspectFaces(const MeshTopology& mesh, std::vector<Side>& sides, MeshReport
     if (!usable) continue;
     sorted.assign(face.begin(), face.end());
     std::sort(sorted.begin(), sorted.end());
-    const Vec3<double> area =
+    const Vec3d area =
         tarn::areaVector(face.size(), [&](std::size_t k) { return cornerOf(mesh, face, k); });
     if (std::adjacent_find(sorted.begin(), sorted.end()) != sorted.end())
       add(report.defects, Kind::pointTwice, face.index());

@@ -51,7 +51,7 @@ struct MeshReport {
   std::size_t points = 0, faces = 0, faceVertices = 0, triangles = 0, quads = 0;
   /// Borders have one face; a crowded edge has more than two.
   std::size_t edges = 0, borderEdges = 0, crowdedEdges = 0;
-  tarn::Box3<float> bounds;
+  tarn::Box3f bounds;
   std::vector<PrimvarReport> primvars;
   std::vector<MeshDefect> defects;  ///< each kind once, in the order in which they were met first
 };

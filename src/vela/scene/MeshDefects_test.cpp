@@ -14,9 +14,9 @@
 namespace {
 
 using namespace vela::scene;
-using tarn::Vec3;
+using tarn::Vec3f;
 using Kind = MeshDefect::Kind;
-using Points = std::vector<Vec3<float>>;
+using Points = std::vector<Vec3f>;
 
 MeshReport reportOf(const Points& points, const std::vector<int>& counts,
                     const std::vector<int>& indices) {
@@ -75,9 +75,7 @@ TEST(MeshDefects, SidesOfALargePolygonThatCrossAreFoundInAnyPlane) {
     for (int i = 0; i < 5; ++i) {
       const float a = std::cos(1.2566371f * static_cast<float>(i)),
                   b = std::sin(1.2566371f * static_cast<float>(i));
-      points.push_back(axis == 0   ? Vec3<float>(0, a, b)
-                       : axis == 1 ? Vec3<float>(b, 0, a)
-                                   : Vec3<float>(a, b, 0));
+      points.push_back(axis == 0 ? Vec3f(0, a, b) : axis == 1 ? Vec3f(b, 0, a) : Vec3f(a, b, 0));
     }
     expectOnly(reportOf(points, {5}, {0, 2, 4, 1, 3}), Kind::foldedFace, 1, 0);
     EXPECT_TRUE(reportOf(points, {5}, {0, 1, 2, 3, 4}).defects.empty());
@@ -91,14 +89,14 @@ TEST(MeshDefects, PrimvarsMustFitTheirInterpolation) {
   prim.createFaceVertexCountsAttr().set(ovo::Array<int>{4});
   prim.createFaceVertexIndicesAttr().set(ovo::Array<int>{0, 1, 2, 3});
   prim.createPrimvar(ovo::Token("displayColor"), "color3f[]", ovo::Token("vertex"))
-      .set(ovo::Array<Vec3<float>>(kSquare));
+      .set(ovo::Array<Vec3f>(kSquare));
   const double now = tarn::defaultTimeValue();
   EXPECT_TRUE(inspectMesh(prim, now)->defects.empty());
   EXPECT_EQ(inspectMesh(prim, now)->path, "/M");
-  EXPECT_EQ(inspectMesh(prim, now)->bounds.max, Vec3<float>(1, 1, 0));
+  EXPECT_EQ(inspectMesh(prim, now)->bounds.max, Vec3f(1, 1, 0));
 
   prim.createPrimvar(ovo::Token("st"), "float2[]", ovo::Token("faceVarying"))
-      .set(ovo::Array<tarn::Vec2<float>>(3));
+      .set(ovo::Array<tarn::Vec2f>(3));
   const MeshReport report = inspectMesh(prim, now).value();
   ASSERT_EQ(report.primvars.size(), 2u);
   expectOnly(report, Kind::primvarCount, 1, report.primvars[0].elements == 3 ? 0 : 1);
@@ -111,7 +109,7 @@ std::size_t countFoldedQuads(const vela_test::SampleMesh& m) {
   for (const int n : m.counts) {
     const auto half = [&](std::size_t a, std::size_t b, std::size_t c) {
       const auto corner = [&](std::size_t k) {
-        return tarn::Vec3<double>(m.points[static_cast<std::size_t>(m.indices[first + k])]);
+        return tarn::Vec3d(m.points[static_cast<std::size_t>(m.indices[first + k])]);
       };
       return cross(corner(b) - corner(a), corner(c) - corner(a));
     };

@@ -12,8 +12,10 @@ namespace {
 
 using Selection::GeoSelection;
 using Selection::WeightedPartSelection;
-using tarn::Vec2;
-using tarn::Vec3;
+using tarn::Vec2d;
+using tarn::Vec2f;
+using tarn::Vec3d;
+using tarn::Vec3f;
 
 // Rays are made row by row and cast some rows at a time: a rectangle may be as large as a picture.
 constexpr std::size_t kMostRays = 1 << 16;
@@ -32,7 +34,7 @@ void addFaces(GeoSelection& selection, const Shape& shape, const std::vector<boo
       choose(part, shape.refinement ? shape.refinement->counts.size() : shape.counts.size(), f);
 }
 
-bool isInside(const PixelRect& rect, const Vec2<double>& pixel) {
+bool isInside(const PixelRect& rect, const Vec2d& pixel) {
   return pixel.x >= rect.x0 && pixel.x < rect.x1 + 1.0 && pixel.y >= rect.y0 &&
          pixel.y < rect.y1 + 1.0;
 }
@@ -44,16 +46,16 @@ bool addVertices(GeoSelection& selection, const MeshEntry& entry, const Shape& s
   const Refinement* from = shape.refinement.get();
   const ovo::Array<int>&counts = from ? from->counts : shape.counts,
         &indices = from ? from->indices : shape.indices;
-  const tarn::Span<const Vec3<float>> points = shape.points.view();
+  const tarn::Span<const Vec3f> points = shape.points.view();
 
   std::vector<std::size_t> chosen;
   for (const ovo::Face face : ovo::Faces(counts, indices)) {
     if (face.index() >= faces.size() || !faces[face.index()]) continue;
     for (const int point : face) {  // a face that was hit has usable indices
       const int shown = from ? from->refinedPointOf.view()[point] : point;
-      Vec2<double> pixel;
+      Vec2d pixel;
       if (shown >= 0 &&
-          finder.find(entry.worldFromObject.transformPoint(Vec3<double>(points[shown])), pixel) &&
+          finder.find(entry.worldFromObject.transformPoint(Vec3d(points[shown])), pixel) &&
           isInside(rect, pixel))
         chosen.push_back(static_cast<std::size_t>(point));
     }
@@ -83,7 +85,7 @@ std::optional<FacesMet> facesInRect(const MeshList& list, const RayCaster& caste
     met.add(hit.entry, list.shapeOf(hit.entry).sceneFace(hit.face));
   };
   const Work stopOnly{work.stop, {}};
-  std::vector<Vec2<float>> points;
+  std::vector<Vec2f> points;
   std::vector<WorldRay> rays;
   std::vector<SurfaceHit> hits;
   const PixelRect inside{std::max(rect.x0, 0), std::max(rect.y0, 0),

@@ -6,13 +6,13 @@
 
 namespace vela::scene {
 
-using tarn::Vec3;
+using tarn::Vec3d;
 
 namespace {
 
 // The longitude of a point about a round lens, as window x from -1 to 1: the left edge looks along
 // +z, and so does the right one.
-double windowX(const Vec3<double>& p) {
+double windowX(const Vec3d& p) {
   constexpr double kPi = tarn::kPi<double>;
   const double phi = std::atan2(-p.x, p.z);
   return (phi < 0.0 ? phi + 2.0 * kPi : phi) / kPi - 1.0;
@@ -25,9 +25,9 @@ PixelFinder::PixelFinder(const View& view)
       cameraFromWorld_(view.worldFromCamera.inverse()),
       ndcFromWindow_(Camera::BuildNDCTransform(view.sample, true)) {}
 
-bool PixelFinder::find(const Vec3<double>& world, tarn::Vec2<double>& pixel) const {
-  const Vec3<double> p = cameraFromWorld_.transformPoint(world);
-  Vec3<double> ndc;
+bool PixelFinder::find(const Vec3d& world, tarn::Vec2d& pixel) const {
+  const Vec3d p = cameraFromWorld_.transformPoint(world);
+  Vec3d ndc;
   switch (view_.lens) {
     case LensProjection::spherical: {
       const double length = p.length();
@@ -46,10 +46,9 @@ bool PixelFinder::find(const Vec3<double>& world, tarn::Vec2<double>& pixel) con
       break;
     }
     default: {
-      const tarn::Vec4<double> clip =
-          view_.sample.projectionMatrix().transform({p.x, p.y, p.z, 1.0});
+      const tarn::Vec4d clip = view_.sample.projectionMatrix().transform({p.x, p.y, p.z, 1.0});
       if (!(clip.w > 0.0)) return false;
-      const tarn::Vec4<double> unit = clip.wNormalized();
+      const tarn::Vec4d unit = clip.wNormalized();
       ndc = {unit.x, unit.y, 0.0};
       break;
     }

@@ -18,15 +18,15 @@ namespace vela::scene {
 ///   using namespace vela::scene;
 ///   const std::shared_ptr<ovo::Stage> stage = ovo::Stage::open("examples/demo/demo.usda");
 ///   const std::optional<View> view = makeView(*stage, ViewOptions(), Extent());
-///   const tarn::Vec2<float> point = view->ndc(320.5, 200.5);
+///   const tarn::Vec2f point = view->ndc(320.5, 200.5);
 ///   WorldRay ray;
 ///   view->makeRays(&point, 1, &ray);
 ///
 ///   const PixelFinder finder(*view);
-///   tarn::Vec2<double> pixel;
+///   tarn::Vec2d pixel;
 ///   const bool isInFront =
-///       finder.find(ray.base + ray.offset + tarn::Vec3<double>(ray.direction) * 100.0, pixel);
-///   assert(isInFront && (pixel - tarn::Vec2<double>(320.5, 200.5)).length() < 1e-3);
+///       finder.find(ray.base + ray.offset + tarn::Vec3d(ray.direction) * 100.0, pixel);
+///   assert(isInFront && (pixel - tarn::Vec2d(320.5, 200.5)).length() < 1e-3);
 /// \endcode
 class VELA_API PixelFinder {
  public:
@@ -38,11 +38,11 @@ class VELA_API PixelFinder {
   /// \return false for what no pixel shows wherever it lies: a point at or behind the plane of a
   ///         perspective camera, on the axis of a cylinder or in the middle of a sphere, and one
   ///         that is not finite. \p pixel is not to be used then
-  bool find(const tarn::Vec3<double>& world, tarn::Vec2<double>& pixel) const;
+  bool find(const tarn::Vec3d& world, tarn::Vec2d& pixel) const;
 
  private:
   const View& view_;
-  tarn::Mat4<double> cameraFromWorld_, ndcFromWindow_;
+  tarn::Mat4d cameraFromWorld_, ndcFromWindow_;
 };
 
 }  // namespace vela::scene

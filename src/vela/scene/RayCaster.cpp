@@ -16,10 +16,12 @@ namespace vela::scene {
 
 namespace {
 
-using tarn::Box3;
-using tarn::Mat4;
-using tarn::Ray;
-using tarn::Vec3;
+using tarn::Box3d;
+using tarn::Box3f;
+using tarn::Mat4d;
+using tarn::Ray3f;
+using tarn::Vec3d;
+using tarn::Vec3f;
 
 constexpr std::size_t kBatch = 256;
 
@@ -29,26 +31,25 @@ constexpr std::size_t kBatch = 256;
 // knows it.
 class detail::LocalCaster {
  public:
-  LocalCaster(const MeshList& meshes, const Vec3<double>& origin) : list(meshes), base(origin) {}
+  LocalCaster(const MeshList& meshes, const Vec3d& origin) : list(meshes), base(origin) {}
   virtual ~LocalCaster() = default;
 
-  virtual void intersect(const Ray<float>* rays, std::size_t count, SurfaceHit* hits) const = 0;
-  virtual void occluded(const Ray<float>* rays, std::size_t count, bool* answers) const = 0;
+  virtual void intersect(const Ray3f* rays, std::size_t count, SurfaceHit* hits) const = 0;
+  virtual void occluded(const Ray3f* rays, std::size_t count, bool* answers) const = 0;
   // The nearest hit on one entry, as if there were no other.
-  virtual bool intersectEntry(std::size_t entry, const Ray<float>& ray, SurfaceHit& hit) const = 0;
+  virtual bool intersectEntry(std::size_t entry, const Ray3f& ray, SurfaceHit& hit) const = 0;
   // The box of each entry, up to rounding; empty for what is never hit.
-  [[nodiscard]] virtual std::vector<Box3<float>> entryBoxes() const = 0;
+  [[nodiscard]] virtual std::vector<Box3f> entryBoxes() const = 0;
 
-  [[nodiscard]] Ray<float> localRay(const WorldRay& ray) const {
-    return {Vec3<float>(ray.offset + (ray.base - base)), ray.direction, ray.minDistance,
-            ray.maxDistance};
+  [[nodiscard]] Ray3f localRay(const WorldRay& ray) const {
+    return {Vec3f(ray.offset + (ray.base - base)), ray.direction, ray.minDistance, ray.maxDistance};
   }
-  void localRays(const WorldRay* rays, std::size_t count, Ray<float>* local) const {
+  void localRays(const WorldRay* rays, std::size_t count, Ray3f* local) const {
     for (std::size_t i = 0; i < count; ++i) local[i] = localRay(rays[i]);
   }
 
   const MeshList& list;
-  Vec3<double> base;
+  Vec3d base;
   std::vector<Problem> problems;
 };
 
@@ -56,8 +57,8 @@ namespace {
 
 class TracerCaster final : public detail::LocalCaster {
  public:
-  TracerCaster(const MeshList& meshes, const Vec3<double>& middle) : LocalCaster(meshes, middle) {
-    const Mat4<double> localFromWorld = makeLocalFromWorld();
+  TracerCaster(const MeshList& meshes, const Vec3d& middle) : LocalCaster(meshes, middle) {
+    const Mat4d localFromWorld = makeLocalFromWorld();
     tracer_.reservePlacements(list.entries.size());
     std::vector<std::uint32_t> numbers;
     numbers.reserve(list.shapes.size());
@@ -68,7 +69,7 @@ class TracerCaster final : public detail::LocalCaster {
     tracer_.build();
   }
 
-  void intersect(const Ray<float>* rays, std::size_t count, SurfaceHit* hits) const override {
+  void intersect(const Ray3f* rays, std::size_t count, SurfaceHit* hits) const override {
     std::array<TracerHit, kBatch> found;
     for (std::size_t first = 0; first < count; first += kBatch) {
       const std::size_t n = std::min(kBatch, count - first);
@@ -77,29 +78,29 @@ class TracerCaster final : public detail::LocalCaster {
     }
   }
 
-  void occluded(const Ray<float>* rays, std::size_t count, bool* answers) const override {
+  void occluded(const Ray3f* rays, std::size_t count, bool* answers) const override {
     tracer_.occluded(rays, count, answers);
   }
 
-  bool intersectEntry(std::size_t entry, const Ray<float>& ray, SurfaceHit& hit) const override {
+  bool intersectEntry(std::size_t entry, const Ray3f& ray, SurfaceHit& hit) const override {
     TracerHit found;
     tracer_.intersectPlacement(static_cast<std::uint32_t>(entry), ray, found);
     hit = surfaceHit(found);
     return hit.hit;
   }
 
-  std::vector<Box3<float>> entryBoxes() const override {
+  std::vector<Box3f> entryBoxes() const override {
     // Points that are not finite are never hit.
-    std::vector<Box3<double>> shapeBoxes;
+    std::vector<Box3d> shapeBoxes;
     shapeBoxes.reserve(list.shapes.size());
     for (const Shape& shape : list.shapes) {
-      Box3<double> box;
-      for (const Vec3<float>& p : shape.points)
-        if (isFinite(p)) box.extendBy(Vec3<double>(p));
+      Box3d box;
+      for (const Vec3f& p : shape.points)
+        if (isFinite(p)) box.extendBy(Vec3d(p));
       shapeBoxes.push_back(box);
     }
-    const Mat4<double> localFromWorld = makeLocalFromWorld();
-    std::vector<Box3<float>> boxes;
+    const Mat4d localFromWorld = makeLocalFromWorld();
+    std::vector<Box3f> boxes;
     boxes.reserve(list.entries.size());
     for (const MeshEntry& entry : list.entries)
       boxes.emplace_back(
@@ -108,8 +109,8 @@ class TracerCaster final : public detail::LocalCaster {
   }
 
  private:
-  [[nodiscard]] Mat4<double> makeLocalFromWorld() const {
-    Mat4<double> localFromWorld;
+  [[nodiscard]] Mat4d makeLocalFromWorld() const {
+    Mat4d localFromWorld;
     localFromWorld.translate(-base.x, -base.y, -base.z);
     return localFromWorld;
   }
@@ -147,7 +148,7 @@ class DetectorCaster final : public detail::LocalCaster {
                           "the hit detector takes plain meshes alone", others});
   }
 
-  void intersect(const Ray<float>* rays, std::size_t count, SurfaceHit* hits) const override {
+  void intersect(const Ray3f* rays, std::size_t count, SurfaceHit* hits) const override {
     for (std::size_t i = 0; i < count; ++i) {
       CollisionResult found;
       const bool hit = detector_.intersect(nearest_, rays[i], found);
@@ -155,14 +156,14 @@ class DetectorCaster final : public detail::LocalCaster {
     }
   }
 
-  void occluded(const Ray<float>* rays, std::size_t count, bool* answers) const override {
+  void occluded(const Ray3f* rays, std::size_t count, bool* answers) const override {
     for (std::size_t i = 0; i < count; ++i) {
       CollisionResult found;
       answers[i] = detector_.intersect(anyHit_, rays[i], found);
     }
   }
 
-  bool intersectEntry(std::size_t entry, const Ray<float>& ray, SurfaceHit& hit) const override {
+  bool intersectEntry(std::size_t entry, const Ray3f& ray, SurfaceHit& hit) const override {
     const auto at = std::lower_bound(entries_.begin(), entries_.end(), entry);
     hit = SurfaceHit();
     if (at == entries_.end() || *at != entry) return false;
@@ -174,8 +175,8 @@ class DetectorCaster final : public detail::LocalCaster {
     return true;
   }
 
-  std::vector<Box3<float>> entryBoxes() const override {
-    std::vector<Box3<float>> boxes(list.entries.size());
+  std::vector<Box3f> entryBoxes() const override {
+    std::vector<Box3f> boxes(list.entries.size());
     for (std::size_t i = 0; i < entries_.size(); ++i) boxes[entries_[i]] = model_.model().bounds(i);
     return boxes;
   }
@@ -229,7 +230,7 @@ RayCaster::RayCaster(RayCaster&&) noexcept = default;
 RayCaster& RayCaster::operator=(RayCaster&&) noexcept = default;
 
 void RayCaster::intersect(const WorldRay* rays, std::size_t count, SurfaceHit* hits) const {
-  std::array<Ray<float>, kBatch> local;
+  std::array<Ray3f, kBatch> local;
   for (std::size_t first = 0; first < count; first += kBatch) {
     const std::size_t n = std::min(kBatch, count - first);
     local_->localRays(rays + first, n, local.data());
@@ -238,7 +239,7 @@ void RayCaster::intersect(const WorldRay* rays, std::size_t count, SurfaceHit* h
 }
 
 void RayCaster::occluded(const WorldRay* rays, std::size_t count, bool* answers) const {
-  std::array<Ray<float>, kBatch> local;
+  std::array<Ray3f, kBatch> local;
   for (std::size_t first = 0; first < count; first += kBatch) {
     const std::size_t n = std::min(kBatch, count - first);
     local_->localRays(rays + first, n, local.data());
@@ -249,7 +250,7 @@ void RayCaster::occluded(const WorldRay* rays, std::size_t count, bool* answers)
 bool RayCaster::intersectAll(const WorldRay* rays, std::size_t count,
                              const std::function<void(std::size_t, const SurfaceHit&)>& visit,
                              const Work& work) const {
-  std::vector<Ray<float>> local(count);
+  std::vector<Ray3f> local(count);
   local_->localRays(rays, count, local.data());
   const detail::EntriesAlong entries(local_->entryBoxes(), local);
   std::vector<std::size_t> near;
@@ -258,7 +259,7 @@ bool RayCaster::intersectAll(const WorldRay* rays, std::size_t count,
     work.report(static_cast<double>(i) / static_cast<double>(count));
     entries.find(local[i], near);
     for (const std::size_t entry : near) {
-      Ray<float> ray = local[i];
+      Ray3f ray = local[i];
       SurfaceHit hit;
       while (local_->intersectEntry(entry, ray, hit)) {
         visit(i, hit);

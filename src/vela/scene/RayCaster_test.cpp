@@ -18,11 +18,12 @@
 namespace {
 
 using namespace vela::scene;
-using tarn::Vec3;
+using tarn::Vec3d;
+using tarn::Vec3f;
 using vela_test::at;
 using vela_test::squareText;
 using vela_test::stageOf;
-using Real3 = Vec3<double>;
+using Real3 = Vec3d;
 
 const double kNow = tarn::defaultTimeValue();
 
@@ -43,7 +44,7 @@ struct Cast {
   RayCaster caster;
 };
 
-WorldRay rayOf(const Real3& from, const Vec3<float>& direction) {
+WorldRay rayOf(const Real3& from, const Vec3f& direction) {
   WorldRay ray;
   ray.base = from;
   ray.direction = direction;
@@ -61,7 +62,7 @@ TEST(RayCaster, TheNearestSurfaceInTheWorld) {
     EXPECT_EQ(hits[0].face, 0);
     EXPECT_NEAR(hits[0].distance, 5.0, 1e-5) << "in units of the direction";
     EXPECT_LT((hits[0].position() - Real3(4.25, 0.5, 0)).length(), 1e-5);
-    EXPECT_EQ(hits[0].normal, Vec3<float>(0, 0, 1));
+    EXPECT_EQ(hits[0].normal, Vec3f(0, 0, 1));
     EXPECT_FALSE(hits[1].hit);
     bool answers[2] = {};
     cast.caster.occluded(rays, 2, answers);
@@ -107,7 +108,7 @@ TEST(RayCaster, FarFromZeroNothingIsLost) {
     ASSERT_TRUE(hit.hit);
     EXPECT_EQ(cast.list.entries[hit.entry].prim.getName(), ovo::Token("Near"));
     EXPECT_NEAR(hit.distance, 3.0, 1e-6);
-    const Vec3<float> onSquare = cast.caster.objectSpace(hit.entry).point(hit);
+    const Vec3f onSquare = cast.caster.objectSpace(hit.entry).point(hit);
     EXPECT_NEAR(onSquare.x, offset.x, 1e-6);
     EXPECT_NEAR(onSquare.y, offset.y, 1e-6);
   }
@@ -128,7 +129,7 @@ TEST(RayCaster, HitsHaveTheCornersAndBarycentricsOfTheirTriangle) {
     const Real3 onSquare(unit(random), unit(random), 0);
     const Real3 world = cast.list.entries[0].worldFromObject.transformPoint(onSquare);
     const Real3 from = world + Real3(unit(random), unit(random), 4);
-    const WorldRay ray = rayOf(from, Vec3<float>(world - from));
+    const WorldRay ray = rayOf(from, Vec3f(world - from));
     SurfaceHit hit;
     cast.caster.intersect(&ray, 1, &hit);
     ASSERT_TRUE(hit.hit && hit.hasCorners);
@@ -141,7 +142,7 @@ TEST(RayCaster, HitsHaveTheCornersAndBarycentricsOfTheirTriangle) {
     EXPECT_LT((mixed - onSquare).length(), 1e-5);
     EXPECT_LT((Real3(cast.caster.objectSpace(0).point(hit)) - onSquare).length(), 1e-5);
     // The normal of the square in the world is square to what lies in it.
-    const Vec3<float> normal = cast.caster.objectSpace(0).worldNormal({0, 0, 1});
+    const Vec3f normal = cast.caster.objectSpace(0).worldNormal({0, 0, 1});
     EXPECT_LT((normal - hit.normal).length(), 1e-6f);
   }
 }
@@ -193,7 +194,7 @@ TEST(RayCaster, AllThatARayMeetsInManyMeshesIsWhatEachOfThemSays) {
   std::vector<WorldRay> rays;
   for (int i = 0; i < 300; ++i)
     rays.push_back(rayOf(Real3(unit(random), unit(random), unit(random)) * 8.0,
-                         Vec3<float>(Real3(unit(random), unit(random), unit(random)))));
+                         Vec3f(Real3(unit(random), unit(random), unit(random)))));
   std::vector<std::vector<int>> met(rays.size(), std::vector<int>(cast.list.entries.size(), 0));
   cast.caster.intersectAll(rays.data(), rays.size(),
                            [&](std::size_t ray, const SurfaceHit& hit) { ++met[ray][hit.entry]; });

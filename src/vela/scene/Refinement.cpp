@@ -14,7 +14,7 @@ namespace vela::scene {
 
 namespace {
 
-using tarn::Vec3;
+using tarn::Vec3f;
 
 // About 300 bytes a face with what rays and light need of them.
 constexpr double kMostFaces = 10'000'000;
@@ -60,7 +60,7 @@ Problem tooManyFaces(const MeshList& list, int level) {
 
 // Colours by their interpolation, ready to be carried; what fits no interpolation is none.
 struct Colours {
-  ovo::Array<Vec3<float>> values;
+  ovo::Array<Vec3f> values;
   ovo::Token interpolation;
 };
 
@@ -104,8 +104,8 @@ bool refine(Shape& shape, double time, int level, std::string& why) {
     return false;
 
   if (colours.interpolation == names.uniform) {
-    ovo::Array<Vec3<float>> spread(made->sourceFaces.size());
-    Vec3<float>* out = spread.data();
+    ovo::Array<Vec3f> spread(made->sourceFaces.size());
+    Vec3f* out = spread.data();
     for (const int face : made->sourceFaces.view()) *out++ = colours.values.view()[face];
     colours.values = spread;
   }
@@ -141,11 +141,11 @@ bool refineShapes(MeshList& list, double time, int level, Problem* problem, cons
   return true;
 }
 
-ovo::Array<Vec3<float>> spreadOverRefinedPoints(const Shape& shape, double time,
-                                                const ovo::Array<Vec3<float>>& values) {
+ovo::Array<Vec3f> spreadOverRefinedPoints(const Shape& shape, double time,
+                                          const ovo::Array<Vec3f>& values) {
   const Refinement& from = *shape.refinement;
   ovo::Array<int> counts = from.counts, indices = from.indices;
-  ovo::Array<Vec3<float>> points = from.points, spread = values;
+  ovo::Array<Vec3f> points = from.points, spread = values;
   spread.resize(points.size());
   ovo::MeshTessellateContext context;
   context.vertsPerFace = &counts;

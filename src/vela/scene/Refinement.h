@@ -26,7 +26,7 @@ VELA_API bool refineShapes(MeshList& list, double time, int level, Problem* prob
                            const Work& work = {});
 
 /// Values at the points of a refined shape's control mesh, spread linearly over the refined points.
-[[nodiscard]] VELA_API ovo::Array<tarn::Vec3<float>> spreadOverRefinedPoints(
-    const Shape& shape, double time, const ovo::Array<tarn::Vec3<float>>& values);
+[[nodiscard]] VELA_API ovo::Array<tarn::Vec3f> spreadOverRefinedPoints(
+    const Shape& shape, double time, const ovo::Array<tarn::Vec3f>& values);
 
 }  // namespace vela::scene

@@ -21,7 +21,7 @@
 
 namespace {
 
-using tarn::Vec3;
+using tarn::Vec3f;
 using vela::scene::listMeshes;
 using vela::scene::MeshFilter;
 using vela::scene::MeshList;
@@ -79,7 +79,7 @@ class Refined {
   Problem problem_;
 };
 
-void expectNear(const Vec3<float>& a, const Vec3<float>& b, double tolerance) {
+void expectNear(const Vec3f& a, const Vec3f& b, double tolerance) {
   for (std::size_t i = 0; i < 3; ++i)
     ASSERT_NEAR(static_cast<double>(a[i]), static_cast<double>(b[i]), tolerance) << a << " " << b;
 }
@@ -125,7 +125,7 @@ TEST(Refine, PointsFacesAndNormalsAreThoseOfMeshSample) {
       ASSERT_EQ(sample.normals.size(), shape.indices.size());
       const Surface surface(shape, kNow);
       ASSERT_TRUE(surface.hasOwnNormals());
-      forEachCorner(shape, [&](int face, std::size_t corner, const Vec3<float>& p) {
+      forEachCorner(shape, [&](int face, std::size_t corner, const Vec3f& p) {
         // Those of the flat faces of a bilinear surface, and along creases, are their own.
         if (isSmooth)
           expectNear(surface.normal({face, p}).normalized(), sample.normals.cdata()[corner], 1e-5);
@@ -138,7 +138,7 @@ TEST(Refine, NormalsPointOutForBothOrientations) {
     const Refined refined(cubeText("", "catmullClark", leftHanded), 2);
     const Surface surface(refined.shape(), kNow);
     EXPECT_EQ(surface.isLeftHanded(), leftHanded);
-    forEachCorner(refined.shape(), [&](int face, std::size_t, const Vec3<float>& p) {
+    forEachCorner(refined.shape(), [&](int face, std::size_t, const Vec3f& p) {
       ASSERT_GT(dot(surface.normal({face, p}).normalized(), p.normalized()), 0.9f);
     });
   }
@@ -149,9 +149,8 @@ TEST(Refine, CreasesAndBilinearSurfacesKeepTheirEdges) {
     // A bilinear cube is a cube: every normal is that of its side.
     const Refined flat(cubeText("", "bilinear"), level);
     const Surface cube(flat.shape(), kNow);
-    const Vec3<float> sides[] = {{0, 0, 1},  {0, 1, 0}, {0, 0, -1},
-                                 {0, -1, 0}, {1, 0, 0}, {-1, 0, 0}};
-    forEachCorner(flat.shape(), [&](int face, std::size_t, const Vec3<float>& p) {
+    const Vec3f sides[] = {{0, 0, 1}, {0, 1, 0}, {0, 0, -1}, {0, -1, 0}, {1, 0, 0}, {-1, 0, 0}};
+    forEachCorner(flat.shape(), [&](int face, std::size_t, const Vec3f& p) {
       expectNear(cube.normal({face, p}).normalized(), sides[flat.shape().sceneFace(face)], 1e-6);
     });
     // With a crease around its top, the top stays flat and turned up to its very rim.
@@ -159,7 +158,7 @@ TEST(Refine, CreasesAndBilinearSurfacesKeepTheirEdges) {
                                    "[5]\n float[] creaseSharpnesses = [10]\n"),
                           level);
     const Surface surface(creased.shape(), kNow);
-    forEachCorner(creased.shape(), [&](int face, std::size_t, const Vec3<float>& p) {
+    forEachCorner(creased.shape(), [&](int face, std::size_t, const Vec3f& p) {
       if (creased.shape().sceneFace(face) == 1)
         expectNear(surface.normal({face, p}).normalized(), {0, 1, 0}, 1e-6);
     });
@@ -190,7 +189,7 @@ TEST(Refine, ColoursFollowTheirInterpolation) {
     // Colours that are the points are refined to what the points are.
     const Refined refined(coloured("vertex", ofPoints), 2);
     const Surface surface(refined.shape(), kNow);
-    forEachCorner(refined.shape(), [&](int face, std::size_t, const Vec3<float>& p) {
+    forEachCorner(refined.shape(), [&](int face, std::size_t, const Vec3f& p) {
       expectNear(surface.colour({face, p}), p, 1e-6);
     });
   }
@@ -198,7 +197,7 @@ TEST(Refine, ColoursFollowTheirInterpolation) {
   {
     const Refined refined(coloured("varying", ofPoints), 2);
     const Surface surface(refined.shape(), kNow);
-    forEachCorner(refined.shape(), [&](int face, std::size_t c, const Vec3<float>& p) {
+    forEachCorner(refined.shape(), [&](int face, std::size_t c, const Vec3f& p) {
       expectNear(surface.colour({face, p}),
                  flat.shape().points.cdata()[flat.shape().indices.cdata()[c]], 1e-6);
     });
@@ -210,7 +209,7 @@ TEST(Refine, ColoursFollowTheirInterpolation) {
     const vela::MeshSample control = flat.sample(0);
     for (std::size_t c = 0; c < control.nVerts(); ++c) {
       std::ostringstream text;
-      const Vec3<float>& p = control.points.cdata()[control.faceVertPointIndices()[c]];
+      const Vec3f& p = control.points.cdata()[control.faceVertPointIndices()[c]];
       text << (c ? "," : "") << "(" << p.x << "," << p.y << "," << p.z << ")";
       ofCorners += text.str();
     }
@@ -221,7 +220,7 @@ TEST(Refine, ColoursFollowTheirInterpolation) {
                                   " token faceVaryingLinearInterpolation = \"none\"\n"),
                          2);
     const Surface linearSurface(linear.shape(), kNow), smoothSurface(smooth.shape(), kNow);
-    forEachCorner(smooth.shape(), [&](int face, std::size_t c, const Vec3<float>& p) {
+    forEachCorner(smooth.shape(), [&](int face, std::size_t c, const Vec3f& p) {
       expectNear(smoothSurface.colour({face, p}), p, 1e-6);
       expectNear(linearSurface.colour({face, p}),
                  flat.shape().points.cdata()[flat.shape().indices.cdata()[c]], 1e-6);
@@ -233,7 +232,7 @@ TEST(Refine, ColoursFollowTheirInterpolation) {
                           2);
     const Surface surface(refined.shape(), kNow);
     std::set<float> seen;
-    forEachCorner(refined.shape(), [&](int face, std::size_t, const Vec3<float>& p) {
+    forEachCorner(refined.shape(), [&](int face, std::size_t, const Vec3f& p) {
       ASSERT_EQ(surface.colour({face, p}).x, static_cast<float>(refined.shape().sceneFace(face)));
       seen.insert(surface.colour({face, p}).x);
     });
@@ -311,7 +310,7 @@ TEST(Refine, EverySampleMeshIsShownBrokenOnesToo) {
           if (count <= 0) continue;
           const bool usable = isWhole || (f < m.counts.size() && m.usable(f));
           for (std::size_t k = 0; k < static_cast<std::size_t>(count) && usable; ++k) {
-            const Vec3<float>& p = shape.points.cdata()[shape.indices.cdata()[corner + k]];
+            const Vec3f& p = shape.points.cdata()[shape.indices.cdata()[corner + k]];
             if (!std::isfinite(p.x + p.y + p.z)) continue;
             const float length = surface.normal({static_cast<int>(f), p}).length();
             EXPECT_TRUE(std::isnan(length) || length < 1.0f + 1e-5f);
@@ -359,8 +358,8 @@ TEST(Refine, AnimatedMeshesAreRefinedAsTheyAreAtTheTime) {
       "{ 0: [(0,0,0),(1,0,0),(1,1,0),(0,1,0)], 10: [(0,0,8),(1,0,8),(1,1,8),(0,1,8)] }\n}\n";
   const Refined first(text, 2, 0), middle(text, 2, 5);
   ASSERT_EQ(middle.shape().counts.size(), 16u);
-  for (const Vec3<float>& p : first.shape().points) EXPECT_EQ(p.z, 0.0f);
-  for (const Vec3<float>& p : middle.shape().points) EXPECT_EQ(p.z, 4.0f);
+  for (const Vec3f& p : first.shape().points) EXPECT_EQ(p.z, 0.0f);
+  for (const Vec3f& p : middle.shape().points) EXPECT_EQ(p.z, 4.0f);
 }
 
 TEST(Refine, APrototypeIsRefinedOnceForAllItsInstances) {
@@ -379,7 +378,7 @@ TEST(Refine, SelectedPointsAndFacesAreThoseOfTheScene) {
   const Refined refined(cubeText(""), 3);
   Surface surface(refined.shape(), kNow);
   surface.setSelection(false, {0, 0.5f}, {});
-  forEachCorner(refined.shape(), [&](int face, std::size_t, const Vec3<float>& p) {
+  forEachCorner(refined.shape(), [&](int face, std::size_t, const Vec3f& p) {
     ASSERT_EQ(surface.selection({face, p}), refined.shape().sceneFace(face) == 1 ? 0.5f : 0.0f);
   });
   // One corner: all of it there, half of it in the middle of its edges, nothing on faces that do
@@ -388,8 +387,8 @@ TEST(Refine, SelectedPointsAndFacesAreThoseOfTheScene) {
   surface.setSelection(false, {}, weights);
   const int* places = refined.shape().refinement->refinedPointOf.cdata();
   const Refined flat(cubeText("", "bilinear"), 3);
-  forEachCorner(refined.shape(), [&](int face, std::size_t c, const Vec3<float>& p) {
-    const Vec3<float>& onCube = flat.shape().points.cdata()[flat.shape().indices.cdata()[c]];
+  forEachCorner(refined.shape(), [&](int face, std::size_t c, const Vec3f& p) {
+    const Vec3f& onCube = flat.shape().points.cdata()[flat.shape().indices.cdata()[c]];
     const float wanted = (1 + onCube.x) / 2 * (1 + onCube.y) / 2 * (1 + onCube.z) / 2;
     ASSERT_NEAR(surface.selection({face, p}), wanted, 1e-6f);
     if (refined.shape().indices.cdata()[c] == places[3]) {

@@ -9,12 +9,13 @@
 
 namespace vela::scene {
 
-using tarn::Vec3;
+using tarn::Vec3d;
+using tarn::Vec3f;
 
 Extent extentOf(const MeshList& list, const Work& work) {
   // 98 directions, all over a cube's surface.
   constexpr std::size_t kDirections = 98;
-  std::array<Vec3<double>, kDirections> directions, farthest;
+  std::array<Vec3d, kDirections> directions, farthest;
   std::array<double, kDirections> reach;
   reach.fill(-std::numeric_limits<double>::infinity());
   std::size_t next = 0;
@@ -22,10 +23,10 @@ Extent extentOf(const MeshList& list, const Work& work) {
     for (int y = -2; y <= 2; ++y)
       for (int z = -2; z <= 2; ++z)
         if (std::max({std::abs(x), std::abs(y), std::abs(z)}) == 2)
-          directions[next++] = Vec3<double>(x, y, z);
+          directions[next++] = Vec3d(x, y, z);
 
   Extent extent;
-  const auto add = [&](const Vec3<double>& world) {
+  const auto add = [&](const Vec3d& world) {
     if (!isFinite(world)) return;
     extent.box.extendBy(world);
     for (std::size_t d = 0; d < kDirections; ++d) {
@@ -37,21 +38,21 @@ Extent extentOf(const MeshList& list, const Work& work) {
     }
   };
 
-  std::vector<std::optional<tarn::Box3<double>>> boxes(list.shapes.size());
+  std::vector<std::optional<tarn::Box3d>> boxes(list.shapes.size());
   for (const MeshEntry& entry : list.entries) {
     if (work.isStopped()) break;
-    const ovo::Array<Vec3<float>>& points = list.shapes[entry.shape].points;
+    const ovo::Array<Vec3f>& points = list.shapes[entry.shape].points;
     if (entry.instance == kNoInstance) {
-      for (const Vec3<float>& p : points)
-        if (isFinite(p)) add(entry.worldFromObject.transformPoint(Vec3<double>(p)));
+      for (const Vec3f& p : points)
+        if (isFinite(p)) add(entry.worldFromObject.transformPoint(Vec3d(p)));
       continue;
     }
     // Instances are too many for all their points.
-    std::optional<tarn::Box3<double>>& box = boxes[entry.shape];
+    std::optional<tarn::Box3d>& box = boxes[entry.shape];
     if (!box) {
       box.emplace();
-      for (const Vec3<float>& p : points)
-        if (isFinite(p)) box->extendBy(Vec3<double>(p));
+      for (const Vec3f& p : points)
+        if (isFinite(p)) box->extendBy(Vec3d(p));
     }
     if (box->isEmpty()) continue;
     for (int i = 0; i < 8; ++i)

@@ -14,15 +14,13 @@ namespace vela::scene {
 
 /// World space.
 struct Extent {
-  tarn::Box3<double> box;  ///< empty without a finite point
+  tarn::Box3d box;  ///< empty without a finite point
   /// The farthest points in 98 directions, for framing: a box alone would leave much air around a
   /// round object. Empty with the box.
-  std::vector<tarn::Vec3<double>> outermost;
+  std::vector<tarn::Vec3d> outermost;
 
   /// The middle of the box; zero when it is empty.
-  [[nodiscard]] tarn::Vec3<double> center() const {
-    return box.isEmpty() ? tarn::Vec3<double>() : box.center();
-  }
+  [[nodiscard]] tarn::Vec3d center() const { return box.isEmpty() ? tarn::Vec3d() : box.center(); }
 };
 
 /// The extent of the meshes' points; those that are not finite do not count. Of the instances of

@@ -48,13 +48,13 @@ struct Instance {
   std::uint32_t instancer = 0;  ///< index in MeshList::instancers
   int index = 0;                ///< index in the instancer's own list of instances
   bool hasColour = false;
-  tarn::Vec3<float> colour;  ///< for prototypes that have none of their own
+  tarn::Vec3f colour;  ///< for prototypes that have none of their own
 };
 
 /// A shape and where it stands.
 struct MeshEntry {
   ovo::MeshPrim prim;
-  tarn::Mat4<double> worldFromObject;
+  tarn::Mat4d worldFromObject;
   std::uint32_t shape = 0;               ///< index in MeshList::shapes
   std::uint32_t instance = kNoInstance;  ///< index in MeshList::instances
 };

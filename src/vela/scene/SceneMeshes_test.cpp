@@ -15,7 +15,7 @@
 namespace {
 
 using namespace vela::scene;
-using tarn::Vec3;
+using tarn::Vec3d;
 using vela_test::at;
 using vela_test::squareText;
 using vela_test::stageOf;
@@ -70,7 +70,7 @@ TEST(SceneMeshes, InstancesAreNamedByTheirIndicesTheOutermostFirst) {
   EXPECT_EQ(names, (Words{"/Many/Proto[0]", "/Library/Shelf[/Many 1]", "/Many/Few/Leaf[2][0]",
                           "/Many/Few/Leaf[2][1]"}));
   EXPECT_EQ(list.shapes.size(), 3u) << "the leaf's shape is read once";
-  EXPECT_EQ(list.entries[3].worldFromObject.transformPoint({0, 0, 0}), Vec3<double>(9, 2, 0));
+  EXPECT_EQ(list.entries[3].worldFromObject.transformPoint({0, 0, 0}), Vec3d(9, 2, 0));
 
   ASSERT_EQ(list.badInstances, 1u);
   ASSERT_EQ(list.problems().size(), 1u);
@@ -120,7 +120,7 @@ TEST(SceneExtent, PlainMeshesCountByTheirPointsInstancesByTheirBoxes) {
   const auto empty = listMeshes(*stageOf(""), MeshFilter()).value();
   EXPECT_TRUE(extentOf(empty).box.isEmpty());
   EXPECT_TRUE(extentOf(empty).outermost.empty());
-  EXPECT_EQ(extentOf(empty).center(), Vec3<double>());
+  EXPECT_EQ(extentOf(empty).center(), Vec3d());
 
   // Turned by 45 degrees a square is wider, but its corners say how wide; an instance's box,
   // turned, reaches as far here since the square fills its box.
@@ -136,8 +136,8 @@ TEST(SceneExtent, PlainMeshesCountByTheirPointsInstancesByTheirBoxes) {
                                    " point3f[] points = [(1,2,3), (nan,0,0), (4,5,inf)]\n}\n"),
                           MeshFilter())
                    .value());
-  EXPECT_EQ(broken.box.min, Vec3<double>(1, 2, 3));
-  EXPECT_EQ(broken.box.max, Vec3<double>(1, 2, 3));
+  EXPECT_EQ(broken.box.min, Vec3d(1, 2, 3));
+  EXPECT_EQ(broken.box.max, Vec3d(1, 2, 3));
 
   const Extent instance =
       extentOf(listMeshes(*stageOf("def PointInstancer \"Many\"\n{\n rel prototypes = </Many/P>\n"
@@ -147,10 +147,10 @@ TEST(SceneExtent, PlainMeshesCountByTheirPointsInstancesByTheirBoxes) {
                                    " point3f[] points = [(0,0,0), (2,0,0), (0,3,0)]\n}\n}\n"),
                           MeshFilter())
                    .value());
-  EXPECT_EQ(instance.box.max, Vec3<double>(12, 3, 0));
+  EXPECT_EQ(instance.box.max, Vec3d(12, 3, 0));
   // Along +x +y the box's corner is farthest, though the triangle has no point there.
   bool hasCorner = false;
-  for (const Vec3<double>& p : instance.outermost) hasCorner |= p == Vec3<double>(12, 3, 0);
+  for (const Vec3d& p : instance.outermost) hasCorner |= p == Vec3d(12, 3, 0);
   EXPECT_TRUE(hasCorner);
 }
 

@@ -16,23 +16,23 @@ namespace vela::scene {
 /// What a refined shape was before, and what came of its colours.
 struct Refinement {
   int level = 0;
-  ovo::Array<tarn::Vec3<float>> points;  ///< of the control mesh
-  ovo::Array<int> counts, indices;       ///< of the control mesh
-  ovo::Array<int> sourceFaces;           ///< of each refined face: the control face it is part of
+  ovo::Array<tarn::Vec3f> points;   ///< of the control mesh
+  ovo::Array<int> counts, indices;  ///< of the control mesh
+  ovo::Array<int> sourceFaces;      ///< of each refined face: the control face it is part of
   /// Of each control point: its index among the refined points; -1 when it is not among them.
   ovo::Array<int> refinedPointOf;
-  ovo::Array<tarn::Vec3<float>> colours;  ///< of the refined mesh
-  ovo::Token colourInterpolation;         ///< of the refined mesh; empty without colours
+  ovo::Array<tarn::Vec3f> colours;  ///< of the refined mesh
+  ovo::Token colourInterpolation;   ///< of the refined mesh; empty without colours
 };
 
 /// The mesh of a prim at a time, or one that is made for a shape prim. Many entries of a scene may
 /// share it. The arrays are as the scene has them and may contradict each other.
 struct Shape {
   ovo::MeshPrim prim;  ///< the prim that it comes from; not valid for the mesh of a shape prim
-  ovo::Array<tarn::Vec3<float>> points;
+  ovo::Array<tarn::Vec3f> points;
   ovo::Array<int> counts, indices;
   /// Of a shape prim's mesh: one a face-vertex. Empty where the prim says what the normals are.
-  ovo::Array<tarn::Vec3<float>> normals;
+  ovo::Array<tarn::Vec3f> normals;
   bool leftHanded = false;
   std::shared_ptr<const Refinement> refinement = nullptr;  ///< null: the mesh as the scene has it
 

@@ -14,7 +14,8 @@ namespace vela::scene {
 
 namespace {
 
-using tarn::Vec3;
+using tarn::Vec3d;
+using tarn::Vec3f;
 
 constexpr unsigned kColumns = 128, kHalfRows = 32;
 constexpr double kPi = tarn::kPi<double>;
@@ -67,33 +68,33 @@ MadeMesh revolve(const std::vector<Ring>& rings, End bottom, End top, double bot
 
   // Normals: of points by their rings; flat ends have their own.
   const std::size_t firstRing = hasBottom ? 1 : 0;
-  std::vector<Vec3<float>> ofPoint(made.points.size());
+  std::vector<Vec3f> ofPoint(made.points.size());
   for (std::size_t i = 0; i < rings.size(); ++i)
     for (unsigned j = 0; j < kColumns; ++j) {
       const double turn = 2.0 * kPi * j / kColumns;
-      const Vec3<double> n(rings[i].outward * std::sin(turn), rings[i].upward,
-                           rings[i].outward * std::cos(turn));
-      ofPoint[firstRing + i * kColumns + j] = Vec3<float>(n.normalized());
+      const Vec3d n(rings[i].outward * std::sin(turn), rings[i].upward,
+                    rings[i].outward * std::cos(turn));
+      ofPoint[firstRing + i * kColumns + j] = Vec3f(n.normalized());
     }
   if (hasBottom) ofPoint.front() = {0, -1, 0};
   if (hasTop) ofPoint.back() = {0, 1, 0};
-  std::vector<Vec3<float>> normals;
+  std::vector<Vec3f> normals;
   normals.reserve(made.indices.size());
   const std::size_t capCorners = 3 * kColumns;
   for (std::size_t i = 0; i < made.indices.size(); ++i) {
     const bool onBottom = bottom == End::flat && i < capCorners;
     const bool onTop = top == End::flat && i >= made.indices.size() - capCorners;
-    normals.push_back(onBottom ? Vec3<float>(0, -1, 0)
-                      : onTop  ? Vec3<float>(0, 1, 0)
+    normals.push_back(onBottom ? Vec3f(0, -1, 0)
+                      : onTop  ? Vec3f(0, 1, 0)
                                : ofPoint[static_cast<std::size_t>(made.indices.view()[i])]);
   }
-  made.normals = ovo::Array<Vec3<float>>(normals);
+  made.normals = ovo::Array<Vec3f>(normals);
   return made;
 }
 
 MadeMesh cube(double size) {
   MeshSample mesh;
-  const Vec3<double> half(0.5 * size);
+  const Vec3d half(0.5 * size);
   buildCube(mesh, {-half, half}, 1, 1, true, true, true, false, false);
   return madeOf(mesh);
 }
@@ -150,12 +151,12 @@ MadeMesh makeOf(const std::vector<double>& key) {
 }
 
 // From y as the axis to the one that is named; even permutations, which turn no face inside out.
-void turnTo(char axis, ovo::Array<Vec3<float>>& vectors) {
+void turnTo(char axis, ovo::Array<Vec3f>& vectors) {
   if (axis == 'Y') return;
-  Vec3<float>* data = vectors.data();
+  Vec3f* data = vectors.data();
   for (std::size_t i = 0; i < vectors.size(); ++i)
-    data[i] = axis == 'X' ? Vec3<float>(data[i].y, data[i].z, data[i].x)
-                          : Vec3<float>(data[i].z, data[i].x, data[i].y);
+    data[i] = axis == 'X' ? Vec3f(data[i].y, data[i].z, data[i].x)
+                          : Vec3f(data[i].z, data[i].x, data[i].y);
 }
 
 }  // namespace

@@ -14,9 +14,9 @@ namespace vela::scene {
 
 /// A mesh that is in no scene file. Faces are wound counter-clockwise seen from outside.
 struct MadeMesh {
-  ovo::Array<tarn::Vec3<float>> points;
+  ovo::Array<tarn::Vec3f> points;
   ovo::Array<int> counts, indices;
-  ovo::Array<tarn::Vec3<float>> normals;  ///< one a face-vertex, pointing out
+  ovo::Array<tarn::Vec3f> normals;  ///< one a face-vertex, pointing out
 };
 
 /// Makes the meshes of shape prims. Shapes of the same measures share their arrays.

@@ -14,9 +14,10 @@ namespace vela::scene {
 
 namespace {
 
-using tarn::Vec3;
+using tarn::Vec3d;
+using tarn::Vec3f;
 
-constexpr Vec3<float> kNeutral{0.5f, 0.5f, 0.5f};
+constexpr Vec3f kNeutral{0.5f, 0.5f, 0.5f};
 
 }  // namespace
 
@@ -79,23 +80,22 @@ Surface::Spread Surface::spreadOf(const ovo::Token& interpolation, std::size_t c
   return Spread::none;
 }
 
-Vec3<float> Surface::at(const Values& values, const SurfacePoint& point) const {
+Vec3f Surface::at(const Values& values, const SurfacePoint& point) const {
   const auto f = static_cast<std::size_t>(point.face());
-  const Vec3<float>* data = values.values.cdata();
+  const Vec3f* data = values.values.cdata();
   if (values.spread == Spread::constant) return data[0];
   if (values.spread == Spread::face) return data[f];
 
   weigh(point);
   const double* weights = point.weights();
   const int* corners = shape_.indices.cdata() + starts_[f];
-  Vec3<double> sum;
+  Vec3d sum;
   for (std::size_t i = 0; i < point.count_; ++i)
     if (weights[i] != 0.0)
-      sum +=
-          Vec3<double>(values.spread == Spread::point ? data[static_cast<std::size_t>(corners[i])]
-                                                      : data[starts_[f] + i]) *
-          weights[i];
-  return Vec3<float>(sum);
+      sum += Vec3d(values.spread == Spread::point ? data[static_cast<std::size_t>(corners[i])]
+                                                  : data[starts_[f] + i]) *
+             weights[i];
+  return Vec3f(sum);
 }
 
 // Mean value coordinates, which add up to 1. The tracer's barycentrics would not do even for a
@@ -109,7 +109,7 @@ void Surface::weigh(const SurfacePoint& point) const {
 
   // Corners as seen from the point. On a corner, or on the edge between two, only those count.
   struct Corner {
-    Vec3<double> direction;
+    Vec3d direction;
     double length;
   };
   std::array<Corner, 16> few;
@@ -119,10 +119,10 @@ void Surface::weigh(const SurfacePoint& point) const {
     many.resize(count);
     seen = many.data();
   }
-  const Vec3<double> p(point.objectPoint());
+  const Vec3d p(point.objectPoint());
   double size = 0.0;
   for (std::size_t i = 0; i < count; ++i) {
-    seen[i].direction = Vec3<double>(shape_.points[static_cast<std::size_t>(corners[i])]) - p;
+    seen[i].direction = Vec3d(shape_.points[static_cast<std::size_t>(corners[i])]) - p;
     seen[i].length = seen[i].direction.length();
     size = std::max(size, seen[i].length);
   }
@@ -136,7 +136,7 @@ void Surface::weigh(const SurfacePoint& point) const {
 
   // The weight of a corner is the sum of tan(half angle) to both neighbours, over its distance. The
   // sign of an angle comes from the polygon's own normal, so that concave corners count right.
-  Vec3<double> normal;
+  Vec3d normal;
   for (std::size_t i = 0; i < count; ++i)
     normal += cross(seen[i].direction, seen[(i + 1) % count].direction);
   const auto halfTangent = [&](std::size_t i, std::size_t j, bool& onEdge) {
@@ -171,39 +171,38 @@ void Surface::weigh(const SurfacePoint& point) const {
 }
 
 // Hanika, Hacking the Shadow Terminator, Ray Tracing Gems II, 2021.
-bool Surface::findSmooth(const SurfacePoint& point, bool seenFromBehind,
-                         Vec3<float>& toSmooth) const {
+bool Surface::findSmooth(const SurfacePoint& point, bool seenFromBehind, Vec3f& toSmooth) const {
   if (normals_.spread != Spread::point && normals_.spread != Spread::corner) return false;
   const auto f = static_cast<std::size_t>(point.face());
   weigh(point);
   const double* weights = point.weights();
   const int* corners = shape_.indices.cdata() + starts_[f];
-  const Vec3<float>* normals = normals_.values.cdata();
+  const Vec3f* normals = normals_.values.cdata();
   const auto cornerPoint = [&](std::size_t i) {
-    return Vec3<double>(shape_.points[static_cast<std::size_t>(corners[i])]);
+    return Vec3d(shape_.points[static_cast<std::size_t>(corners[i])]);
   };
-  Vec3<double> flat = tarn::areaVector(point.count_, cornerPoint);
+  Vec3d flat = tarn::areaVector(point.count_, cornerPoint);
   if (shape_.leftHanded) flat = -flat;
   flat.normalize();
-  Vec3<double> sum;
+  Vec3d sum;
   for (std::size_t i = 0; i < point.count_; ++i) {
     const auto p = static_cast<std::size_t>(corners[i]);
-    Vec3<double> normal =
-        Vec3<double>(normals[normals_.spread == Spread::point ? p : starts_[f] + i]).normalized();
+    Vec3d normal =
+        Vec3d(normals[normals_.spread == Spread::point ? p : starts_[f] + i]).normalized();
     if (!(dot(normal, flat) > 0.7)) return false;
     if (seenFromBehind) normal = -normal;
-    const double above = dot(Vec3<double>(point.objectPoint()) - cornerPoint(i), normal);
+    const double above = dot(Vec3d(point.objectPoint()) - cornerPoint(i), normal);
     if (above < 0.0 && weights[i] > 0.0) sum -= normal * (above * weights[i]);
   }
-  toSmooth = Vec3<float>(sum);
+  toSmooth = Vec3f(sum);
   return true;
 }
 
-Vec3<float> Surface::colour(const SurfacePoint& point) const {
+Vec3f Surface::colour(const SurfacePoint& point) const {
   return colours_.spread == Spread::none ? kNeutral : at(colours_, point);
 }
 
-Vec3<float> Surface::normal(const SurfacePoint& point) const { return at(normals_, point); }
+Vec3f Surface::normal(const SurfacePoint& point) const { return at(normals_, point); }
 
 void Surface::setSelection(bool whole, const std::vector<float>& faces,
                            const std::vector<float>& points) {
@@ -212,10 +211,10 @@ void Surface::setSelection(bool whole, const std::vector<float>& faces,
   if (points.empty()) return;
   const std::size_t count =
       shape_.refinement ? shape_.refinement->points.size() : shape_.points.size();
-  selectedPoints_.values.assign(count, Vec3<float>());
-  Vec3<float>* out = selectedPoints_.values.data();
+  selectedPoints_.values.assign(count, Vec3f());
+  Vec3f* out = selectedPoints_.values.data();
   for (std::size_t i = 0; i < std::min(points.size(), count); ++i)
-    out[i] = Vec3<float>(std::clamp(points[i], 0.0f, 1.0f));
+    out[i] = Vec3f(std::clamp(points[i], 0.0f, 1.0f));
   if (shape_.refinement)
     selectedPoints_.values = spreadOverRefinedPoints(shape_, time_, selectedPoints_.values);
   selectedPoints_.spread = Spread::point;
@@ -234,31 +233,31 @@ float Surface::selection(const SurfacePoint& point) const {
 // sharp each corner has its own sum, of the faces around its point that are turned little from its
 // own.
 void Surface::smoothNormals() {
-  const tarn::Span<const Vec3<float>> points = shape_.points.view();
+  const tarn::Span<const Vec3f> points = shape_.points.view();
   const ovo::Faces faces(shape_.counts, shape_.indices);
   const auto areaOf = [&](const ovo::Face& face) {
-    const Vec3<double> area =
-        tarn::areaVector(face.size(), [&](std::size_t k) { return Vec3<double>(points[face[k]]); });
+    const Vec3d area =
+        tarn::areaVector(face.size(), [&](std::size_t k) { return Vec3d(points[face[k]]); });
     return shape_.leftHanded ? -area : area;
   };
 
   if (!mayHaveSharpEdges()) {
-    std::vector<Vec3<double>> sums(points.size());
+    std::vector<Vec3d> sums(points.size());
     for (const ovo::Face face : faces) {
       if (!face.isUsable(points.size())) continue;
-      const Vec3<double> area = areaOf(face);
+      const Vec3d area = areaOf(face);
       for (const int p : face) sums[static_cast<std::size_t>(p)] += area;
     }
     normals_.values.resize(sums.size());
-    Vec3<float>* out = normals_.values.data();
-    for (std::size_t i = 0; i < sums.size(); ++i) out[i] = Vec3<float>(sums[i].normalized());
+    Vec3f* out = normals_.values.data();
+    for (std::size_t i = 0; i < sums.size(); ++i) out[i] = Vec3f(sums[i].normalized());
     normals_.spread = Spread::point;
     return;
   }
 
   // The faces around each point: those of point p are facesAt[first[p]] up to facesAt[first[p +
   // 1]].
-  std::vector<Vec3<double>> areas(faces.size());
+  std::vector<Vec3d> areas(faces.size());
   std::vector<std::size_t> first(points.size() + 2, 0);
   for (const ovo::Face face : faces) {
     if (!face.isUsable(points.size())) continue;
@@ -275,19 +274,19 @@ void Surface::smoothNormals() {
 
   constexpr double kSharp = 0.6;  // the cosine of 53 degrees
   normals_.values.resize(shape_.indices.size());
-  Vec3<float>* out = normals_.values.data();
+  Vec3f* out = normals_.values.data();
   for (const ovo::Face face : faces) {
     if (!face.isUsable(points.size())) continue;
-    const Vec3<double>& own = areas[face.index()];
+    const Vec3d& own = areas[face.index()];
     const double length = own.length();
     for (std::size_t k = 0; k < face.size(); ++k) {
       const auto p = static_cast<std::size_t>(face[k]);
-      Vec3<double> sum;
+      Vec3d sum;
       for (std::size_t i = first[p]; i < first[p + 1]; ++i) {
-        const Vec3<double>& other = areas[facesAt[i]];
+        const Vec3d& other = areas[facesAt[i]];
         if (dot(other, own) >= kSharp * length * other.length()) sum += other;
       }
-      out[face.firstVertex() + k] = Vec3<float>(sum.normalized());
+      out[face.firstVertex() + k] = Vec3f(sum.normalized());
     }
   }
   normals_.spread = Spread::corner;

@@ -23,11 +23,10 @@ namespace vela::scene {
 /// \endcode
 class SurfacePoint {
  public:
-  SurfacePoint(int face, const tarn::Vec3<float>& objectPoint)
-      : face_(face), objectPoint_(objectPoint) {}
+  SurfacePoint(int face, const tarn::Vec3f& objectPoint) : face_(face), objectPoint_(objectPoint) {}
 
   [[nodiscard]] int face() const noexcept { return face_; }
-  [[nodiscard]] const tarn::Vec3<float>& objectPoint() const noexcept { return objectPoint_; }
+  [[nodiscard]] const tarn::Vec3f& objectPoint() const noexcept { return objectPoint_; }
 
  private:
   friend class Surface;
@@ -42,7 +41,7 @@ class SurfacePoint {
   }
 
   int face_;
-  tarn::Vec3<float> objectPoint_;
+  tarn::Vec3f objectPoint_;
   mutable std::size_t count_ = 0;  // 0: not weighed yet
   mutable std::array<double, 16> few_;
   mutable std::vector<double> many_;
@@ -67,11 +66,11 @@ class SurfacePoint {
 ///   prim.createFaceVertexCountsAttr().set(ovo::Array<int>{4});
 ///   prim.createFaceVertexIndicesAttr().set(ovo::Array<int>{0, 1, 2, 3});
 ///   prim.createPrimvar(ovo::Token("displayColor"), "color3f[]", ovo::Token("vertex"))
-///       .set(ovo::Array<tarn::Vec3<float>>{{0, 0, 0}, {1, 0, 0}, {1, 0, 1}, {0, 0, 1}});
+///       .set(ovo::Array<tarn::Vec3f>{{0, 0, 0}, {1, 0, 0}, {1, 0, 1}, {0, 0, 1}});
 ///
 ///   const double time = tarn::defaultTimeValue();
 ///   const vela::scene::Surface surface(vela::scene::readShape(prim, time), time);
-///   const tarn::Vec3<float> colour = surface.colour({0, {0.5f, 1.0f, 0.0f}});
+///   const tarn::Vec3f colour = surface.colour({0, {0.5f, 1.0f, 0.0f}});
 ///   assert(std::fabs(colour.x - 0.25f) < 1e-6f && std::fabs(colour.z - 0.5f) < 1e-6f);
 /// \endcode
 class VELA_API Surface {
@@ -80,7 +79,7 @@ class VELA_API Surface {
   Surface(const Shape& shape, double time, bool smooth = false);
 
   /// displayColor at a point of the face; a neutral grey where the scene has none.
-  [[nodiscard]] tarn::Vec3<float> colour(const SurfacePoint& point) const;
+  [[nodiscard]] tarn::Vec3f colour(const SurfacePoint& point) const;
   /// True when the scene gives the mesh a colour.
   [[nodiscard]] bool hasOwnColour() const noexcept { return colours_.spread != Spread::none; }
 
@@ -88,7 +87,7 @@ class VELA_API Surface {
   /// smooth surface.
   [[nodiscard]] bool hasOwnNormals() const noexcept { return normals_.spread != Spread::none; }
   /// That normal, in object space, pointing out, of any length; only where hasOwnNormals().
-  [[nodiscard]] tarn::Vec3<float> normal(const SurfacePoint& point) const;
+  [[nodiscard]] tarn::Vec3f normal(const SurfacePoint& point) const;
 
   /// The vector, in object space, from a point of the face to the smooth surface that its corners'
   /// normals suggest: zero where that surface lies behind the face. A ray to a light starts there,
@@ -96,8 +95,7 @@ class VELA_API Surface {
   ///
   /// \return false, with \p toSmooth untouched, when a corner's normal leans more than 45 degrees:
   ///         a mesh that coarse suggests nothing
-  bool findSmooth(const SurfacePoint& point, bool seenFromBehind,
-                  tarn::Vec3<float>& toSmooth) const;
+  bool findSmooth(const SurfacePoint& point, bool seenFromBehind, tarn::Vec3f& toSmooth) const;
 
   /// What is selected of the scene's mesh: all of it, or a value from 0 to 1 for each face or each
   /// point; short lists end in zeros.
@@ -114,13 +112,13 @@ class VELA_API Surface {
   enum class Spread { none, constant, face, point, corner };
   struct Values {
     Spread spread = Spread::none;
-    ovo::Array<tarn::Vec3<float>> values;
+    ovo::Array<tarn::Vec3f> values;
   };
 
   void weigh(const SurfacePoint& point) const;
 
   [[nodiscard]] Spread spreadOf(const ovo::Token& interpolation, std::size_t count) const;
-  [[nodiscard]] tarn::Vec3<float> at(const Values& values, const SurfacePoint& point) const;
+  [[nodiscard]] tarn::Vec3f at(const Values& values, const SurfacePoint& point) const;
   void smoothNormals();
   [[nodiscard]] bool mayHaveSharpEdges() const;
 

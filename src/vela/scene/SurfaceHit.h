@@ -13,11 +13,11 @@ struct SurfaceHit {
   double distance = 0.0;  ///< in units of the ray's direction
   /// The point is base + offset. The base is the same for all hits of one caster; the offset has
   /// been rounded to single precision.
-  tarn::Vec3<double> base;
-  tarn::Vec3<float> offset;
-  tarn::Vec3<float> normal;  ///< world space, unit length, by the stored winding of the face
-  std::uint32_t entry = 0;   ///< index in MeshList::entries
-  std::int32_t face = 0;     ///< of the entry's shape; Shape::sceneFace has the scene's index
+  tarn::Vec3d base;
+  tarn::Vec3f offset;
+  tarn::Vec3f normal;       ///< world space, unit length, by the stored winding of the face
+  std::uint32_t entry = 0;  ///< index in MeshList::entries
+  std::int32_t face = 0;    ///< of the entry's shape; Shape::sceneFace has the scene's index
   /// Of the triangle that was cut from the face: the point indices of its corners, and where those
   /// stand in Shape::indices. All zero where hasCorners is not set.
   std::int32_t points[3] = {0, 0, 0};
@@ -28,7 +28,7 @@ struct SurfaceHit {
   bool hit = false;
 
   /// The point in the world.
-  [[nodiscard]] tarn::Vec3<double> position() const { return tarn::Vec3<double>(offset) + base; }
+  [[nodiscard]] tarn::Vec3d position() const { return tarn::Vec3d(offset) + base; }
 };
 
 }  // namespace vela::scene

@@ -14,23 +14,24 @@
 
 namespace {
 
-using tarn::Vec3;
+using tarn::Vec3d;
+using tarn::Vec3f;
 using vela::scene::Surface;
 
 // A mesh of one face per polygon given, with colours of an interpolation.
 class OneMesh {
  public:
-  OneMesh(const std::vector<Vec3<float>>& points, const std::vector<int>& counts,
+  OneMesh(const std::vector<Vec3f>& points, const std::vector<int>& counts,
           const std::vector<int>& indices) {
     prim_ = ovo::MeshPrim::define(stage_, ovo::Path("/M"));
-    prim_.setPoints(ovo::Array<Vec3<float>>(points));
+    prim_.setPoints(ovo::Array<Vec3f>(points));
     prim_.createFaceVertexCountsAttr().set(ovo::Array<int>(counts));
     prim_.createFaceVertexIndicesAttr().set(ovo::Array<int>(indices));
     prim_.setSubdivisionScheme(ovo::Token("none"));
   }
-  void colours(const char* interpolation, const std::vector<Vec3<float>>& values) {
+  void colours(const char* interpolation, const std::vector<Vec3f>& values) {
     prim_.createPrimvar(ovo::Token("displayColor"), "color3f[]", ovo::Token(interpolation))
-        .set(ovo::Array<Vec3<float>>(values));
+        .set(ovo::Array<Vec3f>(values));
   }
   [[nodiscard]] ovo::MeshPrim& prim() { return prim_; }
   [[nodiscard]] Surface surface() const {
@@ -43,14 +44,14 @@ class OneMesh {
   ovo::MeshPrim prim_;
 };
 
-void expectNear(const Vec3<float>& a, const Vec3<float>& b, float tolerance) {
+void expectNear(const Vec3f& a, const Vec3f& b, float tolerance) {
   EXPECT_NEAR(a.x, b.x, tolerance);
   EXPECT_NEAR(a.y, b.y, tolerance);
   EXPECT_NEAR(a.z, b.z, tolerance);
 }
 
-const std::vector<Vec3<float>> kSquare = {{0, 0, 0}, {2, 0, 0}, {2, 2, 0}, {0, 2, 0}};
-const std::vector<Vec3<float>> kRainbow = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {1, 1, 0}};
+const std::vector<Vec3f> kSquare = {{0, 0, 0}, {2, 0, 0}, {2, 2, 0}, {0, 2, 0}};
+const std::vector<Vec3f> kRainbow = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {1, 1, 0}};
 
 TEST(Surface, WithoutColoursItIsGrey) {
   OneMesh mesh(kSquare, {4}, {0, 1, 2, 3});
@@ -74,7 +75,7 @@ TEST(Surface, EdgesAreMixedAlongTheirLength) {
 }
 
 TEST(Surface, ValuesGivenPerCornerFaceAndMeshAreFoundWhereTheyBelong) {
-  const std::vector<Vec3<float>> points = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {2, 0, 0}};
+  const std::vector<Vec3f> points = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {2, 0, 0}};
   OneMesh mesh(points, {4, 3}, {0, 1, 2, 3, 1, 4, 2});
   mesh.colours("faceVarying",
                {{0, 0, 0}, {1, 0, 0}, {2, 0, 0}, {3, 0, 0}, {4, 0, 0}, {5, 0, 0}, {6, 0, 0}});
@@ -106,13 +107,13 @@ TEST(Surface, AFieldThatIsLinearInSpaceComesOutLinearInAnyPolygon) {
     const double size = std::pow(10.0, 8.0 * unit(random) - 4.0), tilt = unit(random);
     const auto place = [&](double r, double angle) {
       const double x = size * r * std::cos(angle), y = size * r * std::sin(angle);
-      return Vec3<float>(Vec3<double>(x, y, tilt * x - 0.5 * y));
+      return Vec3f(Vec3d(x, y, tilt * x - 0.5 * y));
     };
-    const auto field = [&](const Vec3<float>& p) {
-      const Vec3<double> q = Vec3<double>(p) / size;
-      return Vec3<float>(Vec3<double>(0.2 + q.x, q.y - 3.0 * q.x, 0.7 - q.y));
+    const auto field = [&](const Vec3f& p) {
+      const Vec3d q = Vec3d(p) / size;
+      return Vec3f(Vec3d(0.2 + q.x, q.y - 3.0 * q.x, 0.7 - q.y));
     };
-    std::vector<Vec3<float>> points, colours;
+    std::vector<Vec3f> points, colours;
     std::vector<int> indices;
     double least = 1.0;
     for (int i = 0; i < corners; ++i) {
@@ -126,7 +127,7 @@ TEST(Surface, AFieldThatIsLinearInSpaceComesOutLinearInAnyPolygon) {
     mesh.colours("vertex", colours);
     const Surface surface = mesh.surface();
     for (int k = 0; k < 20; ++k) {
-      const Vec3<float> p = place(0.4 * least * unit(random), 6.3 * unit(random));
+      const Vec3f p = place(0.4 * least * unit(random), 6.3 * unit(random));
       expectNear(surface.colour({0, p}), field(p), 2e-5f);
     }
   }
@@ -139,8 +140,8 @@ TEST(Surface, APlainPolygonMeshHasNoNormalsOfItsOwn) {
 
 TEST(Surface, ASmoothMeshHasTheMeanOfItsFacesPointingOutForBothOrientations) {
   // Two faces of a flat roof: at the ridge the normal points straight up.
-  const std::vector<Vec3<float>> points = {{-1, 0, 1},    {-1, 0, -1}, {0, 0.4f, 1},
-                                           {0, 0.4f, -1}, {1, 0, 1},   {1, 0, -1}};
+  const std::vector<Vec3f> points = {{-1, 0, 1},    {-1, 0, -1}, {0, 0.4f, 1},
+                                     {0, 0.4f, -1}, {1, 0, 1},   {1, 0, -1}};
   for (const bool leftHanded : {false, true}) {
     const std::vector<int> indices = leftHanded ? std::vector<int>{1, 3, 2, 0, 3, 5, 4, 2}
                                                 : std::vector<int>{0, 2, 3, 1, 2, 4, 5, 3};
@@ -158,18 +159,17 @@ TEST(Surface, ASmoothMeshHasTheMeanOfItsFacesPointingOutForBothOrientations) {
 TEST(Surface, SharpEdgesStaySharp) {
   // A steep roof: each side keeps its own normal, also on the ridge. And with a third face, a
   // gentle eave that goes with the first.
-  const std::vector<Vec3<float>> points = {{-1, 0, 1},     {-1, 0, -1},    {0, 1, 1},
-                                           {0, 1, -1},     {1, 0, 1},      {1, 0, -1},
-                                           {-2, -0.6f, 1}, {-2, -0.6f, -1}};
+  const std::vector<Vec3f> points = {{-1, 0, 1}, {-1, 0, -1}, {0, 1, 1},      {0, 1, -1},
+                                     {1, 0, 1},  {1, 0, -1},  {-2, -0.6f, 1}, {-2, -0.6f, -1}};
   OneMesh mesh(points, {4, 4, 4}, {0, 2, 3, 1, 2, 4, 5, 3, 6, 0, 1, 7});
   mesh.prim().setSubdivisionScheme(ovo::Token("catmullClark"));
   const Surface surface = mesh.surface();
   const float half = std::sqrt(0.5f);
   expectNear(surface.normal({0, {0, 1, 0}}).normalized(), {-half, half, 0}, 1e-6f);
   expectNear(surface.normal({1, {0, 1, 0}}).normalized(), {half, half, 0}, 1e-6f);
-  const Vec3<float> eave = surface.normal({0, {-1, 0, 0}}).normalized();
+  const Vec3f eave = surface.normal({0, {-1, 0, 0}}).normalized();
   expectNear(eave, surface.normal({2, {-1, 0, 0}}).normalized(), 1e-6f);
-  expectNear(eave, Vec3<float>(-1.6f, 2, 0).normalized(), 1e-6f);
+  expectNear(eave, Vec3f(-1.6f, 2, 0).normalized(), 1e-6f);
 }
 
 TEST(Surface, NormalsOfTheSceneAreTaken) {

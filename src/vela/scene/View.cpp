@@ -16,20 +16,20 @@ namespace vela::scene {
 
 namespace {
 
-using tarn::Mat4;
-using tarn::Vec2;
-using tarn::Vec3;
+using tarn::Mat4d;
+using tarn::Vec2d;
+using tarn::Vec2f;
+using tarn::Vec3d;
+using tarn::Vec3f;
 
 constexpr std::size_t kBatch = 64;
 constexpr double kPi = tarn::kPi<double>;
 
-Vec3<double> column(const Mat4<double>& m, std::size_t c) {
-  return {m[4 * c], m[4 * c + 1], m[4 * c + 2]};
-}
+Vec3d column(const Mat4d& m, std::size_t c) { return {m[4 * c], m[4 * c + 1], m[4 * c + 2]}; }
 
-Mat4<double> worldFromFrame(const tarn::Frame<double>& axes, const Vec3<double>& at) {
-  Mat4<double> m;
-  const Vec3<double> columns[4] = {axes.x, axes.y, axes.z, at};
+Mat4d worldFromFrame(const tarn::Frame3d& axes, const Vec3d& at) {
+  Mat4d m;
+  const Vec3d columns[4] = {axes.x, axes.y, axes.z, at};
   for (std::size_t c = 0; c < 4; ++c)
     for (std::size_t r = 0; r < 3; ++r) m[4 * c + r] = columns[c][r];
   return m;
@@ -37,14 +37,13 @@ Mat4<double> worldFromFrame(const tarn::Frame<double>& axes, const Vec3<double>&
 
 // A view of everything from the front, the right and above, for a scene without a camera.
 void frameAll(View& view, const Extent& extent, bool orthographic) {
-  const std::vector<Vec3<double>> points =
-      extent.box.isEmpty() ? std::vector<Vec3<double>>{Vec3<double>(-0.5), Vec3<double>(0.5)}
-                           : extent.outermost;
-  const Vec3<double> front = view.up.z > 0.5 ? Vec3<double>(0, -1, 0) : Vec3<double>(0, 0, 1);
-  const Vec3<double> right = cross(view.up, front);
-  const Vec3<double> z = (front + right * 0.62 + view.up * 0.46).normalized();
-  const tarn::Frame<double> axes = tarn::frameAbout(z, view.up);
-  const Vec3<double>&x = axes.x, &y = axes.y;
+  const std::vector<Vec3d> points =
+      extent.box.isEmpty() ? std::vector<Vec3d>{Vec3d(-0.5), Vec3d(0.5)} : extent.outermost;
+  const Vec3d front = view.up.z > 0.5 ? Vec3d(0, -1, 0) : Vec3d(0, 0, 1);
+  const Vec3d right = cross(view.up, front);
+  const Vec3d z = (front + right * 0.62 + view.up * 0.46).normalized();
+  const tarn::Frame3d axes = tarn::frameAbout(z, view.up);
+  const Vec3d &x = axes.x, &y = axes.y;
 
   // Half the window at distance 1, less a margin.
   constexpr double kMargin = 0.88, kMagnification = 36.0 / 50.0;
@@ -53,22 +52,22 @@ void frameAll(View& view, const Extent& extent, bool orthographic) {
   // The distance from which all points lie in the window. The camera then moves sideways, so that
   // what is left free on one side is shared with the other. A few rounds, since what lies nearer
   // takes more room.
-  Vec3<double> centre = extent.box.isEmpty() ? Vec3<double>() : extent.box.center();
+  Vec3d centre = extent.box.isEmpty() ? Vec3d() : extent.box.center();
   double distance = 0.0, window = 0.0;
   for (int round = 0; round < 4; ++round) {
     distance = window = 0.0;
-    for (const Vec3<double>& point : points) {
-      const Vec3<double> p = point - centre;
+    for (const Vec3d& point : points) {
+      const Vec3d p = point - centre;
       const double reach = std::max(std::abs(dot(p, x)) / halfX, std::abs(dot(p, y)) / halfY);
       distance = std::max(distance, dot(p, z) + reach);
       window = std::max(window, reach * kMagnification);
     }
     if (!(distance > 0.0) || round == 3) break;
-    Vec2<double> low(1e300), high(-1e300);
-    for (const Vec3<double>& point : points) {
-      const Vec3<double> p = point - centre;
+    Vec2d low(1e300), high(-1e300);
+    for (const Vec3d& point : points) {
+      const Vec3d p = point - centre;
       const double away = orthographic ? 1.0 : std::max(distance - dot(p, z), 1e-9 * distance);
-      const Vec2<double> seen(dot(p, x) / away, dot(p, y) / away);
+      const Vec2d seen(dot(p, x) / away, dot(p, y) / away);
       low = {std::min(low.x, seen.x), std::min(low.y, seen.y)};
       high = {std::max(high.x, seen.x), std::max(high.y, seen.y)};
     }
@@ -79,9 +78,8 @@ void frameAll(View& view, const Extent& extent, bool orthographic) {
   if (!(window > 0.0) || !std::isfinite(window)) window = 1.0;
 
   view.worldFromCamera = worldFromFrame(axes, centre + z * distance);
-  view.sample.sensor.apertureSize = orthographic
-                                        ? Vec2<double>(window, window * view.height / view.width)
-                                        : Vec2<double>(36.0, 36.0 * view.height / view.width);
+  view.sample.sensor.apertureSize = orthographic ? Vec2d(window, window * view.height / view.width)
+                                                 : Vec2d(36.0, 36.0 * view.height / view.width);
   view.sample.optics.focalLength = orthographic ? 1.0 : 50.0;
   view.sample.lensAp.clipNearDistance = 0.0;
   view.sample.lensAp.clipFarDistance = static_cast<double>(std::numeric_limits<float>::max());
@@ -89,7 +87,7 @@ void frameAll(View& view, const Extent& extent, bool orthographic) {
 
 }  // namespace
 
-Vec2<float> View::ndc(double x, double y) const {
+Vec2f View::ndc(double x, double y) const {
   const double w = width, h = height;
   return {static_cast<float>(2.0 * x / w - 1.0), static_cast<float>((h - 2.0 * y) / w)};
 }
@@ -101,7 +99,7 @@ std::optional<View> makeView(const ovo::Stage& stage, const ViewOptions& options
     return std::nullopt;
   };
   View view;
-  view.up = stage.getUpAxis().asString() == "Z" ? Vec3<double>(0, 0, 1) : Vec3<double>(0, 1, 0);
+  view.up = stage.getUpAxis().asString() == "Z" ? Vec3d(0, 0, 1) : Vec3d(0, 1, 0);
   const bool lensIsNamed = options.lens != LensProjection::none;
   if (lensIsNamed) view.lens = options.lens;
 
@@ -136,8 +134,8 @@ std::optional<View> makeView(const ovo::Stage& stage, const ViewOptions& options
     view.worldFromCamera = view.sample.xform.l2w;
     const LensProjection own = cameraPrimLens(camera, options.time);
     if (!lensIsNamed) view.lens = own;
-    const Vec3<double> toCentre = (extent.box.isEmpty() ? Vec3<double>() : extent.box.center()) -
-                                  column(view.worldFromCamera, 3);
+    const Vec3d toCentre =
+        (extent.box.isEmpty() ? Vec3d() : extent.box.center()) - column(view.worldFromCamera, 3);
     double distance = -dot(toCentre, column(view.worldFromCamera, 2));
     if (!(distance > 0.0)) distance = toCentre.length() > 0.0 ? toCentre.length() : 1.0;
     auto& aperture = view.sample.sensor.apertureSize;
@@ -155,8 +153,8 @@ std::optional<View> makeView(const ovo::Stage& stage, const ViewOptions& options
   // The round lenses look all around, whatever the camera's film: the width is the full circle.
   // With this focal length the cylinder's height has the same scale.
   if (view.lens == LensProjection::spherical || view.lens == LensProjection::cylindrical) {
-    view.sample.sensor.apertureSize = Vec2<double>(2.0 * kPi, 2.0 * kPi * view.height / view.width);
-    view.sample.sensor.apertureTranslate = Vec2<double>();
+    view.sample.sensor.apertureSize = Vec2d(2.0 * kPi, 2.0 * kPi * view.height / view.width);
+    view.sample.sensor.apertureTranslate = Vec2d();
     view.sample.optics.focalLength = 1.0;
   }
 
@@ -167,9 +165,9 @@ std::optional<View> makeView(const ovo::Stage& stage, const ViewOptions& options
   return view;
 }
 
-void View::makeRays(const Vec2<float>* points, std::size_t count, WorldRay* rays) const {
+void View::makeRays(const Vec2f* points, std::size_t count, WorldRay* rays) const {
   const auto image = ProjectionImageContext::forSize(width, height);
-  const Vec3<double> position = column(worldFromCamera, 3);
+  const Vec3d position = column(worldFromCamera, 3);
   std::array<ProjectCoord, kBatch> coords;
   std::array<RayContext, kBatch> contexts;
   for (std::size_t first = 0; first < count; first += kBatch) {
@@ -182,17 +180,16 @@ void View::makeRays(const Vec2<float>* points, std::size_t count, WorldRay* rays
                        contexts.data());
     for (std::size_t i = 0; i < n; ++i) {
       const RayContext& from = contexts[i];
-      rays[first + i] = {position, worldFromCamera.transformVector(Vec3<double>(from.origin)),
-                         Vec3<float>(worldFromCamera.transformVector(Vec3<double>(from.direction))),
+      rays[first + i] = {position, worldFromCamera.transformVector(Vec3d(from.origin)),
+                         Vec3f(worldFromCamera.transformVector(Vec3d(from.direction))),
                          from.minDistance, from.maxDistance};
     }
   }
 }
 
-float depthOf(const View& view, const Vec3<float>& direction, double distance) {
+float depthOf(const View& view, const Vec3f& direction, double distance) {
   if (!view.projection->isLinear()) return static_cast<float>(distance);
-  return static_cast<float>(-dot(Vec3<double>(direction), column(view.worldFromCamera, 2)) *
-                            distance);
+  return static_cast<float>(-dot(Vec3d(direction), column(view.worldFromCamera, 2)) * distance);
 }
 
 }  // namespace vela::scene

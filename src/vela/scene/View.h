@@ -46,7 +46,7 @@ struct ViewOptions {
 ///   assert(view && view->lens == vela::LensProjection::perspective);
 ///
 ///   // The ray of pixel (320, 200).
-///   const tarn::Vec2<float> point = view->ndc(320 + 0.5, 200 + 0.5);
+///   const tarn::Vec2f point = view->ndc(320 + 0.5, 200 + 0.5);
 ///   WorldRay ray;
 ///   view->makeRays(&point, 1, &ray);
 ///   assert(std::fabs(ray.direction.length() - 1.0f) < 1e-6f);
@@ -55,21 +55,21 @@ struct VELA_API View {
   ovo::Path camera;  ///< of the prim; empty for a view that was made up
   LensProjection lens = LensProjection::perspective;
   std::unique_ptr<LensProjectionFunction> projection;
-  Camera::Sample sample;               ///< derived values included
-  tarn::Mat4<double> worldFromCamera;  ///< without any scale that the prim has
-  tarn::Vec3<double> up;               ///< the scene's
+  Camera::Sample sample;        ///< derived values included
+  tarn::Mat4d worldFromCamera;  ///< without any scale that the prim has
+  tarn::Vec3d up;               ///< the scene's
   int width = 0, height = 0;
   std::vector<Problem> problems;  ///< a camera that was passed over, as a warning
 
   /// NDC of a point of the picture, in pixels from the top left corner.
-  [[nodiscard]] tarn::Vec2<float> ndc(double x, double y) const;
+  [[nodiscard]] tarn::Vec2f ndc(double x, double y) const;
 
   /// Makes rays through points of the picture.
   ///
   /// \param points `count` points of the picture, NDC
   /// \param rays   has room for `count`; directions have unit length, distances are scene units. A
   ///               ray's base is the camera's position
-  void makeRays(const tarn::Vec2<float>* points, std::size_t count, WorldRay* rays) const;
+  void makeRays(const tarn::Vec2f* points, std::size_t count, WorldRay* rays) const;
 };
 
 /// Settles camera, lens and size.
@@ -91,7 +91,7 @@ struct VELA_API View {
 /// ones.
 ///
 /// \param direction the ray's, \p distance in its units
-[[nodiscard]] VELA_API float depthOf(const View& view, const tarn::Vec3<float>& direction,
+[[nodiscard]] VELA_API float depthOf(const View& view, const tarn::Vec3f& direction,
                                      double distance);
 
 }  // namespace vela::scene

@@ -18,9 +18,11 @@
 namespace {
 
 using namespace vela::scene;
-using tarn::Mat4;
-using tarn::Vec2;
-using tarn::Vec3;
+using tarn::Mat4d;
+using tarn::Vec2d;
+using tarn::Vec2f;
+using tarn::Vec3d;
+using tarn::Vec3f;
 using vela::LensProjection;
 using vela_test::stageOf;
 
@@ -39,9 +41,9 @@ std::shared_ptr<ovo::Stage> cameraStage(double away) {
       "[\"xformOp:translate\", \"xformOp:rotateXYZ\"]\n}\n");
 }
 
-Extent extentAbout(const Vec3<double>& middle) {
+Extent extentAbout(const Vec3d& middle) {
   Extent extent;
-  extent.box = {middle - Vec3<double>(10), middle + Vec3<double>(10)};
+  extent.box = {middle - Vec3d(10), middle + Vec3d(10)};
   return extent;
 }
 
@@ -58,7 +60,7 @@ std::uint32_t bitsOf(float value) {
   std::memcpy(&bits, &value, sizeof bits);
   return bits;
 }
-void expectSameBits(const Vec3<float>& a, const Vec3<float>& b) {
+void expectSameBits(const Vec3f& a, const Vec3f& b) {
   for (std::size_t i = 0; i < 3; ++i)
     // Zeros may differ in sign.
     EXPECT_TRUE(bitsOf(a[i]) == bitsOf(b[i]) || (a[i] == 0.0f && b[i] == 0.0f)) << a << " " << b;
@@ -73,14 +75,14 @@ TEST(View, RaysAboutAnyPointHaveTheBitsOfTheLensMovedThere) {
     for (const LensProjection lens : kLenses) {
       const auto stage = cameraStage(away);
       const View view = viewOf(*stage, lens, away);
-      std::vector<Vec2<float>> points;
+      std::vector<Vec2f> points;
       for (int i = 0; i < 333; ++i)  // no multiple of any batch
         points.push_back(view.ndc(80 + 80 * unit(random), 45 + 45 * unit(random)));
       std::vector<WorldRay> rays(points.size());
       view.makeRays(points.data(), points.size(), rays.data());
 
-      const Vec3<double> zero(away + 5 * unit(random), -away + 5 * unit(random), unit(random));
-      Mat4<double> movedFromCamera;
+      const Vec3d zero(away + 5 * unit(random), -away + 5 * unit(random), unit(random));
+      Mat4d movedFromCamera;
       movedFromCamera.translate(-zero.x, -zero.y, -zero.z);
       movedFromCamera *= view.worldFromCamera;
       for (std::size_t i = 0; i < points.size(); ++i) {
@@ -91,7 +93,7 @@ TEST(View, RaysAboutAnyPointHaveTheBitsOfTheLensMovedThere) {
         view.projection->generateRayGeometry(
             1, &coord, &view.sample, vela::ProjectionImageContext::forSize(160, 90), &context);
         context.transform(movedFromCamera);
-        expectSameBits(Vec3<float>(rays[i].offset + (rays[i].base - zero)), context.origin);
+        expectSameBits(Vec3f(rays[i].offset + (rays[i].base - zero)), context.origin);
         expectSameBits(rays[i].direction, context.direction);
         EXPECT_EQ(rays[i].minDistance, context.minDistance);
         EXPECT_EQ(rays[i].maxDistance, context.maxDistance);
@@ -112,14 +114,13 @@ TEST(PixelFinder, PointsOnARayShowWhereTheRayWasMade) {
       const PixelFinder finder(view);
       for (int i = 0; i < 500; ++i) {
         // The poles of a sphere are one point for a whole row of pixels, and the seam is two.
-        const Vec2<double> wanted(0.5 + 159 * unit(random), 0.5 + 89 * unit(random));
-        const Vec2<float> point = view.ndc(wanted.x, wanted.y);
+        const Vec2d wanted(0.5 + 159 * unit(random), 0.5 + 89 * unit(random));
+        const Vec2f point = view.ndc(wanted.x, wanted.y);
         WorldRay ray;
         view.makeRays(&point, 1, &ray);
         const double distance = 0.5 + 100 * unit(random);
-        Vec2<double> pixel;
-        ASSERT_TRUE(
-            finder.find(ray.base + ray.offset + Vec3<double>(ray.direction) * distance, pixel));
+        Vec2d pixel;
+        ASSERT_TRUE(finder.find(ray.base + ray.offset + Vec3d(ray.direction) * distance, pixel));
         // Directions are floats: 6e-8 of a radian, at a scale of up to 160 pixels a radian and more
         // towards the edge and the poles.
         EXPECT_NEAR(pixel.x, wanted.x, 2e-3);
@@ -136,11 +137,9 @@ TEST(PixelFinder, NoPixelShowsWhatLiesBehindOrIsNotFinite) {
     SCOPED_TRACE(static_cast<int>(lens));
     const View view = viewOf(*stage, lens, 0);
     const PixelFinder finder(view);
-    const Vec3<double> eye(view.worldFromCamera[12], view.worldFromCamera[13],
-                           view.worldFromCamera[14]);
-    const Vec3<double> back(view.worldFromCamera[8], view.worldFromCamera[9],
-                            view.worldFromCamera[10]);
-    Vec2<double> pixel;
+    const Vec3d eye(view.worldFromCamera[12], view.worldFromCamera[13], view.worldFromCamera[14]);
+    const Vec3d back(view.worldFromCamera[8], view.worldFromCamera[9], view.worldFromCamera[10]);
+    Vec2d pixel;
     EXPECT_EQ(finder.find(eye + back * 5.0, pixel), lens != LensProjection::perspective);
     EXPECT_FALSE(finder.find({kNan, 0, 0}, pixel));
     EXPECT_FALSE(finder.find({0, kInf, 0}, pixel));
@@ -158,8 +157,7 @@ TEST(View, ASceneWithoutACameraIsFramedWhole) {
         const auto stage = stageOf(std::string("( upAxis = \"") + up + "\" )\n");
         Extent extent;
         for (int i = 0; i < 40; ++i) {
-          extent.outermost.emplace_back(Vec3<double>(unit(random), unit(random), unit(random)) *
-                                        size);
+          extent.outermost.emplace_back(Vec3d(unit(random), unit(random), unit(random)) * size);
           extent.box.extendBy(extent.outermost.back());
         }
         ViewOptions options;
@@ -170,9 +168,9 @@ TEST(View, ASceneWithoutACameraIsFramedWhole) {
         EXPECT_EQ(view.width, 1280);
         EXPECT_EQ(view.height, 720);
         const PixelFinder finder(view);
-        Vec2<double> low(1e9), high(-1e9);
-        for (const Vec3<double>& point : extent.outermost) {
-          Vec2<double> pixel;
+        Vec2d low(1e9), high(-1e9);
+        for (const Vec3d& point : extent.outermost) {
+          Vec2d pixel;
           ASSERT_TRUE(finder.find(point, pixel));
           low = {std::min(low.x, pixel.x), std::min(low.y, pixel.y)};
           high = {std::max(high.x, pixel.x), std::max(high.y, pixel.y)};
@@ -234,11 +232,9 @@ TEST(View, CamerasAreNamedPassedOverOrRefused) {
 TEST(View, DepthRunsAlongTheAxisOfLinearLenses) {
   const auto stage = cameraStage(0);
   const View flat = viewOf(*stage, LensProjection::perspective, 0);
-  const Vec3<double> back(flat.worldFromCamera[8], flat.worldFromCamera[9],
-                          flat.worldFromCamera[10]);
-  const Vec3<double> right(flat.worldFromCamera[0], flat.worldFromCamera[1],
-                           flat.worldFromCamera[2]);
-  const Vec3<float> aslant(right * 0.6 - back * 0.8);
+  const Vec3d back(flat.worldFromCamera[8], flat.worldFromCamera[9], flat.worldFromCamera[10]);
+  const Vec3d right(flat.worldFromCamera[0], flat.worldFromCamera[1], flat.worldFromCamera[2]);
+  const Vec3f aslant(right * 0.6 - back * 0.8);
   EXPECT_NEAR(depthOf(flat, aslant, 10.0), 8.0f, 1e-5f);
   EXPECT_EQ(depthOf(viewOf(*stage, LensProjection::spherical, 0), aslant, 10.0), 10.0f);
 }

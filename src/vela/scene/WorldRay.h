@@ -17,9 +17,9 @@ namespace vela::scene {
 /// Directions need not have unit length; distances are multiples of them. The range is closed at
 /// both ends.
 struct WorldRay {
-  tarn::Vec3<double> base;
-  tarn::Vec3<double> offset;
-  tarn::Vec3<float> direction;
+  tarn::Vec3d base;
+  tarn::Vec3d offset;
+  tarn::Vec3f direction;
   float minDistance = 0.0f;
   float maxDistance = std::numeric_limits<float>::max();
 };

@@ -59,7 +59,7 @@ struct SceneTracer::Impl {
   std::vector<std::uint32_t> unboxed;
   std::uint32_t onlyPlacement = kNone;
   std::size_t numBuilt = 0;  ///< placements that were there at the last build
-  tarn::Box3<float> bounds;
+  tarn::Box3f bounds;
   tracer::KernelFunctions kernel = tracer::bestKernel();
   tracer::SceneView scene;  ///< what queries see, kept since reading it anew would delay each ray
 
@@ -88,22 +88,22 @@ struct SceneTracer::Impl {
     // The normal, in double: corners of a small far triangle differ in their last bits only.
     const auto corner = [&](std::size_t c) {
       const auto& from = nearest.block->corner[c];
-      return tarn::Vec3<double>(static_cast<double>(from[0][nearest.lane]),
-                                static_cast<double>(from[1][nearest.lane]),
-                                static_cast<double>(from[2][nearest.lane]));
+      return tarn::Vec3d(static_cast<double>(from[0][nearest.lane]),
+                         static_cast<double>(from[1][nearest.lane]),
+                         static_cast<double>(from[2][nearest.lane]));
     };
-    const tarn::Vec3<double> a = corner(0);
-    tarn::Vec3<double> local = tarn::cross(corner(1) - a, corner(2) - a);
-    if (local == tarn::Vec3<double>()) local = faceNormal(mesh, nearest.triangle);
+    const tarn::Vec3d a = corner(0);
+    tarn::Vec3d local = tarn::cross(corner(1) - a, corner(2) - a);
+    if (local == tarn::Vec3d()) local = faceNormal(mesh, nearest.triangle);
     const auto& m = placement.localFromWorld.column;
-    tarn::Vec3<double> world;
+    tarn::Vec3d world;
     for (std::size_t i = 0; i < 3; ++i)
       world[i] = m[i][0] * local.x + m[i][1] * local.y + m[i][2] * local.z;
     // Scaled to a largest component of 1, so that the squares neither overflow nor underflow.
     const double largest =
         std::max(std::fabs(world.x), std::max(std::fabs(world.y), std::fabs(world.z)));
     if (largest > 0.0) world = world / largest;
-    hit.normal = tarn::Vec3<float>(world.normalized());
+    hit.normal = tarn::Vec3f(world.normalized());
 
     hit.placement = nearest.placement;
     const tracer::TriangleSource source = mesh.source(nearest.triangle);
@@ -170,7 +170,7 @@ SceneTracer::~SceneTracer() = default;
 SceneTracer::SceneTracer(SceneTracer&&) noexcept = default;
 SceneTracer& SceneTracer::operator=(SceneTracer&&) noexcept = default;
 
-std::uint32_t SceneTracer::addMesh(const ovo::Array<tarn::Vec3<float>>& points,
+std::uint32_t SceneTracer::addMesh(const ovo::Array<tarn::Vec3f>& points,
                                    const ovo::Array<int>& faceVertexCounts,
                                    const ovo::Array<int>& faceVertexIndices) {
   tarn::Hash hash;
@@ -198,7 +198,7 @@ std::uint32_t SceneTracer::addMesh(const ovo::Array<tarn::Vec3<float>>& points,
 }
 
 std::uint32_t SceneTracer::addMesh(const ovo::MeshPrim& prim, double time) {
-  ovo::Array<tarn::Vec3<float>> points;
+  ovo::Array<tarn::Vec3f> points;
   ovo::Array<int> counts, indices;
   bool reverseWinding = false;
   prim.getPoints(points, time);
@@ -206,8 +206,7 @@ std::uint32_t SceneTracer::addMesh(const ovo::MeshPrim& prim, double time) {
   return addMesh(points, counts, indices);
 }
 
-std::uint32_t SceneTracer::addPlacement(std::uint32_t mesh,
-                                        const tarn::Mat4<double>& worldFromLocal) {
+std::uint32_t SceneTracer::addPlacement(std::uint32_t mesh, const tarn::Mat4d& worldFromLocal) {
   tracer::Placement placement;
   placement.mesh = mesh;
   placement.isUsable = mesh < impl_->meshes.size() && impl_->meshes[mesh].numTriangles != 0 &&
@@ -231,7 +230,7 @@ void SceneTracer::build() {
   std::vector<tracer::BuildBox> boxes;
   boxes.reserve(impl_->placements.size());
   impl_->unboxed.clear();
-  impl_->bounds = tarn::Box3<float>();
+  impl_->bounds = tarn::Box3f();
   for (std::size_t i = 0; i < impl_->placements.size(); ++i) {
     const tracer::Placement& placement = impl_->placements[i];
     if (!placement.isUsable) continue;
@@ -239,8 +238,8 @@ void SceneTracer::build() {
     box.index = static_cast<std::uint32_t>(i);
     if (tracer::placementBox(placement.localFromWorld, impl_->meshes[placement.mesh].frame, box)) {
       boxes.push_back(box);
-      impl_->bounds.extendBy(tarn::Box3<float>({box.low[0], box.low[1], box.low[2]},
-                                               {box.high[0], box.high[1], box.high[2]}));
+      impl_->bounds.extendBy(tarn::Box3f({box.low[0], box.low[1], box.low[2]},
+                                         {box.high[0], box.high[1], box.high[2]}));
     } else {
       impl_->unboxed.push_back(box.index);
     }
@@ -259,21 +258,20 @@ void SceneTracer::build() {
 
 // Queries: each public form calls the one body for its type of ray.
 
-bool SceneTracer::intersect(const tarn::Ray<float>& ray, TracerHit& hit) const {
+bool SceneTracer::intersect(const tarn::Ray3f& ray, TracerHit& hit) const {
   return impl_->intersect(impl_->scene, ray, hit);
 }
-void SceneTracer::intersect(const tarn::Ray<float>* rays, std::size_t count,
-                            TracerHit* hits) const {
+void SceneTracer::intersect(const tarn::Ray3f* rays, std::size_t count, TracerHit* hits) const {
   impl_->intersectSpan(rays, count, hits);
 }
-bool SceneTracer::intersectPlacement(std::uint32_t placement, const tarn::Ray<float>& ray,
+bool SceneTracer::intersectPlacement(std::uint32_t placement, const tarn::Ray3f& ray,
                                      TracerHit& hit) const {
   return impl_->intersectPlacement(placement, ray, hit);
 }
-bool SceneTracer::occluded(const tarn::Ray<float>& ray) const {
+bool SceneTracer::occluded(const tarn::Ray3f& ray) const {
   return impl_->kernel.ofFloat.occluded(impl_->scene, ray);
 }
-void SceneTracer::occluded(const tarn::Ray<float>* rays, std::size_t count, bool* occluded) const {
+void SceneTracer::occluded(const tarn::Ray3f* rays, std::size_t count, bool* occluded) const {
   impl_->occludedSpan(rays, count, occluded);
 }
 
@@ -298,13 +296,12 @@ template <class T, class>
 void SceneTracer::occluded(const tarn::Ray<T>* rays, std::size_t count, bool* occluded) const {
   impl_->occludedSpan(rays, count, occluded);
 }
-template VELA_API bool SceneTracer::intersect(const tarn::Ray<double>&, TracerHit&) const;
-template VELA_API void SceneTracer::intersect(const tarn::Ray<double>*, std::size_t,
-                                              TracerHit*) const;
-template VELA_API bool SceneTracer::intersectPlacement(std::uint32_t, const tarn::Ray<double>&,
+template VELA_API bool SceneTracer::intersect(const tarn::Ray3d&, TracerHit&) const;
+template VELA_API void SceneTracer::intersect(const tarn::Ray3d*, std::size_t, TracerHit*) const;
+template VELA_API bool SceneTracer::intersectPlacement(std::uint32_t, const tarn::Ray3d&,
                                                        TracerHit&) const;
-template VELA_API bool SceneTracer::occluded(const tarn::Ray<double>&) const;
-template VELA_API void SceneTracer::occluded(const tarn::Ray<double>*, std::size_t, bool*) const;
+template VELA_API bool SceneTracer::occluded(const tarn::Ray3d&) const;
+template VELA_API void SceneTracer::occluded(const tarn::Ray3d*, std::size_t, bool*) const;
 
 std::size_t SceneTracer::numMeshes() const { return impl_->meshes.size(); }
 std::size_t SceneTracer::numPlacements() const { return impl_->placements.size(); }
@@ -314,7 +311,7 @@ std::size_t SceneTracer::numTriangles(std::uint32_t mesh) const {
 std::uint32_t SceneTracer::placementMesh(std::uint32_t placement) const {
   return placement < impl_->placements.size() ? impl_->placements[placement].mesh : kNone;
 }
-tarn::Box3<float> SceneTracer::bounds() const { return impl_->bounds; }
+tarn::Box3f SceneTracer::bounds() const { return impl_->bounds; }
 
 std::size_t SceneTracer::memoryUsage() const {
   std::size_t bytes = impl_->placements.capacity() * sizeof(tracer::Placement) +

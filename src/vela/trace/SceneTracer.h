@@ -10,19 +10,19 @@
 ///   vela::SceneTracer tracer;
 ///   const std::uint32_t square =
 ///       tracer.addMesh({{-1, -1, 0}, {1, -1, 0}, {1, 1, 0}, {-1, 1, 0}}, {4}, {0, 1, 2, 3});
-///   tarn::Mat4<double> right;
+///   tarn::Mat4d right;
 ///   right.translate({10.0, 0.0, 0.0});
-///   tracer.addPlacement(square, tarn::Mat4<double>());
+///   tracer.addPlacement(square, tarn::Mat4d());
 ///   tracer.addPlacement(square, right);
 ///   tracer.build();
 ///
 ///   vela::TracerHit hit;
-///   const tarn::Ray<float> down({10.25f, 0.5f, 5.0f}, {0, 0, -1});
+///   const tarn::Ray3f down({10.25f, 0.5f, 5.0f}, {0, 0, -1});
 ///   assert(tracer.intersect(down, hit) && hit.distance == 5.0 && hit.placement == 1);
-///   assert(!tracer.occluded(tarn::Ray<float>({3, 0, 5}, {0, 0, -1})));
+///   assert(!tracer.occluded(tarn::Ray3f({3, 0, 5}, {0, 0, -1})));
 ///
 ///   // Many rays at once are faster than one at a time. Rays of doubles work the same.
-///   const std::vector<tarn::Ray<double>> rays(100, {{0.0, 0.0, 5.0}, {0.0, 0.0, -2.0}});
+///   const std::vector<tarn::Ray3d> rays(100, {{0.0, 0.0, 5.0}, {0.0, 0.0, -2.0}});
 ///   std::vector<vela::TracerHit> hits(rays.size());
 ///   tracer.intersect(rays.data(), rays.size(), hits.data());
 ///   assert(hits[99].hit && hits[99].distance == 2.5 && hits[99].face == 0);
@@ -55,10 +55,10 @@ struct TracerHit {
   /// number.
   double distance = std::numeric_limits<double>::max();
   /// origin + distance * direction, computed in double and narrowed once.
-  tarn::Vec3<float> position;
+  tarn::Vec3f position;
   /// World space, unit length, (b - a) x (c - a) of the face's stored winding through the inverse
   /// transpose of the placement. It is not turned towards the ray.
-  tarn::Vec3<float> normal;
+  tarn::Vec3f normal;
   std::uint32_t placement = 0;  ///< as addPlacement numbered it
   std::int32_t face = 0;        ///< index into the mesh's face counts, skipped faces counted
   /// Of the triangle that was cut from the face: point indices of its corners a, b, c ...
@@ -121,7 +121,7 @@ class VELA_API SceneTracer {
   /// negative count takes no indices), an index out of range, a point that is not finite, no area,
   /// or an index array that ends before the face does. Larger faces are cut by
   /// `triangulatePolygon`.
-  std::uint32_t addMesh(const ovo::Array<tarn::Vec3<float>>& points,
+  std::uint32_t addMesh(const ovo::Array<tarn::Vec3f>& points,
                         const ovo::Array<int>& faceVertexCounts,
                         const ovo::Array<int>& faceVertexIndices);
   /// Adds the points and faces that the prim has at that time; a prim without them is a mesh
@@ -134,7 +134,7 @@ class VELA_API SceneTracer {
   /// \param worldFromLocal its last row is taken as (0, 0, 0, 1). Nothing is hit through a singular
   ///                       or non-finite matrix
   /// \return the placement's number: 0, 1, 2 ...
-  std::uint32_t addPlacement(std::uint32_t mesh, const tarn::Mat4<double>& worldFromLocal);
+  std::uint32_t addPlacement(std::uint32_t mesh, const tarn::Mat4d& worldFromLocal);
 
   /// Makes room for that many placements in all.
   void reservePlacements(std::size_t count);
@@ -145,19 +145,18 @@ class VELA_API SceneTracer {
   // Asking
 
   /// The nearest hit. \return hit.hit
-  bool intersect(const tarn::Ray<float>& ray, TracerHit& hit) const;
+  bool intersect(const tarn::Ray3f& ray, TracerHit& hit) const;
   /// One record a ray; \p hits has room for \p count.
-  void intersect(const tarn::Ray<float>* rays, std::size_t count, TracerHit* hits) const;
+  void intersect(const tarn::Ray3f* rays, std::size_t count, TracerHit* hits) const;
   /// The nearest hit on one placement, as if there were no other; what is no placement yet is never
   /// hit.
-  bool intersectPlacement(std::uint32_t placement, const tarn::Ray<float>& ray,
-                          TracerHit& hit) const;
+  bool intersectPlacement(std::uint32_t placement, const tarn::Ray3f& ray, TracerHit& hit) const;
   /// True when anything lies in the ray's range.
-  [[nodiscard]] bool occluded(const tarn::Ray<float>& ray) const;
+  [[nodiscard]] bool occluded(const tarn::Ray3f& ray) const;
   /// One answer a ray; \p occluded has room for \p count.
-  void occluded(const tarn::Ray<float>* rays, std::size_t count, bool* occluded) const;
+  void occluded(const tarn::Ray3f* rays, std::size_t count, bool* occluded) const;
 
-  // The same for Ray<double>: the origin, the direction and the range are used as they are, so a
+  // The same for Ray3d: the origin, the direction and the range are used as they are, so a
   // scene far from the world's origin need not be moved there first.
   //
   // All that is said above holds, the plain loop and the thread rules included, with two
@@ -172,10 +171,10 @@ class VELA_API SceneTracer {
   // hit.position is narrowed to float. Where that is too coarse, take
   // ray.origin + ray.direction * hit.distance in double.
   //
-  // Moving placements and rays by the same vector first, as with Ray<float>, gives the same hits up
+  // Moving placements and rays by the same vector first, as with Ray3f, gives the same hits up
   // to roundings of the double matrices, but not the same bits.
   //
-  // Templates, so that calls with braces or null pointers go on meaning Ray<float>; T is double.
+  // Templates, so that calls with braces or null pointers go on meaning Ray3f; T is double.
 
   template <class T, class = std::enable_if_t<std::is_same_v<T, double>>>
   bool intersect(const tarn::Ray<T>& ray, TracerHit& hit) const;
@@ -198,7 +197,7 @@ class VELA_API SceneTracer {
   /// there.
   [[nodiscard]] std::uint32_t placementMesh(std::uint32_t placement) const;
   /// World box of all that can be hit, a little generous; empty before the first build.
-  [[nodiscard]] tarn::Box3<float> bounds() const;
+  [[nodiscard]] tarn::Box3f bounds() const;
   /// Bytes held for queries, the callers' shared arrays not counted.
   [[nodiscard]] std::size_t memoryUsage() const;
 

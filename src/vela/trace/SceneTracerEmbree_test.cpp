@@ -24,18 +24,19 @@
 
 namespace {
 
-using tarn::Mat4;
-using tarn::Ray;
-using tarn::Vec3;
+using tarn::Mat4d;
+using tarn::Ray3f;
+using tarn::Vec3d;
+using tarn::Vec3f;
 using vela::SceneTracer;
 using vela::TracerHit;
 
 /// World triangles, in the order in which the tracer numbers placements and faces.
 struct Soup {
-  std::vector<Vec3<float>> corners;
+  std::vector<Vec3f> corners;
 
-  void add(const ovo::Array<Vec3<float>>& points, const ovo::Array<int>& counts,
-           const ovo::Array<int>& indices, const Mat4<double>& matrix) {
+  void add(const ovo::Array<Vec3f>& points, const ovo::Array<int>& counts,
+           const ovo::Array<int>& indices, const Mat4d& matrix) {
     std::vector<int> cut;
     std::size_t begin = 0;
     for (const int count : counts) {
@@ -49,7 +50,7 @@ struct Soup {
       if (count >= 3 && isSound) {
         vela::triangulatePolygon(points.data(), indices.data() + begin, count, cut);
         for (const int k : cut) {
-          const Vec3<double> p(
+          const Vec3d p(
               points[static_cast<std::size_t>(indices[begin + static_cast<std::size_t>(k)])]);
           corners.emplace_back(matrix.transformPoint(p));
         }
@@ -65,9 +66,9 @@ class Embree {
       : device_(rtcNewDevice("threads=1,set_affinity=0")), scene_(rtcNewScene(device_)) {
     rtcSetSceneFlags(scene_, RTC_SCENE_FLAG_ROBUST);
     RTCGeometry geometry = rtcNewGeometry(device_, RTC_GEOMETRY_TYPE_TRIANGLE);
-    auto* points = static_cast<Vec3<float>*>(
-        rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3,
-                                sizeof(Vec3<float>), soup.corners.size()));
+    auto* points = static_cast<Vec3f*>(rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0,
+                                                               RTC_FORMAT_FLOAT3, sizeof(Vec3f),
+                                                               soup.corners.size()));
     std::copy(soup.corners.begin(), soup.corners.end(), points);
     auto* indices = static_cast<unsigned*>(
         rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3,
@@ -86,7 +87,7 @@ class Embree {
   Embree& operator=(const Embree&) = delete;
 
   /// \return infinity on a miss
-  [[nodiscard]] double distance(const Ray<float>& ray) const {
+  [[nodiscard]] double distance(const Ray3f& ray) const {
     RTCIntersectContext context;
     rtcInitIntersectContext(&context);
     RTCRayHit hit;
@@ -116,14 +117,13 @@ class Embree {
 
 /// How near the ray passes to a triangle's border, as a distance between two lines, when it passes
 /// the triangle at a distance near `at` at all; infinity otherwise.
-double distanceFromBorder(const Ray<float>& ray, const Vec3<float>* corner, double tolerance) {
-  const Vec3<double> o(ray.origin), d = Vec3<double>(ray.direction).normalized();
+double distanceFromBorder(const Ray3f& ray, const Vec3f* corner, double tolerance) {
+  const Vec3d o(ray.origin), d = Vec3d(ray.direction).normalized();
   double least = std::numeric_limits<double>::infinity();
   for (std::size_t i = 0; i < 3; ++i) {
-    const Vec3<double> a = Vec3<double>(corner[i]) - o,
-                       e = Vec3<double>(corner[(i + 1) % 3]) - Vec3<double>(corner[i]);
+    const Vec3d a = Vec3d(corner[i]) - o, e = Vec3d(corner[(i + 1) % 3]) - Vec3d(corner[i]);
     // The point of the edge that is nearest to the ray's line.
-    const Vec3<double> ap = a - d * tarn::dot(a, d), ep = e - d * tarn::dot(e, d);
+    const Vec3d ap = a - d * tarn::dot(a, d), ep = e - d * tarn::dot(e, d);
     const double ee = tarn::dot(ep, ep);
     const double mix = ee > 0.0 ? std::min(1.0, std::max(0.0, -tarn::dot(ap, ep) / ee)) : 0.0;
     least = std::min(least, (ap + ep * mix).length());
@@ -138,17 +138,17 @@ struct Comparison {
 };
 
 void compare(const SceneTracer& tracer, const Embree& embree, const Soup& soup,
-             const std::vector<Ray<float>>& rays, double size, Comparison& result) {
-  for (const Ray<float>& ray : rays) {
+             const std::vector<Ray3f>& rays, double size, Comparison& result) {
+  for (const Ray3f& ray : rays) {
     TracerHit hit;
     tracer.intersect(ray, hit);
     const double other = embree.distance(ray);
     ++result.rays;
     if (hit.hit) ++result.hits;
-    const double length = Vec3<double>(ray.direction).length();
+    const double length = Vec3d(ray.direction).length();
     // Single precision over the ray's length and the scene's.
     const double reach =
-        std::max({size, Vec3<double>(ray.origin).length(), hit.hit ? hit.distance * length : 0.0});
+        std::max({size, Vec3d(ray.origin).length(), hit.hit ? hit.distance * length : 0.0});
     const double tolerance = 4e-6 * reach;
     const bool isSame =
         hit.hit ? std::fabs(hit.distance - other) * length <= tolerance : std::isinf(other);
@@ -156,10 +156,9 @@ void compare(const SceneTracer& tracer, const Embree& embree, const Soup& soup,
     ++result.differences;
     // The same surface, grazed: sideways the answers agree, along the ray that is stretched by 1 /
     // cos.
-    if (hit.hit &&
-        std::fabs(hit.distance - other) *
-                std::fabs(tarn::dot(Vec3<double>(hit.normal), Vec3<double>(ray.direction))) <=
-            tolerance)
+    if (hit.hit && std::fabs(hit.distance - other) *
+                           std::fabs(tarn::dot(Vec3d(hit.normal), Vec3d(ray.direction))) <=
+                       tolerance)
       continue;
     // Whatever either saw and the other did not lies at an edge: some triangle's border is that
     // near to the ray.
@@ -180,18 +179,17 @@ float uniform(Random& random, float low, float high) {
 }
 
 /// Rays through a box from outside and inside, aimed at points of it, at corners and at edges.
-std::vector<Ray<float>> makeRays(Random& random, const Soup& soup, const tarn::Box3<float>& box,
-                                 int count) {
-  std::vector<Ray<float>> rays;
-  const Vec3<float> center = box.center(), half = box.size() * 0.5f;
+std::vector<Ray3f> makeRays(Random& random, const Soup& soup, const tarn::Box3f& box, int count) {
+  std::vector<Ray3f> rays;
+  const Vec3f center = box.center(), half = box.size() * 0.5f;
   const auto within = [&](float scale) {
     const float x = uniform(random, -scale, scale), y = uniform(random, -scale, scale),
                 z = uniform(random, -scale, scale);
-    return center + Vec3<float>(x, y, z) * half;
+    return center + Vec3f(x, y, z) * half;
   };
   for (int i = 0; i < count; ++i) {
-    const Vec3<float> o = within(i % 2 == 0 ? 2.0f : 1.0f);
-    Vec3<float> target = within(1.0f);
+    const Vec3f o = within(i % 2 == 0 ? 2.0f : 1.0f);
+    Vec3f target = within(1.0f);
     if (i % 4 == 1) target = soup.corners[random() % soup.corners.size()];
     if (i % 4 == 2) {
       const std::size_t t = random() % (soup.corners.size() / 3) * 3;
@@ -209,12 +207,12 @@ std::vector<Ray<float>> makeRays(Random& random, const Soup& soup, const tarn::B
 void expectAgreement(const SceneTracer& tracer, const Soup& soup, int count, unsigned seed) {
   ASSERT_FALSE(soup.corners.empty());
   SCOPED_TRACE(testing::Message() << "seed " << seed);
-  tarn::Box3<float> box;
-  for (const Vec3<float>& p : soup.corners) box.extendBy(p);
+  tarn::Box3f box;
+  for (const Vec3f& p : soup.corners) box.extendBy(p);
   Random random(seed);
   const Embree embree(soup);
   Comparison result;
-  const double size = Vec3<double>(box.size()).length() + Vec3<double>(box.center()).length();
+  const double size = Vec3d(box.size()).length() + Vec3d(box.center()).length();
   compare(tracer, embree, soup, makeRays(random, soup, box, count), size, result);
   EXPECT_GT(result.hits, count / 20);
   EXPECT_LT(result.differences, count / 10);
@@ -232,10 +230,10 @@ TEST(SceneTracerAgainstEmbree, GeneratedMeshes) {
        {vela_test::makeCube(), vela_test::makeIcosphere(4), vela_test::makeTorus(60, 30),
         vela_test::makeBumpySphere(20000)}) {
     SceneTracer tracer;
-    tracer.addPlacement(tracer.addMesh(mesh.points, mesh.counts, mesh.indices), Mat4<double>());
+    tracer.addPlacement(tracer.addMesh(mesh.points, mesh.counts, mesh.indices), Mat4d());
     tracer.build();
     Soup soup;
-    soup.add(mesh.points, mesh.counts, mesh.indices, Mat4<double>());
+    soup.add(mesh.points, mesh.counts, mesh.indices, Mat4d());
     expectAgreement(tracer, soup, 40000, seed++);
   }
 }
@@ -247,7 +245,7 @@ TEST(SceneTracerAgainstEmbree, PlacedCopies) {
   Soup soup;
   const std::uint32_t id = tracer.addMesh(mesh.points, mesh.counts, mesh.indices);
   for (int i = 0; i < 60; ++i) {
-    Mat4<double> m;
+    Mat4d m;
     const double x = static_cast<double>(uniform(random, -6, 6)),
                  y = static_cast<double>(uniform(random, -6, 6));
     m.translate(x, y, static_cast<double>(uniform(random, -6, 6)));
@@ -277,11 +275,11 @@ void expectAgreementOnFile(const std::string& relative, unsigned seed) {
     queue.insert(queue.end(), children.begin(), children.end());
     const ovo::MeshPrim mesh(queue[at]);
     if (!mesh.isValid()) continue;
-    ovo::Array<Vec3<float>> points;
+    ovo::Array<Vec3f> points;
     ovo::Array<int> counts, indices;
     bool isReversed = false;
     if (!mesh.getPoints(points) || !mesh.getFaceTopology(counts, indices, isReversed)) continue;
-    const Mat4<double> world = cache.getLocalToWorld(mesh);
+    const Mat4d world = cache.getLocalToWorld(mesh);
     tracer.addPlacement(tracer.addMesh(mesh), world);
     soup.add(points, counts, indices, world);
   }

@@ -19,9 +19,12 @@
 
 namespace {
 
-using tarn::Mat4;
+using tarn::Mat4d;
 using tarn::Ray;
-using tarn::Vec3;
+using tarn::Ray3d;
+using tarn::Ray3f;
+using tarn::Vec3d;
+using tarn::Vec3f;
 using vela::SceneTracer;
 using vela::TracerHit;
 using vela_test::makeSquare;
@@ -34,14 +37,14 @@ std::uint32_t addMesh(SceneTracer& tracer, const SampleMesh& mesh) {
   return tracer.addMesh(mesh.points, mesh.counts, mesh.indices);
 }
 
-SceneTracer makeTracer(const SampleMesh& mesh, const Mat4<double>& matrix = Mat4<double>()) {
+SceneTracer makeTracer(const SampleMesh& mesh, const Mat4d& matrix = Mat4d()) {
   SceneTracer tracer;
   tracer.addPlacement(addMesh(tracer, mesh), matrix);
   tracer.build();
   return tracer;
 }
 
-const Ray<float> kDown({0.25f, 0.5f, 5.0f}, {0, 0, -1});
+const Ray3f kDown({0.25f, 0.5f, 5.0f}, {0, 0, -1});
 
 /// The same question asked of every triangle of every placement: no box, no tree, no wide
 /// instruction. Meshes are read and cut here a second time; only the arithmetic of one ray and one
@@ -59,17 +62,17 @@ class PlainLoop {
   static bool isSound(const SampleMesh& mesh, std::size_t face, std::size_t begin) {
     if (!mesh.usable(face)) return false;
     for (std::size_t k = 0; k < static_cast<std::size_t>(mesh.counts[face]); ++k) {
-      const Vec3<float> p = mesh.points[static_cast<std::size_t>(mesh.indices[begin + k])];
+      const Vec3f p = mesh.points[static_cast<std::size_t>(mesh.indices[begin + k])];
       if (!std::isfinite(p.x) || !std::isfinite(p.y) || !std::isfinite(p.z)) return false;
     }
     return true;
   }
 
-  void add(const SampleMesh& source, const Mat4<double>& matrix) {
+  void add(const SampleMesh& source, const Mat4d& matrix) {
     Placed placed;
-    Vec3<float> low(kInf), high(-kInf);
+    Vec3f low(kInf), high(-kInf);
     std::vector<int> cut;
-    std::vector<Vec3<float>> corners;
+    std::vector<Vec3f> corners;
     std::size_t begin = 0;
     for (std::size_t f = 0; f < source.counts.size(); ++f) {
       const int n = std::max(source.counts[f], 0);
@@ -86,21 +89,21 @@ class PlainLoop {
       };
       bool hasArea = false;
       for (std::size_t k = 0; k + 2 < cut.size(); k += 3) {
-        const Vec3<double> a(at(k)), b(at(k + 1)), c(at(k + 2));
-        hasArea = hasArea || cross(b - a, c - a) != Vec3<double>();
+        const Vec3d a(at(k)), b(at(k + 1)), c(at(k + 2));
+        hasArea = hasArea || cross(b - a, c - a) != Vec3d();
       }
       if (!hasArea) cut.clear();
       for (std::size_t k = 0; k < cut.size(); ++k) corners.push_back(at(k));
       for (std::size_t k = 0; k < cut.size(); k += 3) placed.faces.push_back(static_cast<int>(f));
       begin += static_cast<std::size_t>(n);
     }
-    for (const Vec3<float>& p : corners)
+    for (const Vec3f& p : corners)
       for (std::size_t i = 0; i < 3; ++i) {
         low[i] = std::min(low[i], p[i]);
         high[i] = std::max(high[i], p[i]);
       }
     placed.frame = vela::tracer::makeMeshFrame(low, high);
-    for (const Vec3<float>& p : corners) {
+    for (const Vec3f& p : corners) {
       placed.corners.push_back({std::ldexp(p.x, -placed.frame.exponent),
                                 std::ldexp(p.y, -placed.frame.exponent),
                                 std::ldexp(p.z, -placed.frame.exponent)});
@@ -141,7 +144,7 @@ class PlainLoop {
     vela::tracer::MeshFrame frame;
     vela::tracer::Affine localFromWorld;
     bool isUsable = false;
-    std::vector<Vec3<float>> corners;
+    std::vector<Vec3f> corners;
     std::vector<int> faces;
   };
   std::vector<Placed> placed_;
@@ -153,11 +156,11 @@ using Random = std::mt19937_64;
 float uniform(Random& random, float low, float high) {
   return std::uniform_real_distribution<float>(low, high)(random);
 }
-Vec3<float> randomPoint(Random& random, float size) {
+Vec3f randomPoint(Random& random, float size) {
   return {uniform(random, -size, size), uniform(random, -size, size), uniform(random, -size, size)};
 }
-Mat4<double> randomRotation(Random& random) {
-  Mat4<double> m;
+Mat4d randomRotation(Random& random) {
+  Mat4d m;
   m.rotateX(static_cast<double>(uniform(random, 0, 6.3f)));
   m.rotateY(static_cast<double>(uniform(random, 0, 6.3f)));
   m.rotateZ(static_cast<double>(uniform(random, 0, 6.3f)));
@@ -182,8 +185,8 @@ TEST(SceneTracer, HitTellsDistancePositionNormalAndFace) {
   ASSERT_TRUE(tracer.intersect(kDown, hit));
   EXPECT_TRUE(hit.hit);
   EXPECT_EQ(hit.distance, 5.0);
-  EXPECT_EQ(hit.position, Vec3<float>(0.25f, 0.5f, 0.0f));
-  EXPECT_EQ(hit.normal, Vec3<float>(0, 0, 1));
+  EXPECT_EQ(hit.position, Vec3f(0.25f, 0.5f, 0.0f));
+  EXPECT_EQ(hit.normal, Vec3f(0, 0, 1));
   EXPECT_EQ(hit.placement, 0u);
   EXPECT_EQ(hit.face, 0);
   EXPECT_TRUE(tracer.occluded(kDown));
@@ -192,15 +195,15 @@ TEST(SceneTracer, HitTellsDistancePositionNormalAndFace) {
 TEST(SceneTracer, BothSidesAreHitAndTheNormalStays) {
   const SceneTracer tracer = makeTracer(makeSquare());
   TracerHit hit;
-  ASSERT_TRUE(tracer.intersect(Ray<float>({0.25f, 0.5f, -5.0f}, {0, 0, 1}), hit));
-  EXPECT_EQ(hit.normal, Vec3<float>(0, 0, 1));
+  ASSERT_TRUE(tracer.intersect(Ray3f({0.25f, 0.5f, -5.0f}, {0, 0, 1}), hit));
+  EXPECT_EQ(hit.normal, Vec3f(0, 0, 1));
 }
 
 TEST(SceneTracer, DistanceCountsTheCallersDirection) {
   const SceneTracer tracer = makeTracer(makeSquare());
   for (const float length : {1e-30f, 0.25f, 4.0f, 1e30f}) {
     TracerHit hit;
-    ASSERT_TRUE(tracer.intersect(Ray<float>({0, 0, 5}, {0, 0, -length}), hit)) << length;
+    ASSERT_TRUE(tracer.intersect(Ray3f({0, 0, 5}, {0, 0, -length}), hit)) << length;
     EXPECT_NEAR(hit.distance * static_cast<double>(length), 5.0, 1e-6);
     EXPECT_NEAR(static_cast<double>(hit.position.z), 0.0, 1e-6);
   }
@@ -209,39 +212,39 @@ TEST(SceneTracer, DistanceCountsTheCallersDirection) {
 TEST(SceneTracer, RangeIsClosedAtBothEnds) {
   const SceneTracer tracer = makeTracer(makeSquare());
   TracerHit hit;
-  EXPECT_TRUE(tracer.intersect(Ray<float>({0, 0, 5}, {0, 0, -1}, 0.0f, 5.0f), hit));
-  EXPECT_TRUE(tracer.intersect(Ray<float>({0, 0, 5}, {0, 0, -1}, 5.0f, 5.0f), hit));
-  EXPECT_TRUE(tracer.occluded(Ray<float>({0, 0, 5}, {0, 0, -1}, 5.0f, 9.0f)));
+  EXPECT_TRUE(tracer.intersect(Ray3f({0, 0, 5}, {0, 0, -1}, 0.0f, 5.0f), hit));
+  EXPECT_TRUE(tracer.intersect(Ray3f({0, 0, 5}, {0, 0, -1}, 5.0f, 5.0f), hit));
+  EXPECT_TRUE(tracer.occluded(Ray3f({0, 0, 5}, {0, 0, -1}, 5.0f, 9.0f)));
   EXPECT_FALSE(
-      tracer.intersect(Ray<float>({0, 0, 5}, {0, 0, -1}, 0.0f, std::nextafter(5.0f, 0.0f)), hit));
+      tracer.intersect(Ray3f({0, 0, 5}, {0, 0, -1}, 0.0f, std::nextafter(5.0f, 0.0f)), hit));
   EXPECT_FALSE(
-      tracer.intersect(Ray<float>({0, 0, 5}, {0, 0, -1}, std::nextafter(5.0f, 6.0f), 9.0f), hit));
+      tracer.intersect(Ray3f({0, 0, 5}, {0, 0, -1}, std::nextafter(5.0f, 6.0f), 9.0f), hit));
 }
 
 TEST(SceneTracer, OriginOnTheSurfaceHitsAtZero) {
   const SceneTracer tracer = makeTracer(makeSquare());
   TracerHit hit;
-  ASSERT_TRUE(tracer.intersect(Ray<float>({0.25f, 0.5f, 0.0f}, {0, 0, 1}), hit));
+  ASSERT_TRUE(tracer.intersect(Ray3f({0.25f, 0.5f, 0.0f}, {0, 0, 1}), hit));
   EXPECT_EQ(hit.distance, 0.0);
 }
 
 TEST(SceneTracer, NegativeMinDistanceLooksBehind) {
   const SceneTracer tracer = makeTracer(makeSquare());
   TracerHit hit;
-  EXPECT_FALSE(tracer.intersect(Ray<float>({0, 0, 5}, {0, 0, 1}), hit));
-  ASSERT_TRUE(tracer.intersect(Ray<float>({0, 0, 5}, {0, 0, 1}, -6.0f, 0.0f), hit));
+  EXPECT_FALSE(tracer.intersect(Ray3f({0, 0, 5}, {0, 0, 1}), hit));
+  ASSERT_TRUE(tracer.intersect(Ray3f({0, 0, 5}, {0, 0, 1}, -6.0f, 0.0f), hit));
   EXPECT_EQ(hit.distance, -5.0);
-  EXPECT_TRUE(tracer.intersect(Ray<float>({0, 0, 5}, {0, 0, 1}, -kInf, kInf), hit));
+  EXPECT_TRUE(tracer.intersect(Ray3f({0, 0, 5}, {0, 0, 1}, -kInf, kInf), hit));
 }
 
 TEST(SceneTracer, RaysWithNanInfinityNoDirectionOrAnEmptyRangeMiss) {
   const SceneTracer tracer = makeTracer(makeSquare());
-  const Vec3<float> o(0, 0, 5), d(0, 0, -1);
-  std::vector<Ray<float>> rays = {{o, {0, 0, 0}},
-                                  {o, {-0.0f, 0, 0}},
-                                  {o, d, 1.0f, 0.0f},
-                                  {o, d, kNan, 9.0f},
-                                  {o, d, 0.0f, kNan}};
+  const Vec3f o(0, 0, 5), d(0, 0, -1);
+  std::vector<Ray3f> rays = {{o, {0, 0, 0}},
+                             {o, {-0.0f, 0, 0}},
+                             {o, d, 1.0f, 0.0f},
+                             {o, d, kNan, 9.0f},
+                             {o, d, 0.0f, kNan}};
   for (const float bad : {kNan, kInf, -kInf})
     for (std::size_t i = 0; i < 3; ++i) {
       rays.emplace_back(o, d);
@@ -260,17 +263,17 @@ TEST(SceneTracer, MissLeavesADefaultRecord) {
   const SceneTracer tracer = makeTracer(makeSquare());
   TracerHit hit;
   ASSERT_TRUE(tracer.intersect(kDown, hit));
-  EXPECT_FALSE(tracer.intersect(Ray<float>({9, 9, 5}, {0, 0, -1}), hit));
+  EXPECT_FALSE(tracer.intersect(Ray3f({9, 9, 5}, {0, 0, -1}), hit));
   EXPECT_FALSE(hit.hit);
   EXPECT_EQ(hit.distance, std::numeric_limits<double>::max());
-  EXPECT_EQ(hit.normal, Vec3<float>());
+  EXPECT_EQ(hit.normal, Vec3f());
   EXPECT_EQ(hit.face, 0);
 }
 
 TEST(SceneTracer, EqualDistancesGoToTheLowerPlacement) {
   SceneTracer tracer;
   const std::uint32_t mesh = addMesh(tracer, makeSquare());
-  for (int i = 0; i < 40; ++i) tracer.addPlacement(mesh, Mat4<double>());
+  for (int i = 0; i < 40; ++i) tracer.addPlacement(mesh, Mat4d());
   tracer.build();
   TracerHit hit;
   ASSERT_TRUE(tracer.intersect(kDown, hit));
@@ -282,7 +285,7 @@ TEST(SceneTracer, EqualDistancesGoToTheLowerFace) {
   for (int copy = 0; copy < 40; ++copy) {
     const SampleMesh square = makeSquare();
     for (const int i : square.indices) mesh.indices.push_back(i + 4 * copy);
-    for (const Vec3<float>& p : square.points) mesh.points.push_back(p);
+    for (const Vec3f& p : square.points) mesh.points.push_back(p);
     mesh.counts.push_back(4);
   }
   TracerHit hit;
@@ -291,13 +294,13 @@ TEST(SceneTracer, EqualDistancesGoToTheLowerFace) {
 }
 
 TEST(SceneTracer, NothingIsHitThroughAMatrixWithoutInverse) {
-  Mat4<double> flat;
+  Mat4d flat;
   flat.scale(1, 1, 0);
-  Mat4<double> bad;
+  Mat4d bad;
   bad[5] = std::numeric_limits<double>::quiet_NaN();
-  Mat4<double> far;
+  Mat4d far;
   far[12] = std::numeric_limits<double>::infinity();
-  for (const Mat4<double>& m : {flat, bad, far, Mat4<double>(0.0)}) {
+  for (const Mat4d& m : {flat, bad, far, Mat4d(0.0)}) {
     TracerHit hit;
     EXPECT_FALSE(makeTracer(makeSquare(), m).intersect(kDown, hit));
   }
@@ -306,9 +309,9 @@ TEST(SceneTracer, NothingIsHitThroughAMatrixWithoutInverse) {
 TEST(SceneTracer, UnusablePlacementsKeepTheirNumbers) {
   SceneTracer tracer;
   const std::uint32_t mesh = addMesh(tracer, makeSquare());
-  EXPECT_EQ(tracer.addPlacement(7, Mat4<double>()), 0u);
-  EXPECT_EQ(tracer.addPlacement(mesh, Mat4<double>(0.0)), 1u);
-  EXPECT_EQ(tracer.addPlacement(mesh, Mat4<double>()), 2u);
+  EXPECT_EQ(tracer.addPlacement(7, Mat4d()), 0u);
+  EXPECT_EQ(tracer.addPlacement(mesh, Mat4d(0.0)), 1u);
+  EXPECT_EQ(tracer.addPlacement(mesh, Mat4d()), 2u);
   tracer.build();
   TracerHit hit;
   ASSERT_TRUE(tracer.intersect(kDown, hit));
@@ -319,26 +322,26 @@ TEST(SceneTracer, UnusablePlacementsKeepTheirNumbers) {
 }
 
 TEST(SceneTracer, MirroredPlacementTurnsTheNormalByTheInverseTranspose) {
-  Mat4<double> mirrored;
+  Mat4d mirrored;
   mirrored.scale(1, 1, -1);
   TracerHit hit;
   ASSERT_TRUE(makeTracer(makeSquare(), mirrored).intersect(kDown, hit));
-  EXPECT_EQ(hit.normal, Vec3<float>(0, 0, -1));
-  Mat4<double> sideways;
+  EXPECT_EQ(hit.normal, Vec3f(0, 0, -1));
+  Mat4d sideways;
   sideways.scale(-1, 1, 1);
   ASSERT_TRUE(makeTracer(makeSquare(), sideways).intersect(kDown, hit));
-  EXPECT_EQ(hit.normal, Vec3<float>(0, 0, 1));
+  EXPECT_EQ(hit.normal, Vec3f(0, 0, 1));
 }
 
 TEST(SceneTracer, UnevenScaleKeepsTheNormalUpright) {
   // The plane x + z = 0; doubled along x it is x / 2 + z = 0.
   const SampleMesh slope = {
       "slope", {{-1, -1, 1}, {1, -1, -1}, {1, 1, -1}, {-1, 1, 1}}, {4}, {0, 1, 2, 3}};
-  Mat4<double> wide;
+  Mat4d wide;
   wide.scale(2, 1, 1);
   TracerHit hit;
   ASSERT_TRUE(makeTracer(slope, wide).intersect(kDown, hit));
-  const Vec3<float> expected = Vec3<float>(0.5f, 0, 1).normalized();
+  const Vec3f expected = Vec3f(0.5f, 0, 1).normalized();
   EXPECT_NEAR(hit.normal.x, expected.x, 1e-7);
   EXPECT_NEAR(hit.normal.z, expected.z, 1e-7);
 }
@@ -348,17 +351,17 @@ TEST(SceneTracer, AnyScaleGivesTheSamePicture) {
   const SceneTracer unit = makeTracer(ball);
   for (const int exponent : {-100, -33, 33, 100}) {
     const double size = std::ldexp(1.0, exponent);
-    Mat4<double> scaled;
+    Mat4d scaled;
     scaled.scale(size, size, size);
     SampleMesh small = ball;
-    for (Vec3<float>& p : small.points) p = p * static_cast<float>(size);
+    for (Vec3f& p : small.points) p = p * static_cast<float>(size);
     const SceneTracer placed = makeTracer(ball, scaled), modelled = makeTracer(small);
     Random random(7);
     for (int i = 0; i < 2000; ++i) {
-      const Vec3<float> o = randomPoint(random, 3), d = randomPoint(random, 1) - o;
+      const Vec3f o = randomPoint(random, 3), d = randomPoint(random, 1) - o;
       TracerHit a, b, c;
-      unit.intersect(Ray<float>(o, d), a);
-      const Ray<float> ray(o * static_cast<float>(size), d * static_cast<float>(size));
+      unit.intersect(Ray3f(o, d), a);
+      const Ray3f ray(o * static_cast<float>(size), d * static_cast<float>(size));
       placed.intersect(ray, b);
       modelled.intersect(ray, c);
       // A power of two loses nothing, so the answers are the same to the last bit.
@@ -373,16 +376,16 @@ TEST(SceneTracer, AnyScaleGivesTheSamePicture) {
 }
 
 TEST(SceneTracer, TinyPlacementIsSeenFromFarWithItsFrontBeforeItsBack) {
-  Mat4<double> tiny;
+  Mat4d tiny;
   tiny.translate(1000.0, -2000.0, 500.0);
   tiny.scale(1e-10, 1e-10, 1e-10);
   const SceneTracer tracer = makeTracer(vela_test::makeCube(), tiny);
   TracerHit hit;
-  ASSERT_TRUE(tracer.intersect(Ray<float>({1000.0f, -2000.0f, 900.0f}, {0, 0, -1}), hit));
-  EXPECT_EQ(hit.normal, Vec3<float>(0, 0, 1));
+  ASSERT_TRUE(tracer.intersect(Ray3f({1000.0f, -2000.0f, 900.0f}, {0, 0, -1}), hit));
+  EXPECT_EQ(hit.normal, Vec3f(0, 0, 1));
   EXPECT_NEAR(hit.distance, 400.0, 1e-9);
-  ASSERT_TRUE(tracer.intersect(Ray<float>({1000.0f, -2000.0f, -900.0f}, {0, 0, 1}), hit));
-  EXPECT_EQ(hit.normal, Vec3<float>(0, 0, -1));
+  ASSERT_TRUE(tracer.intersect(Ray3f({1000.0f, -2000.0f, -900.0f}, {0, 0, 1}), hit));
+  EXPECT_EQ(hit.normal, Vec3f(0, 0, -1));
 }
 
 TEST(SceneTracer, FacesThatCannotBeUsedAreSkippedAndCounted) {
@@ -392,7 +395,7 @@ TEST(SceneTracer, FacesThatCannotBeUsedAreSkippedAndCounted) {
   mesh.points.push_back({0, 0, kNan});
   mesh.points.push_back({kInf, 0, up});
   const SampleMesh low = makeSquare(0.0f);
-  for (const Vec3<float>& p : low.points) mesh.points.push_back(p);  // 6 to 9
+  for (const Vec3f& p : low.points) mesh.points.push_back(p);  // 6 to 9
   mesh.counts = {2, -3, 0, 4, 3, 3, 3, 4, 4, 100};
   mesh.indices = {0, 1,          // two corners
                   0, 1, 2,  10,  // out of range
@@ -419,7 +422,7 @@ TEST(SceneTracer, MeshesWithoutUsableFacesAreMissed) {
     const SceneTracer tracer = makeTracer(mesh);
     TracerHit hit;
     EXPECT_FALSE(tracer.intersect(kDown, hit));
-    EXPECT_FALSE(tracer.intersect(Ray<float>({0.5f, 0, 5}, {0, 0, -1}), hit));
+    EXPECT_FALSE(tracer.intersect(Ray3f({0.5f, 0, 5}, {0, 0, -1}), hit));
   }
 }
 
@@ -444,23 +447,23 @@ TEST(SceneTracer, EqualMeshesAreStoredOnce) {
 TEST(SceneTracer, BarycentricsAndCornersLeadBackToThePosition) {
   const SampleMesh torus = vela_test::makeTorus(24, 12);
   Random random(3);
-  Mat4<double> matrix = randomRotation(random);
+  Mat4d matrix = randomRotation(random);
   matrix.scale(2, 0.5, 3);
   const SceneTracer tracer = makeTracer(torus, matrix);
   int hits = 0;
   for (int i = 0; i < 2000; ++i) {
     TracerHit hit;
-    const Vec3<float> o = randomPoint(random, 6);
-    if (!tracer.intersect(Ray<float>(o, randomPoint(random, 1) - o), hit)) continue;
+    const Vec3f o = randomPoint(random, 6);
+    if (!tracer.intersect(Ray3f(o, randomPoint(random, 1) - o), hit)) continue;
     ++hits;
-    Vec3<float> p[3];
+    Vec3f p[3];
     for (std::size_t c = 0; c < 3; ++c) {
       ASSERT_EQ(hit.points[c], torus.indices[static_cast<std::size_t>(hit.faceVertices[c])]);
       ASSERT_EQ(hit.faceVertices[c] / 4, hit.face);
       p[c] = torus.points[static_cast<std::size_t>(hit.points[c])];
     }
-    const Vec3<float> local = p[0] * (1 - hit.u - hit.v) + p[1] * hit.u + p[2] * hit.v;
-    const Vec3<float> world(matrix.transformPoint(Vec3<double>(local)));
+    const Vec3f local = p[0] * (1 - hit.u - hit.v) + p[1] * hit.u + p[2] * hit.v;
+    const Vec3f world(matrix.transformPoint(Vec3d(local)));
     ASSERT_LT((world - hit.position).length(), 1e-5f);
     ASSERT_NEAR(hit.normal.length(), 1.0f, 1e-6f);
   }
@@ -474,12 +477,12 @@ TEST(SceneTracer, ConcavePolygonIsOpenInItsNotchAtAnySize) {
                         {{0, 2, 0}, {-2, -2, 0}, {0, 0, 0}, {2, -2, 0}, {1.5f, -1, 0}},
                         {5},
                         {0, 1, 2, 3, 4}};
-    for (Vec3<float>& p : arrow.points) p = p * size;
+    for (Vec3f& p : arrow.points) p = p * size;
     const SceneTracer tracer = makeTracer(arrow);
     TracerHit hit;
-    EXPECT_FALSE(tracer.intersect(Ray<float>({0, -size, size}, {0, 0, -1}), hit));
-    EXPECT_TRUE(tracer.intersect(Ray<float>({0, size, size}, {0, 0, -1}), hit));
-    EXPECT_TRUE(tracer.intersect(Ray<float>({-1.4f * size, -1.3f * size, size}, {0, 0, -1}), hit));
+    EXPECT_FALSE(tracer.intersect(Ray3f({0, -size, size}, {0, 0, -1}), hit));
+    EXPECT_TRUE(tracer.intersect(Ray3f({0, size, size}, {0, 0, -1}), hit));
+    EXPECT_TRUE(tracer.intersect(Ray3f({-1.4f * size, -1.3f * size, size}, {0, 0, -1}), hit));
   }
 }
 
@@ -495,17 +498,16 @@ TEST(SceneTracer, CornerOnAnEdgeLeavesNoGapToTheNeighbour) {
   const SceneTracer tracer = makeTracer(mesh, randomRotation(random));
   const SceneTracer straight = makeTracer(mesh);
   for (int i = 0; i < 20000; ++i) {
-    const Vec3<float> at(uniform(random, -0.99f, 0.99f), 0, 0),
-        o(at.x, uniform(random, -0.2f, 0.2f), 3);
+    const Vec3f at(uniform(random, -0.99f, 0.99f), 0, 0), o(at.x, uniform(random, -0.2f, 0.2f), 3);
     TracerHit hit;
-    ASSERT_TRUE(straight.intersect(Ray<float>(o, at - o), hit)) << i;
+    ASSERT_TRUE(straight.intersect(Ray3f(o, at - o), hit)) << i;
     ASSERT_NEAR(hit.normal.length(), 1.0f, 1e-6f);
   }
 }
 
 TEST(SceneTracer, WhatIsAddedIsSeenAfterTheNextBuild) {
   SceneTracer tracer = makeTracer(makeSquare(0.0f));
-  tracer.addPlacement(addMesh(tracer, makeSquare(1.0f)), Mat4<double>());
+  tracer.addPlacement(addMesh(tracer, makeSquare(1.0f)), Mat4d());
   TracerHit hit;
   ASSERT_TRUE(tracer.intersect(kDown, hit));
   EXPECT_EQ(hit.distance, 5.0);
@@ -521,7 +523,7 @@ TEST(SceneTracer, OnePlacementAnswersAsIfItWereAlone) {
   SceneTracer all;
   std::vector<SceneTracer> alone;
   for (int i = 0; i < 30; ++i) {
-    Mat4<double> matrix;
+    Mat4d matrix;
     // Every third stands exactly where the one before it does; a few cannot be hit at all.
     matrix.translate(static_cast<double>(i / 3), 0.0, 0.0);
     if (i % 10 == 9) matrix.scale(0.0, 1.0, 1.0);
@@ -531,7 +533,7 @@ TEST(SceneTracer, OnePlacementAnswersAsIfItWereAlone) {
   all.build();
   int hits = 0;
   for (int i = 0; i < 3000; ++i) {
-    const Ray<float> ray(randomPoint(random, 6), randomPoint(random, 1));
+    const Ray3f ray(randomPoint(random, 6), randomPoint(random, 1));
     for (std::uint32_t placement = 0; placement < 30; ++placement) {
       TracerHit hit, expected;
       ASSERT_EQ(all.intersectPlacement(placement, ray, hit),
@@ -551,7 +553,7 @@ TEST(SceneTracer, PlacementsThatAreNotThereAreNeverHit) {
   SceneTracer tracer;
   TracerHit hit;
   EXPECT_FALSE(tracer.intersectPlacement(0, kDown, hit));
-  tracer.addPlacement(addMesh(tracer, makeSquare()), Mat4<double>());
+  tracer.addPlacement(addMesh(tracer, makeSquare()), Mat4d());
   EXPECT_FALSE(tracer.intersectPlacement(0, kDown, hit)) << "not built yet";
   tracer.build();
   EXPECT_TRUE(tracer.intersectPlacement(0, kDown, hit));
@@ -563,9 +565,9 @@ TEST(SceneTracer, PlacementsThatAreNotThereAreNeverHit) {
 TEST(SceneTracer, SpansAnswerAsSingleRaysDo) {
   const SceneTracer tracer = makeTracer(vela_test::makeBumpySphere(2000));
   Random random(5);
-  std::vector<Ray<float>> rays;
+  std::vector<Ray3f> rays;
   for (int i = 0; i < 1003; ++i) rays.emplace_back(randomPoint(random, 2), randomPoint(random, 1));
-  rays[17].direction = Vec3<float>();
+  rays[17].direction = Vec3f();
   std::vector<TracerHit> hits(rays.size());
   const std::unique_ptr<bool[]> occluded(new bool[rays.size()]);
   tracer.intersect(rays.data(), rays.size(), hits.data());
@@ -590,8 +592,8 @@ TEST(SceneTracer, PlacementsAreCompact) {
   constexpr std::size_t count = 20000;
   tracer.reservePlacements(count);
   for (std::size_t i = 0; i < count; ++i) {
-    Mat4<double> m;
-    m.translate(Vec3<double>(randomPoint(random, 300)));
+    Mat4d m;
+    m.translate(Vec3d(randomPoint(random, 300)));
     tracer.addPlacement(mesh, m);
   }
   tracer.build();
@@ -613,14 +615,14 @@ TEST(SceneTracer, MeshPrimsAreReadAtTheTimeGiven) {
   const std::uint32_t first = tracer.addMesh(prim, 1.0), second = tracer.addMesh(prim, 2.0);
   EXPECT_NE(first, second);
   EXPECT_EQ(tracer.addMesh(low.points, low.counts, low.indices), first);
-  tracer.addPlacement(second, Mat4<double>());
+  tracer.addPlacement(second, Mat4d());
   tracer.build();
   TracerHit hit;
   ASSERT_TRUE(tracer.intersect(kDown, hit));
   EXPECT_EQ(hit.distance, 3.0);
 
   // A prim without a mesh is a mesh without faces.
-  tracer.addPlacement(tracer.addMesh(ovo::MeshPrim()), Mat4<double>());
+  tracer.addPlacement(tracer.addMesh(ovo::MeshPrim()), Mat4d());
   tracer.build();
   EXPECT_TRUE(tracer.intersect(kDown, hit));
 }
@@ -630,29 +632,29 @@ TEST(SceneTracer, MeshPrimsAreReadAtTheTimeGiven) {
 struct Scene {
   SceneTracer fast, plain;
   PlainLoop loop;
-  std::vector<Vec3<float>> targets;  ///< world positions of corners and of points on edges
+  std::vector<Vec3f> targets;  ///< world positions of corners and of points on edges
   int placements = 0;
 
   Scene() { plain.setKernel(SceneTracer::Kernel::plain); }
 
-  void add(Random& random, const SampleMesh& mesh, const Mat4<double>& matrix) {
+  void add(Random& random, const SampleMesh& mesh, const Mat4d& matrix) {
     for (SceneTracer* tracer : {&fast, &plain})
       tracer->addPlacement(addMesh(*tracer, mesh), matrix);
     loop.add(mesh, matrix);
     ++placements;
     // A corner that a broken mesh does not have is the origin.
     const auto corner = [&](std::size_t vertex) {
-      if (vertex >= mesh.indices.size()) return Vec3<float>();
+      if (vertex >= mesh.indices.size()) return Vec3f();
       const int p = mesh.indices[vertex];
       const bool isPoint = p >= 0 && static_cast<std::size_t>(p) < mesh.points.size();
-      return isPoint ? mesh.points[static_cast<std::size_t>(p)] : Vec3<float>();
+      return isPoint ? mesh.points[static_cast<std::size_t>(p)] : Vec3f();
     };
     const std::size_t pairs = std::max<std::size_t>(mesh.indices.size(), 2) - 1;
     for (int i = 0; i < 40; ++i) {
       const std::size_t at = random() % pairs;
-      const Vec3<float> a = corner(at), b = corner(at + 1);
+      const Vec3f a = corner(at), b = corner(at + 1);
       const float mix = i % 2 == 0 ? 0.0f : uniform(random, 0, 1);
-      const Vec3<double> local(a * (1 - mix) + b * mix);
+      const Vec3d local(a * (1 - mix) + b * mix);
       targets.emplace_back(matrix.transformPoint(local));
     }
   }
@@ -663,26 +665,25 @@ struct Scene {
 
   /// Rays of every kind: through the scene, at corners and edges, along edges, along an axis, from
   /// corners, with short ranges.
-  [[nodiscard]] Ray<float> randomRay(Random& random, float size) const {
-    const Vec3<float> a = targets[random() % targets.size()],
-                      b = targets[random() % targets.size()];
-    const Vec3<float> o = randomPoint(random, size);
-    Ray<float> ray(o, randomPoint(random, 1));
+  [[nodiscard]] Ray3f randomRay(Random& random, float size) const {
+    const Vec3f a = targets[random() % targets.size()], b = targets[random() % targets.size()];
+    const Vec3f o = randomPoint(random, size);
+    Ray3f ray(o, randomPoint(random, 1));
     switch (random() % 8) {
       case 0: break;
       case 1: ray.direction = a - o; break;
-      case 2: ray = Ray<float>(a, b - a); break;
-      case 3: ray = Ray<float>(a - (b - a), b - a); break;
+      case 2: ray = Ray3f(a, b - a); break;
+      case 3: ray = Ray3f(a - (b - a), b - a); break;
       case 4: {
         ray.origin = a;
         const std::size_t axis = random() % 3;
         ray.origin[axis] = -size * 2;
-        ray.direction = Vec3<float>();
+        ray.direction = Vec3f();
         ray.direction[axis] = uniform(random, 0.1f, 2.0f);
         if (random() % 2 == 0) ray.direction[(axis + 1) % 3] = -0.0f;
         break;
       }
-      case 5: ray = Ray<float>(a, randomPoint(random, 1), -size, size); break;
+      case 5: ray = Ray3f(a, randomPoint(random, 1), -size, size); break;
       case 6:
         ray.direction = a - o;
         ray.minDistance = uniform(random, 0, 1);
@@ -714,7 +715,7 @@ struct Scene {
   }
 };
 
-void compareScenes(unsigned seed, int scenes, int rays, Mat4<double> (*makeMatrix)(Random&, float),
+void compareScenes(unsigned seed, int scenes, int rays, Mat4d (*makeMatrix)(Random&, float),
                    float size) {
   for (int s = 0; s < scenes; ++s) {
     const unsigned here = seed + static_cast<unsigned>(s);
@@ -727,14 +728,14 @@ void compareScenes(unsigned seed, int scenes, int rays, Mat4<double> (*makeMatri
     const int count = 1 + static_cast<int>(random() % 12);
     for (int i = 0; i < count; ++i) {
       const SampleMesh& mesh = meshes[random() % 5];
-      const Mat4<double> matrix = makeMatrix(random, size);
+      const Mat4d matrix = makeMatrix(random, size);
       scene.add(random, mesh, matrix);
       if (random() % 4 == 0) scene.add(random, mesh, matrix);  // a tie for every ray
     }
     scene.build();
     int hits = 0;
     for (int r = 0; r < rays && !testing::Test::HasFatalFailure(); ++r) {
-      const Ray<float> ray = scene.randomRay(random, size);
+      const Ray3f ray = scene.randomRay(random, size);
       SCOPED_TRACE(testing::Message() << "ray " << r);
       scene.compare(ray, hits);
     }
@@ -746,8 +747,8 @@ TEST(SceneTracerAgainstPlainLoop, PlacedByRotationAndScale) {
   compareScenes(
       100, 12, 3000,
       [](Random& random, float size) {
-        Mat4<double> m;
-        m.translate(Vec3<double>(randomPoint(random, size * 0.5f)));
+        Mat4d m;
+        m.translate(Vec3d(randomPoint(random, size * 0.5f)));
         m = m * randomRotation(random);
         const double s = static_cast<double>(uniform(random, 0.3f, 1.5f));
         m.scale(random() % 3 == 0 ? -s : s, s, s);
@@ -760,8 +761,8 @@ TEST(SceneTracerAgainstPlainLoop, PlacedBySkewedMatrices) {
   compareScenes(
       200, 12, 3000,
       [](Random& random, float size) {
-        Mat4<double> m;
-        m.translate(Vec3<double>(randomPoint(random, size * 0.5f)));
+        Mat4d m;
+        m.translate(Vec3d(randomPoint(random, size * 0.5f)));
         m = m * randomRotation(random);
         m.scale(std::pow(10.0, static_cast<double>(uniform(random, -3, 0.5f))), 1,
                 std::pow(10.0, static_cast<double>(uniform(random, -1, 0.5f))));
@@ -778,8 +779,8 @@ TEST(SceneTracerAgainstPlainLoop, FarFromTheOrigin) {
   compareScenes(
       300, 8, 3000,
       [](Random& random, float size) {
-        Mat4<double> m;
-        m.translate(Vec3<double>(randomPoint(random, size)));
+        Mat4d m;
+        m.translate(Vec3d(randomPoint(random, size)));
         m = m * randomRotation(random);
         const double s = std::pow(10.0, static_cast<double>(uniform(random, -6, 5)));
         m.scale(s, s, s);
@@ -793,7 +794,7 @@ TEST(SceneTracerAgainstPlainLoop, OneDenseMeshInPlace) {
        {vela_test::makeBumpySphere(6000), vela_test::makeTorus(40, 30, 1.0f, 0.01f)}) {
     Random random(400);
     Scene scene;
-    scene.add(random, mesh, Mat4<double>());
+    scene.add(random, mesh, Mat4d());
     scene.build();
     int hits = 0;
     for (int r = 0; r < 6000 && !HasFatalFailure(); ++r) {
@@ -809,10 +810,10 @@ TEST(SceneTracerAgainstPlainLoop, EverySampleMesh) {
     SCOPED_TRACE(mesh.name);
     Random random(450);
     Scene scene;
-    scene.add(random, mesh, Mat4<double>());
+    scene.add(random, mesh, Mat4d());
     scene.build();
     float reach = 0.0f;
-    for (const Vec3<float>& p : mesh.points)
+    for (const Vec3f& p : mesh.points)
       for (std::size_t i = 0; i < 3; ++i)
         if (std::isfinite(p[i])) reach = std::max(reach, std::fabs(p[i]));
     reach = reach > 0.0f ? std::min(reach * 1.5f, 1e38f) : 1.0f;
@@ -832,17 +833,16 @@ TEST(SceneTracerAgainstPlainLoop, NeedlesAndSlivers) {
   Random random(500);
   SampleMesh mesh;
   for (int i = 0; i < 400; ++i) {
-    const Vec3<float> a = randomPoint(random, 1), along = randomPoint(random, 1);
-    const Vec3<float> b = a + along,
-                      c = a + along * uniform(random, 0, 1) + randomPoint(random, 1e-6f);
-    for (const Vec3<float>& p : {a, b, c}) {
+    const Vec3f a = randomPoint(random, 1), along = randomPoint(random, 1);
+    const Vec3f b = a + along, c = a + along * uniform(random, 0, 1) + randomPoint(random, 1e-6f);
+    for (const Vec3f& p : {a, b, c}) {
       mesh.indices.push_back(static_cast<int>(mesh.points.size()));
       mesh.points.push_back(p);
     }
     mesh.counts.push_back(3);
   }
   Scene scene;
-  scene.add(random, mesh, Mat4<double>());
+  scene.add(random, mesh, Mat4d());
   scene.build();
   int hits = 0;
   for (int r = 0; r < 20000 && !HasFatalFailure(); ++r) {
@@ -854,9 +854,9 @@ TEST(SceneTracerAgainstPlainLoop, NeedlesAndSlivers) {
 
 // Rays of doubles.
 
-Ray<double> widened(const Ray<float>& ray) {
-  return {Vec3<double>(ray.origin), Vec3<double>(ray.direction),
-          static_cast<double>(ray.minDistance), static_cast<double>(ray.maxDistance)};
+Ray3d widened(const Ray3f& ray) {
+  return {Vec3d(ray.origin), Vec3d(ray.direction), static_cast<double>(ray.minDistance),
+          static_cast<double>(ray.maxDistance)};
 }
 
 bool areEqual(const TracerHit& a, const TracerHit& b) {
@@ -870,13 +870,13 @@ TEST(SceneTracerWithDoubleRays, FloatsInADoubleRayGetTheSameRecord) {
   Random random(600);
   Scene scene;
   for (int i = 0; i < 20; ++i) {
-    Mat4<double> m;
-    m.translate(Vec3<double>(randomPoint(random, 4)));
+    Mat4d m;
+    m.translate(Vec3d(randomPoint(random, 4)));
     scene.add(random, vela_test::makeBumpySphere(300), m * randomRotation(random));
   }
   scene.build();
   for (int r = 0; r < 5000; ++r) {
-    Ray<float> ray = scene.randomRay(random, 5.0f);
+    Ray3f ray = scene.randomRay(random, 5.0f);
     // Ends that no distance is close to.
     ray.minDistance = -1e-3f;
     ray.maxDistance = 1e30f;
@@ -892,14 +892,14 @@ TEST(SceneTracerWithDoubleRays, EqualThePlainLoopFarFromTheOrigin) {
     SCOPED_TRACE(testing::Message() << "distance " << distance);
     Random random(601);
     Scene scene;
-    const Vec3<double> middle(distance, -0.3 * distance, 0.7 * distance);
+    const Vec3d middle(distance, -0.3 * distance, 0.7 * distance);
     // What the rays aim at, from the middle.
     Scene targets;
     for (int i = 0; i < 60; ++i) {
-      Mat4<double> here;
-      here.translate(Vec3<double>(randomPoint(random, 3)));
+      Mat4d here;
+      here.translate(Vec3d(randomPoint(random, 3)));
       here = here * randomRotation(random);
-      Mat4<double> there;
+      Mat4d there;
       there.translate(middle.x, middle.y, middle.z);
       const SampleMesh mesh = i % 2 == 0 ? vela_test::makeIcosphere(1) : vela_test::makeTorus(9, 7);
       targets.add(random, mesh, here);
@@ -909,7 +909,7 @@ TEST(SceneTracerWithDoubleRays, EqualThePlainLoopFarFromTheOrigin) {
     int hits = 0;
     for (int r = 0; r < 3000 && !HasFatalFailure(); ++r) {
       SCOPED_TRACE(testing::Message() << "ray " << r);
-      Ray<double> ray = widened(targets.randomRay(random, 4.0f));
+      Ray3d ray = widened(targets.randomRay(random, 4.0f));
       ray.origin += middle;
       scene.compare(ray, hits);
       // The hit's own distance ends the range.
@@ -930,28 +930,28 @@ TEST(SceneTracerWithDoubleRays, EqualThePlainLoopFarFromTheOrigin) {
 
 TEST(SceneTracerWithDoubleRays, SeeWhatFloatsCannotPlace) {
   // A hundred million units out, a float's step is eight units.
-  Mat4<double> far;
+  Mat4d far;
   far.translate(1e8, 1e8, 1e8);
   const SceneTracer tracer = makeTracer(makeSquare(), far);
   TracerHit hit;
-  ASSERT_TRUE(tracer.intersect(Ray<double>({1e8 + 0.25, 1e8 + 0.5, 1e8 + 5}, {0, 0, -1}), hit));
+  ASSERT_TRUE(tracer.intersect(Ray3d({1e8 + 0.25, 1e8 + 0.5, 1e8 + 5}, {0, 0, -1}), hit));
   EXPECT_EQ(hit.distance, 5.0);
-  EXPECT_EQ(hit.normal, Vec3<float>(0, 0, 1));
-  EXPECT_FALSE(tracer.intersect(Ray<double>({1e8 + 1.25, 1e8 + 0.5, 1e8 + 5}, {0, 0, -1}), hit));
-  EXPECT_FALSE(tracer.occluded(Ray<double>({1e8, 1e8, 1e8 + 5}, {0, 0, -1}, 0.0, 4.999)));
-  EXPECT_TRUE(tracer.occluded(Ray<double>({1e8, 1e8, 1e8 + 5}, {0, 0, -1}, 0.0, 5.0)));
+  EXPECT_EQ(hit.normal, Vec3f(0, 0, 1));
+  EXPECT_FALSE(tracer.intersect(Ray3d({1e8 + 1.25, 1e8 + 0.5, 1e8 + 5}, {0, 0, -1}), hit));
+  EXPECT_FALSE(tracer.occluded(Ray3d({1e8, 1e8, 1e8 + 5}, {0, 0, -1}, 0.0, 4.999)));
+  EXPECT_TRUE(tracer.occluded(Ray3d({1e8, 1e8, 1e8 + 5}, {0, 0, -1}, 0.0, 5.0)));
 }
 
 TEST(SceneTracerWithDoubleRays, AllFormsAgree) {
   Random random(602);
   Scene scene;
   for (int i = 0; i < 10; ++i) {
-    Mat4<double> m;
-    m.translate(Vec3<double>(randomPoint(random, 4)));
+    Mat4d m;
+    m.translate(Vec3d(randomPoint(random, 4)));
     scene.add(random, vela_test::makeBumpySphere(300), m);
   }
   scene.build();
-  std::vector<Ray<double>> rays;
+  std::vector<Ray3d> rays;
   for (int i = 0; i < 777; ++i) rays.push_back(widened(scene.randomRay(random, 5.0f)));
   std::vector<TracerHit> hits(rays.size());
   const std::unique_ptr<bool[]> occluded(new bool[rays.size()]);
@@ -972,26 +972,26 @@ TEST(SceneTracerWithDoubleRays, RaysBeyondTheLimitsMiss) {
   const SceneTracer tracer = makeTracer(makeSquare());
   constexpr double inf = std::numeric_limits<double>::infinity();
   constexpr double nan = std::numeric_limits<double>::quiet_NaN();
-  const Vec3<double> o(0, 0, 5), d(0, 0, -1);
+  const Vec3d o(0, 0, 5), d(0, 0, -1);
   TracerHit hit;
   for (const double length : {1e-149, 1e-40, 1e40, 1e149})
-    EXPECT_TRUE(tracer.intersect(Ray<double>(o, d * length), hit)) << length;
-  EXPECT_TRUE(tracer.intersect(Ray<double>(o, d, -inf, inf), hit));
-  EXPECT_TRUE(tracer.intersect(Ray<double>({0, 0, 1e30}, d), hit));
+    EXPECT_TRUE(tracer.intersect(Ray3d(o, d * length), hit)) << length;
+  EXPECT_TRUE(tracer.intersect(Ray3d(o, d, -inf, inf), hit));
+  EXPECT_TRUE(tracer.intersect(Ray3d({0, 0, 1e30}, d), hit));
   for (const double bad : {nan, inf, -inf, 1e200})
     for (std::size_t i = 0; i < 3; ++i) {
-      Ray<double> ray(o, d);
+      Ray3d ray(o, d);
       ray.origin[i] = bad;
       EXPECT_FALSE(tracer.intersect(ray, hit)) << bad;
-      ray = Ray<double>(o, d);
+      ray = Ray3d(o, d);
       ray.direction[i] = bad;
       EXPECT_FALSE(tracer.intersect(ray, hit)) << bad;
     }
-  EXPECT_FALSE(tracer.intersect(Ray<double>(o, d * 1e-200), hit));
-  EXPECT_FALSE(tracer.intersect(Ray<double>(o, d * 0.0), hit));
-  EXPECT_FALSE(tracer.intersect(Ray<double>(o, d, 1.0, 0.0), hit));
-  EXPECT_FALSE(tracer.intersect(Ray<double>(o, d, nan, 9.0), hit));
-  EXPECT_FALSE(tracer.intersect(Ray<double>(o, d, 0.0, nan), hit));
+  EXPECT_FALSE(tracer.intersect(Ray3d(o, d * 1e-200), hit));
+  EXPECT_FALSE(tracer.intersect(Ray3d(o, d * 0.0), hit));
+  EXPECT_FALSE(tracer.intersect(Ray3d(o, d, 1.0, 0.0), hit));
+  EXPECT_FALSE(tracer.intersect(Ray3d(o, d, nan, 9.0), hit));
+  EXPECT_FALSE(tracer.intersect(Ray3d(o, d, 0.0, nan), hit));
 }
 
 // Spans, which trace many rays at once.
@@ -1028,13 +1028,13 @@ void compareSpan(const Scene& scene, const std::vector<Ray<T>>& rays, int& numHi
 }
 
 /// An ordinary ray made into one that a kernel might take wrongly.
-Ray<float> hostile(Random& random, Ray<float> ray) {
+Ray3f hostile(Random& random, Ray3f ray) {
   const std::size_t axis = random() % 3;
   switch (random() % 14) {
     case 0: ray.direction[axis] = 0.0f; break;
     case 1: ray.direction[axis] = -0.0f; break;
     case 2: ray.direction[axis] = ray.direction[(axis + 1) % 3] = -0.0f; break;
-    case 3: ray.direction = Vec3<float>(); break;
+    case 3: ray.direction = Vec3f(); break;
     case 4: ray.origin[axis] = random() % 2 == 0 ? kNan : kInf; break;
     case 5: ray.direction[axis] = random() % 2 == 0 ? kNan : -kInf; break;
     case 6: std::swap(ray.minDistance, ray.maxDistance); break;
@@ -1061,8 +1061,8 @@ Scene makeScene(Random& random, int placements, float size) {
                                vela_test::makeTorus(9, 7), vela_test::makeBumpySphere(900),
                                makeSquare()};
   for (int i = 0; i < placements; ++i) {
-    Mat4<double> m;
-    if (placements > 1) m.translate(Vec3<double>(randomPoint(random, size * 0.5f)));
+    Mat4d m;
+    if (placements > 1) m.translate(Vec3d(randomPoint(random, size * 0.5f)));
     m = m * randomRotation(random);
     const double s = static_cast<double>(uniform(random, 0.2f, 1.0f));
     m.scale(random() % 5 == 0 ? -s : s, s, s);
@@ -1083,10 +1083,10 @@ TEST(SceneTracerSpans, AnswerAsSingleRaysDoOnOrdinaryAndHostileRays) {
     int hits = 0;
     for (const std::size_t count : {0u, 1u, 2u, 31u, 32u, 33u, 63u, 64u, 65u, 100u, 1000u, 7001u}) {
       SCOPED_TRACE(testing::Message() << count << " rays");
-      std::vector<Ray<float>> rays;
-      std::vector<Ray<double>> wide;
+      std::vector<Ray3f> rays;
+      std::vector<Ray3d> wide;
       for (std::size_t i = 0; i < count; ++i) {
-        const Ray<float> ray = scene.randomRay(random, 4.0f);
+        const Ray3f ray = scene.randomRay(random, 4.0f);
         rays.push_back(i % 3 == 0 ? hostile(random, ray) : ray);
         wide.push_back(widened(rays.back()));
         // Not a float.
@@ -1103,7 +1103,7 @@ TEST(SceneTracerSpans, AnswerAsSingleRaysDoOnOrdinaryAndHostileRays) {
 TEST(SceneTracerSpans, EqualThePlainLoop) {
   Random random(710);
   const Scene scene = makeScene(random, 30, 4.0f);
-  std::vector<Ray<float>> rays;
+  std::vector<Ray3f> rays;
   for (int i = 0; i < 3000; ++i) rays.push_back(hostile(random, scene.randomRay(random, 4.0f)));
   const SpanOfScene span(scene.fast, rays);
   for (std::size_t i = 0; i < rays.size(); ++i) {
@@ -1120,7 +1120,7 @@ TEST(SceneTracerSpans, EqualThePlainLoop) {
 TEST(SceneTracerSpans, ThirtyThousandRaysInOneCall) {
   Random random(711);
   const Scene scene = makeScene(random, 1, 4.0f);
-  std::vector<Ray<float>> rays;
+  std::vector<Ray3f> rays;
   for (int i = 0; i < 30000; ++i) rays.push_back(scene.randomRay(random, 4.0f));
   int hits = 0;
   compareSpan(scene, rays, hits);
@@ -1133,23 +1133,22 @@ TEST(SceneTracerSpans, DeepTreesAndPlacementsWithoutABoxToo) {
   for (int i = 0; i < 2000; ++i) {
     const float at = std::ldexp(1.0f, -(i / 16)) * (1.0f + static_cast<float>(i % 16) / 16.0f);
     const auto first = static_cast<int>(spiral.points.size());
-    for (const Vec3<float>& p : {Vec3<float>(at, 0, 0), {at, at, 0}, {at, 0, at}})
-      spiral.points.push_back(p);
+    for (const Vec3f& p : {Vec3f(at, 0, 0), {at, at, 0}, {at, 0, at}}) spiral.points.push_back(p);
     spiral.addFace({first, first + 1, first + 2});
   }
   Random random(712);
   Scene scene;
-  scene.add(random, spiral, Mat4<double>());
-  Mat4<double> skewed;
+  scene.add(random, spiral, Mat4d());
+  Mat4d skewed;
   skewed.scale(1e-6, 1, 1e6);
   scene.add(random, spiral, randomRotation(random) * skewed * randomRotation(random));
   scene.build();
   Scene alone;
-  alone.add(random, spiral, Mat4<double>());
+  alone.add(random, spiral, Mat4d());
   alone.build();
   for (const Scene* s : {&scene, &alone}) {
     int hits = 0;
-    std::vector<Ray<float>> rays;
+    std::vector<Ray3f> rays;
     for (int i = 0; i < 2000; ++i) rays.push_back(s->randomRay(random, 2.0f));
     compareSpan(*s, rays, hits);
     EXPECT_GT(hits, 100);
@@ -1158,8 +1157,7 @@ TEST(SceneTracerSpans, DeepTreesAndPlacementsWithoutABoxToo) {
 
 // Nothing slips through.
 
-int countLost(const SampleMesh& mesh, const Mat4<double>& matrix, int rays, unsigned seed,
-              double inside) {
+int countLost(const SampleMesh& mesh, const Mat4d& matrix, int rays, unsigned seed, double inside) {
   const SceneTracer tracer = makeTracer(mesh, matrix);
   Random random(seed);
   int lost = 0;
@@ -1171,14 +1169,13 @@ int countLost(const SampleMesh& mesh, const Mat4<double>& matrix, int rays, unsi
     const auto n = static_cast<std::size_t>(mesh.counts[face]);
     begin = face * n;
     const std::size_t k = random() % n;
-    const Vec3<double> a(mesh.points[static_cast<std::size_t>(mesh.indices[begin + k])]);
-    const Vec3<double> b(mesh.points[static_cast<std::size_t>(mesh.indices[begin + (k + 1) % n])]);
+    const Vec3d a(mesh.points[static_cast<std::size_t>(mesh.indices[begin + k])]);
+    const Vec3d b(mesh.points[static_cast<std::size_t>(mesh.indices[begin + (k + 1) % n])]);
     const double mix = i % 3 == 0 ? 0.0 : static_cast<double>(uniform(random, 0, 1));
-    const Vec3<float> target(matrix.transformPoint(a * (1 - mix) + b * mix));
-    const Vec3<float> o(
-        matrix.transformPoint(Vec3<double>(randomPoint(random, 1)).normalized() * inside));
+    const Vec3f target(matrix.transformPoint(a * (1 - mix) + b * mix));
+    const Vec3f o(matrix.transformPoint(Vec3d(randomPoint(random, 1)).normalized() * inside));
     TracerHit hit;
-    if (!tracer.intersect(Ray<float>(o, target - o), hit)) ++lost;
+    if (!tracer.intersect(Ray3f(o, target - o), hit)) ++lost;
   }
   return lost;
 }
@@ -1189,17 +1186,16 @@ TEST(SceneTracerIsWatertight, RaysAtEdgesAndCornersOfSampleMeshesAllHit) {
   const SampleMesh meshes[] = {vela_test::makeIcosphere(3), vela_test::makeCube(),
                                vela_test::makeBumpySphere(5000)};
   unsigned seed = 1;
-  for (const SampleMesh& mesh : meshes)
-    EXPECT_EQ(countLost(mesh, Mat4<double>(), 150000, seed++, 0.5), 0);
+  for (const SampleMesh& mesh : meshes) EXPECT_EQ(countLost(mesh, Mat4d(), 150000, seed++, 0.5), 0);
   // Inside the tube of a torus: from the ring's centre line.
   const SampleMesh torus = vela_test::makeTorus(40, 20);
   const SceneTracer tracer = makeTracer(torus);
   Random random(9);
   for (int i = 0; i < 150000; ++i) {
     const float turn = uniform(random, 0, 6.2831853f);
-    const Vec3<float> o(std::cos(turn), std::sin(turn), uniform(random, -0.2f, 0.2f));
-    const Vec3<float> target = torus.points[random() % torus.points.size()];
-    ASSERT_TRUE(tracer.occluded(Ray<float>(o, target - o))) << i;
+    const Vec3f o(std::cos(turn), std::sin(turn), uniform(random, -0.2f, 0.2f));
+    const Vec3f target = torus.points[random() % torus.points.size()];
+    ASSERT_TRUE(tracer.occluded(Ray3f(o, target - o))) << i;
   }
 }
 
@@ -1208,8 +1204,8 @@ TEST(SceneTracerIsWatertight, UnderRotationsAndScalesToo) {
   const SampleMesh meshes[] = {vela_test::makeIcosphere(2), vela_test::makeCube(),
                                vela_test::makeBumpySphere(2000)};
   for (unsigned i = 0; i < 12; ++i) {
-    Mat4<double> m;
-    m.translate(Vec3<double>(randomPoint(random, 100)));
+    Mat4d m;
+    m.translate(Vec3d(randomPoint(random, 100)));
     m = m * randomRotation(random);
     const double s = std::pow(10.0, static_cast<double>(i) * 2.0 - 3.0);
     m.scale(s, i % 2 == 0 ? s : 0.3 * s, -s);
@@ -1224,12 +1220,12 @@ TEST(SceneTracer, ManyThreadsGetTheSameAnswers) {
   const std::uint32_t mesh = addMesh(tracer, vela_test::makeBumpySphere(1000));
   Random random(21);
   for (int i = 0; i < 30; ++i) {
-    Mat4<double> m;
-    m.translate(Vec3<double>(randomPoint(random, 4)));
+    Mat4d m;
+    m.translate(Vec3d(randomPoint(random, 4)));
     tracer.addPlacement(mesh, m);
   }
   tracer.build();
-  std::vector<Ray<float>> rays;
+  std::vector<Ray3f> rays;
   for (int i = 0; i < 4000; ++i) rays.emplace_back(randomPoint(random, 5), randomPoint(random, 1));
   std::vector<TracerHit> expected(rays.size());
   tracer.intersect(rays.data(), rays.size(), expected.data());

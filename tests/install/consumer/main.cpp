@@ -13,8 +13,8 @@ int main() {
   const vela::HitDetectModel model(stage, tarn::defaultTimeValue());
   const vela::HitDetector detector(model);
   vela::CollisionResult result;
-  if (!detector.intersect(vela::IntersectionContext(),
-                          tarn::Ray<float>({0.25f, 0.5f, 3}, {0, 0, -1}), result))
+  if (!detector.intersect(vela::IntersectionContext(), tarn::Ray3f({0.25f, 0.5f, 3}, {0, 0, -1}),
+                          result))
     return 1;
   std::printf("vela %s hit at distance %g\n", vela::version(),
               static_cast<double>(result.distance));

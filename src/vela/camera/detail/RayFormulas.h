@@ -26,7 +26,7 @@ struct Optics {
         farDistance(static_cast<float>(s.lensAp.clipFarDistance)),
         ndcIsIdentity(s.ndcIsIdentity) {}
 
-  [[nodiscard]] tarn::Vec2<float> window(float x, float y) const {
+  [[nodiscard]] tarn::Vec2f window(float x, float y) const {
     if (ndcIsIdentity) return {x, y};
     const double wx = static_cast<double>(x), wy = static_cast<double>(y);
     return {static_cast<float>(wx * m[0] + wy * m[2] + m[4]),
@@ -49,7 +49,7 @@ struct RoundDirections {
 
 /// \param p, q  in the film window
 /// \param h     half the magnification
-inline RoundDirections cylindricalDirections(tarn::Vec2<float> p, tarn::Vec2<float> q, float h) {
+inline RoundDirections cylindricalDirections(tarn::Vec2f p, tarn::Vec2f q, float h) {
   const double phi = (clampToUnit(p.x) + 1.0) * kPi, phiX = (clampToUnit(q.x) + 1.0) * kPi;
   const float x = static_cast<float>(-std::sin(phi)), z = static_cast<float>(std::cos(phi));
   const float xX = static_cast<float>(-std::sin(phiX)), zX = static_cast<float>(std::cos(phiX));
@@ -59,7 +59,7 @@ inline RoundDirections cylindricalDirections(tarn::Vec2<float> p, tarn::Vec2<flo
 }
 
 /// \param k  width over height of the image
-inline RoundDirections sphericalDirections(tarn::Vec2<float> p, tarn::Vec2<float> q, double k) {
+inline RoundDirections sphericalDirections(tarn::Vec2f p, tarn::Vec2f q, double k) {
   const double phi = (clampToUnit(p.x) + 1.0) * kPi, phiX = (clampToUnit(q.x) + 1.0) * kPi;
   const double theta = ((clampToUnit(p.y) * k + 1.0) * 0.5) * kPi,
                thetaY = ((k * clampToUnit(q.y) + 1.0) * 0.5) * kPi;

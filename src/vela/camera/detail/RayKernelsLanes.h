@@ -110,7 +110,7 @@ inline void applyOptics(const Camera::Sample* samples, std::size_t count, Block&
   block.q.y.store(qy);
   for (std::size_t lane = 0; lane < kLanes; ++lane) {
     const Optics o(samples[std::min(lane, count - 1)]);
-    const tarn::Vec2<float> p = o.window(px[lane], py[lane]), q = o.window(qx[lane], qy[lane]);
+    const tarn::Vec2f p = o.window(px[lane], py[lane]), q = o.window(qx[lane], qy[lane]);
     px[lane] = p.x;
     py[lane] = p.y;
     qx[lane] = q.x;
@@ -412,9 +412,8 @@ void sphericalRays(const RayBatch& batch, float aspect) {
     const Floats y = narrowed(-theta.cos, doubtful), yY = narrowed(-thetaY.cos, doubtful);
     // The neighbours mix latitudes as in sphericalDirections in RayFormulas.h.
     RoundLanes lanes = {{x, y, z}, {xX, y, zX}, {x, yY, z}};
-    settle(doubtful, b, lanes, [k](tarn::Vec2<float> p, tarn::Vec2<float> q, float) {
-      return sphericalDirections(p, q, k);
-    });
+    settle(doubtful, b, lanes,
+           [k](tarn::Vec2f p, tarn::Vec2f q, float) { return sphericalDirections(p, q, k); });
     return roundRays(lanes);
   });
 }

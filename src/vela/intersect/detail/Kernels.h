@@ -12,8 +12,7 @@
 
 namespace vela::detail {
 
-inline bool hitBox(const tarn::Ray<float>& ray, const tarn::Box3<float>& box, float& tNear,
-                   float& tFar) {
+inline bool hitBox(const tarn::Ray3f& ray, const tarn::Box3f& box, float& tNear, float& tFar) {
   // The swap below would turn an empty box into an endless one.
   if (box.isEmpty()) return false;
   float t0 = ray.minDistance, t1 = ray.maxDistance;
@@ -35,20 +34,19 @@ inline bool hitBox(const tarn::Ray<float>& ray, const tarn::Box3<float>& box, fl
   return true;
 }
 
-inline bool hitTriangle(const tarn::Ray<float>& ray, const tarn::Vec3<float>& a,
-                        const tarn::Vec3<float>& b, const tarn::Vec3<float>& c,
-                        CollisionResult& result) {
-  const tarn::Vec3<float> e1 = b - a, e2 = c - a;
-  const tarn::Vec3<float> p = tarn::cross(ray.direction, e2);
+inline bool hitTriangle(const tarn::Ray3f& ray, const tarn::Vec3f& a, const tarn::Vec3f& b,
+                        const tarn::Vec3f& c, CollisionResult& result) {
+  const tarn::Vec3f e1 = b - a, e2 = c - a;
+  const tarn::Vec3f p = tarn::cross(ray.direction, e2);
   const float det = tarn::dot(e1, p);
   if (-1e-10f < det && det < 1e-10f) return false;
 
   const float inv = 1.0f / det;
-  const tarn::Vec3<float> s = ray.origin - a;
+  const tarn::Vec3f s = ray.origin - a;
   const float u = tarn::dot(s, p) * inv;
   if (u < 0.0f || u > 1.0f) return false;
 
-  const tarn::Vec3<float> q = tarn::cross(s, e1);
+  const tarn::Vec3f q = tarn::cross(s, e1);
   const float v = tarn::dot(ray.direction, q) * inv;
   if (v < 0.0f || u + v > 1.0f) return false;
 

@@ -35,7 +35,7 @@ struct BlockHit {
 /// \param found     set to where the triangle found stands
 /// \return true when one was found; otherwise nothing is written
 using TestTriangleBlocks = bool (*)(const TriangleBlock* first, const TriangleBlock* last,
-                                    const tarn::Ray<float>& ray, bool nearest, float& best,
+                                    const tarn::Ray3f& ray, bool nearest, float& best,
                                     BlockHit& found);
 
 /// The widest kernel that this processor runs.

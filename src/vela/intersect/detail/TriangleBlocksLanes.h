@@ -12,7 +12,7 @@ namespace {
 namespace TARN_LANES_SET {
 
 bool testTriangleBlocks(const TriangleBlock* first, const TriangleBlock* last,
-                        const tarn::Ray<float>& ray, bool nearest, float& best, BlockHit& hit) {
+                        const tarn::Ray3f& ray, bool nearest, float& best, BlockHit& hit) {
   using namespace tarn::TARN_LANES_SET;
   using Lanes = FloatLanes<8>;
   const auto of = [](float f) { return Lanes::broadcast(f); };

@@ -6,7 +6,7 @@
 
 namespace vela::detail {
 
-using Point2 = tarn::Vec2<float>;
+using Point2 = tarn::Vec2f;
 
 // KEEP(triangulate-absolute-tolerance): a blocker counts by more than this, in the fourth power of
 // a length. Models that hosts have pinned hits on are cut so; triangulatePolygon is the one without

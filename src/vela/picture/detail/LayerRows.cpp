@@ -13,7 +13,7 @@ constexpr ValueType kIds = ValueType::uint32;
 constexpr bool kDefault = true;
 constexpr bool kOnRequest = false;
 
-void put(const tarn::Vec3<float>& v, LayerValues& out) {
+void put(const tarn::Vec3f& v, LayerValues& out) {
   for (std::size_t i = 0; i < 3; ++i) out.floats[i] = v[i];
 }
 

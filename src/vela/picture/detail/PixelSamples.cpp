@@ -2,12 +2,12 @@
 
 namespace vela::picture::detail {
 
-using tarn::Vec2;
+using tarn::Vec2f;
 
 void PixelSamples::start(int x, int y, int frame, bool jittered) {
   rng_.setSeed(SamplingRng::BuildHashedSeed(x, y, frame));
   if (grid_ == 1)
-    offsets_.assign(1, Vec2<float>());
+    offsets_.assign(1, Vec2f());
   else if (jittered)
     rng_.generate2dSamples(grid_, grid_, offsets_);
   else

@@ -29,13 +29,13 @@ class PixelSamples {
     return static_cast<std::size_t>(grid_) * static_cast<std::size_t>(grid_);
   }
   /// In pixels, from the pixel's centre; as all points below within [-0.5, 0.5].
-  [[nodiscard]] tarn::Vec2<float> offset(std::size_t sample) const { return offsets_[sample]; }
+  [[nodiscard]] tarn::Vec2f offset(std::size_t sample) const { return offsets_[sample]; }
   /// A point of the key light.
-  [[nodiscard]] tarn::Vec2<float> key(std::size_t sample) const { return key_[sample]; }
+  [[nodiscard]] tarn::Vec2f key(std::size_t sample) const { return key_[sample]; }
   /// A point of the fill light.
-  [[nodiscard]] tarn::Vec2<float> fill(std::size_t sample) const { return fill_[sample]; }
+  [[nodiscard]] tarn::Vec2f fill(std::size_t sample) const { return fill_[sample]; }
   /// A direction of daylight; i is less than the square of the ambient grid.
-  [[nodiscard]] tarn::Vec2<float> ambient(std::size_t sample, std::size_t i) const {
+  [[nodiscard]] tarn::Vec2f ambient(std::size_t sample, std::size_t i) const {
     return ambientPoints_[sample * static_cast<std::size_t>(ambient_) + i];
   }
   /// How far that ray looks, from 0 to 1.
@@ -46,7 +46,7 @@ class PixelSamples {
  private:
   int grid_, ambientGrid_, ambient_;
   SamplingRng rng_;
-  std::vector<tarn::Vec2<float>> offsets_, key_, fill_, ambientPoints_;
+  std::vector<tarn::Vec2f> offsets_, key_, fill_, ambientPoints_;
   std::vector<float> reaches_;
 };
 

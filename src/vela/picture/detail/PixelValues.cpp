@@ -4,18 +4,16 @@
 
 namespace vela::picture::detail {
 
-using tarn::Vec3;
+using tarn::Vec3f;
 
 float PixelCentre::depth() const {
   return hit_.hit ? depthOf(job_.view, ray_.direction, hit_.distance)
                   : std::numeric_limits<float>::infinity();
 }
 
-Vec3<float> PixelCentre::position() const {
-  return hit_.hit ? Vec3<float>(hit_.position()) : Vec3<float>();
-}
+Vec3f PixelCentre::position() const { return hit_.hit ? Vec3f(hit_.position()) : Vec3f(); }
 
-Vec3<float> PixelCentre::normal() const {
+Vec3f PixelCentre::normal() const {
   if (!hit_.hit) return {};
   if (job_.smooth) return job_.smooth->normal(hit_);
   return job_.meshes.shapeOf(hit_.entry).leftHanded ? -hit_.normal : hit_.normal;

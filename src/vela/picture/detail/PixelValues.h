@@ -21,10 +21,10 @@ class PixelCentre {
   /// Infinite when nothing was met.
   [[nodiscard]] float depth() const;
   /// In the world; zero when nothing was met.
-  [[nodiscard]] tarn::Vec3<float> position() const;
+  [[nodiscard]] tarn::Vec3f position() const;
   /// In the world, of unit length, pointing out by the prim's orientation: the face's own or the
   /// one that is shaded with, as the job says. Zero when nothing was met.
-  [[nodiscard]] tarn::Vec3<float> normal() const;
+  [[nodiscard]] tarn::Vec3f normal() const;
   /// 1 for the first entry of the meshes, 0 when nothing was met.
   [[nodiscard]] std::uint32_t prim() const;
   /// The scene's index of the face; 0 when nothing was met.
@@ -38,8 +38,8 @@ class PixelCentre {
 
 /// The means over a pixel's samples; those that met nothing count as zeros.
 struct PixelMean {
-  tarn::Vec3<float> colour;  ///< light, so that alpha is multiplied in
-  tarn::Vec3<float> albedo;  ///< plain colour
+  tarn::Vec3f colour;  ///< light, so that alpha is multiplied in
+  tarn::Vec3f albedo;  ///< plain colour
   float alpha = 0.0f;
 };
 

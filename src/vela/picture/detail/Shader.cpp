@@ -11,22 +11,19 @@ namespace vela::picture::detail {
 
 namespace {
 
-using tarn::Vec2;
-using tarn::Vec3;
+using tarn::Vec2f;
+using tarn::Vec3d;
+using tarn::Vec3f;
 
 constexpr float kPi = tarn::kPi<float>;
 
-float largestOf(const Vec3<float>& v) {
-  return std::max({std::abs(v.x), std::abs(v.y), std::abs(v.z)});
-}
+float largestOf(const Vec3f& v) { return std::max({std::abs(v.x), std::abs(v.y), std::abs(v.z)}); }
 
-Vec3<float> mix(const Vec3<float>& a, const Vec3<float>& b, float t) {
-  return a * (1.0f - t) + b * t;
-}
+Vec3f mix(const Vec3f& a, const Vec3f& b, float t) { return a * (1.0f - t) + b * t; }
 
 // From the square [-0.5, 0.5]^2 to the unit disk, keeping neighbours together: Shirley and Chiu,
 // JGT 2(3), 1997.
-Vec2<float> toDisk(const Vec2<float>& point) {
+Vec2f toDisk(const Vec2f& point) {
   const float a = 2.0f * point.x, b = 2.0f * point.y;
   if (a == 0.0f && b == 0.0f) return {};
   const bool wide = std::abs(a) > std::abs(b);
@@ -35,12 +32,10 @@ Vec2<float> toDisk(const Vec2<float>& point) {
   return {r * std::cos(angle), r * std::sin(angle)};
 }
 
-Vec3<double> axis(const tarn::Mat4<double>& m, std::size_t c) {
-  return {m[4 * c], m[4 * c + 1], m[4 * c + 2]};
-}
+Vec3d axis(const tarn::Mat4d& m, std::size_t c) { return {m[4 * c], m[4 * c + 1], m[4 * c + 2]}; }
 
 // The most that a length grows along an axis.
-double scaleOf(const tarn::Mat4<double>& worldFromObject) {
+double scaleOf(const tarn::Mat4d& worldFromObject) {
   double scale = 0.0;
   for (std::size_t c = 0; c < 3; ++c) scale = std::max(scale, axis(worldFromObject, c).length());
   return scale;
@@ -70,22 +65,22 @@ Shader::Shader(const scene::MeshList& meshes, const scene::RayCaster& caster, do
 
   // The lights stand by the camera, level with the scene's horizon, so that any scene is lit from
   // any side. Seen from straight above or below the picture's lower edge is the front.
-  Vec3<double> back = axis(view.worldFromCamera, 2);
+  Vec3d back = axis(view.worldFromCamera, 2);
   back = back - view.up * dot(back, view.up);
   if (back.length() < 1e-3) {
-    const Vec3<double> top = axis(view.worldFromCamera, 1);
+    const Vec3d top = axis(view.worldFromCamera, 1);
     back = -(top - view.up * dot(top, view.up));
   }
   back.normalize();
-  const Vec3<double> right = cross(view.up, back);
+  const Vec3d right = cross(view.up, back);
   key_ = makeLight(right * -0.62 + back * 0.62 + view.up * 0.86, {0.90f, 0.81f, 0.68f}, 0.07f);
   fill_ = makeLight(right * 0.80 + back * 0.85 + view.up * 0.35, {0.13f, 0.16f, 0.20f}, 0.30f);
 }
 
-Shader::Directional Shader::makeLight(const Vec3<double>& towards, const Vec3<float>& colour,
+Shader::Directional Shader::makeLight(const Vec3d& towards, const Vec3f& colour,
                                       float spread) const {
   Directional light;
-  light.frame = tarn::frameAbout(Vec3<float>(towards.normalized()));
+  light.frame = tarn::frameAbout(Vec3f(towards.normalized()));
   light.colour = colour;
   light.spread = spread;
   return light;
@@ -105,17 +100,17 @@ void Shader::tint(Selection::GeoSelection& selection, const std::shared_ptr<ovo:
   }
 }
 
-Vec3<float> Shader::normal(const scene::SurfaceHit& hit) const {
+Vec3f Shader::normal(const scene::SurfaceHit& hit) const {
   const Placed& placed = placed_[hit.entry];
   return shadingNormal(*placed.surface, placed.space, placed.space.surfacePoint(hit), hit);
 }
 
-Vec3<float> Shader::light(const scene::WorldRay& ray, const scene::SurfaceHit& hit,
-                          const PixelSamples& samples, std::size_t sample, std::size_t target,
-                          Batch& batch) const {
+Vec3f Shader::light(const scene::WorldRay& ray, const scene::SurfaceHit& hit,
+                    const PixelSamples& samples, std::size_t sample, std::size_t target,
+                    Batch& batch) const {
   const Placed& placed = placed_[hit.entry];
   const scene::SurfacePoint onSurface = placed.space.surfacePoint(hit);
-  const Vec3<float> own = placed.colour ? *placed.colour : placed.surface->colour(onSurface);
+  const Vec3f own = placed.colour ? *placed.colour : placed.surface->colour(onSurface);
   LitPoint point = litPoint(placed, own, onSurface, ray, hit);
   point.target = target;
   addDirectional(point, key_, samples.key(sample), batch);
@@ -124,21 +119,20 @@ Vec3<float> Shader::light(const scene::WorldRay& ray, const scene::SurfaceHit& h
   return own;
 }
 
-Shader::LitPoint Shader::litPoint(const Placed& placed, const Vec3<float>& own,
+Shader::LitPoint Shader::litPoint(const Placed& placed, const Vec3f& own,
                                   const scene::SurfacePoint& onSurface, const scene::WorldRay& ray,
                                   const scene::SurfaceHit& hit) const {
   LitPoint point;
   // What is selected glows through in the highlight's colour.
-  point.albedo =
-      mix(own, Vec3<float>(1.0f, 0.42f, 0.02f), 0.7f * placed.surface->selection(onSurface));
+  point.albedo = mix(own, Vec3f(1.0f, 0.42f, 0.02f), 0.7f * placed.surface->selection(onSurface));
   point.toViewer = -ray.direction;
 
   // Normals: the geometric one by the prim's orientation, the shading one where it has its own;
   // both towards the viewer.
-  const Vec3<float> outward = placed.surface->isLeftHanded() ? -hit.normal : hit.normal;
+  const Vec3f outward = placed.surface->isLeftHanded() ? -hit.normal : hit.normal;
   const bool seenFromBehind = dot(outward, point.toViewer) < 0.0f;
   point.geometric = seenFromBehind ? -outward : outward;
-  const Vec3<float> smooth = shadingNormal(*placed.surface, placed.space, onSurface, hit);
+  const Vec3f smooth = shadingNormal(*placed.surface, placed.space, onSurface, hit);
   point.shading = seenFromBehind ? -smooth : smooth;
 
   // Rays start off the surface, on the viewer's side, by what rounding may have put the hit beneath
@@ -151,52 +145,51 @@ Shader::LitPoint Shader::litPoint(const Placed& placed, const Vec3<float>& own,
 
   // Of a smooth surface they start where that would be, and its normal alone says what the light
   // does not reach.
-  Vec3<float> toSmooth;
+  Vec3f toSmooth;
   point.isSmooth = point.shading != point.geometric &&
                    placed.surface->findSmooth(onSurface, seenFromBehind, toSmooth);
   if (point.isSmooth)
-    point.start += Vec3<float>(
-        meshes_.entries[hit.entry].worldFromObject.transformVector(Vec3<double>(toSmooth)));
+    point.start +=
+        Vec3f(meshes_.entries[hit.entry].worldFromObject.transformVector(Vec3d(toSmooth)));
   return point;
 }
 
-void Shader::addDirectional(const LitPoint& point, const Directional& light,
-                            const Vec2<float>& onLight, Batch& batch) const {
+void Shader::addDirectional(const LitPoint& point, const Directional& light, const Vec2f& onLight,
+                            Batch& batch) const {
   constexpr float kFar = 3.0e38f;
-  const Vec2<float> disk = toDisk(onLight);
-  const Vec3<float> direction =
+  const Vec2f disk = toDisk(onLight);
+  const Vec3f direction =
       (light.frame.z + (light.frame.x * disk.x + light.frame.y * disk.y) * light.spread)
           .normalized();
   const float facing = dot(point.shading, direction);
   if (facing <= 0.0f || (!point.isSmooth && dot(point.geometric, direction) <= 0.0f)) return;
 
   // A matt surface with a thin glaze.
-  const Vec3<float> half = (direction + point.toViewer).normalized();
+  const Vec3f half = (direction + point.toViewer).normalized();
   const float gloss = std::pow(std::max(dot(point.shading, half), 0.0f), 48.0f);
   const float edge = 1.0f - std::max(dot(point.toViewer, half), 0.0f);
   const float glaze = (0.04f + 0.5f * edge * edge * edge * edge * edge) * gloss * 4.0f;
-  batch.rays.push_back({point.base, Vec3<double>(point.start), direction, 0.0f, kFar});
+  batch.rays.push_back({point.base, Vec3d(point.start), direction, 0.0f, kFar});
   batch.lights.push_back(
-      {point.target, light.colour * (point.albedo * facing + Vec3<float>(glaze * facing))});
+      {point.target, light.colour * (point.albedo * facing + Vec3f(glaze * facing))});
 }
 
 // Directions about the normal, more of them where they count more. Each looks as far as its draw
 // says, so that darkness fades with distance.
 void Shader::addDaylight(const LitPoint& point, const PixelSamples& samples, std::size_t sample,
                          Batch& batch) const {
-  const tarn::Frame<float> frame = tarn::frameAbout(point.shading);
+  const tarn::Frame3f frame = tarn::frameAbout(point.shading);
   for (int i = 0; i < ambient_; ++i) {
     const auto k = static_cast<std::size_t>(i);
-    const Vec2<float> disk = toDisk(samples.ambient(sample, k));
+    const Vec2f disk = toDisk(samples.ambient(sample, k));
     const float height = std::sqrt(std::max(1.0f - disk.x * disk.x - disk.y * disk.y, 0.0f));
-    Vec3<float> direction = (frame.x * disk.x + frame.y * disk.y + frame.z * height).normalized();
+    Vec3f direction = (frame.x * disk.x + frame.y * disk.y + frame.z * height).normalized();
     const float side = dot(direction, point.geometric);
     if (side < 0.0f) direction = (direction - point.geometric * (2.0f * side)).normalized();
     const float sky = 0.5f + 0.5f * dot(direction, up_);
-    const Vec3<float> daylight =
-        mix(Vec3<float>(0.20f, 0.17f, 0.15f), Vec3<float>(0.46f, 0.50f, 0.56f), sky);
-    batch.rays.push_back({point.base, Vec3<double>(point.start), direction, 0.0f,
-                          reach_ * samples.reach(sample, k)});
+    const Vec3f daylight = mix(Vec3f(0.20f, 0.17f, 0.15f), Vec3f(0.46f, 0.50f, 0.56f), sky);
+    batch.rays.push_back(
+        {point.base, Vec3d(point.start), direction, 0.0f, reach_ * samples.reach(sample, k)});
     batch.lights.push_back(
         {point.target, daylight * point.albedo * (1.0f / static_cast<float>(ambient_))});
   }

@@ -51,8 +51,8 @@ class Shader {
 
   /// Some light that arrives unless a ray is stopped.
   struct Light {
-    std::size_t target;        ///< the caller's index of the pixel
-    tarn::Vec3<float> colour;  ///< what arrives when nothing is in the way
+    std::size_t target;  ///< the caller's index of the pixel
+    tarn::Vec3f colour;  ///< what arrives when nothing is in the way
   };
   /// Rays and what each decides over, index by index.
   struct Batch {
@@ -65,45 +65,45 @@ class Shader {
   };
 
   /// Adds the rays and lights of one hit. \return displayColor there
-  tarn::Vec3<float> light(const scene::WorldRay& ray, const scene::SurfaceHit& hit,
-                          const PixelSamples& samples, std::size_t sample, std::size_t target,
-                          Batch& batch) const;
+  tarn::Vec3f light(const scene::WorldRay& ray, const scene::SurfaceHit& hit,
+                    const PixelSamples& samples, std::size_t sample, std::size_t target,
+                    Batch& batch) const;
 
   /// The normal that a hit is shaded with, see scene::shadingNormal.
-  [[nodiscard]] tarn::Vec3<float> normal(const scene::SurfaceHit& hit) const;
+  [[nodiscard]] tarn::Vec3f normal(const scene::SurfaceHit& hit) const;
 
  private:
   // A surface in its place.
   struct Placed {
     scene::ObjectSpace space;
     const scene::Surface* surface;
-    const tarn::Vec3<float>* colour;  // of the instance; null where the surface's own counts
-    float scale;                      // the most that a length in the object grows in the world
+    const tarn::Vec3f* colour;  // of the instance; null where the surface's own counts
+    float scale;                // the most that a length in the object grows in the world
   };
   // A light so far away that its rays are parallel, but for what its size spreads them.
   struct Directional {
-    tarn::Frame<float> frame;  // z points to the light
-    tarn::Vec3<float> colour;
+    tarn::Frame3f frame;  // z points to the light
+    tarn::Vec3f colour;
     float spread;  // tangent of the half angle that the light fills
   };
   // A point that is lit, from the viewer's side.
   struct LitPoint {
-    tarn::Vec3<float> albedo;  // with the highlight of what is selected
-    tarn::Vec3<float> toViewer;
-    tarn::Vec3<float> geometric, shading;  // normals
-    tarn::Vec3<double> base;
-    tarn::Vec3<float> start;  // of rays to lights, from the base
-    bool isSmooth;            // it starts where the smooth surface would be
+    tarn::Vec3f albedo;  // with the highlight of what is selected
+    tarn::Vec3f toViewer;
+    tarn::Vec3f geometric, shading;  // normals
+    tarn::Vec3d base;
+    tarn::Vec3f start;  // of rays to lights, from the base
+    bool isSmooth;      // it starts where the smooth surface would be
     std::size_t target;
   };
 
-  [[nodiscard]] Directional makeLight(const tarn::Vec3<double>& towards,
-                                      const tarn::Vec3<float>& colour, float spread) const;
-  [[nodiscard]] LitPoint litPoint(const Placed& placed, const tarn::Vec3<float>& own,
+  [[nodiscard]] Directional makeLight(const tarn::Vec3d& towards, const tarn::Vec3f& colour,
+                                      float spread) const;
+  [[nodiscard]] LitPoint litPoint(const Placed& placed, const tarn::Vec3f& own,
                                   const scene::SurfacePoint& onSurface, const scene::WorldRay& ray,
                                   const scene::SurfaceHit& hit) const;
-  void addDirectional(const LitPoint& point, const Directional& light,
-                      const tarn::Vec2<float>& onLight, Batch& batch) const;
+  void addDirectional(const LitPoint& point, const Directional& light, const tarn::Vec2f& onLight,
+                      Batch& batch) const;
   void addDaylight(const LitPoint& point, const PixelSamples& samples, std::size_t sample,
                    Batch& batch) const;
 
@@ -111,7 +111,7 @@ class Shader {
   std::vector<scene::Surface> surfaces_;  // of each shape
   std::vector<Placed> placed_;            // of each entry
   Directional key_, fill_;
-  tarn::Vec3<float> up_;
+  tarn::Vec3f up_;
   float reach_;  // how far the rays of daylight look at most
   int ambient_;  // how many there are for a sample
 };

@@ -20,24 +20,25 @@ namespace {
 
 using namespace vela::scene;
 using namespace vela::picture::detail;
-using tarn::Vec3;
+using tarn::Vec3d;
+using tarn::Vec3f;
 
 // A triangle whose points are about `middle` in its own space, placed so that they are about
 // `place` in the world, larger by `scale`.
 struct Triangle {
   std::shared_ptr<ovo::Stage> stage = ovo::Stage::createInMemory();
-  Vec3<float> points[3];
-  tarn::Mat4<double> worldFromObject;
+  Vec3f points[3];
+  tarn::Mat4d worldFromObject;
 };
 
 Triangle makeTriangle(std::mt19937& random, double middle, double place, double scale) {
   std::uniform_real_distribution<double> unit(-1.0, 1.0);
   const auto about = [&](double size) {
-    return Vec3<double>(unit(random), unit(random), unit(random)) * size;
+    return Vec3d(unit(random), unit(random), unit(random)) * size;
   };
   Triangle triangle;
-  const Vec3<double> centre = about(middle), at = about(place);
-  for (Vec3<float>& point : triangle.points) point = Vec3<float>(centre + about(1.0));
+  const Vec3d centre = about(middle), at = about(place);
+  for (Vec3f& point : triangle.points) point = Vec3f(centre + about(1.0));
   triangle.worldFromObject.translate(at.x, at.y, at.z);
   triangle.worldFromObject.scale(scale, scale, scale);
   triangle.worldFromObject.translate(-centre.x, -centre.y, -centre.z);
@@ -50,9 +51,7 @@ Triangle makeTriangle(std::mt19937& random, double middle, double place, double 
   return triangle;
 }
 
-float largestOf(const Vec3<float>& v) {
-  return std::max({std::abs(v.x), std::abs(v.y), std::abs(v.z)});
-}
+float largestOf(const Vec3f& v) { return std::max({std::abs(v.x), std::abs(v.y), std::abs(v.z)}); }
 
 // How far hits lie off their plane, as a share of what rays are lifted off it, at most.
 double worstShare(double middle, double place, double scale, double away, int& hits) {
@@ -67,19 +66,17 @@ double worstShare(double middle, double place, double scale, double away, int& h
     const ObjectSpace space = caster.objectSpace(0);
 
     // The plane in double, from the points as the scene has them.
-    Vec3<double> corners[3];
+    Vec3d corners[3];
     for (std::size_t i = 0; i < 3; ++i)
-      corners[i] = triangle.worldFromObject.transformPoint(Vec3<double>(triangle.points[i]));
-    const Vec3<double> normal =
-        cross(corners[1] - corners[0], corners[2] - corners[0]).normalized();
+      corners[i] = triangle.worldFromObject.transformPoint(Vec3d(triangle.points[i]));
+    const Vec3d normal = cross(corners[1] - corners[0], corners[2] - corners[0]).normalized();
     for (int r = 0; r < 50; ++r) {
       double u = 0.5 + 0.5 * unit(random), v = 0.5 + 0.5 * unit(random);
       if (u + v > 1.0) u = 1.0 - u, v = 1.0 - v;
-      const Vec3<double> target =
+      const Vec3d target =
           corners[0] + (corners[1] - corners[0]) * u + (corners[2] - corners[0]) * v;
-      const Vec3<double> from =
-          Vec3<double>(unit(random), unit(random), unit(random)).normalized() * away;
-      const WorldRay ray{target, from, Vec3<float>((-from).normalized()), 0.0f, 3e38f};
+      const Vec3d from = Vec3d(unit(random), unit(random), unit(random)).normalized() * away;
+      const WorldRay ray{target, from, Vec3f((-from).normalized()), 0.0f, 3e38f};
       SurfaceHit hit;
       caster.intersect(&ray, 1, &hit);
       if (!hit.hit) continue;

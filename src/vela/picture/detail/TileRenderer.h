@@ -59,7 +59,7 @@ class TileRenderer {
   const RenderJob& job_;
   bool hasCentres_, hasMeans_;  // which samplings the job's layers have
   std::vector<PixelSamples> samples_;
-  std::vector<tarn::Vec2<float>> points_;  // of the picture, NDC
+  std::vector<tarn::Vec2f> points_;  // of the picture, NDC
   std::vector<scene::WorldRay> rays_;
   std::vector<scene::SurfaceHit> hits_;
   Shader::Batch batch_;

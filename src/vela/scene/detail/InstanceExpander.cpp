@@ -12,9 +12,9 @@ namespace vela::scene::detail {
 
 namespace {
 
-using tarn::Mat4;
-using tarn::Vec3;
-using tarn::Vec4;
+using tarn::Mat4d;
+using tarn::Vec3d;
+using tarn::Vec4d;
 
 // Instancers within instancers multiply: a small file may ask for more than any memory holds.
 constexpr std::size_t kMostInstances = 10'000'000;
@@ -22,15 +22,14 @@ constexpr std::size_t kDeepest = 32;
 
 }  // namespace
 
-Mat4<double> InstanceExpander::Instancer::instancerFromInstance(std::size_t i) const {
-  Mat4<double> m;
-  const Vec3<double> at(positions.cdata()[i]);
+Mat4d InstanceExpander::Instancer::instancerFromInstance(std::size_t i) const {
+  Mat4d m;
+  const Vec3d at(positions.cdata()[i]);
   m.translate(at.x, at.y, at.z);
 
-  if (!orientations.empty())
-    m *= Mat4<double>::fromQuaternion(Vec4<double>(orientations.cdata()[i]));
+  if (!orientations.empty()) m *= Mat4d::fromQuaternion(Vec4d(orientations.cdata()[i]));
   if (!scales.empty()) {
-    const Vec3<double> by(scales.cdata()[i]);
+    const Vec3d by(scales.cdata()[i]);
     m.scale(by.x, by.y, by.z);
   }
   return m;
@@ -42,7 +41,7 @@ bool InstanceExpander::refuse(const ovo::Prim& instancer, const char* what) {
   return false;
 }
 
-bool InstanceExpander::expand(const ovo::Prim& instancer, const Mat4<double>& worldFromInstancer,
+bool InstanceExpander::expand(const ovo::Prim& instancer, const Mat4d& worldFromInstancer,
                               std::uint32_t parent, const ovo::Token& purpose) {
   // An instancer that is part of its own prototype would never end.
   if (open_.size() >= kDeepest || std::find(open_.begin(), open_.end(), instancer) != open_.end())
@@ -79,7 +78,7 @@ bool InstanceExpander::expand(const ovo::Prim& instancer, const Mat4<double>& wo
       instance.colour = list_.instances[parent].colour;
     }
     list_.instances.push_back(instance);
-    const Mat4<double> worldFromInstance = worldFromInstancer * from.instancerFromInstance(i);
+    const Mat4d worldFromInstance = worldFromInstancer * from.instancerFromInstance(i);
     for (const Part& part : parts) {
       if (part.shape)
         list_.entries.push_back({ovo::MeshPrim(part.prim),
@@ -139,7 +138,7 @@ const InstanceExpander::Instancer& InstanceExpander::read(const ovo::Prim& prim,
 std::vector<InstanceExpander::Part> InstanceExpander::partsOf(const ovo::Prim& root,
                                                               const ovo::Token& purpose) {
   struct State {
-    Mat4<double> instanceFromPrim;
+    Mat4d instanceFromPrim;
     ovo::Token purpose;
   };
   std::vector<Part> parts;
@@ -158,7 +157,7 @@ std::vector<InstanceExpander::Part> InstanceExpander::partsOf(const ovo::Prim& r
     if (const ovo::Attribute own = prim.getAttr(names.purpose); own.hasAuthoredValue())
       own.get(state.purpose, filter_.time);
     if (const ovo::XformablePrim placed(prim); placed.isValid()) {
-      const Mat4<double> local = placed.getLocalXform(filter_.time);
+      const Mat4d local = placed.getLocalXform(filter_.time);
       state.instanceFromPrim = placed.resetsXformStack() ? local : above.instanceFromPrim * local;
     }
     if (prim.getTypeName() == names.PointInstancer) {
@@ -171,7 +170,7 @@ std::vector<InstanceExpander::Part> InstanceExpander::partsOf(const ovo::Prim& r
     states.emplace(prim, state);
   };
 
-  visit(root, {Mat4<double>(), purpose});
+  visit(root, {Mat4d(), purpose});
   std::vector<ovo::Prim> below;
   stage_.findDescendentPrims({root.getPath()}, below);
   for (const ovo::Prim& prim : below) {

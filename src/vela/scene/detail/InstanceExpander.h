@@ -38,16 +38,15 @@ class InstanceExpander {
   /// \param parent  the instance that the instancer is part of
   /// \param purpose the instancer's
   /// \return false when the work was stopped or there are too many instances, see problem()
-  [[nodiscard]] bool expand(const ovo::Prim& instancer,
-                            const tarn::Mat4<double>& worldFromInstancer, std::uint32_t parent,
-                            const ovo::Token& purpose);
+  [[nodiscard]] bool expand(const ovo::Prim& instancer, const tarn::Mat4d& worldFromInstancer,
+                            std::uint32_t parent, const ovo::Token& purpose);
   [[nodiscard]] const Problem& problem() const { return problem_; }
 
  private:
   // A prim of a prototype: a shape, or an instancer when there is none.
   struct Part {
     ovo::Prim prim;
-    tarn::Mat4<double> instanceFromPart;
+    tarn::Mat4d instanceFromPart;
     std::optional<std::uint32_t> shape;
     ovo::Token purpose;
   };
@@ -55,11 +54,11 @@ class InstanceExpander {
     std::uint32_t number = 0;  // in MeshList::instancers
     std::vector<std::optional<std::vector<Part>>> prototypes;
     ovo::Array<int> protoIndices;
-    ovo::Array<tarn::Vec3<float>> positions, scales, colours;
-    ovo::Array<tarn::Vec4<float>> orientations;
+    ovo::Array<tarn::Vec3f> positions, scales, colours;
+    ovo::Array<tarn::Vec4f> orientations;
     std::vector<bool> mask;  // false for instances that are not there; empty when all are
 
-    [[nodiscard]] tarn::Mat4<double> instancerFromInstance(std::size_t i) const;
+    [[nodiscard]] tarn::Mat4d instancerFromInstance(std::size_t i) const;
   };
 
   const Instancer& read(const ovo::Prim& prim, const ovo::Token& purpose);

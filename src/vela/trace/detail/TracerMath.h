@@ -39,8 +39,8 @@ inline float floatAbove(double v) {
 /// Where a mesh's triangles lie, in its scaled space.
 struct MeshFrame {
   int exponent = 0;  ///< scaled = point * 2^-exponent
-  tarn::Vec3<double> center;
-  tarn::Vec3<double> halfSize;
+  tarn::Vec3d center;
+  tarn::Vec3d halfSize;
   double radius = 0.0;  ///< of the sphere around `center` that holds everything
 
   /// How far the boxes in the mesh's tree are grown, so that no slab test misses a triangle that
@@ -57,7 +57,7 @@ struct MeshFrame {
 };
 
 /// The frame of points whose largest absolute coordinate and box are known.
-inline MeshFrame makeMeshFrame(const tarn::Vec3<float>& low, const tarn::Vec3<float>& high) {
+inline MeshFrame makeMeshFrame(const tarn::Vec3f& low, const tarn::Vec3f& high) {
   MeshFrame frame;
   float largest = 0.0f;
   for (std::size_t i = 0; i < 3; ++i)
@@ -118,7 +118,7 @@ inline bool invert(const Affine& a, Affine& out) {
 }
 
 /// From world space to the mesh's scaled space; false where nothing can be hit through the matrix.
-inline bool makeLocalFromWorld(const tarn::Mat4<double>& worldFromLocal, const MeshFrame& frame,
+inline bool makeLocalFromWorld(const tarn::Mat4d& worldFromLocal, const MeshFrame& frame,
                                Affine& out) {
   Affine world;
   for (std::size_t r = 0; r < 3; ++r)
@@ -295,7 +295,7 @@ constexpr double kRangeSlack = 1.2e-7, kAbsoluteRangeSlack = 1e-44;
 static_assert(kRangeSlack > 2.0 * kFloatRounding && kAbsoluteRangeSlack > 7.1e-46);
 
 /// The range of distances of a ray, closed at both ends. Distances are compared in the ray's own
-/// type: those of a Ray<float> are rounded to float first, so that a ray whose range ends at
+/// type: those of a Ray3f are rounded to float first, so that a ray whose range ends at
 /// float(hit.distance) finds the hit again.
 template <class T>
 struct DistanceRange {

@@ -24,10 +24,9 @@ bool hasArea(const tarn::Vec3f& a, const tarn::Vec3f& b, const tarn::Vec3f& c) {
 
 // True only where hasArea is: far from all rounding, in float. Each component of the cross product
 // is off by less than 8 roundings of the product of the edges.
-bool surelyHasArea(const tarn::Vec3<float>& a, const tarn::Vec3<float>& b,
-                   const tarn::Vec3<float>& c) {
-  const tarn::Vec3<float> e = b - a, f = c - a, n = tarn::cross(e, f);
-  const auto size = [](const tarn::Vec3<float>& v) {
+bool surelyHasArea(const tarn::Vec3f& a, const tarn::Vec3f& b, const tarn::Vec3f& c) {
+  const tarn::Vec3f e = b - a, f = c - a, n = tarn::cross(e, f);
+  const auto size = [](const tarn::Vec3f& v) {
     const float xy = std::fabs(v.x) > std::fabs(v.y) ? std::fabs(v.x) : std::fabs(v.y);
     return xy > std::fabs(v.z) ? xy : std::fabs(v.z);
   };
@@ -48,10 +47,10 @@ bool Mesh::prepareTriangles() {
   const std::size_t count = counts.size();
   if (count > indices.size() / 3 || indices.size() > std::numeric_limits<std::int32_t>::max())
     return false;
-  const tarn::Vec3<float>* const point = points.cdata();
+  const tarn::Vec3f* const point = points.cdata();
   const int* const index = indices.cdata();
   const int* const corners = counts.cdata();
-  tarn::Box3<float> box;
+  tarn::Box3f box;
   for (std::size_t face = 0; face < count; ++face) {
     if (corners[face] != 3) return false;
     const auto a = static_cast<std::size_t>(index[3 * face]),
@@ -59,7 +58,7 @@ bool Mesh::prepareTriangles() {
                c = static_cast<std::size_t>(index[3 * face + 2]);
     // A negative index is a huge one here.
     if (a >= points.size() || b >= points.size() || c >= points.size()) return false;
-    const tarn::Vec3<float>&pa = point[a], &pb = point[b], &pc = point[c];
+    const tarn::Vec3f &pa = point[a], &pb = point[b], &pc = point[c];
     if (!surelyHasArea(pa, pb, pc) && (!isFinite(pa) || !isFinite(pb) || !isFinite(pc) ||
                                        !hasArea(pa, pb, pc) || pa == pb || pb == pc || pa == pc))
       return false;
@@ -73,13 +72,13 @@ bool Mesh::prepareTriangles() {
 }
 
 void Mesh::prepareFaces() {
-  const tarn::Vec3<float>* const point = points.cdata();
+  const tarn::Vec3f* const point = points.cdata();
   const std::size_t numIndices =
       std::min<std::size_t>(indices.size(), std::numeric_limits<std::int32_t>::max());
   const std::size_t numFaces =
       std::min<std::size_t>(counts.size(), std::numeric_limits<std::int32_t>::max());
 
-  tarn::Box3<float> box;
+  tarn::Box3f box;
   std::vector<int> cut;
   sources.reserve(std::min(numFaces, numIndices / 3));
   const ovo::Faces faces(counts.view().first(numFaces), indices.view().first(numIndices));
@@ -129,7 +128,7 @@ void Mesh::build() {
   };
   std::vector<Point> scaled(points.size());
   for (std::size_t p = 0; p < points.size(); ++p) {
-    const tarn::Vec3<float>& from = points.cdata()[p];
+    const tarn::Vec3f& from = points.cdata()[p];
     scaled[p] = {{static_cast<float>(static_cast<double>(from.x) * scale),
                   static_cast<float>(static_cast<double>(from.y) * scale),
                   static_cast<float>(static_cast<double>(from.z) * scale), 0.0f}};

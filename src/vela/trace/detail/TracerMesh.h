@@ -28,7 +28,7 @@ struct TriangleSource {
 };
 
 struct Mesh {
-  ovo::Array<tarn::Vec3<float>> points;
+  ovo::Array<tarn::Vec3f> points;
   ovo::Array<int> counts, indices;
   MeshFrame frame;
   std::size_t numTriangles = 0;
