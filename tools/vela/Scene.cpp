@@ -160,9 +160,11 @@ vela::scene::View makeView(const ovo::Stage& stage, const SceneOptions& options,
 
 vela::scene::RayCaster makeCaster(const SceneOptions& options, const MeshList& list,
                                   const vela::scene::Extent& extent) {
-  vela::scene::RayCaster caster(options.engine, list, extent, options.time);
-  report("", options.file, caster.problems());
-  return caster;
+  std::optional<vela::scene::RayCaster> caster = vela::scene::RayCaster::make(
+      options.engine, list, extent, options.time, nullptr, interruptibleWork());
+  throwIfInterrupted();
+  report("", options.file, caster->problems());
+  return *std::move(caster);
 }
 
 std::unique_ptr<vela::picture::PictureRenderer> openPicture(

@@ -131,11 +131,12 @@ bool setUp(const std::shared_ptr<ovo::Stage>& stage, const RenderOptions& option
   Problem problem;
   scene::MeshFilter filter = options.meshes;
   filter.time = options.time;
-  std::optional<scene::MeshList> meshes = scene::listMeshes(*stage, filter, &problem, work);
+  std::optional<scene::MeshList> meshes =
+      scene::listMeshes(*stage, filter, &problem, work.part(0.0, 0.5));
   if (!meshes) return fail(problem);
   open.meshes = std::move(*meshes);
   add(open.meshes.problems());
-  open.extent = scene::extentOf(open.meshes, work);
+  open.extent = scene::extentOf(open.meshes, work.part(0.5, 0.6));
   if (work.isStopped()) return fail(problemOf(Problem::Kind::stopped, "", "stopped"));
   if (open.extent.box.isEmpty()) {
     Problem nothing = problemOf(Problem::Kind::nothingShown, "",
@@ -148,11 +149,13 @@ bool setUp(const std::shared_ptr<ovo::Stage>& stage, const RenderOptions& option
   scene::ViewOptions viewOptions = options.view;
   viewOptions.time = options.time;
   std::optional<scene::View> view =
-      scene::makeView(*stage, viewOptions, open.extent, &problem, work);
+      scene::makeView(*stage, viewOptions, open.extent, &problem, work.part(0.6, 0.6));
   if (!view) return fail(problem);
   open.view = std::move(*view);
   add(open.view.problems);
-  open.caster.emplace(options.caster, open.meshes, open.extent, options.time);
+  open.caster = scene::RayCaster::make(options.caster, open.meshes, open.extent, options.time,
+                                       &problem, work.part(0.6, 1.0));
+  if (!open.caster) return fail(problem);
   add(open.caster->problems());
   if (work.isStopped()) return fail(problemOf(Problem::Kind::stopped, "", "stopped"));
 

@@ -34,6 +34,8 @@ class detail::LocalCaster {
   LocalCaster(const MeshList& meshes, const Vec3d& origin) : list(meshes), base(origin) {}
   virtual ~LocalCaster() = default;
 
+  // Called once, before anything is asked. \return false when the work was stopped
+  virtual bool build(const Work& work) = 0;
   virtual void intersect(const Ray3f* rays, std::size_t count, SurfaceHit* hits) const = 0;
   virtual void occluded(const Ray3f* rays, std::size_t count, bool* answers) const = 0;
   // The nearest hit on one entry, as if there were no other.
@@ -57,16 +59,25 @@ namespace {
 
 class TracerCaster final : public detail::LocalCaster {
  public:
-  TracerCaster(const MeshList& meshes, const Vec3d& middle) : LocalCaster(meshes, middle) {
+  TracerCaster(const MeshList& meshes, const Vec3d& middle) : LocalCaster(meshes, middle) {}
+
+  bool build(const Work& work) override {
     const Mat4d localFromWorld = makeLocalFromWorld();
     tracer_.reservePlacements(list.entries.size());
     std::vector<std::uint32_t> numbers;
     numbers.reserve(list.shapes.size());
-    for (const Shape& shape : list.shapes)
+    for (const Shape& shape : list.shapes) {
+      if (work.isStopped()) return false;
       numbers.push_back(tracer_.addMesh(shape.points, shape.counts, shape.indices));
+    }
     for (const MeshEntry& entry : list.entries)
       tracer_.addPlacement(numbers[entry.shape], localFromWorld * entry.worldFromObject);
-    tracer_.build();
+    // The tracer asks once for each mesh that it is about to build, and once at the end.
+    double asked = 0.0;
+    return tracer_.build([&] {
+      work.report(std::min(asked++ / static_cast<double>(tracer_.numMeshes() + 1), 1.0));
+      return work.isStopped();
+    });
   }
 
   void intersect(const Ray3f* rays, std::size_t count, SurfaceHit* hits) const override {
@@ -137,6 +148,9 @@ class TracerCaster final : public detail::LocalCaster {
 // Its prims stand in the world, so the base is the world's zero point.
 class DetectorCaster final : public detail::LocalCaster {
  public:
+  // The detector builds what a ray needs when the first one needs it.
+  bool build(const Work& work) override { return !work.isStopped(); }
+
   DetectorCaster(const MeshList& meshes, double time)
       : LocalCaster(meshes, {}),
         entries_(plainEntries(list)),
@@ -218,11 +232,33 @@ class DetectorCaster final : public detail::LocalCaster {
 
 }  // namespace
 
-RayCaster::RayCaster(CasterKind kind, const MeshList& list, const Extent& extent, double time) {
-  if (kind == CasterKind::hitDetector)
-    local_ = std::make_unique<DetectorCaster>(list, time);
-  else
-    local_ = std::make_unique<TracerCaster>(list, extent.center());
+namespace {
+
+std::unique_ptr<detail::LocalCaster> makeLocal(CasterKind kind, const MeshList& list,
+                                               const Extent& extent, double time) {
+  if (kind == CasterKind::hitDetector) return std::make_unique<DetectorCaster>(list, time);
+  return std::make_unique<TracerCaster>(list, extent.center());
+}
+
+}  // namespace
+
+RayCaster::RayCaster(std::unique_ptr<detail::LocalCaster> local) : local_(std::move(local)) {}
+
+RayCaster::RayCaster(CasterKind kind, const MeshList& list, const Extent& extent, double time)
+    : RayCaster(makeLocal(kind, list, extent, time)) {
+  local_->build({});
+}
+
+std::optional<RayCaster> RayCaster::make(CasterKind kind, const MeshList& list,
+                                         const Extent& extent, double time, Problem* problem,
+                                         const Work& work) {
+  RayCaster caster(makeLocal(kind, list, extent, time));
+  if (!caster.local_->build(work)) {
+    if (problem) *problem = {Problem::Kind::stopped, Problem::Severity::error, "", "stopped"};
+    return std::nullopt;
+  }
+  work.report(1.0);
+  return caster;
 }
 
 RayCaster::~RayCaster() = default;

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "tarn/Vec.h"
@@ -62,6 +63,13 @@ class VELA_API RayCaster {
   /// \param list   must outlive the caster
   /// \param extent of the list
   RayCaster(CasterKind kind, const MeshList& list, const Extent& extent, double time);
+  /// The same, which can be stopped between two meshes.
+  /// \param problem `stopped` when the work was stopped; else untouched
+  /// \return nothing when the work was stopped
+  [[nodiscard]] static std::optional<RayCaster> make(CasterKind kind, const MeshList& list,
+                                                     const Extent& extent, double time,
+                                                     Problem* problem = nullptr,
+                                                     const Work& work = {});
   ~RayCaster();
   RayCaster(RayCaster&&) noexcept;
   RayCaster& operator=(RayCaster&&) noexcept;
@@ -88,6 +96,7 @@ class VELA_API RayCaster {
   [[nodiscard]] const std::vector<Problem>& problems() const;
 
  private:
+  explicit RayCaster(std::unique_ptr<detail::LocalCaster> local);
   std::unique_ptr<detail::LocalCaster> local_;
 };
 

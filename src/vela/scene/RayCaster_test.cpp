@@ -134,10 +134,11 @@ TEST(RayCaster, HitsHaveTheCornersAndBarycentricsOfTheirTriangle) {
     cast.caster.intersect(&ray, 1, &hit);
     ASSERT_TRUE(hit.hit && hit.hasCorners);
     Real3 mixed;
-    const double weights[3] = {1.0 - hit.u - hit.v, hit.u, hit.v};
+    const double u = hit.u, v = hit.v;
+    const double weights[3] = {1.0 - u - v, u, v};
     for (std::size_t k = 0; k < 3; ++k) {
-      mixed += Real3(shape.points.cdata()[hit.points[k]]) * weights[k];
-      EXPECT_EQ(shape.indices.cdata()[hit.faceVertices[k]], hit.points[k]);
+      mixed += Real3(shape.points.view()[hit.points[k]]) * weights[k];
+      EXPECT_EQ(shape.indices.view()[hit.faceVertices[k]], hit.points[k]);
     }
     EXPECT_LT((mixed - onSquare).length(), 1e-5);
     EXPECT_LT((Real3(cast.caster.objectSpace(0).point(hit)) - onSquare).length(), 1e-5);
@@ -232,6 +233,44 @@ TEST(RayCaster, TheHitDetectorTakesPlainMeshesAlone) {
   int met = 0;
   cast.caster.intersectAll(&ray, 1, [&](std::size_t, const SurfaceHit&) { ++met; });
   EXPECT_EQ(met, 0);
+}
+
+TEST(RayCaster, AStopEndsTheBuildBeforeTheNextMeshAndSaysSo) {
+  const Cast cast(stackText(3));
+  int asked = 0;
+  Work work;
+  work.stop = [&] { return ++asked == 3; };
+  Problem problem;
+  EXPECT_FALSE(
+      RayCaster::make(CasterKind::tracer, cast.list, extentOf(cast.list), 0.0, &problem, work));
+  EXPECT_EQ(asked, 3);
+  EXPECT_EQ(problem.kind, Problem::Kind::stopped);
+  work.stop = [] { return true; };
+  problem = {};
+  EXPECT_FALSE(RayCaster::make(CasterKind::hitDetector, cast.list, extentOf(cast.list), 0.0,
+                               &problem, work));
+  EXPECT_EQ(problem.kind, Problem::Kind::stopped);
+}
+
+TEST(RayCaster, ACasterMadeWithProgressAnswersAsOneWithout) {
+  const Cast cast(stackText(3));
+  std::vector<double> shares;
+  Work work;
+  work.progress = [&](double share) { shares.push_back(share); };
+  const std::optional<RayCaster> made =
+      RayCaster::make(CasterKind::tracer, cast.list, extentOf(cast.list), 0.0, nullptr, work);
+  ASSERT_TRUE(made);
+  ASSERT_GE(shares.size(), 2u);
+  EXPECT_TRUE(std::is_sorted(shares.begin(), shares.end()));
+  EXPECT_EQ(shares.front(), 0.0);
+  EXPECT_EQ(shares.back(), 1.0);
+  const WorldRay ray = rayOf({0, 0, 5}, {0, 0, -1});
+  SurfaceHit hit, plain;
+  made->intersect(&ray, 1, &hit);
+  cast.caster.intersect(&ray, 1, &plain);
+  EXPECT_TRUE(plain.hit);
+  EXPECT_EQ(hit.distance, plain.distance);
+  EXPECT_EQ(hit.entry, plain.entry);
 }
 
 TEST(RayCaster, AStopEndsTheWorkAndProgressReachesItsEnd) {

@@ -39,8 +39,10 @@ Extent extentOf(const MeshList& list, const Work& work) {
   };
 
   std::vector<std::optional<tarn::Box3d>> boxes(list.shapes.size());
-  for (const MeshEntry& entry : list.entries) {
+  for (std::size_t i = 0; i < list.entries.size(); ++i) {
     if (work.isStopped()) break;
+    work.report(static_cast<double>(i) / static_cast<double>(list.entries.size()));
+    const MeshEntry& entry = list.entries[i];
     const ovo::Array<Vec3f>& points = list.shapes[entry.shape].points;
     if (entry.instance == kNoInstance) {
       for (const Vec3f& p : points)
@@ -55,11 +57,12 @@ Extent extentOf(const MeshList& list, const Work& work) {
         if (isFinite(p)) box->extendBy(Vec3d(p));
     }
     if (box->isEmpty()) continue;
-    for (int i = 0; i < 8; ++i)
-      add(entry.worldFromObject.transformPoint({i & 1 ? box->max.x : box->min.x,
-                                                i & 2 ? box->max.y : box->min.y,
-                                                i & 4 ? box->max.z : box->min.z}));
+    for (int corner = 0; corner < 8; ++corner)
+      add(entry.worldFromObject.transformPoint({corner & 1 ? box->max.x : box->min.x,
+                                                corner & 2 ? box->max.y : box->min.y,
+                                                corner & 4 ? box->max.z : box->min.z}));
   }
+  if (!work.isStopped()) work.report(1.0);
   if (!extent.box.isEmpty()) extent.outermost.assign(farthest.begin(), farthest.end());
   return extent;
 }

@@ -1,5 +1,7 @@
 #include "vela/scene/SceneMeshes.h"
 
+#include <algorithm>
+
 #include "ovo/Tokens.h"
 #include "ovo/Xform.h"
 #include "vela/scene/Refinement.h"
@@ -20,18 +22,36 @@ std::optional<MeshList> listMeshes(const ovo::Stage& stage, const MeshFilter& fi
   detail::InstanceExpander instances(stage, list, filter, shapes, work);
   const ovo::Tokens& names = ovo::tokens();
 
-  // Depth first, without recursion: scenes may be nested deeper than the process's stack.
-  std::vector<ovo::Prim> open, children;
-  const auto push = [&](const ovo::Prim& parent) {
-    parent.getChildren(children, true, false, true);
-    open.insert(open.end(), children.rbegin(), children.rend());
+  // Depth first, without recursion: scenes may be nested deeper than the process's stack. How many
+  // prims there are is known at the end only, so each prim counts as an equal share of its parent.
+  const Work walk = work.part(0.0, filter.subdivisionLevel > 0 ? 0.5 : 1.0);
+  struct Open {
+    ovo::Prim prim;
+    double share;
   };
-  push(stage.getRootPrim());
+  std::vector<Open> open;
+  std::vector<ovo::Prim> children;
+  double done = 0.0;
+  const auto finish = [&](double share) {
+    done += share;
+    walk.report(std::min(done, 1.0));
+  };
+  const auto push = [&](const ovo::Prim& parent, double share) {
+    parent.getChildren(children, true, false, true);
+    if (children.empty()) return finish(share);
+    const double each = share / static_cast<double>(children.size());
+    for (auto child = children.rbegin(); child != children.rend(); ++child)
+      open.push_back({*child, each});
+  };
+  push(stage.getRootPrim(), 1.0);
   while (!open.empty()) {
     if (work.isStopped()) return stopped();
-    const ovo::Prim prim = open.back();
+    const auto [prim, share] = open.back();
     open.pop_back();
-    if (shapes.isExcluded(prim)) continue;
+    if (shapes.isExcluded(prim)) {
+      finish(share);
+      continue;
+    }
 
     const bool isSeen = filter.withInvisible || prim.isVisible(filter.time);
     // What lies below an instancer are its prototypes: drawn where they stand they would be strays.
@@ -41,15 +61,18 @@ std::optional<MeshList> listMeshes(const ovo::Stage& stage, const MeshFilter& fi
         if (problem) *problem = instances.problem();
         return std::nullopt;
       }
+      finish(share);
       continue;
     }
     if (isSeen && shapes.isWantedType(prim) && shapes.isWantedPurpose(prim.purpose()))
       if (const std::optional<std::uint32_t> shape = shapes.find(prim))
         list.entries.push_back(
             {ovo::MeshPrim(prim), xforms.getLocalToWorld(prim), *shape, kNoInstance});
-    push(prim);
+    push(prim, share);
   }
-  if (!refineShapes(list, filter.time, filter.subdivisionLevel, problem, work)) return std::nullopt;
+  if (!refineShapes(list, filter.time, filter.subdivisionLevel, problem, work.part(0.5, 1.0)))
+    return std::nullopt;
+  work.report(1.0);
   return list;
 }
 

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
@@ -152,6 +153,42 @@ TEST(SceneExtent, PlainMeshesCountByTheirPointsInstancesByTheirBoxes) {
   bool hasCorner = false;
   for (const Vec3d& p : instance.outermost) hasCorner |= p == Vec3d(12, 3, 0);
   EXPECT_TRUE(hasCorner);
+}
+
+TEST(SceneMeshes, ProgressRisesToOneOverNestedPrimsInstancersAndRefinement) {
+  const auto stage = stageOf(
+      "def Xform \"A\"\n{\n def Xform \"B\"\n {\n }\n def Xform \"C\"\n {\n  def Xform \"D\"\n  "
+      "{\n  }\n }\n}\n"
+      "def PointInstancer \"Many\"\n{\n def Xform \"Inner\"\n {\n }\n}\n"
+      "def Xform \"LeftOut\"\n{\n}\n");
+  for (const int level : {0, 1}) {
+    MeshFilter filter;
+    filter.excludedPaths = {ovo::Path("/LeftOut")};
+    filter.subdivisionLevel = level;
+    std::vector<double> shares;
+    Work work;
+    work.progress = [&](double share) { shares.push_back(share); };
+    const std::optional<MeshList> list = listMeshes(*stage, filter, nullptr, work);
+    ASSERT_TRUE(list);
+    EXPECT_TRUE(std::is_sorted(shares.begin(), shares.end()));
+    EXPECT_EQ(shares.back(), 1.0);
+    // Three prims beside one another: each that is done counts a third of the walk, and of that the
+    // two below A count a half each.
+    const double walk = level == 0 ? 1.0 : 0.5;
+    ASSERT_GE(shares.size(), 4u);
+    EXPECT_DOUBLE_EQ(shares[0], walk / 6);
+    EXPECT_DOUBLE_EQ(shares[1], walk / 3);
+    EXPECT_DOUBLE_EQ(shares[2], walk * 2 / 3);
+    EXPECT_DOUBLE_EQ(shares[3], walk);
+  }
+}
+
+TEST(SceneExtent, ProgressRisesToOne) {
+  std::vector<double> shares;
+  Work work;
+  work.progress = [&](double share) { shares.push_back(share); };
+  EXPECT_TRUE(extentOf(MeshList(), work).box.isEmpty());
+  EXPECT_EQ(shares, std::vector<double>{1.0});
 }
 
 TEST(ScenePrims, TheWalkGoesWhereItIsToldAndStops) {

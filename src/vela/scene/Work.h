@@ -23,6 +23,13 @@ struct Work {
   void report(double share) const {
     if (progress) progress(share);
   }
+
+  /// For one of several steps: what it reports as 0 to 1 arrives here as \p from to \p to. Valid as
+  /// long as this Work is.
+  [[nodiscard]] Work part(double from, double to) const {
+    if (!progress) return {stop, {}};
+    return {stop, [this, from, to](double share) { report(from + (to - from) * share); }};
+  }
 };
 
 }  // namespace vela::scene

@@ -110,7 +110,7 @@ struct SceneTracer::Impl {
     hit.face = source.face;
     for (std::size_t c = 0; c < 3; ++c) {
       hit.faceVertices[c] = source.faceVertex[c];
-      hit.points[c] = mesh.indices.cdata()[source.faceVertex[c]];
+      hit.points[c] = mesh.indices.view()[source.faceVertex[c]];
     }
     hit.u = static_cast<float>(nearest.crossing.b / nearest.crossing.sum);
     hit.v = static_cast<float>(nearest.crossing.c / nearest.crossing.sum);
@@ -222,9 +222,15 @@ void SceneTracer::reservePlacements(std::size_t count) {
   impl_->renewView();
 }
 
-void SceneTracer::build() {
-  for (tracer::Mesh& mesh : impl_->meshes)
-    if (!mesh.isBuilt) mesh.build();
+void SceneTracer::build() { build({}); }
+
+bool SceneTracer::build(const std::function<bool()>& isStopped) {
+  for (tracer::Mesh& mesh : impl_->meshes) {
+    if (mesh.isBuilt) continue;
+    if (isStopped && isStopped()) return false;
+    mesh.build();
+  }
+  if (isStopped && isStopped()) return false;
 
   // A tree over the placements that have a box; the others are asked every time.
   std::vector<tracer::BuildBox> boxes;
@@ -254,6 +260,7 @@ void SceneTracer::build() {
     mostInMesh = std::max(mostInMesh, mesh.limits.mostWaiting);
   impl_->scene.limits.mostWaiting += mostInMesh;
   impl_->renewView();
+  return true;
 }
 
 // Queries: each public form calls the one body for its type of ray.

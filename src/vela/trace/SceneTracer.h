@@ -31,6 +31,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <type_traits>
@@ -141,6 +142,10 @@ class VELA_API SceneTracer {
 
   /// Builds the trees: n log n in the triangles of new meshes and in all placements.
   void build();
+  /// The same, unless \p isStopped says true: it is asked before each mesh and before the
+  /// placements. \return false when stopped; placements answer as after the build before, and the
+  /// next build goes on with the meshes that are left
+  bool build(const std::function<bool()>& isStopped);
 
   // Asking
 

@@ -505,6 +505,32 @@ TEST(SceneTracer, CornerOnAnEdgeLeavesNoGapToTheNeighbour) {
   }
 }
 
+TEST(SceneTracer, AStoppedBuildLeavesTheAnswersOfTheOneBeforeAndTheNextGoesOn) {
+  SceneTracer tracer;
+  const ovo::Array<int> counts = {3}, indices = {0, 1, 2};
+  const auto addTriangleAt = [&](float z) {
+    const ovo::Array<Vec3f> points = {{0, 0, z}, {4, 0, z}, {0, 4, z}};
+    tracer.addPlacement(tracer.addMesh(points, counts, indices), Mat4d());
+  };
+  addTriangleAt(0.0f);
+  tracer.build();
+  addTriangleAt(1.0f);
+  addTriangleAt(2.0f);
+  const Ray3f down({1, 1, 5}, {0, 0, -1});
+  TracerHit hit;
+  for (const int stopAt : {1, 2}) {  // before the first mesh that is left, before the second
+    int asked = 0;
+    EXPECT_FALSE(tracer.build([&] { return ++asked == stopAt; })) << stopAt;
+    ASSERT_TRUE(tracer.intersect(down, hit));
+    EXPECT_EQ(hit.distance, 5.0) << stopAt;
+  }
+  int asked = 0;
+  EXPECT_TRUE(tracer.build([&] { return ++asked > 2; }));
+  EXPECT_EQ(asked, 2) << "one mesh was left, then the placements";
+  ASSERT_TRUE(tracer.intersect(down, hit));
+  EXPECT_EQ(hit.distance, 3.0);
+}
+
 TEST(SceneTracer, WhatIsAddedIsSeenAfterTheNextBuild) {
   SceneTracer tracer = makeTracer(makeSquare(0.0f));
   tracer.addPlacement(addMesh(tracer, makeSquare(1.0f)), Mat4d());
