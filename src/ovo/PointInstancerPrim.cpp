@@ -83,7 +83,7 @@ std::vector<bool> PointInstancerPrim::computeMask(double time, Reason reason) co
   std::vector<bool> mask(count, true);
   bool any = false;
   for (std::size_t i = 0; i < count; ++i) {
-    if (taken.count(hasIds ? ids.cdata()[i] : static_cast<std::int64_t>(i)) == 0) continue;
+    if (taken.count(hasIds ? ids.view()[i] : static_cast<std::int64_t>(i)) == 0) continue;
     mask[i] = false;
     any = true;
   }

@@ -56,12 +56,12 @@ std::vector<Triangle> trianglesOf(const MeshList& list, double time) {
     const int* corners = indices.cdata();
     std::vector<int> cut;
     for (std::size_t f = 0; f < counts.size(); ++f) {
-      const int count = counts.cdata()[f];
+      const int count = counts.view()[f];
       if (count >= 3) {
         vela::triangulatePolygon(points.cdata(), corners, count, cut);
         const auto place = [&](int local) {
           return list.entries[e].worldFromObject.transformPoint(
-              Real3(points.cdata()[corners[local]]));
+              Real3(points.view()[corners[local]]));
         };
         for (std::size_t t = 0; t + 2 < cut.size(); t += 3)
           out.push_back({place(cut[t]), place(cut[t + 1]), place(cut[t + 2]),

@@ -29,7 +29,7 @@ void add(std::vector<MeshDefect>& defects, Kind kind, std::size_t where) {
 }
 
 Vec3d cornerOf(const MeshTopology& mesh, const Face& face, std::size_t k) {
-  return Vec3d(mesh.points.cdata()[face[k]]);
+  return Vec3d(mesh.points.view()[face[k]]);
 }
 
 // ---- Faces that cross themselves
@@ -115,14 +115,14 @@ void inspectArrays(const MeshTopology& mesh, std::vector<char>& isUsed,
   const auto pointCount = static_cast<std::int64_t>(mesh.points.size());
   std::int64_t sum = 0;
   for (std::size_t f = 0; f < mesh.vertsPerFace.size(); ++f) {
-    const std::int32_t n = mesh.vertsPerFace.cdata()[f];
+    const std::int32_t n = mesh.vertsPerFace.view()[f];
     if (n < 3) add(defects, Kind::smallFace, f);
     sum += std::max(n, 0);
   }
   if (sum != static_cast<std::int64_t>(mesh.faceVertPointIndices.size()))
     add(defects, Kind::countsOff, static_cast<std::size_t>(sum));
   for (std::size_t v = 0; v < mesh.faceVertPointIndices.size(); ++v) {
-    const std::int32_t p = mesh.faceVertPointIndices.cdata()[v];
+    const std::int32_t p = mesh.faceVertPointIndices.view()[v];
     if (p < 0 || p >= pointCount)
       add(defects, Kind::indexOutOfRange, v);
     else
@@ -148,7 +148,7 @@ bool inspectFaces(const MeshTopology& mesh, std::vector<Side>& sides, MeshReport
     if (face.size() == 3) ++report.triangles;
     if (face.size() == 4) ++report.quads;
     const bool usable = face.size() >= 3 && std::all_of(face.begin(), face.end(), [&](int p) {
-                          return p >= 0 && p < pointCount && isFinite(mesh.points.cdata()[p]);
+                          return p >= 0 && p < pointCount && isFinite(mesh.points.view()[p]);
                         });
     if (!usable) continue;
     sorted.assign(face.begin(), face.end());
@@ -231,7 +231,7 @@ std::optional<MeshReport> inspectMesh(const MeshTopology& mesh, const Work& work
       add(report.defects, Kind::sameWayEdge, sides[i].face);
 
   for (std::size_t p = 0; p < mesh.points.size(); ++p) {
-    if (!isFinite(mesh.points.cdata()[p])) add(report.defects, Kind::badPoint, p);
+    if (!isFinite(mesh.points.view()[p])) add(report.defects, Kind::badPoint, p);
     if (!isUsed[p]) add(report.defects, Kind::unusedPoint, p);
   }
   for (const auto& edge : mesh.edges()) {

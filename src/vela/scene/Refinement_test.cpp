@@ -90,8 +90,8 @@ template <class Use>
 void forEachCorner(const Shape& shape, Use use) {
   std::size_t c = 0;
   for (std::size_t f = 0; f < shape.counts.size(); ++f)
-    for (int k = 0; k < shape.counts.cdata()[f]; ++k, ++c)
-      use(static_cast<int>(f), c, shape.points.cdata()[shape.indices.cdata()[c]]);
+    for (int k = 0; k < shape.counts.view()[f]; ++k, ++c)
+      use(static_cast<int>(f), c, shape.points.view()[shape.indices.view()[c]]);
 }
 
 TEST(Refine, PointsFacesAndNormalsAreThoseOfMeshSample) {
@@ -128,7 +128,7 @@ TEST(Refine, PointsFacesAndNormalsAreThoseOfMeshSample) {
       forEachCorner(shape, [&](int face, std::size_t corner, const Vec3f& p) {
         // Those of the flat faces of a bilinear surface, and along creases, are their own.
         if (isSmooth)
-          expectNear(surface.normal({face, p}).normalized(), sample.normals.cdata()[corner], 1e-5);
+          expectNear(surface.normal({face, p}).normalized(), sample.normals.view()[corner], 1e-5);
       });
     }
 }
@@ -199,7 +199,7 @@ TEST(Refine, ColoursFollowTheirInterpolation) {
     const Surface surface(refined.shape(), kNow);
     forEachCorner(refined.shape(), [&](int face, std::size_t c, const Vec3f& p) {
       expectNear(surface.colour({face, p}),
-                 flat.shape().points.cdata()[flat.shape().indices.cdata()[c]], 1e-6);
+                 flat.shape().points.view()[flat.shape().indices.view()[c]], 1e-6);
     });
   }
   {
@@ -209,7 +209,7 @@ TEST(Refine, ColoursFollowTheirInterpolation) {
     const vela::MeshSample control = flat.sample(0);
     for (std::size_t c = 0; c < control.nVerts(); ++c) {
       std::ostringstream text;
-      const Vec3f& p = control.points.cdata()[control.faceVertPointIndices()[c]];
+      const Vec3f& p = control.points.view()[control.faceVertPointIndices()[c]];
       text << (c ? "," : "") << "(" << p.x << "," << p.y << "," << p.z << ")";
       ofCorners += text.str();
     }
@@ -223,7 +223,7 @@ TEST(Refine, ColoursFollowTheirInterpolation) {
     forEachCorner(smooth.shape(), [&](int face, std::size_t c, const Vec3f& p) {
       expectNear(smoothSurface.colour({face, p}), p, 1e-6);
       expectNear(linearSurface.colour({face, p}),
-                 flat.shape().points.cdata()[flat.shape().indices.cdata()[c]], 1e-6);
+                 flat.shape().points.view()[flat.shape().indices.view()[c]], 1e-6);
     });
   }
   {
@@ -306,11 +306,11 @@ TEST(Refine, EverySampleMeshIsShownBrokenOnesToo) {
         surface.setSelection(false, {}, std::vector<float>(m.points.size(), 1.0f));
         std::size_t corner = 0, isWhole = shape.refinement ? 1 : 0;
         for (std::size_t f = 0; f < shape.counts.size(); ++f) {
-          const int count = shape.counts.cdata()[f];
+          const int count = shape.counts.view()[f];
           if (count <= 0) continue;
           const bool usable = isWhole || (f < m.counts.size() && m.usable(f));
           for (std::size_t k = 0; k < static_cast<std::size_t>(count) && usable; ++k) {
-            const Vec3f& p = shape.points.cdata()[shape.indices.cdata()[corner + k]];
+            const Vec3f& p = shape.points.view()[shape.indices.view()[corner + k]];
             if (!std::isfinite(p.x + p.y + p.z)) continue;
             const float length = surface.normal({static_cast<int>(f), p}).length();
             EXPECT_TRUE(std::isnan(length) || length < 1.0f + 1e-5f);
@@ -388,10 +388,10 @@ TEST(Refine, SelectedPointsAndFacesAreThoseOfTheScene) {
   const int* places = refined.shape().refinement->refinedPointOf.cdata();
   const Refined flat(cubeText("", "bilinear"), 3);
   forEachCorner(refined.shape(), [&](int face, std::size_t c, const Vec3f& p) {
-    const Vec3f& onCube = flat.shape().points.cdata()[flat.shape().indices.cdata()[c]];
+    const Vec3f& onCube = flat.shape().points.view()[flat.shape().indices.view()[c]];
     const float wanted = (1 + onCube.x) / 2 * (1 + onCube.y) / 2 * (1 + onCube.z) / 2;
     ASSERT_NEAR(surface.selection({face, p}), wanted, 1e-6f);
-    if (refined.shape().indices.cdata()[c] == places[3]) {
+    if (refined.shape().indices.view()[c] == places[3]) {
       ASSERT_EQ(surface.selection({face, p}), 1.0f);
     }
   });

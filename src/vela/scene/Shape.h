@@ -38,7 +38,7 @@ struct Shape {
 
   /// The scene's index of a face: of a refined one that of the control face it is part of.
   [[nodiscard]] int sceneFace(int face) const {
-    return refinement ? refinement->sourceFaces.cdata()[static_cast<std::size_t>(face)] : face;
+    return refinement ? refinement->sourceFaces.view()[static_cast<std::size_t>(face)] : face;
   }
 };
 

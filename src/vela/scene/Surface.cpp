@@ -60,7 +60,7 @@ Surface::Surface(const Shape& shape, double time, bool smooth) : shape_(shape), 
 
 std::size_t Surface::triangleCount() const {
   std::size_t triangles = 0;
-  for (const int count : static_cast<const ovo::Array<int>&>(shape_.counts))
+  for (const int count : shape_.counts.view())
     if (count > 2) triangles += static_cast<std::size_t>(count) - 2;
   return triangles;
 }

@@ -24,12 +24,12 @@ constexpr std::size_t kDeepest = 32;
 
 Mat4d InstanceExpander::Instancer::instancerFromInstance(std::size_t i) const {
   Mat4d m;
-  const Vec3d at(positions.cdata()[i]);
+  const Vec3d at(positions.view()[i]);
   m.translate(at.x, at.y, at.z);
 
-  if (!orientations.empty()) m *= Mat4d::fromQuaternion(Vec4d(orientations.cdata()[i]));
+  if (!orientations.empty()) m *= Mat4d::fromQuaternion(Vec4d(orientations.view()[i]));
   if (!scales.empty()) {
-    const Vec3d by(scales.cdata()[i]);
+    const Vec3d by(scales.view()[i]);
     m.scale(by.x, by.y, by.z);
   }
   return m;
@@ -56,7 +56,7 @@ bool InstanceExpander::expand(const ovo::Prim& instancer, const Mat4d& worldFrom
       return false;
     }
     if (!from.mask.empty() && !from.mask[i]) continue;
-    const int prototype = from.protoIndices.cdata()[i];
+    const int prototype = from.protoIndices.view()[i];
     if (prototype < 0 || static_cast<std::size_t>(prototype) >= from.prototypes.size() ||
         !from.prototypes[static_cast<std::size_t>(prototype)] || i >= from.positions.size()) {
       ++list_.badInstances;
@@ -72,7 +72,7 @@ bool InstanceExpander::expand(const ovo::Prim& instancer, const Mat4d& worldFrom
     instance.index = static_cast<int>(i);
     if (!from.colours.empty()) {
       instance.hasColour = true;
-      instance.colour = from.colours.cdata()[from.colours.size() == 1 ? 0 : i];
+      instance.colour = from.colours.view()[from.colours.size() == 1 ? 0 : i];
     } else if (parent != kNoInstance) {
       instance.hasColour = list_.instances[parent].hasColour;
       instance.colour = list_.instances[parent].colour;

@@ -128,7 +128,7 @@ void Mesh::build() {
   };
   std::vector<Point> scaled(points.size());
   for (std::size_t p = 0; p < points.size(); ++p) {
-    const tarn::Vec3f& from = points.cdata()[p];
+    const tarn::Vec3f& from = points.view()[p];
     scaled[p] = {{static_cast<float>(static_cast<double>(from.x) * scale),
                   static_cast<float>(static_cast<double>(from.y) * scale),
                   static_cast<float>(static_cast<double>(from.z) * scale), 0.0f}};
@@ -136,7 +136,7 @@ void Mesh::build() {
   const auto cornersOf = [&](std::size_t t, const Point*(&corner)[3]) {
     const TriangleSource from = source(t);
     for (std::size_t c = 0; c < 3; ++c)
-      corner[c] = &scaled[static_cast<std::size_t>(indices.cdata()[from.faceVertex[c]])];
+      corner[c] = &scaled[static_cast<std::size_t>(indices.view()[from.faceVertex[c]])];
   };
 
   // The boxes, grown; then rounded outward. A subtraction of floats and the one that follows are
