@@ -15,7 +15,7 @@ namespace TARN_LANES_SET {
 
 using namespace tarn::TARN_LANES_SET;
 
-constexpr std::size_t kLanes = kFloatsAtOnce, kQuads = kLanes / 4;
+inline constexpr std::size_t kLanes = kFloatsAtOnce, kQuads = kLanes / 4;
 using Floats = FloatLanes<kLanes>;
 using Doubles = DoubleLanes<kLanes>;
 using Ints = IntLanes<kLanes>;
@@ -146,7 +146,7 @@ struct RayLanes {
 
 // ---- Writing
 
-constexpr std::size_t kInverseOffset = 72;  // RayContext.cpp holds the layout to this
+inline constexpr std::size_t kInverseOffset = 72;  // RayContext.cpp holds the layout to this
 static_assert(sizeof(RayContext) == 88 && sizeof(RayContext::slopeBits) == 1);
 
 /// Floats 0 to 3, 4 to 7, 8 to 11, 12 and 13, and the reciprocal with its sign bits.
@@ -360,7 +360,7 @@ inline RayLanes roundRays(const RoundLanes& lanes) {
 
 // ---- The lenses
 
-void perspectiveRays(const RayBatch& batch) {
+inline void perspectiveRays(const RayBatch& batch) {
   const Floats zero = constant(0.0f);
   generate(batch, [&](const Block& b) {
     const Floats px = b.h * b.p.x, py = b.h * b.p.y, qx = b.h * b.q.x, qy = b.h * b.q.y;
@@ -370,7 +370,7 @@ void perspectiveRays(const RayBatch& batch) {
   });
 }
 
-void orthographicRays(const RayBatch& batch) {
+inline void orthographicRays(const RayBatch& batch) {
   const Floats zero = constant(0.0f);
   const Floats3 ahead = {zero, zero, constant(-1.0f)};
   const Floats infinity = constant(std::numeric_limits<float>::infinity());
@@ -383,7 +383,7 @@ void orthographicRays(const RayBatch& batch) {
   });
 }
 
-void cylindricalRays(const RayBatch& batch) {
+inline void cylindricalRays(const RayBatch& batch) {
   generate(batch, [](const Block& b) {
     Mask<kLanes> doubtful = constant(0.0f) < constant(0.0f);
     const SinCos phi = sinCos(longitude(b.p.x), doubtful),
@@ -397,7 +397,7 @@ void cylindricalRays(const RayBatch& batch) {
   });
 }
 
-void sphericalRays(const RayBatch& batch, float aspect) {
+inline void sphericalRays(const RayBatch& batch, float aspect) {
   const double k = 1.0 / static_cast<double>(aspect);
   generate(batch, [k](const Block& b) {
     Mask<kLanes> doubtful = constant(0.0f) < constant(0.0f);

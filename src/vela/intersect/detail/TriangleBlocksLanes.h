@@ -11,8 +11,8 @@ namespace vela::detail {
 namespace {
 namespace TARN_LANES_SET {
 
-bool testTriangleBlocks(const TriangleBlock* first, const TriangleBlock* last,
-                        const tarn::Ray3f& ray, bool nearest, float& best, BlockHit& hit) {
+inline bool testTriangleBlocks(const TriangleBlock* first, const TriangleBlock* last,
+                               const tarn::Ray3f& ray, bool nearest, float& best, BlockHit& hit) {
   using namespace tarn::TARN_LANES_SET;
   using Lanes = FloatLanes<8>;
   const auto of = [](float f) { return Lanes::broadcast(f); };

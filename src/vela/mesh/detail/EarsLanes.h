@@ -47,7 +47,7 @@ class EarLanes {
       tolerance_;
 };
 
-bool anyBlocks(const Ear& ear, const float* x, const float* y, int blocks, int first) {
+inline bool anyBlocks(const Ear& ear, const float* x, const float* y, int blocks, int first) {
   const EarLanes lanes(ear);
   for (int block = first; block < blocks; ++block)
     if (lanes.isBlockedByAny(x + kEarBlock * block, y + kEarBlock * block)) return true;
