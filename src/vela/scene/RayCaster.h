@@ -2,6 +2,7 @@
 /// What the rays of a picture meet.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -9,6 +10,7 @@
 #include <optional>
 #include <vector>
 
+#include "tarn/Span.h"
 #include "tarn/Vec.h"
 #include "vela/Api.h"
 #include "vela/scene/ObjectSpace.h"
@@ -78,6 +80,13 @@ class VELA_API RayCaster {
   void intersect(const WorldRay* rays, std::size_t count, SurfaceHit* hits) const;
   /// Whether anything lies in each ray's range; \p answers has room for \p count.
   void occluded(const WorldRay* rays, std::size_t count, bool* answers) const;
+  /// The same over spans. Where the two differ in length the shorter one counts.
+  void intersect(tarn::Span<const WorldRay> rays, tarn::Span<SurfaceHit> hits) const {
+    intersect(rays.data(), std::min(rays.size(), hits.size()), hits.data());
+  }
+  void occluded(tarn::Span<const WorldRay> rays, tarn::Span<bool> answers) const {
+    occluded(rays.data(), std::min(rays.size(), answers.size()), answers.data());
+  }
 
   /// All that the rays meet. In each entry a ray goes on behind what it met, at the next float. It
   /// goes through entry by entry, so that surfaces which lie exactly on one another are all met.

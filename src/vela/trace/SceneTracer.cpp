@@ -63,7 +63,7 @@ struct SceneTracer::Impl {
   tracer::KernelFunctions kernel = tracer::bestKernel();
   tracer::SceneView scene;  ///< what queries see, kept since reading it anew would delay each ray
 
-  /// Called by whatever changes the tables that it points into.
+  // Called by whatever changes the tables that it points into.
   void renewView() {
     scene.meshes = meshes.data();
     scene.placements = placements.data();
@@ -73,7 +73,7 @@ struct SceneTracer::Impl {
     scene.numUnboxed = unboxed.size();
   }
 
-  /// Fills the record of a ray that has hit.
+  // Fills the record of a ray that has hit.
   template <class T>
   void describe(const tarn::Ray<T>& ray, const tracer::Nearest& nearest, TracerHit& hit) const {
     const tracer::Placement& placement = placements[nearest.placement];

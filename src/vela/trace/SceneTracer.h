@@ -24,11 +24,12 @@
 ///   // Many rays at once are faster than one at a time. Rays of doubles work the same.
 ///   const std::vector<tarn::Ray3d> rays(100, {{0.0, 0.0, 5.0}, {0.0, 0.0, -2.0}});
 ///   std::vector<vela::TracerHit> hits(rays.size());
-///   tracer.intersect(rays.data(), rays.size(), hits.data());
+///   tracer.intersect(rays, hits);
 ///   assert(hits[99].hit && hits[99].distance == 2.5 && hits[99].face == 0);
 /// \endcode
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -40,6 +41,7 @@
 #include "tarn/Box3.h"
 #include "tarn/Mat4.h"
 #include "tarn/Ray.h"
+#include "tarn/Span.h"
 #include "tarn/Time.h"
 #include "tarn/Vec.h"
 #include "vela/Api.h"
@@ -161,6 +163,21 @@ class VELA_API SceneTracer {
   /// One answer a ray; \p occluded has room for \p count.
   void occluded(const tarn::Ray3f* rays, std::size_t count, bool* occluded) const;
 
+  // Over spans, rays of doubles too. Where the two differ in length the shorter one counts.
+
+  void intersect(tarn::Span<const tarn::Ray3f> rays, tarn::Span<TracerHit> hits) const {
+    intersect(rays.data(), std::min(rays.size(), hits.size()), hits.data());
+  }
+  void intersect(tarn::Span<const tarn::Ray3d> rays, tarn::Span<TracerHit> hits) const {
+    intersect(rays.data(), std::min(rays.size(), hits.size()), hits.data());
+  }
+  void occluded(tarn::Span<const tarn::Ray3f> rays, tarn::Span<bool> answers) const {
+    occluded(rays.data(), std::min(rays.size(), answers.size()), answers.data());
+  }
+  void occluded(tarn::Span<const tarn::Ray3d> rays, tarn::Span<bool> answers) const {
+    occluded(rays.data(), std::min(rays.size(), answers.size()), answers.data());
+  }
+
   // The same for Ray3d: the origin, the direction and the range are used as they are, so a
   // scene far from the world's origin need not be moved there first.
   //
@@ -196,7 +213,7 @@ class VELA_API SceneTracer {
 
   [[nodiscard]] std::size_t numMeshes() const;
   [[nodiscard]] std::size_t numPlacements() const;
-  /// Triangles of one mesh as of the last build; 0 for a number that is none.
+  /// Triangles of one mesh as of the last build; 0 for a number that no mesh has.
   [[nodiscard]] std::size_t numTriangles(std::uint32_t mesh) const;
   /// The mesh number that the placement was given; the largest number for a placement that is not
   /// there.

@@ -31,7 +31,7 @@ using tarn::Vec3f;
 using vela::SceneTracer;
 using vela::TracerHit;
 
-/// World triangles, in the order in which the tracer numbers placements and faces.
+// World triangles, in the order in which the tracer numbers placements and faces.
 struct Soup {
   std::vector<Vec3f> corners;
 
@@ -86,7 +86,7 @@ class Embree {
   Embree(const Embree&) = delete;
   Embree& operator=(const Embree&) = delete;
 
-  /// \return infinity on a miss
+  // \return infinity on a miss
   [[nodiscard]] double distance(const Ray3f& ray) const {
     RTCIntersectContext context;
     rtcInitIntersectContext(&context);
@@ -115,8 +115,8 @@ class Embree {
   RTCScene scene_;
 };
 
-/// How near the ray passes to a triangle's border, as a distance between two lines, when it passes
-/// the triangle at a distance near `at` at all; infinity otherwise.
+// How near the ray passes to a triangle's border, as a distance between two lines, when it passes
+// the triangle at a distance near `at` at all; infinity otherwise.
 double distanceFromBorder(const Ray3f& ray, const Vec3f* corner, double tolerance) {
   const Vec3d o(ray.origin), d = Vec3d(ray.direction).normalized();
   double least = std::numeric_limits<double>::infinity();
@@ -178,7 +178,7 @@ float uniform(Random& random, float low, float high) {
   return std::uniform_real_distribution<float>(low, high)(random);
 }
 
-/// Rays through a box from outside and inside, aimed at points of it, at corners and at edges.
+// Rays through a box from outside and inside, aimed at points of it, at corners and at edges.
 std::vector<Ray3f> makeRays(Random& random, const Soup& soup, const tarn::Box3f& box, int count) {
   std::vector<Ray3f> rays;
   const Vec3f center = box.center(), half = box.size() * 0.5f;
@@ -260,7 +260,7 @@ TEST(SceneTracerAgainstEmbree, PlacedCopies) {
   expectAgreement(tracer, soup, 60000, 10);
 }
 
-/// All meshes of a file, placed by their transforms.
+// All meshes of a file, placed by their transforms.
 void expectAgreementOnFile(const std::string& relative, unsigned seed) {
   std::string error;
   const auto stage = ovo::Stage::open(vela_test::sharedDataPath(relative), &error);

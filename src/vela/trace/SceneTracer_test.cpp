@@ -46,9 +46,9 @@ SceneTracer makeTracer(const SampleMesh& mesh, const Mat4d& matrix = Mat4d()) {
 
 const Ray3f kDown({0.25f, 0.5f, 5.0f}, {0, 0, -1});
 
-/// The same question asked of every triangle of every placement: no box, no tree, no wide
-/// instruction. Meshes are read and cut here a second time; only the arithmetic of one ray and one
-/// triangle is shared.
+// The same question asked of every triangle of every placement: no box, no tree, no wide
+// instruction. Meshes are read and cut here a second time; only the arithmetic of one ray and one
+// triangle is shared.
 class PlainLoop {
  public:
   struct Answer {
@@ -58,7 +58,7 @@ class PlainLoop {
     int face = 0;
   };
 
-  /// Whether a face is used: all of its corners are points, and finite.
+  // Whether a face is used: all of its corners are points, and finite.
   static bool isSound(const SampleMesh& mesh, std::size_t face, std::size_t begin) {
     if (!mesh.usable(face)) return false;
     for (std::size_t k = 0; k < static_cast<std::size_t>(mesh.counts[face]); ++k) {
@@ -531,6 +531,28 @@ TEST(SceneTracer, AStoppedBuildLeavesTheAnswersOfTheOneBeforeAndTheNextGoesOn) {
   EXPECT_EQ(hit.distance, 3.0);
 }
 
+TEST(SceneTracer, SpansOfUnequalLengthAnswerForTheShorterOne) {
+  SceneTracer tracer;
+  tracer.addPlacement(tracer.addMesh({{0, 0, 0}, {4, 0, 0}, {0, 4, 0}}, {3}, {0, 1, 2}), Mat4d());
+  tracer.build();
+  const auto ask = [&](const auto& rays) {
+    std::vector<TracerHit> hits(2);
+    bool answers[2] = {};
+    for (std::size_t n = 0; n <= 3; ++n) {
+      std::fill(hits.begin(), hits.end(), TracerHit());
+      std::fill_n(answers, 2, false);
+      tracer.intersect(tarn::Span(rays.data(), n), hits);
+      tracer.occluded(tarn::Span(rays.data(), n), answers);
+      for (std::size_t i = 0; i < 2; ++i) {
+        EXPECT_EQ(hits[i].hit, i < n) << n << ' ' << i;
+        EXPECT_EQ(answers[i], i < n) << n << ' ' << i;
+      }
+    }
+  };
+  ask(std::vector<Ray3f>(3, {{1, 1, 5}, {0, 0, -1}}));
+  ask(std::vector<tarn::Ray3d>(3, {{1, 1, 5}, {0, 0, -1}}));
+}
+
 TEST(SceneTracer, WhatIsAddedIsSeenAfterTheNextBuild) {
   SceneTracer tracer = makeTracer(makeSquare(0.0f));
   tracer.addPlacement(addMesh(tracer, makeSquare(1.0f)), Mat4d());
@@ -689,8 +711,8 @@ struct Scene {
     plain.build();
   }
 
-  /// Rays of every kind: through the scene, at corners and edges, along edges, along an axis, from
-  /// corners, with short ranges.
+  // Rays of every kind: through the scene, at corners and edges, along edges, along an axis, from
+  // corners, with short ranges.
   [[nodiscard]] Ray3f randomRay(Random& random, float size) const {
     const Vec3f a = targets[random() % targets.size()], b = targets[random() % targets.size()];
     const Vec3f o = randomPoint(random, size);
@@ -1036,7 +1058,7 @@ struct SpanOfScene {
   }
 };
 
-/// Each ray of a span gets the answer that it gets alone from the plain kernel.
+// Each ray of a span gets the answer that it gets alone from the plain kernel.
 template <class T>
 void compareSpan(const Scene& scene, const std::vector<Ray<T>>& rays, int& numHits) {
   const SpanOfScene fast(scene.fast, rays), plain(scene.plain, rays);
@@ -1053,7 +1075,7 @@ void compareSpan(const Scene& scene, const std::vector<Ray<T>>& rays, int& numHi
   }
 }
 
-/// An ordinary ray made into one that a kernel might take wrongly.
+// An ordinary ray made into one that a kernel might take wrongly.
 Ray3f hostile(Random& random, Ray3f ray) {
   const std::size_t axis = random() % 3;
   switch (random() % 14) {

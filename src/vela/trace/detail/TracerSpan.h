@@ -221,7 +221,7 @@ class SpanTracer {
 
   // Lists are filled by storing always and counting conditionally: the condition is a coin toss.
 
-  /// Sorts a slot by what its ray meets next in its placement.
+  // Sorts a slot by what its ray meets next in its placement.
   void sort(std::uint32_t i) { sortIf(i, 1); }
   void sortIf(std::uint32_t i, std::uint32_t condition) {
     const std::uint32_t current = slots_[i].current;
@@ -234,8 +234,8 @@ class SpanTracer {
     numAtEnd_ += isEnd & condition;
     prefetch(slots_[i]);
   }
-  /// What the ray needs next. Where it has come to an end, the address means nothing and does no
-  /// harm.
+  // What the ray needs next. Where it has come to an end, the address means nothing and does no
+  // harm.
   static void prefetch(const Slot<T>& s) {
     const bool isLeaf = (s.current & kLeaf) != 0;
     const char* const from =
@@ -245,7 +245,7 @@ class SpanTracer {
     for (std::size_t line = 0; line < sizeof(Node); line += 64) __builtin_prefetch(from + line);
     if (isLeaf) __builtin_prefetch(from + 256);
   }
-  /// Sorts a slot by what its ray meets next in the tree over placements.
+  // Sorts a slot by what its ray meets next in the tree over placements.
   void sortInWorld(std::uint32_t i) {
     const std::uint32_t current = slots_[i].current;
     const std::uint32_t isLeaf = current >> 31, isEnd = current == kNone ? 1 : 0;
@@ -309,7 +309,7 @@ class SpanTracer {
     next_ += n;
   }
 
-  /// The rays in the tree over placements. \return a bit for each that meets its box
+  // The rays in the tree over placements. \return a bit for each that meets its box
   unsigned startInWorld(const FourRays<T>& rays, const std::uint32_t (&slot)[4]) {
     const Doubles zero = Doubles::broadcast(0.0);
     Doubles length = abs(rays.direction[0]);
@@ -369,7 +369,7 @@ class SpanTracer {
 
   // Entering a placement: makeLocalRay for four rays, and the box of the mesh.
 
-  /// The matrices and frames of four placements, or four times the only one.
+  // The matrices and frames of four placements, or four times the only one.
   struct FourPlacements {
     Doubles m[4][3], center[3], radius;
     Floats4 low[3], high[3];
@@ -416,8 +416,8 @@ class SpanTracer {
     }
   };
 
-  /// \param nearest distances of what the rays have hit so far
-  /// \return a bit for each ray that meets the box of the mesh; only their slots are written
+  // \param nearest distances of what the rays have hit so far
+  // \return a bit for each ray that meets the box of the mesh; only their slots are written
   unsigned enter(const FourRays<T>& rays, const std::uint32_t (&slot)[4], const Doubles& nearest,
                  unsigned wanted) {
     std::uint32_t index[4];

@@ -45,8 +45,8 @@ Lanes centerOf(const BuildBox& b) {
 constexpr std::uint32_t kLeafSize = kWidth;
 constexpr int kBins = 16;
 constexpr std::uint32_t kSampledRun = 32768;
-/// From this depth on each run is split into two of the same size, which ends within 32 more levels
-/// whatever the boxes are.
+// From this depth on each run is split into two of the same size, which ends within 32 more levels
+// whatever the boxes are.
 constexpr std::uint32_t kHalvingDepth = 60;
 static_assert(kHalvingDepth + 32 <= kMaxDepth);
 
@@ -76,14 +76,14 @@ class TreeBuilder {
   }
 
  private:
-  /// Blocks that a run fills. The cost of testing a block does not depend on how full it is.
+  // Blocks that a run fills. The cost of testing a block does not depend on how full it is.
   [[nodiscard]] float blocks(std::uint32_t count) const {
     return static_cast<float>((count + kLeafSize - 1) / kLeafSize);
   }
 
-  /// Splits a run until leaves are left. The boxes of the run stand in \p from, those of a leaf go
-  /// to boxes_. Partitions are written to the other of the two arrays: without a branch, as the
-  /// side of a box is a coin toss. \return the index of the binary node
+  // Splits a run until leaves are left. The boxes of the run stand in \p from, those of a leaf go
+  // to boxes_. Partitions are written to the other of the two arrays: without a branch, as the
+  // side of a box is a coin toss. \return the index of the binary node
   std::uint32_t split(std::vector<BuildBox>& from, std::uint32_t first, std::uint32_t count,
                       std::uint32_t depth) {
     const auto at = static_cast<std::uint32_t>(binary_.size());
@@ -122,7 +122,7 @@ class TreeBuilder {
     return at;
   }
 
-  /// Boxes whose center lies in a lower bin than `bin` go to the left.
+  // Boxes whose center lies in a lower bin than `bin` go to the left.
   struct Plane {
     int axis = -1;  ///< -1: no plane divides the boxes
     int bin = 0;
@@ -200,7 +200,7 @@ class TreeBuilder {
     return plane;
   }
 
-  /// Those on the left from the front on, the others from the back on. \return how many are left
+  // Those on the left from the front on, the others from the back on. \return how many are left
   static std::uint32_t partition(const std::vector<BuildBox>& from, std::vector<BuildBox>& to,
                                  std::uint32_t first, std::uint32_t count, const Bounds& centers,
                                  const Plane& plane) {
@@ -236,11 +236,11 @@ class TreeBuilder {
     return count / 2;
   }
 
-  /// Plans how binary subtrees become children of wide nodes: for every number of child slots that
-  /// a subtree may get in the wide node above it, the division of slots between its two sides for
-  /// which the areas of all wide nodes below sum to the least. From the leaves up: a child's index
-  /// is greater than its parent's. Source: Ylitie, Karras and Laine, Efficient Incoherent Ray
-  /// Traversal on GPUs Through Compressed Wide BVHs, HPG 2017.
+  // Plans how binary subtrees become children of wide nodes: for every number of child slots that
+  // a subtree may get in the wide node above it, the division of slots between its two sides for
+  // which the areas of all wide nodes below sum to the least. From the leaves up: a child's index
+  // is greater than its parent's. Source: Ylitie, Karras and Laine, Efficient Incoherent Ray
+  // Traversal on GPUs Through Compressed Wide BVHs, HPG 2017.
   void planWidening() {
     plan_.resize(binary_.size());
     for (std::size_t n = binary_.size(); n-- > 0;) {
@@ -281,7 +281,7 @@ class TreeBuilder {
     }
   }
 
-  /// Appends the binary nodes that fill the slots of a subtree.
+  // Appends the binary nodes that fill the slots of a subtree.
   void gather(std::uint32_t n, std::size_t slots, std::array<std::uint32_t, kWidth>& part,
               std::size_t& count) const {
     // Where opening does not pay with so many slots, the plan for fewer holds.
@@ -295,7 +295,7 @@ class TreeBuilder {
     gather(binary_[n].right, slots - toLeft, part, count);
   }
 
-  /// Makes a wide node of a binary one, and all below it. \return its index
+  // Makes a wide node of a binary one, and all below it. \return its index
   std::uint32_t widen(std::uint32_t root) {
     std::array<std::uint32_t, kWidth> part{};
     std::size_t count = 0;
@@ -347,7 +347,7 @@ class TreeBuilder {
     return kLeaf | static_cast<std::uint32_t>(leaves_->size() - 1);
   }
 
-  /// A leaf's boxes as the children of a node.
+  // A leaf's boxes as the children of a node.
   std::uint32_t addSingles(const BinaryNode& leaf) {
     const std::uint32_t at = addNode();
     for (std::uint32_t i = 0; i < leaf.count; ++i) {
@@ -363,8 +363,8 @@ class TreeBuilder {
   std::vector<BuildBox>& boxes_;
   std::vector<BuildBox> other_;
   std::vector<BinaryNode> binary_;
-  /// By number of slots, 1 to 7. toLeft[0] is how many of its eight slots a wide node of its own
-  /// gives to the left side; toLeft[i] is 0 where opening does not pay.
+  // By number of slots, 1 to 7. toLeft[0] is how many of its eight slots a wide node of its own
+  // gives to the left side; toLeft[i] is 0 where opening does not pay.
   struct Plan {
     std::array<float, kWidth> cost{};
     std::array<std::uint8_t, kWidth> toLeft{};
