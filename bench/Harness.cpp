@@ -28,14 +28,14 @@ std::vector<Row>& rows() {
   return all;
 }
 
-/// Nanoseconds an iteration, one for each repetition, by the benchmark's name without what the
-/// library adds to it.
+// Nanoseconds an iteration, one for each repetition, by the benchmark's name without what the
+// library adds to it.
 std::map<std::string, std::vector<double>>& times() {
   static std::map<std::string, std::vector<double>> all;
   return all;
 }
 
-/// The usual screen output, of the medians alone, and the times of all repetitions.
+// The usual screen output, of the medians alone, and the times of all repetitions.
 class Reporter : public benchmark::ConsoleReporter {
  public:
   Reporter() : ConsoleReporter(OO_Tabular) {}
@@ -61,7 +61,7 @@ class Reporter : public benchmark::ConsoleReporter {
   }
 };
 
-/// Prints the table and gives it as JSON.
+// Prints the table and gives it as JSON.
 nlohmann::ordered_json compare() {
   nlohmann::ordered_json table = nlohmann::ordered_json::array();
   bool isFirst = true;

@@ -91,7 +91,8 @@ class OVO_API Prim {
   /// there already comes back as it is when its type fits, and not valid when it does not.
   ///
   /// \param type a type word of scene files: `float`, `point3f[]`, `token` ...
-  /// \return not valid when the name or the type is none, or the prim lies inside an instance
+  /// \return not valid when the name is not one, the type is unknown, or the prim lies inside an
+  ///         instance
   Attribute createAttr(const Token& name, const Token& type) const;
   Attribute createAttr(const Token& name, const char* type) const {
     return createAttr(name, Token(type));

@@ -187,7 +187,7 @@ Collector::~Collector() {
   tlsProblems = previous_;
 }
 
-/// The file system, with a look at every text before it is parsed.
+// The file system, with a look at every text before it is parsed.
 class SceneResolver : public pxr::ArDefaultResolver {
  protected:
   std::shared_ptr<pxr::ArAsset> _OpenAsset(const pxr::ArResolvedPath& path) const override {

@@ -81,11 +81,11 @@ void subdivide(const Request& request, std::string& why) {
 
   // The points of the mesh come first, and stay in their order.
   const MeshTessellateContext& context = request.context;
-  Array<int> places;
-  if (context.placesOfPoints) {
-    places.assign(input.pointOf.begin(), input.pointOf.end());
+  Array<int> refinedPointOf;
+  if (context.refinedPointOf) {
+    refinedPointOf.assign(input.pointOf.begin(), input.pointOf.end());
     if (!out.kept.empty())
-      for (int& p : places)
+      for (int& p : refinedPointOf)
         if (p >= 0) p = out.kept[at(p)];
   }
 
@@ -95,7 +95,7 @@ void subdivide(const Request& request, std::string& why) {
   *context.faceVertPointIndices = std::move(out.indices);
   for (PointData& data : input.perPoint) *data.target = std::move(data.result);
   if (context.sourceFaces) *context.sourceFaces = std::move(out.sourceFaces);
-  if (context.placesOfPoints) *context.placesOfPoints = std::move(places);
+  if (context.refinedPointOf) *context.refinedPointOf = std::move(refinedPointOf);
 }
 
 }  // namespace

@@ -73,9 +73,9 @@ struct MeshTessellateContext {
   std::vector<Array<tarn::Vec3f>*> pointVec3s, linearPointVec3s;
   /// Set to the face that each refined face comes from. Null where nobody asks.
   Array<int>* sourceFaces = nullptr;
-  /// Set to the index among the refined points of each given point, -1 where it does not come out.
-  /// Null where nobody asks.
-  Array<int>* placesOfPoints = nullptr;
+  /// Set to the index that each given point has among the refined points; -1 for a point that is
+  /// not among them. Null where nobody asks.
+  Array<int>* refinedPointOf = nullptr;
 };
 
 /// Refines a mesh `toLevel - fromLevel` times.

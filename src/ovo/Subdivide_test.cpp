@@ -62,7 +62,7 @@ struct P {
 };
 
 // The whole mesh through OpenSubdiv at once and in double: the corners of the refined faces in
-// order, and at the base points their places on the limit surface.
+// order, and the positions of the base points on the limit surface.
 struct Oracle {
   std::vector<Vec3d> corners, limits;
   int points = 0, faces = 0;
@@ -511,13 +511,13 @@ TEST(SubdivideUniform, RefinedFacesAndPointsAreTracedBackToWhatTheyComeFrom) {
   args.holeIndices = {2};
   for (int levels = 1; levels <= 3; ++levels) {
     Mesh refined = mesh;
-    ovo::Array<int> sources, places;
+    ovo::Array<int> sources, refinedPoint;
     ovo::MeshTessellateContext context;
     context.vertsPerFace = &refined.counts;
     context.faceVertPointIndices = &refined.indices;
     context.points = &refined.points;
     context.sourceFaces = &sources;
-    context.placesOfPoints = &places;
+    context.refinedPointOf = &refinedPoint;
     ASSERT_TRUE(ovo::subdivideUniform(args, 5, 18, 11, 0, levels, context));
 
     // In the order of the faces, as many of each as its corners times four to the levels less one.
@@ -529,15 +529,15 @@ TEST(SubdivideUniform, RefinedFacesAndPointsAreTracedBackToWhatTheyComeFrom) {
 
     // Every point that comes out lies where the child of that corner lies: the first refined face
     // of a corner has it.
-    ASSERT_EQ(places.size(), 11u);
+    ASSERT_EQ(refinedPoint.size(), 11u);
     int next = 0;
     for (std::size_t p = 0; p < 11; ++p) {
       const bool isOut = p != 0 && p != 2;
-      EXPECT_EQ(places[p], isOut ? next++ : -1) << p;
+      EXPECT_EQ(refinedPoint[p], isOut ? next++ : -1) << p;
     }
     const std::size_t firstQuad = static_cast<std::size_t>(3) << (2 * (levels - 1));
-    EXPECT_EQ(refined.indices[0], places[3]);
-    EXPECT_EQ(refined.indices[firstQuad * 4], places[4]);
+    EXPECT_EQ(refined.indices[0], refinedPoint[3]);
+    EXPECT_EQ(refined.indices[firstQuad * 4], refinedPoint[4]);
   }
 }
 

@@ -11,7 +11,7 @@
 
 namespace {
 
-/// What each operation gives for three arrays of N values.
+// What each operation gives for three arrays of N values.
 template <std::size_t N>
 struct Results {
   using Floats = float[N];
@@ -42,7 +42,7 @@ struct Results {
   unsigned maskThere, maskBack;
 };
 
-/// For four floats: what each operation across lanes gives.
+// For four floats: what each operation across lanes gives.
 struct AcrossResults {
   float shuffled[4], interleaved[8], three[4], two[2], upperTwo[2], twos[4], threes[12],
       transposed[16], four[4], first, single;
@@ -60,8 +60,8 @@ namespace {
 constexpr float kInf = std::numeric_limits<float>::infinity();
 constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
 
-/// What breaks vector code: zeros of both signs, denormals, the ends of the range, infinities, NaN
-/// of both signs, what lies in the middle between two floats or two integers.
+// What breaks vector code: zeros of both signs, denormals, the ends of the range, infinities, NaN
+// of both signs, what lies in the middle between two floats or two integers.
 const std::vector<double> kHostile = {0.0,
                                       -0.0,
                                       1.0,
@@ -115,7 +115,7 @@ class Lanes : public testing::Test {
   }
 };
 
-/// The same bits; any NaN stands for any other.
+// The same bits; any NaN stands for any other.
 bool same(float a, float b) {
   return (std::isnan(a) && std::isnan(b)) || std::memcmp(&a, &b, sizeof a) == 0;
 }
@@ -132,7 +132,7 @@ To bitsAs(const From& from) {
   return to;
 }
 
-/// The operands of one lane.
+// The operands of one lane.
 struct Operands {
   float fa, fb;
   double da, db;
@@ -144,7 +144,7 @@ void expectLane(bool isSame, const char* what, const Operands& of) {
                       << "; " << of.ia << ", " << of.ib;
 }
 
-/// Each lane against the operation on single values.
+// Each lane against the operation on single values.
 #define EXPECT_LANES(expected, result)                                   \
   for (std::size_t k = 0; k < N; ++k)                                    \
     expectLane(same(decltype(+result[k])(expected), result[k]), #result, \

@@ -127,7 +127,7 @@ class Meshes(unittest.TestCase):
             "folded face": (1, 0),
             "face that names a point twice": (2, 3),
             "edge along which two faces run the same way": (1, 1),
-            "point that is no number": (1, 7),
+            "point that is not finite": (1, 7),
             "primvar whose count does not fit its interpolation": (1, 0)})
         done = self.vela("mesh", file)
         self.assertEqual(done.returncode, 1)

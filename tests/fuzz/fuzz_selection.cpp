@@ -17,7 +17,7 @@ void require(bool holds, const char* what) {
   std::abort();
 }
 
-/// Denormals have fewer than the six digits that the text carries.
+// Denormals have fewer than the six digits that the text carries.
 bool survivesText(const vela_test::ReferenceSelection& selection) {
   for (const auto& [path, object] : selection) {
     if (path.isEmpty()) return false;

@@ -62,7 +62,7 @@ class Parser {
   }
   void flag(const std::string& names, bool& value) { app_.add_flag(names, value); }
 
-  /// \return false when help was asked for
+  // \return false when help was asked for
   bool parse(int count, char** arguments) {
     try {
       // CLI11 takes arguments in reverse.
@@ -79,7 +79,7 @@ class Parser {
   }
 
   [[nodiscard]] const std::string& file() const { return file_; }
-  /// How often an option was given.
+  // How often an option was given.
   [[nodiscard]] std::size_t count(const std::string& name) const { return app_.count(name); }
 
  private:

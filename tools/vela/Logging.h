@@ -11,7 +11,7 @@ namespace command {
 /// the library's own default path is another system's.
 ///
 /// To be called before anything is logged.
-/// \throws Failure (usage) for a level that is none, an option without its value, or a file that is
+/// \throws Failure (usage) for an unknown level, an option without its value, or a file that is
 /// also read or written, is named like a scene, or is a pipe that nobody reads
 void setUpLog(int& count, char** arguments);
 

@@ -46,10 +46,10 @@ class OutputFile {
   void writeThrough();
   friend void noteInput(const std::string& file);
 
-  std::string final_;      ///< as it was given
-  std::string target_;     ///< what is replaced: absolute, without links; empty to write through
-  std::string temporary_;  ///< absolute
-  int handle_ = -1;        ///< of the temporary file, locked while this lives
+  std::string final_;      // as it was given
+  std::string target_;     // what is replaced: absolute, without links; empty to write through
+  std::string temporary_;  // absolute
+  int handle_ = -1;        // of the temporary file, locked while this lives
   bool committed_ = false;
 };
 

@@ -28,7 +28,7 @@ namespace command {
 [[nodiscard]] vela::scene::Extent findExtent(const vela::scene::MeshList& list);
 
 /// The view that the options ask for. A camera that is passed over is said on standard error.
-/// \throws Failure when the named camera is none or cannot be used, or the lens is none
+/// \throws Failure when no camera has the name, or the camera or the lens cannot be used
 [[nodiscard]] vela::scene::View makeView(const ovo::Stage& stage, const SceneOptions& options,
                                          const vela::scene::Extent& extent);
 

@@ -29,7 +29,7 @@ using vela::RayContext;
 using Kernel = void (*)(const vela::detail::RayBatch&);
 using AspectKernel = void (*)(const vela::detail::RayBatch&, float aspect);
 
-/// The kernels of one instruction set, in the order of the lenses.
+// The kernels of one instruction set, in the order of the lenses.
 struct Set {
   const char* name;
   Kernel perspective, orthographic, cylindrical;
@@ -51,7 +51,7 @@ struct Set {
         vela::detail::set::cylindricalRays, vela::detail::set::sphericalRays       \
   }
 
-/// Those that this processor runs.
+// Those that this processor runs.
 std::vector<Set> sets() {
   std::vector<Set> all{VELA_RAY_KERNELS(plain)};
 #if TARN_LANES_HAVE_SSE2
@@ -61,7 +61,7 @@ std::vector<Set> sets() {
   return all;
 }
 
-/// The same bits; any NaN stands for any other.
+// The same bits; any NaN stands for any other.
 bool same(float a, float b) {
   return (std::isnan(a) && std::isnan(b)) || std::memcmp(&a, &b, sizeof a) == 0;
 }
@@ -85,8 +85,8 @@ class RayKernels : public testing::TestWithParam<LensProjection> {
   }
   unsigned choice(unsigned count) { return static_cast<unsigned>(random_() % count); }
 
-  /// Coordinates of every kind: in and around the picture, on its edges, tiny, huge, any bits at
-  /// all.
+  // Coordinates of every kind: in and around the picture, on its edges, tiny, huge, any bits at
+  // all.
   float coordinate() {
     static const float odd[] = {0.0f,
                                 -0.0f,

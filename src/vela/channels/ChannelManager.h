@@ -145,9 +145,9 @@ class VELA_API ChannelManager {
   [[nodiscard]] LayerAlias* rgbLayer() const noexcept { return rgbLayer_; }
   [[nodiscard]] LayerAlias* rgbaLayer() const noexcept { return rgbaLayer_; }
   [[nodiscard]] LayerAlias* alphaLayer() const noexcept { return alphaLayer_; }
-  /// Does `a` sort before `b`? Components come before what is none, the higher component first;
-  /// what is none goes by name; an unassigned `b` comes after everything, an unassigned `a` only
-  /// before an unassigned `b`.
+  /// Does `a` sort before `b`? Channels with a component come first, the higher component before
+  /// the lower; the others follow by name. An unassigned `b` comes after everything, an unassigned
+  /// `a` only before an unassigned `b`.
   [[nodiscard]] bool compareChannels(Channel a, Channel b) const;
   /// Prints the whole registry to the process's standard output; the stream is not used.
   /// \param prefix  begins each line; null counts as empty

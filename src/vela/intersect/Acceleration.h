@@ -1,5 +1,5 @@
 /// \file
-/// The base of every structure over a model, and the structure that is none.
+/// The base of every structure over a model, and the one that asks each primitive in turn.
 ///
 /// Holds for every structure: it keeps a reference to its model, which must outlive it, and looks
 /// at the model's sizes and boxes once, when it is made. Afterwards it is read-only: any number of

@@ -144,9 +144,9 @@ class VELA_API TriangleAccelerationModel : public AccelerationModel {
   struct Triangle {
     int a, b, c, face;
   };
-  /// True when every ray finds the same in both: equal points and triangles, bit by bit.
+  // True when every ray finds the same in both: equal points and triangles, bit by bit.
   [[nodiscard]] bool hasSameTriangles(const TriangleAccelerationModel& other) const;
-  /// Equal for models that have the same triangles; looks at some of the points only.
+  // Equal for models that have the same triangles; looks at some of the points only.
   [[nodiscard]] std::uint64_t roughHash() const;
   ovo::Array<tarn::Vec3f> points_;
   std::vector<Triangle> triangles_;

@@ -16,7 +16,7 @@ constexpr std::uint32_t kLeafSize = 3;
 constexpr std::size_t kBins = 12;
 constexpr std::size_t kStackSize = 100;
 
-/// What waits for its turn: the first 100 on the stack, the rest on the heap.
+// What waits for its turn: the first 100 on the stack, the rest on the heap.
 template <class T>
 class WaitingStack {
  public:
@@ -69,7 +69,7 @@ class Builder {
     }
   }
 
-  /// Depth first with a list of its own: extreme scenes nest thousands deep.
+  // Depth first with a list of its own: extreme scenes nest thousands deep.
   std::vector<BuildNode> build() {
     struct Run {
       std::uint32_t start, count, parent;
@@ -141,7 +141,7 @@ class Builder {
     return i - start;
   }
 
-  /// The best of the planes between 12 equal bins; false when nothing has an area to go by.
+  // The best of the planes between 12 equal bins; false when nothing has an area to go by.
   bool findPlane(std::uint32_t start, std::uint32_t count, const tarn::Box3f& centroids,
                  std::size_t axis, float& position) const {
     struct Bin {
@@ -197,8 +197,8 @@ class Builder {
   std::vector<tarn::Vec3f> centers_;
 };
 
-/// An interior node as queries read it: both children's boxes in one cache line, so that a visit
-/// costs one miss instead of two.
+// An interior node as queries read it: both children's boxes in one cache line, so that a visit
+// costs one miss instead of two.
 struct alignas(64) Pair {
   float side[3][4];        ///< by axis: minimum of left and right, maximum of left and right
   std::uint32_t child[2];  ///< number of a pair; or leafBit and the start of a run
@@ -206,12 +206,12 @@ struct alignas(64) Pair {
 };
 static_assert(sizeof(Pair) == 64);
 
-/// Marks the last of a run in the order of primitives, whose numbers stay below 2^28.
+// Marks the last of a run in the order of primitives, whose numbers stay below 2^28.
 constexpr std::uint32_t kLastOfRun = 0x80000000u;
 
-/// One ray against boxes, by slabs with precomputed reciprocals. max and min keep the first operand
-/// when the second is NaN (0 times infinity, for an origin in a face that the ray runs
-/// along), so that such a ray enters.
+// One ray against boxes, by slabs with precomputed reciprocals. max and min keep the first operand
+// when the second is NaN (0 times infinity, for an origin in a face that the ray runs
+// along), so that such a ray enters.
 struct SlabTest {
   tarn::Vec3f origin, inv;
   float tMin;
@@ -223,8 +223,8 @@ struct SlabTest {
         tMin(ray.minDistance),
         neg{inv.x < 0.0f, inv.y < 0.0f, inv.z < 0.0f} {}
 
-  /// Where the ray comes in and goes out again; the range's end is left to whoever asks, since it
-  /// shrinks.
+  // Where the ray comes in and goes out again; the range's end is left to whoever asks, since it
+  // shrinks.
   void run(const tarn::Box3f& box, float& in, float& out) const {
     in = tMin;
     out = std::numeric_limits<float>::infinity();
@@ -233,7 +233,7 @@ struct SlabTest {
       out = std::min(out, ((neg[i] ? box.min[i] : box.max[i]) - origin[i]) * inv[i]);
     }
   }
-  /// The same for the two boxes of a pair.
+  // The same for the two boxes of a pair.
   void run(const Pair& pair, float (&in)[2], float (&out)[2]) const {
     using Lanes = tarn::baseline::FloatLanes<4>;
     Lanes ins = Lanes::broadcast(tMin),
@@ -253,8 +253,8 @@ struct SlabTest {
   }
 };
 
-/// A ray enters where it comes in no later than it goes out and than its range ends; an end that is
-/// NaN ends nothing.
+// A ray enters where it comes in no later than it goes out and than its range ends; an end that is
+// NaN ends nothing.
 bool enters(float in, float out, float tMax) { return !(in > std::min(tMax, out)); }
 
 }  // namespace

@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::uint32_t kMaxResolution = 64;
 
-/// Cells that a primitive touches, both ends included.
+// Cells that a primitive touches, both ends included.
 struct CellRange {
   std::uint8_t low[3], high[3];
 
@@ -39,8 +39,8 @@ struct WidePrimitive {
   CellRange range;
 };
 
-/// Adds up neighbouring bits, pairs and nibbles; the compiler's own would be a call where the
-/// instruction may be missing.
+// Adds up neighbouring bits, pairs and nibbles; the compiler's own would be a call where the
+// instruction may be missing.
 unsigned countBits(std::uint64_t bits) {
   bits -= (bits >> 1) & 0x5555555555555555u;
   bits = (bits & 0x3333333333333333u) + ((bits >> 2) & 0x3333333333333333u);
@@ -48,8 +48,8 @@ unsigned countBits(std::uint64_t bits) {
   return static_cast<unsigned>((bits * 0x0101010101010101u) >> 56);
 }
 
-/// The cell along one axis, clamped on both sides: a point a rounding error below the box belongs
-/// to cell 0. NaN gives 0. Truncation is floor here: what is below 0 is 0 anyway.
+// The cell along one axis, clamped on both sides: a point a rounding error below the box belongs
+// to cell 0. NaN gives 0. Truncation is floor here: what is below 0 is 0 anyway.
 std::uint32_t cellAlong(float distanceFromMin, float cellSize, std::uint32_t resolution) {
   const std::uint32_t last = resolution - 1;
   const float cell = distanceFromMin / cellSize;
@@ -59,9 +59,9 @@ std::uint32_t cellAlong(float distanceFromMin, float cellSize, std::uint32_t res
 
 }  // namespace
 
-/// The lists. Cells are numbered with a border of one cell on every side, so that "leaves the grid"
-/// and "has a list" are one bit to look at in each step of a walk; an occupied cell's list is found
-/// by its rank among the occupied ones.
+// The lists. Cells are numbered with a border of one cell on every side, so that "leaves the grid"
+// and "has a list" are one bit to look at in each step of a walk; an occupied cell's list is found
+// by its rank among the occupied ones.
 struct GridAcceleration::Cells {
   struct Rank {
     std::uint64_t occupied = 0;
@@ -70,13 +70,13 @@ struct GridAcceleration::Cells {
   std::size_t strideY = 0, strideZ = 0;
   std::vector<std::uint64_t> stops;  ///< a bit a cell: occupied or border
   std::vector<Rank> ranks;           ///< one for each 64 cells
-  /// List of rank r: primitives[start[r] .. start[r + 1]), in increasing order; of blocks instead
-  /// of primitives when the model is a list of triangles.
+  // List of rank r: primitives[start[r] .. start[r + 1]), in increasing order; of blocks instead
+  // of primitives when the model is a list of triangles.
   std::vector<std::uint32_t> start;
   std::vector<std::uint32_t> primitives;
   std::vector<detail::TriangleBlock> blocks;
   detail::TestTriangleBlocks testBlocks = nullptr;
-  /// Primitives over so many cells that lists would outgrow memory are kept once, with their cells.
+  // Primitives over so many cells that lists would outgrow memory are kept once, with their cells.
   std::vector<WidePrimitive> wide;
 
   [[nodiscard]] std::size_t number(std::uint32_t x, std::uint32_t y, std::uint32_t z) const {
@@ -93,7 +93,7 @@ struct GridAcceleration::Cells {
     return rank.before + countBits(rank.occupied & ((std::uint64_t{1} << (cell & 63)) - 1));
   }
 
-  /// Calls `test` for every primitive of a cell in increasing order, until it returns true.
+  // Calls `test` for every primitive of a cell in increasing order, until it returns true.
   template <class Test>
   void forEachPrimitive(std::size_t cell, Test test) const {
     const std::size_t rank = rankOf(cell);

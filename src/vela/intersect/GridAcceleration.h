@@ -59,7 +59,7 @@ class VELA_API GridAcceleration : public Acceleration {
   std::array<std::uint32_t, 3> resolution_{};
   tarn::Vec3f cellSize_;
   tarn::Box3f box_;
-  std::unique_ptr<const Cells> cells_;  ///< null when the grid is empty
+  std::unique_ptr<const Cells> cells_;  // null when the grid is empty
 };
 
 }  // namespace vela

@@ -26,7 +26,7 @@ std::array<std::uint32_t, 3> cells(std::uint32_t x, std::uint32_t y, std::uint32
   return {x, y, z};
 }
 
-/// Boxes and answers as the test wants them.
+// Boxes and answers as the test wants them.
 struct FakeModel : AccelerationModel {
   std::vector<Box3f> boxes;
   Box3f all;
@@ -253,7 +253,7 @@ TEST(Grid, ResolutionIsThatOfThePlainRule) {
   }
 }
 
-/// Triangles that the grid has to ask one by one, because they might answer differently.
+// Triangles that the grid has to ask one by one, because they might answer differently.
 struct AskedTriangles : TriangleAccelerationModel {
   using TriangleAccelerationModel::TriangleAccelerationModel;
 };

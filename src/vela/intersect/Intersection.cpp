@@ -13,12 +13,12 @@ namespace {
 constexpr double kDoubleEpsilon = std::numeric_limits<double>::epsilon();
 constexpr float kFloatEpsilon = std::numeric_limits<float>::epsilon();
 
-/// Which sides of a triangle count.
+// Which sides of a triangle count.
 enum class Sides { both, front, back };
 
 tarn::Vec3d widened(const tarn::Vec3f& v) { return tarn::Vec3d(v); }
 
-/// What the ray differentials take from the main test.
+// What the ray differentials take from the main test.
 struct Solved {
   tarn::Vec3f e1, e2;
   tarn::Vec3d s;
@@ -62,8 +62,8 @@ bool solve(Sides sides, const tarn::Vec3d& meshOrigin, const tarn::Vec3f& a, con
   return true;
 }
 
-/// Where the ray along `direction` meets the plane. Unguarded: along the plane it gives infinities
-/// or NaN.
+// Where the ray along `direction` meets the plane. Unguarded: along the plane it gives infinities
+// or NaN.
 tarn::Vec2f differential(const Solved& solved, const tarn::Vec3f& direction) {
   const tarn::Vec3f p = tarn::cross(direction, solved.e2);
   const double inv = 1.0 / static_cast<double>(tarn::dot(solved.e1, p));

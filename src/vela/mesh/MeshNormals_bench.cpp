@@ -40,7 +40,7 @@ const SampleMesh& million() {
   return grid;
 }
 
-/// \param range  whether all faces are said to be quads; whether the array is fresh each time
+// \param range  whether all faces are said to be quads; whether the array is fresh each time
 void pointNormals(benchmark::State& state) {
   ovo::Array<Vec3f> kept(million().points.size());
   for (auto _ : state) {
@@ -49,7 +49,7 @@ void pointNormals(benchmark::State& state) {
   }
 }
 
-/// \param range  as above
+// \param range  as above
 void bytes(benchmark::State& state) {
   const std::size_t count = million().points.size();
   std::vector<Vec3f> kept(count);

@@ -23,7 +23,7 @@ static AnyBlocks bestEarTest() { return TARN_LANES_WIDEST(anyBlocks); }
 
 namespace {
 
-/// `count` elements, on the stack for the polygons that occur (most have under 32 corners).
+// `count` elements, on the stack for the polygons that occur (most have under 32 corners).
 template <class T>
 class Scratch {
  public:
@@ -57,9 +57,9 @@ void emit(std::vector<int>& triangles, int a, int b, int c) {
 
 // ---- Exact signs
 
-/// Adds one term to a sum of doubles kept as non-overlapping parts, smallest first, so that nothing
-/// is ever rounded away. 64 parts are beyond what the exponent range of products of floats can fill
-/// (about 12).
+// Adds one term to a sum of doubles kept as non-overlapping parts, smallest first, so that nothing
+// is ever rounded away. 64 parts are beyond what the exponent range of products of floats can fill
+// (about 12).
 struct ExactSum {
   double part[64];
   int size = 0;
@@ -81,8 +81,8 @@ struct ExactSum {
   [[nodiscard]] int sign() const { return size == 0 ? 0 : part[size - 1] > 0.0 ? 1 : -1; }
 };
 
-/// Sign of the area of a, b, c: 1 when they turn left. A product of two floats is exact in double,
-/// so six of them tell all.
+// Sign of the area of a, b, c: 1 when they turn left. A product of two floats is exact in double,
+// so six of them tell all.
 int orientationExact(const Point2& a, const Point2& b, const Point2& c) {
   const double ax = static_cast<double>(a.x), ay = static_cast<double>(a.y);
   const double bx = static_cast<double>(b.x), by = static_cast<double>(b.y);
@@ -108,15 +108,15 @@ int orientation(const Point2& a, const Point2& b, const Point2& c) {
 
 // ---- The exact clipper
 
-/// Cuts ears off one projected polygon.
-///
-/// What carries it: the signed indicators of the triangles always add up to the winding number, so
-/// as long as no triangle is turned over, a polygon that winds at most once around any point is
-/// covered exactly once. Cutting a corner of no area never changes a winding number. A simple
-/// polygon has an ear with nothing else in its closed triangle. A polygon that touches itself is
-/// the limit of simple ones; the ears of those end as corners of no area or as triangles that no
-/// edge enters. So one of the steps below applies until a polygon is used up, unless it truly
-/// crosses itself.
+// Cuts ears off one projected polygon.
+//
+// What carries it: the signed indicators of the triangles always add up to the winding number, so
+// as long as no triangle is turned over, a polygon that winds at most once around any point is
+// covered exactly once. Cutting a corner of no area never changes a winding number. A simple
+// polygon has an ear with nothing else in its closed triangle. A polygon that touches itself is
+// the limit of simple ones; the ears of those end as corners of no area or as triangles that no
+// edge enters. So one of the steps below applies until a polygon is used up, unless it truly
+// crosses itself.
 class Clipper {
  public:
   Clipper(const Point2* points, int count, int side, std::vector<int>& triangles)
@@ -188,8 +188,8 @@ class Clipper {
     }
   }
 
-  /// For three corners on a line: true when c is strictly between the two others. False for
-  /// coinciding corners and spikes.
+  // For three corners on a line: true when c is strictly between the two others. False for
+  // coinciding corners and spikes.
   bool liesBetween(int c, int p, int n) const {
     const Point2 &a = points_[p], &b = points_[c], &d = points_[n];
     return (a.x < b.x && b.x < d.x) || (d.x < b.x && b.x < a.x) || (a.y < b.y && b.y < d.y) ||
@@ -212,7 +212,7 @@ class Clipper {
     return orientation_(p, c, q) >= 0 && orientation_(c, n, q) >= 0 && orientation_(n, p, q) >= 0;
   }
 
-  /// No other corner in the closed triangle.
+  // No other corner in the closed triangle.
   bool isEar(int p, int c, int n) const {
     const Extent box = extent(p, c, n);
     const auto blocks = [&](int q) {
@@ -242,7 +242,7 @@ class Clipper {
     }
   }
 
-  /// Some remaining edge passes through the open triangle.
+  // Some remaining edge passes through the open triangle.
   bool anyEdgeEnters(int p, int c, int n) const {
     const Extent box = extent(p, c, n);
     for (int a = n; a != p; a = next_[a]) {
@@ -269,7 +269,7 @@ class Clipper {
     int before = -1, after = -1;
   };
 
-  /// Monotone in both coordinates, which is all the search rests on.
+  // Monotone in both coordinates, which is all the search rests on.
   std::uint32_t code(const Point2& q) const {
     const auto spread = [](double v) {
       std::uint32_t x = static_cast<std::uint32_t>(v);
@@ -320,7 +320,7 @@ class Clipper {
   std::vector<int>& triangles_;
 };
 
-/// Sign of the area of the whole polygon.
+// Sign of the area of the whole polygon.
 int windingSign(const Point2* points, int count) {
   // Sum about the first corner; each term carries a few roundings, the sum one more a term.
   double area = 0.0, magnitude = 0.0;
@@ -346,7 +346,7 @@ int windingSign(const Point2* points, int count) {
   return sum.sign();
 }
 
-/// Fills the projected corners; false when a coordinate is not finite.
+// Fills the projected corners; false when a coordinate is not finite.
 bool projectAlongWidestAxis(const tarn::Vec3f* points, const int* indices, int count,
                             Scratch<Point2>& flat) {
   // In double: sizes from 1e-38 to 1e38 neither vanish nor overflow when squared. The vector is
@@ -363,7 +363,7 @@ bool projectAlongWidestAxis(const tarn::Vec3f* points, const int* indices, int c
   return true;
 }
 
-/// Four corners by either diagonal; the one from corner 0 unless only the other is right.
+// Four corners by either diagonal; the one from corner 0 unless only the other is right.
 void cutQuad(const Scratch<Point2>& flat, int side, std::vector<int>& triangles) {
   const int o012 = side * orientation(flat[0], flat[1], flat[2]),
             o023 = side * orientation(flat[0], flat[2], flat[3]);
@@ -382,7 +382,7 @@ void cutQuad(const Scratch<Point2>& flat, int side, std::vector<int>& triangles)
 
 // ---- Ears with a tolerance
 
-/// The corners of a polygon in its plane, with room for whole blocks.
+// The corners of a polygon in its plane, with room for whole blocks.
 struct Corners {
   Scratch<float> x, y;
 
@@ -390,9 +390,9 @@ struct Corners {
   Point2 operator[](int i) const { return {x[i], y[i]}; }
 };
 
-/// The corners that are left, a block of eight at a time: whether any of them blocks an ear does
-/// not depend on their order. An ear's own corners may be among them: for each of them one of the
-/// products is exactly 0. Corners that are gone are NaN, which blocks nothing.
+// The corners that are left, a block of eight at a time: whether any of them blocks an ear does
+// not depend on their order. An ear's own corners may be among them: for each of them one of the
+// products is exactly 0. Corners that are gone are NaN, which blocks nothing.
 class Remaining {
  public:
   static constexpr int kFrom = 24;  ///< below, walking from corner to corner is as fast
@@ -453,7 +453,7 @@ class Remaining {
   detail::AnyBlocks anyBlocks_;
 };
 
-/// The same for few corners: a bit for each that is left.
+// The same for few corners: a bit for each that is left.
 class FewRemaining {
  public:
   FewRemaining(const Corners& flat, int count) : flat_(flat), left_((1u << count) - 1) {}
@@ -472,12 +472,12 @@ class FewRemaining {
 };
 static_assert(Remaining::kFrom <= 32, "a bit a corner");
 
-/// Cuts ears, one corner after the other around the polygon.
-///
-/// \param area  of the polygon, with its sign
-/// \param left  the corners that may block an ear
-/// \param out   room for three numbers a triangle
-/// \return the end of what was written
+// Cuts ears, one corner after the other around the polygon.
+//
+// \param area  of the polygon, with its sign
+// \param left  the corners that may block an ear
+// \param out   room for three numbers a triangle
+// \return the end of what was written
 template <class Left>
 int* cutEars(const Corners& flat, int count, float area, Left&& left, int* out) {
   Scratch<int> next(static_cast<std::size_t>(count));

@@ -52,7 +52,7 @@ Polygon make(Shape shape, int corners) {
   return made;
 }
 
-/// \param range  shape, corners
+// \param range  shape, corners
 Polygon make(benchmark::State& state) {
   state.SetLabel(std::array<const char*, 3>{
       "convex", "star", "random radius"}[static_cast<std::size_t>(state.range(0))]);
@@ -109,7 +109,7 @@ VELA_POLYGONS(exact);
 VELA_POLYGONS(earcut);
 VELA_POLYGONS(earcutFresh);
 
-/// A row for each case.
+// A row for each case.
 const bool kRatios = [] {
   const char* const shapes[] = {"convex", "star", "random"};
   for (const int shape : {kConvex, kStar, kRandom})

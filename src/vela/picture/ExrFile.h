@@ -19,9 +19,9 @@ namespace vela::picture {
 ///                another name and renames
 /// \param threads compress rows at the same time; the bytes do not depend on their number
 /// \param error   why it failed, without the file's name; else untouched
-/// \return false when the file cannot be written, or when the picture is none that a file could
-///         hold: without pixels or layers, with a layer whose values are too few, with the same
-///         channel or attribute twice
+/// \return false when the file cannot be written, or when no file can hold the picture: one without
+///         pixels or layers, with a layer whose values are too few, with the same channel or
+///         attribute twice
 ///
 /// \code
 ///   vela::picture::Picture picture;

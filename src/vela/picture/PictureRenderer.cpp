@@ -17,7 +17,7 @@ namespace vela::picture {
 
 namespace detail {
 
-/// What a renderer holds. Later members refer to earlier ones, so that it never moves.
+// What a renderer holds. Later members refer to earlier ones, so that it never moves.
 struct OpenPicture {
   LayerChoice layers;
   scene::MeshList meshes;
@@ -52,7 +52,7 @@ std::string outside(int value, int low, int high) {
          std::to_string(high);
 }
 
-// The first option that no picture can be made with; its kind is none when there is no such.
+// The first option that no picture can be made with; Kind::none when all are usable.
 Problem findBadOption(const RenderOptions& options) {
   const auto isOutside = [](int value, int low, int high) { return value < low || value > high; };
   const auto bad = [](const char* option, const std::string& reason) {
@@ -72,8 +72,8 @@ Problem findBadOption(const RenderOptions& options) {
   return {};
 }
 
-// Frame numbers seed the samples; a time that is none, or beyond all numbering, counts as its
-// nearest.
+// Frame numbers seed the samples. Times beyond a thousand million count as that, the default time
+// as 0.
 int frameOf(double time) {
   if (!std::isfinite(time)) return 0;
   return static_cast<int>(std::lround(std::clamp(time, -1e9, 1e9)));

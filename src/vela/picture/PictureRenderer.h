@@ -112,7 +112,7 @@ class VELA_PICTURE_API PictureRenderer {
   [[nodiscard]] std::optional<Picture> render(const Tile& tile, const scene::Work& work = {}) const;
 
   /// Renders a rectangle into its place in a picture that makePicture() made.
-  /// \return false when the work was stopped, or when the picture is none of this renderer's
+  /// \return false when the work was stopped, or when the picture was not made by this renderer
   bool render(const Tile& tile, Picture& picture, const scene::Work& work = {}) const;
 
   /// Renders everything.

@@ -119,7 +119,7 @@ TEST(PictureRenderer, TilesOnDemandMakeTheBytesOfTheWholePicture) {
     }
   }
 
-  // In their places, last one first.
+  // Each written where it belongs, the last one first.
   Picture pieces = renderer->makePicture();
   EXPECT_TRUE(renderer->render({0, 20, 70, 45}, pieces));
   EXPECT_TRUE(renderer->render({33, 0, 70, 20}, pieces));

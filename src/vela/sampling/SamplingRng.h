@@ -94,7 +94,7 @@ class VELA_API SamplingRng {
   static constexpr std::int32_t kTableSize = 32;
   static constexpr std::int32_t kTableDivisor = 1 + (kModulus - 1) / kTableSize;
 
-  /// a * s modulo 2^31 - 1, for factors in [1, 2^31 - 2].
+  // a * s modulo 2^31 - 1, for factors in [1, 2^31 - 2].
   static std::int32_t multiply(std::int32_t a, std::int32_t s);
 
   std::int32_t state_;

@@ -204,7 +204,7 @@ const char* describe(MeshDefect::Kind kind) {
     case Kind::foldedFace: return "folded face";
     case Kind::flatFace: return "face without area";
     case Kind::sameWayEdge: return "edge along which two faces run the same way";
-    case Kind::badPoint: return "point that is no number";
+    case Kind::badPoint: return "point that is not finite";
     case Kind::unusedPoint: return "unused point";
     case Kind::primvarCount: return "primvar whose count does not fit its interpolation";
   }

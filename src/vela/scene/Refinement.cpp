@@ -58,7 +58,8 @@ Problem tooManyFaces(const MeshList& list, int level) {
   return problem;
 }
 
-// Colours by their interpolation, ready to be carried; what fits no interpolation is none.
+// Colours by their interpolation, ready to be carried. Empty when there are fewer of them than the
+// interpolation needs.
 struct Colours {
   ovo::Array<Vec3f> values;
   ovo::Token interpolation;
@@ -94,7 +95,7 @@ bool refine(Shape& shape, double time, int level, std::string& why) {
   context.faceVertPointIndices = &shape.indices;
   context.points = &shape.points;
   context.sourceFaces = &made->sourceFaces;
-  context.placesOfPoints = &made->refinedPointOf;
+  context.refinedPointOf = &made->refinedPointOf;
   Colours colours = coloursOf(shape, time);
   if (colours.interpolation == names.vertex) context.pointVec3s.push_back(&colours.values);
   if (colours.interpolation == names.varying) context.linearPointVec3s.push_back(&colours.values);

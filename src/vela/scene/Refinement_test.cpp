@@ -385,13 +385,13 @@ TEST(Refine, SelectedPointsAndFacesAreThoseOfTheScene) {
   // not have it.
   const std::vector<float> weights = {0, 0, 0, 1};
   surface.setSelection(false, {}, weights);
-  const int* places = refined.shape().refinement->refinedPointOf.cdata();
+  const int* refinedPointOf = refined.shape().refinement->refinedPointOf.cdata();
   const Refined flat(cubeText("", "bilinear"), 3);
   forEachCorner(refined.shape(), [&](int face, std::size_t c, const Vec3f& p) {
     const Vec3f& onCube = flat.shape().points.view()[flat.shape().indices.view()[c]];
     const float wanted = (1 + onCube.x) / 2 * (1 + onCube.y) / 2 * (1 + onCube.z) / 2;
     ASSERT_NEAR(surface.selection({face, p}), wanted, 1e-6f);
-    if (refined.shape().indices.view()[c] == places[3]) {
+    if (refined.shape().indices.view()[c] == refinedPointOf[3]) {
       ASSERT_EQ(surface.selection({face, p}), 1.0f);
     }
   });

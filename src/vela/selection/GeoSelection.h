@@ -203,7 +203,7 @@ class VELA_API GeoSelection {
   bool deserialize(std::istream& in, std::string* error);
 
  private:
-  /// Throws the status away.
+  // Throws the status away.
   void setPrimSelectionStatusDirty();
 
   Entries entries_;

@@ -51,18 +51,18 @@ class TextReader {
   static constexpr int kEnd = -1;
 
   [[nodiscard]] bool isGood() const { return state_ == std::ios_base::goodbit; }
-  /// Skips blanks; false when nothing may be read or nothing is left.
+  // Skips blanks; false when nothing may be read or nothing is left.
   bool begin();
-  /// The next character without taking it, or kEnd.
+  // The next character without taking it, or kEnd.
   int peek() { return next_ != end_ ? static_cast<unsigned char>(*next_) : refill(); }
   void take() { ++next_; }
   int refill();
-  /// Makes the stream's buffer agree with what was taken.
+  // Makes the stream's buffer agree with what was taken.
   void commit();
   [[nodiscard]] std::uint64_t taken() const {
     return takenBefore_ + static_cast<std::uint64_t>(next_ - first_);
   }
-  /// Sign and digits; false when there was no digit or the magnitude does not fit.
+  // Sign and digits; false when there was no digit or the magnitude does not fit.
   bool integer(bool& negative, std::uint64_t& magnitude, bool& anyDigit);
 
   std::istream& in_;

@@ -31,7 +31,7 @@ class TextWriter {
   static constexpr std::size_t kCapacity = std::size_t{1} << 16;
   static constexpr std::size_t kLongestNumber = 32;
 
-  /// At least kLongestNumber bytes of room.
+  // At least kLongestNumber bytes of room.
   char* roomForNumber() {
     if (kCapacity - size_ < kLongestNumber) flush();
     return buffer_ + size_;
