@@ -89,7 +89,7 @@ class Channels(unittest.TestCase):
         for arguments in (["--name"], ["extra"], ["--nmae", "x"], ["--name", "a", "--name", "b"]):
             done = run(*arguments)
             self.assertEqual((done.returncode, done.stdout), (2, ""), arguments)
-            self.assertRegex(done.stderr, r"^vela channels: error: .*; try vela channels --help\n$")
+            self.assertRegex(done.stderr, r"^vela channels: error: .*; (try|leave) .*\n$")
 
 
 if __name__ == "__main__":

@@ -104,6 +104,8 @@ def Xform "World"
 }
 """
 
+VERBS = ("render", "pick", "info", "mesh", "make", "channels", "select", "resolve", "help")
+
 
 def run(*arguments, **more):
     return subprocess.run([COMMAND, *map(str, arguments)], capture_output=True, text=True, timeout=120, **more)
@@ -136,19 +138,19 @@ class Case(unittest.TestCase):
 
 
 class Help(Case):
-    def test_every_help_is_a_screen_and_exits_with_0(self):
-        for arguments in ([], ["render"], ["pick"], ["info"], ["select"], ["channels"], ["resolve"]):
-            done = self.good(*arguments, "--help")
+    def test_every_help_fits_a_terminal_and_exits_with_0(self):
+        for verb in [None, *VERBS]:
+            done = self.good(*([verb] if verb else []), "--help")
             self.assertEqual(done.stderr, "")
-            self.assertLess(len(done.stdout.splitlines()), 50)
-            self.assertLess(max(map(len, done.stdout.splitlines())), 130)
+            self.assertLessEqual(max(map(len, done.stdout.splitlines())), 80)
+            self.assertEqual(self.good("help", *([verb] if verb else [])).stdout, done.stdout)
 
     def test_the_examples_of_the_help_work(self):
         count = 0
-        for verb in ("render", "pick", "info", "select", "channels"):
-            text = run(verb, "--help").stdout
+        for verb in VERBS:
+            text = run(verb, "--help").stdout.replace("\\\n", "")
             for line in text.split("Examples", 1)[1].splitlines():
-                if not line.strip():
+                if not line.strip() or "bal:///" in line:  # those want an asset manager, and have tests of their own
                     continue
                 words = line.split()
                 self.assertEqual(words[0], "vela")
@@ -158,17 +160,17 @@ class Help(Case):
                     words += ["--size", "64x32"] if "--size" not in words else []
                 self.good(*words, cwd=self.at)
                 count += 1
-        self.assertGreaterEqual(count, 11)
+        self.assertGreaterEqual(count, 16)
 
     def test_the_options_of_the_help_are_those_that_are_read(self):
-        for verb in ("render", "pick", "info", "select", "resolve"):
+        for verb in VERBS:
             # Examples may show other verbs too.
             options = set(re.findall(r"--[a-z-]+", run(verb, "--help").stdout.split("Examples", 1)[0])) - {"--help"}
             self.assertGreater(len(options), 0)
             for option in options:
                 # An option that is not known is complained about by name.
-                self.assertNotIn(f"not expected: {option}", run(verb, self.scene, option).stderr)
-            self.assertIn("not expected: --no-such", run(verb, self.scene, "--no-such").stderr)
+                self.assertNotIn(f"no such option: {option}", run(verb, self.scene, option).stderr)
+            self.assertIn("no such option: --no-such", run(verb, self.scene, "--no-such").stderr)
 
     def test_the_version_is_told(self):
         self.assertRegex(self.good("--version").stdout, r"^vela \d+\.\d+\.\d+\n$")
@@ -214,36 +216,40 @@ class Usage(Case):
 
 
 class BrokenInput(Case):
-    def check(self, file):
+    def check(self, file, attempt):
         for arguments in (["render", file, "-o", self.at / "out.exr"], ["pick", file, "--pixel", "0,0"], ["info", file]):
             line = self.bad(1, *arguments)
             self.assertTrue(line.startswith(f"vela {arguments[0]}: error: cannot open the scene: {file}: "), line)
-            self.assertIn("; name a .usd", line)
+            self.assertIn(f"; {attempt}", line)
+            self.assertEqual(line.count(str(file)), 1, line)
+            self.assertNotIn("pxr", line)
         self.assertNotIn("out.exr", self.names())
 
     def test_a_missing_file(self):
-        self.check(self.at / "none.usda")
+        self.check(self.at / "none.usda", "name a .usd")
+        line = self.bad(1, "info", self.at / "scne.usd")
+        self.assertTrue(line.endswith(f"there is no such file; try {self.scene}"), line)
 
     def test_an_empty_file(self):
         (self.at / "empty.usda").touch()
-        self.check(self.at / "empty.usda")
+        self.check(self.at / "empty.usda", "write it anew")
 
     def test_a_file_that_is_no_scene(self):
         (self.at / "text.usd").write_text("hello\n")
-        self.check(self.at / "text.usd")
+        self.check(self.at / "text.usd", "see what its reader complains of")
 
     def test_a_folder(self):
         (self.at / "folder.usd").mkdir()
-        self.check(self.at / "folder.usd")
+        self.check(self.at / "folder.usd", "name a .usd")
 
     def test_a_file_that_is_cut_off(self):
         (self.at / "cut.usda").write_text(SCENE[: len(SCENE) // 2])
-        self.check(self.at / "cut.usda")
+        self.check(self.at / "cut.usda", "see what its reader complains of")
 
     def test_a_text_nested_deeper_than_a_stack(self):
         deep = 20000
         (self.at / "deep.usda").write_text("#usda 1.0\n" + 'def "a" {\n' * deep + "}\n" * deep)
-        self.check(self.at / "deep.usda")
+        self.check(self.at / "deep.usda", "see what its reader complains of")
 
     def render_small(self, scene):
         return self.good("render", scene, "-o", self.at / "out.exr", "--png", self.at / "out.png", "--size", "32x18", "--samples", "1")

@@ -7,7 +7,15 @@
 namespace command {
 
 /// What the process gives back to its caller.
-enum ExitCode { kDone = 0, kBadInput = 1, kUsage = 2, kInterrupted = 130 };
+enum ExitCode {
+  kDone = 0,
+  kBadInput = 1,
+  kUsage = 2,
+  kLeftOut = 3,   ///< something was left out, under --strict
+  kPartly = 4,    ///< some of several files or frames failed
+  kNotFound = 5,  ///< there is nothing where it was looked for
+  kInterrupted = 130
+};
 
 /// Thrown by a verb that cannot go on; main() prints it as
 /// `vela VERB: error: what: where: why; what to try` (parts that are empty are left out) and exits

@@ -1,20 +1,31 @@
 /// \file
-/// What `vela --help` and `vela VERB --help` print: at most 100 columns, examples last.
+/// What `vela help` prints, made from the table of verbs: help of at most 80 columns, man pages,
+/// and what completes command lines in shells.
 #pragma once
 
 #include <string>
 
+#include "VerbTable.h"
+
 namespace command {
 
-[[nodiscard]] const char* overallHelp();
-/// Its layers are those of the table in vela/picture/LayerTable.h.
-[[nodiscard]] std::string renderHelp();
-[[nodiscard]] const char* pickHelp();
-[[nodiscard]] const char* selectHelp();
-[[nodiscard]] const char* infoHelp();
-[[nodiscard]] const char* channelsHelp();
-[[nodiscard]] const char* resolveHelp();
-[[nodiscard]] const char* meshHelp();
-[[nodiscard]] const char* makeHelp();
+/// The verbs, what holds for all of them, and the exit codes.
+[[nodiscard]] std::string overallHelp();
+/// Examples come last.
+[[nodiscard]] std::string helpOf(const VerbRow& verb);
+
+/// The source of a man page: of the verb, or of the command when null.
+[[nodiscard]] std::string manPage(const VerbRow* verb);
+
+/// \param shell bash, zsh or fish
+[[nodiscard]] std::string completion(const std::string& shell);
+
+/// Writes man pages and completions below a folder, where a `share` has them: `man/man1`,
+/// `bash-completion/completions`, `zsh/site-functions`, `fish/vendor_completions.d`.
+/// \return the file that could not be written; empty when all were
+std::string writeShare(const std::string& folder);
+
+/// Every row of the table of messages, with its exit code.
+[[nodiscard]] std::string messageList();
 
 }  // namespace command

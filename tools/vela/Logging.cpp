@@ -11,6 +11,9 @@
 #include <cstring>
 #include <filesystem>
 
+#include "Messages.h"
+#include "Suggest.h"
+#include "VerbTable.h"
 #include "vela/log/Log.h"
 
 namespace command {
@@ -39,8 +42,7 @@ void checkLogFile(int count, char** arguments) {
   const auto fail = [&file](const std::string& why) {
     // The complaint itself must not go there.
     setenv("HALDEN_LOG_FILE", "", 1);
-    return Failure{kUsage, "wrong usage", "the log's file " + file, why,
-                   "name another with --log-file or HALDEN_LOG_FILE"};
+    return failure(Message::badLogFile, {file, why});
   };
   const std::string extension = std::filesystem::path(file).extension().string();
   if (extension == ".usd" || extension == ".usda" || extension == ".usdc" || extension == ".usdz")
@@ -65,17 +67,28 @@ void checkLogFile(int count, char** arguments) {
   }
 }
 
+Failure badLevel(const std::string& level) {
+  const std::vector<std::string>& words = commonOptions().rows.front().words;
+  std::string list;
+  for (const std::string& word : words) list += (list.empty() ? "" : ", ") + word;
+  const std::string attempt = attemptAmong(level, words, "--log-level ");
+  return failure(Message::badWord, {"--log-level", level, list,
+                                    attempt.empty() ? "try --log-level warning" : attempt});
+}
+
 }  // namespace
 
 void setUpLog(int& count, char** arguments) {
   std::string level, file, lonely;
   int kept = 0;
   for (int i = 0; i < count; ++i) {
-    std::string* value = std::strcmp(arguments[i], "--log-level") == 0  ? &level
-                         : std::strcmp(arguments[i], "--log-file") == 0 ? &file
-                                                                        : nullptr;
+    const std::string argument = arguments[i];
+    const std::string name = argument.substr(0, argument.find('='));
+    std::string* value = name == "--log-level" ? &level : name == "--log-file" ? &file : nullptr;
     if (!value)
       arguments[kept++] = arguments[i];
+    else if (name.size() < argument.size())
+      *value = argument.substr(name.size() + 1);
     else if (i + 1 < count)
       *value = arguments[++i];
     else
@@ -95,15 +108,12 @@ void setUpLog(int& count, char** arguments) {
   checkLogFile(count, arguments);
 
   if (!lonely.empty())
-    throw Failure{kUsage, "wrong usage", lonely, "its value is missing", "try vela --help"};
+    throw failure(Message::missingValue, {lonely, lonely == "--log-file" ? "FILE" : "LEVEL"});
   if (level.empty()) return;
   std::transform(level.begin(), level.end(), level.begin(),
                  [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
   const unsigned parsed = Halden::Log::parseLevel(level);
-  if (parsed == Halden::Log::unset)
-    throw Failure{kUsage, "wrong usage", "--log-level",
-                  "'" + level + "' is none of quiet, error, warning, message, verbose",
-                  "try vela --help"};
+  if (parsed == Halden::Log::unset) throw badLevel(level);
   Halden::Log::setLevel(parsed);
 }
 

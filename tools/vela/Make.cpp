@@ -1,8 +1,8 @@
 #include <memory>
 #include <string>
 
-#include "Failure.h"
 #include "Interrupt.h"
+#include "Messages.h"
 #include "Options.h"
 #include "ovo/MeshPrim.h"
 #include "ovo/Stage.h"
@@ -74,8 +74,7 @@ void make(const MakeOptions& options) {
       !mesh.setMeshPrimProperties(prim, true, options.scheme == "none", false, false, false,
                                   false) ||
       !stage->exportTo(options.output, &why))
-    throw Failure{kBadInput, "cannot write the scene", options.output, why,
-                  "name a .usda, .usdc or .usd file"};
+    throw failure(Message::cannotWriteScene, {options.output, why});
 }
 
 }  // namespace command

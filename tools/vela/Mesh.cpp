@@ -8,10 +8,11 @@
 
 #include <nlohmann/json.hpp>
 
-#include "Failure.h"
 #include "Interrupt.h"
+#include "Messages.h"
 #include "Options.h"
 #include "Scene.h"
+#include "Suggest.h"
 #include "Text.h"
 #include "vela/scene/MeshDefects.h"
 #include "vela/scene/ScenePrims.h"
@@ -81,6 +82,28 @@ void print(const MeshReport& report) {
     std::printf("  defect: %s: %zu, first %zu\n", describe(d.kind), d.count, d.first);
 }
 
+// The path of a prim that is there may be no mesh's.
+Failure noSuchMesh(const ovo::Stage& stage, const std::string& path) {
+  std::vector<std::string> meshes;
+  vela::scene::forEachPrim(
+      stage,
+      [&](const ovo::Prim& prim) {
+        if (ovo::MeshPrim(prim).isValid()) meshes.push_back(prim.getPath().asString());
+        return true;
+      },
+      interruptibleWork());
+  throwIfInterrupted();
+  const ovo::Prim prim = stage.getPrimAtPath(ovo::Path(path));
+  const std::string attempt = attemptAmong(path, meshes);
+  return failure(Message::noSuchMesh,
+                 {path,
+                  prim.isValid() ? "its type is " + (prim.getTypeName().isEmpty()
+                                                         ? std::string("none")
+                                                         : prim.getTypeName().asString())
+                                 : "",
+                  attempt.empty() ? "vela info lists the meshes of a scene" : attempt});
+}
+
 }  // namespace
 
 void mesh(const MeshOptions& options) {
@@ -88,9 +111,7 @@ void mesh(const MeshOptions& options) {
   std::vector<ovo::MeshPrim> prims;
   if (!options.prim.empty()) {
     prims.emplace_back(stage->getPrimAtPath(ovo::Path(options.prim)));
-    if (!prims.back().isValid())
-      throw Failure{kBadInput, "no such mesh", options.prim, "",
-                    "vela info lists the meshes of a scene"};
+    if (!prims.back().isValid()) throw noSuchMesh(*stage, options.prim);
   } else {
     vela::scene::forEachPrim(
         *stage,
@@ -120,10 +141,8 @@ void mesh(const MeshOptions& options) {
     std::fputs((whole.dump(2, ' ', false, Json::error_handler_t::replace) + "\n").c_str(), stdout);
   }
   if (defects > 0)
-    throw Failure{kBadInput, "defects", options.file,
-                  std::to_string(defects) + " of their kinds in " + std::to_string(faulty) +
-                      " of " + std::to_string(prims.size()) + " meshes",
-                  ""};
+    throw failure(Message::defects, {options.file, std::to_string(defects), std::to_string(faulty),
+                                     std::to_string(prims.size())});
 }
 
 }  // namespace command

@@ -100,6 +100,13 @@ struct MakeOptions {
   bool separatePoints = false, withoutCaps = false;
 };
 
+struct HelpOptions {
+  std::string verb;   ///< empty: all of them
+  std::string shell;  ///< its completion instead
+  std::string share;  ///< a folder: man pages and completions are written there instead
+  bool man = false, messages = false;
+};
+
 /// Read the arguments that follow the verb. \throws Failure (usage) on wrong ones
 /// \return false when the verb's help was asked for and printed
 bool readArguments(int count, char** arguments, RenderOptions& options);
@@ -110,6 +117,7 @@ bool readArguments(int count, char** arguments, MakeOptions& options);
 bool readArguments(int count, char** arguments, ChannelsOptions& options);
 bool readArguments(int count, char** arguments, SelectOptions& options);
 bool readArguments(int count, char** arguments, ResolveOptions& options);
+bool readArguments(int count, char** arguments, HelpOptions& options);
 
 // The verbs. \throws Failure, Interrupted
 void render(const RenderOptions& options);
@@ -120,5 +128,6 @@ void make(const MakeOptions& options);
 void channels(const ChannelsOptions& options);
 void select(const SelectOptions& options);
 void resolve(const ResolveOptions& options);
+void help(const HelpOptions& options);
 
 }  // namespace command

@@ -16,8 +16,8 @@
 #include <set>
 #include <utility>
 
-#include "Failure.h"
 #include "Interrupt.h"
+#include "Messages.h"
 
 namespace command {
 
@@ -44,7 +44,7 @@ std::vector<const OutputFile*>& outputs() {
 }
 
 Failure cannotWrite(const std::string& file, const std::string& why, const std::string& attempt) {
-  return {kBadInput, "cannot write", file, why, attempt};
+  return failure(Message::cannotWrite, {file, why, attempt});
 }
 
 constexpr const char* kOtherName = "give the output a name of its own";

@@ -3,8 +3,8 @@
 #include <string>
 #include <vector>
 
-#include "Failure.h"
 #include "Json.h"
+#include "Messages.h"
 #include "Options.h"
 #include "Scene.h"
 #include "Text.h"
@@ -44,10 +44,8 @@ void pick(const PickOptions& options) {
   } else {
     const View view = makeView(*stage, scene, extent);
     if (options.pixelX >= view.width || options.pixelY >= view.height)
-      throw Failure{kUsage, "wrong usage", "--pixel",
-                    "lies outside the picture of " + std::to_string(view.width) + " x " +
-                        std::to_string(view.height) + " pixels",
-                    "try a larger --size"};
+      throw failure(Message::pixelOutside,
+                    {"--pixel", std::to_string(view.width), std::to_string(view.height)});
     const tarn::Vec2f place = view.ndc(options.pixelX + 0.5, options.pixelY + 0.5);
     view.makeRays(&place, 1, &ray);
   }

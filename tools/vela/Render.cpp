@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "Failure.h"
 #include "Interrupt.h"
+#include "Messages.h"
 #include "Options.h"
 #include "OutputFile.h"
 #include "Progress.h"
@@ -29,12 +29,10 @@ using vela::picture::PictureRenderer;
 using vela::picture::writePng;
 
 LayerChoice chooseLayers(const std::vector<std::string>& names) {
-  if (names.empty())
-    throw Failure{kUsage, "no layers", "--layers", "the list is empty",
-                  vela::picture::layersToTry()};
+  if (names.empty()) throw failure(Message::noLayers, {vela::picture::layersToTry()});
   std::string why;
   std::optional<LayerChoice> choice = vela::picture::chooseLayers(names, &why);
-  if (!choice) throw Failure{kUsage, why, "", "", ""};
+  if (!choice) throw failure(Message::badLayer, {why});
   return *std::move(choice);
 }
 
@@ -63,7 +61,7 @@ Picture renderAll(const PictureRenderer& renderer, int threads) {
 
 void check(bool isWritten, const OutputFile& file, const std::string& why) {
   if (!isWritten)
-    throw Failure{kBadInput, "cannot write", file.finalName(), why, "see whether the disk is full"};
+    throw failure(Message::cannotWrite, {file.finalName(), why, "see whether the disk is full"});
   throwIfInterrupted();
 }
 

@@ -11,6 +11,7 @@
 #include "Interrupt.h"
 #include "Json.h"
 #include "Logging.h"
+#include "Messages.h"
 #include "Python.h"
 #include "vela/asset/AssetInfo.h"
 #include "vela/asset/AssetManager.h"
@@ -51,9 +52,7 @@ std::string configuration() {
 }
 
 Failure noConfiguration(const std::string& reference) {
-  return {kBadInput, "cannot resolve", reference, "no asset manager is configured",
-          std::string("set ") + kVariable +
-              " to an OpenAssetIO configuration, such as examples/assets/openassetio.toml"};
+  return failure(Message::noManager, {reference, kVariable});
 }
 
 // Messages of the asset layer belong into the log's file too. On standard error they would say once
@@ -66,9 +65,8 @@ void logError(const vela::asset::AssetMessage& message) {
 // The manager of this process, set up when it is first asked for.
 struct Manager {
   bool isThere = false;
-  std::string why;      // it is not there
-  std::string attempt;  // what to try then
-  std::string remark;   // what was said of it
+  std::string why;     // it is not there
+  std::string remark;  // what was said of it
 };
 
 const Manager& manager() {
@@ -92,8 +90,6 @@ const Manager& manager() {
       made.why = "the asset manager of " + configuration() + " cannot be set up: " + error.reason;
       if (!noPython.empty())
         made.why += " (managers written in Python are left out: " + noPython + ")";
-      made.attempt = std::string("see that ") + kVariable +
-                     " names a configuration, and that one a manager that is installed";
     }
     return made;
   }();
@@ -101,32 +97,32 @@ const Manager& manager() {
 }
 
 Failure noManager(const std::string& reference, const char* butFirst) {
-  return {kBadInput, "cannot resolve", reference, butFirst + manager().why, manager().attempt};
+  return failure(Message::badManager, {reference, butFirst + manager().why, kVariable});
 }
 
 // What the manager says of a reference. It must be there.
 Resolution resolutionOf(const std::string& reference) {
   Resolution result;
   result.reference = reference;
-  Failure& failure = result.failure;
-  failure = {kBadInput, "cannot resolve", reference.empty() ? "''" : reference, "",
-             "see what the asset manager holds under that name"};
+  std::string why, attempt = "see what the asset manager holds under that name";
 
   vela::asset::AssetMessage error;
   if (!vela::asset::isAssetPath(reference, &error)) {
     if (error.text.empty()) {  // the manager said no, and that is all
-      failure.why = error.reason;
-      failure.attempt = "see how references of that manager begin";
+      why = error.reason;
+      attempt = "see how references of that manager begin";
     } else {
-      failure.why = "Failed to look at an asset reference: " + error.reason;
+      why = "Failed to look at an asset reference: " + error.reason;
     }
   } else if (std::string path; vela::asset::resolveAssetLocation(reference, path, &error)) {
     result.path = path;
   } else {
     // Why it failed; else what was said of the manager, such as that it resolves nothing.
-    failure.why = !error.text.empty() ? error.reason : manager().remark;
-    if (failure.why.empty()) failure.why = "the asset manager has no location for it";
+    why = !error.text.empty() ? error.reason : manager().remark;
+    if (why.empty()) why = "the asset manager has no location for it";
   }
+  result.failure =
+      failure(Message::cannotResolve, {reference.empty() ? "''" : reference, why, attempt});
   logError(error);
   throwIfInterrupted();
   return result;
@@ -141,10 +137,7 @@ void refuseReference(const char* verb, const char* option, const std::string& ou
   const bool isReference =
       (!hasFolder && looksLikeReference(output)) ||
       (!configuration().empty() && manager().isThere && vela::asset::isAssetPath(output));
-  if (isReference)
-    throw Failure{kUsage, "wrong usage", option,
-                  "'" + output + "' is an asset reference, and files are written by path",
-                  std::string("try vela ") + verb + " --help"};
+  if (isReference) throw failure(Message::outputReference, {option, output, verb});
 }
 
 }  // namespace

@@ -37,5 +37,6 @@ void resolveFiles(MeshOptions& options);
 void resolveFiles(MakeOptions& options);
 inline void resolveFiles(ChannelsOptions&) {}
 inline void resolveFiles(ResolveOptions&) {}
+inline void resolveFiles(HelpOptions&) {}
 
 }  // namespace command

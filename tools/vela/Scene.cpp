@@ -1,14 +1,21 @@
 #include "Scene.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
+#include <map>
 #include <optional>
+#include <system_error>
 #include <utility>
 #include <vector>
 
 #include "Failure.h"
 #include "Interrupt.h"
+#include "Messages.h"
 #include "OutputFile.h"
+#include "Suggest.h"
 #include "Supervisor.h"
 #include "vela/log/Log.h"
 #include "vela/scene/ScenePrims.h"
@@ -25,29 +32,85 @@ using vela::scene::Problem;
   const std::string& subject = problem.subject;
   switch (problem.kind) {
     case Problem::Kind::stopped: throw Interrupted{};
-    case Problem::Kind::badOption:
-      throw Failure{kUsage, "wrong usage", subject, problem.reason, ""};
+    case Problem::Kind::badOption: throw failure(Message::badOption, {subject, problem.reason});
     case Problem::Kind::tooManyInstances:
-      throw Failure{kBadInput, "too many instances", subject, problem.reason,
-                    "try --exclude " + subject};
+      throw failure(Message::tooManyInstances, {subject, problem.reason});
     case Problem::Kind::tooManyFaces:
-      throw Failure{kBadInput, "too many faces", subject, problem.reason,
-                    problem.levelThatFits > 0
-                        ? "try --subdivide " + std::to_string(problem.levelThatFits)
-                        : "try --exclude " + subject};
+      throw failure(
+          Message::tooManyFaces,
+          {subject, problem.reason,
+           problem.levelThatFits > 0 ? "--subdivide " + std::to_string(problem.levelThatFits)
+                                     : "--exclude " + subject});
     case Problem::Kind::noSuchCamera: {
       const auto cameras = vela::scene::listCameras(stage, interruptibleWork());
       throwIfInterrupted();
-      throw Failure{kBadInput, "no such camera", subject, "",
-                    cameras.empty()
-                        ? "the scene has none: leave --camera out and it is framed whole"
-                        : "try --camera " + cameras.front().getPath().asString()};
+      std::vector<std::string> paths;
+      for (const ovo::CameraPrim& camera : cameras) paths.push_back(camera.getPath().asString());
+      std::string attempt = attemptAmong(subject, paths, "--camera ");
+      if (attempt.empty())
+        attempt = paths.empty() ? "the scene has none: leave --camera out and it is framed whole"
+                                : "try --camera " + paths.front();
+      throw failure(Message::noSuchCamera, {subject, attempt});
     }
     case Problem::Kind::unusableCamera:
-      throw Failure{kBadInput, "the camera cannot be used", subject, problem.reason,
-                    "try another --camera, or none"};
-    default: throw Failure{kBadInput, "the scene cannot be shown", subject, problem.reason, ""};
+      throw failure(Message::unusableCamera, {subject, problem.reason});
+    default: throw failure(Message::cannotShow, {subject, problem.reason});
   }
+}
+
+// The reader says what it could not do and with which file, as the command does: once is enough.
+std::string withoutHead(const std::string& why, const std::string& file) {
+  std::string text = why;
+  for (const std::string& head : {"cannot open scene '" + file + "': ", file + ": "})
+    if (text.compare(0, head.size(), head) == 0) text.erase(0, head.size());
+  // `FILE:19:13: Expected ...` of its parser.
+  if (text.compare(0, file.size() + 1, file + ":") == 0)
+    text = "line " + text.substr(file.size() + 1);
+  // It names its own rules, which say nothing to others.
+  const std::string rule = "parse error matching ";
+  if (const std::size_t at = text.find(rule); at != std::string::npos) {
+    const std::size_t end = std::min(text.find(' ', at + rule.size()), text.size());
+    text.replace(at, end - at, "cannot be read");
+  }
+  if (const std::size_t at = text.find(" at '' in "); at != std::string::npos)
+    text.replace(at, 10, ": it ends in ");
+  return text;
+}
+
+bool hasSceneEnding(const std::filesystem::path& file) {
+  const std::string ending = file.extension().string();
+  return ending == ".usd" || ending == ".usda" || ending == ".usdc" || ending == ".usdz";
+}
+
+// What to try depends on what is there under the name.
+Failure cannotOpen(const std::string& file, const std::string& why) {
+  namespace fs = std::filesystem;
+  std::error_code none;
+  std::string attempt = "see what its reader complains of, or write it anew";
+  if (!fs::exists(file, none)) {
+    const fs::path folder =
+        fs::path(file).has_parent_path() ? fs::path(file).parent_path() : fs::path(".");
+    // The endings are as good as the same: what stands before them is compared.
+    std::map<std::string, std::string> files;
+    std::vector<std::string> stems;
+    for (fs::directory_iterator at(folder, none), end; !none && at != end; at.increment(none))
+      if (hasSceneEnding(at->path()) &&
+          files.emplace(at->path().stem().string(), at->path().filename().string()).second)
+        stems.push_back(at->path().stem().string());
+    std::sort(stems.begin(), stems.end());
+    const std::vector<std::string> near = nearest(fs::path(file).stem().string(), stems, 1);
+    attempt = near.empty() ? "name a .usd, .usda, .usdc or .usdz file"
+                           : "try " + (fs::path(file).parent_path() / files[near.front()]).string();
+  } else if (!fs::is_regular_file(file, none)) {
+    attempt = "name a .usd, .usda, .usdc or .usdz file";
+  } else if (fs::is_empty(file, none)) {
+    attempt = "write it anew";
+  } else if (access(file.c_str(), R_OK) != 0) {
+    attempt = "see who may read it";
+  } else if (!hasSceneEnding(file)) {
+    attempt = "name a .usd, .usda, .usdc or .usdz file";
+  }
+  return failure(Message::cannotOpen, {file, withoutHead(why, file), attempt});
 }
 
 // One line for neighbours of the same kind.
@@ -113,9 +176,7 @@ std::shared_ptr<ovo::Stage> openStage(const char* verb, const std::string& file)
     stage = ovo::Stage::open(file, &why);
   }
   throwIfInterrupted();
-  if (!stage)
-    throw Failure{kBadInput, "cannot open the scene", file, why,
-                  "name a .usd, .usda, .usdc or .usdz file"};
+  if (!stage) throw cannotOpen(file, why);
 
   // Neither may an output replace what the scene is made of.
   for (const std::string& layer : stage->layerFiles()) noteInput(layer);

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "Failure.h"
 #include "Interrupt.h"
 #include "Json.h"
+#include "Messages.h"
 #include "Options.h"
 #include "OutputFile.h"
 #include "Scene.h"
@@ -103,10 +103,8 @@ void select(const SelectOptions& options) {
   const vela::scene::Extent extent = findExtent(list);
   const View view = makeView(*stage, scene, extent);
   if (options.rect.x1 >= view.width || options.rect.y1 >= view.height)
-    throw Failure{kUsage, "wrong usage", "--rect",
-                  "lies outside the picture of " + std::to_string(view.width) + " x " +
-                      std::to_string(view.height) + " pixels",
-                  "try a larger --size"};
+    throw failure(Message::pixelOutside,
+                  {"--rect", std::to_string(view.width), std::to_string(view.height)});
 
   const RayCaster caster = makeCaster(scene, list, extent);
   const std::optional<std::size_t> picked =

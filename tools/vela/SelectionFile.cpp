@@ -6,15 +6,14 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <memory>
 #include <sstream>
 #include <vector>
 
-#include "Failure.h"
 #include "Interrupt.h"
+#include "Messages.h"
 #include "OutputFile.h"
 
 namespace command {
@@ -26,10 +25,7 @@ constexpr std::size_t kMostBytes = std::size_t{1} << 30;
 
 // All of a file, or of what comes out of a pipe or device. Signals end it.
 std::string readWhole(const std::string& file) {
-  const auto fail = [&file](const char* why) {
-    return Failure{kBadInput, "cannot read the selection", file, why,
-                   "vela select FILE --rect X0,Y0,X1,Y1 -o " + file + " makes one"};
-  };
+  const auto fail = [&file](const char* why) { return failure(Message::noSelection, {file, why}); };
   // A pipe opens at once even when nobody writes into it yet.
   const int handle = open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   if (handle < 0) throw fail(std::strerror(errno));
@@ -64,10 +60,7 @@ vela::Selection::GeoSelection readSelection(const std::string& file, bool mayBeR
   vela::Selection::GeoSelection selection;
   std::string error;
   if (!selection.deserialize(text, &error)) {
-    const std::string line = "GeoSelection deserialization error, " + error + "\n";
-    std::fwrite(line.data(), 1, line.size(), stderr);
-    throw Failure{kBadInput, "cannot read the selection", file,
-                  "it is no selection, or a damaged one", "make it anew with vela select"};
+    throw failure(Message::damagedSelection, {file, error});
   }
   return selection;
 }
@@ -78,8 +71,8 @@ void writeSelection(const vela::Selection::GeoSelection& selection, OutputFile& 
   out << '\n';
   out.close();
   if (!out)
-    throw Failure{kBadInput, "cannot write", output.finalName(), std::strerror(errno),
-                  "see whether the disk is full"};
+    throw failure(Message::cannotWrite,
+                  {output.finalName(), std::strerror(errno), "see whether the disk is full"});
   output.commit();
 }
 

@@ -20,6 +20,7 @@
 #include "Failure.h"
 #include "Interrupt.h"
 #include "Logging.h"
+#include "Messages.h"
 
 namespace command {
 
@@ -92,16 +93,10 @@ void limitMemory() {
 
 Failure deathOf(int number) {
   const std::string how = std::string("(") + strsignal(number) + ")";
-  if (notes() && notes()->outOfMemory)
-    return {kBadInput, "out of memory", "", "", "try a smaller --size or fewer --threads"};
-  if (number == SIGKILL)
-    return {kBadInput, "killed", "", "another process did it, or the system for want of memory",
-            "try a smaller --size or fewer --threads"};
-  if (notes() && notes()->hasScene)
-    return {kBadInput, "cannot read the scene", notes()->scene,
-            "it or a file that it refers to is damaged: its reader crashed " + how,
-            "write the scene anew, or leave out what it refers to"};
-  return {kBadInput, "crashed", "", how, "this is a fault of vela: please report it"};
+  if (notes() && notes()->outOfMemory) return failure(Message::outOfMemory);
+  if (number == SIGKILL) return failure(Message::killed);
+  if (notes() && notes()->hasScene) return failure(Message::readerCrashed, {notes()->scene, how});
+  return failure(Message::crashed, {how});
 }
 
 }  // namespace

@@ -4,11 +4,14 @@
 #include <exception>
 #include <new>
 #include <string>
+#include <vector>
 
+#include "Arguments.h"
 #include "Failure.h"
 #include "HelpTexts.h"
 #include "Interrupt.h"
 #include "Logging.h"
+#include "Messages.h"
 #include "Options.h"
 #include "Resolve.h"
 #include "Supervisor.h"
@@ -37,15 +40,20 @@ void dispatch(const std::string& verb, int count, char** arguments) {
   if (verb == "channels") return run(count, arguments, channels);
   if (verb == "select") return run(count, arguments, select);
   if (verb == "resolve") return run(count, arguments, resolve);
-  throw Failure{kUsage, "no such verb", verb, "", "try vela --help"};
+  if (verb == "help") return run(count, arguments, help);
+  // Options alone are no verb.
+  if (verb[0] == '-') throw failure(Message::noVerb);
+  throw unknownVerb(verb);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::string verb = argc > 1 ? argv[1] : "";
-  if (verb == "--help" || verb == "-h" || verb == "help") {
-    std::fputs(overallHelp(), stdout);
+  std::vector<std::string> words(argv + 1, argv + argc);
+  moveVerbToFront(words);
+  const std::string verb = words.empty() ? "" : words.front();
+  if (verb == "--help" || verb == "-h") {
+    std::fputs(overallHelp().c_str(), stdout);
     return kDone;
   }
   if (verb == "--version") {
@@ -53,42 +61,46 @@ int main(int argc, char** argv) {
     return kDone;
   }
   if (verb.empty()) {
-    std::fputs(overallHelp(), stderr);
+    std::fputs(overallHelp().c_str(), stderr);
     return kUsage;
   }
 
-  const std::string head = verb[0] == '-' ? "vela" : "vela " + verb;
-  const auto fail = [&](const Failure& failure) {
-    reportFailure(head, failure);
-    return static_cast<int>(failure.code);
+  const std::string head = findVerb(verb) ? "vela " + verb : "vela";
+  const auto fail = [&](const Failure& why) {
+    reportFailure(head, why);
+    return static_cast<int>(why.code);
   };
   catchInterrupts();
-  int count = argc - 2;
+  std::vector<char*> arguments;
+  for (std::size_t i = 1; i < words.size(); ++i) arguments.push_back(words[i].data());
+  int count = static_cast<int>(arguments.size());
   try {
-    setUpLog(count, argv + 2);
-  } catch (const Failure& failure) {
-    return fail(failure);
+    setUpLog(count, arguments.data());
+  } catch (const Failure& why) {
+    return fail(why);
   }
   return supervise(head, [&]() -> int {
     try {
       Halden::Log::write(Halden::Log::verbose, head + ": begins");
-      dispatch(verb, count, argv + 2);
+      dispatch(verb, count, arguments.data());
       Halden::Log::write(Halden::Log::verbose, head + ": done");
       // What did not fit may have been noticed while there was more to print.
       errno = 0;
       if (std::fflush(stdout) != 0 || std::ferror(stdout))
-        throw Failure{kBadInput, "cannot write", "standard output",
-                      errno != 0 ? std::strerror(errno) : "not all of it could be written", ""};
+        throw failure(Message::cannotWrite,
+                      {"standard output",
+                       errno != 0 ? std::strerror(errno) : "not all of it could be written",
+                       "see where it goes"});
       return kDone;
-    } catch (const Failure& failure) {
-      return fail(failure);
+    } catch (const Failure& why) {
+      return fail(why);
     } catch (const Interrupted&) {
       std::fprintf(stderr, "%s: interrupted; nothing was written\n", head.c_str());
       return kInterrupted;
     } catch (const std::bad_alloc&) {
-      return fail({kBadInput, "out of memory", "", "", "try a smaller --size or fewer --threads"});
+      return fail(failure(Message::outOfMemory));
     } catch (const std::exception& error) {
-      return fail({kBadInput, "failed", "", error.what(), ""});
+      return fail(failure(Message::otherFailure, {error.what()}));
     }
   });
 }

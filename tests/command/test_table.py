@@ -1,0 +1,161 @@
+#!/usr/bin/env python3
+"""What is made from the table of verbs: help, man pages, completions, the parser with its suggestions; and the table of messages, each of
+which is provoked.
+
+Usage: test_table.py COMMAND PROJECT_ROOT
+"""
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+COMMAND, ROOT = sys.argv[1], pathlib.Path(sys.argv[2])
+DEMO = ROOT / "examples/demo/demo.usda"
+
+
+def run(*arguments, **more):
+    return subprocess.run([COMMAND, *map(str, arguments)], capture_output=True, text=True, timeout=120, **more)
+
+
+def verbs():
+    return re.findall(r"^  vela ([a-z]+)", run("--help").stdout, re.M)
+
+
+def options(verb):
+    """Names of the options as the help lists them, with whether each takes a value."""
+    text = run("help", verb).stdout.split("\nExamples\n")[0]
+    rows = re.findall(r"^  ((?:-\w, )?--[a-z-]+)( \S+)?", text, re.M)
+    return {name.split(", ")[-1]: bool(value.strip()) for name, value in rows}
+
+
+class Case(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.at = pathlib.Path(folder.name)
+
+    def error(self, code, *arguments, **more):
+        done = run(*arguments, **more)
+        self.assertEqual(done.returncode, code, f"{arguments}\n{done.stdout}{done.stderr}")
+        return done.stderr.splitlines()[-1]
+
+
+class Parser(Case):
+    def test_slips_are_answered_by_what_was_meant(self):
+        for arguments, attempt in ((["rendr", DEMO], "try vela render"), (["piick"], "try vela pick"), (["RENDER"], "try vela render"),
+                                   ([DEMO], f"try vela info {DEMO}"), (["xyzzy"], "try vela --help"),
+                                   (["render", DEMO, "--sampels", "3"], "try --samples"), (["render", DEMO, "--sample", "3"], "try --samples"),
+                                   (["render", DEMO, "--smoth"], "try --smooth"), (["pick", DEMO, "--pixels=1,2"], "try --pixel"),
+                                   (["info", DEMO, "--size", "9x9"], "vela render has it; try vela help info"),
+                                   (["info", DEMO, "--xyzzy"], "try vela help info"), (["info", DEMO, "-x"], "try vela help info"),
+                                   (["render", DEMO, "-o", "a.exr", "--lens", "spheric"], "try spherical"),
+                                   (["render", DEMO, "-o", "a.exr", "--engine", "hitdetector"], "try --engine hit-detector"),
+                                   (["make", "spere", "-o", "a.usda"], "try sphere"), (["info", DEMO, "--log-level", "warn"], "try --log-level warning"),
+                                   (["help", "rendr"], "try vela render")):
+            line = self.error(2, *arguments, cwd=self.at)
+            self.assertTrue(line.endswith("; " + attempt), line)
+
+    def test_cameras_and_meshes_too(self):
+        line = self.error(1, "pick", DEMO, "--pixel", "1,1", "--camera", "/Demo/Camra")
+        self.assertTrue(line.endswith("; try --camera /Demo/Camera"), line)
+        mesh = re.search(r"\d  (/\S+)", run("info", DEMO).stdout)[1]
+        line = self.error(1, "mesh", DEMO, mesh[:-1])
+        self.assertRegex(line, "; try " + mesh + "(,| or |$)")
+        self.assertIn("/Demo: its type is Xform", self.error(1, "mesh", DEMO, "/Demo"))
+
+    def test_options_may_stand_before_the_verb(self):
+        self.assertEqual(run("--json", "channels").stdout, run("channels", "--json").stdout)
+        self.assertEqual(run("--name", "rgba", "channels").stdout, run("channels", "--name", "rgba").stdout)
+        self.assertEqual(run("--log-level", "quiet", "--json", "channels").stdout, run("channels", "--json").stdout)
+        self.assertIn("no verb is given", self.error(2, "--json"))
+
+    def test_an_option_takes_a_value_in_every_verb_or_in_none(self):
+        # Else options in front of the verb could not be read.
+        takes = {}
+        for verb in verbs():
+            for name, value in options(verb).items():
+                self.assertEqual(takes.setdefault(name, value), value, f"{verb} {name}")
+
+    def test_values_may_be_joined_and_look_like_options(self):
+        self.assertEqual(run("channels", "--name=rgba").stdout, run("channels", "--name", "rgba").stdout)
+        self.assertEqual(run("pick", DEMO, "--ray", "-1,200,0,0,-1,0").returncode, 0)
+        self.assertIn("--time: '-x' is no number", self.error(2, "info", DEMO, "--time", "-x"))
+        self.assertIn("--time: its value is missing", self.error(2, "info", DEMO, "--time", "--json"))
+
+    def test_beginnings_of_options_are_not_taken(self):
+        self.assertIn("no such option: --js", self.error(2, "channels", "--js"))
+
+    def test_what_follows_two_hyphens_is_no_option(self):
+        (self.at / "--json").write_text("#usda 1.0\n")
+        self.assertIn("cannot open the scene: --json", self.error(1, "info", "--", "--json", cwd=self.at))
+
+    def test_an_order_of_arguments_by_the_environment_changes_nothing(self):
+        done = run("info", DEMO, "--json", env=dict(os.environ, POSIXLY_CORRECT="1"))
+        self.assertEqual((done.returncode, done.stdout[:1]), (0, "{"))
+
+
+class MadeTexts(Case):
+    def test_every_option_stands_in_the_man_page_and_in_the_completions(self):
+        shells = {shell: run("help", "--completion", shell).stdout for shell in ("bash", "zsh", "fish")}
+        for verb in verbs():
+            page = run("help", "--man", verb).stdout
+            self.assertIn(f"vela\\-{verb}", page)
+            self.assertGreater(len(options(verb)), 0, verb)
+            for name in options(verb):
+                self.assertIn("\\fB" + name.replace("-", "\\-") + "\\fR", page)
+                for shell, text in shells.items():
+                    self.assertIn(name if shell != "fish" else f"-l {name[2:]}", text, f"{shell} {name}")
+        self.assertIn("\\fBvela render\\fR", run("help", "--man").stdout)
+
+    def test_man_pages_are_sound(self):
+        man = shutil.which("groff")
+        if not man:
+            self.skipTest("this machine has no groff")
+        for verb in [None, *verbs()]:
+            page = run("help", "--man", *([verb] if verb else [])).stdout
+            done = subprocess.run([man, "-man", "-Tascii", "-ww", "-z"], input=page, capture_output=True, text=True)
+            self.assertEqual((done.returncode, done.stderr), (0, ""), verb)
+
+    def complete(self, *words):
+        """What bash offers behind the words; the last is the one that is being typed."""
+        script = run("help", "--completion", "bash").stdout
+        (self.at / "vela.bash").write_text(script)
+        listed = " ".join(f"'{w}'" for w in ("vela", *words))
+        done = subprocess.run(["bash", "-c", f"set -eu; source ./vela.bash; COMP_WORDS=({listed}); COMP_CWORD={len(words)}; _vela; "
+                               'printf "%s\\n" "${COMPREPLY[@]-}"'], capture_output=True, text=True, cwd=self.at)
+        self.assertEqual((done.returncode, done.stderr), (0, ""), words)
+        return set(done.stdout.split())
+
+    def test_bash_completes_verbs_options_and_values(self):
+        for name in ("a.usda", "b.txt", "c.sel"):
+            (self.at / name).touch()
+        self.assertEqual(self.complete("re"), {"render", "resolve"})
+        self.assertEqual(self.complete("render", "--samp"), {"--samples"})
+        self.assertEqual(self.complete("render", "x.usda", "--lens", "s"), {"spherical"})
+        self.assertEqual(self.complete("info", ""), {"a.usda"})
+        self.assertEqual(self.complete("select", "--show", ""), {"c.sel"})
+        self.assertEqual(self.complete("help", "inf"), {"info"})
+        self.assertEqual(self.complete("--json", "inf"), {"info"})
+
+    def test_the_other_shells_take_theirs(self):
+        for shell in ("zsh", "fish"):
+            program = shutil.which(shell)
+            if program:
+                done = subprocess.run([program, "-n"], input=run("help", "--completion", shell).stdout, capture_output=True, text=True)
+                self.assertEqual((done.returncode, done.stderr), (0, ""), shell)
+
+    def test_all_of_them_are_written_as_files(self):
+        self.assertEqual(run("help", "--share", self.at / "share").returncode, 0)
+        names = {str(p.relative_to(self.at / "share")) for p in (self.at / "share").rglob("*") if p.is_file()}
+        self.assertEqual(names, {"man/man1/vela.1", *(f"man/man1/vela-{v}.1" for v in verbs()), "bash-completion/completions/vela",
+                                 "zsh/site-functions/_vela", "fish/vendor_completions.d/vela.fish"})
+        (self.at / "file").touch()
+        self.assertIn("cannot write", self.error(1, "help", "--share", self.at / "file"))
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=1)

@@ -1,0 +1,284 @@
+#include "Options.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <utility>
+
+#include "Arguments.h"
+#include "Messages.h"
+#include "Suggest.h"
+#include "Text.h"
+
+namespace command {
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+int readInteger(const Arguments& given, const char* option, const std::string& text, int low,
+                int high) {
+  int value = 0;
+  const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc() || stop != text.data() + text.size() || value < low || value > high)
+    throw failure(Message::badInteger,
+                  {option, text, std::to_string(low), std::to_string(high), given.verb()});
+  return value;
+}
+
+// Leaves the value as it is when the option is not given.
+void readInteger(const Arguments& given, const char* option, int low, int high, int& value) {
+  if (given.has(option)) value = readInteger(given, option, given.text(option), low, high);
+}
+
+// The position of a word in the list of those that an option takes.
+std::size_t readWord(const char* option, const std::string& text, const Words& words) {
+  const auto found = std::find(words.begin(), words.end(), text);
+  if (found != words.end()) return static_cast<std::size_t>(found - words.begin());
+  std::string list;
+  for (const std::string& word : words) list += (list.empty() ? "" : ", ") + word;
+  const std::string before = option[0] == '-' ? std::string(option) + " " : "";
+  std::string attempt = attemptAmong(text, words, before);
+  if (attempt.empty()) attempt = "try " + before + words.front();
+  throw failure(Message::badWord, {option, text, list, attempt});
+}
+
+// The same for an option of one word; as it is when the option is not given.
+template <class Enum>
+void readWord(const Arguments& given, const char* option, const Words& words, Enum& value) {
+  if (given.has(option)) value = static_cast<Enum>(readWord(option, given.text(option), words));
+}
+
+std::vector<double> readNumberList(const char* option, const std::string& text, std::size_t count,
+                                   const char* word, const char* example) {
+  std::vector<double> numbers;
+  if (!readNumbers(text, count, numbers))
+    throw failure(Message::badNumbers, {option, text, word, example});
+  return numbers;
+}
+
+double readTime(const Arguments& given) {
+  if (!given.has("--time")) return tarn::defaultTimeValue();
+  std::vector<double> numbers;
+  if (!readNumbers(given.text("--time"), 1, numbers))
+    throw failure(Message::badNumber, {"--time", given.text("--time")});
+  return numbers[0];
+}
+
+// The options that all verbs with a camera share.
+void readScene(const Arguments& given, SceneOptions& options) {
+  options.file = given.text("FILE");
+  options.camera = given.text("--camera");
+  options.lens = given.text("--lens");
+  options.time = readTime(given);
+  if (given.has("--size")) {
+    const std::string& size = given.text("--size");
+    const std::size_t cross = size.find('x');
+    if (cross == std::string::npos)
+      throw failure(Message::badForm, {"--size", size, "WIDTHxHEIGHT", "1920x1080"});
+    options.width = readInteger(given, "--size", size.substr(0, cross), 1, 16384);
+    options.height = readInteger(given, "--size", size.substr(cross + 1), 1, 16384);
+  }
+  if (given.has("--purpose")) {
+    options.purposes.clear();
+    for (const std::string& purpose : splitList(given.text("--purpose")))
+      options.purposes.push_back(static_cast<vela::scene::Purpose>(
+          readWord("--purpose", purpose, {"default", "render", "proxy", "guide"})));
+  }
+  options.includedTypes = given.all("--include-type");
+  options.excludedPaths = given.all("--exclude");
+  options.withInvisible = given.has("--invisible");
+  options.smooth = given.has("--smooth");
+  readWord(given, "--engine", {"tracer", "hit-detector"}, options.engine);
+  // A triangle refined that often is as much as a picture may have.
+  constexpr int kDeepest = 11;
+  readInteger(given, "--subdivide", 0, kDeepest, options.subdivisionLevel);
+  if (options.engine == vela::scene::CasterKind::hitDetector &&
+      (options.subdivisionLevel > 0 || options.smooth))
+    throw failure(Message::notTogether,
+                  {options.smooth ? "--smooth" : "--subdivide", "--engine hit-detector",
+                   ", which takes meshes as the scene has them"});
+}
+
+}  // namespace
+
+vela::scene::ViewOptions SceneOptions::view() const {
+  vela::scene::ViewOptions options{ovo::Path(camera), vela::LensProjection::none, width, height,
+                                   time};
+  if (lens.empty()) return options;
+  const Words words = {"perspective", "orthographic", "spherical", "cylindrical"};
+  const auto found = std::find(words.begin(), words.end(), lens);
+  if (found == words.end()) {
+    const std::string attempt = attemptAmong(lens, words);
+    throw failure(Message::badLens,
+                  {lens, attempt.empty() ? "try perspective, orthographic, spherical or cylindrical"
+                                         : attempt});
+  }
+  options.lens = static_cast<vela::LensProjection>(found - words.begin());
+  return options;
+}
+
+bool readArguments(int count, char** arguments, RenderOptions& options) {
+  Arguments given(*findVerb("render"));
+  if (!given.read(count, arguments)) return false;
+  readScene(given, options.scene);
+  options.exr = given.text("--output");
+  options.png = given.text("--png");
+  options.selection = given.text("--selection");
+  if (options.exr.empty() && options.png.empty()) throw failure(Message::noOutput);
+  if (options.exr.size() > 4 && options.exr.substr(options.exr.size() - 4) == ".png")
+    throw failure(Message::pngAsExr, {options.exr});
+  if (!options.exr.empty() && options.exr == options.png) throw failure(Message::sameOutputs);
+  readInteger(given, "--samples", 1, 4096, options.samples);
+  readInteger(given, "--threads", 0, 1024, options.threads);
+  readWord(given, "--pattern", {"jittered", "regular"}, options.pattern);
+  if (given.has("--layers")) options.layers = splitList(given.text("--layers"));
+  return true;
+}
+
+bool readArguments(int count, char** arguments, PickOptions& options) {
+  Arguments given(*findVerb("pick"));
+  if (!given.read(count, arguments)) return false;
+  readScene(given, options.scene);
+  options.json = given.has("--json");
+  if (given.has("--pixel") == given.has("--ray"))
+    throw failure(Message::oneOfTwo, {"--pixel", "--ray", "pick"});
+  options.byRay = given.has("--ray");
+  if (options.byRay) {
+    const std::vector<double> numbers =
+        readNumberList("--ray", given.text("--ray"), 6, "six", "0,0,9,0,0,-1");
+    if (numbers[3] == 0.0 && numbers[4] == 0.0 && numbers[5] == 0.0)
+      throw failure(Message::noDirection);
+    std::copy(numbers.begin(), numbers.end(), options.ray);
+  } else {
+    const Words parts = splitList(given.text("--pixel"));
+    if (parts.size() != 2)
+      throw failure(Message::badForm, {"--pixel", given.text("--pixel"), "X,Y", "640,360"});
+    options.pixelX = readInteger(given, "--pixel", parts[0], 0, 16383);
+    options.pixelY = readInteger(given, "--pixel", parts[1], 0, 16383);
+  }
+  return true;
+}
+
+bool readArguments(int count, char** arguments, SelectOptions& options) {
+  Arguments given(*findVerb("select"));
+  if (!given.read(count, arguments)) return false;
+  readScene(given, options.scene);
+  options.through = given.has("--through");
+  options.output = given.text("--output");
+  options.add = given.text("--add");
+  options.show = given.text("--show");
+  options.json = given.has("--json");
+  if (given.has("--show")) {
+    for (const char* other : {"FILE", "--rect", "--output", "--add"})
+      if (given.has(other))
+        throw failure(Message::notTogether,
+                      {"--show", other == std::string("--output") ? "-o" : other,
+                       ": it prints a selection, and takes nothing else but --json"});
+    return true;
+  }
+  if (!given.has("FILE")) throw failure(Message::missingArgument, {"FILE", "select"});
+  for (const char* needed : {"--rect", "--output"})
+    if (!given.has(needed))
+      throw failure(Message::missingOption,
+                    {needed == std::string("--output") ? "-o S.sel" : needed, "select"});
+  if (options.json) throw failure(Message::onlyWith, {"--json", "--show", "select"});
+  readWord(given, "--parts", {"objects", "faces", "vertices"}, options.parts);
+  const Words corners = splitList(given.text("--rect"));
+  if (corners.size() != 4)
+    throw failure(Message::badForm, {"--rect", given.text("--rect"), "X0,Y0,X1,Y1", "0,0,640,360"});
+  int* const values[4] = {&options.rect.x0, &options.rect.y0, &options.rect.x1, &options.rect.y1};
+  for (std::size_t i = 0; i < 4; ++i)
+    *values[i] = readInteger(given, "--rect", corners[i], 0, 16383);
+  if (options.rect.x0 > options.rect.x1) std::swap(options.rect.x0, options.rect.x1);
+  if (options.rect.y0 > options.rect.y1) std::swap(options.rect.y0, options.rect.y1);
+  return true;
+}
+
+bool readArguments(int count, char** arguments, InfoOptions& options) {
+  Arguments given(*findVerb("info"));
+  if (!given.read(count, arguments)) return false;
+  options.file = given.text("FILE");
+  options.json = given.has("--json");
+  options.time = readTime(given);
+  return true;
+}
+
+bool readArguments(int count, char** arguments, ChannelsOptions& options) {
+  Arguments given(*findVerb("channels"));
+  if (!given.read(count, arguments)) return false;
+  // Also an empty name is one that can be asked for.
+  options.byName = given.has("--name");
+  options.name = given.text("--name");
+  options.json = given.has("--json");
+  return true;
+}
+
+bool readArguments(int count, char** arguments, ResolveOptions& options) {
+  Arguments given(*findVerb("resolve"));
+  if (!given.read(count, arguments)) return false;
+  options.references = given.all("REF");
+  options.json = given.has("--json");
+  return true;
+}
+
+bool readArguments(int count, char** arguments, HelpOptions& options) {
+  Arguments given(*findVerb("help"));
+  if (!given.read(count, arguments)) return false;
+  options.verb = given.text("VERB");
+  options.man = given.has("--man");
+  options.share = given.text("--share");
+  options.messages = given.has("--messages");
+  if (given.has("--completion")) {
+    options.shell = given.text("--completion");
+    readWord("--completion", options.shell, {"bash", "zsh", "fish"});
+  }
+  return true;
+}
+
+bool readArguments(int count, char** arguments, MeshOptions& options) {
+  Arguments given(*findVerb("mesh"));
+  if (!given.read(count, arguments)) return false;
+  options.file = given.text("FILE");
+  options.prim = given.text("PRIM");
+  options.json = given.has("--json");
+  options.time = readTime(given);
+  return true;
+}
+
+bool readArguments(int count, char** arguments, MakeOptions& options) {
+  Arguments given(*findVerb("make"));
+  if (!given.read(count, arguments)) return false;
+  options.output = given.text("--output");
+  options.separatePoints = given.has("--separate-points");
+  options.withoutCaps = given.has("--no-caps");
+  options.shape = given.text("SHAPE");
+  readWord("SHAPE", options.shape, {"cube", "grid", "cylinder", "sphere"});
+  const bool sphere = options.shape == "sphere", round = sphere || options.shape == "cylinder";
+  if (options.output.empty()) throw failure(Message::missingOption, {"-o OUT.usda", "make"});
+  std::vector<double> numbers = {2, 2, 2};
+  const std::string& size = given.text("--size");
+  if (given.has("--size")) numbers = readNumberList("--size", size, 3, "three", "2,2,2");
+  for (const double number : numbers)
+    if (!(number > 0 && number <= 1e30)) throw failure(Message::notAbove, {"--size", size, "1e30"});
+  std::copy(numbers.begin(), numbers.end(), options.size);
+  constexpr int kMost = 1000000;
+  // About 250 bytes each while they are made and written.
+  constexpr double kMostMadeFaces = 20'000'000;
+  int rows = sphere ? 16 : 1, columns = round ? 32 : 1;
+  readInteger(given, "--rows", sphere ? 2 : 1, kMost, rows);
+  readInteger(given, "--columns", round ? 3 : 1, kMost, columns);
+  options.rows = static_cast<unsigned>(rows);
+  options.columns = static_cast<unsigned>(columns);
+  const double faces = options.shape == "cube"
+                           ? 2.0 * (2.0 * options.rows + options.columns) * options.columns
+                           : static_cast<double>(options.rows) * options.columns;
+  if (faces > kMostMadeFaces)
+    throw failure(Message::tooManyMade, {"--rows, --columns", std::to_string(std::llround(faces)),
+                                         std::to_string(std::llround(kMostMadeFaces))});
+  if (given.has("--scheme")) options.scheme = given.text("--scheme");
+  readWord("--scheme", options.scheme, {"none", "catmullClark", "loop", "bilinear"});
+  return true;
+}
+
+}  // namespace command

@@ -1,0 +1,408 @@
+#include "VerbTable.h"
+
+#include <algorithm>
+
+#include "vela/picture/LayerTable.h"
+
+namespace command {
+
+namespace {
+
+using Rows = std::vector<OptionRow>;
+
+// The layers by name, those that are rendered unasked first; and what their channels hold.
+std::string layerList() {
+  std::string layers, others;
+  for (const vela::picture::LayerInfo& info : vela::picture::layerTable())
+    if (info.isDefault)
+      layers += (layers.empty() ? "" : ",") + info.name;
+    else
+      others += ", " + info.name;
+  return layers + " (the default)" + others;
+}
+
+std::vector<std::string> layerNames() {
+  std::vector<std::string> names;
+  for (const vela::picture::LayerInfo& info : vela::picture::layerTable())
+    names.push_back(info.name);
+  return names;
+}
+
+std::string channelList() {
+  std::string text;
+  for (const vela::picture::LayerInfo& info : vela::picture::layerTable()) {
+    if (info.isPart) continue;
+    text += text.empty() ? "In the EXR:" : ",";
+    for (const std::string& channel : info.channels) text += " " + channel;
+    text += " " + info.help;
+  }
+  return text + ".";
+}
+
+OptionRow sceneFile() { return {"FILE", "", "the scene, or an asset reference", Offer::scenes}; }
+
+OptionRow json(const char* help) { return {"--json", "", help}; }
+
+OptionRow output(const char* value, const char* help, Offer offer) {
+  return {"-o,--output", value, help, offer};
+}
+
+// Of every verb that looks at a scene through a camera.
+OptionGroup viewGroup() {
+  return {"Camera",
+          {{"--camera", "PATH",
+            "camera prim; else the first of the scene; else one that shows all of it"},
+           {"--lens",
+            "LENS",
+            "perspective, orthographic, spherical (all around, 2:1), cylindrical",
+            Offer::words,
+            {"perspective", "orthographic", "spherical", "cylindrical"}},
+           {"--size", "WxH", "1280x720"},
+           {"--time", "T", "time code; else the scene's default values"}}};
+}
+
+OptionGroup sceneGroup() {
+  return {"What shows",
+          {{"--include-type",
+            "T",
+            "only prims of this type (may be repeated)",
+            Offer::nothing,
+            {},
+            true},
+           {"--exclude",
+            "PATH",
+            "not this prim nor what is below it (may be repeated)",
+            Offer::nothing,
+            {},
+            true},
+           {"--purpose",
+            "LIST",
+            "default,render; also proxy, guide",
+            Offer::words,
+            {"default", "render", "proxy", "guide"}},
+           {"--invisible", "", "also what the scene hides"},
+           {"--subdivide", "N",
+            "refine subdivision surfaces N times, by their scheme, boundaries, creases, corners "
+            "and holes: 0"},
+           {"--smooth", "",
+            "normals mixed between points, in N too; polygon meshes without normals get some. "
+            "Edges of more than 53 degrees stay sharp on them, on creased and bilinear surfaces "
+            "and where subdivision surfaces are not refined"},
+           {"--engine",
+            "E",
+            "tracer; hit-detector: what applications see that pick with it",
+            Offer::words,
+            {"tracer", "hit-detector"}}}};
+}
+
+VerbRow renderRow() {
+  VerbRow row;
+  row.name = "render";
+  row.synopses = {"FILE -o OUT.exr [--png OUT.png] [options]"};
+  row.summary = "renders a scene to a picture.";
+  row.brief = "a picture, with depth, positions, normals and ids";
+  row.arguments = {sceneFile()};
+  row.groups = {
+      {"Output",
+       {output("OUT.exr", "linear colour and data, in layers", Offer::pictures),
+        {"--png", "OUT.png", "the same colour as sRGB, over a plain backdrop", Offer::pictures},
+        {"--layers", "LIST", layerList(), Offer::words, layerNames()}}},
+      viewGroup(),
+      sceneGroup(),
+      {"Quality",
+       {{"--samples", "N", "rays a pixel, rounded to a square: 16. With 1, pixel centres"},
+        {"--pattern",
+         "P",
+         "how samples are spread over the pixel: jittered, regular",
+         Offer::words,
+         {"jittered", "regular"}},
+        {"--threads", "N", "0: as many as the machine has. The picture is the same for any number"},
+        {"--selection", "S.sel", "tints what the selection has (vela select makes one)",
+         Offer::selections}}}};
+  row.notes = {
+      channelList(),
+      "Data layers are of the pixel's centre.",
+      "Instances of point instancers are named by prim and number, as /World/Many/Proto[17], "
+      "outer instancers first; where the prim lies elsewhere the instancer is named too, as "
+      "/Lib/Leaf[/World/Many 17].",
+      "Cubes, spheres, cylinders, cones, capsules and planes are meshes of up to 128 sides; their "
+      "face.id is of that mesh.",
+      "A refined mesh keeps its numbers: face.id is the scene's face that the refined one comes "
+      "from, here as in vela pick and select. Its normals are computed. Without --subdivide such "
+      "surfaces show as their control meshes; meshes of the scheme none always do.",
+      "Small scenes take seconds; Ctrl-C leaves nothing half written."};
+  row.examples = {
+      "vela render examples/demo/demo.usda -o demo.exr --png demo.png",
+      "vela render examples/demo/demo.usda --png all.png --lens spherical --samples 4",
+      "vela render examples/demo/demo.usda -o data.exr --layers depth,N,prim --size 640x360 "
+      "--time 24",
+      "vela render examples/demo/demo.usda -o fine.exr --subdivide 2 --smooth"};
+  return row;
+}
+
+VerbRow pickRow() {
+  VerbRow row;
+  row.name = "pick";
+  row.synopses = {"FILE --pixel X,Y [options]", "FILE --ray OX,OY,OZ,DX,DY,DZ [options]"};
+  row.summary = "says what a ray meets.";
+  row.brief = "what is under a pixel, or along a ray";
+  row.arguments = {sceneFile()};
+  row.groups = {{"The ray",
+                 {{"--pixel", "X,Y",
+                   "pixel of the picture that vela render would make with the same options; 0,0 "
+                   "is top left"},
+                  {"--ray", "O...,D...",
+                   "world origin and direction; the distance is in units of the direction's "
+                   "length"},
+                  json("as JSON")}},
+                viewGroup(),
+                sceneGroup()};
+  row.notes = {
+      "Prints the prim's path (of an instance with its number, as vela render names it), its "
+      "entry (render's prim.id less 1), face, distance, world position and normal, the last as "
+      "the layer N has it. Where the ray meets nothing the exit code is 5."};
+  row.examples = {"vela pick examples/demo/demo.usda --pixel 640,360",
+                  "vela pick examples/demo/demo.usda --ray 0,200,0,0,-1,0 --json"};
+  return row;
+}
+
+VerbRow infoRow() {
+  VerbRow row;
+  row.name = "info";
+  row.synopses = {"FILE [options]"};
+  row.summary = "says what a scene holds.";
+  row.brief = "what a scene holds";
+  row.arguments = {sceneFile()};
+  row.groups = {{"Options",
+                 {json("as JSON, complete"),
+                  {"--time", "T", "time code at which counts and cameras are read"}}}};
+  row.notes = {
+      "Prints axes, units and times, prims by type, meshes with their counts, cameras in plain "
+      "units."};
+  row.examples = {"vela info examples/demo/demo.usda", "vela info examples/demo/demo.usda --json"};
+  return row;
+}
+
+VerbRow meshRow() {
+  VerbRow row;
+  row.name = "mesh";
+  row.synopses = {"FILE [PRIM] [options]"};
+  row.summary = "says what meshes are made of, and what is wrong with them.";
+  row.brief = "its meshes in numbers, and their defects";
+  row.arguments = {sceneFile(),
+                   {"PRIM", "", "path of one mesh; else all", Offer::nothing, {}, false, true}};
+  row.groups = {
+      {"Options", {json("as JSON"), {"--time", "T", "time code at which meshes are read"}}}};
+  row.notes = {
+      "Prints counts, edges, bounds, scheme and primvars of one mesh or of all. Defects are "
+      "counts that do not add up, faces of fewer than three vertices, indices out of range, "
+      "points that are not finite or not used, faces without area, folded or naming a point "
+      "twice, neighbours of opposite windings, and primvars that do not fit. With any the exit "
+      "code is 1."};
+  row.examples = {"vela mesh examples/demo/demo.usda", "vela mesh examples/demo/demo.usda --json"};
+  return row;
+}
+
+VerbRow makeRow() {
+  const std::vector<std::string> shapes = {"cube", "grid", "cylinder", "sphere"};
+  VerbRow row;
+  row.name = "make";
+  row.synopses = {"SHAPE -o OUT.usda [options]"};
+  row.summary = "writes a mesh with points, faces, UVs and normals.";
+  row.brief = "a cube, grid, cylinder or sphere";
+  row.arguments = {
+      {"SHAPE", "", "cube, grid (lying, seen from above), cylinder, sphere", Offer::words, shapes}};
+  row.groups = {
+      {"Options",
+       {output("FILE", ".usda, .usdc or .usd", Offer::scenes),
+        {"--size", "X,Y,Z", "2,2,2: outer measures, around the origin"},
+        {"--rows", "N", "divisions along y (grid: along z): 1; cylinder 1; sphere 16 (at least 2)"},
+        {"--columns", "N",
+         "divisions along x (cube: also z; cylinder, sphere: around): 1; cylinder and sphere 32 "
+         "(at least 3)"},
+        {"--scheme",
+         "S",
+         "none, catmullClark, loop, bilinear. Refined surfaces have no normals of their own",
+         Offer::words,
+         {"none", "catmullClark", "loop", "bilinear"}},
+        {"--separate-points", "",
+         "cube: every face its own points; cylinder: every cap its own ring"},
+        {"--no-caps", "", "cylinder: open"}}}};
+  row.examples = {"vela make sphere -o sphere.usda --rows 24 --columns 48",
+                  "vela make cube -o cube.usdc --size 1,2,1 --rows 4 --columns 2 --scheme "
+                  "catmullClark"};
+  return row;
+}
+
+VerbRow channelsRow() {
+  VerbRow row;
+  row.name = "channels";
+  row.synopses = {"[options]"};
+  row.summary = "the registry of image channels and layers, as plug-ins find it.";
+  row.brief = "the names that image channels have";
+  row.groups = {{"Options",
+                 {{"--name", "NAME",
+                   "what this name is: a channel, a layer, or what a new channel of that name "
+                   "would be"},
+                  json("as JSON")}}};
+  row.examples = {"vela channels", "vela channels --name depth.Z", "vela channels --json"};
+  return row;
+}
+
+VerbRow selectRow() {
+  VerbRow row;
+  row.name = "select";
+  row.synopses = {"FILE --rect X0,Y0,X1,Y1 -o S.sel [options]", "--show S.sel [--json]"};
+  row.summary = "selects what shows in a rectangle of the picture; or says what a selection holds.";
+  row.brief = "what shows in a rectangle, as a selection";
+  row.arguments = {sceneFile()};
+  row.arguments[0].isOptional = true;
+  row.groups = {
+      {"The selection",
+       {{"--rect", "X0,Y0,X1,Y1",
+         "pixels of the picture that vela render would make with the same options, both corners "
+         "included; what lies outside the picture is cut off"},
+        {"--parts",
+         "P",
+         "objects (the default), faces, vertices: those of the faces met that lie in the "
+         "rectangle",
+         Offer::words,
+         {"objects", "faces", "vertices"}},
+        {"--through", "", "also what is hidden behind something"},
+        output("S.sel", "the selection, as text", Offer::selections),
+        {"--add", "S.sel",
+         "begin with this selection instead of an empty one; may be the output's own",
+         Offer::selections},
+        {"--show", "S.sel", "print a selection instead", Offer::selections},
+        json("print it as JSON")}},
+      viewGroup(),
+      sceneGroup()};
+  row.notes = {
+      "Rays go through the centres of the pixels. What is picked gets the value 1. Of refined "
+      "meshes the scene's own faces are picked, and its own vertices where they have come to lie. "
+      "Where nothing is picked the exit code is 5; the selection is written all the same."};
+  row.examples = {
+      "vela select examples/demo/demo.usda --rect 500,480,860,660 -o bowl.sel",
+      "vela select examples/demo/demo.usda --rect 300,240,500,600 --parts faces --add bowl.sel "
+      "-o two.sel",
+      "vela select --show two.sel",
+      "vela render examples/demo/demo.usda --png two.png --selection two.sel --samples 4"};
+  return row;
+}
+
+VerbRow resolveRow() {
+  VerbRow row;
+  row.name = "resolve";
+  row.synopses = {"REF... [options]"};
+  row.summary = "the files that asset references stand for.";
+  row.brief = "the files that asset references stand for";
+  row.arguments = {
+      {"REF", "", "an asset reference, a path or a file: URL", Offer::files, {}, true}};
+  row.groups = {{"Options", {json("as JSON, with the reason for each that does not resolve")}}};
+  row.notes = {
+      "Prints a path a line, in order; for a reference that does not resolve a line on standard "
+      "error instead. The exit code is then 1, or 4 when others do resolve. The asset manager is "
+      "that of the OpenAssetIO configuration that OPENASSETIO_DEFAULT_CONFIG names; it may be "
+      "native or written in Python. Every FILE that a verb reads may be such a reference; what "
+      "exists as a path is that path, and so is what a file: URL names.",
+      "The examples want OPENASSETIO_DEFAULT_CONFIG=examples/assets/openassetio.toml."};
+  row.examples = {"vela resolve bal:///demo/still-life",
+                  "vela resolve bal:///demo/still-life?v=1 --json",
+                  "vela info bal:///demo/still-life"};
+  return row;
+}
+
+VerbRow helpRow() {
+  VerbRow row;
+  row.name = "help";
+  row.synopses = {"[VERB]", "--man [VERB]", "--completion SHELL", "--share FOLDER", "--messages"};
+  row.summary = "says how a verb is used; also as man page and for shells.";
+  row.brief = "how a verb is used; man pages, completion";
+  row.arguments = {
+      {"VERB", "", "the verb; without it, all of them", Offer::verbs, {}, false, true}};
+  row.groups = {{"Options",
+                 {{"--man", "", "as the source of a man page"},
+                  {"--completion",
+                   "SHELL",
+                   "what completes a command line in bash, zsh or fish",
+                   Offer::words,
+                   {"bash", "zsh", "fish"}},
+                  {"--share", "FOLDER",
+                   "writes all man pages and completions below a folder, where /usr/share has "
+                   "them",
+                   Offer::folders},
+                  {"--messages", "", "every error, warning and note, with its exit code"}}}};
+  row.examples = {"vela help render", "vela help --man pick", "vela help --completion bash"};
+  return row;
+}
+
+}  // namespace
+
+const OptionRow* VerbRow::find(const std::string& wanted) const {
+  const std::string sought = "," + wanted + ",";
+  for (const OptionRow& row : arguments)
+    if (row.names == wanted) return &row;
+  for (const OptionGroup& group : groups)
+    for (const OptionRow& row : group.rows)
+      if (("," + row.names + ",").find(sought) != std::string::npos) return &row;
+  return nullptr;
+}
+
+std::vector<std::string> VerbRow::optionNames() const {
+  std::vector<std::string> names;
+  for (const OptionGroup& group : groups)
+    for (const OptionRow& row : group.rows) names.push_back(row.key());
+  return names;
+}
+
+const std::vector<VerbRow>& verbTable() {
+  static const std::vector<VerbRow> table = {renderRow(), pickRow(),    infoRow(),
+                                             meshRow(),   makeRow(),    channelsRow(),
+                                             selectRow(), resolveRow(), helpRow()};
+  return table;
+}
+
+const VerbRow* findVerb(const std::string& name) {
+  const std::vector<VerbRow>& table = verbTable();
+  const auto found = std::find_if(table.begin(), table.end(),
+                                  [&](const VerbRow& row) { return row.name == name; });
+  return found == table.end() ? nullptr : &*found;
+}
+
+const OptionGroup& commonOptions() {
+  static const OptionGroup group = {
+      "Every verb",
+      {{"--log-level",
+        "LEVEL",
+        "quiet, error, warning, message or verbose: what is said on standard error. Without it "
+        "errors, warnings and notes are",
+        Offer::words,
+        {"quiet", "error", "warning", "message", "verbose"}},
+       {"--log-file", "FILE",
+        "the log's file; without it and HALDEN_LOG_FILE the log goes to standard error",
+        Offer::files},
+       {"-h,--help", "", "this text"}}};
+  return group;
+}
+
+const std::vector<ExitRow>& exitTable() {
+  static const std::vector<ExitRow> table = {{0, "done"},
+                                             {1, "failed, or bad input"},
+                                             {2, "wrong usage"},
+                                             {4, "partly done: some of several failed"},
+                                             {5, "nothing found (pick, select)"},
+                                             {130, "interrupted"}};
+  return table;
+}
+
+const std::vector<VariableRow>& variableTable() {
+  static const std::vector<VariableRow> table = {
+      {"OPENASSETIO_DEFAULT_CONFIG",
+       "the configuration of the asset manager. With it every FILE to read may be an asset "
+       "reference."},
+      {"HALDEN_LOG_FILE, HALDEN_LOG_LEVEL", "as --log-file and --log-level."},
+      {"NO_COLOR", "when it is set and not empty nothing is coloured on terminals."}};
+  return table;
+}
+
+}  // namespace command
