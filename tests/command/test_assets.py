@@ -155,7 +155,7 @@ class Resolve(Case):
 
     def test_each_that_does_not_resolve_gets_a_line_and_the_others_their_path(self):
         said = self.bad("bal.toml", "resolve", "bal:///no/such", "bal:///scene", "bal:///scene?v=3", "other:///x", "plain.usda", "bal:///",
-                        "bal:///web", "bal:///number", "bal:///nothing", "", lines=9)
+                        "bal:///web", "bal:///number", "bal:///nothing", "", lines=9, code=4)
         self.assertEqual(self.out, f"{self.scene}\n")
         for line, start in zip(said, (
                 "bal:///no/such: BatchElementException: entityResolutionError: Entity 'no/such' not found",
@@ -169,8 +169,25 @@ class Resolve(Case):
                 "'': the asset manager knows no references of this kind; see ")):
             self.assertTrue(line.startswith("vela resolve: error: cannot resolve: " + start), line)
 
+    def test_a_path_is_that_path_and_so_is_what_a_file_url_names(self):
+        # No manager is asked, whether there is one or not.
+        (self.at / "a b%.usda").write_text("#usda 1.0\n")
+        encoded = f"{self.at}/a%20b%25.usda"
+        for config in ("bal.toml", "unknown.toml", None):
+            for url in (f"file://{encoded}", f"file:{encoded}", f"FILE://localhost{encoded}"):
+                self.assertEqual(self.good(config, "resolve", url, str(self.scene), "file:///no/such"), f"{self.at}/a b%.usda\n{self.scene}\n/no/such\n")
+                self.assertIn("up axis", self.good(config, "info", url))
+            for url, why in (("file://elsewhere/a", "it names another machine"), ("file:a", "its path is not absolute"), ("file:///%zz", "a % in it"),
+                             ("file:///%0", "a % in it"), ("file:///a%00b", "a % in it"), ("file:", "its path is not absolute")):
+                self.assertIn(f"cannot resolve: {url}: {why}", self.bad(config, "resolve", url))
+                self.assertIn(f"cannot resolve: {url}: {why}", self.bad(config, "info", url))
+            self.assertIn("is an asset reference", self.bad(config, "make", "cube", "-o", f"file://{self.at}/new.usda", code=2))
+        # The others fail one by one.
+        self.assertIn("cannot resolve: bal:///x: no asset manager", self.bad(None, "resolve", "bal:///x", str(self.scene), code=4))
+        self.assertEqual(self.out, f"{self.scene}\n")
+
     def test_json_has_every_reference_and_the_reasons(self):
-        self.bad("bal.toml", "resolve", "--json", "bal:///scene", "bal:///web", "other:///x", lines=2)
+        self.bad("bal.toml", "resolve", "--json", "bal:///scene", "bal:///web", "other:///x", lines=2, code=4)
         self.assertEqual(json.loads(self.out), {"references": [
             {"reference": "bal:///scene", "resolved": True, "path": str(self.scene), "error": None},
             {"reference": "bal:///web", "resolved": False, "path": None, "error": "invalid url: https://example.org/a.usda"},

@@ -127,6 +127,12 @@ class Case(unittest.TestCase):
         self.assertEqual(done.returncode, 0, done.stderr)
         return done
 
+    def asked(self, *arguments, **more):
+        """Something is found, or not."""
+        done = run(*arguments, **more)
+        self.assertIn(done.returncode, (0, 5), done.stderr)
+        return done
+
     def bad(self, code, *arguments):
         """Fails with the code, on standard error alone, the last line in this command's form; gives that line."""
         done = run(*arguments)
@@ -205,7 +211,7 @@ class Usage(Case):
                           ["pick", self.scene, "--ray", "0,0,0,0,0,inf"], ["pick", self.scene, "--pixel", "1,1", "--ray", "0,0,9,0,0,-1"],
                           ["info"], ["info", self.scene, "--time", "x"], ["info", self.scene, "--log-level"],
                           ["select"], ["select", self.scene], ["select", self.scene, "--rect", "1,2,3,4"],
-                          ["select", self.scene, "--rect", "1,2,3", "-o", out], ["select", self.scene, "--rect", "1,2,3,9999", "-o", out],
+                          ["select", self.scene, "--rect", "1,2,3", "-o", out], ["select", self.scene, "--rect", "1,2,3,9999999", "-o", out],
                           ["select", self.scene, "--rect", "1,2,3,4", "-o", out, "--parts", "edges"],
                           ["select", self.scene, "--rect", "1,2,3,4", "-o", out, "--json"], ["select", "--show", out, "--rect", "1,2,3,4"]):
             line = self.bad(2, *arguments)
@@ -401,7 +407,7 @@ class Pictures(Case):
 
 class Picks(Case):
     def pick(self, *arguments):
-        return json.loads(self.good("pick", self.scene, *arguments, "--json").stdout)
+        return json.loads(self.asked("pick", self.scene, *arguments, "--json").stdout)
 
     def test_a_ray_from_above_meets_the_box_then_the_floor_beside_it(self):
         found = self.pick("--ray", "0.1,0.2,5,0,0,-2")
@@ -411,7 +417,8 @@ class Picks(Case):
 
     def test_a_miss_is_told_and_is_no_error(self):
         self.assertEqual(self.pick("--ray", "0,0,5,0,0,1"), {"hit": False})
-        self.assertEqual(self.good("pick", self.scene, "--ray", "0,0,5,0,0,1").stdout, "nothing there\n")
+        missed = run("pick", self.scene, "--ray", "0,0,5,0,0,1")
+        self.assertEqual((missed.returncode, missed.stdout), (5, "nothing there\n"))
 
     def test_the_text_says_the_same(self):
         text = self.good("pick", self.scene, "--ray", "0.1,0.2,5,0,0,-2").stdout
@@ -458,7 +465,7 @@ class Selections(Case):
 
     def select(self, rect, *more):
         out = self.at / "s.sel"
-        self.good("select", self.scene, "--camera", "/World/Flat", "--size", "80x60", "--time", "1", "--rect", rect, "-o", out, *more)
+        self.asked("select", self.scene, "--camera", "/World/Flat", "--size", "80x60", "--time", "1", "--rect", rect, "-o", out, *more)
         report = json.loads(self.good("select", "--show", out, "--json").stdout)
         return {o["path"]: o for o in report["objects"]}
 
@@ -694,7 +701,7 @@ class Instances(Case):
 
     def down(self, x, y, *more):
         """What lies below a place: name and height; None where nothing is."""
-        found = json.loads(self.good("pick", self.scene, "--ray", f"{x},{y},100,0,0,-1", "--json", *more).stdout)
+        found = json.loads(self.asked("pick", self.scene, "--ray", f"{x},{y},100,0,0,-1", "--json", *more).stdout)
         return (found["prim"], round(found["position"][2], 5)) if found["hit"] else None
 
     def test_an_instance_stands_where_the_instancer_puts_it(self):
@@ -707,7 +714,7 @@ class Instances(Case):
         self.assertEqual(self.down(148.8, 0.1), ("/World/Many/Pair/Near[5]", 1))
 
     def test_prototypes_do_not_show_where_they_are_written(self):
-        found = json.loads(self.good("pick", self.scene, "--ray", "0,0,100,0,0,-1", "--json").stdout)
+        found = json.loads(self.asked("pick", self.scene, "--ray", "0,0,100,0,0,-1", "--json").stdout)
         self.assertEqual(found, {"hit": False})
 
     def test_positions_are_those_of_the_time(self):
@@ -741,7 +748,7 @@ class Instances(Case):
         self.assertIsNone(self.down(120, 4, "--exclude", "/Library"))
 
     def test_an_instance_of_no_prototype_is_said_and_left_out(self):
-        done = self.good("pick", self.scene, "--ray", "0,0,100,0,0,-1")
+        done = self.asked("pick", self.scene, "--ray", "0,0,100,0,0,-1")
         self.assertEqual(done.stderr, "vela pick: note: 1 instance has no prototype or no position and is left out\n")
 
     def test_an_instancer_in_its_own_prototype_ends(self):
@@ -777,8 +784,8 @@ def PointInstancer "A"
             self.assertIn(f'"/World/Many/{name}":{number}', text)
 
     def test_the_detector_says_what_it_leaves_out(self):
-        done = self.good("pick", self.scene, "--ray", "101.2,0.1,100,0,0,-1", "--engine", "hit-detector")
-        self.assertEqual(done.stdout, "nothing there\n")
+        done = run("pick", self.scene, "--ray", "101.2,0.1,100,0,0,-1", "--engine", "hit-detector")
+        self.assertEqual((done.returncode, done.stdout), (5, "nothing there\n"))
         self.assertIn("vela: note: the hit detector takes plain meshes alone: 7 others are left out", done.stderr)
 
     def test_a_hundred_thousand_instances_are_soon_picked(self):
@@ -807,7 +814,9 @@ class Shapes(Case):
         lines = re.sub(r" (?=uniform |double |\})", "\n", text)
         self.scene.write_text("#usda 1.0\n" + lines)
         ray = ",".join(str(v) for v in (*origin, *direction))
-        found = json.loads(self.good("pick", self.scene, "--ray", ray, "--json").stdout)
+        done = run("pick", self.scene, "--ray", ray, "--json")
+        found = json.loads(done.stdout)
+        self.assertEqual(done.returncode, 0 if found["hit"] else 5, done.stderr)
         return found if found["hit"] else None
 
     def meets(self, text, origin, direction, position, normal, within=1e-3):
@@ -927,6 +936,25 @@ def Camera "C"
         rows = read_png(self.at / "a.png")[2]
         green = sum(row[3 * x + 1] > row[3 * x] + 20 for row in rows for x in range(100))
         self.assertAlmostEqual(green, math.pi * 25 ** 2, delta=25)  # 40 tenths are 100 pixels
+
+
+class NothingFound(Case):
+    def test_a_rectangle_is_cut_off_at_the_picture(self):
+        size = ["--size", "64x48", "--camera", "/World/Top", "--parts", "vertices"]
+        for given, same in (("-5,-9,20,20", "0,0,20,20"), ("40,30,9999,9999", "40,30,63,47"), ("-1000000,-1,1000000,99", "0,0,63,47")):
+            codes = [run("select", self.scene, *size, f"--rect={rect}", "-o", self.at / name).returncode
+                     for rect, name in ((given, "a.sel"), (same, "b.sel"))]
+            self.assertEqual(codes[0], codes[1])
+            self.assertIn(codes[0], (0, 5))
+            self.assertEqual((self.at / "a.sel").read_bytes(), (self.at / "b.sel").read_bytes())
+
+    def test_a_selection_of_nothing_is_written_and_exits_with_5(self):
+        self.good("select", self.scene, "--rect", "0,0,63,47", "--size", "64x48", "--camera", "/World/Top", "-o", self.at / "all.sel")
+        for rect in ("-9,-9,-1,-1", "64,0,99,47", "0,48,9,99"):
+            done = run("select", self.scene, "--rect", rect, "--size", "64x48", "--add", self.at / "all.sel", "-o", self.at / "a.sel")
+            self.assertEqual(done.returncode, 5, done.stderr)
+            self.assertIn("objects of 0 objects picked", done.stdout)
+            self.assertEqual((self.at / "a.sel").read_bytes(), (self.at / "all.sel").read_bytes())
 
 
 class Facts(Case):

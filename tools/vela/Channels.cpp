@@ -123,7 +123,7 @@ void print(const ChannelNameReport& report) {
 
 }  // namespace
 
-void channels(const ChannelsOptions& options) {
+ExitCode channels(const ChannelsOptions& options) {
   const ChannelManager& registry = *vela::DefaultChannelManager();
   if (options.byName) {
     const ChannelNameReport report = look(registry, options.name);
@@ -138,6 +138,7 @@ void channels(const ChannelsOptions& options) {
     else
       print(report);
   }
+  return kDone;
 }
 
 }  // namespace command

@@ -11,7 +11,7 @@
 
 namespace command {
 
-void help(const HelpOptions& options) {
+ExitCode help(const HelpOptions& options) {
   const VerbRow* verb = nullptr;
   if (!options.verb.empty()) {
     verb = findVerb(options.verb);
@@ -22,7 +22,7 @@ void help(const HelpOptions& options) {
     if (!failed.empty())
       throw failure(Message::cannotWrite,
                     {failed, std::strerror(errno), "name a folder that may be written to"});
-    return;
+    return kDone;
   }
   std::string text;
   if (!options.shell.empty())
@@ -34,6 +34,7 @@ void help(const HelpOptions& options) {
   else
     text = verb ? helpOf(*verb) : overallHelp();
   std::fputs(text.c_str(), stdout);
+  return kDone;
 }
 
 }  // namespace command

@@ -150,13 +150,14 @@ void print(const InfoReport& report) {
 
 }  // namespace
 
-void info(const InfoOptions& options) {
+ExitCode info(const InfoOptions& options) {
   const std::shared_ptr<ovo::Stage> stage = openStage("info", options.file);
   const InfoReport report = gather(*stage, options);
   if (options.json)
     std::fputs(toJson(report).c_str(), stdout);
   else
     print(report);
+  return kDone;
 }
 
 }  // namespace command

@@ -46,7 +46,7 @@ void makeSphere(const MakeOptions& options, MeshSample& mesh) {
 
 }  // namespace
 
-void make(const MakeOptions& options) {
+ExitCode make(const MakeOptions& options) {
   MeshSample mesh;
   std::string name;
   if (options.shape == "cube") {
@@ -75,6 +75,7 @@ void make(const MakeOptions& options) {
                                   false) ||
       !stage->exportTo(options.output, &why))
     throw failure(Message::cannotWriteScene, {options.output, why});
+  return kDone;
 }
 
 }  // namespace command

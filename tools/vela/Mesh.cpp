@@ -106,7 +106,7 @@ Failure noSuchMesh(const ovo::Stage& stage, const std::string& path) {
 
 }  // namespace
 
-void mesh(const MeshOptions& options) {
+ExitCode mesh(const MeshOptions& options) {
   const std::shared_ptr<ovo::Stage> stage = openStage("mesh", options.file);
   std::vector<ovo::MeshPrim> prims;
   if (!options.prim.empty()) {
@@ -143,6 +143,7 @@ void mesh(const MeshOptions& options) {
   if (defects > 0)
     throw failure(Message::defects, {options.file, std::to_string(defects), std::to_string(faulty),
                                      std::to_string(prims.size())});
+  return kDone;
 }
 
 }  // namespace command

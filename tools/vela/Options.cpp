@@ -189,7 +189,7 @@ bool readArguments(int count, char** arguments, SelectOptions& options) {
     throw failure(Message::badForm, {"--rect", given.text("--rect"), "X0,Y0,X1,Y1", "0,0,640,360"});
   int* const values[4] = {&options.rect.x0, &options.rect.y0, &options.rect.x1, &options.rect.y1};
   for (std::size_t i = 0; i < 4; ++i)
-    *values[i] = readInteger(given, "--rect", corners[i], 0, 16383);
+    *values[i] = readInteger(given, "--rect", corners[i], -1'000'000, 1'000'000);
   if (options.rect.x0 > options.rect.x1) std::swap(options.rect.x0, options.rect.x1);
   if (options.rect.y0 > options.rect.y1) std::swap(options.rect.y0, options.rect.y1);
   return true;

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "Failure.h"
 #include "ovo/Path.h"
 #include "tarn/Time.h"
 #include "vela/picture/LayerTable.h"
@@ -119,15 +120,15 @@ bool readArguments(int count, char** arguments, SelectOptions& options);
 bool readArguments(int count, char** arguments, ResolveOptions& options);
 bool readArguments(int count, char** arguments, HelpOptions& options);
 
-// The verbs. \throws Failure, Interrupted
-void render(const RenderOptions& options);
-void pick(const PickOptions& options);
-void info(const InfoOptions& options);
-void mesh(const MeshOptions& options);
-void make(const MakeOptions& options);
-void channels(const ChannelsOptions& options);
-void select(const SelectOptions& options);
-void resolve(const ResolveOptions& options);
-void help(const HelpOptions& options);
+// The verbs. They give the exit code of what is no failure. \throws Failure, Interrupted
+ExitCode render(const RenderOptions& options);
+ExitCode pick(const PickOptions& options);
+ExitCode info(const InfoOptions& options);
+ExitCode mesh(const MeshOptions& options);
+ExitCode make(const MakeOptions& options);
+ExitCode channels(const ChannelsOptions& options);
+ExitCode select(const SelectOptions& options);
+ExitCode resolve(const ResolveOptions& options);
+ExitCode help(const HelpOptions& options);
 
 }  // namespace command

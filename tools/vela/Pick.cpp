@@ -28,7 +28,7 @@ std::string toText(const Vec3f& v) {
 
 }  // namespace
 
-void pick(const PickOptions& options) {
+ExitCode pick(const PickOptions& options) {
   const SceneOptions& scene = options.scene;
   const std::shared_ptr<ovo::Stage> stage = openStage("pick", scene.file);
   const MeshList list = listMeshes("pick", *stage, scene);
@@ -78,6 +78,7 @@ void pick(const PickOptions& options) {
         report.path.c_str(), report.entry, report.face, command::toText(report.distance).c_str(),
         toText(report.position).c_str(), toText(report.normal).c_str());
   }
+  return report.hit ? kDone : kNotFound;
 }
 
 }  // namespace command

@@ -77,7 +77,7 @@ void reportPicture(const RenderOptions& options, const PictureRenderer& renderer
 
 }  // namespace
 
-void render(const RenderOptions& options) {
+ExitCode render(const RenderOptions& options) {
   const auto start = std::chrono::steady_clock::now();
 
   // Names and folders are checked before the long work.
@@ -111,6 +111,7 @@ void render(const RenderOptions& options) {
 
   const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
   reportPicture(options, *renderer, taken.count());
+  return kDone;
 }
 
 }  // namespace command

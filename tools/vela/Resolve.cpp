@@ -2,7 +2,9 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -128,6 +130,50 @@ Resolution resolutionOf(const std::string& reference) {
   return result;
 }
 
+bool isFileUrl(const std::string& text) {
+  constexpr const char* kScheme = "file:";
+  return text.size() >= 5 &&
+         std::equal(text.begin(), text.begin() + 5, kScheme, [](char a, char b) {
+           return std::tolower(static_cast<unsigned char>(a)) == b;
+         });
+}
+
+// The path of a file: URL (RFC 8089), whether there is a file or not: `file:///a/b%20c`,
+// `file://localhost/a/b`, `file:/a/b`.
+Resolution resolutionOfUrl(const std::string& url) {
+  Resolution result;
+  result.reference = url;
+  const auto refuse = [&](const char* why) {
+    result.path.clear();
+    result.failure =
+        failure(Message::cannotResolve, {url, why, "name an absolute path: file:///folder/file"});
+    return result;
+  };
+  std::string rest = url.substr(std::strlen("file:"));
+  if (rest.compare(0, 2, "//") == 0) {
+    const std::size_t slash = std::min(rest.find('/', 2), rest.size());
+    const std::string host = rest.substr(2, slash - 2);
+    if (!host.empty() && host != "localhost") return refuse("it names another machine");
+    rest.erase(0, slash);
+  }
+  if (rest.empty() || rest[0] != '/') return refuse("its path is not absolute");
+  for (std::size_t i = 0; i < rest.size(); ++i) {
+    if (rest[i] != '%') {
+      result.path += rest[i];
+      continue;
+    }
+    unsigned byte = 0;
+    const char* const digits = rest.data() + i + 1;
+    const char* const end = rest.data() + std::min(i + 3, rest.size());
+    const auto [stop, error] = std::from_chars(digits, end, byte, 16);
+    if (error != std::errc() || stop != digits + 2 || byte == 0)
+      return refuse("a % in it is not followed by two hexadecimal digits");
+    result.path += static_cast<char>(byte);
+    i += 2;
+  }
+  return result;
+}
+
 // Files are written where a path says. A manager that may know better is asked only about what
 // could be a reference.
 void refuseReference(const char* verb, const char* option, const std::string& output) {
@@ -135,7 +181,7 @@ void refuseReference(const char* verb, const char* option, const std::string& ou
   const std::size_t slash = output.rfind('/');
   const bool hasFolder = slash == std::string::npos || exists(output.substr(0, slash + 1));
   const bool isReference =
-      (!hasFolder && looksLikeReference(output)) ||
+      isFileUrl(output) || (!hasFolder && looksLikeReference(output)) ||
       (!configuration().empty() && manager().isThere && vela::asset::isAssetPath(output));
   if (isReference) throw failure(Message::outputReference, {option, output, verb});
 }
@@ -144,6 +190,11 @@ void refuseReference(const char* verb, const char* option, const std::string& ou
 
 std::string fileOf(const std::string& argument) {
   if (argument.empty() || exists(argument)) return argument;
+  if (isFileUrl(argument)) {
+    const Resolution result = resolutionOfUrl(argument);
+    if (!result.isResolved()) throw result.failure;
+    return result.path;
+  }
   if (configuration().empty()) {
     if (looksLikeReference(argument)) throw noConfiguration(argument);
     return argument;
@@ -178,12 +229,29 @@ void resolveFiles(InfoOptions& options) { options.file = fileOf(options.file); }
 void resolveFiles(MeshOptions& options) { options.file = fileOf(options.file); }
 void resolveFiles(MakeOptions& options) { refuseReference("make", "-o", options.output); }
 
-void resolve(const ResolveOptions& options) {
-  if (configuration().empty()) throw noConfiguration("");
-  if (!manager().isThere) throw noManager("", "");
-
+ExitCode resolve(const ResolveOptions& options) {
+  // The manager is set up for what needs one. Why it is not there is said once when nothing can be
+  // resolved without it.
+  const auto isPath = [](const std::string& reference) {
+    return exists(reference) || isFileUrl(reference);
+  };
+  if (std::none_of(options.references.begin(), options.references.end(), isPath)) {
+    if (configuration().empty()) throw noConfiguration("");
+    if (!manager().isThere) throw noManager("", "");
+  }
   std::vector<Resolution> all;
-  for (const std::string& reference : options.references) all.push_back(resolutionOf(reference));
+  for (const std::string& reference : options.references) {
+    if (exists(reference))
+      all.push_back({reference, reference, {}});
+    else if (isFileUrl(reference))
+      all.push_back(resolutionOfUrl(reference));
+    else if (configuration().empty())
+      all.push_back({reference, "", noConfiguration(reference)});
+    else if (!manager().isThere)
+      all.push_back({reference, "", noManager(reference, "")});
+    else
+      all.push_back(resolutionOf(reference));
+  }
 
   if (options.json) {
     ResolveReport report;
@@ -196,14 +264,13 @@ void resolve(const ResolveOptions& options) {
       if (one.isResolved()) std::printf("%s\n", one.path.c_str());
   }
 
-  // main() says the last one.
-  const Resolution* last = nullptr;
+  std::size_t failed = 0;
   for (const Resolution& one : all) {
     if (one.isResolved()) continue;
-    if (last) reportFailure("vela resolve", last->failure);
-    last = &one;
+    ++failed;
+    reportFailure("vela resolve", one.failure);
   }
-  if (last) throw last->failure;
+  return failed == 0 ? kDone : failed < all.size() ? kPartly : kBadInput;
 }
 
 }  // namespace command

@@ -82,14 +82,14 @@ const char* wordOf(PickedPart part) {
 
 }  // namespace
 
-void select(const SelectOptions& options) {
+ExitCode select(const SelectOptions& options) {
   if (!options.show.empty()) {
     const SelectionReport report = reportOf(readSelection(options.show));
     if (options.json)
       std::fputs(toJson(report).c_str(), stdout);
     else
       print(report);
-    return;
+    return kDone;
   }
 
   // Names and places are checked before the long work. What is added to may be replaced: it is read
@@ -102,20 +102,24 @@ void select(const SelectOptions& options) {
   const MeshList list = listMeshes("select", *stage, scene);
   const vela::scene::Extent extent = findExtent(list);
   const View view = makeView(*stage, scene, extent);
-  if (options.rect.x1 >= view.width || options.rect.y1 >= view.height)
-    throw failure(Message::pixelOutside,
-                  {"--rect", std::to_string(view.width), std::to_string(view.height)});
+  // What lies outside the picture shows nothing.
+  const vela::scene::PixelRect rect{std::max(options.rect.x0, 0), std::max(options.rect.y0, 0),
+                                    std::min(options.rect.x1, view.width - 1),
+                                    std::min(options.rect.y1, view.height - 1)};
+  const bool isEmpty = rect.x0 > rect.x1 || rect.y0 > rect.y1;
 
   const RayCaster caster = makeCaster(scene, list, extent);
   const std::optional<std::size_t> picked =
-      pickRect(list, caster, view, options.rect, options.through, options.parts, selection,
-               interruptibleWork());
+      isEmpty ? 0
+              : pickRect(list, caster, view, rect, options.through, options.parts, selection,
+                         interruptibleWork());
   if (!picked) throw Interrupted{};
   writeSelection(selection, output);
   // Not into a selection that goes to standard output.
   std::fprintf(options.output == "-" ? stderr : stdout,
                "%s: %s of %zu object%s picked; %zu in all\n", options.output.c_str(),
                wordOf(options.parts), *picked, *picked == 1 ? "" : "s", selection.size());
+  return *picked > 0 ? kDone : kNotFound;
 }
 
 }  // namespace command

@@ -24,14 +24,14 @@ using namespace command;
 
 // One verb: its arguments, then its work.
 template <class VerbOptions>
-void run(int count, char** arguments, void (*verb)(const VerbOptions&)) {
+ExitCode run(int count, char** arguments, ExitCode (*verb)(const VerbOptions&)) {
   VerbOptions options;
-  if (!readArguments(count, arguments, options)) return;
+  if (!readArguments(count, arguments, options)) return kDone;
   resolveFiles(options);
-  verb(options);
+  return verb(options);
 }
 
-void dispatch(const std::string& verb, int count, char** arguments) {
+ExitCode dispatch(const std::string& verb, int count, char** arguments) {
   if (verb == "render") return run(count, arguments, render);
   if (verb == "pick") return run(count, arguments, pick);
   if (verb == "info") return run(count, arguments, info);
@@ -82,7 +82,7 @@ int main(int argc, char** argv) {
   return supervise(head, [&]() -> int {
     try {
       Halden::Log::write(Halden::Log::verbose, head + ": begins");
-      dispatch(verb, count, arguments.data());
+      const ExitCode code = dispatch(verb, count, arguments.data());
       Halden::Log::write(Halden::Log::verbose, head + ": done");
       // What did not fit may have been noticed while there was more to print.
       errno = 0;
@@ -91,7 +91,7 @@ int main(int argc, char** argv) {
                       {"standard output",
                        errno != 0 ? std::strerror(errno) : "not all of it could be written",
                        "see where it goes"});
-      return kDone;
+      return code;
     } catch (const Failure& why) {
       return fail(why);
     } catch (const Interrupted&) {
