@@ -189,24 +189,8 @@ bool Prim::getRelationshipTargets(const Token& name, std::vector<Path>& targets)
   const pxr::TfToken token(name.asString());
   if (!detail::hasProperty(*node_, token, pxr::SdfSpecTypeRelationship)) return false;
 
-  // Edits of the list apply from weak to strong, each in the names of the stage.
-  pxr::SdfPathVector composed;
-  for (auto opinion = node_->opinions.rbegin(); opinion != node_->opinions.rend(); ++opinion) {
-    pxr::SdfPathListOp edits;
-    if (!opinion->layer->HasField(opinion->property(token), pxr::SdfFieldKeys->TargetPaths, &edits))
-      continue;
-    edits.ApplyOperations(
-        &composed,
-        [&](pxr::SdfListOpType, const pxr::SdfPath& path) -> std::optional<pxr::SdfPath> {
-          const pxr::SdfPath absolute = path.MakeAbsolutePath(opinion->path);
-          if (!opinion->node) return absolute;
-          const pxr::SdfPath mapped =
-              opinion->node.GetMapToRoot().MapSourceToTarget(absolute.StripAllVariantSelections());
-          // A target outside of what the arc brings in means nothing here.
-          if (mapped.IsEmpty()) return std::nullopt;
-          return mapped;
-        });
-  }
+  const pxr::SdfPathVector composed =
+      detail::composePaths(*node_, token, pxr::SdfFieldKeys->TargetPaths);
   targets.reserve(composed.size());
   for (const pxr::SdfPath& path : composed) targets.emplace_back(path.GetAsString());
   return true;

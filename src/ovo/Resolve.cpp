@@ -168,6 +168,28 @@ bool hasProperty(const PrimNode& node, const pxr::TfToken& name, pxr::SdfSpecTyp
                      });
 }
 
+pxr::SdfPathVector composePaths(const PrimNode& node, const pxr::TfToken& name,
+                                const pxr::TfToken& field) {
+  // Edits of the list apply from weak to strong, each in the names of the stage.
+  pxr::SdfPathVector composed;
+  for (auto opinion = node.opinions.rbegin(); opinion != node.opinions.rend(); ++opinion) {
+    pxr::SdfPathListOp edits;
+    if (!opinion->layer->HasField(opinion->property(name), field, &edits)) continue;
+    edits.ApplyOperations(
+        &composed,
+        [&](pxr::SdfListOpType, const pxr::SdfPath& path) -> std::optional<pxr::SdfPath> {
+          const pxr::SdfPath absolute = path.MakeAbsolutePath(opinion->path);
+          if (!opinion->node) return absolute;
+          const pxr::SdfPath mapped =
+              opinion->node.GetMapToRoot().MapSourceToTarget(absolute.StripAllVariantSelections());
+          // A target outside of what the arc brings in means nothing here.
+          if (mapped.IsEmpty()) return std::nullopt;
+          return mapped;
+        });
+  }
+  return composed;
+}
+
 pxr::SdfValueTypeName findType(const PrimNode& node, const std::string& name) {
   const pxr::TfToken token(name);
   for (const Opinion& opinion : node.opinions) {

@@ -36,6 +36,7 @@ std::vector<std::string> Problems::list() const {
 namespace {
 
 thread_local Problems* tlsProblems = nullptr;
+thread_local bool tlsOpensPlainData = false;
 
 // Collectors that also take messages of OpenUSD's worker threads, in the order of their set-up.
 struct SharedCollectors {
@@ -187,6 +188,21 @@ Collector::~Collector() {
   tlsProblems = previous_;
 }
 
+OpensPlainData::OpensPlainData() : before_(std::exchange(tlsOpensPlainData, true)) {}
+OpensPlainData::~OpensPlainData() { tlsOpensPlainData = before_; }
+
+namespace {
+
+// Plain data are not, but for the packages that they may lie in.
+bool mayBeParsed(const pxr::ArAsset& asset) {
+  if (!tlsOpensPlainData) return true;
+  char beginning[4] = {};
+  return asset.Read(beginning, sizeof beginning, 0) == sizeof beginning &&
+         isPackage({beginning, sizeof beginning});
+}
+
+}  // namespace
+
 // The file system, with a look at every text before it is parsed.
 class SceneResolver : public pxr::ArDefaultResolver {
  protected:
@@ -200,7 +216,7 @@ class SceneResolver : public pxr::ArDefaultResolver {
       return nullptr;
     }
     std::shared_ptr<pxr::ArAsset> asset = pxr::ArDefaultResolver::_OpenAsset(path);
-    const char* const why = asset ? whyUnfit(*asset) : nullptr;
+    const char* const why = asset && mayBeParsed(*asset) ? whyUnfit(*asset) : nullptr;
     if (!why) return asset;
     TF_RUNTIME_ERROR("%s: %s", path.GetPathString().c_str(), why);
     return nullptr;

@@ -8,6 +8,7 @@
 
 #include <pxr/ar/asset.h>
 #include <pxr/ar/defaultResolver.h>
+#include <pxr/ar/defaultResolverContext.h>
 #include <pxr/ar/defineResolver.h>
 #include <pxr/ar/packageUtils.h>
 #include <pxr/ar/resolver.h>
@@ -47,8 +48,12 @@
 #include <pxr/sdf/copyUtils.h>
 #include <pxr/sdf/layer.h>
 #include <pxr/sdf/layerOffset.h>
+#include <pxr/sdf/layerUtils.h>
 #include <pxr/sdf/listOp.h>
 #include <pxr/sdf/path.h>
+#include <pxr/sdf/pathExpression.h>
+#include <pxr/sdf/pathExpressionEval.h>
+#include <pxr/sdf/predicateLibrary.h>
 #include <pxr/sdf/primSpec.h>
 #include <pxr/sdf/relationshipSpec.h>
 #include <pxr/sdf/schema.h>
@@ -59,6 +64,7 @@
 #include <pxr/sdf/zipFile.h>
 #include <pxr/tf/diagnosticMgr.h>
 #include <pxr/tf/errorMark.h>
+#include <pxr/tf/stringUtils.h>
 #include <pxr/tf/token.h>
 #include <pxr/ts/spline.h>
 #include <pxr/vt/array.h>

@@ -43,6 +43,11 @@ struct Found {
                              const pxr::TfToken& field, pxr::VtValue& value);
 [[nodiscard]] bool hasProperty(const PrimNode& node, const pxr::TfToken& name,
                                pxr::SdfSpecType type);
+/// The paths in a list field of a property, the targets of a relationship or the connections of an
+/// attribute: the edits of all opinions applied, in the stage's namespace. A path outside of what
+/// an arc brings in is left out.
+[[nodiscard]] pxr::SdfPathVector composePaths(const PrimNode& node, const pxr::TfToken& name,
+                                              const pxr::TfToken& field);
 [[nodiscard]] pxr::SdfValueTypeName findType(const PrimNode& node, const std::string& name);
 
 /// The attribute's path in the edit layer, its spec made when it is not there; the empty path when

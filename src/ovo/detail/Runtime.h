@@ -38,6 +38,19 @@ class Collector {
   bool shared_;
 };
 
+/// While it lives, files that this thread opens are data and no scenes: no parser will see them, and
+/// nothing in them is looked at. Else the bytes of a picture would count as brackets.
+class OpensPlainData {
+ public:
+  OpensPlainData();
+  ~OpensPlainData();
+  OpensPlainData(const OpensPlainData&) = delete;
+  OpensPlainData& operator=(const OpensPlainData&) = delete;
+
+ private:
+  bool before_;
+};
+
 /// Sets OpenUSD up for this process on the first call. Empty when all is well, else why no scene
 /// can be opened.
 [[nodiscard]] const std::string& startRuntime();

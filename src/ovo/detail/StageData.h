@@ -84,6 +84,10 @@ class StageData {
   bool setTypeName(PrimNode& node, const Token& type);
 
   [[nodiscard]] pxr::SdfLayerHandleSet usedLayers() const { return cache_->GetUsedLayers(); }
+  /// What names of files are resolved under.
+  [[nodiscard]] const pxr::ArResolverContext& resolverContext() const {
+    return cache_->GetLayerStackIdentifier().pathResolverContext;
+  }
 
   /// A field of the whole stage: from the session, else from the root layer.
   [[nodiscard]] bool stageField(const pxr::TfToken& name, pxr::VtValue* value) const;
