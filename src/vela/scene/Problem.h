@@ -22,6 +22,7 @@ struct Problem {
     notShown,          ///< prims that have a shape but no faces to trace; subject: their type
     notRefined,        ///< a subdivision surface that shows as it is; subject: the prim
     notCast,           ///< entries that the hit detector does not take
+    notBound,          ///< material bindings that cannot be read; subject: a collection
   };
   enum class Severity { note, warning, error };
 
