@@ -66,6 +66,11 @@ class OVO_API FileBytes {
 ///   ovo::FileReference file;
 ///   assert(ovo::PropertyLinks(red.getChild("Surface")).file("inputs:file", file));
 ///   assert(file.written == "./missing.png" && file.resolved.empty());
+///
+///   ovo::FileBytes bytes;
+///   std::string why;
+///   assert(ovo::readFileBytes("examples/demo/demo.usda", bytes, &why));
+///   assert(bytes.view().substr(0, 5) == "#usda");
 /// \endcode
 class OVO_API PropertyLinks : public Prim {
  public:

@@ -415,6 +415,22 @@ class Picks(Case):
                                  "position": [0.1, 0.2, 1.0], "normal": [0.0, 0.0, 1.0]})
         self.assertEqual(self.pick("--ray", "3,3,5,0,0,-1")["prim"], "/World/Floor")
 
+    def test_the_material_of_the_face_is_named_where_one_is_bound(self):
+        scene = self.at / "bound.usda"
+        square = "int[] faceVertexCounts = [4]\nint[] faceVertexIndices = [0, 1, 2, 3]\npoint3f[] points = [(0,0,0), (1,0,0), (1,1,0), (0,1,0)]\n"
+        scene.write_text('#usda 1.0\ndef Scope "Looks" {\ndef Material "A" {\n}\ndef Material "B" {\n}\n}\n'
+                         'def Mesh "M" {\n' + square + 'rel material:binding = </Looks/A>\nrel material:binding:preview = </Looks/B>\n}\n'
+                         'def Mesh "Plain" {\n' + square + 'double3 xformOp:translate = (2, 0, 0)\n'
+                         'uniform token[] xformOpOrder = ["xformOp:translate"]\n}\n')
+        ray = ("pick", scene, "--ray", "0.5,0.5,5,0,0,-1")
+        self.assertIn("\nmaterial  /Looks/A\n", self.good(*ray).stdout)
+        self.assertEqual(json.loads(self.good(*ray, "--json", "--material-purpose", "preview").stdout)["material"], "/Looks/B")
+        beside = self.good("pick", scene, "--ray", "2.5,0.5,5,0,0,-1")
+        self.assertNotIn("material", beside.stdout)
+        self.assertIn("all", self.bad(2, *ray, "--material-purpose", "all"))
+        self.assertEqual(json.loads(self.good("info", scene, "--json").stdout)["materials"], [{"path": "/Looks/A", "prims": 1}])
+        self.assertIn("\nMaterials: 1\n         1  /Looks/A\n", self.good("info", scene).stdout)
+
     def test_a_miss_is_told_and_is_no_error(self):
         self.assertEqual(self.pick("--ray", "0,0,5,0,0,1"), {"hit": False})
         missed = run("pick", self.scene, "--ray", "0,0,5,0,0,1")

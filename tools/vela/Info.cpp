@@ -1,7 +1,9 @@
 #include <cmath>
 #include <cstdio>
 #include <memory>
+#include <set>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "Interrupt.h"
@@ -10,8 +12,10 @@
 #include "Scene.h"
 #include "Text.h"
 #include "ovo/CameraPrim.h"
+#include "ovo/PropertyLinks.h"
 #include "ovo/Stage.h"
 #include "tarn/Constants.h"
+#include "vela/scene/MaterialBinding.h"
 #include "vela/scene/ScenePrims.h"
 
 namespace command {
@@ -64,6 +68,45 @@ InfoReport::MeshFacts factsOf(const ovo::MeshPrim& prim, double time) {
   return facts;
 }
 
+// The materials that prims are bound to, those of equal sources as one.
+class MaterialCounts {
+ public:
+  explicit MaterialCounts(const ovo::Stage& stage) : finder_(stage) {}
+
+  void add(const ovo::Prim& prim, double time, std::vector<InfoReport::MaterialFacts>& facts) {
+    addOne(finder_.find(prim).material, facts);
+    if (ovo::MeshPrim(prim).isValid())
+      for (const vela::scene::MaterialSubset& subset : vela::scene::materialSubsets(prim, time))
+        addOne(finder_.find(subset.prim).material, facts);
+  }
+
+ private:
+  void addOne(const ovo::Prim& material, std::vector<InfoReport::MaterialFacts>& facts) {
+    if (!material.isValid()) return;
+    const auto [path, isNewPath] = byPath_.try_emplace(material.getPath(), facts.size());
+    if (isNewPath) {
+      const auto [source, isNew] =
+          bySource_.try_emplace(ovo::PropertyLinks(material).sourceKey(), facts.size());
+      if (isNew) facts.push_back({material.getPath().asString()});
+      path->second = source->second;
+    }
+    ++facts[path->second].prims;
+  }
+
+  vela::scene::MaterialFinder finder_;
+  std::unordered_map<ovo::Path, std::size_t> byPath_;
+  std::unordered_map<std::string, std::size_t> bySource_;
+};
+
+// Prims of these types have a surface.
+bool hasSurface(const std::string& type) {
+  static const std::set<std::string> types = {
+      "Mesh",        "Cube",          "Sphere",     "Cylinder",  "Cylinder_1",
+      "Cone",        "Capsule",       "Plane",      "Capsule_1", "BasisCurves",
+      "NurbsCurves", "HermiteCurves", "NurbsPatch", "TetMesh",   "Points"};
+  return types.count(type) > 0;
+}
+
 InfoReport gather(const ovo::Stage& stage, const InfoOptions& options) {
   InfoReport report;
   report.file = options.file;
@@ -76,6 +119,7 @@ InfoReport gather(const ovo::Stage& stage, const InfoOptions& options) {
   report.endTimeCode = stage.getEndTimeCode();
   report.defaultPrim = stage.getDefaultPrimName().asString();
 
+  MaterialCounts materials(stage);
   vela::scene::forEachPrim(
       stage,
       [&](const ovo::Prim& prim) {
@@ -84,6 +128,7 @@ InfoReport gather(const ovo::Stage& stage, const InfoOptions& options) {
         ++report.primsByType[type.empty() ? "(none)" : type];
         if (const ovo::MeshPrim mesh(prim); mesh.isValid())
           report.meshes.push_back(factsOf(mesh, options.time));
+        if (hasSurface(type)) materials.add(prim, options.time, report.materials);
         if (const ovo::CameraPrim camera(prim); camera.isValid())
           report.cameras.push_back(factsOf(camera, options.time, report.metersPerUnit));
         return true;
@@ -130,6 +175,14 @@ void print(const InfoReport& report) {
   }
   if (report.meshes.size() > kMostMeshes)
     std::printf("  ... and %zu more: --json lists all\n", report.meshes.size() - kMostMeshes);
+
+  if (!report.materials.empty()) {
+    std::printf("\nMaterials: %zu\n", report.materials.size());
+    for (std::size_t i = 0; i < std::min(report.materials.size(), kMostMeshes); ++i)
+      std::printf("  %8zu  %s\n", report.materials[i].prims, report.materials[i].path.c_str());
+    if (report.materials.size() > kMostMeshes)
+      std::printf("  ... and %zu more: --json lists all\n", report.materials.size() - kMostMeshes);
+  }
 
   std::printf("\nCameras: %zu\n", report.cameras.size());
   for (const InfoReport::CameraFacts& camera : report.cameras) {

@@ -54,6 +54,7 @@ std::string toJson(const PickReport& report) {
     json["distance"] = number(report.distance);
     json["position"] = vector(report.position);
     json["normal"] = vector(report.normal);
+    if (!report.material.empty()) json["material"] = report.material;
   }
   return dump(json, 2) + "\n";
 }
@@ -102,6 +103,9 @@ std::string toJson(const InfoReport& report) {
         Json::array({number(camera.shutterOpen), number(camera.shutterClose)});
     json["cameras"].push_back(entry);
   }
+  json["materials"] = Json::array();
+  for (const InfoReport::MaterialFacts& material : report.materials)
+    json["materials"].push_back({{"path", material.path}, {"prims", material.prims}});
   return dump(json, 2) + "\n";
 }
 

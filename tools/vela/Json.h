@@ -19,6 +19,7 @@ struct PickReport {
   std::int32_t face = 0;
   float distance = 0.0f;
   tarn::Vec3f position, normal;
+  std::string material;  ///< a path; empty: none
 };
 
 struct InfoReport {
@@ -37,6 +38,10 @@ struct InfoReport {
     double clippingNear = 0, clippingFar = 0, focusDistance = 0;  ///< scene units
     double fStop = 0, shutterOpen = 0, shutterClose = 0;
   };
+  struct MaterialFacts {
+    std::string path;
+    std::size_t prims = 0;  ///< that have it, subsets of meshes among them
+  };
   std::string file, upAxis, defaultPrim;
   double metersPerUnit = 0, timeCodesPerSecond = 0, framesPerSecond = 0, startTimeCode = 0,
          endTimeCode = 0;
@@ -45,6 +50,7 @@ struct InfoReport {
   std::map<std::string, std::size_t> primsByType;
   std::vector<MeshFacts> meshes;
   std::vector<CameraFacts> cameras;
+  std::vector<MaterialFacts> materials;
 };
 
 struct ChannelsReport {

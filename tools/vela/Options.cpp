@@ -131,6 +131,7 @@ bool readArguments(int count, char** arguments, RenderOptions& options) {
   if (!options.exr.empty() && options.exr == options.png) throw failure(Message::sameOutputs);
   readInteger(given, "--samples", 1, 4096, options.samples);
   readInteger(given, "--threads", 0, 1024, options.threads);
+  readWord(given, "--material-purpose", {"full", "preview"}, options.scene.materialPurpose);
   readWord(given, "--pattern", {"jittered", "regular"}, options.pattern);
   if (given.has("--layers")) options.layers = splitList(given.text("--layers"));
   return true;
@@ -140,6 +141,7 @@ bool readArguments(int count, char** arguments, PickOptions& options) {
   Arguments given(*findVerb("pick"));
   if (!given.read(count, arguments)) return false;
   readScene(given, options.scene);
+  readWord(given, "--material-purpose", {"full", "preview"}, options.scene.materialPurpose);
   options.json = given.has("--json");
   if (given.has("--pixel") == given.has("--ray"))
     throw failure(Message::oneOfTwo, {"--pixel", "--ray", "pick"});

@@ -10,6 +10,7 @@
 #include "tarn/Time.h"
 #include "vela/picture/LayerTable.h"
 #include "vela/picture/PictureRenderer.h"
+#include "vela/scene/MaterialBinding.h"
 #include "vela/scene/Picking.h"
 #include "vela/scene/RayCaster.h"
 #include "vela/scene/SceneMeshes.h"
@@ -29,6 +30,7 @@ struct SceneOptions {
   int subdivisionLevel = 0;
   bool smooth = false;
   vela::scene::CasterKind engine = vela::scene::CasterKind::tracer;
+  vela::scene::MaterialPurpose materialPurpose = vela::scene::MaterialPurpose::full;
 
   [[nodiscard]] vela::scene::MeshFilter filter() const {
     return {time,

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -8,6 +9,7 @@
 #include "Options.h"
 #include "Scene.h"
 #include "Text.h"
+#include "vela/scene/MaterialBinding.h"
 
 namespace command {
 
@@ -24,6 +26,23 @@ using vela::scene::WorldRay;
 
 std::string toText(const Vec3f& v) {
   return command::toText(v.x) + " " + command::toText(v.y) + " " + command::toText(v.z);
+}
+
+// The material bound to the face that was met: that of the last subset with the face, else the
+// prim's own.
+ovo::Prim materialAt(const ovo::Stage& stage, const SceneOptions& options, const MeshList& list,
+                     const SurfaceHit& hit) {
+  vela::scene::MaterialFinder finder(stage, options.materialPurpose);
+  const vela::scene::Shape& shape = list.shapeOf(hit.entry);
+  const ovo::Prim& prim = list.entries[hit.entry].prim;
+  ovo::Prim bound = prim;
+  if (shape.prim.isValid())
+    for (const vela::scene::MaterialSubset& subset :
+         vela::scene::materialSubsets(prim, options.time))
+      if (std::find(subset.faces.cbegin(), subset.faces.cend(), shape.sceneFace(hit.face)) !=
+          subset.faces.cend())
+        bound = subset.prim;
+  return finder.find(bound).material;
 }
 
 }  // namespace
@@ -56,6 +75,7 @@ ExitCode pick(const PickOptions& options) {
   report.hit = hit.hit;
   if (hit.hit) {
     report.path = nameOf(list, hit.entry);
+    report.material = materialAt(*stage, scene, list, hit).getPath().asString();
     report.entry = hit.entry;
     report.face = list.shapeOf(hit.entry).sceneFace(hit.face);
     report.distance = static_cast<float>(hit.distance);
@@ -77,6 +97,7 @@ ExitCode pick(const PickOptions& options) {
         "prim      %s\nentry     %u\nface      %d\ndistance  %s\nposition  %s\nnormal    %s\n",
         report.path.c_str(), report.entry, report.face, command::toText(report.distance).c_str(),
         toText(report.position).c_str(), toText(report.normal).c_str());
+    if (!report.material.empty()) std::printf("material  %s\n", report.material.c_str());
   }
   return report.hit ? kDone : kNotFound;
 }

@@ -46,6 +46,7 @@ vela::picture::RenderOptions pictureOptions(const RenderOptions& options) {
   picture.smooth = scene.smooth;
   picture.samples = options.samples;
   picture.pattern = options.pattern;
+  picture.materialPurpose = scene.materialPurpose;
   picture.layers.clear();
   if (!options.exr.empty()) picture.layers = options.layers;
   if (!options.png.empty()) picture.layers.push_back("rgba");

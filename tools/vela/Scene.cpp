@@ -151,6 +151,11 @@ void reportKind(const char* verb, const std::string& file, const Problem* proble
       std::fprintf(stderr, "vela: note: %s: %zu others are left out\n", first.reason.c_str(),
                    first.count);
       break;
+    case Problem::Kind::notBound:
+      std::fprintf(stderr, "vela %s: note: %zu collection%s materials cannot be read%s %s\n", verb,
+                   count, count == 1 ? " of" : "s of", count == 1 ? ":" : ", the first",
+                   first.text().c_str());
+      break;
     default: std::fprintf(stderr, "vela %s: note: %s\n", verb, first.text().c_str()); break;
   }
 }

@@ -95,6 +95,14 @@ OptionGroup sceneGroup() {
             {"tracer", "hit-detector"}}}};
 }
 
+OptionRow materialPurpose() {
+  return {"--material-purpose",
+          "P",
+          "full; preview: materials that are bound for previews go before others",
+          Offer::words,
+          {"full", "preview"}};
+}
+
 VerbRow renderRow() {
   VerbRow row;
   row.name = "render";
@@ -117,6 +125,7 @@ VerbRow renderRow() {
          Offer::words,
          {"jittered", "regular"}},
         {"--threads", "N", "0: as many as the machine has. The picture is the same for any number"},
+        materialPurpose(),
         {"--selection", "S.sel", "tints what the selection has (vela select makes one)",
          Offer::selections}}}};
   row.notes = {
@@ -154,13 +163,14 @@ VerbRow pickRow() {
                   {"--ray", "O...,D...",
                    "world origin and direction; the distance is in units of the direction's "
                    "length"},
+                  materialPurpose(),
                   json("as JSON")}},
                 viewGroup(),
                 sceneGroup()};
   row.notes = {
       "Prints the prim's path (of an instance with its number, as vela render names it), its "
       "entry (render's prim.id less 1), face, distance, world position and normal, the last as "
-      "the layer N has it. Where the ray meets nothing the exit code is 5."};
+      "the layer N has it, and the material that is bound to the face, where one is. Where the ray meets nothing the exit code is 5."};
   row.examples = {"vela pick examples/demo/demo.usda --pixel 640,360",
                   "vela pick examples/demo/demo.usda --ray 0,200,0,0,-1,0 --json"};
   return row;

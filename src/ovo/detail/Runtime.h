@@ -38,7 +38,7 @@ class Collector {
   bool shared_;
 };
 
-/// While it lives, files that this thread opens are data and no scenes: no parser will see them, and
+/// While it lives, files that this thread opens are data and no scenes: no parser will see them and
 /// nothing in them is looked at. Else the bytes of a picture would count as brackets.
 class OpensPlainData {
  public:

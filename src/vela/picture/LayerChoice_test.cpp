@@ -110,7 +110,7 @@ TEST(LayerChoice, APictureIsReducedToTheChannelsOfAChoice) {
 }
 
 TEST(LayerChoice, WhatCannotBeRenderedIsRefusedByName) {
-  const std::string attempt = "; try rgba, rgb, alpha, depth, P, N, prim, face or albedo";
+  const std::string attempt = "; try rgba, rgb, alpha, depth, P, N, prim, face, material or albedo";
   for (const Words& names : {Words{"heat"}, {"rgba", "heat"}, {"heat", "forward"}}) {
     std::string error;
     EXPECT_FALSE(chooseLayers(names, &error));

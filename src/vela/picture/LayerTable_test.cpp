@@ -72,9 +72,9 @@ TEST(LayerTable, APartIsNeighbouringChannelsOfARowAboveAndSampledAsThatIs) {
 TEST(LayerTable, LightIsAMeanAndDataAreOfThePixelsCentre) {
   for (const char* name : {"rgba", "rgb", "alpha", "albedo"})
     EXPECT_EQ(findLayerInfo(name)->sampling, Sampling::meanOfSamples) << name;
-  for (const char* name : {"depth", "P", "N", "prim", "face"})
+  for (const char* name : {"depth", "P", "N", "prim", "face", "material"})
     EXPECT_EQ(findLayerInfo(name)->sampling, Sampling::pixelCentre) << name;
-  for (const char* name : {"prim", "face"})
+  for (const char* name : {"prim", "face", "material"})
     EXPECT_EQ(findLayerInfo(name)->type, ValueType::uint32) << name;
 }
 

@@ -8,6 +8,7 @@
 
 #include "tarn/Mat4.h"
 #include "vela/Version.h"
+#include "vela/picture/ExrFile.h"
 #include "vela/picture/detail/LayerRows.h"
 #include "vela/picture/detail/RenderJob.h"
 #include "vela/picture/detail/Shader.h"
@@ -21,6 +22,7 @@ namespace detail {
 struct OpenPicture {
   LayerChoice layers;
   scene::MeshList meshes;
+  std::optional<scene::SceneMaterials> materials;
   scene::Extent extent;
   scene::View view;
   std::optional<scene::RayCaster> caster;
@@ -103,7 +105,8 @@ void makeJob(const std::shared_ptr<ovo::Stage>& stage, const RenderOptions& opti
     }
   }
   open.job.emplace(detail::RenderJob{
-      open.meshes, open.view, *open.caster, open.layers, needsLight ? &*open.shader : nullptr,
+      open.meshes, open.view, *open.caster, open.layers,
+      open.materials ? &*open.materials : nullptr, needsLight ? &*open.shader : nullptr,
       needsNormals ? &*open.shader : nullptr, grid, ambientGrid,
       options.pattern == SamplePattern::jittered, frameOf(options.time)});
 }
@@ -143,6 +146,14 @@ bool setUp(const std::shared_ptr<ovo::Stage>& stage, const RenderOptions& option
                                 "no mesh is visible, of the purposes asked for and not left out");
     nothing.severity = Problem::Severity::warning;
     problems.push_back(nothing);
+  }
+
+  // What the meshes are made of, where that is asked for.
+  if (open.layers.has("material")) {
+    open.materials =
+        scene::findMaterials(*stage, open.meshes, options.materialPurpose, options.time, work);
+    if (work.isStopped()) return fail(problemOf(Problem::Kind::stopped, "", "stopped"));
+    add(open.materials->problems);
   }
 
   // The camera, and what answers its rays.
@@ -234,6 +245,12 @@ Picture PictureRenderer::makePicture() const {
     const std::size_t count = open_->meshes.entries.size();
     picture.manifest.reserve(count);
     for (std::size_t i = 0; i < count; ++i) picture.manifest.push_back(nameOf(open_->meshes, i));
+  }
+  if (open_->layers.has("material")) {
+    std::vector<std::string> names;
+    for (const ovo::Prim& material : open_->materials->materials)
+      names.push_back(material.getPath().asString());
+    picture.attributes.push_back({"material/manifest", manifestText(names)});
   }
   return picture;
 }

@@ -15,6 +15,7 @@
 #include "vela/picture/LayerTable.h"
 #include "vela/picture/Picture.h"
 #include "vela/picture/Tiles.h"
+#include "vela/scene/MaterialBinding.h"
 #include "vela/scene/Problem.h"
 #include "vela/scene/RayCaster.h"
 #include "vela/scene/SceneExtent.h"
@@ -41,6 +42,8 @@ struct RenderOptions {
   std::vector<std::string> layers = defaultLayers();  ///< names for chooseLayers()
   /// What it has is tinted; its status of prims need not be up to date.
   std::optional<Selection::GeoSelection> selection;
+  /// Which of the scene's materials count.
+  scene::MaterialPurpose materialPurpose = scene::MaterialPurpose::full;
 };
 
 namespace detail {
@@ -102,7 +105,9 @@ class VELA_PICTURE_API PictureRenderer {
   [[nodiscard]] const scene::RayCaster& caster() const noexcept;
 
   /// The whole picture without its values, which are 0: size, layers, manifest and attributes,
-  /// which are `software` and `worldToCamera`.
+  /// which are `software` and `worldToCamera`, and with the layer `material` also
+  /// `material/manifest`: one JSON object from the path of a material to its value, 1 for the
+  /// first.
   [[nodiscard]] Picture makePicture() const;
 
   /// Renders a rectangle on the caller's thread, as a picture of its own without manifest and

@@ -240,11 +240,12 @@ TEST(PictureRenderer, BadOptionsAreNamed) {
   options = smallOptions();
   options.layers = {"rgba", "heat"};
   expect(options,
-         "layers: no such layer: heat; try rgba, rgb, alpha, depth, P, N, prim, face or albedo");
+         "layers: no such layer: heat; try rgba, rgb, alpha, depth, P, N, prim, face, material "
+         "or albedo");
   options.layers = {};
   expect(options,
-         "layers: no layers: the list is empty; try rgba, rgb, alpha, depth, P, N, prim, face or "
-         "albedo");
+         "layers: no layers: the list is empty; try rgba, rgb, alpha, depth, P, N, prim, face, "
+         "material or albedo");
   options = smallOptions();
   options.caster = vela::scene::CasterKind::hitDetector;
   options.smooth = true;
@@ -320,7 +321,9 @@ TEST(PictureRenderer, EachLayerOfASquare) {
 }
 
 TEST(PictureRenderer, AttributesSayWhatMadeThePictureAndWhereTheCameraStood) {
-  const auto renderer = rendererOf(demo(), smallOptions(8, 8));
+  RenderOptions options = smallOptions(8, 8);
+  options.layers = defaultLayers();
+  const auto renderer = rendererOf(demo(), options);
   const Picture picture = renderer->makePicture();
   ASSERT_EQ(picture.attributes.size(), 2u);
   EXPECT_EQ(picture.attributes[0].name, "software");

@@ -26,4 +26,11 @@ std::uint32_t PixelCentre::face() const {
                   : 0;
 }
 
+std::uint32_t PixelCentre::material() const {
+  if (!hit_.hit || !job_.materials) return 0;
+  const std::uint32_t material =
+      job_.materials->entries[hit_.entry].of(job_.meshes.shapeOf(hit_.entry).sceneFace(hit_.face));
+  return material == scene::kNoMaterial ? 0 : material + 1;
+}
+
 }  // namespace vela::picture::detail

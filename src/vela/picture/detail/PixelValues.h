@@ -29,6 +29,8 @@ class PixelCentre {
   [[nodiscard]] std::uint32_t prim() const;
   /// The scene's index of the face; 0 when nothing was met.
   [[nodiscard]] std::uint32_t face() const;
+  /// 1 for the first of the scene's materials; 0 when nothing was met or it has none.
+  [[nodiscard]] std::uint32_t material() const;
 
  private:
   const RenderJob& job_;

@@ -4,6 +4,7 @@
 
 #include "vela/picture/LayerChoice.h"
 #include "vela/picture/detail/Shader.h"
+#include "vela/scene/MaterialBinding.h"
 #include "vela/scene/RayCaster.h"
 #include "vela/scene/SceneMeshes.h"
 #include "vela/scene/View.h"
@@ -16,6 +17,7 @@ struct RenderJob {
   const scene::View& view;
   const scene::RayCaster& caster;
   const LayerChoice& layers;
+  const scene::SceneMaterials* materials;  ///< null when nothing needs to know of them
   const Shader* light;   ///< null when no layer needs light or colour
   const Shader* smooth;  ///< null when the layer of normals has the faces' own
   int grid;              ///< samples of a pixel are grid * grid
