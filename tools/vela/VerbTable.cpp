@@ -170,7 +170,8 @@ VerbRow pickRow() {
   row.notes = {
       "Prints the prim's path (of an instance with its number, as vela render names it), its "
       "entry (render's prim.id less 1), face, distance, world position and normal, the last as "
-      "the layer N has it, and the material that is bound to the face, where one is. Where the ray meets nothing the exit code is 5."};
+      "the layer N has it, and the material that is bound to the face, where one is. Where the ray "
+      "meets nothing the exit code is 5."};
   row.examples = {"vela pick examples/demo/demo.usda --pixel 640,360",
                   "vela pick examples/demo/demo.usda --ray 0,200,0,0,-1,0 --json"};
   return row;
