@@ -20,6 +20,7 @@ LOCATABLE = "openassetio-mediacreation:content.LocatableContent"
 SCENE = """#usda 1.0
 def Mesh "Square"
 {
+    uniform token subdivisionScheme = "none"
     int[] faceVertexCounts = [4]
     int[] faceVertexIndices = [0, 1, 2, 3]
     point3f[] points = [(-1, -1, 0), (1, -1, 0), (1, 1, 0), (-1, 1, 0)]

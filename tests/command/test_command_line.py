@@ -379,7 +379,7 @@ class Pictures(Case):
 
     def test_what_cannot_be_shown_is_counted_in_one_line(self):
         done = self.good("render", self.scene, "-o", self.at / "a.exr", "--size", "16x9")
-        self.assertEqual(done.stderr, "vela render: note: 1 prim cannot be shown yet and is left out: 1 BasisCurves\n")
+        self.assertEqual(done.stderr, "vela render: note: left out: 1 subdivision surface shown as its control mesh, 1 BasisCurves\n")
         self.assertEqual(done.stdout, "")
 
     def test_the_png_has_the_colours_of_the_scene_evenly_lit(self):
@@ -765,7 +765,8 @@ class Instances(Case):
 
     def test_an_instance_of_no_prototype_is_said_and_left_out(self):
         done = self.asked("pick", self.scene, "--ray", "0,0,100,0,0,-1")
-        self.assertEqual(done.stderr, "vela pick: note: 1 instance has no prototype or no position and is left out\n")
+        self.assertEqual(done.stderr, "vela pick: note: left out: 1 instance without a prototype or a position, 3 subdivision "
+                         "surfaces shown as their control meshes\n")
 
     def test_an_instancer_in_its_own_prototype_ends(self):
         self.scene.write_text("""#usda 1.0
@@ -802,7 +803,7 @@ def PointInstancer "A"
     def test_the_detector_says_what_it_leaves_out(self):
         done = run("pick", self.scene, "--ray", "101.2,0.1,100,0,0,-1", "--engine", "hit-detector")
         self.assertEqual((done.returncode, done.stdout), (5, "nothing there\n"))
-        self.assertIn("vela: note: the hit detector takes plain meshes alone: 7 others are left out", done.stderr)
+        self.assertIn("vela pick: note: the hit detector takes plain meshes alone: 7 others are left out", done.stderr)
 
     def test_a_hundred_thousand_instances_are_soon_picked(self):
         count = 100_000
@@ -952,6 +953,101 @@ def Camera "C"
         rows = read_png(self.at / "a.png")[2]
         green = sum(row[3 * x + 1] > row[3 * x] + 20 for row in rows for x in range(100))
         self.assertAlmostEqual(green, math.pi * 25 ** 2, delta=25)  # 40 tenths are 100 pixels
+
+
+class LeftOut(Case):
+    """What is said besides the result, and what --strict makes of it."""
+
+    PICTURE = ["--size", "32x18", "--samples", "1"]
+
+    def said(self, *arguments, **more):
+        return self.good(*arguments, **more).stderr.splitlines()
+
+    def scene_of(self, text):
+        # Scene files want a line for each statement.
+        self.scene.write_text("#usda 1.0\n" + text.replace("{", "{\n").replace("}", "\n}"))
+
+    def test_lights_and_materials_concern_colours_alone(self):
+        self.scene_of('def Cube "C" { rel material:binding = </M> }\ndef Material "M" { }\ndef DistantLight "L" { }')
+        out = ["-o", self.at / "a.exr", *self.PICTURE]
+        self.assertEqual(self.said("render", self.scene, *out), ["vela render: note: left out: 1 light, 1 material"])
+        self.assertEqual(self.said("render", self.scene, *out, "--layers", "N,depth"), [])
+        self.assertEqual(run("pick", self.scene, "--pixel", "16,9", *self.PICTURE[:2]).stderr, "")
+
+    def test_strict_turns_what_is_said_into_3_and_does_the_work(self):
+        self.scene_of('def Cube "C" { }\ndef BasisCurves "W" { }')
+        for verb in (["render", "-o", self.at / "a.exr", *self.PICTURE], ["pick", "--ray", "0,0,9,0,0,-1"],
+                     ["select", "--rect", "0,0,31,17", "--size", "32x18", "-o", self.at / "a.sel"]):
+            for level in ([], ["--log-level", "error"], ["--log-level", "quiet"]):
+                done = run(verb[0], self.scene, *verb[1:], "--strict", *level)
+                self.assertEqual(done.returncode, 3, done.stderr)
+                self.assertEqual(done.stderr, "" if level else f"vela {verb[0]}: note: left out: 1 BasisCurves\n")
+                self.assertEqual(self.good(verb[0], self.scene, *verb[1:]).stdout, done.stdout)
+        self.assertTrue((self.at / "a.exr").exists() and (self.at / "a.sel").exists())
+        # What is worse stays worse; what is whole is whole.
+        self.assertEqual(run("pick", self.scene, "--ray", "9,9,9,0,0,-1", "--strict").returncode, 5)
+        self.scene_of('def Cube "C" { }')
+        self.good("pick", self.scene, "--ray", "0,0,9,0,0,-1", "--strict")
+
+    def test_levels_keep_lines_back(self):
+        self.scene_of('def BasisCurves "W" { }')
+        for level, count in ((None, 2), ("verbose", 2), ("message", 2), ("warning", 1), ("error", 0), ("quiet", 0)):
+            for options, variables in (([] if level is None else ["--log-level", level], {}),
+                                       ([], {} if level is None else {"HALDEN_LOG_LEVEL": level})):
+                done = self.good("render", self.scene, "-o", self.at / "a.exr", *self.PICTURE, *options, env=dict(os.environ, **variables))
+                self.assertEqual(sum("note:" in l or "warning:" in l for l in done.stderr.splitlines()), count, done.stderr)
+        self.assertIn("error:", run("info", self.at / "none.usda", "--log-level", "quiet").stderr)
+
+    def test_names_of_nothing_are_said(self):
+        out = ["-o", self.at / "a.exr", *self.PICTURE, "--log-file", self.at / "log"]
+        said = self.said("render", self.scene, *out, "--exclude", "/World/Bx", "--exclude", "/World/Box", "--include-type", "Mseh")
+        self.assertTrue([l for l in said if l.startswith("vela render: note: --exclude /World/Bx names nothing in the scene; try --exclude /World/Box")], said)
+        self.assertIn("vela render: note: --include-type Mseh names nothing in the scene; try --include-type Mesh", said)
+        self.assertFalse([l for l in said if "/World/Box names" in l])
+        (self.at / "s.sel").write_text("geoselection { paths 2 { /World/Floor 1 { verts 0 0 } { faces 0 0 } /World/None 1 "
+                                       "{ verts 0 0 } { faces 0 0 } } }")
+        said = self.said("render", self.scene, *out, "--selection", self.at / "s.sel")
+        self.assertTrue([l for l in said if l.endswith("s.sel has /World/None, which is not in the scene")], said)
+        self.assertFalse([l for l in said if "/World/Floor" in l])
+
+    def test_a_camera_that_sees_nothing_is_said(self):
+        self.scene_of('def Cube "C" { }\ndef Camera "Away" { double3 xformOp:translate = (0, 0, -9)\n'
+                      'uniform token[] xformOpOrder = ["xformOp:translate"] }')
+        for layers in ("rgba", "depth"):
+            said = self.said("render", self.scene, "-o", self.at / "a.exr", *self.PICTURE, "--layers", layers)
+            self.assertEqual(said, ["vela render: warning: the camera sees nothing: /Away"])
+
+    def test_options_without_effect_are_said(self):
+        self.scene_of('def Cube "C" { }')
+        for arguments, option in ((["render", self.scene, "--png", self.at / "a.png", *self.PICTURE, "--layers", "N"], "--layers"),
+                                  (["render", self.scene, "--png", self.at / "a.png", *self.PICTURE, "--pattern", "regular"], "--pattern"),
+                                  (["pick", self.scene, "--ray", "0,0,9,0,0,-1", "--size", "9x9"], "--size"),
+                                  (["make", "grid", "-o", self.at / "m.usda", "--no-caps"], "--no-caps"),
+                                  (["make", "sphere", "-o", self.at / "m.usda", "--separate-points"], "--separate-points")):
+            self.assertRegex("\n".join(self.said(*arguments)), f"^vela {arguments[0]}: note: {option} has no effect: ")
+
+    def test_lines_that_are_nearly_the_same_are_one(self):
+        self.scene_of("".join(f'def "A{i}" ( references = @./lost{i}.usda@ ) {{ }}\n' for i in range(30)) + 'def Cube "C" { }')
+        said = self.said("pick", self.scene, "--ray", "0,0,9,0,0,-1")
+        self.assertEqual(len(said), 1, said)
+        self.assertIn(" (and 29 more like it)", said[0])
+
+    def test_colours_are_for_terminals_that_want_them(self):
+        def shown(**variables):
+            try:
+                ours, theirs = pty.openpty()
+            except OSError as why:
+                self.skipTest(f"this machine has no terminals to give: {why}")
+            environment = {k: v for k, v in os.environ.items() if k not in ("NO_COLOR", "TERM")}
+            subprocess.run([COMMAND, "info", self.at / "none.usda"], stderr=theirs, env=dict(environment, **variables), timeout=60)
+            os.close(theirs)
+            text = os.read(ours, 4096).decode()
+            os.close(ours)
+            return text
+        self.assertIn("vela info: \033[1;31merror:\033[0m cannot open", shown(TERM="xterm"))
+        for variables in ({"TERM": "xterm", "NO_COLOR": "1"}, {"TERM": "dumb"}, {}):
+            self.assertIn("vela info: error: cannot open", shown(**variables))
+        self.assertIn("\033", shown(TERM="xterm", NO_COLOR=""))
 
 
 class NothingFound(Case):

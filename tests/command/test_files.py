@@ -21,6 +21,7 @@ SCENE = """#usda 1.0
     subLayers = [@./layer.usda@]
 )
 def Mesh "M" {
+    uniform token subdivisionScheme = "none"
     point3f[] points = [(-1, -1, 0), (1, -1, 0), (1, 1, 0), (-1, 1, 0)]
     int[] faceVertexCounts = [4]
     int[] faceVertexIndices = [0, 1, 2, 3]

@@ -9,6 +9,7 @@
 
 #include "HelpTexts.h"
 #include "Messages.h"
+#include "Notices.h"
 #include "Suggest.h"
 #include "Text.h"
 
@@ -120,6 +121,10 @@ bool Arguments::read(int count, char** arguments) {
     if (row.key() == "--help") {
       std::fputs(helpOf(*verb_).c_str(), stdout);
       return false;
+    }
+    if (row.key() == "--strict") {
+      setStrict();
+      continue;
     }
     // The name of an option is no value: the value was forgotten.
     if (isApart && std::strncmp(optarg, "--", 2) == 0 && verb_->find(optarg))

@@ -12,6 +12,7 @@
 #include <filesystem>
 
 #include "Messages.h"
+#include "Notices.h"
 #include "Suggest.h"
 #include "VerbTable.h"
 #include "vela/log/Log.h"
@@ -109,17 +110,22 @@ void setUpLog(int& count, char** arguments) {
 
   if (!lonely.empty())
     throw failure(Message::missingValue, {lonely, lonely == "--log-file" ? "FILE" : "LEVEL"});
-  if (level.empty()) return;
+  if (level.empty()) {
+    const char* const fromEnvironment = std::getenv("HALDEN_LOG_LEVEL");
+    if (fromEnvironment) setNoticeLevel(Halden::Log::parseLevel(fromEnvironment));
+    return;
+  }
   std::transform(level.begin(), level.end(), level.begin(),
                  [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
   const unsigned parsed = Halden::Log::parseLevel(level);
   if (parsed == Halden::Log::unset) throw badLevel(level);
   Halden::Log::setLevel(parsed);
+  setNoticeLevel(parsed);
 }
 
 void reportFailure(const std::string& head, const Failure& failure) {
   const std::string text = describe(failure);
-  std::fprintf(stderr, "%s: error: %s\n", head.c_str(), text.c_str());
+  std::fprintf(stderr, "%s: %s %s\n", head.c_str(), coloured("error:").c_str(), text.c_str());
   if (!Halden::Log::path().empty()) Halden::Log::write(Halden::Log::error, head + ": " + text);
 }
 

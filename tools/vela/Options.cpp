@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <initializer_list>
 #include <utility>
 
 #include "Arguments.h"
 #include "Messages.h"
+#include "Notices.h"
 #include "Suggest.h"
 #include "Text.h"
 
@@ -63,6 +65,13 @@ double readTime(const Arguments& given) {
   if (!readNumbers(given.text("--time"), 1, numbers))
     throw failure(Message::badNumber, {"--time", given.text("--time")});
   return numbers[0];
+}
+
+// Says which of the options are given for nothing.
+void sayUnused(const Arguments& given, std::initializer_list<const char*> options,
+               const std::string& why) {
+  for (const char* option : options)
+    if (given.has(option)) say(Notice::note, std::string(option) + " has no effect: " + why);
 }
 
 // The options that all verbs with a camera share.
@@ -134,6 +143,9 @@ bool readArguments(int count, char** arguments, RenderOptions& options) {
   readWord(given, "--material-purpose", {"full", "preview"}, options.scene.materialPurpose);
   readWord(given, "--pattern", {"jittered", "regular"}, options.pattern);
   if (given.has("--layers")) options.layers = splitList(given.text("--layers"));
+  if (options.samples == 1)
+    sayUnused(given, {"--pattern"}, "a single sample is the pixel's centre");
+  if (options.exr.empty()) sayUnused(given, {"--layers"}, "there is no -o that takes layers");
   return true;
 }
 
@@ -152,6 +164,7 @@ bool readArguments(int count, char** arguments, PickOptions& options) {
     if (numbers[3] == 0.0 && numbers[4] == 0.0 && numbers[5] == 0.0)
       throw failure(Message::noDirection);
     std::copy(numbers.begin(), numbers.end(), options.ray);
+    sayUnused(given, {"--camera", "--lens", "--size"}, "--ray is a ray of the world");
   } else {
     const Words parts = splitList(given.text("--pixel"));
     if (parts.size() != 2)
@@ -177,6 +190,10 @@ bool readArguments(int count, char** arguments, SelectOptions& options) {
         throw failure(Message::notTogether,
                       {"--show", other == std::string("--output") ? "-o" : other,
                        ": it prints a selection, and takes nothing else but --json"});
+    sayUnused(given,
+              {"--parts", "--through", "--camera", "--lens", "--size", "--time", "--include-type",
+               "--exclude", "--purpose", "--invisible", "--subdivide", "--smooth", "--engine"},
+              "--show prints a selection and opens no scene");
     return true;
   }
   if (!given.has("FILE")) throw failure(Message::missingArgument, {"FILE", "select"});
@@ -270,6 +287,10 @@ bool readArguments(int count, char** arguments, MakeOptions& options) {
   int rows = sphere ? 16 : 1, columns = round ? 32 : 1;
   readInteger(given, "--rows", sphere ? 2 : 1, kMost, rows);
   readInteger(given, "--columns", round ? 3 : 1, kMost, columns);
+  if (options.shape != "cube" && options.shape != "cylinder")
+    sayUnused(given, {"--separate-points"}, "a " + options.shape + " shares its points");
+  if (options.shape != "cylinder")
+    sayUnused(given, {"--no-caps"}, "a " + options.shape + " has no caps");
   options.rows = static_cast<unsigned>(rows);
   options.columns = static_cast<unsigned>(columns);
   const double faces = options.shape == "cube"

@@ -50,7 +50,7 @@ ovo::Prim materialAt(const ovo::Stage& stage, const SceneOptions& options, const
 ExitCode pick(const PickOptions& options) {
   const SceneOptions& scene = options.scene;
   const std::shared_ptr<ovo::Stage> stage = openStage("pick", scene.file);
-  const MeshList list = listMeshes("pick", *stage, scene);
+  const MeshList list = listMeshes(*stage, scene);
   const vela::scene::Extent extent = findExtent(list);
   const RayCaster caster = makeCaster(scene, list, extent);
 

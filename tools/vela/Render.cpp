@@ -1,6 +1,8 @@
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <memory>
 #include <optional>
@@ -9,6 +11,7 @@
 
 #include "Interrupt.h"
 #include "Messages.h"
+#include "Notices.h"
 #include "Options.h"
 #include "OutputFile.h"
 #include "Progress.h"
@@ -66,6 +69,32 @@ void check(bool isWritten, const OutputFile& file, const std::string& why) {
   throwIfInterrupted();
 }
 
+// True when a layer says of each pixel that nothing is there. Not known without such a layer.
+bool seesNothing(const Picture& picture) {
+  for (const vela::picture::Layer& layer : picture.layers) {
+    const auto all = [&](const std::vector<float>& values, std::size_t channel, auto isMiss) {
+      for (std::size_t i = channel; i < values.size(); i += layer.channels.size())
+        if (!isMiss(values[i])) return false;
+      return !values.empty();
+    };
+    if (layer.name == "rgba") return all(layer.floats, 3, [](float a) { return a == 0.0f; });
+    if (layer.name == "depth")
+      return all(layer.floats, 0, [](float z) { return !std::isfinite(z); });
+  }
+  return false;
+}
+
+// Of a selection: prims that the scene does not have.
+void sayAbsent(const ovo::Stage& stage, const vela::Selection::GeoSelection& selection,
+               const std::string& file) {
+  std::vector<std::string> absent;
+  for (const auto& [path, object] : selection)
+    if (!stage.getPrimAtPath(path).isValid())
+      absent.push_back(file + " has " + path.asString() + ", which is not in the scene");
+  std::sort(absent.begin(), absent.end());
+  sayAlike(Notice::note, absent);
+}
+
 // On a terminal, one line about the picture that was made.
 void reportPicture(const RenderOptions& options, const PictureRenderer& renderer, double seconds) {
   if (!isatty(STDERR_FILENO)) return;
@@ -91,10 +120,16 @@ ExitCode render(const RenderOptions& options) {
 
   // The picture.
   const std::shared_ptr<ovo::Stage> stage = openStage("render", options.scene.file);
+  if (selection) sayAbsent(*stage, *selection, options.selection);
   vela::picture::RenderOptions wanted = pictureOptions(options);
   wanted.selection = std::move(selection);
-  const auto renderer = openPicture("render", stage, options.scene.file, wanted);
+  const auto renderer = openPicture(stage, options.scene.file, wanted);
   Picture picture = renderAll(*renderer, options.threads);
+
+  if (!renderer->extent().box.isEmpty() && seesNothing(picture))
+    say(Notice::warning, renderer->view().camera.isEmpty()
+                             ? "the view sees nothing"
+                             : "the camera sees nothing: " + renderer->view().camera.asString());
 
   // Both files are whole before either gets its name.
   std::string why;

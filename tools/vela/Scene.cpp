@@ -3,10 +3,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <filesystem>
 #include <map>
 #include <optional>
+#include <set>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -14,10 +14,12 @@
 #include "Failure.h"
 #include "Interrupt.h"
 #include "Messages.h"
+#include "Notices.h"
 #include "OutputFile.h"
 #include "Suggest.h"
 #include "Supervisor.h"
 #include "vela/log/Log.h"
+#include "vela/scene/LeftOut.h"
 #include "vela/scene/ScenePrims.h"
 
 namespace command {
@@ -113,58 +115,92 @@ Failure cannotOpen(const std::string& file, const std::string& why) {
   return failure(Message::cannotOpen, {file, withoutHead(why, file), attempt});
 }
 
-// One line for neighbours of the same kind.
-void reportKind(const char* verb, const std::string& file, const Problem* problems,
-                std::size_t count) {
+// One line for neighbours of the same kind. What is not shown is told by sayLeftOut().
+void reportKind(const std::string& file, const Problem* problems, std::size_t count) {
   const Problem& first = problems[0];
+  const std::string number = std::to_string(first.count);
   switch (first.kind) {
-    case Problem::Kind::badInstances:
-      std::fprintf(
-          stderr, "vela %s: note: %zu instance%s no prototype or no position and %s left out\n",
-          verb, first.count, first.count == 1 ? " has" : "s have", first.count == 1 ? "is" : "are");
-      break;
+    case Problem::Kind::notShown: break;
+    case Problem::Kind::badInstances: break;
     case Problem::Kind::notRefined:
-      std::fprintf(stderr, "vela %s: note: %zu subdivision surface%s shown unrefined%s %s\n", verb,
-                   count, count == 1 ? " is" : "s are", count == 1 ? ":" : ", the first",
-                   first.text().c_str());
+      say(Notice::note, std::to_string(count) + " subdivision surface" +
+                            (count == 1 ? " is" : "s are") + " shown unrefined" +
+                            (count == 1 ? ": " : ", the first ") + first.text());
       break;
-    case Problem::Kind::notShown: {
-      std::size_t total = 0;
-      std::string types;
-      for (std::size_t i = 0; i < count; ++i) {
-        total += problems[i].count;
-        types += (types.empty() ? "" : ", ") + std::to_string(problems[i].count) + " " +
-                 problems[i].subject;
-      }
-      std::fprintf(stderr, "vela %s: note: %zu prim%s cannot be shown yet and %s left out: %s\n",
-                   verb, total, total == 1 ? "" : "s", total == 1 ? "is" : "are", types.c_str());
-      break;
-    }
     case Problem::Kind::nothingShown:
-      std::fprintf(stderr, "vela %s: warning: nothing to show: %s: %s\n", verb, file.c_str(),
-                   first.reason.c_str());
+      say(Notice::warning, "nothing to show: " + file + ": " + first.reason);
       break;
     case Problem::Kind::unusableCamera:
-      std::fprintf(stderr, "vela: warning: the camera cannot be used: %s\n", first.text().c_str());
+      say(Notice::warning, "the camera cannot be used: " + first.text());
       break;
     case Problem::Kind::notCast:
-      std::fprintf(stderr, "vela: note: %s: %zu others are left out\n", first.reason.c_str(),
-                   first.count);
+      say(Notice::note, first.reason + ": " + number +
+                            (first.count == 1 ? " other is" : " others are") + " left out");
       break;
     case Problem::Kind::notBound:
-      std::fprintf(stderr, "vela %s: note: %zu collection%s materials cannot be read%s %s\n", verb,
-                   count, count == 1 ? " of" : "s of", count == 1 ? ":" : ", the first",
-                   first.text().c_str());
+      say(Notice::note, std::to_string(count) + " collection" + (count == 1 ? " of" : "s of") +
+                            " materials cannot be read" + (count == 1 ? ": " : ", the first ") +
+                            first.text());
       break;
-    default: std::fprintf(stderr, "vela %s: note: %s\n", verb, first.text().c_str()); break;
+    default: say(Notice::note, first.text()); break;
   }
 }
 
 // Notes and warnings, on standard error.
-void report(const char* verb, const std::string& file, const std::vector<Problem>& problems) {
+void report(const std::string& file, const std::vector<Problem>& problems) {
   for (std::size_t i = 0, end = 0; i < problems.size(); i = end) {
     while (end < problems.size() && problems[end].kind == problems[i].kind) ++end;
-    reportKind(verb, file, &problems[i], end - i);
+    reportKind(file, &problems[i], end - i);
+  }
+}
+
+// One line with all that is not shown, or not as the scene means it.
+void sayLeftOut(const ovo::Stage& stage, const MeshList& list,
+                const vela::scene::MeshFilter& filter, const vela::scene::View* view,
+                bool withLook) {
+  using vela::scene::LeftOut;
+  using vela::scene::LeftOutConcern;
+  std::vector<LeftOut> found =
+      vela::scene::findLeftOut(stage, list, filter, view, interruptibleWork());
+  throwIfInterrupted();
+  found.erase(std::remove_if(found.begin(), found.end(),
+                             [&](const LeftOut& one) {
+                               return !withLook && one.concern == LeftOutConcern::look;
+                             }),
+              found.end());
+  if (!found.empty()) say(Notice::note, "left out: " + vela::scene::textOf(found));
+}
+
+// Paths and types that were named and are not there.
+void sayUnusedNames(const ovo::Stage& stage, const vela::scene::MeshFilter& filter) {
+  std::vector<std::string> paths;
+  std::set<std::string> types;
+  const auto readScene = [&] {
+    if (!types.empty()) return;
+    vela::scene::forEachPrim(
+        stage,
+        [&](const ovo::Prim& prim) {
+          paths.push_back(prim.getPath().asString());
+          types.insert(prim.getTypeName().asString());
+          return true;
+        },
+        interruptibleWork());
+    throwIfInterrupted();
+  };
+  const auto sayNone = [&](const std::string& option, const std::string& name,
+                           const std::vector<std::string>& candidates) {
+    const std::string attempt = attemptAmong(name, candidates, option + " ");
+    say(Notice::note, option + " " + name + " names nothing in the scene" +
+                          (attempt.empty() ? "" : "; " + attempt));
+  };
+  for (const ovo::Path& path : filter.excludedPaths)
+    if (!stage.getPrimAtPath(path).isValid()) {
+      readScene();
+      sayNone("--exclude", path.asString(), paths);
+    }
+  for (const std::string& type : filter.includedTypes) {
+    readScene();
+    if (types.count(type) == 0) sayNone("--include-type", type, {types.begin(), types.end()});
   }
 }
 
@@ -189,22 +225,20 @@ std::shared_ptr<ovo::Stage> openStage(const char* verb, const std::string& file)
   Halden::Log::write(Halden::Log::message, "opened " + file);
 
   // A scene that is partly missing is shown as far as it goes.
-  constexpr std::size_t kMostLines = 20;
-  const std::vector<std::string> problems = stage->problems();
-  for (std::size_t i = 0; i < std::min(problems.size(), kMostLines); ++i)
-    std::fprintf(stderr, "vela %s: warning: %s: %s\n", verb, file.c_str(), problems[i].c_str());
-  if (problems.size() > kMostLines)
-    std::fprintf(stderr, "vela %s: warning: %s: %zu more like these\n", verb, file.c_str(),
-                 problems.size() - kMostLines);
+  std::vector<std::string> problems = stage->problems();
+  for (std::string& problem : problems) problem = file + ": " + withoutHead(problem, file);
+  sayAlike(Notice::warning, problems);
   return stage;
 }
 
-MeshList listMeshes(const char* verb, const ovo::Stage& stage, const SceneOptions& options) {
+MeshList listMeshes(const ovo::Stage& stage, const SceneOptions& options) {
   Problem problem;
   std::optional<MeshList> list =
       vela::scene::listMeshes(stage, options.filter(), &problem, interruptibleWork());
   if (!list) fail(problem, stage);
-  report(verb, options.file, list->problems());
+  report(options.file, list->problems());
+  sayUnusedNames(stage, options.filter());
+  sayLeftOut(stage, *list, options.filter(), nullptr, false);
   return *std::move(list);
 }
 
@@ -220,7 +254,7 @@ vela::scene::View makeView(const ovo::Stage& stage, const SceneOptions& options,
   std::optional<vela::scene::View> view =
       vela::scene::makeView(stage, options.view(), extent, &problem, interruptibleWork());
   if (!view) fail(problem, stage);
-  report("", options.file, view->problems);
+  report(options.file, view->problems);
   return *std::move(view);
 }
 
@@ -229,12 +263,12 @@ vela::scene::RayCaster makeCaster(const SceneOptions& options, const MeshList& l
   std::optional<vela::scene::RayCaster> caster = vela::scene::RayCaster::make(
       options.engine, list, extent, options.time, nullptr, interruptibleWork());
   throwIfInterrupted();
-  report("", options.file, caster->problems());
+  report(options.file, caster->problems());
   return *std::move(caster);
 }
 
 std::unique_ptr<vela::picture::PictureRenderer> openPicture(
-    const char* verb, const std::shared_ptr<ovo::Stage>& stage, const std::string& file,
+    const std::shared_ptr<ovo::Stage>& stage, const std::string& file,
     const vela::picture::RenderOptions& options) {
   std::vector<Problem> problems;
   auto renderer =
@@ -244,8 +278,13 @@ std::unique_ptr<vela::picture::PictureRenderer> openPicture(
     reason = problems.back();
     problems.pop_back();
   }
-  report(verb, file, problems);
+  report(file, problems);
   if (!renderer) fail(reason, *stage);
+  const bool withLook = renderer->layers().has(vela::picture::Sampling::meanOfSamples);
+  vela::scene::MeshFilter filter = options.meshes;
+  filter.time = options.time;
+  sayUnusedNames(*stage, filter);
+  sayLeftOut(*stage, renderer->meshes(), filter, &renderer->view(), withLook);
   return renderer;
 }
 

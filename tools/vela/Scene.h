@@ -21,7 +21,7 @@ namespace command {
 
 /// The meshes that the options ask for. What cannot be shown is said on standard error.
 /// \throws Failure when there are more instances, or faces to refine, than memory is likely to hold
-[[nodiscard]] vela::scene::MeshList listMeshes(const char* verb, const ovo::Stage& stage,
+[[nodiscard]] vela::scene::MeshList listMeshes(const ovo::Stage& stage,
                                                const SceneOptions& options);
 
 /// \throws Interrupted
@@ -41,7 +41,7 @@ namespace command {
 /// \param file the stage's, for messages
 /// \throws Failure as the functions above
 [[nodiscard]] std::unique_ptr<vela::picture::PictureRenderer> openPicture(
-    const char* verb, const std::shared_ptr<ovo::Stage>& stage, const std::string& file,
+    const std::shared_ptr<ovo::Stage>& stage, const std::string& file,
     const vela::picture::RenderOptions& options);
 
 }  // namespace command

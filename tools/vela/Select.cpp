@@ -99,7 +99,7 @@ ExitCode select(const SelectOptions& options) {
   if (!options.add.empty()) selection = readSelection(options.add, true);
   const SceneOptions& scene = options.scene;
   const std::shared_ptr<ovo::Stage> stage = openStage("select", scene.file);
-  const MeshList list = listMeshes("select", *stage, scene);
+  const MeshList list = listMeshes(*stage, scene);
   const vela::scene::Extent extent = findExtent(list);
   const View view = makeView(*stage, scene, extent);
   // What lies outside the picture shows nothing.

@@ -392,6 +392,8 @@ const OptionGroup& commonOptions() {
        {"--log-file", "FILE",
         "the log's file; without it and HALDEN_LOG_FILE the log goes to standard error",
         Offer::files},
+       {"--strict", "",
+        "anything said besides the result, such as what is left out, makes the exit code 3"},
        {"-h,--help", "", "this text"}}};
   return group;
 }
@@ -400,6 +402,7 @@ const std::vector<ExitRow>& exitTable() {
   static const std::vector<ExitRow> table = {{0, "done"},
                                              {1, "failed, or bad input"},
                                              {2, "wrong usage"},
+                                             {3, "done, but something was said, with --strict"},
                                              {4, "partly done: some of several failed"},
                                              {5, "nothing found (pick, select)"},
                                              {130, "interrupted"}};

@@ -12,6 +12,7 @@
 #include "Interrupt.h"
 #include "Logging.h"
 #include "Messages.h"
+#include "Notices.h"
 #include "Options.h"
 #include "Resolve.h"
 #include "Supervisor.h"
@@ -70,6 +71,7 @@ int main(int argc, char** argv) {
     reportFailure(head, why);
     return static_cast<int>(why.code);
   };
+  setNoticeHead(head);
   catchInterrupts();
   std::vector<char*> arguments;
   for (std::size_t i = 1; i < words.size(); ++i) arguments.push_back(words[i].data());
@@ -91,7 +93,7 @@ int main(int argc, char** argv) {
                       {"standard output",
                        errno != 0 ? std::strerror(errno) : "not all of it could be written",
                        "see where it goes"});
-      return code;
+      return code == kDone && isLessThanStrict() ? kLeftOut : code;
     } catch (const Failure& why) {
       return fail(why);
     } catch (const Interrupted&) {

@@ -1,0 +1,174 @@
+#include "vela/scene/LeftOut.h"
+
+#include <algorithm>
+#include <set>
+#include <utility>
+
+#include "ovo/CameraPrim.h"
+#include "ovo/MeshPrim.h"
+#include "ovo/Tokens.h"
+#include "vela/scene/ScenePrims.h"
+
+namespace vela::scene {
+
+namespace {
+
+using Keys = std::vector<std::string>;
+
+bool endsWith(const std::string& text, const std::string& end) {
+  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+// What a prim has of each kind, by a key that tells it from others of the kind.
+
+Keys lights(const ovo::Prim& prim, double) {
+  const std::string& type = prim.getTypeName().asString();
+  if (endsWith(type, "Light") || endsWith(type, "Light_1")) return {prim.getPath().asString()};
+  return {};
+}
+
+Keys materials(const ovo::Prim& prim, double) {
+  Keys keys;
+  std::vector<ovo::Path> targets;
+  prim.getRelationshipTargets(ovo::Token("material:binding"), targets);
+  for (const ovo::Path& target : targets) keys.push_back(target.asString());
+  return keys;
+}
+
+Keys textures(const ovo::Prim& prim, double time) {
+  std::string file;
+  if (prim.getTypeName() != ovo::Token("Shader") ||
+      !prim.getAttr(ovo::Token("inputs:file")).get(file, time) || file.empty())
+    return {};
+  return {file};
+}
+
+Keys opacities(const ovo::Prim& prim, double time) {
+  const ovo::Primvar opacity = prim.getPrimvar(ovo::Token("displayOpacity"));
+  ovo::Array<float> values;
+  if (!opacity.isValid() || !opacity.computeFlattened(values, time)) return {};
+  const auto view = values.view();
+  const bool isOpaque = std::all_of(view.begin(), view.end(), [](float v) { return v >= 1.0f; });
+  return isOpaque ? Keys() : Keys{prim.getPath().asString()};
+}
+
+Keys drawModes(const ovo::Prim& prim, double time) {
+  ovo::Token mode;
+  if (!prim.getAttr(ovo::Token("model:drawMode")).get(mode, time)) return {};
+  const std::string& word = mode.asString();
+  return word == "origin" || word == "bounds" || word == "cards" ? Keys{prim.getPath().asString()}
+                                                                 : Keys();
+}
+
+// What the picture's camera is set to.
+
+bool hasDepthOfField(const ovo::CameraParameters& camera) {
+  return camera.perspective && camera.fStop > 0.0;
+}
+bool hasClippingPlanes(const ovo::CameraParameters& camera) {
+  return !camera.clippingPlanes.empty();
+}
+
+struct Row {
+  LeftOutKind kind;
+  Keys (*ofPrim)(const ovo::Prim& prim, double time) = nullptr;
+  bool (*ofCamera)(const ovo::CameraParameters& camera) = nullptr;
+};
+
+// A row is deleted when pictures show the thing.
+constexpr Row kRows[] = {
+    {{"light", "lights", LeftOutConcern::look}, lights},
+    {{"material", "materials", LeftOutConcern::look}, materials},
+    {{"texture", "textures", LeftOutConcern::look}, textures},
+    {{"prim with opacity", "prims with opacity", LeftOutConcern::look}, opacities},
+    {{"draw mode", "draw modes", LeftOutConcern::shape}, drawModes},
+    {{"depth of field", "depth of field", LeftOutConcern::camera}, nullptr, hasDepthOfField},
+    {{"clipping planes", "clipping planes", LeftOutConcern::camera}, nullptr, hasClippingPlanes},
+};
+
+// Subdivision surfaces that show as their control meshes.
+LeftOut controlMeshes(const MeshList& list) {
+  LeftOut found;
+  for (const Shape& shape : list.shapes) {
+    if (shape.refinement || !shape.prim.isValid()) continue;
+    const ovo::Token scheme = shape.prim.getSubdivisionScheme();
+    if (scheme == ovo::tokens().none) continue;
+    if (found.count++ == 0) found.first = shape.prim.getPath().asString();
+  }
+  found.what = found.count == 1 ? "subdivision surface shown as its control mesh"
+                                : "subdivision surfaces shown as their control meshes";
+  return found;
+}
+
+}  // namespace
+
+std::vector<LeftOutKind> leftOutKinds() {
+  std::vector<LeftOutKind> kinds;
+  for (const Row& row : kRows) kinds.push_back(row.kind);
+  return kinds;
+}
+
+std::vector<LeftOut> findLeftOut(const ovo::Stage& stage, const MeshList& list,
+                                 const MeshFilter& filter, const View* view, const Work& work) {
+  std::vector<LeftOut> found(std::size(kRows));
+  std::vector<std::set<std::string>> known(std::size(kRows));
+  const auto isExcluded = [&](const ovo::Prim& prim) {
+    return std::any_of(filter.excludedPaths.begin(), filter.excludedPaths.end(),
+                       [&](const ovo::Path& path) { return prim.getPath().hasPrefix(path); });
+  };
+  forEachPrim(
+      stage,
+      [&](const ovo::Prim& prim) {
+        if (isExcluded(prim)) return false;
+        for (std::size_t i = 0; i < std::size(kRows); ++i) {
+          if (!kRows[i].ofPrim) continue;
+          for (std::string& key : kRows[i].ofPrim(prim, filter.time)) {
+            if (!filter.withInvisible && !prim.isVisible(filter.time)) break;
+            if (found[i].count == 0) found[i].first = key;
+            if (known[i].insert(std::move(key)).second) ++found[i].count;
+          }
+        }
+        return true;
+      },
+      work);
+  if (view && !view->camera.isEmpty()) {
+    const ovo::CameraPrim camera(stage.getPrimAtPath(view->camera));
+    const ovo::CameraParameters parameters = camera.getParameters(filter.time);
+    for (std::size_t i = 0; i < std::size(kRows); ++i)
+      if (kRows[i].ofCamera && kRows[i].ofCamera(parameters)) {
+        found[i].count = 1;
+        found[i].first = view->camera.asString();
+      }
+  }
+
+  std::vector<LeftOut> all;
+  for (std::size_t i = 0; i < std::size(kRows); ++i) {
+    if (found[i].count == 0) continue;
+    const LeftOutKind& kind = kRows[i].kind;
+    found[i].what = found[i].count == 1 ? kind.one : kind.many;
+    found[i].concern = kind.concern;
+    all.push_back(std::move(found[i]));
+  }
+  if (list.badInstances > 0)
+    all.push_back({list.badInstances == 1 ? "instance without a prototype or a position"
+                                          : "instances without a prototype or a position",
+                   list.badInstances, "", LeftOutConcern::shape});
+  // Of a refined list those that stayed unrefined stand with their reasons in MeshList::notRefined.
+  if (LeftOut meshes = controlMeshes(list); meshes.count > 0 && filter.subdivisionLevel == 0)
+    all.push_back(meshes);
+  for (const auto& [type, count] : list.notShown) all.push_back({type, count, "", {}});
+  return all;
+}
+
+std::string textOf(const std::vector<LeftOut>& leftOut) {
+  std::string text;
+  for (const LeftOut& one : leftOut) {
+    if (!text.empty()) text += ", ";
+    // A camera's setting is there or not.
+    if (one.concern != LeftOutConcern::camera) text += std::to_string(one.count) + " ";
+    text += one.what;
+  }
+  return text;
+}
+
+}  // namespace vela::scene

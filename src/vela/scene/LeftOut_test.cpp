@@ -1,0 +1,116 @@
+// What is left out, counted in small scenes.
+#include "vela/scene/LeftOut.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "support/TextStage.h"
+
+namespace {
+
+using namespace vela::scene;
+
+std::string found(const std::string& scene, const MeshFilter& filter = {},
+                  const std::string& camera = "") {
+  // Scene files want a line for each statement.
+  std::string lines;
+  for (const char c : scene) lines += c == '{' ? "{\n" : c == '}' ? "\n}" : std::string(1, c);
+  const std::shared_ptr<ovo::Stage> stage = vela_test::stageOf(lines);
+  if (!stage) return "no stage";
+  const MeshList list = listMeshes(*stage, filter).value();
+  ViewOptions options;
+  options.camera = ovo::Path(camera);
+  options.time = filter.time;
+  const std::optional<View> view = makeView(*stage, options, Extent());
+  return textOf(findLeftOut(*stage, list, filter, view ? &*view : nullptr));
+}
+
+TEST(LeftOut, NothingIsToldOfAPlainScene) {
+  EXPECT_EQ(found(R"(def Mesh "M" { uniform token subdivisionScheme = "none" }
+def Sphere "S" { float[] primvars:displayOpacity = [1] }
+def Camera "C" { }
+)"),
+            "");
+}
+
+TEST(LeftOut, LightsOfEveryTypeAreCountedWhereTheyAreVisible) {
+  const std::string scene = R"(def DistantLight "A" { }
+def DomeLight "B" { }
+def Scope "Off" { token visibility = "invisible"
+  def RectLight "C" { }
+}
+def SphereLight "D" (active = false) { }
+)";
+  EXPECT_EQ(found(scene), "2 lights");
+  MeshFilter all;
+  all.withInvisible = true;
+  EXPECT_EQ(found(scene, all), "3 lights");
+  all.excludedPaths = {ovo::Path("/Off"), ovo::Path("/A")};
+  EXPECT_EQ(found(scene, all), "1 light");
+}
+
+TEST(LeftOut, MaterialsAndTexturesCountOnceHoweverOftenTheyAreUsed) {
+  EXPECT_EQ(found(R"(def Material "Red" {
+  def Shader "Map" { asset inputs:file = @red.png@ }
+  def Shader "Same" { asset inputs:file = @red.png@ }
+  def Shader "None" { asset inputs:file = @@ }
+}
+def Cube "A" { rel material:binding = </Red> }
+def Cube "B" { rel material:binding = </Red> }
+def Cube "C" { rel material:binding = </Missing> }
+)"),
+            "2 materials, 1 texture");
+}
+
+TEST(LeftOut, OpacityBelowOneAndDrawModesAreTold) {
+  EXPECT_EQ(found(R"(def Cube "A" { float[] primvars:displayOpacity = [1, 0.5] }
+def Xform "B" { uniform token model:drawMode = "cards" }
+def Xform "C" { uniform token model:drawMode = "default" }
+)"),
+            "1 prim with opacity, 1 draw mode");
+}
+
+TEST(LeftOut, OfCamerasOnlyThePicturesOwnCounts) {
+  const std::string scene = R"(def Camera "A" { float fStop = 2.8 }
+def Camera "B" { float4[] clippingPlanes = [(1, 0, 0, 0)] }
+def Camera "C" { float fStop = 2.8
+  token projection = "orthographic"
+}
+)";
+  EXPECT_EQ(found(scene, {}, "/A"), "depth of field");
+  EXPECT_EQ(found(scene, {}, "/B"), "clipping planes");
+  EXPECT_EQ(found(scene, {}, "/C"), "");
+}
+
+TEST(LeftOut, ControlMeshesAndShapesWithoutFacesComeLast) {
+  const std::string scene = R"(def DistantLight "Sun" { }
+def BasisCurves "Hair" { }
+def Points "Dust" { }
+def Mesh "A" { }
+def Mesh "B" {
+  int[] faceVertexCounts = [3]
+  int[] faceVertexIndices = [0, 1, 2]
+  point3f[] points = [(0, 0, 0), (1, 0, 0), (0, 1, 0)]
+}
+)";
+  EXPECT_EQ(found(scene),
+            "1 light, 2 subdivision surfaces shown as their control meshes, 1 BasisCurves, "
+            "1 Points");
+  MeshFilter refined;
+  refined.subdivisionLevel = 1;
+  EXPECT_EQ(found(scene, refined), "1 light, 1 BasisCurves, 1 Points");
+}
+
+TEST(LeftOut, EachKindOfTheTableHasWordsForOneAndMany) {
+  const std::vector<LeftOutKind> kinds = leftOutKinds();
+  ASSERT_FALSE(kinds.empty());
+  for (const LeftOutKind& kind : kinds) {
+    EXPECT_NE(std::string(kind.one), "");
+    EXPECT_NE(std::string(kind.many), "");
+  }
+}
+
+}  // namespace
