@@ -35,6 +35,7 @@
 #include "vela/mesh/NearestPointQuery.h"
 #include "vela/mesh/Triangulate.h"
 #include "vela/sampling/SamplingRng.h"
+#include "vela/scene/LeftOut.h"
 #include "vela/scene/MaterialBinding.h"
 #include "vela/scene/MeshDefects.h"
 #include "vela/scene/ObjectSpace.h"
