@@ -28,6 +28,8 @@
 #include "vela/intersect/Intersection.h"
 #include "vela/intersect/SceneTracer.h"
 #include "vela/log/Log.h"
+#include "vela/look/PreviewMaterial.h"
+#include "vela/look/PreviewResponse.h"
 #include "vela/mesh/MeshBuilders.h"
 #include "vela/mesh/MeshNormals.h"
 #include "vela/mesh/MeshSample.h"

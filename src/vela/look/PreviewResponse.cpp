@@ -1,0 +1,89 @@
+#include "vela/look/PreviewResponse.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "tarn/Constants.h"
+
+namespace vela::look {
+
+namespace {
+
+using tarn::Vec3f;
+
+constexpr float kPi = tarn::kPi<float>;
+// Smoother surfaces would show a light as a point that no pixel meets.
+constexpr float kSmoothest = 0.001f;
+
+Vec3f mix(const Vec3f& a, const Vec3f& b, float t) { return a * (1.0f - t) + b * t; }
+
+// The share of micro facets that look along the half vector and are not hidden, over 4 n.l n.v.
+float facets(float roughness, float nl, float nv, float nh) {
+  const float alpha = std::max(roughness, kSmoothest) * std::max(roughness, kSmoothest);
+  const float alpha2 = alpha * alpha;
+  const float base = nh * nh * (alpha2 - 1.0f) + 1.0f;
+  const float density = alpha2 / (kPi * base * base);
+  // The cosines of g(x) = x / (x (1 - k) + k) cancel those of the divisor.
+  const float k = 0.5f * alpha;
+  const float hidden = (nl * (1.0f - k) + k) * (nv * (1.0f - k) + k);
+  return density / (4.0f * hidden);
+}
+
+float finiteOr(float value, float other) { return std::isfinite(value) ? value : other; }
+
+}  // namespace
+
+void PreviewSurface::sanitise() {
+  const PreviewSurface defined;
+  const auto share = [](float& value, float other) {
+    value = std::clamp(finiteOr(value, other), 0.0f, 1.0f);
+  };
+  const auto colour = [](Vec3f& value, const Vec3f& other) {
+    for (std::size_t c = 0; c < 3; ++c) value[c] = std::max(finiteOr(value[c], other[c]), 0.0f);
+  };
+  colour(diffuseColor, defined.diffuseColor);
+  colour(emissiveColor, defined.emissiveColor);
+  colour(specularColor, defined.specularColor);
+  share(metallic, defined.metallic);
+  share(roughness, defined.roughness);
+  share(clearcoat, defined.clearcoat);
+  share(clearcoatRoughness, defined.clearcoatRoughness);
+  ior = std::max(finiteOr(ior, defined.ior), 1.0f);
+}
+
+PreviewResponse respond(const PreviewSurface& surface, const Vec3f& normal, const Vec3f& toLight,
+                        const Vec3f& toViewer) {
+  PreviewResponse response;
+  const float nl = dot(normal, toLight), nv = std::max(dot(normal, toViewer), 0.0f);
+  // Also false for a NaN.
+  if (!(nl > 0.0f)) return response;
+  const Vec3f half = (toLight + toViewer).normalized();
+  const float nh = std::max(dot(normal, half), 0.0f), vh = std::max(dot(toViewer, half), 0.0f);
+  const float edge = 1.0f - vh;
+  const float fresnel = edge * edge * edge * edge * edge;
+  const float ratio = (1.0f - surface.ior) / (1.0f + surface.ior);
+  const float reflectance = ratio * ratio;
+
+  // What reflects straight on, and at the edge.
+  Vec3f straight = surface.specularColor, grazing(1.0f, 1.0f, 1.0f);
+  float scattered = 1.0f;
+  if (!surface.isSpecularWorkflow) {
+    const Vec3f tint = mix(Vec3f(1.0f, 1.0f, 1.0f), surface.diffuseColor, surface.metallic);
+    straight = mix(tint * reflectance, tint, surface.metallic);
+    grazing = tint;
+    scattered = 1.0f - surface.metallic;
+  }
+  const Vec3f reflected = mix(straight, grazing, fresnel);
+
+  response.diffuse =
+      surface.diffuseColor * (Vec3f(1.0f, 1.0f, 1.0f) - reflected) * (scattered * nl / kPi);
+  response.specular = reflected * (facets(surface.roughness, nl, nv, nh) * nl);
+  if (surface.clearcoat > 0.0f) {
+    const float coat = reflectance * (1.0f - fresnel) + fresnel;
+    response.specular +=
+        Vec3f(surface.clearcoat * coat * facets(surface.clearcoatRoughness, nl, nv, nh) * nl);
+  }
+  return response;
+}
+
+}  // namespace vela::look

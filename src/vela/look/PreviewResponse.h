@@ -1,0 +1,57 @@
+/// \file
+/// How a preview surface answers light.
+///
+/// Directions have unit length and point away from the surface. All is in single precision.
+/// Source: the preview surface specification 2.5; Walter et al., Microfacet Models for Refraction
+/// through Rough Surfaces, EGSR 2007, with Schlick's approximations of Fresnel and Smith terms.
+#pragma once
+
+#include "tarn/Vec.h"
+#include "vela/Api.h"
+
+namespace vela::look {
+
+/// The inputs of a preview surface at one point.
+struct PreviewSurface {
+  tarn::Vec3f diffuseColor{0.18f, 0.18f, 0.18f};
+  tarn::Vec3f emissiveColor{0.0f, 0.0f, 0.0f};
+  tarn::Vec3f specularColor{0.0f, 0.0f, 0.0f};
+  bool isSpecularWorkflow = false;
+  float metallic = 0.0f;
+  float roughness = 0.5f;
+  float clearcoat = 0.0f;
+  float clearcoatRoughness = 0.01f;
+  float ior = 1.5f;
+
+  /// Brings every number to where it means something: shares to 0 to 1, the index of refraction to
+  /// 1 or more, colours to 0 or more. What is NaN or infinite becomes the default.
+  VELA_API void sanitise();
+};
+
+/// What a surface sends on of light, each as a share of the light that arrives on a square unit
+/// that faces it: the cosine to the normal is in them.
+struct PreviewResponse {
+  tarn::Vec3f diffuse, specular;  ///< specular: both reflections, of the base and of the coat
+
+  [[nodiscard]] tarn::Vec3f sum() const { return diffuse + specular; }
+};
+
+/// The response to light from one direction.
+///
+/// \param normal   the one to shade with
+/// \param toLight  zero comes back where it lies behind the surface
+/// \param toViewer the same
+///
+/// \code
+///   using vela::look::respond;
+///   const tarn::Vec3f up(0.0f, 0.0f, 1.0f);
+///   const vela::look::PreviewSurface surface;
+///   assert(std::fabs(respond(surface, up, up, up).sum().x - 0.105934f) < 1e-5f);
+///   assert(respond(surface, up, -up, up).sum().x == 0.0f);
+/// \endcode
+[[nodiscard]] VELA_API PreviewResponse respond(const PreviewSurface& surface,
+                                               const tarn::Vec3f& normal,
+                                               const tarn::Vec3f& toLight,
+                                               const tarn::Vec3f& toViewer);
+
+}  // namespace vela::look
