@@ -23,6 +23,8 @@ struct Problem {
     notRefined,        ///< a subdivision surface that shows as it is; subject: the prim
     notCast,           ///< entries that the hit detector does not take
     notBound,          ///< material bindings that cannot be read; subject: a collection
+    noTexture,         ///< missing, or it cannot be read; subject: the file
+    textureReduced,    ///< shown with fewer pixels than it has; subject: the file
   };
   enum class Severity { note, warning, error };
 
