@@ -76,7 +76,7 @@ void ChannelWords::fillTable() noexcept {
 void ChannelWords::extend(std::uint32_t n) {
   const Word before = words_;
   if (n <= before) return;
-  assert(before >= 1);  // the mask is the first word of every set
+  assert((extension_ == nullptr) == (before == 1));  // the mask alone is one word
   // What the set says about channels beyond its words becomes the content of the new words.
   const bool ones = all();
   Word* words = n == 2 ? inline_ : allocateWords(n, !ones);

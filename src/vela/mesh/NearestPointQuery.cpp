@@ -51,7 +51,10 @@ NearestPointQuery::NearestPointQuery(const tarn::Box3f& box, float cellSize) : b
   cellsPerUnitX = static_cast<float>(cellCountX) / extent.x;
   cellsPerUnitY = static_cast<float>(cellCountY) / extent.y;
   cellsPerUnitZ = static_cast<float>(cellCountZ) / extent.z;
-  cellStart.assign(static_cast<std::size_t>(cellCountX * cellCountY * cellCountZ) + 1, kNoPoint);
+  cellStart.assign(static_cast<std::size_t>(cellCountX) * static_cast<std::size_t>(cellCountY) *
+                           static_cast<std::size_t>(cellCountZ) +
+                       1,
+                   kNoPoint);
 }
 
 tarn::Vec3i NearestPointQuery::cellID(const tarn::Vec3f& position) const {
@@ -121,7 +124,8 @@ void NearestPointQuery::getNeighbours(const tarn::Vec3f& position,
   std::size_t total = 0;
   for (int x = x0; x <= x1; ++x)
     for (int y = y0; y <= y1; ++y) {
-      const auto row = static_cast<std::size_t>((x * cellCountY + y) * cellCountZ);
+      const auto row =
+          static_cast<std::size_t>(x * cellCountY + y) * static_cast<std::size_t>(cellCountZ);
       const Run run{cellStart[row + static_cast<std::size_t>(z0)],
                     cellStart[row + static_cast<std::size_t>(z1) + 1]};
       runs[runCount++] = run;

@@ -12,13 +12,13 @@ namespace vela::tracer {
 namespace {
 namespace TARN_LANES_SET {
 
-constexpr std::uint32_t kSlots = 64;
+inline constexpr std::uint32_t kSlots = 64;
 /// Children that may wait on a slot's stack; deeper trees are walked ray by ray.
-constexpr std::uint32_t kSpanStack = 120;
+inline constexpr std::uint32_t kSpanStack = 120;
 /// With fewer rays than this the set-up does not pay.
-constexpr std::size_t kFewestInSpan = 32;
+inline constexpr std::size_t kFewestInSpan = 32;
 /// On a stack: the ray leaves the placement that it is in. The one value above, kNone, ends it.
-constexpr std::uint32_t kLeave = kNone - 1;
+inline constexpr std::uint32_t kLeave = kNone - 1;
 
 using Floats4Mask = tarn::TARN_LANES_SET::Mask<4>;
 using DoublesMask = tarn::TARN_LANES_SET::DoubleMask<4>;

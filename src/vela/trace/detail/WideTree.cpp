@@ -78,7 +78,8 @@ class TreeBuilder {
  private:
   // Blocks that a run fills. The cost of testing a block does not depend on how full it is.
   [[nodiscard]] float blocks(std::uint32_t count) const {
-    return static_cast<float>((count + kLeafSize - 1) / kLeafSize);
+    const std::uint32_t whole = (count + kLeafSize - 1) / kLeafSize;
+    return static_cast<float>(whole);
   }
 
   // Splits a run until leaves are left. The boxes of the run stand in \p from, those of a leaf go
