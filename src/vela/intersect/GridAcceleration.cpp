@@ -2,12 +2,15 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 #include <typeinfo>
+#include <utility>
 #include <vector>
 
 #include "tarn/Convert.h"
 #include "tarn/Lanes.h"
 #include "vela/intersect/AccelerationModel.h"
+#include "vela/intersect/detail/CrowdedList.h"
 #include "vela/intersect/detail/Kernels.h"
 #include "vela/intersect/detail/TriangleBlocks.h"
 
@@ -15,6 +18,9 @@ namespace vela {
 namespace {
 
 constexpr std::uint32_t kMaxResolution = 64;
+// A list of more triangles than this is searched by its own trees. Below, going through the blocks
+// is as fast.
+constexpr std::size_t kCrowd = 600;
 
 // Cells that a primitive touches, both ends included.
 struct CellRange {
@@ -76,6 +82,8 @@ struct GridAcceleration::Cells {
   std::vector<std::uint32_t> primitives;
   std::vector<detail::TriangleBlock> blocks;
   detail::TestTriangleBlocks testBlocks = nullptr;
+  // Lists of very many triangles, by rank; they have no blocks above.
+  std::vector<std::pair<std::size_t, std::unique_ptr<detail::CrowdedList>>> crowds;
   // Primitives over so many cells that lists would outgrow memory are kept once, with their cells.
   std::vector<WidePrimitive> wide;
 
@@ -91,6 +99,18 @@ struct GridAcceleration::Cells {
   [[nodiscard]] std::size_t rankOf(std::size_t cell) const {
     const Rank& rank = ranks[cell >> 6];
     return rank.before + countBits(rank.occupied & ((std::uint64_t{1} << (cell & 63)) - 1));
+  }
+
+  // Tests the triangles of an occupied cell, as detail::TestTriangleBlocks does.
+  bool intersectTriangles(std::size_t cell, const tarn::Ray3f& ray, bool nearest, float& best,
+                          detail::BlockHit& hit) const {
+    const std::size_t rank = rankOf(cell);
+    if (start[rank] == start[rank + 1])
+      return std::lower_bound(crowds.begin(), crowds.end(), rank,
+                              [](const auto& crowd, std::size_t r) { return crowd.first < r; })
+          ->second->intersect(ray, nearest, best, hit);
+    return testBlocks(blocks.data() + start[rank], blocks.data() + start[rank + 1], ray, nearest,
+                      best, hit);
   }
 
   // Calls `test` for every primitive of a cell in increasing order, until it returns true.
@@ -135,6 +155,56 @@ GridAcceleration::GridAcceleration(const AccelerationModel& model)
 }
 
 GridAcceleration::~GridAcceleration() = default;
+
+// The lists as blocks of triangles, those of crowded cells as trees.
+//
+// \param begin       how long the list of rank r is, at [r + 1]; changed
+// \param forEachCell calls back with each cell that a triangle is listed in
+template <class ForEachCell>
+void GridAcceleration::fillTriangles(const TriangleAccelerationModel& triangles,
+                                     std::vector<std::uint32_t>& begin,
+                                     const ForEachCell& forEachCell, Cells& cells) {
+  const std::size_t occupied = begin.size() - 1;
+  const tarn::Vec3f* const at = triangles.points_.cdata();
+  const auto listed = [&](std::size_t p) {
+    const auto& corners = triangles.triangles_[p];
+    const tarn::Vec3f a = at[corners.a];
+    return detail::ListedTriangle{a, at[corners.b] - a, at[corners.c] - a,
+                                  static_cast<std::uint32_t>(p), corners.face};
+  };
+
+  // Crowded cells first: what can be searched needs no blocks.
+  std::map<std::size_t, std::vector<detail::ListedTriangle>> crowded;
+  for (std::size_t r = 0; r < occupied; ++r)
+    if (begin[r + 1] > kCrowd) crowded[r].reserve(begin[r + 1]);
+  if (!crowded.empty())
+    for (std::size_t p = 0; p < triangles.size(); ++p)
+      forEachCell(p, [&](std::size_t cell) {
+        const auto crowd = crowded.find(cells.rankOf(cell));
+        if (crowd != crowded.end()) crowd->second.push_back(listed(p));
+      });
+  for (auto& [rank, list] : crowded)
+    if (auto made = detail::CrowdedList::make(list)) {
+      cells.crowds.emplace_back(rank, std::move(made));
+      begin[rank + 1] = 0;
+    }
+
+  cells.testBlocks = detail::bestTriangleBlockTest();
+  cells.start.assign(begin.size(), 0);
+  for (std::size_t r = 0; r < occupied; ++r)
+    cells.start[r + 1] = cells.start[r] + (begin[r + 1] + 7) / 8;
+  cells.blocks.assign(cells.start[occupied], detail::TriangleBlock{});
+  std::vector<std::uint32_t> filled(occupied, 0);
+  for (std::size_t p = 0; p < triangles.size(); ++p) {
+    const detail::ListedTriangle triangle = listed(p);
+    forEachCell(p, [&](std::size_t cell) {
+      const std::size_t r = cells.rankOf(cell);
+      if (cells.start[r] == cells.start[r + 1]) return;
+      const std::size_t n = filled[r]++;
+      detail::storeTriangle(triangle, cells.blocks[cells.start[r] + n / 8], n % 8);
+    });
+  }
+}
 
 void GridAcceleration::fill(const AccelerationModel& model) {
   const std::size_t count = model.size();
@@ -213,28 +283,7 @@ void GridAcceleration::fill(const AccelerationModel& model) {
   const bool isTriangles = typeid(model) == typeid(TriangleAccelerationModel) &&
                            cells->wide.empty() && references <= 8 * count + 1000 * 1000;
   if (isTriangles) {
-    const auto& triangles = static_cast<const TriangleAccelerationModel&>(model);
-    cells->testBlocks = detail::bestTriangleBlockTest();
-    cells->start.assign(begin.size(), 0);
-    for (std::size_t r = 0; r < occupied; ++r)
-      cells->start[r + 1] = cells->start[r] + (begin[r + 1] + 7) / 8;
-    cells->blocks.assign(cells->start[occupied], detail::TriangleBlock{});
-    std::vector<std::uint32_t> filled(occupied, 0);
-    const tarn::Vec3f* const at = triangles.points_.cdata();
-    for (std::size_t p = 0; p < count; ++p) {
-      const auto& corners = triangles.triangles_[p];
-      const tarn::Vec3f a = at[corners.a], e1 = at[corners.b] - a, e2 = at[corners.c] - a;
-      forEachCell(p, [&](std::size_t cell) {
-        const std::size_t r = cells->rankOf(cell);
-        detail::TriangleBlock& block = cells->blocks[cells->start[r] + filled[r] / 8];
-        const std::size_t lane = filled[r]++ % 8;
-        block.ax[lane] = a.x, block.ay[lane] = a.y, block.az[lane] = a.z;
-        block.e1x[lane] = e1.x, block.e1y[lane] = e1.y, block.e1z[lane] = e1.z;
-        block.e2x[lane] = e2.x, block.e2y[lane] = e2.y, block.e2z[lane] = e2.z;
-        block.primitive[lane] = static_cast<std::uint32_t>(p);
-        block.face[lane] = corners.face;
-      });
-    }
+    fillTriangles(static_cast<const TriangleAccelerationModel&>(model), begin, forEachCell, *cells);
   } else {
     for (std::size_t r = 0; r < occupied; ++r) begin[r + 1] += begin[r];
     cells->start = begin;
@@ -281,12 +330,8 @@ bool GridAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray
   const auto answers = [&]() {
     float best = ray.maxDistance;
     if (cells.testBlocks != nullptr) {
-      const std::size_t rank = cells.rankOf(cell);
       detail::BlockHit hit;
-      if (!cells.testBlocks(cells.blocks.data() + cells.start[rank],
-                            cells.blocks.data() + cells.start[rank + 1], ray, ctx.nearestHit, best,
-                            hit))
-        return false;
+      if (!cells.intersectTriangles(cell, ray, ctx.nearestHit, best, hit)) return false;
       // The record has the bits of the single test's: the block holds what that one works from, and
       // is at hand.
       const detail::TriangleBlock& block = *hit.block;

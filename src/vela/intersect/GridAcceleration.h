@@ -6,8 +6,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "vela/Api.h"
+#include "vela/Fwd.h"
 #include "vela/intersect/Acceleration.h"
 
 namespace vela {
@@ -55,6 +57,10 @@ class VELA_API GridAcceleration : public Acceleration {
  private:
   struct Cells;
   void fill(const AccelerationModel& model);
+  template <class ForEachCell>
+  static void fillTriangles(const TriangleAccelerationModel& triangles,
+                            std::vector<std::uint32_t>& begin, const ForEachCell& forEachCell,
+                            Cells& cells);
 
   std::array<std::uint32_t, 3> resolution_{};
   tarn::Vec3f cellSize_;

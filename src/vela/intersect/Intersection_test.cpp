@@ -11,8 +11,8 @@
 
 using namespace vela;
 using namespace vela_test;
-using tarn::Vec3d;
 using tarn::Vec2f;
+using tarn::Vec3d;
 
 namespace {
 

@@ -21,6 +21,21 @@ struct alignas(32) TriangleBlock {
 };
 static_assert(sizeof(TriangleBlock) == 352);
 
+/// A triangle as the blocks hold it.
+struct ListedTriangle {
+  tarn::Vec3f a, e1, e2;
+  std::uint32_t primitive = 0;
+  std::int32_t face = 0;
+};
+
+inline void storeTriangle(const ListedTriangle& t, TriangleBlock& block, std::size_t lane) {
+  block.ax[lane] = t.a.x, block.ay[lane] = t.a.y, block.az[lane] = t.a.z;
+  block.e1x[lane] = t.e1.x, block.e1y[lane] = t.e1.y, block.e1z[lane] = t.e1.z;
+  block.e2x[lane] = t.e2.x, block.e2y[lane] = t.e2.y, block.e2z[lane] = t.e2.z;
+  block.primitive[lane] = t.primitive;
+  block.face[lane] = t.face;
+}
+
 /// A lane of a block.
 struct BlockHit {
   const TriangleBlock* block = nullptr;
