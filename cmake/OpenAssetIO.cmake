@@ -5,15 +5,22 @@
 # detail/OpenAssetIODeclarations.h declares what is used. That is sound only for the versions it was
 # written for, which is checked here: the version, the soname, the symbols.
 #
-# VELA_OPENASSETIO_LIBS is the folder that the installed library needs on its run path (empty with a
-# full install).
+# VELA_OPENASSETIO_LIBS is the folder that the installed module needs on its run path (empty with a
+# full install), VELA_OPENASSETIO_VERSION its version and VELA_OPENASSETIO_PYTHON the version of
+# Python that its bridge to Python managers was built for ("3.11"; empty when it has none).
 find_package(OpenAssetIO 1.0 CONFIG QUIET)
 add_library(vela_openassetio INTERFACE)
 set(VELA_OPENASSETIO_LIBS "")
+set(VELA_OPENASSETIO_PYTHON "")
 
 if(OpenAssetIO_FOUND)
   target_link_libraries(vela_openassetio INTERFACE OpenAssetIO::openassetio-core)
   target_compile_definitions(vela_openassetio INTERFACE VELA_OPENASSETIO_HEADERS=1)
+  set(VELA_OPENASSETIO_VERSION "${OpenAssetIO_VERSION}")
+  if(DEFINED OpenAssetIO_Python_VERSION_MAJOR AND DEFINED OpenAssetIO_Python_VERSION_MINOR)
+    set(VELA_OPENASSETIO_PYTHON
+      "${OpenAssetIO_Python_VERSION_MAJOR}.${OpenAssetIO_Python_VERSION_MINOR}")
+  endif()
   message(STATUS "OpenAssetIO: ${OpenAssetIO_DIR}")
 else()
   foreach(_config _is IN ZIP_LISTS OpenAssetIO_CONSIDERED_CONFIGS OpenAssetIO_CONSIDERED_VERSIONS)
@@ -37,7 +44,7 @@ else()
   if(NOT _info MATCHES "/openassetio-(1\\.0\\.[0-9]+)\\.dist-info$")
     message(FATAL_ERROR "OpenAssetIO 1.0 is needed and ${_info} is another version. " ${_advice})
   endif()
-  set(_version "${CMAKE_MATCH_1}")
+  set(VELA_OPENASSETIO_VERSION "${CMAKE_MATCH_1}")
   get_filename_component(_site "${_info}" DIRECTORY)
   set(VELA_OPENASSETIO_LIBS "${_site}/openassetio")
 
@@ -82,18 +89,23 @@ else()
     endif()
   endforeach()
 
-  # The bridge to Python managers is loaded at run time, and only into a process of the Python
-  # version it was built for.
   file(GLOB _module "${VELA_OPENASSETIO_LIBS}/_openassetio.cpython-*.so")
   if(NOT _module MATCHES "cpython-3([0-9]+)-")
     message(FATAL_ERROR "The OpenAssetIO package in ${_site} holds no Python module. " ${_advice})
   endif()
-  target_compile_definitions(vela_openassetio INTERFACE
-    "VELA_OPENASSETIO_PYTHON=\"3.${CMAKE_MATCH_1}.\"")
+  set(VELA_OPENASSETIO_PYTHON "3.${CMAKE_MATCH_1}")
 
   add_library(vela_openassetio_core SHARED IMPORTED)
   set_target_properties(vela_openassetio_core PROPERTIES
     IMPORTED_LOCATION "${_library}" IMPORTED_SONAME libopenassetio.so.1.0)
   target_link_libraries(vela_openassetio INTERFACE vela_openassetio_core)
-  message(STATUS "OpenAssetIO: ${_version}, Python 3.${CMAKE_MATCH_1}, in ${_site}")
+  message(STATUS
+    "OpenAssetIO: ${VELA_OPENASSETIO_VERSION}, Python ${VELA_OPENASSETIO_PYTHON}, in ${_site}")
+endif()
+
+# The bridge to Python managers is loaded at run time, and only into a process of the Python version
+# it was built for.
+if(VELA_OPENASSETIO_PYTHON)
+  target_compile_definitions(vela_openassetio INTERFACE
+    "VELA_OPENASSETIO_PYTHON=\"${VELA_OPENASSETIO_PYTHON}.\"")
 endif()

@@ -57,6 +57,15 @@ class Choice(unittest.TestCase):
     def test_a_full_install_needs_no_environment(self):
         self.assertEqual(self.configure(self.package("1.0.2"), f"-DVELA_PYTHON_ENV={self.at}/none")[0], 0)
 
+    def test_the_python_of_a_full_install_is_compiled_in(self):
+        option = self.package("1.0.2")
+        config = self.at / "install-1.0.2/OpenAssetIOConfig.cmake"
+        config.write_text(CONFIG + "set(OpenAssetIO_Python_VERSION_MAJOR 3)\n"
+                          "set(OpenAssetIO_Python_VERSION_MINOR 13)\n")
+        code, said, _ = self.configure(option)
+        self.assertEqual(code, 0)
+        self.assertIn('[VELA_OPENASSETIO_HEADERS=1;VELA_OPENASSETIO_PYTHON="3.13."]', said)
+
     def test_another_version_is_passed_over_with_a_word(self):
         for version in ("0.9.9", "1.1.0", "2.0.0"):
             code, said, _ = self.configure(self.package(version), f"-DVELA_PYTHON_ENV={ENVIRONMENT}")

@@ -1,17 +1,15 @@
 #include "vela/asset/AssetInfo.h"
 
-#include <stdexcept>
 #include <utility>
-#include <variant>
 
 #include "vela/asset/detail/AssetState.h"
-#include "vela/asset/detail/OpenAssetIO.h"
+#include "vela/asset/detail/OpenAssetIOCalls.h"
 
 namespace vela::asset {
 namespace {
 
-using openassetio::hostApi::Manager;
-using openassetio::trait::TraitsDataPtr;
+using detail::ManagerPtr;
+using detail::TraitsDataPtr;
 
 constexpr const char* kLocationFailure = "Failed to resolve asset location: ";
 constexpr const char* kNoManager = "no asset manager is installed";
@@ -20,23 +18,18 @@ constexpr const char* kNoLocation = "the asset manager has no location for it";
 
 // The location as a file path. Throws for a location that is no text.
 bool locationOf(const TraitsDataPtr& data, std::string& path, AssetMessage* error) {
-  // Never destroyed, for callers that resolve while the process ends.
-  static const auto& converter = *new openassetio::utils::FileUrlPathConverter;
-
-  openassetio::trait::property::Value value;
-  if (!data || !data->getTraitProperty(&value, kLocatableContentTrait, "location")) {
-    detail::tellQuietly(error, kNoLocation);
-    return false;
+  std::string text;
+  const auto kind =
+      data ? detail::openAssetIO().locationOf(*data, text) : detail::LocationKind::kNone;
+  switch (kind) {
+    case detail::LocationKind::kPath: path = std::move(text); return true;
+    case detail::LocationKind::kBadUrl:
+      detail::tellError(error, "Failed to resolve ", "invalid url: " + text);
+      return false;
+    case detail::LocationKind::kNone: break;
   }
-  const std::string* const url = std::get_if<std::string>(&value);
-  if (!url) throw std::runtime_error("Invalid stored value type: should be 'openassetio::Str'.");
-  try {
-    path = converter.pathFromUrl(*url);
-    return true;
-  } catch (const openassetio::errors::InputValidationException&) {
-    detail::tellError(error, "Failed to resolve ", "invalid url: " + *url);
-    return false;
-  }
+  detail::tellQuietly(error, kNoLocation);
+  return false;
 }
 
 // One text's part of a record's hash.
@@ -56,13 +49,13 @@ bool isAssetPath(std::string_view text) { return isAssetPath(text, nullptr); }
 
 bool isAssetPath(std::string_view text, AssetMessage* error) {
   if (error) *error = {};
-  const std::shared_ptr<Manager> manager = getManager();
+  const ManagerPtr manager = getManager();
   if (!manager) {
     detail::tellQuietly(error, kNoManager);
     return false;
   }
   return detail::guarded(error, "Failed to look at an asset reference: ", false, [&] {
-    const bool isReference = manager->isEntityReferenceString(std::string(text));
+    const bool isReference = detail::openAssetIO().isReference(*manager, std::string(text));
     if (!isReference) detail::tellQuietly(error, kNoReference);
     return isReference;
   });
@@ -81,14 +74,15 @@ std::shared_ptr<openassetio::trait::TraitsData> resolveAsset(const std::string& 
     detail::tellQuietly(error, reason);
     return nullptr;
   };
-  const std::shared_ptr<Manager> manager = getManager();
+  const ManagerPtr manager = getManager();
   if (!manager) return nothing(kNoManager);
   if (traitSet.empty()) return nothing("no traits are asked for");
 
   const auto ask = [&]() -> TraitsDataPtr {
-    if (!manager->hasCapability(Manager::Capability::kResolution))
+    const detail::OpenAssetIOCalls& calls = detail::openAssetIO();
+    if (!calls.canResolve(*manager))
       return nothing("the asset manager does not resolve references");
-    const auto entityReference = manager->createEntityReferenceIfValid(reference);
+    const auto entityReference = calls.makeReference(*manager, reference);
     if (!entityReference) return nothing(kNoReference);
 
     // KEEP(asset-cache-key): nothing stands between the parts. Trait ids begin with their package's
@@ -97,8 +91,7 @@ std::shared_ptr<openassetio::trait::TraitsData> resolveAsset(const std::string& 
     for (const std::string& trait : traitSet) key += trait;
     TraitsDataPtr data;
     if (!detail::findResolved(key, data)) {
-      data = manager->resolve(*entityReference, traitSet, openassetio::access::ResolveAccess::kRead,
-                              detail::contextForCalls());
+      data = calls.resolve(*manager, entityReference.get(), traitSet, detail::contextForCalls());
       detail::storeResolved(key, data);
     }
     return data ? data : nothing("the asset manager has no data for it");

@@ -1,5 +1,7 @@
 #include "vela/asset/AssetManager.h"
 
+#include <dlfcn.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <mutex>
@@ -7,31 +9,23 @@
 #include <utility>
 
 #include "vela/asset/detail/AssetState.h"
-#include "vela/asset/detail/OpenAssetIO.h"
-#include "vela/asset/detail/PythonBridge.h"
+#include "vela/asset/detail/OpenAssetIOCalls.h"
 #include "vela/log/Log.h"
 
 namespace vela::asset {
 namespace {
 
-using openassetio::hostApi::Manager;
-using openassetio::hostApi::ManagerFactory;
-using FactoryPtr = openassetio::hostApi::ManagerImplementationFactoryInterfacePtr;
-
-// Tells managers which application they serve.
-class BraeHostInterface final : public openassetio::hostApi::HostInterface {
- public:
-  [[nodiscard]] openassetio::Identifier identifier() const override { return "org.vela.host"; }
-  [[nodiscard]] openassetio::Str displayName() const override { return "Asset System"; }
-};
+using detail::ContextPtr;
+using detail::ManagerPtr;
+using detail::TraitsDataPtr;
 
 // Never destroyed: managers of Python plug-ins would reach for an interpreter that is gone by
 // then.
 struct State {
   std::mutex mutex;  // held to read and write these, never across a call into the manager
-  std::shared_ptr<Manager> manager;
-  std::shared_ptr<openassetio::Context> context;
-  std::unordered_map<std::string, openassetio::trait::TraitsDataPtr> resolved;
+  ManagerPtr manager;
+  ContextPtr context;
+  std::unordered_map<std::string, TraitsDataPtr> resolved;
 };
 
 State& state() {
@@ -52,40 +46,18 @@ std::string oneLine(std::string_view message) {
   return line;
 }
 
-std::shared_ptr<Manager> makeManager(const std::string& configPath) {
-  // Console output of OpenAssetIO's own, filtered by OPENASSETIO_LOGGING_SEVERITY.
-  const openassetio::log::LoggerInterfacePtr logger =
-      openassetio::log::SeverityFilter::make(openassetio::log::ConsoleLogger::make(true));
-
-  // Native and Python plug-ins side by side. Native ones first: they answer where both have an
-  // identifier.
-  const FactoryPtr python = detail::makePythonFactory(logger);
-  const FactoryPtr native =
-      openassetio::pluginSystem::CppPluginSystemManagerImplementationFactory::make(logger);
-  std::vector<FactoryPtr> factories{native};
-  if (python) factories.push_back(python);
-  const FactoryPtr factory =
-      openassetio::pluginSystem::HybridPluginSystemManagerImplementationFactory::make(
-          std::move(factories), logger);
-
-  const auto host = std::make_shared<BraeHostInterface>();
-  return configPath.empty()
-             ? ManagerFactory::defaultManagerForInterface(host, factory, logger)
-             : ManagerFactory::defaultManagerForInterface(configPath, host, factory, logger);
-}
-
 }  // namespace
 
 // ---- State
 
 namespace detail {
 
-std::shared_ptr<openassetio::Context> contextForCalls() {
-  if (auto context = getContext()) return context;
-  return openassetio::Context::make(openassetio::trait::TraitsData::make(), nullptr);
+ContextPtr contextForCalls() {
+  if (ContextPtr context = getContext()) return context;
+  return openAssetIO().emptyContext();
 }
 
-bool findResolved(const std::string& key, openassetio::trait::TraitsDataPtr& data) {
+bool findResolved(const std::string& key, TraitsDataPtr& data) {
   State& s = state();
   const std::lock_guard lock(s.mutex);
   const auto known = s.resolved.find(key);
@@ -94,7 +66,7 @@ bool findResolved(const std::string& key, openassetio::trait::TraitsDataPtr& dat
   return true;
 }
 
-void storeResolved(const std::string& key, const openassetio::trait::TraitsDataPtr& data) {
+void storeResolved(const std::string& key, const TraitsDataPtr& data) {
   State& s = state();
   const std::lock_guard lock(s.mutex);
   s.resolved[key] = data;
@@ -140,13 +112,14 @@ bool setupManager(const std::string& configPath, AssetMessage* error, AssetMessa
 
   const char* const head = "Failed to create the default OpenAssetIO Manager (Unexpected): ";
   return detail::guarded(error, head, false, [&] {
-    const std::shared_ptr<Manager> manager = makeManager(configPath);
+    const detail::OpenAssetIOCalls& calls = detail::openAssetIO();
+    const ManagerPtr manager = calls.makeManager(configPath, detail::logVerbose);
     if (!manager) {
       detail::tellError(error, "", "Failed to create the default OpenAssetIO Manager");
-    } else if (!manager->hasCapability(Manager::Capability::kResolution)) {
+    } else if (!calls.canResolve(*manager)) {
       // KEEP(asset-unresolving-manager): it is installed all the same. It may know its references,
       // and a host must not take those for file names.
-      detail::tellWarning(warning, "Loaded manager " + manager->displayName() +
+      detail::tellWarning(warning, "Loaded manager " + calls.displayName(*manager) +
                                        ", but it does not support asset resolution and will be "
                                        "ignored");
     }
@@ -155,16 +128,16 @@ bool setupManager(const std::string& configPath, AssetMessage* error, AssetMessa
   });
 }
 
-std::shared_ptr<Manager> getManager() {
+std::shared_ptr<openassetio::hostApi::Manager> getManager() {
   State& s = state();
   const std::lock_guard lock(s.mutex);
   return s.manager;
 }
 
-void setManager(const std::shared_ptr<Manager>& manager) {
+void setManager(const std::shared_ptr<openassetio::hostApi::Manager>& manager) {
   // KEEP(asset-cache-outlives-manager): only clearCache forgets what was resolved; hosts swap
   // managers in mid-session and call it when the answers may differ.
-  std::shared_ptr<Manager> previous = manager;
+  ManagerPtr previous = manager;
   State& s = state();
   {
     const std::lock_guard lock(s.mutex);
@@ -180,10 +153,10 @@ std::shared_ptr<openassetio::Context> getContext() {
 }
 
 void clearContext() {
-  const std::shared_ptr<Manager> manager = getManager();
+  const ManagerPtr manager = getManager();
   if (!manager) return;
   detail::guarded(nullptr, "Failed to create a context: ", false, [&] {
-    std::shared_ptr<openassetio::Context> context = manager->createContext();
+    ContextPtr context = detail::openAssetIO().createContext(*manager);
     State& s = state();
     const std::lock_guard lock(s.mutex);
     s.context.swap(context);
@@ -193,12 +166,25 @@ void clearContext() {
 
 void clearCache() {
   {
-    std::unordered_map<std::string, openassetio::trait::TraitsDataPtr> previous;
+    std::unordered_map<std::string, TraitsDataPtr> previous;
     State& s = state();
     const std::lock_guard lock(s.mutex);
     s.resolved.swap(previous);
   }
   setupManager(std::string());
+}
+
+std::string openAssetIOInfo() {
+  try {
+    const detail::OpenAssetIOCalls& calls = detail::openAssetIO();
+    const std::string python = calls.pythonVersion;
+    Dl_info file{};
+    dladdr(calls.libraryAddress(), &file);
+    return std::string(calls.openAssetIOVersion) + ", " + (file.dli_fname ? file.dli_fname : "") +
+           (python.empty() ? ", native managers alone" : ", managers of Python " + python);
+  } catch (const std::exception& exception) {
+    return exception.what();
+  }
 }
 
 }  // namespace vela::asset

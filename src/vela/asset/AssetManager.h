@@ -86,4 +86,7 @@ VELA_API void clearContext();
 /// with an empty path.
 VELA_API void clearCache();
 
+/// Which OpenAssetIO is in use, or in one line why none is: for people to read. Loads it.
+[[nodiscard]] VELA_API std::string openAssetIOInfo();
+
 }  // namespace vela::asset

@@ -81,8 +81,8 @@ class TestManager final : public managerApi::ManagerInterface {
       if (what == "throw-bad-alloc") throw std::bad_alloc();
       if (what == "throw-int") throw 42;
       if (what == "batch-error") {
-        error(i, errors::BatchElementError(
-                     errors::BatchElementError::ErrorCode::kEntityResolutionError, "not found"));
+        using Code = errors::BatchElementError::ErrorCode;
+        error(i, errors::BatchElementError{Code::kEntityResolutionError, "not found"});
         continue;
       }
       if (what == "null") {

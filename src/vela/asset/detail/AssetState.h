@@ -8,17 +8,17 @@
 #include <string_view>
 
 #include "vela/asset/AssetManager.h"
-#include "vela/asset/detail/OpenAssetIO.h"
+#include "vela/asset/detail/OpenAssetIOCalls.h"
 
 namespace vela::asset::detail {
 
 /// The context to resolve with: the stored one, else a new one.
-[[nodiscard]] std::shared_ptr<openassetio::Context> contextForCalls();
+[[nodiscard]] ContextPtr contextForCalls();
 
 /// What was resolved before, by its key. False, with `data` untouched, when it is not known. A
 /// known null is an answer.
-[[nodiscard]] bool findResolved(const std::string& key, openassetio::trait::TraitsDataPtr& data);
-void storeResolved(const std::string& key, const openassetio::trait::TraitsDataPtr& data);
+[[nodiscard]] bool findResolved(const std::string& key, TraitsDataPtr& data);
+void storeResolved(const std::string& key, const TraitsDataPtr& data);
 
 /// Gives an error, or a warning, to the caller that asked for it; logs it where `to` is null.
 /// \param head  what failed; not part of the reason

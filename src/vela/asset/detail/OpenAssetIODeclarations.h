@@ -5,7 +5,8 @@
 /// They agree with the library in names, layouts, vtable order and exception types; nothing else
 /// matters to a linker. cmake/OpenAssetIO.cmake refuses other versions, the assertions below hold
 /// the layouts, and the tests run every virtual call against a plug-in of their own. Rules that
-/// must not be broken: no data members beyond these (sizes are known to inlined code),
+/// must not be broken: no data members beyond these (sizes are known to inlined code), no
+/// object of a class whose constructors are deleted here (OpenAssetIO's are larger),
 /// HostInterface::info() stays its first function that is neither inline nor pure (the vtable lives
 /// with it), and this header is never installed nor included beside OpenAssetIO's own.
 #pragma once
@@ -58,8 +59,8 @@ enum class ResolveAccess : std::size_t { kRead = 0, kManagerDriven = 4 };
 
 namespace errors {
 
-class BatchElementError final {
- public:
+// An aggregate, as OpenAssetIO's: made with braces.
+struct BatchElementError final {
   enum class ErrorCode {
     kUnknown = 128,
     kInvalidEntityReference,
@@ -70,7 +71,6 @@ class BatchElementError final {
     kInvalidTraitSet,
     kAuthError
   };
-  BatchElementError(ErrorCode code_, Str message_) : code(code_), message(std::move(message_)) {}
   ErrorCode code = ErrorCode::kUnknown;
   Str message;
 };
@@ -140,6 +140,8 @@ namespace log {
 
 class LoggerInterface {
  public:
+  LoggerInterface(const LoggerInterface&) = delete;
+  LoggerInterface& operator=(const LoggerInterface&) = delete;
   enum class Severity { kDebugApi, kDebug, kInfo, kProgress, kWarning, kError, kCritical };
   virtual ~LoggerInterface();
   virtual void log(Severity severity, const Str& message) = 0;
@@ -154,12 +156,14 @@ class SeverityFilter;
 
 class ConsoleLogger final : public LoggerInterface {
  public:
+  ConsoleLogger() = delete;
   static std::shared_ptr<ConsoleLogger> make(bool shouldColorOutput);
   void log(Severity severity, const Str& message) override;
 };
 
 class SeverityFilter final : public LoggerInterface {
  public:
+  SeverityFilter() = delete;
   static std::shared_ptr<SeverityFilter> make(LoggerInterfacePtr upstream);
   void log(Severity severity, const Str& message) override;
   [[nodiscard]] bool isSeverityLogged(Severity severity) const override;
@@ -182,6 +186,10 @@ using HostInterfacePtr = std::shared_ptr<HostInterface>;
 
 class ManagerImplementationFactoryInterface {
  public:
+  ManagerImplementationFactoryInterface() = delete;
+  ManagerImplementationFactoryInterface(const ManagerImplementationFactoryInterface&) = delete;
+  ManagerImplementationFactoryInterface& operator=(const ManagerImplementationFactoryInterface&) =
+      delete;
   virtual ~ManagerImplementationFactoryInterface();
   virtual Identifiers identifiers() = 0;
   virtual managerApi::ManagerInterfacePtr instantiate(const Identifier& identifier) = 0;
@@ -207,6 +215,9 @@ class Manager final {
     struct Exception {};
   };
 
+  Manager() = delete;
+  Manager(const Manager&) = delete;
+  Manager& operator=(const Manager&) = delete;
   [[nodiscard]] Identifier identifier() const;
   [[nodiscard]] Str displayName() const;
   bool hasCapability(Capability capability);
@@ -221,6 +232,9 @@ using ManagerPtr = std::shared_ptr<Manager>;
 
 class ManagerFactory {
  public:
+  ManagerFactory() = delete;
+  ManagerFactory(const ManagerFactory&) = delete;
+  ManagerFactory& operator=(const ManagerFactory&) = delete;
   static ManagerPtr defaultManagerForInterface(
       const HostInterfacePtr& host, const ManagerImplementationFactoryInterfacePtr& factory,
       const log::LoggerInterfacePtr& logger);
@@ -237,6 +251,7 @@ namespace pluginSystem {
 class CppPluginSystemManagerImplementationFactory final
     : public hostApi::ManagerImplementationFactoryInterface {
  public:
+  CppPluginSystemManagerImplementationFactory() = delete;
   static std::shared_ptr<CppPluginSystemManagerImplementationFactory> make(
       log::LoggerInterfacePtr logger);
   Identifiers identifiers() override;
@@ -246,6 +261,7 @@ class CppPluginSystemManagerImplementationFactory final
 class HybridPluginSystemManagerImplementationFactory final
     : public hostApi::ManagerImplementationFactoryInterface {
  public:
+  HybridPluginSystemManagerImplementationFactory() = delete;
   static std::shared_ptr<HybridPluginSystemManagerImplementationFactory> make(
       std::vector<hostApi::ManagerImplementationFactoryInterfacePtr> factories,
       log::LoggerInterfacePtr logger);

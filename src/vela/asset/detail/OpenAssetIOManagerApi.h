@@ -11,6 +11,7 @@
 #include <openassetio/managerApi/Host.hpp>
 #include <openassetio/managerApi/HostSession.hpp>
 #include <openassetio/managerApi/ManagerInterface.hpp>
+#include <openassetio/managerApi/ManagerStateBase.hpp>
 #include <openassetio/pluginSystem/CppPluginSystemManagerPlugin.hpp>
 #include <openassetio/pluginSystem/CppPluginSystemPlugin.hpp>
 
@@ -42,6 +43,9 @@ class EntityReferencePagerInterface;
 
 class Host final {
  public:
+  Host() = delete;
+  Host(const Host&) = delete;
+  Host& operator=(const Host&) = delete;
   [[nodiscard]] Identifier identifier() const;
   [[nodiscard]] Str displayName() const;
   InfoDictionary info();
@@ -50,6 +54,9 @@ using HostPtr = std::shared_ptr<Host>;
 
 class HostSession final {
  public:
+  HostSession() = delete;
+  HostSession(const HostSession&) = delete;
+  HostSession& operator=(const HostSession&) = delete;
   [[nodiscard]] const HostPtr& host() const;
 };
 using HostSessionPtr = std::shared_ptr<HostSession>;

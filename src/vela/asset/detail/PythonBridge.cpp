@@ -6,8 +6,6 @@
 #include <cstring>
 #include <string>
 
-#include "vela/asset/detail/AssetState.h"
-
 namespace vela::asset::detail {
 namespace {
 
@@ -55,14 +53,17 @@ const char* whyNoInterpreter() {
   if (!dlsym(RTLD_DEFAULT, "Py_IsInitialized")) promoteLibpython();
   const auto isInitialized = functionOf<int (*)()>(RTLD_DEFAULT, "Py_IsInitialized");
   if (!isInitialized || !isInitialized()) return "no Python interpreter runs in this process";
-#ifdef VELA_OPENASSETIO_PYTHON
-  // The bridge is bound to one version of the interpreter, and its file name does not say which.
+#ifndef VELA_OPENASSETIO_PYTHON
+  return "this OpenAssetIO was built without Python";
+#else
+  // The bridge is bound to one version of the interpreter, and its file name does not say which. In
+  // another one it ends the process.
   const auto version = functionOf<const char* (*)()>(RTLD_DEFAULT, "Py_GetVersion");
   if (!version ||
       std::strncmp(version(), VELA_OPENASSETIO_PYTHON, std::strlen(VELA_OPENASSETIO_PYTHON)) != 0)
     return "the Python interpreter of this process is of another version than OpenAssetIO's";
-#endif
   return nullptr;
+#endif
 }
 
 // The bridge; null, with dlerror() saying why, when it cannot be loaded.
@@ -78,7 +79,8 @@ void* loadBridge() {
 
 }  // namespace
 
-ManagerImplementationFactoryInterfacePtr makePythonFactory(const LoggerInterfacePtr& logger) {
+ManagerImplementationFactoryInterfacePtr makePythonFactory(const LoggerInterfacePtr& logger,
+                                                           const OpenAssetIOCalls::Note& leftOut) {
   const char* reason = whyNoInterpreter();
   if (!reason) {
     // Loaded only now: without Python's symbols in the process it cannot be loaded at all, and
@@ -89,8 +91,8 @@ ManagerImplementationFactoryInterfacePtr makePythonFactory(const LoggerInterface
       return make(logger);
     reason = dlerror();
   }
-  logVerbose(std::string("Python asset managers are left out: ") +
-             (reason ? reason : "their bridge is incomplete"));
+  leftOut(std::string("Python asset managers are left out: ") +
+          (reason ? reason : "their bridge is incomplete"));
   return nullptr;
 }
 
