@@ -1,9 +1,10 @@
 # Finds OpenSubdiv's CPU library: OpenSubdiv::osdCPU.
 #
 # A module, because Debian's own package files name static libraries that Debian does not ship, and
-# stop the configuration.
-find_path(OpenSubdiv_INCLUDE_DIR opensubdiv/far/topologyRefiner.h)
-find_library(OpenSubdiv_CPU_LIBRARY osdCPU)
+# stop the configuration. With VELA_OPENUSD=source it is the static library beside OpenUSD's.
+find_path(OpenSubdiv_INCLUDE_DIR opensubdiv/far/topologyRefiner.h
+  HINTS "${VELA_OPENUSD_PREFIX}/include")
+find_library(OpenSubdiv_CPU_LIBRARY osdCPU HINTS "${VELA_OPENUSD_PREFIX}/lib")
 mark_as_advanced(OpenSubdiv_INCLUDE_DIR OpenSubdiv_CPU_LIBRARY)
 
 include(FindPackageHandleStandardArgs)

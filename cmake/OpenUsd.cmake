@@ -7,8 +7,9 @@
 #           (VELA_OPENUSD_PREFIX), for what is shipped
 #
 # VELA_OPENUSD_LIBS is the folder that the installed library needs on its run path (empty with
-# source). vela_openusd_executable(<target>) gives an executable of the build tree what it needs to
-# run with libvela.
+# source), VELA_TBB_VERSION the version of the TBB that comes with it.
+# vela_openusd_executable(<target>) gives an executable of the build tree what it needs to run with
+# libvela.
 set(VELA_OPENUSD "wheels" CACHE STRING "Where OpenUSD comes from: wheels or source")
 set_property(CACHE VELA_OPENUSD PROPERTY STRINGS wheels source)
 set(VELA_PYTHON_ENV "${PROJECT_SOURCE_DIR}/build/env" CACHE PATH
@@ -42,6 +43,7 @@ if(VELA_OPENUSD STREQUAL "wheels")
   set_property(GLOBAL PROPERTY VELA_OPENUSD_LIBS "${VELA_OPENUSD_LIBS}")
   file(GLOB _includes LIST_DIRECTORIES true "${_site}/pxr-*/include")
   target_include_directories(vela_openusd SYSTEM INTERFACE ${_includes} "${_site}/TBB/include")
+  set(_tbb_headers "${_site}/TBB/include")
   # All of them, used directly or not: a linker finds a library's own needs by the run path, but not
   # the needs of those, and who links to libvela should not have to know of any of this.
   set(_libraries "")
@@ -94,24 +96,57 @@ elseif(VELA_OPENUSD STREQUAL "source")
   if(NOT EXISTS "${VELA_OPENUSD_PREFIX}/lib/libPxrPcp.a")
     message(FATAL_ERROR
       "VELA_OPENUSD=source needs VELA_OPENUSD_PREFIX: no lib/libPxrPcp.a in "
-      "'${VELA_OPENUSD_PREFIX}'.")
+      "'${VELA_OPENUSD_PREFIX}'. scripts/build-static makes that folder and prints its name.")
   endif()
-  find_package(TBB REQUIRED)
+  # TBB comes from there as well: the machine's own must not take its place.
+  find_package(TBB REQUIRED CONFIG PATHS "${VELA_OPENUSD_PREFIX}" NO_DEFAULT_PATH)
+
+  # OpenUSD's own plug-in tables lie beside this project's. A table names the library that it speaks
+  # for; here that is no file of its own.
+  foreach(_name IN ITEMS ar sdf)
+    file(READ "${VELA_OPENUSD_PREFIX}/lib/usd/${_name}/resources/plugInfo.json" _table)
+    string(REGEX REPLACE "\"LibraryPath\": *\"[^\"]*\"" "\"LibraryPath\": \"\""
+      _table "${_table}")
+    set(_file "${PROJECT_BINARY_DIR}/src/vela/usd/${_name}/resources/plugInfo.json")
+    file(CONFIGURE OUTPUT "${_file}" CONTENT "${_table}" @ONLY)
+    install(FILES "${_file}" COMPONENT runtime
+      DESTINATION "${CMAKE_INSTALL_LIBDIR}/vela/usd/${_name}/resources")
+  endforeach()
+
   target_include_directories(vela_openusd SYSTEM INTERFACE "${VELA_OPENUSD_PREFIX}/include")
-  target_compile_definitions(vela_openusd INTERFACE PXR_STATIC=1)
+  set(_tbb_headers "${VELA_OPENUSD_PREFIX}/include")
+  target_compile_definitions(vela_openusd INTERFACE PXR_STATIC=1 VELA_OPENUSD_STATIC=1)
   set(_archives "")
   foreach(_name IN ITEMS Pcp Sdf Ar Plug Ts Vt Gf Work Trace Js Tf Arch)
     list(APPEND _archives "${VELA_OPENUSD_PREFIX}/lib/libPxr${_name}.a")
   endforeach()
-  # Whole archives: types register themselves from objects that nothing else refers to. Hidden, so
-  # that a host's own OpenUSD and this one never meet.
-  target_link_libraries(vela_openusd INTERFACE "-Wl,--whole-archive" ${_archives}
-    "-Wl,--no-whole-archive"
+  # Whole archives: types register themselves from objects that nothing else refers to.
+  list(JOIN _archives "," _archives)
+  target_link_libraries(vela_openusd INTERFACE "$<LINK_LIBRARY:WHOLE_ARCHIVE,${_archives}>"
     TBB::tbb ${CMAKE_DL_LIBS})
-  target_link_options(vela_openusd INTERFACE "-Wl,--exclude-libs,ALL")
+  # Where the build happens does not go into what is shipped.
+  target_compile_options(vela_options INTERFACE
+    "-ffile-prefix-map=${PROJECT_SOURCE_DIR}=/vela"
+    "-ffile-prefix-map=${VELA_OPENUSD_PREFIX}=/static")
+  # TBB asks by weak names for parts that may be in the process. A host's would answer.
+  foreach(_name IN ITEMS __TBB_call_with_my_server_info __TBB_make_rml_server
+      __TBB_internal_allocate_binding_handler __TBB_internal_apply_affinity
+      __TBB_internal_deallocate_binding_handler __TBB_internal_destroy_system_topology
+      __TBB_internal_get_affinity_mask __TBB_internal_get_default_concurrency
+      __TBB_internal_initialize_system_topology __TBB_internal_restore_affinity
+      __TBB_internal_set_tbbbind_assertion_handler)
+    target_link_options(vela_openusd INTERFACE "-Wl,--defsym=${_name}=0")
+  endforeach()
+  # TBB's threads outlive whatever a host does: the code they run in stays where it is.
+  target_link_options(vela_openusd INTERFACE "-Wl,--exclude-libs,ALL" "-Wl,-z,nodelete")
   function(vela_openusd_executable target)
   endfunction()
 
 else()
   message(FATAL_ERROR "VELA_OPENUSD: unknown value '${VELA_OPENUSD}', use wheels or source")
 endif()
+
+file(STRINGS "${_tbb_headers}/oneapi/tbb/version.h" _lines
+  REGEX "define TBB_VERSION_(MAJOR|MINOR|PATCH) ")
+string(REGEX REPLACE "[^0-9;]" "" _lines "${_lines}")
+list(JOIN _lines "." VELA_TBB_VERSION)

@@ -235,15 +235,25 @@ std::filesystem::path ownFolder() {
   return failed ? std::filesystem::path() : file.parent_path();
 }
 
+// The plug-in tables that scenes need. With OpenUSD inside this library its own lie there too; it
+// finds those by itself, and would end the process without them.
+#ifdef VELA_OPENUSD_STATIC
+constexpr const char* kTables[] = {"ovo", "ar", "sdf"};
+#else
+constexpr const char* kTables[] = {"ovo"};
+#endif
+
 std::string start() {
+  const std::filesystem::path tables = ownFolder() / "vela" / "usd";
+  for (const char* const name : kTables) {
+    const std::filesystem::path file = tables / name / "resources" / "plugInfo.json";
+    std::error_code ignored;
+    if (!std::filesystem::exists(file, ignored))
+      return "the installation is incomplete: " + file.string() + " is missing";
+  }
   static Delegate* const delegate = new Delegate;
   pxr::TfDiagnosticMgr::GetInstance().AddDelegate(delegate);
-
-  const std::filesystem::path table = ownFolder() / "vela" / "usd" / "ovo" / "resources";
-  std::error_code ignored;
-  if (!std::filesystem::exists(table / "plugInfo.json", ignored))
-    return "the installation is incomplete: " + (table / "plugInfo.json").string() + " is missing";
-  pxr::PlugRegistry::GetInstance().RegisterPlugins(table.string());
+  pxr::PlugRegistry::GetInstance().RegisterPlugins((tables / "ovo" / "resources").string());
   // Counts only as long as nobody else in the process has used a resolver: a host that shares its
   // OpenUSD with this library keeps its own.
   pxr::ArSetPreferredResolver("ovo::detail::SceneResolver");

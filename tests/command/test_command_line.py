@@ -181,6 +181,14 @@ class Help(Case):
     def test_the_version_is_told(self):
         self.assertRegex(self.good("--version").stdout, r"^vela \d+\.\d+\.\d+\n$")
 
+    def test_how_it_was_built_is_told(self):
+        said = self.good("--version", "--build-info").stdout
+        self.assertTrue(said.startswith(self.good("--version").stdout), said)
+        for fact in ("compiler          GCC \\d+|compiler          Clang \\d+", "instruction sets  .*SSE2", "OpenUSD           \\d+\\.\\d+, ",
+                     "TBB               20\\d\\d\\.\\d+\\.\\d+, ", "OpenSubdiv        3\\.\\d+\\.\\d+, ", "OpenAssetIO       1\\.0\\.\\d+, /",
+                     "Python            ", "loaded            /"):
+            self.assertRegex(said, f"(?m)^{fact}")
+
     def test_no_verb_prints_the_help_as_an_error(self):
         done = run()
         self.assertEqual((done.returncode, done.stdout), (2, ""))

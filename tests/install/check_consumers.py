@@ -1,11 +1,12 @@
 #!/usr/bin/env python3
-"""Consumers of an install in an empty prefix: each CMake from 3.16 on that is there, each compiler, each level of the language, and the
-project as a part of another one.
+"""Consumers of an install in an empty prefix: each CMake from 3.16 on that is there, each compiler,
+each level of the language, and the project as a part of another one.
 
-Usage: check_consumers.py BUILD_DIR PROJECT_ROOT
+Usage: check_consumers.py BUILD_DIR|ARCHIVE PROJECT_ROOT
 
-CMakes of other versions are looked for in build/peers/cmake-*; scripts/setup puts them there. Compilers are g++ and whatever
-clang++ and clang++-NN are on the PATH. A version that is absent is named in the output, and passed over.
+BUILD_DIR is installed, ARCHIVE (a .tar.gz of scripts/package) is unpacked. CMakes of other versions are looked for in
+build/peers/cmake-*; scripts/setup puts them there. Compilers are g++ and whatever clang++ and
+clang++-NN are on the PATH. A version that is absent is named in the output, and passed over.
 """
 import os
 import pathlib
@@ -47,7 +48,12 @@ class Consumers(unittest.TestCase):
         cls.scratch = pathlib.Path(tempfile.mkdtemp())
         cls.addClassCleanup(shutil.rmtree, cls.scratch, True)
         cls.prefix = cls.scratch / "prefix"
-        run("cmake", "--install", BUILD, "--prefix", cls.prefix)
+        if BUILD.is_dir():
+            run("cmake", "--install", BUILD, "--prefix", cls.prefix)
+        else:
+            run("tar", "-xzf", BUILD, "-C", cls.scratch)
+            [unpacked] = cls.scratch.iterdir()
+            unpacked.rename(cls.prefix)
         cls.source = cls.scratch / "consumer"
         for name in CONSUMERS:
             shutil.copytree(ROOT / "tests/install" / name, cls.scratch / name)
@@ -101,12 +107,20 @@ class Consumers(unittest.TestCase):
                     self.assertIn(expected, run(program))
 
     def test_as_a_part_of_another_project(self):
-        outer = self.scratch / "outer"
+        self.check_part("subdirectory", f'add_subdirectory("{ROOT}" vela)')
+
+    def test_as_fetched_content(self):
+        self.check_part("fetched", f'''include(FetchContent)
+FetchContent_Declare(vela SOURCE_DIR "{ROOT}")
+FetchContent_MakeAvailable(vela)''')
+
+    def check_part(self, name, command):
+        outer = self.scratch / name
         outer.mkdir()
         (outer / "CMakeLists.txt").write_text(f"""cmake_minimum_required(VERSION 3.25)
 project(Outer LANGUAGES CXX)
 set(VELA_PYTHON_ENV "{ROOT}/build/env" CACHE PATH "")
-add_subdirectory("{ROOT}" vela)
+{command}
 add_executable(outer "{self.source}/main.cpp")
 target_link_libraries(outer PRIVATE Vela::vela)
 foreach(target IN ITEMS vela-command vela_test_support)

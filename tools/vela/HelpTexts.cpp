@@ -80,7 +80,7 @@ std::string overallHelp() {
     if (const std::size_t at = line.find(" [--png"); at != std::string::npos) line.resize(at);
     text += "  " + line + "\n" + indented(verb.brief, 6);
   }
-  text += "  vela --version\n\n";
+  text += "  vela --version [--build-info]\n\n";
   text +=
       indented("vela help VERB and vela VERB --help say the options of a verb, with examples.", 0);
   text += "\nEvery verb takes\n";

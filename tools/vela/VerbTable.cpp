@@ -414,6 +414,9 @@ const std::vector<VariableRow>& variableTable() {
       {"OPENASSETIO_DEFAULT_CONFIG",
        "the configuration of the asset manager. With it every FILE to read may be an asset "
        "reference."},
+      {"VELA_PYTHON",
+       "the Python interpreter of asset managers that are written in it, such as that of a virtual "
+       "environment."},
       {"HALDEN_LOG_FILE, HALDEN_LOG_LEVEL", "as --log-file and --log-level."},
       {"NO_COLOR", "when it is set and not empty nothing is coloured on terminals."}};
   return table;

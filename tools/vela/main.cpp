@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Arguments.h"
+#include "BuildInfo.h"
 #include "Failure.h"
 #include "HelpTexts.h"
 #include "Interrupt.h"
@@ -59,6 +60,7 @@ int main(int argc, char** argv) {
   }
   if (verb == "--version") {
     std::printf("vela %s\n", vela::version());
+    if (words.size() > 1 && words[1] == "--build-info") std::fputs(buildInfo().c_str(), stdout);
     return kDone;
   }
   if (verb.empty()) {
