@@ -3,7 +3,9 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "vela/picture/Api.h"
@@ -11,9 +13,80 @@
 
 namespace vela::picture {
 
-/// Writes all layers and attributes of a picture, ZIP-compressed, with both windows at 0, 0. With
-/// the layer `prim` the manifest goes along, as the text attribute `prim/manifest`: one JSON object
-/// from name to value, 1 for the first.
+/// OpenEXR's methods of compression, by its names. Those from `pxr24` on lose something, some of
+/// them only of half floats.
+enum class Compression { none, rle, zips, zip, piz, pxr24, b44, b44a, dwaa, dwab };
+
+/// The method of that name, `none` to `dwab`; nothing for others.
+[[nodiscard]] VELA_PICTURE_API std::optional<Compression> findCompression(std::string_view name);
+/// All names, in the order of the enumeration.
+[[nodiscard]] VELA_PICTURE_API const std::vector<std::string>& compressionNames();
+
+/// How a picture is written.
+struct ExrOptions {
+  Compression compression = Compression::zip;
+  /// Layers of colour (`rgba`, `albedo`) as half floats, of half the size; what is beyond their
+  /// range becomes its end, 65504. All other layers are too exact for that.
+  bool halfColour = false;
+  /// Of the picture's first pixel in the display window: not 0, 0 when the picture is a part of a
+  /// larger one.
+  int x = 0, y = 0;
+  int displayWidth = 0, displayHeight = 0;  ///< 0: as far as the picture reaches
+  int threads = 1;  ///< compress rows at the same time; the bytes do not depend on their number
+};
+
+/// Why a picture with these layers cannot be written so; empty when it can. Only colour may be
+/// compressed with loss: data would be wrong, and names of mattes lost.
+[[nodiscard]] VELA_PICTURE_API std::string whyNotWritten(const std::vector<std::string>& layers,
+                                                         const ExrOptions& options);
+
+/// Writes all layers and attributes of a picture, in one part.
+///
+/// - Layers of integers are floats in the file when those are exact for all of their values, which
+///   is up to 2^24: common tools take integers for shares of the largest one.
+/// - With the layer `prim` go the names of what the picture shows, as OpenEXR's id manifest and as
+///   the text attribute `prim/manifest`: one JSON object from name to value, in ascending order.
+/// - The attributes that OpenEXR has for each file are written as those: `screenWindowCenter`,
+///   `screenWindowWidth`, `pixelAspectRatio`; `framesPerSecond` becomes the rational number that is
+///   meant.
+///
+/// \param file    is replaced as it is written: who wants it whole or not at all writes under
+///                another name and renames
+/// \param error   why it failed, without the file's name; else untouched
+/// \return false when the file cannot be written, or when the picture is none that a file could
+///         hold: without pixels or layers, with a layer whose values are too few, with the same
+///         channel or attribute twice, with a compression that whyNotWritten() speaks against
+///
+/// \code
+///   vela::picture::Picture picture;
+///   picture.width = picture.height = 1;
+///   picture.layers.push_back({"albedo", {"albedo.R"}, {}, {0.5f}, {}});
+///   vela::picture::ExrOptions options;
+///   options.compression = vela::picture::Compression::dwaa;
+///   options.halfColour = true;
+///   std::vector<unsigned char> bytes;
+///   assert(vela::picture::writeExr(picture, bytes, options));
+///
+///   picture.layers.push_back({"depth", {"Z"}, {}, {2.5f}, {}});
+///   assert(!vela::picture::writeExr(picture, bytes, options));
+/// \endcode
+[[nodiscard]] VELA_PICTURE_API bool writeExr(const Picture& picture, const std::string& file,
+                                             const ExrOptions& options,
+                                             std::string* error = nullptr);
+/// The same bytes in memory. \param bytes refilled; empty on failure
+[[nodiscard]] VELA_PICTURE_API bool writeExr(const Picture& picture,
+                                             std::vector<unsigned char>& bytes,
+                                             const ExrOptions& options,
+                                             std::string* error = nullptr);
+
+/// The text of the attribute of that name in a file; nothing when it is no OpenEXR file, or does
+/// not have it.
+/// \param error why, in one line without the file's name; else untouched
+[[nodiscard]] VELA_PICTURE_API std::optional<std::string> readExrText(const std::string& file,
+                                                                      const std::string& attribute,
+                                                                      std::string* error = nullptr);
+
+/// Writes a picture as ExrOptions has it unless told otherwise.
 ///
 /// \param file    is replaced as it is written: who wants it whole or not at all writes under
 ///                another name and renames
@@ -41,7 +114,8 @@ namespace vela::picture {
                                              std::vector<unsigned char>& bytes, int threads = 1,
                                              std::string* error = nullptr);
 
-/// The text of the attribute `prim/manifest`, on one line. What is no UTF-8 in a name is replaced.
+/// A manifest of all these names as `prim/manifest` has it, 1 for the first, on one line. What is
+/// no UTF-8 in a name is replaced.
 [[nodiscard]] VELA_PICTURE_API std::string manifestText(const std::vector<std::string>& manifest);
 
 }  // namespace vela::picture

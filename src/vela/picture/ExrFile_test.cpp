@@ -6,18 +6,24 @@
 #include <ImfFloatAttribute.h>
 #include <ImfFrameBuffer.h>
 #include <ImfHeader.h>
+#include <ImfIDManifest.h>
 #include <ImfInputFile.h>
 #include <ImfIntAttribute.h>
 #include <ImfMatrixAttribute.h>
+#include <ImfStandardAttributes.h>
 #include <ImfStringAttribute.h>
 #include <ImfVecAttribute.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstddef>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <limits>
+#include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -48,6 +54,8 @@ class ExrFile : public testing::Test {
   std::string file_;
 };
 
+constexpr std::uint32_t kLargeIds = 0xff000000u;
+
 // All layers of the table, each value another one.
 Picture everything(int width, int height) {
   std::vector<std::string> names;
@@ -56,7 +64,7 @@ Picture everything(int width, int height) {
   unsigned next = 1;
   for (Layer& layer : picture.layers) {
     for (float& value : layer.floats) value = 0.125f * static_cast<float>(next++);
-    for (std::uint32_t& value : layer.integers) value = 0xff000000u + next++;
+    for (std::uint32_t& value : layer.integers) value = kLargeIds + next++;
   }
   return picture;
 }
@@ -114,6 +122,125 @@ TEST_F(ExrFile, EachLayerOfTheTableReadsBackInItsType) {
   EXPECT_EQ(channels, 0) << "the file has channels that no layer of the table has";
 }
 
+TEST_F(ExrFile, IdsAreFloatsWhileThoseAreExact) {
+  constexpr std::uint32_t kMost = 1u << 24;
+  for (const std::uint32_t most : {7u, kMost, kMost + 1}) {
+    Picture picture = everything(2, 1);
+    picture.layers[4].integers = {3, most};
+    ASSERT_TRUE(writeExr(picture, file_));
+    Imf::InputFile input(file_.c_str());
+    const Imf::PixelType type = input.header().channels().findChannel("prim.id")->type;
+    EXPECT_EQ(type, most <= kMost ? Imf::FLOAT : Imf::UINT) << most;
+    // Read as integers both are the same numbers.
+    EXPECT_EQ(readChannel<std::uint32_t>(input, "prim.id", Imf::UINT, 2, 1),
+              (std::vector<std::uint32_t>{3, most}));
+    // Layers decide for themselves.
+    EXPECT_EQ(input.header().channels().findChannel("face.id")->type, Imf::UINT);
+  }
+}
+
+TEST_F(ExrFile, EveryCompressionReadsBackAndLossIsForColourAlone) {
+  EXPECT_EQ(compressionNames().size(), 10u);
+  EXPECT_FALSE(findCompression("ZIP"));
+  EXPECT_FALSE(findCompression(""));
+  for (const std::string& name : compressionNames()) {
+    ExrOptions options;
+    options.compression = *findCompression(name);
+    const bool isLossy = options.compression >= Compression::pxr24;
+    Picture picture = everything(33, 20);
+    std::string error;
+    EXPECT_EQ(writeExr(picture, file_, options, &error), !isLossy) << name << error;
+    if (isLossy) {
+      EXPECT_EQ(error, name + " is for colour alone: it would change the values of depth");
+    }
+    chooseLayers({"rgba", "albedo"})->reduce(picture);
+    ASSERT_TRUE(writeExr(picture, file_, options, &error)) << name << error;
+    Imf::InputFile input(file_.c_str());
+    EXPECT_EQ(static_cast<int>(input.header().compression()),
+              static_cast<int>(options.compression));
+    const auto values = readChannel<float>(input, "albedo.G", Imf::FLOAT, 33, 20);
+    for (int y = 0; y < 20; ++y)
+      for (int x = 0; x < 33; ++x) {
+        const float value = values[static_cast<std::size_t>(y * 33 + x)];
+        const float wanted = picture.layer("albedo").floats(x, y, 1);
+        ASSERT_NEAR(value, wanted, isLossy ? 0.05f * wanted : 0.0f) << name;
+      }
+  }
+}
+
+TEST_F(ExrFile, HalfFloatsAreForColourAndKeepFiniteValuesFinite) {
+  Picture picture = everything(5, 1);
+  picture.layers[0].floats[0] = 1e9f;
+  picture.layers[0].floats[4] = -1e9f;
+  picture.layers[0].floats[8] = std::numeric_limits<float>::infinity();
+  picture.layers[0].floats[12] = std::numeric_limits<float>::quiet_NaN();
+  picture.layers[0].floats[16] = 0.1f;
+  ExrOptions options;
+  options.halfColour = true;
+  ASSERT_TRUE(writeExr(picture, file_, options));
+  Imf::InputFile input(file_.c_str());
+  for (const LayerInfo& info : layerTable())
+    for (const std::string& channel : info.channels)
+      EXPECT_EQ(input.header().channels().findChannel(channel)->type == Imf::HALF,
+                info.name == "rgba" || info.name == "albedo" || info.isPart)
+          << channel;
+  const auto red = readChannel<float>(input, "R", Imf::FLOAT, 5, 1);
+  EXPECT_EQ(red[0], 65504.0f);
+  EXPECT_EQ(red[1], -65504.0f);
+  EXPECT_TRUE(std::isinf(red[2]));
+  EXPECT_TRUE(std::isnan(red[3]));
+  EXPECT_EQ(red[4], 0.0999755859375f);  // the nearest half float
+}
+
+TEST_F(ExrFile, APartOfALargerPictureStandsInItsPlace) {
+  const Picture picture = everything(4, 3);
+  ExrOptions options;
+  options.x = 10;
+  options.y = 20;
+  options.displayWidth = 64;
+  options.displayHeight = 36;
+  ASSERT_TRUE(writeExr(picture, file_, options));
+  Imf::InputFile input(file_.c_str());
+  EXPECT_EQ(input.header().dataWindow(), Imath::Box2i(Imath::V2i(10, 20), Imath::V2i(13, 22)));
+  EXPECT_EQ(input.header().displayWindow(), Imath::Box2i(Imath::V2i(0, 0), Imath::V2i(63, 35)));
+  std::vector<float> values(12);
+  Imf::FrameBuffer buffer;
+  buffer.insert("Z", Imf::Slice::Make(Imf::FLOAT, values.data(), input.header().dataWindow()));
+  input.setFrameBuffer(buffer);
+  input.readPixels(20, 22);
+  EXPECT_EQ(values, picture.layers[1].floats);
+}
+
+TEST_F(ExrFile, TextsAreReadBackAndWhatIsNoneSaysWhy) {
+  Picture picture = everything(1, 1);
+  picture.attributes = {{"note", std::string("words\nand \"more\"")}, {"number", 1}};
+  ASSERT_TRUE(writeExr(picture, file_));
+  EXPECT_EQ(readExrText(file_, "note"), "words\nand \"more\"");
+  std::string error;
+  for (const char* name : {"number", "nothing"}) {
+    EXPECT_FALSE(readExrText(file_, name, &error));
+    EXPECT_EQ(error, std::string("its header has no ") + name);
+  }
+  EXPECT_FALSE(readExrText(file_ + ".missing", "note", &error));
+  EXPECT_NE(error.find("No such file"), std::string::npos) << error;
+  std::ofstream(file_) << "no picture at all";
+  EXPECT_FALSE(readExrText(file_, "note", &error));
+  EXPECT_FALSE(error.empty());
+}
+
+TEST_F(ExrFile, TheRateOfFramesIsTheRationalThatIsMeant) {
+  Picture picture = everything(1, 1);
+  for (const auto& [rate, numerator, denominator] :
+       {std::tuple{24.0f, 24, 1u}, {23.976f, 24000, 1001u}, {25.0f, 25, 1u}}) {
+    picture.attributes = {{"framesPerSecond", rate}};
+    ASSERT_TRUE(writeExr(picture, file_));
+    const Imf::InputFile input(file_.c_str());
+    ASSERT_TRUE(Imf::hasFramesPerSecond(input.header()));
+    EXPECT_EQ(Imf::framesPerSecond(input.header()).n, numerator);
+    EXPECT_EQ(Imf::framesPerSecond(input.header()).d, denominator);
+  }
+}
+
 TEST_F(ExrFile, AttributesKeepTheirTypes) {
   Picture picture = everything(2, 1);
   tarn::Mat4f matrix;
@@ -138,13 +265,25 @@ TEST_F(ExrFile, AttributesKeepTheirTypes) {
 }
 
 TEST_F(ExrFile, TheManifestGoesWithTheLayerOfIds) {
-  Picture picture = everything(1, 1);
-  picture.manifest = {"/A", "/B[3]"};
+  Picture picture = everything(2, 2);
+  picture.manifest = {"/A", "/B[3]", "/C", "/\"quoted\""};
+  picture.layers[4].integers = {0, 4, 2, 4};
   ASSERT_TRUE(writeExr(picture, file_));
   {
+    // What the picture shows, and no more.
     const Imf::InputFile input(file_.c_str());
     EXPECT_EQ(input.header().typedAttribute<Imf::StringAttribute>("prim/manifest").value(),
-              R"({"/A":1,"/B[3]":2})");
+              R"({"/B[3]":2,"/\"quoted\"":4})");
+    ASSERT_TRUE(Imf::hasIDManifest(input.header()));
+    const Imf::IDManifest manifest(Imf::idManifest(input.header()));
+    ASSERT_EQ(manifest.size(), 1u);
+    const auto& group = manifest[0];
+    EXPECT_EQ(group.getChannels(), std::set<std::string>{"prim.id"});
+    EXPECT_EQ(group.getHashScheme(), Imf::IDManifest::NOTHASHED);
+    EXPECT_EQ(group.getComponents(), std::vector<std::string>{"path"});
+    EXPECT_EQ(group.size(), 2u);
+    EXPECT_EQ(group.find(2).text(), std::vector<std::string>{"/B[3]"});
+    EXPECT_EQ(group.find(4).text(), std::vector<std::string>{"/\"quoted\""});
   }
   picture.layers.erase(picture.layers.begin() + 4);
   ASSERT_FALSE(picture.hasLayer("prim"));

@@ -6,6 +6,7 @@
 
 #include "vela/channels/ChannelManager.h"
 #include "vela/channels/DefaultChannelManager.h"
+#include "vela/picture/Cryptomatte.h"
 #include "vela/picture/detail/LayerRows.h"
 
 namespace vela::picture {
@@ -97,6 +98,13 @@ bool fail(std::string* error, const std::string& what) {
   return false;
 }
 
+// The layers that a name stands for: those of a group, else itself.
+std::vector<std::string> membersOf(const std::string& name) {
+  for (const LayerGroup& group : layerGroups())
+    if (group.name == name) return group.layers;
+  return {name};
+}
+
 // Adds what a name stands for to the set.
 bool addLayer(ChannelManager& registry, const std::string& name, ChannelSet& set,
               std::string* error) {
@@ -157,13 +165,34 @@ void LayerChoice::reduce(Picture& picture) const {
     }
   }
   picture.layers = std::move(kept);
+
+  // What is said of layers that are gone.
+  const auto isOfLayerThatIsGone = [&](const Attribute& attribute) {
+    const std::size_t slash = attribute.name.find("/manifest");
+    return slash != std::string::npos && findLayerInfo(attribute.name.substr(0, slash)) &&
+           !picture.hasLayer(attribute.name.substr(0, slash));
+  };
+  picture.attributes.erase(
+      std::remove_if(picture.attributes.begin(), picture.attributes.end(), isOfLayerThatIsGone),
+      picture.attributes.end());
+  const std::vector<std::string> mattes = cryptomattesOf(picture);
+  for (const LayerGroup& group : layerGroups()) {
+    if (std::find(mattes.begin(), mattes.end(), group.name) != mattes.end()) continue;
+    const std::string head = cryptomatteAttribute(group.name, "");
+    picture.attributes.erase(std::remove_if(picture.attributes.begin(), picture.attributes.end(),
+                                            [&](const Attribute& attribute) {
+                                              return attribute.name.rfind(head, 0) == 0;
+                                            }),
+                             picture.attributes.end());
+  }
 }
 
 std::optional<LayerChoice> chooseLayers(const std::vector<std::string>& names, std::string* error) {
   ChannelManager& registry = *DefaultChannelManager();
   LayerChoice choice;
   for (const std::string& name : names)
-    if (!addLayer(registry, name, choice.set, error)) return std::nullopt;
+    for (const std::string& member : membersOf(name))
+      if (!addLayer(registry, member, choice.set, error)) return std::nullopt;
   if (choice.set.empty()) {
     fail(error, "no layers: the list is empty");
     return std::nullopt;
@@ -191,10 +220,10 @@ std::optional<LayerChoice> chooseLayers(const std::vector<std::string>& names, s
 }
 
 std::string layersToTry() {
-  const std::vector<LayerInfo>& table = layerTable();
-  std::string text = "try " + table.front().name;
-  for (std::size_t i = 1; i < table.size(); ++i)
-    text += (i + 1 < table.size() ? ", " : " or ") + table[i].name;
+  const std::vector<std::string> names = layerNames();
+  std::string text = "try " + names.front();
+  for (std::size_t i = 1; i < names.size(); ++i)
+    text += (i + 1 < names.size() ? ", " : " or ") + names[i];
   return text;
 }
 

@@ -33,14 +33,14 @@ struct VELA_PICTURE_API LayerChoice {
 
   /// A picture with these layers, all values 0.
   [[nodiscard]] Picture makePicture(int width, int height) const;
-  /// Takes from a picture all channels that are not of this choice. Of those that the picture does
-  /// not have nothing comes.
+  /// Takes from a picture all channels that are not of this choice, and the attributes of mattes
+  /// that it then has no more. Of channels that the picture does not have nothing comes.
   void reduce(Picture& picture) const;
 };
 
 /// Finds layers in the default registry by their names and creates there what is missing. Besides
-/// the rows of layerTable() a name may be any layer of the registry all of whose channels belong
-/// to such rows.
+/// the rows of layerTable() a name may be one of layerGroups(), for all of its rows, or any layer
+/// of the registry all of whose channels belong to such rows.
 ///
 /// \param error why nothing came back, one line that names the layer and what to try; else
 ///              untouched
@@ -60,7 +60,7 @@ struct VELA_PICTURE_API LayerChoice {
 [[nodiscard]] VELA_PICTURE_API std::optional<LayerChoice> chooseLayers(
     const std::vector<std::string>& names, std::string* error = nullptr);
 
-/// `try rgba, rgb ... or albedo`: the names of the table, for messages.
+/// `try rgba, rgb ... or albedo`: layerNames(), for messages.
 [[nodiscard]] VELA_PICTURE_API std::string layersToTry();
 
 }  // namespace vela::picture

@@ -8,6 +8,7 @@
 
 #include "vela/channels/ChannelManager.h"
 #include "vela/channels/DefaultChannelManager.h"
+#include "vela/picture/Cryptomatte.h"
 
 namespace {
 
@@ -109,8 +110,34 @@ TEST(LayerChoice, APictureIsReducedToTheChannelsOfAChoice) {
   EXPECT_EQ(picture.layer("alpha").floats(1, 0), 8.0f);
 }
 
+TEST(LayerChoice, AGroupIsAllOfItsRows) {
+  const LayerChoice choice = choose({"crypto_object", "crypto_object01", "depth"});
+  ASSERT_EQ(choice.layers.size(), 4u);
+  EXPECT_EQ(choice.layers[0].name, "depth");
+  EXPECT_EQ(choice.layers[1].name, "crypto_object00");
+  EXPECT_EQ(choice.layers[3].name, "crypto_object02");
+  EXPECT_EQ(choice.set.size(), 13u);
+  EXPECT_TRUE(choice.has(Sampling::coverageOfSamples));
+  EXPECT_FALSE(choice.has(Sampling::meanOfSamples));
+}
+
+TEST(LayerChoice, AttributesOfMattesGoWithTheirLayers) {
+  Picture picture = choose({"crypto_object", "crypto_asset"}).makePicture(1, 1);
+  const std::string object = cryptomatteAttribute("crypto_object", "name");
+  picture.attributes = {{cryptomatteAttribute("crypto_asset", "name"), std::string("a")},
+                        {"software", std::string("b")},
+                        {object, std::string("c")},
+                        {cryptomatteAttribute("crypto_asset", "manifest"), std::string("d")}};
+  choose({"crypto_object"}).reduce(picture);
+  ASSERT_EQ(picture.attributes.size(), 2u);
+  EXPECT_EQ(picture.attributes[0].name, "software");
+  EXPECT_EQ(picture.attributes[1].name, object);
+}
+
 TEST(LayerChoice, WhatCannotBeRenderedIsRefusedByName) {
-  const std::string attempt = "; try rgba, rgb, alpha, depth, P, N, prim, face, material or albedo";
+  const std::string attempt =
+      "; try rgba, rgb, alpha, depth, P, N, prim, face, material, albedo, crypto_object, "
+      "crypto_asset or crypto_material";
   for (const Words& names : {Words{"heat"}, {"rgba", "heat"}, {"heat", "forward"}}) {
     std::string error;
     EXPECT_FALSE(chooseLayers(names, &error));

@@ -14,8 +14,9 @@ namespace vela::picture {
 
 /// Where in a pixel a layer is taken.
 enum class Sampling {
-  pixelCentre,    ///< by the one ray through the pixel's centre: no value is ever a mixture
-  meanOfSamples,  ///< the mean over all samples of the pixel
+  pixelCentre,        ///< by the one ray through the pixel's centre: no value is ever a mixture
+  meanOfSamples,      ///< the mean over all samples of the pixel
+  coverageOfSamples,  ///< which share of the samples each name covers, the greatest first
 };
 
 /// What is known of a layer without rendering it.
@@ -31,12 +32,26 @@ struct LayerInfo {
   bool isPart = false;
 };
 
+/// Layers that go by one name, such as those of a matte.
+struct LayerGroup {
+  std::string name;
+  std::vector<std::string> layers;  ///< rows of layerTable(), in its order
+  std::string help;                 ///< as LayerInfo::help, to stand behind the layers' names
+};
+
 /// All layers, in the order in which help texts name them. A part comes after the layer that it is
 /// a part of.
 [[nodiscard]] VELA_PICTURE_API const std::vector<LayerInfo>& layerTable();
 
 /// The row of that name; null when there is none.
 [[nodiscard]] VELA_PICTURE_API const LayerInfo* findLayerInfo(std::string_view name);
+
+/// The groups of the table, in its order. No layer belongs to two of them.
+[[nodiscard]] VELA_PICTURE_API const std::vector<LayerGroup>& layerGroups();
+
+/// The names to choose layers by: rows and groups in the order of the table, a group in the place
+/// of its rows.
+[[nodiscard]] VELA_PICTURE_API std::vector<std::string> layerNames();
 
 /// The names of the layers that are rendered when nothing is chosen.
 [[nodiscard]] VELA_PICTURE_API std::vector<std::string> defaultLayers();

@@ -31,8 +31,9 @@ TEST(LayerTable, EachRowIsWhole) {
     EXPECT_LE(info.channels.size(), 4u) << info.name;
     EXPECT_EQ(info.channels.size(), info.subnames.size()) << info.name;
     EXPECT_FALSE(info.help.empty()) << info.name;
-    EXPECT_EQ(info.isPart, !row.function.atCentre && !row.function.ofMean) << info.name;
-    EXPECT_FALSE(row.function.atCentre && row.function.ofMean) << info.name;
+    const int functions = (row.function.atCentre != nullptr) + (row.function.ofMean != nullptr) +
+                          (row.function.ofCoverage != nullptr);
+    EXPECT_EQ(functions, info.isPart ? 0 : 1) << info.name;
     // What is created member by member needs a type for each.
     if (row.purpose != vela::Channel::none && row.purpose != vela::Channel::dataVec3) {
       EXPECT_EQ(row.channelTypes.size(), info.channels.size()) << info.name;
@@ -76,6 +77,33 @@ TEST(LayerTable, LightIsAMeanAndDataAreOfThePixelsCentre) {
     EXPECT_EQ(findLayerInfo(name)->sampling, Sampling::pixelCentre) << name;
   for (const char* name : {"prim", "face", "material"})
     EXPECT_EQ(findLayerInfo(name)->type, ValueType::uint32) << name;
+}
+
+TEST(LayerTable, MattesAreGroupsOfThreeRowsOfCoverage) {
+  const Words names = layerNames();
+  for (const char* matte : {"crypto_object", "crypto_asset", "crypto_material"}) {
+    EXPECT_EQ(std::count(names.begin(), names.end(), matte), 1) << matte;
+    EXPECT_EQ(findLayerInfo(matte), nullptr);
+    const auto group =
+        std::find_if(layerGroups().begin(), layerGroups().end(),
+                     [&](const LayerGroup& candidate) { return candidate.name == matte; });
+    ASSERT_NE(group, layerGroups().end());
+    EXPECT_FALSE(group->help.empty());
+    ASSERT_EQ(group->layers.size(), 3u);
+    for (std::size_t i = 0; i < 3; ++i) {
+      const std::string name = std::string(matte) + "0" + std::to_string(i);
+      EXPECT_EQ(group->layers[i], name);
+      const LayerInfo* info = findLayerInfo(name);
+      ASSERT_NE(info, nullptr);
+      EXPECT_EQ(info->channels, (Words{name + ".r", name + ".g", name + ".b", name + ".a"}));
+      EXPECT_EQ(info->sampling, Sampling::coverageOfSamples);
+      EXPECT_FALSE(info->isDefault);
+      EXPECT_EQ(std::count(names.begin(), names.end(), name), 0);
+    }
+  }
+  // All other rows are there by their own names.
+  EXPECT_EQ(names.front(), "rgba");
+  EXPECT_EQ(names.size(), layerTable().size() - 3 * layerGroups().size() + layerGroups().size());
 }
 
 TEST(LayerTable, TheDefaultIsColourAndTheDataThatCompositorsAskFor) {

@@ -4,12 +4,15 @@
 #include <atomic>
 #include <cmath>
 #include <cstddef>
+#include <cstring>
 #include <utility>
 
 #include "tarn/Mat4.h"
 #include "vela/Version.h"
+#include "vela/picture/Cryptomatte.h"
 #include "vela/picture/ExrFile.h"
 #include "vela/picture/detail/LayerRows.h"
+#include "vela/picture/detail/Mattes.h"
 #include "vela/picture/detail/RenderJob.h"
 #include "vela/picture/detail/Shader.h"
 #include "vela/picture/detail/TileRenderer.h"
@@ -17,6 +20,19 @@
 namespace vela::picture {
 
 namespace detail {
+
+// Counts of all threads.
+struct Counter {
+  std::atomic<std::uint64_t> cameraRays{0}, lightRays{0};
+  std::atomic<std::int64_t> traceTime{0}, shadeTime{0};
+
+  void add(const TileCounts& counts) {
+    cameraRays.fetch_add(counts.cameraRays, std::memory_order_relaxed);
+    lightRays.fetch_add(counts.lightRays, std::memory_order_relaxed);
+    traceTime.fetch_add(counts.traceTime, std::memory_order_relaxed);
+    shadeTime.fetch_add(counts.shadeTime, std::memory_order_relaxed);
+  }
+};
 
 // What a renderer holds. Later members refer to earlier ones, so that it never moves.
 struct OpenPicture {
@@ -27,8 +43,12 @@ struct OpenPicture {
   scene::View view;
   std::optional<scene::RayCaster> caster;
   std::optional<Shader> shader;
+  std::optional<Mattes> mattes;
   std::optional<RenderJob> job;
-  std::atomic<std::uint64_t> rays{0};
+  double time = tarn::defaultTimeValue();
+  double framesPerSecond = 24.0;
+  float exposure = 0.0f;
+  Counter counter;
 };
 
 }  // namespace detail
@@ -37,6 +57,8 @@ namespace {
 
 using detail::OpenPicture;
 using scene::Problem;
+using tarn::Vec2d;
+using tarn::Vec2f;
 
 constexpr int kMostSamples = 4096;
 constexpr int kWidest = 65536;
@@ -104,11 +126,27 @@ void makeJob(const std::shared_ptr<ovo::Stage>& stage, const RenderOptions& opti
       open.shader->tint(selection, stage);
     }
   }
-  open.job.emplace(detail::RenderJob{
-      open.meshes, open.view, *open.caster, open.layers,
-      open.materials ? &*open.materials : nullptr, needsLight ? &*open.shader : nullptr,
-      needsNormals ? &*open.shader : nullptr, grid, ambientGrid,
-      options.pattern == SamplePattern::jittered, frameOf(options.time)});
+  open.job.emplace(detail::RenderJob{open.meshes, open.view, *open.caster, open.layers,
+                                     open.materials ? &*open.materials : nullptr,
+                                     needsLight ? &*open.shader : nullptr,
+                                     needsNormals ? &*open.shader : nullptr, grid, ambientGrid,
+                                     options.pattern == SamplePattern::jittered,
+                                     frameOf(options.time), open.mattes ? &*open.mattes : nullptr});
+}
+
+// How bright the camera shows the scene, in powers of two: its exposure, and the time, sensitivity
+// and aperture that go with it. 0 when they make no measure.
+float exposureOf(const ovo::Prim& camera, double time) {
+  const auto read = [&](const char* name, float fallback) {
+    float value = fallback;
+    camera.getAttr(ovo::Token(name)).get(value, time);
+    return static_cast<double>(value);
+  };
+  const double fStop = read("exposure:fStop", 1.0f);
+  const double scale = read("exposure:time", 1.0f) * (read("exposure:iso", 100.0f) / 100.0) *
+                       read("exposure:responsivity", 1.0f) / (fStop * fStop);
+  const auto exposure = static_cast<float>(read("exposure", 0.0f) + std::log2(scale));
+  return std::isfinite(exposure) ? exposure : 0.0f;
 }
 
 // \return false with the reason last in \p problems
@@ -149,7 +187,7 @@ bool setUp(const std::shared_ptr<ovo::Stage>& stage, const RenderOptions& option
   }
 
   // What the meshes are made of, where that is asked for.
-  if (open.layers.has("material")) {
+  if (open.layers.has("material") || hasMatte(open.layers, detail::MatteKind::material)) {
     open.materials =
         scene::findMaterials(*stage, open.meshes, options.materialPurpose, options.time, work);
     if (work.isStopped()) return fail(problemOf(Problem::Kind::stopped, "", "stopped"));
@@ -170,8 +208,75 @@ bool setUp(const std::shared_ptr<ovo::Stage>& stage, const RenderOptions& option
   add(open.caster->problems());
   if (work.isStopped()) return fail(problemOf(Problem::Kind::stopped, "", "stopped"));
 
+  if (open.layers.has(Sampling::coverageOfSamples))
+    open.mattes.emplace(open.meshes, open.materials ? &*open.materials : nullptr, open.layers,
+                        problems);
+  open.time = options.time;
+  open.framesPerSecond = stage->getFramesPerSecond();
+  if (!open.view.camera.isEmpty())
+    open.exposure = exposureOf(stage->getPrimAtPath(open.view.camera), options.time);
   makeJob(stage, options, open);
   return true;
+}
+
+// Where the picture was taken from, as compositors read it.
+void describeView(const scene::View& view, Picture& picture) {
+  const tarn::Mat4d cameraFromWorld = view.worldFromCamera.inverse();
+  picture.attributes = {{"software", std::string("vela ") + vela::version()},
+                        {"worldToCamera", tarn::Mat4f(cameraFromWorld)}};
+  if (!view.camera.isEmpty()) picture.attributes.push_back({"camera", view.camera.asString()});
+  if (!view.projection->isLinear()) return;
+
+  // The film in units of its distance; of an orthographic camera the window itself.
+  const Vec2d& film = view.sample.sensor.apertureSize;
+  const bool isPerspective = view.lens == LensProjection::perspective;
+  const double width = isPerspective ? film.x / view.sample.optics.focalLength : film.x;
+  // Half the film's width is the unit of its offset, as of NDC.
+  const Vec2d centre = view.sample.sensor.apertureTranslate * (0.5 * width);
+  if (isPerspective) {
+    picture.attributes.push_back({"screenWindowCenter", Vec2f(centre)});
+    picture.attributes.push_back({"screenWindowWidth", static_cast<float>(width)});
+  }
+
+  // From the window to 0, 0 at the upper left corner and 1, 1 at the lower right one. A third value
+  // that keeps the matrix invertible: the distance's reciprocal in perspective, else the depth.
+  const double height = width * view.height / view.width;
+  tarn::Mat4d ndcFromCamera(0.0);
+  ndcFromCamera[0] = 1.0 / width;
+  ndcFromCamera[5] = -1.0 / height;
+  const Vec2d shift(0.5 - centre.x / width, 0.5 + centre.y / height);
+  if (isPerspective) {
+    // w is the distance along the axis, -z.
+    ndcFromCamera[8] = -shift.x;
+    ndcFromCamera[9] = -shift.y;
+    ndcFromCamera[11] = -1.0;
+    ndcFromCamera[14] = 1.0;
+  } else {
+    ndcFromCamera[10] = 1.0;
+    ndcFromCamera[12] = shift.x;
+    ndcFromCamera[13] = shift.y;
+    ndcFromCamera[15] = 1.0;
+  }
+  picture.attributes.push_back({"worldToNDC", tarn::Mat4f(ndcFromCamera * cameraFromWorld)});
+}
+
+// The ids in a matte's layers, sorted, each once.
+std::vector<std::uint32_t> idsShown(const Picture& picture, const std::string& matte) {
+  std::vector<std::uint32_t> ids;
+  for (const Layer& layer : picture.layers) {
+    if (layer.name.compare(0, matte.size(), matte) != 0) continue;
+    std::uint32_t last = 0;
+    for (std::size_t i = 0; i + 1 < layer.floats.size(); i += 2) {
+      std::uint32_t id = 0;
+      std::memcpy(&id, &layer.floats[i], sizeof id);
+      // Neighbours mostly show the same.
+      if (id != 0 && id != last) ids.push_back(id);
+      last = id;
+    }
+  }
+  std::sort(ids.begin(), ids.end());
+  ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
+  return ids;
 }
 
 Tile clip(const Tile& tile, int width, int height) {
@@ -194,14 +299,14 @@ bool hasLayersOf(const Picture& picture, const Picture& model) {
 
 // A rectangle of any size, in pieces that a tile renderer takes.
 bool renderPieces(const OpenPicture& open, const Tile& tile, int x0, int y0, Picture& picture,
-                  const scene::Work& work, std::atomic<std::uint64_t>& counter) {
+                  const scene::Work& work, detail::Counter& counter) {
   detail::TileRenderer renderer(*open.job);
   for (int y = tile.y0; y < tile.y1; y += kTileSize)
     for (int x = tile.x0; x < tile.x1; x += kTileSize) {
       const Tile piece{x, y, std::min(x + kTileSize, tile.x1), std::min(y + kTileSize, tile.y1)};
-      std::uint64_t rays = 0;
-      const bool done = renderer.render(piece, x0, y0, picture, work, rays);
-      counter.fetch_add(rays, std::memory_order_relaxed);
+      detail::TileCounts counts;
+      const bool done = renderer.render(piece, x0, y0, picture, work, counts);
+      counter.add(counts);
       if (!done) return false;
     }
   return true;
@@ -234,13 +339,31 @@ const scene::Extent& PictureRenderer::extent() const noexcept { return open_->ex
 const scene::View& PictureRenderer::view() const noexcept { return open_->view; }
 const scene::RayCaster& PictureRenderer::caster() const noexcept { return *open_->caster; }
 std::uint64_t PictureRenderer::raysTraced() const noexcept {
-  return open_->rays.load(std::memory_order_relaxed);
+  return open_->counter.cameraRays.load(std::memory_order_relaxed) +
+         open_->counter.lightRays.load(std::memory_order_relaxed);
+}
+RenderStats PictureRenderer::stats() const noexcept {
+  const detail::Counter& from = open_->counter;
+  return {from.cameraRays.load(std::memory_order_relaxed),
+          from.lightRays.load(std::memory_order_relaxed),
+          static_cast<double>(from.traceTime.load(std::memory_order_relaxed)) * 1e-9,
+          static_cast<double>(from.shadeTime.load(std::memory_order_relaxed)) * 1e-9};
 }
 
 Picture PictureRenderer::makePicture() const {
   Picture picture = open_->layers.makePicture(width(), height());
-  picture.attributes = {{"software", std::string("vela ") + vela::version()},
-                        {"worldToCamera", tarn::Mat4f(open_->view.worldFromCamera.inverse())}};
+  describeView(open_->view, picture);
+  if (std::isfinite(open_->time))
+    picture.attributes.push_back({"frame", static_cast<float>(open_->time)});
+  if (open_->exposure != 0.0f) picture.attributes.push_back({"exposure", open_->exposure});
+  picture.attributes.push_back({"framesPerSecond", static_cast<float>(open_->framesPerSecond)});
+  for (const std::string& matte : cryptomattesOf(picture)) {
+    picture.attributes.push_back({cryptomatteAttribute(matte, "name"), matte});
+    picture.attributes.push_back(
+        {cryptomatteAttribute(matte, "hash"), std::string("MurmurHash3_32")});
+    picture.attributes.push_back(
+        {cryptomatteAttribute(matte, "conversion"), std::string("uint32_to_float32")});
+  }
   if (open_->layers.has("prim")) {
     const std::size_t count = open_->meshes.entries.size();
     picture.manifest.reserve(count);
@@ -255,10 +378,25 @@ Picture PictureRenderer::makePicture() const {
   return picture;
 }
 
+void PictureRenderer::addManifests(Picture& picture) const {
+  if (!open_->mattes) return;
+  for (const detail::MatteKind kind : detail::kAllMattes) {
+    if (!open_->mattes->has(kind)) continue;
+    const std::string matte = detail::matteName(kind);
+    const std::string name = cryptomatteAttribute(matte, "manifest");
+    picture.attributes.erase(
+        std::remove_if(picture.attributes.begin(), picture.attributes.end(),
+                       [&](const Attribute& attribute) { return attribute.name == name; }),
+        picture.attributes.end());
+    picture.attributes.push_back(
+        {name, cryptomatteManifest(open_->mattes->namesOf(kind, idsShown(picture, matte)))});
+  }
+}
+
 std::optional<Picture> PictureRenderer::render(const Tile& tile, const scene::Work& work) const {
   const Tile clipped = clip(tile, width(), height());
   Picture picture = open_->layers.makePicture(clipped.width(), clipped.height());
-  if (!renderPieces(*open_, clipped, clipped.x0, clipped.y0, picture, work, open_->rays))
+  if (!renderPieces(*open_, clipped, clipped.x0, clipped.y0, picture, work, open_->counter))
     return std::nullopt;
   return picture;
 }
@@ -267,7 +405,7 @@ bool PictureRenderer::render(const Tile& tile, Picture& picture, const scene::Wo
   if (!hasLayersOf(picture, open_->layers.makePicture(0, 0)) || picture.width != width() ||
       picture.height != height())
     return false;
-  return renderPieces(*open_, clip(tile, width(), height()), 0, 0, picture, work, open_->rays);
+  return renderPieces(*open_, clip(tile, width(), height()), 0, 0, picture, work, open_->counter);
 }
 
 std::optional<Picture> PictureRenderer::renderAll(int threads, const scene::Work& work) const {
@@ -279,11 +417,12 @@ std::optional<Picture> PictureRenderer::renderAll(int threads, const scene::Work
                                   auto& renderer = renderers[static_cast<std::size_t>(thread)];
                                   if (!renderer)
                                     renderer = std::make_unique<detail::TileRenderer>(*open_->job);
-                                  std::uint64_t rays = 0;
-                                  renderer->render(tile, 0, 0, picture, inTile, rays);
-                                  open_->rays.fetch_add(rays, std::memory_order_relaxed);
+                                  detail::TileCounts counts;
+                                  renderer->render(tile, 0, 0, picture, inTile, counts);
+                                  open_->counter.add(counts);
                                 });
   if (!done) return std::nullopt;
+  addManifests(picture);
   return picture;
 }
 

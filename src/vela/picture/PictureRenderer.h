@@ -46,6 +46,13 @@ struct RenderOptions {
   scene::MaterialPurpose materialPurpose = scene::MaterialPurpose::full;
 };
 
+/// What a renderer has done until now, over all of its calls and threads.
+struct RenderStats {
+  std::uint64_t cameraRays = 0, lightRays = 0;
+  /// Of all threads together: finding what rays meet, and making colours of that.
+  double traceSeconds = 0.0, shadeSeconds = 0.0;
+};
+
 namespace detail {
 struct OpenPicture;
 }
@@ -104,11 +111,21 @@ class VELA_PICTURE_API PictureRenderer {
   [[nodiscard]] const scene::View& view() const noexcept;
   [[nodiscard]] const scene::RayCaster& caster() const noexcept;
 
-  /// The whole picture without its values, which are 0: size, layers, manifest and attributes,
-  /// which are `software` and `worldToCamera`, and with the layer `material` also
-  /// `material/manifest`: one JSON object from the path of a material to its value, 1 for the
-  /// first.
+  /// The whole picture without its values, which are 0: size, layers, manifest and attributes.
+  ///
+  /// Attributes: `software`; `worldToCamera`; of the linear lenses `worldToNDC`, from 0, 0 at the
+  /// picture's upper left corner to 1, 1, and of the perspective one `screenWindowCenter` and
+  /// `screenWindowWidth`, the film over its distance; `camera`, the prim's path, where there is
+  /// one; `frame`, the time, where it is one; `exposure`, what the camera asks for in powers of
+  /// two, where that is not 0 (values are never exposed); `framesPerSecond`; with the layer
+  /// `material` also `material/manifest`: one JSON object from the path of a material to its value,
+  /// 1 for the first; of each matte `cryptomatte/KEY/name`, `hash` and `conversion`.
   [[nodiscard]] Picture makePicture() const;
+
+  /// Adds to a picture of this renderer what the ids of its mattes stand for: of each matte
+  /// `cryptomatte/KEY/manifest`, with the names that the picture shows. renderAll() has done so.
+  /// What was there under these names is replaced.
+  void addManifests(Picture& picture) const;
 
   /// Renders a rectangle on the caller's thread, as a picture of its own without manifest and
   /// attributes.
@@ -129,6 +146,8 @@ class VELA_PICTURE_API PictureRenderer {
 
   /// How many rays all calls until now have traced; may be asked while they run.
   [[nodiscard]] std::uint64_t raysTraced() const noexcept;
+  /// The same with its parts and times.
+  [[nodiscard]] RenderStats stats() const noexcept;
 
  private:
   explicit PictureRenderer(std::unique_ptr<detail::OpenPicture> open);

@@ -14,9 +14,11 @@
 #include <variant>
 #include <vector>
 
+#include "ovo/CameraPrim.h"
 #include "ovo/MeshPrim.h"
 #include "ovo/Path.h"
 #include "ovo/Stage.h"
+#include "ovo/Xform.h"
 #include "support/SharedData.h"
 #include "vela/Version.h"
 
@@ -47,6 +49,24 @@ std::vector<std::string> allLayers() {
   std::vector<std::string> names;
   for (const LayerInfo& info : layerTable()) names.push_back(info.name);
   return names;
+}
+
+int countOf(const Picture& picture, const std::string& name) {
+  int count = 0;
+  for (const Attribute& attribute : picture.attributes) count += attribute.name == name;
+  return count;
+}
+
+template <class T>
+T valueOf(const Picture& picture, const std::string& name) {
+  EXPECT_EQ(countOf(picture, name), 1) << name;
+  for (const Attribute& attribute : picture.attributes)
+    if (attribute.name == name) return std::get<T>(attribute.value);
+  return T();
+}
+
+std::string textOf(const Picture& picture, const std::string& name) {
+  return valueOf<std::string>(picture, name);
 }
 
 RenderOptions smallOptions(int width = 70, int height = 45) {
@@ -239,13 +259,9 @@ TEST(PictureRenderer, BadOptionsAreNamed) {
   expect(options, "subdivision level: it is less than 0");
   options = smallOptions();
   options.layers = {"rgba", "heat"};
-  expect(options,
-         "layers: no such layer: heat; try rgba, rgb, alpha, depth, P, N, prim, face, material "
-         "or albedo");
+  expect(options, "layers: no such layer: heat; " + layersToTry());
   options.layers = {};
-  expect(options,
-         "layers: no layers: the list is empty; try rgba, rgb, alpha, depth, P, N, prim, face, "
-         "material or albedo");
+  expect(options, "layers: no layers: the list is empty; " + layersToTry());
   options = smallOptions();
   options.caster = vela::scene::CasterKind::hitDetector;
   options.smooth = true;
@@ -325,16 +341,63 @@ TEST(PictureRenderer, AttributesSayWhatMadeThePictureAndWhereTheCameraStood) {
   options.layers = defaultLayers();
   const auto renderer = rendererOf(demo(), options);
   const Picture picture = renderer->makePicture();
-  ASSERT_EQ(picture.attributes.size(), 2u);
-  EXPECT_EQ(picture.attributes[0].name, "software");
-  EXPECT_EQ(std::get<std::string>(picture.attributes[0].value),
-            std::string("vela ") + vela::version());
-  EXPECT_EQ(picture.attributes[1].name, "worldToCamera");
-  const auto cameraFromWorld = std::get<tarn::Mat4f>(picture.attributes[1].value);
+  EXPECT_EQ(textOf(picture, "software"), std::string("vela ") + vela::version());
+  EXPECT_EQ(textOf(picture, "camera"), renderer->view().camera.asString());
+  EXPECT_EQ(valueOf<float>(picture, "framesPerSecond"), 24.0f);
+  const auto cameraFromWorld = valueOf<tarn::Mat4f>(picture, "worldToCamera");
   const tarn::Vec3d eye(renderer->view().worldFromCamera[12], renderer->view().worldFromCamera[13],
                         renderer->view().worldFromCamera[14]);
   EXPECT_NEAR(cameraFromWorld.transformPoint(tarn::Vec3f(eye)).length(), 0.0f,
               1e-5f * static_cast<float>(eye.length()));
+  // Without a time there is no frame.
+  EXPECT_EQ(countOf(picture, "frame"), 0);
+  options.time = 12.5;
+  EXPECT_EQ(valueOf<float>(rendererOf(demo(), options)->makePicture(), "frame"), 12.5f);
+}
+
+// What each pixel shows lies, by worldToNDC, in that pixel; with shifted films too.
+TEST(PictureRenderer, WorldToNdcTakesPositionsToTheirPixels) {
+  for (const char* projection : {"perspective", "orthographic"}) {
+    const auto stage = square();
+    const ovo::CameraPrim camera = ovo::CameraPrim::define(stage, ovo::Path("/Camera"));
+    ovo::CameraParameters parameters;
+    parameters.perspective = std::string(projection) == "perspective";
+    parameters.horizontalAperture = parameters.perspective ? 3.0 : 4.0;
+    parameters.horizontalApertureOffset = 0.25;
+    parameters.verticalApertureOffset = -0.125;
+    camera.setParameters(parameters);
+    tarn::Mat4d placement;
+    placement.translate(0.5, 0.25, 6.0).rotateZ(0.3).rotateX(0.1);
+    ovo::XformablePrim(camera).setLocalXform(placement);
+    RenderOptions options = smallOptions(40, 24);
+    options.layers = {"P", "prim"};
+    const auto picture = rendererOf(stage, options)->renderAll(1);
+    ASSERT_TRUE(picture);
+    const auto ndcFromWorld = valueOf<tarn::Mat4f>(*picture, "worldToNDC");
+    int seen = 0;
+    for (int y = 0; y < 24; ++y)
+      for (int x = 0; x < 40; ++x) {
+        if (picture->layer("prim").integers(x, y) == 0) continue;
+        ++seen;
+        const PixelView<float> at = picture->layer("P").floats;
+        const auto ndc = ndcFromWorld.transform({at(x, y, 0), at(x, y, 1), at(x, y, 2), 1.0f});
+        ASSERT_NEAR(ndc.x / ndc.w * 40.0f, static_cast<float>(x) + 0.5f, 1e-3f) << projection;
+        ASSERT_NEAR(ndc.y / ndc.w * 24.0f, static_cast<float>(y) + 0.5f, 1e-3f) << projection;
+      }
+    EXPECT_GT(seen, 100) << projection;
+    // The window is the film over the focal length, and its middle the film's.
+    if (parameters.perspective) {
+      EXPECT_FLOAT_EQ(valueOf<float>(*picture, "screenWindowWidth"), 3.0f / 5.0f);
+      const auto centre = valueOf<tarn::Vec2f>(*picture, "screenWindowCenter");
+      EXPECT_FLOAT_EQ(centre.x, 0.25f / 5.0f);
+      EXPECT_FLOAT_EQ(centre.y, -0.125f / 5.0f);
+    } else {
+      EXPECT_EQ(countOf(*picture, "screenWindowWidth"), 0);
+    }
+  }
+  RenderOptions options = smallOptions(8, 4);
+  options.view.lens = vela::LensProjection::spherical;
+  EXPECT_EQ(countOf(rendererOf(demo(), options)->makePicture(), "worldToNDC"), 0);
 }
 
 TEST(PictureRenderer, LayersThatNeedNoLightTraceNone) {
@@ -343,11 +406,23 @@ TEST(PictureRenderer, LayersThatNeedNoLightTraceNone) {
   const auto data = rendererOf(demo(), options);
   ASSERT_TRUE(data->renderAll(1));
   EXPECT_EQ(data->raysTraced(), 256u);
+  EXPECT_EQ(data->stats().cameraRays, 256u);
+  EXPECT_EQ(data->stats().lightRays, 0u);
+  EXPECT_GT(data->stats().traceSeconds, 0.0);
+  EXPECT_EQ(data->stats().shadeSeconds, 0.0);
   // Colour alone needs no ray of its own through the centres.
   options.layers = {"rgba"};
   const auto light = rendererOf(ovo::Stage::createInMemory(), options);
   ASSERT_TRUE(light->renderAll(1));
   EXPECT_EQ(light->raysTraced(), 1024u);
+  EXPECT_EQ(light->stats().cameraRays, 1024u);
+  // Of what is lit, rays to lights count as such, and light takes time of its own.
+  const auto lit = rendererOf(square(), options);
+  ASSERT_TRUE(lit->renderAll(1));
+  EXPECT_EQ(lit->stats().cameraRays, 1024u);
+  EXPECT_GT(lit->stats().lightRays, 1024u);
+  EXPECT_EQ(lit->raysTraced(), lit->stats().cameraRays + lit->stats().lightRays);
+  EXPECT_GT(lit->stats().shadeSeconds, 0.0);
 }
 
 TEST(PictureRenderer, WhatIsSelectedIsTintedButItsAlbedoIsNot) {

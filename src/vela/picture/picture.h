@@ -4,6 +4,7 @@
 #pragma once
 
 #include "vela/picture/Api.h"
+#include "vela/picture/Cryptomatte.h"
 #include "vela/picture/ExrFile.h"
 #include "vela/picture/LayerChoice.h"
 #include "vela/picture/LayerTable.h"

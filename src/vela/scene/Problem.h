@@ -25,6 +25,7 @@ struct Problem {
     notBound,          ///< material bindings that cannot be read; subject: a collection
     noTexture,         ///< missing, or it cannot be read; subject: the file
     textureReduced,    ///< shown with fewer pixels than it has; subject: the file
+    sharedId,          ///< names that mattes cannot tell apart; subject: the matte
   };
   enum class Severity { note, warning, error };
 

@@ -2,6 +2,8 @@
 
 #include <cstddef>
 
+#include "vela/picture/Cryptomatte.h"
+#include "vela/picture/detail/Mattes.h"
 #include "vela/picture/detail/PixelValues.h"
 
 namespace vela::picture::detail {
@@ -15,6 +17,37 @@ constexpr bool kOnRequest = false;
 
 void put(const tarn::Vec3f& v, LayerValues& out) {
   for (std::size_t i = 0; i < 3; ++i) out.floats[i] = v[i];
+}
+
+// Two ranks of a matte: ids and shares of the pixel.
+template <MatteKind kKind, std::size_t kRank>
+void putRanks(const PixelCoverage& coverage, LayerValues& out) {
+  for (std::size_t i = 0; i < 2; ++i) {
+    const PixelCoverage::Rank& rank = coverage.rank(kKind, kRank + i);
+    out.floats[2 * i] = cryptomatteValue(rank.id);
+    out.floats[2 * i + 1] = rank.share;
+  }
+}
+
+// A row of a matte. Its values are bits that stand for names, so that none may be mixed or rounded.
+LayerRow matteRow(MatteKind kind, int number, LayerFunction::OfCoverage function) {
+  const std::string matte = matteName(kind);
+  const std::string name = matte + "0" + std::to_string(number);
+  LayerRow row;
+  row.info = {name,    {"r", "g", "b", "a"}, {name + ".r", name + ".g", name + ".b", name + ".a"},
+              kFloats, kOnRequest,           matteHelp(kind)};
+  row.function = function;
+  row.purpose = Channel::data;
+  row.channelTypes = {Channel::data, Channel::data, Channel::data, Channel::data};
+  row.group = matte;
+  return row;
+}
+
+template <MatteKind kKind>
+void addMatte(std::vector<LayerRow>& rows) {
+  rows.push_back(matteRow(kKind, 0, putRanks<kKind, 0>));
+  rows.push_back(matteRow(kKind, 1, putRanks<kKind, 2>));
+  rows.push_back(matteRow(kKind, 2, putRanks<kKind, 4>));
 }
 
 // The table. All else that knows of layers reads it.
@@ -86,9 +119,14 @@ std::vector<LayerRow> writtenRows() {
 const std::vector<LayerRow>& layerRows() {
   static const std::vector<LayerRow> rows = [] {
     std::vector<LayerRow> made = writtenRows();
+    addMatte<MatteKind::object>(made);
+    addMatte<MatteKind::asset>(made);
+    addMatte<MatteKind::material>(made);
     for (LayerRow& row : made) {
-      row.info.sampling = row.function.atCentre ? Sampling::pixelCentre : Sampling::meanOfSamples;
-      row.info.isPart = !row.function.atCentre && !row.function.ofMean;
+      row.info.sampling = row.function.atCentre     ? Sampling::pixelCentre
+                          : row.function.ofCoverage ? Sampling::coverageOfSamples
+                                                    : Sampling::meanOfSamples;
+      row.info.isPart = !row.function;
     }
     return made;
   }();

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "vela/channels/Channel.h"
@@ -12,6 +13,7 @@
 namespace vela::picture::detail {
 
 class PixelCentre;
+class PixelCoverage;
 struct PixelMean;
 
 /// The values of one pixel in one layer; which of the two counts is the layer's type.
@@ -20,17 +22,23 @@ struct LayerValues {
   std::uint32_t integers[4] = {};
 };
 
-/// How a layer's values are made, from what one of the two samplings gives.
+/// How a layer's values are made, from what one of the samplings gives.
 struct LayerFunction {
   using AtCentre = void (*)(const PixelCentre& centre, LayerValues& out);
   using OfMean = void (*)(const PixelMean& mean, LayerValues& out);
+  using OfCoverage = void (*)(const PixelCoverage& coverage, LayerValues& out);
 
   LayerFunction() = default;
   LayerFunction(AtCentre function) : atCentre(function) {}
   LayerFunction(OfMean function) : ofMean(function) {}
+  LayerFunction(OfCoverage function) : ofCoverage(function) {}
+
+  /// True when there is one.
+  [[nodiscard]] explicit operator bool() const { return atCentre || ofMean || ofCoverage; }
 
   AtCentre atCentre = nullptr;
   OfMean ofMean = nullptr;
+  OfCoverage ofCoverage = nullptr;
 };
 
 struct LayerRow {
@@ -42,6 +50,8 @@ struct LayerRow {
   std::vector<Channel::Type> channelTypes = {};
   /// Needs the surfaces, and not only the caster's hit, when pictures are smooth.
   bool usesNormals = false;
+  /// The name that this row and its neighbours are chosen by together; empty for rows alone.
+  std::string group = {};
 };
 
 /// The rows in the order of layerTable(), index by index.

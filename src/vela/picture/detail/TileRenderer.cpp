@@ -1,6 +1,7 @@
 #include "vela/picture/detail/TileRenderer.h"
 
 #include <algorithm>
+#include <chrono>
 
 #include "vela/picture/detail/LayerRows.h"
 
@@ -21,23 +22,43 @@ void store(const LayerValues& values, const ChosenLayer& chosen, std::size_t pix
   }
 }
 
+// Adds the time until its end, in nanoseconds.
+class Stopwatch {
+ public:
+  explicit Stopwatch(std::int64_t& sum) : sum_(sum), start_(Clock::now()) {}
+  ~Stopwatch() {
+    sum_ += std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now() - start_).count();
+  }
+  Stopwatch(const Stopwatch&) = delete;
+  Stopwatch& operator=(const Stopwatch&) = delete;
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  std::int64_t& sum_;
+  Clock::time_point start_;
+};
+
 }  // namespace
 
 TileRenderer::TileRenderer(const RenderJob& job)
     : job_(job),
       hasCentres_(job.layers.has(Sampling::pixelCentre)),
       hasMeans_(job.layers.has(Sampling::meanOfSamples)),
+      hasCoverage_(job.layers.has(Sampling::coverageOfSamples)),
       samples_(at(kTileSize), PixelSamples(job.grid, job.ambientGrid)) {}
 
 bool TileRenderer::render(const Tile& tile, int x0, int y0, Picture& picture,
-                          const scene::Work& work, std::uint64_t& rays) {
+                          const scene::Work& work, TileCounts& counts) {
   picture_ = &picture;
   x0_ = x0;
   y0_ = y0;
-  traced_ = 0;
+  counts_ = {};
   int y = tile.y0;
   for (; y < tile.y1 && !work.isStopped(); ++y) renderRow(tile, y);
-  rays += traced_;
+  counts.cameraRays += counts_.cameraRays;
+  counts.lightRays += counts_.lightRays;
+  counts.traceTime += counts_.traceTime;
+  counts.shadeTime += counts_.shadeTime;
   return y == tile.y1;
 }
 
@@ -45,9 +66,17 @@ void TileRenderer::renderRow(const Tile& tile, int y) {
   // One ray through the centre of each pixel. A single sample is that ray as well.
   if (hasCentres_ || job_.grid == 1) traceCentres(tile, y);
   if (hasCentres_) writeCentres(tile, y);
-  if (!hasMeans_) return;
+  if (!hasMeans_ && !hasCoverage_) return;
   traceSamples(tile, y);
-  shade(tile.width());
+  if (hasCoverage_) writeCoverage(tile, y);
+  if (!hasMeans_) return;
+  const std::int64_t tracedBefore = counts_.traceTime;
+  {
+    const Stopwatch watch(counts_.shadeTime);
+    shade(tile.width());
+  }
+  // Rays to lights are traced in between.
+  counts_.shadeTime -= counts_.traceTime - tracedBefore;
   writeMeans(tile, y);
 }
 
@@ -70,11 +99,12 @@ void TileRenderer::traceSamples(const Tile& tile, int y) {
 }
 
 void TileRenderer::trace() {
+  const Stopwatch watch(counts_.traceTime);
   rays_.resize(points_.size());
   job_.view.makeRays(points_.data(), points_.size(), rays_.data());
   hits_.assign(rays_.size(), scene::SurfaceHit());
   job_.caster.intersect(rays_.data(), rays_.size(), hits_.data());
-  traced_ += rays_.size();
+  counts_.cameraRays += rays_.size();
 }
 
 void TileRenderer::shade(int width) {
@@ -101,10 +131,13 @@ void TileRenderer::shade(int width) {
 
   // The light that nothing keeps out.
   bool* occluded = answers_.withRoomFor(batch_.rays.size());
-  job_.caster.occluded(batch_.rays.data(), batch_.rays.size(), occluded);
+  {
+    const Stopwatch watch(counts_.traceTime);
+    job_.caster.occluded(batch_.rays.data(), batch_.rays.size(), occluded);
+  }
   for (std::size_t i = 0; i < batch_.rays.size(); ++i)
     if (!occluded[i]) means_[batch_.lights[i].target].colour += batch_.lights[i].colour * share;
-  traced_ += batch_.rays.size();
+  counts_.lightRays += batch_.rays.size();
 }
 
 void TileRenderer::writeCentres(const Tile& tile, int y) {
@@ -128,6 +161,21 @@ void TileRenderer::writeMeans(const Tile& tile, int y) {
     for (int i = 0; i < tile.width(); ++i) {
       LayerValues values;
       valuesOfMean(means_[at(i)], values);
+      store(values, chosen, pixel(tile.x0 + i, y), picture_->layers[l]);
+    }
+  }
+}
+
+void TileRenderer::writeCoverage(const Tile& tile, int y) {
+  const std::size_t count = samples_[0].count();
+  for (int i = 0; i < tile.width(); ++i) {
+    coverage_.count(*job_.mattes, &hits_[at(i) * count], count);
+    for (std::size_t l = 0; l < job_.layers.layers.size(); ++l) {
+      const ChosenLayer& chosen = job_.layers.layers[l];
+      const auto valuesOfCoverage = rowOf(*chosen.info).function.ofCoverage;
+      if (!valuesOfCoverage) continue;
+      LayerValues values;
+      valuesOfCoverage(coverage_, values);
       store(values, chosen, pixel(tile.x0 + i, y), picture_->layers[l]);
     }
   }

@@ -10,6 +10,7 @@
 #include "tarn/Vec.h"
 #include "vela/picture/Picture.h"
 #include "vela/picture/Tiles.h"
+#include "vela/picture/detail/Mattes.h"
 #include "vela/picture/detail/PixelSamples.h"
 #include "vela/picture/detail/PixelValues.h"
 #include "vela/picture/detail/RenderJob.h"
@@ -19,6 +20,12 @@
 #include "vela/scene/WorldRay.h"
 
 namespace vela::picture::detail {
+
+/// What work has been done.
+struct TileCounts {
+  std::uint64_t cameraRays = 0, lightRays = 0;
+  std::int64_t traceTime = 0, shadeTime = 0;  ///< nanoseconds
+};
 
 /// The scratch memory of one thread, and the way from pixels to layers: rays, hits, light, values.
 /// A pixel depends on its position in the picture, the frame and the scene alone.
@@ -30,10 +37,10 @@ class TileRenderer {
   /// \param tile    of the job's picture, at most kTileSize wide
   /// \param x0, y0  the pixel of the whole picture that is pixel (0, 0) of \p picture
   /// \param picture has the job's layers and room for the tile
-  /// \param rays    counts up what was traced
+  /// \param counts  counts up what was done
   /// \return false when the work was stopped, which is asked before each row
   bool render(const Tile& tile, int x0, int y0, Picture& picture, const scene::Work& work,
-              std::uint64_t& rays);
+              TileCounts& counts);
 
  private:
   // An array of bool: std::vector<bool> has no addresses.
@@ -53,11 +60,12 @@ class TileRenderer {
   void shade(int width);
   void writeCentres(const Tile& tile, int y);
   void writeMeans(const Tile& tile, int y);
+  void writeCoverage(const Tile& tile, int y);
   // The index in the picture of the whole picture's pixel (x, y).
   [[nodiscard]] std::size_t pixel(int x, int y) const;
 
   const RenderJob& job_;
-  bool hasCentres_, hasMeans_;  // which samplings the job's layers have
+  bool hasCentres_, hasMeans_, hasCoverage_;  // which samplings the job's layers have
   std::vector<PixelSamples> samples_;
   std::vector<tarn::Vec2f> points_;  // of the picture, NDC
   std::vector<scene::WorldRay> rays_;
@@ -65,11 +73,12 @@ class TileRenderer {
   Shader::Batch batch_;
   Answers answers_;
   std::vector<PixelMean> means_;
+  PixelCoverage coverage_;
 
   // Of the tile that is being rendered.
   Picture* picture_ = nullptr;
   int x0_ = 0, y0_ = 0;
-  std::uint64_t traced_ = 0;
+  TileCounts counts_;
 };
 
 }  // namespace vela::picture::detail
