@@ -12,7 +12,7 @@ import sys
 
 OUTSIDE = {  # library: how its headers are spelled
     "openusd": r"^pxr/", "opensubdiv": r"^opensubdiv/", "openassetio": r"^openassetio", "boost": r"^boost/",
-    "openexr": r"^(OpenEXR|Imath|Imf|half)", "png": r"^png", "jpeg": r"^(jpeglib|jerror)", "cli11": r"^CLI/", "json": r"^nlohmann/", "embree": r"^embree",
+    "openexr": r"^(OpenEXR|Imath|Imf|half)", "png": r"^png", "jpeg": r"^(jpeglib|jerror)", "opencolorio": r"^OpenColorIO/", "cli11": r"^CLI/", "json": r"^nlohmann/", "embree": r"^embree",
     "python": r"^Python\.h|^pybind11/",
 }
 INCLUDE = re.compile(r'^\s*#\s*include\s*[<"]([^>"]+)[>"]', re.M)

@@ -4,11 +4,12 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cmath>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <memory>
+
+#include "vela/picture/detail/Srgb.h"
 
 namespace vela::picture {
 
@@ -47,6 +48,42 @@ bool makeImage(int width, int height, tarn::Span<const float> rgb, Image& image,
   return true;
 }
 
+bool makeImage(const DisplayImage& from, Image& image, std::string* error) {
+  if (from.width < 1 || from.height < 1) return fail(error, "the picture has no pixels");
+  const std::size_t codes = static_cast<std::size_t>(from.width) *
+                            static_cast<std::size_t>(from.height) * (from.hasAlpha ? 4 : 3);
+  if (from.codes.size() != codes)
+    return fail(error, "there are " + std::to_string(from.codes.size()) + " codes, not " +
+                           std::to_string(codes));
+  image.head.version = PNG_IMAGE_VERSION;
+  image.head.width = static_cast<png_uint_32>(from.width);
+  image.head.height = static_cast<png_uint_32>(from.height);
+  image.head.format = from.hasAlpha ? PNG_FORMAT_RGBA : PNG_FORMAT_RGB;
+  image.codes = from.codes;
+  return true;
+}
+
+bool write(Image& image, const std::string& file, std::string* error) {
+  const std::unique_ptr<std::FILE, Closer> stream(std::fopen(file.c_str(), "wb"));
+  if (!stream) return fail(error, std::strerror(errno));
+  if (!png_image_write_to_stdio(&image.head, stream.get(), 0, image.codes.data(), 0, nullptr))
+    return fail(error, image.head.message);
+  if (std::fflush(stream.get()) != 0) return fail(error, std::strerror(errno));
+  return true;
+}
+
+bool write(Image& image, std::vector<unsigned char>& bytes, std::string* error) {
+  png_alloc_size_t size = PNG_IMAGE_PNG_SIZE_MAX(image.head);
+  bytes.resize(size);
+  if (!png_image_write_to_memory(&image.head, bytes.data(), &size, 0, image.codes.data(), 0,
+                                 nullptr)) {
+    bytes.clear();
+    return fail(error, image.head.message);
+  }
+  bytes.resize(size);
+  return true;
+}
+
 }  // namespace
 
 Vec3f backdrop(float height) noexcept {
@@ -77,36 +114,31 @@ std::vector<float> overBackdrop(const Picture& picture) {
 std::uint8_t encodeSrgb(float linear) noexcept {
   if (!(linear > 0.0f)) return 0;
   const float v = std::min(linear, 1.0f);
-  const float code = v <= 0.0031308f ? 12.92f * v : 1.055f * std::pow(v, 1.0f / 2.4f) - 0.055f;
-  return static_cast<std::uint8_t>(code * 255.0f + 0.5f);
+  return static_cast<std::uint8_t>(detail::srgbFromLinear(v) * 255.0f + 0.5f);
 }
 
 bool writePng(int width, int height, tarn::Span<const float> rgb, const std::string& file,
               std::string* error) {
   Image image;
-  if (!makeImage(width, height, rgb, image, error)) return false;
-  const std::unique_ptr<std::FILE, Closer> stream(std::fopen(file.c_str(), "wb"));
-  if (!stream) return fail(error, std::strerror(errno));
-  if (!png_image_write_to_stdio(&image.head, stream.get(), 0, image.codes.data(), 0, nullptr))
-    return fail(error, image.head.message);
-  if (std::fflush(stream.get()) != 0) return fail(error, std::strerror(errno));
-  return true;
+  return makeImage(width, height, rgb, image, error) && write(image, file, error);
 }
 
 bool writePng(int width, int height, tarn::Span<const float> rgb, std::vector<unsigned char>& bytes,
               std::string* error) {
   bytes.clear();
   Image image;
-  if (!makeImage(width, height, rgb, image, error)) return false;
-  png_alloc_size_t size = PNG_IMAGE_PNG_SIZE_MAX(image.head);
-  bytes.resize(size);
-  if (!png_image_write_to_memory(&image.head, bytes.data(), &size, 0, image.codes.data(), 0,
-                                 nullptr)) {
-    bytes.clear();
-    return fail(error, image.head.message);
-  }
-  bytes.resize(size);
-  return true;
+  return makeImage(width, height, rgb, image, error) && write(image, bytes, error);
+}
+
+bool writePng(const DisplayImage& from, const std::string& file, std::string* error) {
+  Image image;
+  return makeImage(from, image, error) && write(image, file, error);
+}
+
+bool writePng(const DisplayImage& from, std::vector<unsigned char>& bytes, std::string* error) {
+  bytes.clear();
+  Image image;
+  return makeImage(from, image, error) && write(image, bytes, error);
 }
 
 }  // namespace vela::picture

@@ -9,6 +9,7 @@
 #include "tarn/Span.h"
 #include "tarn/Vec.h"
 #include "vela/picture/Api.h"
+#include "vela/picture/DisplayImage.h"
 #include "vela/picture/Picture.h"
 
 namespace vela::picture {
@@ -43,6 +44,17 @@ namespace vela::picture {
 
 /// The same bytes in memory. \param bytes refilled; empty on failure
 [[nodiscard]] VELA_PICTURE_API bool writePng(int width, int height, tarn::Span<const float> rgb,
+                                             std::vector<unsigned char>& bytes,
+                                             std::string* error = nullptr);
+
+/// Writes an image, with its alpha where it has one.
+/// \return false when the file cannot be written, when there is no pixel or not as many codes as
+///         there should be
+[[nodiscard]] VELA_PICTURE_API bool writePng(const DisplayImage& image, const std::string& file,
+                                             std::string* error = nullptr);
+
+/// The same bytes in memory. \param bytes refilled; empty on failure
+[[nodiscard]] VELA_PICTURE_API bool writePng(const DisplayImage& image,
                                              std::vector<unsigned char>& bytes,
                                              std::string* error = nullptr);
 

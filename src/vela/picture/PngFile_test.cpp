@@ -117,4 +117,34 @@ TEST(PngFile, WithoutColourThereIsNothingToShow) {
   EXPECT_TRUE(overBackdrop(picture).empty());
 }
 
+TEST(PngFile, AnImageKeepsItsCodesAndItsAlpha) {
+  DisplayImage image;
+  image.width = 2;
+  image.height = 1;
+  image.codes = {1, 2, 3, 250, 0, 128};
+  Bytes bytes;
+  int width = 0, height = 0;
+  ASSERT_TRUE(writePng(image, bytes));
+  EXPECT_EQ(decode(bytes, width, height), image.codes);
+  EXPECT_EQ(width, 2);
+
+  // Colours of pixels that do not show are kept too.
+  image.hasAlpha = true;
+  image.codes = {1, 2, 3, 0, 250, 0, 128, 77};
+  ASSERT_TRUE(writePng(image, bytes));
+  png_image head = {};
+  head.version = PNG_IMAGE_VERSION;
+  ASSERT_NE(png_image_begin_read_from_memory(&head, bytes.data(), bytes.size()), 0);
+  EXPECT_EQ(head.format, static_cast<png_uint_32>(PNG_FORMAT_RGBA));
+  Bytes codes(PNG_IMAGE_SIZE(head));
+  ASSERT_NE(png_image_finish_read(&head, nullptr, codes.data(), 0, nullptr), 0);
+  EXPECT_EQ(codes, image.codes);
+
+  std::string error;
+  image.codes.pop_back();
+  EXPECT_FALSE(writePng(image, bytes, &error));
+  EXPECT_EQ(error, "there are 7 codes, not 8");
+  EXPECT_TRUE(bytes.empty());
+}
+
 }  // namespace

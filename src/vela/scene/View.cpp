@@ -85,6 +85,20 @@ void frameAll(View& view, const Extent& extent, bool orthographic) {
   view.sample.lensAp.clipFarDistance = static_cast<double>(std::numeric_limits<float>::max());
 }
 
+// The height that goes with a picture's width.
+int heightFor(const View& view, const ovo::CameraPrim& camera, double time) {
+  double share = 9.0 / 16.0;
+  if (view.lens == LensProjection::spherical) {
+    share = 0.5;
+  } else if (view.lens != LensProjection::cylindrical && camera.isValid()) {
+    const ovo::CameraParameters film = camera.getParameters(time);
+    const double ofFilm = film.verticalAperture / film.horizontalAperture;
+    if (std::isfinite(ofFilm) && ofFilm > 0.0) share = ofFilm;
+  }
+  constexpr double kMost = 65536.0;
+  return static_cast<int>(std::lround(std::clamp(share * view.width, 1.0, kMost)));
+}
+
 }  // namespace
 
 Vec2f View::ndc(double x, double y) const {
@@ -115,9 +129,7 @@ std::optional<View> makeView(const ovo::Stage& stage, const ViewOptions& options
     if (!cameras.empty()) camera = cameras.front();
   }
 
-  const bool isSpherical = view.lens == LensProjection::spherical;
   view.width = options.width > 0 ? options.width : 1280;
-  view.height = options.height > 0 ? options.height : isSpherical ? 640 : 720;
 
   // The camera's sample; a linear lens of the other kind shows the same window at the distance of
   // what there is to see.
@@ -129,11 +141,13 @@ std::optional<View> makeView(const ovo::Stage& stage, const ViewOptions& options
     view.problems.push_back(unusable);
     camera = ovo::CameraPrim();
   }
+  const LensProjection own =
+      camera.isValid() ? cameraPrimLens(camera, options.time) : LensProjection::perspective;
+  if (!lensIsNamed) view.lens = own;
+  view.height = options.height > 0 ? options.height : heightFor(view, camera, options.time);
   if (camera.isValid()) {
     view.camera = camera.getPath();
     view.worldFromCamera = view.sample.xform.l2w;
-    const LensProjection own = cameraPrimLens(camera, options.time);
-    if (!lensIsNamed) view.lens = own;
     const Vec3d toCentre =
         (extent.box.isEmpty() ? Vec3d() : extent.box.center()) - column(view.worldFromCamera, 3);
     double distance = -dot(toCentre, column(view.worldFromCamera, 2));

@@ -25,7 +25,10 @@ struct ViewOptions {
   ovo::Path camera;  ///< empty: the first camera of the scene, or a view of all of it
   /// LensProjection::none: as the camera is.
   LensProjection lens = LensProjection::none;
-  int width = 0, height = 0;  ///< pixels; 0: 1280 x 720, for the spherical lens 1280 x 640
+  int width = 0;  ///< pixels; 0: 1280
+  /// Pixels; 0: so that the picture has the shape of the camera's film. Without a camera, and for
+  /// the cylindrical lens, 16:9; for the spherical lens 2:1. From 1 to 65536.
+  int height = 0;
   double time = 0.0;
 };
 

@@ -192,6 +192,35 @@ TEST(View, TheSphericalLensMakesPicturesOfTwoToOne) {
   EXPECT_EQ(view.height, 640);
 }
 
+TEST(View, TheHeightFollowsTheCamerasFilmUnlessItIsGiven) {
+  const auto stage = stageOf(
+      "def Camera \"Square\"\n{\n float horizontalAperture = 24\n float verticalAperture = 24\n}\n"
+      "def Camera \"Scope\"\n{\n float horizontalAperture = 21.95\n float verticalAperture = "
+      "9.18\n token projection = \"orthographic\"\n}\n"
+      "def Camera \"NoHeight\"\n{\n float horizontalAperture = 24\n float verticalAperture = 0\n}\n"
+      "def Camera \"Slit\"\n{\n float horizontalAperture = 24\n float verticalAperture = 1e9\n}\n");
+  const auto heightOf = [&](const char* camera, int width, int height, LensProjection lens) {
+    ViewOptions options;
+    options.camera = ovo::Path(camera);
+    options.width = width;
+    options.height = height;
+    options.lens = lens;
+    return makeView(*stage, options, Extent()).value().height;
+  };
+  constexpr LensProjection kOwn = LensProjection::none;
+  EXPECT_EQ(heightOf("/Square", 0, 0, kOwn), 1280);
+  EXPECT_EQ(heightOf("/Square", 960, 0, kOwn), 960);
+  EXPECT_EQ(heightOf("/Square", 960, 540, kOwn), 540);
+  EXPECT_EQ(heightOf("/Square", 960, 0, LensProjection::orthographic), 960);
+  EXPECT_EQ(heightOf("/Scope", 1000, 0, kOwn), 418);  // 418.2
+  EXPECT_EQ(heightOf("/NoHeight", 1600, 0, kOwn), 900);
+  EXPECT_EQ(heightOf("/Slit", 1600, 0, kOwn), 65536);
+  EXPECT_EQ(heightOf("/Scope", 2, 0, kOwn), 1);
+  // The round lenses look past the film.
+  EXPECT_EQ(heightOf("/Square", 1000, 0, LensProjection::spherical), 500);
+  EXPECT_EQ(heightOf("/Square", 1600, 0, LensProjection::cylindrical), 900);
+}
+
 TEST(View, CamerasAreNamedPassedOverOrRefused) {
   const auto stage = stageOf(
       "def Camera \"Flat\"\n{\n float horizontalAperture = 0\n}\n"
