@@ -80,14 +80,19 @@ TEST(Help, OfRenderNamesEachLayerOfTheTable) {
   std::string words;
   std::istringstream in(help);
   for (std::string word; in >> word;) words += word + " ";
-  for (const vela::picture::LayerInfo& info : vela::picture::layerTable()) {
-    EXPECT_NE(words.find(info.name), std::string::npos) << info.name;
+  for (const std::string& layer : vela::picture::layerNames()) {
+    EXPECT_NE(words.find(layer), std::string::npos) << layer;
+    const vela::picture::LayerInfo* row = vela::picture::findLayerInfo(layer);
+    if (!row) continue;  // a group
+    const vela::picture::LayerInfo& info = *row;
     std::string described;
     for (const std::string& channel : info.channels) described += channel + " ";
     if (!info.isPart) {
       EXPECT_NE(words.find(described + info.help), std::string::npos) << info.name;
     }
   }
+  for (const vela::picture::LayerGroup& group : vela::picture::layerGroups())
+    EXPECT_NE(words.find(group.layers.back() + ".a " + group.help), std::string::npos);
 }
 
 TEST(OutputFile, AppearsWithCommitAndLeavesNothingWithoutIt) {

@@ -41,15 +41,18 @@ inline Read readExr(const std::string& file) {
   Imf::FrameBuffer buffer;
   for (auto c = input.header().channels().begin(); c != input.header().channels().end(); ++c) {
     char* base = nullptr;
-    if (c.channel().type == Imf::UINT) {
+    // Ids are whole numbers, in whichever type the file has them.
+    const std::string name = c.name();
+    const bool isId = name.size() > 3 && name.compare(name.size() - 3, 3, ".id") == 0;
+    const Imf::PixelType type = isId ? Imf::UINT : Imf::FLOAT;
+    if (isId) {
       read.integers[c.name()].resize(count);
       base = reinterpret_cast<char*>(read.integers[c.name()].data());
     } else {
       read.floats[c.name()].resize(count);
       base = reinterpret_cast<char*>(read.floats[c.name()].data());
     }
-    buffer.insert(c.name(),
-                  Imf::Slice(c.channel().type, base, 4, 4 * static_cast<std::size_t>(read.width)));
+    buffer.insert(c.name(), Imf::Slice(type, base, 4, 4 * static_cast<std::size_t>(read.width)));
   }
   input.setFrameBuffer(buffer);
   input.readPixels(window.min.y, window.max.y);
@@ -72,9 +75,10 @@ class Pictures : public testing::Test {
 
   [[nodiscard]] Read render(RenderOptions options, const std::string& file) const {
     options.scene.file = file;
-    options.exr = at("out.exr");
+    const std::string exr = at("out.exr");
+    options.outputs = {{exr, vela::picture::FileFormat::exr, false}};
     command::render(options);
-    return readExr(options.exr);
+    return readExr(exr);
   }
 
   std::filesystem::path folder_;

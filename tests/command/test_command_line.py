@@ -199,7 +199,7 @@ class Usage(Case):
     def test_wrong_usage_exits_with_2_and_names_what_to_try(self):
         out = self.at / "a.exr"
         for arguments in (["paint"], ["render"], ["render", self.scene], ["render", self.scene, "-o"],
-                          ["render", self.scene, "-o", out, "--size", "10"], ["render", self.scene, "-o", out, "--size", "0x9"],
+                          ["render", self.scene, "-o", out, "--size", "10x"], ["render", self.scene, "-o", out, "--size", "0x9"],
                           ["render", self.scene, "-o", out, "--size", "9x99999999999"],
                           ["render", self.scene, "-o", out, "--samples", "0"], ["render", self.scene, "-o", out, "--samples", "x"],
                           ["render", self.scene, "-o", out, "--time", "soon"], ["render", self.scene, "-o", out, "--time", "nan"],
@@ -211,7 +211,7 @@ class Usage(Case):
                           ["render", self.scene, "-o", out, "--subdivide", "fine"],
                           ["render", self.scene, "-o", out, "--subdivide", "1", "--engine", "hit-detector"],
                           ["pick", self.scene, "--pixel", "1,1", "--smooth", "--engine", "hit-detector"],
-                          ["render", self.scene, "-o", "a.png"], ["render", self.scene, "-o", "a.x", "--png", "a.x"],
+                          ["render", self.scene, "-o", "a.tif"], ["render", self.scene, "-o", "a.x", "--png", "a.x"],
                           ["render", self.scene, "-o", out, "--frames", "1"], ["render", self.scene, "extra", "-o", out],
                           ["pick", self.scene], ["pick", self.scene, "--pixel", "1"], ["pick", self.scene, "--pixel", "1,2,3"],
                           ["pick", self.scene, "--pixel", "-1,0"], ["pick", self.scene, "--pixel", "1280,0"],
@@ -362,8 +362,9 @@ class Pictures(Case):
                   "--layers", "rgba,depth,N,P,prim,face,albedo")
         text = subprocess.run([EXRHEADER, self.at / "a.exr"], capture_output=True, text=True, check=True).stdout
         found = re.findall(r"^    ([\w.]+), (\d+-bit [\w -]+?), sampling 1 1", text, re.M)
-        floats = ["A", "B", "G", "N.x", "N.y", "N.z", "P.x", "P.y", "P.z", "R", "Z", "albedo.B", "albedo.G", "albedo.R"]
-        wanted = [(n, "32-bit floating-point") for n in floats] + [(n, "32-bit unsigned integer") for n in ("face.id", "prim.id")]
+        floats = ["A", "B", "G", "N.x", "N.y", "N.z", "P.x", "P.y", "P.z", "R", "Z", "albedo.B", "albedo.G", "albedo.R",
+                  "face.id", "prim.id"]
+        wanted = [(n, "32-bit floating-point") for n in floats]
         self.assertEqual(sorted(found), sorted(wanted))
         self.assertIn('"/World/Floor":1', text)
         self.assertIn('"/World/Box/Shell":2', text)
@@ -803,7 +804,8 @@ def PointInstancer "A"
         self.assertEqual(self.down(5, 0), ("/A/P/M[1]", 0))
 
     def test_the_manifest_names_each_instance(self):
-        self.good("render", self.scene, "-o", self.at / "a.exr", "--size", "16x9", "--layers", "prim")
+        # So large that the smallest shows: what does not is not named.
+        self.good("render", self.scene, "-o", self.at / "a.exr", "--size", "2560x1440", "--layers", "prim")
         text = subprocess.run([EXRHEADER, self.at / "a.exr"], capture_output=True, text=True, check=True).stdout
         for number, name in enumerate(("Pair/Near[0]", "Pair/Far[0]", "Pair/Near[1]", "Pair/Far[1]"), 1):
             self.assertIn(f'"/World/Many/{name}":{number}', text)

@@ -91,6 +91,35 @@ class NeverDestroys(Case):
             self.refused(1, "it is a file that this command reads", "render", self.scene, "-o", link, *SMALL)
             self.refused(1, "it is a file that this command reads", "select", self.scene, "--rect", "0,0,3,3", "--size", "8x8", "-o", link)
 
+    def test_an_output_that_is_a_texture_is_refused(self):
+        (self.at / "maps").mkdir()
+        names = ("wood.png", "later.png", "sky.exr", "maps/tile.1001.png", "maps/tile.1100.png")
+        for name in names:
+            (self.at / name).write_bytes(b"texture")
+        self.scene.write_text(SCENE + """def Scope "Looks" {
+    def Shader "Wood" {
+        asset inputs:file = @./wood.png@
+        asset inputs:file.timeSamples = { 1: @./later.png@ }
+    }
+    def Shader "Tiles" {
+        asset inputs:file = @maps/tile.<UDIM>.png@
+        asset inputs:missing = @nowhere.png@
+    }
+    def DomeLight "Sky" {
+        asset inputs:texture:file = @./sky.exr@
+    }
+}
+""")
+        os.link(self.at / "wood.png", self.at / "linked.png")
+        self.before = self.texts()
+        for name in (*names, "linked.png", "./maps/../wood.png"):
+            option = "-o" if name.endswith("exr") else "--png"
+            self.refused(1, "it is a file that this command reads", "render", self.scene, option, name, *SMALL)
+        self.refused(1, "it is a file that this command reads", "select", self.scene, "--rect", "0,0,3,3", "--size", "8x8", "-o", "wood.png")
+        self.assertEqual((self.at / "maps/tile.1001.png").read_bytes(), b"texture")
+        self.good("render", self.scene, "--png", "maps/tile.1101.png", *SMALL)
+        self.good("render", self.scene, "--png", "maps/tile.1101.png", *SMALL)
+
     def test_scenes_names_are_refused_for_pictures_and_selections(self):
         for name in ("new.usd", "new.usda", "new.usdc", "new.usdz"):
             self.refused(1, "it is named like a scene", "render", self.scene, "-o", name, *SMALL)
@@ -98,15 +127,17 @@ class NeverDestroys(Case):
 
     def test_a_selection_that_is_shown_is_refused_and_one_that_is_added_to_is_replaced(self):
         self.good("select", self.scene, "--rect", "0,0,3,3", "--size", "8x8", "-o", "s.sel")
+        os.link(self.at / "s.sel", self.at / "s.exr")
         self.before = self.texts()
-        self.refused(1, "it is a file that this command reads", "render", self.scene, "--selection", "s.sel", "-o", "./s.sel", *SMALL)
+        self.refused(1, "it is a file that this command reads", "render", self.scene, "--selection", "s.sel", "-o", "./s.exr", *SMALL)
+        (self.at / "s.exr").unlink()
         self.good("select", self.scene, "--rect", "0,0,3,3", "--size", "8x8", "--add", "s.sel", "-o", "s.sel")
         self.assertTrue((self.at / "s.sel").read_text().startswith("geoselection"))
 
     def test_two_outputs_in_one_file_are_refused(self):
         os.symlink("a.exr", self.at / "b.png")
-        for one, other in (("a.exr", "./a.exr"), ("a.exr", self.at / "a.exr"), ("a.exr", "b.png")):
-            self.refused(1, "it is the same file as", "render", self.scene, "-o", one, "--png", other, *SMALL)
+        for one, option, other in (("a.exr", "-o", "./a.exr"), ("a.exr", "-o", self.at / "a.exr"), ("a.exr", "--png", "b.png")):
+            self.refused(1, "it is the same file as", "render", self.scene, "-o", one, option, other, *SMALL)
 
     def test_the_log_is_written_into_no_file_of_the_command(self):
         self.refused(2, "it is named like a scene", "info", self.scene, "--log-file", self.scene, "--log-level", "verbose")
@@ -304,6 +335,15 @@ class Endings(Case):
         while pathlib.Path(f"/proc/{worker}").exists() and time.monotonic() < deadline:
             time.sleep(0.05)
         self.assertEqual(self.texts(), self.before)
+
+    def test_what_a_killed_run_left_in_the_folder_for_temporary_files_is_removed_too(self):
+        temporary = self.at / "tmp"
+        temporary.mkdir()
+        for name in (".vela.part-4000000", ".vela.png.part-4000000.png", ".velar.part-1", "vela.part-1"):
+            (temporary / name).write_bytes(b"half")
+        environment = dict(os.environ, TMPDIR=str(temporary))
+        self.good("render", self.scene, "-o", "-", *SMALL, env=environment)
+        self.assertEqual({p.name for p in temporary.iterdir()}, {".vela.png.part-4000000.png", ".velar.part-1", "vela.part-1"})
 
     def test_what_a_killed_run_left_is_removed_by_the_next_one_and_nothing_else(self):
         for name in (".a.exr.part-4000000.exr", ".a.exr.part-1", ".b.exr.part-1", "a.exr.part-1"):

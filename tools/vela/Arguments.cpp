@@ -50,6 +50,11 @@ const std::vector<std::string>& Arguments::all(const char* key) const {
   return found == values_.end() ? none : found->second;
 }
 
+void Arguments::addMissing(const Arguments& other) {
+  for (const auto& [key, values] : other.values_)
+    if (values_[key].empty()) values_[key] = values;
+}
+
 const std::string& Arguments::text(const char* key) const {
   static const std::string none;
   const std::vector<std::string>& values = all(key);

@@ -22,6 +22,9 @@ class Arguments {
   /// \throws Failure (usage) for what the table does not have, or not so
   bool read(int count, char** arguments);
 
+  /// Takes from another command line of the same verb what this one does not have.
+  void addMissing(const Arguments& other);
+
   [[nodiscard]] const std::string& verb() const { return verb_->name; }
   [[nodiscard]] bool has(const char* key) const { return !all(key).empty(); }
   /// Empty when it was not given.

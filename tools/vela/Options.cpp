@@ -9,6 +9,8 @@
 #include "Arguments.h"
 #include "Messages.h"
 #include "Notices.h"
+#include "OutputPictures.h"
+#include "PictureRecord.h"
 #include "Suggest.h"
 #include "Text.h"
 
@@ -82,11 +84,11 @@ void readScene(const Arguments& given, SceneOptions& options) {
   options.time = readTime(given);
   if (given.has("--size")) {
     const std::string& size = given.text("--size");
+    // The height follows from the camera's film where it is left out.
     const std::size_t cross = size.find('x');
-    if (cross == std::string::npos)
-      throw failure(Message::badForm, {"--size", size, "WIDTHxHEIGHT", "1920x1080"});
     options.width = readInteger(given, "--size", size.substr(0, cross), 1, 16384);
-    options.height = readInteger(given, "--size", size.substr(cross + 1), 1, 16384);
+    if (cross != std::string::npos)
+      options.height = readInteger(given, "--size", size.substr(cross + 1), 1, 16384);
   }
   if (given.has("--purpose")) {
     options.purposes.clear();
@@ -130,22 +132,33 @@ vela::scene::ViewOptions SceneOptions::view() const {
 bool readArguments(int count, char** arguments, RenderOptions& options) {
   Arguments given(*findVerb("render"));
   if (!given.read(count, arguments)) return false;
+  const Arguments typed = given;
+  options.like = given.text("--like");
+  if (!options.like.empty()) completeLike(given, options);
+  if (!given.has("FILE")) throw failure(Message::missingArgument, {"FILE", "render"});
   readScene(given, options.scene);
-  options.exr = given.text("--output");
-  options.png = given.text("--png");
+  readOutputs(given, options);
   options.selection = given.text("--selection");
-  if (options.exr.empty() && options.png.empty()) throw failure(Message::noOutput);
-  if (options.exr.size() > 4 && options.exr.substr(options.exr.size() - 4) == ".png")
-    throw failure(Message::pngAsExr, {options.exr});
-  if (!options.exr.empty() && options.exr == options.png) throw failure(Message::sameOutputs);
+  options.statistics = given.has("--stats");
   readInteger(given, "--samples", 1, 4096, options.samples);
   readInteger(given, "--threads", 0, 1024, options.threads);
   readWord(given, "--material-purpose", {"full", "preview"}, options.scene.materialPurpose);
   readWord(given, "--pattern", {"jittered", "regular"}, options.pattern);
-  if (given.has("--layers")) options.layers = splitList(given.text("--layers"));
   if (options.samples == 1)
     sayUnused(given, {"--pattern"}, "a single sample is the pixel's centre");
-  if (options.exr.empty()) sayUnused(given, {"--layers"}, "there is no -o that takes layers");
+  const auto has = [&](auto isThat) {
+    return std::any_of(options.outputs.begin(), options.outputs.end(), isThat);
+  };
+  const auto isExr = [](const PictureOutput& output) {
+    return output.format == vela::picture::FileFormat::exr;
+  };
+  if (!has([](const PictureOutput& output) { return !output.isColour; }))
+    sayUnused(typed, {"--layers"}, "there is no -o that takes layers");
+  if (!has(isExr))
+    sayUnused(typed, {"--compression", "--half", "--manifest"}, "no output is an EXR");
+  if (!has([&](const PictureOutput& output) { return !isExr(output); }))
+    sayUnused(typed, {"--background", "--exposure", "--view", "--display"},
+              "no output is an image");
   return true;
 }
 

@@ -8,6 +8,10 @@
 #include "Failure.h"
 #include "ovo/Path.h"
 #include "tarn/Time.h"
+#include "tarn/Vec.h"
+#include "vela/picture/DisplayImage.h"
+#include "vela/picture/ExrFile.h"
+#include "vela/picture/FileFormat.h"
 #include "vela/picture/LayerTable.h"
 #include "vela/picture/PictureRenderer.h"
 #include "vela/scene/MaterialBinding.h"
@@ -44,10 +48,34 @@ struct SceneOptions {
   [[nodiscard]] vela::scene::ViewOptions view() const;
 };
 
+/// A file that a picture is written to.
+struct PictureOutput {
+  std::string file;  ///< with `{layer}` in it: a file for each layer
+  vela::picture::FileFormat format = vela::picture::FileFormat::exr;
+  bool isColour = false;  ///< shows colour, whatever the layers are
+};
+
+/// How the files of a picture are written.
+struct PictureFileOptions {
+  vela::picture::Compression compression = vela::picture::Compression::zip;
+  bool halfColour = false;
+  vela::picture::Behind behind = vela::picture::Behind::backdrop;
+  tarn::Vec3f colour;     ///< of Behind::colour: sRGB
+  double exposure = 0.0;  ///< powers of two
+  std::string view, display;
+  std::string manifest;  ///< a file for the names of mattes; empty: they stand in the header
+};
+
 struct RenderOptions {
   SceneOptions scene;
-  std::string exr, png;
-  std::string selection;  ///< a file; what it selects is tinted
+  std::vector<PictureOutput> outputs;
+  PictureFileOptions files;
+  std::string selection;      ///< a file; what it selects is tinted
+  std::string like;           ///< the picture whose options are taken; empty for none
+  std::string likeSelection;  ///< the text of a selection, out of that picture's header
+  std::string likeSoftware;   ///< what wrote that picture
+  bool statistics = false;
+  bool layersAreGiven = false;
   int samples = 16;
   vela::picture::SamplePattern pattern = vela::picture::SamplePattern::jittered;
   int threads = 0;

@@ -118,6 +118,12 @@ void noteInput(const std::string& file) {
       throw isRead(output->finalName());
 }
 
+bool replacesFiles() {
+  return std::any_of(outputs().begin(), outputs().end(), [](const OutputFile* output) {
+    return !output->target_.empty() && identityOf(output->target_);
+  });
+}
+
 OutputFile::OutputFile(const std::string& finalName, OutputKind kind) : final_(finalName) {
   // A folder under that name would only be noticed when the picture is done.
   struct stat status = {};
@@ -126,14 +132,17 @@ OutputFile::OutputFile(const std::string& finalName, OutputKind kind) : final_(f
     throw cannotWrite(final_, "it is a folder", "name a file in it");
   if (kind != OutputKind::scene && hasSceneName(final_))
     throw cannotWrite(final_, "it is named like a scene",
-                      kind == OutputKind::picture ? "name a picture, such as picture.exr"
-                                                  : "name a selection, such as faces.sel");
+                      kind == OutputKind::picture    ? "name a picture, such as picture.exr"
+                      : kind == OutputKind::manifest ? "name a list of names, such as names.json"
+                                                     : "name a selection, such as faces.sel");
 
   if (final_ == "-" || namesDescriptor(final_) || (isThere && !S_ISREG(status.st_mode))) {
     std::error_code none;
-    const fs::path folder = fs::temp_directory_path(none);
-    createTemporary(none ? "/tmp" : folder.string(),
-                    "vela" + fs::path(final_).extension().string());
+    const fs::path temporary = fs::temp_directory_path(none);
+    const std::string folder = none ? "/tmp" : temporary.string();
+    const std::string name = "vela" + fs::path(final_).extension().string();
+    removeLeftovers(folder, temporaryHead(name));
+    createTemporary(folder, name);
   } else {
     target_ = followLinks(final_);
     // Nothing may take the place of a file that is read or that another output writes.

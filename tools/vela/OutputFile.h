@@ -13,8 +13,11 @@ namespace command {
 /// \throws Failure when an output that is open already is that file
 void noteInput(const std::string& file);
 
+/// True when an output that is open would replace a file that is there.
+[[nodiscard]] bool replacesFiles();
+
 /// What an output holds: pictures and selections are refused names of scenes.
-enum class OutputKind { picture, selection, scene };
+enum class OutputKind { picture, selection, scene, manifest };
 
 /// A file to be written. What was written under its temporary name becomes the final file in
 /// commit(); without that it is removed, whatever way the scope is left.
@@ -45,6 +48,7 @@ class OutputFile {
   void keepModeAndOwner() const;
   void writeThrough();
   friend void noteInput(const std::string& file);
+  friend bool replacesFiles();
 
   std::string final_;      // as it was given
   std::string target_;     // what is replaced: absolute, without links; empty to write through

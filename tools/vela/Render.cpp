@@ -1,43 +1,35 @@
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
+#include <cinttypes>
 #include <cmath>
 #include <cstdio>
 #include <memory>
 #include <optional>
+#include <sstream>
 #include <string>
-#include <vector>
 
 #include "Interrupt.h"
 #include "Messages.h"
 #include "Notices.h"
 #include "Options.h"
-#include "OutputFile.h"
+#include "OutputPictures.h"
+#include "PictureRecord.h"
 #include "Progress.h"
 #include "Scene.h"
 #include "SelectionFile.h"
-#include "vela/picture/ExrFile.h"
-#include "vela/picture/LayerChoice.h"
+#include "vela/Version.h"
 #include "vela/picture/PictureRenderer.h"
-#include "vela/picture/PngFile.h"
 
 namespace command {
 
 namespace {
 
-using vela::picture::LayerChoice;
 using vela::picture::Picture;
 using vela::picture::PictureRenderer;
-using vela::picture::writePng;
-
-LayerChoice chooseLayers(const std::vector<std::string>& names) {
-  if (names.empty()) throw failure(Message::noLayers, {vela::picture::layersToTry()});
-  std::string why;
-  std::optional<LayerChoice> choice = vela::picture::chooseLayers(names, &why);
-  if (!choice) throw failure(Message::badLayer, {why});
-  return *std::move(choice);
-}
+using Clock = std::chrono::steady_clock;
 
 vela::picture::RenderOptions pictureOptions(const RenderOptions& options) {
   const SceneOptions& scene = options.scene;
@@ -50,9 +42,7 @@ vela::picture::RenderOptions pictureOptions(const RenderOptions& options) {
   picture.samples = options.samples;
   picture.pattern = options.pattern;
   picture.materialPurpose = scene.materialPurpose;
-  picture.layers.clear();
-  if (!options.exr.empty()) picture.layers = options.layers;
-  if (!options.png.empty()) picture.layers.push_back("rgba");
+  picture.layers = layersToRender(options);
   return picture;
 }
 
@@ -63,10 +53,16 @@ Picture renderAll(const PictureRenderer& renderer, int threads) {
   return *std::move(picture);
 }
 
-void check(bool isWritten, const OutputFile& file, const std::string& why) {
-  if (!isWritten)
-    throw failure(Message::cannotWrite, {file.finalName(), why, "see whether the disk is full"});
-  throwIfInterrupted();
+// What is tinted: of a file, else as the picture was that this one is to be like.
+std::optional<vela::Selection::GeoSelection> selectionOf(const RenderOptions& options) {
+  if (!options.selection.empty()) return readSelection(options.selection);
+  if (options.likeSelection.empty()) return std::nullopt;
+  vela::Selection::GeoSelection selection;
+  std::istringstream text(options.likeSelection);
+  std::string why;
+  if (!selection.deserialize(text, &why))
+    throw failure(Message::noRecord, {options.like, "its selection is damaged: " + why});
+  return selection;
 }
 
 // True when a layer says of each pixel that nothing is there. Not known without such a layer.
@@ -96,57 +92,89 @@ void sayAbsent(const ovo::Stage& stage, const vela::Selection::GeoSelection& sel
 }
 
 // On a terminal, one line about the picture that was made.
-void reportPicture(const RenderOptions& options, const PictureRenderer& renderer, double seconds) {
+void reportPicture(const std::string& files, const PictureRenderer& renderer, double seconds) {
   if (!isatty(STDERR_FILENO)) return;
-  const bool both = !options.exr.empty() && !options.png.empty();
-  std::fprintf(stderr, "vela render: %s%s%s: %d x %d, %zu meshes, %.1f million rays, %.1f s\n",
-               options.exr.c_str(), both ? ", " : "", options.png.c_str(), renderer.width(),
-               renderer.height(), renderer.meshes().entries.size(),
+  std::fprintf(stderr, "vela render: %s: %d x %d, %zu meshes, %.1f million rays, %.1f s\n",
+               files.c_str(), renderer.width(), renderer.height(), renderer.meshes().entries.size(),
                static_cast<double>(renderer.raysTraced()) * 1e-6, seconds);
+}
+
+// The times of a picture's steps.
+struct Steps {
+  double open = 0.0, build = 0.0, render = 0.0, write = 0.0;
+};
+
+// Runs one step. \return the seconds that it took
+template <class Step>
+double timed(const Step& step) {
+  const auto start = Clock::now();
+  step();
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+// What `--stats` asks for. Work and light are shares of the time of rendering, by what all threads
+// together spent on them.
+void printStatistics(const Steps& steps, const PictureRenderer& renderer) {
+  const vela::picture::RenderStats stats = renderer.stats();
+  const double spent = stats.traceSeconds + stats.shadeSeconds;
+  const double trace = spent > 0.0 ? steps.render * stats.traceSeconds / spent : steps.render;
+  struct rusage usage = {};
+  getrusage(RUSAGE_SELF, &usage);
+  std::fprintf(stderr,
+               "vela render: stats: open    %9.3f s\n"
+               "vela render: stats: build   %9.3f s\n"
+               "vela render: stats: trace   %9.3f s\n"
+               "vela render: stats: shade   %9.3f s\n"
+               "vela render: stats: write   %9.3f s\n"
+               "vela render: stats: memory  %9.1f MB\n"
+               "vela render: stats: rays    %" PRIu64 " from the camera, %" PRIu64 " to lights\n",
+               steps.open, steps.build, trace, steps.render - trace, steps.write,
+               static_cast<double>(usage.ru_maxrss) / 1024.0, stats.cameraRays, stats.lightRays);
 }
 
 }  // namespace
 
 ExitCode render(const RenderOptions& options) {
-  const auto start = std::chrono::steady_clock::now();
+  const auto start = Clock::now();
+  Steps steps;
 
   // Names and folders are checked before the long work.
-  const LayerChoice layers = chooseLayers(options.layers);
-  std::optional<OutputFile> exr, png;
-  if (!options.exr.empty()) exr.emplace(options.exr);
-  if (!options.png.empty()) png.emplace(options.png);
-  std::optional<vela::Selection::GeoSelection> selection;
-  if (!options.selection.empty()) selection = readSelection(options.selection);
+  OutputPictures files(options);
+  const std::optional<vela::Selection::GeoSelection> selection = selectionOf(options);
+  const std::string self = std::string("vela ") + vela::version();
+  if (!options.like.empty() && options.likeSoftware != self)
+    say(Notice::note, options.like + " was made by " + options.likeSoftware + ": " + self +
+                          " may make other bytes");
 
   // The picture.
-  const std::shared_ptr<ovo::Stage> stage = openStage("render", options.scene.file);
-  if (selection) sayAbsent(*stage, *selection, options.selection);
-  vela::picture::RenderOptions wanted = pictureOptions(options);
-  wanted.selection = std::move(selection);
-  const auto renderer = openPicture(stage, options.scene.file, wanted);
-  Picture picture = renderAll(*renderer, options.threads);
+  std::shared_ptr<ovo::Stage> stage;
+  steps.open = timed([&] { stage = openStage("render", options.scene.file); });
+  if (selection)
+    sayAbsent(*stage, *selection, options.selection.empty() ? options.like : options.selection);
+  std::unique_ptr<PictureRenderer> renderer;
+  steps.build = timed([&] {
+    vela::picture::RenderOptions wanted = pictureOptions(options);
+    wanted.selection = selection;
+    renderer = openPicture(stage, options.scene.file, wanted);
+  });
+  Picture picture;
+  steps.render = timed([&] { picture = renderAll(*renderer, options.threads); });
 
   if (!renderer->extent().box.isEmpty() && seesNothing(picture))
     say(Notice::warning, renderer->view().camera.isEmpty()
                              ? "the view sees nothing"
                              : "the camera sees nothing: " + renderer->view().camera.asString());
 
-  // Both files are whole before either gets its name.
-  std::string why;
-  const std::vector<float> flat = png ? overBackdrop(picture) : std::vector<float>();
-  if (exr) {
-    layers.reduce(picture);
-    check(
-        writeExr(picture, exr->temporaryName(), vela::picture::threadCount(options.threads), &why),
-        *exr, why);
-  }
-  if (png)
-    check(writePng(picture.width, picture.height, flat, png->temporaryName(), &why), *png, why);
-  if (exr) exr->commit();
-  if (png) png->commit();
+  // All files are whole before one of them gets its name.
+  steps.write = timed([&] {
+    recordPicture(options, *renderer, selection, picture);
+    files.write(picture);
+    files.commit();
+  });
 
-  const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
-  reportPicture(options, *renderer, taken.count());
+  if (options.statistics) printStatistics(steps, *renderer);
+  const std::chrono::duration<double> taken = Clock::now() - start;
+  reportPicture(files.names(), *renderer, taken.count());
   return kDone;
 }
 

@@ -210,8 +210,8 @@ std::string fileOf(const std::string& argument) {
 }
 
 void resolveFiles(RenderOptions& options) {
-  refuseReference("render", "-o", options.exr);
-  refuseReference("render", "--png", options.png);
+  for (const PictureOutput& output : options.outputs)
+    refuseReference("render", output.isColour ? "--png" : "-o", output.file);
   options.scene.file = fileOf(options.scene.file);
   options.selection = fileOf(options.selection);
 }

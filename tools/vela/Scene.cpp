@@ -16,6 +16,7 @@
 #include "Messages.h"
 #include "Notices.h"
 #include "OutputFile.h"
+#include "SceneFiles.h"
 #include "Suggest.h"
 #include "Supervisor.h"
 #include "vela/log/Log.h"
@@ -221,6 +222,7 @@ std::shared_ptr<ovo::Stage> openStage(const char* verb, const std::string& file)
 
   // Neither may an output replace what the scene is made of.
   for (const std::string& layer : stage->layerFiles()) noteInput(layer);
+  if (replacesFiles()) noteFilesOf(*stage);
 
   Halden::Log::write(Halden::Log::message, "opened " + file);
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "vela/picture/ExrFile.h"
 #include "vela/picture/LayerTable.h"
 
 namespace command {
@@ -10,32 +11,33 @@ namespace {
 
 using Rows = std::vector<OptionRow>;
 
+using vela::picture::LayerGroup;
+using vela::picture::LayerInfo;
+
 // The layers by name, those that are rendered unasked first; and what their channels hold.
 std::string layerList() {
   std::string layers, others;
-  for (const vela::picture::LayerInfo& info : vela::picture::layerTable())
-    if (info.isDefault)
-      layers += (layers.empty() ? "" : ",") + info.name;
+  for (const std::string& name : vela::picture::layerNames()) {
+    const LayerInfo* info = vela::picture::findLayerInfo(name);
+    if (info && info->isDefault)
+      layers += (layers.empty() ? "" : ",") + name;
     else
-      others += ", " + info.name;
+      others += ", " + name;
+  }
   return layers + " (the default)" + others;
-}
-
-std::vector<std::string> layerNames() {
-  std::vector<std::string> names;
-  for (const vela::picture::LayerInfo& info : vela::picture::layerTable())
-    names.push_back(info.name);
-  return names;
 }
 
 std::string channelList() {
   std::string text;
-  for (const vela::picture::LayerInfo& info : vela::picture::layerTable()) {
-    if (info.isPart) continue;
+  for (const std::string& name : vela::picture::layerNames()) {
+    const LayerInfo* info = vela::picture::findLayerInfo(name);
+    if (!info || info->isPart) continue;
     text += text.empty() ? "In the EXR:" : ",";
-    for (const std::string& channel : info.channels) text += " " + channel;
-    text += " " + info.help;
+    for (const std::string& channel : info->channels) text += " " + channel;
+    text += " " + info->help;
   }
+  for (const LayerGroup& group : vela::picture::layerGroups())
+    text += ", " + group.layers.front() + ".r to " + group.layers.back() + ".a " + group.help;
   return text + ".";
 }
 
@@ -57,7 +59,7 @@ OptionGroup viewGroup() {
             "perspective, orthographic, spherical (all around, 2:1), cylindrical",
             Offer::words,
             {"perspective", "orthographic", "spherical", "cylindrical"}},
-           {"--size", "WxH", "1280x720"},
+           {"--size", "WxH", "or W alone, so high as the camera's film asks; else 1280 wide"},
            {"--time", "T", "time code; else the scene's default values"}}};
 }
 
@@ -106,15 +108,60 @@ OptionRow materialPurpose() {
 VerbRow renderRow() {
   VerbRow row;
   row.name = "render";
-  row.synopses = {"FILE -o OUT.exr [--png OUT.png] [options]"};
+  row.synopses = {"FILE -o OUT.exr [--png OUT.png] [options]", "[FILE] --like OUT.exr -o NEW.exr"};
   row.summary = "renders a scene to a picture.";
   row.brief = "a picture, with depth, positions, normals and ids";
   row.arguments = {sceneFile()};
+  row.arguments[0].isOptional = true;
   row.groups = {
       {"Output",
-       {output("OUT.exr", "linear colour and data, in layers", Offer::pictures),
-        {"--png", "OUT.png", "the same colour as sRGB, over a plain backdrop", Offer::pictures},
-        {"--layers", "LIST", layerList(), Offer::words, layerNames()}}},
+       {{"-o,--output",
+         "OUT",
+         ".exr: linear colour and data, in layers; .png, .jpg: an image of the colour, or of the "
+         "one layer of --layers. With {layer} in its name a file for each layer; - is standard "
+         "output (may be repeated)",
+         Offer::pictures,
+         {},
+         true},
+        {"--png",
+         "OUT.png",
+         "the colour as an image, whatever the layers (may be repeated)",
+         Offer::pictures,
+         {},
+         true},
+        {"--format",
+         "F",
+         "exr, png or jpg, where a name does not say: exr",
+         Offer::words,
+         {"exr", "png", "jpg"}},
+        {"--layers", "LIST", layerList(), Offer::words, vela::picture::layerNames()},
+        {"--like", "OUT.exr",
+         "with the options that made this picture, but for those given here; FILE may be left out "
+         "where the scene lies in the current folder or beside the picture",
+         Offer::pictures}}},
+      {"EXR",
+       {{"--compression", "C",
+         "none, rle, zips, zip (the default), piz; for colour alone also pxr24, b44, b44a, dwaa, "
+         "dwab",
+         Offer::words, vela::picture::compressionNames()},
+        {"--half", "", "colour as half floats"},
+        {"--manifest", "FILE", "the names of mattes in a file beside the picture, as JSON",
+         Offer::files}}},
+      {"Images",
+       {{"--background",
+         "B",
+         "none (PNG with alpha), or a colour R,G,B from 0 to 1; else a plain "
+         "backdrop",
+         Offer::words,
+         {"none"}},
+        {"--exposure", "STOPS", "powers of two, on top of the camera's own exposure: 0"},
+        {"--view",
+         "V",
+         "soft (bright colours roll off, the default), clip, or a view of the configuration that "
+         "OCIO names, by default its own",
+         Offer::words,
+         {"soft", "clip"}},
+        {"--display", "D", "a display of that configuration; else its default one"}}},
       viewGroup(),
       sceneGroup(),
       {"Quality",
@@ -126,11 +173,18 @@ VerbRow renderRow() {
          {"jittered", "regular"}},
         {"--threads", "N", "0: as many as the machine has. The picture is the same for any number"},
         materialPurpose(),
+        {"--stats", "",
+         "says on standard error how long each step took, how much memory, and the rays"},
         {"--selection", "S.sel", "tints what the selection has (vela select makes one)",
          Offer::selections}}}};
   row.notes = {
       channelList(),
-      "Data layers are of the pixel's centre.",
+      "Data layers are of the pixel's centre. Z is the depth along the camera's axis (of the "
+      "spherical and cylindrical lenses the distance), in scene units; infinite where nothing is.",
+      "An EXR's header has the camera, the frame and the options that made the picture, in one "
+      "form "
+      "whatever was typed: the same scene, options and version make the same bytes, on any "
+      "machine.",
       "Instances of point instancers are named by prim and number, as /World/Many/Proto[17], "
       "outer instancers first; where the prim lies elsewhere the instancer is named too, as "
       "/Lib/Leaf[/World/Many 17].",
@@ -143,6 +197,9 @@ VerbRow renderRow() {
   row.examples = {
       "vela render examples/demo/demo.usda -o demo.exr --png demo.png",
       "vela render examples/demo/demo.usda --png all.png --lens spherical --samples 4",
+      "vela render examples/demo/demo.usda -o look.jpg -o matte.exr --layers crypto_object,rgba "
+      "--size 640",
+      "vela render examples/demo/demo.usda -o data.{layer}.png --layers depth,N --size 320x180",
       "vela render examples/demo/demo.usda -o data.exr --layers depth,N,prim --size 640x360 "
       "--time 24",
       "vela render examples/demo/demo.usda -o fine.exr --subdivide 2 --smooth"};
@@ -418,6 +475,7 @@ const std::vector<VariableRow>& variableTable() {
        "the Python interpreter of asset managers that are written in it, such as that of a virtual "
        "environment."},
       {"HALDEN_LOG_FILE, HALDEN_LOG_LEVEL", "as --log-file and --log-level."},
+      {"OCIO", "an OpenColorIO configuration: images show colour through its default view."},
       {"NO_COLOR", "when it is set and not empty nothing is coloured on terminals."}};
   return table;
 }

@@ -1,0 +1,451 @@
+"""The pictures that the command writes: formats by name, headers, what a picture is made like, colour as displays show it.
+
+test_pictures.py COMMAND PROJECT_ROOT
+"""
+
+import json
+import math
+import os
+import pathlib
+import re
+import struct
+import subprocess
+import sys
+import tempfile
+import unittest
+import zlib
+
+sys.path.insert(0, os.path.dirname(__file__))
+import exr  # noqa: E402
+
+COMMAND, ROOT = sys.argv[1], pathlib.Path(sys.argv[2])
+
+# A wall that fills the lower half of a square film, lit from everywhere; a second camera of another shape.
+SCENE = """#usda 1.0
+(
+    defaultPrim = "World"
+    upAxis = "Y"
+    framesPerSecond = 23.976
+    timeCodesPerSecond = 24
+)
+def Xform "World"
+{
+    def Mesh "Wall"
+    {
+        point3f[] points = [(-9, -9, 0), (9, -9, 0), (9, 0, 0), (-9, 0, 0)]
+        int[] faceVertexCounts = [4]
+        int[] faceVertexIndices = [0, 1, 2, 3]
+        color3f[] primvars:displayColor = [(1, 1, 1)]
+    }
+    def Mesh "Odd"
+    {
+        point3f[] points = [(0, 0, 0), (1, 0, 0), (0, 1, 0)]
+        int[] faceVertexCounts = [3]
+        int[] faceVertexIndices = [0, 1, 2]
+    }
+    def Camera "Eye"
+    {
+        float horizontalAperture = 24
+        float verticalAperture = 24
+        float focalLength = 48
+        double3 xformOp:translate = (0, 0, 20)
+        uniform token[] xformOpOrder = ["xformOp:translate"]
+    }
+    def Camera "Bright"
+    {
+        float horizontalAperture = 30
+        float verticalAperture = 15
+        float focalLength = 48
+        float exposure = 1
+        double3 xformOp:translate = (0, -4, 12)
+        uniform token[] xformOpOrder = ["xformOp:translate"]
+    }
+}
+"""
+PNG, JPEG, EXR = b"\x89PNG", b"\xff\xd8\xff", b"\x76\x2f\x31\x01"
+SMALL = ("--size", "16x16", "--samples", "4")
+
+
+def read_png(file):
+    """Width, height, channels and codes."""
+    data, at, packed = pathlib.Path(file).read_bytes(), 8, b""
+    while at < len(data):
+        size, kind = struct.unpack_from(">I4s", data, at)
+        body = data[at + 8 : at + 8 + size]
+        if kind == b"IHDR":
+            width, height, depth, colours = struct.unpack_from(">IIBB", body)
+        elif kind == b"IDAT":
+            packed += body
+        at += size + 12
+    assert depth == 8
+    channels = {2: 3, 6: 4}[colours]
+    raw, step, rows = zlib.decompress(packed), channels, []
+    line = width * channels
+    for y in range(height):
+        kind, row = raw[y * (line + 1)], bytearray(raw[y * (line + 1) + 1 : (y + 1) * (line + 1)])
+        above = rows[-1] if rows else bytes(line)
+        for i in range(line):
+            a, b, c = (row[i - step] if i >= step else 0), above[i], (above[i - step] if i >= step else 0)
+            p = a + b - c
+            near = min((abs(p - a), 0, a), (abs(p - b), 1, b), (abs(p - c), 2, c))[2]
+            row[i] = (row[i] + (0, a, b, (a + b) // 2, near)[kind]) & 255
+        rows.append(bytes(row))
+    return width, height, channels, b"".join(rows)
+
+
+def encoded(v):
+    v = min(max(v, 0.0), 1.0)
+    return int((12.92 * v if v <= 0.0031308 else 1.055 * v ** (1 / 2.4) - 0.055) * 255 + 0.5)
+
+
+class Case(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.at = pathlib.Path(folder.name).resolve()
+        (self.at / "scene.usda").write_text(SCENE)
+
+    def run_command(self, *arguments, **more):
+        return subprocess.run([COMMAND, *map(str, arguments)], capture_output=True, timeout=120, **{"cwd": self.at, **more})
+
+    def good(self, *arguments, **more):
+        done = self.run_command(*arguments, **more)
+        self.assertEqual(done.returncode, 0, done.stderr.decode())
+        return done
+
+    def render(self, *arguments, **more):
+        return self.good("render", "scene.usda", *SMALL, *arguments, **more)
+
+    def refused(self, code, why, *arguments, **more):
+        before = sorted(p.name for p in self.at.rglob("*"))
+        done = self.run_command("render", "scene.usda", *SMALL, *arguments, **more)
+        error = done.stderr.decode()
+        self.assertEqual(done.returncode, code, error)
+        self.assertIn(why, error.splitlines()[-1])
+        self.assertEqual(sorted(p.name for p in self.at.rglob("*")), before)
+        return error
+
+    def head(self, name, size=4):
+        return (self.at / name).read_bytes()[:size]
+
+
+class Formats(Case):
+    def test_the_name_says_the_format(self):
+        names = {"a.exr": EXR, "b.EXR": EXR, "c.png": PNG, "d.PNG": PNG, "e.jpg": JPEG, "f.jpeg": JPEG, "g.JPG": JPEG}
+        self.render(*(word for name in names for word in ("-o", name)))
+        for name, head in names.items():
+            self.assertEqual(self.head(name, len(head)), head, name)
+        self.assertEqual((self.at / "c.png").read_bytes(), (self.at / "d.PNG").read_bytes())
+        self.assertEqual((self.at / "a.exr").read_bytes(), (self.at / "b.EXR").read_bytes())
+
+    def test_unknown_and_wrong_extensions_are_refused(self):
+        for name in ("a.tif", "a.exr.gz", "a.webp", "a."):
+            self.refused(2, "try .exr, .png or .jpg", "-o", name)
+        self.refused(2, "does not say what to write", "-o", "picture")
+        self.refused(2, "no picture is written as .tiff", "--png", "a.tiff")
+        self.refused(2, "is no name of a PNG file; try -o a.jpg", "--png", "a.jpg")
+        self.refused(2, "is no name of a PNG file; try -o a.exr", "--png", "a.exr")
+        self.refused(2, "'tiff' is none of exr, png, jpg", "-o", "a.exr", "--format", "tiff")
+        self.refused(1, "it is named like a scene", "-o", "new.usda")
+
+    def test_a_format_may_be_said_where_the_name_does_not(self):
+        self.render("-o", "picture", "--format", "jpg", "--png", "other")
+        self.assertEqual(self.head("picture", 3), JPEG)
+        self.assertEqual(self.head("other"), PNG)
+        self.assertEqual(self.render("-o", "-").stdout[:4], EXR)
+        self.assertEqual(self.render("-o", "-", "--format", "png").stdout[:4], PNG)
+        self.assertEqual(self.render("--png", "-").stdout[:4], PNG)
+        self.render("-o", "-", "-o", "same.exr")
+        self.assertEqual(self.render("-o", "-").stdout, (self.at / "same.exr").read_bytes())
+
+    def test_layers_get_files_of_their_own(self):
+        self.render("-o", "x.{layer}.exr", "-o", "y.{layer}.png", "-o", "z.{layer}.jpg", "--layers", "rgba,depth,N,prim,crypto_object")
+        names = ["N", "crypto_object", "depth", "prim", "rgba"]
+        self.assertEqual(sorted(p.name for p in self.at.glob("x.*")), [f"x.{n}.exr" for n in names])
+        self.assertEqual(sorted(p.name for p in self.at.glob("y.*")), [f"y.{n}.png" for n in names])
+        self.assertEqual(sorted(p.name for p in self.at.glob("z.*")), [f"z.{n}.jpg" for n in names])
+        self.assertEqual(set(exr.read(self.at / "x.N.exr").channels), {"N.x", "N.y", "N.z"})
+        self.assertEqual(len(exr.read(self.at / "x.crypto_object.exr").channels), 12)
+        self.assertFalse([k for k in exr.read(self.at / "x.N.exr").header if "cryptomatte" in k or "prim" in k])
+        # The wall's normal looks at the camera; nothing is black.
+        _, _, _, codes = read_png(self.at / "y.N.png")
+        self.assertEqual(set(codes[i : i + 3] for i in range(0, len(codes), 3)), {bytes((128, 128, 255)), bytes(3)})
+
+    def test_an_image_shows_colour_or_the_only_layer(self):
+        self.render("-o", "a.png", "-o", "a.exr", "--png", "b.png", "--layers", "depth")
+        self.render("--png", "c.png")
+        self.assertEqual((self.at / "b.png").read_bytes(), (self.at / "c.png").read_bytes())
+        self.assertNotEqual((self.at / "a.png").read_bytes(), (self.at / "c.png").read_bytes())
+        self.assertEqual(set(exr.read(self.at / "a.exr").channels), {"Z"})
+        self.render("-o", "d.png", "--layers", "depth,rgba,N")
+        self.assertEqual((self.at / "d.png").read_bytes(), (self.at / "c.png").read_bytes())
+        self.refused(2, "an image shows one layer, not 2; try {layer} in its name", "-o", "e.png", "--layers", "depth,N")
+
+    def test_outputs_may_not_be_one_file(self):
+        self.refused(1, "it is the same file as a.exr", "-o", "a.exr", "-o", "./a.exr")
+        self.refused(1, "it is the same file as a.png", "-o", "a.png", "--png", "a.png")
+        self.refused(1, "it is the same file as a.json.exr", "-o", "a.json.exr", "--manifest", "a.json.exr", "--layers", "crypto_object")
+
+    def test_all_files_appear_or_none(self):
+        (self.at / "old.exr").write_bytes(b"old")
+        self.refused(1, "No such file", "-o", "old.exr", "-o", "missing/b.png")
+        self.assertEqual(self.head("old.exr"), b"old")
+        if os.path.exists("/dev/full"):
+            done = self.run_command("render", "scene.usda", *SMALL, "-o", "/dev/full")
+            self.assertEqual(done.returncode, 1)
+
+    def test_compression_and_half_floats(self):
+        for name, code in (("none", 0), ("rle", 1), ("zips", 2), ("zip", 3), ("piz", 4), ("dwaa", 8)):
+            self.render("-o", "a.exr", "--layers", "rgba", "--compression", name)
+            header = (self.at / "a.exr").read_bytes()
+            self.assertIn(b"compression\0compression\0\1\0\0\0" + bytes([code]), header)
+        for name in ("pxr24", "b44", "b44a", "dwaa", "dwab"):
+            self.refused(2, f"{name} is for colour alone", "-o", "b.exr", "--compression", name)
+            self.refused(2, f"{name} is for colour alone", "-o", "b.exr", "--compression", name, "--layers", "crypto_object")
+        self.refused(2, "'gzip' is none of none, rle", "-o", "b.exr", "--compression", "gzip")
+        self.render("-o", "c.exr", "-o", "d.exr", "--layers", "rgba,depth", "--half")
+        picture = exr.read(self.at / "c.exr")
+        self.assertEqual(picture.types, {"A": 1, "B": 1, "G": 1, "R": 1, "Z": 2})
+
+    def test_backgrounds(self):
+        self.render("--png", "a.png", "--background", "none")
+        self.render("--png", "b.png", "--background", "1,0.5,0", "-o", "b.jpg")
+        self.render("-o", "c.exr", "--layers", "rgba")
+        alpha = exr.read(self.at / "c.exr").channels["A"]
+        width, height, channels, codes = read_png(self.at / "a.png")
+        self.assertEqual((width, height, channels), (16, 16, 4))
+        self.assertEqual([codes[4 * i + 3] for i in range(256)], [int(a * 255 + 0.5) for a in alpha])
+        _, _, channels, codes = read_png(self.at / "b.png")
+        self.assertEqual(channels, 3)
+        self.assertEqual(codes[:3], bytes((255, 128, 0)))
+        self.refused(2, "JPEG has no alpha", "-o", "d.jpg", "--background", "none")
+        for wrong in ("blue", "1,2", "0,0,2", "1,1,1,1"):
+            self.refused(2, f"'{wrong}' is not none or a colour", "-o", "d.png", "--background", wrong)
+
+
+class Headers(Case):
+    def test_they_say_how_the_picture_was_taken(self):
+        self.render("-o", "a.exr", "--time", "12.5", "--camera", "/World/Eye")
+        picture = exr.read(self.at / "a.exr")
+        self.assertEqual(picture.value("camera"), "/World/Eye")
+        self.assertEqual(picture.value("frame"), 12.5)
+        self.assertEqual(picture.value("framesPerSecond"), (24000, 1001))
+        self.assertEqual(picture.value("vela/scene"), "scene.usda")
+        self.assertEqual(picture.value("screenWindowWidth"), 0.5)
+        self.assertEqual(picture.value("screenWindowCenter"), (0, 0))
+        self.assertEqual(picture.value("dataWindow"), (0, 0, 15, 15))
+        self.assertEqual(picture.value("displayWindow"), (0, 0, 15, 15))
+        self.assertEqual({picture.types[c] for c in picture.types}, {2})
+        # The upper edge of the wall, in the middle of the film.
+        m = picture.value("worldToNDC")
+        x, y, w = (sum(v * m[4 * r + c] for r, v in enumerate((0, 0, 0, 1))) for c in (0, 1, 3))
+        self.assertAlmostEqual(x / w, 0.5, places=5)
+        self.assertAlmostEqual(y / w, 0.5, places=5)
+
+    def test_the_manifest_names_what_shows_alone(self):
+        self.render("-o", "a.exr", "--exclude", "/World/Odd")
+        picture = exr.read(self.at / "a.exr")
+        self.assertEqual(json.loads(picture.value("prim/manifest")), {"/World/Wall": 1})
+        self.assertEqual(picture.header["idManifest"][0], "idmanifest")
+        self.assertEqual(set(picture.channels["prim.id"]), {0.0, 1.0})
+
+    def test_two_command_lines_for_one_picture_make_the_same_bytes(self):
+        (self.at / "far").mkdir()
+        os.symlink("../scene.usda", self.at / "far" / "scene.usda")
+        one = ("--size", "16x16", "--samples", "5", "--exclude", "/B", "--exclude", "/A")
+        two = ("--exclude=/A", "--exclude", "/B", "--samples", "4", "--size", "16", "--camera", "/World/Eye", "--threads", "1", "--lens", "perspective",
+               "--purpose", "render,default", "--layers", "face,prim,N,P,depth,rgba", "--png", "x.png", "--exposure", "3", "--compression", "zip")
+        self.good("render", "scene.usda", "-o", "a.exr", *one)
+        self.good("render", "./scene.usda", "-o", "b.exr", *two)
+        self.good("render", "scene.usda", "-o", self.at / "c.exr", *one, cwd=self.at / "far")
+        self.assertEqual((self.at / "a.exr").read_bytes(), (self.at / "b.exr").read_bytes())
+        self.assertEqual((self.at / "a.exr").read_bytes(), (self.at / "c.exr").read_bytes())
+        self.assertEqual(exr.read(self.at / "a.exr").value("vela/options"),
+                         "--camera /World/Eye --lens perspective --size 16x16 --exclude /A --exclude /B --purpose default,render --samples 4 "
+                         "--compression zip --layers rgba,depth,P,N,prim,face")
+
+
+class Like(Case):
+    OPTIONS = (
+        (),
+        ("--camera", "/World/Bright", "--size", "20", "--samples", "1", "--time", "0.1"),
+        ("--lens", "spherical", "--size", "32x16", "--purpose", "proxy,default", "--invisible"),
+        ("--subdivide", "1", "--smooth", "--include-type", "Mesh", "--exclude", "/World/Odd", "--pattern", "regular"),
+        ("--engine", "hit-detector", "--layers", "rgba,crypto_asset", "--compression", "none"),
+        ("--layers", "rgb,albedo", "--half", "--compression", "dwab", "--exclude", "/it's odd", "--exclude", "/a b"),
+    )
+
+    def test_the_same_picture_comes_again_byte_for_byte(self):
+        for options in self.OPTIONS:
+            size = () if "--size" in options else ("--size", "24")
+            self.good("render", "scene.usda", "-o", "a.exr", *options, *size)
+            self.good("render", "--like", "a.exr", "-o", "b.exr", "--threads", "1")
+            self.assertEqual((self.at / "a.exr").read_bytes(), (self.at / "b.exr").read_bytes(), options)
+            self.good("render", "scene.usda", "--like", "b.exr", "-o", "c.exr")
+            self.assertEqual((self.at / "a.exr").read_bytes(), (self.at / "c.exr").read_bytes(), options)
+
+    def test_a_selection_stands_in_the_header(self):
+        self.good("select", "scene.usda", "--rect", "0,12,3,15", *SMALL[:2], "-o", "s.sel")
+        self.render("-o", "a.exr", "--selection", "s.sel")
+        (self.at / "s.sel").unlink()
+        self.good("render", "--like", "a.exr", "-o", "b.exr")
+        self.assertEqual((self.at / "a.exr").read_bytes(), (self.at / "b.exr").read_bytes())
+        self.render("-o", "c.exr")
+        self.assertNotEqual(exr.read(self.at / "a.exr").channels["B"], exr.read(self.at / "c.exr").channels["B"])
+
+    def test_what_is_given_counts(self):
+        self.render("-o", "a.exr", "--camera", "/World/Bright", "--exclude", "/World/Odd")
+        self.good("render", "--like", "a.exr", "-o", "b.exr", "--size", "8x8", "--layers", "depth", "--png", "b.png")
+        self.render("-o", "c.exr", "--camera", "/World/Bright", "--exclude", "/World/Odd", "--layers", "depth")
+        b = exr.read(self.at / "b.exr")
+        self.assertEqual((b.width, b.height, set(b.channels)), (8, 8, {"Z"}))
+        self.assertEqual(b.value("vela/options"), exr.read(self.at / "c.exr").value("vela/options").replace("16x16", "8x8"))
+        self.assertEqual(self.head("b.png"), PNG)
+
+    def test_the_scene_may_lie_beside_the_picture(self):
+        (self.at / "shots").mkdir()
+        self.render("-o", "shots/a.exr")
+        (self.at / "scene.usda").rename(self.at / "shots" / "scene.usda")
+        self.good("render", "--like", "shots/a.exr", "-o", "b.exr")
+        self.assertEqual((self.at / "shots/a.exr").read_bytes(), (self.at / "b.exr").read_bytes())
+        (self.at / "shots" / "scene.usda").unlink()
+        done = self.run_command("render", "--like", "shots/a.exr", "-o", "b.exr")
+        self.assertEqual(done.returncode, 1)
+        self.assertIn(b"cannot find the scene: scene.usda: shots/a.exr was made of it; name it: vela render SCENE --like shots/a.exr", done.stderr)
+
+    def test_what_is_no_such_picture_is_told(self):
+        (self.at / "a.exr").write_bytes(b"no picture")
+        self.refused(1, "cannot read how the picture was made: a.exr", "-o", "b.exr", "--like", "a.exr")
+        self.refused(1, "cannot read how the picture was made: missing.exr", "-o", "b.exr", "--like", "missing.exr")
+        self.render("-o", "a.exr")
+        self.refused(1, "it is a file that this command reads", "-o", "a.exr", "--like", "a.exr")
+        data = (self.at / "a.exr").read_bytes()
+        (self.at / "a.exr").write_bytes(data.replace(b"--samples", b"--sambles"))
+        self.refused(1, "no such option: --sambles", "-o", "b.exr", "--like", "a.exr")
+        (self.at / "a.exr").write_bytes(data.replace(b"vela 0.", b"vela 9."))
+        done = self.good("render", "--like", "a.exr", "-o", "b.exr")
+        self.assertIn(b"note: a.exr was made by vela 9.", done.stderr)
+        done = self.run_command("render", "-o", "b.exr")
+        self.assertEqual(done.returncode, 2)
+        self.assertIn(b"FILE: it is missing", done.stderr)
+
+
+class Sizes(Case):
+    def sizes(self, *arguments):
+        self.good("render", "scene.usda", "-o", "a.exr", "--layers", "depth", *arguments)
+        picture = exr.read(self.at / "a.exr")
+        return picture.width, picture.height
+
+    def test_the_height_follows_the_film(self):
+        self.assertEqual(self.sizes("--size", "96"), (96, 96))
+        self.assertEqual(self.sizes("--size", "96", "--camera", "/World/Bright"), (96, 48))
+        self.assertEqual(self.sizes("--size", "96x20", "--camera", "/World/Bright"), (96, 20))
+        self.assertEqual(self.sizes("--size", "96", "--lens", "spherical"), (96, 48))
+        self.assertEqual(self.sizes("--camera", "/World/Bright"), (1280, 640))
+        for wrong in ("x20", "20x", "0", "96x20x3", "wide"):
+            self.refused(2, "--size", "-o", "b.exr", "--size", wrong)
+
+    def test_picks_take_the_pixels_of_the_picture(self):
+        self.assertEqual(self.good("pick", "scene.usda", "--pixel", "48,95", "--size", "96", "--json").returncode, 0)
+        done = self.run_command("pick", "scene.usda", "--pixel", "48,96", "--size", "96")
+        self.assertEqual(done.returncode, 2)
+        self.assertIn(b"outside the picture of 96 x 96 pixels", done.stderr)
+
+
+class Colour(Case):
+    def codes(self, *arguments, **more):
+        self.render("--png", "x.png", *arguments, **more)
+        return read_png(self.at / "x.png")[3]
+
+    def linear(self, *arguments):
+        self.render("-o", "x.exr", "--layers", "rgba", *arguments)
+        return exr.read(self.at / "x.exr").channels
+
+    def test_white_in_full_light_is_not_clipped(self):
+        camera = ("--camera", "/World/Bright")
+        red = self.linear(*camera)["R"]
+        self.assertGreater(max(red) * 2, 1.2)  # by the exposure of that camera
+        soft, clip = self.codes(*camera), self.codes(*camera, "--view", "clip")
+        at = max(range(len(red)), key=red.__getitem__)
+        self.assertEqual(clip[3 * at], 255)
+        self.assertLess(soft[3 * at], 255)
+
+    def test_clip_is_the_plain_encoding(self):
+        red = self.linear("--camera", "/World/Eye")
+        codes = self.codes("--camera", "/World/Eye", "--view", "clip")
+        whole = [i for i, alpha in enumerate(red["A"]) if alpha == 1]
+        self.assertGreater(len(whole), 50)
+        for i in whole:
+            self.assertAlmostEqual(codes[3 * i], encoded(red["R"][i]), delta=1)
+
+    def test_exposure_is_the_cameras_and_what_is_given(self):
+        # Values of the EXR are never exposed.
+        plain = self.linear("--camera", "/World/Bright")
+        self.assertEqual(exr.read(self.at / "x.exr").value("exposure"), 1.0)
+        self.assertEqual(plain["R"], self.linear("--camera", "/World/Bright", "--exposure", "2")["R"])
+        codes = self.codes("--camera", "/World/Bright", "--exposure", "-3", "--view", "clip")
+        for i, alpha in enumerate(plain["A"]):
+            if alpha == 1:
+                self.assertAlmostEqual(codes[3 * i], encoded(plain["R"][i] / 4), delta=1)
+        for wrong in ("bright", "1,2", "65", "nan"):
+            self.refused(2, f"'{wrong}' is not a number from -64 to 64", "-o", "a.png", "--exposure", wrong)
+
+    def test_a_configuration_of_the_environment(self):
+        (self.at / "config.ocio").write_text("""ocio_profile_version: 1
+search_path: ""
+roles: {scene_linear: linear, default: linear}
+displays:
+  screen:
+    - !<View> {name: Dark, colorspace: dark}
+    - !<View> {name: Raw, colorspace: linear}
+colorspaces:
+  - !<ColorSpace> {name: linear}
+  - !<ColorSpace>
+    name: dark
+    from_reference: !<MatrixTransform> {matrix: [0.25, 0, 0, 0, 0, 0.25, 0, 0, 0, 0, 0.25, 0, 0, 0, 0, 1]}
+""")
+        there = {"env": dict(os.environ, OCIO=str(self.at / "config.ocio"))}
+        red = self.linear("--camera", "/World/Eye")
+        dark, raw = self.codes("--camera", "/World/Eye", **there), self.codes("--camera", "/World/Eye", "--view", "Raw", **there)
+        for i, alpha in enumerate(red["A"]):
+            if alpha == 1:
+                self.assertAlmostEqual(dark[3 * i], min(red["R"][i] * 0.25, 1) * 255, delta=1)
+                self.assertAlmostEqual(raw[3 * i], min(red["R"][i], 1) * 255, delta=1)
+        plain = self.codes("--camera", "/World/Eye")
+        self.assertEqual(self.codes("--camera", "/World/Eye", "--view", "soft", **there), plain)
+        self.refused(1, "it has no view Film; there is Dark, Raw", "-o", "a.png", "--view", "Film", **there)
+        self.refused(1, "it has no display wall; there is screen", "-o", "a.png", "--display", "wall", **there)
+        broken = {"env": dict(os.environ, OCIO=str(self.at / "none.ocio"))}
+        self.refused(1, "cannot show colour as OCIO asks", "-o", "a.png", **broken)
+        # Files without colour for displays need none.
+        self.render("-o", "a.exr", **broken)
+        self.refused(2, "there is no view Film; try soft or clip", "-o", "a.png", "--view", "Film")
+        # It is a file that is read.
+        link = self.at / "config.png"
+        os.link(self.at / "config.ocio", link)
+        self.refused(1, "it is a file that this command reads", "-o", "config.png", **there)
+
+
+class Statistics(Case):
+    def test_they_have_each_step(self):
+        done = self.render("-o", "a.exr", "--stats")
+        found = dict(re.findall(r"^vela render: stats: (\w+) +([\d.]+)", done.stderr.decode(), re.M))
+        self.assertEqual(list(found), ["open", "build", "trace", "shade", "write", "memory", "rays"])
+        self.assertGreater(float(found["memory"]), 10)
+        # Four samples and the centre of each pixel.
+        self.assertEqual(int(found["rays"]), 5 * 256)
+        self.assertRegex(done.stderr.decode(), r"from the camera, [1-9]\d* to lights")
+        self.assertNotIn(b"stats", self.render("-o", "b.exr").stderr)
+        self.assertEqual((self.at / "a.exr").read_bytes(), (self.at / "b.exr").read_bytes())
+
+
+class Demo(Case):
+    def test_the_demo_is_made_again_from_its_header(self):
+        self.good("render", ROOT / "examples/demo/demo.usda", "-o", "a.exr", "--size", "160", "--samples", "4", "--layers", "rgba,depth,prim,crypto_object")
+        self.good("render", ROOT / "examples/demo/demo.usda", "--like", "a.exr", "-o", "b.exr")
+        self.assertEqual((self.at / "a.exr").read_bytes(), (self.at / "b.exr").read_bytes())
+        self.assertTrue(all(math.isinf(z) or z > 0 for z in exr.read(self.at / "a.exr").channels["Z"]))
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1])

@@ -1,0 +1,64 @@
+/// \file
+/// The files that `vela render` writes: which ones the command line asks for, what each of them
+/// shows, and all of them whole or none.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Arguments.h"
+#include "Options.h"
+#include "OutputFile.h"
+#include "vela/picture/DisplayImage.h"
+#include "vela/picture/LayerChoice.h"
+#include "vela/picture/Picture.h"
+
+namespace command {
+
+/// Reads which files to write, and how. \throws Failure (usage) on wrong names and values
+void readOutputs(const Arguments& arguments, RenderOptions& options);
+
+/// The layers that a picture needs for all of its files.
+[[nodiscard]] std::vector<std::string> layersToRender(const RenderOptions& options);
+
+/// The files of one picture. Names and folders are checked, and views of colour made, before the
+/// long work; in commit() all files get their names, once all of them are whole.
+class OutputPictures {
+ public:
+  /// \throws Failure when a file cannot be written, or is one that is read
+  explicit OutputPictures(const RenderOptions& options);
+
+  /// Writes everything under temporary names.
+  /// \param picture has layersToRender(); its attributes stand in every EXR, with the layers of
+  ///                that file among its options
+  /// \throws Failure, Interrupted
+  void write(const vela::picture::Picture& picture);
+
+  /// \throws Failure
+  void commit();
+
+  /// The final names, as one list for messages.
+  [[nodiscard]] std::string names() const;
+
+ private:
+  struct File {
+    const PictureOutput* output;
+    std::vector<std::string> layers;  // of an EXR; the one that an image shows
+    std::unique_ptr<OutputFile> file;
+  };
+
+  void open(const PictureOutput& output, const std::string& name,
+            const std::vector<std::string>& layers);
+  void writeManifest(const vela::picture::Picture& picture);
+  void writeExr(const File& file, const vela::picture::Picture& picture);
+  void writeImage(const File& file, const vela::picture::Picture& picture);
+
+  const RenderOptions& options_;
+  vela::picture::DisplayOptions display_;
+  std::vector<File> files_;
+  std::unique_ptr<OutputFile> manifest_;
+};
+
+}  // namespace command

@@ -1,0 +1,187 @@
+#include "PictureRecord.h"
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <sstream>
+#include <variant>
+
+#include "Messages.h"
+#include "OutputFile.h"
+#include "Text.h"
+#include "vela/Version.h"
+#include "vela/picture/ExrFile.h"
+
+namespace command {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using vela::picture::Picture;
+
+constexpr const char* kScene = "vela/scene";
+constexpr const char* kOptions = "vela/options";
+constexpr const char* kSelection = "vela/selection";
+
+const char* const kLenses[] = {"perspective", "orthographic", "spherical", "cylindrical"};
+const char* const kPurposes[] = {"default", "render", "proxy", "guide"};
+
+std::vector<std::string> sorted(std::vector<std::string> words) {
+  std::sort(words.begin(), words.end());
+  words.erase(std::unique(words.begin(), words.end()), words.end());
+  return words;
+}
+
+std::string commaList(const std::vector<std::string>& words) {
+  std::string list;
+  for (const std::string& word : words) list += (list.empty() ? "" : ",") + word;
+  return list;
+}
+
+std::string purposesOf(const SceneOptions& options) {
+  std::vector<std::string> names;
+  for (std::size_t i = 0; i < 4; ++i)
+    if (std::count(options.purposes.begin(), options.purposes.end(),
+                   static_cast<vela::scene::Purpose>(i)) > 0)
+      names.push_back(kPurposes[i]);
+  return commaList(names);
+}
+
+// What took effect, not what was typed: two command lines for one picture are one text.
+std::vector<std::string> wordsOf(const RenderOptions& options,
+                                 const vela::picture::PictureRenderer& renderer) {
+  const SceneOptions& scene = options.scene;
+  const vela::scene::View& view = renderer.view();
+  std::vector<std::string> words;
+  const auto add = [&](const char* name, const std::string& value) {
+    words.insert(words.end(), {name, value});
+  };
+  if (!view.camera.isEmpty()) add("--camera", view.camera.asString());
+  add("--lens", kLenses[view.lens]);
+  add("--size", std::to_string(view.width) + "x" + std::to_string(view.height));
+  if (!std::isnan(scene.time)) add("--time", toText(scene.time));
+  for (const std::string& type : sorted(scene.includedTypes)) add("--include-type", type);
+  for (const std::string& path : sorted(scene.excludedPaths)) add("--exclude", path);
+  add("--purpose", purposesOf(scene));
+  if (scene.withInvisible) words.emplace_back("--invisible");
+  if (scene.subdivisionLevel > 0) add("--subdivide", std::to_string(scene.subdivisionLevel));
+  if (scene.smooth) words.emplace_back("--smooth");
+  if (scene.engine == vela::scene::CasterKind::hitDetector) add("--engine", "hit-detector");
+  if (scene.materialPurpose == vela::scene::MaterialPurpose::preview)
+    add("--material-purpose", "preview");
+  const int grid = std::max(1, static_cast<int>(std::lround(std::sqrt(options.samples))));
+  add("--samples", std::to_string(grid * grid));
+  if (options.pattern == vela::picture::SamplePattern::regular) add("--pattern", "regular");
+  if (options.files.halfColour) words.emplace_back("--half");
+  add("--compression",
+      vela::picture::compressionNames()[static_cast<std::size_t>(options.files.compression)]);
+  return words;
+}
+
+// The file of that name in the current folder, else in the picture's; the name alone when there is
+// none.
+std::string findScene(const std::string& name, const std::string& picture) {
+  const fs::path beside = fs::path(picture).parent_path() / name;
+  std::error_code none;
+  if (!fs::exists(name, none) && fs::exists(beside, none)) return beside.string();
+  return name;
+}
+
+}  // namespace
+
+void recordPicture(const RenderOptions& options, const vela::picture::PictureRenderer& renderer,
+                   const std::optional<vela::Selection::GeoSelection>& selection,
+                   Picture& picture) {
+  picture.attributes.push_back({kScene, fs::path(options.scene.file).filename().string()});
+  picture.attributes.push_back({kOptions, joinWords(wordsOf(options, renderer))});
+  if (selection) {
+    std::ostringstream text;
+    selection->serialize(text);
+    picture.attributes.push_back({kSelection, text.str()});
+  }
+}
+
+void recordLayers(const std::vector<std::string>& layers, Picture& picture) {
+  for (vela::picture::Attribute& attribute : picture.attributes)
+    if (attribute.name == kOptions)
+      std::get<std::string>(attribute.value) += " " + joinWords({"--layers", commaList(layers)});
+}
+
+PictureRecord readRecord(const std::string& picture) {
+  noteInput(picture);
+  std::string why;
+  const auto options = vela::picture::readExrText(picture, kOptions, &why);
+  const auto scene = vela::picture::readExrText(picture, kScene, &why);
+  if (!options || !scene) throw failure(Message::noRecord, {picture, why});
+  PictureRecord record;
+  record.file = picture;
+  record.scene = findScene(*scene, picture);
+  record.selection = vela::picture::readExrText(picture, kSelection).value_or("");
+  record.options = splitWords(*options);
+  record.software = vela::picture::readExrText(picture, "software").value_or("");
+  return record;
+}
+
+void completeLike(Arguments& arguments, RenderOptions& options) {
+  const PictureRecord record = readRecord(arguments.text("--like"));
+  std::vector<std::string> words = record.options;
+  words.insert(words.end(), {"--", record.scene});
+  std::vector<char*> pointers;
+  for (std::string& word : words) pointers.push_back(word.data());
+  Arguments like(*findVerb("render"));
+  try {
+    like.read(static_cast<int>(pointers.size()), pointers.data());
+  } catch (const Failure& failed) {
+    throw failure(Message::noRecord, {record.file, describe(failed)});
+  }
+  std::error_code none;
+  if (!arguments.has("FILE") && !fs::exists(record.scene, none))
+    throw failure(Message::noSceneOfRecord, {record.scene, record.file});
+  // A selection that is given takes the place of the picture's.
+  if (!arguments.has("--selection")) options.likeSelection = record.selection;
+  options.likeSoftware = record.software;
+  arguments.addMissing(like);
+}
+
+std::string joinWords(const std::vector<std::string>& words) {
+  std::string text;
+  for (const std::string& word : words) {
+    if (!text.empty()) text += ' ';
+    const bool isPlain = !word.empty() && word.find_first_not_of(
+                                              "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUV"
+                                              "WXYZ0123456789-_./,:=+@%") == std::string::npos;
+    if (isPlain) {
+      text += word;
+      continue;
+    }
+    // Nothing is special in single quotes but their end.
+    text += '\'';
+    for (const char c : word) text += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    text += '\'';
+  }
+  return text;
+}
+
+std::vector<std::string> splitWords(const std::string& text) {
+  std::vector<std::string> words;
+  bool isInWord = false, isQuoted = false;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (!isQuoted && c == ' ') {
+      isInWord = false;
+      continue;
+    }
+    if (!isInWord) words.emplace_back();
+    isInWord = true;
+    if (c == '\'')
+      isQuoted = !isQuoted;
+    else if (!isQuoted && c == '\\' && i + 1 < text.size())
+      words.back() += text[++i];
+    else
+      words.back() += c;
+  }
+  return words;
+}
+
+}  // namespace command

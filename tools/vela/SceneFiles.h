@@ -1,0 +1,15 @@
+/// \file
+/// The files that a scene is made of beside its layers.
+#pragma once
+
+#include "ovo/Stage.h"
+
+namespace command {
+
+/// Notes every file that an attribute of the scene names, at any time, such as textures, tiles of
+/// textures included: no output may replace one. Walks over all prims, and is to be called when an
+/// output would replace a file at all (`replacesFiles()`).
+/// \throws Failure when an output that is open already is such a file; Interrupted
+void noteFilesOf(const ovo::Stage& stage);
+
+}  // namespace command
