@@ -437,8 +437,9 @@ class Picks(Case):
         beside = self.good("pick", scene, "--ray", "2.5,0.5,5,0,0,-1")
         self.assertNotIn("material", beside.stdout)
         self.assertIn("all", self.bad(2, *ray, "--material-purpose", "all"))
-        self.assertEqual(json.loads(self.good("info", scene, "--json").stdout)["materials"], [{"path": "/Looks/A", "prims": 1}])
-        self.assertIn("\nMaterials: 1\n         1  /Looks/A\n", self.good("info", scene).stdout)
+        self.assertEqual(json.loads(self.good("info", scene, "--json").stdout)["materials"],
+                         [{"path": "/Looks/A", "prims": 1, "previewSurface": False, "textures": []}])
+        self.assertIn("\nMaterials: 1\n         1  /Looks/A (no preview surface)\n", self.good("info", scene).stdout)
 
     def test_a_miss_is_told_and_is_no_error(self):
         self.assertEqual(self.pick("--ray", "0,0,5,0,0,1"), {"hit": False})

@@ -15,6 +15,7 @@
 #include "ovo/PropertyLinks.h"
 #include "ovo/Stage.h"
 #include "tarn/Constants.h"
+#include "vela/look/PreviewMaterial.h"
 #include "vela/scene/MaterialBinding.h"
 #include "vela/scene/ScenePrims.h"
 
@@ -74,20 +75,45 @@ class MaterialCounts {
   explicit MaterialCounts(const ovo::Stage& stage) : finder_(stage) {}
 
   void add(const ovo::Prim& prim, double time, std::vector<InfoReport::MaterialFacts>& facts) {
-    addOne(finder_.find(prim).material, facts);
+    addOne(finder_.find(prim).material, time, facts);
     if (ovo::MeshPrim(prim).isValid())
       for (const vela::scene::MaterialSubset& subset : vela::scene::materialSubsets(prim, time))
-        addOne(finder_.find(subset.prim).material, facts);
+        addOne(finder_.find(subset.prim).material, time, facts);
   }
 
  private:
-  void addOne(const ovo::Prim& material, std::vector<InfoReport::MaterialFacts>& facts) {
+  static InfoReport::MaterialFacts factsOf(const ovo::Prim& material, double time) {
+    const vela::look::PreviewMaterial read = vela::look::readPreviewMaterial(material, time);
+    InfoReport::MaterialFacts facts;
+    facts.path = material.getPath().asString();
+    facts.isShown = read.isShown;
+    for (const vela::look::NetworkNode& node : read.nodes)
+      if (node.kind == vela::look::NetworkNode::Kind::texture)
+        facts.textures.push_back({node.file.written, isThere(material, node.file)});
+    return facts;
+  }
+
+  // Of a name that stands for tiles one is enough.
+  static bool isThere(const ovo::Prim& material, const ovo::FileReference& file) {
+    const std::string mark = "<UDIM>";
+    const std::size_t at = file.anchored.find(mark);
+    if (at == std::string::npos) return !file.resolved.empty();
+    for (int tile = 1001; tile <= 1100; ++tile) {
+      std::string name = file.anchored;
+      name.replace(at, mark.size(), std::to_string(tile));
+      if (!ovo::PropertyLinks(material).resolveFile(name).empty()) return true;
+    }
+    return false;
+  }
+
+  void addOne(const ovo::Prim& material, double time,
+              std::vector<InfoReport::MaterialFacts>& facts) {
     if (!material.isValid()) return;
     const auto [path, isNewPath] = byPath_.try_emplace(material.getPath(), facts.size());
     if (isNewPath) {
       const auto [source, isNew] =
           bySource_.try_emplace(ovo::PropertyLinks(material).sourceKey(), facts.size());
-      if (isNew) facts.push_back({material.getPath().asString()});
+      if (isNew) facts.push_back(factsOf(material, time));
       path->second = source->second;
     }
     ++facts[path->second].prims;
@@ -178,8 +204,13 @@ void print(const InfoReport& report) {
 
   if (!report.materials.empty()) {
     std::printf("\nMaterials: %zu\n", report.materials.size());
-    for (std::size_t i = 0; i < std::min(report.materials.size(), kMostMeshes); ++i)
-      std::printf("  %8zu  %s\n", report.materials[i].prims, report.materials[i].path.c_str());
+    for (std::size_t i = 0; i < std::min(report.materials.size(), kMostMeshes); ++i) {
+      const InfoReport::MaterialFacts& material = report.materials[i];
+      std::printf("  %8zu  %s%s\n", material.prims, material.path.c_str(),
+                  material.isShown ? "" : " (no preview surface)");
+      for (const InfoReport::MaterialFacts::Texture& texture : material.textures)
+        std::printf("            %s%s\n", texture.file.c_str(), texture.found ? "" : " (missing)");
+    }
     if (report.materials.size() > kMostMeshes)
       std::printf("  ... and %zu more: --json lists all\n", report.materials.size() - kMostMeshes);
   }

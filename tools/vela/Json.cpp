@@ -104,8 +104,15 @@ std::string toJson(const InfoReport& report) {
     json["cameras"].push_back(entry);
   }
   json["materials"] = Json::array();
-  for (const InfoReport::MaterialFacts& material : report.materials)
-    json["materials"].push_back({{"path", material.path}, {"prims", material.prims}});
+  for (const InfoReport::MaterialFacts& material : report.materials) {
+    Json entry = {{"path", material.path},
+                  {"prims", material.prims},
+                  {"previewSurface", material.isShown},
+                  {"textures", Json::array()}};
+    for (const InfoReport::MaterialFacts::Texture& texture : material.textures)
+      entry["textures"].push_back({{"file", texture.file}, {"found", texture.found}});
+    json["materials"].push_back(entry);
+  }
   return dump(json, 2) + "\n";
 }
 

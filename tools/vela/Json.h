@@ -40,7 +40,13 @@ struct InfoReport {
   };
   struct MaterialFacts {
     std::string path;
+    struct Texture {
+      std::string file;  ///< as the scene has it
+      bool found = false;
+    };
     std::size_t prims = 0;  ///< that have it, subsets of meshes among them
+    bool isShown = false;   ///< by its preview surface
+    std::vector<Texture> textures;
   };
   std::string file, upAxis, defaultPrim;
   double metersPerUnit = 0, timeCodesPerSecond = 0, framesPerSecond = 0, startTimeCode = 0,

@@ -142,7 +142,11 @@ bool readArguments(int count, char** arguments, RenderOptions& options) {
   options.statistics = given.has("--stats");
   readInteger(given, "--samples", 1, 4096, options.samples);
   readInteger(given, "--threads", 0, 1024, options.threads);
-  readWord(given, "--material-purpose", {"full", "preview"}, options.scene.materialPurpose);
+  int purpose = 0;
+  readWord(given, "--material-purpose", {"full", "preview", "none"}, purpose);
+  options.materials = purpose != 2;
+  if (purpose == 1) options.scene.materialPurpose = vela::scene::MaterialPurpose::preview;
+  readInteger(given, "--texture-memory", 1, 1 << 20, options.textureMemory);
   readWord(given, "--pattern", {"jittered", "regular"}, options.pattern);
   if (options.samples == 1)
     sayUnused(given, {"--pattern"}, "a single sample is the pixel's centre");

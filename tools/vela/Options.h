@@ -79,6 +79,8 @@ struct RenderOptions {
   int samples = 16;
   vela::picture::SamplePattern pattern = vela::picture::SamplePattern::jittered;
   int threads = 0;
+  bool materials = true;     ///< else displayColor alone
+  int textureMemory = 1024;  ///< megabytes
   std::vector<std::string> layers = vela::picture::defaultLayers();
 };
 

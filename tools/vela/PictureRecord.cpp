@@ -68,8 +68,12 @@ std::vector<std::string> wordsOf(const RenderOptions& options,
   if (scene.subdivisionLevel > 0) add("--subdivide", std::to_string(scene.subdivisionLevel));
   if (scene.smooth) words.emplace_back("--smooth");
   if (scene.engine == vela::scene::CasterKind::hitDetector) add("--engine", "hit-detector");
-  if (scene.materialPurpose == vela::scene::MaterialPurpose::preview)
+  if (!options.materials)
+    add("--material-purpose", "none");
+  else if (scene.materialPurpose == vela::scene::MaterialPurpose::preview)
     add("--material-purpose", "preview");
+  if (options.textureMemory != RenderOptions().textureMemory)
+    add("--texture-memory", std::to_string(options.textureMemory));
   const int grid = std::max(1, static_cast<int>(std::lround(std::sqrt(options.samples))));
   add("--samples", std::to_string(grid * grid));
   if (options.pattern == vela::picture::SamplePattern::regular) add("--pattern", "regular");

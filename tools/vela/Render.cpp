@@ -42,6 +42,8 @@ vela::picture::RenderOptions pictureOptions(const RenderOptions& options) {
   picture.samples = options.samples;
   picture.pattern = options.pattern;
   picture.materialPurpose = scene.materialPurpose;
+  picture.materials = options.materials;
+  picture.textureMemory = static_cast<std::size_t>(options.textureMemory) << 20;
   picture.layers = layersToRender(options);
   return picture;
 }

@@ -138,6 +138,15 @@ void reportKind(const std::string& file, const Problem* problems, std::size_t co
       say(Notice::note, first.reason + ": " + number +
                             (first.count == 1 ? " other is" : " others are") + " left out");
       break;
+    case Problem::Kind::noTexture:
+      say(Notice::note, std::to_string(count) + " texture" + (count == 1 ? " is" : "s are") +
+                            " missing or cannot be read" + (count == 1 ? ": " : ", the first ") +
+                            first.text());
+      break;
+    case Problem::Kind::textureReduced:
+      say(Notice::note, std::to_string(count) + " texture" + (count == 1 ? " is" : "s are") +
+                            " reduced" + (count == 1 ? ": " : ", the first ") + first.text());
+      break;
     case Problem::Kind::notBound:
       say(Notice::note, std::to_string(count) + " collection" + (count == 1 ? " of" : "s of") +
                             " materials cannot be read" + (count == 1 ? ": " : ", the first ") +

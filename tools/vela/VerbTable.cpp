@@ -97,12 +97,8 @@ OptionGroup sceneGroup() {
             {"tracer", "hit-detector"}}}};
 }
 
-OptionRow materialPurpose() {
-  return {"--material-purpose",
-          "P",
-          "full; preview: materials that are bound for previews go before others",
-          Offer::words,
-          {"full", "preview"}};
+OptionRow materialPurpose(const char* help, std::vector<std::string> words) {
+  return {"--material-purpose", "P", help, Offer::words, std::move(words)};
 }
 
 VerbRow renderRow() {
@@ -172,7 +168,12 @@ VerbRow renderRow() {
          Offer::words,
          {"jittered", "regular"}},
         {"--threads", "N", "0: as many as the machine has. The picture is the same for any number"},
-        materialPurpose(),
+        materialPurpose("full; preview: materials that are bound for previews go before others; "
+                        "none: no materials, displayColor alone",
+                        {"full", "preview", "none"}),
+        {"--texture-memory", "MB",
+         "megabytes for textures: 1024. The largest are shown with fewer pixels when all would "
+         "take more"},
         {"--stats", "",
          "says on standard error how long each step took, how much memory, and the rays"},
         {"--selection", "S.sel", "tints what the selection has (vela select makes one)",
@@ -213,17 +214,19 @@ VerbRow pickRow() {
   row.summary = "says what a ray meets.";
   row.brief = "what is under a pixel, or along a ray";
   row.arguments = {sceneFile()};
-  row.groups = {{"The ray",
-                 {{"--pixel", "X,Y",
-                   "pixel of the picture that vela render would make with the same options; 0,0 "
-                   "is top left"},
-                  {"--ray", "O...,D...",
-                   "world origin and direction; the distance is in units of the direction's "
-                   "length"},
-                  materialPurpose(),
-                  json("as JSON")}},
-                viewGroup(),
-                sceneGroup()};
+  row.groups = {
+      {"The ray",
+       {{"--pixel", "X,Y",
+         "pixel of the picture that vela render would make with the same options; 0,0 "
+         "is top left"},
+        {"--ray", "O...,D...",
+         "world origin and direction; the distance is in units of the direction's "
+         "length"},
+        materialPurpose("full; preview: materials that are bound for previews go before others",
+                        {"full", "preview"}),
+        json("as JSON")}},
+      viewGroup(),
+      sceneGroup()};
   row.notes = {
       "Prints the prim's path (of an instance with its number, as vela render names it), its "
       "entry (render's prim.id less 1), face, distance, world position and normal, the last as "

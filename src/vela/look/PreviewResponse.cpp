@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "tarn/Constants.h"
+#include "tarn/Frame.h"
 
 namespace vela::look {
 
@@ -84,6 +85,49 @@ PreviewResponse respond(const PreviewSurface& surface, const Vec3f& normal, cons
         Vec3f(surface.clearcoat * coat * facets(surface.clearcoatRoughness, nl, nv, nh) * nl);
   }
   return response;
+}
+
+namespace {
+
+float alphaOf(float roughness) {
+  const float r = std::max(roughness, kSmoothest);
+  return r * r;
+}
+
+float densityOf(float alpha, float nh) {
+  const float base = nh * nh * (alpha * alpha - 1.0f) + 1.0f;
+  return alpha * alpha / (kPi * base * base);
+}
+
+}  // namespace
+
+ReflectedDirection sampleReflection(const PreviewSurface& surface, const Vec3f& normal,
+                                    const Vec3f& toViewer, float u, float v, bool coat) {
+  ReflectedDirection out;
+  const bool hasCoat = surface.clearcoat > 0.0f;
+  const float base = alphaOf(surface.roughness), top = alphaOf(surface.clearcoatRoughness);
+  const float alpha = coat && hasCoat ? top : base;
+
+  // A half vector by the density of facets; u below 1 keeps it off the horizon.
+  const float share = std::clamp(u, 0.0f, 0.9999999f);
+  const float cos2 = (1.0f - share) / (1.0f + (alpha * alpha - 1.0f) * share);
+  const float cosine = std::sqrt(std::max(cos2, 0.0f));
+  const float sine = std::sqrt(std::max(1.0f - cos2, 0.0f));
+  const float angle = 2.0f * kPi * v;
+  const tarn::Frame<float> frame = tarn::frameAbout(normal);
+  const Vec3f half =
+      frame.x * (sine * std::cos(angle)) + frame.y * (sine * std::sin(angle)) + frame.z * cosine;
+  const float vh = dot(toViewer, half);
+  out.toLight = (half * (2.0f * vh) - toViewer).normalized();
+  // Also false for a NaN.
+  if (!(vh > 0.0f) || !(dot(out.toLight, normal) > 0.0f)) return out;
+
+  const float facing =
+      hasCoat ? 0.5f * (densityOf(base, cosine) + densityOf(top, cosine)) : densityOf(base, cosine);
+  const float density = facing * cosine / (4.0f * vh);
+  if (!(density > 0.0f)) return out;
+  out.weight = respond(surface, normal, out.toLight, toViewer).specular * (1.0f / density);
+  return out;
 }
 
 }  // namespace vela::look

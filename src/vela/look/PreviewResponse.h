@@ -54,4 +54,22 @@ struct PreviewResponse {
                                                const tarn::Vec3f& toLight,
                                                const tarn::Vec3f& toViewer);
 
+/// A direction of light that reflects towards the viewer, likelier where more of it does.
+struct ReflectedDirection {
+  tarn::Vec3f toLight;
+  /// The specular response over the density of such directions: the mean of weight times light,
+  /// over many, is what reflects. Zero for directions that come from behind.
+  tarn::Vec3f weight;
+};
+
+/// \param u, v  a point of the unit square
+/// \param coat  whether the coat reflects here, else the base: each for half of the directions.
+///              Without a coat the base always does
+/// Source: Walter et al. 2007, with the density of both reflections together, so that neither makes
+/// the other noisy.
+[[nodiscard]] VELA_API ReflectedDirection sampleReflection(const PreviewSurface& surface,
+                                                           const tarn::Vec3f& normal,
+                                                           const tarn::Vec3f& toViewer, float u,
+                                                           float v, bool coat);
+
 }  // namespace vela::look

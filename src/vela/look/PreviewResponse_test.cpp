@@ -92,6 +92,38 @@ TEST(PreviewResponse, IsFiniteForAnyInputsAfterTheyAreBroughtToWhereTheyMeanSome
   }
 }
 
+TEST(PreviewResponse, SampledReflectionsAddUpToWhatReflects) {
+  // The integral of the specular response over the half sphere, by directions spread evenly and by
+  // sampled ones.
+  PreviewSurface rough, coated;
+  rough.roughness = 0.4f;
+  rough.metallic = 1.0f;
+  rough.diffuseColor = {0.9f, 0.6f, 0.3f};
+  coated.roughness = 0.6f;
+  coated.clearcoat = 0.8f;
+  coated.clearcoatRoughness = 0.3f;
+  std::mt19937 random(7);
+  std::uniform_real_distribution<float> unit(0.0f, 1.0f);
+  for (const PreviewSurface& surface : {rough, coated}) {
+    double even[3] = {}, sampled[3] = {};
+    constexpr int kCount = 400000;
+    for (int i = 0; i < kCount; ++i) {
+      const float z = unit(random), angle = 6.2831853f * unit(random);
+      const float r = std::sqrt(1.0f - z * z);
+      const Vec3f one =
+          respond(surface, kUp, {r * std::cos(angle), r * std::sin(angle), z}, kLeft45).specular;
+      const Vec3f other = vela::look::sampleReflection(surface, kUp, kLeft45, unit(random),
+                                                       unit(random), i % 2 == 1)
+                              .weight;
+      for (std::size_t c = 0; c < 3; ++c) {
+        even[c] += static_cast<double>(one[c]) * 6.283185307 / kCount;
+        sampled[c] += static_cast<double>(other[c]) / kCount;
+      }
+    }
+    for (std::size_t c = 0; c < 3; ++c) EXPECT_NEAR(sampled[c] / even[c], 1.0, 0.02);
+  }
+}
+
 TEST(PreviewResponse, AMattSurfaceSendsOnWhatItsColourSays) {
   // Over the half sphere, of a surface without reflections: the integral is the colour itself.
   PreviewSurface surface;

@@ -1,13 +1,16 @@
 // What pictures say and show of materials.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <memory>
 #include <string>
 #include <variant>
 #include <vector>
 
+#include "support/ChildProcess.h"
 #include "support/TextStage.h"
 #include "vela/picture/PictureRenderer.h"
+#include "vela/picture/PngFile.h"
 
 namespace {
 
@@ -64,6 +67,178 @@ TEST(PictureMaterials, TheLayerHasTheMaterialOfEachFaceAndTheManifestItsName) {
   ASSERT_TRUE(picture);
   for (const Attribute& attribute : picture->attributes)
     EXPECT_NE(attribute.name, "material/manifest");
+}
+
+// A square of two units about the zero point, seen from straight ahead so that it fills the
+// picture, with a material of these inputs; and what else there is.
+std::shared_ptr<ovo::Stage> squareOf(const std::string& inputs, const std::string& more = "",
+                                     const std::string& nodes = "") {
+  return stageOf(
+      "def Material \"M\"\n{\n token outputs:surface.connect = </M/S.outputs:surface>\n"
+      " def Shader \"S\"\n {\n  uniform token info:id = \"UsdPreviewSurface\"\n" +
+      inputs + "  token outputs:surface\n }\n" + nodes + "}\n" +
+      vela_test::squareText("Square",
+                            " rel material:binding = </M>\n"
+                            " texCoord2f[] primvars:st = [(0,0), (1,0), (1,1), (0,1)]"
+                            " (interpolation = \"vertex\")\n") +
+      more +
+      "def Camera \"Cam\"\n{\n token projection = \"orthographic\"\n"
+      " float horizontalAperture = 20\n float verticalAperture = 20\n"
+      " double3 xformOp:translate = (0, 0, 5)\n"
+      " uniform token[] xformOpOrder = [\"xformOp:translate\"]\n}\n");
+}
+
+// A square behind it, without a material, of one colour.
+std::string backText(const std::string& colour) {
+  return vela_test::squareText(
+      "Back", " color3f[] primvars:displayColor = [" + colour + "]\n" + vela_test::at(0, 0, -1));
+}
+
+RenderOptions smallOptions() {
+  RenderOptions options;
+  options.view.width = options.view.height = 8;
+  options.samples = 4;
+  options.layers = {"rgba", "albedo"};
+  return options;
+}
+
+Picture pictureOf(const std::shared_ptr<ovo::Stage>& stage,
+                  const RenderOptions& options = smallOptions()) {
+  std::string error;
+  auto picture = renderPicture(stage, options, 1, {}, &error);
+  EXPECT_TRUE(picture) << error;
+  return picture ? *std::move(picture) : Picture();
+}
+
+float at(const Picture& picture, const char* channel, int x = 4, int y = 4) {
+  return picture.channel(channel).floats(x, y);
+}
+
+TEST(PictureMaterials, AlbedoIsTheDiffuseColourWhateverTheOpacity) {
+  for (const char* opacity : {"1", "0.25"}) {
+    const Picture picture =
+        pictureOf(squareOf("  color3f inputs:diffuseColor = (0.25, 0.5, 0.75)\n  float "
+                           "inputs:opacity = " +
+                           std::string(opacity) + "\n"));
+    EXPECT_FLOAT_EQ(at(picture, "albedo.R"), 0.25f);
+    EXPECT_FLOAT_EQ(at(picture, "albedo.G"), 0.5f);
+    EXPECT_FLOAT_EQ(at(picture, "albedo.B"), 0.75f);
+    EXPECT_FLOAT_EQ(at(picture, "A"), std::stof(opacity));
+  }
+}
+
+TEST(PictureMaterials, WhatIsBehindShowsAsFarAsTheOpacityLetsIt) {
+  // Black in front of nothing and in front of a square; without reflections.
+  const std::string black =
+      "  color3f inputs:diffuseColor = (0, 0, 0)\n  int inputs:useSpecularWorkflow = 1\n"
+      "  float inputs:ior = 1\n";
+  const auto red = [&](const std::string& inputs, const std::string& more) {
+    return at(pictureOf(squareOf(black + inputs, more)), "R");
+  };
+  const std::string back = backText("(1, 1, 1)");
+  const float whole = red("  float inputs:opacity = 0\n", back);
+  EXPECT_GT(whole, 0.1f);
+  const float half = red("  float inputs:opacity = 0.5\n", back);
+  // Half of the light comes through to the back, and half of it through to the camera.
+  EXPECT_GT(half, 0.2f * whole);
+  EXPECT_LT(half, 0.55f * whole);
+  EXPECT_LT(red("", back), 0.02f);
+  EXPECT_FLOAT_EQ(at(pictureOf(squareOf(black + "  float inputs:opacity = 0.5\n", back)), "A"),
+                  1.0f);
+}
+
+TEST(PictureMaterials, BelowTheThresholdThereIsNoSurfaceAndNoShadow) {
+  const std::string back = backText("(0, 1, 0)");
+  const auto render = [&](const std::string& inputs) { return pictureOf(squareOf(inputs, back)); };
+  const Picture cut =
+      render("  float inputs:opacity = 0.4\n  float inputs:opacityThreshold = 0.5\n");
+  const Picture gone = pictureOf(squareOf("  float inputs:opacity = 0\n", back));
+  EXPECT_EQ(at(cut, "albedo.G"), 1.0f);
+  EXPECT_EQ(at(cut, "albedo.R"), 0.0f);
+  EXPECT_NEAR(at(cut, "G"), at(gone, "G"), 0.12f);
+  const Picture kept =
+      render("  float inputs:opacity = 0.6\n  float inputs:opacityThreshold = 0.5\n");
+  EXPECT_FLOAT_EQ(at(kept, "albedo.G"), 0.18f);
+  EXPECT_FLOAT_EQ(at(kept, "A"), 1.0f);
+}
+
+TEST(PictureMaterials, ReflectionsOfGlassStayAndThoseOfPresenceFade) {
+  const std::string glass =
+      "  color3f inputs:emissiveColor = (1, 1, 1)\n  float inputs:opacity = 0.25\n";
+  EXPECT_GT(at(pictureOf(squareOf(glass)), "R"), 1.0f);
+  EXPECT_LT(at(pictureOf(squareOf(glass + "  token inputs:opacityMode = \"presence\"\n")), "R"),
+            0.5f);
+}
+
+TEST(PictureMaterials, ValuesThatAreNoNumbersLeaveNoneInThePicture) {
+  for (const char* bad :
+       {"  float inputs:opacity = nan\n", "  color3f inputs:diffuseColor = (nan, inf, -5)\n",
+        "  color3f inputs:emissiveColor = (inf, nan, -inf)\n",
+        "  float inputs:roughness = nan\n  float inputs:ior = -inf\n  float inputs:metallic = "
+        "inf\n",
+        "  float inputs:opacityThreshold = nan\n", "  float inputs:clearcoat = 1e38\n"}) {
+    const Picture picture = pictureOf(squareOf(bad, backText("(1, 0, 0)")));
+    for (const Layer& layer : picture.layers)
+      for (const float value : layer.floats) ASSERT_TRUE(std::isfinite(value)) << bad;
+  }
+}
+
+TEST(PictureMaterials, WithoutThemThePictureIsAsIfNoneWereBound) {
+  const std::string colour = backText("(0.2, 0.4, 0.6)");
+  RenderOptions options = smallOptions();
+  options.materials = false;
+  const Picture off = pictureOf(squareOf("  float inputs:opacity = 0.5\n", colour), options);
+  // A binding that leads nowhere shows nothing either.
+  const auto unbound = squareOf("", colour);
+  ASSERT_TRUE(
+      unbound->getPrimAtPath("/Square").setRelationshipTargets("material:binding", {"/Gone"}));
+  const Picture none = pictureOf(unbound);
+  for (std::size_t i = 0; i < off.layers.size(); ++i)
+    EXPECT_EQ(off.layers[i].floats, none.layers[i].floats);
+}
+
+TEST(PictureMaterials, ATextureStandsUprightAndFootprintsPickReductions) {
+  const vela_test::TemporaryFolder folder;
+  // Red over blue, each of both halves.
+  std::vector<float> rgb;
+  for (int y = 0; y < 64; ++y)
+    for (int x = 0; x < 64; ++x)
+      for (const float v : {y < 32 ? 1.0f : 0.0f, 0.0f, y < 32 ? 0.0f : 1.0f}) rgb.push_back(v);
+  ASSERT_TRUE(writePng(64, 64, rgb, folder.file("t.png")));
+  const auto stage =
+      squareOf("  color3f inputs:diffuseColor.connect = </M/T.outputs:rgb>\n", "",
+               " def Shader \"T\"\n {\n  uniform token info:id = \"UsdUVTexture\"\n"
+               "  asset inputs:file = @" +
+                   folder.file("t.png") +
+                   "@\n"
+                   "  float2 inputs:st.connect = </M/R.outputs:result>\n  float3 outputs:rgb\n }\n"
+                   " def Shader \"R\"\n {\n  uniform token info:id = \"UsdPrimvarReader_float2\"\n"
+                   "  string inputs:varname = \"st\"\n  float2 outputs:result\n }\n");
+  RenderOptions options = smallOptions();
+  const Picture picture = pictureOf(stage, options);
+  EXPECT_NEAR(at(picture, "albedo.R", 4, 1), 1.0f, 1e-3f);
+  EXPECT_NEAR(at(picture, "albedo.B", 4, 1), 0.0f, 1e-3f);
+  EXPECT_NEAR(at(picture, "albedo.B", 4, 6), 1.0f, 1e-3f);
+  // A picture of one pixel and one sample sees all of the texture, not the texel in its middle.
+  options.view.width = options.view.height = 1;
+  options.samples = 1;
+  const Picture tiny = pictureOf(stage, options);
+  EXPECT_NEAR(at(tiny, "albedo.R", 0, 0), 0.5f, 0.02f);
+  EXPECT_NEAR(at(tiny, "albedo.B", 0, 0), 0.5f, 0.02f);
+}
+
+TEST(PictureMaterials, PixelsDependOnNeitherTilesNorThreads) {
+  const auto stage = squareOf("  float inputs:opacity = 0.5\n  float inputs:metallic = 0.5\n",
+                              backText("(1, 0, 0)"));
+  const auto renderer = PictureRenderer::make(stage, smallOptions());
+  ASSERT_TRUE(renderer);
+  const auto one = renderer->renderAll(1), many = renderer->renderAll(4);
+  const auto part = renderer->render({3, 2, 7, 6});
+  for (std::size_t i = 0; i < one->layers.size(); ++i)
+    EXPECT_EQ(one->layers[i].floats, many->layers[i].floats);
+  for (int y = 0; y < 4; ++y)
+    for (int x = 0; x < 4; ++x)
+      EXPECT_EQ(part->channel("R").floats(x, y), one->channel("R").floats(x + 3, y + 2));
 }
 
 }  // namespace

@@ -111,7 +111,7 @@ bool needsSurfaceNormals(const LayerChoice& layers) {
 
 // What all tiles share, and the surfaces where light or normals need them.
 void makeJob(const std::shared_ptr<ovo::Stage>& stage, const RenderOptions& options,
-             OpenPicture& open) {
+             std::vector<Problem>& problems, const scene::Work& work, OpenPicture& open) {
   const int grid = std::max(1, static_cast<int>(std::lround(std::sqrt(options.samples))));
   const int ambientGrid = std::max(1, static_cast<int>(std::lround(6.0 / grid)));
   const bool needsLight = open.layers.has(Sampling::meanOfSamples);
@@ -121,6 +121,9 @@ void makeJob(const std::shared_ptr<ovo::Stage>& stage, const RenderOptions& opti
     const double radius = box.isEmpty() ? 1.0 : 0.5 * box.size().length();
     open.shader.emplace(open.meshes, *open.caster, options.time, open.view, radius, ambientGrid,
                         options.smooth);
+    if (needsLight && options.materials)
+      open.shader->useMaterials(*open.materials, options.time, options.textureMemory, problems,
+                                work);
     if (options.selection) {
       Selection::GeoSelection selection = *options.selection;
       open.shader->tint(selection, stage);
@@ -187,7 +190,9 @@ bool setUp(const std::shared_ptr<ovo::Stage>& stage, const RenderOptions& option
   }
 
   // What the meshes are made of, where that is asked for.
-  if (open.layers.has("material") || hasMatte(open.layers, detail::MatteKind::material)) {
+  const bool showsMaterials = options.materials && open.layers.has(Sampling::meanOfSamples);
+  if (showsMaterials || open.layers.has("material") ||
+      hasMatte(open.layers, detail::MatteKind::material)) {
     open.materials =
         scene::findMaterials(*stage, open.meshes, options.materialPurpose, options.time, work);
     if (work.isStopped()) return fail(problemOf(Problem::Kind::stopped, "", "stopped"));
@@ -215,7 +220,8 @@ bool setUp(const std::shared_ptr<ovo::Stage>& stage, const RenderOptions& option
   open.framesPerSecond = stage->getFramesPerSecond();
   if (!open.view.camera.isEmpty())
     open.exposure = exposureOf(stage->getPrimAtPath(open.view.camera), options.time);
-  makeJob(stage, options, open);
+  makeJob(stage, options, problems, work, open);
+  if (work.isStopped()) return fail(problemOf(Problem::Kind::stopped, "", "stopped"));
   return true;
 }
 

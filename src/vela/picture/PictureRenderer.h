@@ -2,6 +2,7 @@
 /// From a scene to a picture of it.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -44,6 +45,10 @@ struct RenderOptions {
   std::optional<Selection::GeoSelection> selection;
   /// Which of the scene's materials count.
   scene::MaterialPurpose materialPurpose = scene::MaterialPurpose::full;
+  /// False: surfaces have their displayColor alone, as those without a material have.
+  bool materials = true;
+  /// What textures may take of memory, in bytes; larger ones are shown with fewer pixels.
+  std::size_t textureMemory = std::size_t{1} << 30;
 };
 
 /// What a renderer has done until now, over all of its calls and threads.

@@ -7,6 +7,7 @@
 #include "ovo/CameraPrim.h"
 #include "ovo/MeshPrim.h"
 #include "ovo/Tokens.h"
+#include "vela/look/PreviewMaterial.h"
 #include "vela/scene/ScenePrims.h"
 
 namespace vela::scene {
@@ -35,12 +36,8 @@ Keys materials(const ovo::Prim& prim, double) {
   return keys;
 }
 
-Keys textures(const ovo::Prim& prim, double time) {
-  std::string file;
-  if (prim.getTypeName() != ovo::Token("Shader") ||
-      !prim.getAttr(ovo::Token("inputs:file")).get(file, time) || file.empty())
-    return {};
-  return {file};
+bool isNoPreviewMaterial(const ovo::Stage& stage, const std::string& path, double time) {
+  return !look::readPreviewMaterial(stage.getPrimAtPath(path), time).isShown;
 }
 
 Keys opacities(const ovo::Prim& prim, double time) {
@@ -73,13 +70,14 @@ struct Row {
   LeftOutKind kind;
   Keys (*ofPrim)(const ovo::Prim& prim, double time) = nullptr;
   bool (*ofCamera)(const ovo::CameraParameters& camera) = nullptr;
+  // Whether what a key stands for is left out; null: always.
+  bool (*isLeftOut)(const ovo::Stage& stage, const std::string& key, double time) = nullptr;
 };
 
 // A row is deleted when pictures show the thing.
 constexpr Row kRows[] = {
     {{"light", "lights", LeftOutConcern::look}, lights},
-    {{"material", "materials", LeftOutConcern::look}, materials},
-    {{"texture", "textures", LeftOutConcern::look}, textures},
+    {{"material", "materials", LeftOutConcern::look}, materials, nullptr, isNoPreviewMaterial},
     {{"prim with opacity", "prims with opacity", LeftOutConcern::look}, opacities},
     {{"draw mode", "draw modes", LeftOutConcern::shape}, drawModes},
     {{"depth of field", "depth of field", LeftOutConcern::camera}, nullptr, hasDepthOfField},
@@ -124,8 +122,10 @@ std::vector<LeftOut> findLeftOut(const ovo::Stage& stage, const MeshList& list,
           if (!kRows[i].ofPrim) continue;
           for (std::string& key : kRows[i].ofPrim(prim, filter.time)) {
             if (!filter.withInvisible && !prim.isVisible(filter.time)) break;
-            if (found[i].count == 0) found[i].first = key;
-            if (known[i].insert(std::move(key)).second) ++found[i].count;
+            const auto [place, isNew] = known[i].insert(std::move(key));
+            if (!isNew || (kRows[i].isLeftOut && !kRows[i].isLeftOut(stage, *place, filter.time)))
+              continue;
+            if (found[i].count++ == 0) found[i].first = *place;
           }
         }
         return true;

@@ -32,15 +32,15 @@ struct LeftOutKind {
 struct LeftOut {
   std::string what;  ///< of the kind, by the count; of shapes without faces their type's name
   std::size_t count = 0;
-  std::string first;  ///< path of the first in the scene's order; of a texture its file
+  std::string first;  ///< path of the first in the scene's order
   LeftOutConcern concern = LeftOutConcern::shape;
 };
 
 /// The kinds, in the order in which findLeftOut() tells them.
 [[nodiscard]] VELA_API std::vector<LeftOutKind> leftOutKinds();
 
-/// Counts what is left out of a picture. Invisible and excluded prims do not count, materials and
-/// textures once however often they are used.
+/// Counts what is left out of a picture. Invisible and excluded prims do not count, materials once
+/// however often they are used, and only where they have no preview surface.
 ///
 /// Surfaces that a refined list could not refine are not told here but in MeshList::notRefined.
 ///

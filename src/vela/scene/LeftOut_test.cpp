@@ -62,7 +62,7 @@ def Cube "A" { rel material:binding = </Red> }
 def Cube "B" { rel material:binding = </Red> }
 def Cube "C" { rel material:binding = </Missing> }
 )"),
-            "2 materials, 1 texture");
+            "2 materials");
 }
 
 TEST(LeftOut, OpacityBelowOneAndDrawModesAreTold) {

@@ -142,6 +142,40 @@ bool refineShapes(MeshList& list, double time, int level, Problem* problem, cons
   return true;
 }
 
+bool carryOverRefined(const Shape& shape, double time, const ovo::Token& interpolation,
+                      ovo::Array<Vec3f>& values) {
+  const ovo::Tokens& names = ovo::tokens();
+  const Refinement& from = *shape.refinement;
+  if (interpolation == names.constant) return !values.empty();
+  if (interpolation == names.uniform) {
+    if (values.size() < from.counts.size()) return false;
+    ovo::Array<Vec3f> spread(from.sourceFaces.size());
+    Vec3f* out = spread.data();
+    for (const int face : from.sourceFaces.view()) *out++ = values.view()[face];
+    values = spread;
+    return true;
+  }
+  const bool isOfCorners = interpolation == names.faceVarying;
+  if (!isOfCorners && interpolation != names.vertex && interpolation != names.varying) return false;
+  if (values.size() < (isOfCorners ? from.indices.size() : from.points.size())) return false;
+
+  ovo::Array<int> counts = from.counts, indices = from.indices;
+  ovo::Array<Vec3f> points = from.points, carried = values;
+  ovo::MeshTessellateContext context;
+  context.vertsPerFace = &counts;
+  context.faceVertPointIndices = &indices;
+  context.points = &points;
+  (isOfCorners                      ? context.vec3s
+   : interpolation == names.varying ? context.linearPointVec3s
+                                    : context.pointVec3s)
+      .push_back(&carried);
+  if (!ovo::subdivideUniform(ovo::ArgSet(shape.prim, time), counts.size(), indices.size(),
+                             points.size(), 0, from.level, context))
+    return false;
+  values = carried;
+  return true;
+}
+
 ovo::Array<Vec3f> spreadOverRefinedPoints(const Shape& shape, double time,
                                           const ovo::Array<Vec3f>& values) {
   const Refinement& from = *shape.refinement;

@@ -25,6 +25,16 @@ namespace vela::scene {
 VELA_API bool refineShapes(MeshList& list, double time, int level, Problem* problem = nullptr,
                            const Work& work = {});
 
+/// Values on a refined shape's control mesh, carried over to the refined one as colours are.
+///
+/// \param interpolation which values there are; stays what it is
+/// \param values        of the control mesh; those of the refined one afterwards
+/// \return false, with \p values untouched, when there are too few values, or the interpolation is
+///         none
+[[nodiscard]] VELA_API bool carryOverRefined(const Shape& shape, double time,
+                                             const ovo::Token& interpolation,
+                                             ovo::Array<tarn::Vec3f>& values);
+
 /// Values at the points of a refined shape's control mesh, spread linearly over the refined points.
 [[nodiscard]] VELA_API ovo::Array<tarn::Vec3f> spreadOverRefinedPoints(
     const Shape& shape, double time, const ovo::Array<tarn::Vec3f>& values);

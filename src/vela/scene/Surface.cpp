@@ -202,6 +202,86 @@ Vec3f Surface::colour(const SurfacePoint& point) const {
   return colours_.spread == Spread::none ? kNeutral : at(colours_, point);
 }
 
+namespace {
+
+// The values of a primvar of so many numbers, parted after the third; false when there is none.
+bool readParted(const ovo::Primvar& primvar, int components, double time, ovo::Array<Vec3f>& head,
+                ovo::Array<Vec3f>& tail) {
+  if (!primvar.isValid() || primvar.elementSize() != 1) return false;
+  const auto put = [&](const auto& values, const auto& headOf) {
+    head.resize(values.size());
+    Vec3f* out = head.data();
+    for (const auto& value : values.view()) *out++ = headOf(value);
+    return true;
+  };
+  ovo::Array<float> ones;
+  ovo::Array<int> wholes;
+  ovo::Array<tarn::Vec2f> twos;
+  ovo::Array<tarn::Vec4f> fours;
+  switch (components) {
+    case 1:
+      if (primvar.computeFlattened(ones, time))
+        return put(ones, [](float v) { return Vec3f(v, 0.0f, 0.0f); });
+      return primvar.computeFlattened(wholes, time) &&
+             put(wholes, [](int v) { return Vec3f(static_cast<float>(v), 0.0f, 0.0f); });
+    case 2:
+      return primvar.computeFlattened(twos, time) &&
+             put(twos, [](const tarn::Vec2f& v) { return Vec3f(v.x, v.y, 0.0f); });
+    case 3: return primvar.computeFlattened(head, time);
+    case 4: {
+      if (!primvar.computeFlattened(fours, time)) return false;
+      tail.resize(fours.size());
+      Vec3f* out = tail.data();
+      for (const tarn::Vec4f& v : fours.view()) *out++ = Vec3f(v.w, 0.0f, 0.0f);
+      return put(fours, [](const tarn::Vec4f& v) { return Vec3f(v.x, v.y, v.z); });
+    }
+    default: return false;
+  }
+}
+
+}  // namespace
+
+std::optional<std::size_t> Surface::addPrimvar(const ovo::Token& name, int components) {
+  const ovo::Primvar from = shape_.prim.findInheritedPrimvar(name);
+  Primvar4 read;
+  if (name.isEmpty() || !readParted(from, components, time_, read.head.values, read.tail.values))
+    return std::nullopt;
+  const ovo::Token interpolation = from.interpolation();
+  // The faces of a made mesh are not known to the scene.
+  if (!shape_.prim.isValid() && interpolation != ovo::tokens().constant) return std::nullopt;
+  for (Values* values : {&read.head, &read.tail}) {
+    if (values->values.empty()) continue;
+    if (shape_.refinement && !carryOverRefined(shape_, time_, interpolation, values->values))
+      return std::nullopt;
+    values->spread = spreadOf(interpolation, values->values.size());
+    if (values->spread == Spread::none) return std::nullopt;
+  }
+  if (read.head.spread == Spread::none) return std::nullopt;
+  primvars_.push_back(std::move(read));
+  return primvars_.size() - 1;
+}
+
+tarn::Vec4f Surface::primvar(std::size_t number, const SurfacePoint& point) const {
+  const Primvar4& from = primvars_[number];
+  const Vec3f head = at(from.head, point);
+  const float last = from.tail.spread == Spread::none ? 0.0f : at(from.tail, point).x;
+  return {head.x, head.y, head.z, last};
+}
+
+tarn::Vec4f Surface::primvarAt(std::size_t number, int face, int point, int faceVertex) const {
+  const auto one = [&](const Values& values) {
+    switch (values.spread) {
+      case Spread::none: return Vec3f();
+      case Spread::constant: return values.values.view()[0];
+      case Spread::face: return values.values.view()[face];
+      case Spread::point: return values.values.view()[point];
+      default: return values.values.view()[faceVertex];
+    }
+  };
+  const Vec3f head = one(primvars_[number].head);
+  return {head.x, head.y, head.z, one(primvars_[number].tail).x};
+}
+
 Vec3f Surface::normal(const SurfacePoint& point) const { return at(normals_, point); }
 
 void Surface::setSelection(bool whole, const std::vector<float>& faces,

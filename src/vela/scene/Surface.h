@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstddef>
+#include <optional>
 #include <vector>
 
 #include "ovo/Array.h"
@@ -83,6 +84,21 @@ class VELA_API Surface {
   /// True when the scene gives the mesh a colour.
   [[nodiscard]] bool hasOwnColour() const noexcept { return colours_.spread != Spread::none; }
 
+  /// Reads a primvar, inherited ones too, to be asked for between points. To be called while
+  /// nothing else uses the surface.
+  /// \param components how many numbers its values have, 1 to 4
+  /// \return its number for the calls below; nothing when there is none of so many numbers, or
+  ///         their count does not fit
+  std::optional<std::size_t> addPrimvar(const ovo::Token& name, int components);
+  /// The values of a primvar at a point; the missing ones of four are 0.
+  [[nodiscard]] tarn::Vec4f primvar(std::size_t number, const SurfacePoint& point) const;
+  /// The same at a corner of the shape's faces.
+  /// \param face       the face
+  /// \param point      the corner's point
+  /// \param faceVertex where the corner stands in Shape::indices
+  [[nodiscard]] tarn::Vec4f primvarAt(std::size_t number, int face, int point,
+                                      int faceVertex) const;
+
   /// True when there are normals to shade with beside the faces': the scene's own, or those of a
   /// smooth surface.
   [[nodiscard]] bool hasOwnNormals() const noexcept { return normals_.spread != Spread::none; }
@@ -126,6 +142,11 @@ class VELA_API Surface {
   double time_;
   std::vector<std::size_t> starts_;  // where each face begins in the indices
   Values colours_, normals_, selectedPoints_;
+  // Of each primvar: the first three numbers, and the fourth in a list of its own.
+  struct Primvar4 {
+    Values head, tail;
+  };
+  std::vector<Primvar4> primvars_;
   std::vector<float> selectedFaces_;
   bool isSelected_ = false;
 };

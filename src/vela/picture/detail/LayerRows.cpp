@@ -107,7 +107,7 @@ std::vector<LayerRow> writtenRows() {
         {"albedo.R", "albedo.G", "albedo.B"},
         kFloats,
         kOnRequest,
-        "displayColor without light"},
+        "displayColor, or a material's diffuse colour, without light"},
        +[](const PixelMean& mean, LayerValues& out) { put(mean.albedo, out); },
        Channel::color3,
        {Channel::colorRed, Channel::colorGreen, Channel::colorBlue}},

@@ -6,6 +6,7 @@
 #include "ovo/Path.h"
 #include "tarn/Constants.h"
 #include "tarn/Mat4.h"
+#include "vela/look/PreviewResponse.h"
 
 namespace vela::picture::detail {
 
@@ -100,6 +101,131 @@ void Shader::tint(Selection::GeoSelection& selection, const std::shared_ptr<ovo:
   }
 }
 
+void Shader::useMaterials(const scene::SceneMaterials& materials, double time,
+                          std::size_t textureBytes, std::vector<scene::Problem>& problems,
+                          const scene::Work& work) {
+  auto looks = std::make_unique<Looks>(meshes_, materials, surfaces_, time, textureBytes, work);
+  problems.insert(problems.end(), looks->problems().begin(), looks->problems().end());
+  looks_ = std::move(looks);
+}
+
+scene::WorldRay Shader::raysBehind(const LitPoint& point, const scene::WorldRay& ray,
+                                   const scene::SurfaceHit& hit) {
+  scene::WorldRay behind = ray;
+  behind.base = point.base;
+  behind.offset = Vec3d(point.far);
+  behind.minDistance = 0.0f;
+  behind.maxDistance = std::max(ray.maxDistance - static_cast<float>(hit.distance), 0.0f);
+  return behind;
+}
+
+Shader::Seen Shader::see(const scene::WorldRay& ray, const scene::SurfaceHit& hit,
+                         const PixelSamples& samples, std::size_t sample, std::size_t target,
+                         float weight, float footprint, Batch& batch) const {
+  Seen seen;
+  const std::optional<std::uint32_t> material = looks_->at(hit);
+  if (!material) {
+    const std::size_t first = batch.lights.size();
+    seen.albedo = light(ray, hit, samples, sample, target, batch);
+    for (std::size_t i = first; i < batch.lights.size(); ++i) batch.lights[i].colour *= weight;
+    return seen;
+  }
+
+  const Placed& placed = placed_[hit.entry];
+  const scene::SurfacePoint onSurface = placed.space.surfacePoint(hit);
+  LookPoint look =
+      looks_->evaluate(*material, hit, onSurface,
+                       shadingNormal(*placed.surface, placed.space, onSurface, hit), footprint);
+  LitPoint point = litPoint(placed, look.surface.diffuseColor, onSurface, ray, hit, &look.normal);
+  point.target = target;
+  seen.behind = raysBehind(point, ray, hit);
+  if (look.isCutOut) {
+    seen.coverage = 0.0f;
+    seen.isSurface = false;
+    return seen;
+  }
+  seen.albedo = look.surface.diffuseColor;
+  seen.coverage = look.opacity;
+  seen.emission = look.surface.emissiveColor * (look.fadesWhole ? look.opacity : 1.0f);
+  // With the highlight of what is selected.
+  look.surface.diffuseColor = point.albedo;
+  addDirectional(point, look, key_, samples.key(sample), weight, batch);
+  addDirectional(point, look, fill_, samples.fill(sample), weight, batch);
+  addDaylight(point, look, samples, sample, weight, batch);
+  return seen;
+}
+
+float Shader::through(const scene::WorldRay& ray, const scene::SurfaceHit& hit,
+                      scene::WorldRay& behind) const {
+  const Placed& placed = placed_[hit.entry];
+  const scene::SurfacePoint onSurface = placed.space.surfacePoint(hit);
+  const float share = looks_->through(hit, onSurface);
+  if (share > 0.0f) {
+    const Vec3f normal = hit.normal;
+    behind = raysBehind(litPoint(placed, {}, onSurface, ray, hit, &normal), ray, hit);
+  }
+  return share;
+}
+
+// A light's colour is what a white matt surface sends on of it: pi times its share.
+void Shader::addDirectional(const LitPoint& point, const LookPoint& look, const Directional& light,
+                            const Vec2f& onLight, float weight, Batch& batch) const {
+  constexpr float kFar = 3.0e38f;
+  const Vec2f disk = toDisk(onLight);
+  const Vec3f direction =
+      (light.frame.z + (light.frame.x * disk.x + light.frame.y * disk.y) * light.spread)
+          .normalized();
+  if (dot(point.shading, direction) <= 0.0f ||
+      (!point.isSmooth && dot(point.geometric, direction) <= 0.0f))
+    return;
+  // The light itself is no sharper than this: smoother surfaces would show it as sparks.
+  constexpr float kSmoothest = 0.05f;
+  look::PreviewSurface surface = look.surface;
+  surface.roughness = std::max(surface.roughness, kSmoothest);
+  surface.clearcoatRoughness = std::max(surface.clearcoatRoughness, kSmoothest);
+  const look::PreviewResponse response =
+      look::respond(surface, point.shading, direction, point.toViewer);
+  const Vec3f sum =
+      response.diffuse * look.opacity + response.specular * (look.fadesWhole ? look.opacity : 1.0f);
+  batch.rays.push_back({point.base, Vec3d(point.start), direction, 0.0f, kFar});
+  batch.lights.push_back({point.target, light.colour * sum * (kPi * weight)});
+}
+
+// Each look-out for what the surface scatters, as on plain colours, has another one beside it for
+// what it reflects.
+void Shader::addDaylight(const LitPoint& point, const LookPoint& look, const PixelSamples& samples,
+                         std::size_t sample, float weight, Batch& batch) const {
+  const tarn::Frame3f frame = tarn::frameAbout(point.shading);
+  const float share = weight / static_cast<float>(ambient_);
+  const float ofReflections = share * (look.fadesWhole ? look.opacity : 1.0f);
+  const auto add = [&](const Vec3f& direction, const Vec3f& colour, std::size_t k) {
+    if (!(largestOf(colour) > 0.0f)) return;
+    batch.rays.push_back(
+        {point.base, Vec3d(point.start), direction, 0.0f, reach_ * samples.reach(sample, k)});
+    batch.lights.push_back({point.target, daylightFrom(direction) * colour});
+  };
+  for (int i = 0; i < ambient_; ++i) {
+    const auto k = static_cast<std::size_t>(i);
+    const Vec2f draw = samples.ambient(sample, k);
+    const Vec2f disk = toDisk(draw);
+    const float height = std::sqrt(std::max(1.0f - disk.x * disk.x - disk.y * disk.y, 0.0f));
+    Vec3f direction = (frame.x * disk.x + frame.y * disk.y + frame.z * height).normalized();
+    const float side = dot(direction, point.geometric);
+    if (side < 0.0f) direction = (direction - point.geometric * (2.0f * side)).normalized();
+    const float facing = dot(direction, point.shading);
+    if (facing > 1e-4f)
+      add(direction,
+          look::respond(look.surface, point.shading, direction, point.toViewer).diffuse *
+              (kPi / facing * look.opacity * share),
+          k);
+    const look::ReflectedDirection reflected =
+        look::sampleReflection(look.surface, point.shading, point.toViewer, draw.x + 0.5f,
+                               draw.y + 0.5f, (sample + k) % 2 == 1);
+    if (dot(reflected.toLight, point.geometric) > 0.0f)
+      add(reflected.toLight, reflected.weight * ofReflections, k);
+  }
+}
+
 Vec3f Shader::normal(const scene::SurfaceHit& hit) const {
   const Placed& placed = placed_[hit.entry];
   return shadingNormal(*placed.surface, placed.space, placed.space.surfacePoint(hit), hit);
@@ -121,7 +247,7 @@ Vec3f Shader::light(const scene::WorldRay& ray, const scene::SurfaceHit& hit,
 
 Shader::LitPoint Shader::litPoint(const Placed& placed, const Vec3f& own,
                                   const scene::SurfacePoint& onSurface, const scene::WorldRay& ray,
-                                  const scene::SurfaceHit& hit) const {
+                                  const scene::SurfaceHit& hit, const Vec3f* ownNormal) const {
   LitPoint point;
   // What is selected glows through in the highlight's colour.
   point.albedo = mix(own, Vec3f(1.0f, 0.42f, 0.02f), 0.7f * placed.surface->selection(onSurface));
@@ -132,7 +258,8 @@ Shader::LitPoint Shader::litPoint(const Placed& placed, const Vec3f& own,
   const Vec3f outward = placed.surface->isLeftHanded() ? -hit.normal : hit.normal;
   const bool seenFromBehind = dot(outward, point.toViewer) < 0.0f;
   point.geometric = seenFromBehind ? -outward : outward;
-  const Vec3f smooth = shadingNormal(*placed.surface, placed.space, onSurface, hit);
+  const Vec3f smooth =
+      ownNormal ? *ownNormal : shadingNormal(*placed.surface, placed.space, onSurface, hit);
   point.shading = seenFromBehind ? -smooth : smooth;
 
   // Rays start off the surface, on the viewer's side, by what rounding may have put the hit beneath
@@ -142,6 +269,7 @@ Shader::LitPoint Shader::litPoint(const Placed& placed, const Vec3f& own,
       largestOf(onSurface.objectPoint()) * placed.scale * kPointRounding;
   point.base = hit.base;
   point.start = hit.offset + point.geometric * lift;
+  point.far = hit.offset - point.geometric * lift;
 
   // Of a smooth surface they start where that would be, and its normal alone says what the light
   // does not reach.
@@ -174,6 +302,11 @@ void Shader::addDirectional(const LitPoint& point, const Directional& light, con
       {point.target, light.colour * (point.albedo * facing + Vec3f(glaze * facing))});
 }
 
+Vec3f Shader::daylightFrom(const Vec3f& direction) const {
+  const float sky = 0.5f + 0.5f * dot(direction, up_);
+  return mix(Vec3f(0.20f, 0.17f, 0.15f), Vec3f(0.46f, 0.50f, 0.56f), sky);
+}
+
 // Directions about the normal, more of them where they count more. Each looks as far as its draw
 // says, so that darkness fades with distance.
 void Shader::addDaylight(const LitPoint& point, const PixelSamples& samples, std::size_t sample,
@@ -186,8 +319,7 @@ void Shader::addDaylight(const LitPoint& point, const PixelSamples& samples, std
     Vec3f direction = (frame.x * disk.x + frame.y * disk.y + frame.z * height).normalized();
     const float side = dot(direction, point.geometric);
     if (side < 0.0f) direction = (direction - point.geometric * (2.0f * side)).normalized();
-    const float sky = 0.5f + 0.5f * dot(direction, up_);
-    const Vec3f daylight = mix(Vec3f(0.20f, 0.17f, 0.15f), Vec3f(0.46f, 0.50f, 0.56f), sky);
+    const Vec3f daylight = daylightFrom(direction);
     batch.rays.push_back(
         {point.base, Vec3d(point.start), direction, 0.0f, reach_ * samples.reach(sample, k)});
     batch.lights.push_back(

@@ -9,6 +9,7 @@
 #include "ovo/Stage.h"
 #include "tarn/Frame.h"
 #include "tarn/Vec.h"
+#include "vela/picture/detail/Looks.h"
 #include "vela/picture/detail/PixelSamples.h"
 #include "vela/scene/ObjectSpace.h"
 #include "vela/scene/RayCaster.h"
@@ -49,6 +50,16 @@ class Shader {
   /// \param selection its status of prims is brought up to date by \p stage
   void tint(Selection::GeoSelection& selection, const std::shared_ptr<ovo::Stage>& stage);
 
+  /// Shows the materials of a scene from now on.
+  /// \param materials must outlive the shader
+  /// \param problems  gets what is wrong with their textures
+  void useMaterials(const scene::SceneMaterials& materials, double time, std::size_t textureBytes,
+                    std::vector<scene::Problem>& problems, const scene::Work& work);
+  /// True when some face shows a material; light() would not show it.
+  [[nodiscard]] bool hasLooks() const { return looks_ && looks_->any(); }
+  /// True when some surface may let light through.
+  [[nodiscard]] bool maySeeThrough() const { return looks_ && looks_->maySeeThrough(); }
+
   /// Some light that arrives unless a ray is stopped.
   struct Light {
     std::size_t target;  ///< the caller's index of the pixel
@@ -68,6 +79,24 @@ class Shader {
   tarn::Vec3f light(const scene::WorldRay& ray, const scene::SurfaceHit& hit,
                     const PixelSamples& samples, std::size_t sample, std::size_t target,
                     Batch& batch) const;
+
+  /// What a ray sees of a hit, beside the light in the batch.
+  struct Seen {
+    tarn::Vec3f albedo;      ///< without light, not weighed by opacity
+    tarn::Vec3f emission;    ///< light of the surface's own
+    float coverage = 1.0f;   ///< how much of what is behind it hides
+    bool isSurface = true;   ///< false where the material cuts the surface out
+    scene::WorldRay behind;  ///< goes on behind the surface
+  };
+  /// As light(), for scenes with materials.
+  /// \param weight    of all that is added to the batch
+  /// \param footprint the width of a sample in the world there
+  Seen see(const scene::WorldRay& ray, const scene::SurfaceHit& hit, const PixelSamples& samples,
+           std::size_t sample, std::size_t target, float weight, float footprint,
+           Batch& batch) const;
+  /// How much light goes straight through a hit, 0 to 1, and the ray that goes on.
+  float through(const scene::WorldRay& ray, const scene::SurfaceHit& hit,
+                scene::WorldRay& behind) const;
 
   /// The normal that a hit is shaded with, see scene::shadingNormal.
   [[nodiscard]] tarn::Vec3f normal(const scene::SurfaceHit& hit) const;
@@ -93,6 +122,7 @@ class Shader {
     tarn::Vec3f geometric, shading;  // normals
     tarn::Vec3d base;
     tarn::Vec3f start;  // of rays to lights, from the base
+    tarn::Vec3f far;    // of rays that go on behind the surface
     bool isSmooth;      // it starts where the smooth surface would be
     std::size_t target;
   };
@@ -101,7 +131,16 @@ class Shader {
                                       float spread) const;
   [[nodiscard]] LitPoint litPoint(const Placed& placed, const tarn::Vec3f& own,
                                   const scene::SurfacePoint& onSurface, const scene::WorldRay& ray,
-                                  const scene::SurfaceHit& hit) const;
+                                  const scene::SurfaceHit& hit,
+                                  const tarn::Vec3f* ownNormal = nullptr) const;
+  [[nodiscard]] static scene::WorldRay raysBehind(const LitPoint& point, const scene::WorldRay& ray,
+                                                  const scene::SurfaceHit& hit);
+  [[nodiscard]] tarn::Vec3f daylightFrom(const tarn::Vec3f& direction) const;
+  // The same lights on a material.
+  void addDirectional(const LitPoint& point, const LookPoint& look, const Directional& light,
+                      const tarn::Vec2f& onLight, float weight, Batch& batch) const;
+  void addDaylight(const LitPoint& point, const LookPoint& look, const PixelSamples& samples,
+                   std::size_t sample, float weight, Batch& batch) const;
   void addDirectional(const LitPoint& point, const Directional& light, const tarn::Vec2f& onLight,
                       Batch& batch) const;
   void addDaylight(const LitPoint& point, const PixelSamples& samples, std::size_t sample,
@@ -114,6 +153,7 @@ class Shader {
   tarn::Vec3f up_;
   float reach_;  // how far the rays of daylight look at most
   int ambient_;  // how many there are for a sample
+  std::unique_ptr<const Looks> looks_;
 };
 
 }  // namespace vela::picture::detail

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <utility>
 
 #include "vela/picture/detail/LayerRows.h"
 
@@ -73,7 +74,12 @@ void TileRenderer::renderRow(const Tile& tile, int y) {
   const std::int64_t tracedBefore = counts_.traceTime;
   {
     const Stopwatch watch(counts_.shadeTime);
-    shade(tile.width());
+    if (job_.light->hasLooks()) {
+      makeFootprints(tile, y);
+      shadeLooks(tile.width());
+    } else {
+      shade(tile.width());
+    }
   }
   // Rays to lights are traced in between.
   counts_.shadeTime -= counts_.traceTime - tracedBefore;
@@ -138,6 +144,132 @@ void TileRenderer::shade(int width) {
   for (std::size_t i = 0; i < batch_.rays.size(); ++i)
     if (!occluded[i]) means_[batch_.lights[i].target].colour += batch_.lights[i].colour * share;
   counts_.lightRays += batch_.rays.size();
+}
+
+// By rays through the centres of neighbouring pixels, whatever the lens.
+void TileRenderer::makeFootprints(const Tile& tile, int y) {
+  const auto width = at(tile.width());
+  std::vector<tarn::Vec2f> points;
+  for (std::size_t i = 0; i <= width; ++i)
+    points.push_back(job_.view.ndc(tile.x0 + static_cast<double>(i) + 0.5, y + 0.5));
+  std::vector<scene::WorldRay> rays(points.size());
+  job_.view.makeRays(points.data(), points.size(), rays.data());
+  footprints_.resize(width);
+  const double share = 1.0 / job_.grid;
+  for (std::size_t i = 0; i < width; ++i) {
+    const scene::WorldRay &a = rays[i], &b = rays[i + 1];
+    footprints_[i].start =
+        static_cast<float>(((b.base - a.base) + (b.offset - a.offset)).length() * share);
+    footprints_[i].growth =
+        static_cast<float>(tarn::Vec3d(b.direction - a.direction).length() * share);
+  }
+}
+
+void TileRenderer::shadeLooks(int width) {
+  // Behind so many surfaces nothing shows any more; what hides all but a thousandth hides it all.
+  constexpr int kMostSurfaces = 64;
+  constexpr float kLeast = 1e-3f;
+
+  means_.assign(at(width), PixelMean());
+  const std::size_t count = samples_[0].count();
+  const float share = 1.0f / static_cast<float>(count);
+  paths_.clear();
+  for (std::size_t i = 0; i < at(width); ++i) {
+    bool isEmpty = true;
+    for (std::size_t s = 0; s < count; ++s) {
+      if (!hits_[i * count + s].hit) continue;
+      if (std::exchange(isEmpty, false)) samples_[i].drawLights();
+    }
+    if (isEmpty) continue;
+    for (std::size_t s = 0; s < count; ++s)
+      paths_.push_back({i, s, rays_[i * count + s], 1.0f, 0.0, false});
+  }
+  // The first hits are known already.
+  std::vector<scene::SurfaceHit> hits;
+  for (const Path& path : paths_) hits.push_back(hits_[path.pixel * count + path.sample]);
+
+  for (int depth = 0; depth < kMostSurfaces && !paths_.empty(); ++depth) {
+    batch_.clear();
+    further_.clear();
+    for (std::size_t p = 0; p < paths_.size(); ++p) {
+      const Path& path = paths_[p];
+      const scene::SurfaceHit& hit = hits[p];
+      if (!hit.hit) continue;
+      PixelMean& mean = means_[path.pixel];
+      const Footprint& footprint = footprints_[path.pixel];
+      const double distance = path.travelled + hit.distance;
+      const Shader::Seen seen = job_.light->see(
+          path.ray, hit, samples_[path.pixel], path.sample, path.pixel, path.weight,
+          footprint.start + footprint.growth * static_cast<float>(distance), batch_);
+      if (seen.isSurface && !path.hasAlbedo) mean.albedo += seen.albedo * share;
+      mean.colour += seen.emission * (path.weight * share);
+      mean.alpha += seen.coverage * path.weight * share;
+      const float left = path.weight * (1.0f - seen.coverage);
+      if (left > kLeast)
+        further_.push_back({path.pixel, path.sample, seen.behind, left, distance,
+                            path.hasAlbedo || seen.isSurface});
+    }
+    resolveLooks(share);
+
+    std::swap(paths_, further_);
+    passing_.clear();
+    for (const Path& path : paths_) passing_.push_back(path.ray);
+    hits.assign(passing_.size(), scene::SurfaceHit());
+    const Stopwatch watch(counts_.traceTime);
+    job_.caster.intersect(passing_.data(), passing_.size(), hits.data());
+    counts_.cameraRays += passing_.size();
+  }
+}
+
+// The light that nothing keeps out, or not all of it.
+void TileRenderer::resolveLooks(float share) {
+  constexpr int kMostSurfaces = 64;
+  constexpr float kLeast = 1e-3f;
+  bool* occluded = answers_.withRoomFor(batch_.rays.size());
+  {
+    const Stopwatch watch(counts_.traceTime);
+    job_.caster.occluded(batch_.rays.data(), batch_.rays.size(), occluded);
+  }
+  counts_.lightRays += batch_.rays.size();
+  passages_.clear();
+  passing_.clear();
+  const auto arrive = [&](std::size_t light, float weight) {
+    means_[batch_.lights[light].target].colour += batch_.lights[light].colour * (share * weight);
+  };
+  for (std::size_t i = 0; i < batch_.rays.size(); ++i) {
+    if (!occluded[i]) {
+      arrive(i, 1.0f);
+    } else if (job_.light->maySeeThrough()) {
+      passages_.push_back({i, 1.0f});
+      passing_.push_back(batch_.rays[i]);
+    }
+  }
+
+  // Through one surface after another, up to what lets nothing through.
+  std::vector<scene::SurfaceHit> hits;
+  for (int depth = 0; depth < kMostSurfaces && !passages_.empty(); ++depth) {
+    hits.assign(passing_.size(), scene::SurfaceHit());
+    {
+      const Stopwatch watch(counts_.traceTime);
+      job_.caster.intersect(passing_.data(), passing_.size(), hits.data());
+    }
+    counts_.lightRays += passing_.size();
+    std::size_t left = 0;
+    for (std::size_t i = 0; i < passages_.size(); ++i) {
+      Passage passage = passages_[i];
+      if (!hits[i].hit) {
+        arrive(passage.light, passage.weight);
+        continue;
+      }
+      scene::WorldRay behind;
+      passage.weight *= job_.light->through(passing_[i], hits[i], behind);
+      if (!(passage.weight > kLeast)) continue;
+      passages_[left] = passage;
+      passing_[left++] = behind;
+    }
+    passages_.resize(left);
+    passing_.resize(left);
+  }
 }
 
 void TileRenderer::writeCentres(const Tile& tile, int y) {

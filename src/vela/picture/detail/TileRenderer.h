@@ -58,6 +58,10 @@ class TileRenderer {
   void traceSamples(const Tile& tile, int y);
   void trace();
   void shade(int width);
+  // The same for scenes with materials: what shows through surfaces counts too.
+  void shadeLooks(int width);
+  void resolveLooks(float share);
+  void makeFootprints(const Tile& tile, int y);
   void writeCentres(const Tile& tile, int y);
   void writeMeans(const Tile& tile, int y);
   void writeCoverage(const Tile& tile, int y);
@@ -74,6 +78,28 @@ class TileRenderer {
   Answers answers_;
   std::vector<PixelMean> means_;
   PixelCoverage coverage_;
+
+  // A sample's way through surfaces that hide only some of what is behind them.
+  struct Path {
+    std::size_t pixel, sample;
+    scene::WorldRay ray;
+    float weight;
+    double travelled;  // up to the ray's start
+    bool hasAlbedo;
+  };
+  // A ray to a light that met surfaces which may let it through.
+  struct Passage {
+    std::size_t light;  // in the batch
+    float weight;
+  };
+  // How far apart neighbouring samples of a pixel are: at the camera, and more with each unit.
+  struct Footprint {
+    float start = 0.0f, growth = 0.0f;
+  };
+  std::vector<Path> paths_, further_;
+  std::vector<Passage> passages_;
+  std::vector<scene::WorldRay> passing_;
+  std::vector<Footprint> footprints_;
 
   // Of the tile that is being rendered.
   Picture* picture_ = nullptr;
