@@ -225,10 +225,15 @@ bool setUp(const std::shared_ptr<ovo::Stage>& stage, const RenderOptions& option
   return true;
 }
 
+// Of what a build says of one of its parts the number, which stands in front of where it lies.
+std::string numberOf(const std::string& built) { return built.substr(0, built.find(',')); }
+
 // Where the picture was taken from, as compositors read it.
 void describeView(const scene::View& view, Picture& picture) {
   const tarn::Mat4d cameraFromWorld = view.worldFromCamera.inverse();
   picture.attributes = {{"software", std::string("vela ") + vela::version()},
+                        {"versions", "OpenUSD " + numberOf(VELA_BUILD_OPENUSD) + ", OpenSubdiv " +
+                                         numberOf(VELA_BUILD_OPENSUBDIV)},
                         {"worldToCamera", tarn::Mat4f(cameraFromWorld)}};
   if (!view.camera.isEmpty()) picture.attributes.push_back({"camera", view.camera.asString()});
   if (!view.projection->isLinear()) return;

@@ -118,13 +118,14 @@ class VELA_PICTURE_API PictureRenderer {
 
   /// The whole picture without its values, which are 0: size, layers, manifest and attributes.
   ///
-  /// Attributes: `software`; `worldToCamera`; of the linear lenses `worldToNDC`, from 0, 0 at the
-  /// picture's upper left corner to 1, 1, and of the perspective one `screenWindowCenter` and
-  /// `screenWindowWidth`, the film over its distance; `camera`, the prim's path, where there is
-  /// one; `frame`, the time, where it is one; `exposure`, what the camera asks for in powers of
-  /// two, where that is not 0 (values are never exposed); `framesPerSecond`; with the layer
-  /// `material` also `material/manifest`: one JSON object from the path of a material to its value,
-  /// 1 for the first; of each matte `cryptomatte/KEY/name`, `hash` and `conversion`.
+  /// Attributes: `software`; `versions`, of OpenUSD and OpenSubdiv; `worldToCamera`; of the linear
+  /// lenses `worldToNDC`, from 0, 0 at the picture's upper left corner to 1, 1, and of the
+  /// perspective one `screenWindowCenter` and `screenWindowWidth`, the film over its distance;
+  /// `camera`, the prim's path, where there is one; `frame`, the time, where it is one; `exposure`,
+  /// what the camera asks for in powers of two, where that is not 0 (values are never exposed);
+  /// `framesPerSecond`; with the layer `material` also `material/manifest`: one JSON object from
+  /// the path of a material to its value, 1 for the first; of each matte `cryptomatte/KEY/name`,
+  /// `hash` and `conversion`.
   [[nodiscard]] Picture makePicture() const;
 
   /// Adds to a picture of this renderer what the ids of its mattes stand for: of each matte

@@ -10,6 +10,7 @@
 #include <limits>
 #include <memory>
 #include <random>
+#include <regex>
 #include <string>
 #include <variant>
 #include <vector>
@@ -342,6 +343,9 @@ TEST(PictureRenderer, AttributesSayWhatMadeThePictureAndWhereTheCameraStood) {
   const auto renderer = rendererOf(demo(), options);
   const Picture picture = renderer->makePicture();
   EXPECT_EQ(textOf(picture, "software"), std::string("vela ") + vela::version());
+  EXPECT_TRUE(std::regex_match(textOf(picture, "versions"),
+                               std::regex("OpenUSD [0-9.]+, OpenSubdiv [0-9.]+")))
+      << textOf(picture, "versions");
   EXPECT_EQ(textOf(picture, "camera"), renderer->view().camera.asString());
   EXPECT_EQ(valueOf<float>(picture, "framesPerSecond"), 24.0f);
   const auto cameraFromWorld = valueOf<tarn::Mat4f>(picture, "worldToCamera");
