@@ -52,15 +52,25 @@ def SphereLight "D" (active = false) { }
   EXPECT_EQ(found(scene, all), "1 light");
 }
 
-TEST(LeftOut, MaterialsAndTexturesCountOnceHoweverOftenTheyAreUsed) {
+TEST(LeftOut, MaterialsWithoutAPreviewSurfaceCountOnceHoweverOftenTheyAreUsed) {
   EXPECT_EQ(found(R"(def Material "Red" {
-  def Shader "Map" { asset inputs:file = @red.png@ }
-  def Shader "Same" { asset inputs:file = @red.png@ }
-  def Shader "None" { asset inputs:file = @@ }
+  token outputs:mtlx:surface.connect = </Red/Paint.outputs:out>
+  def Shader "Paint" {
+    uniform token info:id = "Paint"
+    token outputs:out
+  }
+}
+def Material "Shown" {
+  token outputs:surface.connect = </Shown/Surface.outputs:surface>
+  def Shader "Surface" {
+    uniform token info:id = "UsdPreviewSurface"
+    token outputs:surface
+  }
 }
 def Cube "A" { rel material:binding = </Red> }
 def Cube "B" { rel material:binding = </Red> }
 def Cube "C" { rel material:binding = </Missing> }
+def Cube "D" { rel material:binding = </Shown> }
 )"),
             "2 materials");
 }
