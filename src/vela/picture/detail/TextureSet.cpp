@@ -117,7 +117,9 @@ void TextureSet::load(std::size_t mostBytes, int threads, const scene::Work& wor
       entry.hasAny = entry.hasAny || image.texture;
       if (!image.texture) note(Problem::Kind::noTexture, image.file, image.why);
     }
-    if (entry.images.empty()) note(Problem::Kind::noTexture, entry.name, "it is missing");
+    // A node without a file asks for its fallback.
+    if (entry.images.empty() && !entry.name.empty())
+      note(Problem::Kind::noTexture, entry.name, "it is missing");
   }
   for (const Image& image : images_)
     if (image.texture && image.reduction > 0)
