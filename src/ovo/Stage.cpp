@@ -9,6 +9,7 @@
 #include <unordered_set>
 #include <utility>
 
+#include "ovo/Variants.h"
 #include "ovo/detail/StageData.h"
 #include "ovo/detail/TextGuard.h"
 
@@ -51,6 +52,30 @@ std::shared_ptr<Stage> Stage::open(const std::string& file, std::string* error) 
 
 std::shared_ptr<Stage> Stage::open(const std::string& file, const StageLimits& limits,
                                    std::string* error) {
+  return detail::StageData::openFile(file, limits, {}, error);
+}
+
+bool readVariantChoice(const std::string& text, VariantChoice& choice) {
+  const std::size_t equals = text.rfind('=');
+  const std::size_t colon = text.rfind(':', equals);
+  if (equals == std::string::npos || colon == std::string::npos || colon == 0 ||
+      colon + 1 == equals)
+    return false;
+  choice = {Path(text.substr(0, colon)), Token(text.substr(colon + 1, equals - colon - 1)),
+            Token(text.substr(equals + 1))};
+  return true;
+}
+
+std::shared_ptr<Stage> openWithVariants(const std::string& file,
+                                        const std::vector<VariantChoice>& choices,
+                                        std::string* error) {
+  return detail::StageData::openFile(file, StageLimits(), choices, error);
+}
+
+std::shared_ptr<Stage> detail::StageData::openFile(const std::string& file,
+                                                   const StageLimits& limits,
+                                                   const std::vector<VariantChoice>& choices,
+                                                   std::string* error) {
   if (error) error->clear();
   const std::string what = "cannot open scene '" + file + "'";
   if (const std::string& trouble = detail::startRuntime(); !trouble.empty())
@@ -78,8 +103,24 @@ std::shared_ptr<Stage> Stage::open(const std::string& file, const StageLimits& l
   }
   if (!root) return refuse(error, what, firstLine(why, "the file is no scene"));
 
-  auto data = std::make_unique<detail::StageData>(
-      root, pxr::SdfLayer::CreateAnonymous("edits.usda"), file, limits);
+  // The edits are above all files: choices written there before anything is composed win.
+  const pxr::SdfLayerRefPtr edits = pxr::SdfLayer::CreateAnonymous("edits.usda");
+  for (const VariantChoice& choice : choices) {
+    const detail::Collector collector(why);
+    const std::string& text = choice.prim.asString();
+    const bool isPath = !detail::whyTextIsUnfit("<" + text + ">") &&
+                        pxr::SdfPath::IsValidPathString(text) && text[0] == '/' &&
+                        text.size() > 1 && pxr::SdfPath(text).IsPrimPath();
+    if (!isPath || !pxr::SdfPath::IsValidIdentifier(choice.set.asString()) ||
+        !pxr::SdfSchema::IsValidVariantIdentifier(choice.name.asString()))
+      return refuse(error, what,
+                    "'" + text + ":" + choice.set.asString() + "=" + choice.name.asString() +
+                        "' is no choice of a variant");
+    const pxr::SdfPrimSpecHandle spec = pxr::SdfCreatePrimInLayer(edits, pxr::SdfPath(text));
+    if (spec) spec->SetVariantSelection(choice.set.asString(), choice.name.asString());
+  }
+
+  auto data = std::make_unique<detail::StageData>(root, edits, file, limits);
   for (std::string& text : why.list()) data->problems.add(std::move(text));
   return std::shared_ptr<Stage>(new Stage(std::move(data)));
 }

@@ -18,6 +18,7 @@
 #include "ovo/Path.h"
 #include "ovo/Stage.h"
 #include "ovo/Token.h"
+#include "ovo/Variants.h"
 #include "ovo/detail/OpenUsd.h"
 #include "ovo/detail/Runtime.h"
 #include "ovo/detail/Schema.h"
@@ -70,6 +71,14 @@ class StageData {
   ~StageData();
   StageData(const StageData&) = delete;
   StageData& operator=(const StageData&) = delete;
+
+  /// Stage::open and openWithVariants.
+  [[nodiscard]] static std::shared_ptr<Stage> openFile(const std::string& file,
+                                                       const StageLimits& limits,
+                                                       const std::vector<VariantChoice>& choices,
+                                                       std::string* error);
+
+  [[nodiscard]] static const StageData& of(const Stage& stage) { return *stage.data_; }
 
   /// Null when nothing is composed there.
   [[nodiscard]] PrimNode* find(const Path& path) const;

@@ -23,9 +23,7 @@ bool endsWith(const std::string& text, const std::string& end) {
 // What a prim has of each kind, by a key that tells it from others of the kind.
 
 Keys lights(const ovo::Prim& prim, double) {
-  const std::string& type = prim.getTypeName().asString();
-  if (endsWith(type, "Light") || endsWith(type, "Light_1")) return {prim.getPath().asString()};
-  return {};
+  return isLight(prim) ? Keys{prim.getPath().asString()} : Keys();
 }
 
 Keys materials(const ovo::Prim& prim, double) {
@@ -99,6 +97,11 @@ LeftOut controlMeshes(const MeshList& list) {
 }
 
 }  // namespace
+
+bool isLight(const ovo::Prim& prim) {
+  const std::string& type = prim.getTypeName().asString();
+  return endsWith(type, "Light") || endsWith(type, "Light_1");
+}
 
 std::vector<LeftOutKind> leftOutKinds() {
   std::vector<LeftOutKind> kinds;

@@ -63,6 +63,9 @@ struct LeftOut {
                                                         const MeshFilter& filter, const View* view,
                                                         const Work& work = {});
 
+/// True for a prim of a type of light.
+[[nodiscard]] VELA_API bool isLight(const ovo::Prim& prim);
+
 /// `3 lights, 1 material`.
 [[nodiscard]] VELA_API std::string textOf(const std::vector<LeftOut>& leftOut);
 

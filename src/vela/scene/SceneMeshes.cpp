@@ -48,7 +48,8 @@ std::optional<MeshList> listMeshes(const ovo::Stage& stage, const MeshFilter& fi
     if (work.isStopped()) return stopped();
     const auto [prim, share] = open.back();
     open.pop_back();
-    if (shapes.isExcluded(prim)) {
+    const bool isInMask = shapes.isInMask(prim);
+    if (shapes.isExcluded(prim) || (!isInMask && !shapes.isAboveMask(prim))) {
       finish(share);
       continue;
     }
@@ -64,7 +65,7 @@ std::optional<MeshList> listMeshes(const ovo::Stage& stage, const MeshFilter& fi
       finish(share);
       continue;
     }
-    if (isSeen && shapes.isWantedType(prim) && shapes.isWantedPurpose(prim.purpose()))
+    if (isInMask && isSeen && shapes.isWantedType(prim) && shapes.isWantedPurpose(prim.purpose()))
       if (const std::optional<std::uint32_t> shape = shapes.find(prim))
         list.entries.push_back(
             {ovo::MeshPrim(prim), xforms.getLocalToWorld(prim), *shape, kNoInstance});

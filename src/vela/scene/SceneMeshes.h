@@ -37,6 +37,9 @@ struct MeshFilter {
   std::vector<std::string> includedTypes;  ///< type names; empty: every type
   std::vector<ovo::Path> excludedPaths;    ///< these prims and all below them are left out
   int subdivisionLevel = 0;                ///< how often to refine subdivision surfaces
+  /// When not empty: nothing but these prims and all below them. A point instancer that is among
+  /// them, or above one of them, shows whole.
+  std::vector<ovo::Path> maskPaths = {};
 };
 
 constexpr std::uint32_t kNoInstance = 0xffffffffu;

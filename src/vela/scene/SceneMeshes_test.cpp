@@ -214,4 +214,55 @@ TEST(ScenePrims, TheWalkGoesWhereItIsToldAndStops) {
   EXPECT_EQ(listCameras(*stage)[0].getPath().asString(), "/C");
 }
 
+TEST(SceneMeshes, AMaskLeavesNothingButItsPrimsAndWhatIsBelow) {
+  const auto stage = vela_test::stageOf(
+      "def Xform \"A\"\n{\n" + vela_test::squareText("One") + vela_test::squareText("OneMore") +
+      "}\ndef Mesh \"B\"\n{\n" + vela_test::squareText("Inside") + "}\n" +
+      "def PointInstancer \"Many\"\n{\n int[] protoIndices = [0]\n"
+      " point3f[] positions = [(0, 0, 0)]\n rel prototypes = </Library/Leaf>\n}\n"
+      "def Scope \"Library\"\n{\n" +
+      vela_test::squareText("Leaf") + "}\n");
+  const auto names = [&](const std::vector<ovo::Path>& mask) {
+    MeshFilter filter;
+    filter.maskPaths = mask;
+    const MeshList list = listMeshes(*stage, filter).value();
+    std::string text;
+    for (std::size_t i = 0; i < list.entries.size(); ++i) text += nameOf(list, i) + " ";
+    return text;
+  };
+  EXPECT_EQ(names({ovo::Path("/A")}), "/A/One /A/OneMore ");
+  EXPECT_EQ(names({ovo::Path("/A/One")}), "/A/One ");  // no prefix of a name
+  EXPECT_EQ(names({ovo::Path("/B/Inside"), ovo::Path("/A/One")}), "/A/One /B/Inside ");
+  EXPECT_EQ(names({ovo::Path("/Many")}), "/Library/Leaf[/Many 0] ");
+  EXPECT_EQ(names({ovo::Path("/None")}), "");
+}
+
+TEST(ScenePrims, CamerasAreFoundByPathNameOrPart) {
+  const auto stage = vela_test::stageOf(R"(def Xform "Rig"
+{
+ def Camera "Left"
+ {
+ }
+ def Camera "Right"
+ {
+ }
+}
+def Camera "LeftOver"
+{
+}
+)");
+  const auto names = [&](const char* text) {
+    std::string all;
+    for (const ovo::CameraPrim& camera : findCameras(*stage, text))
+      all += camera.getPath().asString() + " ";
+    return all;
+  };
+  EXPECT_EQ(names("/Rig/Right"), "/Rig/Right ");
+  EXPECT_EQ(names("Left"), "/Rig/Left ");  // the whole name goes before a part of one
+  EXPECT_EQ(names("Over"), "/LeftOver ");
+  EXPECT_EQ(names("Rig/"), "/Rig/Left /Rig/Right ");
+  EXPECT_EQ(names("left"), "");
+  EXPECT_EQ(names(""), "");
+}
+
 }  // namespace

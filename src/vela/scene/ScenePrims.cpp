@@ -31,4 +31,18 @@ std::vector<ovo::CameraPrim> listCameras(const ovo::Stage& stage, const Work& wo
   return cameras;
 }
 
+std::vector<ovo::CameraPrim> findCameras(const ovo::Stage& stage, const std::string& text,
+                                         const Work& work) {
+  // At its path a camera is found below an instancer too.
+  if (const ovo::CameraPrim exact(stage.getPrimAtPath(ovo::Path(text))); exact.isValid())
+    return {exact};
+  std::vector<ovo::CameraPrim> named, found;
+  for (const ovo::CameraPrim& camera : listCameras(stage, work)) {
+    if (camera.getName().asString() == text) named.push_back(camera);
+    if (!text.empty() && camera.getPath().asString().find(text) != std::string::npos)
+      found.push_back(camera);
+  }
+  return named.empty() ? found : named;
+}
+
 }  // namespace vela::scene

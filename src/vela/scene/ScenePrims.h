@@ -3,6 +3,7 @@
 #pragma once
 
 #include <functional>
+#include <string>
 #include <vector>
 
 #include "ovo/CameraPrim.h"
@@ -34,6 +35,18 @@ VELA_API bool forEachPrim(const ovo::Stage& stage,
 /// All cameras in the scene's order, but for those below a point instancer: they are prototypes.
 /// When the work is stopped: those that were found until then.
 [[nodiscard]] VELA_API std::vector<ovo::CameraPrim> listCameras(const ovo::Stage& stage,
+                                                                const Work& work = {});
+
+/// The cameras that a text stands for: the one at that path; else those of that name; else those
+/// whose path has the text in it. More than one when it is not unique.
+///
+/// \code
+///   const std::shared_ptr<ovo::Stage> stage = ovo::Stage::open("examples/demo/demo.usda");
+///   const auto cameras = vela::scene::findCameras(*stage, "Camera");
+///   assert(cameras.size() == 1 && cameras[0].getPath() == ovo::Path("/Demo/Camera"));
+/// \endcode
+[[nodiscard]] VELA_API std::vector<ovo::CameraPrim> findCameras(const ovo::Stage& stage,
+                                                                const std::string& text,
                                                                 const Work& work = {});
 
 }  // namespace vela::scene

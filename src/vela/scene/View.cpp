@@ -35,10 +35,45 @@ Mat4d worldFromFrame(const tarn::Frame3d& axes, const Vec3d& at) {
   return m;
 }
 
+Vec3d turned(const Vec3d& v, const Vec3d& up, double degrees) {
+  const double angle = degrees * (kPi / 180.0), c = std::cos(angle), s = std::sin(angle);
+  return v * c + cross(up, v) * s + up * (dot(up, v) * (1.0 - c));
+}
+
+Vec3d middleOf(const Extent& extent) {
+  return extent.box.isEmpty() ? Vec3d() : extent.box.center();
+}
+
+// The camera goes around the middle of what there is to see.
+void turnAround(View& view, const Extent& extent, double degrees) {
+  if (degrees == 0.0) return;
+  const Vec3d centre = middleOf(extent);
+  const Mat4d from = view.worldFromCamera;
+  const tarn::Frame3d axes{turned(column(from, 0), view.up, degrees),
+                           turned(column(from, 1), view.up, degrees),
+                           turned(column(from, 2), view.up, degrees)};
+  view.worldFromCamera =
+      worldFromFrame(axes, centre + turned(column(from, 3) - centre, view.up, degrees));
+}
+
+// Where the points come to stand while a camera goes around them.
+std::vector<Vec3d> fromAllSides(const std::vector<Vec3d>& points, const Extent& extent,
+                                const Vec3d& up) {
+  constexpr int kSides = 32;
+  const Vec3d centre = middleOf(extent);
+  std::vector<Vec3d> all;
+  all.reserve(points.size() * kSides);
+  for (const Vec3d& point : points)
+    for (int i = 0; i < kSides; ++i)
+      all.push_back(centre + turned(point - centre, up, i * (360.0 / kSides)));
+  return all;
+}
+
 // A view of everything from the front, the right and above, for a scene without a camera.
-void frameAll(View& view, const Extent& extent, bool orthographic) {
-  const std::vector<Vec3d> points =
+void frameAll(View& view, const Extent& extent, bool orthographic, bool fromEverySide) {
+  std::vector<Vec3d> points =
       extent.box.isEmpty() ? std::vector<Vec3d>{Vec3d(-0.5), Vec3d(0.5)} : extent.outermost;
+  if (fromEverySide) points = fromAllSides(points, extent, view.up);
   const Vec3d front = view.up.z > 0.5 ? Vec3d(0, -1, 0) : Vec3d(0, 0, 1);
   const Vec3d right = cross(view.up, front);
   const Vec3d z = (front + right * 0.62 + view.up * 0.46).normalized();
@@ -161,8 +196,10 @@ std::optional<View> makeView(const ovo::Stage& stage, const ViewOptions& options
       focalLength = distance;
     }
   } else {
-    frameAll(view, extent, view.lens == LensProjection::orthographic);
+    frameAll(view, extent, view.lens == LensProjection::orthographic, options.turn.has_value());
   }
+
+  if (options.turn) turnAround(view, extent, *options.turn);
 
   // The round lenses look all around, whatever the camera's film: the width is the full circle.
   // With this focal length the cylinder's height has the same scale.

@@ -30,6 +30,10 @@ struct ViewOptions {
   /// the cylindrical lens, 16:9; for the spherical lens 2:1. From 1 to 65536.
   int height = 0;
   double time = 0.0;
+  /// When given: the camera goes around the middle of what there is to see, by so many degrees
+  /// about the scene's up axis, counter-clockwise seen from above. A view that is made up is then
+  /// one that shows everything from all sides.
+  std::optional<double> turn = std::nullopt;
 };
 
 /// A camera placed in the world, its lens and the size of the picture.

@@ -268,4 +268,51 @@ TEST(View, DepthRunsAlongTheAxisOfLinearLenses) {
   EXPECT_EQ(depthOf(viewOf(*stage, LensProjection::spherical, 0), aslant, 10.0), 10.0f);
 }
 
+TEST(View, ATurnGoesAroundTheMiddleOfWhatThereIsToSee) {
+  const auto stage = vela_test::stageOf(vela_test::squareText("M") + "def Camera \"C\"\n{\n" +
+                                        vela_test::at(1, 2, 9) + "}\n");
+  const MeshList list = listMeshes(*stage, MeshFilter()).value();
+  const Extent extent = extentOf(list);
+  ViewOptions options;
+  const View still = makeView(*stage, options, extent).value();
+  options.turn = 0.0;
+  EXPECT_EQ(makeView(*stage, options, extent)->worldFromCamera, still.worldFromCamera);
+
+  // Up is y: a quarter takes z to x, and the camera still sees the middle where it did.
+  options.turn = 90.0;
+  const View quarter = makeView(*stage, options, extent).value();
+  const tarn::Mat4d& m = quarter.worldFromCamera;
+  EXPECT_NEAR(m[12], 9.0, 1e-12);
+  EXPECT_NEAR(m[13], 2.0, 1e-12);
+  EXPECT_NEAR(m[14], -1.0, 1e-12);
+  EXPECT_NEAR(m[8], 1.0, 1e-12);
+  const tarn::Vec3d middle = extent.box.center();
+  const auto before = still.worldFromCamera.inverse().transformPoint(middle);
+  const auto after = m.inverse().transformPoint(middle);
+  for (int i = 0; i < 3; ++i) EXPECT_NEAR(before[i], after[i], 1e-12);
+}
+
+TEST(View, AMadeUpViewThatTurnsShowsEverythingFromAllSides) {
+  for (const char* axis : {"Y", "Z"}) {
+    const auto stage =
+        vela_test::stageOf(std::string(vela_test::squareText("A", vela_test::at(3, 0, 0))) +
+                           vela_test::squareText("B", vela_test::at(-5, 1, 2)));
+    stage->setUpAxis(ovo::Token(axis));
+    const MeshList list = listMeshes(*stage, MeshFilter()).value();
+    const Extent extent = extentOf(list);
+    ViewOptions options;
+    for (int degrees = 0; degrees < 360; degrees += 15) {
+      options.turn = degrees;
+      const View view = makeView(*stage, options, extent).value();
+      PixelFinder finder(view);
+      for (const tarn::Vec3d& point : extent.outermost) {
+        tarn::Vec2d pixel;
+        ASSERT_TRUE(finder.find(point, pixel)) << degrees;
+        EXPECT_TRUE(pixel.x >= 0 && pixel.x <= view.width && pixel.y >= 0 && pixel.y <= view.height)
+            << degrees;
+      }
+    }
+  }
+}
+
 }  // namespace

@@ -45,6 +45,18 @@ bool ShapeReader::isExcluded(const ovo::Prim& prim) const {
                      [&](const ovo::Path& path) { return prim.getPath().hasPrefix(path); });
 }
 
+bool ShapeReader::isInMask(const ovo::Prim& prim) const {
+  const std::vector<ovo::Path>& mask = filter_.maskPaths;
+  return mask.empty() || std::any_of(mask.begin(), mask.end(), [&](const ovo::Path& path) {
+           return prim.getPath().hasPrefix(path);
+         });
+}
+
+bool ShapeReader::isAboveMask(const ovo::Prim& prim) const {
+  return std::any_of(filter_.maskPaths.begin(), filter_.maskPaths.end(),
+                     [&](const ovo::Path& path) { return path.hasPrefix(prim.getPath()); });
+}
+
 std::optional<std::uint32_t> ShapeReader::find(const ovo::Prim& prim) {
   if (const auto found = known_.find(prim); found != known_.end()) return found->second;
   std::optional<std::uint32_t> shape;

@@ -21,6 +21,10 @@ class ShapeReader {
   [[nodiscard]] bool isWantedType(const ovo::Prim& prim) const;
   [[nodiscard]] bool isWantedPurpose(const ovo::Token& purpose) const;
   [[nodiscard]] bool isExcluded(const ovo::Prim& prim) const;
+  /// Whether the mask, if there is one, lets the prim show.
+  [[nodiscard]] bool isInMask(const ovo::Prim& prim) const;
+  /// Whether the mask lets something below the prim show.
+  [[nodiscard]] bool isAboveMask(const ovo::Prim& prim) const;
 
   /// The index of the prim's shape in the list; the shape is read when it is asked for first. None
   /// for prims without a shape, and for those whose shape cannot be shown, which are counted once.
