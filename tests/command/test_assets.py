@@ -189,7 +189,7 @@ class Resolve(Case):
 
     def test_json_has_every_reference_and_the_reasons(self):
         self.bad("bal.toml", "resolve", "--json", "bal:///scene", "bal:///web", "other:///x", lines=2, code=4)
-        self.assertEqual(json.loads(self.out), {"references": [
+        self.assertEqual(json.loads(self.out), {"version": 1, "references": [
             {"reference": "bal:///scene", "resolved": True, "path": str(self.scene), "error": None},
             {"reference": "bal:///web", "resolved": False, "path": None, "error": "invalid url: https://example.org/a.usda"},
             {"reference": "other:///x", "resolved": False, "path": None, "error": "the asset manager knows no references of this kind"}]})

@@ -104,7 +104,7 @@ def Xform "World"
 }
 """
 
-VERBS = ("render", "pick", "info", "mesh", "make", "channels", "select", "resolve", "help")
+VERBS = ("render", "pick", "explain", "info", "mesh", "make", "channels", "select", "resolve", "help")
 
 
 def run(*arguments, **more):
@@ -416,7 +416,9 @@ class Pictures(Case):
 
 class Picks(Case):
     def pick(self, *arguments):
-        return json.loads(self.asked("pick", self.scene, *arguments, "--json").stdout)
+        found = json.loads(self.asked("pick", self.scene, *arguments, "--json").stdout)
+        self.assertEqual(found.pop("version"), 1)
+        return found
 
     def test_a_ray_from_above_meets_the_box_then_the_floor_beside_it(self):
         found = self.pick("--ray", "0.1,0.2,5,0,0,-2")
@@ -741,7 +743,7 @@ class Instances(Case):
 
     def test_prototypes_do_not_show_where_they_are_written(self):
         found = json.loads(self.asked("pick", self.scene, "--ray", "0,0,100,0,0,-1", "--json").stdout)
-        self.assertEqual(found, {"hit": False})
+        self.assertEqual(found, {"version": 1, "hit": False})
 
     def test_positions_are_those_of_the_time(self):
         # Half way from the first to the second sample; scaled heights are the same.
@@ -1059,6 +1061,77 @@ class LeftOut(Case):
         for variables in ({"TERM": "xterm", "NO_COLOR": "1"}, {"TERM": "dumb"}, {}):
             self.assertIn("vela info: error: cannot open", shown(**variables))
         self.assertIn("\033", shown(TERM="xterm", NO_COLOR=""))
+
+
+class WhatShows(Case):
+    """Cameras by a part of their path, masks, variants and turns."""
+
+    def entry(self, *arguments):
+        return json.loads(self.asked("pick", self.scene, *arguments, "--json").stdout).get("prim")
+
+    def test_a_camera_goes_by_any_part_of_its_path_that_no_other_has(self):
+        at = ["--pixel", "32,24", "--size", "64x48"]
+        for whole, part in (("/World/Top", "Top"), ("/World/Top", "To"), ("/World/Flat", "/World/Fl")):
+            self.assertEqual(self.good("pick", self.scene, *at, "--camera", part).stdout, self.good("pick", self.scene, *at, "--camera", whole).stdout)
+            self.good("render", self.scene, "-o", self.at / "a.exr", "--size", "16x9", "--samples", "1", "--camera", part)
+        line = self.bad(1, "pick", self.scene, *at, "--camera", "World")
+        self.assertEqual(line, "vela pick: error: several cameras: World: it stands for /World/Top, /World/Flat; name more of the path")
+
+    def test_a_mask_leaves_nothing_else(self):
+        down = ["--ray", "0,0,5,0,0,-1"]
+        self.assertEqual(self.entry(*down), "/World/Box/Shell")
+        self.assertEqual(self.entry(*down, "--mask", "/World/Floor"), "/World/Floor")
+        self.assertEqual(self.entry(*down, "--mask", "/World/Floor", "--mask", "/World/Box"), "/World/Box/Shell")
+        self.assertEqual(self.entry(*down, "--mask", "/World", "--exclude", "/World/Box"), "/World/Floor")
+        done = run("pick", self.scene, *down, "--mask", "/World/Flor")
+        self.assertEqual(done.returncode, 5)
+        self.assertIn("--mask /World/Flor names nothing in the scene; try --mask /World/Floor", done.stderr)
+
+    def test_a_variant_takes_the_place_of_the_scenes_own(self):
+        self.scene.write_text("""#usda 1.0
+def Xform "A" (
+    variants = { string size = "small" }
+    prepend variantSets = "size"
+)
+{
+    variantSet "size" = {
+        "small" {
+            def Cube "C"
+            {
+            }
+        }
+        "large" {
+            def Cube "C"
+            {
+                double size = 8
+            }
+        }
+    }
+}
+""")
+        height = lambda *more: json.loads(self.good("pick", self.scene, "--ray", "0,0,99,0,0,-1", "--json", *more).stdout)["position"][2]
+        self.assertEqual((round(height(), 5), round(height("--variant", "/A:size=large"), 5)), (1, 4))
+        for choice, why in (("/A:size=lrge", "the set has no such variant; try --variant /A:size=large"),
+                            ("/A:sze=large", "the prim has no such set of variants; try --variant /A:size"),
+                            ("/B:size=large", "there is no such prim; try /A"), ("/A:xyzzy=large", "the prim has no such set of variants; vela info")):
+            line = self.bad(1, "pick", self.scene, "--ray", "0,0,99,0,0,-1", "--variant", choice)
+            self.assertTrue(line.startswith(f"vela pick: error: no such variant: {choice}: {why}"), line)
+        for text in ("A:size=large", "/A", "/A:size"):
+            self.bad(2, "pick", self.scene, "--ray", "0,0,99,0,0,-1", "--variant", text)
+
+    def test_a_turn_shows_another_side(self):
+        def place(*turn):
+            found = json.loads(self.good("pick", self.scene, "--pixel", "50,23", "--size", "65x47", "--camera", "Top", "--json", "--include-type", "Mesh",
+                                         "--exclude", "/World/Box", *turn).stdout)
+            return [round(v, 3) for v in found["position"]]
+        # Seen straight from above, about the vertical.
+        x, y, z = place()
+        self.assertGreater(abs(x), 1)
+        self.assertEqual(place("--turn", "0"), [x, y, z])
+        self.assertEqual(place("--turn", "90"), [-y + 0.0, x, z])
+        self.assertEqual(place("--turn", "450"), [-y + 0.0, x, z])
+        self.assertEqual(place("--turn", "-90"), [y, -x, z])
+        self.bad(2, "pick", self.scene, "--pixel", "1,1", "--turn", "x")
 
 
 class NothingFound(Case):

@@ -7,10 +7,13 @@ Usage: test_table.py COMMAND PROJECT_ROOT
 import os
 import pathlib
 import re
+import resource
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 
 COMMAND, ROOT = sys.argv[1], pathlib.Path(sys.argv[2])
@@ -155,6 +158,130 @@ class MadeTexts(Case):
                                  "zsh/site-functions/_vela", "fish/vendor_completions.d/vela.fish"})
         (self.at / "file").touch()
         self.assertIn("cannot write", self.error(1, "help", "--share", self.at / "file"))
+
+
+def table():
+    """The rows of the table of messages: exit code and the whole text, by name."""
+    rows, text = {}, run("help", "--messages").stdout
+    for code, name, pattern in re.findall(r"^(\d+)  (\w+)\n((?:    .*\n)+)", text, re.M):
+        rows[name] = int(code), " ".join(pattern.split())
+    return rows
+
+
+class Messages(Case):
+    """Every row of the table is provoked, and comes as it stands there."""
+
+    # For what the command checks before the library does, or what only a fault of the program brings about.
+    GUARDS = {"badOption", "cannotShow", "otherFailure"}
+
+    def setUp(self):
+        super().setUp()
+        self.scene, self.out = self.at / "scene.usda", self.at / "a.exr"
+        self.scene.write_text("""#usda 1.0
+def Mesh "M" {
+    int[] faceVertexCounts = [4, 7]
+    int[] faceVertexIndices = [0, 1, 2, 3]
+    point3f[] points = [(-1, -1, 0), (1, -1, 0), (1, 1, 0), (-1, 1, 0)]
+}
+def Camera "Flat" {
+    float focalLength = 0
+}
+def Camera "FlatToo" {
+}
+""")
+
+    def cases(self):
+        s, out = self.scene, self.out
+        render = ["render", s, "-o", out]
+        (self.at / "bad.sel").write_text("geoselection { x")
+        rows = ", ".join(["0"] * 4000)
+        places = ", ".join(["(0, 0, 0)"] * 4000)
+        nested = self.at / "nested.usda"
+        nested.write_text(f"""#usda 1.0
+def PointInstancer "A" {{
+    int[] protoIndices = [{rows}]
+    point3f[] positions = [{places}]
+    rel prototypes = </A/B>
+    def PointInstancer "B" {{
+        int[] protoIndices = [{rows}]
+        point3f[] positions = [{places}]
+        rel prototypes = </A/B/Empty>
+        def Xform "Empty" {{
+        }}
+    }}
+}}
+""")
+        run("make", "grid", "-o", self.at / "big.usda", "--rows", "100", "--columns", "100", "--scheme", "catmullClark")
+        return {
+            "noVerb": ["--json"], "unknownVerb": ["xyzzy"], "unknownOption": ["info", s, "--xyzzy"], "furtherArgument": ["mesh", s, "/M", "x"],
+            "missingArgument": ["info"], "missingOption": ["make", "cube"], "missingValue": ["info", s, "--time"],
+            "needlessValue": ["info", s, "--json=1"], "givenTwice": ["info", s, "--time", "1", "--time", "2"],
+            "badInteger": [*render, "--samples", "0"], "badNumber": ["info", s, "--time", "x"], "badNumbers": ["pick", s, "--ray", "1"],
+            "badForm": ["pick", s, "--pixel", "9"], "badWord": [*render, "--engine", "x"], "badLens": [*render, "--lens", "x"],
+            "badLayer": [*render, "--layers", "heat"], "noLayers": [*render, "--layers", ","], "noOutput": ["render", s],
+            "pngAsExr": ["render", s, "-o", "a.png"], "sameOutputs": ["render", s, "-o", "a.x", "--png", "a.x"], "oneOfTwo": ["pick", s],
+            "notTogether": [*render, "--smooth", "--engine", "hit-detector"], "noDirection": ["pick", s, "--ray", "0,0,0,0,0,0"],
+            "onlyWith": ["select", s, "--rect", "0,0,1,1", "-o", "a.sel", "--json"], "pixelOutside": ["pick", s, "--pixel", "9999,0"],
+            "notAbove": ["make", "cube", "-o", "a.usda", "--size", "0,1,1"],
+            "tooManyMade": ["make", "grid", "-o", "a.usda", "--rows", "1000000", "--columns", "1000000"],
+            "badLogFile": ["info", s, "--log-file", "log.usda"], "outputReference": ["make", "cube", "-o", "bal://no/x.usda"],
+            "cannotOpen": ["info", "none.usda"], "tooManyInstances": ["pick", nested, "--ray", "0,0,9,0,0,-1"],
+            "tooManyFaces": ["render", self.at / "big.usda", "-o", out, "--subdivide", "11"], "noSuchCamera": [*render, "--camera", "/None"],
+            "unusableCamera": [*render, "--camera", "/Flat"], "severalCameras": [*render, "--camera", "Fla"],
+            "noSuchVariant": ["pick", s, "--ray", "0,0,9,0,0,-1", "--variant", "/M:look=day"], "noSuchMesh": ["mesh", s, "/None"], "defects": ["mesh", s],
+            "noSelection": ["select", "--show", "none.sel"], "damagedSelection": ["select", "--show", "bad.sel"],
+            "cannotWrite": ["render", s, "-o", "none/a.exr"], "cannotWriteScene": ["make", "cube", "-o", "none/a.usda"],
+            "noManager": ["resolve", "bal:///x"], "badManager": ["resolve", "bal:///x"], "cannotResolve": ["resolve", "file://elsewhere/x"],
+            "outOfMemory": None, "killed": None, "readerCrashed": None, "crashed": None}
+
+    def line_of(self, name, arguments):
+        environment = {k: v for k, v in os.environ.items() if k != "OPENASSETIO_DEFAULT_CONFIG"}
+        if name == "badManager":
+            environment["OPENASSETIO_DEFAULT_CONFIG"] = str(self.at / "none.toml")
+        if arguments is not None:
+            done = run(*arguments, cwd=self.at, env=environment)
+            return done.returncode, done.stderr.splitlines()[-1]
+        if name == "outOfMemory":
+            if os.environ.get("VELA_SANITIZE"):
+                return None  # sanitizers have no limit of memory
+            small = lambda: resource.setrlimit(resource.RLIMIT_DATA, (1 << 28, 1 << 28))
+            done = run("render", DEMO, "-o", self.out, "--size", "16384x16384", "--samples", "1", "--threads", "1", preexec_fn=small)
+            return done.returncode, done.stderr.splitlines()[-1]
+        # A signal to the process that does the work: while it has a scene, and while it waits for a selection.
+        if name == "readerCrashed":
+            arguments = ["render", DEMO, "-o", self.out, "--size", "4000x4000", "--samples", "64"]
+        else:
+            os.mkfifo(self.at / "pipe.sel") if not (self.at / "pipe.sel").exists() else None
+            arguments = ["select", "--show", "pipe.sel"]
+        process = subprocess.Popen([COMMAND, *map(str, arguments)], stderr=subprocess.PIPE, stdout=subprocess.DEVNULL, text=True, cwd=self.at)
+        children = pathlib.Path(f"/proc/{process.pid}/task/{process.pid}/children")
+        if name == "readerCrashed":
+            deadline = time.monotonic() + 60
+            while not list(self.at.glob(".a.exr.part-*")) and time.monotonic() < deadline:
+                time.sleep(0.02)
+            time.sleep(0.5)  # until the scene is open
+        else:
+            writer = os.open(self.at / "pipe.sel", os.O_WRONLY)  # returns when the command reads
+        worker = int(children.read_text().split()[0])
+        os.kill(worker, signal.SIGKILL if name == "killed" else signal.SIGSEGV)
+        error = process.communicate(timeout=60)[1]
+        if name != "readerCrashed":
+            os.close(writer)
+        return process.returncode, error.splitlines()[-1]
+
+    def test_each_row_is_provoked(self):
+        rows, cases = table(), self.cases()
+        self.assertEqual(set(rows), set(cases) | self.GUARDS, "each row wants a case here")
+        for name, arguments in cases.items():
+            with self.subTest(name):
+                said = self.line_of(name, arguments)
+                if said is None:
+                    continue
+                code, pattern = rows[name]
+                # Empty values take the colon or the semicolon before them along.
+                form = re.sub(r"((?:: |; )?)\\\{\d\\\}", lambda m: "(" + m[1] + ".+)?" if m[1] else ".+", re.escape(pattern).replace("\\ ", " "))
+                self.assertRegex(said[1], r"^vela( \w+)?: error: " + form + "$")
+                self.assertEqual(said[0], code)
 
 
 if __name__ == "__main__":

@@ -8,16 +8,21 @@
 
 #include "Interrupt.h"
 #include "Json.h"
+#include "Logging.h"
+#include "Notices.h"
 #include "Options.h"
+#include "Resolve.h"
 #include "Scene.h"
 #include "Text.h"
 #include "ovo/CameraPrim.h"
+#include "ovo/LayerUses.h"
 #include "ovo/PropertyLinks.h"
 #include "ovo/Stage.h"
 #include "tarn/Constants.h"
 #include "vela/look/PreviewMaterial.h"
 #include "vela/scene/MaterialBinding.h"
 #include "vela/scene/ScenePrims.h"
+#include "vela/scene/SceneSummary.h"
 
 namespace command {
 
@@ -133,9 +138,9 @@ bool hasSurface(const std::string& type) {
   return types.count(type) > 0;
 }
 
-InfoReport gather(const ovo::Stage& stage, const InfoOptions& options) {
+InfoReport gather(const ovo::Stage& stage, const std::string& file, const InfoOptions& options) {
   InfoReport report;
-  report.file = options.file;
+  report.file = file;
   report.upAxis = stage.getUpAxis().asString();
   report.metersPerUnit = stage.getMetersPerUnit();
   report.timeCodesPerSecond = stage.getTimeCodesPerSecond();
@@ -161,8 +166,72 @@ InfoReport gather(const ovo::Stage& stage, const InfoOptions& options) {
       },
       interruptibleWork());
   throwIfInterrupted();
+  auto summary = vela::scene::summarize(stage, {options.time, options.depth}, interruptibleWork());
+  throwIfInterrupted();
+  if (summary)
+    report.summary = *std::move(summary);
+  else
+    say(Notice::warning, file +
+                             ": it has more instances than memory is likely to hold: the tree "
+                             "and its boxes are left out");
+  report.layers = ovo::layerUses(stage);
   report.problems = stage.problems();
   return report;
+}
+
+std::string textOf(const tarn::Vec3d& v) {
+  char text[128];
+  std::snprintf(text, sizeof text, "%.6g %.6g %.6g", v.x, v.y, v.z);
+  return text;
+}
+
+std::string textOf(const tarn::Box3d& box) { return textOf(box.min) + " to " + textOf(box.max); }
+
+// Long lists would scroll the rest away; JSON has them whole.
+template <class Items, class Print>
+void printList(const char* title, const Items& items, const Print& printOne) {
+  constexpr std::size_t kMost = 40;
+  if (items.empty()) return;
+  std::printf("\n%s: %zu\n", title, items.size());
+  for (std::size_t i = 0; i < std::min(items.size(), kMost); ++i) printOne(items[i]);
+  if (items.size() > kMost)
+    std::printf("  ... and %zu more: --json lists all\n", items.size() - kMost);
+}
+
+void printSummary(const InfoReport& report) {
+  using vela::scene::SceneSummary;
+  const SceneSummary& summary = report.summary;
+  printList("Tree", summary.tree, [](const SceneSummary::Node& node) {
+    const std::string& path = node.path.asString();
+    std::printf("  %*s%s%s%s", 2 * (node.depth - 1), "", path.c_str() + path.rfind('/') + 1,
+                node.type.empty() ? "" : (" (" + node.type + ")").c_str(),
+                node.isInstance ? " instance" : "");
+    if (node.below > 0) std::printf(", %zu below", node.below);
+    if (!node.box.isEmpty()) std::printf(", from %s", textOf(node.box).c_str());
+    std::printf("\n");
+  });
+  printList("Variants", summary.variants, [](const SceneSummary::VariantSet& set) {
+    std::printf("  %s:%s=%s of", set.prim.asString().c_str(), set.set.c_str(),
+                set.selected.c_str());
+    for (const std::string& name : set.variants) std::printf(" %s", name.c_str());
+    std::printf("\n");
+  });
+  printList("Lights", summary.lights, [](const SceneSummary::Light& light) {
+    std::printf("  %s (%s)%s\n", light.path.asString().c_str(), light.type.c_str(),
+                light.visible ? "" : " (invisible)");
+  });
+  printList("Textures", summary.textures, [](const SceneSummary::Texture& texture) {
+    std::printf("  %s%s\n", texture.file.c_str(), texture.resolved.empty() ? " (missing)" : "");
+  });
+  if (summary.instances > 0) std::printf("\nInstances: %zu prims\n", summary.instances);
+  printList("Point instancers", summary.instancers, [](const SceneSummary::Instancer& instancer) {
+    std::printf("  %8zu  %s\n", instancer.instances, instancer.path.asString().c_str());
+  });
+  printList("Layers", report.layers, [](const ovo::LayerUse& layer) {
+    std::printf("  %s (%s%s%s)\n", layer.file.c_str(), layer.arc.c_str(),
+                layer.from.empty() ? "" : " of ",
+                layer.from.substr(layer.from.rfind('/') + 1).c_str());
+  });
 }
 
 void print(const InfoReport& report) {
@@ -175,6 +244,12 @@ void print(const InfoReport& report) {
                 text(report.endTimeCode).c_str());
   std::printf("\n");
   if (!report.defaultPrim.empty()) std::printf("  default prim %s\n", report.defaultPrim.c_str());
+
+  if (const tarn::Box3d& box = report.summary.box; !box.isEmpty()) {
+    const tarn::Box3d metres(box.min * report.metersPerUnit, box.max * report.metersPerUnit);
+    std::printf("  from %s units\n  from %s metres\n", textOf(box).c_str(), textOf(metres).c_str());
+  }
+  printSummary(report);
 
   std::printf("\nPrims by type\n");
   for (const auto& [type, count] : report.primsByType)
@@ -235,13 +310,30 @@ void print(const InfoReport& report) {
 }  // namespace
 
 ExitCode info(const InfoOptions& options) {
-  const std::shared_ptr<ovo::Stage> stage = openStage("info", options.file);
-  const InfoReport report = gather(*stage, options);
+  // A file that cannot be read does not keep the others from being told.
+  std::vector<InfoReport> reports;
+  std::size_t failed = 0;
+  for (const std::string& argument : options.files) {
+    try {
+      const std::string file = options.files.size() > 1 ? fileOf(argument) : argument;
+      const std::shared_ptr<ovo::Stage> stage = openStage("info", file);
+      InfoReport report = gather(*stage, file, options);
+      if (options.json) {
+        reports.push_back(std::move(report));
+        continue;
+      }
+      if (failed < static_cast<std::size_t>(&argument - options.files.data())) std::puts("");
+      print(report);
+    } catch (const Failure& why) {
+      if (options.files.size() == 1) throw;
+      reportFailure("vela info", why);
+      ++failed;
+    }
+  }
   if (options.json)
-    std::fputs(toJson(report).c_str(), stdout);
-  else
-    print(report);
-  return kDone;
+    std::fputs(options.files.size() > 1 ? toJson(reports).c_str() : toJson(reports.front()).c_str(),
+               stdout);
+  return failed == 0 ? kDone : failed < options.files.size() ? kPartly : kBadInput;
 }
 
 }  // namespace command

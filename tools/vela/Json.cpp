@@ -46,7 +46,7 @@ std::string dump(const Json& json, int indent) {
 }  // namespace
 
 std::string toJson(const PickReport& report) {
-  Json json = {{"hit", report.hit}};
+  Json json = {{"version", kReportVersion}, {"hit", report.hit}};
   if (report.hit) {
     json["prim"] = report.path;
     json["entry"] = report.entry;
@@ -59,7 +59,87 @@ std::string toJson(const PickReport& report) {
   return dump(json, 2) + "\n";
 }
 
-std::string toJson(const InfoReport& report) {
+std::string toJson(const vela::scene::RayExplanation& why, const vela::scene::WorldRay& ray) {
+  const auto outcome = [](const vela::scene::RayOutcome& from) {
+    Json json = {{"verdict", wordOf(from.verdict)}};
+    if (from.face >= 0) {
+      json["distance"] = number(static_cast<float>(from.distance));
+      json["face"] = from.face;
+    }
+    return json;
+  };
+  Json json = {{"version", kReportVersion},
+               {"origin", vector(tarn::Vec3f(ray.base + ray.offset))},
+               {"direction", vector(ray.direction)},
+               {"prims", Json::array()},
+               {"culled", why.culled},
+               {"withoutFaces", why.withoutFaces}};
+  for (const vela::scene::RayItem& item : why.items) {
+    const std::string hiddenBy = wordOf(item.hiddenBy);
+    json["prims"].push_back({{"prim", item.name},
+                             {"type", item.type},
+                             {"purpose", item.purpose},
+                             {"hiddenBy", hiddenBy.empty() ? Json() : Json(hiddenBy)},
+                             {"tracer", outcome(item.tracer)},
+                             {"hitDetector", outcome(item.detector)}});
+  }
+  return dump(json, 2) + "\n";
+}
+
+namespace {
+
+// Null for an empty box.
+Json object(const tarn::Box3d& box, double scale = 1.0) {
+  if (box.isEmpty()) return Json();
+  const auto vector = [&](const tarn::Vec3d& v) {
+    return Json::array({number(v.x * scale), number(v.y * scale), number(v.z * scale)});
+  };
+  return {{"min", vector(box.min)}, {"max", vector(box.max)}};
+}
+
+void addSummary(const InfoReport& report, Json& json) {
+  const vela::scene::SceneSummary& summary = report.summary;
+  json["boundingBoxUnits"] = object(summary.box);
+  json["boundingBoxMetres"] = object(summary.box, report.metersPerUnit);
+  json["tree"] = Json::array();
+  for (const auto& node : summary.tree)
+    json["tree"].push_back({{"path", node.path.asString()},
+                            {"type", node.type},
+                            {"depth", node.depth},
+                            {"primsBelow", node.below},
+                            {"instance", node.isInstance},
+                            {"boundingBoxUnits", object(node.box)}});
+  json["variants"] = Json::array();
+  for (const auto& set : summary.variants)
+    json["variants"].push_back({{"prim", set.prim.asString()},
+                                {"set", set.set},
+                                {"selected", set.selected},
+                                {"variants", set.variants}});
+  json["lights"] = Json::array();
+  for (const auto& light : summary.lights)
+    json["lights"].push_back(
+        {{"path", light.path.asString()}, {"type", light.type}, {"visible", light.visible}});
+  json["textures"] = Json::array();
+  for (const auto& texture : summary.textures)
+    json["textures"].push_back(
+        {{"file", texture.file},
+         {"resolved", texture.resolved.empty() ? Json() : Json(texture.resolved)},
+         {"missing", texture.resolved.empty()},
+         {"shader", texture.shader.asString()},
+         {"uses", texture.uses}});
+  json["instances"] = {{"prims", summary.instances}, {"pointInstancers", Json::array()}};
+  for (const auto& instancer : summary.instancers)
+    json["instances"]["pointInstancers"].push_back(
+        {{"path", instancer.path.asString()}, {"instances", instancer.instances}});
+  json["layers"] = Json::array();
+  for (const ovo::LayerUse& layer : report.layers)
+    json["layers"].push_back({{"file", layer.file},
+                              {"arc", layer.arc},
+                              {"from", layer.from.empty() ? Json() : Json(layer.from)},
+                              {"prims", layer.prims}});
+}
+
+Json infoObject(const InfoReport& report) {
   Json json = {{"file", report.file},
                {"upAxis", report.upAxis},
                {"metersPerUnit", number(report.metersPerUnit)},
@@ -113,11 +193,27 @@ std::string toJson(const InfoReport& report) {
       entry["textures"].push_back({{"file", texture.file}, {"found", texture.found}});
     json["materials"].push_back(entry);
   }
+  addSummary(report, json);
+  return json;
+}
+
+}  // namespace
+
+std::string toJson(const InfoReport& report) {
+  Json json = {{"version", kReportVersion}};
+  json.update(infoObject(report));
+  return dump(json, 2) + "\n";
+}
+
+std::string toJson(const std::vector<InfoReport>& reports) {
+  Json json = {{"version", kReportVersion}, {"files", Json::array()}};
+  for (const InfoReport& report : reports) json["files"].push_back(infoObject(report));
   return dump(json, 2) + "\n";
 }
 
 std::string toJson(const ChannelsReport& report) {
-  Json json = {{"channels", Json::array()},
+  Json json = {{"version", kReportVersion},
+               {"channels", Json::array()},
                {"layers", Json::array()},
                {"firstFree", report.firstFree},
                {"free", report.free}};
@@ -129,7 +225,8 @@ std::string toJson(const ChannelsReport& report) {
 }
 
 std::string toJson(const ChannelNameReport& report) {
-  Json json = {{"name", report.name}, {"channelName", report.channelName}};
+  Json json = {
+      {"version", kReportVersion}, {"name", report.name}, {"channelName", report.channelName}};
   json["layer"] = report.layer.empty() ? Json() : object(report.layer[0]);
   json["channel"] = report.channel.empty() ? Json() : object(report.channel[0]);
   if (report.channel.empty() && !report.newLayer.empty() && report.newNumber > 0)
@@ -148,7 +245,7 @@ std::string toJson(const SelectionReport& report) {
                               {"weight", number(run.weight)}});
     return json;
   };
-  Json json = {{"objects", Json::array()}};
+  Json json = {{"version", kReportVersion}, {"objects", Json::array()}};
   for (const SelectionReport::Object& object : report.objects)
     json["objects"].push_back({{"path", object.path},
                                {"selected", object.selected},
@@ -159,7 +256,7 @@ std::string toJson(const SelectionReport& report) {
 
 std::string toJson(const ResolveReport& report) {
   const auto text = [](const std::string& value) { return value.empty() ? Json() : Json(value); };
-  Json json = {{"references", Json::array()}};
+  Json json = {{"version", kReportVersion}, {"references", Json::array()}};
   for (const ResolveReport::Reference& one : report.references)
     json["references"].push_back({{"reference", one.reference},
                                   {"resolved", !one.path.empty()},

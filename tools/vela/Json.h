@@ -8,7 +8,10 @@
 #include <string>
 #include <vector>
 
+#include "ovo/LayerUses.h"
 #include "tarn/Vec.h"
+#include "vela/scene/ExplainRay.h"
+#include "vela/scene/SceneSummary.h"
 
 namespace command {
 
@@ -57,6 +60,8 @@ struct InfoReport {
   std::vector<MeshFacts> meshes;
   std::vector<CameraFacts> cameras;
   std::vector<MaterialFacts> materials;
+  vela::scene::SceneSummary summary;
+  std::vector<ovo::LayerUse> layers;
 };
 
 struct ChannelsReport {
@@ -110,9 +115,17 @@ struct ResolveReport {
   std::vector<Reference> references;  ///< as asked for
 };
 
+/// What has changed in the reports' form: a number that grows when a key goes or changes. Their
+/// schemas are in tools/vela/schemas, and are installed.
+constexpr int kReportVersion = 1;
+
 /// Texts end with a line end. What is not finite is null.
 [[nodiscard]] std::string toJson(const PickReport& report);
+[[nodiscard]] std::string toJson(const vela::scene::RayExplanation& why,
+                                 const vela::scene::WorldRay& ray);
 [[nodiscard]] std::string toJson(const InfoReport& report);
+/// Of several files one object.
+[[nodiscard]] std::string toJson(const std::vector<InfoReport>& reports);
 [[nodiscard]] std::string toJson(const ChannelsReport& report);
 [[nodiscard]] std::string toJson(const ChannelNameReport& report);
 [[nodiscard]] std::string toJson(const SelectionReport& report);

@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Interrupt.h"
+#include "Json.h"
 #include "Messages.h"
 #include "Options.h"
 #include "Scene.h"
@@ -137,7 +138,7 @@ ExitCode mesh(const MeshOptions& options) {
       print(*report);
   }
   if (options.json) {
-    const Json whole = {{"file", options.file}, {"meshes", all}};
+    const Json whole = {{"version", kReportVersion}, {"file", options.file}, {"meshes", all}};
     std::fputs((whole.dump(2, ' ', false, Json::error_handler_t::replace) + "\n").c_str(), stdout);
   }
   if (defects > 0)

@@ -98,6 +98,19 @@ void readScene(const Arguments& given, SceneOptions& options) {
   }
   options.includedTypes = given.all("--include-type");
   options.excludedPaths = given.all("--exclude");
+  options.maskPaths = given.all("--mask");
+  for (const std::string& text : given.all("--variant")) {
+    ovo::VariantChoice choice;
+    if (!ovo::readVariantChoice(text, choice) || text[0] != '/')
+      throw failure(Message::badForm, {"--variant", text, "PRIM:SET=NAME", "/Chair:colour=red"});
+    options.variants.push_back(choice);
+  }
+  if (given.has("--turn")) {
+    std::vector<double> degrees;
+    if (!readNumbers(given.text("--turn"), 1, degrees))
+      throw failure(Message::badNumber, {"--turn", given.text("--turn")});
+    options.turn = degrees[0];
+  }
   options.withInvisible = given.has("--invisible");
   options.smooth = given.has("--smooth");
   readWord(given, "--engine", {"tracer", "hit-detector"}, options.engine);
@@ -114,8 +127,8 @@ void readScene(const Arguments& given, SceneOptions& options) {
 }  // namespace
 
 vela::scene::ViewOptions SceneOptions::view() const {
-  vela::scene::ViewOptions options{ovo::Path(camera), vela::LensProjection::none, width, height,
-                                   time};
+  vela::scene::ViewOptions options{
+      ovo::Path(camera), vela::LensProjection::none, width, height, time, turn};
   if (lens.empty()) return options;
   const Words words = {"perspective", "orthographic", "spherical", "cylindrical"};
   const auto found = std::find(words.begin(), words.end(), lens);
@@ -166,14 +179,14 @@ bool readArguments(int count, char** arguments, RenderOptions& options) {
   return true;
 }
 
-bool readArguments(int count, char** arguments, PickOptions& options) {
-  Arguments given(*findVerb("pick"));
-  if (!given.read(count, arguments)) return false;
+namespace {
+
+// Of the verbs that ask about one ray.
+void readRay(const Arguments& given, PickOptions& options) {
   readScene(given, options.scene);
-  readWord(given, "--material-purpose", {"full", "preview"}, options.scene.materialPurpose);
   options.json = given.has("--json");
   if (given.has("--pixel") == given.has("--ray"))
-    throw failure(Message::oneOfTwo, {"--pixel", "--ray", "pick"});
+    throw failure(Message::oneOfTwo, {"--pixel", "--ray", given.verb()});
   options.byRay = given.has("--ray");
   if (options.byRay) {
     const std::vector<double> numbers =
@@ -181,7 +194,7 @@ bool readArguments(int count, char** arguments, PickOptions& options) {
     if (numbers[3] == 0.0 && numbers[4] == 0.0 && numbers[5] == 0.0)
       throw failure(Message::noDirection);
     std::copy(numbers.begin(), numbers.end(), options.ray);
-    sayUnused(given, {"--camera", "--lens", "--size"}, "--ray is a ray of the world");
+    sayUnused(given, {"--camera", "--lens", "--size", "--turn"}, "--ray is a ray of the world");
   } else {
     const Words parts = splitList(given.text("--pixel"));
     if (parts.size() != 2)
@@ -189,6 +202,23 @@ bool readArguments(int count, char** arguments, PickOptions& options) {
     options.pixelX = readInteger(given, "--pixel", parts[0], 0, 16383);
     options.pixelY = readInteger(given, "--pixel", parts[1], 0, 16383);
   }
+}
+
+}  // namespace
+
+bool readArguments(int count, char** arguments, PickOptions& options) {
+  Arguments given(*findVerb("pick"));
+  if (!given.read(count, arguments)) return false;
+  readRay(given, options);
+  readWord(given, "--material-purpose", {"full", "preview"}, options.scene.materialPurpose);
+  return true;
+}
+
+bool readArguments(int count, char** arguments, ExplainOptions& options) {
+  Arguments given(*findVerb("explain"));
+  if (!given.read(count, arguments)) return false;
+  readRay(given, options.pick);
+  options.withCulled = given.has("--all");
   return true;
 }
 
@@ -209,7 +239,8 @@ bool readArguments(int count, char** arguments, SelectOptions& options) {
                        ": it prints a selection, and takes nothing else but --json"});
     sayUnused(given,
               {"--parts", "--through", "--camera", "--lens", "--size", "--time", "--include-type",
-               "--exclude", "--purpose", "--invisible", "--subdivide", "--smooth", "--engine"},
+               "--exclude", "--mask", "--variant", "--turn", "--purpose", "--invisible",
+               "--subdivide", "--smooth", "--engine"},
               "--show prints a selection and opens no scene");
     return true;
   }
@@ -234,7 +265,8 @@ bool readArguments(int count, char** arguments, SelectOptions& options) {
 bool readArguments(int count, char** arguments, InfoOptions& options) {
   Arguments given(*findVerb("info"));
   if (!given.read(count, arguments)) return false;
-  options.file = given.text("FILE");
+  options.files = given.all("FILE");
+  readInteger(given, "--depth", 0, 1000, options.depth);
   options.json = given.has("--json");
   options.time = readTime(given);
   return true;

@@ -2,11 +2,13 @@
 /// What the command line says.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "Failure.h"
 #include "ovo/Path.h"
+#include "ovo/Variants.h"
 #include "tarn/Time.h"
 #include "tarn/Vec.h"
 #include "vela/picture/DisplayImage.h"
@@ -29,7 +31,9 @@ struct SceneOptions {
   int width = 0, height = 0;
   double time = tarn::defaultTimeValue();
   std::vector<vela::scene::Purpose> purposes = vela::scene::MeshFilter().purposes;
-  std::vector<std::string> includedTypes, excludedPaths;
+  std::vector<std::string> includedTypes, excludedPaths, maskPaths;
+  std::vector<ovo::VariantChoice> variants;
+  std::optional<double> turn;  ///< degrees that the camera goes around
   bool withInvisible = false;
   int subdivisionLevel = 0;
   bool smooth = false;
@@ -42,7 +46,8 @@ struct SceneOptions {
             withInvisible,
             includedTypes,
             {excludedPaths.begin(), excludedPaths.end()},
-            subdivisionLevel};
+            subdivisionLevel,
+            {maskPaths.begin(), maskPaths.end()}};
   }
   /// \throws Failure (usage) when there is no such lens
   [[nodiscard]] vela::scene::ViewOptions view() const;
@@ -92,6 +97,11 @@ struct PickOptions {
   bool json = false;
 };
 
+struct ExplainOptions {
+  PickOptions pick;
+  bool withCulled = false;
+};
+
 struct SelectOptions {
   SceneOptions scene;
   vela::scene::PixelRect rect;
@@ -103,7 +113,8 @@ struct SelectOptions {
 };
 
 struct InfoOptions {
-  std::string file;
+  std::vector<std::string> files;
+  int depth = 3;  ///< of the tree
   double time = tarn::defaultTimeValue();
   bool json = false;
 };
@@ -151,10 +162,12 @@ bool readArguments(int count, char** arguments, ChannelsOptions& options);
 bool readArguments(int count, char** arguments, SelectOptions& options);
 bool readArguments(int count, char** arguments, ResolveOptions& options);
 bool readArguments(int count, char** arguments, HelpOptions& options);
+bool readArguments(int count, char** arguments, ExplainOptions& options);
 
 // The verbs. They give the exit code of what is no failure. \throws Failure, Interrupted
 ExitCode render(const RenderOptions& options);
 ExitCode pick(const PickOptions& options);
+ExitCode explain(const ExplainOptions& options);
 ExitCode info(const InfoOptions& options);
 ExitCode mesh(const MeshOptions& options);
 ExitCode make(const MakeOptions& options);

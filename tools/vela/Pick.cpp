@@ -47,28 +47,32 @@ ovo::Prim materialAt(const ovo::Stage& stage, const SceneOptions& options, const
 
 }  // namespace
 
-ExitCode pick(const PickOptions& options) {
-  const SceneOptions& scene = options.scene;
-  const std::shared_ptr<ovo::Stage> stage = openStage("pick", scene.file);
-  const MeshList list = listMeshes(*stage, scene);
-  const vela::scene::Extent extent = findExtent(list);
-  const RayCaster caster = makeCaster(scene, list, extent);
-
-  // The ray: as it is given, or that of the pixel's centre.
+WorldRay rayOf(const ovo::Stage& stage, const PickOptions& options,
+               const vela::scene::Extent& extent) {
   WorldRay ray;
   if (options.byRay) {
     const double* r = options.ray;
     ray.base = {r[0], r[1], r[2]};
     ray.direction = Vec3f(Vec3d(r[3], r[4], r[5]));
-  } else {
-    const View view = makeView(*stage, scene, extent);
-    if (options.pixelX >= view.width || options.pixelY >= view.height)
-      throw failure(Message::pixelOutside,
-                    {"--pixel", std::to_string(view.width), std::to_string(view.height)});
-    const tarn::Vec2f place = view.ndc(options.pixelX + 0.5, options.pixelY + 0.5);
-    view.makeRays(&place, 1, &ray);
+    return ray;
   }
+  const View view = makeView(stage, options.scene, extent);
+  if (options.pixelX >= view.width || options.pixelY >= view.height)
+    throw failure(Message::pixelOutside,
+                  {"--pixel", std::to_string(view.width), std::to_string(view.height)});
+  const tarn::Vec2f place = view.ndc(options.pixelX + 0.5, options.pixelY + 0.5);
+  view.makeRays(&place, 1, &ray);
+  return ray;
+}
 
+ExitCode pick(const PickOptions& options) {
+  const SceneOptions& scene = options.scene;
+  const std::shared_ptr<ovo::Stage> stage = openStage("pick", scene.file, scene.variants);
+  const MeshList list = listMeshes(*stage, scene);
+  const vela::scene::Extent extent = findExtent(list);
+  const RayCaster caster = makeCaster(scene, list, extent);
+
+  const WorldRay ray = rayOf(*stage, options, extent);
   SurfaceHit hit;
   caster.intersect(&ray, 1, &hit);
   PickReport report;

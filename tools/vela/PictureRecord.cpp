@@ -63,6 +63,13 @@ std::vector<std::string> wordsOf(const RenderOptions& options,
   if (!std::isnan(scene.time)) add("--time", toText(scene.time));
   for (const std::string& type : sorted(scene.includedTypes)) add("--include-type", type);
   for (const std::string& path : sorted(scene.excludedPaths)) add("--exclude", path);
+  for (const std::string& path : sorted(scene.maskPaths)) add("--mask", path);
+  std::vector<std::string> variants;
+  for (const ovo::VariantChoice& choice : scene.variants)
+    variants.push_back(choice.prim.asString() + ":" + choice.set.asString() + "=" +
+                       choice.name.asString());
+  for (const std::string& choice : sorted(variants)) add("--variant", choice);
+  if (scene.turn) add("--turn", toText(*scene.turn));
   add("--purpose", purposesOf(scene));
   if (scene.withInvisible) words.emplace_back("--invisible");
   if (scene.subdivisionLevel > 0) add("--subdivide", std::to_string(scene.subdivisionLevel));

@@ -150,7 +150,8 @@ ExitCode render(const RenderOptions& options) {
 
   // The picture.
   std::shared_ptr<ovo::Stage> stage;
-  steps.open = timed([&] { stage = openStage("render", options.scene.file); });
+  steps.open =
+      timed([&] { stage = openStage("render", options.scene.file, options.scene.variants); });
   if (selection)
     sayAbsent(*stage, *selection, options.selection.empty() ? options.like : options.selection);
   std::unique_ptr<PictureRenderer> renderer;

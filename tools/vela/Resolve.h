@@ -31,6 +31,7 @@ struct Resolution {
 /// \throws Failure as fileOf, and (usage) for a reference where a file is to be written
 void resolveFiles(RenderOptions& options);
 void resolveFiles(PickOptions& options);
+inline void resolveFiles(ExplainOptions& options) { resolveFiles(options.pick); }
 void resolveFiles(SelectOptions& options);
 void resolveFiles(InfoOptions& options);
 void resolveFiles(MeshOptions& options);

@@ -181,6 +181,44 @@ void sayLeftOut(const ovo::Stage& stage, const MeshList& list,
   if (!found.empty()) say(Notice::note, "left out: " + vela::scene::textOf(found));
 }
 
+// A choice of something that the scene does not have changes nothing.
+void checkVariant(const ovo::Stage& stage, const ovo::VariantChoice& choice) {
+  const std::string before = choice.prim.asString() + ":";
+  const std::string whole = before + choice.set.asString() + "=" + choice.name.asString();
+  const auto wordsOf = [](const std::vector<ovo::Token>& tokens) {
+    std::vector<std::string> words;
+    for (const ovo::Token& token : tokens) words.push_back(token.asString());
+    return words;
+  };
+  const auto fail = [&](const std::string& why, const std::string& attempt) {
+    throw failure(Message::noSuchVariant,
+                  {whole, why, attempt.empty() ? "vela info lists the variants" : attempt});
+  };
+  const ovo::Prim prim = stage.getPrimAtPath(choice.prim);
+  if (!prim.isValid() || !prim.isDefined()) {
+    std::vector<std::string> paths;
+    vela::scene::forEachPrim(
+        stage,
+        [&](const ovo::Prim& one) {
+          if (!one.getVariantSets().empty()) paths.push_back(one.getPath().asString());
+          return true;
+        },
+        interruptibleWork());
+    throwIfInterrupted();
+    fail("there is no such prim", attemptAmong(choice.prim.asString(), paths));
+  }
+  const std::vector<std::string> sets = wordsOf(prim.getVariantSets());
+  if (std::find(sets.begin(), sets.end(), choice.set.asString()) == sets.end())
+    fail("the prim has no such set of variants",
+         attemptAmong(choice.set.asString(), sets, "--variant " + before));
+  const std::vector<std::string> names = wordsOf(prim.getVariants(choice.set));
+  if (!choice.name.isEmpty() &&
+      std::find(names.begin(), names.end(), choice.name.asString()) == names.end())
+    fail("the set has no such variant",
+         attemptAmong(choice.name.asString(), names,
+                      "--variant " + before + choice.set.asString() + "="));
+}
+
 // Paths and types that were named and are not there.
 void sayUnusedNames(const ovo::Stage& stage, const vela::scene::MeshFilter& filter) {
   std::vector<std::string> paths;
@@ -203,11 +241,15 @@ void sayUnusedNames(const ovo::Stage& stage, const vela::scene::MeshFilter& filt
     say(Notice::note, option + " " + name + " names nothing in the scene" +
                           (attempt.empty() ? "" : "; " + attempt));
   };
-  for (const ovo::Path& path : filter.excludedPaths)
-    if (!stage.getPrimAtPath(path).isValid()) {
-      readScene();
-      sayNone("--exclude", path.asString(), paths);
-    }
+  const auto sayAbsent = [&](const char* option, const std::vector<ovo::Path>& given) {
+    for (const ovo::Path& path : given)
+      if (!stage.getPrimAtPath(path).isValid()) {
+        readScene();
+        sayNone(option, path.asString(), paths);
+      }
+  };
+  sayAbsent("--exclude", filter.excludedPaths);
+  sayAbsent("--mask", filter.maskPaths);
   for (const std::string& type : filter.includedTypes) {
     readScene();
     if (types.count(type) == 0) sayNone("--include-type", type, {types.begin(), types.end()});
@@ -216,7 +258,24 @@ void sayUnusedNames(const ovo::Stage& stage, const vela::scene::MeshFilter& filt
 
 }  // namespace
 
-std::shared_ptr<ovo::Stage> openStage(const char* verb, const std::string& file) {
+std::string cameraPath(const ovo::Stage& stage, const std::string& text) {
+  if (text.empty()) return text;
+  const auto cameras = vela::scene::findCameras(stage, text, interruptibleWork());
+  throwIfInterrupted();
+  if (cameras.empty()) return text;
+  if (cameras.size() > 1) {
+    constexpr std::size_t kMost = 4;
+    std::string list;
+    for (std::size_t i = 0; i < std::min(kMost, cameras.size()); ++i)
+      list += (i == 0 ? "" : ", ") + cameras[i].getPath().asString();
+    if (cameras.size() > kMost) list += " and " + std::to_string(cameras.size() - kMost) + " more";
+    throw failure(Message::severalCameras, {text, list});
+  }
+  return cameras.front().getPath().asString();
+}
+
+std::shared_ptr<ovo::Stage> openStage(const char* verb, const std::string& file,
+                                      const std::vector<ovo::VariantChoice>& variants) {
   noteInput(file);
   noteScene(file);
   std::string why;
@@ -224,7 +283,7 @@ std::shared_ptr<ovo::Stage> openStage(const char* verb, const std::string& file)
   {
     // Nothing looks for signals while a scene is opened, which may take minutes.
     const EndAtOnce endsAtOnce(std::string("vela ") + verb);
-    stage = ovo::Stage::open(file, &why);
+    stage = ovo::openWithVariants(file, variants, &why);
   }
   throwIfInterrupted();
   if (!stage) throw cannotOpen(file, why);
@@ -234,6 +293,8 @@ std::shared_ptr<ovo::Stage> openStage(const char* verb, const std::string& file)
   if (replacesFiles()) noteFilesOf(*stage);
 
   Halden::Log::write(Halden::Log::message, "opened " + file);
+
+  for (const ovo::VariantChoice& choice : variants) checkVariant(*stage, choice);
 
   // A scene that is partly missing is shown as far as it goes.
   std::vector<std::string> problems = stage->problems();
@@ -262,8 +323,10 @@ vela::scene::Extent findExtent(const MeshList& list) {
 vela::scene::View makeView(const ovo::Stage& stage, const SceneOptions& options,
                            const vela::scene::Extent& extent) {
   Problem problem;
+  vela::scene::ViewOptions wanted = options.view();
+  wanted.camera = ovo::Path(cameraPath(stage, options.camera));
   std::optional<vela::scene::View> view =
-      vela::scene::makeView(stage, options.view(), extent, &problem, interruptibleWork());
+      vela::scene::makeView(stage, wanted, extent, &problem, interruptibleWork());
   if (!view) fail(problem, stage);
   report(options.file, view->problems);
   return *std::move(view);
@@ -282,8 +345,10 @@ std::unique_ptr<vela::picture::PictureRenderer> openPicture(
     const std::shared_ptr<ovo::Stage>& stage, const std::string& file,
     const vela::picture::RenderOptions& options) {
   std::vector<Problem> problems;
+  vela::picture::RenderOptions wanted = options;
+  wanted.view.camera = ovo::Path(cameraPath(*stage, options.view.camera.asString()));
   auto renderer =
-      vela::picture::PictureRenderer::make(stage, options, &problems, interruptibleWork());
+      vela::picture::PictureRenderer::make(stage, wanted, &problems, interruptibleWork());
   Problem reason;
   if (!renderer) {
     reason = problems.back();

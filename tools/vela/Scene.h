@@ -4,20 +4,30 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "Options.h"
 #include "ovo/Stage.h"
+#include "ovo/Variants.h"
 #include "vela/picture/PictureRenderer.h"
 #include "vela/scene/RayCaster.h"
 #include "vela/scene/SceneExtent.h"
 #include "vela/scene/SceneMeshes.h"
 #include "vela/scene/View.h"
+#include "vela/scene/WorldRay.h"
 
 namespace command {
 
 /// Opens a scene. Why parts of it are missing is said on standard error, a line each.
-/// \throws Failure when the file cannot be opened
-[[nodiscard]] std::shared_ptr<ovo::Stage> openStage(const char* verb, const std::string& file);
+/// \throws Failure when the file cannot be opened, or a variant is none of the scene's
+[[nodiscard]] std::shared_ptr<ovo::Stage> openStage(
+    const char* verb, const std::string& file,
+    const std::vector<ovo::VariantChoice>& variants = {});
+
+/// The path of the camera that a text stands for, see findCameras. Empty for an empty text; what
+/// stands for none comes back as it is, for makeView to complain about.
+/// \throws Failure when it stands for several
+[[nodiscard]] std::string cameraPath(const ovo::Stage& stage, const std::string& text);
 
 /// The meshes that the options ask for. What cannot be shown is said on standard error.
 /// \throws Failure when there are more instances, or faces to refine, than memory is likely to hold
@@ -31,6 +41,11 @@ namespace command {
 /// \throws Failure when no camera has the name, or the camera or the lens cannot be used
 [[nodiscard]] vela::scene::View makeView(const ovo::Stage& stage, const SceneOptions& options,
                                          const vela::scene::Extent& extent);
+
+/// The ray that is asked about: as it is given, or that of the pixel's centre.
+/// \throws Failure (usage) for a pixel outside the picture
+[[nodiscard]] vela::scene::WorldRay rayOf(const ovo::Stage& stage, const PickOptions& options,
+                                          const vela::scene::Extent& extent);
 
 /// What answers rays, as the options ask for it. What it does not take is said on standard error.
 [[nodiscard]] vela::scene::RayCaster makeCaster(const SceneOptions& options,

@@ -98,7 +98,7 @@ ExitCode select(const SelectOptions& options) {
   GeoSelection selection;
   if (!options.add.empty()) selection = readSelection(options.add, true);
   const SceneOptions& scene = options.scene;
-  const std::shared_ptr<ovo::Stage> stage = openStage("select", scene.file);
+  const std::shared_ptr<ovo::Stage> stage = openStage("select", scene.file, scene.variants);
   const MeshList list = listMeshes(*stage, scene);
   const vela::scene::Extent extent = findExtent(list);
   const View view = makeView(*stage, scene, extent);

@@ -52,15 +52,18 @@ OptionRow output(const char* value, const char* help, Offer offer) {
 // Of every verb that looks at a scene through a camera.
 OptionGroup viewGroup() {
   return {"Camera",
-          {{"--camera", "PATH",
-            "camera prim; else the first of the scene; else one that shows all of it"},
+          {{"--camera", "NAME",
+            "path of a camera prim, its name or a part of its path that no other has; else the "
+            "first of the scene; else one that shows all of it"},
            {"--lens",
             "LENS",
             "perspective, orthographic, spherical (all around, 2:1), cylindrical",
             Offer::words,
             {"perspective", "orthographic", "spherical", "cylindrical"}},
            {"--size", "WxH", "or W alone, so high as the camera's film asks; else 1280 wide"},
-           {"--time", "T", "time code; else the scene's default values"}}};
+           {"--time", "T", "time code; else the scene's default values"},
+           {"--turn", "DEGREES",
+            "the camera goes around the middle of what shows, about the scene's up axis"}}};
 }
 
 OptionGroup sceneGroup() {
@@ -74,6 +77,19 @@ OptionGroup sceneGroup() {
            {"--exclude",
             "PATH",
             "not this prim nor what is below it (may be repeated)",
+            Offer::nothing,
+            {},
+            true},
+           {"--mask",
+            "PATH",
+            "nothing but this prim and what is below it (may be repeated)",
+            Offer::nothing,
+            {},
+            true},
+           {"--variant",
+            "PRIM:SET=NAME",
+            "this variant instead of the one that the scene chooses, as /Chair:colour=red (may be "
+            "repeated)",
             Offer::nothing,
             {},
             true},
@@ -237,20 +253,54 @@ VerbRow pickRow() {
   return row;
 }
 
+VerbRow explainRow() {
+  VerbRow row;
+  row.name = "explain";
+  row.synopses = {"FILE --pixel X,Y [options]", "FILE --ray OX,OY,OZ,DX,DY,DZ [options]"};
+  row.summary = "says mesh by mesh why a ray meets what it meets.";
+  row.brief = "why a pixel shows what it shows, and not the rest";
+  row.arguments = {sceneFile()};
+  row.groups = {{"The ray",
+                 {{"--pixel", "X,Y", "as for vela pick"},
+                  {"--ray", "O...,D...", "as for vela pick"},
+                  {"--all", "", "also meshes whose boxes the ray does not enter"},
+                  json("as JSON")}},
+                viewGroup(),
+                sceneGroup()};
+  row.notes = {
+      "Of each mesh by the tracer and by the hit detector: shows; behind something nearer; "
+      "clipped, "
+      "met outside the range of the camera alone; missed, its box is entered and no face met; "
+      "culled, its box is not entered; degenerate, no face has an area; not taken, the hit "
+      "detector "
+      "takes plain meshes alone. Of what is left out or hidden also by what, and whether it would "
+      "be met. --engine and --smooth change nothing."};
+  row.examples = {
+      "vela explain examples/demo/demo.usda --pixel 640,360",
+      "vela explain examples/demo/demo.usda --pixel 640,360 --exclude /Demo/Room --json"};
+  return row;
+}
+
 VerbRow infoRow() {
   VerbRow row;
   row.name = "info";
-  row.synopses = {"FILE [options]"};
-  row.summary = "says what a scene holds.";
-  row.brief = "what a scene holds";
+  row.synopses = {"FILE... [options]"};
+  row.summary = "says what scenes hold.";
+  row.brief = "what scenes hold";
   row.arguments = {sceneFile()};
+  row.arguments[0].repeats = true;
   row.groups = {{"Options",
-                 {json("as JSON, complete"),
-                  {"--time", "T", "time code at which counts and cameras are read"}}}};
+                 {json("as JSON, complete; of several files {\"files\": [...]}"),
+                  {"--time", "T", "time code at which counts, boxes and cameras are read"},
+                  {"--depth", "N", "how deep the tree is listed: 3; 0: not at all"}}}};
   row.notes = {
-      "Prints axes, units and times, prims by type, meshes with their counts, cameras in plain "
-      "units."};
-  row.examples = {"vela info examples/demo/demo.usda", "vela info examples/demo/demo.usda --json"};
+      "Prints axes, units and times; the bounding box in scene units and in metres; the tree with "
+      "its boxes; prims by type, variants, lights, textures and which of them are missing, "
+      "instances; the files that the scene is composed of and the arcs that bring them in; meshes "
+      "with their counts, cameras in plain units, materials. Boxes are of what a picture shows. "
+      "Where some of several files cannot be read the exit code is 4."};
+  row.examples = {"vela info examples/demo/demo.usda",
+                  "vela info examples/demo/demo.usda --json --depth 2"};
   return row;
 }
 
@@ -427,9 +477,9 @@ std::vector<std::string> VerbRow::optionNames() const {
 }
 
 const std::vector<VerbRow>& verbTable() {
-  static const std::vector<VerbRow> table = {renderRow(), pickRow(),    infoRow(),
-                                             meshRow(),   makeRow(),    channelsRow(),
-                                             selectRow(), resolveRow(), helpRow()};
+  static const std::vector<VerbRow> table = {renderRow(),  pickRow(), explainRow(),  infoRow(),
+                                             meshRow(),    makeRow(), channelsRow(), selectRow(),
+                                             resolveRow(), helpRow()};
   return table;
 }
 
