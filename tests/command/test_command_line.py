@@ -212,7 +212,7 @@ class Usage(Case):
                           ["render", self.scene, "-o", out, "--subdivide", "1", "--engine", "hit-detector"],
                           ["pick", self.scene, "--pixel", "1,1", "--smooth", "--engine", "hit-detector"],
                           ["render", self.scene, "-o", "a.tif"], ["render", self.scene, "-o", "a.x", "--png", "a.x"],
-                          ["render", self.scene, "-o", out, "--frames", "1"], ["render", self.scene, "extra", "-o", out],
+                          ["render", self.scene, "-o", out, "--no-such", "1"], ["render", self.scene, "extra", "-o", out],
                           ["pick", self.scene], ["pick", self.scene, "--pixel", "1"], ["pick", self.scene, "--pixel", "1,2,3"],
                           ["pick", self.scene, "--pixel", "-1,0"], ["pick", self.scene, "--pixel", "1280,0"],
                           ["pick", self.scene, "--ray", "0,0,0,0,0,0"], ["pick", self.scene, "--ray", "0,0,0,0,1"],
@@ -1132,6 +1132,94 @@ def Xform "A" (
         self.assertEqual(place("--turn", "450"), [-y + 0.0, x, z])
         self.assertEqual(place("--turn", "-90"), [y, -x, z])
         self.bad(2, "pick", self.scene, "--pixel", "1,1", "--turn", "x")
+
+
+class Series(Case):
+    """Several pictures of one command line."""
+
+    SMALL = ["--size", "16x9", "--samples", "1", "--layers", "P"]
+
+    def series(self, *arguments, code=0):
+        done = run("render", self.scene, *arguments, *self.SMALL)
+        self.assertEqual(done.returncode, code, done.stderr)
+        return done.stderr
+
+    def pictures(self):
+        return [n for n in self.names() if n.endswith(".exr")]
+
+    def test_each_frame_is_the_picture_of_its_time(self):
+        self.series("-o", self.at / "a.####.exr", "--frames", "1-5x2,10")
+        self.assertEqual(self.pictures(), ["a.0001.exr", "a.0003.exr", "a.0005.exr", "a.0010.exr"])
+        for time, name in (("3", "a.0003.exr"), ("10", "a.0010.exr")):
+            self.series("-o", self.at / "b.exr", "--time", time)
+            self.assertEqual((self.at / "b.exr").read_bytes(), (self.at / name).read_bytes())
+        self.series("-o", self.at / "c.%02d.exr", "--time", "7")
+        self.assertIn("c.07.exr", self.pictures())
+
+    def test_one_name_for_several_pictures_is_refused(self):
+        for arguments in (["--frames", "1-2"], ["--turntable", "2"], ["--camera", "all"]):
+            line = self.bad(2, "render", self.scene, "-o", self.at / "a.exr", *arguments)
+            self.assertIn("it is one name for several ", line)
+        self.series("-o", self.at / "a.exr", "--frames", "3")  # one frame needs no place
+        for arguments in (["--frames", "1", "--time", "1"], ["--frames", "1", "--turntable", "3"], ["--frames", "a"], ["--turntable", "0"]):
+            self.bad(2, "render", self.scene, "-o", self.at / "a.####.exr", *arguments)
+
+    def test_every_camera_makes_its_picture(self):
+        self.series("-o", self.at / "{camera}.exr", "--camera", "all")
+        self.assertEqual(self.pictures(), ["Flat.exr", "Top.exr"])
+        self.series("-o", self.at / "one.exr", "--camera", "/World/Flat")
+        self.assertEqual((self.at / "one.exr").read_bytes(), (self.at / "Flat.exr").read_bytes())
+        self.series("-o", self.at / "{camera}.##.exr", "--camera", "all", "--frames", "1,2")
+        self.assertEqual(len(self.pictures()), 7)
+        self.scene.write_text('#usda 1.0\ndef Cube "C"\n{\n}\n')
+        self.assertIn("no such camera: all: the scene has none".replace("all: the", "all; the"), self.series("-o", self.at / "{camera}.exr", "--camera", "all", code=1))
+
+    def test_cameras_of_one_name_go_by_their_paths(self):
+        self.scene.write_text('#usda 1.0\ndef Cube "C"\n{\n}\n' + "".join(
+            f'def Xform "{rig}"\n{{\n    def Camera "Eye"\n    {{\n    }}\n}}\n' for rig in ("L", "R")))
+        self.series("-o", self.at / "{camera}.exr", "--camera", "all")
+        self.assertEqual(self.pictures(), ["L_Eye.exr", "R_Eye.exr"])
+
+    def test_a_turntable_goes_once_around(self):
+        self.series("-o", self.at / "t.#.exr", "--turntable", "4", "--camera", "Top")
+        self.assertEqual(self.pictures(), [f"t.{i}.exr" for i in (1, 2, 3, 4)])
+        for step, degrees in ((1, "0"), (2, "90"), (4, "270")):
+            self.series("-o", self.at / "one.exr", "--turn", degrees, "--camera", "Top")
+            self.assertEqual((self.at / "one.exr").read_bytes(), (self.at / f"t.{step}.exr").read_bytes())
+        self.assertEqual(len({(self.at / f"t.{i}.exr").read_bytes() for i in (1, 2, 3, 4)}), 4)
+        # Its header makes it again.
+        done = run("render", self.scene, "--like", self.at / "t.2.exr", "-o", self.at / "again.exr")
+        self.assertEqual((done.returncode, (self.at / "again.exr").read_bytes()), (0, (self.at / "t.2.exr").read_bytes()), done.stderr)
+
+    def test_masks_and_variants_are_in_the_header_too(self):
+        for options in (["--mask", "/World/Floor"], ["--camera", "Fla", "--turn", "30", "--mask", "/World/Box", "--mask", "/World/Floor"]):
+            self.series("-o", self.at / "a.exr", *options)
+            done = run("render", self.scene, "--like", self.at / "a.exr", "-o", self.at / "b.exr")
+            self.assertEqual((done.returncode, (self.at / "a.exr").read_bytes()), (0, (self.at / "b.exr").read_bytes()), done.stderr)
+
+    def test_what_is_there_is_skipped(self):
+        (self.at / "a.1.exr").write_bytes(b"mine")
+        self.series("-o", self.at / "a.#.exr", "--frames", "1-3", "--skip-existing")
+        self.assertEqual((self.at / "a.1.exr").read_bytes(), b"mine")
+        self.assertEqual(self.pictures(), ["a.1.exr", "a.2.exr", "a.3.exr"])
+        self.series("-o", self.at / "a.#.exr", "--frames", "1-3")
+        self.assertNotEqual((self.at / "a.1.exr").read_bytes(), b"mine")
+
+    def test_a_bad_picture_does_not_keep_the_others_from_being_made(self):
+        (self.at / "a.2.exr").mkdir()
+        said = self.series("-o", self.at / "a.#.exr", "--frames", "1-3", code=4).splitlines()
+        self.assertIn(f"vela render: frame 2: error: cannot write: {self.at}/a.2.exr: it is a folder; name a file in it", said)
+        self.assertEqual(said[-1], "vela render: error: not all pictures are made: frame 2: 1 of 3 failed; see the lines above; "
+                                   "--skip-existing makes these alone")
+        self.assertEqual(self.pictures(), ["a.1.exr", "a.2.exr", "a.3.exr"])
+        for name in ("a.1.exr", "a.3.exr"):
+            (self.at / name).unlink()
+            (self.at / name).mkdir()
+        self.series("-o", self.at / "a.#.exr", "--frames", "1-3", code=1)
+
+    def test_what_is_left_out_is_said_once_for_all_frames(self):
+        said = self.series("-o", self.at / "a.#.exr", "--frames", "1-3")
+        self.assertEqual(said.count("left out"), 1, said)
 
 
 class NothingFound(Case):

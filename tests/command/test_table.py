@@ -212,6 +212,10 @@ def PointInstancer "A" {{
 }}
 """)
         run("make", "grid", "-o", self.at / "big.usda", "--rows", "100", "--columns", "100", "--scheme", "catmullClark")
+        gone = self.at / "gone.usda"
+        gone.write_text("#usda 1.0\n")
+        run("render", gone, "-o", self.at / "gone.exr", "--size", "8x8", "--samples", "1")
+        gone.unlink()
         return {
             "noVerb": ["--json"], "unknownVerb": ["xyzzy"], "unknownOption": ["info", s, "--xyzzy"], "furtherArgument": ["mesh", s, "/M", "x"],
             "missingArgument": ["info"], "missingOption": ["make", "cube"], "missingValue": ["info", s, "--time"],
@@ -219,7 +223,13 @@ def PointInstancer "A" {{
             "badInteger": [*render, "--samples", "0"], "badNumber": ["info", s, "--time", "x"], "badNumbers": ["pick", s, "--ray", "1"],
             "badForm": ["pick", s, "--pixel", "9"], "badWord": [*render, "--engine", "x"], "badLens": [*render, "--lens", "x"],
             "badLayer": [*render, "--layers", "heat"], "noLayers": [*render, "--layers", ","], "noOutput": ["render", s],
-            "pngAsExr": ["render", s, "-o", "a.png"], "sameOutputs": ["render", s, "-o", "a.x", "--png", "a.x"], "oneOfTwo": ["pick", s],
+            "unknownExtension": ["render", s, "-o", "a.tif"], "noExtension": ["render", s, "-o", "a"],
+            "wrongExtension": ["render", s, "--png", "a.exr"], "manyLayers": ["render", s, "-o", "a.png", "--layers", "N,depth"],
+            "badCompression": [*render, "--compression", "dwaa", "--layers", "depth"], "badView": ["render", s, "-o", "a.png", "--view", "xyzzy"],
+            "badConfiguration": ["render", s, "-o", "a.png"], "noSceneOfRecord": ["render", "--like", self.at / "gone.exr", "-o", out],
+            "noRecord": ["render", s, "--like", s, "-o", out], "oneOfTwo": ["pick", s], "badFrames": [*render, "--frames", "1-"],
+            "oneNameForMany": [*render, "--frames", "1-2"],
+            "picturesFailed": ["render", s, "-o", self.at / "{camera}.exr", "--camera", "all", "--size", "8x8", "--samples", "1"],
             "notTogether": [*render, "--smooth", "--engine", "hit-detector"], "noDirection": ["pick", s, "--ray", "0,0,0,0,0,0"],
             "onlyWith": ["select", s, "--rect", "0,0,1,1", "-o", "a.sel", "--json"], "pixelOutside": ["pick", s, "--pixel", "9999,0"],
             "notAbove": ["make", "cube", "-o", "a.usda", "--size", "0,1,1"],
@@ -238,6 +248,8 @@ def PointInstancer "A" {{
         environment = {k: v for k, v in os.environ.items() if k != "OPENASSETIO_DEFAULT_CONFIG"}
         if name == "badManager":
             environment["OPENASSETIO_DEFAULT_CONFIG"] = str(self.at / "none.toml")
+        if name == "badConfiguration":
+            environment["OCIO"] = str(self.at / "none.ocio")
         if arguments is not None:
             done = run(*arguments, cwd=self.at, env=environment)
             return done.returncode, done.stderr.splitlines()[-1]

@@ -12,7 +12,7 @@ namespace command {
 
 namespace {
 
-constexpr ExitCode usage = kUsage, failed = kBadInput;
+constexpr ExitCode usage = kUsage, failed = kBadInput, partly = kPartly;
 
 std::string filled(const char* pattern, std::initializer_list<std::string> values) {
   std::string text;

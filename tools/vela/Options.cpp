@@ -10,9 +10,11 @@
 #include "Messages.h"
 #include "Notices.h"
 #include "OutputPictures.h"
+#include "PictureJobs.h"
 #include "PictureRecord.h"
 #include "Suggest.h"
 #include "Text.h"
+#include "vela/scene/FrameRange.h"
 
 namespace command {
 
@@ -142,6 +144,29 @@ vela::scene::ViewOptions SceneOptions::view() const {
   return options;
 }
 
+namespace {
+
+// What makes several pictures of one command line.
+void readSeries(const Arguments& given, RenderOptions& options) {
+  options.allCameras = options.scene.camera == "all";
+  options.skipExisting = given.has("--skip-existing");
+  if (given.has("--frames")) {
+    if (given.has("--time"))
+      throw failure(Message::notTogether, {"--frames", "--time", ", which is one of them"});
+    if (given.has("--turntable"))
+      throw failure(Message::notTogether,
+                    {"--frames", "--turntable", ": a turntable is of one time"});
+    std::string why;
+    const auto frames = vela::scene::parseFrames(given.text("--frames"), &why);
+    if (!frames) throw failure(Message::badFrames, {given.text("--frames"), why});
+    options.frames = *frames;
+  }
+  readInteger(given, "--turntable", 1, 100000, options.turntable);
+  checkJobNames(options);
+}
+
+}  // namespace
+
 bool readArguments(int count, char** arguments, RenderOptions& options) {
   Arguments given(*findVerb("render"));
   if (!given.read(count, arguments)) return false;
@@ -151,6 +176,7 @@ bool readArguments(int count, char** arguments, RenderOptions& options) {
   if (!given.has("FILE")) throw failure(Message::missingArgument, {"FILE", "render"});
   readScene(given, options.scene);
   readOutputs(given, options);
+  readSeries(given, options);
   options.selection = given.text("--selection");
   options.statistics = given.has("--stats");
   readInteger(given, "--samples", 1, 4096, options.samples);

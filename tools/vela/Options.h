@@ -75,6 +75,10 @@ struct RenderOptions {
   SceneOptions scene;
   std::vector<PictureOutput> outputs;
   PictureFileOptions files;
+  std::vector<double> frames;  ///< empty: one picture
+  int turntable = 0;           ///< steps; 0: none
+  bool allCameras = false;
+  bool skipExisting = false;
   std::string selection;      ///< a file; what it selects is tinted
   std::string like;           ///< the picture whose options are taken; empty for none
   std::string likeSelection;  ///< the text of a selection, out of that picture's header

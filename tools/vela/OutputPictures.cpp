@@ -232,6 +232,20 @@ OutputPictures::OutputPictures(const RenderOptions& options) : options_(options)
   display_.colour = options.files.colour;
 }
 
+std::vector<std::string> OutputPictures::namesOf(const RenderOptions& options) {
+  std::vector<std::string> names;
+  for (const PictureOutput& output : options.outputs) {
+    if (!isPerLayer(output.file)) {
+      names.push_back(output.file);
+      continue;
+    }
+    for (const std::string& layer : namesIn(choose(options.layers)))
+      names.push_back(nameFor(output.file, layer));
+  }
+  if (!options.files.manifest.empty()) names.push_back(options.files.manifest);
+  return names;
+}
+
 void OutputPictures::open(const PictureOutput& output, const std::string& name,
                           const std::vector<std::string>& layers) {
   if (output.format == FileFormat::exr) {

@@ -30,6 +30,10 @@ class OutputPictures {
   /// \throws Failure when a file cannot be written, or is one that is read
   explicit OutputPictures(const RenderOptions& options);
 
+  /// The final names of the files, without opening any.
+  /// \throws Failure (usage) for layers that there are not
+  [[nodiscard]] static std::vector<std::string> namesOf(const RenderOptions& options);
+
   /// Writes everything under temporary names.
   /// \param picture has layersToRender(); its attributes stand in every EXR, with the layers of
   ///                that file among its options

@@ -6,16 +6,21 @@
 #include <cinttypes>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <sstream>
 #include <string>
+#include <system_error>
+#include <vector>
 
 #include "Interrupt.h"
+#include "Logging.h"
 #include "Messages.h"
 #include "Notices.h"
 #include "Options.h"
 #include "OutputPictures.h"
+#include "PictureJobs.h"
 #include "PictureRecord.h"
 #include "Progress.h"
 #include "Scene.h"
@@ -106,6 +111,13 @@ struct Steps {
   double open = 0.0, build = 0.0, render = 0.0, write = 0.0;
 };
 
+bool allExist(const std::vector<std::string>& files) {
+  return std::all_of(files.begin(), files.end(), [](const std::string& file) {
+    std::error_code none;
+    return std::filesystem::is_regular_file(file, none);
+  });
+}
+
 // Runs one step. \return the seconds that it took
 template <class Step>
 double timed(const Step& step) {
@@ -134,26 +146,12 @@ void printStatistics(const Steps& steps, const PictureRenderer& renderer) {
                static_cast<double>(usage.ru_maxrss) / 1024.0, stats.cameraRays, stats.lightRays);
 }
 
-}  // namespace
-
-ExitCode render(const RenderOptions& options) {
+// One picture of a scene that is open.
+void renderJob(const RenderOptions& options, const std::shared_ptr<ovo::Stage>& stage,
+               const std::optional<vela::Selection::GeoSelection>& selection, Steps steps) {
   const auto start = Clock::now();
-  Steps steps;
-
   // Names and folders are checked before the long work.
   OutputPictures files(options);
-  const std::optional<vela::Selection::GeoSelection> selection = selectionOf(options);
-  const std::string self = std::string("vela ") + vela::version();
-  if (!options.like.empty() && options.likeSoftware != self)
-    say(Notice::note, options.like + " was made by " + options.likeSoftware + ": " + self +
-                          " may make other bytes");
-
-  // The picture.
-  std::shared_ptr<ovo::Stage> stage;
-  steps.open =
-      timed([&] { stage = openStage("render", options.scene.file, options.scene.variants); });
-  if (selection)
-    sayAbsent(*stage, *selection, options.selection.empty() ? options.like : options.selection);
   std::unique_ptr<PictureRenderer> renderer;
   steps.build = timed([&] {
     vela::picture::RenderOptions wanted = pictureOptions(options);
@@ -162,7 +160,6 @@ ExitCode render(const RenderOptions& options) {
   });
   Picture picture;
   steps.render = timed([&] { picture = renderAll(*renderer, options.threads); });
-
   if (!renderer->extent().box.isEmpty() && seesNothing(picture))
     say(Notice::warning, renderer->view().camera.isEmpty()
                              ? "the view sees nothing"
@@ -174,11 +171,68 @@ ExitCode render(const RenderOptions& options) {
     files.write(picture);
     files.commit();
   });
-
   if (options.statistics) printStatistics(steps, *renderer);
-  const std::chrono::duration<double> taken = Clock::now() - start;
-  reportPicture(files.names(), *renderer, taken.count());
-  return kDone;
+  reportPicture(files.names(), *renderer,
+                std::chrono::duration<double>(Clock::now() - start).count() + steps.open);
+}
+
+}  // namespace
+
+ExitCode render(const RenderOptions& options) {
+  const std::optional<vela::Selection::GeoSelection> selection = selectionOf(options);
+  const std::string self = std::string("vela ") + vela::version();
+  if (!options.like.empty() && options.likeSoftware != self)
+    say(Notice::note, options.like + " was made by " + options.likeSoftware + ": " + self +
+                          " may make other bytes");
+  // Whatever is wrong with a single picture's files is said before the scene is opened, which may
+  // take long.
+  const bool isSingle = options.frames.empty() && options.turntable == 0 && !options.allCameras;
+  if (isSingle && std::isnan(options.scene.time) && !options.skipExisting)
+    OutputPictures checked(options);
+
+  Steps steps;
+  std::shared_ptr<ovo::Stage> stage;
+  steps.open =
+      timed([&] { stage = openStage("render", options.scene.file, options.scene.variants); });
+  if (selection)
+    sayAbsent(*stage, *selection, options.selection.empty() ? options.like : options.selection);
+  RenderOptions resolved = options;
+  if (!options.allCameras) resolved.scene.camera = cameraPath(*stage, options.scene.camera);
+  const std::vector<PictureJob> jobs = listJobs(*stage, resolved);
+
+  // A bad picture does not keep the others from being made. What is wrong with the command line is
+  // wrong with all of them.
+  std::size_t done = 0;
+  std::vector<std::string> failed;
+  try {
+    for (const PictureJob& job : jobs) {
+      if (options.skipExisting && allExist(OutputPictures::namesOf(job.options))) {
+        ++done;
+        continue;
+      }
+      try {
+        renderJob(job.options, stage, selection, steps);
+        ++done;
+        steps.open = 0.0;
+      } catch (const Failure& why) {
+        if (jobs.size() == 1 || why.code == kUsage) throw;
+        reportFailure("vela render: " + job.label, why);
+        failed.push_back(job.label);
+      }
+    }
+  } catch (const Interrupted&) {
+    if (jobs.size() == 1 || done == 0) throw;
+    say(Notice::warning, "interrupted; " + std::to_string(done) + " of " +
+                             std::to_string(jobs.size()) + " pictures are written");
+    return kInterrupted;
+  }
+  if (failed.empty()) return kDone;
+  std::string list;
+  for (const std::string& label : failed) list += (list.empty() ? "" : "; ") + label;
+  Failure all = failure(Message::picturesFailed,
+                        {list, std::to_string(failed.size()), std::to_string(jobs.size())});
+  if (done == 0) all.code = kBadInput;
+  throw all;
 }
 
 }  // namespace command

@@ -175,6 +175,13 @@ VerbRow renderRow() {
          {"soft", "clip"}},
         {"--display", "D", "a display of that configuration; else its default one"}}},
       viewGroup(),
+      {"Several pictures",
+       {{"--frames", "LIST",
+         "these time codes: 1-10x2,24. Names have #### or %04d where the frame stands"},
+        {"--turntable", "N",
+         "N pictures from all sides, the camera going once around what shows; their numbers stand "
+         "where frames do"},
+        {"--skip-existing", "", "not those whose files are all there"}}},
       sceneGroup(),
       {"Quality",
        {{"--samples", "N", "rays a pixel, rounded to a square: 16. With 1, pixel centres"},
@@ -210,6 +217,9 @@ VerbRow renderRow() {
       "A refined mesh keeps its numbers: face.id is the scene's face that the refined one comes "
       "from, here as in vela pick and select. Its normals are computed. Without --subdivide such "
       "surfaces show as their control meshes; meshes of the scheme none always do.",
+      "With --camera all each camera makes a picture: names have {camera} in them. A picture that "
+      "fails does not keep the others from being made; those that did are listed at the end, and "
+      "the exit code is 4.",
       "Small scenes take seconds; Ctrl-C leaves nothing half written."};
   row.examples = {
       "vela render examples/demo/demo.usda -o demo.exr --png demo.png",

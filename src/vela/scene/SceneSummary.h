@@ -27,7 +27,7 @@ struct SummaryOptions {
 ///
 /// \code
 ///   const auto stage = ovo::Stage::open("examples/demo/demo.usda");
-///   const auto summary = vela::scene::summarize(*stage, {});
+///   const std::optional<vela::scene::SceneSummary> summary = vela::scene::summarize(*stage, {});
 ///   assert(summary && !summary->box.isEmpty());
 ///   assert(summary->tree[0].path == ovo::Path("/Demo") && summary->tree[0].depth == 1);
 /// \endcode
