@@ -66,7 +66,7 @@ tarn::Vec3i NearestPointQuery::cellID(const tarn::Vec3f& position) const {
 void NearestPointQuery::addPoints(const tarn::Vec3f* points, std::size_t count) {
   if (points == nullptr) count = 0;
   count = std::min<std::size_t>(count, kNoPoint);  // one index must stay free to mean "no point"
-  const std::size_t cells = static_cast<std::size_t>(cellCountX * cellCountY * cellCountZ);
+  const std::size_t cells = cellStart.size() - 1;
 
   // The cell of each point, and how many points each cell has. Compared unsigned, so that NaN,
   // which converts to the lowest int, is dropped with what lies beyond the last cell.
