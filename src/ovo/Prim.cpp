@@ -150,7 +150,7 @@ Primvar Prim::getPrimvar(const Token& name) const {
 }
 
 Primvar Prim::findInheritedPrimvar(const Token& name) const {
-  const Primvar own = getPrimvar(name);
+  Primvar own = getPrimvar(name);
   if (own.isValid() && own.hasAuthoredValue()) return own;
   const Token full = primvarFullName(name);
   for (Prim above = parent(); above.isValid() && above.node_->parent; above = above.parent()) {
@@ -163,7 +163,7 @@ Primvar Prim::findInheritedPrimvar(const Token& name) const {
 
 Primvar Prim::createPrimvar(const Token& name, const Token& type,
                             const Token& interpolation) const {
-  const Primvar primvar{createAttr(primvarFullName(name), type)};
+  Primvar primvar{createAttr(primvarFullName(name), type)};
   if (primvar.isValid() && !interpolation.isEmpty() && !primvar.setInterpolation(interpolation))
     return Primvar();
   return primvar;

@@ -24,6 +24,7 @@
 #include "PictureRecord.h"
 #include "Progress.h"
 #include "Scene.h"
+#include "SceneFiles.h"
 #include "SelectionFile.h"
 #include "vela/Version.h"
 #include "vela/picture/PictureRenderer.h"
@@ -152,6 +153,8 @@ void renderJob(const RenderOptions& options, const std::shared_ptr<ovo::Stage>& 
   const auto start = Clock::now();
   // Names and folders are checked before the long work.
   OutputPictures files(options);
+  // Nor may a picture replace a texture. The stage was opened before the files were named.
+  if (replacesFiles()) noteFilesOf(*stage);
   std::unique_ptr<PictureRenderer> renderer;
   steps.build = timed([&] {
     vela::picture::RenderOptions wanted = pictureOptions(options);

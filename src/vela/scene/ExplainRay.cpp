@@ -77,7 +77,7 @@ bool enters(const tarn::Box3d& box, const WorldRay& ray) {
                                  std::abs(box.max.y), std::abs(box.min.z), std::abs(box.max.z)});
   const double margin = 1e-5 * reach;
   double first = 0.0, last = kNever;
-  for (int i = 0; i < 3; ++i) {
+  for (std::size_t i = 0; i < 3; ++i) {
     const double low = box.min[i] - margin - origin[i], high = box.max[i] + margin - origin[i];
     if (direction[i] == 0.0) {
       if (low > 0.0 || high < 0.0) return false;

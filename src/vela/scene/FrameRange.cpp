@@ -100,8 +100,9 @@ std::optional<std::vector<double>> parseFrames(const std::string& text, std::str
     const double count = std::floor(std::abs(last - first) / step + 1e-9);
     if (count + static_cast<double>(frames.size()) >= static_cast<double>(kMostFrames))
       return fail("these are more than " + std::to_string(kMostFrames) + " frames");
-    for (double i = 0.0; i <= count; i += 1.0) {
-      const double frame = first + (last < first ? -i : i) * step;
+    for (std::size_t i = 0; i <= static_cast<std::size_t>(count); ++i) {
+      const double steps = static_cast<double>(i);
+      const double frame = first + (last < first ? -steps : steps) * step;
       if (known.insert(frame).second) frames.push_back(frame);
     }
     if (at == text.size()) return frames;
