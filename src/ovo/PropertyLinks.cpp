@@ -228,12 +228,12 @@ using PrimPredicates = pxr::SdfPredicateLibrary<const detail::PrimNode*>;
 PrimPredicates makePredicates() {
   using Node = const detail::PrimNode*;
   PrimPredicates library;
-  library.Define("isa", [](Node node, std::string type) {
+  library.Define("isa", [](Node node, const std::string& type) {
     return node && derivesFrom(node->typeName.asString(), type);
   });
   library.Define("defined", [](Node node) { return node && node->defined; });
   library.Define("abstract", [](Node node) { return node && node->abstract; });
-  library.Define("kind", [](Node node, std::string kind) {
+  library.Define("kind", [](Node node, const std::string& kind) {
     pxr::TfToken own;
     for (std::size_t i = 0; node && own.IsEmpty() && i < node->opinions.size(); ++i)
       node->opinions[i].layer->HasField(node->opinions[i].path, pxr::SdfFieldKeys->Kind, &own);

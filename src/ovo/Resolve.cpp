@@ -221,7 +221,7 @@ pxr::SdfPath editAttribute(const PrimNode& constNode, const std::string& name,
   PrimNode& node = const_cast<PrimNode&>(constNode);
   if (!type || !pxr::SdfPath::IsValidNamespacedIdentifier(name)) return pxr::SdfPath();
   if (!stage.editSpec(node)) return pxr::SdfPath();
-  const pxr::SdfPath path = node.sdfPath.AppendProperty(pxr::TfToken(name));
+  pxr::SdfPath path = node.sdfPath.AppendProperty(pxr::TfToken(name));
   const pxr::SdfSpecType there = stage.edit->GetSpecType(path);
   if (there == pxr::SdfSpecTypeAttribute) return path;
   if (there != pxr::SdfSpecTypeUnknown) return pxr::SdfPath();

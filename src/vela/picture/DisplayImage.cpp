@@ -21,7 +21,7 @@ using tarn::Vec3f;
 // A value from 0 to 1 as a code; NaN gives 0.
 std::uint8_t codeOf(float value) {
   if (!(value > 0.0f)) return 0;
-  return static_cast<std::uint8_t>(std::min(value, 1.0f) * 255.0f + 0.5f);
+  return static_cast<std::uint8_t>(std::floor(std::min(value, 1.0f) * 255.0f + 0.5f));
 }
 
 bool fail(std::string* error, const std::string& why) {
@@ -87,7 +87,8 @@ struct Range {
   // From 0 at the low end to 1; 1 when all values are equal. In double: the ends may be far apart.
   [[nodiscard]] float share(float value) const {
     if (!(low < high)) return 1.0f;
-    return static_cast<float>((double{value} - double{low}) / (double{high} - double{low}));
+    return static_cast<float>((static_cast<double>(value) - static_cast<double>(low)) /
+                              (static_cast<double>(high) - static_cast<double>(low)));
   }
 };
 

@@ -223,7 +223,7 @@ class FileValues {
     // The frame buffer of a file that is written is only read.
     char* const first = static_cast<char*>(const_cast<void*>(data_)) + channel * size_;
     const std::size_t step = size_ * channels;
-    const auto width = static_cast<std::size_t>(window.max.x - window.min.x + 1);
+    const auto width = static_cast<std::size_t>(window.max.x - window.min.x) + 1;
     return Imf::Slice::Make(type_, first, window, step, step * width);
   }
 
