@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
@@ -114,7 +115,7 @@ std::vector<float> overBackdrop(const Picture& picture) {
 std::uint8_t encodeSrgb(float linear) noexcept {
   if (!(linear > 0.0f)) return 0;
   const float v = std::min(linear, 1.0f);
-  return static_cast<std::uint8_t>(detail::srgbFromLinear(v) * 255.0f + 0.5f);
+  return static_cast<std::uint8_t>(std::floor(detail::srgbFromLinear(v) * 255.0f + 0.5f));
 }
 
 bool writePng(int width, int height, tarn::Span<const float> rgb, const std::string& file,

@@ -101,7 +101,7 @@ std::optional<ViewTransform> ViewTransform::make(const ViewTransformOptions& opt
       fail(error, "there is no display " + options.display + " without a configuration");
       return std::nullopt;
     }
-    if (options.view != "" && options.view != "soft" && options.view != "clip") {
+    if (!options.view.empty() && options.view != "soft" && options.view != "clip") {
       fail(error, "there is no view " + options.view + "; try soft or clip");
       return std::nullopt;
     }
