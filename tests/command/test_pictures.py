@@ -330,6 +330,81 @@ class Like(Case):
         self.assertIn(b"FILE: it is missing", done.stderr)
 
 
+class Regions(Case):
+    WHOLE = ("--size", "24x40", "--samples", "4", "--layers", "rgba,depth,N,prim,crypto_object")
+
+    def region(self, *arguments, out="part.exr"):
+        return self.good("render", "scene.usda", *self.WHOLE, "-o", out, *arguments)
+
+    def check_crop(self, part, whole, x0, y0, x1, y1):
+        """Corners included, bit for bit."""
+        self.assertEqual((part.width, part.height), (x1 - x0 + 1, y1 - y0 + 1))
+        self.assertEqual(part.value("dataWindow"), (x0, y0, x1, y1))
+        self.assertEqual(part.value("displayWindow"), (0, 0, 23, 39))
+        self.assertEqual(set(part.channels), set(whole.channels))
+        for name, values in whole.channels.items():
+            crop = [values[24 * y + x] for y in range(y0, y1 + 1) for x in range(x0, x1 + 1)]
+            self.assertEqual([exr.bits(v) for v in part.channels[name]], [exr.bits(v) for v in crop], name)
+
+    def test_it_is_a_crop_of_the_whole_picture(self):
+        self.region("--png", "whole.png", out="whole.exr")
+        whole = exr.read(self.at / "whole.exr")
+        _, _, _, codes = read_png(self.at / "whole.png")
+        for asked, taken in (("3,5,20,30", (3, 5, 20, 30)), ("20,30,3,5", (3, 5, 20, 30)), ("7,19,7,19", (7, 19, 7, 19)),
+                             ("-5,-5,3,99", (0, 0, 3, 39)), ("23,0,999,2", (23, 0, 23, 2))):
+            self.region("--region", asked, "--png", "part.png")
+            self.check_crop(exr.read(self.at / "part.exr"), whole, *taken)
+            # The backdrop, which changes from row to row, is the whole picture's too.
+            x0, y0, x1, y1 = taken
+            width, height, channels, part = read_png(self.at / "part.png")
+            self.assertEqual((width, height, channels), (x1 - x0 + 1, y1 - y0 + 1, 3))
+            self.assertEqual(bytes(part), b"".join(bytes(codes[3 * (24 * y + x0) : 3 * (24 * y + x1 + 1)]) for y in range(y0, y1 + 1)), asked)
+
+    def test_all_of_it_is_the_whole_picture(self):
+        self.region(out="whole.exr")
+        self.region("--region", "-1,0,500,39")
+        self.assertEqual((self.at / "part.exr").read_bytes(), (self.at / "whole.exr").read_bytes())
+
+    def test_its_header_makes_it_again(self):
+        self.region("--region", "-9,5,20,30", "--threads", "3")
+        self.assertIn(" --size 24x40 --region 0,5,20,30 --purpose ", exr.read(self.at / "part.exr").value("vela/options"))
+        self.good("render", "--like", "part.exr", "-o", "again.exr", "--threads", "1")
+        self.assertEqual((self.at / "again.exr").read_bytes(), (self.at / "part.exr").read_bytes())
+        self.good("render", "--like", "part.exr", "-o", "other.exr", "--region", "1,2,3,4")
+        self.assertEqual(exr.read(self.at / "other.exr").value("dataWindow"), (1, 2, 3, 4))
+
+    def test_it_names_what_shows_in_it_alone(self):
+        self.region(out="whole.exr")
+        self.region("--region", "0,30,23,39")
+        for name in ("prim/manifest", "cryptomatte/" + self.key() + "/manifest"):
+            names = [set(json.loads(exr.read(self.at / file).value(name))) for file in ("whole.exr", "part.exr")]
+            self.assertEqual(names, [{"/World/Wall", "/World/Odd"}, {"/World/Wall"}], name)
+
+    def key(self):
+        return next(n for n in exr.read(self.at / "part.exr").header if n.startswith("cryptomatte/")).split("/")[1]
+
+    def test_what_holds_nothing_is_said(self):
+        for outside in ("24,0,30,9", "0,40,9,41", "-9,0,-1,9"):
+            before = sorted(p.name for p in self.at.iterdir())
+            done = self.run_command("render", "scene.usda", *self.WHOLE, "-o", "a.exr", "--region", outside)
+            self.assertEqual(done.returncode, 1)
+            self.assertIn(b"nothing to render: --region: it lies outside the picture of 24 x 40 pixels; try --region 0,0,23,39", done.stderr)
+            self.assertEqual(sorted(p.name for p in self.at.iterdir()), before)
+        self.refused(2, "'1,2,3' is not X0,Y0,X1,Y1; try --region 0,0,640,360", "-o", "a.exr", "--region", "1,2,3")
+        self.refused(2, "--region: 'x' is no whole number", "-o", "a.exr", "--region", "1,2,3,x")
+        self.assertIn(b"warning: nothing shows in the region", self.region("--region", "0,0,2,2").stderr)
+
+    def test_each_frame_and_camera_has_it(self):
+        self.good("render", "scene.usda", *self.WHOLE, "--camera", "all", "--frames", "1,2", "-o", "{camera}.#.exr", "--region", "3,5,20,30")
+        self.good("render", "scene.usda", *self.WHOLE, "--camera", "/World/Bright", "--time", "2", "-o", "whole.exr")
+        self.assertEqual(len(list(self.at.glob("Eye.?.exr"))), 2)
+        self.check_crop(exr.read(self.at / "Bright.2.exr"), exr.read(self.at / "whole.exr"), 3, 5, 20, 30)
+        # Cameras have heights of their own.
+        done = self.run_command("render", "scene.usda", "--size", "24", "--samples", "1", "--camera", "all", "-o", "h.{camera}.exr", "--region", "0,20,9,23")
+        self.assertEqual(done.returncode, 4, done.stderr)
+        self.assertEqual([p.name for p in self.at.glob("h.*")], ["h.Eye.exr"])
+
+
 class Sizes(Case):
     def sizes(self, *arguments):
         self.good("render", "scene.usda", "-o", "a.exr", "--layers", "depth", *arguments)

@@ -228,6 +228,7 @@ def PointInstancer "A" {{
             "badCompression": [*render, "--compression", "dwaa", "--layers", "depth"], "badView": ["render", s, "-o", "a.png", "--view", "xyzzy"],
             "badConfiguration": ["render", s, "-o", "a.png"], "noSceneOfRecord": ["render", "--like", self.at / "gone.exr", "-o", out],
             "noRecord": ["render", s, "--like", s, "-o", out], "oneOfTwo": ["pick", s], "badFrames": [*render, "--frames", "1-"],
+            "regionOutside": [*render, "--size", "8x8", "--samples", "1", "--region", "8,0,9,9"],
             "oneNameForMany": [*render, "--frames", "1-2"],
             "picturesFailed": ["render", s, "-o", self.at / "{camera}.exr", "--camera", "all", "--size", "8x8", "--samples", "1"],
             "notTogether": [*render, "--smooth", "--engine", "hit-detector"], "noDirection": ["pick", s, "--ray", "0,0,0,0,0,0"],

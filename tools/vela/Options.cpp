@@ -71,6 +71,20 @@ double readTime(const Arguments& given) {
   return numbers[0];
 }
 
+// Two corners of a rectangle of pixels, in any order.
+vela::scene::PixelRect readRect(const Arguments& given, const char* option) {
+  const Words corners = splitList(given.text(option));
+  if (corners.size() != 4)
+    throw failure(Message::badForm, {option, given.text(option), "X0,Y0,X1,Y1", "0,0,640,360"});
+  vela::scene::PixelRect rect;
+  int* const values[4] = {&rect.x0, &rect.y0, &rect.x1, &rect.y1};
+  for (std::size_t i = 0; i < 4; ++i)
+    *values[i] = readInteger(given, option, corners[i], -1'000'000, 1'000'000);
+  if (rect.x0 > rect.x1) std::swap(rect.x0, rect.x1);
+  if (rect.y0 > rect.y1) std::swap(rect.y0, rect.y1);
+  return rect;
+}
+
 // Says which of the options are given for nothing.
 void sayUnused(const Arguments& given, std::initializer_list<const char*> options,
                const std::string& why) {
@@ -177,6 +191,7 @@ bool readArguments(int count, char** arguments, RenderOptions& options) {
   readScene(given, options.scene);
   readOutputs(given, options);
   readSeries(given, options);
+  if (given.has("--region")) options.region = readRect(given, "--region");
   options.selection = given.text("--selection");
   options.statistics = given.has("--stats");
   readInteger(given, "--samples", 1, 4096, options.samples);
@@ -277,14 +292,7 @@ bool readArguments(int count, char** arguments, SelectOptions& options) {
                     {needed == std::string("--output") ? "-o S.sel" : needed, "select"});
   if (options.json) throw failure(Message::onlyWith, {"--json", "--show", "select"});
   readWord(given, "--parts", {"objects", "faces", "vertices"}, options.parts);
-  const Words corners = splitList(given.text("--rect"));
-  if (corners.size() != 4)
-    throw failure(Message::badForm, {"--rect", given.text("--rect"), "X0,Y0,X1,Y1", "0,0,640,360"});
-  int* const values[4] = {&options.rect.x0, &options.rect.y0, &options.rect.x1, &options.rect.y1};
-  for (std::size_t i = 0; i < 4; ++i)
-    *values[i] = readInteger(given, "--rect", corners[i], -1'000'000, 1'000'000);
-  if (options.rect.x0 > options.rect.x1) std::swap(options.rect.x0, options.rect.x1);
-  if (options.rect.y0 > options.rect.y1) std::swap(options.rect.y0, options.rect.y1);
+  options.rect = readRect(given, "--rect");
   return true;
 }
 

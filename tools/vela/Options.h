@@ -75,8 +75,9 @@ struct RenderOptions {
   SceneOptions scene;
   std::vector<PictureOutput> outputs;
   PictureFileOptions files;
-  std::vector<double> frames;  ///< empty: one picture
-  int turntable = 0;           ///< steps; 0: none
+  std::optional<vela::scene::PixelRect> region;  ///< as given; empty: the whole picture
+  std::vector<double> frames;                    ///< empty: one picture
+  int turntable = 0;                             ///< steps; 0: none
   bool allCameras = false;
   bool skipExisting = false;
   std::string selection;      ///< a file; what it selects is tinted

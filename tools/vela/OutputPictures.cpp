@@ -260,13 +260,13 @@ void OutputPictures::open(const PictureOutput& output, const std::string& name,
   files_.push_back({&output, layers, std::make_unique<OutputFile>(name)});
 }
 
-void OutputPictures::write(const Picture& picture) {
+void OutputPictures::write(const Picture& picture, const PictureWindow& window) {
   if (manifest_) writeManifest(picture);
   for (const File& file : files_)
     if (file.output->format == FileFormat::exr)
-      writeExr(file, picture);
+      writeExr(file, picture, window);
     else
-      writeImage(file, picture);
+      writeImage(file, picture, window);
 }
 
 // The names of all mattes, whichever files those stand in.
@@ -285,7 +285,8 @@ void OutputPictures::writeManifest(const Picture& picture) {
   });
 }
 
-void OutputPictures::writeExr(const File& file, const Picture& picture) {
+void OutputPictures::writeExr(const File& file, const Picture& picture,
+                              const PictureWindow& window) {
   Picture part = picture;
   choose(file.layers).reduce(part);
   recordLayers(file.layers, part);
@@ -297,15 +298,23 @@ void OutputPictures::writeExr(const File& file, const Picture& picture) {
   vela::picture::ExrOptions exr;
   exr.compression = options_.files.compression;
   exr.halfColour = options_.files.halfColour;
+  exr.x = window.x;
+  exr.y = window.y;
+  exr.displayWidth = window.width;
+  exr.displayHeight = window.height;
   exr.threads = vela::picture::threadCount(options_.threads);
   writeWhole(*file.file, [&](const std::string& to, std::string* why) {
     return vela::picture::writeExr(part, to, exr, why);
   });
 }
 
-void OutputPictures::writeImage(const File& file, const Picture& picture) {
+void OutputPictures::writeImage(const File& file, const Picture& picture,
+                                const PictureWindow& window) {
+  vela::picture::DisplayOptions display = display_;
+  display.y = window.y;
+  display.wholeHeight = window.height;
   writeWhole(*file.file, [&](const std::string& to, std::string* why) {
-    auto image = displayLayer(picture, file.layers.front(), display_, why);
+    auto image = displayLayer(picture, file.layers.front(), display, why);
     if (!image) return false;
     return file.output->format == FileFormat::png ? writePng(*image, to, why)
                                                   : writeJpeg(*image, to, why);

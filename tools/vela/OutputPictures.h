@@ -23,6 +23,12 @@ void readOutputs(const Arguments& arguments, RenderOptions& options);
 /// The layers that a picture needs for all of its files.
 [[nodiscard]] std::vector<std::string> layersToRender(const RenderOptions& options);
 
+/// Where a picture lies in the whole one that it may be a part of.
+struct PictureWindow {
+  int x = 0, y = 0;           ///< its upper left pixel
+  int width = 0, height = 0;  ///< of the whole
+};
+
 /// The files of one picture. Names and folders are checked, and views of colour made, before the
 /// long work; in commit() all files get their names, once all of them are whole.
 class OutputPictures {
@@ -37,8 +43,9 @@ class OutputPictures {
   /// Writes everything under temporary names.
   /// \param picture has layersToRender(); its attributes stand in every EXR, with the layers of
   ///                that file among its options
+  /// \param window  where the picture lies in the whole one, for files that can say so
   /// \throws Failure, Interrupted
-  void write(const vela::picture::Picture& picture);
+  void write(const vela::picture::Picture& picture, const PictureWindow& window);
 
   /// \throws Failure
   void commit();
@@ -56,8 +63,10 @@ class OutputPictures {
   void open(const PictureOutput& output, const std::string& name,
             const std::vector<std::string>& layers);
   void writeManifest(const vela::picture::Picture& picture);
-  void writeExr(const File& file, const vela::picture::Picture& picture);
-  void writeImage(const File& file, const vela::picture::Picture& picture);
+  void writeExr(const File& file, const vela::picture::Picture& picture,
+                const PictureWindow& window);
+  void writeImage(const File& file, const vela::picture::Picture& picture,
+                  const PictureWindow& window);
 
   const RenderOptions& options_;
   vela::picture::DisplayOptions display_;

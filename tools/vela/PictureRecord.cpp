@@ -50,7 +50,8 @@ std::string purposesOf(const SceneOptions& options) {
 
 // What took effect, not what was typed: two command lines for one picture are one text.
 std::vector<std::string> wordsOf(const RenderOptions& options,
-                                 const vela::picture::PictureRenderer& renderer) {
+                                 const vela::picture::PictureRenderer& renderer,
+                                 const vela::picture::Tile& region) {
   const SceneOptions& scene = options.scene;
   const vela::scene::View& view = renderer.view();
   std::vector<std::string> words;
@@ -60,6 +61,10 @@ std::vector<std::string> wordsOf(const RenderOptions& options,
   if (!view.camera.isEmpty()) add("--camera", view.camera.asString());
   add("--lens", kLenses[view.lens]);
   add("--size", std::to_string(view.width) + "x" + std::to_string(view.height));
+  // Both corners are included. All of the picture is no region.
+  if (region.width() < view.width || region.height() < view.height)
+    add("--region", std::to_string(region.x0) + "," + std::to_string(region.y0) + "," +
+                        std::to_string(region.x1 - 1) + "," + std::to_string(region.y1 - 1));
   if (!std::isnan(scene.time)) add("--time", toText(scene.time));
   for (const std::string& type : sorted(scene.includedTypes)) add("--include-type", type);
   for (const std::string& path : sorted(scene.excludedPaths)) add("--exclude", path);
@@ -103,9 +108,9 @@ std::string findScene(const std::string& name, const std::string& picture) {
 
 void recordPicture(const RenderOptions& options, const vela::picture::PictureRenderer& renderer,
                    const std::optional<vela::Selection::GeoSelection>& selection,
-                   Picture& picture) {
+                   const vela::picture::Tile& region, Picture& picture) {
   picture.attributes.push_back({kScene, fs::path(options.scene.file).filename().string()});
-  picture.attributes.push_back({kOptions, joinWords(wordsOf(options, renderer))});
+  picture.attributes.push_back({kOptions, joinWords(wordsOf(options, renderer, region))});
   if (selection) {
     std::ostringstream text;
     selection->serialize(text);

@@ -23,9 +23,10 @@
 namespace command {
 
 /// Adds all that holds for each file of the picture.
+/// \param region what is rendered of it: all, or a part
 void recordPicture(const RenderOptions& options, const vela::picture::PictureRenderer& renderer,
                    const std::optional<vela::Selection::GeoSelection>& selection,
-                   vela::picture::Picture& picture);
+                   const vela::picture::Tile& region, vela::picture::Picture& picture);
 
 /// Adds the layers of one file to what recordPicture() wrote.
 void recordLayers(const std::vector<std::string>& layers, vela::picture::Picture& picture);

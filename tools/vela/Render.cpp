@@ -35,6 +35,7 @@ namespace {
 
 using vela::picture::Picture;
 using vela::picture::PictureRenderer;
+using vela::picture::Tile;
 using Clock = std::chrono::steady_clock;
 
 vela::picture::RenderOptions pictureOptions(const RenderOptions& options) {
@@ -54,9 +55,23 @@ vela::picture::RenderOptions pictureOptions(const RenderOptions& options) {
   return picture;
 }
 
-Picture renderAll(const PictureRenderer& renderer, int threads) {
+// What is rendered of the picture.
+Tile regionOf(const RenderOptions& options, const PictureRenderer& renderer) {
+  const int width = renderer.width(), height = renderer.height();
+  if (!options.region) return {0, 0, width, height};
+  const vela::scene::PixelRect& asked = *options.region;
+  const Tile region{std::max(asked.x0, 0), std::max(asked.y0, 0), std::min(asked.x1 + 1, width),
+                    std::min(asked.y1 + 1, height)};
+  if (region.x0 >= region.x1 || region.y0 >= region.y1)
+    throw failure(Message::regionOutside,
+                  {"--region", std::to_string(width), std::to_string(height),
+                   std::to_string(width - 1), std::to_string(height - 1)});
+  return region;
+}
+
+Picture renderPart(const PictureRenderer& renderer, const Tile& region, int threads) {
   ProgressLine line("render", [&] { return renderer.raysTraced(); });
-  std::optional<Picture> picture = renderer.renderAll(threads, line.work());
+  std::optional<Picture> picture = renderer.renderRegion(region, threads, line.work());
   if (!picture) throw Interrupted{};
   return *std::move(picture);
 }
@@ -100,10 +115,11 @@ void sayAbsent(const ovo::Stage& stage, const vela::Selection::GeoSelection& sel
 }
 
 // On a terminal, one line about the picture that was made.
-void reportPicture(const std::string& files, const PictureRenderer& renderer, double seconds) {
+void reportPicture(const std::string& files, const PictureRenderer& renderer, const Tile& region,
+                   double seconds) {
   if (!isatty(STDERR_FILENO)) return;
   std::fprintf(stderr, "vela render: %s: %d x %d, %zu meshes, %.1f million rays, %.1f s\n",
-               files.c_str(), renderer.width(), renderer.height(), renderer.meshes().entries.size(),
+               files.c_str(), region.width(), region.height(), renderer.meshes().entries.size(),
                static_cast<double>(renderer.raysTraced()) * 1e-6, seconds);
 }
 
@@ -161,21 +177,23 @@ void renderJob(const RenderOptions& options, const std::shared_ptr<ovo::Stage>& 
     wanted.selection = selection;
     renderer = openPicture(stage, options.scene.file, wanted);
   });
+  const Tile region = regionOf(options, *renderer);
   Picture picture;
-  steps.render = timed([&] { picture = renderAll(*renderer, options.threads); });
+  steps.render = timed([&] { picture = renderPart(*renderer, region, options.threads); });
   if (!renderer->extent().box.isEmpty() && seesNothing(picture))
-    say(Notice::warning, renderer->view().camera.isEmpty()
+    say(Notice::warning, options.region ? "nothing shows in the region"
+                         : renderer->view().camera.isEmpty()
                              ? "the view sees nothing"
                              : "the camera sees nothing: " + renderer->view().camera.asString());
 
   // All files are whole before one of them gets its name.
   steps.write = timed([&] {
-    recordPicture(options, *renderer, selection, picture);
-    files.write(picture);
+    recordPicture(options, *renderer, selection, region, picture);
+    files.write(picture, {region.x0, region.y0, renderer->width(), renderer->height()});
     files.commit();
   });
   if (options.statistics) printStatistics(steps, *renderer);
-  reportPicture(files.names(), *renderer,
+  reportPicture(files.names(), *renderer, region,
                 std::chrono::duration<double>(Clock::now() - start).count() + steps.open);
 }
 

@@ -175,6 +175,11 @@ VerbRow renderRow() {
          {"soft", "clip"}},
         {"--display", "D", "a display of that configuration; else its default one"}}},
       viewGroup(),
+      {"Part of the picture",
+       {{"--region", "X0,Y0,X1,Y1",
+         "these pixels of it alone, both corners included, 0,0 at top left; what lies outside the "
+         "picture is cut off. An EXR's data window says where they lie, its display window is the "
+         "whole picture. Images of depth and P have their range from these pixels"}}},
       {"Several pictures",
        {{"--frames", "LIST",
          "these time codes: 1-10x2,24. Names have #### or %04d where the frame stands"},
@@ -223,6 +228,7 @@ VerbRow renderRow() {
       "Small scenes take seconds; Ctrl-C leaves nothing half written."};
   row.examples = {
       "vela render examples/demo/demo.usda -o demo.exr --png demo.png",
+      "vela render examples/demo/demo.usda -o bowl.exr --size 1280 --region 500,480,860,660",
       "vela render examples/demo/demo.usda --png all.png --lens spherical --samples 4",
       "vela render examples/demo/demo.usda -o look.jpg -o matte.exr --layers crypto_object,rgba "
       "--size 640",

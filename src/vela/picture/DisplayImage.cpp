@@ -144,9 +144,10 @@ void showColour(const Picture& picture, const PixelView<float>& values, float ex
   const bool isStraight = hasAlpha && options.behind != Behind::backdrop;
   std::vector<float> rgb;
   rgb.reserve(picture.pixelCount() * 3);
+  const int height = options.wholeHeight > 0 ? options.wholeHeight : values.height;
   for (int y = 0; y < values.height; ++y) {
     const Vec3f behind =
-        backdrop(1.0f - (static_cast<float>(y) + 0.5f) / static_cast<float>(values.height));
+        backdrop(1.0f - (static_cast<float>(options.y + y) + 0.5f) / static_cast<float>(height));
     for (int x = 0; x < values.width; ++x) {
       Vec3f colour = Vec3f(values(x, y, 0), values(x, y, 1), values(x, y, 2)) * exposure;
       const float alpha = hasAlpha ? std::min(values(x, y, 3), 1.0f) : 1.0f;

@@ -36,6 +36,9 @@ struct DisplayOptions {
   double exposure = 0.0;
   Behind behind = Behind::backdrop;
   tarn::Vec3f colour;  ///< of Behind::colour: sRGB, 0 to 1
+  /// Of a picture that is a part of a larger one, where its first row lies in that and how high
+  /// that is, so that the backdrop is the larger one's. 0: the picture is whole.
+  int y = 0, wholeHeight = 0;
 };
 
 /// An image of one layer.

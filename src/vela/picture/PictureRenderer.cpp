@@ -323,6 +323,35 @@ bool renderPieces(const OpenPicture& open, const Tile& tile, int x0, int y0, Pic
   return true;
 }
 
+// A picture of all pixels or of a part of them, without values. Its attributes are of the whole.
+Picture makeEmpty(const OpenPicture& open, int width, int height) {
+  Picture picture = open.layers.makePicture(width, height);
+  describeView(open.view, picture);
+  if (std::isfinite(open.time))
+    picture.attributes.push_back({"frame", static_cast<float>(open.time)});
+  if (open.exposure != 0.0f) picture.attributes.push_back({"exposure", open.exposure});
+  picture.attributes.push_back({"framesPerSecond", static_cast<float>(open.framesPerSecond)});
+  for (const std::string& matte : cryptomattesOf(picture)) {
+    picture.attributes.push_back({cryptomatteAttribute(matte, "name"), matte});
+    picture.attributes.push_back(
+        {cryptomatteAttribute(matte, "hash"), std::string("MurmurHash3_32")});
+    picture.attributes.push_back(
+        {cryptomatteAttribute(matte, "conversion"), std::string("uint32_to_float32")});
+  }
+  if (open.layers.has("prim")) {
+    const std::size_t count = open.meshes.entries.size();
+    picture.manifest.reserve(count);
+    for (std::size_t i = 0; i < count; ++i) picture.manifest.push_back(nameOf(open.meshes, i));
+  }
+  if (open.layers.has("material")) {
+    std::vector<std::string> names;
+    for (const ovo::Prim& material : open.materials->materials)
+      names.push_back(material.getPath().asString());
+    picture.attributes.push_back({"material/manifest", manifestText(names)});
+  }
+  return picture;
+}
+
 }  // namespace
 
 PictureRenderer::PictureRenderer(std::unique_ptr<detail::OpenPicture> open)
@@ -361,33 +390,7 @@ RenderStats PictureRenderer::stats() const noexcept {
           static_cast<double>(from.shadeTime.load(std::memory_order_relaxed)) * 1e-9};
 }
 
-Picture PictureRenderer::makePicture() const {
-  Picture picture = open_->layers.makePicture(width(), height());
-  describeView(open_->view, picture);
-  if (std::isfinite(open_->time))
-    picture.attributes.push_back({"frame", static_cast<float>(open_->time)});
-  if (open_->exposure != 0.0f) picture.attributes.push_back({"exposure", open_->exposure});
-  picture.attributes.push_back({"framesPerSecond", static_cast<float>(open_->framesPerSecond)});
-  for (const std::string& matte : cryptomattesOf(picture)) {
-    picture.attributes.push_back({cryptomatteAttribute(matte, "name"), matte});
-    picture.attributes.push_back(
-        {cryptomatteAttribute(matte, "hash"), std::string("MurmurHash3_32")});
-    picture.attributes.push_back(
-        {cryptomatteAttribute(matte, "conversion"), std::string("uint32_to_float32")});
-  }
-  if (open_->layers.has("prim")) {
-    const std::size_t count = open_->meshes.entries.size();
-    picture.manifest.reserve(count);
-    for (std::size_t i = 0; i < count; ++i) picture.manifest.push_back(nameOf(open_->meshes, i));
-  }
-  if (open_->layers.has("material")) {
-    std::vector<std::string> names;
-    for (const ovo::Prim& material : open_->materials->materials)
-      names.push_back(material.getPath().asString());
-    picture.attributes.push_back({"material/manifest", manifestText(names)});
-  }
-  return picture;
-}
+Picture PictureRenderer::makePicture() const { return makeEmpty(*open_, width(), height()); }
 
 void PictureRenderer::addManifests(Picture& picture) const {
   if (!open_->mattes) return;
@@ -420,19 +423,25 @@ bool PictureRenderer::render(const Tile& tile, Picture& picture, const scene::Wo
 }
 
 std::optional<Picture> PictureRenderer::renderAll(int threads, const scene::Work& work) const {
-  Picture picture = makePicture();
+  return renderRegion({0, 0, width(), height()}, threads, work);
+}
+
+std::optional<Picture> PictureRenderer::renderRegion(const Tile& region, int threads,
+                                                     const scene::Work& work) const {
+  const Tile part = clip(region, width(), height());
+  Picture picture = makeEmpty(*open_, part.width(), part.height());
   std::vector<std::unique_ptr<detail::TileRenderer>> renderers(
       static_cast<std::size_t>(threadCount(threads)));
-  const bool done = forEachTile(width(), height(), threads, work,
-                                [&](const Tile& tile, int thread, const scene::Work& inTile) {
-                                  auto& renderer = renderers[static_cast<std::size_t>(thread)];
-                                  if (!renderer)
-                                    renderer = std::make_unique<detail::TileRenderer>(*open_->job);
-                                  detail::TileCounts counts;
-                                  renderer->render(tile, 0, 0, picture, inTile, counts);
-                                  open_->counter.add(counts);
-                                });
-  if (!done) return std::nullopt;
+  const auto renderTile = [&](const Tile& tile, int thread, const scene::Work& inTile) {
+    auto& renderer = renderers[static_cast<std::size_t>(thread)];
+    if (!renderer) renderer = std::make_unique<detail::TileRenderer>(*open_->job);
+    // Rays are those of the pixel's place in the whole picture.
+    const Tile inWhole{part.x0 + tile.x0, part.y0 + tile.y0, part.x0 + tile.x1, part.y0 + tile.y1};
+    detail::TileCounts counts;
+    renderer->render(inWhole, part.x0, part.y0, picture, inTile, counts);
+    open_->counter.add(counts);
+  };
+  if (!forEachTile(part.width(), part.height(), threads, work, renderTile)) return std::nullopt;
   addManifests(picture);
   return picture;
 }

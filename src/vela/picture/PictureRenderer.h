@@ -150,6 +150,16 @@ class VELA_PICTURE_API PictureRenderer {
   [[nodiscard]] std::optional<Picture> renderAll(int threads = 0,
                                                  const scene::Work& work = {}) const;
 
+  /// Renders a rectangle as renderAll() would, as a picture of its own: its attributes are those of
+  /// the whole picture, its values the whole picture's bit by bit, and its mattes name what shows
+  /// in the rectangle. ExrOptions::x, y and the size of the display say in files where it lies.
+  /// \param region  is cut off where it lies outside the picture; what is left may be empty
+  /// \param threads as for threadCount(); the picture does not depend on it
+  /// \param work    both callbacks are called on the caller's thread
+  /// \return nothing when the work was stopped
+  [[nodiscard]] std::optional<Picture> renderRegion(const Tile& region, int threads = 0,
+                                                    const scene::Work& work = {}) const;
+
   /// How many rays all calls until now have traced; may be asked while they run.
   [[nodiscard]] std::uint64_t raysTraced() const noexcept;
   /// The same with its parts and times.

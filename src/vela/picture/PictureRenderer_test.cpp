@@ -4,9 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <memory>
 #include <random>
@@ -147,6 +149,61 @@ TEST(PictureRenderer, TilesOnDemandMakeTheBytesOfTheWholePicture) {
   EXPECT_TRUE(renderer->render({0, 0, 33, 20}, pieces));
   expectSameBytes(*whole, pieces);
   EXPECT_EQ(whole->manifest, pieces.manifest);
+}
+
+// The bits: a float that is NaN equals itself.
+template <class T>
+void expectCrop(const PixelView<T>& part, const PixelView<T>& whole, const Tile& tile) {
+  ASSERT_EQ(part.width, tile.width());
+  ASSERT_EQ(part.height, tile.height());
+  for (int y = 0; y < tile.height(); ++y)
+    for (int x = 0; x < tile.width(); ++x)
+      ASSERT_EQ(std::memcmp(&part(x, y), &whole(tile.x0 + x, tile.y0 + y),
+                            sizeof(T) * static_cast<std::size_t>(part.channels)),
+                0)
+          << x << "," << y;
+}
+
+TEST(PictureRenderer, ARegionIsACropOfTheWholePicture) {
+  RenderOptions options = smallOptions();
+  options.layers.emplace_back("crypto_object");
+  const auto renderer = rendererOf(demo(), options);
+  const auto whole = renderer->renderAll(2);
+  ASSERT_TRUE(whole);
+  for (const Tile asked : {Tile{0, 0, 70, 45}, Tile{3, 5, 68, 44}, Tile{69, 44, 70, 45},
+                           Tile{-9, 20, 40, 99}, Tile{32, 32, 64, 40}})
+    for (const int threads : {1, 3}) {
+      const auto part = renderer->renderRegion(asked, threads);
+      ASSERT_TRUE(part);
+      const Tile tile{std::max(asked.x0, 0), asked.y0, std::min(asked.x1, 70),
+                      std::min(asked.y1, 45)};
+      EXPECT_EQ(part->manifest, whole->manifest);
+      ASSERT_EQ(part->layers.size(), whole->layers.size());
+      ASSERT_GT(part->layers.size(), 3U);
+      for (const Layer& layer : part->layers) {
+        SCOPED_TRACE(layer.name);
+        const LayerView in = whole->layer(layer.name);
+        if (layer.type == ValueType::float32)
+          expectCrop(part->layer(layer.name).floats, in.floats, tile);
+        else
+          expectCrop(part->layer(layer.name).integers, in.integers, tile);
+      }
+      // Attributes are those of the whole, but for the names that a matte shows.
+      ASSERT_EQ(part->attributes.size(), whole->attributes.size());
+      for (std::size_t i = 0; i < part->attributes.size(); ++i) {
+        EXPECT_EQ(part->attributes[i].name, whole->attributes[i].name);
+        if (part->attributes[i].name.find("cryptomatte/") != 0) {
+          EXPECT_TRUE(part->attributes[i].value == whole->attributes[i].value);
+        }
+      }
+    }
+
+  const auto nothing = renderer->renderRegion({70, 0, 80, 10}, 2);
+  ASSERT_TRUE(nothing);
+  EXPECT_EQ(nothing->pixelCount(), 0U);
+  Work stopped;
+  stopped.stop = [] { return true; };
+  EXPECT_FALSE(renderer->renderRegion({0, 0, 9, 9}, 2, stopped));
 }
 
 TEST(PictureRenderer, TilesAreCutOffAtThePicturesEdges) {
