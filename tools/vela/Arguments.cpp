@@ -67,6 +67,7 @@ bool Arguments::read(int count, char** arguments) {
   const std::vector<const OptionRow*> rows = rowsOf(*verb_);
   constexpr int kFirstCode = 256;
   std::vector<std::vector<std::string>> names;
+  names.reserve(rows.size());
   for (const OptionRow* row : rows) names.push_back(namesOf(*row));
   std::string letters = "-:";  // arguments in their order; a missing value is told apart
   std::vector<option> options;
