@@ -144,6 +144,7 @@ void completeLike(Arguments& arguments, RenderOptions& options) {
   std::vector<std::string> words = record.options;
   words.insert(words.end(), {"--", record.scene});
   std::vector<char*> pointers;
+  pointers.reserve(words.size() + 1);
   for (std::string& word : words) pointers.push_back(word.data());
   Arguments like(*findVerb("render"));
   try {

@@ -43,7 +43,7 @@ std::string onPath(const std::string& program) {
   const char* const path = std::getenv("PATH");
   std::istringstream folders(path ? path : "");
   for (std::string folder; std::getline(folders, folder, ':');) {
-    const std::string file = (folder.empty() ? "." : folder) + "/" + program;
+    std::string file = (folder.empty() ? "." : folder) + "/" + program;
     if (access(file.c_str(), X_OK) == 0) return file;
   }
   return "";

@@ -48,6 +48,7 @@ using vela::scene::Problem;
       const auto cameras = vela::scene::listCameras(stage, interruptibleWork());
       throwIfInterrupted();
       std::vector<std::string> paths;
+      paths.reserve(cameras.size());
       for (const ovo::CameraPrim& camera : cameras) paths.push_back(camera.getPath().asString());
       std::string attempt = attemptAmong(subject, paths, "--camera ");
       if (attempt.empty())
@@ -121,7 +122,7 @@ void reportKind(const std::string& file, const Problem* problems, std::size_t co
   const Problem& first = problems[0];
   const std::string number = std::to_string(first.count);
   switch (first.kind) {
-    case Problem::Kind::notShown: break;
+    case Problem::Kind::notShown:
     case Problem::Kind::badInstances: break;
     case Problem::Kind::notRefined:
       say(Notice::note, std::to_string(count) + " subdivision surface" +
@@ -187,6 +188,7 @@ void checkVariant(const ovo::Stage& stage, const ovo::VariantChoice& choice) {
   const std::string whole = before + choice.set.asString() + "=" + choice.name.asString();
   const auto wordsOf = [](const std::vector<ovo::Token>& tokens) {
     std::vector<std::string> words;
+    words.reserve(tokens.size());
     for (const ovo::Token& token : tokens) words.push_back(token.asString());
     return words;
   };
