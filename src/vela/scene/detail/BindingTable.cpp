@@ -174,8 +174,7 @@ std::shared_ptr<const Collection> BindingTable::collectionAt(const Path& propert
   std::string name;
   splitCollection(property, owner, name);
   open_.push_back(property);
-  auto made =
-      std::make_shared<const Collection>(readCollection(stage_.getPrimAtPath(owner), name));
+  auto made = std::make_shared<const Collection>(readCollection(stage_.getPrimAtPath(owner), name));
   open_.pop_back();
   if (!made->isReadable && open_.empty()) unreadable_.push_back(property.asString());
   // What was read within a cycle lacks what the cycle's beginning would add.
