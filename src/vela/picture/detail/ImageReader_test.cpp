@@ -82,11 +82,20 @@ std::string pngOf(int width, int height, int type, int bits, const std::vector<u
   return out;
 }
 
-std::unique_ptr<ImageReader> open(const std::string& bytes, std::size_t most = kPlenty) {
+// A reader with the bytes that it reads from, which must live as long.
+struct Opened {
+  std::unique_ptr<const std::string> bytes;
+  std::unique_ptr<ImageReader> reader;
+  ImageReader* operator->() const { return reader.get(); }
+  ImageReader& operator*() const { return *reader; }
+};
+
+Opened open(const std::string& bytes, std::size_t most = kPlenty) {
+  Opened opened{std::make_unique<const std::string>(bytes), nullptr};
   std::string why;
-  auto reader = ImageReader::open(bytes, most, &why);
-  EXPECT_TRUE(reader) << why;
-  return reader;
+  opened.reader = ImageReader::open(*opened.bytes, most, &why);
+  EXPECT_TRUE(opened.reader) << why;
+  return opened;
 }
 
 std::vector<unsigned char> rowOf(ImageReader& reader) {
