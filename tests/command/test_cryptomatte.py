@@ -99,7 +99,7 @@ ASSETS = {"Red", "Chairs", "Leaf", "Loose"}
 
 
 def identifier(name):
-    """The id of a name, as the specification has it."""
+    """The id of a name, as Cryptomatte defines it."""
     bits = mmh3.hash(name.encode("utf-8"), 0, signed=False)
     if (bits >> 23) & 255 in (0, 255):
         bits ^= 1 << 23
@@ -107,7 +107,7 @@ def identifier(name):
 
 
 class Matte:
-    """One matte of a picture, read as the specification says."""
+    """One matte of a picture, read as Cryptomatte defines it."""
 
     def __init__(self, picture, name, folder=None):
         key = "%08x" % mmh3.hash(name.encode(), 0, signed=False)
