@@ -1,4 +1,4 @@
-"""Mattes, checked by a reader written from the published specification of Cryptomatte 1.2.0; hashes by another implementation.
+"""Mattes, checked by a reader written from what Cryptomatte 1.2.0 publishes of its format; hashes by another implementation.
 
 test_cryptomatte.py COMMAND
 """

@@ -7,7 +7,7 @@
 ///
 /// Which value counts: of an input's connections the first that leads to something; else the
 /// farthest value on the way there that the scene gives; else the input's own; else that of the
-/// definition. Sources of the definition: the preview surface specification 2.5.
+/// definition, as OpenUSD publishes it: UsdPreviewSurface 2.5.
 #pragma once
 
 #include <array>

@@ -2,8 +2,9 @@
 /// How a preview surface answers light.
 ///
 /// Directions have unit length and point away from the surface. All is in single precision.
-/// Source: the preview surface specification 2.5; Walter et al., Microfacet Models for Refraction
-/// through Rough Surfaces, EGSR 2007, with Schlick's approximations of Fresnel and Smith terms.
+/// Sources: UsdPreviewSurface 2.5, as OpenUSD publishes it; Walter et al., Microfacet Models for
+/// Refraction through Rough Surfaces, EGSR 2007, with Schlick's approximations of Fresnel and Smith
+/// terms.
 #pragma once
 
 #include "tarn/Vec.h"
