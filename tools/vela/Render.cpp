@@ -135,6 +135,13 @@ bool allExist(const std::vector<std::string>& files) {
   });
 }
 
+bool anyExists(const std::vector<std::string>& files) {
+  return std::any_of(files.begin(), files.end(), [](const std::string& file) {
+    std::error_code none;
+    return std::filesystem::exists(file, none);
+  });
+}
+
 // Runs one step. \return the seconds that it took
 template <class Step>
 double timed(const Step& step) {
@@ -169,8 +176,6 @@ void renderJob(const RenderOptions& options, const std::shared_ptr<ovo::Stage>& 
   const auto start = Clock::now();
   // Names and folders are checked before the long work.
   OutputPictures files(options);
-  // Nor may a picture replace a texture. The stage was opened before the files were named.
-  if (replacesFiles()) noteFilesOf(*stage);
   std::unique_ptr<PictureRenderer> renderer;
   steps.build = timed([&] {
     vela::picture::RenderOptions wanted = pictureOptions(options);
@@ -220,6 +225,12 @@ ExitCode render(const RenderOptions& options) {
   RenderOptions resolved = options;
   if (!options.allCameras) resolved.scene.camera = cameraPath(*stage, options.scene.camera);
   const std::vector<PictureJob> jobs = listJobs(*stage, resolved);
+  // Nor may a picture replace a texture. The files get their names after the scene is opened, so
+  // that it is asked here, once for all pictures.
+  if (std::any_of(jobs.begin(), jobs.end(), [](const PictureJob& job) {
+        return anyExists(OutputPictures::namesOf(job.options));
+      }))
+    noteFilesOf(*stage);
 
   // A bad picture does not keep the others from being made. What is wrong with the command line is
   // wrong with all of them.

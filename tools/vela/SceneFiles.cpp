@@ -34,9 +34,6 @@ void noteFile(const ovo::PropertyLinks& prim, const ovo::Token& attribute, doubl
 }  // namespace
 
 void noteFilesOf(const ovo::Stage& stage) {
-  // Each picture of a series asks.
-  static const ovo::Stage* noted = nullptr;
-  if (noted == &stage) return;
   vela::scene::forEachPrim(
       stage,
       [](const ovo::Prim& prim) {
@@ -51,7 +48,6 @@ void noteFilesOf(const ovo::Stage& stage) {
       },
       interruptibleWork());
   throwIfInterrupted();
-  noted = &stage;
 }
 
 }  // namespace command
