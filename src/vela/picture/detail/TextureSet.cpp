@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <new>
 #include <system_error>
 #include <thread>
 
@@ -18,6 +19,16 @@ namespace {
 
 const std::string kTileMark = "<UDIM>";
 constexpr int kFirstTile = 1001, kLastTile = 1100;
+
+// Runs what reads an image. Memory may end on a thread of its own, where nobody would catch it.
+template <class Function>
+void withinMemory(std::string& why, const Function& read) {
+  try {
+    read();
+  } catch (const std::bad_alloc&) {
+    why = "there is not enough memory to read it";
+  }
+}
 
 // Calls work(i) for each i below count, on several threads.
 template <class Function>
@@ -76,11 +87,13 @@ void TextureSet::load(std::size_t mostBytes, int threads, const scene::Work& wor
   // How large they are.
   forEach(images_.size(), threads, [&](std::size_t i) {
     Image& image = images_[i];
-    ovo::FileBytes bytes;
-    if (work.isStopped() || !readFileBytes(image.file, bytes, &image.why)) return;
-    const auto reader = ImageReader::open(bytes.view(), mostBytes, &image.why);
-    image.isOpen = reader != nullptr;
-    if (reader) image.info = reader->info();
+    withinMemory(image.why, [&] {
+      ovo::FileBytes bytes;
+      if (work.isStopped() || !readFileBytes(image.file, bytes, &image.why)) return;
+      const auto reader = ImageReader::open(bytes.view(), mostBytes, &image.why);
+      image.isOpen = reader != nullptr;
+      if (reader) image.info = reader->info();
+    });
   });
 
   // Halve the largest until all fit.
@@ -101,10 +114,13 @@ void TextureSet::load(std::size_t mostBytes, int threads, const scene::Work& wor
 
   forEach(images_.size(), threads, [&](std::size_t i) {
     Image& image = images_[i];
-    ovo::FileBytes bytes;
-    if (work.isStopped() || !image.isOpen || !readFileBytes(image.file, bytes, &image.why)) return;
-    image.texture =
-        Texture::read(bytes.view(), image.space, image.reduction, mostBytes, &image.why);
+    withinMemory(image.why, [&] {
+      ovo::FileBytes bytes;
+      if (work.isStopped() || !image.isOpen || !readFileBytes(image.file, bytes, &image.why))
+        return;
+      image.texture =
+          Texture::read(bytes.view(), image.space, image.reduction, mostBytes, &image.why);
+    });
   });
 
   // What of it is missing.
