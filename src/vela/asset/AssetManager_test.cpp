@@ -220,7 +220,8 @@ class PythonAssetProcess : public AssetProcess {
  protected:
   void SetUp() override {
     if (std::string(VELA_TEST_SITE_PACKAGES).empty())
-      GTEST_SKIP() << "this OpenAssetIO has no Python packages of the environment's version";
+      FAIL() << "this OpenAssetIO has no Python packages of the environment's version: "
+                "scripts/setup installs those that are tested";
   }
 
   PythonAssetProcess() {
