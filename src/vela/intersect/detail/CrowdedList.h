@@ -71,6 +71,8 @@ struct CrowdedRay {
   float rounding = 0.0f;        ///< of sums of such terms
 };
 
+/// The list, made once. Threads: const calls may run from any number of threads at once; they
+/// allocate nothing and take some 6 KB of stack.
 class CrowdedList {
  public:
   /// Null when the list cannot be searched: numbers that are not finite or beyond 1e8, or too many
