@@ -73,6 +73,19 @@ struct GridAcceleration::Cells {
     std::uint64_t occupied = 0;
     std::uint32_t before = 0;  ///< occupied cells in the words before this one
   };
+  // The list of a crowded cell: its own trees, or blocks where it cannot be searched.
+  struct Crowd {
+    Crowd(std::size_t cellRank, const std::vector<detail::ListedTriangle>& list)
+        : rank(cellRank), trees(detail::CrowdedList::make(list)) {
+      if (trees) return;
+      blocks.resize((list.size() + 7) / 8);
+      for (std::size_t t = 0; t < list.size(); ++t)
+        detail::storeTriangle(list[t], blocks[t / 8], t % 8);
+    }
+    std::size_t rank;
+    std::unique_ptr<detail::CrowdedList> trees;
+    std::vector<detail::TriangleBlock> blocks;
+  };
   std::size_t strideY = 0, strideZ = 0;
   std::vector<std::uint64_t> stops;  ///< a bit a cell: occupied or border
   std::vector<Rank> ranks;           ///< one for each 64 cells
@@ -82,8 +95,8 @@ struct GridAcceleration::Cells {
   std::vector<std::uint32_t> primitives;
   std::vector<detail::TriangleBlock> blocks;
   detail::TestTriangleBlocks testBlocks = nullptr;
-  // Lists of very many triangles, by rank; they have no blocks above.
-  std::vector<std::pair<std::size_t, std::unique_ptr<detail::CrowdedList>>> crowds;
+  // Lists of very many triangles, in increasing order of ranks; they have no blocks above.
+  std::vector<Crowd> crowds;
   // Primitives over so many cells that lists would outgrow memory are kept once, with their cells.
   std::vector<WidePrimitive> wide;
 
@@ -105,11 +118,18 @@ struct GridAcceleration::Cells {
   bool intersectTriangles(std::size_t cell, const tarn::Ray3f& ray, bool nearest, float& best,
                           detail::BlockHit& hit) const {
     const std::size_t rank = rankOf(cell);
-    if (start[rank] == start[rank + 1])
-      return std::lower_bound(crowds.begin(), crowds.end(), rank,
-                              [](const auto& crowd, std::size_t r) { return crowd.first < r; })
-          ->second->intersect(ray, nearest, best, hit);
+    if (start[rank] == start[rank + 1]) return intersectCrowd(rank, ray, nearest, best, hit);
     return testBlocks(blocks.data() + start[rank], blocks.data() + start[rank + 1], ray, nearest,
+                      best, hit);
+  }
+
+  bool intersectCrowd(std::size_t rank, const tarn::Ray3f& ray, bool nearest, float& best,
+                      detail::BlockHit& hit) const {
+    const Crowd& crowd =
+        *std::lower_bound(crowds.begin(), crowds.end(), rank,
+                          [](const Crowd& c, std::size_t r) { return c.rank < r; });
+    if (crowd.trees) return crowd.trees->intersect(ray, nearest, best, hit);
+    return testBlocks(crowd.blocks.data(), crowd.blocks.data() + crowd.blocks.size(), ray, nearest,
                       best, hit);
   }
 
@@ -156,13 +176,25 @@ GridAcceleration::GridAcceleration(const AccelerationModel& model)
 
 GridAcceleration::~GridAcceleration() = default;
 
+namespace {
+
+using CrowdedLists = std::map<std::size_t, std::vector<detail::ListedTriangle>>;  // by rank
+
+// Kept out of the loop that calls it, which needs its registers for the triangles of other cells.
+__attribute__((noinline, cold)) void gather(CrowdedLists& lists, std::size_t rank,
+                                            const detail::ListedTriangle& triangle) {
+  lists[rank].push_back(triangle);
+}
+
+}  // namespace
+
 // The lists as blocks of triangles, those of crowded cells as trees.
 //
-// \param begin       how long the list of rank r is, at [r + 1]; changed
+// \param begin       how long the list of rank r is, at [r + 1]
 // \param forEachCell calls back with each cell that a triangle is listed in
 template <class ForEachCell>
 void GridAcceleration::fillTriangles(const TriangleAccelerationModel& triangles,
-                                     std::vector<std::uint32_t>& begin,
+                                     const std::vector<std::uint32_t>& begin,
                                      const ForEachCell& forEachCell, Cells& cells) {
   const std::size_t occupied = begin.size() - 1;
   const tarn::Vec3f* const at = triangles.points_.cdata();
@@ -173,37 +205,37 @@ void GridAcceleration::fillTriangles(const TriangleAccelerationModel& triangles,
                                   static_cast<std::uint32_t>(p), corners.face};
   };
 
-  // Crowded cells first: what can be searched needs no blocks.
-  std::map<std::size_t, std::vector<detail::ListedTriangle>> crowded;
+  // The lists of crowded cells, gathered while those of the others become blocks.
+  CrowdedLists crowded;
   for (std::size_t r = 0; r < occupied; ++r)
     if (begin[r + 1] > kCrowd) crowded[r].reserve(begin[r + 1]);
-  if (!crowded.empty())
-    for (std::size_t p = 0; p < triangles.size(); ++p)
-      forEachCell(p, [&](std::size_t cell) {
-        const auto crowd = crowded.find(cells.rankOf(cell));
-        if (crowd != crowded.end()) crowd->second.push_back(listed(p));
-      });
-  for (auto& [rank, list] : crowded)
-    if (auto made = detail::CrowdedList::make(list)) {
-      cells.crowds.emplace_back(rank, std::move(made));
-      begin[rank + 1] = 0;
-    }
 
   cells.testBlocks = detail::bestTriangleBlockTest();
   cells.start.assign(begin.size(), 0);
   for (std::size_t r = 0; r < occupied; ++r)
-    cells.start[r + 1] = cells.start[r] + (begin[r + 1] + 7) / 8;
+    cells.start[r + 1] = cells.start[r] + (begin[r + 1] > kCrowd ? 0 : (begin[r + 1] + 7) / 8);
   cells.blocks.assign(cells.start[occupied], detail::TriangleBlock{});
-  std::vector<std::uint32_t> filled(occupied, 0);
-  for (std::size_t p = 0; p < triangles.size(); ++p) {
+  // The lanes taken of each cell so far; a crowded cell takes none. Read through pointers of
+  // this function's own, which stay in registers through the stores.
+  constexpr std::uint32_t kCrowded = ~std::uint32_t{0};
+  std::vector<std::uint32_t> taken(occupied, 0);
+  for (const auto& crowd : crowded) taken[crowd.first] = kCrowded;
+  std::uint32_t* const takenOf = taken.data();
+  const std::uint32_t* const startOf = cells.start.data();
+  detail::TriangleBlock* const blocks = cells.blocks.data();
+  const std::size_t count = triangles.size();
+  for (std::size_t p = 0; p < count; ++p) {
     const detail::ListedTriangle triangle = listed(p);
-    forEachCell(p, [&](std::size_t cell) {
+    forEachCell(p, [&, triangle](std::size_t cell) {
       const std::size_t r = cells.rankOf(cell);
-      if (cells.start[r] == cells.start[r + 1]) return;
-      const std::size_t n = filled[r]++;
-      detail::storeTriangle(triangle, cells.blocks[cells.start[r] + n / 8], n % 8);
+      const std::uint32_t lane = takenOf[r];
+      if (__builtin_expect(lane == kCrowded, 0)) return gather(crowded, r, triangle);
+      ++takenOf[r];
+      detail::storeTriangle(triangle, blocks[startOf[r] + lane / 8], lane % 8);
     });
   }
+
+  for (const auto& [rank, list] : crowded) cells.crowds.emplace_back(rank, list);
 }
 
 void GridAcceleration::fill(const AccelerationModel& model) {
@@ -368,7 +400,6 @@ bool GridAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray
         tz = Float::broadcast(tNext[2]);
   const Float dx = Float::broadcast(tDelta[0]), dy = Float::broadcast(tDelta[1]),
               dz = Float::broadcast(tDelta[2]);
-  const Float tMax = Float::broadcast(ray.maxDistance);
   const Int sx = Int::broadcast(static_cast<std::int32_t>(step[0])),
             sy = Int::broadcast(static_cast<std::int32_t>(step[1])),
             sz = Int::broadcast(static_cast<std::int32_t>(step[2]));
@@ -379,7 +410,7 @@ bool GridAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray
     }
     const auto xBeforeY = tx < ty;
     const auto isX = xBeforeY & (tx < tz), isY = andNot(ty < tz, xBeforeY), isZ = ~(isX | isY);
-    if (any(select(isX, tx, select(isY, ty, tz)) > tMax)) return false;
+    if (first(select(isX, tx, select(isY, ty, tz))) > ray.maxDistance) return false;
     tx = tx + keep(isX, dx);
     ty = ty + keep(isY, dy);
     tz = tz + keep(isZ, dz);

@@ -59,7 +59,7 @@ class VELA_API GridAcceleration : public Acceleration {
   void fill(const AccelerationModel& model);
   template <class ForEachCell>
   static void fillTriangles(const TriangleAccelerationModel& triangles,
-                            std::vector<std::uint32_t>& begin, const ForEachCell& forEachCell,
+                            const std::vector<std::uint32_t>& begin, const ForEachCell& forEachCell,
                             Cells& cells);
 
   std::array<std::uint32_t, 3> resolution_{};
