@@ -67,6 +67,9 @@ class Archive(unittest.TestCase):
                      "share/doc/vela/third-party/opensubdiv-NOTICE.txt",
                      "share/doc/vela/third-party/openassetio-LICENSE.txt"):
             self.assertTrue((self.tree / path).exists(), path)
+        for package in ("libfmt-dev", "libtomlplusplus-dev", "libpcre2-8-0"):
+            licence = self.tree / f"share/doc/vela/third-party/{package}-copyright"
+            self.assertIn("Copyright", licence.read_text(), package)
         licence = (self.tree / "share/doc/vela/third-party/openassetio-LICENSE.txt").read_text()
         self.assertIn("Copyright", licence[:200])
         self.assertIn("TERMS AND CONDITIONS", licence)
