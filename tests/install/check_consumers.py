@@ -17,7 +17,7 @@ import sys
 import tempfile
 import unittest
 
-BUILD, ROOT = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2])
+BUILD, ROOT = (pathlib.Path(a).resolve() for a in sys.argv[1:3])
 OLD_CMAKES = ("3.16", "3.22")
 # Each with its pkg-config package and what it says.
 CONSUMERS = {"consumer": ("vela", "hit at distance 3"), "picture_consumer": ("vela-picture", "a picture of 32 x 18 pixels")}
