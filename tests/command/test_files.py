@@ -3,6 +3,7 @@
 test_files.py COMMAND
 """
 
+import json
 import os
 import pathlib
 import resource
@@ -138,6 +139,89 @@ class NeverDestroys(Case):
         os.symlink("a.exr", self.at / "b.png")
         for one, option, other in (("a.exr", "-o", "./a.exr"), ("a.exr", "-o", self.at / "a.exr"), ("a.exr", "--png", "b.png")):
             self.refused(1, "it is the same file as", "render", self.scene, "-o", one, option, other, *SMALL)
+
+    def test_two_outputs_in_one_stream_are_refused(self):
+        os.mkfifo(self.at / "pipe.exr")
+        for one, other in (("-", "-"), ("-", "/dev/stdout"), ("/dev/stdout", "/dev/fd/1"), ("pipe.exr", "./pipe.exr")):
+            error = self.refused(1, "it is the same file as " + one, "render", self.scene, "-o", one, "-o", other, "--format", "exr", *SMALL)
+            self.assertEqual(len(error.splitlines()), 1, error)
+        with open(self.at / "a.exr", "wb") as file:
+            self.before = self.texts()
+            self.refused(1, "it is the same file as a.exr", "render", self.scene, "-o", "a.exr", "--png", "/dev/stdout", *SMALL,
+                         capture_output=False, stdout=file, stderr=subprocess.PIPE)
+        # What is thrown away may be as many as one likes.
+        if os.geteuid() == 0:
+            self.good("render", self.scene, "-o", "/dev/null", "--png", "/dev/null", "-o", "-", *SMALL, capture_output=False, stdout=subprocess.DEVNULL)
+
+    def test_an_input_behind_a_descriptor_is_refused(self):
+        for name in ("scene.usda", "layer.usda", "part.usda"):
+            with open(self.at / name, "ab") as file:
+                there = {"capture_output": False, "stdout": file, "stderr": subprocess.PIPE, "pass_fds": [file.fileno()]}
+                for output in ("-", "/dev/stdout", f"/dev/fd/{file.fileno()}"):
+                    self.refused(1, "it is a file that this command reads", "render", self.scene, "-o", output, *SMALL, **there)
+                self.refused(1, "it is a file that this command reads", "select", self.scene, "--rect", "0,0,3,3", "--size", "8x8", "-o", "-", **there)
+        # What can be read from without harm to what is written: a pipe.
+        self.good("select", self.scene, "--rect", "0,0,7,7", "--size", "8x8", "-o", "s.sel")
+        text = (self.at / "s.sel").read_bytes()
+        done = self.good("render", self.scene, "--selection", "/dev/stdin", "-o", "-", *SMALL, input=text)
+        self.assertEqual(done.stdout[:4], EXR)
+
+    def test_what_a_selection_says_of_itself_is_not_mixed_into_it(self):
+        arguments = ("select", self.scene, "--rect", "0,0,3,3", "--size", "8x8", "-o")
+        self.good(*arguments, "s.sel")
+        for name in ("-", "/dev/stdout", "/proc/self/fd/1"):
+            done = self.good(*arguments, name)
+            self.assertEqual(done.stdout, (self.at / "s.sel").read_bytes())
+            self.assertIn(b"picked", done.stderr)
+
+    def test_a_loop_of_links_is_refused_and_stays(self):
+        for name, target in (("a.exr", "a.exr"), ("b.exr", "c.exr"), ("c.exr", "b.exr")):
+            os.symlink(target, self.at / name)
+        for name in ("a.exr", "b.exr"):
+            self.refused(1, "Too many levels of symbolic links", "render", self.scene, "-o", name, *SMALL)
+            self.assertTrue((self.at / name).is_symlink())
+
+    def test_names_that_no_file_can_have_are_refused_before_the_work(self):
+        long = "n" * 252 + ".exr"
+        for arguments in (("-o", long), ("--png", "n" * 252 + ".png"), ("-o", "a.exr", "--layers", "crypto_object", "--manifest", "n" * 256)):
+            error = self.refused(1, "File name too long", "render", self.scene, *arguments, "--size", "16000x16000", "--samples", "4096", "--log-level", "verbose")
+            self.assertNotIn("opened", error)
+        for option, more in (("-o", ()), ("--png", ()), ("-o", ("--format", "exr"))):
+            self.refused(2, f"{option}: '' does not say what to write", "render", self.scene, option, "", *more)
+        self.refused(1, "cannot write: '': it is no name; name a file", "select", self.scene, "--rect", "0,0,3,3", "--size", "8x8", "-o", "")
+        self.refused(1, "No such file or directory", "render", self.scene, "-o", "a/b/", "--format", "exr")
+
+    def test_names_that_are_no_utf8_are_names(self):
+        scene, picture = os.fsencode(self.at) + b"/caf\xe9.usda", os.fsencode(self.at) + b"/caf\xe9.exr"
+        with open(scene, "w") as file:
+            file.write(PART)
+        done = subprocess.run([COMMAND, "render", scene, "-o", picture, *SMALL], capture_output=True, timeout=60)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        again = subprocess.run([COMMAND, "render", "--like", picture, "-o", "again.exr"], cwd=self.at, capture_output=True, timeout=60)
+        self.assertEqual(again.returncode, 0, again.stderr)
+        with open(picture, "rb") as file:
+            self.assertEqual(file.read(), (self.at / "again.exr").read_bytes())
+        # A report of it can be read, whatever stands for that byte.
+        done = subprocess.run([COMMAND, "info", scene, "--json"], capture_output=True, timeout=60)
+        self.assertEqual(json.loads(done.stdout)["file"], str(self.at / "caf\ufffd.usda"))
+
+    def test_the_log_is_appended_to_no_input_and_no_output(self):
+        (self.at / "wood.png").write_bytes(PNG + b"\r\n\x1a\n\0\0\0\rIHDR")
+        (self.at / "config.ocio").write_text("ocio_profile_version: 1\n")
+        (self.at / "job.log").write_text("begun\n")
+        self.before = self.texts()
+        self.refused(2, "it is there, and holds something else than text", "info", self.scene, "--log-file", "wood.png", "--log-level", "verbose")
+        for name in ("OCIO", "OPENASSETIO_DEFAULT_CONFIG"):
+            self.refused(2, f"it is the file that {name} names", "info", self.scene, "--log-file", "config.ocio", "--log-level", "verbose",
+                         env=dict(os.environ, **{name: str(self.at / "config.ocio")}))
+        # Names that the command line does not have as they are.
+        for name, arguments in (("a.2.exr", ("-o", "a.#.exr", "--frames", "2")), ("x.depth.exr", ("-o", "x.{layer}.exr", "--layers", "depth,N"))):
+            done = self.run_command("render", self.scene, *arguments, "--log-file", name, "--log-level", "verbose", *SMALL)
+            self.assertEqual(done.returncode, 1)
+            self.assertIn(f"cannot write: {name}: it is the log's file; give the output a name of its own".encode(), done.stderr)
+            self.assertTrue((self.at / name).read_bytes().startswith(b"[vela Verbose]"))
+        self.good("info", self.scene, "--log-file", "job.log", "--log-level", "verbose")
+        self.assertTrue((self.at / "job.log").read_text().startswith("begun\n[vela Verbose]"))
 
     def test_the_log_is_written_into_no_file_of_the_command(self):
         self.refused(2, "it is named like a scene", "info", self.scene, "--log-file", self.scene, "--log-level", "verbose")
@@ -335,6 +419,40 @@ class Endings(Case):
         while pathlib.Path(f"/proc/{worker}").exists() and time.monotonic() < deadline:
             time.sleep(0.05)
         self.assertEqual(self.texts(), self.before)
+
+    def test_a_killed_worker_leaves_nothing_of_many_files(self):
+        process = self.start("-o", "x.{layer}.exr", "-o", "y.{layer}.png", "--layers", "rgba,depth,N,P,prim,face,crypto_object,albedo")
+        self.assertEqual(len(self.leftovers()), 17)
+        os.kill(self.children(process), signal.SIGKILL)
+        process.communicate(timeout=60)
+        self.assertEqual(self.texts(), self.before)
+
+    def test_what_is_named_is_no_leftover(self):
+        self.good("render", self.scene, "-o", "a.exr", *SMALL)
+        self.good("select", self.scene, "--rect", "0,0,3,3", "--size", "8x8", "-o", "s.sel")
+        for name, other in ((".b.exr.part-4.exr", "a.exr"), (".t.sel.part-4.sel", "s.sel"), (".t.sel.part-5", "s.sel"), (".b.exr.part-4.usda", "part.usda"),
+                            (".b.exr.part-x.exr", "a.exr"), (".b.exr.part-", "a.exr")):
+            (self.at / name).write_bytes((self.at / other).read_bytes())
+        before = self.texts()
+        self.good("render", self.scene, "--like", ".b.exr.part-4.exr", "-o", "b.exr")
+        self.good("select", self.scene, "--rect", "0,0,3,3", "--size", "8x8", "--add", ".t.sel.part-4.sel", "-o", "t.sel")
+        after = self.texts()
+        # What no command line has named is a leftover, when its name is like one.
+        self.assertEqual(set(before) - set(after), {".t.sel.part-5"})
+
+    def test_when_all_is_killed_the_next_run_clears_up(self):
+        (self.at / "a.exr").write_bytes(b"old")
+        process = self.start()
+        worker = self.children(process)
+        os.kill(worker, signal.SIGSTOP)
+        process.kill()
+        os.kill(worker, signal.SIGKILL)
+        process.communicate(timeout=60)
+        self.assertEqual((self.at / "a.exr").read_bytes(), b"old")
+        self.assertEqual(len(self.leftovers()), 1)
+        self.good("render", self.scene, "-o", "a.exr", *SMALL)
+        self.assertEqual(self.leftovers(), [])
+        self.assertEqual((self.at / "a.exr").read_bytes()[:4], EXR)
 
     def test_what_a_killed_run_left_in_the_folder_for_temporary_files_is_removed_too(self):
         temporary = self.at / "tmp"

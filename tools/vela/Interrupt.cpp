@@ -29,7 +29,8 @@ struct Temporary {
   std::atomic<int> state;
   char name[PATH_MAX];
 };
-constexpr std::size_t kTemporaries = 8;
+// Of one picture: a file for each layer, of which there are some twenty, and each format.
+constexpr std::size_t kTemporaries = 256;
 
 // In memory that a process shares with those that it forks, so that the one that watches sees what
 // the one that works has registered. Made before main(): no call has to.

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 
 #include "Messages.h"
 #include "Notices.h"
@@ -30,6 +31,15 @@ bool isSameFile(const std::string& a, const std::string& b) {
     return std::filesystem::weakly_canonical(std::filesystem::absolute(file, failed), failed);
   };
   return whole(a) == whole(b);
+}
+
+// A log would damage what it is appended to: which textures and packages a scene reads is known
+// only once it is open, and by then lines are written. None of those is a text.
+bool holdsNoText(const std::string& file) {
+  std::ifstream in(file, std::ios::binary);
+  std::string head(4096, '\n');
+  in.read(head.data(), static_cast<std::streamsize>(head.size()));
+  return head.find('\0') != std::string::npos;
 }
 
 // Lines are appended to the log's file. That must be none that the command reads or writes: those
@@ -58,6 +68,10 @@ void checkLogFile(int count, char** arguments) {
     close(handle);
     return;
   }
+  if (isThere && holdsNoText(file)) throw fail("it is there, and holds something else than text");
+  for (const char* const name : {"OCIO", "OPENASSETIO_DEFAULT_CONFIG"})
+    if (const char* const input = std::getenv(name); input && *input && isSameFile(file, input))
+      throw fail(std::string("it is the file that ") + name + " names");
   for (int i = 0; i < count; ++i) {
     const std::string argument = arguments[i];
     const std::size_t value = argument[0] == '-' ? argument.find('=') : std::string::npos;

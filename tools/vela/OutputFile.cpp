@@ -12,12 +12,14 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <optional>
 #include <set>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "Interrupt.h"
 #include "Messages.h"
+#include "vela/log/Log.h"
 
 namespace command {
 
@@ -25,17 +27,21 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// A file whatever its paths are.
-using Identity = std::pair<dev_t, ino_t>;
-
-std::optional<Identity> identityOf(const std::string& file) {
-  struct stat status = {};
-  if (stat(file.c_str(), &status) != 0) return std::nullopt;
-  return Identity(status.st_dev, status.st_ino);
+FileIdentity identityOf(const struct stat& status) {
+  return std::pair(status.st_dev, status.st_ino);
 }
 
-std::set<Identity>& inputs() {
-  static std::set<Identity> all;
+FileIdentity identityOf(const std::string& file) {
+  struct stat status = {};
+  return stat(file.c_str(), &status) == 0 ? identityOf(status) : std::nullopt;
+}
+
+std::set<FileIdentity>& inputs() {
+  static std::set<FileIdentity> all;
+  return all;
+}
+std::set<FileIdentity>& spared() {
+  static std::set<FileIdentity> all;
   return all;
 }
 std::vector<const OutputFile*>& outputs() {
@@ -66,6 +72,17 @@ bool namesDescriptor(const std::string& file) {
   return false;
 }
 
+// What is written to these goes nowhere, so that any number of outputs may.
+bool isThrownAway(const struct stat& status) {
+  struct stat null = {};
+  return S_ISCHR(status.st_mode) && stat("/dev/null", &null) == 0 && status.st_rdev == null.st_rdev;
+}
+
+// Of a name that is written to: `-` is whatever standard output is.
+bool findStatus(const std::string& name, struct stat& status) {
+  return (name == "-" ? fstat(STDOUT_FILENO, &status) : stat(name.c_str(), &status)) == 0;
+}
+
 // The file that a name leads to, whether it is there or not, as an absolute path without links.
 std::string followLinks(const std::string& name) {
   fs::path at = fs::absolute(name);
@@ -88,18 +105,36 @@ std::string temporaryHead(const std::string& name) {
   return "." + name.substr(0, kMost) + ".part-";
 }
 
+// The ending of a temporary name: that of the output, by which libraries tell what to write.
+std::string temporaryEnding(const std::string& name) {
+  const std::string extension = fs::path(name).extension().string();
+  return extension.size() > 16 ? "" : extension;
+}
+
+// Behind the head stand a process, often a number, and the ending: `.a.exr.part-123-1.exr`.
+bool isTemporaryOf(const std::string& found, const std::string& name) {
+  const std::string head = temporaryHead(name), ending = temporaryEnding(name);
+  if (found.compare(0, head.size(), head) != 0) return false;
+  const std::size_t end =
+      std::min(found.find_first_not_of("0123456789-", head.size()), found.size());
+  const std::string rest = found.substr(end);
+  return end > head.size() && (rest.empty() || rest == ending);
+}
+
 // A file that nobody holds locked was left by a process that is gone. Where the file system has no
 // locks nothing is removed: another machine may be writing.
-void removeLeftovers(const std::string& folder, const std::string& head) {
+void removeLeftovers(const std::string& folder, const std::string& name) {
   DIR* const listing = opendir(folder.c_str());
   if (!listing) return;
   while (const dirent* const entry = readdir(listing)) {
-    if (std::strncmp(entry->d_name, head.c_str(), head.size()) != 0) continue;
+    if (!isTemporaryOf(entry->d_name, name)) continue;
     const int handle =
         openat(dirfd(listing), entry->d_name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
     if (handle < 0) continue;
     struct stat status = {};
-    if (fstat(handle, &status) == 0 && S_ISREG(status.st_mode) &&
+    const bool isFile = fstat(handle, &status) == 0 && S_ISREG(status.st_mode);
+    const FileIdentity identity = identityOf(status);
+    if (isFile && inputs().count(identity) == 0 && spared().count(identity) == 0 &&
         flock(handle, LOCK_EX | LOCK_NB) == 0)
       unlinkat(dirfd(listing), entry->d_name, 0);
     close(handle);
@@ -110,12 +145,21 @@ void removeLeftovers(const std::string& folder, const std::string& head) {
 }  // namespace
 
 void noteInput(const std::string& file) {
-  const std::optional<Identity> identity = identityOf(file);
-  if (!identity) return;
-  inputs().insert(*identity);
+  struct stat status = {};
+  // What a pipe or a terminal gives is not harmed by what is written to it.
+  if (stat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return;
+  const FileIdentity identity = identityOf(status);
+  inputs().insert(identity);
   for (const OutputFile* output : outputs())
-    if (!output->target_.empty() && identityOf(output->target_) == identity)
-      throw isRead(output->finalName());
+    if (output->identity() == identity) throw isRead(output->finalName());
+}
+
+void spareFile(const std::string& file) { spared().insert(identityOf(file)); }
+
+bool comesOutOf(int descriptor, const std::string& name) {
+  struct stat behind = {}, status = {};
+  return fstat(descriptor, &behind) == 0 && findStatus(name, status) &&
+         identityOf(status) == identityOf(behind) && !isThrownAway(behind);
 }
 
 bool replacesFiles() {
@@ -125,9 +169,12 @@ bool replacesFiles() {
 }
 
 OutputFile::OutputFile(const std::string& finalName, OutputKind kind) : final_(finalName) {
-  // A folder under that name would only be noticed when the picture is done.
+  // Whatever is wrong with the name would otherwise be noticed when the picture is done.
+  if (final_.empty()) throw cannotWrite("''", "it is no name", "name a file");
   struct stat status = {};
-  const bool isThere = stat(final_.c_str(), &status) == 0;
+  const bool isThere = findStatus(final_, status);
+  if (!isThere && final_ != "-" && errno != ENOENT && errno != ENOTDIR)
+    throw cannotWrite(final_, std::strerror(errno), "name a file that may be written to");
   if (isThere && S_ISDIR(status.st_mode))
     throw cannotWrite(final_, "it is a folder", "name a file in it");
   if (kind != OutputKind::scene && hasSceneName(final_))
@@ -137,39 +184,53 @@ OutputFile::OutputFile(const std::string& finalName, OutputKind kind) : final_(f
                                                      : "name a selection, such as faces.sel");
 
   if (final_ == "-" || namesDescriptor(final_) || (isThere && !S_ISREG(status.st_mode))) {
+    if (isThere && !isThrownAway(status)) through_ = identityOf(status);
+    refuseSameFile();
     std::error_code none;
     const fs::path temporary = fs::temp_directory_path(none);
     const std::string folder = none ? "/tmp" : temporary.string();
     const std::string name = "vela" + fs::path(final_).extension().string();
-    removeLeftovers(folder, temporaryHead(name));
+    removeLeftovers(folder, name);
     createTemporary(folder, name);
   } else {
     target_ = followLinks(final_);
-    // Nothing may take the place of a file that is read or that another output writes.
-    if (isThere && inputs().count({status.st_dev, status.st_ino}) > 0) throw isRead(final_);
-    for (const OutputFile* other : outputs())
-      if (target_ == other->target_ ||
-          (isThere && identityOf(other->target_) == Identity(status.st_dev, status.st_ino)))
-        throw cannotWrite(final_, "it is the same file as " + other->final_, kOtherName);
+    refuseSameFile();
     if (isThere && access(final_.c_str(), W_OK) != 0)
       throw cannotWrite(final_, std::strerror(errno), "name a file that may be written to");
 
     // Beside the target, so that the rename stays within one file system; the dot keeps it out of
     // `*.exr`.
     const fs::path target(target_);
-    removeLeftovers(target.parent_path().string(), temporaryHead(target.filename().string()));
+    removeLeftovers(target.parent_path().string(), target.filename().string());
     createTemporary(target.parent_path().string(), target.filename().string());
     if (isThere) keepModeAndOwner();
   }
   outputs().push_back(this);
 }
 
+FileIdentity OutputFile::identity() const {
+  return target_.empty() ? through_ : identityOf(target_);
+}
+
+// Nothing may take the place of a file that is read, or that another output or the log writes.
+void OutputFile::refuseSameFile() const {
+  const FileIdentity own = identity();
+  if (own && inputs().count(own) > 0) throw isRead(final_);
+  const auto isSame = [&](const std::string& target, const FileIdentity& other) {
+    return (!target_.empty() && target == target_) || (own && own == other);
+  };
+  for (const OutputFile* other : outputs())
+    if (isSame(other->target_, other->identity()))
+      throw cannotWrite(final_, "it is the same file as " + other->final_, kOtherName);
+  const std::string& log = Halden::Log::path();
+  if (!log.empty() && isSame(followLinks(log), identityOf(log)))
+    throw cannotWrite(final_, "it is the log's file", kOtherName);
+}
+
 void OutputFile::createTemporary(const std::string& folder, const std::string& name) {
-  std::string extension = fs::path(name).extension().string();
-  if (extension.size() > 16) extension.clear();
   const std::string head = folder + "/" + temporaryHead(name) + std::to_string(getpid());
   for (int i = 0;; ++i) {
-    temporary_ = head + (i > 0 ? "-" + std::to_string(i) : "") + extension;
+    temporary_ = head + (i > 0 ? "-" + std::to_string(i) : "") + temporaryEnding(name);
     handle_ = open(temporary_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     if (handle_ < 0 && errno == EEXIST) continue;
     if (handle_ < 0)
@@ -208,8 +269,8 @@ void OutputFile::commit() {
     return;
   }
   // The file may have come to be one that is read while this one was written.
-  const std::optional<Identity> there = identityOf(target_);
-  if (there && inputs().count(*there) > 0) throw isRead(final_);
+  if (const FileIdentity there = identityOf(target_); there && inputs().count(there) > 0)
+    throw isRead(final_);
   if (std::rename(temporary_.c_str(), target_.c_str()) != 0)
     throw cannotWrite(final_, std::strerror(errno), "see whether the folder may be written to");
   committed_ = true;

@@ -56,6 +56,7 @@ bool hasSceneName(const std::string& name) {
 // The format that a name stands for. Scenes' names are refused when the file is opened.
 FileFormat formatOf(const std::string& option, const std::string& name,
                     const std::optional<FileFormat>& asked, FileFormat otherwise) {
+  if (name.empty()) throw failure(Message::noExtension, {option, name});
   const std::optional<FileFormat> named = vela::picture::fileFormat(name);
   if (named) {
     if (option == "--png" && *named != FileFormat::png)

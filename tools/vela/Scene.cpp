@@ -67,9 +67,12 @@ std::string withoutHead(const std::string& why, const std::string& file) {
   std::string text = why;
   for (const std::string& head : {"cannot open scene '" + file + "': ", file + ": "})
     if (text.compare(0, head.size(), head) == 0) text.erase(0, head.size());
-  // `FILE:19:13: Expected ...` of its parser.
-  if (text.compare(0, file.size() + 1, file + ":") == 0)
-    text = "line " + text.substr(file.size() + 1);
+  // `FILE:19:13: Expected ...` of its parser, which knows the whole path.
+  std::error_code none;
+  const std::string whole = std::filesystem::absolute(file, none).lexically_normal().string();
+  for (const std::string& name : {file, whole})
+    if (!name.empty() && text.compare(0, name.size() + 1, name + ":") == 0)
+      text = "line " + text.substr(name.size() + 1);
   // It names its own rules, which say nothing to others.
   const std::string rule = "parse error matching ";
   if (const std::size_t at = text.find(rule); at != std::string::npos) {

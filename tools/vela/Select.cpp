@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <memory>
@@ -116,7 +118,7 @@ ExitCode select(const SelectOptions& options) {
   if (!picked) throw Interrupted{};
   writeSelection(selection, output);
   // Not into a selection that goes to standard output.
-  std::fprintf(options.output == "-" ? stderr : stdout,
+  std::fprintf(comesOutOf(STDOUT_FILENO, options.output) ? stderr : stdout,
                "%s: %s of %zu object%s picked; %zu in all\n", options.output.c_str(),
                wordOf(options.parts), *picked, *picked == 1 ? "" : "s", selection.size());
   return *picked > 0 ? kDone : kNotFound;

@@ -15,6 +15,7 @@
 #include "Messages.h"
 #include "Notices.h"
 #include "Options.h"
+#include "OutputFile.h"
 #include "Resolve.h"
 #include "Supervisor.h"
 #include "vela/Version.h"
@@ -76,6 +77,10 @@ int main(int argc, char** argv) {
   };
   setNoticeHead(head);
   catchInterrupts();
+  for (const std::string& word : words) {
+    spareFile(word);
+    spareFile(word.substr(word.find('=') + 1));
+  }
   std::vector<char*> arguments;
   for (std::size_t i = 1; i < words.size(); ++i) arguments.push_back(words[i].data());
   int count = static_cast<int>(arguments.size());
