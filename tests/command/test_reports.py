@@ -96,10 +96,12 @@ class Case(unittest.TestCase):
         yield "info", ["info", self.scene, DEMO, "--depth", "0"]
         yield "mesh", ["mesh", DEMO]
         yield "mesh", ["mesh", self.scene]
+        yield "mesh", ["mesh", self.scene, DEMO]
         yield "channels", ["channels"]
         for name in ("rgba", "depth.Z", "N.new", ""):
             yield "channels", ["channels", "--name", name]
         yield "select", ["select", "--show", self.at / "s.sel"]
+        yield "select", ["select", "--show", self.at / "s.sel", self.at / "s.sel"]
         yield "resolve", ["resolve", self.scene, "file://elsewhere/a"]
 
 
@@ -176,6 +178,72 @@ class Info(Case):
         text = run("info", self.scene, DEMO)
         self.assertEqual((text.returncode, text.stdout), (0, run("info", self.scene).stdout + "\n" + run("info", DEMO).stdout))
         self.assertEqual(run("info", self.at / "bad.usda", self.at / "none.usda").returncode, 1)
+
+
+class SeveralFiles(Case):
+    """A file that is bad is named and leaves the others."""
+
+    def setUp(self):
+        super().setUp()
+        for name in ("a", "b"):
+            self.assertEqual(run("make", "cube", "-o", self.at / f"{name}.usda").returncode, 0)
+        (self.at / "bad.usda").write_text("hello")
+        self.names = [str(self.at / n) for n in ("a.usda", "bad.usda", "b.usda")]
+
+    def test_meshes_of_several(self):
+        a, bad, b = self.names
+        done = run("mesh", a, bad, b, "--json")
+        self.assertEqual((done.returncode, [f["file"] for f in json.loads(done.stdout)["files"]]), (4, [a, b]))
+        self.assertRegex(done.stderr, f"^vela mesh: error: cannot open the scene: {bad}: [^\n]+\n$")
+        self.assertEqual(json.loads(done.stdout)["files"][0], {k: v for k, v in json.loads(run("mesh", a, "--json").stdout).items() if k != "version"})
+        done = run("mesh", a, b)
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        self.assertEqual(done.stdout, f"{a}\n{run('mesh', a).stdout}\n{b}\n{run('mesh', b).stdout}")
+        self.assertEqual(run("mesh", bad, bad).returncode, 1)
+
+    def test_one_with_defects_is_told_whole_and_counts_as_failed(self):
+        a = self.names[0]
+        done = run("mesh", self.scene, a, "--json")
+        self.assertEqual((done.returncode, [f["file"] for f in json.loads(done.stdout)["files"]]), (4, [str(self.scene), a]))
+        self.assertIn(f"vela mesh: error: defects: {self.scene}: ", done.stderr)
+        self.assertEqual(run("mesh", self.scene, self.scene).returncode, 1)
+
+    def test_the_last_argument_may_be_a_prim_of_each(self):
+        a, bad, b = self.names
+        path = json.loads(run("mesh", a, "--json").stdout)["meshes"][0]["prim"]
+        done = run("mesh", a, b, path, "--json")
+        self.assertEqual((done.returncode, [[m["prim"] for m in f["meshes"]] for f in json.loads(done.stdout)["files"]]), (0, [[path], [path]]))
+        # The error does not have the file, so that the line does.
+        done = run("mesh", self.scene, a, path, "--json")
+        self.assertEqual((done.returncode, len(json.loads(done.stdout)["files"])), (4, 1))
+        self.assertRegex(done.stderr.splitlines()[-1], f"^vela mesh: {self.scene}: error: no such mesh: {path}; ")
+        # A name of a scene is one, whether it is there or not; so is a reference. Behind a prim nothing follows.
+        for last, why in ((self.at / "none.usda", "cannot open the scene"), ("bal:///no", "cannot resolve: bal:///no")):
+            done = run("mesh", a, last)
+            self.assertEqual(done.returncode, 4)
+            self.assertIn(why, done.stderr)
+        done = run("mesh", a, "/Cube", b)
+        self.assertEqual(done.returncode, 2)
+        self.assertIn(f"wrong usage: {b}: vela mesh takes no further argument", done.stderr)
+
+    def test_selections_are_shown_one_by_one(self):
+        s, t, none = self.at / "s.sel", self.at / "t.sel", self.at / "none.sel"
+        self.assertEqual(run("select", DEMO, "--rect", "600,300,700,400", "-o", t).returncode, 0)
+        texts = {f: run("select", "--show", f).stdout for f in (s, t)}
+        self.assertEqual(run("select", "--show", s, t).stdout, f"{s}\n{texts[s]}\n{t}\n{texts[t]}")
+        self.assertEqual(run("select", "--show", s, "--show", t).stdout, run("select", "--show", s, t).stdout)
+        done = run("select", "--show", s, none, t, "--json")
+        self.assertEqual((done.returncode, [f["file"] for f in json.loads(done.stdout)["files"]]), (4, [str(s), str(t)]))
+        self.assertRegex(done.stderr, f"^vela select: error: cannot read the selection: {none}: [^\n]+\n$")
+        self.assertEqual(json.loads(done.stdout)["files"][0]["objects"], json.loads(run("select", "--show", s, "--json").stdout)["objects"])
+
+    def test_a_scene_is_one_for_verbs_that_look_at_one(self):
+        a, _, b = self.names
+        for arguments in (["render", a, b, "-o", self.at / "x.exr"], ["pick", a, b, "--pixel", "1,1"], ["explain", a, b, "--pixel", "1,1"],
+                          ["select", a, b, "--rect", "0,0,1,1", "-o", self.at / "x.sel"]):
+            done = run(*arguments)
+            self.assertEqual(done.returncode, 2)
+            self.assertIn(f"wrong usage: {b}: vela {arguments[0]} takes no further argument", done.stderr)
 
 
 class Explain(Case):

@@ -8,11 +8,10 @@
 
 #include "Interrupt.h"
 #include "Json.h"
-#include "Logging.h"
 #include "Notices.h"
 #include "Options.h"
-#include "Resolve.h"
 #include "Scene.h"
+#include "SeveralFiles.h"
 #include "Text.h"
 #include "ovo/CameraPrim.h"
 #include "ovo/LayerUses.h"
@@ -310,30 +309,22 @@ void print(const InfoReport& report) {
 }  // namespace
 
 ExitCode info(const InfoOptions& options) {
-  // A file that cannot be read does not keep the others from being told.
   std::vector<InfoReport> reports;
-  std::size_t failed = 0;
-  for (const std::string& argument : options.files) {
-    try {
-      const std::string file = options.files.size() > 1 ? fileOf(argument) : argument;
-      const std::shared_ptr<ovo::Stage> stage = openStage("info", file);
-      InfoReport report = gather(*stage, file, options);
-      if (options.json) {
-        reports.push_back(std::move(report));
-        continue;
-      }
-      if (failed < static_cast<std::size_t>(&argument - options.files.data())) std::puts("");
-      print(report);
-    } catch (const Failure& why) {
-      if (options.files.size() == 1) throw;
-      reportFailure("vela info", why);
-      ++failed;
+  Separator separator;
+  const ExitCode code = forEachFile("info", options.files, [&](const std::string& file) {
+    const std::shared_ptr<ovo::Stage> stage = openStage("info", file);
+    InfoReport report = gather(*stage, file, options);
+    if (options.json) {
+      reports.push_back(std::move(report));
+      return;
     }
-  }
+    separator.print();
+    print(report);
+  });
   if (options.json)
     std::fputs(options.files.size() > 1 ? toJson(reports).c_str() : toJson(reports.front()).c_str(),
                stdout);
-  return failed == 0 ? kDone : failed < options.files.size() ? kPartly : kBadInput;
+  return code;
 }
 
 }  // namespace command

@@ -235,7 +235,9 @@ std::string toJson(const ChannelNameReport& report) {
   return dump(json, 2) + "\n";
 }
 
-std::string toJson(const SelectionReport& report) {
+namespace {
+
+Json objectsOf(const SelectionReport& report) {
   const auto part = [](std::size_t size, const std::vector<SelectionReport::Run>& runs) {
     Json json = {{"size", size}, {"runs", Json::array()}};
     for (const SelectionReport::Run& run : runs)
@@ -245,12 +247,26 @@ std::string toJson(const SelectionReport& report) {
                               {"weight", number(run.weight)}});
     return json;
   };
-  Json json = {{"version", kReportVersion}, {"objects", Json::array()}};
+  Json objects = Json::array();
   for (const SelectionReport::Object& object : report.objects)
-    json["objects"].push_back({{"path", object.path},
-                               {"selected", object.selected},
-                               {"faces", part(object.faceCount, object.faces)},
-                               {"vertices", part(object.vertexCount, object.vertices)}});
+    objects.push_back({{"path", object.path},
+                       {"selected", object.selected},
+                       {"faces", part(object.faceCount, object.faces)},
+                       {"vertices", part(object.vertexCount, object.vertices)}});
+  return objects;
+}
+
+}  // namespace
+
+std::string toJson(const SelectionReport& report) {
+  const Json json = {{"version", kReportVersion}, {"objects", objectsOf(report)}};
+  return dump(json, 2) + "\n";
+}
+
+std::string toJson(const std::vector<SelectionReport>& reports) {
+  Json json = {{"version", kReportVersion}, {"files", Json::array()}};
+  for (const SelectionReport& report : reports)
+    json["files"].push_back({{"file", report.file}, {"objects", objectsOf(report)}});
   return dump(json, 2) + "\n";
 }
 

@@ -105,6 +105,7 @@ struct SelectionReport {
     std::size_t vertexCount = 0, faceCount = 0;
     std::vector<Run> vertices, faces;
   };
+  std::string file;
   std::vector<Object> objects;  ///< by path
 };
 
@@ -129,6 +130,8 @@ constexpr int kReportVersion = 1;
 [[nodiscard]] std::string toJson(const ChannelsReport& report);
 [[nodiscard]] std::string toJson(const ChannelNameReport& report);
 [[nodiscard]] std::string toJson(const SelectionReport& report);
+/// Of several files one object.
+[[nodiscard]] std::string toJson(const std::vector<SelectionReport>& reports);
 [[nodiscard]] std::string toJson(const ResolveReport& report);
 
 }  // namespace command

@@ -13,6 +13,7 @@
 #include "Messages.h"
 #include "Options.h"
 #include "Scene.h"
+#include "SeveralFiles.h"
 #include "Suggest.h"
 #include "Text.h"
 #include "vela/scene/MeshDefects.h"
@@ -105,46 +106,71 @@ Failure noSuchMesh(const ovo::Stage& stage, const std::string& path) {
                   attempt.empty() ? "vela info lists the meshes of a scene" : attempt});
 }
 
+// The meshes of one file, those that are asked for.
+std::vector<ovo::MeshPrim> findMeshes(const ovo::Stage& stage, const std::string& path) {
+  std::vector<ovo::MeshPrim> prims;
+  if (!path.empty()) {
+    prims.emplace_back(stage.getPrimAtPath(ovo::Path(path)));
+    if (!prims.back().isValid()) throw noSuchMesh(stage, path);
+    return prims;
+  }
+  vela::scene::forEachPrim(
+      stage,
+      [&](const ovo::Prim& prim) {
+        if (const ovo::MeshPrim candidate(prim); candidate.isValid()) prims.push_back(candidate);
+        return true;
+      },
+      interruptibleWork());
+  throwIfInterrupted();
+  return prims;
+}
+
 }  // namespace
 
 ExitCode mesh(const MeshOptions& options) {
-  const std::shared_ptr<ovo::Stage> stage = openStage("mesh", options.file);
-  std::vector<ovo::MeshPrim> prims;
-  if (!options.prim.empty()) {
-    prims.emplace_back(stage->getPrimAtPath(ovo::Path(options.prim)));
-    if (!prims.back().isValid()) throw noSuchMesh(*stage, options.prim);
-  } else {
-    vela::scene::forEachPrim(
-        *stage,
-        [&](const ovo::Prim& prim) {
-          if (const ovo::MeshPrim candidate(prim); candidate.isValid()) prims.push_back(candidate);
-          return true;
-        },
-        interruptibleWork());
-    throwIfInterrupted();
-  }
-
-  std::size_t defects = 0, faulty = 0;
-  Json all = Json::array();
-  for (const ovo::MeshPrim& prim : prims) {
-    const std::optional<MeshReport> report =
-        vela::scene::inspectMesh(prim, options.time, interruptibleWork());
-    if (!report) throw Interrupted{};
-    defects += report->defects.size();
-    faulty += report->defects.empty() ? 0u : 1u;
-    if (options.json)
-      all.push_back(toJson(*report));
-    else
-      print(*report);
-  }
+  const bool areSeveral = options.files.size() > 1;
+  Json reports = Json::array();
+  Separator separator;
+  // A file with defects is told whole, and counts as one that failed.
+  std::optional<Failure> defectsOfOne;
+  const ExitCode code = forEachFile("mesh", options.files, [&](const std::string& file) {
+    const std::shared_ptr<ovo::Stage> stage = openStage("mesh", file);
+    const std::vector<ovo::MeshPrim> prims = findMeshes(*stage, options.prim);
+    if (areSeveral && !options.json) {
+      separator.print();
+      std::printf("%s\n", file.c_str());
+    }
+    std::size_t defects = 0, faulty = 0;
+    Json all = Json::array();
+    for (const ovo::MeshPrim& prim : prims) {
+      const std::optional<MeshReport> report =
+          vela::scene::inspectMesh(prim, options.time, interruptibleWork());
+      if (!report) throw Interrupted{};
+      defects += report->defects.size();
+      faulty += report->defects.empty() ? 0u : 1u;
+      if (options.json)
+        all.push_back(toJson(*report));
+      else
+        print(*report);
+    }
+    reports.push_back({{"file", file}, {"meshes", all}});
+    if (defects == 0) return;
+    const Failure why = failure(
+        Message::defects,
+        {file, std::to_string(defects), std::to_string(faulty), std::to_string(prims.size())});
+    if (areSeveral) throw why;
+    defectsOfOne = why;
+  });
   if (options.json) {
-    const Json whole = {{"version", kReportVersion}, {"file", options.file}, {"meshes", all}};
+    Json whole = {{"version", kReportVersion}};
+    if (areSeveral)
+      whole["files"] = reports;
+    else
+      whole.update(reports.front());
     std::fputs((whole.dump(2, ' ', false, Json::error_handler_t::replace) + "\n").c_str(), stdout);
   }
-  if (defects > 0)
-    throw failure(Message::defects, {options.file, std::to_string(defects), std::to_string(faulty),
-                                     std::to_string(prims.size())});
-  return kDone;
+  if (defectsOfOne) throw *defectsOfOne;
+  return code;
 }
 
 }  // namespace command

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <filesystem>
 #include <initializer_list>
+#include <system_error>
 #include <utility>
 
 #include "Arguments.h"
@@ -270,22 +272,28 @@ bool readArguments(int count, char** arguments, SelectOptions& options) {
   options.through = given.has("--through");
   options.output = given.text("--output");
   options.add = given.text("--add");
-  options.show = given.text("--show");
   options.json = given.has("--json");
   if (given.has("--show")) {
-    for (const char* other : {"FILE", "--rect", "--output", "--add"})
+    // What `--show *.sel` becomes: its value and arguments behind it.
+    options.shown = given.all("--show");
+    const Words& more = given.all("FILE");
+    options.shown.insert(options.shown.end(), more.begin(), more.end());
+    for (const char* other : {"--rect", "--output", "--add"})
       if (given.has(other))
         throw failure(Message::notTogether,
                       {"--show", other == std::string("--output") ? "-o" : other,
-                       ": it prints a selection, and takes nothing else but --json"});
+                       ": it prints selections, and takes nothing else but --json"});
     sayUnused(given,
               {"--parts", "--through", "--camera", "--lens", "--size", "--time", "--include-type",
                "--exclude", "--mask", "--variant", "--turn", "--purpose", "--invisible",
                "--subdivide", "--smooth", "--engine"},
-              "--show prints a selection and opens no scene");
+              "--show prints selections and opens no scene");
     return true;
   }
   if (!given.has("FILE")) throw failure(Message::missingArgument, {"FILE", "select"});
+  if (given.all("FILE").size() > 1)
+    throw failure(Message::furtherArgument, {given.all("FILE")[1], "select"});
+  options.scene.file = given.all("FILE").front();
   for (const char* needed : {"--rect", "--output"})
     if (!given.has(needed))
       throw failure(Message::missingOption,
@@ -338,11 +346,30 @@ bool readArguments(int count, char** arguments, HelpOptions& options) {
   return true;
 }
 
+namespace {
+
+// Of the last argument of `vela mesh`, which is a file or a prim. Paths of prims have neither a dot
+// nor a colon in them.
+bool namesFile(const std::string& argument) {
+  std::error_code none;
+  const std::string extension = std::filesystem::path(argument).extension().string();
+  return std::filesystem::exists(argument, none) || extension.rfind(".usd", 0) == 0 ||
+         argument.find(':') != std::string::npos;
+}
+
+}  // namespace
+
 bool readArguments(int count, char** arguments, MeshOptions& options) {
   Arguments given(*findVerb("mesh"));
   if (!given.read(count, arguments)) return false;
-  options.file = given.text("FILE");
-  options.prim = given.text("PRIM");
+  options.files = given.all("FILE");
+  for (std::size_t i = 1; i + 1 < options.files.size(); ++i)
+    if (options.files[i][0] == '/' && !namesFile(options.files[i]))
+      throw failure(Message::furtherArgument, {options.files[i + 1], "mesh"});
+  if (options.files.size() > 1 && !namesFile(options.files.back())) {
+    options.prim = options.files.back();
+    options.files.pop_back();
+  }
   options.json = given.has("--json");
   options.time = readTime(given);
   return true;

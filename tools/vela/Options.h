@@ -113,7 +113,7 @@ struct SelectOptions {
   bool through = false;
   vela::scene::PickedPart parts = vela::scene::PickedPart::objects;
   std::string output, add;
-  std::string show;  ///< a selection to print instead
+  std::vector<std::string> shown;  ///< selections to print instead
   bool json = false;
 };
 
@@ -136,7 +136,8 @@ struct ChannelsOptions {
 };
 
 struct MeshOptions {
-  std::string file, prim;  ///< an empty prim: all meshes
+  std::vector<std::string> files;
+  std::string prim;  ///< empty: all meshes
   double time = tarn::defaultTimeValue();
   bool json = false;
 };

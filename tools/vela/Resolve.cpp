@@ -222,14 +222,8 @@ void resolveFiles(SelectOptions& options) {
   refuseReference("select", "-o", options.output);
   options.scene.file = fileOf(options.scene.file);
   options.add = fileOf(options.add);
-  options.show = fileOf(options.show);
 }
 
-void resolveFiles(InfoOptions& options) {
-  // Of several each is resolved when its turn comes, so that a bad one leaves the others.
-  if (options.files.size() == 1) options.files[0] = fileOf(options.files[0]);
-}
-void resolveFiles(MeshOptions& options) { options.file = fileOf(options.file); }
 void resolveFiles(MakeOptions& options) { refuseReference("make", "-o", options.output); }
 
 ExitCode resolve(const ResolveOptions& options) {

@@ -33,9 +33,10 @@ void resolveFiles(RenderOptions& options);
 void resolveFiles(PickOptions& options);
 inline void resolveFiles(ExplainOptions& options) { resolveFiles(options.pick); }
 void resolveFiles(SelectOptions& options);
-void resolveFiles(InfoOptions& options);
-void resolveFiles(MeshOptions& options);
 void resolveFiles(MakeOptions& options);
+// Files of which there may be several are resolved when their turn comes, see forEachFile().
+inline void resolveFiles(InfoOptions&) {}
+inline void resolveFiles(MeshOptions&) {}
 inline void resolveFiles(ChannelsOptions&) {}
 inline void resolveFiles(ResolveOptions&) {}
 inline void resolveFiles(HelpOptions&) {}

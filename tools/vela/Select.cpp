@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Interrupt.h"
@@ -14,6 +15,7 @@
 #include "OutputFile.h"
 #include "Scene.h"
 #include "SelectionFile.h"
+#include "SeveralFiles.h"
 #include "Text.h"
 
 namespace command {
@@ -82,17 +84,33 @@ const char* wordOf(PickedPart part) {
   return part == PickedPart::objects ? "objects" : part == PickedPart::faces ? "faces" : "vertices";
 }
 
+// Prints selections.
+ExitCode show(const SelectOptions& options) {
+  const bool areSeveral = options.shown.size() > 1;
+  std::vector<SelectionReport> reports;
+  Separator separator;
+  const ExitCode code = forEachFile("select", options.shown, [&](const std::string& file) {
+    SelectionReport report = reportOf(readSelection(file));
+    report.file = file;
+    if (options.json) {
+      reports.push_back(std::move(report));
+      return;
+    }
+    if (areSeveral) {
+      separator.print();
+      std::printf("%s\n", file.c_str());
+    }
+    print(report);
+  });
+  if (options.json)
+    std::fputs(areSeveral ? toJson(reports).c_str() : toJson(reports.front()).c_str(), stdout);
+  return code;
+}
+
 }  // namespace
 
 ExitCode select(const SelectOptions& options) {
-  if (!options.show.empty()) {
-    const SelectionReport report = reportOf(readSelection(options.show));
-    if (options.json)
-      std::fputs(toJson(report).c_str(), stdout);
-    else
-      print(report);
-    return kDone;
-  }
+  if (!options.shown.empty()) return show(options);
 
   // Names and places are checked before the long work. What is added to may be replaced: it is read
   // whole before.

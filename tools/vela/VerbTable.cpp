@@ -323,19 +323,23 @@ VerbRow infoRow() {
 VerbRow meshRow() {
   VerbRow row;
   row.name = "mesh";
-  row.synopses = {"FILE [PRIM] [options]"};
+  row.synopses = {"FILE... [PRIM] [options]"};
   row.summary = "says what meshes are made of, and what is wrong with them.";
   row.brief = "its meshes in numbers, and their defects";
-  row.arguments = {sceneFile(),
-                   {"PRIM", "", "path of one mesh; else all", Offer::nothing, {}, false, true}};
-  row.groups = {
-      {"Options", {json("as JSON"), {"--time", "T", "time code at which meshes are read"}}}};
+  row.arguments = {
+      sceneFile(),
+      {"PRIM", "", "path of one mesh in each; else all", Offer::nothing, {}, false, true}};
+  row.arguments[0].repeats = true;
+  row.groups = {{"Options",
+                 {json("as JSON; of several files {\"files\": [...]}"),
+                  {"--time", "T", "time code at which meshes are read"}}}};
   row.notes = {
       "Prints counts, edges, bounds, scheme and primvars of one mesh or of all. Defects are "
       "counts that do not add up, faces of fewer than three vertices, indices out of range, "
       "points that are not finite or not used, faces without area, folded or naming a point "
       "twice, neighbours of opposite windings, and primvars that do not fit. With any the exit "
-      "code is 1."};
+      "code is 1. The last of several arguments is the PRIM where it is no name of a file. Where "
+      "some of several files cannot be read, do not have it or have defects the exit code is 4."};
   row.examples = {"vela mesh examples/demo/demo.usda", "vela mesh examples/demo/demo.usda --json"};
   return row;
 }
@@ -389,11 +393,11 @@ VerbRow channelsRow() {
 VerbRow selectRow() {
   VerbRow row;
   row.name = "select";
-  row.synopses = {"FILE --rect X0,Y0,X1,Y1 -o S.sel [options]", "--show S.sel [--json]"};
+  row.synopses = {"FILE --rect X0,Y0,X1,Y1 -o S.sel [options]", "--show S.sel... [--json]"};
   row.summary = "selects what shows in a rectangle of the picture; or says what a selection holds.";
   row.brief = "what shows in a rectangle, as a selection";
   row.arguments = {sceneFile()};
-  row.arguments[0].isOptional = true;
+  row.arguments[0].isOptional = row.arguments[0].repeats = true;
   row.groups = {
       {"The selection",
        {{"--rect", "X0,Y0,X1,Y1",
@@ -410,19 +414,25 @@ VerbRow selectRow() {
         {"--add", "S.sel",
          "begin with this selection instead of an empty one; may be the output's own",
          Offer::selections},
-        {"--show", "S.sel", "print a selection instead", Offer::selections},
-        json("print it as JSON")}},
+        {"--show",
+         "S.sel",
+         "print a selection instead; others may follow it (may be repeated)",
+         Offer::selections,
+         {},
+         true},
+        json("print it as JSON; of several {\"files\": [...]}")}},
       viewGroup(),
       sceneGroup()};
   row.notes = {
       "Rays go through the centres of the pixels. What is picked gets the value 1. Of refined "
       "meshes the scene's own faces are picked, and its own vertices where they have come to lie. "
-      "Where nothing is picked the exit code is 5; the selection is written all the same."};
+      "Where nothing is picked the exit code is 5; the selection is written all the same. Where "
+      "some of several that are shown cannot be read it is 4."};
   row.examples = {
       "vela select examples/demo/demo.usda --rect 500,480,860,660 -o bowl.sel",
       "vela select examples/demo/demo.usda --rect 300,240,500,600 --parts faces --add bowl.sel "
       "-o two.sel",
-      "vela select --show two.sel",
+      "vela select --show two.sel bowl.sel",
       "vela render examples/demo/demo.usda --png two.png --selection two.sel --samples 4"};
   return row;
 }
