@@ -4,6 +4,7 @@ bytes from any number of threads.
 
 Usage: test_command_line.py COMMAND PROJECT_ROOT EXRHEADER
 """
+import fcntl
 import json
 import math
 import os
@@ -15,6 +16,7 @@ import struct
 import subprocess
 import sys
 import tempfile
+import termios
 import time
 import unittest
 import zlib
@@ -1300,6 +1302,26 @@ class Interruption(Case):
         self.assertEqual(process.wait(timeout=60), 0)
         self.assertRegex(shown.decode(), r"vela render: +\d+ %  \d+\.\d million rays/s  \d+:\d\d left")
         self.assertRegex(shown.decode(), r"600 x 600, 4 meshes, \d+\.\d million rays, \d+\.\d s")
+
+    def test_progress_stays_within_a_narrow_terminal(self):
+        try:
+            ours, theirs = pty.openpty()
+        except OSError as why:
+            self.skipTest(f"this machine has no terminals to give: {why}")
+        fcntl.ioctl(theirs, termios.TIOCSWINSZ, struct.pack("HHHH", 24, 20, 0, 0))
+        process = subprocess.Popen([COMMAND, "render", self.scene, "-o", self.at / "a.exr", "--size", "600x600", "--samples", "9", "--threads", "1"], stderr=theirs)
+        os.close(theirs)
+        shown = b""
+        try:
+            while piece := os.read(ours, 4096):
+                shown += piece
+        except OSError:  # the other end is closed
+            pass
+        os.close(ours)
+        self.assertEqual(process.wait(timeout=60), 0)
+        lines = [line for line in re.split("[\r\n]+", shown.decode()) if "%" in line or line.isspace()]
+        self.assertGreater(len(lines), 1)
+        self.assertEqual({len(line) for line in lines}, {19})
 
 
 if __name__ == "__main__":

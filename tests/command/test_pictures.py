@@ -3,15 +3,18 @@
 test_pictures.py COMMAND PROJECT_ROOT
 """
 
+import fcntl
 import json
 import math
 import os
 import pathlib
+import pty
 import re
 import struct
 import subprocess
 import sys
 import tempfile
+import termios
 import unittest
 import zlib
 
@@ -106,7 +109,7 @@ class Case(unittest.TestCase):
         (self.at / "scene.usda").write_text(SCENE)
 
     def run_command(self, *arguments, **more):
-        return subprocess.run([COMMAND, *map(str, arguments)], capture_output=True, timeout=120, **{"cwd": self.at, **more})
+        return subprocess.run([COMMAND, *map(str, arguments)], timeout=120, **{"cwd": self.at, "capture_output": True, **more})
 
     def good(self, *arguments, **more):
         done = self.run_command(*arguments, **more)
@@ -403,6 +406,140 @@ class Regions(Case):
         done = self.run_command("render", "scene.usda", "--size", "24", "--samples", "1", "--camera", "all", "-o", "h.{camera}.exr", "--region", "0,20,9,23")
         self.assertEqual(done.returncode, 4, done.stderr)
         self.assertEqual([p.name for p in self.at.glob("h.*")], ["h.Eye.exr"])
+
+
+class Shown(Case):
+    CELL = re.compile(r"\x1b\[38;2;(\d+);(\d+);(\d+)m(?:\x1b\[48;2;(\d+);(\d+);(\d+)m|\x1b\[49m)\u2580")
+    # Nothing but alpha: white below, black above.
+    SHOW = ("--size", "160x160", "--samples", "1", "--mask", "/World/Wall", "--show", "alpha", "--log-level", "error")
+    BLACK, WHITE = (0, 0, 0), (255, 255, 255)
+    HALVES = [[(BLACK, BLACK)] * 80] * 20 + [[(WHITE, WHITE)] * 80] * 20
+
+    def cells(self, text):
+        """Rows of cells, each two colours, None where a cell has no lower one; nothing else stands in the text."""
+        rows = []
+        for line in text.decode().splitlines():
+            self.assertEqual(self.CELL.sub("", line), "\x1b[0m")
+            rows.append([(tuple(map(int, m[:3])), tuple(map(int, m[3:])) if m[3] else None) for m in self.CELL.findall(line)])
+        return rows
+
+    def environment(self, **more):
+        return {**{k: v for k, v in os.environ.items() if k not in ("NO_COLOR", "COLUMNS", "TERM")}, **more}
+
+    def shown(self, *arguments, **more):
+        return self.good("render", "scene.usda", *arguments, env=self.environment(**more.pop("env", {})), **more)
+
+    def on_terminal(self, columns, rows, *arguments, **more):
+        """What a terminal of that size is sent on standard output."""
+        try:
+            master, slave = pty.openpty()
+        except OSError as why:
+            self.skipTest(f"this machine has no terminals to give: {why}")
+        fcntl.ioctl(slave, termios.TIOCSWINSZ, struct.pack("HHHH", rows, columns, 0, 0))
+        process = subprocess.Popen([COMMAND, "render", "scene.usda", *arguments], cwd=self.at, stdout=slave, stderr=subprocess.PIPE,
+                                   env=self.environment(**{"TERM": "xterm", **more}))
+        os.close(slave)
+        text = b""
+        try:
+            while part := os.read(master, 1 << 16):
+                text += part
+        except OSError:  # a terminal that nobody has open any more
+            pass
+        os.close(master)
+        self.assertEqual(process.communicate(timeout=60)[1], b"")
+        self.assertEqual(process.returncode, 0)
+        return text.replace(b"\r\n", b"\n")
+
+    def test_a_picture_of_two_colours(self):
+        done = self.shown(*self.SHOW)
+        self.assertEqual(self.cells(done.stdout), self.HALVES)
+        self.assertEqual(done.stderr, b"")
+        self.assertEqual([p.name for p in self.at.iterdir()], ["scene.usda"])
+
+    def test_a_colour_is_the_mean_of_the_pixels_that_it_stands_for(self):
+        self.shown("--size", "64x64", "--samples", "4", "--camera", "Eye", "--show", "rgba", "--png", "a.png", env={"COLUMNS": "16"})
+        rows = self.cells(self.shown("--size", "64x64", "--samples", "4", "--camera", "Eye", "--show", "rgba", env={"COLUMNS": "16"}).stdout)
+        self.assertEqual([len(row) for row in rows], [16] * 8)
+        codes = read_png(self.at / "a.png")[3]
+        for i, row in enumerate(rows):
+            for j, cell in enumerate(row):
+                for half, colour in enumerate(cell):
+                    y = 8 * i + 4 * half
+                    for k in range(3):
+                        mean = sum(codes[3 * (64 * (y + v) + 4 * j + u) + k] for v in range(4) for u in range(4)) / 16
+                        self.assertEqual(colour[k], int(mean + 0.5))
+        self.assertGreater(len({cell for row in rows for cell in row}), 3)
+
+    def test_small_ones_keep_their_pixels(self):
+        done = self.shown("--size", "6x6", "--samples", "1", "--mask", "/World/Wall", "--show", "alpha", "--region", "1,0,5,4")
+        b, w = self.BLACK, self.WHITE
+        self.assertEqual(self.cells(done.stdout), [[(b, b)] * 5, [(b, w)] * 5, [(w, None)] * 5])
+
+    def test_without_colour_in_characters(self):
+        done = self.shown(*self.SHOW, env={"NO_COLOR": "1"})
+        self.assertEqual(done.stdout.decode(), (" " * 80 + "\n") * 20 + ("@" * 80 + "\n") * 20)
+        self.assertEqual(self.cells(self.shown(*self.SHOW, env={"NO_COLOR": ""}).stdout), self.HALVES)
+
+    def test_a_file_is_as_wide_as_columns_say(self):
+        for columns, width in (("40", 40), ("1", 1), ("500", 160), ("x", 80), ("0", 80), ("-3", 80), ("", 80)):
+            rows = self.cells(self.shown(*self.SHOW, env={"COLUMNS": columns, "TERM": "dumb"}).stdout)
+            self.assertEqual({len(row) for row in rows}, {width}, columns)
+            self.assertEqual(len(rows), (width + 1) // 2, columns)
+
+    def test_all_of_it_fits_a_terminal(self):
+        for columns, rows, size in ((20, 60, (20, 10)), (1, 60, (1, 1)), (200, 11, (20, 10)), (200, 1, (2, 1)), (0, 0, (80, 40))):
+            cells = self.cells(self.on_terminal(columns, rows, *self.SHOW, COLUMNS="80"))
+            self.assertEqual((len(cells[0]), len(cells)), size, (columns, rows))
+        self.assertEqual(self.on_terminal(9, 4, *self.SHOW, NO_COLOR="1"), b"      \n======\n@@@@@@\n")
+
+    def test_a_terminal_that_is_dumb_gets_characters(self):
+        self.assertEqual(self.on_terminal(4, 9, *self.SHOW, TERM="dumb"), b"    \n@@@@\n")
+
+    def test_it_is_never_mixed_into_a_picture(self):
+        self.shown(*self.SHOW, "-o", "a.exr")
+        for name in ("-", "/dev/stdout", "/dev/fd/1", "/proc/self/fd/1"):
+            done = self.shown(*self.SHOW, "-o", name)
+            self.assertEqual(done.stdout, (self.at / "a.exr").read_bytes(), name)
+            self.assertEqual(self.cells(done.stderr), self.HALVES, name)
+        # Into what is thrown away nothing is mixed.
+        if os.geteuid() == 0:
+            self.assertEqual(self.shown(*self.SHOW, "-o", "/dev/null", "--png", "/dev/null").stderr, b"")
+        self.refused(2, "--show: does not go with /dev/stderr, which leaves neither standard output nor error for it", *self.SHOW[4:], "-o", "-", "--png", "/dev/stderr")
+        done = self.run_command("render", "scene.usda", *self.SHOW, "-o", "-", stderr=subprocess.STDOUT, stdout=subprocess.PIPE, capture_output=False)
+        self.assertEqual(done.returncode, 2)
+        self.assertIn(b"--show: does not go with -, which", done.stdout)
+
+    def test_each_frame_is_drawn_below_its_name(self):
+        small = ("--size", "2x4", "--samples", "1", "--mask", "/World/Wall", "--show", "alpha")
+        text = self.shown(*small, "--frames", "1,2.5", env={"NO_COLOR": "1"}).stdout.decode()
+        self.assertEqual(text, "frame 1\n  \n@@\nframe 2.5\n  \n@@\n")
+        text = self.shown(*small, "--camera", "all", env={"NO_COLOR": "1"}).stdout.decode()
+        self.assertEqual(re.findall("^camera .*$", text, re.M), ["camera /World/Eye", "camera /World/Bright"])
+        # No title stands above a single one.
+        self.assertEqual(self.shown(*small, "--frames", "7", env={"NO_COLOR": "1"}).stdout, b"  \n@@\n")
+
+    def test_it_looks_as_images_do(self):
+        dark, light = (sum(sum(c[0]) for row in self.cells(self.shown("--show", "rgba", *SMALL, "--exposure", stops).stdout) for c in row) for stops in ("-4", "4"))
+        self.assertLess(dark, light)
+        # What is nothing is black.
+        done = self.shown("--show", "rgba", *SMALL, "--mask", "/World/Wall", "--camera", "Eye", "--background", "none")
+        self.assertEqual(self.cells(done.stdout)[0], [(self.BLACK, self.BLACK)] * 16)
+        self.assertNotIn(b"has no effect", done.stderr)
+
+    def test_layers_that_there_are_not_are_refused(self):
+        self.refused(2, "heat", "--show", "heat")
+        self.refused(2, "--show: its value is missing", "--show")
+
+    def test_options_of_files_have_no_effect_without_one(self):
+        done = self.shown("--show", "alpha", *SMALL, "--skip-existing", "--half", "--layers", "depth")
+        for option, why in (("--skip-existing", "no file is written"), ("--half", "no output is an EXR"), ("--layers", "there is no -o that takes layers")):
+            self.assertIn(f"note: {option} has no effect: {why}", done.stderr.decode())
+
+    def test_a_full_standard_output_is_an_error(self):
+        with open("/dev/full", "wb") as full:
+            done = self.run_command("render", "scene.usda", *self.SHOW, capture_output=False, stdout=full, stderr=subprocess.PIPE)
+        self.assertEqual(done.returncode, 1)
+        self.assertIn(b"cannot write: standard output: ", done.stderr)
 
 
 class Sizes(Case):

@@ -216,9 +216,10 @@ bool readArguments(int count, char** arguments, RenderOptions& options) {
     sayUnused(typed, {"--layers"}, "there is no -o that takes layers");
   if (!has(isExr))
     sayUnused(typed, {"--compression", "--half", "--manifest"}, "no output is an EXR");
-  if (!has([&](const PictureOutput& output) { return !isExr(output); }))
+  if (options.show.empty() && !has([&](const PictureOutput& output) { return !isExr(output); }))
     sayUnused(typed, {"--background", "--exposure", "--view", "--display"},
               "no output is an image");
+  if (options.outputs.empty()) sayUnused(typed, {"--skip-existing"}, "no file is written");
   return true;
 }
 

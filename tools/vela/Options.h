@@ -80,6 +80,7 @@ struct RenderOptions {
   int turntable = 0;                             ///< steps; 0: none
   bool allCameras = false;
   bool skipExisting = false;
+  std::string show;           ///< the layer to draw in the terminal; empty for none
   std::string selection;      ///< a file; what it selects is tinted
   std::string like;           ///< the picture whose options are taken; empty for none
   std::string likeSelection;  ///< the text of a selection, out of that picture's header

@@ -1,10 +1,12 @@
 #include "OutputPictures.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -13,6 +15,7 @@
 #include "Interrupt.h"
 #include "Messages.h"
 #include "PictureRecord.h"
+#include "TerminalPicture.h"
 #include "Text.h"
 #include "vela/picture/Cryptomatte.h"
 #include "vela/picture/ExrFile.h"
@@ -128,6 +131,20 @@ std::string configuration(const PictureFileOptions& files) {
   return named ? named : "";
 }
 
+// Where a picture may be drawn without being mixed into one that is written there.
+std::FILE* streamToShowOn(const RenderOptions& options) {
+  const auto outputAt = [&](int descriptor) {
+    for (const std::string& name : OutputPictures::namesOf(options))
+      if (comesOutOf(descriptor, name)) return name;
+    return std::string();
+  };
+  if (outputAt(STDOUT_FILENO).empty()) return stdout;
+  const std::string taken = outputAt(STDERR_FILENO);
+  if (taken.empty()) return stderr;
+  throw failure(Message::notTogether,
+                {"--show", taken, ", which leaves neither standard output nor error for it"});
+}
+
 // What the library writes, under the file's temporary name.
 template <class Write>
 void writeWhole(const OutputFile& file, const Write& write) {
@@ -153,7 +170,8 @@ void readOutputs(const Arguments& arguments, RenderOptions& options) {
     options.outputs.push_back({name, formatOf("-o", name, asked, FileFormat::exr), false});
   for (const std::string& name : arguments.all("--png"))
     options.outputs.push_back({name, formatOf("--png", name, asked, FileFormat::png), true});
-  if (options.outputs.empty()) throw failure(Message::noOutput);
+  options.show = arguments.text("--show");
+  if (options.outputs.empty() && options.show.empty()) throw failure(Message::noOutput);
 
   PictureFileOptions& files = options.files;
   files.halfColour = arguments.has("--half");
@@ -195,6 +213,7 @@ std::vector<std::string> layersToRender(const RenderOptions& options) {
     else
       layers.push_back(layerOfImage(output, options));
   }
+  if (!options.show.empty()) layers.push_back(options.show);
   return layers;
 }
 
@@ -219,7 +238,11 @@ OutputPictures::OutputPictures(const RenderOptions& options) : options_(options)
     manifest_ = std::make_unique<OutputFile>(options.files.manifest, OutputKind::manifest);
   }
 
-  if (!hasImages) return;
+  if (!options.show.empty()) {
+    (void)choose({options.show});
+    (void)streamToShowOn(options);
+  }
+  if (!hasImages && options.show.empty()) return;
   std::string why;
   vela::picture::ViewTransformOptions view{configuration(options.files), options.files.view,
                                            options.files.display};
@@ -320,6 +343,18 @@ void OutputPictures::writeImage(const File& file, const Picture& picture,
     return file.output->format == FileFormat::png ? writePng(*image, to, why)
                                                   : writeJpeg(*image, to, why);
   });
+}
+
+void OutputPictures::show(const Picture& picture, const PictureWindow& window,
+                          const std::string& title) const {
+  if (options_.show.empty()) return;
+  vela::picture::DisplayOptions display = display_;
+  display.y = window.y;
+  display.wholeHeight = window.height;
+  std::string why;
+  const auto image = displayLayer(picture, options_.show, display, &why);
+  if (!image) throw failure(Message::badLayer, {why});
+  showPicture(*image, title, streamToShowOn(options_));
 }
 
 void OutputPictures::commit() {

@@ -50,6 +50,13 @@ class OutputPictures {
   /// \throws Failure
   void commit();
 
+  /// Draws the layer that is asked for in the terminal: on standard output, or on standard error
+  /// when a picture goes there.
+  /// \param title a line above it; none when empty
+  /// \throws Failure when nothing of the layer can be shown
+  void show(const vela::picture::Picture& picture, const PictureWindow& window,
+            const std::string& title) const;
+
   /// The final names, as one list for messages.
   [[nodiscard]] std::string names() const;
 

@@ -7,12 +7,16 @@
 #include <utility>
 
 #include "Interrupt.h"
+#include "TerminalPicture.h"
 
 namespace command {
 
 namespace {
 
 constexpr std::chrono::milliseconds kInterval(250);
+
+// A line that is wider than the terminal goes on in the next one, where nothing wipes it.
+int lineWidth() { return std::clamp(terminalSize(stderr).columns - 1, 1, 78); }
 
 }  // namespace
 
@@ -25,7 +29,7 @@ ProgressLine::ProgressLine(const char* verb, std::function<std::uint64_t()> rays
 
 ProgressLine::~ProgressLine() {
   if (!isTerminal_) return;
-  std::fprintf(stderr, "\r%*s\r", 78, "");
+  std::fprintf(stderr, "\r%*s\r", lineWidth(), "");
   std::fflush(stderr);
 }
 
@@ -43,9 +47,11 @@ void ProgressLine::show(double share) {
   const double seconds = std::chrono::duration<double>(now - start_).count();
   const double left = share > 0.0 ? seconds * (1.0 - share) / share : 0.0;
   const int leftSeconds = static_cast<int>(std::min(left + 0.5, 359999.0));
-  std::fprintf(stderr, "\rvela %s: %3.0f %%  %.1f million rays/s  %d:%02d left   ", verb_.c_str(),
-               100.0 * share, static_cast<double>(rays_()) / seconds * 1e-6, leftSeconds / 60,
-               leftSeconds % 60);
+  char line[160];
+  std::snprintf(line, sizeof line, "vela %s: %3.0f %%  %.1f million rays/s  %d:%02d left   ",
+                verb_.c_str(), 100.0 * share, static_cast<double>(rays_()) / seconds * 1e-6,
+                leftSeconds / 60, leftSeconds % 60);
+  std::fprintf(stderr, "\r%.*s", lineWidth(), line);
   std::fflush(stderr);
 }
 

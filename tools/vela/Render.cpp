@@ -118,9 +118,10 @@ void sayAbsent(const ovo::Stage& stage, const vela::Selection::GeoSelection& sel
 void reportPicture(const std::string& files, const PictureRenderer& renderer, const Tile& region,
                    double seconds) {
   if (!isatty(STDERR_FILENO)) return;
-  std::fprintf(stderr, "vela render: %s: %d x %d, %zu meshes, %.1f million rays, %.1f s\n",
-               files.c_str(), region.width(), region.height(), renderer.meshes().entries.size(),
-               static_cast<double>(renderer.raysTraced()) * 1e-6, seconds);
+  std::fprintf(stderr, "vela render: %s%d x %d, %zu meshes, %.1f million rays, %.1f s\n",
+               (files.empty() ? "" : files + ": ").c_str(), region.width(), region.height(),
+               renderer.meshes().entries.size(), static_cast<double>(renderer.raysTraced()) * 1e-6,
+               seconds);
 }
 
 // The times of a picture's steps.
@@ -171,7 +172,9 @@ void printStatistics(const Steps& steps, const PictureRenderer& renderer) {
 }
 
 // One picture of a scene that is open.
-void renderJob(const RenderOptions& options, const std::shared_ptr<ovo::Stage>& stage,
+// \param label which of several it is; empty for a single one
+void renderJob(const RenderOptions& options, const std::string& label,
+               const std::shared_ptr<ovo::Stage>& stage,
                const std::optional<vela::Selection::GeoSelection>& selection, Steps steps) {
   const auto start = Clock::now();
   // Names and folders are checked before the long work.
@@ -194,8 +197,10 @@ void renderJob(const RenderOptions& options, const std::shared_ptr<ovo::Stage>& 
   // All files are whole before one of them gets its name.
   steps.write = timed([&] {
     recordPicture(options, *renderer, selection, region, picture);
-    files.write(picture, {region.x0, region.y0, renderer->width(), renderer->height()});
+    const PictureWindow window{region.x0, region.y0, renderer->width(), renderer->height()};
+    files.write(picture, window);
     files.commit();
+    files.show(picture, window, label);
   });
   if (options.statistics) printStatistics(steps, *renderer);
   reportPicture(files.names(), *renderer, region,
@@ -238,12 +243,13 @@ ExitCode render(const RenderOptions& options) {
   std::vector<std::string> failed;
   try {
     for (const PictureJob& job : jobs) {
-      if (options.skipExisting && allExist(OutputPictures::namesOf(job.options))) {
+      if (options.skipExisting && !job.options.outputs.empty() &&
+          allExist(OutputPictures::namesOf(job.options))) {
         ++done;
         continue;
       }
       try {
-        renderJob(job.options, stage, selection, steps);
+        renderJob(job.options, jobs.size() > 1 ? job.label : "", stage, selection, steps);
         ++done;
         steps.open = 0.0;
       } catch (const Failure& why) {

@@ -120,7 +120,8 @@ OptionRow materialPurpose(const char* help, std::vector<std::string> words) {
 VerbRow renderRow() {
   VerbRow row;
   row.name = "render";
-  row.synopses = {"FILE -o OUT.exr [--png OUT.png] [options]", "[FILE] --like OUT.exr -o NEW.exr"};
+  row.synopses = {"FILE -o OUT.exr [--png OUT.png] [options]", "FILE --show LAYER [options]",
+                  "[FILE] --like OUT.exr -o NEW.exr"};
   row.summary = "renders a scene to a picture.";
   row.brief = "a picture, with depth, positions, normals and ids";
   row.arguments = {sceneFile()};
@@ -147,6 +148,11 @@ VerbRow renderRow() {
          Offer::words,
          {"exr", "png", "jpg"}},
         {"--layers", "LIST", layerList(), Offer::words, vela::picture::layerNames()},
+        {"--show", "LAYER",
+         "draws this layer, such as rgba, in the terminal; -o may then be left out. Where standard "
+         "output is no terminal the same text goes there, as wide as COLUMNS says or 80 columns, "
+         "and where a picture goes there to standard error",
+         Offer::words, vela::picture::layerNames()},
         {"--like", "OUT.exr",
          "with the options that made this picture, but for those given here; FILE may be left out "
          "where the scene lies in the current folder or beside the picture",
@@ -235,7 +241,8 @@ VerbRow renderRow() {
       "vela render examples/demo/demo.usda -o data.{layer}.png --layers depth,N --size 320x180",
       "vela render examples/demo/demo.usda -o data.exr --layers depth,N,prim --size 640x360 "
       "--time 24",
-      "vela render examples/demo/demo.usda -o fine.exr --subdivide 2 --smooth"};
+      "vela render examples/demo/demo.usda -o fine.exr --subdivide 2 --smooth",
+      "vela render examples/demo/demo.usda --show rgba --size 320 --samples 4"};
   return row;
 }
 
@@ -555,7 +562,9 @@ const std::vector<VariableRow>& variableTable() {
        "environment."},
       {"HALDEN_LOG_FILE, HALDEN_LOG_LEVEL", "as --log-file and --log-level."},
       {"OCIO", "an OpenColorIO configuration: images show colour through its default view."},
-      {"NO_COLOR", "when it is set and not empty nothing is coloured on terminals."}};
+      {"NO_COLOR",
+       "when it is set and not empty nothing is coloured on terminals, and --show draws with "
+       "characters."}};
   return table;
 }
 
