@@ -1207,6 +1207,26 @@ class Series(Case):
         self.series("-o", self.at / "a.#.exr", "--frames", "1-3")
         self.assertNotEqual((self.at / "a.1.exr").read_bytes(), b"mine")
 
+    def test_what_is_skipped_and_is_no_whole_picture_is_said(self):
+        files = ["-o", self.at / "a.#.exr", "-o", self.at / "b.#.jpg", "--png", self.at / "c.#.png"]
+        arguments = [*files, "--frames", "1-3"]
+        self.series(*arguments)
+        said = self.series(*arguments, "--skip-existing")
+        self.assertNotIn("skipped", said)
+        for name in ("a.2.exr", "b.2.jpg", "c.2.png"):
+            whole = (self.at / name).read_bytes()
+            for damaged in (whole[:-1], whole[: len(whole) // 2], whole[:4], b"", b"mine"):
+                (self.at / name).write_bytes(damaged)
+                said = self.series(*arguments, "--skip-existing").splitlines()
+                self.assertRegex(said[-1], "^vela render: warning: skipped as it is there, though it is no whole picture: "
+                                           f"{self.at / name}: [^;]+; remove it, and it is made$")
+                # Nothing is harmed, and under --strict it counts.
+                self.assertEqual((self.at / name).read_bytes(), damaged)
+            self.series(*arguments, "--skip-existing", "--strict", code=3)
+            (self.at / name).unlink()
+            self.series(*arguments, "--skip-existing")
+            self.assertEqual((self.at / name).read_bytes(), whole)
+
     def test_a_bad_picture_does_not_keep_the_others_from_being_made(self):
         (self.at / "a.2.exr").mkdir()
         said = self.series("-o", self.at / "a.#.exr", "--frames", "1-3", code=4).splitlines()

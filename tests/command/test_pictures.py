@@ -287,6 +287,84 @@ class Like(Case):
             self.good("render", "scene.usda", "--like", "b.exr", "-o", "c.exr")
             self.assertEqual((self.at / "a.exr").read_bytes(), (self.at / "c.exr").read_bytes(), options)
 
+    def test_variants_stand_in_the_header(self):
+        quad = lambda name, x: f'def Mesh "{name}" {{\n point3f[] points = [({x}, 1, 0), ({x + 3}, 1, 0), ({x + 3}, 4, 0), ({x}, 4, 0)]\n' \
+                               ' int[] faceVertexCounts = [4]\n int[] faceVertexIndices = [0, 1, 2, 3]\n}\n'
+        sets = f'variantSet "look" = {{ "day" {{\n}}\n "late-night" {{\n{quad("Moon", 1)}}}\n}}\nvariantSet "size" = {{ "small" {{\n}}\n "large" {{\n{quad("Big", -4)}}}\n}}\n'
+        head = 'def Xform "World" (\n variants = { string look = "day" }\n prepend variantSets = ["look", "size"]\n)\n{\n' + sets
+        (self.at / "scene.usda").write_text(SCENE.replace('def Xform "World"\n{\n', head))
+        pictures = set()
+        for choice in ([], ["/World:look=late-night"], ["/World:size=large"], ["/World:size=large", "/World:look=late-night"]):
+            self.render("-o", "a.exr", *(word for one in choice for word in ("--variant", one)), "--camera", "Eye")
+            self.good("render", "--like", "a.exr", "-o", "b.exr")
+            self.assertEqual((self.at / "a.exr").read_bytes(), (self.at / "b.exr").read_bytes(), choice)
+            picture = exr.read(self.at / "a.exr")
+            pictures.add(tuple(picture.channels["B"]) + tuple(picture.channels["Z"]))
+            # The order in which they are typed is none of the picture's.
+            self.render("-o", "c.exr", *(word for one in reversed(choice) for word in ("--variant", one)), "--camera", "Eye")
+            self.assertEqual((self.at / "a.exr").read_bytes(), (self.at / "c.exr").read_bytes(), choice)
+        self.assertEqual(len(pictures), 4)
+        # One that is given takes the place of all that the picture has.
+        self.good("render", "--like", "a.exr", "-o", "d.exr", "--variant", "/World:look=day")
+        self.assertIn(" --variant /World:look=day --purpose", exr.read(self.at / "d.exr").value("vela/options"))
+
+    def test_frames_take_the_place_of_its_time(self):
+        self.render("-o", "a.exr", "--time", "3")
+        self.good("render", "--like", "a.exr", "--frames", "1-3", "-o", "b.#.exr")
+        self.assertEqual((self.at / "b.3.exr").read_bytes(), (self.at / "a.exr").read_bytes())
+        self.assertEqual(exr.read(self.at / "b.1.exr").value("frame"), 1)
+        self.good("render", "--like", "a.exr", "--turntable", "2", "-o", "t.#.exr")
+        self.assertEqual(exr.read(self.at / "t.2.exr").value("frame"), 3)
+
+    def test_a_scene_that_has_changed_is_said(self):
+        changed = "b.exr differs from a.exr, though its options are the same: the scene, or a file that it reads, has changed"
+        like = lambda *more: re.sub(".*: left out: .*\n", "", self.good("render", "--like", "a.exr", "-o", "b.exr", *more).stderr.decode())
+        self.render("-o", "a.exr", "--camera", "Eye")
+        self.assertEqual(like(), "")
+        (self.at / "scene.usda").write_text(SCENE.replace("[(1, 1, 1)]", "[(1, 1, 0.5)]"))
+        self.assertEqual(like(), f"vela render: note: {changed}\n")
+        # Another picture is asked for.
+        for more in (("--size", "8x8"), ("--layers", "depth"), ("--exclude", "/World/Odd")):
+            self.assertEqual(like(*more), "", more)
+        # What does not show does not count.
+        (self.at / "scene.usda").write_text(SCENE + '\ndef Xform "More"\n{\n}\n')
+        self.assertEqual(like(), "")
+        # Names beside the picture make another header of the same picture.
+        self.render("-o", "a.exr", "--layers", "crypto_object", "--manifest", "names.json")
+        self.assertEqual(like(), "")
+        self.assertEqual(like("--manifest", "others.json"), "")
+        self.render("-o", "a.exr", "--layers", "crypto_object")
+        self.assertEqual(like("--manifest", "others.json"), "")
+
+    def test_what_is_gone_from_the_scene_is_said(self):
+        self.render("-o", "a.exr", "--camera", "/World/Bright", "--exclude", "/World/Odd", "--include-type", "Mesh")
+        made = "vela render: note: a.exr was made with --camera /World/Bright --lens perspective "
+        (self.at / "scene.usda").write_text(SCENE.replace('"Bright"', '"Dark"'))
+        done = self.run_command("render", "--like", "a.exr", "-o", "b.exr")
+        first, last = done.stderr.decode().splitlines()
+        self.assertEqual(done.returncode, 1)
+        self.assertTrue(first.startswith(made), first)
+        self.assertTrue(last.startswith("vela render: error: no such camera: /World/Bright; try --camera /World/"), last)
+        (self.at / "scene.usda").write_text(SCENE.replace('"Odd"', '"Even"'))
+        done = self.good("render", "--like", "a.exr", "-o", "b.exr")
+        self.assertIn(b"note: --exclude /World/Odd names nothing in the scene", done.stderr)
+        self.assertIn(b"note: b.exr differs from a.exr", done.stderr)
+        # One that is typed is known to who typed it.
+        (self.at / "scene.usda").write_text(SCENE)
+        done = self.run_command("render", "--like", "a.exr", "-o", "b.exr", "--camera", "/Nowhere")
+        self.assertEqual((done.returncode, len(done.stderr.splitlines())), (1, 1), done.stderr)
+        # A variant, a region, a layer of another version.
+        self.render("-o", "c.exr", "--region", "8,8,15,15")
+        done = self.run_command("render", "--like", "c.exr", "-o", "b.exr", "--size", "8x8")
+        self.assertIn(b"note: c.exr was made with ", done.stderr)
+        self.assertIn(b"--region: it lies outside the picture of 8 x 8 pixels", done.stderr)
+        data = (self.at / "c.exr").read_bytes()
+        (self.at / "c.exr").write_bytes(data.replace(b"--layers rgba,depth", b"--layers rgba,fresh").replace(b"vela 0.", b"vela 9."))
+        done = self.run_command("render", "--like", "c.exr", "-o", "b.exr")
+        self.assertEqual(done.returncode, 2)
+        self.assertIn(b"note: c.exr was made by vela 9.", done.stderr)
+        self.assertIn(b"fresh", done.stderr.splitlines()[-1])
+
     def test_a_selection_stands_in_the_header(self):
         self.good("select", "scene.usda", "--rect", "0,12,3,15", *SMALL[:2], "-o", "s.sel")
         self.render("-o", "a.exr", "--selection", "s.sel")

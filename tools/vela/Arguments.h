@@ -22,6 +22,9 @@ class Arguments {
   /// \throws Failure (usage) for what the table does not have, or not so
   bool read(int count, char** arguments);
 
+  /// Forgets what was given of an option.
+  void remove(const char* key) { values_.erase(key); }
+
   /// Takes from another command line of the same verb what this one does not have.
   void addMissing(const Arguments& other);
 

@@ -84,7 +84,7 @@ struct RenderOptions {
   std::string selection;      ///< a file; what it selects is tinted
   std::string like;           ///< the picture whose options are taken; empty for none
   std::string likeSelection;  ///< the text of a selection, out of that picture's header
-  std::string likeSoftware;   ///< what wrote that picture
+  std::string likeOptions;    ///< that picture's, as one text
   bool statistics = false;
   bool layersAreGiven = false;
   int samples = 16;

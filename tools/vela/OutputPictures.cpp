@@ -145,6 +145,25 @@ std::FILE* streamToShowOn(const RenderOptions& options) {
                 {"--show", taken, ", which leaves neither standard output nor error for it"});
 }
 
+// An image has its format's first and last bytes: one that was cut off lacks the last.
+bool beginsAndEndsAs(FileFormat format, const std::string& name, std::string& why) {
+  using namespace std::string_literals;
+  const bool isPng = format == FileFormat::png;
+  const std::string head = isPng ? "\x89PNG\r\n\x1a\n"s : "\xff\xd8\xff"s;
+  const std::string tail = isPng ? "IEND\xae\x42\x60\x82"s : "\xff\xd9"s;
+  std::ifstream in(name, std::ios::binary);
+  std::string first(head.size(), '\0'), last(tail.size(), '\0');
+  in.read(first.data(), static_cast<std::streamsize>(first.size()));
+  if (first != head) {
+    why = isPng ? "it is no PNG file" : "it is no JPEG file";
+    return false;
+  }
+  in.seekg(-static_cast<std::streamoff>(last.size()), std::ios::end);
+  in.read(last.data(), static_cast<std::streamsize>(last.size()));
+  if (last != tail) why = "its end is missing";
+  return last == tail;
+}
+
 // What the library writes, under the file's temporary name.
 template <class Write>
 void writeWhole(const OutputFile& file, const Write& write) {
@@ -258,16 +277,39 @@ OutputPictures::OutputPictures(const RenderOptions& options) : options_(options)
 
 std::vector<std::string> OutputPictures::namesOf(const RenderOptions& options) {
   std::vector<std::string> names;
-  for (const PictureOutput& output : options.outputs) {
-    if (!isPerLayer(output.file)) {
-      names.push_back(output.file);
-      continue;
-    }
-    for (const std::string& layer : namesIn(choose(options.layers)))
-      names.push_back(nameFor(output.file, layer));
-  }
+  for (const PictureOutput& output : options.outputs)
+    for (const std::string& name : namesOf(output, options)) names.push_back(name);
   if (!options.files.manifest.empty()) names.push_back(options.files.manifest);
   return names;
+}
+
+std::vector<std::string> OutputPictures::namesOf(const PictureOutput& output,
+                                                 const RenderOptions& options) {
+  if (!isPerLayer(output.file)) return {output.file};
+  std::vector<std::string> names;
+  for (const std::string& layer : namesIn(choose(options.layers)))
+    names.push_back(nameFor(output.file, layer));
+  return names;
+}
+
+std::string OutputPictures::whyNotWhole(const RenderOptions& options) {
+  for (const PictureOutput& output : options.outputs)
+    for (const std::string& name : namesOf(output, options)) {
+      std::string why;
+      const bool isWhole = output.format == FileFormat::exr
+                               ? vela::picture::isWholeExr(name, &why)
+                               : beginsAndEndsAs(output.format, name, why);
+      if (!isWhole) return name + ": " + why;
+    }
+  return "";
+}
+
+std::string OutputPictures::findChanged() const {
+  for (const File& file : files_)
+    if (!options_.like.empty() && file.output->format == FileFormat::exr &&
+        hasChanged(file.file->temporaryName(), options_.like))
+      return file.file->finalName();
+  return "";
 }
 
 void OutputPictures::open(const PictureOutput& output, const std::string& name,

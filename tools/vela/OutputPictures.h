@@ -40,6 +40,9 @@ class OutputPictures {
   /// \throws Failure (usage) for layers that there are not
   [[nodiscard]] static std::vector<std::string> namesOf(const RenderOptions& options);
 
+  /// Why one of those files is no whole picture, with its name; empty when all of them are.
+  [[nodiscard]] static std::string whyNotWhole(const RenderOptions& options);
+
   /// Writes everything under temporary names.
   /// \param picture has layersToRender(); its attributes stand in every EXR, with the layers of
   ///                that file among its options
@@ -57,10 +60,17 @@ class OutputPictures {
   void show(const vela::picture::Picture& picture, const PictureWindow& window,
             const std::string& title) const;
 
+  /// That of the EXRs written which should be the picture that is liked and is not, since the scene
+  /// has changed: its final name; empty when there is none.
+  [[nodiscard]] std::string findChanged() const;
+
   /// The final names, as one list for messages.
   [[nodiscard]] std::string names() const;
 
  private:
+  [[nodiscard]] static std::vector<std::string> namesOf(const PictureOutput& output,
+                                                        const RenderOptions& options);
+
   struct File {
     const PictureOutput* output;
     std::vector<std::string> layers;  // of an EXR; the one that an image shows

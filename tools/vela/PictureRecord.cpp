@@ -3,14 +3,19 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <sstream>
 #include <variant>
 
 #include "Messages.h"
+#include "Notices.h"
 #include "OutputFile.h"
 #include "Text.h"
 #include "vela/Version.h"
+#include "vela/picture/Cryptomatte.h"
 #include "vela/picture/ExrFile.h"
+#include "vela/picture/LayerTable.h"
 
 namespace command {
 
@@ -155,10 +160,30 @@ void completeLike(Arguments& arguments, RenderOptions& options) {
   std::error_code none;
   if (!arguments.has("FILE") && !fs::exists(record.scene, none))
     throw failure(Message::noSceneOfRecord, {record.scene, record.file});
+  // Frames take the place of the picture's own.
+  if (arguments.has("--frames")) like.remove("--time");
   // A selection that is given takes the place of the picture's.
   if (!arguments.has("--selection")) options.likeSelection = record.selection;
-  options.likeSoftware = record.software;
+  options.likeOptions = joinWords(record.options);
+  const std::string self = std::string("vela ") + vela::version();
+  if (record.software != self)
+    say(Notice::note, record.file + " was made by " +
+                          (record.software.empty() ? "something else" : record.software) + ": " +
+                          self + " may make other bytes");
   arguments.addMissing(like);
+}
+
+bool hasChanged(const std::string& made, const std::string& like) {
+  using vela::picture::readExrText;
+  for (const char* name : {kScene, kOptions, kSelection, "software"})
+    if (readExrText(made, name) != readExrText(like, name)) return false;
+  for (const vela::picture::LayerGroup& group : vela::picture::layerGroups())
+    for (const std::string& file : {made, like})
+      if (readExrText(file, vela::picture::cryptomatteAttribute(group.name, "manif_file")))
+        return false;
+  std::ifstream one(made, std::ios::binary), other(like, std::ios::binary);
+  using Bytes = std::istreambuf_iterator<char>;
+  return !std::equal(Bytes(one), Bytes(), Bytes(other), Bytes());
 }
 
 std::string joinWords(const std::vector<std::string>& words) {

@@ -45,9 +45,15 @@ struct PictureRecord {
 /// \throws Failure when the file is no picture that vela render wrote
 [[nodiscard]] PictureRecord readRecord(const std::string& picture);
 
+/// What becomes of the picture that is to be like another: true when both headers say the same, and
+/// yet the files differ, which is so when the scene or a file that it reads has changed. Pictures
+/// with their names of mattes beside them are not compared.
+[[nodiscard]] bool hasChanged(const std::string& made, const std::string& like);
+
 /// Completes a command line by the options of the picture that `--like` names: those that it does
-/// not have itself, and the scene.
-/// \param options gets the text of the selection, and what wrote the picture
+/// not have itself nor speaks against, and the scene. That another version wrote the picture is
+/// said.
+/// \param options gets the picture's options as one text, and that of the selection
 /// \throws Failure when the picture's header says nothing, or nothing that this version reads, and
 ///         when its scene is not found
 void completeLike(Arguments& arguments, RenderOptions& options);

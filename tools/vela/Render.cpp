@@ -26,7 +26,6 @@
 #include "Scene.h"
 #include "SceneFiles.h"
 #include "SelectionFile.h"
-#include "vela/Version.h"
 #include "vela/picture/PictureRenderer.h"
 
 namespace command {
@@ -199,6 +198,10 @@ void renderJob(const RenderOptions& options, const std::string& label,
     recordPicture(options, *renderer, selection, region, picture);
     const PictureWindow window{region.x0, region.y0, renderer->width(), renderer->height()};
     files.write(picture, window);
+    if (const std::string changed = files.findChanged(); !changed.empty())
+      say(Notice::note, changed + " differs from " + options.like +
+                            ", though its options are the same: the scene, or a file that it "
+                            "reads, has changed");
     files.commit();
     files.show(picture, window, label);
   });
@@ -207,14 +210,9 @@ void renderJob(const RenderOptions& options, const std::string& label,
                 std::chrono::duration<double>(Clock::now() - start).count() + steps.open);
 }
 
-}  // namespace
-
-ExitCode render(const RenderOptions& options) {
+// All pictures of a command line.
+ExitCode renderJobs(const RenderOptions& options) {
   const std::optional<vela::Selection::GeoSelection> selection = selectionOf(options);
-  const std::string self = std::string("vela ") + vela::version();
-  if (!options.like.empty() && options.likeSoftware != self)
-    say(Notice::note, options.like + " was made by " + options.likeSoftware + ": " + self +
-                          " may make other bytes");
   // Whatever is wrong with a single picture's files is said before the scene is opened, which may
   // take long.
   const bool isSingle = options.frames.empty() && options.turntable == 0 && !options.allCameras;
@@ -240,12 +238,16 @@ ExitCode render(const RenderOptions& options) {
   // A bad picture does not keep the others from being made. What is wrong with the command line is
   // wrong with all of them.
   std::size_t done = 0;
-  std::vector<std::string> failed;
+  std::vector<std::string> failed, damaged;
   try {
     for (const PictureJob& job : jobs) {
       if (options.skipExisting && !job.options.outputs.empty() &&
           allExist(OutputPictures::namesOf(job.options))) {
         ++done;
+        const std::string why = OutputPictures::whyNotWhole(job.options);
+        if (!why.empty())
+          damaged.push_back("skipped as it is there, though it is no whole picture: " + why +
+                            "; remove it, and it is made");
         continue;
       }
       try {
@@ -264,6 +266,7 @@ ExitCode render(const RenderOptions& options) {
                              std::to_string(jobs.size()) + " pictures are written");
     return kInterrupted;
   }
+  sayAlike(Notice::warning, damaged);
   if (failed.empty()) return kDone;
   std::string list;
   for (const std::string& label : failed) list += (list.empty() ? "" : "; ") + label;
@@ -271,6 +274,20 @@ ExitCode render(const RenderOptions& options) {
                         {list, std::to_string(failed.size()), std::to_string(jobs.size())});
   if (done == 0) all.code = kBadInput;
   throw all;
+}
+
+}  // namespace
+
+ExitCode render(const RenderOptions& options) {
+  try {
+    return renderJobs(options);
+  } catch (const Failure& why) {
+    // What is gone from the scene was not typed where it comes out of a picture's header.
+    if (!options.like.empty() && !why.where.empty() &&
+        options.likeOptions.find(why.where) != std::string::npos)
+      say(Notice::note, options.like + " was made with " + options.likeOptions);
+    throw;
+  }
 }
 
 }  // namespace command

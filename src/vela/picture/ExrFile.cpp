@@ -9,6 +9,7 @@
 #include <ImfHeader.h>
 #include <ImfIDManifest.h>
 #include <ImfIO.h>
+#include <ImfInputPart.h>
 #include <ImfIntAttribute.h>
 #include <ImfMatrixAttribute.h>
 #include <ImfMultiPartInputFile.h>
@@ -355,6 +356,39 @@ std::optional<std::string> readExrText(const std::string& file, const std::strin
     fail(error, exception.what());
   }
   return std::nullopt;
+}
+
+bool isWholeExr(const std::string& file, std::string* error) {
+  try {
+    Imf::MultiPartInputFile input(file.c_str(), 0);
+    for (int i = 0; i < input.parts(); ++i) {
+      if (!input.partComplete(i)) return fail(error, "rows of it are missing");
+      Imf::InputPart part(input, i);
+      const Imath::Box2i window = part.header().dataWindow();
+      const auto& channels = part.header().channels();
+      auto channel = channels.begin();
+      while (channel != channels.end() &&
+             (channel.channel().xSampling != 1 || channel.channel().ySampling != 1))
+        ++channel;
+      if (channel == channels.end()) continue;
+      // Rows lie in the file from top to bottom or the other way around: either end may be the one
+      // that is cut off.
+      std::vector<float> row(static_cast<std::size_t>(window.max.x - window.min.x) + 1);
+      for (const int y : {window.min.y, window.max.y}) {
+        Imf::FrameBuffer buffer;
+        buffer.insert(channel.name(), Imf::Slice::Make(Imf::FLOAT, row.data(),
+                                                       Imath::Box2i(Imath::V2i(window.min.x, y),
+                                                                    Imath::V2i(window.max.x, y))));
+        part.setFrameBuffer(buffer);
+        part.readPixels(y);
+      }
+    }
+    return true;
+  } catch (const std::bad_alloc&) {
+    throw;
+  } catch (const std::exception& exception) {
+    return fail(error, exception.what());
+  }
 }
 
 std::string manifestText(const std::vector<std::string>& manifest) {

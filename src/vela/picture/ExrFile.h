@@ -86,6 +86,13 @@ struct ExrOptions {
                                                                       const std::string& attribute,
                                                                       std::string* error = nullptr);
 
+/// True when a file is an OpenEXR file with all of its pixels, as far as that can be seen without
+/// reading all of them: the header, the table of its rows, and the first and last rows of each
+/// part. A file that was cut off is not.
+/// \param error why it is not, in one line without the file's name; else untouched
+[[nodiscard]] VELA_PICTURE_API bool isWholeExr(const std::string& file,
+                                               std::string* error = nullptr);
+
 /// Writes a picture as ExrOptions has it unless told otherwise.
 ///
 /// \param file    is replaced as it is written: who wants it whole or not at all writes under

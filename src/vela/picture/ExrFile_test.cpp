@@ -228,6 +228,30 @@ TEST_F(ExrFile, TextsAreReadBackAndWhatIsNoneSaysWhy) {
   EXPECT_FALSE(error.empty());
 }
 
+TEST_F(ExrFile, AFileThatWasCutOffIsNotWhole) {
+  ExrOptions options;
+  options.x = 10;
+  options.y = 20;
+  for (const Compression compression : {Compression::none, Compression::zip, Compression::piz}) {
+    options.compression = compression;
+    ASSERT_TRUE(writeExr(everything(40, 33), file_, options));
+    std::string error = "untouched";
+    EXPECT_TRUE(isWholeExr(file_, &error));
+    EXPECT_EQ(error, "untouched");
+    const auto size = std::filesystem::file_size(file_);
+    for (const std::uintmax_t cut : {std::uintmax_t{1}, size / 3, size / 2, size - 20, size}) {
+      ASSERT_TRUE(writeExr(everything(40, 33), file_, options));
+      std::filesystem::resize_file(file_, size - cut);
+      error.clear();
+      EXPECT_FALSE(isWholeExr(file_, &error)) << cut;
+      EXPECT_FALSE(error.empty()) << cut;
+    }
+  }
+  EXPECT_FALSE(isWholeExr(file_ + ".missing"));
+  std::ofstream(file_) << "no picture at all";
+  EXPECT_FALSE(isWholeExr(file_));
+}
+
 TEST_F(ExrFile, TheRateOfFramesIsTheRationalThatIsMeant) {
   Picture picture = everything(1, 1);
   for (const auto& [rate, numerator, denominator] :
