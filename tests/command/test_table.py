@@ -123,6 +123,16 @@ class MadeTexts(Case):
             done = subprocess.run([man, "-man", "-Tascii", "-ww", "-z"], input=page, capture_output=True, text=True)
             self.assertEqual((done.returncode, done.stderr), (0, ""), verb)
 
+    def test_man_pages_fit_a_terminal(self):
+        man = shutil.which("groff")
+        if not man:
+            self.skipTest("this machine has no groff")
+        for verb in [None, *verbs()]:
+            page = run("help", "--man", *([verb] if verb else [])).stdout
+            text = subprocess.run([man, "-man", "-Tascii", "-P-c", "-P-b", "-P-u"], input=page, capture_output=True, text=True).stdout
+            self.assertGreater(len(text.splitlines()), 20)
+            self.assertLessEqual(max(map(len, text.splitlines())), 80, verb)
+
     def complete(self, *words):
         """What bash offers behind the words; the last is the one that is being typed."""
         script = run("help", "--completion", "bash").stdout
@@ -139,6 +149,11 @@ class MadeTexts(Case):
         self.assertEqual(self.complete("re"), {"render", "resolve"})
         self.assertEqual(self.complete("render", "--samp"), {"--samples"})
         self.assertEqual(self.complete("render", "x.usda", "--lens", "s"), {"spherical"})
+        self.assertEqual(self.complete("render", "x.usda", "--lens", "=", "s"), {"spherical"})
+        self.assertEqual(self.complete("make", "cube", "--scheme", "="), {"none", "catmullClark", "loop", "bilinear"})
+        self.assertEqual(self.complete("render", "x.usda", "--purpose", "proxy,g"), {"proxy,guide"})
+        self.assertEqual(self.complete("render", "x.usda", "--layers", "rg"), {"rgb", "rgba"})
+        self.assertEqual(self.complete("render", "x.usda", "--show", "dep"), {"depth"})
         self.assertEqual(self.complete("info", ""), {"a.usda"})
         self.assertEqual(self.complete("select", "--show", ""), {"c.sel"})
         self.assertEqual(self.complete("help", "inf"), {"info"})

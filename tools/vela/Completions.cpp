@@ -65,6 +65,10 @@ std::string bashValues(const OptionRow& row) {
   // A folder is offered with every kind of file: what is looked for may lie in it.
   if (row.offer == Offer::folders) return "compgen -d -- \"$word\"";
   const std::vector<std::string> words = wordsOf(row), endings = endingsOf(row.offer);
+  // Of a list the word behind the last comma.
+  if (!words.empty() && row.value == "LIST")
+    return "compgen -P \"${word%\"${word##*,}\"}\" -W \"" + joined(words, " ") +
+           "\" -- \"${word##*,}\"";
   if (!words.empty()) return "compgen -W \"" + joined(words, " ") + "\" -- \"$word\"";
   if (!endings.empty())
     return "compgen -f -X '!*.@(" + joined(endings, "|") +
@@ -99,6 +103,9 @@ std::string bash() {
       "_vela() {\n"
       "  local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD-1]} verb=\"\" i "
       "list=\"\"\n"
+      // The shell takes --lens=WORD apart.
+      "  if [ \"$word\" = \"=\" ]; then word=\"\"\n"
+      "  elif [ \"$before\" = \"=\" ]; then before=${COMP_WORDS[COMP_CWORD-2]}; fi\n"
       "  for ((i = 1; i < COMP_CWORD; ++i)); do\n"
       "    case \"${COMP_WORDS[i]}\" in " +
       joined(verbs, "|") +
@@ -127,6 +134,7 @@ std::string bash() {
 
 std::string zshAction(const OptionRow& row) {
   const std::vector<std::string> words = wordsOf(row), endings = endingsOf(row.offer);
+  if (!words.empty() && row.value == "LIST") return "_values -s , word " + joined(words, " ");
   if (!words.empty()) return "(" + joined(words, " ") + ")";
   if (row.offer == Offer::folders) return "_files -/";
   if (!endings.empty()) return "_files -g \"*.(" + joined(endings, "|") + ")(-.)\"";

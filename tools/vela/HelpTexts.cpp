@@ -38,8 +38,17 @@ std::string entry(const std::string& name, const std::string& help) {
   return text + "\n" + beside;
 }
 
-// A command line in lines that a shell reads as one. An option stays with its value.
-std::string exampleLines(const std::string& example) {
+std::string exitList() {
+  std::string text = "Exit codes: ";
+  for (const ExitRow& row : exitTable())
+    text +=
+        (&row == &exitTable().front() ? "" : "; ") + std::to_string(row.code) + " " + row.meaning;
+  return text + ".";
+}
+
+}  // namespace
+
+std::string exampleLines(const std::string& example, std::size_t indent, std::size_t columns) {
   std::vector<std::string> parts;
   std::istringstream words(example);
   for (std::string word; words >> word;) {
@@ -50,26 +59,16 @@ std::string exampleLines(const std::string& example) {
     else
       parts.push_back(word);
   }
-  std::string text, line = "  ";
+  std::string text, line(indent, ' ');
   for (const std::string& part : parts) {
-    if (line.size() + 1 + part.size() + 2 > kColumns) {
+    if (line.size() + 1 + part.size() + 2 > columns) {
       text += line + " \\\n";
-      line = "     ";
+      line.assign(indent + 3, ' ');
     }
-    line += (line.size() > 2 ? " " : "") + part;
+    line += (line.size() > indent ? " " : "") + part;
   }
   return text + line + "\n";
 }
-
-std::string exitList() {
-  std::string text = "Exit codes: ";
-  for (const ExitRow& row : exitTable())
-    text +=
-        (&row == &exitTable().front() ? "" : "; ") + std::to_string(row.code) + " " + row.meaning;
-  return text + ".";
-}
-
-}  // namespace
 
 std::string overallHelp() {
   std::string text = "vela: pictures and facts of 3D scenes (.usd .usda .usdc .usdz)\n\n";
@@ -104,7 +103,7 @@ std::string helpOf(const VerbRow& verb) {
   }
   for (const std::string& note : verb.notes) text += "\n" + indented(note, 0);
   if (!verb.examples.empty()) text += "\nExamples\n";
-  for (const std::string& example : verb.examples) text += exampleLines(example);
+  for (const std::string& example : verb.examples) text += exampleLines(example, 2, kColumns);
   return text;
 }
 

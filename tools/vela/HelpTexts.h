@@ -3,6 +3,7 @@
 /// and what completes command lines in shells.
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 #include "VerbTable.h"
@@ -16,6 +17,11 @@ namespace command {
 
 /// The source of a man page: of the verb, or of the command when null.
 [[nodiscard]] std::string manPage(const VerbRow* verb);
+
+/// A command line in lines that a shell reads as one, each with its line end; those after the first
+/// stand three columns further in. An option stays with its value.
+[[nodiscard]] std::string exampleLines(const std::string& example, std::size_t indent,
+                                       std::size_t columns);
 
 /// \param shell bash, zsh or fish
 [[nodiscard]] std::string completion(const std::string& shell);

@@ -1,4 +1,5 @@
 // Man pages, in the macros of man(7).
+#include <cstddef>
 #include <string>
 
 #include "HelpTexts.h"
@@ -85,8 +86,10 @@ std::string manPage(const VerbRow* verb) {
     if (!group.rows.empty()) text += section(group.title) + rows(group.rows);
   text += section(commonOptions().title) + rows(commonOptions().rows) + closing();
   if (!verb->examples.empty()) text += section("Examples");
+  // Within the 80 columns that a terminal has, of which the page's own margin takes seven.
+  constexpr std::size_t kColumns = 80 - 7;
   for (const std::string& example : verb->examples)
-    text += ".PP\n.nf\n" + escaped(example) + "\n.fi\n";
+    text += ".PP\n.nf\n" + escaped(exampleLines(example, 0, kColumns)) + ".fi\n";
   text += section("See also");
   text += "vela(1)";
   for (const VerbRow& row : verbTable())
