@@ -610,6 +610,28 @@ TEST(SubdivideUniform, AMillionQuadsTakeLessThanThreeTimesTheirMemory) {
   }
 }
 
+// All faces of the second level lie around the point in the middle.
+TEST(SubdivideUniform, AFaceOfManyCornersTakesNoMoreThanOthers) {
+  constexpr int kCorners = 40000;
+  Mesh mesh;
+  mesh.counts.push_back(kCorners);
+  for (int i = 0; i < kCorners; ++i) {
+    const float angle = static_cast<float>(i) * 6.2831853f / kCorners;
+    mesh.points.push_back({std::cos(angle), std::sin(angle), 0.0f});
+    mesh.indices.push_back(i);
+  }
+  std::ofstream("/proc/self/clear_refs") << 5;
+  const std::size_t before = status("VmRSS:");
+  ASSERT_TRUE(mesh.refine(scheme("catmullClark"), 2));
+  const std::size_t most = status("VmHWM:");
+  ASSERT_EQ(mesh.counts.size(), 4u * kCorners);
+  for (const Vec3f& p : mesh.points.view()) ASSERT_TRUE(std::isfinite(p.x) && p.z == 0.0f);
+  // The result has 6 MiB; what the middle's part takes comes on top.
+  if (kMemoryIsOurs && before != 0) {
+    EXPECT_LT(most - before, 200u * 1024u);
+  }
+}
+
 TEST(SubdivideUniform, SaysWhyNothingWasRefined) {
   struct Try {
     ovo::Token scheme;

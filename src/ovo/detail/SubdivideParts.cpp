@@ -60,14 +60,17 @@ void takeFaces(const LastLevel& mesh, Part& part) {
   const std::size_t endCorner =
       part.end == level.counts.size() ? corners : at(mesh.firstOf[part.end]);
   part.faces.clear();
-  for (std::size_t c = at(mesh.firstOf[part.begin]); c < endCorner; ++c) {
-    const std::size_t p = at(level.indices[c]);
-    for (int i = mesh.around.start[p]; i < mesh.around.start[p + 1]; ++i)
+  // Each point once: that in the middle of a face of many corners is a corner of as many faces, and
+  // all of them are around it.
+  std::vector<int> points(level.indices.begin() + mesh.firstOf[part.begin],
+                          level.indices.begin() + static_cast<std::ptrdiff_t>(endCorner));
+  sortUnique(points);
+  for (const int p : points)
+    for (int i = mesh.around.start[at(p)]; i < mesh.around.start[at(p) + 1]; ++i)
       part.faces.push_back(mesh.faceOfCorner[at(mesh.around.cornerAt[at(i)])]);
-  }
   sortUnique(part.faces);
 
-  std::vector<int> points;
+  points.clear();
   for (const int f : part.faces) {
     const auto first = level.indices.begin() + mesh.firstOf[at(f)];
     points.insert(points.end(), first, first + level.counts[at(f)]);
