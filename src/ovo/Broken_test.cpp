@@ -6,6 +6,7 @@
 
 #include "ovo/MeshPrim.h"
 #include "ovo/Stage.h"
+#include "ovo/detail/TestPackage.h"
 #include "ovo/detail/TestScene.h"
 #include "support/SharedData.h"
 
@@ -13,6 +14,7 @@ namespace {
 
 using ovo::Prim;
 using ovo::Stage;
+using ovo_test::package;
 using ovo_test::TemporaryFolder;
 
 void expectRefused(const std::string& file, const std::string& why) {
@@ -220,26 +222,6 @@ TEST(Broken, PathsOfMoreNamesThanCompositionHasStackForAreRefused) {
             nullptr);
 }
 
-// A package of one file as OpenUSD wants it: stored as it is, its content at a multiple of 64.
-// Nobody looks at the check sums.
-std::string package(const std::string& name, const std::string& content) {
-  const auto number = [](std::size_t value, int bytes) {
-    std::string text;
-    for (int i = 0; i < bytes; ++i) text += static_cast<char>((value >> (8 * i)) & 0xff);
-    return text;
-  };
-  const std::size_t extra = 64 - (30 + name.size() + 4) % 64;
-  const std::string fields = number(10, 2) + number(0, 2) + number(0, 2) + number(0, 4) +
-                             number(0, 4) + number(content.size(), 4) + number(content.size(), 4) +
-                             number(name.size(), 2);
-  const std::string file = "PK\3\4" + fields + number(extra + 4, 2) + name + number(0x1986, 2) +
-                           number(extra, 2) + std::string(extra, '\0') + content;
-  const std::string list = "PK\1\2" + number(10, 2) + fields + number(0, 2) + number(0, 2) +
-                           number(0, 2) + number(0, 2) + number(0, 4) + number(0, 4) + name;
-  return file + list + "PK\5\6" + number(0, 4) + number(1, 2) + number(1, 2) +
-         number(list.size(), 4) + number(file.size(), 4) + number(0, 2);
-}
-
 TEST(Broken, DepthInPackagesIsRefusedWhateverTheirFilesAreCalled) {
   TemporaryFolder folder;
   const std::string good = "#usda 1.0\ndef \"A\" {\n}\n";
@@ -441,6 +423,44 @@ TEST(Broken, ASceneOfMorePrimsThanItMayHaveIsCutInSceneOrder) {
   const auto exact = Stage::open(folder.write("exact.usda", tenfold(1)), limits);
   ASSERT_NE(exact, nullptr);
   EXPECT_TRUE(exact->problems().empty());
+}
+
+// The corpus that fuzzing starts from as well.
+TEST(Broken, EachTextOfTheCorpusOpensOrIsRefusedAsItSays) {
+  std::ifstream corpus(vela_test::sourcePath("src/ovo/scenes.txt"));
+  std::size_t cases = 0;
+  for (std::string line; std::getline(corpus, line);) {
+    if (line.empty() || line[0] == '#') continue;
+    const std::size_t first = line.find(" | "), last = line.rfind(" | ");
+    ASSERT_LT(first, last) << line;
+    const std::string expected = line.substr(last + 3);
+    std::string text = "#usda 1.0\n";
+    for (std::size_t i = first + 3; i < last; ++i) {
+      const bool escapes = line[i] == '\\' && i + 1 < last;
+      if (escapes) ++i;
+      text += escapes && line[i] == 'n' ? '\n' : line[i];
+    }
+    SCOPED_TRACE(line.substr(0, first));
+    std::string error;
+    const auto stage = Stage::openText(text, &error);
+    if (expected == "opens") {
+      ASSERT_NE(stage, nullptr) << error;
+      // What was read can be written, and read again.
+      for (const char* copy : {"copy.usda", "copy.usdc"}) {
+        TemporaryFolder folder;
+        ASSERT_TRUE(stage->exportTo(folder.path(copy), &error)) << error;
+        const auto again = Stage::open(folder.path(copy), &error);
+        ASSERT_NE(again, nullptr) << error;
+        std::vector<Prim> before, after;
+        stage->findDescendentPrims({"/"}, before);
+        again->findDescendentPrims({"/"}, after);
+        EXPECT_EQ(before.size(), after.size());
+      }
+    } else
+      EXPECT_NE(error.find(expected), std::string::npos) << error;
+    ++cases;
+  }
+  EXPECT_GT(cases, 20u);
 }
 
 }  // namespace

@@ -59,6 +59,21 @@ std::string movedName(const pxr::SdfLayerRefPtr& from, const std::string& name,
   return moved.empty() ? whole : moved.compare(0, 3, "../") == 0 ? moved : "./" + moved;
 }
 
+// Metadata that OpenUSD does not know it keeps as their text. Of some, such as paths, its parser
+// keeps none, and a file with `name =` and nothing behind it cannot be read again.
+void dropMetadataWithoutText(const pxr::SdfLayerRefPtr& layer) {
+  std::vector<std::pair<pxr::SdfPath, pxr::TfToken>> lost;
+  layer->Traverse(pxr::SdfPath::AbsoluteRootPath(), [&](const pxr::SdfPath& path) {
+    for (const pxr::TfToken& field : layer->ListFields(path)) {
+      pxr::SdfUnregisteredValue value;
+      if (layer->HasField(path, field, &value) && value.GetValue().IsHolding<std::string>() &&
+          value.GetValue().UncheckedGet<std::string>().empty())
+        lost.emplace_back(path, field);
+    }
+  });
+  for (const auto& [path, field] : lost) layer->EraseField(path, field);
+}
+
 }  // namespace
 
 pxr::SdfLayerRefPtr mergeLayers(const StageData& stage, const std::string& folder) {
@@ -73,6 +88,8 @@ pxr::SdfLayerRefPtr mergeLayers(const StageData& stage, const std::string& folde
     for (auto path = paths.rbegin(); path != paths.rend(); ++path)
       mergeSpec(stage.session, *path, merged);
   }
+
+  dropMetadataWithoutText(merged);
 
   // Names of files hold from the folder of the opened file.
   const std::string oldFolder = fs::path(stage.root->GetRealPath()).parent_path().string();
