@@ -89,7 +89,8 @@ endfunction()
 
 # vela_link_objects(<executable> [<library>]): an executable of the build tree made with the objects
 # of a library (vela unless said) in place of the library. What lies beside whatever holds that
-# code, the scenes' plug-in tables and the module of OpenAssetIO, lies beside the executable here.
+# code, the scenes' plug-in tables, the module of OpenAssetIO and the program that tries scenes,
+# lies beside the executable here.
 function(vela_link_objects target)
   set(library vela)
   if(ARGC GREATER 1)
@@ -100,7 +101,7 @@ function(vela_link_objects target)
   get_target_property(folder ${target} BINARY_DIR)
   if(NOT folder STREQUAL "${PROJECT_BINARY_DIR}/src")
     file(MAKE_DIRECTORY "${folder}/vela")
-    foreach(beside IN ITEMS usd openassetio)
+    foreach(beside IN ITEMS usd openassetio scene-trial)
       file(CREATE_LINK "${PROJECT_BINARY_DIR}/src/vela/${beside}" "${folder}/vela/${beside}"
         SYMBOLIC)
     endforeach()

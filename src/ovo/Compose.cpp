@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <atomic>
+#include <iterator>
 #include <unordered_set>
 #include <utility>
 
@@ -10,14 +11,20 @@ namespace ovo::detail {
 
 namespace {
 
+// So many of a prim's children are composed before the first of them is looked at. The time that
+// OpenUSD takes for a prim grows with the square of its chain of arcs: a scene where chains are too
+// long is given up before all its prims are composed.
+constexpr std::size_t kSiblingsAtOnce = 512;
+
 std::uint64_t nextSerial() {
   static std::atomic<std::uint64_t> last{0};
   return ++last;
 }
 
-pxr::ArResolverContext contextFor(const std::string& file) {
-  return file.empty() ? pxr::ArGetResolver().CreateDefaultContext()
-                      : pxr::ArGetResolver().CreateDefaultContextForAsset(file);
+pxr::ArResolverContext contextFor(const std::string& file, const ReadContext& reading) {
+  return {file.empty() ? pxr::ArGetResolver().CreateDefaultContext()
+                       : pxr::ArGetResolver().CreateDefaultContextForAsset(file),
+          reading};
 }
 
 // Calls visit(node, layer) for every layer that has a say about the prim, from strong to weak,
@@ -31,6 +38,22 @@ void forEachSpec(const pxr::PcpPrimIndex& index, Visit visit) {
   }
 }
 
+std::size_t countNodes(const pxr::PcpPrimIndex& index) {
+  const pxr::PcpNodeRange nodes = index.GetNodeRange();
+  return static_cast<std::size_t>(std::distance(nodes.first, nodes.second));
+}
+
+// How far the longest chain of arcs leads: each node stands at the end of the arc from its parent.
+std::size_t longestChain(const pxr::PcpPrimIndex& index) {
+  std::size_t longest = 0;
+  for (pxr::PcpNodeRef node : index.GetNodeRange()) {
+    std::size_t length = 0;
+    while ((node = node.GetParentNode())) ++length;
+    longest = std::max(longest, length);
+  }
+  return longest;
+}
+
 bool isActive(const pxr::PcpPrimIndex& index) {
   bool active = true;
   forEachSpec(index, [&active](const pxr::PcpNodeRef& node, const pxr::SdfLayerRefPtr& layer) {
@@ -42,15 +65,15 @@ bool isActive(const pxr::PcpPrimIndex& index) {
 }  // namespace
 
 StageData::StageData(pxr::SdfLayerRefPtr rootLayer, pxr::SdfLayerRefPtr sessionLayer,
-                     std::string fileName, const StageLimits& stageLimits)
+                     std::string fileName, const OpenOptions& options, const ReadContext& context)
     : serial(nextSerial()),
       file(std::move(fileName)),
-      limits(stageLimits),
+      limits(options),
       root(std::move(rootLayer)),
       session(std::move(sessionLayer)),
       edit(session ? session : root) {
-  const pxr::PcpLayerStackIdentifier identifier(root, session,
-                                                contextFor(session ? root->GetIdentifier() : ""));
+  const pxr::PcpLayerStackIdentifier identifier(
+      root, session, contextFor(session ? root->GetIdentifier() : "", context));
   cache_ = std::make_unique<pxr::PcpCache>(identifier, "usd", true);
   {
     const Collector collector(problems, true);
@@ -60,9 +83,31 @@ StageData::StageData(pxr::SdfLayerRefPtr rootLayer, pxr::SdfLayerRefPtr sessionL
     report(errors);
   }
   compose(pxr::SdfPath::AbsoluteRootPath());
+  if (!options.root.empty()) leaveOutLayersOutside(context);
 }
 
 StageData::~StageData() = default;
+
+// A layer that another stage has open is found by its name, and never resolved.
+void StageData::leaveOutLayersOutside(const ReadContext& context) {
+  std::vector<std::string> outside;
+  for (const pxr::SdfLayerHandle& layer : cache_->GetUsedLayers())
+    if (!layer->IsAnonymous() && !context.isInside(layer->GetResolvedPath().GetPathString()))
+      outside.push_back(layer->GetIdentifier());
+  if (outside.empty()) return;
+  std::vector<std::string> texts;
+  texts.reserve(outside.size());
+  for (const std::string& name : outside) texts.push_back(name + kLiesOutside);
+  problems.addSorted(std::move(texts));
+  {
+    const Collector collector(problems, true);
+    const pxr::ArResolverContextBinder binder(resolverContext());
+    pxr::PcpChanges changes;
+    cache_->RequestLayerMuting(outside, {}, &changes);
+    changes.Apply();
+  }
+  compose(pxr::SdfPath::AbsoluteRootPath());
+}
 
 PrimNode* StageData::find(const Path& path) const {
   const auto found = byPath_.find(path);
@@ -92,50 +137,80 @@ PrimNode* StageData::nodeAt(const pxr::SdfPath& path, PrimNode* parent) {
   return slot;
 }
 
-void StageData::computeIndexes(const pxr::SdfPath& top) {
+void StageData::computeIndexes(const pxr::SdfPathVector& tops, pxr::PcpErrorVector& errors) {
   const Collector collector(problems, true);
   const pxr::ArResolverContextBinder binder(cache_->GetLayerStackIdentifier().pathResolverContext);
-  pxr::PcpErrorVector errors;
   // Which prims come first differs from run to run. So this pass only stops far from all there are;
   // which ones are laid down is decided in the order of the scene.
-  std::atomic<std::size_t> computed{0};
+  std::atomic<std::size_t> computed{0}, arcs{0};
   cache_->ComputePrimIndexesInParallel(
-      top, &errors,
-      [&computed, this](const pxr::PcpPrimIndex& index, pxr::TfTokenVector*) {
-        return index.GetPath().GetPathElementCount() < kMaxPrimNesting &&
-               computed.fetch_add(1, std::memory_order_relaxed) < limits.prims && isActive(index);
+      tops, &errors,
+      [&computed, &arcs, this](const pxr::PcpPrimIndex& index, pxr::TfTokenVector* children) {
+        const std::size_t nodes = countNodes(index);
+        if (index.GetPath().GetPathElementCount() >= maxDepth() ||
+            computed.fetch_add(1, std::memory_order_relaxed) >= limits.prims ||
+            arcs.fetch_add(nodes, std::memory_order_relaxed) >= limits.arcs ||
+            nodes > limits.arcChain || !isActive(index))
+          return false;
+        pxr::PcpTokenSet prohibited;
+        index.ComputePrimChildNames(children, &prohibited);
+        if (children->size() > kSiblingsAtOnce) children->resize(kSiblingsAtOnce);
+        return !children->empty();
       },
       [](const pxr::SdfPath&) { return true; });
-  report(errors);
 }
 
 void StageData::compose(const pxr::SdfPath& top) {
-  computeIndexes(top);
+  pxr::PcpErrorVector errors;
+  std::vector<std::string> found;  // what is left out here, to be told behind the errors
+  computeIndexes({top}, errors);
 
   // Lay down the tree, parents first. A list instead of recursion: the depth is the file's choice.
   PrimNode* const above =
       top.IsAbsoluteRootPath() ? nullptr : find(Path(top.GetParentPath().GetAsString()));
   std::vector<PrimNode*> waiting{nodeAt(top, above)};
   if (!above) rootNode = waiting.front();
-  pxr::PcpErrorVector errors;
   std::unordered_set<PrimNode*> incomplete;  // prims some of whose children are not composed
   while (!waiting.empty()) {
     PrimNode& node = *waiting.back();
     waiting.pop_back();
-    if (!node.alive && numAlive_ >= limits.prims) {
-      problems.add("more than " + std::to_string(limits.prims) + " prims: the rest is left out");
+    if (!node.alive && (numAlive_ >= limits.prims || numOpinions_ >= limits.arcs)) {
+      found.push_back("more than " +
+                      (numAlive_ >= limits.prims ? std::to_string(limits.prims) + " prims"
+                                                 : std::to_string(limits.arcs) + " arcs to prims") +
+                      ": the rest is left out");
       incomplete.insert(node.parent);
       continue;
     }
     const pxr::PcpPrimIndex* index = cache_->FindPrimIndex(node.sdfPath);
+    if (!index || !index->IsValid()) {
+      // The siblings beyond those that were computed at once, as many again: they wait next to it.
+      pxr::SdfPathVector siblings{node.sdfPath};
+      for (auto next = waiting.rbegin(); next != waiting.rend() && (*next)->parent == node.parent &&
+                                         siblings.size() < kSiblingsAtOnce;
+           ++next)
+        siblings.push_back((*next)->sdfPath);
+      if (siblings.size() > 1) computeIndexes(siblings, errors);
+      index = cache_->FindPrimIndex(node.sdfPath);
+    }
     if (!index || !index->IsValid()) {
       const Collector collector(problems, true);
       const pxr::ArResolverContextBinder binder(
           cache_->GetLayerStackIdentifier().pathResolverContext);
       index = &cache_->ComputePrimIndex(node.sdfPath, &errors);
     }
+    if (countNodes(*index) > limits.arcChain && longestChain(*index) > limits.arcChain) {
+      refusal_ = node.sdfPath.GetString().substr(0, 80) + ": more than " +
+                 std::to_string(limits.arcChain) + " arcs lead from one to the next";
+      found.push_back(refusal_ + ": it and the rest are left out");
+      retire(node);
+      for (PrimNode* left : waiting) retire(*left);
+      incomplete.insert(node.parent);
+      for (PrimNode* left : waiting) incomplete.insert(left->parent);
+      break;
+    }
     if (!index->IsValid()) {
-      problems.add(node.sdfPath.GetString() + ": cannot be composed and is left out");
+      found.push_back(node.sdfPath.GetString() + ": cannot be composed and is left out");
       retire(node);
       incomplete.insert(node.parent);
       continue;
@@ -144,9 +219,9 @@ void StageData::compose(const pxr::SdfPath& top) {
     node.children.clear();
     fill(node, *index);
     if (!node.active) continue;
-    if (node.sdfPath.GetPathElementCount() >= kMaxPrimNesting) {
-      problems.add(node.sdfPath.GetString().substr(0, 80) + "...: nested more than " +
-                   std::to_string(kMaxPrimNesting) + " prims deep: what is below is left out");
+    if (node.sdfPath.GetPathElementCount() >= maxDepth()) {
+      found.push_back(node.sdfPath.GetString().substr(0, 80) + "...: nested more than " +
+                      std::to_string(maxDepth()) + " prims deep: what is below is left out");
       continue;
     }
     pxr::TfTokenVector names;
@@ -166,10 +241,14 @@ void StageData::compose(const pxr::SdfPath& top) {
                                             [](const PrimNode* child) { return !child->alive; }),
                              parent->children.end());
   report(errors);
+  for (std::string& text : found) problems.add(std::move(text));
 }
 
 void StageData::fill(PrimNode& node, const pxr::PcpPrimIndex& index) {
-  if (!node.alive) ++numAlive_;
+  if (node.alive)
+    numOpinions_ -= node.opinions.size();
+  else
+    ++numAlive_;
   node.alive = true;
   node.opinions.clear();
   node.specifier = pxr::SdfSpecifierOver;
@@ -209,6 +288,7 @@ void StageData::fill(PrimNode& node, const pxr::PcpPrimIndex& index) {
     node.opinions.push_back(std::move(opinion));
     return true;
   });
+  numOpinions_ += node.opinions.size();
   node.typeName = Token(typeName.GetString());
   node.type = &primType(typeName.GetString());
   node.instance = node.active && index.IsInstanceable();
@@ -242,7 +322,10 @@ void StageData::retire(PrimNode& top) {
   while (!waiting.empty()) {
     PrimNode& node = *waiting.back();
     waiting.pop_back();
-    if (node.alive) --numAlive_;
+    if (node.alive) {
+      --numAlive_;
+      numOpinions_ -= node.opinions.size();
+    }
     node.alive = false;
     waiting.insert(waiting.end(), node.children.begin(), node.children.end());
     node.children.clear();
@@ -281,6 +364,7 @@ pxr::SdfPrimSpecHandle StageData::editSpec(PrimNode& node) {
     opinion.layer = get_pointer(edit);
     opinion.path = at->sdfPath;
     at->opinions.insert(at->opinions.begin(), std::move(opinion));
+    ++numOpinions_;
   }
   return spec;
 }

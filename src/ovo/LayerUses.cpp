@@ -3,6 +3,7 @@
 #include <map>
 #include <tuple>
 
+#include "ovo/SceneTrial.h"
 #include "ovo/detail/StageData.h"
 
 namespace ovo {
@@ -58,6 +59,27 @@ std::vector<LayerUse> layerUses(const Stage& stage) {
     }
   }
   return uses;
+}
+
+void readEveryValue(const Stage& stage) {
+  const detail::StageData& data = detail::StageData::of(stage);
+  const detail::Collector collector(data.problems);
+  // What lies in a file unpacked is mapped from there: a hash looks at all of it.
+  const auto touch = [](const pxr::VtValue& value) {
+    if (value.CanHash()) static_cast<void>(value.GetHash());
+  };
+  for (const pxr::SdfLayerHandle& layer : data.usedLayers()) {
+    layer->Traverse(pxr::SdfPath::AbsoluteRootPath(), [&](const pxr::SdfPath& path) {
+      for (const pxr::TfToken& field : layer->ListFields(path)) {
+        if (field == pxr::SdfFieldKeys->TimeSamples) continue;
+        touch(layer->GetField(path, field));
+      }
+      for (const double time : layer->ListTimeSamplesForPath(path)) {
+        pxr::VtValue value;
+        if (layer->QueryTimeSample(path, time, &value)) touch(value);
+      }
+    });
+  }
 }
 
 }  // namespace ovo

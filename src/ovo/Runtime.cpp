@@ -1,7 +1,5 @@
 #include "ovo/detail/Runtime.h"
 
-#include <dlfcn.h>
-
 #include <algorithm>
 #include <cctype>
 #include <cstdint>
@@ -11,7 +9,9 @@
 #include <memory>
 #include <utility>
 
+#include "ovo/detail/LibraryFolder.h"
 #include "ovo/detail/OpenUsd.h"
+#include "ovo/detail/ReadContext.h"
 #include "ovo/detail/TextGuard.h"
 
 namespace ovo::detail {
@@ -203,9 +203,35 @@ bool mayBeParsed(const pxr::ArAsset& asset) {
 
 }  // namespace
 
-// The file system, with a look at every text before it is parsed.
+bool ReadContext::isInside(const std::string& resolved) const {
+  const std::string& root = state_->root;
+  if (root.empty()) return true;
+  std::error_code failed;
+  const std::string file =
+      std::filesystem::canonical(pxr::ArSplitPackageRelativePathOuter(resolved).first, failed)
+          .string();
+  if (failed) return false;
+  return file.compare(0, root.size(), root) == 0 &&
+         (root.back() == '/' || file.size() == root.size() || file[root.size()] == '/');
+}
+
+bool ReadContext::countLayer() const {
+  return state_->layers.fetch_add(1, std::memory_order_relaxed) < state_->mostLayers;
+}
+
+// The file system, with a look at every text before it is parsed, and as far as the stage that asks
+// may see.
 class SceneResolver : public pxr::ArDefaultResolver {
  protected:
+  pxr::ArResolvedPath _Resolve(const std::string& name) const override {
+    using namespace pxr;  // the macro names its parts without it
+    ArResolvedPath found = ArDefaultResolver::_Resolve(name);
+    const ReadContext* const reading = _GetCurrentContextObject<ReadContext>();
+    if (!found || !reading || reading->isInside(found.GetPathString())) return found;
+    TF_WARN("%s%s", name.c_str(), kLiesOutside);
+    return {};
+  }
+
   std::shared_ptr<pxr::ArAsset> _OpenAsset(const pxr::ArResolvedPath& path) const override {
     using namespace pxr;  // the macro names its parts without it
     // To open a pipe would wait for who writes it, and a device may never end.
@@ -213,6 +239,11 @@ class SceneResolver : public pxr::ArDefaultResolver {
     const std::filesystem::file_status status = std::filesystem::status(path.GetPathString(), none);
     if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
       TF_RUNTIME_ERROR("%s: it is no regular file", path.GetPathString().c_str());
+      return nullptr;
+    }
+    const ReadContext* const reading = _GetCurrentContextObject<ReadContext>();
+    if (!tlsOpensPlainData && reading && !reading->countLayer()) {
+      TF_RUNTIME_ERROR("%s: it is one file too many", path.GetPathString().c_str());
       return nullptr;
     }
     std::shared_ptr<pxr::ArAsset> asset = pxr::ArDefaultResolver::_OpenAsset(path);
@@ -225,16 +256,6 @@ class SceneResolver : public pxr::ArDefaultResolver {
 
 namespace {
 
-// The folder of the library that this code is in.
-std::filesystem::path ownFolder() {
-  Dl_info info{};
-  if (dladdr(reinterpret_cast<const void*>(&startRuntime), &info) == 0 || !info.dli_fname)
-    return {};
-  std::error_code failed;
-  const std::filesystem::path file = std::filesystem::canonical(info.dli_fname, failed);
-  return failed ? std::filesystem::path() : file.parent_path();
-}
-
 // The plug-in tables that scenes need. With OpenUSD inside this library its own lie there too; it
 // finds those by itself, and would end the process without them.
 #ifdef VELA_OPENUSD_STATIC
@@ -244,7 +265,7 @@ constexpr const char* kTables[] = {"ovo"};
 #endif
 
 std::string start() {
-  const std::filesystem::path tables = ownFolder() / "vela" / "usd";
+  const std::filesystem::path tables = libraryFolder() / "vela" / "usd";
   for (const char* const name : kTables) {
     const std::filesystem::path file = tables / name / "resources" / "plugInfo.json";
     std::error_code ignored;
@@ -261,6 +282,15 @@ std::string start() {
 }
 
 }  // namespace
+
+const char* takeRoot(const std::string& folder, std::string& root) {
+  std::error_code failed;
+  root = std::filesystem::canonical(folder, failed).string();
+  if (failed || !std::filesystem::is_directory(root, failed)) return "is no folder";
+  if (!dynamic_cast<const SceneResolver*>(&pxr::ArGetUnderlyingResolver()))
+    return "keeps nothing inside: this process resolves file names in its own way";
+  return nullptr;
+}
 
 const std::string& startRuntime() {
   static const std::string* const trouble = new std::string(start());

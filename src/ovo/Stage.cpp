@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <filesystem>
@@ -9,6 +10,7 @@
 #include <unordered_set>
 #include <utility>
 
+#include "ovo/OpenOptions.h"
 #include "ovo/Variants.h"
 #include "ovo/detail/StageData.h"
 #include "ovo/detail/TextGuard.h"
@@ -47,13 +49,22 @@ Stage::Stage(std::unique_ptr<detail::StageData> data) : data_(std::move(data)) {
 Stage::~Stage() = default;
 
 std::shared_ptr<Stage> Stage::open(const std::string& file, std::string* error) {
-  return open(file, StageLimits(), error);
+  return openScene(file, {}, error);
 }
 
 std::shared_ptr<Stage> Stage::open(const std::string& file, const StageLimits& limits,
                                    std::string* error) {
-  return detail::StageData::openFile(file, limits, {}, error);
+  OpenOptions options;
+  options.prims = limits.prims;
+  return openScene(file, options, error);
 }
+
+std::shared_ptr<Stage> openScene(const std::string& file, const OpenOptions& options,
+                                 std::string* error) {
+  return detail::StageData::openFile(file, options, error);
+}
+
+const OpenOptions& openOptionsOf(const Stage& stage) { return detail::StageData::of(stage).limits; }
 
 bool readVariantChoice(const std::string& text, VariantChoice& choice) {
   const std::size_t equals = text.rfind('=');
@@ -69,13 +80,13 @@ bool readVariantChoice(const std::string& text, VariantChoice& choice) {
 std::shared_ptr<Stage> openWithVariants(const std::string& file,
                                         const std::vector<VariantChoice>& choices,
                                         std::string* error) {
-  return detail::StageData::openFile(file, StageLimits(), choices, error);
+  OpenOptions options;
+  options.variants = choices;
+  return openScene(file, options, error);
 }
 
 std::shared_ptr<Stage> detail::StageData::openFile(const std::string& file,
-                                                   const StageLimits& limits,
-                                                   const std::vector<VariantChoice>& choices,
-                                                   std::string* error) {
+                                                   const OpenOptions& options, std::string* error) {
   if (error) error->clear();
   const std::string what = "cannot open scene '" + file + "'";
   if (const std::string& trouble = detail::startRuntime(); !trouble.empty())
@@ -94,18 +105,31 @@ std::shared_ptr<Stage> detail::StageData::openFile(const std::string& file,
   if (extension != ".usd" && extension != ".usda" && extension != ".usdc" && extension != ".usdz")
     return refuse(error, what, "its name ends in none of .usd, .usda, .usdc and .usdz");
 
+  std::string rootFolder;
+  if (!options.root.empty()) {
+    if (const char* const whyNot = detail::takeRoot(options.root, rootFolder))
+      return refuse(error, what, "'" + options.root + "' " + whyNot);
+  }
+  const ReadContext context(rootFolder, options.layers);
+  if (!context.isInside(file))
+    return refuse(error, what, "it lies outside of '" + options.root + "'");
+
   detail::Problems why;
   pxr::SdfLayerRefPtr root;
   {
     const detail::Collector collector(why, true);
+    const pxr::ArResolverContextBinder binder{pxr::ArResolverContext(context)};
     // An absolute name, so that the current folder may change while the stage is open.
     root = pxr::SdfLayer::FindOrOpen(fs::absolute(file).lexically_normal().string());
   }
+  const std::string tooMany =
+      "it is composed of more than " + std::to_string(options.layers) + " files";
+  if (context.hasTooManyLayers()) return refuse(error, what, tooMany);
   if (!root) return refuse(error, what, firstLine(why, "the file is no scene"));
 
   // The edits are above all files: choices written there before anything is composed win.
   const pxr::SdfLayerRefPtr edits = pxr::SdfLayer::CreateAnonymous("edits.usda");
-  for (const VariantChoice& choice : choices) {
+  for (const VariantChoice& choice : options.variants) {
     const detail::Collector collector(why);
     const std::string& text = choice.prim.asString();
     const bool isPath = !detail::whyTextIsUnfit("<" + text + ">") &&
@@ -120,9 +144,23 @@ std::shared_ptr<Stage> detail::StageData::openFile(const std::string& file,
     if (spec) spec->SetVariantSelection(choice.set.asString(), choice.name.asString());
   }
 
-  auto data = std::make_unique<detail::StageData>(root, edits, file, limits);
+  auto data = std::make_unique<detail::StageData>(root, edits, file, options, context);
+  // Files that other stages have open already are not opened again.
+  const pxr::SdfLayerHandleSet layers = data->usedLayers();
+  if (context.hasTooManyLayers() ||
+      static_cast<std::size_t>(std::count_if(layers.begin(), layers.end(), [](const auto& layer) {
+        return !layer->IsAnonymous();
+      })) > options.layers)
+    return refuse(error, what, tooMany);
+  if (!data->refusal().empty()) return refuse(error, what, data->refusal());
   for (std::string& text : why.list()) data->problems.add(std::move(text));
   return std::shared_ptr<Stage>(new Stage(std::move(data)));
+}
+
+std::unique_ptr<detail::StageData> detail::StageData::ofMemory(const pxr::SdfLayerRefPtr& root) {
+  const OpenOptions options;
+  return std::make_unique<StageData>(root, pxr::SdfLayerRefPtr(), std::string(), options,
+                                     ReadContext({}, options.layers));
 }
 
 std::shared_ptr<Stage> Stage::openText(const std::string& text, std::string* error) {
@@ -140,7 +178,8 @@ std::shared_ptr<Stage> Stage::openText(const std::string& text, std::string* err
     if (!root->ImportFromString(text)) root = pxr::SdfLayerRefPtr();
   }
   if (!root) return refuse(error, what, firstLine(why, "the text is no scene"));
-  auto data = std::make_unique<detail::StageData>(root, pxr::SdfLayerRefPtr(), std::string());
+  auto data = detail::StageData::ofMemory(root);
+  if (!data->refusal().empty()) return refuse(error, what, data->refusal());
   for (std::string& message : why.list()) data->problems.add(std::move(message));
   return std::shared_ptr<Stage>(new Stage(std::move(data)));
 }
@@ -149,8 +188,7 @@ std::shared_ptr<Stage> Stage::createInMemory() {
   // Without OpenUSD's plug-in table the process would end here, so an incomplete installation gives
   // null.
   if (!detail::startRuntime().empty()) return nullptr;
-  auto data = std::make_unique<detail::StageData>(pxr::SdfLayer::CreateAnonymous("memory.usda"),
-                                                  pxr::SdfLayerRefPtr(), std::string());
+  auto data = detail::StageData::ofMemory(pxr::SdfLayer::CreateAnonymous("memory.usda"));
   return std::shared_ptr<Stage>(new Stage(std::move(data)));
 }
 

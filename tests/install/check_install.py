@@ -63,6 +63,9 @@ def main():
         assert version in said, f"vela --version: {said!r}"
 
         examples = pathlib.Path(__file__).resolve().parents[2] / "examples"
+        # As ovo::tryScene() starts it: limits of memory, prims, files, arcs, chains and depth; the root; the file.
+        said = run(prefix / "lib/vela/scene-trial", "0", "1", "100", "100", "1000", "10", "10", "", str(examples / "demo/demo.usda"))
+        assert said.startswith("opens"), f"scene-trial: {said!r}"
         environment = dict(os.environ, OPENASSETIO_DEFAULT_CONFIG=str(examples / "assets/openassetio.toml"))
         said = run(prefix / "bin/vela", "resolve", "bal:///demo/still-life", env=environment, cwd=scratch)
         assert said == str(examples / "demo/demo.usda"), f"vela resolve: {said!r}"

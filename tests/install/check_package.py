@@ -61,7 +61,7 @@ class Archive(unittest.TestCase):
     def test_it_holds_what_it_should(self):
         for path in ("bin/vela", "include/vela/vela.h", "lib/libvela.so", "lib/libvela_picture.so",
                      "lib/cmake/Vela/VelaConfig.cmake", "lib/pkgconfig/vela.pc",
-                     "lib/vela/openassetio/libopenassetio.so.1.0", "share/man/man1/vela.1",
+                     "lib/vela/openassetio/libopenassetio.so.1.0", "lib/vela/scene-trial", "share/man/man1/vela.1",
                      "share/doc/vela/LICENSE", "share/doc/vela/third-party/sdf-LICENSE.txt",
                      "share/doc/vela/third-party/tbb-LICENSE.txt",
                      "share/doc/vela/third-party/opensubdiv-NOTICE.txt",

@@ -51,6 +51,11 @@ class OpensPlainData {
   bool before_;
 };
 
+/// Takes a folder that a stage's files are to be kept in.
+/// \param root set to the folder as an absolute path without links
+/// \return null, or why this cannot be done, to follow the folder's name
+[[nodiscard]] const char* takeRoot(const std::string& folder, std::string& root);
+
 /// Sets OpenUSD up for this process on the first call. Empty when all is well, else why no scene
 /// can be opened.
 [[nodiscard]] const std::string& startRuntime();

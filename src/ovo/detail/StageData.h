@@ -6,6 +6,7 @@
 /// safe from several threads.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -15,13 +16,15 @@
 #include <unordered_map>
 #include <vector>
 
+#include "ovo/OpenOptions.h"
 #include "ovo/Path.h"
 #include "ovo/Stage.h"
 #include "ovo/Token.h"
-#include "ovo/Variants.h"
 #include "ovo/detail/OpenUsd.h"
+#include "ovo/detail/ReadContext.h"
 #include "ovo/detail/Runtime.h"
 #include "ovo/detail/Schema.h"
+#include "ovo/detail/TextGuard.h"
 
 namespace ovo::detail {
 
@@ -67,21 +70,25 @@ class StageData {
  public:
   /// \p session is null for a scene that only lives in memory: edits then go to \p root itself.
   StageData(pxr::SdfLayerRefPtr root, pxr::SdfLayerRefPtr session, std::string file,
-            const StageLimits& limits = {});
+            const OpenOptions& limits, const ReadContext& context);
   ~StageData();
   StageData(const StageData&) = delete;
   StageData& operator=(const StageData&) = delete;
 
-  /// Stage::open and openWithVariants.
+  /// openScene().
   [[nodiscard]] static std::shared_ptr<Stage> openFile(const std::string& file,
-                                                       const StageLimits& limits,
-                                                       const std::vector<VariantChoice>& choices,
+                                                       const OpenOptions& options,
                                                        std::string* error);
+  /// A stage of a layer that is in no file.
+  [[nodiscard]] static std::unique_ptr<StageData> ofMemory(const pxr::SdfLayerRefPtr& root);
 
   [[nodiscard]] static const StageData& of(const Stage& stage) { return *stage.data_; }
 
   /// Null when nothing is composed there.
   [[nodiscard]] PrimNode* find(const Path& path) const;
+
+  /// Why the scene is not to be opened at all; empty when there is no reason.
+  [[nodiscard]] const std::string& refusal() const noexcept { return refusal_; }
 
   // Edits. Null or false when the prim cannot be edited.
 
@@ -105,7 +112,7 @@ class StageData {
 
   const std::uint64_t serial;  ///< stages in the order in which they were made
   const std::string file;
-  const StageLimits limits;
+  const OpenOptions limits;
   const pxr::SdfLayerRefPtr root;
   const pxr::SdfLayerRefPtr session;
   const pxr::SdfLayerRefPtr edit;
@@ -115,17 +122,23 @@ class StageData {
  private:
   PrimNode* nodeAt(const pxr::SdfPath& path, PrimNode* parent);
   void compose(const pxr::SdfPath& top);
-  void computeIndexes(const pxr::SdfPath& top);
+  void computeIndexes(const pxr::SdfPathVector& tops, pxr::PcpErrorVector& errors);
+  void leaveOutLayersOutside(const ReadContext& context);
   void fill(PrimNode& node, const pxr::PcpPrimIndex& index);
   void inheritFlags(PrimNode& node) const;
   void refreshFlags(PrimNode& top);
   void retire(PrimNode& top);
   void report(const pxr::PcpErrorVector& errors);
+  [[nodiscard]] std::size_t maxDepth() const {
+    return std::min(limits.depth, std::size_t{kMaxPrimNesting});
+  }
 
   std::unique_ptr<pxr::PcpCache> cache_;
   std::deque<PrimNode> nodes_;
   std::unordered_map<Path, PrimNode*> byPath_;
+  std::string refusal_;
   std::size_t numAlive_ = 0;
+  std::size_t numOpinions_ = 0;  // of all prims that are alive
   // True when a part of the scene is built from another part of the same files, so that an edit may
   // show elsewhere.
   bool hasInternalArcs_ = false;

@@ -7,6 +7,8 @@
 #include <utility>
 
 #include "ovo/Faces.h"
+#include "ovo/OpenOptions.h"
+#include "ovo/Stage.h"
 #include "ovo/Subdivide.h"
 #include "ovo/Tokens.h"
 
@@ -16,8 +18,13 @@ namespace {
 
 using tarn::Vec3f;
 
-// About 300 bytes a face with what rays and light need of them.
-constexpr double kMostFaces = 10'000'000;
+// How many faces the scene may have when it is refined.
+double mostFaces(const MeshList& list) {
+  for (const Shape& shape : list.shapes)
+    if (const std::shared_ptr<ovo::Stage> stage = shape.prim.getStage())
+      return static_cast<double>(ovo::openOptionsOf(*stage).faces);
+  return static_cast<double>(ovo::OpenOptions().faces);
+}
 
 bool asksToBeRefined(const Shape& shape) {
   return shape.prim.isValid() && shape.prim.getSubdivisionScheme() != ovo::tokens().none;
@@ -51,9 +58,9 @@ Problem tooManyFaces(const MeshList& list, int level) {
                   "level " + std::to_string(level) + " makes " +
                       std::to_string(std::llround(facesAt(*largest, level))) + " of it and " +
                       std::to_string(std::llround(facesAt(list, level))) +
-                      " of the scene, more than " + std::to_string(std::llround(kMostFaces))};
+                      " of the scene, more than " + std::to_string(std::llround(mostFaces(list)))};
   problem.levelThatFits = level - 1;
-  while (problem.levelThatFits > 0 && facesAt(list, problem.levelThatFits) > kMostFaces)
+  while (problem.levelThatFits > 0 && facesAt(list, problem.levelThatFits) > mostFaces(list))
     --problem.levelThatFits;
   return problem;
 }
@@ -120,7 +127,7 @@ bool refine(Shape& shape, double time, int level, std::string& why) {
 
 bool refineShapes(MeshList& list, double time, int level, Problem* problem, const Work& work) {
   if (level < 1) return true;
-  if (facesAt(list, level) > kMostFaces) {
+  if (facesAt(list, level) > mostFaces(list)) {
     if (problem) *problem = tooManyFaces(list, level);
     return false;
   }

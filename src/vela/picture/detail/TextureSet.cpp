@@ -7,6 +7,8 @@
 #include <system_error>
 #include <thread>
 
+#include "ovo/OpenOptions.h"
+#include "ovo/Stage.h"
 #include "vela/picture/Tiles.h"
 
 namespace vela::picture::detail {
@@ -52,6 +54,8 @@ void forEach(std::size_t count, int threads, const Function& work) {
 
 std::uint32_t TextureSet::add(const ovo::PropertyLinks& owner, const ovo::FileReference& file,
                               ColourSpace space) {
+  if (owner.isValid())
+    mostPixels_ = std::min(mostPixels_, ovo::openOptionsOf(*owner.getStage()).texturePixels);
   const std::string& name = file.anchored;
   const auto [place, isNew] =
       textureOf_.try_emplace({name, space}, static_cast<std::uint32_t>(textures_.size()));
@@ -91,8 +95,14 @@ void TextureSet::load(std::size_t mostBytes, int threads, const scene::Work& wor
       ovo::FileBytes bytes;
       if (work.isStopped() || !readFileBytes(image.file, bytes, &image.why)) return;
       const auto reader = ImageReader::open(bytes.view(), mostBytes, &image.why);
-      image.isOpen = reader != nullptr;
-      if (reader) image.info = reader->info();
+      if (!reader) return;
+      image.info = reader->info();
+      const auto width = static_cast<std::size_t>(image.info.width),
+                 height = static_cast<std::size_t>(image.info.height);
+      image.isOpen = width * height <= mostPixels_;
+      if (!image.isOpen)
+        image.why = "it has " + std::to_string(width) + " x " + std::to_string(height) +
+                    " pixels, more than " + std::to_string(mostPixels_);
     });
   });
 

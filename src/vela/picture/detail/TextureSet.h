@@ -75,6 +75,7 @@ class TextureSet {
   std::map<std::pair<std::string, ColourSpace>, std::size_t> imageOf_;
   std::vector<scene::Problem> problems_;
   std::size_t bytes_ = 0;
+  std::size_t mostPixels_ = kMostPixels;  // of a texture, as the stages of its owners say
 };
 
 }  // namespace vela::picture::detail

@@ -16,8 +16,6 @@ using tarn::Mat4d;
 using tarn::Vec3d;
 using tarn::Vec4d;
 
-// Instancers within instancers multiply: a small file may ask for more than any memory holds.
-constexpr std::size_t kMostInstances = 10'000'000;
 constexpr std::size_t kDeepest = 32;
 
 }  // namespace
@@ -37,7 +35,7 @@ Mat4d InstanceExpander::Instancer::instancerFromInstance(std::size_t i) const {
 
 bool InstanceExpander::refuse(const ovo::Prim& instancer, const char* what) {
   problem_ = {Problem::Kind::tooManyInstances, Problem::Severity::error,
-              instancer.getPath().asString(), what + std::to_string(kMostInstances)};
+              instancer.getPath().asString(), what + std::to_string(mostInstances_)};
   return false;
 }
 
@@ -50,7 +48,7 @@ bool InstanceExpander::expand(const ovo::Prim& instancer, const Mat4d& worldFrom
   const Instancer& from = read(instancer, purpose);
 
   for (std::size_t i = 0; i < from.protoIndices.size(); ++i) {
-    if (++visited_ > kMostInstances) return refuse(instancer, "there are more than ");
+    if (++visited_ > mostInstances_) return refuse(instancer, "there are more than ");
     if (visited_ % 1024 == 0 && work_.isStopped()) {
       problem_ = {Problem::Kind::stopped, Problem::Severity::error, "", "stopped"};
       return false;
@@ -86,7 +84,7 @@ bool InstanceExpander::expand(const ovo::Prim& instancer, const Mat4d& worldFrom
       else if (!expand(part.prim, worldFromInstance * part.instanceFromPart, number, part.purpose))
         return false;
     }
-    if (list_.entries.size() > kMostInstances)
+    if (list_.entries.size() > mostInstances_)
       return refuse(instancer, "their parts are more than ");
   }
   open_.pop_back();

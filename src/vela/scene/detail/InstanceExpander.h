@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "ovo/Array.h"
+#include "ovo/OpenOptions.h"
 #include "ovo/Prim.h"
 #include "ovo/Stage.h"
 #include "ovo/Token.h"
@@ -33,7 +34,12 @@ class InstanceExpander {
   /// All must outlive the expander.
   InstanceExpander(const ovo::Stage& stage, MeshList& list, const MeshFilter& filter,
                    ShapeReader& shapes, const Work& work)
-      : stage_(stage), list_(list), filter_(filter), shapes_(shapes), work_(work) {}
+      : stage_(stage),
+        list_(list),
+        filter_(filter),
+        shapes_(shapes),
+        work_(work),
+        mostInstances_(ovo::openOptionsOf(stage).instances) {}
 
   /// \param parent  the instance that the instancer is part of
   /// \param purpose the instancer's
@@ -70,6 +76,8 @@ class InstanceExpander {
   const MeshFilter& filter_;
   ShapeReader& shapes_;
   const Work& work_;
+  // Instancers within instancers multiply: a small file may ask for more than any memory holds.
+  const std::size_t mostInstances_;
   std::map<std::pair<ovo::Prim, ovo::Token>, Instancer> known_;
   std::vector<ovo::Prim> open_;  // instancers being expanded, the outermost first
   std::size_t visited_ = 0;
