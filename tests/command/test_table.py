@@ -205,6 +205,16 @@ def Camera "FlatToo" {
 }
 """)
 
+    def slow_scene(self):
+        """Ten million prims by references: they take seconds."""
+        text = '#usda 1.0\ndef "L0" {\n}\n'
+        for level in range(1, 8):
+            cells = "".join(f'def "c{i}" (references = </L{level - 1}>) {{\n}}\n' for i in range(10))
+            text += f'def "L{level}" {{\n{cells}}}\n'
+        path = self.at / "slow.usda"
+        path.write_text(text)
+        return path
+
     def cases(self):
         s, out = self.scene, self.out
         render = ["render", s, "-o", out]
@@ -257,6 +267,7 @@ def PointInstancer "A" {{
             "noSuchVariant": ["pick", s, "--ray", "0,0,9,0,0,-1", "--variant", "/M:look=day"], "noSuchMesh": ["mesh", s, "/None"], "defects": ["mesh", s],
             "noSelection": ["select", "--show", "none.sel"], "damagedSelection": ["select", "--show", "bad.sel"],
             "cannotWrite": ["render", s, "-o", "none/a.exr"], "cannotWriteScene": ["make", "cube", "-o", "none/a.usda"],
+            "readerTooSlow": ["info", self.slow_scene(), "--max-time", "0.2"],
             "noManager": ["resolve", "bal:///x"], "badManager": ["resolve", "bal:///x"], "cannotResolve": ["resolve", "file://elsewhere/x"],
             "outOfMemory": None, "killed": None, "readerCrashed": None, "crashed": None}
 

@@ -29,6 +29,8 @@ class Arguments {
   void addMissing(const Arguments& other);
 
   [[nodiscard]] const std::string& verb() const { return verb_->name; }
+  /// Whether the verb has a row of that key at all.
+  [[nodiscard]] bool knows(const char* key) const { return verb_->find(key) != nullptr; }
   [[nodiscard]] bool has(const char* key) const { return !all(key).empty(); }
   /// Empty when it was not given.
   [[nodiscard]] const std::string& text(const char* key) const;

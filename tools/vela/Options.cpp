@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "Arguments.h"
+#include "Limits.h"
 #include "Messages.h"
 #include "Notices.h"
 #include "OutputPictures.h"
@@ -96,6 +97,7 @@ void sayUnused(const Arguments& given, std::initializer_list<const char*> option
 
 // The options that all verbs with a camera share.
 void readScene(const Arguments& given, SceneOptions& options) {
+  readLimits(given);
   options.file = given.text("FILE");
   options.camera = given.text("--camera");
   options.lens = given.text("--lens");
@@ -308,6 +310,7 @@ bool readArguments(int count, char** arguments, SelectOptions& options) {
 bool readArguments(int count, char** arguments, InfoOptions& options) {
   Arguments given(*findVerb("info"));
   if (!given.read(count, arguments)) return false;
+  readLimits(given);
   options.files = given.all("FILE");
   readInteger(given, "--depth", 0, 1000, options.depth);
   options.json = given.has("--json");
@@ -363,6 +366,7 @@ bool namesFile(const std::string& argument) {
 bool readArguments(int count, char** arguments, MeshOptions& options) {
   Arguments given(*findVerb("mesh"));
   if (!given.read(count, arguments)) return false;
+  readLimits(given);
   options.files = given.all("FILE");
   for (std::size_t i = 1; i + 1 < options.files.size(); ++i)
     if (options.files[i][0] == '/' && !namesFile(options.files[i]))

@@ -13,6 +13,7 @@
 
 #include "Failure.h"
 #include "Interrupt.h"
+#include "Limits.h"
 #include "Messages.h"
 #include "Notices.h"
 #include "OutputFile.h"
@@ -288,7 +289,10 @@ std::shared_ptr<ovo::Stage> openStage(const char* verb, const std::string& file,
   {
     // Nothing looks for signals while a scene is opened, which may take minutes.
     const EndAtOnce endsAtOnce(std::string("vela ") + verb);
-    stage = ovo::openWithVariants(file, variants, &why);
+    const TimeLimit timeLimit(limits().seconds);
+    ovo::OpenOptions options = limits().open;
+    options.variants = variants;
+    stage = ovo::openScene(file, options, &why);
   }
   throwIfInterrupted();
   if (!stage) throw cannotOpen(file, why);

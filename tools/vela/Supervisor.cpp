@@ -4,12 +4,14 @@
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -21,6 +23,7 @@
 #include "Interrupt.h"
 #include "Logging.h"
 #include "Messages.h"
+#include "Text.h"
 
 namespace command {
 
@@ -29,6 +32,7 @@ namespace {
 // What the watching process knows of the work, in memory that both share.
 struct Notes {
   std::atomic<bool> hasScene, outOfMemory;
+  std::atomic<double> seconds;  // that opening it may take
   char scene[1024];
 };
 Notes* notes() {
@@ -68,12 +72,11 @@ constexpr int kPassedOn[] = {SIGINT, SIGTERM, SIGHUP};
 // Memory that can be written to counts, not what is only reserved or mapped from files. Sanitizers
 // map so much of it for their own books that no limit fits: builds with them have none.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-void limitMemory() {}
+void setMemoryLimit(rlim_t) {}
 #else
-void limitMemory() {
+void setMemoryLimit(rlim_t most) {
   struct rlimit limit = {};
   if (getrlimit(RLIMIT_DATA, &limit) != 0) return;
-  const rlim_t most = memoryOfMachine();
   if (limit.rlim_cur != RLIM_INFINITY && limit.rlim_cur <= most) return;
   limit.rlim_cur = std::min(most, limit.rlim_max);
   setrlimit(RLIMIT_DATA, &limit);
@@ -94,6 +97,8 @@ void limitMemory() {
 Failure deathOf(int number) {
   const std::string how = std::string("(") + strsignal(number) + ")";
   if (notes() && notes()->outOfMemory) return failure(Message::outOfMemory);
+  if (number == SIGALRM && notes() && notes()->hasScene)
+    return failure(Message::readerTooSlow, {notes()->scene, toText(notes()->seconds)});
   if (number == SIGKILL) return failure(Message::killed);
   if (notes() && notes()->hasScene) return failure(Message::readerCrashed, {notes()->scene, how});
   return failure(Message::crashed, {how});
@@ -106,6 +111,24 @@ void noteScene(const std::string& file) noexcept {
   if (!shared) return;
   std::strncpy(shared->scene, file.c_str(), sizeof shared->scene - 1);
   shared->hasScene = true;
+}
+
+void limitMemory(std::size_t bytes) noexcept { setMemoryLimit(bytes); }
+
+TimeLimit::TimeLimit(double seconds) {
+  if (!(seconds > 0)) return;
+  if (notes()) notes()->seconds = seconds;
+  signal(SIGALRM, SIG_DFL);
+  struct itimerval timer = {};
+  timer.it_value.tv_sec = static_cast<time_t>(seconds);
+  timer.it_value.tv_usec = static_cast<suseconds_t>((seconds - std::floor(seconds)) * 1e6);
+  if (timer.it_value.tv_sec == 0) timer.it_value.tv_usec |= 1;  // none at all would be no limit
+  setitimer(ITIMER_REAL, &timer, nullptr);
+}
+
+TimeLimit::~TimeLimit() {
+  const struct itimerval none = {};
+  setitimer(ITIMER_REAL, &none, nullptr);
 }
 
 int supervise(const std::string& head, const std::function<int()>& work) {
@@ -125,7 +148,7 @@ int supervise(const std::string& head, const std::function<int()>& work) {
       if (getppid() != above) raise(SIGTERM);
       std::set_terminate(onTerminate);
     }
-    limitMemory();
+    setMemoryLimit(memoryOfMachine());
     sigprocmask(SIG_SETMASK, &before, nullptr);
     return work();
   }

@@ -2,6 +2,7 @@
 /// The process that watches over the one that works.
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <string>
 
@@ -22,5 +23,19 @@ int supervise(const std::string& head, const std::function<int()>& work);
 
 /// Tells the watching process which scene is being read from now on, for its line.
 void noteScene(const std::string& file) noexcept;
+
+/// Lets this process have that much memory and no more than it had.
+void limitMemory(std::size_t bytes) noexcept;
+
+/// While one lives, this process ends when the time is over, and the watching one says so. For work
+/// that cannot be stopped: a scene that is being opened.
+class TimeLimit {
+ public:
+  /// \param seconds 0: none
+  explicit TimeLimit(double seconds);
+  ~TimeLimit();
+  TimeLimit(const TimeLimit&) = delete;
+  TimeLimit& operator=(const TimeLimit&) = delete;
+};
 
 }  // namespace command

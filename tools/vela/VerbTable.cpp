@@ -113,6 +113,31 @@ OptionGroup sceneGroup() {
             {"tracer", "hit-detector"}}}};
 }
 
+// Of every verb that opens scenes. What shows meshes asks for the second part as well.
+OptionGroup limitGroup(bool showsMeshes, bool showsTextures) {
+  OptionGroup group = {
+      "Limits",
+      {{"--root", "DIR",
+        "files of the scene, and textures, from this folder and what is below it alone",
+        Offer::folders},
+       {"--max-time", "S", "seconds to open a scene: 600; 0: no limit"},
+       {"--max-memory", "MB", "megabytes of memory; else as many as the machine has"},
+       {"--max-prims", "N", "prims: 2000000; the rest is left out"},
+       {"--max-arcs", "N",
+        "places in files that have a say about prims: 20000000; the rest is left out"},
+       {"--max-arc-chain", "N", "arcs that lead from one to the next: 500"},
+       {"--max-depth", "N", "prims within prims: 1000; the rest is left out"},
+       {"--max-layers", "N", "files that a scene is composed of: 100000"}}};
+  if (showsMeshes) {
+    group.rows.push_back({"--max-instances", "N", "instances of point instancers: 10000000"});
+    group.rows.push_back({"--max-faces", "N", "faces of refined surfaces: 10000000"});
+  }
+  if (showsTextures)
+    group.rows.push_back(
+        {"--max-texture", "N", "pixels of a texture: 1073741824; larger ones are left out"});
+  return group;
+}
+
 OptionRow materialPurpose(const char* help, std::vector<std::string> words) {
   return {"--material-purpose", "P", help, Offer::words, std::move(words)};
 }
@@ -211,7 +236,8 @@ VerbRow renderRow() {
         {"--stats", "",
          "says on standard error how long each step took, how much memory, and the rays"},
         {"--selection", "S.sel", "tints what the selection has (vela select makes one)",
-         Offer::selections}}}};
+         Offer::selections}}},
+      limitGroup(true, true)};
   row.notes = {
       channelList(),
       "Data layers are of the pixel's centre. Z is the depth along the camera's axis (of the "
@@ -265,7 +291,8 @@ VerbRow pickRow() {
                         {"full", "preview"}),
         json("as JSON")}},
       viewGroup(),
-      sceneGroup()};
+      sceneGroup(),
+      limitGroup(true, false)};
   row.notes = {
       "Prints the prim's path (of an instance with its number, as vela render names it), its "
       "entry (render's prim.id less 1), face, distance, world position and normal, the last as "
@@ -289,7 +316,8 @@ VerbRow explainRow() {
                   {"--all", "", "also meshes whose boxes the ray does not enter"},
                   json("as JSON")}},
                 viewGroup(),
-                sceneGroup()};
+                sceneGroup(),
+                limitGroup(true, false)};
   row.notes = {
       "Of each mesh by the tracer and by the hit detector: shows; behind something nearer; "
       "clipped, "
@@ -315,7 +343,8 @@ VerbRow infoRow() {
   row.groups = {{"Options",
                  {json("as JSON, complete; of several files {\"files\": [...]}"),
                   {"--time", "T", "time code at which counts, boxes and cameras are read"},
-                  {"--depth", "N", "how deep the tree is listed: 3; 0: not at all"}}}};
+                  {"--depth", "N", "how deep the tree is listed: 3; 0: not at all"}}},
+                limitGroup(true, false)};
   row.notes = {
       "Prints axes, units and times; the bounding box in scene units and in metres; the tree with "
       "its boxes; prims by type, variants, lights, textures and which of them are missing, "
@@ -339,7 +368,8 @@ VerbRow meshRow() {
   row.arguments[0].repeats = true;
   row.groups = {{"Options",
                  {json("as JSON; of several files {\"files\": [...]}"),
-                  {"--time", "T", "time code at which meshes are read"}}}};
+                  {"--time", "T", "time code at which meshes are read"}}},
+                limitGroup(false, false)};
   row.notes = {
       "Prints counts, edges, bounds, scheme and primvars of one mesh or of all. Defects are "
       "counts that do not add up, faces of fewer than three vertices, indices out of range, "
@@ -429,7 +459,8 @@ VerbRow selectRow() {
          true},
         json("print it as JSON; of several {\"files\": [...]}")}},
       viewGroup(),
-      sceneGroup()};
+      sceneGroup(),
+      limitGroup(true, false)};
   row.notes = {
       "Rays go through the centres of the pixels. What is picked gets the value 1. Of refined "
       "meshes the scene's own faces are picked, and its own vertices where they have come to lie. "
