@@ -32,4 +32,8 @@ endif()
 if(VELA_SANITIZE)
   target_compile_options(vela_options INTERFACE ${_flags})
   target_link_options(vela_options INTERFACE ${_flags})
+  # What the fuzzer and clang's sanitizers need is in executables alone, and libraries lack it.
+  if(VELA_SANITIZE STREQUAL "fuzz")
+    target_link_options(vela_options INTERFACE -Wl,-z,undefs)
+  endif()
 endif()

@@ -1,21 +1,16 @@
 // Reads any bytes as a selection and holds the result against plain formatted extraction, and what
 // is written against itself read back.
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
 #include <iostream>
 #include <limits>
 
 #include "fuzz/ReferenceSelectionText.h"
+#include "fuzz/Require.h"
 #include "vela/selection/GeoSelection.h"
 
 namespace {
 
-void require(bool holds, const char* what) {
-  if (holds) return;
-  std::fprintf(stderr, "fuzz_selection: %s\n", what);
-  std::abort();
-}
+using vela_test::require;
 
 // Denormals have fewer than the six digits that the text carries.
 bool survivesText(const vela_test::ReferenceSelection& selection) {
