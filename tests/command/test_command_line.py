@@ -106,7 +106,7 @@ def Xform "World"
 }
 """
 
-VERBS = ("render", "pick", "explain", "info", "mesh", "make", "channels", "select", "resolve", "help")
+VERBS = ("render", "pick", "explain", "info", "mesh", "make", "channels", "select", "resolve", "selftest", "help")
 
 
 def run(*arguments, **more):

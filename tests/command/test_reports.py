@@ -131,7 +131,7 @@ class Schemas(Case):
                 self.assertFalse(jsonschema.Draft7Validator(schema).is_valid(bad))
 
     def test_every_verb_with_json_has_a_schema(self):
-        for verb in ("render", "pick", "explain", "info", "mesh", "make", "channels", "select", "resolve", "help"):
+        for verb in ("render", "pick", "explain", "info", "mesh", "make", "channels", "select", "resolve", "selftest", "help"):
             has = "\n  --json " in run("help", verb).stdout
             self.assertEqual((SCHEMAS / f"{verb}.schema.json").exists(), has, verb)
 

@@ -43,6 +43,7 @@ void readVerb(const std::string& verb, std::vector<char*>& words) {
   if (verb == "channels") read<ChannelsOptions>(words);
   if (verb == "select") read<SelectOptions>(words);
   if (verb == "resolve") read<ResolveOptions>(words);
+  if (verb == "selftest") read<SelftestOptions>(words);
   if (verb == "help") read<HelpOptions>(words);
 }
 

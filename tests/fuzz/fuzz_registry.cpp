@@ -33,7 +33,7 @@ void check(const Registry& registry) {
   }
   require(registry.nAvailableChannelSlots() >= 0, "never fewer than no slots are left");
   std::ostringstream out;
-  registry.printLayerChannelInfo(out, "");
+  for (const LayerAlias* layer : registry.allLayers()) out << *layer;
 }
 
 }  // namespace

@@ -336,6 +336,13 @@ bool readArguments(int count, char** arguments, ResolveOptions& options) {
   return true;
 }
 
+bool readArguments(int count, char** arguments, SelftestOptions& options) {
+  Arguments given(*findVerb("selftest"));
+  if (!given.read(count, arguments)) return false;
+  readInteger(given, "--threads", 0, 1024, options.threads);
+  return true;
+}
+
 bool readArguments(int count, char** arguments, HelpOptions& options) {
   Arguments given(*findVerb("help"));
   if (!given.read(count, arguments)) return false;

@@ -151,6 +151,10 @@ struct MakeOptions {
   bool separatePoints = false, withoutCaps = false;
 };
 
+struct SelftestOptions {
+  int threads = 0;
+};
+
 struct HelpOptions {
   std::string verb;   ///< empty: all of them
   std::string shell;  ///< its completion instead
@@ -170,6 +174,7 @@ bool readArguments(int count, char** arguments, SelectOptions& options);
 bool readArguments(int count, char** arguments, ResolveOptions& options);
 bool readArguments(int count, char** arguments, HelpOptions& options);
 bool readArguments(int count, char** arguments, ExplainOptions& options);
+bool readArguments(int count, char** arguments, SelftestOptions& options);
 
 // The verbs. They give the exit code of what is no failure. \throws Failure, Interrupted
 ExitCode render(const RenderOptions& options);
@@ -182,5 +187,6 @@ ExitCode channels(const ChannelsOptions& options);
 ExitCode select(const SelectOptions& options);
 ExitCode resolve(const ResolveOptions& options);
 ExitCode help(const HelpOptions& options);
+ExitCode selftest(const SelftestOptions& options);
 
 }  // namespace command

@@ -40,5 +40,6 @@ inline void resolveFiles(MeshOptions&) {}
 inline void resolveFiles(ChannelsOptions&) {}
 inline void resolveFiles(ResolveOptions&) {}
 inline void resolveFiles(HelpOptions&) {}
+inline void resolveFiles(SelftestOptions&) {}
 
 }  // namespace command

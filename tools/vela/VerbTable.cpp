@@ -497,6 +497,24 @@ VerbRow resolveRow() {
   return row;
 }
 
+VerbRow selftestRow() {
+  VerbRow row;
+  row.name = "selftest";
+  row.synopses = {"[--threads N]"};
+  row.summary = "one number for the results of everything, the same on every machine.";
+  row.brief = "one number for all results, the same on every machine";
+  row.groups = {
+      {"Options",
+       {{"--threads", "N", "of the picture; 0: as many as the machine has. Changes no number"}}}};
+  row.notes = {
+      "Prints a hash for each kind of result, and one over all: rays of every lens, what rays meet "
+      "by every structure, normals, built and refined meshes, samples, text, the pixels of a "
+      "picture with all kinds of values. No file is read. docs/CONVENTIONS.md has the numbers of "
+      "this version: others mean that results on this machine differ from those of all others."};
+  row.examples = {"vela selftest", "vela selftest --threads 1"};
+  return row;
+}
+
 VerbRow helpRow() {
   VerbRow row;
   row.name = "help";
@@ -541,9 +559,9 @@ std::vector<std::string> VerbRow::optionNames() const {
 }
 
 const std::vector<VerbRow>& verbTable() {
-  static const std::vector<VerbRow> table = {renderRow(),  pickRow(), explainRow(),  infoRow(),
-                                             meshRow(),    makeRow(), channelsRow(), selectRow(),
-                                             resolveRow(), helpRow()};
+  static const std::vector<VerbRow> table = {
+      renderRow(),   pickRow(),   explainRow(), infoRow(),     meshRow(), makeRow(),
+      channelsRow(), selectRow(), resolveRow(), selftestRow(), helpRow()};
   return table;
 }
 

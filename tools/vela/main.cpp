@@ -44,6 +44,7 @@ ExitCode dispatch(const std::string& verb, int count, char** arguments) {
   if (verb == "channels") return run(count, arguments, channels);
   if (verb == "select") return run(count, arguments, select);
   if (verb == "resolve") return run(count, arguments, resolve);
+  if (verb == "selftest") return run(count, arguments, selftest);
   if (verb == "help") return run(count, arguments, help);
   // Options alone are no verb.
   if (verb[0] == '-') throw failure(Message::noVerb);
