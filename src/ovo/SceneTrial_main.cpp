@@ -15,6 +15,16 @@
 #include "ovo/Stage.h"
 #include "ovo/detail/TrialProtocol.h"
 
+// Compilers say it in ways of their own.
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define VELA_SANITIZED 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define VELA_SANITIZED 1
+#endif
+
 namespace {
 
 // Without the buffers of a library that may lack memory for them.
@@ -42,7 +52,7 @@ void say(const char* text) { say(text, std::strlen(text)); }
 
 // Sanitizers map so much memory for their own books that no limit fits.
 void limitMemory(rlim_t most) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef VELA_SANITIZED
   static_cast<void>(most);
 #else
   struct rlimit limit = {};

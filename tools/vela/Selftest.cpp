@@ -151,7 +151,8 @@ std::vector<Ray3f> randomRays(int count, int seed) {
   const auto place = [&random] { return 6.0f * random.newFloatValue() - 3.0f; };
   std::vector<Ray3f> rays;
   for (int i = 0; i < count; ++i) {
-    const Vec3f from(place(), place(), place()), to(place(), place(), place());
+    // In braces: what is in parentheses each compiler calls in an order of its own.
+    const Vec3f from{place(), place(), place()}, to{place(), place(), place()};
     rays.emplace_back(from, (to - from) * 0.5f);
   }
   return rays;

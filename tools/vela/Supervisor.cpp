@@ -25,6 +25,16 @@
 #include "Messages.h"
 #include "Text.h"
 
+// Compilers say it in ways of their own.
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define VELA_SANITIZED 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define VELA_SANITIZED 1
+#endif
+
 namespace command {
 
 namespace {
@@ -71,7 +81,7 @@ constexpr int kPassedOn[] = {SIGINT, SIGTERM, SIGHUP};
 
 // Memory that can be written to counts, not what is only reserved or mapped from files. Sanitizers
 // map so much of it for their own books that no limit fits: builds with them have none.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef VELA_SANITIZED
 void setMemoryLimit(rlim_t) {}
 #else
 void setMemoryLimit(rlim_t most) {
