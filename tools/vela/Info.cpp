@@ -11,6 +11,7 @@
 #include "Notices.h"
 #include "Options.h"
 #include "Scene.h"
+#include "SceneFiles.h"
 #include "SeveralFiles.h"
 #include "Text.h"
 #include "ovo/CameraPrim.h"
@@ -310,9 +311,16 @@ void print(const InfoReport& report) {
 
 ExitCode info(const InfoOptions& options) {
   std::vector<InfoReport> reports;
+  std::vector<FilesReport> lists;
   Separator separator;
   const ExitCode code = forEachFile("info", options.files, [&](const std::string& file) {
     const std::shared_ptr<ovo::Stage> stage = openStage("info", file);
+    if (options.filesAlone) {
+      lists.push_back({file, filesOf(*stage)});
+      if (!options.json)
+        for (const std::string& read : lists.back().reads) std::puts(read.c_str());
+      return;
+    }
     InfoReport report = gather(*stage, file, options);
     if (options.json) {
       reports.push_back(std::move(report));
@@ -321,9 +329,14 @@ ExitCode info(const InfoOptions& options) {
     separator.print();
     print(report);
   });
-  if (options.json)
-    std::fputs(options.files.size() > 1 ? toJson(reports).c_str() : toJson(reports.front()).c_str(),
+  const auto printJson = [&](const auto& all) {
+    std::fputs(options.files.size() > 1 ? toJson(all).c_str() : toJson(all.front()).c_str(),
                stdout);
+  };
+  if (options.json && options.filesAlone)
+    printJson(lists);
+  else if (options.json)
+    printJson(reports);
   return code;
 }
 

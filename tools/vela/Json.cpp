@@ -211,6 +211,19 @@ std::string toJson(const std::vector<InfoReport>& reports) {
   return dump(json, 2) + "\n";
 }
 
+std::string toJson(const FilesReport& report) {
+  return dump(Json{{"version", kReportVersion}, {"file", report.file}, {"reads", report.reads}},
+              2) +
+         "\n";
+}
+
+std::string toJson(const std::vector<FilesReport>& reports) {
+  Json json = {{"version", kReportVersion}, {"files", Json::array()}};
+  for (const FilesReport& report : reports)
+    json["files"].push_back({{"file", report.file}, {"reads", report.reads}});
+  return dump(json, 2) + "\n";
+}
+
 std::string toJson(const ChannelsReport& report) {
   Json json = {{"version", kReportVersion},
                {"channels", Json::array()},

@@ -25,6 +25,12 @@ struct PickReport {
   std::string material;  ///< a path; empty: none
 };
 
+/// What a scene reads.
+struct FilesReport {
+  std::string file;
+  std::vector<std::string> reads;
+};
+
 struct InfoReport {
   struct MeshFacts {
     std::string path, subdivision, purpose;
@@ -127,6 +133,8 @@ constexpr int kReportVersion = 1;
 [[nodiscard]] std::string toJson(const InfoReport& report);
 /// Of several files one object.
 [[nodiscard]] std::string toJson(const std::vector<InfoReport>& reports);
+[[nodiscard]] std::string toJson(const FilesReport& report);
+[[nodiscard]] std::string toJson(const std::vector<FilesReport>& reports);
 [[nodiscard]] std::string toJson(const ChannelsReport& report);
 [[nodiscard]] std::string toJson(const ChannelNameReport& report);
 [[nodiscard]] std::string toJson(const SelectionReport& report);

@@ -225,6 +225,53 @@ bool readArguments(int count, char** arguments, RenderOptions& options) {
   return true;
 }
 
+bool readArguments(int count, char** arguments, SubmitOptions& options) {
+  const VerbRow& verb = *findVerb("submit");
+  Arguments given(verb);
+  if (!given.read(count, arguments)) return false;
+  options.version = given.text("--check");
+  options.folders = given.all("--folder");
+  if (given.has("--check")) {
+    options.render.scene.file = given.text("FILE");
+    return true;
+  }
+  if (given.has("--folder")) throw failure(Message::onlyWith, {"--folder", "--check", "submit"});
+  for (const char* needed : {"--job", "--frames"})
+    if (!given.has(needed))
+      throw failure(Message::missingOption,
+                    {needed == std::string("--job") ? "--job JOB.json" : needed, "submit"});
+  options.job = given.text("--job");
+  const std::string ending = ".json";
+  if (options.job.size() <= ending.size() ||
+      options.job.compare(options.job.size() - ending.size(), ending.size(), ending) != 0)
+    throw failure(Message::badForm,
+                  {"--job", options.job, "a name that ends in .json", "job.json"});
+  if (given.has("--command")) options.command = given.text("--command");
+  readInteger(given, "--chunk", 1, 1'000'000, options.chunk);
+  readInteger(given, "--timeout", 1, 1'000'000'000, options.taskSeconds);
+
+  // The rest is checked as vela render checks it, and handed on as it was given.
+  const VerbRow& render = *findVerb("render");
+  Words words = {given.text("FILE"), "--frames", given.text("--frames")};
+  for (const OptionGroup& group : render.groups)
+    for (const OptionRow& row : group.rows) {
+      const std::string key = row.key();
+      if (!verb.find(key) || key == "--frames") continue;
+      for (const std::string& value : given.all(key.c_str())) {
+        words.push_back(key);
+        if (!row.isFlag()) words.push_back(value);
+        options.given.push_back({key, row.isFlag() ? "" : value, row.isFlag()});
+      }
+    }
+  std::vector<char*> pointers;
+  for (std::string& word : words) pointers.push_back(word.data());
+  readArguments(static_cast<int>(pointers.size()), pointers.data(), options.render);
+  for (const PictureOutput& output : options.render.outputs)
+    if (output.file == "-")
+      throw failure(Message::badOption, {"-o", "a worker has no standard output to write to"});
+  return true;
+}
+
 namespace {
 
 // Of the verbs that ask about one ray.
@@ -315,6 +362,9 @@ bool readArguments(int count, char** arguments, InfoOptions& options) {
   readInteger(given, "--depth", 0, 1000, options.depth);
   options.json = given.has("--json");
   options.time = readTime(given);
+  options.filesAlone = given.has("--files");
+  if (options.filesAlone)
+    sayUnused(given, {"--time", "--depth"}, "--files lists the files of all times");
   return true;
 }
 

@@ -95,6 +95,24 @@ struct RenderOptions {
   std::vector<std::string> layers = vela::picture::defaultLayers();
 };
 
+/// An option of `vela render` as it was given.
+struct GivenOption {
+  std::string name;   ///< `--output`
+  std::string value;  ///< empty for a flag
+  bool isFlag = false;
+};
+
+struct SubmitOptions {
+  RenderOptions render;
+  std::vector<GivenOption> given;  ///< in the order of the table; neither the scene nor the frames
+  std::string job;                 ///< the template to write
+  std::string command = "vela";    ///< what workers call
+  int chunk = 1;                   ///< frames a task
+  int taskSeconds = 0;             ///< after which a task is ended; 0: never
+  std::string version;             ///< what this worker must be; empty: a job is written
+  std::vector<std::string> folders;  ///< which this worker must be able to write to
+};
+
 struct PickOptions {
   SceneOptions scene;
   bool byRay = false;
@@ -123,6 +141,7 @@ struct InfoOptions {
   int depth = 3;  ///< of the tree
   double time = tarn::defaultTimeValue();
   bool json = false;
+  bool filesAlone = false;  ///< the list of files instead
 };
 
 struct ResolveOptions {
@@ -165,6 +184,7 @@ struct HelpOptions {
 /// Read the arguments that follow the verb. \throws Failure (usage) on wrong ones
 /// \return false when the verb's help was asked for and printed
 bool readArguments(int count, char** arguments, RenderOptions& options);
+bool readArguments(int count, char** arguments, SubmitOptions& options);
 bool readArguments(int count, char** arguments, PickOptions& options);
 bool readArguments(int count, char** arguments, InfoOptions& options);
 bool readArguments(int count, char** arguments, MeshOptions& options);
@@ -178,6 +198,7 @@ bool readArguments(int count, char** arguments, SelftestOptions& options);
 
 // The verbs. They give the exit code of what is no failure. \throws Failure, Interrupted
 ExitCode render(const RenderOptions& options);
+ExitCode submit(const SubmitOptions& options);
 ExitCode pick(const PickOptions& options);
 ExitCode explain(const ExplainOptions& options);
 ExitCode info(const InfoOptions& options);

@@ -1,6 +1,10 @@
 #include "SceneFiles.h"
 
+#include <filesystem>
+#include <functional>
+#include <set>
 #include <string>
+#include <system_error>
 
 #include "Interrupt.h"
 #include "OutputFile.h"
@@ -12,42 +16,60 @@ namespace command {
 
 namespace {
 
+using Visit = std::function<void(const std::string& file)>;
+
 // What a name such as `wood.<UDIM>.png` stands for: tiles 1001 to 1100.
-void noteTiles(const std::string& pattern) {
+void forEachTile(const std::string& pattern, const Visit& visit) {
   constexpr const char* kMark = "<UDIM>";
   const std::size_t at = pattern.find(kMark);
   if (at == std::string::npos) return;
   for (int tile = 1001; tile <= 1100; ++tile) {
     std::string name = pattern;
-    noteInput(name.replace(at, std::string(kMark).size(), std::to_string(tile)));
+    visit(name.replace(at, std::string(kMark).size(), std::to_string(tile)));
   }
 }
 
-void noteFile(const ovo::PropertyLinks& prim, const ovo::Token& attribute, double time) {
+void visitFile(const ovo::PropertyLinks& prim, const ovo::Token& attribute, double time,
+               const Visit& visit) {
   ovo::FileReference file;
   if (!prim.file(attribute, file, time)) return;
   // A file in a package is behind the package's own name, in brackets.
-  if (!file.resolved.empty()) noteInput(file.resolved.substr(0, file.resolved.find('[')));
-  noteTiles(file.anchored);
+  if (!file.resolved.empty()) visit(file.resolved.substr(0, file.resolved.find('[')));
+  forEachTile(file.anchored, visit);
 }
 
-}  // namespace
-
-void noteFilesOf(const ovo::Stage& stage) {
+// Files may be visited more than once, and tiles that are not there are.
+void forEachFile(const ovo::Stage& stage, const Visit& visit) {
   vela::scene::forEachPrim(
       stage,
-      [](const ovo::Prim& prim) {
+      [&](const ovo::Prim& prim) {
         const ovo::PropertyLinks links(prim);
         for (const ovo::Token& name : links.propertyNames()) {
           const ovo::Attribute attribute = prim.getAttr(name);
           if (!attribute.isValid() || attribute.typeName().asString() != "asset") continue;
-          noteFile(links, name, tarn::defaultTimeValue());
-          for (const double time : attribute.timeSamples()) noteFile(links, name, time);
+          visitFile(links, name, tarn::defaultTimeValue(), visit);
+          for (const double time : attribute.timeSamples()) visitFile(links, name, time, visit);
         }
         return true;
       },
       interruptibleWork());
   throwIfInterrupted();
+}
+
+}  // namespace
+
+void noteFilesOf(const ovo::Stage& stage) { forEachFile(stage, noteInput); }
+
+std::vector<std::string> filesOf(const ovo::Stage& stage) {
+  std::set<std::string> files;
+  const Visit add = [&](const std::string& file) {
+    std::error_code none;
+    const auto whole = std::filesystem::absolute(file, none).lexically_normal();
+    if (std::filesystem::is_regular_file(whole, none)) files.insert(whole.string());
+  };
+  for (const std::string& layer : stage.layerFiles()) add(layer);
+  forEachFile(stage, add);
+  return {files.begin(), files.end()};
 }
 
 }  // namespace command

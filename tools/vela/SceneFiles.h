@@ -1,6 +1,9 @@
 /// \file
-/// The files that a scene is made of beside its layers.
+/// The files that a scene is made of.
 #pragma once
+
+#include <string>
+#include <vector>
 
 #include "ovo/Stage.h"
 
@@ -11,5 +14,10 @@ namespace command {
 /// output would replace a file at all (`replacesFiles()`).
 /// \throws Failure when an output that is open already is such a file; Interrupted
 void noteFilesOf(const ovo::Stage& stage);
+
+/// Every file that is there of a scene, absolute, in order of their names: its layers, and what
+/// attributes name at any time, such as textures. Of what lies in a package the package.
+/// \throws Interrupted
+[[nodiscard]] std::vector<std::string> filesOf(const ovo::Stage& stage);
 
 }  // namespace command

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "vela/Version.h"
 #include "vela/picture/ExrFile.h"
 #include "vela/picture/LayerTable.h"
 
@@ -272,6 +273,62 @@ VerbRow renderRow() {
   return row;
 }
 
+// What vela render takes of a frame, and of the job.
+VerbRow submitRow() {
+  const VerbRow render = renderRow();
+  VerbRow row;
+  row.name = "submit";
+  row.synopses = {"FILE --frames LIST -o OUT.####.exr --job JOB.json [options]",
+                  "FILE --check VERSION [--folder FOLDER]"};
+  row.summary = "writes a job for a render farm.";
+  row.brief = "frames as a job for a render farm";
+  row.arguments = {sceneFile()};
+  row.groups = {
+      {"The job",
+       {{"--job", "JOB.json",
+         "an Open Job Description template, which farm managers take; the files that it reads "
+         "and the folders that it writes to stand beside it, in JOB.attachments.json",
+         Offer::files},
+        {"--chunk", "N",
+         "frames a task: 1. More need a farm that knows the extension TASK_CHUNKING"},
+        {"--timeout", "SECONDS", "a task that takes longer is ended; else none is"},
+        {"--command", "VELA", "what workers call: vela"}}},
+      {"On a worker",
+       {{"--check", "VERSION",
+         "fails where this is not that version, FILE cannot be read, or a folder not be written "
+         "to. Jobs begin with it"},
+        {"--folder",
+         "FOLDER",
+         "one that must be there and let files be written (may be repeated)",
+         Offer::folders,
+         {},
+         true}}}};
+  // What makes several pictures, or needs other pictures, is not of one frame.
+  const std::vector<std::string> others = {"--like", "--turntable", "--skip-existing", "--time",
+                                           "--show"};
+  for (const OptionGroup& group : render.groups) {
+    OptionGroup kept{group.title, {}};
+    for (const OptionRow& option : group.rows)
+      if (std::find(others.begin(), others.end(), option.key()) == others.end())
+        kept.rows.push_back(option);
+    if (!kept.rows.empty()) row.groups.push_back(kept);
+  }
+  row.notes = {
+      "Prints the line that runs the job on this machine, by openjd of the package openjd-cli. "
+      "Paths are parameters without defaults, since each machine has them where it has them; "
+      "frames, size, layers and the command are parameters with defaults.",
+      "Each task renders its frames by vela render. Pictures that are there already are left "
+      "alone: a job that was stopped is run again, and renders what is missing.",
+      "A session begins by checking the worker: another version of vela, a scene that it cannot "
+      "read or a folder that it cannot write to ends it before anything is rendered."};
+  row.examples = {
+      "vela submit examples/demo/demo.usda --frames 1-24 -o demo.####.exr --job demo-job.json "
+      "--size 640",
+      std::string("vela submit examples/demo/demo.usda --check ") + vela::version() +
+          " --folder ."};
+  return row;
+}
+
 VerbRow pickRow() {
   VerbRow row;
   row.name = "pick";
@@ -342,6 +399,9 @@ VerbRow infoRow() {
   row.arguments[0].repeats = true;
   row.groups = {{"Options",
                  {json("as JSON, complete; of several files {\"files\": [...]}"),
+                  {"--files", "",
+                   "every file that the scene reads instead, a path a line: layers, textures and "
+                   "whatever else attributes name. What is not there is not listed"},
                   {"--time", "T", "time code at which counts, boxes and cameras are read"},
                   {"--depth", "N", "how deep the tree is listed: 3; 0: not at all"}}},
                 limitGroup(true, false)};
@@ -351,7 +411,7 @@ VerbRow infoRow() {
       "instances; the files that the scene is composed of and the arcs that bring them in; meshes "
       "with their counts, cameras in plain units, materials. Boxes are of what a picture shows. "
       "Where some of several files cannot be read the exit code is 4."};
-  row.examples = {"vela info examples/demo/demo.usda",
+  row.examples = {"vela info examples/demo/demo.usda", "vela info examples/demo/demo.usda --files",
                   "vela info examples/demo/demo.usda --json --depth 2"};
   return row;
 }
@@ -560,8 +620,8 @@ std::vector<std::string> VerbRow::optionNames() const {
 
 const std::vector<VerbRow>& verbTable() {
   static const std::vector<VerbRow> table = {
-      renderRow(),   pickRow(),   explainRow(), infoRow(),     meshRow(), makeRow(),
-      channelsRow(), selectRow(), resolveRow(), selftestRow(), helpRow()};
+      renderRow(), submitRow(),   pickRow(),   explainRow(), infoRow(),     meshRow(),
+      makeRow(),   channelsRow(), selectRow(), resolveRow(), selftestRow(), helpRow()};
   return table;
 }
 

@@ -1,0 +1,274 @@
+"""Jobs for render farms: written by the command, run by a farm's own engine, with the bytes of one machine.
+
+test_farm.py COMMAND PROJECT_ROOT, by a Python that has openjd-cli
+"""
+
+import concurrent.futures
+import filecmp
+import json
+import os
+import pathlib
+import shlex
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+COMMAND, ROOT = pathlib.Path(sys.argv[1]).resolve(), pathlib.Path(sys.argv[2]).resolve()
+VERSION = subprocess.run([COMMAND, "--version"], capture_output=True, text=True).stdout.split()[1]
+
+# Something moves, so that frames differ.
+SCENE = """#usda 1.0
+(
+    subLayers = [@shapes/ball.usda@]
+)
+over "World"
+{
+    def Cube "Box"
+    {
+        double3 xformOp:translate.timeSamples = { 1: (-4, 0, 0), 200: (4, 1, 0) }
+        uniform token[] xformOpOrder = ["xformOp:translate"]
+    }
+}
+def Camera "Eye"
+{
+    float horizontalAperture = 32
+    float verticalAperture = 18
+    float focalLength = 40
+    double3 xformOp:translate = (0, 0, 20)
+    uniform token[] xformOpOrder = ["xformOp:translate"]
+}
+"""
+BALL = """#usda 1.0
+def Xform "World"
+{
+    def Sphere "Ball"
+    {
+        double3 xformOp:translate = (0, -1, -2)
+        uniform token[] xformOpOrder = ["xformOp:translate"]
+    }
+}
+"""
+SMALL = ("--size", "32x18", "--samples", "4")
+
+
+def run(*arguments, **options):
+    return subprocess.run([COMMAND, *map(str, arguments)], capture_output=True, text=True, **options)
+
+
+def engine(*arguments, **options):
+    return subprocess.run([sys.executable, "-m", "openjd", *map(str, arguments)], capture_output=True, text=True, **options)
+
+
+class Farm(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.at = pathlib.Path(folder.name) / "a show"  # names with blanks are names
+        (self.at / "shapes").mkdir(parents=True)
+        self.scene = self.at / "shot one.usda"
+        self.scene.write_text(SCENE)
+        (self.at / "shapes/ball.usda").write_text(BALL)
+        for name in ("out", "alone"):
+            (self.at / name).mkdir()
+
+    def submit(self, frames, *more, job="job.json"):
+        """The words of the line that the command prints."""
+        done = run("submit", self.scene, "--frames", frames, "-o", self.at / "out/f.####.exr", *SMALL,
+                   "--job", self.at / job, *more)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        words = shlex.split(done.stdout)
+        self.assertEqual(words[:2], ["openjd", "run"])
+        return words[1:] + ["-p", f"Vela={COMMAND}"]
+
+    def alone(self, frames, *more):
+        done = run("render", self.scene, "--frames", frames, "-o", self.at / "alone/f.####.exr", *SMALL, *more)
+        self.assertEqual(done.returncode, 0, done.stderr)
+
+    def assert_same(self, count):
+        names = sorted(p.name for p in (self.at / "alone").iterdir())
+        self.assertEqual(len(names), count)
+        self.assertEqual(sorted(p.name for p in (self.at / "out").iterdir()), names)
+        _, different, missing = filecmp.cmpfiles(self.at / "alone", self.at / "out", names, shallow=False)
+        self.assertEqual((different, missing), ([], []))
+
+    def test_the_engine_accepts_the_template_and_runs_the_printed_line(self):
+        line = self.submit("1-9x4,12", "--png", self.at / "out/f.%03d.png")
+        checked = engine("check", self.at / "job.json")
+        self.assertEqual(checked.returncode, 0, checked.stdout + checked.stderr)
+        done = engine(*line)
+        self.assertEqual(done.returncode, 0, done.stdout)
+        self.alone("1-9x4,12", "--png", self.at / "alone/f.%03d.png")
+        self.assert_same(8)
+
+    def test_two_hundred_frames_are_those_of_one_process(self):
+        line = self.submit("1-200", "--chunk", 25)
+        checked = engine("check", "--extensions", "TASK_CHUNKING", self.at / "job.json")
+        self.assertEqual(checked.returncode, 0, checked.stdout + checked.stderr)
+        done = engine(*line)
+        self.assertEqual(done.returncode, 0, done.stdout)
+        self.alone("1-200")
+        self.assert_same(200)
+
+    def test_the_template_names_no_path_of_this_machine(self):
+        self.submit("1-2")
+        text = (self.at / "job.json").read_text()
+        self.assertNotIn(str(self.at), text)
+        job = json.loads(text)
+        kinds = {p["name"]: p["type"] for p in job["parameterDefinitions"]}
+        self.assertEqual(kinds, {"Scene": "PATH", "Folder": "PATH", "Size": "STRING", "Frames": "STRING",
+                                 "Vela": "STRING"})
+        self.assertFalse([p for p in job["parameterDefinitions"] if p["type"] == "PATH" and "default" in p])
+
+    def test_options_that_name_paths_become_parameters(self):
+        line = self.submit("2", "--root", self.at)
+        self.assertNotIn(str(self.at), (self.at / "job.json").read_text())
+        self.assertIn(f"Root={self.at}", line)
+        done = engine(*line)
+        self.assertEqual(done.returncode, 0, done.stdout)
+        self.alone("2")
+        self.assert_same(1)
+
+    def test_what_goes_along_stands_beside_the_template(self):
+        selection = self.at / "ball.sel"
+        picked = run("select", self.scene, "--rect", "0,0,31,17", "--size", "32x18", "-o", selection)
+        self.assertEqual(picked.returncode, 0, picked.stderr)
+        self.submit("1-2", "--selection", selection)
+        along = json.loads((self.at / "job.attachments.json").read_text())
+        listed = run("info", self.scene, "--files").stdout.splitlines()
+        self.assertEqual(listed, sorted([str(self.scene), str(self.at / "shapes/ball.usda")]))
+        self.assertEqual(along, {"version": 1, "inputs": [*listed, str(selection)], "outputs": [str(self.at / "out")]})
+
+    def test_paths_are_mapped_to_where_the_worker_has_them(self):
+        line = self.submit("3")
+        line[line.index(f"Scene={self.scene}")] = "Scene=/studio/shot one.usda"
+        rules = {"version": "pathmapping-1.0", "path_mapping_rules": [
+            {"source_path_format": "POSIX", "source_path": "/studio", "destination_path": str(self.at)}]}
+        done = engine(*line, "--path-mapping-rules", json.dumps(rules))
+        self.assertEqual(done.returncode, 0, done.stdout)
+        self.alone("3")
+        self.assert_same(1)
+
+    def test_workers_of_which_one_is_killed_leave_nothing_lost_nor_written_twice(self):
+        line = self.submit("1-24")
+        pid = self.at / "pid"
+        stuck = self.wrapped(f'case "$*" in *"--frames 3 "*) echo $$ >{shlex.quote(str(pid))}.new; '
+                             f'mv {shlex.quote(str(pid))}.new {shlex.quote(str(pid))}; exec sleep 1000 ;; esac')
+
+        def work(worker):
+            tasks = json.dumps([{"Frame": str(f)} for f in range(1 + 6 * worker, 7 + 6 * worker)])
+            words = [sys.executable, "-m", "openjd", *line, *(stuck if worker == 0 else []), "--tasks", tasks]
+            process = subprocess.Popen(words, stdout=subprocess.DEVNULL)
+            if worker == 0:  # the machine goes down while it renders its third frame
+                while not pid.exists():
+                    self.assertIsNone(process.poll())
+                    time.sleep(0.01)
+                process.kill()
+                os.kill(int(pid.read_text()), signal.SIGKILL)
+            return process.wait()
+
+        with concurrent.futures.ThreadPoolExecutor() as pool:
+            results = list(pool.map(work, range(4)))
+        self.assertNotEqual(results[0], 0)
+        self.assertEqual(results[1:], [0, 0, 0])
+        there = {p.name: p.stat().st_mtime_ns for p in (self.at / "out").iterdir()}
+        self.assertEqual(sorted(there), sorted(f"f.{f:04}.exr" for f in (1, 2, *range(7, 25))))
+
+        # Once more: what is missing and nothing else.
+        done = engine(*line)
+        self.assertEqual(done.returncode, 0, done.stdout)
+        after = {p.name: p.stat().st_mtime_ns for p in (self.at / "out").iterdir()}
+        self.assertEqual({name: after[name] for name in there}, there)
+        self.alone("1-24")
+        self.assert_same(24)
+
+    def wrapped(self, script):
+        program = self.at / "vela.sh"
+        program.write_text(f"#!/bin/sh\n{script}\nexec {shlex.quote(str(COMMAND))} \"$@\"\n")
+        program.chmod(0o755)
+        return ["-p", f"Vela={program}"]
+
+    def test_a_task_that_hangs_is_ended_and_named(self):
+        line = self.submit("1-3", "--timeout", 3)
+        done = engine(*line, *self.wrapped('case "$*" in *"--frames 2 "*) exec sleep 1000 ;; esac'))
+        self.assertNotEqual(done.returncode, 0)
+        self.assertIn("Frame", done.stdout)
+        self.assertTrue((self.at / "out/f.0001.exr").exists())
+        self.assertFalse((self.at / "out/f.0002.exr").exists())
+        self.assertEqual(engine(*line).returncode, 0)
+        self.alone("1-3")
+        self.assert_same(3)
+
+    def test_a_full_disk_leaves_no_part_of_a_picture(self):
+        line = self.submit("1-2")
+        done = engine(*line, *self.wrapped('case "$1" in render) trap "" XFSZ; ulimit -f 1 ;; esac'))
+        self.assertNotEqual(done.returncode, 0)
+        self.assertIn("vela render: error: cannot write", done.stdout)
+        self.assertEqual(list((self.at / "out").iterdir()), [])
+        self.assertEqual(engine(*line).returncode, 0)
+        self.alone("1-2")
+        self.assert_same(2)
+
+    def assert_refused(self, done, text):
+        self.assertNotEqual(done.returncode, 0)
+        self.assertIn(text, done.stdout)
+        self.assertEqual([p for p in (self.at / "out").iterdir()], [])
+
+    def test_a_worker_of_another_version_is_refused_by_name(self):
+        line = self.submit("1-2")
+        job = self.at / "job.json"
+        job.write_text(job.read_text().replace(json.dumps(VERSION), '"9.8.7"'))
+        self.assert_refused(engine(*line), f"the job was made by vela 9.8.7, and this is vela {VERSION}")
+
+    def test_a_worker_that_does_not_see_the_files_is_refused(self):
+        line = self.submit("1-2")
+        self.assert_refused(engine(*line, "-p", f"Scene={self.at}/gone.usda"), "vela submit: error: cannot open")
+        self.assert_refused(engine(*line, "-p", f"Folder={self.at}/gone"), "there is no such folder on this machine")
+
+    def test_what_cannot_become_a_job_is_refused_with_one_line(self):
+        fit = ["submit", self.scene, "--frames", "1-2", "-o", self.at / "out/f.##.exr", "--job", self.at / "j.json"]
+        for change, text in (
+                ((fit.index("1-2"), "1.5"), "whole numbers"),
+                ((fit.index("1-2"), "1-"), "--frames"),
+                ((fit.index(self.at / "j.json"), "job.txt"), "'job.txt' is not a name that ends in .json"),
+                ((fit.index(self.at / "j.json"), self.at / "none/j.json"), "cannot write"),
+                ((fit.index(self.at / "j.json"), self.scene), ".json"),
+                ((fit.index(self.at / "out/f.##.exr"), "-"), "one name for several frames"),
+                ((fit.index(self.at / "out/f.##.exr"), "f.exr"), "####"),
+                ((fit.index(self.at / "out/f.##.exr"), "{{x}}.##.exr"), "names of parameters"),
+                ((1, self.at / "none.usda"), "cannot open")):
+            words = list(fit)
+            words[change[0]] = change[1]
+            done = run(*words, cwd=self.at)
+            with self.subTest(words=words):
+                self.assertIn(done.returncode, (1, 2), done.stdout + done.stderr)
+                self.assertEqual(len(done.stderr.splitlines()), 1, done.stderr)
+                self.assertIn(text, done.stderr)
+                self.assertFalse((self.at / "j.json").exists())
+        for words, text in ((fit[:2] + fit[4:], "--frames"), (fit[:6], "--job"),
+                            ([*fit, "--folder", "."], "--folder"), ([*fit, "--chunk", "0"], "--chunk"),
+                            ([*fit, "--like", "a.exr"], "no such option"),
+                            ([*fit[:3], "1", "-o", "-", *fit[6:]], "no standard output"),
+                            ([*fit, "--layers", "heat"], "heat")):
+            with self.subTest(words=words):
+                done = run(*words)
+                self.assertEqual(done.returncode, 2, done.stderr)
+                self.assertIn(text, done.stderr)
+
+    def test_frames_become_range_expressions(self):
+        for frames, expected in (("1-10", "1-10"), ("1-10x3,12", "1-10:3,12"), ("5,1-3", "1-3,5"), ("1,3", "1,3"),
+                                 ("1,2", "1-2"), ("-2-2", "-2-2"), ("7", "7"), ("10-1x3", "1-10:3"),
+                                 ("1,3,5,6,7,20", "1-5:2,6-7,20")):
+            with self.subTest(frames=frames):
+                self.submit(frames)
+                job = json.loads((self.at / "job.json").read_text())
+                given = {p["name"]: p.get("default") for p in job["parameterDefinitions"]}
+                self.assertEqual(given["Frames"], expected)
+                checked = engine("summary", self.at / "job.json", "-p", "Scene=/s", "-p", "Folder=/f")
+                self.assertEqual(checked.returncode, 0, checked.stdout + checked.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1])
