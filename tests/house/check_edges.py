@@ -13,7 +13,7 @@ import sys
 OUTSIDE = {  # library: how its headers are spelled
     "openusd": r"^pxr/", "opensubdiv": r"^opensubdiv/", "openassetio": r"^openassetio", "boost": r"^boost/",
     "openexr": r"^(OpenEXR|Imath|Imf|half)", "png": r"^png", "jpeg": r"^(jpeglib|jerror)", "opencolorio": r"^OpenColorIO/", "cli11": r"^CLI/", "json": r"^nlohmann/", "embree": r"^embree",
-    "python": r"^Python\.h|^pybind11/",
+    "python": r"^Python\.h|^pybind11/|^nanobind/",
 }
 INCLUDE = re.compile(r'^\s*#\s*include\s*[<"]([^>"]+)[>"]', re.M)
 
@@ -22,7 +22,7 @@ def read_table(architecture):
     rows = {}
     for line in architecture.read_text().splitlines():
         cells = [c.strip().replace("`", "") for c in line.strip().strip("|").split("|")]
-        if len(cells) == 3 and re.match(r"^(tarn|ovo|vela(/\w+)?)$", cells[0]):
+        if len(cells) == 3 and re.match(r"^(tarn|ovo|vela(/\w+)?|python)$", cells[0]):
             rows[cells[0]] = (set(cells[1].split()) | {cells[0]}, set(cells[2].split()))
     return rows
 
@@ -67,6 +67,19 @@ def main():
                         faults.append(f"{name} includes {target}: {own} may not see {library}")
                     elif file.suffix == ".h" and "/detail/" not in name:
                         faults.append(f"{name} includes {target}: public headers show no outside library")
+    # The module sees what users of the library see: installed headers, and no other folder's details.
+    folders, outside = table["python"]
+    glue = [f for f in sorted((root / "python/src").rglob("*")) if f.suffix in (".h", ".cpp")]
+    for file in glue:
+        for target in INCLUDE.findall(file.read_text()):
+            count += 1
+            if re.match(r"^(tarn|ovo|vela)/", target) and ("/detail/" in target or not (root / "src" / target).is_file()):
+                faults.append(f"python/src/{file.name} includes {target}: it may see public headers alone")
+            for library, pattern in OUTSIDE.items():
+                if re.match(pattern, target) and library not in outside:
+                    faults.append(f"python/src/{file.name} includes {target}: python may not see {library}")
+    assert glue, "no file of python/src was read"
+    files += glue
     assert count > 0, "no includes were read"
     print("\n".join(faults) or f"{count} includes in {len(files)} files stay within the table")
     return 1 if faults else 0

@@ -1,0 +1,168 @@
+// Preview materials and their response to light.
+#include <string>
+
+#include "Calls.h"
+#include "Module.h"
+#include "Records.h"
+#include "ovo/Prim.h"
+#include "vela/look/PreviewMaterial.h"
+#include "vela/look/PreviewResponse.h"
+
+namespace vela::python {
+
+using namespace vela::look;
+
+void bindLook(nb::module_& m) {
+  nb::enum_<SurfaceInput>(m, "SurfaceInput",
+                          "The inputs of a preview surface.\n\n"
+                          ">>> vela.look.input_name(vela.look.SurfaceInput.IOR)\n'ior'")
+      .value("DIFFUSE_COLOR", SurfaceInput::diffuseColor)
+      .value("EMISSIVE_COLOR", SurfaceInput::emissiveColor)
+      .value("SPECULAR_COLOR", SurfaceInput::specularColor)
+      .value("METALLIC", SurfaceInput::metallic)
+      .value("ROUGHNESS", SurfaceInput::roughness)
+      .value("CLEARCOAT", SurfaceInput::clearcoat)
+      .value("CLEARCOAT_ROUGHNESS", SurfaceInput::clearcoatRoughness)
+      .value("OPACITY", SurfaceInput::opacity)
+      .value("OPACITY_THRESHOLD", SurfaceInput::opacityThreshold)
+      .value("IOR", SurfaceInput::ior)
+      .value("NORMAL", SurfaceInput::normal)
+      .value("DISPLACEMENT", SurfaceInput::displacement)
+      .value("OCCLUSION", SurfaceInput::occlusion);
+  nb::enum_<NodeOutput>(m, "NodeOutput",
+                        "Which part of a node's result is taken.\n\n"
+                        ">>> vela.look.NodeOutput.RGB.value\n0")
+      .value("RGB", NodeOutput::rgb)
+      .value("R", NodeOutput::r)
+      .value("G", NodeOutput::g)
+      .value("B", NodeOutput::b)
+      .value("A", NodeOutput::a);
+  using V = NetworkValue;
+  {
+    Record<V> r(m, "NetworkValue",
+                "A number or a vector: a constant, or what a node gives.\n\n"
+                ">>> vela.look.NetworkValue().is_constant\nTrue");
+    r.field("constant", &V::constant, "(4,); single numbers stand in all four places.")
+        .field("node", &V::node, "Index in PreviewMaterial.nodes; -1: the constant counts.")
+        .field("output", &V::output, "Which part of the node's result.");
+    r.type().def_prop_ro("is_constant", &V::isConstant, "True without a node.");
+  }
+  using N = NetworkNode;
+  nb::object nodeType;
+  {
+    nb::enum_<N::Kind>(m, "NodeKind",
+                       "The kinds of nodes.\n\n>>> vela.look.NodeKind.TEXTURE.value\n0")
+        .value("TEXTURE", N::Kind::texture)
+        .value("PRIMVAR", N::Kind::primvar)
+        .value("TRANSFORM", N::Kind::transform);
+    nb::enum_<N::Wrap>(m, "Wrap",
+                       "Beyond a texture's border.\n\n>>> vela.look.Wrap.REPEAT.value\n2")
+        .value("BLACK", N::Wrap::black)
+        .value("CLAMP", N::Wrap::clamp)
+        .value("REPEAT", N::Wrap::repeat)
+        .value("MIRROR", N::Wrap::mirror);
+    nb::enum_<N::ColourSpace>(
+        m, "ColourSpace",
+        "How a texture's codes are meant.\n\n>>> vela.look.ColourSpace.RAW.value\n1")
+        .value("AUTOMATIC", N::ColourSpace::automatic)
+        .value("RAW", N::ColourSpace::raw)
+        .value("SRGB", N::ColourSpace::srgb);
+    Record<N>(m, "NetworkNode",
+              "A node of a network; which fields count is said by its kind.\n\n"
+              ">>> vela.look.NetworkNode().kind.name\n'PRIMVAR'")
+        .field("kind", &N::kind, "Its kind.")
+        .field("path", &N::path, "Of the shader prim.")
+        .part("coordinates", &N::coordinates, "The coordinates that go in.")
+        .part("file", &N::file, "Of a texture.")
+        .field("wrap_s", &N::wrapS, "Of a texture.")
+        .field("wrap_t", &N::wrapT, "Of a texture.")
+        .field("colour_space", &N::colourSpace, "Of a texture.")
+        .field("scale", &N::scale, "value * scale + bias, (4,).")
+        .field("bias", &N::bias, "(4,).")
+        .field("primvar", &N::primvar, "The name of a primvar.")
+        .field("components", &N::components, "How many numbers a value has, 1 to 4; 0: none.")
+        .field("fallback", &N::fallback, "Where there is no image or primvar, (4,).")
+        .field("rotation", &N::rotation, "Degrees, counter-clockwise, after the scale.")
+        .field("scaling", &N::scaling, "(2,).")
+        .field("translation", &N::translation, "(2,).");
+  }
+  using P = PreviewMaterial;
+  nb::class_<P> material(
+      m, "PreviewMaterial",
+      "The surface of a material.\n\n"
+      ">>> stage = vela.Stage.create_in_memory()\n"
+      ">>> vela.look.read_preview_material(stage.define_prim('/Red', 'Material')).is_shown\nFalse");
+  material.def_ro("is_shown", &P::isShown, "True when there is a preview surface.")
+      .def_ro("other", &P::other, "What the material has instead; may be empty.")
+      .def_ro("is_specular_workflow", &P::isSpecularWorkflow, "Reflections by specular_color.")
+      .def_ro("fades_whole", &P::fadesWhole, "Opacity fades reflections too.")
+      .def_prop_ro(
+          "nodes", [](const P& p) { return p.nodes; },
+          "Each after those that it takes values from; copies.")
+      .def(
+          "__getitem__", [](const P& p, SurfaceInput input) { return p[input]; }, nb::arg("input"))
+      .def("__repr__", [](const P& p) {
+        return "<PreviewMaterial of " + std::to_string(p.nodes.size()) + " nodes>";
+      });
+  refusePickle(material, "read it from its scene again");
+  m.def("defined_value", &definedValue, nb::arg("input"),
+        "The value that the definition gives an input, (4,).\n\n"
+        ">>> vela.look.defined_value(vela.look.SurfaceInput.ROUGHNESS)[0].item()\n0.5");
+  m.def(
+      "input_name", [](SurfaceInput input) { return std::string(nameOf(input)); }, nb::arg("input"),
+      "The input's name, such as `diffuseColor`.");
+  m.def(
+      "read_preview_material",
+      [](const ovo::Prim& prim, Time time) {
+        requireOpen(prim);
+        return readPreviewMaterial(prim, time);
+      },
+      nb::arg("material"), nb::arg("time") = Time(),
+      "Reads the surface of a material prim as it is at a time.");
+
+  using S = PreviewSurface;
+  {
+    Record<S> r(m, "PreviewSurface",
+                "The inputs of a preview surface at one point.\n\n"
+                ">>> vela.look.PreviewSurface(roughness=0.25).ior\n1.5");
+    r.field("diffuse_color", &S::diffuseColor, "(3,).")
+        .field("emissive_color", &S::emissiveColor, "(3,).")
+        .field("specular_color", &S::specularColor, "(3,).")
+        .field("is_specular_workflow", &S::isSpecularWorkflow, "By specular_color, not metallic.")
+        .field("metallic", &S::metallic, "0 to 1.")
+        .field("roughness", &S::roughness, "0 to 1.")
+        .field("clearcoat", &S::clearcoat, "0 to 1.")
+        .field("clearcoat_roughness", &S::clearcoatRoughness, "0 to 1.")
+        .field("ior", &S::ior, "Index of refraction, 1 or more.");
+    r.type().def("sanitise", &S::sanitise, "Brings every number to where it means something.");
+  }
+  {
+    Record<PreviewResponse> r(m, "PreviewResponse",
+                              "Shares of the light that arrives; the cosine is in them.\n\n"
+                              ">>> vela.look.PreviewResponse().sum().tolist()\n[0.0, 0.0, 0.0]");
+    r.field("diffuse", &PreviewResponse::diffuse, "(3,).")
+        .field("specular", &PreviewResponse::specular, "(3,), of the base and the coat.");
+    r.type().def("sum", &PreviewResponse::sum, "Both together, (3,).");
+  }
+  Record<ReflectedDirection>(m, "ReflectedDirection",
+                             "A direction of light that reflects towards the viewer.\n\n"
+                             ">>> vela.look.ReflectedDirection().weight.tolist()\n[0.0, 0.0, 0.0]")
+      .field("to_light", &ReflectedDirection::toLight, "Unit length, (3,).")
+      .field("weight", &ReflectedDirection::weight, "Response over density, (3,).");
+  m.def("respond", &respond, nb::arg("surface"), nb::arg("normal"), nb::arg("to_light"),
+        nb::arg("to_viewer"),
+        "The response to light from one direction; unit vectors (3,) that point away.\n\n"
+        ">>> up = [0, 0, 1]\n"
+        ">>> round(vela.look.respond(vela.look.PreviewSurface(), up, up, up).sum()[0].item(), 4)\n"
+        "0.1059");
+  m.def(
+      "sample_reflection", &sampleReflection, nb::arg("surface"), nb::arg("normal"),
+      nb::arg("to_viewer"), nb::arg("u"), nb::arg("v"), nb::arg("coat") = false,
+      "A direction that reflects, likelier where more does; (u, v) a point of the unit square.\n\n"
+      ">>> up = [0, 0, 1]\n"
+      ">>> vela.look.sample_reflection(vela.look.PreviewSurface(), up, up, 0.0, "
+      "0.0).to_light.shape\n"
+      "(3,)");
+}
+
+}  // namespace vela::python

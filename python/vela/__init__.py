@@ -1,0 +1,38 @@
+"""Building blocks of image channels and of the 3D scene.
+
+Names are those of the C++ library in snake case; `vela.ovo`, `vela.tarn`, `vela.scene`, `vela.picture`, `vela.selection`,
+`vela.asset`, `vela.log` and `vela.look` are its namespaces. The table is in docs/python.md.
+
+>>> picture = vela.render("examples/demo/demo.usda", size=(64, 36), layers=["depth"], samples=1)
+>>> picture["depth"].dtype
+dtype('float32')
+"""
+
+from vela._vela import *
+from vela import asset as asset
+from vela import log as log
+from vela import look as look
+from vela import ovo as ovo
+from vela import scene as scene
+from vela import selection as selection
+from vela import tarn as tarn
+from vela import _render
+from vela import picture as picture
+from vela._render import render as render
+from vela._results import Collisions as Collisions
+from vela._results import Hits as Hits
+from vela._results import Rays as Rays
+from vela._results import SurfaceHits as SurfaceHits
+from vela._results import WorldRays as WorldRays
+from vela._vela import version as version
+from vela._vela.ovo import Attribute as Attribute
+from vela._vela.ovo import Prim as Prim
+from vela._vela.ovo import Stage as Stage
+from vela._vela.ovo import open as open
+from vela._vela.picture import Picture as Picture
+from vela._path import Path as Path
+from vela._warnings import ConversionWarning as ConversionWarning
+from vela._warnings import VelaWarning as VelaWarning
+
+_render.adopt()
+__version__: str = version()

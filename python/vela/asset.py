@@ -1,0 +1,3 @@
+"""Asset references, resolved through OpenAssetIO."""
+
+from vela._vela.asset import *

@@ -1,0 +1,3 @@
+"""Preview materials and how they answer light."""
+
+from vela._vela.look import *
