@@ -31,6 +31,8 @@ elseif(VELA_SANITIZE)
 endif()
 if(VELA_SANITIZE)
   target_compile_options(vela_options INTERFACE ${_flags})
+  # The standard library's own checks of indices and iterators, beside the sanitizer's of memory.
+  target_compile_definitions(vela_options INTERFACE _GLIBCXX_ASSERTIONS)
   target_link_options(vela_options INTERFACE ${_flags})
   # What the fuzzer and clang's sanitizers need is in executables alone, and libraries lack it.
   if(VELA_SANITIZE STREQUAL "fuzz")

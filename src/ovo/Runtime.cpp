@@ -1,5 +1,7 @@
 #include "ovo/detail/Runtime.h"
 
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cstdint>
@@ -264,7 +266,23 @@ constexpr const char* kTables[] = {"ovo", "ar", "sdf"};
 constexpr const char* kTables[] = {"ovo"};
 #endif
 
+// OpenUSD keeps paths of prims and of properties in regions of 2^24 records of 24 bytes each, which
+// it reserves with the first of them, and does not look whether it got them. A thread with its heap
+// takes 160 MB on top.
+constexpr std::size_t kAddressSpace = 2 * (std::size_t{24} << 24) + (std::size_t{160} << 20);
+
+bool hasAddressSpace() {
+  void* const space =
+      mmap(nullptr, kAddressSpace, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  if (space == MAP_FAILED) return false;
+  munmap(space, kAddressSpace);
+  return true;
+}
+
 std::string start() {
+  if (!hasAddressSpace())
+    return "out of memory: reading scenes takes " + std::to_string(kAddressSpace >> 20) +
+           " MB of address space, and this process may not have as much (ulimit -v)";
   const std::filesystem::path tables = libraryFolder() / "vela" / "usd";
   for (const char* const name : kTables) {
     const std::filesystem::path file = tables / name / "resources" / "plugInfo.json";

@@ -45,7 +45,7 @@ struct Trial {
 
 /// Tries a scene in a process of its own.
 ///
-/// What a trial finds holds for the files as they are then. Costs some 30 milliseconds and the
+/// What a trial finds holds for the files as they are then. Costs some 50 milliseconds and the
 /// time that opening takes.
 ///
 /// \code

@@ -6,6 +6,7 @@ test_limits.py COMMAND
 import os
 import pathlib
 import re
+import resource
 import struct
 import subprocess
 import sys
@@ -135,6 +136,18 @@ class Limits(unittest.TestCase):
         said = self.said(1, "info", scene, "--max-memory", "200")
         self.assertRegex(said, r"^vela info: error: out of memory; ")
 
+    @unittest.skipIf(os.environ.get("VELA_SANITIZE"), "sanitizers take more address space than there is")
+    def test_too_little_address_space_is_an_error(self):
+        scene = self.write("a.usda", tenfold(2))
+        opened = 0
+        for megabytes in range(200, 1400, 50):
+            small = lambda: resource.setrlimit(resource.RLIMIT_AS, (megabytes << 20, megabytes << 20))
+            done = subprocess.run([COMMAND, "info", scene], capture_output=True, text=True, timeout=100, preexec_fn=small)
+            opened += done.returncode == 0
+            if done.returncode != 0:
+                self.assertRegex(done.stderr, r"^vela info: error: (cannot open the scene: .*: )?out of memory[:;] ", megabytes)
+        self.assertGreater(opened, 0)
+
     def test_a_root_keeps_arcs_and_textures_inside(self):
         self.write("out.usda", '(\n    defaultPrim = "P"\n)\ndef Scope "P" {\n    def Cube "Outside" {\n    }\n}\n')
         self.write("out.png", png(2, 2))
@@ -164,6 +177,7 @@ class Limits(unittest.TestCase):
                        "--max-faces", "--max-memory"):
             for value in ("0", "-1", "x", "1e3", "99999999999999999999"):
                 self.assertIn("is no whole number from 1 to", self.said(2, "info", scene, option, value), option)
+        self.assertIn("--root: '' is not a folder", self.said(2, "info", scene, "--root", ""))
         for value in ("-1", "x", "nan", "inf"):
             self.said(2, "info", scene, "--max-time", value)
 

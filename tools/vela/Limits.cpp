@@ -37,6 +37,9 @@ void readLimits(const Arguments& given) {
   constexpr std::size_t kMost = 1'000'000'000;
   Limits& limits = own();
   limits.open.root = given.text("--root");
+  // A script whose variable is empty must not get a scene that may read everything.
+  if (given.has("--root") && limits.open.root.empty())
+    throw failure(Message::badForm, {"--root", "", "a folder", "."});
   readCount(given, "--max-prims", kMost, limits.open.prims);
   readCount(given, "--max-layers", kMost, limits.open.layers);
   readCount(given, "--max-arcs", kMost, limits.open.arcs);
