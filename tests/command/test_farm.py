@@ -257,6 +257,104 @@ class Farm(unittest.TestCase):
                 self.assertEqual(done.returncode, 2, done.stderr)
                 self.assertIn(text, done.stderr)
 
+    ALL = ("--size", "32x18", "--samples", "4", "--layers", "rgba,depth,N,prim,face,material,crypto_object,crypto_asset")
+
+    def bands(self, count, *more):
+        for band in range(1, count + 1):
+            done = run("render", self.scene, "-o", self.at / f"out/b.{band}.exr", "--tile", f"{band}/{count}", *self.ALL, *more)
+            self.assertEqual(done.returncode, 0, done.stderr)
+
+    def join(self, *more, output="out/joined.exr"):
+        return run("render", self.scene, "-o", self.at / output, "--from-tiles", self.at / "out/b.{tile}.exr", *self.ALL, *more)
+
+    def test_bands_join_to_the_bytes_of_the_whole_picture(self):
+        for count in (1, 4, 18):
+            for more in ((), ("--half", "--compression", "zips"), ("--background", "none")):
+                with self.subTest(count=count, more=more):
+                    for old in (self.at / "out").iterdir():
+                        old.unlink()
+                    self.bands(count)
+                    outputs = lambda name: ("-o", self.at / f"{name}/p.exr", "-o", self.at / (name + "/p.{layer}.png"),
+                                            "--png", self.at / f"{name}/p.png")
+                    done = run("render", self.scene, "--from-tiles", self.at / "out/b.{tile}.exr", *outputs("out"), *self.ALL, *more)
+                    self.assertEqual(done.returncode, 0, done.stderr)
+                    done = run("render", self.scene, *outputs("alone"), *self.ALL, *more)
+                    self.assertEqual(done.returncode, 0, done.stderr)
+                    for band in range(1, count + 1):
+                        (self.at / f"out/b.{band}.exr").unlink()
+                    self.assert_same(10)
+
+    def test_bands_that_do_not_fit_together_are_refused_by_name(self):
+        self.bands(3)
+        band = self.at / "out/b.2.exr"
+        one = self.at / "one.exr"
+        band.rename(one)
+
+        def replaced_by(*words):
+            if words:
+                done = run("render", self.scene, "-o", band, *words)
+                self.assertEqual(done.returncode, 0, done.stderr)
+            return self.join()
+
+        all_of = (*self.ALL, "--tile", "2/3")
+        for words, text in (
+                ((), "b.2.exr: it is not there, and the picture ends at row 6 of 18"),
+                ((*self.ALL, "--tile", "2/4"), "its rows do not begin at row 6"),
+                ((*all_of, "--smooth"), "it was made with"),
+                ((*all_of, "--half"), "its colours are rounded"),
+                (("--tile", "2/3", "--size", "32x18", "--samples", "4", "--layers", "rgba,depth"), "it has no channel")):
+            with self.subTest(words=words):
+                done = replaced_by(*words)
+                self.assertEqual(done.returncode, 1, done.stderr)
+                self.assertIn(text, done.stderr.splitlines()[-1])
+                self.assertFalse((self.at / "out/joined.exr").exists())
+        whole = one.read_bytes()
+        for damage in (whole[:len(whole) // 2], b"", b"no picture"):
+            band.write_bytes(damage)
+            done = self.join()
+            self.assertEqual(done.returncode, 1)
+            self.assertIn("vela render: error: cannot join:", done.stderr.splitlines()[-1])
+        # Nor does the joined picture replace a band.
+        band.write_bytes(whole)
+        done = self.join(output="out/b.2.exr")
+        self.assertNotEqual(done.returncode, 0)
+        self.assertEqual(band.read_bytes(), whole)
+        self.assertEqual(self.join().returncode, 0)
+
+    def test_what_is_no_band_is_refused(self):
+        for words, text in ((("--tile", "3/2"), "from 1 to 2"), (("--tile", "1"), "'1' is not K/N"), (("--tile", "0/2"), "from 1 to 2"),
+                            (("--tile", "1/19"), "the picture has 18 rows"), (("--tile", "1/2", "--region", "0,0,1,1"), "--region"),
+                            (("--from-tiles", "a.exr"), "a name with {tile} in it"),
+                            (("--from-tiles", "{tile}.exr", "--tile", "1/2"), "--from-tiles")):
+            with self.subTest(words=words):
+                done = run("render", self.scene, "-o", self.at / "out/a.exr", *SMALL, *words)
+                self.assertEqual(done.returncode, 2, done.stderr)
+                self.assertIn(text, done.stderr.splitlines()[-1])
+                self.assertEqual(list((self.at / "out").iterdir()), [])
+
+    def test_frames_in_bands_are_those_of_one_process(self):
+        line = self.submit("1-3", "--tiles", 3, "--half", "--png", self.at / "out/f.%04d.png",
+                           "--layers", "rgba,depth,crypto_object")
+        checked = engine("check", self.at / "job.json")
+        self.assertEqual(checked.returncode, 0, checked.stdout + checked.stderr)
+        done = engine(*line)
+        self.assertEqual(done.returncode, 0, done.stdout)
+        made = {p.name: p.stat().st_mtime_ns for p in (self.at / "out").iterdir()}
+        self.assertEqual(len(made), 3 * 5)
+        (self.at / "out/f.0002.tile2.exr").unlink()
+        (self.at / "out/f.0002.exr").unlink()
+        self.assertEqual(engine(*line).returncode, 0)
+        again = {p.name: p.stat().st_mtime_ns for p in (self.at / "out").iterdir()}
+        self.assertEqual({n for n in made if made[n] != again[n]}, {"f.0002.tile2.exr", "f.0002.exr", "f.0002.png"})
+        for band in (self.at / "out").glob("*.tile*.exr"):
+            band.unlink()
+        self.alone("1-3", "--half", "--png", self.at / "alone/f.%04d.png", "--layers", "rgba,depth,crypto_object")
+        self.assert_same(6)
+        for words, text in ((("--tiles", "2", "--chunk", "2"), "--chunk"), (("--tiles", "2", "--region", "0,0,1,1"), "--region")):
+            done = run("submit", self.scene, "--frames", "1-3", "-o", self.at / "out/f.####.exr", "--job", self.at / "b.json", *words)
+            self.assertEqual(done.returncode, 2)
+            self.assertIn(text, done.stderr)
+
     def test_frames_become_range_expressions(self):
         for frames, expected in (("1-10", "1-10"), ("1-10x3,12", "1-10:3,12"), ("5,1-3", "1-3,5"), ("1,3", "1,3"),
                                  ("1,2", "1-2"), ("-2-2", "-2-2"), ("7", "7"), ("10-1x3", "1-10:3"),

@@ -268,6 +268,7 @@ def PointInstancer "A" {{
             "noSelection": ["select", "--show", "none.sel"], "damagedSelection": ["select", "--show", "bad.sel"],
             "cannotWrite": ["render", s, "-o", "none/a.exr"], "cannotWriteScene": ["make", "cube", "-o", "none/a.usda"],
             "readerTooSlow": ["info", self.slow_scene(), "--max-time", "0.2"],
+            "noTile": [*render, "--from-tiles", self.at / "none.{tile}.exr"],
             "otherVersion": ["submit", s, "--check", "9.8.7"],
             "noManager": ["resolve", "bal:///x"], "badManager": ["resolve", "bal:///x"], "cannotResolve": ["resolve", "file://elsewhere/x"],
             "outOfMemory": None, "killed": None, "readerCrashed": None, "crashed": None}

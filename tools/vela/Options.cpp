@@ -185,6 +185,29 @@ void readSeries(const Arguments& given, RenderOptions& options) {
 
 }  // namespace
 
+namespace {
+
+void readTile(const Arguments& given, RenderOptions& options) {
+  for (const char* other : {"--region", "--from-tiles"})
+    if (given.has("--tile") && given.has(other))
+      throw failure(Message::notTogether, {"--tile", other, ""});
+  if (given.has("--region") && given.has("--from-tiles"))
+    throw failure(Message::notTogether, {"--region", "--from-tiles", ""});
+  if (given.has("--tile")) {
+    const std::string& text = given.text("--tile");
+    const std::size_t slash = text.find('/');
+    if (slash == std::string::npos) throw failure(Message::badForm, {"--tile", text, "K/N", "1/4"});
+    options.tiles = readInteger(given, "--tile", text.substr(slash + 1), 1, 16384);
+    options.tile = readInteger(given, "--tile", text.substr(0, slash), 1, options.tiles);
+  }
+  options.fromTiles = given.text("--from-tiles");
+  if (given.has("--from-tiles") && options.fromTiles.find(kTilePlace) == std::string::npos)
+    throw failure(Message::badForm,
+                  {"--from-tiles", options.fromTiles, "a name with {tile} in it", "a.{tile}.exr"});
+}
+
+}  // namespace
+
 bool readArguments(int count, char** arguments, RenderOptions& options) {
   Arguments given(*findVerb("render"));
   if (!given.read(count, arguments)) return false;
@@ -196,6 +219,7 @@ bool readArguments(int count, char** arguments, RenderOptions& options) {
   readOutputs(given, options);
   readSeries(given, options);
   if (given.has("--region")) options.region = readRect(given, "--region");
+  readTile(given, options);
   options.selection = given.text("--selection");
   options.statistics = given.has("--stats");
   readInteger(given, "--samples", 1, 4096, options.samples);
@@ -248,6 +272,7 @@ bool readArguments(int count, char** arguments, SubmitOptions& options) {
                   {"--job", options.job, "a name that ends in .json", "job.json"});
   if (given.has("--command")) options.command = given.text("--command");
   readInteger(given, "--chunk", 1, 1'000'000, options.chunk);
+  readInteger(given, "--tiles", 1, 16384, options.tiles);
   readInteger(given, "--timeout", 1, 1'000'000'000, options.taskSeconds);
 
   // The rest is checked as vela render checks it, and handed on as it was given.
@@ -266,6 +291,10 @@ bool readArguments(int count, char** arguments, SubmitOptions& options) {
   std::vector<char*> pointers;
   for (std::string& word : words) pointers.push_back(word.data());
   readArguments(static_cast<int>(pointers.size()), pointers.data(), options.render);
+  if (options.tiles > 1 && options.chunk > 1)
+    throw failure(Message::notTogether, {"--tiles", "--chunk", ": a task is a part of a frame"});
+  if (options.tiles > 1 && options.render.region)
+    throw failure(Message::notTogether, {"--tiles", "--region", ""});
   for (const PictureOutput& output : options.render.outputs)
     if (output.file == "-")
       throw failure(Message::badOption, {"-o", "a worker has no standard output to write to"});

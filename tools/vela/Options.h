@@ -76,6 +76,8 @@ struct RenderOptions {
   std::vector<PictureOutput> outputs;
   PictureFileOptions files;
   std::optional<vela::scene::PixelRect> region;  ///< as given; empty: the whole picture
+  int tile = 0, tiles = 0;                       ///< band 1 to tiles of its rows; 0: no band
+  std::string fromTiles;                         ///< names of bands with {tile}, to be read
   std::vector<double> frames;                    ///< empty: one picture
   int turntable = 0;                             ///< steps; 0: none
   bool allCameras = false;
@@ -108,6 +110,7 @@ struct SubmitOptions {
   std::string job;                 ///< the template to write
   std::string command = "vela";    ///< what workers call
   int chunk = 1;                   ///< frames a task
+  int tiles = 1;                   ///< tasks a frame
   int taskSeconds = 0;             ///< after which a task is ended; 0: never
   std::string version;             ///< what this worker must be; empty: a job is written
   std::vector<std::string> folders;  ///< which this worker must be able to write to

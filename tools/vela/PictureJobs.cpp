@@ -21,6 +21,7 @@ constexpr const char* kCameraMark = "{camera}";
 void forEachName(RenderOptions& options, const std::function<void(std::string&)>& visit) {
   for (PictureOutput& output : options.outputs) visit(output.file);
   if (!options.files.manifest.empty()) visit(options.files.manifest);
+  if (!options.fromTiles.empty()) visit(options.fromTiles);
 }
 
 std::string nameFor(std::string name, const std::string& camera) {

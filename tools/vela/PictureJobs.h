@@ -10,6 +10,9 @@
 
 namespace command {
 
+/// What stands for a band's number in the names of --from-tiles.
+inline constexpr const char* kTilePlace = "{tile}";
+
 /// One picture.
 struct PictureJob {
   RenderOptions options;  ///< with its own time, camera, turn and file names

@@ -129,6 +129,39 @@ void recordLayers(const std::vector<std::string>& layers, Picture& picture) {
       std::get<std::string>(attribute.value) += " " + joinWords({"--layers", commaList(layers)});
 }
 
+std::string whyNoPart(const RenderOptions& options, const vela::picture::PictureRenderer& renderer,
+                      const std::string& file) {
+  std::string why;
+  const auto text = vela::picture::readExrText(file, kOptions, &why);
+  if (!text) return why;
+  const auto software = vela::picture::readExrText(file, "software");
+  const std::string self = std::string("vela ") + vela::version();
+  if (software.value_or("") != self)
+    return "it was made by " + software.value_or("another program") + ", and this is " + self;
+  const auto essence = [](const std::vector<std::string>& words) {
+    std::vector<std::string> kept;
+    for (std::size_t i = 0; i < words.size(); ++i) {
+      if (words[i] == "--half") continue;
+      if (words[i] == "--region" || words[i] == "--compression" || words[i] == "--layers")
+        ++i;
+      else
+        kept.push_back(words[i]);
+    }
+    return joinWords(kept);
+  };
+  const std::vector<std::string> words = splitWords(*text);
+  const auto compression = std::find(words.begin(), words.end(), "--compression");
+  const bool isLossy =
+      compression != words.end() && compression + 1 != words.end() &&
+      vela::picture::findCompression(compression[1]) >= vela::picture::Compression::pxr24;
+  if (isLossy || std::find(words.begin(), words.end(), "--half") != words.end())
+    return "its colours are rounded";
+  const std::string mine =
+      essence(wordsOf(options, renderer, {0, 0, renderer.width(), renderer.height()}));
+  const std::string its = essence(words);
+  return its == mine ? "" : "it was made with " + its + ", and this is " + mine;
+}
+
 PictureRecord readRecord(const std::string& picture) {
   noteInput(picture);
   std::string why;

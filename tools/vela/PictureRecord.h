@@ -31,6 +31,12 @@ void recordPicture(const RenderOptions& options, const vela::picture::PictureRen
 /// Adds the layers of one file to what recordPicture() wrote.
 void recordLayers(const std::vector<std::string>& layers, vela::picture::Picture& picture);
 
+/// Why a file is no part of the picture that these options make, by what its header says; empty
+/// when it is. What it holds and how it was written does not count.
+[[nodiscard]] std::string whyNoPart(const RenderOptions& options,
+                                    const vela::picture::PictureRenderer& renderer,
+                                    const std::string& file);
+
 /// What a header says.
 struct PictureRecord {
   std::string file;       ///< the picture's

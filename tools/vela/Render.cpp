@@ -57,6 +57,17 @@ vela::picture::RenderOptions pictureOptions(const RenderOptions& options) {
 // What is rendered of the picture.
 Tile regionOf(const RenderOptions& options, const PictureRenderer& renderer) {
   const int width = renderer.width(), height = renderer.height();
+  if (options.tiles > 0) {
+    if (options.tiles > height)
+      throw failure(Message::badOption, {"--tile", "the picture has " + std::to_string(height) +
+                                                       " rows, and there are " +
+                                                       std::to_string(options.tiles) + " bands"});
+    // Whole numbers of rows, as equal as they can be.
+    const auto rowOf = [&](int band) {
+      return static_cast<int>(static_cast<std::int64_t>(height) * band / options.tiles);
+    };
+    return {0, rowOf(options.tile - 1), width, rowOf(options.tile)};
+  }
   if (!options.region) return {0, 0, width, height};
   const vela::scene::PixelRect& asked = *options.region;
   const Tile region{std::max(asked.x0, 0), std::max(asked.y0, 0), std::min(asked.x1 + 1, width),
@@ -73,6 +84,44 @@ Picture renderPart(const PictureRenderer& renderer, const Tile& region, int thre
   std::optional<Picture> picture = renderer.renderRegion(region, threads, line.work());
   if (!picture) throw Interrupted{};
   return *std::move(picture);
+}
+
+std::string tileName(const std::string& names, int tile) {
+  std::string name = names;
+  const std::string place = kTilePlace;
+  for (std::size_t at = 0; (at = name.find(place, at)) != std::string::npos;)
+    name.replace(at, place.size(), std::to_string(tile));
+  return name;
+}
+
+// The picture out of its bands, which are there from the first row to the last, each row once.
+Picture joinTiles(const RenderOptions& options, const PictureRenderer& renderer) {
+  Picture picture = renderer.makePicture();
+  int next = 0;
+  for (int tile = 1; next < renderer.height(); ++tile) {
+    const std::string file = tileName(options.fromTiles, tile);
+    const auto fail = [&](const std::string& why, const char* attempt) {
+      throw failure(Message::noTile, {file, why, attempt});
+    };
+    std::error_code none;
+    if (!std::filesystem::is_regular_file(file, none))
+      fail("it is not there, and the picture ends at row " + std::to_string(next) + " of " +
+               std::to_string(renderer.height()),
+           "render the band with --tile K/N");
+    noteInput(file);
+    throwIfInterrupted();
+    const std::string strange = whyNoPart(options, renderer, file);
+    if (!strange.empty()) fail(strange, "render it anew with the same options");
+    Tile part;
+    std::string why;
+    if (!vela::picture::readExr(file, picture, part, &why)) fail(why, "render the band anew");
+    if (part.x0 != 0 || part.x1 != renderer.width() || part.y0 != next)
+      fail("its rows do not begin at row " + std::to_string(next),
+           "take the bands of one number N of them");
+    next = part.y1;
+  }
+  renderer.addManifests(picture);
+  return picture;
 }
 
 // What is tinted: of a file, else as the picture was that this one is to be like.
@@ -186,9 +235,12 @@ void renderJob(const RenderOptions& options, const std::string& label,
   });
   const Tile region = regionOf(options, *renderer);
   Picture picture;
-  steps.render = timed([&] { picture = renderPart(*renderer, region, options.threads); });
+  steps.render = timed([&] {
+    picture = options.fromTiles.empty() ? renderPart(*renderer, region, options.threads)
+                                        : joinTiles(options, *renderer);
+  });
   if (!renderer->extent().box.isEmpty() && seesNothing(picture))
-    say(Notice::warning, options.region ? "nothing shows in the region"
+    say(Notice::warning, options.region || options.tiles > 0 ? "nothing shows in the region"
                          : renderer->view().camera.isEmpty()
                              ? "the view sees nothing"
                              : "the camera sees nothing: " + renderer->view().camera.asString());

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,7 @@
 #include "Messages.h"
 #include "Options.h"
 #include "OutputFile.h"
+#include "OutputPictures.h"
 #include "Scene.h"
 #include "SceneFiles.h"
 #include "vela/Version.h"
@@ -131,16 +133,24 @@ class Job {
                   {"range", valueOf("Frames")}};
     if (isChunked)
       frame["chunks"] = {{"defaultTaskCount", valueOf("Chunk")}, {"rangeConstraint", "CONTIGUOUS"}};
-    const Json step = {{"name", "Render"},
-                       {"parameterSpace", {{"taskParameterDefinitions", Json::array({frame})}}},
-                       {"script", {{"actions", {{"onRun", action(Json(command_))}}}}}};
-    job["steps"] = Json::array({step});
+    if (options_.tiles <= 1) {
+      job["steps"] = Json::array({step("Render", Json::array({frame}), command_)});
+      return job;
+    }
+    const Json tile = {
+        {"name", "Tile"}, {"type", "INT"}, {"range", "1-" + std::to_string(options_.tiles)}};
+    std::vector<std::string> join = command_;
+    join.insert(join.end(), {"--from-tiles", tileName("{tile}")});
+    Json joined = step("Join", Json::array({frame}), join);
+    joined["dependencies"] = Json::array({{{"dependsOn", "Render"}}});
+    job["steps"] = Json::array({step("Render", Json::array({frame, tile}), tileCommand()), joined});
     return job;
   }
 
   // What runs the job here. Paths have no defaults: a template names none of one machine.
   [[nodiscard]] std::string line(const std::string& job) const {
-    std::string text = "openjd run " + quoted(job) + " --step Render";
+    std::string text = "openjd run " + quoted(job) +
+                       (options_.tiles > 1 ? " --step Join --run-dependencies" : " --step Render");
     if (options_.chunk > 1) text += " --extensions TASK_CHUNKING";
     for (const auto& [name, path] : paths_) text += " -p " + quoted(name + "=" + path);
     return text;
@@ -155,6 +165,41 @@ class Job {
     Json action = {{"command", valueOf("Vela")}, {"args", arguments}};
     if (options_.taskSeconds > 0) action["timeout"] = options_.taskSeconds;
     return action;
+  }
+
+  [[nodiscard]] Json step(const char* name, const Json& parameters,
+                          const std::vector<std::string>& command) const {
+    return {{"name", name},
+            {"parameterSpace", {{"taskParameterDefinitions", parameters}}},
+            {"script", {{"actions", {{"onRun", action(Json(command))}}}}}};
+  }
+
+  // The file of a band, beside the first output.
+  [[nodiscard]] std::string tileName(const std::string& number) const {
+    return valueOf(folderName(0)) + "/" + fs::path(firstName_).stem().string() + ".tile" + number +
+           ".exr";
+  }
+
+  // A band is an EXR of every layer that an output shows, exact. What says how outputs are written
+  // is left to the task that joins.
+  [[nodiscard]] std::vector<std::string> tileCommand() const {
+    static const std::set<std::string> ofOutputs = {
+        "--output",   "--png",        "--format",   "--layers", "--compression", "--half",
+        "--manifest", "--background", "--exposure", "--view",   "--display"};
+    std::vector<std::string> command = {command_[0], command_[1]};
+    for (std::size_t i = 2; i < command_.size(); ++i) {
+      if (ofOutputs.count(command_[i]) == 0)
+        command.push_back(command_[i]);
+      else if (command_[i] != "--half")
+        ++i;
+    }
+    std::string layers;
+    for (const std::string& layer : layersToRender(options_.render))
+      layers += (layers.empty() ? "" : ",") + layer;
+    command.insert(command.end(),
+                   {"--output", tileName("{{Task.Param.Tile}}"), "--layers", layers, "--tile",
+                    "{{Task.Param.Tile}}/" + std::to_string(options_.tiles)});
+    return command;
   }
 
   void addPath(const std::string& name, const std::string& path, const char* kind, const char* flow,
@@ -186,6 +231,7 @@ class Job {
       folders_.push_back(folder);
       found = folders_.end() - 1;
     }
+    if (firstName_.empty()) firstName_ = whole.filename().string();
     command_.push_back(given.name);
     command_.push_back(valueOf(folderName(static_cast<std::size_t>(found - folders_.begin()))) +
                        "/" + literal(given.name.c_str(), whole.filename().string()));
@@ -195,7 +241,9 @@ class Job {
     if (given.name == "--output" || given.name == "--png" || given.name == "--manifest")
       return addOutput(given);
     if (given.name == "--size") return addText("Size", given, "WxH, or W alone");
-    if (given.name == "--layers") return addText("Layers", given, "The layers, apart by commas");
+    // Bands have the layers of all outputs, which then cannot be others.
+    if (given.name == "--layers" && options_.tiles <= 1)
+      return addText("Layers", given, "The layers, apart by commas");
     command_.push_back(given.name);
     if (given.name == "--selection") {
       addPath("Selection", options_.render.selection, "FILE", "IN", "What is tinted");
@@ -213,6 +261,7 @@ class Job {
   std::vector<std::string> command_;
   std::vector<std::pair<std::string, std::string>> paths_;  // what the PATH parameters are here
   std::vector<std::string> folders_;
+  std::string firstName_;  // of the outputs, without its folder
 };
 
 void write(OutputFile& file, const Json& json) {

@@ -211,7 +211,13 @@ VerbRow renderRow() {
        {{"--region", "X0,Y0,X1,Y1",
          "these pixels of it alone, both corners included, 0,0 at top left; what lies outside the "
          "picture is cut off. An EXR's data window says where they lie, its display window is the "
-         "whole picture. Images of depth and P have their range from these pixels"}}},
+         "whole picture. Images of depth and P have their range from these pixels"},
+        {"--tile", "K/N",
+         "the Kth of N bands of rows, from the top: a region, for as many machines"},
+        {"--from-tiles", "NAMES",
+         "traces nothing and takes the pixels from such bands: EXRs of the same picture, with "
+         "{tile} in their names for 1, 2 ...",
+         Offer::pictures}}},
       {"Several pictures",
        {{"--frames", "LIST",
          "these time codes: 1-10x2,24. Names have #### or %04d where the frame stands"},
@@ -291,6 +297,8 @@ VerbRow submitRow() {
          Offer::files},
         {"--chunk", "N",
          "frames a task: 1. More need a farm that knows the extension TASK_CHUNKING"},
+        {"--tiles", "N",
+         "each frame in N bands of rows, a task each, and a task that joins them: 1"},
         {"--timeout", "SECONDS", "a task that takes longer is ended; else none is"},
         {"--command", "VELA", "what workers call: vela"}}},
       {"On a worker",
@@ -319,6 +327,8 @@ VerbRow submitRow() {
       "frames, size, layers and the command are parameters with defaults.",
       "Each task renders its frames by vela render. Pictures that are there already are left "
       "alone: a job that was stopped is run again, and renders what is missing.",
+      "With --tiles bands of each frame are rendered as EXRs of all that its outputs show, beside "
+      "its first output, and stay there. Joined they are the frame to the byte.",
       "A session begins by checking the worker: another version of vela, a scene that it cannot "
       "read or a folder that it cannot write to ends it before anything is rendered."};
   row.examples = {

@@ -391,6 +391,47 @@ bool isWholeExr(const std::string& file, std::string* error) {
   }
 }
 
+bool readExr(const std::string& file, Picture& picture, Tile& part, std::string* error) {
+  const std::string wrong = whatIsWrong(picture, {});
+  if (!wrong.empty()) return fail(error, wrong);
+  try {
+    Imf::MultiPartInputFile input(file.c_str(), 0);
+    if (input.parts() != 1 || !input.partComplete(0)) return fail(error, "rows of it are missing");
+    Imf::InputPart pixels(input, 0);
+    const Imf::Header& header = pixels.header();
+    const Imath::Box2i display = header.displayWindow(), window = header.dataWindow();
+    const Imath::Box2i whole(Imath::V2i(0, 0), Imath::V2i(picture.width - 1, picture.height - 1));
+    if (display != whole || !whole.intersects(window.min) || !whole.intersects(window.max))
+      return fail(error, "it is of a picture of " +
+                             std::to_string(std::int64_t{display.max.x} + 1) + " x " +
+                             std::to_string(std::int64_t{display.max.y} + 1) + " pixels");
+    Imf::FrameBuffer buffer;
+    for (Layer& layer : picture.layers) {
+      const bool isFloat = layer.type == ValueType::float32;
+      char* const first = isFloat ? reinterpret_cast<char*>(layer.floats.data())
+                                  : reinterpret_cast<char*>(layer.integers.data());
+      const std::size_t step = sizeof(float) * layer.channels.size();
+      for (std::size_t i = 0; i < layer.channels.size(); ++i) {
+        const Imf::Channel* channel = header.channels().findChannel(layer.channels[i]);
+        if (!channel || channel->xSampling != 1 || channel->ySampling != 1)
+          return fail(error, "it has no channel " + layer.channels[i]);
+        buffer.insert(
+            layer.channels[i],
+            Imf::Slice::Make(isFloat ? Imf::FLOAT : Imf::UINT, first + i * sizeof(float), whole,
+                             step, step * static_cast<std::size_t>(picture.width)));
+      }
+    }
+    pixels.setFrameBuffer(buffer);
+    pixels.readPixels(window.min.y, window.max.y);
+    part = {window.min.x, window.min.y, window.max.x + 1, window.max.y + 1};
+    return true;
+  } catch (const std::bad_alloc&) {
+    throw;
+  } catch (const std::exception& exception) {
+    return fail(error, exception.what());
+  }
+}
+
 std::string manifestText(const std::vector<std::string>& manifest) {
   std::vector<std::pair<std::string, std::uint32_t>> names;
   names.reserve(manifest.size());

@@ -10,6 +10,7 @@
 
 #include "vela/picture/Api.h"
 #include "vela/picture/Picture.h"
+#include "vela/picture/Tiles.h"
 
 namespace vela::picture {
 
@@ -92,6 +93,28 @@ struct ExrOptions {
 /// \param error why it is not, in one line without the file's name; else untouched
 [[nodiscard]] VELA_PICTURE_API bool isWholeExr(const std::string& file,
                                                std::string* error = nullptr);
+
+/// Reads the pixels of a file into a picture of the whole, where the file's data window lies in it.
+/// Layers of the picture that the file has are filled; half floats become floats, whole numbers are
+/// exact however the file has them. Attributes and manifests are not read.
+///
+/// \param picture one that could be written, with the layers, width and height of the whole: the
+///                file's display window must be as large, and all channels must be in the file
+/// \param part    set to what was filled
+/// \param error   why it failed, in one line without the file's name; else untouched
+/// \return false when it failed; some of the pixels may then be filled
+///
+/// \code
+///   vela::picture::Picture picture;
+///   picture.width = 1;
+///   picture.height = 2;
+///   picture.layers.push_back({"depth", {"Z"}, {}, {0.0f, 0.0f}, {}});
+///   vela::picture::Tile part;
+///   std::string why;
+///   assert(!vela::picture::readExr("missing.exr", picture, part, &why) && !why.empty());
+/// \endcode
+[[nodiscard]] VELA_PICTURE_API bool readExr(const std::string& file, Picture& picture, Tile& part,
+                                            std::string* error = nullptr);
 
 /// Writes a picture as ExrOptions has it unless told otherwise.
 ///

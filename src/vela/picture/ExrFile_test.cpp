@@ -15,8 +15,10 @@
 #include <ImfVecAttribute.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -370,6 +372,94 @@ TEST_F(ExrFile, WhatCannotBeWrittenSaysWhy) {
   EXPECT_NE(error.find("channels"), std::string::npos) << error;
   EXPECT_FALSE(writeExr(good, testing::TempDir() + "/no-such-folder/a.exr", 1, &error));
   EXPECT_EQ(error, "No such file or directory");
+}
+
+// The picture with all of its values gone.
+Picture emptied(Picture picture) {
+  for (Layer& layer : picture.layers) {
+    std::fill(layer.floats.begin(), layer.floats.end(), -1.0f);
+    std::fill(layer.integers.begin(), layer.integers.end(), 99u);
+  }
+  return picture;
+}
+
+TEST_F(ExrFile, WhatIsReadIsWhatWasWrittenWhereItLies) {
+  const Picture part = everything(5, 3);
+  ExrOptions options;
+  options.x = 2;
+  options.y = 4;
+  options.displayWidth = 8;
+  options.displayHeight = 9;
+  ASSERT_TRUE(writeExr(part, file_, options));
+  Picture whole = emptied(everything(8, 9));
+  Tile tile;
+  std::string error;
+  ASSERT_TRUE(readExr(file_, whole, tile, &error)) << error;
+  EXPECT_EQ(tile.x0, 2);
+  EXPECT_EQ(tile.y0, 4);
+  EXPECT_EQ(tile.x1, 7);
+  EXPECT_EQ(tile.y1, 7);
+  const auto expect = [&](const auto& from, const auto& to, std::size_t channels, auto untouched) {
+    for (std::size_t y = 0; y < 9; ++y)
+      for (std::size_t x = 0; x < 8; ++x)
+        for (std::size_t c = 0; c < channels; ++c) {
+          const bool isInside = x >= 2 && x < 7 && y >= 4 && y < 7;
+          const auto expected = isInside ? from[((y - 4) * 5 + x - 2) * channels + c] : untouched;
+          const auto found = to[(y * 8 + x) * channels + c];
+          EXPECT_EQ(std::memcmp(&expected, &found, sizeof found), 0) << x << " " << y << " " << c;
+        }
+  };
+  for (std::size_t l = 0; l < whole.layers.size(); ++l) {
+    const Layer &from = part.layers[l], &to = whole.layers[l];
+    if (to.type == ValueType::float32)
+      expect(from.floats, to.floats, to.channels.size(), -1.0f);
+    else
+      expect(from.integers, to.integers, to.channels.size(), 99u);
+  }
+}
+
+TEST_F(ExrFile, WholeNumbersAreReadExactlyHoweverTheyStandInTheFile) {
+  for (const std::uint32_t most : {3u, 1u << 24, (1u << 24) + 1, 4294967295u}) {
+    Picture picture = everything(2, 1);
+    for (Layer& layer : picture.layers)
+      for (std::uint32_t& value : layer.integers) value = most;
+    ASSERT_TRUE(writeExr(picture, file_));
+    Picture read = emptied(picture);
+    Tile tile;
+    ASSERT_TRUE(readExr(file_, read, tile));
+    for (std::size_t l = 0; l < picture.layers.size(); ++l)
+      EXPECT_EQ(read.layers[l].integers, picture.layers[l].integers) << most;
+  }
+}
+
+TEST_F(ExrFile, WhatCannotBeReadSaysWhy) {
+  const Picture picture = everything(4, 4);
+  ASSERT_TRUE(writeExr(picture, file_));
+  const auto expect = [&](Picture into, const std::string& why) {
+    Tile tile;
+    std::string error;
+    EXPECT_FALSE(readExr(file_, into, tile, &error));
+    EXPECT_EQ(error, why);
+  };
+  expect(everything(4, 5), "it is of a picture of 4 x 4 pixels");
+  expect(everything(3, 4), "it is of a picture of 4 x 4 pixels");
+  Picture other = picture;
+  other.layers[0].channels[0] = "heat";
+  expect(other, "it has no channel heat");
+  other = picture;
+  other.layers[1].floats.pop_back();
+  expect(other, "the layer depth has 15 values, not 16");
+  expect(Picture(), "the picture has no pixels");
+
+  const auto whole = std::filesystem::file_size(file_);
+  for (const std::uintmax_t size : {whole - 1, whole / 2, std::uintmax_t{3}}) {
+    std::filesystem::resize_file(file_, size);
+    Picture into = picture;
+    Tile tile;
+    std::string error;
+    EXPECT_FALSE(readExr(file_, into, tile, &error)) << size;
+    EXPECT_FALSE(error.empty());
+  }
 }
 
 TEST_F(ExrFile, AFullDiskIsNoticedToTheLastByte) {
