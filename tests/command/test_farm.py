@@ -191,7 +191,7 @@ class Farm(unittest.TestCase):
         return ["-p", f"Vela={program}"]
 
     def test_a_task_that_hangs_is_ended_and_named(self):
-        line = self.submit("1-3", "--timeout", 3)
+        line = self.submit("1-3", "--timeout", 10)
         done = engine(*line, *self.wrapped('case "$*" in *"--frames 2 "*) exec sleep 1000 ;; esac'))
         self.assertNotEqual(done.returncode, 0)
         self.assertIn("Frame", done.stdout)
