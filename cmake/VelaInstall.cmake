@@ -6,8 +6,12 @@ include(CMakePackageConfigHelpers)
 # An export set for each library: whoever finds one needs nothing of the other. INCLUDES tells the
 # folder of the headers to CMake before 3.23 as well, which passes over file sets.
 function(vela_install_library target export component)
+  set(namelink NAMELINK_COMPONENT devel)
+  if(VELA_PYTHON_WHEEL)
+    set(namelink NAMELINK_SKIP)
+  endif()
   install(TARGETS ${target} EXPORT ${export}
-    LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT ${component} NAMELINK_COMPONENT devel
+    LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT ${component} ${namelink}
     FILE_SET HEADERS DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" COMPONENT devel
     INCLUDES DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
   install(EXPORT ${export} NAMESPACE Vela:: COMPONENT devel

@@ -24,7 +24,11 @@ function(vela_library)
     set(soversion 0.${PROJECT_VERSION_MINOR})
   endif()
   set_target_properties(${L_NAME} PROPERTIES EXPORT_NAME ${L_EXPORT_NAME}
-    VERSION ${PROJECT_VERSION} SOVERSION ${soversion} LINKER_LANGUAGE CXX)
+    SOVERSION ${soversion} LINKER_LANGUAGE CXX)
+  if(NOT VELA_PYTHON_WHEEL)
+    # A wheel has no links: there the library lies under its soname alone.
+    set_property(TARGET ${L_NAME} PROPERTY VERSION ${PROJECT_VERSION})
+  endif()
   target_compile_features(${L_NAME} PUBLIC cxx_std_17)
   target_link_libraries(${L_NAME} PRIVATE $<BUILD_INTERFACE:${L_NAME}_objects>)
   set(exports "${PROJECT_SOURCE_DIR}/cmake/exports.map")

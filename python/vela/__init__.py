@@ -8,6 +8,8 @@ Names are those of the C++ library in snake case; `vela.ovo`, `vela.tarn`, `vela
 dtype('float32')
 """
 
+import pathlib as _pathlib
+
 from vela._vela import *
 from vela import asset as asset
 from vela import log as log
@@ -35,4 +37,22 @@ from vela._warnings import ConversionWarning as ConversionWarning
 from vela._warnings import VelaWarning as VelaWarning
 
 _render.adopt()
+
+
+def cmake_dir() -> str:
+    """The folder that `find_package(Vela)` of CMake finds the library by, in a wheel: `-DVela_DIR=$(python -c "import vela;
+    print(vela.cmake_dir())")`. FileNotFoundError for a module that was built without.
+
+    >>> try:
+    ...     __import__("pathlib").Path(vela.cmake_dir()).joinpath("VelaConfig.cmake").exists()
+    ... except FileNotFoundError:
+    ...     True
+    True
+    """
+    folder = _pathlib.Path(__file__).parent / "sdk/lib/cmake/Vela"
+    if not folder.is_dir():
+        raise FileNotFoundError(2, "the module was built without the files for CMake", str(folder))
+    return str(folder)
+
+
 __version__: str = version()

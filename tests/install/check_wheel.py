@@ -1,0 +1,108 @@
+#!/usr/bin/env python3
+"""The wheel of scripts/build-wheel, installed into a fresh environment: it imports and renders, with the command and for C++ as well,
+touches no OpenUSD of others, and lives in one process with one.
+
+Usage: check_wheel.py FOLDER_OF_THE_WHEEL PROJECT_ROOT
+"""
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+import zipfile
+
+LIMIT = 25 * 2**20
+
+USE = """
+import vela, numpy
+picture = vela.render({scene!r}, size=(64, 36), layers=["rgba", "depth"], samples=1)
+assert picture["depth"].shape == (36, 64) and numpy.isfinite(picture["rgba"]).all()
+picture.save("a.exr"); picture.save("a.png"); picture.save("a.jpg")
+assert vela.ovo.try_scene({scene!r}).outcome.name == "OPENS"
+print(vela.version())
+"""
+BESIDE = """
+import {first}
+import {second}
+import vela
+from pxr import Usd
+theirs = Usd.Stage.Open({scene!r})
+ours = vela.open({scene!r})
+assert len(list(theirs.TraverseAll())) >= len(ours.meshes()) > 0
+vela.render(ours, size=(16, 16), samples=1)
+assert theirs.GetDefaultPrim().GetPath() == ours.default_prim.path
+"""
+CONSUMER = """
+#include <vela/vela.h>
+#include <vela/picture/picture.h>
+int main(int, char** arguments) {
+  const auto stage = ovo::Stage::open(arguments[1]);
+  vela::picture::RenderOptions options;
+  options.view.width = options.view.height = 16;
+  return stage && vela::picture::renderPicture(stage, options) ? 0 : 1;
+}
+"""
+LISTS = """
+cmake_minimum_required(VERSION 3.16)
+project(consumer CXX)
+find_package(Vela REQUIRED COMPONENTS Picture)
+add_executable(consumer main.cpp)
+target_link_libraries(consumer PRIVATE Vela::vela Vela::picture)
+"""
+
+
+def run(*command, **options):
+    done = subprocess.run([str(part) for part in command], capture_output=True, text=True, timeout=900, **options)
+    assert done.returncode == 0, f"{command}: exit code {done.returncode}\n{done.stdout}{done.stderr}"
+    return done.stdout
+
+
+def main():
+    folder, root = pathlib.Path(sys.argv[1]).resolve(), pathlib.Path(sys.argv[2]).resolve()
+    wheel, = folder.glob("vela-*.whl")
+    scene = str(root / "examples/demo/demo.usda")
+    assert re.search(r"-manylinux_\d+_\d+_x86_64\.whl$", wheel.name), wheel.name
+    assert wheel.stat().st_size < LIMIT, f"{wheel.stat().st_size} bytes"
+    names = zipfile.ZipFile(wheel).namelist()
+    assert not [name for name in names if name.startswith("pxr")], "the wheel has a package of others"
+    for part in ("vela/py.typed", "vela/_vela/__init__.pyi", "vela/sdk/bin/vela", "vela/sdk/include/vela/vela.h",
+                 "vela/sdk/lib/cmake/Vela/VelaConfig.cmake"):
+        assert part in names, f"{part} is missing"
+    licences = [name for name in names if name.startswith("vela/sdk/share/doc/vela/third-party/")]
+    carried = {re.match(r"vela\.libs/lib([a-zA-Z]+)", name)[1].lower() for name in names if name.startswith("vela.libs/lib")}
+    # OpenEXR's and yaml's own parts have its licence, the others one by their names.
+    missing = [name for name in carried - {"iex", "ilmthread", "yaml"} if not any(name in licence.lower() for licence in licences)]
+    assert carried and len(licences) > 15 and not missing, missing
+    with tempfile.TemporaryDirectory() as scratch:
+        scratch = pathlib.Path(scratch)
+        run(sys.executable, "-m", "venv", scratch / "env")
+        python = scratch / "env/bin/python"
+        run(python, "-m", "pip", "--disable-pip-version-check", "-q", "install", wheel)
+        version = run(python, "-c", USE.format(scene=scene), cwd=scratch).strip()
+        assert wheel.name.startswith(f"vela-{version}-")
+        assert (scratch / "a.exr").stat().st_size > 0
+        # The command.
+        assert run(scratch / "env/bin/vela", "--version", cwd=scratch).split()[-1] == version
+        run(scratch / "env/bin/vela", "render", scene, "-o", "b.exr", "--size", "16x16", cwd=scratch)
+        # C++ from the wheel alone.
+        (scratch / "main.cpp").write_text(CONSUMER)
+        (scratch / "CMakeLists.txt").write_text(LISTS)
+        vela_dir = run(python, "-c", "import vela; print(vela.cmake_dir())").strip()
+        run("cmake", "-S", scratch, "-B", scratch / "build", f"-DVela_DIR={vela_dir}")
+        run("cmake", "--build", scratch / "build")
+        run(scratch / "build/consumer", scene)
+        # In one process with another OpenUSD, whichever comes first.
+        pin = next(line.split()[0] for line in (root / "scripts/requirements-consumers.txt").read_text().splitlines()
+                   if line.startswith("usd-core==26"))
+        run(python, "-m", "pip", "--disable-pip-version-check", "-q", "install", pin)
+        for first, second in (("vela", "pxr.Usd"), ("pxr.Usd", "vela")):
+            run(python, "-c", BESIDE.format(first=first, second=second, scene=scene), cwd=scratch)
+        # It goes without a trace.
+        run(python, "-m", "pip", "-q", "uninstall", "-y", "vela")
+        left = list((scratch / "env").rglob("*vela*"))
+        assert not left, left
+    print(f"{wheel.name}: {wheel.stat().st_size / 2**20:.1f} MB, installed, used by Python, by the command and by C++, beside another OpenUSD")
+
+
+if __name__ == "__main__":
+    sys.exit(main())
