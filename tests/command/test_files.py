@@ -3,6 +3,7 @@
 test_files.py COMMAND
 """
 
+import fcntl
 import json
 import os
 import pathlib
@@ -228,6 +229,62 @@ class NeverDestroys(Case):
         self.refused(2, "it is named like a scene", "info", self.scene, "--log-file", "other.usda", "--log-level", "verbose")
         self.refused(2, "reads or writes", "render", self.scene, "-o", "a.exr", "--log-file", "./a.exr", *SMALL)
         self.refused(2, "reads or writes", "render", self.scene, "--selection=s.sel", "-o", "a.exr", "--log-file", "s.sel", *SMALL)
+
+    def test_scenes_are_made_as_pictures_are(self):
+        self.good("make", "cube", "-o", "made.usda")
+        text = (self.at / "made.usda").read_bytes()
+        self.assertEqual(text[:9], b"#usda 1.0")
+        for name in ("-", "/dev/stdout"):
+            self.assertEqual(self.good("make", "cube", "-o", name).stdout, text)
+        self.good("make", "cube", "-o", "made.usdc")
+        os.mkfifo(self.at / "pipe.usdc")
+        got = []
+        reader = threading.Thread(target=lambda: got.append((self.at / "pipe.usdc").read_bytes()))
+        reader.start()
+        self.good("make", "cube", "-o", "pipe.usdc")
+        reader.join(60)
+        self.assertEqual(got, [(self.at / "made.usdc").read_bytes()])
+        # Links stay, those that lead nowhere too; loops are refused.
+        (self.at / "sub").mkdir()
+        for name in ("there.usda", "gone.usda"):
+            os.symlink("sub/" + name, self.at / name)
+        (self.at / "sub/there.usda").write_text("#usda 1.0\n")
+        (self.at / "sub/there.usda").chmod(0o640)
+        os.symlink("loop.usda", self.at / "loop.usda")
+        for name in ("there.usda", "gone.usda"):
+            self.good("make", "cube", "-o", name)
+            self.assertTrue((self.at / name).is_symlink())
+            self.assertEqual((self.at / "sub" / name).read_bytes(), text)
+        self.assertEqual(stat.S_IMODE((self.at / "sub/there.usda").stat().st_mode), 0o640)
+        self.assertEqual(sorted(p.name for p in (self.at / "sub").iterdir()), ["gone.usda", "there.usda"])
+        umask = os.umask(0)
+        os.umask(umask)
+        self.assertEqual(stat.S_IMODE((self.at / "sub/gone.usda").stat().st_mode), 0o666 & ~umask)
+        if os.geteuid() == 0:
+            os.chown(self.at / "made.usda", 12345, 54321)
+            self.good("make", "cube", "-o", "made.usda")
+            self.assertEqual(((self.at / "made.usda").stat().st_uid, (self.at / "made.usda").stat().st_gid), (12345, 54321))
+        self.before = self.texts()
+        for name, why in (("loop.usda", "Too many levels of symbolic links"), ("sub", "its name ends in none of .usd, .usda and .usdc"),
+                          ("x.usdz", "its name ends in none of"), ("none/x.usda", "No such file or directory"), ("n" * 251 + ".usda", "File name too long"),
+                          ("/dev/full", "No space left on device")):
+            error = self.refused(1, why, "make", "cube", "-o", name)
+            self.assertEqual(error.count(name), 1)
+
+    def test_what_a_killed_make_left_is_removed_by_the_next_one(self):
+        # A scene has two names while it is written.
+        for name in (".x.usda.part-4000000.usda", "..x.usda.part-4000000.4000000-1.usda", "..x.usda.part-4000001.4000001-1.usda",
+                     "..y.usda.part-4.4-1.usda", "..x.usda.part-4.4-1.exr", "..x.usda.usda", "..usda", "..x.usda.part-a.4-1.usda"):
+            (self.at / name).write_bytes(b"half")
+        self.before = self.texts()
+        # What another one is writing stays: the name of the temporary file is held while the scene's own is there.
+        with open(self.at / ".x.usda.part-4000001.usda", "wb") as held:
+            fcntl.flock(held, fcntl.LOCK_EX)
+            self.good("make", "cube", "-o", "x.usda")
+            self.assertEqual(set(self.before) - set(self.texts()), {".x.usda.part-4000000.usda", "..x.usda.part-4000000.4000000-1.usda"})
+        self.good("make", "cube", "-o", "x.usda")
+        self.assertEqual({n for n in self.texts() if n.startswith(".")},
+                         {"..y.usda.part-4.4-1.usda", "..x.usda.part-4.4-1.exr", "..x.usda.usda", "..usda", "..x.usda.part-a.4-1.usda"})
 
     def test_mode_and_owner_are_kept(self):
         picture = self.at / "a.exr"

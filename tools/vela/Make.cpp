@@ -1,9 +1,13 @@
+#include <sys/stat.h>
+
+#include <filesystem>
 #include <memory>
 #include <string>
 
 #include "Interrupt.h"
 #include "Messages.h"
 #include "Options.h"
+#include "OutputFile.h"
 #include "ovo/MeshPrim.h"
 #include "ovo/Stage.h"
 #include "ovo/Tokens.h"
@@ -44,9 +48,36 @@ void makeSphere(const MakeOptions& options, MeshSample& mesh) {
   vela::buildSphereMesh(mesh, options.rows, options.columns, narrowed(options.size) * 0.5f);
 }
 
+// The file to write. Whatever is wrong with it is said of a scene.
+std::unique_ptr<OutputFile> openOutput(const std::string& name) {
+  const std::string extension = std::filesystem::path(name).extension().string();
+  struct stat status = {};
+  const bool isThere = stat(name.c_str(), &status) == 0;
+  // What has no ending is a text.
+  const bool goesThrough =
+      name == "-" ||
+      (isThere && extension.empty() && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) ||
+      name.compare(0, 5, "/dev/") == 0 || name.compare(0, 6, "/proc/") == 0;
+  if (!goesThrough && extension != ".usd" && extension != ".usda" && extension != ".usdc")
+    throw failure(Message::cannotWriteScene,
+                  {name, "its name ends in none of .usd, .usda and .usdc"});
+  try {
+    return std::make_unique<OutputFile>(name, OutputKind::scene, ".usda");
+  } catch (const Failure& why) {
+    throw failure(Message::cannotWriteScene, {name, why.why});
+  }
+}
+
+// The writer names the file that it writes to, which is a temporary one.
+std::string withoutHead(const std::string& why, const OutputFile& output) {
+  const std::string head = "cannot write scene '" + output.temporaryName() + "': ";
+  return why.compare(0, head.size(), head) == 0 ? why.substr(head.size()) : why;
+}
+
 }  // namespace
 
 ExitCode make(const MakeOptions& options) {
+  const std::unique_ptr<OutputFile> output = openOutput(options.output);
   MeshSample mesh;
   std::string name;
   if (options.shape == "cube") {
@@ -73,8 +104,9 @@ ExitCode make(const MakeOptions& options) {
   if (!mesh.setMeshPrimFaceTopology(prim) || !mesh.setMeshPrimPointsAndBounds(prim, true) ||
       !mesh.setMeshPrimProperties(prim, true, options.scheme == "none", false, false, false,
                                   false) ||
-      !stage->exportTo(options.output, &why))
-    throw failure(Message::cannotWriteScene, {options.output, why});
+      !stage->exportTo(output->temporaryName(), &why))
+    throw failure(Message::cannotWriteScene, {options.output, withoutHead(why, *output)});
+  output->commit();
   return kDone;
 }
 

@@ -99,9 +99,10 @@ std::string followLinks(const std::string& name) {
 }
 
 // Begins the names of the temporary files of an output. They stay within the 255 bytes that file
-// systems allow a name, with room for a number and the ending.
+// systems allow a name, with room for a number and the ending; and within the 200 that who writes
+// a scene keeps of a name.
 std::string temporaryHead(const std::string& name) {
-  constexpr std::size_t kMost = 200;
+  constexpr std::size_t kMost = 170;
   return "." + name.substr(0, kMost) + ".part-";
 }
 
@@ -121,13 +122,38 @@ bool isTemporaryOf(const std::string& found, const std::string& name) {
   return end > head.size() && (rest.empty() || rest == ending);
 }
 
+// The temporary file that a scene is written for which has an unfinished name of its own beside it:
+// `.a.usda.part-123.usda` of `..a.usda.part-123.123-1.usda`. Empty for other names.
+std::string temporaryOfScene(const std::string& found, const std::string& name) {
+  const std::string ending = temporaryEnding(name);
+  if (ending.empty() || found.size() <= ending.size() || found.compare(0, 2, "..") != 0 ||
+      found.compare(found.size() - ending.size(), ending.size(), ending) != 0)
+    return "";
+  const std::string stem = found.substr(1, found.size() - 1 - ending.size());
+  const std::size_t dot = stem.rfind('.');
+  if (stem.find_first_not_of("0123456789-", dot + 1) != std::string::npos) return "";
+  const std::string temporary = stem.substr(0, dot) + ending;
+  return isTemporaryOf(temporary, name) ? temporary : "";
+}
+
+// False where nothing has that name.
+bool isHeld(int folder, const std::string& name) {
+  const int handle = openat(folder, name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+  if (handle < 0) return false;
+  const bool isFree = flock(handle, LOCK_EX | LOCK_NB) == 0;
+  close(handle);
+  return !isFree;
+}
+
 // A file that nobody holds locked was left by a process that is gone. Where the file system has no
 // locks nothing is removed: another machine may be writing.
 void removeLeftovers(const std::string& folder, const std::string& name) {
   DIR* const listing = opendir(folder.c_str());
   if (!listing) return;
   while (const dirent* const entry = readdir(listing)) {
-    if (!isTemporaryOf(entry->d_name, name)) continue;
+    const std::string ofScene = temporaryOfScene(entry->d_name, name);
+    if (!isTemporaryOf(entry->d_name, name) && (ofScene.empty() || isHeld(dirfd(listing), ofScene)))
+      continue;
     const int handle =
         openat(dirfd(listing), entry->d_name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
     if (handle < 0) continue;
@@ -168,7 +194,8 @@ bool replacesFiles() {
   });
 }
 
-OutputFile::OutputFile(const std::string& finalName, OutputKind kind) : final_(finalName) {
+OutputFile::OutputFile(const std::string& finalName, OutputKind kind, const std::string& ending)
+    : final_(finalName) {
   // Whatever is wrong with the name would otherwise be noticed when the picture is done.
   if (final_.empty()) throw cannotWrite("''", "it is no name", "name a file");
   struct stat status = {};
@@ -189,7 +216,8 @@ OutputFile::OutputFile(const std::string& finalName, OutputKind kind) : final_(f
     std::error_code none;
     const fs::path temporary = fs::temp_directory_path(none);
     const std::string folder = none ? "/tmp" : temporary.string();
-    const std::string name = "vela" + fs::path(final_).extension().string();
+    const std::string extension = fs::path(final_).extension().string();
+    const std::string name = "vela" + (extension.empty() ? ending : extension);
     removeLeftovers(folder, name);
     createTemporary(folder, name);
   } else {
@@ -245,6 +273,23 @@ void OutputFile::createTemporary(const std::string& folder, const std::string& n
   rememberTemporary(temporary_);
 }
 
+// Who writes a scene replaces the temporary file by one of its own.
+void OutputFile::takeOver() {
+  struct stat held = {}, written = {};
+  if (fstat(handle_, &held) != 0 || stat(temporary_.c_str(), &written) != 0 ||
+      identityOf(held) == identityOf(written))
+    return;
+  const int handle = open(temporary_.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
+  if (handle < 0) return;
+  flock(handle, LOCK_EX | LOCK_NB);
+  close(std::exchange(handle_, handle));
+  if (target_.empty()) return;
+  if (identityOf(target_))
+    keepModeAndOwner();
+  else
+    fchmod(handle_, held.st_mode & 07777);
+}
+
 // Of the file that is there. A user who may not give files away keeps what was written as his own.
 void OutputFile::keepModeAndOwner() const {
   struct stat status = {};
@@ -264,6 +309,7 @@ OutputFile::~OutputFile() {
 }
 
 void OutputFile::commit() {
+  takeOver();
   if (target_.empty()) {
     writeThrough();
     return;

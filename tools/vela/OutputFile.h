@@ -49,12 +49,14 @@ class OutputFile {
  public:
   /// Creates the temporary file. \throws Failure when the folder cannot be written to, or the file
   /// is one that is read, or that another output writes
-  explicit OutputFile(const std::string& finalName, OutputKind kind = OutputKind::picture);
+  /// \param ending of the temporary name where the final one has none, as `-`
+  explicit OutputFile(const std::string& finalName, OutputKind kind = OutputKind::picture,
+                      const std::string& ending = "");
   ~OutputFile();
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
 
-  /// Where to write; ends as the final name does.
+  /// Where to write; ends as the final name does. What is there may be replaced as well.
   [[nodiscard]] const std::string& temporaryName() const noexcept { return temporary_; }
   [[nodiscard]] const std::string& finalName() const noexcept { return final_; }
 
@@ -65,6 +67,7 @@ class OutputFile {
   void refuseSameFile() const;
   [[nodiscard]] FileIdentity identity() const;
   void createTemporary(const std::string& folder, const std::string& name);
+  void takeOver();
   void keepModeAndOwner() const;
   void writeThrough();
   friend void noteInput(const std::string& file);

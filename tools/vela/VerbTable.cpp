@@ -462,7 +462,7 @@ VerbRow makeRow() {
       {"SHAPE", "", "cube, grid (lying, seen from above), cylinder, sphere", Offer::words, shapes}};
   row.groups = {
       {"Options",
-       {output("FILE", ".usda, .usdc or .usd", Offer::scenes),
+       {output("FILE", ".usda, .usdc or .usd; - is standard output, as text", Offer::scenes),
         {"--size", "X,Y,Z", "2,2,2: outer measures, around the origin"},
         {"--rows", "N", "divisions along y (grid: along z): 1; cylinder 1; sphere 16 (at least 2)"},
         {"--columns", "N",
