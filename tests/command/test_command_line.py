@@ -1166,6 +1166,17 @@ class Series(Case):
         for arguments in (["--frames", "1", "--time", "1"], ["--frames", "1", "--turntable", "3"], ["--frames", "a"], ["--turntable", "0"]):
             self.bad(2, "render", self.scene, "-o", self.at / "a.####.exr", *arguments)
 
+    def test_places_that_nothing_fills_are_said(self):
+        for name, place in (("a.####.exr", "the frame's place"), ("a.%04d.exr", "the frame's place"), ("{camera}.exr", "{camera}"), ("a.{frame}.exr", "{frame}"),
+                            ("a.{layers}.png", "{layers}")):
+            said = self.series("-o", self.at / name)
+            self.assertIn(f"vela render: note: {self.at / name}: {place} stays as it is: ", said)
+            self.assertIn(name, self.names())
+        for name, options in (("a.####.exr", ["--time", "3"]), ("a.%02d.exr", ["--frames", "3"]), ("{camera}.exr", ["--camera", "Top"]), ("{layer}.exr", []),
+                              ("a#1.exr", []), ("100%.exr", []), ("{{x}}.exr", []), ("{}.exr", [])):
+            self.assertNotIn("stays", self.series("-o", self.at / name, *options))
+        self.assertLessEqual({"a.0003.exr", "a.03.exr", "Top.exr", "P.exr", "a#1.exr", "100%.exr"}, set(self.names()))
+
     def test_every_camera_makes_its_picture(self):
         self.series("-o", self.at / "{camera}.exr", "--camera", "all")
         self.assertEqual(self.pictures(), ["Flat.exr", "Top.exr"])

@@ -5,9 +5,11 @@
 #include <cstddef>
 #include <functional>
 #include <map>
+#include <regex>
 
 #include "Interrupt.h"
 #include "Messages.h"
+#include "Notices.h"
 #include "Text.h"
 #include "vela/scene/FrameRange.h"
 #include "vela/scene/ScenePrims.h"
@@ -47,6 +49,30 @@ std::vector<std::string> cameraNames(const std::vector<ovo::CameraPrim>& cameras
   return names;
 }
 
+// Places in a name that nothing fills: they stay in it as they are.
+void sayUnfilled(const std::string& name, const RenderOptions& options) {
+  const auto say = [&](const std::string& place, const std::string& why) {
+    command::say(Notice::note, name + ": " + place + " stays as it is: " + why);
+  };
+  const bool isNumbered =
+      !options.frames.empty() || options.turntable > 0 || !std::isnan(options.scene.time);
+  // A single # is a letter like others.
+  if (!isNumbered && (name.find("##") != std::string::npos ||
+                      (name.find('#') == std::string::npos && vela::scene::hasFramePlace(name))))
+    say("the frame's place", "there is no --frames, --turntable or --time");
+  // One word in single braces.
+  static const std::regex form("\\{[A-Za-z]+\\}");
+  for (std::sregex_iterator found(name.begin(), name.end(), form), end; found != end; ++found) {
+    const auto at = static_cast<std::size_t>(found->position());
+    if (at > 0 && name[at - 1] == '{') continue;
+    const std::string place = found->str();
+    if (place == kCameraMark && options.scene.camera.empty())
+      say(place, "there is no --camera");
+    else if (place != kCameraMark && place != "{layer}")
+      say(place, "names have {layer}, {camera}, and #### for the frame");
+  }
+}
+
 }  // namespace
 
 void checkJobNames(const RenderOptions& options) {
@@ -57,6 +83,7 @@ void checkJobNames(const RenderOptions& options) {
       throw failure(Message::oneNameForMany, {name, "frames", "####"});
     if (options.allCameras && name.find(kCameraMark) == std::string::npos)
       throw failure(Message::oneNameForMany, {name, "cameras", kCameraMark});
+    sayUnfilled(name, options);
   });
 }
 
