@@ -166,6 +166,24 @@ class MadeTexts(Case):
                 done = subprocess.run([program, "-n"], input=run("help", "--completion", shell).stdout, capture_output=True, text=True)
                 self.assertEqual((done.returncode, done.stderr), (0, ""), shell)
 
+    def test_fish_completes_verbs_options_and_values(self):
+        program = shutil.which("fish")
+        if not program:
+            self.skipTest("this machine has no fish")
+        (self.at / "vela.fish").write_text(run("help", "--completion", "fish").stdout)
+        (self.at / "folder").mkdir()
+        def complete(line):
+            done = subprocess.run([program, "--no-config", "-c", f"source vela.fish; complete -C '{line}'"], capture_output=True, text=True, cwd=self.at)
+            self.assertEqual((done.returncode, done.stderr), (0, ""), line)
+            return {offered.split("\t")[0] for offered in done.stdout.splitlines()}
+        self.assertEqual(complete("vela re"), {"render", "resolve"})
+        self.assertEqual(complete("vela render --samp"), {"--samples"})
+        self.assertEqual(complete("vela render x.usda --lens s"), {"spherical"})
+        self.assertEqual(complete("vela render x.usda --lens=s"), {"--lens=spherical"})
+        self.assertEqual(complete("vela help --share "), {"folder/"})
+        self.assertEqual(complete("vela --json inf"), {"info"})
+        self.assertEqual(complete("vela select --show "), {"vela.fish", "folder/"})
+
     def test_all_of_them_are_written_as_files(self):
         self.assertEqual(run("help", "--share", self.at / "share").returncode, 0)
         names = {str(p.relative_to(self.at / "share")) for p in (self.at / "share").rglob("*") if p.is_file()}

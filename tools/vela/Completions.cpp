@@ -196,7 +196,9 @@ std::string fish() {
         line += name[1] == '-' ? " -l " + name.substr(2) : " -s " + name.substr(1);
       const std::vector<std::string> words = wordsOf(*row);
       if (!row->isFlag())
-        line += isFile(row->offer) || row->offer == Offer::folders ? " -r -F" : " -x";
+        line += isFile(row->offer)             ? " -r -F"
+                : row->offer == Offer::folders ? " -x -a '(__fish_complete_directories)'"
+                                               : " -x";
       if (!words.empty()) line += " -a " + quoted(joined(words, " "));
       text += line + " -d " + quoted(gist(*row)) + "\n";
     }
