@@ -57,6 +57,8 @@ class Parser(Case):
                                    (["info", DEMO, "--xyzzy"], "try vela help info"), (["info", DEMO, "-x"], "try vela help info"),
                                    (["render", DEMO, "-o", "a.exr", "--lens", "spheric"], "try spherical"),
                                    (["render", DEMO, "-o", "a.exr", "--engine", "hitdetector"], "try --engine hit-detector"),
+                                   (["render", DEMO, "-o", "a.exr", "--layers", "rgba,deph"], "try depth"),
+                                   (["render", DEMO, "--show", "rgbb"], "try rgba or rgb"),
                                    (["make", "spere", "-o", "a.usda"], "try sphere"), (["info", DEMO, "--log-level", "warn"], "try --log-level warning"),
                                    (["help", "rendr"], "try vela render")):
             line = self.error(2, *arguments, cwd=self.at)

@@ -15,6 +15,7 @@
 #include "Interrupt.h"
 #include "Messages.h"
 #include "PictureRecord.h"
+#include "Suggest.h"
 #include "TerminalPicture.h"
 #include "Text.h"
 #include "vela/picture/Cryptomatte.h"
@@ -93,8 +94,14 @@ LayerChoice choose(const std::vector<std::string>& layers) {
   if (layers.empty()) throw failure(Message::noLayers, {vela::picture::layersToTry()});
   std::string why;
   std::optional<LayerChoice> choice = vela::picture::chooseLayers(layers, &why);
-  if (!choice) throw failure(Message::badLayer, {why});
-  return *std::move(choice);
+  if (choice) return *std::move(choice);
+  // The library lists all layers there are; one that is near is likely to be meant.
+  const std::string head = "no such layer: ";
+  for (const std::string& layer : layers)
+    if (const std::string near = attemptAmong(layer, vela::picture::layerNames());
+        !near.empty() && why.rfind(head + layer + ";", 0) == 0)
+      throw failure(Message::badLayer, {head + layer + "; " + near});
+  throw failure(Message::badLayer, {why});
 }
 
 // What an image without {layer} in its name shows: colour where it is among the layers, else the

@@ -208,7 +208,7 @@ void completeLike(Arguments& arguments, RenderOptions& options) {
 
 bool hasChanged(const std::string& made, const std::string& like) {
   using vela::picture::readExrText;
-  for (const char* name : {kScene, kOptions, kSelection, "software"})
+  for (const char* name : {kScene, kOptions, kSelection, "software", "versions"})
     if (readExrText(made, name) != readExrText(like, name)) return false;
   for (const vela::picture::LayerGroup& group : vela::picture::layerGroups())
     for (const std::string& file : {made, like})
