@@ -274,9 +274,14 @@ bool write(const Picture& picture, const std::string& file, const ExrOptions& op
     why = std::strerror(errno);
     return false;
   }
+  errno = 0;
   {
     Imf::StdOFStream stream(out, file.c_str());
-    if (!write(picture, stream, options, why)) return false;
+    if (!write(picture, stream, options, why)) {
+      // OpenEXR's own words hold the file's name, and the reason behind it.
+      if (!out && errno != 0) why = std::strerror(errno);
+      return false;
+    }
   }
   out.close();
   if (!out) why = std::strerror(errno);

@@ -467,7 +467,7 @@ TEST_F(ExrFile, AFullDiskIsNoticedToTheLastByte) {
   for (const int size : {1, 300}) {
     std::string error;
     EXPECT_FALSE(writeExr(everything(size, size), "/dev/full", 1, &error)) << size;
-    EXPECT_FALSE(error.empty());
+    EXPECT_EQ(error, "No space left on device") << size;
   }
 }
 

@@ -67,8 +67,11 @@ bool makeImage(const DisplayImage& from, Image& image, std::string* error) {
 bool write(Image& image, const std::string& file, std::string* error) {
   const std::unique_ptr<std::FILE, Closer> stream(std::fopen(file.c_str(), "wb"));
   if (!stream) return fail(error, std::strerror(errno));
+  errno = 0;
   if (!png_image_write_to_stdio(&image.head, stream.get(), 0, image.codes.data(), 0, nullptr))
-    return fail(error, image.head.message);
+    // libpng says that writing failed, and not why.
+    return fail(
+        error, std::ferror(stream.get()) && errno != 0 ? std::strerror(errno) : image.head.message);
   if (std::fflush(stream.get()) != 0) return fail(error, std::strerror(errno));
   return true;
 }

@@ -75,7 +75,10 @@ TEST(PngFile, WhatCannotBeWrittenSaysWhy) {
   EXPECT_FALSE(writePng(1, 1, rgb, testing::TempDir() + "/no-such-folder/a.png", &error));
   EXPECT_EQ(error, "No such file or directory");
   EXPECT_FALSE(writePng(1, 1, rgb, "/dev/full", &error));
-  EXPECT_NE(error, "No such file or directory");
+  EXPECT_EQ(error, "No space left on device");
+  // Long before its last byte too.
+  EXPECT_FALSE(writePng(500, 500, std::vector<float>(750000, 0.5f), "/dev/full", &error));
+  EXPECT_EQ(error, "No space left on device");
   Bytes bytes(1);
   EXPECT_FALSE(writePng(1, 2, rgb, bytes, &error));
   EXPECT_EQ(error, "there are 3 values, not 1 x 2 x 3");
