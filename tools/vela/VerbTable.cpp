@@ -604,7 +604,7 @@ VerbRow helpRow() {
                    "writes all man pages and completions below a folder, where /usr/share has "
                    "them",
                    Offer::folders},
-                  {"--messages", "", "every error, warning and note, with its exit code"}}}};
+                  {"--messages", "", "every error, with its exit code"}}}};
   row.examples = {"vela help render", "vela help --man pick", "vela help --completion bash"};
   return row;
 }
@@ -683,7 +683,8 @@ const std::vector<VariableRow>& variableTable() {
       {"OCIO", "an OpenColorIO configuration: images show colour through its default view."},
       {"NO_COLOR",
        "when it is set and not empty nothing is coloured on terminals, and --show draws with "
-       "characters."}};
+       "characters."},
+      {"COLUMNS", "how wide --show draws where standard output is no terminal: 80."}};
   return table;
 }
 
