@@ -1,3 +1,6 @@
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -52,9 +55,24 @@ ExitCode dispatch(const std::string& verb, int count, char** arguments) {
   throw unknownVerb(verb);
 }
 
+// A standard stream that the caller has closed leaves its number to the first file that is opened,
+// and what is said would go into that. In its place comes one that nothing can be written to, or
+// read from: to print is the error that it was.
+void fillClosedStreams() {
+  for (const int number : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+    if (fcntl(number, F_GETFD) < 0 && errno == EBADF) {
+      const int handle = open("/dev/null", number == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+      if (handle >= 0 && handle != number) {
+        dup2(handle, number);
+        close(handle);
+      }
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  fillClosedStreams();
   std::vector<std::string> words(argv + 1, argv + argc);
   moveVerbToFront(words);
   const std::string verb = words.empty() ? "" : words.front();
