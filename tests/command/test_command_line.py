@@ -246,6 +246,22 @@ class BrokenInput(Case):
         line = self.bad(1, "info", self.at / "scne.usd")
         self.assertTrue(line.endswith(f"there is no such file; try {self.scene}"), line)
 
+    def test_the_file_is_named_once_however_it_is_spelled(self):
+        (self.at / "text.usda").write_text("hello")
+        (self.at / "syntax.usda").write_text("#usda 1.0\ndef Mesh {")
+        (self.at / "cut.usdc").write_bytes(b"PXR-USDC\0\0")
+        (self.at / "none.usdz").write_bytes(b"PK\3\4")
+        (self.at / "empty.usda").write_bytes(b"")
+        os.symlink("nowhere.usda", self.at / "link.usda")
+        for name, why in (("text.usda", "it is not a valid usda layer; see what"), ("syntax.usda", "line 2:"), ("cut.usdc", "the file is cut off; "),
+                          ("none.usdz", "the file is no scene; "), ("empty.usda", "the file is empty; write it anew"), ("gone.usda", "there is no such file; "),
+                          ("link.usda", "there is no such file; see where the link leads")):
+            for spelled in (name, "./" + name, str(self.at / name), "../" + self.at.name + "/" + name):
+                done = run("info", spelled, cwd=self.at)
+                self.assertEqual(done.returncode, 1)
+                self.assertTrue(done.stderr.startswith(f"vela info: error: cannot open the scene: {spelled}: {why}"), done.stderr)
+                self.assertEqual(len(re.findall(re.escape(name), done.stderr)), 1, done.stderr)
+
     def test_an_empty_file(self):
         (self.at / "empty.usda").touch()
         self.check(self.at / "empty.usda", "write it anew")

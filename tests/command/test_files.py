@@ -206,6 +206,20 @@ class NeverDestroys(Case):
         done = subprocess.run([COMMAND, "info", scene, "--json"], capture_output=True, timeout=60)
         self.assertEqual(json.loads(done.stdout)["file"], str(self.at / "caf\ufffd.usda"))
 
+    def test_names_of_any_characters_stay_within_their_line(self):
+        name = "a\nb\x1b[31m\tc.usda"
+        for arguments in (("info", name), ("info", name, "scene.usda"), ("mesh", name, "scene.usda"), ("render", self.scene, "-o", name + "/a.exr"),
+                          ("render", self.scene, "--camera", name, "-o", "a.exr"), ("pick", self.scene, "--pixel", "0,0", "--exclude", "/" + name),
+                          ("select", "--show", name), ("resolve", name, "scene.usda"), ("channels", name)):
+            done = self.run_command(*arguments)
+            self.assertNotEqual(done.stderr, b"")
+            for line in done.stderr.decode().splitlines():
+                self.assertTrue(line.startswith(f"vela {arguments[0]}: "), line)
+                self.assertNotRegex(line, "[\\x00-\\x1f]")
+            self.assertIn(b"a\\nb\\x1b[31m\\tc", done.stderr)
+        (self.at / "binary.sel").write_bytes(b"\x01\x02\x1b[2J\0")
+        self.assertNotRegex(self.run_command("select", "--show", "binary.sel").stderr, b"[\\x00-\\x09\\x0b-\\x1f]")
+
     def test_the_log_is_appended_to_no_input_and_no_output(self):
         (self.at / "wood.png").write_bytes(PNG + b"\r\n\x1a\n\0\0\0\rIHDR")
         (self.at / "config.ocio").write_text("ocio_profile_version: 1\n")
@@ -351,6 +365,21 @@ class NeverDestroys(Case):
         (self.at / "a.exr").chmod(0o444)
         self.before = self.texts()
         self.refused(1, "Permission denied", "render", self.scene, "-o", "a.exr", *SMALL)
+
+    def test_what_is_said_into_closed_streams_goes_into_no_file(self):
+        self.good("render", self.scene, "-o", "plain.exr", "--mask", "/M", "--exclude", "/Nothing", *SMALL)
+        plain = (self.at / "plain.exr").read_bytes()
+        # A note, statistics, a picture in characters: all that is printed.
+        arguments = ["render", self.scene, "-o", "a.exr", "--mask", "/M", "--exclude", "/Nothing", "--stats", *SMALL]
+        for closed, more, code in (([2], [], 0), ([0, 2], [], 0), ([1], ["--show", "rgba"], 1), ([0, 1, 2], ["--show", "rgba"], 1), ([1, 2], [], 0)):
+            line = " ".join(f"{n}{'<' if n == 0 else '>'}&-" for n in closed)
+            done = subprocess.run(["bash", "-c", f'"$0" "$@" {line}', COMMAND, *map(str, arguments), *more], cwd=self.at, capture_output=True, timeout=60)
+            self.assertEqual(done.returncode, code, (line, done.stderr))
+            self.assertEqual((self.at / "a.exr").read_bytes(), plain, line)
+        done = subprocess.run(["bash", "-c", '"$0" "$@" >&-', COMMAND, "render", self.scene, "-o", "-", *SMALL], cwd=self.at, capture_output=True, timeout=60)
+        self.assertEqual((done.returncode, done.stderr.splitlines()[-1]), (1, b"vela render: error: cannot write: -: Bad file descriptor; see whether it may be written to"))
+        done = subprocess.run(["bash", "-c", '"$0" "$@" >&-', COMMAND, "info", self.scene], cwd=self.at, capture_output=True, timeout=60)
+        self.assertEqual(done.returncode, 1)
 
     def test_a_full_standard_output_is_an_error(self):
         with open("/dev/full", "w") as full:

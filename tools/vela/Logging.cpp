@@ -15,6 +15,7 @@
 #include "Messages.h"
 #include "Notices.h"
 #include "Suggest.h"
+#include "Text.h"
 #include "VerbTable.h"
 #include "vela/log/Log.h"
 
@@ -138,9 +139,10 @@ void setUpLog(int& count, char** arguments) {
 }
 
 void reportFailure(const std::string& head, const Failure& failure) {
-  const std::string text = describe(failure);
-  std::fprintf(stderr, "%s: %s %s\n", head.c_str(), coloured("error:").c_str(), text.c_str());
-  if (!Halden::Log::path().empty()) Halden::Log::write(Halden::Log::error, head + ": " + text);
+  // The head may hold a file's name as well.
+  const std::string text = printable(describe(failure)), whole = printable(head);
+  std::fprintf(stderr, "%s: %s %s\n", whole.c_str(), coloured("error:").c_str(), text.c_str());
+  if (!Halden::Log::path().empty()) Halden::Log::write(Halden::Log::error, whole + ": " + text);
 }
 
 }  // namespace command

@@ -10,6 +10,7 @@
 #include <set>
 #include <utility>
 
+#include "Text.h"
 #include "vela/log/Log.h"
 
 namespace command {
@@ -67,7 +68,8 @@ void say(Notice notice, const std::string& text) {
   if (now.level != Halden::Log::unset && level > now.level) return;
   const std::string word = notice == Notice::warning ? "warning:" : "note:";
   if (!now.lines.insert(word + text).second) return;
-  std::fprintf(stderr, "%s: %s %s\n", now.head.c_str(), coloured(word).c_str(), text.c_str());
+  std::fprintf(stderr, "%s: %s %s\n", now.head.c_str(), coloured(word).c_str(),
+               printable(text).c_str());
 }
 
 void sayAlike(Notice notice, const std::vector<std::string>& texts) {

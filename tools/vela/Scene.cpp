@@ -66,14 +66,23 @@ using vela::scene::Problem;
 // The reader says what it could not do and with which file, as the command does: once is enough.
 std::string withoutHead(const std::string& why, const std::string& file) {
   std::string text = why;
-  for (const std::string& head : {"cannot open scene '" + file + "': ", file + ": "})
-    if (text.compare(0, head.size(), head) == 0) text.erase(0, head.size());
-  // `FILE:19:13: Expected ...` of its parser, which knows the whole path.
+  const auto removeHead = [&text](const std::string& head) {
+    const bool isThere = text.compare(0, head.size(), head) == 0;
+    if (isThere) text.erase(0, head.size());
+    return isThere;
+  };
+  removeHead("cannot open scene '" + file + "': ");
+  // The reader knows the whole path: `FILE: ...`, `<FILE> is not ...`, and of its parser
+  // `FILE:19:13: Expected ...`.
   std::error_code none;
   const std::string whole = std::filesystem::absolute(file, none).lexically_normal().string();
-  for (const std::string& name : {file, whole})
-    if (!name.empty() && text.compare(0, name.size() + 1, name + ":") == 0)
-      text = "line " + text.substr(name.size() + 1);
+  for (const std::string& name : {file, whole}) {
+    if (name.empty() || removeHead(name + ": ")) continue;
+    if (removeHead("<" + name + "> is "))
+      text = "it is " + text;
+    else if (removeHead(name + ":"))
+      text = "line " + text;
+  }
   // It names its own rules, which say nothing to others.
   const std::string rule = "parse error matching ";
   if (const std::size_t at = text.find(rule); at != std::string::npos) {
@@ -98,11 +107,14 @@ Failure cannotOpen(const std::string& file, const std::string& why) {
   if (!fs::exists(file, none)) {
     const fs::path folder =
         fs::path(file).has_parent_path() ? fs::path(file).parent_path() : fs::path(".");
+    if (fs::is_symlink(fs::symlink_status(file, none)))
+      return failure(Message::cannotOpen,
+                     {file, withoutHead(why, file), "see where the link leads"});
     // The endings are as good as the same: what stands before them is compared.
     std::map<std::string, std::string> files;
     std::vector<std::string> stems;
     for (fs::directory_iterator at(folder, none), end; !none && at != end; at.increment(none))
-      if (hasSceneEnding(at->path()) &&
+      if (hasSceneEnding(at->path()) && fs::exists(at->path(), none) &&
           files.emplace(at->path().stem().string(), at->path().filename().string()).second)
         stems.push_back(at->path().stem().string());
     std::sort(stems.begin(), stems.end());

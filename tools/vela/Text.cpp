@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstddef>
+#include <cstdio>
 #include <sstream>
 
 namespace command {
@@ -44,6 +45,21 @@ std::string wrapText(const std::string& text, std::size_t columns) {
     used += word.size();
   }
   return wrapped;
+}
+
+std::string printable(const std::string& text) {
+  std::string out;
+  for (const char c : text) {
+    const auto code = static_cast<unsigned char>(c);
+    if (code >= 0x20 && code != 0x7f) {
+      out += c;
+      continue;
+    }
+    char escape[8];
+    std::snprintf(escape, sizeof escape, "\\x%02x", static_cast<unsigned>(code));
+    out += c == '\n' ? "\\n" : c == '\t' ? "\\t" : escape;
+  }
+  return out;
 }
 
 bool readNumbers(const std::string& text, std::size_t count, std::vector<double>& numbers) {

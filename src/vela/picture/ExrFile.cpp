@@ -293,6 +293,16 @@ bool fail(std::string* error, const std::string& why) {
   return false;
 }
 
+// `Cannot read image file "FILE". REASON.` without its head and full stop: callers know the file.
+std::string reasonOf(const std::exception& exception, const std::string& file) {
+  std::string text = exception.what();
+  const std::string name = '"' + file + "\". ";
+  if (const std::size_t at = text.find(name); at != std::string::npos)
+    text.erase(0, at + name.size());
+  if (!text.empty() && text.back() == '.') text.pop_back();
+  return text;
+}
+
 }  // namespace
 
 std::optional<Compression> findCompression(std::string_view name) {
@@ -358,7 +368,7 @@ std::optional<std::string> readExrText(const std::string& file, const std::strin
   } catch (const std::bad_alloc&) {
     throw;
   } catch (const std::exception& exception) {
-    fail(error, exception.what());
+    fail(error, reasonOf(exception, file));
   }
   return std::nullopt;
 }
@@ -392,7 +402,7 @@ bool isWholeExr(const std::string& file, std::string* error) {
   } catch (const std::bad_alloc&) {
     throw;
   } catch (const std::exception& exception) {
-    return fail(error, exception.what());
+    return fail(error, reasonOf(exception, file));
   }
 }
 

@@ -227,7 +227,9 @@ TEST_F(ExrFile, TextsAreReadBackAndWhatIsNoneSaysWhy) {
   EXPECT_NE(error.find("No such file"), std::string::npos) << error;
   std::ofstream(file_) << "no picture at all";
   EXPECT_FALSE(readExrText(file_, "note", &error));
-  EXPECT_FALSE(error.empty());
+  EXPECT_EQ(error, "File is not an image file");
+  EXPECT_FALSE(isWholeExr(file_, &error));
+  EXPECT_EQ(error, "File is not an image file");
 }
 
 TEST_F(ExrFile, AFileThatWasCutOffIsNotWhole) {
