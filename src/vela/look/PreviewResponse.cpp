@@ -130,4 +130,77 @@ ReflectedDirection sampleReflection(const PreviewSurface& surface, const Vec3f& 
   return out;
 }
 
+namespace {
+
+// Facets that look along the half vector: their density by solid angle.
+// \param sine2 of the half vector's angle to the normal
+double facetDensity(double alpha, double sine2) {
+  const double base = (1.0 - sine2) * alpha * alpha + sine2;
+  return alpha * alpha / (tarn::kPi<double> * base * base);
+}
+
+}  // namespace
+
+Reflection reflectionTowards(const PreviewSurface& surface, const Vec3f& normal,
+                             const Vec3f& toLight, const Vec3f& toViewer) {
+  using tarn::Vec3d;
+  Reflection out;
+  out.toLight = toLight;
+  const Vec3d n(normal), l(toLight), v(toViewer);
+  const double nl = dot(n, l), nv = std::max(dot(n, v), 0.0);
+  const Vec3d half = (l + v).normalized();
+  const double vh = dot(v, half), nh = dot(n, half), sine2 = cross(n, half).lengthSquared();
+  // Also true for a NaN.
+  if (!(nl > 0.0) || !(vh > 0.0) || !(nh > 0.0)) return out;
+
+  const double fresnel = std::pow(1.0 - std::min(vh, 1.0), 5.0);
+  const auto ior = static_cast<double>(surface.ior);
+  const double reflectance = (1.0 - ior) / (1.0 + ior) * ((1.0 - ior) / (1.0 + ior));
+  Vec3d straight(surface.specularColor), grazing(1.0);
+  if (!surface.isSpecularWorkflow) {
+    const auto metallic = static_cast<double>(surface.metallic);
+    grazing = Vec3d(1.0 - metallic) + Vec3d(surface.diffuseColor) * metallic;
+    straight = grazing * (reflectance * (1.0 - metallic) + metallic);
+  }
+  // D G / (4 n.l n.v) n.l, the cosines of G cancelled.
+  const auto lobe = [&](float roughness, double& density) {
+    const auto alpha = static_cast<double>(alphaOf(roughness));
+    density = facetDensity(alpha, sine2);
+    const double k = 0.5 * alpha;
+    return density / (4.0 * (nl * (1.0 - k) + k) * (nv * (1.0 - k) + k)) * nl;
+  };
+  double facing = 0.0;
+  Vec3d specular =
+      (straight * (1.0 - fresnel) + grazing * fresnel) * lobe(surface.roughness, facing);
+  if (surface.clearcoat > 0.0f) {
+    double ofCoat = 0.0;
+    const double coat = static_cast<double>(surface.clearcoat) *
+                        (reflectance * (1.0 - fresnel) + fresnel) *
+                        lobe(surface.clearcoatRoughness, ofCoat);
+    specular += Vec3d(coat);
+    facing = 0.5 * (facing + ofCoat);
+  }
+  out.specular = Vec3f(specular);
+  out.density = static_cast<float>(facing * nh / (4.0 * vh));
+  return out;
+}
+
+Reflection chooseReflection(const PreviewSurface& surface, const Vec3f& normal,
+                            const Vec3f& toViewer, float u, float v, bool coat) {
+  using tarn::Vec3d;
+  const bool isCoat = coat && surface.clearcoat > 0.0f;
+  const auto alpha =
+      static_cast<double>(alphaOf(isCoat ? surface.clearcoatRoughness : surface.roughness));
+  // A half vector by the density of facets, by its sine: exact for small angles.
+  const auto share = static_cast<double>(u);
+  const double sine2 = alpha * alpha * share / (1.0 + (alpha * alpha - 1.0) * share);
+  const double sine = std::sqrt(sine2), turn = 2.0 * tarn::kPi<double> * static_cast<double>(v);
+  const tarn::Frame<double> frame = tarn::frameAbout(Vec3d(normal));
+  const Vec3d half = frame.x * (sine * std::cos(turn)) + frame.y * (sine * std::sin(turn)) +
+                     frame.z * std::sqrt(std::max(1.0 - sine2, 0.0));
+  const Vec3d viewer(toViewer);
+  const Vec3d toLight = (half * (2.0 * dot(viewer, half)) - viewer).normalized();
+  return reflectionTowards(surface, normal, Vec3f(toLight), toViewer);
+}
+
 }  // namespace vela::look

@@ -73,4 +73,28 @@ struct ReflectedDirection {
                                                            const tarn::Vec3f& toViewer, float u,
                                                            float v, bool coat);
 
+/// The specular response to light from one direction, and how likely chooseReflection() is to
+/// choose that direction.
+struct Reflection {
+  tarn::Vec3f toLight;
+  tarn::Vec3f specular;  ///< as PreviewResponse::specular
+  float density = 0.0f;  ///< in solid angle; 0: never
+};
+
+/// For light that has a size, which smooth surfaces show sharply. Within the base a facet's angle
+/// to the normal comes from its sine: the cosine that respond() takes says nothing of angles below
+/// 0.0003 in single precision, and surfaces of roughness 0.02 have no others.
+[[nodiscard]] VELA_API Reflection reflectionTowards(const PreviewSurface& surface,
+                                                    const tarn::Vec3f& normal,
+                                                    const tarn::Vec3f& toLight,
+                                                    const tarn::Vec3f& toViewer);
+
+/// A direction that light reflects from towards the viewer, likelier where more of it does.
+/// \param u, v  a point of the unit square, below 1
+/// \param coat  as for sampleReflection()
+[[nodiscard]] VELA_API Reflection chooseReflection(const PreviewSurface& surface,
+                                                   const tarn::Vec3f& normal,
+                                                   const tarn::Vec3f& toViewer, float u, float v,
+                                                   bool coat);
+
 }  // namespace vela::look

@@ -146,4 +146,57 @@ TEST(PreviewResponse, AMattSurfaceSendsOnWhatItsColourSays) {
   EXPECT_NEAR(sum[2], 0.99, 0.02);
 }
 
+TEST(PreviewResponse, ReflectionsOfLightWithASizeAreThoseOfTheResponse) {
+  std::mt19937 random(11);
+  std::uniform_real_distribution<float> number(0.0f, 1.0f);
+  for (const float coat : {0.0f, 0.7f})
+    for (const bool isSpecular : {false, true}) {
+      PreviewSurface surface;
+      surface.roughness = 0.4f;
+      surface.metallic = 0.3f;
+      surface.specularColor = {0.2f, 0.3f, 0.4f};
+      surface.isSpecularWorkflow = isSpecular;
+      surface.clearcoat = coat;
+      surface.clearcoatRoughness = 0.2f;
+      int seen = 0;
+      for (int i = 0; i < 500; ++i) {
+        const Vec3f toViewer = Vec3f(number(random), number(random), 0.3f).normalized();
+        const auto choice = vela::look::chooseReflection(surface, kUp, toViewer, number(random),
+                                                         number(random), i % 2 == 0);
+        if (!(choice.density > 0.0f)) continue;
+        ++seen;
+        const Vec3f expected = respond(surface, kUp, choice.toLight, toViewer).specular;
+        for (std::size_t c = 0; c < 3; ++c)
+          EXPECT_NEAR(choice.specular[c], expected[c], 1e-3f * expected[c]);
+      }
+      EXPECT_GT(seen, 300);
+      const auto behind = vela::look::reflectionTowards(surface, kUp, -kUp, kUp);
+      EXPECT_EQ(behind.specular, Vec3f(0.0f));
+      EXPECT_EQ(behind.density, 0.0f);
+    }
+}
+
+TEST(PreviewResponse, AMetalMirrorsAllOfAWhiteWorldHoweverSmoothItIs) {
+  // The mean of the response over its density is what it reflects of the same light from
+  // everywhere; a mirror all of it.
+  for (const float roughness : {0.0f, 0.005f, 0.02f, 0.05f, 0.1f}) {
+    PreviewSurface surface;
+    surface.diffuseColor = Vec3f(1.0f);
+    surface.metallic = 1.0f;
+    surface.roughness = roughness;
+    double sum = 0.0;
+    const int n = 200;
+    const Vec3f toViewer = Vec3f(0.5f, 0.2f, 0.8f).normalized();
+    for (int i = 0; i < n; ++i)
+      for (int j = 0; j < n; ++j) {
+        const auto choice =
+            vela::look::chooseReflection(surface, kUp, toViewer, (static_cast<float>(i) + 0.5f) / n,
+                                         (static_cast<float>(j) + 0.5f) / n, false);
+        if (choice.density > 0.0f)
+          sum += static_cast<double>(choice.specular.x / choice.density) / (n * n);
+      }
+    EXPECT_NEAR(sum, 1.0, 0.01) << roughness;
+  }
+}
+
 }  // namespace
