@@ -998,8 +998,28 @@ class LeftOut(Case):
         # Scene files want a line for each statement.
         self.scene.write_text("#usda 1.0\n" + text.replace("{", "{\n").replace("}", "\n}"))
 
+    def test_lights_that_show_are_not_left_out_and_what_does_not_count_of_them_is_told(self):
+        out = ["-o", self.at / "a.exr", *self.PICTURE]
+        self.scene_of('def Cube "C" { }\ndef DistantLight "L" { }\ndef DomeLight "D" { }')
+        self.assertEqual(self.said("render", self.scene, *out), [])
+        self.scene_of('def Cube "C" { }\ndef DistantLight "L" { float inputs:intensity = nan\nfloat inputs:angle = inf }\n'
+                      'def SphereLight "S" { asset inputs:shaping:ies:file = @lamp.ies@ }')
+        self.assertEqual(self.said("render", self.scene, *out),
+                         ["vela render: note: 2 settings of lights do not count, the first /L: angle is not finite",
+                          "vela render: note: left out: 1 light profile"])
+        # Nobody asks them when none of them shines.
+        self.assertEqual(self.said("render", self.scene, *out, "--lights", "own"), ["vela render: note: left out: 1 light profile"])
+        self.assertEqual(self.said("render", self.scene, *out, "--layers", "depth"), [])
+        self.scene_of('def Cube "C" { }\ndef DomeLight "D" { asset inputs:texture:file = @./gone.png@ }')
+        self.assertEqual(self.said("render", self.scene, *out),
+                         [f"vela render: note: 1 texture is missing or cannot be read: {self.at / 'gone.png'}: it is missing"])
+        self.assertIn("--bounces", self.bad(2, "render", self.scene, *out, "--bounces", "9"))
+        self.assertIn("--lights", self.bad(2, "render", self.scene, *out, "--lights", "none"))
+        self.scene_of('def Cube "C" { }')
+        self.assertIn("--bounces", self.said("render", self.scene, *out, "--lights", "own", "--bounces", "2")[0])
+
     def test_lights_and_materials_concern_colours_alone(self):
-        self.scene_of('def Cube "C" { rel material:binding = </M> }\ndef Material "M" { }\ndef DistantLight "L" { }')
+        self.scene_of('def Cube "C" { rel material:binding = </M> }\ndef Material "M" { }\ndef PortalLight "L" { }')
         out = ["-o", self.at / "a.exr", *self.PICTURE]
         self.assertEqual(self.said("render", self.scene, *out), ["vela render: note: left out: 1 light, 1 material"])
         self.assertEqual(self.said("render", self.scene, *out, "--layers", "N,depth"), [])

@@ -365,6 +365,29 @@ class Like(Case):
         self.assertIn(b"note: c.exr was made by vela 9.", done.stderr)
         self.assertIn(b"fresh", done.stderr.splitlines()[-1])
 
+    def test_the_choice_of_lights_stands_in_the_header_where_there_is_one(self):
+        plain = (self.at / "scene.usda").read_text()
+        chosen = (("--lights", "own"), ("--lights", "both", "--bounces", "0"), ("--bounces", "3"), ())
+        for options in chosen:
+            # A scene without lights is the same picture whatever is chosen.
+            self.render("-o", "a.exr", *options)
+            self.render("-o", "b.exr")
+            self.assertEqual((self.at / "a.exr").read_bytes(), (self.at / "b.exr").read_bytes(), options)
+        (self.at / "scene.usda").write_text(plain + 'def DomeLight "Sky" {\nfloat inputs:intensity = 0.3\n}\n')
+        headers = []
+        for options in chosen:
+            self.render("-o", "a.exr", *options)
+            self.good("render", "--like", "a.exr", "-o", "b.exr", "--threads", "1")
+            self.assertEqual((self.at / "a.exr").read_bytes(), (self.at / "b.exr").read_bytes(), options)
+            header = exr.read(self.at / "a.exr").value("vela/options")
+            self.assertEqual(" ".join(options) in header, True, header)
+            headers.append(header)
+        self.assertNotIn("--lights", headers[2] + headers[3])
+        self.assertNotIn("--bounces", headers[0] + headers[3])
+        # Bounces of what has none change nothing.
+        self.render("-o", "c.exr", "--lights", "own", "--bounces", "5")
+        self.assertEqual(exr.read(self.at / "c.exr").value("vela/options"), headers[0])
+
     def test_a_selection_stands_in_the_header(self):
         self.good("select", "scene.usda", "--rect", "0,12,3,15", *SMALL[:2], "-o", "s.sel")
         self.render("-o", "a.exr", "--selection", "s.sel")

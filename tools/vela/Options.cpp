@@ -229,6 +229,10 @@ bool readArguments(int count, char** arguments, RenderOptions& options) {
   options.materials = purpose != 2;
   if (purpose == 1) options.scene.materialPurpose = vela::scene::MaterialPurpose::preview;
   readInteger(given, "--texture-memory", 1, 1 << 20, options.textureMemory);
+  readWord(given, "--lights", {"scene", "own", "both"}, options.lights);
+  readInteger(given, "--bounces", 0, 8, options.bounces);
+  if (options.lights == vela::picture::LightChoice::own)
+    sayUnused(typed, {"--bounces"}, "light of Vela's own lights is not scattered on");
   readWord(given, "--pattern", {"jittered", "regular"}, options.pattern);
   if (options.samples == 1)
     sayUnused(given, {"--pattern"}, "a single sample is the pixel's centre");

@@ -94,6 +94,8 @@ struct RenderOptions {
   int threads = 0;
   bool materials = true;     ///< else displayColor alone
   int textureMemory = 1024;  ///< megabytes
+  vela::picture::LightChoice lights = vela::picture::LightChoice::scene;
+  int bounces = vela::picture::RenderOptions().bounces;
   std::vector<std::string> layers = vela::picture::defaultLayers();
 };
 

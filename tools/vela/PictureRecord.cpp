@@ -89,6 +89,14 @@ std::vector<std::string> wordsOf(const RenderOptions& options,
     add("--material-purpose", "none");
   else if (scene.materialPurpose == vela::scene::MaterialPurpose::preview)
     add("--material-purpose", "preview");
+  // Of a scene without lights the picture is the same whatever they say.
+  if (!renderer.lights().lights.empty()) {
+    using vela::picture::LightChoice;
+    const bool isOwn = options.lights == LightChoice::own;
+    if (options.lights != LightChoice::scene) add("--lights", isOwn ? "own" : "both");
+    if (!isOwn && options.bounces != RenderOptions().bounces)
+      add("--bounces", std::to_string(options.bounces));
+  }
   if (options.textureMemory != RenderOptions().textureMemory)
     add("--texture-memory", std::to_string(options.textureMemory));
   const int grid = std::max(1, static_cast<int>(std::lround(std::sqrt(options.samples))));

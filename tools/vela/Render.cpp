@@ -50,6 +50,8 @@ vela::picture::RenderOptions pictureOptions(const RenderOptions& options) {
   picture.materialPurpose = scene.materialPurpose;
   picture.materials = options.materials;
   picture.textureMemory = static_cast<std::size_t>(options.textureMemory) << 20;
+  picture.lights = options.lights;
+  picture.bounces = options.bounces;
   picture.layers = layersToRender(options);
   return picture;
 }

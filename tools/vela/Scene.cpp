@@ -164,6 +164,11 @@ void reportKind(const std::string& file, const Problem* problems, std::size_t co
       say(Notice::note, std::to_string(count) + " texture" + (count == 1 ? " is" : "s are") +
                             " reduced" + (count == 1 ? ": " : ", the first ") + first.text());
       break;
+    case Problem::Kind::changedLight:
+      say(Notice::note, std::to_string(count) + " setting" +
+                            (count == 1 ? " of a light does" : "s of lights do") + " not count" +
+                            (count == 1 ? ": " : ", the first ") + first.text());
+      break;
     case Problem::Kind::notBound:
       say(Notice::note, std::to_string(count) + " collection" + (count == 1 ? " of" : "s of") +
                             " materials cannot be read" + (count == 1 ? ": " : ", the first ") +

@@ -237,6 +237,15 @@ VerbRow renderRow() {
         materialPurpose("full; preview: materials that are bound for previews go before others; "
                         "none: no materials, displayColor alone",
                         {"full", "preview", "none"}),
+        {"--lights",
+         "L",
+         "scene: the scene's lights, Vela's own where it has none; own: Vela's own, a key light "
+         "and "
+         "a fill light by the camera and daylight; both",
+         Offer::words,
+         {"scene", "own", "both"}},
+        {"--bounces", "N",
+         "how often surfaces scatter the light of the scene's lights on, 0 to 8: 1"},
         {"--texture-memory", "MB",
          "megabytes for textures: 1024. The largest are shown with fewer pixels when all would "
          "take more"},

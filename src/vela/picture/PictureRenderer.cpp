@@ -39,6 +39,7 @@ struct OpenPicture {
   LayerChoice layers;
   scene::MeshList meshes;
   std::optional<scene::SceneMaterials> materials;
+  scene::SceneLights lights;
   scene::Extent extent;
   scene::View view;
   std::optional<scene::RayCaster> caster;
@@ -62,6 +63,7 @@ using tarn::Vec2f;
 
 constexpr int kMostSamples = 4096;
 constexpr int kWidest = 65536;
+constexpr int kMostBounces = 8;
 
 Problem problemOf(Problem::Kind kind, const std::string& subject, const std::string& reason) {
   Problem problem;
@@ -84,6 +86,8 @@ Problem findBadOption(const RenderOptions& options) {
   };
   if (isOutside(options.samples, 1, kMostSamples))
     return bad("samples", outside(options.samples, 1, kMostSamples));
+  if (isOutside(options.bounces, 0, kMostBounces))
+    return bad("bounces", outside(options.bounces, 0, kMostBounces));
   if (isOutside(options.view.width, 0, kWidest))
     return bad("width", outside(options.view.width, 0, kWidest));
   if (isOutside(options.view.height, 0, kWidest))
@@ -121,9 +125,15 @@ void makeJob(const std::shared_ptr<ovo::Stage>& stage, const RenderOptions& opti
     const double radius = box.isEmpty() ? 1.0 : 0.5 * box.size().length();
     open.shader.emplace(open.meshes, *open.caster, options.time, open.view, radius, ambientGrid,
                         options.smooth);
+    // Images of lights come first, and leave half of the memory to the materials'.
+    std::size_t memory = options.textureMemory;
+    if (needsLight && options.lights != LightChoice::own && !open.lights.lights.empty()) {
+      open.shader->useLights(open.lights, options.lights == LightChoice::both, options.bounces,
+                             memory / 2, problems, work);
+      memory -= std::min(open.shader->lights()->textureBytes(), memory);
+    }
     if (needsLight && options.materials)
-      open.shader->useMaterials(*open.materials, options.time, options.textureMemory, problems,
-                                work);
+      open.shader->useMaterials(*open.materials, options.time, memory, problems, work);
     if (options.selection) {
       Selection::GeoSelection selection = *options.selection;
       open.shader->tint(selection, stage);
@@ -197,6 +207,13 @@ bool setUp(const std::shared_ptr<ovo::Stage>& stage, const RenderOptions& option
         scene::findMaterials(*stage, open.meshes, options.materialPurpose, options.time, work);
     if (work.isStopped()) return fail(problemOf(Problem::Kind::stopped, "", "stopped"));
     add(open.materials->problems);
+  }
+
+  // What shines on them.
+  if (open.layers.has(Sampling::meanOfSamples)) {
+    open.lights = scene::listLights(*stage, open.meshes, filter, work.part(0.6, 0.6));
+    if (work.isStopped()) return fail(problemOf(Problem::Kind::stopped, "", "stopped"));
+    if (options.lights != LightChoice::own) add(open.lights.problems);
   }
 
   // The camera, and what answers its rays.
@@ -378,6 +395,7 @@ const scene::MeshList& PictureRenderer::meshes() const noexcept { return open_->
 const scene::Extent& PictureRenderer::extent() const noexcept { return open_->extent; }
 const scene::View& PictureRenderer::view() const noexcept { return open_->view; }
 const scene::RayCaster& PictureRenderer::caster() const noexcept { return *open_->caster; }
+const scene::SceneLights& PictureRenderer::lights() const noexcept { return open_->lights; }
 std::uint64_t PictureRenderer::raysTraced() const noexcept {
   return open_->counter.cameraRays.load(std::memory_order_relaxed) +
          open_->counter.lightRays.load(std::memory_order_relaxed);

@@ -20,6 +20,7 @@
 #include "vela/scene/Problem.h"
 #include "vela/scene/RayCaster.h"
 #include "vela/scene/SceneExtent.h"
+#include "vela/scene/SceneLights.h"
 #include "vela/scene/SceneMeshes.h"
 #include "vela/scene/View.h"
 #include "vela/scene/Work.h"
@@ -29,6 +30,13 @@ namespace vela::picture {
 
 /// How a pixel's samples are spread over it.
 enum class SamplePattern { jittered, regular };
+
+/// Which lights shine in a picture.
+enum class LightChoice {
+  scene,  ///< the scene's; Vela's own where it has none
+  own,    ///< Vela's own: a key light and a fill light by the camera, and daylight
+  both,
+};
 
 /// What a picture is to show and how.
 struct RenderOptions {
@@ -49,6 +57,10 @@ struct RenderOptions {
   bool materials = true;
   /// What textures may take of memory, in bytes; larger ones are shown with fewer pixels.
   std::size_t textureMemory = std::size_t{1} << 30;
+  LightChoice lights = LightChoice::scene;
+  /// How often light of the scene's lights, and of surfaces that shine, is scattered on its way by
+  /// surfaces that the picture may show or not, 0 to 8. Vela's own lights are not.
+  int bounces = 1;
 };
 
 /// What a renderer has done until now, over all of its calls and threads.
@@ -115,6 +127,8 @@ class VELA_PICTURE_API PictureRenderer {
   [[nodiscard]] const scene::Extent& extent() const noexcept;
   [[nodiscard]] const scene::View& view() const noexcept;
   [[nodiscard]] const scene::RayCaster& caster() const noexcept;
+  /// The lights of the scene, whether they were chosen or not; none when no layer needs light.
+  [[nodiscard]] const scene::SceneLights& lights() const noexcept;
 
   /// The whole picture without its values, which are 0: size, layers, manifest and attributes.
   ///

@@ -6,8 +6,11 @@
 
 #include "ovo/CameraPrim.h"
 #include "ovo/MeshPrim.h"
+#include "ovo/PropertyLinks.h"
 #include "ovo/Tokens.h"
+#include "vela/look/LightSource.h"
 #include "vela/look/PreviewMaterial.h"
+#include "vela/scene/SceneLights.h"
 #include "vela/scene/ScenePrims.h"
 
 namespace vela::scene {
@@ -22,8 +25,19 @@ bool endsWith(const std::string& text, const std::string& end) {
 
 // What a prim has of each kind, by a key that tells it from others of the kind.
 
+// Lights of kinds that are not shown, those among the prototypes of instancers, and geometry that
+// the scene makes shine.
 Keys lights(const ovo::Prim& prim, double) {
-  return isLight(prim) ? Keys{prim.getPath().asString()} : Keys();
+  bool isLeftOut = isLight(prim) && !isShownLight(prim);
+  if (!isLight(prim))
+    for (const ovo::Token& schema : ovo::PropertyLinks(prim).appliedSchemas())
+      isLeftOut = isLeftOut || schema == "LightAPI" || schema == "MeshLightAPI";
+  return isLeftOut ? Keys{prim.getPath().asString()} : Keys();
+}
+
+Keys profiles(const ovo::Prim& prim, double time) {
+  return isShownLight(prim) && look::hasLightProfile(prim, time) ? Keys{prim.getPath().asString()}
+                                                                 : Keys();
 }
 
 Keys materials(const ovo::Prim& prim, double) {
@@ -75,6 +89,7 @@ struct Row {
 // A row is deleted when pictures show the thing.
 constexpr Row kRows[] = {
     {{"light", "lights", LeftOutConcern::look}, lights},
+    {{"light profile", "light profiles", LeftOutConcern::look}, profiles},
     {{"material", "materials", LeftOutConcern::look}, materials, nullptr, isNoPreviewMaterial},
     {{"prim with opacity", "prims with opacity", LeftOutConcern::look}, opacities},
     {{"draw mode", "draw modes", LeftOutConcern::shape}, drawModes},

@@ -40,7 +40,8 @@ struct LeftOut {
 [[nodiscard]] VELA_API std::vector<LeftOutKind> leftOutKinds();
 
 /// Counts what is left out of a picture. Invisible and excluded prims do not count, materials once
-/// however often they are used, and only where they have no preview surface.
+/// however often they are used, and only where they have no preview surface; lights only where no
+/// picture shows them, see isShownLight().
 ///
 /// Surfaces that a refined list could not refine are not told here but in MeshList::notRefined.
 ///
@@ -51,11 +52,11 @@ struct LeftOut {
 /// \code
 ///   using namespace vela::scene;
 ///   const std::shared_ptr<ovo::Stage> stage = ovo::Stage::createInMemory();
-///   stage->definePrim(ovo::Path("/Sun"), ovo::Token("DistantLight"));
+///   stage->definePrim(ovo::Path("/Way"), ovo::Token("PortalLight"));
 ///   const MeshFilter filter;
 ///   const MeshList list = listMeshes(*stage, filter).value();
 ///   const std::vector<LeftOut> leftOut = findLeftOut(*stage, list, filter, nullptr);
-///   assert(leftOut.size() == 1 && leftOut[0].what == "light" && leftOut[0].first == "/Sun");
+///   assert(leftOut.size() == 1 && leftOut[0].what == "light" && leftOut[0].first == "/Way");
 ///   assert(textOf(leftOut) == "1 light");
 /// \endcode
 [[nodiscard]] VELA_API std::vector<LeftOut> findLeftOut(const ovo::Stage& stage,

@@ -36,13 +36,15 @@ def Camera "C" { }
             "");
 }
 
-TEST(LeftOut, LightsOfEveryTypeAreCountedWhereTheyAreVisible) {
-  const std::string scene = R"(def DistantLight "A" { }
-def DomeLight "B" { }
+TEST(LeftOut, LightsThatNoPictureShowsAreCountedWhereTheyAreVisible) {
+  const std::string scene = R"(def PortalLight "A" { }
+def GeometryLight "B" { }
 def Scope "Off" { token visibility = "invisible"
-  def RectLight "C" { }
+  def PluginLight "C" { }
 }
-def SphereLight "D" (active = false) { }
+def PortalLight "D" (active = false) { }
+def SphereLight "Shown" { }
+def DomeLight "ShownToo" { }
 )";
   EXPECT_EQ(found(scene), "2 lights");
   MeshFilter all;
@@ -50,6 +52,15 @@ def SphereLight "D" (active = false) { }
   EXPECT_EQ(found(scene, all), "3 lights");
   all.excludedPaths = {ovo::Path("/Off"), ovo::Path("/A")};
   EXPECT_EQ(found(scene, all), "1 light");
+}
+
+TEST(LeftOut, ShapesThatAreLightsAndProfilesAreCounted) {
+  EXPECT_EQ(found(R"(def Sphere "A" (apiSchemas = ["LightAPI"]) { }
+def Mesh "B" (apiSchemas = ["MaterialBindingAPI", "MeshLightAPI"]) { uniform token subdivisionScheme = "none" }
+def SphereLight "C" { asset inputs:shaping:ies:file = @lamp.ies@ }
+def SphereLight "D" { asset inputs:shaping:ies:file = @@ }
+)"),
+            "2 lights, 1 light profile");
 }
 
 TEST(LeftOut, MaterialsWithoutAPreviewSurfaceCountOnceHoweverOftenTheyAreUsed) {
@@ -96,7 +107,7 @@ def Camera "C" { float fStop = 2.8
 }
 
 TEST(LeftOut, ControlMeshesAndShapesWithoutFacesComeLast) {
-  const std::string scene = R"(def DistantLight "Sun" { }
+  const std::string scene = R"(def PortalLight "Way" { }
 def BasisCurves "Hair" { }
 def Points "Dust" { }
 def Mesh "A" { }

@@ -26,6 +26,7 @@ struct Problem {
     noTexture,         ///< missing, or it cannot be read; subject: the file
     textureReduced,    ///< shown with fewer pixels than it has; subject: the file
     sharedId,          ///< names that mattes cannot tell apart; subject: the matte
+    changedLight,      ///< a light that counts otherwise than the scene has it; subject: the light
   };
   enum class Severity { note, warning, error };
 

@@ -24,6 +24,9 @@ class PixelSamples {
   void start(int x, int y, int frame, bool jittered);
   /// Draws all that shading needs. To be called once after start(), when anything was hit.
   void drawLights();
+  /// Draws what the lights of the scene need; after drawLights() where both shine.
+  /// \param slots how many lights a sample asks
+  void drawSceneLights(std::size_t slots);
 
   [[nodiscard]] std::size_t count() const {
     return static_cast<std::size_t>(grid_) * static_cast<std::size_t>(grid_);
@@ -43,11 +46,27 @@ class PixelSamples {
     return reaches_[sample * static_cast<std::size_t>(ambient_) + i];
   }
 
+  // For the lights of the scene, within the unit square, below 1.
+
+  /// A point of a light.
+  [[nodiscard]] tarn::Vec2f light(std::size_t sample, std::size_t slot) const;
+  /// A direction that light is scattered from.
+  [[nodiscard]] tarn::Vec2f scattered(std::size_t sample) const;
+  /// A direction that light is reflected from.
+  [[nodiscard]] tarn::Vec2f reflected(std::size_t sample) const;
+  /// Which of many lights are asked.
+  [[nodiscard]] float which(std::size_t sample) const { return which_[sample]; }
+  /// The next numbers of the stream, for what lies farther along the way of a sample.
+  [[nodiscard]] float next() { return rng_.newFloatValue(); }
+  [[nodiscard]] tarn::Vec2f nextPoint();
+
  private:
   int grid_, ambientGrid_, ambient_;
   SamplingRng rng_;
   std::vector<tarn::Vec2f> offsets_, key_, fill_, ambientPoints_;
   std::vector<float> reaches_;
+  std::vector<tarn::Vec2f> lights_, shifts_, scattered_, reflected_;
+  std::vector<float> which_;
 };
 
 }  // namespace vela::picture::detail

@@ -123,16 +123,24 @@ Shader::Seen Shader::see(const scene::WorldRay& ray, const scene::SurfaceHit& hi
                          const PixelSamples& samples, std::size_t sample, std::size_t target,
                          float weight, float footprint, Batch& batch) const {
   Seen seen;
-  const std::optional<std::uint32_t> material = looks_->at(hit);
+  const std::optional<std::uint32_t> material = looks_ ? looks_->at(hit) : std::nullopt;
+  const Placed& placed = placed_[hit.entry];
+  const scene::SurfacePoint onSurface = placed.space.surfacePoint(hit);
   if (!material) {
-    const std::size_t first = batch.lights.size();
-    seen.albedo = light(ray, hit, samples, sample, target, batch);
-    for (std::size_t i = first; i < batch.lights.size(); ++i) batch.lights[i].colour *= weight;
+    seen.albedo = placed.colour ? *placed.colour : placed.surface->colour(onSurface);
+    LitPoint point = litPoint(placed, seen.albedo, onSurface, ray, hit);
+    point.target = target;
+    if (hasOwnLights_) {
+      const std::size_t first = batch.lights.size();
+      addOwnLights(point, samples, sample, batch);
+      for (std::size_t i = first; i < batch.lights.size(); ++i) batch.lights[i].colour *= weight;
+    }
+    if (lights_)
+      addAllFromScene({point, nullptr, hit.entry, Vec3f(weight), footprint}, samples, sample,
+                      batch);
     return seen;
   }
 
-  const Placed& placed = placed_[hit.entry];
-  const scene::SurfacePoint onSurface = placed.space.surfacePoint(hit);
   LookPoint look =
       looks_->evaluate(*material, hit, onSurface,
                        shadingNormal(*placed.surface, placed.space, onSurface, hit), footprint);
@@ -149,22 +157,29 @@ Shader::Seen Shader::see(const scene::WorldRay& ray, const scene::SurfaceHit& hi
   seen.emission = look.surface.emissiveColor * (look.fadesWhole ? look.opacity : 1.0f);
   // With the highlight of what is selected.
   look.surface.diffuseColor = point.albedo;
-  addDirectional(point, look, key_, samples.key(sample), weight, batch);
-  addDirectional(point, look, fill_, samples.fill(sample), weight, batch);
-  addDaylight(point, look, samples, sample, weight, batch);
+  if (hasOwnLights_) {
+    addDirectional(point, look, key_, samples.key(sample), weight, batch);
+    addDirectional(point, look, fill_, samples.fill(sample), weight, batch);
+    addDaylight(point, look, samples, sample, weight, batch);
+  }
+  if (lights_)
+    addAllFromScene({point, &look, hit.entry, Vec3f(weight), footprint}, samples, sample, batch);
   return seen;
 }
 
 float Shader::through(const scene::WorldRay& ray, const scene::SurfaceHit& hit,
                       scene::WorldRay& behind) const {
-  const Placed& placed = placed_[hit.entry];
-  const scene::SurfacePoint onSurface = placed.space.surfacePoint(hit);
-  const float share = looks_->through(hit, onSurface);
-  if (share > 0.0f) {
-    const Vec3f normal = hit.normal;
-    behind = raysBehind(litPoint(placed, {}, onSurface, ray, hit, &normal), ray, hit);
-  }
+  if (!looks_) return 0.0f;
+  const float share = looks_->through(hit, placed_[hit.entry].space.surfacePoint(hit));
+  if (share > 0.0f) behind = this->behind(ray, hit);
   return share;
+}
+
+scene::WorldRay Shader::behind(const scene::WorldRay& ray, const scene::SurfaceHit& hit) const {
+  const Placed& placed = placed_[hit.entry];
+  const Vec3f normal = hit.normal;
+  return raysBehind(litPoint(placed, {}, placed.space.surfacePoint(hit), ray, hit, &normal), ray,
+                    hit);
 }
 
 // A light's colour is what a white matt surface sends on of it: pi times its share.
@@ -239,10 +254,15 @@ Vec3f Shader::light(const scene::WorldRay& ray, const scene::SurfaceHit& hit,
   const Vec3f own = placed.colour ? *placed.colour : placed.surface->colour(onSurface);
   LitPoint point = litPoint(placed, own, onSurface, ray, hit);
   point.target = target;
+  addOwnLights(point, samples, sample, batch);
+  return own;
+}
+
+void Shader::addOwnLights(const LitPoint& point, const PixelSamples& samples, std::size_t sample,
+                          Batch& batch) const {
   addDirectional(point, key_, samples.key(sample), batch);
   addDirectional(point, fill_, samples.fill(sample), batch);
   addDaylight(point, samples, sample, batch);
-  return own;
 }
 
 Shader::LitPoint Shader::litPoint(const Placed& placed, const Vec3f& own,

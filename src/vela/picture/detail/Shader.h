@@ -1,18 +1,23 @@
 /// \file
-/// Light on surfaces: a key and a fill light, and daylight that corners keep out.
+/// Light on surfaces: that of the scene's lights; or a key and a fill light, and daylight that
+/// corners keep out.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "ovo/Stage.h"
 #include "tarn/Frame.h"
 #include "tarn/Vec.h"
+#include "vela/picture/detail/Lights.h"
 #include "vela/picture/detail/Looks.h"
 #include "vela/picture/detail/PixelSamples.h"
 #include "vela/scene/ObjectSpace.h"
 #include "vela/scene/RayCaster.h"
+#include "vela/scene/SceneLights.h"
 #include "vela/scene/SceneMeshes.h"
 #include "vela/scene/Surface.h"
 #include "vela/scene/SurfaceHit.h"
@@ -55,6 +60,18 @@ class Shader {
   /// \param problems  gets what is wrong with their textures
   void useMaterials(const scene::SceneMaterials& materials, double time, std::size_t textureBytes,
                     std::vector<scene::Problem>& problems, const scene::Work& work);
+  /// Lets the lights of the scene shine from now on. To be called before useMaterials().
+  /// \param lights  must outlive the shader
+  /// \param withOwn whether the shader's own lights stay
+  /// \param bounces how often their light is scattered on the way
+  /// \param textureBytes what their images may take; useMaterials() gets what is left of it
+  void useLights(const scene::SceneLights& lights, bool withOwn, int bounces,
+                 std::size_t textureBytes, std::vector<scene::Problem>& problems,
+                 const scene::Work& work);
+  [[nodiscard]] bool hasOwnLights() const { return hasOwnLights_; }
+  /// Of the scene; null when they do not shine.
+  [[nodiscard]] const Lights* lights() const { return lights_ ? &*lights_ : nullptr; }
+
   /// True when some face shows a material; light() would not show it.
   [[nodiscard]] bool hasLooks() const { return looks_ && looks_->any(); }
   /// True when some surface may let light through.
@@ -62,16 +79,30 @@ class Shader {
 
   /// Some light that arrives unless a ray is stopped.
   struct Light {
-    std::size_t target;  ///< the caller's index of the pixel
-    tarn::Vec3f colour;  ///< what arrives when nothing is in the way
+    std::size_t target;                ///< the caller's index of the pixel
+    tarn::Vec3f colour;                ///< what arrives when nothing is in the way
+    std::uint32_t source = kOwnLight;  ///< the light of the scene that it comes from
   };
-  /// Rays and what each decides over, index by index.
+  /// A way that light may come by from surface to surface, seen from the viewer.
+  struct Bounce {
+    std::size_t target;
+    scene::WorldRay ray;
+    tarn::Vec3f weight;   ///< what arrives at the viewer of a unit of light
+    float footprint = 0;  ///< the width in the world of what the ray stands for at its start
+    int depth = 1;        ///< how often it has been scattered
+    int surfaces = 0;     ///< how many it has gone through since
+  };
+  /// Rays and what each decides over, index by index; and what needs no such ray.
   struct Batch {
     std::vector<scene::WorldRay> rays;
     std::vector<Light> lights;
+    std::vector<Light> unshadowed;  ///< of lights that throw no shadows
+    std::vector<Bounce> bounces;
     void clear() {
       rays.clear();
       lights.clear();
+      unshadowed.clear();
+      bounces.clear();
     }
   };
 
@@ -88,15 +119,24 @@ class Shader {
     bool isSurface = true;   ///< false where the material cuts the surface out
     scene::WorldRay behind;  ///< goes on behind the surface
   };
-  /// As light(), for scenes with materials.
+  /// As light(), for scenes with materials or with lights.
   /// \param weight    of all that is added to the batch
   /// \param footprint the width of a sample in the world there
   Seen see(const scene::WorldRay& ray, const scene::SurfaceHit& hit, const PixelSamples& samples,
            std::size_t sample, std::size_t target, float weight, float footprint,
            Batch& batch) const;
+  /// The light that comes by a bounce from what its ray met: adds rays, lights and further bounces
+  /// to the batch.
+  /// \param samples of the target
+  /// \return light of the surface's own, weighed
+  tarn::Vec3f seeBounce(const Bounce& bounce, const scene::SurfaceHit& hit, PixelSamples& samples,
+                        Batch& batch) const;
   /// How much light goes straight through a hit, 0 to 1, and the ray that goes on.
   float through(const scene::WorldRay& ray, const scene::SurfaceHit& hit,
                 scene::WorldRay& behind) const;
+  /// A ray as it goes on behind a hit.
+  [[nodiscard]] scene::WorldRay behind(const scene::WorldRay& ray,
+                                       const scene::SurfaceHit& hit) const;
 
   /// The normal that a hit is shaded with, see scene::shadingNormal.
   [[nodiscard]] tarn::Vec3f normal(const scene::SurfaceHit& hit) const;
@@ -136,11 +176,37 @@ class Shader {
   [[nodiscard]] static scene::WorldRay raysBehind(const LitPoint& point, const scene::WorldRay& ray,
                                                   const scene::SurfaceHit& hit);
   [[nodiscard]] tarn::Vec3f daylightFrom(const tarn::Vec3f& direction) const;
+
+  // What the scene's lights fall on.
+  struct Receiver {
+    const LitPoint& point;
+    const LookPoint* look;  // null: a matt surface of the point's albedo
+    std::uint32_t entry;
+    tarn::Vec3f weight;
+    float footprint;
+  };
+  // A point for each light asked, and for the ways that light may come by.
+  struct Draws;
+  struct Answer {
+    tarn::Vec3f diffuse, specular;
+    float density = 0.0f;  // of the direction among reflections
+  };
+  [[nodiscard]] static Answer answerOf(const Receiver& to, const tarn::Vec3f& toLight, bool isThin);
+  void addAllFromScene(const Receiver& to, const PixelSamples& samples, std::size_t sample,
+                       Batch& batch) const;
+  void addSceneLights(const Receiver& to, const Draws& draws, Batch& batch) const;
+  void addReflection(const Receiver& to, const Draws& draws, Batch& batch) const;
+  void addScattered(const Receiver& to, const Draws& draws, int depth, Batch& batch) const;
+  void addLight(const Receiver& to, std::uint32_t source, const look::LightSample& sample,
+                const tarn::Vec3f& colour, Batch& batch) const;
+
   // The same lights on a material.
   void addDirectional(const LitPoint& point, const LookPoint& look, const Directional& light,
                       const tarn::Vec2f& onLight, float weight, Batch& batch) const;
   void addDaylight(const LitPoint& point, const LookPoint& look, const PixelSamples& samples,
                    std::size_t sample, float weight, Batch& batch) const;
+  void addOwnLights(const LitPoint& point, const PixelSamples& samples, std::size_t sample,
+                    Batch& batch) const;
   void addDirectional(const LitPoint& point, const Directional& light, const tarn::Vec2f& onLight,
                       Batch& batch) const;
   void addDaylight(const LitPoint& point, const PixelSamples& samples, std::size_t sample,
@@ -154,6 +220,9 @@ class Shader {
   float reach_;  // how far the rays of daylight look at most
   int ambient_;  // how many there are for a sample
   std::unique_ptr<const Looks> looks_;
+  std::optional<const Lights> lights_;
+  bool hasOwnLights_ = true;
+  int bounces_ = 0;
 };
 
 }  // namespace vela::picture::detail

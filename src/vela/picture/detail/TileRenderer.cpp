@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <utility>
 
 #include "vela/picture/detail/LayerRows.h"
@@ -21,6 +22,16 @@ void store(const LayerValues& values, const ChosenLayer& chosen, std::size_t pix
     else
       layer.integers[to++] = values.integers[element];
   }
+}
+
+// How much of a light's shadow an entry throws that lies so far from what is lit, 0 to 1.
+float shadowOf(const scene::SceneLight* light, std::uint32_t entry, double distance) {
+  if (!light) return 1.0f;
+  if (!light->isStoppedBy(entry)) return 0.0f;
+  const look::LightShadow& shadow = light->source.shadow;
+  if (!(shadow.falloff > 0.0f) || shadow.distance < 0.0f) return 1.0f;
+  const auto left = (shadow.distance - static_cast<float>(distance)) / shadow.falloff;
+  return std::pow(std::clamp(left, 0.0f, 1.0f), shadow.falloffGamma);
 }
 
 // Adds the time until its end, in nanoseconds.
@@ -74,7 +85,7 @@ void TileRenderer::renderRow(const Tile& tile, int y) {
   const std::int64_t tracedBefore = counts_.traceTime;
   {
     const Stopwatch watch(counts_.shadeTime);
-    if (job_.light->hasLooks()) {
+    if (job_.light->hasLooks() || job_.light->lights()) {
       makeFootprints(tile, y);
       shadeLooks(tile.width());
     } else {
@@ -178,7 +189,9 @@ void TileRenderer::shadeLooks(int width) {
     bool isEmpty = true;
     for (std::size_t s = 0; s < count; ++s) {
       if (!hits_[i * count + s].hit) continue;
-      if (std::exchange(isEmpty, false)) samples_[i].drawLights();
+      if (!std::exchange(isEmpty, false)) continue;
+      if (job_.light->hasOwnLights()) samples_[i].drawLights();
+      if (job_.light->lights()) samples_[i].drawSceneLights(job_.light->lights()->asked());
     }
     if (isEmpty) continue;
     for (std::size_t s = 0; s < count; ++s)
@@ -210,6 +223,7 @@ void TileRenderer::shadeLooks(int width) {
                             path.hasAlbedo || seen.isSurface});
     }
     resolveLooks(share);
+    bounce(share);
 
     std::swap(paths_, further_);
     passing_.clear();
@@ -218,6 +232,29 @@ void TileRenderer::shadeLooks(int width) {
     const Stopwatch watch(counts_.traceTime);
     job_.caster.intersect(passing_.data(), passing_.size(), hits.data());
     counts_.cameraRays += passing_.size();
+  }
+}
+
+// Light that comes by way of other surfaces, bounce by bounce.
+void TileRenderer::bounce(float share) {
+  std::vector<Shader::Bounce> bounces;
+  std::vector<scene::SurfaceHit> hits;
+  while (!batch_.bounces.empty()) {
+    bounces.swap(batch_.bounces);
+    batch_.clear();
+    passing_.clear();
+    for (const Shader::Bounce& bounce : bounces) passing_.push_back(bounce.ray);
+    hits.assign(passing_.size(), scene::SurfaceHit());
+    {
+      const Stopwatch watch(counts_.traceTime);
+      job_.caster.intersect(passing_.data(), passing_.size(), hits.data());
+    }
+    counts_.lightRays += passing_.size();
+    for (std::size_t i = 0; i < bounces.size(); ++i)
+      if (hits[i].hit)
+        means_[bounces[i].target].colour +=
+            job_.light->seeBounce(bounces[i], hits[i], samples_[bounces[i].target], batch_) * share;
+    resolveLooks(share);
   }
 }
 
@@ -233,15 +270,34 @@ void TileRenderer::resolveLooks(float share) {
   counts_.lightRays += batch_.rays.size();
   passages_.clear();
   passing_.clear();
+  const Lights* const lights = job_.light->lights();
+  const auto sourceOf = [&](std::size_t light) -> const scene::SceneLight* {
+    const std::uint32_t source = batch_.lights[light].source;
+    return source == kOwnLight ? nullptr : &(*lights)[source];
+  };
   const auto arrive = [&](std::size_t light, float weight) {
     means_[batch_.lights[light].target].colour += batch_.lights[light].colour * (share * weight);
   };
+  // What shadows leave of the light where something is in the way.
+  const auto shade = [&](std::size_t light, float weight) {
+    if (const scene::SceneLight* const source = sourceOf(light))
+      means_[batch_.lights[light].target].colour +=
+          batch_.lights[light].colour * source->source.shadow.colour * (share * (1.0f - weight));
+  };
+  for (const Shader::Light& light : batch_.unshadowed)
+    means_[light.target].colour += light.colour * share;
   for (std::size_t i = 0; i < batch_.rays.size(); ++i) {
     if (!occluded[i]) {
       arrive(i, 1.0f);
-    } else if (job_.light->maySeeThrough()) {
-      passages_.push_back({i, 1.0f});
+      continue;
+    }
+    const scene::SceneLight* const source = sourceOf(i);
+    const bool mayPass = source && (source->casting || source->source.shadow.falloff > 0.0f);
+    if (mayPass || job_.light->maySeeThrough()) {
+      passages_.push_back({i, 1.0f, 0.0});
       passing_.push_back(batch_.rays[i]);
+    } else {
+      shade(i, 0.0f);
     }
   }
 
@@ -259,17 +315,31 @@ void TileRenderer::resolveLooks(float share) {
       Passage passage = passages_[i];
       if (!hits[i].hit) {
         arrive(passage.light, passage.weight);
+        shade(passage.light, passage.weight);
         continue;
       }
+      passage.travelled += hits[i].distance;
       scene::WorldRay behind;
-      passage.weight *= job_.light->through(passing_[i], hits[i], behind);
-      if (!(passage.weight > kLeast)) continue;
+      const scene::SceneLight* const source = sourceOf(passage.light);
+      if (const float strength = shadowOf(source, hits[i].entry, passage.travelled);
+          strength < 1.0f) {
+        const float through = job_.light->through(passing_[i], hits[i], behind);
+        passage.weight *= 1.0f - strength * (1.0f - through);
+        behind = job_.light->behind(passing_[i], hits[i]);
+      } else {
+        passage.weight *= job_.light->through(passing_[i], hits[i], behind);
+      }
+      if (!(passage.weight > kLeast)) {
+        shade(passage.light, 0.0f);
+        continue;
+      }
       passages_[left] = passage;
       passing_[left++] = behind;
     }
     passages_.resize(left);
     passing_.resize(left);
   }
+  for (const Passage& passage : passages_) shade(passage.light, 0.0f);
 }
 
 void TileRenderer::writeCentres(const Tile& tile, int y) {

@@ -58,9 +58,11 @@ class TileRenderer {
   void traceSamples(const Tile& tile, int y);
   void trace();
   void shade(int width);
-  // The same for scenes with materials: what shows through surfaces counts too.
+  // The same for scenes with materials or lights: what shows through surfaces counts too, and light
+  // that they scatter.
   void shadeLooks(int width);
   void resolveLooks(float share);
+  void bounce(float share);
   void makeFootprints(const Tile& tile, int y);
   void writeCentres(const Tile& tile, int y);
   void writeMeans(const Tile& tile, int y);
@@ -91,6 +93,7 @@ class TileRenderer {
   struct Passage {
     std::size_t light;  // in the batch
     float weight;
+    double travelled;  // up to the ray's start
   };
   // How far apart neighbouring samples of a pixel are: at the camera, and more with each unit.
   struct Footprint {

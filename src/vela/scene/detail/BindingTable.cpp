@@ -6,6 +6,7 @@
 
 #include "ovo/PropertyLinks.h"
 #include "ovo/Token.h"
+#include "vela/scene/LeftOut.h"
 
 namespace vela::scene::detail {
 
@@ -188,7 +189,8 @@ Collection BindingTable::readCollection(const Prim& prim, const std::string& nam
   Collection out;
   const std::string head = "collection:" + name + ":";
   Token expansion, mode;
-  bool includesRoot = false;
+  // A light's own collections have everything unless it says otherwise.
+  bool includesRoot = isLight(prim) && (name == "lightLink" || name == "shadowLink");
   prim.getAttr(head + "expansionRule").get(expansion);
   prim.getAttr(head + "mode").get(mode);
   prim.getAttr(head + "includeRoot").get(includesRoot);

@@ -1,5 +1,5 @@
 /// \file
-/// What the prims of a stage say about materials, each read once.
+/// What the prims of a stage say about materials, and collections, each read once.
 #pragma once
 
 #include <cstddef>
@@ -41,6 +41,9 @@ class BindingTable {
   BindingTable(const ovo::Stage& stage, MaterialPurpose purpose);
 
   [[nodiscard]] MaterialBinding find(const ovo::Prim& prim);
+  /// The collection that a property such as `/Sun.collection:lightLink` stands for, whether its
+  /// schema is applied or not. The two of a light have everything where the scene does not say.
+  std::shared_ptr<const Collection> collectionAt(const ovo::Path& property);
   [[nodiscard]] const std::vector<std::string>& unreadable() const { return unreadable_; }
 
  private:
@@ -57,7 +60,6 @@ class BindingTable {
   };
 
   const OfPrim& read(const ovo::Prim& prim);
-  std::shared_ptr<const Collection> collectionAt(const ovo::Path& property);
   Collection readCollection(const ovo::Prim& prim, const std::string& name);
   [[nodiscard]] const Binding* findFor(const ovo::Prim& prim, int which);
 
