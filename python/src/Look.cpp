@@ -5,6 +5,7 @@
 #include "Module.h"
 #include "Records.h"
 #include "ovo/Prim.h"
+#include "vela/look/LightSource.h"
 #include "vela/look/PreviewMaterial.h"
 #include "vela/look/PreviewResponse.h"
 
@@ -12,7 +13,38 @@ namespace vela::python {
 
 using namespace vela::look;
 
+namespace {
+
+void bindLights(nb::module_& m) {
+  nb::enum_<LightKind>(m, "LightKind",
+                       "The kinds of lights that pictures show.\n\n"
+                       ">>> vela.look.LightKind.DOME.value\n5")
+      .value("DISTANT", LightKind::distant)
+      .value("SPHERE", LightKind::sphere)
+      .value("RECT", LightKind::rect)
+      .value("DISK", LightKind::disk)
+      .value("CYLINDER", LightKind::cylinder)
+      .value("DOME", LightKind::dome);
+  m.def(
+      "light_kind_of",
+      [](const ovo::Prim& prim) {
+        requireOpen(prim);
+        return lightKindOf(prim);
+      },
+      nb::arg("prim"),
+      "The kind of a light; None for other prims, portals, geometry and plug-in lights.\n\n"
+      ">>> stage = vela.Stage.create_in_memory()\n"
+      ">>> vela.look.light_kind_of(stage.define_prim('/Sun', 'DistantLight')).name\n'DISTANT'");
+  m.def("black_body_colour", &blackBodyColour, nb::arg("kelvin"),
+        "The colour (3,) of a black body, linear Rec.709, of the luminance 1; kelvin within 1000 "
+        "and 10000.\n\n>>> red, green, blue = vela.look.black_body_colour(2700)\n"
+        ">>> bool(red > green > blue)\nTrue");
+}
+
+}  // namespace
+
 void bindLook(nb::module_& m) {
+  bindLights(m);
   nb::enum_<SurfaceInput>(m, "SurfaceInput",
                           "The inputs of a preview surface.\n\n"
                           ">>> vela.look.input_name(vela.look.SurfaceInput.IOR)\n'ior'")

@@ -519,6 +519,12 @@ void bindOptions(nb::module_& m) {
                            ">>> vela.picture.SamplePattern.REGULAR.value\n1")
       .value("JITTERED", SamplePattern::jittered)
       .value("REGULAR", SamplePattern::regular);
+  nb::enum_<LightChoice>(m, "LightChoice",
+                         "Which lights shine in a picture.\n\n"
+                         ">>> vela.picture.LightChoice.SCENE.value\n0")
+      .value("SCENE", LightChoice::scene)
+      .value("OWN", LightChoice::own)
+      .value("BOTH", LightChoice::both);
   using O = RenderOptions;
   Record<O>(m, "RenderOptions",
             "What a picture is to show and how.\n\n"
@@ -534,7 +540,9 @@ void bindOptions(nb::module_& m) {
       .field("selection", &O::selection, "What it has is tinted; None.")
       .field("material_purpose", &O::materialPurpose, "Which materials count.")
       .field("materials", &O::materials, "False: displayColor alone.")
-      .field("texture_memory", &O::textureMemory, "Bytes that textures may take.");
+      .field("texture_memory", &O::textureMemory, "Bytes that textures may take.")
+      .field("lights", &O::lights, "Which lights shine.")
+      .field("bounces", &O::bounces, "How often light of the scene is scattered, 0 to 8.");
   Record<RenderStats>(m, "RenderStats",
                       "What a renderer has done until now.\n\n"
                       ">>> vela.picture.RenderStats().camera_rays\n0")

@@ -16,6 +16,7 @@
 #include "vela/scene/MaterialBinding.h"
 #include "vela/scene/MeshDefects.h"
 #include "vela/scene/SceneExtent.h"
+#include "vela/scene/SceneLights.h"
 #include "vela/scene/ScenePrims.h"
 #include "vela/scene/SceneSummary.h"
 #include "vela/scene/Shape.h"
@@ -62,7 +63,8 @@ void bindProblem(nb::module_& m) {
       .value("NOT_BOUND", P::Kind::notBound)
       .value("NO_TEXTURE", P::Kind::noTexture)
       .value("TEXTURE_REDUCED", P::Kind::textureReduced)
-      .value("SHARED_ID", P::Kind::sharedId);
+      .value("SHARED_ID", P::Kind::sharedId)
+      .value("CHANGED_LIGHT", P::Kind::changedLight);
   nb::enum_<P::Severity>(m, "Severity",
                          "How much a problem matters.\n\n"
                          ">>> vela.scene.Severity.NOTE.value\n0")
@@ -341,10 +343,10 @@ void bindLeftOut(nb::module_& m) {
       },
       nb::arg("meshes"), nb::arg("filter") = nb::none(), nb::arg("view") = nb::none(),
       "Counts what is left out of a picture of a list, made by that filter.\n\n"
-      ">>> stage = vela.Stage.create_in_memory()\n>>> sun = stage.define_prim('/Sun', "
-      "'DistantLight')\n"
+      ">>> stage = vela.Stage.create_in_memory()\n>>> way = stage.define_prim('/Way', "
+      "'PortalLight')\n"
       ">>> [(kind.what, kind.first) for kind in "
-      "vela.scene.find_left_out(vela.scene.list_meshes(stage))]\n[('light', '/Sun')]");
+      "vela.scene.find_left_out(vela.scene.list_meshes(stage))]\n[('light', '/Way')]");
   m.def(
       "is_light",
       [](const ovo::Prim& prim) {
@@ -354,6 +356,15 @@ void bindLeftOut(nb::module_& m) {
       nb::arg("prim"),
       "True for a prim of a type of light.\n\n>>> stage = vela.Stage.create_in_memory()\n"
       ">>> vela.scene.is_light(stage.define_prim('/Sun', 'DistantLight'))\nTrue");
+  m.def(
+      "is_shown_light",
+      [](const ovo::Prim& prim) {
+        requireOpen(prim);
+        return isShownLight(prim);
+      },
+      nb::arg("prim"),
+      "True for a light that pictures show.\n\n>>> stage = vela.Stage.create_in_memory()\n"
+      ">>> vela.scene.is_shown_light(stage.define_prim('/Way', 'PortalLight'))\nFalse");
 }
 
 void bindMaterials(nb::module_& m) {

@@ -11,7 +11,7 @@ import warnings
 from vela import _files
 from vela._vela import LensProjection
 from vela._vela.ovo import Stage
-from vela._vela.picture import Picture, PictureRenderer, RenderOptions, SamplePattern, ViewOptions, file_format
+from vela._vela.picture import LightChoice, Picture, PictureRenderer, RenderOptions, SamplePattern, ViewOptions, file_format
 from vela._vela.scene import CasterKind, MaterialPurpose, MeshFilter, Severity
 from vela._vela.selection import GeoSelection
 from vela._warnings import VelaWarning
@@ -58,6 +58,8 @@ def _options(
     material_purpose: MaterialPurpose,
     caster: CasterKind,
     texture_memory: int | None,
+    lights: LightChoice,
+    bounces: int,
 ) -> RenderOptions:
     options = RenderOptions()
     view = ViewOptions()
@@ -83,6 +85,8 @@ def _options(
     options.caster = caster
     if texture_memory is not None:
         options.texture_memory = texture_memory
+    options.lights = lights
+    options.bounces = bounces
     return options
 
 
@@ -105,6 +109,8 @@ def render(
     material_purpose: MaterialPurpose = MaterialPurpose.FULL,
     caster: CasterKind = CasterKind.TRACER,
     texture_memory: int | None = None,
+    lights: LightChoice = LightChoice.SCENE,
+    bounces: int = 1,
     region: tuple[int, int, int, int] | None = None,
     threads: int = 0,
     progress: Progress = False,
@@ -114,6 +120,7 @@ def render(
     `size` is (width, height) in pixels; one of them 0 follows from the camera's film. `layers` are names, see
     `vela.picture.layer_names()`; without them colour and what else is there by default. `camera` is the path of a camera prim;
     without one the scene's first, or a view of all of it. `region` renders pixels (x0, y0) up to but without (x1, y1) alone.
+    `lights` are the scene's, or Vela's own where it has none; light of the scene's is scattered `bounces` times, 0 to 8.
     `threads` of 0 are as many as the machine has; the picture does not depend on them. `progress` is a callable that gets a
     number from 0 to 1, or True for a bar where tqdm is there. Ctrl-C ends it with KeyboardInterrupt.
 
@@ -127,7 +134,7 @@ def render(
     if not isinstance(stage, Stage):
         stage = Stage.open(stage)
     options = _options(size, layers, camera, lens, time, turn, samples, pattern, smooth, meshes, subdivision_level, selection,
-                       materials, material_purpose, caster, texture_memory)
+                       materials, material_purpose, caster, texture_memory, lights, bounces)
     with _bar(progress) as tell:
         # Setting up reads the scene; most of the time goes into rays.
         share = None if tell is None else lambda done: tell(0.2 * done)
