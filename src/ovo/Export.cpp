@@ -59,15 +59,28 @@ std::string movedName(const pxr::SdfLayerRefPtr& from, const std::string& name,
   return moved.empty() ? whole : moved.compare(0, 3, "../") == 0 ? moved : "./" + moved;
 }
 
-// Metadata that OpenUSD does not know it keeps as their text. Of some, such as paths, its parser
-// keeps none, and a file with `name =` and nothing behind it cannot be read again.
-void dropMetadataWithoutText(const pxr::SdfLayerRefPtr& layer) {
+// Whether a value's text is one that the parser reads.
+bool isReadable(const std::string& text) {
+  pxr::TfErrorMark errors;
+  const bool isRead =
+      pxr::SdfLayer::CreateAnonymous("value.usda")
+          ->ImportFromString("#usda 1.0\ndef \"a\"\n{\n    unknown a = " + text + "\n}\n");
+  errors.Clear();
+  return isRead;
+}
+
+// What OpenUSD does not know, metadata and values of unknown types, it keeps as text. Of some, such
+// as paths, its parser keeps none, and of file names with an @ in them not the marks around them:
+// the file could not be read again.
+void dropValuesWithoutText(const pxr::SdfLayerRefPtr& layer) {
   std::vector<std::pair<pxr::SdfPath, pxr::TfToken>> lost;
   layer->Traverse(pxr::SdfPath::AbsoluteRootPath(), [&](const pxr::SdfPath& path) {
     for (const pxr::TfToken& field : layer->ListFields(path)) {
       pxr::SdfUnregisteredValue value;
-      if (layer->HasField(path, field, &value) && value.GetValue().IsHolding<std::string>() &&
-          value.GetValue().UncheckedGet<std::string>().empty())
+      if (!layer->HasField(path, field, &value) || !value.GetValue().IsHolding<std::string>())
+        continue;
+      const std::string& text = value.GetValue().UncheckedGet<std::string>();
+      if (text.empty() || (text.find('@') != std::string::npos && !isReadable(text)))
         lost.emplace_back(path, field);
     }
   });
@@ -89,7 +102,7 @@ pxr::SdfLayerRefPtr mergeLayers(const StageData& stage, const std::string& folde
       mergeSpec(stage.session, *path, merged);
   }
 
-  dropMetadataWithoutText(merged);
+  dropValuesWithoutText(merged);
 
   // Names of files hold from the folder of the opened file.
   const std::string oldFolder = fs::path(stage.root->GetRealPath()).parent_path().string();
