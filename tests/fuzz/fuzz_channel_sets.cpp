@@ -86,7 +86,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                 "containment");
         break;
       default:
-        require((a.set == b.set) == (a.model == b.model), "equality");
+        // Of the stored words: sets of the same channels may be stored in different numbers of
+        // them.
+        require(!(a.set == b.set) || a.model == b.model, "equality");
         require(a.set.last().index() == (a.model.empty() ? 0 : *a.model.rbegin()), "the last one");
         break;
     }
