@@ -308,6 +308,17 @@ class Farm(unittest.TestCase):
                 self.assertEqual(done.returncode, 1, done.stderr)
                 self.assertIn(text, done.stderr.splitlines()[-1])
                 self.assertFalse((self.at / "out/joined.exr").exists())
+        # Options are equal where scenes and selections differ.
+        other = self.at / "other.usda"
+        other.write_text(SCENE.replace("(-4, 0, 0)", "(-3, 0, 0)"))
+        done = run("render", other, "-o", band, *all_of)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertIn("it is of the scene other.usda, and this is shot one.usda", self.join().stderr)
+        self.assertEqual(run("select", self.scene, "--rect", "0,0,31,17", "--size", "32x18", "-o", self.at / "all.sel").returncode, 0)
+        done = run("render", self.scene, "-o", band, *all_of, "--selection", self.at / "all.sel")
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertIn("another selection is tinted in it", self.join().stderr)
+        self.assertFalse((self.at / "out/joined.exr").exists())
         whole = one.read_bytes()
         for damage in (whole[:len(whole) // 2], b"", b"no picture"):
             band.write_bytes(damage)
@@ -320,6 +331,30 @@ class Farm(unittest.TestCase):
         self.assertNotEqual(done.returncode, 0)
         self.assertEqual(band.read_bytes(), whole)
         self.assertEqual(self.join().returncode, 0)
+
+    def test_a_band_that_shows_nothing_is_nothing_to_speak_of(self):
+        done = run("render", self.scene, "-o", self.at / "out/b.exr", "--tile", "1/18", *SMALL, "--layers", "depth", "--strict")
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+
+    def test_a_frame_of_a_file_a_layer_is_joined_from_bands_of_all_layers(self):
+        names = self.at / "out/p.{layer}.####.png"
+        done = run("submit", self.scene, "--frames", "2", "-o", names, *SMALL, "--layers", "depth,N", "--tiles", 2, "--job", self.at / "job.json")
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertEqual(engine(*shlex.split(done.stdout)[1:], "-p", f"Vela={COMMAND}").returncode, 0)
+        for band in (self.at / "out").glob("p.layers.0002.tile*.exr"):
+            band.unlink()
+        self.assertEqual(run("render", self.scene, "--frames", "2", "-o", self.at / "alone/p.{layer}.####.png", *SMALL, "--layers", "depth,N").returncode, 0)
+        self.assert_same(2)
+
+    def test_size_is_a_parameter_without_being_asked_for_and_names_of_jobs_are_short(self):
+        scene = self.at / ("s" * 150 + ".usda")
+        scene.write_text(SCENE)
+        done = run("submit", scene, "--frames", "1", "-o", self.at / "out/a.##.exr", "--samples", "1", "--layers", "depth", "--job", self.at / "job.json")
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertEqual(engine("check", self.at / "job.json").returncode, 0)
+        self.assertEqual(engine(*shlex.split(done.stdout)[1:], "-p", f"Vela={COMMAND}").returncode, 0)
+        self.assertEqual(run("render", scene, "--frames", "1", "-o", self.at / "alone/a.##.exr", "--samples", "1", "--layers", "depth").returncode, 0)
+        self.assert_same(1)
 
     def test_what_is_no_band_is_refused(self):
         for words, text in ((("--tile", "3/2"), "from 1 to 2"), (("--tile", "1"), "'1' is not K/N"), (("--tile", "0/2"), "from 1 to 2"),

@@ -231,6 +231,8 @@ void readOutputs(const Arguments& arguments, RenderOptions& options) {
                     {"--background none", output.file, ", since JPEG has no alpha"});
 }
 
+void checkLayers(const std::vector<std::string>& layers) { (void)choose(layers); }
+
 std::vector<std::string> layersToRender(const RenderOptions& options) {
   std::vector<std::string> layers;
   for (const PictureOutput& output : options.outputs) {

@@ -20,6 +20,9 @@ namespace command {
 /// Reads which files to write, and how. \throws Failure (usage) on wrong names and values
 void readOutputs(const Arguments& arguments, RenderOptions& options);
 
+/// \throws Failure (usage) for no layers, or such that there are not
+void checkLayers(const std::vector<std::string>& layers);
+
 /// The layers that a picture needs for all of its files.
 [[nodiscard]] std::vector<std::string> layersToRender(const RenderOptions& options);
 

@@ -108,6 +108,13 @@ std::vector<std::string> wordsOf(const RenderOptions& options,
   return words;
 }
 
+// Empty for none.
+std::string textOf(const std::optional<vela::Selection::GeoSelection>& selection) {
+  std::ostringstream text;
+  if (selection) selection->serialize(text);
+  return text.str();
+}
+
 // The file of that name in the current folder, else in the picture's; the name alone when there is
 // none.
 std::string findScene(const std::string& name, const std::string& picture) {
@@ -124,11 +131,7 @@ void recordPicture(const RenderOptions& options, const vela::picture::PictureRen
                    const vela::picture::Tile& region, Picture& picture) {
   picture.attributes.push_back({kScene, fs::path(options.scene.file).filename().string()});
   picture.attributes.push_back({kOptions, joinWords(wordsOf(options, renderer, region))});
-  if (selection) {
-    std::ostringstream text;
-    selection->serialize(text);
-    picture.attributes.push_back({kSelection, text.str()});
-  }
+  if (selection) picture.attributes.push_back({kSelection, textOf(selection)});
 }
 
 void recordLayers(const std::vector<std::string>& layers, Picture& picture) {
@@ -138,6 +141,7 @@ void recordLayers(const std::vector<std::string>& layers, Picture& picture) {
 }
 
 std::string whyNoPart(const RenderOptions& options, const vela::picture::PictureRenderer& renderer,
+                      const std::optional<vela::Selection::GeoSelection>& selection,
                       const std::string& file) {
   std::string why;
   const auto text = vela::picture::readExrText(file, kOptions, &why);
@@ -167,7 +171,13 @@ std::string whyNoPart(const RenderOptions& options, const vela::picture::Picture
   const std::string mine =
       essence(wordsOf(options, renderer, {0, 0, renderer.width(), renderer.height()}));
   const std::string its = essence(words);
-  return its == mine ? "" : "it was made with " + its + ", and this is " + mine;
+  if (its != mine) return "it was made with " + its + ", and this is " + mine;
+  const std::string scene = fs::path(options.scene.file).filename().string();
+  const std::string itsScene = vela::picture::readExrText(file, kScene).value_or("");
+  if (itsScene != scene) return "it is of the scene " + itsScene + ", and this is " + scene;
+  if (vela::picture::readExrText(file, kSelection).value_or("") != textOf(selection))
+    return "another selection is tinted in it";
+  return "";
 }
 
 PictureRecord readRecord(const std::string& picture) {

@@ -35,6 +35,7 @@ void recordLayers(const std::vector<std::string>& layers, vela::picture::Picture
 /// when it is. What it holds and how it was written does not count.
 [[nodiscard]] std::string whyNoPart(const RenderOptions& options,
                                     const vela::picture::PictureRenderer& renderer,
+                                    const std::optional<vela::Selection::GeoSelection>& selection,
                                     const std::string& file);
 
 /// What a header says.

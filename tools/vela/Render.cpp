@@ -97,7 +97,8 @@ std::string tileName(const std::string& names, int tile) {
 }
 
 // The picture out of its bands, which are there from the first row to the last, each row once.
-Picture joinTiles(const RenderOptions& options, const PictureRenderer& renderer) {
+Picture joinTiles(const RenderOptions& options, const PictureRenderer& renderer,
+                  const std::optional<vela::Selection::GeoSelection>& selection) {
   Picture picture = renderer.makePicture();
   int next = 0;
   for (int tile = 1; next < renderer.height(); ++tile) {
@@ -112,7 +113,7 @@ Picture joinTiles(const RenderOptions& options, const PictureRenderer& renderer)
            "render the band with --tile K/N");
     noteInput(file);
     throwIfInterrupted();
-    const std::string strange = whyNoPart(options, renderer, file);
+    const std::string strange = whyNoPart(options, renderer, selection, file);
     if (!strange.empty()) fail(strange, "render it anew with the same options");
     Tile part;
     std::string why;
@@ -239,10 +240,11 @@ void renderJob(const RenderOptions& options, const std::string& label,
   Picture picture;
   steps.render = timed([&] {
     picture = options.fromTiles.empty() ? renderPart(*renderer, region, options.threads)
-                                        : joinTiles(options, *renderer);
+                                        : joinTiles(options, *renderer, selection);
   });
-  if (!renderer->extent().box.isEmpty() && seesNothing(picture))
-    say(Notice::warning, options.region || options.tiles > 0 ? "nothing shows in the region"
+  // Nothing shows in many a band of a good picture.
+  if (options.tiles == 0 && !renderer->extent().box.isEmpty() && seesNothing(picture))
+    say(Notice::warning, options.region ? "nothing shows in the region"
                          : renderer->view().camera.isEmpty()
                              ? "the view sees nothing"
                              : "the camera sees nothing: " + renderer->view().camera.asString());

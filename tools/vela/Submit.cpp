@@ -18,10 +18,10 @@
 #include "Options.h"
 #include "OutputFile.h"
 #include "OutputPictures.h"
+#include "PictureRecord.h"
 #include "Scene.h"
 #include "SceneFiles.h"
 #include "vela/Version.h"
-#include "vela/picture/LayerTable.h"
 
 namespace command {
 
@@ -70,26 +70,20 @@ const std::string& literal(const char* option, const std::string& text) {
   return text;
 }
 
-// As a POSIX shell takes it for one word.
-std::string quoted(const std::string& word) {
-  constexpr const char* kPlain =
-      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-+=:,./@%";
-  if (!word.empty() && word.find_first_not_of(kPlain) == std::string::npos) return word;
-  std::string text = "'";
-  for (const char c : word) text += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return text + "'";
-}
-
 // The job as it is put together: the parameters, what they are here, and the command of a task.
 class Job {
  public:
   explicit Job(const SubmitOptions& options) : options_(options) {
     addPath("Scene", options.render.scene.file, "FILE", "IN", "The scene");
-    command_ = {"render", valueOf("Scene")};
-    for (const GivenOption& given : options.given) add(given);
-    command_.push_back("--frames");
-    command_.push_back("{{Task.Param.Frame}}");
-    command_.push_back("--skip-existing");
+    frame_ = {"render", valueOf("Scene")};
+    bool hasSize = false;
+    for (const GivenOption& given : options.given) {
+      add(given);
+      hasSize = hasSize || given.name == "--size";
+    }
+    // As vela render has it, so that the farm can ask for another one.
+    if (!hasSize) add({"--size", "1280", false});
+    frame_.insert(frame_.end(), {"--frames", "{{Task.Param.Frame}}", "--skip-existing"});
   }
 
   [[nodiscard]] const std::vector<std::string>& folders() const { return folders_; }
@@ -98,8 +92,13 @@ class Job {
     const bool isChunked = options_.chunk > 1;
     Json job = {{"specificationVersion", "jobtemplate-2023-09"}};
     if (isChunked) job["extensions"] = {"TASK_CHUNKING"};
-    job["name"] =
-        literal("FILE", "vela render " + fs::path(options_.render.scene.file).filename().string());
+    // Names of jobs have at most 128 characters, none of them one that controls.
+    const std::string scene = fs::path(options_.render.scene.file).filename().string();
+    const bool isName =
+        scene.size() <= 100 && std::none_of(scene.begin(), scene.end(), [](char c) {
+          return static_cast<unsigned char>(c) < 0x20 || c == 0x7f || c == '{' || c == '}';
+        });
+    job["name"] = isName ? "vela render " + scene : "vela render";
     job["parameterDefinitions"] = parameters_;
     Json& parameters = job["parameterDefinitions"];
     parameters.push_back({{"name", "Frames"},
@@ -134,12 +133,12 @@ class Job {
     if (isChunked)
       frame["chunks"] = {{"defaultTaskCount", valueOf("Chunk")}, {"rangeConstraint", "CONTIGUOUS"}};
     if (options_.tiles <= 1) {
-      job["steps"] = Json::array({step("Render", Json::array({frame}), command_)});
+      job["steps"] = Json::array({step("Render", Json::array({frame}), wholeCommand())});
       return job;
     }
     const Json tile = {
         {"name", "Tile"}, {"type", "INT"}, {"range", "1-" + std::to_string(options_.tiles)}};
-    std::vector<std::string> join = command_;
+    std::vector<std::string> join = wholeCommand();
     join.insert(join.end(), {"--from-tiles", tileName("{tile}")});
     Json joined = step("Join", Json::array({frame}), join);
     joined["dependencies"] = Json::array({{{"dependsOn", "Render"}}});
@@ -149,11 +148,14 @@ class Job {
 
   // What runs the job here. Paths have no defaults: a template names none of one machine.
   [[nodiscard]] std::string line(const std::string& job) const {
-    std::string text = "openjd run " + quoted(job) +
-                       (options_.tiles > 1 ? " --step Join --run-dependencies" : " --step Render");
-    if (options_.chunk > 1) text += " --extensions TASK_CHUNKING";
-    for (const auto& [name, path] : paths_) text += " -p " + quoted(name + "=" + path);
-    return text;
+    std::vector<std::string> words = {"openjd", "run", job, "--step"};
+    if (options_.tiles > 1)
+      words.insert(words.end(), {"Join", "--run-dependencies"});
+    else
+      words.emplace_back("Render");
+    if (options_.chunk > 1) words.insert(words.end(), {"--extensions", "TASK_CHUNKING"});
+    for (const auto& [name, path] : paths_) words.insert(words.end(), {"-p", name + "=" + path});
+    return joinWords(words);
   }
 
  private:
@@ -174,25 +176,26 @@ class Job {
             {"script", {{"actions", {{"onRun", action(Json(command))}}}}}};
   }
 
-  // The file of a band, beside the first output.
+  // The whole frame, into all outputs.
+  [[nodiscard]] std::vector<std::string> wholeCommand() const {
+    std::vector<std::string> command = frame_;
+    command.insert(command.end(), outputs_.begin(), outputs_.end());
+    return command;
+  }
+
+  // The file of a band, beside the first output. It has all layers.
   [[nodiscard]] std::string tileName(const std::string& number) const {
-    return valueOf(folderName(0)) + "/" + fs::path(firstName_).stem().string() + ".tile" + number +
-           ".exr";
+    std::string stem = fs::path(firstName_).stem().string();
+    const std::string place = "{layer}";
+    for (std::size_t at = 0; (at = stem.find(place, at)) != std::string::npos;)
+      stem.replace(at, place.size(), "layers");
+    return valueOf(folderName(0)) + "/" + stem + ".tile" + number + ".exr";
   }
 
   // A band is an EXR of every layer that an output shows, exact. What says how outputs are written
   // is left to the task that joins.
   [[nodiscard]] std::vector<std::string> tileCommand() const {
-    static const std::set<std::string> ofOutputs = {
-        "--output",   "--png",        "--format",   "--layers", "--compression", "--half",
-        "--manifest", "--background", "--exposure", "--view",   "--display"};
-    std::vector<std::string> command = {command_[0], command_[1]};
-    for (std::size_t i = 2; i < command_.size(); ++i) {
-      if (ofOutputs.count(command_[i]) == 0)
-        command.push_back(command_[i]);
-      else if (command_[i] != "--half")
-        ++i;
-    }
+    std::vector<std::string> command = frame_;
     std::string layers;
     for (const std::string& layer : layersToRender(options_.render))
       layers += (layers.empty() ? "" : ",") + layer;
@@ -212,13 +215,22 @@ class Job {
     paths_.emplace_back(name, fs::absolute(path).lexically_normal().string());
   }
 
+  // The options that say what is written, not what is rendered.
+  std::vector<std::string>& commandOf(const GivenOption& given) {
+    static const std::set<std::string> ofOutputs = {
+        "--output",   "--png",        "--format",   "--layers", "--compression", "--half",
+        "--manifest", "--background", "--exposure", "--view",   "--display"};
+    return ofOutputs.count(given.name) > 0 ? outputs_ : frame_;
+  }
+
   void addText(const std::string& name, const GivenOption& given, const char* description) {
     parameters_.push_back({{"name", name},
                            {"type", "STRING"},
                            {"description", description},
                            {"default", literal(given.name.c_str(), given.value)}});
-    command_.push_back(given.name);
-    command_.push_back(valueOf(name));
+    std::vector<std::string>& command = commandOf(given);
+    command.push_back(given.name);
+    command.push_back(valueOf(name));
   }
 
   // An output goes into its folder, which each worker has where it has it.
@@ -232,8 +244,8 @@ class Job {
       found = folders_.end() - 1;
     }
     if (firstName_.empty()) firstName_ = whole.filename().string();
-    command_.push_back(given.name);
-    command_.push_back(valueOf(folderName(static_cast<std::size_t>(found - folders_.begin()))) +
+    outputs_.push_back(given.name);
+    outputs_.push_back(valueOf(folderName(static_cast<std::size_t>(found - folders_.begin()))) +
                        "/" + literal(given.name.c_str(), whole.filename().string()));
   }
 
@@ -244,21 +256,23 @@ class Job {
     // Bands have the layers of all outputs, which then cannot be others.
     if (given.name == "--layers" && options_.tiles <= 1)
       return addText("Layers", given, "The layers, apart by commas");
-    command_.push_back(given.name);
+    std::vector<std::string>& command = commandOf(given);
+    command.push_back(given.name);
     if (given.name == "--selection") {
       addPath("Selection", options_.render.selection, "FILE", "IN", "What is tinted");
-      command_.push_back(valueOf("Selection"));
+      command.push_back(valueOf("Selection"));
     } else if (given.name == "--root") {
       addPath("Root", given.value, "DIRECTORY", "IN", "Where all files of the scene lie");
-      command_.push_back(valueOf("Root"));
+      command.push_back(valueOf("Root"));
     } else if (!given.isFlag) {
-      command_.push_back(literal(given.name.c_str(), given.value));
+      command.push_back(literal(given.name.c_str(), given.value));
     }
   }
 
   const SubmitOptions& options_;
   Json parameters_ = Json::array();
-  std::vector<std::string> command_;
+  std::vector<std::string> frame_;    // what renders a frame, but for its outputs
+  std::vector<std::string> outputs_;  // the options of those
   std::vector<std::pair<std::string, std::string>> paths_;  // what the PATH parameters are here
   std::vector<std::string> folders_;
   std::string firstName_;  // of the outputs, without its folder
@@ -271,13 +285,6 @@ void write(OutputFile& file, const Json& json) {
   if (!out)
     throw failure(Message::cannotWrite,
                   {file.finalName(), std::strerror(errno), "see that there is room on the disk"});
-}
-
-// What tasks would be refused for, known without a picture.
-void checkLayers(const std::vector<std::string>& layers) {
-  if (layers.empty()) throw failure(Message::noLayers, {vela::picture::layersToTry()});
-  std::string why;
-  if (!vela::picture::chooseLayers(layers, &why)) throw failure(Message::badLayer, {why});
 }
 
 // What the first action of a session is: a worker that cannot do the job says so before it renders.
@@ -301,7 +308,7 @@ ExitCode check(const SubmitOptions& options) {
 
 ExitCode submit(const SubmitOptions& options) {
   if (!options.version.empty()) return check(options);
-  checkLayers(options.render.layers);
+  checkLayers(options.render.layers);  // what each task would be refused for
   const std::shared_ptr<ovo::Stage> stage =
       openStage("submit", options.render.scene.file, options.render.scene.variants);
   const Job job(options);
