@@ -438,7 +438,12 @@ TEST(Broken, EachTextOfTheCorpusOpensOrIsRefusedAsItSays) {
     for (std::size_t i = first + 3; i < last; ++i) {
       const bool escapes = line[i] == '\\' && i + 1 < last;
       if (escapes) ++i;
-      text += escapes && line[i] == 'n' ? '\n' : line[i];
+      if (escapes && line[i] == 'x') {
+        text += static_cast<char>(std::stoi(line.substr(i + 1, 2), nullptr, 16));
+        i += 2;
+      } else {
+        text += escapes && line[i] == 'n' ? '\n' : line[i];
+      }
     }
     SCOPED_TRACE(line.substr(0, first));
     std::string error;

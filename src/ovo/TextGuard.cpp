@@ -10,6 +10,7 @@ constexpr const char* kTooDeep = "nested more than 500 deep";
 static_assert(kMaxTextNesting == 500, "the message says the number");
 constexpr const char* kPathTooLong = "a path has more than 1000 names";
 static_assert(kMaxPrimNesting == 1000, "the message says the number");
+constexpr const char* kZeroByte = "the text has a zero byte in it";
 
 bool opens(char c) { return c == '{' || c == '[' || c == '('; }
 bool closes(char c) { return c == '}' || c == ']' || c == ')'; }
@@ -143,6 +144,9 @@ class TextGuard {
 
 }  // namespace
 
-const char* whyTextIsUnfit(std::string_view text) noexcept { return TextGuard(text).run(); }
+const char* whyTextIsUnfit(std::string_view text) noexcept {
+  if (text.substr(0, 5) == "#usda" && text.find('\0') != std::string_view::npos) return kZeroByte;
+  return TextGuard(text).run();
+}
 
 }  // namespace ovo::detail

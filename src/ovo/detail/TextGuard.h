@@ -1,5 +1,6 @@
 /// \file
-/// What keeps scene texts that would overflow a parser's stack away from it.
+/// What keeps scene texts away from a parser whose stack they would overflow, or whose writer they
+/// would cut off.
 #pragma once
 
 #include <cstddef>
@@ -20,6 +21,10 @@ inline constexpr std::size_t kMaxPrimNesting = 1000;
 ///
 /// Brackets count outside comments. They also count within each string, since strings may hold
 /// expressions, and within each file name that is an expression.
+///
+/// A scene file with a zero byte is refused: OpenUSD reads it, but ends what it writes there, so
+/// that a file name with one comes back as a file that no longer opens. Other texts than scene
+/// files, which begin with #usda, may have them; for those the parser has its own message.
 [[nodiscard]] const char* whyTextIsUnfit(std::string_view text) noexcept;
 
 }  // namespace ovo::detail
