@@ -1,5 +1,5 @@
 /// \file
-/// The way to managers written in Python, through whichever interpreter the process has.
+/// Asset managers written in Python, run by whichever interpreter the process has.
 #pragma once
 
 #include "vela/asset/detail/OpenAssetIO.h"

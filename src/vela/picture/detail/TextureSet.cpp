@@ -88,7 +88,7 @@ std::size_t TextureSet::addImage(const std::string& file, ColourSpace space) {
 }
 
 void TextureSet::load(std::size_t mostBytes, int threads, const scene::Work& work) {
-  // How large they are.
+  // First the headers alone, which say how large the images are.
   forEach(images_.size(), threads, [&](std::size_t i) {
     Image& image = images_[i];
     withinMemory(image.why, [&] {
@@ -106,7 +106,7 @@ void TextureSet::load(std::size_t mostBytes, int threads, const scene::Work& wor
     });
   });
 
-  // Halve the largest until all fit.
+  // Then the widths and heights to read them at: the largest is halved until all fit.
   const auto size = [](const Image& image) {
     return image.isOpen ? Texture::bytesFor(image.info, image.reduction) : 0;
   };
@@ -122,6 +122,7 @@ void TextureSet::load(std::size_t mostBytes, int threads, const scene::Work& wor
     bytes_ -= before - after;
   }
 
+  // Then the pixels.
   forEach(images_.size(), threads, [&](std::size_t i) {
     Image& image = images_[i];
     withinMemory(image.why, [&] {
@@ -133,7 +134,7 @@ void TextureSet::load(std::size_t mostBytes, int threads, const scene::Work& wor
     });
   });
 
-  // What of it is missing.
+  // What is missing or smaller than in its file is said.
   const auto note = [&](Problem::Kind kind, const std::string& subject, const std::string& reason) {
     problems_.push_back({kind, Problem::Severity::note, subject, reason});
   };
