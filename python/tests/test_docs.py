@@ -10,10 +10,12 @@ import types
 import pytest
 
 import vela
+import vela.trimesh
 
 from conftest import ROOT
 
-MODULES = [vela, vela.tarn, vela.ovo, vela.scene, vela.selection, vela.asset, vela.log, vela.look, vela.picture]
+MODULES = [vela, vela.tarn, vela.ovo, vela.scene, vela.selection, vela.asset, vela.log, vela.look, vela.picture, vela.interop,
+           vela.trimesh]
 
 
 def public_things():

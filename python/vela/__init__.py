@@ -1,7 +1,7 @@
 """Building blocks of image channels and of the 3D scene.
 
 Names are those of the C++ library in snake case; `vela.ovo`, `vela.tarn`, `vela.scene`, `vela.picture`, `vela.selection`,
-`vela.asset`, `vela.log` and `vela.look` are its namespaces. The table is in docs/python.md.
+`vela.asset`, `vela.log` and `vela.look` are its namespaces; `vela.interop` takes what other packages have. The table is in docs/python.md.
 
 >>> picture = vela.render("examples/demo/demo.usda", size=(64, 36), layers=["depth"], samples=1)
 >>> picture["depth"].dtype
@@ -12,6 +12,7 @@ import pathlib as _pathlib
 
 from vela._vela import *
 from vela import asset as asset
+from vela import interop as interop
 from vela import log as log
 from vela import look as look
 from vela import ovo as ovo
