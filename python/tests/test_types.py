@@ -1,7 +1,9 @@
-"""The types of the module are whole: checked as strictly as mypy can, with a program that uses them."""
+"""The types of the module are whole: checked as strictly as mypy can, and by pyright, with a program that uses them."""
 
+import json
 import os
 import pathlib
+import shutil
 import subprocess
 import sys
 
@@ -32,6 +34,7 @@ data: bytes = picture.to_bytes("png")
 sample = vela.Camera.Sample()
 sample.optics.focal_length = 5.0
 rays: vela.Rays = vela.LinearProjection().rays(points[:, :2], sample)
+tracer_numbers: list[int] = vela.interop.place(tracer, object())
 names: list[str] = [alias.name for alias in vela.default_channel_manager().channels()]
 '''
 
@@ -52,6 +55,28 @@ def test_the_package_is_typed_strictly(tmp_path):
     # And what is wrong is found.
     program.write_text(PROGRAM + "\npicture.save()\nstage.prim(5)\nhits.distances\n")
     assert mypy(str(program), folder=tmp_path).stdout.count("error:") == 3
+
+
+def pyright(folder, program):
+    """Over a copy of the package and a program; what it found, as texts."""
+    package = folder / "package"
+    if not package.exists():
+        shutil.copytree(pathlib.Path(vela.__file__).parent, package / "vela")
+    (package / "program.py").write_text(program)
+    settings = {"include": ["package"], "extraPaths": ["package"], "typeCheckingMode": "standard"}
+    (folder / "pyrightconfig.json").write_text(json.dumps(settings))
+    done = subprocess.run([sys.executable, "-m", "pyright", "--outputjson", "--pythonpath", sys.executable, "-p", str(folder)],
+                          capture_output=True, text=True, timeout=600, cwd=folder,
+                          env=dict(os.environ, PYRIGHT_PYTHON_IGNORE_WARNINGS="1"))
+    told = json.loads(done.stdout)
+    assert told["summary"]["filesAnalyzed"] > 20, done.stdout + done.stderr
+    return [f"{found['file']}:{found['range']['start']['line'] + 1}: {found['message']}" for found in told["generalDiagnostics"]]
+
+
+def test_pyright_finds_nothing(tmp_path):
+    assert pyright(tmp_path, PROGRAM) == []
+    wrong = pyright(tmp_path, PROGRAM + "\npicture.save()\nstage.prim(5)\nhits.distances\n")
+    assert len(wrong) == 3, wrong
 
 
 def test_types_and_module_name_the_same_things():
