@@ -157,6 +157,25 @@ void bindTracer(nb::module_& m) {
           nb::arg("mesh"), nb::arg("time") = Time(),
           "Adds the points and faces that a mesh prim has at a time; its arrays are shared.")
       .def(
+          "add_tubes",
+          [](Tracer& self, const In<tarn::Vec3f>& points, const In<float>& radii,
+             const In<int>& counts) {
+            const Busy::Changing changing(self.busy, "the tracer");
+            return self.tracer.addTubes(points.read("points").array(), radii.read("radii").array(),
+                                        counts.read("counts").array());
+          },
+          nb::arg("points"), nb::arg("radii"), nb::arg("counts"),
+          "Adds tubes, or finds equal ones: points (n, 3), a radius for each (n,), the points of "
+          "each tube (tubes,); copied once. One point is a ball; a tube of four and more that ends "
+          "where it begins is closed. What cannot be used is never hit and keeps its number. "
+          "Returns a mesh number: in hits a tube is a face, `points` are the two that a piece "
+          "joins and `u` says how far between them.\n\n"
+          ">>> tracer = vela.SceneTracer()\n"
+          ">>> tracer.add_placement(tracer.add_tubes([[0, 0, 0], [4, 0, 0]], [1, 1], [2]))\n0\n"
+          ">>> tracer.build()\n"
+          ">>> hits = tracer.intersect([[1, 0, 5]], [[0, 0, -1]])\n"
+          ">>> hits.distance[0].item(), hits.u[0].item()\n(4.0, 0.25)")
+      .def(
           "add_placement",
           [](Tracer& self, std::uint32_t mesh, const std::optional<tarn::Mat4d>& matrix) {
             const Busy::Changing changing(self.busy, "the tracer");
@@ -244,6 +263,10 @@ void bindTracer(nb::module_& m) {
           "num_triangles",
           [](const Tracer& t, std::uint32_t mesh) { return t.tracer.numTriangles(mesh); },
           nb::arg("mesh"), "Triangles of a mesh as of the last build; 0 for none.")
+      .def(
+          "num_pieces",
+          [](const Tracer& t, std::uint32_t mesh) { return t.tracer.numPieces(mesh); },
+          nb::arg("mesh"), "Pieces of tubes that can be hit; 0 for other meshes.")
       .def(
           "placement_mesh",
           [](const Tracer& t, std::uint32_t placement) {

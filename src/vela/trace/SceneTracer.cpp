@@ -13,6 +13,7 @@
 #include "tarn/Hash.h"
 #include "vela/trace/detail/TracerKernel.h"
 #include "vela/trace/detail/TracerMemory.h"
+#include "vela/trace/detail/TracerRounds.h"
 #include "vela/trace/detail/WideTree.h"
 
 namespace vela {
@@ -73,6 +74,74 @@ struct SceneTracer::Impl {
     scene.numUnboxed = unboxed.size();
   }
 
+  // The number of a mesh with these arrays, which is new or was there already.
+  std::uint32_t add(tracer::Mesh&& mesh) {
+    tarn::Hash hash;
+    appendSamples(hash, mesh.points);
+    appendSamples(hash, mesh.counts);
+    appendSamples(hash, mesh.indices);
+    appendSamples(hash, mesh.radii);
+    const auto [begin, end] = meshOfSamples.equal_range(hash.value());
+    for (auto it = begin; it != end; ++it) {
+      const tracer::Mesh& known = meshes[it->second];
+      if (known.isRound == mesh.isRound && hasSameBits(known.points, mesh.points) &&
+          hasSameBits(known.counts, mesh.counts) && hasSameBits(known.indices, mesh.indices) &&
+          hasSameBits(known.radii, mesh.radii))
+        return it->second;
+    }
+
+    const auto id = static_cast<std::uint32_t>(meshes.size());
+    mesh.prepare();
+    scene.hasTubes = scene.hasTubes || !mesh.pieces.empty();
+    meshes.push_back(std::move(mesh));
+    meshOfSamples.emplace(hash.value(), id);
+    renewView();
+    return id;
+  }
+
+  // A normal of a mesh's own space in the world, of unit length.
+  static tarn::Vec3f worldNormal(const tracer::Placement& placement, const tarn::Vec3d& local) {
+    const auto& m = placement.localFromWorld.column;
+    tarn::Vec3d world;
+    for (std::size_t i = 0; i < 3; ++i)
+      world[i] = m[i][0] * local.x + m[i][1] * local.y + m[i][2] * local.z;
+    // Scaled to a largest component of 1, so that the squares neither overflow nor underflow.
+    const double largest =
+        std::max(std::fabs(world.x), std::max(std::fabs(world.y), std::fabs(world.z)));
+    if (largest > 0.0) world = world / largest;
+    return tarn::Vec3f(world.normalized());
+  }
+
+  // The rest of the record of a ray that has hit a tube.
+  template <class T>
+  void describePiece(const tarn::Ray<T>& ray, const tracer::Nearest& nearest,
+                     TracerHit& hit) const {
+    const tracer::Placement& placement = placements[nearest.placement];
+    const tracer::Mesh& mesh = meshes[placement.mesh];
+    const tracer::Piece& piece = mesh.pieces[nearest.triangle];
+    const tracer::Joint &a = mesh.joints[piece.a], &b = mesh.joints[piece.b];
+    tracer::LocalRay local;
+    tracer::makeLocalRay(placement.localFromWorld, mesh.frame, ray, local);
+    double at[3];
+    for (std::size_t i = 0; i < 3; ++i)
+      at[i] = local.exactOrigin[i] + nearest.crossing.a * local.exactDirection[i];
+    const double along = tracer::alongPiece(a, b, at);
+    const tarn::Vec3d from(static_cast<double>(a.x), static_cast<double>(a.y),
+                           static_cast<double>(a.z));
+    const tarn::Vec3d to(static_cast<double>(b.x), static_cast<double>(b.y),
+                         static_cast<double>(b.z));
+    const tarn::Vec3d centre = from + (to - from) * along;
+    tarn::Vec3d normal = tarn::Vec3d(at[0], at[1], at[2]) - centre;
+    // At a tip of radius 0 any direction would do.
+    if (normal == tarn::Vec3d())
+      for (std::size_t i = 0; i < 3; ++i) normal[i] = -local.exactDirection[i];
+    hit.normal = worldNormal(placement, normal);
+    hit.face = piece.tube;
+    for (std::size_t c = 0; c < 3; ++c)
+      hit.points[c] = hit.faceVertices[c] = static_cast<std::int32_t>(c == 0 ? piece.a : piece.b);
+    hit.u = static_cast<float>(along);
+  }
+
   // Fills the record of a ray that has hit.
   template <class T>
   void describe(const tarn::Ray<T>& ray, const tracer::Nearest& nearest, TracerHit& hit) const {
@@ -84,6 +153,8 @@ struct SceneTracer::Impl {
       hit.position[i] =
           static_cast<float>(static_cast<double>(ray.origin[i]) +
                              nearest.distance * static_cast<double>(ray.direction[i]));
+    hit.placement = nearest.placement;
+    if (mesh.isRound) return describePiece(ray, nearest, hit);
 
     // The normal, in double: corners of a small far triangle differ in their last bits only.
     const auto corner = [&](std::size_t c) {
@@ -95,17 +166,8 @@ struct SceneTracer::Impl {
     const tarn::Vec3d a = corner(0);
     tarn::Vec3d local = tarn::cross(corner(1) - a, corner(2) - a);
     if (local == tarn::Vec3d()) local = faceNormal(mesh, nearest.triangle);
-    const auto& m = placement.localFromWorld.column;
-    tarn::Vec3d world;
-    for (std::size_t i = 0; i < 3; ++i)
-      world[i] = m[i][0] * local.x + m[i][1] * local.y + m[i][2] * local.z;
-    // Scaled to a largest component of 1, so that the squares neither overflow nor underflow.
-    const double largest =
-        std::max(std::fabs(world.x), std::max(std::fabs(world.y), std::fabs(world.z)));
-    if (largest > 0.0) world = world / largest;
-    hit.normal = tarn::Vec3f(world.normalized());
+    hit.normal = worldNormal(placement, local);
 
-    hit.placement = nearest.placement;
     const tracer::TriangleSource source = mesh.source(nearest.triangle);
     hit.face = source.face;
     for (std::size_t c = 0; c < 3; ++c) {
@@ -173,28 +235,21 @@ SceneTracer& SceneTracer::operator=(SceneTracer&&) noexcept = default;
 std::uint32_t SceneTracer::addMesh(const ovo::Array<tarn::Vec3f>& points,
                                    const ovo::Array<int>& faceVertexCounts,
                                    const ovo::Array<int>& faceVertexIndices) {
-  tarn::Hash hash;
-  appendSamples(hash, points);
-  appendSamples(hash, faceVertexCounts);
-  appendSamples(hash, faceVertexIndices);
-  const auto [begin, end] = impl_->meshOfSamples.equal_range(hash.value());
-  for (auto it = begin; it != end; ++it) {
-    const tracer::Mesh& mesh = impl_->meshes[it->second];
-    if (hasSameBits(mesh.points, points) && hasSameBits(mesh.counts, faceVertexCounts) &&
-        hasSameBits(mesh.indices, faceVertexIndices))
-      return it->second;
-  }
-
-  const auto id = static_cast<std::uint32_t>(impl_->meshes.size());
   tracer::Mesh mesh;
   mesh.points = points;
   mesh.counts = faceVertexCounts;
   mesh.indices = faceVertexIndices;
-  mesh.prepare();
-  impl_->meshes.push_back(std::move(mesh));
-  impl_->meshOfSamples.emplace(hash.value(), id);
-  impl_->renewView();
-  return id;
+  return impl_->add(std::move(mesh));
+}
+
+std::uint32_t SceneTracer::addTubes(const ovo::Array<tarn::Vec3f>& points,
+                                    const ovo::Array<float>& radii, const ovo::Array<int>& counts) {
+  tracer::Mesh mesh;
+  mesh.isRound = true;
+  mesh.points = points;
+  mesh.radii = radii;
+  mesh.counts = counts;
+  return impl_->add(std::move(mesh));
 }
 
 std::uint32_t SceneTracer::addMesh(const ovo::MeshPrim& prim, double time) {
@@ -209,7 +264,7 @@ std::uint32_t SceneTracer::addMesh(const ovo::MeshPrim& prim, double time) {
 std::uint32_t SceneTracer::addPlacement(std::uint32_t mesh, const tarn::Mat4d& worldFromLocal) {
   tracer::Placement placement;
   placement.mesh = mesh;
-  placement.isUsable = mesh < impl_->meshes.size() && impl_->meshes[mesh].numTriangles != 0 &&
+  placement.isUsable = mesh < impl_->meshes.size() && !impl_->meshes[mesh].isEmpty() &&
                        tracer::makeLocalFromWorld(worldFromLocal, impl_->meshes[mesh].frame,
                                                   placement.localFromWorld);
   impl_->placements.push_back(placement);
@@ -315,6 +370,9 @@ std::size_t SceneTracer::numPlacements() const { return impl_->placements.size()
 std::size_t SceneTracer::numTriangles(std::uint32_t mesh) const {
   return mesh < impl_->meshes.size() ? impl_->meshes[mesh].numTriangles : 0;
 }
+std::size_t SceneTracer::numPieces(std::uint32_t mesh) const {
+  return mesh < impl_->meshes.size() ? impl_->meshes[mesh].pieces.size() : 0;
+}
 std::uint32_t SceneTracer::placementMesh(std::uint32_t placement) const {
   return placement < impl_->placements.size() ? impl_->placements[placement].mesh : kNone;
 }
@@ -328,7 +386,9 @@ std::size_t SceneTracer::memoryUsage() const {
   for (const tracer::Mesh& mesh : impl_->meshes)
     bytes += mesh.sources.capacity() * sizeof(tracer::TriangleSource) +
              mesh.nodes.capacity() * sizeof(tracer::Node) +
-             mesh.blocks.capacity() * sizeof(tracer::Block);
+             mesh.blocks.capacity() * sizeof(tracer::Block) +
+             mesh.pieces.capacity() * sizeof(tracer::Piece) +
+             mesh.joints.capacity() * sizeof(tracer::Joint);
   return bytes;
 }
 

@@ -1,6 +1,6 @@
 /// \file
-/// Rays against placed meshes, for pictures: the true nearest surface, without cracks, at any
-/// scale.
+/// Rays against placed meshes and tubes, for pictures: the true nearest surface, without cracks, at
+/// any scale.
 ///
 /// When to use which: a host that must find what `HitDetector` finds (the first occupied cell's
 /// hit, small triangles refused) asks that one; whoever draws, measures or lights asks the tracer.
@@ -26,6 +26,17 @@
 ///   std::vector<vela::TracerHit> hits(rays.size());
 ///   tracer.intersect(rays, hits);
 ///   assert(hits[99].hit && hits[99].distance == 2.5 && hits[99].face == 0);
+///
+///   // A tube that narrows to half, and a ball of radius 1.
+///   vela::SceneTracer rounds;
+///   rounds.addPlacement(
+///       rounds.addTubes({{0, 0, 0}, {4, 0, 0}, {9, 0, 0}}, {0.5f, 0.25f, 1.0f}, {2, 1}),
+///       tarn::Mat4d());
+///   rounds.build();
+///   assert(rounds.intersect(tarn::Ray3f({9, 0, 5}, {0, 0, -1}), hit));
+///   assert(hit.distance == 4.0 && hit.face == 1);
+///   assert(rounds.intersect(tarn::Ray3f({2, 0, 5}, {0, 0, -1}), hit));
+///   assert(hit.face == 0 && hit.points[1] == 1 && hit.normal.z > 0.99f);
 /// \endcode
 #pragma once
 
@@ -63,7 +74,11 @@ struct TracerHit {
   /// transpose of the placement. It is not turned towards the ray.
   tarn::Vec3f normal;
   std::uint32_t placement = 0;  ///< as addPlacement numbered it
-  std::int32_t face = 0;        ///< index into the mesh's face counts, skipped faces counted
+  /// Index into the mesh's face counts, skipped faces counted; of tubes the tube's index. What
+  /// stands below of triangles holds for a tube's piece with b = c, the two points that it joins (a
+  /// ball's are all one), and v = 0: (1 - u) a + u b is the value at the point of the tube's middle
+  /// line to which the surface belongs. Its normal points out.
+  std::int32_t face = 0;
   /// Of the triangle that was cut from the face: point indices of its corners a, b, c ...
   std::int32_t points[3] = {0, 0, 0};
   /// ... and their positions in the array of face vertex indices, for data given per face-vertex.
@@ -89,8 +104,14 @@ struct TracerHit {
 /// again. A negative minDistance looks behind the origin. A ray that has a NaN, an infinite origin
 /// or direction or a direction of length zero misses.
 ///
+/// Tubes: a tube is a chain of pieces, each the hull of the balls about its two points. What can be
+/// hit is the surface of the chain, from outside and from inside: where a ray enters or leaves a
+/// piece, unless it is inside the piece before or after it there. Pieces that are no neighbours
+/// stand by themselves. In the order of hits a tube is a face and a piece a triangle.
+///
 /// Watertight: neighbouring triangles of one placement share each edge exactly, so no ray slips
-/// between them, at an edge or a vertex, seen in any direction and under any matrix. Two-sided. No
+/// between them, at an edge or a vertex, seen in any direction and under any matrix. Neighbours in
+/// a tube share a ball. Two-sided. No
 /// epsilons: meshes and placements from 1e-30 to 1e30 units give the same picture. Accuracy: a hit
 /// lies within about 1e-5 of its mesh's size of the true one, most often within 1e-7; nearby
 /// surfaces count from the ray's origin, those of a mesh far away as if seen from its border.
@@ -131,9 +152,24 @@ class VELA_API SceneTracer {
   /// without faces.
   std::uint32_t addMesh(const ovo::MeshPrim& prim, double time = tarn::defaultTimeValue());
 
+  /// Adds tubes, or finds equal ones. They are a mesh like any other: placed, numbered and asked in
+  /// the same calls.
+  ///
+  /// \param points centres, tube after tube
+  /// \param radii  one a point
+  /// \param counts points of each tube. One point is a ball. A tube of four points and more whose
+  ///               last point and radius equal the first is closed: its two ends are neighbours
+  /// \return the mesh's number, for addPlacement. The arrays are shared, not copied
+  ///
+  /// A negative count takes no points. A tube whose points the arrays do not hold is never hit, nor
+  /// are those after it. Neither is a piece with a point that is not finite, with a negative or NaN
+  /// radius, beyond 3e38, or with a radius of 0 at both ends. What is never hit keeps its number.
+  std::uint32_t addTubes(const ovo::Array<tarn::Vec3f>& points, const ovo::Array<float>& radii,
+                         const ovo::Array<int>& counts);
+
   /// Places a mesh.
   ///
-  /// \param mesh           of addMesh; any other number makes a placement that is never hit
+  /// \param mesh           of addMesh or addTubes; any other number makes a placement that is never hit
   /// \param worldFromLocal its last row is taken as (0, 0, 0, 1). Nothing is hit through a singular
   ///                       or non-finite matrix
   /// \return the placement's number: 0, 1, 2 ...
@@ -213,8 +249,10 @@ class VELA_API SceneTracer {
 
   [[nodiscard]] std::size_t numMeshes() const;
   [[nodiscard]] std::size_t numPlacements() const;
-  /// Triangles of one mesh as of the last build; 0 for a number that no mesh has.
+  /// Triangles of one mesh as of the last build; 0 for a number that no mesh has, and for tubes.
   [[nodiscard]] std::size_t numTriangles(std::uint32_t mesh) const;
+  /// Pieces of tubes that can be hit, balls included; 0 for other meshes.
+  [[nodiscard]] std::size_t numPieces(std::uint32_t mesh) const;
   /// The mesh number that the placement was given; the largest number for a placement that is not
   /// there.
   [[nodiscard]] std::uint32_t placementMesh(std::uint32_t placement) const;

@@ -10,6 +10,7 @@
 #include "tarn/Lanes.h"
 #include "vela/trace/detail/LaneMoves.h"
 #include "vela/trace/detail/RayBounds.h"
+#include "vela/trace/detail/TracerRounds.h"
 
 #define TARN_LANES_KERNEL "vela/trace/detail/TracerSpan.h"
 #include "tarn/ForEachInstructionSet.h"

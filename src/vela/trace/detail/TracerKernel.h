@@ -33,6 +33,13 @@ struct Nearest {
     block = &b;
     lane = l;
   }
+  /// Of a mesh of tubes: `triangle` is the piece, `crossing.a` the s of the point.
+  void takePiece(double s, double d, std::uint32_t p, std::uint32_t piece) {
+    distance = d;
+    placement = p;
+    triangle = piece;
+    crossing.a = s;
+  }
   /// By distance, then by placement, then by triangle, so that no order of the walk shows.
   [[nodiscard]] bool isBeatenBy(double d, std::uint32_t p, std::uint32_t t) const {
     if (d != distance) return d < distance;
@@ -51,6 +58,7 @@ struct SceneView {
   std::size_t numUnboxed = 0;
   /// Of the tree over placements; mostWaiting counts the deepest of the meshes' trees too.
   TreeLimits limits;
+  bool hasTubes = false;  ///< some mesh is one of tubes
 };
 
 /// Where the answers of a span go, in any order: each ray's index and the nearest crossing, whose

@@ -147,6 +147,8 @@ struct LocalRay {
   double start;         ///< s of `origin`, counted from the caller's origin
   double distancePerS;  ///< distance = (start + s) * distancePerS
   double sPerDistance;
+  /// The same before rounding: the origin, and the direction with a largest component of 1.
+  double exactOrigin[3], exactDirection[3];
 };
 
 /// 2^100. Within a mesh s spans some 16, so an axis with this inverse moves the ray by 2^-96 there,
@@ -220,6 +222,8 @@ inline bool makeLocalRay(const Affine& localFromWorld, const MeshFrame& frame,
   for (int i = 0; i < 3; ++i) {
     if (!(std::fabs(o[i]) <= 16.0)) return false;
     out.origin[i] = static_cast<float>(o[i]);
+    out.exactOrigin[i] = o[i];
+    out.exactDirection[i] = d[i];
   }
 
   out.zSign = d[z] < 0.0 ? -1.0f : 1.0f;

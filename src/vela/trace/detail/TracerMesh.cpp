@@ -39,6 +39,7 @@ bool surelyHasArea(const tarn::Vec3f& a, const tarn::Vec3f& b, const tarn::Vec3f
 }  // namespace
 
 void Mesh::prepare() {
+  if (isRound) return prepareTubes();
   if (!prepareTriangles()) prepareFaces();
 }
 
@@ -118,6 +119,7 @@ void Mesh::prepareFaces() {
 
 void Mesh::build() {
   isBuilt = true;
+  if (isRound) return buildTubes();
   if (numTriangles == 0) return;
 
   // Each point into scaled space once, most belong to several triangles. The product with a power
@@ -183,6 +185,102 @@ void Mesh::build() {
       }
     }
   }
+}
+
+void Mesh::prepareTubes() {
+  constexpr std::size_t kMost = std::numeric_limits<std::int32_t>::max();
+  // Positions reach up to where their box is still of floats.
+  constexpr double kFarthest = 3e38;
+  const std::size_t numPoints = std::min({points.size(), radii.size(), kMost});
+  const tarn::Vec3f* const point = points.cdata();
+  const float* const radius = radii.cdata();
+  const auto isSound = [&](std::size_t p) {
+    const double r = static_cast<double>(radius[p]);
+    bool isIn = r >= 0.0;
+    for (std::size_t i = 0; i < 3; ++i)
+      isIn = isIn && std::fabs(static_cast<double>(point[p][i])) + r <= kFarthest;
+    return isIn;
+  };
+  tarn::Box3f box;
+  const auto reach = [&](std::size_t p) {
+    const double r = static_cast<double>(radius[p]);
+    for (std::size_t i = 0; i < 3; ++i) {
+      const double at = static_cast<double>(point[p][i]);
+      box.min[i] = std::min(box.min[i], floatBelow(at - r));
+      box.max[i] = std::max(box.max[i], floatAbove(at + r));
+    }
+  };
+  const auto add = [&](std::size_t a, std::size_t b, std::size_t tube) {
+    if (!isSound(a) || !isSound(b) || !(radius[a] > 0.0f || radius[b] > 0.0f)) return;
+    const auto number = static_cast<std::uint32_t>(pieces.size());
+    Piece piece = {static_cast<std::uint32_t>(a), static_cast<std::uint32_t>(b), kNone, kNone,
+                   static_cast<std::int32_t>(tube)};
+    if (!pieces.empty() && pieces.back().tube == piece.tube && pieces.back().b == piece.a) {
+      piece.previous = number - 1;
+      pieces.back().next = number;
+    }
+    pieces.push_back(piece);
+    reach(a);
+    reach(b);
+  };
+
+  pieces.reserve(numPoints);
+  std::size_t begin = 0;
+  for (std::size_t tube = 0; tube < std::min(counts.size(), kMost); ++tube) {
+    if (counts.view()[tube] <= 0) continue;
+    const auto count = static_cast<std::size_t>(counts.view()[tube]);
+    if (count > numPoints - begin) break;
+    const std::size_t end = begin + count - 1, firstPiece = pieces.size();
+    if (count == 1) add(begin, begin, tube);
+    for (std::size_t p = begin; p < end; ++p) add(p, p + 1, tube);
+    // Closed where the last point is the first again: its ends are neighbours then.
+    const bool isClosed = count > 3 && pieces.size() > firstPiece + 1 &&
+                          pieces[firstPiece].a == begin && pieces.back().b == end &&
+                          point[begin] == point[end] && radius[begin] == radius[end];
+    if (isClosed) {
+      pieces[firstPiece].previous = static_cast<std::uint32_t>(pieces.size() - 1);
+      pieces.back().next = static_cast<std::uint32_t>(firstPiece);
+    }
+    begin += count;
+  }
+  frame = pieces.empty() ? MeshFrame() : makeMeshFrame(box.min, box.max);
+}
+
+void Mesh::buildTubes() {
+  if (pieces.empty()) return;
+  joints.resize(std::min(points.size(), radii.size()));
+  for (const Piece& piece : pieces)
+    for (const std::uint32_t p : {piece.a, piece.b}) {
+      const tarn::Vec3f& from = points.view()[p];
+      joints[p] = {scaleCoordinate(from.x, frame), scaleCoordinate(from.y, frame),
+                   scaleCoordinate(from.z, frame), scaleCoordinate(radii.view()[p], frame)};
+    }
+
+  // How far boxes are grown, so that no slab test misses what crossPiece finds. In units of
+  // kFloatRounding: the slab test takes differences of up to 6 radius with three roundings, 18
+  // radius; and crossPiece, whose doubles find squares to some 1e-14, finds grazing rays to the
+  // square root of it, 1e-7 or two radius. crossPiece has the exact origin where the slab test has
+  // the rounded one, whose coordinates are at most 5 radius from the centre: half a unit of those.
+  constexpr double kGrowth = 64.0;
+  static_assert(kGrowth > 2.0 * (18.0 + 2.0));
+  std::vector<BuildBox> boxes(pieces.size());
+  for (std::size_t n = 0; n < pieces.size(); ++n) {
+    const Joint &a = joints[pieces[n].a], &b = joints[pieces[n].b];
+    const float from[2][3] = {{a.x, a.y, a.z}, {b.x, b.y, b.z}};
+    const double ra = static_cast<double>(a.radius), rb = static_cast<double>(b.radius);
+    for (std::size_t i = 0; i < 3; ++i) {
+      const double pa = static_cast<double>(from[0][i]), pb = static_cast<double>(from[1][i]);
+      const double growth =
+          kFloatRounding * (kGrowth * frame.radius + std::fabs(frame.center[i]) + 5 * frame.radius);
+      boxes[n].low[i] = floatBelow(std::min(pa - ra, pb - rb) - growth);
+      boxes[n].high[i] = floatAbove(std::max(pa + ra, pb + rb) + growth);
+    }
+    boxes[n].index = static_cast<std::uint32_t>(n);
+    boxes[n].unused = 0;
+  }
+  buildTreeOfSingles(boxes, nodes);
+  nodes.shrink_to_fit();
+  limits = limitsOf(nodes);
 }
 
 }  // namespace vela::tracer

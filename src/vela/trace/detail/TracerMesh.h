@@ -1,5 +1,6 @@
 /// \file
-/// A mesh as rays see it: its triangles, in blocks of eight, and the tree over them.
+/// A mesh as rays see it: its triangles, in blocks of eight, and the tree over them. A mesh of
+/// tubes has pieces in their place, each a leaf of its own.
 #pragma once
 
 #include <cstddef>
@@ -27,8 +28,23 @@ struct TriangleSource {
   std::int32_t faceVertex[3];  ///< positions in the array of face vertex indices
 };
 
+/// A point of a tube in the mesh's scaled space, with the radius there.
+struct Joint {
+  float x, y, z, radius;
+};
+static_assert(sizeof(Joint) == 16);
+
+/// A round cone between two joints; one joint twice is a ball.
+struct Piece {
+  std::uint32_t a, b;            ///< indices of joints, which are those of the points
+  std::uint32_t previous, next;  ///< the pieces that share its ends; kNone where there is none
+  std::int32_t tube;
+};
+static_assert(sizeof(Piece) == 20);
+
 struct Mesh {
   ovo::Array<tarn::Vec3f> points;
+  /// Of a mesh of tubes: the points of each tube, and no indices.
   ovo::Array<int> counts, indices;
   MeshFrame frame;
   std::size_t numTriangles = 0;
@@ -40,9 +56,17 @@ struct Mesh {
   TreeLimits limits;
   bool isBuilt = false;
 
-  /// Checks the faces, cuts them into triangles and finds the frame; no tree yet.
+  // Of a mesh of tubes.
+  bool isRound = false;
+  ovo::Array<float> radii;  ///< one a point
+  LargeVector<Piece> pieces;
+  LargeVector<Joint> joints;
+
+  [[nodiscard]] bool isEmpty() const { return numTriangles == 0 && pieces.empty(); }
+  /// Checks the faces, cuts them into triangles and finds the frame; or does so with the tubes. No
+  /// tree yet.
   void prepare();
-  /// Builds the tree over the triangles.
+  /// Builds the tree over the triangles or pieces.
   void build();
   [[nodiscard]] TriangleSource source(std::size_t triangle) const {
     if (!sources.empty()) return sources[triangle];
@@ -60,6 +84,8 @@ struct Mesh {
  private:
   [[nodiscard]] bool prepareTriangles();
   void prepareFaces();
+  void prepareTubes();
+  void buildTubes();
 };
 
 }  // namespace vela::tracer

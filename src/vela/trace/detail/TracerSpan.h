@@ -119,9 +119,17 @@ struct FourSlabs {
   }
 };
 
+/// What tubes need of a ray in the placement that it is in, as in RoundRay.
+template <bool hasTubes>
+struct SlotOfTubes {};
+template <>
+struct SlotOfTubes<true> {
+  double exactOrigin[4], exactDirection[4];
+};
+
 /// A ray under way.
-template <class T>
-struct alignas(64) Slot {
+template <class T, bool hasTubes>
+struct alignas(64) Slot : SlotOfTubes<hasTubes> {
   // In the placement that the ray is in, as in LocalRay. Rows of four are written at once.
   float origin[3], low;
   float inverse[3], high;  ///< high: no s above it is of interest
@@ -162,8 +170,8 @@ struct alignas(64) Slot {
 };
 
 /// Tests a node for one slot and goes on to the next child.
-template <bool isRelative, class T>
-inline void stepThroughNode(Slot<T>& s, const Node& node, const float* nearOrigin,
+template <bool isRelative, class T, bool hasTubes>
+inline void stepThroughNode(Slot<T, hasTubes>& s, const Node& node, const float* nearOrigin,
                             const float* farOrigin, const float* inverse, float low, float high,
                             const std::uint32_t* nearSide) {
   const float* const sides = &node.side[0][0][0];
@@ -187,9 +195,10 @@ inline void stepThroughNode(Slot<T>& s, const Node& node, const float* nearOrigi
 
 /// Traces a span of rays.
 ///
-/// \tparam isAny   any hit ends a ray
-/// \tparam isWorld more than one placement: rays start in the tree over them
-template <class T, bool isAny, bool isWorld>
+/// \tparam isAny    any hit ends a ray
+/// \tparam isWorld  more than one placement: rays start in the tree over them
+/// \tparam hasTubes scenes of triangles alone are traced by code that knows nothing else
+template <class T, bool isAny, bool isWorld, bool hasTubes>
 class SpanTracer {
  public:
   SpanTracer(const SceneView& scene, const tarn::Ray<T>* rays, std::size_t count,
@@ -217,6 +226,7 @@ class SpanTracer {
   }
 
  private:
+  using Slot = tracer::TARN_LANES_SET::Slot<T, hasTubes>;
   using SlotList = std::uint8_t[kSlots + 4];
 
   // Lists are filled by storing always and counting conditionally: the condition is a coin toss.
@@ -236,8 +246,13 @@ class SpanTracer {
   }
   // What the ray needs next. Where it has come to an end, the address means nothing and does no
   // harm.
-  static void prefetch(const Slot<T>& s) {
+  static void prefetch(const Slot& s) {
     const bool isLeaf = (s.current & kLeaf) != 0;
+    if constexpr (hasTubes)
+      if (s.mesh->isRound && isLeaf) {
+        if (s.current < kLeave) __builtin_prefetch(&s.mesh->pieces[s.current & ~kLeaf]);
+        return;
+      }
     const char* const from =
         isLeaf ? reinterpret_cast<const char*>(s.blocks) +
                      std::size_t{s.current & ~kLeaf} * sizeof(Block)
@@ -257,7 +272,7 @@ class SpanTracer {
   }
 
   void finish(std::uint32_t i) {
-    const Slot<T>& s = slots_[i];
+    const Slot& s = slots_[i];
     answers_.take(answers_.self, s.index, s.nearest);
     free_[numFree_++] = static_cast<std::uint8_t>(i);
   }
@@ -289,7 +304,7 @@ class SpanTracer {
         if (k < n) miss(next_ + k);
         continue;
       }
-      Slot<T>& s = slots_[i];
+      Slot& s = slots_[i];
       s.ray = ray[k];
       s.index = next_ + k;
       s.nearest.distance = std::numeric_limits<double>::infinity();
@@ -355,7 +370,7 @@ class SpanTracer {
     transposeFloats(farOrigin);
     transposeFloats(inverse);
     for (std::size_t k = 0; k < 4; ++k) {
-      Slot<T>& s = slots_[slot[k]];
+      Slot& s = slots_[slot[k]];
       nearOrigin[k].store(s.worldNear);
       farOrigin[k].store(s.worldFar);
       inverse[k].store(s.worldInverse);
@@ -504,9 +519,20 @@ class SpanTracer {
     transposeFloats(corner);
     transposeFloats(shear);
     transposeDoubles(lengths);
+    if constexpr (hasTubes) {
+      Doubles exactOrigin[4] = {o[0], o[1], o[2], zero};
+      Doubles exactDirection[4] = {d[0], d[1], d[2], zero};
+      transposeDoubles(exactOrigin);
+      transposeDoubles(exactDirection);
+      for (std::size_t k = 0; k < 4; ++k) {
+        if ((alive >> k & 1u) == 0) continue;
+        exactOrigin[k].store(slots_[slot[k]].exactOrigin);
+        exactDirection[k].store(slots_[slot[k]].exactDirection);
+      }
+    }
     for (std::size_t k = 0; k < 4; ++k) {
       if ((alive >> k & 1u) == 0) continue;
-      Slot<T>& s = slots_[slot[k]];
+      Slot& s = slots_[slot[k]];
       origin[k].store(s.origin);
       inverse[k].store(s.inverse);
       corner[k].store(s.corner);
@@ -519,7 +545,7 @@ class SpanTracer {
     return alive;
   }
 
-  void settle(Slot<T>& s, std::uint32_t placement) {
+  void settle(Slot& s, std::uint32_t placement) {
     s.placement = placement;
     s.mesh = &scene_.meshes[scene_.placements[placement].mesh];
     s.nodes = s.mesh->nodes.data();
@@ -533,7 +559,7 @@ class SpanTracer {
     numAtWorldNode_ = 0;
     for (std::uint32_t k = 0; k < n; ++k) {
       const std::uint32_t i = atWorldNode_[k];
-      Slot<T>& s = slots_[i];
+      Slot& s = slots_[i];
       stepThroughNode<true>(s, scene_.nodes[s.current], s.worldNear, s.worldFar, s.worldInverse,
                             s.worldLow, s.worldHigh, s.worldSide);
       if ((s.current & kLeaf) != 0) __builtin_prefetch(&scene_.placements[s.current & ~kLeaf]);
@@ -562,7 +588,7 @@ class SpanTracer {
       const unsigned alive =
           enter(FourRays<T>(ray), slot, Doubles::load(nearest), (1u << here) - 1u);
       for (std::uint32_t e = 0; e < here; ++e) {
-        Slot<T>& s = slots_[slot[e]];
+        Slot& s = slots_[slot[e]];
         if ((alive >> e & 1u) != 0) {
           settle(s, s.current & ~kLeaf);
           s.push(kLeave);
@@ -583,7 +609,7 @@ class SpanTracer {
     numAtNode_ = 0;
     for (std::uint32_t k = 0; k < n; ++k) {
       const std::uint32_t i = atNode_[k];
-      Slot<T>& s = slots_[i];
+      Slot& s = slots_[i];
       stepThroughNode<false>(s, s.nodes[s.current], s.origin, s.origin, s.inverse, s.low, s.high,
                              s.nearSide);
       sort(i);
@@ -595,7 +621,12 @@ class SpanTracer {
     numAtBlock_ = 0;
     for (std::uint32_t k = 0; k < n; ++k) {
       const std::uint32_t i = atBlock_[k];
-      Slot<T>& s = slots_[i];
+      Slot& s = slots_[i];
+      if constexpr (hasTubes)
+        if (s.mesh->isRound) {
+          testPiece(i);
+          continue;
+        }
       s.candidates = triangleRay(s).test(s.blocks[s.current & ~kLeaf], Floats::broadcast(s.high));
       const std::uint32_t isNone = s.candidates == 0 ? 1 : 0;
       withCandidates_[numWithCandidates_] = static_cast<std::uint8_t>(i);
@@ -606,12 +637,26 @@ class SpanTracer {
     }
   }
 
+  // One piece of a mesh of tubes, and on to the next child.
+  void testPiece(std::uint32_t i) {
+    Slot& s = slots_[i];
+    const RoundRay ray(s.exactOrigin, s.exactDirection, s.start, s.distancePerS);
+    const DistanceRange<T> range(*s.ray);
+    if (tracePiece(*s.mesh, ray, range, s.placement, s.current & ~kLeaf, s.nearest)) {
+      if (isAny) return finish(i);
+      s.high = upperS(s.nearest.distance, s.sPerDistance, s.start);
+      s.prune(s.base, s.high);
+    }
+    s.current = s.child[--s.top];
+    sort(i);
+  }
+
   void crossCandidates() {
     const std::uint32_t n = numWithCandidates_;
     numWithCandidates_ = 0;
     for (std::uint32_t k = 0; k < n; ++k) {
       const std::uint32_t i = withCandidates_[k];
-      Slot<T>& s = slots_[i];
+      Slot& s = slots_[i];
       const Block& block = s.blocks[s.current & ~kLeaf];
       const TriangleRay triangles = triangleRay(s);
       const DistanceRange<T> range(*s.ray);
@@ -649,7 +694,7 @@ class SpanTracer {
         finish(i);
         continue;
       }
-      Slot<T>& s = slots_[i];
+      Slot& s = slots_[i];
       if (s.nearest.placement == s.placement) {
         s.worldHigh = upperS(least(s.rangeHigh, s.nearest.distance), s.worldSPerDistance, 0.0);
         s.prune(1, s.worldHigh);
@@ -659,7 +704,7 @@ class SpanTracer {
     }
   }
 
-  static TriangleRay triangleRay(const Slot<T>& s) {
+  static TriangleRay triangleRay(const Slot& s) {
     TriangleRay ray;
     for (std::size_t i = 0; i < 3; ++i) ray.origin[i] = Floats::broadcast(s.corner[i]);
     ray.shearX = Floats::broadcast(s.shear[0]);
@@ -681,22 +726,28 @@ class SpanTracer {
   SlotList free_, atWorldNode_, atPlacement_, atNode_, atBlock_, withCandidates_, atEnd_;
   std::uint32_t numFree_ = 0, numAtWorldNode_ = 0, numAtPlacement_ = 0, numAtNode_ = 0,
                 numAtBlock_ = 0, numWithCandidates_ = 0, numAtEnd_ = 0;
-  Slot<T> slots_[kSlots];
+  Slot slots_[kSlots];
 };
 
 /// \return false where the rays must be traced one by one
-template <class T, bool isAny>
-bool traceSpan(const SceneView& scene, const tarn::Ray<T>* rays, std::size_t count,
-               const SpanAnswers& answers) {
+template <class T, bool isAny, bool hasTubes>
+bool traceSpanOf(const SceneView& scene, const tarn::Ray<T>* rays, std::size_t count,
+                 const SpanAnswers& answers) {
   // Two entries for the ends of the stack's two parts.
   if (count < kFewestInSpan || scene.numUnboxed != 0 || scene.nodes == nullptr ||
       scene.limits.mostWaiting + 2 > kSpanStack)
     return false;
   if (scene.onlyPlacement != kNone)
-    SpanTracer<T, isAny, false>(scene, rays, count, answers).run();
+    SpanTracer<T, isAny, false, hasTubes>(scene, rays, count, answers).run();
   else
-    SpanTracer<T, isAny, true>(scene, rays, count, answers).run();
+    SpanTracer<T, isAny, true, hasTubes>(scene, rays, count, answers).run();
   return true;
+}
+template <class T, bool isAny>
+bool traceSpan(const SceneView& scene, const tarn::Ray<T>* rays, std::size_t count,
+               const SpanAnswers& answers) {
+  return scene.hasTubes ? traceSpanOf<T, isAny, true>(scene, rays, count, answers)
+                        : traceSpanOf<T, isAny, false>(scene, rays, count, answers);
 }
 
 template <class T>

@@ -160,7 +160,9 @@ struct Stack {
 
 /// Walks the tree of one placed mesh, and keeps what is found. \return true when an any-hit query
 /// is answered
-template <bool isAny, class T>
+///
+/// \tparam hasTubes scenes of triangles alone are walked by code that knows nothing else
+template <bool isAny, bool hasTubes, class T>
 inline bool traceMesh(const SceneView& scene, std::uint32_t index, const tarn::Ray<T>& ray,
                       const DistanceRange<T>& range, Stack& stack, Nearest& nearest) {
   const Placement& placement = scene.placements[index];
@@ -240,14 +242,32 @@ inline bool traceMesh(const SceneView& scene, std::uint32_t index, const tarn::R
   descend();
   if (current == kNone) return false;
 
+  alignas(32) double direction[4];
+  scaled.store(direction);
+  if constexpr (hasTubes)
+    if (mesh.isRound) {
+      alignas(32) double exactOrigin[4];
+      o.store(exactOrigin);
+      const RoundRay round(exactOrigin, direction, start, scale);
+      for (;;) {
+        if (tracePiece(mesh, round, range, index, current & ~kLeaf, nearest)) {
+          if (isAny) return true;
+          const float prune = upperS(nearest.distance, length, start);
+          high = Floats::broadcast(prune);
+          stack.prune(base + 1, prune);
+        }
+        current = stack.pop();
+        descend();
+        if (current == kNone) return false;
+      }
+    }
+
   // What only triangles need.
   TriangleRay triangles;
   const std::size_t z = d2 > d01 ? 2 : d1 > d0 ? 1 : 0;
   const std::size_t x = static_cast<std::size_t>(kNextAxis[z]),
                     y = static_cast<std::size_t>(kNextAxis[x]);
-  alignas(32) double direction[4];
   alignas(16) float from[4];
-  scaled.store(direction);
   origin.store(from);
   triangles.axis[0] = x;
   triangles.axis[1] = y;
@@ -311,16 +331,17 @@ inline BoxRay makeWorldRay(const tarn::Ray<T>& ray, const DistanceRange<T>& rang
 }
 
 /// Asks the whole scene. \return true when an any-hit query is answered
-template <bool isAny, class T>
+template <bool isAny, bool hasTubes, class T>
 inline bool traceScene(const SceneView& scene, const tarn::Ray<T>& ray, Nearest& nearest) {
   if (!isUsable(ray)) return false;
   const DistanceRange<T> range(ray);
   Stack stack;
   for (std::size_t i = 0; i < scene.numUnboxed; ++i)
-    if (traceMesh<isAny>(scene, scene.unboxed[i], ray, range, stack, nearest)) return true;
+    if (traceMesh<isAny, hasTubes>(scene, scene.unboxed[i], ray, range, stack, nearest))
+      return true;
   if (scene.nodes == nullptr) return false;
   if (scene.onlyPlacement != kNone)
-    return traceMesh<isAny>(scene, scene.onlyPlacement, ray, range, stack, nearest);
+    return traceMesh<isAny, hasTubes>(scene, scene.onlyPlacement, ray, range, stack, nearest);
 
   double sPerDistance;
   const BoxRay boxes = makeWorldRay(ray, range, sPerDistance);
@@ -335,7 +356,8 @@ inline bool traceScene(const SceneView& scene, const tarn::Ray<T>& ray, Nearest&
     }
     if (current == kNone) return false;
     const double before = nearest.distance;
-    if (traceMesh<isAny>(scene, current & ~kLeaf, ray, range, stack, nearest)) return true;
+    if (traceMesh<isAny, hasTubes>(scene, current & ~kLeaf, ray, range, stack, nearest))
+      return true;
     if (nearest.distance < before) {
       high = upperS(nearest.distance, sPerDistance, 0.0);
       stack.prune(1, high);
@@ -346,12 +368,16 @@ inline bool traceScene(const SceneView& scene, const tarn::Ray<T>& ray, Nearest&
 
 template <class T>
 void findNearest(const SceneView& scene, const tarn::Ray<T>& ray, Nearest& nearest) {
-  traceScene<false>(scene, ray, nearest);
+  if (scene.hasTubes)
+    traceScene<false, true>(scene, ray, nearest);
+  else
+    traceScene<false, false>(scene, ray, nearest);
 }
 template <class T>
 bool findAny(const SceneView& scene, const tarn::Ray<T>& ray) {
   Nearest nearest;
-  return traceScene<true>(scene, ray, nearest);
+  return scene.hasTubes ? traceScene<true, true>(scene, ray, nearest)
+                        : traceScene<true, false>(scene, ray, nearest);
 }
 
 }  // namespace TARN_LANES_SET
