@@ -14,8 +14,8 @@ std::string valueText(nb::handle value) {
   // Small ones as they are; of large ones what they are.
   if (nb::cast<std::size_t>(nb::object(value.attr("size"))) <= 16)
     return nb::repr(value.attr("tolist")()).c_str();
-  return std::string("<") + nb::str(value.attr("dtype")).c_str() + " " +
-         nb::repr(value.attr("shape")).c_str() + ">";
+  const nb::object dtype = value.attr("dtype"), shape = value.attr("shape");
+  return std::string("<") + nb::str(dtype).c_str() + " " + nb::repr(shape).c_str() + ">";
 }
 
 }  // namespace

@@ -135,3 +135,10 @@ def test_small_numbers_do_not_take_what_does_not_fit():
     with pytest.raises(TypeError):
         ray.type = 70000
     assert numpy.array_equal(ray.origin, [0, 0, 0])
+
+
+def test_texts_of_records_say_what_large_arrays_are():
+    extent = vela.scene.Extent(outermost=numpy.zeros((98, 3)))
+    assert repr(extent).endswith("outermost=<float64 (98, 3)>)")
+    assert "points=<float32 (50, 3)>" in repr(vela.MeshSample(points=numpy.zeros((50, 3), numpy.float32)))
+    assert "points=[[0.0, 0.0, 0.0]]" in repr(vela.MeshSample(points=numpy.zeros((1, 3), numpy.float32)))
