@@ -1,0 +1,68 @@
+"""The scripts of the gallery, and the notebooks that are made of them, run and give the pictures of the documentation."""
+
+import os
+import pathlib
+import re
+import subprocess
+import sys
+
+import nbclient
+import nbformat
+import numpy
+import PIL.Image
+import pytest
+
+from notebooks import notebook_of
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+SCRIPTS = sorted((ROOT / "examples/gallery").glob("*.py"))
+PICTURES = ROOT / "docs/images/gallery"
+
+
+@pytest.fixture
+def folder(tmp_path, monkeypatch):
+    """What scripts run in: the examples are found there, and the module is that of the build tree."""
+    (tmp_path / "examples").symlink_to(ROOT / "examples")
+    monkeypatch.setenv("IPYTHONDIR", str(tmp_path / "ipython"))
+    monkeypatch.setenv("JUPYTER_RUNTIME_DIR", str(tmp_path / "jupyter"))
+    return tmp_path
+
+
+def assert_same_picture(file, name):
+    """The renderer gives the same bits everywhere; sines of NumPy differ in their last one, which may turn a ray."""
+    with PIL.Image.open(file) as found, PIL.Image.open(PICTURES / name) as wanted:
+        assert found.size == wanted.size
+        difference = numpy.abs(numpy.asarray(found.convert("RGB"), int) - numpy.asarray(wanted.convert("RGB"), int))
+    assert numpy.mean(difference > 2) < 0.002, f"{name}: {100 * numpy.mean(difference > 2):.2f} % of the values differ"
+
+
+def test_there_are_ten():
+    assert len(SCRIPTS) == 10
+
+
+@pytest.mark.parametrize("script", SCRIPTS, ids=lambda path: path.stem)
+def test_a_script_gives_its_picture(script, folder):
+    done = subprocess.run([sys.executable, "-W", "error", str(script)], capture_output=True, text=True, timeout=300, cwd=folder,
+                          env=os.environ)
+    assert done.returncode == 0, done.stdout + done.stderr
+    assert done.stdout.strip(), "a script says what it has found"
+    assert_same_picture(folder / f"{script.stem}.png", f"{script.stem}.png")
+
+
+@pytest.mark.parametrize("script", SCRIPTS, ids=lambda path: path.stem)
+def test_a_notebook_is_its_script(script, folder):
+    text = script.with_suffix(".ipynb").read_text()
+    assert text == notebook_of(script), "scripts/update-gallery writes it anew"
+    book = nbformat.reads(text, as_version=4)
+    nbclient.NotebookClient(book, timeout=300, kernel_name="python3", resources={"metadata": {"path": str(folder)}}).execute()
+    assert_same_picture(folder / f"{script.stem}.png", f"{script.stem}.png")
+    # The last cell shows the picture.
+    assert any("image/png" in output.get("data", {}) for output in book.cells[-1].outputs)
+
+
+def test_the_page_shows_each_of_them():
+    page = (ROOT / "docs/gallery.md").read_text()
+    assert set(re.findall(r"\]\(\.\./examples/gallery/(\w+)\.py\)", page)) == {script.stem for script in SCRIPTS}
+    assert set(re.findall(r"\]\(\.\./examples/gallery/(\w+)\.ipynb\)", page)) == {script.stem for script in SCRIPTS}
+    shown = set(re.findall(r"images/gallery/(\w+\.png)", page))
+    assert shown == {path.name for path in PICTURES.glob("*.png")} == {f"{script.stem}.png" for script in SCRIPTS}
