@@ -15,6 +15,7 @@
 #include "ovo/detail/OpenUsd.h"
 #include "ovo/detail/ReadContext.h"
 #include "ovo/detail/TextGuard.h"
+#include "ovo/detail/UnfinishedFile.h"
 
 namespace ovo::detail {
 
@@ -221,6 +222,19 @@ bool ReadContext::countLayer() const {
   return state_->layers.fetch_add(1, std::memory_order_relaxed) < state_->mostLayers;
 }
 
+// What OpenUSD writes, into a file of ours.
+class UnfinishedAsset final : public pxr::ArWritableAsset {
+ public:
+  explicit UnfinishedAsset(UnfinishedFile& file) : file_(file) {}
+  std::size_t Write(const void* bytes, std::size_t count, std::size_t offset) override {
+    return file_.write(bytes, count, offset) ? count : 0;
+  }
+  bool Close() override { return file_.finish(); }
+
+ private:
+  UnfinishedFile& file_;
+};
+
 // The file system, with a look at every text before it is parsed, and as far as the stage that asks
 // may see.
 class SceneResolver : public pxr::ArDefaultResolver {
@@ -253,6 +267,14 @@ class SceneResolver : public pxr::ArDefaultResolver {
     if (!why) return asset;
     TF_RUNTIME_ERROR("%s: %s", path.GetPathString().c_str(), why);
     return nullptr;
+  }
+
+  std::shared_ptr<pxr::ArWritableAsset> _OpenAssetForWrite(const pxr::ArResolvedPath& path,
+                                                           WriteMode mode) const override {
+    UnfinishedFile* const file = UnfinishedFile::of(path.GetPathString());
+    if (!file) return pxr::ArDefaultResolver::_OpenAssetForWrite(path, mode);
+    if (!file->open()) return nullptr;
+    return std::make_shared<UnfinishedAsset>(*file);
   }
 };
 

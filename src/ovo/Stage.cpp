@@ -14,6 +14,7 @@
 #include "ovo/Variants.h"
 #include "ovo/detail/StageData.h"
 #include "ovo/detail/TextGuard.h"
+#include "ovo/detail/UnfinishedFile.h"
 
 namespace ovo {
 
@@ -391,9 +392,10 @@ bool Stage::exportTo(const std::string& file, std::string* error) const {
   // The name of the unfinished file stays within the 255 bytes that file systems allow.
   static std::atomic<unsigned> count{0};
   const fs::path unfinished =
-      folder / ("." + target.stem().string().substr(0, 200) + "." + std::to_string(getpid()) + "-" +
-                std::to_string(++count) + extension);
+      fs::absolute(folder) / ("." + target.stem().string().substr(0, 200) + "." +
+                              std::to_string(getpid()) + "-" + std::to_string(++count) + extension);
   detail::Problems why;
+  detail::UnfinishedFile scene(unfinished.string());
   bool written = false;
   {
     const detail::Collector collector(why, true);
@@ -401,16 +403,12 @@ bool Stage::exportTo(const std::string& file, std::string* error) const {
         detail::mergeLayers(*data_, fs::absolute(folder).lexically_normal().string());
     written = merged && merged->Export(unfinished.string());
   }
-  if (written) {
+  if (written && !scene.hasFailed()) {
     // Who may read a file is its owner's decision, and stays.
-    if (fs::exists(status)) fs::permissions(unfinished, status.permissions(), failed);
-    fs::rename(unfinished, target, failed);
-    if (!failed) return true;
+    if (fs::exists(status)) scene.setMode(static_cast<unsigned>(status.permissions()));
+    if (scene.replace(target.string())) return true;
   }
-  const std::string reason =
-      written ? failed.message() : firstLine(why, "the folder may not be written");
-  fs::remove(unfinished, failed);
-  return fail(reason);
+  return fail(scene.hasFailed() ? scene.why() : firstLine(why, "the folder may not be written to"));
 }
 
 }  // namespace ovo

@@ -13,6 +13,7 @@
 #include <pxr/ar/packageUtils.h>
 #include <pxr/ar/resolver.h>
 #include <pxr/ar/resolverContextBinder.h>
+#include <pxr/ar/writableAsset.h>
 #include <pxr/gf/half.h>
 #include <pxr/gf/matrix2d.h>
 #include <pxr/gf/matrix3d.h>
