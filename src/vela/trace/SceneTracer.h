@@ -169,7 +169,8 @@ class VELA_API SceneTracer {
 
   /// Places a mesh.
   ///
-  /// \param mesh           of addMesh or addTubes; any other number makes a placement that is never hit
+  /// \param mesh           of addMesh or addTubes; any other number makes a placement that is never
+  ///                       hit
   /// \param worldFromLocal its last row is taken as (0, 0, 0, 1). Nothing is hit through a singular
   ///                       or non-finite matrix
   /// \return the placement's number: 0, 1, 2 ...
