@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <memory>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -53,8 +54,11 @@ tarn::Vec3d faceNormal(const tracer::Mesh& mesh, std::size_t triangle) {
 }  // namespace
 
 struct SceneTracer::Impl {
-  std::vector<tracer::Mesh> meshes;
-  std::unordered_multimap<std::uint64_t, std::uint32_t> meshOfSamples;
+  struct MeshTable {
+    std::vector<tracer::Mesh> meshes;
+    std::unordered_multimap<std::uint64_t, std::uint32_t> meshOfSamples;
+  };
+  std::shared_ptr<MeshTable> table = std::make_shared<MeshTable>();  // of several tracers, perhaps
   tracer::LargeVector<tracer::Placement> placements;
   tracer::LargeVector<tracer::Node> nodes;
   std::vector<std::uint32_t> unboxed;
@@ -64,9 +68,19 @@ struct SceneTracer::Impl {
   tracer::KernelFunctions kernel = tracer::bestKernel();
   tracer::SceneView scene;  ///< what queries see, kept since reading it anew would delay each ray
 
+  [[nodiscard]] const std::vector<tracer::Mesh>& meshes() const { return table->meshes; }
+  // To be changed: other tracers keep the table as it was.
+  MeshTable& ownTable() {
+    if (table.use_count() > 1) {
+      table = std::make_shared<MeshTable>(*table);
+      renewView();
+    }
+    return *table;
+  }
+
   // Called by whatever changes the tables that it points into.
   void renewView() {
-    scene.meshes = meshes.data();
+    scene.meshes = meshes().data();
     scene.placements = placements.data();
     scene.nodes = nodes.empty() ? nullptr : nodes.data();
     scene.onlyPlacement = onlyPlacement;
@@ -81,20 +95,21 @@ struct SceneTracer::Impl {
     appendSamples(hash, mesh.counts);
     appendSamples(hash, mesh.indices);
     appendSamples(hash, mesh.radii);
-    const auto [begin, end] = meshOfSamples.equal_range(hash.value());
+    const auto [begin, end] = table->meshOfSamples.equal_range(hash.value());
     for (auto it = begin; it != end; ++it) {
-      const tracer::Mesh& known = meshes[it->second];
+      const tracer::Mesh& known = meshes()[it->second];
       if (known.isRound == mesh.isRound && hasSameBits(known.points, mesh.points) &&
           hasSameBits(known.counts, mesh.counts) && hasSameBits(known.indices, mesh.indices) &&
           hasSameBits(known.radii, mesh.radii))
         return it->second;
     }
 
-    const auto id = static_cast<std::uint32_t>(meshes.size());
+    const auto id = static_cast<std::uint32_t>(meshes().size());
     mesh.prepare();
     scene.hasTubes = scene.hasTubes || !mesh.pieces.empty();
-    meshes.push_back(std::move(mesh));
-    meshOfSamples.emplace(hash.value(), id);
+    MeshTable& own = ownTable();
+    own.meshes.push_back(std::move(mesh));
+    own.meshOfSamples.emplace(hash.value(), id);
     renewView();
     return id;
   }
@@ -117,7 +132,7 @@ struct SceneTracer::Impl {
   void describePiece(const tarn::Ray<T>& ray, const tracer::Nearest& nearest,
                      TracerHit& hit) const {
     const tracer::Placement& placement = placements[nearest.placement];
-    const tracer::Mesh& mesh = meshes[placement.mesh];
+    const tracer::Mesh& mesh = scene.meshes[placement.mesh];
     const tracer::Piece& piece = mesh.pieces[nearest.triangle];
     const tracer::Joint &a = mesh.joints[piece.a], &b = mesh.joints[piece.b];
     tracer::LocalRay local;
@@ -146,7 +161,7 @@ struct SceneTracer::Impl {
   template <class T>
   void describe(const tarn::Ray<T>& ray, const tracer::Nearest& nearest, TracerHit& hit) const {
     const tracer::Placement& placement = placements[nearest.placement];
-    const tracer::Mesh& mesh = meshes[placement.mesh];
+    const tracer::Mesh& mesh = scene.meshes[placement.mesh];
     hit.hit = true;
     hit.distance = nearest.distance;
     for (std::size_t i = 0; i < 3; ++i)
@@ -264,12 +279,21 @@ std::uint32_t SceneTracer::addMesh(const ovo::MeshPrim& prim, double time) {
 std::uint32_t SceneTracer::addPlacement(std::uint32_t mesh, const tarn::Mat4d& worldFromLocal) {
   tracer::Placement placement;
   placement.mesh = mesh;
-  placement.isUsable = mesh < impl_->meshes.size() && !impl_->meshes[mesh].isEmpty() &&
-                       tracer::makeLocalFromWorld(worldFromLocal, impl_->meshes[mesh].frame,
+  placement.isUsable = mesh < impl_->meshes().size() && !impl_->meshes()[mesh].isEmpty() &&
+                       tracer::makeLocalFromWorld(worldFromLocal, impl_->meshes()[mesh].frame,
                                                   placement.localFromWorld);
   impl_->placements.push_back(placement);
   impl_->renewView();
   return static_cast<std::uint32_t>(impl_->placements.size() - 1);
+}
+
+SceneTracer SceneTracer::withoutPlacements() const {
+  SceneTracer other;
+  other.impl_->table = impl_->table;
+  other.impl_->scene.hasTubes = impl_->scene.hasTubes;
+  other.impl_->kernel = impl_->kernel;
+  other.impl_->renewView();
+  return other;
 }
 
 void SceneTracer::reservePlacements(std::size_t count) {
@@ -280,10 +304,10 @@ void SceneTracer::reservePlacements(std::size_t count) {
 void SceneTracer::build() { build({}); }
 
 bool SceneTracer::build(const std::function<bool()>& isStopped) {
-  for (tracer::Mesh& mesh : impl_->meshes) {
-    if (mesh.isBuilt) continue;
+  for (std::size_t i = 0; i < impl_->meshes().size(); ++i) {
+    if (impl_->meshes()[i].isBuilt) continue;
     if (isStopped && isStopped()) return false;
-    mesh.build();
+    impl_->ownTable().meshes[i].build();
   }
   if (isStopped && isStopped()) return false;
 
@@ -297,7 +321,8 @@ bool SceneTracer::build(const std::function<bool()>& isStopped) {
     if (!placement.isUsable) continue;
     tracer::BuildBox box{};
     box.index = static_cast<std::uint32_t>(i);
-    if (tracer::placementBox(placement.localFromWorld, impl_->meshes[placement.mesh].frame, box)) {
+    if (tracer::placementBox(placement.localFromWorld, impl_->meshes()[placement.mesh].frame,
+                             box)) {
       boxes.push_back(box);
       impl_->bounds.extendBy(tarn::Box3f({box.low[0], box.low[1], box.low[2]},
                                          {box.high[0], box.high[1], box.high[2]}));
@@ -311,7 +336,7 @@ bool SceneTracer::build(const std::function<bool()>& isStopped) {
   impl_->nodes.shrink_to_fit();
   impl_->scene.limits = tracer::limitsOf(impl_->nodes);
   std::uint32_t mostInMesh = 0;
-  for (const tracer::Mesh& mesh : impl_->meshes)
+  for (const tracer::Mesh& mesh : impl_->meshes())
     mostInMesh = std::max(mostInMesh, mesh.limits.mostWaiting);
   impl_->scene.limits.mostWaiting += mostInMesh;
   impl_->renewView();
@@ -365,13 +390,13 @@ template VELA_API bool SceneTracer::intersectPlacement(std::uint32_t, const tarn
 template VELA_API bool SceneTracer::occluded(const tarn::Ray3d&) const;
 template VELA_API void SceneTracer::occluded(const tarn::Ray3d*, std::size_t, bool*) const;
 
-std::size_t SceneTracer::numMeshes() const { return impl_->meshes.size(); }
+std::size_t SceneTracer::numMeshes() const { return impl_->meshes().size(); }
 std::size_t SceneTracer::numPlacements() const { return impl_->placements.size(); }
 std::size_t SceneTracer::numTriangles(std::uint32_t mesh) const {
-  return mesh < impl_->meshes.size() ? impl_->meshes[mesh].numTriangles : 0;
+  return mesh < impl_->meshes().size() ? impl_->meshes()[mesh].numTriangles : 0;
 }
 std::size_t SceneTracer::numPieces(std::uint32_t mesh) const {
-  return mesh < impl_->meshes.size() ? impl_->meshes[mesh].pieces.size() : 0;
+  return mesh < impl_->meshes().size() ? impl_->meshes()[mesh].pieces.size() : 0;
 }
 std::uint32_t SceneTracer::placementMesh(std::uint32_t placement) const {
   return placement < impl_->placements.size() ? impl_->placements[placement].mesh : kNone;
@@ -382,8 +407,8 @@ std::size_t SceneTracer::memoryUsage() const {
   std::size_t bytes = impl_->placements.capacity() * sizeof(tracer::Placement) +
                       impl_->nodes.capacity() * sizeof(tracer::Node) +
                       impl_->unboxed.capacity() * sizeof(std::uint32_t) +
-                      impl_->meshes.capacity() * sizeof(tracer::Mesh);
-  for (const tracer::Mesh& mesh : impl_->meshes)
+                      impl_->meshes().capacity() * sizeof(tracer::Mesh);
+  for (const tracer::Mesh& mesh : impl_->meshes())
     bytes += mesh.sources.capacity() * sizeof(tracer::TriangleSource) +
              mesh.nodes.capacity() * sizeof(tracer::Node) +
              mesh.blocks.capacity() * sizeof(tracer::Block) +

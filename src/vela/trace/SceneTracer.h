@@ -176,6 +176,11 @@ class VELA_API SceneTracer {
   /// \return the placement's number: 0, 1, 2 ...
   std::uint32_t addPlacement(std::uint32_t mesh, const tarn::Mat4d& worldFromLocal);
 
+  /// A tracer of the same meshes, by the same numbers, without placements: for the same scene at
+  /// another moment. Both read one copy of the meshes and their trees until one of them is given or
+  /// builds a mesh that the other does not have; that one copies them first.
+  [[nodiscard]] SceneTracer withoutPlacements() const;
+
   /// Makes room for that many placements in all.
   void reservePlacements(std::size_t count);
 

@@ -1294,4 +1294,38 @@ TEST(SceneTracer, ManyThreadsGetTheSameAnswers) {
   EXPECT_EQ(wrong, 0);
 }
 
+TEST(SceneTracer, ATracerWithoutPlacementsSharesMeshesUntilOneOfThemChanges) {
+  const ovo::Array<tarn::Vec3f> square = {{-1, -1, 0}, {1, -1, 0}, {1, 1, 0}, {-1, 1, 0}};
+  const ovo::Array<tarn::Vec3f> larger = {{-2, -2, 0}, {2, -2, 0}, {2, 2, 0}, {-2, 2, 0}};
+  SceneTracer first;
+  const std::uint32_t mesh = first.addMesh(square, {4}, {0, 1, 2, 3});
+  first.addPlacement(mesh, tarn::Mat4d());
+  first.build();
+
+  SceneTracer second = first.withoutPlacements();
+  EXPECT_EQ(second.numMeshes(), 1u);
+  EXPECT_EQ(second.numPlacements(), 0u);
+  const tarn::Ray3f down({0.5f, 0.5f, 3.0f}, {0, 0, -1});
+  EXPECT_FALSE(second.occluded(down));
+  tarn::Mat4d lower;
+  lower.translate(0.0, 0.0, -4.0);
+  second.addPlacement(mesh, lower);
+  second.build();
+  TracerHit hit;
+  ASSERT_TRUE(second.intersect(down, hit));
+  EXPECT_NEAR(hit.distance, 7.0, 1e-6);
+
+  // A mesh more is its own affair.
+  const std::uint32_t other = second.addMesh(larger, {4}, {0, 1, 2, 3});
+  EXPECT_EQ(first.numMeshes(), 1u);
+  second.addPlacement(other, tarn::Mat4d());
+  second.build();
+  const tarn::Ray3f beside({1.5f, 1.5f, 3.0f}, {0, 0, -1});
+  EXPECT_TRUE(second.occluded(beside));
+  EXPECT_FALSE(first.occluded(beside));
+  EXPECT_EQ(first.addMesh(square, {4}, {0, 1, 2, 3}), mesh) << "which the table knows still";
+  ASSERT_TRUE(first.intersect(down, hit));
+  EXPECT_NEAR(hit.distance, 3.0, 1e-6);
+}
+
 }  // namespace
