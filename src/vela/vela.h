@@ -52,6 +52,7 @@
 #include "vela/scene/SceneExtent.h"
 #include "vela/scene/SceneLights.h"
 #include "vela/scene/SceneMeshes.h"
+#include "vela/scene/SceneMotion.h"
 #include "vela/scene/ScenePrims.h"
 #include "vela/scene/SceneSummary.h"
 #include "vela/scene/Shape.h"

@@ -173,14 +173,19 @@ void insertManifest(const Picture& picture, const ExrOptions& options, Imf::Head
   }
 }
 
-Imf::Header headerOf(const Picture& picture, const ExrOptions& options) {
-  const Imath::Box2i data(
-      Imath::V2i(options.x, options.y),
-      Imath::V2i(options.x + picture.width - 1, options.y + picture.height - 1));
-  Imath::V2i end = data.max;
+Imath::Box2i dataWindowOf(const Picture& picture, const ExrOptions& options) {
+  return {{options.x, options.y}, {options.x + picture.width - 1, options.y + picture.height - 1}};
+}
+
+Imath::Box2i displayWindowOf(const Picture& picture, const ExrOptions& options) {
+  Imath::V2i end = dataWindowOf(picture, options).max;
   if (options.displayWidth > 0) end.x = options.displayWidth - 1;
   if (options.displayHeight > 0) end.y = options.displayHeight - 1;
-  Imf::Header header(Imath::Box2i(Imath::V2i(0, 0), end), data);
+  return {{0, 0}, end};
+}
+
+Imf::Header headerOf(const Picture& picture, const ExrOptions& options) {
+  Imf::Header header(displayWindowOf(picture, options), dataWindowOf(picture, options));
   header.compression() = static_cast<Imf::Compression>(options.compression);
   for (const Attribute& attribute : picture.attributes)
     std::visit(AttributeWriter{header, attribute.name}, attribute.value);
@@ -407,6 +412,11 @@ bool isWholeExr(const std::string& file, std::string* error) {
 }
 
 bool readExr(const std::string& file, Picture& picture, Tile& part, std::string* error) {
+  return readExr(file, picture, ExrOptions(), part, error);
+}
+
+bool readExr(const std::string& file, Picture& picture, const ExrOptions& place, Tile& part,
+             std::string* error) {
   const std::string wrong = whatIsWrong(picture, {});
   if (!wrong.empty()) return fail(error, wrong);
   try {
@@ -415,8 +425,9 @@ bool readExr(const std::string& file, Picture& picture, Tile& part, std::string*
     Imf::InputPart pixels(input, 0);
     const Imf::Header& header = pixels.header();
     const Imath::Box2i display = header.displayWindow(), window = header.dataWindow();
-    const Imath::Box2i whole(Imath::V2i(0, 0), Imath::V2i(picture.width - 1, picture.height - 1));
-    if (display != whole || !whole.intersects(window.min) || !whole.intersects(window.max))
+    const Imath::Box2i frame = displayWindowOf(picture, place),
+                       whole = dataWindowOf(picture, place);
+    if (display != frame || !whole.intersects(window.min) || !whole.intersects(window.max))
       return fail(error, "it is of a picture of " +
                              std::to_string(std::int64_t{display.max.x} + 1) + " x " +
                              std::to_string(std::int64_t{display.max.y} + 1) + " pixels");

@@ -116,6 +116,13 @@ struct ExrOptions {
 [[nodiscard]] VELA_PICTURE_API bool readExr(const std::string& file, Picture& picture, Tile& part,
                                             std::string* error = nullptr);
 
+/// The same for a picture whose pixel (0, 0) lies elsewhere, as one with overscan.
+/// \param place x, y and the size of the display window say where, as they are written; the rest of
+///              it does not count. \p part is in the coordinates of the display window
+[[nodiscard]] VELA_PICTURE_API bool readExr(const std::string& file, Picture& picture,
+                                            const ExrOptions& place, Tile& part,
+                                            std::string* error = nullptr);
+
 /// Writes a picture as ExrOptions has it unless told otherwise.
 ///
 /// \param file    is replaced as it is written: who wants it whole or not at all writes under

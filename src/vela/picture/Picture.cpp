@@ -62,4 +62,37 @@ bool Picture::hasLayer(std::string_view name) const noexcept {
                      [&](const Layer& layer) { return layer.name == name; });
 }
 
+Picture Picture::part(int x, int y, int partWidth, int partHeight) const {
+  const auto end = [](int from, int length, int whole) {
+    return static_cast<int>(std::clamp<std::int64_t>(std::int64_t{from} + length, 0, whole));
+  };
+  const int x0 = std::clamp(x, 0, width), y0 = std::clamp(y, 0, height);
+  const int x1 = std::max(end(x, partWidth, width), x0),
+            y1 = std::max(end(y, partHeight, height), y0);
+  Picture out;
+  out.width = x1 - x0;
+  out.height = y1 - y0;
+  out.attributes = attributes;
+  out.manifest = manifest;
+  const auto copyRows = [&](const auto& from, std::size_t channels, auto& to) {
+    if (from.size() < pixelCount() * channels) return;
+    to.reserve(out.pixelCount() * channels);
+    for (int row = y0; row < y1; ++row) {
+      const auto start = from.begin() + (static_cast<std::ptrdiff_t>(row) * width + x0) *
+                                            static_cast<std::ptrdiff_t>(channels);
+      to.insert(
+          to.end(), start,
+          start + static_cast<std::ptrdiff_t>(out.width) * static_cast<std::ptrdiff_t>(channels));
+    }
+  };
+  for (const Layer& layer : layers) {
+    out.layers.push_back({layer.name, layer.channels, layer.type, {}, {}});
+    if (layer.type == ValueType::float32)
+      copyRows(layer.floats, layer.channels.size(), out.layers.back().floats);
+    else
+      copyRows(layer.integers, layer.channels.size(), out.layers.back().integers);
+  }
+  return out;
+}
+
 }  // namespace vela::picture

@@ -96,6 +96,10 @@ struct VELA_PICTURE_API Picture {
   /// True when there is a layer of exactly that name.
   [[nodiscard]] bool hasLayer(std::string_view name) const noexcept;
 
+  /// A rectangle of it, with all that it says of the whole.
+  /// \param x, y, width, height is cut off where it lies outside the picture
+  [[nodiscard]] Picture part(int x, int y, int width, int height) const;
+
   [[nodiscard]] std::size_t pixelCount() const noexcept {
     return static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
   }

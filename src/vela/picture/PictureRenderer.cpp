@@ -16,6 +16,7 @@
 #include "vela/picture/detail/RenderJob.h"
 #include "vela/picture/detail/Shader.h"
 #include "vela/picture/detail/TileRenderer.h"
+#include "vela/scene/SceneMotion.h"
 
 namespace vela::picture {
 
@@ -38,10 +39,18 @@ struct Counter {
 struct OpenPicture {
   LayerChoice layers;
   scene::MeshList meshes;
+  std::vector<double> moments;               // none: all is of the picture's time
+  std::optional<scene::MeshList> moving;     // the meshes with those that move at each moment
+  std::optional<scene::SceneMotion> motion;  // of that list
+  std::vector<std::optional<scene::View>> momentViews;
+  std::vector<const scene::View*> viewsOfMoments;
+  // What rays meet.
+  [[nodiscard]] const scene::MeshList& traced() const { return moving ? *moving : meshes; }
   std::optional<scene::SceneMaterials> materials;
   scene::SceneLights lights;
   scene::Extent extent;
   scene::View view;
+  Tile window;
   std::optional<scene::RayCaster> caster;
   std::optional<Shader> shader;
   std::optional<Mattes> mattes;
@@ -64,6 +73,8 @@ using tarn::Vec2f;
 constexpr int kMostSamples = 4096;
 constexpr int kWidest = 65536;
 constexpr int kMostBounces = 8;
+constexpr int kMostMoments = 1024;
+constexpr int kMostOverscan = 16384;
 
 Problem problemOf(Problem::Kind kind, const std::string& subject, const std::string& reason) {
   Problem problem;
@@ -88,6 +99,10 @@ Problem findBadOption(const RenderOptions& options) {
     return bad("samples", outside(options.samples, 1, kMostSamples));
   if (isOutside(options.bounces, 0, kMostBounces))
     return bad("bounces", outside(options.bounces, 0, kMostBounces));
+  if (isOutside(options.motionSteps, 0, kMostMoments))
+    return bad("motion steps", outside(options.motionSteps, 0, kMostMoments));
+  if (isOutside(options.overscan, 0, kMostOverscan))
+    return bad("overscan", outside(options.overscan, 0, kMostOverscan));
   if (isOutside(options.view.width, 0, kWidest))
     return bad("width", outside(options.view.width, 0, kWidest));
   if (isOutside(options.view.height, 0, kWidest))
@@ -97,6 +112,9 @@ Problem findBadOption(const RenderOptions& options) {
       (options.meshes.subdivisionLevel > 0 || options.smooth))
     return bad(options.smooth ? "smooth" : "subdivision level",
                "does not go with the hit detector, which takes meshes as the scene has them");
+  if (options.caster == scene::CasterKind::hitDetector && options.motionSteps > 0)
+    return bad("motion steps",
+               "do not go with the hit detector, which takes meshes at one time alone");
   return {};
 }
 
@@ -123,8 +141,8 @@ void makeJob(const std::shared_ptr<ovo::Stage>& stage, const RenderOptions& opti
   if (needsLight || needsNormals) {
     const tarn::Box3d& box = open.extent.box;
     const double radius = box.isEmpty() ? 1.0 : 0.5 * box.size().length();
-    open.shader.emplace(open.meshes, *open.caster, options.time, open.view, radius, ambientGrid,
-                        options.smooth);
+    open.shader.emplace(open.traced(), open.motion ? &*open.motion : nullptr, *open.caster,
+                        options.time, open.view, radius, ambientGrid, options.smooth);
     // Images of lights come first, and leave half of the memory to the materials'.
     std::size_t memory = options.textureMemory;
     if (needsLight && options.lights != LightChoice::own && !open.lights.lights.empty()) {
@@ -139,12 +157,12 @@ void makeJob(const std::shared_ptr<ovo::Stage>& stage, const RenderOptions& opti
       open.shader->tint(selection, stage);
     }
   }
-  open.job.emplace(detail::RenderJob{open.meshes, open.view, *open.caster, open.layers,
-                                     open.materials ? &*open.materials : nullptr,
-                                     needsLight ? &*open.shader : nullptr,
-                                     needsNormals ? &*open.shader : nullptr, grid, ambientGrid,
-                                     options.pattern == SamplePattern::jittered,
-                                     frameOf(options.time), open.mattes ? &*open.mattes : nullptr});
+  open.job.emplace(detail::RenderJob{
+      open.traced(), open.view, *open.caster, open.layers,
+      open.materials ? &*open.materials : nullptr, needsLight ? &*open.shader : nullptr,
+      needsNormals ? &*open.shader : nullptr, grid, ambientGrid,
+      options.pattern == SamplePattern::jittered, frameOf(options.time),
+      open.mattes ? &*open.mattes : nullptr, open.viewsOfMoments});
 }
 
 // How bright the camera shows the scene, in powers of two: its exposure, and the time, sensitivity
@@ -160,6 +178,75 @@ float exposureOf(const ovo::Prim& camera, double time) {
                        read("exposure:responsivity", 1.0f) / (fStop * fStop);
   const auto exposure = static_cast<float>(read("exposure", 0.0f) + std::log2(scale));
   return std::isfinite(exposure) ? exposure : 0.0f;
+}
+
+Problem withoutEffect(const char* option, const std::string& why) {
+  Problem problem = problemOf(Problem::Kind::noEffect, option, why);
+  problem.severity = Problem::Severity::note;
+  return problem;
+}
+
+bool isSameView(const scene::View& a, const scene::View& b) {
+  return a.worldFromCamera == b.worldFromCamera && a.lensRadius == b.lensRadius &&
+         a.focusDistance == b.focusDistance && a.clippingPlanes == b.clippingPlanes &&
+         a.sample.lensAp.clipNearDistance == b.sample.lensAp.clipNearDistance &&
+         a.sample.lensAp.clipFarDistance == b.sample.lensAp.clipFarDistance &&
+         a.sample.optics.focalLength == b.sample.optics.focalLength &&
+         a.sample.sensor.apertureSize == b.sample.sensor.apertureSize &&
+         a.sample.sensor.apertureTranslate == b.sample.sensor.apertureTranslate;
+}
+
+// The view at each moment, all of the size and the camera that the picture has. Where the camera
+// stands still, or cannot be used at some moment, it is the picture's own.
+bool makeMomentViews(const ovo::Stage& stage, const scene::ViewOptions& options,
+                     OpenPicture& open) {
+  scene::ViewOptions wanted = options;
+  wanted.camera = open.view.camera;
+  wanted.width = open.view.width;
+  wanted.height = open.view.height;
+  bool moves = false;
+  for (const double time : open.moments) {
+    wanted.time = time;
+    open.momentViews.push_back(scene::makeView(stage, wanted, open.extent));
+    std::optional<scene::View>& view = open.momentViews.back();
+    if (view && isSameView(*view, open.view)) view.reset();
+    moves = moves || view;
+    open.viewsOfMoments.push_back(view ? &*view : nullptr);
+  }
+  for (std::size_t i = 0; i < open.momentViews.size(); ++i)
+    open.viewsOfMoments[i] = open.momentViews[i] ? &*open.momentViews[i] : &open.view;
+  return moves;
+}
+
+// Finds what moves while the shutter is open.
+// \return false with the reason in \p problem
+bool openShutter(const ovo::Stage& stage, const RenderOptions& options,
+                 const scene::MeshFilter& filter, const scene::ViewOptions& viewOptions,
+                 std::vector<Problem>& problems, Problem& problem, const scene::Work& work,
+                 OpenPicture& open) {
+  const auto sayNone = [&](const std::string& why) {
+    problems.push_back(withoutEffect("motion", why));
+    open.moments.clear();
+    open.moving.reset();
+    open.motion.reset();
+    open.momentViews.clear();
+    open.viewsOfMoments.clear();
+    return true;
+  };
+  if (!std::isfinite(options.time)) return sayNone("the picture is of no time");
+  if (open.view.camera.isEmpty()) return sayNone("there is no camera, and so no shutter");
+  const ovo::CameraPrim camera(stage.getPrimAtPath(open.view.camera));
+  open.moments =
+      scene::shutterTimes(camera.getParameters(options.time), options.time, options.motionSteps);
+  if (open.moments.empty())
+    return sayNone("the shutter of " + open.view.camera.asString() + " does not open");
+  const bool cameraMoves = makeMomentViews(stage, viewOptions, open);
+  open.moving = open.meshes;
+  open.motion = scene::addMotion(stage, filter, open.moments, *open.moving, &problem, work);
+  if (!open.motion) return false;
+  if (!cameraMoves && !open.motion->anythingMoves())
+    return sayNone("nothing moves while the shutter is open");
+  return true;
 }
 
 // \return false with the reason last in \p problems
@@ -199,39 +286,56 @@ bool setUp(const std::shared_ptr<ovo::Stage>& stage, const RenderOptions& option
     problems.push_back(nothing);
   }
 
+  // The camera, and what moves while its shutter is open. Why there is none is said where its turn
+  // is: after what the meshes and lights have to say.
+  scene::ViewOptions viewOptions = options.view;
+  viewOptions.time = options.time;
+  std::optional<scene::View> view =
+      scene::makeView(*stage, viewOptions, open.extent, &problem, work.part(0.6, 0.6));
+  const Problem noView = problem;
+  if (view) {
+    open.view = std::move(*view);
+    const int more = options.overscan;
+    if (more > 0 && !open.view.projection->canBeExtendedHorizontally())
+      return fail(problemOf(Problem::Kind::badOption, "overscan",
+                            "the lens shows nothing more beyond the picture's edges"));
+    open.window = {-more, -more, open.view.width + more, open.view.height + more};
+    if (options.motionSteps > 0 && !openShutter(*stage, options, filter, viewOptions, problems,
+                                                problem, work.part(0.6, 0.6), open))
+      return fail(problem);
+  }
+
   // What the meshes are made of, where that is asked for.
   const bool showsMaterials = options.materials && open.layers.has(Sampling::meanOfSamples);
   if (showsMaterials || open.layers.has("material") ||
       hasMatte(open.layers, detail::MatteKind::material)) {
     open.materials =
-        scene::findMaterials(*stage, open.meshes, options.materialPurpose, options.time, work);
+        scene::findMaterials(*stage, open.traced(), options.materialPurpose, options.time, work);
     if (work.isStopped()) return fail(problemOf(Problem::Kind::stopped, "", "stopped"));
     add(open.materials->problems);
   }
 
   // What shines on them.
   if (open.layers.has(Sampling::meanOfSamples)) {
-    open.lights = scene::listLights(*stage, open.meshes, filter, work.part(0.6, 0.6));
+    open.lights = scene::listLights(*stage, open.traced(), filter, work.part(0.6, 0.6));
     if (work.isStopped()) return fail(problemOf(Problem::Kind::stopped, "", "stopped"));
     if (options.lights != LightChoice::own) add(open.lights.problems);
   }
 
-  // The camera, and what answers its rays.
-  scene::ViewOptions viewOptions = options.view;
-  viewOptions.time = options.time;
-  std::optional<scene::View> view =
-      scene::makeView(*stage, viewOptions, open.extent, &problem, work.part(0.6, 0.6));
-  if (!view) return fail(problem);
-  open.view = std::move(*view);
+  // What answers the camera's rays.
+  if (!view) return fail(noView);
   add(open.view.problems);
-  open.caster = scene::RayCaster::make(options.caster, open.meshes, open.extent, options.time,
-                                       &problem, work.part(0.6, 1.0));
+  open.caster =
+      open.motion ? scene::RayCaster::make(options.caster, *open.moving, *open.motion, open.extent,
+                                           options.time, &problem, work.part(0.6, 1.0))
+                  : scene::RayCaster::make(options.caster, open.meshes, open.extent, options.time,
+                                           &problem, work.part(0.6, 1.0));
   if (!open.caster) return fail(problem);
   add(open.caster->problems());
   if (work.isStopped()) return fail(problemOf(Problem::Kind::stopped, "", "stopped"));
 
   if (open.layers.has(Sampling::coverageOfSamples))
-    open.mattes.emplace(open.meshes, open.materials ? &*open.materials : nullptr, open.layers,
+    open.mattes.emplace(open.traced(), open.materials ? &*open.materials : nullptr, open.layers,
                         problems);
   open.time = options.time;
   open.framesPerSecond = stage->getFramesPerSecond();
@@ -307,9 +411,9 @@ std::vector<std::uint32_t> idsShown(const Picture& picture, const std::string& m
   return ids;
 }
 
-Tile clip(const Tile& tile, int width, int height) {
-  const Tile clipped{std::max(tile.x0, 0), std::max(tile.y0, 0), std::min(tile.x1, width),
-                     std::min(tile.y1, height)};
+Tile clip(const Tile& tile, const Tile& window) {
+  const Tile clipped{std::max(tile.x0, window.x0), std::max(tile.y0, window.y0),
+                     std::min(tile.x1, window.x1), std::min(tile.y1, window.y1)};
   return clipped.x0 < clipped.x1 && clipped.y0 < clipped.y1 ? clipped : Tile{};
 }
 
@@ -390,6 +494,8 @@ std::unique_ptr<PictureRenderer> PictureRenderer::make(const std::shared_ptr<ovo
 
 int PictureRenderer::width() const noexcept { return open_->view.width; }
 int PictureRenderer::height() const noexcept { return open_->view.height; }
+Tile PictureRenderer::window() const noexcept { return open_->window; }
+const std::vector<double>& PictureRenderer::moments() const noexcept { return open_->moments; }
 const LayerChoice& PictureRenderer::layers() const noexcept { return open_->layers; }
 const scene::MeshList& PictureRenderer::meshes() const noexcept { return open_->meshes; }
 const scene::Extent& PictureRenderer::extent() const noexcept { return open_->extent; }
@@ -408,7 +514,9 @@ RenderStats PictureRenderer::stats() const noexcept {
           static_cast<double>(from.shadeTime.load(std::memory_order_relaxed)) * 1e-9};
 }
 
-Picture PictureRenderer::makePicture() const { return makeEmpty(*open_, width(), height()); }
+Picture PictureRenderer::makePicture() const {
+  return makeEmpty(*open_, open_->window.width(), open_->window.height());
+}
 
 void PictureRenderer::addManifests(Picture& picture) const {
   if (!open_->mattes) return;
@@ -426,7 +534,7 @@ void PictureRenderer::addManifests(Picture& picture) const {
 }
 
 std::optional<Picture> PictureRenderer::render(const Tile& tile, const scene::Work& work) const {
-  const Tile clipped = clip(tile, width(), height());
+  const Tile clipped = clip(tile, window());
   Picture picture = open_->layers.makePicture(clipped.width(), clipped.height());
   if (!renderPieces(*open_, clipped, clipped.x0, clipped.y0, picture, work, open_->counter))
     return std::nullopt;
@@ -434,19 +542,20 @@ std::optional<Picture> PictureRenderer::render(const Tile& tile, const scene::Wo
 }
 
 bool PictureRenderer::render(const Tile& tile, Picture& picture, const scene::Work& work) const {
-  if (!hasLayersOf(picture, open_->layers.makePicture(0, 0)) || picture.width != width() ||
-      picture.height != height())
+  const Tile whole = window();
+  if (!hasLayersOf(picture, open_->layers.makePicture(0, 0)) || picture.width != whole.width() ||
+      picture.height != whole.height())
     return false;
-  return renderPieces(*open_, clip(tile, width(), height()), 0, 0, picture, work, open_->counter);
+  return renderPieces(*open_, clip(tile, whole), whole.x0, whole.y0, picture, work, open_->counter);
 }
 
 std::optional<Picture> PictureRenderer::renderAll(int threads, const scene::Work& work) const {
-  return renderRegion({0, 0, width(), height()}, threads, work);
+  return renderRegion(window(), threads, work);
 }
 
 std::optional<Picture> PictureRenderer::renderRegion(const Tile& region, int threads,
                                                      const scene::Work& work) const {
-  const Tile part = clip(region, width(), height());
+  const Tile part = clip(region, window());
   Picture picture = makeEmpty(*open_, part.width(), part.height());
   std::vector<std::unique_ptr<detail::TileRenderer>> renderers(
       static_cast<std::size_t>(threadCount(threads)));

@@ -61,6 +61,14 @@ struct RenderOptions {
   /// How often light of the scene's lights, and of surfaces that shine, is scattered on its way by
   /// surfaces that the picture may show or not, 0 to 8. Vela's own lights are not.
   int bounces = 1;
+  /// Shows the scene, and the camera, at so many moments while the camera's shutter is open, evenly
+  /// over that time: each sample of a pixel is of one of them. 0: at the picture's time alone; at
+  /// most 1024. Lights and materials count as they are at the picture's time; so do layers of data,
+  /// and a single sample a pixel.
+  int motionSteps = 0;
+  /// Pixels that are rendered beyond each edge, 0 to 16384: the picture's own are the same with
+  /// them as without. Only for lenses that show more there, the linear ones.
+  int overscan = 0;
 };
 
 /// What a renderer has done until now, over all of its calls and threads.
@@ -120,17 +128,24 @@ class VELA_PICTURE_API PictureRenderer {
   PictureRenderer(const PictureRenderer&) = delete;
   PictureRenderer& operator=(const PictureRenderer&) = delete;
 
+  /// Of the picture without what is beyond its edges.
   [[nodiscard]] int width() const noexcept;
   [[nodiscard]] int height() const noexcept;
+  /// What is rendered: from (0, 0) to width and height, and RenderOptions::overscan beyond.
+  [[nodiscard]] Tile window() const noexcept;
   [[nodiscard]] const LayerChoice& layers() const noexcept;
   [[nodiscard]] const scene::MeshList& meshes() const noexcept;
   [[nodiscard]] const scene::Extent& extent() const noexcept;
   [[nodiscard]] const scene::View& view() const noexcept;
   [[nodiscard]] const scene::RayCaster& caster() const noexcept;
+  /// When the samples are taken, by RenderOptions::motionSteps: of a camera whose shutter does not
+  /// open, and where neither it nor anything else moves, none.
+  [[nodiscard]] const std::vector<double>& moments() const noexcept;
   /// The lights of the scene, whether they were chosen or not; none when no layer needs light.
   [[nodiscard]] const scene::SceneLights& lights() const noexcept;
 
-  /// The whole picture without its values, which are 0: size, layers, manifest and attributes.
+  /// The whole picture without its values, which are 0: size, layers, manifest and attributes. Its
+  /// pixel (0, 0) is the first of window().
   ///
   /// Attributes: `software`; `versions`, of OpenUSD and OpenSubdiv; `worldToCamera`; of the linear
   /// lenses `worldToNDC`, from 0, 0 at the picture's upper left corner to 1, 1, and of the
@@ -149,7 +164,7 @@ class VELA_PICTURE_API PictureRenderer {
 
   /// Renders a rectangle on the caller's thread, as a picture of its own without manifest and
   /// attributes.
-  /// \param tile is cut off where it lies outside the picture
+  /// \param tile is cut off where it lies outside of window()
   /// \return nothing when the work was stopped
   [[nodiscard]] std::optional<Picture> render(const Tile& tile, const scene::Work& work = {}) const;
 
@@ -157,7 +172,7 @@ class VELA_PICTURE_API PictureRenderer {
   /// \return false when the work was stopped, or when the picture was not made by this renderer
   bool render(const Tile& tile, Picture& picture, const scene::Work& work = {}) const;
 
-  /// Renders everything.
+  /// Renders everything, all of window().
   /// \param threads as for threadCount(); the picture does not depend on it
   /// \param work    both callbacks are called on the caller's thread
   /// \return nothing when the work was stopped
@@ -167,7 +182,7 @@ class VELA_PICTURE_API PictureRenderer {
   /// Renders a rectangle as renderAll() would, as a picture of its own: its attributes are those of
   /// the whole picture, its values the whole picture's bit by bit, and its mattes name what shows
   /// in the rectangle. ExrOptions::x, y and the size of the display say in files where it lies.
-  /// \param region  is cut off where it lies outside the picture; what is left may be empty
+  /// \param region  is cut off where it lies outside of window(); what is left may be empty
   /// \param threads as for threadCount(); the picture does not depend on it
   /// \param work    both callbacks are called on the caller's thread
   /// \return nothing when the work was stopped

@@ -1,6 +1,7 @@
 #include "vela/scene/LeftOut.h"
 
 #include <algorithm>
+#include <cmath>
 #include <set>
 #include <utility>
 
@@ -78,12 +79,30 @@ bool hasClippingPlanes(const ovo::CameraParameters& camera) {
   return !camera.clippingPlanes.empty();
 }
 
+bool hasOpenShutter(const ovo::CameraParameters& camera) {
+  return camera.shutterOpen < camera.shutterClose;
+}
+
+// Settings of a picture that ask for more than its frame.
+Keys overscans(const ovo::Prim& prim, double time) {
+  const std::string& type = prim.getTypeName().asString();
+  if (type != "RenderSettings" && type != "RenderProduct") return {};
+  tarn::Vec4f window;
+  if (!prim.getAttr(ovo::Token("dataWindowNDC")).get(window, time)) return {};
+  const bool isLarger = window.x < 0.0f || window.y < 0.0f || window.z > 1.0f || window.w > 1.0f;
+  return isLarger ? Keys{prim.getPath().asString()} : Keys();
+}
+
 struct Row {
   LeftOutKind kind;
   Keys (*ofPrim)(const ovo::Prim& prim, double time) = nullptr;
   bool (*ofCamera)(const ovo::CameraParameters& camera) = nullptr;
   // Whether what a key stands for is left out; null: always.
   bool (*isLeftOut)(const ovo::Stage& stage, const std::string& key, double time) = nullptr;
+  // The option that shows it; null: none does.
+  bool ShownOptions::*option = nullptr;
+  // Nothing moves in a picture of no time.
+  bool needsTime = false;
 };
 
 // A row is deleted when pictures show the thing.
@@ -93,8 +112,27 @@ constexpr Row kRows[] = {
     {{"material", "materials", LeftOutConcern::look}, materials, nullptr, isNoPreviewMaterial},
     {{"prim with opacity", "prims with opacity", LeftOutConcern::look}, opacities},
     {{"draw mode", "draw modes", LeftOutConcern::shape}, drawModes},
-    {{"depth of field", "depth of field", LeftOutConcern::camera}, nullptr, hasDepthOfField},
-    {{"clipping planes", "clipping planes", LeftOutConcern::camera}, nullptr, hasClippingPlanes},
+    {{"depth of field", "depth of field", LeftOutConcern::camera},
+     nullptr,
+     hasDepthOfField,
+     nullptr,
+     &ShownOptions::depthOfField},
+    {{"clipping planes", "clipping planes", LeftOutConcern::camera},
+     nullptr,
+     hasClippingPlanes,
+     nullptr,
+     &ShownOptions::clipping},
+    {{"motion blur", "motion blur", LeftOutConcern::camera},
+     nullptr,
+     hasOpenShutter,
+     nullptr,
+     &ShownOptions::motion,
+     true},
+    {{"overscan", "overscans", LeftOutConcern::camera},
+     overscans,
+     nullptr,
+     nullptr,
+     &ShownOptions::overscan},
 };
 
 // Subdivision surfaces that show as their control meshes.
@@ -126,6 +164,16 @@ std::vector<LeftOutKind> leftOutKinds() {
 
 std::vector<LeftOut> findLeftOut(const ovo::Stage& stage, const MeshList& list,
                                  const MeshFilter& filter, const View* view, const Work& work) {
+  return findLeftOut(stage, list, filter, view, ShownOptions(), work);
+}
+
+std::vector<LeftOut> findLeftOut(const ovo::Stage& stage, const MeshList& list,
+                                 const MeshFilter& filter, const View* view,
+                                 const ShownOptions& shown, const Work& work) {
+  const auto isShown = [&](const Row& row) {
+    return (row.option && shown.*row.option) || (row.needsTime && !std::isfinite(filter.time)) ||
+           (row.kind.concern == LeftOutConcern::camera && !view);
+  };
   std::vector<LeftOut> found(std::size(kRows));
   std::vector<std::set<std::string>> known(std::size(kRows));
   const auto isExcluded = [&](const ovo::Prim& prim) {
@@ -137,7 +185,7 @@ std::vector<LeftOut> findLeftOut(const ovo::Stage& stage, const MeshList& list,
       [&](const ovo::Prim& prim) {
         if (isExcluded(prim)) return false;
         for (std::size_t i = 0; i < std::size(kRows); ++i) {
-          if (!kRows[i].ofPrim) continue;
+          if (!kRows[i].ofPrim || isShown(kRows[i])) continue;
           for (std::string& key : kRows[i].ofPrim(prim, filter.time)) {
             if (!filter.withInvisible && !prim.isVisible(filter.time)) break;
             const auto [place, isNew] = known[i].insert(std::move(key));
@@ -153,7 +201,7 @@ std::vector<LeftOut> findLeftOut(const ovo::Stage& stage, const MeshList& list,
     const ovo::CameraPrim camera(stage.getPrimAtPath(view->camera));
     const ovo::CameraParameters parameters = camera.getParameters(filter.time);
     for (std::size_t i = 0; i < std::size(kRows); ++i)
-      if (kRows[i].ofCamera && kRows[i].ofCamera(parameters)) {
+      if (kRows[i].ofCamera && !isShown(kRows[i]) && kRows[i].ofCamera(parameters)) {
         found[i].count = 1;
         found[i].first = view->camera.asString();
       }

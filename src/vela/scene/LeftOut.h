@@ -64,6 +64,18 @@ struct LeftOut {
                                                         const MeshFilter& filter, const View* view,
                                                         const Work& work = {});
 
+/// What of a picture's camera and frame is shown because it is asked for.
+struct ShownOptions {
+  bool depthOfField = false, clipping = false, motion = false, overscan = false;
+};
+
+/// The same for a picture with options: what they show is not left out.
+[[nodiscard]] VELA_API std::vector<LeftOut> findLeftOut(const ovo::Stage& stage,
+                                                        const MeshList& list,
+                                                        const MeshFilter& filter, const View* view,
+                                                        const ShownOptions& shown,
+                                                        const Work& work = {});
+
 /// True for a prim of a type of light.
 [[nodiscard]] VELA_API bool isLight(const ovo::Prim& prim);
 

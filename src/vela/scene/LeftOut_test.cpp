@@ -14,7 +14,7 @@ namespace {
 using namespace vela::scene;
 
 std::string found(const std::string& scene, const MeshFilter& filter = {},
-                  const std::string& camera = "") {
+                  const std::string& camera = "", const ShownOptions& shown = {}) {
   // Scene files want a line for each statement.
   std::string lines;
   for (const char c : scene) lines += c == '{' ? "{\n" : c == '}' ? "\n}" : std::string(1, c);
@@ -25,7 +25,7 @@ std::string found(const std::string& scene, const MeshFilter& filter = {},
   options.camera = ovo::Path(camera);
   options.time = filter.time;
   const std::optional<View> view = makeView(*stage, options, Extent());
-  return textOf(findLeftOut(*stage, list, filter, view ? &*view : nullptr));
+  return textOf(findLeftOut(*stage, list, filter, view ? &*view : nullptr, shown));
 }
 
 TEST(LeftOut, NothingIsToldOfAPlainScene) {
@@ -104,6 +104,26 @@ def Camera "C" { float fStop = 2.8
   EXPECT_EQ(found(scene, {}, "/A"), "depth of field");
   EXPECT_EQ(found(scene, {}, "/B"), "clipping planes");
   EXPECT_EQ(found(scene, {}, "/C"), "");
+}
+
+TEST(LeftOut, WhatIsAskedForIsNotLeftOut) {
+  const std::string scene = R"(def Camera "A" { float fStop = 2.8
+  float4[] clippingPlanes = [(1, 0, 0, 0)]
+  double shutter:close = 0.5
+}
+def RenderSettings "S" { float4 dataWindowNDC = (-0.1, 0, 1, 1) }
+def RenderSettings "Whole" { float4 dataWindowNDC = (0, 0, 1, 1) }
+)";
+  MeshFilter filter;
+  filter.time = 1.0;
+  EXPECT_EQ(found(scene, filter, "/A"), "depth of field, clipping planes, motion blur, overscan");
+  EXPECT_EQ(found(scene, {}, "/A"), "depth of field, clipping planes, overscan")
+      << "nothing moves in a picture of no time";
+  ShownOptions shown;
+  shown.depthOfField = shown.motion = true;
+  EXPECT_EQ(found(scene, filter, "/A", shown), "clipping planes, overscan");
+  shown.clipping = shown.overscan = true;
+  EXPECT_EQ(found(scene, filter, "/A", shown), "");
 }
 
 TEST(LeftOut, ControlMeshesAndShapesWithoutFacesComeLast) {

@@ -27,6 +27,7 @@ struct Problem {
     textureReduced,    ///< shown with fewer pixels than it has; subject: the file
     sharedId,          ///< names that mattes cannot tell apart; subject: the matte
     changedLight,      ///< a light that counts otherwise than the scene has it; subject: the light
+    noEffect,          ///< an option that changes nothing here; subject: the option
   };
   enum class Severity { note, warning, error };
 

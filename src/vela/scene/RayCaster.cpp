@@ -42,6 +42,16 @@ class detail::LocalCaster {
   virtual bool intersectEntry(std::size_t entry, const Ray3f& ray, SurfaceHit& hit) const = 0;
   // The box of each entry, up to rounding; empty for what is never hit.
   [[nodiscard]] virtual std::vector<Box3f> entryBoxes() const = 0;
+  // How many moments there are at which anything stands elsewhere.
+  [[nodiscard]] virtual std::size_t moments() const { return 0; }
+  // The same questions at one of them.
+  virtual void intersectAt(std::size_t, const Ray3f* rays, std::size_t count,
+                           SurfaceHit* hits) const {
+    intersect(rays, count, hits);
+  }
+  virtual void occludedAt(std::size_t, const Ray3f* rays, std::size_t count, bool* answers) const {
+    occluded(rays, count, answers);
+  }
 
   [[nodiscard]] Ray3f localRay(const WorldRay& ray) const {
     return {Vec3f(ray.offset + (ray.base - base)), ray.direction, ray.minDistance, ray.maxDistance};
@@ -59,25 +69,51 @@ namespace {
 
 class TracerCaster final : public detail::LocalCaster {
  public:
-  TracerCaster(const MeshList& meshes, const Vec3d& middle) : LocalCaster(meshes, middle) {}
+  TracerCaster(const MeshList& meshes, const SceneMotion* motion, const Vec3d& middle)
+      : LocalCaster(meshes, middle),
+        motion_(motion && motion->anythingMoves() ? motion : nullptr),
+        entries_(motion ? motion->entries : meshes.entries.size()) {}
 
   bool build(const Work& work) override {
     const Mat4d localFromWorld = makeLocalFromWorld();
-    tracer_.reservePlacements(list.entries.size());
+    tracer_.reservePlacements(entries_);
     std::vector<std::uint32_t> numbers;
     numbers.reserve(list.shapes.size());
     for (const Shape& shape : list.shapes) {
       if (work.isStopped()) return false;
       numbers.push_back(tracer_.addMesh(shape.points, shape.counts, shape.indices));
     }
-    for (const MeshEntry& entry : list.entries)
-      tracer_.addPlacement(numbers[entry.shape], localFromWorld * entry.worldFromObject);
+    const auto place = [&](SceneTracer& tracer, std::size_t i) {
+      const MeshEntry& entry = list.entries[i];
+      tracer.addPlacement(numbers[entry.shape], localFromWorld * entry.worldFromObject);
+    };
+    for (std::size_t i = 0; i < entries_; ++i) place(tracer_, i);
     // The tracer asks once for each mesh that it is about to build, and once at the end.
     double asked = 0.0;
-    return tracer_.build([&] {
+    const auto isStopped = [&] {
       work.report(std::min(asked++ / static_cast<double>(tracer_.numMeshes() + 1), 1.0));
       return work.isStopped();
-    });
+    };
+    if (!tracer_.build(isStopped)) return false;
+    if (!motion_) return true;
+
+    // What stands still is there once, what moves once for each moment.
+    const auto isStill = [&](std::uint32_t i) { return !motion_->moves[i]; };
+    still_ = tracer_.withoutPlacements();
+    for (std::uint32_t i = 0; i < entries_; ++i)
+      if (isStill(i)) {
+        stillEntries_.push_back(i);
+        place(still_, i);
+      } else {
+        movingEntries_.push_back(i);
+      }
+    if (!still_.build(isStopped)) return false;
+    for (const SceneMotion::Moment& moment : motion_->moments) {
+      moments_.push_back(tracer_.withoutPlacements());
+      for (std::uint32_t i = 0; i < moment.count; ++i) place(moments_.back(), moment.first + i);
+      if (!moments_.back().build(isStopped)) return false;
+    }
+    return true;
   }
 
   void intersect(const Ray3f* rays, std::size_t count, SurfaceHit* hits) const override {
@@ -86,6 +122,37 @@ class TracerCaster final : public detail::LocalCaster {
       const std::size_t n = std::min(kBatch, count - first);
       tracer_.intersect(rays + first, n, found.data());
       for (std::size_t i = 0; i < n; ++i) hits[first + i] = surfaceHit(found[i]);
+    }
+  }
+
+  std::size_t moments() const override { return moments_.size(); }
+
+  void intersectAt(std::size_t moment, const Ray3f* rays, std::size_t count,
+                   SurfaceHit* hits) const override {
+    const SceneMotion::Moment& at = motion_->moments[moment];
+    std::array<TracerHit, kBatch> still, moving;
+    for (std::size_t first = 0; first < count; first += kBatch) {
+      const std::size_t n = std::min(kBatch, count - first);
+      still_.intersect(rays + first, n, still.data());
+      moments_[moment].intersect(rays + first, n, moving.data());
+      for (std::size_t i = 0; i < n; ++i) {
+        const bool isMoving = moving[i].hit && (!still[i].hit || isFirst(moving[i], still[i]));
+        hits[first + i] = surfaceHit(isMoving ? moving[i] : still[i]);
+        hits[first + i].entry = !hits[first + i].hit ? 0
+                                : isMoving           ? at.first + moving[i].placement
+                                                     : stillEntries_[still[i].placement];
+      }
+    }
+  }
+
+  void occludedAt(std::size_t moment, const Ray3f* rays, std::size_t count,
+                  bool* answers) const override {
+    moments_[moment].occluded(rays, count, answers);
+    std::array<bool, kBatch> still;
+    for (std::size_t first = 0; first < count; first += kBatch) {
+      const std::size_t n = std::min(kBatch, count - first);
+      still_.occluded(rays + first, n, still.data());
+      for (std::size_t i = 0; i < n; ++i) answers[first + i] = answers[first + i] || still[i];
     }
   }
 
@@ -112,14 +179,23 @@ class TracerCaster final : public detail::LocalCaster {
     }
     const Mat4d localFromWorld = makeLocalFromWorld();
     std::vector<Box3f> boxes;
-    boxes.reserve(list.entries.size());
-    for (const MeshEntry& entry : list.entries)
+    boxes.reserve(entries_);
+    for (std::size_t i = 0; i < entries_; ++i) {
+      const MeshEntry& entry = list.entries[i];
       boxes.emplace_back(
           shapeBoxes[entry.shape].transformed(localFromWorld * entry.worldFromObject));
+    }
     return boxes;
   }
 
  private:
+  // Of two hits at one distance that of the entry with the lower index is met, as in one tracer.
+  [[nodiscard]] bool isFirst(const TracerHit& moving, const TracerHit& still) const {
+    if (moving.distance != still.distance) return moving.distance < still.distance;
+    return moving.placement < movingEntries_.size() &&
+           movingEntries_[moving.placement] < stillEntries_[still.placement];
+  }
+
   [[nodiscard]] Mat4d makeLocalFromWorld() const {
     Mat4d localFromWorld;
     localFromWorld.translate(-base.x, -base.y, -base.z);
@@ -142,7 +218,13 @@ class TracerCaster final : public detail::LocalCaster {
     return hit;
   }
 
-  SceneTracer tracer_;
+  const SceneMotion* motion_;  // null where nothing moves
+  std::size_t entries_;        // at the list's own time
+  SceneTracer tracer_;         // of those
+  // Of the moments, which share the meshes of the tracer: what stands still, and what moves.
+  SceneTracer still_;
+  std::vector<SceneTracer> moments_;
+  std::vector<std::uint32_t> stillEntries_, movingEntries_;
 };
 
 // Its prims stand in the world, so the base is the world's zero point.
@@ -235,9 +317,35 @@ class DetectorCaster final : public detail::LocalCaster {
 namespace {
 
 std::unique_ptr<detail::LocalCaster> makeLocal(CasterKind kind, const MeshList& list,
-                                               const Extent& extent, double time) {
+                                               const SceneMotion* motion, const Extent& extent,
+                                               double time) {
   if (kind == CasterKind::hitDetector) return std::make_unique<DetectorCaster>(list, time);
-  return std::make_unique<TracerCaster>(list, extent.center());
+  return std::make_unique<TracerCaster>(list, motion, extent.center());
+}
+
+// Calls `ask` with each moment, the numbers of its rays and the rays themselves, in batches as full
+// as they can be: many rays are faster than few.
+template <class Ask>
+void forEachMoment(const detail::LocalCaster& local, const WorldRay* rays, std::size_t count,
+                   const Ask& ask) {
+  // The rays in the order of their moments; those of none come last.
+  const std::size_t moments = local.moments();
+  const auto momentOf = [&](std::size_t i) {
+    return std::min<std::size_t>(rays[i].moment, moments);
+  };
+  std::vector<std::size_t> starts(moments + 2, 0), order(count);
+  for (std::size_t i = 0; i < count; ++i) ++starts[momentOf(i) + 1];
+  for (std::size_t m = 1; m < starts.size(); ++m) starts[m] += starts[m - 1];
+  std::vector<std::size_t> next(starts.begin(), starts.end() - 1);
+  for (std::size_t i = 0; i < count; ++i) order[next[momentOf(i)]++] = i;
+
+  std::array<Ray3f, kBatch> batch;
+  for (std::size_t m = 0; m <= moments; ++m)
+    for (std::size_t first = starts[m]; first < starts[m + 1]; first += kBatch) {
+      const std::size_t n = std::min(kBatch, starts[m + 1] - first);
+      for (std::size_t i = 0; i < n; ++i) batch[i] = local.localRay(rays[order[first + i]]);
+      ask(m, &order[first], batch.data(), n);
+    }
 }
 
 }  // namespace
@@ -245,14 +353,11 @@ std::unique_ptr<detail::LocalCaster> makeLocal(CasterKind kind, const MeshList& 
 RayCaster::RayCaster(std::unique_ptr<detail::LocalCaster> local) : local_(std::move(local)) {}
 
 RayCaster::RayCaster(CasterKind kind, const MeshList& list, const Extent& extent, double time)
-    : RayCaster(makeLocal(kind, list, extent, time)) {
+    : RayCaster(makeLocal(kind, list, nullptr, extent, time)) {
   local_->build({});
 }
 
-std::optional<RayCaster> RayCaster::make(CasterKind kind, const MeshList& list,
-                                         const Extent& extent, double time, Problem* problem,
-                                         const Work& work) {
-  RayCaster caster(makeLocal(kind, list, extent, time));
+std::optional<RayCaster> RayCaster::built(RayCaster caster, Problem* problem, const Work& work) {
   if (!caster.local_->build(work)) {
     if (problem) *problem = {Problem::Kind::stopped, Problem::Severity::error, "", "stopped"};
     return std::nullopt;
@@ -261,11 +366,36 @@ std::optional<RayCaster> RayCaster::make(CasterKind kind, const MeshList& list,
   return caster;
 }
 
+std::optional<RayCaster> RayCaster::make(CasterKind kind, const MeshList& list,
+                                         const Extent& extent, double time, Problem* problem,
+                                         const Work& work) {
+  return built(RayCaster(makeLocal(kind, list, nullptr, extent, time)), problem, work);
+}
+
+std::optional<RayCaster> RayCaster::make(CasterKind kind, const MeshList& list,
+                                         const SceneMotion& motion, const Extent& extent,
+                                         double time, Problem* problem, const Work& work) {
+  return built(RayCaster(makeLocal(kind, list, &motion, extent, time)), problem, work);
+}
+
 RayCaster::~RayCaster() = default;
 RayCaster::RayCaster(RayCaster&&) noexcept = default;
 RayCaster& RayCaster::operator=(RayCaster&&) noexcept = default;
 
 void RayCaster::intersect(const WorldRay* rays, std::size_t count, SurfaceHit* hits) const {
+  if (local_->moments() > 0) {
+    std::array<SurfaceHit, kBatch> found;
+    forEachMoment(
+        *local_, rays, count,
+        [&](std::size_t moment, const std::size_t* numbers, const Ray3f* batch, std::size_t n) {
+          if (moment < local_->moments())
+            local_->intersectAt(moment, batch, n, found.data());
+          else
+            local_->intersect(batch, n, found.data());
+          for (std::size_t i = 0; i < n; ++i) hits[numbers[i]] = found[i];
+        });
+    return;
+  }
   std::array<Ray3f, kBatch> local;
   for (std::size_t first = 0; first < count; first += kBatch) {
     const std::size_t n = std::min(kBatch, count - first);
@@ -275,6 +405,19 @@ void RayCaster::intersect(const WorldRay* rays, std::size_t count, SurfaceHit* h
 }
 
 void RayCaster::occluded(const WorldRay* rays, std::size_t count, bool* answers) const {
+  if (local_->moments() > 0) {
+    std::array<bool, kBatch> found;
+    forEachMoment(
+        *local_, rays, count,
+        [&](std::size_t moment, const std::size_t* numbers, const Ray3f* batch, std::size_t n) {
+          if (moment < local_->moments())
+            local_->occludedAt(moment, batch, n, found.data());
+          else
+            local_->occluded(batch, n, found.data());
+          for (std::size_t i = 0; i < n; ++i) answers[numbers[i]] = found[i];
+        });
+    return;
+  }
   std::array<Ray3f, kBatch> local;
   for (std::size_t first = 0; first < count; first += kBatch) {
     const std::size_t n = std::min(kBatch, count - first);

@@ -17,6 +17,7 @@
 #include "vela/scene/Problem.h"
 #include "vela/scene/SceneExtent.h"
 #include "vela/scene/SceneMeshes.h"
+#include "vela/scene/SceneMotion.h"
 #include "vela/scene/SurfaceHit.h"
 #include "vela/scene/Work.h"
 #include "vela/scene/WorldRay.h"
@@ -72,6 +73,15 @@ class VELA_API RayCaster {
                                                      const Extent& extent, double time,
                                                      Problem* problem = nullptr,
                                                      const Work& work = {});
+  /// The same for a list with motion: rays meet the scene as it is at their WorldRay::moment.
+  /// Meshes are kept once, and have one tree each, whenever they stand where.
+  /// \param motion of the list; must outlive the caster. The hit detector does not take it: its
+  ///               rays are all of the list's own time
+  [[nodiscard]] static std::optional<RayCaster> make(CasterKind kind, const MeshList& list,
+                                                     const SceneMotion& motion,
+                                                     const Extent& extent, double time,
+                                                     Problem* problem = nullptr,
+                                                     const Work& work = {});
   ~RayCaster();
   RayCaster(RayCaster&&) noexcept;
   RayCaster& operator=(RayCaster&&) noexcept;
@@ -93,6 +103,7 @@ class VELA_API RayCaster {
   ///
   /// \param visit called with the number of the ray and each hit; ray after ray, the entries of a
   ///              ray in no particular order
+  /// All at the list's own time.
   /// \return false when the work was stopped
   bool intersectAll(const WorldRay* rays, std::size_t count,
                     const std::function<void(std::size_t ray, const SurfaceHit& hit)>& visit,
@@ -106,6 +117,7 @@ class VELA_API RayCaster {
 
  private:
   explicit RayCaster(std::unique_ptr<detail::LocalCaster> local);
+  static std::optional<RayCaster> built(RayCaster caster, Problem* problem, const Work& work);
   std::unique_ptr<detail::LocalCaster> local_;
 };
 

@@ -134,6 +134,62 @@ int heightFor(const View& view, const ovo::CameraPrim& camera, double time) {
   return static_cast<int>(std::lround(std::clamp(share * view.width, 1.0, kMost)));
 }
 
+void sayWithoutEffect(const char* option, const std::string& why, View& view) {
+  view.problems.push_back({Problem::Kind::noEffect, Problem::Severity::note, option, why});
+}
+
+void openLens(const ovo::CameraPrim& camera, LensProjection own, View& view) {
+  const char* const option = "depth of field";
+  if (!camera.isValid()) return sayWithoutEffect(option, "there is no camera", view);
+  if (view.lens != LensProjection::perspective || own != view.lens)
+    return sayWithoutEffect(option, "the camera is none of perspective", view);
+  const auto& optics = view.sample.optics;
+  const double radius = optics.focalLength / view.sample.lensAp.fStop * 0.5;
+  if (!(view.sample.lensAp.fStop > 0.0) || !std::isfinite(radius))
+    return sayWithoutEffect(option, camera.getPath().asString() + " has no f-stop", view);
+  if (!(optics.focusDistance > 0.0) || !std::isfinite(optics.focusDistance))
+    return sayWithoutEffect(option, camera.getPath().asString() + " has no focus distance", view);
+  view.lensRadius = radius;
+  view.focusDistance = optics.focusDistance;
+}
+
+void addClippingPlanes(const ovo::CameraPrim& camera, double time, View& view) {
+  if (!camera.isValid()) return sayWithoutEffect("clipping", "there is no camera", view);
+  if (view.projection->isLinear()) {
+    view.clippingPlanes.emplace_back(0.0, 0.0, -1.0, -view.sample.lensAp.clipNearDistance);
+    view.clippingPlanes.emplace_back(0.0, 0.0, 1.0, view.sample.lensAp.clipFarDistance);
+  }
+  for (const tarn::Vec4f& plane : camera.getParameters(time).clippingPlanes.view())
+    view.clippingPlanes.emplace_back(plane);
+  auto& planes = view.clippingPlanes;
+  planes.erase(std::remove_if(planes.begin(), planes.end(),
+                              [](const tarn::Vec4d& p) {
+                                return !isFinite(Vec3d(p.x, p.y, p.z)) || !std::isfinite(p.w);
+                              }),
+               planes.end());
+}
+
+// Keeps of a ray what lies on the shown side of the planes; a range that ends before it begins
+// meets nothing. Of the linear lenses the camera's range is among the planes, and takes the place
+// of the one that each ray has along itself.
+void clip(const View& view, const Vec3d& origin, const Vec3d& direction, WorldRay& ray) {
+  const bool isLinear = view.projection->isLinear();
+  double first = isLinear ? 0.0 : static_cast<double>(ray.minDistance);
+  double last = static_cast<double>(isLinear ? std::numeric_limits<float>::max() : ray.maxDistance);
+  for (const tarn::Vec4d& plane : view.clippingPlanes) {
+    const Vec3d normal(plane.x, plane.y, plane.z);
+    const double at = dot(normal, origin) + plane.w, along = dot(normal, direction);
+    if (along > 0.0)
+      first = std::max(first, -at / along);
+    else if (along < 0.0)
+      last = std::min(last, -at / along);
+    else if (at < 0.0)
+      last = -1.0;
+  }
+  ray.minDistance = static_cast<float>(first);
+  ray.maxDistance = static_cast<float>(first > last ? -1.0 : last);
+}
+
 }  // namespace
 
 Vec2f View::ndc(double x, double y) const {
@@ -210,6 +266,8 @@ std::optional<View> makeView(const ovo::Stage& stage, const ViewOptions& options
   }
 
   view.projection.reset(CreateProjectionFunc(view.lens));
+  if (options.depthOfField) openLens(camera, own, view);
+  if (options.clipping) addClippingPlanes(camera, options.time, view);
   view.sample.time = options.time;
   view.sample.xform.l2w = view.worldFromCamera;
   view.sample.updateDerivedValues(view.projection.get());
@@ -217,6 +275,11 @@ std::optional<View> makeView(const ovo::Stage& stage, const ViewOptions& options
 }
 
 void View::makeRays(const Vec2f* points, std::size_t count, WorldRay* rays) const {
+  makeRays(points, nullptr, count, rays);
+}
+
+void View::makeRays(const Vec2f* points, const Vec2f* onLens, std::size_t count,
+                    WorldRay* rays) const {
   const auto image = ProjectionImageContext::forSize(width, height);
   const Vec3d position = column(worldFromCamera, 3);
   std::array<ProjectCoord, kBatch> coords;
@@ -230,10 +293,21 @@ void View::makeRays(const Vec2f* points, std::size_t count, WorldRay* rays) cons
     generateCameraRays(*projection, static_cast<unsigned>(n), coords.data(), sample, image,
                        contexts.data());
     for (std::size_t i = 0; i < n; ++i) {
-      const RayContext& from = contexts[i];
+      RayContext& from = contexts[i];
+      if (onLens && lensRadius > 0.0) {
+        // To the point of the plane in focus that the middle of the lens would look at.
+        const Vec3d middle(from.direction);
+        const Vec3d focus = middle * (focusDistance / -middle.z);
+        const Vec3d start(static_cast<double>(onLens[first + i].x) * lensRadius,
+                          static_cast<double>(onLens[first + i].y) * lensRadius, 0.0);
+        from.origin = Vec3f(start);
+        from.direction = Vec3f((focus - start).normalized());
+      }
       rays[first + i] = {position, worldFromCamera.transformVector(Vec3d(from.origin)),
                          Vec3f(worldFromCamera.transformVector(Vec3d(from.direction))),
                          from.minDistance, from.maxDistance};
+      if (!clippingPlanes.empty())
+        clip(*this, Vec3d(from.origin), Vec3d(from.direction), rays[first + i]);
     }
   }
 }

@@ -34,6 +34,11 @@ struct ViewOptions {
   /// about the scene's up axis, counter-clockwise seen from above. A view that is made up is then
   /// one that shows everything from all sides.
   std::optional<double> turn = std::nullopt;
+  /// Rays start on the camera's lens, by its f-stop and focus distance: see View::lensRadius.
+  bool depthOfField = false;
+  /// What lies outside of the camera's clipping range and planes does not show: see
+  /// View::clippingPlanes. Without, the range counts along each ray from the camera.
+  bool clipping = false;
 };
 
 /// A camera placed in the world, its lens and the size of the picture.
@@ -66,7 +71,16 @@ struct VELA_API View {
   tarn::Mat4d worldFromCamera;  ///< without any scale that the prim has
   tarn::Vec3d up;               ///< the scene's
   int width = 0, height = 0;
-  std::vector<Problem> problems;  ///< a camera that was passed over, as a warning
+  /// A camera that was passed over, as a warning; an option that changes nothing, as a note.
+  std::vector<Problem> problems;
+  /// Half the focal length over the f-stop, in scene units; 0: everything is in focus. Of
+  /// perspective cameras that have an f-stop and a focus distance, where it is asked for.
+  double lensRadius = 0.0;
+  double focusDistance = 0.0;  ///< along the axis, of what is in focus
+  /// Half spaces that show, where it is asked for: x, y, z of the camera's space, scene units, with
+  /// a x + b y + c z + d >= 0. Of the linear lenses the clipping range is among them, as planes at
+  /// right angles to the axis. Those that hold a number that is not finite are left out.
+  std::vector<tarn::Vec4d> clippingPlanes;
 
   /// NDC of a point of the picture, in pixels from the top left corner.
   [[nodiscard]] tarn::Vec2f ndc(double x, double y) const;
@@ -77,6 +91,14 @@ struct VELA_API View {
   /// \param rays   has room for `count`; directions have unit length, distances are scene units. A
   ///               ray's base is the camera's position
   void makeRays(const tarn::Vec2f* points, std::size_t count, WorldRay* rays) const;
+  /// The same through points of the lens: rays of one point of the picture meet where that is in
+  /// focus. Without depth of field as through the middle of the lens.
+  ///
+  /// \param onLens `count` points of the unit disk, x to the right, y up
+  /// Source: Potmesil and Chakravarty, A Lens and Aperture Camera Model for Synthetic Image
+  /// Generation, SIGGRAPH 1981 (the thin lens).
+  void makeRays(const tarn::Vec2f* points, const tarn::Vec2f* onLens, std::size_t count,
+                WorldRay* rays) const;
 };
 
 /// Settles camera, lens and size.

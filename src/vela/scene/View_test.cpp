@@ -315,4 +315,97 @@ TEST(View, AMadeUpViewThatTurnsShowsEverythingFromAllSides) {
   }
 }
 
+const std::string kLensCamera =
+    "def Camera \"Camera\"\n{\n float focalLength = 50\n float horizontalAperture = 20\n"
+    " float verticalAperture = 20\n float fStop = 2\n float focusDistance = 8\n"
+    " float2 clippingRange = (2, 30)\n"
+    " float4[] clippingPlanes = [(1, 0, 0, 0.5), (nan, 0, 0, 1)]\n}\n";
+
+TEST(View, RaysThroughTheLensMeetWhereThePictureIsInFocus) {
+  const auto stage = stageOf(kLensCamera);
+  ViewOptions options;
+  options.width = options.height = 100;
+  EXPECT_EQ(makeView(*stage, options, Extent())->lensRadius, 0.0) << "unless it is asked for";
+  options.depthOfField = true;
+  const View view = makeView(*stage, options, Extent()).value();
+  EXPECT_TRUE(view.problems.empty());
+  // 50 tenths of a unit, over f/2, halved.
+  EXPECT_DOUBLE_EQ(view.lensRadius, 1.25);
+  EXPECT_EQ(view.focusDistance, 8.0);
+
+  const tarn::Vec2f point = view.ndc(80.0, 30.0);
+  WorldRay middle;
+  view.makeRays(&point, 1, &middle);
+  const Vec3d focus = Vec3d(middle.direction) * (8.0 / -static_cast<double>(middle.direction.z));
+  for (const tarn::Vec2f onLens : {tarn::Vec2f(), {1, 0}, {0, -1}, {-0.5f, 0.75f}}) {
+    WorldRay ray;
+    view.makeRays(&point, &onLens, 1, &ray);
+    const Vec3d start = ray.base + ray.offset;
+    EXPECT_LT((start - Vec3d(onLens.x, onLens.y, 0.0) * 1.25).length(), 1e-7);
+    EXPECT_NEAR(ray.direction.length(), 1.0f, 1e-6f);
+    const double distance = (focus - start).length();
+    EXPECT_LT((start + Vec3d(ray.direction) * distance - focus).length(), 2e-6);
+  }
+  const tarn::Vec2f centre;
+  WorldRay same;
+  view.makeRays(&point, &centre, 1, &same);
+  EXPECT_LT((same.direction - middle.direction).length(), 2e-7f);
+}
+
+TEST(View, DepthOfFieldThatThereCannotBeIsSaid) {
+  ViewOptions options;
+  options.depthOfField = true;
+  const auto said = [&](const std::string& text, vela::LensProjection lens) {
+    options.lens = lens;
+    const View view = makeView(*stageOf(text), options, Extent()).value();
+    EXPECT_EQ(view.lensRadius, 0.0);
+    return view.problems.size() == 1 && view.problems[0].kind == Problem::Kind::noEffect
+               ? view.problems[0].text()
+               : "";
+  };
+  using vela::LensProjection;
+  EXPECT_EQ(said("", LensProjection::none), "depth of field: there is no camera");
+  EXPECT_EQ(said("def Camera \"C\"\n{\n float focusDistance = 3\n}\n", LensProjection::none),
+            "depth of field: /C has no f-stop");
+  EXPECT_EQ(said("def Camera \"C\"\n{\n float fStop = 3\n}\n", LensProjection::none),
+            "depth of field: /C has no focus distance");
+  EXPECT_EQ(said(kLensCamera, LensProjection::spherical),
+            "depth of field: the camera is none of perspective");
+}
+
+TEST(View, ClippingKeepsOfARayWhatLiesBetweenThePlanes) {
+  const auto stage = stageOf(kLensCamera);
+  ViewOptions options;
+  options.width = options.height = 100;
+  View view = makeView(*stage, options, Extent()).value();
+  const auto rangeOf = [&](double x, double y) {
+    const tarn::Vec2f point = view.ndc(x, y);
+    WorldRay ray;
+    view.makeRays(&point, 1, &ray);
+    return ray;
+  };
+  EXPECT_EQ(rangeOf(50, 50).minDistance, 2.0f);
+  EXPECT_EQ(rangeOf(0, 0).minDistance, 2.0f) << "along the ray";
+
+  options.clipping = true;
+  view = makeView(*stage, options, Extent()).value();
+  EXPECT_EQ(view.clippingPlanes.size(), 3u) << "near, far, and the one plane of numbers";
+  EXPECT_EQ(rangeOf(50, 50).minDistance, 2.0f);
+  EXPECT_EQ(rangeOf(50, 50).maxDistance, 30.0f);
+  // 45 pixels to the left: the window is 2 / 5 of the distance wide. x = -0.5 at z = -0.5 / 0.18.
+  const WorldRay left = rangeOf(5, 50);
+  const double slant = std::sqrt(1.0 + 0.18 * 0.18);
+  EXPECT_NEAR(left.minDistance, 2.0 * slant, 1e-6);
+  EXPECT_NEAR(left.maxDistance, 0.5 / 0.18 * slant, 1e-6);
+  const WorldRay right = rangeOf(95, 50);
+  EXPECT_NEAR(right.maxDistance, 30.0 * slant, 1e-5);
+
+  // Planes that leave nothing.
+  const auto none = stageOf(
+      "def Camera \"C\"\n{\n float4[] clippingPlanes = [(0, 1, 0, -1), (0, -1, 0, -1)]\n}\n");
+  view = makeView(*none, options, Extent()).value();
+  const WorldRay empty = rangeOf(50, 50);
+  EXPECT_GT(empty.minDistance, empty.maxDistance);
+}
+
 }  // namespace

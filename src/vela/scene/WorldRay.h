@@ -2,11 +2,15 @@
 /// Rays in world space, as views make them and ray casters take them.
 #pragma once
 
+#include <cstdint>
 #include <limits>
 
 #include "tarn/Vec.h"
 
 namespace vela::scene {
+
+/// The moment of a ray that sees the scene as it is at the time of its list.
+constexpr std::uint32_t kNoMoment = 0xffffffffu;
 
 /// A ray in world space. It starts at the point base + offset.
 ///
@@ -22,6 +26,9 @@ struct WorldRay {
   tarn::Vec3f direction;
   float minDistance = 0.0f;
   float maxDistance = std::numeric_limits<float>::max();
+  /// Index in SceneMotion::moments of when it is under way; any other number as kNoMoment. Casters
+  /// without motion do not ask.
+  std::uint32_t moment = kNoMoment;
 };
 
 }  // namespace vela::scene

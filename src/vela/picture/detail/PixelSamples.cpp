@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "vela/picture/detail/Disk.h"
+
 namespace vela::picture::detail {
 
 using tarn::Vec2f;
@@ -15,6 +17,22 @@ void PixelSamples::start(int x, int y, int frame, bool jittered) {
     rng_.generate2dSamples(grid_, grid_, offsets_);
   else
     rng_.generate2dUniformSamples(grid_, grid_, offsets_);
+}
+
+void PixelSamples::drawLens() {
+  rng_.generate2dSamples(grid_, grid_, lens_);
+  for (Vec2f& point : lens_) point = toDisk(point);
+}
+
+// Evenly over the time, in random order, so that neighbouring pixels have other moments where there
+// are more of them than samples.
+void PixelSamples::drawMoments(std::size_t count) {
+  rng_.generate1dSamples(grid_ * grid_, times_);
+  moments_.resize(times_.size());
+  const auto moments = static_cast<double>(count);
+  for (std::size_t s = 0; s < times_.size(); ++s)
+    moments_[s] = static_cast<std::uint32_t>(
+        std::clamp(static_cast<double>(times_[s]) * moments, 0.0, moments - 1.0));
 }
 
 void PixelSamples::drawLights() {

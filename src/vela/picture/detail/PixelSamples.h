@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 #include "tarn/Vec.h"
@@ -22,6 +23,11 @@ class PixelSamples {
   /// Draws the samples' points within the picture's pixel (x, y) for a frame. A single sample is
   /// its centre.
   void start(int x, int y, int frame, bool jittered);
+  /// Draws the samples' points of the lens, and their moments; each once after start(), in this
+  /// order, where a picture has such.
+  void drawLens();
+  /// \param count of the moments, at least 1
+  void drawMoments(std::size_t count);
   /// Draws all that shading needs. To be called once after start(), when anything was hit.
   void drawLights();
   /// Draws what the lights of the scene need; after drawLights() where both shine.
@@ -33,6 +39,10 @@ class PixelSamples {
   }
   /// In pixels, from the pixel's centre; as all points below within [-0.5, 0.5].
   [[nodiscard]] tarn::Vec2f offset(std::size_t sample) const { return offsets_[sample]; }
+  /// A point of the lens: of the unit disk, unlike all others.
+  [[nodiscard]] tarn::Vec2f lens(std::size_t sample) const { return lens_[sample]; }
+  /// Index of a moment.
+  [[nodiscard]] std::uint32_t moment(std::size_t sample) const { return moments_[sample]; }
   /// A point of the key light.
   [[nodiscard]] tarn::Vec2f key(std::size_t sample) const { return key_[sample]; }
   /// A point of the fill light.
@@ -63,8 +73,9 @@ class PixelSamples {
  private:
   int grid_, ambientGrid_, ambient_;
   SamplingRng rng_;
-  std::vector<tarn::Vec2f> offsets_, key_, fill_, ambientPoints_;
-  std::vector<float> reaches_;
+  std::vector<tarn::Vec2f> offsets_, lens_, key_, fill_, ambientPoints_;
+  std::vector<float> reaches_, times_;
+  std::vector<std::uint32_t> moments_;
   std::vector<tarn::Vec2f> lights_, shifts_, scattered_, reflected_;
   std::vector<float> which_;
 };

@@ -2,6 +2,8 @@
 /// All that the tiles of one picture share.
 #pragma once
 
+#include <vector>
+
 #include "vela/picture/LayerChoice.h"
 #include "vela/picture/detail/Mattes.h"
 #include "vela/picture/detail/Shader.h"
@@ -26,6 +28,8 @@ struct RenderJob {
   bool jittered;         ///< else the samples' points are regular
   int frame;             ///< a part of each pixel's seed
   const Mattes* mattes;  ///< null when there is no layer of a matte
+  /// The view at each moment while the shutter is open; empty: all rays are of one time.
+  const std::vector<const scene::View*>& moments;
 };
 
 }  // namespace vela::picture::detail

@@ -7,6 +7,7 @@
 #include "tarn/Constants.h"
 #include "tarn/Mat4.h"
 #include "vela/look/PreviewResponse.h"
+#include "vela/picture/detail/Disk.h"
 
 namespace vela::picture::detail {
 
@@ -22,17 +23,6 @@ float largestOf(const Vec3f& v) { return std::max({std::abs(v.x), std::abs(v.y),
 
 Vec3f mix(const Vec3f& a, const Vec3f& b, float t) { return a * (1.0f - t) + b * t; }
 
-// From the square [-0.5, 0.5]^2 to the unit disk, keeping neighbours together: Shirley and Chiu,
-// JGT 2(3), 1997.
-Vec2f toDisk(const Vec2f& point) {
-  const float a = 2.0f * point.x, b = 2.0f * point.y;
-  if (a == 0.0f && b == 0.0f) return {};
-  const bool wide = std::abs(a) > std::abs(b);
-  const float r = wide ? a : b;
-  const float angle = wide ? 0.25f * kPi * (b / a) : 0.5f * kPi - 0.25f * kPi * (a / b);
-  return {r * std::cos(angle), r * std::sin(angle)};
-}
-
 Vec3d axis(const tarn::Mat4d& m, std::size_t c) { return {m[4 * c], m[4 * c + 1], m[4 * c + 2]}; }
 
 // The most that a length grows along an axis.
@@ -44,14 +34,16 @@ double scaleOf(const tarn::Mat4d& worldFromObject) {
 
 }  // namespace
 
-Shader::Shader(const scene::MeshList& meshes, const scene::RayCaster& caster, double time,
-               const scene::View& view, double radius, int ambientGrid, bool smooth)
+Shader::Shader(const scene::MeshList& meshes, const scene::SceneMotion* motion,
+               const scene::RayCaster& caster, double time, const scene::View& view, double radius,
+               int ambientGrid, bool smooth)
     : meshes_(meshes),
       up_(view.up),
       reach_(static_cast<float>(0.5 * radius)),
       ambient_(ambientGrid * ambientGrid) {
   surfaces_.reserve(meshes.shapes.size());
-  for (const scene::Shape& shape : meshes.shapes) surfaces_.emplace_back(shape, time, smooth);
+  for (std::size_t i = 0; i < meshes.shapes.size(); ++i)
+    surfaces_.emplace_back(meshes.shapes[i], motion ? motion->timeOfShape(i, time) : time, smooth);
   placed_.reserve(meshes.entries.size());
   for (std::size_t i = 0; i < meshes.entries.size(); ++i) {
     const scene::MeshEntry& entry = meshes.entries[i];
@@ -202,7 +194,7 @@ void Shader::addDirectional(const LitPoint& point, const LookPoint& look, const 
       look::respond(surface, point.shading, direction, point.toViewer);
   const Vec3f sum =
       response.diffuse * look.opacity + response.specular * (look.fadesWhole ? look.opacity : 1.0f);
-  batch.rays.push_back({point.base, Vec3d(point.start), direction, 0.0f, kFar});
+  batch.rays.push_back({point.base, Vec3d(point.start), direction, 0.0f, kFar, point.moment});
   batch.lights.push_back({point.target, light.colour * sum * (kPi * weight)});
 }
 
@@ -215,8 +207,8 @@ void Shader::addDaylight(const LitPoint& point, const LookPoint& look, const Pix
   const float ofReflections = share * (look.fadesWhole ? look.opacity : 1.0f);
   const auto add = [&](const Vec3f& direction, const Vec3f& colour, std::size_t k) {
     if (!(largestOf(colour) > 0.0f)) return;
-    batch.rays.push_back(
-        {point.base, Vec3d(point.start), direction, 0.0f, reach_ * samples.reach(sample, k)});
+    batch.rays.push_back({point.base, Vec3d(point.start), direction, 0.0f,
+                          reach_ * samples.reach(sample, k), point.moment});
     batch.lights.push_back({point.target, daylightFrom(direction) * colour});
   };
   for (int i = 0; i < ambient_; ++i) {
@@ -287,6 +279,7 @@ Shader::LitPoint Shader::litPoint(const Placed& placed, const Vec3f& own,
   const float lift =
       std::max(largestOf(hit.offset), static_cast<float>(hit.distance) * 0.5f) * kHitRounding +
       largestOf(onSurface.objectPoint()) * placed.scale * kPointRounding;
+  point.moment = ray.moment;
   point.base = hit.base;
   point.start = hit.offset + point.geometric * lift;
   point.far = hit.offset - point.geometric * lift;
@@ -317,7 +310,7 @@ void Shader::addDirectional(const LitPoint& point, const Directional& light, con
   const float gloss = std::pow(std::max(dot(point.shading, half), 0.0f), 48.0f);
   const float edge = 1.0f - std::max(dot(point.toViewer, half), 0.0f);
   const float glaze = (0.04f + 0.5f * edge * edge * edge * edge * edge) * gloss * 4.0f;
-  batch.rays.push_back({point.base, Vec3d(point.start), direction, 0.0f, kFar});
+  batch.rays.push_back({point.base, Vec3d(point.start), direction, 0.0f, kFar, point.moment});
   batch.lights.push_back(
       {point.target, light.colour * (point.albedo * facing + Vec3f(glaze * facing))});
 }
@@ -340,8 +333,8 @@ void Shader::addDaylight(const LitPoint& point, const PixelSamples& samples, std
     const float side = dot(direction, point.geometric);
     if (side < 0.0f) direction = (direction - point.geometric * (2.0f * side)).normalized();
     const Vec3f daylight = daylightFrom(direction);
-    batch.rays.push_back(
-        {point.base, Vec3d(point.start), direction, 0.0f, reach_ * samples.reach(sample, k)});
+    batch.rays.push_back({point.base, Vec3d(point.start), direction, 0.0f,
+                          reach_ * samples.reach(sample, k), point.moment});
     batch.lights.push_back(
         {point.target, daylight * point.albedo * (1.0f / static_cast<float>(ambient_))});
   }

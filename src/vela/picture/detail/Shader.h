@@ -19,6 +19,7 @@
 #include "vela/scene/RayCaster.h"
 #include "vela/scene/SceneLights.h"
 #include "vela/scene/SceneMeshes.h"
+#include "vela/scene/SceneMotion.h"
 #include "vela/scene/Surface.h"
 #include "vela/scene/SurfaceHit.h"
 #include "vela/scene/View.h"
@@ -44,12 +45,14 @@ inline constexpr float kPointRounding = 2.5e-7f;
 class Shader {
  public:
   /// \param meshes      must outlive the shader
+  /// \param motion      of the meshes; null when rays are all of one time
   /// \param caster      what the hits come from
   /// \param radius      half the size of what is shown: how far corners darken
   /// \param ambientGrid as for PixelSamples
   /// \param smooth      as for scene::Surface
-  Shader(const scene::MeshList& meshes, const scene::RayCaster& caster, double time,
-         const scene::View& view, double radius, int ambientGrid, bool smooth);
+  Shader(const scene::MeshList& meshes, const scene::SceneMotion* motion,
+         const scene::RayCaster& caster, double time, const scene::View& view, double radius,
+         int ambientGrid, bool smooth);
 
   /// Tints what the selection has, from now on.
   /// \param selection its status of prims is brought up to date by \p stage
@@ -161,9 +164,10 @@ class Shader {
     tarn::Vec3f toViewer;
     tarn::Vec3f geometric, shading;  // normals
     tarn::Vec3d base;
-    tarn::Vec3f start;  // of rays to lights, from the base
-    tarn::Vec3f far;    // of rays that go on behind the surface
-    bool isSmooth;      // it starts where the smooth surface would be
+    tarn::Vec3f start;     // of rays to lights, from the base
+    tarn::Vec3f far;       // of rays that go on behind the surface
+    bool isSmooth;         // it starts where the smooth surface would be
+    std::uint32_t moment;  // of all rays from here
     std::size_t target;
   };
 

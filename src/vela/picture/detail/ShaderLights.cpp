@@ -99,8 +99,8 @@ void Shader::addLight(const Receiver& to, std::uint32_t source, const LightSampl
   }
   double range = std::min(sample.distance * (1.0 - kEndsBefore), static_cast<double>(kFar));
   if (shadow.distance >= 0.0f) range = std::min(range, static_cast<double>(shadow.distance));
-  batch.rays.push_back(
-      {to.point.base, Vec3d(to.point.start), sample.toLight, 0.0f, static_cast<float>(range)});
+  batch.rays.push_back({to.point.base, Vec3d(to.point.start), sample.toLight, 0.0f,
+                        static_cast<float>(range), to.point.moment});
   batch.lights.push_back(light);
 }
 
@@ -177,10 +177,11 @@ void Shader::addReflection(const Receiver& to, const Draws& draws, Batch& batch)
              weight * sample.radiance * (light.source.specular * static_cast<float>(share)), batch);
   }
   if (bounces_ > 0)
-    batch.bounces.push_back({point.target,
-                             {point.base, Vec3d(point.start), reflected.toLight, 0.0f, kFar},
-                             weight,
-                             to.footprint});
+    batch.bounces.push_back(
+        {point.target,
+         {point.base, Vec3d(point.start), reflected.toLight, 0.0f, kFar, point.moment},
+         weight,
+         to.footprint});
 }
 
 void Shader::addScattered(const Receiver& to, const Draws& draws, int depth, Batch& batch) const {
@@ -192,7 +193,7 @@ void Shader::addScattered(const Receiver& to, const Draws& draws, int depth, Bat
       to.look ? answerOf(to, direction, false).diffuse * (kPi / facing) : point.albedo;
   if (!isLit(weight * to.weight)) return;
   batch.bounces.push_back({point.target,
-                           {point.base, Vec3d(point.start), direction, 0.0f, kFar},
+                           {point.base, Vec3d(point.start), direction, 0.0f, kFar, point.moment},
                            weight * to.weight,
                            to.footprint,
                            depth});

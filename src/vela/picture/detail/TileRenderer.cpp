@@ -112,7 +112,44 @@ void TileRenderer::traceSamples(const Tile& tile, int y) {
       points_.push_back(job_.view.ndc(tile.x0 + i + 0.5 + static_cast<double>(samples.offset(s).x),
                                       y + 0.5 + static_cast<double>(samples.offset(s).y)));
   }
-  if (job_.grid > 1) trace();
+  if (job_.grid == 1) return;
+  if (job_.view.lensRadius > 0.0 || !job_.moments.empty())
+    traceThroughLens(tile.width());
+  else
+    trace();
+}
+
+void TileRenderer::traceThroughLens(int width) {
+  const Stopwatch watch(counts_.traceTime);
+  const std::size_t count = samples_[0].count(), moments = job_.moments.size();
+  const bool hasLens = job_.view.lensRadius > 0.0;
+  onLens_.assign(points_.size(), tarn::Vec2f());
+  std::vector<std::uint32_t> momentOf(points_.size(), 0);
+  for (std::size_t i = 0; i < at(width); ++i) {
+    PixelSamples& samples = samples_[i];
+    if (hasLens) samples.drawLens();
+    if (moments > 0) samples.drawMoments(moments);
+    for (std::size_t s = 0; s < count; ++s) {
+      if (hasLens) onLens_[i * count + s] = samples.lens(s);
+      if (moments > 0) momentOf[i * count + s] = samples.moment(s);
+    }
+  }
+
+  // A camera that stands still is one view for all moments.
+  rays_.resize(points_.size());
+  const auto viewOf = [&](std::size_t i) {
+    return moments > 0 ? job_.moments[momentOf[i]] : &job_.view;
+  };
+  for (std::size_t first = 0, end = 0; first < points_.size(); first = end) {
+    const scene::View* const view = viewOf(first);
+    while (end < points_.size() && viewOf(end) == view) ++end;
+    view->makeRays(&points_[first], &onLens_[first], end - first, &rays_[first]);
+  }
+  if (moments > 0)
+    for (std::size_t i = 0; i < rays_.size(); ++i) rays_[i].moment = momentOf[i];
+  hits_.assign(rays_.size(), scene::SurfaceHit());
+  job_.caster.intersect(rays_.data(), rays_.size(), hits_.data());
+  counts_.cameraRays += rays_.size();
 }
 
 void TileRenderer::trace() {

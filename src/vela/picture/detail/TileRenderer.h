@@ -56,6 +56,8 @@ class TileRenderer {
   void renderRow(const Tile& tile, int y);
   void traceCentres(const Tile& tile, int y);
   void traceSamples(const Tile& tile, int y);
+  // The same by points of the lens, or at moments.
+  void traceThroughLens(int width);
   void trace();
   void shade(int width);
   // The same for scenes with materials or lights: what shows through surfaces counts too, and light
@@ -74,6 +76,7 @@ class TileRenderer {
   bool hasCentres_, hasMeans_, hasCoverage_;  // which samplings the job's layers have
   std::vector<PixelSamples> samples_;
   std::vector<tarn::Vec2f> points_;  // of the picture, NDC
+  std::vector<tarn::Vec2f> onLens_;
   std::vector<scene::WorldRay> rays_;
   std::vector<scene::SurfaceHit> hits_;
   Shader::Batch batch_;
