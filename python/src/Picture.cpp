@@ -513,7 +513,9 @@ void bindOptions(nb::module_& m) {
       .field("width", &V::width, "Pixels; 0: 1280.")
       .field("height", &V::height, "Pixels; 0: the film's shape.")
       .time("time", &V::time, "Time code; the options' own counts.")
-      .field("turn", &V::turn, "Degrees around what there is to see, or None.");
+      .field("turn", &V::turn, "Degrees around what there is to see, or None.")
+      .field("depth_of_field", &V::depthOfField, "By the camera's f-stop and focus distance.")
+      .field("clipping", &V::clipping, "By the camera's clipping range and planes.");
   nb::enum_<SamplePattern>(m, "SamplePattern",
                            "How samples are spread over a pixel.\n\n"
                            ">>> vela.picture.SamplePattern.REGULAR.value\n1")
@@ -542,7 +544,10 @@ void bindOptions(nb::module_& m) {
       .field("materials", &O::materials, "False: displayColor alone.")
       .field("texture_memory", &O::textureMemory, "Bytes that textures may take.")
       .field("lights", &O::lights, "Which lights shine.")
-      .field("bounces", &O::bounces, "How often light of the scene is scattered, 0 to 8.");
+      .field("bounces", &O::bounces, "How often light of the scene is scattered, 0 to 8.")
+      .field("motion_steps", &O::motionSteps,
+             "Moments of the open shutter that samples are of; 0: none.")
+      .field("overscan", &O::overscan, "Pixels beyond each edge.");
   Record<RenderStats>(m, "RenderStats",
                       "What a renderer has done until now.\n\n"
                       ">>> vela.picture.RenderStats().camera_rays\n0")
@@ -602,6 +607,16 @@ void bindRenderer(nb::module_& m) {
           "width", [](const Renderer& r) { return r.renderer->width(); }, "Pixels.")
       .def_prop_ro(
           "height", [](const Renderer& r) { return r.renderer->height(); }, "Pixels.")
+      .def_prop_ro(
+          "window",
+          [](const Renderer& r) {
+            const Tile window = r.renderer->window();
+            return std::tuple(window.x0, window.y0, window.x1, window.y1);
+          },
+          "What is rendered: (x0, y0, x1, y1), with the overscan.")
+      .def_prop_ro(
+          "moments", [](const Renderer& r) { return r.renderer->moments(); },
+          "When samples are taken while the shutter is open; none without motion.")
       .def_prop_ro(
           "problems", [](const Renderer& r) { return r.problems; },
           "What was left out or passed over, as notes and warnings.")

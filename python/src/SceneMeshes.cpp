@@ -64,7 +64,8 @@ void bindProblem(nb::module_& m) {
       .value("NO_TEXTURE", P::Kind::noTexture)
       .value("TEXTURE_REDUCED", P::Kind::textureReduced)
       .value("SHARED_ID", P::Kind::sharedId)
-      .value("CHANGED_LIGHT", P::Kind::changedLight);
+      .value("CHANGED_LIGHT", P::Kind::changedLight)
+      .value("NO_EFFECT", P::Kind::noEffect);
   nb::enum_<P::Severity>(m, "Severity",
                          "How much a problem matters.\n\n"
                          ">>> vela.scene.Severity.NOTE.value\n0")

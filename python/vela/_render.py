@@ -60,6 +60,10 @@ def _options(
     texture_memory: int | None,
     lights: LightChoice,
     bounces: int,
+    depth_of_field: bool,
+    clipping: bool,
+    motion_steps: int,
+    overscan: int,
 ) -> RenderOptions:
     options = RenderOptions()
     view = ViewOptions()
@@ -68,6 +72,8 @@ def _options(
     view.camera = camera
     view.lens = lens
     view.turn = turn
+    view.depth_of_field = depth_of_field
+    view.clipping = clipping
     options.view = view
     options.time = time
     if layers is not None:
@@ -87,6 +93,8 @@ def _options(
         options.texture_memory = texture_memory
     options.lights = lights
     options.bounces = bounces
+    options.motion_steps = motion_steps
+    options.overscan = overscan
     return options
 
 
@@ -111,6 +119,10 @@ def render(
     texture_memory: int | None = None,
     lights: LightChoice = LightChoice.SCENE,
     bounces: int = 1,
+    depth_of_field: bool = False,
+    clipping: bool = False,
+    motion_steps: int = 0,
+    overscan: int = 0,
     region: tuple[int, int, int, int] | None = None,
     threads: int = 0,
     progress: Progress = False,
@@ -121,6 +133,8 @@ def render(
     `vela.picture.layer_names()`; without them colour and what else is there by default. `camera` is the path of a camera prim;
     without one the scene's first, or a view of all of it. `region` renders pixels (x0, y0) up to but without (x1, y1) alone.
     `lights` are the scene's, or Vela's own where it has none; light of the scene's is scattered `bounces` times, 0 to 8.
+    `depth_of_field` and `clipping` are by the camera; `motion_steps` are the moments of its open shutter that samples are spread over,
+    as 32, and 0 is the time alone. With `overscan` arrays have so many pixels more at each edge, and `region` may reach into them.
     `threads` of 0 are as many as the machine has; the picture does not depend on them. `progress` is a callable that gets a
     number from 0 to 1, or True for a bar where tqdm is there. Ctrl-C ends it with KeyboardInterrupt.
 
@@ -134,7 +148,7 @@ def render(
     if not isinstance(stage, Stage):
         stage = Stage.open(stage)
     options = _options(size, layers, camera, lens, time, turn, samples, pattern, smooth, meshes, subdivision_level, selection,
-                       materials, material_purpose, caster, texture_memory, lights, bounces)
+                       materials, material_purpose, caster, texture_memory, lights, bounces, depth_of_field, clipping, motion_steps, overscan)
     with _bar(progress) as tell:
         # Setting up reads the scene; most of the time goes into rays.
         share = None if tell is None else lambda done: tell(0.2 * done)

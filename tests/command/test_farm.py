@@ -390,6 +390,21 @@ class Farm(unittest.TestCase):
             self.assertEqual(done.returncode, 2)
             self.assertIn(text, done.stderr)
 
+    def test_lens_and_shutter_are_passed_on(self):
+        scene = self.scene.read_text()
+        self.scene.write_text(scene.replace(
+            "    float focalLength = 40\n",
+            "    float focalLength = 40\n    float fStop = 0.5\n    float focusDistance = 12\n    double shutter:close = 0.5\n"))
+        self.assertNotEqual(self.scene.read_text(), scene)
+        words = ("--dof", "--motion", "--motion-steps", "6", "--clip", "--overscan", "3")
+        line = self.submit("1-2", "--tiles", 2, *words)
+        done = engine(*line)
+        self.assertEqual(done.returncode, 0, done.stdout)
+        for band in (self.at / "out").glob("*.tile*.exr"):
+            band.unlink()
+        self.alone("1-2", *words)
+        self.assert_same(2)
+
     def test_frames_become_range_expressions(self):
         for frames, expected in (("1-10", "1-10"), ("1-10x3,12", "1-10:3,12"), ("5,1-3", "1-3,5"), ("1,3", "1,3"),
                                  ("1,2", "1-2"), ("-2-2", "-2-2"), ("7", "7"), ("10-1x3", "1-10:3"),

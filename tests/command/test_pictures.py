@@ -388,6 +388,70 @@ class Like(Case):
         self.render("-o", "c.exr", "--lights", "own", "--bounces", "5")
         self.assertEqual(exr.read(self.at / "c.exr").value("vela/options"), headers[0])
 
+    def test_lens_and_shutter_stand_in_the_header_where_they_count(self):
+        lens = "float fStop = 0.5\nfloat focusDistance = 3\ndouble shutter:close = 0.5\nfloat4[] clippingPlanes = [(1, 0, 0, 2)]\n"
+        scene = (self.at / "scene.usda").read_text()
+        eye = 'def Camera "Eye"\n    {\n'
+        self.assertIn(eye, scene)
+        (self.at / "scene.usda").write_text(scene.replace(eye, eye + lens, 1) +
+                                            'def Cube "Mover" {\ndouble3 xformOp:translate.timeSamples = { 1: (-4, 0, -6), 2: (4, 0, -6) }\n'
+                                            'uniform token[] xformOpOrder = ["xformOp:translate"]\n}\n')
+        plain = self.render("-o", "p.exr", "--camera", "Eye", "--time", "1").stderr.decode()
+        for word in ("depth of field", "clipping planes", "motion blur"):
+            self.assertIn(word, plain)
+        bodies = {(self.at / "p.exr").read_bytes()}
+        for options in (("--dof",), ("--motion",), ("--motion", "--motion-steps", "5"), ("--clip",), ("--overscan", "3"),
+                        ("--overscan", "4", "--clip", "--dof", "--motion")):
+            said = self.render("-o", "a.exr", "--camera", "Eye", "--time", "1", *options).stderr.decode()
+            self.assertNotIn("without effect", said)
+            self.assertEqual("depth of field" in said, "--dof" not in options)
+            self.assertEqual("motion blur" in said, "--motion" not in options)
+            self.good("render", "--like", "a.exr", "-o", "b.exr", "--threads", "1")
+            self.assertEqual((self.at / "a.exr").read_bytes(), (self.at / "b.exr").read_bytes(), options)
+            header = exr.read(self.at / "a.exr").value("vela/options").split()
+            for option in ("--dof", "--motion", "--clip", "--overscan", "--motion-steps"):
+                self.assertEqual(option in header, option in options, header)
+            bodies.add((self.at / "a.exr").read_bytes())
+        self.assertEqual(len(bodies), 7)
+        # What has no effect is said, and the picture is the plain one.
+        for options, why in ((("--dof", "--lens", "orthographic"), "depth of field: the camera is none of perspective"),
+                             (("--motion", "--exclude", "/Mover"), "motion: nothing moves while the shutter is open")):
+            said = self.render("-o", "a.exr", "--camera", "Eye", "--time", "1", *options).stderr.decode()
+            self.assertIn("note: without effect: " + why, said)
+            self.render("-o", "b.exr", "--camera", "Eye", "--time", "1", *(word for word in options if word not in ("--dof", "--motion")))
+            self.assertEqual((self.at / "a.exr").read_bytes(), (self.at / "b.exr").read_bytes())
+        done = self.run_command("render", "scene.usda", "-o", "a.exr", "--overscan", "2", "--lens", "spherical")
+        self.assertEqual(done.returncode, 2, done.stderr)
+        self.assertIn(b"overscan", done.stderr)
+        # What is cut away is not picked either: the window is ten units wide at the wall.
+        where = ("--camera", "Eye", "--time", "1", "--pixel", "2,12", *SMALL[:2])
+        self.assertIn(b"/World/Wall", self.good("pick", "scene.usda", *where).stdout)
+        self.assertNotIn(b"/World/Wall", self.run_command("pick", "scene.usda", "--clip", *where).stdout)
+
+    def test_overscan_lies_around_the_picture(self):
+        self.render("-o", "a.exr", "--png", "a.png", "--layers", "rgba,depth,prim,crypto_object")
+        self.render("-o", "b.exr", "--png", "b.png", "--layers", "rgba,depth,prim,crypto_object", "--overscan", "5")
+        self.assertEqual((self.at / "a.png").read_bytes(), (self.at / "b.png").read_bytes())
+        a, b = exr.read(self.at / "a.exr"), exr.read(self.at / "b.exr")
+        self.assertEqual(b.value("displayWindow"), a.value("displayWindow"))
+        self.assertEqual(b.value("dataWindow"), (-5, -5, 20, 20))
+        self.assertEqual((b.width, b.height), (26, 26))
+        for name, values in a.channels.items():
+            inner = [b.channels[name][(y + 5) * 26 + 5 + x] for y in range(16) for x in range(16)]
+            self.assertEqual(list(values), inner, name)
+        # Regions and bands reach into it.
+        self.render("-o", "c.exr", "--overscan", "5", "--region=-5,-5,2,3")
+        self.assertEqual(exr.read(self.at / "c.exr").value("dataWindow"), (-5, -5, 2, 3))
+        for k in range(1, 4):
+            self.render("-o", f"t.{k}.exr", "--overscan", "5", "--tile", f"{k}/3")
+        self.render("-o", "whole.exr", "--overscan", "5")
+        self.render("-o", "joined.exr", "--overscan", "5", "--from-tiles", "t.{tile}.exr")
+        self.assertEqual((self.at / "whole.exr").read_bytes(), (self.at / "joined.exr").read_bytes())
+        done = self.run_command("render", "scene.usda", "-o", "joined.exr", *SMALL, "--from-tiles", "t.{tile}.exr")
+        self.assertNotEqual(done.returncode, 0, "bands with overscan are none of the picture without")
+        done = self.run_command("render", "scene.usda", "-o", "d.png", *SMALL, "--overscan", "5", "--region=-5,-5,-2,-2")
+        self.assertEqual(done.returncode, 1, done.stderr)
+
     def test_a_selection_stands_in_the_header(self):
         self.good("select", "scene.usda", "--rect", "0,12,3,15", *SMALL[:2], "-o", "s.sel")
         self.render("-o", "a.exr", "--selection", "s.sel")

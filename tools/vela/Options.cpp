@@ -133,6 +133,7 @@ void readScene(const Arguments& given, SceneOptions& options) {
   }
   options.withInvisible = given.has("--invisible");
   options.smooth = given.has("--smooth");
+  options.clipping = given.has("--clip");
   readWord(given, "--engine", {"tracer", "hit-detector"}, options.engine);
   // A triangle refined that often is as much as a picture may have.
   constexpr int kDeepest = 11;
@@ -149,6 +150,7 @@ void readScene(const Arguments& given, SceneOptions& options) {
 vela::scene::ViewOptions SceneOptions::view() const {
   vela::scene::ViewOptions options{
       ovo::Path(camera), vela::LensProjection::none, width, height, time, turn};
+  options.clipping = clipping;
   if (lens.empty()) return options;
   const Words words = {"perspective", "orthographic", "spherical", "cylindrical"};
   const auto found = std::find(words.begin(), words.end(), lens);
@@ -233,9 +235,17 @@ bool readArguments(int count, char** arguments, RenderOptions& options) {
   readInteger(given, "--bounces", 0, 8, options.bounces);
   if (options.lights == vela::picture::LightChoice::own)
     sayUnused(typed, {"--bounces"}, "light of Vela's own lights is not scattered on");
+  options.depthOfField = given.has("--dof");
+  options.motion = given.has("--motion");
+  readInteger(given, "--motion-steps", 1, 1024, options.motionSteps);
+  readInteger(given, "--overscan", 0, 16384, options.overscan);
+  if (!options.motion) sayUnused(typed, {"--motion-steps"}, "it goes with --motion");
+  if (options.motion && options.scene.engine == vela::scene::CasterKind::hitDetector)
+    throw failure(Message::notTogether,
+                  {"--motion", "--engine hit-detector", ", which takes meshes at one time alone"});
   readWord(given, "--pattern", {"jittered", "regular"}, options.pattern);
   if (options.samples == 1)
-    sayUnused(given, {"--pattern"}, "a single sample is the pixel's centre");
+    sayUnused(given, {"--pattern", "--dof", "--motion"}, "a single sample is the pixel's centre");
   const auto has = [&](auto isThat) {
     return std::any_of(options.outputs.begin(), options.outputs.end(), isThat);
   };
@@ -320,7 +330,8 @@ void readRay(const Arguments& given, PickOptions& options) {
     if (numbers[3] == 0.0 && numbers[4] == 0.0 && numbers[5] == 0.0)
       throw failure(Message::noDirection);
     std::copy(numbers.begin(), numbers.end(), options.ray);
-    sayUnused(given, {"--camera", "--lens", "--size", "--turn"}, "--ray is a ray of the world");
+    sayUnused(given, {"--camera", "--lens", "--size", "--turn", "--clip"},
+              "--ray is a ray of the world");
   } else {
     const Words parts = splitList(given.text("--pixel"));
     if (parts.size() != 2)

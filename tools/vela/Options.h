@@ -37,6 +37,7 @@ struct SceneOptions {
   bool withInvisible = false;
   int subdivisionLevel = 0;
   bool smooth = false;
+  bool clipping = false;  ///< by the camera's planes
   vela::scene::CasterKind engine = vela::scene::CasterKind::tracer;
   vela::scene::MaterialPurpose materialPurpose = vela::scene::MaterialPurpose::full;
 
@@ -96,6 +97,10 @@ struct RenderOptions {
   int textureMemory = 1024;  ///< megabytes
   vela::picture::LightChoice lights = vela::picture::LightChoice::scene;
   int bounces = vela::picture::RenderOptions().bounces;
+  bool depthOfField = false;
+  bool motion = false;
+  int motionSteps = 32;
+  int overscan = 0;  ///< pixels beyond each edge
   std::vector<std::string> layers = vela::picture::defaultLayers();
 };
 

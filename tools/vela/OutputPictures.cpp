@@ -180,6 +180,23 @@ void writeWhole(const OutputFile& file, const Write& write) {
   throwIfInterrupted();
 }
 
+// Images have no place for what lies beyond the picture's edges.
+// \return nothing when there is nothing beyond them
+std::optional<Picture> withoutOverscan(const Picture& picture, const PictureWindow& window) {
+  const bool isInside = window.x >= 0 && window.y >= 0 &&
+                        window.x + picture.width <= window.width &&
+                        window.y + picture.height <= window.height;
+  if (isInside) return std::nullopt;
+  const int x0 = std::max(window.x, 0), y0 = std::max(window.y, 0);
+  const int x1 = std::min(window.x + picture.width, window.width);
+  const int y1 = std::min(window.y + picture.height, window.height);
+  return picture.part(x0 - window.x, y0 - window.y, x1 - x0, y1 - y0);
+}
+
+PictureWindow innerWindow(const PictureWindow& window) {
+  return {std::max(window.x, 0), std::max(window.y, 0), window.width, window.height};
+}
+
 }  // namespace
 
 void readOutputs(const Arguments& arguments, RenderOptions& options) {
@@ -385,6 +402,8 @@ void OutputPictures::writeExr(const File& file, const Picture& picture,
 
 void OutputPictures::writeImage(const File& file, const Picture& picture,
                                 const PictureWindow& window) {
+  if (const std::optional<Picture> inner = withoutOverscan(picture, window))
+    return writeImage(file, *inner, innerWindow(window));
   vela::picture::DisplayOptions display = display_;
   display.y = window.y;
   display.wholeHeight = window.height;
@@ -399,6 +418,8 @@ void OutputPictures::writeImage(const File& file, const Picture& picture,
 void OutputPictures::show(const Picture& picture, const PictureWindow& window,
                           const std::string& title) const {
   if (options_.show.empty()) return;
+  if (const std::optional<Picture> inner = withoutOverscan(picture, window))
+    return show(*inner, innerWindow(window), title);
   vela::picture::DisplayOptions display = display_;
   display.y = window.y;
   display.wholeHeight = window.height;

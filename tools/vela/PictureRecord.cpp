@@ -67,7 +67,9 @@ std::vector<std::string> wordsOf(const RenderOptions& options,
   add("--lens", kLenses[view.lens]);
   add("--size", std::to_string(view.width) + "x" + std::to_string(view.height));
   // Both corners are included. All of the picture is no region.
-  if (region.width() < view.width || region.height() < view.height)
+  const vela::picture::Tile window = renderer.window();
+  if (window.x0 < 0) add("--overscan", std::to_string(-window.x0));
+  if (region.width() < window.width() || region.height() < window.height())
     add("--region", std::to_string(region.x0) + "," + std::to_string(region.y0) + "," +
                         std::to_string(region.x1 - 1) + "," + std::to_string(region.y1 - 1));
   if (!std::isnan(scene.time)) add("--time", toText(scene.time));
@@ -101,6 +103,14 @@ std::vector<std::string> wordsOf(const RenderOptions& options,
     add("--texture-memory", std::to_string(options.textureMemory));
   const int grid = std::max(1, static_cast<int>(std::lround(std::sqrt(options.samples))));
   add("--samples", std::to_string(grid * grid));
+  if (!view.clippingPlanes.empty()) words.emplace_back("--clip");
+  // A single sample is of one moment, through the middle of the lens.
+  if (grid > 1 && view.lensRadius > 0.0) words.emplace_back("--dof");
+  if (grid > 1 && !renderer.moments().empty()) {
+    words.emplace_back("--motion");
+    if (options.motionSteps != RenderOptions().motionSteps)
+      add("--motion-steps", std::to_string(options.motionSteps));
+  }
   if (options.pattern == vela::picture::SamplePattern::regular) add("--pattern", "regular");
   if (options.files.halfColour) words.emplace_back("--half");
   add("--compression",
@@ -168,8 +178,7 @@ std::string whyNoPart(const RenderOptions& options, const vela::picture::Picture
       vela::picture::findCompression(compression[1]) >= vela::picture::Compression::pxr24;
   if (isLossy || std::find(words.begin(), words.end(), "--half") != words.end())
     return "its colours are rounded";
-  const std::string mine =
-      essence(wordsOf(options, renderer, {0, 0, renderer.width(), renderer.height()}));
+  const std::string mine = essence(wordsOf(options, renderer, renderer.window()));
   const std::string its = essence(words);
   if (its != mine) return "it was made with " + its + ", and this is " + mine;
   const std::string scene = fs::path(options.scene.file).filename().string();

@@ -52,13 +52,18 @@ vela::picture::RenderOptions pictureOptions(const RenderOptions& options) {
   picture.textureMemory = static_cast<std::size_t>(options.textureMemory) << 20;
   picture.lights = options.lights;
   picture.bounces = options.bounces;
+  picture.view.depthOfField = options.depthOfField;
+  picture.motionSteps = options.motion ? options.motionSteps : 0;
+  picture.overscan = options.overscan;
   picture.layers = layersToRender(options);
   return picture;
 }
 
 // What is rendered of the picture.
 Tile regionOf(const RenderOptions& options, const PictureRenderer& renderer) {
-  const int width = renderer.width(), height = renderer.height();
+  const int width = renderer.width();
+  const Tile window = renderer.window();
+  const int height = window.height();
   if (options.tiles > 0) {
     if (options.tiles > height)
       throw failure(Message::badOption, {"--tile", "the picture has " + std::to_string(height) +
@@ -68,16 +73,27 @@ Tile regionOf(const RenderOptions& options, const PictureRenderer& renderer) {
     const auto rowOf = [&](int band) {
       return static_cast<int>(static_cast<std::int64_t>(height) * band / options.tiles);
     };
-    return {0, rowOf(options.tile - 1), width, rowOf(options.tile)};
+    return {window.x0, window.y0 + rowOf(options.tile - 1), window.x1,
+            window.y0 + rowOf(options.tile)};
   }
-  if (!options.region) return {0, 0, width, height};
+  if (!options.region) return window;
   const vela::scene::PixelRect& asked = *options.region;
-  const Tile region{std::max(asked.x0, 0), std::max(asked.y0, 0), std::min(asked.x1 + 1, width),
-                    std::min(asked.y1 + 1, height)};
-  if (region.x0 >= region.x1 || region.y0 >= region.y1)
+  const auto clipped = [&](const Tile& to) {
+    return Tile{std::max(asked.x0, to.x0), std::max(asked.y0, to.y0), std::min(asked.x1 + 1, to.x1),
+                std::min(asked.y1 + 1, to.y1)};
+  };
+  const auto isEmpty = [](const Tile& tile) { return tile.x0 >= tile.x1 || tile.y0 >= tile.y1; };
+  // Images have nothing of what is beyond the picture's edges.
+  const bool hasImages =
+      !options.show.empty() ||
+      std::any_of(options.outputs.begin(), options.outputs.end(), [](const PictureOutput& output) {
+        return output.format != vela::picture::FileFormat::exr;
+      });
+  const Tile region = clipped(window);
+  if (isEmpty(region) || (hasImages && isEmpty(clipped({0, 0, width, renderer.height()}))))
     throw failure(Message::regionOutside,
-                  {"--region", std::to_string(width), std::to_string(height),
-                   std::to_string(width - 1), std::to_string(height - 1)});
+                  {"--region", std::to_string(width), std::to_string(renderer.height()),
+                   std::to_string(width - 1), std::to_string(renderer.height() - 1)});
   return region;
 }
 
@@ -100,8 +116,14 @@ std::string tileName(const std::string& names, int tile) {
 Picture joinTiles(const RenderOptions& options, const PictureRenderer& renderer,
                   const std::optional<vela::Selection::GeoSelection>& selection) {
   Picture picture = renderer.makePicture();
-  int next = 0;
-  for (int tile = 1; next < renderer.height(); ++tile) {
+  const Tile window = renderer.window();
+  vela::picture::ExrOptions place;
+  place.x = window.x0;
+  place.y = window.y0;
+  place.displayWidth = renderer.width();
+  place.displayHeight = renderer.height();
+  int next = window.y0;
+  for (int tile = 1; next < window.y1; ++tile) {
     const std::string file = tileName(options.fromTiles, tile);
     const auto fail = [&](const std::string& why, const char* attempt) {
       throw failure(Message::noTile, {file, why, attempt});
@@ -109,7 +131,7 @@ Picture joinTiles(const RenderOptions& options, const PictureRenderer& renderer,
     std::error_code none;
     if (!std::filesystem::is_regular_file(file, none))
       fail("it is not there, and the picture ends at row " + std::to_string(next) + " of " +
-               std::to_string(renderer.height()),
+               std::to_string(window.y1),
            "render the band with --tile K/N");
     noteInput(file);
     throwIfInterrupted();
@@ -117,8 +139,9 @@ Picture joinTiles(const RenderOptions& options, const PictureRenderer& renderer,
     if (!strange.empty()) fail(strange, "render it anew with the same options");
     Tile part;
     std::string why;
-    if (!vela::picture::readExr(file, picture, part, &why)) fail(why, "render the band anew");
-    if (part.x0 != 0 || part.x1 != renderer.width() || part.y0 != next)
+    if (!vela::picture::readExr(file, picture, place, part, &why))
+      fail(why, "render the band anew");
+    if (part.x0 != window.x0 || part.x1 != window.x1 || part.y0 != next)
       fail("its rows do not begin at row " + std::to_string(next),
            "take the bands of one number N of them");
     next = part.y1;

@@ -169,6 +169,10 @@ void reportKind(const std::string& file, const Problem* problems, std::size_t co
                             (count == 1 ? " of a light does" : "s of lights do") + " not count" +
                             (count == 1 ? ": " : ", the first ") + first.text());
       break;
+    case Problem::Kind::noEffect:
+      for (std::size_t i = 0; i < count; ++i)
+        say(Notice::note, "without effect: " + problems[i].text());
+      break;
     case Problem::Kind::notBound:
       say(Notice::note, std::to_string(count) + " collection" + (count == 1 ? " of" : "s of") +
                             " materials cannot be read" + (count == 1 ? ": " : ", the first ") +
@@ -188,12 +192,12 @@ void report(const std::string& file, const std::vector<Problem>& problems) {
 
 // One line with all that is not shown, or not as the scene means it.
 void sayLeftOut(const ovo::Stage& stage, const MeshList& list,
-                const vela::scene::MeshFilter& filter, const vela::scene::View* view,
-                bool withLook) {
+                const vela::scene::MeshFilter& filter, const vela::scene::View* view, bool withLook,
+                const vela::scene::ShownOptions& shown = {}) {
   using vela::scene::LeftOut;
   using vela::scene::LeftOutConcern;
   std::vector<LeftOut> found =
-      vela::scene::findLeftOut(stage, list, filter, view, interruptibleWork());
+      vela::scene::findLeftOut(stage, list, filter, view, shown, interruptibleWork());
   throwIfInterrupted();
   found.erase(std::remove_if(found.begin(), found.end(),
                              [&](const LeftOut& one) {
@@ -386,7 +390,9 @@ std::unique_ptr<vela::picture::PictureRenderer> openPicture(
   vela::scene::MeshFilter filter = options.meshes;
   filter.time = options.time;
   sayUnusedNames(*stage, filter);
-  sayLeftOut(*stage, renderer->meshes(), filter, &renderer->view(), withLook);
+  sayLeftOut(*stage, renderer->meshes(), filter, &renderer->view(), withLook,
+             {options.view.depthOfField, options.view.clipping, options.motionSteps > 0,
+              options.overscan > 0});
   return renderer;
 }
 

@@ -64,7 +64,10 @@ OptionGroup viewGroup() {
            {"--size", "WxH", "or W alone, so high as the camera's film asks; else 1280 wide"},
            {"--time", "T", "time code; else the scene's default values"},
            {"--turn", "DEGREES",
-            "the camera goes around the middle of what shows, about the scene's up axis"}}};
+            "the camera goes around the middle of what shows, about the scene's up axis"},
+           {"--clip", "",
+            "nothing nearer or farther than the camera's clipping range, measured along its axis, "
+            "nor what its clipping planes cut off"}}};
 }
 
 OptionGroup sceneGroup() {
@@ -207,8 +210,18 @@ VerbRow renderRow() {
          {"soft", "clip"}},
         {"--display", "D", "a display of that configuration; else its default one"}}},
       viewGroup(),
+      {"Lens and shutter",
+       {{"--dof", "",
+         "depth of field, by the camera's f-stop and focus distance. Data layers stay sharp"},
+        {"--motion", "",
+         "motion blur, by the camera's shutter: of cameras, transforms, points that move and point "
+         "instancers. Data layers are of the frame's own time, lights and materials too"},
+        {"--motion-steps", "N", "moments that the samples are spread over: 32"}}},
       {"Part of the picture",
-       {{"--region", "X0,Y0,X1,Y1",
+       {{"--overscan", "N",
+         "N pixels more beyond each edge: an EXR's data window is so much larger than its display "
+         "window. Images go without"},
+        {"--region", "X0,Y0,X1,Y1",
          "these pixels of it alone, both corners included, 0,0 at top left; what lies outside the "
          "picture is cut off. An EXR's data window says where they lie, its display window is the "
          "whole picture. Images of depth and P have their range from these pixels"},
