@@ -103,11 +103,11 @@ def test_the_table_names_what_is_there():
     assert count > 150
 
 
-def test_the_programs_of_the_page_run(tmp_path):
+def test_the_programs_of_the_pages_run(tmp_path):
     (tmp_path / "examples").symlink_to(ROOT / "examples")
-    pages = [ROOT / "docs/python.md", ROOT / "README.md"]
+    pages = [ROOT / "docs/python.md", ROOT / "README.md", *sorted((ROOT / "docs/guide").glob("*.md"))]
     programs = [code for page in pages for code in re.findall(r"^```python\n(.*?)^```", page.read_text(), re.M | re.S)]
-    assert len(programs) >= 2
+    assert len(programs) >= 3
     for code in programs:
         done = subprocess.run([sys.executable, "-W", "error", "-c", code], capture_output=True, text=True, timeout=300, cwd=tmp_path)
         assert done.returncode == 0, code + done.stderr

@@ -7,7 +7,7 @@
 - Each example of `vela help VERB` is run, in the order of the verbs, and exits with 0. Man pages have the same examples.
 - What a page names as `vela VERB --option` within a line is in the table of the command; scripts and presets that blocks of other kinds name are there.
 
-Usage: check_examples.py PROJECT_ROOT COMPILER LIBRARY COMMAND
+Usage: check_examples.py PROJECT_ROOT COMPILER LIBRARY[,LIBRARY...] COMMAND
 """
 import json
 import os
@@ -53,8 +53,9 @@ def joined(text):
 
 
 class Checker:
-    def __init__(self, root, compiler, library, command):
-        self.root, self.compiler, self.library, self.command = root, compiler, library, command
+    def __init__(self, root, compiler, libraries, command):
+        self.root, self.compiler, self.command = root, compiler, command
+        self.libraries = [word for library in libraries for word in (library, f"-Wl,-rpath,{pathlib.Path(library).parent}")]
         self.faults = []
         self.counts = {"programs": 0, "command lines of pages": 0, "examples of help texts": 0, "options named": 0, "scripts and presets named": 0}
         done = subprocess.run([command, "--help"], capture_output=True, text=True, check=True)
@@ -73,7 +74,7 @@ class Checker:
     def check_program(self, page, text, scratch):
         (scratch.at / "example.cpp").write_text(text)
         fault = run([self.compiler, "-std=c++17", "-Wall", "-Wextra", "-Werror", f"-I{self.root / 'src'}", "example.cpp", "-o", "example",
-                     str(self.library), f"-Wl,-rpath,{self.library.parent}"], cwd=scratch.at) or run(["./example"], cwd=scratch.at)
+                     *self.libraries], cwd=scratch.at) or run(["./example"], cwd=scratch.at)
         self.count("programs", f"{page}: a cpp example", fault and f"{fault}\n{text}")
 
     def check_lines(self, page, text, scratch):
@@ -134,7 +135,7 @@ class Checker:
 
 
 def main():
-    checker = Checker(pathlib.Path(sys.argv[1]).resolve(), sys.argv[2], pathlib.Path(sys.argv[3]), sys.argv[4])
+    checker = Checker(pathlib.Path(sys.argv[1]).resolve(), sys.argv[2], sys.argv[3].split(","), sys.argv[4])
     listed = subprocess.run(["git", "-C", checker.root, "ls-files", "-z", "*.md"], capture_output=True, text=True)
     # Without git, as in an archive of the source: whatever pages there are but those of builds.
     names = listed.stdout.split("\0")[:-1] or [p.relative_to(checker.root) for p in checker.root.rglob("*.md") if "build" not in p.relative_to(checker.root).parts]
