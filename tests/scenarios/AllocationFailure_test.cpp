@@ -68,6 +68,8 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return al
 void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return allocate(size, 0); }
 void operator delete(void* block) noexcept { release(block); }
 void operator delete[](void* block) noexcept { release(block); }
+void operator delete(void* block, const std::nothrow_t&) noexcept { release(block); }
+void operator delete[](void* block, const std::nothrow_t&) noexcept { release(block); }
 void operator delete(void* block, std::size_t) noexcept { release(block); }
 void operator delete[](void* block, std::size_t) noexcept { release(block); }
 void operator delete(void* block, std::align_val_t) noexcept { release(block); }
