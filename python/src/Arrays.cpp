@@ -119,15 +119,18 @@ nb::object convert(nb::object array, bool isArray, Element element, int columns,
     static nb::object* const warning =
         new nb::object(nb::module_::import_("vela._warnings").attr("ConversionWarning"));
     const bool isType = found == info.name;
+    const bool isContiguous = nb::cast<bool>(nb::object(array.attr("flags").attr("c_contiguous")));
     const std::string text = std::string(name) +
-                             (isType ? ": copied, since it is not C-contiguous"
-                                     : ": converted from " + found + " to " + info.name) +
+                             (!isType        ? ": converted from " + found + " to " + info.name
+                              : isContiguous ? ": copied, since it is not aligned"
+                                             : ": copied, since it is not C-contiguous") +
                              "; pass a C-contiguous " + info.name +
                              " array to have it read in place";
     if (PyErr_WarnEx(warning->ptr(), text.c_str(), 1) != 0) throw nb::python_error();
   }
-  const nb::object kept = numpy().module.attr("ascontiguousarray")(
-      array, numpy().dtypes[static_cast<std::size_t>(element)]);
+  // Arrays out of messages and files may begin at any byte: such a one is copied as well.
+  const nb::object kept = numpy().module.attr("require")(
+      array, numpy().dtypes[static_cast<std::size_t>(element)], "CA");
   return kept;
 }
 

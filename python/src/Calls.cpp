@@ -209,7 +209,11 @@ bool InterruptibleWork::poll() {
   nextPoll_ = time + 0.02;
   const Locked locked;
   if (!locked) return true;
-  if (PyErr_CheckSignals() == 0) return false;
+  if (PyErr_CheckSignals() == 0) {
+    // A callable may want to end the call by what it raises, which cannot wait for the next step.
+    if (!progress_.is_none() && time >= nextTell_) call(share_);
+    return error_.is_valid();
+  }
   PyObject *type = nullptr, *value = nullptr, *trace = nullptr;
   PyErr_Fetch(&type, &value, &trace);
   PyErr_NormalizeException(&type, &value, &trace);
@@ -220,11 +224,14 @@ bool InterruptibleWork::poll() {
 }
 
 void InterruptibleWork::tell(double share) {
-  const double time = now();
-  if (error_.is_valid() || (time < nextTell_ && share < 1.0)) return;
-  nextTell_ = time + 0.05;
+  share_ = share;
+  if (error_.is_valid() || (now() < nextTell_ && share < 1.0)) return;
   const Locked locked;
-  if (!locked) return;
+  if (locked) call(share);
+}
+
+void InterruptibleWork::call(double share) {
+  nextTell_ = now() + 0.05;
   try {
     progress_(share);
   } catch (nb::python_error& error) {

@@ -137,7 +137,9 @@ void inBatches(std::size_t size, int threads,
                const std::function<void(std::size_t first, std::size_t count)>& body);
 
 /// A Work that listens to Ctrl-C and tells a Python callable how far it is. Made, used up and ended
-/// by one call; \p progress gets a number from 0 to 1 and may be None.
+/// by one call; \p progress gets a number from 0 to 1 and may be None. It is called every twentieth
+/// of a second, with the same number where nothing was done meanwhile: what it raises ends the
+/// work.
 class InterruptibleWork {
  public:
   explicit InterruptibleWork(nb::object progress = nb::none());
@@ -148,11 +150,12 @@ class InterruptibleWork {
  private:
   bool poll();
   void tell(double share);
+  void call(double share);  // with the interpreter's lock
 
   nb::object progress_;
   scene::Work work_;
   nb::object error_;
-  double nextPoll_ = 0.0, nextTell_ = 0.0;
+  double nextPoll_ = 0.0, nextTell_ = 0.0, share_ = 0.0;
 };
 
 // Failures

@@ -2,6 +2,8 @@
 
 #include "vela/picture/picture.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
@@ -564,6 +566,46 @@ struct Renderer {
   std::vector<scene::Problem> problems;
 };
 
+// Copies the rows of a band to where they belong. Layers are known to have the same channels.
+void copyRows(const Picture& band, std::size_t row, Picture& picture) {
+  for (std::size_t i = 0; i < picture.layers.size(); ++i) {
+    const Layer& from = band.layers[i];
+    Layer& to = picture.layers[i];
+    const std::size_t at = row * static_cast<std::size_t>(picture.width) * to.channels.size();
+    std::copy(from.floats.begin(), from.floats.end(), to.floats.begin() + std::ptrdiff_t(at));
+    std::copy(from.integers.begin(), from.integers.end(), to.integers.begin() + std::ptrdiff_t(at));
+  }
+}
+
+// The layers of a picture, with their channels.
+bool hasSameLayers(const Picture& a, const Picture& b) {
+  return std::equal(a.layers.begin(), a.layers.end(), b.layers.begin(), b.layers.end(),
+                    [](const Layer& x, const Layer& y) {
+                      return x.name == y.name && x.channels == y.channels && x.type == y.type;
+                    });
+}
+
+Picture join(const Renderer& r, const nb::sequence& bands) {
+  Picture picture = r.renderer->makePicture();
+  int row = 0;
+  for (const nb::handle item : bands) {
+    const Picture& band = nb::cast<const Picture&>(item);
+    const std::string name = "the band at row " + std::to_string(row);
+    if (band.width != picture.width || !hasSameLayers(band, picture) ||
+        band.manifest != picture.manifest)
+      refuse(name + " is of another picture");
+    if (band.height > picture.height - row)
+      refuse(name + " is higher than what is left of the picture");
+    copyRows(band, static_cast<std::size_t>(row), picture);
+    row += band.height;
+  }
+  if (row != picture.height)
+    refuse("the bands have " + std::to_string(row) + " rows, and the picture has " +
+           std::to_string(picture.height));
+  r.renderer->addManifests(picture);
+  return picture;
+}
+
 void bindRenderer(nb::module_& m) {
   nb::class_<Renderer> renderer(
       m, "PictureRenderer",
@@ -683,6 +725,18 @@ void bindRenderer(nb::module_& m) {
                   "progress: "
                   "typing.Callable[[float], object] | None = None) -> Picture"),
           "Renders pixels from (x0, y0) up to but without (x1, y1), as a picture of its own.")
+      .def(
+          "join", [](const Renderer& r, const nb::sequence& bands) { return join(r, bands); },
+          nb::arg("bands"), nb::sig("def join(self, bands: typing.Sequence[Picture]) -> Picture"),
+          "The whole picture from bands of rows, from the top to the bottom, as render_region made "
+          "them, here or in another process. ValueError when they are of another picture or do not "
+          "fill this one.\n\n"
+          ">>> stage = vela.open('examples/demo/demo.usda')\n"
+          ">>> options = vela.picture.RenderOptions(samples=1, layers=['depth'])\n"
+          ">>> options.view.width, options.view.height = 64, 36\n"
+          ">>> renderer = vela.picture.PictureRenderer(stage, options)\n"
+          ">>> bands = [renderer.render_region((0, y, 64, y + 18)) for y in (0, 18)]\n"
+          ">>> renderer.join(bands) == renderer.render_all()\nTrue")
       .def_prop_ro(
           "rays_traced", [](const Renderer& r) { return r.renderer->raysTraced(); },
           "By all calls until now.")

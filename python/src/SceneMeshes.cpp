@@ -16,6 +16,7 @@
 #include "vela/scene/MaterialBinding.h"
 #include "vela/scene/MeshDefects.h"
 #include "vela/scene/SceneExtent.h"
+#include "vela/scene/SceneFiles.h"
 #include "vela/scene/SceneLights.h"
 #include "vela/scene/ScenePrims.h"
 #include "vela/scene/SceneSummary.h"
@@ -32,9 +33,9 @@ using StagePtr = std::shared_ptr<ovo::Stage>;
 
 // Long work on a stage: without the interpreter's lock, stopped by Ctrl-C.
 template <class Body>
-auto workOn(const StagePtr& stage, const Body& body) {
+auto workOn(const StagePtr& stage, const Body& body, nb::object progress = nb::none()) {
   const StageReader reader(stage);
-  InterruptibleWork work;
+  InterruptibleWork work(std::move(progress));
   auto result = [&] {
     const Unlocked unlocked;
     return body(work.work());
@@ -223,15 +224,18 @@ void bindLists(nb::module_& m) {
   refusePickle(list, "it refers to a scene");
   m.def(
       "list_meshes",
-      [](const StagePtr& stage, const std::optional<F>& filter) {
+      [](const StagePtr& stage, const std::optional<F>& filter, nb::object progress) {
         const F wanted = filter ? *filter : F();
         Problem problem;
         auto found = workOn(
-            stage, [&](const Work& work) { return listMeshes(*stage, wanted, &problem, work); });
+            stage, [&](const Work& work) { return listMeshes(*stage, wanted, &problem, work); },
+            std::move(progress));
         if (!found) refuseProblem(problem);
         return L{std::make_shared<const MeshList>(std::move(*found)), stage, wanted.time};
       },
-      nb::arg("stage"), nb::arg("filter") = nb::none(),
+      nb::arg("stage"), nb::arg("filter") = nb::none(), nb::arg("progress") = nb::none(),
+      nb::sig("def list_meshes(stage: vela._vela.ovo.Stage, filter: MeshFilter | None = None, "
+              "progress: typing.Callable[[float], object] | None = None) -> MeshList"),
       "The meshes that a picture at the filter's time shows. MemoryError for more instances or "
       "faces "
       "than memory is likely to hold.");
@@ -292,6 +296,23 @@ void bindPrimWalks(nb::module_& m) {
       ">>> stage = vela.open('examples/demo/demo.usda')\n"
       ">>> [camera.path for camera in vela.scene.find_cameras(stage, 'Camera')]\n"
       "[Path('/Demo/Camera')]");
+  m.def(
+      "scene_files",
+      [](const StagePtr& stage, nb::object progress) {
+        const auto files = workOn(
+            stage, [&](const Work& work) { return sceneFiles(*stage, work); }, std::move(progress));
+        if (!files) refuse("stopped");
+        nb::list out;
+        for (const std::string& file : *files) out.append(textOut(file));
+        return out;
+      },
+      nb::arg("stage"), nb::arg("progress") = nb::none(),
+      nb::sig("def scene_files(stage: vela._vela.ovo.Stage, progress: typing.Callable[[float], "
+              "object] | None = None) -> list[str]"),
+      "Every file that is there of a scene, absolute, in order of their names: its layers, and "
+      "what attributes name, such as textures.\n\n"
+      ">>> files = vela.scene.scene_files(vela.open('examples/demo/demo.usda'))\n"
+      ">>> any(file.endswith('demo.usda') for file in files)\nTrue");
   m.def(
       "parse_frames",
       [](const std::string& text) {

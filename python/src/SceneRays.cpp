@@ -279,9 +279,9 @@ void bindCaster(nb::module_& m) {
       .def(
           "__init__",
           [](Caster* self, const MeshListRef& list, CasterKind kind,
-             const std::optional<Extent>& extent) {
+             const std::optional<Extent>& extent, nb::object progress) {
             const StageReader reader(list.stage);
-            InterruptibleWork work;
+            InterruptibleWork work(std::move(progress));
             Problem problem;
             Caster made{list, {}, {}};
             {
@@ -294,7 +294,11 @@ void bindCaster(nb::module_& m) {
             if (!made.caster) refuseProblem(problem);
             new (self) Caster(std::move(made));
           },
-          nb::arg("meshes"), nb::arg("kind") = CasterKind::tracer, nb::arg("extent") = nb::none())
+          nb::arg("meshes"), nb::arg("kind") = CasterKind::tracer, nb::arg("extent") = nb::none(),
+          nb::arg("progress") = nb::none(),
+          nb::sig("def __init__(self, meshes: MeshList, kind: CasterKind = CasterKind.TRACER, "
+                  "extent: Extent | None = None, progress: typing.Callable[[float], object] | None "
+                  "= None) -> None"))
       .def("intersect", &intersectWorld, nb::arg("origins"), nb::arg("directions"),
            nb::arg("min_distance") = nb::none(), nb::arg("max_distance") = nb::none(),
            nb::arg("offsets") = nb::none(), nb::arg("threads") = 1,

@@ -216,3 +216,17 @@ def test_an_array_cannot_change_its_size_while_it_is_read():
     vela.SceneTracer().add_mesh(points, COUNTS, INDICES)
     points.resize((8, 3), refcheck=False)
     assert points.shape == (8, 3)
+
+
+def test_arrays_that_begin_at_any_byte_are_copied(square_tracer):
+    memory = numpy.zeros(4 + 1000 * 12, numpy.uint8)
+    rays = numpy.tile(numpy.array([0.25, 0.25, 5, 0, 0, -1], numpy.float32), (5, 1))
+    for start in range(4):
+        origins = memory[start:start + 60].view(numpy.float32).reshape(5, 3)
+        origins[:] = rays[:, :3]
+        with warnings.catch_warnings(record=True) as said:
+            warnings.simplefilter("always")
+            hits = square_tracer.intersect(origins, numpy.ascontiguousarray(rays[:, 3:]))
+        assert hits.hit.all()
+        assert [str(warning.message) for warning in said] == ([] if origins.flags.aligned else [
+            "origins: copied, since it is not aligned; pass a C-contiguous float32 array to have it read in place"])

@@ -50,6 +50,7 @@
 #include "vela/scene/RayCaster.h"
 #include "vela/scene/Refinement.h"
 #include "vela/scene/SceneExtent.h"
+#include "vela/scene/SceneFiles.h"
 #include "vela/scene/SceneLights.h"
 #include "vela/scene/SceneMeshes.h"
 #include "vela/scene/SceneMotion.h"
