@@ -13,6 +13,7 @@ PROGRAM = '''
 import numpy
 import numpy.typing
 import vela
+import vela.dask
 from vela.selection import GeoSelection
 
 stage: vela.Stage = vela.open("a.usda", variants=["/A:b=c"])
@@ -35,6 +36,11 @@ sample = vela.Camera.Sample()
 sample.optics.focal_length = 5.0
 rays: vela.Rays = vela.LinearProjection().rays(points[:, :2], sample)
 tracer_numbers: list[int] = vela.interop.place(tracer, object())
+client = vela.dask.connect("tcp://farm:8786", timeout=5)
+pictures: list[vela.Picture] = vela.dask.render(client, "a.usda", frames="1-9", samples=4).result()
+written: list[str] = vela.dask.render(client, "a.usda", frames=[1, 2.5], output="a.##.exr", size=(64, 36)).result()
+whole: vela.Picture = vela.dask.tiles(client, "a.usda", count=9, lights=vela.picture.LightChoice.OWN).result()
+met: vela.SurfaceHits = vela.dask.intersect(client, "a.usda", points, points).result(timeout=9)
 names: list[str] = [alias.name for alias in vela.default_channel_manager().channels()]
 '''
 
@@ -53,8 +59,8 @@ def test_the_package_is_typed_strictly(tmp_path):
     done = mypy(str(program), folder=tmp_path)
     assert done.returncode == 0, done.stdout + done.stderr
     # And what is wrong is found.
-    program.write_text(PROGRAM + "\npicture.save()\nstage.prim(5)\nhits.distances\n")
-    assert mypy(str(program), folder=tmp_path).stdout.count("error:") == 3
+    program.write_text(PROGRAM + "\npicture.save()\nstage.prim(5)\nhits.distances\nvela.dask.tiles(client, 5)\n")
+    assert mypy(str(program), folder=tmp_path).stdout.count("error:") == 4
 
 
 def pyright(folder, program):

@@ -41,30 +41,57 @@ def _bar(progress: Progress) -> typing.Iterator[typing.Callable[[float], object]
         yield advance
 
 
-def _options(
-    size: tuple[int, int] | None,
-    layers: typing.Sequence[str] | str | None,
-    camera: str,
-    lens: LensProjection,
-    time: float | None,
-    turn: float | None,
-    samples: int,
-    pattern: SamplePattern,
-    smooth: bool,
-    meshes: MeshFilter | None,
-    subdivision_level: int | None,
-    selection: GeoSelection | None,
-    materials: bool,
-    material_purpose: MaterialPurpose,
-    caster: CasterKind,
-    texture_memory: int | None,
-    lights: LightChoice,
-    bounces: int,
-    depth_of_field: bool,
-    clipping: bool,
-    motion_steps: int,
-    overscan: int,
+class RenderChoices(typing.TypedDict, total=False):
+    """What a picture is to show, as `vela.render` takes it."""
+
+    size: tuple[int, int] | None
+    layers: typing.Sequence[str] | str | None
+    camera: str
+    lens: LensProjection
+    turn: float | None
+    samples: int
+    pattern: SamplePattern
+    smooth: bool
+    meshes: MeshFilter | None
+    subdivision_level: int | None
+    selection: GeoSelection | None
+    materials: bool
+    material_purpose: MaterialPurpose
+    caster: CasterKind
+    texture_memory: int | None
+    lights: LightChoice
+    bounces: int
+    depth_of_field: bool
+    clipping: bool
+    motion_steps: int
+    overscan: int
+
+
+def options_of(
+    size: tuple[int, int] | None = None,
+    layers: typing.Sequence[str] | str | None = None,
+    camera: str = "",
+    lens: LensProjection = LensProjection.NONE,
+    time: float | None = None,
+    turn: float | None = None,
+    samples: int = 16,
+    pattern: SamplePattern = SamplePattern.JITTERED,
+    smooth: bool = False,
+    meshes: MeshFilter | None = None,
+    subdivision_level: int | None = None,
+    selection: GeoSelection | None = None,
+    materials: bool = True,
+    material_purpose: MaterialPurpose = MaterialPurpose.FULL,
+    caster: CasterKind = CasterKind.TRACER,
+    texture_memory: int | None = None,
+    lights: LightChoice = LightChoice.SCENE,
+    bounces: int = 1,
+    depth_of_field: bool = False,
+    clipping: bool = False,
+    motion_steps: int = 0,
+    overscan: int = 0,
 ) -> RenderOptions:
+    """The record of these choices."""
     options = RenderOptions()
     view = ViewOptions()
     if size is not None:
@@ -147,8 +174,9 @@ def render(
     """
     if not isinstance(stage, Stage):
         stage = Stage.open(stage)
-    options = _options(size, layers, camera, lens, time, turn, samples, pattern, smooth, meshes, subdivision_level, selection,
-                       materials, material_purpose, caster, texture_memory, lights, bounces, depth_of_field, clipping, motion_steps, overscan)
+    options = options_of(size, layers, camera, lens, time, turn, samples, pattern, smooth, meshes, subdivision_level, selection,
+                         materials, material_purpose, caster, texture_memory, lights, bounces, depth_of_field, clipping,
+                         motion_steps, overscan)
     with _bar(progress) as tell:
         # Setting up reads the scene; most of the time goes into rays.
         share = None if tell is None else lambda done: tell(0.2 * done)
