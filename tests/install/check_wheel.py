@@ -1,9 +1,12 @@
 #!/usr/bin/env python3
 """The wheel of scripts/build-wheel, installed into a fresh environment: it imports and renders, with the command and for C++ as well,
-touches no OpenUSD of others, and lives in one process with one.
+touches no OpenUSD of others, and lives in one process with others' OpenUSD, Embree, OpenImageIO and NumPy, whichever comes first.
 
-Usage: check_wheel.py FOLDER_OF_THE_WHEEL PROJECT_ROOT
+Usage: check_wheel.py FOLDER_OF_THE_WHEEL PROJECT_ROOT [--with-torch]
+
+With --with-torch torch is among them: 3 GB to fetch.
 """
+import itertools
 import pathlib
 import re
 import subprocess
@@ -21,17 +24,46 @@ picture.save("a.exr"); picture.save("a.png"); picture.save("a.jpg")
 assert vela.ovo.try_scene({scene!r}).outcome.name == "OPENS"
 print(vela.version())
 """
-BESIDE = """
-import {first}
-import {second}
-import vela
-from pxr import Usd
-theirs = Usd.Stage.Open({scene!r})
+# What others do in the process, by the module that they are imported as; each a statement or more.
+BESIDE = {
+    "vela": """
 ours = vela.open({scene!r})
-assert len(list(theirs.TraverseAll())) >= len(ours.meshes()) > 0
-vela.render(ours, size=(16, 16), samples=1)
-assert theirs.GetDefaultPrim().GetPath() == ours.default_prim.path
-"""
+picture = vela.render(ours, size=(16, 16), layers=["rgba", "prim"], samples=1)
+assert (picture["prim"] > 0).any() and len(ours.meshes()) > 0
+""",
+    "numpy": """
+assert numpy.linalg.inv(numpy.eye(4)).trace() == 4
+""",
+    "pxr.Usd": """
+theirs = pxr.Usd.Stage.Open({scene!r})
+assert len(list(theirs.TraverseAll())) > 100
+assert str(theirs.GetDefaultPrim().GetPath()) == "/Demo"
+""",
+    "embreex.rtcore_scene": """
+from embreex.mesh_construction import TriangleMesh
+square = numpy.array([[0, 0, 0], [1, 0, 0], [0, 1, 0]], numpy.float32)
+scene = embreex.rtcore_scene.EmbreeScene()
+TriangleMesh(scene, square, numpy.array([[0, 1, 2]], numpy.int32))
+down = numpy.array([[0.2, 0.2, 1], [2, 2, 1]], numpy.float32), numpy.array([[0, 0, -1]] * 2, numpy.float32)
+assert scene.run(*down).tolist() == [0, -1]
+tracer = vela.SceneTracer()
+tracer.add_placement(tracer.add_mesh(square, [3], [0, 1, 2]))
+tracer.build()
+assert tracer.intersect(*down).hit.tolist() == [True, False]
+""",
+    "OpenImageIO": """
+picture.save("beside.exr")
+read = OpenImageIO.ImageBuf("beside.exr")
+assert (read.spec().width, read.spec().height) == (16, 16), read.geterror()
+assert numpy.array_equal(read.get_pixels()[..., :4], picture["rgba"])
+""",
+    "torch": """
+ndc = torch.rand(8, 2) * 2 - 1
+rays = vela.LinearProjection().rays(ndc)
+assert numpy.array_equal(vela.LinearProjection().rays(ndc.numpy()).directions, rays.directions)
+assert torch.from_numpy(rays.directions).norm(dim=1).allclose(torch.ones(8))
+""",
+}
 CONSUMER = """
 #include <vela/vela.h>
 #include <vela/picture/picture.h>
@@ -51,8 +83,8 @@ target_link_libraries(consumer PRIVATE Vela::vela Vela::picture)
 """
 
 
-def run(*command, **options):
-    done = subprocess.run([str(part) for part in command], capture_output=True, text=True, timeout=900, **options)
+def run(*command, timeout=900, **options):
+    done = subprocess.run([str(part) for part in command], capture_output=True, text=True, timeout=timeout, **options)
     assert done.returncode == 0, f"{command}: exit code {done.returncode}\n{done.stdout}{done.stderr}"
     return done.stdout
 
@@ -91,17 +123,27 @@ def main():
         run("cmake", "-S", scratch, "-B", scratch / "build", f"-DVela_DIR={vela_dir}")
         run("cmake", "--build", scratch / "build")
         run(scratch / "build/consumer", scene)
-        # In one process with another OpenUSD, whichever comes first.
-        pin = next(line.split()[0] for line in (root / "scripts/requirements-consumers.txt").read_text().splitlines()
-                   if line.startswith("usd-core==26"))
-        run(python, "-m", "pip", "--disable-pip-version-check", "-q", "install", pin)
-        for first, second in (("vela", "pxr.Usd"), ("pxr.Usd", "vela")):
-            run(python, "-c", BESIDE.format(first=first, second=second, scene=scene), cwd=scratch)
+        # In one process with others, in any order: each order a process.
+        pins = {line.split("==")[0]: line.split()[0] for name in ("consumers", "python") for line in
+                (root / f"scripts/requirements-{name}.txt").read_text().splitlines() if "==" in line}
+        others = [pins["usd-core"], pins["embreex"], "OpenImageIO==3.2.2.0"] + (["torch==2.15.0"] if "--with-torch" in sys.argv else [])
+        run(python, "-m", "pip", "--disable-pip-version-check", "-q", "install", *others, timeout=3600)
+        modules = [name for name in BESIDE if name != "torch" or "--with-torch" in sys.argv]
+        uses = "".join(BESIDE[name] for name in modules).replace("{scene!r}", repr(scene))
+        orders = list(itertools.permutations(name for name in modules if name != "numpy"))
+        # torch takes seconds to import: with it each package comes once at every place.
+        if "torch" in modules:
+            orders = [order[i:] + order[:i] for order in (orders[0], orders[-1]) for i in range(len(order))]
+        for i, order in enumerate(orders):
+            # The others bring NumPy along, unless it is there already.
+            names = ["numpy", *order] if i % 2 else [*order, "numpy"]
+            run(python, "-c", "".join(f"import {name}\n" for name in names) + uses, cwd=scratch)
+        print(f"{len(orders)} orders of {', '.join(modules)} in one process")
         # It goes without a trace.
         run(python, "-m", "pip", "-q", "uninstall", "-y", "vela")
         left = list((scratch / "env").rglob("*vela*"))
         assert not left, left
-    print(f"{wheel.name}: {wheel.stat().st_size / 2**20:.1f} MB, installed, used by Python, by the command and by C++, beside another OpenUSD")
+    print(f"{wheel.name}: {wheel.stat().st_size / 2**20:.1f} MB, installed, used by Python, by the command and by C++, beside others")
 
 
 if __name__ == "__main__":
