@@ -262,6 +262,13 @@ void bindAttributes(nb::module_& m) {
               "def get(self, time: float | None = None, default: typing.Any = None) -> typing.Any"),
           "The value at a time in time codes; without one the default value, else the first time "
           "sample, else the fallback of the prim's type. `default` where there is none.")
+      .def_prop_ro(
+          "has_authored_value",
+          [](const ovo::Attribute& a) {
+            requireOpen(a);
+            return a.hasAuthoredValue();
+          },
+          "True when the scene itself has a value: no fallback of the type, and no block.")
       .def(
           "get_authored",
           [](const ovo::Attribute& a, Time time, nb::object otherwise) {

@@ -39,6 +39,99 @@ void bindLights(nb::module_& m) {
         "The colour (3,) of a black body, linear Rec.709, of the luminance 1; kelvin within 1000 "
         "and 10000.\n\n>>> red, green, blue = vela.look.black_body_colour(2700)\n"
         ">>> bool(red > green > blue)\nTrue");
+  using L = LightSource;
+  Record<LightShaping>(m, "LightShaping",
+                       "What keeps light of a light within a cone.\n\n"
+                       ">>> vela.look.LightShaping().cone_angle\n90.0")
+      .field("cone_angle", &LightShaping::coneAngle, "Degrees; beyond it there is no light.")
+      .field("cone_softness", &LightShaping::coneSoftness, "The share in which it fades, 0 to 1.")
+      .field("focus", &LightShaping::focus, "The exponent of the cosine that light falls off by.")
+      .field("focus_tint", &LightShaping::focusTint, "What light becomes that falls off, (3,).");
+  Record<LightShadow>(m, "LightShadow",
+                      "The shadows of a light.\n\n>>> vela.look.LightShadow().is_enabled\nTrue")
+      .field("is_enabled", &LightShadow::isEnabled, "Whether there are any.")
+      .field("colour", &LightShadow::colour, "A factor of what arrives where there is one, (3,).")
+      .field("distance", &LightShadow::distance, "What is farther off throws none; negative: all.")
+      .field("falloff", &LightShadow::falloff, "Over which they fade; negative: they do not.")
+      .field("falloff_gamma", &LightShadow::falloffGamma, "The exponent of that.");
+  {
+    Record<L> r(m, "LightSource",
+                "A light; which fields count depends on its kind.\n\n"
+                ">>> stage = vela.Stage.create_in_memory()\n"
+                ">>> light = vela.look.read_light(stage.define_prim('/Sun', 'DistantLight'))\n"
+                ">>> light.kind.name, light.radiance.tolist() == [light.radiance[0]] * 3\n"
+                "('DISTANT', True)");
+    r.field("kind", &L::kind, "Its kind.")
+        .field("world_from_light", &L::worldFromLight, "(4, 4); it shines along its own -z.")
+        .field("radiance", &L::radiance, "Before texture and shaping, (3,), in scene units.")
+        .field("diffuse", &L::diffuse, "A factor of what surfaces scatter of it.")
+        .field("specular", &L::specular, "A factor of what surfaces reflect of it.")
+        .field("angle", &L::angle, "Distant: degrees that it fills, 0 to 360.")
+        .field("radius", &L::radius, "Of spheres, disks and cylinders.")
+        .field("width", &L::width, "Of rectangles, along x.")
+        .field("height", &L::height, "Of rectangles, along y.")
+        .field("length", &L::length, "Of cylinders, along x.")
+        .field("is_thin", &L::isThin, "A point, a line, or a distant light without an angle.")
+        .field("is_shaped", &L::isShaped, "By `shaping`.")
+        .part("shaping", &L::shaping, "Its cone.")
+        .part("shadow", &L::shadow, "Its shadows.")
+        .part("texture", &L::texture, "Of rectangles and domes; without one `written` is empty.")
+        .field("is_pole_z", &L::isPoleZ, "Domes: the pole of the image is z, else y.")
+        .field("defects", &L::defects, "What is wrong with it, each a line.");
+    r.type()
+        .def("shaping_towards", &L::shapingTowards, nb::arg("away"),
+             "The share of light (3,) that shaping leaves in a direction of the world (3,) that "
+             "leads away from the light, of unit length.")
+        .def("world_area", &L::worldArea, "Of what is not thin, distant or a dome.");
+  }
+  m.def(
+      "read_light",
+      [](const ovo::Prim& prim, const std::optional<tarn::Mat4d>& world, Time time) {
+        requireOpen(prim);
+        return readLight(prim, world ? *world : tarn::Mat4d(), time);
+      },
+      nb::arg("prim"), nb::arg("world_from_light") = nb::none(), nb::arg("time") = Time(),
+      "Reads a light as it is at a time; None for what light_kind_of gives None for.\n\n"
+      ">>> stage = vela.Stage.create_in_memory()\n"
+      ">>> vela.look.read_light(stage.root_prim) is None\nTrue");
+  m.def(
+      "has_light_profile",
+      [](const ovo::Prim& prim, Time time) {
+        requireOpen(prim);
+        return hasLightProfile(prim, time);
+      },
+      nb::arg("prim"), nb::arg("time") = Time(),
+      "True when the light names a profile of what it emits, which is not read.\n\n"
+      ">>> stage = vela.Stage.create_in_memory()\n"
+      ">>> vela.look.has_light_profile(stage.root_prim)\nFalse");
+  Record<LightSample>(m, "LightSample",
+                      "Light that arrives at a point from one place of a light.\n\n"
+                      ">>> vela.look.LightSample().density\n0.0")
+      .field("to_light", &LightSample::toLight, "Unit length, (3,).")
+      .field("distance", &LightSample::distance, "Infinite for distant lights and domes.")
+      .field("radiance", &LightSample::radiance, "Shaped, without texture, (3,); 0: nothing.")
+      .field("density", &LightSample::density, "In solid angle; 0 of thin lights.")
+      .field("on_texture", &LightSample::onTexture, "Where the image counts, (2,).");
+  m.def("sample_light", &sampleLight, nb::arg("light"), nb::arg("point"), nb::arg("normal"),
+        nb::arg("u"), nb::arg("v"),
+        "Chooses a place on a light: point (3,) and unit normal (3,) of a surface, (u, v) a point "
+        "of the unit square.\n\n"
+        ">>> bulb = vela.look.LightSource(radius=1, radiance=[1, 1, 1])\n"
+        ">>> vela.look.sample_light(bulb, [0, -5, 0], [0, 1, 0], 0.5, 0.5).density > 0\nTrue");
+  m.def("meet_light", &meetLight, nb::arg("light"), nb::arg("point"), nb::arg("normal"),
+        nb::arg("to_light"),
+        "What arrives from a direction (3,), with the density that sample_light has for it.\n\n"
+        ">>> bulb = vela.look.LightSource(radius=1, radiance=[1, 1, 1])\n"
+        ">>> vela.look.meet_light(bulb, [0, -5, 0], [0, 1, 0], [0, 1, 0]).distance\n4.0");
+  m.def("dome_coordinates", &domeCoordinates, nb::arg("dome"), nb::arg("direction"),
+        "Where the image of a dome counts for a direction (3,): (u, v) from 0 to 1, from its left "
+        "and its lower edge.\n\n"
+        ">>> dome = vela.look.LightSource(kind=vela.look.LightKind.DOME)\n"
+        ">>> vela.look.dome_coordinates(dome, [0, 1, 0])[1].item()\n1.0");
+  m.def("dome_direction", &domeDirection, nb::arg("dome"), nb::arg("coordinates"),
+        "The other way round: a direction (3,).\n\n"
+        ">>> dome = vela.look.LightSource(kind=vela.look.LightKind.DOME)\n"
+        ">>> vela.look.dome_direction(dome, [0.5, 1]).round(6).tolist()\n[0.0, 1.0, 0.0]");
 }
 
 }  // namespace
@@ -195,6 +288,25 @@ void bindLook(nb::module_& m) {
       ">>> vela.look.sample_reflection(vela.look.PreviewSurface(), up, up, 0.0, "
       "0.0).to_light.shape\n"
       "(3,)");
+  Record<Reflection>(m, "Reflection",
+                     "The specular response to light from one direction, and how likely it is "
+                     "chosen.\n\n>>> vela.look.Reflection().density\n0.0")
+      .field("to_light", &Reflection::toLight, "Unit length, (3,).")
+      .field("specular", &Reflection::specular, "As PreviewResponse.specular, (3,).")
+      .field("density", &Reflection::density, "In solid angle; 0: never.");
+  m.def("reflection_towards", &reflectionTowards, nb::arg("surface"), nb::arg("normal"),
+        nb::arg("to_light"), nb::arg("to_viewer"),
+        "The response to light from a direction, for light that has a size; unit vectors (3,).\n\n"
+        ">>> up = [0, 0, 1]\n"
+        ">>> vela.look.reflection_towards(vela.look.PreviewSurface(), up, up, up).density > 0\n"
+        "True");
+  m.def("choose_reflection", &chooseReflection, nb::arg("surface"), nb::arg("normal"),
+        nb::arg("to_viewer"), nb::arg("u"), nb::arg("v"), nb::arg("coat") = false,
+        "A direction that light reflects from, likelier where more of it does; (u, v) a point of "
+        "the unit square, below 1.\n\n"
+        ">>> up = [0, 0, 1]\n"
+        ">>> vela.look.choose_reflection(vela.look.PreviewSurface(), up, up, 0, 0).density > 0\n"
+        "True");
 }
 
 }  // namespace vela::python

@@ -244,6 +244,12 @@ void bindPictures(nb::module_& m) {
           nb::arg("name"),
           nb::sig("def __getitem__(self, name: str) -> numpy.typing.NDArray[typing.Any]"),
           "A layer, a part of one such as `rgb` of `rgba`, or a channel as files name it.")
+      .def("part", &Picture::part, nb::arg("x"), nb::arg("y"), nb::arg("width"), nb::arg("height"),
+           "A rectangle of it, cut off where it lies outside, with all that it says of the "
+           "whole.\n\n"
+           ">>> import numpy\n"
+           ">>> picture = vela.Picture({'depth': numpy.zeros((2, 3), numpy.float32)})\n"
+           ">>> picture.part(1, 0, 9, 9)\n<Picture 2x2: depth>")
       .def(
           "layer_channels",
           [](const Picture& p, const std::string& name) {
@@ -427,6 +433,34 @@ void bindLayers(nb::module_& m) {
       nb::sig(
           "def read_exr_text(file: str | bytes | os.PathLike[typing.Any], attribute: str) -> str"),
       "The text of an attribute of an OpenEXR file; OSError or ValueError with the reason.");
+  m.def(
+      "read_exr",
+      [](const FileName& file, const Picture& like) {
+        Picture picture = like;
+        Tile part;
+        std::string why;
+        bool isRead = false;
+        {
+          const Unlocked unlocked;
+          isRead = readExr(file.text, picture, part, &why);
+        }
+        if (!isRead) refuseFile(file.text, why);
+        return std::make_pair(std::move(picture),
+                              nb::make_tuple(part.x0, part.y0, part.x1, part.y1));
+      },
+      nb::arg("file"), nb::arg("like"),
+      nb::sig("def read_exr(file: str | bytes | os.PathLike[typing.Any], like: Picture) -> "
+              "tuple[Picture, tuple[int, int, int, int]]"),
+      "Reads a picture, or a part of one, from an OpenEXR file: `like` has the layers and the size "
+      "of the whole. Returns a copy of it with the pixels of the file, and the rectangle (x0, y0, "
+      "x1, y1) "
+      "that they fill. OSError or ValueError with the reason.\n\n"
+      ">>> import numpy, tempfile\n"
+      ">>> made = vela.Picture({'depth': numpy.ones((1, 2), numpy.float32)})\n"
+      ">>> with tempfile.TemporaryDirectory() as folder:\n"
+      "...     made.save(folder + '/a.exr')\n"
+      "...     vela.picture.read_exr(folder + '/a.exr', made)\n"
+      "(<Picture 2x1: depth>, (0, 0, 2, 1))");
   m.def(
       "is_whole_exr", [](const FileName& file) { return isWholeExr(file.text); }, nb::arg("file"),
       "True when a file is an OpenEXR file with all of its pixels, as far as that can be seen "

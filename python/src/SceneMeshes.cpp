@@ -389,6 +389,62 @@ void bindLeftOut(nb::module_& m) {
       ">>> vela.scene.is_shown_light(stage.define_prim('/Way', 'PortalLight'))\nFalse");
 }
 
+void bindSceneLights(nb::module_& m) {
+  using L = SceneLight;
+  nb::class_<L> light(m, "SceneLight",
+                      "A light of a scene, and which meshes it falls on.\n\n"
+                      ">>> stage = vela.open('examples/demo/demo.usda')\n"
+                      ">>> meshes = vela.scene.list_meshes(stage)\n"
+                      ">>> [light.falls_on(0) for light in "
+                      "vela.scene.list_lights(meshes).lights[:1]] in ([], [True])\nTrue");
+  const auto asksEntry = [](const std::shared_ptr<const std::vector<bool>>& which,
+                            Py_ssize_t entry) {
+    if (!which) return true;
+    return static_cast<bool>((*which)[indexOf(entry, which->size(), "entries")]);
+  };
+  light
+      .def_prop_ro(
+          "prim", [](const L& l) { return l.prim; }, "The light's prim.")
+      .def_prop_ro(
+          "source", [](const L& l) { return l.source; }, "What shines; a copy.")
+      .def(
+          "falls_on", [asksEntry](const L& l, Py_ssize_t entry) { return asksEntry(l.lit, entry); },
+          nb::arg("entry"), "Whether it lights that entry of the list.")
+      .def(
+          "is_stopped_by",
+          [asksEntry](const L& l, Py_ssize_t entry) { return asksEntry(l.casting, entry); },
+          nb::arg("entry"), "Whether that entry throws shadows in its light.")
+      .def("__repr__", [](const L& l) {
+        return "<SceneLight " + std::string(l.prim.getPath().asString()) + ">";
+      });
+  refusePickle(light, "it refers to a scene; pickle its `source`");
+  using S = SceneLights;
+  nb::class_<S> lights(m, "SceneLights",
+                       "The lights of a scene that pictures show.\n\n"
+                       ">>> stage = vela.open('examples/demo/demo.usda')\n"
+                       ">>> lights = vela.scene.list_lights(vela.scene.list_meshes(stage))\n"
+                       ">>> len(lights) == len(lights.lights)\nTrue");
+  lights.def("__len__", [](const S& s) { return s.lights.size(); })
+      .def_prop_ro(
+          "lights", [](const S& s) { return s.lights; }, "In the order of the scene.")
+      .def_prop_ro(
+          "problems", [](const S& s) { return s.problems; }, "What counts otherwise than it says.")
+      .def("__repr__", [](const S& s) {
+        return "<SceneLights: " + std::to_string(s.lights.size()) + " lights>";
+      });
+  refusePickle(lights, "they refer to a scene");
+  m.def(
+      "list_lights",
+      [](const MeshListRef& list, const std::optional<MeshFilter>& filter) {
+        return workOn(list.stage, [&](const Work& work) {
+          return listLights(*list.stage, *list.list, filter ? *filter : MeshFilter(), work);
+        });
+      },
+      nb::arg("meshes"), nb::arg("filter") = nb::none(),
+      "The lights that shine in the scene of a list of meshes, at the filter's time; take the "
+      "filter that the list was made with.");
+}
+
 void bindMaterials(nb::module_& m) {
   nb::enum_<MaterialPurpose>(
       m, "MaterialPurpose",
@@ -600,6 +656,7 @@ void bindSceneMeshes(nb::module_& m) {
   bindLists(m);
   bindExtent(m);
   bindPrimWalks(m);
+  bindSceneLights(m);
   bindMaterials(m);
   bindReports(m);
   // Takes a View, which SceneRays.cpp tells.

@@ -114,6 +114,11 @@ void bindView(nb::module_& m) {
           "A copy of the camera's sample, derived values included.")
       .def_ro("world_from_camera", &View::worldFromCamera, "(4, 4), without any scale.")
       .def_ro("up", &View::up, "The scene's, (3,).")
+      .def_ro("lens_radius", &View::lensRadius, "Scene units; 0: everything is in focus.")
+      .def_ro("focus_distance", &View::focusDistance, "Along the axis, of what is in focus.")
+      .def_prop_ro(
+          "clipping_planes", [](const View& v) { return copyOut(v.clippingPlanes); },
+          "Half spaces of the camera's space that show, (n, 4): a x + b y + c z + d >= 0.")
       .def_ro("width", &View::width, "Pixels.")
       .def_ro("height", &View::height, "Pixels.")
       .def_prop_ro(
