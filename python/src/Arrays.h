@@ -124,6 +124,8 @@ class InView {
   explicit InView(HeldArray held) : held_(std::move(held)) {}
 
   [[nodiscard]] const T* data() const { return static_cast<const T*>(held_.data()); }
+  /// Of an array that was opened to be written.
+  [[nodiscard]] T* mutableData() const { return static_cast<T*>(held_.data()); }
   [[nodiscard]] std::size_t size() const { return held_.rows(); }
   [[nodiscard]] tarn::Span<const T> span() const { return {data(), size()}; }
   /// A copy as the library's scenes and meshes keep it.

@@ -24,7 +24,7 @@ nb::object values(Rng& rng, std::optional<std::size_t> count, const Out<std::int
   if (count && *count != to.size())
     refuse("out: expected " + std::to_string(*count) + " elements, found " +
            std::to_string(to.size()));
-  rng.newValues(const_cast<std::int32_t*>(to.data()), to.size());
+  rng.newValues(to.mutableData(), to.size());
   return out.source;
 }
 

@@ -22,18 +22,64 @@ struct Tracer {
 
 constexpr std::size_t kAtOnce = 256;  // rays that are gathered, traced and parted while in cache
 
+// An array of answers: a new one, or the caller's.
+template <class T>
+class Column {
+ public:
+  Column(nb::handle given, const char* name, std::size_t size) {
+    if (given.is_none()) {
+      NewArray<T> made(size);
+      array_ = std::move(made.array);
+      data_ = made.data;
+      return;
+    }
+    array_ = nb::borrow(given);
+    held_.emplace(Out<T>{array_}.open(name));
+    if (held_->size() != size)
+      refuse(std::string(name) + ": expected " + std::to_string(size) + " rows as origins, found " +
+             std::to_string(held_->size()));
+    data_ = held_->mutableData();
+  }
+  [[nodiscard]] const nb::object& array() const { return array_; }
+  [[nodiscard]] T* data() const { return data_; }
+  [[nodiscard]] T& operator[](std::size_t i) const { return data_[i]; }
+
+ private:
+  nb::object array_;
+  std::optional<InView<T>> held_;
+  T* data_ = nullptr;
+};
+
+const nb::object& hitsType() {
+  static const nb::object* const type =
+      new nb::object(nb::module_::import_("vela._results").attr("Hits"));
+  return *type;
+}
+
 template <class T>
 nb::object intersectAll(const Tracer& self, const RayBatch<T>& rays,
-                        std::optional<std::uint32_t> placement, int threads) {
+                        std::optional<std::uint32_t> placement, int threads, nb::handle given) {
   const Busy::Reading reading(self.busy, "the tracer");
   const std::size_t size = rays.size();
-  NewArray<double> distance(size);
-  NewArray<tarn::Vec3f> position(size), normal(size);
-  NewArray<std::uint32_t> place(size);
-  NewArray<std::int32_t> face(size);
-  NewArray<tarn::Vec3i> points(size), faceVertices(size);
-  NewArray<float> u(size), v(size);
-  NewArray<bool> isHit(size);
+  if (!given.is_none() && !given.type().is(hitsType()))
+    throw nb::type_error((std::string("out: expected Hits of an earlier call, found ") +
+                          Py_TYPE(given.ptr())->tp_name)
+                             .c_str());
+  const auto part = [given](Py_ssize_t index) {
+    if (given.is_none()) return given;
+    const nb::handle found = PyTuple_GetItem(given.ptr(), index);
+    if (found.is_none()) throw nb::type_error("out: expected Hits whose arrays are all there");
+    return found;
+  };
+  const Column<double> distance(part(0), "out.distance", size);
+  const Column<tarn::Vec3f> position(part(1), "out.position", size),
+      normal(part(2), "out.normal", size);
+  const Column<std::uint32_t> place(part(3), "out.placement", size);
+  const Column<std::int32_t> face(part(4), "out.face", size);
+  const Column<tarn::Vec3i> points(part(5), "out.points", size),
+      faceVertices(part(6), "out.face_vertices", size);
+  const Column<float> u(part(7), "out.u", size), v(part(8), "out.v", size);
+  const Column<bool> isHit(part(9), "out.hit", size);
   inBatches(size, threads, [&](std::size_t first, std::size_t count) {
     tarn::Ray<T> in[kAtOnce];
     TracerHit out[kAtOnce];
@@ -48,38 +94,38 @@ nb::object intersectAll(const Tracer& self, const RayBatch<T>& rays,
       for (std::size_t i = 0; i < n; ++i) {
         const TracerHit& hit = out[i];
         const std::size_t to = from + i;
-        distance.data[to] = hit.distance;
-        position.data[to] = hit.position;
-        normal.data[to] = hit.normal;
-        place.data[to] = hit.placement;
-        face.data[to] = hit.face;
-        points.data[to] = {hit.points[0], hit.points[1], hit.points[2]};
-        faceVertices.data[to] = {hit.faceVertices[0], hit.faceVertices[1], hit.faceVertices[2]};
-        u.data[to] = hit.u;
-        v.data[to] = hit.v;
-        isHit.data[to] = hit.hit;
+        distance[to] = hit.distance;
+        position[to] = hit.position;
+        normal[to] = hit.normal;
+        place[to] = hit.placement;
+        face[to] = hit.face;
+        points[to] = {hit.points[0], hit.points[1], hit.points[2]};
+        faceVertices[to] = {hit.faceVertices[0], hit.faceVertices[1], hit.faceVertices[2]};
+        u[to] = hit.u;
+        v[to] = hit.v;
+        isHit[to] = hit.hit;
       }
     }
   });
-  static nb::object* const type =
-      new nb::object(nb::module_::import_("vela._results").attr("Hits"));
-  return (*type)(distance.array, position.array, normal.array, place.array, face.array,
-                 points.array, faceVertices.array, u.array, v.array, isHit.array);
+  if (!given.is_none()) return nb::borrow(given);
+  return hitsType()(distance.array(), position.array(), normal.array(), place.array(), face.array(),
+                    points.array(), faceVertices.array(), u.array(), v.array(), isHit.array());
 }
 
 template <class T>
-NumpyArray<bool> occludedAll(const Tracer& self, const RayBatch<T>& rays, int threads) {
+NumpyArray<bool> occludedAll(const Tracer& self, const RayBatch<T>& rays, int threads,
+                             nb::handle given) {
   const Busy::Reading reading(self.busy, "the tracer");
-  NewArray<bool> answers(rays.size());
+  const Column<bool> answers(given, "out", rays.size());
   inBatches(rays.size(), threads, [&](std::size_t first, std::size_t count) {
     tarn::Ray<T> in[kAtOnce];
     for (std::size_t from = first; from < first + count; from += kAtOnce) {
       const std::size_t n = std::min(kAtOnce, first + count - from);
       for (std::size_t i = 0; i < n; ++i) in[i] = rays[from + i];
-      self.tracer.occluded(in, n, answers.data + from);
+      self.tracer.occluded(in, n, answers.data() + from);
     }
   });
-  return {answers.array};
+  return {answers.array()};
 }
 
 }  // namespace
@@ -185,6 +231,15 @@ void bindTracer(nb::module_& m) {
           "Places a mesh by a matrix (4, 4); without one where its points are. Returns the "
           "placement's number: 0, 1, 2 ...")
       .def(
+          "without_placements",
+          [](const Tracer& self) {
+            const Busy::Reading reading(self.busy, "the tracer");
+            return Tracer{self.tracer.withoutPlacements(), {}};
+          },
+          "A tracer with the same meshes, their numbers and the trees that are built, and no "
+          "placements; both share the trees.\n\n"
+          ">>> vela.SceneTracer().without_placements()\n<SceneTracer of 0 meshes in 0 placements>")
+      .def(
           "reserve_placements",
           [](Tracer& self, std::size_t count) {
             const Busy::Changing changing(self.busy, "the tracer");
@@ -206,26 +261,34 @@ void bindTracer(nb::module_& m) {
       .def(
           "intersect",
           [](const Tracer& self, nb::object origins, nb::object directions, nb::object least,
-             nb::object most, std::optional<std::uint32_t> placement, int threads) {
+             nb::object most, std::optional<std::uint32_t> placement, int threads, nb::object out) {
             if (areFloats(origins, directions))
               return intersectAll(self, RayBatch<float>(origins, directions, least, most),
-                                  placement, threads);
+                                  placement, threads, out);
             return intersectAll(self, RayBatch<double>(origins, directions, least, most), placement,
-                                threads);
+                                threads, out);
           },
           nb::arg("origins"), nb::arg("directions"), nb::arg("min_distance") = nb::none(),
           nb::arg("max_distance") = nb::none(), nb::arg("placement") = nb::none(),
-          nb::arg("threads") = 1,
+          nb::arg("threads") = 1, nb::arg("out") = nb::none(),
           nb::sig(
               "def intersect(self, origins: numpy.typing.ArrayLike, directions: "
               "numpy.typing.ArrayLike, min_distance: numpy.typing.ArrayLike | None = None, "
               "max_distance: numpy.typing.ArrayLike | None = None, placement: int | None = None, "
-              "threads: int = 1) -> vela._results.Hits"),
+              "threads: int = 1, out: vela._results.Hits | None = None) -> vela._results.Hits"),
           "The nearest hit of each ray: origins and directions (n, 3), ranges a number or (n,), "
           "closed "
           "at both ends. With `placement` the nearest on that one, as if there were no other. A "
           "ray "
-          "with a NaN, or of length zero, misses.")
+          "with a NaN, or of length zero, misses. `out` are the hits of an earlier call for as "
+          "many "
+          "rays: their arrays are written over, which spares what new memory costs, and returned; "
+          "they "
+          "must not overlap one another or the rays.\n\n"
+          ">>> import numpy\n>>> tracer = vela.SceneTracer()\n>>> tracer.build()\n"
+          ">>> down = numpy.zeros((2, 3), numpy.float32) - 1\n"
+          ">>> hits = tracer.intersect(down, down)\n"
+          ">>> tracer.intersect(down, down, out=hits) is hits\nTrue")
       .def(
           "intersect_ray",
           [](const Tracer& self, const tarn::Vec3d& origin, const tarn::Vec3d& direction,
@@ -241,18 +304,23 @@ void bindTracer(nb::module_& m) {
       .def(
           "occluded",
           [](const Tracer& self, nb::object origins, nb::object directions, nb::object least,
-             nb::object most, int threads) {
+             nb::object most, int threads, nb::object out) {
             if (areFloats(origins, directions))
-              return occludedAll(self, RayBatch<float>(origins, directions, least, most), threads);
-            return occludedAll(self, RayBatch<double>(origins, directions, least, most), threads);
+              return occludedAll(self, RayBatch<float>(origins, directions, least, most), threads,
+                                 out);
+            return occludedAll(self, RayBatch<double>(origins, directions, least, most), threads,
+                               out);
           },
           nb::arg("origins"), nb::arg("directions"), nb::arg("min_distance") = nb::none(),
-          nb::arg("max_distance") = nb::none(), nb::arg("threads") = 1,
+          nb::arg("max_distance") = nb::none(), nb::arg("threads") = 1, nb::arg("out") = nb::none(),
           nb::sig("def occluded(self, origins: numpy.typing.ArrayLike, directions: "
                   "numpy.typing.ArrayLike, min_distance: numpy.typing.ArrayLike | None = None, "
-                  "max_distance: numpy.typing.ArrayLike | None = None, threads: int = 1) -> "
+                  "max_distance: numpy.typing.ArrayLike | None = None, threads: int = 1, out: "
+                  "numpy.typing.NDArray[numpy.bool_] | None = None) -> "
                   "numpy.typing.NDArray[numpy.bool_]"),
-          "Whether anything lies in each ray's range, (n,) bool.")
+          "Whether anything lies in each ray's range, (n,) bool; into `out`, which is returned, "
+          "where "
+          "one is given.")
       .def_prop_ro(
           "num_meshes", [](const Tracer& t) { return t.tracer.numMeshes(); },
           "How many meshes were added.")

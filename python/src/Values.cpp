@@ -54,8 +54,26 @@ bool readNumber(PyObject* item, std::int32_t& to) noexcept {
   return true;
 }
 
+// The numbers of an array of the very type, without making an object of each.
+template <class T>
+bool copyNumbers(nb::handle source, T* to, std::size_t count) noexcept {
+  constexpr char kFormat = std::is_same_v<T, double> ? 'd' : std::is_same_v<T, float> ? 'f' : 'i';
+  if (PyObject_CheckBuffer(source.ptr()) == 0) return false;
+  Py_buffer buffer;
+  if (PyObject_GetBuffer(source.ptr(), &buffer, PyBUF_ND | PyBUF_FORMAT) != 0) {
+    PyErr_Clear();
+    return false;
+  }
+  const bool isSuch = buffer.ndim == 1 && buffer.shape[0] == static_cast<Py_ssize_t>(count) &&
+                      buffer.format && buffer.format[0] == kFormat && buffer.format[1] == '\0';
+  if (isSuch) std::memcpy(to, buffer.buf, count * sizeof(T));
+  PyBuffer_Release(&buffer);
+  return isSuch;
+}
+
 template <class T>
 bool readAll(nb::handle source, T* to, std::size_t count) noexcept {
+  if (copyNumbers(source, to, count)) return true;
   if (PyUnicode_Check(source.ptr()) || PyBytes_Check(source.ptr()) || PyDict_Check(source.ptr()))
     return false;
   PyObject* const items = PySequence_Fast(source.ptr(), "");

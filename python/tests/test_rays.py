@@ -229,3 +229,41 @@ def test_generators_of_a_set_are_its_own():
     assert first.value() > 0
     with pytest.raises(IndexError):
         vela.SamplingRngSet(2)[2]
+
+
+@pytest.mark.parametrize("kind", [numpy.float32, numpy.float64])
+def test_hits_are_written_over_where_the_caller_says_so(ball_tracer, kind):
+    origins, directions = (a.astype(kind) for a in random_rays(5000))
+    wanted = ball_tracer.intersect(origins, directions)
+    kept = ball_tracer.intersect(-origins, directions)
+    addresses = [part.ctypes.data for part in kept]
+    assert not numpy.array_equal(kept.hit, wanted.hit)
+    assert ball_tracer.intersect(origins, directions, threads=2, out=kept) is kept
+    assert [part.ctypes.data for part in kept] == addresses
+    for a, b in zip(kept, wanted):
+        assert numpy.array_equal(a, b)
+    answers = numpy.zeros(5000, bool)
+    assert ball_tracer.occluded(origins, directions, out=answers) is answers
+    assert numpy.array_equal(answers, wanted.hit)
+
+
+def test_what_cannot_be_written_over_is_refused(ball_tracer):
+    origins, directions = random_rays(10)
+    kept = ball_tracer.intersect(origins, directions)
+    for wrong in (tuple(kept), list(kept), kept.hit, 5):
+        with pytest.raises(TypeError, match="out: expected Hits of an earlier call, found "):
+            ball_tracer.intersect(origins, directions, out=wrong)
+    with pytest.raises(ValueError, match="out.distance: expected 5 rows as origins, found 10"):
+        ball_tracer.intersect(origins[:5], directions[:5], out=kept)
+    for name, part in (("face", kept.face.astype(float)), ("normal", kept.normal[:, ::-1]), ("u", kept.u[::-1]), ("v", [0.0] * 10)):
+        with pytest.raises(TypeError, match=f"out.{name}: expected a writable C-contiguous array"):
+            ball_tracer.intersect(origins, directions, out=kept._replace(**{name: part}))
+    with pytest.raises(TypeError, match="out: expected Hits whose arrays are all there"):
+        ball_tracer.intersect(origins, directions, out=kept._replace(hit=None))
+    kept.v.flags.writeable = False
+    with pytest.raises(TypeError, match="out.v: expected a writable"):
+        ball_tracer.intersect(origins, directions, out=kept)
+    with pytest.raises(ValueError, match="out: expected 10 rows as origins, found 9"):
+        ball_tracer.occluded(origins, directions, out=numpy.zeros(9, bool))
+    with pytest.raises(TypeError, match="out: expected a writable"):
+        ball_tracer.occluded(origins, directions, out=numpy.zeros(10, numpy.int32))
