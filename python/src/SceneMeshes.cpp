@@ -11,6 +11,7 @@
 #include "Module.h"
 #include "Records.h"
 #include "SceneLists.h"
+#include "vela/scene/CurvePrims.h"
 #include "vela/scene/FrameRange.h"
 #include "vela/scene/LeftOut.h"
 #include "vela/scene/MaterialBinding.h"
@@ -121,6 +122,13 @@ void bindLists(nb::module_& m) {
       .def_prop_ro(
           "normals", [](const Shape& s) { return shareOut(s.normals); },
           "Of a shape prim's mesh, one a face-vertex; else empty.")
+      .def_prop_ro(
+          "radii",
+          [](const Shape& s) -> std::optional<NumpyArray<float>> {
+            if (!s.tubes) return std::nullopt;
+            return shareOut(s.tubes->radii);
+          },
+          "Of curves and points, one a point, (n,); a negative one shows nothing. None for a mesh.")
       .def_ro("left_handed", &Shape::leftHanded, "By the prim's orientation.")
       .def_prop_ro(
           "is_refined", [](const Shape& s) { return s.refinement != nullptr; },
@@ -139,7 +147,8 @@ void bindLists(nb::module_& m) {
           },
           nb::arg("face"), "The scene's index of a face.")
       .def("__repr__", [](const Shape& s) {
-        return "<Shape of " + std::to_string(s.counts.size()) + " faces>";
+        return "<Shape of " + std::to_string(s.counts.size()) +
+               (s.tubes ? s.tubes->arePoints ? " points>" : " curves>" : " faces>");
       });
   refusePickle(shape, "it shares the scene's arrays; pickle them");
   m.def(
@@ -149,6 +158,20 @@ void bindLists(nb::module_& m) {
         return readShape(prim, time);
       },
       nb::arg("mesh"), nb::arg("time") = Time(), "The mesh of a prim at the time, unrefined.");
+  m.def(
+      "read_curves",
+      [](const ovo::Prim& prim, Time time) {
+        requireOpen(prim);
+        std::optional<Shape> read = readCurves(prim, time);
+        if (!read) refuse(prim.getPath().asString() + ": neither BasisCurves nor Points");
+        return *std::move(read);
+      },
+      nb::arg("prim"), nb::arg("time") = Time(),
+      "The tubes of curves or points at the time: each face is a curve, or a point, and `counts` "
+      "says of how many points its middle line is.\n\n"
+      ">>> stage = vela.Stage.create_in_memory()\n"
+      ">>> dust = stage.define_prim('/Dust', 'Points')\n"
+      ">>> vela.scene.read_curves(dust).radii.shape\n(0,)");
   m.def(
       "make_shape",
       [](const ovo::Prim& prim, Time time) {

@@ -385,7 +385,7 @@ struct CheckedSurface {
   CheckedSurface(const Shape& shape, double time, bool smooth)
       : surface(shape, time, smooth), usable(shape.counts.size()) {
     for (const ovo::Face face : ovo::Faces(shape.counts, shape.indices))
-      usable[face.index()] = face.isUsable(shape.points.size());
+      usable[face.index()] = shape.tubes ? !face.empty() : face.isUsable(shape.points.size());
   }
   // What `ask` answers for each pair of a face and a point.
   template <class T, class Ask>

@@ -38,6 +38,7 @@
 #include "vela/mesh/NearestPointQuery.h"
 #include "vela/mesh/Triangulate.h"
 #include "vela/sampling/SamplingRng.h"
+#include "vela/scene/CurvePrims.h"
 #include "vela/scene/ExplainRay.h"
 #include "vela/scene/FrameRange.h"
 #include "vela/scene/LeftOut.h"

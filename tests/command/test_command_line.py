@@ -70,7 +70,7 @@ def Xform "World"
         int[] faceVertexIndices = [0, 1, 2]
         point3f[] points = [(-1, -1, 3), (1, -1, 3), (0, 1, 3)]
     }
-    def BasisCurves "Wire"
+    def NurbsCurves "Wire"
     {
     }
     def PointInstancer "Many"
@@ -303,7 +303,7 @@ def Mesh "M"
         self.good("info", self.at / "bad.usda")
 
     def test_a_broken_reference_is_said_once_and_the_rest_is_shown(self):
-        text = SCENE.replace('def BasisCurves "Wire"\n', 'def "Lost" ( references = @./lost.usda@ )\n')
+        text = SCENE.replace('def NurbsCurves "Wire"\n', 'def "Lost" ( references = @./lost.usda@ )\n')
         (self.at / "lost_arc.usda").write_text(text)
         done = self.render_small(self.at / "lost_arc.usda")
         self.assertEqual(len(re.findall("lost.usda@|lost.usda'|/lost.usda", done.stderr)) > 0, True, done.stderr)
@@ -406,7 +406,7 @@ class Pictures(Case):
 
     def test_what_cannot_be_shown_is_counted_in_one_line(self):
         done = self.good("render", self.scene, "-o", self.at / "a.exr", "--size", "16x9")
-        self.assertEqual(done.stderr, "vela render: note: left out: 1 subdivision surface shown as its control mesh, 1 BasisCurves\n")
+        self.assertEqual(done.stderr, "vela render: note: left out: 1 subdivision surface shown as its control mesh, 1 NurbsCurves\n")
         self.assertEqual(done.stdout, "")
 
     def test_the_png_has_the_colours_of_the_scene_evenly_lit(self):
@@ -1026,13 +1026,13 @@ class LeftOut(Case):
         self.assertEqual(run("pick", self.scene, "--pixel", "16,9", *self.PICTURE[:2]).stderr, "")
 
     def test_strict_turns_what_is_said_into_3_and_does_the_work(self):
-        self.scene_of('def Cube "C" { }\ndef BasisCurves "W" { }')
+        self.scene_of('def Cube "C" { }\ndef NurbsCurves "W" { }')
         for verb in (["render", "-o", self.at / "a.exr", *self.PICTURE], ["pick", "--ray", "0,0,9,0,0,-1"],
                      ["select", "--rect", "0,0,31,17", "--size", "32x18", "-o", self.at / "a.sel"]):
             for level in ([], ["--log-level", "error"], ["--log-level", "quiet"]):
                 done = run(verb[0], self.scene, *verb[1:], "--strict", *level)
                 self.assertEqual(done.returncode, 3, done.stderr)
-                self.assertEqual(done.stderr, "" if level else f"vela {verb[0]}: note: left out: 1 BasisCurves\n")
+                self.assertEqual(done.stderr, "" if level else f"vela {verb[0]}: note: left out: 1 NurbsCurves\n")
                 self.assertEqual(self.good(verb[0], self.scene, *verb[1:]).stdout, done.stdout)
         self.assertTrue((self.at / "a.exr").exists() and (self.at / "a.sel").exists())
         # What is worse stays worse; what is whole is whole.
@@ -1041,7 +1041,7 @@ class LeftOut(Case):
         self.good("pick", self.scene, "--ray", "0,0,9,0,0,-1", "--strict")
 
     def test_levels_keep_lines_back(self):
-        self.scene_of('def BasisCurves "W" { }')
+        self.scene_of('def NurbsCurves "W" { }')
         for level, count in ((None, 2), ("verbose", 2), ("message", 2), ("warning", 1), ("error", 0), ("quiet", 0)):
             for options, variables in (([] if level is None else ["--log-level", level], {}),
                                        ([], {} if level is None else {"HALDEN_LOG_LEVEL": level})):
@@ -1311,10 +1311,27 @@ class NothingFound(Case):
 
 
 class Facts(Case):
+    def test_curves_and_points_are_listed_and_picked(self):
+        scene = self.at / "curves.usda"
+        scene.write_text('#usda 1.0\ndef BasisCurves "Hair"\n{\n uniform token type = "linear"\n int[] curveVertexCounts = [2, 2]\n'
+                         ' point3f[] points = [(0, 0, 0), (4, 0, 0), (0, 2, 0), (4, 2, 0)]\n float[] widths = [1]\n}\n'
+                         'def Points "Dust"\n{\n point3f[] points = [(9, 9, 0), (9, 5, 0)]\n float[] widths = [1, -1]\n}\n')
+        facts = json.loads(self.good("info", scene, "--json").stdout)
+        self.assertEqual(facts["curves"], [
+            {"path": "/Hair", "type": "BasisCurves", "points": 4, "curves": 2, "purpose": "default", "visible": True},
+            {"path": "/Dust", "type": "Points", "points": 2, "curves": 2, "purpose": "default", "visible": True}])
+        self.assertIn("Curves and points: 2, with 4 curves and balls of 6 points\n", self.good("info", scene).stdout)
+        self.assertNotIn("curves", json.loads(self.good("info", self.scene, "--json").stdout))
+        done = self.good("pick", scene, "--ray", "1,2,9,0,0,-1", "--json")
+        hit = json.loads(done.stdout)
+        self.assertEqual((hit["prim"], hit["face"], hit["distance"], hit["normal"]), ("/Hair", 1, 8.5, [0, 0, 1]))
+        self.assertEqual(done.stderr, "vela pick: note: left out: 1 curve or point that cannot be used\n")
+        self.assertIn("/Dust", self.good("explain", scene, "--ray", "9,9,9,0,0,-1").stdout)
+
     def test_info_has_metadata_types_meshes_and_cameras(self):
         facts = json.loads(self.good("info", self.scene, "--json").stdout)
         self.assertEqual((facts["upAxis"], facts["metersPerUnit"], facts["timeCodes"], facts["defaultPrim"]), ("Z", 1, [1, 10], "World"))
-        self.assertEqual(facts["primsByType"], {"BasisCurves": 1, "Camera": 2, "Mesh": 5, "PointInstancer": 1, "Xform": 2})
+        self.assertEqual(facts["primsByType"], {"NurbsCurves": 1, "Camera": 2, "Mesh": 5, "PointInstancer": 1, "Xform": 2})
         shell = next(m for m in facts["meshes"] if m["path"] == "/World/Box/Shell")
         self.assertEqual((shell["points"], shell["faces"], shell["triangles"], shell["subdivisionScheme"]), (8, 6, 12, "none"))
         hidden = next(m for m in facts["meshes"] if m["path"] == "/World/Hidden")

@@ -20,6 +20,7 @@
 #include "ovo/Stage.h"
 #include "tarn/Constants.h"
 #include "vela/look/PreviewMaterial.h"
+#include "vela/scene/CurvePrims.h"
 #include "vela/scene/MaterialBinding.h"
 #include "vela/scene/ScenePrims.h"
 #include "vela/scene/SceneSummary.h"
@@ -69,6 +70,21 @@ InfoReport::MeshFacts factsOf(const ovo::MeshPrim& prim, double time) {
   for (auto count = counts.cbegin(); count != counts.cend(); ++count)
     if (*count > 2) facts.triangles += static_cast<std::size_t>(*count) - 2;
   facts.subdivision = prim.getSubdivisionScheme().asString();
+  facts.purpose = prim.purpose().asString();
+  facts.visible = prim.isVisible(time);
+  return facts;
+}
+
+InfoReport::CurveFacts curveFactsOf(const ovo::Prim& prim, double time) {
+  InfoReport::CurveFacts facts;
+  ovo::Array<tarn::Vec3f> points;
+  ovo::Array<int> counts;
+  prim.getAttr(ovo::Token("points")).get(points, time);
+  prim.getAttr(ovo::Token("curveVertexCounts")).get(counts, time);
+  facts.path = prim.getPath().asString();
+  facts.type = prim.getTypeName().asString();
+  facts.points = points.size();
+  facts.curves = facts.type == "Points" ? points.size() : counts.size();
   facts.purpose = prim.purpose().asString();
   facts.visible = prim.isVisible(time);
   return facts;
@@ -159,6 +175,8 @@ InfoReport gather(const ovo::Stage& stage, const std::string& file, const InfoOp
         ++report.primsByType[type.empty() ? "(none)" : type];
         if (const ovo::MeshPrim mesh(prim); mesh.isValid())
           report.meshes.push_back(factsOf(mesh, options.time));
+        if (vela::scene::isCurvesType(prim.getTypeName()))
+          report.curves.push_back(curveFactsOf(prim, options.time));
         if (hasSurface(type)) materials.add(prim, options.time, report.materials);
         if (const ovo::CameraPrim camera(prim); camera.isValid())
           report.cameras.push_back(factsOf(camera, options.time, report.metersPerUnit));
@@ -276,6 +294,26 @@ void print(const InfoReport& report) {
   }
   if (report.meshes.size() > kMostMeshes)
     std::printf("  ... and %zu more: --json lists all\n", report.meshes.size() - kMostMeshes);
+
+  if (!report.curves.empty()) {
+    std::size_t curves = 0, controls = 0;
+    for (const InfoReport::CurveFacts& set : report.curves) {
+      controls += set.points;
+      curves += set.curves;
+    }
+    std::printf("\nCurves and points: %zu, with %zu curves and balls of %zu points\n",
+                report.curves.size(), curves, controls);
+    std::printf("    points    curves\n");
+    for (std::size_t i = 0; i < std::min(report.curves.size(), kMostMeshes); ++i) {
+      const InfoReport::CurveFacts& set = report.curves[i];
+      std::printf("  %8zu  %8zu  %s (%s)%s%s\n", set.points, set.curves, set.path.c_str(),
+                  set.type.c_str(),
+                  set.purpose == "default" ? "" : (" (" + set.purpose + ")").c_str(),
+                  set.visible ? "" : " (invisible)");
+    }
+    if (report.curves.size() > kMostMeshes)
+      std::printf("  ... and %zu more: --json lists all\n", report.curves.size() - kMostMeshes);
+  }
 
   if (!report.materials.empty()) {
     std::printf("\nMaterials: %zu\n", report.materials.size());

@@ -159,6 +159,14 @@ Json infoObject(const InfoReport& report) {
                               {"subdivisionScheme", mesh.subdivision},
                               {"purpose", mesh.purpose},
                               {"visible", mesh.visible}});
+  if (!report.curves.empty()) json["curves"] = Json::array();
+  for (const InfoReport::CurveFacts& set : report.curves)
+    json["curves"].push_back({{"path", set.path},
+                              {"type", set.type},
+                              {"points", set.points},
+                              {"curves", set.curves},
+                              {"purpose", set.purpose},
+                              {"visible", set.visible}});
   json["cameras"] = Json::array();
   for (const InfoReport::CameraFacts& camera : report.cameras) {
     Json entry = {{"path", camera.path},

@@ -37,6 +37,12 @@ struct InfoReport {
     std::size_t points = 0, faces = 0, triangles = 0;
     bool visible = true;
   };
+  struct CurveFacts {
+    std::string path, type, purpose;
+    std::size_t curves = 0;  ///< or points, where the type is Points
+    std::size_t points = 0;  ///< control points
+    bool visible = true;
+  };
   struct CameraFacts {
     std::string path;
     bool perspective = true;
@@ -64,6 +70,7 @@ struct InfoReport {
   std::vector<std::string> problems;
   std::map<std::string, std::size_t> primsByType;
   std::vector<MeshFacts> meshes;
+  std::vector<CurveFacts> curves;
   std::vector<CameraFacts> cameras;
   std::vector<MaterialFacts> materials;
   vela::scene::SceneSummary summary;

@@ -8,6 +8,7 @@
 
 #include "ovo/Tokens.h"
 #include "tarn/Box3.h"
+#include "vela/scene/CurvePrims.h"
 #include "vela/scene/RayCaster.h"
 #include "vela/scene/SceneExtent.h"
 #include "vela/scene/ScenePrims.h"
@@ -94,15 +95,13 @@ bool isFinite(const tarn::Vec3f& v) {
   return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
 }
 
-tarn::Box3d boxOf(const Shape& shape) {
-  tarn::Box3d box;
-  for (const tarn::Vec3f& point : shape.points.view())
-    if (isFinite(point)) box.extendBy(tarn::Vec3d(point));
-  return box;
-}
-
-// Whether any face has an area: one of the triangles between its first corner and two neighbours.
+// Whether any face has an area: one of the triangles between its first corner and two neighbours;
+// or any tube a width.
 bool hasArea(const Shape& shape) {
+  if (shape.tubes) {
+    const auto radii = shape.tubes->radii.view();
+    return std::any_of(radii.begin(), radii.end(), [](float r) { return r > 0.0f; });
+  }
   const auto points = shape.points.view();
   const auto indices = shape.indices.view();
   std::size_t at = 0;

@@ -31,7 +31,10 @@ class ExplainRay : public testing::Test {
       "2]\n"
       " point3f[] points = [(-1, -1, -4), (1, -1, -4), (1, 1, -4)]\n"
       " uniform token subdivisionScheme = \"none\"\n}\n"
-      "def BasisCurves \"Wire\"\n{\n}\n");
+      "def NurbsCurves \"Wire\"\n{\n}\n"
+      "def BasisCurves \"Hair\"\n{\n uniform token type = \"linear\"\n"
+      " int[] curveVertexCounts = [2, 2]\n float[] widths = [0.5]\n"
+      " point3f[] points = [(-9, 9, -5), (9, 9, -5), (-9, 0.5, -5), (9, 0.5, -5)]\n}\n");
   WorldRay ray_;
 
   void SetUp() override {
@@ -58,6 +61,7 @@ TEST_F(ExplainRay, EachMeshHasItsReasonByBothEngines) {
       {"/H5", "|behind|behind"},           {"/Box", "|behind|not taken"},
       {"/Flat", "|degenerate|degenerate"}, {"/Empty", "|degenerate|degenerate"},
       {"/Corner", "|missed|missed"},       {"/Aside", "not listed"},
+      {"/Hair", "|behind|not taken"},
   };
   for (const auto& [name, words] : expected) EXPECT_EQ(told(filter, name.c_str()), words) << name;
   EXPECT_EQ(told(filter, "/Aside", true), "|culled|culled");
@@ -94,6 +98,11 @@ TEST_F(ExplainRay, ItemsComeByDistanceWithTheirFaces) {
   EXPECT_NEAR(why.items[0].tracer.distance, 11.0, 1e-6);
   EXPECT_EQ(why.items[0].tracer.face, 0);
   EXPECT_EQ(why.culled, 1u);
+  // A curve is a face.
+  for (const RayItem& item : why.items)
+    if (item.name == "/Hair") {
+      EXPECT_EQ(item.tracer.face, 1);
+    }
   ASSERT_EQ(why.withoutFaces.size(), 1u);
   EXPECT_EQ(why.withoutFaces[0], "/Wire");
 }

@@ -11,6 +11,7 @@
 #include "ovo/Tokens.h"
 #include "vela/look/LightSource.h"
 #include "vela/look/PreviewMaterial.h"
+#include "vela/scene/CurvePrims.h"
 #include "vela/scene/SceneLights.h"
 #include "vela/scene/ScenePrims.h"
 
@@ -70,6 +71,23 @@ Keys drawModes(const ovo::Prim& prim, double time) {
                                                                  : Keys();
 }
 
+// Curves and points that the scene has turned towards somewhere: pictures have them round.
+
+Keys withNormals(const ovo::Prim& prim, const ovo::Token& type, double time) {
+  if (prim.getTypeName() != type) return {};
+  const ovo::Primvar normals = prim.getPrimvar(ovo::tokens().normals);
+  ovo::Array<tarn::Vec3f> values;
+  const bool hasAny =
+      normals.isValid() && normals.computeFlattened(values, time) && !values.empty();
+  return hasAny ? Keys{prim.getPath().asString()} : Keys();
+}
+Keys ribbons(const ovo::Prim& prim, double time) {
+  return withNormals(prim, ovo::tokens().BasisCurves, time);
+}
+Keys disks(const ovo::Prim& prim, double time) {
+  return withNormals(prim, ovo::tokens().Points, time);
+}
+
 // What the picture's camera is set to.
 
 bool hasDepthOfField(const ovo::CameraParameters& camera) {
@@ -112,6 +130,8 @@ constexpr Row kRows[] = {
     {{"material", "materials", LeftOutConcern::look}, materials, nullptr, isNoPreviewMaterial},
     {{"prim with opacity", "prims with opacity", LeftOutConcern::look}, opacities},
     {{"draw mode", "draw modes", LeftOutConcern::shape}, drawModes},
+    {{"ribbon shown as a tube", "ribbons shown as tubes", LeftOutConcern::shape}, ribbons},
+    {{"set of disks shown as balls", "sets of disks shown as balls", LeftOutConcern::shape}, disks},
     {{"depth of field", "depth of field", LeftOutConcern::camera},
      nullptr,
      hasDepthOfField,
@@ -147,6 +167,24 @@ LeftOut controlMeshes(const MeshList& list) {
   found.what = found.count == 1 ? "subdivision surface shown as its control mesh"
                                 : "subdivision surfaces shown as their control meshes";
   return found;
+}
+
+// Curves and points that are out, and those that got a width of their own making.
+void addTubes(const MeshList& list, std::vector<LeftOut>& all) {
+  LeftOut broken, thin;
+  for (const Shape& shape : list.shapes) {
+    if (!shape.tubes) continue;
+    const std::string path = shape.prim.getPath().asString();
+    if (shape.tubes->broken > 0 && broken.count == 0) broken.first = path;
+    broken.count += shape.tubes->broken;
+    if (!shape.tubes->hasWidths && !shape.points.empty() && thin.count++ == 0) thin.first = path;
+  }
+  broken.what = broken.count == 1 ? "curve or point that cannot be used"
+                                  : "curves or points that cannot be used";
+  thin.what = thin.count == 1 ? "set of curves or points without widths"
+                              : "sets of curves or points without widths";
+  if (broken.count > 0) all.push_back(broken);
+  if (thin.count > 0) all.push_back(thin);
 }
 
 }  // namespace
@@ -222,6 +260,7 @@ std::vector<LeftOut> findLeftOut(const ovo::Stage& stage, const MeshList& list,
   // Of a refined list those that stayed unrefined stand with their reasons in MeshList::notRefined.
   if (LeftOut meshes = controlMeshes(list); meshes.count > 0 && filter.subdivisionLevel == 0)
     all.push_back(meshes);
+  addTubes(list, all);
   for (const auto& [type, count] : list.notShown) all.push_back({type, count, "", {}});
   return all;
 }

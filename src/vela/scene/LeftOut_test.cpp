@@ -128,8 +128,8 @@ def RenderSettings "Whole" { float4 dataWindowNDC = (0, 0, 1, 1) }
 
 TEST(LeftOut, ControlMeshesAndShapesWithoutFacesComeLast) {
   const std::string scene = R"(def PortalLight "Way" { }
-def BasisCurves "Hair" { }
-def Points "Dust" { }
+def NurbsCurves "Hair" { }
+def TetMesh "Dust" { }
 def Mesh "A" { }
 def Mesh "B" {
   int[] faceVertexCounts = [3]
@@ -138,11 +138,37 @@ def Mesh "B" {
 }
 )";
   EXPECT_EQ(found(scene),
-            "1 light, 2 subdivision surfaces shown as their control meshes, 1 BasisCurves, "
-            "1 Points");
+            "1 light, 2 subdivision surfaces shown as their control meshes, 1 NurbsCurves, "
+            "1 TetMesh");
   MeshFilter refined;
   refined.subdivisionLevel = 1;
-  EXPECT_EQ(found(scene, refined), "1 light, 1 BasisCurves, 1 Points");
+  EXPECT_EQ(found(scene, refined), "1 light, 1 NurbsCurves, 1 TetMesh");
+}
+
+TEST(LeftOut, CurvesAndPointsThatShowOtherwiseThanMeantAreCounted) {
+  EXPECT_EQ(found(R"(def BasisCurves "Bad" {
+  int[] curveVertexCounts = [5, 4, -2]
+  point3f[] points = [(0, 0, 0), (1, 0, 0), (2, 0, 0), (3, 0, 0), (4, 0, 0)]
+  float[] widths = [1]
+}
+def BasisCurves "Ribbon" {
+  uniform token type = "linear"
+  int[] curveVertexCounts = [2]
+  point3f[] points = [(0, 0, 0), (1, 0, 0)]
+  normal3f[] normals = [(0, 0, 1), (0, 0, 1)]
+  float[] widths = [1]
+}
+def Points "Dust" {
+  point3f[] points = [(0, 0, 0), (1, 0, 0), (2, 0, 0)]
+  float[] widths = [0, nan, -1]
+  normal3f[] normals = [(0, 0, 1), (0, 0, 1), (0, 0, 1)]
+}
+def Points "Thin" { point3f[] points = [(0, 0, 0), (1, 0, 0)] }
+def Points "None" { }
+def BasisCurves "Void" { }
+)"),
+            "1 ribbon shown as a tube, 1 set of disks shown as balls, "
+            "5 curves or points that cannot be used, 1 set of curves or points without widths");
 }
 
 TEST(LeftOut, EachKindOfTheTableHasWordsForOneAndMany) {

@@ -32,7 +32,8 @@ class VELA_API ObjectSpace {
   [[nodiscard]] tarn::Vec3f point(const SurfaceHit& hit) const;
   /// The same, for questions to the shape's surface.
   [[nodiscard]] SurfacePoint surfacePoint(const SurfaceHit& hit) const {
-    return {hit.face, point(hit)};
+    if (!hit.hasCorners) return {hit.face, point(hit)};
+    return {hit.face, point(hit), hit.points[0], hit.points[1], hit.u};
   }
   /// The unit normal in the world of one in this space.
   [[nodiscard]] tarn::Vec3f worldNormal(const tarn::Vec3f& objectNormal) const;

@@ -4,6 +4,7 @@
 
 #include "ovo/Faces.h"
 #include "tarn/Span.h"
+#include "vela/scene/CurvePrims.h"
 #include "vela/scene/PixelFinder.h"
 
 namespace vela::scene {
@@ -42,31 +43,50 @@ bool isInside(const PixelRect& rect, const Vec2d& pixel) {
 // Of the faces met, the points that lie within the rectangle. False when there are none.
 bool addVertices(GeoSelection& selection, const MeshEntry& entry, const Shape& shape,
                  const std::vector<bool>& faces, const PixelRect& rect, const PixelFinder& finder) {
+  const auto isPicked = [&](const Vec3f& point) {
+    Vec2d pixel;
+    return finder.find(entry.worldFromObject.transformPoint(Vec3d(point)), pixel) &&
+           isInside(rect, pixel);
+  };
+  const auto chooseAll = [&](const std::vector<std::size_t>& chosen, std::size_t size) {
+    if (chosen.empty()) return false;
+    WeightedPartSelection& part =
+        selection.getWritablePartSelection(entry.prim.getPath(), Selection::vertices);
+    for (const std::size_t point : chosen) choose(part, size, point);
+    return true;
+  };
+  std::vector<std::size_t> chosen;
+
+  // The control points of curves.
+  if (const Tubes* tubes = shape.tubes.get()) {
+    std::size_t begin = 0;
+    const auto curves = tubes->sceneCounts.view();
+    const std::size_t numPoints = tubes->scenePoints.size();
+    for (std::size_t c = 0; c < curves.size(); ++c) {
+      const auto count = static_cast<std::size_t>(std::max(curves[c], 0));
+      if (count > numPoints - begin) break;
+      if (c < faces.size() && faces[c])
+        for (std::size_t p = begin; p < begin + count; ++p)
+          if (isPicked(tubes->scenePoints.view()[p])) chosen.push_back(p);
+      begin += count;
+    }
+    return chooseAll(chosen, numPoints);
+  }
+
   // The scene's own faces and points; those of a refined mesh lie where refinement has put them.
   const Refinement* from = shape.refinement.get();
   const ovo::Array<int>&counts = from ? from->counts : shape.counts,
         &indices = from ? from->indices : shape.indices;
   const tarn::Span<const Vec3f> points = shape.points.view();
 
-  std::vector<std::size_t> chosen;
   for (const ovo::Face face : ovo::Faces(counts, indices)) {
     if (face.index() >= faces.size() || !faces[face.index()]) continue;
     for (const int point : face) {  // a face that was hit has usable indices
       const int shown = from ? from->refinedPointOf.view()[point] : point;
-      Vec2d pixel;
-      if (shown >= 0 &&
-          finder.find(entry.worldFromObject.transformPoint(Vec3d(points[shown])), pixel) &&
-          isInside(rect, pixel))
-        chosen.push_back(static_cast<std::size_t>(point));
+      if (shown >= 0 && isPicked(points[shown])) chosen.push_back(static_cast<std::size_t>(point));
     }
   }
-  if (chosen.empty()) return false;
-
-  const std::size_t size = from ? from->points.size() : shape.points.size();
-  WeightedPartSelection& part =
-      selection.getWritablePartSelection(entry.prim.getPath(), Selection::vertices);
-  for (const std::size_t point : chosen) choose(part, size, point);
-  return true;
+  return chooseAll(chosen, from ? from->points.size() : shape.points.size());
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "tarn/Box3.h"
 #include "tarn/Ray.h"
 #include "vela/intersect/HitDetect.h"
+#include "vela/scene/CurvePrims.h"
 #include "vela/scene/detail/EntriesAlong.h"
 #include "vela/trace/SceneTracer.h"
 
@@ -81,7 +82,9 @@ class TracerCaster final : public detail::LocalCaster {
     numbers.reserve(list.shapes.size());
     for (const Shape& shape : list.shapes) {
       if (work.isStopped()) return false;
-      numbers.push_back(tracer_.addMesh(shape.points, shape.counts, shape.indices));
+      numbers.push_back(shape.tubes
+                            ? tracer_.addTubes(shape.points, shape.tubes->radii, shape.counts)
+                            : tracer_.addMesh(shape.points, shape.counts, shape.indices));
     }
     const auto place = [&](SceneTracer& tracer, std::size_t i) {
       const MeshEntry& entry = list.entries[i];
@@ -171,12 +174,7 @@ class TracerCaster final : public detail::LocalCaster {
     // Points that are not finite are never hit.
     std::vector<Box3d> shapeBoxes;
     shapeBoxes.reserve(list.shapes.size());
-    for (const Shape& shape : list.shapes) {
-      Box3d box;
-      for (const Vec3f& p : shape.points)
-        if (isFinite(p)) box.extendBy(Vec3d(p));
-      shapeBoxes.push_back(box);
-    }
+    for (const Shape& shape : list.shapes) shapeBoxes.push_back(boxOf(shape));
     const Mat4d localFromWorld = makeLocalFromWorld();
     std::vector<Box3f> boxes;
     boxes.reserve(entries_);

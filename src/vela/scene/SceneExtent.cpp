@@ -7,6 +7,8 @@
 #include <limits>
 #include <optional>
 
+#include "vela/scene/CurvePrims.h"
+
 namespace vela::scene {
 
 using tarn::Vec3d;
@@ -38,6 +40,39 @@ Extent extentOf(const MeshList& list, const Work& work) {
     }
   };
 
+  // The balls about the points of tubes, which become ellipsoids in the world. Along a direction
+  // one reaches as far as its matrix is long there.
+  const auto addTubes = [&](const MeshEntry& entry, const Shape& shape) {
+    const tarn::Mat4d& m = entry.worldFromObject;
+    const auto reached = [&](const Vec3d& direction) {
+      Vec3d local;
+      for (std::size_t c = 0; c < 3; ++c)
+        local[c] = m[4 * c] * direction.x + m[4 * c + 1] * direction.y + m[4 * c + 2] * direction.z;
+      const double length = local.length();
+      return length > 0.0 ? m.transformVector(local / length) : Vec3d();
+    };
+    std::array<Vec3d, kDirections> reaches;
+    for (std::size_t d = 0; d < kDirections; ++d) reaches[d] = reached(directions[d]);
+    const Vec3d half(reached({1, 0, 0}).x, reached({0, 1, 0}).y, reached({0, 0, 1}).z);
+    const auto points = shape.points.view();
+    for (std::size_t i = 0; i < points.size(); ++i) {
+      const float radius = shape.tubes->radii.view()[i];
+      if (!isFinite(points[i]) || !(radius >= 0.0f)) continue;
+      const Vec3d world = m.transformPoint(Vec3d(points[i]));
+      const double r = static_cast<double>(radius);
+      if (!isFinite(world) || !isFinite(half * r)) continue;
+      extent.box.extendBy({world - half * r, world + half * r});
+      for (std::size_t d = 0; d < kDirections; ++d) {
+        const Vec3d point = world + reaches[d] * r;
+        const double along = dot(point, directions[d]);
+        if (along > reach[d]) {
+          reach[d] = along;
+          farthest[d] = point;
+        }
+      }
+    }
+  };
+
   std::vector<std::optional<tarn::Box3d>> boxes(list.shapes.size());
   for (std::size_t i = 0; i < list.entries.size(); ++i) {
     if (work.isStopped()) break;
@@ -45,17 +80,17 @@ Extent extentOf(const MeshList& list, const Work& work) {
     const MeshEntry& entry = list.entries[i];
     const ovo::Array<Vec3f>& points = list.shapes[entry.shape].points;
     if (entry.instance == kNoInstance) {
+      if (list.shapes[entry.shape].tubes) {
+        addTubes(entry, list.shapes[entry.shape]);
+        continue;
+      }
       for (const Vec3f& p : points)
         if (isFinite(p)) add(entry.worldFromObject.transformPoint(Vec3d(p)));
       continue;
     }
     // Instances are too many for all their points.
     std::optional<tarn::Box3d>& box = boxes[entry.shape];
-    if (!box) {
-      box.emplace();
-      for (const Vec3f& p : points)
-        if (isFinite(p)) box->extendBy(Vec3d(p));
-    }
+    if (!box) box = boxOf(list.shapes[entry.shape]);
     if (box->isEmpty()) continue;
     for (int corner = 0; corner < 8; ++corner)
       add(entry.worldFromObject.transformPoint({corner & 1 ? box->max.x : box->min.x,

@@ -81,12 +81,12 @@ TEST(SceneMeshes, InstancesAreNamedByTheirIndicesTheOutermostFirst) {
 }
 
 TEST(SceneMeshes, WhatCannotBeShownIsCountedByType) {
-  const auto stage = stageOf("def Points \"A\"\n{\n}\ndef Points \"B\"\n{\n}\n" +
+  const auto stage = stageOf("def TetMesh \"A\"\n{\n}\ndef TetMesh \"B\"\n{\n}\n" +
                              squareText("Square") + "def Volume \"C\"\n{\n}\n");
   const MeshList list = listMeshes(*stage, MeshFilter()).value();
   EXPECT_EQ(list.entries.size(), 1u);
   ASSERT_EQ(list.problems().size(), 2u);
-  EXPECT_EQ(list.problems()[0].text(), "Points: prims of this type cannot be shown");
+  EXPECT_EQ(list.problems()[0].text(), "TetMesh: prims of this type cannot be shown");
   EXPECT_EQ(list.problems()[0].count, 2u);
   EXPECT_EQ(list.problems()[1].subject, "Volume");
 }

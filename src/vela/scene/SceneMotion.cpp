@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "ovo/OpenOptions.h"
+#include "vela/scene/CurvePrims.h"
 #include "vela/scene/Refinement.h"
 
 namespace vela::scene {
@@ -20,13 +21,19 @@ bool hasSameBits(const ovo::Array<T>& a, const ovo::Array<T>& b) {
          (a.empty() || std::memcmp(a.cdata(), b.cdata(), a.size() * sizeof(T)) == 0);
 }
 
+// Points and counts are the shape's.
+bool areSameTubes(const Tubes* listed, const Tubes* then) {
+  return listed == then || (listed && then && hasSameBits(listed->radii, then->radii));
+}
+
 // Of a shape that is refined the control mesh counts.
 bool isSameShape(const Shape& listed, const Shape& then) {
   const Refinement* const refined = listed.refinement.get();
   return hasSameBits(refined ? refined->points : listed.points, then.points) &&
          hasSameBits(refined ? refined->counts : listed.counts, then.counts) &&
          hasSameBits(refined ? refined->indices : listed.indices, then.indices) &&
-         hasSameBits(listed.normals, then.normals) && listed.leftHanded == then.leftHanded;
+         hasSameBits(listed.normals, then.normals) && listed.leftHanded == then.leftHanded &&
+         areSameTubes(listed.tubes.get(), then.tubes.get());
 }
 
 bool isSameInstance(const Instance& a, const Instance& b) {

@@ -12,6 +12,7 @@
 
 #include "ovo/OpenOptions.h"
 #include "support/TextStage.h"
+#include "vela/scene/CurvePrims.h"
 #include "vela/scene/RayCaster.h"
 #include "vela/scene/SceneExtent.h"
 
@@ -61,6 +62,21 @@ TEST(SceneMotion, ShutterTimesAreTheMiddlesOfEqualParts) {
   EXPECT_TRUE(shutterTimes(camera, 10.0, 4).empty()) << "it closes before it opens";
   camera.shutterClose = std::numeric_limits<double>::infinity();
   EXPECT_TRUE(shutterTimes(camera, 10.0, 4).empty());
+}
+
+TEST(SceneMotion, CurvesMoveWhereTheirPointsOrWidthsChange) {
+  const auto dots = [](const char* name, const std::string& points, const std::string& widths) {
+    return std::string("def Points \"") + name + "\"\n{\n point3f[] points" + points +
+           "\n float[] widths" + widths + "\n}\n";
+  };
+  const Moved moved(
+      dots("Still", " = [(0, 0, 0)]", " = [1]") +
+          dots("Grows", " = [(5, 0, 0)]", ".timeSamples = { 0: [1], 1: [3] }") +
+          dots("Slides", ".timeSamples = { 0: [(0, 5, 0)], 1: [(4, 5, 0)] }", " = [1]"),
+      {0.5});
+  EXPECT_EQ(moved.motion.moves, (std::vector<bool>{false, true, true}));
+  EXPECT_EQ(moved.list.shapes[moved.entry(0, 0).shape].tubes->radii[0], 1.0f);
+  EXPECT_EQ(moved.list.shapes[moved.entry(0, 1).shape].points[0].x, 2.0f);
 }
 
 TEST(SceneMotion, OnlyWhatMovesIsThereAtEachMoment) {

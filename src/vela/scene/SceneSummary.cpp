@@ -1,6 +1,5 @@
 #include "vela/scene/SceneSummary.h"
 
-#include <cmath>
 #include <map>
 #include <unordered_map>
 
@@ -32,13 +31,7 @@ ovo::Path placeOf(const MeshList& list, const MeshEntry& entry) {
 // The box of each shape in its own space; points that are not finite do not count.
 std::vector<tarn::Box3d> boxesOfShapes(const MeshList& list) {
   std::vector<tarn::Box3d> boxes;
-  for (const Shape& shape : list.shapes) {
-    tarn::Box3d box;
-    for (const tarn::Vec3f& point : shape.points.view())
-      if (std::isfinite(point.x) && std::isfinite(point.y) && std::isfinite(point.z))
-        box.extendBy(tarn::Vec3d(point));
-    boxes.push_back(box);
-  }
+  for (const Shape& shape : list.shapes) boxes.push_back(boxOf(shape));
   return boxes;
 }
 

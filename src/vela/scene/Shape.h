@@ -1,5 +1,5 @@
 /// \file
-/// A mesh as it is at one time, refined or not.
+/// A mesh as it is at one time, refined or not; or a set of curves or points.
 #pragma once
 
 #include <cstddef>
@@ -8,6 +8,7 @@
 #include "ovo/Array.h"
 #include "ovo/MeshPrim.h"
 #include "ovo/Token.h"
+#include "tarn/Box3.h"
 #include "tarn/Vec.h"
 #include "vela/Api.h"
 
@@ -25,10 +26,13 @@ struct Refinement {
   ovo::Token colourInterpolation;   ///< of the refined mesh; empty without colours
 };
 
-/// The mesh of a prim at a time, or one that is made for a shape prim. Many entries of a scene may
-/// share it. The arrays are as the scene has them and may contradict each other.
+struct Tubes;  // CurvePrims.h
+
+/// The mesh of a prim at a time, or one that is made for a shape prim, or the tubes of curves or
+/// points. Many entries of a scene may share it. The arrays are as the scene has them and may
+/// contradict each other.
 struct Shape {
-  ovo::MeshPrim prim;  ///< the prim that it comes from; not valid for the mesh of a shape prim
+  ovo::MeshPrim prim;  ///< the prim that it comes from; not valid where that is no mesh
   ovo::Array<tarn::Vec3f> points;
   ovo::Array<int> counts, indices;
   /// Of a shape prim's mesh: one a face-vertex. Empty where the prim says what the normals are.
@@ -36,11 +40,16 @@ struct Shape {
   bool leftHanded = false;
   std::shared_ptr<const Refinement> refinement = nullptr;  ///< null: the mesh as the scene has it
 
+  std::shared_ptr<const Tubes> tubes = nullptr;  ///< of curves or points; null: a mesh
+
   /// The scene's index of a face: of a refined one that of the control face it is part of.
   [[nodiscard]] int sceneFace(int face) const {
     return refinement ? refinement->sourceFaces.view()[static_cast<std::size_t>(face)] : face;
   }
 };
+
+/// The box of a shape's finite points, in its own space, tubes with their radii. Empty without one.
+[[nodiscard]] VELA_API tarn::Box3d boxOf(const Shape& shape);
 
 /// The mesh of a prim at the time, unrefined.
 [[nodiscard]] VELA_API Shape readShape(const ovo::MeshPrim& prim, double time);

@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <limits>
 
 #include "ovo/Faces.h"
 #include "ovo/Tokens.h"
 #include "tarn/Area.h"
 #include "tarn/Span.h"
+#include "vela/scene/CurvePrims.h"
 #include "vela/scene/Refinement.h"
 
 namespace vela::scene {
@@ -27,6 +29,11 @@ Surface::Surface(const Shape& shape, double time, bool smooth) : shape_(shape), 
   starts_.reserve(shape_.counts.size());
   for (const ovo::Face corners : ovo::Faces(shape_.counts, shape_.indices))
     starts_.push_back(corners.firstVertex());
+
+  if (shape.tubes) {
+    readTubes();
+    return;
+  }
 
   // A refined mesh has colours of its own, and none of the normals that the scene has for the
   // unrefined one.
@@ -58,7 +65,17 @@ Surface::Surface(const Shape& shape, double time, bool smooth) : shape_(shape), 
     smoothNormals();
 }
 
+// The normals of tubes are the tracer's: they are round.
+void Surface::readTubes() {
+  const ovo::Primvar colour = shape_.prim.findInheritedPrimvar(ovo::tokens().displayColor);
+  if (!colour.isValid() || !colour.computeFlattened(colours_.values, time_)) return;
+  const ovo::Token interpolation = colour.interpolation();
+  if (carryOverTubes(*shape_.tubes, interpolation, colours_.values))
+    colours_.spread = spreadOf(interpolation, colours_.values.size());
+}
+
 std::size_t Surface::triangleCount() const {
+  if (shape_.tubes) return 0;
   std::size_t triangles = 0;
   for (const int count : shape_.counts.view())
     if (count > 2) triangles += static_cast<std::size_t>(count) - 2;
@@ -71,6 +88,10 @@ Surface::Spread Surface::spreadOf(const ovo::Token& interpolation, std::size_t c
   const ovo::Tokens& names = ovo::tokens();
   if (count == 0) return Spread::none;
   if (interpolation == names.constant) return Spread::constant;
+  // To the scene a set of points is one element, each of them a vertex.
+  if (shape_.tubes && shape_.tubes->arePoints && interpolation == names.uniform)
+    return Spread::constant;
+  if (shape_.tubes && interpolation == names.faceVarying) return Spread::none;
   if (interpolation == names.uniform)
     return count >= shape_.counts.size() ? Spread::face : Spread::none;
   if (interpolation == names.vertex || interpolation == names.varying)
@@ -85,6 +106,13 @@ Vec3f Surface::at(const Values& values, const SurfacePoint& point) const {
   const Vec3f* data = values.values.cdata();
   if (values.spread == Spread::constant) return data[0];
   if (values.spread == Spread::face) return data[f];
+  if (shape_.tubes) {
+    findPiece(point);
+    const auto from = static_cast<std::size_t>(point.from_),
+               to = static_cast<std::size_t>(point.to_);
+    const double along = static_cast<double>(point.along_);
+    return Vec3f(Vec3d(data[from]) * (1.0 - along) + Vec3d(data[to]) * along);
+  }
 
   weigh(point);
   const double* weights = point.weights();
@@ -96,6 +124,34 @@ Vec3f Surface::at(const Values& values, const SurfacePoint& point) const {
                                                   : data[starts_[f] + i]) *
              weights[i];
   return Vec3f(sum);
+}
+
+// The piece of a tube that a point belongs to, where the hit does not say it: the one whose surface
+// is nearest, by the ball about the nearest point of its middle line.
+void Surface::findPiece(const SurfacePoint& point) const {
+  if (point.from_ >= 0) return;
+  const auto f = static_cast<std::size_t>(point.face());
+  const auto count = static_cast<std::size_t>(shape_.counts[f]);
+  const auto points = shape_.points.view();
+  const auto radii = shape_.tubes->radii.view();
+  const Vec3d p(point.objectPoint());
+  const auto first = static_cast<int>(starts_[f]);
+  point.from_ = point.to_ = first;
+  double nearest = std::numeric_limits<double>::infinity();
+  for (std::size_t k = 0; k + 1 < count; ++k) {
+    const std::size_t at = starts_[f] + k;
+    const Vec3d a(points[at]), axis = Vec3d(points[at + 1]) - a;
+    const double length = axis.lengthSquared();
+    const double along = length > 0.0 ? std::clamp(dot(p - a, axis) / length, 0.0, 1.0) : 0.0;
+    const double radius =
+        static_cast<double>(radii[at]) * (1.0 - along) + static_cast<double>(radii[at + 1]) * along;
+    const double distance = std::fabs((p - a - axis * along).length() - radius);
+    if (!(distance < nearest)) continue;
+    nearest = distance;
+    point.from_ = static_cast<int>(at);
+    point.to_ = point.from_ + 1;
+    point.along_ = static_cast<float>(along);
+  }
 }
 
 // Mean value coordinates, which add up to 1. The tracer's barycentrics would not do even for a
@@ -248,9 +304,12 @@ std::optional<std::size_t> Surface::addPrimvar(const ovo::Token& name, int compo
     return std::nullopt;
   const ovo::Token interpolation = from.interpolation();
   // The faces of a made mesh are not known to the scene.
-  if (!shape_.prim.isValid() && interpolation != ovo::tokens().constant) return std::nullopt;
+  if (!shape_.tubes && !shape_.prim.isValid() && interpolation != ovo::tokens().constant)
+    return std::nullopt;
   for (Values* values : {&read.head, &read.tail}) {
     if (values->values.empty()) continue;
+    if (shape_.tubes && !carryOverTubes(*shape_.tubes, interpolation, values->values))
+      return std::nullopt;
     if (shape_.refinement && !carryOverRefined(shape_, time_, interpolation, values->values))
       return std::nullopt;
     values->spread = spreadOf(interpolation, values->values.size());
@@ -289,14 +348,17 @@ void Surface::setSelection(bool whole, const std::vector<float>& faces,
   isSelected_ = whole;
   selectedFaces_ = faces;
   if (points.empty()) return;
-  const std::size_t count =
-      shape_.refinement ? shape_.refinement->points.size() : shape_.points.size();
+  const std::size_t count = shape_.tubes        ? shape_.tubes->scenePoints.size()
+                            : shape_.refinement ? shape_.refinement->points.size()
+                                                : shape_.points.size();
   selectedPoints_.values.assign(count, Vec3f());
   Vec3f* out = selectedPoints_.values.data();
   for (std::size_t i = 0; i < std::min(points.size(), count); ++i)
     out[i] = Vec3f(std::clamp(points[i], 0.0f, 1.0f));
   if (shape_.refinement)
     selectedPoints_.values = spreadOverRefinedPoints(shape_, time_, selectedPoints_.values);
+  if (shape_.tubes && !carryOverTubes(*shape_.tubes, ovo::tokens().vertex, selectedPoints_.values))
+    return;
   selectedPoints_.spread = Spread::point;
 }
 

@@ -25,6 +25,10 @@ namespace vela::scene {
 class SurfacePoint {
  public:
   SurfacePoint(int face, const tarn::Vec3f& objectPoint) : face_(face), objectPoint_(objectPoint) {}
+  /// On a tube: the two points of the piece that was hit, and how far between them, 0 to 1. Without
+  /// them the piece that is nearest to the point is looked for. Nothing else asks for them.
+  SurfacePoint(int face, const tarn::Vec3f& objectPoint, int from, int to, float along)
+      : face_(face), objectPoint_(objectPoint), from_(from), to_(to), along_(along) {}
 
   [[nodiscard]] int face() const noexcept { return face_; }
   [[nodiscard]] const tarn::Vec3f& objectPoint() const noexcept { return objectPoint_; }
@@ -43,6 +47,8 @@ class SurfacePoint {
 
   int face_;
   tarn::Vec3f objectPoint_;
+  mutable int from_ = -1, to_ = -1;
+  mutable float along_ = 0.0f;
   mutable std::size_t count_ = 0;  // 0: not weighed yet
   mutable std::array<double, 16> few_;
   mutable std::vector<double> many_;
@@ -54,6 +60,9 @@ class SurfacePoint {
 /// 25(4), 2006). These are the barycentric ones in a triangle, leave no seam along a quad's
 /// diagonal and hold for any polygon. Values whose number does not fit their interpolation are not
 /// used: which of them belongs where is not known.
+///
+/// On tubes values vary along the curve's middle line: vertex ones by its basis, varying ones in a
+/// straight line.
 ///
 /// Faces are those of the shape, refined ones when it is refined; points are in the object's space.
 /// A face must be one that a ray can hit: its indices are not checked again.
@@ -132,6 +141,8 @@ class VELA_API Surface {
   };
 
   void weigh(const SurfacePoint& point) const;
+  void findPiece(const SurfacePoint& point) const;
+  void readTubes();
 
   [[nodiscard]] Spread spreadOf(const ovo::Token& interpolation, std::size_t count) const;
   [[nodiscard]] tarn::Vec3f at(const Values& values, const SurfacePoint& point) const;

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "ovo/Tokens.h"
+#include "vela/scene/CurvePrims.h"
 
 namespace vela::scene::detail {
 
@@ -12,8 +13,8 @@ namespace {
 
 // Types that have a shape of their own but no polygons that a ray could be held against.
 bool hasShapeButNoFaces(const std::string& type) {
-  static const std::set<std::string> types = {
-      "Points", "BasisCurves", "NurbsCurves", "HermiteCurves", "NurbsPatch", "TetMesh", "Volume"};
+  static const std::set<std::string> types = {"NurbsCurves", "HermiteCurves", "NurbsPatch",
+                                              "TetMesh", "Volume"};
   return types.count(type) > 0;
 }
 
@@ -66,6 +67,9 @@ std::optional<std::uint32_t> ShapeReader::find(const ovo::Prim& prim) {
   } else if (MadeMesh made; shapePrims_.make(prim, filter_.time, made)) {
     shape = static_cast<std::uint32_t>(list_.shapes.size());
     list_.shapes.push_back({mesh, made.points, made.counts, made.indices, made.normals});
+  } else if (std::optional<Shape> curves = readCurves(prim, filter_.time)) {
+    shape = static_cast<std::uint32_t>(list_.shapes.size());
+    list_.shapes.push_back(*std::move(curves));
   } else if (hasShapeButNoFaces(prim.getTypeName().asString())) {
     ++list_.notShown[prim.getTypeName().asString()];
   }
