@@ -8,6 +8,7 @@ import filecmp
 import json
 import os
 import pathlib
+import re
 import shlex
 import signal
 import subprocess
@@ -256,6 +257,68 @@ class Farm(unittest.TestCase):
                 done = run(*words)
                 self.assertEqual(done.returncode, 2, done.stderr)
                 self.assertIn(text, done.stderr)
+
+    def test_what_an_engine_would_refuse_is_refused_before_it_is_written(self):
+        fit = ["submit", self.scene, "-o", self.at / "out/f.##.exr", "--job", self.at / "j.json", *SMALL]
+        squares = ",".join(str(i * i) for i in range(1, 400))
+        for words, text in ((("--frames", squares), "--frames: it makes a text of 2334 characters, and a job template has room for 1024"),
+                            (("--frames", "1", "--layers", ",".join(["depth"] * 300)), "--layers: it makes a text of 1799 characters"),
+                            (("--frames", "1", "--command", "x" * 1025), "--command: it makes a text of 1025 characters"),
+                            (("--frames", "1", "--camera", "/E\tye"), "--camera: it has a control character in it"),
+                            (("--frames", "1", "--camera", "/E\x7fye"), "--camera: it has a control character in it"),
+                            (("--frames", "1", "--camera", "/E\x85ye"), "--camera: it has a control character in it")):
+            with self.subTest(words=words):
+                done = run(*fit, *words)
+                self.assertEqual(done.returncode, 2, done.stderr)
+                self.assertEqual(len(done.stderr.splitlines()), 1, done.stderr)
+                self.assertIn(text, done.stderr)
+                self.assertFalse((self.at / "j.json").exists())
+        # What just fits is taken by the engine.
+        for words in (("--frames", "1", "--command", "\u00e4" * 1024), ("--frames", "1", "--exclude", "/a\nb")):
+            done = run(*fit, *words)
+            self.assertEqual(done.returncode, 0, done.stderr)
+            checked = engine("check", self.at / "j.json")
+            self.assertEqual(checked.returncode, 0, checked.stdout + checked.stderr)
+
+    def estimate(self, *more):
+        done = run("submit", self.scene, "--frames", "1-20", "-o", self.at / "out/f.####.exr", *SMALL, "--estimate", *more)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        return done.stdout
+
+    def test_an_estimate_is_told_for_several_numbers_of_machines_and_leaves_nothing(self):
+        before = set(pathlib.Path(tempfile.gettempdir()).glob("vela-estimate-*"))
+        text = self.estimate("--price", "2", "--bandwidth", "100", "--png", self.at / "out/f.####.png")
+        self.assertTrue(text.startswith("measured here on frames 1, 11, 20, with "), text)
+        tables = text.split("\n\n")[1:]
+        self.assertEqual([table.splitlines()[0] for table in tables], ["1 frame a task:", "in 2 bands a frame:"])
+        for table, most in zip(tables, (20, 40)):
+            rows = [re.findall(r"[\d.]+", line) for line in table.splitlines()[2:]]
+            self.assertEqual([(int(row[0]), int(row[1])) for row in rows], [(1, 1), (10, 10), (100, most), (1000, most)])
+            self.assertEqual(table.splitlines()[1].split(), ["machines", "busy", "time", "machine", "time", "cost"])
+        self.assertEqual(list((self.at / "out").iterdir()), [])
+        self.assertEqual(set(self.at.glob("*.json")), set())
+        self.assertLessEqual(set(pathlib.Path(tempfile.gettempdir()).glob("vela-estimate-*")) - before, set())
+
+    def test_an_estimate_counts_what_a_frame_writes_and_reads(self):
+        # Small frames are looked at whole: the bytes are those of the frames.
+        self.alone("1")
+        size = (self.at / "alone/f.0001.exr").stat().st_size
+        text = self.estimate("--machines", "3", "--tiles", "5")
+        self.assertAlmostEqual(float(re.search(r"([\d.]+) MB\n  a machine", text)[1]), size / 1e6, delta=0.011)
+        self.assertIn("in 5 bands a frame:", text)
+        self.assertNotIn("cost", text)
+
+    def test_an_estimate_that_is_asked_for_wrongly_is_refused(self):
+        fit = ["submit", self.scene, "--frames", "1-2", "-o", self.at / "out/f.##.exr", *SMALL]
+        for words, text in ((("--estimate", "--job", self.at / "j.json"), "--estimate"), (("--estimate", "--machines", "0"), "--machines"),
+                            (("--estimate", "--price", "free"), "--price"), (("--estimate", "--bandwidth", "0"), "--bandwidth"),
+                            (("--job", self.at / "j.json", "--price", "1"), "--price")):
+            with self.subTest(words=words):
+                done = run(*fit, *words)
+                self.assertEqual(done.returncode, 2, done.stdout + done.stderr)
+                self.assertEqual(len(done.stderr.splitlines()), 1, done.stderr)
+                self.assertIn(text, done.stderr)
+                self.assertFalse((self.at / "j.json").exists())
 
     ALL = ("--size", "32x18", "--samples", "4", "--layers", "rgba,depth,N,prim,face,material,crypto_object,crypto_asset")
 

@@ -274,20 +274,42 @@ bool readArguments(int count, char** arguments, SubmitOptions& options) {
     return true;
   }
   if (given.has("--folder")) throw failure(Message::onlyWith, {"--folder", "--check", "submit"});
+  options.estimates = given.has("--estimate");
+  if (options.estimates && given.has("--job"))
+    throw failure(Message::notTogether,
+                  {"--estimate", "--job", ": what a job takes is told before it is written"});
+  for (const char* needed : {"--machines", "--price", "--bandwidth"})
+    if (given.has(needed) && !options.estimates)
+      throw failure(Message::onlyWith, {needed, "--estimate", "submit"});
   for (const char* needed : {"--job", "--frames"})
-    if (!given.has(needed))
+    if (!given.has(needed) && !(options.estimates && needed == std::string("--job")))
       throw failure(Message::missingOption,
                     {needed == std::string("--job") ? "--job JOB.json" : needed, "submit"});
   options.job = given.text("--job");
   const std::string ending = ".json";
-  if (options.job.size() <= ending.size() ||
-      options.job.compare(options.job.size() - ending.size(), ending.size(), ending) != 0)
+  if (!options.estimates &&
+      (options.job.size() <= ending.size() ||
+       options.job.compare(options.job.size() - ending.size(), ending.size(), ending) != 0))
     throw failure(Message::badForm,
                   {"--job", options.job, "a name that ends in .json", "job.json"});
   if (given.has("--command")) options.command = given.text("--command");
   readInteger(given, "--chunk", 1, 1'000'000, options.chunk);
   readInteger(given, "--tiles", 1, 16384, options.tiles);
   readInteger(given, "--timeout", 1, 1'000'000'000, options.taskSeconds);
+  if (given.has("--machines")) {
+    options.machines.clear();
+    for (const std::string& number : splitList(given.text("--machines")))
+      options.machines.push_back(readInteger(given, "--machines", number, 1, 1'000'000));
+  }
+  const auto readAmount = [&](const char* option, double& value) {
+    if (!given.has(option)) return;
+    std::vector<double> numbers;
+    if (!readNumbers(given.text(option), 1, numbers) || !(numbers[0] > 0.0))
+      throw failure(Message::badForm, {option, given.text(option), "a number above 0", "0.35"});
+    value = numbers[0];
+  };
+  readAmount("--price", options.price);
+  readAmount("--bandwidth", options.bandwidth);
 
   // The rest is checked as vela render checks it, and handed on as it was given.
   const VerbRow& render = *findVerb("render");

@@ -119,7 +119,11 @@ struct SubmitOptions {
   int chunk = 1;                   ///< frames a task
   int tiles = 1;                   ///< tasks a frame
   int taskSeconds = 0;             ///< after which a task is ended; 0: never
-  std::string version;             ///< what this worker must be; empty: a job is written
+  bool estimates = false;          ///< says what the job would take, and writes none
+  std::vector<int> machines = {1, 10, 100, 1000};  ///< for which it says so
+  double price = 0.0;                              ///< of a machine, an hour; 0: not told
+  double bandwidth = 0.0;            ///< to and from a machine, MB/s; 0: files are where it is
+  std::string version;               ///< what this worker must be; empty: a job is written
   std::vector<std::string> folders;  ///< which this worker must be able to write to
 };
 

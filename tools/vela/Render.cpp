@@ -37,28 +37,6 @@ using vela::picture::PictureRenderer;
 using vela::picture::Tile;
 using Clock = std::chrono::steady_clock;
 
-vela::picture::RenderOptions pictureOptions(const RenderOptions& options) {
-  const SceneOptions& scene = options.scene;
-  vela::picture::RenderOptions picture;
-  picture.time = scene.time;
-  picture.meshes = scene.filter();
-  picture.view = scene.view();
-  picture.caster = scene.engine;
-  picture.smooth = scene.smooth;
-  picture.samples = options.samples;
-  picture.pattern = options.pattern;
-  picture.materialPurpose = scene.materialPurpose;
-  picture.materials = options.materials;
-  picture.textureMemory = static_cast<std::size_t>(options.textureMemory) << 20;
-  picture.lights = options.lights;
-  picture.bounces = options.bounces;
-  picture.view.depthOfField = options.depthOfField;
-  picture.motionSteps = options.motion ? options.motionSteps : 0;
-  picture.overscan = options.overscan;
-  picture.layers = layersToRender(options);
-  return picture;
-}
-
 // What is rendered of the picture.
 Tile regionOf(const RenderOptions& options, const PictureRenderer& renderer) {
   const int width = renderer.width();

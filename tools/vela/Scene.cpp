@@ -17,6 +17,7 @@
 #include "Messages.h"
 #include "Notices.h"
 #include "OutputFile.h"
+#include "OutputPictures.h"
 #include "SceneFiles.h"
 #include "Suggest.h"
 #include "Supervisor.h"
@@ -394,6 +395,28 @@ std::unique_ptr<vela::picture::PictureRenderer> openPicture(
              {options.view.depthOfField, options.view.clipping, options.motionSteps > 0,
               options.overscan > 0});
   return renderer;
+}
+
+vela::picture::RenderOptions pictureOptions(const RenderOptions& options) {
+  const SceneOptions& scene = options.scene;
+  vela::picture::RenderOptions picture;
+  picture.time = scene.time;
+  picture.meshes = scene.filter();
+  picture.view = scene.view();
+  picture.caster = scene.engine;
+  picture.smooth = scene.smooth;
+  picture.samples = options.samples;
+  picture.pattern = options.pattern;
+  picture.materialPurpose = scene.materialPurpose;
+  picture.materials = options.materials;
+  picture.textureMemory = static_cast<std::size_t>(options.textureMemory) << 20;
+  picture.lights = options.lights;
+  picture.bounces = options.bounces;
+  picture.view.depthOfField = options.depthOfField;
+  picture.motionSteps = options.motion ? options.motionSteps : 0;
+  picture.overscan = options.overscan;
+  picture.layers = layersToRender(options);
+  return picture;
 }
 
 }  // namespace command

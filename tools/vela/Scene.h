@@ -52,6 +52,9 @@ namespace command {
                                                 const vela::scene::MeshList& list,
                                                 const vela::scene::Extent& extent);
 
+/// What the library is asked for. Which of it is tinted is the caller's.
+[[nodiscard]] vela::picture::RenderOptions pictureOptions(const RenderOptions& options);
+
 /// A picture that is ready to be rendered. What it does not show is said on standard error.
 /// \param file the stage's, for messages
 /// \throws Failure as the functions above

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -14,6 +15,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "Estimate.h"
 #include "Messages.h"
 #include "Options.h"
 #include "OutputFile.h"
@@ -60,14 +62,44 @@ std::string rangeOf(const std::vector<double>& frames) {
 // What stands for a parameter's value in the template.
 std::string valueOf(const std::string& parameter) { return "{{Param." + parameter + "}}"; }
 
+// The control characters of Unicode, U+0080 to U+009F among them, which are two bytes each.
+// Arguments of commands may have the ends of lines, and no others.
+bool hasControlCharacter(const std::string& text) {
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const auto c = static_cast<unsigned char>(text[i]);
+    const auto next = static_cast<unsigned char>(i + 1 < text.size() ? text[i + 1] : 0);
+    if ((c < 0x20 && c != '\n' && c != '\r') || c == 0x7f ||
+        (c == 0xc2 && next >= 0x80 && next < 0xa0))
+      return true;
+  }
+  return false;
+}
+
 // A text that is to arrive as it is. Braces in pairs would be read as a parameter's name.
 const std::string& literal(const char* option, const std::string& text) {
+  if (hasControlCharacter(text))
+    throw failure(Message::badOption,
+                  {option, "it has a control character in it, which no job template may have"});
   if (text.find("{{") != std::string::npos || text.find("}}") != std::string::npos)
     throw failure(Message::badOption,
                   {option, "'" + text +
                                "' has {{ or }} in it, between which names of parameters "
                                "stand"});
   return text;
+}
+
+// The default of a parameter, which engines take up to a length, counted in characters.
+const std::string& defaultText(const char* option, const std::string& text, const char* attempt) {
+  constexpr std::ptrdiff_t kMostCharacters = 1024;
+  const auto count = std::count_if(text.begin(), text.end(), [](char c) {
+    return (static_cast<unsigned char>(c) & 0xc0) != 0x80;  // no inner byte of UTF-8
+  });
+  if (count > kMostCharacters)
+    throw failure(Message::badOption,
+                  {option, "it makes a text of " + std::to_string(count) +
+                               " characters, and a job template has room for " +
+                               std::to_string(kMostCharacters) + ": " + attempt});
+  return literal(option, text);
 }
 
 // The job as it is put together: the parameters, what they are here, and the command of a task.
@@ -104,17 +136,19 @@ class Job {
     parameters.push_back({{"name", "Frames"},
                           {"type", "STRING"},
                           {"description", "The frames, as 1-10:2,24"},
-                          {"default", rangeOf(options_.render.frames)}});
+                          {"default", defaultText("--frames", rangeOf(options_.render.frames),
+                                                  "make several jobs of it")}});
     if (isChunked)
       parameters.push_back({{"name", "Chunk"},
                             {"type", "INT"},
                             {"description", "Frames a task"},
                             {"minValue", 1},
                             {"default", options_.chunk}});
-    parameters.push_back({{"name", "Vela"},
-                          {"type", "STRING"},
-                          {"description", "The command on the workers"},
-                          {"default", literal("--command", options_.command)}});
+    parameters.push_back(
+        {{"name", "Vela"},
+         {"type", "STRING"},
+         {"description", "The command on the workers"},
+         {"default", defaultText("--command", options_.command, "take a shorter one")}});
 
     Json check = {"submit", valueOf("Scene"), "--check", vela::version()};
     for (std::size_t i = 0; i < folders_.size(); ++i) {
@@ -224,10 +258,11 @@ class Job {
   }
 
   void addText(const std::string& name, const GivenOption& given, const char* description) {
-    parameters_.push_back({{"name", name},
-                           {"type", "STRING"},
-                           {"description", description},
-                           {"default", literal(given.name.c_str(), given.value)}});
+    parameters_.push_back(
+        {{"name", name},
+         {"type", "STRING"},
+         {"description", description},
+         {"default", defaultText(given.name.c_str(), given.value, "name each layer once")}});
     std::vector<std::string>& command = commandOf(given);
     command.push_back(given.name);
     command.push_back(valueOf(name));
@@ -309,8 +344,14 @@ ExitCode check(const SubmitOptions& options) {
 ExitCode submit(const SubmitOptions& options) {
   if (!options.version.empty()) return check(options);
   checkLayers(options.render.layers);  // what each task would be refused for
+  const auto start = std::chrono::steady_clock::now();
   const std::shared_ptr<ovo::Stage> stage =
       openStage("submit", options.render.scene.file, options.render.scene.variants);
+  if (options.estimates) {
+    const std::chrono::duration<double> open = std::chrono::steady_clock::now() - start;
+    printEstimate(options, stage, open.count());
+    return kDone;
+  }
   const Job job(options);
 
   Json attachments = {{"version", 1}, {"inputs", filesOf(*stage)}};

@@ -307,6 +307,7 @@ VerbRow submitRow() {
   VerbRow row;
   row.name = "submit";
   row.synopses = {"FILE --frames LIST -o OUT.####.exr --job JOB.json [options]",
+                  "FILE --frames LIST -o OUT.####.exr --estimate [options]",
                   "FILE --check VERSION [--folder FOLDER]"};
   row.summary = "writes a job for a render farm.";
   row.brief = "frames as a job for a render farm";
@@ -323,6 +324,16 @@ VerbRow submitRow() {
          "each frame in N bands of rows, a task each, and a task that joins them: 1"},
         {"--timeout", "SECONDS", "a task that takes longer is ended; else none is"},
         {"--command", "VELA", "what workers call: vela"}}},
+      {"What it would take",
+       {{"--estimate", "",
+         "instead of a job: renders some seconds of the first, the middle and the last frame here "
+         "and says what all of it takes on several machines like this one, a frame a task and in "
+         "bands"},
+        {"--machines", "LIST", "for how many machines: 1,10,100,1000"},
+        {"--price", "P", "of a machine, an hour; then it says what the job costs, too"},
+        {"--bandwidth", "MB/S",
+         "of the network to each machine, for the scene's files and the pictures; else they are "
+         "where it is"}}},
       {"On a worker",
        {{"--check", "VERSION",
          "fails where this is not that version, FILE cannot be read, or a folder not be written "
@@ -356,6 +367,8 @@ VerbRow submitRow() {
   row.examples = {
       "vela submit examples/demo/demo.usda --frames 1-24 -o demo.####.exr --job demo-job.json "
       "--size 640",
+      "vela submit examples/demo/demo.usda --frames 1-240 -o demo.####.exr --estimate --price 0.35 "
+      "--size 64 --samples 1",
       std::string("vela submit examples/demo/demo.usda --check ") + vela::version() +
           " --folder ."};
   return row;

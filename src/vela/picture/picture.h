@@ -7,6 +7,7 @@
 #include "vela/picture/Cryptomatte.h"
 #include "vela/picture/DisplayImage.h"
 #include "vela/picture/ExrFile.h"
+#include "vela/picture/FarmCost.h"
 #include "vela/picture/FileFormat.h"
 #include "vela/picture/JpegFile.h"
 #include "vela/picture/LayerChoice.h"
