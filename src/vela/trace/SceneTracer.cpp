@@ -136,7 +136,8 @@ struct SceneTracer::Impl {
     const tracer::Piece& piece = mesh.pieces[nearest.triangle];
     const tracer::Joint &a = mesh.joints[piece.a], &b = mesh.joints[piece.b];
     tracer::LocalRay local;
-    tracer::makeLocalRay(placement.localFromWorld, mesh.frame, ray, local);
+    // A ray that has met the piece is one.
+    if (!tracer::makeLocalRay(placement.localFromWorld, mesh.frame, ray, local)) return;
     double at[3];
     for (std::size_t i = 0; i < 3; ++i)
       at[i] = local.exactOrigin[i] + nearest.crossing.a * local.exactDirection[i];
