@@ -1,14 +1,17 @@
 #!/usr/bin/env python3
-"""Writes the demo scene: a still life in a tiled alcove, demo.usda and the assets that it refers to.
+"""Writes the demo scene: a still life in a tiled alcove, demo.usda, the assets that it refers to and their textures.
 
 Usage: make_demo.py [FOLDER]     (default: the folder of this script)
 
 The files are part of the project; run this after a change here. The same text comes out on every machine: nothing is
-random but for a generator of its own, and all numbers are written with three decimals.
+random but for a generator of its own, and all numbers are written with three decimals. Textures have the same pixels everywhere; how
+they are packed is zlib's affair.
 """
 import math
 import pathlib
+import struct
 import sys
+import zlib
 
 TAU = 2.0 * math.pi
 
@@ -46,17 +49,26 @@ class Mesh:
     """Points, faces as lists of point numbers (counter-clockwise seen from outside) and colours."""
 
     def __init__(self):
-        self.points, self.faces, self.colours = [], [], []
+        self.points, self.faces, self.uvs = [], [], []  # uvs: of each corner of each face, or none
+
+    def map(self, place):
+        """Coordinates for textures from points: `place` takes a point and the normal of its face."""
+        self.uvs = []
+        for face in self.faces:
+            a, b, c = (self.points[i] for i in face[:3])
+            normal = unit(cross(sub(b, a), sub(c, a)))
+            self.uvs += [place(self.points[i], normal) for i in face]
+        return self
 
     def add(self, other):
         base = len(self.points)
         self.points += other.points
         self.faces += [[base + i for i in face] for face in other.faces]
 
-    def text(self, name, colours=None, interpolation="constant", smooth=True):
+    def text(self, name, colours=None, interpolation="constant", smooth=True, material=None):
         lows = [min(p[i] for p in self.points) for i in range(3)]
         highs = [max(p[i] for p in self.points) for i in range(3)]
-        lines = [f'def Mesh "{name}"', "{"]
+        lines = [f'def Mesh "{name}" (', '    prepend apiSchemas = ["MaterialBindingAPI"]', ")", "{"] if material else [f'def Mesh "{name}"', "{"]
         if not smooth:
             lines.append('    uniform token subdivisionScheme = "none"')
         lines += [f"    float3[] extent = {vectors([lows, highs])}",
@@ -66,7 +78,114 @@ class Mesh:
         if colours:
             lines += [f"    color3f[] primvars:displayColor = {vectors(colours)} (",
                       f'        interpolation = "{interpolation}"', "    )"]
+        if self.uvs:
+            values = sorted({tuple(round(c, 3) for c in uv) for uv in self.uvs})
+            at = {uv: i for i, uv in enumerate(values)}
+            lines += [f"    texCoord2f[] primvars:st = {vectors(values)} (", '        interpolation = "faceVarying"', "    )",
+                      f"    int[] primvars:st:indices = {integers(at[tuple(round(c, 3) for c in uv)] for uv in self.uvs)}"]
+        if material:
+            lines.append(f"    rel material:binding = <{material}>")
         return "\n".join(lines + ["}"]) + "\n"
+
+
+# ----- materials
+
+def material(asset_name, name, colour="displayColor", normal=None, **inputs):
+    """A preview surface. Its colour is that of the mesh, an image `X.png`, or a constant; other inputs are numbers, or images of grey."""
+    path = f"/{asset_name}/{name}"
+    surface, nodes = [], []
+
+    def image(node, file, output, value, more=""):
+        nodes.append(f'def Shader "{node}"\n{{\n    uniform token info:id = "UsdUVTexture"\n    asset inputs:file = @./textures/{file}@\n'
+                     f'    float2 inputs:st.connect = <{path}/St.outputs:result>\n    token inputs:wrapS = "repeat"\n'
+                     f'    token inputs:wrapT = "repeat"\n{more}    {value} outputs:{output}\n}}\n')
+
+    images = [v for v in (colour, normal, *inputs.values()) if isinstance(v, str) and v.endswith(".png")]
+    if images:
+        nodes.append('def Shader "St"\n{\n    uniform token info:id = "UsdPrimvarReader_float2"\n    string inputs:varname = "st"\n'
+                     '    float2 outputs:result\n}\n')
+    if colour == "displayColor":
+        nodes.append('def Shader "Colour"\n{\n    uniform token info:id = "UsdPrimvarReader_float3"\n'
+                     '    string inputs:varname = "displayColor"\n    float3 outputs:result\n}\n')
+        surface.append(f"color3f inputs:diffuseColor.connect = <{path}/Colour.outputs:result>")
+    elif isinstance(colour, str):
+        image("Colour", colour, "rgb", "float3")
+        surface.append(f"color3f inputs:diffuseColor.connect = <{path}/Colour.outputs:rgb>")
+    else:
+        surface.append(f"color3f inputs:diffuseColor = ({', '.join(number(c) for c in colour)})")
+    if normal:
+        image("Normal", normal, "rgb", "float3", '    token inputs:sourceColorSpace = "raw"\n    float4 inputs:scale = (2, 2, 2, 1)\n'
+              "    float4 inputs:bias = (-1, -1, -1, 0)\n")
+        surface.append(f"normal3f inputs:normal.connect = <{path}/Normal.outputs:rgb>")
+    for key, value in inputs.items():
+        if isinstance(value, str):
+            image(key.capitalize(), value, "r", "float", '    token inputs:sourceColorSpace = "raw"\n')
+            surface.append(f"float inputs:{key}.connect = <{path}/{key.capitalize()}.outputs:r>")
+        else:
+            surface.append(f"float inputs:{key} = {number(value)}")
+    return (f'def Material "{name}"\n{{\n    token outputs:surface.connect = <{path}/Surface.outputs:surface>\n    def Shader "Surface"\n    {{\n'
+            f'        uniform token info:id = "UsdPreviewSurface"\n' + indent("\n".join(surface), 2) + "        token outputs:surface\n    }\n"
+            + indent("".join(nodes), 1) + "}\n")
+
+
+# ----- textures
+
+def hashed(x, y, seed):
+    """A number from 0 to 1 for a cell of a grid."""
+    h = (x * 374761393 + y * 668265263 + seed * 2246822519) & 0xffffffff
+    h = ((h ^ (h >> 13)) * 1274126177) & 0xffffffff
+    return ((h ^ (h >> 16)) & 0xffffffff) / 0xffffffff
+
+
+def noise(u, v, cells, seed, octaves=4):
+    """Smooth noise about 0, from -1 to 1, that repeats with the unit square."""
+    total, weight = 0.0, 1.0
+    for _ in range(octaves):
+        x, y = u * cells, v * cells
+        i, j = math.floor(x), math.floor(y)
+        fx, fy = x - i, y - j
+        fx, fy = fx * fx * (3 - 2 * fx), fy * fy * (3 - 2 * fy)
+        a, b = hashed(i % cells, j % cells, seed), hashed((i + 1) % cells, j % cells, seed)
+        c, d = hashed(i % cells, (j + 1) % cells, seed), hashed((i + 1) % cells, (j + 1) % cells, seed)
+        total += weight * (2 * (a + (b - a) * fx + (c - a) * fy + (a - b - c + d) * fx * fy) - 1)
+        weight *= 0.5
+        cells *= 2
+        seed += 1
+    return total / 2
+
+
+def cracks(u, v, cells, seed):
+    """The distance to the nearest border between cells about random points, in cells; repeats with the unit square."""
+    x, y = u * cells, v * cells
+    near = []
+    for j in range(math.floor(y) - 1, math.floor(y) + 2):
+        for i in range(math.floor(x) - 1, math.floor(x) + 2):
+            px, py = i + hashed(i % cells, j % cells, seed), j + hashed(i % cells, j % cells, seed + 9)
+            near.append(math.hypot(px - x, py - y))
+    near.sort()
+    return near[1] - near[0]
+
+
+def encoded(v):
+    v = min(max(v, 0.0), 1.0)
+    return round(255 * (12.92 * v if v <= 0.0031308 else 1.055 * v ** (1 / 2.4) - 0.055))
+
+
+def png(width, height, pixel):
+    """An image: `pixel` takes u and v, v up, and gives a linear colour, or a number from 0 to 1 for grey that is no colour."""
+    rows, grey = [], False
+    for y in range(height):
+        row = bytearray([0])
+        for x in range(width):
+            value = pixel((x + 0.5) / width, 1 - (y + 0.5) / height)
+            grey = not isinstance(value, tuple)
+            row += bytes([round(255 * min(max(value, 0.0), 1.0))] if grey else [encoded(c) for c in value])
+        rows.append(bytes(row))
+
+    def chunk(kind, body):
+        return struct.pack(">I", len(body)) + kind + body + struct.pack(">I", zlib.crc32(kind + body))
+    head = struct.pack(">IIBBBBB", width, height, 8, 0 if grey else 2, 0, 0, 0)
+    return b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", head) + chunk(b"IDAT", zlib.compress(b"".join(rows), 9)) + chunk(b"IEND", b"")
 
 
 # ----- shapes
@@ -90,6 +209,9 @@ def lathe(profile, segments, shape=lambda r, y, angle: r):
     """Turns (radius, height) points, listed from the lower axis along the outside, about y. Ends on the axis become single points."""
     mesh = Mesh()
     rings = []
+    along = [0.0]  # the way along the profile, for the textures
+    for (r, y), (r1, y1) in zip(profile, profile[1:]):
+        along.append(along[-1] + math.hypot(r1 - r, y1 - y))
     for r, y in profile:
         if r <= 1e-6:
             rings.append([len(mesh.points)])
@@ -100,11 +222,13 @@ def lathe(profile, segments, shape=lambda r, y, angle: r):
                 angle = TAU * s / segments
                 radius = shape(r, y, angle)
                 mesh.points.append((radius * math.cos(angle), y, -radius * math.sin(angle)))
-    for low, high in zip(rings, rings[1:]):
+    for k, (low, high) in enumerate(zip(rings, rings[1:])):
         for s in range(segments):
             n = (s + 1) % segments
             corners = [low[s % len(low)], low[n % len(low)], high[n % len(high)], high[s % len(high)]]
-            mesh.faces.append([c for i, c in enumerate(corners) if c != corners[i - 1]])
+            kept = [i for i, c in enumerate(corners) if c != corners[i - 1]]
+            mesh.faces.append([corners[i] for i in kept])
+            mesh.uvs += [((s + (i in (1, 2))) / segments, along[k + (i in (2, 3))] / along[-1]) for i in kept]
     return mesh
 
 
@@ -311,44 +435,115 @@ def recolour(mesh_name, colour):
     return f'over "{mesh_name}"\n{{\n    color3f[] primvars:displayColor = {vectors([colour])}\n}}\n'
 
 
+def on_profile(profile, v):
+    """The radius and height of a profile at a share of its length, and whether that is on the inside, past the rim."""
+    lengths = [math.hypot(b[0] - a[0], b[1] - a[1]) for a, b in zip(profile, profile[1:])]
+    left = v * sum(lengths)
+    rim = max(range(len(profile)), key=lambda k: profile[k][1])
+    for k, length in enumerate(lengths):
+        if left <= length or k == len(lengths) - 1:
+            t = min(left / length, 1.0) if length > 0 else 0.0
+            return tuple(a + (b - a) * t for a, b in zip(profile[k], profile[k + 1])) + (k >= rim,)
+        left -= length
+
+
+def smooth(low, high, x):
+    t = min(max((x - low) / (high - low), 0.0), 1.0)
+    return t * t * (3 - 2 * t)
+
+
 def make_tile():
     outline = [(9.3 * math.cos(TAU * k / 6), -9.3 * math.sin(TAU * k / 6)) for k in range(6)]
-    mesh = prism(outline, -2.0, 0.0, 0.045)
-    return asset("Tile", mesh.text("Slab", smooth=False),
+    mesh = prism(outline, -2.0, 0.0, 0.045).map(lambda p, n: (p[0] / 20 + 0.5, p[2] / 20 + 0.5))
+    body = mesh.text("Slab", smooth=False, material="/Tile/Glaze") + material("Tile", "Glaze", roughness="crackle.png", clearcoat=0.3)
+    return asset("Tile", body,
                  ("glaze", "cream", {"cream": recolour("Slab", CREAM), "sand": recolour("Slab", (0.64, 0.54, 0.41)),
                                      "rose": recolour("Slab", (0.52, 0.32, 0.25)), "ink": recolour("Slab", (0.09, 0.19, 0.27))}))
 
 
-def make_vase():
-    outside = spline([(0.0, 0.0), (5.2, 0.15), (6.6, 2.2), (10.4, 11.0), (11.2, 18.0), (8.6, 27.0), (4.6, 33.5), (4.1, 38.0),
-                      (5.0, 42.0), (6.4, 44.2)], 9)
-    inside = spline([(6.4, 44.2), (6.1, 44.4), (5.6, 44.0), (4.4, 41.4), (3.5, 37.5), (3.9, 33.5), (7.6, 27.0), (10.0, 18.0), (0.0, 8.0)], 4)
+def crackle(u, v):
+    line = 1.0 - smooth(0.0, 0.07, cracks(u, v, 6, 3))
+    return 0.24 + 0.10 * noise(u, v, 5, 21) + 0.40 * line
 
+
+VASE_OUT = spline([(0.0, 0.0), (5.2, 0.15), (6.6, 2.2), (10.4, 11.0), (11.2, 18.0), (8.6, 27.0), (4.6, 33.5), (4.1, 38.0),
+                   (5.0, 42.0), (6.4, 44.2)], 9)
+VASE_IN = spline([(6.4, 44.2), (6.1, 44.4), (5.6, 44.0), (4.4, 41.4), (3.5, 37.5), (3.9, 33.5), (7.6, 27.0), (10.0, 18.0), (0.0, 8.0)], 4)
+
+
+def vase_edge(angle):
+    """The height down to which the glaze has run."""
+    return 23.0 + 2.2 * math.sin(5 * angle + 0.7) + 1.5 * math.sin(11 * angle) + 0.9 * math.sin(23 * angle + 2.0)
+
+
+def vase_colour(u, v):
+    r, y, inside = on_profile(VASE_OUT + VASE_IN[1:], v)
+    angle = TAU * u
+    glaze = mix(TEAL, (0.20, 0.52, 0.50), (y - vase_edge(angle)) / 22.0)
+    glaze = mix(glaze, DEEP, 0.22 + 0.5 * noise(u, v, 8, 51))
+    bare = mix(CLAY, SAND, 0.22 + 0.05 * math.sin(y * 4.0) + 0.30 * noise(u, v, 10, 71))
+    if not inside:
+        # A cream band of leaves about the neck, and a line on the clay.
+        leaf = abs(math.sin(8 * angle)) ** 0.7 * 2.6
+        if 34.4 < y < 34.4 + leaf or 33.5 < y < 33.9 or 37.5 < y < 37.9:
+            return mix(CREAM, SAND, 0.2 + 0.4 * noise(u, v, 16, 91))
+        if 6.4 < y < 7.0 or 7.6 < y < 7.9:
+            return mix(bare, DEEP, 0.8)
+    return mix(bare, glaze, (y - vase_edge(angle)) / 0.5 + 0.5)
+
+
+def vase_roughness(u, v):
+    _, y, _ = on_profile(VASE_OUT + VASE_IN[1:], v)
+    glazed = smooth(-0.4, 0.4, y - vase_edge(TAU * u))
+    return (0.82 + 0.1 * noise(u, v, 16, 5)) * (1 - glazed) + (0.10 + 0.05 * noise(u, v, 6, 6)) * glazed
+
+
+def make_vase():
     def shape(r, y, angle):
         flute = math.exp(-((y - 16.0) / 13.0) ** 2)
         return r * (1.0 + 0.035 * flute * math.cos(18 * angle + 0.11 * y))
-    mesh = lathe(outside + inside[1:], 144, shape)
-    colours = []
-    for x, y, z in mesh.points:
-        angle = math.atan2(z, x)
-        edge = 23.0 + 2.2 * math.sin(5 * angle + 0.7) + 1.5 * math.sin(11 * angle) + 0.9 * math.sin(23 * angle + 2.0)
-        glaze = mix(TEAL, (0.20, 0.52, 0.50), (y - edge) / 22.0)
-        bare = mix(CLAY, SAND, 0.25 + 0.06 * math.sin(y * 0.9))
-        colours.append(mix(bare, glaze, (y - edge) / 0.8 + 0.5))
-    return asset("Vase", mesh.text("Body", colours, "vertex"))
+    mesh = lathe(VASE_OUT + VASE_IN[1:], 144, shape)
+    return asset("Vase", mesh.text("Body", material="/Vase/Glaze")
+                 + material("Vase", "Glaze", "vase.png", roughness="vase_roughness.png"))
+
+
+BOWL_OUT = spline([(0.0, 0.6), (5.5, 0.6), (5.8, 0.0), (6.6, 0.0), (6.9, 1.4), (12.0, 4.6), (16.4, 9.6), (17.6, 13.0)], 6)
+BOWL_IN = spline([(17.6, 13.0), (17.4, 13.3), (17.0, 13.0), (15.6, 9.8), (11.4, 5.6), (5.5, 2.9), (0.0, 2.4)], 6)
+
+
+def bowl_colour(u, v):
+    r, y, inside = on_profile(BOWL_OUT + BOWL_IN[1:], v)
+    white = mix((0.66, 0.67, 0.64), (0.54, 0.58, 0.60), 0.4 + 0.6 * noise(u, v, 8, 31))
+    cobalt = mix((0.03, 0.09, 0.28), (0.09, 0.22, 0.46), 0.45 + 0.7 * noise(u, v, 16, 41))
+    angle = TAU * u
+    if y > 12.5:
+        return cobalt
+    if inside:
+        ring = 11.2 < y < 11.6 or 3.2 < y < 3.5
+        return cobalt if ring else white
+    # Petals that rise from the foot, each with a rib and an outline; dots between their tips.
+    petal = abs(math.sin(7 * angle)) ** 0.8
+    top = 2.2 + 7.6 * petal
+    if y < 1.6 or 10.9 < y < 11.4:
+        return cobalt
+    if y < top:
+        rib = petal > 0.985 or top - y < 0.45
+        return cobalt if rib else mix(white, cobalt, 0.50 + 0.35 * (top - y) / 8.0)
+    across = (7 * angle / math.pi) % 1.0
+    if math.hypot(min(across, 1.0 - across) * 5.2, y - 8.0) < 0.55:
+        return cobalt
+    return white
 
 
 def make_bowl():
-    outside = spline([(0.0, 0.6), (5.5, 0.6), (5.8, 0.0), (6.6, 0.0), (6.9, 1.4), (12.0, 4.6), (16.4, 9.6), (17.6, 13.0)], 6)
-    inside = spline([(17.6, 13.0), (17.4, 13.3), (17.0, 13.0), (15.6, 9.8), (11.4, 5.6), (5.5, 2.9), (0.0, 2.4)], 6)
-    mesh = lathe(outside + inside[1:], 112)
-    colours = []
-    for x, y, z in mesh.points:
-        angle, r = math.atan2(z, x), math.hypot(x, z)
-        petal = abs(math.sin(7 * angle)) ** 0.8 * 5.2  # height to which each petal reaches
-        glaze = mix((0.62, 0.64, 0.62), (0.10, 0.22, 0.36), 0.5 + 1.2 * (petal - (y - 3.4)) / 2.0) if r > 6 else (0.62, 0.64, 0.62)
-        colours.append(mix(glaze, INK, (y - 12.6) * 3.0))
-    return asset("Bowl", mesh.text("Body", colours, "vertex"))
+    mesh = lathe(BOWL_OUT + BOWL_IN[1:], 112)
+    return asset("Bowl", mesh.text("Body", material="/Bowl/Porcelain")
+                 + material("Bowl", "Porcelain", "bowl.png", roughness=0.16, clearcoat=0.6, clearcoatRoughness=0.05))
+
+
+FRUIT = {"pear": [(0.0, 0.5), (1.4, 0.1), (3.4, 1.3), (4.2, 3.7), (3.5, 6.3), (2.1, 8.6), (1.5, 10.2), (0.8, 11.2), (0.0, 11.1)],
+         "apricot": [(0.0, 0.3), (1.6, 0.2), (3.3, 1.6), (3.7, 3.6), (2.9, 5.7), (1.2, 6.6), (0.0, 6.1)],
+         "plum": [(0.0, 0.2), (1.5, 0.15), (3.0, 1.6), (3.3, 3.6), (2.6, 5.8), (1.0, 6.9), (0.0, 6.5)]}
 
 
 def make_fruit():
@@ -356,8 +551,9 @@ def make_fruit():
         mesh = lathe(spline([(0.0, -0.4), (0.22, -0.35), (0.16, 0.5), (0.26, 1.2), (0.0, 1.25)], 3), 10)
         return mesh
 
-    def kind(profile, segments, low, high, top, shape=lambda r, y, angle: r):
-        mesh = lathe(spline(profile, 6), segments, shape)
+    def kind(name, low, high, top, skin, shape=lambda r, y, angle: r):
+        mesh = lathe(spline(FRUIT[name], 6), 56, shape)
+        mesh.uvs = []
         ys = [p[1] for p in mesh.points]
         lo, hi = min(ys), max(ys)
         colours = []
@@ -365,33 +561,70 @@ def make_fruit():
             angle = math.atan2(z, x)
             colours.append(mix(low, high, (y - lo) / (hi - lo) + 0.25 * math.sin(angle + 0.6)))
         stem = stalk()
+        stem.uvs = []
         stem.points = [(x + 0.12 * max(y, 0), y + top, z) for x, y, z in stem.points]
-        return mesh.text("Body", colours, "vertex") + stem.text("Stalk", [(0.10, 0.06, 0.03)])
-    pear = kind([(0.0, 0.5), (1.4, 0.1), (3.4, 1.3), (4.2, 3.7), (3.5, 6.3), (2.1, 8.6), (1.5, 10.2), (0.8, 11.2), (0.0, 11.1)], 56,
-                (0.46, 0.44, 0.08), (0.60, 0.36, 0.07), 11.0)
-    apricot = kind([(0.0, 0.3), (1.6, 0.2), (3.3, 1.6), (3.7, 3.6), (2.9, 5.7), (1.2, 6.6), (0.0, 6.1)], 56, (0.78, 0.36, 0.05),
-                   (0.70, 0.16, 0.05), 6.0,
+        return (mesh.text("Body", colours, "vertex", material="/Fruit/Skin") + stem.text("Stalk", [(0.10, 0.06, 0.03)])
+                + material("Fruit", "Skin", roughness=skin, clearcoat=0.15, clearcoatRoughness=0.3))
+    pear = kind("pear", (0.46, 0.44, 0.08), (0.60, 0.36, 0.07), 11.0, 0.42)
+    apricot = kind("apricot", (0.78, 0.36, 0.05), (0.70, 0.16, 0.05), 6.0, 0.5,
                    lambda r, y, angle: r * (1 - 0.10 * math.exp(-(math.remainder(angle, TAU) / 0.16) ** 2)))
-    plum = kind([(0.0, 0.2), (1.5, 0.15), (3.0, 1.6), (3.3, 3.6), (2.6, 5.8), (1.0, 6.9), (0.0, 6.5)], 56, (0.11, 0.04, 0.13),
-                (0.20, 0.05, 0.12), 6.4)
+    plum = kind("plum", (0.11, 0.04, 0.13), (0.20, 0.05, 0.12), 6.4, 0.3)
     return asset("Fruit", "", ("kind", "apricot", {"apricot": apricot, "pear": pear, "plum": plum}))
 
 
 def make_knot():
     mesh = knot(420, 24, 1.75, 3.4)
-    return asset("Knot", mesh.text("Tube", [BRASS]))
+    return asset("Knot", mesh.text("Tube", [(0.83, 0.58, 0.24)], material="/Knot/Brass")
+                 + material("Knot", "Brass", metallic=1.0, roughness=0.24))
 
 
 def make_stone():
     mesh, kinds = stone(7.0)
     colour = {5: (0.07, 0.24, 0.27), 6: (0.68, 0.60, 0.48), 4: (0.56, 0.38, 0.14), 3: (0.56, 0.38, 0.14)}
-    return asset("Stone", mesh.text("Facets", [colour[k] for k in kinds], "uniform", smooth=False))
+    return asset("Stone", mesh.text("Facets", [colour[k] for k in kinds], "uniform", smooth=False, material="/Stone/Polish")
+                 + material("Stone", "Polish", roughness=0.18, clearcoat=0.5, clearcoatRoughness=0.08))
+
+
+def by_side(size):
+    """Coordinates for textures from the two axes that a face lies along most."""
+    def place(p, n):
+        axis = max(range(3), key=lambda k: abs(n[k]))
+        u, v = ((2, 1), (0, 2), (0, 1))[axis]
+        return p[u] / size, p[v] / size
+    return place
+
+
+def weave(u, v):
+    """The normals of a linen weave, as a colour: threads that go over and under each other."""
+    threads = 16
+
+    def height(u, v):
+        x, y = u * threads, v * threads
+        over = (math.floor(x) + math.floor(y)) % 2 == 0
+        across = x - math.floor(x) if over else y - math.floor(y)
+        length = y - math.floor(y) if over else x - math.floor(x)
+        return math.sin(math.pi * across) * (0.45 + 0.55 * math.sin(math.pi * length)) + 0.25 * noise(u, v, 8, 77)
+    step = 1 / 512
+    n = unit((0.55 * (height(u - step, v) - height(u + step, v)), 0.55 * (height(u, v - step) - height(u, v + step)), 0.35))
+    # It is no colour: encoded so that its codes are half the value and a half more.
+    return tuple(decoded(0.5 * c + 0.5) for c in n)
+
+
+def decoded(v):
+    return v / 12.92 if v <= 0.04045 else ((v + 0.055) / 1.055) ** 2.4
+
+
+def leaves(u, v):
+    """The edges of a book's leaves."""
+    line = 0.5 + 0.5 * math.sin(TAU * 26 * v + 2.0 * noise(u, v, 4, 13))
+    return mix((0.80, 0.74, 0.62), (0.56, 0.49, 0.38), 0.55 * line + 0.25 * noise(u, v, 8, 17))
 
 
 def make_book():
-    cover = box(-12.0, 0.0, -8.5, 12.0, 3.4, 8.5, 0.22)
-    pages = box(-11.5, 0.4, -8.1, 12.15, 3.0, 8.7, 0.05)
-    body = cover.text("Cover", smooth=False) + pages.text("Pages", [(0.78, 0.73, 0.62)], smooth=False)
+    cover = box(-12.0, 0.0, -8.5, 12.0, 3.4, 8.5, 0.22).map(by_side(4.0))
+    pages = box(-11.5, 0.4, -8.1, 12.15, 3.0, 8.7, 0.05).map(by_side(3.0))
+    body = (cover.text("Cover", smooth=False, material="/Book/Cloth") + pages.text("Pages", smooth=False, material="/Book/Leaves")
+            + material("Book", "Cloth", normal="weave.png", roughness=0.85) + material("Book", "Leaves", "leaves.png", roughness=0.9))
     return asset("Book", body, ("cloth", "rose", {"rose": recolour("Cover", ROSE), "ochre": recolour("Cover", OCHRE), "ink": recolour("Cover", INK)}))
 
 
@@ -399,14 +632,53 @@ def make_cup():
     outside = spline([(0.0, 0.3), (2.6, 0.3), (2.9, 0.0), (3.4, 0.3), (4.3, 2.4), (4.6, 5.2), (4.9, 8.0)], 5)
     inside = spline([(4.9, 8.0), (4.75, 8.15), (4.6, 8.0), (4.25, 5.2), (3.9, 2.6), (2.6, 1.0), (0.0, 0.8)], 5)
     mesh = lathe(outside + inside[1:], 72, lambda r, y, angle: r * (1 + 0.012 * math.cos(12 * angle)))
-    return asset("Cup", mesh.text("Body"),
+    mesh.uvs = []
+    return asset("Cup", mesh.text("Body", material="/Cup/Glaze") + material("Cup", "Glaze", roughness=0.28),
                  ("glaze", "chalk", {"chalk": recolour("Body", (0.70, 0.67, 0.60)), "sky": recolour("Body", (0.22, 0.40, 0.50)), "rust": recolour("Body", CLAY)}))
+
+
+def make_glass():
+    """A tumbler with tea in it."""
+    outside = spline([(0.0, 0.0), (3.4, 0.0), (3.9, 0.4), (4.3, 4.0), (4.9, 12.6)], 8)
+    inside = spline([(4.9, 12.6), (4.8, 12.75), (4.7, 12.6), (4.1, 4.4), (3.6, 1.5), (0.0, 1.2)], 8)
+    glass = lathe(outside + inside[1:], 96)
+    tea = lathe(spline([(0.0, 1.25), (3.5, 1.55), (4.05, 4.4), (4.3, 7.2)], 8) + [(4.25, 7.3), (0.0, 7.3)], 96)
+    glass.uvs = tea.uvs = []
+    return asset("Glass", glass.text("Tumbler", material="/Glass/Clear") + tea.text("Tea", material="/Glass/Amber")
+                 + material("Glass", "Clear", (0.60, 0.72, 0.70), opacity=0.05, roughness=0.05, ior=1.5)
+                 + material("Glass", "Amber", (0.70, 0.17, 0.01), opacity=0.85, roughness=0.08, ior=1.33))
+
+
+def plaster(base, seed):
+    def colour(u, v):
+        shade = 1.0 + 0.16 * noise(u, v, 4, seed) + 0.07 * noise(u, v, 32, seed + 50, 2)
+        return tuple(c * shade for c in base)
+    return colour
 
 
 def make_alcove():
     wall, niche = alcove(190.0, 170.0, 34.0, 50.0, 30.0, 48)
-    return asset("Alcove", wall.text("Wall", [(0.60, 0.38, 0.28)], smooth=False)
-                 + niche.text("Niche", [(0.68, 0.56, 0.42)], smooth=False))
+    wall.map(lambda p, n: (p[0] / 90.0, p[1] / 90.0))
+    niche.map(lambda p, n: ((p[0] if abs(n[2]) > 0.5 else p[2]) / 90.0, p[1] / 90.0))
+    return asset("Alcove", wall.text("Wall", smooth=False, material="/Alcove/Terracotta")
+                 + niche.text("Niche", smooth=False, material="/Alcove/Lime")
+                 + material("Alcove", "Terracotta", "terracotta.png", roughness=0.9)
+                 + material("Alcove", "Lime", "lime.png", roughness=0.9))
+
+
+def sky(u, v):
+    """All around a room with a window: pale above, warm at the horizon, dark below; latlong."""
+    height = math.sin((v - 0.5) * math.pi)
+    colour = mix((0.40, 0.33, 0.27), (0.50, 0.58, 0.70), smooth(-0.1, 0.7, height)) if height > -0.1 else (0.20, 0.15, 0.11)
+    across = min(abs(u - 0.82), 1 - abs(u - 0.82))  # to the left and in front of the things, as the lamp
+    window = smooth(0.10, 0.06, across) * smooth(0.50, 0.56, v) * smooth(0.80, 0.74, v)
+    return mix(colour, (1.0, 0.98, 0.92), window)
+
+
+TEXTURES = {"crackle": (256, 256, crackle), "vase": (512, 512, vase_colour), "vase_roughness": (256, 256, vase_roughness),
+            "bowl": (768, 512, bowl_colour), "weave": (128, 128, weave), "leaves": (128, 128, leaves),
+            "terracotta": (192, 192, plaster((0.58, 0.36, 0.26), 100)), "lime": (192, 192, plaster((0.66, 0.54, 0.40), 200)),
+            "sky": (128, 64, sky)}
 
 
 # ----- the scene
@@ -470,12 +742,12 @@ def make_scene():
         place("BookHigh", "book", (37.5, 6.6, -10.0), (0, 22, 0), 0.86, variants={"cloth": "rose"}),
         place("Knot", "knot", (37.5, 21.6, -10.0), (0, 28, 0),
               extra="    float xformOp:rotateY:spin.timeSamples = {\n        1: 0,\n        49: 360,\n    }"),
-        place("CupNear", "cup", (38.0, 0, 27.0), (0, 0, 0), variants={"glaze": "sky"}),
+        place("Glass", "glass", (37.0, 0, 27.0)),
         place("CupFar", "cup", (-6.0, 0, -24.0), (0, 0, 0), 1.1, variants={"glaze": "rust"}),
         place("CupLying", "cup", (-46.0, 4.75, 17.0), (0, 62, 90), variants={"glaze": "chalk"}),
     ]
     fruit = [("apricot", (0.5, 4.2, 6.0), (8, 40, -14)), ("apricot", (9.0, 4.0, 13.2), (20, 190, 8)), ("plum", (14.0, 4.6, 7.0), (-4, 90, -22)),
-             ("plum", (-1.6, 5.6, 13.4), (24, 10, 22)), ("pear", (7.6, 6.6, 3.4), (-16, 130, -20)), ("apricot", (6.2, 9.4, 9.6), (10, 300, 12)),
+             ("plum", (-0.9, 6.4, 12.2), (24, 10, 22)), ("pear", (8.0, 6.2, 2.4), (-16, 130, -20)), ("apricot", (6.2, 9.9, 9.4), (10, 300, 12)),
              ("pear", (17.5, 3.9, 33.0), (4, 200, 88)), ("plum", (-5.0, 0, 33.0), (0, 70, 0)), ("apricot", (1.6, 0, 37.5), (0, 160, 0))]
     for k, (kind, at, turn) in enumerate(fruit):
         objects.append(place(f"Fruit_{k}", "fruit", at, turn, variants={"kind": kind}))
@@ -485,6 +757,13 @@ def make_scene():
     text += '    def Xform "Room"\n    {\n' + indent(place("Alcove", "alcove", (0, 0, -46.0)), 2)
     text += '        def Xform "Floor"\n        {\n' + indent(floor + "".join(tiles), 3) + "        }\n    }\n"
     text += '    def Xform "Things"\n    {\n' + indent("".join(objects), 2) + "    }\n"
+    text += indent('def Scope "Lights"\n{\n    def DomeLight "Room"\n    {\n        float inputs:intensity = 0.5\n'
+                   '        asset inputs:texture:file = @./assets/textures/sky.png@\n        token inputs:texture:format = "latlong"\n    }\n'
+                   '    def RectLight "Window"\n    {\n        float inputs:intensity = 44\n        float inputs:width = 60\n'
+                   '        float inputs:height = 80\n        bool inputs:enableColorTemperature = 1\n'
+                   '        float inputs:colorTemperature = 5000\n        double3 xformOp:translate = (-170, 150, 150)\n'
+                   '        float3 xformOp:rotateXYZ = (-30.8, -48.6, 0)\n'
+                   '        uniform token[] xformOpOrder = ["xformOp:translate", "xformOp:rotateXYZ"]\n    }\n}\n', 1)
     text += indent('def Camera "Camera"\n{\n    float focalLength = 50\n    float horizontalAperture = 36\n    float verticalAperture = 20.25\n'
                    '    float2 clippingRange = (1, 10000)\n    float focusDistance = 205\n'
                    '    double3 xformOp:translate = (9, 58, 205)\n    float3 xformOp:rotateXYZ = (-8.4, 2.2, 0)\n'
@@ -496,7 +775,10 @@ def main():
     folder = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else pathlib.Path(__file__).parent)
     (folder / "assets").mkdir(parents=True, exist_ok=True)
     makers = {"tile": make_tile, "vase": make_vase, "bowl": make_bowl, "fruit": make_fruit, "knot": make_knot, "stone": make_stone,
-              "book": make_book, "cup": make_cup, "alcove": make_alcove}
+              "book": make_book, "cup": make_cup, "glass": make_glass, "alcove": make_alcove}
+    (folder / "assets/textures").mkdir(exist_ok=True)
+    for name, (width, height, pixel) in TEXTURES.items():
+        (folder / f"assets/textures/{name}.png").write_bytes(png(width, height, pixel))
     for name, make in makers.items():
         (folder / "assets" / f"{name}.usda").write_text(make(), newline="\n")
     (folder / "demo.usda").write_text(make_scene(), newline="\n")
