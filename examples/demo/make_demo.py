@@ -743,6 +743,7 @@ def make_scene():
         place("Knot", "knot", (37.5, 21.6, -10.0), (0, 28, 0),
               extra="    float xformOp:rotateY:spin.timeSamples = {\n        1: 0,\n        49: 360,\n    }"),
         place("Glass", "glass", (37.0, 0, 27.0)),
+        place("CupNear", "cup", (57.0, 0, 10.0), (0, 0, 0), variants={"glaze": "sky"}),
         place("CupFar", "cup", (-6.0, 0, -24.0), (0, 0, 0), 1.1, variants={"glaze": "rust"}),
         place("CupLying", "cup", (-46.0, 4.75, 17.0), (0, 62, 90), variants={"glaze": "chalk"}),
     ]

@@ -10,7 +10,8 @@ import vela
 
 stage = vela.open("examples/demo/demo.usda")
 width, height = 480, 270
-picture = vela.render(stage, size=(width, height), layers=["rgb", "depth", "P"], samples=1)
+picture = vela.render(stage, size=(width, height), layers=["rgb", "depth", "P"], samples=1,
+                      lights=vela.picture.LightChoice.OWN)
 view = vela.scene.make_view(stage, width=width, height=height)
 
 # %% [markdown]

@@ -8,7 +8,7 @@
 import numpy
 import vela
 
-picture = vela.render("examples/demo/demo.usda", size=(480, 270), layers=["rgb", "prim"], samples=1)
+picture = vela.render("examples/demo/demo.usda", size=(480, 270), layers=["rgb", "prim"], samples=1, lights=vela.picture.LightChoice.OWN)
 ids = picture["prim"]
 names = picture.manifest  # value n is names[n - 1], 0 is nothing
 

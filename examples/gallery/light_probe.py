@@ -13,7 +13,7 @@ probe = vela.ovo.CameraPrim.define(stage, "/Probe")
 vela.ovo.XformablePrim(probe).set_local_xform(vela.tarn.translation([0, 60, 40]))
 width, height = 320, 160
 spherical = vela.LensProjection.SPHERICAL
-around = vela.render(stage, camera="/Probe", lens=spherical, size=(width, height), layers=["rgb"], samples=4)["rgb"]
+around = vela.render(stage, camera="/Probe", lens=spherical, size=(width, height), layers=["rgb"], samples=16)["rgb"]
 
 # %% [markdown]
 # Each pixel counts by the solid angle that it covers: less towards the poles, where the rows are short.

@@ -11,7 +11,8 @@ from vela.selection import GeoSelection, PartType
 
 stage = vela.open("examples/demo/demo.usda")
 size = (480, 270)
-picture = vela.render(stage, size=size, layers=["rgb", "prim", "face", "albedo"], samples=1)
+own = vela.picture.LightChoice.OWN
+picture = vela.render(stage, size=size, layers=["rgb", "prim", "face", "albedo"], samples=1, lights=own)
 
 # %% [markdown]
 # The mark: all that is teal or blue, whatever the light on it.
@@ -34,8 +35,8 @@ assert GeoSelection.load("teal.sel") == chosen
 # The same selection from another side: faces that the first camera did not see are not selected.
 
 # %%
-front = vela.render(stage, size=(240, 270), selection=chosen, layers=["rgb"], samples=4)["rgb"]
-side = vela.render(stage, size=(240, 270), selection=chosen, layers=["rgb"], samples=4, turn=35)["rgb"]
+front = vela.render(stage, size=(240, 270), selection=chosen, layers=["rgb"], samples=4, lights=own)["rgb"]
+side = vela.render(stage, size=(240, 270), selection=chosen, layers=["rgb"], samples=4, lights=own, turn=35)["rgb"]
 both = vela.Picture({"rgb": numpy.concatenate((front, side), axis=1)})
 both.save("select_by_picture.png", layer="rgb")
 both

@@ -288,15 +288,15 @@ VerbRow renderRow() {
       "the exit code is 4.",
       "Small scenes take seconds; Ctrl-C leaves nothing half written."};
   row.examples = {
-      "vela render examples/demo/demo.usda -o demo.exr --png demo.png",
+      "vela render examples/demo/demo.usda -o demo.exr --png demo.png --size 640 --samples 9",
       "vela render examples/demo/demo.usda -o bowl.exr --size 1280 --region 500,480,860,660",
       "vela render examples/demo/demo.usda --png all.png --lens spherical --size 640 --samples 4",
       "vela render examples/demo/demo.usda -o look.jpg -o matte.exr --layers crypto_object,rgba "
-      "--size 640",
+      "--size 640 --samples 4",
       "vela render examples/demo/demo.usda -o data.{layer}.png --layers depth,N --size 320x180",
       "vela render examples/demo/demo.usda -o data.exr --layers depth,N,prim --size 640x360 "
       "--time 24",
-      "vela render examples/demo/demo.usda -o fine.exr --subdivide 2 --smooth --size 640",
+      "vela render examples/demo/demo.usda -o fine.exr --subdivide 2 --smooth --size 320",
       "vela render examples/demo/demo.usda --show rgba --size 320 --samples 4"};
   return row;
 }
