@@ -66,6 +66,7 @@ class Face {
 /// A view: good as long as both arrays are. Nothing throws; one walk is linear in the faces.
 class Faces {
  public:
+  /// Goes from face to face.
   class iterator {
    public:
     // A face is made on the fly, hence no forward iterator; passes may be repeated all the same.

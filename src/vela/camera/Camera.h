@@ -58,10 +58,12 @@ struct CameraSensorParameters {
   double sensorExposureBias = 0.0;
 };
 
+/// How the camera is mounted. Nothing moves the picture by it.
 struct CameraMountParameters {
   tarn::Vec2d offset{0.0, 0.0};
 };
 
+/// The lens's opening, and the distances between which a camera sees.
 struct CameraLensApertureParameters {
   double fStop = 0.0;
   double clipNearDistance = 0.001;  ///< scene units
@@ -70,6 +72,7 @@ struct CameraLensApertureParameters {
   double clipFarDistance = 1.0;  ///< scene units
 };
 
+/// Focal length, focus and distortion of a lens.
 struct CameraOpticsParameters {
   double focalLength = 1.0;  ///< in the unit of the film window
   double focusDistance = 1.0;
@@ -94,6 +97,7 @@ class VELA_API Axis {
   virtual void drawAxis();
 };
 
+/// A camera in a scene: what Sample has at one time.
 class VELA_API Camera : public Axis {
  public:
   /// A camera at one time: what was set, and what follows from it once updateDerivedValues has run.

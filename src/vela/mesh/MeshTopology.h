@@ -91,6 +91,7 @@ class VELA_API MeshTopology::Faces {
 /// has one edge, on which it counts once.
 class VELA_API MeshTopology::Edges {
  public:
+  /// Two points that sides of faces join.
   struct Edge {
     std::int32_t a = 0, b = 0;  ///< points, a < b
     /// Face sides along it: 1 on a border, 2 inside a manifold surface.

@@ -47,6 +47,7 @@ struct RayItem {
   RayOutcome tracer, detector;
 };
 
+/// What a ray meets, in order, and what it passes by.
 struct RayExplanation {
   /// By the tracer's distance, what is not met behind it in the scene's order. Those that both
   /// leave culled are counted alone, unless they were asked for.

@@ -46,6 +46,7 @@ struct PrimvarReport {
   bool fits = true;
 };
 
+/// A mesh in numbers, and what is wrong with it.
 struct MeshReport {
   std::string path, scheme, orientation;
   std::size_t points = 0, faces = 0, faceVertices = 0, triangles = 0, quads = 0;

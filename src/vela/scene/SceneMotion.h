@@ -23,6 +23,7 @@ namespace vela::scene {
 /// entries that move, as they are then: with a place, and where their points move a shape, of their
 /// own. Whatever knows entries by their index so knows the moving ones too.
 struct VELA_API SceneMotion {
+  /// The entries that move, at one time.
   struct Moment {
     double time = tarn::defaultTimeValue();
     std::uint32_t first = 0;  ///< index in MeshList::entries of the first that moves

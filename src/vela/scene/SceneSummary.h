@@ -32,6 +32,7 @@ struct SummaryOptions {
 ///   assert(summary->tree[0].path == ovo::Path("/Demo") && summary->tree[0].depth == 1);
 /// \endcode
 struct VELA_API SceneSummary {
+  /// A prim of the tree.
   struct Node {
     ovo::Path path;
     std::string type;       ///< empty for a prim without one
@@ -40,22 +41,26 @@ struct VELA_API SceneSummary {
     bool isInstance = false;
     tarn::Box3d box;  ///< of its meshes and those below
   };
+  /// A choice that a prim offers.
   struct VariantSet {
     ovo::Path prim;
     std::string set, selected;  ///< nothing selected: empty
     std::vector<std::string> variants;
   };
+  /// A light, whether it shines or not.
   struct Light {
     ovo::Path path;
     std::string type;
     bool visible = true;
   };
+  /// An image that materials or lights read.
   struct Texture {
     std::string file;      ///< as it is written in the scene
     std::string resolved;  ///< empty: it is missing
     ovo::Path shader;      ///< the first that names it
     std::size_t uses = 0;  ///< shaders that name it
   };
+  /// A prim that places others many times.
   struct Instancer {
     ovo::Path path;
     std::size_t instances = 0;

@@ -21,6 +21,7 @@
 
 namespace vela::scene {
 
+/// From where a picture is seen, through which lens, and how large it is.
 struct ViewOptions {
   ovo::Path camera;  ///< empty: the first camera of the scene, or a view of all of it
   /// LensProjection::none: as the camera is.

@@ -1,0 +1,27 @@
+"""Sphinx: the pages of the tree as a site. scripts/docs calls it on a copy of the tree and says where the reference lies."""
+
+import os
+
+project = "Vela"
+release = os.environ["VELA_DOCS_VERSION"]
+copyright = "the Vela developers"
+extensions = ["myst_parser", "breathe", "sphinx.ext.autodoc"]
+root_doc = "index"
+# Of the tree only what the index leads to.
+exclude_patterns = ["abi", "build", "examples", "packaging", "scripts", "docs/site"]
+# Overloads by macro; texts within examples that are no C++.
+suppress_warnings = ["duplicate_declaration.cpp", "duplicate_declaration.c", "misc.highlighting_failure"]
+myst_heading_anchors = 4
+
+breathe_projects = {"Vela": os.environ["VELA_DOCS_XML"]}
+breathe_default_project = "Vela"
+cpp_id_attributes = ["VELA_API", "VELA_PICTURE_API", "OVO_API"]
+
+# The docstrings begin with the call as it is written in the stubs.
+autodoc_member_order = "bysource"
+autodoc_docstring_signature = True
+
+html_theme = "furo"
+html_title = f"Vela {release}"
+html_copy_source = False
+html_show_sourcelink = False
