@@ -60,7 +60,7 @@ struct OpenOptions {
 ///
 /// \code
 ///   ovo::OpenOptions options;
-///   options.prims = 1000;
+///   options.prims = 10000;
 ///   options.root = "examples/demo";
 ///   std::string why;
 ///   const auto stage = ovo::openScene("examples/demo/demo.usda", options, &why);
