@@ -13,6 +13,7 @@
 #include <cstddef>
 
 #include "ovo/Array.h"
+#include "tarn/Span.h"
 #include "tarn/Vec.h"
 #include "vela/Api.h"
 #include "vela/mesh/MeshTopology.h"
@@ -39,6 +40,16 @@ VELA_API bool calcPointNormals(std::size_t nPoints, const tarn::Vec3f* points, s
                                const int* faceVertPointIndices, std::size_t nFaces,
                                const int* vertsPerFace, bool allTriangles, bool allQuads,
                                ovo::Array<tarn::Vec3f>& pointNormals, bool keepSign);
+/// The same for arrays that know their sizes; the flags are hints as above.
+inline bool calcPointNormals(tarn::Span<const tarn::Vec3f> points,
+                             tarn::Span<const int> faceVertPointIndices,
+                             tarn::Span<const int> vertsPerFace,
+                             ovo::Array<tarn::Vec3f>& pointNormals, bool keepSign = true,
+                             bool allTriangles = false, bool allQuads = false) {
+  return calcPointNormals(points.size(), points.data(), faceVertPointIndices.size(),
+                          faceVertPointIndices.data(), vertsPerFace.size(), vertsPerFace.data(),
+                          allTriangles, allQuads, pointNormals, keepSign);
+}
 
 /// One normal a face-vertex, smooth across gentle edges only.
 ///
@@ -61,6 +72,15 @@ VELA_API bool calcVertexNormals(std::size_t nPoints, const tarn::Vec3f* points, 
                                 const int* faceVertPointIndices, std::size_t nFaces,
                                 const int* vertsPerFace, float threshold,
                                 ovo::Array<tarn::Vec3f>& vertexNormals);
+/// The same for arrays that know their sizes.
+inline bool calcVertexNormals(tarn::Span<const tarn::Vec3f> points,
+                              tarn::Span<const int> faceVertPointIndices,
+                              tarn::Span<const int> vertsPerFace, float threshold,
+                              ovo::Array<tarn::Vec3f>& vertexNormals) {
+  return calcVertexNormals(points.size(), points.data(), faceVertPointIndices.size(),
+                           faceVertPointIndices.data(), vertsPerFace.size(), vertsPerFace.data(),
+                           threshold, vertexNormals);
+}
 
 /// The position on a face for (u, v) in [0, 1] x [0, 1].
 ///

@@ -466,4 +466,20 @@ TEST(GetPosFromImplicitUV, PositionsLieInsideConvexFaces) {
   }
 }
 
+TEST(MeshNormals, ArraysThatKnowTheirSizesGiveTheSame) {
+  for (const SampleMesh& m : sampleMeshes()) {
+    SCOPED_TRACE(m.name);
+    for (const bool keepSign : {true, false}) {
+      Normals one, other;
+      const bool is = pointNormals(m, one, keepSign);
+      EXPECT_EQ(calcPointNormals(m.points, m.indices, m.counts, other, keepSign), is);
+      expectSame(one, other);
+    }
+    Normals one, other;
+    const bool is = vertexNormals(m, 0.4f, one);
+    EXPECT_EQ(calcVertexNormals(m.points, m.indices, m.counts, 0.4f, other), is);
+    expectSame(one, other);
+  }
+}
+
 }  // namespace
