@@ -159,7 +159,8 @@ void addClippingPlanes(const ovo::CameraPrim& camera, double time, View& view) {
     view.clippingPlanes.emplace_back(0.0, 0.0, -1.0, -view.sample.lensAp.clipNearDistance);
     view.clippingPlanes.emplace_back(0.0, 0.0, 1.0, view.sample.lensAp.clipFarDistance);
   }
-  for (const tarn::Vec4f& plane : camera.getParameters(time).clippingPlanes.view())
+  const ovo::CameraParameters parameters = camera.getParameters(time);
+  for (const tarn::Vec4f& plane : parameters.clippingPlanes.view())
     view.clippingPlanes.emplace_back(plane);
   auto& planes = view.clippingPlanes;
   planes.erase(std::remove_if(planes.begin(), planes.end(),
