@@ -30,6 +30,7 @@ struct FarmPlan {
   double hourPrice = 0.0;       ///< of a machine
 };
 
+/// How long a job takes, and what it costs.
 struct FarmCost {
   double seconds = 0.0;       ///< from the beginning to the last file
   double machineHours = 0.0;  ///< of all machines, each until it has nothing to do any more
