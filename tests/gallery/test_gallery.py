@@ -5,12 +5,14 @@ import pathlib
 import re
 import subprocess
 import sys
+import tempfile
 
 import nbclient
 import nbformat
 import numpy
 import PIL.Image
 import pytest
+import traitlets.config
 
 from notebooks import notebook_of
 
@@ -24,8 +26,21 @@ def folder(tmp_path, monkeypatch):
     """What scripts run in: the examples are found there, and the module is that of the build tree."""
     (tmp_path / "examples").symlink_to(ROOT / "examples")
     monkeypatch.setenv("IPYTHONDIR", str(tmp_path / "ipython"))
-    monkeypatch.setenv("JUPYTER_RUNTIME_DIR", str(tmp_path / "jupyter"))
     return tmp_path
+
+
+@pytest.fixture
+def kernel(monkeypatch):
+    """Kernels listen at sockets in a folder of their own: a free TCP port that Jupyter finds may be taken before it is bound.
+
+    The folder's path is short, since that of a socket has at most 107 bytes, and whole, since a kernel works elsewhere.
+    """
+    with tempfile.TemporaryDirectory(prefix="vela-nb-") as runtime:
+        monkeypatch.setenv("JUPYTER_RUNTIME_DIR", runtime)
+        config = traitlets.config.Config()
+        config.KernelManager.transport = "ipc"
+        config.KernelManager.ip = f"{runtime}/kernel"
+        yield config
 
 
 def assert_same_picture(file, name):
@@ -50,11 +65,13 @@ def test_a_script_gives_its_picture(script, folder):
 
 
 @pytest.mark.parametrize("script", SCRIPTS, ids=lambda path: path.stem)
-def test_a_notebook_is_its_script(script, folder):
+def test_a_notebook_is_its_script(script, folder, kernel):
     text = script.with_suffix(".ipynb").read_text()
     assert text == notebook_of(script), "scripts/update-gallery writes it anew"
     book = nbformat.reads(text, as_version=4)
-    nbclient.NotebookClient(book, timeout=300, kernel_name="python3", resources={"metadata": {"path": str(folder)}}).execute()
+    client = nbclient.NotebookClient(book, timeout=300, kernel_name="python3", config=kernel,
+                                     resources={"metadata": {"path": str(folder)}})
+    client.execute()
     assert_same_picture(folder / f"{script.stem}.png", f"{script.stem}.png")
     # The last cell shows the picture.
     assert any("image/png" in output.get("data", {}) for output in book.cells[-1].outputs)
