@@ -144,7 +144,8 @@ void copyRows(const Picture& from, int fromRow, Picture& to, int toRow, int rows
 }
 
 // Renders strips of a frame until all of it is done or time is up. Rows that were left out are
-// filled with the nearest above them, so that the picture takes as many bytes as the true one.
+// filled with those of the strip above them, so that the picture takes as many bytes as the true
+// one.
 struct Sample {
   Picture picture;
   double seconds = 0.0;  // what all of the picture takes
@@ -171,22 +172,18 @@ Sample renderSample(const PictureRenderer& renderer, const RenderOptions& option
     if (sample.seconds > kFrameSeconds) break;
   }
   sample.seconds *= static_cast<double>(height) / rows;
-  // From the middle one, which is always there, to both sides.
-  const auto fill = [&](int strip, int from) {
-    const int last = std::min((strip + 1) * kStripRows, height);
-    const int there = std::min((from + 1) * kStripRows, height) - from * kStripRows;
-    const int wanted = last - strip * kStripRows;
-    const Picture copy = sample.picture;
-    copyRows(copy, from * kStripRows, sample.picture, strip * kStripRows, std::min(there, wanted));
-  };
-  if (rows < height) {
-    int near = -1;
-    for (int strip = 0; strip < count; ++strip) {
-      if (isDone[static_cast<std::size_t>(strip)])
-        near = strip;
-      else if (near >= 0)
-        fill(strip, near);
+  // Those above the first strip that is there take that one. No strip is its own source, so rows
+  // are never copied onto themselves.
+  const auto firstDone = std::find(isDone.begin(), isDone.end(), true);
+  int near = static_cast<int>(firstDone - isDone.begin());
+  for (int strip = 0; strip < count; ++strip) {
+    if (isDone[static_cast<std::size_t>(strip)]) {
+      near = strip;
+      continue;
     }
+    const auto rowsOf = [&](int of) { return std::min(kStripRows, height - of * kStripRows); };
+    copyRows(sample.picture, near * kStripRows, sample.picture, strip * kStripRows,
+             std::min(rowsOf(near), rowsOf(strip)));
   }
   renderer.addManifests(sample.picture);
   return sample;
