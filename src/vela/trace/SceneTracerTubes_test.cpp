@@ -8,6 +8,7 @@
 #include <random>
 #include <vector>
 
+#include "support/HostileRays.h"
 #include "support/SampleMeshes.h"
 #include "vela/trace/SceneTracer.h"
 #include "vela/trace/detail/TracerRounds.h"
@@ -22,6 +23,7 @@ using tarn::Vec3d;
 using tarn::Vec3f;
 using vela::SceneTracer;
 using vela::TracerHit;
+using vela_test::hostile;
 namespace tracer = vela::tracer;
 
 constexpr float kInf = std::numeric_limits<float>::infinity();
@@ -495,30 +497,6 @@ TEST(SceneTracerTubes, AnyScaleGivesTheSamePicture) {
 }
 
 // Against the plain loop.
-
-Ray3f hostile(Random& random, Ray3f ray) {
-  const std::size_t axis = random() % 3;
-  switch (random() % 14) {
-    case 0: ray.direction[axis] = 0.0f; break;
-    case 1: ray.direction[axis] = -0.0f; break;
-    case 2: ray.direction[axis] = ray.direction[(axis + 1) % 3] = -0.0f; break;
-    case 3: ray.direction = Vec3f(); break;
-    case 4: ray.origin[axis] = random() % 2 == 0 ? kNan : kInf; break;
-    case 5: ray.direction[axis] = random() % 2 == 0 ? kNan : -kInf; break;
-    case 6: std::swap(ray.minDistance, ray.maxDistance); break;
-    case 7: ray.minDistance = -kInf; break;
-    case 8: ray.maxDistance = kNan; break;
-    case 9:
-      ray.minDistance = -2.0f;
-      ray.maxDistance = -0.1f;
-      break;
-    case 10: ray.origin = ray.origin + ray.direction * -1e4f; break;
-    case 11: ray.direction = ray.direction * 1e-38f; break;
-    case 12: ray.direction = ray.direction * 1e30f; break;
-    default: ray.direction[axis] = std::ldexp(ray.direction[axis], -40); break;
-  }
-  return ray;
-}
 
 struct Scene {
   SceneTracer fast, plain;

@@ -13,6 +13,7 @@
 
 #include "ovo/MeshPrim.h"
 #include "ovo/Stage.h"
+#include "support/HostileRays.h"
 #include "support/SampleMeshes.h"
 #include "vela/mesh/Triangulate.h"
 #include "vela/trace/detail/TracerMath.h"
@@ -27,6 +28,7 @@ using tarn::Vec3d;
 using tarn::Vec3f;
 using vela::SceneTracer;
 using vela::TracerHit;
+using vela_test::hostile;
 using vela_test::makeSquare;
 using vela_test::SampleMesh;
 
@@ -1073,34 +1075,6 @@ void compareSpan(const Scene& scene, const std::vector<Ray<T>>& rays, int& numHi
     ASSERT_EQ(plain.isOccluded[i] != 0, expected.hit) << i;
     numHits += expected.hit;
   }
-}
-
-// An ordinary ray made into one that a kernel might take wrongly.
-Ray3f hostile(Random& random, Ray3f ray) {
-  const std::size_t axis = random() % 3;
-  switch (random() % 14) {
-    case 0: ray.direction[axis] = 0.0f; break;
-    case 1: ray.direction[axis] = -0.0f; break;
-    case 2: ray.direction[axis] = ray.direction[(axis + 1) % 3] = -0.0f; break;
-    case 3: ray.direction = Vec3f(); break;
-    case 4: ray.origin[axis] = random() % 2 == 0 ? kNan : kInf; break;
-    case 5: ray.direction[axis] = random() % 2 == 0 ? kNan : -kInf; break;
-    case 6: std::swap(ray.minDistance, ray.maxDistance); break;
-    case 7: ray.minDistance = -kInf; break;
-    case 8: ray.maxDistance = kNan; break;
-    case 9:
-      ray.minDistance = -2.0f;
-      ray.maxDistance = -0.1f;
-      break;
-    case 10:
-      // From far away, towards the same point.
-      ray.origin = ray.origin + ray.direction * -1e4f;
-      break;
-    case 11: ray.direction = ray.direction * 1e-38f; break;
-    case 12: ray.direction = ray.direction * 1e30f; break;
-    default: ray.direction[axis] = std::ldexp(ray.direction[axis], -40); break;
-  }
-  return ray;
 }
 
 Scene makeScene(Random& random, int placements, float size) {
