@@ -236,22 +236,12 @@ def test_what_is_there_is_replaced_or_left_alone(client, shot):
     assert_same(shot, 2)
 
 
-def test_a_worker_that_is_killed_loses_nothing_and_nothing_is_written_twice(own_client, shot):
+# A worker that is killed, and one that hangs and is given up.
+@pytest.mark.parametrize("ending", [signal.SIGKILL, signal.SIGSTOP])
+def test_the_frames_of_a_lost_worker_are_done_by_others_and_nothing_is_written_twice(own_client, shot, ending):
     job = vela.dask.render(own_client, shot.scene, frames="1-40", output=shot.names, **{**SMALL, "samples": 400})
     wait_until(lambda: len(stamps(shot.out)) >= 4)
-    os.kill(pid_of(own_client, busy_workers(own_client)[0]), signal.SIGKILL)
-    there = stamps(shot.out)
-    job.result()
-    after = stamps(shot.out)
-    assert {name: after[name] for name in there} == there
-    render_alone(shot, "1-40", samples=400)
-    assert_same(shot, 40)
-
-
-def test_a_worker_that_hangs_is_given_up_and_its_frames_are_done_by_others(own_client, shot):
-    job = vela.dask.render(own_client, shot.scene, frames="1-40", output=shot.names, **{**SMALL, "samples": 400})
-    wait_until(lambda: len(stamps(shot.out)) >= 4)
-    os.kill(pid_of(own_client, busy_workers(own_client)[0]), signal.SIGSTOP)
+    os.kill(pid_of(own_client, busy_workers(own_client)[0]), ending)
     there = stamps(shot.out)
     job.result()
     after = stamps(shot.out)

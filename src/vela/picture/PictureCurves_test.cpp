@@ -16,8 +16,19 @@ using namespace vela::picture;
 using picture_test::Values;
 using picture_test::valuesOf;
 
-// Seen from above: a floor, a tube along x over its left half, a ball over its right half. The
-// picture is 40 wide and 20 high, a unit is ten pixels.
+// Looks down on the picture's middle; the picture is 40 wide and 20 high, a unit is ten pixels.
+const std::string kCamera = R"(def Camera "Cam"
+{
+    token projection = "orthographic"
+    float horizontalAperture = 40
+    float verticalAperture = 20
+    float2 clippingRange = (1, 100)
+    double3 xformOp:translate = (0, 0, 10)
+    uniform token[] xformOpOrder = ["xformOp:translate"]
+}
+)";
+
+// Seen from above: a floor, a tube along x over its left half, a ball over its right half.
 std::shared_ptr<ovo::Stage> stageWith(const std::string& more, const std::string& ofTube = "") {
   return vela_test::stageOf(R"(def BasisCurves "Tubes"
 {
@@ -34,16 +45,7 @@ def Points "Balls"
     float[] widths = [1]
     color3f[] primvars:displayColor = [(0, 0, 0), (0, 0, 0), (0, 1, 0)] ( interpolation = "vertex" )
 }
-def Camera "Cam"
-{
-    token projection = "orthographic"
-    float horizontalAperture = 40
-    float verticalAperture = 20
-    float2 clippingRange = (1, 100)
-    double3 xformOp:translate = (0, 0, 10)
-    uniform token[] xformOpOrder = ["xformOp:translate"]
-}
-)" + more);
+)" + kCamera + more);
 }
 
 RenderOptions optionsOf(const std::string& layers) {
@@ -180,16 +182,7 @@ TEST(PictureCurves, OpacityHidesHalfOnEachOfTwoSides) {
     float[] widths = [1]
     rel material:binding = </M>
 }
-def Camera "Cam"
-{
-    token projection = "orthographic"
-    float horizontalAperture = 40
-    float verticalAperture = 20
-    float2 clippingRange = (1, 100)
-    double3 xformOp:translate = (0, 0, 10)
-    uniform token[] xformOpOrder = ["xformOp:translate"]
-}
-)");
+)" + kCamera);
   const Values v = render(stage, optionsOf("rgba"));
   for (const std::size_t x : {5u, 18u, 19u, 20u, 21u, 35u})
     EXPECT_NEAR(static_cast<double>(v.floats.at("A")[at(x, 10)]), 0.75, 1e-6) << x;
