@@ -641,7 +641,7 @@ void bindReports(nb::module_& m) {
       .field("file", &S::Texture::file, "As it is written in the scene.")
       .field("resolved", &S::Texture::resolved, "Empty: it is missing.")
       .field("shader", &S::Texture::shader, "The first that names it.")
-      .field("uses", &S::Texture::uses, "Shaders that name it.");
+      .field("uses", &S::Texture::uses, "Shaders and lights that name it.");
   Record<S::Instancer>(m, "SummaryInstancer",
                        "A point instancer.\n\n>>> vela.scene.SummaryInstancer().instances\n0")
       .field("path", &S::Instancer::path, "Its path.")

@@ -158,6 +158,15 @@ class Info(Case):
         (self.at / "none.png").write_bytes(b"x")
         self.assertEqual(self.info(self.scene)["textures"][0]["missing"], False)
 
+    def test_images_of_lights_are_listed_found_or_missing(self):
+        scene = self.at / "lit.usda"
+        scene.write_text('#usda 1.0\ndef DomeLight "Sky" {\nasset inputs:texture:file = @./sky.png@\n}\n'
+                         'def RectLight "Slide" {\nasset inputs:texture:file = @./gone.png@\n}\n')
+        (self.at / "sky.png").write_bytes(b"x")
+        self.assertEqual([(t["file"], t["missing"], t["shader"]) for t in self.info(scene)["textures"]],
+                         [("./sky.png", False, "/Sky"), ("./gone.png", True, "/Slide")])
+        self.assertIn("Textures: 2\n  ./sky.png\n  ./gone.png (missing)\n", run("info", scene).stdout)
+
     def test_the_text_says_the_same(self):
         text = run("info", self.scene).stdout
         for part in ("from -1 -1 -1 to 1 1 1 units", "from -0.01 -0.01 -0.01 to 0.01 0.01 0.01 metres", "World (Xform), 8 below",

@@ -452,8 +452,9 @@ VerbRow infoRow() {
                 limitGroup(true, false)};
   row.notes = {
       "Prints axes, units and times; the bounding box in scene units and in metres; the tree with "
-      "its boxes; prims by type, variants, lights, textures and which of them are missing, "
-      "instances; the files that the scene is composed of and the arcs that bring them in; meshes "
+      "its boxes; prims by type, variants, lights, textures of materials and lights and which of "
+      "them are missing, instances; the files that the scene is composed of and the arcs that "
+      "bring them in; meshes "
       "with their counts, cameras in plain units, materials. Boxes are of what a picture shows. "
       "Where some of several files cannot be read the exit code is 4."};
   row.examples = {"vela info examples/demo/demo.usda", "vela info examples/demo/demo.usda --files",

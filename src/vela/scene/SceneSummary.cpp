@@ -5,6 +5,7 @@
 
 #include "ovo/PropertyLinks.h"
 #include "ovo/Tokens.h"
+#include "vela/look/LightSource.h"
 #include "vela/scene/LeftOut.h"
 #include "vela/scene/SceneExtent.h"
 #include "vela/scene/SceneMeshes.h"
@@ -91,10 +92,11 @@ class Gatherer {
 
   void addTexture(const ovo::Prim& prim) {
     ovo::FileReference file;
-    if (prim.getTypeName() != ovo::Token("Shader") ||
-        !ovo::PropertyLinks(prim).file(ovo::Token("inputs:file"), file, options_.time) ||
-        file.written.empty())
-      return;
+    if (prim.getTypeName() == ovo::Token("Shader"))
+      ovo::PropertyLinks(prim).file(ovo::Token("inputs:file"), file, options_.time);
+    else if (const auto light = look::readLight(prim, tarn::Mat4d(), options_.time))
+      file = light->texture;
+    if (file.written.empty()) return;
     // Two layers may write the same name and mean different files.
     const auto [place, isNew] = textures_.emplace(file.anchored, summary_.textures.size());
     if (isNew) summary_.textures.push_back({file.written, resolve(prim, file), prim.getPath(), 0});

@@ -57,8 +57,8 @@ struct VELA_API SceneSummary {
   struct Texture {
     std::string file;      ///< as it is written in the scene
     std::string resolved;  ///< empty: it is missing
-    ovo::Path shader;      ///< the first that names it
-    std::size_t uses = 0;  ///< shaders that name it
+    ovo::Path shader;      ///< the first shader or light that names it
+    std::size_t uses = 0;  ///< shaders and lights that name it
   };
   /// A prim that places others many times.
   struct Instancer {

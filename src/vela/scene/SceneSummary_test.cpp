@@ -101,6 +101,46 @@ TEST(SceneSummary, HasTreeBoxesVariantsLightsTexturesAndInstances) {
   EXPECT_EQ(summary.instances, 0u);
 }
 
+TEST(SceneSummary, ImagesOfLightsStandBesideThoseOfMaterials) {
+  const auto stage = vela_test::stageOf(R"(#usda 1.0
+def Shader "Map"
+{
+    asset inputs:file = @./shared.png@
+}
+def DomeLight "Sky"
+{
+    asset inputs:texture:file = @./sky.exr@
+}
+def RectLight "Screen"
+{
+    asset inputs:texture:file.connect = </Set.inputs:slide>
+}
+def Scope "Set"
+{
+    asset inputs:slide = @./shared.png@
+}
+def SphereLight "Bulb"
+{
+    asset inputs:texture:file = @./unread.png@
+}
+def DomeLight "Cross"
+{
+    asset inputs:texture:file = @./cross.exr@
+    token inputs:texture:format = "cubeMapVerticalCross"
+}
+def DomeLight "Plain"
+{
+}
+)");
+  const SceneSummary summary = summarize(*stage, {}).value();
+  std::string found;
+  for (const SceneSummary::Texture& texture : summary.textures)
+    found += texture.file + " " + texture.shader.asString() + " " + std::to_string(texture.uses) +
+             (texture.resolved.empty() ? " missing\n" : "\n");
+  // Neither what a light of its kind does not read, nor what it cannot show.
+  EXPECT_EQ(found, "./shared.png /Map 2 missing\n./sky.exr /Sky 1 missing\n");
+}
+
 TEST(SceneSummary, TheDepthLimitsTheTreeAlone) {
   const auto stage = vela_test::stageOf(kScene);
   const SceneSummary summary = summarize(*stage, {tarn::defaultTimeValue(), 1}).value();
