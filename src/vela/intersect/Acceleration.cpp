@@ -14,6 +14,7 @@ NoAcceleration::~NoAcceleration() = default;
 
 bool NoAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray3f& ray,
                                CollisionResult& result) const {
+  if (detail::missesAllTriangles(ray) && detail::hasTrianglesAlone(model())) return false;
   float best = ray.maxDistance;
   const std::size_t size = model().size();
   for (std::size_t i = 0; i < size; ++i) {

@@ -45,7 +45,7 @@ class VELA_API Acceleration {
   /// Finds a primitive of the model along the ray.
   ///
   /// \param ray    hits count strictly inside (minDistance, maxDistance) unless the structure says
-  ///               otherwise
+  ///               otherwise. Over triangles and meshes, one with a NaN misses at once
   /// \param result on a hit: what the model wrote, and primitiveIndex; on a miss: untouched
   /// \return true on a hit. Which hit, when there are several, is each structure's own rule
   virtual bool intersect(const IntersectionContext& ctx, const tarn::Ray3f& ray,

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <type_traits>
+#include <typeinfo>
 
 #include "ovo/Faces.h"
 #include "tarn/Hash.h"
@@ -13,6 +14,11 @@
 namespace vela {
 
 AccelerationModel::~AccelerationModel() = default;
+
+bool detail::hasTrianglesAlone(const AccelerationModel& model) {
+  return typeid(model) == typeid(TriangleAccelerationModel) ||
+         typeid(model) == typeid(PrimAccelerationModel);
+}
 
 // ---- TriangleAccelerationModel
 

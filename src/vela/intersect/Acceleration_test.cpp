@@ -5,6 +5,8 @@
 #include <type_traits>
 
 #include "vela/intersect/AccelerationModel.h"
+#include "vela/intersect/BvhAcceleration.h"
+#include "vela/intersect/GridAcceleration.h"
 #include "vela/intersect/TestOracles.h"
 
 using namespace vela;
@@ -98,6 +100,35 @@ TEST(NoAcceleration, AnswersLikeThePlainLoopOverBoxesBitForBit) {
           << mesh.name << show(ray) << show(got) << show(expected);
     }
   }
+}
+
+// Triangles whose answers are others than those of their class.
+class Always : public TriangleAccelerationModel {
+ public:
+  using TriangleAccelerationModel::TriangleAccelerationModel;
+  bool intersect(const IntersectionContext&, const Ray3f&, std::size_t,
+                 CollisionResult& result) const override {
+    result.distance = 1.0f;
+    result.hit = true;
+    return true;
+  }
+};
+
+TEST(Structures, ARayWithANanReachesTheModelsThatMayAnswerIt) {
+  const SampleMesh mesh = makePlane(4);
+  const float nan = std::numeric_limits<float>::quiet_NaN();
+  const Always own(mesh.points, mesh.counts, mesh.indices);
+  const TriangleAccelerationModel given = modelOf(mesh);
+  const Ray3f ray(Vec3f(0.5f, 0.25f, 1.0f), Vec3f(nan, 0, -1), 0.0f, 5.0f);
+  const IntersectionContext ctx;
+  CollisionResult result = marked();
+  EXPECT_FALSE(NoAcceleration(given).intersect(ctx, ray, result));
+  EXPECT_FALSE(BvhAcceleration(given, true).intersect(ctx, ray, result));
+  EXPECT_FALSE(GridAcceleration(given).intersect(ctx, ray, result));
+  EXPECT_TRUE(sameRecord(result, marked()));
+  EXPECT_TRUE(NoAcceleration(own).intersect(ctx, ray, result));
+  EXPECT_TRUE(BvhAcceleration(own, true).intersect(ctx, ray, result));
+  EXPECT_TRUE(GridAcceleration(own).intersect(ctx, ray, result));
 }
 
 }  // namespace

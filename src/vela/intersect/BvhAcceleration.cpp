@@ -8,6 +8,7 @@
 
 #include "tarn/Lanes.h"
 #include "vela/intersect/AccelerationModel.h"
+#include "vela/intersect/detail/Kernels.h"
 
 namespace vela {
 namespace {
@@ -263,11 +264,13 @@ struct BvhAcceleration::Tree {
   std::vector<BvhNode> nodes;
   std::vector<std::uint32_t> primIndices;  ///< with kLastOfRun at the end of each leaf's run
   std::vector<Pair> pairs;                 ///< the interior nodes, in the order of `nodes`
+  bool hasTrianglesAlone = false;
 };
 
 BvhAcceleration::BvhAcceleration(const AccelerationModel& model, bool useSah)
     : Acceleration(model) {
   auto tree = std::make_unique<Tree>();
+  tree->hasTrianglesAlone = detail::hasTrianglesAlone(model);
   const auto n = static_cast<std::uint32_t>(model.size());
   if (n > 0) {
     tree->primIndices.resize(n);
@@ -320,6 +323,7 @@ BvhAcceleration::~BvhAcceleration() = default;
 bool BvhAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray3f& ray,
                                 CollisionResult& result) const {
   if (tree_->nodes.empty()) return false;
+  if (tree_->hasTrianglesAlone && detail::missesAllTriangles(ray)) return false;
   const SlabTest slabs(ray);
   tarn::Ray3f shrinking = ray;
 

@@ -99,6 +99,7 @@ struct GridAcceleration::Cells {
   std::vector<Crowd> crowds;
   // Primitives over so many cells that lists would outgrow memory are kept once, with their cells.
   std::vector<WidePrimitive> wide;
+  bool hasTrianglesAlone = false;
 
   [[nodiscard]] std::size_t number(std::uint32_t x, std::uint32_t y, std::uint32_t z) const {
     return (z + 1) * strideZ + (y + 1) * strideY + (x + 1);
@@ -312,6 +313,7 @@ void GridAcceleration::fill(const AccelerationModel& model) {
 
   // Triangles are laid out in blocks, whose cost is bounded where triangles repeat over many cells.
   // Only the very class: one derived from it may answer differently.
+  cells->hasTrianglesAlone = detail::hasTrianglesAlone(model);
   const bool isTriangles = typeid(model) == typeid(TriangleAccelerationModel) &&
                            cells->wide.empty() && references <= 8 * count + 1000 * 1000;
   if (isTriangles) {
@@ -333,6 +335,7 @@ bool GridAcceleration::intersect(const IntersectionContext& ctx, const tarn::Ray
   float tEnter = 0.0f, tLeave = 0.0f;
   if (!cells_ || !detail::hitBox(ray, box_, tEnter, tLeave)) return false;
   const Cells& cells = *cells_;
+  if (cells.hasTrianglesAlone && detail::missesAllTriangles(ray)) return false;
 
   // Entry cell, and per axis the distance of the next boundary and from boundary to boundary.
   const tarn::Vec3f entry = ray.origin + ray.direction * tEnter - box_.min;

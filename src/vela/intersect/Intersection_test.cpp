@@ -7,6 +7,7 @@
 
 #include "vela/camera/RayContext.h"
 #include "vela/intersect/TestOracles.h"
+#include "vela/intersect/detail/Kernels.h"
 #include "vela/mesh/Triangulate.h"
 
 using namespace vela;
@@ -456,6 +457,43 @@ TEST(IntersectRayTriangle, FollowsTheStepsBitForBit) {
     ASSERT_TRUE(sameRecord(got, expected)) << show(ray);
   }
   EXPECT_GT(hits, 10000);
+}
+
+TEST(IntersectRayTriangle, ARayWithANanOrWithoutADirectionAtAllMissesEveryTriangle) {
+  const unsigned seed = 31;
+  SCOPED_TRACE(seed);
+  std::mt19937_64 random(seed);
+  constexpr float kInf = std::numeric_limits<float>::infinity();
+  constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
+  const float values[] = {0.0f,   -0.0f, 1.0f,   -1.0f, 0.25f, -3.0f,
+                          1e-40f, 1e38f, -1e38f, kInf,  -kInf};
+  // Corners may be infinite, but have no NaN: such faces are never tested.
+  const auto number = [&] { return values[random() % std::size(values)]; };
+  const auto vector = [&] { return Vec3f(number(), number(), number()); };
+  int all = 0, endless = 0;
+  for (int i = 0; i < 1000000; ++i) {
+    Ray3f ray(vector(), vector(), number(), number());
+    float* const numbers[] = {&ray.origin.x,    &ray.origin.y,    &ray.origin.z,
+                              &ray.direction.x, &ray.direction.y, &ray.direction.z,
+                              &ray.minDistance, &ray.maxDistance};
+    const bool isNan = random() % 2 == 0;
+    if (isNan) *numbers[random() % std::size(numbers)] = kNan;
+    if (random() % 16 == 0)
+      for (std::size_t k = 0; k < 3; ++k) ray.direction[k] = random() % 2 == 0 ? kInf : -kInf;
+    bool hasNan = false;
+    for (const float* const value : numbers) hasNan |= std::isnan(*value);
+    const bool isEndless =
+        std::isinf(ray.direction.x) && std::isinf(ray.direction.y) && std::isinf(ray.direction.z);
+    ASSERT_EQ(detail::missesAllTriangles(ray), hasNan || isEndless) << show(ray);
+    if (!hasNan && !isEndless) continue;
+    ++all;
+    endless += hasNan ? 0 : 1;
+    CollisionResult result = marked();
+    ASSERT_FALSE(Intersect(ray, vector(), vector(), vector(), result)) << show(ray);
+    ASSERT_TRUE(sameRecord(result, marked()));
+  }
+  EXPECT_GT(all, 400000);
+  EXPECT_GT(endless, 20000);
 }
 
 // ---- Ray/mesh

@@ -10,6 +10,10 @@
 
 #include "vela/intersect/Intersection.h"
 
+namespace vela {
+class AccelerationModel;
+}
+
 namespace vela::detail {
 
 inline bool hitBox(const tarn::Ray3f& ray, const tarn::Box3f& box, float& tNear, float& tFar) {
@@ -33,6 +37,34 @@ inline bool hitBox(const tarn::Ray3f& ray, const tarn::Box3f& box, float& tNear,
   tFar = t1;
   return true;
 }
+
+/// Whether a ray can hit no triangle at all, by its numbers alone. A search that takes NaN for "may
+/// enter" would ask every triangle.
+///
+/// hitTriangle misses at a distance that is NaN. A NaN in the direction is in two of the
+/// coordinates of p, so in det, inv and the distance; one in the origin is in s, so in two of q,
+/// and in the distance; one in the range is in a comparison. With an infinity along each axis a
+/// coordinate of p would be infinite only where those two coordinates of e2 that it is made of have
+/// opposite signs, each turned by its infinity's. Three signs are not opposite in pairs, so one of
+/// p's is NaN.
+inline bool missesAllTriangles(const tarn::Ray3f& ray) {
+  const tarn::Vec3f &o = ray.origin, &d = ray.direction;
+  // NaN where any is; also where infinities of opposite signs meet, so it is looked at closely
+  // then.
+  const float sum =
+      ((o.x + o.y) + (o.z + d.x)) + ((d.y + d.z) + (ray.minDistance + ray.maxDistance));
+  const bool isEndless = std::isinf(d.x) && std::isinf(d.y) && std::isinf(d.z);
+  if (!std::isnan(sum)) return isEndless;
+  const auto hasNan = [](const tarn::Vec3f& v) {
+    return std::isnan(v.x) || std::isnan(v.y) || std::isnan(v.z);
+  };
+  return isEndless || hasNan(o) || hasNan(d) || std::isnan(ray.minDistance) ||
+         std::isnan(ray.maxDistance);
+}
+
+/// Whether a model's primitives are triangles, or meshes of triangles, and nothing else. Only the
+/// very classes: one derived from them may answer differently.
+bool hasTrianglesAlone(const AccelerationModel& model);
 
 inline bool hitTriangle(const tarn::Ray3f& ray, const tarn::Vec3f& a, const tarn::Vec3f& b,
                         const tarn::Vec3f& c, CollisionResult& result) {
