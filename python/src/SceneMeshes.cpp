@@ -336,6 +336,32 @@ void bindPrimWalks(nb::module_& m) {
       "what attributes name, such as textures.\n\n"
       ">>> files = vela.scene.scene_files(vela.open('examples/demo/demo.usda'))\n"
       ">>> any(file.endswith('demo.usda') for file in files)\nTrue");
+  Record<NamedFile>(m, "NamedFile",
+                    "A file that a scene names, and whether it is there.\n\n"
+                    ">>> vela.scene.NamedFile().tiles\n[]")
+      .property(
+          "name", [](const NamedFile& f) { return textOut(f.name); },
+          [](NamedFile& f, const FileName& name) { f.name = name.text; },
+          "As it is written in the scene; of a layer where it is looked for.")
+      .field("by", &NamedFile::by, "What names it: an attribute, or the prim of an arc.")
+      .field("is_there", &NamedFile::isThere, "That it can be read; of tiles: one of them.")
+      .field("tiles", &NamedFile::tiles, "Of a name with `<UDIM>` those that can be read.");
+  m.def(
+      "named_files",
+      [](const StagePtr& stage, nb::object progress) {
+        auto files = workOn(
+            stage, [&](const Work& work) { return namedFiles(*stage, work); }, std::move(progress));
+        if (!files) refuse("stopped");
+        return *std::move(files);
+      },
+      nb::arg("stage"), nb::arg("progress") = nb::none(),
+      nb::sig("def named_files(stage: vela._vela.ovo.Stage, progress: typing.Callable[[float], "
+              "object] | None = None) -> list[NamedFile]"),
+      "Every file that an attribute names, there or not, each once by the first that names it; in "
+      "front of them the layers that cannot be read.\n\n"
+      ">>> files = vela.scene.named_files(vela.open('examples/demo/demo.usda'))\n"
+      ">>> all(file.is_there for file in files), files[0].by\n"
+      "(True, '/Demo/Room/Alcove/Terracotta/Colour.inputs:file')");
   m.def(
       "parse_frames",
       [](const std::string& text) {

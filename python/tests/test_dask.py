@@ -507,6 +507,22 @@ def test_paths_that_a_worker_does_not_see_are_named_before_anything_is_rendered(
     assert os.listdir(shot.out) == []
 
 
+def test_textures_that_the_client_alone_sees_are_named_before_anything_is_rendered(own_client, shot, monkeypatch):
+    # A name that leads to the working folder of whoever looks: this process has another one than its workers.
+    shot.scene.write_text(SCENE + 'def Scope "Look"\n{\n    asset wood = @/proc/self/cwd/wood.png@\n    asset none = @./none.png@\n}\n')
+    (shot.at / "wood.png").write_bytes(b"x")
+    monkeypatch.chdir(shot.at)
+    with pytest.raises(vela.dask.WorkerError) as refused:
+        vela.dask.render(own_client, shot.scene, frames="1-2", output=shot.names, **SMALL)
+    assert len(refused.value.workers) == 2
+    assert set(refused.value.workers.values()) == {"it does not see /proc/self/cwd/wood.png: No such file or directory"}
+    assert os.listdir(shot.out) == []
+    # What this machine lacks as well is no error.
+    (shot.at / "wood.png").unlink()
+    vela.dask.render(own_client, shot.scene, frames="1-2", output=shot.names, **SMALL).result()
+    assert len(os.listdir(shot.out)) == 2
+
+
 def test_files_that_differ_on_a_worker_are_named(shot):
     size = shot.scene.stat().st_size
     request = _farm.Request("job", vela.version(), str(shot.scene))

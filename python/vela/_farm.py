@@ -254,6 +254,17 @@ def make_plan(request: Request) -> Plan:
     return plan
 
 
+def files_seen(request: Request) -> list[tuple[str, int]]:
+    """The files of a scene that this machine sees, with their bytes; none where it has not the scene itself."""
+    if not os.path.isfile(request.scene):
+        return []
+    try:
+        with vela.open(request.scene, variants=request.variants) as stage:
+            return [(name, os.stat(name).st_size) for name in scene_files(stage)]
+    except (OSError, RuntimeError, ValueError):
+        return []  # the worker that reads it says why
+
+
 def _require_version(version: str) -> None:
     if vela.version() != version:
         raise WorkerTrouble(self_name(), f"it has vela {vela.version()}, and the job is of vela {version}")

@@ -334,10 +334,14 @@ def _prepare(client: Client, request: _farm.Request, *, skip_existing: bool, inp
     _require_able(client, _question(), request.version, [request.scene, *inputs], folders)
     if not skip_existing:
         request = dataclasses.replace(request, outputs=tuple(outputs))
+    planned = client.submit(_farm.make_plan, request, key=f"vela-plan-{request.job}", pure=False, priority=100)
+    # What this machine sees counts as well: all workers may lack a texture. It looks while a worker reads the scene.
+    seen = _farm.files_seen(request)
     try:
-        plan = client.submit(_farm.make_plan, request, key=f"vela-plan-{request.job}", pure=False, priority=100).result()
+        plan = planned.result()
     except _farm.WorkerTrouble as error:
         raise WorkerError({error.worker: error.reason}) from None
+    plan = dataclasses.replace(plan, files=tuple(dict([*seen, *plan.files]).items()))
     _require_able(client, _farm.find_lacks, plan)
     return plan
 

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <atomic>
 #include <iterator>
+#include <optional>
 #include <unordered_set>
 #include <utility>
 
@@ -52,6 +53,24 @@ std::size_t longestChain(const pxr::PcpPrimIndex& index) {
     longest = std::max(longest, length);
   }
   return longest;
+}
+
+std::string fileOf(const pxr::SdfLayerHandle& layer) {
+  return layer ? layer->GetResolvedPath().GetPathString() : std::string();
+}
+
+// A layer that an error is about, when it is about one that cannot be read.
+std::optional<MissingLayer> missingLayerOf(const pxr::PcpErrorBase& error) {
+  if (const auto* arc = dynamic_cast<const pxr::PcpErrorInvalidAssetPath*>(&error)) {
+    // What is looked for on the search path has been resolved to nothing.
+    const std::string& file =
+        arc->resolvedAssetPath.empty() ? arc->assetPath : arc->resolvedAssetPath;
+    return MissingLayer{file, arc->arcType == pxr::PcpArcTypePayload ? "payload" : "reference",
+                        fileOf(arc->sourceLayer), Path(arc->site.path.GetAsString())};
+  }
+  if (const auto* below = dynamic_cast<const pxr::PcpErrorInvalidSublayerPath*>(&error))
+    return MissingLayer{below->sublayerPath, "sublayer", fileOf(below->layer), Path("/")};
+  return std::nullopt;
 }
 
 bool isActive(const pxr::PcpPrimIndex& index) {
@@ -117,8 +136,12 @@ PrimNode* StageData::find(const Path& path) const {
 void StageData::report(const pxr::PcpErrorVector& errors) {
   std::vector<std::string> texts;
   texts.reserve(errors.size());
-  for (const pxr::PcpErrorBasePtr& error : errors)
-    if (error) texts.push_back(error->ToString());
+  for (const pxr::PcpErrorBasePtr& error : errors) {
+    if (!error) continue;
+    texts.push_back(error->ToString());
+    if (std::optional<MissingLayer> missing = missingLayerOf(*error))
+      missing_.insert(*std::move(missing));
+  }
   problems.addSorted(std::move(texts));
 }
 

@@ -82,4 +82,9 @@ void readEveryValue(const Stage& stage) {
   }
 }
 
+std::vector<MissingLayer> missingLayers(const Stage& stage) {
+  const detail::MissingLayers& missing = detail::StageData::of(stage).missingLayers();
+  return {missing.begin(), missing.end()};
+}
+
 }  // namespace ovo

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "ovo/Api.h"
+#include "ovo/Path.h"
 
 namespace ovo {
 
@@ -32,5 +33,25 @@ struct LayerUse {
 ///   assert(!uses.empty() && uses[0].arc == "root" && uses[0].from.empty());
 /// \endcode
 [[nodiscard]] OVO_API std::vector<LayerUse> layerUses(const Stage& stage);
+
+/// A layer that a scene leads to and that cannot be read: it is not there, or it is damaged.
+struct MissingLayer {
+  std::string file;  ///< where it is looked for: absolute, or a name that is looked for on the
+                     ///< search path
+  std::string arc;   ///< `sublayer`, `reference`, `payload`
+  std::string from;  ///< the file that has the arc, absolute; empty for a scene in memory
+  Path prim;         ///< that the arc is at, in the file; `/` for a sublayer
+};
+
+/// Those that were met since the stage was opened, in order of their names, each arc once.
+///
+/// \code
+///   const auto stage = ovo::Stage::openText(
+///       "#usda 1.0\ndef \"A\" (references = @/none/chair.usda@</Chair>)\n{\n}\n");
+///   const std::vector<ovo::MissingLayer> missing = ovo::missingLayers(*stage);
+///   assert(missing.size() == 1 && missing[0].file == "/none/chair.usda");
+///   assert(missing[0].arc == "reference" && missing[0].prim == "/A");
+/// \endcode
+[[nodiscard]] OVO_API std::vector<MissingLayer> missingLayers(const Stage& stage);
 
 }  // namespace ovo

@@ -53,6 +53,57 @@ def Xform "B" (
             "payload leg.usda of top.usda; ");
 }
 
+TEST(LayerUses, LayersThatCannotBeReadStandWithWhatNamesThem) {
+  namespace fs = std::filesystem;
+  std::string pattern = (fs::temp_directory_path() / "vela-missing-layers-XXXXXX").string();
+  ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+  const fs::path folder = fs::canonical(pattern);
+  const auto write = [&](const char* name, const std::string& text) {
+    std::ofstream(folder / name) << text;
+  };
+  write("top.usda", R"(#usda 1.0
+(
+    subLayers = [@below.usda@, @./gone_below.usda@]
+)
+def Xform "A" (references = @./chair.usda@</Chair>)
+{
+}
+def Xform "B" (references = @./chair.usda@</Chair>)
+{
+}
+def Xform "C" (payload = @on_no_path.usda@)
+{
+}
+def Xform "D" (references = @./damaged.usda@)
+{
+}
+def Xform "E" (references = @./below.usda@</NoSuchPrim>)
+{
+}
+)");
+  write("below.usda", "#usda 1.0\n");
+  write("chair.usda", "#usda 1.0\ndef \"Chair\" (references = @./leg.usda@)\n{\n}\n");
+  write("damaged.usda", "no scene");
+  const auto stage = ovo::Stage::open((folder / "top.usda").string());
+  ASSERT_TRUE(stage);
+
+  std::string text;
+  const auto nameOf = [](const std::string& file) { return fs::path(file).filename().string(); };
+  for (const ovo::MissingLayer& missing : ovo::missingLayers(*stage)) {
+    EXPECT_EQ(missing.file, missing.arc == "payload" ? "on_no_path.usda"
+                                                     : (folder / nameOf(missing.file)).string());
+    EXPECT_EQ(fs::path(missing.from).parent_path(), folder);
+    text += missing.arc + " " + nameOf(missing.file) + " at " + nameOf(missing.from) +
+            missing.prim.asString() + "; ";
+  }
+  fs::remove_all(folder);
+  // Each arc once, however many prims it comes to; a layer without the prim that is asked of it is
+  // there.
+  EXPECT_EQ(text,
+            "reference damaged.usda at top.usda/D; sublayer gone_below.usda at top.usda/; "
+            "reference leg.usda at chair.usda/Chair; payload on_no_path.usda at top.usda/C; ");
+}
+
 TEST(LayerUses, ASceneInMemoryHasNoFiles) {
   const auto stage = ovo::Stage::createInMemory();
   stage->definePrim("/A");

@@ -10,6 +10,7 @@ import os
 import pathlib
 import re
 import shlex
+import shutil
 import signal
 import subprocess
 import sys
@@ -227,6 +228,108 @@ class Farm(unittest.TestCase):
         line = self.submit("1-2")
         self.assert_refused(engine(*line, "-p", f"Scene={self.at}/gone.usda"), "vela submit: error: cannot open")
         self.assert_refused(engine(*line, "-p", f"Folder={self.at}/gone"), "there is no such folder on this machine")
+
+    LOOKS = """#usda 1.0
+(
+    subLayers = [@./none/light.usda@]
+)
+def Scope "Looks" (references = @./parts/look.usda@</Look>)
+{
+    asset wood = @./tex/wood.png@
+    asset none = @./tex/none {{a}}.png@
+    asset wall = @./tex/wall.<UDIM>.png@
+    asset moving.timeSamples = { 1: @./tex/one.png@, 2: @./tex/two.png@ }
+}
+"""
+
+    def add_looks(self):
+        """Layers, textures, tiles of one, and two names of which nothing is there."""
+        for folder in ("parts", "tex"):
+            (self.at / folder).mkdir()
+        self.scene.write_text(SCENE.replace("@shapes/ball.usda@", "@shapes/ball.usda@, @looks.usda@"))
+        (self.at / "looks.usda").write_text(self.LOOKS)
+        (self.at / "parts/look.usda").write_text('#usda 1.0\ndef "Look"\n{\n    asset own = @./leaf.png@\n}\n')
+        for name in ("tex/wood", "tex/wall.1001", "tex/wall.1002", "tex/one", "tex/two", "parts/leaf"):
+            (self.at / f"{name}.png").write_bytes(b"x")
+
+    def test_what_the_scene_reads_and_a_worker_does_not_see_is_named_before_anything_is_rendered(self):
+        self.add_looks()
+        line = self.submit("1-2")
+        checked = engine("check", self.at / "job.json")
+        self.assertEqual(checked.returncode, 0, checked.stdout + checked.stderr)
+        for name, told in (("shapes/ball.usda", "shapes/ball.usda: it is a sublayer"), ("parts/look.usda", f"{self.at}/parts/look.usda: /Looks names it"),
+                           ("tex/wood.png", "./tex/wood.png: /Looks.wood names it"), ("tex/two.png", "./tex/two.png: /Looks.moving names it"),
+                           ("tex/wall.1002.png", "./tex/wall.1002.png: /Looks.wall names it"), ("parts/leaf.png", "./leaf.png: /Looks.own names it")):
+            with self.subTest(name=name):
+                (self.at / name).rename(self.at / "hidden")
+                done = engine(*line)
+                (self.at / "hidden").rename(self.at / name)
+                self.assert_refused(done, f"vela submit: error: not on this machine: {told}, and where the job was made it is there")
+                self.assertEqual(done.stdout.count("not on this machine"), 1, done.stdout)
+        # What was missing where the job was made is missing here as well, and is no error.
+        done = engine(*line)
+        self.assertEqual(done.returncode, 0, done.stdout)
+        self.alone("1-2")
+        self.assert_same(2)
+
+    def test_a_worker_is_checked_where_it_has_the_scene(self):
+        self.add_looks()
+        line = self.submit("1")
+        there = self.at.parent / "mounted elsewhere"
+        self.at.rename(there)
+        self.addCleanup(shutil.rmtree, there)
+        at, self.at = self.at, there
+        line = [word.replace(f"={at}", f"={there}").replace(str(at / "job.json"), str(there / "job.json")) for word in line]
+        (there / "tex/one.png").rename(there / "tex/far.png")
+        self.assert_refused(engine(*line), "not on this machine: ./tex/one.png: /Looks.moving names it")
+        (there / "tex/far.png").rename(there / "tex/one.png")
+        self.assertEqual(engine(*line).returncode, 0)
+
+    def test_the_check_reads_the_scene_as_the_tasks_do(self):
+        self.scene.write_text(SCENE + """def "Look" (
+    variants = {
+        string day = "now"
+    }
+    prepend variantSets = "day"
+)
+{
+    variantSet "day" = {
+        "now" {
+            asset map = @./now.png@
+        }
+        "then" {
+            asset map = @./then.png@
+        }
+    }
+}
+""")
+        (self.at / "then.png").write_bytes(b"x")
+        line = self.submit("1", "--variant", "/Look:day=then", "--root", self.at, "--max-layers", "9")
+        (self.at / "then.png").unlink()
+        self.assert_refused(engine(*line), "not on this machine: ./then.png: /Look.map names it")
+        line = self.submit("1", "--variant", "/Look:day=now")
+        self.assertEqual(engine(*line).returncode, 0)
+
+    def test_a_selection_that_is_not_there_is_named_before_anything_is_rendered(self):
+        selection = self.at / "ball.sel"
+        self.assertEqual(run("select", self.scene, "--rect", "0,0,31,17", "--size", "32x18", "-o", selection).returncode, 0)
+        line = self.submit("1", "--selection", selection)
+        selection.unlink()
+        self.assert_refused(engine(*line), f"not on this machine: {selection}: the job reads it")
+
+    def test_a_check_by_hand_says_what_is_missing(self):
+        self.add_looks()
+        done = run("submit", self.scene, "--check", VERSION, "--folder", self.at)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertIn(f"warning: {self.scene}: /Looks.none names ./tex/none {{{{a}}}}.png, which is not here", done.stderr)
+        bad = self.at / "bad.json"
+        for text in ("", "[]", '{"missing": [], "tiles": [1]}', '{"missing": 3}', "\0"):
+            bad.write_text(text)
+            done = run("submit", self.scene, "--check", VERSION, "--seen", bad)
+            self.assertEqual((done.returncode, done.stderr.splitlines()[-1].count("--seen")), (2, 2), done.stderr)
+        for words in (("--seen", bad), ("--input", bad)):
+            self.assertEqual(run("submit", self.scene, *words).returncode, 2)
+        self.assertEqual(run("submit", self.scene, "--check", VERSION, "--seen", self.at / "gone.json").returncode, 2)
 
     def test_what_cannot_become_a_job_is_refused_with_one_line(self):
         fit = ["submit", self.scene, "--frames", "1-2", "-o", self.at / "out/f.##.exr", "--job", self.at / "j.json"]

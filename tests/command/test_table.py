@@ -17,6 +17,7 @@ import time
 import unittest
 
 COMMAND, ROOT = sys.argv[1], pathlib.Path(sys.argv[2])
+VERSION = subprocess.run([COMMAND, "--version"], capture_output=True, text=True).stdout.split()[1]
 DEMO = ROOT / "examples/demo/demo.usda"
 
 
@@ -290,6 +291,7 @@ def PointInstancer "A" {{
             "readerTooSlow": ["info", self.slow_scene(), "--max-time", "0.2"],
             "noTile": [*render, "--from-tiles", self.at / "none.{tile}.exr"],
             "otherVersion": ["submit", s, "--check", "9.8.7"],
+            "notHere": ["submit", s, "--check", VERSION, "--input", self.at / "none.sel"],
             "noManager": ["resolve", "bal:///x"], "badManager": ["resolve", "bal:///x"], "cannotResolve": ["resolve", "file://elsewhere/x"],
             "outOfMemory": None, "killed": None, "readerCrashed": None, "crashed": None}
 

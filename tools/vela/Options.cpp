@@ -95,6 +95,15 @@ void sayUnused(const Arguments& given, std::initializer_list<const char*> option
     if (given.has(option)) say(Notice::note, std::string(option) + " has no effect: " + why);
 }
 
+void readVariants(const Arguments& given, std::vector<ovo::VariantChoice>& variants) {
+  for (const std::string& text : given.all("--variant")) {
+    ovo::VariantChoice choice;
+    if (!ovo::readVariantChoice(text, choice) || text[0] != '/')
+      throw failure(Message::badForm, {"--variant", text, "PRIM:SET=NAME", "/Chair:colour=red"});
+    variants.push_back(choice);
+  }
+}
+
 // The options that all verbs with a camera share.
 void readScene(const Arguments& given, SceneOptions& options) {
   readLimits(given);
@@ -119,12 +128,7 @@ void readScene(const Arguments& given, SceneOptions& options) {
   options.includedTypes = given.all("--include-type");
   options.excludedPaths = given.all("--exclude");
   options.maskPaths = given.all("--mask");
-  for (const std::string& text : given.all("--variant")) {
-    ovo::VariantChoice choice;
-    if (!ovo::readVariantChoice(text, choice) || text[0] != '/')
-      throw failure(Message::badForm, {"--variant", text, "PRIM:SET=NAME", "/Chair:colour=red"});
-    options.variants.push_back(choice);
-  }
+  readVariants(given, options.variants);
   if (given.has("--turn")) {
     std::vector<double> degrees;
     if (!readNumbers(given.text("--turn"), 1, degrees))
@@ -269,11 +273,16 @@ bool readArguments(int count, char** arguments, SubmitOptions& options) {
   if (!given.read(count, arguments)) return false;
   options.version = given.text("--check");
   options.folders = given.all("--folder");
+  options.inputs = given.all("--input");
+  options.seen = given.text("--seen");
   if (given.has("--check")) {
+    readLimits(given);
+    readVariants(given, options.render.scene.variants);
     options.render.scene.file = given.text("FILE");
     return true;
   }
-  if (given.has("--folder")) throw failure(Message::onlyWith, {"--folder", "--check", "submit"});
+  for (const char* ofWorkers : {"--folder", "--input", "--seen"})
+    if (given.has(ofWorkers)) throw failure(Message::onlyWith, {ofWorkers, "--check", "submit"});
   options.estimates = given.has("--estimate");
   if (options.estimates && given.has("--job"))
     throw failure(Message::notTogether,

@@ -125,6 +125,8 @@ struct SubmitOptions {
   double bandwidth = 0.0;            ///< to and from a machine, MB/s; 0: files are where it is
   std::string version;               ///< what this worker must be; empty: a job is written
   std::vector<std::string> folders;  ///< which this worker must be able to write to
+  std::vector<std::string> inputs;   ///< files besides the scene that it must be able to read
+  std::string seen;  ///< the file that says what of the scene it must see; empty: nothing does
 };
 
 struct PickOptions {

@@ -16,13 +16,16 @@
 #include <nlohmann/json.hpp>
 
 #include "Estimate.h"
+#include "Logging.h"
 #include "Messages.h"
+#include "Notices.h"
 #include "Options.h"
 #include "OutputFile.h"
 #include "OutputPictures.h"
 #include "PictureRecord.h"
 #include "Scene.h"
 #include "SceneFiles.h"
+#include "SeenFiles.h"
 #include "vela/Version.h"
 
 namespace command {
@@ -120,7 +123,8 @@ class Job {
 
   [[nodiscard]] const std::vector<std::string>& folders() const { return folders_; }
 
-  [[nodiscard]] Json json() const {
+  /// \param seen what this machine sees of the scene, for those that run the job
+  [[nodiscard]] Json json(const std::string& seen) const {
     const bool isChunked = options_.chunk > 1;
     Json job = {{"specificationVersion", "jobtemplate-2023-09"}};
     if (isChunked) job["extensions"] = {"TASK_CHUNKING"};
@@ -151,6 +155,9 @@ class Job {
          {"default", defaultText("--command", options_.command, "take a shorter one")}});
 
     Json check = {"submit", valueOf("Scene"), "--check", vela::version()};
+    check.push_back("--seen");
+    check.push_back("{{Env.File.Seen}}");
+    for (const std::string& word : opening_) check.push_back(word);
     for (std::size_t i = 0; i < folders_.size(); ++i) {
       check.push_back("--folder");
       check.push_back(valueOf(folderName(i)));
@@ -158,7 +165,9 @@ class Job {
     const Json environment = {
         {"name", "Vela"},
         {"description", "Checks that the worker has this version and sees the files"},
-        {"script", {{"actions", {{"onEnter", action(check)}}}}}};
+        {"script",
+         {{"embeddedFiles", Json::array({{{"name", "Seen"}, {"type", "TEXT"}, {"data", seen}}})},
+          {"actions", {{"onEnter", action(check)}}}}}};
     job["jobEnvironments"] = Json::array({environment});
 
     Json frame = {{"name", "Frame"},
@@ -293,21 +302,29 @@ class Job {
       return addText("Layers", given, "The layers, apart by commas");
     std::vector<std::string>& command = commandOf(given);
     command.push_back(given.name);
+    const std::size_t first = command.size() - 1;
     if (given.name == "--selection") {
       addPath("Selection", options_.render.selection, "FILE", "IN", "What is tinted");
       command.push_back(valueOf("Selection"));
+      opening_.insert(opening_.end(), {"--input", valueOf("Selection")});
     } else if (given.name == "--root") {
       addPath("Root", given.value, "DIRECTORY", "IN", "Where all files of the scene lie");
       command.push_back(valueOf("Root"));
     } else if (!given.isFlag) {
       command.push_back(literal(given.name.c_str(), given.value));
     }
+    // What a scene is composed of depends on these: the check reads it as the tasks do.
+    const bool isLimit = given.name.rfind("--max-", 0) == 0;
+    if (isLimit || given.name == "--root" || given.name == "--variant")
+      opening_.insert(opening_.end(), command.begin() + static_cast<std::ptrdiff_t>(first),
+                      command.end());
   }
 
   const SubmitOptions& options_;
   Json parameters_ = Json::array();
   std::vector<std::string> frame_;    // what renders a frame, but for its outputs
   std::vector<std::string> outputs_;  // the options of those
+  std::vector<std::string> opening_;  // of the check: how the scene is opened, and other inputs
   std::vector<std::pair<std::string, std::string>> paths_;  // what the PATH parameters are here
   std::vector<std::string> folders_;
   std::string firstName_;  // of the outputs, without its folder
@@ -322,11 +339,32 @@ void write(OutputFile& file, const Json& json) {
                   {file.finalName(), std::strerror(errno), "see that there is room on the disk"});
 }
 
+// A line for each file that the job needs and that is not here. What was missing where the job was
+// made is none: pictures then have what stands for it, everywhere the same.
+void checkFiles(const SubmitOptions& options, const ovo::Stage& stage) {
+  std::vector<Failure> lacks;
+  for (const std::string& input : options.inputs)
+    if (access(input.c_str(), R_OK) != 0)
+      lacks.push_back(failure(Message::notHere, {input, "the job reads it"}));
+  const std::string& file = options.render.scene.file;
+  for (const Lack& lack : findLacks(stage, file, options.seen)) {
+    const std::string by = lack.by == "/" ? "it is a sublayer" : lack.by + " names it";
+    if (!options.seen.empty())
+      lacks.push_back(
+          failure(Message::notHere, {lack.name, by + ", and where the job was made it is there"}));
+    else if (lack.by.find('.') != std::string::npos)  // layers were told when it was opened
+      say(Notice::warning, file + ": " + lack.by + " names " + lack.name + ", which is not here");
+  }
+  if (lacks.empty()) return;
+  for (std::size_t i = 0; i + 1 < lacks.size(); ++i) reportFailure("vela submit", lacks[i]);
+  throw lacks.back();
+}
+
 // What the first action of a session is: a worker that cannot do the job says so before it renders.
 ExitCode check(const SubmitOptions& options) {
   if (options.version != vela::version())
     throw failure(Message::otherVersion, {options.version, vela::version()});
-  [[maybe_unused]] const auto stage = openStage("submit", options.render.scene.file);
+  const auto stage = openStage("submit", options.render.scene.file, options.render.scene.variants);
   for (const std::string& folder : options.folders) {
     std::error_code none;
     if (!fs::is_directory(folder, none))
@@ -336,6 +374,7 @@ ExitCode check(const SubmitOptions& options) {
       throw failure(Message::cannotWrite,
                     {folder, std::strerror(errno), "let this machine's user write there"});
   }
+  checkFiles(options, *stage);
   return kDone;
 }
 
@@ -363,7 +402,7 @@ ExitCode submit(const SubmitOptions& options) {
   beside.replace_extension(".attachments.json");
   OutputFile jobFile(options.job, OutputKind::manifest);
   OutputFile listFile(beside.string(), OutputKind::manifest);
-  write(jobFile, job.json());
+  write(jobFile, job.json(seenFiles(*stage, options.render.scene.file)));
   write(listFile, attachments);
   jobFile.commit();
   listFile.commit();

@@ -308,7 +308,7 @@ VerbRow submitRow() {
   row.name = "submit";
   row.synopses = {"FILE --frames LIST -o OUT.####.exr --job JOB.json [options]",
                   "FILE --frames LIST -o OUT.####.exr --estimate [options]",
-                  "FILE --check VERSION [--folder FOLDER]"};
+                  "FILE --check VERSION [--folder FOLDER] [--seen LIST]"};
   row.summary = "writes a job for a render farm.";
   row.brief = "frames as a job for a render farm";
   row.arguments = {sceneFile()};
@@ -336,12 +336,22 @@ VerbRow submitRow() {
          "where it is"}}},
       {"On a worker",
        {{"--check", "VERSION",
-         "fails where this is not that version, FILE cannot be read, or a folder not be written "
-         "to. Jobs begin with it"},
+         "fails where this is not that version, FILE cannot be read, a folder not be written to, "
+         "or a file not be seen. Jobs begin with it"},
         {"--folder",
          "FOLDER",
          "one that must be there and let files be written (may be repeated)",
          Offer::folders,
+         {},
+         true},
+        {"--seen", "LIST",
+         "what of the scene's layers, textures and other files the machine saw that made the job: "
+         "these must be here. Without it what is missing is said",
+         Offer::files},
+        {"--input",
+         "INPUT",
+         "one more file that must be here (may be repeated)",
+         Offer::files,
          {},
          true}}}};
   // What makes several pictures, or needs other pictures, is not of one frame.
@@ -363,7 +373,9 @@ VerbRow submitRow() {
       "With --tiles bands of each frame are rendered as EXRs of all that its outputs show, beside "
       "its first output, and stay there. Joined they are the frame to the byte.",
       "A session begins by checking the worker: another version of vela, a scene that it cannot "
-      "read or a folder that it cannot write to ends it before anything is rendered."};
+      "read, a layer, texture or other file of it that it does not see, or a folder that it cannot "
+      "write to ends it before anything is rendered. What is missing where the job is made may be "
+      "missing on workers."};
   row.examples = {
       "vela submit examples/demo/demo.usda --frames 1-24 -o demo.####.exr --job demo-job.json "
       "--size 640",

@@ -12,10 +12,13 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
+#include <tuple>
 #include <unordered_map>
 #include <vector>
 
+#include "ovo/LayerUses.h"
 #include "ovo/OpenOptions.h"
 #include "ovo/Path.h"
 #include "ovo/Stage.h"
@@ -66,6 +69,16 @@ struct PrimNode {
   bool instanceProxy = false;
 };
 
+/// Layers that could not be read, by their names: which thread finds one first differs from run to
+/// run.
+struct ByName {
+  bool operator()(const MissingLayer& a, const MissingLayer& b) const {
+    return std::tie(a.file, a.from, a.prim.asString(), a.arc) <
+           std::tie(b.file, b.from, b.prim.asString(), b.arc);
+  }
+};
+using MissingLayers = std::set<MissingLayer, ByName>;
+
 class StageData {
  public:
   /// \p session is null for a scene that only lives in memory: edits then go to \p root itself.
@@ -99,6 +112,8 @@ class StageData {
   bool setActive(PrimNode& node, bool active);
   bool setTypeName(PrimNode& node, const Token& type);
 
+  /// Layers that could not be read.
+  [[nodiscard]] const MissingLayers& missingLayers() const noexcept { return missing_; }
   [[nodiscard]] pxr::SdfLayerHandleSet usedLayers() const { return cache_->GetUsedLayers(); }
   /// What names of files are resolved under.
   [[nodiscard]] const pxr::ArResolverContext& resolverContext() const {
@@ -137,6 +152,7 @@ class StageData {
   std::deque<PrimNode> nodes_;
   std::unordered_map<Path, PrimNode*> byPath_;
   std::string refusal_;
+  MissingLayers missing_;
   std::size_t numAlive_ = 0;
   std::size_t numOpinions_ = 0;  // of all prims that are alive
   // True when a part of the scene is built from another part of the same files, so that an edit may

@@ -2,6 +2,7 @@
 #include "vela/scene/SceneFiles.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -72,11 +73,49 @@ TEST_F(SceneFiles, TilesOfTexturesThatAreNotThereAreVisited) {
   EXPECT_EQ(std::count(visited.begin(), visited.end(), "below.usda"), 0);
 }
 
+TEST_F(SceneFiles, EveryNamedFileStandsWithWhatNamesItThereOrNot) {
+  write("below.usda", R"(#usda 1.0
+def Scope "Below" (references = @gone.usda@)
+{
+    asset again = @wood.png@
+    asset none = @@
+    asset walls = @none.<UDIM>.png@
+    asset same = @gone.png@
+}
+)");
+  const auto stage = ovo::Stage::open((folder_ / "scene.usda").string());
+  ASSERT_TRUE(stage);
+  std::string text;
+  const auto files = vela::scene::namedFiles(*stage);
+  ASSERT_TRUE(files);
+  for (const vela::scene::NamedFile& file : *files) {
+    text += fs::path(file.name).filename().string() + " by " + file.by;
+    if (!file.isThere) text += " missing";
+    for (const int tile : file.tiles) text += " " + std::to_string(tile);
+    text += "\n";
+  }
+  // Of an equal name in another layer both.
+  EXPECT_EQ(text,
+            "gone.usda by /Below missing\n"
+            "wood.png by /Below.again\n"
+            "gone.png by /Below.same missing\n"
+            "none.<UDIM>.png by /Below.walls missing\n"
+            "gone.png by /Look.gone missing\n"
+            "one.png by /Look.moving\n"
+            "two.png by /Look.moving\n"
+            "wood.png by /Look.still\n"
+            "wall.<UDIM>.png by /Look.tiles 1001 1100\n");
+  fs::permissions(folder_ / "wood.png", fs::perms::none);
+  if (access((folder_ / "wood.png").c_str(), R_OK) == 0) return;  // this user may read anything
+  EXPECT_FALSE(vela::scene::namedFiles(*stage)->at(1).isThere);
+}
+
 TEST_F(SceneFiles, StoppedWorkSaysSo) {
   const auto stage = ovo::Stage::open((folder_ / "scene.usda").string());
   ASSERT_TRUE(stage);
   const vela::scene::Work work{[] { return true; }, {}};
   EXPECT_FALSE(sceneFiles(*stage, work).has_value());
+  EXPECT_FALSE(vela::scene::namedFiles(*stage, work).has_value());
   EXPECT_FALSE(forEachNamedFile(
       *stage, [](const std::string&) {}, work));
 }
