@@ -44,6 +44,7 @@ namespace ovo {
 template <class T>
 class Array {
  public:
+  /// The names that the standard's algorithms ask for. Iterators are plain pointers. @{
   using value_type = T;
   using size_type = std::size_t;
   using difference_type = std::ptrdiff_t;
@@ -54,26 +55,27 @@ class Array {
   using iterator = T*;
   using const_iterator = const T*;
   using reverse_iterator = std::reverse_iterator<iterator>;
-  using const_reverse_iterator = std::reverse_iterator<const_iterator>;
+  using const_reverse_iterator = std::reverse_iterator<const_iterator>;  /// @}
 
   Array() noexcept = default;
   /// \p count elements, each made by T().
   explicit Array(size_type count) { resize(count); }
-  Array(size_type count, const T& value) { assign(count, value); }
+  Array(size_type count, const T& value) { assign(count, value); }  ///< copies of one value
+  /// The given elements, copied in their order. @{
   Array(std::initializer_list<T> values) { assign(values.begin(), values.end()); }
   Array(const std::vector<T>& values) { assign(values.begin(), values.end()); }
   explicit Array(tarn::Span<const T> values) { assign(values.begin(), values.end()); }
   template <class It, class = typename std::iterator_traits<It>::iterator_category>
   Array(It first, It last) {
     assign(first, last);
-  }
+  }  /// @}
+  /// Shares the storage of the other, or takes it: what was moved from is empty then. @{
   Array(const Array& other) noexcept : data_(other.data_), size_(other.size_) {
     Block::retain(data_);
   }
   Array(Array&& other) noexcept
       : data_(std::exchange(other.data_, nullptr)), size_(std::exchange(other.size_, 0)) {}
   ~Array() { Block::release(data_, size_); }
-
   Array& operator=(const Array& other) noexcept {
     Array(other).swap(*this);
     return *this;
@@ -81,25 +83,26 @@ class Array {
   Array& operator=(Array&& other) noexcept {
     Array(std::move(other)).swap(*this);
     return *this;
-  }
+  }  /// @}
   Array& operator=(std::initializer_list<T> values) {
     assign(values);
     return *this;
-  }
+  }  ///< as assign()
 
-  // Reading
-
-  [[nodiscard]] size_type size() const noexcept { return size_; }
-  [[nodiscard]] bool empty() const noexcept { return size_ == 0; }
+  [[nodiscard]] size_type size() const noexcept { return size_; }   ///< elements, not bytes
+  [[nodiscard]] bool empty() const noexcept { return size_ == 0; }  ///< capacity() may be more
+  /// Elements that the storage holds, which other copies may share; 0 without storage.
   [[nodiscard]] size_type capacity() const noexcept { return Block::capacity(data_); }
+  /// The most elements that an Array can address. @{
   [[nodiscard]] static constexpr size_type maxSize() noexcept { return Block::maxSize(); }
-  [[nodiscard]] static constexpr size_type max_size() noexcept { return maxSize(); }
+  [[nodiscard]] static constexpr size_type max_size() noexcept { return maxSize(); }  /// @}
 
   /// All elements, to be read: valid until the next non-const call on this Array.
   [[nodiscard]] tarn::Span<const T> view() const noexcept { return {data_, size_}; }
-  /// Null only when nothing was ever stored.
+  /// Null only when nothing was ever stored. @{
   [[nodiscard]] const T* data() const noexcept { return data_; }
-  [[nodiscard]] const T* cdata() const noexcept { return data_; }
+  [[nodiscard]] const T* cdata() const noexcept { return data_; }  /// @}
+  /// From the first element to behind the last, or back. Null where data() is. @{
   [[nodiscard]] const_iterator begin() const noexcept { return data_; }
   [[nodiscard]] const_iterator end() const noexcept { return data_ + size_; }
   [[nodiscard]] const_iterator cbegin() const noexcept { return data_; }
@@ -109,23 +112,21 @@ class Array {
   }
   [[nodiscard]] const_reverse_iterator rend() const noexcept {
     return const_reverse_iterator(begin());
-  }
+  }  /// @}
   /// \p index is not checked: it lies in [0, size()).
   [[nodiscard]] const T& operator[](size_type index) const noexcept { return data_[index]; }
-  [[nodiscard]] const T& front() const noexcept { return data_[0]; }
-  [[nodiscard]] const T& back() const noexcept { return data_[size_ - 1]; }
-
+  [[nodiscard]] const T& front() const noexcept { return data_[0]; }         ///< size() is above 0
+  [[nodiscard]] const T& back() const noexcept { return data_[size_ - 1]; }  ///< size() is above 0
   /// True when both use the same storage, so that equality needs no look at the elements.
   [[nodiscard]] bool isIdentical(const Array& other) const noexcept {
     return data_ == other.data_ && size_ == other.size_;
   }
-
+  /// Equal are Arrays of one size whose elements are, by their own ==. A NaN equals nothing. @{
   friend bool operator==(const Array& a, const Array& b) {
     // Identical storage proves equality only where every element equals itself, which NaN does not.
     return a.size_ == b.size_ && std::equal(a.begin(), a.end(), b.begin());
   }
-  friend bool operator!=(const Array& a, const Array& b) { return !(a == b); }
-
+  friend bool operator!=(const Array& a, const Array& b) { return !(a == b); }  /// @}
   /// `[a, b, c]`, with the elements' own printing.
   friend std::ostream& operator<<(std::ostream& out, const Array& array) {
     out << '[';
@@ -136,8 +137,7 @@ class Array {
     return out << ']';
   }
 
-  // Writing
-
+  /// As the calls of these names on a const Array, but what is shared is copied first. @{
   [[nodiscard]] T* data() {
     detach();
     return data_;
@@ -157,13 +157,13 @@ class Array {
     return data_[index];
   }
   [[nodiscard]] T& front() { return (*this)[0]; }
-  [[nodiscard]] T& back() { return (*this)[size_ - 1]; }
-
+  [[nodiscard]] T& back() { return (*this)[size_ - 1]; }  /// @}
+  /// Exchanges the storage of both. No element is copied or moved. @{
   void swap(Array& other) noexcept {
     std::swap(data_, other.data_);
     std::swap(size_, other.size_);
   }
-  friend void swap(Array& a, Array& b) noexcept { a.swap(b); }
+  friend void swap(Array& a, Array& b) noexcept { a.swap(b); }  /// @}
 
   /// Removes all elements. Storage of its own is kept for reuse, shared storage is let go.
   void clear() noexcept {
@@ -182,6 +182,7 @@ class Array {
   }
 
   /// New elements are made by T(), or copied from \p value; elements past \p count are destroyed.
+  /// @{
   void resize(size_type count) {
     resizeWith(count,
                [](T* first, size_type n) { std::uninitialized_value_construct_n(first, n); });
@@ -194,11 +195,11 @@ class Array {
     }
     resizeWith(count,
                [&value](T* first, size_type n) { std::uninitialized_fill_n(first, n, value); });
-  }
+  }  /// @}
 
+  /// Appends an element, which may be made from one of this Array's own. @{
   void push_back(const T& value) { emplace_back(value); }
   void push_back(T&& value) { emplace_back(std::move(value)); }
-
   template <class... Args>
   T& emplace_back(Args&&... args) {
     if (size_ < capacity() && isUnique()) {
@@ -221,20 +222,19 @@ class Array {
     grown.size_ = size_ + 1;
     swap(grown);
     return data_[size_ - 1];
-  }
-
+  }  /// @}
   void pop_back() {
     detach();
     std::destroy_at(data_ + --size_);
-  }
-
+  }  ///< size() is above 0
   void assign(size_type count, const T& value) {
     const T copy(value);
     clear();
     resize(count, copy);
-  }
+  }  ///< \p value may be an element
+  /// Replaces all elements by copies of the given ones, in their order. @{
   void assign(std::initializer_list<T> values) { assign(values.begin(), values.end()); }
-  void assign(const std::vector<T>& values) { assign(values.begin(), values.end()); }
+  void assign(const std::vector<T>& values) { assign(values.begin(), values.end()); }  /// @}
   /// [first, last) may lie inside this Array.
   template <class It, class = typename std::iterator_traits<It>::iterator_category>
   void assign(It first, It last) {

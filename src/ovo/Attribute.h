@@ -67,19 +67,23 @@ class OVO_API Attribute {
  public:
   /// An attribute of nothing: not valid, every read and write fails.
   Attribute() noexcept;
+  /// Copies name the same attribute. One that was moved from names none. @{
   Attribute(const Attribute&);
   Attribute(Attribute&&) noexcept;
   Attribute& operator=(const Attribute&);
   Attribute& operator=(Attribute&&) noexcept;
   ~Attribute();
+  /// @}
 
   /// True when the scene has an opinion about the attribute, or the prim's type has a fallback
   /// value for it.
   [[nodiscard]] bool isValid() const;
+  /// As isValid().
   [[nodiscard]] explicit operator bool() const { return isValid(); }
 
   /// The name with all its prefixes, such as `primvars:st`.
   [[nodiscard]] const Token& name() const noexcept { return name_; }
+  /// The prim that has the attribute; not valid for an attribute of nothing.
   [[nodiscard]] Prim prim() const;
 
   /// The declared type as scene files write it, such as `point3f[]`; empty when not valid.
@@ -87,6 +91,7 @@ class OVO_API Attribute {
   /// The code of a single value of the declared type, or of an element when it is an array;
   /// Value::none for types without a code.
   [[nodiscard]] Value::Type valueType() const;
+  /// Whether the declared type is an array; false when not valid.
   [[nodiscard]] bool isArray() const;
 
   /// True when the scene itself has a value for the attribute (a fallback of the type does not
@@ -125,19 +130,22 @@ class OVO_API Attribute {
   /// The times of those samples in stage time, ascending.
   [[nodiscard]] std::vector<double> timeSamples() const;
 
-  /// Same stage, prim and name.
+  /// Same stage, prim and name. @{
   friend bool operator==(const Attribute& a, const Attribute& b) noexcept {
     return a.node_ == b.node_ && a.name_ == b.name_;
   }
   friend bool operator!=(const Attribute& a, const Attribute& b) noexcept { return !(a == b); }
+  /// @}
 
  protected:
   friend class Prim;
+  /// For the classes that derive from it here: where the attribute lies. @{
   Attribute(std::shared_ptr<Stage> stage, const detail::PrimNode* node, Token name);
 
   std::shared_ptr<Stage> stage_;
   const detail::PrimNode* node_ = nullptr;
   Token name_;
+  /// @}
 };
 
 }  // namespace ovo

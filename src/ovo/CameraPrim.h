@@ -24,13 +24,13 @@ struct CameraParameters {
   double verticalAperture = 1.52908;      ///< height of the film window
   double horizontalApertureOffset = 0.0;  ///< moves the film window to the right
   double verticalApertureOffset = 0.0;    ///< moves the film window up
-  double clippingNear = 1.0;
-  double clippingFar = 1000000.0;
-  double fStop = 0.0;          ///< 0: everything is in focus
-  double focusDistance = 0.0;  ///< from the camera
-  double shutterOpen = 0.0;    ///< time codes, relative to the frame
-  double shutterClose = 0.0;
-  double exposure = 0.0;              ///< powers of two
+  double clippingNear = 1.0;              ///< from the camera; nearer is not seen
+  double clippingFar = 1000000.0;         ///< from the camera; farther is not seen
+  double fStop = 0.0;                     ///< 0: everything is in focus
+  double focusDistance = 0.0;             ///< from the camera
+  double shutterOpen = 0.0;               ///< time codes, relative to the frame
+  double shutterClose = 0.0;              ///< time codes, relative to the frame
+  double exposure = 0.0;                  ///< powers of two
   Array<tarn::Vec4f> clippingPlanes;  ///< a x + b y + c z + d < 0 is cut off, in the camera's space
 };
 
@@ -50,14 +50,17 @@ struct CameraParameters {
 /// \endcode
 class OVO_API CameraPrim : public XformablePrim {
  public:
+  /// Looks at any prim as a camera, or at none. Whether it is one, isValid() says. @{
   CameraPrim() noexcept;
   explicit CameraPrim(const Prim& prim);
+  /// @}
 
   /// Makes sure that a Camera is defined there, see Stage::definePrim.
   static CameraPrim define(const std::shared_ptr<Stage>& stage, const Path& path);
 
   /// True when the prim is valid and its type is Camera.
   [[nodiscard]] bool isValid() const noexcept;
+  /// As isValid().
   [[nodiscard]] explicit operator bool() const { return isValid(); }
 
   /// The parameters at a time; the defaults of the record when not valid. A projection that is

@@ -35,8 +35,10 @@ namespace ovo {
 /// \endcode
 class OVO_API MeshPrim : public XformablePrim {
  public:
+  /// Looks at any prim as a mesh, or at none. Whether it is one, isValid() says. @{
   MeshPrim() noexcept;
   explicit MeshPrim(const Prim& prim);
+  /// @}
 
   /// Makes sure that a Mesh is defined there, see Stage::definePrim.
   /// \return not valid where that fails, and for a null stage
@@ -44,12 +46,15 @@ class OVO_API MeshPrim : public XformablePrim {
 
   /// True when the prim is valid and its type is Mesh.
   [[nodiscard]] bool isValid() const noexcept;
+  /// As isValid().
   [[nodiscard]] explicit operator bool() const { return isValid(); }
 
   // Points and faces
 
   /// \return false, with \p points untouched, when the mesh has none at the time
   bool getPoints(Array<tarn::Vec3f>& points, double time = tarn::defaultTimeValue()) const;
+  /// Writes the points, at the default time or as a sample.
+  /// \return false when not valid, or where Attribute::set fails
   bool setPoints(const Array<tarn::Vec3f>& points, double time = tarn::defaultTimeValue()) const;
 
   /// Reads counts and indices with their stored winding.
@@ -59,10 +64,11 @@ class OVO_API MeshPrim : public XformablePrim {
   /// \return false when either is missing; \p counts and \p indices are then as they were
   bool getFaceTopology(Array<int>& counts, Array<int>& indices, bool& reverseWinding,
                        double time = tarn::defaultTimeValue()) const;
-  /// The attributes, declared where the scene has none yet.
+  /// The attributes, declared where the scene has none yet. @{
   Attribute createPointsAttr() const;
   Attribute createFaceVertexCountsAttr() const;
   Attribute createFaceVertexIndicesAttr() const;
+  /// @}
 
   // Boxes
 
@@ -78,9 +84,14 @@ class OVO_API MeshPrim : public XformablePrim {
 
   [[nodiscard]] Token getSubdivisionScheme()
       const;  ///< `catmullClark` where the scene does not say
+  /// Writes the word as it is: one that is not known is read back, and refined as `catmullClark`.
+  /// \return false as setPoints()
   bool setSubdivisionScheme(const Token& scheme) const;
   [[nodiscard]] Token getOrientation() const;  ///< `rightHanded` where the scene does not say
+  /// Writes the word as it is.
+  /// \return false as setPoints()
   bool setOrientation(const Token& orientation) const;
+  /// Whether both sides are to be seen; false where the scene does not say.
   [[nodiscard]] bool isDoubleSided() const;
 
   /// `primvars:normals`, else the attribute `normals`; not valid without either.

@@ -28,14 +28,17 @@ class OVO_API Path {
   /// The empty path, the address of nothing.
   Path() noexcept = default;
   Path(const char* text);  ///< null counts as empty
+  /// The text as it is. Nothing is checked. @{
   Path(const std::string& text);
   explicit Path(std::string_view text);
+  /// @}
 
   /// `/`, the address of a stage's root.
   [[nodiscard]] static Path absoluteRoot();
 
   /// The text; the reference lives as long as this path or any copy of it.
   [[nodiscard]] const std::string& asString() const noexcept;
+  /// True for the path of nothing.
   [[nodiscard]] bool isEmpty() const noexcept { return !text_; }
 
   /// The same on every platform and in every run; equal paths have equal hashes.
@@ -56,14 +59,18 @@ class OVO_API Path {
   /// path that begins with '/' lies below `/`. False when either is empty.
   [[nodiscard]] bool hasPrefix(const Path& prefix) const noexcept;
 
+  /// By text. `/A/` and `/A` differ. @{
   OVO_API friend bool operator==(const Path& a, const Path& b) noexcept;
   friend bool operator!=(const Path& a, const Path& b) noexcept { return !(a == b); }
+  /// @}
   /// By bytes, taken as unsigned; a shorter text comes before its continuations. This is not the
   /// order of a walk through the scene: `/A-b` comes before `/A/b`.
   OVO_API friend bool operator<(const Path& a, const Path& b) noexcept;
+  /// By the same order. @{
   friend bool operator>(const Path& a, const Path& b) noexcept { return b < a; }
   friend bool operator<=(const Path& a, const Path& b) noexcept { return !(b < a); }
   friend bool operator>=(const Path& a, const Path& b) noexcept { return !(a < b); }
+  /// @}
 
   /// Writes the bare text.
   OVO_API friend std::ostream& operator<<(std::ostream& out, const Path& path);
@@ -74,7 +81,9 @@ class OVO_API Path {
 
 }  // namespace ovo
 
+/// Hashes as Path::hash().
 template <>
 struct std::hash<ovo::Path> {
+  /// The hash of the path.
   std::size_t operator()(const ovo::Path& path) const noexcept { return path.hash(); }
 };

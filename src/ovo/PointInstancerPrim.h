@@ -39,14 +39,17 @@ class OVO_API PointInstancerPrim : public XformablePrim {
     inactiveOrInvisible,  ///< these and the `invisibleIds` of the time
   };
 
+  /// Looks at any prim as an instancer, or at none. Whether it is one, isValid() says. @{
   PointInstancerPrim() noexcept;
   explicit PointInstancerPrim(const Prim& prim);
+  /// @}
 
   /// Makes sure that a PointInstancer is defined there, see Stage::definePrim.
   static PointInstancerPrim define(const std::shared_ptr<Stage>& stage, const Path& path);
 
   /// True when the prim is valid and its type is PointInstancer.
   [[nodiscard]] bool isValid() const noexcept;
+  /// As isValid().
   [[nodiscard]] explicit operator bool() const { return isValid(); }
 
   /// The ids that are switched off: what all opinions add to the list and take from it, applied

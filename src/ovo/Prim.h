@@ -38,19 +38,27 @@ class Stage;
 /// \endcode
 class OVO_API Prim {
  public:
+  /// A prim of nothing: not valid.
   Prim() noexcept;
+  /// Copies name the same prim. One that was moved from is not valid. @{
   Prim(const Prim&);
   Prim(Prim&&) noexcept;
   Prim& operator=(const Prim&);
   Prim& operator=(Prim&&) noexcept;
   ~Prim();
+  /// @}
 
+  /// True while the stage has the prim: false for a prim of nothing, and for one that an edit has
+  /// taken out of the scene. @{
   [[nodiscard]] bool isValid() const noexcept;
   [[nodiscard]] explicit operator bool() const { return isValid(); }
+  /// @}
 
+  /// Null for a prim of nothing.
   [[nodiscard]] const std::shared_ptr<Stage>& getStage() const noexcept { return stage_; }
   /// References live as long as the stage.
   [[nodiscard]] const Path& getPath() const noexcept;
+  /// The last name of the path; empty for the stage's root.
   [[nodiscard]] const Token& getName() const noexcept;
   /// `Mesh`, `Xform` ...; empty for a prim without a type and for the stage's root.
   [[nodiscard]] const Token& getTypeName() const noexcept;
@@ -92,12 +100,13 @@ class OVO_API Prim {
   ///
   /// \param type a type word of scene files: `float`, `point3f[]`, `token` ...
   /// \return not valid when the name is not one, the type is unknown, or the prim lies inside an
-  ///         instance
+  ///         instance @{
   Attribute createAttr(const Token& name, const Token& type) const;
   Attribute createAttr(const Token& name, const char* type) const {
     return createAttr(name, Token(type));
   }
   Attribute createAttr(const Token& name, Value::Type type) const;
+  /// @}
   /// Names of the attributes that the scene has opinions about, by bytes.
   [[nodiscard]] std::vector<Token> getAttrNames() const;
 
@@ -109,7 +118,7 @@ class OVO_API Prim {
   /// and hides what is above it.
   [[nodiscard]] Primvar findInheritedPrimvar(const Token& name) const;
   /// Declares `primvars:` + name (a name that has the prefix is taken as it is) and sets its
-  /// interpolation.
+  /// interpolation. @{
   Primvar createPrimvar(const Token& name, const Token& type,
                         const Token& interpolation = Token()) const;
   Primvar createPrimvar(const Token& name, const char* type,
@@ -118,6 +127,7 @@ class OVO_API Prim {
   }
   Primvar createPrimvar(const Token& name, Value::Type type,
                         const Token& interpolation = Token()) const;
+  /// @}
   /// Names, without the prefix, of the primvars that the scene has opinions about on this prim, by
   /// bytes; lists of indices are no primvars.
   [[nodiscard]] std::vector<Token> getPrimvarNames() const;
@@ -126,6 +136,10 @@ class OVO_API Prim {
   /// stage's namespace.
   /// \return false, with \p targets emptied, when the scene has no such relationship
   bool getRelationshipTargets(const Token& name, std::vector<Path>& targets) const;
+  /// Writes the whole list, so that weaker opinions do not count.
+  /// \param targets absolute paths of prims or properties, which need not exist
+  /// \return false, with nothing changed, when one is no such path, there is an attribute of that
+  ///     name, or the prim cannot be changed
   bool setRelationshipTargets(const Token& name, const std::vector<Path>& targets) const;
 
   // What applies to all below
@@ -137,29 +151,42 @@ class OVO_API Prim {
   /// `component`, `group` ...; empty where the scene does not say.
   [[nodiscard]] Token kind() const;
 
-  /// Names of the variant sets in the scene's order, and what is chosen in one (empty: nothing).
+  /// Names of the variant sets in the scene's order.
   [[nodiscard]] std::vector<Token> getVariantSets() const;
+  /// Names of the variants of a set, by bytes; empty for a set that the prim does not have.
   [[nodiscard]] std::vector<Token> getVariants(const Token& set) const;
+  /// What is chosen in a variant set by the strongest opinion; empty when nothing is. The choice
+  /// may name a variant that is not there.
   [[nodiscard]] Token getVariantSelection(const Token& set) const;
 
   // Changes. False when the prim is not valid, is the stage's root or lies inside an instance.
 
+  /// Switches the prim on or off. While it is off there are no prims below it.
+  /// \return false when the prim is not valid, is the stage's root or lies inside an instance
   bool setActive(bool active) const;
+  /// Gives the prim a type. An empty one takes back what this stage gave, so that weaker opinions
+  /// count.
+  /// \return false as setActive(), and for a text that is no identifier
   bool setTypeName(const Token& type) const;
 
+  /// The same prim of the same stage. Prims of nothing are equal. @{
   friend bool operator==(const Prim& a, const Prim& b) noexcept { return a.node_ == b.node_; }
   friend bool operator!=(const Prim& a, const Prim& b) noexcept { return a.node_ != b.node_; }
+  /// @}
   /// By stage, in the order in which stages were made, then by path; what is not valid comes first.
   OVO_API friend bool operator<(const Prim& a, const Prim& b) noexcept;
+  /// Equal prims have equal hashes; 0 for a prim of nothing.
   [[nodiscard]] std::size_t hash() const noexcept;
 
  protected:
   friend class Attribute;
   friend class Stage;
+  /// For the classes that derive from it here: where the prim's data lies. @{
   Prim(std::shared_ptr<Stage> stage, const detail::PrimNode* node);
 
   std::shared_ptr<Stage> stage_;
   const detail::PrimNode* node_ = nullptr;
+  /// @}
 };
 
 /// Writes the path.
@@ -167,7 +194,9 @@ OVO_API std::ostream& operator<<(std::ostream& out, const Prim& prim);
 
 }  // namespace ovo
 
+/// Hashes as Prim::hash().
 template <>
 struct std::hash<ovo::Prim> {
+  /// The hash of the prim.
   std::size_t operator()(const ovo::Prim& prim) const noexcept { return prim.hash(); }
 };

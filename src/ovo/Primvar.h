@@ -25,6 +25,7 @@ namespace ovo {
 /// \endcode
 class OVO_API Primvar : public Attribute {
  public:
+  /// A primvar of nothing: not valid.
   Primvar() noexcept;
   /// Looks at any attribute as a primvar.
   explicit Primvar(const Attribute& attribute);
@@ -36,10 +37,15 @@ class OVO_API Primvar : public Attribute {
   /// face-vertex). Where the scene does not say: `vertex` for the attribute `normals` (the one
   /// without prefix), `constant` for all others.
   [[nodiscard]] Token interpolation() const;
+  /// Writes the word.
+  /// \return false when it is none of the five, or where the attribute is not valid or cannot be
+  ///     edited
   bool setInterpolation(const Token& interpolation) const;
 
   /// How many consecutive values make one element, at least 1.
   [[nodiscard]] int elementSize() const;
+  /// Writes the size.
+  /// \return false when it is below 1, or where the attribute is not valid or cannot be edited
   bool setElementSize(int size) const;
 
   /// How many elements there are at a time: indices when it is indexed, else values divided by
@@ -50,6 +56,8 @@ class OVO_API Primvar : public Attribute {
   [[nodiscard]] bool isIndexed() const;
   /// The list of indices; false, \p indices untouched, when it is not indexed.
   bool indices(Array<int>& indices, double time = tarn::defaultTimeValue()) const;
+  /// Writes the list, declaring it first where there is none.
+  /// \return false as Attribute::set
   bool setIndices(const Array<int>& indices, double time = tarn::defaultTimeValue()) const;
 
   /// The values with indices applied: element i is the values' element indices[i], elementSize()

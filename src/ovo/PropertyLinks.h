@@ -34,8 +34,10 @@ struct FileReference {
 class OVO_API FileBytes {
  public:
   FileBytes() noexcept = default;
+  /// \p size bytes from \p bytes on, held as long as this or a copy of it lives.
   FileBytes(std::shared_ptr<const char> bytes, std::size_t size) noexcept;
 
+  /// All bytes; the view holds as long as this, or a copy of it, does.
   [[nodiscard]] std::string_view view() const noexcept { return {bytes_.get(), size_}; }
 
  private:
@@ -74,6 +76,7 @@ class OVO_API FileBytes {
 /// \endcode
 class OVO_API PropertyLinks : public Prim {
  public:
+  /// Looks at any prim; \p prim may be one that is not valid.
   explicit PropertyLinks(const Prim& prim) : Prim(prim) {}
 
   /// Names of the attributes and relationships that the scene has opinions about and that begin

@@ -19,7 +19,7 @@ namespace ovo {
 
 /// How a scene is tried.
 struct TrialOptions {
-  OpenOptions open;
+  OpenOptions open;  ///< what the scene is opened with
   /// Also reads every value of every layer, as binary files are only unpacked where they are read.
   /// Without it the trial says that the scene can be composed, no more.
   bool readValues = true;
@@ -31,6 +31,7 @@ struct TrialOptions {
 
 /// What came of it.
 struct Trial {
+  /// How a trial ends.
   enum class Outcome {
     opens,        ///< the scene can be opened
     refused,      ///< openScene() gives null: for the reason that it would give
@@ -39,8 +40,8 @@ struct Trial {
     tooSlow,      ///< it takes longer than it may
     notTried,     ///< the process could not be started, as where the installation is incomplete
   };
-  Outcome outcome = Outcome::notTried;
-  std::string reason;  ///< one line; empty when the scene opens
+  Outcome outcome = Outcome::notTried;  ///< how it ended
+  std::string reason;                   ///< one line; empty when the scene opens
 };
 
 /// Tries a scene in a process of its own.

@@ -128,12 +128,15 @@ class OVO_API Stage : public std::enable_shared_from_this<Stage> {
   [[nodiscard]] double getFramesPerSecond() const;     ///< 24 where the file does not say
   [[nodiscard]] double getStartTimeCode() const;       ///< 0 where the file does not say
   [[nodiscard]] double getEndTimeCode() const;         ///< 0 where the file does not say
+  /// As the file names it, whether there is such a prim or not; empty where it does not say.
   [[nodiscard]] Token getDefaultPrimName() const;
 
+  /// Whether the file itself says so, or this stage's edits: a fallback does not count. @{
   [[nodiscard]] bool hasUpAxis() const;
   [[nodiscard]] bool hasMetersPerUnit() const;
   [[nodiscard]] bool hasTimeCodesPerSecond() const;
   [[nodiscard]] bool hasFramesPerSecond() const;
+  /// @}
   [[nodiscard]] bool hasTimeCodeRange() const;  ///< both ends are given
 
   bool setUpAxis(const Token& axis);                ///< `Y` or `Z`

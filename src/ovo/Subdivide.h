@@ -38,6 +38,7 @@ namespace ovo {
 ///   assert(!ovo::subdivideUniform(args, 16, 64, 25, 2, 3, mesh, &why) && !why.empty());
 /// \endcode
 struct OVO_API ArgSet {
+  /// The defaults of the words, and no lists.
   ArgSet();
   /// All that the mesh says at the time.
   explicit ArgSet(const MeshPrim& prim, double time = tarn::defaultTimeValue());
@@ -59,18 +60,20 @@ struct OVO_API ArgSet {
 
 /// What is refined in place. Pointers are not owned; none of the first three is null.
 struct MeshTessellateContext {
-  Array<int>* vertsPerFace = nullptr;
-  Array<int>* faceVertPointIndices = nullptr;
-  Array<tarn::Vec3f>* points = nullptr;
+  Array<int>* vertsPerFace = nullptr;          ///< the length of each face
+  Array<int>* faceVertPointIndices = nullptr;  ///< point indices, face by face
+  Array<tarn::Vec3f>* points = nullptr;        ///< in any space
   /// Data per face-vertex to carry along, each refined as a surface of its own: corners of one
   /// point with equal values are joined there, different values make a seam. None null, each as
-  /// long as there are face-vertices.
+  /// long as there are face-vertices. @{
   std::vector<Array<float>*> floats;
   std::vector<Array<tarn::Vec2f>*> vec2s;
   std::vector<Array<tarn::Vec3f>*> vec3s;
+  /// @}
   /// Data per point to carry along: refined as the points are (`vertex`), or linearly within faces
-  /// (`varying`). None null, each as long as there are points.
+  /// (`varying`). None null, each as long as there are points. @{
   std::vector<Array<tarn::Vec3f>*> pointVec3s, linearPointVec3s;
+  /// @}
   /// Set to the face that each refined face comes from. Null where nobody asks.
   Array<int>* sourceFaces = nullptr;
   /// Set to the index that each given point has among the refined points; -1 for a point that is

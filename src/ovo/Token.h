@@ -39,23 +39,30 @@ class OVO_API Token {
   /// The empty token.
   Token() noexcept = default;
   Token(const char* text);  ///< null counts as empty
+  /// The text as it is. Nothing is checked. @{
   Token(const std::string& text);
   explicit Token(std::string_view text);
+  /// @}
 
   /// The text; the reference lives as long as this token or any copy of it.
   [[nodiscard]] const std::string& asString() const noexcept;
+  /// True for the token of no text.
   [[nodiscard]] bool isEmpty() const noexcept { return !text_; }
 
   /// The same on every platform and in every run; equal tokens have equal hashes.
   [[nodiscard]] std::size_t hash() const noexcept;
 
+  /// By text. @{
   OVO_API friend bool operator==(const Token& a, const Token& b) noexcept;
   friend bool operator!=(const Token& a, const Token& b) noexcept { return !(a == b); }
+  /// @}
   /// By bytes, taken as unsigned; a shorter text comes before its continuations.
   OVO_API friend bool operator<(const Token& a, const Token& b) noexcept;
+  /// By the same order. @{
   friend bool operator>(const Token& a, const Token& b) noexcept { return b < a; }
   friend bool operator<=(const Token& a, const Token& b) noexcept { return !(b < a); }
   friend bool operator>=(const Token& a, const Token& b) noexcept { return !(a < b); }
+  /// @}
 
   /// Writes the bare text.
   OVO_API friend std::ostream& operator<<(std::ostream& out, const Token& token);
@@ -66,7 +73,9 @@ class OVO_API Token {
 
 }  // namespace ovo
 
+/// Hashes as Token::hash().
 template <>
 struct std::hash<ovo::Token> {
+  /// The hash of the token.
   std::size_t operator()(const ovo::Token& token) const noexcept { return token.hash(); }
 };

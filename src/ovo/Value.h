@@ -18,18 +18,20 @@ namespace ovo {
 /// \endcode
 class OVO_API Value {
  public:
+  /// What a single value is made of. The suffix is how many numbers it holds; `color3f` and
+  /// `color4f` are floats. `none` stands for all that has no code.
   enum Type : int {
-    int_ = 17,
-    float_ = 23,
-    int2 = 29,
-    float2 = 33,
-    int3 = 37,
-    float3 = 41,
-    int4 = 45,
-    float4 = 49,
-    color3f = 71,
-    color4f = 77,
-    none = 127,
+    int_ = 17,     ///< 32-bit integer
+    float_ = 23,   ///< single precision
+    int2 = 29,     ///< two ints
+    float2 = 33,   ///< two floats
+    int3 = 37,     ///< three ints
+    float3 = 41,   ///< three floats
+    int4 = 45,     ///< four ints
+    float4 = 49,   ///< four floats
+    color3f = 71,  ///< red, green, blue
+    color4f = 77,  ///< red, green, blue, alpha
+    none = 127,    ///< no single value of these
   };
 
   /// The word for a code: `int`, `int2` ... `color4f`, `none`. The empty text for any other number.

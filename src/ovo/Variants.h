@@ -16,9 +16,9 @@ class Stage;
 
 /// What is chosen in one variant set of one prim.
 struct VariantChoice {
-  Path prim;
-  Token set;
-  Token name;
+  Path prim;   ///< the prim that has the set
+  Token set;   ///< the name of the set
+  Token name;  ///< the variant that is chosen in it; empty: none
 };
 
 /// Reads `/World/Chair:colour=red`. \return false for anything else

@@ -31,11 +31,14 @@ namespace ovo {
 /// \endcode
 class OVO_API XformablePrim : public Prim {
  public:
+  /// Looks at any prim as one with a transform, or at none. Whether it is one, isValid() says. @{
   XformablePrim() noexcept;
   explicit XformablePrim(const Prim& prim);
+  /// @}
 
   /// True when the prim is valid and of a type that has a transform.
   [[nodiscard]] bool isValid() const noexcept;
+  /// As isValid().
   [[nodiscard]] explicit operator bool() const { return isValid(); }
 
   /// The product of the prim's operations in their order; the identity without any, and when not
@@ -69,17 +72,22 @@ class OVO_API XformablePrim : public Prim {
 /// \endcode
 class OVO_API XformCache {
  public:
+  /// What a transform without a default value gives at the default time.
   enum Reading {
     firstSample,  ///< the default time takes the first time sample where there is no default value
     authored,     ///< as OpenUSD: at the default time, operations with nothing but samples are the
                   ///< identity
   };
 
+  /// An empty cache for one time.
   explicit XformCache(double time = tarn::defaultTimeValue(), Reading reading = firstSample);
+  /// Takes over what is computed. One that was moved from may only be destroyed or assigned to. @{
   XformCache(XformCache&&) noexcept;
   XformCache& operator=(XformCache&&) noexcept;
+  /// @}
   ~XformCache();
 
+  /// The time of all matrices; a NaN is the default time.
   [[nodiscard]] double time() const noexcept { return time_; }
 
   /// The prim's matrix to world space; for a prim without a transform that of the prim above it;

@@ -32,9 +32,11 @@ struct Box3 {
   /// Empty by default: the largest finite minimum and the lowest finite maximum, so that extending
   /// needs no special case.
   Vec3<T> min{std::numeric_limits<T>::max()};
+  /// The corner of the greatest coordinates.
   Vec3<T> max{std::numeric_limits<T>::lowest()};
 
   constexpr Box3() = default;
+  /// From two corners, which are taken as they are: a minimum past the maximum makes an empty box.
   constexpr Box3(const Vec3<T>& min_, const Vec3<T>& max_) : min(min_), max(max_) {}
   /// An empty box of any type becomes the default empty box: its limits do not fit a narrower type.
   template <class U, class = std::enable_if_t<!std::is_same_v<T, U>>>
@@ -44,11 +46,14 @@ struct Box3 {
     max = Vec3<T>(other.max);
   }
 
+  /// By corners: two empty boxes with different corners are not equal, nor are boxes with a NaN. @{
   friend constexpr bool operator==(const Box3& a, const Box3& b) {
     return a.min == b.min && a.max == b.max;
   }
   friend constexpr bool operator!=(const Box3& a, const Box3& b) { return !(a == b); }
+  /// @}
 
+  /// True when the minimum passes the maximum on any axis. A box of one point is not empty.
   [[nodiscard]] constexpr bool isEmpty() const {
     return min.x > max.x || min.y > max.y || min.z > max.z;
   }

@@ -15,7 +15,9 @@ namespace tarn {
 /// \endcode
 template <class T>
 struct Frame {
+  /// The axes of the frame, in the space that it stands in. @{
   Vec3<T> x, y, z;
+  /// @}
 };
 
 /// The frame of unit vectors whose z is given and whose y leans towards `up`, as a camera stands

@@ -23,6 +23,7 @@ template <class T>
 class Span;
 class Hash;
 
+/// A short form: `f` for float, `d` for double, `i` for int. @{
 using Vec2f = Vec2<float>;
 using Vec2d = Vec2<double>;
 using Vec2i = Vec2<int>;
@@ -40,5 +41,6 @@ using Ray3f = Ray<float>;
 using Ray3d = Ray<double>;
 using Frame3f = Frame<float>;
 using Frame3d = Frame<double>;
+/// @}
 
 }  // namespace tarn

@@ -30,6 +30,7 @@ class Hash {
     const unsigned char* bytes = static_cast<const unsigned char*>(data);
     for (std::size_t i = 0; i < size; ++i) appendByte(bytes[i]);
   }
+  /// The hash of all bytes so far. More may be appended afterwards.
   [[nodiscard]] constexpr std::uint64_t value() const {
     std::uint64_t h = state_;
     h = (h ^ (h >> 30)) * 0xBF58476D1CE4E5B9u;

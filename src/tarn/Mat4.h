@@ -43,11 +43,13 @@ class Mat4 {
   constexpr explicit Mat4(const T (&storage)[16]) {
     for (std::size_t i = 0; i < 16; ++i) m_[i] = storage[i];
   }
+  /// From the other element type: each value is converted as static_cast does.
   template <class U, class = std::enable_if_t<!std::is_same_v<T, U>>>
   constexpr explicit Mat4(const Mat4<U>& other) {
     for (std::size_t i = 0; i < 16; ++i) m_[i] = static_cast<T>(other[i]);
   }
 
+  /// 1 on the diagonal, 0 elsewhere: what the default constructor makes.
   [[nodiscard]] static constexpr Mat4 getIdentity() { return Mat4(); }
   /// The rotation by a quaternion: x, y, z its imaginary part and w its real one. Of any length;
   /// one of length zero turns nothing.
@@ -68,19 +70,26 @@ class Mat4 {
     return out;
   }
 
-  /// By storage index 0 to 15, unchecked.
+  /// By storage index 0 to 15, unchecked. @{
   constexpr T& operator[](std::size_t i) { return m_[i]; }
   constexpr const T& operator[](std::size_t i) const { return m_[i]; }
+  /// @}
+  /// The 16 values in storage order. @{
   constexpr T* data() { return m_; }
   constexpr const T* data() const { return m_; }
+  /// @}
 
+  /// By value: 0 equals -0, and a NaN equals nothing. @{
   friend constexpr bool operator==(const Mat4& a, const Mat4& b) {
     for (std::size_t i = 0; i < 16; ++i)
       if (!(a.m_[i] == b.m_[i])) return false;
     return true;
   }
   friend constexpr bool operator!=(const Mat4& a, const Mat4& b) { return !(a == b); }
+  /// @}
 
+  /// The transform that applies the right factor first. Sums run over the inner index from 0 to 3.
+  /// @{
   friend constexpr Mat4 operator*(const Mat4& a, const Mat4& b) {
     Mat4 out(T(0));
     for (std::size_t c = 0; c < 16; c += 4)
@@ -90,7 +99,9 @@ class Mat4 {
     return out;
   }
   constexpr Mat4& operator*=(const Mat4& b) { return *this = *this * b; }
+  /// @}
 
+  /// Rows and columns exchanged.
   [[nodiscard]] constexpr Mat4 transposed() const {
     Mat4 out(T(0));
     for (std::size_t c = 0; c < 4; ++c)
@@ -134,6 +145,7 @@ class Mat4 {
     return out;
   }
 
+  /// Multiplies by a translation on the right: it acts before what the matrix did so far. @{
   constexpr Mat4& translate(T x, T y, T z) {
     Mat4 t;
     t.m_[12] = x;
@@ -142,6 +154,9 @@ class Mat4 {
     return *this *= t;
   }
   constexpr Mat4& translate(const Vec3<T>& v) { return translate(v.x, v.y, v.z); }
+  /// @}
+  /// Multiplies by a scale along the axes on the right: it acts before what the matrix did so far.
+  /// @{
   constexpr Mat4& scale(T x, T y, T z) {
     Mat4 s;
     s.m_[0] = x;
@@ -150,10 +165,12 @@ class Mat4 {
     return *this *= s;
   }
   constexpr Mat4& scale(const Vec3<T>& v) { return scale(v.x, v.y, v.z); }
-  /// Right-handed rotations about one axis, in radians.
+  /// @}
+  /// Right-handed rotations about one axis, in radians. @{
   Mat4& rotateX(T radians) { return rotate(5, 6, radians); }
   Mat4& rotateY(T radians) { return rotate(10, 8, radians); }
   Mat4& rotateZ(T radians) { return rotate(0, 1, radians); }
+  /// @}
 
   /// Replaces this matrix by a projection from camera space (looking down -z) to NDC.
   ///
@@ -191,6 +208,7 @@ class Mat4 {
     return Vec3<T>(v.x * m_[0] + v.y * m_[4] + v.z * m_[8], v.x * m_[1] + v.y * m_[5] + v.z * m_[9],
                    v.x * m_[2] + v.y * m_[6] + v.z * m_[10]);
   }
+  /// The whole product, with w: a projection's position still has to be divided by it.
   [[nodiscard]] constexpr Vec4<T> transform(const Vec4<T>& v) const {
     return Vec4<T>(v.x * m_[0] + v.y * m_[4] + v.z * m_[8] + v.w * m_[12],
                    v.x * m_[1] + v.y * m_[5] + v.z * m_[9] + v.w * m_[13],

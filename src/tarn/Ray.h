@@ -20,12 +20,14 @@ namespace tarn {
 /// \endcode
 template <class T>
 struct Ray {
-  Vec3<T> origin;
-  Vec3<T> direction;
-  T minDistance = T(0);
+  Vec3<T> origin;        ///< where distance 0 is
+  Vec3<T> direction;     ///< any length; distances are multiples of it
+  T minDistance = T(0);  ///< the near end of the range
+  /// The far end. The default is the largest finite number, not infinity.
   T maxDistance = std::numeric_limits<T>::max();
 
   constexpr Ray() = default;
+  /// All four as given. Nothing is normalised, and the ends are not put in order.
   constexpr Ray(const Vec3<T>& origin_, const Vec3<T>& direction_, T minDistance_ = T(0),
                 T maxDistance_ = std::numeric_limits<T>::max())
       : origin(origin_),

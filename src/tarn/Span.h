@@ -47,6 +47,7 @@ class Span {
   static constexpr bool kCanView = detail::CanView<T, C>::value;
 
  public:
+  /// The names that the standard's algorithms ask for. Iterators are plain pointers. @{
   using element_type = T;
   using value_type = std::remove_cv_t<T>;
   using size_type = std::size_t;
@@ -54,24 +55,33 @@ class Span {
   using pointer = T*;
   using reference = T&;
   using iterator = T*;
+  /// @}
 
   constexpr Span() noexcept = default;
+  /// \p size elements from \p data on, which may be null when there are none.
   constexpr Span(T* data, std::size_t size) noexcept : data_(data), size_(size) {}
+  /// All elements of an array.
   template <std::size_t N>
   constexpr Span(T (&array)[N]) noexcept : data_(array), size_(N) {}
   /// From std::vector, std::array, std::span, ovo::Array and whatever else has data() and size().
   /// A temporary serves where it lives on, as an argument does until the call returns. An
-  /// ovo::Array that is only read is never made to copy what it shares.
+  /// ovo::Array that is only read is never made to copy what it shares. @{
   template <class C, std::enable_if_t<kCanView<const C>, int> = 0>
   constexpr Span(const C& container) : data_(container.data()), size_(container.size()) {}
   template <class C, std::enable_if_t<kCanView<C> && !kCanView<const C>, int> = 0>
   constexpr Span(C& container) : data_(container.data()), size_(container.size()) {}
+  /// @}
 
+  /// The first element; may be null in an empty span.
   [[nodiscard]] constexpr T* data() const noexcept { return data_; }
+  /// How many elements there are, not bytes.
   [[nodiscard]] constexpr std::size_t size() const noexcept { return size_; }
+  /// True without elements, whatever data() is.
   [[nodiscard]] constexpr bool empty() const noexcept { return size_ == 0; }
+  /// The first element and one past the last, for loops and algorithms. @{
   [[nodiscard]] constexpr T* begin() const noexcept { return data_; }
   [[nodiscard]] constexpr T* end() const noexcept { return data_ + size_; }
+  /// @}
 
   /// \p index lies in [0, size()). Of any integer type: mesh arrays are indexed by the signed
   /// indices that they hold.
@@ -79,21 +89,25 @@ class Span {
   [[nodiscard]] constexpr T& operator[](I index) const noexcept {
     return data_[index];
   }
+  /// The first and the last element; only of a span that is not empty. @{
   [[nodiscard]] constexpr T& front() const noexcept { return data_[0]; }
   [[nodiscard]] constexpr T& back() const noexcept { return data_[size_ - 1]; }
+  /// @}
 
-  /// The first, or the last, \p count elements; \p count is at most size().
+  /// The first, or the last, \p count elements; \p count is at most size(). @{
   [[nodiscard]] constexpr Span first(std::size_t count) const noexcept { return {data_, count}; }
   [[nodiscard]] constexpr Span last(std::size_t count) const noexcept {
     return {data_ + (size_ - count), count};
   }
-  /// \p count elements from \p offset on, all within the span; without a count all that follow.
+  /// @}
+  /// \p count elements from \p offset on, all within the span; without a count all that follow. @{
   [[nodiscard]] constexpr Span subspan(std::size_t offset) const noexcept {
     return {data_ + offset, size_ - offset};
   }
   [[nodiscard]] constexpr Span subspan(std::size_t offset, std::size_t count) const noexcept {
     return {data_ + offset, count};
   }
+  /// @}
 
  private:
   T* data_ = nullptr;

@@ -12,6 +12,7 @@ namespace tarn {
 }
 /// Before every sample: the lowest double.
 [[nodiscard]] constexpr double earliestTimeValue() { return std::numeric_limits<double>::lowest(); }
+/// True for every NaN, whatever its bits: each means "no particular time".
 [[nodiscard]] constexpr bool isDefaultTime(double t) { return !(t == t); }
 
 }  // namespace tarn

@@ -23,18 +23,27 @@ namespace tarn {
 /// \endcode
 template <class T>
 struct Vec2 {
+  /// A component, 0 unless given. @{
   T x{}, y{};
+  /// @}
 
   constexpr Vec2() = default;
+  /// Both components are \p s.
   constexpr explicit Vec2(T s) : x(s), y(s) {}
+  /// The components in their order.
   constexpr Vec2(T x_, T y_) : x(x_), y(y_) {}
+  /// From another element type: each component is converted as static_cast does.
   template <class U>
   constexpr explicit Vec2(const Vec2<U>& v) : x(static_cast<T>(v.x)), y(static_cast<T>(v.y)) {}
 
+  /// The component of index 0 or 1. @{
   constexpr T& operator[](std::size_t i) { return i == 0 ? x : y; }
   constexpr const T& operator[](std::size_t i) const { return i == 0 ? x : y; }
+  /// @}
 
+  /// x x + y y, in T: large components overflow.
   [[nodiscard]] constexpr T lengthSquared() const { return x * x + y * y; }
+  /// The square root of lengthSquared(), converted to T.
   [[nodiscard]] T length() const { return static_cast<T>(std::sqrt(lengthSquared())); }
   /// This vector divided by its length; the zero vector comes back as it is.
   [[nodiscard]] Vec2 normalized() const {
@@ -61,19 +70,28 @@ struct Vec2 {
 /// \endcode
 template <class T>
 struct Vec3 {
+  /// A component, 0 unless given. @{
   T x{}, y{}, z{};
+  /// @}
 
   constexpr Vec3() = default;
+  /// All three components are \p s.
   constexpr explicit Vec3(T s) : x(s), y(s), z(s) {}
+  /// The components in their order.
   constexpr Vec3(T x_, T y_, T z_) : x(x_), y(y_), z(z_) {}
+  /// From another element type: each component is converted as static_cast does.
   template <class U>
   constexpr explicit Vec3(const Vec3<U>& v)
       : x(static_cast<T>(v.x)), y(static_cast<T>(v.y)), z(static_cast<T>(v.z)) {}
 
+  /// The component of index 0 to 2. @{
   constexpr T& operator[](std::size_t i) { return i == 0 ? x : i == 1 ? y : z; }
   constexpr const T& operator[](std::size_t i) const { return i == 0 ? x : i == 1 ? y : z; }
+  /// @}
 
+  /// x x + y y + z z, in T: large components overflow.
   [[nodiscard]] constexpr T lengthSquared() const { return x * x + y * y + z * z; }
+  /// The square root of lengthSquared(), converted to T.
   [[nodiscard]] T length() const { return static_cast<T>(std::sqrt(lengthSquared())); }
   /// This vector divided by its length; the zero vector comes back as it is.
   [[nodiscard]] Vec3 normalized() const {
@@ -122,11 +140,16 @@ struct Vec3 {
 /// \endcode
 template <class T>
 struct Vec4 {
+  /// A component, 0 unless given. That of a real part or of alpha is w. @{
   T x{}, y{}, z{}, w{};
+  /// @}
 
   constexpr Vec4() = default;
+  /// All four components are \p s.
   constexpr explicit Vec4(T s) : x(s), y(s), z(s), w(s) {}
+  /// The components in their order.
   constexpr Vec4(T x_, T y_, T z_, T w_) : x(x_), y(y_), z(z_), w(w_) {}
+  /// From another element type: each component is converted as static_cast does.
   template <class U>
   constexpr explicit Vec4(const Vec4<U>& v)
       : x(static_cast<T>(v.x)),
@@ -134,12 +157,16 @@ struct Vec4 {
         z(static_cast<T>(v.z)),
         w(static_cast<T>(v.w)) {}
 
+  /// The component of index 0 to 3. @{
   constexpr T& operator[](std::size_t i) { return i == 0 ? x : i == 1 ? y : i == 2 ? z : w; }
   constexpr const T& operator[](std::size_t i) const {
     return i == 0 ? x : i == 1 ? y : i == 2 ? z : w;
   }
+  /// @}
 
+  /// x x + y y + z z + w w, in T: large components overflow.
   [[nodiscard]] constexpr T lengthSquared() const { return x * x + y * y + z * z + w * w; }
+  /// The square root of lengthSquared(), converted to T.
   [[nodiscard]] T length() const { return static_cast<T>(std::sqrt(lengthSquared())); }
   /// This vector divided by its length; the zero vector comes back as it is.
   [[nodiscard]] Vec4 normalized() const {

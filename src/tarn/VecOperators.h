@@ -111,9 +111,13 @@ namespace tarn {
 #define TARN_ALL2(op, join) a.x op b.x join a.y op b.y
 #define TARN_ALL3(op, join) a.x op b.x join a.y op b.y join a.z op b.z
 #define TARN_ALL4(op, join) a.x op b.x join a.y op b.y join a.z op b.z join a.w op b.w
+/// By component, each result rounded once to T. A scalar stands for a vector that has it in every
+/// component. Two vectors are equal when all components are, so a NaN equals nothing. length(v) is
+/// v.length(). @{
 TARN_VEC_OPERATORS(Vec2, TARN_EACH2, TARN_ALL2)
 TARN_VEC_OPERATORS(Vec3, TARN_EACH3, TARN_ALL3)
 TARN_VEC_OPERATORS(Vec4, TARN_EACH4, TARN_ALL4)
+/// @}
 #undef TARN_EACH2
 #undef TARN_EACH3
 #undef TARN_EACH4
@@ -122,6 +126,7 @@ TARN_VEC_OPERATORS(Vec4, TARN_EACH4, TARN_ALL4)
 #undef TARN_ALL4
 #undef TARN_VEC_OPERATORS
 
+/// Each component negated: of 0 that is -0 in floating point. @{
 template <class T>
 constexpr Vec2<T> operator-(const Vec2<T>& v) {
   return Vec2<T>(-v.x, -v.y);
@@ -134,7 +139,9 @@ template <class T>
 constexpr Vec4<T> operator-(const Vec4<T>& v) {
   return Vec4<T>(-v.x, -v.y, -v.z, -v.w);
 }
+/// @}
 
+/// The sum of the products of the components, from x on. @{
 template <class T>
 [[nodiscard]] constexpr T dot(const Vec2<T>& a, const Vec2<T>& b) {
   return a.x * b.x + a.y * b.y;
@@ -147,6 +154,7 @@ template <class T>
 [[nodiscard]] constexpr T dot(const Vec4<T>& a, const Vec4<T>& b) {
   return a.x * b.x + a.y * b.y + a.z * b.z + a.w * b.w;
 }
+/// @}
 
 /// Right-handed: cross(x, y) is z. Each component is one product minus the other.
 template <class T>
@@ -154,7 +162,7 @@ template <class T>
   return Vec3<T>(a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x);
 }
 
-/// True when no component is infinite or NaN.
+/// True when no component is infinite or NaN. @{
 template <class T>
 [[nodiscard]] bool isFinite(const Vec2<T>& v) {
   return std::isfinite(v.x) && std::isfinite(v.y);
@@ -167,8 +175,9 @@ template <class T>
 [[nodiscard]] bool isFinite(const Vec4<T>& v) {
   return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z) && std::isfinite(v.w);
 }
+/// @}
 
-/// Prints as [x y], [x y z], [x y z w] with the stream's own number format.
+/// Prints as [x y], [x y z], [x y z w] with the stream's own number format. @{
 template <class T>
 std::ostream& operator<<(std::ostream& os, const Vec2<T>& v) {
   return os << '[' << v.x << ' ' << v.y << ']';
@@ -181,5 +190,6 @@ template <class T>
 std::ostream& operator<<(std::ostream& os, const Vec4<T>& v) {
   return os << '[' << v.x << ' ' << v.y << ' ' << v.z << ' ' << v.w << ']';
 }
+/// @}
 
 }  // namespace tarn
