@@ -77,6 +77,7 @@ VELA_API bool resolveAssetLocation(const std::string& url, std::string& path, As
 /// Resolved traits of an asset.
 class VELA_API AssetData {
  public:
+  /// Holds the data; null makes a record that is not valid.
   explicit AssetData(std::shared_ptr<openassetio::v1::trait::TraitsData> data);
   AssetData(const AssetData&) = default;
   AssetData(AssetData&&) = default;
@@ -84,7 +85,9 @@ class VELA_API AssetData {
   AssetData& operator=(AssetData&&) = default;
   virtual ~AssetData();
 
+  /// True when there is data.
   [[nodiscard]] bool isValid() const { return data_ != nullptr; }
+  /// Shared, not copied; null when not valid.
   [[nodiscard]] std::shared_ptr<openassetio::v1::trait::TraitsData> traitsData() const {
     return data_;
   }
@@ -99,13 +102,16 @@ class VELA_API AssetInfo {
  public:
   /// Hashes a record for unordered containers.
   struct HashFunction {
+    /// As AssetInfo::hash().
     std::size_t operator()(const AssetInfo& info) const {
       return static_cast<std::size_t>(info.hash());
     }
   };
 
   AssetInfo() = default;
+  /// A record without a path.
   explicit AssetInfo(const std::set<std::string>& traits);
+  /// A reference, or a plain path; nothing is resolved yet.
   AssetInfo(const std::string& path, const std::set<std::string>& traits);
   AssetInfo(const AssetInfo&) = default;
   AssetInfo(AssetInfo&&) = default;
@@ -113,7 +119,9 @@ class VELA_API AssetInfo {
   AssetInfo& operator=(AssetInfo&&) = default;
   virtual ~AssetInfo();
 
+  /// As it was given last, to the constructor or to resolveLocation(); may be empty.
   [[nodiscard]] std::string path() const { return path_; }
+  /// The ids of the traits that are asked for.
   [[nodiscard]] const std::set<std::string>& traits() const { return traits_; }
 
   /// Over the bytes of the path and then of each trait in ascending order, each text up to its
@@ -134,8 +142,10 @@ class VELA_API AssetInfo {
   /// Resolves the path with the record's traits; not valid when that fails.
   [[nodiscard]] AssetData getResolvedData() const;
 
+  /// By hash(). @{
   friend bool operator==(const AssetInfo& a, const AssetInfo& b) { return a.hash_ == b.hash_; }
   friend bool operator!=(const AssetInfo& a, const AssetInfo& b) { return !(a == b); }
+  /// @}
 
  private:
   void updateHash();

@@ -53,19 +53,19 @@ struct CameraSensorParameters {
   tarn::Vec2d apertureTranslate{0.0, 0.0};  ///< of the window, in NDC: 2 is a whole width
   double apertureRotate = 0.0;              ///< of the window, degrees
   tarn::Vec2d apertureScale{1.0, 1.0};      ///< of the window
-  double sceneToCameraFactor = 0.001;
-  double sensorISO = 100.0;
-  double sensorExposureBias = 0.0;
+  double sceneToCameraFactor = 0.001;  ///< camera units in a scene unit; carried along, not read
+  double sensorISO = 100.0;            ///< of the film; carried along, not read
+  double sensorExposureBias = 0.0;     ///< powers of two; carried along, not read
 };
 
 /// How the camera is mounted. Nothing moves the picture by it.
 struct CameraMountParameters {
-  tarn::Vec2d offset{0.0, 0.0};
+  tarn::Vec2d offset{0.0, 0.0};  ///< carried along, not read
 };
 
 /// The lens's opening, and the distances between which a camera sees.
 struct CameraLensApertureParameters {
-  double fStop = 0.0;
+  double fStop = 0.0;               ///< 0: the pupil radius is infinite
   double clipNearDistance = 0.001;  ///< scene units
   // KEEP(far-plane-one): a far plane at 1 cuts most scenes off. Default samples are printed and
   // compared as text, and the text holds this number.
@@ -74,13 +74,15 @@ struct CameraLensApertureParameters {
 
 /// Focal length, focus and distortion of a lens.
 struct CameraOpticsParameters {
-  double focalLength = 1.0;  ///< in the unit of the film window
-  double focusDistance = 1.0;
-  double opticalAttenuation = 0.0;
-  double opticalWidthSqueeze = 1.0;
+  double focalLength = 1.0;          ///< in the unit of the film window
+  double focusDistance = 1.0;        ///< from the camera; no lens here reads it
+  double opticalAttenuation = 0.0;   ///< carried along, not read
+  double opticalWidthSqueeze = 1.0;  ///< carried along, not read
+  /// A coefficient of the distortion. No lens here bends by it; distortionEnabled() tells of it. @{
   double opticalDistortionA = 0.0;
   double opticalDistortionB = 0.0;
   double opticalDistortionC = 0.0;
+  /// @}
 };
 
 /// Something that stands somewhere.
@@ -88,8 +90,8 @@ class VELA_API Axis {
  public:
   /// A transform at one time.
   struct Sample {
-    double time = 0.0;
-    XformParameters xform;
+    double time = 0.0;      ///< of the sample, in the caller's unit
+    XformParameters xform;  ///< where it stands then
   };
 
   virtual ~Axis();
@@ -102,10 +104,10 @@ class VELA_API Camera : public Axis {
  public:
   /// A camera at one time: what was set, and what follows from it once updateDerivedValues has run.
   struct VELA_API Sample : Axis::Sample {
-    CameraSensorParameters sensor;
-    CameraMountParameters mount;
-    CameraLensApertureParameters lensAp;
-    CameraOpticsParameters optics;
+    CameraSensorParameters sensor;        ///< the film back
+    CameraMountParameters mount;          ///< how the camera is mounted
+    CameraLensApertureParameters lensAp;  ///< opening and clipping
+    CameraOpticsParameters optics;        ///< focal length, focus and distortion
 
    private:
     float lensMagnification_ = 1.0f;
@@ -128,9 +130,13 @@ class VELA_API Camera : public Axis {
     [[nodiscard]] float lensPupilRadius() const { return lensPupilRadius_; }
     /// True when one of the three distortion coefficients is not 0.
     [[nodiscard]] bool distortionEnabled() const { return distortionEnabled_; }
+    /// `ndc` as a call.
     [[nodiscard]] const tarn::Mat4d& ndcTransform() const { return ndc; }
+    /// `ndcIsIdentity` as a call.
     [[nodiscard]] bool ndcTransformIsIdentity() const { return ndcIsIdentity; }
+    /// `proj` as a call.
     [[nodiscard]] const tarn::Mat4d& projectionMatrix() const { return proj; }
+    /// World space to NDC: `proj` times `xform.w2l`.
     [[nodiscard]] const tarn::Mat4d& worldToNdc() const { return worldToNdc_; }
 
     /// Computes `xform.w2l` and the derived values from everything else.
@@ -163,6 +169,7 @@ class VELA_API Camera : public Axis {
                                                          bool perspective);
 
  protected:
+  /// The class's own validation, which validateCamera() runs; empty here.
   virtual void _validateCamera();
 };
 
@@ -177,12 +184,13 @@ class VELA_API Camera : public Axis {
                                                          double rotateDegrees, bool perspective);
 
 /// Labelled values in brackets, on one line; a sample takes eight lines. Numbers have the stream's
-/// own format.
+/// own format. @{
 VELA_API std::ostream& operator<<(std::ostream& os, const XformParameters& xform);
 VELA_API std::ostream& operator<<(std::ostream& os, const CameraSensorParameters& sensor);
 VELA_API std::ostream& operator<<(std::ostream& os, const CameraMountParameters& mount);
 VELA_API std::ostream& operator<<(std::ostream& os, const CameraLensApertureParameters& lensAp);
 VELA_API std::ostream& operator<<(std::ostream& os, const CameraOpticsParameters& optics);
 VELA_API std::ostream& operator<<(std::ostream& os, const Camera::Sample& sample);
+/// @}
 
 }  // namespace vela

@@ -54,27 +54,28 @@ namespace vela {
 /// The enumerators are reached through the enumeration, as in LensProjection::spherical; the
 /// namespace keeps them out of vela.
 namespace lens_projection {
+/// Which of the four lenses. The numbers are exchanged with callers and never change.
 enum LensProjection : int {
-  perspective = 0,
-  orthographic = 1,
-  spherical = 2,
-  cylindrical = 3,
-  none = 4,  ///< what a lens outside the list reports
+  perspective = 0,   ///< LinearProjection
+  orthographic = 1,  ///< LinearProjection(true)
+  spherical = 2,     ///< SphericalProjection
+  cylindrical = 3,   ///< CylindricalProjection
+  none = 4,          ///< what a lens outside the list reports
 };
 }  // namespace lens_projection
 using lens_projection::LensProjection;
 
 /// One image coordinate, or one point on its way to it.
 struct ProjectCoord {
-  float x = 0.0f;  ///< NDC
-  float y = 0.0f;
-  float dx = 0.0f;  ///< offset to the neighbouring coordinate
-  float dy = 0.0f;
+  float x = 0.0f;      ///< NDC
+  float y = 0.0f;      ///< NDC, up, in x's unit
+  float dx = 0.0f;     ///< offset to the neighbouring coordinate
+  float dy = 0.0f;     ///< the same in y
   float depth = 0.0f;  ///< NDC z
   float px = 0.0f;     ///< homogeneous point in world space, for LensProjectionFunction::project
-  float py = 0.0f;
-  float pz = 0.0f;
-  float pw = 1.0f;
+  float py = 0.0f;     ///< its y
+  float pz = 0.0f;     ///< its z
+  float pw = 1.0f;     ///< its w
 };
 
 static_assert(sizeof(ProjectCoord) == 9 * sizeof(float) && std::is_standard_layout_v<ProjectCoord>,
@@ -84,7 +85,7 @@ static_assert(sizeof(ProjectCoord) == 9 * sizeof(float) && std::is_standard_layo
 struct ProjectionImageContext {
   float aspect = 1.0f;  ///< height over width
   int width = 0;        ///< pixels; 0 where there are none. The lenses do not read them
-  int height = 0;
+  int height = 0;       ///< pixels, as width
 
   /// The context of an image of that many pixels.
   [[nodiscard]] static ProjectionImageContext forSize(int width, int height) {
@@ -97,6 +98,7 @@ class VELA_API LensProjectionFunction {
  protected:
   // KEEP(validate-before-destructor): compiled hosts call by position in the table of virtual
   // functions, where validation comes first.
+  /// The lens's own validation, which validateProjection() runs; empty here.
   virtual void _validateProjection();
 
  public:
@@ -104,7 +106,9 @@ class VELA_API LensProjectionFunction {
 
   /// The lens that a stand-in stands for; null in every lens.
   virtual LensProjectionFunction* asLensProjectionFunction() const;
+  /// The lens's name, such as "Perspective". Static storage.
   [[nodiscard]] virtual const char* identifier() const = 0;
+  /// Which of the list the lens is; here LensProjection::none.
   [[nodiscard]] virtual LensProjection lensProjectionMode() const;
   /// True when straight lines stay straight.
   [[nodiscard]] virtual bool isLinear() const = 0;
@@ -112,15 +116,17 @@ class VELA_API LensProjectionFunction {
   /// apart.
   [[nodiscard]] virtual float distanceToLinearZ(const Camera::Sample& sample,
                                                 const tarn::Vec2f& ndc, float distance) const;
+  /// A magnification of the lens's own. 1 in every lens of this file: they go by the sample's.
   [[nodiscard]] virtual double lensMagnification(const Camera::Sample& sample) const;
   /// Camera space to NDC, the film window included. The lenses that are not linear have the
   /// perspective one.
   [[nodiscard]] virtual tarn::Mat4d projectionMatrix(const Camera::Sample& sample) const;
   /// What the film window does to NDC coordinates.
   [[nodiscard]] virtual tarn::Mat4d ndcTransformMatrix(const Camera::Sample& sample) const;
-  /// True when coordinates outside the image still give rays.
+  /// True when coordinates outside the image still give rays. @{
   [[nodiscard]] virtual bool canBeExtendedHorizontally() const;
   [[nodiscard]] virtual bool canBeExtendedVertically() const;
+  /// @}
 
   /// Writes the camera-space rays of a batch of coordinates.
   ///
@@ -163,16 +169,17 @@ class VELA_API LensProjectionFunction {
 /// \endcode
 class VELA_API LinearProjection : public LensProjectionFunction {
  public:
+  /// Perspective unless said.
   explicit LinearProjection(bool orthographic = false) : orthographic_(orthographic) {}
 
-  [[nodiscard]] const char* identifier() const override;
-  [[nodiscard]] LensProjection lensProjectionMode() const override;
+  [[nodiscard]] const char* identifier() const override;  ///< "Perspective" or "Orthographic"
+  [[nodiscard]] LensProjection lensProjectionMode() const override;  ///< either of the two
   [[nodiscard]] bool isLinear() const override;
   [[nodiscard]] float distanceToLinearZ(const Camera::Sample& sample, const tarn::Vec2f& ndc,
                                         float distance) const override;
   [[nodiscard]] tarn::Mat4d projectionMatrix(const Camera::Sample& sample) const override;
   [[nodiscard]] bool canBeExtendedHorizontally() const override;
-  [[nodiscard]] bool canBeExtendedVertically() const override;
+  [[nodiscard]] bool canBeExtendedVertically() const override;  ///< true
   void generateRayGeometry(unsigned count, const ProjectCoord* coords,
                            const Camera::Sample* samples, const ProjectionImageContext& image,
                            RayContext* rays) const override;
@@ -181,7 +188,7 @@ class VELA_API LinearProjection : public LensProjectionFunction {
                ProjectCoord* coords) const override;
 
  protected:
-  bool orthographic_;
+  bool orthographic_;  ///< as constructed
 };
 
 /// A linear lens behind a distortion that only its host knows: it has the matrices, but makes no
@@ -200,9 +207,10 @@ class VELA_API LinearProjection : public LensProjectionFunction {
 /// \endcode
 class VELA_API WarpedLinearProjection : public LinearProjection {
  public:
+  /// Reports that mode; perspective unless said.
   explicit WarpedLinearProjection(bool orthographic = false) : LinearProjection(orthographic) {}
 
-  [[nodiscard]] const char* identifier() const override;
+  [[nodiscard]] const char* identifier() const override;  ///< "WarpedLinear"
   [[nodiscard]] bool isLinear() const override;
   void generateRayGeometry(unsigned count, const ProjectCoord* coords,
                            const Camera::Sample* samples, const ProjectionImageContext& image,
@@ -229,8 +237,8 @@ class VELA_API WarpedLinearProjection : public LinearProjection {
 /// \endcode
 class VELA_API SphericalProjection : public LensProjectionFunction {
  public:
-  [[nodiscard]] const char* identifier() const override;
-  [[nodiscard]] LensProjection lensProjectionMode() const override;
+  [[nodiscard]] const char* identifier() const override;             ///< "Spherical"
+  [[nodiscard]] LensProjection lensProjectionMode() const override;  ///< LensProjection::spherical
   [[nodiscard]] bool isLinear() const override;
   void generateRayGeometry(unsigned count, const ProjectCoord* coords,
                            const Camera::Sample* samples, const ProjectionImageContext& image,
@@ -255,7 +263,8 @@ class VELA_API SphericalProjection : public LensProjectionFunction {
 /// \endcode
 class VELA_API CylindricalProjection : public LensProjectionFunction {
  public:
-  [[nodiscard]] const char* identifier() const override;
+  [[nodiscard]] const char* identifier() const override;  ///< "Cylindrical"
+  /// Always LensProjection::cylindrical.
   [[nodiscard]] LensProjection lensProjectionMode() const override;
   [[nodiscard]] bool isLinear() const override;
   void generateRayGeometry(unsigned count, const ProjectCoord* coords,

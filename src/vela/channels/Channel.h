@@ -39,50 +39,53 @@ class VELA_API Channel {
   /// filtered and mixed), 13 to 22 are data (must not be mixed), 23 and above are bitmasks. The
   /// numbers are exchanged with callers and never change.
   enum Type : std::int32_t {
-    auto_ = -1,  ///< asks the registry to pick the type from the channel's sub-name
-    none = 0,    ///< no purpose
-    blendable = 1,
-    color3 = 2,
-    color4 = 3,
-    colorRed = 4,
-    colorGreen = 5,
-    colorBlue = 6,
-    colorAlpha = 7,
-    colorComp0 = 8,
-    colorComp1 = 9,
-    colorComp2 = 10,
-    colorComp3 = 11,
-    mask = 12,
-    data = 13,
-    dataDepth = 14,
-    dataLength = 15,
-    dataVec2 = 16,
-    dataVec3 = 17,
-    dataVec4 = 18,
-    dataVecX = 19,
-    dataVecY = 20,
-    dataVecZ = 21,
-    dataVecW = 22,
-    bitmask = 23,
-    bitmaskId = 24,
-    bitmaskId2 = 25,
-    bitmaskId3 = 26,
-    bitmaskId4 = 27,
-    bitmaskIdComp0 = 28,
-    bitmaskIdComp1 = 29,
-    bitmaskIdComp2 = 30,
-    bitmaskIdComp3 = 31,
+    auto_ = -1,           ///< asks the registry to pick the type from the channel's sub-name
+    none = 0,             ///< no purpose
+    blendable = 1,        ///< may be mixed, no more is said
+    color3 = 2,           ///< three components of a colour
+    color4 = 3,           ///< four components of a colour
+    colorRed = 4,         ///< red: component 0 of a colour
+    colorGreen = 5,       ///< green: component 1 of a colour
+    colorBlue = 6,        ///< blue: component 2 of a colour
+    colorAlpha = 7,       ///< alpha: component 3 of `color4`
+    colorComp0 = 8,       ///< component 0 of a colour, unnamed
+    colorComp1 = 9,       ///< component 1 of a colour, unnamed
+    colorComp2 = 10,      ///< component 2 of a colour, unnamed
+    colorComp3 = 11,      ///< component 3 of `color4`, unnamed
+    mask = 12,            ///< how much of something counts; may be mixed
+    data = 13,            ///< may not be mixed, no more is said
+    dataDepth = 14,       ///< a depth, as from a camera
+    dataLength = 15,      ///< a length
+    dataVec2 = 16,        ///< vector of two components
+    dataVec3 = 17,        ///< vector of three components
+    dataVec4 = 18,        ///< vector of four components
+    dataVecX = 19,        ///< component 0 of a vector
+    dataVecY = 20,        ///< component 1 of a vector
+    dataVecZ = 21,        ///< component 2 of a vector
+    dataVecW = 22,        ///< component 3 of `dataVec4`
+    bitmask = 23,         ///< bits, each with a meaning of its own
+    bitmaskId = 24,       ///< one integer id
+    bitmaskId2 = 25,      ///< two integer ids
+    bitmaskId3 = 26,      ///< three integer ids
+    bitmaskId4 = 27,      ///< four integer ids
+    bitmaskIdComp0 = 28,  ///< id 0; belongs to no compound
+    bitmaskIdComp1 = 29,  ///< id 1 of `bitmaskId2`
+    bitmaskIdComp2 = 30,  ///< id 2 of `bitmaskId3`
+    bitmaskIdComp3 = 31,  ///< id 3 of `bitmaskId4`
   };
 
   constexpr Channel() noexcept = default;
+  /// The channel of that number, any number.
   constexpr Channel(int index) noexcept : index_(index) {}  // implicit: channels are numbers
   constexpr Channel(const Channel&) noexcept = default;
   constexpr Channel& operator=(const Channel&) noexcept = default;
+  /// Takes that number, any number.
   constexpr Channel& operator=(int index) noexcept {
     index_ = index;
     return *this;
   }
 
+  /// The number. @{
   constexpr operator int() const noexcept { return index_; }  // implicit: channels are numbers
   /// Above 0? A template for `bool` alone: beside it a plain `operator int` stays the only way to
   /// every other type, so that `channel == 5`, `channel + 1` and `array[channel]` have one reading.
@@ -91,7 +94,9 @@ class VELA_API Channel {
     return index_ > 0;
   }
   [[nodiscard]] constexpr int index() const noexcept { return index_; }
+  /// @}
 
+  /// As on the number. No end is checked: below channel 1 come 0 and the negative numbers. @{
   constexpr Channel& operator++() noexcept { return *this += 1; }
   constexpr Channel& operator--() noexcept { return *this -= 1; }
   constexpr Channel operator++(int) noexcept {
@@ -114,6 +119,7 @@ class VELA_API Channel {
   }
   constexpr Channel& operator+=(Channel other) noexcept { return *this += other.index_; }
   constexpr Channel& operator-=(Channel other) noexcept { return *this -= other.index_; }
+  /// @}
 
   // The tables of the types. Any number may be passed as a type; what a table does not hold takes
   // its stated default.

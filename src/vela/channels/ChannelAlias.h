@@ -49,27 +49,38 @@ class VELA_API ChannelAlias {
 
   /// Layer name, ".", sub-name; the layer name alone when there is no sub-name.
   [[nodiscard]] const std::string& name() const noexcept { return name_; }
+  /// The part after the dot; empty when there is none.
   [[nodiscard]] const std::string& subname() const noexcept { return subname_; }
+  /// The number; 0 before the registry has given one. @{
   [[nodiscard]] Channel channel() const noexcept { return channel_; }
   [[nodiscard]] Channel assignChannel() const noexcept { return channel_; }
+  /// @}
+  /// True when the number is above 0.
   [[nodiscard]] bool hasAssignedChannel() const noexcept { return channel_.index() > 0; }
-  /// The position in the owning layer.
+  /// The position in the owning layer. @{
   [[nodiscard]] unsigned position() const noexcept { return position_; }
   [[nodiscard]] unsigned layerPosition() const noexcept { return position_; }
-  /// The position, but never less than 3.
+  /// @}
+  /// The position, but never less than 3. @{
   [[nodiscard]] unsigned colorIndex() const noexcept;
   [[nodiscard]] unsigned colourIndex() const noexcept { return colorIndex(); }
+  /// @}
   /// The owning layer: the first one that claimed the channel, or null.
   [[nodiscard]] LayerAlias* layer() const noexcept { return layer_; }
+  /// The registry that made the record, or the holder that it moved on to.
   [[nodiscard]] ChannelManager* context() const noexcept { return context_; }
+  /// What the channel's data means. Setting it leaves the layer's purpose as it is. @{
   [[nodiscard]] Channel::Type purpose() const noexcept { return purpose_; }
   void setPurpose(Channel::Type purpose) noexcept { purpose_ = purpose; }
-  /// Initially true.
+  /// @}
+  /// For hosts that list what users may choose; nothing here asks. Initially true. @{
   [[nodiscard]] bool isUserVisible() const noexcept { return userVisible_; }
   void setUserVisible(bool visible) noexcept { userVisible_ = visible; }
-  /// Initially 0.
+  /// @}
+  /// A number of the host's own; nothing here asks. Initially 0. @{
   [[nodiscard]] int markNumber() const noexcept { return markNumber_; }
   void setMarkNumber(int number) noexcept { markNumber_ = number; }
+  /// @}
   /// Above 0 and below the registry's highest built-in channel, which itself answers false.
   [[nodiscard]] bool isBuiltIn() const noexcept;
 
@@ -112,6 +123,7 @@ class VELA_API LayerAlias {
   LayerAlias(const LayerAlias&) = delete;
   LayerAlias& operator=(const LayerAlias&) = delete;
 
+  /// The name that ChannelManager::getLayer() goes by.
   [[nodiscard]] const std::string& name() const noexcept { return name_; }
   /// Initially the name.
   [[nodiscard]] const std::string& label() const noexcept { return label_; }
@@ -125,11 +137,12 @@ class VELA_API LayerAlias {
   [[nodiscard]] ChannelAlias* operator[](std::size_t position) const noexcept {
     return position < channels_.size() ? channels_[position] : nullptr;
   }
-  /// The number of the channel at a position; 0 for a hole and beyond the end.
+  /// The number of the channel at a position; 0 for a hole and beyond the end. @{
   [[nodiscard]] Channel channel(unsigned position) const noexcept;
   [[nodiscard]] Channel assignChannel(unsigned position) const noexcept {
     return channel(position);
   }
+  /// @}
   /// The index that the layer had in the registry's list when it was created.
   [[nodiscard]] int index() const noexcept { return index_; }
   /// The first position of an alias, -1 when the layer does not list it.
@@ -140,21 +153,25 @@ class VELA_API LayerAlias {
   [[nodiscard]] bool intersect(const ChannelSet& channels) const noexcept {
     return channelSet_ & channels;
   }
-  /// An `ovo::Value::Type` code.
+  /// An `ovo::Value::Type` code. @{
   [[nodiscard]] int valueType() const noexcept { return valueType_; }
   void setValueType(int code) noexcept { valueType_ = code; }
+  /// @}
   /// `Channel::auto_` until the first member fixes it.
   [[nodiscard]] Channel::Type purpose() const noexcept { return purpose_; }
   /// Sets the purpose, and the value type with it when the purpose was `Channel::auto_`.
   void setPurpose(Channel::Type purpose) noexcept;
-  /// Initially true.
+  /// For hosts that list what users may choose; nothing here asks. Initially true. @{
   [[nodiscard]] bool isUserVisible() const noexcept { return userVisible_; }
   void setUserVisible(bool visible) noexcept { userVisible_ = visible; }
-  /// Initially 0.
+  /// @}
+  /// A number of the host's own; nothing here asks. Initially 0. @{
   [[nodiscard]] int markNumber() const noexcept { return markNumber_; }
   void setMarkNumber(int number) noexcept { markNumber_ = number; }
+  /// @}
   /// True when there are members and all of them are built in.
   [[nodiscard]] bool isBuiltIn() const noexcept;
+  /// The registry that made the record, or the holder that it moved on to.
   [[nodiscard]] ChannelManager* context() const noexcept { return context_; }
 
   /// Puts an alias into the first hole, or at the end, and claims it unless another layer has. The

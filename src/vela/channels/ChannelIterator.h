@@ -22,16 +22,20 @@ namespace vela {
 /// \endcode
 class ChannelIterator {
  public:
+  /// The names that the standard's algorithms ask for. @{
   using iterator_category = std::forward_iterator_tag;
   using value_type = Channel;
   using difference_type = std::ptrdiff_t;
   using pointer = const Channel*;
   using reference = Channel;
+  /// @}
 
   ChannelIterator() noexcept = default;
+  /// The channel where it stands; not to be asked at the end.
   [[nodiscard]] Channel operator*() const noexcept {
     return Channel(base_ + detail::ChannelWords::lowestBit(bits_));
   }
+  /// Goes on to the next channel; not to be called at the end. @{
   ChannelIterator& operator++() noexcept {
     bits_ &= bits_ - 1;
     if (bits_ == 0) goOn();
@@ -42,12 +46,15 @@ class ChannelIterator {
     ++*this;
     return before;
   }
+  /// @}
+  /// Equal at the same channel of one set, and at the ends of all sets. @{
   [[nodiscard]] bool operator==(const ChannelIterator& other) const noexcept {
     return bits_ == other.bits_ && base_ == other.base_;
   }
   [[nodiscard]] bool operator!=(const ChannelIterator& other) const noexcept {
     return !(*this == other);
   }
+  /// @}
 
  private:
   friend class ChannelSet;

@@ -55,14 +55,17 @@ class VELA_API ChannelManager {
   [[nodiscard]] virtual std::string registryLabel() const = 0;
   /// 1023.
   [[nodiscard]] virtual int maxChannelCount() const;
-  /// The channel, or the layer, of exactly that name: the first one in list order, else null.
+  /// The channel, or the layer, of exactly that name: the first one in list order, else null. @{
   [[nodiscard]] virtual ChannelAlias* getChannel(const char* name) const;
   [[nodiscard]] virtual LayerAlias* getLayer(const char* name) const;
-  /// These two do nothing: clearing is for registries themselves, through the protected forms.
+  /// @}
+  /// These two do nothing: clearing is for registries themselves, through the protected forms. @{
   virtual void clearUserChannels();
   virtual void clearAllChannels();
+  /// @}
   /// The name that is looked up for a name; here the same, empty for null.
   [[nodiscard]] virtual std::string remapChannelName(const char* name) const;
+  /// Whether rewriting of names is switched on; here it is not. remapChannelName() does not ask.
   [[nodiscard]] virtual bool isChannelRemappingEnabled() const;
   /// What a sub-name in any case says about its channel: red r green g blue b alpha a, x u s, y v
   /// t, z, w; else none.
@@ -92,13 +95,14 @@ class VELA_API ChannelManager {
   /// a name is missing, and the vector and float forms null when too few numbers are free. A
   /// vector's `s` holds one-letter sub-names ("xyz"); its last member gets the lowest number.
   /// `createColorLayer` works only when fewer than 3 numbers (4 with an alpha name) are free, and
-  /// is null otherwise.
+  /// is null otherwise. @{
   virtual LayerAlias* createColorLayer(const char* name, const char* r, const char* g,
                                        const char* b, const char* a);
   virtual LayerAlias* createFloatLayer(const char* name, const char* subname);
   virtual LayerAlias* createVec2Layer(const char* name, const char* s);
   virtual LayerAlias* createVec3Layer(const char* name, const char* s);
   virtual LayerAlias* createVec4Layer(const char* name, const char* s);
+  /// @}
 
  protected:
   /// Adds the registry's own built-in entries; here none.
@@ -107,19 +111,26 @@ class VELA_API ChannelManager {
  public:
   // Queries.
 
+  /// Entries of allChannels().
   [[nodiscard]] std::size_t nChannels() const noexcept { return channels_.size(); }
+  /// Entries of allLayers().
   [[nodiscard]] std::size_t nLayers() const noexcept { return layers_.size(); }
+  /// Channels that the registry made itself; 0 once everything was cleared.
   [[nodiscard]] int nBuiltInChannels() const noexcept { return nBuiltInChannels_; }
+  /// Layers that were made before the first user channel; 0 once everything was cleared.
   [[nodiscard]] int nBuiltInLayers() const noexcept { return nBuiltInLayers_; }
   /// The next number to hand out.
   [[nodiscard]] int nDefinedInChannels() const noexcept { return firstUndefinedChannel_; }
   /// How many numbers are left: 1023 minus the next one, never below 0.
   [[nodiscard]] int nAvailableChannelSlots() const noexcept;
+  /// The highest number of a built-in channel; 0 once everything was cleared.
   [[nodiscard]] int lastBuiltinChannel() const noexcept { return lastBuiltinChannel_; }
   /// The next number to hand out, at most 1024.
   [[nodiscard]] int firstUndefinedChannel() const noexcept;
+  /// In the order of creation, or as sorted. The reference follows every change. @{
   [[nodiscard]] const std::vector<ChannelAlias*>& allChannels() const noexcept { return channels_; }
   [[nodiscard]] const std::vector<LayerAlias*>& allLayers() const noexcept { return layers_; }
+  /// @}
   /// 1024 slots, one a number; slot 0 and unassigned ones are null.
   [[nodiscard]] const std::vector<ChannelAlias*>& channelMap() const noexcept {
     return channelMap_;
@@ -133,11 +144,13 @@ class VELA_API ChannelManager {
     const std::size_t slot = static_cast<std::size_t>(static_cast<unsigned>(channel.index()));
     return slot < channelMap_.size() ? channelMap_[slot] : nullptr;
   }
+  /// As channel().
   [[nodiscard]] ChannelAlias* operator[](Channel number) const noexcept { return channel(number); }
-  /// The name of the number's record, or of that record's layer; null where there is none.
+  /// The name of the number's record, or of that record's layer; null where there is none. @{
   [[nodiscard]] const char* getChannelName(Channel channel) const noexcept;
   [[nodiscard]] const char* getLayerName(Channel channel) const noexcept;
-  /// The entries made at construction; null once everything was cleared.
+  /// @}
+  /// The entries made at construction; null once everything was cleared. @{
   [[nodiscard]] ChannelAlias* redChannel() const noexcept { return red_; }
   [[nodiscard]] ChannelAlias* greenChannel() const noexcept { return green_; }
   [[nodiscard]] ChannelAlias* blueChannel() const noexcept { return blue_; }
@@ -145,6 +158,7 @@ class VELA_API ChannelManager {
   [[nodiscard]] LayerAlias* rgbLayer() const noexcept { return rgbLayer_; }
   [[nodiscard]] LayerAlias* rgbaLayer() const noexcept { return rgbaLayer_; }
   [[nodiscard]] LayerAlias* alphaLayer() const noexcept { return alphaLayer_; }
+  /// @}
   /// Does `a` sort before `b`? Channels with a component come first, the higher component before
   /// the lower; the others follow by name. An unassigned `b` comes after everything, an unassigned
   /// `a` only before an unassigned `b`.
@@ -162,20 +176,23 @@ class VELA_API ChannelManager {
                               Channel::Type type = Channel::auto_);
 
  protected:
+  /// Makes the channels and layers that are named above.
   ChannelManager();
 
-  /// Lookups by exact name in list order; null answers null.
+  /// Lookups by exact name in list order; null answers null. @{
   [[nodiscard]] ChannelAlias* _getChannel(const char* name) const;
   [[nodiscard]] LayerAlias* _getLayer(const char* name) const;
+  /// @}
   /// The layer of that name, unchanged, else a new one.
   LayerAlias* _createLayer(const char* name, unsigned n, Channel::Type purpose, ChannelAlias* a,
                            ChannelAlias* b, ChannelAlias* c, ChannelAlias* d);
   /// A built-in channel of a fixed number, which may leave gaps. Null without a layer name, for
-  /// numbers outside 1 to 1023 and, with a line on standard error, once user channels exist.
+  /// numbers outside 1 to 1023 and, with a line on standard error, once user channels exist. @{
   ChannelAlias* createBuiltinChannel(const char* fullName, Channel channel, Channel position,
                                      Channel::Type type);
   ChannelAlias* createBuiltinChannel(const char* layer, const char* subname, Channel channel,
                                      Channel position, Channel::Type type);
+  /// @}
   /// Puts a record into the slot of a number (1 to 1023; others change nothing) and writes the
   /// number into it.
   void addChannelToMap(ChannelAlias* alias, Channel channel);

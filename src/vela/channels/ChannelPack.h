@@ -32,13 +32,14 @@ namespace vela {
 /// \endcode
 class VELA_API ChannelPack {
  public:
-  static constexpr std::size_t kCapacity = 1024;
+  static constexpr std::size_t kCapacity = 1024;  ///< entries that a pack has room for
 
   ChannelPack() noexcept = default;
   /// A pack of one, whatever its number.
   ChannelPack(Channel channel) noexcept { set(channel); }  // implicit
   /// The set's channels in ascending order, as far as its iteration goes.
   ChannelPack(const ChannelSet& channels) noexcept { set(channels); }  // implicit
+  /// Replaces the content by a set's channels in ascending order.
   ChannelPack& operator=(const ChannelSet& channels) noexcept {
     set(channels);
     return *this;
@@ -50,6 +51,7 @@ class VELA_API ChannelPack {
   void add(Channel channel, bool unique) noexcept;
   /// Appends a set's channels in ascending order, each under the rule of `add(Channel, unique)`.
   void add(const ChannelSet& channels, bool unique) noexcept;
+  /// Appends what the pack does not have yet, as add() does with `unique`. @{
   ChannelPack& operator+=(Channel channel) noexcept {
     add(channel, true);
     return *this;
@@ -58,21 +60,28 @@ class VELA_API ChannelPack {
     add(channels, true);
     return *this;
   }
+  /// @}
   /// Replaces the content by one channel, whatever its number.
   void set(Channel channel) noexcept;
   /// Replaces the content by a set's channels in ascending order.
   void set(const ChannelSet& channels) noexcept;
+  /// Forgets all entries. The array keeps what it held.
   void clear() noexcept { count_ = 0; }
 
+  /// True when no entry is in use.
   [[nodiscard]] bool empty() const noexcept { return count_ == 0; }
+  /// How many entries are in use, 0 to 1024.
   [[nodiscard]] std::size_t size() const noexcept { return count_; }
-  /// The entries; the first `size()` are in use.
+  /// The entries; the first `size()` are in use. @{
   [[nodiscard]] const Channel* array() const noexcept { return entries_.data(); }
   [[nodiscard]] Channel* array() noexcept { return entries_.data(); }
+  /// @}
+  /// The first entry, and behind the last one in use. @{
   [[nodiscard]] const Channel* begin() const noexcept { return entries_.data(); }
   [[nodiscard]] const Channel* end() const noexcept { return entries_.data() + count_; }
   [[nodiscard]] Channel* begin() noexcept { return entries_.data(); }
   [[nodiscard]] Channel* end() noexcept { return entries_.data() + count_; }
+  /// @}
   /// The entry at a position, which must be below 1024.
   [[nodiscard]] Channel& operator[](unsigned position) noexcept {
     assert(position < kCapacity);

@@ -55,7 +55,7 @@ class ChannelManager;
 /// the set as it was. Threads: const calls are safe from several threads.
 class VELA_API ChannelSet {
  public:
-  using Iterator = ChannelIterator;
+  using Iterator = ChannelIterator;  ///< of begin() and end()
 
   /// Empty, of the default registry.
   ChannelSet() noexcept = default;
@@ -91,10 +91,12 @@ class VELA_API ChannelSet {
     words_ = std::move(other.words_);
     return *this;
   }
+  /// The channels of a mask word; the extension goes.
   ChannelSet& operator=(unsigned mask) noexcept {
     words_.assignMask(mask);
     return *this;
   }
+  /// That one channel; empty for 0 and below.
   ChannelSet& operator=(Channel channel) {
     words_.assign(channel.index());
     return *this;
@@ -102,17 +104,19 @@ class VELA_API ChannelSet {
 
   // Membership.
 
-  /// Is the channel a member?
+  /// Is the channel a member? @{
   [[nodiscard]] bool operator&(Channel channel) const noexcept {
     return words_.has(channel.index());
   }
   [[nodiscard]] bool operator&(int channel) const noexcept { return words_.has(channel); }
+  /// @}
   /// Does the mask word share a bit with `mask`?
   [[nodiscard]] bool operator&(unsigned mask) const noexcept { return (words_.mask() & mask) != 0; }
   /// Is there a common member?
   [[nodiscard]] bool operator&(const ChannelSet& other) const noexcept {
     return words_.intersects(other.words_);
   }
+  /// As `&`.
   [[nodiscard]] bool contains(Channel channel) const noexcept {
     return words_.has(channel.index());
   }
@@ -130,21 +134,25 @@ class VELA_API ChannelSet {
 
   // Comparison: of the stored words alone, the registry takes no part.
 
+  /// Equal mask words and equal extensions, of equal length. @{
   [[nodiscard]] bool operator==(const ChannelSet& other) const noexcept {
     return words_ == other.words_;
   }
   [[nodiscard]] bool operator!=(const ChannelSet& other) const noexcept {
     return !(*this == other);
   }
+  /// @}
   /// Equal mask words and no extension.
   [[nodiscard]] bool operator==(unsigned mask) const noexcept {
     return words_.mask() == mask && !words_.hasExtension();
   }
+  /// As `!(*this == mask)`.
   [[nodiscard]] bool operator!=(unsigned mask) const noexcept { return !(*this == mask); }
   /// That channel alone, stored in as many words as it needs; the empty set for 0 and below.
   [[nodiscard]] bool operator==(Channel channel) const noexcept {
     return words_.isOnly(channel.index());
   }
+  /// As `!(*this == channel)`.
   [[nodiscard]] bool operator!=(Channel channel) const noexcept { return !(*this == channel); }
   /// A strict total order: by mask words, then by the number of stored words, then word by word,
   /// all as unsigned numbers.
@@ -166,6 +174,7 @@ class VELA_API ChannelSet {
     words_.addMask(mask);
     return *this;
   }
+  /// Adds one channel; nothing for 0 and below.
   ChannelSet& operator+=(Channel channel) {
     insert(channel);
     return *this;
@@ -181,6 +190,7 @@ class VELA_API ChannelSet {
     words_.removeMask(mask);
     return *this;
   }
+  /// Removes one channel; nothing for 0 and below.
   ChannelSet& operator-=(Channel channel) {
     erase(channel);
     return *this;
@@ -198,12 +208,15 @@ class VELA_API ChannelSet {
   /// Keeps the channel when it is a member, and nothing else.
   ChannelSet& operator&=(Channel channel);
 
+  /// Adds one channel; nothing for 0 and below.
   void insert(Channel channel) { words_.insert(channel.index()); }
   /// The first `n` channels of a list; nothing for n below 1 or a null list.
   void insert(const Channel* list, int n);
+  /// Removes one channel; nothing for 0 and below.
   void erase(Channel channel) { words_.erase(channel.index()); }
+  /// Removes the first `n` channels of a list; nothing for n below 1 or a null list.
   void erase(const Channel* list, int n);
-  void clear() noexcept { words_.assignMask(0); }
+  void clear() noexcept { words_.assignMask(0); }  ///< the registry stays
   /// Exchanges everything, the registries as well.
   void swap(ChannelSet& other) noexcept {
     std::swap(context_, other.context_);
@@ -212,6 +225,7 @@ class VELA_API ChannelSet {
 
   // Queries.
 
+  /// No member, by the stored words.
   [[nodiscard]] bool empty() const noexcept { return words_.mask() == 0 && !words_.hasExtension(); }
   /// Not empty? A template for `bool` alone, so that a set turns into no other number.
   template <class Bool, class = std::enable_if_t<std::is_same<Bool, bool>::value>>
@@ -236,6 +250,7 @@ class VELA_API ChannelSet {
   // the stored words: upwards, the set of all channels ends at channel 32. The all flag stands for
   // channel 32 wherever the mask word is looked at, also when channel 32 was removed from under it.
 
+  /// The lowest member, 0 when there is none.
   [[nodiscard]] Channel first() const noexcept { return words_.first(); }
   /// The lowest member above `channel`.
   [[nodiscard]] Channel next(Channel channel) const noexcept {
@@ -243,7 +258,9 @@ class VELA_API ChannelSet {
   }
   /// Upwards through a set that does not change meanwhile.
   [[nodiscard]] Iterator begin() const noexcept { return Iterator(words_); }
+  /// Where every walk ends; the same for all sets.
   [[nodiscard]] Iterator end() const noexcept { return Iterator(); }
+  /// The highest member among the stored words, 0 when there is none.
   [[nodiscard]] Channel last() const noexcept { return words_.last(); }
   /// The highest member below `channel`; `last()` when `channel` - 1 lies beyond the stored words.
   [[nodiscard]] Channel previous(Channel channel) const noexcept {
@@ -264,6 +281,7 @@ class VELA_API ChannelSet {
 static_assert(sizeof(void*) != 8 || sizeof(ChannelSet) == 32,
               "sets lie side by side in records: half a cache line each");
 
+/// As ChannelSet::swap().
 inline void swap(ChannelSet& a, ChannelSet& b) noexcept { a.swap(b); }
 
 /// The set as text: "none", "all" (whenever the all flag is set), else its members in ascending

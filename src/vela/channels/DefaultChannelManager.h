@@ -29,6 +29,7 @@ namespace vela {
 /// `BRAE_LEGACY_CHANNEL_SORTING` count as set whenever they exist, also when empty.
 class VELA_API BraeGlobalChannelManager : public ChannelManager {
  public:
+  /// Makes the fixed table and reads the environment.
   BraeGlobalChannelManager();
   ~BraeGlobalChannelManager() override;
 
@@ -42,6 +43,8 @@ class VELA_API BraeGlobalChannelManager : public ChannelManager {
   /// "rgb.red", "rgb.green", "rgb.blue" and "rbg.alpha" become the "rgba" channel; a name without a
   /// dot gets "other." in front; every other name comes back as it is, and null as the empty text.
   [[nodiscard]] std::string remapChannelName(const char* name) const override;
+  /// False when `BRAE_DISABLE_CHANNEL_REMAPPING` existed as the registry was made.
+  /// remapChannelName() rewrites all the same.
   [[nodiscard]] bool isChannelRemappingEnabled() const override;
 
  protected:
@@ -58,9 +61,10 @@ class VELA_API BraeGlobalChannelManager : public ChannelManager {
 /// no lock.
 [[nodiscard]] VELA_API ChannelManager* DefaultChannelManager();
 
-/// Named registries are not provided: both return null for every name.
+/// Named registries are not provided: both return null for every name. @{
 [[nodiscard]] VELA_API ChannelManager* GetChannelManager(const std::string& name);
 [[nodiscard]] VELA_API ChannelManager* CreateChannelManager(const std::string& name);
+/// @}
 
 /// `DefaultChannelManager()->remapChannelName(name)`.
 [[nodiscard]] VELA_API std::string RemapChannelName(const char* name);

@@ -38,6 +38,7 @@ using DrawBoxFunc = void (*)(const tarn::Box3f&, const tarn::Vec4f&);
 /// \endcode
 class VELA_API Acceleration {
  public:
+  /// Over a model, which must outlive it.
   explicit Acceleration(const AccelerationModel& model);
   Acceleration(const Acceleration&) = default;
   virtual ~Acceleration();
@@ -54,6 +55,7 @@ class VELA_API Acceleration {
   /// Shows the structure as boxes; draws nothing here.
   virtual void draw(DrawBoxFunc drawBox) const;
 
+  /// The model that it was made over.
   [[nodiscard]] const AccelerationModel& model() const { return *model_; }
 
  private:
@@ -64,6 +66,7 @@ class VELA_API Acceleration {
 /// the context asks for; of hits at the same distance the first primitive's.
 class VELA_API NoAcceleration : public Acceleration {
  public:
+  /// Over a model, which must outlive it.
   explicit NoAcceleration(const AccelerationModel& model);
   NoAcceleration(const NoAcceleration&) = default;
   NoAcceleration(NoAcceleration&&) = default;

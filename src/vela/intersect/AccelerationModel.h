@@ -110,11 +110,13 @@ class VELA_API TriangleAccelerationModel : public AccelerationModel {
   /// Points at `time`, faces at the earliest time: the topology of a mesh is taken as constant. In
   /// the mesh's local space.
   TriangleAccelerationModel(const ovo::MeshPrim& mesh, double time);
+  /// Copies share points and have triangles of their own. @{
   TriangleAccelerationModel(const TriangleAccelerationModel&);
   TriangleAccelerationModel(TriangleAccelerationModel&&) noexcept;
   TriangleAccelerationModel& operator=(const TriangleAccelerationModel&);
   TriangleAccelerationModel& operator=(TriangleAccelerationModel&&) noexcept;
   ~TriangleAccelerationModel() override;
+  /// @}
 
   /// Number of triangles.
   [[nodiscard]] std::size_t size() const override;
@@ -198,12 +200,13 @@ class VELA_API PrimAccelerationModel : public AccelerationModel {
   /// \param error  when not null: of the entries added, the first that no ray can hit, and why (no
   ///               mesh, no points, a placement without an inverse), as `path: why`; or why there
   ///               are no entries. Emptied when there is nothing to say
-  /// \return how many entries were added
+  /// \return how many entries were added @{
   std::size_t addMeshPrims(const std::shared_ptr<ovo::Stage>& stage, double time,
                            std::string* error);
   std::size_t addMeshPrims(const std::vector<ovo::MeshPrim>& meshes, double time,
                            std::string* error);
   std::size_t addMeshPrims(const ovo::Prim& prim, double time, std::string* error);
+  /// @}
 
   /// Number of entries.
   [[nodiscard]] std::size_t size() const override;
@@ -238,6 +241,7 @@ class VELA_API MeshAccelerator {
   /// \param id written into every hit's primitiveIndex
   MeshAccelerator(const ovo::Array<tarn::Vec3f>& points, const ovo::Array<int>& faceVertexCounts,
                   const ovo::Array<int>& faceVertexIndices, std::size_t id);
+  /// The mesh's points at \p time, its faces at the earliest time. \p id is written into every hit.
   MeshAccelerator(const ovo::MeshPrim& mesh, std::size_t id, double time);
   MeshAccelerator(const MeshAccelerator&) = delete;
   MeshAccelerator& operator=(const MeshAccelerator&) = delete;

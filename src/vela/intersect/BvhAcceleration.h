@@ -16,9 +16,9 @@ namespace vela {
 /// One node of the flattened tree; 32 bytes. Node 0 is the root, a parent stands before its
 /// children, the whole left subtree before the right one.
 struct BvhNode {
-  static constexpr std::uint32_t leafBit = 0x80000000u;
-  static constexpr std::uint32_t indexMask = 0x1FFFFFFFu;
-  static constexpr std::uint32_t noChild = 0xFFFFFFFFu;
+  static constexpr std::uint32_t leafBit = 0x80000000u;    ///< set in `first` of a leaf
+  static constexpr std::uint32_t indexMask = 0x1FFFFFFFu;  ///< the low 29 bits of `second`
+  static constexpr std::uint32_t noChild = 0xFFFFFFFFu;    ///< neither child nor leaf
 
   /// Of everything below, padded by 1e-5.
   tarn::Box3f box;

@@ -39,6 +39,7 @@ namespace vela {
 /// Source: Amanatides and Woo, A Fast Voxel Traversal Algorithm for Ray Tracing, Eurographics 1987.
 class VELA_API GridAcceleration : public Acceleration {
  public:
+  /// Sorts the model's primitives into cells, by their boxes. The model must outlive it.
   explicit GridAcceleration(const AccelerationModel& model);
   GridAcceleration(const GridAcceleration&) = delete;
   GridAcceleration& operator=(const GridAcceleration&) = delete;

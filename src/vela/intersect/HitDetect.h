@@ -57,10 +57,11 @@ class VELA_API HitDetectModel {
   /// Every mesh in the prim's subtree. See PrimAccelerationModel::addMeshPrims for what the three
   /// take.
   HitDetectModel(const ovo::Prim& prim, double time);
-  /// The same three, saying what cannot be hit; see PrimAccelerationModel::addMeshPrims.
+  /// The same three, saying what cannot be hit; see PrimAccelerationModel::addMeshPrims. @{
   HitDetectModel(const std::shared_ptr<ovo::Stage>& stage, double time, std::string* error);
   HitDetectModel(const std::vector<ovo::MeshPrim>& meshes, double time, std::string* error);
   HitDetectModel(const ovo::Prim& prim, double time, std::string* error);
+  /// @}
   HitDetectModel(const HitDetectModel&) = delete;
   HitDetectModel& operator=(const HitDetectModel&) = delete;
   ~HitDetectModel();
@@ -77,6 +78,7 @@ class VELA_API HitDetectModel {
 /// A light handle that casts rays into a model, which it refers to and does not own.
 class VELA_API HitDetector {
  public:
+  /// Rays into a model, which must outlive it.
   explicit HitDetector(const HitDetectModel& model);
   HitDetector(const HitDetector&) = delete;
   HitDetector& operator=(const HitDetector&) = delete;

@@ -70,7 +70,7 @@ struct CollisionResult {
   std::uint32_t primitiveIndex = 0;
   /// Which face of the primitive or mesh; written by models and by the ray/mesh test.
   std::int32_t faceIndex = 0;
-  bool hit = false;
+  bool hit = false;  ///< whether the rest holds a hit
 };
 static_assert(std::is_trivially_copyable_v<CollisionResult> && sizeof(CollisionResult) == 40);
 static_assert(offsetof(CollisionResult, normal) == 4 && offsetof(CollisionResult, position) == 16 &&
@@ -96,6 +96,7 @@ static_assert(offsetof(CollisionResult, normal) == 4 && offsetof(CollisionResult
 VELA_API bool intersectTriangle(const tarn::Vec3d& meshOrigin, const tarn::Vec3f& a,
                                 const tarn::Vec3f& b, const tarn::Vec3f& c, const RayContext& ray,
                                 tarn::Vec2f& uv, tarn::Vec2f& uvDx, tarn::Vec2f& uvDy, float& t);
+/// The same without the neighbouring rays.
 VELA_API bool intersectTriangle(const tarn::Vec3d& meshOrigin, const tarn::Vec3f& a,
                                 const tarn::Vec3f& b, const tarn::Vec3f& c, const RayContext& ray,
                                 tarn::Vec2f& uv, float& t);
@@ -108,6 +109,7 @@ VELA_API bool intersectTriangleSided(bool frontSide, const tarn::Vec3d& meshOrig
                                      const tarn::Vec3f& a, const tarn::Vec3f& b,
                                      const tarn::Vec3f& c, const RayContext& ray, tarn::Vec2f& uv,
                                      tarn::Vec2f& uvDx, tarn::Vec2f& uvDy, float& t);
+/// The same without the neighbouring rays.
 VELA_API bool intersectTriangleSided(bool frontSide, const tarn::Vec3d& meshOrigin,
                                      const tarn::Vec3f& a, const tarn::Vec3f& b,
                                      const tarn::Vec3f& c, const RayContext& ray, tarn::Vec2f& uv,

@@ -40,11 +40,11 @@ namespace Halden::Log {
 
 /// A message is written when its level is not above the log's: quiet messages always are.
 enum Level : unsigned {
-  quiet = 0,
-  error = 1,
-  warning = 2,
-  message = 3,
-  verbose = 4,
+  quiet = 0,    ///< written at every level of the log
+  error = 1,    ///< something failed
+  warning = 2,  ///< something may be wrong
+  message = 3,  ///< worth knowing
+  verbose = 4,  ///< every step
   /// No level: what parseLevel gives for any other text, and the log's own level before its first
   /// use.
   unset = 5
@@ -102,9 +102,11 @@ class VELA_API Line {
  public:
   Line(const Line&) = delete;
   Line& operator=(const Line&) = delete;
+  /// Takes the line over. The other is false then, and its end writes nothing.
   Line(Line&& other) noexcept : held_(other.held_) { other.held_ = false; }
   ~Line();
 
+  /// True while the line is to be written; false when it was filtered, or moved from.
   explicit operator bool() const { return held_; }
 
  private:

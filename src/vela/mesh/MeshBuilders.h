@@ -133,13 +133,23 @@ VELA_API void buildRevolveMeshFaces(MeshSample& mesh, unsigned int rows, unsigne
 
 /// What the builders above take for one shape, under the same names.
 struct RevolveShape {
+  /// `rows` bands of `columns` faces. @{
   unsigned int rows = 1, columns = 32;
+  /// @}
+  /// Of a ring by its index. Empty ones must not be left. @{
   std::function<float(int)> radius, height;
-  tarn::Vec3f scale{1.0f};
+  /// @}
+  tarn::Vec3f scale{1.0f};  ///< of the whole shape, by axis
+  /// Degrees of texture around the axis, and along it. @{
   float sweepU = 360.0f, sweepV = 180.0f;
+  /// @}
+  /// Whether there is a cap at the end. @{
   bool topCap = true, bottomCap = true;
+  /// @}
+  /// Whether the cap has a band of v of its own. @{
   bool topPole = false, bottomPole = false;
-  bool shareCapRings = true;
+  /// @}
+  bool shareCapRings = true;  ///< caps use the first and the last ring
 };
 
 /// Replaces points, faces and uvs by those of the whole shape, and the normals by as many zeros as

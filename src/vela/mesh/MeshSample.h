@@ -118,9 +118,10 @@ class VELA_API MeshSample {
 
   /// Appends a face. `addTri` sets allTriangles to the negation of allQuads, `addQuad` allQuads to
   /// that of allTriangles. Neither is ever cleared, so that after both kinds the first to come
-  /// stays set. calcPointNormals believes them only where the counts bear them out.
+  /// stays set. calcPointNormals believes them only where the counts bear them out. @{
   void addTri(int a, int b, int c);
   void addQuad(int a, int b, int c, int d);
+  /// @}
   /// Removes all faces, keeping their storage.
   void clearFaces();
   /// Room for that many faces and face-vertices in all; std::length_error beyond what an array can
@@ -129,17 +130,19 @@ class VELA_API MeshSample {
 
   // Queries
 
-  [[nodiscard]] std::size_t nPoints() const { return points.size(); }
-  [[nodiscard]] std::size_t nFaces() const { return vertsPerFace_.size(); }
+  [[nodiscard]] std::size_t nPoints() const { return points.size(); }        ///< points in all
+  [[nodiscard]] std::size_t nFaces() const { return vertsPerFace_.size(); }  ///< faces in all
+  /// Face-vertices in all.
   [[nodiscard]] std::size_t nVerts() const { return faceVertPointIndices_.size(); }
 
   /// The first element of each array; null when nothing was ever stored. Valid until the sample
-  /// changes.
+  /// changes. @{
   [[nodiscard]] const tarn::Vec3f* pointLocations() const { return points.cdata(); }
   [[nodiscard]] const std::int32_t* vertsPerFace() const { return vertsPerFace_.cdata(); }
   [[nodiscard]] const std::int32_t* faceVertPointIndices() const {
     return faceVertPointIndices_.cdata();
   }
+  /// @}
 
   /// False when there is no scheme or it is `none`.
   [[nodiscard]] bool isSubdMesh() const;
@@ -158,9 +161,9 @@ class VELA_API MeshSample {
   tarn::Box3f bounds;                      ///< for the caller to fill: sampling sets it to empty
   tarn::Mat4d xform;                       ///< local to world
   tarn::Mat4d inverseXform;                ///< computed only when xform is not the identity
-  bool xformIsIdentity = true;
-  bool allTriangles = false;  ///< hint: every face is a triangle
-  bool allQuads = false;      ///< hint: every face is a quadrilateral
+  bool xformIsIdentity = true;             ///< of `xform`; `inverseXform` is then left
+  bool allTriangles = false;               ///< hint: every face is a triangle
+  bool allQuads = false;                   ///< hint: every face is a quadrilateral
   bool reverseWinding =
       false;  ///< data per face-vertex was reversed within each face as it was read
 
@@ -178,13 +181,13 @@ class VELA_API MeshSample {
   /// \name What the prim says about the unrefined mesh
   /// Read where sampling refines it, as scene files have them; empty otherwise.
   /// @{
-  ovo::Array<std::int32_t> holeIndices;
-  ovo::Array<std::int32_t> creaseIndices;
-  ovo::Array<std::int32_t> creaseLengths;
-  ovo::Array<float> creaseSharpnesses;
-  ovo::Array<std::int32_t> cornerIndices;
-  ovo::Array<float> cornerSharpnesses;
-  /// @}
+  ovo::Array<std::int32_t> holeIndices;    ///< faces that do not come out
+  ovo::Array<std::int32_t> creaseIndices;  ///< points along creases
+  ovo::Array<std::int32_t> creaseLengths;  ///< points of each crease
+  ovo::Array<float> creaseSharpnesses;     ///< by crease or by edge
+  ovo::Array<std::int32_t> cornerIndices;  ///< sharp points
+  ovo::Array<float> cornerSharpnesses;     ///< one for each of them
+                                           /// @}
 
  private:
   bool subdivide(const ovo::MeshPrim& prim, int level);

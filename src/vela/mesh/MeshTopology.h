@@ -66,14 +66,16 @@ class VELA_API MeshTopology::Faces {
  public:
   /// Valid as long as the Faces it came from.
   using Face = ovo::Face;
-  using iterator = ovo::Faces::iterator;
+  using iterator = ovo::Faces::iterator;  ///< from face to face
 
   Faces() = default;
   /// As many as there are counts.
   [[nodiscard]] std::size_t size() const { return counts_.size(); }
-  [[nodiscard]] bool empty() const { return counts_.empty(); }
+  [[nodiscard]] bool empty() const { return counts_.empty(); }  ///< there are no counts
+  /// The first face, and behind the last. @{
   [[nodiscard]] iterator begin() const { return view().begin(); }
   [[nodiscard]] iterator end() const { return view().end(); }
+  /// @}
   /// The face of that index, in [0, size()): a scan over the counts before it; loops iterate
   /// instead.
   [[nodiscard]] Face operator[](std::size_t face) const { return view()[face]; }
@@ -93,23 +95,31 @@ class VELA_API MeshTopology::Edges {
  public:
   /// Two points that sides of faces join.
   struct Edge {
-    std::int32_t a = 0, b = 0;  ///< points, a < b
+    /// Indices of the points, a < b. @{
+    std::int32_t a = 0, b = 0;
+    /// @}
     /// Face sides along it: 1 on a border, 2 inside a manifold surface.
     std::int32_t faceCount = 0;
 
+    /// The same points and the same number of sides. @{
     friend bool operator==(const Edge& l, const Edge& r) {
       return l.a == r.a && l.b == r.b && l.faceCount == r.faceCount;
     }
     friend bool operator!=(const Edge& l, const Edge& r) { return !(l == r); }
+    /// @}
   };
+  /// From edge to edge; edges cannot be written through it. @{
   using const_iterator = std::vector<Edge>::const_iterator;
   using iterator = const_iterator;
+  /// @}
 
   Edges() = default;
-  [[nodiscard]] std::size_t size() const { return edges_.size(); }
-  [[nodiscard]] bool empty() const { return edges_.empty(); }
+  [[nodiscard]] std::size_t size() const { return edges_.size(); }  ///< edges in all
+  [[nodiscard]] bool empty() const { return edges_.empty(); }       ///< there is no edge
+  /// The first edge, and behind the last. @{
   [[nodiscard]] const_iterator begin() const { return edges_.begin(); }
   [[nodiscard]] const_iterator end() const { return edges_.end(); }
+  /// @}
   /// \p edge lies in [0, size()).
   [[nodiscard]] const Edge& operator[](std::size_t edge) const { return edges_[edge]; }
 

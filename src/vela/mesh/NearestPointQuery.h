@@ -44,9 +44,10 @@ class VELA_API NearestPointQuery {
   NearestPointQuery(const tarn::Box3f& bounds, float cellSize);
 
   /// Replaces the points. Point i is known by i from now on; the positions themselves are not kept.
-  /// Two linear passes; 4 bytes a point and 4 a cell stay, 4 a point more are used meanwhile.
+  /// Two linear passes; 4 bytes a point and 4 a cell stay, 4 a point more are used meanwhile. @{
   void addPoints(const tarn::Vec3f* points, std::size_t count);
   void addPoints(tarn::Span<const tarn::Vec3f> points) { addPoints(points.data(), points.size()); }
+  /// @}
 
   /// Fills `ids`, emptied first, with the points of the up to 27 cells around a position: cells
   /// with x slowest and z fastest, the points of a cell in ascending order, none twice. Empty
@@ -54,17 +55,20 @@ class VELA_API NearestPointQuery {
   /// Allocates only where `ids` has too little room.
   void getNeighbours(const tarn::Vec3f& position, std::vector<unsigned int>& ids) const;
 
-  /// \name The grid; to be read only
-  /// @{
-  tarn::Box3f bounds;
+  // The grid; to be read only
+
+  tarn::Box3f bounds;  ///< as given
+  /// Cells along the axis, at least 1. @{
   std::int32_t cellCountX = 1, cellCountY = 1, cellCountZ = 1;
-  float cellsPerUnitX = 0, cellsPerUnitY = 0, cellsPerUnitZ = 0;  ///< cell count / extent
+  /// @}
+  /// Cells along the axis over the box's extent there. @{
+  float cellsPerUnitX = 0, cellsPerUnitY = 0, cellsPerUnitZ = 0;
+  /// @}
   /// Point indices by cell; cell (x, y, z) has index (x * cellCountY + y) * cellCountZ + z.
   std::vector<std::uint32_t> pointIds;
   /// Cell k holds pointIds[cellStart[k]] up to but not including pointIds[cellStart[k + 1]]; all
   /// bits set before the first addPoints. One entry more than there are cells.
   std::vector<std::uint32_t> cellStart;
-  /// @}
 
  private:
   tarn::Vec3i cellID(const tarn::Vec3f& position) const;

@@ -37,6 +37,7 @@ namespace vela {
 /// \endcode
 class VELA_API SamplingRng {
  public:
+  /// Starts as setSeed() does.
   SamplingRng(int seed = 27) { setSeed(seed); }
 
   /// Starts the sequence of `seed`. Any value is a seed: 0 stands for 1, a negative one for its
@@ -63,10 +64,11 @@ class VELA_API SamplingRng {
   int scrambleSeed();
 
   /// A seed that differs in about half its bits for neighbouring arguments. Not a bijection for
-  /// three and four arguments.
+  /// three and four arguments. @{
   [[nodiscard]] static int BuildHashedSeed(int x);
   [[nodiscard]] static int BuildHashedSeed(int a, int b, int c);
   [[nodiscard]] static int BuildHashedSeed(int a, int b, int c, int d);
+  /// @}
 
   /// v / 2^31, at most 0.9999999f. A negative v gives a negative result.
   [[nodiscard]] static float MakeFloat(int v);
@@ -120,14 +122,18 @@ class VELA_API SamplingRngSet {
   /// Drops generators from the end, or appends some seeded with 27; the others keep their state.
   void resize(int count);
 
+  /// How many generators there are.
   [[nodiscard]] int size() const { return static_cast<int>(rngs_.size()); }
-  /// Unchecked.
+  /// Unchecked. @{
   [[nodiscard]] SamplingRng& rng(int i) { return rngs_[static_cast<std::size_t>(i)]; }
   [[nodiscard]] const SamplingRng& rng(int i) const { return rngs_[static_cast<std::size_t>(i)]; }
+  /// @}
+  /// As rng(). @{
   [[nodiscard]] SamplingRng& operator[](int i) { return rngs_[static_cast<std::size_t>(i)]; }
   [[nodiscard]] const SamplingRng& operator[](int i) const {
     return rngs_[static_cast<std::size_t>(i)];
   }
+  /// @}
 
  private:
   std::vector<SamplingRng> rngs_;

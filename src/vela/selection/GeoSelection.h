@@ -29,7 +29,10 @@ class Stage;
 namespace vela::Selection {
 
 /// The parts of an object that can be selected one by one; indexes GeoObjectSelection::parts.
-enum PartType : int { vertices = 0, faces = 1 };
+enum PartType : int {
+  vertices = 0,  ///< one element per point
+  faces = 1      ///< one element per face
+};
 
 /// How a prim stands to the selected objects.
 enum PrimSelectionStatus : int {
@@ -43,8 +46,8 @@ enum PrimSelectionStatus : int {
 /// Values on the vertices, or on the faces, of one object: one per element, in both arrays.
 /// The arrays are the caller's and may differ in length; a missing value counts as 0.
 struct WeightedPartSelection {
-  std::vector<float> selections;
-  std::vector<float> weights;
+  std::vector<float> selections;  ///< 0 is not selected
+  std::vector<float> weights;     ///< of the selections
 
   /// Number of `selections`.
   [[nodiscard]] std::size_t size() const { return selections.size(); }
@@ -64,27 +67,29 @@ struct WeightedPartSelection {
   /// `other.size()` when this part is shorter. What the other does not have counts as 0.
   VELA_API void add(const WeightedPartSelection& other);
 
-  /// Same lengths and equal values; a NaN equals nothing.
+  /// Same lengths and equal values; a NaN equals nothing. @{
   friend bool operator==(const WeightedPartSelection& a, const WeightedPartSelection& b) {
     return a.selections == b.selections && a.weights == b.weights;
   }
   friend bool operator!=(const WeightedPartSelection& a, const WeightedPartSelection& b) {
     return !(a == b);
   }
+  /// @}
 };
 
 /// The selection of one object.
 struct GeoObjectSelection {
-  bool objectSelected = false;
+  bool objectSelected = false;                 ///< as a whole
   std::array<WeightedPartSelection, 2> parts;  ///< by PartType
 
-  /// \param type  not checked
+  /// The selection of one kind of parts. \p type is not checked. @{
   [[nodiscard]] WeightedPartSelection& getPartSelection(PartType type) {
     return parts[static_cast<std::size_t>(type)];
   }
   [[nodiscard]] const WeightedPartSelection& getPartSelection(PartType type) const {
     return parts[static_cast<std::size_t>(type)];
   }
+  /// @}
 
   /// Not selected as a whole, and no `selections` in either part. Weights alone do not count.
   [[nodiscard]] bool isEmpty() const {
@@ -121,17 +126,24 @@ struct GeoObjectSelection {
 /// \endcode
 class VELA_API GeoSelection {
  public:
+  /// Paths and what is kept for each, in no promised order. @{
   using Entries = std::unordered_map<ovo::Path, GeoObjectSelection>;
   using PrimSelectionStatuses = std::unordered_map<ovo::Path, PrimSelectionStatus>;
   using const_iterator = Entries::const_iterator;
+  /// @}
 
   // Entries, as (path, object selection) pairs in no promised order.
 
+  /// The first entry, and behind the last; the order is not promised. @{
   [[nodiscard]] const_iterator begin() const { return entries_.begin(); }
   [[nodiscard]] const_iterator end() const { return entries_.end(); }
+  /// @}
+  /// The entry of a path; end() when it has none.
   [[nodiscard]] const_iterator find(const ovo::Path& path) const { return entries_.find(path); }
+  /// How many entries there are, empty ones too.
   [[nodiscard]] std::size_t size() const { return entries_.size(); }
 
+  /// True when the path has an entry, be it an empty one.
   [[nodiscard]] bool isPathPresent(const ovo::Path& path) const;
   /// False also when the path has no entry.
   [[nodiscard]] bool isObjectSelected(const ovo::Path& path) const;
@@ -166,6 +178,7 @@ class VELA_API GeoSelection {
   [[nodiscard]] const PrimSelectionStatuses& getPrimSelectionStatus() const {
     return primSelectionStatus_;
   }
+  /// True when the status is up to date; in a new selection it is, and empty.
   [[nodiscard]] bool isPrimSelectionStatusValid() const { return !primSelectionStatusDirty_; }
 
   // Text
@@ -238,12 +251,18 @@ class VELA_API GlobalGeoSelection {
   GlobalGeoSelection(const GlobalGeoSelection&) = delete;
   GlobalGeoSelection& operator=(const GlobalGeoSelection&) = delete;
 
+  /// What is selected now. @{
   [[nodiscard]] const GeoSelection& getCurrent() const { return current_; }
   [[nodiscard]] GeoSelection& getWritableCurrent() { return current_; }
+  /// @}
 
+  /// What was selected when setAnchorFromCurrent() was called last; empty before.
   [[nodiscard]] const GeoSelection& getAnchor() const { return anchor_; }
+  /// Copies the current selection into the anchor.
   void setAnchorFromCurrent() { anchor_ = current_; }
+  /// Empties the anchor.
   void clearAnchor() { anchor_.clear(); }
+  /// Joins the anchor to the current selection, as GeoSelection::addSelection().
   void addAnchorToCurrent() { current_.addSelection(anchor_); }
 
  private:
