@@ -21,7 +21,14 @@
 namespace vela::look {
 
 /// What kind of light a prim is.
-enum class LightKind { distant, sphere, rect, disk, cylinder, dome };
+enum class LightKind {
+  distant,   ///< from one direction, or from a small part of the sky
+  sphere,    ///< a sphere, or a point
+  rect,      ///< a rectangle, which shines down its -z
+  disk,      ///< a disk, which shines down its -z
+  cylinder,  ///< a cylinder without caps, or a line
+  dome,      ///< from all around
+};
 
 /// What keeps light of a light within a cone.
 struct LightShaping {
@@ -33,7 +40,7 @@ struct LightShaping {
 
 /// The shadows of a light.
 struct LightShadow {
-  bool isEnabled = true;
+  bool isEnabled = true;        ///< false: it throws none
   tarn::Vec3f colour{0, 0, 0};  ///< of what arrives where something is in the way: a factor
   float distance = -1.0f;       ///< what is farther off throws none; negative: no limit
   float falloff = -1.0f;  ///< over which shadows fade up to that distance; negative: they do not
@@ -53,26 +60,30 @@ struct LightShadow {
 ///   assert(std::fabs(bulb->radiance.x - 30.0f / (16.0f * 3.14159265f)) < 1e-5f);
 /// \endcode
 struct VELA_API LightSource {
-  LightKind kind = LightKind::sphere;
-  tarn::Mat4d worldFromLight;
+  LightKind kind = LightKind::sphere;  ///< which of the kinds
+  tarn::Mat4d worldFromLight;          ///< light to world
   /// What it emits, before texture and shaping: colour, intensity, exposure, temperature and
   /// normalisation together. Finite and not negative. Of a point (see isThin) the intensity, of a
   /// line the intensity of a unit of length across the line, of a distant light without an angle
   /// the irradiance of a surface that faces it.
   tarn::Vec3f radiance{0, 0, 0};
-  float diffuse = 1.0f, specular = 1.0f;  ///< factors of what surfaces scatter and reflect of it
+  /// Factor of what surfaces scatter, or reflect, of it. @{
+  float diffuse = 1.0f, specular = 1.0f;
+  /// @}
 
-  float angle = 0.53f;                ///< distant: degrees that it fills, 0 to 360
-  float radius = 0.5f;                ///< sphere, disk, cylinder
-  float width = 1.0f, height = 1.0f;  ///< rect: along x and y
-  float length = 1.0f;                ///< cylinder: along x; it has no caps
+  float angle = 0.53f;  ///< distant: degrees that it fills, 0 to 360
+  float radius = 0.5f;  ///< sphere, disk, cylinder
+  /// Of a rect: its sides along x and y. @{
+  float width = 1.0f, height = 1.0f;
+  /// @}
+  float length = 1.0f;  ///< cylinder: along x; it has no caps
   /// Without a size across: a sphere that is a point, a cylinder that is a line, a distant light
   /// without an angle.
   bool isThin = false;
 
   bool isShaped = false;  ///< by what follows; never for domes and distant lights
-  LightShaping shaping;
-  LightShadow shadow;
+  LightShaping shaping;   ///< its cone
+  LightShadow shadow;     ///< its shadows
 
   /// rect and dome: the image that it shows; `written` is empty without one.
   ovo::FileReference texture;

@@ -14,15 +14,15 @@ namespace vela::look {
 
 /// The inputs of a preview surface at one point.
 struct PreviewSurface {
-  tarn::Vec3f diffuseColor{0.18f, 0.18f, 0.18f};
-  tarn::Vec3f emissiveColor{0.0f, 0.0f, 0.0f};
-  tarn::Vec3f specularColor{0.0f, 0.0f, 0.0f};
-  bool isSpecularWorkflow = false;
-  float metallic = 0.0f;
-  float roughness = 0.5f;
-  float clearcoat = 0.0f;
-  float clearcoatRoughness = 0.01f;
-  float ior = 1.5f;
+  tarn::Vec3f diffuseColor{0.18f, 0.18f, 0.18f};  ///< linear
+  tarn::Vec3f emissiveColor{0.0f, 0.0f, 0.0f};    ///< linear
+  tarn::Vec3f specularColor{0.0f, 0.0f, 0.0f};    ///< linear; at normal incidence
+  bool isSpecularWorkflow = false;                ///< specularColor counts, not metallic
+  float metallic = 0.0f;                          ///< 0 to 1
+  float roughness = 0.5f;                         ///< 0 to 1
+  float clearcoat = 0.0f;                         ///< 0 to 1
+  float clearcoatRoughness = 0.01f;               ///< 0 to 1
+  float ior = 1.5f;                               ///< index of refraction
 
   /// Brings every number to where it means something: shares to 0 to 1, the index of refraction to
   /// 1 or more, colours to 0 or more. What is NaN or infinite becomes the default.
@@ -32,8 +32,11 @@ struct PreviewSurface {
 /// What a surface sends on of light, each as a share of the light that arrives on a square unit
 /// that faces it: the cosine to the normal is in them.
 struct PreviewResponse {
-  tarn::Vec3f diffuse, specular;  ///< specular: both reflections, of the base and of the coat
+  /// The part that is scattered, and that which is reflected: by the base and by the coat. @{
+  tarn::Vec3f diffuse, specular;
+  /// @}
 
+  /// All of it.
   [[nodiscard]] tarn::Vec3f sum() const { return diffuse + specular; }
 };
 
@@ -57,7 +60,7 @@ struct PreviewResponse {
 
 /// A direction of light that reflects towards the viewer, likelier where more of it does.
 struct ReflectedDirection {
-  tarn::Vec3f toLight;
+  tarn::Vec3f toLight;  ///< unit length
   /// The specular response over the density of such directions: the mean of weight times light,
   /// over many, is what reflects. Zero for directions that come from behind.
   tarn::Vec3f weight;
@@ -76,7 +79,7 @@ struct ReflectedDirection {
 /// The specular response to light from one direction, and how likely chooseReflection() is to
 /// choose that direction.
 struct Reflection {
-  tarn::Vec3f toLight;
+  tarn::Vec3f toLight;   ///< unit length
   tarn::Vec3f specular;  ///< as PreviewResponse::specular
   float density = 0.0f;  ///< in solid angle; 0: never
 };

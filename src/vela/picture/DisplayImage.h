@@ -17,7 +17,9 @@ namespace vela::picture {
 
 /// Codes of what a display is sent, row by row from the top.
 struct DisplayImage {
+  /// Pixels. @{
   int width = 0, height = 0;
+  /// @}
   bool hasAlpha = false;            ///< four channels a pixel, alpha not multiplied in; else three
   std::vector<std::uint8_t> codes;  ///< width * height * channels
 };
@@ -31,14 +33,15 @@ enum class Behind {
 
 /// How colour is shown. Other layers have a form of their own.
 struct DisplayOptions {
-  ViewTransform view = *ViewTransform::make({});
+  ViewTransform view = *ViewTransform::make({});  ///< from linear colour to codes
   /// Powers of two, on top of the picture's attribute `exposure`.
   double exposure = 0.0;
-  Behind behind = Behind::backdrop;
-  tarn::Vec3f colour;  ///< of Behind::colour: sRGB, 0 to 1
+  Behind behind = Behind::backdrop;  ///< what fills the rest
+  tarn::Vec3f colour;                ///< of Behind::colour: sRGB, 0 to 1
   /// Of a picture that is a part of a larger one, where its first row lies in that and how high
-  /// that is, so that the backdrop is the larger one's. 0: the picture is whole.
+  /// that is, so that the backdrop is the larger one's. 0: the picture is whole. @{
   int y = 0, wholeHeight = 0;
+  /// @}
 };
 
 /// An image of one layer.

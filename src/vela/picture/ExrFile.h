@@ -16,7 +16,18 @@ namespace vela::picture {
 
 /// OpenEXR's methods of compression, by its names. Those from `pxr24` on lose something, some of
 /// them only of half floats.
-enum class Compression { none, rle, zips, zip, piz, pxr24, b44, b44a, dwaa, dwab };
+enum class Compression {
+  none,   ///< as the numbers are
+  rle,    ///< runs of equal bytes
+  zips,   ///< deflate, row by row
+  zip,    ///< deflate, 16 rows at once
+  piz,    ///< wavelets, 32 rows at once
+  pxr24,  ///< floats cut to 24 bits
+  b44,    ///< half floats in blocks of 4 x 4, at a fixed rate
+  b44a,   ///< as `b44`, blocks of one value smaller
+  dwaa,   ///< cosine transform, 32 rows at once
+  dwab,   ///< cosine transform, 256 rows at once
+};
 
 /// The method of that name, `none` to `dwab`; nothing for others.
 [[nodiscard]] VELA_PICTURE_API std::optional<Compression> findCompression(std::string_view name);
@@ -25,14 +36,17 @@ enum class Compression { none, rle, zips, zip, piz, pxr24, b44, b44a, dwaa, dwab
 
 /// How a picture is written.
 struct ExrOptions {
-  Compression compression = Compression::zip;
+  Compression compression = Compression::zip;  ///< of all channels
   /// Layers of colour (`rgba`, `albedo`) as half floats, of half the size; what is beyond their
   /// range becomes its end, 65504. All other layers are too exact for that.
   bool halfColour = false;
   /// Of the picture's first pixel in the display window: not 0, 0 when the picture is a part of a
-  /// larger one.
+  /// larger one. @{
   int x = 0, y = 0;
-  int displayWidth = 0, displayHeight = 0;  ///< 0: as far as the picture reaches
+  /// @}
+  /// Of the display window; 0: as far as the picture reaches. @{
+  int displayWidth = 0, displayHeight = 0;
+  /// @}
   int threads = 1;  ///< compress rows at the same time; the bytes do not depend on their number
 };
 

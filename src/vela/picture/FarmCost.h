@@ -12,10 +12,12 @@ struct FarmMeasure {
   double start = 0.0;  ///< of a process, until it opens the scene and after its last file
   double open = 0.0;   ///< the scene, once a process
   double build = 0.0;  ///< of a frame: reading its meshes, and the structures that rays meet
-  double trace = 0.0, shade = 0.0;  ///< of a frame, all of its pixels
-  double write = 0.0;               ///< of a frame, all of its files
-  double sceneBytes = 0.0;          ///< what a machine needs before it begins
-  double frameBytes = 0.0;          ///< the files of a frame
+  /// Of a frame, all of its pixels: what rays meet, and making colours of that. @{
+  double trace = 0.0, shade = 0.0;
+  /// @}
+  double write = 0.0;       ///< of a frame, all of its files
+  double sceneBytes = 0.0;  ///< what a machine needs before it begins
+  double frameBytes = 0.0;  ///< the files of a frame
 };
 
 /// How a job is spread.
@@ -34,8 +36,8 @@ struct FarmPlan {
 struct FarmCost {
   double seconds = 0.0;       ///< from the beginning to the last file
   double machineHours = 0.0;  ///< of all machines, each until it has nothing to do any more
-  double price = 0.0;
-  int machines = 0;  ///< that get a task at all
+  double price = 0.0;         ///< machineHours at hourPrice
+  int machines = 0;           ///< that get a task at all
 };
 
 /// Predicts a job.

@@ -21,20 +21,20 @@ enum class Sampling {
 
 /// What is known of a layer without rendering it.
 struct LayerInfo {
-  std::string name;                   ///< in the channel registry, and to be chosen by
-  std::vector<std::string> subnames;  ///< of its channels in the registry, by position
-  std::vector<std::string> channels;  ///< what files call the same channels; at most 4
-  ValueType type = ValueType::float32;
-  bool isDefault = false;  ///< rendered when nothing is chosen
-  std::string help;        ///< what the values are, to stand behind the channels' names
-  Sampling sampling = Sampling::pixelCentre;
+  std::string name;                     ///< in the channel registry, and to be chosen by
+  std::vector<std::string> subnames;    ///< of its channels in the registry, by position
+  std::vector<std::string> channels;    ///< what files call the same channels; at most 4
+  ValueType type = ValueType::float32;  ///< of all channels
+  bool isDefault = false;               ///< rendered when nothing is chosen
+  std::string help;  ///< what the values are, to stand behind the channels' names
+  Sampling sampling = Sampling::pixelCentre;  ///< where in a pixel it is taken
   /// True for a layer that is some of the channels of another, such as `rgb` of `rgba`.
   bool isPart = false;
 };
 
 /// Layers that go by one name, such as those of a matte.
 struct LayerGroup {
-  std::string name;
+  std::string name;                 ///< to choose all of them by
   std::vector<std::string> layers;  ///< rows of layerTable(), in its order
   std::string help;                 ///< as LayerInfo::help, to stand behind the layers' names
 };

@@ -21,18 +21,22 @@
 namespace vela::picture {
 
 /// What the values of a channel are: measures are floats, numbers that name things are integers.
-enum class ValueType { float32, uint32 };
+enum class ValueType {
+  float32,  ///< a measure
+  uint32,   ///< a number that names something, or counts
+};
 
 /// The channels of one layer.
 struct Layer {
   std::string name;  ///< `rgba`, `depth` ...: a row of layerTable()
   /// As files name them, in the order of their values: `R`, `G`, `B`, `A`; `P.x`, `P.y`, `P.z`.
   std::vector<std::string> channels;
-  ValueType type = ValueType::float32;
+  ValueType type = ValueType::float32;  ///< which of the two lists counts
   /// width * height * channels.size() values, the channels of a pixel side by side. The other of
-  /// the two lists is empty.
+  /// the two lists is empty. @{
   std::vector<float> floats;
   std::vector<std::uint32_t> integers;
+  /// @}
 };
 
 /// Neighbouring channels of a picture, read where they are. Steps are counted in values; the
@@ -40,10 +44,13 @@ struct Layer {
 template <class T>
 struct PixelView {
   const T* data = nullptr;  ///< the first channel of pixel (0, 0); null when there is nothing
+  /// How many there are each way. @{
   int width = 0, height = 0, channels = 0;
+  /// @}
   std::ptrdiff_t pixelStep = 0;  ///< from a pixel to its right neighbour
   std::ptrdiff_t rowStep = 0;    ///< from a pixel to the one below
 
+  /// True when there is something to read.
   [[nodiscard]] explicit operator bool() const noexcept { return data != nullptr; }
   /// \param x, y, channel within width, height and channels; not checked
   [[nodiscard]] const T& operator()(int x, int y, int channel = 0) const noexcept {
@@ -54,16 +61,18 @@ struct PixelView {
 /// A layer of a picture or a part of one, such as `rgb` of `rgba`. False in a condition when the
 /// picture does not have it; its type and both views are then empty.
 struct LayerView {
-  ValueType type = ValueType::float32;
-  PixelView<float> floats;            ///< empty when the values are integers
-  PixelView<std::uint32_t> integers;  ///< empty when the values are floats
+  ValueType type = ValueType::float32;  ///< which of the two views counts
+  PixelView<float> floats;              ///< empty when the values are integers
+  PixelView<std::uint32_t> integers;    ///< empty when the values are floats
 
+  /// True when the picture has the layer.
   [[nodiscard]] explicit operator bool() const noexcept { return floats || integers; }
 };
 
 /// One fact about the whole picture, written to files that have room for such.
 struct Attribute {
-  std::string name;
+  std::string name;  ///< as files have it
+  /// Of one of the types that files have
   std::variant<std::string, int, float, tarn::Vec2f, tarn::Mat4f> value;
 };
 
@@ -82,9 +91,11 @@ struct Attribute {
 ///   assert(!picture.layer("rgba"));
 /// \endcode
 struct VELA_PICTURE_API Picture {
+  /// Pixels. @{
   int width = 0, height = 0;
-  std::vector<Layer> layers;  ///< in the order of layerTable()
-  std::vector<Attribute> attributes;
+  /// @}
+  std::vector<Layer> layers;          ///< in the order of layerTable()
+  std::vector<Attribute> attributes;  ///< in the order in which they are written
   /// What the values of the layer `prim` stand for: value n is manifest[n - 1], 0 is nothing.
   std::vector<std::string> manifest;
 
@@ -100,6 +111,7 @@ struct VELA_PICTURE_API Picture {
   /// \param x, y, width, height is cut off where it lies outside the picture
   [[nodiscard]] Picture part(int x, int y, int width, int height) const;
 
+  /// width * height.
   [[nodiscard]] std::size_t pixelCount() const noexcept {
     return static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
   }

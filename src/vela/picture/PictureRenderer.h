@@ -29,13 +29,16 @@
 namespace vela::picture {
 
 /// How a pixel's samples are spread over it.
-enum class SamplePattern { jittered, regular };
+enum class SamplePattern {
+  jittered,  ///< one in each cell of a grid over the pixel, at random
+  regular,   ///< a regular grid over the pixel
+};
 
 /// Which lights shine in a picture.
 enum class LightChoice {
   scene,  ///< the scene's; Vela's own where it has none
   own,    ///< Vela's own: a key light and a fill light by the camera, and daylight
-  both,
+  both,   ///< the scene's and Vela's own
 };
 
 /// What a picture is to show and how.
@@ -43,11 +46,12 @@ struct RenderOptions {
   double time = tarn::defaultTimeValue();  ///< of meshes and view; their own times do not count
   scene::MeshFilter meshes;                ///< which meshes show, how far they are refined
   scene::ViewOptions view;                 ///< camera, lens, size
+  /// What answers rays; see scene::CasterKind
   scene::CasterKind caster = scene::CasterKind::tracer;
   /// Mixes normals between points where the scene has none, and in the layer `N` too.
   bool smooth = false;
   int samples = 16;  ///< rays a pixel, 1 to 4096; rounded to a square. A single one is the centre
-  SamplePattern pattern = SamplePattern::jittered;
+  SamplePattern pattern = SamplePattern::jittered;    ///< how samples are spread over a pixel
   std::vector<std::string> layers = defaultLayers();  ///< names for chooseLayers()
   /// What it has is tinted; its status of prims need not be up to date.
   std::optional<Selection::GeoSelection> selection;
@@ -57,7 +61,7 @@ struct RenderOptions {
   bool materials = true;
   /// What textures may take of memory, in bytes; larger ones are shown with fewer pixels.
   std::size_t textureMemory = std::size_t{1} << 30;
-  LightChoice lights = LightChoice::scene;
+  LightChoice lights = LightChoice::scene;  ///< which lights shine
   /// How often light of the scene's lights, and of surfaces that shine, is scattered on its way by
   /// surfaces that the picture may show or not, 0 to 8. Vela's own lights are not.
   int bounces = 1;
@@ -73,9 +77,12 @@ struct RenderOptions {
 
 /// What a renderer has done until now, over all of its calls and threads.
 struct RenderStats {
+  /// Rays from the camera, and towards lights. @{
   std::uint64_t cameraRays = 0, lightRays = 0;
-  /// Of all threads together: finding what rays meet, and making colours of that.
+  /// @}
+  /// Of all threads together: finding what rays meet, and making colours of that. @{
   double traceSeconds = 0.0, shadeSeconds = 0.0;
+  /// @}
 };
 
 namespace detail {
@@ -128,15 +135,21 @@ class VELA_PICTURE_API PictureRenderer {
   PictureRenderer(const PictureRenderer&) = delete;
   PictureRenderer& operator=(const PictureRenderer&) = delete;
 
-  /// Of the picture without what is beyond its edges.
+  /// Of the picture without what is beyond its edges. @{
   [[nodiscard]] int width() const noexcept;
   [[nodiscard]] int height() const noexcept;
+  /// @}
   /// What is rendered: from (0, 0) to width and height, and RenderOptions::overscan beyond.
   [[nodiscard]] Tile window() const noexcept;
+  /// The layers that are rendered.
   [[nodiscard]] const LayerChoice& layers() const noexcept;
+  /// The meshes that show, those that move at their moments too.
   [[nodiscard]] const scene::MeshList& meshes() const noexcept;
+  /// Of what the picture shows.
   [[nodiscard]] const scene::Extent& extent() const noexcept;
+  /// The camera, its lens and the size.
   [[nodiscard]] const scene::View& view() const noexcept;
+  /// What answers rays.
   [[nodiscard]] const scene::RayCaster& caster() const noexcept;
   /// When the samples are taken, by RenderOptions::motionSteps: of a camera whose shutter does not
   /// open, and where neither it nor anything else moves, none.

@@ -11,10 +11,14 @@ namespace vela::picture {
 
 /// Pixels from x0, y0 up to but without x1, y1.
 struct Tile {
+  /// Where it begins, and where it ends, in pixels from the top left. @{
   int x0 = 0, y0 = 0, x1 = 0, y1 = 0;
+  /// @}
 
+  /// Pixels. @{
   [[nodiscard]] int width() const noexcept { return x1 - x0; }
   [[nodiscard]] int height() const noexcept { return y1 - y0; }
+  /// @}
 };
 
 /// The width and height of the tiles that forEachTile() makes, but for those at the right and the

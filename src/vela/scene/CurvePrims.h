@@ -23,13 +23,24 @@ namespace vela::scene {
 /// that where the polygon spans three segments (bspline, catmullRom). A curve that is closed ends
 /// in a copy of its first point.
 struct Tubes {
-  enum class Basis { linear, bezier, bspline, catmullRom };
-  enum class Wrap { nonperiodic, periodic, pinned };
+  /// How a curve goes by its control points, as scenes name it.
+  enum class Basis {
+    linear,      ///< straight from point to point
+    bezier,      ///< cubic; of each segment the first and the last point lie on it
+    bspline,     ///< cubic; goes by its points without meeting them
+    catmullRom,  ///< cubic; meets all points that it has tangents for
+  };
+  /// How a curve begins and ends, as scenes name it.
+  enum class Wrap {
+    nonperiodic,  ///< open; cubic ones may begin and end between points
+    periodic,     ///< closed
+    pinned,       ///< open; begins at the first point and ends at the last
+  };
 
-  ovo::Array<float> radii;  ///< one a point of the shape, in the object's space
-  bool arePoints = false;   ///< each face is one ball
-  Basis basis = Basis::linear;
-  Wrap wrap = Wrap::nonperiodic;
+  ovo::Array<float> radii;              ///< one a point of the shape, in the object's space
+  bool arePoints = false;               ///< each face is one ball
+  Basis basis = Basis::linear;          ///< of the curves
+  Wrap wrap = Wrap::nonperiodic;        ///< of the curves
   ovo::Array<tarn::Vec3f> scenePoints;  ///< control points, as the scene has them
   ovo::Array<int> sceneCounts;          ///< curveVertexCounts; of points 1 each
   ovo::Array<int> pieces;               ///< into how many each segment is cut, curve after curve

@@ -28,23 +28,31 @@ enum class RayVerdict {
 };
 
 /// Why a mesh is none of those that the filter lets through.
-enum class HiddenBy { nothing, exclude, mask, type, visibility, purpose };
+enum class HiddenBy {
+  nothing,     ///< it is let through
+  exclude,     ///< among MeshFilter::excludedPaths, or below one of them
+  mask,        ///< not among MeshFilter::maskPaths
+  type,        ///< its type is not among MeshFilter::includedTypes
+  visibility,  ///< it is not visible at the time
+  purpose,     ///< its purpose is not among MeshFilter::purposes
+};
 
 /// What one way of answering rays makes of a mesh.
 struct RayOutcome {
-  RayVerdict verdict = RayVerdict::culled;
-  double distance = 0.0;   ///< of the nearest hit, in units of the ray's direction
-  std::int32_t face = -1;  ///< the scene's index; -1 without a hit
+  RayVerdict verdict = RayVerdict::culled;  ///< the word for it
+  double distance = 0.0;                    ///< of the nearest hit, in units of the ray's direction
+  std::int32_t face = -1;                   ///< the scene's index; -1 without a hit
 };
 
 /// One mesh, or one instance of one.
 struct RayItem {
-  std::string name;  ///< as nameOf() has it
-  std::string type;
-  HiddenBy hiddenBy = HiddenBy::nothing;
-  std::string purpose;  ///< of the prim
-  /// Of what is hidden: what would become of it, with nothing else in the way.
+  std::string name;                       ///< as nameOf() has it
+  std::string type;                       ///< of the prim
+  HiddenBy hiddenBy = HiddenBy::nothing;  ///< `nothing` for what the filter lets through
+  std::string purpose;                    ///< of the prim
+  /// Of what is hidden: what would become of it, with nothing else in the way. @{
   RayOutcome tracer, detector;
+  /// @}
 };
 
 /// What a ray meets, in order, and what it passes by.
@@ -52,7 +60,7 @@ struct RayExplanation {
   /// By the tracer's distance, what is not met behind it in the scene's order. Those that both
   /// leave culled are counted alone, unless they were asked for.
   std::vector<RayItem> items;
-  std::size_t culled = 0;
+  std::size_t culled = 0;  ///< how many are counted alone
   /// Prims of types that have a shape but no faces; no ray can meet them.
   std::vector<std::string> withoutFaces;
 };

@@ -24,16 +24,18 @@ enum class LeftOutConcern {
 /// A kind of thing that is left out; a row of the table in LeftOut.cpp. Who makes pictures show one
 /// deletes its row.
 struct LeftOutKind {
-  const char *one, *many;  ///< `light`, `lights`
-  LeftOutConcern concern = LeftOutConcern::shape;
+  /// The words for one of it and for many: `light`, `lights`. @{
+  const char *one, *many;
+  /// @}
+  LeftOutConcern concern = LeftOutConcern::shape;  ///< whom it concerns
 };
 
 /// Things of one kind that are left out.
 struct LeftOut {
-  std::string what;  ///< of the kind, by the count; of shapes without faces their type's name
-  std::size_t count = 0;
-  std::string first;  ///< path of the first in the scene's order
-  LeftOutConcern concern = LeftOutConcern::shape;
+  std::string what;       ///< of the kind, by the count; of shapes without faces their type's name
+  std::size_t count = 0;  ///< how many
+  std::string first;      ///< path of the first in the scene's order
+  LeftOutConcern concern = LeftOutConcern::shape;  ///< whom it concerns
 };
 
 /// The kinds, in the order in which findLeftOut() tells them.
@@ -66,7 +68,9 @@ struct LeftOut {
 
 /// What of a picture's camera and frame is shown because it is asked for.
 struct ShownOptions {
+  /// Whether it is asked for. @{
   bool depthOfField = false, clipping = false, motion = false, overscan = false;
+  /// @}
 };
 
 /// The same for a picture with options: what they show is not left out.

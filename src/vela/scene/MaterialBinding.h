@@ -61,6 +61,7 @@ class BindingTable;
 /// \endcode
 class VELA_API MaterialFinder {
  public:
+  /// For a stage, which must outlive the finder.
   explicit MaterialFinder(const ovo::Stage& stage, MaterialPurpose purpose = MaterialPurpose::full);
   ~MaterialFinder();
   MaterialFinder(const MaterialFinder&) = delete;
@@ -80,7 +81,7 @@ class VELA_API MaterialFinder {
 
 /// Some faces of a mesh that have a binding of their own.
 struct MaterialSubset {
-  ovo::Prim prim;
+  ovo::Prim prim;         ///< the GeomSubset
   ovo::Array<int> faces;  ///< as the scene has them: any numbers
 };
 
@@ -89,11 +90,12 @@ struct MaterialSubset {
 [[nodiscard]] VELA_API std::vector<MaterialSubset> materialSubsets(
     const ovo::Prim& prim, double time = tarn::defaultTimeValue());
 
+/// The index of no material.
 constexpr std::uint32_t kNoMaterial = 0xffffffffu;
 
 /// The materials of one entry, by their index in SceneMaterials::materials.
 struct EntryMaterials {
-  std::uint32_t whole = kNoMaterial;
+  std::uint32_t whole = kNoMaterial;  ///< of faces without one of their own
   /// Of each of the scene's faces; null where all have the one of the whole.
   std::shared_ptr<const std::vector<std::uint32_t>> faces;
 

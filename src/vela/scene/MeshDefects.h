@@ -17,6 +17,7 @@ namespace vela::scene {
 
 /// One kind of defect: how often a mesh has it, and where first.
 struct MeshDefect {
+  /// What is wrong, and what `first` then is.
   enum class Kind {
     smallFace,        ///< fewer than three vertices; first: the face
     countsOff,        ///< the counts do not add up to the indices; first: their sum
@@ -30,9 +31,9 @@ struct MeshDefect {
     unusedPoint,      ///< a point of no face
     primvarCount,     ///< a count that does not fit the interpolation; first: index in primvars
   };
-  Kind kind = Kind::smallFace;
-  std::size_t count = 0;
-  std::size_t first = 0;
+  Kind kind = Kind::smallFace;  ///< what is wrong
+  std::size_t count = 0;        ///< how often
+  std::size_t first = 0;        ///< of the kind's thing, where it was met first
 };
 
 /// A few words for a kind of defect: `folded face`.
@@ -40,20 +41,27 @@ struct MeshDefect {
 
 /// A primvar's size beside what its interpolation asks for.
 struct PrimvarReport {
+  /// As the scene says. @{
   std::string name, type, interpolation;
-  std::size_t elements = 0;
-  bool isIndexed = false;
-  bool fits = true;
+  /// @}
+  std::size_t elements = 0;  ///< as ovo::Primvar::elementCount() has it
+  bool isIndexed = false;    ///< as ovo::Primvar::isIndexed()
+  bool fits = true;          ///< false: as many are not what the interpolation asks for
 };
 
 /// A mesh in numbers, and what is wrong with it.
 struct MeshReport {
+  /// As the scene says. @{
   std::string path, scheme, orientation;
+  /// @}
+  /// How many there are. Triangles and quads are faces of three and of four vertices. @{
   std::size_t points = 0, faces = 0, faceVertices = 0, triangles = 0, quads = 0;
-  /// Borders have one face; a crowded edge has more than two.
+  /// @}
+  /// Borders have one face; a crowded edge has more than two. @{
   std::size_t edges = 0, borderEdges = 0, crowdedEdges = 0;
-  tarn::Box3f bounds;
-  std::vector<PrimvarReport> primvars;
+  /// @}
+  tarn::Box3f bounds;                   ///< of the points, in the prim's own space
+  std::vector<PrimvarReport> primvars;  ///< all that the prim has
   std::vector<MeshDefect> defects;  ///< each kind once, in the order in which they were met first
 };
 

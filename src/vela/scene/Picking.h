@@ -18,7 +18,9 @@ namespace vela::scene {
 
 /// Pixels of a picture, both corners included; x0 <= x1, y0 <= y1.
 struct PixelRect {
+  /// A corner, in pixels from the top left. @{
   int x0 = 0, y0 = 0, x1 = 0, y1 = 0;
+  /// @}
 };
 
 /// What of the meshes is picked.
@@ -40,8 +42,11 @@ class VELA_API FacesMet {
   /// None of \p entries entries.
   explicit FacesMet(std::size_t entries) : met_(entries) {}
 
+  /// Adds a face of an entry. Neither may be negative, and the entry must be one of them.
   void add(std::size_t entry, std::int32_t sceneFace);
+  /// As many as it was made for.
   [[nodiscard]] std::size_t numEntries() const { return met_.size(); }
+  /// True when a face of the entry was met.
   [[nodiscard]] bool any(std::size_t entry) const { return !met_[entry].empty(); }
   /// One flag a face, up to the last that was met or a little more.
   [[nodiscard]] const std::vector<bool>& of(std::size_t entry) const { return met_[entry]; }

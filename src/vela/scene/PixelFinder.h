@@ -30,6 +30,7 @@ namespace vela::scene {
 /// \endcode
 class VELA_API PixelFinder {
  public:
+  /// For a view, which must outlive it.
   explicit PixelFinder(const View& view);
 
   /// \param pixel on success: in pixels from the top left corner; pixel (0, 0) reaches from 0 to 1.

@@ -9,8 +9,9 @@ namespace vela::scene {
 
 /// One reason, as data: whoever shows it chooses the words around it.
 struct Problem {
+  /// What it is about, and what `subject` then is.
   enum class Kind {
-    none,
+    none,              ///< no reason
     stopped,           ///< the caller's stop callback said so
     badOption,         ///< subject: the option
     nothingShown,      ///< there is no mesh that the options let through
@@ -29,13 +30,18 @@ struct Problem {
     changedLight,      ///< a light that counts otherwise than the scene has it; subject: the light
     noEffect,          ///< an option that changes nothing here; subject: the option
   };
-  enum class Severity { note, warning, error };
+  /// How much it matters.
+  enum class Severity {
+    note,     ///< something does not show, or shows otherwise
+    warning,  ///< something that was meant to count was passed over
+    error,    ///< there is no result
+  };
 
-  Kind kind = Kind::none;
-  Severity severity = Severity::error;
-  std::string subject;    ///< a path, or a type name; may be empty
-  std::string reason;     ///< one line without a full stop; may be empty
-  std::size_t count = 1;  ///< how many prims, instances or entries this is about
+  Kind kind = Kind::none;               ///< what it is about
+  Severity severity = Severity::error;  ///< how much it matters
+  std::string subject;                  ///< a path, or a type name; may be empty
+  std::string reason;                   ///< one line without a full stop; may be empty
+  std::size_t count = 1;                ///< how many prims, instances or entries this is about
   int levelThatFits = 0;  ///< tooManyFaces: the highest level that would do; 0 when none does
 
   /// `subject: reason`; one of them alone where the other is empty.

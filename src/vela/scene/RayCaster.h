@@ -83,20 +83,23 @@ class VELA_API RayCaster {
                                                      Problem* problem = nullptr,
                                                      const Work& work = {});
   ~RayCaster();
+  /// Takes all over. One that was moved from may only be destroyed or assigned to. @{
   RayCaster(RayCaster&&) noexcept;
   RayCaster& operator=(RayCaster&&) noexcept;
+  /// @}
 
   /// The nearest hit of each ray; \p hits has room for \p count.
   void intersect(const WorldRay* rays, std::size_t count, SurfaceHit* hits) const;
   /// Whether anything lies in each ray's range; \p answers has room for \p count.
   void occluded(const WorldRay* rays, std::size_t count, bool* answers) const;
-  /// The same over spans. Where the two differ in length the shorter one counts.
+  /// Over spans. Where the two differ in length the shorter one counts. @{
   void intersect(tarn::Span<const WorldRay> rays, tarn::Span<SurfaceHit> hits) const {
     intersect(rays.data(), std::min(rays.size(), hits.size()), hits.data());
   }
   void occluded(tarn::Span<const WorldRay> rays, tarn::Span<bool> answers) const {
     occluded(rays.data(), std::min(rays.size(), answers.size()), answers.data());
   }
+  /// @}
 
   /// All that the rays meet. In each entry a ray goes on behind what it met, at the next float. It
   /// goes through entry by entry, so that surfaces which lie exactly on one another are all met.

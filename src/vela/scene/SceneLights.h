@@ -19,14 +19,17 @@ namespace vela::scene {
 
 /// A light of a scene.
 struct SceneLight {
-  ovo::Prim prim;
-  look::LightSource source;
+  ovo::Prim prim;            ///< whose light it is
+  look::LightSource source;  ///< what it emits
   /// Of each entry of the list whether the light falls on it, and whether it throws a shadow; null
-  /// where all do.
+  /// where all do. @{
   std::shared_ptr<const std::vector<bool>> lit, casting;
+  /// @}
 
+  /// As `lit` and `casting` have it. \p entry is one of the list. @{
   [[nodiscard]] bool fallsOn(std::size_t entry) const { return !lit || (*lit)[entry]; }
   [[nodiscard]] bool isStoppedBy(std::size_t entry) const { return !casting || (*casting)[entry]; }
+  /// @}
 };
 
 /// The lights of a scene.

@@ -27,13 +27,18 @@
 namespace vela::scene {
 
 /// What a prim is for, as the scene says.
-enum class Purpose { default_, render, proxy, guide };
+enum class Purpose {
+  default_,  ///< for every use: the scene does not say
+  render,    ///< for pictures that are meant to last
+  proxy,     ///< light geometry that stands for heavier one
+  guide,     ///< for those who work on the scene
+};
 
 /// Which meshes to take.
 struct MeshFilter {
-  double time = tarn::defaultTimeValue();
-  std::vector<Purpose> purposes = {Purpose::default_, Purpose::render};
-  bool withInvisible = false;
+  double time = tarn::defaultTimeValue();  ///< at which the scene is looked at
+  std::vector<Purpose> purposes = {Purpose::default_, Purpose::render};  ///< those that are taken
+  bool withInvisible = false;              ///< takes prims that are not visible too
   std::vector<std::string> includedTypes;  ///< type names; empty: every type
   std::vector<ovo::Path> excludedPaths;    ///< these prims and all below them are left out
   int subdivisionLevel = 0;                ///< how often to refine subdivision surfaces
@@ -42,6 +47,7 @@ struct MeshFilter {
   std::vector<ovo::Path> maskPaths = {};
 };
 
+/// The index of no instance.
 constexpr std::uint32_t kNoInstance = 0xffffffffu;
 
 /// One instance of a point instancer.
@@ -50,14 +56,14 @@ struct Instance {
   std::uint32_t parent = kNoInstance;
   std::uint32_t instancer = 0;  ///< index in MeshList::instancers
   int index = 0;                ///< index in the instancer's own list of instances
-  bool hasColour = false;
-  tarn::Vec3f colour;  ///< for prototypes that have none of their own
+  bool hasColour = false;       ///< whether `colour` counts
+  tarn::Vec3f colour;           ///< for prototypes that have none of their own
 };
 
 /// A shape and where it stands.
 struct MeshEntry {
-  ovo::MeshPrim prim;
-  tarn::Mat4d worldFromObject;
+  ovo::MeshPrim prim;                    ///< whose shape it is
+  tarn::Mat4d worldFromObject;           ///< object to world
   std::uint32_t shape = 0;               ///< index in MeshList::shapes
   std::uint32_t instance = kNoInstance;  ///< index in MeshList::instances
 };
@@ -78,16 +84,17 @@ struct MeshEntry {
 ///   for (const Problem& leftOut : list->problems()) std::cerr << leftOut.text() << '\n';
 /// \endcode
 struct VELA_API MeshList {
-  std::vector<Shape> shapes;
-  std::vector<MeshEntry> entries;  ///< in the order of the scene, parents first
-  std::vector<Instance> instances;
-  std::vector<ovo::Prim> instancers;
+  std::vector<Shape> shapes;          ///< each once
+  std::vector<MeshEntry> entries;     ///< in the order of the scene, parents first
+  std::vector<Instance> instances;    ///< of all point instancers
+  std::vector<ovo::Prim> instancers;  ///< the point instancers
 
   /// Prims that have a shape but no faces to trace, by type name.
   std::map<std::string, std::size_t> notShown;
   std::size_t badInstances = 0;     ///< instances of no prototype, or without a position
   std::vector<Problem> notRefined;  ///< subdivision surfaces that could not be refined
 
+  /// The shape of an entry; not checked.
   [[nodiscard]] const Shape& shapeOf(std::size_t entry) const {
     return shapes[entries[entry].shape];
   }

@@ -25,17 +25,18 @@ namespace vela::scene {
 struct VELA_API SceneMotion {
   /// The entries that move, at one time.
   struct Moment {
-    double time = tarn::defaultTimeValue();
-    std::uint32_t first = 0;  ///< index in MeshList::entries of the first that moves
-    std::uint32_t count = 0;
+    double time = tarn::defaultTimeValue();  ///< the time code
+    std::uint32_t first = 0;                 ///< index in MeshList::entries of the first that moves
+    std::uint32_t count = 0;                 ///< how many move
   };
-  std::vector<Moment> moments;
-  std::size_t entries = 0;  ///< at the list's own time: the first so many of the list
+  std::vector<Moment> moments;  ///< in the order of their times in addMotion()
+  std::size_t entries = 0;      ///< at the list's own time: the first so many of the list
   /// Of each of those: it moves, and rays of a moment meet it as it is then.
   std::vector<bool> moves;
   std::size_t shapes = 0;          ///< at the list's own time: the first so many
   std::vector<double> shapeTimes;  ///< of the shapes behind them
 
+  /// True when an entry moves, or there is something at a moment.
   [[nodiscard]] bool anythingMoves() const;
   /// The time of a shape's values.
   /// \param listTime that of the list

@@ -18,8 +18,8 @@ namespace vela::scene {
 
 /// What of a scene is wanted.
 struct SummaryOptions {
-  double time = tarn::defaultTimeValue();
-  int depth = 3;  ///< of the tree: 1 is the top prims alone
+  double time = tarn::defaultTimeValue();  ///< at which the scene is looked at
+  int depth = 3;                           ///< of the tree: 1 is the top prims alone
 };
 
 /// What a scene holds. Boxes are in world space and scene units, of what a picture shows with the
@@ -34,24 +34,26 @@ struct SummaryOptions {
 struct VELA_API SceneSummary {
   /// A prim of the tree.
   struct Node {
-    ovo::Path path;
-    std::string type;       ///< empty for a prim without one
-    int depth = 1;          ///< 1 for a top prim
-    std::size_t below = 0;  ///< how many prims are below it, listed or not
-    bool isInstance = false;
-    tarn::Box3d box;  ///< of its meshes and those below
+    ovo::Path path;           ///< the prim's
+    std::string type;         ///< empty for a prim without one
+    int depth = 1;            ///< 1 for a top prim
+    std::size_t below = 0;    ///< how many prims are below it, listed or not
+    bool isInstance = false;  ///< its prims come from an instance's arcs
+    tarn::Box3d box;          ///< of its meshes and those below
   };
   /// A choice that a prim offers.
   struct VariantSet {
-    ovo::Path prim;
-    std::string set, selected;  ///< nothing selected: empty
-    std::vector<std::string> variants;
+    ovo::Path prim;  ///< the prim that offers it
+    /// The name of the set, and of the variant that is chosen; empty: none is. @{
+    std::string set, selected;
+    /// @}
+    std::vector<std::string> variants;  ///< all there are, by name
   };
   /// A light, whether it shines or not.
   struct Light {
-    ovo::Path path;
-    std::string type;
-    bool visible = true;
+    ovo::Path path;       ///< the prim's
+    std::string type;     ///< of the prim
+    bool visible = true;  ///< false: it does not shine
   };
   /// An image that materials or lights read.
   struct Texture {
@@ -62,15 +64,15 @@ struct VELA_API SceneSummary {
   };
   /// A prim that places others many times.
   struct Instancer {
-    ovo::Path path;
-    std::size_t instances = 0;
+    ovo::Path path;             ///< the prim's
+    std::size_t instances = 0;  ///< how many it places
   };
 
-  tarn::Box3d box;
-  std::vector<Node> tree;  ///< in the scene's order, parents first
-  std::vector<VariantSet> variants;
-  std::vector<Light> lights;
-  std::vector<Texture> textures;
+  tarn::Box3d box;                    ///< of all that shows
+  std::vector<Node> tree;             ///< in the scene's order, parents first
+  std::vector<VariantSet> variants;   ///< in the scene's order
+  std::vector<Light> lights;          ///< in the scene's order
+  std::vector<Texture> textures;      ///< each file once
   std::size_t instances = 0;          ///< prims that are instances
   std::vector<Instancer> instancers;  ///< point instancers outside of prototypes
 };

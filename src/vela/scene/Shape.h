@@ -16,10 +16,12 @@ namespace vela::scene {
 
 /// What a refined shape was before, and what came of its colours.
 struct Refinement {
-  int level = 0;
-  ovo::Array<tarn::Vec3f> points;   ///< of the control mesh
-  ovo::Array<int> counts, indices;  ///< of the control mesh
-  ovo::Array<int> sourceFaces;      ///< of each refined face: the control face it is part of
+  int level = 0;                   ///< how often it was refined
+  ovo::Array<tarn::Vec3f> points;  ///< of the control mesh
+  /// Of the control mesh. @{
+  ovo::Array<int> counts, indices;
+  /// @}
+  ovo::Array<int> sourceFaces;  ///< of each refined face: the control face it is part of
   /// Of each control point: its index among the refined points; -1 when it is not among them.
   ovo::Array<int> refinedPointOf;
   ovo::Array<tarn::Vec3f> colours;  ///< of the refined mesh
@@ -32,12 +34,14 @@ struct Tubes;  // CurvePrims.h
 /// points. Many entries of a scene may share it. The arrays are as the scene has them and may
 /// contradict each other.
 struct Shape {
-  ovo::MeshPrim prim;  ///< the prim that it comes from; not valid where that is no mesh
-  ovo::Array<tarn::Vec3f> points;
+  ovo::MeshPrim prim;              ///< the prim that it comes from; not valid where that is no mesh
+  ovo::Array<tarn::Vec3f> points;  ///< in its own space
+  /// The length of each face, and the point indices face by face. @{
   ovo::Array<int> counts, indices;
+  /// @}
   /// Of a shape prim's mesh: one a face-vertex. Empty where the prim says what the normals are.
   ovo::Array<tarn::Vec3f> normals;
-  bool leftHanded = false;
+  bool leftHanded = false;  ///< faces are wound clockwise seen from outside
   std::shared_ptr<const Refinement> refinement = nullptr;  ///< null: the mesh as the scene has it
 
   std::shared_ptr<const Tubes> tubes = nullptr;  ///< of curves or points; null: a mesh

@@ -14,8 +14,10 @@ namespace vela::scene {
 
 /// A mesh that is in no scene file. Faces are wound counter-clockwise seen from outside.
 struct MadeMesh {
-  ovo::Array<tarn::Vec3f> points;
+  ovo::Array<tarn::Vec3f> points;  ///< in the prim's own space
+  /// The length of each face, and the point indices face by face. @{
   ovo::Array<int> counts, indices;
+  /// @}
   ovo::Array<tarn::Vec3f> normals;  ///< one a face-vertex, pointing out
 };
 

@@ -24,13 +24,16 @@ namespace vela::scene {
 /// \endcode
 class SurfacePoint {
  public:
+  /// A point of a face; it need not lie on it exactly.
   SurfacePoint(int face, const tarn::Vec3f& objectPoint) : face_(face), objectPoint_(objectPoint) {}
   /// On a tube: the two points of the piece that was hit, and how far between them, 0 to 1. Without
   /// them the piece that is nearest to the point is looked for. Nothing else asks for them.
   SurfacePoint(int face, const tarn::Vec3f& objectPoint, int from, int to, float along)
       : face_(face), objectPoint_(objectPoint), from_(from), to_(to), along_(along) {}
 
+  /// The face, by the shape's numbers.
   [[nodiscard]] int face() const noexcept { return face_; }
+  /// The point, in the object's space.
   [[nodiscard]] const tarn::Vec3f& objectPoint() const noexcept { return objectPoint_; }
 
  private:
@@ -128,7 +131,9 @@ class VELA_API Surface {
   /// How much of a selection there is at a point of the face, 0 to 1.
   [[nodiscard]] float selection(const SurfacePoint& point) const;
 
+  /// True when the scene winds the mesh the other way.
   [[nodiscard]] bool isLeftHanded() const noexcept { return shape_.leftHanded; }
+  /// Faces of the shape, refined ones when it is refined.
   [[nodiscard]] std::size_t faceCount() const noexcept { return shape_.counts.size(); }
   /// Faces of the mesh that are triangles, when cut: n - 2 for each face of n corners.
   [[nodiscard]] std::size_t triangleCount() const;

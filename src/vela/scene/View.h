@@ -30,7 +30,7 @@ struct ViewOptions {
   /// Pixels; 0: so that the picture has the shape of the camera's film. Without a camera, and for
   /// the cylindrical lens, 16:9; for the spherical lens 2:1. From 1 to 65536.
   int height = 0;
-  double time = 0.0;
+  double time = 0.0;  ///< at which the camera is looked at
   /// When given: the camera goes around the middle of what there is to see, by so many degrees
   /// about the scene's up axis, counter-clockwise seen from above. A view that is made up is then
   /// one that shows everything from all sides.
@@ -66,12 +66,15 @@ struct ViewOptions {
 /// \endcode
 struct VELA_API View {
   ovo::Path camera;  ///< of the prim; empty for a view that was made up
-  LensProjection lens = LensProjection::perspective;
+  LensProjection lens = LensProjection::perspective;  ///< which lens it is
+  /// The lens; never null in a view of makeView()
   std::unique_ptr<LensProjectionFunction> projection;
   Camera::Sample sample;        ///< derived values included
   tarn::Mat4d worldFromCamera;  ///< without any scale that the prim has
   tarn::Vec3d up;               ///< the scene's
+  /// Pixels of the picture. @{
   int width = 0, height = 0;
+  /// @}
   /// A camera that was passed over, as a warning; an option that changes nothing, as a note.
   std::vector<Problem> problems;
   /// Half the focal length over the f-stop, in scene units; 0: everything is in focus. Of

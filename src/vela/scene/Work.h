@@ -19,7 +19,9 @@ struct Work {
   std::function<bool()> stop;            ///< true: the work ends at the next clean place
   std::function<void(double)> progress;  ///< share that is done, from 0 to 1, never falling
 
+  /// Asks `stop`; false without one.
   [[nodiscard]] bool isStopped() const { return stop && stop(); }
+  /// Calls `progress`; nothing without one. \p share is from 0 to 1.
   void report(double share) const {
     if (progress) progress(share);
   }

@@ -21,11 +21,11 @@ constexpr std::uint32_t kNoMoment = 0xffffffffu;
 /// Directions need not have unit length; distances are multiples of them. The range is closed at
 /// both ends.
 struct WorldRay {
-  tarn::Vec3d base;
-  tarn::Vec3d offset;
-  tarn::Vec3f direction;
-  float minDistance = 0.0f;
-  float maxDistance = std::numeric_limits<float>::max();
+  tarn::Vec3d base;                                       ///< what points and rays are counted from
+  tarn::Vec3d offset;                                     ///< of the origin from the base
+  tarn::Vec3f direction;                                  ///< any length
+  float minDistance = 0.0f;                               ///< in multiples of the direction
+  float maxDistance = std::numeric_limits<float>::max();  ///< in multiples of the direction
   /// Index in SceneMotion::moments of when it is under way; any other number as kNoMoment. Casters
   /// without motion do not ask.
   std::uint32_t moment = kNoMoment;

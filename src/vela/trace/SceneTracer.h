@@ -84,9 +84,10 @@ struct TracerHit {
   /// ... and their positions in the array of face vertex indices, for data given per face-vertex.
   std::int32_t faceVertices[3] = {0, 0, 0};
   /// Barycentrics: a value that varies over the triangle is (1 - u - v) a + u b + v c. In [0, 1], u
-  /// + v <= 1 up to rounding.
+  /// + v <= 1 up to rounding. @{
   float u = 0.0f, v = 0.0f;
-  bool hit = false;
+  /// @}
+  bool hit = false;  ///< false: nothing was met
 };
 
 /// Placed meshes with a tree over the placements and one over each mesh.
@@ -125,10 +126,13 @@ struct TracerHit {
 /// Packets, RT 2008 (wide nodes).
 class VELA_API SceneTracer {
  public:
+  /// Without meshes and placements: nothing is hit.
   SceneTracer();
   ~SceneTracer();
+  /// Takes all over. One that was moved from may only be destroyed or assigned to. @{
   SceneTracer(SceneTracer&&) noexcept;
   SceneTracer& operator=(SceneTracer&&) noexcept;
+  /// @}
   SceneTracer(const SceneTracer&) = delete;
   SceneTracer& operator=(const SceneTracer&) = delete;
 
@@ -205,8 +209,7 @@ class VELA_API SceneTracer {
   /// One answer a ray; \p occluded has room for \p count.
   void occluded(const tarn::Ray3f* rays, std::size_t count, bool* occluded) const;
 
-  // Over spans, rays of doubles too. Where the two differ in length the shorter one counts.
-
+  /// Over spans, rays of doubles too. Where the two differ in length the shorter one counts. @{
   void intersect(tarn::Span<const tarn::Ray3f> rays, tarn::Span<TracerHit> hits) const {
     intersect(rays.data(), std::min(rays.size(), hits.size()), hits.data());
   }
@@ -219,27 +222,27 @@ class VELA_API SceneTracer {
   void occluded(tarn::Span<const tarn::Ray3d> rays, tarn::Span<bool> answers) const {
     occluded(rays.data(), std::min(rays.size(), answers.size()), answers.data());
   }
+  /// @}
 
-  // The same for Ray3d: the origin, the direction and the range are used as they are, so a
-  // scene far from the world's origin need not be moved there first.
-  //
-  // All that is said above holds, the plain loop and the thread rules included, with two
-  // differences. The range is compared with the distance itself, not with the distance rounded to
-  // float, so the same ray with maxDistance = hit.distance finds the hit again. A ray with an
-  // origin or a direction beyond 1e150, or with no component of the direction of 1e-150 or more,
-  // misses.
-  //
-  // A ray whose numbers are all floats gets the same record from either form, bit for bit, unless
-  // the rounding of the distance decides whether it lies in the range.
-  //
-  // hit.position is narrowed to float. Where that is too coarse, take
-  // ray.origin + ray.direction * hit.distance in double.
-  //
-  // Moving placements and rays by the same vector first, as with Ray3f, gives the same hits up
-  // to roundings of the double matrices, but not the same bits.
-  //
-  // Templates, so that calls with braces or null pointers go on meaning Ray3f; T is double.
-
+  /// The same for Ray3d: the origin, the direction and the range are used as they are, so a
+  /// scene far from the world's origin need not be moved there first.
+  ///
+  /// All that is said above holds, the plain loop and the thread rules included, with two
+  /// differences. The range is compared with the distance itself, not with the distance rounded to
+  /// float, so the same ray with maxDistance = hit.distance finds the hit again. A ray with an
+  /// origin or a direction beyond 1e150, or with no component of the direction of 1e-150 or more,
+  /// misses.
+  ///
+  /// A ray whose numbers are all floats gets the same record from either form, bit for bit, unless
+  /// the rounding of the distance decides whether it lies in the range.
+  ///
+  /// hit.position is narrowed to float. Where that is too coarse, take
+  /// ray.origin + ray.direction * hit.distance in double.
+  ///
+  /// Moving placements and rays by the same vector first, as with Ray3f, gives the same hits up
+  /// to roundings of the double matrices, but not the same bits.
+  ///
+  /// Templates, so that calls with braces or null pointers go on meaning Ray3f; T is double. @{
   template <class T, class = std::enable_if_t<std::is_same_v<T, double>>>
   bool intersect(const tarn::Ray<T>& ray, TracerHit& hit) const;
   template <class T, class = std::enable_if_t<std::is_same_v<T, double>>>
@@ -250,10 +253,13 @@ class VELA_API SceneTracer {
   [[nodiscard]] bool occluded(const tarn::Ray<T>& ray) const;
   template <class T, class = std::enable_if_t<std::is_same_v<T, double>>>
   void occluded(const tarn::Ray<T>* rays, std::size_t count, bool* occluded) const;
+  /// @}
 
   // What is there
 
+  /// Meshes in all; equal ones count once.
   [[nodiscard]] std::size_t numMeshes() const;
+  /// Placements in all, those that are never hit too.
   [[nodiscard]] std::size_t numPlacements() const;
   /// Triangles of one mesh as of the last build; 0 for a number that no mesh has, and for tubes.
   [[nodiscard]] std::size_t numTriangles(std::uint32_t mesh) const;
@@ -269,7 +275,11 @@ class VELA_API SceneTracer {
 
   /// The instructions that queries use. `best` looks at the processor; `plain` runs anywhere. The
   /// answers are the same: this is for tests and for measuring.
-  enum class Kernel { best, plain };
+  enum class Kernel {
+    best,   ///< the widest that the processor has
+    plain,  ///< those that every processor has
+  };
+  /// Chooses them, for all calls that follow; `best` until then.
   void setKernel(Kernel kernel);
 
  private:
