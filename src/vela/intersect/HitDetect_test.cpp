@@ -388,12 +388,13 @@ Ray3f chord(std::mt19937& random) {
 TEST(PrimModel, CopiesOfAMeshAnswerForThemselvesAndAlmostEqualMeshesStayApart) {
   const auto stage = ovo::Stage::createInMemory();
   std::vector<SampleMesh> meshes;
-  for (int i = 0; i < 12; ++i) {
+  for (int i = 0; i < 15; ++i) {
     SampleMesh mesh = makeRoughSphere(12, 20, 0.3f);
     ASSERT_GT(mesh.points.size(), 128u) << "more than the hash looks at";
-    if (i % 4 == 1) mesh.points[1] = mesh.points[1] * (1.5f + static_cast<float>(i));
-    if (i % 4 == 2) std::swap(mesh.indices[0], mesh.indices[1]);
-    if (i % 4 == 3) mesh.counts[mesh.counts.size() - 1] = 0;
+    if (i % 5 == 1) mesh.points[1] = mesh.points[1] * (1.5f + static_cast<float>(i));
+    if (i % 5 == 2) std::swap(mesh.indices[0], mesh.indices[1]);
+    if (i % 5 == 3) mesh.counts[mesh.counts.size() - 1] = 0;
+    if (i % 5 == 4) mesh.indices[mesh.indices.size() / 2] = 0;  // a triangle far from the first
     define(stage, ("/S" + std::to_string(i)).c_str(), mesh);
     meshes.push_back(mesh);
   }
