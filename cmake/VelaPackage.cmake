@@ -1,6 +1,6 @@
 # Debian packages of the preset standalone, by CPack: each library by its soname, the development
-# files of both, and the command. Not taken: one package of all; a host that links libvela needs no
-# OpenEXR, and a machine that renders needs no headers.
+# files of both, the command, and the site of the documentation. Not taken: one package of all; a
+# host that links libvela needs no OpenEXR, and a machine that renders needs no headers.
 string(TIMESTAMP VELA_DATE "%a, %d %b %Y %H:%M:%S +0000" UTC) # heeds SOURCE_DATE_EPOCH
 
 set(CPACK_GENERATOR DEB)
@@ -75,6 +75,20 @@ vela_debian(COMPONENT command PACKAGE vela SECTION graphics
   TITLE "pictures and facts of 3D scenes"
   TEXT "The command vela renders OpenUSD scenes without a graphics card, says what"
     "they hold and what a pixel shows, and resolves asset references.")
+vela_debian(COMPONENT docs PACKAGE vela-doc SECTION doc
+  TITLE "image channels and 3D scenes: documentation"
+  TEXT "Guide, reference of C++ and Python, decisions, as pages for a browser with a"
+    "search that needs no server.")
+# It has no program, so that it serves every kind of machine and needs no library.
+set(CPACK_DEBIAN_DOCS_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_DOCS_PACKAGE_SHLIBDEPS OFF)
+set(CPACK_DEBIAN_DEVEL_PACKAGE_SUGGESTS vela-doc)
+install(DIRECTORY "${VELA_SITE}/html" COMPONENT docs EXCLUDE_FROM_ALL
+  DESTINATION share/doc/vela-doc)
+install(DIRECTORY "${VELA_SITE}/licences/" COMPONENT docs EXCLUDE_FROM_ALL
+  DESTINATION share/doc/vela-doc/third-party)
+install(FILES "${PROJECT_SOURCE_DIR}/cmake/debian/vela-doc.doc-base" RENAME vela-doc
+  COMPONENT docs EXCLUDE_FROM_ALL DESTINATION share/doc-base)
 # Without its Python packages the library resolves through native managers alone.
 set(CPACK_DEBIAN_COMMAND_PACKAGE_SUGGESTS "libpython${VELA_OPENASSETIO_PYTHON}")
 set(CPACK_COMPONENTS_ALL ${components})

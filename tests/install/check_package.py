@@ -4,6 +4,7 @@ the list of what they carry.
 
 Usage: check_package.py PACKAGES PROJECT_ROOT
 """
+import html.parser
 import json
 import os
 import pathlib
@@ -13,6 +14,7 @@ import subprocess
 import sys
 import tempfile
 import unittest
+import urllib.parse
 
 PACKAGES, ROOT = (pathlib.Path(a).resolve() for a in sys.argv[1:3])
 # What a machine must have by itself.
@@ -36,6 +38,43 @@ def is_program(file):
 def symbols(file, option):
     lines = run("nm", "-D", "-C", option, file).stdout.splitlines()
     return [line.split(maxsplit=2 if option == "--defined-only" else 1)[-1] for line in lines]
+
+
+class Links(html.parser.HTMLParser):
+    """Files that a page refers to, and the addresses that it loads from elsewhere."""
+
+    def __init__(self, page):
+        super().__init__()
+        self.files, self.elsewhere = set(), set()
+        self.feed(page.read_text())
+
+    def handle_starttag(self, tag, attributes):
+        attributes = dict(attributes)
+        target = attributes.get("href" if tag in ("a", "link") else "src")
+        if not target or target.startswith(("#", "data:", "mailto:")):
+            return
+        address = urllib.parse.urlsplit(target)
+        if address.scheme or address.netloc:
+            if tag != "a":
+                self.elsewhere.add(target)
+        elif address.path:
+            self.files.add(urllib.parse.unquote(address.path))
+
+
+def check_site(test, site):
+    """Every page's links, pictures, styles and scripts are there, and none comes from elsewhere."""
+    pages = sorted(site.rglob("*.html"))
+    test.assertGreater(len(pages), 60)
+    for page in pages:
+        links = Links(page)
+        test.assertEqual(links.elsewhere, set(), page)
+        for file in links.files:
+            test.assertTrue((page.parent / file).is_file(), f"{page}: {file}")
+    index = (site / "searchindex.js").read_text()
+    for name in ("docs/guide/first-picture", "reference/python", "vela/trace/SceneTracer.h"):
+        test.assertTrue(f'"{name}"' in index, f"the search does not know {name}")
+    for name in ("vela::SceneTracer", "vela::ChannelManager", "ovo::Stage"):
+        test.assertTrue(any(name in p.read_text() for p in site.glob("reference/*.html")), name)
 
 
 class Archive(unittest.TestCase):
@@ -65,7 +104,10 @@ class Archive(unittest.TestCase):
                      "share/doc/vela/LICENSE", "share/doc/vela/third-party/sdf-LICENSE.txt",
                      "share/doc/vela/third-party/tbb-LICENSE.txt",
                      "share/doc/vela/third-party/opensubdiv-NOTICE.txt",
-                     "share/doc/vela/third-party/openassetio-LICENSE.txt"):
+                     "share/doc/vela/third-party/openassetio-LICENSE.txt",
+                     "share/doc/vela/third-party/furo-LICENSE.txt",
+                     "share/doc/vela/third-party/sphinx-LICENSE.txt",
+                     "share/doc/vela/html/index.html"):
             self.assertTrue((self.tree / path).exists(), path)
         for package in ("libfmt-dev", "libtomlplusplus-dev", "libpcre2-8-0"):
             licence = self.tree / f"share/doc/vela/third-party/{package}-copyright"
@@ -119,6 +161,9 @@ class Archive(unittest.TestCase):
                    if f.parent.name in ("bin", "lib"))
         self.assertLess(size, 20_000_000)
 
+    def test_the_site_is_whole(self):
+        check_site(self, self.tree / "share/doc/vela/html")
+
     def test_the_command_works(self):
         self.assertEqual(self.vela("--version").stdout, f"vela {self.version}\n")
         self.vela("render", ROOT / "examples/demo/demo.usda", "-o", "demo.exr", "--png", "demo.png",
@@ -168,12 +213,27 @@ class Debian(unittest.TestCase):
     def test_no_file_is_in_two_packages(self):
         seen = {}
         packages = sorted(PACKAGES.glob("*.deb"))
-        self.assertEqual(len(packages), 4)
+        self.assertEqual(len(packages), 5)
         for package in packages:
             for file in self.contents(package):
                 self.assertNotIn(file, seen, package.name)
                 seen[file] = package.name
         self.assertIn("./usr/bin/vela", seen)
+
+    def test_the_documentation_is_a_package_that_needs_nothing(self):
+        [package] = PACKAGES.glob("vela-doc_*_all.deb")
+        field = {name: run("dpkg-deb", "-f", package, name).stdout.strip()
+                 for name in ("Architecture", "Depends", "Section")}
+        self.assertEqual(field, {"Architecture": "all", "Depends": "", "Section": "doc"})
+        with tempfile.TemporaryDirectory() as scratch:
+            run("dpkg-deb", "-x", package, scratch)
+            folder = pathlib.Path(scratch, "usr/share/doc/vela-doc")
+            check_site(self, folder / "html")
+            self.assertTrue((folder / "copyright").is_file())
+            self.assertTrue((folder / "third-party/snowballstemmer-LICENSE.txt").is_file())
+            registered = pathlib.Path(scratch, "usr/share/doc-base/vela-doc").read_text()
+            [index] = re.findall(r"^Index: /(.*)$", registered, re.M)
+            self.assertTrue(pathlib.Path(scratch, index).is_file(), index)
 
     def test_lintian_finds_no_error(self):
         if not shutil.which("lintian"):
@@ -192,7 +252,8 @@ class Sums(unittest.TestCase):
         document = json.loads(file.read_text())
         self.assertEqual(document["spdxVersion"], "SPDX-2.3")
         names = {p["name"] for p in document["packages"]}
-        for name in ("vela", "pxr-sdf", "pxr-tbb-dev", "opensubdiv", "openassetio", "boost"):
+        for name in ("vela", "pxr-sdf", "pxr-tbb-dev", "opensubdiv", "openassetio", "boost",
+                     "furo", "sphinx"):
             self.assertIn(name, names)
         with tempfile.TemporaryDirectory() as scratch:
             [archive] = PACKAGES.glob("*.tar.gz")
