@@ -1,4 +1,4 @@
-"""The scripts of the gallery, and the notebooks that are made of them, run and give the pictures of the documentation."""
+"""The commands and scripts of the gallery, and the notebooks that are made of these, run and give the pictures of the documentation."""
 
 import os
 import pathlib
@@ -14,10 +14,13 @@ import PIL.Image
 import pytest
 import traitlets.config
 
+from commands import commands_of, run_all
 from notebooks import notebook_of
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 SCRIPTS = sorted((ROOT / "examples/gallery").glob("*.py"))
+PAGE = ROOT / "docs/gallery.md"
+COMMANDS = dict(commands_of(PAGE))
 PICTURES = ROOT / "docs/images/gallery"
 
 
@@ -51,8 +54,26 @@ def assert_same_picture(file, name):
     assert numpy.mean(difference > 2) < 0.002, f"{name}: {100 * numpy.mean(difference > 2):.2f} % of the values differ"
 
 
-def test_there_are_ten():
+def test_there_are_ten_of_each():
     assert len(SCRIPTS) == 10
+    assert len(COMMANDS) == 10
+    assert all(lines and all(line.startswith("vela ") for line in lines) for lines in COMMANDS.values())
+
+
+def test_the_scenes_are_what_their_script_writes(folder):
+    scenes = ROOT / "examples/gallery/scenes"
+    subprocess.run([sys.executable, "-W", "error", str(scenes / "make_scenes.py"), str(folder)], check=True, timeout=60)
+    written = sorted(path.name for path in folder.glob("*.usda"))
+    assert written == sorted(path.name for path in scenes.glob("*.usda"))
+    for name in written:
+        assert (folder / name).read_text() == (scenes / name).read_text(), f"{name}: scripts/update-gallery writes it anew"
+
+
+@pytest.mark.parametrize("name", COMMANDS)
+def test_commands_give_their_picture(name, folder, monkeypatch):
+    monkeypatch.setenv("PATH", os.environ["VELA_COMMAND_FOLDER"] + os.pathsep + os.environ["PATH"])
+    run_all(COMMANDS[name], folder)
+    assert (folder / f"{name}.png").read_bytes() == (PICTURES / f"{name}.png").read_bytes(), "the renderer gives the same bytes everywhere"
 
 
 @pytest.mark.parametrize("script", SCRIPTS, ids=lambda path: path.stem)
@@ -78,8 +99,8 @@ def test_a_notebook_is_its_script(script, folder, kernel):
 
 
 def test_the_page_shows_each_of_them():
-    page = (ROOT / "docs/gallery.md").read_text()
+    page = PAGE.read_text()
     assert set(re.findall(r"\]\(\.\./examples/gallery/(\w+)\.py\)", page)) == {script.stem for script in SCRIPTS}
     assert set(re.findall(r"\]\(\.\./examples/gallery/(\w+)\.ipynb\)", page)) == {script.stem for script in SCRIPTS}
     shown = set(re.findall(r"images/gallery/(\w+\.png)", page))
-    assert shown == {path.name for path in PICTURES.glob("*.png")} == {f"{script.stem}.png" for script in SCRIPTS}
+    assert shown == {path.name for path in PICTURES.glob("*.png")} == {f"{name}.png" for name in [script.stem for script in SCRIPTS] + list(COMMANDS)}
