@@ -35,28 +35,37 @@ struct Counter {
   }
 };
 
-// What a renderer holds. Later members refer to earlier ones, so that it never moves.
-struct OpenPicture {
-  LayerChoice layers;
+// What a renderer finds in the scene and builds of it: the same for all views. Later members refer
+// to earlier ones, so that it never moves.
+struct OpenScene {
   scene::MeshList meshes;
   std::vector<double> moments;               // none: all is of the picture's time
   std::optional<scene::MeshList> moving;     // the meshes with those that move at each moment
   std::optional<scene::SceneMotion> motion;  // of that list
-  std::vector<std::optional<scene::View>> momentViews;
-  std::vector<const scene::View*> viewsOfMoments;
   // What rays meet.
   [[nodiscard]] const scene::MeshList& traced() const { return moving ? *moving : meshes; }
   std::optional<scene::SceneMaterials> materials;
   scene::SceneLights lights;
   scene::Extent extent;
+  std::optional<scene::RayCaster> caster;
+  double time = tarn::defaultTimeValue();
+  double framesPerSecond = 24.0;
+  SamplePattern pattern = SamplePattern::jittered;
+  bool smooth = false;
+  int overscan = 0;
+};
+
+// What a renderer holds. Later members refer to earlier ones, so that it never moves.
+struct OpenPicture {
+  std::shared_ptr<OpenScene> scene = std::make_shared<OpenScene>();
+  LayerChoice layers;
+  std::vector<std::optional<scene::View>> momentViews;
+  std::vector<const scene::View*> viewsOfMoments;
   scene::View view;
   Tile window;
-  std::optional<scene::RayCaster> caster;
   std::optional<Shader> shader;
   std::optional<Mattes> mattes;
   std::optional<RenderJob> job;
-  double time = tarn::defaultTimeValue();
-  double framesPerSecond = 24.0;
   float exposure = 0.0f;
   Counter counter;
 };
@@ -131,38 +140,55 @@ bool needsSurfaceNormals(const LayerChoice& layers) {
   });
 }
 
-// What all tiles share, and the surfaces where light or normals need them.
+// How the samples of a pixel are spread, by their number.
+struct Grids {
+  explicit Grids(int perPixel)
+      : samples(std::max(1, static_cast<int>(std::lround(std::sqrt(perPixel))))),
+        ambient(std::max(1, static_cast<int>(std::lround(6.0 / samples)))) {}
+  int samples, ambient;
+};
+
+// What all tiles share.
+void makeJob(const Grids& grids, OpenPicture& open) {
+  const detail::OpenScene& scene = *open.scene;
+  const bool needsLight = open.layers.has(Sampling::meanOfSamples);
+  const bool needsNormals = scene.smooth && needsSurfaceNormals(open.layers);
+  open.job.emplace(detail::RenderJob{
+      scene.traced(), open.view, *scene.caster, open.layers,
+      scene.materials ? &*scene.materials : nullptr, needsLight ? &*open.shader : nullptr,
+      needsNormals ? &*open.shader : nullptr, grids.samples, grids.ambient,
+      scene.pattern == SamplePattern::jittered, frameOf(scene.time),
+      open.mattes ? &*open.mattes : nullptr, open.viewsOfMoments});
+}
+
+// The same, with the surfaces where light or normals need them.
 void makeJob(const std::shared_ptr<ovo::Stage>& stage, const RenderOptions& options,
              std::vector<Problem>& problems, const scene::Work& work, OpenPicture& open) {
-  const int grid = std::max(1, static_cast<int>(std::lround(std::sqrt(options.samples))));
-  const int ambientGrid = std::max(1, static_cast<int>(std::lround(6.0 / grid)));
+  const Grids grids(options.samples);
+  const int ambientGrid = grids.ambient;
   const bool needsLight = open.layers.has(Sampling::meanOfSamples);
   const bool needsNormals = options.smooth && needsSurfaceNormals(open.layers);
   if (needsLight || needsNormals) {
-    const tarn::Box3d& box = open.extent.box;
+    const tarn::Box3d& box = open.scene->extent.box;
     const double radius = box.isEmpty() ? 1.0 : 0.5 * box.size().length();
-    open.shader.emplace(open.traced(), open.motion ? &*open.motion : nullptr, *open.caster,
-                        options.time, open.view, radius, ambientGrid, options.smooth);
+    open.shader.emplace(open.scene->traced(), open.scene->motion ? &*open.scene->motion : nullptr,
+                        *open.scene->caster, options.time, open.view, radius, ambientGrid,
+                        options.smooth);
     // Images of lights come first, and leave half of the memory to the materials'.
     std::size_t memory = options.textureMemory;
-    if (needsLight && options.lights != LightChoice::own && !open.lights.lights.empty()) {
-      open.shader->useLights(open.lights, options.lights == LightChoice::both, options.bounces,
-                             memory / 2, problems, work);
+    if (needsLight && options.lights != LightChoice::own && !open.scene->lights.lights.empty()) {
+      open.shader->useLights(open.scene->lights, options.lights == LightChoice::both,
+                             options.bounces, memory / 2, problems, work);
       memory -= std::min(open.shader->lights()->textureBytes(), memory);
     }
     if (needsLight && options.materials)
-      open.shader->useMaterials(*open.materials, options.time, memory, problems, work);
+      open.shader->useMaterials(*open.scene->materials, options.time, memory, problems, work);
     if (options.selection) {
       Selection::GeoSelection selection = *options.selection;
       open.shader->tint(selection, stage);
     }
   }
-  open.job.emplace(detail::RenderJob{
-      open.traced(), open.view, *open.caster, open.layers,
-      open.materials ? &*open.materials : nullptr, needsLight ? &*open.shader : nullptr,
-      needsNormals ? &*open.shader : nullptr, grid, ambientGrid,
-      options.pattern == SamplePattern::jittered, frameOf(options.time),
-      open.mattes ? &*open.mattes : nullptr, open.viewsOfMoments});
+  makeJob(grids, open);
 }
 
 // How bright the camera shows the scene, in powers of two: its exposure, and the time, sensitivity
@@ -205,9 +231,9 @@ bool makeMomentViews(const ovo::Stage& stage, const scene::ViewOptions& options,
   wanted.width = open.view.width;
   wanted.height = open.view.height;
   bool moves = false;
-  for (const double time : open.moments) {
+  for (const double time : open.scene->moments) {
     wanted.time = time;
-    open.momentViews.push_back(scene::makeView(stage, wanted, open.extent));
+    open.momentViews.push_back(scene::makeView(stage, wanted, open.scene->extent));
     std::optional<scene::View>& view = open.momentViews.back();
     if (view && isSameView(*view, open.view)) view.reset();
     moves = moves || view;
@@ -218,6 +244,17 @@ bool makeMomentViews(const ovo::Stage& stage, const scene::ViewOptions& options,
   return moves;
 }
 
+// \return false with the reason in \p problem
+bool openWindow(int overscan, OpenPicture& open, Problem& problem) {
+  if (overscan > 0 && !open.view.projection->canBeExtendedHorizontally()) {
+    problem = problemOf(Problem::Kind::badOption, "overscan",
+                        "the lens shows nothing more beyond the picture's edges");
+    return false;
+  }
+  open.window = {-overscan, -overscan, open.view.width + overscan, open.view.height + overscan};
+  return true;
+}
+
 // Finds what moves while the shutter is open.
 // \return false with the reason in \p problem
 bool openShutter(const ovo::Stage& stage, const RenderOptions& options,
@@ -226,9 +263,9 @@ bool openShutter(const ovo::Stage& stage, const RenderOptions& options,
                  OpenPicture& open) {
   const auto sayNone = [&](const std::string& why) {
     problems.push_back(withoutEffect("motion", why));
-    open.moments.clear();
-    open.moving.reset();
-    open.motion.reset();
+    open.scene->moments.clear();
+    open.scene->moving.reset();
+    open.scene->motion.reset();
     open.momentViews.clear();
     open.viewsOfMoments.clear();
     return true;
@@ -236,15 +273,16 @@ bool openShutter(const ovo::Stage& stage, const RenderOptions& options,
   if (!std::isfinite(options.time)) return sayNone("the picture is of no time");
   if (open.view.camera.isEmpty()) return sayNone("there is no camera, and so no shutter");
   const ovo::CameraPrim camera(stage.getPrimAtPath(open.view.camera));
-  open.moments =
+  open.scene->moments =
       scene::shutterTimes(camera.getParameters(options.time), options.time, options.motionSteps);
-  if (open.moments.empty())
+  if (open.scene->moments.empty())
     return sayNone("the shutter of " + open.view.camera.asString() + " does not open");
   const bool cameraMoves = makeMomentViews(stage, viewOptions, open);
-  open.moving = open.meshes;
-  open.motion = scene::addMotion(stage, filter, open.moments, *open.moving, &problem, work);
-  if (!open.motion) return false;
-  if (!cameraMoves && !open.motion->anythingMoves())
+  open.scene->moving = open.scene->meshes;
+  open.scene->motion =
+      scene::addMotion(stage, filter, open.scene->moments, *open.scene->moving, &problem, work);
+  if (!open.scene->motion) return false;
+  if (!cameraMoves && !open.scene->motion->anythingMoves())
     return sayNone("nothing moves while the shutter is open");
   return true;
 }
@@ -275,11 +313,11 @@ bool setUp(const std::shared_ptr<ovo::Stage>& stage, const RenderOptions& option
   std::optional<scene::MeshList> meshes =
       scene::listMeshes(*stage, filter, &problem, work.part(0.0, 0.5));
   if (!meshes) return fail(problem);
-  open.meshes = std::move(*meshes);
-  add(open.meshes.problems());
-  open.extent = scene::extentOf(open.meshes, work.part(0.5, 0.6));
+  open.scene->meshes = std::move(*meshes);
+  add(open.scene->meshes.problems());
+  open.scene->extent = scene::extentOf(open.scene->meshes, work.part(0.5, 0.6));
   if (work.isStopped()) return fail(problemOf(Problem::Kind::stopped, "", "stopped"));
-  if (open.extent.box.isEmpty()) {
+  if (open.scene->extent.box.isEmpty()) {
     Problem nothing = problemOf(Problem::Kind::nothingShown, "",
                                 "no mesh is visible, of the purposes asked for and not left out");
     nothing.severity = Problem::Severity::warning;
@@ -291,15 +329,11 @@ bool setUp(const std::shared_ptr<ovo::Stage>& stage, const RenderOptions& option
   scene::ViewOptions viewOptions = options.view;
   viewOptions.time = options.time;
   std::optional<scene::View> view =
-      scene::makeView(*stage, viewOptions, open.extent, &problem, work.part(0.6, 0.6));
+      scene::makeView(*stage, viewOptions, open.scene->extent, &problem, work.part(0.6, 0.6));
   const Problem noView = problem;
   if (view) {
     open.view = std::move(*view);
-    const int more = options.overscan;
-    if (more > 0 && !open.view.projection->canBeExtendedHorizontally())
-      return fail(problemOf(Problem::Kind::badOption, "overscan",
-                            "the lens shows nothing more beyond the picture's edges"));
-    open.window = {-more, -more, open.view.width + more, open.view.height + more};
+    if (!openWindow(options.overscan, open, problem)) return fail(problem);
     if (options.motionSteps > 0 && !openShutter(*stage, options, filter, viewOptions, problems,
                                                 problem, work.part(0.6, 0.6), open))
       return fail(problem);
@@ -309,40 +343,84 @@ bool setUp(const std::shared_ptr<ovo::Stage>& stage, const RenderOptions& option
   const bool showsMaterials = options.materials && open.layers.has(Sampling::meanOfSamples);
   if (showsMaterials || open.layers.has("material") ||
       hasMatte(open.layers, detail::MatteKind::material)) {
-    open.materials =
-        scene::findMaterials(*stage, open.traced(), options.materialPurpose, options.time, work);
+    open.scene->materials = scene::findMaterials(*stage, open.scene->traced(),
+                                                 options.materialPurpose, options.time, work);
     if (work.isStopped()) return fail(problemOf(Problem::Kind::stopped, "", "stopped"));
-    add(open.materials->problems);
+    add(open.scene->materials->problems);
   }
 
   // What shines on them.
   if (open.layers.has(Sampling::meanOfSamples)) {
-    open.lights = scene::listLights(*stage, open.traced(), filter, work.part(0.6, 0.6));
+    open.scene->lights =
+        scene::listLights(*stage, open.scene->traced(), filter, work.part(0.6, 0.6));
     if (work.isStopped()) return fail(problemOf(Problem::Kind::stopped, "", "stopped"));
-    if (options.lights != LightChoice::own) add(open.lights.problems);
+    if (options.lights != LightChoice::own) add(open.scene->lights.problems);
   }
 
   // What answers the camera's rays.
   if (!view) return fail(noView);
   add(open.view.problems);
-  open.caster =
-      open.motion ? scene::RayCaster::make(options.caster, *open.moving, *open.motion, open.extent,
-                                           options.time, &problem, work.part(0.6, 1.0))
-                  : scene::RayCaster::make(options.caster, open.meshes, open.extent, options.time,
-                                           &problem, work.part(0.6, 1.0));
-  if (!open.caster) return fail(problem);
-  add(open.caster->problems());
+  open.scene->caster =
+      open.scene->motion
+          ? scene::RayCaster::make(options.caster, *open.scene->moving, *open.scene->motion,
+                                   open.scene->extent, options.time, &problem, work.part(0.6, 1.0))
+          : scene::RayCaster::make(options.caster, open.scene->meshes, open.scene->extent,
+                                   options.time, &problem, work.part(0.6, 1.0));
+  if (!open.scene->caster) return fail(problem);
+  add(open.scene->caster->problems());
   if (work.isStopped()) return fail(problemOf(Problem::Kind::stopped, "", "stopped"));
 
   if (open.layers.has(Sampling::coverageOfSamples))
-    open.mattes.emplace(open.traced(), open.materials ? &*open.materials : nullptr, open.layers,
+    open.mattes.emplace(open.scene->traced(),
+                        open.scene->materials ? &*open.scene->materials : nullptr, open.layers,
                         problems);
-  open.time = options.time;
-  open.framesPerSecond = stage->getFramesPerSecond();
+  open.scene->time = options.time;
+  open.scene->pattern = options.pattern;
+  open.scene->smooth = options.smooth;
+  open.scene->overscan = options.overscan;
+  open.scene->framesPerSecond = stage->getFramesPerSecond();
   if (!open.view.camera.isEmpty())
     open.exposure = exposureOf(stage->getPrimAtPath(open.view.camera), options.time);
   makeJob(stage, options, problems, work, open);
   if (work.isStopped()) return fail(problemOf(Problem::Kind::stopped, "", "stopped"));
+  return true;
+}
+
+// Another view of the scene that is found and built already.
+// \return false with the reason in \p problem
+bool setUpView(const OpenPicture& from, scene::View view, int samples,
+               const std::vector<std::string>& layers, float exposure, OpenPicture& open,
+               Problem& problem) {
+  const auto fail = [&](const char* option, const std::string& reason) {
+    problem = problemOf(Problem::Kind::badOption, option, reason);
+    return false;
+  };
+  if (samples < 1 || samples > kMostSamples)
+    return fail("samples", outside(samples, 1, kMostSamples));
+  for (const auto& [option, size] : {std::pair("width", view.width), {"height", view.height}})
+    if (size < 1 || size > kWidest) return fail(option, outside(size, 1, kWidest));
+  if (!view.projection) return fail("view", "it has no lens");
+  std::string reason;
+  std::optional<LayerChoice> choice = chooseLayers(layers, &reason);
+  if (!choice) return fail("layers", reason);
+  for (const ChosenLayer& layer : choice->layers)
+    if (!from.layers.has(layer.info->name))
+      return fail("layers", "the picture that is set up has no " + layer.info->name);
+
+  open.scene = from.scene;
+  open.layers = std::move(*choice);
+  open.view = std::move(view);
+  open.exposure = exposure;
+  if (!openWindow(open.scene->overscan, open, problem)) return false;
+  open.viewsOfMoments.assign(open.scene->moments.size(), &open.view);
+  const Grids grids(samples);
+  if (from.shader) open.shader.emplace(*from.shader, open.view, grids.ambient);
+  std::vector<Problem> known;  // the picture that is set up has said so
+  if (open.layers.has(Sampling::coverageOfSamples))
+    open.mattes.emplace(open.scene->traced(),
+                        open.scene->materials ? &*open.scene->materials : nullptr, open.layers,
+                        known);
+  makeJob(grids, open);
   return true;
 }
 
@@ -448,10 +526,11 @@ bool renderPieces(const OpenPicture& open, const Tile& tile, int x0, int y0, Pic
 Picture makeEmpty(const OpenPicture& open, int width, int height) {
   Picture picture = open.layers.makePicture(width, height);
   describeView(open.view, picture);
-  if (std::isfinite(open.time))
-    picture.attributes.push_back({"frame", static_cast<float>(open.time)});
+  if (std::isfinite(open.scene->time))
+    picture.attributes.push_back({"frame", static_cast<float>(open.scene->time)});
   if (open.exposure != 0.0f) picture.attributes.push_back({"exposure", open.exposure});
-  picture.attributes.push_back({"framesPerSecond", static_cast<float>(open.framesPerSecond)});
+  picture.attributes.push_back(
+      {"framesPerSecond", static_cast<float>(open.scene->framesPerSecond)});
   for (const std::string& matte : cryptomattesOf(picture)) {
     picture.attributes.push_back({cryptomatteAttribute(matte, "name"), matte});
     picture.attributes.push_back(
@@ -460,13 +539,14 @@ Picture makeEmpty(const OpenPicture& open, int width, int height) {
         {cryptomatteAttribute(matte, "conversion"), std::string("uint32_to_float32")});
   }
   if (open.layers.has("prim")) {
-    const std::size_t count = open.meshes.entries.size();
+    const std::size_t count = open.scene->meshes.entries.size();
     picture.manifest.reserve(count);
-    for (std::size_t i = 0; i < count; ++i) picture.manifest.push_back(nameOf(open.meshes, i));
+    for (std::size_t i = 0; i < count; ++i)
+      picture.manifest.push_back(nameOf(open.scene->meshes, i));
   }
   if (open.layers.has("material")) {
     std::vector<std::string> names;
-    for (const ovo::Prim& material : open.materials->materials)
+    for (const ovo::Prim& material : open.scene->materials->materials)
       names.push_back(material.getPath().asString());
     picture.attributes.push_back({"material/manifest", manifestText(names)});
   }
@@ -492,16 +572,34 @@ std::unique_ptr<PictureRenderer> PictureRenderer::make(const std::shared_ptr<ovo
   return std::unique_ptr<PictureRenderer>(new PictureRenderer(std::move(opened)));
 }
 
+std::unique_ptr<PictureRenderer> PictureRenderer::withView(const ovo::Stage& stage,
+                                                           scene::View view, int samples,
+                                                           const std::vector<std::string>& layers,
+                                                           scene::Problem* problem) const {
+  auto opened = std::make_unique<OpenPicture>();
+  const float exposure = view.camera.isEmpty()
+                             ? open_->exposure
+                             : exposureOf(stage.getPrimAtPath(view.camera), open_->scene->time);
+  Problem reason;
+  if (!setUpView(*open_, std::move(view), samples, layers, exposure, *opened, reason)) {
+    if (problem) *problem = reason;
+    return nullptr;
+  }
+  return std::unique_ptr<PictureRenderer>(new PictureRenderer(std::move(opened)));
+}
+
 int PictureRenderer::width() const noexcept { return open_->view.width; }
 int PictureRenderer::height() const noexcept { return open_->view.height; }
 Tile PictureRenderer::window() const noexcept { return open_->window; }
-const std::vector<double>& PictureRenderer::moments() const noexcept { return open_->moments; }
+const std::vector<double>& PictureRenderer::moments() const noexcept {
+  return open_->scene->moments;
+}
 const LayerChoice& PictureRenderer::layers() const noexcept { return open_->layers; }
-const scene::MeshList& PictureRenderer::meshes() const noexcept { return open_->meshes; }
-const scene::Extent& PictureRenderer::extent() const noexcept { return open_->extent; }
+const scene::MeshList& PictureRenderer::meshes() const noexcept { return open_->scene->meshes; }
+const scene::Extent& PictureRenderer::extent() const noexcept { return open_->scene->extent; }
 const scene::View& PictureRenderer::view() const noexcept { return open_->view; }
-const scene::RayCaster& PictureRenderer::caster() const noexcept { return *open_->caster; }
-const scene::SceneLights& PictureRenderer::lights() const noexcept { return open_->lights; }
+const scene::RayCaster& PictureRenderer::caster() const noexcept { return *open_->scene->caster; }
+const scene::SceneLights& PictureRenderer::lights() const noexcept { return open_->scene->lights; }
 std::uint64_t PictureRenderer::raysTraced() const noexcept {
   return open_->counter.cameraRays.load(std::memory_order_relaxed) +
          open_->counter.lightRays.load(std::memory_order_relaxed);

@@ -131,6 +131,23 @@ class VELA_PICTURE_API PictureRenderer {
       const std::shared_ptr<ovo::Stage>& stage, const RenderOptions& options,
       std::vector<scene::Problem>* problems = nullptr, const scene::Work& work = {});
 
+  /// The same scene in another view: shares what this one has found and built, so that it is there
+  /// at once, for viewers whose camera moves. Its pictures are those of a renderer that is made
+  /// with that view, number of samples and layers.
+  ///
+  /// \param stage   this renderer's
+  /// \param view    as makeView() gives it, or changed from that: its placement, film and size. One
+  ///                without a camera keeps the exposure of this renderer's camera. With motion it
+  ///                stands still while the shutter is open
+  /// \param samples as RenderOptions::samples
+  /// \param layers  names for chooseLayers(), of layers that this renderer has
+  /// \param problem badOption on failure; else untouched
+  /// \return null on failure. What comes back may outlive this renderer
+  [[nodiscard]] std::unique_ptr<PictureRenderer> withView(const ovo::Stage& stage, scene::View view,
+                                                          int samples,
+                                                          const std::vector<std::string>& layers,
+                                                          scene::Problem* problem = nullptr) const;
+
   ~PictureRenderer();
   PictureRenderer(const PictureRenderer&) = delete;
   PictureRenderer& operator=(const PictureRenderer&) = delete;

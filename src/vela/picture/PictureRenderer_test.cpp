@@ -501,4 +501,110 @@ TEST(PictureRenderer, WhatIsSelectedIsTintedButItsAlbedoIsNot) {
   EXPECT_EQ(plain->layer("albedo").floats(8, 8), tinted->layer("albedo").floats(8, 8));
 }
 
+// True when two pictures are the same in every value and attribute.
+void expectSame(const Picture& one, const Picture& other) {
+  ASSERT_EQ(one.layers.size(), other.layers.size());
+  for (std::size_t i = 0; i < one.layers.size(); ++i) {
+    EXPECT_EQ(one.layers[i].name, other.layers[i].name);
+    const auto& a = one.layers[i].floats;
+    const auto& b = other.layers[i].floats;
+    ASSERT_EQ(a.size(), b.size());
+    EXPECT_TRUE(a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(float)) == 0)
+        << one.layers[i].name;
+    EXPECT_EQ(one.layers[i].integers, other.layers[i].integers);
+  }
+  EXPECT_EQ(one.manifest, other.manifest);
+  ASSERT_EQ(one.attributes.size(), other.attributes.size());
+  for (std::size_t i = 0; i < one.attributes.size(); ++i) {
+    EXPECT_EQ(one.attributes[i].name, other.attributes[i].name);
+    EXPECT_TRUE(one.attributes[i].value == other.attributes[i].value) << one.attributes[i].name;
+  }
+}
+
+// The view that the options settle on, with what the renderer found.
+vela::scene::View viewOf(const ovo::Stage& stage, const RenderOptions& options,
+                         const PictureRenderer& renderer) {
+  vela::scene::ViewOptions wanted = options.view;
+  wanted.time = options.time;
+  return vela::scene::makeView(stage, wanted, renderer.extent()).value();
+}
+
+TEST(PictureRenderer, AnotherViewIsThatOfARendererMadeForIt) {
+  const auto stage = demo();
+  RenderOptions options = smallOptions();
+  for (const LayerGroup& group : layerGroups())
+    options.layers.insert(options.layers.end(), group.layers.begin(), group.layers.end());
+  for (const bool smooth : {false, true}) {
+    options.smooth = smooth;
+    const auto first = rendererOf(stage, options);
+    RenderOptions other = options;
+    other.view.lens = smooth ? vela::LensProjection::spherical : vela::LensProjection::perspective;
+    other.view.turn = 75.0;
+    other.view.width = 33;
+    other.view.height = 21;
+    other.samples = 9;
+    for (const std::vector<std::string>& layers :
+         {std::vector<std::string>{"rgba"}, {"N", "depth"}, {"crypto_object"}, options.layers}) {
+      other.layers = layers;
+      const auto again = first->withView(*stage, viewOf(*stage, other, *first), 9, layers);
+      ASSERT_TRUE(again);
+      expectSame(*again->renderAll(2), *rendererOf(stage, other)->renderAll(2));
+    }
+    // And so once more by way of the second, which may be gone when the third is at work.
+    auto second = first->withView(*stage, viewOf(*stage, other, *first), 9, options.layers);
+    const auto third =
+        second->withView(*stage, viewOf(*stage, options, *first), options.samples, options.layers);
+    second.reset();
+    expectSame(*third->renderAll(2), *first->renderAll(2));
+  }
+}
+
+TEST(PictureRenderer, AViewThatWasMovedKeepsTheExposureAndNamesNoCamera) {
+  const auto stage = square();
+  const auto camera = stage->definePrim(ovo::Path("/Camera"), ovo::Token("Camera"));
+  ovo::XformablePrim(camera).setLocalXform(
+      [] {
+        tarn::Mat4d m;
+        m.translate({0, 0, 5});
+        return m;
+      }(),
+      tarn::defaultTimeValue());
+  camera.createAttr(ovo::Token("exposure"), ovo::Token("float"))
+      .set(2.0f, tarn::defaultTimeValue());
+  const RenderOptions options = smallOptions(16, 16);
+  const auto renderer = rendererOf(stage, options);
+  vela::scene::View view = viewOf(*stage, options, *renderer);
+  view.camera = ovo::Path();
+  view.worldFromCamera.translate({0, 0, 1});
+  const auto moved = renderer->withView(*stage, std::move(view), 1, {"depth"});
+  ASSERT_TRUE(moved);
+  const auto picture = moved->renderAll(1);
+  EXPECT_EQ(countOf(*picture, "camera"), 0);
+  EXPECT_EQ(valueOf<float>(*picture, "exposure"), 2.0f);
+  const auto before = renderer->renderAll(1);
+  EXPECT_EQ(picture->layer("depth").floats(8, 8), before->layer("depth").floats(8, 8) + 1.0f);
+}
+
+TEST(PictureRenderer, AnotherViewSaysWhyThereIsNone) {
+  const auto stage = square();
+  RenderOptions options = smallOptions(16, 16);
+  options.layers = {"rgba", "depth"};
+  const auto renderer = rendererOf(stage, options);
+  const auto why = [&](int samples, const std::vector<std::string>& layers, auto change) {
+    vela::scene::View view = viewOf(*stage, options, *renderer);
+    change(view);
+    Problem problem;
+    EXPECT_FALSE(renderer->withView(*stage, std::move(view), samples, layers, &problem));
+    EXPECT_EQ(problem.kind, Problem::Kind::badOption);
+    return problem.subject + ": " + problem.reason;
+  };
+  const auto asIs = [](vela::scene::View&) {};
+  EXPECT_EQ(why(0, {"rgba"}, asIs), "samples: 0 is not from 1 to 4096");
+  EXPECT_EQ(why(1, {"N"}, asIs), "layers: the picture that is set up has no N");
+  EXPECT_EQ(why(1, {"heat"}, asIs).substr(0, 27), "layers: no such layer: heat");
+  EXPECT_EQ(why(1, {"rgba"}, [](auto& view) { view.width = 0; }),
+            "width: 0 is not from 1 to 65536");
+  EXPECT_EQ(why(1, {"rgba"}, [](auto& view) { view.projection.reset(); }), "view: it has no lens");
+}
+
 }  // namespace

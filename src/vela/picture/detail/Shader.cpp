@@ -38,6 +38,9 @@ Shader::Shader(const scene::MeshList& meshes, const scene::SceneMotion* motion,
                const scene::RayCaster& caster, double time, const scene::View& view, double radius,
                int ambientGrid, bool smooth)
     : meshes_(meshes),
+      scenery_(std::make_shared<Scenery>()),
+      surfaces_(scenery_->surfaces),
+      placed_(scenery_->placed),
       up_(view.up),
       reach_(static_cast<float>(0.5 * radius)),
       ambient_(ambientGrid * ambientGrid) {
@@ -55,7 +58,25 @@ Shader::Shader(const scene::MeshList& meshes, const scene::SceneMotion* motion,
          instance && instance->hasColour && !surface.hasOwnColour() ? &instance->colour : nullptr,
          static_cast<float>(scaleOf(entry.worldFromObject))});
   }
+  placeOwnLights(view);
+}
 
+Shader::Shader(const Shader& other, const scene::View& view, int ambientGrid)
+    : meshes_(other.meshes_),
+      scenery_(other.scenery_),
+      surfaces_(scenery_->surfaces),
+      placed_(scenery_->placed),
+      looks_(other.looks_),
+      lights_(other.lights_),
+      up_(view.up),
+      reach_(other.reach_),
+      ambient_(ambientGrid * ambientGrid),
+      hasOwnLights_(other.hasOwnLights_),
+      bounces_(other.bounces_) {
+  placeOwnLights(view);
+}
+
+void Shader::placeOwnLights(const scene::View& view) {
   // The lights stand by the camera, level with the scene's horizon, so that any scene is lit from
   // any side. Seen from straight above or below the picture's lower edge is the front.
   Vec3d back = axis(view.worldFromCamera, 2);
@@ -98,7 +119,8 @@ void Shader::useMaterials(const scene::SceneMaterials& materials, double time,
                           const scene::Work& work) {
   auto looks = std::make_unique<Looks>(meshes_, materials, surfaces_, time, textureBytes, work);
   problems.insert(problems.end(), looks->problems().begin(), looks->problems().end());
-  looks_ = std::move(looks);
+  scenery_->looks = std::move(looks);
+  looks_ = scenery_->looks.get();
 }
 
 scene::WorldRay Shader::raysBehind(const LitPoint& point, const scene::WorldRay& ray,

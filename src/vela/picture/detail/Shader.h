@@ -53,6 +53,9 @@ class Shader {
   Shader(const scene::MeshList& meshes, const scene::SceneMotion* motion,
          const scene::RayCaster& caster, double time, const scene::View& view, double radius,
          int ambientGrid, bool smooth);
+  /// The same for another view, with the surfaces, materials and lights of \p other; those must not
+  /// change any more.
+  Shader(const Shader& other, const scene::View& view, int ambientGrid);
 
   /// Tints what the selection has, from now on.
   /// \param selection its status of prims is brought up to date by \p stage
@@ -73,7 +76,7 @@ class Shader {
                  const scene::Work& work);
   [[nodiscard]] bool hasOwnLights() const { return hasOwnLights_; }
   /// Of the scene; null when they do not shine.
-  [[nodiscard]] const Lights* lights() const { return lights_ ? &*lights_ : nullptr; }
+  [[nodiscard]] const Lights* lights() const { return lights_; }
 
   /// True when some face shows a material; light() would not show it.
   [[nodiscard]] bool hasLooks() const { return looks_ && looks_->any(); }
@@ -216,15 +219,26 @@ class Shader {
   void addDaylight(const LitPoint& point, const PixelSamples& samples, std::size_t sample,
                    Batch& batch) const;
 
+  // What is the same from everywhere.
+  struct Scenery {
+    std::vector<scene::Surface> surfaces;  // of each shape
+    std::vector<Placed> placed;            // of each entry
+    std::unique_ptr<const Looks> looks;
+    std::unique_ptr<const Lights> lights;
+  };
+  void placeOwnLights(const scene::View& view);
+
   const scene::MeshList& meshes_;
-  std::vector<scene::Surface> surfaces_;  // of each shape
-  std::vector<Placed> placed_;            // of each entry
+  std::shared_ptr<Scenery> scenery_;
+  // Of the scenery.
+  std::vector<scene::Surface>& surfaces_;
+  std::vector<Placed>& placed_;
+  const Looks* looks_ = nullptr;
+  const Lights* lights_ = nullptr;
   Directional key_, fill_;
   tarn::Vec3f up_;
   float reach_;  // how far the rays of daylight look at most
   int ambient_;  // how many there are for a sample
-  std::unique_ptr<const Looks> looks_;
-  std::optional<const Lights> lights_;
   bool hasOwnLights_ = true;
   int bounces_ = 0;
 };

@@ -60,7 +60,8 @@ struct Shader::Draws {
 void Shader::useLights(const scene::SceneLights& lights, bool withOwn, int bounces,
                        std::size_t textureBytes, std::vector<scene::Problem>& problems,
                        const scene::Work& work) {
-  lights_.emplace(lights, textureBytes, work);
+  scenery_->lights = std::make_unique<const Lights>(lights, textureBytes, work);
+  lights_ = scenery_->lights.get();
   hasOwnLights_ = withOwn;
   bounces_ = bounces;
   problems.insert(problems.end(), lights_->problems().begin(), lights_->problems().end());
