@@ -22,6 +22,8 @@ import unittest
 import zlib
 
 COMMAND, ROOT, EXRHEADER = sys.argv[1], pathlib.Path(sys.argv[2]), sys.argv[3]
+sys.path.insert(0, str(ROOT / "tests/support"))
+from serving import serves  # noqa: E402
 
 # A room of shapes, purposes and orientations; Z up, a unit is a metre.
 SCENE = """#usda 1.0
@@ -106,7 +108,7 @@ def Xform "World"
 }
 """
 
-VERBS = ("render", "pick", "explain", "info", "mesh", "make", "channels", "select", "resolve", "selftest", "help")
+VERBS = ("render", "view", "pick", "explain", "info", "mesh", "make", "channels", "select", "resolve", "selftest", "help")
 
 
 def run(*arguments, **more):
@@ -166,7 +168,10 @@ class Help(Case):
                 if words[0] == "render":  # as they stand, but small: what is tested is that they run
                     words += ["--samples", "1"] if "--samples" not in words else []
                     words += ["--size", "64x32"] if "--size" not in words else []
-                self.good(*words, cwd=self.at)
+                if words[0] == "view":  # which answers until it is told to end
+                    self.assertEqual(serves([COMMAND], *words, cwd=self.at), "")
+                else:
+                    self.good(*words, cwd=self.at)
                 count += 1
         self.assertGreaterEqual(count, 16)
 
@@ -176,8 +181,9 @@ class Help(Case):
             options = set(re.findall(r"--[a-z-]+", run(verb, "--help").stdout.split("Examples", 1)[0])) - {"--help"}
             self.assertGreater(len(options), 0)
             for option in options:
-                # An option that is not known is complained about by name.
-                self.assertNotIn(f"no such option: {option}", run(verb, self.scene, option).stderr)
+                # An option that is not known is complained about by name. A page would be served until it is told to end.
+                ends = ["--port", "x"] if verb == "view" else []
+                self.assertNotIn(f"no such option: {option}", run(verb, self.scene, option, *ends).stderr)
             self.assertIn("no such option: --no-such", run(verb, self.scene, "--no-such").stderr)
 
     def test_the_version_is_told(self):

@@ -292,7 +292,7 @@ def PointInstancer "A" {{
             "noTile": [*render, "--from-tiles", self.at / "none.{tile}.exr"],
             "otherVersion": ["submit", s, "--check", "9.8.7"],
             "notHere": ["submit", s, "--check", VERSION, "--input", self.at / "none.sel"],
-            "noManager": ["resolve", "bal:///x"], "badManager": ["resolve", "bal:///x"], "cannotResolve": ["resolve", "file://elsewhere/x"],
+            "cannotServe": ["view", s, "--bind", "localhost"], "noManager": ["resolve", "bal:///x"], "badManager": ["resolve", "bal:///x"], "cannotResolve": ["resolve", "file://elsewhere/x"],
             "outOfMemory": None, "killed": None, "readerCrashed": None, "crashed": None}
 
     def line_of(self, name, arguments):

@@ -3,7 +3,7 @@
 
 - Each ```cpp block of the README and the guide is a whole program that compiles and exits with 0.
 - Each line of a ```sh block of any page but the gallery, whose tests run them, is run by bash, in order; a comment `# exit code N` states another code than 0. `export NAME=VALUE`
-  holds for the rest of the block. No other block may hold a line that begins with `vela `.
+  holds for the rest of the block. `vela view` is ended when it has given its page. No other block may hold a line that begins with `vela `.
 - Each example of `vela help VERB` is run, in the order of the verbs, and exits with 0. Man pages have the same examples.
 - What a page names as `vela VERB --option` within a line is in the table of the command; scripts and presets that blocks of other kinds name are there.
 
@@ -13,9 +13,13 @@ import json
 import os
 import pathlib
 import re
+import shlex
 import subprocess
 import sys
 import tempfile
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "support"))
+from serving import serves  # noqa: E402
 
 BLOCK = re.compile(r"^```(\w*)\n(.*?)^```", re.M | re.S)
 EXPORT = re.compile(r"^export (\w+)=(\S+)$")
@@ -44,6 +48,8 @@ class Scratch:
         self.environment = dict(kept, PATH=f"{pathlib.Path(command).parent}:{os.environ['PATH']}")
 
     def run_line(self, line, **exported):
+        if line.startswith("vela view "):  # which answers until it is told to end
+            return serves(["vela"], *shlex.split(line)[1:], cwd=self.at, env={**self.environment, **exported})
         stated = STATED.search(line)
         # A pipe ends with the code of the command that fails, as a reader of its output would want to know.
         return run(["bash", "-o", "pipefail", "-c", line], int(stated[1]) if stated else 0, cwd=self.at, env={**self.environment, **exported})

@@ -36,6 +36,7 @@ void readVerb(const std::string& verb, std::vector<char*>& words) {
   using namespace command;
   if (verb == "render") read<RenderOptions>(words);
   if (verb == "submit") read<SubmitOptions>(words);
+  if (verb == "view") read<ViewVerbOptions>(words);
   if (verb == "pick") read<PickOptions>(words);
   if (verb == "explain") read<ExplainOptions>(words);
   if (verb == "info") read<InfoOptions>(words);

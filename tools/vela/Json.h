@@ -12,6 +12,7 @@
 #include "tarn/Vec.h"
 #include "vela/scene/ExplainRay.h"
 #include "vela/scene/SceneSummary.h"
+#include "vela/selection/GeoSelection.h"
 
 namespace command {
 
@@ -121,6 +122,9 @@ struct SelectionReport {
   std::string file;
   std::vector<Object> objects;  ///< by path
 };
+
+/// What a selection holds.
+[[nodiscard]] SelectionReport reportOf(const vela::Selection::GeoSelection& selection);
 
 struct ResolveReport {
   struct Reference {

@@ -214,6 +214,41 @@ void readTile(const Arguments& given, RenderOptions& options) {
 
 }  // namespace
 
+namespace {
+
+// What both a picture and a page that shows it take.
+void readQuality(const Arguments& given, RenderOptions& options) {
+  readInteger(given, "--samples", 1, 4096, options.samples);
+  readInteger(given, "--threads", 0, 1024, options.threads);
+  int purpose = 0;
+  readWord(given, "--material-purpose", {"full", "preview", "none"}, purpose);
+  options.materials = purpose != 2;
+  if (purpose == 1) options.scene.materialPurpose = vela::scene::MaterialPurpose::preview;
+  readInteger(given, "--texture-memory", 1, 1 << 20, options.textureMemory);
+  readWord(given, "--lights", {"scene", "own", "both"}, options.lights);
+  readInteger(given, "--bounces", 0, 8, options.bounces);
+  options.depthOfField = given.has("--dof");
+  readWord(given, "--pattern", {"jittered", "regular"}, options.pattern);
+}
+
+}  // namespace
+
+bool readArguments(int count, char** arguments, ViewVerbOptions& options) {
+  Arguments given(*findVerb("view"));
+  if (!given.read(count, arguments)) return false;
+  readScene(given, options.render.scene);
+  readQuality(given, options.render);
+  readDisplay(given, options.render);
+  if (options.render.samples == 1)
+    sayUnused(given, {"--pattern", "--dof"}, "a single sample is the pixel's centre");
+  int port = 0;
+  readInteger(given, "--port", 0, 65535, port);
+  options.port = static_cast<unsigned short>(port);
+  if (given.has("--bind")) options.address = given.text("--bind");
+  options.opensBrowser = given.has("--open");
+  return true;
+}
+
 bool readArguments(int count, char** arguments, RenderOptions& options) {
   Arguments given(*findVerb("render"));
   if (!given.read(count, arguments)) return false;
@@ -228,18 +263,9 @@ bool readArguments(int count, char** arguments, RenderOptions& options) {
   readTile(given, options);
   options.selection = given.text("--selection");
   options.statistics = given.has("--stats");
-  readInteger(given, "--samples", 1, 4096, options.samples);
-  readInteger(given, "--threads", 0, 1024, options.threads);
-  int purpose = 0;
-  readWord(given, "--material-purpose", {"full", "preview", "none"}, purpose);
-  options.materials = purpose != 2;
-  if (purpose == 1) options.scene.materialPurpose = vela::scene::MaterialPurpose::preview;
-  readInteger(given, "--texture-memory", 1, 1 << 20, options.textureMemory);
-  readWord(given, "--lights", {"scene", "own", "both"}, options.lights);
-  readInteger(given, "--bounces", 0, 8, options.bounces);
+  readQuality(given, options);
   if (options.lights == vela::picture::LightChoice::own)
     sayUnused(typed, {"--bounces"}, "light of Vela's own lights is not scattered on");
-  options.depthOfField = given.has("--dof");
   options.motion = given.has("--motion");
   readInteger(given, "--motion-steps", 1, 1024, options.motionSteps);
   readInteger(given, "--overscan", 0, 16384, options.overscan);
@@ -247,7 +273,6 @@ bool readArguments(int count, char** arguments, RenderOptions& options) {
   if (options.motion && options.scene.engine == vela::scene::CasterKind::hitDetector)
     throw failure(Message::notTogether,
                   {"--motion", "--engine hit-detector", ", which takes meshes at one time alone"});
-  readWord(given, "--pattern", {"jittered", "regular"}, options.pattern);
   if (options.samples == 1)
     sayUnused(given, {"--pattern", "--dof", "--motion"}, "a single sample is the pixel's centre");
   const auto has = [&](auto isThat) {

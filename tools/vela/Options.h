@@ -129,6 +129,13 @@ struct SubmitOptions {
   std::string seen;  ///< the file that says what of the scene it must see; empty: nothing does
 };
 
+struct ViewVerbOptions {
+  RenderOptions render;
+  std::string address = "127.0.0.1";
+  unsigned short port = 0;  ///< 0: any that is free
+  bool opensBrowser = false;
+};
+
 struct PickOptions {
   SceneOptions scene;
   bool byRay = false;
@@ -201,6 +208,7 @@ struct HelpOptions {
 /// \return false when the verb's help was asked for and printed
 bool readArguments(int count, char** arguments, RenderOptions& options);
 bool readArguments(int count, char** arguments, SubmitOptions& options);
+bool readArguments(int count, char** arguments, ViewVerbOptions& options);
 bool readArguments(int count, char** arguments, PickOptions& options);
 bool readArguments(int count, char** arguments, InfoOptions& options);
 bool readArguments(int count, char** arguments, MeshOptions& options);
@@ -215,6 +223,7 @@ bool readArguments(int count, char** arguments, SelftestOptions& options);
 // The verbs. They give the exit code of what is no failure. \throws Failure, Interrupted
 ExitCode render(const RenderOptions& options);
 ExitCode submit(const SubmitOptions& options);
+ExitCode view(const ViewVerbOptions& options);
 ExitCode pick(const PickOptions& options);
 ExitCode explain(const ExplainOptions& options);
 ExitCode info(const InfoOptions& options);

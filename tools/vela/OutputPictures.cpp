@@ -197,6 +197,18 @@ PictureWindow innerWindow(const PictureWindow& window) {
   return {std::max(window.x, 0), std::max(window.y, 0), window.width, window.height};
 }
 
+vela::picture::ExrOptions exrOptions(const RenderOptions& options, const PictureWindow& window) {
+  vela::picture::ExrOptions exr;
+  exr.compression = options.files.compression;
+  exr.halfColour = options.files.halfColour;
+  exr.x = window.x;
+  exr.y = window.y;
+  exr.displayWidth = window.width;
+  exr.displayHeight = window.height;
+  exr.threads = vela::picture::threadCount(options.threads);
+  return exr;
+}
+
 }  // namespace
 
 void readOutputs(const Arguments& arguments, RenderOptions& options) {
@@ -229,6 +241,18 @@ void readOutputs(const Arguments& arguments, RenderOptions& options) {
     }
     files.compression = *compression;
   }
+  files.manifest = arguments.text("--manifest");
+  readDisplay(arguments, options);
+
+  // What does not go together, as far as names alone tell.
+  for (const PictureOutput& output : options.outputs)
+    if (output.format == FileFormat::jpg && files.behind == Behind::nothing)
+      throw failure(Message::notTogether,
+                    {"--background none", output.file, ", since JPEG has no alpha"});
+}
+
+void readDisplay(const Arguments& arguments, RenderOptions& options) {
+  PictureFileOptions& files = options.files;
   if (arguments.has("--background")) readBehind(arguments.text("--background"), options);
   if (arguments.has("--exposure")) {
     std::vector<double> stops;
@@ -239,13 +263,6 @@ void readOutputs(const Arguments& arguments, RenderOptions& options) {
   }
   files.view = arguments.text("--view");
   files.display = arguments.text("--display");
-  files.manifest = arguments.text("--manifest");
-
-  // What does not go together, as far as names alone tell.
-  for (const PictureOutput& output : options.outputs)
-    if (output.format == FileFormat::jpg && files.behind == Behind::nothing)
-      throw failure(Message::notTogether,
-                    {"--background none", output.file, ", since JPEG has no alpha"});
 }
 
 void checkLayers(const std::vector<std::string>& layers) { (void)choose(layers); }
@@ -260,6 +277,21 @@ std::vector<std::string> layersToRender(const RenderOptions& options) {
   }
   if (!options.show.empty()) layers.push_back(options.show);
   return layers;
+}
+
+vela::picture::DisplayOptions displayOptions(const PictureFileOptions& files) {
+  std::string why;
+  vela::picture::ViewTransformOptions view{configuration(files), files.view, files.display};
+  if (!view.config.empty()) noteInput(view.config);
+  const auto made = vela::picture::ViewTransform::make(view, &why);
+  if (!made && !view.config.empty()) throw failure(Message::badConfiguration, {view.config, why});
+  if (!made) throw failure(Message::badView, {why});
+  vela::picture::DisplayOptions display;
+  display.view = *made;
+  display.exposure = files.exposure;
+  display.behind = files.behind;
+  display.colour = files.colour;
+  return display;
 }
 
 OutputPictures::OutputPictures(const RenderOptions& options) : options_(options) {
@@ -287,18 +319,7 @@ OutputPictures::OutputPictures(const RenderOptions& options) : options_(options)
     (void)choose({options.show});
     (void)streamToShowOn(options);
   }
-  if (!hasImages && options.show.empty()) return;
-  std::string why;
-  vela::picture::ViewTransformOptions view{configuration(options.files), options.files.view,
-                                           options.files.display};
-  if (!view.config.empty()) noteInput(view.config);
-  const auto made = vela::picture::ViewTransform::make(view, &why);
-  if (!made && !view.config.empty()) throw failure(Message::badConfiguration, {view.config, why});
-  if (!made) throw failure(Message::badView, {why});
-  display_.view = *made;
-  display_.exposure = options.files.exposure;
-  display_.behind = options.files.behind;
-  display_.colour = options.files.colour;
+  if (hasImages || !options.show.empty()) display_ = displayOptions(options.files);
 }
 
 std::vector<std::string> OutputPictures::namesOf(const RenderOptions& options) {
@@ -387,17 +408,22 @@ void OutputPictures::writeExr(const File& file, const Picture& picture,
     const fs::path names = fs::absolute(manifest_->finalName()).lexically_proximate(beside);
     (void)takeCryptomatteManifests(part, names.generic_string());
   }
-  vela::picture::ExrOptions exr;
-  exr.compression = options_.files.compression;
-  exr.halfColour = options_.files.halfColour;
-  exr.x = window.x;
-  exr.y = window.y;
-  exr.displayWidth = window.width;
-  exr.displayHeight = window.height;
-  exr.threads = vela::picture::threadCount(options_.threads);
+  const vela::picture::ExrOptions exr = exrOptions(options_, window);
   writeWhole(*file.file, [&](const std::string& to, std::string* why) {
     return vela::picture::writeExr(part, to, exr, why);
   });
+}
+
+std::string exrBytes(const RenderOptions& options, Picture picture, const PictureWindow& window,
+                     bool isRecorded) {
+  const std::vector<std::string> layers = namesIn(choose(options.layers));
+  choose(layers).reduce(picture);
+  if (isRecorded) recordLayers(layers, picture);
+  std::vector<unsigned char> bytes;
+  std::string why;
+  if (!writeExr(picture, bytes, exrOptions(options, window), &why))
+    throw failure(Message::cannotWrite, {"the picture", why, ""});
+  return {bytes.begin(), bytes.end()};
 }
 
 void OutputPictures::writeImage(const File& file, const Picture& picture,

@@ -20,6 +20,12 @@ namespace command {
 /// Reads which files to write, and how. \throws Failure (usage) on wrong names and values
 void readOutputs(const Arguments& arguments, RenderOptions& options);
 
+/// The part of it that says how colour is shown. \throws Failure (usage) on wrong values
+void readDisplay(const Arguments& arguments, RenderOptions& options);
+
+/// How images show colour. \throws Failure when there is no such view
+[[nodiscard]] vela::picture::DisplayOptions displayOptions(const PictureFileOptions& files);
+
 /// \throws Failure (usage) for no layers, or such that there are not
 void checkLayers(const std::vector<std::string>& layers);
 
@@ -31,6 +37,12 @@ struct PictureWindow {
   int x = 0, y = 0;           ///< its upper left pixel
   int width = 0, height = 0;  ///< of the whole
 };
+
+/// The EXR of a picture in memory: that of a file with the options' layers.
+/// \param isRecorded whether recordPicture() has said how it was made
+/// \throws Failure
+[[nodiscard]] std::string exrBytes(const RenderOptions& options, vela::picture::Picture picture,
+                                   const PictureWindow& window, bool isRecorded);
 
 /// The files of one picture. Names and folders are checked, and views of colour made, before the
 /// long work; in commit() all files get their names, once all of them are whole.

@@ -65,21 +65,15 @@ WorldRay rayOf(const ovo::Stage& stage, const PickOptions& options,
   return ray;
 }
 
-ExitCode pick(const PickOptions& options) {
-  const SceneOptions& scene = options.scene;
-  const std::shared_ptr<ovo::Stage> stage = openStage("pick", scene.file, scene.variants);
-  const MeshList list = listMeshes(*stage, scene);
-  const vela::scene::Extent extent = findExtent(list);
-  const RayCaster caster = makeCaster(scene, list, extent);
-
-  const WorldRay ray = rayOf(*stage, options, extent);
+PickReport reportOf(const ovo::Stage& stage, const SceneOptions& scene, const MeshList& list,
+                    const RayCaster& caster, const WorldRay& ray) {
   SurfaceHit hit;
   caster.intersect(&ray, 1, &hit);
   PickReport report;
   report.hit = hit.hit;
   if (hit.hit) {
     report.path = nameOf(list, hit.entry);
-    report.material = materialAt(*stage, scene, list, hit).getPath().asString();
+    report.material = materialAt(stage, scene, list, hit).getPath().asString();
     report.entry = hit.entry;
     report.face = list.shapeOf(hit.entry).sceneFace(hit.face);
     report.distance = static_cast<float>(hit.distance);
@@ -91,6 +85,18 @@ ExitCode pick(const PickOptions& options) {
                                     space.surfacePoint(hit), hit);
     }
   }
+  return report;
+}
+
+ExitCode pick(const PickOptions& options) {
+  const SceneOptions& scene = options.scene;
+  const std::shared_ptr<ovo::Stage> stage = openStage("pick", scene.file, scene.variants);
+  const MeshList list = listMeshes(*stage, scene);
+  const vela::scene::Extent extent = findExtent(list);
+  const RayCaster caster = makeCaster(scene, list, extent);
+
+  const WorldRay ray = rayOf(*stage, options, extent);
+  const PickReport report = reportOf(*stage, scene, list, caster, ray);
 
   if (options.json) {
     std::fputs(toJson(report).c_str(), stdout);

@@ -30,6 +30,7 @@ struct Resolution {
 /// Puts files in the place of references, in every option that names a file to read.
 /// \throws Failure as fileOf, and (usage) for a reference where a file is to be written
 void resolveFiles(RenderOptions& options);
+inline void resolveFiles(ViewVerbOptions& options) { resolveFiles(options.render); }
 inline void resolveFiles(SubmitOptions& options) { resolveFiles(options.render); }
 void resolveFiles(PickOptions& options);
 inline void resolveFiles(ExplainOptions& options) { resolveFiles(options.pick); }

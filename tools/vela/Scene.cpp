@@ -100,6 +100,8 @@ bool hasSceneEnding(const std::filesystem::path& file) {
   return ending == ".usd" || ending == ".usda" || ending == ".usdc" || ending == ".usdz";
 }
 
+}  // namespace
+
 // What to try depends on what is there under the name.
 Failure cannotOpen(const std::string& file, const std::string& why) {
   namespace fs = std::filesystem;
@@ -133,6 +135,8 @@ Failure cannotOpen(const std::string& file, const std::string& why) {
   }
   return failure(Message::cannotOpen, {file, withoutHead(why, file), attempt});
 }
+
+namespace {
 
 // One line for neighbours of the same kind. What is not shown is told by sayLeftOut().
 void reportKind(const std::string& file, const Problem* problems, std::size_t count) {

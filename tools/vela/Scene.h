@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "Json.h"
 #include "Options.h"
 #include "ovo/Stage.h"
 #include "ovo/Variants.h"
@@ -23,6 +24,10 @@ namespace command {
 [[nodiscard]] std::shared_ptr<ovo::Stage> openStage(
     const char* verb, const std::string& file,
     const std::vector<ovo::VariantChoice>& variants = {});
+
+/// Why a scene cannot be opened, in words for the user.
+/// \param why the reader's
+[[nodiscard]] Failure cannotOpen(const std::string& file, const std::string& why);
 
 /// The path of the camera that a text stands for, see findCameras. Empty for an empty text; what
 /// stands for none comes back as it is, for makeView to complain about.
@@ -46,6 +51,13 @@ namespace command {
 /// \throws Failure (usage) for a pixel outside the picture
 [[nodiscard]] vela::scene::WorldRay rayOf(const ovo::Stage& stage, const PickOptions& options,
                                           const vela::scene::Extent& extent);
+
+/// What a ray meets.
+/// \param list the caster's
+[[nodiscard]] PickReport reportOf(const ovo::Stage& stage, const SceneOptions& scene,
+                                  const vela::scene::MeshList& list,
+                                  const vela::scene::RayCaster& caster,
+                                  const vela::scene::WorldRay& ray);
 
 /// What answers rays, as the options ask for it. What it does not take is said on standard error.
 [[nodiscard]] vela::scene::RayCaster makeCaster(const SceneOptions& options,

@@ -45,19 +45,6 @@ std::vector<SelectionReport::Run> runsOf(const WeightedPartSelection& part) {
   return runs;
 }
 
-SelectionReport reportOf(const GeoSelection& selection) {
-  SelectionReport report;
-  for (const auto& [path, object] : selection) {
-    const WeightedPartSelection &vertices = object.getPartSelection(vela::Selection::vertices),
-                                &faces = object.getPartSelection(vela::Selection::faces);
-    report.objects.push_back({path.asString(), object.objectSelected, vertices.size(), faces.size(),
-                              runsOf(vertices), runsOf(faces)});
-  }
-  std::sort(report.objects.begin(), report.objects.end(),
-            [](const auto& a, const auto& b) { return a.path < b.path; });
-  return report;
-}
-
 void printRuns(const char* name, std::size_t size, const std::vector<SelectionReport::Run>& runs) {
   if (size == 0) return;
   std::size_t count = 0;
@@ -83,6 +70,23 @@ void print(const SelectionReport& report) {
 const char* wordOf(PickedPart part) {
   return part == PickedPart::objects ? "objects" : part == PickedPart::faces ? "faces" : "vertices";
 }
+
+}  // namespace
+
+SelectionReport reportOf(const GeoSelection& selection) {
+  SelectionReport report;
+  for (const auto& [path, object] : selection) {
+    const WeightedPartSelection &vertices = object.getPartSelection(vela::Selection::vertices),
+                                &faces = object.getPartSelection(vela::Selection::faces);
+    report.objects.push_back({path.asString(), object.objectSelected, vertices.size(), faces.size(),
+                              runsOf(vertices), runsOf(faces)});
+  }
+  std::sort(report.objects.begin(), report.objects.end(),
+            [](const auto& a, const auto& b) { return a.path < b.path; });
+  return report;
+}
+
+namespace {
 
 // Prints selections.
 ExitCode show(const SelectOptions& options) {

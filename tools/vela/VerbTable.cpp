@@ -301,6 +301,53 @@ VerbRow renderRow() {
   return row;
 }
 
+// The rows of those names, of one of the groups of another verb.
+OptionGroup rowsOf(const VerbRow& verb, const std::string& title,
+                   const std::vector<std::string>& names) {
+  OptionGroup group{title, {}};
+  for (const std::string& name : names)
+    if (const OptionRow* row = verb.find(name)) group.rows.push_back(*row);
+  return group;
+}
+
+VerbRow viewRow() {
+  const VerbRow render = renderRow();
+  VerbRow row;
+  row.name = "view";
+  row.synopses = {"FILE [options]"};
+  row.summary = "shows a scene in a browser.";
+  row.brief = "a scene in a browser, from a machine without a display";
+  row.arguments = {sceneFile()};
+  row.groups = {
+      {"Page",
+       {{"--port", "N", "where it listens: 0, any port that is free"},
+        {"--bind", "ADDRESS",
+         "listens at this address of the machine instead of 127.0.0.1, 0.0.0.0 for all. Others on "
+         "the network can then ask; what is sent is not encrypted, and the token in the address "
+         "is all that keeps them out"},
+        {"--open", "", "opens the page in a browser here: that of BROWSER, or xdg-open's"}}},
+      rowsOf(render, "Images", {"--background", "--exposure", "--view", "--display"}),
+      viewGroup(),
+      rowsOf(render, "Lens", {"--dof"}),
+      sceneGroup(),
+      rowsOf(render, "Quality",
+             {"--samples", "--pattern", "--threads", "--material-purpose", "--lights", "--bounces",
+              "--texture-memory"}),
+      limitGroup(true, true)};
+  row.notes = {
+      "Prints the address of the page when the scene is open, and answers until Ctrl-C. The "
+      "address has a random token in it, new with each run; who does not know it gets nothing. "
+      "Requests that name another host or come from another page are refused, and nothing that "
+      "the page sends names a file here: the scene is the one of the command line.",
+      "The picture of the page, once it is whole, and what is downloaded from it are those of "
+      "vela render with the same options, byte for byte.",
+      "From another machine, a tunnel is safer than --bind: ssh -L 8000:127.0.0.1:8000 HOST with "
+      "vela view FILE --port 8000 there, and the printed address in the browser here."};
+  row.examples = {"vela view examples/demo/demo.usda",
+                  "vela view examples/demo/demo.usda --port 8000 --size 960 --samples 9"};
+  return row;
+}
+
 // What vela render takes of a frame, and of the job.
 VerbRow submitRow() {
   const VerbRow render = renderRow();
@@ -678,7 +725,7 @@ std::vector<std::string> VerbRow::optionNames() const {
 
 const std::vector<VerbRow>& verbTable() {
   static const std::vector<VerbRow> table = {
-      renderRow(), submitRow(),   pickRow(),   explainRow(), infoRow(),     meshRow(),
+      renderRow(), viewRow(),     submitRow(), pickRow(),    explainRow(),  infoRow(), meshRow(),
       makeRow(),   channelsRow(), selectRow(), resolveRow(), selftestRow(), helpRow()};
   return table;
 }
@@ -732,6 +779,7 @@ const std::vector<VariableRow>& variableTable() {
       {"NO_COLOR",
        "when it is set and not empty nothing is coloured on terminals, and --show draws with "
        "characters."},
+      {"BROWSER", "what vela view --open starts instead of xdg-open."},
       {"COLUMNS", "how wide --show draws where standard output is no terminal: 80."}};
   return table;
 }

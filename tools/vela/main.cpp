@@ -40,6 +40,7 @@ ExitCode run(int count, char** arguments, ExitCode (*verb)(const VerbOptions&)) 
 ExitCode dispatch(const std::string& verb, int count, char** arguments) {
   if (verb == "render") return run(count, arguments, render);
   if (verb == "submit") return run(count, arguments, submit);
+  if (verb == "view") return run(count, arguments, command::view);
   if (verb == "pick") return run(count, arguments, pick);
   if (verb == "explain") return run(count, arguments, explain);
   if (verb == "info") return run(count, arguments, info);

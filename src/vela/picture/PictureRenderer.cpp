@@ -395,8 +395,9 @@ bool setUpView(const OpenPicture& from, scene::View view, int samples,
     problem = problemOf(Problem::Kind::badOption, option, reason);
     return false;
   };
-  if (samples < 1 || samples > kMostSamples)
-    return fail("samples", outside(samples, 1, kMostSamples));
+  const bool isDraft = samples == 0;
+  if (samples < 0 || samples > kMostSamples)
+    return fail("samples", outside(samples, 0, kMostSamples));
   for (const auto& [option, size] : {std::pair("width", view.width), {"height", view.height}})
     if (size < 1 || size > kWidest) return fail(option, outside(size, 1, kWidest));
   if (!view.projection) return fail("view", "it has no lens");
@@ -413,8 +414,9 @@ bool setUpView(const OpenPicture& from, scene::View view, int samples,
   open.exposure = exposure;
   if (!openWindow(open.scene->overscan, open, problem)) return false;
   open.viewsOfMoments.assign(open.scene->moments.size(), &open.view);
-  const Grids grids(samples);
-  if (from.shader) open.shader.emplace(*from.shader, open.view, grids.ambient);
+  Grids grids(samples);
+  if (isDraft) grids.ambient = 1;
+  if (from.shader) open.shader.emplace(*from.shader, open.view, grids.ambient, !isDraft);
   std::vector<Problem> known;  // the picture that is set up has said so
   if (open.layers.has(Sampling::coverageOfSamples))
     open.mattes.emplace(open.scene->traced(),

@@ -139,7 +139,9 @@ class VELA_PICTURE_API PictureRenderer {
   /// \param view    as makeView() gives it, or changed from that: its placement, film and size. One
   ///                without a camera keeps the exposure of this renderer's camera. With motion it
   ///                stands still while the shutter is open
-  /// \param samples as RenderOptions::samples
+  /// \param samples as RenderOptions::samples. 0: a draft, of one sample and less of the light:
+  ///                none is scattered on, and one ray looks for daylight. Its drafts and all that
+  ///                comes of those by this function have no scattered light
   /// \param layers  names for chooseLayers(), of layers that this renderer has
   /// \param problem badOption on failure; else untouched
   /// \return null on failure. What comes back may outlive this renderer

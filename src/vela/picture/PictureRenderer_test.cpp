@@ -585,6 +585,24 @@ TEST(PictureRenderer, AViewThatWasMovedKeepsTheExposureAndNamesNoCamera) {
   EXPECT_EQ(picture->layer("depth").floats(8, 8), before->layer("depth").floats(8, 8) + 1.0f);
 }
 
+TEST(PictureRenderer, ADraftTracesLessAndShowsTheSameSurfaces) {
+  const auto stage = demo();
+  RenderOptions options = smallOptions();
+  options.samples = 1;
+  options.layers = {"rgba", "albedo", "N"};
+  for (const LightChoice lights : {LightChoice::scene, LightChoice::own}) {
+    options.lights = lights;
+    const auto whole = rendererOf(stage, options);
+    const auto draft = whole->withView(*stage, viewOf(*stage, options, *whole), 0, options.layers);
+    ASSERT_TRUE(draft);
+    const auto expected = whole->renderAll(1), picture = draft->renderAll(1);
+    EXPECT_LT(2 * draft->stats().lightRays, whole->stats().lightRays);
+    EXPECT_EQ(draft->stats().cameraRays, whole->stats().cameraRays);
+    EXPECT_EQ(expected->layers[1].floats, picture->layers[1].floats);
+    EXPECT_EQ(expected->layers[2].floats, picture->layers[2].floats);
+  }
+}
+
 TEST(PictureRenderer, AnotherViewSaysWhyThereIsNone) {
   const auto stage = square();
   RenderOptions options = smallOptions(16, 16);
@@ -599,7 +617,7 @@ TEST(PictureRenderer, AnotherViewSaysWhyThereIsNone) {
     return problem.subject + ": " + problem.reason;
   };
   const auto asIs = [](vela::scene::View&) {};
-  EXPECT_EQ(why(0, {"rgba"}, asIs), "samples: 0 is not from 1 to 4096");
+  EXPECT_EQ(why(-1, {"rgba"}, asIs), "samples: -1 is not from 0 to 4096");
   EXPECT_EQ(why(1, {"N"}, asIs), "layers: the picture that is set up has no N");
   EXPECT_EQ(why(1, {"heat"}, asIs).substr(0, 27), "layers: no such layer: heat");
   EXPECT_EQ(why(1, {"rgba"}, [](auto& view) { view.width = 0; }),

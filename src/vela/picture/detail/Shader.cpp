@@ -61,7 +61,7 @@ Shader::Shader(const scene::MeshList& meshes, const scene::SceneMotion* motion,
   placeOwnLights(view);
 }
 
-Shader::Shader(const Shader& other, const scene::View& view, int ambientGrid)
+Shader::Shader(const Shader& other, const scene::View& view, int ambientGrid, bool scatters)
     : meshes_(other.meshes_),
       scenery_(other.scenery_),
       surfaces_(scenery_->surfaces),
@@ -72,7 +72,7 @@ Shader::Shader(const Shader& other, const scene::View& view, int ambientGrid)
       reach_(other.reach_),
       ambient_(ambientGrid * ambientGrid),
       hasOwnLights_(other.hasOwnLights_),
-      bounces_(other.bounces_) {
+      bounces_(scatters ? other.bounces_ : 0) {
   placeOwnLights(view);
 }
 

@@ -55,7 +55,8 @@ class Shader {
          int ambientGrid, bool smooth);
   /// The same for another view, with the surfaces, materials and lights of \p other; those must not
   /// change any more.
-  Shader(const Shader& other, const scene::View& view, int ambientGrid);
+  /// \param scatters whether light is scattered on, as it is by \p other
+  Shader(const Shader& other, const scene::View& view, int ambientGrid, bool scatters);
 
   /// Tints what the selection has, from now on.
   /// \param selection its status of prims is brought up to date by \p stage
