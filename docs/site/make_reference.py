@@ -163,7 +163,7 @@ def write_pages(headers, site):
             lines += [header, "-" * len(header), "", f".. doxygenfile:: {header}", "   :project: Vela", ""]
         (site / f"{names[-1]}.rst").write_text("\n".join(lines))
     entries = "\n".join(names)
-    (site / "cpp.md").write_text(f"# C++\n\nThe public headers, folder by folder. `vela/vela.h` includes all but those of pictures.\n\n```{{toctree}}\n{entries}\n```\n")
+    (site / "cpp.md").write_text(f"# C++\n\nThe public headers, folder by folder. `vela/vela.h` includes all but those of pictures.\n\n```{{toctree}}\n:maxdepth: 2\n\n{entries}\n```\n")
 
 
 def write_python_page(site):
