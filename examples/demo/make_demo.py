@@ -666,6 +666,186 @@ def make_alcove():
                  + material("Alcove", "Lime", "lime.png", roughness=0.9))
 
 
+class Plant:
+    """Curves, each a list of points that it passes through with its width at each, and balls."""
+
+    def __init__(self):
+        self.curves, self.colours = [], []
+        self.balls, self.sizes = [], []
+
+    def grow(self, points, widths, colour):
+        self.curves.append(list(zip(points, widths)))
+        self.colours.append(colour)
+
+    def ball(self, centre, size):
+        self.balls.append(centre)
+        self.sizes.append(size)
+
+    def spheres(self):
+        """Centres and radii along all of it, close enough to each other to stand for it."""
+        for curve in self.curves:
+            ends = [tuple(2 * x - y for x, y in zip(curve[a][0], curve[b][0])) for a, b in ((0, 1), (-1, -2))]
+            through = [p for p, _ in curve]
+            for k in range(len(curve) - 1):
+                p0, p3 = ([ends[0]] + through)[k], (through + [ends[1]])[k + 2]
+                for point, share in ((spline([p0, through[k], through[k + 1], p3], 8)[8 + s], s / 8) for s in range(9)):
+                    yield point, (curve[k][1] + (curve[k + 1][1] - curve[k][1]) * share) / 2
+        yield from zip(self.balls, (size / 2 for size in self.sizes))
+
+
+def add(a, b, t=1.0):
+    return tuple(x + t * y for x, y in zip(a, b))
+
+
+def frame(axis):
+    """Two directions at right angles to it and each other."""
+    side = unit(cross(axis, (0.0, 0.0, 1.0) if abs(axis[2]) < 0.9 else (1.0, 0.0, 0.0)))
+    return side, cross(axis, side)
+
+
+def around(sides, angle):
+    return add(tuple(math.cos(angle) * x for x in sides[0]), sides[1], math.sin(angle))
+
+
+def stem(plant, neck, direction, height, lean, width, colour):
+    """From the inside of the vase's belly through its neck at a point (x, z), upwards and over to a side. Its end, and where that leads."""
+    x, z = neck
+    out = (math.cos(direction), math.sin(direction))
+    points = []
+    for y, turn, scale in ((13.5, 0.9, 1.9), (21.0, 0.6, 1.6), (29.0, 0.3, 1.2), (37.5, 0.0, 1.0)):
+        # All turn alike, so that they pass each other.
+        c, s = scale * math.cos(turn), scale * math.sin(turn)
+        points.append((c * x - s * z, y, s * x + c * z))
+    for k in range(1, 7):
+        s = k / 6
+        points.append((x * (1 + 0.25 * s) + out[0] * lean * s ** 2.3, 37.5 + height * (s - 0.012 * lean * s ** 3),
+                       z * (1 + 0.25 * s) + out[1] * lean * s ** 2.3))
+    plant.grow(points, [width * (1 - 0.06 * k) for k in range(len(points))], colour)
+    return points[-1], unit(sub(points[-1], points[-2]))
+
+
+def wheat(plant, foot, axis, dice):
+    """An ear: two rows of grains that turn about its axis, each grain with an awn."""
+    sides = frame(axis)
+    straw = (0.62, 0.44, 0.18)
+    plant.grow([add(foot, axis, 1.1 * k) for k in range(6)], [0.16, 0.15, 0.14, 0.12, 0.1, 0.05], straw)
+    for k in range(15):
+        angle = math.pi * k + 0.10 * k + 0.4
+        outward = around(sides, angle)
+        root = add(add(foot, axis, 0.3 + 0.36 * k), outward, 0.10)
+        along = unit(add(axis, outward, 0.42))
+        size = 1.0 - 0.022 * k
+        grain = [add(root, along, 0.34 * j * size) for j in range(5)]
+        gold = mix((0.66, 0.45, 0.16), (0.50, 0.31, 0.10), dice.roll(0, 1))
+        plant.grow(grain, [w * size for w in (0.10, 0.46, 0.52, 0.36, 0.06)], gold)
+        hair = unit(add(axis, outward, dice.roll(0.16, 0.30)))
+        reach = dice.roll(3.6, 5.0)
+        plant.grow([add(add(grain[-1], hair, reach * t), axis, 0.5 * t * t) for t in (0.0, 0.33, 0.67, 1.0)],
+                   [0.06, 0.05, 0.04, 0.02], mix(straw, CREAM, 0.35))
+
+
+def tail(plant, foot, axis, dice):
+    """A soft tail of fine hairs about a core."""
+    sides = frame(axis)
+    down, light = (0.50, 0.38, 0.24), (0.80, 0.70, 0.54)
+    length = 4.5
+    plant.grow([add(foot, axis, length * k / 6) for k in range(7)], [0.16, 0.95, 1.3, 1.35, 1.15, 0.75, 0.1], down)
+    count = 320
+    for k in range(count):
+        t = (k + 0.5) / count
+        angle = k * 2.399963
+        outward = around(sides, angle)
+        girth = 0.62 * math.sin(math.pi * min(0.06 + 0.9 * t, 0.97)) ** 0.6
+        root = add(add(foot, axis, length * t), outward, 0.8 * girth)
+        hair = unit(add(outward, axis, 0.7 + 1.4 * t + dice.roll(-0.15, 0.15)))
+        reach = dice.roll(1.0, 1.5) * (1.05 - 0.25 * t)
+        plant.grow([root, add(add(root, hair, 0.5 * reach), outward, 0.05), add(root, hair, reach)], [0.07, 0.055, 0.02],
+                   mix(down, light, dice.roll(0.35, 1.0)))
+
+
+def sprig(plant, foot, axis, dice):
+    """Hips on twigs; the stem goes on between them."""
+    sides = frame(axis)
+    wood = (0.20, 0.11, 0.06)
+    tip = add(add(foot, axis, 5.2), sides[0], 0.5)
+    plant.grow([foot, add(foot, axis, 2.7), tip], [0.17, 0.14, 0.09], wood)
+    for k in range(9):
+        t = (k + 0.7) / 9.5
+        root = add(add(foot, axis, 5.2 * t), sides[0], 0.5 * t * t)
+        out = unit(add(around(sides, 2.399963 * k), axis, 0.75))
+        reach = dice.roll(1.2, 1.9) * (1.15 - 0.4 * t)
+        end = add(add(root, out, reach), axis, 0.2)
+        plant.grow([root, add(root, out, 0.5 * reach), end], [0.09, 0.07, 0.06], wood)
+        size = dice.roll(0.72, 0.98)
+        plant.ball(add(end, unit(sub(end, root)), size / 2 - 0.02), size)
+    plant.ball(add(tip, axis, 0.4), 0.84)
+
+
+#: Where each passes the neck (x, z), the side that it leans to, in degrees, how high and how far it goes.
+GRASSES = [(wheat, (0.3, 0.2), 80, 19.5, 2.5), (wheat, (-1.5, 0.6), 172, 21.0, 9.5), (wheat, (1.6, -0.5), -12, 20.5, 9.5),
+           (wheat, (-0.7, -1.3), 232, 18.5, 7.0), (wheat, (0.9, 1.6), 52, 17.0, 8.5), (tail, (-0.9, 1.7), 128, 15.5, 9.0),
+           (tail, (-1.7, -0.2), 190, 14.5, 12.5), (tail, (2.0, 0.5), 14, 15.0, 12.0), (tail, (0.7, -1.9), -64, 18.5, 8.0),
+           (tail, (-0.5, 0.5), 150, 19.0, 4.5), (sprig, (1.4, 0.5), 24, 17.5, 5.5), (sprig, (-1.6, -1.7), 205, 15.0, 10.0),
+           (sprig, (0.2, 2.2), 92, 13.0, 8.0)]
+
+
+def require_clearance(plants):
+    """That no plant runs into another, nor into the vase."""
+    cells = {}
+    inner = [(y, r) for r, y in VASE_IN]
+    for i, plant in enumerate(plants):
+        for centre, radius in plant.spheres():
+            if centre[1] < 44.0:
+                room = max(r + (r1 - r) * (y - centre[1]) / (y - y1) for (y, r), (y1, r1) in zip(inner, inner[1:])
+                           if y >= centre[1] >= y1 and y > y1)
+                if math.hypot(centre[0], centre[2]) + radius > 0.96 * room:
+                    raise ValueError(f"plant {i} touches the vase at {centre}")
+            elif centre[1] < 45.0 and math.hypot(centre[0], centre[2]) + radius > 5.4:
+                raise ValueError(f"plant {i} touches the rim at {centre}")
+            cell = tuple(math.floor(c) for c in centre)
+            for dx in (-1, 0, 1):
+                for dy in (-1, 0, 1):
+                    for dz in (-1, 0, 1):
+                        for other, point, size in cells.get((cell[0] + dx, cell[1] + dy, cell[2] + dz), ()):
+                            if other != i and math.dist(centre, point) < radius + size:
+                                raise ValueError(f"plants {other} and {i} touch at {centre}")
+            cells.setdefault(cell, []).append((i, centre, radius))
+
+
+def make_grasses():
+    """Wheat, hare's tails and hips, to stand in the vase."""
+    dice, plants = Dice(11), []
+    for kind, neck, side, height, lean in GRASSES:
+        plants.append(Plant())
+        woody = kind is sprig
+        colour = (0.22, 0.13, 0.07) if woody else mix((0.58, 0.46, 0.22), (0.44, 0.42, 0.20), dice.roll(0, 1))
+        foot, axis = stem(plants[-1], neck, math.radians(side), height, lean, 0.32 if woody else 0.30, colour)
+        kind(plants[-1], foot, axis, dice)
+    require_clearance(plants)
+    curves = [(curve, colour) for plant in plants for curve, colour in zip(plant.curves, plant.colours)]
+    points = [p for curve, _ in curves for p, _ in curve]
+    widths = [w for curve, _ in curves for _, w in curve]
+
+    def extent(points, most):
+        return vectors([tuple(pick(p[i] for p in points) + sign * most / 2 for i in range(3)) for pick, sign in ((min, -1), (max, 1))])
+    api = ' (\n    prepend apiSchemas = ["MaterialBindingAPI"]\n)\n{\n'
+    body = (f'def BasisCurves "Stalks"{api}    uniform token type = "cubic"\n    uniform token basis = "catmullRom"\n'
+            f'    uniform token wrap = "pinned"\n    float3[] extent = {extent(points, max(widths))}\n'
+            f"    int[] curveVertexCounts = {integers(len(curve) for curve, _ in curves)}\n    point3f[] points = {vectors(points)}\n"
+            f'    float[] widths = {numbers(widths)} (\n        interpolation = "vertex"\n    )\n'
+            f"    color3f[] primvars:displayColor = {vectors(colour for _, colour in curves)} (\n"
+            '        interpolation = "uniform"\n    )\n    rel material:binding = </Grasses/Straw>\n}\n')
+    balls = [ball for plant in plants for ball in plant.balls]
+    sizes = [size for plant in plants for size in plant.sizes]
+    colours = [mix((0.50, 0.05, 0.03), (0.62, 0.16, 0.03), dice.roll(0, 1)) for _ in balls]
+    body += (f'def Points "Hips"{api}    float3[] extent = {extent(balls, max(sizes))}\n    point3f[] points = {vectors(balls)}\n'
+             f"    float[] widths = {numbers(sizes)} (\n" '        interpolation = "vertex"\n    )\n'
+             f"    color3f[] primvars:displayColor = {vectors(colours)} (\n" '        interpolation = "vertex"\n    )\n'
+             "    rel material:binding = </Grasses/Peel>\n}\n")
+    return asset("Grasses", body + material("Grasses", "Straw", roughness=0.7)
+                 + material("Grasses", "Peel", roughness=0.25, clearcoat=0.4, clearcoatRoughness=0.1))
+
+
 def sky(u, v):
     """All around a room with a window: pale above, warm at the horizon, dark below; latlong."""
     height = math.sin((v - 0.5) * math.pi)
@@ -735,6 +915,7 @@ def make_scene():
 
     objects = [
         place("Vase", "vase", (-30.0, 0, -14.0), (0, 20, 0)),
+        place("Grasses", "grasses", (-30.0, 0, -14.0), (0, 20, 0)),
         place("Bowl", "bowl", (7.0, 0, 8.0), (0, 10, 0)),
         place("Stone", "stone", (-23.0, 6.25, 24.0), (12, 34, 8)),
         place("BookLow", "book", (37.0, 0, -10.0), (0, 14, 0), variants={"cloth": "ink"}),
@@ -775,7 +956,7 @@ def make_scene():
 def main():
     folder = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else pathlib.Path(__file__).parent)
     (folder / "assets").mkdir(parents=True, exist_ok=True)
-    makers = {"tile": make_tile, "vase": make_vase, "bowl": make_bowl, "fruit": make_fruit, "knot": make_knot, "stone": make_stone,
+    makers = {"tile": make_tile, "vase": make_vase, "grasses": make_grasses, "bowl": make_bowl, "fruit": make_fruit, "knot": make_knot, "stone": make_stone,
               "book": make_book, "cup": make_cup, "glass": make_glass, "alcove": make_alcove}
     (folder / "assets/textures").mkdir(exist_ok=True)
     for name, (width, height, pixel) in TEXTURES.items():
