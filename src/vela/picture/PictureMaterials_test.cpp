@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <variant>
@@ -225,6 +226,96 @@ TEST(PictureMaterials, ATextureStandsUprightAndFootprintsPickReductions) {
   const Picture tiny = pictureOf(stage, options);
   EXPECT_NEAR(at(tiny, "albedo.R", 0, 0), 0.5f, 0.02f);
   EXPECT_NEAR(at(tiny, "albedo.B", 0, 0), 0.5f, 0.02f);
+}
+
+// The square with a texture whose fallback is a quarter.
+std::shared_ptr<ovo::Stage> texturedBy(const std::string& file) {
+  return squareOf("  color3f inputs:diffuseColor.connect = </M/T.outputs:rgb>\n", "",
+                  " def Shader \"T\"\n {\n  uniform token info:id = \"UsdUVTexture\"\n"
+                  "  asset inputs:file = @" +
+                      file +
+                      "@\n  float4 inputs:fallback = (0.25, 0.25, 0.25, 1)\n"
+                      "  token inputs:sourceColorSpace = \"raw\"\n"
+                      "  float2 inputs:st.connect = </M/R.outputs:result>\n"
+                      "  float3 outputs:rgb\n }\n"
+                      " def Shader \"R\"\n {\n  uniform token info:id = "
+                      "\"UsdPrimvarReader_float2\"\n  string inputs:varname = \"st\"\n"
+                      "  float2 outputs:result\n }\n");
+}
+
+TEST(PictureMaterials, TexturesThatCannotBeReadShowTheirFallbackAndAreOneLine) {
+  const vela_test::TemporaryFolder folder;
+  const auto pngOf = [](int width, int height) {
+    std::vector<unsigned char> bytes;
+    // White is the same by any curve.
+    EXPECT_TRUE(writePng(width, height,
+                         std::vector<float>(3 * static_cast<std::size_t>(width * height), 1.0f),
+                         bytes));
+    return std::string(bytes.begin(), bytes.end());
+  };
+  const std::string whole = pngOf(32, 32);
+  std::string hostile = whole;
+  hostile.replace(16, 8, std::string("\x7f\xff\xff\xff\x7f\xff\xff\xff", 8));
+  ASSERT_TRUE(std::filesystem::create_directory(folder.file("folder.png")));
+  struct Case {
+    const char* name;
+    std::string bytes;
+    bool reads;
+  };
+  for (const Case& c : std::vector<Case>{{"gone.png", "", false},
+                                         {"folder.png", "", false},
+                                         {"empty.png", "", false},
+                                         {"text.png", "no image", false},
+                                         {"cut.png", whole.substr(0, whole.size() / 2), false},
+                                         {"hostile.png", hostile, false},
+                                         {"named_wrongly.jpg", whole, true},
+                                         {"named_wrongly.exr", whole, true},
+                                         {"without_a_name", whole, true},
+                                         {"wide.png", pngOf(100000, 1), true},
+                                         {"tall.png", pngOf(1, 100000), true}}) {
+    SCOPED_TRACE(c.name);
+    if (!c.bytes.empty() || std::string(c.name) == "empty.png") {
+      ASSERT_TRUE(vela_test::writeFile(folder.file(c.name), c.bytes));
+    }
+    std::vector<vela::scene::Problem> problems;
+    const auto renderer =
+        PictureRenderer::make(texturedBy(folder.file(c.name)), smallOptions(), &problems);
+    ASSERT_TRUE(renderer);
+    const auto picture = renderer->renderAll(1);
+    ASSERT_TRUE(picture);
+    EXPECT_NEAR(at(*picture, "albedo.R", 4, 4), c.reads ? 1.0f : 0.25f, 1e-3f);
+    for (const Layer& layer : picture->layers)
+      for (const float value : layer.floats) ASSERT_TRUE(std::isfinite(value));
+    ASSERT_EQ(problems.size(), c.reads ? 0u : 1u);
+    if (c.reads) continue;
+    EXPECT_EQ(problems[0].kind, vela::scene::Problem::Kind::noTexture);
+    EXPECT_NE(problems[0].subject.find(c.name), std::string::npos) << problems[0].subject;
+    EXPECT_FALSE(problems[0].reason.empty());
+    EXPECT_EQ(problems[0].text().find('\n'), std::string::npos);
+  }
+}
+
+TEST(PictureMaterials, PrimvarsThatAreNoNumbersLeaveNoneInThePicture) {
+  const std::string front = vela_test::at(0, 0, 1);
+  const std::string curves =
+      "def BasisCurves \"C\"\n{\n int[] curveVertexCounts = [4]\n"
+      " point3f[] points = [(-1, 0, 1), (0, 0, 1), (0.5, 0, 1), (1, 0, 1)]\n";
+  for (const std::string& bad :
+       {vela_test::squareText("Bad", " float[] primvars:displayOpacity = [nan]\n" + front),
+        vela_test::squareText("Bad", " float[] primvars:displayOpacity = [inf]\n" + front),
+        vela_test::squareText("Bad",
+                              " color3f[] primvars:displayColor = [(nan, inf, -inf)]\n" + front),
+        curves + " float[] widths = [nan]\n}\n", curves + " float[] widths = [inf]\n}\n",
+        curves + " float[] widths = [0.5]\n float[] primvars:displayOpacity = [nan]\n}\n",
+        curves + " float[] widths = [0.5]\n color3f[] primvars:displayColor = [(nan, 0, 0)]\n}\n",
+        std::string("def Points \"P\"\n{\n point3f[] points = [(0, 0, 1), (nan, 0, 1)]\n"
+                    " float[] widths = [0.5, nan]\n}\n")}) {
+    SCOPED_TRACE(bad);
+    const Picture picture = pictureOf(squareOf("", bad));
+    ASSERT_FALSE(picture.layers.empty());
+    for (const Layer& layer : picture.layers)
+      for (const float value : layer.floats) ASSERT_TRUE(std::isfinite(value));
+  }
 }
 
 TEST(PictureMaterials, PixelsDependOnNeitherTilesNorThreads) {

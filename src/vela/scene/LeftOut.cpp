@@ -88,6 +88,15 @@ Keys disks(const ovo::Prim& prim, double time) {
   return withNormals(prim, ovo::tokens().Points, time);
 }
 
+// Parts of curves and points that have a material of their own: they show that of the whole.
+Keys subsetsOfCurves(const ovo::Prim& prim, double time) {
+  if (prim.getTypeName() != "GeomSubset" || !isCurvesType(prim.parent().getTypeName())) return {};
+  ovo::Token family;
+  prim.getAttr(ovo::Token("familyName")).get(family, time);
+  const bool isBound = !ovo::PropertyLinks(prim).propertyNames("material:binding").empty();
+  return family == "materialBind" && isBound ? Keys{prim.getPath().asString()} : Keys();
+}
+
 // What the picture's camera is set to.
 
 bool hasDepthOfField(const ovo::CameraParameters& camera) {
@@ -132,6 +141,8 @@ constexpr Row kRows[] = {
     {{"draw mode", "draw modes", LeftOutConcern::shape}, drawModes},
     {{"ribbon shown as a tube", "ribbons shown as tubes", LeftOutConcern::shape}, ribbons},
     {{"set of disks shown as balls", "sets of disks shown as balls", LeftOutConcern::shape}, disks},
+    {{"material of a part of curves", "materials of parts of curves", LeftOutConcern::look},
+     subsetsOfCurves},
     {{"depth of field", "depth of field", LeftOutConcern::camera},
      nullptr,
      hasDepthOfField,

@@ -106,6 +106,30 @@ def Camera "C" { float fStop = 2.8
   EXPECT_EQ(found(scene, {}, "/C"), "");
 }
 
+TEST(LeftOut, MaterialsOfPartsOfCurvesAreCounted) {
+  const std::string widths =
+      "  int[] curveVertexCounts = [4]\n  float[] widths = [1]\n"
+      "  point3f[] points = [(0, 0, 0), (1, 0, 0), (2, 0, 0), (3, 0, 0)]\n";
+  const auto subset = [](const char* name, const char* inner) {
+    return std::string("  def GeomSubset \"") + name + "\" {\n    int[] indices = [0]\n" + inner +
+           "  }\n";
+  };
+  const char* const bound =
+      "    uniform token familyName = \"materialBind\"\n    rel material:binding = </M>\n";
+  const char* const unbound = "    uniform token familyName = \"materialBind\"\n";
+  const char* const other = "    rel material:binding = </M>\n";
+  const std::string shown =
+      "def Material \"M\" {\n  token outputs:surface.connect = </M/S.outputs:surface>\n"
+      "  def Shader \"S\" {\n    uniform token info:id = \"UsdPreviewSurface\"\n"
+      "    token outputs:surface\n  }\n}\n";
+  const auto curves = [&](const std::string& subsets) {
+    return found(shown + "def BasisCurves \"C\" {\n" + widths + subsets + "}\n");
+  };
+  EXPECT_EQ(curves(subset("A", bound)), "1 material of a part of curves");
+  EXPECT_EQ(curves(subset("A", bound) + subset("B", bound)), "2 materials of parts of curves");
+  EXPECT_EQ(curves(subset("A", unbound) + subset("B", other)), "");
+}
+
 TEST(LeftOut, WhatIsAskedForIsNotLeftOut) {
   const std::string scene = R"(def Camera "A" { float fStop = 2.8
   float4[] clippingPlanes = [(1, 0, 0, 0)]

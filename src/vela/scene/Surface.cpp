@@ -255,7 +255,12 @@ bool Surface::findSmooth(const SurfacePoint& point, bool seenFromBehind, Vec3f& 
 }
 
 Vec3f Surface::colour(const SurfacePoint& point) const {
-  return colours_.spread == Spread::none ? kNeutral : at(colours_, point);
+  if (colours_.spread == Spread::none) return kNeutral;
+  const Vec3f colour = at(colours_, point);
+  // A NaN would stay in the pixel whatever else is added.
+  const bool isColour =
+      std::isfinite(colour.x) && std::isfinite(colour.y) && std::isfinite(colour.z);
+  return isColour ? colour : kNeutral;
 }
 
 namespace {

@@ -91,7 +91,7 @@ class VELA_API Surface {
   /// \param smooth makes normals for polygon meshes that have none, too
   Surface(const Shape& shape, double time, bool smooth = false);
 
-  /// displayColor at a point of the face; a neutral grey where the scene has none.
+  /// displayColor at a point of the face; a neutral grey where the scene has none that is finite.
   [[nodiscard]] tarn::Vec3f colour(const SurfacePoint& point) const;
   /// True when the scene gives the mesh a colour.
   [[nodiscard]] bool hasOwnColour() const noexcept { return colours_.spread != Spread::none; }
