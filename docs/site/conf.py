@@ -27,6 +27,8 @@ autodoc_mock_imports = ["dask", "distributed", "trimesh"]
 
 html_theme = "furo"
 html_title = f"Vela {release}"
+html_static_path = ["static"]
+html_js_files = ["search.js"]
 html_copy_source = False
 html_show_sourcelink = False
 
