@@ -13,6 +13,8 @@ const get = (id) => document.getElementById(id);
 const state = { layer: 'rgba', time: null, hidden: [], only: [], mode: 'look', near: null, far: null };
 const camera = new HandCamera();
 let scene = null;
+// Which of the questions where the camera stands is the last one, and which was answered.
+let asked = 0, settled = 0;
 let generation = 0;
 
 // ---- What is asked for
@@ -42,7 +44,8 @@ function stillAsk() {
 const viewAsk = () => ({ ...stillAsk(), ...camera.ask,
   ...(camera.isMoved ? { width: camera.view.width, height: camera.view.height } : {}) });
 
-const wanted = (other) => () => camera.view && ({
+// Nothing while it is not known where the camera stands.
+const wanted = (other) => () => camera.view && settled === asked && ({
   view: other ? { ...viewAsk(), ...other.view() } : viewAsk(),
   layer: other ? other.layer() : state.layer,
   near: state.near, far: state.far,
@@ -55,16 +58,27 @@ const other = new Picture(get('other'), wanted({
   view: () => (get('other-time').value === '' ? {} : { time: Number(get('other-time').value) }),
 }), () => {});
 
+// What is on the canvas is not what is asked for any more.
+function stale() {
+  picture.stop();
+  get('png').disabled = true;
+}
+
 function change() {
   if (!camera.view) return;
+  stale();
   picture.change();
   if (get('compare').checked) other.change();
 }
 
 // Asks where the camera stands now that it, its lens or the scene is another one.
 async function settle() {
+  stale();
+  const number = ++asked;
   try {
     const view = await askJson('view', stillAsk());
+    if (number !== asked) return;
+    settled = number;
     camera.settle(view);
     layOut();
     change();

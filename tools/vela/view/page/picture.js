@@ -25,12 +25,17 @@ export class Picture {
     this.drafts = [];  // when the last ones came
   }
 
-  /** Something has changed: what is under way for what was before is given up. */
-  change() {
+  /** What is under way is given up. */
+  stop() {
     this.number += 1;
     this.whole = null;
     clearTimeout(this.timer);
     document.body.dataset.state = 'draft';
+  }
+
+  /** Something has changed: another picture is made. */
+  change() {
+    this.stop();
     if (!this.isDrafting) this.draft();
   }
 
