@@ -60,13 +60,13 @@ def check_packages(packages, project):
         for tool in ("c++", "g++", "gcc", "cmake", "python3"):
             assert not list((root.path / "usr/bin").glob(tool)), f"{tool} is there"
 
-        work = root.path / "work"
+        work = root.path / "trial"
         shutil.copytree(project / "examples", work / "examples")
         write_usdz(work / "demo.usdz", project / "examples/demo")
         small = ("--size", "96x54", "--samples", "1")
-        root.run("vela", "render", "/work/examples/demo/demo.usda", "-o", "/work/a.exr", *small)
-        root.run("vela", "render", "/work/demo.usdz", "-o", "/work/b.png", *small)
-        root.run("vela", "render", "/work/examples/demo/demo.usda", "-o", "/work/c.png", *small)
+        root.run("vela", "render", "/trial/examples/demo/demo.usda", "-o", "/trial/a.exr", *small)
+        root.run("vela", "render", "/trial/demo.usdz", "-o", "/trial/b.png", *small)
+        root.run("vela", "render", "/trial/examples/demo/demo.usda", "-o", "/trial/c.png", *small)
         assert is_picture(work / "a.exr") and is_picture(work / "c.png")
         assert (work / "b.png").read_bytes() == (work / "c.png").read_bytes(), "the package shows another picture than its files"
 
@@ -79,8 +79,8 @@ def check_packages(packages, project):
             "--only-binary", ":all:", *manager)
         root.run("/env/bin/pip", "--disable-pip-version-check", "-q", "install", "--no-index", "--find-links", "/wheels", *manager)
         resolving = ("env", "VELA_PYTHON=/env/bin/python3",
-                     "OPENASSETIO_DEFAULT_CONFIG=/work/examples/assets/openassetio.toml")
-        root.run(*resolving, "vela", "render", "bal:///demo/still-life", "-o", "/work/d.png", *small)
+                     "OPENASSETIO_DEFAULT_CONFIG=/trial/examples/assets/openassetio.toml")
+        root.run(*resolving, "vela", "render", "bal:///demo/still-life", "-o", "/trial/d.png", *small)
         assert (work / "d.png").read_bytes() == (work / "c.png").read_bytes()
 
         # The README's program, from the installed files.
@@ -89,15 +89,15 @@ def check_packages(packages, project):
         (work / "program").mkdir()
         (work / "program/main.cpp").write_text(program)
         (work / "program/CMakeLists.txt").write_text(CONSUMER)
-        root.run("cmake", "-S", "/work/program", "-B", "/work/program/build")
-        root.run("cmake", "--build", "/work/program/build")
-        said = root.run("sh", "-c", "cd /work && program/build/program")
+        root.run("cmake", "-S", "/trial/program", "-B", "/trial/program/build")
+        root.run("cmake", "--build", "/trial/program/build")
+        said = root.run("sh", "-c", "cd /trial && program/build/program")
         assert len(said.split()) >= 3, said
 
         # Gone again: nothing of the project is left, not even what a program compiled as it ran.
         ours = [line.split()[0] for line in root.run("dpkg-query", "-W", "-f", "${Package} ${Version}\n").splitlines() if "vela" in line]
         root.run("apt-get", "purge", "-y", "-qq", *ours)
-        left = {name for name in root.files() - before if "vela" in name.lower() and not name.startswith(("/work/", "/packages/", "/env/"))}
+        left = {name for name in root.files() - before if "vela" in name.lower() and not name.startswith(("/trial/", "/packages/", "/env/"))}
         assert not left, f"left behind: {sorted(left)}"
     print(f"{len(names) + len(development)} packages: installed, rendered a scene, a .usdz and a reference, built a program, removed")
 
