@@ -190,7 +190,7 @@ std::string PropertyLinks::resolveFile(const std::string& anchored) const {
 
   // The resolver itself would begin with the current folder.
   for (const std::string& folder : searchPath(context)) {
-    const std::string found =
+    std::string found =
         resolver.Resolve((std::filesystem::path(folder) / anchored).lexically_normal().string())
             .GetPathString();
     if (!found.empty()) return found;

@@ -70,9 +70,9 @@ void checkLogFile(int count, char** arguments) {
     return;
   }
   if (isThere && holdsNoText(file)) throw fail("it is there, and holds something else than text");
-  for (const char* const name : {"OCIO", "OPENASSETIO_DEFAULT_CONFIG"})
-    if (const char* const input = std::getenv(name); input && *input && isSameFile(file, input))
-      throw fail(std::string("it is the file that ") + name + " names");
+  for (const char* const other : {"OCIO", "OPENASSETIO_DEFAULT_CONFIG"})
+    if (const char* const input = std::getenv(other); input && *input && isSameFile(file, input))
+      throw fail(std::string("it is the file that ") + other + " names");
   for (int i = 0; i < count; ++i) {
     const std::string argument = arguments[i];
     const std::size_t value = argument[0] == '-' ? argument.find('=') : std::string::npos;
